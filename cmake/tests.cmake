@@ -1,0 +1,15 @@
+find_package(GTest REQUIRED)
+include(GoogleTest)
+
+# orv_add_test(NAME name SOURCES a.cpp ... [LIBS target ...] [TIMEOUT seconds] [PROPERTIES ...])
+# One executable of GoogleTest cases, each its own CTest entry.
+function(orv_add_test)
+  cmake_parse_arguments(arg "" "NAME;TIMEOUT" "SOURCES;LIBS;PROPERTIES" ${ARGN})
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 120)
+  endif()
+  add_executable(${arg_NAME} ${arg_SOURCES})
+  target_link_libraries(${arg_NAME} PRIVATE ${arg_LIBS} orv::build_options GTest::gmock GTest::gtest_main)
+  set_target_properties(${arg_NAME} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+  gtest_discover_tests(${arg_NAME} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT ${arg_TIMEOUT} ${arg_PROPERTIES})
+endfunction()

@@ -1,0 +1,2 @@
+// The one translation unit that holds asio's compiled parts.
+#include <asio/impl/src.hpp>
