@@ -1,0 +1,141 @@
+// The frame around every exported function: trace on entry, initialisation and handle check, one virtual call, trace
+// on exit, last error of the calling thread.
+//
+// Argument texts are built only after a tracer was found; output values are read only after success.
+#pragma once
+
+#include "EnumText.h"
+
+#include <gentl_producer/HandleMap.h>
+#include <gentl_producer/Library.h>
+#include <gentl_producer/Modules.h>
+
+#include <fmt/core.h>
+#include <spdlog/common.h>
+
+#include <concepts>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+namespace GenTL::Producer {
+
+namespace Debug {
+
+// An address, shown in hexadecimal.
+struct dump_hex {
+    uint64_t value;
+};
+// At most the first 16 bytes of a caller's memory.
+struct dump_buffer {
+    const void* data;
+    size_t size;
+};
+// An info answer, shown by its type.
+struct dump_void_ptr {
+    const void* data;
+    const INFO_DATATYPE* type;
+};
+
+[[nodiscard]] std::string argument_text(std::string_view label, const void* pointer);
+[[nodiscard]] std::string argument_text(std::string_view label, const char* text);
+[[nodiscard]] std::string argument_text(std::string_view label, dump_hex address);
+[[nodiscard]] std::string argument_text(std::string_view label, dump_buffer buffer);
+[[nodiscard]] std::string argument_text(std::string_view label, dump_void_ptr answer);
+template <std::integral T>
+[[nodiscard]] std::string argument_text(std::string_view label, T value) {
+    return fmt::format("{} = {}", label, value);
+}
+template <class T>
+    requires(!std::same_as<std::remove_cv_t<T>, char> || !std::is_const_v<T>)
+[[nodiscard]] std::string argument_text(std::string_view label, T* pointer) {
+    return argument_text(label, static_cast<const void*>(pointer));
+}
+// What an out-pointer points to; pointers may legally be null in a size query.
+template <class T>
+[[nodiscard]] std::string target_text(std::string_view label, const T* pointer) {
+    if (pointer == nullptr) return fmt::format("{} = <null>", label);
+    return argument_text(label, *pointer);
+}
+
+template <class... Texts>
+[[nodiscard]] std::string join(Texts&&... texts) {
+    std::string joined;
+    ((joined += joined.empty() ? "" : ", ", joined += texts), ...);
+    return joined;
+}
+
+} // namespace Debug
+
+// The labels are the source expressions, so these are macros.
+#define ORV_ARG(expression) ::GenTL::Producer::Debug::argument_text(#expression, expression)
+#define ORV_OUT(pointer) ::GenTL::Producer::Debug::target_text("*" #pointer, pointer)
+#define ORV_ENUM(type, value)                                                                                          \
+    ::GenTL::Producer::Debug::enum_text(::GenTL::Producer::Debug::Enumeration::type, #value, value)
+#define ORV_ARGS(...) [&]() -> std::string { return ::GenTL::Producer::Debug::join(__VA_ARGS__); }
+#define ORV_HERE                                                                                                       \
+    spdlog::source_loc { __FILE__, __LINE__, static_cast<const char*>(__func__) }
+
+// The calling thread's last failure, kept until the next one.
+struct LastError {
+    GC_ERROR code;
+    char text[256];
+};
+[[nodiscard]] const LastError& last_error() noexcept;
+void record_last_error(const Error& error);
+
+// Checks that the library is initialised, then the handle; `object` keeps the target alive for the call.
+[[nodiscard]] Error resolve_handle(TL_HANDLE hTL, std::shared_ptr<ISystem>& object);
+[[nodiscard]] Error resolve_handle(IF_HANDLE hIface, std::shared_ptr<IInterface>& object);
+[[nodiscard]] Error resolve_handle(DEV_HANDLE hDevice, std::shared_ptr<IDevice>& object);
+[[nodiscard]] Error resolve_handle(DS_HANDLE hDataStream, std::shared_ptr<IDataStream>& object);
+[[nodiscard]] Error resolve_handle(DS_HANDLE hDataStream, BUFFER_HANDLE hBuffer, std::shared_ptr<IDataStream>& object);
+[[nodiscard]] Error resolve_handle(EVENT_HANDLE hEvent, std::shared_ptr<IEvent>& object);
+[[nodiscard]] Error resolve_handle(EVENTSRC_HANDLE hEventSrc, std::shared_ptr<IEventSource>& object);
+[[nodiscard]] Error resolve_handle(PORT_HANDLE hPort, std::shared_ptr<IPort>& object);
+
+void trace_entry(spdlog::logger& logger, spdlog::source_loc where, std::string_view function, std::string_view args);
+void trace_success(spdlog::logger& logger, spdlog::source_loc where, std::string_view function, std::string_view args);
+void trace_failure(spdlog::logger& logger, spdlog::source_loc where, std::string_view function, const Error& error);
+
+// Failure trace and last-error record in one go, for functions that check parameters in front of the virtual call.
+GC_ERROR log_return_failure(const Error& error, std::string_view function, spdlog::source_loc where);
+
+// Runs one exported function. `in` and `out` build argument texts, `body` gives the Error. A result of `quiet` is an
+// expected way out and is traced only at trace level.
+template <class In, class Body, class Out>
+GC_ERROR exported_call(std::string_view function, spdlog::source_loc where, In&& in, Body&& body, Out&& out,
+                       GC_ERROR quiet = GC_ERR_SUCCESS) {
+    if (auto* logger = trace_logger(trace_calls, spdlog::level::trace)) trace_entry(*logger, where, function, in());
+    const Error error = body();
+    const bool is_quiet = error.code == quiet && quiet != GC_ERR_SUCCESS;
+    if (auto* logger = trace_logger(trace_calls, is_quiet ? spdlog::level::trace : spdlog::level::info)) {
+        if (error.failed()) {
+            trace_failure(*logger, where, function, error);
+        } else if (logger->should_log(spdlog::level::trace)) {
+            trace_success(*logger, where, function, out());
+        }
+    }
+    if (error.failed()) record_last_error(error);
+    return error.code;
+}
+
+inline constexpr auto no_args = [] { return std::string{}; };
+
+// The common case: resolve one handle, make one call on the object.
+template <class Interface, class Handle, class In, class Call, class Out>
+GC_ERROR handle_call(std::string_view function, spdlog::source_loc where, Handle handle, In&& in, Call&& call,
+                     Out&& out, GC_ERROR quiet = GC_ERR_SUCCESS) {
+    std::shared_ptr<Interface> object;  // released after the last error was recorded
+    return exported_call(
+        function, where, in,
+        [&] {
+            Error error = resolve_handle(handle, object);
+            return error.failed() ? error : call(*object);
+        },
+        out, quiet);
+}
+
+} // namespace GenTL::Producer

@@ -1,0 +1,53 @@
+#include <gentl_producer/ObjectTracker.h>
+
+#include <fmt/core.h>
+
+#include <cstdio>
+
+namespace GenTL::Producer::Util {
+
+namespace {
+
+// On the heap, so that objects of other static destructors can find "gone" instead of a dead tracker.
+struct tracker_owner {
+    ObjectTracker* tracker = new ObjectTracker;
+    ~tracker_owner() {
+        delete tracker;
+        tracker = nullptr;
+    }
+};
+tracker_owner g_object_tracker;
+
+} // namespace
+
+ObjectTracker* object_tracker() noexcept { return g_object_tracker.tracker; }
+
+void ObjectTracker::add(const char* class_name, const TrackedObject* object) {
+    const std::lock_guard guard{mutex};
+    objects[class_name].push_back(object);
+}
+
+void ObjectTracker::remove(const char* class_name, const TrackedObject* object) {
+    const std::lock_guard guard{mutex};
+    std::erase(objects[class_name], object);
+}
+
+int64_t ObjectTracker::dump() {
+    const std::lock_guard guard{mutex};
+    int64_t total = 0;
+    for (const auto& [name, alive] : objects) total += static_cast<int64_t>(alive.size());
+    if (total == 0) return 0;
+    fmt::print(stderr, "{} objects left alive\n", total);
+    for (const auto& [name, alive] : objects) fmt::print(stderr, "  {}: {}\n", name, alive.size());
+    return total;
+}
+
+TrackedObject::TrackedObject(const char* name) : class_name(name) {
+    if (auto* tracker = object_tracker()) tracker->add(class_name, this);
+}
+
+TrackedObject::~TrackedObject() {
+    if (auto* tracker = object_tracker()) tracker->remove(class_name, this);
+}
+
+} // namespace GenTL::Producer::Util
