@@ -86,6 +86,7 @@ private:
     void announce(std::shared_ptr<Buffer> buffer, BUFFER_HANDLE* phBuffer);
     void queue_buffer_to_input(Buffer* buffer);
     void drain_input_to_announced();
+    void flush_filling();
     void append_to_output(std::span<Buffer* const> buffers);
     void dump_announced_buffer_status(std::string_view label);
 
@@ -103,7 +104,7 @@ private:
     const std::shared_ptr<OutputQueue> output; // has its own mutex, which nests inside both locks above
 
     std::atomic<bool> is_grabbing{false};
-    std::atomic<bool> is_stopping{false}; // set while StopAcquisition holds queue_mutex
+    std::atomic<bool> is_stopping{false}; // set while a stop or flush holds queue_mutex and waits for the filling side
     std::atomic<uint64_t> num_delivered{0};
     std::atomic<uint64_t> num_underrun{0};
     std::atomic<uint64_t> num_to_acquire{0};

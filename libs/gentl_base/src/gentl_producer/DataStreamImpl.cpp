@@ -152,6 +152,13 @@ void DataStreamImpl::drain_input_to_announced() {
     while (Buffer* buffer = input->pop()) buffer->set_status(BufferStatus::Announced);
 }
 
+// With queue_mutex held, for which the filling side may be waiting while this waits for the filling side.
+void DataStreamImpl::flush_filling() {
+    is_stopping = true;
+    flush_filling_buffers_();
+    is_stopping = false;
+}
+
 Error DataStreamImpl::FlushQueue(ACQ_QUEUE_TYPE iOperation) {
     if (auto* logger = tracer(spdlog::level::info)) logger->info("FlushQueue: {}", iOperation);
     switch (iOperation) {
@@ -165,7 +172,7 @@ Error DataStreamImpl::FlushQueue(ACQ_QUEUE_TYPE iOperation) {
         return success();
     case ACQ_QUEUE_ALL_TO_INPUT: {
         const std::scoped_lock guard{queue_mutex, announced_lock};
-        flush_filling_buffers_();
+        flush_filling();
         drain_input_to_announced();
         output->discard();
         for (const auto& buffer : announced) {
@@ -186,7 +193,7 @@ Error DataStreamImpl::FlushQueue(ACQ_QUEUE_TYPE iOperation) {
     case ACQ_QUEUE_ALL_DISCARD: {
         const std::scoped_lock guard{queue_mutex, announced_lock};
         drain_input_to_announced();
-        flush_filling_buffers_();
+        flush_filling();
         drain_input_to_announced(); // the flush can return buffers to it
         output->discard();
         return success();
