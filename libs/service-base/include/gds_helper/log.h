@@ -14,16 +14,16 @@ namespace gds_helper::log {
 
 // Numbers under which settings and start-up refer to a logger.
 enum class logger_id : int {
-    main = 0,      // "def"
-    ipc = 10,      // "IPC"
-    gtlprod = 11,  // "GTLProd"
-    gvsp = 12,     // "GVSP"
+    main = 0,     // "def"
+    ipc = 10,     // "IPC"
+    gtlprod = 11, // "GTLProd"
+    gvsp = 12,    // "GVSP"
 };
 
 // Loggers beside the main one.
 struct extra_logger {
     const char* name;
-    const char* level_key;  // the property that sets its level
+    const char* level_key; // the property that sets its level
     logger_id id;
     int default_level;
 };

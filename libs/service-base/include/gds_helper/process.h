@@ -18,7 +18,8 @@ void set_thread_name(const std::string& name) noexcept;
 
 // Owns an object with threads or waiters. In a child made by fork those threads do not exist: joining one, or
 // destroying a condition that had a waiter, would hang the child at exit, so there the object is left alone.
-template <class T> class process_local final {
+template <class T>
+class process_local final {
 public:
     process_local() = default;
     explicit process_local(std::shared_ptr<T> object) : owned(std::move(object)), owner(process_id()) {}

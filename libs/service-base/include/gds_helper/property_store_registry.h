@@ -13,8 +13,8 @@ namespace gds_helper {
 class property_store_json_rw;
 
 enum class registry_root {
-    current_user,   // $XDG_CONFIG_HOME, else ~/.config
-    local_machine,  // /etc
+    current_user,  // $XDG_CONFIG_HOME, else ~/.config
+    local_machine, // /etc
 };
 
 // Where the values of a key are kept. Empty when this user has no home directory.
