@@ -7,6 +7,7 @@
 #include <spdlog/logger.h>
 
 #include <array>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -79,6 +80,7 @@ private:
     const std::string service_label;
     std::string header;
     bool as_service = false;
+    const std::int64_t owner_process;  // a forked child leaves the outputs alone: their lock may be held for ever
     spdlog::sink_ptr console;
     spdlog::sink_ptr debug_output;
     spdlog::sink_ptr file;
