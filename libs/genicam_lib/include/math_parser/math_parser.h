@@ -150,7 +150,8 @@ private:
     std::unique_ptr<token[]> heap; // when more than the inline tokens are needed
     uint32_t count = 0;
     uint32_t capacity = inline_capacity;
-    uint32_t depth = 0; // the most values the stack holds in a run
+    uint32_t height = 0; // values on the stack after the last token
+    uint32_t depth = 0;  // the most values the stack holds in a run
     token local[inline_capacity];
 };
 
