@@ -1,0 +1,27 @@
+#include <gds_helper/process.h>
+
+#include <pthread.h>
+#include <sched.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace gds_helper {
+
+std::int64_t process_id() noexcept { return getpid(); }
+
+void set_thread_name(const std::string& name) noexcept {
+    constexpr std::size_t longest = 15;
+    pthread_setname_np(pthread_self(), name.substr(0, longest).c_str());
+}
+
+bool raise_thread_priority() noexcept {
+    // On Linux a nice value belongs to a thread; a small round-robin priority is the other way to be allowed more.
+    const auto thread = static_cast<id_t>(syscall(SYS_gettid));
+    if (setpriority(PRIO_PROCESS, thread, -5) == 0) return true;
+    sched_param parameters{};
+    parameters.sched_priority = sched_get_priority_min(SCHED_RR);
+    return pthread_setschedparam(pthread_self(), SCHED_RR, &parameters) == 0;
+}
+
+} // namespace gds_helper
