@@ -136,6 +136,8 @@ void control_server::receive_all(const gige::udp_socket& socket, bool broadcast)
         const auto size = socket.receive(buffer, what.from);
         if (!size) return;
         if (device.silent) continue;
+        // Broadcasts of the real network reach a loopback camera's sockets, too; it is not there for them.
+        if (own_address >> 24 == 127 && what.from.address >> 24 != 127) continue;
         const auto header = gvcp::parse_command(std::span{buffer}.first(*size));
         if (!header) continue;
         what.header = *header;
@@ -208,10 +210,10 @@ void control_server::handle(const request& what) {
         built.result = status::not_implemented;
         break;
     }
-    if (next_address || !lost) reply(what, built);
+    reply(what, built, !lost);
 }
 
-void control_server::reply(const request& what, const answer& built) {
+void control_server::reply(const request& what, const answer& built, bool deliver) {
     std::vector<std::byte> datagram(gvcp::header_size + built.size);
     gvcp::store_ack(datagram.data(),
                     {built.result, built.code, static_cast<uint16_t>(built.size), what.header.request_id});
@@ -226,7 +228,7 @@ void control_server::reply(const request& what, const answer& built) {
         wait = device.faults.pending_ms;
     }
     const bool is_discovery = what.header.code == gvcp::command::discovery;
-    if (wants_ack && every != 0 && !is_discovery && ++acks_built % every == 0) {
+    if (deliver && wants_ack && every != 0 && !is_discovery && ++acks_built % every == 0) {
         std::array<std::byte, 12> announce{};
         gvcp::store_ack(announce.data(), {status::success, gvcp::command::pending_ack, 4, what.header.request_id});
         gige::store16(&announce[10], static_cast<uint16_t>(std::min(wait + 500U, 65535U)));
@@ -236,7 +238,7 @@ void control_server::reply(const request& what, const answer& built) {
             {clock::now() + std::chrono::milliseconds{wait}, what.from, std::move(datagram), what.header.request_id});
         return;
     }
-    if (wants_ack && unicast.send(what.from, datagram)) ++device.counted.send_errors;
+    if (deliver && wants_ack && unicast.send(what.from, datagram)) ++device.counted.send_errors;
     if (is_discovery) return;
     if (last_acks.size() > 64) last_acks.clear(); // consumers that went away
     last_acks[what.from] = {what.header.request_id, what.header.code, std::move(datagram)};

@@ -67,7 +67,8 @@ private:
     void run();
     void receive_all(const gige::udp_socket& socket, bool broadcast);
     void handle(const request& what);
-    void reply(const request& what, const answer& built);
+    // An undelivered acknowledge is remembered all the same: the work is done.
+    void reply(const request& what, const answer& built, bool deliver);
     [[nodiscard]] std::optional<clock::time_point> next_deadline() const;
     void work_deadlines();
 
