@@ -48,15 +48,17 @@ std::vector<finding> check_interfaces() {
         const std::string mtu = read_line(entry.path() / "mtu");
         const bool jumbo = !mtu.empty() && std::stoll(mtu) >= 9000;
         results.push_back({"MTU of " + name, true, mtu,
-                           jumbo ? "" : fmt::format("ip link set {} mtu 9000   (if card and switch carry it: fewer "
-                                                    "packets per frame)",
-                                                    name)});
+                           jumbo ? ""
+                                 : fmt::format("ip link set {} mtu 9000   (if card and switch carry it: fewer "
+                                               "packets per frame)",
+                                               name)});
         const std::string filter = read_line("/proc/sys/net/ipv4/conf/" + name + "/rp_filter");
         const bool loose = filter != "1";
         results.push_back({"reverse path filter of " + name, loose, filter,
-                           loose ? "" : fmt::format("sysctl -w net.ipv4.conf.{}.rp_filter=0   (strict filtering drops "
-                                                    "cameras of other subnets)",
-                                                    name)});
+                           loose ? ""
+                                 : fmt::format("sysctl -w net.ipv4.conf.{}.rp_filter=0   (strict filtering drops "
+                                               "cameras of other subnets)",
+                                               name)});
     }
     return results;
 }
@@ -104,8 +106,8 @@ int doctor(const common_options& common) {
     for (const finding& result : findings) {
         all_well = all_well && result.ok;
         if (common.json) {
-            list.push_back({{"check", result.check}, {"ok", result.ok}, {"found", result.found},
-                            {"advice", result.advice}});
+            list.push_back(
+                {{"check", result.check}, {"ok", result.ok}, {"found", result.found}, {"advice", result.advice}});
         } else {
             fmt::print("{} {}: {}\n", result.ok ? "ok  " : "BAD ", result.check, result.found);
             if (!result.advice.empty()) fmt::print("       {}\n", result.advice);

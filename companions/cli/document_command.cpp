@@ -71,12 +71,12 @@ int show_document(const document_options& options) {
         if (options.json) {
             list.push_back(std::move(item));
         } else {
-            fmt::print("{:<44} {:<12} {:<3} {:<9} {}\n", item["name"].get<std::string>(),
-                       item["kind"].get<std::string>(), item["access"].get<std::string>(),
-                       item["visibility"].get<std::string>(),
-                       item.contains("value")   ? item["value"].dump(-1, ' ', false, nlohmann::json::error_handler_t::replace)
-                       : item.contains("error") ? "! " + item["error"].get<std::string>()
-                                                : "");
+            fmt::print(
+                "{:<44} {:<12} {:<3} {:<9} {}\n", item["name"].get<std::string>(), item["kind"].get<std::string>(),
+                item["access"].get<std::string>(), item["visibility"].get<std::string>(),
+                item.contains("value")   ? item["value"].dump(-1, ' ', false, nlohmann::json::error_handler_t::replace)
+                : item.contains("error") ? "! " + item["error"].get<std::string>()
+                                         : "");
         }
     });
     const std::chrono::duration<double> read_time = std::chrono::steady_clock::now() - read_begin;

@@ -9,8 +9,10 @@ namespace cli {
 using namespace GenTL;
 
 call_failed::call_failed(std::string function, GC_ERROR error_code, const std::string& text)
-    : std::runtime_error(fmt::format("{} failed with {}: {}", function, error_code, text)), call(std::move(function)),
-      code(error_code), reason(text) {}
+    : std::runtime_error(fmt::format("{} failed with {}: {}", function, error_code, text)),
+      call(std::move(function)),
+      code(error_code),
+      reason(text) {}
 
 void gentl_library::unload::operator()(void* handle) const { dlclose(handle); }
 
@@ -61,8 +63,7 @@ std::vector<interface_entry> list_interfaces(const tl_system& system) {
             return lib.TLGetInterfaceID(system.get(), i, static_cast<char*>(text), size);
         });
         entry.display_name = ask_text(lib, "TLGetInterfaceInfo", [&](INFO_DATATYPE* type, void* text, size_t* size) {
-            return lib.TLGetInterfaceInfo(system.get(), entry.id.c_str(), INTERFACE_INFO_DISPLAYNAME, type, text,
-                                          size);
+            return lib.TLGetInterfaceInfo(system.get(), entry.id.c_str(), INTERFACE_INFO_DISPLAYNAME, type, text, size);
         });
         entries.push_back(std::move(entry));
     }
@@ -124,13 +125,20 @@ std::shared_ptr<const tl_device> open_device(const gentl_library& lib, std::shar
 
 const char* access_status_text(int32_t status) {
     switch (status) {
-    case DEVICE_ACCESS_STATUS_READWRITE: return "free";
-    case DEVICE_ACCESS_STATUS_READONLY: return "read only";
-    case DEVICE_ACCESS_STATUS_NOACCESS: return "no access";
-    case DEVICE_ACCESS_STATUS_BUSY: return "in use";
-    case DEVICE_ACCESS_STATUS_OPEN_READWRITE: return "open";
-    case DEVICE_ACCESS_STATUS_OPEN_READONLY: return "open, read only";
-    default: return "unknown";
+    case DEVICE_ACCESS_STATUS_READWRITE:
+        return "free";
+    case DEVICE_ACCESS_STATUS_READONLY:
+        return "read only";
+    case DEVICE_ACCESS_STATUS_NOACCESS:
+        return "no access";
+    case DEVICE_ACCESS_STATUS_BUSY:
+        return "in use";
+    case DEVICE_ACCESS_STATUS_OPEN_READWRITE:
+        return "open";
+    case DEVICE_ACCESS_STATUS_OPEN_READONLY:
+        return "open, read only";
+    default:
+        return "unknown";
     }
 }
 

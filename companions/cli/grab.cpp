@@ -72,10 +72,14 @@ private:
 class grabber {
 public:
     grabber(const common_options& common_given, const grab_options& given)
-        : common(common_given), options(given), found(find_devices(common_given)), lib(*found.lib),
+        : common(common_given),
+          options(given),
+          found(find_devices(common_given)),
+          lib(*found.lib),
           chosen(choose_device(found, common_given)),
           device(open_device(lib, chosen.second, chosen.first.id, access_flags_of(common_given.access))),
-          remote(lib, remote_port(lib, *device)), stream(open_stream(lib, device)) {}
+          remote(lib, remote_port(lib, *device)),
+          stream(open_stream(lib, device)) {}
 
     int run();
 
@@ -162,9 +166,8 @@ void grabber::start() {
     announce_buffers();
     lib.check("GCRegisterEvent", lib.GCRegisterEvent(stream->get(), EVENT_NEW_BUFFER, &new_buffer));
     lib.check("DSStartAcquisition", lib.DSStartAcquisition(stream->get(), ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE));
-    packet_size = remote.document().find_node("GevSCPSPacketSize") != nullptr
-                      ? require_integer(remote, "GevSCPSPacketSize")
-                      : 0;
+    packet_size =
+        remote.document().find_node("GevSCPSPacketSize") != nullptr ? require_integer(remote, "GevSCPSPacketSize") : 0;
     if (remote.document().find_node("TLParamsLocked") != nullptr) {
         set_from_text(require_node(remote, "TLParamsLocked"), "1");
     }

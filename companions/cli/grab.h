@@ -13,12 +13,12 @@ struct grab_options {
     size_t buffers = 10;
     bool verify = false;
     bool quiet = false;
-    std::filesystem::path output;             // folder for pictures; empty: none
-    uint64_t save = 3;                        // pictures to keep, spread over the run
-    bool raw = false;                         // raw files instead of PNG
+    std::filesystem::path output; // folder for pictures; empty: none
+    uint64_t save = 3;            // pictures to keep, spread over the run
+    bool raw = false;             // raw files instead of PNG
     uint64_t frame_timeout_ms = 5000;
-    std::map<std::string, std::string> set;   // features of the camera, set before the start
-    bool chunks = false;                      // report the chunks of the last frame
+    std::map<std::string, std::string> set; // features of the camera, set before the start
+    bool chunks = false;                    // report the chunks of the last frame
 };
 
 // Prints the object (with --json) or a table; the exit code: 0, or 1 when verification failed or frames did not come.

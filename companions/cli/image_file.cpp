@@ -20,16 +20,16 @@ struct known_format {
     int shift; // of 16-bit samples up to full scale; -1: no grey or colour format of PNG
 };
 constexpr std::array formats{
-    known_format{0x01080001, "Mono8", 0},      known_format{0x01100003, "Mono10", 6},
-    known_format{0x01100005, "Mono12", 4},     known_format{0x01100025, "Mono14", 2},
-    known_format{0x01100007, "Mono16", 0},     known_format{0x01080008, "BayerGR8", 0},
-    known_format{0x01080009, "BayerRG8", 0},   known_format{0x0108000A, "BayerGB8", 0},
-    known_format{0x0108000B, "BayerBG8", 0},   known_format{0x02180014, "RGB8", 0},
-    known_format{0x02180015, "BGR8", 0},       known_format{0x010C0006, "Mono12Packed", -1},
-    known_format{0x010C0047, "Mono12p", -1},   known_format{0x010A0046, "Mono10p", -1},
+    known_format{0x01080001, "Mono8", 0},         known_format{0x01100003, "Mono10", 6},
+    known_format{0x01100005, "Mono12", 4},        known_format{0x01100025, "Mono14", 2},
+    known_format{0x01100007, "Mono16", 0},        known_format{0x01080008, "BayerGR8", 0},
+    known_format{0x01080009, "BayerRG8", 0},      known_format{0x0108000A, "BayerGB8", 0},
+    known_format{0x0108000B, "BayerBG8", 0},      known_format{0x02180014, "RGB8", 0},
+    known_format{0x02180015, "BGR8", 0},          known_format{0x010C0006, "Mono12Packed", -1},
+    known_format{0x010C0047, "Mono12p", -1},      known_format{0x010A0046, "Mono10p", -1},
     known_format{0x010C0004, "Mono10Packed", -1}, known_format{0x0210001F, "YUV422_8_UYVY", -1},
-    known_format{0x02100032, "YUV422_8", -1},  known_format{0x0110000C, "BayerGR10", 6},
-    known_format{0x0110000D, "BayerRG10", 6},  known_format{0x01100010, "BayerGR12", 4},
+    known_format{0x02100032, "YUV422_8", -1},     known_format{0x0110000C, "BayerGR10", 6},
+    known_format{0x0110000D, "BayerRG10", 6},     known_format{0x01100010, "BayerGR12", 4},
     known_format{0x01100011, "BayerRG12", 4},
 };
 

@@ -32,8 +32,8 @@ int list(const common_options& options) {
         fmt::print("{}  ({})\n", entry.id, entry.display_name);
         for (const auto& [device, interface] : found.devices) {
             if (device.interface_id != entry.id) continue;
-            fmt::print("  {:<40} {} {} serial={} name='{}' {}\n", device.id, device.vendor, device.model,
-                       device.serial, device.user_name, access_status_text(device.access_status));
+            fmt::print("  {:<40} {} {} serial={} name='{}' {}\n", device.id, device.vendor, device.model, device.serial,
+                       device.user_name, access_status_text(device.access_status));
         }
     }
     if (found.devices.empty()) fmt::print(stderr, "No device was found. 'orv-gentl doctor' tells why.\n");
@@ -45,10 +45,9 @@ int info(const common_options& options) {
     const gentl_library& lib = *found.lib;
     nlohmann::json object;
     const auto library_text = [&](const char* key, GenTL::TL_INFO_CMD command) {
-        object["library"][key] =
-            ask_text(lib, "GCGetInfo", [&](GenTL::INFO_DATATYPE* type, void* text, size_t* size) {
-                return lib.GCGetInfo(command, type, text, size);
-            });
+        object["library"][key] = ask_text(lib, "GCGetInfo", [&](GenTL::INFO_DATATYPE* type, void* text, size_t* size) {
+            return lib.GCGetInfo(command, type, text, size);
+        });
     };
     library_text("id", GenTL::TL_INFO_ID);
     library_text("vendor", GenTL::TL_INFO_VENDOR);
@@ -204,7 +203,9 @@ int main(int argc, char** argv) {
     std::vector<std::string> settings;
     auto* grab_command = app.add_subcommand("grab", "Frames from a camera, to PNG or raw files");
     add_common(*grab_command, common, true);
-    grab_command->add_option("--frames", grabbing.frames, "How many")->check(CLI::PositiveNumber)->capture_default_str();
+    grab_command->add_option("--frames", grabbing.frames, "How many")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
     grab_command->add_option("--buffers", grabbing.buffers, "Buffers to announce")->capture_default_str();
     grab_command->add_flag("--verify", grabbing.verify, "Compare every byte with the simulated camera's picture");
     grab_command->add_option("--output", grabbing.output, "Folder for pictures");

@@ -53,13 +53,20 @@ public:
 private:
     static GenICam::genicam_errc code_of(GC_ERROR error) {
         switch (error) {
-        case GC_ERR_TIMEOUT: return GenICam::genicam_errc::timeout;
-        case GC_ERR_ACCESS_DENIED: return GenICam::genicam_errc::access_denied;
-        case GC_ERR_NOT_IMPLEMENTED: return GenICam::genicam_errc::not_implemented;
-        case GC_ERR_INVALID_ADDRESS: return GenICam::genicam_errc::invalid_address;
-        case GC_ERR_INVALID_PARAMETER: return GenICam::genicam_errc::invalid_parameter;
-        case GC_ERR_BUFFER_TOO_SMALL: return GenICam::genicam_errc::buffer_too_small;
-        default: return GenICam::genicam_errc::generic_error;
+        case GC_ERR_TIMEOUT:
+            return GenICam::genicam_errc::timeout;
+        case GC_ERR_ACCESS_DENIED:
+            return GenICam::genicam_errc::access_denied;
+        case GC_ERR_NOT_IMPLEMENTED:
+            return GenICam::genicam_errc::not_implemented;
+        case GC_ERR_INVALID_ADDRESS:
+            return GenICam::genicam_errc::invalid_address;
+        case GC_ERR_INVALID_PARAMETER:
+            return GenICam::genicam_errc::invalid_parameter;
+        case GC_ERR_BUFFER_TOO_SMALL:
+            return GenICam::genicam_errc::buffer_too_small;
+        default:
+            return GenICam::genicam_errc::generic_error;
         }
     }
     const gentl_library& lib;
@@ -95,16 +102,26 @@ node_map::~node_map() { doc.reset(); }
 const char* kind_text(const GenICam::INode& node) {
     using enum GenICam::NodeType_t;
     switch (node.node_type()) {
-    case Integer: return "Integer";
-    case Float: return "Float";
-    case Enumeration: return "Enumeration";
-    case Boolean: return "Boolean";
-    case String: return "String";
-    case Command: return "Command";
-    case Category: return "Category";
-    case Register: return "Register";
-    case Port: return "Port";
-    case EnumEntry: return "EnumEntry";
+    case Integer:
+        return "Integer";
+    case Float:
+        return "Float";
+    case Enumeration:
+        return "Enumeration";
+    case Boolean:
+        return "Boolean";
+    case String:
+        return "String";
+    case Command:
+        return "Command";
+    case Category:
+        return "Category";
+    case Register:
+        return "Register";
+    case Port:
+        return "Port";
+    case EnumEntry:
+        return "EnumEntry";
     }
     return "?";
 }
@@ -113,19 +130,26 @@ std::string access_text(const GenICam::INode& node) {
     if (!node.is_implemented()) return "NI";
     if (!node.is_available()) return "NA";
     switch (node.get_access_mode()) {
-    case GenICam::Access_t::RO: return "RO";
-    case GenICam::Access_t::WO: return "WO";
-    case GenICam::Access_t::RW: break;
+    case GenICam::Access_t::RO:
+        return "RO";
+    case GenICam::Access_t::WO:
+        return "WO";
+    case GenICam::Access_t::RW:
+        break;
     }
     return node.is_locked() ? "RO" : "RW";
 }
 
 const char* visibility_text(const GenICam::INode& node) {
     switch (node.getVisibility()) {
-    case GenICam::Visibility_t::Beginner: return "Beginner";
-    case GenICam::Visibility_t::Expert: return "Expert";
-    case GenICam::Visibility_t::Guru: return "Guru";
-    case GenICam::Visibility_t::Invisible: return "Invisible";
+    case GenICam::Visibility_t::Beginner:
+        return "Beginner";
+    case GenICam::Visibility_t::Expert:
+        return "Expert";
+    case GenICam::Visibility_t::Guru:
+        return "Guru";
+    case GenICam::Visibility_t::Invisible:
+        return "Invisible";
     }
     return "?";
 }
@@ -135,7 +159,8 @@ namespace {
 std::string integer_text(int64_t value, GenICam::IntRepresentation_t form) {
     using enum GenICam::IntRepresentation_t;
     switch (form) {
-    case HexNumber: return fmt::format("0x{:X}", static_cast<uint64_t>(value));
+    case HexNumber:
+        return fmt::format("0x{:X}", static_cast<uint64_t>(value));
     case IPV4Address:
         return fmt::format("{}.{}.{}.{}", (value >> 24) & 255, (value >> 16) & 255, (value >> 8) & 255, value & 255);
     case MACAddress: {
@@ -145,7 +170,8 @@ std::string integer_text(int64_t value, GenICam::IntRepresentation_t form) {
         }
         return text;
     }
-    default: return fmt::format("{}", value);
+    default:
+        return fmt::format("{}", value);
     }
 }
 
@@ -223,7 +249,8 @@ nlohmann::json describe(GenICam::INode& node) {
         if (!number->get_unit().empty()) item["unit"] = std::string{number->get_unit()};
     };
     const auto selected = [&](auto* selector) {
-        for (const INode* feature : selector->get_selected()) item["selects"].push_back(std::string{feature->get_name()});
+        for (const INode* feature : selector->get_selected())
+            item["selects"].push_back(std::string{feature->get_name()});
     };
     if (auto* integer = node_cast<IInteger>(&node)) {
         limits(integer);
@@ -239,7 +266,8 @@ nlohmann::json describe(GenICam::INode& node) {
         selected(flag);
     } else if (auto* category = node_cast<ICategory>(&node)) {
         item["features"] = nlohmann::json::array();
-        for (const INode* feature : category->get_features()) item["features"].push_back(std::string{feature->get_name()});
+        for (const INode* feature : category->get_features())
+            item["features"].push_back(std::string{feature->get_name()});
     }
     return item;
 }

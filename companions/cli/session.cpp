@@ -67,8 +67,7 @@ const std::pair<device_entry, std::shared_ptr<const tl_interface>>& choose_devic
     for (const auto& candidate : found.devices) {
         const device_entry& device = candidate.first;
         const bool fits = options.device.empty() || device.id == options.device || device.serial == options.device ||
-                          device.user_name == options.device ||
-                          device.id.find(options.device) != device.id.npos ||
+                          device.user_name == options.device || device.id.find(options.device) != device.id.npos ||
                           device.display_name.find(options.device) != device.display_name.npos;
         if (fits) fitting.push_back(&candidate);
     }
@@ -76,17 +75,16 @@ const std::pair<device_entry, std::shared_ptr<const tl_interface>>& choose_devic
     // An exact match wins over texts that merely hold it.
     for (const auto* candidate : fitting) {
         const device_entry& device = candidate->first;
-        if (!options.device.empty() && (device.id == options.device || device.serial == options.device ||
-                                        device.user_name == options.device)) {
+        if (!options.device.empty() &&
+            (device.id == options.device || device.serial == options.device || device.user_name == options.device)) {
             return *candidate;
         }
     }
     std::string known;
     for (const auto& candidate : found.devices) known += fmt::format("\n  {}", candidate.first.id);
     if (found.devices.empty()) known = " none";
-    throw std::runtime_error(fmt::format("{} for '{}'. Devices seen:{}",
-                                         fitting.empty() ? "No device" : "More than one device", options.device,
-                                         known));
+    throw std::runtime_error(fmt::format(
+        "{} for '{}'. Devices seen:{}", fitting.empty() ? "No device" : "More than one device", options.device, known));
 }
 
 DEVICE_ACCESS_FLAGS access_flags_of(const std::string& word) {
@@ -119,9 +117,9 @@ open_module open_named_module(const common_options& options, DEVICE_ACCESS_FLAGS
         return opened;
     }
     if (options.module == "interface" && opened.found.devices.empty()) {
-        const std::string id =
-            options.interface.empty() && !opened.found.interfaces.empty() ? opened.found.interfaces.front().id
-                                                                         : options.interface;
+        const std::string id = options.interface.empty() && !opened.found.interfaces.empty()
+                                   ? opened.found.interfaces.front().id
+                                   : options.interface;
         opened.interface = open_interface(opened.found.system, id);
         opened.nodes = std::make_unique<node_map>(lib, opened.interface->get());
         return opened;
