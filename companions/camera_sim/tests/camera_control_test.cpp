@@ -178,6 +178,8 @@ TEST(camera_control, force_ip_moves_the_camera_and_persistent_ip_survives_a_rese
     gige::store32(&body[36], 0xFF000000);
     client.send(command::force_ip, body);
     ASSERT_TRUE(client.receive_reply());
+    // The acknowledge leaves from the old address, in front of the change.
+    for (int i = 0; i < 2000 && cam->address() != own_address(9); ++i) ::usleep(1000);
     client.camera_address = own_address(9);
     EXPECT_EQ(client.read(boot::current_address), own_address(9));
 

@@ -91,12 +91,12 @@ TEST(gvcp_control, lost_requests_and_acknowledges_are_repeated_and_done_once) {
 TEST(gvcp_control, waits_as_long_as_the_camera_asks_for) {
     auto options = small_camera(1);
     options.faults.pending_every = 1;
-    options.faults.pending_ms = 200;
+    options.faults.pending_ms = 1200;
     const auto cam = start(options);
-    const auto device = open(*cam);
+    const auto device = open(*cam, {.access = access_mode::read_only, .attempt = milliseconds{2000}});
     ASSERT_TRUE(device);
     const auto before = cam->stats();
-    EXPECT_EQ(device->read_register(sim::sensor_width, milliseconds{50}).value_or(0), 320U)
+    EXPECT_EQ(device->read_register(sim::sensor_width, milliseconds{1000}).value_or(0), 320U)
         << "later than its own time allows";
     EXPECT_EQ(cam->stats().control_requests - before.control_requests, 1U) << "no repetition while it works";
 }
