@@ -49,14 +49,14 @@ size_t device_data_stream::payload_size() {
     return size && *size > 0 ? static_cast<size_t>(*size) : 0;
 }
 
-Error device_data_stream::open_stream(const ipc_rpc::client_object_handle& lease) {
+Error device_data_stream::open_stream(const ipc_rpc::client_object_handle& channel_lease) {
     skipped_frames = 0;
     resend_packets_requested = 0;
     const auto payload = read_payload_size();
     if (!payload || *payload <= 0 || *payload > UINT32_MAX) {
         return {GC_ERR_INVALID_PARAMETER, "Failed to read PayloadSize from device."};
     }
-    const auto channel = lease.invoke<catalogue::get_stream_channel_info>(0U);
+    const auto channel = channel_lease.invoke<catalogue::get_stream_channel_info>(0U);
     if (!channel) return gds_producer::to_gentl_error(channel.error(), "get_stream_channel_info");
     std::error_code bad_address;
     const auto device_address = asio::ip::make_address_v4(channel->host_address, bad_address);
@@ -77,7 +77,7 @@ Error device_data_stream::open_stream(const ipc_rpc::client_object_handle& lease
     params.payload_size = static_cast<uint32_t>(*payload);
     params.preferred_packet_size = static_cast<int32_t>(packet_size_chosen);
     if (remote_device.supports_resend()) {
-        params.send_resend = [handle = lease](uint32_t channel_index, uint64_t block_id, uint32_t first, uint32_t last,
+        params.send_resend = [handle = channel_lease](uint32_t channel_index, uint64_t block_id, uint32_t first, uint32_t last,
                                               bool extended) {
             static_cast<void>(
                 handle.invoke<catalogue::send_resend_cmd>(channel_index, block_id, first, last, extended));

@@ -18,7 +18,7 @@ public:
 
 protected:
     size_t payload_size() override;
-    GenTL::Error open_stream(const ipc_rpc::client_object_handle& lease) override;
+    GenTL::Error open_stream(const ipc_rpc::client_object_handle& channel_lease) override;
     void close_stream() override;
     void flush_stream() override;
     void build_register_map(GenTL::Producer::Util::GenApiInterfaceBuilder& builder) override;

@@ -27,9 +27,9 @@ device_instance::~device_instance() { shut_down(); }
 std::shared_ptr<gds_producer::producer_device_remote_port_base>
 device_instance::open_remote_port(const std::string& display_name) {
     const DeviceInfo& info = device_info();
-    PortInfo port_info{info.vendor, info.model, info.tl_type, PortType::Device, info.version, "Device"};
+    PortInfo remote_info{info.vendor, info.model, info.tl_type, PortType::Device, info.version, "Device"};
     gev_port = std::make_shared<device_remote_port>(
-        info.id, std::move(port_info), service_handle(), [display_name](bool started) {
+        info.id, std::move(remote_info), service_handle(), [display_name](bool started) {
             gds_helper::log::get(gds_helper::log::logger_id::main)
                 ->debug("{}: the consumer {} the acquisition.", display_name, started ? "starts" : "stops");
         });

@@ -45,9 +45,9 @@ std::error_code controlchannel_proxy::write_mem(uint32_t address, std::span<cons
     return *count == data.size() ? std::error_code{} : std::make_error_code(std::errc::io_error);
 }
 
-device_remote_port::device_remote_port(std::string id, Producer::PortInfo info, ipc_rpc::client_object_handle device,
+device_remote_port::device_remote_port(std::string id, Producer::PortInfo info, ipc_rpc::client_object_handle device_handle,
                                        std::function<void(bool)> on_acquisition)
-    : producer_device_remote_port_base(std::move(id), std::move(info), std::move(device)),
+    : producer_device_remote_port_base(std::move(id), std::move(info), std::move(device_handle)),
       acquisition_changed(std::move(on_acquisition)) {}
 
 device_remote_port::~device_remote_port() { document.reset(); /* before the proxy that it is bound to */ }

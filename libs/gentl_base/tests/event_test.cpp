@@ -68,7 +68,7 @@ TEST(Event, NearlyInfiniteTimeOutsDoNotWrap) {
     const open_chain chain;
     EVENT_HANDLE event = nullptr;
     ASSERT_EQ(GCRegisterEvent(chain.ds, EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS);
-    for (const uint64_t timeout : {GENTL_INFINITE, GENTL_INFINITE - 1, uint64_t{1} << 62}) {
+    for (const uint64_t timeout : {uint64_t{GENTL_INFINITE}, uint64_t{GENTL_INFINITE} - 1, uint64_t{1} << 62}) {
         std::thread killer{[&] {
             std::this_thread::sleep_for(std::chrono::milliseconds{5});
             EventKill(event);

@@ -16,7 +16,7 @@ namespace fake {
 using namespace GenTL;
 using namespace GenTL::Producer;
 
-inline const TransportLayerInfo tl_info{"id", "Maker", "Model", "1.0", "GEV", "Display"};
+inline const TransportLayerInfo library_info{"id", "Maker", "Model", "1.0", "GEV", "Display"};
 
 class stream final : public DataStreamImpl {
 public:
@@ -76,7 +76,7 @@ private:
 
 class system final : public SystemImpl {
 public:
-    system() : SystemImpl(tl_info) {}
+    system() : SystemImpl(library_info) {}
     std::vector<InterfaceInfo> interfaces{
         {"if0", "Interface 0", "GEV", {{0x7F000001, 0xFF000000}}, {}, 0x112233445566}};
     std::vector<DeviceInfo> devices{
@@ -92,7 +92,7 @@ protected:
 
 class factory final : public ISystemFactory {
 public:
-    const TransportLayerInfo& transport_layer_info() const override { return tl_info; }
+    const TransportLayerInfo& transport_layer_info() const override { return library_info; }
     std::expected<std::shared_ptr<ISystem>, Error> create_system() override { return std::make_shared<system>(); }
     void on_library_closed() override { ++closed; }
     int closed = 0;

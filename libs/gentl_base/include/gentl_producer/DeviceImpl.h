@@ -27,7 +27,7 @@ public:
     Error OpenDataStream(const char* sDataStreamID, DS_HANDLE* phDataStream) override;
     Error GetInfo(DEVICE_INFO_CMD iInfoCmd, INFO_DATATYPE* piType, void* pBuffer, size_t* piSize) override;
     Error GetParentIF(IF_HANDLE* phIface) override;
-    [[nodiscard]] std::string id() const override { return info.id; }
+    [[nodiscard]] std::string id() const override { return device_data.id; }
     [[nodiscard]] IInterface& parent_interface() override { return interface; }
     Error OnDataStreamClosed(IDataStream* closed) override;
 
@@ -50,13 +50,13 @@ protected:
     // From now on every GetInfo fails with "Device lost", and the error event says so. Any thread.
     void mark_lost();
 
-    [[nodiscard]] const DeviceInfo& device_info() const noexcept { return info; }
+    [[nodiscard]] const DeviceInfo& device_info() const noexcept { return device_data; }
     [[nodiscard]] DEVICE_ACCESS_FLAGS access() const noexcept { return access_flags; }
     void fire_module_event(uint64_t event_id, std::span<const std::byte> data);
 
 private:
     IInterface& interface;
-    const DeviceInfo info;
+    const DeviceInfo device_data;
     std::vector<std::string> data_stream_ids;
     std::mutex open_mutex; // guards open_streams and remote_port
     std::map<std::string, std::shared_ptr<IDataStream>> open_streams;

@@ -27,7 +27,7 @@ public:
                         size_t* piSize) override;
     Error OpenDevice(const char* sDeviceID, DEVICE_ACCESS_FLAGS iOpenFlags, DEV_HANDLE* phDevice) override;
     Error GetParentTL(TL_HANDLE* phSystem) override;
-    [[nodiscard]] std::string id() const override { return info.id; }
+    [[nodiscard]] std::string id() const override { return interface_data.id; }
     [[nodiscard]] ISystem& parent_system() override { return system; }
     void close_children() override;
     Error OnDeviceClosed(IDevice* closed) override;
@@ -36,14 +36,14 @@ protected:
     InterfaceImpl(ISystem& parent, InterfaceInfo interface_info);
 
     virtual std::expected<std::vector<DeviceInfo>, Error> query_devices_(uint64_t timeout) = 0;
-    virtual std::expected<std::shared_ptr<IDevice>, Error> create_device_(const DeviceInfo& info,
+    virtual std::expected<std::shared_ptr<IDevice>, Error> create_device_(const DeviceInfo& interface_data,
                                                                           DEVICE_ACCESS_FLAGS iOpenFlags) = 0;
 
     Util::DocumentIdentity document_identity() override;
     void build_register_map(Util::GenApiInterfaceBuilder& builder) override;
 
     void fire_module_event(uint64_t event_id, std::span<const std::byte> data);
-    [[nodiscard]] const InterfaceInfo& interface_info() const noexcept { return info; }
+    [[nodiscard]] const InterfaceInfo& interface_info() const noexcept { return interface_data; }
 
 private:
     void add_device_enumeration(Util::GenApiInterfaceBuilder& builder);
@@ -51,7 +51,7 @@ private:
     template <class T>
     auto selected_device(T (*extract)(const DeviceInfo&));
 
-    const InterfaceInfo info;
+    const InterfaceInfo interface_data;
     ISystem& system;
     std::mutex device_list_mutex; // guards devices
     std::vector<DeviceInfo> devices;

@@ -13,9 +13,9 @@ constexpr uint64_t register_space = 0xC120000;
 
 Error device_lost_error() { return {GC_ERR_CUSTOM_ID, "Device lost"}; }
 
-PortInfo port_info_of(IInterface& interface, const DeviceInfo& info) {
+PortInfo port_info_of(IInterface& interface, const DeviceInfo& device_data) {
     const TransportLayerStrings tl = interface.parent_system().transport_layer_strings();
-    return {info.vendor, info.model, info.tl_type, PortType::TLDevice, std::string{tl.version}, "DevicePort"};
+    return {device_data.vendor, device_data.model, device_data.tl_type, PortType::TLDevice, std::string{tl.version}, "DevicePort"};
 }
 
 Util::TextGetter build_string_query(IDevice& device, DEVICE_INFO_CMD command) {
@@ -45,7 +45,7 @@ DeviceImpl::DeviceImpl(IInterface& parent, DeviceInfo record, DEVICE_ACCESS_FLAG
     : VirtualPortImpl("DevicePort", port_info_of(parent, record), register_space, genicam_gen::reference_id::device),
       TrackedObject("DeviceImpl"),
       interface(parent),
-      info(std::move(record)),
+      device_data(std::move(record)),
       error_event(*this, EVENT_ERROR, [] { return std::make_shared<ErrorEvent>(); }),
       genapi_event(*this, EVENT_MODULE, [] { return std::make_shared<GenApiEvent>(EVENT_MODULE); }),
       access_flags(flags) {}
@@ -85,7 +85,7 @@ Error DeviceImpl::GetPort(PORT_HANDLE* phRemoteDevice) {
     if (!port) {
         port = create_remote_port_();
         remote_port = port;
-        if (port) handle_map().add(info.id + "_remotePortId", port, HandleKind::RemotePort);
+        if (port) handle_map().add(device_data.id + "_remotePortId", port, HandleKind::RemotePort);
     }
     *phRemoteDevice = as_handle(port.get());
     return success();
@@ -130,7 +130,7 @@ Error DeviceImpl::GetInfo(DEVICE_INFO_CMD iInfoCmd, INFO_DATATYPE* piType, void*
         return answer_string(piType, pBuffer, piSize, *name);
     }
     default:
-        return answer_device_info(info, iInfoCmd, piType, pBuffer, piSize);
+        return answer_device_info(device_data, iInfoCmd, piType, pBuffer, piSize);
     }
 }
 
@@ -150,11 +150,11 @@ Error DeviceImpl::OnDataStreamClosed(IDataStream* closed) {
 }
 
 std::expected<std::string, Error> DeviceImpl::query_user_defined_name_() {
-    if (!info.user_defined_name) return std::unexpected(Error{GC_ERR_NOT_IMPLEMENTED});
-    return *info.user_defined_name;
+    if (!device_data.user_defined_name) return std::unexpected(Error{GC_ERR_NOT_IMPLEMENTED});
+    return *device_data.user_defined_name;
 }
 
-Util::DocumentIdentity DeviceImpl::document_identity() { return {info.vendor, info.model, info.display_name}; }
+Util::DocumentIdentity DeviceImpl::document_identity() { return {device_data.vendor, device_data.model, device_data.display_name}; }
 
 void DeviceImpl::build_register_map(Util::GenApiInterfaceBuilder& builder) {
     builder.add_ro_string("DeviceID", 256, build_string_query(*this, DEVICE_INFO_ID));
@@ -165,18 +165,18 @@ void DeviceImpl::build_register_map(Util::GenApiInterfaceBuilder& builder) {
     builder.add_ro_string("DeviceDisplayName", 256, build_string_query(*this, DEVICE_INFO_DISPLAYNAME));
     const auto present = [](bool value) { return [value]() -> std::expected<bool, Error> { return value; }; };
     builder.add_availability("DeviceSerialNumber", "DeviceSerialNumber_AvailableRegister",
-                             present(!info.serial_number.empty()));
-    builder.add_availability("DeviceVersion", "DeviceVersion_AvailableRegister", present(!info.version.empty()));
-    builder.add_enum_constant("DeviceType", tl_type_entry(info.tl_type));
+                             present(!device_data.serial_number.empty()));
+    builder.add_availability("DeviceVersion", "DeviceVersion_AvailableRegister", present(!device_data.version.empty()));
+    builder.add_enum_constant("DeviceType", tl_type_entry(device_data.tl_type));
     builder.add_ro_integer<uint64_t>("DeviceTimestampFrequency",
                                      build_query<uint64_t>(*this, DEVICE_INFO_TIMESTAMP_FREQUENCY));
     builder.add_ro_enumeration("DeviceAccessStatus", build_query<uint32_t>(*this, DEVICE_INFO_ACCESS_STATUS));
     builder.add_ro_string(
         "DeviceFamilyName", 256,
-        Util::ValueGetter<std::string>{[this]() -> std::expected<std::string, Error> { return info.model; }});
+        Util::ValueGetter<std::string>{[this]() -> std::expected<std::string, Error> { return device_data.model; }});
     builder.add_ro_string(
         "DeviceManufacturerInfo", 256,
-        Util::ValueGetter<std::string>{[this]() -> std::expected<std::string, Error> { return info.vendor; }});
+        Util::ValueGetter<std::string>{[this]() -> std::expected<std::string, Error> { return device_data.vendor; }});
     builder.add_enum_constant("DeviceEndianessMechanism", "Standard");
 
     builder.add_selector(
@@ -191,15 +191,15 @@ void DeviceImpl::build_register_map(Util::GenApiInterfaceBuilder& builder) {
         }});
     builder.select("StreamSelector", {"StreamID"});
 
-    if (info.tl_type == "GEV") {
-        builder.add_integer_constant("GevDeviceMACAddress", static_cast<int64_t>(info.mac_address)).representation =
+    if (device_data.tl_type == "GEV") {
+        builder.add_integer_constant("GevDeviceMACAddress", static_cast<int64_t>(device_data.mac_address)).representation =
             genicam_gen::representation::mac_address;
         const auto address = [](uint32_t value) {
             return [value]() -> std::expected<uint32_t, Error> { return value; };
         };
-        builder.add_ro_ip_address("GevDeviceIPAddress", address(info.ip_address));
-        builder.add_ro_ip_address("GevDeviceSubnetMask", address(info.subnet_mask));
-        builder.add_ro_ip_address("GevDeviceGateway", address(info.gateway));
+        builder.add_ro_ip_address("GevDeviceIPAddress", address(device_data.ip_address));
+        builder.add_ro_ip_address("GevDeviceSubnetMask", address(device_data.subnet_mask));
+        builder.add_ro_ip_address("GevDeviceGateway", address(device_data.gateway));
     }
     builder.add_enum_constant("DeviceChunkDataFormat", "GigEVision");
 }

@@ -36,14 +36,14 @@ auto build_item_query(const std::vector<T>& list, const uint32_t& selector, std:
 InterfaceImpl::InterfaceImpl(ISystem& parent, InterfaceInfo interface_info)
     : VirtualPortImpl("InterfacePort", port_info_of(parent), register_space, genicam_gen::reference_id::interface),
       TrackedObject("InterfaceImpl"),
-      info(std::move(interface_info)),
+      interface_data(std::move(interface_info)),
       system(parent),
       genapi_event(*this, EVENT_MODULE, [] { return std::make_shared<GenApiEvent>(EVENT_MODULE); }) {}
 
 InterfaceImpl::~InterfaceImpl() { InterfaceImpl::close_children(); }
 
 Error InterfaceImpl::GetInfo(INTERFACE_INFO_CMD iInfoCmd, INFO_DATATYPE* piType, void* pBuffer, size_t* piSize) {
-    return answer_interface_info(info, iInfoCmd, piType, pBuffer, piSize);
+    return answer_interface_info(interface_data, iInfoCmd, piType, pBuffer, piSize);
 }
 
 Error InterfaceImpl::GetNumDevices(uint32_t* piNumDevices) {
@@ -139,7 +139,7 @@ void InterfaceImpl::build_register_map(Util::GenApiInterfaceBuilder& builder) {
     };
     addInfoString("InterfaceID", INTERFACE_INFO_ID);
     addInfoString("InterfaceDisplayName", INTERFACE_INFO_DISPLAYNAME);
-    builder.add_enum_constant("InterfaceType", tl_type_entry(info.tl_type));
+    builder.add_enum_constant("InterfaceType", tl_type_entry(interface_data.tl_type));
     builder.add_integer_constant("InterfaceTLVersionMajor", 1);
     builder.add_integer_constant("InterfaceTLVersionMinor", 5);
 
@@ -148,7 +148,7 @@ void InterfaceImpl::build_register_map(Util::GenApiInterfaceBuilder& builder) {
     builder.add_category("EventControl", {"EventDeviceListChanged"});
 
     add_device_enumeration(builder);
-    if (info.tl_type == "GEV") add_gev_features(builder);
+    if (interface_data.tl_type == "GEV") add_gev_features(builder);
 }
 
 template <class T>
@@ -171,7 +171,7 @@ void InterfaceImpl::add_device_enumeration(Util::GenApiInterfaceBuilder& builder
         },
         &device_selector);
 
-    // The device info table, run at the selected device.
+    // The device interface_data table, run at the selected device.
     const auto build_device_string_query = [this](DEVICE_INFO_CMD command) {
         return Util::TextGetter{[this, command](std::span<char> text) {
             const std::lock_guard guard{device_list_mutex};
@@ -215,25 +215,25 @@ void InterfaceImpl::add_device_enumeration(Util::GenApiInterfaceBuilder& builder
 }
 
 void InterfaceImpl::add_gev_features(Util::GenApiInterfaceBuilder& builder) {
-    builder.add_integer_constant("GevInterfaceMACAddress", static_cast<int64_t>(info.mac_address)).representation =
+    builder.add_integer_constant("GevInterfaceMACAddress", static_cast<int64_t>(interface_data.mac_address)).representation =
         genicam_gen::representation::mac_address;
 
     builder.add_selector(
-        "GevInterfaceSubnetSelector", [this] { return info.subnets.size(); }, &subnet_selector);
+        "GevInterfaceSubnetSelector", [this] { return interface_data.subnets.size(); }, &subnet_selector);
     builder.add_ro_ip_address("GevInterfaceSubnetIPAddress",
                               build_item_query(
-                                  info.subnets, subnet_selector, "GevInterfaceSubnetSelector",
+                                  interface_data.subnets, subnet_selector, "GevInterfaceSubnetSelector",
                                   +[](const GEVSubnet& subnet) { return subnet.ip_address; }));
     builder.add_ro_ip_address("GevInterfaceSubnetMask",
                               build_item_query(
-                                  info.subnets, subnet_selector, "GevInterfaceSubnetSelector",
+                                  interface_data.subnets, subnet_selector, "GevInterfaceSubnetSelector",
                                   +[](const GEVSubnet& subnet) { return subnet.subnet_mask; }));
     builder.select("GevInterfaceSubnetSelector", {"GevInterfaceSubnetIPAddress", "GevInterfaceSubnetMask"});
 
     builder.add_selector(
-        "GevInterfaceGatewaySelector", [this] { return info.gateways.size(); }, &gateway_selector);
+        "GevInterfaceGatewaySelector", [this] { return interface_data.gateways.size(); }, &gateway_selector);
     builder.add_ro_ip_address("GevInterfaceGateway", build_item_query(
-                                                         info.gateways, gateway_selector, "GevInterfaceGatewaySelector",
+                                                         interface_data.gateways, gateway_selector, "GevInterfaceGatewaySelector",
                                                          +[](const uint32_t& gateway) { return gateway; }));
     builder.select("GevInterfaceGatewaySelector", {"GevInterfaceGateway"});
 

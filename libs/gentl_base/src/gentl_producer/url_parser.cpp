@@ -20,7 +20,9 @@ bool parse_whole(std::string_view text, int base, T& value) {
 
 bool consume_scheme(std::string_view& text, std::string_view scheme) {
     if (text.size() <= scheme.size() || text[scheme.size()] != ':') return false;
-    const auto same_letter = [](char a, char b) { return std::tolower(static_cast<unsigned char>(a)) == b; };
+    const auto same_letter = [](char lower, char any) {
+        return std::tolower(static_cast<unsigned char>(any)) == lower;
+    };
     if (!std::equal(scheme.begin(), scheme.end(), text.begin(), same_letter)) return false;
     text.remove_prefix(scheme.size() + 1);
     return true;

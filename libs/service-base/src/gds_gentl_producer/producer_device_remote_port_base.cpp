@@ -69,9 +69,9 @@ std::expected<std::vector<std::string>, Error> producer_device_remote_port_base:
             ->error("Failed to fetch urls from device. Message = {}.", listed.error().message());
         return std::unexpected(to_gentl_error(listed.error(), "get_url_info_list"));
     }
-    std::vector<std::string> urls;
-    for (const auto& info : *listed) urls.push_back(info.url);
-    return urls;
+    std::vector<std::string> texts;
+    for (const auto& info : *listed) texts.push_back(info.url);
+    return texts;
 }
 
 } // namespace gds_producer
