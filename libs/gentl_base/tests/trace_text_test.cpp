@@ -24,7 +24,7 @@ TEST(TraceText, Arguments) {
     EXPECT_EQ(ORV_ARG(pointer), "pointer = 0x1234");
     EXPECT_EQ(ORV_ARG(text), "text = \"abc\"");
     EXPECT_EQ(ORV_ARG(number), "number = 42");
-    EXPECT_EQ(ORV_ARG((Debug::dump_hex{iAddress})), "iAddress = 0xab");
+    EXPECT_EQ(ORV_HEX(iAddress), "iAddress = 0xab");
     const int32_t command = 1000;
     EXPECT_EQ(ORV_ENUM(DEVICE_INFO_CMD, command), "command = DEVICE_INFO_CUSTOM_ID");
     const int32_t beyond = 4711;

@@ -94,12 +94,6 @@ std::string argument_text(std::string_view label, const char* text) {
 }
 
 std::string argument_text(std::string_view label, dump_hex address) {
-    // The label is the expression with the wrapper around it; only what stands inside is the parameter.
-    const size_t open = label.find("{ ");
-    const size_t close = label.rfind(" }");
-    if (open != label.npos && close != label.npos && close > open + 2) {
-        label = label.substr(open + 2, close - open - 2);
-    }
     return fmt::format("{} = {:#x}", label, address.value);
 }
 

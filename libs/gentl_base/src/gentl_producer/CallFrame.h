@@ -74,6 +74,7 @@ template <class... Texts>
 
 // The labels are the source expressions, so these are macros.
 #define ORV_ARG(expression) ::GenTL::Producer::Debug::argument_text(#expression, expression)
+#define ORV_HEX(number) ::GenTL::Producer::Debug::argument_text(#number, ::GenTL::Producer::Debug::dump_hex{number})
 #define ORV_OUT(pointer) ::GenTL::Producer::Debug::target_text("*" #pointer, pointer)
 #define ORV_ENUM(type, value)                                                                                          \
     ::GenTL::Producer::Debug::enum_text(::GenTL::Producer::Debug::Enumeration::type, #value, value)

@@ -15,7 +15,8 @@ Error device_lost_error() { return {GC_ERR_CUSTOM_ID, "Device lost"}; }
 
 PortInfo port_info_of(IInterface& interface, const DeviceInfo& device_data) {
     const TransportLayerStrings tl = interface.parent_system().transport_layer_strings();
-    return {device_data.vendor, device_data.model, device_data.tl_type, PortType::TLDevice, std::string{tl.version}, "DevicePort"};
+    return {device_data.vendor, device_data.model,       device_data.tl_type,
+            PortType::TLDevice, std::string{tl.version}, "DevicePort"};
 }
 
 Util::TextGetter build_string_query(IDevice& device, DEVICE_INFO_CMD command) {
@@ -154,7 +155,9 @@ std::expected<std::string, Error> DeviceImpl::query_user_defined_name_() {
     return *device_data.user_defined_name;
 }
 
-Util::DocumentIdentity DeviceImpl::document_identity() { return {device_data.vendor, device_data.model, device_data.display_name}; }
+Util::DocumentIdentity DeviceImpl::document_identity() {
+    return {device_data.vendor, device_data.model, device_data.display_name};
+}
 
 void DeviceImpl::build_register_map(Util::GenApiInterfaceBuilder& builder) {
     builder.add_ro_string("DeviceID", 256, build_string_query(*this, DEVICE_INFO_ID));
@@ -192,8 +195,8 @@ void DeviceImpl::build_register_map(Util::GenApiInterfaceBuilder& builder) {
     builder.select("StreamSelector", {"StreamID"});
 
     if (device_data.tl_type == "GEV") {
-        builder.add_integer_constant("GevDeviceMACAddress", static_cast<int64_t>(device_data.mac_address)).representation =
-            genicam_gen::representation::mac_address;
+        builder.add_integer_constant("GevDeviceMACAddress", static_cast<int64_t>(device_data.mac_address))
+            .representation = genicam_gen::representation::mac_address;
         const auto address = [](uint32_t value) {
             return [value]() -> std::expected<uint32_t, Error> { return value; };
         };

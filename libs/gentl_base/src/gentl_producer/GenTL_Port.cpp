@@ -44,7 +44,7 @@ GC_API GCGetPortInfo(PORT_HANDLE hPort, PORT_INFO_CMD iInfoCmd, INFO_DATATYPE* p
 GC_API GCReadPort(PORT_HANDLE hPort, uint64_t iAddress, void* pBuffer, size_t* piSize) {
     return handle_call<IPort>(
         "GenTL::GCReadPort", ORV_HERE, hPort,
-        ORV_ARGS(ORV_ARG(hPort), ORV_ARG((Debug::dump_hex{iAddress})), ORV_ARG(pBuffer), ORV_ARG(piSize)),
+        ORV_ARGS(ORV_ARG(hPort), ORV_HEX(iAddress), ORV_ARG(pBuffer), ORV_ARG(piSize)),
         [&](IPort& object) {
             if (pBuffer == nullptr) return Error{GC_ERR_INVALID_PARAMETER, "pBuffer == nullptr"};
             if (piSize == nullptr) return Error{GC_ERR_INVALID_PARAMETER, "piSize == nullptr"};
@@ -56,7 +56,7 @@ GC_API GCReadPort(PORT_HANDLE hPort, uint64_t iAddress, void* pBuffer, size_t* p
 GC_API GCWritePort(PORT_HANDLE hPort, uint64_t iAddress, const void* pBuffer, size_t* piSize) {
     return handle_call<IPort>(
         "GenTL::GCWritePort", ORV_HERE, hPort,
-        ORV_ARGS(ORV_ARG(hPort), ORV_ARG((Debug::dump_hex{iAddress})),
+        ORV_ARGS(ORV_ARG(hPort), ORV_HEX(iAddress),
                  Debug::argument_text("Debug::dump_buffer( pBuffer, piSize )", Debug::sized(pBuffer, piSize)),
                  ORV_ARG(piSize)),
         [&](IPort& object) {

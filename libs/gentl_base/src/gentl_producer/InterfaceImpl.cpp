@@ -215,8 +215,8 @@ void InterfaceImpl::add_device_enumeration(Util::GenApiInterfaceBuilder& builder
 }
 
 void InterfaceImpl::add_gev_features(Util::GenApiInterfaceBuilder& builder) {
-    builder.add_integer_constant("GevInterfaceMACAddress", static_cast<int64_t>(interface_data.mac_address)).representation =
-        genicam_gen::representation::mac_address;
+    builder.add_integer_constant("GevInterfaceMACAddress", static_cast<int64_t>(interface_data.mac_address))
+        .representation = genicam_gen::representation::mac_address;
 
     builder.add_selector(
         "GevInterfaceSubnetSelector", [this] { return interface_data.subnets.size(); }, &subnet_selector);
@@ -232,9 +232,10 @@ void InterfaceImpl::add_gev_features(Util::GenApiInterfaceBuilder& builder) {
 
     builder.add_selector(
         "GevInterfaceGatewaySelector", [this] { return interface_data.gateways.size(); }, &gateway_selector);
-    builder.add_ro_ip_address("GevInterfaceGateway", build_item_query(
-                                                         interface_data.gateways, gateway_selector, "GevInterfaceGatewaySelector",
-                                                         +[](const uint32_t& gateway) { return gateway; }));
+    builder.add_ro_ip_address("GevInterfaceGateway",
+                              build_item_query(
+                                  interface_data.gateways, gateway_selector, "GevInterfaceGatewaySelector",
+                                  +[](const uint32_t& gateway) { return gateway; }));
     builder.select("GevInterfaceGatewaySelector", {"GevInterfaceGateway"});
 
     builder.add_ro_ip_address("GevDeviceIPAddress", selected_device(+[](const DeviceInfo& d) { return d.ip_address; }));
