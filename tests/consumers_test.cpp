@@ -50,7 +50,7 @@ TEST_P(Consumers, StopWhileAnotherThreadWaits) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Libraries, Consumers, testing::Values(ORV_CTI, ORV_MULTIPART_CTI),
-                         [](const auto& info) { return info.index == 0 ? "plain" : "multipart"; });
+                         [](const auto& chosen) { return chosen.index == 0 ? "plain" : "multipart"; });
 
 TEST(BufferParts, BuffersHaveOne) {
     test_bench own;

@@ -29,7 +29,9 @@ TEST_P(Grab, DeliversEveryFrameCompleteAndInOrder) {
     EXPECT_EQ(result["frames_incomplete"], 0) << result;
     EXPECT_EQ(result["frames_lost"], 0) << result;
     EXPECT_EQ(result["underruns"], 0) << result;
-    if (GetParam().packet_size != 0) EXPECT_EQ(result["packet_size"], GetParam().packet_size) << result;
+    if (GetParam().packet_size != 0) {
+        EXPECT_EQ(result["packet_size"], GetParam().packet_size) << result;
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Streams, Grab,
@@ -40,7 +42,7 @@ INSTANTIATE_TEST_SUITE_P(Streams, Grab,
                                          stream_case{"rgb", {"--pixel-format", "RGB8"}, 0},
                                          stream_case{"packed", {"--pixel-format", "Mono12p"}, 0},
                                          stream_case{"coalesced", {"--gso"}, 0}),
-                         [](const auto& info) { return std::string{info.param.name}; });
+                         [](const auto& chosen) { return std::string{chosen.param.name}; });
 
 TEST(GrabChunks, EveryChunkIsListed) {
     for (const char* form : {"standard", "extended"}) {
