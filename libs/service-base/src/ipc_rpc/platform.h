@@ -1,0 +1,162 @@
+// What the RPC subsystem asks of the platform. Implemented in posix/; win32/ is to mirror it file by file.
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <expected>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <system_error>
+#include <utility>
+
+namespace ipc_rpc::platform {
+
+inline constexpr std::size_t control_message_size = 4096;
+
+// Manual-reset event that a control channel's wait ends on. Any thread may set it.
+class stop_event final {
+public:
+    // Throws std::system_error ("Failed to create semaphore") when the system has no event left.
+    stop_event();
+    ~stop_event();
+    stop_event(const stop_event&) = delete;
+    stop_event& operator=(const stop_event&) = delete;
+
+    void set() noexcept;
+    void reset() noexcept;
+    [[nodiscard]] bool is_set() const noexcept;
+    [[nodiscard]] std::intptr_t native() const noexcept { return handle; }
+
+private:
+    std::intptr_t handle;
+};
+
+// The process at the other end of a control channel.
+struct peer_identity {
+    std::int64_t process_id = 0;
+    std::uint32_t user_id = 0;
+    std::uint32_t group_id = 0;
+};
+
+// One connected end of the control channel; keeps message boundaries. Thread-bound but for `send`.
+class named_pipe_channel final {
+public:
+    // True means keep reading. The end of the peer is std::errc::connection_aborted.
+    using packet_callback = std::function<bool(std::error_code, std::span<const std::byte>)>;
+
+    // Connects to the server end of this name. While it is busy, waits for it up to `timeout` or until the event is
+    // set (operation_canceled). The server must be of root or of this user (permission_denied).
+    [[nodiscard]] static std::expected<std::unique_ptr<named_pipe_channel>, std::error_code>
+    attach_to_server(const std::string& id, std::chrono::milliseconds timeout, const stop_event& stop);
+
+    // Owns the connected handle.
+    named_pipe_channel(std::intptr_t connected, peer_identity identity) noexcept : handle(connected), peer(identity) {}
+    ~named_pipe_channel();
+    named_pipe_channel(const named_pipe_channel&) = delete;
+    named_pipe_channel& operator=(const named_pipe_channel&) = delete;
+
+    // One whole message. Thread-safe.
+    [[nodiscard]] std::error_code send(std::span<const std::byte> message) noexcept;
+    // Calls `on_packet` for each message on this thread until the event is set or `time_limit` has passed; after a
+    // callback that returned false only waits for that.
+    void run(const stop_event& stop, const packet_callback& on_packet,
+             std::optional<std::chrono::milliseconds> time_limit = std::nullopt);
+    [[nodiscard]] const peer_identity& identity() const noexcept { return peer; }
+
+private:
+    std::intptr_t handle;
+    peer_identity peer;
+    std::array<std::byte, control_message_size> buffer{};
+};
+
+// Who may use the objects that a service creates: this user, and members of the group if there is one.
+struct object_access {
+    std::optional<std::uint32_t> group;
+};
+
+// The listening end of a control channel. Only one process holds a name; what a dead one left is taken over.
+class named_pipe_listener final {
+public:
+    // std::errc::address_in_use when a living process holds the name.
+    [[nodiscard]] static std::expected<std::unique_ptr<named_pipe_listener>, std::error_code>
+    listen(const std::string& id, const object_access& access);
+
+    ~named_pipe_listener();
+    named_pipe_listener(const named_pipe_listener&) = delete;
+    named_pipe_listener& operator=(const named_pipe_listener&) = delete;
+
+    // Waits until a client connects, `wake` is set (null result), or the listener fails. Clients that are neither
+    // root, nor this user, nor in the group are turned away with `refused`.
+    [[nodiscard]] std::expected<std::unique_ptr<named_pipe_channel>, std::error_code>
+    accept(const stop_event& wake, const std::function<void(const peer_identity&)>& refused);
+
+private:
+    named_pipe_listener(std::intptr_t listening, std::intptr_t lock_handle, std::string socket_path,
+                        object_access who) noexcept
+        : handle(listening), lock(lock_handle), path(std::move(socket_path)), access(who) {}
+
+    std::intptr_t handle;
+    std::intptr_t lock;
+    std::string path;
+    object_access access;
+};
+
+// A region shared under a name. Failures throw std::system_error.
+class shared_mapping final {
+public:
+    // New and zeroed; refused when the name exists. Owns the name until release_name or destruction.
+    [[nodiscard]] static shared_mapping create(const std::string& name, std::size_t size, const object_access& access);
+    // The whole existing object, at least `min_size` bytes.
+    [[nodiscard]] static shared_mapping open(const std::string& name, std::size_t min_size);
+
+    shared_mapping(shared_mapping&& other) noexcept
+        : mapped(std::exchange(other.mapped, {})), owned_name(std::exchange(other.owned_name, {})) {}
+    shared_mapping& operator=(shared_mapping&&) = delete;
+    ~shared_mapping();
+
+    [[nodiscard]] std::span<std::byte> bytes() const noexcept { return mapped; }
+    void release_name() noexcept;
+
+private:
+    shared_mapping(std::span<std::byte> region, std::string name) noexcept
+        : mapped(region), owned_name(std::move(name)) {}
+
+    std::span<std::byte> mapped;
+    std::string owned_name;  // empty: opened, or the name is gone
+};
+
+// Counting semaphore under a name. Failures throw std::system_error.
+class named_semaphore final {
+public:
+    // Count 0; refused when the name exists. Owns the name until release_name or destruction.
+    [[nodiscard]] static named_semaphore create(const std::string& name, const object_access& access);
+    [[nodiscard]] static named_semaphore open(const std::string& name);
+
+    named_semaphore(named_semaphore&& other) noexcept
+        : handle(std::exchange(other.handle, nullptr)), owned_name(std::exchange(other.owned_name, {})) {}
+    named_semaphore& operator=(named_semaphore&&) = delete;
+    ~named_semaphore();
+
+    void wait();
+    // A count that can't grow any more is no error: whoever waits wakes up all the same.
+    void post(unsigned count) noexcept;
+    void release_name() noexcept;
+
+private:
+    named_semaphore(void* native, std::string name) noexcept : handle(native), owned_name(std::move(name)) {}
+
+    void* handle;
+    std::string owned_name;
+};
+
+// Object names of this platform begin with this.
+[[nodiscard]] std::string object_name(const std::string& base);
+// Differs for every call in every process alive.
+[[nodiscard]] std::string unique_text();
+
+} // namespace ipc_rpc::platform
