@@ -5,7 +5,7 @@
 #include <gds_gentl_producer/settings_block.h>
 #include <gds_helper/log.h>
 #include <gds_shared/gigecam_error.h>
-#include <ipc_rpc/platform.h>
+#include <platform.h>
 
 #include <fmt/format.h>
 #include <spdlog/logger.h>

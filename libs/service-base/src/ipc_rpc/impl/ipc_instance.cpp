@@ -1,0 +1,141 @@
+#include "impl/ipc_instance.h"
+
+#include <gds_helper/process.h>
+
+#include <spdlog/logger.h>
+
+#include <bit>
+
+namespace ipc_rpc {
+
+ipc_instance::ipc_instance(create_params params)
+    : name(std::move(params.name)),
+      peer(std::move(params.peer)),
+      at_service(params.at_service),
+      owner_process(gds_helper::process_id()),
+      send_queue(std::move(params.send)),
+      receive_queue(std::move(params.receive)),
+      channel(*send_queue, name + "send"),
+      receive_name(name + "recv"),
+      caller(channel),
+      callee(std::make_shared<rpc_callee_instance>(channel, std::move(params.table), std::move(params.executor))),
+      on_notification(std::move(params.on_notification)),
+      on_first_packet(std::move(params.on_first_packet)) {}
+
+ipc_instance::~ipc_instance() {
+    if (gds_helper::process_id() != owner_process) {
+        receive_thread.detach(); // it does not exist in this process
+        return;
+    }
+    shutdown();
+}
+
+void ipc_instance::start() {
+    callee->set_connection(weak_from_this());
+    receive_thread = std::thread{[this] {
+        receive_thread_id = std::this_thread::get_id();
+        gds_helper::set_thread_name(receive_name);
+        receive_loop();
+    }};
+}
+
+void ipc_instance::shutdown() {
+    ended = true;
+    caller.close();
+    send_queue->shut();
+    receive_queue->shut();
+    if (receive_thread.joinable()) receive_thread.join();
+    callee->stop();
+}
+
+bool ipc_instance::is_open() const {
+    return !ended && !receive_queue->is_closed() && gds_helper::process_id() == owner_process;
+}
+
+std::error_code ipc_instance::check_caller(std::uint32_t flags) const {
+    if (ended || gds_helper::process_id() != owner_process) return status::connection_closed;
+    // This thread delivers the answers: waiting for one here would be for ever.
+    if ((flags & rpc_flag_no_reply) == 0 && std::this_thread::get_id() == receive_thread_id.load()) {
+        return std::make_error_code(std::errc::resource_deadlock_would_occur);
+    }
+    return {};
+}
+
+std::expected<std::uint64_t, std::error_code> ipc_instance::register_object(object_entry object) {
+    return callee->register_object(std::move(object));
+}
+
+std::error_code ipc_instance::close_handle(std::uint64_t handle, std::uint32_t flags) {
+    if (const std::error_code error = check_caller(flags)) return error;
+    const status outcome = caller.close_handle(handle, flags);
+    return outcome == status::success ? std::error_code{} : make_error_code(outcome);
+}
+
+std::error_code ipc_instance::call(std::uint64_t handle, std::string_view function_name,
+                                   std::span<const std::byte> parameters, std::vector<std::byte>* result,
+                                   std::uint32_t flags) {
+    if (const std::error_code error = check_caller(flags)) return error;
+    const status outcome = caller.call(handle, function_name, parameters, result, flags);
+    return outcome == status::success ? std::error_code{} : make_error_code(outcome);
+}
+
+void ipc_instance::receive_loop() {
+    bool first = true;
+    for (;;) {
+        const auto received = receive_queue->receive();
+        if (std::holds_alternative<std::monostate>(received)) return;
+        if (const auto* block = std::get_if<std::span<std::byte>>(&received)) {
+            if (std::exchange(first, false) && on_first_packet) on_first_packet();
+            receive_span(*block);
+            receive_queue->release_block(*block);
+            continue;
+        }
+        const auto& words = std::get<notification_words>(received);
+        for (std::size_t word = 0; word < words.size() && on_notification; ++word) {
+            for (std::uint64_t rest = words[word]; rest != 0; rest &= rest - 1) {
+                on_notification(64 * word + static_cast<std::uint64_t>(std::countr_zero(rest)));
+            }
+        }
+    }
+}
+
+void ipc_instance::receive_span(std::span<const std::byte> block) {
+    const auto header = read_packet<rpc_packet_header>(block);
+    if (!header) {
+        ipc_logger().error("{} failed with: Packet too small ({} bytes)", receive_name, block.size());
+        return;
+    }
+    if (header->packet_size > block.size()) {
+        ipc_logger().error("{} failed with: rpc_packet_header::packet_size too large ({} bytes)", receive_name,
+                           header->packet_size);
+        return;
+    }
+    if (header->packet_size < sizeof(rpc_packet_header)) {
+        ipc_logger().error("{} failed with: Packet too small ({} bytes)", receive_name, header->packet_size);
+        return;
+    }
+    log_packet(receive_name, false, *header);
+    const auto packet = block.first(header->packet_size);
+    switch (header->type()) {
+    case rpc_packet_type::service_announce:
+    case rpc_packet_type::client_announce:
+        ipc_logger().error("Announce packets should be sent via tcp channel. Id: {}, seq_id={}, pckt-size={}",
+                           static_cast<unsigned>(header->type()), header->seq_id, header->packet_size);
+        return;
+    case rpc_packet_type::call_close:
+    case rpc_packet_type::call_start:
+    case rpc_packet_type::call_step:
+        callee->receive_rpc_packet(packet);
+        return;
+    case rpc_packet_type::ret_start:
+    case rpc_packet_type::ret_step:
+    case rpc_packet_type::ret_err:
+        caller.receive_packet(packet);
+        return;
+    default:
+        ipc_logger().error("Unknown rpc_packet_type received. Id: {}, seq_id={}, pckt-size={}",
+                           static_cast<unsigned>(header->type()), header->seq_id, header->packet_size);
+    }
+}
+
+} // namespace ipc_rpc

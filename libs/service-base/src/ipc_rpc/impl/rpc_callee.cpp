@@ -1,0 +1,220 @@
+#include "impl/rpc_callee.h"
+
+#include <spdlog/logger.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace ipc_rpc {
+
+namespace {
+
+constexpr std::size_t most_incoming = 128;
+constexpr std::size_t dropped_at_once = 64;
+
+[[nodiscard]] bool wants_reply(std::uint32_t flags) noexcept { return (flags & rpc_flag_no_reply) == 0; }
+
+} // namespace
+
+rpc_callee_instance::rpc_callee_instance(channel_interface& send_channel, object_function_table_root functions,
+                                         std::shared_ptr<executor_thread_pool_interface> pool)
+    : channel(send_channel), table(std::move(functions)), executor(std::move(pool)) {}
+
+std::expected<std::uint64_t, std::error_code> rpc_callee_instance::register_object(object_entry object) {
+    if (!object.owned && object.observed.expired()) {
+        return std::unexpected(make_error_code(status::null_registration));
+    }
+    const std::lock_guard guard{objects_mutex};
+    if (++last_handle == 0) ++last_handle; // 0 means "global"
+    objects.emplace(last_handle, std::move(object));
+    return last_handle;
+}
+
+void rpc_callee_instance::receive_rpc_packet(std::span<const std::byte> packet) {
+    const auto header = read_packet<rpc_packet_header>(packet);
+    if (!header) return;
+    switch (header->type()) {
+    case rpc_packet_type::call_close:
+        return receive_close_handle(packet, *header);
+    case rpc_packet_type::call_start:
+        return receive_call_start(packet, *header);
+    case rpc_packet_type::call_step:
+        return receive_call_step(packet, *header);
+    default:
+        ipc_logger().error("Unknown rpc_packet_type received. Id: {}, seq_id={}, pckt-size={}",
+                           static_cast<unsigned>(header->type()), header->seq_id, header->packet_size);
+    }
+}
+
+rpc_callee_instance::target rpc_callee_instance::find_target(std::uint64_t handle, std::string_view name) {
+    if (handle == 0) {
+        const rpc_function* function = table.find_global(name);
+        if (function == nullptr) {
+            ipc_logger().warn("Failed to find global function '{}'.", name);
+            return {nullptr, nullptr, status::function_not_found};
+        }
+        return {function, nullptr, status::success};
+    }
+    const std::lock_guard guard{objects_mutex};
+    const auto found = objects.find(handle);
+    if (found == objects.end()) {
+        ipc_logger().warn("Failed to find object instance (id={})", handle);
+        return {nullptr, nullptr, status::object_not_found};
+    }
+    const rpc_function* function = table.find_method(found->second.class_name, name);
+    if (function == nullptr) {
+        ipc_logger().warn("Failed to find method (name='{}') on object (id={}).", name, handle);
+        return {nullptr, nullptr, status::function_not_found};
+    }
+    auto object = found->second.owned ? found->second.owned : found->second.observed.lock();
+    if (!object) {
+        ipc_logger().warn("Object instance for id={} expired", handle);
+        return {nullptr, nullptr, status::object_expired};
+    }
+    return {function, std::move(object), status::success};
+}
+
+void rpc_callee_instance::receive_call_start(std::span<const std::byte> packet, const rpc_packet_header& header) {
+    const auto start = read_packet<call_start_packet>(packet);
+    if (!start) {
+        ipc_logger().error("Failed to find call header in packet with seq_id={}.", header.seq_id);
+        send_ret_err_packet(channel, header.seq_id, status::bad_packet);
+        return;
+    }
+    const std::uint32_t flags = header.flags();
+    const auto refuse = [&](status why) {
+        if (wants_reply(flags)) send_ret_err_packet(channel, header.seq_id, why);
+    };
+    const auto name_end = std::find(std::begin(start->function_name), std::end(start->function_name), '\0');
+    const std::string_view name{start->function_name, name_end};
+    target callee = find_target(start->object_handle, name);
+    if (callee.failure != status::success) return refuse(callee.failure);
+    if (start->param_size > max_param_block) return refuse(status::param_block_too_large);
+    const auto chunk = packet.subspan(sizeof(call_start_packet));
+    if (start->param_size > chunk.size()) {
+        incoming_call call{header.seq_id, flags, std::move(callee), {}};
+        call.parameters.bytes.resize(start->param_size);
+        static_cast<void>(call.parameters.put(0, chunk));
+        return add_transaction(std::move(call));
+    }
+    execute_function_and_sent_response(header.seq_id, flags, std::move(callee), {chunk.begin(), chunk.end()});
+}
+
+void rpc_callee_instance::add_transaction(incoming_call call) {
+    if (transactions.size() > most_incoming) {
+        ipc_logger().error("Call transaction list size == {}, erasing oldest 64 elements.", transactions.size());
+        transactions.erase(transactions.begin(), std::next(transactions.begin(), dropped_at_once));
+    }
+    transactions.push_back(std::move(call));
+}
+
+void rpc_callee_instance::receive_call_step(std::span<const std::byte> packet, const rpc_packet_header& header) {
+    const auto step = read_packet<step_packet>(packet);
+    if (!step) {
+        ipc_logger().error("Failed to fetch call header from receive_call_step packet.");
+        send_ret_err_packet(channel, header.seq_id, status::bad_packet);
+        return;
+    }
+    const auto found = std::ranges::find(transactions, header.seq_id, &incoming_call::seq_id);
+    if (found == transactions.end()) {
+        ipc_logger().error("Failed to find transaction based on the sequence-id {}.", header.seq_id);
+        send_ret_err_packet(channel, header.seq_id, status::unknown_transaction);
+        return;
+    }
+    if (!found->parameters.put(step->offset, packet.subspan(sizeof(step_packet)))) {
+        transactions.erase(found);
+        send_ret_err_packet(channel, header.seq_id, status::bad_packet);
+        return;
+    }
+    if (!found->parameters.complete()) return;
+    incoming_call call = std::move(*found);
+    transactions.erase(found);
+    execute_function_and_sent_response(call.seq_id, call.flags, std::move(call.callee),
+                                       std::move(call.parameters.bytes));
+}
+
+void rpc_callee_instance::execute_function_and_sent_response(std::uint64_t seq_id, std::uint32_t flags, target callee,
+                                                             std::vector<std::byte> parameters) {
+    push_task([this, seq_id, flags, callee = std::move(callee),
+               parameters = std::move(parameters)](const std::shared_ptr<rpc_connection_client>& self) {
+        rpc_call_context context{param_reader{parameters, self}, {}, self, callee.object};
+        status outcome = status::success;
+        try {
+            outcome = (*callee.function)(context);
+        } catch (status thrown) {
+            outcome = thrown;
+        }
+        if (!wants_reply(flags)) return;
+        if (outcome == status::success) {
+            send_result(channel, seq_id, context.result);
+        } else {
+            send_ret_err_packet(channel, seq_id, outcome, context.result);
+        }
+    });
+}
+
+void rpc_callee_instance::receive_close_handle(std::span<const std::byte> packet, const rpc_packet_header& header) {
+    const auto close = read_packet<call_close_packet>(packet);
+    if (!close) {
+        ipc_logger().error("Failed to fetch call header from close_handle packet.");
+        send_ret_err_packet(channel, header.seq_id, status::bad_packet);
+        return;
+    }
+    push_task([this, seq_id = header.seq_id, flags = header.flags(),
+               handle = close->object_handle](const std::shared_ptr<rpc_connection_client>&) {
+        object_entry removed; // destroyed outside the lock, before the answer
+        bool found = false;
+        {
+            const std::lock_guard guard{objects_mutex};
+            if (const auto at = objects.find(handle); at != objects.end()) {
+                removed = std::move(at->second);
+                objects.erase(at);
+                found = true;
+            }
+        }
+        removed = {};
+        if (!found) ipc_logger().warn("Close-handle: Object not found for handle : {}", handle);
+        if (!wants_reply(flags)) return;
+        if (found) {
+            send_result(channel, seq_id, {});
+        } else {
+            send_ret_err_packet(channel, seq_id, status::object_not_found);
+        }
+    });
+}
+
+void rpc_callee_instance::push_task(task work) {
+    {
+        const std::lock_guard guard{tasks_mutex};
+        if (stopped) return;
+        tasks.push_back(std::move(work));
+    }
+    executor->push([self = shared_from_this()] { self->run_one_task(); });
+}
+
+void rpc_callee_instance::run_one_task() {
+    task work;
+    {
+        const std::lock_guard guard{tasks_mutex};
+        if (tasks.empty()) return;
+        work = std::move(tasks.front());
+        tasks.pop_front();
+    }
+    if (const auto self = connection.lock()) work(self);
+}
+
+void rpc_callee_instance::stop() {
+    std::deque<task> dropped;
+    std::map<std::uint64_t, object_entry> released;
+    {
+        const std::lock_guard guard{tasks_mutex};
+        stopped = true;
+        dropped.swap(tasks);
+    }
+    {
+        const std::lock_guard guard{objects_mutex};
+        released.swap(objects);
+    }
+}
+
+} // namespace ipc_rpc
