@@ -32,6 +32,11 @@ local_file parse_local(const std::string& url) {
     return file;
 }
 
+// What a user writes for an entry.
+std::string_view entry_name(const GenICam::IEnumEntry& entry) {
+    return entry.get_symbolic().empty() ? entry.get_name() : entry.get_symbolic();
+}
+
 } // namespace
 
 class node_map::port_adapter final : public GenICam::IDevicePort {
@@ -202,7 +207,7 @@ std::string value_text(GenICam::INode& node, std::string& error) {
     }
     if (auto* choice = node_cast<IEnumeration>(&node)) {
         return text_or_error(choice->get_selected_entry(0), error, [](IEnumEntry* entry) {
-            return entry == nullptr ? std::string{} : std::string{entry->get_symbolic()};
+            return entry == nullptr ? std::string{} : std::string{entry_name(*entry)};
         });
     }
     if (auto* reg = node_cast<IRegister>(&node)) {
@@ -259,7 +264,7 @@ nlohmann::json describe(GenICam::INode& node) {
         limits(real);
     } else if (auto* choice = node_cast<IEnumeration>(&node)) {
         for (const IEnumEntry* entry : choice->get_entries()) {
-            if (entry->is_available()) item["entries"].push_back(std::string{entry->get_symbolic()});
+            if (entry->is_available()) item["entries"].push_back(std::string{entry_name(*entry)});
         }
         selected(choice);
     } else if (auto* flag = node_cast<IBoolean>(&node)) {
@@ -302,7 +307,7 @@ void set_from_text(GenICam::INode& node, const std::string& text) {
         if (entry == nullptr) {
             std::string known;
             for (const IEnumEntry* item : choice->get_entries()) {
-                known += fmt::format("{}{}", known.empty() ? "" : ", ", item->get_symbolic());
+                known += fmt::format("{}{}", known.empty() ? "" : ", ", entry_name(*item));
             }
             throw std::runtime_error(
                 fmt::format("Feature '{}' has no entry '{}'. It has: {}.", node.get_name(), text, known));
