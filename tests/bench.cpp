@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -44,6 +45,7 @@ process::process(const std::vector<std::string>& command, const std::filesystem:
     const int file = open(output.c_str(), O_CREAT | O_WRONLY | O_TRUNC | O_CLOEXEC, 0600);
     child = fork();
     if (child == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL); // a test that crashes leaves nobody behind
         dup2(file, STDOUT_FILENO);
         execv(arguments[0], arguments.data());
         _exit(127);

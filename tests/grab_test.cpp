@@ -23,7 +23,7 @@ TEST_P(Grab, DeliversEveryFrameCompleteAndInOrder) {
     options.insert(options.end(), {"--width", "640", "--height", "480", "--frame-rate", "60"});
     own.start_camera(options);
     own.start_service();
-    const auto result = own.grab({"--frames", "60", "--verify", "--chunks", "--buffers", "20"});
+    auto result = own.grab({"--frames", "60", "--verify", "--chunks", "--buffers", "20"});
     EXPECT_EQ(result["verified"], true) << result;
     EXPECT_EQ(result["frames_delivered"], 60) << result;
     EXPECT_EQ(result["frames_incomplete"], 0) << result;
@@ -52,7 +52,7 @@ TEST(GrabChunks, EveryChunkIsListed) {
         if (std::string{form} == "extended") options.push_back("--extended-ids");
         own.start_camera(options);
         own.start_service();
-        const auto result = own.grab({"--frames", "5", "--verify", "--chunks", "--set", "ChunkModeActive=true"});
+        auto result = own.grab({"--frames", "5", "--verify", "--chunks", "--set", "ChunkModeActive=true"});
         EXPECT_EQ(result["verified"], true) << result;
         ASSERT_TRUE(result["chunks"].is_array()) << result;
         EXPECT_GE(result["chunks"].size(), 2U) << result;

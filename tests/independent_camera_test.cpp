@@ -24,7 +24,7 @@ TEST(IndependentCamera, IsFoundReadAndGrabbed) {
     EXPECT_GE(object["features"].size(), 20U);
     for (const auto& feature : object["features"]) EXPECT_FALSE(feature.contains("error")) << feature;
 
-    const auto result = own.grab({"--frames", "20", "--set", "Width=512", "--set", "Height=256"});
+    auto result = own.grab({"--frames", "20", "--set", "Width=512", "--set", "Height=256"});
     EXPECT_EQ(result["frames_delivered"], 20) << result;
     EXPECT_EQ(result["frames_incomplete"], 0) << result;
     EXPECT_EQ(result["width"], 512) << result;

@@ -88,7 +88,7 @@ TEST(Lifetime, AConsumerMayOnlyCloseTheLibrary) {
         EXPECT_EQ(camera.lib->GCCloseLib(), GenTL::GC_ERR_SUCCESS);
         // The handles that follow are dead; closing them is refused, not fatal.
     }
-    const auto result = own.grab({"--frames", "3", "--verify"});
+    auto result = own.grab({"--frames", "3", "--verify"});
     EXPECT_EQ(result["verified"], true) << result;
 }
 

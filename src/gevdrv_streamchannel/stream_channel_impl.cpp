@@ -70,7 +70,7 @@ std::error_code stream_channel_impl::connect(const channel_start_params& params)
                   "payload_size={}",
                   channel_index, to_text(*local), to_text(remote), packet_size, params.payload_size);
     if (const std::error_code error = opening->start(packet_size, params.payload_size)) return error;
-    thread = std::move(opening);
+    thread = gds_helper::process_local<impl::stream_channel_thread_itf>{std::move(opening)};
     return {};
 }
 
@@ -113,6 +113,7 @@ stream_channel_impl::choose_packet_size(impl::packet_size_test_socket_itf& socke
 
 void stream_channel_impl::disconnect() {
     if (!thread) return;
+    if (thread.is_foreign()) return thread.reset();
     logger().info("Closing StreamChannel chn_idx={}", channel_index);
     if (const std::error_code error =
             port.write_reg(address_of(stream_register::port, channel_index), 0, 0, register_timeout_ms)) {
@@ -125,7 +126,7 @@ void stream_channel_impl::disconnect() {
 }
 
 std::error_code stream_channel_impl::flush() {
-    if (!thread) return not_connected();
+    if (!thread || thread.is_foreign()) return not_connected();
     thread->flush();
     return {};
 }

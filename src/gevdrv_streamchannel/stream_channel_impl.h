@@ -5,6 +5,7 @@
 #include "stream_channel_thread_itf.h"
 
 #include <GenICam/IGenICamDoc.h>
+#include <gds_helper/process.h>
 
 #include <memory>
 
@@ -33,7 +34,7 @@ public:
     std::expected<uint64_t, std::error_code> query_packet_size(uint32_t selector) override;
     std::error_code set_resend_params(const resend_parameters& parameters) override;
     std::expected<std::optional<resend_parameters>, std::error_code> get_resend_params() override;
-    bool is_connected() const override { return thread != nullptr; }
+    bool is_connected() const override { return static_cast<bool>(thread); }
 
 private:
     [[nodiscard]] asio::ip::udp::endpoint stream_source();
@@ -49,7 +50,8 @@ private:
     int32_t max_packet_size = 9216;
     uint32_t packet_size = 0;
     bool has_source_port = false;
-    std::shared_ptr<impl::stream_channel_thread_itf> thread; // null while not connected
+    // Empty while not connected. A forked child leaves it alone: its descriptors and their readiness are the parent's.
+    gds_helper::process_local<impl::stream_channel_thread_itf> thread;
 };
 
 } // namespace gev::streamchannel

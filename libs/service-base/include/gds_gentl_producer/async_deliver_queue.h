@@ -2,6 +2,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <cstdint>
 #include <functional>
 #include <mutex>
 #include <thread>
@@ -31,6 +32,7 @@ private:
 
     std::mutex outer; // guards thread; taken before inner
     std::jthread thread;
+    int64_t owner_process = 0; // the thread is this process's alone
     std::mutex inner; // guards slot
     std::condition_variable_any filled;
     void* slot = nullptr;

@@ -9,12 +9,15 @@ void async_deliver_queue::start(std::function<void(void*)> new_handler) {
     const std::lock_guard guard{outer};
     if (thread.joinable()) return;
     handler = std::move(new_handler);
+    owner_process = gds_helper::process_id();
     thread = std::jthread{[this](const std::stop_token& stop_requested) { thread_main(stop_requested); }};
 }
 
 void* async_deliver_queue::stop() {
     const std::lock_guard guard{outer};
-    if (thread.joinable()) {
+    if (thread.joinable() && gds_helper::process_id() != owner_process) {
+        thread.detach();
+    } else if (thread.joinable()) {
         thread.request_stop();
         thread.join();
         thread = {};
