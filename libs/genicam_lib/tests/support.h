@@ -117,6 +117,14 @@ MATCHER_P(Refuses, code, "") {
     return arg == make_error_code(code);
 }
 
+// Names the cases of a table by their member `name`.
+struct case_name {
+    template <class Info>
+    std::string operator()(const Info& tested) const {
+        return tested.param.name;
+    }
+};
+
 // <IntReg> of 4 bytes at an address, with extra elements.
 [[nodiscard]] inline std::string int_reg(const std::string& name, int address, const std::string& more = "") {
     return "<IntReg Name=\"" + name + "\"><Address>" + std::to_string(address) +

@@ -76,11 +76,11 @@ std::optional<uint64_t> parse_hex(std::string_view text) noexcept {
 
 std::optional<double> parse_float(std::string_view text) noexcept {
     text = trimmed(text);
-    if (text.starts_with('+')) text.remove_prefix(1);
-    const std::string_view digits = text.starts_with('-') ? text.substr(1) : text;
+    const bool plus = text.starts_with('+');
+    if (plus) text.remove_prefix(1);
+    const std::string_view digits = !plus && text.starts_with('-') ? text.substr(1) : text;
     // Keeps out the words for infinity and NaN, and a second sign.
     if (digits.empty() || !((digits[0] >= '0' && digits[0] <= '9') || digits[0] == '.')) return std::nullopt;
-    if (text.size() != digits.size() + (text.starts_with('-') ? 1 : 0)) return std::nullopt;
     double value = 0;
     const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     if (error != std::errc{} || stop != text.data() + text.size()) return std::nullopt;
