@@ -98,7 +98,10 @@ std::expected<uint32_t, std::error_code> packet_size_test::evalute_packet_size(p
         if (is_excluded(size)) {
             max = size;
         } else if (const auto accepted = test_packet_size(static_cast<uint32_t>(size))) {
-            best = min = size = static_cast<int32_t>(*accepted);
+            // A camera that rounds down to what is known already has nothing between: without this the search would
+            // ask the same question for ever.
+            if (static_cast<int32_t>(*accepted) <= best) max = size;
+            best = min = size = std::max(best, static_cast<int32_t>(*accepted));
         } else {
             max = size;
         }
