@@ -10,7 +10,7 @@ namespace cli {
 
 struct grab_options {
     uint64_t frames = 10;
-    size_t buffers = 10;
+    size_t buffers = 20;
     bool verify = false;
     bool quiet = false;
     std::filesystem::path output; // folder for pictures; empty: none
