@@ -110,13 +110,13 @@ std::string converter(const std::string& element, const std::string& name, const
 }
 
 TEST(Converter, RunsEachFormulaInItsDirection) {
-    const document sut{std::string{numbers} + "<Integer Name=\"T\"><Value>21</Value></Integer>" +
-                       converter("IntConverter", "I", "FROM*2", "TO/2", "T") +
-                       converter("Converter", "F", "FROM/2", "TO*2", "T") +
-                       converter("Converter", "Const", "FROM*K", "TO/K", "T", "<Constant Name=\"K\">0.5</Constant>") +
-                       // Argument names win over variables, and both name it in either formula.
-                       converter("IntConverter", "Named", "TO", "FROM+TO", "T",
-                                 "<pVariable Name=\"TO\">Two</pVariable><pVariable Name=\"FROM\">Two</pVariable>")};
+    const document sut{
+        std::string{numbers} + "<Integer Name=\"T\"><Value>21</Value><Min>0</Min><Max>1000</Max></Integer>" +
+        converter("IntConverter", "I", "FROM*2", "TO/2", "T") + converter("Converter", "F", "FROM/2", "TO*2", "T") +
+        converter("Converter", "Const", "FROM*K", "TO/K", "T", "<Constant Name=\"K\">0.5</Constant>") +
+        // Argument names win over variables, and both name it in either formula.
+        converter("IntConverter", "Named", "TO", "FROM+TO", "T",
+                  "<pVariable Name=\"TO\">Two</pVariable><pVariable Name=\"FROM\">Two</pVariable>")};
     EXPECT_THAT(sut.integer("I").get_val(0), Gives(42));
     EXPECT_THAT(sut.integer("I").set_val(50, 0), Passes());
     EXPECT_THAT(sut.integer("T").get_val(0), Gives(25));
@@ -127,6 +127,18 @@ TEST(Converter, RunsEachFormulaInItsDirection) {
     EXPECT_THAT(sut.integer("Named").get_val(0), Gives(3));
     EXPECT_THAT(sut.integer("Named").set_val(4, 0), Passes());
     EXPECT_THAT(sut.integer("T").get_val(0), Gives(8));
+}
+
+// Formulas wrap, those of limits too: a target without limits leaves a doubling converter hardly any range. Documents
+// give such targets limits, or the converter a slope of "Varying".
+TEST(Converter, LimitsOfAnUnlimitedTargetWrap) {
+    const document sut{"<Integer Name=\"T\"><Value>0</Value></Integer>" +
+                       converter("IntConverter", "I", "FROM*2", "TO/2", "T") +
+                       converter("IntConverter", "V", "FROM*2", "TO/2", "T", "<Slope>Varying</Slope>")};
+    EXPECT_THAT(sut.integer("I").get_max(0), Gives(0));
+    EXPECT_THAT(sut.integer("I").get_min(0), Gives(-2));
+    EXPECT_THAT(sut.integer("V").set_val(42, 0), Passes());
+    EXPECT_THAT(sut.integer("T").get_val(0), Gives(21));
 }
 
 TEST(Converter, IsUnusableWithoutItsParts) {

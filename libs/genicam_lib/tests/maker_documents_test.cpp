@@ -1,10 +1,9 @@
 // Documents of real cameras. They are not ours to keep, so a folder of them is named from outside.
 #include "support.h"
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
-#include <set>
 
 namespace GenICam::testing {
 namespace {
@@ -66,33 +65,57 @@ int read_everything(INode& node) {
     }
 }
 
+// What a document of theirs causes itself: ROUND with one argument, which the formula language does not have.
+bool is_their_fault(const std::string& line) {
+    return line.find("ROUND(FROM*SCALE") != std::string::npos ||
+           line == "1 km_parse_tree failed with result=4. Last token view: ')'.";
+}
+
+void check(const std::string& text, int least_nodes) {
+    log_capture log;
+    const auto doc = create_document(text);
+    ASSERT_NE(doc, nullptr);
+    for (const std::string& line : log.lines) EXPECT_TRUE(is_their_fault(line)) << line;
+    int nodes = 0;
+    doc->for_each_node([&](INode*) { ++nodes; });
+    EXPECT_GT(nodes, least_nodes);
+    EXPECT_GT(doc->get_root_features().size(), 20u);
+    EXPECT_FALSE(doc->get_document_info().vendor_name.empty());
+
+    // Against a device whose every register reads 0: values come and formulas run.
+    counting_device device;
+    ASSERT_THAT(doc->find<IPort>("Device")->bind(&device, 0), Passes());
+    int values = 0;
+    doc->for_each_node([&](INode* node) { values += read_everything(*node); });
+    EXPECT_GT(values, nodes / 2);
+    EXPECT_GT(device.reads, 10);
+    // From the cache now, but for what must not be cached.
+    const int reads = device.reads;
+    doc->for_each_node([&](INode* node) { (void)read_everything(*node); });
+    EXPECT_LE(device.reads, 2 * reads);
+}
+
 TEST(MakerDocuments, LoadWithoutAFaultOfOurs) {
     const auto files = document_files();
     if (files.empty()) GTEST_SKIP() << "ORV_TEST_DOCUMENTS names no folder with .xml files of cameras";
     for (const auto& file : files) {
         SCOPED_TRACE(file.filename().string());
-        log_capture log;
-        const auto doc = create_document(text_of_file(file));
-        ASSERT_NE(doc, nullptr);
-        for (const std::string& line : log.lines) std::cout << "  " << line << '\n';
-        int nodes = 0;
-        doc->for_each_node([&](INode*) { ++nodes; });
-        EXPECT_GT(nodes, 300);
-        EXPECT_GT(doc->get_root_features().size(), 50u);
-        EXPECT_FALSE(doc->get_document_info().vendor_name.empty());
-        std::cout << "  " << nodes << " nodes, " << doc->get_root_features().size() << " features\n";
-
-        // Against a device whose every register reads 0: values come, formulas run, nothing else is at fault.
-        counting_device device;
-        ASSERT_FALSE(doc->find<IPort>("Device")->bind(&device, 0));
-        log.lines.clear();
-        int values = 0;
-        doc->for_each_node([&](INode* node) { values += read_everything(*node); });
-        std::cout << "  " << values << " values, " << device.reads << " reads\n";
-        const std::set<std::string> unlike(log.lines.begin(), log.lines.end());
-        for (const std::string& line : unlike) std::cout << "    " << line << '\n';
-        EXPECT_GT(values, nodes / 2);
+        check(text_of_file(file), 300);
     }
+}
+
+// The document of Debian's independent camera, which stands as a resource in its library.
+TEST(MakerDocuments, AravisFakeCamera) {
+    const char* const command = "gresource extract /usr/lib/x86_64-linux-gnu/libaravis-0.8.so.0 "
+                                "/org/aravis/arv-fake-camera.xml 2>/dev/null";
+    std::string text;
+    if (FILE* pipe = popen(command, "r")) {
+        char part[4096];
+        while (const std::size_t count = std::fread(part, 1, sizeof part, pipe)) text.append(part, count);
+        pclose(pipe);
+    }
+    if (text.empty()) GTEST_SKIP() << "needs gresource (libglib2.0-bin) and libaravis-0.8-0";
+    check(text, 50);
 }
 
 } // namespace

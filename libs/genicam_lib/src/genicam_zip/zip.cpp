@@ -84,6 +84,9 @@ result<std::string> inflate_document(std::span<const std::byte> archive_bytes, s
     const archive_ptr archive{unzOpen2_64("", &functions)};
     if (!archive || !select_member(archive.get()) || unzOpenCurrentFile(archive.get()) != UNZ_OK)
         return fail(genicam_errc::invalid_document);
+    unz_file_info64 info{};
+    if (unzGetCurrentFileInfo64(archive.get(), &info, nullptr, 0, nullptr, 0, nullptr, 0) != UNZ_OK)
+        return fail(genicam_errc::invalid_document);
     std::string text;
     for (;;) {
         constexpr std::size_t step = std::size_t{64} << 10;
@@ -95,8 +98,9 @@ result<std::string> inflate_document(std::span<const std::byte> archive_bytes, s
         if (text.size() > limit) return fail(genicam_errc::buffer_too_small);
         if (count == 0) break;
     }
-    // The checksum is compared here.
-    if (unzCloseCurrentFile(archive.get()) != UNZ_OK) return fail(genicam_errc::invalid_document);
+    // The checksum is compared on closing, though only for a member that was read to its end.
+    if (text.size() != info.uncompressed_size || unzCloseCurrentFile(archive.get()) != UNZ_OK)
+        return fail(genicam_errc::invalid_document);
     return text;
 }
 
