@@ -75,18 +75,14 @@ TEST(GrabMany, FourCamerasByFourConsumersAndTwoByOne) {
         EXPECT_EQ(result.value("frames_delivered", 0), 30) << consumer.output();
     }
 
-    const auto lib = std::make_shared<const cli::gentl_library>(ORV_CTI);
-    const auto system = cli::open_system(lib);
-    const auto interface = cli::open_interface(system, "lo");
-    const auto devices = cli::list_devices(*lib, *interface, "lo", 1000);
-    ASSERT_EQ(devices.size(), 4U);
-    std::vector<std::unique_ptr<cli::node_map>> nodes;
-    std::vector<std::shared_ptr<const cli::tl_device>> opened;
-    for (size_t i = 0; i < 2; ++i) {
-        opened.push_back(cli::open_device(*lib, interface, devices[i].id, GenTL::DEVICE_ACCESS_CONTROL));
-        GenTL::PORT_HANDLE port = nullptr;
-        lib->check("DevGetPort", lib->DevGetPort(opened.back()->get(), &port));
-        nodes.push_back(std::make_unique<cli::node_map>(*lib, port));
-        EXPECT_EQ(cli::require_integer(*nodes.back(), "Width"), 320);
+    bench::open_camera first{test_bench::serial(0)};
+    bench::open_camera second{first, test_bench::serial(1)};
+    first.start();
+    second.start();
+    for (uint64_t frame = 1; frame <= 20; ++frame) {
+        EXPECT_EQ(first.next_frame(5000), frame);
+        EXPECT_EQ(second.next_frame(5000), frame);
     }
+    first.stop();
+    second.stop();
 }
