@@ -76,7 +76,7 @@ TEST_F(gvsp_recv_resend_test, only_the_start_of_a_range_shrinks_and_three_sends_
     ASSERT_EQ(frames.size(), 1U);
     EXPECT_EQ(frames[0].flags, frame_flags::incomplete);
     EXPECT_EQ(frames[0].resend_packets_requested, 7U);
-    send(1, {2}); // late for a delivered frame... whose id 0 may begin anew
+    send(1, {2}); // late: must not reach the delivered picture
     EXPECT_TRUE(bytes_right(0));
 }
 
