@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <signal.h>
+
 using bench::test_bench;
 
 namespace {
@@ -43,6 +45,27 @@ INSTANTIATE_TEST_SUITE_P(Streams, Grab,
                                          stream_case{"packed", {"--pixel-format", "Mono12p"}, 0},
                                          stream_case{"coalesced", {"--gso"}, 0}),
                          [](const auto& chosen) { return std::string{chosen.param.name}; });
+
+// What the network loses and the camera still has is asked for again: no frame is lost.
+TEST(GrabLossy, LostPacketsAreSentAgain) {
+    test_bench own;
+    own.start_camera({"--width", "640", "--height", "480", "--frame-rate", "20", "--loss", "0.02", "--seed", "5",
+                      "--max-packet-size", "1500"});
+    own.start_service();
+    auto result = own.grab({"--frames", "40", "--verify"});
+    EXPECT_EQ(result["verified"], true) << result;
+    EXPECT_EQ(result["frames_incomplete"], 0) << result;
+    EXPECT_EQ(result["frames_lost"], 0) << result;
+    own.camera(0).signal(SIGTERM);
+    own.camera(0).wait();
+    const std::string output = own.camera(0).output();
+    const auto stats = nlohmann::json::parse(output.substr(output.find('{')), nullptr, false);
+    ASSERT_TRUE(stats.is_object()) << output;
+    EXPECT_GT(stats.value("packets_lost", 0), 50) << "the test must have something to mend";
+    EXPECT_EQ(result["resend_packets_requested"].get<int>(),
+              stats.value("packets_resent", 0) + stats.value("resends_lost", 0) + stats.value("resends_refused", 0))
+        << "library and camera count alike: " << stats;
+}
 
 TEST(GrabChunks, EveryChunkIsListed) {
     for (const char* form : {"standard", "extended"}) {
