@@ -190,6 +190,18 @@ std::unexpected<execution_error> failed(genicam_errc code, const char* text) {
     return std::unexpected<execution_error>{{make_error_code(code), text}};
 }
 
+std::unexpected<execution_error> fetch_failed(std::error_code error) {
+    return std::unexpected<execution_error>{{error, "Failed to look up variable name."}};
+}
+
+std::unexpected<execution_error> lacks_two() {
+    return failed(genicam_errc::bad_formula, "Failed to get 2 parameters for binary function.");
+}
+
+std::unexpected<execution_error> no_quotient() {
+    return failed(genicam_errc::bad_formula, "Integer division without a result.");
+}
+
 // Uninitialised until pushed.
 union value_storage {
     value_storage() noexcept {}
@@ -210,54 +222,80 @@ std::optional<binary> find_binary(std::string_view name) noexcept {
     return std::nullopt;
 }
 
+// The topmost value is kept apart from the others, so that a chain of functions with constants and variables on their
+// right never touches the stack. `below` points beyond the second value.
+template <bool checked>
+std::expected<tValue, execution_error> compiled_formula_data::run(fetch_func_ref fetch, tValue* const stack) const {
+    tValue top;
+    tValue* below = stack; // the first push stores the empty top there: the stack holds below - stack values
+    const auto lacks = [&](std::ptrdiff_t values) { return checked && below - stack < values; };
+
+    for (const token *next = begin(), *const stop = end(); next != stop; ++next) {
+        switch (next->what) {
+        case kind::integer:
+            *below++ = top;
+            top = tValue{next->payload};
+            break;
+        case kind::real:
+            *below++ = top;
+            top = tValue{std::bit_cast<double>(next->payload)};
+            break;
+        case kind::variable:
+            *below++ = top;
+            if (const auto value = fetch(static_cast<uint64_t>(next->payload))) [[likely]] {
+                top = *value;
+            } else {
+                return fetch_failed(value.error());
+            }
+            break;
+        case kind::unary:
+            if (lacks(1)) return failed(genicam_errc::bad_formula, "Failed to get 1 parameter for unary function.");
+            top = apply(static_cast<unary>(next->operation), top);
+            break;
+        case kind::binary: {
+            if (lacks(2)) return lacks_two();
+            const tValue right = top;
+            top = *--below;
+            if (!apply(static_cast<binary>(next->operation), top, right)) return no_quotient();
+            break;
+        }
+        case kind::binary_integer:
+            if (lacks(1)) return lacks_two();
+            if (!apply(static_cast<binary>(next->operation), top, tValue{next->payload})) return no_quotient();
+            break;
+        case kind::binary_real:
+            if (lacks(1)) return lacks_two();
+            if (!apply(static_cast<binary>(next->operation), top, tValue{std::bit_cast<double>(next->payload)}))
+                return no_quotient();
+            break;
+        case kind::binary_variable: {
+            const auto right = fetch(static_cast<uint64_t>(next->payload));
+            if (!right) [[unlikely]]
+                return fetch_failed(right.error());
+            if (lacks(1)) return lacks_two();
+            if (!apply(static_cast<binary>(next->operation), top, *right)) return no_quotient();
+            break;
+        }
+        case kind::conditional: {
+            if (lacks(3))
+                return failed(genicam_errc::bad_formula, "Failed to get 3 parameters for condition operator.");
+            below -= 2;
+            if (below[0].to_bool()) top = below[1];
+            break;
+        }
+        }
+    }
+    if (lacks(1)) return failed(genicam_errc::bad_formula, "Unbalanced calc stack.");
+    return top;
+}
+
 std::expected<tValue, execution_error> compiled_formula_data::execute(fetch_func_ref fetch) const {
     if (empty()) return failed(genicam_errc::not_implemented, "");
     value_storage local_stack;
-    std::vector<tValue> large_stack;
-    tValue* const bottom = [&] {
-        if (depth <= std::size(local_stack.values)) return local_stack.values;
-        large_stack.resize(depth);
-        return large_stack.data();
-    }();
-    tValue* top = bottom; // one beyond the last value
-
-    for (const token& next : *this) {
-        switch (next.what) {
-        case kind::integer:
-            *top++ = tValue{next.payload};
-            break;
-        case kind::real:
-            *top++ = tValue{std::bit_cast<double>(next.payload)};
-            break;
-        case kind::variable: {
-            tValue value;
-            if (const std::error_code error = fetch(static_cast<uint64_t>(next.payload), value))
-                return std::unexpected<execution_error>{{error, "Failed to look up variable name."}};
-            *top++ = value;
-            break;
-        }
-        case kind::unary:
-            if (top == bottom)
-                return failed(genicam_errc::bad_formula, "Failed to get 1 parameter for unary function.");
-            top[-1] = apply(static_cast<unary>(next.operation), top[-1]);
-            break;
-        case kind::binary:
-            if (top - bottom < 2)
-                return failed(genicam_errc::bad_formula, "Failed to get 2 parameters for binary function.");
-            --top;
-            if (!apply(static_cast<binary>(next.operation), top[-1], *top))
-                return failed(genicam_errc::bad_formula, "Integer division without a result.");
-            break;
-        case kind::conditional:
-            if (top - bottom < 3)
-                return failed(genicam_errc::bad_formula, "Failed to get 3 parameters for condition operator.");
-            top -= 2;
-            top[-1] = top[-1].to_bool() ? top[0] : top[1];
-            break;
-        }
-    }
-    if (top == bottom) return failed(genicam_errc::bad_formula, "Unbalanced calc stack.");
-    return top[-1];
+    if (depth <= std::size(local_stack.values)) [[likely]]
+        return balanced ? run<false>(fetch, local_stack.values) : run<true>(fetch, local_stack.values);
+    std::vector<tValue> large_stack(depth);
+    return balanced ? run<false>(fetch, large_stack.data()) : run<true>(fetch, large_stack.data());
 }
 
 } // namespace math_parser
