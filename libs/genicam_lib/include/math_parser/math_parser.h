@@ -101,8 +101,9 @@ struct execution_error {
 class fetch_func_ref {
 public:
     template <class F>
-    requires std::is_invocable_r_v<GenICam::result<tValue>, F&, uint64_t>
-    fetch_func_ref(F& function) noexcept // NOLINT(google-explicit-constructor)
+    requires(std::is_invocable_r_v<GenICam::result<tValue>, F&, uint64_t> && !std::is_same_v<F, fetch_func_ref>)
+        fetch_func_ref(F& function)
+    noexcept // NOLINT(google-explicit-constructor)
         : object(&function),
           call([](void* target, uint64_t id) -> GenICam::result<tValue> { return (*static_cast<F*>(target))(id); }) {}
 

@@ -17,7 +17,8 @@ namespace GenICam::impl {
     X(CacheChunkData)                                                                                                  \
     X(Cachable)                                                                                                        \
     X(Category)                                                                                                        \
-    X(ChunkID) X(Command) X(CommandValue) X(Constant) X(Converter) X(Endianess) X(EnumEntry) X(Enumeration) X(EventID) \
+    X(ChunkID)                                                                                                         \
+    X(Command) X(CommandValue) X(Constant) X(Converter) X(Endianess) X(EnumEntry) X(Enumeration) X(EventID)            \
         X(Expression) X(Extension) X(Float) X(FloatReg) X(Formula) X(FormulaFrom) X(FormulaTo) X(Group)                \
             X(ImposedAccessMode) X(Inc) X(IntConverter) X(Integer) X(IntReg) X(IntSwissKnife) X(IsLinear)              \
                 X(IsSelfClearing) X(LSB) X(Length) X(MSB) X(MaskedIntReg) X(Max) X(Min) X(NumericValue) X(OffValue)    \

@@ -98,8 +98,13 @@ int64_t compared(binary operation, T a, T b) noexcept {
     }
 }
 
-// False for a division that has no integer result.
-bool apply(binary operation, tValue& left, const tValue& right) noexcept {
+[[gnu::noinline]] tValue power_of(tValue left, tValue right) noexcept {
+    const double power = std::pow(left.to_double(), right.to_double());
+    return left.is_integer() && right.is_integer() ? tValue{truncate_to_integer(power)} : tValue{power};
+}
+
+// False for a division that has no integer result. Inlined into the loop, so that the values stay in registers.
+[[gnu::always_inline]] inline bool apply(binary operation, tValue& left, const tValue& right) noexcept {
     const bool integers = left.is_integer() && right.is_integer();
     switch (operation) {
     case binary::add:
@@ -129,11 +134,9 @@ bool apply(binary operation, tValue& left, const tValue& right) noexcept {
         left = a % b;
         return true;
     }
-    case binary::power: {
-        const double power = std::pow(left.to_double(), right.to_double());
-        left = integers ? tValue{truncate_to_integer(power)} : tValue{power};
+    case binary::power:
+        left = power_of(left, right);
         return true;
-    }
     case binary::bit_and:
         left = left.to_integer() & right.to_integer();
         return true;
@@ -231,15 +234,16 @@ std::expected<tValue, execution_error> compiled_formula_data::run(fetch_func_ref
     const auto lacks = [&](std::ptrdiff_t values) { return checked && below - stack < values; };
 
     for (const token *next = begin(), *const stop = end(); next != stop; ++next) {
+        tValue right;
         switch (next->what) {
         case kind::integer:
             *below++ = top;
             top = tValue{next->payload};
-            break;
+            continue;
         case kind::real:
             *below++ = top;
             top = tValue{std::bit_cast<double>(next->payload)};
-            break;
+            continue;
         case kind::variable:
             *below++ = top;
             if (const auto value = fetch(static_cast<uint64_t>(next->payload))) [[likely]] {
@@ -247,43 +251,40 @@ std::expected<tValue, execution_error> compiled_formula_data::run(fetch_func_ref
             } else {
                 return fetch_failed(value.error());
             }
-            break;
+            continue;
         case kind::unary:
             if (lacks(1)) return failed(genicam_errc::bad_formula, "Failed to get 1 parameter for unary function.");
             top = apply(static_cast<unary>(next->operation), top);
-            break;
-        case kind::binary: {
-            if (lacks(2)) return lacks_two();
-            const tValue right = top;
-            top = *--below;
-            if (!apply(static_cast<binary>(next->operation), top, right)) return no_quotient();
-            break;
-        }
-        case kind::binary_integer:
-            if (lacks(1)) return lacks_two();
-            if (!apply(static_cast<binary>(next->operation), top, tValue{next->payload})) return no_quotient();
-            break;
-        case kind::binary_real:
-            if (lacks(1)) return lacks_two();
-            if (!apply(static_cast<binary>(next->operation), top, tValue{std::bit_cast<double>(next->payload)}))
-                return no_quotient();
-            break;
-        case kind::binary_variable: {
-            const auto right = fetch(static_cast<uint64_t>(next->payload));
-            if (!right) [[unlikely]]
-                return fetch_failed(right.error());
-            if (lacks(1)) return lacks_two();
-            if (!apply(static_cast<binary>(next->operation), top, *right)) return no_quotient();
-            break;
-        }
-        case kind::conditional: {
+            continue;
+        case kind::conditional:
             if (lacks(3))
                 return failed(genicam_errc::bad_formula, "Failed to get 3 parameters for condition operator.");
             below -= 2;
             if (below[0].to_bool()) top = below[1];
+            continue;
+        // The binary functions differ in where the right side comes from.
+        case kind::binary:
+            if (lacks(2)) return lacks_two();
+            right = top;
+            top = *--below;
+            break;
+        case kind::binary_integer:
+            right = tValue{next->payload};
+            break;
+        case kind::binary_real:
+            right = tValue{std::bit_cast<double>(next->payload)};
+            break;
+        case kind::binary_variable:
+            if (const auto value = fetch(static_cast<uint64_t>(next->payload))) [[likely]] {
+                right = *value;
+            } else {
+                return fetch_failed(value.error());
+            }
             break;
         }
-        }
+        if (lacks(1)) return lacks_two();
+        if (!apply(static_cast<binary>(next->operation), top, right)) [[unlikely]]
+            return no_quotient();
     }
     if (lacks(1)) return failed(genicam_errc::bad_formula, "Unbalanced calc stack.");
     return top;
