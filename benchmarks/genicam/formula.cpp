@@ -46,10 +46,9 @@ void run_case(const formula_case& test) {
         return static_cast<uint64_t>(name[0] - 'A' + 1);
     };
     const auto program = math_parser::compile_formula(test.ours, lookup).value();
-    std::size_t at = 0;
-    auto fetch = [&](uint64_t id) -> GenICam::result<math_parser::tValue> {
-        return id == 1 ? a[at] : id == 2 ? b[at] : c[at];
-    };
+    double variables[3] = {};
+    auto fetch = [&](uint64_t id) -> GenICam::result<math_parser::tValue> { return variables[id - 1]; };
+    const auto load_variables = [&](std::size_t i) { variables[0] = a[i], variables[1] = b[i], variables[2] = c[i]; };
 
     mu::Parser peer;
     double va = 1, vb = 1, vc = 1;
@@ -58,7 +57,8 @@ void run_case(const formula_case& test) {
     peer.DefineVar("C", &vc);
     peer.SetExpr(test.theirs);
 
-    for (at = 0; at < inputs; ++at) {
+    for (std::size_t at = 0; at < inputs; ++at) {
+        load_variables(at);
         va = a[at], vb = b[at], vc = c[at];
         const double expected = test.native(va, vb, vc);
         require(program.execute(fetch)->to_double() == expected, test.name);
@@ -69,7 +69,7 @@ void run_case(const formula_case& test) {
     const auto ours = [&](uint64_t n) {
         double sum = 0;
         for (uint64_t i = 0; i < n; ++i) {
-            at = i & (inputs - 1);
+            load_variables(i & (inputs - 1));
             sum += program.execute(fetch)->to_double();
         }
         sink = sum;

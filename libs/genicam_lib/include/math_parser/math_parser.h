@@ -163,6 +163,8 @@ private:
     [[nodiscard]] const token* data() const noexcept { return heap ? heap.get() : local; }
     template <bool checked>
     [[nodiscard]] std::expected<tValue, execution_error> run(fetch_func_ref fetch, tValue* stack) const;
+    // Deep stacks, empty programs and those that take more than there is.
+    [[nodiscard]] std::expected<tValue, execution_error> execute_unusual(fetch_func_ref fetch) const;
     void count_stack(const token& next) noexcept;
 
     std::unique_ptr<token[]> heap; // when more than the inline tokens are needed

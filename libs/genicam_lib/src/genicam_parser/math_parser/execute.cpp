@@ -205,10 +205,12 @@ std::unexpected<execution_error> no_quotient() {
     return failed(genicam_errc::bad_formula, "Integer division without a result.");
 }
 
+constexpr uint32_t inline_depth = 20;
+
 // Uninitialised until pushed.
 union value_storage {
     value_storage() noexcept {}
-    tValue values[20];
+    tValue values[inline_depth];
 };
 
 } // namespace
@@ -228,7 +230,8 @@ std::optional<binary> find_binary(std::string_view name) noexcept {
 // The topmost value is kept apart from the others, so that a chain of functions with constants and variables on their
 // right never touches the stack. `below` points beyond the second value.
 template <bool checked>
-std::expected<tValue, execution_error> compiled_formula_data::run(fetch_func_ref fetch, tValue* const stack) const {
+[[gnu::always_inline]] inline std::expected<tValue, execution_error>
+compiled_formula_data::run(fetch_func_ref fetch, tValue* const stack) const {
     tValue top;
     tValue* below = stack; // the first push stores the empty top there: the stack holds below - stack values
     const auto lacks = [&](std::ptrdiff_t values) { return checked && below - stack < values; };
@@ -291,12 +294,17 @@ std::expected<tValue, execution_error> compiled_formula_data::run(fetch_func_ref
 }
 
 std::expected<tValue, execution_error> compiled_formula_data::execute(fetch_func_ref fetch) const {
+    if (balanced && count != 0 && depth <= inline_depth) [[likely]] {
+        value_storage stack;
+        return run<false>(fetch, stack.values);
+    }
+    return execute_unusual(fetch);
+}
+
+std::expected<tValue, execution_error> compiled_formula_data::execute_unusual(fetch_func_ref fetch) const {
     if (empty()) return failed(genicam_errc::not_implemented, "");
-    value_storage local_stack;
-    if (depth <= std::size(local_stack.values)) [[likely]]
-        return balanced ? run<false>(fetch, local_stack.values) : run<true>(fetch, local_stack.values);
-    std::vector<tValue> large_stack(depth);
-    return balanced ? run<false>(fetch, large_stack.data()) : run<true>(fetch, large_stack.data());
+    std::vector<tValue> stack(depth + 1);
+    return run<true>(fetch, stack.data());
 }
 
 } // namespace math_parser
