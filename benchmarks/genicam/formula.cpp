@@ -2,7 +2,7 @@
 // every run.
 #include "bench.h"
 
-#include <math_parser/math_parser.h>
+#include <math_parser/execute.h>
 
 #include <fmt/format.h>
 #include <muParser.h>
@@ -61,7 +61,7 @@ void run_case(const formula_case& test) {
         load_variables(at);
         va = a[at], vb = b[at], vc = c[at];
         const double expected = test.native(va, vb, vc);
-        require(program.execute(fetch)->to_double() == expected, test.name);
+        require(math_parser::execute(program, fetch)->to_double() == expected, test.name);
         require(peer.Eval() == expected, test.name);
     }
 
@@ -70,7 +70,7 @@ void run_case(const formula_case& test) {
         double sum = 0;
         for (uint64_t i = 0; i < n; ++i) {
             load_variables(i & (inputs - 1));
-            sum += program.execute(fetch)->to_double();
+            sum += math_parser::execute(program, fetch)->to_double();
         }
         sink = sum;
     };

@@ -146,6 +146,11 @@ public:
     [[nodiscard]] const token* begin() const noexcept { return data(); }
     [[nodiscard]] const token* end() const noexcept { return data() + count; }
 
+    // The most values the stack holds in a run.
+    [[nodiscard]] uint32_t stack_depth() const noexcept { return depth; }
+    // Whether no token takes more values than there are.
+    [[nodiscard]] bool is_balanced() const noexcept { return balanced; }
+
     // Runs the program; allocates nothing while the stack stays within 20 values. An empty program answers
     // not_implemented. Both branches of a conditional are evaluated, so an error in either counts. Integer division
     // and remainder by zero, and INT64_MIN / -1, answer bad_formula.
@@ -161,10 +166,6 @@ private:
     static constexpr std::size_t maximum_size = 8192;
 
     [[nodiscard]] const token* data() const noexcept { return heap ? heap.get() : local; }
-    template <bool checked>
-    [[nodiscard]] std::expected<tValue, execution_error> run(fetch_func_ref fetch, tValue* stack) const;
-    // Deep stacks, empty programs and those that take more than there is.
-    [[nodiscard]] std::expected<tValue, execution_error> execute_unusual(fetch_func_ref fetch) const;
     void count_stack(const token& next) noexcept;
 
     std::unique_ptr<token[]> heap; // when more than the inline tokens are needed

@@ -4,6 +4,7 @@
 #include "text_values.h"
 
 #include <GenICam/value_nodes.h>
+#include <math_parser/execute.h>
 
 #include <algorithm>
 
@@ -163,8 +164,7 @@ result<tValue> variable_map_impl::fetch(uint64_t id, tValue argument, unsigned f
 
 result<tValue> variable_map_impl::exec_formula(const compiled_formula_data& formula, unsigned flags,
                                                tValue argument) const {
-    auto fetch_variable = [&](uint64_t id) { return fetch(id, argument, flags); };
-    const auto outcome = formula.execute(fetch_variable);
+    const auto outcome = math_parser::execute(formula, [&](uint64_t id) { return fetch(id, argument, flags); });
     if (!outcome) return fail(outcome.error().code);
     return *outcome;
 }

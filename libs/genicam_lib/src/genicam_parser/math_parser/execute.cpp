@@ -1,22 +1,10 @@
-// The run of a compiled program on a stack of values.
-//
-// Integers stay integers through + - * / % ** and the bit operators; one double operand makes + - * / ** and the
-// comparisons work on doubles. Bit operators, "%" and the digits of ROUND always work on integers.
-#include "operations.h"
-
-#include <math_parser/math_parser.h>
+#include <math_parser/execute.h>
 
 #include <cmath>
-#include <limits>
 
 namespace math_parser {
 
 namespace {
-
-using GenICam::genicam_errc;
-
-int64_t wrapped(uint64_t value) noexcept { return static_cast<int64_t>(value); }
-uint64_t raw(int64_t value) noexcept { return static_cast<uint64_t>(value); }
 
 double real_of(unary operation, double x) noexcept {
     switch (operation) {
@@ -56,6 +44,25 @@ double real_of(unary operation, double x) noexcept {
     return x;
 }
 
+struct function_name {
+    std::string_view upper;
+    std::string_view lower;
+    unary operation;
+};
+
+constexpr function_name unary_functions[] = {
+    {"ATAN", "atan", unary::atan},    {"COS", "cos", unary::cos},       {"SIN", "sin", unary::sin},
+    {"TAN", "tan", unary::tan},       {"ABS", "abs", unary::abs},       {"EXP", "exp", unary::exp},
+    {"LN", "ln", unary::ln},          {"LG", "lg", unary::lg},          {"SQRT", "sqrt", unary::sqrt},
+    {"TRUNC", "trunc", unary::trunc}, {"FLOOR", "floor", unary::floor}, {"CEIL", "ceil", unary::ceil},
+    {"ASIN", "asin", unary::asin},    {"ACOS", "acos", unary::acos},    {"SGN", "sgn", unary::sgn},
+    {"NEG", "neg", unary::negate},
+};
+
+} // namespace
+
+namespace detail {
+
 // The mathematical functions give doubles even for integers; only negation, complement and sign keep them.
 tValue apply(unary operation, tValue x) noexcept {
     switch (operation) {
@@ -78,142 +85,12 @@ double round_digits(double x, int64_t digits) noexcept {
     return half_away(x * p) / p;
 }
 
-bool divides(int64_t a, int64_t b) noexcept { return b != 0 && !(b == -1 && a == std::numeric_limits<int64_t>::min()); }
-
-template <class T>
-int64_t compared(binary operation, T a, T b) noexcept {
-    switch (operation) {
-    case binary::greater_equal:
-        return a >= b;
-    case binary::less_equal:
-        return a <= b;
-    case binary::not_equal:
-        return a != b;
-    case binary::greater:
-        return a > b;
-    case binary::less:
-        return a < b;
-    default:
-        return a == b;
-    }
-}
-
-[[gnu::noinline]] tValue power_of(tValue left, tValue right) noexcept {
+tValue power_of(tValue left, tValue right) noexcept {
     const double power = std::pow(left.to_double(), right.to_double());
     return left.is_integer() && right.is_integer() ? tValue{truncate_to_integer(power)} : tValue{power};
 }
 
-// False for a division that has no integer result. Inlined into the loop, so that the values stay in registers.
-[[gnu::always_inline]] inline bool apply(binary operation, tValue& left, const tValue& right) noexcept {
-    const bool integers = left.is_integer() && right.is_integer();
-    switch (operation) {
-    case binary::add:
-        left = integers ? tValue{wrapped(raw(left.to_integer()) + raw(right.to_integer()))}
-                        : tValue{left.to_double() + right.to_double()};
-        return true;
-    case binary::subtract:
-        left = integers ? tValue{wrapped(raw(left.to_integer()) - raw(right.to_integer()))}
-                        : tValue{left.to_double() - right.to_double()};
-        return true;
-    case binary::multiply:
-        left = integers ? tValue{wrapped(raw(left.to_integer()) * raw(right.to_integer()))}
-                        : tValue{left.to_double() * right.to_double()};
-        return true;
-    case binary::divide:
-        if (!integers) {
-            left = left.to_double() / right.to_double();
-            return true;
-        }
-        if (!divides(left.to_integer(), right.to_integer())) return false;
-        left = left.to_integer() / right.to_integer();
-        return true;
-    case binary::remainder: {
-        const int64_t a = left.to_integer();
-        const int64_t b = right.to_integer();
-        if (!divides(a, b)) return false;
-        left = a % b;
-        return true;
-    }
-    case binary::power:
-        left = power_of(left, right);
-        return true;
-    case binary::bit_and:
-        left = left.to_integer() & right.to_integer();
-        return true;
-    case binary::bit_or:
-        left = left.to_integer() | right.to_integer();
-        return true;
-    case binary::bit_xor:
-        left = left.to_integer() ^ right.to_integer();
-        return true;
-    case binary::shift_left:
-        left = wrapped(raw(left.to_integer()) << (raw(right.to_integer()) & 63));
-        return true;
-    case binary::shift_right:
-        left = left.to_integer() >> (raw(right.to_integer()) & 63);
-        return true;
-    case binary::logic_and:
-        left = int64_t{left.to_bool() && right.to_bool()};
-        return true;
-    case binary::logic_or:
-        left = int64_t{left.to_bool() || right.to_bool()};
-        return true;
-    case binary::round:
-        left = round_digits(left.to_double(), right.to_integer());
-        return true;
-    case binary::greater_equal:
-    case binary::less_equal:
-    case binary::not_equal:
-    case binary::greater:
-    case binary::less:
-    case binary::equal:
-        left = integers ? compared(operation, left.to_integer(), right.to_integer())
-                        : compared(operation, left.to_double(), right.to_double());
-        return true;
-    }
-    return true;
-}
-
-struct function_name {
-    std::string_view upper;
-    std::string_view lower;
-    unary operation;
-};
-
-constexpr function_name unary_functions[] = {
-    {"ATAN", "atan", unary::atan},    {"COS", "cos", unary::cos},       {"SIN", "sin", unary::sin},
-    {"TAN", "tan", unary::tan},       {"ABS", "abs", unary::abs},       {"EXP", "exp", unary::exp},
-    {"LN", "ln", unary::ln},          {"LG", "lg", unary::lg},          {"SQRT", "sqrt", unary::sqrt},
-    {"TRUNC", "trunc", unary::trunc}, {"FLOOR", "floor", unary::floor}, {"CEIL", "ceil", unary::ceil},
-    {"ASIN", "asin", unary::asin},    {"ACOS", "acos", unary::acos},    {"SGN", "sgn", unary::sgn},
-    {"NEG", "neg", unary::negate},
-};
-
-std::unexpected<execution_error> failed(genicam_errc code, const char* text) {
-    return std::unexpected<execution_error>{{make_error_code(code), text}};
-}
-
-std::unexpected<execution_error> fetch_failed(std::error_code error) {
-    return std::unexpected<execution_error>{{error, "Failed to look up variable name."}};
-}
-
-std::unexpected<execution_error> lacks_two() {
-    return failed(genicam_errc::bad_formula, "Failed to get 2 parameters for binary function.");
-}
-
-std::unexpected<execution_error> no_quotient() {
-    return failed(genicam_errc::bad_formula, "Integer division without a result.");
-}
-
-constexpr uint32_t inline_depth = 20;
-
-// Uninitialised until pushed.
-union value_storage {
-    value_storage() noexcept {}
-    tValue values[inline_depth];
-};
-
-} // namespace
+} // namespace detail
 
 std::optional<unary> find_unary(std::string_view name) noexcept {
     for (const function_name& function : unary_functions) {
@@ -227,84 +104,8 @@ std::optional<binary> find_binary(std::string_view name) noexcept {
     return std::nullopt;
 }
 
-// The topmost value is kept apart from the others, so that a chain of functions with constants and variables on their
-// right never touches the stack. `below` points beyond the second value.
-template <bool checked>
-[[gnu::always_inline]] inline std::expected<tValue, execution_error>
-compiled_formula_data::run(fetch_func_ref fetch, tValue* const stack) const {
-    tValue top;
-    tValue* below = stack; // the first push stores the empty top there: the stack holds below - stack values
-    const auto lacks = [&](std::ptrdiff_t values) { return checked && below - stack < values; };
-
-    for (const token *next = begin(), *const stop = end(); next != stop; ++next) {
-        tValue right;
-        switch (next->what) {
-        case kind::integer:
-            *below++ = top;
-            top = tValue{next->payload};
-            continue;
-        case kind::real:
-            *below++ = top;
-            top = tValue{std::bit_cast<double>(next->payload)};
-            continue;
-        case kind::variable:
-            *below++ = top;
-            if (const auto value = fetch(static_cast<uint64_t>(next->payload))) [[likely]] {
-                top = *value;
-            } else {
-                return fetch_failed(value.error());
-            }
-            continue;
-        case kind::unary:
-            if (lacks(1)) return failed(genicam_errc::bad_formula, "Failed to get 1 parameter for unary function.");
-            top = apply(static_cast<unary>(next->operation), top);
-            continue;
-        case kind::conditional:
-            if (lacks(3))
-                return failed(genicam_errc::bad_formula, "Failed to get 3 parameters for condition operator.");
-            below -= 2;
-            if (below[0].to_bool()) top = below[1];
-            continue;
-        // The binary functions differ in where the right side comes from.
-        case kind::binary:
-            if (lacks(2)) return lacks_two();
-            right = top;
-            top = *--below;
-            break;
-        case kind::binary_integer:
-            right = tValue{next->payload};
-            break;
-        case kind::binary_real:
-            right = tValue{std::bit_cast<double>(next->payload)};
-            break;
-        case kind::binary_variable:
-            if (const auto value = fetch(static_cast<uint64_t>(next->payload))) [[likely]] {
-                right = *value;
-            } else {
-                return fetch_failed(value.error());
-            }
-            break;
-        }
-        if (lacks(1)) return lacks_two();
-        if (!apply(static_cast<binary>(next->operation), top, right)) [[unlikely]]
-            return no_quotient();
-    }
-    if (lacks(1)) return failed(genicam_errc::bad_formula, "Unbalanced calc stack.");
-    return top;
-}
-
 std::expected<tValue, execution_error> compiled_formula_data::execute(fetch_func_ref fetch) const {
-    if (balanced && count != 0 && depth <= inline_depth) [[likely]] {
-        value_storage stack;
-        return run<false>(fetch, stack.values);
-    }
-    return execute_unusual(fetch);
-}
-
-std::expected<tValue, execution_error> compiled_formula_data::execute_unusual(fetch_func_ref fetch) const {
-    if (empty()) return failed(genicam_errc::not_implemented, "");
-    std::vector<tValue> stack(depth + 1);
-    return run<true>(fetch, stack.data());
+    return math_parser::execute(*this, fetch);
 }
 
 } // namespace math_parser
