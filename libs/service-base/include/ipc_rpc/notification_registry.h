@@ -31,6 +31,7 @@ public:
         friend notification_registry;
         std::weak_ptr<state> registry;
         std::shared_ptr<registration> entry;
+        std::int64_t owner_process = 0;
         std::uint64_t id = 0;
     };
 

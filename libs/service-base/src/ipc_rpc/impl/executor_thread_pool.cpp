@@ -1,0 +1,88 @@
+#include <gds_helper/process.h>
+#include <ipc_rpc/executor.h>
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace ipc_rpc {
+
+namespace {
+
+// Shared by the pool and its threads: a thread that destroys the pool from a task outlives it for a moment.
+struct pool_state {
+    std::mutex queue_mutex;  // guards what follows
+    std::condition_variable changed;
+    std::deque<std::function<void()>> tasks;
+    bool stopped = false;
+
+    void work() {
+        std::unique_lock lock{queue_mutex};
+        for (;;) {
+            changed.wait(lock, [&] { return stopped || !tasks.empty(); });
+            if (stopped) return;
+            std::function<void()> task = std::move(tasks.front());
+            tasks.pop_front();
+            lock.unlock();
+            task();
+            task = nullptr;
+            lock.lock();
+        }
+    }
+};
+
+class thread_pool final : public executor_thread_pool_interface {
+public:
+    thread_pool(const std::string& name_prefix, std::size_t count) : state(std::make_shared<pool_state>()) {
+        for (std::size_t i = 0; i < count; ++i) {
+            threads.emplace_back([state = state.shared(), name = name_prefix + std::to_string(i)] {
+                gds_helper::set_thread_name(name);
+                state->work();
+            });
+        }
+    }
+
+    ~thread_pool() override {
+        if (state.is_foreign()) {
+            for (auto& thread : threads) thread.detach();
+            return;
+        }
+        std::deque<std::function<void()>> dropped;
+        {
+            const std::lock_guard lock{state->queue_mutex};
+            state->stopped = true;
+            dropped.swap(state->tasks);
+        }
+        state->changed.notify_all();
+        for (auto& thread : threads) {
+            if (thread.get_id() == std::this_thread::get_id()) {
+                thread.detach();
+            } else {
+                thread.join();
+            }
+        }
+    }
+
+    void push(std::function<void()> task) override {
+        {
+            const std::lock_guard lock{state->queue_mutex};
+            state->tasks.push_back(std::move(task));
+        }
+        state->changed.notify_one();
+    }
+
+private:
+    gds_helper::process_local<pool_state> state;
+    std::vector<std::thread> threads;
+};
+
+} // namespace
+
+std::shared_ptr<executor_thread_pool_interface> make_executor_thread_pool(std::string name_prefix,
+                                                                          std::size_t threads) {
+    return std::make_shared<thread_pool>(name_prefix, threads);
+}
+
+} // namespace ipc_rpc
