@@ -25,7 +25,7 @@ enum class HandleKind : int32_t { RemotePort = 0, Event = 1, System = 4, Interfa
 class HandleMap final {
 public:
     struct Found {
-        std::shared_ptr<IHandleTarget> target;  // empty when unknown or expired
+        std::shared_ptr<IHandleTarget> target; // empty when unknown or expired
         HandleKind kind{};
     };
 
@@ -44,8 +44,8 @@ private:
         HandleKind kind;
     };
 
-    mutable std::shared_mutex lock;  // guards entries
-    std::vector<Entry> entries;      // a few dozen at most; insertion order serves the dump
+    mutable std::shared_mutex lock; // guards entries
+    std::vector<Entry> entries;     // a few dozen at most; insertion order serves the dump
 };
 
 // The library's one map.

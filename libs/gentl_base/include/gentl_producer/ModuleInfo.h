@@ -32,7 +32,7 @@ struct InterfaceInfo {
     std::string tl_type;
     std::vector<GEVSubnet> subnets;
     std::vector<uint32_t> gateways;
-    uint64_t mac_address = 0;  // low 48 bits
+    uint64_t mac_address = 0; // low 48 bits
     bool operator==(const InterfaceInfo&) const = default;
 };
 
@@ -42,8 +42,8 @@ struct DeviceInfo {
     std::string vendor;
     std::string tl_type;
     std::string display_name;
-    std::string serial_number;  // empty when the device has none
-    std::string version;        // empty when the device has none
+    std::string serial_number; // empty when the device has none
+    std::string version;       // empty when the device has none
     std::optional<std::string> user_defined_name;
     DEVICE_ACCESS_STATUS access_status = DEVICE_ACCESS_STATUS_UNKNOWN;
     uint32_t ip_address = 0;

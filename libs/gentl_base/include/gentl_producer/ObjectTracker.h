@@ -20,7 +20,7 @@ public:
     int64_t dump();
 
 private:
-    std::mutex mutex;  // guards objects
+    std::mutex mutex; // guards objects
     std::map<std::string_view, std::vector<const TrackedObject*>> objects;
 };
 

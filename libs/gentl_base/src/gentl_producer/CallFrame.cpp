@@ -40,31 +40,31 @@ void record_last_error(const Error& error) {
     thread_last_error.text[length] = '\0';
 }
 
-Error resolve_handle(TL_HANDLE hTL, std::shared_ptr<ISystem>& object) {
+Error resolve_handle(void* hTL, std::shared_ptr<ISystem>& object) {
     return resolve_one(hTL, object, "hTL == nullptr", "hTL is invalid");
 }
-Error resolve_handle(IF_HANDLE hIface, std::shared_ptr<IInterface>& object) {
+Error resolve_handle(void* hIface, std::shared_ptr<IInterface>& object) {
     return resolve_one(hIface, object, "hIface == nullptr", "Unknown hIface");
 }
-Error resolve_handle(DEV_HANDLE hDevice, std::shared_ptr<IDevice>& object) {
+Error resolve_handle(void* hDevice, std::shared_ptr<IDevice>& object) {
     return resolve_one(hDevice, object, "hDevice == nullptr", "Unknown hDevice");
 }
-Error resolve_handle(DS_HANDLE hDataStream, std::shared_ptr<IDataStream>& object) {
+Error resolve_handle(void* hDataStream, std::shared_ptr<IDataStream>& object) {
     return resolve_one(hDataStream, object, "hDataStream == nullptr", "Unknown hDataStream");
 }
-Error resolve_handle(DS_HANDLE hDataStream, BUFFER_HANDLE hBuffer, std::shared_ptr<IDataStream>& object) {
+Error resolve_handle(BufferOfStream pair, std::shared_ptr<IDataStream>& object) {
     if (!is_initialized()) return Error{GC_ERR_NOT_INITIALIZED};
-    if (hDataStream == nullptr) return {GC_ERR_INVALID_HANDLE, "hDataStream == nullptr"};
-    if (hBuffer == nullptr) return {GC_ERR_INVALID_HANDLE, "hBuffer == nullptr"};
-    return resolve_handle(hDataStream, object);
+    if (pair.stream == nullptr) return {GC_ERR_INVALID_HANDLE, "hDataStream == nullptr"};
+    if (pair.buffer == nullptr) return {GC_ERR_INVALID_HANDLE, "hBuffer == nullptr"};
+    return resolve_handle(pair.stream, object);
 }
-Error resolve_handle(EVENT_HANDLE hEvent, std::shared_ptr<IEvent>& object) {
+Error resolve_handle(void* hEvent, std::shared_ptr<IEvent>& object) {
     return resolve_one(hEvent, object, "hEvent == nullptr", "Unknown hEvent");
 }
-Error resolve_handle(EVENTSRC_HANDLE hEventSrc, std::shared_ptr<IEventSource>& object) {
+Error resolve_handle(void* hEventSrc, std::shared_ptr<IEventSource>& object) {
     return resolve_one(hEventSrc, object, "hEventSrc == nullptr", "Unknown hEventSrc");
 }
-Error resolve_handle(PORT_HANDLE hPort, std::shared_ptr<IPort>& object) {
+Error resolve_handle(void* hPort, std::shared_ptr<IPort>& object) {
     return resolve_one(hPort, object, "hPort == nullptr", "Unknown hPort");
 }
 
@@ -81,12 +81,6 @@ void trace_failure(spdlog::logger& logger, spdlog::source_loc where, std::string
                Debug::enum_text(Debug::Enumeration::GC_ERROR, "return", error.code), error.text());
 }
 
-GC_ERROR log_return_failure(const Error& error, std::string_view function, spdlog::source_loc where) {
-    if (auto* logger = trace_logger(trace_calls, spdlog::level::info)) trace_failure(*logger, where, function, error);
-    record_last_error(error);
-    return error.code;
-}
-
 namespace Debug {
 
 std::string argument_text(std::string_view label, const void* pointer) {
@@ -100,12 +94,6 @@ std::string argument_text(std::string_view label, const char* text) {
 }
 
 std::string argument_text(std::string_view label, dump_hex address) {
-    // The label is the expression with the wrapper around it; only what stands inside is the parameter.
-    const size_t open = label.find("{ ");
-    const size_t close = label.rfind(" }");
-    if (open != label.npos && close != label.npos && close > open + 2) {
-        label = label.substr(open + 2, close - open - 2);
-    }
     return fmt::format("{} = {:#x}", label, address.value);
 }
 
@@ -132,32 +120,48 @@ std::string argument_text(std::string_view label, dump_void_ptr answer) {
     switch (type) {
     case INFO_DATATYPE_UNKNOWN:
     case INFO_DATATYPE_STRINGLIST:
-    case INFO_DATATYPE_BUFFER: return fmt::format("{} = {:#x}", label, pointer);
+    case INFO_DATATYPE_BUFFER:
+        return fmt::format("{} = {:#x}", label, pointer);
     case INFO_DATATYPE_STRING:
         if (data == nullptr) return fmt::format("(char*){} = <nullptr>", label);
         return fmt::format("(char*){} = \"{}\"", label, static_cast<const char*>(data));
-    default: break;
+    default:
+        break;
     }
     if (data == nullptr) return fmt::format("{} = <null>", label);
     switch (type) {
-    case INFO_DATATYPE_INT16: return fmt::format("*(int16_t*) {} = {}", label, read_as<int16_t>(data));
-    case INFO_DATATYPE_UINT16: return fmt::format("*(uint16_t*) {} = {}", label, read_as<uint16_t>(data));
-    case INFO_DATATYPE_INT32: return fmt::format("*(int32_t*) {} = {}", label, read_as<int32_t>(data));
-    case INFO_DATATYPE_UINT32: return fmt::format("*(uint32_t*) {} = {}", label, read_as<uint32_t>(data));
-    case INFO_DATATYPE_INT64: return fmt::format("*(int64_t*) {} = {}", label, read_as<int64_t>(data));
-    case INFO_DATATYPE_UINT64: return fmt::format("*(uint64_t*) {} = {}", label, read_as<uint64_t>(data));
-    case INFO_DATATYPE_FLOAT64: return fmt::format("*(double*) {} = {}", label, read_as<double>(data));
-    case INFO_DATATYPE_PTR: return fmt::format("*(void**) {} = {}", label, read_as<const void*>(data));
-    case INFO_DATATYPE_BOOL8: return fmt::format("*(bool*) {} = {}", label, read_as<bool8_t>(data) != 0);
-    case INFO_DATATYPE_SIZET: return fmt::format("*(size_t*) {} = {}", label, read_as<size_t>(data));
-    case INFO_DATATYPE_PTRDIFF: return fmt::format("*(ptrdiff_t*) {} = {}", label, read_as<ptrdiff_t>(data));
+    case INFO_DATATYPE_INT16:
+        return fmt::format("*(int16_t*) {} = {}", label, read_as<int16_t>(data));
+    case INFO_DATATYPE_UINT16:
+        return fmt::format("*(uint16_t*) {} = {}", label, read_as<uint16_t>(data));
+    case INFO_DATATYPE_INT32:
+        return fmt::format("*(int32_t*) {} = {}", label, read_as<int32_t>(data));
+    case INFO_DATATYPE_UINT32:
+        return fmt::format("*(uint32_t*) {} = {}", label, read_as<uint32_t>(data));
+    case INFO_DATATYPE_INT64:
+        return fmt::format("*(int64_t*) {} = {}", label, read_as<int64_t>(data));
+    case INFO_DATATYPE_UINT64:
+        return fmt::format("*(uint64_t*) {} = {}", label, read_as<uint64_t>(data));
+    case INFO_DATATYPE_FLOAT64:
+        return fmt::format("*(double*) {} = {}", label, read_as<double>(data));
+    case INFO_DATATYPE_PTR:
+        return fmt::format("*(void**) {} = {}", label, read_as<const void*>(data));
+    case INFO_DATATYPE_BOOL8:
+        return fmt::format("*(bool*) {} = {}", label, read_as<bool8_t>(data) != 0);
+    case INFO_DATATYPE_SIZET:
+        return fmt::format("*(size_t*) {} = {}", label, read_as<size_t>(data));
+    case INFO_DATATYPE_PTRDIFF:
+        return fmt::format("*(ptrdiff_t*) {} = {}", label, read_as<ptrdiff_t>(data));
     case INFO_DATATYPE_KRV_SIZET3: {
-        struct three { size_t values[3]; };
+        struct three {
+            size_t values[3];
+        };
         const auto triple = read_as<three>(data);
         return fmt::format("{} = [0]: {}, [1]: {} [2]: {}", label, triple.values[0], triple.values[1],
                            triple.values[2]);
     }
-    default: return fmt::format("(unknown type id={}){} = {:#x}", type, label, pointer);
+    default:
+        return fmt::format("(unknown type id={}){} = {:#x}", type, label, pointer);
     }
 }
 

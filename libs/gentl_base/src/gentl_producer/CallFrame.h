@@ -11,7 +11,7 @@
 #include <gentl_producer/Modules.h>
 
 #include <fmt/core.h>
-#include <spdlog/common.h>
+#include <spdlog/logger.h>
 
 #include <concepts>
 #include <cstdint>
@@ -33,6 +33,9 @@ struct dump_buffer {
     const void* data;
     size_t size;
 };
+[[nodiscard]] inline dump_buffer sized(const void* data, const size_t* size) {
+    return {data, size == nullptr ? 0 : *size};
+}
 // An info answer, shown by its type.
 struct dump_void_ptr {
     const void* data;
@@ -49,8 +52,8 @@ template <std::integral T>
     return fmt::format("{} = {}", label, value);
 }
 template <class T>
-    requires(!std::same_as<std::remove_cv_t<T>, char> || !std::is_const_v<T>)
-[[nodiscard]] std::string argument_text(std::string_view label, T* pointer) {
+requires(!std::same_as<std::remove_cv_t<T>, char> || !std::is_const_v<T>) [[nodiscard]] std::string
+    argument_text(std::string_view label, T* pointer) {
     return argument_text(label, static_cast<const void*>(pointer));
 }
 // What an out-pointer points to; pointers may legally be null in a size query.
@@ -71,6 +74,7 @@ template <class... Texts>
 
 // The labels are the source expressions, so these are macros.
 #define ORV_ARG(expression) ::GenTL::Producer::Debug::argument_text(#expression, expression)
+#define ORV_HEX(number) ::GenTL::Producer::Debug::argument_text(#number, ::GenTL::Producer::Debug::dump_hex{number})
 #define ORV_OUT(pointer) ::GenTL::Producer::Debug::target_text("*" #pointer, pointer)
 #define ORV_ENUM(type, value)                                                                                          \
     ::GenTL::Producer::Debug::enum_text(::GenTL::Producer::Debug::Enumeration::type, #value, value)
@@ -86,26 +90,29 @@ struct LastError {
 [[nodiscard]] const LastError& last_error() noexcept;
 void record_last_error(const Error& error);
 
+// A buffer is known to its stream only, so the pair is what a consumer's call names.
+struct BufferOfStream {
+    DS_HANDLE stream;
+    BUFFER_HANDLE buffer;
+};
+
 // Checks that the library is initialised, then the handle; `object` keeps the target alive for the call.
-[[nodiscard]] Error resolve_handle(TL_HANDLE hTL, std::shared_ptr<ISystem>& object);
-[[nodiscard]] Error resolve_handle(IF_HANDLE hIface, std::shared_ptr<IInterface>& object);
-[[nodiscard]] Error resolve_handle(DEV_HANDLE hDevice, std::shared_ptr<IDevice>& object);
-[[nodiscard]] Error resolve_handle(DS_HANDLE hDataStream, std::shared_ptr<IDataStream>& object);
-[[nodiscard]] Error resolve_handle(DS_HANDLE hDataStream, BUFFER_HANDLE hBuffer, std::shared_ptr<IDataStream>& object);
-[[nodiscard]] Error resolve_handle(EVENT_HANDLE hEvent, std::shared_ptr<IEvent>& object);
-[[nodiscard]] Error resolve_handle(EVENTSRC_HANDLE hEventSrc, std::shared_ptr<IEventSource>& object);
-[[nodiscard]] Error resolve_handle(PORT_HANDLE hPort, std::shared_ptr<IPort>& object);
+[[nodiscard]] Error resolve_handle(void* hTL, std::shared_ptr<ISystem>& object);
+[[nodiscard]] Error resolve_handle(void* hIface, std::shared_ptr<IInterface>& object);
+[[nodiscard]] Error resolve_handle(void* hDevice, std::shared_ptr<IDevice>& object);
+[[nodiscard]] Error resolve_handle(void* hDataStream, std::shared_ptr<IDataStream>& object);
+[[nodiscard]] Error resolve_handle(BufferOfStream pair, std::shared_ptr<IDataStream>& object);
+[[nodiscard]] Error resolve_handle(void* hEvent, std::shared_ptr<IEvent>& object);
+[[nodiscard]] Error resolve_handle(void* hEventSrc, std::shared_ptr<IEventSource>& object);
+[[nodiscard]] Error resolve_handle(void* hPort, std::shared_ptr<IPort>& object);
 
 void trace_entry(spdlog::logger& logger, spdlog::source_loc where, std::string_view function, std::string_view args);
 void trace_success(spdlog::logger& logger, spdlog::source_loc where, std::string_view function, std::string_view args);
 void trace_failure(spdlog::logger& logger, spdlog::source_loc where, std::string_view function, const Error& error);
 
-// Failure trace and last-error record in one go, for functions that check parameters in front of the virtual call.
-GC_ERROR log_return_failure(const Error& error, std::string_view function, spdlog::source_loc where);
-
 // Runs one exported function. `in` and `out` build argument texts, `body` gives the Error. A result of `quiet` is an
 // expected way out and is traced only at trace level.
-template <class In, class Body, class Out>
+template <bool record = true, class In, class Body, class Out>
 GC_ERROR exported_call(std::string_view function, spdlog::source_loc where, In&& in, Body&& body, Out&& out,
                        GC_ERROR quiet = GC_ERR_SUCCESS) {
     if (auto* logger = trace_logger(trace_calls, spdlog::level::trace)) trace_entry(*logger, where, function, in());
@@ -118,8 +125,17 @@ GC_ERROR exported_call(std::string_view function, spdlog::source_loc where, In&&
             trace_success(*logger, where, function, out());
         }
     }
-    if (error.failed()) record_last_error(error);
+    if (record && error.failed()) record_last_error(error);
     return error.code;
+}
+
+// The consumer's flag is one byte and only ever raised.
+template <class Update>
+Error update_list(bool8_t* pbChanged, Update&& update) {
+    bool changed = false;
+    Error error = update(&changed);
+    if (changed && pbChanged != nullptr) *pbChanged = 1;
+    return error;
 }
 
 inline constexpr auto no_args = [] { return std::string{}; };
@@ -128,7 +144,7 @@ inline constexpr auto no_args = [] { return std::string{}; };
 template <class Interface, class Handle, class In, class Call, class Out>
 GC_ERROR handle_call(std::string_view function, spdlog::source_loc where, Handle handle, In&& in, Call&& call,
                      Out&& out, GC_ERROR quiet = GC_ERR_SUCCESS) {
-    std::shared_ptr<Interface> object;  // released after the last error was recorded
+    std::shared_ptr<Interface> object; // released after the last error was recorded
     return exported_call(
         function, where, in,
         [&] {

@@ -7,11 +7,29 @@ namespace GenTL {
 namespace {
 
 // Index is the negated distance from GC_ERR_ERROR.
-constexpr std::array default_texts{
-    "Generic Error", "GCInitLib was not called", "Function is not implemented", "Resource in use", "Access Denied",
-    "Invalid Handle", "Invalid ID specified", "No Data", "Invalid Parameter", "IO Error", "Timeout",
-    "Operation Aborted", "Invalid Buffer", "Not Available", "Invalid Address", "Buffer too small", "Invalid Index",
-    "Error parsing chunk data", "Invalid Value specified", "Resource Exhausted", "Out of memory", "Busy", "Ambiguous"};
+constexpr std::array default_texts{"Generic Error",
+                                   "GCInitLib was not called",
+                                   "Function is not implemented",
+                                   "Resource in use",
+                                   "Access Denied",
+                                   "Invalid Handle",
+                                   "Invalid ID specified",
+                                   "No Data",
+                                   "Invalid Parameter",
+                                   "IO Error",
+                                   "Timeout",
+                                   "Operation Aborted",
+                                   "Invalid Buffer",
+                                   "Not Available",
+                                   "Invalid Address",
+                                   "Buffer too small",
+                                   "Invalid Index",
+                                   "Error parsing chunk data",
+                                   "Invalid Value specified",
+                                   "Resource Exhausted",
+                                   "Out of memory",
+                                   "Busy",
+                                   "Ambiguous"};
 static_assert(GC_ERR_ERROR - static_cast<int>(default_texts.size()) + 1 == GC_ERR_AMBIGUOUS);
 
 } // namespace

@@ -18,7 +18,7 @@ ISystemFactory* g_pSystemFactory = nullptr;
 constinit std::atomic<int32_t> init_count{0};
 constinit std::atomic<uint32_t> trace_mask_value{0};
 constinit std::atomic<bool> tolerate_few_buffers_value{false};
-constinit bool exclusive_mode = false;  // by init_mutex
+constinit bool exclusive_mode = false; // by init_mutex
 
 // init_mutex guards exclusive_mode and the read-then-change of init_count, module_mutex guards open_systems.
 // GCCloseLib nests module_mutex in init_mutex, TLOpen takes init_mutex briefly under module_mutex: a consumer that
@@ -132,21 +132,32 @@ Error answer_transport_layer_info(const TransportLayerInfo& info, TL_INFO_CMD iI
                                   void* pBuffer, size_t* piSize) {
     const auto text = [&](std::string_view value) { return answer_string(piType, pBuffer, piSize, value); };
     switch (iInfoCmd) {
-    case TL_INFO_ID: return text(info.id_prefix + "@" + library_path());
-    case TL_INFO_VENDOR: return text(info.vendor);
-    case TL_INFO_MODEL: return text(info.model);
-    case TL_INFO_VERSION: return text(info.version);
-    case TL_INFO_TLTYPE: return text(info.tl_type);
+    case TL_INFO_ID:
+        return text(info.id_prefix + "@" + library_path());
+    case TL_INFO_VENDOR:
+        return text(info.vendor);
+    case TL_INFO_MODEL:
+        return text(info.model);
+    case TL_INFO_VERSION:
+        return text(info.version);
+    case TL_INFO_TLTYPE:
+        return text(info.tl_type);
     case TL_INFO_NAME: {
         const std::string path = library_path();
         return text(std::string_view{path}.substr(path.find_last_of("\\/") + 1));
     }
-    case TL_INFO_PATHNAME: return text(library_path());
-    case TL_INFO_DISPLAYNAME: return text(info.display_name);
-    case TL_INFO_CHAR_ENCODING: return answer_int32(piType, pBuffer, piSize, TL_CHAR_ENCODING_UTF8);
-    case TL_INFO_GENTL_VER_MAJOR: return answer_uint32(piType, pBuffer, piSize, 1);
-    case TL_INFO_GENTL_VER_MINOR: return answer_uint32(piType, pBuffer, piSize, 5);
-    default: return Error{GC_ERR_NOT_IMPLEMENTED};
+    case TL_INFO_PATHNAME:
+        return text(library_path());
+    case TL_INFO_DISPLAYNAME:
+        return text(info.display_name);
+    case TL_INFO_CHAR_ENCODING:
+        return answer_int32(piType, pBuffer, piSize, TL_CHAR_ENCODING_UTF8);
+    case TL_INFO_GENTL_VER_MAJOR:
+        return answer_uint32(piType, pBuffer, piSize, 1);
+    case TL_INFO_GENTL_VER_MINOR:
+        return answer_uint32(piType, pBuffer, piSize, 5);
+    default:
+        return Error{GC_ERR_NOT_IMPLEMENTED};
     }
 }
 

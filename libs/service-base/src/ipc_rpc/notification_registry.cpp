@@ -16,10 +16,10 @@ struct notification_registry::registration {
     const std::function<void()> callback;
     const mode how;
 
-    std::mutex run_mutex;  // guards what follows
+    std::mutex run_mutex; // guards what follows
     std::condition_variable idle;
-    std::uint64_t pending = 0;  // runs that are owed and have not started
-    bool scheduled = false;     // a pool job will look at `pending`, or does
+    std::uint64_t pending = 0; // runs that are owed and have not started
+    bool scheduled = false;    // a pool job will look at `pending`, or does
     bool removed = false;
     bool running = false;
     std::thread::id runner;
@@ -73,7 +73,7 @@ struct notification_registry::registration {
 struct notification_registry::state {
     const std::size_t threads;
 
-    std::mutex map_mutex;  // guards what follows
+    std::mutex map_mutex; // guards what follows
     std::multimap<std::uint64_t, std::shared_ptr<registration>> entries;
     std::shared_ptr<executor_thread_pool_interface> pool;
 

@@ -1,169 +1,162 @@
-#include <ipc_rpc/rpc_client.h>
-
-#include "impl/ipc_call_base.h"
+// The thread "clt-ipccon" holds the control channel open for the whole connection. After the announcements nothing
+// travels there: its only job is to break when the service goes.
 #include "impl/ipc_instance.h"
 #include "platform.h"
 
-#include <algorithm>
+#include <gds_helper/process.h>
+#include <ipc_rpc/rpc_client.h>
+
+#include <spdlog/logger.h>
+
 #include <chrono>
+#include <cstring>
 #include <future>
+#include <mutex>
 #include <thread>
 
 namespace ipc_rpc::client {
 
 namespace {
 
+using namespace std::chrono_literals;
 using connect_result = std::expected<std::shared_ptr<rpc_connection_client>, std::error_code>;
 
-constexpr std::chrono::milliseconds pipe_wait{2000};
-constexpr std::chrono::seconds announce_wait{1};
-constexpr std::size_t own_executor_threads = 4;
+constexpr auto attach_time = 2000ms;
+constexpr auto connect_time = 1s;
+constexpr std::size_t executor_threads = 4;
 
-template <std::size_t N>
-std::string name_in(const char (&field)[N]) {
-    return {field, std::find(field, field + N, '\0')};
-}
+struct init_data {
+    std::string client_name;
+    service_id service;
+    object_function_table_root table;
+    std::function<void(std::uint64_t)> on_notification;
+    std::shared_ptr<executor_thread_pool_interface> executor;
+    std::promise<connect_result> result;
+    bool answered = false; // the promise takes one value
+
+    void answer(connect_result value) {
+        if (std::exchange(answered, true)) return;
+        result.set_value(std::move(value));
+    }
+};
+
+std::string name_in(const char (&field)[announce_name_size]) { return {field, strnlen(field, announce_name_size)}; }
 
 } // namespace
 
-// One connection from the attempt on. The thread "clt-ipccon" holds the control channel open; its only job after the
-// handshake is to notice that the service went away. Everything below `answer` is that thread's alone.
 class client_private_instance final {
 public:
-    client_private_instance(std::string client, service_id service, object_function_table_root table,
-                            std::function<void(std::uint64_t)> notify,
-                            std::shared_ptr<executor_thread_pool_interface> run_on)
-        : client_name(std::move(client)),
-          service_name(std::move(service)),
-          functions(std::make_shared<const object_function_table_root>(std::move(table))),
-          on_notification(std::move(notify)),
-          executor(std::move(run_on)) {}
-
+    client_private_instance() : stop(std::make_shared<platform::stop_event>()) {}
     ~client_private_instance() {
-        stop.set();
+        stop->set();
         if (thread.joinable()) thread.join();
     }
 
-    connect_result connect() {
-        auto future = answer.get_future();
-        thread = std::thread{[this] { comm_thread_main(); }};
-        if (future.wait_for(announce_wait) != std::future_status::ready) {
+    [[nodiscard]] connect_result connect(std::shared_ptr<init_data> data) {
+        auto result = data->result.get_future();
+        thread = std::thread{[this, data = std::move(data)] { comm_thread_main(*data); }};
+        if (result.wait_for(connect_time) != std::future_status::ready) {
             return std::unexpected(std::make_error_code(std::errc::timed_out));
         }
-        return future.get();
+        return result.get();
     }
 
 private:
-    void comm_thread_main();
-    bool receive_tcp_packet(std::error_code error, std::span<const std::byte> message);
-    void parse_service_announce(const service_announce_packet& announce);
-    void set_answer(connect_result result) {
-        if (!std::exchange(answered, true)) answer.set_value(std::move(result));
+    void comm_thread_main(init_data& data) {
+        gds_helper::set_thread_name("clt-ipccon");
+        auto attached = platform::named_pipe_channel::attach_to_server(data.service.pipe_name, attach_time, *stop);
+        if (!attached) {
+            ipc_logger().error("Failed to connect to NamedPipe-server at id={}. Error: {}", data.service.pipe_name,
+                               attached.error().message());
+            return data.answer(std::unexpected(attached.error()));
+        }
+        platform::named_pipe_channel& channel = **attached;
+        std::shared_ptr<ipc_instance> connection;
+        channel.run(*stop, [&](std::error_code error, std::span<const std::byte> packet) {
+            return receive_tcp_packet(data, channel, connection, error, packet);
+        });
+        data.answer(std::unexpected(make_error_code(status::connection_closed)));
+        attached->reset();
+        if (connection) connection->shutdown();
     }
 
-    const std::string client_name;
-    const service_id service_name;
-    const std::shared_ptr<const object_function_table_root> functions;
-    const std::function<void(std::uint64_t)> on_notification;
-    const std::shared_ptr<executor_thread_pool_interface> executor;
-    platform::stop_event stop;
-    std::promise<connect_result> answer;
+    bool receive_tcp_packet(init_data& data, platform::named_pipe_channel& channel,
+                            std::shared_ptr<ipc_instance>& connection, std::error_code error,
+                            std::span<const std::byte> packet) {
+        if (error == std::errc::connection_aborted) {
+            stop->set();
+            return false;
+        }
+        if (error) {
+            ipc_logger().error("Packet-receive, error-code: {}", error.message());
+            return true;
+        }
+        const auto header = read_packet<rpc_packet_header>(packet);
+        if (!header) {
+            ipc_logger().error("Packet too small: {}", packet.size());
+        } else if (header->packet_size > packet.size()) {
+            ipc_logger().error("Invalid packet size of {} specified for packet of {}B", header->packet_size,
+                               packet.size());
+        } else if (header->type() != rpc_packet_type::service_announce) {
+            ipc_logger().error("Invalid packet received on tcp channel.");
+        } else if (header->packet_size < sizeof(service_announce_packet)) {
+            ipc_logger().error("Packet too small: {}", header->packet_size);
+        } else {
+            parse_service_announce(data, channel, connection, *read_packet<service_announce_packet>(packet));
+        }
+        return true;
+    }
 
-    bool answered = false;
-    std::unique_ptr<platform::named_pipe_channel> pipe;
-    std::shared_ptr<ipc_instance> machinery;
-    std::shared_ptr<ipc_connection> connection;
+    void parse_service_announce(init_data& data, platform::named_pipe_channel& channel,
+                                std::shared_ptr<ipc_instance>& connection, const service_announce_packet& packet) {
+        if (connection) return; // one connection for the life of a channel
+        const std::string from_client = name_in(packet.from_client);
+        const std::string to_client = name_in(packet.to_client);
+        ipc_logger().trace("Service shared memory object name base: from_client={}, to_client={}", from_client,
+                           to_client);
+        client_announce_packet announce{{client_announce_first_word, sizeof(client_announce_packet), 0}, {}};
+        data.client_name.copy(announce.client_name, announce_name_size - 1);
+        static_cast<void>(channel.send(std::as_bytes(std::span{&announce, 1})));
+        try {
+            ipc_instance::create_params params;
+            params.send = std::make_unique<shared_memory_queue>(from_client);
+            params.receive = std::make_unique<shared_memory_queue>(to_client);
+            params.table = std::move(data.table);
+            params.executor = data.executor;
+            params.name = "clt-ipc-";
+            params.on_notification = std::move(data.on_notification);
+            connection = std::make_shared<ipc_instance>(std::move(params));
+            connection->start();
+        } catch (const std::system_error& failure) {
+            connection.reset();
+            return data.answer(std::unexpected(failure.code()));
+        }
+        data.answer(connection);
+    }
 
+    // Shared with nobody but this thread and the owner; an event, because a poll waits on it.
+    std::shared_ptr<platform::stop_event> stop;
     std::thread thread;
 };
-
-void client_private_instance::comm_thread_main() {
-    gds_helper::set_thread_name("clt-ipccon");
-    auto attached = platform::named_pipe_channel::attach_to_server(service_name.pipe_name, pipe_wait, stop);
-    if (!attached) {
-        ipc_logger().error("Failed to connect to NamedPipe-server at id={}. Error: {}", service_name.pipe_name,
-                           attached.error().message());
-        return set_answer(std::unexpected(attached.error()));
-    }
-    pipe = *std::move(attached);
-    pipe->run(stop, [this](std::error_code error, std::span<const std::byte> message) {
-        return receive_tcp_packet(error, message);
-    });
-    pipe.reset();
-    connection.reset();
-    if (machinery) machinery->shutdown();
-    machinery.reset();
-    set_answer(std::unexpected(std::make_error_code(std::errc::connection_aborted)));
-}
-
-// True: keep reading.
-bool client_private_instance::receive_tcp_packet(std::error_code error, std::span<const std::byte> message) {
-    if (error == std::errc::connection_aborted) {
-        stop.set();
-        return false;
-    }
-    const auto header = read_head<rpc_packet_header>(message);
-    if (error) {
-        ipc_logger().error("Packet-receive, error-code: {}", error.message());
-    } else if (!header) {
-        ipc_logger().error("Packet too small: {}", message.size());
-    } else if (header->packet_size > message.size()) {
-        ipc_logger().error("Invalid packet size of {} specified for packet of {}B", header->packet_size,
-                           message.size());
-    } else if (header->type() != rpc_packet_type::service_announce) {
-        ipc_logger().error("Invalid packet received on tcp channel.");
-    } else if (header->packet_size < sizeof(service_announce_packet)) {
-        ipc_logger().error("Packet too small: {}", header->packet_size);
-    } else {
-        parse_service_announce(*read_head<service_announce_packet>(message));
-    }
-    return true;
-}
-
-void client_private_instance::parse_service_announce(const service_announce_packet& announce) {
-    const std::string from_client = name_in(announce.from_client);
-    const std::string to_client = name_in(announce.to_client);
-    ipc_logger().trace("Service shared memory object name base: from_client={}, to_client={}", from_client, to_client);
-
-    client_announce_packet reply{{client_announce_first_word, sizeof(client_announce_packet), 0}, {}};
-    client_name.copy(reply.client_name, announce_name_size - 1);
-    static_cast<void>(pipe->send(std::as_bytes(std::span{&reply, 1})));
-
-    // A later announce replaces the queues; whoever holds the earlier connection finds it closed.
-    if (machinery) machinery->shutdown();
-    try {
-        machinery = std::make_shared<ipc_instance>(std::make_shared<shared_memory_queue>(from_client),
-                                                   std::make_shared<shared_memory_queue>(to_client), functions,
-                                                   executor, "clt-ipc-");
-        connection = std::make_shared<ipc_connection>(machinery);
-        machinery->start(connection, on_notification);
-        set_answer(connection);
-    } catch (const std::system_error& failure) {
-        connection.reset();
-        machinery.reset();
-        ipc_logger().error("Failed to open the queues of the service: {}", failure.what());
-        set_answer(std::unexpected(failure.code()));
-    }
-}
 
 client_instance::client_instance() = default;
 client_instance::~client_instance() = default;
 
-connect_result client_instance::connect(const std::string& client_name, const service_id& service,
-                                        object_function_table_root table,
-                                        std::function<void(std::uint64_t)> on_notification,
-                                        std::shared_ptr<executor_thread_pool_interface> executor) {
+std::expected<std::shared_ptr<rpc_connection_client>, std::error_code>
+client_instance::connect(const std::string& client_name, const service_id& service, object_function_table_root table,
+                         std::function<void(std::uint64_t)> on_notification,
+                         std::shared_ptr<executor_thread_pool_interface> executor) {
     instance.reset();
-    try {
-        if (!executor) executor = make_executor_thread_pool("clt-exec-", own_executor_threads);
-        gds_helper::process_local<client_private_instance> attempt{std::make_shared<client_private_instance>(
-            client_name, service, std::move(table), std::move(on_notification), std::move(executor))};
-        connect_result result = attempt->connect();
-        if (result) instance = std::move(attempt);
-        return result;
-    } catch (const std::system_error& failure) {
-        return std::unexpected(failure.code()); // no thread or event to be had
-    }
+    auto data = std::make_shared<init_data>();
+    data->client_name = client_name;
+    data->service = service;
+    data->table = std::move(table);
+    data->on_notification = std::move(on_notification);
+    data->executor = executor ? std::move(executor) : make_executor_thread_pool("clt-exec-", executor_threads);
+    auto created = std::make_shared<client_private_instance>();
+    auto result = created->connect(std::move(data));
+    if (result) instance = gds_helper::process_local<client_private_instance>{std::move(created)};
+    return result;
 }
 
 } // namespace ipc_rpc::client

@@ -211,7 +211,7 @@ private:
         const std::error_category* category = nullptr;
         std::uint64_t id = 0;
     };
-    std::mutex mutex;  // guards slots
+    std::mutex mutex; // guards slots
     std::array<entry, 16> slots{};
 };
 

@@ -13,7 +13,7 @@ namespace {
 
 // Shared by the pool and its threads: a thread that destroys the pool from a task outlives it for a moment.
 struct pool_state {
-    std::mutex queue_mutex;  // guards what follows
+    std::mutex queue_mutex; // guards what follows
     std::condition_variable changed;
     std::deque<std::function<void()>> tasks;
     bool stopped = false;

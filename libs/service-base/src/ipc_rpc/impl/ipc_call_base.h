@@ -1,4 +1,4 @@
-// Building and splitting packets; what caller and callee have in common.
+// What both halves of a connection share: packets out of blocks, blocks into buffers, the packet log.
 #pragma once
 
 #include "impl/channel_interface.h"
@@ -6,41 +6,55 @@
 #include <ipc_rpc/rpc_packet.h>
 #include <ipc_rpc/status.h>
 
-#include <spdlog/logger.h>
-
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <optional>
 #include <span>
 #include <string_view>
+#include <vector>
+
+namespace spdlog {
+class logger;
+}
 
 namespace ipc_rpc {
 
-// Called at rates where looking a logger up would show.
 [[nodiscard]] spdlog::logger& ipc_logger();
+void log_packet(std::string_view channel, bool sent, const rpc_packet_header& header);
 
-// A packet's fixed part, if the packet is long enough for it.
-template <class Head>
-[[nodiscard]] std::optional<Head> read_head(std::span<const std::byte> packet) noexcept {
-    Head head;
-    if (packet.data() == nullptr || packet.size() < sizeof head) return std::nullopt;
-    std::memcpy(&head, packet.data(), sizeof head);
-    return head;
+// Each sends one or several packets; false when the channel is closed.
+[[nodiscard]] bool send_call(channel_interface& channel, std::uint64_t seq_id, std::uint32_t flags,
+                             std::uint64_t handle, std::string_view function, std::span<const std::byte> parameters);
+[[nodiscard]] bool send_close(channel_interface& channel, std::uint64_t seq_id, std::uint32_t flags,
+                              std::uint64_t handle);
+bool send_result(channel_interface& channel, std::uint64_t seq_id, std::span<const std::byte> result);
+// A payload that does not fit one packet is left out.
+void send_ret_err_packet(channel_interface& channel, std::uint64_t seq_id, status code,
+                         std::span<const std::byte> payload = {});
+
+// The fixed part of a packet, or nothing when it is too short for one.
+template <class Packet>
+[[nodiscard]] std::optional<Packet> read_packet(std::span<const std::byte> bytes) {
+    if (bytes.size() < sizeof(Packet)) return std::nullopt;
+    Packet packet;
+    std::memcpy(&packet, bytes.data(), sizeof packet);
+    return packet;
 }
 
-// Each sends whole packets and returns false when the channel is closed.
-[[nodiscard]] bool send_call(channel_interface& channel, std::uint64_t seq_id, std::uint64_t handle,
-                             std::string_view function_name, std::span<const std::byte> parameters,
-                             std::uint32_t flags);
-[[nodiscard]] bool send_close(channel_interface& channel, std::uint64_t seq_id, std::uint64_t handle,
-                              std::uint32_t flags);
-[[nodiscard]] bool send_result(channel_interface& channel, std::uint64_t seq_id, std::span<const std::byte> result);
-// A payload that does not fit its one block is left out, with a warning.
-[[nodiscard]] bool send_ret_err_packet(channel_interface& channel, std::uint64_t seq_id, status why,
-                                       std::span<const std::byte> payload = {});
+// A block that arrives in pieces.
+struct assembly {
+    std::vector<std::byte> bytes;
+    std::uint64_t received = 0;
 
-// Packet traces, behind a level test.
-void log_packet_sent(std::string_view channel_name, std::span<const std::byte> block) noexcept;
-void log_packet_received(std::string_view channel_name, const rpc_packet_header& header) noexcept;
+    // False when the piece does not fit.
+    [[nodiscard]] bool put(std::uint64_t offset, std::span<const std::byte> chunk) {
+        if (offset > bytes.size() || chunk.size() > bytes.size() - offset) return false;
+        if (!chunk.empty()) std::memcpy(bytes.data() + offset, chunk.data(), chunk.size());
+        received += chunk.size();
+        return true;
+    }
+    [[nodiscard]] bool complete() const noexcept { return received >= bytes.size(); }
+};
 
 } // namespace ipc_rpc

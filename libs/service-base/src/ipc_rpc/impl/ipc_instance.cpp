@@ -1,95 +1,141 @@
 #include "impl/ipc_instance.h"
 
-#include "impl/ipc_call_base.h"
-
 #include <gds_helper/process.h>
+
+#include <spdlog/logger.h>
+
+#include <bit>
 
 namespace ipc_rpc {
 
-namespace {
+ipc_instance::ipc_instance(create_params params)
+    : name(std::move(params.name)),
+      peer(std::move(params.peer)),
+      at_service(params.at_service),
+      owner_process(gds_helper::process_id()),
+      send_queue(std::move(params.send)),
+      receive_queue(std::move(params.receive)),
+      channel(*send_queue, name + "send"),
+      receive_name(name + "recv"),
+      caller(channel),
+      callee(std::make_shared<rpc_callee_instance>(channel, std::move(params.table), std::move(params.executor))),
+      on_notification(std::move(params.on_notification)),
+      on_first_packet(std::move(params.on_first_packet)) {}
 
-// What caller and callee send through. Holds the queue: a function that still runs may reply after the connection.
-class send_channel final : public channel_interface {
-public:
-    send_channel(std::shared_ptr<shared_memory_queue> to, std::string channel_name)
-        : queue(std::move(to)), name(std::move(channel_name)) {}
-    std::span<std::byte> acquire_block() override { return queue->acquire_block(); }
-    bool send_block(std::span<std::byte> block) override {
-        log_packet_sent(name, block);
-        return queue->send_block(block);
+ipc_instance::~ipc_instance() {
+    if (gds_helper::process_id() != owner_process) {
+        receive_thread.detach(); // it does not exist in this process
+        return;
     }
-    std::string_view get_name() const override { return name; }
+    shutdown();
+}
 
-private:
-    const std::shared_ptr<shared_memory_queue> queue;
-    const std::string name;
-};
-
-} // namespace
-
-ipc_instance::ipc_instance(std::shared_ptr<shared_memory_queue> send, std::shared_ptr<shared_memory_queue> receive,
-                           std::shared_ptr<const object_function_table_root> table,
-                           std::shared_ptr<executor_thread_pool_interface> executor, const std::string& thread_prefix)
-    : send_queue(std::move(send)),
-      receive_queue(std::move(receive)),
-      receive_name(thread_prefix + "recv"),
-      channel(std::make_shared<send_channel>(send_queue, thread_prefix + "send")),
-      calls(*channel),
-      served(channel, std::move(table), std::move(executor)) {}
-
-ipc_instance::~ipc_instance() { shutdown(); }
-
-void ipc_instance::start(std::weak_ptr<rpc_connection_client> connection,
-                         std::function<void(std::uint64_t)> on_notification, std::function<void()> on_bad_packet,
-                         std::function<void()> on_first_packet) {
-    served.bind(std::move(connection));
-    receiver = std::make_unique<recv_queue_thread>(receive_queue,
-                                                   recv_queue_thread::targets{calls, served, std::move(on_notification),
-                                                                              std::move(on_bad_packet),
-                                                                              std::move(on_first_packet)},
-                                                   receive_name);
+void ipc_instance::start() {
+    callee->set_connection(weak_from_this());
+    receive_thread = std::thread{[this] {
+        receive_thread_id = std::this_thread::get_id();
+        gds_helper::set_thread_name(receive_name);
+        receive_loop();
+    }};
 }
 
 void ipc_instance::shutdown() {
     ended = true;
-    calls.close();
+    caller.close();
     send_queue->shut();
     receive_queue->shut();
-    receiver.reset();
-    served.stop();
+    if (receive_thread.joinable()) receive_thread.join();
+    callee->stop();
 }
 
-ipc_connection::ipc_connection(std::shared_ptr<ipc_instance> over)
-    : instance(std::move(over)), owner_process(gds_helper::process_id()) {}
-
-bool ipc_connection::is_dead() const noexcept {
-    return !instance->is_open() || gds_helper::process_id() != owner_process;
+bool ipc_instance::is_open() const {
+    return !ended && !receive_queue->is_closed() && gds_helper::process_id() == owner_process;
 }
 
-std::expected<std::uint64_t, std::error_code> ipc_connection::register_object(object_entry object) {
-    if (is_dead()) return std::unexpected(make_error_code(status::connection_closed));
-    return instance->callee().register_object(std::move(object));
-}
-
-std::error_code ipc_connection::close_handle(std::uint64_t handle, std::uint32_t flags) {
-    if (is_dead()) return make_error_code(status::connection_closed);
-    // The last copy of a handle may go in a callback: release without waiting for what this thread would deliver.
-    if (instance->is_receiving_here()) flags |= rpc_flag_no_reply;
-    const status outcome = instance->caller().close_handle(handle, flags);
-    return outcome == status::success ? std::error_code{} : make_error_code(outcome);
-}
-
-std::error_code ipc_connection::call(std::uint64_t handle, std::string_view function_name,
-                                     std::span<const std::byte> parameters, std::vector<std::byte>* result,
-                                     std::uint32_t flags) {
-    if (is_dead()) return make_error_code(status::connection_closed);
-    if ((flags & rpc_flag_no_reply) == 0 && instance->is_receiving_here()) {
+std::error_code ipc_instance::check_caller(std::uint32_t flags) const {
+    if (ended || gds_helper::process_id() != owner_process) return status::connection_closed;
+    // This thread delivers the answers: waiting for one here would be for ever.
+    if ((flags & rpc_flag_no_reply) == 0 && std::this_thread::get_id() == receive_thread_id.load()) {
         return std::make_error_code(std::errc::resource_deadlock_would_occur);
     }
-    const status outcome = instance->caller().call(handle, function_name, parameters, result, flags);
+    return {};
+}
+
+std::expected<std::uint64_t, std::error_code> ipc_instance::register_object(object_entry object) {
+    return callee->register_object(std::move(object));
+}
+
+std::error_code ipc_instance::close_handle(std::uint64_t handle, std::uint32_t flags) {
+    if (const std::error_code error = check_caller(flags)) return error;
+    const status outcome = caller.close_handle(handle, flags);
     return outcome == status::success ? std::error_code{} : make_error_code(outcome);
 }
 
-bool ipc_connection::is_open() const { return !is_dead(); }
+std::error_code ipc_instance::call(std::uint64_t handle, std::string_view function_name,
+                                   std::span<const std::byte> parameters, std::vector<std::byte>* result,
+                                   std::uint32_t flags) {
+    if (const std::error_code error = check_caller(flags)) return error;
+    const status outcome = caller.call(handle, function_name, parameters, result, flags);
+    return outcome == status::success ? std::error_code{} : make_error_code(outcome);
+}
+
+void ipc_instance::receive_loop() {
+    bool first = true;
+    for (;;) {
+        const auto received = receive_queue->receive();
+        if (std::holds_alternative<std::monostate>(received)) return;
+        if (const auto* block = std::get_if<std::span<std::byte>>(&received)) {
+            if (std::exchange(first, false) && on_first_packet) on_first_packet();
+            receive_span(*block);
+            receive_queue->release_block(*block);
+            continue;
+        }
+        const auto& words = std::get<notification_words>(received);
+        for (std::size_t word = 0; word < words.size() && on_notification; ++word) {
+            for (std::uint64_t rest = words[word]; rest != 0; rest &= rest - 1) {
+                on_notification(64 * word + static_cast<std::uint64_t>(std::countr_zero(rest)));
+            }
+        }
+    }
+}
+
+void ipc_instance::receive_span(std::span<const std::byte> block) {
+    const auto header = read_packet<rpc_packet_header>(block);
+    if (!header) {
+        ipc_logger().error("{} failed with: Packet too small ({} bytes)", receive_name, block.size());
+        return;
+    }
+    if (header->packet_size > block.size()) {
+        ipc_logger().error("{} failed with: rpc_packet_header::packet_size too large ({} bytes)", receive_name,
+                           header->packet_size);
+        return;
+    }
+    if (header->packet_size < sizeof(rpc_packet_header)) {
+        ipc_logger().error("{} failed with: Packet too small ({} bytes)", receive_name, header->packet_size);
+        return;
+    }
+    log_packet(receive_name, false, *header);
+    const auto packet = block.first(header->packet_size);
+    switch (header->type()) {
+    case rpc_packet_type::service_announce:
+    case rpc_packet_type::client_announce:
+        ipc_logger().error("Announce packets should be sent via tcp channel. Id: {}, seq_id={}, pckt-size={}",
+                           static_cast<unsigned>(header->type()), header->seq_id, header->packet_size);
+        return;
+    case rpc_packet_type::call_close:
+    case rpc_packet_type::call_start:
+    case rpc_packet_type::call_step:
+        callee->receive_rpc_packet(packet);
+        return;
+    case rpc_packet_type::ret_start:
+    case rpc_packet_type::ret_step:
+    case rpc_packet_type::ret_err:
+        caller.receive_packet(packet);
+        return;
+    default:
+        ipc_logger().error("Unknown rpc_packet_type received. Id: {}, seq_id={}, pckt-size={}",
+                           static_cast<unsigned>(header->type()), header->seq_id, header->packet_size);
+    }
+}
 
 } // namespace ipc_rpc

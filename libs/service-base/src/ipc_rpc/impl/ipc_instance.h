@@ -1,7 +1,6 @@
-// The machinery of one announced connection, the same for both ends, and the connection that is handed out for it.
+// One live connection: two queues, the calling and the called half, and the thread that receives for both.
 #pragma once
 
-#include "impl/recv_queue_thread.h"
 #include "impl/rpc_callee.h"
 #include "impl/rpc_caller.h"
 #include "impl/shared_memory_queue.h"
@@ -9,67 +8,81 @@
 #include <ipc_rpc/rpc_connection_client.h>
 
 #include <atomic>
-#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 
 namespace ipc_rpc {
 
-// Both queues, caller, callee and the receive thread.
-class ipc_instance final {
+class ipc_instance final : public rpc_connection_client, public std::enable_shared_from_this<ipc_instance> {
 public:
-    // Threads and channel are named `thread_prefix` plus "recv" and "send".
-    ipc_instance(std::shared_ptr<shared_memory_queue> send, std::shared_ptr<shared_memory_queue> receive,
-                 std::shared_ptr<const object_function_table_root> table,
-                 std::shared_ptr<executor_thread_pool_interface> executor, const std::string& thread_prefix);
-    ~ipc_instance();
-    ipc_instance(const ipc_instance&) = delete;
-    ipc_instance& operator=(const ipc_instance&) = delete;
+    struct create_params {
+        std::unique_ptr<shared_memory_queue> send;
+        std::unique_ptr<shared_memory_queue> receive;
+        object_function_table_root table;
+        std::shared_ptr<executor_thread_pool_interface> executor;
+        std::string name; // of threads and channels: "clt-ipc-" or "srv-ipc-"
+        std::string peer; // who is at the other end
+        bool at_service = false;
+        std::function<void(std::uint64_t)> on_notification; // on the receive thread
+        std::function<void()> on_first_packet;              // on the receive thread
+    };
 
-    // Once. Functions called by the peer see `connection`. Callbacks as in recv_queue_thread::targets.
-    void start(std::weak_ptr<rpc_connection_client> connection, std::function<void(std::uint64_t)> on_notification,
-               std::function<void()> on_bad_packet = {}, std::function<void()> on_first_packet = {});
-    // Ends everything that waits and joins the receive thread, so never on that thread. By one thread; repeatable.
+    explicit ipc_instance(create_params params);
+    ~ipc_instance() override;
+
+    // After construction, when a shared owner exists.
+    void start();
+    // Ends everything; harmless when repeated. Not on the receive thread.
     void shutdown();
-
-    [[nodiscard]] rpc_caller_instance& caller() noexcept { return calls; }
-    [[nodiscard]] rpc_callee_instance& callee() noexcept { return served; }
-    [[nodiscard]] bool is_open() const noexcept { return !ended; }
-    // True on the thread that delivers this connection's packets.
-    [[nodiscard]] bool is_receiving_here() const noexcept { return recv_queue_thread::receives(*receive_queue); }
+    // Raises a number at the other end; never waits.
     bool raise_notification(std::uint64_t number) { return send_queue->raise_notification(number); }
-
-private:
-    const std::shared_ptr<shared_memory_queue> send_queue;
-    const std::shared_ptr<shared_memory_queue> receive_queue;
-    const std::string receive_name;
-    const std::shared_ptr<channel_interface> channel;
-    rpc_caller_instance calls;
-    rpc_callee_instance served;
-    std::unique_ptr<recv_queue_thread> receiver;
-    std::atomic<bool> ended{false}; // set once by shutdown, read by callers
-};
-
-// Forwards to the machinery; dead in a forked child.
-class ipc_connection : public rpc_connection_client {
-public:
-    explicit ipc_connection(std::shared_ptr<ipc_instance> over);
+    [[nodiscard]] shared_memory_queue& receive_side() noexcept { return *receive_queue; }
+    [[nodiscard]] shared_memory_queue& send_side() noexcept { return *send_queue; }
 
     std::expected<std::uint64_t, std::error_code> register_object(object_entry object) override;
     std::error_code close_handle(std::uint64_t handle, std::uint32_t flags) override;
     std::error_code call(std::uint64_t handle, std::string_view function_name, std::span<const std::byte> parameters,
                          std::vector<std::byte>* result, std::uint32_t flags) override;
-    bool is_open() const override;
-
-protected:
-    [[nodiscard]] ipc_instance& machinery() const noexcept { return *instance; }
+    [[nodiscard]] std::string get_peer_info() const override { return peer; }
+    [[nodiscard]] bool is_service() const override { return at_service; }
+    [[nodiscard]] bool is_open() const override;
 
 private:
-    [[nodiscard]] bool is_dead() const noexcept;
+    class queue_channel final : public channel_interface {
+    public:
+        queue_channel(shared_memory_queue& target, std::string channel_name)
+            : queue(target), name(std::move(channel_name)) {}
+        std::span<std::byte> acquire_block() override { return queue.acquire_block(); }
+        bool send_block(std::span<std::byte> block) override { return queue.send_block(block); }
+        std::string_view get_name() const override { return name; }
 
-    const std::shared_ptr<ipc_instance> instance;
+    private:
+        shared_memory_queue& queue;
+        std::string name;
+    };
+
+    void receive_loop();
+    void receive_span(std::span<const std::byte> block);
+    // Why a call must not be made here; success when it may.
+    [[nodiscard]] std::error_code check_caller(std::uint32_t flags) const;
+
+    const std::string name;
+    const std::string peer;
+    const bool at_service;
     const std::int64_t owner_process;
+    std::unique_ptr<shared_memory_queue> send_queue;
+    std::unique_ptr<shared_memory_queue> receive_queue;
+    queue_channel channel;
+    const std::string receive_name;
+    rpc_caller_instance caller;
+    std::shared_ptr<rpc_callee_instance> callee;
+    std::function<void(std::uint64_t)> on_notification;
+    std::function<void()> on_first_packet;
+    std::atomic<bool> ended{false};
+    std::atomic<std::thread::id> receive_thread_id{};
+    std::thread receive_thread;
 };
 
 } // namespace ipc_rpc

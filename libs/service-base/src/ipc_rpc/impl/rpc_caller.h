@@ -1,51 +1,54 @@
-// The half of a connection that calls and waits for replies.
+// The half of a connection that calls: outstanding transactions and what answers them.
 #pragma once
 
-#include "impl/channel_interface.h"
-
-#include <ipc_rpc/rpc_packet.h>
-#include <ipc_rpc/status.h>
+#include "impl/ipc_call_base.h"
 
 #include <atomic>
-#include <cstdint>
+#include <condition_variable>
 #include <memory>
 #include <mutex>
-#include <span>
-#include <string_view>
 #include <vector>
 
 namespace ipc_rpc {
 
-struct transaction;
-
-// Thread-safe; one thread delivers replies. Lock order: list, then a transaction's own.
+// Thread-safe; receive_packet belongs to the receive thread.
 class rpc_caller_instance final {
 public:
-    // The channel must outlive it.
-    explicit rpc_caller_instance(channel_interface& to) noexcept : channel(to) {}
+    explicit rpc_caller_instance(channel_interface& send_channel) : channel(send_channel) {}
 
-    [[nodiscard]] status call(std::uint64_t handle, std::string_view function_name,
-                              std::span<const std::byte> parameters, std::vector<std::byte>* result,
-                              std::uint32_t flags);
+    [[nodiscard]] status call(std::uint64_t handle, std::string_view function, std::span<const std::byte> parameters,
+                              std::vector<std::byte>* result, std::uint32_t flags);
     [[nodiscard]] status close_handle(std::uint64_t handle, std::uint32_t flags);
-
-    // Types 6 to 8.
     void receive_packet(std::span<const std::byte> packet);
-
-    // Every call that waits, and every later one, ends with connection_closed.
+    // Every waiting call ends with connection_closed, and so does every later one.
     void close();
 
 private:
-    template <class Send>
-    status run(std::vector<std::byte>* result, std::uint32_t flags, Send send);
+    struct transaction {
+        std::uint64_t seq_id = 0;
+        std::vector<std::byte>* result = nullptr; // the caller's, until done
+        assembly incoming;
+        std::mutex mutex; // guards what follows, and the result
+        std::condition_variable finished;
+        bool done = false;
+        status outcome = status::success;
+
+        void finish(status with);
+        [[nodiscard]] status wait();
+    };
+    using transaction_ptr = std::shared_ptr<transaction>;
+
     [[nodiscard]] std::uint64_t next_seq_id() noexcept;
-    void remove(const std::shared_ptr<transaction>& which);
+    // Null when the connection has ended.
+    [[nodiscard]] transaction_ptr begin(std::uint64_t seq_id, std::vector<std::byte>* result);
+    void remove(std::uint64_t seq_id);
+    template <class Send>
+    [[nodiscard]] status run(std::uint32_t flags, std::vector<std::byte>* result, Send&& send);
 
     channel_interface& channel;
     std::atomic<std::uint64_t> sequence{0};
-
-    std::mutex list_mutex; // guards what follows
-    std::vector<std::shared_ptr<transaction>> transactions;
+    std::mutex mutex; // guards what follows; taken before a transaction's
+    std::vector<transaction_ptr> transactions;
     bool closed = false;
 };
 

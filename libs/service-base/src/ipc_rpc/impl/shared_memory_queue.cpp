@@ -16,7 +16,10 @@ namespace {
 constexpr std::uint32_t ring_mask = queue_ring_size - 1;
 constexpr unsigned wake_all = 100;
 
-template <class T> std::atomic_ref<T> shared(T& field) noexcept { return std::atomic_ref<T>{field}; }
+template <class T>
+std::atomic_ref<T> shared(T& field) noexcept {
+    return std::atomic_ref<T>{field};
+}
 
 void push(std::uint32_t (&ring)[queue_ring_size], std::uint32_t& write, std::uint32_t block) noexcept {
     const std::uint32_t at = shared(write).load(std::memory_order_relaxed) & ring_mask;
@@ -37,11 +40,13 @@ taken take(std::uint32_t (&ring)[queue_ring_size], std::uint32_t& read, std::uin
                : taken::lost_race;
 }
 
-template <std::size_t N> std::string name_in(const char (&field)[N]) {
+template <std::size_t N>
+std::string name_in(const char (&field)[N]) {
     return {field, std::find(field, field + N, '\0')};
 }
 
-template <std::size_t N> std::string put_name(char (&field)[N], const std::string& name) {
+template <std::size_t N>
+std::string put_name(char (&field)[N], const std::string& name) {
     if (name.size() >= N) {
         throw std::system_error(std::make_error_code(std::errc::filename_too_long), "Failed to create semaphore");
     }
@@ -56,7 +61,8 @@ shared_queue_header& header_of(std::span<std::byte> region) noexcept {
 } // namespace
 
 shared_memory_queue::shared_memory_queue(const std::string& name, const platform::object_access& access)
-    : mapping(platform::shared_mapping::create(name, shared_queue_size, access)), header(header_of(mapping.bytes())),
+    : mapping(platform::shared_mapping::create(name, shared_queue_size, access)),
+      header(header_of(mapping.bytes())),
       blocks(mapping.bytes().subspan(sizeof(shared_queue_header), queue_block_count * queue_block_size)),
       sent(platform::named_semaphore::create(put_name(header.sent_sem_name, name + "sent_sem"), access)),
       free(platform::named_semaphore::create(put_name(header.free_sem_name, name + "free_sem"), access)) {
@@ -67,7 +73,8 @@ shared_memory_queue::shared_memory_queue(const std::string& name, const platform
 }
 
 shared_memory_queue::shared_memory_queue(const std::string& name)
-    : mapping(platform::shared_mapping::open(name, shared_queue_size)), header(header_of(mapping.bytes())),
+    : mapping(platform::shared_mapping::open(name, shared_queue_size)),
+      header(header_of(mapping.bytes())),
       blocks(mapping.bytes().subspan(sizeof(shared_queue_header), queue_block_count * queue_block_size)),
       sent(platform::named_semaphore::open(name_in(header.sent_sem_name))),
       free(platform::named_semaphore::open(name_in(header.free_sem_name))) {}

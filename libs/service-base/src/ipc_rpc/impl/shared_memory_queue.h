@@ -19,17 +19,17 @@ namespace ipc_rpc {
 
 inline constexpr std::size_t queue_block_size = 4096;
 inline constexpr std::uint32_t queue_block_count = 16;
-inline constexpr std::uint32_t queue_ring_size = 32;  // twice the blocks: a writer never has to look for space
+inline constexpr std::uint32_t queue_ring_size = 32; // twice the blocks: a writer never has to look for space
 inline constexpr std::uint32_t max_notifications = 512;
 
 // Start of the region; the blocks follow. Zero when created. Fields that both sides write are accessed atomically.
 struct shared_queue_header {
-    std::uint8_t closed;        // non-zero once either side has shut the queue
-    char sent_sem_name[131];    // counts blocks in the sent ring and notifications
-    std::uint32_t sent_read;    // index fields hold a value below 32
+    std::uint8_t closed;     // non-zero once either side has shut the queue
+    char sent_sem_name[131]; // counts blocks in the sent ring and notifications
+    std::uint32_t sent_read; // index fields hold a value below 32
     std::uint32_t sent_write;
     std::uint32_t sent_ring[queue_ring_size];
-    char free_sem_name[128];  // counts free blocks
+    char free_sem_name[128]; // counts free blocks
     std::uint32_t free_read;
     std::uint32_t free_write;
     std::uint32_t free_ring[queue_ring_size];
@@ -88,7 +88,7 @@ private:
     std::span<std::byte> blocks;
     platform::named_semaphore sent;
     platform::named_semaphore free;
-    std::mutex write_mutex;  // makes writers of both rings exclusive; held while waiting for a free block
+    std::mutex write_mutex; // makes writers of both rings exclusive; held while waiting for a free block
 };
 
 } // namespace ipc_rpc

@@ -1,0 +1,170 @@
+// orv-gev-camera-sim: cameras in software, each on its own address.
+#include <camera_sim/camera.h>
+
+#include "posix/process.h"
+#include "src/document.h"
+
+#include <gige/udp_socket.h>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <fstream>
+
+namespace {
+
+struct arguments {
+    std::string address = "127.0.0.1";
+    std::string pixel_format = "Mono8";
+    unsigned cameras = 1;
+    int ready_fd = -1;
+    bool exit_with_parent = false;
+    std::string stats_file;
+    camera_sim::camera_options camera;
+};
+
+void declare(CLI::App& app, arguments& args) {
+    auto& camera = args.camera;
+    auto& faults = camera.faults;
+    app.add_option("--address", args.address, "IPv4 address of the (first) camera; must belong to this host")
+        ->capture_default_str();
+    app.add_option("--cameras", args.cameras, "Number of cameras, on consecutive addresses, serials and seeds")
+        ->check(CLI::Range(1U, 250U))
+        ->capture_default_str();
+    app.add_option("--port", camera.port, "Control port")->capture_default_str();
+
+    const auto* identity = "Identity";
+    app.add_option("--vendor", camera.vendor)->capture_default_str()->group(identity);
+    app.add_option("--model", camera.model)->capture_default_str()->group(identity);
+    app.add_option("--serial", camera.serial)->capture_default_str()->group(identity);
+    app.add_option("--user-name", camera.user_name, "User-defined name, up to 15 bytes")->group(identity);
+
+    const auto* picture = "Picture";
+    app.add_option("--sensor-width", camera.sensor_width)->capture_default_str()->group(picture);
+    app.add_option("--sensor-height", camera.sensor_height)->capture_default_str()->group(picture);
+    app.add_option("--width", camera.width, "Start width, a multiple of 8; the sensor's by default")->group(picture);
+    app.add_option("--height", camera.height, "Start height; the sensor's by default")->group(picture);
+    app.add_option("--pixel-format", args.pixel_format, "PFNC name, or value such as 0x01080001")
+        ->capture_default_str()
+        ->group(picture);
+    app.add_option("--frame-rate", camera.frame_rate, "Frames per second")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str()
+        ->group(picture);
+
+    const auto* stream = "Stream";
+    app.add_option("--packet-size", camera.packet_size, "With IP and UDP headers, until the consumer sets another")
+        ->capture_default_str()
+        ->group(stream);
+    app.add_option("--max-packet-size", camera.max_packet_size)->capture_default_str()->group(stream);
+    app.add_option("--mtu", camera.mtu, "Unfragmentable datagrams larger than this vanish")
+        ->capture_default_str()
+        ->group(stream);
+    app.add_option("--pacing", camera.pacing, "Part of the frame period over which packets are spread, 0 at once")
+        ->check(CLI::Range(0.0, 1.0))
+        ->capture_default_str()
+        ->group(stream);
+    app.add_flag("--gso", camera.segmentation, "Let the kernel cut the datagrams out of larger sends")->group(stream);
+    app.add_flag("--extended-ids", camera.extended_ids, "64-bit block ids from the start")->group(stream);
+    app.add_flag("!--no-resend", camera.resend, "Do not offer packet resend")->group(stream);
+    app.add_flag("!--no-source-port", camera.source_port, "Hide the stream source port register")->group(stream);
+    app.add_option("--ring", camera.ring_frames, "Past frames kept for resends")->capture_default_str()->group(stream);
+    app.add_option("--chunk-payload-type", camera.chunk_payload_type, "Of standard-id frames with chunks: 4 or 5")
+        ->check(CLI::IsMember({4U, 5U}))
+        ->capture_default_str()
+        ->group(stream);
+
+    const auto* control = "Control";
+    app.add_flag("--zip", camera.zipped_document, "Serve the GenICam document zipped")->group(control);
+    app.add_flag("--event-cmd", camera.plain_events, "Send EVENT instead of EVENTDATA")->group(control);
+    app.add_option("--action-device-key", camera.action_device_key)->capture_default_str()->group(control);
+    app.add_option("--reboot-ms", camera.reboot_ms, "Silence of a reset")->capture_default_str()->group(control);
+
+    const auto* wrong = "Faults (shares 0..1)";
+    const auto share = [&](const char* name, double& value, const char* help) {
+        app.add_option(name, value, help)->check(CLI::Range(0.0, 1.0))->capture_default_str()->group(wrong);
+    };
+    app.add_option("--seed", faults.seed, "Same seed, same faults")->capture_default_str()->group(wrong);
+    share("--loss", faults.loss, "Stream packets that are not sent");
+    app.add_option("--burst-length", faults.burst_length, "Mean number of packets lost in a row")
+        ->check(CLI::Range(1.0, 1e6))
+        ->capture_default_str()
+        ->group(wrong);
+    share("--resend-loss", faults.resend_loss, "Requested packets that are not sent");
+    share("--resend-refuse", faults.resend_refuse, "Requested packets answered as unavailable");
+    share("--reorder", faults.reorder, "Packets that change places with one up to 8 behind");
+    share("--duplicate", faults.duplicate, "Packets sent twice");
+    share("--delay", faults.delay, "Packets sent late");
+    app.add_option("--delay-ms", faults.delay_ms, "How late")->capture_default_str()->group(wrong);
+    share("--truncate", faults.truncate, "Packets without their second half");
+    share("--garbage", faults.garbage, "Packets with a datagram of noise in front");
+    share("--control-loss", faults.control_loss, "Control requests or acknowledges lost");
+    app.add_option("--pending-every", faults.pending_every, "Every n-th acknowledge comes late, after PENDING_ACK")
+        ->group(wrong);
+    app.add_option("--pending-ms", faults.pending_ms, "How late")->capture_default_str()->group(wrong);
+    app.add_option("--reboot-after", faults.reboot_after, "Reset after this many frames")->group(wrong);
+    app.add_option("--silence-after", faults.silence_after, "Fall silent after this many frames")->group(wrong);
+    app.add_option("--silence-ms", faults.silence_ms, "How long; for good by default")->group(wrong);
+
+    const auto* running = "Running";
+    app.add_option("--ready-fd", args.ready_fd, "Write the lines \"ready ADDRESS:PORT\" here, too")->group(running);
+    app.add_option("--stats-file", args.stats_file, "Write the statistics here at exit, one JSON line per camera")
+        ->group(running);
+    app.add_flag("--exit-with-parent", args.exit_with_parent, "End when the parent process ends")->group(running);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{
+        "GigE Vision cameras in software. Prints \"ready ADDRESS:PORT\" per camera when it listens and one line "
+        "of JSON per camera at the end (SIGINT, SIGTERM)."};
+    arguments args;
+    declare(app, args);
+    CLI11_PARSE(app, argc, argv);
+
+    const auto first = gige::parse_address(args.address);
+    args.camera.pixel_format = camera_sim::pixel_format_value(args.pixel_format);
+    if (!first || args.camera.pixel_format == 0) {
+        fmt::print(stderr, "orv-gev-camera-sim: {} is not {}\n", first ? args.pixel_format : args.address,
+                   first ? "a pixel format" : "an IPv4 address");
+        return 2;
+    }
+    const camera_sim::posix::termination ending{args.exit_with_parent};
+
+    std::vector<std::unique_ptr<camera_sim::camera>> cameras;
+    std::vector<camera_sim::camera_options> chosen;
+    for (unsigned i = 0; i < args.cameras; ++i) {
+        auto options = args.camera;
+        options.address = *first + i;
+        options.faults.seed += i;
+        if (i > 0) options.serial += fmt::format("-{}", i + 1);
+        auto started = camera_sim::camera::start(options);
+        if (!started) {
+            fmt::print(stderr, "orv-gev-camera-sim: cannot start on {}:{}: {}\n", gige::to_string(options.address),
+                       options.port, started.error().message());
+            return 1;
+        }
+        cameras.push_back(std::move(*started));
+        chosen.push_back(std::move(options));
+    }
+    std::string ready;
+    for (const auto& each : chosen) ready += fmt::format("ready {}\n", gige::to_string({each.address, each.port}));
+    fmt::print("{}", ready);
+    std::fflush(stdout);
+    if (args.ready_fd >= 0) camera_sim::posix::write_text(args.ready_fd, ready);
+
+    ending.wait();
+
+    std::string lines;
+    for (std::size_t i = 0; i < cameras.size(); ++i)
+        lines += camera_sim::to_json(cameras[i]->stats(), chosen[i], cameras[i]->address()) + "\n";
+    cameras.clear();
+    fmt::print("{}", lines);
+    if (!args.stats_file.empty() && !(std::ofstream{args.stats_file} << lines << std::flush)) {
+        fmt::print(stderr, "orv-gev-camera-sim: cannot write {}\n", args.stats_file);
+        return 1;
+    }
+    return 0;
+}

@@ -1,0 +1,92 @@
+#include <camera_sim/camera.h>
+
+#include "control_server.h"
+#include "document.h"
+#include "registers.h"
+
+#include <gige/test_picture.h>
+
+namespace camera_sim {
+
+struct camera::parts {
+    explicit parts(camera_options chosen)
+        : device{std::move(chosen)},
+          document{make_document(device.options)},
+          stream{device,
+                 [this](uint16_t id, uint64_t block, uint64_t timestamp, uint64_t number) {
+                     camera_event event{id, block, timestamp, std::vector<std::byte>(16)};
+                     gige::store64(event.data.data(), timestamp);
+                     gige::store64(event.data.data() + 8, number);
+                     control.queue_event(std::move(event));
+                 }},
+          control{device, stream} {
+        stream.after_frame = [this](uint64_t frames) { act_on_frame_count(frames); };
+        device.clock_origin = device_state::steady_ns();
+        const std::lock_guard guard{device.mutex};
+        build_address_space(device, document);
+        reset_registers(device, device.options.address, false);
+    }
+
+    // The control thread must be gone before the stream it talks to; the stream's thread talks to the control too.
+    ~parts() { stream.abort(); }
+
+    void act_on_frame_count(uint64_t frames) {
+        fault_options faults;
+        {
+            const std::lock_guard guard{device.mutex};
+            faults = device.faults;
+        }
+        if (faults.reboot_after != 0 && frames == faults.reboot_after) control.ask_reboot();
+        if (faults.silence_after != 0 && frames == faults.silence_after) {
+            device.silent = true;
+            if (faults.silence_ms != 0) control.end_silence_in(std::chrono::milliseconds{faults.silence_ms});
+        }
+    }
+
+    device_state device;
+    const std::string document;
+    stream_sender stream;
+    control_server control;
+};
+
+camera::camera(std::unique_ptr<parts> all) : p{std::move(all)} {}
+camera::~camera() = default;
+
+std::expected<std::unique_ptr<camera>, std::error_code> camera::start(camera_options options) {
+    if (options.width > options.sensor_width || options.height > options.sensor_height || options.sensor_width == 0 ||
+        options.sensor_height == 0 || gige::test_picture_size(8, 8, options.pixel_format) == 0 ||
+        options.ring_frames == 0 || options.packet_size < 576 || options.packet_size > options.max_packet_size ||
+        options.max_packet_size > 65532)
+        return std::unexpected(std::make_error_code(std::errc::invalid_argument));
+    const uint32_t address = options.address;
+    auto all = std::make_unique<parts>(std::move(options));
+    if (const auto error = all->control.start(address)) return std::unexpected(error);
+    return std::unique_ptr<camera>{new camera{std::move(all)}};
+}
+
+statistics camera::stats() const { return p->device.counted.snapshot(); }
+uint32_t camera::address() const { return p->control.address(); }
+uint64_t camera::mac() const { return mac_of(p->device.options); }
+std::string camera::document() const { return p->document; }
+bool camera::acquiring() const { return p->device.acquiring; }
+void camera::set_silent(bool silent) { p->device.silent = silent; }
+void camera::reboot() { p->control.ask_reboot(); }
+
+void camera::set_faults(const fault_options& faults) {
+    {
+        const std::lock_guard guard{p->device.mutex};
+        p->device.faults = faults;
+    }
+    p->control.ask_reseed();
+}
+
+void camera::send_event(uint16_t id, std::span<const std::byte> data) {
+    p->control.queue_event({id, 0, p->device.timestamp(), {data.begin(), data.end()}});
+}
+
+uint32_t camera::peek(uint32_t register_address) const {
+    const std::lock_guard guard{p->device.mutex};
+    return p->device.memory.get(register_address);
+}
+
+} // namespace camera_sim

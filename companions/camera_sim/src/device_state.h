@@ -1,0 +1,58 @@
+// What the camera's threads share.
+#pragma once
+
+#include "register_file.h"
+
+#include <camera_sim/camera.h>
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+
+namespace camera_sim {
+
+// Every counter of `statistics`, written by both threads.
+struct counters {
+    std::atomic<uint64_t> frames_sent, frames_skipped, packets_sent, packets_lost, packets_duplicated,
+        packets_reordered, packets_delayed, packets_truncated, garbage_sent, resend_requests, packets_resent,
+        resends_lost, resends_refused, bytes_sent, send_errors, test_packets, control_requests, control_lost,
+        control_repeated, pending_acks, heartbeats_missed, events_sent, events_acknowledged, actions, reboots;
+    [[nodiscard]] statistics snapshot() const;
+};
+
+struct device_state {
+    explicit device_state(camera_options chosen) : options{std::move(chosen)}, faults{options.faults} {}
+
+    const camera_options options;
+
+    mutable std::mutex mutex; // guards the members up to the next gap
+    register_file memory;
+    fault_options faults;
+
+    counters counted{};
+    std::atomic<bool> silent{};
+    std::atomic<bool> acquiring{};
+    std::atomic<int64_t> clock_origin{}; // of the timestamp, steady nanoseconds
+
+    [[nodiscard]] static int64_t steady_ns() {
+        return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
+            .count();
+    }
+    [[nodiscard]] uint64_t timestamp() const { return static_cast<uint64_t>(steady_ns() - clock_origin.load()); }
+};
+
+inline constexpr uint64_t tick_frequency = 1'000'000'000;
+
+// Bootstrap and device registers in their start-up state. `keep_persistent` leaves the persistent address, the IP
+// configuration and the user-defined name as they are. Under the mutex.
+void reset_registers(device_state& device, uint32_t address, bool keep_persistent);
+
+// Adds the regions and their access modes, the document among them; once, in front of the first reset.
+void build_address_space(device_state& device, const std::string& document);
+
+// Stores what follows from other registers: PayloadSize. Under the mutex.
+void update_derived(device_state& device);
+
+[[nodiscard]] uint64_t mac_of(const camera_options& options);
+
+} // namespace camera_sim

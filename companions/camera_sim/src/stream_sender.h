@@ -1,0 +1,114 @@
+// The image stream: a thread that fills and sends frames while an acquisition runs, and the answers to resend
+// requests, which the control thread sends itself so that they need not wait for the frame in progress.
+#pragma once
+
+#include "device_state.h"
+#include "fault_plan.h"
+#include "frame.h"
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <optional>
+#include <thread>
+
+namespace camera_sim {
+
+struct resend_request {
+    bool extended{};
+    uint64_t block_id{};
+    uint32_t first{};
+    uint32_t last{};
+};
+
+class stream_sender {
+public:
+    // `raise_event(id, block id, timestamp, frame number)` is called on the stream's thread.
+    using event_function = std::function<void(uint16_t, uint64_t, uint64_t, uint64_t)>;
+    stream_sender(device_state& shared, event_function raise_event);
+    ~stream_sender();
+
+    // Not while frames are sent.
+    [[nodiscard]] std::error_code open(uint32_t address);
+    [[nodiscard]] uint16_t source_port() const { return socket.local().port; }
+
+    void start_acquisition(); // frame numbers begin at 0 again
+    void stop_acquisition();  // the frame in progress is finished
+    void abort();             // it is not; returns when nothing is sent any more
+    void trigger();
+    void fire_test_packet();
+    void answer(const resend_request& request); // control thread only
+    void reseed(uint64_t seed);
+
+    // Called by the stream's thread after each frame with the number of frames since start-up.
+    std::function<void(uint64_t)> after_frame;
+
+private:
+    using clock = std::chrono::steady_clock;
+
+    struct settings {
+        std::shared_ptr<frame> next;
+        fault_options faults;
+        clock::duration period{};
+        clock::duration packet_time{}; // between packets, from the register
+        bool triggered{};
+        bool events_frame_start{}, events_exposure_end{}, events_acquisition_end{};
+        double exposure{}, gain{};
+        uint32_t pattern{};
+        std::array<bool, 8> chunks{};
+        uint64_t frames_wanted{}; // 0: no end
+    };
+    struct item {
+        uint32_t id{};
+        enum class kind : uint8_t { whole, half, noise } what{};
+    };
+    struct late_packet {
+        clock::time_point due;
+        std::shared_ptr<frame> from;
+        uint32_t id{};
+    };
+
+    void run();
+    void acquire(uint64_t order);
+    // The settings of now, with `reused` or else a frame out of the ring to fill.
+    [[nodiscard]] settings snapshot(uint64_t number, std::shared_ptr<frame> reused);
+    [[nodiscard]] bool wait_for_turn(const settings& current, clock::time_point due, uint64_t order);
+    void fill(const settings& current);
+    void append_chunks(const settings& current);
+    void plan(const settings& current);
+    void send_planned(const settings& current);
+    void send_late(clock::time_point now);
+    void transmit(std::span<packet> packets, std::size_t count, const frame& from);
+    void set_fragmentation(bool forbidden);
+
+    device_state& device;
+    event_function raise;
+    gige::udp_socket socket;
+    frame_ring ring;
+
+    std::mutex mutex; // the members below it up to the thread
+    std::condition_variable changed;
+    bool wanted = false;  // an acquisition is to run
+    bool running = false; // the thread is inside one
+    bool quit = false;
+    uint64_t orders = 0; // acquisitions asked for
+    uint32_t triggers = 0;
+
+    std::atomic<bool> aborting{};
+    std::atomic<int> fragmentation{-1}; // what the socket is set to
+
+    // The stream's thread only.
+    dice stream_dice;
+    loss_process losses;
+    std::vector<item> planned;
+    std::deque<late_packet> late;
+    std::vector<packet> batch;
+    uint64_t frames_since_start = 0;
+    std::atomic<uint64_t> new_seed{};
+    // The control thread only.
+    dice resend_dice;
+
+    std::thread thread;
+};
+
+} // namespace camera_sim

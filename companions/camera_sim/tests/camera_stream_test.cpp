@@ -1,0 +1,253 @@
+#include "test_client.h"
+
+#include "../src/registers.h"
+
+#include <gige/test_picture.h>
+
+#include <map>
+#include <set>
+
+namespace {
+
+using namespace camera_sim;
+using gige::gvcp::command;
+using status = gige::gvcp::status;
+namespace boot = gige::gvcp::reg;
+namespace bits = gige::gvcp::bits;
+
+constexpr uint32_t Mono8 = 0x01080001, BayerRG12p = 0x010C0059;
+
+struct block {
+    std::map<uint32_t, std::vector<std::byte>> packets; // whole datagrams by packet id
+};
+
+struct collected {
+    std::map<uint64_t, block> blocks;
+    std::size_t repeated = 0;
+};
+
+struct parsed {
+    uint64_t block{};
+    uint32_t id{};
+    uint16_t result{};
+    bool resend{};
+    std::size_t header{};
+};
+
+std::optional<parsed> parse(const std::vector<std::byte>& datagram) {
+    if (datagram.size() < 8) return {};
+    if ((datagram[4] & std::byte{0x80}) != std::byte{0}) {
+        if (datagram.size() < 20) return {};
+        return parsed{gige::load64(&datagram[8]), gige::load32(&datagram[16]), gige::load16(datagram.data()),
+                      gige::load16(&datagram[2]) == 1, 20};
+    }
+    const uint16_t result = gige::load16(datagram.data());
+    return parsed{gige::load16(&datagram[2]), gige::load32(&datagram[4]) & 0xFFFFFF, result, result == 0x0100, 8};
+}
+
+// Datagrams until nothing has come for a while.
+collected collect(test_client& client, int quiet_ms = 300) {
+    collected all;
+    while (const auto datagram = client.receive(client.stream, quiet_ms)) {
+        const auto head = parse(*datagram);
+        if (head && !all.blocks[head->block].packets.emplace(head->id, *datagram).second) ++all.repeated;
+    }
+    return all;
+}
+
+std::vector<std::byte> payload_of(const block& from, std::size_t header) {
+    std::vector<std::byte> data;
+    for (const auto& [id, datagram] : from.packets)
+        if (id != 0 && id != from.packets.rbegin()->first)
+            data.insert(data.end(), datagram.begin() + static_cast<std::ptrdiff_t>(header), datagram.end());
+    return data;
+}
+
+struct running {
+    std::unique_ptr<camera> cam;
+    test_client client;
+    running(camera_options options, uint32_t packet_size, uint32_t frames)
+        : cam{std::move(*camera::start(options))}, client{options.address} {
+        client.open_stream(packet_size);
+        EXPECT_EQ(client.write(reg::acquisition_mode, 2), status::success);
+        EXPECT_EQ(client.write(reg::acquisition_frame_count, frames), status::success);
+    }
+    void go() { EXPECT_EQ(client.write(reg::acquisition_control, 1), status::success); }
+    void wait_for_end() {
+        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds{10};
+        while (cam->acquiring() && std::chrono::steady_clock::now() < until) ::usleep(1000);
+        EXPECT_FALSE(cam->acquiring());
+    }
+};
+
+camera_options options_at(uint32_t n) {
+    camera_options options;
+    options.address = own_address(n);
+    options.sensor_width = 320;
+    options.sensor_height = 240;
+    options.frame_rate = 200;
+    return options;
+}
+
+TEST(camera_stream, every_byte_of_every_frame) {
+    for (const bool extended : {false, true})
+        for (const bool segmented : {false, true})
+            for (const uint32_t format : {Mono8, BayerRG12p}) {
+                auto options = options_at(1);
+                options.extended_ids = extended;
+                options.segmentation = segmented;
+                options.pixel_format = format;
+                running run{options, 1500, 4};
+                run.go();
+                const auto all = collect(run.client);
+                ASSERT_EQ(all.blocks.size(), 4U);
+                for (const auto& [id, got] : all.blocks) {
+                    std::vector<std::byte> expected(gige::test_picture_size(320, 240, format));
+                    gige::fill_test_picture(gige::frame_of_block(id, extended), 320, 240, format, expected);
+                    EXPECT_EQ(payload_of(got, extended ? 20 : 8), expected) << "block " << id;
+                    const auto& leader = got.packets.begin()->second;
+                    EXPECT_EQ(leader.size(), extended ? 56U : 44U);
+                    const std::size_t at = extended ? 32 : 20;
+                    EXPECT_EQ(gige::load32(&leader[at]), format);
+                    EXPECT_EQ(gige::load32(&leader[at + 4]), 320U);
+                    EXPECT_EQ(gige::load32(&leader[at + 8]), 240U);
+                    for (const auto& [packet, datagram] : got.packets) EXPECT_LE(datagram.size(), 1472U);
+                }
+            }
+}
+
+TEST(camera_stream, test_packets_fill_exactly_the_size_and_vanish_beyond_the_mtu) {
+    auto options = options_at(1);
+    options.mtu = 4000;
+    running run{options, 1500, 1};
+    for (const uint32_t size : {1500U, 4000U, 4004U}) {
+        ASSERT_EQ(run.client.write(boot::stream_packet_size, bits::fire_test_packet | bits::do_not_fragment | size),
+                  status::success);
+        const auto got = run.client.receive(run.client.stream, size > 4000 ? 200 : 2000);
+        EXPECT_EQ(got.has_value(), size <= 4000) << size;
+        if (!got) continue;
+        EXPECT_EQ(got->size(), size - 28);
+        EXPECT_EQ(parse(*got)->block, 0U);
+    }
+    EXPECT_EQ(run.client.read(boot::stream_packet_size), bits::do_not_fragment | 4004U) << "the fire bit reads as 0";
+}
+
+TEST(camera_stream, losses_are_repeatable_and_resends_complete_the_frame) {
+    for (const bool extended : {false, true}) {
+        std::vector<std::set<uint32_t>> arrived;
+        for (int i = 0; i < 2; ++i) {
+            auto options = options_at(1);
+            options.extended_ids = extended;
+            options.faults.loss = 0.2;
+            options.faults.burst_length = 3;
+            options.faults.seed = 42;
+            running run{options, 1500, 1};
+            run.go();
+            auto all = collect(run.client);
+            auto& got = all.blocks[1];
+            std::set<uint32_t> ids;
+            for (const auto& [id, datagram] : got.packets) ids.insert(id);
+            arrived.push_back(ids);
+            const uint32_t trailer =
+                (320 * 240 + 1500 - 28 - (extended ? 20 : 8) - 1) / (1500 - 28 - (extended ? 20 : 8)) + 1;
+            EXPECT_LT(ids.size(), trailer + 1) << "nothing was lost";
+            EXPECT_EQ(run.cam->stats().packets_lost, trailer + 1 - ids.size());
+
+            auto body = extended ? test_client::words({0, 0, 0xFFFFFFFF, 0, 1}) : test_client::words({1, 0, 0xFFFFFF});
+            run.client.send(command::packet_resend, body, extended ? 0x10 : 0);
+            const auto again = collect(run.client);
+            std::set<uint32_t> resent;
+            for (const auto& [id, datagram] : again.blocks.at(1).packets) {
+                resent.insert(id);
+                EXPECT_TRUE(parse(datagram)->resend);
+                got.packets.emplace(id, datagram);
+            }
+            EXPECT_EQ(resent.size(), trailer + 1);
+            std::vector<std::byte> expected(320 * 240);
+            gige::fill_test_picture(0, 320, 240, Mono8, expected);
+            EXPECT_EQ(payload_of(got, extended ? 20 : 8), expected);
+        }
+        EXPECT_EQ(arrived[0], arrived[1]) << "same seed, other losses";
+    }
+}
+
+TEST(camera_stream, requests_that_cannot_be_met_are_answered_with_their_reason) {
+    auto options = options_at(1);
+    options.ring_frames = 3;
+    running run{options, 1500, 6};
+    run.go();
+    (void)collect(run.client);
+    const auto ask = [&](uint32_t block_id, uint32_t first, uint32_t last) {
+        run.client.send(command::packet_resend, test_client::words({block_id, first, last}), 0);
+        const auto got = run.client.receive(run.client.stream);
+        return got ? std::pair{parse(*got)->result, got->size()} : std::pair{uint16_t{0}, std::size_t{0}};
+    };
+    EXPECT_EQ(ask(1, 5, 5), std::pair(uint16_t{0x8011}, std::size_t{8})) << "left the ring";
+    EXPECT_EQ(ask(7, 5, 5), std::pair(uint16_t{0x8010}, std::size_t{8})) << "not sent yet";
+    EXPECT_EQ(ask(6, 1000, 1000), std::pair(uint16_t{0x800C}, std::size_t{8})) << "behind the trailer";
+    EXPECT_EQ(ask(6, 5, 5).first, 0x0100U);
+}
+
+TEST(camera_stream, chunks_stand_behind_the_picture) {
+    for (const bool extended : {false, true}) {
+        auto options = options_at(1);
+        options.extended_ids = extended;
+        running run{options, 1500, 2};
+        ASSERT_EQ(run.client.write(reg::chunk_mode, 1), status::success);
+        const uint32_t size = run.client.read(reg::payload_size);
+        run.go();
+        const auto all = collect(run.client);
+        const auto& got = all.blocks.at(2);
+        const auto data = payload_of(got, extended ? 20 : 8);
+        ASSERT_EQ(data.size(), size);
+        std::map<uint32_t, std::pair<std::size_t, std::size_t>> chunks; // id to offset and length
+        for (std::size_t at = data.size(); at > 8;) {
+            const uint32_t length = gige::load32(&data[at - 4]);
+            ASSERT_LE(length, at - 8);
+            chunks[gige::load32(&data[at - 8])] = {at - 8 - length, length};
+            at -= length + 8;
+        }
+        ASSERT_EQ(chunks.size(), reg::chunks.size() + 1);
+        EXPECT_EQ(gige::load64(&data[chunks.at(0x1002).first]), 1U) << "frame number";
+        EXPECT_EQ(chunks.at(reg::image_chunk_id).second, 320U * 240);
+        const auto& trailer = got.packets.rbegin()->second;
+        EXPECT_EQ(trailer.size(), extended ? 36U : 24U);
+        EXPECT_EQ(gige::load16(&trailer[extended ? 22 : 10]), extended ? 0x4001U : 5U);
+        EXPECT_EQ(gige::load32(&trailer[extended ? 28 : 12]), size);
+    }
+}
+
+TEST(camera_stream, duplicates_and_reordering_lose_nothing) {
+    auto options = options_at(1);
+    options.faults.duplicate = 0.3;
+    options.faults.reorder = 0.3;
+    options.faults.delay = 0.1;
+    running run{options, 1500, 3};
+    run.go();
+    const auto all = collect(run.client);
+    ASSERT_EQ(all.blocks.size(), 3U);
+    for (const auto& [id, got] : all.blocks) {
+        std::vector<std::byte> expected(320 * 240);
+        gige::fill_test_picture(id - 1, 320, 240, Mono8, expected);
+        EXPECT_EQ(payload_of(got, 8), expected);
+    }
+    const auto counted = run.cam->stats();
+    EXPECT_EQ(all.repeated, counted.packets_duplicated);
+    EXPECT_GT(counted.packets_duplicated * counted.packets_reordered * counted.packets_delayed, 0U);
+}
+
+TEST(camera_stream, software_trigger_gives_one_frame_each_and_width_is_locked) {
+    running run{options_at(1), 1500, 2};
+    ASSERT_EQ(run.client.write(reg::trigger_mode, 1), status::success);
+    run.go();
+    EXPECT_EQ(run.client.write(reg::width, 160), status::access_denied);
+    EXPECT_EQ(run.cam->stats().frames_sent, 0U);
+    ASSERT_EQ(run.client.write(reg::trigger_software, 1), status::success);
+    EXPECT_EQ(collect(run.client).blocks.size(), 1U);
+    ASSERT_EQ(run.client.write(reg::trigger_software, 1), status::success);
+    EXPECT_EQ(collect(run.client).blocks.size(), 1U);
+    run.wait_for_end();
+    EXPECT_EQ(run.client.write(reg::width, 160), status::success);
+}
+
+} // namespace

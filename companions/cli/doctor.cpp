@@ -1,0 +1,120 @@
+#include "doctor.h"
+
+#include <fmt/format.h>
+
+#include <dlfcn.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+
+namespace cli {
+
+namespace {
+
+constexpr int64_t wanted_receive_buffer = 10 * 1024 * 1024;
+
+struct finding {
+    std::string check;
+    bool ok;
+    std::string found;
+    std::string advice; // a command or a sentence; empty when all is well
+};
+
+std::string read_line(const std::filesystem::path& path) {
+    std::ifstream file{path};
+    std::string line;
+    std::getline(file, line);
+    return line;
+}
+
+finding check_receive_buffer() {
+    const std::string text = read_line("/proc/sys/net/core/rmem_max");
+    const int64_t bytes = text.empty() ? 0 : std::stoll(text);
+    finding result{"largest socket receive buffer", bytes >= wanted_receive_buffer, text + " bytes", {}};
+    if (!result.ok) {
+        result.advice = fmt::format("sysctl -w net.core.rmem_max={}   (streams lose packets when the host is busy)",
+                                    wanted_receive_buffer);
+    }
+    return result;
+}
+
+std::vector<finding> check_interfaces() {
+    std::vector<finding> results;
+    std::error_code ignored;
+    for (const auto& entry : std::filesystem::directory_iterator{"/sys/class/net", ignored}) {
+        const std::string name = entry.path().filename();
+        if (read_line(entry.path() / "operstate") == "down" && name != "lo") continue;
+        const std::string mtu = read_line(entry.path() / "mtu");
+        const bool jumbo = !mtu.empty() && std::stoll(mtu) >= 9000;
+        results.push_back({"MTU of " + name, true, mtu,
+                           jumbo ? ""
+                                 : fmt::format("ip link set {} mtu 9000   (if card and switch carry it: fewer "
+                                               "packets per frame)",
+                                               name)});
+        const std::string filter = read_line("/proc/sys/net/ipv4/conf/" + name + "/rp_filter");
+        const bool loose = filter != "1";
+        results.push_back({"reverse path filter of " + name, loose, filter,
+                           loose ? ""
+                                 : fmt::format("sysctl -w net.ipv4.conf.{}.rp_filter=0   (strict filtering drops "
+                                               "cameras of other subnets)",
+                                               name)});
+    }
+    return results;
+}
+
+finding check_runtime_path(const std::string& cti) {
+    const std::filesystem::path path = cti;
+    const auto multipart = path.parent_path() / "multipart" / path.filename();
+    return {"library to point consumers at", true, cti,
+            fmt::format("GENICAM_GENTL64_PATH={}   (or {} for consumers that refuse a library without "
+                        "DSGetNumBufferParts)",
+                        path.parent_path().string(), multipart.parent_path().string())};
+}
+
+} // namespace
+
+int doctor(const common_options& common) {
+    std::vector<finding> findings;
+    std::string cti;
+    try {
+        cti = find_cti(common);
+        findings.push_back(check_runtime_path(cti));
+    } catch (const std::exception& failure) {
+        findings.push_back({"library", false, failure.what(), "build it: cmake --build --preset release"});
+    }
+    findings.push_back(check_receive_buffer());
+    for (finding& result : check_interfaces()) findings.push_back(std::move(result));
+    if (!cti.empty()) {
+        try {
+            const found_devices found = find_devices(common);
+            findings.push_back({"local service", true, "answers", {}});
+            findings.push_back({"devices", !found.devices.empty(), fmt::format("{} seen", found.devices.size()),
+                                found.devices.empty() ? "check cable, power and subnet; orv-gentl-gev-service "
+                                                        "--discover ADDRESS asks one address directly"
+                                                      : ""});
+        } catch (const call_failed& failure) {
+            const bool absent = failure.call == "TLOpen";
+            findings.push_back({"local service", false, failure.what(),
+                                absent ? "start it: orv-gentl-gev-service" : "see the service's log"});
+        } catch (const std::exception& failure) {
+            findings.push_back({"library", false, failure.what(), {}});
+        }
+    }
+    bool all_well = true;
+    nlohmann::json list = nlohmann::json::array();
+    for (const finding& result : findings) {
+        all_well = all_well && result.ok;
+        if (common.json) {
+            list.push_back(
+                {{"check", result.check}, {"ok", result.ok}, {"found", result.found}, {"advice", result.advice}});
+        } else {
+            fmt::print("{} {}: {}\n", result.ok ? "ok  " : "BAD ", result.check, result.found);
+            if (!result.advice.empty()) fmt::print("       {}\n", result.advice);
+        }
+    }
+    if (common.json) fmt::print("{}\n", nlohmann::json{{"ok", all_well}, {"checks", list}}.dump());
+    return all_well ? 0 : 1;
+}
+
+} // namespace cli

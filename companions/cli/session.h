@@ -1,0 +1,55 @@
+// What every command needs first: the library, and the device that the user meant.
+#pragma once
+
+#include "gentl_library.h"
+#include "node_map.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+namespace cli {
+
+struct common_options {
+    std::string cti;       // empty: beside this program, then $GENICAM_GENTL64_PATH
+    std::string device;    // id, serial number, user-defined name or address; empty: the only one
+    std::string interface; // id; empty: all
+    std::string module = "remote";
+    std::string access = "control";
+    uint64_t timeout_ms = 1000;
+    bool json = false;
+};
+
+[[nodiscard]] std::string find_cti(const common_options& options);
+
+struct found_devices {
+    std::shared_ptr<const gentl_library> lib;
+    std::shared_ptr<const tl_system> system;
+    std::vector<interface_entry> interfaces;
+    std::vector<std::pair<device_entry, std::shared_ptr<const tl_interface>>> devices;
+};
+[[nodiscard]] found_devices find_devices(const common_options& options);
+
+// Throws when no device, or more than one, fits.
+[[nodiscard]] const std::pair<device_entry, std::shared_ptr<const tl_interface>>&
+choose_device(const found_devices& found, const common_options& options);
+
+// The port of the module that `options.module` names, with everything open that it needs.
+struct open_module {
+    found_devices found;
+    std::shared_ptr<const tl_interface> interface;
+    std::shared_ptr<const tl_device> device;
+    std::shared_ptr<const tl_stream> stream;
+    std::unique_ptr<node_map> nodes;
+};
+[[nodiscard]] open_module open_named_module(const common_options& options, GenTL::DEVICE_ACCESS_FLAGS access);
+[[nodiscard]] GenTL::DEVICE_ACCESS_FLAGS access_flags_of(const std::string& word);
+[[nodiscard]] std::shared_ptr<const tl_stream> open_stream(const gentl_library& lib,
+                                                           std::shared_ptr<const tl_device> device);
+[[nodiscard]] void* remote_port(const gentl_library& lib, const tl_device& device);
+
+[[nodiscard]] nlohmann::json to_json(const device_entry& entry);
+
+} // namespace cli

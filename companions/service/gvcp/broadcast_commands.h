@@ -1,0 +1,32 @@
+// Commands that go to an interface instead of to an open camera: ForceIP and actions.
+#pragma once
+
+#include <gige/network.h>
+
+#include <chrono>
+#include <cstdint>
+#include <expected>
+#include <optional>
+#include <system_error>
+
+namespace gvcp_master {
+
+// Gives the camera with this MAC an address until its next start; address 0 starts its own configuration again.
+// Repeated until acknowledged; gigecam_errc::timeout when nothing answers in time, access_denied when it is in use.
+[[nodiscard]] std::error_code force_ip(const gige::network_interface& through, uint64_t mac, uint32_t address,
+                                       uint32_t mask, uint32_t gateway,
+                                       std::chrono::milliseconds timeout = std::chrono::milliseconds{2000});
+
+struct action_command {
+    uint32_t device_key{};
+    uint32_t group_key{};
+    uint32_t group_mask{};
+    std::optional<uint64_t> time{}; // in the cameras' ticks
+};
+
+// Broadcast once. With `wait` the number of cameras that acknowledged with success in that time, without it 0 at once.
+[[nodiscard]] std::expected<std::size_t, std::error_code>
+send_action(const gige::network_interface& through, const action_command& action,
+            std::optional<std::chrono::milliseconds> wait = {});
+
+} // namespace gvcp_master

@@ -1,0 +1,135 @@
+#include "control_channel.h"
+
+#include <gds_shared/gigecam_error.h>
+
+#include <algorithm>
+
+namespace gvcp_master {
+
+namespace gvcp = gige::gvcp;
+using gds_shared::gigecam_errc;
+using clock = std::chrono::steady_clock;
+
+namespace {
+
+std::error_code error_of(gvcp::status result) {
+    return {static_cast<int>(0x80000000U | static_cast<uint16_t>(result)), gds_shared::gigecam_error_category()};
+}
+
+} // namespace
+
+control_channel::control_channel(gige::udp_socket opened, gige::endpoint device, timing chosen)
+    : socket{std::move(opened)}, peer{device}, times{chosen}, answered_at{clock::now().time_since_epoch().count()} {
+    // Two sessions in a row from one port shall not start with the same id, which a camera would take for a repetition.
+    last_id = static_cast<uint16_t>(clock::now().time_since_epoch().count() >> 10);
+}
+
+std::expected<std::unique_ptr<control_channel>, std::error_code>
+control_channel::open(gige::endpoint device, uint32_t local_address, timing chosen) {
+    auto opened = gige::udp_socket::open({local_address, 0});
+    if (!opened) return std::unexpected(opened.error());
+    return std::unique_ptr<control_channel>{new control_channel{std::move(*opened), device, chosen}};
+}
+
+uint16_t control_channel::next_id() noexcept {
+    uint16_t id = ++last_id;
+    while (id == 0) id = ++last_id;
+    return id;
+}
+
+clock::time_point control_channel::last_answer() const noexcept {
+    return clock::time_point{clock::duration{answered_at.load()}};
+}
+
+std::expected<std::size_t, std::error_code> control_channel::transact(gvcp::command code,
+                                                                      std::span<const std::byte> body,
+                                                                      std::span<std::byte> answer,
+                                                                      milliseconds timeout) {
+    if (body.size() > gvcp::max_body) return std::unexpected(make_error_code(gigecam_errc::invalid_parameter));
+    const std::lock_guard guard{mutex};
+    std::array<std::byte, gvcp::max_datagram> request;
+    const uint16_t id = next_id();
+    gvcp::store_command(request.data(), {gvcp::flag::acknowledge, code, static_cast<uint16_t>(body.size()), id});
+    std::ranges::copy(body, &request[gvcp::header_size]);
+    const auto sent = std::span{request}.first(gvcp::header_size + body.size());
+
+    const auto expected_code = static_cast<gvcp::command>(static_cast<uint16_t>(code) + 1);
+    std::array<std::byte, gvcp::max_datagram + 64> buffer;
+    auto give_up = clock::now() + std::min(timeout, milliseconds{600'000});
+    for (;;) {
+        if (const auto error = socket.send(peer, sent)) return std::unexpected(error);
+        auto resend = std::min(give_up, clock::now() + times.attempt);
+        for (;;) {
+            const std::array handles{socket.native()};
+            if (gige::wait_readable(handles, resend) == 0) break;
+            gige::endpoint from;
+            const auto size = socket.receive(buffer, from);
+            if (!size || from != peer) continue;
+            const auto ack = gvcp::parse_ack(std::span{buffer}.first(*size));
+            if (!ack || ack->request_id != id) continue; // late answer to an earlier request
+            answered_at = clock::now().time_since_epoch().count();
+            const auto content = std::span{buffer}.subspan(gvcp::header_size, ack->length);
+            if (ack->code == gvcp::command::pending_ack) {
+                if (content.size() < 4) continue;
+                // The camera works on it: no repetition until its own time is up.
+                resend = clock::now() + milliseconds{gige::load16(&content[2])};
+                give_up = std::max(give_up, resend + times.attempt);
+                continue;
+            }
+            if (ack->result != gvcp::status::success) return std::unexpected(error_of(ack->result));
+            if (ack->code != expected_code) continue;
+            std::copy_n(content.begin(), std::min(content.size(), answer.size()), answer.begin());
+            return content.size();
+        }
+        if (clock::now() >= give_up) return std::unexpected(make_error_code(gigecam_errc::timeout));
+    }
+}
+
+std::error_code control_channel::send_only(gvcp::command code, uint8_t flags, std::span<const std::byte> body) {
+    std::array<std::byte, gvcp::max_datagram> request;
+    if (body.size() > gvcp::max_body) return make_error_code(gigecam_errc::invalid_parameter);
+    gvcp::store_command(request.data(), {flags, code, static_cast<uint16_t>(body.size()), next_id()});
+    std::ranges::copy(body, &request[gvcp::header_size]);
+    return socket.send(peer, std::span{request}.first(gvcp::header_size + body.size()));
+}
+
+std::error_code control_channel::read_block(uint32_t address, std::span<std::byte> to, milliseconds timeout) {
+    std::array<std::byte, 8> body{};
+    gige::store32(&body[0], address);
+    gige::store16(&body[6], static_cast<uint16_t>(to.size()));
+    std::array<std::byte, gvcp::max_body> answer;
+    const auto size = transact(gvcp::command::read_mem, body, answer, timeout);
+    if (!size) return size.error();
+    if (*size < 4 + to.size() || gige::load32(answer.data()) != address)
+        return make_error_code(gigecam_errc::parsing_ack_packet_failed);
+    std::copy_n(&answer[4], to.size(), to.begin());
+    return {};
+}
+
+std::error_code control_channel::write_block(uint32_t address, std::span<const std::byte> from, milliseconds timeout) {
+    std::array<std::byte, gvcp::max_body> body;
+    gige::store32(body.data(), address);
+    std::ranges::copy(from, &body[4]);
+    const auto size = transact(gvcp::command::write_mem, std::span{body}.first(4 + from.size()), {}, timeout);
+    return size ? std::error_code{} : size.error();
+}
+
+std::expected<uint32_t, std::error_code> control_channel::read_register(uint32_t address, milliseconds timeout) {
+    std::array<std::byte, 4> body;
+    gige::store32(body.data(), address);
+    std::array<std::byte, 4> answer;
+    const auto size = transact(gvcp::command::read_reg, body, answer, timeout);
+    if (!size) return std::unexpected(size.error());
+    if (*size < 4) return std::unexpected(make_error_code(gigecam_errc::parsing_ack_packet_failed));
+    return gige::load32(answer.data());
+}
+
+std::error_code control_channel::write_register(uint32_t address, uint32_t value, milliseconds timeout) {
+    std::array<std::byte, 8> body;
+    gige::store32(&body[0], address);
+    gige::store32(&body[4], value);
+    const auto size = transact(gvcp::command::write_reg, body, {}, timeout);
+    return size ? std::error_code{} : size.error();
+}
+
+} // namespace gvcp_master

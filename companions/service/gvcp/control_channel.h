@@ -1,0 +1,67 @@
+// Requests to one camera over one control socket: repeated with the same id until answered, patient with PENDING_ACK.
+#pragma once
+
+#include <gige/gvcp.h>
+#include <gige/udp_socket.h>
+
+#include <atomic>
+#include <chrono>
+#include <expected>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <system_error>
+
+namespace gvcp_master {
+
+using std::chrono::milliseconds;
+
+// Errors are gigecam_errc values (a camera's status 0x8xxx as 0x80008xxx), or the system's for socket failures.
+class control_channel {
+public:
+    struct timing {
+        milliseconds attempt{250}; // between repetitions
+    };
+
+    // `local_address` 0 leaves the choice to the routing table.
+    [[nodiscard]] static std::expected<std::unique_ptr<control_channel>, std::error_code>
+    open(gige::endpoint device, uint32_t local_address, timing chosen);
+    [[nodiscard]] static std::expected<std::unique_ptr<control_channel>, std::error_code> open(gige::endpoint device,
+                                                                                               uint32_t local_address) {
+        return open(device, local_address, timing{});
+    }
+
+    // Sends, waits up to `timeout` for the acknowledge and copies its body to `answer`; the count is the body's length,
+    // which may be more than fitted. One request at a time: callers wait for each other.
+    [[nodiscard]] std::expected<std::size_t, std::error_code> transact(gige::gvcp::command code,
+                                                                       std::span<const std::byte> body,
+                                                                       std::span<std::byte> answer,
+                                                                       milliseconds timeout);
+
+    // Without an acknowledge; never waits for other requests.
+    [[nodiscard]] std::error_code send_only(gige::gvcp::command code, uint8_t flags, std::span<const std::byte> body);
+
+    // Whole words. At most max_memory_access bytes.
+    [[nodiscard]] std::error_code read_block(uint32_t address, std::span<std::byte> to, milliseconds timeout);
+    [[nodiscard]] std::error_code write_block(uint32_t address, std::span<const std::byte> from, milliseconds timeout);
+    [[nodiscard]] std::expected<uint32_t, std::error_code> read_register(uint32_t address, milliseconds timeout);
+    [[nodiscard]] std::error_code write_register(uint32_t address, uint32_t value, milliseconds timeout);
+
+    [[nodiscard]] gige::endpoint device() const noexcept { return peer; }
+    [[nodiscard]] gige::endpoint local() const { return socket.local(); }
+    // When the camera last answered anything.
+    [[nodiscard]] std::chrono::steady_clock::time_point last_answer() const noexcept;
+
+private:
+    control_channel(gige::udp_socket opened, gige::endpoint device, timing chosen);
+    [[nodiscard]] uint16_t next_id() noexcept;
+
+    gige::udp_socket socket;
+    const gige::endpoint peer;
+    const timing times;
+    std::mutex mutex; // one transaction
+    std::atomic<uint16_t> last_id{};
+    std::atomic<int64_t> answered_at{}; // steady clock ticks
+};
+
+} // namespace gvcp_master

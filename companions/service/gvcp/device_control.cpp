@@ -1,0 +1,215 @@
+#include "device_control.h"
+
+#include <gds_shared/gigecam_error.h>
+
+#include <algorithm>
+#include <vector>
+
+namespace gvcp_master {
+
+namespace gvcp = gige::gvcp;
+namespace reg = gige::gvcp::reg;
+namespace bits = gige::gvcp::bits;
+using gds_shared::gigecam_errc;
+using clock = std::chrono::steady_clock;
+
+device_control::device_control(options from, std::unique_ptr<control_channel> opened)
+    : chosen{std::move(from)}, channel{std::move(opened)} {}
+
+std::expected<std::unique_ptr<device_control>, std::error_code> device_control::open(options chosen) {
+    auto channel = control_channel::open(chosen.device, chosen.local_address, {.attempt = chosen.attempt});
+    if (!channel) return std::unexpected(channel.error());
+    std::unique_ptr<device_control> opened{new device_control{std::move(chosen), std::move(*channel)}};
+    if (const auto error = opened->take_privilege()) return std::unexpected(error);
+    opened->thread = std::thread{[self = opened.get()] { self->run_heartbeat(); }};
+    return opened;
+}
+
+std::error_code device_control::take_privilege() {
+    const auto wanted = chosen.access == access_mode::exclusive ? bits::exclusive
+                        : chosen.access == access_mode::control ? bits::control
+                                                                : 0;
+    if (wanted != 0) {
+        if (const auto error = channel->write_register(reg::privilege, wanted, default_timeout)) return error;
+        privileged = true;
+    } else if (const auto held = channel->read_register(reg::privilege, default_timeout); !held) {
+        return held.error();
+    }
+    control_capability = channel->read_register(reg::control_capability, default_timeout).value_or(0);
+    if (wanted != 0 && chosen.heartbeat_timeout.count() > 0) {
+        const auto value = static_cast<uint32_t>(chosen.heartbeat_timeout.count());
+        if (const auto error = channel->write_register(reg::heartbeat_timeout, value, default_timeout)) return error;
+    }
+    if (wanted != 0 && (control_capability & bits::can_pending_ack) != 0) {
+        // A camera that refuses simply answers late.
+        if (const auto now = channel->read_register(reg::control_configuration, default_timeout))
+            (void)channel->write_register(reg::control_configuration, *now | bits::pending_ack_on, default_timeout);
+    }
+    const auto timeout = channel->read_register(reg::heartbeat_timeout, default_timeout);
+    if (timeout) heartbeat = milliseconds{std::clamp(*timeout, 500U, 3'600'000U)};
+    return {};
+}
+
+device_control::~device_control() {
+    {
+        const std::lock_guard guard{mutex};
+        quit = true;
+    }
+    changed.notify_all();
+    if (thread.joinable()) thread.join();
+    if (privileged && !lost_flag) (void)channel->write_register(reg::privilege, 0, milliseconds{500});
+}
+
+void device_control::run_heartbeat() {
+    const auto interval = heartbeat / 3;
+    std::unique_lock lock{mutex};
+    for (;;) {
+        // Any answered request is a heartbeat.
+        const auto due = channel->last_answer() + interval;
+        changed.wait_until(lock, due, [this] { return quit; });
+        if (quit) return;
+        if (clock::now() - channel->last_answer() < interval) continue;
+        lock.unlock();
+        const auto held = channel->read_register(reg::privilege, interval);
+        const bool answered = held.has_value();
+        std::error_code why;
+        if (answered && privileged && (*held & (bits::exclusive | bits::control)) == 0)
+            why = make_error_code(gigecam_errc::device_lost); // it restarted or missed us: the session is over
+        else if (!answered && privileged && held.error() == make_error_code(gigecam_errc::access_denied))
+            why = make_error_code(gigecam_errc::device_lost); // someone else has taken over
+        else if (!answered && clock::now() - channel->last_answer() >= heartbeat)
+            why = make_error_code(gigecam_errc::device_lost);
+        lock.lock();
+        if (why) {
+            lock.unlock();
+            report_loss(why);
+            return;
+        }
+        if (!answered) {
+            // A socket that fails at once must not turn this into a busy loop.
+            changed.wait_for(lock, milliseconds{10}, [this] { return quit; });
+            if (quit) return;
+        }
+    }
+}
+
+void device_control::report_loss(std::error_code why) {
+    if (lost_flag.exchange(true)) return;
+    if (chosen.lost) chosen.lost(why);
+}
+
+std::error_code device_control::check_range(uint64_t address, std::size_t size) const {
+    if (lost_flag) return make_error_code(gigecam_errc::device_lost);
+    if (address > 0xFFFFFFFF || size > 0x100000000 - address) return make_error_code(gigecam_errc::invalid_address);
+    return {};
+}
+
+std::error_code device_control::read_memory(uint64_t address, std::span<std::byte> to, milliseconds timeout) {
+    if (const auto error = check_range(address, to.size())) return error;
+    while (!to.empty()) {
+        const auto lead = static_cast<std::size_t>(address % 4);
+        const auto start = static_cast<uint32_t>(address - lead);
+        const std::size_t count = std::min(to.size(), gvcp::max_memory_access - lead);
+        const std::size_t whole = (lead + count + 3) / 4 * 4;
+        if (lead == 0 && whole == count) {
+            if (count == 4) {
+                const auto value = channel->read_register(start, timeout);
+                if (!value) return value.error();
+                gige::store32(to.data(), *value);
+            } else if (const auto error = channel->read_block(start, to.first(count), timeout)) {
+                return error;
+            }
+        } else {
+            std::array<std::byte, gvcp::max_memory_access> words;
+            if (const auto error = channel->read_block(start, std::span{words}.first(whole), timeout)) return error;
+            std::copy_n(&words[lead], count, to.begin());
+        }
+        address += count;
+        to = to.subspan(count);
+    }
+    return {};
+}
+
+std::error_code device_control::write_memory(uint64_t address, std::span<const std::byte> from, milliseconds timeout) {
+    if (const auto error = check_range(address, from.size())) return error;
+    const bool blocks = (control_capability & bits::can_write_mem) != 0;
+    while (!from.empty()) {
+        const auto lead = static_cast<std::size_t>(address % 4);
+        const auto start = static_cast<uint32_t>(address - lead);
+        const std::size_t limit = blocks ? gvcp::max_memory_access : 4;
+        const std::size_t count = std::min(from.size(), limit - lead);
+        const std::size_t whole = (lead + count + 3) / 4 * 4;
+        std::array<std::byte, gvcp::max_memory_access> words;
+        const auto used = std::span{words}.first(whole);
+        if (lead != 0)
+            if (const auto error = channel->read_block(start, used.first(4), timeout)) return error;
+        if (lead + count != whole && (lead == 0 || whole > 4)) {
+            const auto last = static_cast<uint32_t>(start + whole - 4);
+            if (const auto error = channel->read_block(last, used.last(4), timeout)) return error;
+        }
+        std::copy_n(from.begin(), count, &words[lead]);
+        const auto error = whole == 4 ? channel->write_register(start, gige::load32(words.data()), timeout)
+                                      : channel->write_block(start, used, timeout);
+        if (error) return error;
+        address += count;
+        from = from.subspan(count);
+    }
+    return {};
+}
+
+std::expected<uint32_t, std::error_code> device_control::read_register(uint64_t address, milliseconds timeout) {
+    if (const auto error = check_range(address, 4)) return std::unexpected(error);
+    return channel->read_register(static_cast<uint32_t>(address), timeout);
+}
+
+std::error_code device_control::write_register(uint64_t address, uint32_t value, milliseconds timeout) {
+    if (const auto error = check_range(address, 4)) return error;
+    return channel->write_register(static_cast<uint32_t>(address), value, timeout);
+}
+
+std::error_code device_control::request_resend(uint32_t stream, uint64_t block_id, uint32_t first, uint32_t last,
+                                               bool extended) {
+    std::array<std::byte, 20> body{};
+    gige::store16(&body[0], static_cast<uint16_t>(stream));
+    if (extended) {
+        gige::store32(&body[4], first);
+        gige::store32(&body[8], last);
+        gige::store64(&body[12], block_id);
+        return channel->send_only(gvcp::command::packet_resend, gvcp::flag::extended_ids, body);
+    }
+    gige::store16(&body[2], static_cast<uint16_t>(block_id));
+    gige::store32(&body[4], first & 0xFFFFFF);
+    gige::store32(&body[8], last & 0xFFFFFF);
+    return channel->send_only(gvcp::command::packet_resend, 0, std::span{body}.first(12));
+}
+
+std::expected<std::string, std::error_code> device_control::read_text(uint64_t address, std::size_t capacity) {
+    std::string text(capacity, '\0');
+    if (const auto error = read_memory(address, std::as_writable_bytes(std::span{text}))) return std::unexpected(error);
+    text.resize(std::min(text.find('\0'), text.size()));
+    return text;
+}
+
+std::error_code device_control::write_user_name(const std::string& name) {
+    if ((control_capability & bits::has_user_name) == 0) return make_error_code(gigecam_errc::not_implemented);
+    constexpr std::size_t capacity = 16;
+    if (name.size() >= capacity || name.find('\0') != std::string::npos)
+        return make_error_code(gigecam_errc::invalid_parameter);
+    std::array<char, capacity> padded{};
+    std::ranges::copy(name, padded.begin());
+    return write_memory(reg::user_name, std::as_bytes(std::span{padded}));
+}
+
+std::error_code device_control::write_persistent_ip(bool use, uint32_t address, uint32_t mask, uint32_t gateway) {
+    const auto current = read_register(reg::ip_config_current);
+    if (!current) return current.error();
+    if (use) {
+        if (const auto error = write_register(reg::persistent_address, address)) return error;
+        if (const auto error = write_register(reg::persistent_mask, mask)) return error;
+        if (const auto error = write_register(reg::persistent_gateway, gateway)) return error;
+    }
+    const uint32_t wanted = use ? *current | bits::ip_persistent : *current & ~bits::ip_persistent;
+    return write_register(reg::ip_config_current, wanted);
+}
+
+} // namespace gvcp_master

@@ -1,0 +1,75 @@
+#include "message_receiver.h"
+
+#include <gds_shared/gigecam_error.h>
+
+#include <algorithm>
+
+namespace gvcp_master {
+
+namespace gvcp = gige::gvcp;
+namespace reg = gige::gvcp::reg;
+using gds_shared::gigecam_errc;
+
+namespace {
+
+constexpr std::size_t remembered_ids = 32;
+
+} // namespace
+
+message_receiver::message_receiver(device_control& from, gige::udp_socket opened, event_function on_event)
+    : camera{from}, socket{std::move(opened)}, deliver{std::move(on_event)} {}
+
+std::expected<std::unique_ptr<message_receiver>, std::error_code>
+message_receiver::open(device_control& camera, uint32_t local_address, event_function on_event) {
+    const auto channels = camera.read_register(reg::message_channel_count);
+    if (!channels) return std::unexpected(channels.error());
+    if (*channels == 0) return std::unexpected(make_error_code(gigecam_errc::not_implemented));
+    auto opened = gige::udp_socket::open({local_address, 0});
+    if (!opened) return std::unexpected(opened.error());
+    const uint16_t port = opened->local().port;
+    std::unique_ptr<message_receiver> receiver{new message_receiver{camera, std::move(*opened), std::move(on_event)}};
+    receiver->thread = std::thread{[self = receiver.get()] { self->run(); }};
+    if (const auto error = camera.write_register(reg::message_address, local_address)) return std::unexpected(error);
+    if (const auto error = camera.write_register(reg::message_port, port)) return std::unexpected(error);
+    return receiver;
+}
+
+message_receiver::~message_receiver() {
+    if (!camera.is_lost()) (void)camera.write_register(reg::message_port, 0, milliseconds{500});
+    quit = true;
+    wakeup.wake();
+    if (thread.joinable()) thread.join();
+}
+
+void message_receiver::run() {
+    const std::array handles{wakeup.native(), socket.native()};
+    for (;;) {
+        const auto ready = gige::wait_readable(handles, {});
+        if (quit) return;
+        if (ready & 2) receive_all();
+    }
+}
+
+void message_receiver::receive_all() {
+    std::array<std::byte, gvcp::max_datagram + 64> buffer;
+    gige::endpoint from;
+    while (const auto size = socket.receive(buffer, from)) {
+        if (from.address != camera.device().address) continue;
+        const auto datagram = std::span{buffer}.first(*size);
+        const auto header = gvcp::parse_command(datagram);
+        if (!header || (header->code != gvcp::command::event && header->code != gvcp::command::event_data)) continue;
+        if ((header->flags & gvcp::flag::acknowledge) != 0) {
+            std::array<std::byte, gvcp::header_size> ack;
+            const auto code = static_cast<gvcp::command>(static_cast<uint16_t>(header->code) + 1);
+            gvcp::store_ack(ack.data(), {gvcp::status::success, code, 0, header->request_id});
+            // A lost acknowledge makes the camera repeat itself, no more.
+            (void)socket.send(from, ack);
+        }
+        if (std::ranges::find(seen, header->request_id) != seen.end()) continue;
+        seen.push_back(header->request_id);
+        if (seen.size() > remembered_ids) seen.pop_front();
+        deliver(datagram.first(gvcp::header_size + header->length));
+    }
+}
+
+} // namespace gvcp_master

@@ -1,0 +1,107 @@
+#include "test_cameras.h"
+
+#include <gvcp/broadcast_commands.h>
+#include <gvcp/discovery.h>
+
+#include "../../../camera_sim/src/registers.h"
+
+#include <algorithm>
+#include <atomic>
+
+namespace {
+
+using namespace gvcp_master;
+using gds_shared::gigecam_errc;
+
+// The record of a camera, if the list holds it; other tests' cameras may stand beside it.
+std::optional<device_record> find(const discovery& finder, uint64_t mac) {
+    for (const auto& each : finder.list())
+        for (const auto& device : each.devices)
+            if (device.mac == mac) return device;
+    return {};
+}
+
+gige::network_interface loopback() {
+    for (auto& each : gige::enumerate_interfaces())
+        if (each.loopback) return each;
+    ADD_FAILURE() << "no loopback interface";
+    return {};
+}
+
+TEST(gvcp_discovery, finds_cameras_by_broadcast_and_drops_those_that_fell_silent) {
+    auto options = small_camera(1);
+    options.user_name = "caf\xE9"; // bytes, not always UTF-8
+    const auto one = start(options);
+    const auto two = start(small_camera(2));
+    std::atomic<int> interface_changes = 0;
+    std::atomic<int> device_changes = 0;
+    discovery finder{
+        {.networks = false, .loopback = true, .interval = milliseconds{50}, .window = milliseconds{100}, .misses = 2},
+        {[&] { ++interface_changes; },
+         [&](const std::string& name) {
+             EXPECT_EQ(name, "lo");
+             ++device_changes;
+         }}};
+    ASSERT_TRUE(eventually([&] { return find(finder, one->mac()) && find(finder, two->mac()); }));
+    const auto record = *find(finder, one->mac());
+    EXPECT_EQ(record.user_name, "caf\xE9");
+    EXPECT_EQ(record.address, own_address(1));
+    EXPECT_EQ(record.model, "SimCam");
+    EXPECT_TRUE(record.reachable);
+    EXPECT_GT(interface_changes, 0);
+    const int before = device_changes;
+    two->set_silent(true);
+    EXPECT_TRUE(eventually([&] { return !find(finder, two->mac()); }));
+    EXPECT_GT(device_changes, before);
+    EXPECT_TRUE(find(finder, one->mac()));
+}
+
+TEST(gvcp_discovery, asks_given_addresses_without_looking_at_loopback) {
+    const auto asked = start(small_camera(1));
+    const auto other = start(small_camera(2));
+    discovery finder{
+        {.networks = false, .addresses = {own_address(1)}, .interval = milliseconds{50}, .window = milliseconds{100}},
+        {}};
+    ASSERT_TRUE(eventually([&] { return find(finder, asked->mac()).has_value(); }));
+    ASSERT_TRUE(finder.scan(milliseconds{5000}));
+    EXPECT_FALSE(find(finder, other->mac()));
+    // A scan asked for sees a change made before it.
+    asked->set_silent(true);
+    for (int i = 0; i < 3; ++i) ASSERT_TRUE(finder.scan(milliseconds{5000}));
+    EXPECT_FALSE(find(finder, asked->mac()));
+}
+
+TEST(gvcp_discovery, force_ip_moves_a_camera_and_is_refused_in_use) {
+    const auto cam = start(small_camera(1));
+    {
+        const auto device = open(*cam);
+        ASSERT_TRUE(device);
+        EXPECT_EQ(force_ip(loopback(), cam->mac(), own_address(7), 0xFF000000, 0), gigecam_errc::access_denied);
+        EXPECT_FALSE(device->write_persistent_ip(true, own_address(8), 0xFF000000, 0));
+    }
+    EXPECT_FALSE(force_ip(loopback(), cam->mac(), own_address(7), 0xFF000000, 0));
+    EXPECT_TRUE(eventually([&] { return cam->address() == own_address(7); }));
+    EXPECT_FALSE(force_ip(loopback(), cam->mac(), 0, 0, 0));
+    EXPECT_TRUE(eventually([&] { return cam->address() == own_address(8); })) << "back to its persistent address";
+    EXPECT_EQ(force_ip(loopback(), 0x0200'0000'0001, own_address(9), 0, 0, milliseconds{100}), gigecam_errc::timeout);
+}
+
+TEST(gvcp_discovery, actions_reach_the_cameras_they_are_meant_for) {
+    auto options = small_camera(1);
+    options.action_device_key = 0x1000 + static_cast<uint32_t>(::getpid());
+    const auto one = start(options);
+    options.address = own_address(2);
+    const auto two = start(options);
+    const auto other = start(small_camera(3));
+    const auto first = open(*one);
+    const auto second = open(*two);
+    ASSERT_TRUE(first && second);
+    action_command action{.device_key = options.action_device_key, .group_key = 0, .group_mask = 1};
+    EXPECT_EQ(send_action(loopback(), action, milliseconds{300}).value_or(99), 2U);
+    EXPECT_EQ(one->stats().actions + two->stats().actions, 2U);
+    EXPECT_EQ(other->stats().actions, 0U);
+    EXPECT_EQ(send_action(loopback(), action).value_or(99), 0U);
+    EXPECT_TRUE(eventually([&] { return one->stats().actions + two->stats().actions == 4; }));
+}
+
+} // namespace

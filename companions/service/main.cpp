@@ -1,0 +1,123 @@
+// orv-gentl-gev-service: the local service that the library talks to.
+#include "objects/function_table.h"
+#include "rpc_server/rpc_server.h"
+
+#include <GenICam/error.h>
+#include <gds_helper/log.h>
+#include <gds_shared/gigecam_error.h>
+#include <gds_shared/log_init.h>
+#include <gds_shared/product_constants.h>
+#include <gds_shared/prop_store_init.h>
+#include <ipc_rpc/status.h>
+
+#include <CLI/CLI.hpp>
+#include <asio/ip/address_v4.hpp>
+#include <fmt/format.h>
+
+#include <grp.h>
+#include <signal.h>
+
+#include <cstdio>
+#include <filesystem>
+
+namespace {
+
+struct program_options {
+    bool loopback = false;
+    bool no_networks = false;
+    std::vector<std::string> discover;
+    std::string group;
+    int log_level = -1;
+    unsigned heartbeat_ms = 0;
+    unsigned scan_interval_ms = 1000;
+};
+
+service::service_core::options core_options(const program_options& given) {
+    service::service_core::options options;
+    options.discovery.networks = !given.no_networks;
+    options.discovery.loopback = given.loopback;
+    options.discovery.interval = std::chrono::milliseconds{given.scan_interval_ms};
+    for (const std::string& address : given.discover) {
+        options.discovery.addresses.push_back(asio::ip::make_address_v4(address).to_uint());
+    }
+    options.heartbeat_timeout = std::chrono::milliseconds{given.heartbeat_ms};
+    if (!given.group.empty()) {
+        const group* found = getgrnam(given.group.c_str());
+        if (found == nullptr) throw std::runtime_error(fmt::format("There is no group '{}'.", given.group));
+        options.group = found->gr_gid;
+    }
+    return options;
+}
+
+int run(const program_options& given) {
+    const auto& product = gds_shared::gev_product;
+    ipc_rpc::register_error_category(gds_shared::gigecam_error_category(), ipc_rpc::category_id_gigecam);
+    ipc_rpc::register_error_category(GenICam::genicam_category(), ipc_rpc::category_id_genicam);
+    const auto settings =
+        gds_shared::make_property_chain(product, std::filesystem::read_symlink("/proc/self/exe").parent_path());
+    gds_helper::log::log_control logging{std::string{product.producer_name}, std::string{product.service_short_name}};
+    logging.set_header(fmt::format("srv: {} {}", product.producer_name, product.version_text));
+    gds_shared::log_init(*settings, logging, true);
+    if (given.log_level >= 0) {
+        logging.enable_console(true);
+        logging.set_level(given.log_level);
+    }
+
+    // Before any thread: they all leave the signals to the wait below.
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    signal(SIGPIPE, SIG_IGN);
+
+    auto options = core_options(given);
+    options.settings = settings;
+    const auto core = std::make_shared<service::service_core>(std::move(options));
+    const service::rpc_server::options server_options{gds_shared::service_pipe_name(product), core->settings().group};
+    const auto server = service::rpc_server::start(
+        server_options, [core] { return service::make_function_table(core, service::rpc_server::notifier_of); });
+    if (!server) {
+        if (server.error() == std::errc::address_in_use) {
+            throw std::runtime_error("Another orv-gentl-gev-service is running already.");
+        }
+        throw std::runtime_error(
+            fmt::format("Cannot listen as '{}': {}", server_options.pipe_name, server.error().message()));
+    }
+    // The first scan is over when we say so, so that a consumer that waited for the line finds what is there.
+    static_cast<void>(core->discovery().scan(std::chrono::seconds{2}));
+    fmt::print("ready {}\n", server_options.pipe_name);
+    std::fflush(stdout);
+
+    int caught = 0;
+    sigwait(&signals, &caught);
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{"The local service of orv-gentl-gev: finds GigE Vision cameras and owns their control channels. Runs "
+                 "in the foreground; prints 'ready' when consumers may connect; ends with SIGINT or SIGTERM."};
+    program_options given;
+    app.add_flag("--loopback", given.loopback, "Look for cameras on the loopback interface");
+    app.add_flag("--no-networks", given.no_networks, "Do not look for cameras on the network interfaces");
+    app.add_option("--discover", given.discover, "Ask this address directly; may be repeated")->check(CLI::ValidIPV4);
+    app.add_option("--group", given.group, "Let members of this group connect, besides root and this user");
+    app.add_option("--log-level", given.log_level,
+                   "Log to the console: 0 trace, 1 debug, 2 info, 3 warn, 4 error, "
+                   "5 critical, 6 off")
+        ->check(CLI::Range(0, 6));
+    app.add_option("--heartbeat", given.heartbeat_ms, "Heartbeat time-out of cameras, ms; 0 leaves their own")
+        ->capture_default_str();
+    app.add_option("--scan-interval", given.scan_interval_ms, "Time between searches for cameras, ms")
+        ->check(CLI::Range(50U, 3600000U))
+        ->capture_default_str();
+    CLI11_PARSE(app, argc, argv);
+    try {
+        return run(given);
+    } catch (const std::exception& failure) {
+        fmt::print(stderr, "orv-gentl-gev-service: {}\n", failure.what());
+        return 1;
+    }
+}

@@ -1,0 +1,221 @@
+#include "device_object.h"
+
+#include "../gvcp/device_document.h"
+
+#include <gds_gentl_producer/settings_block.h>
+#include <gds_helper/log.h>
+#include <gds_shared/gigecam_error.h>
+#include <platform.h>
+
+#include <fmt/format.h>
+#include <spdlog/logger.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace service {
+
+namespace {
+
+using gds_shared::gigecam_errc;
+
+// Where a document stands that the camera itself keeps zipped or elsewhere. No camera has registers up there.
+constexpr uint64_t plain_document_address = 0x1000000000000;
+constexpr size_t most_events = 1024; // of a client that does not fetch them
+constexpr uint64_t longest_timeout_ms = 60'000;
+constexpr uint32_t user_name_bytes = 16;
+
+gvcp_master::milliseconds bounded(uint64_t timeout) {
+    return gvcp_master::milliseconds{std::min(timeout, longest_timeout_ms)};
+}
+
+spdlog::logger& logger() {
+    static const std::shared_ptr<spdlog::logger> instance = gds_helper::log::get(gds_helper::log::logger_id::main);
+    return *instance;
+}
+
+ipc_rpc::url_info to_url_info(const gvcp_master::document_url& url) {
+    ipc_rpc::url_info info;
+    info.versions.words = {url.schema_version[0], url.schema_version[1], url.file_version[0], url.file_version[1],
+                           url.file_version[2]};
+    info.url = url.url;
+    return info;
+}
+
+} // namespace
+
+struct device_object::settings_memory {
+    std::string name;
+    ipc_rpc::platform::shared_mapping mapping;
+};
+
+device_object::device_object(std::shared_ptr<service_core> shared, const gvcp_master::device_record& found)
+    : core(std::move(shared)), record(found) {}
+
+std::expected<std::shared_ptr<device_object>, std::error_code>
+device_object::open(std::shared_ptr<service_core> core, std::shared_ptr<client_session> session,
+                    const gvcp_master::device_record& record, ipc_rpc::open_access access) {
+    const std::shared_ptr<device_object> device{new device_object{std::move(core), record}};
+    if (const std::error_code error = device->init(std::move(session), access)) return std::unexpected(error);
+    return device;
+}
+
+std::error_code device_object::init(std::shared_ptr<client_session> session, ipc_rpc::open_access access) {
+    lost_number = session->allocate();
+    event_number = session->allocate();
+    if (!lost_number || !event_number) return std::make_error_code(std::errc::resource_unavailable_try_again);
+
+    gvcp_master::device_control::options chosen;
+    chosen.device = {record.address, gige::gvcp::port};
+    chosen.local_address = record.local_address;
+    chosen.access = static_cast<gvcp_master::access_mode>(access);
+    chosen.heartbeat_timeout = core->settings().heartbeat_timeout;
+    chosen.lost = [number = lost_number](std::error_code) { number->raise(); };
+    auto opened = gvcp_master::device_control::open(std::move(chosen));
+    if (!opened) return opened.error();
+    camera = std::move(*opened);
+    if (access != ipc_rpc::open_access::read_only) core->add_holder(record.mac);
+
+    const std::string name = ipc_rpc::platform::object_name("settings-" + ipc_rpc::platform::unique_text());
+    try {
+        settings = std::make_unique<settings_memory>(
+            settings_memory{name, ipc_rpc::platform::shared_mapping::create(name, 4096, {core->settings().group})});
+    } catch (const std::system_error& failure) {
+        logger().error("No shared memory for the settings of {}: {}", gige::to_string(record.address), failure.what());
+    }
+    open_events(access);
+    return {};
+}
+
+void device_object::open_events(ipc_rpc::open_access access) {
+    if (access == ipc_rpc::open_access::read_only) return;
+    auto opened = gvcp_master::message_receiver::open(*camera, camera->local().address,
+                                                      [this](std::span<const std::byte> packet) {
+                                                          {
+                                                              const std::lock_guard guard{mutex};
+                                                              if (events.size() == most_events) events.pop_front();
+                                                              ipc_rpc::event_message message;
+                                                              message.payload.assign(packet.begin(), packet.end());
+                                                              events.push_back(std::move(message));
+                                                          }
+                                                          event_number->raise();
+                                                      });
+    if (opened) receiver = std::move(*opened); // a camera without a message channel has no events
+}
+
+device_object::~device_object() {
+    receiver.reset();
+    if (camera && camera->access() != gvcp_master::access_mode::read_only) core->remove_holder(record.mac);
+}
+
+ipc_rpc::device_service_info device_object::service_info() const {
+    ipc_rpc::device_service_info info;
+    info.device_lost_notification_id = lost_number->get();
+    info.event_notification_id = event_number->get();
+    info.user_id_capacity = (camera->capability() & gige::gvcp::bits::has_user_name) != 0 ? user_name_bytes : 0;
+    if (settings) info.shared_memory_name = settings->name;
+    return info;
+}
+
+std::expected<ipc_rpc::byte_vector, std::error_code> device_object::read_mem(uint64_t address, uint64_t size,
+                                                                             uint64_t timeout) {
+    if (size > ipc_rpc::max_param_block) return std::unexpected(make_error_code(gigecam_errc::invalid_parameter));
+    ipc_rpc::byte_vector bytes(size);
+    if (address >= plain_document_address) {
+        const std::lock_guard guard{mutex};
+        const uint64_t offset = address - plain_document_address;
+        if (!plain_document || offset > plain_document->size() || size > plain_document->size() - offset) {
+            return std::unexpected(make_error_code(gigecam_errc::invalid_address));
+        }
+        if (size != 0) std::memcpy(bytes.data(), plain_document->data() + offset, size);
+        return bytes;
+    }
+    if (const auto error = camera->read_memory(address, bytes, bounded(timeout))) return std::unexpected(error);
+    return bytes;
+}
+
+std::expected<uint64_t, std::error_code> device_object::write_mem(uint64_t address, std::span<const std::byte> bytes,
+                                                                  uint64_t timeout) {
+    if (const auto error = camera->write_memory(address, bytes, bounded(timeout))) return std::unexpected(error);
+    return bytes.size();
+}
+
+std::expected<std::vector<ipc_rpc::url_info>, std::error_code> device_object::url_list() {
+    const auto urls = gvcp_master::read_url_list(*camera);
+    if (!urls) return std::unexpected(urls.error());
+    std::vector<ipc_rpc::url_info> list;
+    for (const auto& url : *urls) {
+        if (url.scheme == gvcp_master::url_scheme::local && !url.zipped()) {
+            list.push_back(to_url_info(url));
+            continue;
+        }
+        if (!list.empty()) continue; // one document that can be read is enough
+        auto text = gvcp_master::fetch_document(*camera, url);
+        if (!text) {
+            logger().warn("Document '{}' of {} cannot be had: {}", url.url, gige::to_string(record.address),
+                          text.error().message());
+            continue;
+        }
+        std::string stem = url.name.substr(url.name.find_last_of("/\\") + 1);
+        stem = stem.substr(0, stem.rfind('.'));
+        gvcp_master::document_url plain = url;
+        plain.url = fmt::format("local:{}.xml;{:X};{:X}", stem.empty() ? "document" : stem, plain_document_address,
+                                text->size());
+        list.push_back(to_url_info(plain));
+        const std::lock_guard guard{mutex};
+        plain_document = std::move(*text);
+    }
+    if (list.empty()) return std::unexpected(std::make_error_code(std::errc::no_message_available));
+    return list;
+}
+
+std::expected<ipc_rpc::byte_vector, std::error_code> device_object::original_document() {
+    const auto text = gvcp_master::fetch_document(*camera);
+    if (!text) return std::unexpected(text.error());
+    const auto bytes = std::as_bytes(std::span{*text});
+    return ipc_rpc::byte_vector{bytes.begin(), bytes.end()};
+}
+
+std::vector<ipc_rpc::event_message> device_object::take_events() {
+    const std::lock_guard guard{mutex};
+    std::vector<ipc_rpc::event_message> taken{std::make_move_iterator(events.begin()),
+                                              std::make_move_iterator(events.end())};
+    events.clear();
+    return taken;
+}
+
+std::expected<std::string, std::error_code> device_object::user_name() {
+    return camera->read_text(gige::gvcp::reg::user_name, user_name_bytes);
+}
+
+std::expected<std::shared_ptr<stream_lease>, std::error_code> device_object::acquire_stream() {
+    const std::lock_guard guard{mutex};
+    if (lease.lock()) return std::unexpected(make_error_code(gigecam_errc::busy));
+    auto created = std::make_shared<stream_lease>(shared_from_this());
+    lease = created;
+    return created;
+}
+
+std::expected<ipc_rpc::stream_channel_info, std::error_code> stream_lease::channel_info(uint32_t stream_index) {
+    if (stream_index != 0) return std::unexpected(make_error_code(gigecam_errc::invalid_parameter));
+    gvcp_master::device_control& camera = device->control();
+    ipc_rpc::stream_channel_info info;
+    info.channel_index = 0;
+    info.interface_ip = camera.local().address;
+    info.host_address = gige::to_string(camera.device().address);
+    info.dest_port = camera.device().port;
+    const auto high = camera.read_register(gige::gvcp::reg::tick_frequency_high);
+    const auto low = camera.read_register(gige::gvcp::reg::tick_frequency_low);
+    if (high && low) info.timestamp_tick_frequency = uint64_t{*high} << 32 | *low;
+    return info;
+}
+
+std::expected<void, std::error_code> stream_lease::request_resend(uint32_t channel, uint64_t block_id, uint32_t first,
+                                                                  uint32_t last, bool extended) {
+    if (const auto error = device->control().request_resend(channel, block_id, first, last, extended)) {
+        return std::unexpected(error);
+    }
+    return {};
+}
+
+} // namespace service

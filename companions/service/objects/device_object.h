@@ -1,0 +1,75 @@
+// One open camera of one client: control channel, document, events, settings block, the lease of its stream.
+#pragma once
+
+#include "service_core.h"
+
+#include "../gvcp/device_control.h"
+#include "../gvcp/message_receiver.h"
+
+#include <ipc_rpc/catalogue.h>
+
+#include <deque>
+#include <expected>
+#include <optional>
+#include <system_error>
+
+namespace service {
+
+class stream_lease;
+
+class device_object final : public std::enable_shared_from_this<device_object> {
+public:
+    [[nodiscard]] static std::expected<std::shared_ptr<device_object>, std::error_code>
+    open(std::shared_ptr<service_core> core, std::shared_ptr<client_session> session,
+         const gvcp_master::device_record& record, ipc_rpc::open_access access);
+    ~device_object();
+
+    [[nodiscard]] ipc_rpc::device_service_info service_info() const;
+    [[nodiscard]] std::expected<ipc_rpc::byte_vector, std::error_code> read_mem(uint64_t address, uint64_t size,
+                                                                                uint64_t timeout);
+    [[nodiscard]] std::expected<uint64_t, std::error_code> write_mem(uint64_t address, std::span<const std::byte> bytes,
+                                                                     uint64_t timeout);
+    [[nodiscard]] std::expected<std::vector<ipc_rpc::url_info>, std::error_code> url_list();
+    [[nodiscard]] std::expected<ipc_rpc::byte_vector, std::error_code> original_document();
+    [[nodiscard]] std::vector<ipc_rpc::event_message> take_events();
+    [[nodiscard]] std::expected<std::shared_ptr<stream_lease>, std::error_code> acquire_stream();
+    [[nodiscard]] std::expected<std::string, std::error_code> user_name();
+    [[nodiscard]] gvcp_master::device_control& control() noexcept { return *camera; }
+
+private:
+    struct settings_memory;
+
+    device_object(std::shared_ptr<service_core> shared, const gvcp_master::device_record& found);
+    [[nodiscard]] std::error_code init(std::shared_ptr<client_session> session, ipc_rpc::open_access access);
+    void open_events(ipc_rpc::open_access access);
+
+    std::shared_ptr<service_core> core;
+    const gvcp_master::device_record record;
+    std::shared_ptr<client_session::number> lost_number;
+    std::shared_ptr<client_session::number> event_number;
+    std::unique_ptr<settings_memory> settings;
+
+    std::mutex mutex;                          // guards what follows
+    std::optional<std::string> plain_document; // of a camera whose own cannot be read as it lies in its registers
+    std::weak_ptr<stream_lease> lease;
+    std::deque<ipc_rpc::event_message> events;
+
+    // In this order: the receiver uses the control channel, both use the rest.
+    std::unique_ptr<gvcp_master::device_control> camera;
+    std::unique_ptr<gvcp_master::message_receiver> receiver;
+};
+
+// The right to the camera's stream channel; at most one at a time.
+class stream_lease final {
+public:
+    explicit stream_lease(std::shared_ptr<device_object> owner) : device(std::move(owner)) {}
+
+    [[nodiscard]] std::expected<ipc_rpc::stream_channel_info, std::error_code> channel_info(uint32_t stream_index);
+    [[nodiscard]] std::expected<void, std::error_code> request_resend(uint32_t channel, uint64_t block_id,
+                                                                      uint32_t first, uint32_t last, bool extended);
+
+private:
+    std::shared_ptr<device_object> device;
+};
+
+} // namespace service

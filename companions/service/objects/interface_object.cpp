@@ -1,0 +1,162 @@
+#include "interface_object.h"
+
+#include "device_object.h"
+
+#include "../gvcp/broadcast_commands.h"
+#include "../gvcp/control_channel.h"
+
+#include <gds_shared/gigecam_error.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace service {
+
+namespace {
+
+constexpr std::chrono::milliseconds privilege_query_time{100};
+
+// Readable where it can be, unique because the MAC is. A camera without a serial number is named by its MAC alone.
+std::string device_id_of(const gvcp_master::device_record& record) {
+    const auto& tail = record.serial.empty() ? fmt::format("{:012X}", record.mac) : record.serial;
+    return fmt::format("{}-{}-{}", record.vendor, record.model, tail);
+}
+
+std::vector<std::string> device_ids(const std::vector<gvcp_master::device_record>& devices) {
+    std::vector<std::string> ids;
+    for (const auto& record : devices) ids.push_back(device_id_of(record));
+    // Makers' serial numbers are not always unique, and a simulated camera's MAC may not be either.
+    std::vector<std::string> unique = ids;
+    for (size_t i = 0; i < ids.size(); ++i) {
+        if (std::ranges::count(ids, ids[i]) > 1) {
+            unique[i] = fmt::format("{}@{}", ids[i], gige::to_string(devices[i].address));
+        }
+    }
+    return unique;
+}
+
+// 3 when another controller holds the device, else 0. A camera under exclusive access refuses even the question.
+uint32_t control_state_of(service_core& core, const gvcp_master::device_record& record) {
+    if (core.is_held(record.mac)) return ipc_rpc::control_state_held;
+    if (!record.reachable) return 0;
+    auto channel = gvcp_master::control_channel::open({record.address, gige::gvcp::port}, record.local_address);
+    if (!channel) return 0;
+    const auto privilege = (*channel)->read_register(gige::gvcp::reg::privilege, privilege_query_time);
+    if (!privilege) {
+        return privilege.error() == make_error_code(gds_shared::gigecam_errc::access_denied)
+                   ? ipc_rpc::control_state_held
+                   : 0;
+    }
+    const bool held = (*privilege & (gige::gvcp::bits::exclusive | gige::gvcp::bits::control)) != 0;
+    return held ? ipc_rpc::control_state_held : 0;
+}
+
+ipc_rpc::reachable_status reachable_of(const gvcp_master::device_record& record) {
+    return record.reachable ? ipc_rpc::reachable_status::reachable : ipc_rpc::reachable_status::unreachable;
+}
+
+std::unexpected<std::error_code> no_such_device() {
+    return std::unexpected(std::make_error_code(std::errc::no_such_device));
+}
+
+} // namespace
+
+interface_object::interface_object(std::shared_ptr<service_core> shared, std::shared_ptr<client_session> client,
+                                   std::string interface_name)
+    : core(std::move(shared)),
+      session(std::move(client)),
+      name(std::move(interface_name)),
+      devices_changed(session->allocate()),
+      messages_pending(session->allocate()) {
+    if (devices_changed) core->watch_devices(name, devices_changed);
+}
+
+std::expected<ipc_rpc::interface_service_info, std::error_code> interface_object::service_info() {
+    if (!devices_changed || !messages_pending) {
+        return std::unexpected(std::make_error_code(std::errc::resource_unavailable_try_again));
+    }
+    return ipc_rpc::interface_service_info{devices_changed->get(), messages_pending->get()};
+}
+
+std::optional<gvcp_master::discovery::found_interface> interface_object::current() const {
+    auto list = core->discovery().list();
+    const auto found = std::ranges::find_if(list, [&](const auto& entry) { return entry.network.name == name; });
+    if (found == list.end()) return std::nullopt;
+    return std::move(*found);
+}
+
+std::optional<gvcp_master::device_record> interface_object::find_device(const std::string& id) const {
+    const auto interface = current();
+    if (!interface) return std::nullopt;
+    const auto ids = device_ids(interface->devices);
+    const auto found = std::ranges::find(ids, id);
+    if (found == ids.end()) return std::nullopt;
+    return interface->devices[static_cast<size_t>(found - ids.begin())];
+}
+
+std::expected<std::vector<ipc_rpc::device_desc>, std::error_code> interface_object::enum_devices() const {
+    const auto interface = current();
+    if (!interface) return no_such_device();
+    const auto ids = device_ids(interface->devices);
+    std::vector<ipc_rpc::device_desc> list;
+    for (size_t i = 0; i < ids.size(); ++i) {
+        const gvcp_master::device_record& record = interface->devices[i];
+        ipc_rpc::device_desc desc;
+        desc.id = ids[i];
+        desc.vendor = record.vendor;
+        desc.model = record.model;
+        desc.tl_type = "GEV";
+        const std::string& called = record.user_name.empty() ? record.serial : record.user_name;
+        desc.display_name = called.empty() ? fmt::format("{} {}", record.vendor, record.model)
+                                           : fmt::format("{} {} ({})", record.vendor, record.model, called);
+        desc.version = record.device_version;
+        desc.serial_number = record.serial;
+        desc.user_defined_name = record.user_name;
+        desc.reachable_status = static_cast<decltype(desc.reachable_status)>(reachable_of(record));
+        desc.control_state = control_state_of(*core, record);
+        desc.net_info = {record.address, record.mask, record.gateway, 0, record.mac};
+        list.push_back(std::move(desc));
+    }
+    return list;
+}
+
+std::expected<std::shared_ptr<device_object>, std::error_code>
+interface_object::open_device(const std::string& id, ipc_rpc::open_access access) const {
+    const auto record = find_device(id);
+    if (!record) return no_such_device();
+    if (!record->reachable) return std::unexpected(std::make_error_code(std::errc::host_unreachable));
+    return device_object::open(core, session, *record, access);
+}
+
+std::expected<uint32_t, std::error_code> interface_object::device_reachable(const std::string& id) const {
+    const auto record = find_device(id);
+    if (!record) return no_such_device();
+    return static_cast<uint32_t>(reachable_of(*record));
+}
+
+std::expected<void, std::error_code> interface_object::force_ip(uint64_t mac, uint32_t address, uint32_t mask,
+                                                                uint32_t gateway) const {
+    const auto interface = current();
+    if (!interface) return no_such_device();
+    if (const auto error = gvcp_master::force_ip(interface->network, mac, address, mask, gateway)) {
+        return std::unexpected(error);
+    }
+    return {};
+}
+
+std::expected<void, std::error_code> interface_object::send_action(uint32_t device_key, uint32_t group_key,
+                                                                   uint32_t group_mask, bool scheduled, uint64_t time,
+                                                                   bool all_interfaces) const {
+    const gvcp_master::action_command action{device_key, group_key, group_mask,
+                                             scheduled ? std::optional{time} : std::nullopt};
+    for (const auto& entry : core->discovery().list()) {
+        if (!all_interfaces && entry.network.name != name) continue;
+        if (const auto sent = gvcp_master::send_action(entry.network, action); !sent) {
+            return std::unexpected(sent.error());
+        }
+    }
+    return {};
+}
+
+} // namespace service

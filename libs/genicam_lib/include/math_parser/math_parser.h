@@ -1,0 +1,158 @@
+// Formulas of GenICam documents: compiled once to a postfix program, run on each evaluation. Knows nothing of nodes:
+// names reach it through a lookup function, values through a fetch function.
+//
+// Precedence, loose to tight, each level associating to the left:
+//   ? :  |  >= <= <> > < = && ||  |  & | ^ >> <<  |  + -  |  ** % * /  |  unary - + ~
+// This is not C's table, and "**" is no tighter than "*": documents rely on it.
+#pragma once
+
+#include <GenICam/error.h>
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace math_parser {
+
+// The only value type: a signed 64-bit integer or a double.
+class tValue {
+public:
+    constexpr tValue() noexcept = default;
+    constexpr tValue(int64_t value) noexcept : bits(value) {} // NOLINT(google-explicit-constructor)
+    constexpr tValue(double value) noexcept                   // NOLINT(google-explicit-constructor)
+        : bits(std::bit_cast<int64_t>(value)), integer(false) {}
+
+    [[nodiscard]] constexpr bool is_integer() const noexcept { return integer; }
+    // A double is rounded half away from zero; what does not fit is the nearest 64-bit integer, NaN is 0.
+    [[nodiscard]] int64_t to_integer() const noexcept;
+    [[nodiscard]] constexpr double to_double() const noexcept {
+        return integer ? static_cast<double>(bits) : std::bit_cast<double>(bits);
+    }
+    // NaN counts as true.
+    [[nodiscard]] constexpr bool to_bool() const noexcept {
+        return integer ? bits != 0 : std::bit_cast<double>(bits) != 0.0;
+    }
+
+private:
+    int64_t bits = 0;
+    bool integer = true;
+};
+
+// Half away from zero, as a double.
+[[nodiscard]] double half_away(double value) noexcept;
+// half_away, then to 64 bits; saturates, NaN is 0.
+[[nodiscard]] int64_t round_to_integer(double value) noexcept;
+// Toward zero; saturates, NaN is 0.
+[[nodiscard]] int64_t truncate_to_integer(double value) noexcept;
+
+// Outcome of the parser. end_of_text is a success as well: an operator without a right side ends the program.
+enum class parse_status : int {
+    success = 0,
+    end_of_text = 1,
+    invalid_token = 2,
+    unknown_variable = 3,
+    unknown_function = 4,
+    output_full = 5,
+    no_closing_parenthesis_or_comma = 6,
+    no_colon = 7,
+    no_closing_parenthesis = 8,
+    nothing_after_unary = 9,
+    no_factor = 10,
+    not_evaluated = 11, // nested deeper than any sound formula
+};
+[[nodiscard]] std::string_view status_text(parse_status status) noexcept;
+
+class compiled_formula_data;
+
+// What a name means: a variable (an identifier id, never 0), a constant, or a formula whose tokens are copied in.
+using lookup_func_result_t = std::variant<uint64_t, tValue, const compiled_formula_data*>;
+using lookup_func_t = std::function<std::optional<lookup_func_result_t>(std::string_view name)>;
+using log_func_t = std::function<void(std::string_view text)>;
+
+struct compile_report {
+    parse_status status = parse_status::success;
+    std::size_t offset = 0; // where in the text the last token began
+};
+
+// bad_formula when the status is worse than end_of_text. Text after a complete expression is ignored. `log` takes one
+// line about an unknown variable and one about a failure. `report`, if given, is filled in every case.
+[[nodiscard]] GenICam::result<compiled_formula_data> compile_formula(std::string_view text, const lookup_func_t& lookup,
+                                                                     const log_func_t& log = {},
+                                                                     compile_report* report = nullptr);
+
+// Why a run failed; the text is for a log.
+struct execution_error {
+    std::error_code code;
+    const char* text = "";
+};
+
+// A reference to the function that gives a variable its value; the function must outlive the run. On failure it
+// returns the error and leaves `value` alone.
+class fetch_func_ref {
+public:
+    template <class F>
+    requires std::is_invocable_r_v<std::error_code, F&, uint64_t, tValue&> fetch_func_ref(F& function)
+    noexcept // NOLINT(google-explicit-constructor)
+        : object(&function), call([](void* target, uint64_t id, tValue& value) -> std::error_code {
+              return (*static_cast<F*>(target))(id, value);
+          }) {}
+
+    std::error_code operator()(uint64_t id, tValue& value) const { return call(object, id, value); }
+
+private:
+    void* object;
+    std::error_code (*call)(void*, uint64_t, tValue&);
+};
+
+// A compiled program. Reentrant: one program may run on several threads.
+class compiled_formula_data {
+public:
+    enum class kind : uint8_t { integer, real, unary, binary, conditional, variable };
+    struct token {
+        kind what;
+        uint8_t operation; // which function, for unary and binary
+        int64_t payload;   // constant or identifier id
+    };
+
+    compiled_formula_data() noexcept;
+    compiled_formula_data(const compiled_formula_data& other);
+    compiled_formula_data(compiled_formula_data&& other) noexcept;
+    compiled_formula_data& operator=(const compiled_formula_data& other);
+    compiled_formula_data& operator=(compiled_formula_data&& other) noexcept;
+    ~compiled_formula_data() = default;
+
+    [[nodiscard]] bool empty() const noexcept { return count == 0; }
+    [[nodiscard]] std::size_t size() const noexcept { return count; }
+    [[nodiscard]] const token* begin() const noexcept { return data(); }
+    [[nodiscard]] const token* end() const noexcept { return data() + count; }
+
+    // Runs the program; allocates nothing while the stack stays within 20 values. An empty program answers
+    // not_implemented. Both branches of a conditional are evaluated, so an error in either counts. Integer division
+    // and remainder by zero, and INT64_MIN / -1, answer bad_formula.
+    [[nodiscard]] std::expected<tValue, execution_error> execute(fetch_func_ref fetch) const;
+
+    // False when the program has reached its limit.
+    [[nodiscard]] bool append(const token& next);
+
+private:
+    static constexpr std::size_t inline_capacity = 10;
+    // Expressions are expanded at each use, so a few lines could ask for any amount of memory.
+    static constexpr std::size_t maximum_size = 8192;
+
+    [[nodiscard]] const token* data() const noexcept { return heap ? heap.get() : local; }
+
+    std::unique_ptr<token[]> heap; // when more than the inline tokens are needed
+    uint32_t count = 0;
+    uint32_t capacity = inline_capacity;
+    uint32_t height = 0; // values on the stack after the last token
+    uint32_t depth = 0;  // the most values the stack holds in a run
+    token local[inline_capacity];
+};
+
+} // namespace math_parser

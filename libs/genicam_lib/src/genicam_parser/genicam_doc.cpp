@@ -1,0 +1,133 @@
+#include "genicam_doc.h"
+
+#include "impl/log.h"
+#include "impl/text_values.h"
+
+namespace GenICam {
+
+namespace impl {
+
+namespace {
+
+uint32_t version_of(pugi::xml_node root, const char* attribute, uint32_t standard) noexcept {
+    const auto value = parse_integer(root.attribute(attribute).value());
+    return value && *value >= 0 && *value <= UINT32_MAX ? static_cast<uint32_t>(*value) : standard;
+}
+
+// Intended: the dashes are asked for at 8, 12, 16 and 20. A text grouped 8-4-4-4-12 has them elsewhere and is left out,
+// so consumers that compare GUIDs see "none" on every such document, as they always have.
+std::array<char, 36> guid_of(pugi::xml_node root, const char* attribute) noexcept {
+    std::array<char, 36> guid{};
+    const std::string_view text = root.attribute(attribute).value();
+    if (text.size() < guid.size()) return guid;
+    for (const std::size_t dash : {8, 12, 16, 20}) {
+        if (text[dash] != '-') return guid;
+    }
+    text.copy(guid.data(), guid.size());
+    return guid;
+}
+
+} // namespace
+
+genicam_doc::~genicam_doc() {
+    for (INode* node : nodes) node->as_eval()->~IEval();
+}
+
+bool genicam_doc::parse(std::span<const std::byte> text) {
+    const pugi::xml_parse_result outcome = xml.load_buffer(text.data(), text.size());
+    if (!outcome) {
+        log(level_fault, "The XML document does contain errors : {} @ offset={}.", outcome.description(),
+            outcome.offset);
+        return false;
+    }
+    build();
+    return true;
+}
+
+void genicam_doc::build(pugi::xml_document&& document) {
+    xml = std::move(document);
+    build();
+}
+
+INode* genicam_doc::find_node(std::string_view name, NodeType_t type) const noexcept {
+    if (name.empty()) return nullptr;
+    // A category and a port may well share a name ("Device"), and the port is what makes the document work.
+    if (has_duplicate_names && type == NodeType_t::Port) {
+        for (INode* node : nodes) {
+            if (node->node_type() == type && node->get_name() == name) return node;
+        }
+        return nullptr;
+    }
+    INode* found = node_by_name.find(name);
+    return found != nullptr && found->node_type() == type ? found : nullptr;
+}
+
+INode* genicam_doc::find_node(std::string_view name) const noexcept {
+    return name.empty() ? nullptr : node_by_name.find(name);
+}
+
+void genicam_doc::for_each_node(const std::function<void(INode*)>& function) const {
+    for (INode* node : nodes) function(node);
+}
+
+document_info genicam_doc::get_document_info() const {
+    const pugi::xml_node root = xml.document_element();
+    document_info info;
+    info.model_name = root.attribute("ModelName").value();
+    info.vendor_name = root.attribute("VendorName").value();
+    info.tool_tip = root.attribute("ToolTip").value();
+    info.standard_name_space = parse_word<StandardNameSpace_t>(root.attribute("StandardNameSpace").value())
+                                   .value_or(StandardNameSpace_t::None);
+    info.schema_major = version_of(root, "SchemaMajorVersion", info.schema_major);
+    info.schema_minor = version_of(root, "SchemaMinorVersion", info.schema_minor);
+    info.schema_sub_minor = version_of(root, "SchemaSubMinorVersion", info.schema_sub_minor);
+    info.major = version_of(root, "MajorVersion", info.major);
+    info.minor = version_of(root, "MinorVersion", info.minor);
+    info.sub_minor = version_of(root, "SubMinorVersion", info.sub_minor);
+    info.product_guid = guid_of(root, "ProductGuid");
+    info.version_guid = guid_of(root, "VersionGuid");
+    return info;
+}
+
+bool genicam_doc::apply_event(uint64_t event_id, std::span<const std::byte> data) {
+    const auto found = event_nodes.find(event_id);
+    if (found == event_nodes.end()) return false;
+    for (IEval* node : found->second) {
+        if (auto* port = node_cast<IPort>(node->as_inode())) {
+            // A port bound to a device has logged its refusal; the other nodes get their event all the same.
+            (void)port->bind_readonly(data, bind_flags::invalidate | bind_flags::copy);
+        } else {
+            node->invalidate();
+        }
+    }
+    return true;
+}
+
+std::vector<INode*> genicam_doc::get_root_features() const {
+    const ICategory* root = get_root_category();
+    return root != nullptr ? root->get_all_features() : std::vector<INode*>{};
+}
+
+ICategory* genicam_doc::get_root_category() const noexcept {
+    return static_cast<ICategory*>(find_node("Root", NodeType_t::Category));
+}
+
+} // namespace impl
+
+std::unique_ptr<IGenICamDoc> create_document(std::span<const std::byte> text, uint16_t options) {
+    auto document = std::make_unique<impl::genicam_doc>(options);
+    if (!document->parse(text)) return nullptr;
+    return document;
+}
+
+std::unique_ptr<IGenICamDoc> create_document(std::string_view text, uint16_t options) {
+    return create_document(std::as_bytes(std::span{text}), options);
+}
+
+std::unique_ptr<IGenICamDoc> create_document(pugi::xml_document&& xml, uint16_t options) {
+    auto document = std::make_unique<impl::genicam_doc>(options);
+    document->build(std::move(xml));
+    return document;
+}
+
+} // namespace GenICam

@@ -1,0 +1,67 @@
+// The document: owner of the XML, of every node and of the tables that find them.
+#pragma once
+
+#include "impl/document_services.h"
+#include "impl/element_view.h"
+#include "impl/name_index.h"
+
+#include <GenICam/IGenICamDoc.h>
+
+#include <pugixml.hpp>
+
+#include <optional>
+#include <unordered_map>
+
+namespace GenICam::impl {
+
+// Nodes keep handles into the XML and read most properties from it on each call, so it stays as it is once built.
+class genicam_doc final : public IGenICamDoc, public document_services {
+public:
+    explicit genicam_doc(uint16_t options) noexcept
+        : force_no_cache_(static_cast<uint8_t>(options >> 8)), option_low(static_cast<uint8_t>(options & 0xFF)) {}
+    ~genicam_doc() override;
+
+    // False, and a message, when the text is not well-formed.
+    [[nodiscard]] bool parse(std::span<const std::byte> text);
+    void build(pugi::xml_document&& document);
+
+    [[nodiscard]] INode* find_node(std::string_view name, NodeType_t type) const noexcept override;
+    [[nodiscard]] INode* find_node(std::string_view name) const noexcept override;
+    void for_each_node(const std::function<void(INode*)>& function) const override;
+    [[nodiscard]] document_info get_document_info() const override;
+    [[nodiscard]] std::span<INode* const> get_streamable_nodes() const noexcept override { return streamable_nodes; }
+    [[nodiscard]] std::string get_document_url() const override { return {}; }
+    bool apply_event(uint64_t event_id, std::span<const std::byte> data) override;
+    [[nodiscard]] std::vector<INode*> get_root_features() const override;
+    [[nodiscard]] ICategory* get_root_category() const noexcept override;
+
+private:
+    void add_event_node(uint64_t event_id, IEval* node) override { event_nodes[event_id].push_back(node); }
+    [[nodiscard]] std::pmr::memory_resource& memory_resource() noexcept override { return node_memory; }
+    [[nodiscard]] bool force_no_cache() const noexcept override { return force_no_cache_ != 0; }
+    [[nodiscard]] const element_view& struct_view(pugi::xml_node struct_reg) override;
+    [[nodiscard]] closure_state& closures() noexcept override { return closures_; }
+
+    // The two phases, genicam_doc_build.cpp.
+    void build();
+    void create_nodes();
+    void create_node(pugi::xml_node element);
+    template <class T>
+    void add_node_object(const element_view& view);
+    void add_embedded_swissknifes(const element_view& view);
+    void resolve_nodes();
+
+    uint8_t force_no_cache_;
+    uint8_t option_low; // kept, no effect
+    bool has_duplicate_names = false;
+    std::pmr::monotonic_buffer_resource node_memory{48};
+    pugi::xml_document xml;
+    std::vector<INode*> nodes; // in creation order
+    name_index node_by_name;   // keys are texts of the XML
+    std::vector<INode*> streamable_nodes;
+    std::unordered_map<uint64_t, std::vector<IEval*>> event_nodes;
+    closure_state closures_;
+    std::optional<element_view> last_struct;
+};
+
+} // namespace GenICam::impl

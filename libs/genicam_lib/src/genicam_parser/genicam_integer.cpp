@@ -1,0 +1,64 @@
+#include "genicam_integer.h"
+
+#include "impl/log.h"
+
+namespace GenICam::impl {
+
+void integer_pValueCopy_type::do_resolve_references(document_services& services_, const element_view& view) {
+    target = resolve_pValue(*this, view);
+    for (const pugi::xml_node element : view.element().children()) {
+        const tag name_tag = tag_of(element.name());
+        if (name_tag != tag::pValue && name_tag != tag::pValueCopy) continue;
+        INode* node = element == view[tag::pValue] ? target : resolve_optional_node(element.name(), element);
+        if (node == nullptr) continue;
+        add_source(node);
+        all_targets.push_back(node, services_.memory_resource());
+    }
+    resolve_limits(view);
+}
+
+result<int64_t> integer_pValueCopy_type::get_val(unsigned flags) const {
+    const access_scope access{*this, false, flags};
+    if (access.error) return fail(access.error);
+    if (target == nullptr) return fail(genicam_errc::not_implemented);
+    return get_eval_val<int64_t>(*target, flags);
+}
+
+std::error_code integer_pValueCopy_type::set_val(int64_t value, unsigned flags) {
+    const access_scope access{*this, true, flags};
+    if (access.error) return access.error;
+    if (all_targets.empty()) return genicam_errc::not_implemented;
+    if (const auto error = check_value<int64_t>(*this, value, flags)) return error;
+    for (INode* node : all_targets.view()) {
+        if (const auto error = set_eval_val<int64_t>(*node, value, flags)) return error;
+    }
+    return {};
+}
+
+result<int64_t> integer_pValueCopy_type::get_min(unsigned flags) const {
+    const eval_scope steps;
+    if (!steps) return eval_scope::error();
+    if (!min.is_absent()) return min.get(flags);
+    int64_t largest = std::numeric_limits<int64_t>::min();
+    for (INode* node : all_targets.view()) {
+        const auto theirs = get_eval_limit<int64_t>(*node, limit::min, flags);
+        if (!theirs) return theirs;
+        largest = std::max(largest, *theirs);
+    }
+    return largest;
+}
+
+result<int64_t> integer_pValueCopy_type::get_max(unsigned flags) const {
+    const eval_scope steps;
+    if (!steps) return eval_scope::error();
+    if (!max.is_absent()) return max.get(flags);
+    int64_t smallest = std::numeric_limits<int64_t>::max();
+    for (INode* node : all_targets.view()) {
+        const auto theirs = get_eval_limit<int64_t>(*node, limit::max, flags);
+        if (!theirs) return theirs;
+        smallest = std::min(smallest, *theirs);
+    }
+    return smallest;
+}
+
+} // namespace GenICam::impl

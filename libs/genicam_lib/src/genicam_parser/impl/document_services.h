@@ -1,0 +1,32 @@
+// What a node sees of its document.
+#pragma once
+
+#include "IEval.h"
+
+#include <memory_resource>
+#include <mutex>
+
+namespace GenICam::impl {
+
+// One walk is under way at a time.
+struct closure_state {
+    std::mutex lock; // guards the rest, every IEval::visit and the arena once the build is over
+    uint32_t last_walk = 0;
+};
+
+class document_services {
+public:
+    [[nodiscard]] virtual INode* find_node(std::string_view name) const noexcept = 0;
+    virtual void add_event_node(uint64_t event_id, IEval* node) = 0;
+    [[nodiscard]] virtual std::pmr::memory_resource& memory_resource() noexcept = 0;
+    // Registers without a "Cachable" of their own are not cached.
+    [[nodiscard]] virtual bool force_no_cache() const noexcept = 0;
+    // The children of a "StructReg"; kept until the next one is asked for, as its entries follow each other.
+    [[nodiscard]] virtual const element_view& struct_view(pugi::xml_node struct_reg) = 0;
+    [[nodiscard]] virtual closure_state& closures() noexcept = 0;
+
+protected:
+    ~document_services() = default;
+};
+
+} // namespace GenICam::impl

@@ -1,0 +1,45 @@
+#include "element_view.h"
+
+#include <cstddef>
+
+namespace GenICam::impl {
+
+namespace {
+
+constexpr std::string_view names[] = {
+#define GENICAM_NAME(name) #name,
+    GENICAM_ELEMENT_NAMES(GENICAM_NAME)
+#undef GENICAM_NAME
+};
+
+constexpr std::size_t table_size = 512;
+
+// Length, both ends and two characters within tell the names apart well; what still meets takes the next free place.
+constexpr std::size_t place_of(std::string_view name) noexcept {
+    const auto at = [&](std::size_t i) { return static_cast<unsigned char>(name[i]); };
+    const std::size_t n = name.size();
+    return (n * 37 + at(0) * 7 + at(1) * 61 + at(n - 1) * 131 + at(n / 2) * 19) % table_size;
+}
+
+constexpr auto table = [] {
+    std::array<tag, table_size> places{};
+    places.fill(tag::none);
+    for (std::size_t i = 0; i < std::size(names); ++i) {
+        std::size_t place = place_of(names[i]);
+        while (places[place] != tag::none) place = (place + 1) % table_size;
+        places[place] = static_cast<tag>(i);
+    }
+    return places;
+}();
+
+} // namespace
+
+tag tag_of(std::string_view name) noexcept {
+    if (name.size() < 3) return tag::none;
+    for (std::size_t place = place_of(name); table[place] != tag::none; place = (place + 1) % table_size) {
+        if (names[static_cast<std::size_t>(table[place])] == name) return table[place];
+    }
+    return tag::none;
+}
+
+} // namespace GenICam::impl

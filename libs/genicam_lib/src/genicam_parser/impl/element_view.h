@@ -1,0 +1,67 @@
+// One walk over the children of an XML element, so that a node is built without a search per property.
+#pragma once
+
+#include <pugixml.hpp>
+
+#include <array>
+#include <cstdint>
+#include <string_view>
+
+namespace GenICam::impl {
+
+#define GENICAM_ELEMENT_NAMES(X)                                                                                       \
+    X(AccessMode)                                                                                                      \
+    X(Address)                                                                                                         \
+    X(Bit)                                                                                                             \
+    X(Boolean)                                                                                                         \
+    X(CacheChunkData)                                                                                                  \
+    X(Cachable) X(Category) X(ChunkID) X(Command) X(CommandValue) X(Constant) X(Converter) X(Endianess) X(EnumEntry)   \
+        X(Enumeration) X(EventID) X(Expression) X(Extension) X(Float) X(FloatReg) X(Formula) X(FormulaFrom)            \
+            X(FormulaTo) X(Group) X(ImposedAccessMode) X(Inc) X(IntConverter) X(Integer) X(IntReg) X(IntSwissKnife)    \
+                X(IsLinear) X(IsSelfClearing) X(LSB) X(Length) X(MSB) X(MaskedIntReg) X(Max) X(Min) X(NumericValue)    \
+                    X(OffValue) X(OnValue) X(Port) X(Register) X(Sign) X(Slope) X(Streamable) X(String) X(StringReg)   \
+                        X(StructEntry) X(StructReg) X(SwissKnife) X(ValidValueSet) X(Value) X(ValueDefault)            \
+                            X(ValueIndexed) X(pAddress) X(pChunkID) X(pCommandValue) X(pFeature) X(pInc) X(pIndex)     \
+                                X(pInvalidator) X(pIsAvailable) X(pIsImplemented) X(pIsLocked) X(pLength) X(pMax)      \
+                                    X(pMin) X(pPort) X(pSelected) X(pValue) X(pValueCopy) X(pValueDefault)             \
+                                        X(pValueIndexed) X(pVariable)
+
+enum class tag : uint8_t {
+#define GENICAM_TAG(name) name,
+    GENICAM_ELEMENT_NAMES(GENICAM_TAG)
+#undef GENICAM_TAG
+        none // any other element
+};
+inline constexpr std::size_t tag_count = static_cast<std::size_t>(tag::none);
+
+[[nodiscard]] tag tag_of(std::string_view element_name) noexcept;
+
+// The first child of each name. Valid as long as the XML document; cheap enough to be made where it is needed.
+class element_view {
+public:
+    explicit element_view(pugi::xml_node element) noexcept : self(element) {
+        for (const pugi::xml_node child : element.children()) {
+            const tag name = tag_of(child.name());
+            if (name == tag::none) continue;
+            pugi::xml_node& slot = first[static_cast<std::size_t>(name)];
+            if (!slot) slot = child;
+        }
+    }
+
+    [[nodiscard]] pugi::xml_node element() const noexcept { return self; }
+    // Null when there is no such child.
+    [[nodiscard]] pugi::xml_node operator[](tag name) const noexcept { return first[static_cast<std::size_t>(name)]; }
+    [[nodiscard]] bool has(tag name) const noexcept { return !!(*this)[name]; }
+
+    // Calls function(xml_node) for every child of the name, in document order.
+    template <class F>
+    void for_each(tag name, F&& function) const {
+        for (pugi::xml_node child = (*this)[name]; child; child = child.next_sibling(child.name())) function(child);
+    }
+
+private:
+    pugi::xml_node self;
+    std::array<pugi::xml_node, tag_count + 1> first; // the last stays null, it stands for "no such element"
+};
+
+} // namespace GenICam::impl

@@ -1,0 +1,57 @@
+// The bound on what one access may cause. Nodes refer to each other freely, so a faulty document can ask for an
+// evaluation without end: a pValue that leads back to itself, a formula that reads itself, or a short list of nodes
+// that each read the next twice. An access therefore counts its depth (which bounds the stack) and its steps (which
+// bound the time). Per thread, not per document: a port serves several threads at once.
+#pragma once
+
+#include <GenICam/error.h>
+
+namespace GenICam::impl {
+
+struct eval_state {
+    unsigned depth = 0;
+    unsigned steps_left = 0;
+};
+
+inline constinit thread_local eval_state current_eval{};
+
+class eval_scope {
+public:
+    // Real documents stay below 40 levels and some hundred steps.
+    static constexpr unsigned maximum_depth = 160;
+    static constexpr unsigned maximum_steps = 100'000;
+
+    eval_scope() noexcept : state(current_eval) {
+        if (state.depth++ == 0) state.steps_left = maximum_steps;
+        passed = state.depth <= maximum_depth && state.steps_left != 0;
+        if (state.steps_left != 0) --state.steps_left;
+    }
+    ~eval_scope() { --state.depth; }
+    eval_scope(const eval_scope&) = delete;
+    eval_scope& operator=(const eval_scope&) = delete;
+
+    [[nodiscard]] explicit operator bool() const noexcept { return passed; }
+    [[nodiscard]] static std::unexpected<std::error_code> error() noexcept {
+        return fail(genicam_errc::invalid_document);
+    }
+
+private:
+    eval_state& state;
+    bool passed;
+};
+
+// While a user's callback runs within an access it has steps of its own.
+class eval_callback_scope {
+public:
+    eval_callback_scope() noexcept : kept(current_eval.steps_left) {
+        current_eval.steps_left = eval_scope::maximum_steps;
+    }
+    ~eval_callback_scope() { current_eval.steps_left = kept; }
+    eval_callback_scope(const eval_callback_scope&) = delete;
+    eval_callback_scope& operator=(const eval_callback_scope&) = delete;
+
+private:
+    unsigned kept;
+};
+
+} // namespace GenICam::impl

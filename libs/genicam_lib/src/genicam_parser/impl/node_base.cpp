@@ -1,0 +1,251 @@
+#include "node_base.h"
+
+#include "eval_helper.h"
+#include "log.h"
+#include "text_values.h"
+
+#include <algorithm>
+#include <unordered_set>
+
+namespace GenICam::impl {
+
+namespace {
+bool contains(std::span<IEval* const> nodes, const IEval* node) noexcept {
+    return std::ranges::find(nodes, node) != nodes.end();
+}
+} // namespace
+
+node_base_data::node_base_data(document_services& services_, const element_view& view)
+    : name(view.element().attribute("Name").value()), xml(view.element()), services(&services_) {
+    if (const pugi::xml_node imposed = view[tag::ImposedAccessMode]) {
+        imposed_access = parse_word<Access_t>(text_of(imposed));
+        if (!imposed_access)
+            log(level_fault, "{}. Failed to parse 'ImposedAccessMode' node contents: '{}'.", name, text_of(imposed));
+    }
+    read_extensions(view);
+    if (const pugi::xml_node element = view[tag::Streamable]) {
+        const auto word = parse_word<YesNo_t>(text_of(element));
+        if (!word) log(level_fault, "{}. Failed to parse 'Streamable' xml node contents '{}'.", name, text_of(element));
+        streamable = word == YesNo_t::Yes;
+    }
+}
+
+void node_base_data::read_extensions(const element_view& view) {
+    const pugi::xml_node extension = view[tag::Extension];
+    if (!extension) return;
+    std::size_t count = 0;
+    for (const pugi::xml_node entry : extension.children()) count += entry.type() == pugi::node_element;
+    if (count == 0) return;
+    auto* entries = static_cast<extension_entry*>(
+        services->memory_resource().allocate(count * sizeof(extension_entry), alignof(extension_entry)));
+    std::size_t i = 0;
+    for (const pugi::xml_node entry : extension.children()) {
+        if (entry.type() == pugi::node_element)
+            std::construct_at(entries + i++, extension_entry{entry.name(), entry.child_value()});
+    }
+    extensions = {entries, count};
+}
+
+void node_base_data::resolve_references() {
+    const element_view view{xml};
+    is_implemented_node = resolve_state_link("pIsImplemented", view[tag::pIsImplemented]);
+    is_available_node = resolve_state_link("pIsAvailable", view[tag::pIsAvailable]);
+    is_locked_node = resolve_state_link("pIsLocked", view[tag::pIsLocked]);
+    view.for_each(tag::pInvalidator, [&](pugi::xml_node element) {
+        if (INode* target = resolve_node_contents(element)) target->as_eval()->add_invalidates(this);
+    });
+    if (const pugi::xml_node element = view[tag::EventID]) {
+        if (const auto id = parse_hex(text_of(element))) services->add_event_node(*id, this);
+    }
+    do_resolve_references(*services, view);
+}
+
+INode* node_base_data::resolve_state_link(std::string_view element_name, pugi::xml_node element) {
+    if (!element) return nullptr;
+    const std::string_view target_name = text_of(element);
+    INode* target = services->find_node(target_name);
+    if (target == nullptr) {
+        log(level_fault, "{}. Xml-node '{}', failed to find link target '{}'.", name, element_name, target_name);
+        return nullptr;
+    }
+    switch (target->node_type()) {
+    case NodeType_t::Integer:
+    case NodeType_t::Float:
+    case NodeType_t::Enumeration:
+    case NodeType_t::Boolean:
+        break;
+    default:
+        log(level_fault, "{}. Xml-node '{}', INode '{}' is not Boolean compatible.", name, element_name,
+            target->get_name());
+        return nullptr;
+    }
+    target->as_eval()->add_user(this);
+    return target;
+}
+
+INode* node_base_data::resolve_optional_node(std::string_view element_name, pugi::xml_node element) const {
+    if (!element) return nullptr;
+    INode* target = services->find_node(text_of(element));
+    if (target == nullptr)
+        log(level_fault, "{}. Failed to resolve '{}' xml node contents '{}'.", name, element_name, text_of(element));
+    return target;
+}
+
+INode* node_base_data::resolve_node_contents(pugi::xml_node element) const {
+    INode* target = services->find_node(text_of(element));
+    if (target == nullptr)
+        log(level_fault, "{}. Failed to resolve xml_node '{}' contents '{}' due no node with that name.", name,
+            element.name(), text_of(element));
+    return target;
+}
+
+void node_base_data::add_source(INode* node) {
+    if (node == nullptr) return;
+    IEval* source = node->as_eval();
+    source->add_user(this);
+    if (!contains(sources.view(), source)) sources.push_back(source, services->memory_resource());
+}
+
+void node_base_data::resolve_selected(const element_view& view) {
+    std::vector<INode*> found;
+    view.for_each(tag::pSelected, [&](pugi::xml_node element) {
+        INode* target = resolve_optional_node("pSelected", element);
+        if (target == nullptr) return;
+        found.push_back(target);
+        target->as_eval()->add_selecting(as_inode());
+        add_invalidates(target->as_eval());
+    });
+    if (found.empty()) return;
+    auto* kept =
+        static_cast<INode**>(services->memory_resource().allocate(found.size() * sizeof(INode*), alignof(INode*)));
+    std::ranges::copy(found, kept);
+    selected = {kept, found.size()};
+}
+
+void node_base_data::add_invalidates(IEval* node) {
+    const auto present = invalidates.view();
+    if (!present.empty() && present.back() == node) return;
+    if (!contains(present, node)) invalidates.push_back(node, services->memory_resource());
+}
+
+void node_base_data::add_selecting(INode* node) { selecting.push_back(node, services->memory_resource()); }
+
+void node_base_data::collect_sources(std::vector<IEval*>& out) const {
+    const auto declared = invalidates.view();
+    out.insert(out.end(), declared.begin(), declared.end());
+    collect_value_sources(out);
+}
+
+void node_base_data::collect_value_sources(std::vector<IEval*>& out) const {
+    const auto read = sources.view();
+    out.insert(out.end(), read.begin(), read.end());
+}
+
+void node_base_data::build_event_closure() { (void)event_closure.get(*this, closure_start::sources, *services); }
+
+void node_base_data::invalidate() {
+    const auto closure = event_closure.get(*this, closure_start::sources, *services);
+    for (IEval* node : closure) node->on_invalidate();
+    for (IEval* node : closure) node->notify_invalidated();
+}
+
+void node_base_data::notify_invalidated() {
+    if (!on_invalidated) return;
+    // The callback may replace itself while it runs.
+    const auto running = on_invalidated;
+    const eval_callback_scope steps;
+    (*running)(*as_inode());
+}
+
+std::error_code node_base_data::check_access(bool is_write, unsigned flags) const {
+    if (flags & access_flags::no_access_check) return {};
+    if (is_implemented_node != nullptr) {
+        if (const auto state = get_eval_val<bool>(*is_implemented_node, flags); state && !*state)
+            return genicam_errc::node_not_implemented;
+    }
+    if (is_available_node != nullptr) {
+        if (const auto state = get_eval_val<bool>(*is_available_node, flags); state && !*state)
+            return genicam_errc::node_not_available;
+    }
+    const Access_t mode = effective_access_mode();
+    // Intended: RW is settled before the lock is looked at, so pIsLocked speaks only for nodes whose effective mode is
+    // RO or WO. Documents impose RO on what they lock.
+    if (mode == Access_t::RW) return {};
+    if (!is_write) return mode == Access_t::WO ? genicam_errc::access_denied : std::error_code{};
+    if (!(flags & access_flags::ignore_lock) && is_locked_node != nullptr) {
+        if (const auto state = get_eval_val<bool>(*is_locked_node, flags); state && *state)
+            return genicam_errc::node_locked;
+    }
+    return mode == Access_t::RO ? genicam_errc::access_denied : std::error_code{};
+}
+
+void node_base_data::set_actual_access_mode(Access_t mode) {
+    if (!imposed_access) {
+        imposed_access = mode;
+    } else if (*imposed_access != mode) {
+        log(level_fault, "{}. Tried to change access mode from ImposedAccessMode of '{}' to '{}'.", name,
+            word_of(*imposed_access), word_of(mode));
+    }
+}
+
+Access_t node_base_data::effective_access_mode() const {
+    if (imposed_access) return *imposed_access;
+    const eval_scope steps;
+    if (!steps) return Access_t::RW;
+    const INode* source = get_access_source();
+    return source != nullptr ? source->get_access_mode() : Access_t::RW;
+}
+
+std::string_view node_base_data::child_text(const char* element_name) const noexcept {
+    return xml.child_value(element_name);
+}
+
+INode* node_base_data::linked_node(const char* element_name) const noexcept {
+    return services->find_node(text_of(xml.child(element_name)));
+}
+
+Visibility_t node_base_data::visibility() const {
+    const pugi::xml_node element = xml.child("Visibility");
+    if (!element) return Visibility_t::Beginner;
+    const auto word = parse_word<Visibility_t>(text_of(element));
+    if (!word) log(level_fault, "{}. Failed to parse 'Visibility' xml node contents '{}'.", name, text_of(element));
+    return word.value_or(Visibility_t::Beginner);
+}
+
+result<bool> node_base_data::linked_state(INode* link, bool without, unsigned flags) const {
+    if (link == nullptr) return without;
+    return get_eval_val<bool>(*link, flags);
+}
+
+void node_base_data::dependent_nodes(std::vector<INode*>& out) {
+    std::unordered_set<IEval*> seen{this};
+    std::vector<IEval*> order{this};
+    for (std::size_t at = 0; at < order.size(); ++at) {
+        const auto take = [&](std::span<IEval* const> nodes) {
+            for (IEval* node : nodes) {
+                if (seen.insert(node).second) order.push_back(node);
+            }
+        };
+        take(order[at]->get_invalidates());
+        take(order[at]->get_users());
+    }
+    out.reserve(out.size() + order.size() - 1);
+    for (std::size_t at = 1; at < order.size(); ++at) out.push_back(order[at]->as_inode());
+}
+
+void node_base_with_users::add_user(IEval* node) {
+    const auto present = users.view();
+    if (present.empty() || present.back() != node) users.push_back(node, services->memory_resource());
+}
+
+void node_base_impl_value::build_dependents() { (void)value_closure.get(*this, closure_start::users, *services); }
+
+void node_base_impl_value::invalidate_dependents(bool skip_self) {
+    const auto closure = value_closure.get(*this, closure_start::users, *services);
+    for (IEval* node : closure) {
+        if (!skip_self || node != this) node->on_invalidate();
+    }
+    for (IEval* node : closure) node->notify_invalidated();
+}
+
+} // namespace GenICam::impl

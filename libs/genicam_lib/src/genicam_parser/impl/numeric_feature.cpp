@@ -1,0 +1,145 @@
+#include "numeric_feature.h"
+
+#include "log.h"
+
+namespace GenICam::impl {
+
+template <class T>
+std::error_code refused_value(std::string_view node, T value, genicam_errc code) {
+    const std::error_code error = code;
+    if (sink_for(level_notice) != nullptr)
+        log(level_notice, "{}. Failed range check for parameter value={}. Err: {}.", node, value, error.message());
+    return error;
+}
+
+template <>
+std::error_code check_value<int64_t>(const IInteger& node, int64_t value, unsigned flags) {
+    if (flags & access_flags::no_range_check) return {};
+    if (const auto set = node.get_valid_value_set(flags); set && std::ranges::find(*set, value) == set->end())
+        return refused_value(node.get_name(), value, genicam_errc::not_in_value_set);
+    if (const auto lowest = node.get_min(flags); lowest && value < *lowest)
+        return refused_value(node.get_name(), value, genicam_errc::value_out_of_range);
+    if (const auto highest = node.get_max(flags); highest && value > *highest)
+        return refused_value(node.get_name(), value, genicam_errc::value_out_of_range);
+    // Intended: the value itself is divided, not its distance from the minimum as the standard has it. Cameras whose
+    // minimum is no multiple of their increment are documented for this reading.
+    if (const auto inc = node.get_inc(flags); inc && *inc != 0) {
+        // |-2^63| only divides 0 and itself; taken as unsigned it needs no special case.
+        const auto step = *inc < 0 ? 0 - static_cast<uint64_t>(*inc) : static_cast<uint64_t>(*inc);
+        const auto magnitude = value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
+        if (magnitude % step != 0) return refused_value(node.get_name(), value, genicam_errc::not_on_increment);
+    }
+    return {};
+}
+
+template <>
+std::error_code check_value<double>(const IFloat& node, double value, unsigned flags) {
+    // Values that went through a converter and back miss their limit by a rounding error.
+    constexpr double tolerance = 1e-5;
+    if (flags & access_flags::no_range_check) return {};
+    if (const auto lowest = node.get_min(flags); lowest && *lowest - value >= tolerance)
+        return refused_value(node.get_name(), value, genicam_errc::value_out_of_range);
+    if (const auto highest = node.get_max(flags); highest && value - *highest >= tolerance)
+        return refused_value(node.get_name(), value, genicam_errc::value_out_of_range);
+    return {};
+}
+
+template <class T>
+result<std::vector<T>> valid_values_of(INode& node, unsigned flags) {
+    const auto converted = [](const auto& values) -> result<std::vector<T>> {
+        if (!values) return fail(values.error());
+        if constexpr (std::is_same_v<decltype(*values), const std::vector<T>&>) {
+            return *values;
+        } else {
+            std::vector<T> out;
+            out.reserve(values->size());
+            for (const auto value : *values) {
+                if constexpr (std::is_integral_v<T>) {
+                    out.push_back(math_parser::round_to_integer(value));
+                } else {
+                    out.push_back(static_cast<T>(value));
+                }
+            }
+            return out;
+        }
+    };
+    switch (node.node_type()) {
+    case NodeType_t::Integer:
+        return converted(static_cast<IInteger&>(node).get_valid_value_set(flags));
+    case NodeType_t::Float:
+        return converted(static_cast<IFloat&>(node).get_valid_value_set(flags));
+    default:
+        return fail(genicam_errc::not_implemented);
+    }
+}
+
+IncMode_t inc_mode_of(INode& node) {
+    switch (node.node_type()) {
+    case NodeType_t::Integer:
+        return static_cast<IInteger&>(node).get_inc_mode();
+    case NodeType_t::Float:
+        return static_cast<IFloat&>(node).get_inc_mode();
+    default:
+        return IncMode_t::None;
+    }
+}
+
+std::string_view unit_of(INode& node) {
+    switch (node.node_type()) {
+    case NodeType_t::Integer:
+        return static_cast<IInteger&>(node).get_unit();
+    case NodeType_t::Float:
+        return static_cast<IFloat&>(node).get_unit();
+    case NodeType_t::Enumeration:
+        return static_cast<IEnumeration&>(node).get_unit();
+    default:
+        return {};
+    }
+}
+
+IntRepresentation_t int_representation_of(INode& node) {
+    if (const auto* integer = node_cast<IInteger>(&node)) return integer->get_representation();
+    if (const auto* real = node_cast<IFloat>(&node)) {
+        switch (real->get_representation()) {
+        case FloatRepresentation_t::Linear:
+            return IntRepresentation_t::Linear;
+        case FloatRepresentation_t::Logarithmic:
+            return IntRepresentation_t::Logarithmic;
+        case FloatRepresentation_t::PureNumber:
+            break;
+        }
+    }
+    return IntRepresentation_t::PureNumber;
+}
+
+FloatRepresentation_t float_representation_of(INode& node) {
+    if (const auto* real = node_cast<IFloat>(&node)) return real->get_representation();
+    if (const auto* integer = node_cast<IInteger>(&node)) {
+        switch (integer->get_representation()) {
+        case IntRepresentation_t::Linear:
+            return FloatRepresentation_t::Linear;
+        case IntRepresentation_t::Logarithmic:
+            return FloatRepresentation_t::Logarithmic;
+        default:
+            break;
+        }
+    }
+    return FloatRepresentation_t::PureNumber;
+}
+
+DisplayNotation_t display_notation_of(INode& node) {
+    const auto* real = node_cast<IFloat>(&node);
+    return real != nullptr ? real->get_display_notation() : DisplayNotation_t::Automatic;
+}
+
+int64_t display_precision_of(INode& node) {
+    const auto* real = node_cast<IFloat>(&node);
+    return real != nullptr ? real->get_display_precision() : get_element_DisplayPrecision({}, node.get_name());
+}
+
+template std::error_code refused_value(std::string_view, int64_t, genicam_errc);
+template std::error_code refused_value(std::string_view, double, genicam_errc);
+template result<std::vector<int64_t>> valid_values_of(INode&, unsigned);
+template result<std::vector<double>> valid_values_of(INode&, unsigned);
+
+} // namespace GenICam::impl

@@ -1,0 +1,78 @@
+// The variables of a formula: what its names mean while it is compiled, and where their values come from when it runs.
+#pragma once
+
+#include "eval_helper.h"
+#include "node_base.h"
+
+#include <deque>
+#include <string>
+
+namespace GenICam::impl::converter {
+
+inline constexpr uint64_t argument_id = 512;        // what a converter is given: FROM or TO
+inline constexpr uint64_t first_variable_id = 1000; // plus the position in the table
+
+// Exists only while a node resolves.
+class formula_name_lookup {
+public:
+    explicit formula_name_lookup(bool is_swissknife_) noexcept : is_swissknife(is_swissknife_) {}
+
+    void add_variable(std::string_view name, uint64_t id) { entries.push_back({name, id}); }
+    void add_constant(std::string_view name, math_parser::tValue value) { entries.push_back({name, value}); }
+    void add_formula(std::string_view name, math_parser::compiled_formula_data formula) {
+        entries.push_back({name, &formulas.emplace_back(std::move(formula))});
+    }
+    [[nodiscard]] bool contains(std::string_view name) const noexcept;
+    // For a converter "TO" and "FROM" are its argument and win over any variable; for a swiss knife they are ordinary.
+    [[nodiscard]] std::optional<math_parser::lookup_func_result_t> find(std::string_view name) const;
+
+private:
+    struct entry {
+        std::string_view name;
+        math_parser::lookup_func_result_t meaning;
+    };
+
+    std::vector<entry> entries;
+    std::deque<math_parser::compiled_formula_data> formulas;
+    bool is_swissknife;
+};
+
+// Constants of the element, and variables that name an entry of an enumeration, which are fixed now.
+void build_formula_name_lookup(formula_name_lookup& lookup, const node_base_data& owner, const element_view& view,
+                               bool is_integer);
+
+// Nothing when the formula cannot be compiled; the compiler has logged why.
+[[nodiscard]] std::optional<math_parser::compiled_formula_data> compile(std::string_view text,
+                                                                        const formula_name_lookup& lookup);
+
+class variable_map_impl {
+public:
+    explicit variable_map_impl(bool is_integer_) noexcept : is_integer(is_integer_) {}
+
+    // Adds the variables and expressions of the element to the lookup; their nodes become sources of the owner.
+    void resolve_converter_references(formula_name_lookup& lookup, node_base_data& owner, const element_view& view);
+
+    // Every variable is made a number of the node's kind: all integers, or all doubles. Literals keep their own.
+    [[nodiscard]] result<math_parser::tValue> exec_formula(const math_parser::compiled_formula_data& formula,
+                                                           unsigned flags, math_parser::tValue argument) const;
+    [[nodiscard]] math_parser::tValue coerced(math_parser::tValue value) const noexcept {
+        return is_integer ? math_parser::tValue{value.to_integer()} : math_parser::tValue{value.to_double()};
+    }
+
+private:
+    enum class getter : uint8_t { value, min, max, inc };
+    struct entry {
+        INode* node;
+        getter what;
+    };
+
+    [[nodiscard]] static std::optional<entry> create_resulting_entry(const node_base_data& owner, INode& node,
+                                                                     std::string_view variable_name);
+    [[nodiscard]] std::error_code fetch(uint64_t id, math_parser::tValue argument, unsigned flags,
+                                        math_parser::tValue& value) const;
+
+    arena_vector<entry, 2> entries;
+    bool is_integer;
+};
+
+} // namespace GenICam::impl::converter

@@ -1,0 +1,134 @@
+// A document in a test: text in, values out, messages and device traffic counted.
+#pragma once
+
+#include <GenICam/IGenICamDoc.h>
+#include <GenICam/log.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace GenICam::testing {
+
+using enum genicam_errc;
+using namespace access_flags;
+
+// Takes every message of both levels while it lives.
+class log_capture final : public ILogSink {
+public:
+    log_capture() { set_log_sink(this); }
+    ~log_capture() override { set_log_sink(nullptr); }
+    log_capture(const log_capture&) = delete;
+    log_capture& operator=(const log_capture&) = delete;
+
+    [[nodiscard]] bool is_enabled(int) const noexcept override { return true; }
+    void write(int level, std::string_view text, const std::source_location&) override {
+        lines.push_back(std::to_string(level) + " " + std::string{text});
+    }
+
+    std::vector<std::string> lines; // "<level> <text>"
+};
+
+// A device: bytes at addresses, with counters. Unwritten bytes read 0.
+class counting_device final : public IDevicePort {
+public:
+    [[nodiscard]] result<std::size_t> read(int64_t address, std::span<std::byte> data, unsigned) override {
+        ++reads;
+        if (broken) return fail(timeout);
+        for (std::size_t i = 0; i < data.size(); ++i) {
+            const auto found = memory.find(address + static_cast<int64_t>(i));
+            data[i] = found != memory.end() ? found->second : std::byte{0};
+        }
+        return data.size();
+    }
+    [[nodiscard]] std::error_code write(int64_t address, std::span<const std::byte> data, unsigned) override {
+        ++writes;
+        if (broken) return timeout;
+        for (std::size_t i = 0; i < data.size(); ++i) memory[address + static_cast<int64_t>(i)] = data[i];
+        return {};
+    }
+    // Bytes by hand: put(0x100, {0x12, 0x34}).
+    void put(int64_t address, std::vector<int> bytes) {
+        for (const int byte : bytes) memory[address++] = static_cast<std::byte>(byte);
+    }
+    [[nodiscard]] std::vector<int> bytes(int64_t address, std::size_t count) const {
+        std::vector<int> out;
+        for (std::size_t i = 0; i < count; ++i, ++address) {
+            const auto found = memory.find(address);
+            out.push_back(found != memory.end() ? std::to_integer<int>(found->second) : 0);
+        }
+        return out;
+    }
+
+    std::map<int64_t, std::byte> memory;
+    int reads = 0;
+    int writes = 0;
+    bool broken = false;
+};
+
+// A document around the given nodes, its port "Device" bound to a counting device.
+class document {
+public:
+    explicit document(std::string nodes, uint16_t options = 0) {
+        doc =
+            create_document("<RegisterDescription>" + nodes + "<Port Name=\"Device\"/></RegisterDescription>", options);
+        EXPECT_NE(doc, nullptr) << nodes;
+        EXPECT_FALSE(doc->find<IPort>("Device")->bind(&device, 0));
+    }
+
+    template <class T>
+    [[nodiscard]] T& node(std::string_view name) const {
+        T* found = doc->find<T>(name);
+        if (found == nullptr) throw std::runtime_error("no such node: " + std::string{name});
+        return *found;
+    }
+    [[nodiscard]] IInteger& integer(std::string_view name) const { return node<IInteger>(name); }
+    [[nodiscard]] IFloat& real(std::string_view name) const { return node<IFloat>(name); }
+
+    counting_device device;
+    std::unique_ptr<IGenICamDoc> doc;
+};
+
+MATCHER_P(Gives, expected, "") {
+    if (!arg) {
+        *result_listener << "fails with '" << arg.error().message() << "'";
+        return false;
+    }
+    return *arg == expected;
+}
+MATCHER_P(Fails, code, "") {
+    if (arg) {
+        *result_listener << "succeeds";
+        return false;
+    }
+    if (arg.error() != make_error_code(code)) *result_listener << "fails with '" << arg.error().message() << "'";
+    return arg.error() == make_error_code(code);
+}
+MATCHER(Passes, "") {
+    if (arg) *result_listener << "fails with '" << arg.message() << "'";
+    return !arg;
+}
+MATCHER_P(Refuses, code, "") {
+    *result_listener << (arg ? arg.message() : "succeeds");
+    return arg == make_error_code(code);
+}
+
+// Names the cases of a table by their member `name`.
+struct case_name {
+    template <class Info>
+    std::string operator()(const Info& tested) const {
+        return tested.param.name;
+    }
+};
+
+// <IntReg> of 4 bytes at an address, with extra elements.
+[[nodiscard]] inline std::string int_reg(const std::string& name, int address, const std::string& more = "") {
+    return "<IntReg Name=\"" + name + "\"><Address>" + std::to_string(address) +
+           "</Address><Length>4</Length><pPort>Device</pPort><Endianess>LittleEndian</Endianess>" + more + "</IntReg>";
+}
+
+} // namespace GenICam::testing

@@ -1,0 +1,66 @@
+// The interface module: the devices that it reaches, the devices that are open.
+#pragma once
+
+#include <gentl_producer/Events.h>
+#include <gentl_producer/ObjectTracker.h>
+#include <gentl_producer/Port.h>
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace GenTL::Producer {
+
+class InterfaceImpl : public virtual IInterface,
+                      public VirtualPortImpl,
+                      public EventSourceImpl,
+                      private Util::TrackedObject {
+public:
+    ~InterfaceImpl() override;
+
+    Error GetInfo(INTERFACE_INFO_CMD iInfoCmd, INFO_DATATYPE* piType, void* pBuffer, size_t* piSize) override;
+    Error GetNumDevices(uint32_t* piNumDevices) override;
+    Error GetDeviceID(uint32_t iIndex, char* sIDeviceID, size_t* piSize) override;
+    Error UpdateDeviceList(bool* pbChanged, uint64_t timeout) override;
+    Error GetDeviceInfo(const char* sDeviceID, DEVICE_INFO_CMD iInfoCmd, INFO_DATATYPE* piType, void* pBuffer,
+                        size_t* piSize) override;
+    Error OpenDevice(const char* sDeviceID, DEVICE_ACCESS_FLAGS iOpenFlags, DEV_HANDLE* phDevice) override;
+    Error GetParentTL(TL_HANDLE* phSystem) override;
+    [[nodiscard]] std::string id() const override { return interface_data.id; }
+    [[nodiscard]] ISystem& parent_system() override { return system; }
+    void close_children() override;
+    Error OnDeviceClosed(IDevice* closed) override;
+
+protected:
+    InterfaceImpl(ISystem& parent, InterfaceInfo interface_info);
+
+    virtual std::expected<std::vector<DeviceInfo>, Error> query_devices_(uint64_t timeout) = 0;
+    virtual std::expected<std::shared_ptr<IDevice>, Error> create_device_(const DeviceInfo& interface_data,
+                                                                          DEVICE_ACCESS_FLAGS iOpenFlags) = 0;
+
+    Util::DocumentIdentity document_identity() override;
+    void build_register_map(Util::GenApiInterfaceBuilder& builder) override;
+
+    void fire_module_event(uint64_t event_id, std::span<const std::byte> data);
+    [[nodiscard]] const InterfaceInfo& interface_info() const noexcept { return interface_data; }
+
+private:
+    void add_device_enumeration(Util::GenApiInterfaceBuilder& builder);
+    void add_gev_features(Util::GenApiInterfaceBuilder& builder);
+    template <class T>
+    auto selected_device(T (*extract)(const DeviceInfo&));
+
+    const InterfaceInfo interface_data;
+    ISystem& system;
+    std::mutex device_list_mutex; // guards devices
+    std::vector<DeviceInfo> devices;
+    std::mutex open_mutex; // guards open_devices; taken before device_list_mutex
+    std::map<std::string, std::shared_ptr<IDevice>> open_devices;
+    event_ptr<GenApiEvent> genapi_event;
+    uint32_t device_selector = 0;
+    uint32_t subnet_selector = 0;
+    uint32_t gateway_selector = 0;
+};
+
+} // namespace GenTL::Producer

@@ -1,0 +1,99 @@
+#include <gentl_producer/Buffer.h>
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+using namespace GenTL;
+using namespace GenTL::Producer;
+
+namespace {
+
+void append_chunk(std::vector<uint32_t>& words, uint32_t id, uint32_t length_words, bool big_endian) {
+    const auto order = [&](uint32_t value) { return big_endian ? __builtin_bswap32(value) : value; };
+    words.insert(words.end(), length_words, 0xDDDDDDDD);
+    words.push_back(order(id));
+    words.push_back(order(length_words * 4));
+}
+
+std::shared_ptr<Buffer> buffer_with(std::vector<uint32_t>& words, bool big_endian) {
+    auto buffer = *make_chunk_buffer(big_endian ? 1 : 0, words.data(), words.size() * 4, nullptr);
+    buffer->size_filled = words.size() * 4;
+    buffer->contains_chunk_data = true;
+    return buffer;
+}
+
+} // namespace
+
+TEST(Chunks, AreListedInBufferOrderInBothByteOrders) {
+    for (const bool big_endian : {false, true}) {
+        std::vector<uint32_t> words;
+        append_chunk(words, 0x11, 10, big_endian);
+        append_chunk(words, 0x22, 0, big_endian);
+        append_chunk(words, 0x33, 2, big_endian);
+        const auto buffer = buffer_with(words, big_endian);
+        size_t count = 0;
+        ASSERT_EQ(buffer->GetChunkData(nullptr, &count).code, GC_ERR_SUCCESS);
+        ASSERT_EQ(count, 3U);
+        SINGLE_CHUNK_DATA chunks[3];
+        count = 2;
+        EXPECT_EQ(buffer->GetChunkData(chunks, &count).code, GC_ERR_BUFFER_TOO_SMALL);
+        EXPECT_EQ(count, 3U);
+        ASSERT_EQ(buffer->GetChunkData(chunks, &count).code, GC_ERR_SUCCESS);
+        EXPECT_EQ(uint64_t{chunks[0].ChunkID}, 0x11U);
+        EXPECT_EQ(ptrdiff_t{chunks[0].ChunkOffset}, 0);
+        EXPECT_EQ(size_t{chunks[0].ChunkLength}, 40U);
+        EXPECT_EQ(size_t{chunks[1].ChunkLength}, 0U);
+        EXPECT_EQ(ptrdiff_t{chunks[2].ChunkOffset}, 56);
+        EXPECT_EQ(uint64_t{chunks[2].ChunkID}, 0x33U);
+    }
+}
+
+TEST(Chunks, BrokenTrailersGiveTheSameErrorUntilTheNextFrame) {
+    std::vector<uint32_t> words;
+    append_chunk(words, 1, 4, false);
+    const auto buffer = buffer_with(words, false);
+    words.back() = 1000; // more than there is
+    size_t count = 0;
+    EXPECT_EQ(buffer->GetChunkData(nullptr, &count).message, "The buffer's chunk data couldn't be parsed");
+    words.back() = 16;
+    EXPECT_EQ(buffer->GetChunkData(nullptr, &count).code, GC_ERR_NOT_AVAILABLE) << "parsed once per frame";
+    buffer->reset();
+    buffer->size_filled = words.size() * 4;
+    EXPECT_EQ(buffer->GetChunkData(nullptr, &count).code, GC_ERR_SUCCESS);
+    EXPECT_EQ(count, 1U);
+    buffer->reset();
+    buffer->size_filled = 6;
+    EXPECT_EQ(buffer->GetChunkData(nullptr, &count).message, "The buffer's chunk data looks misaligned");
+    buffer->reset();
+    buffer->size_filled = 8;
+    EXPECT_EQ(buffer->GetChunkData(nullptr, &count).code, GC_ERR_NO_DATA);
+    buffer->contains_chunk_data = false;
+    EXPECT_EQ(buffer->GetChunkData(nullptr, &count).message, "The buffer does not contain chunk data");
+}
+
+TEST(BufferInfo, FollowsTheFrame) {
+    auto buffer = *make_buffer(nullptr, 100, nullptr);
+    const auto flag = [&](BUFFER_INFO_CMD command) {
+        INFO_DATATYPE type = 0;
+        bool8_t value = 9;
+        size_t size = 1;
+        EXPECT_EQ(buffer->get_info(command, &type, &value, &size).code, GC_ERR_SUCCESS);
+        return value;
+    };
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(buffer->base) % 16, 0U);
+    EXPECT_EQ(flag(BUFFER_INFO_NEW_DATA), 0);
+    buffer->fill_state = FillState::incomplete;
+    EXPECT_EQ(flag(BUFFER_INFO_NEW_DATA), 1);
+    EXPECT_EQ(flag(BUFFER_INFO_IS_INCOMPLETE), 1);
+    buffer->data_size = 101;
+    EXPECT_EQ(flag(BUFFER_INFO_DATA_LARGER_THAN_BUFFER), 1);
+    EXPECT_EQ(flag(BUFFER_INFO_IS_QUEUED), 0);
+    buffer->status = BufferStatus::Filling;
+    EXPECT_EQ(flag(BUFFER_INFO_IS_QUEUED), 1);
+    EXPECT_EQ(flag(BUFFER_INFO_IS_ACQUIRING), 1);
+    INFO_DATATYPE type = 0;
+    size_t size = 0;
+    EXPECT_EQ(buffer->get_info(BUFFER_INFO_FILENAME, &type, nullptr, &size).code, GC_ERR_NOT_IMPLEMENTED);
+}

@@ -1,0 +1,114 @@
+#include "fake_modules.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+using namespace fake;
+
+TEST(Event, RegistrationFollowsTheStandard) {
+    const open_chain chain;
+    EVENT_HANDLE event = nullptr;
+    EXPECT_EQ(GCRegisterEvent(chain.ds, EVENT_NEW_BUFFER, nullptr), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(GCRegisterEvent(chain.ds, EVENT_REMOTE_DEVICE, &event), GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(GCUnregisterEvent(chain.ds, EVENT_NEW_BUFFER), GC_ERR_NOT_INITIALIZED);
+    EXPECT_EQ(last_error_text(), "Event was not registered previously");
+    EXPECT_EQ(GCRegisterEvent(chain.ds, EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS);
+    EVENT_HANDLE again = nullptr;
+    EXPECT_EQ(GCRegisterEvent(chain.ds, EVENT_NEW_BUFFER, &again), GC_ERR_RESOURCE_IN_USE);
+    EXPECT_EQ(GCUnregisterEvent(chain.ds, EVENT_NEW_BUFFER), GC_ERR_SUCCESS);
+    EXPECT_EQ(EventKill(event), GC_ERR_INVALID_HANDLE);
+}
+
+TEST(Event, KillOutranksDataAndReleasesOneCallEach) {
+    const open_chain chain;
+    chain.announce(5);
+    EVENT_HANDLE event = nullptr;
+    ASSERT_EQ(GCRegisterEvent(chain.ds, EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS);
+    chain.stream_object().queue_buffer_from_filling_to_output(chain.stream_object().fill());
+    EXPECT_EQ(EventKill(event), GC_ERR_SUCCESS);
+    EXPECT_EQ(EventKill(event), GC_ERR_SUCCESS);
+    EVENT_NEW_BUFFER_DATA data{};
+    size_t size = sizeof data;
+    EXPECT_EQ(EventGetData(event, &data, &size, 0), GC_ERR_ABORT);
+    EXPECT_EQ(EventGetData(event, &data, &size, 0), GC_ERR_ABORT);
+    EXPECT_EQ(EventGetData(event, &data, &size, 0), GC_ERR_SUCCESS);
+    EXPECT_NE(data.BufferHandle, nullptr);
+    EXPECT_EQ(EventGetData(event, &data, &size, 0), GC_ERR_TIMEOUT);
+    EXPECT_EQ(last_error_text(), "Timeout elapsed while waiting for event");
+    size = 15;
+    EXPECT_EQ(EventGetData(event, &data, &size, 0), GC_ERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(last_error_text(), "Buffer too small, expected 16 bytes (15 provided)");
+}
+
+TEST(Event, AWaitEndsWhenTheEventGoes) {
+    const open_chain chain;
+    EVENT_HANDLE event = nullptr;
+    ASSERT_EQ(GCRegisterEvent(chain.ds, EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS);
+    GC_ERROR result = 0;
+    std::string text;
+    std::thread waiter{[&] {
+        EVENT_NEW_BUFFER_DATA data{};
+        size_t size = sizeof data;
+        result = EventGetData(event, &data, &size, GENTL_INFINITE);
+        text = last_error_text();
+    }};
+    std::this_thread::sleep_for(std::chrono::milliseconds{20});
+    EXPECT_EQ(GCUnregisterEvent(chain.ds, EVENT_NEW_BUFFER), GC_ERR_SUCCESS);
+    waiter.join();
+    // Either it was waiting, or it came too late for the handle.
+    if (result == GC_ERR_ABORT) {
+        EXPECT_EQ(text, "Event closed by parent.");
+    } else {
+        EXPECT_EQ(result, GC_ERR_INVALID_HANDLE);
+    }
+}
+
+TEST(Event, NearlyInfiniteTimeOutsDoNotWrap) {
+    const open_chain chain;
+    EVENT_HANDLE event = nullptr;
+    ASSERT_EQ(GCRegisterEvent(chain.ds, EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS);
+    for (const uint64_t timeout : {uint64_t{GENTL_INFINITE}, uint64_t{GENTL_INFINITE} - 1, uint64_t{1} << 62}) {
+        std::thread killer{[&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds{5});
+            EventKill(event);
+        }};
+        EVENT_NEW_BUFFER_DATA data{};
+        size_t size = sizeof data;
+        EXPECT_EQ(EventGetData(event, &data, &size, timeout), GC_ERR_ABORT);
+        killer.join();
+    }
+}
+
+TEST(Event, DataAndInfoTables) {
+    const open_chain chain;
+    auto generic = std::make_shared<GenApiEvent>(EVENT_MODULE);
+    const std::byte payload[] = {std::byte{0x40}};
+    generic->fire(0x4001, payload);
+    GenApiEventRecord record{};
+    size_t size = sizeof record;
+    ASSERT_FALSE(generic->GetData(&record, &size, 0).failed());
+    INFO_DATATYPE type = 0;
+    char text[16] = {};
+    size = sizeof text;
+    EXPECT_FALSE(generic->GetDataInfo(&record, sizeof record, EVENT_DATA_ID, &type, text, &size).failed());
+    EXPECT_STREQ(text, "4001");
+    std::byte value[600];
+    size = sizeof value;
+    EXPECT_FALSE(generic->GetDataInfo(&record, sizeof record, EVENT_DATA_VALUE, &type, value, &size).failed());
+    EXPECT_EQ(size, 1U);
+    EXPECT_EQ(value[0], std::byte{0x40});
+    EXPECT_EQ(generic->GetDataInfo(&record, 647, EVENT_DATA_ID, &type, text, &size).message, "iInSize too small");
+    record.data_size = 100000; // a consumer's memory can hold anything
+    size = sizeof value;
+    EXPECT_FALSE(generic->GetDataInfo(&record, sizeof record, EVENT_DATA_VALUE, &type, value, &size).failed());
+    EXPECT_EQ(size, 600U);
+
+    EVENT_HANDLE event = nullptr;
+    ASSERT_EQ(GCRegisterEvent(chain.ds, EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS);
+    size_t number = 0;
+    size = sizeof number;
+    EXPECT_EQ(EventGetInfo(event, EVENT_SIZE_MAX, &type, &number, &size), GC_ERR_SUCCESS);
+    EXPECT_EQ(number, 16U);
+    EXPECT_EQ(EventGetInfo(event, EVENT_INFO_CUSTOM_ID, &type, &number, &size), GC_ERR_NOT_IMPLEMENTED);
+}

@@ -1,0 +1,152 @@
+// Modules without a camera: just enough to drive the framework from outside.
+#pragma once
+
+#include <gentl_producer/DataStreamImpl.h>
+#include <gentl_producer/DeviceImpl.h>
+#include <gentl_producer/InterfaceImpl.h>
+#include <gentl_producer/Library.h>
+#include <gentl_producer/SystemImpl.h>
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace fake {
+
+using namespace GenTL;
+using namespace GenTL::Producer;
+
+inline const TransportLayerInfo library_info{"id", "Maker", "Model", "1.0", "GEV", "Display"};
+
+class stream final : public DataStreamImpl {
+public:
+    explicit stream(IDevice& parent) : DataStreamImpl(parent, "Stream0") {}
+    std::function<Error()> on_start = [] { return success(); };
+    std::function<void()> on_stop = [] {};
+    std::vector<Buffer*> filling;
+
+    using DataStreamImpl::queue_buffer_from_filling_to_output;
+    Buffer* fill() {
+        Buffer* buffer = take_input_buffer(true);
+        if (buffer != nullptr) filling.push_back(buffer);
+        return buffer;
+    }
+
+protected:
+    size_t payload_size() override { return 4096; }
+    Error start_acquisition_() override { return on_start(); }
+    void stop_acquisition_(bool) override { on_stop(); }
+    void flush_filling_buffers_() override {
+        for (Buffer* buffer : filling) queue_buffer_from_filling_to_input(buffer);
+        filling.clear();
+    }
+};
+
+class device final : public DeviceImpl {
+public:
+    device(IInterface& parent, const DeviceInfo& info, DEVICE_ACCESS_FLAGS flags) : DeviceImpl(parent, info, flags) {
+        load_data_stream_ids();
+    }
+    ~device() override { close_children(); }
+    using DeviceImpl::mark_lost;
+
+protected:
+    std::shared_ptr<IPort> create_remote_port_() override { return nullptr; }
+    std::vector<std::string> data_stream_ids_() override { return {"Stream0"}; }
+    std::expected<std::shared_ptr<IDataStream>, Error> create_data_stream_(const std::string&) override {
+        return std::make_shared<stream>(*this);
+    }
+};
+
+class interface final : public InterfaceImpl {
+public:
+    interface(ISystem& parent, const InterfaceInfo& info, std::vector<DeviceInfo>& listed)
+        : InterfaceImpl(parent, info), devices(listed) {}
+
+protected:
+    std::expected<std::vector<DeviceInfo>, Error> query_devices_(uint64_t) override { return devices; }
+    std::expected<std::shared_ptr<IDevice>, Error> create_device_(const DeviceInfo& info,
+                                                                  DEVICE_ACCESS_FLAGS flags) override {
+        return std::make_shared<device>(*this, info, flags);
+    }
+
+private:
+    std::vector<DeviceInfo>& devices;
+};
+
+class system final : public SystemImpl {
+public:
+    system() : SystemImpl(library_info) {}
+    std::vector<InterfaceInfo> interfaces{
+        {"if0", "Interface 0", "GEV", {{0x7F000001, 0xFF000000}}, {}, 0x112233445566}};
+    std::vector<DeviceInfo> devices{
+        {"dev0", "Model", "Maker", "GEV", "Device 0", "SN1", "1.0", "name", DEVICE_ACCESS_STATUS_READWRITE, 1, 2, 3, 4},
+        {"dev1", "Model", "Maker", "GEV", "Device 1", "", "", std::nullopt, DEVICE_ACCESS_STATUS_BUSY, 0, 0, 0, 0}};
+
+protected:
+    std::expected<std::vector<InterfaceInfo>, Error> query_interfaces_(uint64_t) override { return interfaces; }
+    std::expected<std::shared_ptr<IInterface>, Error> create_interface_(const InterfaceInfo& info) override {
+        return std::make_shared<interface>(*this, info, devices);
+    }
+};
+
+class factory final : public ISystemFactory {
+public:
+    const TransportLayerInfo& transport_layer_info() const override { return library_info; }
+    std::expected<std::shared_ptr<ISystem>, Error> create_system() override { return std::make_shared<system>(); }
+    void on_library_closed() override { ++closed; }
+    int closed = 0;
+};
+
+// Installed for the whole test program.
+inline factory& installed_factory() {
+    static factory instance;
+    static const bool installed = [] {
+        install_system_factory(&instance, nullptr, nullptr);
+        return true;
+    }();
+    static_cast<void>(installed);
+    return instance;
+}
+
+inline std::string last_error_text() {
+    GC_ERROR code = 0;
+    char text[512] = {};
+    size_t size = sizeof text;
+    GCGetLastError(&code, text, &size);
+    return text;
+}
+
+// The library opened down to a stream, closed again at the end.
+class open_chain {
+public:
+    explicit open_chain(bool shared = false) {
+        installed_factory();
+        shared ? GCInitLibShared() : GCInitLib();
+        TLOpen(&tl);
+        TLOpenInterface(tl, "if0", &iface);
+        IFOpenDevice(iface, "dev0", DEVICE_ACCESS_CONTROL, &dev);
+        DevOpenDataStream(dev, "Stream0", &ds);
+    }
+    ~open_chain() { GCCloseLib(); }
+    open_chain(const open_chain&) = delete;
+    open_chain& operator=(const open_chain&) = delete;
+    // The object behind the stream's handle.
+    [[nodiscard]] stream& stream_object() const { return *dynamic_cast<stream*>(static_cast<IHandleTarget*>(ds)); }
+    [[nodiscard]] device& device_object() const { return *dynamic_cast<device*>(static_cast<IHandleTarget*>(dev)); }
+    std::vector<BUFFER_HANDLE> announce(size_t count, bool queue = true) const {
+        std::vector<BUFFER_HANDLE> buffers(count);
+        for (BUFFER_HANDLE& buffer : buffers) {
+            DSAllocAndAnnounceBuffer(ds, 4096, nullptr, &buffer);
+            if (queue) DSQueueBuffer(ds, buffer);
+        }
+        return buffers;
+    }
+
+    TL_HANDLE tl = nullptr;
+    IF_HANDLE iface = nullptr;
+    DEV_HANDLE dev = nullptr;
+    DS_HANDLE ds = nullptr;
+};
+
+} // namespace fake

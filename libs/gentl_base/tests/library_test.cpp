@@ -1,0 +1,191 @@
+// Life cycle, handles and their words, through the exported functions.
+#include "fake_modules.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+using namespace fake;
+
+extern "C" int64_t HandleMapCount();
+extern "C" int64_t ObjectTrackerCount();
+
+namespace {
+
+class Library : public testing::Test {
+protected:
+    void SetUp() override { installed_factory(); }
+    void TearDown() override {
+        EXPECT_EQ(GCCloseLib(), GC_ERR_NOT_INITIALIZED) << "a test left the library open";
+        EXPECT_EQ(HandleMapCount(), 0);
+        EXPECT_EQ(ObjectTrackerCount(), 0);
+    }
+};
+
+TEST_F(Library, EveryFunctionAsksForInitialisationBeforeItsArguments) {
+    EXPECT_EQ(GCGetInfo(TL_INFO_ID, nullptr, nullptr, nullptr), GC_ERR_NOT_INITIALIZED);
+    EXPECT_EQ(TLOpen(nullptr), GC_ERR_NOT_INITIALIZED);
+    EXPECT_EQ(TLClose(nullptr), GC_ERR_NOT_INITIALIZED);
+    EXPECT_EQ(IFClose(nullptr), GC_ERR_NOT_INITIALIZED);
+    EXPECT_EQ(DevClose(nullptr), GC_ERR_NOT_INITIALIZED);
+    EXPECT_EQ(DSClose(nullptr), GC_ERR_NOT_INITIALIZED);
+    EXPECT_EQ(DSQueueBuffer(nullptr, nullptr), GC_ERR_NOT_INITIALIZED);
+    EXPECT_EQ(GCReadPort(nullptr, 0, nullptr, nullptr), GC_ERR_NOT_INITIALIZED);
+    EXPECT_EQ(EventGetData(nullptr, nullptr, nullptr, 0), GC_ERR_NOT_INITIALIZED);
+    EXPECT_EQ(GCRegisterEvent(nullptr, EVENT_MODULE, nullptr), GC_ERR_NOT_INITIALIZED);
+    GC_ERROR code = 0;
+    EXPECT_EQ(GCGetLastError(&code, nullptr, nullptr), GC_ERR_NOT_INITIALIZED);
+}
+
+TEST_F(Library, ModesExcludeEachOther) {
+    ASSERT_EQ(GCInitLib(), GC_ERR_SUCCESS);
+    EXPECT_EQ(GCInitLib(), GC_ERR_RESOURCE_IN_USE);
+    EXPECT_EQ(last_error_text(), "GCInitLib called twice");
+    EXPECT_EQ(GCInitLibShared(), GC_ERR_RESOURCE_IN_USE);
+    EXPECT_EQ(last_error_text(), "GCInitLib has been called, initialized in exclusive mode");
+    TL_HANDLE first = nullptr;
+    TL_HANDLE second = nullptr;
+    EXPECT_EQ(TLOpen(&first), GC_ERR_SUCCESS);
+    EXPECT_EQ(TLOpen(&second), GC_ERR_RESOURCE_IN_USE);
+    EXPECT_EQ(last_error_text(), "Module already opened");
+    EXPECT_EQ(GCCloseLib(), GC_ERR_SUCCESS);
+}
+
+TEST_F(Library, SharedModeStacksAndTellsTheFactoryOnce) {
+    const int closed = installed_factory().closed;
+    ASSERT_EQ(GCInitLibShared(), GC_ERR_SUCCESS);
+    ASSERT_EQ(GCInitLibShared(), GC_ERR_SUCCESS);
+    EXPECT_EQ(GCInitLib(), GC_ERR_RESOURCE_IN_USE);
+    EXPECT_EQ(last_error_text(), "GCInitLib called twice");
+    TL_HANDLE first = nullptr;
+    TL_HANDLE second = nullptr;
+    EXPECT_EQ(TLOpen(&first), GC_ERR_SUCCESS);
+    EXPECT_EQ(TLOpen(&second), GC_ERR_SUCCESS);
+    EXPECT_NE(first, second);
+    EXPECT_EQ(GCCloseLib(), GC_ERR_SUCCESS);
+    EXPECT_EQ(installed_factory().closed, closed);
+    EXPECT_EQ(GCCloseLib(), GC_ERR_SUCCESS);
+    EXPECT_EQ(installed_factory().closed, closed + 1);
+}
+
+TEST_F(Library, HandlesOfEveryFamilyAreCheckedWithTheirOwnWords) {
+    const open_chain chain;
+    int unknown = 0;
+    struct row {
+        GC_ERROR (*call)(void*);
+        const char* null_text;
+        const char* unknown_text;
+        void* wrong_family;
+    };
+    const row rows[] = {
+        {[](void* h) { return TLClose(h); }, "hTL == nullptr", "hTL is invalid", chain.iface},
+        {[](void* h) { return IFClose(h); }, "hIface == nullptr", "Unknown hIface", chain.dev},
+        {[](void* h) { return DevClose(h); }, "hDevice == nullptr", "Unknown hDevice", chain.ds},
+        {[](void* h) { return DSClose(h); }, "hDataStream == nullptr", "Unknown hDataStream", chain.tl},
+        {[](void* h) { return EventKill(h); }, "hEvent == nullptr", "Unknown hEvent", chain.ds},
+        {[](void* h) { return GCUnregisterEvent(h, EVENT_MODULE); }, "hEventSrc == nullptr", "Unknown hEventSrc",
+         nullptr},
+        {[](void* h) { return GCGetPortURL(h, nullptr, nullptr); }, "hPort == nullptr", "Unknown hPort", nullptr},
+    };
+    for (const row& r : rows) {
+        EXPECT_EQ(r.call(nullptr), GC_ERR_INVALID_HANDLE);
+        EXPECT_EQ(last_error_text(), r.null_text);
+        EXPECT_EQ(r.call(&unknown), GC_ERR_INVALID_HANDLE);
+        EXPECT_EQ(last_error_text(), r.unknown_text);
+        if (r.wrong_family == nullptr) continue;
+        EXPECT_EQ(r.call(r.wrong_family), GC_ERR_INVALID_HANDLE);
+        EXPECT_EQ(last_error_text(), r.unknown_text);
+    }
+    EXPECT_EQ(DSQueueBuffer(chain.ds, nullptr), GC_ERR_INVALID_HANDLE);
+    EXPECT_EQ(last_error_text(), "hBuffer == nullptr");
+    BUFFER_HANDLE buffer = nullptr;
+    EXPECT_EQ(DSGetBufferID(chain.ds, 7, &buffer), GC_ERR_INVALID_INDEX);
+    EXPECT_EQ(DSQueueBuffer(chain.ds, &unknown), GC_ERR_INVALID_HANDLE);
+    EXPECT_EQ(last_error_text(), "Unknown hBuffer");
+}
+
+TEST_F(Library, ClosedModulesAndTheirChildrenAreUnknownAtOnce) {
+    const open_chain chain;
+    EXPECT_EQ(IFClose(chain.iface), GC_ERR_SUCCESS);
+    EXPECT_EQ(IFClose(chain.iface), GC_ERR_INVALID_HANDLE);
+    EXPECT_EQ(DevClose(chain.dev), GC_ERR_INVALID_HANDLE);
+    EXPECT_EQ(DSClose(chain.ds), GC_ERR_INVALID_HANDLE);
+    IF_HANDLE again = nullptr;
+    EXPECT_EQ(TLOpenInterface(chain.tl, "if0", &again), GC_ERR_SUCCESS);
+    EXPECT_EQ(TLOpenInterface(chain.tl, "if0", &again), GC_ERR_RESOURCE_IN_USE);
+    EXPECT_EQ(last_error_text(), "Interface already opened");
+}
+
+TEST_F(Library, TheLastErrorIsPerThreadAndSurvivesSuccess) {
+    const open_chain chain;
+    EXPECT_EQ(TLOpenInterface(chain.tl, "nowhere", nullptr), GC_ERR_INVALID_PARAMETER);
+    uint32_t count = 0;
+    EXPECT_EQ(TLGetNumInterfaces(chain.tl, &count), GC_ERR_SUCCESS);
+    EXPECT_EQ(last_error_text(), "phInterface == nullptr");
+    std::thread{[] { EXPECT_EQ(last_error_text(), "No Error"); }}.join();
+
+    GC_ERROR code = 0;
+    size_t size = 0;
+    EXPECT_EQ(GCGetLastError(&code, nullptr, &size), GC_ERR_SUCCESS);
+    EXPECT_EQ(code, GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(size, sizeof "phInterface == nullptr");
+    EXPECT_EQ(GCGetLastError(nullptr, nullptr, &size), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(last_error_text(), "phInterface == nullptr") << "its own failures are not recorded";
+}
+
+TEST_F(Library, DevicesAnswerByTheirState) {
+    const open_chain chain;
+    struct row {
+        const char* id;
+        DEVICE_INFO_CMD command;
+        GC_ERROR code;
+        const char* text;
+    };
+    const row rows[] = {
+        {"dev1", DEVICE_INFO_SERIAL_NUMBER, GC_ERR_NOT_AVAILABLE, "Device without serial number"},
+        {"dev1", DEVICE_INFO_VERSION, GC_ERR_NOT_AVAILABLE, "Device without version"},
+        {"dev1", DEVICE_INFO_USER_DEFINED_NAME, GC_ERR_NOT_IMPLEMENTED, "Function is not implemented"},
+        {"dev0", DEVICE_INFO_CUSTOM_ID, GC_ERR_NOT_IMPLEMENTED, "Function is not implemented"},
+        {"none", DEVICE_INFO_ID, GC_ERR_INVALID_ID, "Unknown sDeviceID"},
+        {nullptr, DEVICE_INFO_ID, GC_ERR_INVALID_ID, "sDeviceID == nullptr"},
+    };
+    for (const row& r : rows) {
+        INFO_DATATYPE type = 0;
+        size_t size = 0;
+        EXPECT_EQ(IFGetDeviceInfo(chain.iface, r.id, r.command, &type, nullptr, &size), r.code);
+        EXPECT_EQ(last_error_text(), r.text);
+    }
+    DEV_HANDLE again = nullptr;
+    EXPECT_EQ(IFOpenDevice(chain.iface, "dev0", DEVICE_ACCESS_CONTROL, &again), GC_ERR_RESOURCE_IN_USE);
+    EXPECT_EQ(last_error_text(), "Device already opened");
+    EXPECT_EQ(IFOpenDevice(chain.iface, "dev1", DEVICE_ACCESS_NONE, &again), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(last_error_text(), "iOpenFlags == GenTL::DEVICE_ACCESS_NONE");
+
+    EVENT_HANDLE event = nullptr;
+    ASSERT_EQ(GCRegisterEvent(chain.dev, EVENT_ERROR, &event), GC_ERR_SUCCESS);
+    chain.device_object().mark_lost();
+    INFO_DATATYPE type = 0;
+    size_t size = 0;
+    EXPECT_EQ(DevGetInfo(chain.dev, DEVICE_INFO_ID, &type, nullptr, &size), GC_ERR_CUSTOM_ID);
+    EXPECT_EQ(last_error_text(), "Device lost");
+    ErrorEventRecord record{};
+    size = sizeof record;
+    EXPECT_EQ(EventGetData(event, &record, &size, 0), GC_ERR_SUCCESS);
+    EXPECT_EQ(record.error_id, GC_ERR_CUSTOM_ID);
+    EXPECT_STREQ(record.text, "Device lost");
+    EXPECT_EQ(DevClose(chain.dev), GC_ERR_SUCCESS);
+}
+
+TEST_F(Library, ListUpdatesOnlyRaiseTheFlag) {
+    const open_chain chain;
+    bool8_t changed = 7;
+    EXPECT_EQ(IFUpdateDeviceList(chain.iface, &changed, 0), GC_ERR_SUCCESS);
+    EXPECT_EQ(changed, 7);
+    auto& object = *dynamic_cast<fake::system*>(static_cast<IHandleTarget*>(chain.tl));
+    object.devices.pop_back();
+    EXPECT_EQ(IFUpdateDeviceList(chain.iface, &changed, 0), GC_ERR_SUCCESS);
+    EXPECT_EQ(changed, 1);
+    EXPECT_EQ(IFUpdateDeviceList(chain.iface, nullptr, 0), GC_ERR_SUCCESS);
+}
+
+} // namespace

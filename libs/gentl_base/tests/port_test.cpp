@@ -1,0 +1,175 @@
+// The modules' own documents, read as a consumer reads them: through the port functions only.
+#include "fake_modules.h"
+
+#include <GenICam/IGenICamDoc.h>
+#include <GenICam/log.h>
+
+#include <pugixml.hpp>
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <thread>
+
+using namespace fake;
+
+namespace {
+
+std::string document_of(void* port) {
+    char url[256] = {};
+    size_t size = sizeof url;
+    EXPECT_EQ(GCGetPortURL(port, url, &size), GC_ERR_SUCCESS);
+    unsigned long long address = 0;
+    unsigned long long length = 0;
+    EXPECT_EQ(sscanf(strchr(url, ';'), ";%llX;%llX", &address, &length), 2) << url;
+    EXPECT_EQ(address, 0xF0000000U);
+    std::string text(length, '\0');
+    size = text.size();
+    EXPECT_EQ(GCReadPort(port, address, text.data(), &size), GC_ERR_SUCCESS);
+    return text;
+}
+
+class handle_port final : public GenICam::IDevicePort {
+public:
+    explicit handle_port(void* h) : handle(h) {}
+    GenICam::result<std::size_t> read(int64_t address, std::span<std::byte> data, unsigned) override {
+        size_t size = data.size();
+        if (GCReadPort(handle, static_cast<uint64_t>(address), data.data(), &size) != GC_ERR_SUCCESS) {
+            return GenICam::fail(GenICam::genicam_errc::generic_error);
+        }
+        return size;
+    }
+    std::error_code write(int64_t address, std::span<const std::byte> data, unsigned) override {
+        size_t size = data.size();
+        return GCWritePort(handle, static_cast<uint64_t>(address), data.data(), &size) == GC_ERR_SUCCESS
+                   ? std::error_code{}
+                   : make_error_code(GenICam::genicam_errc::generic_error);
+    }
+
+private:
+    void* handle;
+};
+
+class log_counter final : public GenICam::ILogSink {
+public:
+    log_counter() { GenICam::set_log_sink(this); }
+    ~log_counter() override { GenICam::set_log_sink(nullptr); }
+    bool is_enabled(int) const noexcept override { return true; }
+    void write(int level, std::string_view text, const std::source_location&) override {
+        if (level <= 1) lines.emplace_back(text);
+    }
+    std::vector<std::string> lines;
+};
+
+bool can_read(const GenICam::INode& node) {
+    return node.is_implemented() && node.is_available() && node.get_access_mode() != GenICam::Access_t::WO;
+}
+
+} // namespace
+
+TEST(ModulePort, DocumentsAreSoundAndEveryFeatureReadsThroughTheEngine) {
+    const open_chain chain;
+    const std::pair<void*, const char*> modules[] = {
+        {chain.tl, "TLPort"}, {chain.iface, "InterfacePort"}, {chain.dev, "DevicePort"}, {chain.ds, "StreamPort"}};
+    for (const auto& [handle, port_name] : modules) {
+        SCOPED_TRACE(port_name);
+        log_counter log;
+        const std::string text = document_of(handle);
+        pugi::xml_document xml;
+        ASSERT_TRUE(xml.load_buffer(text.data(), text.size()));
+        std::set<std::string> names;
+        for (const auto& node : xml.child("RegisterDescription").children()) {
+            EXPECT_TRUE(names.insert(node.attribute("Name").value()).second) << node.attribute("Name").value();
+        }
+        for (const auto& found : xml.select_nodes("//pValue|//pFeature|//pSelected|//pInvalidator|//pMax|//pPort|"
+                                                  "//pIsAvailable")) {
+            EXPECT_TRUE(names.contains(found.node().text().get())) << found.node().text().get();
+        }
+
+        handle_port port{handle};
+        const auto document = GenICam::create_document(std::string_view{text});
+        ASSERT_TRUE(document);
+        auto* node = document->find<GenICam::IPort>(port_name);
+        ASSERT_NE(node, nullptr);
+        ASSERT_FALSE(node->bind(&port, 0));
+        size_t read = 0;
+        for (GenICam::INode* feature : document->get_root_features()) {
+            if (!can_read(*feature) || std::string_view{feature->get_name()}.starts_with("Event")) continue;
+            SCOPED_TRACE(feature->get_name());
+            if (auto* integer = GenICam::node_cast<GenICam::IInteger>(feature)) {
+                EXPECT_TRUE(integer->get_val(0));
+            } else if (auto* string = GenICam::node_cast<GenICam::IString>(feature)) {
+                EXPECT_TRUE(string->get_val(0));
+            } else if (auto* choice = GenICam::node_cast<GenICam::IEnumeration>(feature)) {
+                EXPECT_TRUE(choice->get_selected_entry(0));
+            } else if (auto* flag = GenICam::node_cast<GenICam::IBoolean>(feature)) {
+                EXPECT_TRUE(flag->get_val(0));
+            }
+            ++read;
+        }
+        EXPECT_GE(read, 8U);
+        EXPECT_EQ(log.lines, std::vector<std::string>{});
+    }
+}
+
+TEST(ModulePort, SelectorsReachTheirListAndStopAtItsEnd) {
+    const open_chain chain;
+    handle_port port{chain.iface};
+    const auto document = GenICam::create_document(std::string_view{document_of(chain.iface)});
+    ASSERT_FALSE(document->find<GenICam::IPort>("InterfacePort")->bind(&port, 0));
+    auto* selector = document->find<GenICam::IInteger>("DeviceSelector");
+    auto* id = document->find<GenICam::IString>("DeviceID");
+    EXPECT_EQ(selector->get_max(0), 1);
+    EXPECT_EQ(id->get_val(0), "dev0");
+    ASSERT_FALSE(selector->set_val(1, 0));
+    EXPECT_EQ(id->get_val(0), "dev1");
+    EXPECT_FALSE(document->find_node("DeviceSerialNumber")->is_available());
+
+    auto& system = *dynamic_cast<fake::system*>(static_cast<IHandleTarget*>(chain.tl));
+    system.devices.clear();
+    ASSERT_EQ(IFUpdateDeviceList(chain.iface, nullptr, 0), GC_ERR_SUCCESS);
+    EXPECT_FALSE(selector->is_available());
+    EXPECT_FALSE(id->is_available());
+    EXPECT_EQ(selector->get_max(0), 0);
+}
+
+TEST(ModulePort, RegistersAnswerAtTheirBorders) {
+    const open_chain chain;
+    document_of(chain.tl);
+    char buffer[8192] = {};
+    size_t size = 4;
+    const auto read = [&](uint64_t address, size_t bytes) {
+        size = bytes;
+        return GCReadPort(chain.tl, address, buffer, &size);
+    };
+    constexpr uint64_t tl_id = 0xA120000; // 4128 bytes, then TLVendorName
+    EXPECT_EQ(read(tl_id - 1, 1), GC_ERR_INVALID_ADDRESS);
+    EXPECT_EQ(read(tl_id, 4128), GC_ERR_SUCCESS);
+    EXPECT_EQ(read(tl_id, 4129), GC_ERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(read(tl_id + 1, 4128), GC_ERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(read(tl_id + 4128, 256), GC_ERR_SUCCESS);
+    EXPECT_STREQ(buffer, "Maker");
+    EXPECT_EQ(read(tl_id + 4128 + 2, 254), GC_ERR_SUCCESS);
+    EXPECT_STREQ(buffer, "ker");
+    size = 4;
+    EXPECT_EQ(GCWritePort(chain.tl, tl_id, buffer, &size), GC_ERR_ACCESS_DENIED);
+    EXPECT_EQ(GCWritePort(chain.tl, 0xF0000000, buffer, &size), GC_ERR_ACCESS_DENIED) << "the document";
+
+    PORT_REGISTER_STACK_ENTRY entries[3] = {{tl_id + 4128, buffer, 256}, {tl_id + 4128, buffer, 256}, {1, buffer, 4}};
+    size_t count = 3;
+    EXPECT_EQ(GCReadPortStacked(chain.tl, entries, &count), GC_ERR_INVALID_ADDRESS);
+    EXPECT_EQ(count, 2U);
+    uint32_t urls = 0;
+    EXPECT_EQ(GCGetNumPortURLs(chain.ds, &urls), GC_ERR_SUCCESS);
+    EXPECT_EQ(urls, 1U);
+}
+
+TEST(ModulePort, ConcurrentFirstAccessBuildsOneDocument) {
+    const open_chain chain;
+    std::vector<std::thread> threads;
+    std::vector<std::string> texts(4);
+    for (auto& text : texts) threads.emplace_back([&] { text = document_of(chain.dev); });
+    for (auto& thread : threads) thread.join();
+    for (const auto& text : texts) EXPECT_EQ(text, texts.front());
+    EXPECT_FALSE(texts.front().empty());
+}

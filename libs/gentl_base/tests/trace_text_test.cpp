@@ -1,0 +1,97 @@
+// The forms of call traces.
+#include "CallFrame.h"
+
+#include "fake_modules.h"
+
+#include <spdlog/logger.h>
+#include <spdlog/sinks/base_sink.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <mutex>
+
+using namespace GenTL;
+using namespace GenTL::Producer;
+
+TEST(TraceText, Arguments) {
+    int* null_pointer = nullptr;
+    auto* pointer = reinterpret_cast<int*>(0x1234);
+    const char* text = "abc";
+    const uint32_t number = 42;
+    const uint64_t iAddress = 0xAB;
+    EXPECT_EQ(ORV_ARG(null_pointer), "null_pointer = <null>");
+    EXPECT_EQ(ORV_ARG(pointer), "pointer = 0x1234");
+    EXPECT_EQ(ORV_ARG(text), "text = \"abc\"");
+    EXPECT_EQ(ORV_ARG(number), "number = 42");
+    EXPECT_EQ(ORV_HEX(iAddress), "iAddress = 0xab");
+    const int32_t command = 1000;
+    EXPECT_EQ(ORV_ENUM(DEVICE_INFO_CMD, command), "command = DEVICE_INFO_CUSTOM_ID");
+    const int32_t beyond = 4711;
+    EXPECT_EQ(ORV_ENUM(DEVICE_INFO_CMD, beyond), "beyond = 4711");
+    const int32_t event = EVENT_MODULE;
+    EXPECT_EQ(ORV_ENUM(EVENT_TYPE, event), "event = EVENT_TYPE::EVENT_MODULE");
+    uint32_t out = 7;
+    uint32_t* piOut = &out;
+    EXPECT_EQ(ORV_OUT(piOut), "*piOut = 7");
+}
+
+TEST(TraceText, Memory) {
+    const unsigned char four[] = {1, 2, 3, 4};
+    const unsigned char many[20] = {};
+    EXPECT_EQ(Debug::argument_text("b", Debug::dump_buffer{four, 4}), "b = <01020304> Bytes (u32 0x4030201)");
+    EXPECT_EQ(Debug::argument_text("b", Debug::dump_buffer{four, 3}), "b = <010203> Bytes");
+    EXPECT_EQ(Debug::argument_text("b", Debug::dump_buffer{many, 20}),
+              "b = <00000000000000000000000000000000... > Bytes");
+    INFO_DATATYPE type = INFO_DATATYPE_UINT64;
+    const INFO_DATATYPE* piType = &type;
+    const uint64_t value = 9;
+    const void* pBuffer = &value;
+    EXPECT_EQ(ORV_ARG(Debug::dump_void_ptr(pBuffer, piType)), "*(uint64_t*) pBuffer = 9");
+    type = INFO_DATATYPE_STRING;
+    pBuffer = "xyz";
+    EXPECT_EQ(ORV_ARG(Debug::dump_void_ptr(pBuffer, piType)), "(char*)pBuffer = \"xyz\"");
+    piType = nullptr;
+    EXPECT_EQ(ORV_ARG(Debug::dump_void_ptr(pBuffer, piType)), "pBuffer = <no type>");
+}
+
+namespace {
+
+class memory_sink final : public spdlog::sinks::base_sink<std::mutex> {
+public:
+    std::vector<std::string> lines;
+
+protected:
+    void sink_it_(const spdlog::details::log_msg& message) override {
+        lines.emplace_back(message.payload.data(), message.payload.size());
+    }
+    void flush_() override {}
+};
+
+} // namespace
+
+TEST(TraceText, CallsLeaveALineAtBothEnds) {
+    const auto sink = std::make_shared<memory_sink>();
+    const auto logger = std::make_shared<spdlog::logger>("trace", sink);
+    logger->set_level(spdlog::level::trace);
+    install_system_factory(&fake::installed_factory(), nullptr, logger);
+    set_trace_mask(trace_calls);
+    GCInitLib();
+    TL_HANDLE tl = nullptr;
+    TLOpen(&tl);
+    uint32_t count = 0;
+    TLGetNumInterfaces(tl, &count);
+    TLGetNumInterfaces(nullptr, nullptr);
+    GCCloseLib();
+    set_trace_mask(0);
+    install_system_factory(&fake::installed_factory(), nullptr, nullptr);
+
+    const auto has = [&](const std::string& wanted) {
+        return std::ranges::find(sink->lines, wanted) != sink->lines.end();
+    };
+    EXPECT_TRUE(has(">> GenTL::GCInitLib(  );"));
+    EXPECT_TRUE(has("<< GenTL::GCInitLib(  ) SUCCEEDED"));
+    EXPECT_TRUE(has("<< GenTL::TLGetNumInterfaces( *piNumIfaces = 1 ) SUCCEEDED"));
+    EXPECT_TRUE(has("<< GenTL::TLGetNumInterfaces( ... ) FAILED with return = GC_ERR_INVALID_HANDLE, message: 'hTL == "
+                    "nullptr'"));
+}

@@ -1,0 +1,51 @@
+// The data stream of a service-backed camera: delivery path, statistics, settings and their features.
+#pragma once
+
+#include <gds_gentl_producer/async_deliver_queue.h>
+#include <gds_gentl_producer/producer_device_base.h>
+#include <gentl_producer/DataStreamImpl.h>
+
+#include <atomic>
+
+namespace gds_producer {
+
+class producer_device_data_stream : public GenTL::Producer::DataStreamImpl {
+protected:
+    // The device must have its settings block.
+    producer_device_data_stream(producer_device_base& parent, std::string id);
+
+    // Opens the way to the camera's data with the lease of its channel; closing hands back every buffer in Filling.
+    virtual GenTL::Error open_stream(const ipc_rpc::client_object_handle& lease) = 0;
+    virtual GenTL::Error stream_opened() { return GenTL::success(); }
+    virtual void close_stream() = 0;
+    virtual void flush_stream() = 0;
+
+    GenTL::Error start_acquisition_() override;
+    void stop_acquisition_(bool kill) override;
+    void flush_filling_buffers_() override;
+    uint64_t num_transmission_drop() override { return packet_loss_frames; }
+    std::expected<std::shared_ptr<GenTL::Producer::Buffer>, GenTL::Error> create_buffer_(void* base, size_t size,
+                                                                                         void* user_ptr) override;
+    void build_register_map(GenTL::Producer::Util::GenApiInterfaceBuilder& builder) override;
+
+    // On the receive thread: a frame whose buffer fields are written.
+    void push_async_deliver(GenTL::Producer::Buffer& buffer);
+    void discard_buffer(GenTL::Producer::Buffer& buffer);
+    void add_packet_loss(uint64_t frames) noexcept { packet_loss_frames += frames; }
+
+    [[nodiscard]] producer_device_base& device_base() noexcept { return device; }
+
+private:
+    void update_and_deliver_buffer(GenTL::Producer::Buffer& buffer);
+    void requeue(void* frame);
+
+    producer_device_base& device;
+    const settings_block settings;
+    ipc_rpc::client_object_handle lease; // while streaming
+    bool queue_mode_dedicated = false;
+    async_deliver_queue mailbox;
+    std::atomic<uint64_t> packet_loss_frames{0};
+    std::atomic<uint64_t> transform_queue_drops{0};
+};
+
+} // namespace gds_producer

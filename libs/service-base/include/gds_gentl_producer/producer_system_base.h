@@ -1,0 +1,95 @@
+// The transport layer module when the real work is done by the local service, and the factory that makes it.
+#pragma once
+
+#include <GenICam/log.h>
+#include <gds_helper/log.h>
+#include <gds_helper/property_store_chain.h>
+#include <gds_shared/product_constants.h>
+#include <gentl_producer/SystemImpl.h>
+#include <ipc_rpc/client_object_handle.h>
+#include <ipc_rpc/notification_registry.h>
+#include <ipc_rpc/rpc_client.h>
+
+#include <memory>
+
+namespace gds_producer {
+
+// What the objects of one library load share; lives in the factory.
+struct producer_environment {
+    const gds_shared::product_constants& product;
+    std::shared_ptr<gds_helper::property_store_chain> settings;
+    std::shared_ptr<gds_helper::log::log_control> logging;
+};
+
+// One per library, made by static initialisation: nothing here talks to the service or starts a thread.
+class producer_system_factory_base : public GenTL::Producer::ISystemFactory {
+public:
+    explicit producer_system_factory_base(const gds_shared::product_constants& product);
+    ~producer_system_factory_base() override;
+
+    [[nodiscard]] const GenTL::Producer::TransportLayerInfo& transport_layer_info() const override { return tl_info; }
+    [[nodiscard]] std::expected<std::shared_ptr<GenTL::Producer::ISystem>, GenTL::Error> create_system() override {
+        return create_system_();
+    }
+    void on_library_closed() override {}
+
+protected:
+    // Makes the system and connects it.
+    virtual std::expected<std::shared_ptr<GenTL::Producer::ISystem>, GenTL::Error> create_system_() = 0;
+
+    [[nodiscard]] const producer_environment& environment() const noexcept { return env; }
+
+private:
+    producer_environment env;
+    GenTL::Producer::TransportLayerInfo tl_info;
+    std::unique_ptr<GenICam::ILogSink> genicam_log;
+};
+
+class producer_system_base : public GenTL::Producer::SystemImpl, public gds_helper::property_store_ro {
+public:
+    ~producer_system_base() override;
+
+    // Once, after construction. The connection is never renewed: when it is lost, calls to the service fail and the
+    // system stays usable for local reads.
+    [[nodiscard]] GenTL::Error connect_to_service();
+
+    GenTL::Error Read(uint64_t address, void* buffer, size_t* size) override;
+    GenTL::Error Write(uint64_t address, const void* buffer, size_t* size) override;
+
+    // The service's own configuration.
+    std::error_code read_double(const std::string& key, double& value) const override;
+    std::error_code read_int64(const std::string& key, std::int64_t& value) const override;
+    std::error_code read_string(const std::string& key, std::string& value) const override;
+    bool has_entry(const std::string& key) const override;
+
+    [[nodiscard]] const producer_environment& environment() const noexcept { return env; }
+    [[nodiscard]] ipc_rpc::notification_registry& notifications() noexcept { return registry; }
+
+protected:
+    producer_system_base(const GenTL::Producer::TransportLayerInfo& info, const producer_environment& shared);
+
+    // Makes the interface module for an open interface of the service.
+    virtual std::expected<std::shared_ptr<GenTL::Producer::IInterface>, GenTL::Error>
+    make_interface_(const GenTL::Producer::InterfaceInfo& info, ipc_rpc::client_object_handle handle) = 0;
+    // Functions that this client offers to the service; none here.
+    virtual void fill_function_table_(ipc_rpc::object_function_table_root&) {}
+
+    std::expected<std::vector<GenTL::Producer::InterfaceInfo>, GenTL::Error>
+    query_interfaces_(uint64_t timeout) override;
+    std::expected<std::shared_ptr<GenTL::Producer::IInterface>, GenTL::Error>
+    create_interface_(const GenTL::Producer::InterfaceInfo& info) override;
+    void build_register_map(GenTL::Producer::Util::GenApiInterfaceBuilder& builder) override;
+    std::string replacement_document_() override;
+
+private:
+    void add_genicam_debug(GenTL::Producer::Util::GenApiInterfaceBuilder& builder);
+
+    const producer_environment& env;
+    // In this order, so that the connection ends before what its notifications reach.
+    ipc_rpc::notification_registry registry;
+    ipc_rpc::notification_registry::token interface_list_changed;
+    ipc_rpc::client_object_handle service;
+    ipc_rpc::client::client_instance connection;
+};
+
+} // namespace gds_producer

@@ -1,0 +1,88 @@
+// The shared-memory queue, and what a peer may write into it.
+#include <impl/shared_memory_queue.h>
+#include <platform.h>
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <thread>
+
+using namespace ipc_rpc;
+
+namespace {
+
+std::string own_name() { return platform::object_name("test_" + platform::unique_text()); }
+
+struct queue_pair {
+    std::string name = own_name();
+    shared_memory_queue creator{name, {}};
+    shared_memory_queue opener{name};
+    // A hostile peer's view.
+    platform::shared_mapping raw = platform::shared_mapping::open(name, shared_queue_size);
+    shared_queue_header& header() { return *reinterpret_cast<shared_queue_header*>(raw.bytes().data()); }
+};
+
+} // namespace
+
+TEST(Queue, BlocksTravelInOrderAndComeBack) {
+    queue_pair pair;
+    for (int i = 0; i < 200; ++i) {
+        auto block = pair.opener.acquire_block();
+        ASSERT_EQ(block.size(), queue_block_size);
+        std::memcpy(block.data(), &i, sizeof i);
+        ASSERT_TRUE(pair.opener.send_block(block));
+        const auto received = pair.creator.receive();
+        const auto& got = std::get<std::span<std::byte>>(received);
+        int value = 0;
+        std::memcpy(&value, got.data(), sizeof value);
+        EXPECT_EQ(value, i);
+        pair.creator.release_block(got);
+    }
+}
+
+TEST(Queue, NotificationsAreDeliveredOnce) {
+    queue_pair pair;
+    EXPECT_TRUE(pair.creator.raise_notification(511));
+    EXPECT_TRUE(pair.creator.raise_notification(511));
+    EXPECT_TRUE(pair.creator.raise_notification(0));
+    EXPECT_TRUE(pair.creator.raise_notification(512)) << "ignored";
+    const auto words = std::get<notification_words>(pair.opener.receive());
+    EXPECT_EQ(words[7], uint64_t{1} << 63);
+    EXPECT_EQ(words[0], 1U);
+}
+
+TEST(Queue, ShuttingOneSideWakesTheOther) {
+    queue_pair pair;
+    std::thread receiver{[&] { EXPECT_TRUE(std::holds_alternative<std::monostate>(pair.opener.receive())); }};
+    std::vector<std::span<std::byte>> taken;
+    for (unsigned i = 0; i < queue_block_count; ++i) taken.push_back(pair.opener.acquire_block());
+    std::thread sender{[&] { EXPECT_TRUE(pair.opener.acquire_block().empty()); }};
+    pair.creator.shut();
+    receiver.join();
+    sender.join();
+    EXPECT_FALSE(pair.opener.send_block(taken[0]));
+    EXPECT_FALSE(pair.opener.raise_notification(1));
+}
+
+TEST(Queue, BadIndexesNeitherCrashNorPoison) {
+    queue_pair pair;
+    // An entry beyond the blocks gives a block of no length; index fields beyond the ring are masked.
+    pair.header().sent_ring[0] = 0xFFFFFFFF;
+    pair.header().sent_write = 1;
+    EXPECT_TRUE(std::get<std::span<std::byte>>(pair.creator.receive()).empty());
+    pair.header().sent_read = 0xFFFFFFE1;
+    auto block = pair.opener.acquire_block();
+    ASSERT_FALSE(block.empty());
+    ASSERT_TRUE(pair.opener.send_block(block));
+    EXPECT_FALSE(std::get<std::span<std::byte>>(pair.creator.receive()).empty());
+    pair.header().free_ring[pair.header().free_read & 31] = 4711;
+    EXPECT_TRUE(pair.opener.acquire_block().empty());
+    EXPECT_FALSE(pair.opener.acquire_block().empty());
+}
+
+TEST(Queue, AnObjectTooSmallIsRefused) {
+    const std::string name = own_name();
+    const auto small = platform::shared_mapping::create(name, 4096, {});
+    EXPECT_THROW(shared_memory_queue{name}, std::system_error);
+    EXPECT_THROW(shared_memory_queue{"/no-such-queue"}, std::system_error);
+}

@@ -1,0 +1,218 @@
+#include "device_data_stream.h"
+
+#include <gevdrv_streamchannel/stream_channel_impl.h>
+
+#include <gds_gentl_producer/error_translation.h>
+#include <gds_helper/log.h>
+#include <ipc_rpc/catalogue.h>
+
+#include <asio/ip/address_v4.hpp>
+#include <spdlog/logger.h>
+
+namespace gevdrv::gentl {
+
+using namespace GenTL;
+using namespace GenTL::Producer;
+using gev::streamchannel::frame_context;
+using gev::streamchannel::frame_info;
+using gev::streamchannel::frame_receive_stats;
+namespace frame_flags = gev::streamchannel::frame_flags;
+namespace catalogue = ipc_rpc::catalogue;
+
+namespace {
+
+constexpr uint32_t tick_frequency_high = 0x093C;
+constexpr uint32_t tick_frequency_low = 0x0940;
+constexpr uint16_t control_port = 3956;
+
+spdlog::logger& logger() {
+    static const std::shared_ptr<spdlog::logger> instance = gds_helper::log::get(gds_helper::log::logger_id::gvsp);
+    return *instance;
+}
+
+} // namespace
+
+device_data_stream::device_data_stream(device_instance& parent, std::string id)
+    : producer_device_data_stream(parent, std::move(id)), remote_device(parent) {}
+
+device_data_stream::~device_data_stream() = default;
+
+std::expected<int64_t, std::error_code> device_data_stream::read_payload_size() const {
+    auto* nodes = remote_device.remote_port().remote_document();
+    auto* node = nodes == nullptr ? nullptr : nodes->find<GenICam::IInteger>("PayloadSize");
+    if (node == nullptr) return std::unexpected(make_error_code(GenICam::genicam_errc::node_not_implemented));
+    return node->get_val(GenICam::access_flags::bypass_cache);
+}
+
+size_t device_data_stream::payload_size() {
+    const auto size = read_payload_size();
+    return size && *size > 0 ? static_cast<size_t>(*size) : 0;
+}
+
+Error device_data_stream::open_stream(const ipc_rpc::client_object_handle& channel_lease) {
+    skipped_frames = 0;
+    resend_packets_requested = 0;
+    const auto payload = read_payload_size();
+    if (!payload || *payload <= 0 || *payload > UINT32_MAX) {
+        return {GC_ERR_INVALID_PARAMETER, "Failed to read PayloadSize from device."};
+    }
+    const auto channel = channel_lease.invoke<catalogue::get_stream_channel_info>(0U);
+    if (!channel) return gds_producer::to_gentl_error(channel.error(), "get_stream_channel_info");
+    std::error_code bad_address;
+    const auto device_address = asio::ip::make_address_v4(channel->host_address, bad_address);
+    if (bad_address) {
+        return {GC_ERR_IO, "The service named no IPv4 address of the device: '{}'.", channel->host_address};
+    }
+    const auto port = static_cast<uint16_t>(channel->dest_port != 0 ? channel->dest_port : control_port);
+    stream_channel = std::make_unique<gev::streamchannel::stream_channel_impl>(
+        gev::streamchannel::stream_channel_impl::create_params{
+            channel->channel_index, 0, channel->interface_ip, {device_address, port}},
+        remote_device.remote_port().control_channel(), remote_device.remote_port().remote_document());
+
+    // Before connect: frames may come as soon as it has returned.
+    read_tick_period();
+    gev::streamchannel::channel_start_params params;
+    params.deliver = [this](const frame_info& info, const frame_receive_stats& stats) { deliver(info, stats); };
+    params.get_frame = [this] { return next_frame(); };
+    params.payload_size = static_cast<uint32_t>(*payload);
+    params.preferred_packet_size = static_cast<int32_t>(packet_size_chosen);
+    if (remote_device.supports_resend()) {
+        params.send_resend = [handle = channel_lease](uint32_t channel_index, uint64_t block_id, uint32_t first, uint32_t last,
+                                              bool extended) {
+            static_cast<void>(
+                handle.invoke<catalogue::send_resend_cmd>(channel_index, block_id, first, last, extended));
+        };
+    }
+    if (const std::error_code error = stream_channel->connect(params)) {
+        return {GC_ERR_ACCESS_DENIED, "Failed to open stream channel to device due to err={}", error.message()};
+    }
+    if (const auto chosen = stream_channel->query_packet_size(0)) packet_size_chosen = static_cast<uint32_t>(*chosen);
+    apply_resend_settings();
+    return success();
+}
+
+void device_data_stream::read_tick_period() {
+    auto& registers = remote_device.remote_port();
+    const auto low = registers.read_reg(tick_frequency_low, 0, registers.default_timeout);
+    const auto high = registers.read_reg(tick_frequency_high, 0, registers.default_timeout);
+    if (!low || !high) {
+        tick_period_ns = 1.0;
+        return;
+    }
+    const uint64_t frequency = uint64_t{*high} << 32 | *low;
+    logger().info("Timestamp Tick Frequency Registers = {}", frequency);
+    if (frequency != 0) tick_period_ns = 1e9 / static_cast<double>(frequency);
+}
+
+void device_data_stream::apply_resend_settings() {
+    auto* nodes = remote_device.remote_port().remote_document();
+    if (auto* rate_node = nodes->find<GenICam::IFloat>("AcquisitionFrameRate")) {
+        const auto rate = rate_node->get_val(GenICam::access_flags::bypass_cache);
+        if (rate && *rate > 0.0) {
+            resend.automatic_time_us = static_cast<uint32_t>(std::min(1.0 / *rate * 1e6, 4e9));
+        }
+    }
+    gev::streamchannel::resend_parameters parameters;
+    parameters.time_per_frame =
+        resend.auto_time_per_frame ? resend.automatic_time_us.load() : resend.time_per_frame_us.load();
+    parameters.max_open_blocks = 3;
+    parameters.max_retries = 3;
+    parameters.resend_delay_factor = 0.5F;
+    parameters.resend_enabled = resend.enable;
+    static_cast<void>(stream_channel->set_resend_params(parameters));
+}
+
+void device_data_stream::close_stream() {
+    if (!stream_channel) return;
+    static_cast<void>(stream_channel->flush());
+    stream_channel->disconnect();
+    stream_channel.reset();
+}
+
+void device_data_stream::flush_stream() {
+    if (stream_channel) static_cast<void>(stream_channel->flush());
+}
+
+frame_context device_data_stream::next_frame() {
+    Buffer* buffer = take_input_buffer(true);
+    if (buffer == nullptr) return {};
+    return {buffer, static_cast<std::byte*>(buffer->base), buffer->size};
+}
+
+void device_data_stream::deliver(const frame_info& info, const frame_receive_stats& stats) {
+    if (stats.skipped_frames > skipped_frames) add_packet_loss(stats.skipped_frames - skipped_frames);
+    skipped_frames = stats.skipped_frames;
+    resend_packets_requested = stats.resend_packets_requested;
+    if (info.context.buffer == nullptr) return;
+    auto& buffer = *static_cast<Buffer*>(info.context.buffer);
+    if ((info.flags & frame_flags::flushed) != 0) {
+        discard_buffer(buffer);
+        return;
+    }
+    buffer.width = info.size_x;
+    buffer.height = info.size_y;
+    buffer.pixel_format = info.pixel_format;
+    buffer.pixel_format_namespace = PIXELFORMAT_NAMESPACE_PFNC_32BIT;
+    buffer.data_size = info.expected_payload_size;
+    buffer.size_filled = info.filled_size;
+    buffer.frame_id = info.block_id;
+    buffer.timestamp = tick_period_ns == 1.0
+                           ? info.timestamp
+                           : static_cast<uint64_t>(static_cast<double>(info.timestamp) * tick_period_ns);
+    buffer.chunk_layout_id = info.chunk_layout_id;
+    buffer.contains_chunk_data = (info.flags & frame_flags::has_chunk) != 0;
+    buffer.fill_state = (info.flags & frame_flags::incomplete) != 0 ? FillState::incomplete : FillState::complete;
+    push_async_deliver(buffer);
+}
+
+void device_data_stream::build_register_map(Util::GenApiInterfaceBuilder& builder) {
+    producer_device_data_stream::build_register_map(builder);
+
+    const std::string later = " Value is used on the next DataStream setup.";
+    const auto flag = [&](std::string_view name, std::atomic<bool>& value, const char* display_name,
+                          const char* tool_tip) {
+        auto& node = builder.add_rw_boolean(
+            name, [&value]() -> std::expected<bool, Error> { return value.load(); },
+            [&value](bool new_value) {
+                value = new_value;
+                return success();
+            },
+            std::string{name} + "_Register");
+        node.display_name = display_name;
+        node.tool_tip = tool_tip;
+        node.description = tool_tip + later;
+    };
+    flag("StreamPacketResendEnable", resend.enable, "Stream Packet Resend Enable",
+         "Enables/Disables resend packets being sent when packets are missing from a frame in the data stream.");
+    flag("StreamPacketResendAutoTimePerFrame", resend.auto_time_per_frame, "Stream Packet Resend Auto Time Per Frame",
+         "Enables/Disables automatically setting 'Driver_StreamPacketResend_TimePerFrame'.");
+    auto& time = builder.add_rw_integer<uint32_t>(
+        "StreamPacketResendTimePerFrame",
+        [this]() -> std::expected<uint32_t, Error> { return resend.time_per_frame_us.load(); },
+        [this](uint32_t value) {
+            resend.time_per_frame_us = value;
+            return success();
+        },
+        "StreamPacketResendTimePerFrame_Register");
+    time.display_name = "Stream Packet Resend Time Per Frame";
+    time.tool_tip = "Controls the time per frame used to determine when to generate 'resend-requests' relative to the "
+                    "block start time.";
+    time.description = *time.tool_tip + later;
+    time.unit = "us";
+    time.min = int64_t{0};
+    time.max = int64_t{100000000};
+    builder
+        .add_category("StreamPacketResendControl", {"StreamPacketResendEnable", "StreamPacketResendAutoTimePerFrame",
+                                                    "StreamPacketResendTimePerFrame"})
+        .display_name = "Stream Packet Resend Control";
+
+    auto& requested = builder.add_ro_integer<uint64_t>(
+        "StreamResendRequestedPackets",
+        [this]() -> std::expected<uint64_t, Error> { return resend_packets_requested.load(); },
+        "StreamResendRequestedPackets_Register");
+    requested.display_name = "Stream Resend Requested Packets";
+    requested.tool_tip = "Count of packets to resend requested.";
+    builder.add_category("StreamStatistics", {"StreamResendRequestedPackets"});
+}
+
+} // namespace gevdrv::gentl

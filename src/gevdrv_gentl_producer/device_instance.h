@@ -1,0 +1,34 @@
+// The GigE Vision device module.
+#pragma once
+
+#include "device_remote_port.h"
+
+#include <gds_gentl_producer/producer_device_base.h>
+
+namespace gevdrv::gentl {
+
+class device_instance final : public gds_producer::producer_device_base {
+public:
+    device_instance(gds_producer::producer_interface_base& parent, const GenTL::Producer::DeviceInfo& info,
+                    GenTL::DEVICE_ACCESS_FLAGS flags, ipc_rpc::client_object_handle device);
+    ~device_instance() override;
+
+    [[nodiscard]] device_remote_port& remote_port() noexcept { return *gev_port; }
+    // Whether the camera can send packets again; known after init.
+    [[nodiscard]] bool supports_resend() const noexcept { return resend_supported; }
+
+protected:
+    std::shared_ptr<gds_producer::producer_device_remote_port_base>
+    open_remote_port(const std::string& display_name) override;
+    GenTL::Error init_remote_port(gds_producer::producer_device_remote_port_base& port) override;
+    void handle_event_message(const ipc_rpc::event_message& message) override;
+    std::vector<std::string> data_stream_ids_() override;
+    std::expected<std::shared_ptr<GenTL::Producer::IDataStream>, GenTL::Error>
+    create_data_stream_(const std::string& stream_id) override;
+
+private:
+    std::shared_ptr<device_remote_port> gev_port;
+    bool resend_supported = false;
+};
+
+} // namespace gevdrv::gentl

@@ -1,0 +1,180 @@
+#include "gvsp_recv_simple.h"
+
+#include <gds_helper/log.h>
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+namespace gev::streamchannel::impl {
+
+namespace {
+
+constexpr uint32_t bits_per_word = 32;
+
+spdlog::logger& logger() {
+    static const std::shared_ptr<spdlog::logger> instance = gds_helper::log::get(gds_helper::log::logger_id::gvsp);
+    return *instance;
+}
+
+} // namespace
+
+gvsp_recv_simple::gvsp_recv_simple(const stream_functions& stream) : functions(stream) { setup(0, 0); }
+
+void gvsp_recv_simple::setup(uint32_t packet_size, uint32_t new_payload_size) {
+    stats = {};
+    unwrapper.reset();
+    last_leader = {};
+    payload_size = new_payload_size;
+    for (const bool extended_ids : {false, true}) {
+        geometry[extended_ids] = block_geometry::of(packet_size, payload_size, extended_ids);
+    }
+    // The smaller payload of extended ids needs the larger bitmap.
+    const size_t words = (geometry[1].expected_packets + bits_per_word - 1) / bits_per_word;
+    for (size_t i = 0; i < blocks.size(); ++i) {
+        std::vector<uint32_t> bitmap = std::move(blocks[i].received_bitmap);
+        bitmap.assign(words, 0);
+        blocks[i] = block{};
+        blocks[i].received_bitmap = std::move(bitmap);
+        ring[i] = &blocks[i];
+    }
+}
+
+gvsp_recv_simple::block* gvsp_recv_simple::find(uint64_t block_id) noexcept {
+    // Ended blocks keep their id, so that what is late for them finds them and is dropped.
+    const auto found = std::ranges::find(blocks, block_id, &block::block_id);
+    return found == blocks.end() ? nullptr : &*found;
+}
+
+bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> datagram) {
+    const gvsp_parsed_packet packet = parse_gvsp_packet(datagram.data(), datagram.size());
+    if (packet.kind == gvsp_packet_kind::invalid || packet.kind == gvsp_packet_kind::status_only) return false;
+    extended = packet.is_extended;
+    const uint64_t frame_id = unwrapper.unwrap(packet.block_id, extended);
+    block* current = find(packet.block_id);
+    if (current == nullptr) current = &create_new_block(now, packet.block_id, frame_id);
+    if (!current->active) return true;
+    if (mark_received(*current, packet.packet_id)) ++current->received_count;
+    switch (packet.kind) {
+    case gvsp_packet_kind::leader:
+        last_leader = current->leader = packet.leader;
+        break;
+    case gvsp_packet_kind::trailer:
+        current->chunk_layout_id = packet.trailer.chunk_layout_id;
+        current->has_chunk = packet.trailer.chunk_data_payload_length != 0;
+        break;
+    case gvsp_packet_kind::payload:
+        copy_payload(*current, packet.packet_id, packet.payload);
+        break;
+    default:
+        break;
+    }
+    return true;
+}
+
+// True for a packet that counts: also one beyond the bitmap, but no duplicate.
+bool gvsp_recv_simple::mark_received(block& current, uint32_t packet_id) noexcept {
+    if (packet_id >= current.geometry.expected_packets) return true;
+    uint32_t& word = current.received_bitmap[packet_id / bits_per_word];
+    const uint32_t bit = 1U << (packet_id % bits_per_word);
+    if ((word & bit) != 0) return false;
+    word |= bit;
+    return true;
+}
+
+void gvsp_recv_simple::copy_payload(block& current, uint32_t packet_id,
+                                    const gvsp_parsed_packet::payload_body& payload) {
+    if (current.context.size == 0 || packet_id == 0) return;
+    const uint64_t per_packet = current.geometry.payload_per_packet;
+    const uint64_t offset = (uint64_t{packet_id} - 1) * per_packet;
+    if (offset > current.context.size) return;
+    const uint64_t count = std::min({payload.data_size, per_packet, current.context.size - offset});
+    if (count != 0) std::memcpy(current.context.data + offset, payload.data, count);
+    current.filled_size = std::max(current.filled_size, offset + count);
+}
+
+gvsp_recv_simple::block& gvsp_recv_simple::create_new_block(uint64_t now, uint64_t block_id, uint64_t frame_id) {
+    if (const uint64_t previous = ring[0]->frame_id; previous != 0 && frame_id > previous + 1) {
+        const uint64_t skipped = frame_id - previous - 1;
+        logger().info("r[{:8}] !!!! we skipped {} frames, trying to recover ...", frame_id, skipped);
+        stats.skipped_frames += skipped;
+    }
+    end_block(*ring[3], now, false);
+    end_block(*ring[2], now, false);
+    std::rotate(ring.begin(), ring.end() - 1, ring.end());
+
+    block& created = *ring[0];
+    if (created.active) {
+        logger().info("r[{:8}] Killing block due to overrun.", frame_id);
+        end_block(created, now, false);
+    }
+    created.leader = last_leader;
+    created.leader.timestamp = 0;
+    created.block_id = block_id;
+    created.frame_id = frame_id;
+    created.start_time = now;
+    created.geometry = geometry[extended];
+    std::ranges::fill(created.received_bitmap, 0);
+    created.received_count = 0;
+    created.filled_size = 0;
+    created.chunk_layout_id = 0;
+    created.has_chunk = false;
+    created.context = functions.get_frame();
+    created.active = true;
+    return created;
+}
+
+void gvsp_recv_simple::end_block(block& ended, uint64_t now, bool flushed) {
+    if (!ended.active) return;
+    ended.active = false;
+    if (ended.context.size == 0) ++stats.no_buffer_frames;
+    if (ended.context.buffer == nullptr) return;
+
+    uint32_t received = 0;
+    for (const uint32_t word : ended.received_bitmap) received += static_cast<uint32_t>(std::popcount(word));
+    const bool complete = received == ended.geometry.expected_packets;
+    if (ended.context.size != 0) ++(complete ? stats.complete_frames : stats.incomplete_frames);
+
+    frame_info info;
+    info.context = ended.context;
+    info.size_x = ended.leader.size_x;
+    info.size_y = ended.leader.size_y;
+    info.pixel_format = ended.leader.pixel_format;
+    info.expected_payload_size = payload_size;
+    info.filled_size = ended.filled_size;
+    info.frame_id = ended.frame_id;
+    info.block_id = ended.block_id;
+    info.timestamp = ended.leader.timestamp;
+    info.start_time = ended.start_time;
+    info.end_time = now;
+    info.flags = (complete ? 0 : frame_flags::incomplete) | (extended ? frame_flags::extended_ids : 0) |
+                 (ended.has_chunk ? frame_flags::has_chunk : 0) | (flushed ? frame_flags::flushed : 0);
+    info.chunk_layout_id = ended.chunk_layout_id;
+    ended.context = {};
+    functions.deliver(info, stats);
+}
+
+int64_t gvsp_recv_simple::check_timers(uint64_t now) {
+    // No timers: looks for a finished block. What is older than a finished block will not be finished any more.
+    const auto finished = std::ranges::find_if(ring, [](const block* candidate) {
+        return candidate->active && candidate->received_count >= candidate->geometry.expected_packets;
+    });
+    if (finished == ring.end()) return -1;
+    for (auto older = ring.end(); --older != finished;) end_block(**older, now, false);
+    end_block(**finished, now, false);
+    return -1;
+}
+
+bool gvsp_recv_simple::revoke_frame(const void* buffer) {
+    const auto found = std::ranges::find_if(
+        blocks, [&](const block& candidate) { return candidate.active && candidate.context.buffer == buffer; });
+    if (found == blocks.end()) return false;
+    found->context = {};
+    return true;
+}
+
+void gvsp_recv_simple::flush(uint64_t now) {
+    for (block& open : blocks) end_block(open, now, true);
+}
+
+} // namespace gev::streamchannel::impl

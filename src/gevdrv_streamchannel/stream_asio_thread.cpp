@@ -1,0 +1,262 @@
+#include "stream_asio_thread.h"
+
+#include "packet_recv/gvsp_recv_copy_packets.h"
+#include "packet_recv/gvsp_recv_simple.h"
+#include "posix/datagram_reader.h"
+
+#include <gds_helper/log.h>
+#include <gds_helper/process.h>
+#include <gds_shared/gigecam_error.h>
+
+#include <asio/post.hpp>
+
+#include <array>
+#include <chrono>
+#include <exception>
+#include <limits>
+
+namespace gev::streamchannel::impl {
+
+namespace {
+
+using namespace std::chrono_literals;
+using gds_shared::gigecam_errc;
+
+constexpr const char* thread_name = "gev::streamchannel::impl::stream_asio_thread::thread_main";
+constexpr int socket_receive_buffer = 0xA00000;
+constexpr size_t receive_buffers = 64;
+constexpr size_t buffer_margin = 100;
+constexpr size_t test_buffer_size = 32000;
+constexpr auto test_wait = 3'000'000ns;
+constexpr auto test_poll = 750us;
+constexpr uint32_t ip_udp_header = 28;
+constexpr auto query_timeout = 2000ms;
+
+spdlog::logger& logger() {
+    static const std::shared_ptr<spdlog::logger> instance = gds_helper::log::get(gds_helper::log::logger_id::gvsp);
+    return *instance;
+}
+
+uint64_t now_us() {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(now).count()) / 1000;
+}
+
+std::unique_ptr<gvsp_recv_interface> make_receiver(bool copy_packets, const stream_functions& functions) {
+    if (copy_packets) return std::make_unique<gvsp_recv_copy_packets>(functions);
+    return std::make_unique<gvsp_recv_simple>(functions);
+}
+
+} // namespace
+
+stream_asio_thread::stream_asio_thread(create_params params)
+    : functions(std::move(params.functions)),
+      socket(io),
+      timer(io),
+      receiver(make_receiver(params.copy_packets, functions)) {}
+
+stream_asio_thread::~stream_asio_thread() { stop(); }
+
+std::expected<asio::ip::udp::endpoint, std::error_code>
+stream_asio_thread::open_stream_socket(const asio::ip::address_v4& local_address,
+                                       const asio::ip::udp::endpoint& remote) {
+    std::error_code error;
+    socket.open(asio::ip::udp::v4(), error);
+    if (error) return std::unexpected(error);
+    const asio::ip::udp::endpoint local{local_address, 0};
+    socket.bind(local, error);
+    if (error) {
+        logger().error("Binding to {}:{} failed. err={}", local_address.to_string(), local.port(), error.message());
+        return std::unexpected(error);
+    }
+    // A READREG of the privilege register: what leaves through a firewall lets the camera's stream in. The answer
+    // comes back to this socket as no stream packet and falls through the parser.
+    static constexpr std::array<unsigned char, 12> open_firewall{0x42, 0x01, 0x00, 0x80, 0x00, 0x04,
+                                                                 0x00, 0xFF, 0x00, 0x00, 0x0A, 0x00};
+    socket.send_to(asio::buffer(open_firewall), remote, 0, error);
+    if (error) return std::unexpected(error);
+    const asio::ip::udp::endpoint bound = socket.local_endpoint(error);
+    if (error) return std::unexpected(error);
+    return bound;
+}
+
+std::error_code stream_asio_thread::drain_socket() {
+    if (!socket.is_open()) return asio::error::bad_descriptor;
+    std::array<std::byte, test_buffer_size> buffer;
+    size_t received = 0;
+    // Bounded: a flood must not keep the consumer here for ever.
+    for (int i = 0; i < 1'000'000; ++i) {
+        const std::error_code error = posix::receive_now(socket.native_handle(), buffer, received);
+        if (error == std::errc::operation_would_block) return {};
+        if (error == std::errc::connection_refused) continue; // of an earlier send, not of this socket
+        if (error) return error;
+    }
+    return {};
+}
+
+std::error_code stream_asio_thread::receive_packet_and_check_size(uint32_t expected_size) {
+    if (!socket.is_open()) return asio::error::bad_descriptor;
+    std::array<std::byte, test_buffer_size> buffer;
+    const auto deadline = std::chrono::steady_clock::now() + test_wait;
+    for (;;) {
+        size_t received = 0;
+        const std::error_code error = posix::receive_now(socket.native_handle(), buffer, received);
+        if (error == std::errc::operation_would_block) {
+            if (std::chrono::steady_clock::now() >= deadline) return make_error_code(gigecam_errc::timeout);
+            std::this_thread::sleep_for(test_poll);
+            continue;
+        }
+        if (error) return error;
+        if (logger().should_log(spdlog::level::trace)) {
+            logger().trace("Streamchannel, received test packet with bytes#={}", received + ip_udp_header);
+        }
+        if (received + ip_udp_header >= expected_size) return {};
+        // A flood of short datagrams is no reason to wait for longer.
+        if (std::chrono::steady_clock::now() >= deadline) return make_error_code(gigecam_errc::timeout);
+    }
+}
+
+std::error_code stream_asio_thread::start(uint32_t packet_size, uint32_t payload_size) {
+    std::error_code error;
+    const size_t in_force = posix::set_receive_buffer(socket.native_handle(), socket_receive_buffer, error);
+    if (error) return error;
+    if (in_force < static_cast<size_t>(socket_receive_buffer)) {
+        logger().debug("The system limits the socket's receive buffer to {} bytes.", in_force);
+    }
+    receiver->setup(packet_size, payload_size);
+    thread_running = true;
+    try {
+        thread = std::thread{[this, packet_size] { thread_main(packet_size); }};
+    } catch (const std::system_error& failure) {
+        thread_running = false;
+        return failure.code();
+    }
+    return {};
+}
+
+void stream_asio_thread::stop() {
+    if (!thread.joinable()) return;
+    io.stop();
+    thread.join();
+}
+
+void stream_asio_thread::thread_main(uint32_t packet_size) {
+    gds_helper::set_thread_name(thread_name);
+    if (!gds_helper::raise_thread_priority()) logger().debug("The receive thread runs at normal priority.");
+    try {
+        reader = std::make_unique<posix::datagram_reader>(socket.native_handle(), receive_buffers,
+                                                          packet_size + buffer_margin, buffer_margin);
+        wait_for_datagrams();
+        io.run();
+    } catch (const std::exception& failure) {
+        logger().error("{}, failed due to {}", thread_name, failure.what());
+    }
+    receiver->flush(now_us());
+    dump_statistics(receiver->get_statistics());
+    std::error_code ignored;
+    socket.close(ignored);
+    reader.reset();
+    const std::lock_guard guard{state_mutex};
+    thread_running = false;
+    state_changed.notify_all();
+}
+
+void stream_asio_thread::wait_for_datagrams() {
+    socket.async_wait(asio::ip::udp::socket::wait_read, [this](const std::error_code& error) {
+        if (!error) receive_batch();
+    });
+}
+
+void stream_asio_thread::receive_batch() {
+    std::error_code error;
+    const size_t count = reader->read(error);
+    // An error that a camera's or a stranger's ICMP message left on the socket is none of the stream.
+    if (error && error != std::errc::connection_refused && error != std::errc::host_unreachable &&
+        error != std::errc::network_unreachable) {
+        logger().error("{}, failed due to {}", thread_name, error.message());
+        return;
+    }
+    const uint64_t now = now_us();
+    int64_t wait = -1;
+    reader->for_each(count, [&](std::span<const std::byte> datagram) {
+        if (receiver->receive_packet(now, datagram)) wait = receiver->check_timers(now);
+    });
+    if (wait > 0) arm_timer(wait);
+    wait_for_datagrams();
+}
+
+void stream_asio_thread::arm_timer(int64_t wait_us) {
+    const auto now = std::chrono::steady_clock::now();
+    const int64_t room = (std::chrono::steady_clock::time_point::max() - now) / 1us;
+    timer.expires_at(wait_us >= room ? std::chrono::steady_clock::time_point::max()
+                                     : now + std::chrono::microseconds{wait_us});
+    timer.async_wait([this](const std::error_code& error) {
+        if (error) return;
+        if (const int64_t next = receiver->check_timers(now_us()); next > 0) arm_timer(next);
+    });
+}
+
+bool stream_asio_thread::run_and_wait(std::function<void()> work, std::optional<std::chrono::milliseconds> limit) {
+    // Shared with the handler, which may run after this has given up.
+    const auto done = std::make_shared<bool>(false);
+    std::unique_lock held{state_mutex};
+    if (!thread_running) return false;
+    asio::post(io, [this, done, work = std::move(work)] {
+        work();
+        const std::lock_guard guard{state_mutex};
+        *done = true;
+        state_changed.notify_all();
+    });
+    const auto over = [&] { return *done || !thread_running; };
+    if (limit) {
+        state_changed.wait_for(held, *limit, over);
+    } else {
+        state_changed.wait(held, over);
+    }
+    return *done;
+}
+
+void stream_asio_thread::flush() {
+    run_and_wait([this] { receiver->flush(now_us()); });
+}
+
+void stream_asio_thread::reset_receiver() {
+    asio::post(io, [this] { receiver->reset(); });
+}
+
+void stream_asio_thread::operation_8() {
+    asio::post(io, [this] { receiver->operation_6(); });
+}
+
+std::error_code stream_asio_thread::operation_9(uint32_t first, uint64_t second) {
+    asio::post(io, [this, first, second] { static_cast<void>(receiver->operation_9(first, second)); });
+    return {};
+}
+
+std::expected<uint64_t, std::error_code> stream_asio_thread::operation_10(uint32_t selector) {
+    const auto answer = std::make_shared<bool>(false);
+    if (!run_and_wait([this, selector, answer] { *answer = receiver->operation_10(selector); })) {
+        return std::unexpected(make_error_code(gigecam_errc::option_not_available));
+    }
+    return *answer ? 1 : 0;
+}
+
+void stream_asio_thread::set_resend_params(const resend_parameters& parameters) {
+    asio::post(io, [this, parameters] { receiver->set_resend_params(parameters); });
+}
+
+std::expected<std::optional<resend_parameters>, std::error_code> stream_asio_thread::get_resend_params() {
+    const auto answer = std::make_shared<std::optional<resend_parameters>>();
+    if (!run_and_wait([this, answer] { *answer = receiver->get_resend_params(); }, query_timeout)) {
+        return std::unexpected(make_error_code(gigecam_errc::option_not_available));
+    }
+    return *answer;
+}
+
+void stream_asio_thread::dump_statistics(const frame_receive_stats& stats) const {
+    logger().info("[{:8}] delivered={} dropped(skipped/no frame)=({},{}).",
+                  stats.complete_frames + stats.incomplete_frames + stats.skipped_frames + stats.no_buffer_frames,
+                  stats.complete_frames + stats.incomplete_frames, stats.skipped_frames, stats.no_buffer_frames);
+}
+
+} // namespace gev::streamchannel::impl

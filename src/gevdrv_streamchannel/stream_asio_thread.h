@@ -1,0 +1,69 @@
+// The receive thread: one UDP socket, one io_context, one receiver that no other thread touches.
+#pragma once
+
+#include "stream_channel_thread_itf.h"
+
+#include <asio/io_context.hpp>
+#include <asio/steady_timer.hpp>
+
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+namespace gev::streamchannel::posix {
+class datagram_reader;
+}
+
+namespace gev::streamchannel::impl {
+
+class stream_asio_thread final : public stream_channel_thread_itf {
+public:
+    struct create_params {
+        bool copy_packets = false;
+        stream_functions functions; // without a resend sender the simple receiver serves
+    };
+
+    explicit stream_asio_thread(create_params params);
+    ~stream_asio_thread() override;
+    stream_asio_thread(const stream_asio_thread&) = delete;
+    stream_asio_thread& operator=(const stream_asio_thread&) = delete;
+
+    std::error_code drain_socket() override;
+    std::error_code receive_packet_and_check_size(uint32_t expected_size) override;
+    std::expected<asio::ip::udp::endpoint, std::error_code>
+    open_stream_socket(const asio::ip::address_v4& local_address, const asio::ip::udp::endpoint& remote) override;
+    std::error_code start(uint32_t packet_size, uint32_t payload_size) override;
+    void stop() override;
+    void flush() override;
+    void reset_receiver() override;
+    void operation_8() override;
+    std::error_code operation_9(uint32_t first, uint64_t second) override;
+    std::expected<uint64_t, std::error_code> operation_10(uint32_t selector) override;
+    void set_resend_params(const resend_parameters& parameters) override;
+    std::expected<std::optional<resend_parameters>, std::error_code> get_resend_params() override;
+
+private:
+    void thread_main(uint32_t packet_size);
+    void wait_for_datagrams();
+    void receive_batch();
+    void arm_timer(int64_t wait_us);
+    // Runs `work` on the receive thread and waits for it. False when the thread ended first or the time ran out.
+    bool run_and_wait(std::function<void()> work, std::optional<std::chrono::milliseconds> limit = std::nullopt);
+    void dump_statistics(const frame_receive_stats& stats) const;
+
+    const stream_functions functions;
+    asio::io_context io;
+    asio::ip::udp::socket socket;
+    asio::steady_timer timer;
+    std::unique_ptr<gvsp_recv_interface> receiver; // the receive thread's while it runs
+    std::unique_ptr<posix::datagram_reader> reader;
+    std::thread thread;
+
+    std::mutex state_mutex; // guards what follows
+    std::condition_variable state_changed;
+    bool thread_running = false;
+};
+
+} // namespace gev::streamchannel::impl

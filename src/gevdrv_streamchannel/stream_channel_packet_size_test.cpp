@@ -1,0 +1,115 @@
+#include "stream_channel_packet_size_test.h"
+
+#include "stream_registers.h"
+
+#include <gds_helper/log.h>
+#include <gds_shared/gigecam_error.h>
+
+#include <algorithm>
+
+namespace gev::streamchannel::impl {
+
+namespace {
+
+constexpr uint32_t fire_test_packet = 0x80000000;
+constexpr uint32_t do_not_fragment = 0x40000000;
+constexpr uint32_t size_mask = 0xFFFF;
+
+constexpr int32_t lowest_minimum = 1400;
+constexpr int32_t highest_maximum = 32000;
+constexpr int64_t smallest_node_minimum = 100;
+constexpr int32_t carried_anywhere = 1500;
+constexpr int32_t fallback_size = 1484;
+constexpr int32_t size_step = 4;
+
+// Sizes that real networks claim to carry and do not: never tested, never chosen.
+constexpr bool is_excluded(int32_t size) { return size >= 1504 && size <= 1519; }
+
+spdlog::logger& logger() {
+    static const std::shared_ptr<spdlog::logger> instance = gds_helper::log::get(gds_helper::log::logger_id::gvsp);
+    return *instance;
+}
+
+} // namespace
+
+uint32_t packet_size_test::register_address() const noexcept {
+    return address_of(stream_register::packet_size, channel_index);
+}
+
+std::error_code packet_size_test::write_packetsize_register(uint32_t size, bool fire) {
+    const uint32_t value = size | do_not_fragment | (fire ? fire_test_packet : 0);
+    return port.write_reg(register_address(), value, 0, register_timeout_ms);
+}
+
+std::expected<uint32_t, std::error_code> packet_size_test::read_packetsize_register() {
+    const auto value = port.read_reg(register_address(), 1, register_timeout_ms);
+    if (!value) {
+        logger().error("Failed to read packet-size register.");
+        return std::unexpected(value.error());
+    }
+    return *value & size_mask;
+}
+
+std::expected<uint32_t, std::error_code> packet_size_test::set_packet_size(uint32_t size) {
+    if (const std::error_code error = write_packetsize_register(size, false)) return std::unexpected(error);
+    return read_packetsize_register();
+}
+
+std::expected<uint32_t, std::error_code> packet_size_test::test_packet_size(uint32_t size) {
+    const auto actual = set_packet_size(size);
+    if (!actual) return actual;
+    if (const std::error_code error = socket.drain_socket()) return std::unexpected(error);
+    if (const std::error_code error = write_packetsize_register(*actual, true)) return std::unexpected(error);
+    if (const std::error_code error = socket.receive_packet_and_check_size(*actual)) return std::unexpected(error);
+    return actual;
+}
+
+std::expected<packet_size_range, std::error_code>
+packet_size_test::get_payload_size_range_from_genicam(GenICam::IInteger& node, int32_t max_allowed) {
+    const auto min = node.get_min(0);
+    if (!min || *min < smallest_node_minimum) {
+        logger().error("Failed to read GevSCPSPacketSize.pMin from GenICam.");
+        return std::unexpected(min ? make_error_code(gds_shared::gigecam_errc::invalid_parameter) : min.error());
+    }
+    const auto max = node.get_max(0);
+    if (!max || *max < *min) {
+        logger().error("Failed to read GevSCPSPacketSize.pMax from GenICam.");
+        return std::unexpected(max ? make_error_code(gds_shared::gigecam_errc::invalid_parameter) : max.error());
+    }
+    const auto bounded = [](int64_t value) { return static_cast<int32_t>(std::min<int64_t>(value, highest_maximum)); };
+    return packet_size_range{std::max(bounded(*min), lowest_minimum), std::min(bounded(*max), max_allowed)};
+}
+
+std::expected<packet_size_range, std::error_code> packet_size_test::range_from_register(int32_t max_allowed) {
+    const int32_t limit = std::min(max_allowed, highest_maximum);
+    const auto taken = set_packet_size(static_cast<uint32_t>(limit));
+    if (!taken) return std::unexpected(taken.error());
+    return packet_size_range{lowest_minimum, std::min(static_cast<int32_t>(*taken), limit)};
+}
+
+std::expected<uint32_t, std::error_code> packet_size_test::evalute_packet_size(packet_size_range range) {
+    auto [min, max] = range;
+    if (max <= carried_anywhere) return set_packet_size(static_cast<uint32_t>(max));
+    logger().trace("StreamChannel, packet sizes reported : min={}, max={}", min, max);
+    int32_t size = max;
+    int32_t best = 0;
+    for (;;) {
+        logger().trace("StreamChannel, testing packet size of s={}, min={}, max={}", size, min, max);
+        if (is_excluded(size)) {
+            max = size;
+        } else if (const auto accepted = test_packet_size(static_cast<uint32_t>(size))) {
+            // A camera that rounds down to what is known already has nothing between: without this the search would
+            // ask the same question for ever.
+            if (static_cast<int32_t>(*accepted) <= best) max = size;
+            best = min = size = std::max(best, static_cast<int32_t>(*accepted));
+        } else {
+            max = size;
+        }
+        const int32_t previous = size;
+        size = (min + max) / 2 / size_step * size_step;
+        if (size == previous || size == best) break;
+    }
+    return set_packet_size(static_cast<uint32_t>(best == 0 ? fallback_size : best));
+}
+
+} // namespace gev::streamchannel::impl

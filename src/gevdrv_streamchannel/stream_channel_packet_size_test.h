@@ -1,0 +1,44 @@
+// Finds the largest packet that the path from camera to host carries, by having the camera fire test packets.
+#pragma once
+
+#include "IControlChannelPort.h"
+#include "stream_channel_thread_itf.h"
+
+#include <GenICam/value_nodes.h>
+
+namespace gev::streamchannel::impl {
+
+struct packet_size_range {
+    int32_t min = 0;
+    int32_t max = 0;
+};
+
+// The device's packet size register: every size in bytes, with IP, UDP and stream headers.
+class packet_size_test final {
+public:
+    packet_size_test(controlchannel::IControlChannelPort& device, packet_size_test_socket_itf& test_socket,
+                     uint32_t channel)
+        : port(device), socket(test_socket), channel_index(channel) {}
+
+    // The size that the device took: it may round.
+    [[nodiscard]] std::expected<uint32_t, std::error_code> set_packet_size(uint32_t size);
+    // The size that the device took when a packet of it got through, else why not.
+    [[nodiscard]] std::expected<uint32_t, std::error_code> test_packet_size(uint32_t size);
+    // The largest size in the range that gets through.
+    [[nodiscard]] std::expected<uint32_t, std::error_code> evalute_packet_size(packet_size_range range);
+
+    [[nodiscard]] static std::expected<packet_size_range, std::error_code>
+    get_payload_size_range_from_genicam(GenICam::IInteger& node, int32_t max_allowed);
+    [[nodiscard]] std::expected<packet_size_range, std::error_code> range_from_register(int32_t max_allowed);
+
+private:
+    [[nodiscard]] std::error_code write_packetsize_register(uint32_t size, bool fire);
+    [[nodiscard]] std::expected<uint32_t, std::error_code> read_packetsize_register();
+    [[nodiscard]] uint32_t register_address() const noexcept;
+
+    controlchannel::IControlChannelPort& port;
+    packet_size_test_socket_itf& socket;
+    uint32_t channel_index;
+};
+
+} // namespace gev::streamchannel::impl

@@ -1,0 +1,143 @@
+// The receive thread on a real loopback socket.
+#include "datagrams.h"
+
+#include <gevdrv_streamchannel/stream_asio_thread.h>
+
+#include <gige/udp_socket.h>
+
+#include <gtest/gtest.h>
+
+#include <netinet/in.h>
+#include <netinet/udp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+
+using namespace gev::streamchannel;
+using namespace gev::streamchannel::impl;
+using namespace datagrams;
+
+namespace {
+
+const auto loopback = asio::ip::address_v4::loopback();
+
+class ThreadBench {
+public:
+    ThreadBench() {
+        stream_functions functions;
+        functions.get_frame = [this] {
+            const std::lock_guard guard{mutex};
+            memory.emplace_back(1000);
+            return frame_context{&memory.back(), memory.back().data(), 1000};
+        };
+        functions.deliver = [this](const frame_info& info, const frame_receive_stats&) {
+            const std::lock_guard guard{mutex};
+            frames.push_back(info);
+            changed.notify_all();
+        };
+        sut.emplace(stream_asio_thread::create_params{false, std::move(functions)});
+        remote = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        bind(remote, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        socklen_t length = sizeof address;
+        getsockname(remote, reinterpret_cast<sockaddr*>(&address), &length);
+        const auto opened = sut->open_stream_socket(loopback, {loopback, ntohs(address.sin_port)});
+        EXPECT_TRUE(opened);
+        local_port = opened ? opened->port() : 0;
+    }
+    ~ThreadBench() {
+        sut.reset();
+        close(remote);
+    }
+    void send(const std::vector<std::byte>& bytes, int segment = 0) const {
+        if (segment != 0) setsockopt(remote, IPPROTO_UDP, UDP_SEGMENT, &segment, sizeof segment);
+        sockaddr_in to{};
+        to.sin_family = AF_INET;
+        to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        to.sin_port = htons(local_port);
+        EXPECT_EQ(sendto(remote, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to),
+                  static_cast<ssize_t>(bytes.size()));
+    }
+    bool wait_for_frames(size_t count) {
+        std::unique_lock held{mutex};
+        return changed.wait_for(held, std::chrono::seconds{10}, [&] { return frames.size() >= count; });
+    }
+
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::deque<std::vector<std::byte>> memory;
+    std::vector<frame_info> frames;
+    std::optional<stream_asio_thread> sut;
+    int remote = -1;
+    uint16_t local_port = 0;
+};
+
+std::vector<std::byte> trailer(uint32_t block) { return standard(0, block, 2, 3).u16(0).u16(1).u32(0).bytes; }
+
+} // namespace
+
+TEST(StreamThread, OpensTheFirewallWithARegisterRead) {
+    ThreadBench bench;
+    unsigned char received[64];
+    const auto size = recv(bench.remote, received, sizeof received, 0);
+    const unsigned char expected[] = {0x42, 1, 0, 0x80, 0, 4, 0, 0xFF, 0, 0, 0x0A, 0};
+    ASSERT_EQ(size, 12);
+    EXPECT_EQ(std::memcmp(received, expected, 12), 0);
+}
+
+TEST(StreamThread, CoalescedDatagramsCountOneByOne) {
+    ThreadBench bench;
+    ASSERT_FALSE(bench.sut->start(136, 200));
+    for (const uint32_t block : {1U, 2U}) {
+        bench.send(standard_leader(block).bytes);
+        // Two payload packets of one size leave as one large send.
+        auto pair = standard(0, block, 3, 1).fill(100, 1).bytes;
+        const auto second = standard(0, block, 3, 2).fill(100, 2).bytes;
+        pair.insert(pair.end(), second.begin(), second.end());
+        bench.send(pair, 108);
+        bench.send(trailer(block));
+        const int none = 0;
+        setsockopt(bench.remote, IPPROTO_UDP, UDP_SEGMENT, &none, sizeof none);
+    }
+    ASSERT_TRUE(bench.wait_for_frames(2));
+    EXPECT_EQ(bench.frames[0].flags, 0U);
+    EXPECT_EQ(bench.frames[0].context.data[150], std::byte{2});
+    bench.sut->stop();
+}
+
+TEST(StreamThread, FlushHandsBackAndWaits) {
+    ThreadBench bench;
+    ASSERT_FALSE(bench.sut->start(136, 200));
+    bench.send(standard_leader(1).bytes);
+    for (int i = 0; i < 1000 && bench.frames.empty(); ++i) bench.sut->flush();
+    ASSERT_TRUE(bench.wait_for_frames(1));
+    EXPECT_NE(bench.frames[0].flags & frame_flags::flushed, 0U);
+    bench.sut->stop();
+}
+
+TEST(StreamThread, NothingHangsAfterTheEnd) {
+    ThreadBench bench;
+    ASSERT_FALSE(bench.sut->start(136, 200));
+    EXPECT_TRUE(bench.sut->get_resend_params());
+    bench.sut->stop();
+    bench.sut->flush();
+    EXPECT_FALSE(bench.sut->get_resend_params());
+    EXPECT_FALSE(bench.sut->operation_10(0));
+    bench.sut->stop();
+}
+
+TEST(StreamThread, ATestPacketOfTheSizePasses) {
+    ThreadBench bench;
+    bench.send(std::vector<std::byte>(50));
+    bench.send(std::vector<std::byte>(1472));
+    EXPECT_FALSE(bench.sut->receive_packet_and_check_size(1500)) << "the short one is skipped";
+    EXPECT_TRUE(bench.sut->receive_packet_and_check_size(1500)) << "nothing more waits";
+    bench.send(std::vector<std::byte>(0));
+    EXPECT_FALSE(bench.sut->drain_socket());
+}

@@ -1,0 +1,249 @@
+#include "bench.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <thread>
+
+namespace bench {
+
+using namespace GenTL;
+using namespace std::chrono_literals;
+
+namespace {
+
+std::string read_file(const std::filesystem::path& path) {
+    std::ifstream file{path, std::ios::binary};
+    return {std::istreambuf_iterator<char>{file}, {}};
+}
+
+template <class Condition>
+bool wait_until(Condition&& condition, std::chrono::milliseconds limit = 10s) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        std::this_thread::sleep_for(10ms);
+    }
+    return true;
+}
+
+} // namespace
+
+process::process(const std::vector<std::string>& command, const std::filesystem::path& output) : output_file(output) {
+    std::vector<char*> arguments;
+    for (const std::string& argument : command) arguments.push_back(const_cast<char*>(argument.c_str()));
+    arguments.push_back(nullptr);
+    const int file = open(output.c_str(), O_CREAT | O_WRONLY | O_TRUNC | O_CLOEXEC, 0600);
+    child = fork();
+    if (child == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL); // a test that crashes leaves nobody behind
+        dup2(file, STDOUT_FILENO);
+        execv(arguments[0], arguments.data());
+        _exit(127);
+    }
+    close(file);
+    if (child < 0) ADD_FAILURE() << "fork failed for " << command[0];
+}
+
+process::process(process&& other) noexcept
+    : child(std::exchange(other.child, -1)),
+      reaped(other.reaped),
+      result(other.result),
+      output_file(std::move(other.output_file)) {}
+
+process::~process() {
+    if (child <= 0 || reaped) return;
+    kill(child, SIGTERM);
+    if (!wait_until([&] { return !running(); }, 5s)) {
+        kill(child, SIGKILL);
+        wait();
+    }
+}
+
+void process::signal(int number) const { kill(child, number); }
+
+bool process::running() {
+    if (reaped) return false;
+    int status = 0;
+    if (waitpid(child, &status, WNOHANG) != child) return true;
+    reaped = true;
+    result = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    return false;
+}
+
+int process::wait() {
+    // Bounded, so that a hang is a failure with a name instead of the test runner's.
+    if (!wait_until([&] { return !running(); }, 120s)) {
+        ADD_FAILURE() << "process " << child << " hangs";
+        kill(child, SIGKILL);
+        wait_until([&] { return !running(); });
+    }
+    return result;
+}
+
+std::string process::output() const { return read_file(output_file); }
+
+bool process::wait_for_output(const std::string& text) {
+    return wait_until([&] { return output().find(text) != std::string::npos || !running(); }) &&
+           output().find(text) != std::string::npos;
+}
+
+std::string own_network() {
+    static std::atomic<int> counter{0};
+    const int unique = getpid() * 7 + counter++;
+    return "127." + std::to_string(20 + unique % 220) + "." + std::to_string(1 + unique / 220 % 250) + ".";
+}
+
+test_bench::test_bench(std::vector<std::string> service_options)
+    : network(own_network()), service_arguments(std::move(service_options)) {
+    char name[] = "/tmp/orv-test-XXXXXX";
+    directory = mkdtemp(name);
+    setenv("ORV_GENTL_RUNTIME_DIR", directory.c_str(), 1);
+}
+
+test_bench::~test_bench() {
+    service_process.reset();
+    cameras.clear();
+    std::error_code ignored;
+    std::filesystem::remove_all(directory, ignored);
+}
+
+std::filesystem::path test_bench::new_file(const std::string& stem) {
+    return directory / (stem + "-" + std::to_string(files++));
+}
+
+std::string test_bench::serial(size_t index) { return "CAM" + std::to_string(index); }
+
+process& test_bench::start_camera(std::vector<std::string> options) {
+    const std::string address = network + std::to_string(10 + cameras.size());
+    std::vector<std::string> command{std::string{ORV_BIN_DIR} + "/orv-gev-camera-sim", "--address", address, "--serial",
+                                     serial(cameras.size())};
+    command.insert(command.end(), options.begin(), options.end());
+    cameras.push_back(std::make_unique<process>(command, new_file("camera")));
+    EXPECT_TRUE(cameras.back()->wait_for_output("ready")) << cameras.back()->output();
+    service_arguments.insert(service_arguments.end(), {"--discover", address});
+    return *cameras.back();
+}
+
+void test_bench::start_service() {
+    std::vector<std::string> command{std::string{ORV_BIN_DIR} + "/orv-gentl-gev-service", "--no-networks"};
+    command.insert(command.end(), service_arguments.begin(), service_arguments.end());
+    service_process = std::make_unique<process>(command, new_file("service"));
+    EXPECT_TRUE(service_process->wait_for_output("ready")) << service_process->output();
+}
+
+void test_bench::stop_service(int signal_number) {
+    service_process->signal(signal_number);
+    service_process->wait();
+}
+
+process test_bench::start_consumer(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), std::string{ORV_BIN_DIR} + "/orv-gentl");
+    return process{arguments, new_file("consumer")};
+}
+
+test_bench::run_result test_bench::run_consumer(std::vector<std::string> arguments) {
+    process consumer = start_consumer(std::move(arguments));
+    const int code = consumer.wait();
+    return {code, consumer.output()};
+}
+
+nlohmann::json test_bench::grab(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), "grab");
+    arguments.insert(arguments.end(), {"--json", "--quiet"});
+    const run_result result = run_consumer(std::move(arguments));
+    const nlohmann::json object = nlohmann::json::parse(result.output, nullptr, false);
+    EXPECT_TRUE(object.is_object()) << "exit code " << result.exit_code << ": " << result.output;
+    return object;
+}
+
+open_camera::open_camera(const std::string& serial, const char* cti, DEVICE_ACCESS_FLAGS access)
+    : lib(std::make_shared<const cli::gentl_library>(cti == nullptr ? ORV_CTI : cti)), system(cli::open_system(lib)) {
+    open(serial, access);
+}
+
+open_camera::open_camera(std::shared_ptr<const cli::gentl_library> shared, std::shared_ptr<const cli::tl_system> tl,
+                         const std::string& serial, DEVICE_ACCESS_FLAGS access)
+    : lib(std::move(shared)), system(std::move(tl)) {
+    open(serial, access);
+}
+
+void open_camera::open(const std::string& serial, DEVICE_ACCESS_FLAGS access) {
+    std::string id;
+    const bool found = wait_until([&] {
+        for (const auto& entry : cli::list_interfaces(*system)) {
+            // One object per interface: a second camera on it is opened through the same handle.
+            std::shared_ptr<const cli::tl_interface> candidate;
+            try {
+                candidate = cli::open_interface(system, entry.id);
+            } catch (const cli::call_failed&) {
+                continue;
+            }
+            for (const auto& listed : cli::list_devices(*lib, *candidate, entry.id, 200)) {
+                if (listed.serial != serial) continue;
+                id = listed.id;
+                interface = candidate;
+                return true;
+            }
+        }
+        return false;
+    });
+    if (!found) throw std::runtime_error("camera " + serial + " was not found");
+    device = cli::open_device(*lib, interface, id, access);
+}
+
+cli::node_map& open_camera::remote() {
+    if (!nodes) {
+        PORT_HANDLE port = nullptr;
+        lib->check("DevGetPort", lib->DevGetPort(device->get(), &port));
+        nodes = std::make_unique<cli::node_map>(*lib, port);
+    }
+    return *nodes;
+}
+
+void open_camera::start(size_t buffers) {
+    DS_HANDLE handle = nullptr;
+    if (!stream) {
+        lib->check("DevOpenDataStream", lib->DevOpenDataStream(device->get(), "Stream0", &handle));
+        stream = std::make_shared<cli::tl_stream>(device, handle, lib->DSClose);
+        const auto payload = static_cast<size_t>(cli::require_integer(remote(), "PayloadSize"));
+        for (size_t i = 0; i < buffers; ++i) {
+            BUFFER_HANDLE buffer = nullptr;
+            lib->check("DSAllocAndAnnounceBuffer",
+                       lib->DSAllocAndAnnounceBuffer(stream->get(), payload, nullptr, &buffer));
+        }
+        lib->check("GCRegisterEvent", lib->GCRegisterEvent(stream->get(), EVENT_NEW_BUFFER, &new_buffer));
+    }
+    lib->check("DSFlushQueue", lib->DSFlushQueue(stream->get(), ACQ_QUEUE_ALL_TO_INPUT));
+    lib->check("DSStartAcquisition", lib->DSStartAcquisition(stream->get(), 0, GENTL_INFINITE));
+    cli::execute(cli::require_node(remote(), "AcquisitionStart"));
+}
+
+std::optional<uint64_t> open_camera::next_frame(uint64_t timeout_ms) {
+    EVENT_NEW_BUFFER_DATA event{};
+    size_t size = sizeof event;
+    if (lib->EventGetData(new_buffer, &event, &size, timeout_ms) != GC_ERR_SUCCESS) return std::nullopt;
+    INFO_DATATYPE type = 0;
+    uint64_t id = 0;
+    size = sizeof id;
+    lib->check("DSGetBufferInfo",
+               lib->DSGetBufferInfo(stream->get(), event.BufferHandle, BUFFER_INFO_FRAMEID, &type, &id, &size));
+    lib->check("DSQueueBuffer", lib->DSQueueBuffer(stream->get(), event.BufferHandle));
+    return id;
+}
+
+void open_camera::stop() {
+    cli::execute(cli::require_node(remote(), "AcquisitionStop"));
+    lib->check("DSStopAcquisition", lib->DSStopAcquisition(stream->get(), 0));
+}
+
+} // namespace bench

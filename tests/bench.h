@@ -1,0 +1,106 @@
+// A test's own service and cameras: processes on loopback addresses and a runtime folder that no other test uses.
+#pragma once
+
+#include <cli/gentl_library.h>
+#include <cli/node_map.h>
+
+#include <nlohmann/json.hpp>
+
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+// A child process; ended by its pid when this goes. Output goes to a file.
+class process final {
+public:
+    process(const std::vector<std::string>& command, const std::filesystem::path& output);
+    process(process&& other) noexcept;
+    process& operator=(process&&) = delete;
+    ~process();
+
+    void signal(int number) const;
+    // Waits for the end; the exit code, or minus the signal.
+    int wait();
+    [[nodiscard]] bool running();
+    [[nodiscard]] std::string output() const;
+    // Waits until the output holds the text; false when the process ended or 10 s passed without it.
+    [[nodiscard]] bool wait_for_output(const std::string& text);
+    [[nodiscard]] int pid() const noexcept { return child; }
+
+private:
+    int child = -1;
+    bool reaped = false;
+    int result = 0;
+    std::filesystem::path output_file;
+};
+
+// Unique on this machine while the test runs: "127.x.y." from the pid and a counter.
+[[nodiscard]] std::string own_network();
+
+class test_bench {
+public:
+    explicit test_bench(std::vector<std::string> service_options = {});
+    ~test_bench();
+
+    process& start_camera(std::vector<std::string> options = {});
+    void start_service();
+    void stop_service(int signal_number);
+
+    [[nodiscard]] process& camera(size_t index) { return *cameras.at(index); }
+    [[nodiscard]] process& service() { return *service_process; }
+    [[nodiscard]] static std::string serial(size_t index);
+    [[nodiscard]] const std::filesystem::path& folder() const noexcept { return directory; }
+
+    // Runs the consumer to its end: exit code and standard output.
+    struct run_result {
+        int exit_code;
+        std::string output;
+    };
+    [[nodiscard]] run_result run_consumer(std::vector<std::string> arguments);
+    [[nodiscard]] process start_consumer(std::vector<std::string> arguments);
+    // The object that `grab --json` prints; fails the test when there is none.
+    [[nodiscard]] nlohmann::json grab(std::vector<std::string> arguments);
+
+private:
+    [[nodiscard]] std::filesystem::path new_file(const std::string& stem);
+
+    std::filesystem::path directory;
+    std::string network;
+    std::vector<std::string> service_arguments;
+    std::vector<std::unique_ptr<process>> cameras;
+    std::unique_ptr<process> service_process;
+    int files = 0;
+};
+
+// The library opened down to one camera in this process.
+class open_camera {
+public:
+    // Waits until the service has found it.
+    explicit open_camera(const std::string& serial, const char* cti = nullptr,
+                         GenTL::DEVICE_ACCESS_FLAGS access = GenTL::DEVICE_ACCESS_CONTROL);
+    explicit open_camera(std::shared_ptr<const cli::gentl_library> shared, std::shared_ptr<const cli::tl_system> tl,
+                         const std::string& serial, GenTL::DEVICE_ACCESS_FLAGS access = GenTL::DEVICE_ACCESS_CONTROL);
+
+    void start(size_t buffers = 6);
+    // The next frame's block id; nothing within the time.
+    [[nodiscard]] std::optional<uint64_t> next_frame(uint64_t timeout_ms);
+    void stop();
+    [[nodiscard]] cli::node_map& remote();
+
+    std::shared_ptr<const cli::gentl_library> lib;
+    std::shared_ptr<const cli::tl_system> system;
+    std::shared_ptr<const cli::tl_interface> interface;
+    std::shared_ptr<const cli::tl_device> device;
+    std::shared_ptr<const cli::tl_stream> stream;
+    void* new_buffer = nullptr;
+
+private:
+    void open(const std::string& serial, GenTL::DEVICE_ACCESS_FLAGS access);
+    std::unique_ptr<cli::node_map> nodes;
+};
+
+} // namespace bench

@@ -1,0 +1,122 @@
+// What the loader and other libraries in a consumer's process see.
+#include "bench.h"
+
+#include <gtest/gtest.h>
+
+#include <dlfcn.h>
+
+#include <array>
+#include <cstdio>
+#include <set>
+#include <sstream>
+
+namespace {
+
+std::string output_of(const std::string& command) {
+    std::string text;
+    FILE* pipe = popen(command.c_str(), "r");
+    std::array<char, 4096> buffer;
+    while (size_t count = fread(buffer.data(), 1, buffer.size(), pipe)) text.append(buffer.data(), count);
+    pclose(pipe);
+    return text;
+}
+
+std::set<std::string> exports_of(const std::string& file) {
+    std::istringstream lines{output_of("nm -D --defined-only '" + file + "' | awk '{print $3}'")};
+    std::set<std::string> names;
+    for (std::string name; lines >> name;) names.insert(name);
+    return names;
+}
+
+} // namespace
+
+TEST(Binary, ExportsExactlyTheInterface) {
+    const std::set<std::string> expected{"GCGetInfo",
+                                         "GCGetLastError",
+                                         "GCInitLib",
+                                         "GCInitLibShared",
+                                         "GCCloseLib",
+                                         "GCReadPort",
+                                         "GCWritePort",
+                                         "GCReadPortStacked",
+                                         "GCWritePortStacked",
+                                         "GCGetPortURL",
+                                         "GCGetPortInfo",
+                                         "GCGetNumPortURLs",
+                                         "GCGetPortURLInfo",
+                                         "GCRegisterEvent",
+                                         "GCUnregisterEvent",
+                                         "EventGetData",
+                                         "EventGetDataInfo",
+                                         "EventGetInfo",
+                                         "EventFlush",
+                                         "EventKill",
+                                         "TLOpen",
+                                         "TLClose",
+                                         "TLGetInfo",
+                                         "TLGetNumInterfaces",
+                                         "TLGetInterfaceID",
+                                         "TLGetInterfaceInfo",
+                                         "TLOpenInterface",
+                                         "TLUpdateInterfaceList",
+                                         "IFClose",
+                                         "IFGetInfo",
+                                         "IFGetNumDevices",
+                                         "IFGetDeviceID",
+                                         "IFUpdateDeviceList",
+                                         "IFGetDeviceInfo",
+                                         "IFOpenDevice",
+                                         "IFGetParentTL",
+                                         "DevGetPort",
+                                         "DevGetNumDataStreams",
+                                         "DevGetDataStreamID",
+                                         "DevOpenDataStream",
+                                         "DevGetInfo",
+                                         "DevClose",
+                                         "DevGetParentIF",
+                                         "DSAnnounceBuffer",
+                                         "DSAllocAndAnnounceBuffer",
+                                         "DSFlushQueue",
+                                         "DSStartAcquisition",
+                                         "DSStopAcquisition",
+                                         "DSGetInfo",
+                                         "DSGetBufferID",
+                                         "DSClose",
+                                         "DSRevokeBuffer",
+                                         "DSQueueBuffer",
+                                         "DSGetBufferInfo",
+                                         "DSGetBufferChunkData",
+                                         "DSGetParentDev",
+                                         "DSGetBufferInfoStacked",
+                                         "HandleMapCount",
+                                         "ObjectTrackerCount"};
+    EXPECT_EQ(expected.size(), 59U);
+    EXPECT_EQ(exports_of(ORV_CTI), expected);
+    auto multipart = expected;
+    multipart.insert({"DSGetNumBufferParts", "DSGetBufferPartInfo"});
+    EXPECT_EQ(exports_of(ORV_MULTIPART_CTI), multipart);
+}
+
+TEST(Binary, NeedsOnlyTheLanguageRuntime) {
+    if (!std::string{ORV_SANITIZED}.empty()) GTEST_SKIP() << "sanitizers bring libraries of their own";
+    const std::set<std::string> allowed{"libc.so.6", "libm.so.6", "libstdc++.so.6", "libgcc_s.so.1",
+                                        "ld-linux-x86-64.so.2"};
+    for (const char* file : {ORV_CTI, ORV_MULTIPART_CTI}) {
+        std::istringstream lines{output_of(std::string{"objdump -p '"} + file + "' | awk '/NEEDED/ {print $2}'")};
+        size_t count = 0;
+        for (std::string name; lines >> name; ++count) EXPECT_TRUE(allowed.contains(name)) << name;
+        EXPECT_GE(count, 1U);
+    }
+}
+
+TEST(Binary, BothLibrariesLiveInOneProcess) {
+    const cli::gentl_library plain{ORV_CTI};
+    const cli::gentl_library multipart{ORV_MULTIPART_CTI};
+    const auto path = [](const cli::gentl_library& lib) {
+        return cli::ask_text(lib, "GCGetInfo", [&](GenTL::INFO_DATATYPE* type, void* text, size_t* size) {
+            return lib.GCGetInfo(GenTL::TL_INFO_PATHNAME, type, text, size);
+        });
+    };
+    EXPECT_EQ(path(plain), std::filesystem::canonical(ORV_CTI));
+    EXPECT_EQ(path(multipart), std::filesystem::canonical(ORV_MULTIPART_CTI));
+}

@@ -1,0 +1,75 @@
+// The ways of common consumers, with both libraries.
+#include "bench.h"
+
+#include <gtest/gtest.h>
+
+#include <dlfcn.h>
+
+#include <thread>
+
+using bench::test_bench;
+using namespace GenTL;
+
+namespace {
+
+class Consumers : public testing::TestWithParam<const char*> {};
+
+} // namespace
+
+TEST_P(Consumers, OpenByFallingAccessAndReadOnePortURL) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    bench::open_camera camera{test_bench::serial(0), GetParam(), DEVICE_ACCESS_EXCLUSIVE};
+    const cli::gentl_library& lib = *camera.lib;
+    EVENT_HANDLE module_event = nullptr;
+    EXPECT_EQ(lib.GCRegisterEvent(camera.device->get(), EVENT_MODULE, &module_event), GC_ERR_SUCCESS);
+    EXPECT_TRUE(camera.remote().url().find("local:") == 0 || camera.remote().url().find("Local:") == 0);
+    EXPECT_EQ(cli::require_integer(camera.remote(), "Width"), 320);
+    EXPECT_EQ(lib.GCUnregisterEvent(camera.device->get(), EVENT_MODULE), GC_ERR_SUCCESS);
+}
+
+TEST_P(Consumers, StopWhileAnotherThreadWaits) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    bench::open_camera camera{test_bench::serial(0), GetParam()};
+    camera.start();
+    const cli::gentl_library& lib = *camera.lib;
+    std::thread waiter{[&] {
+        while (camera.next_frame(GENTL_INFINITE)) {
+        }
+    }};
+    std::this_thread::sleep_for(std::chrono::milliseconds{100});
+    cli::execute(cli::require_node(camera.remote(), "AcquisitionStop"));
+    EXPECT_EQ(lib.DSStopAcquisition(camera.stream->get(), ACQ_STOP_FLAGS_DEFAULT), GC_ERR_SUCCESS);
+    EXPECT_EQ(lib.EventKill(camera.new_buffer), GC_ERR_SUCCESS);
+    waiter.join();
+    EXPECT_EQ(lib.GCUnregisterEvent(camera.stream->get(), EVENT_NEW_BUFFER), GC_ERR_SUCCESS);
+    EXPECT_EQ(lib.DSFlushQueue(camera.stream->get(), ACQ_QUEUE_ALL_DISCARD), GC_ERR_SUCCESS);
+}
+
+INSTANTIATE_TEST_SUITE_P(Libraries, Consumers, testing::Values(ORV_CTI, ORV_MULTIPART_CTI),
+                         [](const auto& chosen) { return chosen.index == 0 ? "plain" : "multipart"; });
+
+TEST(BufferParts, BuffersHaveOne) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    bench::open_camera camera{test_bench::serial(0), ORV_MULTIPART_CTI};
+    camera.start();
+    void* file = dlopen(ORV_MULTIPART_CTI, RTLD_NOW | RTLD_LOCAL);
+    auto* count_parts = reinterpret_cast<decltype(&DSGetNumBufferParts)>(dlsym(file, "DSGetNumBufferParts"));
+    ASSERT_NE(count_parts, nullptr);
+    uint32_t parts = 0;
+    int unknown = 0;
+    EXPECT_EQ(count_parts(camera.stream->get(), nullptr, &parts), GC_ERR_INVALID_HANDLE);
+    EXPECT_EQ(count_parts(camera.stream->get(), &unknown, &parts), GC_ERR_INVALID_HANDLE);
+    EXPECT_EQ(count_parts(camera.stream->get(), &unknown, nullptr), GC_ERR_INVALID_PARAMETER);
+    EVENT_NEW_BUFFER_DATA event{};
+    size_t size = sizeof event;
+    ASSERT_EQ(camera.lib->EventGetData(camera.new_buffer, &event, &size, 5000), GC_ERR_SUCCESS);
+    EXPECT_EQ(count_parts(camera.stream->get(), event.BufferHandle, &parts), GC_ERR_NO_DATA);
+    camera.stop();
+    dlclose(file);
+}

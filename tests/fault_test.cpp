@@ -1,0 +1,132 @@
+// Processes die in every order; no call may hang, and what is left must work.
+#include "bench.h"
+
+#include <gtest/gtest.h>
+
+#include <signal.h>
+
+#include <future>
+#include <thread>
+
+using bench::test_bench;
+using namespace GenTL;
+using namespace std::chrono_literals;
+
+namespace {
+
+// A hang fails by name instead of running into the test's time limit.
+template <class Work>
+void must_end(const char* what, Work&& work) {
+    auto done = std::async(std::launch::async, std::forward<Work>(work));
+    if (done.wait_for(20s) != std::future_status::ready) {
+        std::fprintf(stderr, "%s hangs\n", what);
+        std::abort();
+    }
+    done.get();
+}
+
+// Tries again while the camera is in somebody's hands.
+nlohmann::json grab_when_free(test_bench& own, int attempts) {
+    nlohmann::json result;
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+        const auto run = own.run_consumer({"grab", "--frames", "3", "--verify", "--access", "exclusive", "--json",
+                                           "--quiet"});
+        result = nlohmann::json::parse(run.output, nullptr, false);
+        if (run.exit_code == 0) break;
+        std::this_thread::sleep_for(300ms);
+    }
+    return result;
+}
+
+} // namespace
+
+TEST(Fault, ServiceKilledWhileStreaming) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    auto camera = std::make_unique<bench::open_camera>(test_bench::serial(0));
+    camera->start();
+    ASSERT_TRUE(camera->next_frame(5000));
+    own.stop_service(SIGKILL);
+    must_end("a register access", [&] {
+        PORT_HANDLE port = nullptr;
+        static_cast<void>(camera->lib->DevGetPort(camera->device->get(), &port));
+        uint32_t value = 0;
+        size_t size = sizeof value;
+        EXPECT_EQ(camera->lib->GCReadPort(port, 0xA00, &value, &size), GC_ERR_IO);
+    });
+    must_end("the end of the acquisition",
+             [&] { EXPECT_EQ(camera->lib->DSStopAcquisition(camera->stream->get(), 0), GC_ERR_SUCCESS); });
+    must_end("closing", [&] { camera.reset(); });
+
+    // The camera holds on to the dead service's privilege until its heartbeat runs out.
+    own.start_service();
+    auto result = grab_when_free(own, 20);
+    EXPECT_EQ(result["verified"], true) << result;
+}
+
+TEST(Fault, ServiceKilledWhileAConsumerWaitsForAnEvent) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    bench::open_camera camera{test_bench::serial(0)};
+    camera.start();
+    ASSERT_TRUE(camera.next_frame(5000));
+    cli::execute(cli::require_node(camera.remote(), "AcquisitionStop"));
+    while (camera.next_frame(200)) {
+    }
+    std::thread waiter{[&] { EXPECT_FALSE(camera.next_frame(GENTL_INFINITE)); }};
+    own.stop_service(SIGKILL);
+    std::this_thread::sleep_for(50ms);
+    EXPECT_EQ(camera.lib->EventKill(camera.new_buffer), GC_ERR_SUCCESS);
+    must_end("the wait for a buffer", [&] { waiter.join(); });
+    must_end("closing the library", [&] { EXPECT_EQ(camera.lib->GCCloseLib(), GC_ERR_SUCCESS); });
+}
+
+TEST(Fault, CameraKilledWhileStreaming) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    bench::open_camera camera{test_bench::serial(0)};
+    EVENT_HANDLE lost = nullptr;
+    camera.lib->check("GCRegisterEvent", camera.lib->GCRegisterEvent(camera.device->get(), EVENT_ERROR, &lost));
+    camera.start();
+    ASSERT_TRUE(camera.next_frame(5000));
+    own.camera(0).signal(SIGKILL);
+    own.camera(0).wait();
+    char record[260] = {};
+    size_t size = sizeof record;
+    EXPECT_EQ(camera.lib->EventGetData(lost, record, &size, 15000), GC_ERR_SUCCESS) << "the loss is reported";
+    INFO_DATATYPE type = 0;
+    size = 0;
+    EXPECT_EQ(camera.lib->DevGetInfo(camera.device->get(), DEVICE_INFO_ID, &type, nullptr, &size), GC_ERR_CUSTOM_ID);
+    must_end("the end of the acquisition",
+             [&] { EXPECT_EQ(camera.lib->DSStopAcquisition(camera.stream->get(), 0), GC_ERR_SUCCESS); });
+}
+
+TEST(Fault, ConsumerKilledWhileStreamingFreesTheCamera) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    auto victim = own.start_consumer({"grab", "--frames", "1000000", "--access", "exclusive", "--json", "--output",
+                                      (own.folder() / "pictures").string()});
+    const auto deadline = std::chrono::steady_clock::now() + 10s;
+    while (!std::filesystem::exists(own.folder() / "pictures") && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(20ms);
+    }
+    ASSERT_TRUE(std::filesystem::exists(own.folder() / "pictures")) << "no frame came";
+    victim.signal(SIGKILL);
+    EXPECT_EQ(victim.wait(), -SIGKILL);
+    // At once: the service sees the end of the connection, nobody waits for the camera's heartbeat.
+    auto result = grab_when_free(own, 5);
+    EXPECT_EQ(result["verified"], true) << result;
+}
+
+TEST(Fault, DamagedDatagramsCostFramesAndNothingElse) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240", "--garbage", "0.05", "--truncate", "0.05", "--duplicate",
+                      "0.05", "--reorder", "0.05", "--seed", "7"});
+    own.start_service();
+    auto result = own.grab({"--frames", "60"});
+    EXPECT_EQ(result["frames_delivered"], 60) << result;
+}

@@ -1,0 +1,32 @@
+// A camera that is not ours: Debian's fake camera, grabbed through service and library.
+#include "bench.h"
+
+#include <gtest/gtest.h>
+
+using namespace GenTL;
+
+TEST(IndependentCamera, IsFoundReadAndGrabbed) {
+    bench::test_bench own{{"--discover", "127.0.0.1"}};
+    const bench::process fake{{ORV_FAKE_CAMERA, "-i", "127.0.0.1"}, own.folder() / "fake"};
+    own.start_service();
+    nlohmann::json list;
+    for (int attempt = 0; attempt < 50; ++attempt) {
+        list = nlohmann::json::parse(own.run_consumer({"list", "--json"}).output, nullptr, false);
+        if (list.is_object() && !list["devices"].empty()) break;
+    }
+    ASSERT_TRUE(list.is_object());
+    ASSERT_EQ(list["devices"].size(), 1U) << list;
+
+    const auto features = own.run_consumer({"features", "--json"});
+    EXPECT_EQ(features.exit_code, 0) << features.output;
+    const auto object = nlohmann::json::parse(features.output, nullptr, false);
+    ASSERT_TRUE(object.is_object()) << features.output;
+    EXPECT_GE(object["features"].size(), 20U);
+    for (const auto& feature : object["features"]) EXPECT_FALSE(feature.contains("error")) << feature;
+
+    auto result = own.grab({"--frames", "20", "--set", "Width=512", "--set", "Height=256"});
+    EXPECT_EQ(result["frames_delivered"], 20) << result;
+    EXPECT_EQ(result["frames_incomplete"], 0) << result;
+    EXPECT_EQ(result["width"], 512) << result;
+    EXPECT_EQ(result["height"], 256) << result;
+}

@@ -1,0 +1,116 @@
+// Load, use, unload, again: nothing may be left in the consumer's process.
+#include "bench.h"
+
+#include <gtest/gtest.h>
+
+#include <dlfcn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using bench::test_bench;
+
+namespace {
+
+size_t entries_of(const char* directory) {
+    size_t count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator{directory}) {
+        static_cast<void>(entry);
+        ++count;
+    }
+    return count;
+}
+
+size_t mappings_of_shared_memory() {
+    size_t count = 0;
+    std::FILE* maps = std::fopen("/proc/self/maps", "r");
+    char line[512];
+    while (std::fgets(line, sizeof line, maps) != nullptr) {
+        if (std::string_view{line}.find("/dev/shm/") != std::string_view::npos) ++count;
+    }
+    std::fclose(maps);
+    return count;
+}
+
+void one_round(const char* cti) {
+    bench::open_camera camera{test_bench::serial(0), cti};
+    camera.start();
+    for (int i = 0; i < 10; ++i) ASSERT_TRUE(camera.next_frame(5000));
+    camera.stop();
+}
+
+int64_t count_of(const char* cti, const char* function) {
+    void* file = dlopen(cti, RTLD_NOW | RTLD_LOCAL);
+    auto* count = reinterpret_cast<int64_t (*)()>(dlsym(file, function));
+    const int64_t value = count == nullptr ? -1 : count();
+    dlclose(file);
+    return value;
+}
+
+} // namespace
+
+TEST(Lifetime, TwentyRoundsLeaveNothing) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240", "--frame-rate", "200"});
+    own.start_service();
+    one_round(ORV_CTI); // what the C library allocates once
+    const size_t threads = entries_of("/proc/self/task");
+    const size_t descriptors = entries_of("/proc/self/fd");
+    for (int round = 0; round < 20; ++round) {
+        SCOPED_TRACE(round);
+        ASSERT_NO_FATAL_FAILURE(one_round(round % 2 == 0 ? ORV_CTI : ORV_MULTIPART_CTI));
+    }
+    EXPECT_EQ(entries_of("/proc/self/task"), threads);
+    EXPECT_EQ(entries_of("/proc/self/fd"), descriptors);
+    EXPECT_EQ(mappings_of_shared_memory(), 0U);
+    EXPECT_EQ(count_of(ORV_CTI, "HandleMapCount"), 0);
+    EXPECT_EQ(count_of(ORV_CTI, "ObjectTrackerCount"), 0);
+}
+
+TEST(Lifetime, SymbolsOfTheConsumerDoNotReachTheLibrary) {
+    if (!std::string{ORV_SANITIZED}.empty()) GTEST_SKIP() << "sanitizers refuse RTLD_DEEPBIND";
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    void* deep = dlopen(ORV_CTI, RTLD_NOW | RTLD_DEEPBIND);
+    ASSERT_NE(deep, nullptr) << dlerror();
+    one_round(ORV_CTI); // the same mapping, bound deeply
+    dlclose(deep);
+}
+
+TEST(Lifetime, AConsumerMayOnlyCloseTheLibrary) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    {
+        bench::open_camera camera{test_bench::serial(0)};
+        camera.start();
+        ASSERT_TRUE(camera.next_frame(5000));
+        EXPECT_EQ(camera.lib->GCCloseLib(), GenTL::GC_ERR_SUCCESS);
+        // The handles that follow are dead; closing them is refused, not fatal.
+    }
+    auto result = own.grab({"--frames", "3", "--verify"});
+    EXPECT_EQ(result["verified"], true) << result;
+}
+
+TEST(Lifetime, AForkedChildExits) {
+    if (!std::string{ORV_SANITIZED}.empty()) GTEST_SKIP() << "sanitizers do not follow a fork of threads";
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    bench::open_camera camera{test_bench::serial(0)};
+    camera.start();
+    ASSERT_TRUE(camera.next_frame(5000));
+    const pid_t child = fork();
+    if (child == 0) std::_Exit(camera.lib->GCCloseLib() == GenTL::GC_ERR_SUCCESS ? 0 : 1);
+    int status = 0;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds{20};
+    pid_t ended = 0;
+    while ((ended = waitpid(child, &status, WNOHANG)) == 0 && std::chrono::steady_clock::now() < deadline) {
+        usleep(10000);
+    }
+    if (ended == 0) kill(child, SIGKILL);
+    ASSERT_EQ(ended, child) << "the child hangs";
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_TRUE(camera.next_frame(5000)) << "the parent's stream goes on";
+    camera.stop();
+}
