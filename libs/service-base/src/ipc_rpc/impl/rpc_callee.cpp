@@ -203,10 +203,14 @@ void rpc_callee_instance::receive_close_handle(std::span<const std::byte> packet
 }
 
 void rpc_callee_instance::push_task(task work) {
-    const std::lock_guard guard{tasks_mutex};
-    if (!executor) return;
-    tasks.push_back(std::move(work));
-    executor->push([self = shared_from_this()] { self->run_one_task(); });
+    std::shared_ptr<executor_thread_pool_interface> runner;
+    {
+        const std::lock_guard guard{tasks_mutex};
+        if (!executor) return;
+        tasks.push_back(std::move(work));
+        runner = executor;
+    }
+    runner->push([self = shared_from_this()] { self->run_one_task(); });
 }
 
 void rpc_callee_instance::run_one_task() {
