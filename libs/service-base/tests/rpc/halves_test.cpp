@@ -180,7 +180,8 @@ INSTANTIATE_TEST_SUITE_P(
                     reply_case{"others_first",
                                {ret_start(2, 1, 1), std::vector<std::byte>(20), ret_err(77, status::bad_packet, 0),
                                 ret_start(1, 2, 2), ret_err(1, status::bad_packet, 0)},
-                               status::success, 2}),
+                               status::success,
+                               2}),
     [](const auto& row) { return std::string{row.param.name}; });
 
 TEST(Caller, TheLargestResultIsAcceptedByItsFirstPacket) {

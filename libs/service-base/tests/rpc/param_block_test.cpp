@@ -143,17 +143,17 @@ TEST_P(ErrorOnTheWire, HasTheNumberOfTheContractAndComesBack) {
 
 INSTANTIATE_TEST_SUITE_P(
     Table, ErrorOnTheWire,
-    testing::Values(error_case{"closed", make_error_code(status::connection_closed), 42, 0},
-                    error_case{"io", make_error_code(std::errc::io_error), 5, 2},
-                    error_case{"memory", make_error_code(std::errc::not_enough_memory), 12, 2},
-                    error_case{"invalid", make_error_code(std::errc::invalid_argument), 22, 2},
-                    error_case{"unsupported", make_error_code(std::errc::function_not_supported), 40, 2},
-                    error_case{"aborted", make_error_code(std::errc::connection_aborted), 106, 2},
-                    error_case{"unreachable", make_error_code(std::errc::host_unreachable), 110, 2},
-                    error_case{"timed_out", make_error_code(std::errc::timed_out), 138, 2},
-                    error_case{"system", {static_cast<int>(std::errc::invalid_argument), std::system_category()}, 87, 1},
-                    error_case{"system_pipe", {static_cast<int>(std::errc::broken_pipe), std::system_category()}, 109,
-                               1}),
+    testing::Values(
+        error_case{"closed", make_error_code(status::connection_closed), 42, 0},
+        error_case{"io", make_error_code(std::errc::io_error), 5, 2},
+        error_case{"memory", make_error_code(std::errc::not_enough_memory), 12, 2},
+        error_case{"invalid", make_error_code(std::errc::invalid_argument), 22, 2},
+        error_case{"unsupported", make_error_code(std::errc::function_not_supported), 40, 2},
+        error_case{"aborted", make_error_code(std::errc::connection_aborted), 106, 2},
+        error_case{"unreachable", make_error_code(std::errc::host_unreachable), 110, 2},
+        error_case{"timed_out", make_error_code(std::errc::timed_out), 138, 2},
+        error_case{"system", {static_cast<int>(std::errc::invalid_argument), std::system_category()}, 87, 1},
+        error_case{"system_pipe", {static_cast<int>(std::errc::broken_pipe), std::system_category()}, 109, 1}),
     [](const auto& row) { return std::string{row.param.name}; });
 
 TEST(ErrorOnTheWireTable, NumbersOfThisPlatformAloneSurviveTheJourney) {
