@@ -20,6 +20,7 @@ using namespace ipc_rpc;
 namespace {
 
 constexpr std::size_t threads_per_client = 4;
+constexpr std::size_t most_clients = 64; // each costs threads and shared memory
 
 spdlog::logger& logger() {
     static const std::shared_ptr<spdlog::logger> instance = gds_helper::log::get(gds_helper::log::logger_id::main);
@@ -46,6 +47,10 @@ public:
         params.on_first_packet = [this] {
             connection->receive_side().release_names();
             connection->send_side().release_names();
+        };
+        params.on_bad_packet = [this] {
+            logger().error("Client {} broke the packet format; it is dropped.", connection->get_peer_info());
+            stop.set();
         };
         connection = std::make_shared<ipc_instance>(std::move(params));
         connection->start();
@@ -82,6 +87,8 @@ private:
             }
             return receive_announce(packet);
         });
+        // First the channel: a client that waits for an answer must not wait for functions that still run here.
+        channel.reset();
         // Everything that the client held is released here, at once.
         connection->shutdown();
         executor.reset();
@@ -143,6 +150,11 @@ private:
                 continue;
             }
             if (!*accepted) continue; // woken up
+            if (clients.size() >= most_clients) {
+                logger().error("Process {} was turned away: {} clients are connected.",
+                               (*accepted)->identity().process_id, clients.size());
+                continue;
+            }
             try {
                 clients.emplace_back(std::move(*accepted), chosen, make_table());
             } catch (const std::system_error& failure) {

@@ -147,16 +147,20 @@ client_instance::connect(const std::string& client_name, const service_id& servi
                          std::function<void(std::uint64_t)> on_notification,
                          std::shared_ptr<executor_thread_pool_interface> executor) {
     instance.reset();
-    auto data = std::make_shared<init_data>();
-    data->client_name = client_name;
-    data->service = service;
-    data->table = std::move(table);
-    data->on_notification = std::move(on_notification);
-    data->executor = executor ? std::move(executor) : make_executor_thread_pool("clt-exec-", executor_threads);
-    auto created = std::make_shared<client_private_instance>();
-    auto result = created->connect(std::move(data));
-    if (result) instance = gds_helper::process_local<client_private_instance>{std::move(created)};
-    return result;
+    try {
+        auto data = std::make_shared<init_data>();
+        data->client_name = client_name;
+        data->service = service;
+        data->table = std::move(table);
+        data->on_notification = std::move(on_notification);
+        data->executor = executor ? std::move(executor) : make_executor_thread_pool("clt-exec-", executor_threads);
+        auto created = std::make_shared<client_private_instance>();
+        auto result = created->connect(std::move(data));
+        if (result) instance = gds_helper::process_local<client_private_instance>{std::move(created)};
+        return result;
+    } catch (const std::system_error& failure) {
+        return std::unexpected(failure.code()); // no thread or descriptor to be had
+    }
 }
 
 } // namespace ipc_rpc::client

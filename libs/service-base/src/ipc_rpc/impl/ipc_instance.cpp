@@ -20,7 +20,8 @@ ipc_instance::ipc_instance(create_params params)
       caller(channel),
       callee(std::make_shared<rpc_callee_instance>(channel, std::move(params.table), std::move(params.executor))),
       on_notification(std::move(params.on_notification)),
-      on_first_packet(std::move(params.on_first_packet)) {}
+      on_first_packet(std::move(params.on_first_packet)),
+      on_bad_packet(std::move(params.on_bad_packet)) {}
 
 ipc_instance::~ipc_instance() {
     if (gds_helper::process_id() != owner_process) {
@@ -36,6 +37,7 @@ void ipc_instance::start() {
         receive_thread_id = std::this_thread::get_id();
         gds_helper::set_thread_name(receive_name);
         receive_loop();
+        caller.close(); // nobody delivers answers any more
     }};
 }
 
@@ -55,17 +57,20 @@ bool ipc_instance::is_open() const {
 std::error_code ipc_instance::check_caller(std::uint32_t flags) const {
     if (ended || gds_helper::process_id() != owner_process) return status::connection_closed;
     // This thread delivers the answers: waiting for one here would be for ever.
-    if ((flags & rpc_flag_no_reply) == 0 && std::this_thread::get_id() == receive_thread_id.load()) {
+    if ((flags & rpc_flag_no_reply) == 0 && is_receiving_here()) {
         return std::make_error_code(std::errc::resource_deadlock_would_occur);
     }
     return {};
 }
 
 std::expected<std::uint64_t, std::error_code> ipc_instance::register_object(object_entry object) {
+    if (ended) return std::unexpected(make_error_code(status::connection_closed));
     return callee->register_object(std::move(object));
 }
 
 std::error_code ipc_instance::close_handle(std::uint64_t handle, std::uint32_t flags) {
+    // The last copy of a handle may go in a callback: tell the peer without waiting for what this thread delivers.
+    if (is_receiving_here()) flags |= rpc_flag_no_reply;
     if (const std::error_code error = check_caller(flags)) return error;
     const status outcome = caller.close_handle(handle, flags);
     return outcome == status::success ? std::error_code{} : make_error_code(outcome);
@@ -86,8 +91,9 @@ void ipc_instance::receive_loop() {
         if (std::holds_alternative<std::monostate>(received)) return;
         if (const auto* block = std::get_if<std::span<std::byte>>(&received)) {
             if (std::exchange(first, false) && on_first_packet) on_first_packet();
-            receive_span(*block);
+            const bool good = receive_span(*block);
             receive_queue->release_block(*block);
+            if (!good && on_bad_packet) return on_bad_packet();
             continue;
         }
         const auto& words = std::get<notification_words>(received);
@@ -99,20 +105,20 @@ void ipc_instance::receive_loop() {
     }
 }
 
-void ipc_instance::receive_span(std::span<const std::byte> block) {
+bool ipc_instance::receive_span(std::span<const std::byte> block) {
     const auto header = read_packet<rpc_packet_header>(block);
     if (!header) {
         ipc_logger().error("{} failed with: Packet too small ({} bytes)", receive_name, block.size());
-        return;
+        return false;
     }
     if (header->packet_size > block.size()) {
         ipc_logger().error("{} failed with: rpc_packet_header::packet_size too large ({} bytes)", receive_name,
                            header->packet_size);
-        return;
+        return false;
     }
     if (header->packet_size < sizeof(rpc_packet_header)) {
         ipc_logger().error("{} failed with: Packet too small ({} bytes)", receive_name, header->packet_size);
-        return;
+        return false;
     }
     log_packet(receive_name, false, *header);
     const auto packet = block.first(header->packet_size);
@@ -121,20 +127,21 @@ void ipc_instance::receive_span(std::span<const std::byte> block) {
     case rpc_packet_type::client_announce:
         ipc_logger().error("Announce packets should be sent via tcp channel. Id: {}, seq_id={}, pckt-size={}",
                            static_cast<unsigned>(header->type()), header->seq_id, header->packet_size);
-        return;
+        return false;
     case rpc_packet_type::call_close:
     case rpc_packet_type::call_start:
     case rpc_packet_type::call_step:
         callee->receive_rpc_packet(packet);
-        return;
+        return true;
     case rpc_packet_type::ret_start:
     case rpc_packet_type::ret_step:
     case rpc_packet_type::ret_err:
         caller.receive_packet(packet);
-        return;
+        return true;
     default:
         ipc_logger().error("Unknown rpc_packet_type received. Id: {}, seq_id={}, pckt-size={}",
                            static_cast<unsigned>(header->type()), header->seq_id, header->packet_size);
+        return false;
     }
 }
 

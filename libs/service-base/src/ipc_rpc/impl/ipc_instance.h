@@ -27,6 +27,9 @@ public:
         bool at_service = false;
         std::function<void(std::uint64_t)> on_notification; // on the receive thread
         std::function<void()> on_first_packet;              // on the receive thread
+        // On the receive thread, which ends with it: the peer broke the packet format. Without it bad packets are
+        // only dropped.
+        std::function<void()> on_bad_packet;
     };
 
     explicit ipc_instance(create_params params);
@@ -64,7 +67,11 @@ private:
     };
 
     void receive_loop();
-    void receive_span(std::span<const std::byte> block);
+    // False for a packet that breaks the format; it is dropped, with a line in the log.
+    [[nodiscard]] bool receive_span(std::span<const std::byte> block);
+    [[nodiscard]] bool is_receiving_here() const noexcept {
+        return std::this_thread::get_id() == receive_thread_id.load();
+    }
     // Why a call must not be made here; success when it may.
     [[nodiscard]] std::error_code check_caller(std::uint32_t flags) const;
 
@@ -80,6 +87,7 @@ private:
     std::shared_ptr<rpc_callee_instance> callee;
     std::function<void(std::uint64_t)> on_notification;
     std::function<void()> on_first_packet;
+    std::function<void()> on_bad_packet;
     std::atomic<bool> ended{false};
     std::atomic<std::thread::id> receive_thread_id{};
     std::thread receive_thread;

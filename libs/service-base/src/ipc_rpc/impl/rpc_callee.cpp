@@ -11,6 +11,8 @@ namespace {
 
 constexpr std::size_t most_incoming = 128;
 constexpr std::size_t dropped_at_once = 64;
+// All parameter blocks that are still arriving, together: one peer can't take more of this process's memory.
+constexpr std::uint64_t most_incoming_bytes = 4 * max_param_block;
 
 [[nodiscard]] bool wants_reply(std::uint32_t flags) noexcept { return (flags & rpc_flag_no_reply) == 0; }
 
@@ -92,6 +94,7 @@ void rpc_callee_instance::receive_call_start(std::span<const std::byte> packet, 
     if (start->param_size > max_param_block) return refuse(status::param_block_too_large);
     const auto chunk = packet.subspan(sizeof(call_start_packet));
     if (start->param_size > chunk.size()) {
+        if (incoming_bytes + start->param_size > most_incoming_bytes) return refuse(status::resource_exhausted);
         incoming_call call{header.seq_id, flags, std::move(callee), {}};
         call.parameters.bytes.resize(start->param_size);
         static_cast<void>(call.parameters.put(0, chunk));
@@ -103,9 +106,17 @@ void rpc_callee_instance::receive_call_start(std::span<const std::byte> packet, 
 void rpc_callee_instance::add_transaction(incoming_call call) {
     if (transactions.size() > most_incoming) {
         ipc_logger().error("Call transaction list size == {}, erasing oldest 64 elements.", transactions.size());
-        transactions.erase(transactions.begin(), std::next(transactions.begin(), dropped_at_once));
+        for (std::size_t i = 0; i < dropped_at_once; ++i) take_transaction(transactions.begin());
     }
+    incoming_bytes += call.parameters.bytes.size();
     transactions.push_back(std::move(call));
+}
+
+rpc_callee_instance::incoming_call rpc_callee_instance::take_transaction(std::list<incoming_call>::iterator at) {
+    incoming_call taken = std::move(*at);
+    transactions.erase(at);
+    incoming_bytes -= taken.parameters.bytes.size();
+    return taken;
 }
 
 void rpc_callee_instance::receive_call_step(std::span<const std::byte> packet, const rpc_packet_header& header) {
@@ -122,13 +133,12 @@ void rpc_callee_instance::receive_call_step(std::span<const std::byte> packet, c
         return;
     }
     if (!found->parameters.put(step->offset, packet.subspan(sizeof(step_packet)))) {
-        transactions.erase(found);
-        send_ret_err_packet(channel, header.seq_id, status::bad_packet);
+        const bool reply = wants_reply(take_transaction(found).flags);
+        if (reply) send_ret_err_packet(channel, header.seq_id, status::bad_packet);
         return;
     }
     if (!found->parameters.complete()) return;
-    incoming_call call = std::move(*found);
-    transactions.erase(found);
+    incoming_call call = take_transaction(found);
     execute_function_and_sent_response(call.seq_id, call.flags, std::move(call.callee),
                                        std::move(call.parameters.bytes));
 }
@@ -143,6 +153,15 @@ void rpc_callee_instance::execute_function_and_sent_response(std::uint64_t seq_i
             outcome = (*callee.function)(context);
         } catch (status thrown) {
             outcome = thrown;
+        } catch (const std::exception& failure) {
+            // No memory for what the peer asked for, mostly. It gets an answer; this process goes on.
+            ipc_logger().critical("The function called with seq_id={} failed: {}", seq_id, failure.what());
+            outcome = status::resource_exhausted;
+            context.result.clear();
+        }
+        if (outcome == status::success && context.result.size() > max_param_block) {
+            outcome = status::param_block_too_large;
+            context.result.clear();
         }
         if (!wants_reply(flags)) return;
         if (outcome == status::success) {
@@ -184,12 +203,14 @@ void rpc_callee_instance::receive_close_handle(std::span<const std::byte> packet
 }
 
 void rpc_callee_instance::push_task(task work) {
+    std::shared_ptr<executor_thread_pool_interface> runner;
     {
         const std::lock_guard guard{tasks_mutex};
-        if (stopped) return;
+        if (!executor) return;
         tasks.push_back(std::move(work));
+        runner = executor;
     }
-    executor->push([self = shared_from_this()] { self->run_one_task(); });
+    runner->push([self = shared_from_this()] { self->run_one_task(); });
 }
 
 void rpc_callee_instance::run_one_task() {
@@ -206,11 +227,13 @@ void rpc_callee_instance::run_one_task() {
 void rpc_callee_instance::stop() {
     std::deque<task> dropped;
     std::map<std::uint64_t, object_entry> released;
+    std::shared_ptr<executor_thread_pool_interface> ended; // perhaps its last owner: joins, so without a lock
     {
         const std::lock_guard guard{tasks_mutex};
-        stopped = true;
+        ended.swap(executor);
         dropped.swap(tasks);
     }
+    ended.reset();
     {
         const std::lock_guard guard{objects_mutex};
         released.swap(objects);

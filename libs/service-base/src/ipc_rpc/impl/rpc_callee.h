@@ -27,7 +27,8 @@ public:
 
     void receive_rpc_packet(std::span<const std::byte> packet);
     [[nodiscard]] std::expected<std::uint64_t, std::error_code> register_object(object_entry object);
-    // Drops what is queued; what runs may still reply. Objects go, here and now.
+    // Drops what is queued; what runs may still reply. Objects and the executor go, here and now. No packet comes
+    // after it.
     void stop();
 
 private:
@@ -49,6 +50,7 @@ private:
     void receive_close_handle(std::span<const std::byte> packet, const rpc_packet_header& header);
     [[nodiscard]] target find_target(std::uint64_t handle, std::string_view name);
     void add_transaction(incoming_call call);
+    incoming_call take_transaction(std::list<incoming_call>::iterator at);
     void execute_function_and_sent_response(std::uint64_t seq_id, std::uint32_t flags, target callee,
                                             std::vector<std::byte> parameters);
     void push_task(task work);
@@ -56,9 +58,9 @@ private:
 
     channel_interface& channel;
     const object_function_table_root table;
-    const std::shared_ptr<executor_thread_pool_interface> executor;
     std::weak_ptr<rpc_connection_client> connection;
     std::list<incoming_call> transactions; // the receive thread's
+    std::uint64_t incoming_bytes = 0;      // of all of them
 
     std::mutex objects_mutex; // guards what follows
     std::map<std::uint64_t, object_entry> objects;
@@ -66,7 +68,7 @@ private:
 
     std::mutex tasks_mutex; // guards what follows
     std::deque<task> tasks;
-    bool stopped = false;
+    std::shared_ptr<executor_thread_pool_interface> executor; // null once stopped
 };
 
 } // namespace ipc_rpc
