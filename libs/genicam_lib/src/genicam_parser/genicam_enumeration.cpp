@@ -39,7 +39,7 @@ enumeration_node<Base>::~enumeration_node() {
 
 template <class Base>
 void enumeration_node<Base>::resolve_entries() {
-    for (IEnumEntry* entry : entries) static_cast<enum_entry_type*>(entry)->resolve_references();
+    for (IEnumEntry* entry : entries) static_cast<enum_entry_type*>(entry)->resolve_if_linked();
 }
 
 template <class Base>

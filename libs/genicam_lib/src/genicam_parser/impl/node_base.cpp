@@ -16,7 +16,11 @@ bool contains(std::span<IEval* const> nodes, const IEval* node) noexcept {
 } // namespace
 
 node_base_data::node_base_data(document_services& services_, const element_view& view)
-    : name(view.element().attribute("Name").value()), xml(view.element()), services(&services_) {
+    : name(view.element().attribute("Name").value()),
+      xml(view.element()),
+      services(&services_),
+      has_common_links(view.has(tag::pIsImplemented) || view.has(tag::pIsAvailable) || view.has(tag::pIsLocked) ||
+                       view.has(tag::pInvalidator) || view.has(tag::EventID)) {
     if (const pugi::xml_node imposed = view[tag::ImposedAccessMode]) {
         imposed_access = parse_word<Access_t>(text_of(imposed));
         if (!imposed_access)

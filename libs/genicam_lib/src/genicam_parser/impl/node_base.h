@@ -85,6 +85,7 @@ protected:
     std::shared_ptr<const INode::invalidated_callback> on_invalidated;
     std::optional<Access_t> imposed_access;
     bool streamable = false;
+    bool has_common_links; // pIsImplemented and its like; without them an entry has nothing to resolve
     arena_vector<IEval*, 1> invalidates;
     arena_vector<INode*, 1> selecting;
     arena_vector<IEval*, 2> sources;

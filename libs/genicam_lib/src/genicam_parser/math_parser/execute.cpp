@@ -6,44 +6,6 @@ namespace math_parser {
 
 namespace {
 
-double real_of(unary operation, double x) noexcept {
-    switch (operation) {
-    case unary::atan:
-        return std::atan(x);
-    case unary::cos:
-        return std::cos(x);
-    case unary::sin:
-        return std::sin(x);
-    case unary::tan:
-        return std::tan(x);
-    case unary::abs:
-        return std::fabs(x);
-    case unary::exp:
-        return std::exp(x);
-    case unary::ln:
-        return std::log(x);
-    case unary::lg:
-        return std::log10(x);
-    case unary::sqrt:
-        return std::sqrt(x);
-    case unary::trunc:
-        return static_cast<double>(truncate_to_integer(x));
-    case unary::floor:
-        return std::floor(x);
-    case unary::ceil:
-        return std::ceil(x);
-    case unary::asin:
-        return std::asin(x);
-    case unary::acos:
-        return std::acos(x);
-    case unary::negate:
-    case unary::complement:
-    case unary::sgn:
-        break;
-    }
-    return x;
-}
-
 struct function_name {
     std::string_view upper;
     std::string_view lower;
@@ -74,9 +36,36 @@ tValue apply(unary operation, tValue x) noexcept {
         if (x.is_integer()) return int64_t{(x.to_integer() > 0) - (x.to_integer() < 0)};
         // NaN is 1.0: neither below zero nor zero.
         return x.to_double() < 0.0 ? -1.0 : x.to_double() == 0.0 ? x.to_double() : 1.0;
-    default:
-        return real_of(operation, x.to_double());
+    case unary::atan:
+        return std::atan(x.to_double());
+    case unary::cos:
+        return std::cos(x.to_double());
+    case unary::sin:
+        return std::sin(x.to_double());
+    case unary::tan:
+        return std::tan(x.to_double());
+    case unary::abs:
+        return std::fabs(x.to_double());
+    case unary::exp:
+        return std::exp(x.to_double());
+    case unary::ln:
+        return std::log(x.to_double());
+    case unary::lg:
+        return std::log10(x.to_double());
+    case unary::sqrt:
+        return std::sqrt(x.to_double());
+    case unary::trunc:
+        return static_cast<double>(truncate_to_integer(x.to_double()));
+    case unary::floor:
+        return std::floor(x.to_double());
+    case unary::ceil:
+        return std::ceil(x.to_double());
+    case unary::asin:
+        return std::asin(x.to_double());
+    case unary::acos:
+        return std::acos(x.to_double());
     }
+    return x;
 }
 
 double round_digits(double x, int64_t digits) noexcept {
