@@ -25,10 +25,7 @@ constexpr uint32_t tick_frequency_high = 0x093C;
 constexpr uint32_t tick_frequency_low = 0x0940;
 constexpr uint16_t control_port = 3956;
 
-spdlog::logger& logger() {
-    static const std::shared_ptr<spdlog::logger> instance = gds_helper::log::get(gds_helper::log::logger_id::gvsp);
-    return *instance;
-}
+constexpr auto& logger = gds_helper::log::gvsp_logger;
 
 } // namespace
 
@@ -77,8 +74,8 @@ Error device_data_stream::open_stream(const ipc_rpc::client_object_handle& chann
     params.payload_size = static_cast<uint32_t>(*payload);
     params.preferred_packet_size = static_cast<int32_t>(packet_size_chosen);
     if (remote_device.supports_resend()) {
-        params.send_resend = [handle = channel_lease](uint32_t channel_index, uint64_t block_id, uint32_t first, uint32_t last,
-                                              bool extended) {
+        params.send_resend = [handle = channel_lease](uint32_t channel_index, uint64_t block_id, uint32_t first,
+                                                      uint32_t last, bool extended) {
             static_cast<void>(
                 handle.invoke<catalogue::send_resend_cmd>(channel_index, block_id, first, last, extended));
         };

@@ -33,10 +33,7 @@ constexpr auto test_poll = 750us;
 constexpr uint32_t ip_udp_header = 28;
 constexpr auto query_timeout = 2000ms;
 
-spdlog::logger& logger() {
-    static const std::shared_ptr<spdlog::logger> instance = gds_helper::log::get(gds_helper::log::logger_id::gvsp);
-    return *instance;
-}
+constexpr auto& logger = gds_helper::log::gvsp_logger;
 
 uint64_t now_us() {
     const auto now = std::chrono::steady_clock::now().time_since_epoch();

@@ -17,10 +17,7 @@ using impl::stream_register;
 
 namespace {
 
-spdlog::logger& logger() {
-    static const std::shared_ptr<spdlog::logger> instance = gds_helper::log::get(gds_helper::log::logger_id::gvsp);
-    return *instance;
-}
+constexpr auto& logger = gds_helper::log::gvsp_logger;
 
 std::error_code not_connected() { return make_error_code(gds_shared::gigecam_errc::option_not_available); }
 

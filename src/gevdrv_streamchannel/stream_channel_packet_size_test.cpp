@@ -25,10 +25,7 @@ constexpr int32_t size_step = 4;
 // Sizes that real networks claim to carry and do not: never tested, never chosen.
 constexpr bool is_excluded(int32_t size) { return size >= 1504 && size <= 1519; }
 
-spdlog::logger& logger() {
-    static const std::shared_ptr<spdlog::logger> instance = gds_helper::log::get(gds_helper::log::logger_id::gvsp);
-    return *instance;
-}
+constexpr auto& logger = gds_helper::log::gvsp_logger;
 
 } // namespace
 

@@ -29,10 +29,7 @@ gvcp_master::milliseconds bounded(uint64_t timeout) {
     return gvcp_master::milliseconds{std::min(timeout, longest_timeout_ms)};
 }
 
-spdlog::logger& logger() {
-    static const std::shared_ptr<spdlog::logger> instance = gds_helper::log::get(gds_helper::log::logger_id::main);
-    return *instance;
-}
+constexpr auto& logger = gds_helper::log::main_logger;
 
 ipc_rpc::url_info to_url_info(const gvcp_master::document_url& url) {
     ipc_rpc::url_info info;

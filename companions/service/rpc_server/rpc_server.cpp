@@ -22,10 +22,7 @@ namespace {
 constexpr std::size_t threads_per_client = 4;
 constexpr std::size_t most_clients = 64; // each costs threads and shared memory
 
-spdlog::logger& logger() {
-    static const std::shared_ptr<spdlog::logger> instance = gds_helper::log::get(gds_helper::log::logger_id::main);
-    return *instance;
-}
+constexpr auto& logger = gds_helper::log::main_logger;
 
 // One client process, with the thread that sees it go.
 class client final {

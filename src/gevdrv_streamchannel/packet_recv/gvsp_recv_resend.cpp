@@ -37,10 +37,7 @@ enum status : uint16_t {
     packet_removed = 0x8012,
 };
 
-spdlog::logger& logger() {
-    static const std::shared_ptr<spdlog::logger> instance = gds_helper::log::get(gds_helper::log::logger_id::gvsp);
-    return *instance;
-}
+constexpr auto& logger = gds_helper::log::gvsp_logger;
 
 // At info level, behind the block's mark.
 template <class Block, class... Args>

@@ -12,10 +12,7 @@ namespace {
 
 constexpr uint32_t bits_per_word = 32;
 
-spdlog::logger& logger() {
-    static const std::shared_ptr<spdlog::logger> instance = gds_helper::log::get(gds_helper::log::logger_id::gvsp);
-    return *instance;
-}
+constexpr auto& logger = gds_helper::log::gvsp_logger;
 
 } // namespace
 

@@ -40,6 +40,9 @@ inline constexpr std::array<extra_logger, 3> extra_loggers{{
 // The logger of this id, created on first use without an output and with the level "critical" (extra loggers: "off").
 // Never null. Thread-safe; callers on a hot path keep the pointer.
 [[nodiscard]] std::shared_ptr<spdlog::logger> get(logger_id id);
+// The same without a look-up, for code that logs often.
+[[nodiscard]] spdlog::logger& main_logger();
+[[nodiscard]] spdlog::logger& gvsp_logger();
 
 // The outputs of all loggers of this process, and their levels. Made once by whoever starts the process's logging;
 // its outputs are taken away again when it is destroyed. Thread-safe.
@@ -80,7 +83,7 @@ private:
     const std::string service_label;
     std::string header;
     bool as_service = false;
-    const std::int64_t owner_process;  // a forked child leaves the outputs alone: their lock may be held for ever
+    const std::int64_t owner_process; // a forked child leaves the outputs alone: their lock may be held for ever
     spdlog::sink_ptr console;
     spdlog::sink_ptr debug_output;
     spdlog::sink_ptr file;

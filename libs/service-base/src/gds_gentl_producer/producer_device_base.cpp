@@ -16,10 +16,7 @@ namespace catalogue = ipc_rpc::catalogue;
 
 namespace {
 
-spdlog::logger& logger() {
-    static const std::shared_ptr<spdlog::logger> instance = gds_helper::log::get(gds_helper::log::logger_id::main);
-    return *instance;
-}
+constexpr auto& logger = gds_helper::log::main_logger;
 
 } // namespace
 

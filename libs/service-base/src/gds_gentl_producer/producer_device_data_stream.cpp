@@ -9,10 +9,7 @@ using namespace GenTL::Producer;
 
 namespace {
 
-spdlog::logger& logger() {
-    static const std::shared_ptr<spdlog::logger> instance = gds_helper::log::get(gds_helper::log::logger_id::gvsp);
-    return *instance;
-}
+constexpr auto& logger = gds_helper::log::gvsp_logger;
 
 // GigE Vision sends the id and length words of chunks in network byte order.
 constexpr uint32_t big_endian_trailer = 1;

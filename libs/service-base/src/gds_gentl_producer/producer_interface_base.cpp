@@ -17,10 +17,7 @@ namespace {
 constexpr uint64_t device_list_event = 0x3001;
 constexpr std::array device_list_event_data{std::byte{0x30}};
 
-spdlog::logger& logger() {
-    static const std::shared_ptr<spdlog::logger> instance = gds_helper::log::get(gds_helper::log::logger_id::main);
-    return *instance;
-}
+constexpr auto& logger = gds_helper::log::main_logger;
 
 DEVICE_ACCESS_STATUS access_status_of(const ipc_rpc::device_desc& desc) {
     switch (static_cast<ipc_rpc::reachable_status>(desc.reachable_status)) {

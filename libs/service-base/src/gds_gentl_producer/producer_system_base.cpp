@@ -21,10 +21,7 @@ namespace {
 constexpr uint64_t interface_list_event = 0x4001;
 constexpr std::array interface_list_event_data{std::byte{0x40}};
 
-spdlog::logger& logger() {
-    static const std::shared_ptr<spdlog::logger> instance = gds_helper::log::get(gds_helper::log::logger_id::main);
-    return *instance;
-}
+constexpr auto& logger = gds_helper::log::main_logger;
 
 InterfaceInfo to_interface_info(const ipc_rpc::interface_desc& desc) {
     InterfaceInfo info{desc.id, desc.display_name, desc.tl_type, {}, {}, desc.net_info.mac_address & 0xFFFFFFFFFFFF};

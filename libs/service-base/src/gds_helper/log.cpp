@@ -67,6 +67,16 @@ std::shared_ptr<spdlog::logger> get(logger_id id) {
     return loggers().main;
 }
 
+spdlog::logger& main_logger() {
+    static const std::shared_ptr<spdlog::logger> instance = get(logger_id::main);
+    return *instance;
+}
+
+spdlog::logger& gvsp_logger() {
+    static const std::shared_ptr<spdlog::logger> instance = get(logger_id::gvsp);
+    return *instance;
+}
+
 log_control::log_control(std::string producer, std::string service)
     : producer_label(std::move(producer)), service_label(std::move(service)), owner_process(process_id()) {
     static_cast<void>(loggers());
