@@ -75,6 +75,7 @@ TEST(Port, DeviceAndMemoryExcludeEachOther) {
     auto* port = doc->find<IPort>("Device");
     counting_device device;
     std::array<unsigned char, 4> memory{};
+    EXPECT_THAT(port->bind(static_cast<IDevicePort*>(nullptr), 0), Refuses(invalid_parameter));
     ASSERT_THAT(port->bind(&device, 0), Passes());
     EXPECT_THAT(port->bind(&device, 0), Refuses(access_denied));
     EXPECT_THAT(port->bind(bytes_of(memory), 0), Refuses(access_denied));

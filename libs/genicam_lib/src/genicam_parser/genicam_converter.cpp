@@ -67,7 +67,7 @@ result<tValue> converter_impl::read(unsigned flags) const {
 }
 
 std::error_code converter_impl::write(tValue value, unsigned flags) const {
-    if (value_node == nullptr || formula_to.empty()) return genicam_errc::not_implemented;
+    if (!is_writable()) return genicam_errc::not_implemented;
     const auto converted = variables.exec_formula(formula_to, flags, value);
     if (!converted) return converted.error();
     return set_eval_val<tValue>(*value_node, *converted, flags);
@@ -144,7 +144,7 @@ template <class T>
 std::error_code converter_node<T>::set_val(T value, unsigned flags) {
     const access_scope access{*this, true, flags};
     if (access.denied()) return access.error;
-    if (conversion.target() == nullptr) return genicam_errc::not_implemented;
+    if (!conversion.is_writable()) return genicam_errc::not_implemented;
     if (const auto error = check_value<T>(*this, value, flags)) return error;
     return conversion.write(tValue{value}, flags);
 }

@@ -16,6 +16,7 @@ public:
     void resolve_converter_references(node_base_data& owner, const element_view& view, bool is_integer);
 
     [[nodiscard]] INode* target() const noexcept { return value_node; }
+    [[nodiscard]] bool is_writable() const noexcept { return value_node != nullptr && !formula_to.empty(); }
     [[nodiscard]] result<math_parser::tValue> read(unsigned flags) const;
     [[nodiscard]] std::error_code write(math_parser::tValue value, unsigned flags) const;
     // The node's limit by the target's, as far as the slope tells; nothing for a varying slope.

@@ -67,6 +67,7 @@ std::error_code port_device_type::write(int64_t address, std::span<const std::by
 }
 
 std::error_code port_device_type::bind(IDevicePort* device, unsigned flags) {
+    if (device == nullptr) return genicam_errc::invalid_parameter;
     {
         const std::unique_lock guard{lock};
         if (device_port != nullptr || memory_bound) {

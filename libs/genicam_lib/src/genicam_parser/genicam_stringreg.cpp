@@ -19,6 +19,12 @@ void string_reg_type::do_resolve_references(document_services&, const element_vi
     address.resolve_references_len(*this, view);
 }
 
+void string_reg_type::invalidate_register() {
+    cached.valid = false;
+    if (access.port == nullptr) return;
+    if (const auto range = address.get(0)) access.port->invalidate_range(range->address, range->length);
+}
+
 result<address_range> string_reg_type::checked_range(unsigned flags) const {
     auto range = address.get(flags);
     if (range && range->length > longest_text) return fail(genicam_errc::index_out_of_range);
@@ -81,7 +87,9 @@ std::error_code string_reg_type::set_val(std::string_view text, unsigned flags) 
             cached.valid = false;
         }
     }
-    invalidate_dependents(false);
+    // Numbers cached from the same bytes are stale now; the text itself has just been settled above.
+    access.port->invalidate_range(range->address, range->length);
+    invalidate_dependents(true);
     return {};
 }
 

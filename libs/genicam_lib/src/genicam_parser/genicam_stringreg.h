@@ -14,7 +14,7 @@ public:
     using implement_inode::implement_inode;
 
     void do_resolve_references(document_services& services_, const element_view& view) override;
-    void invalidate_register() override { cached.valid = false; }
+    void invalidate_register() override;
 
     [[nodiscard]] result<std::string> get_val(unsigned flags) const override;
     [[nodiscard]] std::error_code set_val(std::string_view text, unsigned flags) override;

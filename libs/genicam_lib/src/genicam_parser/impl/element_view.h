@@ -21,15 +21,16 @@ namespace GenICam::impl {
     X(Command)                                                                                                         \
     X(CommandValue)                                                                                                    \
     X(Constant)                                                                                                        \
-    X(Converter) X(Endianess) X(EnumEntry) X(Enumeration) X(EventID) X(Expression) X(Extension) X(Float) X(FloatReg)   \
-        X(Formula) X(FormulaFrom) X(FormulaTo) X(Group) X(ImposedAccessMode) X(Inc) X(IntConverter) X(Integer)         \
-            X(IntReg) X(IntSwissKnife) X(IsLinear) X(IsSelfClearing) X(LSB) X(Length) X(MSB) X(MaskedIntReg) X(Max)    \
-                X(Min) X(NumericValue) X(OffValue) X(OnValue) X(Port) X(Register) X(Sign) X(Slope) X(Streamable)       \
-                    X(String) X(StringReg) X(StructEntry) X(StructReg) X(SwissKnife) X(ValidValueSet) X(Value)         \
-                        X(ValueDefault) X(ValueIndexed) X(pAddress) X(pChunkID) X(pCommandValue) X(pFeature) X(pInc)   \
-                            X(pIndex) X(pInvalidator) X(pIsAvailable) X(pIsImplemented) X(pIsLocked) X(pLength)        \
-                                X(pMax) X(pMin) X(pPort) X(pSelected) X(pValue) X(pValueCopy) X(pValueDefault)         \
-                                    X(pValueIndexed) X(pVariable)
+    X(Converter)                                                                                                       \
+    X(Endianess) X(EnumEntry) X(Enumeration) X(EventID) X(Expression) X(Extension) X(Float) X(FloatReg) X(Formula)     \
+        X(FormulaFrom) X(FormulaTo) X(Group) X(ImposedAccessMode) X(Inc) X(IntConverter) X(Integer) X(IntReg)          \
+            X(IntSwissKnife) X(IsLinear) X(IsSelfClearing) X(LSB) X(Length) X(MSB) X(MaskedIntReg) X(Max) X(Min)       \
+                X(NumericValue) X(OffValue) X(OnValue) X(Port) X(Register) X(Sign) X(Slope) X(Streamable) X(String)    \
+                    X(StringReg) X(StructEntry) X(StructReg) X(SwissKnife) X(ValidValueSet) X(Value) X(ValueDefault)   \
+                        X(ValueIndexed) X(pAddress) X(pChunkID) X(pCommandValue) X(pFeature) X(pInc) X(pIndex)         \
+                            X(pInvalidator) X(pIsAvailable) X(pIsImplemented) X(pIsLocked) X(pLength) X(pMax) X(pMin)  \
+                                X(pPort) X(pSelected) X(pValue) X(pValueCopy) X(pValueDefault) X(pValueIndexed)        \
+                                    X(pVariable)
 
 enum class tag : uint8_t {
 #define GENICAM_TAG(name) name,
