@@ -171,10 +171,12 @@ open_camera::open_camera(const std::string& serial, const char* cti, DEVICE_ACCE
     open(serial, access);
 }
 
-open_camera::open_camera(std::shared_ptr<const cli::gentl_library> shared, std::shared_ptr<const cli::tl_system> tl,
-                         const std::string& serial, DEVICE_ACCESS_FLAGS access)
-    : lib(std::move(shared)), system(std::move(tl)) {
-    open(serial, access);
+open_camera::open_camera(const open_camera& beside, const std::string& serial)
+    : lib(beside.lib), system(beside.system), interface(beside.interface) {
+    for (const auto& listed : cli::list_devices(*lib, *interface, "", 200)) {
+        if (listed.serial == serial) device = cli::open_device(*lib, interface, listed.id, DEVICE_ACCESS_CONTROL);
+    }
+    if (!device) throw std::runtime_error("camera " + serial + " was not found");
 }
 
 void open_camera::open(const std::string& serial, DEVICE_ACCESS_FLAGS access) {

@@ -82,8 +82,8 @@ public:
     // Waits until the service has found it.
     explicit open_camera(const std::string& serial, const char* cti = nullptr,
                          GenTL::DEVICE_ACCESS_FLAGS access = GenTL::DEVICE_ACCESS_CONTROL);
-    explicit open_camera(std::shared_ptr<const cli::gentl_library> shared, std::shared_ptr<const cli::tl_system> tl,
-                         const std::string& serial, GenTL::DEVICE_ACCESS_FLAGS access = GenTL::DEVICE_ACCESS_CONTROL);
+    // A second camera behind the interface of an open one.
+    open_camera(const open_camera& beside, const std::string& serial);
 
     void start(size_t buffers = 6);
     // The next frame's block id; nothing within the time.

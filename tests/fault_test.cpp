@@ -29,8 +29,8 @@ void must_end(const char* what, Work&& work) {
 nlohmann::json grab_when_free(test_bench& own, int attempts) {
     nlohmann::json result;
     for (int attempt = 0; attempt < attempts; ++attempt) {
-        const auto run = own.run_consumer({"grab", "--frames", "3", "--verify", "--access", "exclusive", "--json",
-                                           "--quiet"});
+        const auto run =
+            own.run_consumer({"grab", "--frames", "3", "--verify", "--access", "exclusive", "--json", "--quiet"});
         result = nlohmann::json::parse(run.output, nullptr, false);
         if (run.exit_code == 0) break;
         std::this_thread::sleep_for(300ms);

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <signal.h>
+
 using bench::test_bench;
 
 namespace {
@@ -44,6 +46,27 @@ INSTANTIATE_TEST_SUITE_P(Streams, Grab,
                                          stream_case{"coalesced", {"--gso"}, 0}),
                          [](const auto& chosen) { return std::string{chosen.param.name}; });
 
+// What the network loses and the camera still has is asked for again: no frame is lost.
+TEST(GrabLossy, LostPacketsAreSentAgain) {
+    test_bench own;
+    own.start_camera({"--width", "640", "--height", "480", "--frame-rate", "20", "--loss", "0.02", "--seed", "5",
+                      "--max-packet-size", "1500"});
+    own.start_service();
+    auto result = own.grab({"--frames", "40", "--verify"});
+    EXPECT_EQ(result["verified"], true) << result;
+    EXPECT_EQ(result["frames_incomplete"], 0) << result;
+    EXPECT_EQ(result["frames_lost"], 0) << result;
+    own.camera(0).signal(SIGTERM);
+    own.camera(0).wait();
+    const std::string output = own.camera(0).output();
+    const auto stats = nlohmann::json::parse(output.substr(output.find('{')), nullptr, false);
+    ASSERT_TRUE(stats.is_object()) << output;
+    EXPECT_GT(stats.value("packets_lost", 0), 50) << "the test must have something to mend";
+    EXPECT_EQ(result["resend_packets_requested"].get<int>(),
+              stats.value("packets_resent", 0) + stats.value("resends_lost", 0) + stats.value("resends_refused", 0))
+        << "library and camera count alike: " << stats;
+}
+
 TEST(GrabChunks, EveryChunkIsListed) {
     for (const char* form : {"standard", "extended"}) {
         SCOPED_TRACE(form);
@@ -75,18 +98,14 @@ TEST(GrabMany, FourCamerasByFourConsumersAndTwoByOne) {
         EXPECT_EQ(result.value("frames_delivered", 0), 30) << consumer.output();
     }
 
-    const auto lib = std::make_shared<const cli::gentl_library>(ORV_CTI);
-    const auto system = cli::open_system(lib);
-    const auto interface = cli::open_interface(system, "lo");
-    const auto devices = cli::list_devices(*lib, *interface, "lo", 1000);
-    ASSERT_EQ(devices.size(), 4U);
-    std::vector<std::unique_ptr<cli::node_map>> nodes;
-    std::vector<std::shared_ptr<const cli::tl_device>> opened;
-    for (size_t i = 0; i < 2; ++i) {
-        opened.push_back(cli::open_device(*lib, interface, devices[i].id, GenTL::DEVICE_ACCESS_CONTROL));
-        GenTL::PORT_HANDLE port = nullptr;
-        lib->check("DevGetPort", lib->DevGetPort(opened.back()->get(), &port));
-        nodes.push_back(std::make_unique<cli::node_map>(*lib, port));
-        EXPECT_EQ(cli::require_integer(*nodes.back(), "Width"), 320);
+    bench::open_camera first{test_bench::serial(0)};
+    bench::open_camera second{first, test_bench::serial(1)};
+    first.start();
+    second.start();
+    for (uint64_t frame = 1; frame <= 20; ++frame) {
+        EXPECT_EQ(first.next_frame(5000), frame);
+        EXPECT_EQ(second.next_frame(5000), frame);
     }
+    first.stop();
+    second.stop();
 }

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <thread>
+
 using namespace GenTL;
 
 TEST(IndependentCamera, IsFoundReadAndGrabbed) {
@@ -13,6 +15,7 @@ TEST(IndependentCamera, IsFoundReadAndGrabbed) {
     for (int attempt = 0; attempt < 50; ++attempt) {
         list = nlohmann::json::parse(own.run_consumer({"list", "--json"}).output, nullptr, false);
         if (list.is_object() && !list["devices"].empty()) break;
+        std::this_thread::sleep_for(std::chrono::milliseconds{200}); // it says nothing when it is ready
     }
     ASSERT_TRUE(list.is_object());
     ASSERT_EQ(list["devices"].size(), 1U) << list;

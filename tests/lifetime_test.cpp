@@ -38,12 +38,9 @@ void one_round(const char* cti) {
     camera.stop();
 }
 
-int64_t count_of(const char* cti, const char* function) {
-    void* file = dlopen(cti, RTLD_NOW | RTLD_LOCAL);
+int64_t count_of(void* file, const char* function) {
     auto* count = reinterpret_cast<int64_t (*)()>(dlsym(file, function));
-    const int64_t value = count == nullptr ? -1 : count();
-    dlclose(file);
-    return value;
+    return count == nullptr ? -1 : count();
 }
 
 } // namespace
@@ -62,8 +59,23 @@ TEST(Lifetime, TwentyRoundsLeaveNothing) {
     EXPECT_EQ(entries_of("/proc/self/task"), threads);
     EXPECT_EQ(entries_of("/proc/self/fd"), descriptors);
     EXPECT_EQ(mappings_of_shared_memory(), 0U);
-    EXPECT_EQ(count_of(ORV_CTI, "HandleMapCount"), 0);
-    EXPECT_EQ(count_of(ORV_CTI, "ObjectTrackerCount"), 0);
+}
+
+TEST(Lifetime, NothingIsOpenAfterAnOrderlyEnd) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    void* kept = dlopen(ORV_CTI, RTLD_NOW | RTLD_LOCAL); // the counts live as long as the mapping
+    ASSERT_NE(kept, nullptr) << dlerror();
+    {
+        bench::open_camera camera{test_bench::serial(0)};
+        EXPECT_GE(count_of(kept, "HandleMapCount"), 3) << "system, interface, device";
+        EXPECT_GE(count_of(kept, "ObjectTrackerCount"), 3);
+    }
+    ASSERT_NO_FATAL_FAILURE(one_round(ORV_CTI));
+    EXPECT_EQ(count_of(kept, "HandleMapCount"), 0);
+    EXPECT_EQ(count_of(kept, "ObjectTrackerCount"), 0);
+    dlclose(kept);
 }
 
 TEST(Lifetime, SymbolsOfTheConsumerDoNotReachTheLibrary) {

@@ -1,6 +1,7 @@
 #include "stream_asio_thread.h"
 
 #include "packet_recv/gvsp_recv_copy_packets.h"
+#include "packet_recv/gvsp_recv_resend.h"
 #include "packet_recv/gvsp_recv_simple.h"
 #include "posix/datagram_reader.h"
 
@@ -44,6 +45,7 @@ uint64_t now_us() {
 
 std::unique_ptr<gvsp_recv_interface> make_receiver(bool copy_packets, const stream_functions& functions) {
     if (copy_packets) return std::make_unique<gvsp_recv_copy_packets>(functions);
+    if (functions.send_resend) return std::make_unique<gvsp_recv_resend>(functions);
     return std::make_unique<gvsp_recv_simple>(functions);
 }
 

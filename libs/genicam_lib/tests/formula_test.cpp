@@ -34,10 +34,9 @@ std::optional<lookup_func_result_t> lookup(std::string_view name) {
     return std::nullopt;
 }
 
-std::error_code fetch(uint64_t id, tValue& value) {
-    if (id == 1) value = int64_t{7};
-    if (id == 2) value = 2.5;
-    return id == 3 ? make_error_code(genicam_errc::timeout) : std::error_code{};
+GenICam::result<tValue> fetch(uint64_t id) {
+    if (id == 3) return GenICam::fail(genicam_errc::timeout);
+    return id == 1 ? tValue{int64_t{7}} : tValue{2.5};
 }
 
 std::expected<tValue, execution_error> run(std::string_view text) {

@@ -1,4 +1,4 @@
-#include "datagrams.h"
+#include "datagram_bytes.h"
 
 #include <gevdrv_streamchannel/packet_recv/gvsp_packet.h>
 

@@ -1,5 +1,5 @@
 // The receive thread on a real loopback socket.
-#include "datagrams.h"
+#include "datagram_bytes.h"
 
 #include <gevdrv_streamchannel/stream_asio_thread.h>
 

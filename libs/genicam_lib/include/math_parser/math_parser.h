@@ -51,6 +51,10 @@ private:
 // Toward zero; saturates, NaN is 0.
 [[nodiscard]] int64_t truncate_to_integer(double value) noexcept;
 
+inline int64_t tValue::to_integer() const noexcept {
+    return integer ? bits : round_to_integer(std::bit_cast<double>(bits));
+}
+
 // Outcome of the parser. end_of_text is a success as well: an operator without a right side ends the program.
 enum class parse_status : int {
     success = 0,
@@ -92,31 +96,41 @@ struct execution_error {
     const char* text = "";
 };
 
-// A reference to the function that gives a variable its value; the function must outlive the run. On failure it
-// returns the error and leaves `value` alone.
+// A reference to the function that gives a variable its value: result<tValue>(uint64_t id). The function must outlive
+// the run.
 class fetch_func_ref {
 public:
     template <class F>
-    requires std::is_invocable_r_v<std::error_code, F&, uint64_t, tValue&> fetch_func_ref(F& function)
+    requires(std::is_invocable_r_v<GenICam::result<tValue>, F&, uint64_t> && !std::is_same_v<F, fetch_func_ref>)
+        fetch_func_ref(F& function)
     noexcept // NOLINT(google-explicit-constructor)
-        : object(&function), call([](void* target, uint64_t id, tValue& value) -> std::error_code {
-              return (*static_cast<F*>(target))(id, value);
-          }) {}
+        : object(&function),
+          call([](void* target, uint64_t id) -> GenICam::result<tValue> { return (*static_cast<F*>(target))(id); }) {}
 
-    std::error_code operator()(uint64_t id, tValue& value) const { return call(object, id, value); }
+    GenICam::result<tValue> operator()(uint64_t id) const { return call(object, id); }
 
 private:
     void* object;
-    std::error_code (*call)(void*, uint64_t, tValue&);
+    GenICam::result<tValue> (*call)(void*, uint64_t);
 };
 
 // A compiled program. Reentrant: one program may run on several threads.
 class compiled_formula_data {
 public:
-    enum class kind : uint8_t { integer, real, unary, binary, conditional, variable };
+    enum class kind : uint8_t {
+        integer,        // push a constant
+        real,           // push a constant
+        variable,       // push what the fetch function gives for an identifier id
+        unary,          // function of the topmost value
+        binary,         // function of the two topmost values
+        binary_integer, // the same with a constant on the right
+        binary_real,
+        binary_variable, // the same with a variable on the right
+        conditional
+    };
     struct token {
         kind what;
-        uint8_t operation; // which function, for unary and binary
+        uint8_t operation; // which function, for unary and all forms of binary
         int64_t payload;   // constant or identifier id
     };
 
@@ -132,12 +146,18 @@ public:
     [[nodiscard]] const token* begin() const noexcept { return data(); }
     [[nodiscard]] const token* end() const noexcept { return data() + count; }
 
+    // The most values the stack holds in a run.
+    [[nodiscard]] uint32_t stack_depth() const noexcept { return depth; }
+    // Whether no token takes more values than there are.
+    [[nodiscard]] bool is_balanced() const noexcept { return balanced; }
+
     // Runs the program; allocates nothing while the stack stays within 20 values. An empty program answers
     // not_implemented. Both branches of a conditional are evaluated, so an error in either counts. Integer division
     // and remainder by zero, and INT64_MIN / -1, answer bad_formula.
     [[nodiscard]] std::expected<tValue, execution_error> execute(fetch_func_ref fetch) const;
 
-    // False when the program has reached its limit.
+    // False when the program has reached its limit. A binary function is joined with a constant or variable right
+    // before it, which is its right side.
     [[nodiscard]] bool append(const token& next);
 
 private:
@@ -146,12 +166,14 @@ private:
     static constexpr std::size_t maximum_size = 8192;
 
     [[nodiscard]] const token* data() const noexcept { return heap ? heap.get() : local; }
+    void count_stack(const token& next) noexcept;
 
     std::unique_ptr<token[]> heap; // when more than the inline tokens are needed
     uint32_t count = 0;
     uint32_t capacity = inline_capacity;
-    uint32_t height = 0; // values on the stack after the last token
-    uint32_t depth = 0;  // the most values the stack holds in a run
+    uint32_t height = 0;  // values on the stack after the last token
+    uint32_t depth = 0;   // the most values the stack holds in a run
+    bool balanced = true; // no token takes more values than there are
     token local[inline_capacity];
 };
 

@@ -21,7 +21,7 @@ void boolean_Value_type::do_resolve_references(document_services&, const element
 
 result<bool> boolean_Value_type::get_val(unsigned flags) const {
     const access_scope access{*this, false, flags};
-    if (access.error) return fail(access.error);
+    if (access.denied()) return fail(access.error);
     if (stored == values.on) return true;
     if (stored == values.off) return false;
     log(level_fault, "{}. Invalid floating_value contents={}.", name, stored);
@@ -30,7 +30,7 @@ result<bool> boolean_Value_type::get_val(unsigned flags) const {
 
 std::error_code boolean_Value_type::set_val(bool value, unsigned flags) {
     const access_scope access{*this, true, flags};
-    if (access.error) return access.error;
+    if (access.denied()) return access.error;
     const int64_t wanted = value ? values.on : values.off;
     if (wanted == stored) return {};
     stored = wanted;
@@ -46,7 +46,7 @@ void boolean_pValue_type::do_resolve_references(document_services&, const elemen
 
 result<bool> boolean_pValue_type::get_val(unsigned flags) const {
     const access_scope access{*this, false, flags};
-    if (access.error) return fail(access.error);
+    if (access.denied()) return fail(access.error);
     if (target == nullptr) return fail(genicam_errc::not_implemented);
     const auto value = get_eval_val<int64_t>(*target, flags);
     if (!value) return fail(value.error());
@@ -58,7 +58,7 @@ result<bool> boolean_pValue_type::get_val(unsigned flags) const {
 
 std::error_code boolean_pValue_type::set_val(bool value, unsigned flags) {
     const access_scope access{*this, true, flags};
-    if (access.error) return access.error;
+    if (access.denied()) return access.error;
     if (target == nullptr) return genicam_errc::not_implemented;
     return set_eval_val<int64_t>(*target, value ? values.on : values.off, flags);
 }

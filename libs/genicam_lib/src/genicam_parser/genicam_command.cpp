@@ -26,7 +26,7 @@ void command_Value_type::do_resolve_references(document_services&, const element
 
 std::error_code command_Value_type::execute(unsigned flags) {
     const access_scope access{*this, true, flags};
-    if (access.error) return access.error;
+    if (access.denied()) return access.error;
     const auto value = command_value.get(flags);
     if (!value) return value.error();
     if (stored == *value) return {};
@@ -38,7 +38,7 @@ std::error_code command_Value_type::execute(unsigned flags) {
 result<bool> command_Value_type::is_done(unsigned flags) const {
     const access_scope access{*this, false, flags};
     // What cannot be read cannot be waited for: a write-only command is done at once.
-    if (access.error) return true;
+    if (access.denied()) return true;
     const auto value = command_value.get(flags);
     if (!value) return fail(value.error());
     return stored != *value;
@@ -54,7 +54,7 @@ void command_pValue_type::do_resolve_references(document_services& services_, co
 
 std::error_code command_pValue_type::execute(unsigned flags) {
     const access_scope access{*this, true, flags};
-    if (access.error) return access.error;
+    if (access.denied()) return access.error;
     if (target == nullptr) return genicam_errc::not_implemented;
     const auto value = command_value.get(flags);
     if (!value) return value.error();
@@ -63,7 +63,7 @@ std::error_code command_pValue_type::execute(unsigned flags) {
 
 result<bool> command_pValue_type::is_done(unsigned flags) const {
     const access_scope access{*this, false, flags};
-    if (access.error) return true;
+    if (access.denied()) return true;
     if (target == nullptr) return fail(genicam_errc::not_implemented);
     const auto value = command_value.get(flags);
     if (!value) return fail(value.error());

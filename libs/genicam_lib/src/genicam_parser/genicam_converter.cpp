@@ -134,7 +134,7 @@ void converter_node<T>::do_resolve_references(document_services&, const element_
 template <class T>
 result<T> converter_node<T>::get_val(unsigned flags) const {
     const access_scope access{*this, false, flags};
-    if (access.error) return fail(access.error);
+    if (access.denied()) return fail(access.error);
     const auto value = conversion.read(flags);
     if (!value) return fail(value.error());
     return number_of<T>(*value);
@@ -143,7 +143,7 @@ result<T> converter_node<T>::get_val(unsigned flags) const {
 template <class T>
 std::error_code converter_node<T>::set_val(T value, unsigned flags) {
     const access_scope access{*this, true, flags};
-    if (access.error) return access.error;
+    if (access.denied()) return access.error;
     if (conversion.target() == nullptr) return genicam_errc::not_implemented;
     if (const auto error = check_value<T>(*this, value, flags)) return error;
     return conversion.write(tValue{value}, flags);

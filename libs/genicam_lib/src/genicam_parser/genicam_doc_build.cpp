@@ -161,8 +161,11 @@ void genicam_doc::resolve_nodes() {
 }
 
 void genicam_doc::build() {
-    nodes.reserve(128);
-    node_by_name.reserve(128);
+    // Most documents are flat: as many nodes as the root has children.
+    std::size_t expected = 128;
+    for (pugi::xml_node at = xml.document_element().first_child(); at; at = at.next_sibling()) ++expected;
+    nodes.reserve(expected);
+    node_by_name.reserve(expected);
     create_nodes();
     resolve_nodes();
     last_struct.reset();

@@ -39,13 +39,13 @@ enumeration_node<Base>::~enumeration_node() {
 
 template <class Base>
 void enumeration_node<Base>::resolve_entries() {
-    for (IEnumEntry* entry : entries) static_cast<enum_entry_type*>(entry)->resolve_references();
+    for (IEnumEntry* entry : entries) static_cast<enum_entry_type*>(entry)->resolve_if_linked();
 }
 
 template <class Base>
 result<int64_t> enumeration_node<Base>::get_val(unsigned flags) const {
     const access_scope access{*this, false, flags};
-    if (access.error) return fail(access.error);
+    if (access.denied()) return fail(access.error);
     return read_value_(flags);
 }
 
@@ -62,7 +62,7 @@ template <class Base>
 std::error_code enumeration_node<Base>::set_selected_entry(IEnumEntry* entry, unsigned flags) {
     if (entry == nullptr) return genicam_errc::no_such_entry;
     const access_scope access{*this, true, flags};
-    if (access.error) return access.error;
+    if (access.denied()) return access.error;
     if (!(flags & access_flags::no_access_check)) {
         if (!entry->is_implemented()) return genicam_errc::node_not_implemented;
         if (!entry->is_available()) return genicam_errc::node_not_available;

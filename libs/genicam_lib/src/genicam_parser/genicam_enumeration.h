@@ -11,6 +11,10 @@ public:
     enum_entry_type(document_services& services_, const element_view& view, std::size_t position);
 
     void do_resolve_references(document_services&, const element_view&) override {}
+    // A camera has a thousand entries, and few have links.
+    void resolve_if_linked() {
+        if (has_common_links) resolve_references();
+    }
     [[nodiscard]] int64_t get_value() const noexcept override { return value; }
     [[nodiscard]] std::size_t get_index() const noexcept override { return index; }
     [[nodiscard]] std::optional<double> get_numeric_value() const noexcept override { return numeric_value; }

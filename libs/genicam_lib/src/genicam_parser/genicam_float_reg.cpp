@@ -28,7 +28,7 @@ result<address_range> float_reg_type<AddressEval>::checked_range(unsigned flags)
 template <class AddressEval>
 result<double> float_reg_type<AddressEval>::get_val(unsigned flags) const {
     const access_scope access_check{*this, false, flags};
-    if (access_check.error) return fail(access_check.error);
+    if (access_check.denied()) return fail(access_check.error);
     if (this->access.port == nullptr) return fail(genicam_errc::invalid_document);
     const auto range = checked_range(flags);
     if (!range) return fail(range.error());
@@ -44,7 +44,7 @@ result<double> float_reg_type<AddressEval>::get_val(unsigned flags) const {
 template <class AddressEval>
 std::error_code float_reg_type<AddressEval>::set_val(double value, unsigned flags) {
     const access_scope access_check{*this, true, flags};
-    if (access_check.error) return access_check.error;
+    if (access_check.denied()) return access_check.error;
     if (this->access.port == nullptr) return genicam_errc::invalid_document;
     const auto range = checked_range(flags);
     if (!range) return range.error();

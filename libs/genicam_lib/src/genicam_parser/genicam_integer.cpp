@@ -19,14 +19,14 @@ void integer_pValueCopy_type::do_resolve_references(document_services& services_
 
 result<int64_t> integer_pValueCopy_type::get_val(unsigned flags) const {
     const access_scope access{*this, false, flags};
-    if (access.error) return fail(access.error);
+    if (access.denied()) return fail(access.error);
     if (target == nullptr) return fail(genicam_errc::not_implemented);
     return get_eval_val<int64_t>(*target, flags);
 }
 
 std::error_code integer_pValueCopy_type::set_val(int64_t value, unsigned flags) {
     const access_scope access{*this, true, flags};
-    if (access.error) return access.error;
+    if (access.denied()) return access.error;
     if (all_targets.empty()) return genicam_errc::not_implemented;
     if (const auto error = check_value<int64_t>(*this, value, flags)) return error;
     for (INode* node : all_targets.view()) {

@@ -40,7 +40,7 @@ result<address_range> register_type::checked_range(std::size_t wanted, unsigned 
 
 std::error_code register_type::get(std::span<std::byte> data, unsigned flags) const {
     const access_scope access_check{*this, false, flags};
-    if (access_check.error) return access_check.error;
+    if (access_check.denied()) return access_check.error;
     if (access.port_node == nullptr) return genicam_errc::not_implemented;
     const auto range = checked_range(data.size(), flags);
     if (!range) return range.error();
@@ -52,7 +52,7 @@ std::error_code register_type::get(std::span<std::byte> data, unsigned flags) co
 std::error_code register_type::set(std::span<const std::byte> data, unsigned flags) {
     if (access.port_node == nullptr) return genicam_errc::not_implemented;
     const access_scope access_check{*this, true, flags};
-    if (access_check.error) return access_check.error;
+    if (access_check.denied()) return access_check.error;
     const auto range = checked_range(data.size(), flags);
     if (!range) return range.error();
     if (const auto error = access.port_node->write(range->address, data, flags)) return error;

@@ -16,14 +16,14 @@ void string_type::do_resolve_references(document_services& services_, const elem
 
 result<std::string> string_type::get_val(unsigned flags) const {
     const access_scope access{*this, false, flags};
-    if (access.error) return fail(access.error);
+    if (access.denied()) return fail(access.error);
     if (target != nullptr) return target->get_val(flags);
     return stored;
 }
 
 std::error_code string_type::set_val(std::string_view text, unsigned flags) {
     const access_scope access{*this, true, flags};
-    if (access.error) return access.error;
+    if (access.denied()) return access.error;
     if (target != nullptr) return target->set_val(text, flags);
     stored = text;
     invalidate_dependents(false);

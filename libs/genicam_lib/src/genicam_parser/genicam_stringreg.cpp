@@ -33,7 +33,7 @@ result<uint64_t> string_reg_type::get_max_length(unsigned flags) const {
 
 result<std::string> string_reg_type::get_val(unsigned flags) const {
     const access_scope access_check{*this, false, flags};
-    if (access_check.error) return fail(access_check.error);
+    if (access_check.denied()) return fail(access_check.error);
     if (access.port_node == nullptr) return fail(genicam_errc::invalid_document);
     const auto range = checked_range(flags);
     if (!range) return fail(range.error());
@@ -59,7 +59,7 @@ result<std::string> string_reg_type::get_val(unsigned flags) const {
 
 std::error_code string_reg_type::set_val(std::string_view text, unsigned flags) {
     const access_scope access_check{*this, true, flags};
-    if (access_check.error) return access_check.error;
+    if (access_check.denied()) return access_check.error;
     if (access.port_node == nullptr) return genicam_errc::invalid_document;
     const auto range = checked_range(flags);
     if (!range) return range.error();

@@ -30,7 +30,7 @@ void swissknife_node<T>::do_resolve_references(document_services&, const element
 template <class T>
 result<T> swissknife_node<T>::get_val(unsigned flags) const {
     const access_scope access{*this, false, flags};
-    if (access.error) return fail(access.error);
+    if (access.denied()) return fail(access.error);
     const auto value = variables.exec_formula(formula, flags, int64_t{0});
     if (!value) return fail(value.error());
     if constexpr (std::is_integral_v<T>) {

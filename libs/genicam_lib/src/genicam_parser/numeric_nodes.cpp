@@ -52,14 +52,14 @@ void floating_value_type<T>::do_resolve_references(document_services&, const ele
 template <class T>
 result<T> floating_value_type<T>::get_val(unsigned flags) const {
     const access_scope access{*this, false, flags};
-    if (access.error) return fail(access.error);
+    if (access.denied()) return fail(access.error);
     return value;
 }
 
 template <class T>
 std::error_code floating_value_type<T>::set_val(T wanted, unsigned flags) {
     const access_scope access{*this, true, flags};
-    if (access.error) return access.error;
+    if (access.denied()) return access.error;
     if (const auto error = check_value<T>(*this, wanted, flags)) return error;
     if (wanted == value) return {};
     value = wanted;
@@ -76,7 +76,7 @@ void constant_value_type<T>::do_resolve_references(document_services&, const ele
 template <class T>
 result<T> constant_value_type<T>::get_val(unsigned flags) const {
     const access_scope access{*this, false, flags};
-    if (access.error) return fail(access.error);
+    if (access.denied()) return fail(access.error);
     return value;
 }
 
@@ -89,7 +89,7 @@ void pValue_type<T>::do_resolve_references(document_services&, const element_vie
 template <class T>
 result<T> pValue_type<T>::get_val(unsigned flags) const {
     const access_scope access{*this, false, flags};
-    if (access.error) return fail(access.error);
+    if (access.denied()) return fail(access.error);
     if (target == nullptr) return fail(genicam_errc::not_implemented);
     return get_eval_val<T>(*target, flags);
 }
@@ -97,7 +97,7 @@ result<T> pValue_type<T>::get_val(unsigned flags) const {
 template <class T>
 std::error_code pValue_type<T>::set_val(T wanted, unsigned flags) {
     const access_scope access{*this, true, flags};
-    if (access.error) return access.error;
+    if (access.denied()) return access.error;
     if (target == nullptr) return genicam_errc::not_implemented;
     if (const auto error = check_value<T>(*this, wanted, flags)) return error;
     return set_eval_val<T>(*target, wanted, flags);
@@ -130,7 +130,7 @@ INode* pIndex_type<T>::value_source(unsigned flags) const {
 template <class T>
 result<T> pIndex_type<T>::get_val(unsigned flags) const {
     const access_scope access{*this, false, flags};
-    if (access.error) return fail(access.error);
+    if (access.denied()) return fail(access.error);
     const auto chosen = current_entry(flags);
     if (!chosen) return fail(chosen.error());
     if ((*chosen)->node != nullptr) return get_eval_val<T>(*(*chosen)->node, flags);
@@ -140,7 +140,7 @@ result<T> pIndex_type<T>::get_val(unsigned flags) const {
 template <class T>
 std::error_code pIndex_type<T>::set_val(T wanted, unsigned flags) {
     const access_scope access{*this, true, flags};
-    if (access.error) return access.error;
+    if (access.denied()) return access.error;
     if (const auto error = check_value<T>(*this, wanted, flags)) return error;
     const auto chosen = current_entry(flags);
     if (!chosen) return chosen.error();

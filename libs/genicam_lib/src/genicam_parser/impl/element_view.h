@@ -15,16 +15,21 @@ namespace GenICam::impl {
     X(Bit)                                                                                                             \
     X(Boolean)                                                                                                         \
     X(CacheChunkData)                                                                                                  \
-    X(Cachable) X(Category) X(ChunkID) X(Command) X(CommandValue) X(Constant) X(Converter) X(Endianess) X(EnumEntry)   \
-        X(Enumeration) X(EventID) X(Expression) X(Extension) X(Float) X(FloatReg) X(Formula) X(FormulaFrom)            \
-            X(FormulaTo) X(Group) X(ImposedAccessMode) X(Inc) X(IntConverter) X(Integer) X(IntReg) X(IntSwissKnife)    \
-                X(IsLinear) X(IsSelfClearing) X(LSB) X(Length) X(MSB) X(MaskedIntReg) X(Max) X(Min) X(NumericValue)    \
-                    X(OffValue) X(OnValue) X(Port) X(Register) X(Sign) X(Slope) X(Streamable) X(String) X(StringReg)   \
-                        X(StructEntry) X(StructReg) X(SwissKnife) X(ValidValueSet) X(Value) X(ValueDefault)            \
-                            X(ValueIndexed) X(pAddress) X(pChunkID) X(pCommandValue) X(pFeature) X(pInc) X(pIndex)     \
-                                X(pInvalidator) X(pIsAvailable) X(pIsImplemented) X(pIsLocked) X(pLength) X(pMax)      \
-                                    X(pMin) X(pPort) X(pSelected) X(pValue) X(pValueCopy) X(pValueDefault)             \
-                                        X(pValueIndexed) X(pVariable)
+    X(Cachable)                                                                                                        \
+    X(Category)                                                                                                        \
+    X(ChunkID)                                                                                                         \
+    X(Command)                                                                                                         \
+    X(CommandValue)                                                                                                    \
+    X(Constant)                                                                                                        \
+    X(Converter) X(Endianess) X(EnumEntry) X(Enumeration) X(EventID) X(Expression) X(Extension) X(Float) X(FloatReg)   \
+        X(Formula) X(FormulaFrom) X(FormulaTo) X(Group) X(ImposedAccessMode) X(Inc) X(IntConverter) X(Integer)         \
+            X(IntReg) X(IntSwissKnife) X(IsLinear) X(IsSelfClearing) X(LSB) X(Length) X(MSB) X(MaskedIntReg) X(Max)    \
+                X(Min) X(NumericValue) X(OffValue) X(OnValue) X(Port) X(Register) X(Sign) X(Slope) X(Streamable)       \
+                    X(String) X(StringReg) X(StructEntry) X(StructReg) X(SwissKnife) X(ValidValueSet) X(Value)         \
+                        X(ValueDefault) X(ValueIndexed) X(pAddress) X(pChunkID) X(pCommandValue) X(pFeature) X(pInc)   \
+                            X(pIndex) X(pInvalidator) X(pIsAvailable) X(pIsImplemented) X(pIsLocked) X(pLength)        \
+                                X(pMax) X(pMin) X(pPort) X(pSelected) X(pValue) X(pValueCopy) X(pValueDefault)         \
+                                    X(pValueIndexed) X(pVariable)
 
 enum class tag : uint8_t {
 #define GENICAM_TAG(name) name,
@@ -40,18 +45,20 @@ inline constexpr std::size_t tag_count = static_cast<std::size_t>(tag::none);
 class element_view {
 public:
     explicit element_view(pugi::xml_node element) noexcept : self(element) {
-        for (const pugi::xml_node child : element.children()) {
+        for (pugi::xml_node child = element.first_child(); child; child = child.next_sibling()) {
             const tag name = tag_of(child.name());
             if (name == tag::none) continue;
-            pugi::xml_node& slot = first[static_cast<std::size_t>(name)];
-            if (!slot) slot = child;
+            pugi::xml_node_struct*& slot = first[static_cast<std::size_t>(name)];
+            if (slot == nullptr) slot = child.internal_object();
         }
     }
 
     [[nodiscard]] pugi::xml_node element() const noexcept { return self; }
     // Null when there is no such child.
-    [[nodiscard]] pugi::xml_node operator[](tag name) const noexcept { return first[static_cast<std::size_t>(name)]; }
-    [[nodiscard]] bool has(tag name) const noexcept { return !!(*this)[name]; }
+    [[nodiscard]] pugi::xml_node operator[](tag name) const noexcept {
+        return pugi::xml_node{first[static_cast<std::size_t>(name)]};
+    }
+    [[nodiscard]] bool has(tag name) const noexcept { return first[static_cast<std::size_t>(name)] != nullptr; }
 
     // Calls function(xml_node) for every child of the name, in document order.
     template <class F>
@@ -61,7 +68,8 @@ public:
 
 private:
     pugi::xml_node self;
-    std::array<pugi::xml_node, tag_count + 1> first; // the last stays null, it stands for "no such element"
+    // The last stays null, it stands for "no such element". Bare pointers: a view is made for every node, twice.
+    std::array<pugi::xml_node_struct*, tag_count + 1> first{};
 };
 
 } // namespace GenICam::impl

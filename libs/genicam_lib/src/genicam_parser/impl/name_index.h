@@ -37,9 +37,10 @@ public:
     // False when the name is taken; the node there stays.
     [[nodiscard]] bool insert(std::string_view name, INode* node) {
         if ((count + 1) * 2 > slots.size()) rehash(slots.empty() ? 256 : slots.size() * 2);
-        slot& place = find_slot(slots, hash_of(name), name);
+        const std::size_t hash = hash_of(name);
+        slot& place = find_slot(slots, hash, name);
         if (place.node != nullptr) return false;
-        place = {hash_of(name), name, node};
+        place = {hash, name, node};
         ++count;
         return true;
     }

@@ -16,7 +16,11 @@ bool contains(std::span<IEval* const> nodes, const IEval* node) noexcept {
 } // namespace
 
 node_base_data::node_base_data(document_services& services_, const element_view& view)
-    : name(view.element().attribute("Name").value()), xml(view.element()), services(&services_) {
+    : name(view.element().attribute("Name").value()),
+      xml(view.element()),
+      services(&services_),
+      has_common_links(view.has(tag::pIsImplemented) || view.has(tag::pIsAvailable) || view.has(tag::pIsLocked) ||
+                       view.has(tag::pInvalidator) || view.has(tag::EventID)) {
     if (const pugi::xml_node imposed = view[tag::ImposedAccessMode]) {
         imposed_access = parse_word<Access_t>(text_of(imposed));
         if (!imposed_access)
@@ -157,8 +161,8 @@ void node_base_data::notify_invalidated() {
     (*running)(*as_inode());
 }
 
-std::error_code node_base_data::check_access(bool is_write, unsigned flags) const {
-    if (flags & access_flags::no_access_check) return {};
+genicam_errc node_base_data::check_access(bool is_write, unsigned flags) const {
+    if (flags & access_flags::no_access_check) return genicam_errc::success;
     if (is_implemented_node != nullptr) {
         if (const auto state = get_eval_val<bool>(*is_implemented_node, flags); state && !*state)
             return genicam_errc::node_not_implemented;
@@ -170,13 +174,13 @@ std::error_code node_base_data::check_access(bool is_write, unsigned flags) cons
     const Access_t mode = effective_access_mode();
     // Intended: RW is settled before the lock is looked at, so pIsLocked speaks only for nodes whose effective mode is
     // RO or WO. Documents impose RO on what they lock.
-    if (mode == Access_t::RW) return {};
-    if (!is_write) return mode == Access_t::WO ? genicam_errc::access_denied : std::error_code{};
+    if (mode == Access_t::RW) return genicam_errc::success;
+    if (!is_write) return mode == Access_t::WO ? genicam_errc::access_denied : genicam_errc::success;
     if (!(flags & access_flags::ignore_lock) && is_locked_node != nullptr) {
         if (const auto state = get_eval_val<bool>(*is_locked_node, flags); state && *state)
             return genicam_errc::node_locked;
     }
-    return mode == Access_t::RO ? genicam_errc::access_denied : std::error_code{};
+    return mode == Access_t::RO ? genicam_errc::access_denied : genicam_errc::success;
 }
 
 void node_base_data::set_actual_access_mode(Access_t mode) {

@@ -46,7 +46,7 @@ public:
 
 protected:
     // Whether the node may be read or written now.
-    [[nodiscard]] std::error_code check_access(bool is_write, unsigned flags) const;
+    [[nodiscard]] genicam_errc check_access(bool is_write, unsigned flags) const;
     void set_actual_access_mode(Access_t mode);
     [[nodiscard]] Access_t effective_access_mode() const;
 
@@ -64,13 +64,14 @@ protected:
     class access_scope {
     public:
         access_scope(const node_base_data& node, bool is_write, unsigned flags)
-            : error(steps ? node.check_access(is_write, flags) : make_error_code(genicam_errc::invalid_document)) {}
+            : error(steps ? node.check_access(is_write, flags) : genicam_errc::invalid_document) {}
+        [[nodiscard]] bool denied() const noexcept { return error != genicam_errc::success; }
 
     private:
         eval_scope steps;
 
     public:
-        const std::error_code error;
+        const genicam_errc error;
     };
 
     std::string_view name;
@@ -84,6 +85,7 @@ protected:
     std::shared_ptr<const INode::invalidated_callback> on_invalidated;
     std::optional<Access_t> imposed_access;
     bool streamable = false;
+    bool has_common_links; // pIsImplemented and its like; without them an entry has nothing to resolve
     arena_vector<IEval*, 1> invalidates;
     arena_vector<INode*, 1> selecting;
     arena_vector<IEval*, 2> sources;

@@ -4,6 +4,7 @@
 #include "text_values.h"
 
 #include <GenICam/value_nodes.h>
+#include <math_parser/execute.h>
 
 #include <algorithm>
 
@@ -139,15 +140,12 @@ void variable_map_impl::resolve_converter_references(formula_name_lookup& lookup
     });
 }
 
-std::error_code variable_map_impl::fetch(uint64_t id, tValue argument, unsigned flags, tValue& value) const {
-    if (id == argument_id) {
-        value = argument;
-        return {};
-    }
+result<tValue> variable_map_impl::fetch(uint64_t id, tValue argument, unsigned flags) const {
+    if (id == argument_id) return argument;
     const auto variables = entries.view();
-    if (id < first_variable_id || id - first_variable_id >= variables.size()) return genicam_errc::bad_formula;
+    if (id < first_variable_id || id - first_variable_id >= variables.size()) return fail(genicam_errc::bad_formula);
     const entry& variable = variables[id - first_variable_id];
-    const auto read = [&]() -> result<tValue> {
+    auto value = [&]() -> result<tValue> {
         switch (variable.what) {
         case getter::min:
             return get_eval_limit<tValue>(*variable.node, limit::min, flags);
@@ -160,15 +158,13 @@ std::error_code variable_map_impl::fetch(uint64_t id, tValue argument, unsigned 
         }
         return get_eval_val<tValue>(*variable.node, flags);
     }();
-    if (!read) return read.error();
-    value = coerced(*read);
-    return {};
+    if (value) *value = coerced(*value);
+    return value;
 }
 
 result<tValue> variable_map_impl::exec_formula(const compiled_formula_data& formula, unsigned flags,
                                                tValue argument) const {
-    auto fetch_variable = [&](uint64_t id, tValue& value) { return fetch(id, argument, flags, value); };
-    const auto outcome = formula.execute(fetch_variable);
+    const auto outcome = math_parser::execute(formula, [&](uint64_t id) { return fetch(id, argument, flags); });
     if (!outcome) return fail(outcome.error().code);
     return *outcome;
 }

@@ -68,8 +68,7 @@ private:
 
     [[nodiscard]] static std::optional<entry> create_resulting_entry(const node_base_data& owner, INode& node,
                                                                      std::string_view variable_name);
-    [[nodiscard]] std::error_code fetch(uint64_t id, math_parser::tValue argument, unsigned flags,
-                                        math_parser::tValue& value) const;
+    [[nodiscard]] result<math_parser::tValue> fetch(uint64_t id, math_parser::tValue argument, unsigned flags) const;
 
     arena_vector<entry, 2> entries;
     bool is_integer;

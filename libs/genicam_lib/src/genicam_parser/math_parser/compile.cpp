@@ -1,6 +1,7 @@
 // Recursive descent over the precedence table of the header, writing the postfix program as it goes.
-#include "operations.h"
 #include "tokenizer.h"
+
+#include <math_parser/operations.h>
 
 #include <fmt/format.h>
 

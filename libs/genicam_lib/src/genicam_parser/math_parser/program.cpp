@@ -22,6 +22,7 @@ compiled_formula_data& compiled_formula_data::operator=(const compiled_formula_d
     count = other.count;
     height = other.height;
     depth = other.depth;
+    balanced = other.balanced;
     std::copy(other.begin(), other.end(), heap ? heap.get() : local);
     return *this;
 }
@@ -34,10 +35,23 @@ compiled_formula_data& compiled_formula_data::operator=(compiled_formula_data&& 
     capacity = std::exchange(other.capacity, inline_capacity);
     height = std::exchange(other.height, 0);
     depth = std::exchange(other.depth, 0);
+    balanced = std::exchange(other.balanced, true);
     return *this;
 }
 
 bool compiled_formula_data::append(const token& next) {
+    if (next.what == kind::binary && count != 0) {
+        token& last = (heap ? heap.get() : local)[count - 1];
+        if (last.what <= kind::variable) {
+            --height;
+            last.what = last.what == kind::integer ? kind::binary_integer
+                        : last.what == kind::real  ? kind::binary_real
+                                                   : kind::binary_variable;
+            last.operation = next.operation;
+            count_stack(last);
+            return true;
+        }
+    }
     if (count == maximum_size) return false;
     if (count == capacity) {
         auto larger = std::make_unique_for_overwrite<token[]>(capacity * 2);
@@ -46,24 +60,35 @@ bool compiled_formula_data::append(const token& next) {
         capacity *= 2;
     }
     (heap ? heap.get() : local)[count++] = next;
+    count_stack(next);
+    return true;
+}
+
+void compiled_formula_data::count_stack(const token& next) noexcept {
+    const auto take = [this](uint32_t values, uint32_t results) {
+        if (height < values) balanced = false;
+        height = std::max(height, values) - values + results;
+    };
     switch (next.what) {
     case kind::integer:
     case kind::real:
     case kind::variable:
-        ++height;
+        take(0, 1);
         break;
     case kind::unary:
+    case kind::binary_integer:
+    case kind::binary_real:
+    case kind::binary_variable:
+        take(1, 1);
         break;
-    // Taking more than there is fails in the run, at that very token.
     case kind::binary:
-        height = std::max(height, 2u) - 1;
+        take(2, 1);
         break;
     case kind::conditional:
-        height = std::max(height, 3u) - 2;
+        take(3, 1);
         break;
     }
     depth = std::max(depth, height);
-    return true;
 }
 
 } // namespace math_parser

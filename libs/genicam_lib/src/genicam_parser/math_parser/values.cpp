@@ -25,6 +25,4 @@ int64_t round_to_integer(double value) noexcept { return saturated(std::round(va
 
 int64_t truncate_to_integer(double value) noexcept { return saturated(value); }
 
-int64_t tValue::to_integer() const noexcept { return integer ? bits : round_to_integer(std::bit_cast<double>(bits)); }
-
 } // namespace math_parser

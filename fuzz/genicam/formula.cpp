@@ -1,0 +1,10 @@
+#include "exercise.h"
+
+#include <cstdint>
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size);
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+    fuzz::exercise_formula({reinterpret_cast<const char*>(data), size});
+    return 0;
+}

@@ -1,0 +1,492 @@
+// States of a block: free -> open -> end pending -> free. An open block ends when all packets up to its trailer came,
+// when no deadline is left that could still improve it, or when the camera says that a packet is gone for good. It is
+// delivered only once every older block is; too many open blocks push the oldest one out at once.
+//
+// Deadlines of a block: each missing range has one (first request after a share of the frame time, so that merely
+// reordered packets can arrive, then one per repeat); the end deadline moves with each new highest packet and, when it
+// strikes without a trailer, asks for the missing tail once. `next_timer` is never later than the least of them.
+//
+// Everything is a function of the datagrams and the times handed in. Nothing allocates after setup.
+#include "gvsp_recv_resend.h"
+
+#include <gds_helper/log.h>
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace gev::streamchannel::impl {
+
+namespace {
+
+constexpr uint32_t bits_per_word = 64;
+constexpr uint64_t ids_per_lap = 65535;
+constexpr uint32_t last_requestable_packet = 0xFFFFFF;
+constexpr uint32_t most_sends = 0xFF;
+// Bounds that keep sums of times far from overflow, whatever clock and parameters say.
+constexpr int64_t longest_time = int64_t{1} << 60;
+constexpr int64_t longest_delay = int64_t{1} << 40;
+constexpr int64_t longest_per_packet = int64_t{1} << 30;
+
+enum status : uint16_t {
+    packet_unavailable = 0x800C,
+    packet_not_yet_available = 0x8010,
+    packet_and_prev_removed = 0x8011,
+    packet_removed = 0x8012,
+};
+
+spdlog::logger& logger() {
+    static const std::shared_ptr<spdlog::logger> instance = gds_helper::log::get(gds_helper::log::logger_id::gvsp);
+    return *instance;
+}
+
+// At info level, behind the block's mark.
+template <class Block, class... Args>
+void log_block(int64_t t, const Block& block, fmt::format_string<Args...> text, Args&&... args) {
+    if (!logger().should_log(spdlog::level::info)) return;
+    logger().info("now={:15} [{:8}] @t+={:7}{}", t, block.block_id, t - block.start_time,
+                  fmt::format(text, std::forward<Args>(args)...));
+}
+
+} // namespace
+
+uint32_t gvsp_recv_resend::block::start_of_missing_run(uint32_t last) const noexcept {
+    while (last > 0 && !has(last - 1)) --last;
+    return last;
+}
+
+gvsp_recv_resend::gvsp_recv_resend(const stream_functions& stream) : functions(stream) { setup(0, 0); }
+
+int64_t gvsp_recv_resend::relative(uint64_t now) const noexcept {
+    return now <= time_base ? 0 : static_cast<int64_t>(std::min<uint64_t>(now - time_base, longest_time));
+}
+
+int64_t gvsp_recv_resend::frame_time() const noexcept {
+    return static_cast<int64_t>(std::min<uint64_t>(params.time_per_frame, longest_delay));
+}
+
+int64_t gvsp_recv_resend::resend_delay() const noexcept {
+    const float delay = static_cast<float>(params.time_per_frame) * params.resend_delay_factor;
+    if (!(delay > 0)) return 0;
+    return delay >= static_cast<float>(longest_delay) ? longest_delay : static_cast<int64_t>(delay);
+}
+
+void gvsp_recv_resend::setup(uint32_t packet_size, uint32_t new_payload_size) {
+    payload_size = new_payload_size;
+    for (const bool extended_ids : {false, true}) {
+        geometry[extended_ids] = block_geometry::of(packet_size, payload_size, extended_ids);
+    }
+    stats = {};
+    unwrapper.reset();
+    highest_frame_id = 0;
+    time_base = 0;
+    prepare_blocks();
+}
+
+void gvsp_recv_resend::prepare_blocks() {
+    // The smaller payload of extended ids needs the larger bitmap.
+    const size_t words = (size_t{geometry[1].expected_packets} + bits_per_word - 1) / bits_per_word;
+    for (block& each : blocks) {
+        each.state = block_state::free;
+        each.context = {};
+        each.received_bitmap.assign(words, 0);
+    }
+    open_count = 0;
+    recent_frame_ids = {};
+}
+
+void gvsp_recv_resend::reset() {
+    flush(0);
+    unwrapper.reset();
+    highest_frame_id = 0;
+    time_base = 0;
+    prepare_blocks();
+}
+
+void gvsp_recv_resend::flush(uint64_t now) {
+    const int64_t t = relative(now);
+    for (size_t i = 0; i < open_count; ++i) {
+        block& open = *open_blocks[i];
+        if (open.state != block_state::free) end_block(t, open, true);
+        open.block_id = open.frame_id = 0;
+    }
+    open_count = 0;
+}
+
+bool gvsp_recv_resend::revoke_frame(const void* buffer) {
+    if (buffer == nullptr) return false;
+    const auto found =
+        std::ranges::find_if(blocks, [&](const block& candidate) { return candidate.context.buffer == buffer; });
+    if (found == blocks.end()) return false;
+    found->context = {};
+    return true;
+}
+
+gvsp_recv_resend::block* gvsp_recv_resend::find(uint64_t block_id) noexcept {
+    for (size_t i = 0; i < open_count; ++i) {
+        if (open_blocks[i]->block_id == block_id) return open_blocks[i];
+    }
+    return nullptr;
+}
+
+bool gvsp_recv_resend::receive_packet(uint64_t now, std::span<const std::byte> datagram) {
+    if (time_base == 0) time_base = now;
+    const int64_t t = relative(now);
+    const gvsp_parsed_packet packet = parse_gvsp_packet(datagram.data(), datagram.size());
+    const bool traced = logger().should_log(spdlog::level::trace);
+    if (packet.kind == gvsp_packet_kind::invalid) {
+        if (traced) {
+            logger().trace("now={:15} invalid packet received with err={}", t,
+                           packet.error_text != nullptr ? packet.error_text : "");
+        }
+        return false;
+    }
+    if (traced) {
+        logger().trace("now={:15} recv: block={:6},id={:4},fmt={},status={:x}", t, packet.block_id, packet.packet_id,
+                       static_cast<uint32_t>(packet.kind), packet.status);
+    }
+    block* current = find(packet.block_id);
+    if (packet.kind == gvsp_packet_kind::status_only) {
+        if (current != nullptr) recv_block_error(t, *current, packet.packet_id, packet.status);
+        return true;
+    }
+    extended = packet.is_extended;
+    if (current == nullptr) current = create_block_for_id(t, packet.block_id);
+    if (current == nullptr) return true;
+    mark_received(t, *current, packet.packet_id);
+    switch (packet.kind) {
+    case gvsp_packet_kind::leader:
+        last_leader = current->leader = packet.leader;
+        break;
+    case gvsp_packet_kind::payload:
+        copy_payload(*current, packet.packet_id, packet.payload);
+        check_gap(t, *current, packet.packet_id);
+        break;
+    case gvsp_packet_kind::trailer:
+        if (packet.trailer.chunk_data_payload_length != 0) current->has_chunk = true;
+        current->chunk_layout_id = packet.trailer.chunk_layout_id;
+        current->trailer_packet_id = packet.packet_id;
+        check_gap(t, *current, packet.packet_id);
+        break;
+    default:
+        break;
+    }
+    return true;
+}
+
+int64_t gvsp_recv_resend::end_timeout(int64_t t, const block& current) const noexcept {
+    if (current.received_count < 4 || current.highest_packet_id == 0) return frame_time();
+    const int64_t floor = params.resend_enabled ? frame_time() : 2 * frame_time();
+    // The projected length of the whole frame, so that a slow camera's tail isn't declared lost too soon.
+    const int64_t per_packet = std::min((t - current.start_time) / current.highest_packet_id, longest_per_packet);
+    return std::max(floor, per_packet * current.geometry.expected_packets - 2);
+}
+
+void gvsp_recv_resend::mark_received(int64_t t, block& current, uint32_t packet_id) noexcept {
+    if (current.state == block_state::free) return;
+    if (packet_id < current.geometry.expected_packets) {
+        uint64_t& word = current.received_bitmap[packet_id / bits_per_word];
+        const uint64_t bit = uint64_t{1} << (packet_id % bits_per_word);
+        if ((word & bit) != 0) return;
+        word |= bit;
+    }
+    ++current.received_count;
+    if (packet_id < current.highest_packet_id) return;
+    current.highest_packet_id = packet_id;
+    if (current.end_deadline == never) return;
+    current.end_deadline = t + end_timeout(t, current);
+    current.next_timer = std::min(current.next_timer, current.end_deadline);
+}
+
+void gvsp_recv_resend::copy_payload(block& current, uint32_t packet_id,
+                                    const gvsp_parsed_packet::payload_body& payload) {
+    if (current.context.size == 0 || packet_id == 0) return;
+    const uint64_t per_packet = current.geometry.payload_per_packet;
+    const uint64_t offset = (uint64_t{packet_id} - 1) * per_packet;
+    if (offset > current.context.size) return;
+    const uint64_t count = std::min({payload.data_size, per_packet, current.context.size - offset});
+    if (count != 0) std::memcpy(current.context.data + offset, payload.data, count);
+    current.received_bytes += count;
+    current.filled_size = std::max(current.filled_size, offset + count);
+}
+
+// The first packet behind a gap notices it; what arrives behind an open range later is no new highest packet.
+void gvsp_recv_resend::check_gap(int64_t t, block& current, uint32_t packet_id) {
+    if (!params.resend_enabled || packet_id == 0 || packet_id != current.highest_packet_id) return;
+    const uint32_t last = packet_id - 1;
+    if (current.has(last)) return;
+    const int64_t deadline = add_resend_entry(t, current, resend_delay(), current.start_of_missing_run(last), last);
+    current.next_timer = std::min(current.next_timer, deadline);
+}
+
+int64_t gvsp_recv_resend::add_resend_entry(int64_t t, block& current, int64_t delay, uint32_t first, uint32_t last) {
+    if (last > last_requestable_packet) return never;
+    for (size_t i = 0; i < current.resend_entry_count; ++i) {
+        const resend_entry& entry = current.resend_entries[i];
+        if (entry.deadline != 0 && entry.first_packet <= first && last <= entry.last_packet) return never;
+    }
+    // Slots aren't reclaimed: they are the budget of a block, which bounds the traffic that one bad frame causes.
+    if (current.resend_entry_count == max_entries) {
+        log_block(t, current, ". Failed to queue resend request for range [{},{}] due to too few slots.", first, last);
+        return never;
+    }
+    resend_entry& entry = current.resend_entries[current.resend_entry_count++];
+    entry.deadline = std::max<int64_t>(t + delay, 1);
+    entry.first_packet = first;
+    entry.last_packet = last & last_requestable_packet;
+    entry.retry_count = 0;
+    return delay == 0 ? queue_resend(t, current, entry) : entry.deadline;
+}
+
+int64_t gvsp_recv_resend::queue_resend(int64_t t, block& current, resend_entry& entry) {
+    const uint32_t last = entry.last_packet;
+    const uint32_t sent = entry.retry_count;
+    log_block(t, current, ". Sending resend-request for range [{},{}], sent-count#={}.", entry.first_packet, last,
+              sent);
+    current.resend_packets_requested += last - entry.first_packet + 1;
+    ++current.resend_requests;
+    if (functions.send_resend) functions.send_resend(current.block_id, entry.first_packet, last, extended);
+    entry.retry_count = std::min(sent + 1, most_sends) & most_sends;
+    entry.deadline = std::max<int64_t>(t + resend_delay(), 1);
+    return entry.deadline;
+}
+
+int64_t gvsp_recv_resend::update_resend_entry(int64_t t, block& current, resend_entry& entry) {
+    if (entry.deadline == 0) return never;
+    if (t < entry.deadline) return entry.deadline;
+    const uint32_t first = entry.first_packet;
+    const uint32_t last = entry.last_packet;
+    uint32_t missing = first;
+    while (missing <= last && current.has(missing)) ++missing;
+    const bool any_missing = missing <= last;
+    if (entry.retry_count < std::min(params.max_retries, most_sends)) {
+        if (any_missing) {
+            if (missing > first) {
+                if (entry.retry_count != 0) {
+                    log_block(t, current, ". Reduced run from [{},{}] to [{},{}].", first, last, missing, last);
+                }
+                entry.first_packet = missing;
+            }
+            return queue_resend(t, current, entry);
+        }
+        if (entry.retry_count != 0) {
+            log_block(t, current, ". Missing packets for run [{},{}] completed.", first, last);
+        }
+    } else if (any_missing) {
+        log_block(t, current, ". Too many retries for range [{},{}], ending resends for this range.", first, last);
+    }
+    entry.deadline = 0;
+    return never;
+}
+
+void gvsp_recv_resend::run_timers(int64_t t, block& current) {
+    current.next_timer = never;
+    size_t end = current.resend_entry_count;
+    for (size_t i = 0; i < end;) {
+        resend_entry& entry = current.resend_entries[i];
+        const bool was_active = entry.deadline != 0;
+        current.next_timer = std::min(current.next_timer, update_resend_entry(t, current, entry));
+        if (was_active && entry.deadline == 0) {
+            std::swap(entry, current.resend_entries[--end]);
+        } else {
+            ++i;
+        }
+    }
+    int64_t deadline = current.end_deadline;
+    if (t >= current.end_deadline) {
+        deadline = current.end_deadline = never;
+        const uint32_t last = current.geometry.expected_packets - 1;
+        if (current.trailer_packet_id == 0 && params.resend_enabled && !current.has(last)) {
+            deadline = add_resend_entry(t, current, 0, current.start_of_missing_run(last), last);
+        }
+    }
+    current.next_timer = std::min(current.next_timer, deadline);
+}
+
+int64_t gvsp_recv_resend::check_timers(uint64_t now) {
+    const int64_t t = relative(now);
+    int64_t wait = never;
+    for (size_t i = 0; i < open_count; ++i) {
+        block& current = *open_blocks[i];
+        if (current.state != block_state::open) continue;
+        if (current.complete()) {
+            current.state = block_state::end_pending;
+            continue;
+        }
+        if (t >= current.next_timer) run_timers(t, current);
+        if (current.next_timer == never) {
+            log_block(t, current, ". No more pending timers, so mark block with end-pedning.");
+            current.state = block_state::end_pending;
+            continue;
+        }
+        wait = std::min(wait, current.next_timer);
+    }
+    // A finished younger frame waits behind an older one that is still being repaired.
+    while (open_count > 0 && open_blocks[open_count - 1]->state == block_state::end_pending) {
+        end_block(t, *open_blocks[--open_count], false);
+    }
+    return wait == never ? -1 : wait - t;
+}
+
+gvsp_recv_resend::block* gvsp_recv_resend::create_block_for_id(int64_t t, uint64_t block_id) {
+    const uint64_t frame_id = unwrapper.unwrap(block_id, extended);
+    if (frame_id == highest_frame_id + 1 || frame_id == 0) return create_single_new_block(t, block_id, frame_id);
+    if (frame_id <= highest_frame_id) {
+        if (std::ranges::find(recent_frame_ids, frame_id) != recent_frame_ids.end()) return nullptr;
+        return create_single_new_block(t, block_id, frame_id);
+    }
+    uint64_t skipped = frame_id - highest_frame_id - 1;
+    logger().info("[{:8}] !!!! we skipped {} frames, trying to recover ...", block_id, skipped);
+    const uint64_t recoverable = std::clamp<uint64_t>(params.max_open_blocks, 1, pool_size) - 1;
+    if (skipped > recoverable) {
+        stats.skipped_frames += skipped - recoverable;
+        skipped = recoverable;
+    }
+    if (!extended || block_id > skipped) {
+        for (uint64_t back = skipped; back > 0; --back) {
+            const uint64_t lost_id = block_id > back ? block_id - back : block_id + ids_per_lap - back;
+            create_single_new_block(t - static_cast<int64_t>(back) * frame_time(), lost_id, frame_id - back);
+        }
+    }
+    return create_single_new_block(t, block_id, frame_id);
+}
+
+gvsp_recv_resend::block* gvsp_recv_resend::create_single_new_block(int64_t t, uint64_t block_id, uint64_t frame_id) {
+    while (open_count > 0 && open_count >= params.max_open_blocks) {
+        block& oldest = *open_blocks[--open_count];
+        if (oldest.state == block_state::free) continue;
+        log_block(t, oldest, ". Killing block due to too many open blocks.");
+        end_block(t, oldest, false);
+    }
+    const auto free_block = std::ranges::find(blocks, block_state::free, &block::state);
+    if (free_block == blocks.end()) return nullptr;
+    block& created = *free_block;
+    std::copy_backward(open_blocks.begin(), open_blocks.begin() + open_count, open_blocks.begin() + open_count + 1);
+    open_blocks[0] = &created;
+    ++open_count;
+
+    created.context = functions.get_frame();
+    created.state = block_state::open;
+    created.ended = created.has_chunk = false;
+    created.block_id = block_id;
+    created.frame_id = frame_id;
+    created.start_time = t;
+    created.end_deadline = created.next_timer = t + frame_time();
+    created.leader = last_leader;
+    created.leader.timestamp = 0;
+    created.geometry = geometry[extended];
+    std::ranges::fill(created.received_bitmap, 0);
+    created.received_count = created.highest_packet_id = created.trailer_packet_id = 0;
+    created.chunk_layout_id = created.resend_requests = created.resend_packets_requested = 0;
+    created.filled_size = created.received_bytes = 0;
+    created.resend_entry_count = 0;
+    log_block(t, created, ". Block started.");
+    highest_frame_id = std::max(highest_frame_id, frame_id);
+    return &created;
+}
+
+void gvsp_recv_resend::end_block(int64_t t, block& ended, bool flushed) {
+    ended.state = block_state::free;
+    const bool complete = ended.complete();
+    if (ended.context.size == 0) {
+        ++stats.no_buffer_frames;
+        log_block(t, ended, ". Dropped frame due to no shm_mem_handle.");
+        if (ended.context.buffer == nullptr) return; // an empty buffer goes back to its owner all the same
+    } else {
+        ++(complete ? stats.complete_frames : stats.incomplete_frames);
+        stats.resend_requests += ended.resend_requests;
+        stats.resend_packets_requested += ended.resend_packets_requested;
+        if (complete) {
+            log_block(t, ended, ". Delivering complete frame, resend-packets-sent={}.", ended.resend_packets_requested);
+        } else {
+            const uint64_t expected =
+                ended.trailer_packet_id != 0 ? uint64_t{ended.trailer_packet_id} + 1 : ended.geometry.expected_packets;
+            log_block(t, ended, ". Delivering __INCOMPLETE__ frame, packets-received={}/{}, resend-packets-sent={}.",
+                      ended.received_count, expected, ended.resend_packets_requested);
+        }
+    }
+    std::shift_left(recent_frame_ids.begin(), recent_frame_ids.end(), 1);
+    recent_frame_ids.back() = ended.frame_id;
+
+    const auto absolute = [&](int64_t time) { return time_base + static_cast<uint64_t>(time); };
+    frame_info info;
+    info.context = std::exchange(ended.context, {});
+    info.size_x = ended.leader.size_x;
+    info.size_y = ended.leader.size_y;
+    info.pixel_format = ended.leader.pixel_format;
+    info.expected_payload_size = payload_size;
+    info.filled_size = ended.filled_size;
+    info.received_bytes = ended.received_bytes;
+    info.frame_id = ended.frame_id;
+    info.block_id = ended.block_id;
+    info.timestamp = ended.leader.timestamp;
+    info.start_time = absolute(ended.start_time);
+    info.end_time = absolute(std::max(t, ended.start_time));
+    info.resend_packets_requested = ended.resend_packets_requested;
+    info.flags = (complete ? 0 : frame_flags::incomplete) | (extended ? frame_flags::extended_ids : 0) |
+                 (ended.has_chunk ? frame_flags::has_chunk : 0) | (flushed ? frame_flags::flushed : 0);
+    info.chunk_layout_id = ended.chunk_layout_id;
+    functions.deliver(info, stats);
+    ended.ended = true;
+}
+
+void gvsp_recv_resend::recv_block_error(int64_t t, block& current, uint32_t packet_id, uint16_t status) {
+    switch (status) {
+    case packet_unavailable:
+    case packet_removed:
+        kill_range(t, current, packet_id);
+        break;
+    case packet_and_prev_removed:
+        kill_ranges_up_to(t, current, packet_id);
+        break;
+    case packet_not_yet_available:
+        log_block(t, current, ". pckt={},  Received GEV_STATUS_PACKET_NOT_YET_AVAILABLE packet.", packet_id);
+        break;
+    default:
+        log_block(t, current, ". pckt={},  Received status=0x{:x} packet.", packet_id, status);
+        break;
+    }
+}
+
+void gvsp_recv_resend::kill_range(int64_t t, block& current, uint32_t packet_id) {
+    if (current.ended) {
+        log_block(t, current, ". pckt={}, Received 'GEV_STATUS_PACKET_UNAVAILABLE' on already ended block.", packet_id);
+        return;
+    }
+    for (size_t i = 0; i < current.resend_entry_count; ++i) {
+        resend_entry& entry = current.resend_entries[i];
+        const uint32_t last = entry.last_packet;
+        if (entry.deadline == 0 || packet_id < entry.first_packet || packet_id > last) continue;
+        log_block(t, current, ". pckt={}, Received 'GEV_STATUS_PACKET_UNAVAILABLE', killing resend request at [{},{}].",
+                  packet_id, entry.first_packet, last);
+        entry.deadline = 0;
+        current.state = block_state::end_pending;
+        return;
+    }
+}
+
+void gvsp_recv_resend::kill_ranges_up_to(int64_t t, block& current, uint32_t packet_id) {
+    if (current.ended) {
+        log_block(t, current,
+                  ". pckt={}, Received 'GEV_STATUS_PACKET_AND_PREV_REMOVED_FROM_MEMORY' on already ended block.",
+                  packet_id);
+        return;
+    }
+    log_block(t, current,
+              ". pckt={}, Received 'GEV_STATUS_PACKET_AND_PREV_REMOVED_FROM_MEMORY', killing all resend requests for "
+              "previous packet-ids.",
+              packet_id);
+    for (size_t i = 0; i < current.resend_entry_count; ++i) {
+        resend_entry& entry = current.resend_entries[i];
+        if (entry.last_packet < packet_id) {
+            entry.deadline = 0;
+        } else if (entry.deadline != 0 && entry.first_packet <= packet_id) {
+            entry.first_packet = packet_id;
+        }
+    }
+    current.state = block_state::end_pending;
+}
+
+} // namespace gev::streamchannel::impl

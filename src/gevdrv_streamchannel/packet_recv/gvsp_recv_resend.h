@@ -1,0 +1,117 @@
+// Assembles frames, has lost packets sent again, and delivers in the order in which frames began.
+#pragma once
+
+#include "gvsp_packet.h"
+#include "gvsp_recv_interface.h"
+
+#include <array>
+#include <limits>
+#include <vector>
+
+namespace gev::streamchannel::impl {
+
+class gvsp_recv_resend final : public gvsp_recv_interface {
+public:
+    explicit gvsp_recv_resend(const stream_functions& stream);
+
+    void setup(uint32_t packet_size, uint32_t payload_size) override;
+    [[nodiscard]] frame_receive_stats get_statistics() const override { return stats; }
+    bool revoke_frame(const void* buffer) override;
+    void flush(uint64_t now) override;
+    void reset() override;
+    bool receive_packet(uint64_t now, std::span<const std::byte> datagram) override;
+    int64_t check_timers(uint64_t now) override;
+    void set_resend_params(const resend_parameters& parameters) override { params = parameters; }
+    [[nodiscard]] std::optional<resend_parameters> get_resend_params() const override { return params; }
+
+private:
+    static constexpr int64_t never = std::numeric_limits<int64_t>::max();
+    static constexpr size_t pool_size = 5;
+    static constexpr size_t max_entries = 64;
+
+    enum class block_state : uint32_t { free = 0, open = 1, end_pending = 2 };
+
+    struct resend_entry {
+        int64_t deadline = 0; // 0: inactive
+        uint32_t first_packet = 0;
+        uint32_t last_packet : 24 = 0; // inclusive
+        uint32_t retry_count : 8 = 0;  // sends so far
+    };
+    static_assert(sizeof(resend_entry) == 16);
+
+    // Times are relative to the stream's first packet.
+    struct block {
+        block_state state = block_state::free;
+        bool ended = false;
+        bool has_chunk = false;
+        uint64_t block_id = 0;
+        uint64_t frame_id = 0;
+        frame_context context;
+        int64_t start_time = 0;
+        int64_t end_deadline = never; // when to suspect the tail of the frame
+        int64_t next_timer = never;   // the earliest deadline
+        std::vector<uint64_t> received_bitmap;
+        block_geometry geometry;
+        uint32_t received_count = 0;
+        uint32_t highest_packet_id = 0;
+        uint32_t trailer_packet_id = 0; // 0 until it arrived
+        gvsp_parsed_packet::leader_body leader{};
+        uint32_t chunk_layout_id = 0;
+        uint32_t resend_requests = 0;
+        uint32_t resend_packets_requested = 0;
+        uint64_t filled_size = 0;
+        uint64_t received_bytes = 0;
+        size_t resend_entry_count = 0; // slots used; never falls within a block
+        std::array<resend_entry, max_entries> resend_entries;
+
+        // Packets beyond the bitmap can't be asked for: they count as received.
+        [[nodiscard]] bool has(uint32_t packet) const noexcept {
+            return packet >= geometry.expected_packets || (received_bitmap[packet / 64] >> (packet % 64) & 1) != 0;
+        }
+        [[nodiscard]] bool complete() const noexcept {
+            return trailer_packet_id != 0 && received_count >= uint64_t{trailer_packet_id} + 1;
+        }
+        [[nodiscard]] uint32_t start_of_missing_run(uint32_t last) const noexcept;
+    };
+
+    [[nodiscard]] int64_t relative(uint64_t now) const noexcept;
+    [[nodiscard]] int64_t frame_time() const noexcept;
+    [[nodiscard]] int64_t resend_delay() const noexcept;
+    [[nodiscard]] int64_t end_timeout(int64_t t, const block& current) const noexcept;
+
+    void prepare_blocks();
+    [[nodiscard]] block* find(uint64_t block_id) noexcept;
+    block* create_block_for_id(int64_t t, uint64_t block_id);
+    block* create_single_new_block(int64_t t, uint64_t block_id, uint64_t frame_id);
+    void end_block(int64_t t, block& ended, bool flushed);
+
+    void mark_received(int64_t t, block& current, uint32_t packet_id) noexcept;
+    static void copy_payload(block& current, uint32_t packet_id, const gvsp_parsed_packet::payload_body& payload);
+    void check_gap(int64_t t, block& current, uint32_t packet_id);
+
+    int64_t add_resend_entry(int64_t t, block& current, int64_t delay, uint32_t first, uint32_t last);
+    int64_t queue_resend(int64_t t, block& current, resend_entry& entry);
+    int64_t update_resend_entry(int64_t t, block& current, resend_entry& entry);
+    void run_timers(int64_t t, block& current);
+
+    void recv_block_error(int64_t t, block& current, uint32_t packet_id, uint16_t status);
+    void kill_range(int64_t t, block& current, uint32_t packet_id);
+    void kill_ranges_up_to(int64_t t, block& current, uint32_t packet_id);
+
+    const stream_functions& functions;
+    resend_parameters params;
+    std::array<block, pool_size> blocks;
+    std::array<block*, pool_size> open_blocks{}; // newest first
+    size_t open_count = 0;
+    std::array<uint64_t, 16> recent_frame_ids{}; // delivered, oldest first
+    gvsp_parsed_packet::leader_body last_leader{};
+    block_id_unwrapper unwrapper;
+    frame_receive_stats stats;
+    std::array<block_geometry, 2> geometry; // by extended ids
+    uint32_t payload_size = 0;
+    uint64_t highest_frame_id = 0;
+    uint64_t time_base = 0; // time of the stream's first packet, 0 before it
+    bool extended = false;
+};
+
+} // namespace gev::streamchannel::impl

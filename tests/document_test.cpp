@@ -1,0 +1,98 @@
+// The modules of the real library describe themselves to a consumer that knows only the standard.
+#include "bench.h"
+
+#include <GenICam/log.h>
+
+#include <gtest/gtest.h>
+
+#include <source_location>
+
+using bench::test_bench;
+
+namespace {
+
+class log_counter final : public GenICam::ILogSink {
+public:
+    log_counter() { GenICam::set_log_sink(this); }
+    ~log_counter() override { GenICam::set_log_sink(nullptr); }
+    bool is_enabled(int) const noexcept override { return true; }
+    void write(int level, std::string_view text, const std::source_location&) override {
+        if (level <= 1) lines.emplace_back(text);
+    }
+    std::vector<std::string> lines;
+};
+
+// Writes back what was read; the error's text, or nothing.
+std::string write_back(GenICam::INode& node) {
+    using namespace GenICam;
+    std::error_code error;
+    if (auto* integer = node_cast<IInteger>(&node)) {
+        if (const auto value = integer->get_val(0)) error = integer->set_val(*value, 0);
+    } else if (auto* real = node_cast<IFloat>(&node)) {
+        if (const auto value = real->get_val(0)) error = real->set_val(*value, 0);
+    } else if (auto* flag = node_cast<IBoolean>(&node)) {
+        if (const auto value = flag->get_val(0)) error = flag->set_val(*value, 0);
+    } else if (auto* string = node_cast<IString>(&node)) {
+        if (const auto value = string->get_val(0)) error = string->set_val(*value, 0);
+    } else if (auto* choice = node_cast<IEnumeration>(&node)) {
+        if (const auto value = choice->get_selected_entry(0)) error = choice->set_selected_entry(*value, 0);
+    }
+    return error ? error.message() : std::string{};
+}
+
+} // namespace
+
+TEST(Documents, EveryFeatureOfEveryModuleReadsAndWrites) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    bench::open_camera camera{test_bench::serial(0)};
+    camera.start();
+    camera.stop();
+    const std::pair<void*, const char*> modules[] = {{camera.system->get(), "system"},
+                                                     {camera.interface->get(), "interface"},
+                                                     {camera.device->get(), "device"},
+                                                     {camera.stream->get(), "stream"}};
+    for (const auto& [port, name] : modules) {
+        SCOPED_TRACE(name);
+        log_counter log;
+        const cli::node_map nodes{*camera.lib, port};
+        size_t read = 0;
+        for (GenICam::INode* feature : nodes.document().get_root_features()) {
+            const std::string access = cli::access_text(*feature);
+            // Event data stands in memory that only an event brings.
+            if (access == "NA" || access == "NI" || feature->get_name().starts_with("Event")) continue;
+            SCOPED_TRACE(feature->get_name());
+            std::string error;
+            if (access != "WO") {
+                static_cast<void>(cli::value_text(*feature, error));
+                EXPECT_EQ(error, "");
+                ++read;
+            }
+            if (access == "RW") {
+                EXPECT_EQ(write_back(*feature), "");
+            }
+            if (feature->get_name().ends_with("UpdateList")) {
+                EXPECT_NO_THROW(cli::execute(*feature));
+            }
+        }
+        EXPECT_GE(read, 10U);
+        EXPECT_EQ(log.lines, std::vector<std::string>{});
+    }
+}
+
+TEST(Documents, AreTheSameInEveryProcess) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    const auto url = [&](const char* module) {
+        const auto run = own.run_consumer({"features", "--module", module, "--json"});
+        const auto object = nlohmann::json::parse(run.output, nullptr, false);
+        return object.is_object() ? object.value("url", "none") : run.output;
+    };
+    for (const char* module : {"system", "stream"}) {
+        const std::string first = url(module);
+        EXPECT_EQ(first.substr(0, 6), "local:");
+        EXPECT_EQ(url(module), first) << "the hash of the text is part of the name";
+    }
+}
