@@ -148,6 +148,11 @@ TEST_F(Processes, ANewServiceTakesOverWhatAKilledOneLeft) {
 }
 
 TEST_F(Processes, ConnectionsLeaveNoThreadDescriptorOrMapping) {
+    {
+        // The first of all may start what a sanitizer keeps for itself.
+        client::client_instance first;
+        EXPECT_EQ(connect(first).invoke<ping>(), 1U);
+    }
     const int threads = threads_of_this_process();
     const int descriptors = descriptors_of_this_process();
     std::vector<std::shared_ptr<rpc_connection_client>> kept;
@@ -188,8 +193,6 @@ TEST_F(Processes, AForkedChildNeitherHangsNorDisturbsItsParent) {
 }
 
 TEST_F(Processes, AKilledClientIsForgottenWhileAnotherIsServed) {
-    client::client_instance instance;
-    const auto global = connect(instance);
     int told[2];
     ASSERT_EQ(pipe(told), 0);
     const pid_t other = fork();
@@ -199,6 +202,9 @@ TEST_F(Processes, AKilledClientIsForgottenWhileAnotherIsServed) {
         if (write(told[1], connected ? "c" : "x", 1) != 1) _exit(1);
         for (;;) pause();
     }
+    close(told[1]);
+    client::client_instance instance;
+    const auto global = connect(instance);
     char got = 0;
     ASSERT_EQ(read(told[0], &got, 1), 1);
     EXPECT_EQ(got, 'c');
@@ -206,5 +212,4 @@ TEST_F(Processes, AKilledClientIsForgottenWhileAnotherIsServed) {
     waitpid(other, nullptr, 0);
     for (int i = 0; i < 100; ++i) EXPECT_EQ(global.invoke<ping>(), 1U);
     close(told[0]);
-    close(told[1]);
 }
