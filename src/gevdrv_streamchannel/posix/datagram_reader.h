@@ -21,7 +21,7 @@ namespace gev::streamchannel::posix {
 // Behind each datagram at least `margin` bytes of the buffer are readable. Thread-bound; allocates in the constructor.
 class datagram_reader final {
 public:
-    datagram_reader(int socket, size_t batch, size_t datagram_size, size_t margin);
+    datagram_reader(int socket, size_t batch, size_t datagram_size, size_t margin, bool coalesce = true);
     ~datagram_reader();
     datagram_reader(const datagram_reader&) = delete;
     datagram_reader& operator=(const datagram_reader&) = delete;
