@@ -7,44 +7,75 @@
 #include <fmt/format.h>
 
 #include <chrono>
+#include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <map>
+#include <optional>
 #include <stdexcept>
-#include <vector>
 
 namespace cli {
 
 namespace {
 
 std::string read_file(const std::string& path) {
+    std::error_code error;
+    const auto size = std::filesystem::file_size(path, error); // fails for what is no regular file
     std::ifstream file{path, std::ios::binary};
-    if (!file) throw std::runtime_error(fmt::format("Cannot read '{}'.", path));
-    return {std::istreambuf_iterator<char>{file}, {}};
+    std::string text(error ? 0 : size, '\0');
+    if (error || !file.read(text.data(), static_cast<std::streamsize>(size))) {
+        throw std::runtime_error(fmt::format("Cannot read '{}'{}{}.", path, error ? ": " : "", error.message()));
+    }
+    return text;
 }
 
-// A device of zeros that keeps what is written to it, over the whole address space.
+// A device that keeps what is written to it: of zeros over the whole address space, or of a file's bytes, beyond which
+// it has no registers.
 class memory_port final : public GenICam::IDevicePort {
 public:
-    explicit memory_port(std::string content) : start(std::move(content)) {}
+    explicit memory_port(std::optional<std::string> content) : file(std::move(content)) {}
     GenICam::result<std::size_t> read(int64_t address, std::span<std::byte> data, unsigned) override {
+        if (!holds(address, data.size())) return GenICam::fail(GenICam::genicam_errc::invalid_address);
         for (std::size_t i = 0; i < data.size(); ++i) {
             const auto at = static_cast<uint64_t>(address) + i;
             const auto found = written.find(at);
             data[i] = found != written.end() ? found->second
-                      : at < start.size()    ? static_cast<std::byte>(start[at])
+                      : file                 ? static_cast<std::byte>((*file)[at])
                                              : std::byte{0};
         }
         return data.size();
     }
     std::error_code write(int64_t address, std::span<const std::byte> data, unsigned) override {
+        if (!holds(address, data.size())) return make_error_code(GenICam::genicam_errc::invalid_address);
         for (std::size_t i = 0; i < data.size(); ++i) written[static_cast<uint64_t>(address) + i] = data[i];
         return {};
     }
 
 private:
-    const std::string start;
+    [[nodiscard]] bool holds(int64_t address, std::size_t size) const noexcept {
+        const auto start = static_cast<uint64_t>(address);
+        return !file || (start <= file->size() && size <= file->size() - start);
+    }
+    const std::optional<std::string> file;
     std::map<uint64_t, std::byte> written;
 };
+
+// What `describe` gives, on one line.
+std::string line_of(const nlohmann::json& item) {
+    const auto text = [](const nlohmann::json& value) {
+        return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    };
+    std::string line =
+        fmt::format("{:<44} {:<12} {:<3} {:<9}", item["name"].get_ref<const std::string&>(),
+                    item["kind"].get_ref<const std::string&>(), item["access"].get_ref<const std::string&>(),
+                    item["visibility"].get_ref<const std::string&>());
+    if (item.contains("value")) line += " " + text(item["value"]);
+    if (item.contains("error")) line += " ! " + item["error"].get_ref<const std::string&>();
+    if (item.contains("unit")) line += " " + item["unit"].get_ref<const std::string&>();
+    for (const char* name : {"min", "max", "inc", "entries", "selects"}) {
+        if (item.contains(name)) line += fmt::format(" {}={}", name, text(item[name]));
+    }
+    return line;
+}
 
 } // namespace
 
@@ -55,7 +86,7 @@ int show_document(const document_options& options) {
         if (!inflated) throw std::runtime_error(fmt::format("'{}' is no sound archive.", options.file));
         text = std::move(*inflated);
     }
-    memory_port memory{options.memory.empty() ? std::string{} : read_file(options.memory)};
+    memory_port memory{options.memory.empty() ? std::nullopt : std::optional{read_file(options.memory)}};
     const auto begin = std::chrono::steady_clock::now();
     const auto document = GenICam::create_document(std::string_view{text});
     const std::chrono::duration<double> load_time = std::chrono::steady_clock::now() - begin;
@@ -71,12 +102,7 @@ int show_document(const document_options& options) {
         if (options.json) {
             list.push_back(std::move(item));
         } else {
-            fmt::print(
-                "{:<44} {:<12} {:<3} {:<9} {}\n", item["name"].get<std::string>(), item["kind"].get<std::string>(),
-                item["access"].get<std::string>(), item["visibility"].get<std::string>(),
-                item.contains("value")   ? item["value"].dump(-1, ' ', false, nlohmann::json::error_handler_t::replace)
-                : item.contains("error") ? "! " + item["error"].get<std::string>()
-                                         : "");
+            fmt::print("{}\n", line_of(item));
         }
     });
     const std::chrono::duration<double> read_time = std::chrono::steady_clock::now() - read_begin;

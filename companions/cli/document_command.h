@@ -7,7 +7,7 @@ namespace cli {
 
 struct document_options {
     std::string file;
-    std::string memory; // bytes behind the port "Device"; empty: zeros
+    std::string memory; // file with the bytes behind the port "Device"; none: zeros at every address
     bool json = false;
     bool time = false;
 };

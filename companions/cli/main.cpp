@@ -228,10 +228,14 @@ int main(int argc, char** argv) {
     document_options document;
     auto* xml_command = app.add_subcommand("xml", "Shows a GenICam document without a device");
     xml_command->add_option("file", document.file, "Document, zipped or not")->required();
-    xml_command->add_option("--memory", document.memory, "File with the bytes of the port 'Device' (default: zeros)");
-    xml_command->add_flag("--json", document.json, "One JSON object on the standard output");
+    xml_command->add_option("--memory", document.memory,
+                            "File with the bytes of the port 'Device' from address 0 (default: zeros everywhere)");
+    xml_command->add_flag("--json", common.json, "One JSON object on the standard output");
     xml_command->add_flag("--time", document.time, "Load time and nodes per second");
-    xml_command->callback([&] { result = show_document(document); });
+    xml_command->callback([&] {
+        document.json = common.json;
+        result = show_document(document);
+    });
 
     auto* doctor_command = app.add_subcommand("doctor", "What is wrong, and what mends it");
     add_common(*doctor_command, common, false);

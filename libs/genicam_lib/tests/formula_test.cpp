@@ -189,6 +189,7 @@ TEST(Formula, RunErrorsAreValues) {
              error_case{"BAD + 1", genicam_errc::timeout, "Failed to look up variable name."},
              // Both branches are evaluated, so an error in the unused one counts.
              error_case{"1 ? 2 : BAD", genicam_errc::timeout, "Failed to look up variable name."},
+             error_case{"NONE + BAD", genicam_errc::timeout, "Failed to look up variable name."},
              error_case{"NONE + 1", genicam_errc::bad_formula, "Failed to get 2 parameters for binary function."},
              error_case{"-NONE", genicam_errc::bad_formula, "Failed to get 1 parameter for unary function."},
              error_case{"NONE ? 1 : 2", genicam_errc::bad_formula,
@@ -225,6 +226,72 @@ TEST(Formula, AStackBeyondTheInlineOneWorks) {
     std::string text = "1";
     for (int n = 0; n < 100; ++n) text = "1 + (" + text + ")";
     EXPECT_EQ(run(text)->to_integer(), 101);
+}
+
+// Constants and variables next to an operator are compiled in; a value that was computed before is not. All forms must
+// give the same, errors included. A and B are variables, CA and CB constants of the same values.
+TEST(Formula, OperandsMayComeFromAnywhere) {
+    const tValue values[] = {int64_t{0}, int64_t{-7}, int64_t{3},   highest, lowest,     -1.0 * 0.0,
+                             2.5,        -0.5,        std::nan(""), 1e300,   int64_t{-1}};
+    const auto computed = [](const std::string& name) { return "(1 ? " + name + " : 0)"; };
+    std::size_t compared = 0;
+    for (const std::string op : {"**", ">>", "<<", ">=", "<=", "<>", "&&", "||", ">",     "<", "=",
+                                 "%",  "*",  "/",  "+",  "-",  "&",  "|",  "^",  "ROUND", "?:"}) {
+        for (const tValue a : values) {
+            for (const tValue b : values) {
+                const auto names = [&](std::string_view name) -> std::optional<lookup_func_result_t> {
+                    if (name == "CA") return a;
+                    if (name == "CB") return b;
+                    return uint64_t{name == "A" ? 1U : 2U};
+                };
+                auto f = [&](uint64_t id) -> GenICam::result<tValue> { return id == 1 ? a : b; };
+                const auto outcome = [&](const std::string& left, const std::string& right) {
+                    const std::string text = op == "ROUND" ? "ROUND(" + left + "," + right + ")"
+                                             : op == "?:"  ? "A ? " + left + " : " + right
+                                                           : left + op + right;
+                    const auto value = compile_formula(text, names).value().execute(f);
+                    return value ? std::pair{value->is_integer(), value->payload()}
+                                 : std::pair{true, int64_t{value.error().code.value()}};
+                };
+                const auto expected = outcome(computed("A"), computed("B"));
+                for (const std::string left : {"A", "CA", "(1 ? A : 0)"}) {
+                    for (const std::string right : {"B", "CB", "(1 ? B : 0)"}) {
+                        ASSERT_EQ(outcome(left, right), expected)
+                            << left << op << right << ", A = " << a.to_double() << ", B = " << b.to_double();
+                        ++compared;
+                    }
+                }
+            }
+        }
+    }
+    EXPECT_EQ(compared, 21U * 11 * 11 * 9);
+}
+
+TEST(Formula, UnaryFunctionsTakeConstantsVariablesAndResults) {
+    for (const std::string f : {"ATAN", "COS", "SIN", "TAN", "ABS", "EXP", "LN", "LG", "SQRT", "TRUNC", "FLOOR", "CEIL",
+                                "ASIN", "ACOS", "SGN", "NEG", "-", "~"}) {
+        const auto expected = run(f + "(1 ? Y : 0)").value();
+        for (const char* operand : {"(Y)", "(2.5)"}) {
+            const auto value = run(f + operand).value();
+            EXPECT_EQ(value.is_integer(), expected.is_integer()) << f << operand;
+            EXPECT_EQ(value.payload(), expected.payload()) << f << operand;
+        }
+    }
+}
+
+// Around the depth from which the stack is on the heap.
+TEST(Formula, EveryDepthOfTheStackWorks) {
+    for (int depth = 1; depth < 50; ++depth) {
+        std::string sum = "X";
+        std::string choice = "X";
+        for (int n = 0; n < depth; ++n) {
+            sum = "X + (" + sum + ")";
+            choice = "1 ? (" + choice + ") : X";
+        }
+        EXPECT_EQ(run(sum)->to_integer(), 7 * (depth + 1));
+        EXPECT_EQ(run(choice)->to_integer(), 7);
+        EXPECT_EQ(run("0 ? 1 : (" + choice + ")")->to_integer(), 7);
+    }
 }
 
 // What no sound document contains ends with a status, in bounded time and stack.

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <GenICam/error.h>
+#include <math_parser/operations.h>
 
 #include <bit>
 #include <cstddef>
@@ -27,8 +28,12 @@ public:
     constexpr tValue(int64_t value) noexcept : bits(value) {} // NOLINT(google-explicit-constructor)
     constexpr tValue(double value) noexcept                   // NOLINT(google-explicit-constructor)
         : bits(std::bit_cast<int64_t>(value)), integer(false) {}
+    // An integer, or the bits of a double.
+    constexpr tValue(int64_t bits_, bool is_integer_) noexcept : bits(bits_), integer(is_integer_) {}
 
     [[nodiscard]] constexpr bool is_integer() const noexcept { return integer; }
+    // The integer, or the bits of the double.
+    [[nodiscard]] constexpr int64_t payload() const noexcept { return bits; }
     // A double is rounded half away from zero; what does not fit is the nearest 64-bit integer, NaN is 0.
     [[nodiscard]] int64_t to_integer() const noexcept;
     [[nodiscard]] constexpr double to_double() const noexcept {
@@ -117,21 +122,31 @@ private:
 // A compiled program. Reentrant: one program may run on several threads.
 class compiled_formula_data {
 public:
-    enum class kind : uint8_t {
-        integer,        // push a constant
-        real,           // push a constant
-        variable,       // push what the fetch function gives for an identifier id
-        unary,          // function of the topmost value
-        binary,         // function of the two topmost values
-        binary_integer, // the same with a constant on the right
-        binary_real,
-        binary_variable, // the same with a variable on the right
-        conditional
+    // Where an operation finds its operands. A constant or variable right before it, and a variable before that one,
+    // are part of its token, so most of them never see the stack.
+    enum class operands : uint8_t {
+        top,
+        top_two,
+        top_constant,
+        top_variable,
+        constant,
+        variable,
+        variable_constant,
+        variable_variable
     };
+    // Replaces the operands that it takes from the stack by its result. A conditional has its condition there too.
     struct token {
-        kind what;
-        uint8_t operation; // which function, for unary and all forms of binary
-        int64_t payload;   // constant or identifier id
+        operation what;
+        operands from;
+        bool is_integer;       // the constant
+        int32_t left_variable; // identifier id
+        int64_t payload;       // what is on the right: a constant as tValue::payload, or an identifier id
+
+        [[nodiscard]] uint32_t takes() const noexcept {
+            constexpr uint8_t values[] = {1, 2, 1, 1, 0, 0, 0, 0};
+            return values[static_cast<uint8_t>(from)] + (what == operation::conditional ? 1U : 0U);
+        }
+        [[nodiscard]] tValue constant() const noexcept { return {payload, is_integer}; }
     };
 
     compiled_formula_data() noexcept;
@@ -145,19 +160,21 @@ public:
     [[nodiscard]] std::size_t size() const noexcept { return count; }
     [[nodiscard]] const token* begin() const noexcept { return data(); }
     [[nodiscard]] const token* end() const noexcept { return data() + count; }
+    // The first token that takes more values than there are; otherwise the end.
+    [[nodiscard]] const token* first_lacking() const noexcept { return data() + runnable; }
 
     // The most values the stack holds in a run.
     [[nodiscard]] uint32_t stack_depth() const noexcept { return depth; }
-    // Whether no token takes more values than there are.
-    [[nodiscard]] bool is_balanced() const noexcept { return balanced; }
 
     // Runs the program; allocates nothing while the stack stays within 20 values. An empty program answers
     // not_implemented. Both branches of a conditional are evaluated, so an error in either counts. Integer division
     // and remainder by zero, and INT64_MIN / -1, answer bad_formula.
     [[nodiscard]] std::expected<tValue, execution_error> execute(fetch_func_ref fetch) const;
 
-    // False when the program has reached its limit. A binary function is joined with a constant or variable right
-    // before it, which is its right side.
+    // These answer false when the program has reached its limit.
+    [[nodiscard]] bool append_constant(tValue value);
+    [[nodiscard]] bool append_variable(uint64_t id);
+    [[nodiscard]] bool append_operation(operation what);
     [[nodiscard]] bool append(const token& next);
 
 private:
@@ -166,14 +183,15 @@ private:
     static constexpr std::size_t maximum_size = 8192;
 
     [[nodiscard]] const token* data() const noexcept { return heap ? heap.get() : local; }
-    void count_stack(const token& next) noexcept;
+    [[nodiscard]] bool ends_with_load(operands from) const noexcept;
+    token drop_last() noexcept;
 
     std::unique_ptr<token[]> heap; // when more than the inline tokens are needed
     uint32_t count = 0;
     uint32_t capacity = inline_capacity;
-    uint32_t height = 0;  // values on the stack after the last token
-    uint32_t depth = 0;   // the most values the stack holds in a run
-    bool balanced = true; // no token takes more values than there are
+    uint32_t height = 0;   // values on the stack after the last token
+    uint32_t depth = 0;    // the most values the stack holds in a run
+    uint32_t runnable = 0; // tokens before the first that takes more values than there are
     token local[inline_capacity];
 };
 

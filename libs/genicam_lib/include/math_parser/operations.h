@@ -7,27 +7,10 @@
 
 namespace math_parser {
 
-enum class unary : uint8_t {
-    negate,
-    complement,
-    atan,
-    cos,
-    sin,
-    tan,
-    abs,
-    exp,
-    ln,
-    lg,
-    sqrt,
-    trunc,
-    floor,
-    ceil,
-    asin,
-    acos,
-    sgn
-};
-
-enum class binary : uint8_t {
+enum class operation : uint8_t {
+    push,        // nothing but a new topmost value
+    conditional, // of three values: condition, then, else
+    // of two values
     power,
     shift_right,
     shift_left,
@@ -47,11 +30,34 @@ enum class binary : uint8_t {
     bit_and,
     bit_or,
     bit_xor,
-    round
+    round,
+    // of one value
+    negate,
+    complement,
+    atan,
+    cos,
+    sin,
+    tan,
+    abs,
+    exp,
+    ln,
+    lg,
+    sqrt,
+    trunc,
+    floor,
+    ceil,
+    asin,
+    acos,
+    sgn
 };
 
+[[nodiscard]] constexpr bool is_unary(operation what) noexcept { return what >= operation::negate; }
+[[nodiscard]] constexpr bool is_binary(operation what) noexcept {
+    return what >= operation::power && what < operation::negate;
+}
+
 // Functions by name: all upper or all lower case, except ROUND. There is no two-argument arc tangent.
-[[nodiscard]] std::optional<unary> find_unary(std::string_view name) noexcept;
-[[nodiscard]] std::optional<binary> find_binary(std::string_view name) noexcept;
+[[nodiscard]] std::optional<operation> find_unary(std::string_view name) noexcept;
+[[nodiscard]] std::optional<operation> find_binary(std::string_view name) noexcept;
 
 } // namespace math_parser

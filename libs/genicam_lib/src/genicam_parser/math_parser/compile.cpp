@@ -19,7 +19,7 @@ constexpr unsigned maximum_nesting = 500;
 
 struct binary_operator {
     int level; // 0: no binary operator
-    binary operation;
+    operation what;
 };
 
 // Differs from C on purpose: comparison and logic share a level, all bit operators bind tighter than comparison, and
@@ -27,43 +27,43 @@ struct binary_operator {
 binary_operator binary_operator_of(uint16_t symbol) noexcept {
     switch (symbol) {
     case symbol_of('>', '='):
-        return {2, binary::greater_equal};
+        return {2, operation::greater_equal};
     case symbol_of('<', '='):
-        return {2, binary::less_equal};
+        return {2, operation::less_equal};
     case symbol_of('<', '>'):
-        return {2, binary::not_equal};
+        return {2, operation::not_equal};
     case symbol_of('>'):
-        return {2, binary::greater};
+        return {2, operation::greater};
     case symbol_of('<'):
-        return {2, binary::less};
+        return {2, operation::less};
     case symbol_of('='):
-        return {2, binary::equal};
+        return {2, operation::equal};
     case symbol_of('&', '&'):
-        return {2, binary::logic_and};
+        return {2, operation::logic_and};
     case symbol_of('|', '|'):
-        return {2, binary::logic_or};
+        return {2, operation::logic_or};
     case symbol_of('&'):
-        return {3, binary::bit_and};
+        return {3, operation::bit_and};
     case symbol_of('|'):
-        return {3, binary::bit_or};
+        return {3, operation::bit_or};
     case symbol_of('^'):
-        return {3, binary::bit_xor};
+        return {3, operation::bit_xor};
     case symbol_of('>', '>'):
-        return {3, binary::shift_right};
+        return {3, operation::shift_right};
     case symbol_of('<', '<'):
-        return {3, binary::shift_left};
+        return {3, operation::shift_left};
     case symbol_of('+'):
-        return {4, binary::add};
+        return {4, operation::add};
     case symbol_of('-'):
-        return {4, binary::subtract};
+        return {4, operation::subtract};
     case symbol_of('*', '*'):
-        return {5, binary::power};
+        return {5, operation::power};
     case symbol_of('%'):
-        return {5, binary::remainder};
+        return {5, operation::remainder};
     case symbol_of('*'):
-        return {5, binary::multiply};
+        return {5, operation::multiply};
     case symbol_of('/'):
-        return {5, binary::divide};
+        return {5, operation::divide};
     default:
         return {0, {}};
     }
@@ -91,13 +91,9 @@ private:
         return next.status == status::success && next.what == text_token::kind::symbol && next.symbol == symbol;
     }
 
-    status emit(program::kind what, uint8_t operation, int64_t payload = 0) {
-        return output.append({what, operation, payload}) ? status::success : status::output_full;
-    }
-    status emit(tValue value) {
-        return value.is_integer() ? emit(program::kind::integer, 0, value.to_integer())
-                                  : emit(program::kind::real, 0, std::bit_cast<int64_t>(value.to_double()));
-    }
+    static status accepted(bool appended) { return appended ? status::success : status::output_full; }
+    status emit(operation what) { return accepted(output.append_operation(what)); }
+    status emit(tValue value) { return accepted(output.append_constant(value)); }
 
     status conditional() {
         if (const status s = binary_chain(2); s != status::success) return s;
@@ -108,7 +104,7 @@ private:
             if (!at_symbol(symbol_of(':'))) return status::no_colon;
             tokens.consume();
             if (const status s = expression(); s != status::success) return s;
-            if (const status s = emit(program::kind::conditional, 0); s != status::success) return s;
+            if (const status s = emit(operation::conditional); s != status::success) return s;
         }
         return status::success;
     }
@@ -125,8 +121,7 @@ private:
             if (found.level == 0 || found.level < lowest_level) return status::success;
             tokens.consume();
             if (const status s = binary_chain(found.level + 1); s != status::success) return s;
-            if (const status s = emit(program::kind::binary, std::to_underlying(found.operation)); s != status::success)
-                return s;
+            if (const status s = emit(found.what); s != status::success) return s;
         }
     }
 
@@ -160,7 +155,7 @@ private:
         const status s = factor();
         --nesting;
         if (s != status::success || plus) return s;
-        return emit(program::kind::unary, std::to_underlying(minus ? unary::negate : unary::complement));
+        return emit(minus ? operation::negate : operation::complement);
     }
 
     status identifier(std::string_view name) {
@@ -171,8 +166,7 @@ private:
             if (log) log(fmt::format("Failed to map variable '{}' to either a constant or a pValue.", name));
             return status::unknown_variable;
         }
-        if (const auto* id = std::get_if<uint64_t>(&*found))
-            return emit(program::kind::variable, 0, static_cast<int64_t>(*id));
+        if (const auto* id = std::get_if<uint64_t>(&*found)) return accepted(output.append_variable(*id));
         if (const auto* constant = std::get_if<tValue>(&*found)) return emit(*constant);
         for (const program::token& token : *std::get<const program*>(*found)) {
             if (!output.append(token)) return status::output_full;
@@ -191,9 +185,9 @@ private:
             if (!more) break;
         }
         if (arguments == 1) {
-            if (const auto found = find_unary(name)) return emit(program::kind::unary, std::to_underlying(*found));
+            if (const auto found = find_unary(name)) return emit(*found);
         } else if (arguments == 2) {
-            if (const auto found = find_binary(name)) return emit(program::kind::binary, std::to_underlying(*found));
+            if (const auto found = find_binary(name)) return emit(*found);
         }
         return status::unknown_function;
     }
