@@ -14,7 +14,7 @@ unsigned operations() {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     return 500;
 #else
-    return 2500;
+    return 4000;
 #endif
 }
 
