@@ -1,6 +1,7 @@
 // A receiver turns datagrams into frames, and the records that cross its border.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -97,11 +98,14 @@ public:
 struct block_geometry {
     uint32_t payload_per_packet = 1;
     uint32_t expected_packets = 0; // leader and trailer included
+    // All ids that a resend can name; no real stream comes near.
+    static constexpr uint32_t most_packets = 0x1000000;
 
     static block_geometry of(uint32_t packet_size, uint32_t payload_size, bool extended) noexcept {
         const uint32_t overhead = extended ? 48 : 36; // IP 20, UDP 8, GVSP 20 or 8
         const uint32_t per_packet = packet_size > overhead ? packet_size - overhead : 1;
-        return {per_packet, payload_size / per_packet + (payload_size % per_packet != 0 ? 1 : 0) + 2};
+        const uint64_t packets = uint64_t{payload_size} / per_packet + (payload_size % per_packet != 0 ? 1 : 0) + 2;
+        return {per_packet, static_cast<uint32_t>(std::min<uint64_t>(packets, most_packets))};
     }
 };
 

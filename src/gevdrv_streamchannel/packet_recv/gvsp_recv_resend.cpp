@@ -329,6 +329,9 @@ int64_t gvsp_recv_resend::check_timers(uint64_t now) {
 
 gvsp_recv_resend::block* gvsp_recv_resend::create_block_for_id(int64_t t, uint64_t block_id) {
     const uint64_t frame_id = unwrapper.unwrap(block_id, extended);
+    // The first id opens a block whenever it comes: cameras start over with it at each acquisition start, and in
+    // single-frame operation every frame has it. The price is that a packet which is late for a stream's very first
+    // frame, once that is delivered, opens it again.
     if (frame_id == highest_frame_id + 1 || frame_id == 0) return create_single_new_block(t, block_id, frame_id);
     if (frame_id <= highest_frame_id) {
         if (std::ranges::find(recent_frame_ids, frame_id) != recent_frame_ids.end()) return nullptr;

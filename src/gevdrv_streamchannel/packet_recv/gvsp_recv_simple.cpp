@@ -124,9 +124,10 @@ gvsp_recv_simple::block& gvsp_recv_simple::create_new_block(uint64_t now, uint64
 void gvsp_recv_simple::end_block(block& ended, uint64_t now, bool flushed) {
     if (!ended.active) return;
     ended.active = false;
-    if (ended.context.size == 0) ++stats.no_buffer_frames;
-    if (ended.context.buffer == nullptr) return;
-
+    if (ended.context.size == 0) {
+        ++stats.no_buffer_frames;
+        if (ended.context.buffer == nullptr) return; // an empty buffer goes back to its owner all the same
+    }
     uint32_t received = 0;
     for (const uint32_t word : ended.received_bitmap) received += static_cast<uint32_t>(std::popcount(word));
     const bool complete = received == ended.geometry.expected_packets;
@@ -163,6 +164,7 @@ int64_t gvsp_recv_simple::check_timers(uint64_t now) {
 }
 
 bool gvsp_recv_simple::revoke_frame(const void* buffer) {
+    if (buffer == nullptr) return false;
     const auto found = std::ranges::find_if(
         blocks, [&](const block& candidate) { return candidate.active && candidate.context.buffer == buffer; });
     if (found == blocks.end()) return false;

@@ -1,11 +1,11 @@
-// Datagrams of a small standard-id stream, and a receiver's surroundings on a clock of the test's own.
+// Datagrams of a stream of small frames, and a receiver's surroundings on a clock of the test's own.
 #pragma once
 
 #include "gevdrv_streamchannel/packet_recv/gvsp_recv_interface.h"
 
+#include <algorithm>
+#include <array>
 #include <deque>
-#include <map>
-#include <tuple>
 #include <vector>
 
 namespace gev::streamchannel::test {
@@ -18,43 +18,64 @@ inline constexpr uint32_t data_packets = 4;
 inline constexpr uint32_t frame_size = payload_per_packet * data_packets;
 inline constexpr uint32_t trailer_id = data_packets + 1;
 
+// Frames of whole packets.
+struct shape {
+    uint32_t payload = payload_per_packet;
+    uint32_t count = data_packets;
+    bool extended = false;
+    [[nodiscard]] uint32_t frame_size() const { return payload * count; }
+    [[nodiscard]] uint32_t packet_size() const { return payload + (extended ? 48 : 36); }
+    [[nodiscard]] uint32_t trailer() const { return count + 1; }
+};
+
 inline std::byte pixel(uint64_t block, uint64_t position) {
     return static_cast<std::byte>((block * 31 + position * 7 + position / 100) & 0xFF);
 }
 
-inline datagram header(uint32_t block, uint32_t format, uint32_t packet, uint32_t status = 0) {
+inline void append(datagram& to, uint64_t value, int bytes) {
+    while (bytes-- > 0) to.push_back(static_cast<std::byte>(value >> (8 * bytes) & 0xFF));
+}
+
+inline datagram header(uint64_t block, uint32_t format, uint32_t packet, uint32_t status = 0, bool extended = false) {
     datagram result;
-    for (const uint32_t value : {status >> 8, status, block >> 8, block, format, packet >> 16, packet >> 8, packet}) {
-        result.push_back(static_cast<std::byte>(value & 0xFF));
-    }
+    append(result, status, 2);
+    append(result, extended ? 0 : block, 2);
+    append(result, extended ? format | 0x80 : format, 1);
+    append(result, extended ? 0 : packet, 3);
+    if (!extended) return result;
+    append(result, block, 8);
+    append(result, packet, 4);
     return result;
 }
 
-// Packet 0 is the leader, 5 the trailer.
-inline datagram packet_of(uint32_t block, uint32_t packet) {
-    if (packet == 0) {
-        datagram result = header(block, 1, 0);
-        result.resize(44);
-        result[11] = std::byte{1};
-        result[19] = static_cast<std::byte>(block & 0xFF);
-        return result;
-    }
-    if (packet == trailer_id) {
-        datagram result = header(block, 2, packet);
-        result.resize(16);
-        result[11] = std::byte{1};
-        return result;
-    }
-    datagram result = header(block, 3, packet);
-    for (uint32_t i = 0; i < payload_per_packet; ++i) {
-        result.push_back(pixel(block, uint64_t{packet - 1} * payload_per_packet + i));
+// Packet 0 is the leader, the one behind the data the trailer.
+inline datagram packet_of(uint64_t block, uint32_t packet, const shape& wire = {}) {
+    const bool leader = packet == 0;
+    const bool trailer = packet == wire.trailer();
+    datagram result = header(block, leader ? 1 : trailer ? 2 : 3, packet, 0, wire.extended);
+    if (leader) {
+        append(result, 1, 4); // payload type image
+        append(result, block & 0xFF, 8);
+        append(result, 0x01080001, 4);
+        append(result, wire.payload, 4);
+        append(result, wire.count, 4);
+        append(result, 0, 8);
+        append(result, 0, 4);
+    } else if (trailer) {
+        append(result, 1, 4);
+        append(result, wire.count, 4);
+    } else {
+        for (uint32_t i = 0; i < wire.payload; ++i) {
+            result.push_back(pixel(block, uint64_t{packet - 1} * wire.payload + i));
+        }
     }
     return result;
 }
 
 struct request {
-    uint64_t block;
-    uint32_t first, last;
+    uint64_t block = 0;
+    uint32_t first = 0, last = 0;
+    bool extended = false;
     bool operator==(const request&) const = default;
 };
 
@@ -68,23 +89,27 @@ struct surroundings {
     std::vector<std::vector<std::byte>> pictures; // of `frames`
     std::vector<request> requests;
     std::deque<std::vector<std::byte>> memory;
+    shape wire;
     bool out_of_buffers = false;
+    uint64_t buffer_size = frame_size;
     size_t taken = 0;
+    size_t returned = 0; // flushed ones included
 
     surroundings() {
         functions.get_frame = [this]() -> frame_context {
             if (out_of_buffers) return {};
             ++taken;
-            auto& buffer = memory.emplace_back(frame_size + 2 * guard, guard_byte);
-            return {&buffer, buffer.data() + guard, frame_size};
+            auto& buffer = memory.emplace_back(buffer_size + 2 * guard, guard_byte);
+            return {&buffer, buffer.data() + guard, buffer_size};
         };
         functions.deliver = [this](const frame_info& info, const frame_receive_stats&) {
+            ++returned;
             frames.push_back(info);
             const std::byte* data = info.context.data;
             pictures.emplace_back(data, data + info.context.size);
         };
-        functions.send_resend = [this](uint64_t block, uint32_t first, uint32_t last, bool) {
-            requests.push_back({block, first, last});
+        functions.send_resend = [this](uint64_t block, uint32_t first, uint32_t last, bool extended) {
+            requests.push_back({block, first, last, extended});
         };
     }
 
@@ -97,21 +122,45 @@ struct surroundings {
         return true;
     }
 
-    // Every byte that isn't untouched is the frame's own; all of them when it counts as complete.
+    // Every packet's bytes are the frame's own or untouched; none is untouched when the frame counts as complete.
     [[nodiscard]] bool bytes_right(size_t index) const {
         const bool complete = (frames[index].flags & frame_flags::incomplete) == 0;
-        for (uint64_t at = 0; at < frame_size; at += payload_per_packet) {
+        const auto& picture = pictures[index];
+        for (uint64_t at = 0; at < picture.size(); at += wire.payload) {
+            const uint64_t end = std::min<uint64_t>(at + wire.payload, picture.size());
             bool untouched = true;
             bool right = true;
-            for (uint64_t i = at; i < at + payload_per_packet; ++i) {
-                untouched = untouched && pictures[index][i] == guard_byte;
-                right = right && pictures[index][i] == pixel(frames[index].block_id, i);
+            for (uint64_t i = at; i < end; ++i) {
+                untouched = untouched && picture[i] == guard_byte;
+                right = right && picture[i] == pixel(frames[index].block_id, i);
             }
             if (!right && (complete || !untouched)) return false;
         }
         return true;
     }
+    [[nodiscard]] std::vector<uint64_t> delivered() const {
+        std::vector<uint64_t> ids;
+        for (const frame_info& frame : frames) ids.push_back(frame.block_id);
+        return ids;
+    }
+    void start_over(const shape& with) {
+        wire = with;
+        buffer_size = wire.frame_size();
+        out_of_buffers = false;
+        frames.clear();
+        pictures.clear();
+        requests.clear();
+        memory.clear();
+        taken = returned = 0;
+    }
 };
+
+// complete, incomplete, skipped, no buffer, packets asked for, requests
+using counts = std::array<uint64_t, 6>;
+inline counts counts_of(const frame_receive_stats& stats) {
+    return {stats.complete_frames,  stats.incomplete_frames,        stats.skipped_frames,
+            stats.no_buffer_frames, stats.resend_packets_requested, stats.resend_requests};
+}
 
 // The thread's order of calls.
 template <class Receiver>

@@ -1,42 +1,19 @@
-#include "datagrams.h"
+#include "resend_bench.h"
 
-#include "gevdrv_streamchannel/packet_recv/gvsp_recv_resend.h"
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <random>
+#include <limits>
 
 namespace gev::streamchannel::impl {
 namespace {
 
 using namespace test;
 
-struct gvsp_recv_resend_test : testing::Test, surroundings {
-    gvsp_recv_resend receiver{functions};
-    uint64_t now = 1'000'000;
-    gvsp_recv_resend_test() { receiver.setup(packet_size, frame_size); }
-    void send(uint32_t block, std::initializer_list<uint32_t> packets) {
-        for (const uint32_t packet : packets) feed(receiver, now, packet_of(block, packet));
-    }
-    // Lets time pass, deadline by deadline.
-    void pass(uint64_t microseconds) {
-        const uint64_t until = now + microseconds;
-        for (int64_t wait = receiver.check_timers(now); wait > 0 && now + static_cast<uint64_t>(wait) <= until;) {
-            now += static_cast<uint64_t>(wait);
-            wait = receiver.check_timers(now);
-        }
-        now = until;
-    }
-};
+using gvsp_recv_resend_test = resend_bench;
+constexpr uint32_t incomplete = frame_flags::incomplete;
 
 // Bit i of the pattern: packet i is lost. The camera answers each request.
 TEST_F(gvsp_recv_resend_test, repairs_every_loss_pattern_of_a_frame) {
     for (uint32_t lost = 0; lost < 63; ++lost) {
-        receiver.setup(packet_size, frame_size);
-        frames.clear();
-        pictures.clear();
-        requests.clear();
+        restart();
         for (uint32_t packet = 0; packet <= trailer_id; ++packet) {
             if ((lost >> packet & 1) == 0) feed(receiver, now, packet_of(1, packet));
         }
@@ -67,17 +44,159 @@ TEST_F(gvsp_recv_resend_test, reordered_packet_is_not_asked_for) {
 }
 
 TEST_F(gvsp_recv_resend_test, only_the_start_of_a_range_shrinks_and_three_sends_are_the_limit) {
+    const log_capture log;
     send(1, {0, 4, 5});
     pass(16'666);
     EXPECT_EQ(requests, (std::vector<request>{{1, 1, 3}}));
     send(1, {1, 3});
     pass(100'000);
     EXPECT_EQ(requests, (std::vector<request>{{1, 1, 3}, {1, 2, 3}, {1, 2, 3}}));
+    EXPECT_EQ(request_times, (std::vector<uint64_t>{16'666, 33'332, 49'998}));
     ASSERT_EQ(frames.size(), 1U);
-    EXPECT_EQ(frames[0].flags, frame_flags::incomplete);
+    EXPECT_EQ(frames[0].flags, incomplete);
     EXPECT_EQ(frames[0].resend_packets_requested, 7U);
+    EXPECT_EQ(frames[0].end_time - frames[0].start_time, 66'664U) << "a fourth visit ends the range";
     send(1, {2}); // late: must not reach the delivered picture
     EXPECT_TRUE(bytes_right(0));
+    EXPECT_EQ(statistics(), (counts{0, 1, 0, 0, 7, 3}));
+    EXPECT_EQ(log.count("@t+=  16666. Sending resend-request for range [1,3], sent-count#=0."), 1U);
+    EXPECT_EQ(log.count(". Reduced run from [1,3] to [2,3]."), 1U);
+    EXPECT_EQ(log.count(". Too many retries for range [2,3], ending resends for this range."), 1U);
+    EXPECT_EQ(log.count(". No more pending timers, so mark block with end-pedning."), 1U);
+    EXPECT_EQ(log.count(". Delivering __INCOMPLETE__ frame, packets-received=5/6, resend-packets-sent=7."), 1U);
+}
+
+TEST_F(gvsp_recv_resend_test, completed_range_is_left_with_a_word_only_when_it_was_asked_for) {
+    const log_capture log;
+    send(1, {0, 1, 3});
+    send(1, {2}); // reordered
+    pass(20'000);
+    EXPECT_EQ(log.count("Missing packets"), 0U);
+    restart();
+    send(1, {0, 1, 3});
+    pass(17'000);
+    send(1, {2});
+    pass(16'000);
+    EXPECT_EQ(log.count(". Missing packets for run [2,2] completed."), 0U);
+    pass(1'000);
+    EXPECT_EQ(log.count(". Missing packets for run [2,2] completed."), 1U);
+    EXPECT_EQ(requests, (std::vector<request>{{1, 2, 2}, {1, 4, 5}})) << "the tail, overdue";
+}
+
+TEST_F(gvsp_recv_resend_test, separate_gaps_are_separate_ranges) {
+    send(1, {0, 2, 4, 5});
+    pass(16'666);
+    EXPECT_EQ(requests, (std::vector<request>{{1, 1, 1}, {1, 3, 3}}));
+}
+
+TEST_F(gvsp_recv_resend_test, number_of_sends_follows_the_parameter) {
+    struct row {
+        uint32_t max_retries;
+        size_t sends;
+    };
+    for (const row& r : {row{0, 0}, row{1, 1}, row{2, 2}, row{3, 3}, row{255, 255}, row{256, 255}, row{70'000, 255}}) {
+        restart({}, {.time_per_frame = 1000, .max_retries = r.max_retries});
+        send(1, {0, 1, 3, 4, 5});
+        pass(200'000);
+        EXPECT_EQ(requests.size(), r.sends) << r.max_retries;
+        EXPECT_EQ(flags(), std::vector<uint32_t>{incomplete}) << r.max_retries;
+        EXPECT_EQ(statistics(), (counts{0, 1, 0, 0, r.sends, r.sends})) << r.max_retries;
+    }
+}
+
+// Slots are a block's budget: answers don't free them.
+TEST_F(gvsp_recv_resend_test, sixty_fifth_range_of_a_block_is_refused) {
+    const log_capture log;
+    const shape wide{10, 200};
+    restart(wide);
+    const auto lost = [](uint32_t packet) { return packet % 2 == 1 && packet < 132; };
+    uint32_t packet = 0;
+    for (; packet <= 128; ++packet) {
+        if (!lost(packet)) feed_one(packet_of(1, packet, wire));
+    }
+    EXPECT_EQ(log.count("too few slots"), 0U);
+    for (; packet <= 130; ++packet) {
+        if (!lost(packet)) feed_one(packet_of(1, packet, wire));
+    }
+    EXPECT_EQ(log.count(". Failed to queue resend request for range [129,129] due to too few slots."), 1U);
+    pass(16'666);
+    ASSERT_EQ(requests.size(), 64U);
+    for (uint32_t i = 0; i < 64; ++i) {
+        EXPECT_EQ(requests[i], (request{1, 2 * i + 1, 2 * i + 1}));
+        send(1, {2 * i + 1});
+    }
+    for (; packet <= wide.trailer(); ++packet) {
+        if (!lost(packet)) feed_one(packet_of(1, packet, wire));
+    }
+    EXPECT_EQ(log.count("too few slots"), 2U);
+    pass(100'000);
+    EXPECT_EQ(requests.size(), 64U);
+    EXPECT_EQ(flags(), std::vector<uint32_t>{incomplete});
+    EXPECT_EQ(statistics(), (counts{0, 1, 0, 0, 64, 64}));
+    EXPECT_EQ(log.count("packets-received=200/202"), 1U);
+}
+
+// Everything behind packet n is lost, the trailer at least; the first request comes with the end deadline.
+TEST_F(gvsp_recv_resend_test, lost_tail_is_asked_for_once_the_frame_is_overdue) {
+    for (const bool answered : {true, false}) {
+        for (uint32_t n = 0; n < trailer_id; ++n) {
+            SCOPED_TRACE(testing::Message() << "last " << n << " answered " << answered);
+            restart();
+            for (uint32_t packet = 0; packet <= n; ++packet) send(1, {packet});
+            pass(33'332);
+            EXPECT_TRUE(requests.empty());
+            pass(1);
+            EXPECT_EQ(requests, (std::vector<request>{{1, n + 1, trailer_id}}));
+            if (answered) {
+                for (uint32_t packet = n + 1; packet <= trailer_id; ++packet) send(1, {packet});
+                EXPECT_EQ(flags(), std::vector<uint32_t>{0});
+                EXPECT_EQ(statistics(), (counts{1, 0, 0, 0, trailer_id - n, 1}));
+            } else {
+                pass(100'000);
+                EXPECT_EQ(request_times, (std::vector<uint64_t>{33'333, 49'999, 66'665}));
+                EXPECT_EQ(flags(), std::vector<uint32_t>{incomplete});
+                EXPECT_EQ(frames[0].end_time - frames[0].start_time, 83'331U);
+                EXPECT_EQ(frames[0].filled_size, n * payload_per_packet);
+                EXPECT_EQ(frames[0].received_bytes, n * payload_per_packet);
+            }
+            EXPECT_TRUE(bytes_right(0));
+        }
+    }
+}
+
+// The patience with the tail grows to the projected length of the frame.
+TEST_F(gvsp_recv_resend_test, slow_camera_is_not_asked_too_soon) {
+    for (const uint32_t packet : {0U, 1U, 2U, 3U}) {
+        send(1, {packet});
+        if (packet != 3) pass(20'000);
+    }
+    pass(119'997); // three steps of 20 ms in 60 ms, six packets: 120 ms less 2 us
+    EXPECT_TRUE(requests.empty());
+    pass(1);
+    EXPECT_EQ(requests, (std::vector<request>{{1, 4, 5}}));
+}
+
+TEST_F(gvsp_recv_resend_test, lost_leader_is_asked_for_and_the_last_one_stands_in) {
+    whole(1);
+    send(2, {1, 2, 3, 4, 5});
+    pass(16'666);
+    EXPECT_EQ(requests, (std::vector<request>{{2, 0, 0}}));
+    pass(100'000);
+    ASSERT_EQ(frames.size(), 2U);
+    EXPECT_EQ(frames[1].flags, incomplete);
+    EXPECT_EQ(frames[1].size_x, wire.payload);
+    EXPECT_EQ(frames[1].size_y, wire.count);
+    EXPECT_EQ(frames[1].pixel_format, 0x01080001U);
+    EXPECT_EQ(frames[1].timestamp, 0U);
+    EXPECT_EQ(frames[0].timestamp, 1U);
+    EXPECT_EQ(frames[1].filled_size, frame_size);
+
+    send(3, {1, 2, 3, 4, 5});
+    pass(16'666);
+    send(3, {0});
+    ASSERT_EQ(frames.size(), 3U);
+    EXPECT_EQ(frames[2].flags, 0U);
+    EXPECT_EQ(frames[2].timestamp, 3U);
 }
 
 TEST_F(gvsp_recv_resend_test, younger_frame_waits_for_the_older) {
@@ -91,29 +210,6 @@ TEST_F(gvsp_recv_resend_test, younger_frame_waits_for_the_older) {
     EXPECT_EQ(taken, 2U);
 }
 
-TEST_F(gvsp_recv_resend_test, four_skipped_frames_leave_two_to_recover) {
-    send(1, {0, 1, 2, 3, 4, 5});
-    send(6, {0, 1, 2, 3, 4, 5});
-    EXPECT_EQ(receiver.get_statistics().skipped_frames, 2U);
-    pass(40'000);
-    ASSERT_GE(requests.size(), 2U);
-    EXPECT_NE(std::ranges::find(requests, request{4, 0, 5}), requests.end());
-    EXPECT_NE(std::ranges::find(requests, request{5, 0, 5}), requests.end());
-}
-
-TEST_F(gvsp_recv_resend_test, status_packets_give_a_frame_up) {
-    for (const uint32_t status : {0x800CU, 0x8012U, 0x8011U}) {
-        receiver.setup(packet_size, frame_size);
-        frames.clear();
-        send(1, {0, 1, 3, 4, 5});
-        feed(receiver, now, header(1, 3, 2, 0x8010));
-        EXPECT_TRUE(frames.empty());
-        feed(receiver, now, header(1, 3, 2, status));
-        ASSERT_EQ(frames.size(), 1U) << status;
-        EXPECT_EQ(frames[0].flags, frame_flags::incomplete);
-    }
-}
-
 TEST_F(gvsp_recv_resend_test, disabled_resends_end_by_time_alone) {
     receiver.set_resend_params({.resend_enabled = false});
     send(1, {0, 1, 3, 4});
@@ -124,21 +220,61 @@ TEST_F(gvsp_recv_resend_test, disabled_resends_end_by_time_alone) {
     EXPECT_TRUE(requests.empty());
 }
 
-TEST_F(gvsp_recv_resend_test, survives_mutated_traffic) {
-    std::mt19937 random{20240607};
-    const auto below = [&](uint32_t bound) { return static_cast<uint32_t>(random() % bound); };
-    for (int i = 0; i < 20'000; ++i) {
-        const uint32_t block = 1 + static_cast<uint32_t>(i) / 12 + below(3);
-        datagram data = packet_of(block, below(trailer_id + 1));
-        if (below(8) == 0) data[below(8)] = static_cast<std::byte>(below(256));
-        if (below(16) == 0) data.resize(below(static_cast<uint32_t>(data.size())));
-        now += below(5000);
-        feed(receiver, now, data);
+// A delay of nothing asks at once and again with each look at the timers, still within the limit of sends.
+TEST_F(gvsp_recv_resend_test, no_delay_asks_at_once) {
+    restart({}, {.resend_delay_factor = 0});
+    send(1, {0, 1, 3});
+    EXPECT_EQ(requests.at(0), (request{1, 2, 2}));
+    EXPECT_EQ(request_times.at(0), 0U);
+    send(1, {2, 4, 5});
+    EXPECT_EQ(flags(), std::vector<uint32_t>{0});
+    EXPECT_LE(requests.size(), 3U);
+}
+
+// No parameter may lose a buffer, block an undisturbed stream or overflow a time.
+TEST_F(gvsp_recv_resend_test, odd_parameters_and_clocks_do_no_harm) {
+    constexpr float nan = std::numeric_limits<float>::quiet_NaN();
+    constexpr float infinite = std::numeric_limits<float>::infinity();
+    constexpr uint64_t huge = std::numeric_limits<uint64_t>::max();
+    for (const uint64_t time_per_frame : {uint64_t{0}, uint64_t{1}, uint64_t{33'333}, uint64_t{1} << 62, huge}) {
+        for (const float factor : {0.0F, 0.5F, 1e30F, -1.0F, nan, infinite}) {
+            for (const uint64_t start : {uint64_t{0}, uint64_t{1}, uint64_t{1} << 40, huge - 1000}) {
+                SCOPED_TRACE(testing::Message() << time_per_frame << " " << factor << " " << start);
+                now = start;
+                restart({}, {.time_per_frame = time_per_frame, .resend_delay_factor = factor});
+                whole(1);
+                EXPECT_EQ(flags(), std::vector<uint32_t>{0});
+                send(2, {0, 1, 3});
+                now += 500;
+                receiver.check_timers(now);
+                send(4, {0, 5});
+                now = start / 2; // a clock that went back
+                receiver.check_timers(now);
+                whole(5);
+                receiver.flush(now);
+                EXPECT_EQ(taken, returned);
+                EXPECT_LE(requests.size(), 64U * 3 * 5);
+                EXPECT_EQ(receiver.get_statistics().complete_frames + receiver.get_statistics().incomplete_frames,
+                          frames.size());
+            }
+        }
     }
-    receiver.flush(now);
-    EXPECT_EQ(frames.size(), taken);
-    EXPECT_TRUE(guards_intact());
-    EXPECT_GT(receiver.get_statistics().complete_frames, 0U);
+}
+
+// Sizes that no camera has: the bitmap follows the id form with the smaller packets.
+TEST_F(gvsp_recv_resend_test, extreme_geometry_stays_inside_the_bitmap) {
+    for (const uint32_t size : {0U, 36U, 37U, 40U, 48U, 49U, 0xFFFFFFFFU}) {
+        for (const uint32_t payload : {0U, 1U, 0xFFFFFFFDU, 0xFFFFFFFEU, 0xFFFFFFFFU}) {
+            start_over({});
+            receiver.setup(size, payload);
+            for (const uint32_t packet : {1U, 2U, 1000U, 0xFFFFFEU, 0xFFFFFFU}) {
+                feed_one(header(1, 3, packet));
+                feed_one(header(2, 3, packet, 0, true));
+            }
+            receiver.flush(now);
+            EXPECT_EQ(taken, returned);
+        }
+    }
 }
 
 } // namespace

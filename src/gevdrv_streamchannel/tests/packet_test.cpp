@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
+#include <vector>
 
 using namespace gev::streamchannel::impl;
 using namespace datagrams;
@@ -116,15 +118,72 @@ TEST(Packet, BodiesAreReadFromTheirPlaces) {
     EXPECT_EQ(video.h264_payload.data_size, 12U);
 }
 
-TEST(Packet, ArbitraryBytesStayInside) {
+// Every length a datagram can have, with one to three header fields at random. Behind the datagram is one word, then
+// the end of the memory.
+TEST(Packet, EveryLengthStaysInside) {
+    constexpr size_t longest = 65507;
+    constexpr size_t word = 4;
+    std::vector<std::byte> memory(longest + word);
     std::mt19937 random{3};
-    for (int i = 0; i < 200000; ++i) {
-        builder any;
-        const size_t size = random() % 64;
-        for (size_t k = 0; k < size; ++k) any.u8(random() % 4 == 0 ? random() & 255 : random() & 7);
-        const auto packet = parse(any);
-        if (packet.kind == gvsp_packet_kind::payload) {
-            EXPECT_LE(packet.payload.data_size, size);
+    const auto any = [&](uint32_t bound) { return static_cast<uint32_t>(random() % bound); };
+    uint32_t seen[7] = {};
+    for (size_t size = 0; size <= longest; ++size) {
+        std::byte* data = memory.data() + longest - size;
+        // Short ones decide more.
+        for (int round = size < 80 ? 400 : 4; round > 0; --round) {
+            std::vector<std::byte> head;
+            switch (any(4)) {
+            case 0:
+                head = standard_leader(1 + any(3), any(7), any(8) / 7).bytes;
+                break;
+            case 1:
+                head = extended_leader(1 + any(3), any(2) * 0x4000 + any(9), any(8) / 7).bytes;
+                break;
+            case 2:
+                head =
+                    standard(any(8) == 0 ? any(65536) : 0, any(65536), any(8), any(1 << 24)).u16(0).u16(any(7)).bytes;
+                break;
+            default:
+                head = extended(any(8) == 0 ? any(65536) : 0, any(4), random(), any(8), random())
+                           .u16(0)
+                           .u16(any(2) * 0x4000 + any(9))
+                           .bytes;
+            }
+            if (any(3) == 0) head[any(static_cast<uint32_t>(head.size()))] = static_cast<std::byte>(random());
+            std::copy_n(head.begin(), std::min(size, head.size()), data);
+            const auto packet = parse_gvsp_packet(data, size);
+            ++seen[static_cast<size_t>(packet.kind)];
+            const size_t header_size = packet.is_extended ? 20 : 8;
+            switch (packet.kind) {
+            case gvsp_packet_kind::invalid:
+                ASSERT_TRUE(packet.block_id == 0 && packet.packet_id == 0 && packet.status == 0);
+                ASSERT_TRUE(!packet.is_extended && !packet.is_resend);
+                break;
+            case gvsp_packet_kind::payload:
+                ASSERT_EQ(packet.payload.data, data + header_size);
+                ASSERT_EQ(packet.payload.data_size, size - header_size);
+                break;
+            case gvsp_packet_kind::h264_payload:
+                ASSERT_EQ(packet.h264_payload.data, data + header_size);
+                ASSERT_EQ(packet.h264_payload.data_size, size - header_size);
+                break;
+            case gvsp_packet_kind::leader:
+            case gvsp_packet_kind::h264_leader:
+                ASSERT_EQ(packet.packet_id, 0U);
+                ASSERT_GE(size, packet.is_extended ? 52U : 40U);
+                break;
+            case gvsp_packet_kind::trailer:
+                ASSERT_GE(size, packet.is_extended ? 24U : 16U);
+                break;
+            case gvsp_packet_kind::status_only:
+                ASSERT_NE(packet.status, 0U);
+                break;
+            }
+            if (packet.kind != gvsp_packet_kind::invalid) {
+                ASSERT_NE(packet.block_id, 0U);
+                ASSERT_EQ(packet.is_extended, size >= 20 && (data[4] & std::byte{0x80}) != std::byte{0});
+            }
         }
     }
+    for (const uint32_t count : seen) EXPECT_GT(count, 100U);
 }

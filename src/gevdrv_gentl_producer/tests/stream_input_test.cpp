@@ -1,0 +1,143 @@
+// What else may arrive on the stream's socket: the camera's frames still come through whole.
+#include "stream_bench.h"
+
+namespace {
+
+using namespace fake;
+
+constexpr uint64_t long_enough_ms = 10'000;
+constexpr size_t longest_datagram = 65'507;
+
+using bytes = std::vector<std::byte>;
+
+bytes of(std::initializer_list<int> values, size_t size) {
+    bytes result;
+    for (const int value : values) result.push_back(static_cast<std::byte>(value));
+    result.resize(size, std::byte{0x5A});
+    return result;
+}
+
+// None of these is a packet of a frame.
+std::vector<bytes> strangers() {
+    std::vector<bytes> list;
+    for (size_t size = 0; size < 8; ++size) list.push_back(bytes(size));
+    for (const size_t size : {size_t{8}, size_t{100}, size_t{1472}, longest_datagram}) {
+        list.push_back(of({0, 0, 0, 0, 3, 0, 0, 1}, size));       // a packet size test
+        list.push_back(of({0x80, 0x0B, 0, 1, 3, 0, 0, 1}, size)); // a status
+        list.push_back(of({0, 0, 0, 1, 4, 0, 0, 1}, size));       // formats that are none
+        list.push_back(of({0, 0, 0, 1, 0x7F, 0, 0, 1}, size));
+        list.push_back(of({0, 0, 0, 1, 1, 0, 0, 7}, size)); // a leader that is no packet 0
+        list.push_back(of({0, 0, 0, 1, 0x83, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}, std::max<size_t>(size, 20)));
+        list.push_back(of({}, size));
+        list.push_back(of({0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, size));
+    }
+    list.push_back(of({0, 0, 0, 1, 1, 0, 0, 0}, 39)); // leader and trailer cut short
+    list.push_back(of({0, 0, 0, 1, 2, 0, 0, 9, 0, 0, 0, 1}, 15));
+    list.push_back(of({0, 0, 0, 1, 0x83}, 19));                         // extended form cut short
+    list.push_back(of({0, 0, 0, 0x81, 0, 4, 0, 0xFF, 0, 0, 0, 2}, 12)); // the answer to the opening register read
+    list.push_back(of({0x80, 6, 0, 0x81, 0, 0, 0, 0xFF}, 8));           // the same, refused
+    return list;
+}
+
+std::unique_ptr<stream_bench> running_bench(const camera_traits& traits = {}) {
+    auto bench = stream_bench::make(traits);
+    for (int i = 0; bench && i < 5; ++i) {
+        EXPECT_FALSE(bench->stream->QueueBuffer(bench->announce()).failed());
+    }
+    EXPECT_TRUE(bench && bench->start());
+    return bench;
+}
+
+void expect_next(stream_bench& bench, uint16_t block) {
+    const BUFFER_HANDLE handle = bench.next(long_enough_ms);
+    ASSERT_NE(handle, nullptr) << block;
+    EXPECT_EQ(bench.info<uint64_t>(handle, BUFFER_INFO_FRAMEID), block);
+    EXPECT_EQ(bench.info<uint8_t>(handle, BUFFER_INFO_IS_INCOMPLETE), 0) << block;
+    EXPECT_TRUE(bench.bytes_right(handle));
+    ASSERT_FALSE(bench.stream->QueueBuffer(handle).failed());
+}
+
+} // namespace
+
+TEST(StreamInput, StrangeDatagramsDoNotDisturbTheFrames) {
+    const auto bench = running_bench();
+    ASSERT_TRUE(bench);
+    auto neighbour = gige::udp_socket::open({loopback + 1, 0});
+    ASSERT_TRUE(neighbour);
+    const auto list = strangers();
+    std::mt19937 random{11};
+    for (uint16_t block = 1; block <= 60; ++block) {
+        for (uint32_t id = 0; id <= camera::trailer_id; ++id) {
+            // Few enough at once for any receive buffer.
+            for (int i = 0; i < 3; ++i) {
+                bench->cam.send(list[random() % list.size()], random() % 2 == 0 ? &*neighbour : nullptr);
+            }
+            bench->cam.send(camera::packet(block, id));
+        }
+        ASSERT_NO_FATAL_FAILURE(expect_next(*bench, block));
+    }
+    EXPECT_EQ(bench->info<uint64_t>(STREAM_INFO_NUM_DELIVERED), 60U);
+    EXPECT_EQ(bench->info<uint64_t>(STREAM_INFO_NUM_UNDERRUN), 0U);
+    EXPECT_TRUE(bench->stop());
+    EXPECT_TRUE(bench->all_accounted_for());
+}
+
+// As fast as a sender can. What the kernel drops is asked for again, and the stream stops and starts meanwhile.
+TEST(StreamInput, AFloodOfStrangersIsSurvived) {
+    const auto bench = running_bench();
+    ASSERT_TRUE(bench);
+    auto neighbour = gige::udp_socket::open({loopback + 1, 0});
+    ASSERT_TRUE(neighbour);
+    std::atomic<uint64_t> sent{0};
+    const std::jthread flood{[&](const std::stop_token& stop) {
+        const auto list = strangers();
+        for (size_t i = 0; !stop.stop_requested(); ++i) {
+            bench->cam.send(list[i % list.size()], &*neighbour);
+            ++sent;
+        }
+    }};
+    uint64_t complete = 0;
+    for (int round = 0; round < 4; ++round) {
+        const uint64_t before = sent;
+        const uint64_t wanted = complete + 10;
+        for (uint16_t block = 1; complete < wanted || sent < before + 1000; ++block) {
+            ASSERT_LT(block, 60'000);
+            bench->cam.send_frame(block);
+            const BUFFER_HANDLE handle = bench->next(50);
+            if (handle == nullptr) continue;
+            if (bench->info<uint8_t>(handle, BUFFER_INFO_IS_INCOMPLETE) == 0) {
+                EXPECT_TRUE(bench->bytes_right(handle));
+                ++complete;
+            }
+            ASSERT_FALSE(bench->stream->QueueBuffer(handle).failed());
+        }
+        ASSERT_TRUE(bench->stop());
+        ASSERT_TRUE(bench->all_accounted_for());
+        ASSERT_TRUE(bench->start());
+    }
+}
+
+TEST(StreamInput, TooLongAPacketGivesOnlyItsShare) {
+    const auto bench = running_bench();
+    ASSERT_TRUE(bench);
+    for (uint16_t block = 1; block <= 5; ++block) {
+        for (uint32_t id = 0; id <= camera::trailer_id; ++id) {
+            bytes packet = camera::packet(block, id);
+            packet.resize(block == 5 ? longest_datagram : packet.size() + block * 700U, std::byte{0xEE});
+            bench->cam.send(packet);
+        }
+        ASSERT_NO_FATAL_FAILURE(expect_next(*bench, block));
+    }
+}
+
+// The stream is known by its socket: a camera may send from another of its addresses or ports.
+TEST(StreamInput, TheSendersAddressDoesNotMatter) {
+    const auto bench = running_bench();
+    ASSERT_TRUE(bench);
+    auto other = gige::udp_socket::open({loopback + 2, 0});
+    ASSERT_TRUE(other);
+    for (uint16_t block = 1; block <= 6; ++block) {
+        bench->cam.send_frame(block, block % 2 == 0 ? &*other : nullptr);
+        ASSERT_NO_FATAL_FAILURE(expect_next(*bench, block));
+    }
+}

@@ -1,0 +1,164 @@
+// Consumer operations at any moment of a frame, while a camera sends with loss and answers resends: no buffer is lost,
+// no complete frame is wrong, nothing hangs or leaks.
+#include "stream_bench.h"
+
+#include <filesystem>
+
+namespace {
+
+using namespace fake;
+
+// ORV_STREAM_OPERATIONS sets the number for a long run.
+unsigned operations() {
+    if (const char* text = std::getenv("ORV_STREAM_OPERATIONS")) return static_cast<unsigned>(std::atoi(text));
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    return 500;
+#else
+    return 4000;
+#endif
+}
+
+size_t entries_of(const char* folder) {
+    size_t count = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator{folder}) ++count;
+    return count;
+}
+
+class consumer {
+public:
+    consumer(stream_bench& with, uint32_t seed, bool dedicated)
+        : bench(with), stream(*with.stream), random(seed), may_use_mailbox(dedicated) {}
+
+    void run(unsigned count) {
+        for (int i = 0; i < 8; ++i) bench.announce();
+        ASSERT_TRUE(bench.all_accounted_for());
+        for (unsigned i = 0; i < count; ++i) {
+            SCOPED_TRACE(testing::Message() << "operation " << i);
+            operate();
+            if (testing::Test::HasFatalFailure()) return;
+            ASSERT_TRUE(bench.all_accounted_for());
+            if (below(3) == 0) std::this_thread::sleep_for(std::chrono::microseconds{below(400)});
+        }
+        if (running) {
+            ASSERT_TRUE(bench.stop());
+        }
+        ASSERT_FALSE(stream.FlushQueue(ACQ_QUEUE_ALL_DISCARD).failed());
+        ASSERT_TRUE(bench.all_accounted_for());
+        const auto handles = bench.mine();
+        EXPECT_EQ(handles.size(), announced());
+        for (const BUFFER_HANDLE handle : handles) EXPECT_TRUE(bench.revoke(handle));
+        EXPECT_EQ(announced(), 0U);
+    }
+
+    unsigned starts = 0;
+    unsigned complete = 0;
+    unsigned incomplete = 0;
+
+private:
+    uint32_t below(uint32_t bound) { return static_cast<uint32_t>(random() % bound); }
+    [[nodiscard]] size_t announced() const { return bench.info<size_t>(STREAM_INFO_NUM_ANNOUNCED); }
+
+    void operate() {
+        const uint32_t what = below(100);
+        if (what < 30) {
+            take(below(3));
+        } else if (what < 55) {
+            for (const BUFFER_HANDLE handle : bench.mine()) {
+                if (below(3) != 0) {
+                    ASSERT_FALSE(stream.QueueBuffer(handle).failed());
+                }
+            }
+        } else if (what < 70) {
+            toggle();
+        } else if (what < 85) {
+            ASSERT_FALSE(stream.FlushQueue(static_cast<ACQ_QUEUE_TYPE>(what % 5)).failed());
+        } else if (what < 90) {
+            revoke_any();
+        } else if (what < 95) {
+            if (announced() < 16) bench.announce(below(4) == 0 ? camera::payload_size / 2 : camera::payload_size);
+        } else if (what < 97) {
+            bench.settings().set_flag(gds_producer::settings_block::drop_incomplete_frames, below(2) == 0);
+        } else if (what == 97) {
+            ASSERT_FALSE(bench.event->Flush().failed());
+        } else if (what == 98) {
+            ASSERT_FALSE(bench.event->Kill().failed());
+            take(1000); // ends at once
+        } else if (!running) {
+            bench.connection->refuse_leases = true;
+            EXPECT_FALSE(bench.start());
+            bench.connection->refuse_leases = false;
+        }
+    }
+    void take(uint64_t timeout_ms) {
+        const BUFFER_HANDLE handle = bench.next(timeout_ms);
+        if (handle == nullptr || bench.info<uint8_t>(handle, BUFFER_INFO_NEW_DATA) == 0) return;
+        if (bench.info<uint8_t>(handle, BUFFER_INFO_IS_INCOMPLETE) != 0) {
+            ++incomplete;
+            return;
+        }
+        ++complete;
+        EXPECT_TRUE(bench.bytes_right(handle));
+    }
+    void toggle() {
+        if (running) {
+            ASSERT_TRUE(bench.stop(below(2) == 0 ? ACQ_STOP_FLAGS_KILL : ACQ_STOP_FLAGS_DEFAULT));
+            running = false;
+            if (may_use_mailbox) bench.use_dedicated_thread(below(3) != 0);
+            return;
+        }
+        while (announced() < 5) bench.announce();
+        ASSERT_TRUE(bench.start());
+        running = true;
+        ++starts;
+    }
+    void revoke_any() {
+        std::vector<BUFFER_HANDLE> all;
+        for (uint32_t i = 0; i < announced(); ++i) {
+            BUFFER_HANDLE handle = nullptr;
+            ASSERT_FALSE(stream.GetBufferID(i, &handle).failed());
+            all.push_back(handle);
+        }
+        if (all.empty()) return;
+        const BUFFER_HANDLE handle = all[below(static_cast<uint32_t>(all.size()))];
+        const bool free = bench.info<uint8_t>(handle, BUFFER_INFO_IS_QUEUED) == 0;
+        // What the consumer holds can be revoked; what the stream holds may have come to the output meanwhile at most.
+        EXPECT_EQ(bench.revoke(handle), free);
+    }
+
+    stream_bench& bench;
+    IDataStream& stream;
+    std::mt19937 random;
+    const bool may_use_mailbox;
+    bool running = false;
+};
+
+void stress(bool can_resend, bool mailbox, uint32_t seed) {
+    const size_t threads = entries_of("/proc/self/task");
+    const size_t descriptors = entries_of("/proc/self/fd");
+    {
+        const auto bench =
+            stream_bench::make({.loss = 30, .can_resend = can_resend, .free_running = true, .pause_us = 200});
+        ASSERT_TRUE(bench);
+        consumer user{*bench, seed, mailbox};
+        user.run(operations());
+        EXPECT_GT(user.starts, operations() / 30);
+        EXPECT_GT(user.complete, operations() / 100);
+        if (can_resend) {
+            EXPECT_GT(bench->cam.resends, 0U);
+        }
+        std::printf("%u operations, %u starts, %u complete and %u incomplete frames, %lu resend requests\n",
+                    operations(), user.starts, user.complete, user.incomplete, bench->cam.resends.load());
+    }
+    // A thread that has been joined may be listed for a moment.
+    for (int i = 0; i < 2000 && entries_of("/proc/self/task") > threads; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds{1});
+    }
+    EXPECT_LE(entries_of("/proc/self/task"), threads);
+    EXPECT_LE(entries_of("/proc/self/fd"), descriptors);
+}
+
+} // namespace
+
+TEST(StreamRestart, AnyOperationAtAnyMomentLosesNothing) { stress(true, false, 1); }
+TEST(StreamRestart, AlsoThroughTheMailbox) { stress(true, true, 2); }
+TEST(StreamRestart, AlsoWithoutResends) { stress(false, false, 3); }

@@ -1,0 +1,241 @@
+// Random traffic on a simulated clock: what a receiver delivers is right, in order, and adds up.
+#include "resend_bench.h"
+
+#include "gevdrv_streamchannel/packet_recv/gvsp_recv_simple.h"
+
+#include <map>
+#include <random>
+#include <set>
+
+namespace gev::streamchannel::impl {
+namespace {
+
+using namespace test;
+
+struct traffic {
+    uint32_t loss = 0;        // of 1000 datagrams, answers included
+    uint32_t duplication = 0; // of 1000
+    uint32_t reordering = 0;  // of 1000, by up to half a frame
+    uint32_t lost_frames = 0; // of 1000, whole
+    uint32_t no_buffer = 0;   // of 1000 frames
+    uint32_t refusal = 0;     // of 1000 packets asked for: a status instead
+    uint32_t retries = 3;
+    shape wire{};
+    uint64_t first_id = 2;
+};
+
+// A camera and a network between two ends of a clock. Datagrams wait in `line` for their time of arrival.
+class simulation : public surroundings {
+public:
+    simulation(const traffic& how, uint32_t seed) : traits(how), random(seed) {
+        start_over(how.wire);
+        functions.get_frame = [this, inner = functions.get_frame] {
+            out_of_buffers = happens(traits.no_buffer);
+            return inner();
+        };
+    }
+
+    template <class Receiver>
+    counts run(Receiver& receiver, uint32_t frame_count) {
+        receiver.setup(wire.packet_size(), wire.frame_size());
+        uint64_t timer = never;
+        for (uint32_t i = 0; i < frame_count; ++i) {
+            const uint64_t begin = now + frame_time;
+            const uint64_t block = id_of(i);
+            const bool lost = happens(traits.lost_frames);
+            for (uint32_t packet = 0; packet <= wire.trailer() && !lost; ++packet) {
+                emit(begin + packet * frame_time / (2 * wire.trailer()), packet_of(block, packet, wire));
+            }
+            sent.insert(block);
+            run_until(receiver, begin, timer);
+        }
+        run_until(receiver, now + 20 * frame_time, timer);
+        receiver.flush(now);
+        return counts_of(receiver.get_statistics());
+    }
+
+    void answer(uint64_t block, uint32_t first, uint32_t last, bool extended) {
+        ASSERT_LE(first, last);
+        ASSERT_LE(last, wire.trailer());
+        ASSERT_EQ(extended, wire.extended);
+        packets_asked += last - first + 1;
+        ++requests_made;
+        for (uint32_t packet = first; packet <= last; ++packet) {
+            const uint64_t at = now + 200 + below(frame_time / 3);
+            if (!sent.contains(block) || happens(traits.refusal)) {
+                const uint32_t codes[] = {0x800C, 0x8010, 0x8011, 0x8012};
+                emit(at, header(block, 3, packet, codes[below(4)], wire.extended));
+            } else {
+                emit(at, packet_of(block, packet, wire));
+            }
+        }
+    }
+
+    uint64_t packets_asked = 0;
+    uint64_t requests_made = 0;
+
+private:
+    static constexpr uint64_t never = std::numeric_limits<uint64_t>::max();
+    static constexpr uint64_t frame_time = 10'000;
+
+    uint64_t below(uint64_t bound) { return random() % bound; }
+    bool happens(uint32_t per_mille) { return below(1000) < per_mille; }
+    [[nodiscard]] uint64_t id_of(uint32_t index) const {
+        const uint64_t id = traits.first_id + index;
+        return wire.extended ? id : (id - 1) % 65535 + 1;
+    }
+    void emit(uint64_t at, datagram data) {
+        if (happens(traits.loss)) return;
+        if (happens(traits.reordering)) at += below(frame_time / 2);
+        if (happens(traits.duplication)) line.emplace(at + below(frame_time), data);
+        line.emplace(at, std::move(data));
+    }
+    template <class Receiver>
+    void run_until(Receiver& receiver, uint64_t end, uint64_t& timer) {
+        for (;;) {
+            const uint64_t arrival = line.empty() ? never : line.begin()->first;
+            const uint64_t next = std::min(arrival, timer);
+            if (next >= end) break;
+            now = std::max(now, next);
+            int64_t wait = -1;
+            if (arrival <= timer) {
+                datagram data = std::move(line.extract(line.begin()).mapped());
+                const size_t size = data.size();
+                data.resize(size + 16);
+                if (!receiver.receive_packet(now, {data.data(), size})) continue;
+            }
+            wait = receiver.check_timers(now);
+            timer = wait > 0 ? now + static_cast<uint64_t>(wait) : never;
+        }
+        now = std::max(now, end);
+    }
+
+    traffic traits;
+    std::mt19937 random;
+    uint64_t now = 1'000'000;
+    std::multimap<uint64_t, datagram> line;
+    std::set<uint64_t> sent;
+};
+
+void expect_right(const simulation& run, const counts& stats, bool ordered) {
+    EXPECT_EQ(run.taken, run.returned);
+    EXPECT_TRUE(run.guards_intact());
+    counts seen{};
+    bool all_right = true;
+    bool in_order = true;
+    for (size_t i = 0; i < run.frames.size(); ++i) {
+        const frame_info& frame = run.frames[i];
+        ++seen[(frame.flags & frame_flags::incomplete) == 0 ? 0 : 1];
+        seen[4] += frame.resend_packets_requested;
+        all_right = all_right && run.bytes_right(i) && frame.filled_size <= run.wire.frame_size() &&
+                    frame.end_time >= frame.start_time;
+        const bool was_flushed = (frame.flags & frame_flags::flushed) != 0;
+        in_order = in_order && (i == 0 || was_flushed || frame.frame_id > run.frames[i - 1].frame_id);
+    }
+    EXPECT_TRUE(all_right);
+    EXPECT_EQ(stats[0], seen[0]);
+    EXPECT_EQ(stats[1], seen[1]);
+    EXPECT_EQ(stats[4], seen[4]);
+    if (ordered) {
+        EXPECT_TRUE(in_order);
+    }
+}
+
+const shape wide{64, 30, false};
+const shape narrow_extended{50, 6, true};
+const std::pair<const char*, traffic> kinds[] = {
+    {"clean", {}},
+    {"loss", {.loss = 50}},
+    {"heavy loss", {.loss = 400}},
+    {"duplicates", {.duplication = 300}},
+    {"reordered", {.reordering = 200}},
+    {"all", {.loss = 100, .duplication = 100, .reordering = 100, .lost_frames = 50, .refusal = 50}},
+    {"all, wide", {.loss = 60, .duplication = 60, .reordering = 60, .lost_frames = 30, .refusal = 20, .wire = wide}},
+    {"all, extended",
+     {.loss = 60, .duplication = 60, .reordering = 60, .lost_frames = 30, .refusal = 50, .wire = narrow_extended}},
+    {"all, one retry", {.loss = 150, .duplication = 60, .reordering = 60, .refusal = 50, .retries = 1}},
+    {"around the wrap", {.loss = 60, .duplication = 60, .reordering = 60, .lost_frames = 30, .first_id = 65'400}},
+    {"few buffers", {.loss = 60, .duplication = 60, .reordering = 60, .no_buffer = 300}},
+};
+
+} // namespace
+
+TEST(receiver_property_test, resend_receiver_delivers_right_frames_in_order) {
+    for (const auto& [name, how] : kinds) {
+        for (uint32_t seed = 0; seed < 12; ++seed) {
+            SCOPED_TRACE(testing::Message() << name << " seed " << seed);
+            simulation run{how, seed};
+            run.functions.send_resend = [&](uint64_t block, uint32_t first, uint32_t last, bool extended) {
+                run.answer(block, first, last, extended);
+            };
+            gvsp_recv_resend receiver{run.functions};
+            receiver.set_resend_params({.time_per_frame = 10'000, .max_retries = how.retries});
+            const counts stats = run.run(receiver, 300);
+            expect_right(run, stats, how.no_buffer == 0);
+            if (how.no_buffer != 0) {
+                EXPECT_GT(stats[3], 0U);
+                continue;
+            }
+            EXPECT_EQ(stats[4], run.packets_asked);
+            EXPECT_EQ(stats[5], run.requests_made);
+            // Every frame up to the last one seen was delivered or counted as skipped.
+            ASSERT_FALSE(run.frames.empty());
+            uint64_t highest = 0;
+            for (const frame_info& frame : run.frames) highest = std::max(highest, frame.frame_id);
+            EXPECT_EQ(run.frames.size() + stats[2], highest);
+            if (how.lost_frames == 0 && how.refusal == 0 && how.loss <= 60) {
+                EXPECT_GE(stats[0] * 100, 300U * 98) << "what is repairable is repaired";
+            }
+        }
+    }
+}
+
+TEST(receiver_property_test, simple_receiver_delivers_right_frames_in_order) {
+    for (const auto& [name, how] : kinds) {
+        for (uint32_t seed = 0; seed < 12; ++seed) {
+            SCOPED_TRACE(testing::Message() << name << " seed " << seed);
+            simulation run{how, seed};
+            gvsp_recv_simple receiver{run.functions};
+            const counts stats = run.run(receiver, 300);
+            expect_right(run, stats, how.no_buffer == 0);
+            EXPECT_EQ(stats[4] + stats[5], 0U);
+            EXPECT_EQ(run.taken + stats[3], run.frames.size() + stats[3]);
+            if (how.loss == 0 && how.reordering == 0) {
+                EXPECT_EQ(stats[0], 300U);
+            }
+        }
+    }
+}
+
+// Any bytes at any time: buffers come back, guards stay.
+TEST(receiver_property_test, mutated_traffic_loses_no_buffer) {
+    for (const bool extended : {false, true}) {
+        const shape wire{.extended = extended};
+        std::mt19937 random{20240607};
+        const auto below = [&](uint32_t bound) { return static_cast<uint32_t>(random() % bound); };
+        surroundings around;
+        around.start_over(wire);
+        gvsp_recv_resend resend{around.functions};
+        gvsp_recv_simple simple{around.functions};
+        resend.setup(wire.packet_size(), wire.frame_size());
+        simple.setup(wire.packet_size(), wire.frame_size());
+        uint64_t now = 1;
+        for (uint32_t i = 0; i < 20'000; ++i) {
+            const uint32_t block = 1 + i / 12 + below(3);
+            datagram data = packet_of(block, below(trailer_id + 1), wire);
+            if (below(8) == 0) data[below(extended ? 20 : 8)] = static_cast<std::byte>(below(256));
+            if (below(16) == 0) data.resize(below(static_cast<uint32_t>(data.size())));
+            now += below(5000);
+            feed(resend, now, data);
+            feed(simple, now, data);
+            if (below(3000) == 0) resend.reset();
+        }
+        resend.flush(now);
+        simple.flush(now);
+        EXPECT_EQ(around.returned, around.taken);
+        EXPECT_TRUE(around.guards_intact());
+        EXPECT_GT(resend.get_statistics().complete_frames, 0U);
+    }
+}
+
+} // namespace gev::streamchannel::impl
