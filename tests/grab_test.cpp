@@ -63,7 +63,7 @@ TEST(GrabLossy, LostPacketsAreSentAgain) {
     ASSERT_TRUE(stats.is_object()) << output;
     EXPECT_GT(stats.value("packets_lost", 0), 50) << "the test must have something to mend";
     EXPECT_EQ(result["resend_packets_requested"].get<int>(),
-              stats.value("packets_resent", 0) + stats.value("resends_lost", 0) + stats.value("resends_refused", 0))
+              stats.value("resend_packets_requested", 0))
         << "library and camera count alike: " << stats;
 }
 

@@ -419,6 +419,11 @@ void stream_sender::fire_test_packet() {
     if (socket.send(to, bytes)) ++device.counted.send_errors;
 }
 
+void stream_sender::count_refused_frame(uint64_t block_id) {
+    if (std::ranges::find(refused_blocks, block_id) != refused_blocks.end()) return;
+    refused_blocks[device.counted.frames_refused++ % refused_blocks.size()] = block_id;
+}
+
 void stream_sender::answer(const resend_request& request) {
     auto& counted = device.counted;
     ++counted.resend_requests;
@@ -429,12 +434,18 @@ void stream_sender::answer(const resend_request& request) {
         faults = device.faults;
         to = {device.memory.get(boot::stream_address), static_cast<uint16_t>(device.memory.get(boot::stream_port))};
     }
+    if (request.last >= request.first) counted.resend_packets_requested += request.last - request.first + 1;
+    if (resend_dice.happens(faults.resend_request_loss)) {
+        ++counted.resend_requests_lost;
+        return;
+    }
     if (!device.options.resend || to.port == 0 || request.last < request.first) return;
     const auto [from, result] = ring.find(request.block_id, request.extended);
     packet built;
     const auto refuse = [&](uint32_t id, status why) {
         build_status(built, request.extended, request.block_id, id, why);
         ++counted.resends_refused;
+        if (why != status::packet_not_yet_available) count_refused_frame(request.block_id);
         if (!device.silent && socket.send(to, built.pieces.head)) ++counted.send_errors;
     };
     if (!from) {
