@@ -60,7 +60,7 @@ private:
     };
     struct item {
         uint32_t id{};
-        enum class kind : uint8_t { whole, half, noise } what{};
+        enum class kind : uint8_t { whole, half, noise, late, lost } what{}; // the last two only take their turn
     };
     struct late_packet {
         clock::time_point due;
