@@ -25,6 +25,7 @@ constexpr uint32_t bits_per_word = 64;
 constexpr uint64_t ids_per_lap = 65535;
 constexpr uint32_t last_requestable_packet = 0xFFFFFF;
 constexpr uint32_t most_sends = 0xFF;
+constexpr uint64_t no_frame = UINT64_MAX;
 // Bounds that keep sums of times far from overflow, whatever clock and parameters say.
 constexpr int64_t longest_time = int64_t{1} << 60;
 constexpr int64_t longest_delay = int64_t{1} << 40;
@@ -77,7 +78,7 @@ void gvsp_recv_resend::setup(uint32_t packet_size, uint32_t new_payload_size) {
     }
     stats = {};
     unwrapper.reset();
-    highest_frame_id = 0;
+    next_frame_id = 0;
     time_base = 0;
     prepare_blocks();
 }
@@ -91,13 +92,13 @@ void gvsp_recv_resend::prepare_blocks() {
         each.received_bitmap.assign(words, 0);
     }
     open_count = 0;
-    recent_frame_ids = {};
+    recent_frame_ids.fill(no_frame);
 }
 
 void gvsp_recv_resend::reset() {
     flush(0);
     unwrapper.reset();
-    highest_frame_id = 0;
+    next_frame_id = 0;
     time_base = 0;
     prepare_blocks();
 }
@@ -329,12 +330,12 @@ int64_t gvsp_recv_resend::check_timers(uint64_t now) {
 
 gvsp_recv_resend::block* gvsp_recv_resend::create_block_for_id(int64_t t, uint64_t block_id) {
     const uint64_t frame_id = unwrapper.unwrap(block_id, extended);
-    if (frame_id == highest_frame_id + 1 || frame_id == 0) return create_single_new_block(t, block_id, frame_id);
-    if (frame_id <= highest_frame_id) {
+    if (frame_id == next_frame_id) return create_single_new_block(t, block_id, frame_id);
+    if (frame_id < next_frame_id) {
         if (std::ranges::find(recent_frame_ids, frame_id) != recent_frame_ids.end()) return nullptr;
         return create_single_new_block(t, block_id, frame_id);
     }
-    uint64_t skipped = frame_id - highest_frame_id - 1;
+    uint64_t skipped = frame_id - next_frame_id;
     logger().info("[{:8}] !!!! we skipped {} frames, trying to recover ...", block_id, skipped);
     const uint64_t recoverable = std::clamp<uint64_t>(params.max_open_blocks, 1, pool_size) - 1;
     if (skipped > recoverable) {
@@ -380,7 +381,7 @@ gvsp_recv_resend::block* gvsp_recv_resend::create_single_new_block(int64_t t, ui
     created.filled_size = created.received_bytes = 0;
     created.resend_entry_count = 0;
     log_block(t, created, ". Block started.");
-    highest_frame_id = std::max(highest_frame_id, frame_id);
+    next_frame_id = std::max(next_frame_id, frame_id + 1);
     return &created;
 }
 

@@ -109,8 +109,8 @@ private:
     frame_receive_stats stats;
     std::array<block_geometry, 2> geometry; // by extended ids
     uint32_t payload_size = 0;
-    uint64_t highest_frame_id = 0;
-    uint64_t time_base = 0; // time of the stream's first packet, 0 before it
+    uint64_t next_frame_id = 0; // one past the highest so far
+    uint64_t time_base = 0;     // time of the stream's first packet, 0 before it
     bool extended = false;
 };
 

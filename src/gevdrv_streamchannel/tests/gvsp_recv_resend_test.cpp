@@ -101,6 +101,28 @@ TEST_F(gvsp_recv_resend_test, four_skipped_frames_leave_two_to_recover) {
     EXPECT_NE(std::ranges::find(requests, request{5, 0, 5}), requests.end());
 }
 
+// Frame 0 is no exception: a late packet of it opens nothing, and it is missed when it was lost as a whole.
+TEST_F(gvsp_recv_resend_test, the_first_frame_is_delivered_once) {
+    send(1, {0, 1, 2, 3, 4, 5, 5, 0});
+    EXPECT_EQ(taken, 1U);
+    send(2, {0, 1, 2, 3, 4, 5});
+    send(1, {3});
+    EXPECT_EQ(taken, 2U);
+    EXPECT_EQ(frames.size(), 2U);
+    EXPECT_TRUE(requests.empty());
+}
+
+TEST_F(gvsp_recv_resend_test, the_first_frame_is_missed_when_all_of_it_was_lost) {
+    send(2, {0, 1, 2, 3, 4, 5});
+    EXPECT_TRUE(frames.empty());
+    ASSERT_EQ(requests, (std::vector<request>{{1, 0, 5}}));
+    send(1, {0, 1, 2, 3, 4, 5});
+    ASSERT_EQ(frames.size(), 2U);
+    EXPECT_EQ(frames[0].block_id, 1U);
+    EXPECT_EQ(frames[0].flags, 0U);
+    EXPECT_EQ(receiver.get_statistics().skipped_frames, 0U);
+}
+
 TEST_F(gvsp_recv_resend_test, status_packets_give_a_frame_up) {
     for (const uint32_t status : {0x800CU, 0x8012U, 0x8011U}) {
         receiver.setup(packet_size, frame_size);
