@@ -133,7 +133,7 @@ std::filesystem::path test_bench::new_file(const std::string& stem) {
 std::string test_bench::serial(size_t index) { return "CAM" + std::to_string(index); }
 
 process& test_bench::start_camera(std::vector<std::string> options) {
-    const std::string address = network + std::to_string(10 + cameras.size());
+    const std::string address = camera_address(cameras.size());
     std::vector<std::string> command{std::string{ORV_BIN_DIR} + "/orv-gev-camera-sim", "--address", address, "--serial",
                                      serial(cameras.size())};
     command.insert(command.end(), options.begin(), options.end());

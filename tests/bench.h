@@ -59,6 +59,7 @@ public:
 
     [[nodiscard]] process& camera(size_t index) { return *cameras.at(index); }
     [[nodiscard]] process& service() { return *service_process; }
+    [[nodiscard]] std::string camera_address(size_t index) const { return network + std::to_string(10 + index); }
     [[nodiscard]] static std::string serial(size_t index);
     [[nodiscard]] const std::filesystem::path& folder() const noexcept { return directory; }
 

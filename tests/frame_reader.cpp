@@ -97,6 +97,7 @@ std::optional<read_frame> frame_reader::next(uint64_t timeout_ms, bool keep) {
     frame.pixel_format = static_cast<uint32_t>(of(uint64_t{}, BUFFER_INFO_PIXELFORMAT));
     frame.incomplete = of(bool8_t{}, BUFFER_INFO_IS_INCOMPLETE) != 0;
     frame.too_large = of(bool8_t{}, BUFFER_INFO_DATA_LARGER_THAN_BUFFER) != 0;
+    frame.has_chunks = of(bool8_t{}, BUFFER_INFO_CONTAINS_CHUNKDATA) != 0;
     auto& buffer = *static_cast<memory*>(event.pUserPointer);
     compare(frame, buffer);
     if (keep)

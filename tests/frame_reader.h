@@ -17,6 +17,7 @@ struct read_frame {
     uint32_t pixel_format = 0;
     bool incomplete = false;
     bool too_large = false;
+    bool has_chunks = false;
     // As found in the memory, packet by packet: places that hold what they held when the buffer was queued, and places
     // that hold neither that nor this frame's bytes (never right).
     size_t missing_packets = 0;
