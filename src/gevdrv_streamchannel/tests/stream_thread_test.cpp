@@ -152,9 +152,9 @@ TEST(StreamThread, AStrangersPacketsAreNoneOfTheStream) {
     elsewhere.sin_addr.s_addr = htonl(INADDR_LOOPBACK + 1);
     ASSERT_EQ(bind(stranger, reinterpret_cast<sockaddr*>(&elsewhere), sizeof elsewhere), 0);
     bench.send(standard_leader(1).bytes);
-    bench.send_from(stranger, standard(0, 1, 3, 1).fill(100, 9).bytes);
     bench.send(standard(0, 1, 3, 1).fill(100, 1).bytes);
     bench.send(standard(0, 1, 3, 2).fill(100, 1).bytes);
+    bench.send_from(stranger, standard(0, 1, 3, 1).fill(100, 9).bytes);
     bench.send(trailer(1));
     ASSERT_TRUE(bench.wait_for_frames(1));
     EXPECT_EQ(bench.frames[0].flags, 0U);
