@@ -16,6 +16,7 @@ enum class outcome {
     all_complete,
     refused_incomplete, // frames of which the camera refused a packet may be incomplete, no others
     some_incomplete,    // nobody asks for anything again
+    some_lost,          // too many whole frames in a row: all but the last two are counted as lost
 };
 
 struct loss_case {
@@ -28,6 +29,8 @@ struct loss_case {
     const char* frame_rate = "12";
     uint64_t frames = 30;
 };
+
+void PrintTo(const loss_case& given, std::ostream* out) { *out << given.name; }
 
 class Loss : public testing::TestWithParam<loss_case> {};
 
@@ -101,6 +104,10 @@ TEST_P(Loss, WhatCanBeMendedIsAndBothSidesCountAlike) {
     case outcome::refused_incomplete:
         EXPECT_GT(incomplete, 0U);
         EXPECT_LE(incomplete, count("frames_refused"));
+        break;
+    case outcome::some_lost:
+        EXPECT_EQ(incomplete, 0U);
+        EXPECT_LT(complete, given.frames);
         break;
     case outcome::some_incomplete:
         EXPECT_GT(incomplete, 0U);
@@ -177,6 +184,12 @@ INSTANTIATE_TEST_SUITE_P(
                   {"--loss", "0.005", "--ring", "1", "--pacing", "0.9", "--seed", "18"},
                   "frames_refused",
                   outcome::refused_incomplete},
+        loss_case{"many_frames_in_a_row",
+                  {"--loss", "0.15", "--burst-length", "220", "--seed", "22"},
+                  "packets_lost",
+                  outcome::some_lost,
+                  false,
+                  "9000"},
         loss_case{"refused",
                   {"--loss", "0.01", "--resend-refuse", "0.2", "--seed", "19"},
                   "frames_refused",
@@ -206,3 +219,67 @@ INSTANTIATE_TEST_SUITE_P(
                   "30",
                   60}),
     [](const auto& chosen) { return std::string{chosen.param.name}; });
+
+namespace {
+
+// Loses the same packets in each acquisition of 40 frames.
+class LossSettings : public testing::Test {
+protected:
+    LossSettings() {
+        own.start_camera({"--width", "640", "--height", "480", "--frame-rate", "20", "--max-packet-size", "1500",
+                          "--loss", "0.003", "--seed", "31"});
+        own.start_service();
+        camera.emplace(test_bench::serial(0));
+        reader.emplace(*camera, 20, false);
+    }
+    void set(const char* name, const char* value) {
+        cli::set_from_text(cli::require_node(reader->features(), name), value);
+    }
+    [[nodiscard]] uint64_t feature(const char* name) {
+        return static_cast<uint64_t>(cli::require_integer(reader->features(), name));
+    }
+    // Complete and incomplete frames.
+    std::pair<uint64_t, uint64_t> acquire(uint64_t last_expected) {
+        std::pair<uint64_t, uint64_t> counted{0, 0};
+        reader->start(40);
+        while (const auto frame = reader->next(2000)) {
+            EXPECT_EQ(frame->foreign_packets, 0U);
+            ++(frame->incomplete ? counted.second : counted.first);
+            if (frame->block_id >= last_expected) break;
+        }
+        reader->stop();
+        return counted;
+    }
+    test_bench own;
+    std::optional<bench::open_camera> camera;
+    std::optional<bench::frame_reader> reader;
+};
+
+} // namespace
+
+TEST_F(LossSettings, SwitchedOffNothingIsAskedForAndIncompleteFramesMayBeDropped) {
+    set("StreamPacketResendEnable", "false");
+    const auto kept = acquire(40);
+    EXPECT_GT(kept.second, 5U);
+    EXPECT_EQ(kept.first + kept.second, 40U);
+    EXPECT_EQ(feature("StreamDeliveredFrameCount"), 40U);
+    EXPECT_EQ(feature("StreamPacketLossFrameCount"), 0U);
+
+    set("DropIncompleteFrames", "true");
+    const auto dropped = acquire(UINT64_MAX);
+    EXPECT_EQ(dropped.second, 0U);
+    EXPECT_LT(dropped.first, 40U);
+    EXPECT_EQ(feature("StreamDeliveredFrameCount"), dropped.first);
+    EXPECT_EQ(feature("StreamPacketLossFrameCount"), 40U - dropped.first);
+    EXPECT_EQ(feature("StreamLostFrameCount"), 0U) << "nobody lacked a buffer";
+    EXPECT_EQ(feature("StreamResendRequestedPackets"), 0U);
+
+    set("DropIncompleteFrames", "false");
+    set("StreamPacketResendEnable", "true");
+    const auto mended = acquire(40);
+    EXPECT_EQ(mended.first, 40U);
+    EXPECT_GT(feature("StreamResendRequestedPackets"), 10U);
+    reader.reset();
+    camera.reset();
+    EXPECT_EQ(end_and_count(own.camera(0)).value("resend_packets_requested", 0U) > 10, true);
+}

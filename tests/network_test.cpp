@@ -25,6 +25,8 @@ struct cable_case {
     int slack = 0; // a cable lets pass what is larger by a VLAN tag
 };
 
+void PrintTo(const cable_case& given, std::ostream* out) { *out << given.name; }
+
 class Cable : public testing::TestWithParam<cable_case> {};
 
 nlohmann::json counted_by(bench::process& camera) {
