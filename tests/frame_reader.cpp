@@ -60,6 +60,11 @@ void frame_reader::queue_kept() {
     kept.clear();
 }
 
+void frame_reader::allow_pauses() {
+    cli::set_from_text(cli::require_node(features(), "StreamPacketResendAutoTimePerFrame"), "false");
+    cli::set_from_text(cli::require_node(features(), "StreamPacketResendTimePerFrame"), "2000000");
+}
+
 void frame_reader::start(uint64_t frames) {
     cli::set_from_text(cli::require_node(from.remote(), "AcquisitionMode"), frames == 0 ? "Continuous" : "MultiFrame");
     if (frames != 0)

@@ -33,6 +33,9 @@ public:
     frame_reader(const frame_reader&) = delete;
     frame_reader& operator=(const frame_reader&) = delete;
 
+    // A pause of the camera, as a busy machine causes, makes no frame incomplete. For streams that lose nothing.
+    void allow_pauses();
+
     // The camera sends so many frames and stops by itself; 0: no end.
     void start(uint64_t frames);
     void stop();

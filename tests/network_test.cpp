@@ -105,6 +105,7 @@ TEST(TwoHosts, AnMtuThatChangesBetweenAcquisitionsIsMet) {
         ASSERT_EQ(setns(hosts.consumer_side(), CLONE_NEWNET), 0);
         bench::open_camera camera{test_bench::serial(0)};
         bench::frame_reader reader{camera, 8, false};
+        reader.allow_pauses();
         for (const auto& [mtu, packet_size] : {std::pair{9000, 9000}, {4000, 4000}, {1500, 1500}, {9000, 1500}}) {
             SCOPED_TRACE(mtu);
             hosts.set_mtu(mtu, mtu);

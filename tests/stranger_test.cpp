@@ -31,6 +31,7 @@ protected:
         own.start_service();
         bench::open_camera camera{test_bench::serial(0)};
         bench::frame_reader reader{camera, 20, extended};
+        reader.allow_pauses();
         reader.start(frames);
         const auto port = static_cast<uint16_t>(cli::require_integer(camera.remote(), "GevSCPHostPort"));
         const auto address = static_cast<uint32_t>(cli::require_integer(camera.remote(), "GevSCDA"));

@@ -58,6 +58,7 @@ void expect_right(const std::optional<bench::read_frame>& frame) {
 
 TEST_F(Supply, AConsumerThatPausesLosesFramesAndThoseAlone) {
     bench::frame_reader reader{*camera, 5, false};
+    reader.allow_pauses();
     constexpr uint64_t sent = 60;
     reader.start(sent);
     uint64_t last = 0;
@@ -83,6 +84,7 @@ TEST_F(Supply, AConsumerThatPausesLosesFramesAndThoseAlone) {
 
 TEST_F(Supply, OneBufferThatGoesRoundServes) {
     bench::frame_reader reader{*camera, 2, false}; // the fewest that an acquisition starts with
+    reader.allow_pauses();
     constexpr uint64_t sent = 20;
     reader.start(sent);
     expect_right(reader.next(5000, true)); // one is out for good
@@ -104,6 +106,7 @@ TEST_F(Supply, OneBufferThatGoesRoundServes) {
 
 TEST_F(Supply, ASingleBufferIsRefused) {
     bench::frame_reader reader{*camera, 1, false};
+    reader.allow_pauses();
     EXPECT_EQ(camera->lib->DSStartAcquisition(camera->stream->get(), 0, GENTL_INFINITE), GC_ERR_INVALID_BUFFER);
     EXPECT_NE(camera->lib->last_error(GC_ERR_INVALID_BUFFER).find("BUF_ANNOUNCE_MIN"), std::string::npos);
 }
@@ -113,6 +116,7 @@ TEST_F(Supply, FramesLargerThanTheBufferAreCutAndSaySo) {
     for (const size_t size : {payload - 1, payload / 2, size_t{100}}) {
         SCOPED_TRACE(size);
         bench::frame_reader reader{*camera, 6, false, size};
+        reader.allow_pauses();
         reader.start(4);
         for (uint64_t block = 1; block <= 4; ++block) {
             const auto frame = reader.next(5000);
@@ -132,6 +136,7 @@ TEST_F(Supply, FramesLargerThanTheBufferAreCutAndSaySo) {
 TEST_F(Supply, ThePayloadSizeMayChangeBetweenAcquisitions) {
     constexpr size_t capacity = 640 * 480 * 2;
     bench::frame_reader reader{*camera, 6, false, capacity};
+    reader.allow_pauses();
     struct picture {
         const char* width;
         const char* height;
