@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -38,7 +39,8 @@ bool wait_until(Condition&& condition, std::chrono::milliseconds limit = 10s) {
 
 } // namespace
 
-process::process(const std::vector<std::string>& command, const std::filesystem::path& output) : output_file(output) {
+process::process(const std::vector<std::string>& command, const std::filesystem::path& output, int network_namespace)
+    : output_file(output) {
     std::vector<char*> arguments;
     for (const std::string& argument : command) arguments.push_back(const_cast<char*>(argument.c_str()));
     arguments.push_back(nullptr);
@@ -47,7 +49,8 @@ process::process(const std::vector<std::string>& command, const std::filesystem:
     if (child == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL); // a test that crashes leaves nobody behind
         dup2(file, STDOUT_FILENO);
-        execv(arguments[0], arguments.data());
+        if (network_namespace >= 0 && setns(network_namespace, CLONE_NEWNET) != 0) _exit(126);
+        execvp(arguments[0], arguments.data());
         _exit(127);
     }
     close(file);
@@ -117,6 +120,12 @@ test_bench::~test_bench() {
     std::filesystem::remove_all(directory, ignored);
 }
 
+void test_bench::spread_over(int camera_namespace, int consumer_namespace, const std::string& net) {
+    camera_side = camera_namespace;
+    consumer_side = consumer_namespace;
+    network = net;
+}
+
 std::filesystem::path test_bench::new_file(const std::string& stem) {
     return directory / (stem + "-" + std::to_string(files++));
 }
@@ -124,20 +133,30 @@ std::filesystem::path test_bench::new_file(const std::string& stem) {
 std::string test_bench::serial(size_t index) { return "CAM" + std::to_string(index); }
 
 process& test_bench::start_camera(std::vector<std::string> options) {
-    const std::string address = network + std::to_string(10 + cameras.size());
+    const std::string address = camera_address(cameras.size());
     std::vector<std::string> command{std::string{ORV_BIN_DIR} + "/orv-gev-camera-sim", "--address", address, "--serial",
                                      serial(cameras.size())};
     command.insert(command.end(), options.begin(), options.end());
-    cameras.push_back(std::make_unique<process>(command, new_file("camera")));
+    cameras.push_back(std::make_unique<process>(command, new_file("camera"), camera_side));
     EXPECT_TRUE(cameras.back()->wait_for_output("ready")) << cameras.back()->output();
     service_arguments.insert(service_arguments.end(), {"--discover", address});
     return *cameras.back();
 }
 
 void test_bench::start_service() {
-    std::vector<std::string> command{std::string{ORV_BIN_DIR} + "/orv-gentl-gev-service", "--no-networks"};
-    command.insert(command.end(), service_arguments.begin(), service_arguments.end());
-    service_process = std::make_unique<process>(command, new_file("service"));
+    std::vector<std::string> arguments{"--no-networks"};
+    arguments.insert(arguments.end(), service_arguments.begin(), service_arguments.end());
+    start_service(std::move(arguments));
+}
+
+void test_bench::start_service_by_broadcast() {
+    if (consumer_side < 0) throw std::logic_error("a broadcast would leave the machine");
+    start_service(std::vector<std::string>{});
+}
+
+void test_bench::start_service(std::vector<std::string> command) {
+    command.insert(command.begin(), std::string{ORV_BIN_DIR} + "/orv-gentl-gev-service");
+    service_process = std::make_unique<process>(command, new_file("service"), consumer_side);
     EXPECT_TRUE(service_process->wait_for_output("ready")) << service_process->output();
 }
 
@@ -148,7 +167,7 @@ void test_bench::stop_service(int signal_number) {
 
 process test_bench::start_consumer(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), std::string{ORV_BIN_DIR} + "/orv-gentl");
-    return process{arguments, new_file("consumer")};
+    return process{arguments, new_file("consumer"), consumer_side};
 }
 
 test_bench::run_result test_bench::run_consumer(std::vector<std::string> arguments) {

@@ -17,7 +17,8 @@ namespace bench {
 // A child process; ended by its pid when this goes. Output goes to a file.
 class process final {
 public:
-    process(const std::vector<std::string>& command, const std::filesystem::path& output);
+    // `network_namespace` is a descriptor of the one to run in; -1: this process's.
+    process(const std::vector<std::string>& command, const std::filesystem::path& output, int network_namespace = -1);
     process(process&& other) noexcept;
     process& operator=(process&&) = delete;
     ~process();
@@ -46,12 +47,19 @@ public:
     explicit test_bench(std::vector<std::string> service_options = {});
     ~test_bench();
 
+    // From here on cameras run in one network namespace, on addresses "<net>10" and up, service and consumers in
+    // another.
+    void spread_over(int camera_namespace, int consumer_namespace, const std::string& net);
+
     process& start_camera(std::vector<std::string> options = {});
     void start_service();
+    // It looks for cameras on the interfaces of its network: for a namespace of the test's own.
+    void start_service_by_broadcast();
     void stop_service(int signal_number);
 
     [[nodiscard]] process& camera(size_t index) { return *cameras.at(index); }
     [[nodiscard]] process& service() { return *service_process; }
+    [[nodiscard]] std::string camera_address(size_t index) const { return network + std::to_string(10 + index); }
     [[nodiscard]] static std::string serial(size_t index);
     [[nodiscard]] const std::filesystem::path& folder() const noexcept { return directory; }
 
@@ -66,10 +74,13 @@ public:
     [[nodiscard]] nlohmann::json grab(std::vector<std::string> arguments);
 
 private:
+    void start_service(std::vector<std::string> arguments);
     [[nodiscard]] std::filesystem::path new_file(const std::string& stem);
 
     std::filesystem::path directory;
     std::string network;
+    int camera_side = -1;
+    int consumer_side = -1;
     std::vector<std::string> service_arguments;
     std::vector<std::unique_ptr<process>> cameras;
     std::unique_ptr<process> service_process;

@@ -52,7 +52,8 @@ TEST(GrabLossy, LostPacketsAreSentAgain) {
     own.start_camera({"--width", "640", "--height", "480", "--frame-rate", "20", "--loss", "0.02", "--seed", "5",
                       "--max-packet-size", "1500"});
     own.start_service();
-    auto result = own.grab({"--frames", "40", "--verify"});
+    auto result = own.grab(
+        {"--frames", "40", "--verify", "--set", "AcquisitionMode=MultiFrame", "--set", "AcquisitionFrameCount=40"});
     EXPECT_EQ(result["verified"], true) << result;
     EXPECT_EQ(result["frames_incomplete"], 0) << result;
     EXPECT_EQ(result["frames_lost"], 0) << result;
@@ -62,8 +63,7 @@ TEST(GrabLossy, LostPacketsAreSentAgain) {
     const auto stats = nlohmann::json::parse(output.substr(output.find('{')), nullptr, false);
     ASSERT_TRUE(stats.is_object()) << output;
     EXPECT_GT(stats.value("packets_lost", 0), 50) << "the test must have something to mend";
-    EXPECT_EQ(result["resend_packets_requested"].get<int>(),
-              stats.value("packets_resent", 0) + stats.value("resends_lost", 0) + stats.value("resends_refused", 0))
+    EXPECT_EQ(result["resend_packets_requested"].get<int>(), stats.value("resend_packets_requested", 0))
         << "library and camera count alike: " << stats;
 }
 

@@ -17,10 +17,11 @@ namespace camera_sim {
 // same sequence of packets give the same faults.
 struct fault_options {
     uint64_t seed = 1;
-    double loss = 0;          // of stream packets, originals only
-    double burst_length = 1;  // mean number of packets lost in a row; `loss` stays the overall share
-    double resend_loss = 0;   // of packets sent on request
-    double resend_refuse = 0; // of requested packets: answered "unavailable"
+    double loss = 0;                // of stream packets, originals only
+    double burst_length = 1;        // mean number of packets lost in a row; `loss` stays the overall share
+    double resend_request_loss = 0; // of resend requests: not seen
+    double resend_loss = 0;         // of packets sent on request
+    double resend_refuse = 0;       // of requested packets: answered "unavailable"
     double duplicate = 0;
     double reorder = 0; // a packet changes places with one up to 8 behind it
     double delay = 0;   // a packet is sent delay_ms late
@@ -76,10 +77,13 @@ struct statistics {
     uint64_t packets_delayed = 0;
     uint64_t packets_truncated = 0;
     uint64_t garbage_sent = 0;
-    uint64_t resend_requests = 0;
+    uint64_t resend_requests = 0;          // lost ones included
+    uint64_t resend_requests_lost = 0;     // not seen on purpose
+    uint64_t resend_packets_requested = 0; // packets that all requests named
     uint64_t packets_resent = 0;
     uint64_t resends_lost = 0;
     uint64_t resends_refused = 0; // answered with a status instead of data
+    uint64_t frames_refused = 0;  // frames of which a packet was refused for good
     uint64_t bytes_sent = 0;      // UDP payload of the stream
     uint64_t send_errors = 0;
     uint64_t test_packets = 0;

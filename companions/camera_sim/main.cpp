@@ -91,6 +91,7 @@ void declare(CLI::App& app, arguments& args) {
         ->check(CLI::Range(1.0, 1e6))
         ->capture_default_str()
         ->group(wrong);
+    share("--resend-request-loss", faults.resend_request_loss, "Resend requests that are not seen");
     share("--resend-loss", faults.resend_loss, "Requested packets that are not sent");
     share("--resend-refuse", faults.resend_refuse, "Requested packets answered as unavailable");
     share("--reorder", faults.reorder, "Packets that change places with one up to 8 behind");

@@ -24,14 +24,15 @@ public:
 
 #define ORV_GENTL_FUNCTIONS(X)                                                                                         \
     X(GCInitLib)                                                                                                       \
-    X(GCCloseLib) X(GCGetInfo) X(GCGetLastError) X(GCReadPort) X(GCWritePort) X(GCGetNumPortURLs) X(GCGetPortURLInfo)  \
+    X(GCCloseLib)                                                                                                      \
+    X(GCGetInfo) X(GCGetLastError) X(GCReadPort) X(GCWritePort) X(GCGetNumPortURLs) X(GCGetPortURLInfo)                \
         X(GCRegisterEvent) X(GCUnregisterEvent) X(EventGetData) X(EventKill) X(TLOpen) X(TLClose)                      \
             X(TLGetNumInterfaces) X(TLGetInterfaceID) X(TLGetInterfaceInfo) X(TLOpenInterface)                         \
                 X(TLUpdateInterfaceList) X(IFClose) X(IFGetNumDevices) X(IFGetDeviceID) X(IFUpdateDeviceList)          \
                     X(IFGetDeviceInfo) X(IFOpenDevice) X(DevGetPort) X(DevGetNumDataStreams) X(DevGetDataStreamID)     \
                         X(DevOpenDataStream) X(DevGetInfo) X(DevClose) X(DSAllocAndAnnounceBuffer) X(DSFlushQueue)     \
                             X(DSStartAcquisition) X(DSStopAcquisition) X(DSGetInfo) X(DSClose) X(DSRevokeBuffer)       \
-                                X(DSQueueBuffer) X(DSGetBufferInfo) X(DSGetBufferChunkData)
+                                X(DSAnnounceBuffer) X(DSQueueBuffer) X(DSGetBufferInfo) X(DSGetBufferChunkData)
 
 // The loaded file with its functions, initialised. Not copyable; the last owner closes and unloads.
 class gentl_library final {

@@ -4,6 +4,7 @@
 #include "packet_recv/gvsp_recv_resend.h"
 #include "packet_recv/gvsp_recv_simple.h"
 #include "posix/datagram_reader.h"
+#include "posix/source_filter.h"
 
 #include <gds_helper/log.h>
 #include <gds_helper/process.h>
@@ -75,6 +76,11 @@ stream_asio_thread::open_stream_socket(const asio::ip::address_v4& local_address
     if (error) {
         logger().error("Binding to {}:{} failed. err={}", local_address.to_string(), local.port(), error.message());
         return std::unexpected(error);
+    }
+    // A stranger's packets could pass for the camera's, and a flood would take the room of the camera's.
+    if (const std::error_code failed =
+            posix::accept_only_from(socket.native_handle(), remote.address().to_v4().to_uint())) {
+        logger().debug("The stream socket takes datagrams from everybody. err={}", failed.message());
     }
     // A READREG of the privilege register: what leaves through a firewall lets the camera's stream in. The answer
     // comes back to this socket as no stream packet and falls through the parser.

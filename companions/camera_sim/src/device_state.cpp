@@ -17,11 +17,16 @@ namespace boot = gige::gvcp::reg;
 namespace bits = gige::gvcp::bits;
 
 statistics counters::snapshot() const {
-    return {frames_sent,       frames_skipped,   packets_sent,        packets_lost,     packets_duplicated,
-            packets_reordered, packets_delayed,  packets_truncated,   garbage_sent,     resend_requests,
-            packets_resent,    resends_lost,     resends_refused,     bytes_sent,       send_errors,
-            test_packets,      control_requests, control_lost,        control_repeated, pending_acks,
-            heartbeats_missed, events_sent,      events_acknowledged, actions,          reboots};
+    return {frames_sent,      frames_skipped,       packets_sent,
+            packets_lost,     packets_duplicated,   packets_reordered,
+            packets_delayed,  packets_truncated,    garbage_sent,
+            resend_requests,  resend_requests_lost, resend_packets_requested,
+            packets_resent,   resends_lost,         resends_refused,
+            frames_refused,   bytes_sent,           send_errors,
+            test_packets,     control_requests,     control_lost,
+            control_repeated, pending_acks,         heartbeats_missed,
+            events_sent,      events_acknowledged,  actions,
+            reboots};
 }
 
 std::string to_json(const statistics& s, const camera_options& options, uint32_t address) {
@@ -38,9 +43,12 @@ std::string to_json(const statistics& s, const camera_options& options, uint32_t
         {"packets_truncated", s.packets_truncated},
         {"garbage_sent", s.garbage_sent},
         {"resend_requests", s.resend_requests},
+        {"resend_requests_lost", s.resend_requests_lost},
+        {"resend_packets_requested", s.resend_packets_requested},
         {"packets_resent", s.packets_resent},
         {"resends_lost", s.resends_lost},
         {"resends_refused", s.resends_refused},
+        {"frames_refused", s.frames_refused},
         {"bytes_sent", s.bytes_sent},
         {"send_errors", s.send_errors},
         {"test_packets", s.test_packets},

@@ -288,6 +288,7 @@ void stream_sender::plan(const settings& current) {
     for (uint32_t id = 0; id < count; ++id) {
         if (losses.lose(stream_dice, faults.loss, faults.burst_length)) {
             ++counted.packets_lost;
+            planned.push_back({id, item::kind::lost});
             continue;
         }
         if (stream_dice.happens(faults.garbage)) {
@@ -295,8 +296,7 @@ void stream_sender::plan(const settings& current) {
             ++counted.garbage_sent;
         }
         if (stream_dice.happens(faults.delay)) {
-            const auto wait = std::chrono::duration<double, std::milli>{faults.delay_ms};
-            late.push_back({clock::now() + std::chrono::duration_cast<clock::duration>(wait), current.next, id});
+            planned.push_back({id, item::kind::late});
             ++counted.packets_delayed;
             continue;
         }
@@ -357,26 +357,34 @@ void stream_sender::send_planned(const settings& current) {
         group = std::clamp<std::size_t>(nanoseconds(batch_span) / nanoseconds(packet_time), 1, group);
     if (current.packet_time.count() > 0 && current.packet_time >= batch_span) group = 1;
 
+    const std::chrono::duration<double, std::milli> delay{current.faults.delay_ms};
     const auto start = clock::now();
     for (std::size_t done = 0; done < planned.size() && !aborting;) {
         const std::size_t count = std::min(group, planned.size() - done);
+        std::size_t built = 0;
         uint32_t highest = 0;
         for (std::size_t i = 0; i < count; ++i) {
             const auto& [id, what] = planned[done + i];
-            build_packet(batch[i], sending, id, false);
             highest = std::max(highest, id);
-            auto& [head, body] = batch[i].pieces;
+            if (what == item::kind::lost) continue;
+            if (what == item::kind::late) {
+                late.push_back({clock::now() + std::chrono::duration_cast<clock::duration>(delay), current.next, id});
+                continue;
+            }
+            packet& next = batch[built++];
+            build_packet(next, sending, id, false);
+            auto& [head, body] = next.pieces;
             if (what == item::kind::half) {
                 if (body.empty())
                     head = head.first(head.size() / 2);
                 else
                     body = body.first(body.size() / 2);
             } else if (what == item::kind::noise) {
-                for (std::size_t at = 0; at < 64; at += 8) gige::store64(&batch[i].head[at], stream_dice.word());
-                batch[i].pieces = {std::span{batch[i].head}.first(1 + stream_dice.below(64)), {}};
+                for (std::size_t at = 0; at < 64; at += 8) gige::store64(&next.head[at], stream_dice.word());
+                next.pieces = {std::span{next.head}.first(1 + stream_dice.below(64)), {}};
             }
         }
-        transmit(batch, count, sending);
+        transmit(batch, built, sending);
         done += count;
         sending.sent_ids = std::max(sending.sent_ids.load(), highest + 1);
         if (!late.empty()) send_late(clock::now());
@@ -419,6 +427,11 @@ void stream_sender::fire_test_packet() {
     if (socket.send(to, bytes)) ++device.counted.send_errors;
 }
 
+void stream_sender::count_refused_frame(uint64_t block_id) {
+    if (std::ranges::find(refused_blocks, block_id) != refused_blocks.end()) return;
+    refused_blocks[device.counted.frames_refused++ % refused_blocks.size()] = block_id;
+}
+
 void stream_sender::answer(const resend_request& request) {
     auto& counted = device.counted;
     ++counted.resend_requests;
@@ -429,12 +442,18 @@ void stream_sender::answer(const resend_request& request) {
         faults = device.faults;
         to = {device.memory.get(boot::stream_address), static_cast<uint16_t>(device.memory.get(boot::stream_port))};
     }
+    if (request.last >= request.first) counted.resend_packets_requested += request.last - request.first + 1;
+    if (resend_dice.happens(faults.resend_request_loss)) {
+        ++counted.resend_requests_lost;
+        return;
+    }
     if (!device.options.resend || to.port == 0 || request.last < request.first) return;
     const auto [from, result] = ring.find(request.block_id, request.extended);
     packet built;
     const auto refuse = [&](uint32_t id, status why) {
         build_status(built, request.extended, request.block_id, id, why);
         ++counted.resends_refused;
+        if (why != status::packet_not_yet_available) count_refused_frame(request.block_id);
         if (!device.silent && socket.send(to, built.pieces.head)) ++counted.send_errors;
     };
     if (!from) {

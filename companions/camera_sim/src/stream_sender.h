@@ -60,7 +60,7 @@ private:
     };
     struct item {
         uint32_t id{};
-        enum class kind : uint8_t { whole, half, noise } what{};
+        enum class kind : uint8_t { whole, half, noise, late, lost } what{}; // the last two only take their turn
     };
     struct late_packet {
         clock::time_point due;
@@ -80,6 +80,7 @@ private:
     void send_late(clock::time_point now);
     void transmit(std::span<packet> packets, std::size_t count, const frame& from);
     void set_fragmentation(bool forbidden);
+    void count_refused_frame(uint64_t block_id);
 
     device_state& device;
     event_function raise;
@@ -107,6 +108,7 @@ private:
     std::atomic<uint64_t> new_seed{};
     // The control thread only.
     dice resend_dice;
+    std::array<uint64_t, 16> refused_blocks{}; // the last ones counted in frames_refused
 
     std::thread thread;
 };

@@ -24,6 +24,7 @@ struct block {
 struct collected {
     std::map<uint64_t, block> blocks;
     std::size_t repeated = 0;
+    std::size_t overtaken = 0; // came behind a later packet of their block
 };
 
 struct parsed {
@@ -50,7 +51,10 @@ collected collect(test_client& client, int quiet_ms = 300) {
     collected all;
     while (const auto datagram = client.receive(client.stream, quiet_ms)) {
         const auto head = parse(*datagram);
-        if (head && !all.blocks[head->block].packets.emplace(head->id, *datagram).second) ++all.repeated;
+        if (!head) continue;
+        auto& packets = all.blocks[head->block].packets;
+        if (!packets.empty() && packets.rbegin()->first > head->id) ++all.overtaken;
+        if (!packets.emplace(head->id, *datagram).second) ++all.repeated;
     }
     return all;
 }
@@ -234,6 +238,30 @@ TEST(camera_stream, duplicates_and_reordering_lose_nothing) {
     const auto counted = run.cam->stats();
     EXPECT_EQ(all.repeated, counted.packets_duplicated);
     EXPECT_GT(counted.packets_duplicated * counted.packets_reordered * counted.packets_delayed, 0U);
+}
+
+TEST(camera_stream, delayed_packets_come_late_and_no_others) {
+    auto options = options_at(1);
+    options.faults.delay = 0.1;
+    running run{options, 1500, 3};
+    run.go();
+    const auto all = collect(run.client);
+    EXPECT_GT(all.overtaken, 0U);
+    EXPECT_LE(all.overtaken, run.cam->stats().packets_delayed);
+}
+
+TEST(camera_stream, lost_requests_are_counted_and_not_answered) {
+    auto options = options_at(1);
+    options.faults.resend_request_loss = 1;
+    running run{options, 1500, 1};
+    run.go();
+    static_cast<void>(collect(run.client));
+    run.client.send(command::packet_resend, test_client::words({1, 3, 5}), 0);
+    EXPECT_TRUE(collect(run.client).blocks.empty());
+    const auto counted = run.cam->stats();
+    EXPECT_EQ(counted.resend_requests_lost, 1U);
+    EXPECT_EQ(counted.resend_packets_requested, 3U);
+    EXPECT_EQ(counted.packets_resent, 0U);
 }
 
 TEST(camera_stream, software_trigger_gives_one_frame_each_and_width_is_locked) {

@@ -170,18 +170,18 @@ void discovery::collect(std::vector<probe>& probes, std::vector<entry>& fresh) {
 
 void discovery::scan_once() {
     auto interfaces = gige::enumerate_interfaces();
-    if (!chosen.networks) std::erase_if(interfaces, [](const auto& each) { return !each.loopback; });
-    if (!chosen.loopback) {
-        const bool needed = std::ranges::any_of(chosen.addresses, [](uint32_t each) { return each >> 24 == 127; });
-        if (!needed) std::erase_if(interfaces, [](const auto& each) { return each.loopback; });
-    }
+    // What isn't asked as a whole is listed all the same when it may hold a camera that is asked directly.
+    std::erase_if(interfaces, [&](const gige::network_interface& each) {
+        const bool as_a_whole = each.loopback ? chosen.loopback : chosen.networks;
+        return !as_a_whole && std::ranges::none_of(chosen.addresses, [&](uint32_t address) {
+            return (address >> 24 == 127) == each.loopback;
+        });
+    });
     std::vector<entry> fresh;
     for (const auto& each : interfaces) fresh.push_back({each, {}});
-    // Loopback that is listed for the sake of direct addresses only is not asked as a whole.
     std::vector<gige::network_interface> asked_ones = interfaces;
-    if (!chosen.loopback)
-        for (auto& each : asked_ones)
-            if (each.loopback) each.subnets.clear();
+    for (auto& each : asked_ones)
+        if (each.loopback ? !chosen.loopback : !chosen.networks) each.subnets.clear();
     auto probes = send_probes(asked_ones);
     collect(probes, fresh);
     {

@@ -55,13 +55,14 @@ public:
         sut.reset();
         close(remote);
     }
-    void send(const std::vector<std::byte>& bytes, int segment = 0) const {
-        if (segment != 0) setsockopt(remote, IPPROTO_UDP, UDP_SEGMENT, &segment, sizeof segment);
+    void send(const std::vector<std::byte>& bytes, int segment = 0) const { send_from(remote, bytes, segment); }
+    void send_from(int sender, const std::vector<std::byte>& bytes, int segment = 0) const {
+        if (segment != 0) setsockopt(sender, IPPROTO_UDP, UDP_SEGMENT, &segment, sizeof segment);
         sockaddr_in to{};
         to.sin_family = AF_INET;
         to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         to.sin_port = htons(local_port);
-        EXPECT_EQ(sendto(remote, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to),
+        EXPECT_EQ(sendto(sender, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to),
                   static_cast<ssize_t>(bytes.size()));
     }
     bool wait_for_frames(size_t count) {
@@ -140,4 +141,24 @@ TEST(StreamThread, ATestPacketOfTheSizePasses) {
     EXPECT_TRUE(bench.sut->receive_packet_and_check_size(1500)) << "nothing more waits";
     bench.send(std::vector<std::byte>(0));
     EXPECT_FALSE(bench.sut->drain_socket());
+}
+
+TEST(StreamThread, AStrangersPacketsAreNoneOfTheStream) {
+    ThreadBench bench;
+    ASSERT_FALSE(bench.sut->start(136, 200));
+    const int stranger = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_in elsewhere{};
+    elsewhere.sin_family = AF_INET;
+    elsewhere.sin_addr.s_addr = htonl(INADDR_LOOPBACK + 1);
+    ASSERT_EQ(bind(stranger, reinterpret_cast<sockaddr*>(&elsewhere), sizeof elsewhere), 0);
+    bench.send(standard_leader(1).bytes);
+    bench.send(standard(0, 1, 3, 1).fill(100, 1).bytes);
+    bench.send(standard(0, 1, 3, 2).fill(100, 1).bytes);
+    bench.send_from(stranger, standard(0, 1, 3, 1).fill(100, 9).bytes);
+    bench.send(trailer(1));
+    ASSERT_TRUE(bench.wait_for_frames(1));
+    EXPECT_EQ(bench.frames[0].flags, 0U);
+    EXPECT_EQ(bench.frames[0].context.data[50], std::byte{1});
+    bench.sut->stop();
+    close(stranger);
 }

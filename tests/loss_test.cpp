@@ -1,0 +1,285 @@
+// A network that loses, reorders, repeats and delays, seeded: what the camera can still send again is delivered
+// complete and byte for byte, in order; what it cannot is delivered incomplete and says so; and both sides count alike.
+#include "bench.h"
+#include "frame_reader.h"
+
+#include <gtest/gtest.h>
+
+#include <signal.h>
+
+using bench::test_bench;
+using namespace GenTL;
+
+namespace {
+
+enum class outcome {
+    all_complete,
+    refused_incomplete, // frames of which the camera refused a packet may be incomplete, no others
+    some_incomplete,    // nobody asks for anything again
+    some_lost,          // too many whole frames in a row: all but the last two are counted as lost
+};
+
+struct loss_case {
+    const char* name;
+    std::vector<std::string> camera;
+    const char* at_work; // a counter of the camera that shows that the fault was there
+    outcome expected = outcome::all_complete;
+    bool extended = false;
+    const char* packet_size = "1500";
+    const char* frame_rate = "12";
+    uint64_t frames = 30;
+};
+
+void PrintTo(const loss_case& given, std::ostream* out) { *out << given.name; }
+
+class Loss : public testing::TestWithParam<loss_case> {};
+
+nlohmann::json end_and_count(bench::process& camera) {
+    camera.signal(SIGTERM);
+    camera.wait();
+    const std::string output = camera.output();
+    const auto counted = nlohmann::json::parse(output.substr(output.find('{')), nullptr, false);
+    EXPECT_TRUE(counted.is_object()) << output;
+    return counted;
+}
+
+} // namespace
+
+TEST_P(Loss, WhatCanBeMendedIsAndBothSidesCountAlike) {
+    const loss_case& given = GetParam();
+    test_bench own;
+    std::vector<std::string> options{
+        "--width", "640", "--height", "480", "--frame-rate", given.frame_rate, "--max-packet-size", given.packet_size};
+    if (given.extended) options.push_back("--extended-ids");
+    options.insert(options.end(), given.camera.begin(), given.camera.end());
+    own.start_camera(options);
+    own.start_service();
+
+    uint64_t complete = 0;
+    uint64_t incomplete = 0;
+    uint64_t asked_for = 0;
+    {
+        bench::open_camera camera{test_bench::serial(0)};
+        bench::frame_reader reader{camera, 20, given.extended};
+        reader.start(given.frames);
+        uint64_t last = 0;
+        while (last < given.frames) {
+            const auto frame = reader.next(3000);
+            if (!frame) break;
+            EXPECT_GT(frame->block_id, last) << "frames come in order, each once";
+            last = frame->block_id;
+            ++(frame->incomplete ? incomplete : complete);
+            SCOPED_TRACE(testing::Message() << "block " << frame->block_id);
+            EXPECT_EQ(frame->foreign_packets, 0U) << "bytes of another frame";
+            EXPECT_EQ(frame->width, 640U);
+            EXPECT_EQ(frame->height, 480U);
+            EXPECT_EQ(frame->data_size, 640U * 480U);
+            EXPECT_EQ(frame->filled, frame->data_end);
+            if (!frame->incomplete) {
+                EXPECT_EQ(frame->missing_packets, 0U) << "called complete";
+            }
+        }
+        EXPECT_EQ(last, given.frames) << "the last frame was not delivered";
+        reader.stop();
+        EXPECT_EQ(reader.packet_size(), std::atoi(given.packet_size));
+        EXPECT_TRUE(reader.margins_untouched());
+        EXPECT_EQ(reader.info(STREAM_INFO_NUM_DELIVERED), complete + incomplete);
+        EXPECT_EQ(reader.info(STREAM_INFO_NUM_UNDERRUN), 0U);
+        EXPECT_EQ(complete + incomplete + reader.info(STREAM_INFO_KRV_NUM_TRANSMISSION_DROP), given.frames);
+        asked_for = static_cast<uint64_t>(cli::require_integer(reader.features(), "StreamResendRequestedPackets"));
+    }
+    const nlohmann::json counted = end_and_count(own.camera(0));
+    SCOPED_TRACE(counted.dump());
+    const auto count = [&](const char* name) { return counted.value(name, uint64_t{0}); };
+    if (std::getenv("ORV_SHOW") != nullptr)
+        std::fprintf(stderr, "%lu+%lu %s\n", complete, incomplete, counted.dump().c_str());
+    EXPECT_EQ(count("frames_sent"), given.frames);
+    EXPECT_GT(count(given.at_work), 0U) << "nothing went wrong that the test could look at";
+    EXPECT_EQ(asked_for, count("resend_packets_requested"));
+    switch (given.expected) {
+    case outcome::all_complete:
+        EXPECT_EQ(complete, given.frames);
+        EXPECT_GE(count("packets_resent"), count("packets_lost"));
+        break;
+    case outcome::refused_incomplete:
+        EXPECT_GT(incomplete, 0U);
+        EXPECT_LE(incomplete, count("frames_refused"));
+        break;
+    case outcome::some_lost:
+        EXPECT_EQ(incomplete, 0U);
+        EXPECT_LT(complete, given.frames);
+        break;
+    case outcome::some_incomplete:
+        EXPECT_GT(incomplete, 0U);
+        EXPECT_GT(complete, 0U);
+        EXPECT_EQ(asked_for, 0U);
+        break;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Network, Loss,
+    testing::Values(
+        loss_case{"rare", {"--loss", "0.0001", "--seed", "3"}, "packets_lost"},
+        loss_case{"one_percent", {"--loss", "0.01", "--seed", "4"}, "packets_lost"},
+        loss_case{
+            "one_percent_extended", {"--loss", "0.01", "--seed", "4"}, "packets_lost", outcome::all_complete, true},
+        loss_case{"five_percent", {"--loss", "0.05", "--seed", "5"}, "packets_lost"},
+        loss_case{"five_percent_jumbo",
+                  {"--loss", "0.05", "--seed", "6"},
+                  "packets_lost",
+                  outcome::all_complete,
+                  false,
+                  "9000"},
+        loss_case{"five_percent_jumbo_extended",
+                  {"--loss", "0.05", "--seed", "7"},
+                  "packets_lost",
+                  outcome::all_complete,
+                  true,
+                  "9000"},
+        loss_case{"bursts", {"--loss", "0.1", "--burst-length", "60", "--seed", "8"}, "packets_lost"},
+        loss_case{"long_bursts_extended",
+                  {"--loss", "0.1", "--burst-length", "200", "--seed", "9"},
+                  "packets_lost",
+                  outcome::all_complete,
+                  true},
+        loss_case{"bursts_of_whole_frames_jumbo",
+                  {"--loss", "0.2", "--burst-length", "30", "--seed", "10"},
+                  "packets_lost",
+                  outcome::all_complete,
+                  false,
+                  "9000"},
+        loss_case{"reordered", {"--reorder", "0.2", "--seed", "11"}, "packets_reordered"},
+        loss_case{"duplicated", {"--duplicate", "0.3", "--seed", "12"}, "packets_duplicated"},
+        loss_case{"each_packet_twice", {"--duplicate", "1"}, "packets_duplicated"},
+        loss_case{"each_packet_twice_extended",
+                  {"--duplicate", "1"},
+                  "packets_duplicated",
+                  outcome::all_complete,
+                  true,
+                  "9000"},
+        loss_case{"first_frame_lost",
+                  {"--loss", "0.03", "--burst-length", "40", "--seed", "26478"},
+                  "packets_lost",
+                  outcome::all_complete,
+                  false,
+                  "9000"},
+        loss_case{"delayed", {"--delay", "0.05", "--delay-ms", "8", "--seed", "13"}, "packets_delayed"},
+        loss_case{"everything",
+                  {"--loss", "0.01", "--reorder", "0.05", "--duplicate", "0.05", "--delay", "0.02", "--garbage", "0.05",
+                   "--seed", "14"},
+                  "garbage_sent"},
+        loss_case{"everything_extended_jumbo",
+                  {"--loss", "0.02", "--reorder", "0.1", "--duplicate", "0.1", "--delay", "0.02", "--garbage", "0.1",
+                   "--seed", "15"},
+                  "garbage_sent",
+                  outcome::all_complete,
+                  true,
+                  "9000"},
+        loss_case{"requests_lost",
+                  {"--loss", "0.005", "--resend-request-loss", "0.15", "--seed", "16"},
+                  "resend_requests_lost"},
+        loss_case{"resends_lost", {"--loss", "0.005", "--resend-loss", "0.15", "--seed", "17"}, "resends_lost"},
+        loss_case{"small_ring",
+                  {"--loss", "0.005", "--ring", "1", "--pacing", "0.9", "--seed", "18"},
+                  "frames_refused",
+                  outcome::refused_incomplete},
+        loss_case{"many_frames_in_a_row",
+                  {"--loss", "0.15", "--burst-length", "220", "--seed", "22"},
+                  "packets_lost",
+                  outcome::some_lost,
+                  false,
+                  "9000"},
+        loss_case{"refused",
+                  {"--loss", "0.01", "--resend-refuse", "0.2", "--seed", "19"},
+                  "frames_refused",
+                  outcome::refused_incomplete},
+        loss_case{"refused_extended_jumbo",
+                  {"--loss", "0.05", "--resend-refuse", "0.2", "--seed", "20"},
+                  "frames_refused",
+                  outcome::refused_incomplete,
+                  true,
+                  "9000"},
+        loss_case{"without_resend",
+                  {"--loss", "0.002", "--no-resend", "--seed", "21"},
+                  "packets_lost",
+                  outcome::some_incomplete},
+        loss_case{"without_resend_extended_jumbo",
+                  {"--loss", "0.01", "--no-resend", "--reorder", "0.1", "--duplicate", "0.1", "--seed", "22"},
+                  "packets_lost",
+                  outcome::some_incomplete,
+                  true,
+                  "9000"},
+        loss_case{"at_thirty_frames_per_second",
+                  {"--loss", "0.01", "--seed", "23"},
+                  "packets_lost",
+                  outcome::all_complete,
+                  false,
+                  "1500",
+                  "30",
+                  60}),
+    [](const auto& chosen) { return std::string{chosen.param.name}; });
+
+namespace {
+
+// Loses the same packets in each acquisition of 40 frames.
+class LossSettings : public testing::Test {
+protected:
+    LossSettings() {
+        own.start_camera({"--width", "640", "--height", "480", "--frame-rate", "20", "--max-packet-size", "1500",
+                          "--loss", "0.003", "--seed", "31"});
+        own.start_service();
+        camera.emplace(test_bench::serial(0));
+        reader.emplace(*camera, 20, false);
+    }
+    void set(const char* name, const char* value) {
+        cli::set_from_text(cli::require_node(reader->features(), name), value);
+    }
+    [[nodiscard]] uint64_t feature(const char* name) {
+        return static_cast<uint64_t>(cli::require_integer(reader->features(), name));
+    }
+    // Complete and incomplete frames.
+    std::pair<uint64_t, uint64_t> acquire(uint64_t last_expected) {
+        std::pair<uint64_t, uint64_t> counted{0, 0};
+        reader->start(40);
+        while (const auto frame = reader->next(2000)) {
+            EXPECT_EQ(frame->foreign_packets, 0U);
+            ++(frame->incomplete ? counted.second : counted.first);
+            if (frame->block_id >= last_expected) break;
+        }
+        reader->stop();
+        return counted;
+    }
+    test_bench own;
+    std::optional<bench::open_camera> camera;
+    std::optional<bench::frame_reader> reader;
+};
+
+} // namespace
+
+TEST_F(LossSettings, SwitchedOffNothingIsAskedForAndIncompleteFramesMayBeDropped) {
+    set("StreamPacketResendEnable", "false");
+    const auto kept = acquire(40);
+    EXPECT_GT(kept.second, 5U);
+    EXPECT_EQ(kept.first + kept.second, 40U);
+    EXPECT_EQ(feature("StreamDeliveredFrameCount"), 40U);
+    EXPECT_EQ(feature("StreamPacketLossFrameCount"), 0U);
+
+    set("DropIncompleteFrames", "true");
+    const auto dropped = acquire(UINT64_MAX);
+    EXPECT_EQ(dropped.second, 0U);
+    EXPECT_LT(dropped.first, 40U);
+    EXPECT_EQ(feature("StreamDeliveredFrameCount"), dropped.first);
+    EXPECT_EQ(feature("StreamPacketLossFrameCount"), 40U - dropped.first);
+    EXPECT_EQ(feature("StreamLostFrameCount"), 0U) << "nobody lacked a buffer";
+    EXPECT_EQ(feature("StreamResendRequestedPackets"), 0U);
+
+    set("DropIncompleteFrames", "false");
+    set("StreamPacketResendEnable", "true");
+    const auto mended = acquire(40);
+    EXPECT_EQ(mended.first, 40U);
+    EXPECT_GT(feature("StreamResendRequestedPackets"), 10U);
+    reader.reset();
+    camera.reset();
+    EXPECT_EQ(end_and_count(own.camera(0)).value("resend_packets_requested", 0U) > 10, true);
+}

@@ -1,0 +1,151 @@
+// Camera and consumer on two hosts: a cable with an MTU between two network namespaces.
+#include "bench.h"
+#include "frame_reader.h"
+#include "two_hosts.h"
+
+#include <gtest/gtest.h>
+
+#include <sched.h>
+#include <signal.h>
+
+#include <thread>
+
+using bench::test_bench;
+using bench::two_hosts;
+
+namespace {
+
+struct cable_case {
+    const char* name;
+    int camera_mtu;
+    int consumer_mtu;
+    int packet_size; // what the search must find: the smaller MTU, or the camera's largest
+    std::vector<std::string> camera;
+    bool loses = false;
+    int slack = 0; // a cable lets pass what is larger by a VLAN tag
+};
+
+void PrintTo(const cable_case& given, std::ostream* out) { *out << given.name; }
+
+class Cable : public testing::TestWithParam<cable_case> {};
+
+nlohmann::json counted_by(bench::process& camera) {
+    camera.signal(SIGTERM);
+    camera.wait();
+    const std::string output = camera.output();
+    return nlohmann::json::parse(output.substr(output.find('{')), nullptr, false);
+}
+
+void expect_every_frame(const nlohmann::json& result, int frames) {
+    EXPECT_EQ(result.value("verified", false), true) << result;
+    EXPECT_EQ(result.value("frames_complete", 0), frames) << result;
+    EXPECT_EQ(result.value("frames_incomplete", -1), 0) << result;
+    EXPECT_EQ(result.value("frames_lost", -1), 0) << result;
+    EXPECT_EQ(result.value("underruns", -1), 0) << result;
+}
+
+} // namespace
+
+TEST_P(Cable, TheLargestPacketIsFoundAndEveryFrameComes) {
+    const cable_case& given = GetParam();
+    two_hosts hosts;
+    if (!hosts.ready()) GTEST_SKIP() << hosts.why_not();
+    hosts.set_mtu(given.camera_mtu, given.consumer_mtu);
+    test_bench own;
+    own.spread_over(hosts.camera_side(), hosts.consumer_side(), two_hosts::net);
+    std::vector<std::string> options{"--width", "640", "--height", "480", "--frame-rate", "15"};
+    options.insert(options.end(), given.camera.begin(), given.camera.end());
+    own.start_camera(options);
+    own.start_service();
+    // The camera sends as many and rests: nothing is under way when the counters are read.
+    const auto result = own.grab(
+        {"--frames", "30", "--verify", "--set", "AcquisitionMode=MultiFrame", "--set", "AcquisitionFrameCount=30"});
+    expect_every_frame(result, 30);
+    EXPECT_GE(result.value("packet_size", 0), given.packet_size) << result;
+    EXPECT_LE(result.value("packet_size", 0), given.packet_size + given.slack) << result;
+    const auto counted = counted_by(own.camera(0));
+    ASSERT_TRUE(counted.is_object());
+    EXPECT_EQ(result.value("resend_packets_requested", -1), counted.value("resend_packets_requested", -2)) << counted;
+    EXPECT_EQ(counted.value("packets_lost", 0) > 0, given.loses) << counted;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    TwoHosts, Cable,
+    testing::Values(cable_case{"mtu1500", 1500, 1500, 1500, {}}, cable_case{"mtu9000", 9000, 9000, 9000, {}},
+                    cable_case{"mtu4000", 4000, 4000, 4000, {}},
+                    cable_case{"mtu1510_is_left_out", 1510, 1510, 1500, {}},
+                    // The camera's own interface lets it go; it vanishes on the way.
+                    cable_case{"narrower_at_the_consumer", 9000, 4000, 4000, {}, false, 4},
+                    cable_case{"camera_with_a_smaller_maximum", 9000, 9000, 8000, {"--max-packet-size", "8000"}},
+                    cable_case{"extended_ids_loss",
+                               1500,
+                               1500,
+                               1500,
+                               {"--extended-ids", "--loss", "0.01", "--reorder", "0.05", "--seed", "5"},
+                               true},
+                    cable_case{"jumbo_loss_in_bursts",
+                               9000,
+                               9000,
+                               9000,
+                               {"--loss", "0.05", "--burst-length", "20", "--reorder", "0.05", "--seed", "6"},
+                               true},
+                    cable_case{"coalesced", 9000, 9000, 9000, {"--gso"}}),
+    [](const auto& chosen) { return std::string{chosen.param.name}; });
+
+// Each acquisition begins with the size that the one before it found, and looks again only when that fails.
+TEST(TwoHosts, AnMtuThatChangesBetweenAcquisitionsIsMet) {
+    two_hosts hosts;
+    if (!hosts.ready()) GTEST_SKIP() << hosts.why_not();
+    test_bench own;
+    own.spread_over(hosts.camera_side(), hosts.consumer_side(), two_hosts::net);
+    own.start_camera({"--width", "640", "--height", "480"});
+    own.start_service();
+    // A consumer in this process: its thread, and those that the library starts from it, live in the namespace.
+    std::thread consumer{[&] {
+        ASSERT_EQ(setns(hosts.consumer_side(), CLONE_NEWNET), 0);
+        bench::open_camera camera{test_bench::serial(0)};
+        bench::frame_reader reader{camera, 8, false};
+        reader.allow_pauses();
+        for (const auto& [mtu, packet_size] : {std::pair{9000, 9000}, {4000, 4000}, {1500, 1500}, {9000, 1500}}) {
+            SCOPED_TRACE(mtu);
+            hosts.set_mtu(mtu, mtu);
+            reader.start(5);
+            for (uint64_t block = 1; block <= 5; ++block) {
+                const auto frame = reader.next(5000);
+                ASSERT_TRUE(frame);
+                EXPECT_EQ(frame->block_id, block);
+                EXPECT_EQ(frame->missing_packets + frame->foreign_packets, 0U);
+            }
+            reader.stop();
+            EXPECT_EQ(reader.packet_size(), packet_size);
+        }
+    }};
+    consumer.join();
+}
+
+// The service finds cameras by its own broadcast on the cable.
+TEST(TwoHosts, CamerasAnswerABroadcast) {
+    two_hosts hosts;
+    if (!hosts.ready()) GTEST_SKIP() << hosts.why_not();
+    test_bench own;
+    own.spread_over(hosts.camera_side(), hosts.consumer_side(), two_hosts::net);
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service_by_broadcast();
+    for (size_t i = 0; i < 2; ++i) {
+        const auto result = own.grab({"--device", test_bench::serial(i), "--frames", "10", "--verify"});
+        expect_every_frame(result, 10);
+    }
+}
+
+// The kernel loses and reorders whatever the camera sends, acknowledges and resent packets among it.
+TEST(TwoHosts, AKernelThatLosesPackets) {
+    two_hosts hosts;
+    if (!hosts.ready()) GTEST_SKIP() << hosts.why_not();
+    if (!hosts.impair({"delay", "2ms", "loss", "0.5%", "reorder", "5%"})) GTEST_SKIP() << "this kernel has no netem";
+    test_bench own;
+    own.spread_over(hosts.camera_side(), hosts.consumer_side(), two_hosts::net);
+    own.start_camera({"--width", "640", "--height", "480", "--frame-rate", "15"});
+    own.start_service();
+    expect_every_frame(own.grab({"--frames", "40", "--verify"}), 40);
+}

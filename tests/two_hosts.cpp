@@ -1,0 +1,75 @@
+#include "two_hosts.h"
+
+#include "bench.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sched.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <thread>
+
+namespace bench {
+
+namespace {
+
+// A thread's namespace lives on in the descriptor.
+int new_namespace(std::string& problem) {
+    int end = -1;
+    std::thread maker{[&] {
+        if (unshare(CLONE_NEWNET) != 0) {
+            problem = std::string{"no network namespaces here (root may make them): "} + std::strerror(errno);
+            return;
+        }
+        end = open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
+    }};
+    maker.join();
+    return end;
+}
+
+} // namespace
+
+two_hosts::two_hosts() {
+    char name[] = "/tmp/orv-hosts-XXXXXX";
+    directory = mkdtemp(name);
+    camera_end = new_namespace(problem);
+    consumer_end = new_namespace(problem);
+    if (!ready()) return;
+    const std::string far_end = "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(consumer_end);
+    bool done =
+        run(camera_end, {"ip", "link", "add", "cable", "type", "veth", "peer", "name", "cable", "netns", far_end});
+    for (const int end : {camera_end, consumer_end}) done = done && run(end, {"ip", "link", "set", "lo", "up"});
+    for (int last = 10; last < 20; ++last) {
+        done = done && run(camera_end, {"ip", "address", "add", net + std::to_string(last) + "/24", "dev", "cable"});
+    }
+    done = done && run(consumer_end, {"ip", "address", "add", std::string{net} + "1/24", "dev", "cable"});
+    for (const int end : {camera_end, consumer_end}) done = done && run(end, {"ip", "link", "set", "cable", "up"});
+    if (!done) problem = "'ip' cannot join two network namespaces here";
+}
+
+two_hosts::~two_hosts() {
+    if (camera_end >= 0) close(camera_end);
+    if (consumer_end >= 0) close(consumer_end);
+    std::error_code ignored;
+    std::filesystem::remove_all(directory, ignored);
+}
+
+bool two_hosts::run(int end, const std::vector<std::string>& command) {
+    return process{command, directory / "output", end}.wait() == 0;
+}
+
+void two_hosts::set_mtu(int camera, int consumer) {
+    EXPECT_TRUE(run(camera_end, {"ip", "link", "set", "cable", "mtu", std::to_string(camera)}));
+    EXPECT_TRUE(run(consumer_end, {"ip", "link", "set", "cable", "mtu", std::to_string(consumer)}));
+}
+
+bool two_hosts::impair(const std::vector<std::string>& netem) {
+    std::vector<std::string> command{"tc", "qdisc", "add", "dev", "cable", "root", "netem"};
+    command.insert(command.end(), netem.begin(), netem.end());
+    return run(camera_end, command);
+}
+
+} // namespace bench
