@@ -151,7 +151,7 @@ bool gvsp_recv_resend::receive_packet(uint64_t now, std::span<const std::byte> d
         return true;
     }
     extended = packet.is_extended;
-    if (current == nullptr) current = create_block_for_id(t, packet.block_id);
+    if (current == nullptr) current = create_block_for(t, packet);
     if (current == nullptr) return true;
     mark_received(t, *current, packet.packet_id);
     switch (packet.kind) {
@@ -328,9 +328,22 @@ int64_t gvsp_recv_resend::check_timers(uint64_t now) {
     return wait == never ? -1 : wait - t;
 }
 
-gvsp_recv_resend::block* gvsp_recv_resend::create_block_for_id(int64_t t, uint64_t block_id) {
+// The first id opens a block again: cameras start over with it at each acquisition start, and in single-frame operation
+// every frame has it. What follows the delivered one closely and is no leader of another moment is late for that one.
+bool gvsp_recv_resend::late_for_first_frame(int64_t t, const gvsp_parsed_packet& packet) const noexcept {
+    if (std::ranges::find(recent_frame_ids, uint64_t{0}) == recent_frame_ids.end()) return false;
+    const bool another = packet.kind == gvsp_packet_kind::leader && first_frame_timestamp != 0 &&
+                         packet.leader.timestamp != first_frame_timestamp;
+    return !another && t < first_frame_end + 3 * frame_time();
+}
+
+gvsp_recv_resend::block* gvsp_recv_resend::create_block_for(int64_t t, const gvsp_parsed_packet& packet) {
+    const uint64_t block_id = packet.block_id;
     const uint64_t frame_id = unwrapper.unwrap(block_id, extended);
     if (frame_id == next_frame_id) return create_single_new_block(t, block_id, frame_id);
+    if (frame_id == 0) {
+        return late_for_first_frame(t, packet) ? nullptr : create_single_new_block(t, block_id, frame_id);
+    }
     if (frame_id < next_frame_id) {
         if (std::ranges::find(recent_frame_ids, frame_id) != recent_frame_ids.end()) return nullptr;
         return create_single_new_block(t, block_id, frame_id);
@@ -407,6 +420,10 @@ void gvsp_recv_resend::end_block(int64_t t, block& ended, bool flushed) {
     }
     std::shift_left(recent_frame_ids.begin(), recent_frame_ids.end(), 1);
     recent_frame_ids.back() = ended.frame_id;
+    if (ended.frame_id == 0) {
+        first_frame_end = t;
+        first_frame_timestamp = ended.leader.timestamp;
+    }
 
     const auto absolute = [&](int64_t time) { return time_base + static_cast<uint64_t>(time); };
     frame_info info;

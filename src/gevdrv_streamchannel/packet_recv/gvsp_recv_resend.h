@@ -81,7 +81,8 @@ private:
 
     void prepare_blocks();
     [[nodiscard]] block* find(uint64_t block_id) noexcept;
-    block* create_block_for_id(int64_t t, uint64_t block_id);
+    [[nodiscard]] bool late_for_first_frame(int64_t t, const gvsp_parsed_packet& packet) const noexcept;
+    [[nodiscard]] block* create_block_for(int64_t t, const gvsp_parsed_packet& packet);
     block* create_single_new_block(int64_t t, uint64_t block_id, uint64_t frame_id);
     void end_block(int64_t t, block& ended, bool flushed);
 
@@ -109,8 +110,10 @@ private:
     frame_receive_stats stats;
     std::array<block_geometry, 2> geometry; // by extended ids
     uint32_t payload_size = 0;
-    uint64_t next_frame_id = 0; // one past the highest so far
-    uint64_t time_base = 0;     // time of the stream's first packet, 0 before it
+    uint64_t next_frame_id = 0;  // one past the highest so far
+    int64_t first_frame_end = 0; // of the last frame 0 that was delivered
+    uint64_t first_frame_timestamp = 0;
+    uint64_t time_base = 0; // time of the stream's first packet, 0 before it
     bool extended = false;
 };
 
