@@ -5,6 +5,7 @@
 
 #include <dlfcn.h>
 
+#include <array>
 #include <thread>
 
 using bench::test_bench;
@@ -47,6 +48,23 @@ TEST_P(Consumers, StopWhileAnotherThreadWaits) {
     waiter.join();
     EXPECT_EQ(lib.GCUnregisterEvent(camera.stream->get(), EVENT_NEW_BUFFER), GC_ERR_SUCCESS);
     EXPECT_EQ(lib.DSFlushQueue(camera.stream->get(), ACQ_QUEUE_ALL_DISCARD), GC_ERR_SUCCESS);
+}
+
+TEST_P(Consumers, ACamerasEventIsNoneOfTheModule) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    bench::open_camera camera{test_bench::serial(0), GetParam()};
+    const cli::gentl_library& lib = *camera.lib;
+    EVENT_HANDLE module_event = nullptr;
+    ASSERT_EQ(lib.GCRegisterEvent(camera.device->get(), EVENT_MODULE, &module_event), GC_ERR_SUCCESS);
+    cli::set_from_text(cli::require_node(camera.remote(), "EventSelector"), "Test");
+    cli::set_from_text(cli::require_node(camera.remote(), "EventNotification"), "On");
+    cli::execute(cli::require_node(camera.remote(), "TestEventGenerate"));
+    std::array<std::byte, 1024> data;
+    size_t size = data.size();
+    EXPECT_EQ(lib.EventGetData(module_event, data.data(), &size, 500), GC_ERR_TIMEOUT);
+    EXPECT_EQ(lib.GCUnregisterEvent(camera.device->get(), EVENT_MODULE), GC_ERR_SUCCESS);
 }
 
 INSTANTIATE_TEST_SUITE_P(Libraries, Consumers, testing::Values(ORV_CTI, ORV_MULTIPART_CTI),

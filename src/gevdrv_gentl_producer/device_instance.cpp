@@ -43,8 +43,10 @@ Error device_instance::init_remote_port(gds_producer::producer_device_remote_por
     return success();
 }
 
+// A camera's own events are none of the module's; with no event object for them they end here.
 void device_instance::handle_event_message(const ipc_rpc::event_message& message) {
-    fire_module_event(message.event_id, message.payload);
+    gds_helper::log::get(gds_helper::log::logger_id::main)
+        ->debug("An event packet of the camera, {} bytes, has no receiver.", message.payload.size());
 }
 
 std::vector<std::string> device_instance::data_stream_ids_() { return {"Stream0"}; }

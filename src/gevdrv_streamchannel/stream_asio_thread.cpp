@@ -10,6 +10,7 @@
 #include <gds_helper/process.h>
 #include <gds_shared/gigecam_error.h>
 
+#include <asio/bind_allocator.hpp>
 #include <asio/post.hpp>
 
 #include <array>
@@ -28,6 +29,12 @@ constexpr const char* thread_name = "gev::streamchannel::impl::stream_asio_threa
 constexpr int socket_receive_buffer = 0xA00000;
 constexpr size_t receive_buffers = 64;
 constexpr size_t buffer_margin = 100;
+constexpr int most_rounds = 16; // of reads before other work gets its turn
+// In the middle of a frame a read that brought little is followed by a pause, as a network card gathers datagrams
+// before it interrupts: one read of many costs far less than as many wakes. It delays a frame's end by that at most,
+// and the socket's buffer holds it many times over.
+constexpr auto gathering_time = 200us;
+constexpr size_t little = 32 << 10; // bytes
 constexpr size_t test_buffer_size = 32000;
 constexpr auto test_wait = 3'000'000ns;
 constexpr auto test_poll = 750us;
@@ -51,6 +58,7 @@ std::unique_ptr<gvsp_recv_interface> make_receiver(bool copy_packets, const stre
 
 stream_asio_thread::stream_asio_thread(create_params params)
     : functions(std::move(params.functions)),
+      coalesce(params.coalesce),
       socket(io),
       timer(io),
       receiver(make_receiver(params.copy_packets, functions)) {}
@@ -150,7 +158,7 @@ void stream_asio_thread::thread_main(uint32_t packet_size) {
     if (!gds_helper::raise_thread_priority()) logger().debug("The receive thread runs at normal priority.");
     try {
         reader = std::make_unique<posix::datagram_reader>(socket.native_handle(), receive_buffers,
-                                                          packet_size + buffer_margin, buffer_margin);
+                                                          packet_size + buffer_margin, buffer_margin, coalesce);
         wait_for_datagrams();
         io.run();
     } catch (const std::exception& failure) {
@@ -166,39 +174,59 @@ void stream_asio_thread::thread_main(uint32_t packet_size) {
     state_changed.notify_all();
 }
 
+// For the operations that the receive thread starts again and again.
+template <class Handler>
+auto stream_asio_thread::keep_memory(Handler handler) {
+    return asio::bind_allocator(std::pmr::polymorphic_allocator<>{&handler_memory}, std::move(handler));
+}
+
 void stream_asio_thread::wait_for_datagrams() {
-    socket.async_wait(asio::ip::udp::socket::wait_read, [this](const std::error_code& error) {
-        if (!error) receive_batch();
-    });
+    socket.async_wait(asio::ip::udp::socket::wait_read, keep_memory([this](const std::error_code& error) {
+                          if (!error) receive_batch();
+                      }));
 }
 
 void stream_asio_thread::receive_batch() {
-    std::error_code error;
-    const size_t count = reader->read(error);
-    // An error that a camera's or a stranger's ICMP message left on the socket is none of the stream.
-    if (error && error != std::errc::connection_refused && error != std::errc::host_unreachable &&
-        error != std::errc::network_unreachable) {
-        logger().error("{}, failed due to {}", thread_name, error.message());
-        return;
+    for (int round = 0; round < most_rounds; ++round) {
+        std::error_code error;
+        const size_t count = reader->read(error);
+        // An error that a camera's or a stranger's ICMP message left on the socket is none of the stream.
+        if (error && error != std::errc::connection_refused && error != std::errc::host_unreachable &&
+            error != std::errc::network_unreachable) {
+            logger().error("{}, failed due to {}", thread_name, error.message());
+            return;
+        }
+        if (count == 0) break;
+        const uint64_t now = now_us();
+        int64_t wait = -1;
+        size_t bytes = 0;
+        reader->for_each(count, [&](std::span<const std::byte> datagram) {
+            bytes += datagram.size();
+            if (receiver->receive_packet(now, datagram)) wait = receiver->check_timers(now);
+        });
+        if (wait > 0) arm_timer(wait);
+        if (count == receive_buffers) continue;
+        if (wait <= 0 || bytes >= little) break;
+        std::this_thread::sleep_for(gathering_time);
     }
-    const uint64_t now = now_us();
-    int64_t wait = -1;
-    reader->for_each(count, [&](std::span<const std::byte> datagram) {
-        if (receiver->receive_packet(now, datagram)) wait = receiver->check_timers(now);
-    });
-    if (wait > 0) arm_timer(wait);
     wait_for_datagrams();
 }
 
+// A deadline that moved away leaves the timer as it is: it strikes early, finds nothing due and is armed anew. So the
+// end deadline, which moves with each packet, costs no system call per packet.
 void stream_asio_thread::arm_timer(int64_t wait_us) {
     const auto now = std::chrono::steady_clock::now();
     const int64_t room = (std::chrono::steady_clock::time_point::max() - now) / 1us;
-    timer.expires_at(wait_us >= room ? std::chrono::steady_clock::time_point::max()
-                                     : now + std::chrono::microseconds{wait_us});
-    timer.async_wait([this](const std::error_code& error) {
+    const auto due =
+        wait_us >= room ? std::chrono::steady_clock::time_point::max() : now + std::chrono::microseconds{wait_us};
+    if (armed_for && *armed_for <= due) return;
+    armed_for = due;
+    timer.expires_at(due);
+    timer.async_wait(keep_memory([this](const std::error_code& error) {
         if (error) return;
+        armed_for.reset();
         if (const int64_t next = receiver->check_timers(now_us()); next > 0) arm_timer(next);
-    });
+    }));
 }
 
 bool stream_asio_thread::run_and_wait(std::function<void()> work, std::optional<std::chrono::milliseconds> limit) {

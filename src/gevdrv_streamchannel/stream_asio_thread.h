@@ -8,6 +8,7 @@
 
 #include <condition_variable>
 #include <memory>
+#include <memory_resource>
 #include <mutex>
 #include <optional>
 #include <thread>
@@ -22,6 +23,7 @@ class stream_asio_thread final : public stream_channel_thread_itf {
 public:
     struct create_params {
         bool copy_packets = false;
+        bool coalesce = true;       // joined datagrams where the kernel has them; false measures the way without
         stream_functions functions; // without a resend sender the simple receiver serves
     };
 
@@ -46,6 +48,8 @@ public:
 
 private:
     void thread_main(uint32_t packet_size);
+    template <class Handler>
+    [[nodiscard]] auto keep_memory(Handler handler);
     void wait_for_datagrams();
     void receive_batch();
     void arm_timer(int64_t wait_us);
@@ -54,10 +58,13 @@ private:
     void dump_statistics(const frame_receive_stats& stats) const;
 
     const stream_functions functions;
+    const bool coalesce;
+    std::pmr::unsynchronized_pool_resource handler_memory; // so that waiting allocates nothing
     asio::io_context io;
     asio::ip::udp::socket socket;
     asio::steady_timer timer;
-    std::unique_ptr<gvsp_recv_interface> receiver; // the receive thread's while it runs
+    std::optional<std::chrono::steady_clock::time_point> armed_for; // the receive thread's
+    std::unique_ptr<gvsp_recv_interface> receiver;                  // the receive thread's while it runs
     std::unique_ptr<posix::datagram_reader> reader;
     std::thread thread;
 

@@ -56,7 +56,7 @@ std::error_code stream_channel_impl::connect(const channel_start_params& params)
     // The socket must exist before the camera is told where to send, and the packet size test needs the registers.
     const asio::ip::udp::endpoint remote = stream_source();
     auto opening = std::make_shared<impl::stream_asio_thread>(
-        impl::stream_asio_thread::create_params{false, std::move(functions)});
+        impl::stream_asio_thread::create_params{.functions = std::move(functions)});
     const auto local = opening->open_stream_socket(asio::ip::address_v4{local_address}, remote);
     if (!local) return local.error();
     if (const std::error_code error = setup_scp(*local)) return error;

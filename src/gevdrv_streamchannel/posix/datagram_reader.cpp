@@ -54,10 +54,10 @@ struct datagram_reader::batch_state {
     std::vector<mmsghdr> messages;
 };
 
-datagram_reader::datagram_reader(int socket, size_t batch, size_t datagram_size, size_t margin)
+datagram_reader::datagram_reader(int socket, size_t batch, size_t datagram_size, size_t margin, bool coalesce)
     : state(std::make_unique<batch_state>()), descriptor(socket) {
     const int on = 1;
-    coalescing = ::setsockopt(socket, IPPROTO_UDP, UDP_GRO, &on, sizeof on) == 0;
+    coalescing = coalesce && ::setsockopt(socket, IPPROTO_UDP, UDP_GRO, &on, sizeof on) == 0;
     const size_t capacity = coalescing ? largest_coalesced : datagram_size;
     const size_t stride = capacity + margin;
     state->memory.resize(batch * stride);

@@ -39,7 +39,7 @@ public:
             frames.push_back(info);
             changed.notify_all();
         };
-        sut.emplace(stream_asio_thread::create_params{false, std::move(functions)});
+        sut.emplace(stream_asio_thread::create_params{.functions = std::move(functions)});
         remote = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
         sockaddr_in address{};
         address.sin_family = AF_INET;

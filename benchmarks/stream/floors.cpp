@@ -1,0 +1,128 @@
+// What any receiver must pay: the reads, and one copy per datagram.
+#include "bench_stream.h"
+
+#include <netinet/in.h>
+#include <netinet/udp.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#ifndef UDP_GRO
+#define UDP_GRO 104
+#endif
+
+namespace bench {
+
+namespace {
+
+constexpr size_t batch = 64;
+constexpr size_t header = 8;
+constexpr size_t frame_count = 8;
+constexpr int silence_ms = 500;
+
+struct ring {
+    explicit ring(size_t buffer_size) : memory(batch * buffer_size), vectors(batch), controls(batch), messages(batch) {
+        for (size_t i = 0; i < batch; ++i) {
+            vectors[i] = {memory.data() + i * buffer_size, buffer_size};
+            messages[i] = {};
+            messages[i].msg_hdr.msg_iov = &vectors[i];
+            messages[i].msg_hdr.msg_iovlen = 1;
+        }
+    }
+    struct alignas(cmsghdr) control {
+        char bytes[CMSG_SPACE(sizeof(int))];
+    };
+    std::vector<std::byte> memory;
+    std::vector<iovec> vectors;
+    std::vector<control> controls;
+    std::vector<mmsghdr> messages;
+};
+
+size_t segment_of(msghdr& message, size_t length) {
+    for (cmsghdr* item = CMSG_FIRSTHDR(&message); item != nullptr; item = CMSG_NXTHDR(&message, item)) {
+        if (item->cmsg_level != IPPROTO_UDP || item->cmsg_type != UDP_GRO) continue;
+        int size = 0;
+        std::memcpy(&size, CMSG_DATA(item), sizeof size);
+        if (size > 0) return static_cast<size_t>(size);
+    }
+    return std::max<size_t>(length, 1);
+}
+
+} // namespace
+
+reception receive_bare(const place& where, const stream_shape& shape, bool copy, bool coalesce) {
+    auto socket = gige::udp_socket::open({where.consumer, 0});
+    if (!socket) fail("no stream socket");
+    const int handle = socket->native();
+    const int bytes = socket_buffer;
+    if (::setsockopt(handle, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) != 0) {
+        ::setsockopt(handle, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+    }
+    const int on = 1;
+    if (coalesce && ::setsockopt(handle, IPPROTO_UDP, UDP_GRO, &on, sizeof on) != 0) fail("no coalesced reception");
+    ring reads{coalesce ? 65535 : shape.packet_size + 100};
+    std::vector<std::vector<std::byte>> frames(frame_count, std::vector<std::byte>(shape.payload_size()));
+    camera_control camera{where.camera, where.consumer};
+    camera.open_stream(socket->local(), shape);
+
+    reception seen;
+    size_t frame = 0;
+    size_t at = 0;
+    const uint64_t expected = shape.datagrams_per_frame() * shape.frames;
+    double first = 0;
+    double last = 0;
+    const double cpu = cpu_seconds();
+    camera.start(shape);
+    while (seen.datagrams < expected) {
+        if (coalesce) {
+            for (size_t i = 0; i < batch; ++i) {
+                reads.messages[i].msg_hdr.msg_control = &reads.controls[i];
+                reads.messages[i].msg_hdr.msg_controllen = sizeof(ring::control);
+            }
+        }
+        const int count = ::recvmmsg(handle, reads.messages.data(), batch, MSG_DONTWAIT, nullptr);
+        if (count < 0 && errno != EAGAIN) fail("the read failed");
+        if (count <= 0) {
+            pollfd wait{handle, POLLIN, 0};
+            if (::poll(&wait, 1, silence_ms) == 0 && seen.datagrams != 0) break;
+            continue;
+        }
+        ++seen.reads;
+        last = wall_seconds();
+        if (first == 0) first = last;
+        for (size_t i = 0; i < static_cast<size_t>(count); ++i) {
+            const std::byte* data = static_cast<const std::byte*>(reads.vectors[i].iov_base);
+            size_t rest = reads.messages[i].msg_len;
+            const size_t segment = coalesce ? segment_of(reads.messages[i].msg_hdr, rest) : rest;
+            while (rest != 0) {
+                const size_t length = std::min(segment, rest);
+                ++seen.datagrams;
+                if (length > header) {
+                    // Leader and trailer count as a few bytes of picture: it makes no difference here.
+                    const size_t payload = length - header;
+                    seen.payload_bytes += payload;
+                    if (copy) {
+                        if (at + payload > frames[frame].size()) {
+                            frame = (frame + 1) % frame_count;
+                            at = 0;
+                        }
+                        std::memcpy(frames[frame].data() + at, data + header, payload);
+                        at += payload;
+                    }
+                }
+                data += length;
+                rest -= length;
+            }
+        }
+    }
+    seen.cpu_seconds = cpu_seconds() - cpu;
+    seen.wall_seconds = last - first;
+    seen.frames_complete = seen.datagrams / shape.datagrams_per_frame();
+    seen.frames_other = shape.frames - seen.frames_complete;
+    return seen;
+}
+
+} // namespace bench
