@@ -53,14 +53,14 @@ TEST_P(Cable, TheLargestPacketIsFoundAndEveryFrameComes) {
     hosts.set_mtu(given.camera_mtu, given.consumer_mtu);
     test_bench own;
     own.spread_over(hosts.camera_side(), hosts.consumer_side(), two_hosts::net);
-    std::vector<std::string> options{"--width", "640", "--height", "480", "--frame-rate", "15"};
+    std::vector<std::string> options{"--width", "640", "--height", "480", "--frame-rate", "6"};
     options.insert(options.end(), given.camera.begin(), given.camera.end());
     own.start_camera(options);
     own.start_service();
     // The camera sends as many and rests: nothing is under way when the counters are read.
     const auto result = own.grab(
-        {"--frames", "30", "--verify", "--set", "AcquisitionMode=MultiFrame", "--set", "AcquisitionFrameCount=30"});
-    expect_every_frame(result, 30);
+        {"--frames", "20", "--verify", "--set", "AcquisitionMode=MultiFrame", "--set", "AcquisitionFrameCount=20"});
+    expect_every_frame(result, 20);
     EXPECT_GE(result.value("packet_size", 0), given.packet_size) << result;
     EXPECT_LE(result.value("packet_size", 0), given.packet_size + given.slack) << result;
     const auto counted = counted_by(own.camera(0));
@@ -98,7 +98,7 @@ TEST(TwoHosts, AnMtuThatChangesBetweenAcquisitionsIsMet) {
     if (!hosts.ready()) GTEST_SKIP() << hosts.why_not();
     test_bench own;
     own.spread_over(hosts.camera_side(), hosts.consumer_side(), two_hosts::net);
-    own.start_camera({"--width", "640", "--height", "480"});
+    own.start_camera({"--width", "640", "--height", "480", "--frame-rate", "10"});
     own.start_service();
     // A consumer in this process: its thread, and those that the library starts from it, live in the namespace.
     std::thread consumer{[&] {
@@ -129,8 +129,8 @@ TEST(TwoHosts, CamerasAnswerABroadcast) {
     if (!hosts.ready()) GTEST_SKIP() << hosts.why_not();
     test_bench own;
     own.spread_over(hosts.camera_side(), hosts.consumer_side(), two_hosts::net);
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_camera({"--width", "320", "--height", "240", "--frame-rate", "10"});
+    own.start_camera({"--width", "320", "--height", "240", "--frame-rate", "10"});
     own.start_service_by_broadcast();
     for (size_t i = 0; i < 2; ++i) {
         const auto result = own.grab({"--device", test_bench::serial(i), "--frames", "10", "--verify"});
@@ -145,7 +145,7 @@ TEST(TwoHosts, AKernelThatLosesPackets) {
     if (!hosts.impair({"delay", "2ms", "loss", "0.5%", "reorder", "5%"})) GTEST_SKIP() << "this kernel has no netem";
     test_bench own;
     own.spread_over(hosts.camera_side(), hosts.consumer_side(), two_hosts::net);
-    own.start_camera({"--width", "640", "--height", "480", "--frame-rate", "15"});
+    own.start_camera({"--width", "640", "--height", "480", "--frame-rate", "6"});
     own.start_service();
-    expect_every_frame(own.grab({"--frames", "40", "--verify"}), 40);
+    expect_every_frame(own.grab({"--frames", "20", "--verify"}), 20);
 }

@@ -104,6 +104,25 @@ TEST_F(Supply, OneBufferThatGoesRoundServes) {
     reader.stop();
 }
 
+// The stream stays open; the camera starts over with its first block id each time.
+TEST_F(Supply, SingleFramesAreDeliveredOneAfterTheOther) {
+    bench::frame_reader reader{*camera, 5, false};
+    reader.allow_pauses();
+    reader.start(1);
+    uint64_t timestamp = 0;
+    for (int i = 0; i < 5; ++i) {
+        if (i != 0) cli::execute(cli::require_node(camera->remote(), "AcquisitionStart"));
+        const auto frame = reader.next(5000);
+        expect_right(frame);
+        if (!frame) break;
+        EXPECT_EQ(frame->block_id, 1U);
+        EXPECT_GT(frame->timestamp, timestamp);
+        timestamp = frame->timestamp;
+    }
+    expect_all_accounted(reader, 5);
+    reader.stop();
+}
+
 TEST_F(Supply, ASingleBufferIsRefused) {
     bench::frame_reader reader{*camera, 1, false};
     reader.allow_pauses();
