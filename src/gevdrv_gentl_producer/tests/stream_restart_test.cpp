@@ -12,7 +12,7 @@ using namespace fake;
 unsigned operations() {
     if (const char* text = std::getenv("ORV_STREAM_OPERATIONS")) return static_cast<unsigned>(std::atoi(text));
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    return 500;
+    return 1500;
 #else
     return 4000;
 #endif
