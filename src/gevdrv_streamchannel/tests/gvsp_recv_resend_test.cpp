@@ -321,8 +321,8 @@ TEST_F(gvsp_recv_resend_test, odd_parameters_and_clocks_do_no_harm) {
 
 // Sizes that no camera has: the bitmap follows the id form with the smaller packets.
 TEST_F(gvsp_recv_resend_test, extreme_geometry_stays_inside_the_bitmap) {
-    for (const uint32_t size : {0U, 36U, 37U, 40U, 48U, 49U, 0xFFFFFFFFU}) {
-        for (const uint32_t payload : {0U, 1U, 0xFFFFFFFDU, 0xFFFFFFFEU, 0xFFFFFFFFU}) {
+    for (const uint32_t size : {0U, 40U, 49U, 0xFFFFFFFFU}) {
+        for (const uint32_t payload : {0U, 0xFFFFFFFEU, 0xFFFFFFFFU}) {
             start_over({});
             receiver.setup(size, payload);
             for (const uint32_t packet : {1U, 2U, 1000U, 0xFFFFFEU, 0xFFFFFFU}) {
