@@ -64,7 +64,8 @@ public:
             put(0x01080001, 4);
             put(payload_per_packet, 4);
             put(data_packets, 4);
-            put(0, 12);
+            put(0, 8);
+            put(0, 4);
         } else if (trailer) {
             put(1, 4);
             put(data_packets, 4);

@@ -12,7 +12,7 @@ using namespace fake;
 unsigned operations() {
     if (const char* text = std::getenv("ORV_STREAM_OPERATIONS")) return static_cast<unsigned>(std::atoi(text));
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    return 500;
+    return 1500;
 #else
     return 4000;
 #endif
@@ -142,7 +142,7 @@ void stress(bool can_resend, bool mailbox, uint32_t seed) {
         consumer user{*bench, seed, mailbox};
         user.run(operations());
         EXPECT_GT(user.starts, operations() / 30);
-        EXPECT_GT(user.complete, operations() / 100);
+        EXPECT_GT(user.complete, operations() / 300);
         if (can_resend) {
             EXPECT_GT(bench->cam.resends, 0U);
         }

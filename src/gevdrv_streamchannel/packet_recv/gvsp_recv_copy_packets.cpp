@@ -52,7 +52,7 @@ bool gvsp_recv_copy_packets::receive_packet(uint64_t now, std::span<const std::b
         }
         if (context.size - position >= needed) {
             std::memcpy(context.data + position, &length, sizeof length);
-            std::memcpy(context.data + position + sizeof length, datagram.data(), length);
+            if (length != 0) std::memcpy(context.data + position + sizeof length, datagram.data(), length);
             position += sizeof length + length;
             return true;
         }

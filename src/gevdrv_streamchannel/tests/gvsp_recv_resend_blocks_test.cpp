@@ -128,6 +128,17 @@ TEST_F(gvsp_recv_resend_blocks_test, packets_late_for_a_delivered_frame_open_not
     EXPECT_EQ(statistics(), (counts{20, 0, 0, 0, 0, 0}));
 }
 
+// A frame that was given up unseen and comes after all is still worth having.
+TEST_F(gvsp_recv_resend_blocks_test, skipped_frame_that_comes_late_is_delivered_late) {
+    restart({}, {.max_open_blocks = 1});
+    whole(1);
+    whole(4);
+    whole(2);
+    whole(5);
+    EXPECT_EQ(delivered(), (ids{1, 4, 2, 5}));
+    EXPECT_EQ(statistics(), (counts{4, 0, 2, 0, 0, 0}));
+}
+
 // Each acquisition start begins with id 1 again.
 TEST_F(gvsp_recv_resend_blocks_test, single_frame_operation_repeats_the_first_id) {
     for (int i = 0; i < 4; ++i) whole(1);
@@ -257,6 +268,11 @@ TEST_F(gvsp_recv_resend_blocks_test, reset_starts_ids_and_times_again_and_keeps_
     EXPECT_EQ(delivered(), (ids{1, 2, 3, 4, 1, 2, 3, 4}));
     EXPECT_EQ(frames[4].frame_id, 0U);
     EXPECT_EQ(statistics(), (counts{7, 1, 0, 0, 0, 0}));
+    restart({}, {.max_open_blocks = 1});
+    for (const uint64_t block : {65535, 1}) whole(block);
+    receiver.reset();
+    whole(1);
+    EXPECT_EQ(frames.back().frame_id, 0U) << "the lap is forgotten";
     receiver.setup(packet_size, frame_size);
     EXPECT_EQ(statistics(), counts{});
 }
@@ -302,6 +318,15 @@ TEST_F(gvsp_recv_resend_blocks_test, status_packets_give_the_frame_up_or_only_sa
             EXPECT_EQ(taken, 2U);
         }
     }
+}
+
+TEST_F(gvsp_recv_resend_blocks_test, status_of_a_range_that_is_done_is_of_no_interest) {
+    send(1, {0, 1, 3});
+    send(1, {2});
+    pass(17'000);
+    status(1, 2, 0x800C);
+    send(1, {4, 5});
+    EXPECT_EQ(flags(), std::vector<uint32_t>{0});
 }
 
 TEST_F(gvsp_recv_resend_blocks_test, status_of_an_unknown_block_opens_nothing) {

@@ -164,6 +164,64 @@ TEST_F(gvsp_recv_resend_test, lost_tail_is_asked_for_once_the_frame_is_overdue) 
     }
 }
 
+// A packet of the tail that comes late is no reason for another round.
+TEST_F(gvsp_recv_resend_test, tail_is_asked_for_in_one_round_only) {
+    send(1, {0, 1});
+    pass(60'000);
+    send(1, {2});
+    pass(100'000);
+    EXPECT_EQ(request_times, (std::vector<uint64_t>{33'333, 49'999, 66'665}));
+    EXPECT_EQ(requests.back(), (request{1, 3, 5}));
+    ASSERT_EQ(frames.size(), 1U);
+    EXPECT_EQ(frames[0].end_time - frames[0].start_time, 83'331U);
+}
+
+// The trailer says how long a frame is, not the size of the stream's payload.
+TEST_F(gvsp_recv_resend_test, frame_may_be_shorter_than_announced) {
+    const shape shorter{payload_per_packet, 2};
+    const auto send_short = [&](uint64_t block, uint32_t packet) { feed_one(packet_of(block, packet, shorter)); };
+    for (const uint32_t packet : {0U, 1U, 2U, 3U}) send_short(1, packet);
+    EXPECT_EQ(flags(), std::vector<uint32_t>{0});
+    EXPECT_EQ(frames[0].filled_size, 2 * payload_per_packet);
+    for (const uint32_t packet : {0U, 2U, 3U}) send_short(2, packet);
+    pass(100'000);
+    EXPECT_EQ(requests, (std::vector<request>(3, {2, 1, 1}))) << "nothing behind the trailer";
+    EXPECT_EQ(flags(), (std::vector<uint32_t>{0, incomplete}));
+}
+
+TEST_F(gvsp_recv_resend_test, packet_longer_than_its_share_leaves_its_neighbour_alone) {
+    send(1, {0, 2, 3, 4, 5});
+    datagram longer = packet_of(1, 1);
+    longer.resize(longer.size() + 50);
+    feed_one(longer);
+    EXPECT_EQ(flags(), std::vector<uint32_t>{0});
+    EXPECT_TRUE(bytes_right(0));
+}
+
+TEST_F(gvsp_recv_resend_test, chunks_are_announced_by_the_trailer) {
+    for (const bool extended : {false, true}) {
+        restart({.extended = extended});
+        for (const uint64_t block : {1, 2}) {
+            send(block, {0, 1, 2, 3, 4});
+            datagram trailer = header(block, 2, 5, 0, extended);
+            const uint64_t length = block == 1 ? 77 : 0;
+            if (extended) {
+                append(trailer, 0x4001, 4);
+                append(trailer, 4, 4);
+                append(trailer, length << 32 | 9, 8);
+            } else {
+                append(trailer, 5, 4);
+                append(trailer, length, 4);
+                append(trailer, 9, 8);
+            }
+            feed_one(trailer);
+        }
+        const uint32_t mode = extended ? frame_flags::extended_ids : 0;
+        EXPECT_EQ(flags(), (std::vector<uint32_t>{mode | frame_flags::has_chunk, mode}));
+        EXPECT_EQ(frames[0].chunk_layout_id, 9U);
+    }
+}
+
 // The patience with the tail grows to the projected length of the frame.
 TEST_F(gvsp_recv_resend_test, slow_camera_is_not_asked_too_soon) {
     for (const uint32_t packet : {0U, 1U, 2U, 3U}) {
@@ -263,8 +321,8 @@ TEST_F(gvsp_recv_resend_test, odd_parameters_and_clocks_do_no_harm) {
 
 // Sizes that no camera has: the bitmap follows the id form with the smaller packets.
 TEST_F(gvsp_recv_resend_test, extreme_geometry_stays_inside_the_bitmap) {
-    for (const uint32_t size : {0U, 36U, 37U, 40U, 48U, 49U, 0xFFFFFFFFU}) {
-        for (const uint32_t payload : {0U, 1U, 0xFFFFFFFDU, 0xFFFFFFFEU, 0xFFFFFFFFU}) {
+    for (const uint32_t size : {0U, 40U, 49U, 0xFFFFFFFFU}) {
+        for (const uint32_t payload : {0U, 0xFFFFFFFEU, 0xFFFFFFFFU}) {
             start_over({});
             receiver.setup(size, payload);
             for (const uint32_t packet : {1U, 2U, 1000U, 0xFFFFFEU, 0xFFFFFFU}) {
