@@ -9,11 +9,11 @@
 
 namespace bench {
 
-// Nanoseconds per operation: the median of several rounds, each as many operations as fill some milliseconds.
-// `operation` runs n operations.
+// Nanoseconds per operation: the fastest of many rounds, which is the one that other programs disturbed least. A round
+// is as many operations as fill some milliseconds; `operation` runs n of them.
 [[nodiscard]] double measure(const std::function<void(std::uint64_t n)>& operation);
 
-// Two operations in turn, round by round, so that a busy machine slows both alike.
+// Two operations in turn, round by round, so that a change of the clock rate meets both.
 struct pair_of_times {
     double ours;
     double theirs;

@@ -6,9 +6,9 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <cstdlib>
 #include <new>
-#include <vector>
 
 namespace {
 
@@ -48,7 +48,7 @@ namespace {
 
 using work = std::function<void(std::uint64_t)>;
 
-constexpr int rounds = 15;
+constexpr int rounds = 41;
 
 double seconds_of(const work& operation, std::uint64_t n) {
     const auto start = std::chrono::steady_clock::now();
@@ -56,19 +56,14 @@ double seconds_of(const work& operation, std::uint64_t n) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-// How many operations make a round of about ten milliseconds.
+// How many operations make a round: some milliseconds, less than a scheduler's slice on a busy machine.
 std::uint64_t operations_per_round(const work& operation) {
-    constexpr double round = 0.01;
+    constexpr double round = 0.002;
     for (std::uint64_t n = 1;; n *= 4) {
         const double taken = seconds_of(operation, n);
         if (taken > round / 4)
             return std::max<std::uint64_t>(1, static_cast<std::uint64_t>(round / taken * static_cast<double>(n)));
     }
-}
-
-double median(std::vector<double> values) {
-    std::ranges::nth_element(values, values.begin() + values.size() / 2);
-    return values[values.size() / 2];
 }
 
 } // namespace
@@ -77,20 +72,20 @@ heap_use heap() noexcept { return {allocations.load(), bytes.load()}; }
 
 double measure(const work& operation) {
     const std::uint64_t n = operations_per_round(operation);
-    std::vector<double> times;
-    for (int i = 0; i < rounds; ++i) times.push_back(seconds_of(operation, n) / static_cast<double>(n) * 1e9);
-    return median(std::move(times));
+    double best = HUGE_VAL;
+    for (int i = 0; i < rounds; ++i) best = std::min(best, seconds_of(operation, n));
+    return best / static_cast<double>(n) * 1e9;
 }
 
 pair_of_times measure_both(const work& ours, const work& theirs) {
     const std::uint64_t our_n = operations_per_round(ours);
     const std::uint64_t their_n = operations_per_round(theirs);
-    std::vector<double> our_times, their_times;
+    pair_of_times best{HUGE_VAL, HUGE_VAL};
     for (int i = 0; i < rounds; ++i) {
-        our_times.push_back(seconds_of(ours, our_n) / static_cast<double>(our_n) * 1e9);
-        their_times.push_back(seconds_of(theirs, their_n) / static_cast<double>(their_n) * 1e9);
+        best.ours = std::min(best.ours, seconds_of(ours, our_n));
+        best.theirs = std::min(best.theirs, seconds_of(theirs, their_n));
     }
-    return {median(std::move(our_times)), median(std::move(their_times))};
+    return {best.ours / static_cast<double>(our_n) * 1e9, best.theirs / static_cast<double>(their_n) * 1e9};
 }
 
 } // namespace bench

@@ -16,6 +16,7 @@
 #include "genicam_string.h"
 #include "genicam_stringreg.h"
 #include "genicam_swissknife.h"
+#include "impl/element_view.h"
 
 #include <pugixml.hpp>
 
@@ -96,6 +97,31 @@ TEST_P(NodeClass, IsChosenByTheChildren) {
 }
 
 INSTANTIATE_TEST_SUITE_P(All, NodeClass, ::testing::ValuesIn(class_cases), case_name{});
+
+TEST(ElementNames, AreToldApartFromEverythingNearThem) {
+    using impl::tag;
+    using impl::tag_of;
+    const std::string_view names[] = {
+#define NAME(name) #name,
+        GENICAM_ELEMENT_NAMES(NAME)
+#undef NAME
+    };
+    ASSERT_EQ(std::size(names), impl::tag_count);
+    for (std::size_t i = 0; i < std::size(names); ++i) {
+        const tag own{static_cast<uint8_t>(i)};
+        const std::string name{names[i]};
+        EXPECT_EQ(tag_of(name), own) << name;
+        EXPECT_NE(tag_of(name + "x"), own) << name;
+        EXPECT_NE(tag_of(name.substr(1)), own) << name;
+        EXPECT_NE(tag_of(name.substr(0, name.size() - 1)), own) << name;
+        for (std::size_t at = 0; at < name.size(); ++at) {
+            std::string other = name;
+            other[at] = '_';
+            EXPECT_EQ(tag_of(other), tag::none) << other;
+        }
+    }
+    for (const char* unknown : {"", "x", "DisplayName", "ToolTip"}) EXPECT_EQ(tag_of(unknown), tag::none);
+}
 
 TEST(Build, ElementsWithoutAClassAreIgnoredWithoutAWord) {
     log_capture log;

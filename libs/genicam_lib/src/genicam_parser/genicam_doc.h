@@ -48,6 +48,7 @@ private:
     void create_node(pugi::xml_node element);
     template <class T>
     void add_node_object(const element_view& view);
+    [[nodiscard]] element_view view_of(pugi::xml_node element);
     void add_embedded_swissknifes(const element_view& view);
     void resolve_nodes();
 
@@ -61,6 +62,16 @@ private:
     std::vector<INode*> streamable_nodes;
     std::unordered_map<uint64_t, std::vector<IEval*>> event_nodes;
     closure_state closures_;
+
+    // While it is built: the views of the nodes, which both phases need, and the last one of a structure.
+    struct view_range {
+        pugi::xml_node element;
+        std::size_t begin;
+        std::size_t end;
+    };
+    std::vector<element_view::found> seen;
+    std::size_t view_begin = 0;    // of the view made last, in `seen`
+    std::vector<view_range> views; // as nodes
     std::optional<element_view> last_struct;
 };
 

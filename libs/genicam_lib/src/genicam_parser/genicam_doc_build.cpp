@@ -43,6 +43,7 @@ void genicam_doc::add_node_object(const element_view& view) {
     void* place = node_memory.allocate(sizeof(T), alignof(T));
     INode* node = std::construct_at(static_cast<T*>(place), *this, view)->as_inode();
     nodes.push_back(node);
+    views.push_back({view.element(), view_begin, seen.size()});
     if (!node_by_name.insert(node->get_name(), node)) {
         log(level_fault,
             "Failed to insert element '{}' in lookup-map because an element with the same name is already registered.",
@@ -53,14 +54,20 @@ void genicam_doc::add_node_object(const element_view& view) {
 
 void genicam_doc::add_embedded_swissknifes(const element_view& view) {
     view.for_each(tag::IntSwissKnife,
-                  [&](pugi::xml_node element) { add_node_object<int_swissknife_type>(element_view{element}); });
+                  [&](pugi::xml_node element) { add_node_object<int_swissknife_type>(view_of(element)); });
+}
+
+// For add_node_object, which must follow before the next.
+element_view genicam_doc::view_of(pugi::xml_node element) {
+    view_begin = seen.size();
+    return element_view{element, seen};
 }
 
 // The first rule that fits wins. What fits none is no node and no fault.
 void genicam_doc::create_node(pugi::xml_node element) {
     const tag kind = tag_of(element.name());
     if (kind == tag::none) return;
-    const element_view view{element};
+    const element_view view = view_of(element);
     switch (kind) {
     case tag::IntConverter:
         return add_node_object<int_converter_type>(view);
@@ -154,8 +161,10 @@ void genicam_doc::create_nodes() {
 }
 
 void genicam_doc::resolve_nodes() {
-    for (INode* node : nodes) {
-        node->as_eval()->resolve_references();
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        INode* const node = nodes[i];
+        const auto& [element, begin, end] = views[i];
+        node->as_eval()->resolve_references(element_view{element, std::span{seen}.subspan(begin, end - begin)});
         if (node->is_streamable()) streamable_nodes.push_back(node);
     }
 }
@@ -165,10 +174,13 @@ void genicam_doc::build() {
     std::size_t expected = 128;
     for (pugi::xml_node at = xml.document_element().first_child(); at; at = at.next_sibling()) ++expected;
     nodes.reserve(expected);
+    views.reserve(expected);
     node_by_name.reserve(expected);
     create_nodes();
     resolve_nodes();
     last_struct.reset();
+    decltype(seen){}.swap(seen); // gives the memory back
+    decltype(views){}.swap(views);
 }
 
 const element_view& genicam_doc::struct_view(pugi::xml_node struct_reg) {

@@ -13,7 +13,7 @@ public:
     void do_resolve_references(document_services&, const element_view&) override {}
     // A camera has a thousand entries, and few have links.
     void resolve_if_linked() {
-        if (has_common_links) resolve_references();
+        if (has_common_links) resolve_references(element_view{xml});
     }
     [[nodiscard]] int64_t get_value() const noexcept override { return value; }
     [[nodiscard]] std::size_t get_index() const noexcept override { return index; }

@@ -22,8 +22,8 @@ class IEval {
 public:
     virtual ~IEval() = default;
     [[nodiscard]] virtual INode* as_inode() noexcept = 0;
-    // Called once, when all nodes exist.
-    virtual void resolve_references() = 0;
+    // Called once, when all nodes exist, with the view of the node's own element.
+    virtual void resolve_references(const impl::element_view& view) = 0;
     // Everything in the event closure: first all caches are dropped, then all callbacks run.
     virtual void invalidate() = 0;
     virtual void build_event_closure() = 0;

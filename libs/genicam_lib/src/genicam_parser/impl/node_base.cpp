@@ -50,8 +50,7 @@ void node_base_data::read_extensions(const element_view& view) {
     extensions = {entries, count};
 }
 
-void node_base_data::resolve_references() {
-    const element_view view{xml};
+void node_base_data::resolve_references(const element_view& view) {
     is_implemented_node = resolve_state_link("pIsImplemented", view[tag::pIsImplemented]);
     is_available_node = resolve_state_link("pIsAvailable", view[tag::pIsAvailable]);
     is_locked_node = resolve_state_link("pIsLocked", view[tag::pIsLocked]);

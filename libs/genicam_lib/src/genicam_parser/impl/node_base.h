@@ -16,7 +16,7 @@ class node_base_data : public IEval {
 public:
     node_base_data(document_services& services_, const element_view& view);
 
-    void resolve_references() final;
+    void resolve_references(const element_view& view) final;
     void invalidate() final;
     void build_event_closure() final;
     void on_invalidate() override {}

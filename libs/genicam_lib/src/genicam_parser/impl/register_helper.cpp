@@ -5,6 +5,8 @@
 #include "text_values.h"
 #include "xml_readers.h"
 
+#include <bit>
+#include <cstring>
 #include <limits>
 
 namespace GenICam::impl {
@@ -154,7 +156,12 @@ void register_const_address_eval::resolve_references_len(node_base_data& owner, 
 
 int64_t decode_integer(std::span<const std::byte> data, Endianess_t order, bool is_signed) noexcept {
     uint64_t raw = 0;
-    if (order == Endianess_t::BigEndian) {
+    if (data.size() == sizeof(uint32_t)) { // nearly every register
+        uint32_t word;
+        std::memcpy(&word, data.data(), sizeof(word));
+        const bool is_native = (order == Endianess_t::BigEndian) == (std::endian::native == std::endian::big);
+        raw = is_native ? word : std::byteswap(word);
+    } else if (order == Endianess_t::BigEndian) {
         for (const std::byte b : data) raw = raw << 8 | std::to_integer<uint64_t>(b);
     } else {
         for (std::size_t i = 0; i < data.size(); ++i) raw |= std::to_integer<uint64_t>(data[i]) << (8 * i);

@@ -74,7 +74,7 @@ const text_token& tokenizer::peek() {
         return current;
     }
     for (const std::string_view pair : pairs) {
-        if (!rest.starts_with(pair)) continue;
+        if (rest.size() < 2 || rest[0] != pair[0] || rest[1] != pair[1]) continue;
         current.what = text_token::kind::symbol;
         current.symbol = symbol_of(pair[0], pair[1]);
         current.view = rest.substr(0, 2);
