@@ -131,13 +131,3 @@ TEST(StreamInput, TooLongAPacketGivesOnlyItsShare) {
 }
 
 // The stream is known by its socket: a camera may send from another of its addresses or ports.
-TEST(StreamInput, TheSendersAddressDoesNotMatter) {
-    const auto bench = running_bench();
-    ASSERT_TRUE(bench);
-    auto other = gige::udp_socket::open({loopback + 2, 0});
-    ASSERT_TRUE(other);
-    for (uint16_t block = 1; block <= 6; ++block) {
-        bench->cam.send_frame(block, block % 2 == 0 ? &*other : nullptr);
-        ASSERT_NO_FATAL_FAILURE(expect_next(*bench, block));
-    }
-}
