@@ -26,7 +26,7 @@ struct camera_traits {
     bool can_resend = true;
     bool free_running = false;
     uint32_t pause_us = 300; // between frames
-    double frame_rate = 1000;
+    double frame_rate = 1;   // what the document says: a low one makes a receiver patient with a busy machine
 };
 
 class camera {

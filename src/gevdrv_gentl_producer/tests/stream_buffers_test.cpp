@@ -134,7 +134,7 @@ TEST(StreamBuffers, SkippedFramesAreRecoveredOrCountedAsLoss) {
 
 TEST(StreamBuffers, IncompleteFramesAreDeliveredOrDroppedAsSet) {
     for (const bool drop : {false, true}) {
-        bench_of_five b{{.loss = 1000}}; // answers never arrive
+        bench_of_five b{{.loss = 1000, .frame_rate = 20}}; // answers never arrive
         b.queue(0);
         b.bench->settings().set_flag(gds_producer::settings_block::drop_incomplete_frames, drop);
         ASSERT_TRUE(b.bench->start());
