@@ -34,7 +34,7 @@ constexpr int most_rounds = 16; // of reads before other work gets its turn
 // before it interrupts: one read of many costs far less than as many wakes. It delays a frame's end by that at most,
 // and the socket's buffer holds it many times over.
 constexpr auto gathering_time = 200us;
-constexpr size_t little = 32 << 10; // bytes
+constexpr size_t little = 16 << 10; // bytes
 constexpr size_t test_buffer_size = 32000;
 constexpr auto test_wait = 3'000'000ns;
 constexpr auto test_poll = 750us;
