@@ -9,12 +9,13 @@
 // Everything is a function of the datagrams and the times handed in. Nothing allocates after setup.
 #include "gvsp_recv_resend.h"
 
+#include "frame_copy.h"
+
 #include <gds_helper/log.h>
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 namespace gev::streamchannel::impl {
@@ -204,7 +205,7 @@ void gvsp_recv_resend::copy_payload(block& current, uint32_t packet_id,
     const uint64_t offset = (uint64_t{packet_id} - 1) * per_packet;
     if (offset > current.context.size) return;
     const uint64_t count = std::min({payload.data_size, per_packet, current.context.size - offset});
-    if (count != 0) std::memcpy(current.context.data + offset, payload.data, count);
+    copy_to_frame(current.context.data + offset, payload.data, count, current.context.size);
     current.received_bytes += count;
     current.filled_size = std::max(current.filled_size, offset + count);
 }
@@ -428,6 +429,7 @@ void gvsp_recv_resend::end_block(int64_t t, block& ended, bool flushed) {
     info.flags = (complete ? 0 : frame_flags::incomplete) | (extended ? frame_flags::extended_ids : 0) |
                  (ended.has_chunk ? frame_flags::has_chunk : 0) | (flushed ? frame_flags::flushed : 0);
     info.chunk_layout_id = ended.chunk_layout_id;
+    finish_copies();
     functions.deliver(info, stats);
     ended.ended = true;
 }

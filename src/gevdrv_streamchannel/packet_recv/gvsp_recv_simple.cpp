@@ -1,10 +1,11 @@
 #include "gvsp_recv_simple.h"
 
+#include "frame_copy.h"
+
 #include <gds_helper/log.h>
 
 #include <algorithm>
 #include <bit>
-#include <cstring>
 
 namespace gev::streamchannel::impl {
 
@@ -86,7 +87,7 @@ void gvsp_recv_simple::copy_payload(block& current, uint32_t packet_id,
     const uint64_t offset = (uint64_t{packet_id} - 1) * per_packet;
     if (offset > current.context.size) return;
     const uint64_t count = std::min({payload.data_size, per_packet, current.context.size - offset});
-    if (count != 0) std::memcpy(current.context.data + offset, payload.data, count);
+    copy_to_frame(current.context.data + offset, payload.data, count, current.context.size);
     current.filled_size = std::max(current.filled_size, offset + count);
 }
 
@@ -149,6 +150,7 @@ void gvsp_recv_simple::end_block(block& ended, uint64_t now, bool flushed) {
                  (ended.has_chunk ? frame_flags::has_chunk : 0) | (flushed ? frame_flags::flushed : 0);
     info.chunk_layout_id = ended.chunk_layout_id;
     ended.context = {};
+    finish_copies();
     functions.deliver(info, stats);
 }
 
