@@ -28,17 +28,13 @@ public:
 
     // The number of buffers filled; 0 with no error when nothing waits.
     [[nodiscard]] size_t read(std::error_code& error) noexcept;
-    // The datagrams of the last read, in order of arrival. Those to come are fetched ahead: the kernel's copy leaves
-    // them out of the near caches, and a header that has to be waited for costs more than all else that is done with
-    // it.
+    // The datagrams of the last read, in order of arrival.
     template <class Handler>
     void for_each(size_t count, Handler&& handler) {
         for (size_t i = 0; i < count; ++i) {
             std::span<const std::byte> rest = filled(i);
             const size_t segment = segment_size(i);
-            if (i + 1 < count) fetch_ahead(filled(i + 1).data());
             while (segment != 0 && rest.size() > segment) {
-                if (rest.size() > fetch_distance * segment) fetch_ahead(rest.data() + fetch_distance * segment);
                 handler(rest.first(segment));
                 rest = rest.subspan(segment);
             }
@@ -49,11 +45,6 @@ public:
     [[nodiscard]] bool coalesces() const noexcept { return coalescing; }
 
 private:
-    static constexpr size_t fetch_distance = 3; // datagrams
-    static void fetch_ahead(const std::byte* header) noexcept {
-        __builtin_prefetch(header);
-        __builtin_prefetch(header + 64);
-    }
     [[nodiscard]] std::span<const std::byte> filled(size_t index) const noexcept;
     // 0 for a datagram that came alone.
     [[nodiscard]] size_t segment_size(size_t index) const noexcept;
