@@ -15,6 +15,8 @@ struct stream_case {
     int packet_size; // expected; 0: not looked at
 };
 
+void PrintTo(const stream_case& given, std::ostream* out) { *out << given.name; }
+
 class Grab : public testing::TestWithParam<stream_case> {};
 
 } // namespace

@@ -62,4 +62,15 @@ void finish_copies() noexcept {
 #endif
 }
 
+placed_bytes place_payload(const frame_context& frame, const block_geometry& geometry, uint32_t packet_id,
+                           const gvsp_parsed_packet::payload_body& payload) noexcept {
+    if (frame.size == 0 || packet_id == 0) return {};
+    const uint64_t per_packet = geometry.payload_per_packet;
+    const uint64_t offset = (uint64_t{packet_id} - 1) * per_packet;
+    if (offset > frame.size) return {};
+    const uint64_t count = std::min({payload.data_size, per_packet, frame.size - offset});
+    copy_to_frame(frame.data + offset, payload.data, count, frame.size);
+    return {count, offset + count};
+}
+
 } // namespace gev::streamchannel::impl

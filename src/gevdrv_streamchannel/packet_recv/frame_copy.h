@@ -1,6 +1,9 @@
 // The one copy of a picture's bytes: from the datagram to their place in the frame.
 #pragma once
 
+#include "gvsp_packet.h"
+#include "gvsp_recv_interface.h"
+
 #include <cstddef>
 
 namespace gev::streamchannel::impl {
@@ -12,5 +15,13 @@ inline constexpr size_t large_frame = 1 << 20;
 // Any alignment and count. Bytes of a large frame are another thread's to read only after finish_copies().
 void copy_to_frame(std::byte* to, const std::byte* from, size_t count, size_t frame_size) noexcept;
 void finish_copies() noexcept;
+
+// Puts a payload packet where its id says, cut to its share and to the frame. What was written, both 0 for nothing.
+struct placed_bytes {
+    uint64_t count = 0;
+    uint64_t end = 0; // position in the frame behind the last one
+};
+[[nodiscard]] placed_bytes place_payload(const frame_context& frame, const block_geometry& geometry, uint32_t packet_id,
+                                         const gvsp_parsed_packet::payload_body& payload) noexcept;
 
 } // namespace gev::streamchannel::impl

@@ -200,14 +200,9 @@ void gvsp_recv_resend::mark_received(int64_t t, block& current, uint32_t packet_
 
 void gvsp_recv_resend::copy_payload(block& current, uint32_t packet_id,
                                     const gvsp_parsed_packet::payload_body& payload) {
-    if (current.context.size == 0 || packet_id == 0) return;
-    const uint64_t per_packet = current.geometry.payload_per_packet;
-    const uint64_t offset = (uint64_t{packet_id} - 1) * per_packet;
-    if (offset > current.context.size) return;
-    const uint64_t count = std::min({payload.data_size, per_packet, current.context.size - offset});
-    copy_to_frame(current.context.data + offset, payload.data, count, current.context.size);
-    current.received_bytes += count;
-    current.filled_size = std::max(current.filled_size, offset + count);
+    const placed_bytes placed = place_payload(current.context, current.geometry, packet_id, payload);
+    current.received_bytes += placed.count;
+    current.filled_size = std::max(current.filled_size, placed.end);
 }
 
 // The first packet behind a gap notices it; what arrives behind an open range later is no new highest packet.

@@ -82,13 +82,8 @@ bool gvsp_recv_simple::mark_received(block& current, uint32_t packet_id) noexcep
 
 void gvsp_recv_simple::copy_payload(block& current, uint32_t packet_id,
                                     const gvsp_parsed_packet::payload_body& payload) {
-    if (current.context.size == 0 || packet_id == 0) return;
-    const uint64_t per_packet = current.geometry.payload_per_packet;
-    const uint64_t offset = (uint64_t{packet_id} - 1) * per_packet;
-    if (offset > current.context.size) return;
-    const uint64_t count = std::min({payload.data_size, per_packet, current.context.size - offset});
-    copy_to_frame(current.context.data + offset, payload.data, count, current.context.size);
-    current.filled_size = std::max(current.filled_size, offset + count);
+    const placed_bytes placed = place_payload(current.context, current.geometry, packet_id, payload);
+    current.filled_size = std::max(current.filled_size, placed.end);
 }
 
 gvsp_recv_simple::block& gvsp_recv_simple::create_new_block(uint64_t now, uint64_t block_id, uint64_t frame_id) {
