@@ -30,9 +30,9 @@ constexpr int socket_receive_buffer = 0xA00000;
 constexpr size_t receive_buffers = 64;
 constexpr size_t buffer_margin = 100;
 constexpr int most_rounds = 16; // of reads before other work gets its turn
-// In the middle of a frame a read that brought little is followed by a pause, as a network card gathers datagrams
-// before it interrupts: one read of many costs far less than as many wakes. It delays a frame's end by that at most,
-// and the socket's buffer holds it many times over.
+// A read that brought little is followed by a pause, as a network card gathers datagrams before it interrupts: one read
+// of many costs far less than as many wakes. It delays a frame's end by that at most, and the socket's buffer holds it
+// many times over.
 constexpr auto gathering_time = 200us;
 constexpr size_t little = 16 << 10; // bytes
 constexpr size_t test_buffer_size = 32000;
@@ -206,7 +206,7 @@ void stream_asio_thread::receive_batch() {
         });
         if (wait > 0) arm_timer(wait);
         if (count == receive_buffers) continue;
-        if (wait <= 0 || bytes >= little) break;
+        if (bytes >= little) break;
         std::this_thread::sleep_for(gathering_time);
     }
     wait_for_datagrams();
