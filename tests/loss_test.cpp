@@ -100,8 +100,6 @@ TEST_P(Loss, WhatCanBeMendedIsAndBothSidesCountAlike) {
     const nlohmann::json counted = end_and_count(own.camera(0));
     SCOPED_TRACE(counted.dump());
     const auto count = [&](const char* name) { return counted.value(name, uint64_t{0}); };
-    if (std::getenv("ORV_SHOW") != nullptr)
-        std::fprintf(stderr, "%lu+%lu %s\n", complete, incomplete, counted.dump().c_str());
     EXPECT_EQ(count("frames_sent"), given.frames);
     EXPECT_GT(count(given.at_work), 0U) << "nothing went wrong that the test could look at";
     EXPECT_EQ(asked_for, count("resend_packets_requested"));

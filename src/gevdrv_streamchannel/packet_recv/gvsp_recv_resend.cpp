@@ -158,10 +158,14 @@ bool gvsp_recv_resend::receive_packet(uint64_t now, std::span<const std::byte> d
     case gvsp_packet_kind::leader:
         last_leader = current->leader = packet.leader;
         break;
-    case gvsp_packet_kind::payload:
-        copy_payload(*current, packet.packet_id, packet.payload);
+    case gvsp_packet_kind::payload: {
+        const placed_bytes placed =
+            place_payload(current->context, current->geometry, packet.packet_id, packet.payload);
+        current->received_bytes += placed.count;
+        current->filled_size = std::max(current->filled_size, placed.end);
         check_gap(t, *current, packet.packet_id);
         break;
+    }
     case gvsp_packet_kind::trailer:
         if (packet.trailer.chunk_data_payload_length != 0) current->has_chunk = true;
         current->chunk_layout_id = packet.trailer.chunk_layout_id;
@@ -196,13 +200,6 @@ void gvsp_recv_resend::mark_received(int64_t t, block& current, uint32_t packet_
     if (current.end_deadline == never) return;
     current.end_deadline = t + end_timeout(t, current);
     current.next_timer = std::min(current.next_timer, current.end_deadline);
-}
-
-void gvsp_recv_resend::copy_payload(block& current, uint32_t packet_id,
-                                    const gvsp_parsed_packet::payload_body& payload) {
-    const placed_bytes placed = place_payload(current.context, current.geometry, packet_id, payload);
-    current.received_bytes += placed.count;
-    current.filled_size = std::max(current.filled_size, placed.end);
 }
 
 // The first packet behind a gap notices it; what arrives behind an open range later is no new highest packet.

@@ -86,7 +86,6 @@ private:
     void end_block(int64_t t, block& ended, bool flushed);
 
     void mark_received(int64_t t, block& current, uint32_t packet_id) noexcept;
-    static void copy_payload(block& current, uint32_t packet_id, const gvsp_parsed_packet::payload_body& payload);
     void check_gap(int64_t t, block& current, uint32_t packet_id);
 
     int64_t add_resend_entry(int64_t t, block& current, int64_t delay, uint32_t first, uint32_t last);

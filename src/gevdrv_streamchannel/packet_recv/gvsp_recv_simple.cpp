@@ -61,9 +61,12 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
         current->chunk_layout_id = packet.trailer.chunk_layout_id;
         current->has_chunk = packet.trailer.chunk_data_payload_length != 0;
         break;
-    case gvsp_packet_kind::payload:
-        copy_payload(*current, packet.packet_id, packet.payload);
+    case gvsp_packet_kind::payload: {
+        const placed_bytes placed =
+            place_payload(current->context, current->geometry, packet.packet_id, packet.payload);
+        current->filled_size = std::max(current->filled_size, placed.end);
         break;
+    }
     default:
         break;
     }
@@ -78,12 +81,6 @@ bool gvsp_recv_simple::mark_received(block& current, uint32_t packet_id) noexcep
     if ((word & bit) != 0) return false;
     word |= bit;
     return true;
-}
-
-void gvsp_recv_simple::copy_payload(block& current, uint32_t packet_id,
-                                    const gvsp_parsed_packet::payload_body& payload) {
-    const placed_bytes placed = place_payload(current.context, current.geometry, packet_id, payload);
-    current.filled_size = std::max(current.filled_size, placed.end);
 }
 
 gvsp_recv_simple::block& gvsp_recv_simple::create_new_block(uint64_t now, uint64_t block_id, uint64_t frame_id) {

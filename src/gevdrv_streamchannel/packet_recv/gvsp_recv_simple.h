@@ -42,7 +42,6 @@ private:
     block& create_new_block(uint64_t now, uint64_t block_id, uint64_t frame_id);
     void end_block(block& ended, uint64_t now, bool flushed);
     static bool mark_received(block& current, uint32_t packet_id) noexcept;
-    static void copy_payload(block& current, uint32_t packet_id, const gvsp_parsed_packet::payload_body& payload);
 
     const stream_functions& functions;
     std::array<block, 4> blocks;

@@ -42,8 +42,6 @@ public:
         }
     }
 
-    [[nodiscard]] bool coalesces() const noexcept { return coalescing; }
-
 private:
     [[nodiscard]] std::span<const std::byte> filled(size_t index) const noexcept;
     // 0 for a datagram that came alone.
