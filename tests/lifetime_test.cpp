@@ -113,9 +113,9 @@ TEST(Lifetime, AProcessEndsWhateverIsOpenAndWhoeverCloses) {
     for (const std::string open : {"nothing", "system", "stream"}) {
         for (const std::string closer : {"early handler", "late handler", "global", "nobody", "unloading"}) {
             SCOPED_TRACE(open + " open, closed by " + closer);
-            bench::process consumer{{std::string{ORV_BIN_DIR} + "/../tests/exit_consumer", ORV_CTI,
-                                     test_bench::serial(0), open, closer},
-                                    own.folder() / (open + closer)};
+            bench::process consumer{
+                {std::string{ORV_BIN_DIR} + "/../tests/exit_consumer", ORV_CTI, test_bench::serial(0), open, closer},
+                own.folder() / (open + closer)};
             const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds{20};
             while (consumer.running() && std::chrono::steady_clock::now() < deadline) usleep(10000);
             if (consumer.running()) {

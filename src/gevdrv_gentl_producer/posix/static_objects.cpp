@@ -1,8 +1,8 @@
 // The library's static objects are destroyed when it is unloaded, and only then.
 //
 // Registered with the C library as usual, their destructors would run in the midst of a process's exit handlers: before
-// those of a consumer who registered his first and closes the library there, and under threads that still stream when he
-// closes nothing at all. So the linker hands all registrations of this library over (--wrap=__cxa_atexit), those of
+// those of a consumer who registered his first and closes the library there, and under threads that still stream when
+// he closes nothing at all. So the linker hands all registrations of this library over (--wrap=__cxa_atexit), those of
 // third parties' code in it included. What is kept here runs with the library's own termination function: at dlclose,
 // or as the last of all things at the end of the process. While the library is in use even then, nothing is destroyed;
 // the process gives everything back in the next moment.

@@ -13,10 +13,7 @@
 
 namespace GenTL::Producer {
 
-class DeviceImpl : public virtual IDevice,
-                   public VirtualPortImpl,
-                   public EventSourceImpl,
-                   private Util::TrackedObject {
+class DeviceImpl : public virtual IDevice, public VirtualPortImpl, public EventSourceImpl, private Util::TrackedObject {
 public:
     ~DeviceImpl() override;
 

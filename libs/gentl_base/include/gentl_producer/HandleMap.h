@@ -66,8 +66,8 @@ template <class T>
 
 inline void remove_handle(const IHandleTarget* target) { handle_map().remove(handle_value(target)); }
 
-// The modules above an object that is being called, nearest first: the object uses them by plain reference, so they must
-// not go before it. Nobody but a call holds them this way: parents own their children, never the other way round.
+// The modules above an object that is being called, nearest first: the object uses them by plain reference, so they
+// must not go before it. Nobody but a call holds them this way: parents own their children, never the other way round.
 class held_parents final {
 public:
     held_parents() = default;

@@ -55,7 +55,7 @@ private:
     const InterfaceInfo interface_data;
     ISystem& system;
     const std::weak_ptr<IHandleTarget> above; // the system
-    std::mutex device_list_mutex; // guards devices
+    std::mutex device_list_mutex;             // guards devices
     std::vector<DeviceInfo> devices;
     std::mutex open_mutex; // guards open_devices; taken before device_list_mutex
     std::map<std::string, std::shared_ptr<IDevice>> open_devices;

@@ -74,7 +74,8 @@ bool is_exclusive_open() {
 
 bool tolerate_few_buffers() noexcept { return tolerate_few_buffers_value; }
 
-// A call announces itself before it looks, the end is announced before the calls are counted: one of both sees the other.
+// A call announces itself before it looks, the end is announced before the calls are counted: one of both sees the
+// other.
 call_in_progress::call_in_progress() noexcept : allowed((++calls_in_progress, !has_ended)) {}
 call_in_progress::~call_in_progress() { --calls_in_progress; }
 

@@ -127,7 +127,7 @@ private:
         : mapped(region), owned_name(std::move(name)) {}
 
     std::span<std::byte> mapped;
-    std::string owned_name;  // empty: opened, or the name is gone
+    std::string owned_name; // empty: opened, or the name is gone
 };
 
 // Counting semaphore under a name. Failures throw std::system_error.
@@ -143,6 +143,8 @@ public:
     ~named_semaphore();
 
     void wait();
+    // Takes one if there is one; never waits.
+    [[nodiscard]] bool try_wait() noexcept;
     // A count that can't grow any more is no error: whoever waits wakes up all the same.
     void post(unsigned count) noexcept;
     void release_name() noexcept;

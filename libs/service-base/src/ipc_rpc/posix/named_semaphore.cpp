@@ -39,6 +39,10 @@ void named_semaphore::wait() {
     }
 }
 
+bool named_semaphore::try_wait() noexcept {
+    return retry_interrupted([&] { return sem_trywait(static_cast<sem_t*>(handle)); }) == 0;
+}
+
 void named_semaphore::post(unsigned count) noexcept {
     for (; count != 0; --count) sem_post(static_cast<sem_t*>(handle));
 }
