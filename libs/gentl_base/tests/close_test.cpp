@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <future>
@@ -52,6 +53,46 @@ TEST(Close, ACallUnderWayKeepsItsModulesWhileStreamsStopAtOnce) {
         EXPECT_TRUE(modules.back().expired()) << "nothing holds what is closed once the call is over";
         EXPECT_EQ(stops, 1);
     }
+    EXPECT_EQ(HandleMapCount(), 0);
+    EXPECT_EQ(ObjectTrackerCount(), 0);
+}
+
+// For the sanitizers above all: whatever is freed too early is touched by somebody.
+TEST(Close, AnyCallBesideAnyCloseIsSafe) {
+    installed_factory();
+    std::array<std::atomic<void*>, 4> handles{}; // system, interface, device, stream: of the moment or just closed
+    std::atomic<bool> quit{false};
+    const auto ask = [&] {
+        while (!quit) {
+            INFO_DATATYPE type = 0;
+            std::array<char, 64> answer{};
+            size_t size = answer.size();
+            void* parent = nullptr;
+            BUFFER_HANDLE buffer = nullptr;
+            DSGetInfo(handles[3], STREAM_INFO_TLTYPE, &type, answer.data(), &size);
+            DSAllocAndAnnounceBuffer(handles[3], 64, nullptr, &buffer);
+            DSStartAcquisition(handles[3], 0, 1);
+            GCGetPortURL(handles[2], answer.data(), &(size = answer.size()));
+            DSGetParentDev(handles[3], &parent);
+            GCRegisterEvent(handles[2], EVENT_ERROR, &parent);
+            IFUpdateDeviceList(handles[1], nullptr, 0);
+            DSClose(handles[3]);
+            DevClose(handles[2]);
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i) threads.emplace_back(ask);
+    for (int round = 0; round < 300; ++round) {
+        const open_chain chain;
+        void* const open[] = {chain.tl, chain.iface, chain.dev, chain.ds};
+        for (size_t i = 0; i < handles.size(); ++i) handles[i] = open[i];
+        chain.announce(3);
+        if (round % 4 == 1) DevClose(chain.dev);
+        if (round % 4 == 2) IFClose(chain.iface);
+        if (round % 4 == 3) TLClose(chain.tl);
+    }
+    quit = true;
+    for (auto& thread : threads) thread.join();
     EXPECT_EQ(HandleMapCount(), 0);
     EXPECT_EQ(ObjectTrackerCount(), 0);
 }
