@@ -30,6 +30,8 @@ public:
     [[nodiscard]] std::string id() const override { return device_data.id; }
     [[nodiscard]] IInterface& parent_interface() override { return interface; }
     Error OnDataStreamClosed(IDataStream* closed) override;
+    // Tells it to the waiters of the error event. Any thread.
+    void fire_error(const Error& error);
 
 protected:
     DeviceImpl(IInterface& parent, DeviceInfo device_info, DEVICE_ACCESS_FLAGS flags);
