@@ -1,12 +1,19 @@
 find_package(GTest REQUIRED)
 include(GoogleTest)
 
+# Seconds for one case. The longest takes 15 s with every core busy; sanitizers slow it down several times.
+set(ORV_TEST_TIMEOUT 60)
+if(ORV_SANITIZE)
+  set(ORV_TEST_TIMEOUT 240)
+endif()
+
 # orv_add_test(NAME name SOURCES a.cpp ... [LIBS target ...] [TIMEOUT seconds] [PROPERTIES ...])
-# One executable of GoogleTest cases, each its own CTest entry.
+# One executable of GoogleTest cases, each its own CTest entry. A parameterised case is named by its name function, as
+# GoogleTest names it, and not by its printed value, which may hold addresses.
 function(orv_add_test)
   cmake_parse_arguments(arg "" "NAME;TIMEOUT" "SOURCES;LIBS;PROPERTIES" ${ARGN})
   if(NOT arg_TIMEOUT)
-    set(arg_TIMEOUT 120)
+    set(arg_TIMEOUT ${ORV_TEST_TIMEOUT})
   endif()
   add_executable(${arg_NAME} ${arg_SOURCES})
   target_link_libraries(${arg_NAME} PRIVATE ${arg_LIBS} orv::build_options GTest::gmock GTest::gtest_main)
@@ -14,5 +21,5 @@ function(orv_add_test)
   if(ORV_SANITIZE MATCHES "thread")
     list(APPEND arg_PROPERTIES ENVIRONMENT "TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/cmake/tsan.supp")
   endif()
-  gtest_discover_tests(${arg_NAME} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT ${arg_TIMEOUT} ${arg_PROPERTIES})
+  gtest_discover_tests(${arg_NAME} DISCOVERY_TIMEOUT 60 NO_PRETTY_VALUES PROPERTIES TIMEOUT ${arg_TIMEOUT} ${arg_PROPERTIES})
 endfunction()

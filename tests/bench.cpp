@@ -85,7 +85,8 @@ bool process::running() {
 
 int process::wait() {
     // Bounded, so that a hang is a failure with a name instead of the test runner's.
-    if (!wait_until([&] { return !running(); }, 120s)) {
+    constexpr auto longest = sizeof ORV_SANITIZED > 1 ? 200s : 50s;
+    if (!wait_until([&] { return !running(); }, longest)) {
         ADD_FAILURE() << "process " << child << " hangs";
         kill(child, SIGKILL);
         wait_until([&] { return !running(); });

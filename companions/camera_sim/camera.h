@@ -34,7 +34,11 @@ struct fault_options {
     uint64_t reboot_after = 0;  // frames, 0 never
     uint64_t silence_after = 0; // frames, 0 never
     uint32_t silence_ms = 0;    // 0: for good
+    uint64_t deaf_after = 0;    // frames, 0 never: control requests stay unanswered for good, the stream goes on
 };
+
+// What becomes of a packet size that is no multiple of the step.
+enum class size_rounding { none, down, up };
 
 struct camera_options {
     uint32_t address = 0x7F000001; // host order; must be an address of this host
@@ -51,11 +55,13 @@ struct camera_options {
     uint32_t pixel_format = 0x01080001; // any PFNC value
     double frame_rate = 30;
     uint32_t packet_size = 1500;      // with IP and UDP headers, until the consumer sets another
-    uint32_t max_packet_size = 16000; // what the register accepts
-    uint32_t mtu = 65535;             // larger datagrams vanish when they must not be fragmented
-    double pacing = 0.5;              // part of the frame period over which a frame's packets are spread, 0 at once
-    bool segmentation = false;        // let the kernel cut the datagrams (UDP_SEGMENT)
-    bool extended_ids = false;        // 64-bit block ids from the start
+    uint32_t max_packet_size = 16000; // what the register accepts, a multiple of the step or not
+    uint32_t packet_size_step = 4;
+    size_rounding packet_size_rounding = size_rounding::down;
+    uint32_t mtu = 65535;      // larger datagrams vanish when they must not be fragmented
+    double pacing = 0.5;       // part of the frame period over which a frame's packets are spread, 0 at once
+    bool segmentation = false; // let the kernel cut the datagrams (UDP_SEGMENT)
+    bool extended_ids = false; // 64-bit block ids from the start
     bool resend = true;
     bool source_port = true; // stream source port register
     bool zipped_document = false;
@@ -63,6 +69,7 @@ struct camera_options {
     uint32_t chunk_payload_type = 5; // standard ids with chunks: 4 or 5
     uint32_t ring_frames = 16;       // past frames kept for resends
     uint32_t reboot_ms = 500;
+    uint64_t tick_frequency = 1'000'000'000; // of the timestamp, Hz
     uint32_t action_device_key = 0;
     fault_options faults;
 };
@@ -116,6 +123,7 @@ public:
     [[nodiscard]] std::string document() const; // the plain GenICam document
     void set_faults(const fault_options& faults);
     void set_silent(bool silent); // neither hears nor says anything
+    void set_deaf(bool deaf);     // hears no control request and misses none, the stream goes on
     void reboot();                // silence for reboot_ms, then the start-up state; persistent settings stay
     void send_event(uint16_t id, std::span<const std::byte> data);
     [[nodiscard]] uint32_t peek(uint32_t register_address) const; // 0 for an address without a register

@@ -11,6 +11,8 @@
 
 #include <cstdio>
 #include <fstream>
+#include <map>
+#include <string>
 
 namespace {
 
@@ -58,6 +60,13 @@ void declare(CLI::App& app, arguments& args) {
         ->capture_default_str()
         ->group(stream);
     app.add_option("--max-packet-size", camera.max_packet_size)->capture_default_str()->group(stream);
+    app.add_option("--packet-size-step", camera.packet_size_step)->capture_default_str()->group(stream);
+    app.add_option("--packet-size-rounding", camera.packet_size_rounding, "Of sizes between the steps: none, down, up")
+        ->transform(CLI::CheckedTransformer(
+            std::map<std::string, camera_sim::size_rounding>{{"none", camera_sim::size_rounding::none},
+                                                             {"down", camera_sim::size_rounding::down},
+                                                             {"up", camera_sim::size_rounding::up}}))
+        ->group(stream);
     app.add_option("--mtu", camera.mtu, "Unfragmentable datagrams larger than this vanish")
         ->capture_default_str()
         ->group(stream);
@@ -79,6 +88,9 @@ void declare(CLI::App& app, arguments& args) {
     app.add_flag("--zip", camera.zipped_document, "Serve the GenICam document zipped")->group(control);
     app.add_flag("--event-cmd", camera.plain_events, "Send EVENT instead of EVENTDATA")->group(control);
     app.add_option("--action-device-key", camera.action_device_key)->capture_default_str()->group(control);
+    app.add_option("--tick-frequency", camera.tick_frequency, "Of the timestamps, Hz")
+        ->capture_default_str()
+        ->group(control);
     app.add_option("--reboot-ms", camera.reboot_ms, "Silence of a reset")->capture_default_str()->group(control);
 
     const auto* wrong = "Faults (shares 0..1)";
@@ -107,6 +119,8 @@ void declare(CLI::App& app, arguments& args) {
     app.add_option("--reboot-after", faults.reboot_after, "Reset after this many frames")->group(wrong);
     app.add_option("--silence-after", faults.silence_after, "Fall silent after this many frames")->group(wrong);
     app.add_option("--silence-ms", faults.silence_ms, "How long; for good by default")->group(wrong);
+
+    app.add_option("--deaf-after", faults.deaf_after, "Answer no control request after this many frames")->group(wrong);
 
     const auto* running = "Running";
     app.add_option("--ready-fd", args.ready_fd, "Write the lines \"ready ADDRESS:PORT\" here, too")->group(running);

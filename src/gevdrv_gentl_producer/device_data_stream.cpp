@@ -72,6 +72,9 @@ Error device_data_stream::open_stream(const ipc_rpc::client_object_handle& chann
     gev::streamchannel::channel_start_params params;
     params.deliver = [this](const frame_info& info, const frame_receive_stats& stats) { deliver(info, stats); };
     params.get_frame = [this] { return next_frame(); };
+    params.reception_ended = [this](const std::string& reason) {
+        remote_device.fire_error({GC_ERR_IO, "Reception of the stream ended: {}", reason});
+    };
     params.payload_size = static_cast<uint32_t>(*payload);
     params.preferred_packet_size = static_cast<int32_t>(packet_size_chosen);
     if (remote_device.supports_resend()) {

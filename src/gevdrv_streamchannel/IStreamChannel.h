@@ -7,6 +7,7 @@
 #include <expected>
 #include <functional>
 #include <optional>
+#include <string>
 #include <system_error>
 
 namespace gev::streamchannel {
@@ -16,6 +17,8 @@ struct channel_start_params {
     std::function<frame_context()> get_frame;
     // Channel index, block id, first packet, last packet, extended ids. Empty: the device cannot resend.
     std::function<void(uint32_t, uint64_t, uint32_t, uint32_t, bool)> send_resend;
+    // On the receive thread, at most once: no frame will come any more, though nobody disconnected. May be empty.
+    std::function<void(const std::string& reason)> reception_ended;
     uint32_t payload_size = 0;         // bytes per frame
     uint32_t fixed_packet_size = 0;    // not 0: this size, untested
     int32_t preferred_packet_size = 0; // not 0: tried first

@@ -35,6 +35,7 @@ constexpr int most_rounds = 16; // of reads before other work gets its turn
 // many times over.
 constexpr auto gathering_time = 200us;
 constexpr size_t little = 16 << 10; // bytes
+constexpr auto error_pause = 1ms;   // so that an error that stays takes no processor
 constexpr size_t test_buffer_size = 32000;
 constexpr auto test_wait = 3'000'000ns;
 constexpr auto test_poll = 750us;
@@ -58,6 +59,7 @@ std::unique_ptr<gvsp_recv_interface> make_receiver(bool copy_packets, const stre
 
 stream_asio_thread::stream_asio_thread(create_params params)
     : functions(std::move(params.functions)),
+      reception_ended(std::move(params.reception_ended)),
       coalesce(params.coalesce),
       socket(io),
       timer(io),
@@ -157,21 +159,35 @@ void stream_asio_thread::thread_main(uint32_t packet_size) {
     gds_helper::set_thread_name(thread_name);
     if (!gds_helper::raise_thread_priority()) logger().debug("The receive thread runs at normal priority.");
     try {
-        reader = std::make_unique<posix::datagram_reader>(socket.native_handle(), receive_buffers,
-                                                          packet_size + buffer_margin, buffer_margin, coalesce);
-        wait_for_datagrams();
-        io.run();
+        receive_until_stopped(packet_size);
     } catch (const std::exception& failure) {
         logger().error("{}, failed due to {}", thread_name, failure.what());
+        end_reason = failure.what();
     }
     receiver->flush(now_us());
     dump_statistics(receiver->get_statistics());
     std::error_code ignored;
     socket.close(ignored);
     reader.reset();
-    const std::lock_guard guard{state_mutex};
-    thread_running = false;
-    state_changed.notify_all();
+    {
+        const std::lock_guard guard{state_mutex};
+        thread_running = false;
+        state_changed.notify_all();
+    }
+    if (!end_reason.empty() && reception_ended) reception_ended(end_reason);
+}
+
+void stream_asio_thread::receive_until_stopped(uint32_t packet_size) {
+    reader = std::make_unique<posix::datagram_reader>(socket.native_handle(), receive_buffers,
+                                                      packet_size + buffer_margin, buffer_margin, coalesce);
+    wait_for_datagrams();
+    io.run();
+}
+
+void stream_asio_thread::end_reception(std::string reason) {
+    logger().error("{}, failed due to {}", thread_name, reason);
+    end_reason = std::move(reason);
+    io.stop();
 }
 
 // For the operations that the receive thread starts again and again.
@@ -182,7 +198,8 @@ auto stream_asio_thread::keep_memory(Handler handler) {
 
 void stream_asio_thread::wait_for_datagrams() {
     socket.async_wait(asio::ip::udp::socket::wait_read, keep_memory([this](const std::error_code& error) {
-                          if (!error) receive_batch();
+                          if (!error) return receive_batch();
+                          if (error != asio::error::operation_aborted) end_reception(error.message());
                       }));
 }
 
@@ -190,12 +207,7 @@ void stream_asio_thread::receive_batch() {
     for (int round = 0; round < most_rounds; ++round) {
         std::error_code error;
         const size_t count = reader->read(error);
-        // An error that a camera's or a stranger's ICMP message left on the socket is none of the stream.
-        if (error && error != std::errc::connection_refused && error != std::errc::host_unreachable &&
-            error != std::errc::network_unreachable) {
-            logger().error("{}, failed due to {}", thread_name, error.message());
-            return;
-        }
+        if (error && !survives(error)) return end_reception(error.message());
         if (count == 0) break;
         const uint64_t now = now_us();
         int64_t wait = -1;
@@ -210,6 +222,18 @@ void stream_asio_thread::receive_batch() {
         std::this_thread::sleep_for(gathering_time);
     }
     wait_for_datagrams();
+}
+
+// An error says nothing about the datagrams behind it: a camera's or a stranger's ICMP message leaves one on the
+// socket, and memory that the kernel lacks now it has again later.
+bool stream_asio_thread::survives(const std::error_code& read_error) {
+    if (read_error == std::errc::bad_file_descriptor || read_error == std::errc::not_a_socket) return false;
+    if (read_error != last_read_error) {
+        logger().warn("{}, reading failed due to {}", thread_name, read_error.message());
+        last_read_error = read_error;
+    }
+    std::this_thread::sleep_for(error_pause);
+    return true;
 }
 
 // A deadline that moved away leaves the timer as it is: it strikes early, finds nothing due and is armed anew. So the

@@ -11,6 +11,7 @@
 #include <memory_resource>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <thread>
 
 namespace gev::streamchannel::posix {
@@ -25,6 +26,9 @@ public:
         bool copy_packets = false;
         bool coalesce = true;       // joined datagrams where the kernel has them; false measures the way without
         stream_functions functions; // without a resend sender the simple receiver serves
+        // On the receive thread, at most once and as the last thing it does: nothing will be received any more, though
+        // nobody called stop. May be empty.
+        std::function<void(const std::string& reason)> reception_ended;
     };
 
     explicit stream_asio_thread(create_params params);
@@ -48,22 +52,29 @@ public:
 
 private:
     void thread_main(uint32_t packet_size);
+    void receive_until_stopped(uint32_t packet_size);
     template <class Handler>
     [[nodiscard]] auto keep_memory(Handler handler);
     void wait_for_datagrams();
     void receive_batch();
+    // False when nothing can be read from the socket any more.
+    [[nodiscard]] bool survives(const std::error_code& read_error);
+    void end_reception(std::string reason);
     void arm_timer(int64_t wait_us);
     // Runs `work` on the receive thread and waits for it. False when the thread ended first or the time ran out.
     bool run_and_wait(std::function<void()> work, std::optional<std::chrono::milliseconds> limit = std::nullopt);
     void dump_statistics(const frame_receive_stats& stats) const;
 
     const stream_functions functions;
+    const std::function<void(const std::string&)> reception_ended;
     const bool coalesce;
     std::pmr::unsynchronized_pool_resource handler_memory; // so that waiting allocates nothing
     asio::io_context io;
     asio::ip::udp::socket socket;
     asio::steady_timer timer;
     std::optional<std::chrono::steady_clock::time_point> armed_for; // the receive thread's
+    std::error_code last_read_error;                                // the receive thread's
+    std::string end_reason;                                         // the receive thread's
     std::unique_ptr<gvsp_recv_interface> receiver;                  // the receive thread's while it runs
     std::unique_ptr<posix::datagram_reader> reader;
     std::thread thread;

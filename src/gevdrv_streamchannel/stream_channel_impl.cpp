@@ -55,20 +55,30 @@ std::error_code stream_channel_impl::connect(const channel_start_params& params)
     }
     // The socket must exist before the camera is told where to send, and the packet size test needs the registers.
     const asio::ip::udp::endpoint remote = stream_source();
-    auto opening = std::make_shared<impl::stream_asio_thread>(
-        impl::stream_asio_thread::create_params{.functions = std::move(functions)});
+    auto opening = std::make_shared<impl::stream_asio_thread>(impl::stream_asio_thread::create_params{
+        .functions = std::move(functions), .reception_ended = params.reception_ended});
     const auto local = opening->open_stream_socket(asio::ip::address_v4{local_address}, remote);
     if (!local) return local.error();
     if (const std::error_code error = setup_scp(*local)) return error;
-    const auto chosen = choose_packet_size(*opening, params);
+    if (const std::error_code error = choose_size_and_start(*opening, *local, remote, params)) {
+        close_scp(); // the camera would send to a port that nobody has any more, or somebody else
+        return error;
+    }
+    thread = gds_helper::process_local<impl::stream_channel_thread_itf>{std::move(opening)};
+    return {};
+}
+
+std::error_code stream_channel_impl::choose_size_and_start(impl::stream_channel_thread_itf& opening,
+                                                           const asio::ip::udp::endpoint& local,
+                                                           const asio::ip::udp::endpoint& remote,
+                                                           const channel_start_params& params) {
+    const auto chosen = choose_packet_size(opening, params);
     if (!chosen) return chosen.error();
     packet_size = *chosen;
     logger().info("Opening StreamChannel chn_idx={} local_endpoint={} remote_endpoint={} max_pckt_size={} "
                   "payload_size={}",
-                  channel_index, to_text(*local), to_text(remote), packet_size, params.payload_size);
-    if (const std::error_code error = opening->start(packet_size, params.payload_size)) return error;
-    thread = gds_helper::process_local<impl::stream_channel_thread_itf>{std::move(opening)};
-    return {};
+                  channel_index, to_text(local), to_text(remote), packet_size, params.payload_size);
+    return opening.start(packet_size, params.payload_size);
 }
 
 asio::ip::udp::endpoint stream_channel_impl::stream_source() {
@@ -112,14 +122,18 @@ void stream_channel_impl::disconnect() {
     if (!thread) return;
     if (thread.is_foreign()) return thread.reset();
     logger().info("Closing StreamChannel chn_idx={}", channel_index);
+    close_scp();
+    thread->stop();
+    thread.reset();
+}
+
+void stream_channel_impl::close_scp() {
     if (const std::error_code error =
             port.write_reg(address_of(stream_register::port, channel_index), 0, 0, register_timeout_ms)) {
         logger().warn("Failed to write port register, while trying to close stream channel #{} on the device. "
                       "Err: {}",
                       channel_index, error.message());
     }
-    thread->stop();
-    thread.reset();
 }
 
 std::error_code stream_channel_impl::flush() {

@@ -39,6 +39,11 @@ public:
 private:
     [[nodiscard]] asio::ip::udp::endpoint stream_source();
     [[nodiscard]] std::error_code setup_scp(const asio::ip::udp::endpoint& local);
+    void close_scp();
+    [[nodiscard]] std::error_code choose_size_and_start(impl::stream_channel_thread_itf& opening,
+                                                        const asio::ip::udp::endpoint& local,
+                                                        const asio::ip::udp::endpoint& remote,
+                                                        const channel_start_params& params);
     [[nodiscard]] std::expected<uint32_t, std::error_code> choose_packet_size(impl::packet_size_test_socket_itf& socket,
                                                                               const channel_start_params& params);
 

@@ -55,6 +55,9 @@ std::expected<uint32_t, std::error_code> packet_size_test::set_packet_size(uint3
 std::expected<uint32_t, std::error_code> packet_size_test::test_packet_size(uint32_t size) {
     const auto actual = set_packet_size(size);
     if (!actual) return actual;
+    if (is_excluded(static_cast<int32_t>(*actual))) { // by the camera's rounding
+        return std::unexpected(make_error_code(gds_shared::gigecam_errc::invalid_parameter));
+    }
     if (const std::error_code error = socket.drain_socket()) return std::unexpected(error);
     if (const std::error_code error = write_packetsize_register(*actual, true)) return std::unexpected(error);
     if (const std::error_code error = socket.receive_packet_and_check_size(*actual)) return std::unexpected(error);
@@ -84,29 +87,37 @@ std::expected<packet_size_range, std::error_code> packet_size_test::range_from_r
     return packet_size_range{lowest_minimum, std::min(static_cast<int32_t>(*taken), limit)};
 }
 
+// Halves what is left between the largest size that passed and the smallest that failed. What is asked for counts and
+// not only what the camera makes of it: each round takes at least the size asked for out of what is left, so that the
+// search ends for a camera that rounds in any way and for a maximum between the steps.
 std::expected<uint32_t, std::error_code> packet_size_test::evalute_packet_size(packet_size_range range) {
-    auto [min, max] = range;
-    if (max <= carried_anywhere) return set_packet_size(static_cast<uint32_t>(max));
-    logger().trace("StreamChannel, packet sizes reported : min={}, max={}", min, max);
-    int32_t size = max;
+    if (range.max <= carried_anywhere) return set_usable_packet_size(range.max);
+    int32_t min = range.min - 1; // nothing up to here is worth a question
+    int32_t max = range.max + 1; // nothing from here on
+    logger().trace("StreamChannel, packet sizes reported : min={}, max={}", range.min, range.max);
     int32_t best = 0;
-    for (;;) {
+    for (int32_t size = range.max;;) {
         logger().trace("StreamChannel, testing packet size of s={}, min={}, max={}", size, min, max);
-        if (is_excluded(size)) {
-            max = size;
-        } else if (const auto accepted = test_packet_size(static_cast<uint32_t>(size))) {
-            // A camera that rounds down to what is known already has nothing between: without this the search would
-            // ask the same question for ever.
-            if (static_cast<int32_t>(*accepted) <= best) max = size;
-            best = min = size = std::max(best, static_cast<int32_t>(*accepted));
+        const auto accepted =
+            is_excluded(size) ? std::unexpected(std::error_code{}) : test_packet_size(static_cast<uint32_t>(size));
+        if (accepted) {
+            best = std::max(best, static_cast<int32_t>(*accepted));
+            min = std::max(size, best);
         } else {
             max = size;
         }
-        const int32_t previous = size;
         size = (min + max) / 2 / size_step * size_step;
-        if (size == previous || size == best) break;
+        if (size <= min) size = min / size_step * size_step + size_step;
+        if (size >= max) break;
     }
-    return set_packet_size(static_cast<uint32_t>(best == 0 ? fallback_size : best));
+    return set_usable_packet_size(best == 0 ? fallback_size : best);
+}
+
+std::expected<uint32_t, std::error_code> packet_size_test::set_usable_packet_size(int32_t size) {
+    for (;; size -= size_step) {
+        const auto accepted = set_packet_size(static_cast<uint32_t>(size));
+        if (!accepted || !is_excluded(static_cast<int32_t>(*accepted)) || size <= lowest_minimum) return accepted;
+    }
 }
 
 } // namespace gev::streamchannel::impl

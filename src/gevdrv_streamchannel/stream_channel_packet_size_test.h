@@ -22,9 +22,9 @@ public:
 
     // The size that the device took: it may round.
     [[nodiscard]] std::expected<uint32_t, std::error_code> set_packet_size(uint32_t size);
-    // The size that the device took when a packet of it got through, else why not.
+    // The size that the device took when a packet of it got through, else why not. Sizes that are left out fail.
     [[nodiscard]] std::expected<uint32_t, std::error_code> test_packet_size(uint32_t size);
-    // The largest size in the range that gets through.
+    // The largest size in the range that gets through, which the device has then; after some twenty tests at most.
     [[nodiscard]] std::expected<uint32_t, std::error_code> evalute_packet_size(packet_size_range range);
 
     [[nodiscard]] static std::expected<packet_size_range, std::error_code>
@@ -32,6 +32,8 @@ public:
     [[nodiscard]] std::expected<packet_size_range, std::error_code> range_from_register(int32_t max_allowed);
 
 private:
+    // A smaller one where the device's rounding makes it one that is left out.
+    [[nodiscard]] std::expected<uint32_t, std::error_code> set_usable_packet_size(int32_t size);
     [[nodiscard]] std::error_code write_packetsize_register(uint32_t size, bool fire);
     [[nodiscard]] std::expected<uint32_t, std::error_code> read_packetsize_register();
     [[nodiscard]] uint32_t register_address() const noexcept;

@@ -37,6 +37,7 @@ struct camera::parts {
             faults = device.faults;
         }
         if (faults.reboot_after != 0 && frames == faults.reboot_after) control.ask_reboot();
+        if (faults.deaf_after != 0 && frames == faults.deaf_after) device.deaf = true;
         if (faults.silence_after != 0 && frames == faults.silence_after) {
             device.silent = true;
             if (faults.silence_ms != 0) control.end_silence_in(std::chrono::milliseconds{faults.silence_ms});
@@ -56,7 +57,8 @@ std::expected<std::unique_ptr<camera>, std::error_code> camera::start(camera_opt
     if (options.width > options.sensor_width || options.height > options.sensor_height || options.sensor_width == 0 ||
         options.sensor_height == 0 || gige::test_picture_size(8, 8, options.pixel_format) == 0 ||
         options.ring_frames == 0 || options.packet_size < 576 || options.packet_size > options.max_packet_size ||
-        options.max_packet_size > 65532)
+        options.max_packet_size > 65532 || options.packet_size_step == 0 || options.tick_frequency == 0 ||
+        options.tick_frequency > 10'000'000'000)
         return std::unexpected(std::make_error_code(std::errc::invalid_argument));
     const uint32_t address = options.address;
     auto all = std::make_unique<parts>(std::move(options));
@@ -70,6 +72,7 @@ uint64_t camera::mac() const { return mac_of(p->device.options); }
 std::string camera::document() const { return p->document; }
 bool camera::acquiring() const { return p->device.acquiring; }
 void camera::set_silent(bool silent) { p->device.silent = silent; }
+void camera::set_deaf(bool deaf) { p->device.deaf = deaf; }
 void camera::reboot() { p->control.ask_reboot(); }
 
 void camera::set_faults(const fault_options& faults) {

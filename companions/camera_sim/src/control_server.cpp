@@ -135,7 +135,7 @@ void control_server::receive_all(const gige::udp_socket& socket, bool broadcast)
         request what;
         const auto size = socket.receive(buffer, what.from);
         if (!size) return;
-        if (device.silent) continue;
+        if (device.silent || device.deaf) continue;
         // Broadcasts of the real network reach a loopback camera's sockets, too; it is not there for them.
         if (own_address >> 24 == 127 && what.from.address >> 24 != 127) continue;
         const auto header = gvcp::parse_command(std::span{buffer}.first(*size));
@@ -257,8 +257,8 @@ std::optional<control_server::clock::time_point> control_server::next_deadline()
     }
     const uint64_t now_ticks = device.timestamp();
     for (const auto& each : actions)
-        consider(clock::now() + std::chrono::nanoseconds{each.at > now_ticks ? each.at - now_ticks : 0});
-    if (holder) {
+        consider(clock::now() + device.time_of(each.at > now_ticks ? each.at - now_ticks : 0));
+    if (holder && !device.deaf) {
         const std::lock_guard guard{device.mutex};
         if ((device.memory.get(gvcp::reg::control_configuration) & gvcp::bits::heartbeat_disabled) == 0)
             consider(last_heard + std::chrono::milliseconds{device.memory.get(gvcp::reg::heartbeat_timeout)});
@@ -285,7 +285,7 @@ void control_server::work_deadlines() {
             device.silent = false;
         }
     }
-    if (holder) {
+    if (holder && !device.deaf) {
         bool expired = false;
         {
             const std::lock_guard guard{device.mutex};

@@ -13,6 +13,18 @@ namespace gvcp = gige::gvcp;
 namespace boot = gige::gvcp::reg;
 namespace bits = gige::gvcp::bits;
 
+namespace {
+
+uint32_t packet_size_taken(const camera_options& options, uint32_t asked) {
+    uint32_t size = std::clamp(asked, 576U, options.max_packet_size);
+    const uint32_t step = options.packet_size_step;
+    if (options.packet_size_rounding == size_rounding::down) size = size / step * step;
+    if (options.packet_size_rounding == size_rounding::up) size = (size + step - 1) / step * step;
+    return std::clamp(size, 576U, options.max_packet_size);
+}
+
+} // namespace
+
 gige::gvcp::status control_server::write(const gige::endpoint& from, uint32_t address,
                                          std::span<const std::byte> data) {
     if (address == boot::privilege && data.size() == 4) return write_privilege(from, gige::load32(data.data()));
@@ -86,7 +98,7 @@ void control_server::after_write(uint32_t address, uint32_t value) {
     case boot::stream_packet_size: {
         {
             const std::lock_guard guard{device.mutex};
-            const uint32_t size = std::clamp(value & 0xFFFF, 576U, device.options.max_packet_size) / 4 * 4;
+            const uint32_t size = packet_size_taken(device.options, value & 0xFFFF);
             device.memory.set(boot::stream_packet_size, (value & bits::do_not_fragment) | size);
         }
         if (value & bits::fire_test_packet) stream.fire_test_packet();

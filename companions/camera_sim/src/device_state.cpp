@@ -178,8 +178,8 @@ void reset_registers(device_state& device, uint32_t address, bool keep_persisten
                                              bits::can_event_data | bits::can_pending_ack | bits::can_action |
                                              bits::can_disable_heartbeat | bits::has_serial | bits::has_user_name);
     memory.set(boot::heartbeat_timeout, 3000);
-    memory.set(boot::tick_frequency_high, static_cast<uint32_t>(tick_frequency >> 32));
-    memory.set(boot::tick_frequency_low, static_cast<uint32_t>(tick_frequency));
+    memory.set(boot::tick_frequency_high, static_cast<uint32_t>(options.tick_frequency >> 32));
+    memory.set(boot::tick_frequency_low, static_cast<uint32_t>(options.tick_frequency));
     for (const auto zero :
          {boot::timestamp_control, boot::timestamp_high, boot::timestamp_low, boot::discovery_delay,
           boot::control_configuration, boot::privilege, boot::message_port, boot::message_address, boot::stream_port,

@@ -32,6 +32,7 @@ struct device_state {
 
     counters counted{};
     std::atomic<bool> silent{};
+    std::atomic<bool> deaf{};
     std::atomic<bool> acquiring{};
     std::atomic<int64_t> clock_origin{}; // of the timestamp, steady nanoseconds
 
@@ -39,10 +40,19 @@ struct device_state {
         return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
             .count();
     }
-    [[nodiscard]] uint64_t timestamp() const { return static_cast<uint64_t>(steady_ns() - clock_origin.load()); }
-};
+    [[nodiscard]] uint64_t timestamp() const { // in ticks
+        return scaled(static_cast<uint64_t>(steady_ns() - clock_origin.load()), options.tick_frequency, 1'000'000'000);
+    }
+    [[nodiscard]] std::chrono::nanoseconds time_of(uint64_t ticks) const {
+        return std::chrono::nanoseconds{scaled(ticks, 1'000'000'000, options.tick_frequency)};
+    }
 
-inline constexpr uint64_t tick_frequency = 1'000'000'000;
+private:
+    // Whole seconds apart, so that the product stays far from the largest number.
+    [[nodiscard]] static uint64_t scaled(uint64_t count, uint64_t to, uint64_t from) {
+        return count / from * to + count % from * to / from;
+    }
+};
 
 // Bootstrap and device registers in their start-up state. `keep_persistent` leaves the persistent address, the IP
 // configuration and the user-defined name as they are. Under the mutex.

@@ -368,7 +368,11 @@ void transport_layer_control(document_writer& doc, const camera_options& options
   <pSelected>GevSCPSPacketSize</pSelected><pSelected>GevSCPD</pSelected></Integer>)");
     doc.masked("GevSCPHostPort", boot::stream_port, 16, 31, {.max = 65535, .cachable = false});
     doc.masked("GevSCPSPacketSize", boot::stream_packet_size, 16, 31,
-               {.min = 576, .max = options.max_packet_size, .increment = 4, .locked = true, .cachable = false});
+               {.min = 576,
+                .max = options.max_packet_size,
+                .increment = options.packet_size_rounding == size_rounding::none ? 1 : options.packet_size_step,
+                .locked = true,
+                .cachable = false});
     doc.masked("GevSCPSDoNotFragment", boot::stream_packet_size, 1, 1, {.cachable = false, .boolean = true});
     doc.raw(fmt::format(R"(<Command Name="GevSCPSFireTestPacket"><pValue>GevSCPSFireTestPacket_Register</pValue>
   <CommandValue>1</CommandValue></Command>

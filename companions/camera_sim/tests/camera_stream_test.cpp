@@ -136,6 +136,51 @@ TEST(camera_stream, test_packets_fill_exactly_the_size_and_vanish_beyond_the_mtu
     EXPECT_EQ(run.client.read(boot::stream_packet_size), bits::do_not_fragment | 4004U) << "the fire bit reads as 0";
 }
 
+TEST(camera_stream, packet_sizes_are_rounded_as_chosen_and_frames_have_them) {
+    struct row {
+        size_rounding way;
+        uint32_t step, max, asked, taken;
+    };
+    using enum size_rounding;
+    for (const row& r : {row{down, 4, 9014, 1502, 1500}, row{down, 4, 9014, 20000, 9012},
+                         row{none, 4, 9014, 1501, 1501}, row{none, 4, 9014, 20000, 9014},
+                         row{up, 100, 9014, 1501, 1600}, row{up, 100, 9014, 9014, 9014}, row{up, 4, 9014, 0, 576}}) {
+        auto options = options_at(1);
+        options.packet_size_rounding = r.way;
+        options.packet_size_step = r.step;
+        options.max_packet_size = r.max;
+        running run{options, r.asked, 1};
+        EXPECT_EQ(run.client.read(boot::stream_packet_size) & 0xFFFF, r.taken);
+        run.go();
+        const auto all = collect(run.client, 100);
+        ASSERT_EQ(all.blocks.size(), 1U);
+        const block& got = all.blocks.begin()->second;
+        std::vector<std::byte> expected(gige::test_picture_size(320, 240, Mono8));
+        gige::fill_test_picture(0, 320, 240, Mono8, expected);
+        EXPECT_EQ(payload_of(got, 8), expected);
+        EXPECT_EQ(got.packets.at(1).size(), r.taken - 28);
+    }
+}
+
+TEST(camera_stream, timestamps_count_ticks_and_a_deaf_camera_streams_on) {
+    auto options = options_at(1);
+    options.tick_frequency = 1000;
+    options.faults.deaf_after = 2;
+    running run{options, 1500, 20};
+    EXPECT_EQ(run.client.read(boot::tick_frequency_low), 1000U);
+    run.go();
+    run.wait_for_end();
+    run.client.send(command::read_reg, test_client::words({boot::privilege}));
+    EXPECT_FALSE(run.client.receive_reply(50));
+    const auto all = collect(run.client, 100);
+    ASSERT_EQ(all.blocks.size(), 20U);
+    const auto ticks = [&](uint64_t id) { return gige::load64(&all.blocks.at(id).packets.at(0)[12]); };
+    EXPECT_GE(ticks(20) - ticks(1), 85U) << "19 frames of 5 ms";
+    EXPECT_LE(ticks(20) - ticks(1), 10'000U) << "milliseconds";
+    run.cam->set_deaf(false);
+    EXPECT_EQ(run.client.read(boot::privilege), bits::control);
+}
+
 TEST(camera_stream, losses_are_repeatable_and_resends_complete_the_frame) {
     for (const bool extended : {false, true}) {
         std::vector<std::set<uint32_t>> arrived;

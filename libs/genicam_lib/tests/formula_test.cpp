@@ -51,6 +51,8 @@ struct value_case {
     tValue expected;
 };
 
+void PrintTo(const value_case& given, std::ostream* out) { *out << given.formula; }
+
 class FormulaValue : public testing::TestWithParam<value_case> {};
 
 TEST_P(FormulaValue, IsExact) {
@@ -131,6 +133,8 @@ struct status_case {
     const char* formula;
     parse_status status;
 };
+
+void PrintTo(const status_case& given, std::ostream* out) { *out << given.formula; }
 
 class FormulaStatus : public testing::TestWithParam<status_case> {};
 

@@ -1,4 +1,4 @@
-// The receive thread on a real loopback socket.
+// The receive thread on a real loopback socket, with the receivers that it has in service.
 #include "datagram_bytes.h"
 
 #include <gevdrv_streamchannel/stream_asio_thread.h>
@@ -10,8 +10,10 @@
 #include <netinet/in.h>
 #include <netinet/udp.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <deque>
@@ -25,13 +27,46 @@ namespace {
 
 const auto loopback = asio::ip::address_v4::loopback();
 
+// The next reads fail, as the kernel's do.
+struct {
+    std::atomic<int> times{0};
+    std::atomic<int> error{0};
+} failing_reads;
+
+} // namespace
+
+extern "C" int recvmmsg(int socket, mmsghdr* messages, unsigned count, int flags, timespec* timeout) {
+    if (failing_reads.times > 0) {
+        --failing_reads.times;
+        errno = failing_reads.error;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_recvmmsg, socket, messages, count, flags, timeout));
+}
+
+namespace {
+
+struct resend {
+    uint64_t block;
+    uint32_t first, last;
+    bool operator==(const resend&) const = default;
+};
+
 class ThreadBench {
 public:
-    ThreadBench() {
+    explicit ThreadBench(bool resends = false) {
         stream_functions functions;
+        if (resends) {
+            functions.send_resend = [this](uint64_t block, uint32_t first, uint32_t last, bool) {
+                const std::lock_guard guard{mutex};
+                requests.push_back({block, first, last});
+                changed.notify_all();
+            };
+        }
         functions.get_frame = [this] {
             const std::lock_guard guard{mutex};
             memory.emplace_back(1000);
+            changed.notify_all();
             return frame_context{&memory.back(), memory.back().data(), 1000};
         };
         functions.deliver = [this](const frame_info& info, const frame_receive_stats&) {
@@ -39,7 +74,12 @@ public:
             frames.push_back(info);
             changed.notify_all();
         };
-        sut.emplace(stream_asio_thread::create_params{.functions = std::move(functions)});
+        sut.emplace(stream_asio_thread::create_params{.functions = std::move(functions),
+                                                      .reception_ended = [this](const std::string& reason) {
+                                                          const std::lock_guard guard{mutex};
+                                                          ends.push_back(reason);
+                                                          changed.notify_all();
+                                                      }});
         remote = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
         sockaddr_in address{};
         address.sin_family = AF_INET;
@@ -65,20 +105,32 @@ public:
         EXPECT_EQ(sendto(sender, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to),
                   static_cast<ssize_t>(bytes.size()));
     }
-    bool wait_for_frames(size_t count) {
+    template <class Condition>
+    bool wait_until(Condition condition) {
         std::unique_lock held{mutex};
-        return changed.wait_for(held, std::chrono::seconds{10}, [&] { return frames.size() >= count; });
+        return changed.wait_for(held, std::chrono::seconds{10}, condition);
+    }
+    bool wait_for_frames(size_t count) {
+        return wait_until([&] { return frames.size() >= count; });
+    }
+    bool wait_for_request(const resend& wanted) {
+        return wait_until([&] { return std::ranges::find(requests, wanted) != requests.end(); });
     }
 
     std::mutex mutex;
     std::condition_variable changed;
     std::deque<std::vector<std::byte>> memory;
     std::vector<frame_info> frames;
+    std::vector<resend> requests;
+    std::vector<std::string> ends;
     std::optional<stream_asio_thread> sut;
     int remote = -1;
     uint16_t local_port = 0;
 };
 
+std::vector<std::byte> payload(uint32_t block, uint32_t packet) {
+    return standard(0, block, 3, packet).fill(100, 1).bytes;
+}
 std::vector<std::byte> trailer(uint32_t block) { return standard(0, block, 2, 3).u16(0).u16(1).u32(0).bytes; }
 
 } // namespace
@@ -161,4 +213,67 @@ TEST(StreamThread, AStrangersPacketsAreNoneOfTheStream) {
     EXPECT_EQ(bench.frames[0].context.data[50], std::byte{1});
     bench.sut->stop();
     close(stranger);
+}
+
+// The one timer follows the earliest deadline, and strikes with no packet to wake the thread.
+TEST(StreamThread, TheTimerStrikesForWhatIsDueFirst) {
+    using namespace std::chrono_literals;
+    ThreadBench bench{true};
+    ASSERT_FALSE(bench.sut->start(136, 200));
+    resend_parameters slow;
+    slow.time_per_frame = 3'600'000'000;
+    bench.sut->set_resend_params(slow);
+    ASSERT_TRUE(bench.sut->get_resend_params()); // and so they are set
+    bench.send(standard_leader(1).bytes);        // arms the timer for the end of a frame that takes an hour
+    // The leader was seen when its buffer was taken, and the timer armed when the next question is answered.
+    ASSERT_TRUE(bench.wait_until([&] { return !bench.memory.empty(); }));
+    resend_parameters fast;
+    fast.time_per_frame = 20'000;
+    fast.max_retries = 255; // this thread may be late with its answers
+    bench.sut->set_resend_params(fast);
+    ASSERT_TRUE(bench.sut->get_resend_params());
+    bench.send(payload(1, 2));
+    EXPECT_TRUE(bench.wait_for_request({1, 1, 1})) << "the gap's deadline comes before the frame's";
+    bench.send(payload(1, 1));
+    EXPECT_TRUE(bench.wait_for_request({1, 3, 3})) << "nothing more comes: the tail's turn";
+    bench.send(trailer(1));
+    ASSERT_TRUE(bench.wait_for_frames(1));
+    EXPECT_EQ(bench.frames[0].flags, 0U);
+    bench.sut->stop();
+    EXPECT_TRUE(bench.ends.empty()) << "who stops it needs no word";
+}
+
+TEST(StreamThread, ReadErrorsPassAndAreNotTheStreamsEnd) {
+    for (const int error : {ENOBUFS, EPROTO, ENETDOWN, ECONNREFUSED}) {
+        ThreadBench bench;
+        ASSERT_FALSE(bench.sut->start(136, 200));
+        failing_reads.error = error;
+        failing_reads.times = 3;
+        bench.send(standard_leader(1).bytes);
+        bench.send(payload(1, 1));
+        bench.send(payload(1, 2));
+        bench.send(trailer(1));
+        EXPECT_TRUE(bench.wait_for_frames(1)) << error;
+        EXPECT_EQ(failing_reads.times, 0);
+        bench.sut->stop();
+        EXPECT_TRUE(bench.ends.empty());
+    }
+}
+
+// A socket that is gone is the end: the frame under way goes back, those who wait are let go, and it is told.
+TEST(StreamThread, TheEndOfTheSocketIsTold) {
+    ThreadBench bench;
+    ASSERT_FALSE(bench.sut->start(136, 200));
+    bench.send(standard_leader(1).bytes);
+    ASSERT_TRUE(bench.wait_until([&] { return !bench.memory.empty(); }));
+    failing_reads.error = EBADF;
+    failing_reads.times = 1;
+    bench.send(payload(1, 1));
+    ASSERT_TRUE(bench.wait_until([&] { return !bench.ends.empty(); }));
+    EXPECT_EQ(bench.ends.size(), 1U);
+    ASSERT_EQ(bench.frames.size(), 1U);
+    EXPECT_NE(bench.frames[0].flags & frame_flags::flushed, 0U);
+    bench.sut->flush();
+    EXPECT_FALSE(bench.sut->get_resend_params());
+    bench.sut->stop();
 }

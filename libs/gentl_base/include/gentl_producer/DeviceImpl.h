@@ -28,6 +28,8 @@ public:
     void close_children() override;
     Error OnDataStreamClosed(IDataStream* closed) override;
     [[nodiscard]] const std::weak_ptr<IHandleTarget>* parent_target() const noexcept override { return &above; }
+    // Tells it to the waiters of the error event. Any thread.
+    void fire_error(const Error& error);
 
 protected:
     DeviceImpl(IInterface& parent, DeviceInfo device_info, DEVICE_ACCESS_FLAGS flags);

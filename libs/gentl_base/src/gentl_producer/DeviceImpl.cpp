@@ -73,7 +73,11 @@ void DeviceImpl::load_data_stream_ids() { data_stream_ids = data_stream_ids_(); 
 
 void DeviceImpl::mark_lost() {
     if (device_lost.exchange(true)) return; // the camera and then the service, or both ends at once
-    if (const auto event = error_event.get()) event->fire(device_lost_error());
+    fire_error(device_lost_error());
+}
+
+void DeviceImpl::fire_error(const Error& error) {
+    if (const auto event = error_event.get()) event->fire(error);
 }
 
 void DeviceImpl::fire_module_event(uint64_t event_id, std::span<const std::byte> data) {

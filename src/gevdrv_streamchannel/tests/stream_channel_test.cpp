@@ -1,0 +1,264 @@
+// The stream channel over a control channel that a script answers, with a real socket on the other side.
+#include "datagram_bytes.h"
+
+#include <gevdrv_streamchannel/stream_channel_impl.h>
+
+#include <gds_shared/gigecam_error.h>
+#include <gige/udp_socket.h>
+
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <map>
+#include <mutex>
+
+using namespace gev::streamchannel;
+using namespace datagrams;
+using gds_shared::gigecam_errc;
+
+namespace {
+
+constexpr uint32_t loopback = 0x7F000001;
+constexpr uint32_t channel_base = 2 * 64; // of channel 2
+constexpr uint32_t capability = 0x092C;
+constexpr uint32_t scp = 0x0D00 + channel_base;
+constexpr uint32_t scps = 0x0D04 + channel_base;
+constexpr uint32_t scda = 0x0D18 + channel_base;
+constexpr uint32_t scsp = 0x0D1C + channel_base;
+constexpr uint32_t do_not_fragment = 0x40000000;
+
+struct register_access {
+    char kind; // 'r' or 'w'
+    uint32_t address;
+    uint32_t value = 0; // written
+    bool operator==(const register_access&) const = default;
+};
+void PrintTo(const register_access& a, std::ostream* out) { *out << a.kind << std::hex << a.address << "=" << a.value; }
+
+// A camera's stream registers; a test packet leaves within the write that fires it.
+class camera final : public gev::controlchannel::IControlChannelPort {
+public:
+    std::map<uint32_t, uint32_t> registers;
+    std::vector<register_access> log;
+    size_t fails_at = SIZE_MAX; // index in the log
+    uint32_t failing_address = 0;
+    uint32_t path = 9000;
+    gige::udp_socket control = *gige::udp_socket::open({loopback, 0});
+    gige::udp_socket source = *gige::udp_socket::open({loopback, 0});
+
+    std::expected<uint32_t, std::error_code> read_reg(uint32_t address, uint32_t, uint32_t) override {
+        if (note({'r', address})) return std::unexpected(make_error_code(gigecam_errc::busy));
+        return registers[address];
+    }
+    std::error_code write_reg(uint32_t address, uint32_t value, uint32_t, uint32_t) override {
+        if (note({'w', address, value})) return make_error_code(gigecam_errc::busy);
+        registers[address] = value & 0x7FFFFFFF;
+        const uint32_t size = value & 0xFFFF;
+        if (address == scps && (value & 0x80000000) != 0 && size <= path) send(std::vector<std::byte>(size - 28));
+        return {};
+    }
+    std::error_code read_mem(uint32_t, std::span<std::byte>, uint32_t, uint64_t) override { return {}; }
+    std::error_code write_mem(uint32_t, std::span<const std::byte>, uint32_t, uint64_t) override { return {}; }
+
+    void send(std::span<const std::byte> datagram) {
+        EXPECT_FALSE(control.send({registers[scda], static_cast<uint16_t>(registers[scp])}, datagram));
+    }
+    [[nodiscard]] std::vector<register_access> written() const {
+        std::vector<register_access> result;
+        for (const register_access& each : log) {
+            if (each.kind == 'w') result.push_back(each);
+        }
+        return result;
+    }
+
+private:
+    bool note(const register_access& what) {
+        log.push_back(what);
+        return log.size() - 1 == fails_at || what.address == failing_address;
+    }
+};
+
+struct bench {
+    camera device;
+    std::unique_ptr<GenICam::IGenICamDoc> document;
+    channel_start_params params;
+    std::mutex mutex; // guards what follows
+    std::condition_variable changed;
+    std::vector<std::byte> memory = std::vector<std::byte>(1000);
+    std::vector<frame_info> frames;
+    std::unique_ptr<stream_channel_impl> sut; // goes first
+
+    explicit bench(int32_t max_packet_size = 0, const std::string& nodes = {}) {
+        params.get_frame = [this] { return frame_context{&memory, memory.data(), memory.size()}; };
+        params.deliver = [this](const frame_info& info, const frame_receive_stats&) {
+            const std::lock_guard guard{mutex};
+            frames.push_back(info);
+            changed.notify_all();
+        };
+        params.payload_size = 100;
+        if (!nodes.empty())
+            document = GenICam::create_document("<RegisterDescription>" + nodes + "</RegisterDescription>");
+        make(max_packet_size);
+    }
+    void make(int32_t max_packet_size = 0) {
+        sut = std::make_unique<stream_channel_impl>(
+            stream_channel_impl::create_params{
+                2, max_packet_size, loopback, {asio::ip::address_v4{loopback}, device.control.local().port}},
+            device, document.get());
+    }
+};
+
+bool received_anything(const gige::udp_socket& socket) {
+    std::array<std::byte, 64> buffer;
+    gige::endpoint from;
+    return socket.receive(buffer, from).has_value();
+}
+
+} // namespace
+
+// The camera is told where to send before it is asked for test packets, and to stop whichever way the channel ends.
+TEST(StreamChannel, OpensAndClosesInOrder) {
+    for (const bool by_destructor : {false, true}) {
+        bench b;
+        b.params.fixed_packet_size = 1400;
+        ASSERT_FALSE(b.sut->connect(b.params));
+        EXPECT_TRUE(b.sut->is_connected());
+        const uint32_t port = b.device.registers[scp];
+        EXPECT_NE(port, 0U);
+        EXPECT_EQ(b.device.log, (std::vector<register_access>{{'r', capability},
+                                                              {'w', scda, loopback},
+                                                              {'w', scp, port},
+                                                              {'w', scps, do_not_fragment | 1400},
+                                                              {'r', scps}}));
+        b.device.send(standard_leader(1).bytes);
+        b.device.send(standard(0, 1, 3, 1).fill(100, 7).bytes);
+        b.device.send(standard(0, 1, 2, 2).u16(0).u16(1).u32(0).bytes);
+        {
+            std::unique_lock held{b.mutex};
+            ASSERT_TRUE(b.changed.wait_for(held, std::chrono::seconds{10}, [&] { return !b.frames.empty(); }));
+            EXPECT_EQ(b.frames[0].flags, 0U);
+            EXPECT_EQ(b.memory[99], std::byte{7});
+        }
+        b.device.log.clear();
+        if (by_destructor) {
+            b.sut.reset();
+        } else {
+            b.sut->disconnect();
+            EXPECT_FALSE(b.sut->is_connected());
+        }
+        EXPECT_EQ(b.device.log, (std::vector<register_access>{{'w', scp, 0}}));
+    }
+}
+
+TEST(StreamChannel, WhileNotConnectedOperationsSaySo) {
+    bench b;
+    const std::error_code none = make_error_code(gigecam_errc::option_not_available);
+    const auto expect_none = [&] {
+        EXPECT_EQ(b.sut->flush(), none);
+        EXPECT_EQ(b.sut->reset_receiver(), none);
+        EXPECT_EQ(b.sut->operation_5(), none);
+        EXPECT_EQ(b.sut->operation_6(1, 2), none);
+        EXPECT_EQ(b.sut->set_resend_params({}), none);
+        EXPECT_EQ(b.sut->get_resend_params().error(), none);
+        EXPECT_EQ(b.sut->query_packet_size(1).error(), none);
+    };
+    expect_none();
+    b.params.fixed_packet_size = 1400;
+    ASSERT_FALSE(b.sut->connect(b.params));
+    EXPECT_TRUE(b.sut->get_resend_params());
+    ASSERT_FALSE(b.sut->connect(b.params)) << "closes the one that is open";
+    b.sut->disconnect();
+    b.sut->disconnect();
+    expect_none();
+    EXPECT_EQ(b.sut->query_packet_size(0), 1400U);
+}
+
+// Whichever register access fails: a channel that is not connected afterwards leaves no stream behind, and nothing is
+// written once the address could not be.
+TEST(StreamChannel, AFailedConnectLeavesNoStream) {
+    for (const uint32_t fixed : {1400U, 0U}) {
+        size_t accesses = 0;
+        size_t failed = 0;
+        for (size_t k = 0; k == 0 || k < accesses; ++k) {
+            SCOPED_TRACE(testing::Message() << "access " << k << " fails, fixed size " << fixed);
+            bench b;
+            b.device.registers[capability] = 0x80000000;
+            b.make();
+            b.params.fixed_packet_size = fixed;
+            b.device.log.clear();
+            if (k > 0) b.device.fails_at = k - 1; // the first round only counts
+            const std::error_code error = b.sut->connect(b.params);
+            if (k == 0) accesses = b.device.log.size() + 1;
+            EXPECT_EQ(b.sut->is_connected(), !error);
+            if (!error) continue;
+            ++failed;
+            EXPECT_EQ(error, make_error_code(gigecam_errc::busy));
+            EXPECT_EQ(b.device.registers[scp], 0U);
+            const register_access& at = b.device.log[k - 1];
+            EXPECT_TRUE(at.address != scda || b.device.log.size() == k);
+        }
+        EXPECT_GE(failed, 4U) << "of the accesses that must not fail";
+    }
+}
+
+TEST(StreamChannel, TheSourcePortIsSpokenToWhereThereIsOne) {
+    for (const bool has : {false, true}) {
+        for (const bool set : {false, true}) {
+            bench b;
+            b.device.registers[capability] = has ? 0x80000000 : 0x7FFFFFFF;
+            b.device.registers[scsp] = set ? b.device.source.local().port : 0;
+            b.make();
+            b.params.fixed_packet_size = 1400;
+            ASSERT_FALSE(b.sut->connect(b.params));
+            EXPECT_EQ(received_anything(b.device.source), has && set);
+            EXPECT_EQ(received_anything(b.device.control), !(has && set));
+        }
+    }
+}
+
+// Which sizes are set and tested, by what is asked for and what is known.
+TEST(StreamChannel, ThePacketSizeIsChosenFromWhatIsKnown) {
+    const std::string node =
+        "<Integer Name=\"GevSCPSPacketSize\"><Value>0</Value><Min>576</Min><Max>8014</Max></Integer>";
+    const std::string small_minimum =
+        "<Integer Name=\"GevSCPSPacketSize\"><Value>0</Value><Min>99</Min><Max>8014</Max></Integer>";
+    const std::string hidden = "<Integer Name=\"GevSCPSPacketSize\"><pIsAvailable>No</pIsAvailable><Value>0</Value>"
+                               "<Min>576</Min><Max>8014</Max></Integer><Integer Name=\"No\"><Value>0</Value></Integer>";
+    struct row {
+        int32_t max_packet_size;
+        uint32_t fixed;
+        int32_t preferred;
+        std::string nodes;
+        uint32_t path;
+        uint32_t expected; // 0: an error
+        size_t most_tests;
+    };
+    const row rows[] = {
+        {0, 700, 3000, node, 9000, 700, 0},   {0, 0, 3000, node, 9000, 3000, 1},
+        {0, 0, 3000, node, 2000, 2000, 16},   // no longer carried
+        {2500, 0, 3000, node, 9000, 2500, 1}, // more than is allowed: not tried
+        {0, 0, 1510, node, 9000, 8014, 1},    // of the sizes that are left out
+        {0, 0, 0, node, 9000, 8014, 1},       {0, 0, 0, hidden, 65535, 9216, 1},
+        {0, 0, 0, {}, 65535, 9216, 1},        {-5, 0, 0, {}, 9014, 9012, 16},
+        {1500, 0, 0, {}, 0, 1500, 0},         {0, 0, 0, small_minimum, 9000, 0, 0},
+    };
+    for (const row& r : rows) {
+        SCOPED_TRACE(testing::Message() << r.max_packet_size << " " << r.fixed << " " << r.preferred << " over "
+                                        << r.path);
+        bench b{r.max_packet_size, r.nodes};
+        b.device.path = r.path;
+        b.params.fixed_packet_size = r.fixed;
+        b.params.preferred_packet_size = r.preferred;
+        EXPECT_EQ(!b.sut->connect(b.params), r.expected != 0);
+        size_t tests = 0;
+        for (const register_access& each : b.device.written())
+            tests += each.address == scps && (each.value & 0x80000000) != 0;
+        EXPECT_LE(tests, r.most_tests);
+        if (r.expected == 0) {
+            EXPECT_EQ(b.device.registers[scp], 0U);
+            continue;
+        }
+        EXPECT_EQ(b.sut->query_packet_size(0), r.expected);
+        EXPECT_EQ(b.device.registers[scps], do_not_fragment | r.expected);
+    }
+}
