@@ -27,10 +27,18 @@ constexpr uint16_t control_port = 3956;
 
 constexpr auto& logger = gds_helper::log::gvsp_logger;
 
+// Saturates: a camera may put any 64 bits into its leader.
+uint64_t to_nanoseconds(uint64_t ticks, double tick_period_ns) {
+    if (tick_period_ns == 1.0) return ticks;
+    const double nanoseconds = static_cast<double>(ticks) * tick_period_ns;
+    constexpr double first_beyond = 0x1p64;
+    return nanoseconds < first_beyond ? static_cast<uint64_t>(nanoseconds) : UINT64_MAX;
+}
+
 } // namespace
 
 device_data_stream::device_data_stream(device_instance& parent, std::string id)
-    : producer_device_data_stream(parent, std::move(id)), remote_device(parent) {}
+    : producer_device_data_stream(parent, std::move(id)), remote_device(parent), resend(parent.resends()) {}
 
 device_data_stream::~device_data_stream() = default;
 
@@ -162,18 +170,15 @@ void device_data_stream::deliver(const frame_info& info, const frame_receive_sta
     buffer.data_size = info.expected_payload_size;
     buffer.size_filled = info.filled_size;
     buffer.frame_id = info.block_id;
-    buffer.timestamp = tick_period_ns == 1.0
-                           ? info.timestamp
-                           : static_cast<uint64_t>(static_cast<double>(info.timestamp) * tick_period_ns);
+    buffer.timestamp = to_nanoseconds(info.timestamp, tick_period_ns);
     buffer.chunk_layout_id = info.chunk_layout_id;
     buffer.contains_chunk_data = (info.flags & frame_flags::has_chunk) != 0;
     buffer.fill_state = (info.flags & frame_flags::incomplete) != 0 ? FillState::incomplete : FillState::complete;
     push_async_deliver(buffer);
 }
 
-void device_data_stream::build_register_map(Util::GenApiInterfaceBuilder& builder) {
-    producer_device_data_stream::build_register_map(builder);
-
+void device_data_stream::add_DeviceInstance_genicam_items(Util::GenApiInterfaceBuilder& builder) {
+    producer_device_data_stream::add_DeviceInstance_genicam_items(builder);
     const std::string later = " Value is used on the next DataStream setup.";
     const auto flag = [&](std::string_view name, std::atomic<bool>& value, const char* display_name,
                           const char* tool_tip) {
@@ -211,7 +216,10 @@ void device_data_stream::build_register_map(Util::GenApiInterfaceBuilder& builde
         .add_category("StreamPacketResendControl", {"StreamPacketResendEnable", "StreamPacketResendAutoTimePerFrame",
                                                     "StreamPacketResendTimePerFrame"})
         .display_name = "Stream Packet Resend Control";
+}
 
+void device_data_stream::add_DeviceDataStream_and_DeviceInstance_genicam_items(Util::GenApiInterfaceBuilder& builder) {
+    producer_device_data_stream::add_DeviceDataStream_and_DeviceInstance_genicam_items(builder);
     auto& requested = builder.add_ro_integer<uint64_t>(
         "StreamResendRequestedPackets",
         [this]() -> std::expected<uint64_t, Error> { return resend_packets_requested.load(); },

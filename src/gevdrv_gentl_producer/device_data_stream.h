@@ -21,17 +21,11 @@ protected:
     GenTL::Error open_stream(const ipc_rpc::client_object_handle& channel_lease) override;
     void close_stream() override;
     void flush_stream() override;
-    void build_register_map(GenTL::Producer::Util::GenApiInterfaceBuilder& builder) override;
+    void add_DeviceInstance_genicam_items(GenTL::Producer::Util::GenApiInterfaceBuilder& builder) override;
+    void add_DeviceDataStream_and_DeviceInstance_genicam_items(
+        GenTL::Producer::Util::GenApiInterfaceBuilder& builder) override;
 
 private:
-    // Set through features, read when a stream is opened.
-    struct resend_settings {
-        std::atomic<bool> enable{true};
-        std::atomic<bool> auto_time_per_frame{true};
-        std::atomic<uint32_t> automatic_time_us{33333};
-        std::atomic<uint32_t> time_per_frame_us{33333};
-    };
-
     [[nodiscard]] gev::streamchannel::frame_context next_frame();
     void deliver(const gev::streamchannel::frame_info& info, const gev::streamchannel::frame_receive_stats& stats);
     void read_tick_period();
@@ -41,7 +35,7 @@ private:
 
     device_instance& remote_device;
     std::unique_ptr<gev::streamchannel::IStreamChannel> stream_channel;
-    resend_settings resend;
+    resend_settings& resend;      // the device's
     double tick_period_ns = 1.0;  // written before the receive thread starts
     uint64_t skipped_frames = 0;  // the receive thread's, as of the last frame
     uint64_t unsent_requests = 0; // the receive thread's, for resends that the service had no room for

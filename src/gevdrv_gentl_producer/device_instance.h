@@ -5,7 +5,18 @@
 
 #include <gds_gentl_producer/producer_device_base.h>
 
+#include <atomic>
+
 namespace gevdrv::gentl {
+
+// What the consumer chose for the repair of frames. It belongs to the device, so that it outlives each of its streams;
+// read when a stream is opened.
+struct resend_settings {
+    std::atomic<bool> enable{true};
+    std::atomic<bool> auto_time_per_frame{true};
+    std::atomic<uint32_t> automatic_time_us{33333};
+    std::atomic<uint32_t> time_per_frame_us{33333};
+};
 
 class device_instance final : public gds_producer::producer_device_base {
 public:
@@ -16,6 +27,7 @@ public:
     [[nodiscard]] device_remote_port& remote_port() noexcept { return *gev_port; }
     // Whether the camera can send packets again; known after init.
     [[nodiscard]] bool supports_resend() const noexcept { return resend_supported; }
+    [[nodiscard]] resend_settings& resends() noexcept { return resend; }
 
 protected:
     std::shared_ptr<gds_producer::producer_device_remote_port_base>
@@ -29,6 +41,7 @@ protected:
 private:
     std::shared_ptr<device_remote_port> gev_port;
     bool resend_supported = false;
+    resend_settings resend;
 };
 
 } // namespace gevdrv::gentl

@@ -4,6 +4,7 @@
 
 #include <pugixml.hpp>
 
+#include <algorithm>
 #include <charconv>
 #include <string_view>
 
@@ -45,7 +46,8 @@ std::error_code controlchannel_proxy::write_mem(uint32_t address, std::span<cons
     return *count == data.size() ? std::error_code{} : std::make_error_code(std::errc::io_error);
 }
 
-device_remote_port::device_remote_port(std::string id, Producer::PortInfo info, ipc_rpc::client_object_handle device_handle,
+device_remote_port::device_remote_port(std::string id, Producer::PortInfo info,
+                                       ipc_rpc::client_object_handle device_handle,
                                        std::function<void(bool)> on_acquisition)
     : producer_device_remote_port_base(std::move(id), std::move(info), std::move(device_handle)),
       acquisition_changed(std::move(on_acquisition)) {}
@@ -53,13 +55,25 @@ device_remote_port::device_remote_port(std::string id, Producer::PortInfo info, 
 device_remote_port::~device_remote_port() { document.reset(); /* before the proxy that it is bound to */ }
 
 Error device_remote_port::init() {
-    auto text = read_document(0);
-    if (!text) return std::move(text.error());
-    document_text = std::move(*text);
-    if (Error error = parse_acquisition_register(); error.failed()) return error;
+    uint32_t url_count = 0;
+    if (Error error = GetNumURLs(&url_count); error.failed()) return error;
+    Error error = load_document(0);
+    // A camera has a second URL for when the first cannot be followed. The error of the first is the one to mend.
+    for (uint32_t index = 1; error.failed() && index < url_count; ++index) {
+        if (!load_document(index).failed()) error = success();
+    }
+    if (error.failed()) return error;
     auto* port = document->find<GenICam::IPort>("Device");
     if (port == nullptr) return {GC_ERR_ERROR, "Failed to find 'Device' port in GenICam document from the camera"};
     return gds_producer::to_gentl_error(port->bind(&port_proxy, 0), "Failed to bind the 'Device' port");
+}
+
+Error device_remote_port::load_document(uint32_t index) {
+    auto text = read_document(index);
+    if (!text) return std::move(text.error());
+    document_text = std::move(*text);
+    acq_start_stop_register.reset();
+    return parse_acquisition_register();
 }
 
 Error device_remote_port::parse_acquisition_register() {
@@ -73,7 +87,7 @@ Error device_remote_port::parse_acquisition_register() {
             [&](const pugi::xml_node& node) { return std::string_view{node.attribute("Name").value()} == name; });
         if (!found) continue;
         std::string_view text = found.child("Address").text().get();
-        while (text.starts_with(' ')) text.remove_prefix(1);
+        text.remove_prefix(std::min(text.find_first_not_of(" \t\r\n"), text.size()));
         if (text.starts_with("0x") || text.starts_with("0X")) text.remove_prefix(2);
         uint64_t address = 0;
         std::from_chars(text.data(), text.data() + text.size(), address, 16);

@@ -51,6 +51,7 @@ public:
     [[nodiscard]] std::optional<uint64_t> acquisition_register() const noexcept { return acq_start_stop_register; }
 
 private:
+    [[nodiscard]] GenTL::Error load_document(uint32_t url_index);
     [[nodiscard]] GenTL::Error parse_acquisition_register();
 
     device_port_proxy port_proxy{*this};

@@ -73,6 +73,27 @@ TEST(Chunks, BrokenTrailersGiveTheSameErrorUntilTheNextFrame) {
     EXPECT_EQ(buffer->GetChunkData(nullptr, &count).message, "The buffer does not contain chunk data");
 }
 
+TEST(Chunks, AreAnsweredOnlyInTheConsumersHandsAndAskingEarlyDoesNoHarm) {
+    std::vector<uint32_t> words;
+    append_chunk(words, 1, 4, false);
+    const auto buffer = buffer_with(words, false);
+    size_t count = 0;
+    // A frame without chunks came before.
+    buffer->contains_chunk_data = false;
+    for (const auto status : {BufferStatus::Input, BufferStatus::Filling, BufferStatus::Output}) {
+        if (status == BufferStatus::Filling) {
+            buffer->reset();
+            buffer->contains_chunk_data = true; // written before the frame's bytes are all there
+        }
+        buffer->set_status(status);
+        EXPECT_EQ(buffer->GetChunkData(nullptr, &count).code, GC_ERR_NO_DATA);
+        buffer->size_filled = words.size() * 4;
+    }
+    buffer->set_status(BufferStatus::Announced);
+    EXPECT_EQ(buffer->GetChunkData(nullptr, &count).code, GC_ERR_SUCCESS);
+    EXPECT_EQ(count, 1U);
+}
+
 TEST(BufferInfo, FollowsTheFrame) {
     auto buffer = *make_buffer(nullptr, 100, nullptr);
     const auto flag = [&](BUFFER_INFO_CMD command) {

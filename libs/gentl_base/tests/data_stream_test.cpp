@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
 #include <random>
 #include <thread>
 
@@ -211,4 +214,153 @@ TEST(DataStream, NoBufferIsLostUnderRandomUse) {
     for (const BUFFER_HANDLE buffer : buffers) {
         EXPECT_EQ(DSRevokeBuffer(chain.ds, buffer, nullptr, nullptr), GC_ERR_SUCCESS);
     }
+}
+
+// The one command for many: type, size and value of each row of the published table, and errors that stay in theirs.
+TEST(DataStream, StackedInfosAnswerTheWholeTable) {
+    const open_chain chain;
+    int consumers = 0;
+    std::vector<std::byte> memory(100);
+    BUFFER_HANDLE handle = nullptr;
+    ASSERT_EQ(DSAnnounceBuffer(chain.ds, memory.data(), memory.size(), &consumers, &handle), GC_ERR_SUCCESS);
+    auto& buffer = *static_cast<Buffer*>(handle);
+    buffer.size_filled = 90;
+    buffer.frame_id = 7;
+    buffer.timestamp = 8;
+    buffer.width = 9;
+    buffer.height = 10;
+    buffer.pixel_format = 0x01080001;
+    buffer.pixel_format_namespace = 2;
+    buffer.data_size = 101;
+    buffer.x_padding = 3;
+    buffer.chunk_layout_id = 4;
+    buffer.fill_state = FillState::incomplete;
+    struct row {
+        BUFFER_INFO_CMD command;
+        INFO_DATATYPE type;
+        size_t size;
+        uint64_t value;
+    };
+    const row rows[] = {
+        {BUFFER_INFO_BASE, INFO_DATATYPE_PTR, 8, reinterpret_cast<uint64_t>(memory.data())},
+        {BUFFER_INFO_SIZE, INFO_DATATYPE_SIZET, 8, 100},
+        {BUFFER_INFO_USER_PTR, INFO_DATATYPE_PTR, 8, reinterpret_cast<uint64_t>(&consumers)},
+        {BUFFER_INFO_TIMESTAMP, INFO_DATATYPE_UINT64, 8, 8},
+        {BUFFER_INFO_NEW_DATA, INFO_DATATYPE_BOOL8, 1, 1},
+        {BUFFER_INFO_IS_QUEUED, INFO_DATATYPE_BOOL8, 1, 0},
+        {BUFFER_INFO_IS_ACQUIRING, INFO_DATATYPE_BOOL8, 1, 0},
+        {BUFFER_INFO_IS_INCOMPLETE, INFO_DATATYPE_BOOL8, 1, 1},
+        {BUFFER_INFO_TLTYPE, INFO_DATATYPE_STRING, 4, 0x564547}, // "GEV"
+        {BUFFER_INFO_SIZE_FILLED, INFO_DATATYPE_SIZET, 8, 90},
+        {BUFFER_INFO_WIDTH, INFO_DATATYPE_SIZET, 8, 9},
+        {BUFFER_INFO_HEIGHT, INFO_DATATYPE_SIZET, 8, 10},
+        {BUFFER_INFO_XOFFSET, INFO_DATATYPE_SIZET, 8, 0},
+        {BUFFER_INFO_YOFFSET, INFO_DATATYPE_SIZET, 8, 0},
+        {BUFFER_INFO_XPADDING, INFO_DATATYPE_SIZET, 8, 3},
+        {BUFFER_INFO_YPADDING, INFO_DATATYPE_SIZET, 8, 0},
+        {BUFFER_INFO_FRAMEID, INFO_DATATYPE_UINT64, 8, 7},
+        {BUFFER_INFO_IMAGEPRESENT, INFO_DATATYPE_BOOL8, 1, 1},
+        {BUFFER_INFO_IMAGEOFFSET, INFO_DATATYPE_SIZET, 8, 0},
+        {BUFFER_INFO_PAYLOADTYPE, INFO_DATATYPE_SIZET, 8, 1},
+        {BUFFER_INFO_PIXELFORMAT, INFO_DATATYPE_UINT64, 8, 0x01080001},
+        {BUFFER_INFO_PIXELFORMAT_NAMESPACE, INFO_DATATYPE_UINT64, 8, 2},
+        {BUFFER_INFO_DELIVERED_IMAGEHEIGHT, INFO_DATATYPE_SIZET, 8, 10},
+        {BUFFER_INFO_CHUNKLAYOUTID, INFO_DATATYPE_UINT64, 8, 4},
+        {BUFFER_INFO_PIXEL_ENDIANNESS, INFO_DATATYPE_INT32, 4, 1},
+        {BUFFER_INFO_DATA_SIZE, INFO_DATATYPE_SIZET, 8, 101},
+        {BUFFER_INFO_TIMESTAMP_NS, INFO_DATATYPE_UINT64, 8, 8},
+        {BUFFER_INFO_DATA_LARGER_THAN_BUFFER, INFO_DATATYPE_BOOL8, 1, 1},
+        {BUFFER_INFO_CONTAINS_CHUNKDATA, INFO_DATATYPE_BOOL8, 1, 0},
+    };
+    std::vector<DS_BUFFER_INFO_STACKED> stack;
+    std::vector<uint64_t> values(std::size(rows) + 2, 0);
+    for (const row& each : rows) stack.push_back({each.command, 0, &values[stack.size()], 8, 1});
+    stack.push_back({BUFFER_INFO_FILENAME, 0, &values[stack.size()], 8, 1});
+    stack.push_back({BUFFER_INFO_SIZE, 0, &values[stack.size()], 4, 1}); // too small
+    ASSERT_EQ(DSGetBufferInfoStacked(chain.ds, handle, stack.data(), stack.size()), GC_ERR_SUCCESS);
+    for (size_t i = 0; i < std::size(rows); ++i) {
+        EXPECT_EQ(GC_ERROR{stack[i].iResult}, GC_ERR_SUCCESS) << rows[i].command;
+        EXPECT_EQ(INFO_DATATYPE{stack[i].iType}, rows[i].type) << rows[i].command;
+        EXPECT_EQ(size_t{stack[i].iSize}, rows[i].size) << rows[i].command;
+        EXPECT_EQ(values[i], rows[i].value) << rows[i].command;
+    }
+    EXPECT_EQ(GC_ERROR{stack[std::size(rows)].iResult}, GC_ERR_NOT_IMPLEMENTED);
+    EXPECT_EQ(GC_ERROR{stack.back().iResult}, GC_ERR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(DSGetBufferInfoStacked(chain.ds, handle, nullptr, 1), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(DSGetBufferInfoStacked(chain.ds, handle, stack.data(), 0), GC_ERR_INVALID_PARAMETER);
+    EXPECT_EQ(DSGetBufferInfoStacked(chain.ds, &consumers, stack.data(), 1), GC_ERR_INVALID_HANDLE);
+}
+
+// Several consumers wait on one event, queue and ask for counts while one thread fills: each frame reaches one of them,
+// and no count is ever beyond what was announced.
+TEST(DataStream, SeveralConsumersShareOneStreamsQueues) {
+    const open_chain chain;
+    constexpr size_t buffers = 6;
+    constexpr uint64_t frames = 20'000;
+    static_cast<void>(chain.announce(buffers));
+    EVENT_HANDLE event = nullptr;
+    ASSERT_EQ(GCRegisterEvent(chain.ds, EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS);
+    ASSERT_EQ(DSStartAcquisition(chain.ds, ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE), GC_ERR_SUCCESS);
+    std::atomic<uint64_t> taken{0};
+    std::atomic<size_t> highest{0};
+    std::atomic<uint64_t> failures{0};
+    const auto consume = [&] {
+        EVENT_NEW_BUFFER_DATA data{};
+        size_t size = sizeof data;
+        while (EventGetData(event, &data, &size, GENTL_INFINITE) == GC_ERR_SUCCESS) {
+            ++taken;
+            failures += DSQueueBuffer(chain.ds, data.BufferHandle) != GC_ERR_SUCCESS;
+            const auto queued = stream_info<size_t>(chain.ds, STREAM_INFO_NUM_QUEUED);
+            for (size_t seen = highest; queued > seen && !highest.compare_exchange_weak(seen, queued);) {
+            }
+        }
+    };
+    {
+        std::jthread first{consume};
+        std::jthread second{consume};
+        auto& stream = chain.stream_object();
+        for (uint64_t sent = 0; sent < frames;) {
+            Buffer* buffer = stream.fill();
+            if (buffer == nullptr) {
+                std::this_thread::yield();
+                continue;
+            }
+            stream.filling.clear();
+            stream.queue_buffer_from_filling_to_output(buffer);
+            ++sent;
+        }
+        while (taken < frames) std::this_thread::yield();
+        EventKill(event);
+        EventKill(event);
+    }
+    EXPECT_EQ(taken, frames);
+    EXPECT_EQ(failures, 0U);
+    EXPECT_LE(highest, buffers + 1) << "a buffer may be counted before it is queued";
+    EXPECT_EQ(triple(chain.ds), (std::array<size_t, 3>{buffers, buffers, 0}));
+}
+
+// Two devices of one interface: each waits, in the middle of being opened, for the other to come as far.
+TEST(DataStream, DevicesOfOneInterfaceOpenSideBySide) {
+    const open_chain chain;
+    ASSERT_EQ(DevClose(chain.dev), GC_ERR_SUCCESS);
+    std::mutex mutex;
+    std::condition_variable arrived;
+    int inside = 0;
+    std::atomic<int> met{0};
+    interface::on_open = [&](const std::string&) {
+        std::unique_lock held{mutex};
+        ++inside;
+        arrived.notify_all();
+        met += arrived.wait_for(held, std::chrono::seconds{20}, [&] { return inside == 2; });
+    };
+    DEV_HANDLE devices[2] = {};
+    {
+        std::jthread other{[&] { IFOpenDevice(chain.iface, "dev1", DEVICE_ACCESS_CONTROL, &devices[1]); }};
+        EXPECT_EQ(IFOpenDevice(chain.iface, "dev0", DEVICE_ACCESS_CONTROL, &devices[0]), GC_ERR_SUCCESS);
+    }
+    interface::on_open = [](const std::string&) {};
+    EXPECT_EQ(met, 2);
+    EXPECT_NE(devices[1], nullptr);
+    DEV_HANDLE again = nullptr;
+    EXPECT_EQ(IFOpenDevice(chain.iface, "dev1", DEVICE_ACCESS_CONTROL, &again), GC_ERR_RESOURCE_IN_USE);
 }

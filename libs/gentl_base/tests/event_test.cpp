@@ -86,7 +86,9 @@ TEST(Event, DataAndInfoTables) {
     const std::byte payload[] = {std::byte{0x40}};
     generic->fire(0x4001, payload);
     GenApiEventRecord record{};
-    size_t size = sizeof record;
+    size_t size = 1000;
+    EXPECT_FALSE(generic->GetData(nullptr, &size, 0).failed()) << "asks for the size only";
+    EXPECT_EQ(size, sizeof record);
     ASSERT_FALSE(generic->GetData(&record, &size, 0).failed());
     INFO_DATATYPE type = 0;
     char text[16] = {};
@@ -111,4 +113,29 @@ TEST(Event, DataAndInfoTables) {
     EXPECT_EQ(EventGetInfo(event, EVENT_SIZE_MAX, &type, &number, &size), GC_ERR_SUCCESS);
     EXPECT_EQ(number, 16U);
     EXPECT_EQ(EventGetInfo(event, EVENT_INFO_CUSTOM_ID, &type, &number, &size), GC_ERR_NOT_IMPLEMENTED);
+}
+
+TEST(Event, CountersFollowFiringTakingAndFlushing) {
+    auto event = std::make_shared<GenApiEvent>(EVENT_MODULE);
+    const auto counts = [&] {
+        INFO_DATATYPE type = 0;
+        size_t queued = 0;
+        uint64_t fired = 0;
+        size_t size = sizeof queued;
+        EXPECT_FALSE(event->GetInfo(EVENT_NUM_IN_QUEUE, &type, &queued, &size).failed());
+        EXPECT_EQ(type, INFO_DATATYPE_SIZET);
+        size = sizeof fired;
+        EXPECT_FALSE(event->GetInfo(EVENT_NUM_FIRED, &type, &fired, &size).failed());
+        EXPECT_EQ(type, INFO_DATATYPE_UINT64);
+        return std::pair{queued, fired};
+    };
+    for (int i = 0; i < 3; ++i) event->fire(1, {});
+    EXPECT_EQ(counts(), std::pair(size_t{3}, uint64_t{3}));
+    GenApiEventRecord record{};
+    size_t size = sizeof record;
+    ASSERT_FALSE(event->GetData(&record, &size, 0).failed());
+    EXPECT_EQ(counts(), std::pair(size_t{2}, uint64_t{3}));
+    ASSERT_FALSE(event->Flush().failed());
+    EXPECT_EQ(counts(), std::pair(size_t{0}, uint64_t{3}));
+    EXPECT_EQ(event->GetData(&record, &size, 0).code, GC_ERR_TIMEOUT);
 }

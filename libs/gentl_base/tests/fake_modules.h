@@ -69,11 +69,13 @@ class interface final : public InterfaceImpl {
 public:
     interface(ISystem& parent, const InterfaceInfo& info, std::vector<DeviceInfo>& listed)
         : InterfaceImpl(parent, info), devices(listed) {}
+    static inline std::function<void(const std::string&)> on_open = [](const std::string&) {};
 
 protected:
     std::expected<std::vector<DeviceInfo>, Error> query_devices_(uint64_t) override { return devices; }
     std::expected<std::shared_ptr<IDevice>, Error> create_device_(const DeviceInfo& info,
                                                                   DEVICE_ACCESS_FLAGS flags) override {
+        on_open(info.id);
         return std::make_shared<device>(*this, info, flags);
     }
 

@@ -8,6 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <filesystem>
 #include <set>
 #include <thread>
 
@@ -172,4 +175,53 @@ TEST(ModulePort, ConcurrentFirstAccessBuildsOneDocument) {
     for (auto& thread : threads) thread.join();
     for (const auto& text : texts) EXPECT_EQ(text, texts.front());
     EXPECT_FALSE(texts.front().empty());
+}
+
+// A list event carries one byte; the feature of the module's own document reads it from its event port.
+TEST(ModulePort, ListEventsAreReadFromWhatTheEventCarries) {
+    const open_chain chain;
+    struct one_byte final : GenICam::IDevicePort {
+        explicit one_byte(std::byte v) : value(v) {}
+        GenICam::result<std::size_t> read(int64_t address, std::span<std::byte> data, unsigned) override {
+            if (address != 0 || data.size() != 1) return GenICam::fail(GenICam::genicam_errc::generic_error);
+            data[0] = value;
+            return std::size_t{1};
+        }
+        std::error_code write(int64_t, std::span<const std::byte>, unsigned) override {
+            return make_error_code(GenICam::genicam_errc::generic_error);
+        }
+        std::byte value;
+    };
+    for (const auto& [module, feature, value] : {std::tuple{chain.tl, "EventInterfaceListChanged", 0x40},
+                                                 std::tuple{chain.iface, "EventDeviceListChanged", 0x30}}) {
+        const std::string text = document_of(module);
+        const auto document = GenICam::create_document(text);
+        ASSERT_NE(document, nullptr);
+        one_byte event{static_cast<std::byte>(value)};
+        auto* port = document->find<GenICam::IPort>(std::string{feature} + "Port");
+        ASSERT_NE(port, nullptr) << feature;
+        ASSERT_FALSE(port->bind(&event, 0));
+        const auto read = document->find<GenICam::IInteger>(feature)->get_val(GenICam::access_flags::bypass_cache);
+        ASSERT_TRUE(read) << feature << ": " << read.error().message();
+        EXPECT_EQ(*read, value);
+    }
+}
+
+TEST(ModulePort, ADebugFileHoldsTheDocumentUnderItsNameVersionAndHash) {
+    Util::RegisterMap map;
+    uint64_t next = 0x1000;
+    Util::GenApiInterfaceBuilder builder{
+        map, next, genicam_gen::reference(genicam_gen::reference_id::system), {"Maker", "Model", "Tip"}, "Port"};
+    builder.add_integer_constant("TLVersionMajor", 1);
+    const auto folder = std::filesystem::temp_directory_path() / ("orv-debug-file-" + std::to_string(getpid()));
+    std::filesystem::create_directory(folder);
+    EXPECT_FALSE(builder.write_debug_file((folder / "module").string(), "1.2").failed());
+    std::string name;
+    for (const auto& entry : std::filesystem::directory_iterator{folder}) name = entry.path().filename().string();
+    EXPECT_TRUE(name.starts_with("module-1.2-") && name.ends_with(".xml")) << name;
+    std::filesystem::remove_all(folder);
+    const Error error = builder.write_debug_file((folder / "gone").string(), "1");
+    EXPECT_EQ(error.code, GC_ERR_ERROR);
+    EXPECT_TRUE(error.message.starts_with("Failed to open file '" + folder.string())) << error.message;
+    EXPECT_TRUE(error.message.ends_with("'. Err: No such file or directory.")) << error.message;
 }

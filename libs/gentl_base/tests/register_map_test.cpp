@@ -1,4 +1,5 @@
 // Every kind of register at every offset and size around its borders.
+#include <gentl_producer/InfoAnswer.h>
 #include <gentl_producer/RegisterMap.h>
 
 #include <gtest/gtest.h>
@@ -143,4 +144,30 @@ TEST(RegisterMap, TextReadsInPiecesAndIsNeverWritten) {
     EXPECT_EQ(std::string(sut.buffer, 4), "3456");
     EXPECT_EQ(sut.read(3, 8).code, GC_ERR_BUFFER_TOO_SMALL);
     EXPECT_EQ(sut.write(0, "x", 1).code, GC_ERR_ACCESS_DENIED);
+}
+
+// A module's text behind its info command, which refuses a buffer that does not hold the text and its NUL.
+TEST(RegisterMap, StringsBehindAnInfoCommandReadInAnyPieces) {
+    constexpr size_t length = 32;
+    for (const size_t text_length : {size_t{0}, size_t{5}, length - 1, length}) {
+        const std::string text(text_length, 't');
+        OneRegister sut{length,
+                        make_string_entry(
+                            [&](std::span<char> dst) {
+                                INFO_DATATYPE type = 0;
+                                size_t size = dst.size();
+                                return GenTL::Producer::answer_string(&type, dst.data(), &size, text);
+                            },
+                            length),
+                        false};
+        for (size_t offset = 0; offset < length; ++offset) {
+            for (size_t size = 1; size <= length - offset; ++size) {
+                ASSERT_EQ(sut.read(offset, size).code, GC_ERR_SUCCESS) << text_length << ": " << offset << " " << size;
+                ASSERT_EQ(sut.transferred, size);
+                std::string whole = text;
+                whole.resize(length);
+                ASSERT_EQ(std::string_view(sut.buffer, size), std::string_view{whole}.substr(offset, size));
+            }
+        }
+    }
 }

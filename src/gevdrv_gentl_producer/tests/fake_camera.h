@@ -27,6 +27,9 @@ struct camera_traits {
     bool free_running = false;
     uint32_t pause_us = 300; // between frames
     double frame_rate = 1;   // what the document says: a low one makes a receiver patient with a busy machine
+    uint64_t tick_frequency = 1'000'000'000;
+    const char* more_nodes = ""; // of the document
+    const char* first_url = "";  // before the one of the document
 };
 
 class camera {
@@ -88,8 +91,8 @@ public:
                integer("PayloadSize", payload_size, "") +
                integer("GevSCPSPacketSize", packet_size,
                        "<Min>100</Min><Max>" + std::to_string(packet_size) + "</Max>") +
-               "<Float Name=\"AcquisitionFrameRate\"><Value>" + std::to_string(traits.frame_rate) +
-               "</Value></Float><Port Name=\"Device\"></Port></RegisterDescription>";
+               "<Float Name=\"AcquisitionFrameRate\"><Value>" + std::to_string(traits.frame_rate) + "</Value></Float>" +
+               traits.more_nodes + "<Port Name=\"Device\"></Port></RegisterDescription>";
     }
     [[nodiscard]] uint16_t port() const { return socket.local().port; }
 
@@ -98,8 +101,10 @@ public:
         switch (address) {
         case 0x0934:
             return traits.can_resend ? 4 : 0;
-        case 0x0940: // ticks are nanoseconds
-            return 1'000'000'000;
+        case 0x093C:
+            return static_cast<uint32_t>(traits.tick_frequency >> 32);
+        case 0x0940:
+            return static_cast<uint32_t>(traits.tick_frequency);
         case 0x0D04:
             return packet_size | 0x40000000;
         default:
@@ -140,6 +145,8 @@ public:
         const std::lock_guard guard{mutex};
         return destination;
     }
+
+    [[nodiscard]] std::string first_url() const { return traits.first_url; }
 
     std::atomic<uint64_t> resends{0};
 

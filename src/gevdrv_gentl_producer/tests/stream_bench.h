@@ -42,7 +42,10 @@ public:
             char url[64];
             std::snprintf(url, sizeof url, "local:camera.xml;%lx;%zx", camera::document_address,
                           device.document().size());
-            return std::vector<url_info>{{{}, url, 0}};
+            std::vector<url_info> list;
+            if (!device.first_url().empty()) list.push_back({{}, device.first_url(), 0});
+            list.push_back({url_version_words{{1, 1, 4, 5, 6}}, url, 0});
+            return list;
         }));
         added(c::read_mem::serve(
             table,

@@ -133,7 +133,7 @@ public:
 protected:
     explicit EventImplBase2(EventFacts event_facts) : facts(event_facts) {}
 
-    // Under `mutex`.
+    // Under `mutex`; pop with a record in the queue and a buffer of `facts.size_max` bytes.
     virtual size_t queue_size() = 0;
     virtual void clear_queue() = 0;
     virtual void pop(void* pBuffer, size_t* piSize) = 0;

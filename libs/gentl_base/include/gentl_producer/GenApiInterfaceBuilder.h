@@ -86,7 +86,8 @@ public:
     // The category of this name, the features appended; it comes into being when it is new.
     genicam_gen::Category& add_category(std::string_view name, std::initializer_list<std::string_view> features);
 
-    // Data of a module event: a port that carries the event's number, a 64-bit register on it, and the feature.
+    // Data of a module event: a port that carries the event's number, a register of the one
+    // byte that the event has, and the feature.
     genicam_gen::Port& add_event_port(std::string_view port_name, uint64_t event_id);
     genicam_gen::Integer& add_event_data(std::string_view feature, uint64_t event_id);
 
@@ -99,6 +100,8 @@ public:
     genicam_gen::StringReg& add_string_reg(std::string_view name, size_t length, genicam_gen::access_mode access,
                                            std::unique_ptr<RegisterMapEntry> entry);
 
+    // For whoever debugs a module: the document as it stands, in the file "STEM-VERSION-HASH.xml".
+    [[nodiscard]] Error write_debug_file(std::string_view stem, std::string_view version) const;
     // The document with references to absent nodes dropped and all categories under Root. The builder is spent.
     [[nodiscard]] genicam_gen::document finish();
 

@@ -71,6 +71,8 @@ protected:
 
     // Called on the first access, and again after a failure.
     virtual std::expected<std::vector<std::string>, Error> load_url_list_() = 0;
+    // What the port knows of the URL beyond its text. Called once for each URL, with urls_mutex held.
+    virtual void complete_url_record_(size_t, UrlRecord&) const {}
     // Fills the list once; threads that come at the same time wait for the first.
     Error ensure_urls();
     [[nodiscard]] const std::string& get_port_id() const noexcept { return port_id; }

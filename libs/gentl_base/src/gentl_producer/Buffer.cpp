@@ -80,8 +80,7 @@ private:
 };
 
 void Buffer_with_trailing_chunk_data::reset() {
-    // The flag still belongs to the previous frame.
-    if (contains_chunk_data) {
+    {
         const std::lock_guard guard{chunk_mutex};
         parse_result.reset();
     }
@@ -89,8 +88,12 @@ void Buffer_with_trailing_chunk_data::reset() {
 }
 
 Error Buffer_with_trailing_chunk_data::GetChunkData(SINGLE_CHUNK_DATA* pChunkData, size_t* piNumChunks) {
-    if (!contains_chunk_data) return no_chunk_data();
     const std::lock_guard guard{chunk_mutex};
+    // Outside the consumer's hands the frame's fields and bytes are somebody else's, and what is parsed from them now
+    // must not answer for the next frame.
+    if (status.load(std::memory_order_acquire) != BufferStatus::Announced || !contains_chunk_data) {
+        return no_chunk_data();
+    }
     if (!parse_result) {
         parse_result = parse_trailing_chunks();
         if (!parse_result->failed() && chunks.empty()) parse_result = no_chunk_data();

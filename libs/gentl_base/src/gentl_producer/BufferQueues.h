@@ -20,11 +20,12 @@ namespace GenTL::Producer {
 class InputStack {
 public:
     void push(Buffer* buffer) {
+        // Before the buffer can be popped: the count may be one ahead for an instant, never below zero.
+        count.fetch_add(1, std::memory_order_relaxed);
         Buffer* old_top = top.load(std::memory_order_relaxed);
         do {
             buffer->next = old_top;
         } while (!top.compare_exchange_weak(old_top, buffer, std::memory_order_release, std::memory_order_relaxed));
-        count.fetch_add(1, std::memory_order_relaxed);
     }
     // Null when empty.
     Buffer* pop() {

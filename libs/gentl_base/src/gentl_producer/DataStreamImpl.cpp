@@ -297,13 +297,19 @@ Buffer* DataStreamImpl::take_input_buffer_unlocked(bool count_underrun) {
 }
 
 void DataStreamImpl::append_to_output(std::span<Buffer* const> buffers) {
-    const std::shared_ptr<NewBufferEvent> event = new_buffer_event.get();
-    const std::lock_guard guard{output->mutex};
-    for (Buffer* buffer : buffers) {
-        buffer->set_status(BufferStatus::Output);
-        output->buffers.push_back(buffer);
+    {
+        const std::lock_guard guard{output->mutex};
+        for (Buffer* buffer : buffers) {
+            buffer->set_status(BufferStatus::Output);
+            output->buffers.push_back(buffer);
+        }
     }
-    if (event) event->fired(buffers.size());
+    // Looked up behind the queueing: an event that is registered meanwhile finds the buffers in the queue, one that was
+    // registered before is woken here.
+    if (const std::shared_ptr<NewBufferEvent> event = new_buffer_event.get()) {
+        const std::lock_guard guard{output->mutex};
+        event->fired(buffers.size());
+    }
 }
 
 void DataStreamImpl::queue_buffer_from_filling_to_output(Buffer* buffer) {
@@ -487,10 +493,14 @@ void DataStreamImpl::build_register_map(Util::GenApiInterfaceBuilder& builder) {
     builder.add_ro_integer<uint64_t>("PayloadSize", query(STREAM_INFO_PAYLOAD_SIZE));
     builder.add_ro_boolean("StreamIsGrabbing", [this]() -> std::expected<bool, Error> { return num_to_acquire != 0; });
     builder.add_ro_integer<uint64_t>("StreamBufferAlignment", query(STREAM_INFO_BUF_ALIGNMENT));
-    builder.add_ro_integer<uint64_t>("StreamDeliveredFrameCount", query(STREAM_INFO_NUM_DELIVERED),
-                                     "StreamDeliveredFrameCount_Register");
-    builder.add_ro_integer<uint64_t>("StreamLostFrameCount", query(STREAM_INFO_NUM_UNDERRUN),
-                                     "StreamLostFrameCount_Register");
+    auto& delivered = builder.add_ro_integer<uint64_t>("StreamDeliveredFrameCount", query(STREAM_INFO_NUM_DELIVERED),
+                                                       "StreamDeliveredFrameCount_Register");
+    delivered.tool_tip = "Number of delivered frames since last acquisition start.";
+    delivered.display_name = "Stream Delivered Frame Count";
+    auto& lost = builder.add_ro_integer<uint64_t>("StreamLostFrameCount", query(STREAM_INFO_NUM_UNDERRUN),
+                                                  "StreamLostFrameCount_Register");
+    lost.tool_tip = "Number of lost frames due to queue underrun.";
+    lost.display_name = "Stream Lost Frame Count";
     auto& packet_loss =
         builder.add_ro_integer<uint64_t>("StreamPacketLossFrameCount", query(STREAM_INFO_KRV_NUM_TRANSMISSION_DROP),
                                          "StreamPacketLossFrameCount_Register");

@@ -2,6 +2,9 @@
 #include <gentl_producer/GenApiInterfaceBuilder.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <fstream>
+#include <system_error>
 #include <utility>
 
 namespace GenTL::Producer::Util {
@@ -318,9 +321,9 @@ genicam_gen::Integer& GenApiInterfaceBuilder::add_event_data(std::string_view na
     const std::string port_name = std::string{name} + "Port";
     const std::string reg = register_name_of(name, {});
     add_event_port(port_name, event_id);
-    auto& data = add_register<genicam_gen::IntReg>(reg, 8, access_mode::ro, 0);
+    auto& data = add_register<genicam_gen::IntReg>(reg, 1, access_mode::ro, 0);
     data.reg.p_port = port_name;
-    data.sign = genicam_gen::sign::signed_;
+    data.sign = genicam_gen::sign::unsigned_;
     data.endianess = genicam_gen::endianess::little;
     auto& node = feature<genicam_gen::Integer>(name);
     node.value = link_elem{reg};
@@ -346,6 +349,19 @@ genicam_gen::document GenApiInterfaceBuilder::finish() {
             node);
     }
     return std::move(model);
+}
+
+Error GenApiInterfaceBuilder::write_debug_file(std::string_view stem, std::string_view version) const {
+    const std::string text = document_text(model);
+    const std::string name = fmt::format("{}-{}-{}.xml", stem, version, genicam_gen::text_hash(text));
+    std::ofstream file{name, std::ios::binary | std::ios::trunc};
+    if (!file) {
+        return {GC_ERR_ERROR, "Failed to open file '{}'. Err: {}.", name,
+                std::error_code{errno, std::generic_category()}.message()};
+    }
+    file.write(text.data(), static_cast<std::streamsize>(text.size()));
+    file.close();
+    return file ? success() : Error{GC_ERR_IO, "Failed to write file '{}'.", name};
 }
 
 std::string document_text(const genicam_gen::document& model) {

@@ -82,7 +82,6 @@ Error InterfaceImpl::GetDeviceInfo(const char* sDeviceID, DEVICE_INFO_CMD iInfoC
 Error InterfaceImpl::OpenDevice(const char* sDeviceID, DEVICE_ACCESS_FLAGS iOpenFlags, DEV_HANDLE* phDevice) {
     if (sDeviceID == nullptr) return {GC_ERR_INVALID_ID, "sDeviceID == nullptr"};
     if (phDevice == nullptr) return {GC_ERR_INVALID_PARAMETER, "phDevice == nullptr"};
-    const std::lock_guard guard{open_mutex};
     std::optional<DeviceInfo> record;
     {
         const std::lock_guard list_guard{device_list_mutex};
@@ -90,11 +89,27 @@ Error InterfaceImpl::OpenDevice(const char* sDeviceID, DEVICE_ACCESS_FLAGS iOpen
         if (found == devices.end()) return {GC_ERR_INVALID_ID, "Unknown sDeviceID"};
         record = *found;
     }
-    if (open_devices.contains(record->id)) return {GC_ERR_RESOURCE_IN_USE, "Device already opened"};
+    uint64_t closings_before = 0;
+    {
+        // An empty place keeps others from opening the same device meanwhile.
+        const std::lock_guard guard{open_mutex};
+        if (!open_devices.try_emplace(record->id).second) return {GC_ERR_RESOURCE_IN_USE, "Device already opened"};
+        closings_before = closings;
+    }
+    // Without the lock: it reads a document through the network, and other devices open at the same time.
     auto created = create_device_(*record, iOpenFlags);
-    if (!created) return std::move(created.error());
+    std::unique_lock guard{open_mutex};
+    if (closings != closings_before) { // the place went with the interface's other devices
+        guard.unlock();
+        if (created) (*created)->close_children();
+        return {GC_ERR_INVALID_HANDLE, "Unknown hIface"};
+    }
+    if (!created) {
+        open_devices.erase(record->id);
+        return std::move(created.error());
+    }
     *phDevice = add_handle(record->id, *created, HandleKind::Device);
-    open_devices.emplace(record->id, std::move(*created));
+    open_devices[record->id] = std::move(*created);
     return success();
 }
 
@@ -109,8 +124,10 @@ void InterfaceImpl::close_children() {
     {
         const std::lock_guard guard{open_mutex};
         closing.swap(open_devices);
+        ++closings;
     }
     for (const auto& [device_id, open] : closing) {
+        if (!open) continue; // being opened: whoever does it sees the count
         remove_handle(open.get());
         open->close_children();
     }

@@ -32,7 +32,10 @@ Error PortImpl::ensure_urls() {
     if (!urls.empty()) return success();
     auto texts = load_url_list_();
     if (!texts) return std::move(texts.error());
-    for (std::string& text : *texts) urls.push_back(parse_url(std::move(text)));
+    for (std::string& text : *texts) {
+        urls.push_back(parse_url(std::move(text)));
+        complete_url_record_(urls.size() - 1, urls.back());
+    }
     return success();
 }
 

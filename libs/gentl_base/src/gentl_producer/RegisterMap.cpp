@@ -154,13 +154,20 @@ private:
 
 class ReadWriteString_func final : public StringEntry {
 public:
-    ReadWriteString_func(TextGetter get, size_t max) : StringEntry(max), getter(std::move(get)) {}
+    ReadWriteString_func(TextGetter get, size_t max) : StringEntry(max), getter(std::move(get)), length(max) {}
 
 private:
-    Error fill(std::span<char> dst) override { return getter(dst); }
+    // The getter answers only into room for its whole text and a NUL, whatever part of the register is asked for.
+    Error fill(std::span<char> dst) override {
+        std::string whole(length + 1, '\0');
+        if (Error error = getter(whole); error.failed()) return error;
+        std::copy_n(whole.begin(), std::min(dst.size(), length), dst.begin());
+        return success();
+    }
     Error store_text(std::string) override { return access_denied(); }
 
     TextGetter getter;
+    const size_t length;
 };
 
 class Command final : public RegisterMapEntry {

@@ -33,7 +33,7 @@ private:
     std::mutex outer; // guards thread; taken before inner
     std::jthread thread;
     int64_t owner_process = 0; // the thread is this process's alone
-    std::mutex inner; // guards slot
+    std::mutex inner;          // guards slot
     std::condition_variable_any filled;
     void* slot = nullptr;
     std::function<void(void*)> handler; // constant while the thread runs

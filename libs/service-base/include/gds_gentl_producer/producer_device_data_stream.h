@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gds_gentl_producer/async_deliver_queue.h>
+#include <gds_gentl_producer/delivery_statistics.h>
 #include <gds_gentl_producer/producer_device_base.h>
 #include <gentl_producer/DataStreamImpl.h>
 
@@ -26,14 +27,19 @@ protected:
     uint64_t num_transmission_drop() override { return packet_loss_frames; }
     std::expected<std::shared_ptr<GenTL::Producer::Buffer>, GenTL::Error> create_buffer_(void* base, size_t size,
                                                                                          void* user_ptr) override;
-    void build_register_map(GenTL::Producer::Util::GenApiInterfaceBuilder& builder) override;
+    void build_register_map(GenTL::Producer::Util::GenApiInterfaceBuilder& builder) final;
+
+    // The stream's features: settings that belong to the device and outlive its streams, then the stream's counters.
+    virtual void add_DeviceInstance_genicam_items(GenTL::Producer::Util::GenApiInterfaceBuilder& builder);
+    virtual void
+    add_DeviceDataStream_and_DeviceInstance_genicam_items(GenTL::Producer::Util::GenApiInterfaceBuilder& builder);
+    [[nodiscard]] virtual producer_device_base& get_device() noexcept { return device; }
+    [[nodiscard]] delivery_statistics::figures statistics() const noexcept { return delivered.last(); }
 
     // On the receive thread: a frame whose buffer fields are written.
     void push_async_deliver(GenTL::Producer::Buffer& buffer);
     void discard_buffer(GenTL::Producer::Buffer& buffer);
     void add_packet_loss(uint64_t frames) noexcept { packet_loss_frames += frames; }
-
-    [[nodiscard]] producer_device_base& device_base() noexcept { return device; }
 
 private:
     void update_and_deliver_buffer(GenTL::Producer::Buffer& buffer);
@@ -46,6 +52,7 @@ private:
     async_deliver_queue mailbox;
     std::atomic<uint64_t> packet_loss_frames{0};
     std::atomic<uint64_t> transform_queue_drops{0};
+    delivery_statistics delivered;
 };
 
 } // namespace gds_producer

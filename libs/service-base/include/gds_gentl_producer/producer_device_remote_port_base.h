@@ -5,6 +5,7 @@
 #include <gentl_producer/Port.h>
 #include <ipc_rpc/client_object_handle.h>
 
+#include <array>
 #include <memory>
 #include <span>
 #include <string>
@@ -41,12 +42,14 @@ protected:
                                      ipc_rpc::client_object_handle device);
 
     std::expected<std::vector<std::string>, GenTL::Error> load_url_list_() override;
+    void complete_url_record_(size_t index, GenTL::Producer::UrlRecord& record) const override;
 
     std::string document_text;
     std::unique_ptr<GenICam::IGenICamDoc> document;
 
 private:
     const ipc_rpc::client_object_handle device;
+    std::vector<std::array<uint32_t, 5>> url_versions; // schema and file version of each URL, while the list is loaded
 };
 
 } // namespace gds_producer

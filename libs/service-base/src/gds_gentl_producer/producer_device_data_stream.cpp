@@ -2,6 +2,8 @@
 
 #include <spdlog/logger.h>
 
+#include <chrono>
+
 namespace gds_producer {
 
 using namespace GenTL;
@@ -13,6 +15,11 @@ constexpr auto& logger = gds_helper::log::gvsp_logger;
 
 // GigE Vision sends the id and length words of chunks in network byte order.
 constexpr uint32_t big_endian_trailer = 1;
+
+uint64_t steady_microseconds() {
+    using namespace std::chrono;
+    return static_cast<uint64_t>(duration_cast<microseconds>(steady_clock::now().time_since_epoch()).count());
+}
 
 } // namespace
 
@@ -27,6 +34,7 @@ std::expected<std::shared_ptr<Buffer>, Error> producer_device_data_stream::creat
 Error producer_device_data_stream::start_acquisition_() {
     packet_loss_frames = 0;
     transform_queue_drops = 0;
+    delivered.reset();
     auto acquired = device.acquire_stream_channel();
     if (!acquired) return std::move(acquired.error());
     lease = std::move(*acquired);
@@ -95,18 +103,17 @@ void producer_device_data_stream::push_async_deliver(Buffer& buffer) {
 }
 
 void producer_device_data_stream::update_and_deliver_buffer(Buffer& buffer) {
+    delivered.frame(steady_microseconds(), 0);
     queue_buffer_from_filling_to_output(&buffer);
 }
 
 void producer_device_data_stream::build_register_map(Util::GenApiInterfaceBuilder& builder) {
     DataStreamImpl::build_register_map(builder);
+    add_DeviceInstance_genicam_items(builder);
+    add_DeviceDataStream_and_DeviceInstance_genicam_items(builder);
+}
 
-    auto& drops = builder.add_ro_integer<uint64_t>(
-        "TransformQueueDropCount", [this]() -> std::expected<uint64_t, Error> { return transform_queue_drops.load(); },
-        "TransformQueueDropCount_Register");
-    drops.display_name = "Transform Queue Drop Count";
-    drops.tool_tip = "Count of frames dropped due to transform queue overrun.";
-
+void producer_device_data_stream::add_DeviceInstance_genicam_items(Util::GenApiInterfaceBuilder& builder) {
     auto& drop_incomplete = builder.add_rw_boolean(
         "DropIncompleteFrames",
         [this]() -> std::expected<bool, Error> { return settings.flag(settings_block::drop_incomplete_frames); },
@@ -117,15 +124,24 @@ void producer_device_data_stream::build_register_map(Util::GenApiInterfaceBuilde
         "DropIncompleteFrames_Register");
     drop_incomplete.display_name = "Drop Incomplete Frames";
     drop_incomplete.tool_tip = "When enabled, incomplete frames are discarded immediately.";
+    auto& control = builder.add_category("DataStreamControl", {"DropIncompleteFrames"});
+    control.display_name = "Data Stream Control";
+    control.tool_tip = "Data Stream Control Category";
+}
+
+void producer_device_data_stream::add_DeviceDataStream_and_DeviceInstance_genicam_items(
+    Util::GenApiInterfaceBuilder& builder) {
+    auto& drops = builder.add_ro_integer<uint64_t>(
+        "TransformQueueDropCount", [this]() -> std::expected<uint64_t, Error> { return transform_queue_drops.load(); },
+        "TransformQueueDropCount_Register");
+    drops.display_name = "Transform Queue Drop Count";
+    drops.tool_tip = "Count of frames dropped due to transform queue overrun.";
 
     auto& statistics =
         builder.add_category("StreamStatistics", {"StreamDeliveredFrameCount", "StreamLostFrameCount",
                                                   "StreamPacketLossFrameCount", "TransformQueueDropCount"});
     statistics.display_name = "Stream Statistics";
     statistics.tool_tip = "Category for stream channel statistics.";
-    auto& control = builder.add_category("DataStreamControl", {"DropIncompleteFrames"});
-    control.display_name = "Data Stream Control";
-    control.tool_tip = "Data Stream Control Category";
 }
 
 } // namespace gds_producer

@@ -70,8 +70,27 @@ std::expected<std::vector<std::string>, Error> producer_device_remote_port_base:
         return std::unexpected(to_gentl_error(listed.error(), "get_url_info_list"));
     }
     std::vector<std::string> texts;
-    for (const auto& info : *listed) texts.push_back(info.url);
+    url_versions.clear();
+    for (const auto& info : *listed) {
+        texts.push_back(info.url);
+        url_versions.push_back(info.versions.words);
+    }
     return texts;
+}
+
+// The service has looked into the document; the URL's own words come first.
+void producer_device_remote_port_base::complete_url_record_(size_t index, Producer::UrlRecord& record) const {
+    if (index >= url_versions.size()) return;
+    const auto& words = url_versions[index];
+    if (record.schema_major == 0 && record.schema_minor == 0) {
+        record.schema_major = words[0];
+        record.schema_minor = words[1];
+    }
+    if (record.file_major == 0 && record.file_minor == 0 && record.file_subminor == 0) {
+        record.file_major = words[2];
+        record.file_minor = words[3];
+        record.file_subminor = words[4];
+    }
 }
 
 } // namespace gds_producer

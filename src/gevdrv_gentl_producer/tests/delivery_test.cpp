@@ -1,0 +1,191 @@
+// From received frames to buffer fields, the mailbox, and what a device keeps beyond its streams.
+#include "stream_bench.h"
+
+#include <gds_gentl_producer/async_deliver_queue.h>
+#include <gds_gentl_producer/delivery_statistics.h>
+
+#include <latch>
+
+namespace {
+
+using namespace fake;
+
+constexpr uint64_t long_enough_ms = 10'000;
+
+// Frame 1 with this timestamp in its leader.
+void send_frame(camera& cam, uint64_t timestamp) {
+    for (uint32_t id = 0; id <= camera::trailer_id; ++id) {
+        auto packet = camera::packet(1, id);
+        if (id == 0) {
+            for (size_t i = 0; i < 8; ++i) packet[12 + i] = static_cast<std::byte>(timestamp >> (56 - 8 * i) & 0xFF);
+        }
+        cam.send(packet);
+    }
+}
+
+// Reads and writes a boolean feature of a module through the address in its document.
+class flag_feature {
+public:
+    flag_feature(IPort& with, std::string_view feature) : port(with) {
+        std::string list(4096, '\0');
+        size_t size = list.size();
+        EXPECT_FALSE(port.GetURL(list.data(), &size).failed());
+        unsigned long at = 0;
+        unsigned long length = 0;
+        EXPECT_EQ(std::sscanf(std::strchr(list.c_str(), ';'), ";%lx;%lx", &at, &length), 2);
+        std::string text(length, '\0');
+        size = length;
+        EXPECT_FALSE(port.Read(at, text.data(), &size).failed());
+        pugi::xml_document xml;
+        EXPECT_TRUE(xml.load_buffer(text.data(), text.size()));
+        const auto node = xml.find_node([&](const pugi::xml_node& candidate) {
+            return candidate.attribute("Name").value() == std::string{feature} + "_Register";
+        });
+        EXPECT_TRUE(node) << feature;
+        address = std::strtoull(node.child("Address").text().get(), nullptr, 0);
+    }
+    [[nodiscard]] uint32_t get() const {
+        uint32_t value = 99;
+        size_t size = sizeof value;
+        EXPECT_FALSE(port.Read(address, &value, &size).failed());
+        return value;
+    }
+    void set(uint32_t value) const {
+        size_t size = sizeof value;
+        EXPECT_FALSE(port.Write(address, &value, &size).failed());
+    }
+
+private:
+    IPort& port;
+    uint64_t address = 0;
+};
+
+} // namespace
+
+TEST(Delivery, TimestampsBecomeNanosecondsAtAnyTickFrequency) {
+    struct row {
+        uint64_t frequency, ticks, nanoseconds;
+    };
+    for (const auto& [frequency, ticks, nanoseconds] :
+         {row{1'000'000'000, 123'456'789'012, 123'456'789'012}, row{1'000'000'000, UINT64_MAX, UINT64_MAX},
+          row{125'000'000, 125'000'000, 1'000'000'000}, row{66'666'667, 0, 0}, row{1'000, 5, 5'000'000},
+          row{1, 3, 3'000'000'000}, row{1, UINT64_MAX, UINT64_MAX},
+          row{uint64_t{1} << 33, uint64_t{1} << 33, 1'000'000'000}, row{0, 77, 77}}) {
+        camera_traits traits;
+        traits.tick_frequency = frequency;
+        auto bench = stream_bench::make(traits);
+        ASSERT_NE(bench, nullptr);
+        for (int i = 0; i < 5; ++i) ASSERT_FALSE(bench->stream->QueueBuffer(bench->announce()).failed());
+        ASSERT_TRUE(bench->start());
+        send_frame(bench->cam, ticks);
+        const BUFFER_HANDLE handle = bench->next(long_enough_ms);
+        ASSERT_NE(handle, nullptr) << frequency;
+        EXPECT_EQ(bench->info<uint64_t>(handle, BUFFER_INFO_TIMESTAMP_NS), nanoseconds) << frequency << " Hz";
+        EXPECT_EQ(bench->info<uint64_t>(handle, BUFFER_INFO_TIMESTAMP), nanoseconds);
+    }
+}
+
+TEST(Delivery, ResendSettingsOutliveTheStream) {
+    auto bench = stream_bench::make({});
+    ASSERT_NE(bench, nullptr);
+    flag_feature{dynamic_cast<IPort&>(*bench->stream), "StreamPacketResendEnable"}.set(0);
+    ASSERT_FALSE(bench->device->OnDataStreamClosed(bench->stream).failed());
+    DS_HANDLE handle = nullptr;
+    ASSERT_FALSE(bench->device->OpenDataStream("Stream0", &handle).failed());
+    bench->stream = dynamic_cast<IDataStream*>(static_cast<IHandleTarget*>(handle));
+    const flag_feature enable{dynamic_cast<IPort&>(*bench->stream), "StreamPacketResendEnable"};
+    EXPECT_EQ(enable.get(), 0U);
+}
+
+// Counters of one acquisition: what the receiver skipped counts once, and the next acquisition begins at zero.
+TEST(Delivery, SkippedFramesCountOnceAndAnewWithEachStart) {
+    camera_traits traits;
+    traits.can_resend = false;
+    auto bench = stream_bench::make(traits);
+    ASSERT_NE(bench, nullptr);
+    std::vector<BUFFER_HANDLE> handles;
+    for (int i = 0; i < 8; ++i) handles.push_back(bench->announce());
+    for (int round = 0; round < 2; ++round) {
+        for (const BUFFER_HANDLE handle : bench->mine()) ASSERT_FALSE(bench->stream->QueueBuffer(handle).failed());
+        ASSERT_TRUE(bench->start());
+        for (const uint16_t block : {1, 2, 5, 6}) { // 3 and 4 are missing
+            bench->cam.send_frame(block);
+            ASSERT_NE(bench->next(long_enough_ms), nullptr) << block;
+        }
+        EXPECT_EQ(bench->info<uint64_t>(STREAM_INFO_KRV_NUM_TRANSMISSION_DROP), 2U) << "round " << round;
+        ASSERT_TRUE(bench->stop());
+    }
+}
+
+TEST(Delivery, TheMailboxKeepsTheNewestFrame) {
+    gds_producer::async_deliver_queue mailbox;
+    int frames[4] = {};
+    std::latch entered{1};
+    std::latch go_on{1};
+    std::vector<void*> handled;
+    mailbox.start([&](void* frame) {
+        handled.push_back(frame);
+        if (handled.size() == 1) {
+            entered.count_down();
+            go_on.wait();
+        }
+    });
+    EXPECT_EQ(mailbox.push_image_replace(&frames[0]).returned, nullptr);
+    entered.wait(); // the handler is slower than what follows
+    EXPECT_EQ(mailbox.push_image_replace(&frames[1]).returned, nullptr);
+    for (int i = 2; i < 4; ++i) {
+        const auto replaced = mailbox.push_image_replace(&frames[i]);
+        EXPECT_FALSE(replaced.stopped);
+        EXPECT_EQ(replaced.returned, &frames[i - 1]) << "the older one comes back";
+    }
+    EXPECT_EQ(mailbox.take(), &frames[3]);
+    EXPECT_EQ(mailbox.push_image_replace(&frames[2]).returned, nullptr);
+    go_on.count_down();
+    void* left = mailbox.stop();
+    EXPECT_TRUE(left == nullptr || left == &frames[2]);
+    EXPECT_EQ(handled.size(), left == nullptr ? 2U : 1U);
+    const auto refused = mailbox.push_image_replace(&frames[0]);
+    EXPECT_TRUE(refused.stopped);
+    EXPECT_EQ(refused.returned, &frames[0]);
+}
+
+TEST(Delivery, StatisticsAreThoseOfTheLastWholeInterval) {
+    gds_producer::delivery_statistics sut;
+    uint64_t now = 5'000'000'000;
+    for (int i = 0; i <= 29; ++i, now += 100'000) sut.frame(now, 40);
+    EXPECT_EQ(sut.last().frames_per_second, 0.0) << "not three seconds yet";
+    sut.frame(now, 40);
+    EXPECT_DOUBLE_EQ(sut.last().frames_per_second, 10.0);
+    EXPECT_EQ(sut.last().avg_transform_us, 40U);
+    sut.frame(now + 6'000'000, 10); // one frame in six seconds
+    EXPECT_NEAR(sut.last().frames_per_second, 1.0 / 6, 1e-9);
+    EXPECT_EQ(sut.last().avg_transform_us, 10U);
+    sut.reset();
+    EXPECT_EQ(sut.last().frames_per_second, 0.0);
+}
+
+TEST(Delivery, ASecondUrlServesWhereTheFirstCannotBeRead) {
+    for (const char* bad : {"local:gone.xml;20000;100", "http://192.0.2.1/camera.xml", "nonsense"}) {
+        camera_traits traits;
+        traits.first_url = bad;
+        traits.more_nodes =
+            "<IntReg Name=\"AcquisitionStartStopRegister\"><Address>\n\t0x30c</Address><Length>4</Length>"
+            "<AccessMode>RW</AccessMode><pPort>Device</pPort></IntReg>";
+        auto bench = stream_bench::make(traits);
+        ASSERT_NE(bench, nullptr) << bad;
+        auto& port = bench->device->remote_port();
+        EXPECT_EQ(port.acquisition_register(), std::optional<uint64_t>{0x30C});
+        const auto word = [&](uint32_t index, URL_INFO_CMD command) {
+            int32_t value = -1;
+            INFO_DATATYPE type = 0;
+            size_t size = sizeof value;
+            EXPECT_FALSE(port.GetURLInfo(index, command, &type, &value, &size).failed());
+            return value;
+        };
+        EXPECT_EQ(word(1, URL_INFO_SCHEMA_VER_MAJOR), 1);
+        EXPECT_EQ(word(1, URL_INFO_SCHEMA_VER_MINOR), 1);
+        EXPECT_EQ(word(1, URL_INFO_FILE_VER_MAJOR), 4);
+        EXPECT_EQ(word(1, URL_INFO_FILE_VER_SUBMINOR), 6);
+        EXPECT_EQ(word(0, URL_INFO_FILE_VER_MAJOR), 0);
+    }
+}
