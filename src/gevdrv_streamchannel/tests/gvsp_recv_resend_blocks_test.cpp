@@ -150,6 +150,7 @@ TEST_F(gvsp_recv_resend_blocks_test, stream_joined_in_the_middle_has_lost_nothin
         whole(r.first);
         EXPECT_EQ(requests, r.asked) << r.first;
         for (auto asked = r.asked.rbegin(); asked != r.asked.rend(); ++asked) whole(asked->block);
+        ASSERT_FALSE(frames.empty());
         EXPECT_EQ(delivered().back(), r.first);
         EXPECT_EQ(receiver.get_statistics().skipped_frames, 0U) << r.first;
     }
