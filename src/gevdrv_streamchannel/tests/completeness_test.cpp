@@ -33,6 +33,7 @@ const row rows[] = {
     {"short before the trailer", {{0, L}, {1}, {2}, {3}, {4, 3, 60}, {5, T}}, true, true},
     {"short behind the trailer", {{0, L}, {1}, {2}, {3}, {5, T}, {4, 3, 60}}, true, true},
     {"another short one, too", {{0, L}, {1}, {4, 3, 60}, {2, 3, 50}, {3}, {5, T}}, false, false, {{1, 2, 3}}},
+    {"one many times", {{0, L}, {1}, {1}, {1}, {1}, {1}, {1}}, false, false},
     {"shorter", {{0, L}, {1}, {2, 3, 60}, {3, T}}, true, false},
     {"shorter, one lost", {{0, L}, {2, 3, 60}, {3, T}}, false, false, {{1, 1, 1}}},
     {"one just behind for a lost one", {{0, L}, {1}, {3}, {4}, {5, T}, {6}}, false, false, {{1, 2, 2}}},

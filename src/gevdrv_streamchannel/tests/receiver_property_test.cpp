@@ -219,35 +219,4 @@ TEST(receiver_property_test, simple_receiver_delivers_right_frames_in_order) {
     }
 }
 
-// Any bytes at any time: buffers come back, guards stay.
-TEST(receiver_property_test, mutated_traffic_loses_no_buffer) {
-    for (const bool extended : {false, true}) {
-        const shape wire{.extended = extended};
-        std::mt19937 random{20240607};
-        const auto below = [&](uint32_t bound) { return static_cast<uint32_t>(random() % bound); };
-        surroundings around;
-        around.start_over(wire);
-        gvsp_recv_resend resend{around.functions};
-        gvsp_recv_simple simple{around.functions};
-        resend.setup(wire.packet_size(), wire.frame_size());
-        simple.setup(wire.packet_size(), wire.frame_size());
-        uint64_t now = 1;
-        for (uint32_t i = 0; i < 20'000; ++i) {
-            const uint32_t block = 1 + i / 12 + below(3);
-            datagram data = packet_of(block, below(trailer_id + 1), wire);
-            if (below(8) == 0) data[below(extended ? 20 : 8)] = static_cast<std::byte>(below(256));
-            if (below(16) == 0) data.resize(below(static_cast<uint32_t>(data.size())));
-            now += below(5000);
-            feed(resend, now, data);
-            feed(simple, now, data);
-            if (below(3000) == 0) resend.reset();
-        }
-        resend.flush(now);
-        simple.flush(now);
-        EXPECT_EQ(around.returned, around.taken);
-        EXPECT_TRUE(around.guards_intact());
-        EXPECT_GT(resend.get_statistics().complete_frames, 0U);
-    }
-}
-
 } // namespace gev::streamchannel::impl
