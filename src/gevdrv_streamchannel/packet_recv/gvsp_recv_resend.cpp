@@ -149,9 +149,12 @@ bool gvsp_recv_resend::receive_packet(uint64_t now, std::span<const std::byte> d
     extended = packet.is_extended;
     const uint32_t id = packet.packet_id;
     const uint64_t* leader_timestamp = packet.kind == gvsp_packet_kind::leader ? &packet.leader.timestamp : nullptr;
-    if (current != nullptr && leader_timestamp != nullptr &&
-        ended_frames::begins_another(current->leader_mark(), static_cast<uint64_t>(t - current->last_packet),
-                                     *leader_timestamp, static_cast<uint64_t>(frame_time()))) {
+    // A block for a lost frame, still empty and back-dated, is filled by whatever frame has its id.
+    if (current != nullptr && leader_timestamp != nullptr && current->packets.count() != 0 &&
+        ended_frames::begins_another(
+            current->leader_mark(),
+            ended_frames::elapsed(static_cast<uint64_t>(t), static_cast<uint64_t>(current->last_packet)),
+            *leader_timestamp, static_cast<uint64_t>(frame_time()))) {
         restart_stream(t);
         current = nullptr;
     }

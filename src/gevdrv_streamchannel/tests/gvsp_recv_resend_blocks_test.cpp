@@ -56,6 +56,17 @@ TEST_F(gvsp_recv_resend_blocks_test, frames_skipped_are_recovered_as_far_as_bloc
     }
 }
 
+TEST_F(gvsp_recv_resend_blocks_test, leader_of_a_recovered_frame_is_no_restart) {
+    restart({}, {.max_open_blocks = 5});
+    whole(1);
+    pass(100'000);
+    whole(6);
+    pass(10'000);
+    for (uint64_t block = 2; block <= 5; ++block) whole(block);
+    EXPECT_EQ(delivered(), (ids{1, 2, 3, 4, 5, 6}));
+    EXPECT_EQ(statistics(), (counts{6, 0, 0, 0, 24, 4}));
+}
+
 TEST_F(gvsp_recv_resend_blocks_test, lost_frame_that_never_comes_is_delivered_empty_in_its_place) {
     whole(1);
     whole(3);
