@@ -112,6 +112,7 @@ private:
             std::memcpy(&parameters.max_retries, raw + 12, 4);
             std::memcpy(&parameters.resend_delay_factor, raw + 16, 4);
             parameters.resend_enabled = raw[20] != std::byte{0};
+            parameters.auto_time_per_frame = (raw[20] & std::byte{2}) != std::byte{0};
             receiver.set_resend_params(parameters);
             break;
         }

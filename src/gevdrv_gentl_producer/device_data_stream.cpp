@@ -126,8 +126,9 @@ void device_data_stream::apply_resend_settings() {
         }
     }
     gev::streamchannel::resend_parameters parameters;
-    parameters.time_per_frame =
-        resend.auto_time_per_frame ? resend.automatic_time_us.load() : resend.time_per_frame_us.load();
+    const uint32_t set_time = resend.time_per_frame_us;
+    parameters.auto_time_per_frame = resend.auto_time_per_frame || set_time == 0;
+    parameters.time_per_frame = parameters.auto_time_per_frame ? resend.automatic_time_us.load() : set_time;
     parameters.max_open_blocks = 3;
     parameters.max_retries = 3;
     parameters.resend_delay_factor = 0.5F;

@@ -178,6 +178,7 @@ bool stream_sender::wait_for_turn(const settings& current, clock::time_point due
 }
 
 void stream_sender::acquire(uint64_t order) {
+    ring.clear(); // its frames have the ids of those to come
     auto due = clock::now();
     uint64_t number = 0;
     for (;; ++number) {

@@ -235,6 +235,12 @@ TEST(camera_stream, requests_that_cannot_be_met_are_answered_with_their_reason) 
     EXPECT_EQ(ask(7, 5, 5), std::pair(uint16_t{0x8010}, std::size_t{8})) << "not sent yet";
     EXPECT_EQ(ask(6, 1000, 1000), std::pair(uint16_t{0x800C}, std::size_t{8})) << "behind the trailer";
     EXPECT_EQ(ask(6, 5, 5).first, 0x0100U);
+    // Started over: the ids are those of other frames now.
+    EXPECT_EQ(run.client.write(reg::acquisition_frame_count, 1), status::success);
+    run.go();
+    EXPECT_EQ(collect(run.client).blocks.size(), 1U);
+    EXPECT_EQ(ask(6, 5, 5).first, 0x8010U);
+    EXPECT_EQ(ask(1, 5, 5).first, 0x0100U);
 }
 
 TEST(camera_stream, chunks_stand_behind_the_picture) {

@@ -54,11 +54,12 @@ struct frame_receive_stats {
 };
 
 struct resend_parameters {
-    uint64_t time_per_frame = 33333;  // expected duration of a frame, microseconds
+    uint64_t time_per_frame = 33333;  // expected duration of a frame, microseconds; 0: automatic, 1 to 999 act as 1000
     uint32_t max_open_blocks = 3;     // in flight
     uint32_t max_retries = 3;         // sends of one range
     float resend_delay_factor = 0.5F; // share of time_per_frame before a first request and between repeats
     bool resend_enabled = true;
+    bool auto_time_per_frame = false; // follows the frames that come; time_per_frame is its start and its upper limit
 };
 
 // Called on the receive thread; none may block.

@@ -22,14 +22,14 @@ namespace gev::streamchannel::impl {
 
 namespace {
 
-constexpr uint32_t bits_per_word = 64;
 constexpr uint64_t ids_per_lap = 65535;
 constexpr uint32_t last_requestable_packet = 0xFFFFFF;
 constexpr uint32_t most_sends = 0xFF;
 // Bounds that keep sums of times far from overflow, whatever clock and parameters say.
 constexpr int64_t longest_time = int64_t{1} << 60;
-constexpr int64_t longest_delay = int64_t{1} << 40;
+constexpr int64_t longest_delay = int64_t{frame_time::longest};
 constexpr int64_t longest_per_packet = int64_t{1} << 30;
+constexpr uint32_t most_not_yet_available = 16; // answers heeded per frame
 
 enum status : uint16_t {
     packet_unavailable = 0x800C,
@@ -50,25 +50,24 @@ void log_block(int64_t t, const Block& block, fmt::format_string<Args...> text, 
 
 } // namespace
 
-uint32_t gvsp_recv_resend::block::start_of_missing_run(uint32_t last) const noexcept {
-    while (last > 0 && !has(last - 1)) --last;
-    return last;
-}
-
 gvsp_recv_resend::gvsp_recv_resend(const stream_functions& stream) : functions(stream) { setup(0, 0); }
 
 int64_t gvsp_recv_resend::relative(uint64_t now) const noexcept {
     return now <= time_base ? 0 : static_cast<int64_t>(std::min<uint64_t>(now - time_base, longest_time));
 }
 
-int64_t gvsp_recv_resend::frame_time() const noexcept {
-    return static_cast<int64_t>(std::min<uint64_t>(params.time_per_frame, longest_delay));
-}
-
 int64_t gvsp_recv_resend::resend_delay() const noexcept {
-    const float delay = static_cast<float>(params.time_per_frame) * params.resend_delay_factor;
+    const float delay = static_cast<float>(frame_time()) * params.resend_delay_factor;
     if (!(delay > 0)) return 0;
     return delay >= static_cast<float>(longest_delay) ? longest_delay : static_cast<int64_t>(delay);
+}
+
+void gvsp_recv_resend::set_resend_params(const resend_parameters& parameters) {
+    params = parameters;
+    if (frame_time.set(parameters)) {
+        logger().info("StreamPacketResendTimePerFrame {} us is too short, {} us are used.", parameters.time_per_frame,
+                      impl::frame_time::shortest_set);
+    }
 }
 
 void gvsp_recv_resend::setup(uint32_t packet_size, uint32_t new_payload_size) {
@@ -77,28 +76,25 @@ void gvsp_recv_resend::setup(uint32_t packet_size, uint32_t new_payload_size) {
         geometry[extended_ids] = block_geometry::of(packet_size, payload_size, extended_ids);
     }
     stats = {};
-    unwrapper.reset();
-    highest_frame_id = 0;
     time_base = 0;
     prepare_blocks();
 }
 
 void gvsp_recv_resend::prepare_blocks() {
-    // The smaller payload of extended ids needs the larger bitmap.
-    const size_t words = (size_t{geometry[1].expected_packets} + bits_per_word - 1) / bits_per_word;
     for (block& each : blocks) {
         each.state = block_state::free;
         each.context = {};
-        each.received_bitmap.assign(words, 0);
+        each.packets.reserve(geometry[1].expected_packets); // the smaller payload of extended ids needs more
     }
     open_count = 0;
-    recent_frame_ids = {};
+    unwrapper.reset();
+    started = false;
+    ended_recently.clear();
+    frame_time.restart();
 }
 
 void gvsp_recv_resend::reset() {
     flush(0);
-    unwrapper.reset();
-    highest_frame_id = 0;
     time_base = 0;
     prepare_blocks();
 }
@@ -151,50 +147,59 @@ bool gvsp_recv_resend::receive_packet(uint64_t now, std::span<const std::byte> d
         return true;
     }
     extended = packet.is_extended;
-    if (current == nullptr) current = create_block_for_id(t, packet.block_id);
+    const uint32_t id = packet.packet_id;
+    const uint64_t* leader_timestamp = packet.kind == gvsp_packet_kind::leader ? &packet.leader.timestamp : nullptr;
+    // A block for a lost frame, still empty and back-dated, is filled by whatever frame has its id.
+    if (current != nullptr && leader_timestamp != nullptr && current->packets.count() != 0 &&
+        ended_frames::begins_another(
+            current->leader_mark(),
+            ended_frames::elapsed(static_cast<uint64_t>(t), static_cast<uint64_t>(current->last_packet)),
+            *leader_timestamp, static_cast<uint64_t>(frame_time()))) {
+        restart_stream(t);
+        current = nullptr;
+    }
+    if (current == nullptr) current = create_block_for_id(t, packet.block_id, leader_timestamp);
     if (current == nullptr) return true;
-    mark_received(t, *current, packet.packet_id);
+    current->last_packet = t;
     switch (packet.kind) {
     case gvsp_packet_kind::leader:
+        if (current->packets.add(id)) came_forward(t, *current, id);
         last_leader = current->leader = packet.leader;
         break;
     case gvsp_packet_kind::payload: {
-        const placed_bytes placed =
-            place_payload(current->context, current->geometry, packet.packet_id, packet.payload);
+        if (current->packets.holds(id)) break;
+        const bool whole = is_whole(current->geometry, payload_size, id, packet.payload.data_size);
+        const bool forward = current->packets.add_payload(id, whole);
+        if (forward) came_forward(t, *current, id);
+        const placed_bytes placed = place_payload(current->context, current->geometry, id, packet.payload);
         current->received_bytes += placed.count;
         current->filled_size = std::max(current->filled_size, placed.end);
-        check_gap(t, *current, packet.packet_id);
+        if (forward) check_gap(t, *current, id);
         break;
     }
     case gvsp_packet_kind::trailer:
+        if (!current->packets.add_trailer(id)) break;
+        came_forward(t, *current, id);
         if (packet.trailer.chunk_data_payload_length != 0) current->has_chunk = true;
         current->chunk_layout_id = packet.trailer.chunk_layout_id;
-        current->trailer_packet_id = packet.packet_id;
-        check_gap(t, *current, packet.packet_id);
+        check_gap(t, *current, id);
         break;
     default:
+        if (current->packets.add(id)) came_forward(t, *current, id);
         break;
     }
     return true;
 }
 
 int64_t gvsp_recv_resend::end_timeout(int64_t t, const block& current) const noexcept {
-    if (current.received_count < 4 || current.highest_packet_id == 0) return frame_time();
+    if (current.packets.count() < 4 || current.highest_packet_id == 0) return frame_time();
     const int64_t floor = params.resend_enabled ? frame_time() : 2 * frame_time();
     // The projected length of the whole frame, so that a slow camera's tail isn't declared lost too soon.
     const int64_t per_packet = std::min((t - current.start_time) / current.highest_packet_id, longest_per_packet);
     return std::max(floor, per_packet * current.geometry.expected_packets - 2);
 }
 
-void gvsp_recv_resend::mark_received(int64_t t, block& current, uint32_t packet_id) noexcept {
-    if (current.state == block_state::free) return;
-    if (packet_id < current.geometry.expected_packets) {
-        uint64_t& word = current.received_bitmap[packet_id / bits_per_word];
-        const uint64_t bit = uint64_t{1} << (packet_id % bits_per_word);
-        if ((word & bit) != 0) return;
-        word |= bit;
-    }
-    ++current.received_count;
+void gvsp_recv_resend::came_forward(int64_t t, block& current, uint32_t packet_id) noexcept {
     if (packet_id < current.highest_packet_id) return;
     current.highest_packet_id = packet_id;
     if (current.end_deadline == never) return;
@@ -205,9 +210,10 @@ void gvsp_recv_resend::mark_received(int64_t t, block& current, uint32_t packet_
 // The first packet behind a gap notices it; what arrives behind an open range later is no new highest packet.
 void gvsp_recv_resend::check_gap(int64_t t, block& current, uint32_t packet_id) {
     if (!params.resend_enabled || packet_id == 0 || packet_id != current.highest_packet_id) return;
-    const uint32_t last = packet_id - 1;
-    if (current.has(last)) return;
-    const int64_t deadline = add_resend_entry(t, current, resend_delay(), current.start_of_missing_run(last), last);
+    const uint32_t last = std::min(packet_id, current.geometry.expected_packets) - 1;
+    if (!current.packets.is_missing(last)) return;
+    const int64_t deadline =
+        add_resend_entry(t, current, resend_delay(), current.packets.start_of_missing_run(last), last);
     current.next_timer = std::min(current.next_timer, deadline);
 }
 
@@ -248,8 +254,7 @@ int64_t gvsp_recv_resend::update_resend_entry(int64_t t, block& current, resend_
     if (t < entry.deadline) return entry.deadline;
     const uint32_t first = entry.first_packet;
     const uint32_t last = entry.last_packet;
-    uint32_t missing = first;
-    while (missing <= last && current.has(missing)) ++missing;
+    const auto missing = static_cast<uint32_t>(current.packets.first_missing(first, last));
     const bool any_missing = missing <= last;
     if (entry.retry_count < std::min(params.max_retries, most_sends)) {
         if (any_missing) {
@@ -288,8 +293,8 @@ void gvsp_recv_resend::run_timers(int64_t t, block& current) {
     if (t >= current.end_deadline) {
         deadline = current.end_deadline = never;
         const uint32_t last = current.geometry.expected_packets - 1;
-        if (current.trailer_packet_id == 0 && params.resend_enabled && !current.has(last)) {
-            deadline = add_resend_entry(t, current, 0, current.start_of_missing_run(last), last);
+        if (current.packets.trailer() == 0 && params.resend_enabled && current.packets.is_missing(last)) {
+            deadline = add_resend_entry(t, current, 0, current.packets.start_of_missing_run(last), last);
         }
     }
     current.next_timer = std::min(current.next_timer, deadline);
@@ -301,7 +306,7 @@ int64_t gvsp_recv_resend::check_timers(uint64_t now) {
     for (size_t i = 0; i < open_count; ++i) {
         block& current = *open_blocks[i];
         if (current.state != block_state::open) continue;
-        if (current.complete()) {
+        if (current.packets.complete()) {
             current.state = block_state::end_pending;
             continue;
         }
@@ -320,19 +325,41 @@ int64_t gvsp_recv_resend::check_timers(uint64_t now) {
     return wait == never ? -1 : wait - t;
 }
 
-gvsp_recv_resend::block* gvsp_recv_resend::create_block_for_id(int64_t t, uint64_t block_id) {
-    const uint64_t frame_id = unwrapper.unwrap(block_id, extended);
-    // The first id opens a block whenever it comes: cameras start over with it at each acquisition start, and in
-    // single-frame operation every frame has it. The price is that a packet which is late for a stream's very first
-    // frame, once that is delivered, opens it again.
-    if (frame_id == highest_frame_id + 1 || frame_id == 0) return create_single_new_block(t, block_id, frame_id);
-    if (frame_id <= highest_frame_id) {
-        if (std::ranges::find(recent_frame_ids, frame_id) != recent_frame_ids.end()) return nullptr;
-        return create_single_new_block(t, block_id, frame_id);
+void gvsp_recv_resend::restart_stream(int64_t t) {
+    logger().info("now={:15} The camera started over, with {} frames open.", t, open_count);
+    while (open_count > 0) end_block(t, *open_blocks[--open_count], false);
+    unwrapper.reset();
+    started = false;
+    ended_recently.start_over(static_cast<uint64_t>(t));
+}
+
+gvsp_recv_resend::block* gvsp_recv_resend::create_block_for_id(int64_t t, uint64_t block_id,
+                                                               const uint64_t* leader_timestamp) {
+    switch (ended_recently.judge(block_id, leader_timestamp, static_cast<uint64_t>(t),
+                                 static_cast<uint64_t>(frame_time()))) {
+    case ended_frames::verdict::late:
+        return nullptr;
+    case ended_frames::verdict::restart:
+        restart_stream(t);
+        break;
+    case ended_frames::verdict::unknown:
+        break;
     }
-    uint64_t skipped = frame_id - highest_frame_id - 1;
-    logger().info("[{:8}] !!!! we skipped {} frames, trying to recover ...", block_id, skipped);
+    const uint64_t frame_id = unwrapper.unwrap(block_id, extended);
     const uint64_t recoverable = std::clamp<uint64_t>(params.max_open_blocks, 1, pool_size) - 1;
+    uint64_t skipped = 0;
+    if (!started) {
+        // Who joins a stream in the middle has lost nothing. Only its very first frames can have gone by unseen.
+        if (frame_id <= recoverable) skipped = frame_id;
+    } else if (frame_id > highest_frame_id) {
+        skipped = frame_id - highest_frame_id - 1;
+    } else if (highest_frame_id - frame_id >= ended_frames::capacity && frame_id == last_opened_id + 1) {
+        // Two in a row, further back than frames are remembered: the ids began anew, or the highest one was wrong.
+        highest_frame_id = frame_id;
+    }
+    last_opened_id = frame_id;
+    frame_time.frame_began(t, started && frame_id == highest_frame_id + 1);
+    if (skipped > 0) logger().info("[{:8}] !!!! we skipped {} frames, trying to recover ...", block_id, skipped);
     if (skipped > recoverable) {
         stats.skipped_frames += skipped - recoverable;
         skipped = recoverable;
@@ -369,20 +396,24 @@ gvsp_recv_resend::block* gvsp_recv_resend::create_single_new_block(int64_t t, ui
     created.end_deadline = created.next_timer = t + frame_time();
     created.leader = last_leader;
     created.leader.timestamp = 0;
+    created.last_packet = t;
     created.geometry = geometry[extended];
-    std::ranges::fill(created.received_bitmap, 0);
-    created.received_count = created.highest_packet_id = created.trailer_packet_id = 0;
+    created.packets.clear(created.geometry);
+    created.highest_packet_id = created.not_yet_available = 0;
     created.chunk_layout_id = created.resend_requests = created.resend_packets_requested = 0;
     created.filled_size = created.received_bytes = 0;
     created.resend_entry_count = 0;
     log_block(t, created, ". Block started.");
-    highest_frame_id = std::max(highest_frame_id, frame_id);
+    highest_frame_id = started ? std::max(highest_frame_id, frame_id) : frame_id;
+    started = true;
     return &created;
 }
 
 void gvsp_recv_resend::end_block(int64_t t, block& ended, bool flushed) {
     ended.state = block_state::free;
-    const bool complete = ended.complete();
+    const bool complete = ended.packets.complete();
+    // Without a buffer, too: its late packets must not take one when buffers are scarcest.
+    ended_recently.add(ended.block_id, ended.leader_mark(), static_cast<uint64_t>(std::max<int64_t>(t, 0)));
     if (ended.context.size == 0) {
         ++stats.no_buffer_frames;
         log_block(t, ended, ". Dropped frame due to no shm_mem_handle.");
@@ -395,14 +426,11 @@ void gvsp_recv_resend::end_block(int64_t t, block& ended, bool flushed) {
             log_block(t, ended, ". Delivering complete frame, resend-packets-sent={}.", ended.resend_packets_requested);
         } else {
             const uint64_t expected =
-                ended.trailer_packet_id != 0 ? uint64_t{ended.trailer_packet_id} + 1 : ended.geometry.expected_packets;
+                ended.packets.trailer() != 0 ? uint64_t{ended.packets.trailer()} + 1 : ended.geometry.expected_packets;
             log_block(t, ended, ". Delivering __INCOMPLETE__ frame, packets-received={}/{}, resend-packets-sent={}.",
-                      ended.received_count, expected, ended.resend_packets_requested);
+                      ended.packets.count(), expected, ended.resend_packets_requested);
         }
     }
-    std::shift_left(recent_frame_ids.begin(), recent_frame_ids.end(), 1);
-    recent_frame_ids.back() = ended.frame_id;
-
     const auto absolute = [&](int64_t time) { return time_base + static_cast<uint64_t>(time); };
     frame_info info;
     info.context = std::exchange(ended.context, {});
@@ -437,6 +465,7 @@ void gvsp_recv_resend::recv_block_error(int64_t t, block& current, uint32_t pack
         break;
     case packet_not_yet_available:
         log_block(t, current, ". pckt={},  Received GEV_STATUS_PACKET_NOT_YET_AVAILABLE packet.", packet_id);
+        wait_for_packet(t, current, packet_id);
         break;
     default:
         log_block(t, current, ". pckt={},  Received status=0x{:x} packet.", packet_id, status);
@@ -481,6 +510,23 @@ void gvsp_recv_resend::kill_ranges_up_to(int64_t t, block& current, uint32_t pac
         }
     }
     current.state = block_state::end_pending;
+}
+
+// Nothing is lost yet, as with a line scan or a long read-out: the request does not use up a try. Bounded, lest a
+// camera that never says anything else holds the frame for ever.
+void gvsp_recv_resend::wait_for_packet(int64_t t, block& current, uint32_t packet_id) {
+    const auto entries = std::span{current.resend_entries}.first(current.resend_entry_count);
+    const auto asked = std::ranges::find_if(entries, [&](const resend_entry& entry) {
+        return entry.deadline != 0 && entry.retry_count != 0 && entry.first_packet <= packet_id &&
+               packet_id <= entry.last_packet;
+    });
+    if (asked == entries.end() || current.not_yet_available == most_not_yet_available) return;
+    ++current.not_yet_available;
+    asked->retry_count = (asked->retry_count - 1U) & most_sends;
+    const uint32_t last = asked->last_packet;
+    if (current.packets.trailer() != 0 || last + 1 < current.geometry.expected_packets) return;
+    current.end_deadline = t + end_timeout(t, current);
+    current.next_timer = std::min(current.next_timer, current.end_deadline);
 }
 
 } // namespace gev::streamchannel::impl

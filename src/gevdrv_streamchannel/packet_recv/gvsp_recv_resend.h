@@ -1,12 +1,14 @@
 // Assembles frames, has lost packets sent again, and delivers in the order in which frames began.
 #pragma once
 
+#include "ended_frames.h"
+#include "frame_time.h"
 #include "gvsp_packet.h"
 #include "gvsp_recv_interface.h"
+#include "received_packets.h"
 
 #include <array>
 #include <limits>
-#include <vector>
 
 namespace gev::streamchannel::impl {
 
@@ -21,7 +23,7 @@ public:
     void reset() override;
     bool receive_packet(uint64_t now, std::span<const std::byte> datagram) override;
     int64_t check_timers(uint64_t now) override;
-    void set_resend_params(const resend_parameters& parameters) override { params = parameters; }
+    void set_resend_params(const resend_parameters& parameters) override;
     [[nodiscard]] std::optional<resend_parameters> get_resend_params() const override { return params; }
 
 private:
@@ -50,11 +52,11 @@ private:
         int64_t start_time = 0;
         int64_t end_deadline = never; // when to suspect the tail of the frame
         int64_t next_timer = never;   // the earliest deadline
-        std::vector<uint64_t> received_bitmap;
+        int64_t last_packet = 0;      // time of it
+        received_packets packets;
         block_geometry geometry;
-        uint32_t received_count = 0;
         uint32_t highest_packet_id = 0;
-        uint32_t trailer_packet_id = 0; // 0 until it arrived
+        uint32_t not_yet_available = 0; // answers of the kind that were heeded
         gvsp_parsed_packet::leader_body leader{};
         uint32_t chunk_layout_id = 0;
         uint32_t resend_requests = 0;
@@ -64,28 +66,23 @@ private:
         size_t resend_entry_count = 0; // slots used; never falls within a block
         std::array<resend_entry, max_entries> resend_entries;
 
-        // Packets beyond the bitmap can't be asked for: they count as received.
-        [[nodiscard]] bool has(uint32_t packet) const noexcept {
-            return packet >= geometry.expected_packets || (received_bitmap[packet / 64] >> (packet % 64) & 1) != 0;
+        [[nodiscard]] ended_frames::leader_mark leader_mark() const noexcept {
+            return {packets.holds(0), leader.timestamp};
         }
-        [[nodiscard]] bool complete() const noexcept {
-            return trailer_packet_id != 0 && received_count >= uint64_t{trailer_packet_id} + 1;
-        }
-        [[nodiscard]] uint32_t start_of_missing_run(uint32_t last) const noexcept;
     };
 
     [[nodiscard]] int64_t relative(uint64_t now) const noexcept;
-    [[nodiscard]] int64_t frame_time() const noexcept;
     [[nodiscard]] int64_t resend_delay() const noexcept;
     [[nodiscard]] int64_t end_timeout(int64_t t, const block& current) const noexcept;
 
     void prepare_blocks();
     [[nodiscard]] block* find(uint64_t block_id) noexcept;
-    block* create_block_for_id(int64_t t, uint64_t block_id);
+    void restart_stream(int64_t t);
+    block* create_block_for_id(int64_t t, uint64_t block_id, const uint64_t* leader_timestamp);
     block* create_single_new_block(int64_t t, uint64_t block_id, uint64_t frame_id);
     void end_block(int64_t t, block& ended, bool flushed);
 
-    void mark_received(int64_t t, block& current, uint32_t packet_id) noexcept;
+    void came_forward(int64_t t, block& current, uint32_t packet_id) noexcept;
     void check_gap(int64_t t, block& current, uint32_t packet_id);
 
     int64_t add_resend_entry(int64_t t, block& current, int64_t delay, uint32_t first, uint32_t last);
@@ -96,21 +93,25 @@ private:
     void recv_block_error(int64_t t, block& current, uint32_t packet_id, uint16_t status);
     void kill_range(int64_t t, block& current, uint32_t packet_id);
     void kill_ranges_up_to(int64_t t, block& current, uint32_t packet_id);
+    void wait_for_packet(int64_t t, block& current, uint32_t packet_id);
 
     const stream_functions& functions;
     resend_parameters params;
     std::array<block, pool_size> blocks;
     std::array<block*, pool_size> open_blocks{}; // newest first
     size_t open_count = 0;
-    std::array<uint64_t, 16> recent_frame_ids{}; // delivered, oldest first
+    ended_frames ended_recently;
     gvsp_parsed_packet::leader_body last_leader{};
     block_id_unwrapper unwrapper;
     frame_receive_stats stats;
     std::array<block_geometry, 2> geometry; // by extended ids
     uint32_t payload_size = 0;
-    uint64_t highest_frame_id = 0;
-    uint64_t time_base = 0; // time of the stream's first packet, 0 before it
+    impl::frame_time frame_time;
+    uint64_t highest_frame_id = 0; // of no meaning before `started`, like the next
+    uint64_t last_opened_id = 0;   // frame id of the last block that a packet of its own opened
+    uint64_t time_base = 0;        // time of the stream's first packet, 0 before it
     bool extended = false;
+    bool started = false; // a frame was opened since the ids began
 };
 
 } // namespace gev::streamchannel::impl

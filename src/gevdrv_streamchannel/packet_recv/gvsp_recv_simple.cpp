@@ -5,13 +5,10 @@
 #include <gds_helper/log.h>
 
 #include <algorithm>
-#include <bit>
 
 namespace gev::streamchannel::impl {
 
 namespace {
-
-constexpr uint32_t bits_per_word = 32;
 
 constexpr auto& logger = gds_helper::log::gvsp_logger;
 
@@ -27,20 +24,19 @@ void gvsp_recv_simple::setup(uint32_t packet_size, uint32_t new_payload_size) {
     for (const bool extended_ids : {false, true}) {
         geometry[extended_ids] = block_geometry::of(packet_size, payload_size, extended_ids);
     }
-    // The smaller payload of extended ids needs the larger bitmap.
-    const size_t words = (geometry[1].expected_packets + bits_per_word - 1) / bits_per_word;
+    ended_recently.clear();
     for (size_t i = 0; i < blocks.size(); ++i) {
-        std::vector<uint32_t> bitmap = std::move(blocks[i].received_bitmap);
-        bitmap.assign(words, 0);
+        received_packets packets = std::move(blocks[i].packets);
+        packets.reserve(geometry[1].expected_packets); // the smaller payload of extended ids needs more
         blocks[i] = block{};
-        blocks[i].received_bitmap = std::move(bitmap);
+        blocks[i].packets = std::move(packets);
         ring[i] = &blocks[i];
     }
 }
 
 gvsp_recv_simple::block* gvsp_recv_simple::find(uint64_t block_id) noexcept {
-    // Ended blocks keep their id, so that what is late for them finds them and is dropped.
-    const auto found = std::ranges::find(blocks, block_id, &block::block_id);
+    const auto found = std::ranges::find_if(
+        blocks, [&](const block& candidate) { return candidate.active && candidate.block_id == block_id; });
     return found == blocks.end() ? nullptr : &*found;
 }
 
@@ -48,42 +44,60 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
     const gvsp_parsed_packet packet = parse_gvsp_packet(datagram.data(), datagram.size());
     if (packet.kind == gvsp_packet_kind::invalid || packet.kind == gvsp_packet_kind::status_only) return false;
     extended = packet.is_extended;
-    const uint64_t frame_id = unwrapper.unwrap(packet.block_id, extended);
+    const uint32_t id = packet.packet_id;
+    const uint64_t* leader_timestamp = packet.kind == gvsp_packet_kind::leader ? &packet.leader.timestamp : nullptr;
+    const auto time_per_frame = static_cast<uint64_t>(frame_time());
     block* current = find(packet.block_id);
-    if (current == nullptr) current = &create_new_block(now, packet.block_id, frame_id);
-    if (!current->active) return true;
-    if (mark_received(*current, packet.packet_id)) ++current->received_count;
+    if (current != nullptr && leader_timestamp != nullptr &&
+        ended_frames::begins_another(current->leader_mark(), ended_frames::elapsed(now, current->last_packet),
+                                     *leader_timestamp, time_per_frame)) {
+        restart_stream(now);
+        current = nullptr;
+    }
+    if (current == nullptr) {
+        const auto verdict = ended_recently.judge(packet.block_id, leader_timestamp, now, time_per_frame);
+        if (verdict == ended_frames::verdict::late) return true;
+        if (verdict == ended_frames::verdict::restart) restart_stream(now);
+        current = &create_new_block(now, packet.block_id);
+    }
+    current->last_packet = now;
     switch (packet.kind) {
     case gvsp_packet_kind::leader:
+        current->packets.add(id);
         last_leader = current->leader = packet.leader;
         break;
     case gvsp_packet_kind::trailer:
+        current->packets.add_trailer(id);
         current->chunk_layout_id = packet.trailer.chunk_layout_id;
         current->has_chunk = packet.trailer.chunk_data_payload_length != 0;
         break;
     case gvsp_packet_kind::payload: {
-        const placed_bytes placed =
-            place_payload(current->context, current->geometry, packet.packet_id, packet.payload);
+        if (current->packets.holds(id)) break;
+        current->packets.add_payload(id, is_whole(current->geometry, payload_size, id, packet.payload.data_size));
+        const placed_bytes placed = place_payload(current->context, current->geometry, id, packet.payload);
         current->filled_size = std::max(current->filled_size, placed.end);
         break;
     }
     default:
+        current->packets.add(id);
         break;
     }
     return true;
 }
 
-// True for a packet that counts: also one beyond the bitmap, but no duplicate.
-bool gvsp_recv_simple::mark_received(block& current, uint32_t packet_id) noexcept {
-    if (packet_id >= current.geometry.expected_packets) return true;
-    uint32_t& word = current.received_bitmap[packet_id / bits_per_word];
-    const uint32_t bit = 1U << (packet_id % bits_per_word);
-    if ((word & bit) != 0) return false;
-    word |= bit;
-    return true;
+// One rule for both receivers, see ended_frames.h.
+void gvsp_recv_simple::restart_stream(uint64_t now) {
+    logger().info("now={:15} The camera started over.", now);
+    for (auto oldest = ring.rbegin(); oldest != ring.rend(); ++oldest) {
+        end_block(**oldest, now, false);
+        (*oldest)->frame_id = 0;
+    }
+    unwrapper.reset();
+    ended_recently.start_over(now);
 }
 
-gvsp_recv_simple::block& gvsp_recv_simple::create_new_block(uint64_t now, uint64_t block_id, uint64_t frame_id) {
+gvsp_recv_simple::block& gvsp_recv_simple::create_new_block(uint64_t now, uint64_t block_id) {
+    const uint64_t frame_id = unwrapper.unwrap(block_id, extended);
     if (const uint64_t previous = ring[0]->frame_id; previous != 0 && frame_id > previous + 1) {
         const uint64_t skipped = frame_id - previous - 1;
         logger().info("r[{:8}] !!!! we skipped {} frames, trying to recover ...", frame_id, skipped);
@@ -104,8 +118,7 @@ gvsp_recv_simple::block& gvsp_recv_simple::create_new_block(uint64_t now, uint64
     created.frame_id = frame_id;
     created.start_time = now;
     created.geometry = geometry[extended];
-    std::ranges::fill(created.received_bitmap, 0);
-    created.received_count = 0;
+    created.packets.clear(created.geometry);
     created.filled_size = 0;
     created.chunk_layout_id = 0;
     created.has_chunk = false;
@@ -117,13 +130,12 @@ gvsp_recv_simple::block& gvsp_recv_simple::create_new_block(uint64_t now, uint64
 void gvsp_recv_simple::end_block(block& ended, uint64_t now, bool flushed) {
     if (!ended.active) return;
     ended.active = false;
+    ended_recently.add(ended.block_id, ended.leader_mark(), now);
     if (ended.context.size == 0) {
         ++stats.no_buffer_frames;
         if (ended.context.buffer == nullptr) return; // an empty buffer goes back to its owner all the same
     }
-    uint32_t received = 0;
-    for (const uint32_t word : ended.received_bitmap) received += static_cast<uint32_t>(std::popcount(word));
-    const bool complete = received == ended.geometry.expected_packets;
+    const bool complete = ended.packets.all_expected();
     if (ended.context.size != 0) ++(complete ? stats.complete_frames : stats.incomplete_frames);
 
     frame_info info;
@@ -148,9 +160,8 @@ void gvsp_recv_simple::end_block(block& ended, uint64_t now, bool flushed) {
 
 int64_t gvsp_recv_simple::check_timers(uint64_t now) {
     // No timers: looks for a finished block. What is older than a finished block will not be finished any more.
-    const auto finished = std::ranges::find_if(ring, [](const block* candidate) {
-        return candidate->active && candidate->received_count >= candidate->geometry.expected_packets;
-    });
+    const auto finished = std::ranges::find_if(
+        ring, [](const block* candidate) { return candidate->active && candidate->packets.all_expected(); });
     if (finished == ring.end()) return -1;
     for (auto older = ring.end(); --older != finished;) end_block(**older, now, false);
     end_block(**finished, now, false);

@@ -1,11 +1,13 @@
 // Assembles frames from what arrives and never asks for a resend.
 #pragma once
 
+#include "ended_frames.h"
+#include "frame_time.h"
 #include "gvsp_packet.h"
 #include "gvsp_recv_interface.h"
+#include "received_packets.h"
 
 #include <array>
-#include <vector>
 
 namespace gev::streamchannel::impl {
 
@@ -19,6 +21,8 @@ public:
     void flush(uint64_t now) override;
     bool receive_packet(uint64_t now, std::span<const std::byte> datagram) override;
     int64_t check_timers(uint64_t now) override;
+    // Only the frame time is of use here; get_resend_params stays empty.
+    void set_resend_params(const resend_parameters& parameters) override { frame_time.set(parameters); }
 
 private:
     using leader_body = gvsp_parsed_packet::leader_body;
@@ -28,26 +32,32 @@ private:
         uint64_t block_id = 0;
         uint64_t frame_id = 0;
         uint64_t start_time = 0;
+        uint64_t last_packet = 0; // time of it
         frame_context context;
-        std::vector<uint32_t> received_bitmap; // one bit per expected packet
-        uint32_t received_count = 0;
+        received_packets packets;
         block_geometry geometry;
         uint64_t filled_size = 0;
         uint32_t chunk_layout_id = 0;
         bool has_chunk = false;
         bool active = false;
+
+        [[nodiscard]] ended_frames::leader_mark leader_mark() const noexcept {
+            return {packets.holds(0), leader.timestamp};
+        }
     };
 
     [[nodiscard]] block* find(uint64_t block_id) noexcept;
-    block& create_new_block(uint64_t now, uint64_t block_id, uint64_t frame_id);
+    void restart_stream(uint64_t now);
+    block& create_new_block(uint64_t now, uint64_t block_id);
     void end_block(block& ended, uint64_t now, bool flushed);
-    static bool mark_received(block& current, uint32_t packet_id) noexcept;
 
     const stream_functions& functions;
     std::array<block, 4> blocks;
     std::array<block*, 4> ring{}; // newest first
     leader_body last_leader{};
     block_id_unwrapper unwrapper;
+    ended_frames ended_recently;
+    impl::frame_time frame_time;
     frame_receive_stats stats;
     std::array<block_geometry, 2> geometry; // by extended ids
     uint32_t payload_size = 0;

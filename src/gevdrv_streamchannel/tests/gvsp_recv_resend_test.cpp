@@ -319,6 +319,72 @@ TEST_F(gvsp_recv_resend_test, odd_parameters_and_clocks_do_no_harm) {
     }
 }
 
+// Times too short for the frame's own gaps: 0 stands for the automatic time, the rest for the shortest one.
+TEST_F(gvsp_recv_resend_test, short_times_lose_no_lossless_frame) {
+    struct row {
+        uint64_t time_per_frame;
+        uint64_t gap; // between packets
+        size_t words;
+    };
+    for (const row& r : {row{0, 5000, 0}, row{1, 900, 1}, row{500, 900, 1}, row{999, 900, 1}, row{1000, 900, 0}}) {
+        const log_capture log;
+        restart({}, {.time_per_frame = r.time_per_frame});
+        for (uint64_t block = 1; block <= 5; ++block) {
+            for (uint32_t packet = 0; packet <= trailer_id; ++packet) {
+                send(block, {packet});
+                pass(r.gap);
+            }
+        }
+        EXPECT_EQ(flags(), std::vector<uint32_t>(5, 0)) << r.time_per_frame;
+        EXPECT_TRUE(requests.empty()) << r.time_per_frame;
+        EXPECT_EQ(log.count("is too short"), r.words) << r.time_per_frame;
+    }
+}
+
+// A frame that pauses: its rest is asked for, and each request is answered "not yet available".
+TEST_F(gvsp_recv_resend_test, camera_that_says_not_yet_is_waited_for) {
+    for (const int pause : {1, 6, 10, 1000}) { // half frame times
+        restart();
+        send(1, {0, 1, 2});
+        size_t answered = 0;
+        for (int i = 0; i < pause && frames.empty(); ++i) {
+            pass(16'667);
+            for (; answered < requests.size(); ++answered) status(1, requests[answered].first, 0x8010);
+        }
+        if (pause == 1000) {
+            EXPECT_EQ(flags(), std::vector<uint32_t>{incomplete}) << "not for ever";
+            EXPECT_LE(requests.size(), 16U + 2 * 3);
+            continue;
+        }
+        send(1, {3, 4, 5});
+        EXPECT_EQ(flags(), std::vector<uint32_t>{0}) << pause;
+        EXPECT_TRUE(bytes_right(0));
+    }
+}
+
+// The patience with a gap is half a frame time.
+TEST_F(gvsp_recv_resend_test, automatic_time_follows_the_frames_and_never_exceeds_its_start) {
+    struct row {
+        uint64_t distance; // of frames
+        bool automatic;
+        uint64_t asked_after;
+    };
+    for (const row& r : {row{5000, true, 2500}, row{400, true, 500}, row{80'000, true, 25'000},
+                         row{5000, false, 25'000}, row{0, true, 500}}) {
+        SCOPED_TRACE(testing::Message() << r.distance << " " << r.automatic);
+        restart({}, {.time_per_frame = 50'000, .auto_time_per_frame = r.automatic});
+        for (uint64_t block = 1; block <= 10; ++block) {
+            whole(block);
+            pass(r.distance);
+        }
+        const uint64_t gap_seen = now - began;
+        send(11, {0, 1, 3});
+        pass(30'000);
+        ASSERT_FALSE(requests.empty());
+        EXPECT_EQ(request_times[0] - gap_seen, r.asked_after);
+    }
+}
+
 // Sizes that no camera has: the bitmap follows the id form with the smaller packets.
 TEST_F(gvsp_recv_resend_test, extreme_geometry_stays_inside_the_bitmap) {
     for (const uint32_t size : {0U, 40U, 49U, 0xFFFFFFFFU}) {

@@ -1,0 +1,59 @@
+// How long a frame is expected to take; the patience with lost packets is counted in it.
+#pragma once
+
+#include "gvsp_recv_interface.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+
+namespace gev::streamchannel::impl {
+
+// Microseconds. A set time stands. An automatic one follows the frames that come, down from the time at the start and
+// never beyond it: where frames are triggered by hand their distance says nothing about how long one takes.
+class frame_time {
+public:
+    static constexpr uint64_t shortest_set = 1000; // below it no patience is left with a lossless frame's own gaps
+    static constexpr uint64_t longest = uint64_t{1} << 40;
+
+    // True when a set time was too short and is replaced.
+    bool set(const resend_parameters& parameters) noexcept {
+        const uint64_t given = parameters.time_per_frame;
+        automatic = parameters.auto_time_per_frame || given == 0;
+        const uint64_t usable = given == 0 ? resend_parameters{}.time_per_frame : std::min(given, longest);
+        const bool too_short = !automatic && usable < shortest_set;
+        at_start = too_short ? shortest_set : usable;
+        restart();
+        return too_short;
+    }
+    void restart() noexcept {
+        distances.fill(at_start);
+        current = static_cast<int64_t>(at_start);
+        last_started = -1;
+    }
+    [[nodiscard]] int64_t operator()() const noexcept { return current; }
+
+    // A frame began; `follows`: it is the one behind the last. Datagrams that were read together have one time, so
+    // single distances may be 0.
+    void frame_began(int64_t now, bool follows) noexcept {
+        if (!automatic) return;
+        if (follows && last_started >= 0 && now >= last_started) {
+            distances[next++ % distances.size()] = static_cast<uint64_t>(now - last_started);
+            auto sorted = distances;
+            const auto middle = sorted.begin() + sorted.size() / 2;
+            std::nth_element(sorted.begin(), middle, sorted.end());
+            current = static_cast<int64_t>(std::clamp(*middle, std::min(shortest_set, at_start), at_start));
+        }
+        last_started = now;
+    }
+
+private:
+    std::array<uint64_t, 9> distances{};
+    size_t next = 0;
+    uint64_t at_start = resend_parameters{}.time_per_frame;
+    int64_t current = static_cast<int64_t>(resend_parameters{}.time_per_frame);
+    int64_t last_started = -1;
+    bool automatic = false;
+};
+
+} // namespace gev::streamchannel::impl

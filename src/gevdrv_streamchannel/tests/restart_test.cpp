@@ -1,0 +1,123 @@
+// A camera that starts over within one stream, by its own commands: one rule for both receivers.
+#include "resend_bench.h"
+
+#include "gevdrv_streamchannel/packet_recv/gvsp_recv_simple.h"
+
+namespace gev::streamchannel::impl {
+namespace {
+
+using namespace test;
+
+template <class Receiver>
+struct restart_test : testing::Test, surroundings {
+    Receiver receiver{functions};
+    uint64_t now = 1'000'000;
+
+    void begin(const shape& with) {
+        start_over(with);
+        receiver.setup(wire.packet_size(), wire.frame_size());
+    }
+    void send(uint64_t block, uint32_t packet) { feed(receiver, now, packet_of(block, packet, wire)); }
+    void whole(uint64_t block, uint32_t lost = UINT32_MAX) {
+        for (uint32_t packet = 0; packet <= wire.trailer(); ++packet) {
+            if (packet != lost) send(block, packet);
+        }
+    }
+    void pass(uint64_t microseconds) {
+        for (const uint64_t end = now + microseconds; now < end; now += 1000) receiver.check_timers(now);
+    }
+};
+using receivers = testing::Types<gvsp_recv_resend, gvsp_recv_simple>;
+struct receiver_names {
+    template <class Receiver>
+    static std::string GetName(int) {
+        return std::is_same_v<Receiver, gvsp_recv_resend> ? "resend" : "simple";
+    }
+};
+TYPED_TEST_SUITE(restart_test, receivers, receiver_names);
+
+} // namespace
+
+// Rounds of each length; the last frame of each round may lack a packet when the next round begins.
+TYPED_TEST(restart_test, every_frame_of_every_round_is_delivered_and_stragglers_open_nothing) {
+    constexpr uint32_t rounds = 4;
+    for (const uint64_t length : {1U, 2U, 4U, 5U, 15U, 16U, 17U, 40U}) {
+        for (const uint32_t kind : {0U, 1U, 2U, 3U, 4U, 5U, 6U, 7U}) {
+            const bool damaged = (kind & 1) != 0;
+            const bool timestamps = (kind & 2) == 0;
+            const bool extended = (kind & 4) != 0;
+            SCOPED_TRACE(testing::Message() << length << " frames, damaged " << damaged << ", timestamps " << timestamps
+                                            << ", extended " << extended);
+            this->begin({.extended = extended, .timestamps = timestamps});
+            std::vector<uint64_t> expected;
+            for (uint32_t round = 0; round < rounds; ++round) {
+                this->wire.round = round;
+                for (uint64_t block = 1; block <= length; ++block) {
+                    this->whole(block, damaged && block == length ? 2 : UINT32_MAX);
+                    expected.push_back(block);
+                    if (!(damaged && block == length)) {
+                        for (const uint32_t late : {0U, 3U, 5U}) this->send(block, late);
+                    }
+                    EXPECT_EQ(this->taken, expected.size());
+                }
+                if (!timestamps) this->pass(250'000); // four frame times after the end
+            }
+            this->receiver.flush(this->now);
+            EXPECT_EQ(this->delivered(), expected);
+            const auto stats = this->receiver.get_statistics();
+            EXPECT_EQ(stats.complete_frames, rounds * (length - (damaged ? 1 : 0)));
+            EXPECT_EQ(stats.incomplete_frames, damaged ? rounds : 0U);
+            EXPECT_EQ(stats.skipped_frames, 0U);
+            for (size_t i = 0; i < this->frames.size() && timestamps; ++i) {
+                EXPECT_TRUE(this->bytes_right(i)) << i;
+                EXPECT_EQ(this->frames[i].timestamp, i / length * ticks_per_round + expected[i]);
+            }
+        }
+    }
+}
+
+// Without a timestamp only time tells a new frame from a repeat.
+TYPED_TEST(restart_test, repeated_leader_without_timestamp_opens_nothing_for_four_frame_times) {
+    this->begin({.timestamps = false});
+    this->whole(1);
+    this->now += 4 * 33'333;
+    this->whole(1);
+    EXPECT_EQ(this->taken, 1U);
+    ++this->now;
+    this->whole(1);
+    EXPECT_EQ(this->taken, 2U);
+}
+
+// A leader that comes late, for a frame that ended without it, is no new frame.
+TYPED_TEST(restart_test, late_leader_of_a_frame_that_ended_without_one_opens_nothing) {
+    this->begin({});
+    this->whole(1);
+    this->whole(2, 0);
+    this->whole(3);
+    this->whole(4);
+    this->whole(5);
+    this->pass(100'000);
+    EXPECT_EQ(this->delivered(), (std::vector<uint64_t>{1, 2, 3, 4, 5}));
+    this->send(2, 0);
+    EXPECT_EQ(this->taken, 5U);
+}
+
+TYPED_TEST(restart_test, stragglers_of_the_round_before_stay_out_of_the_new_one) {
+    this->begin({});
+    for (uint64_t block = 1; block <= 5; ++block) this->whole(block);
+    this->wire.round = 1;
+    this->send(1, 0);
+    this->wire.round = 0;
+    for (const uint64_t block : {5U, 4U, 2U}) {
+        for (const uint32_t packet : {0U, 2U, 5U}) this->send(block, packet);
+    }
+    EXPECT_EQ(this->taken, 6U);
+    this->wire.round = 1;
+    for (uint32_t packet = 1; packet <= trailer_id; ++packet) this->send(1, packet);
+    for (uint64_t block = 2; block <= 5; ++block) this->whole(block);
+    EXPECT_EQ(this->taken, 10U);
+    EXPECT_EQ(this->receiver.get_statistics().complete_frames, 10U);
+    for (size_t i = 0; i < this->frames.size(); ++i) EXPECT_TRUE(this->bytes_right(i)) << i;
+}
+
+} // namespace gev::streamchannel::impl
