@@ -20,7 +20,8 @@ constexpr uint32_t control_capability_resend = 0x4;
 
 device_instance::device_instance(gds_producer::producer_interface_base& parent, const DeviceInfo& info,
                                  DEVICE_ACCESS_FLAGS flags, ipc_rpc::client_object_handle device)
-    : producer_device_base(parent, info, flags, std::move(device)) {}
+    : producer_device_base(parent, info, flags, std::move(device)),
+      remote_event(*this, EVENT_REMOTE_DEVICE, [] { return std::make_shared<remote_device_event>(); }) {}
 
 device_instance::~device_instance() { shut_down(); }
 
@@ -43,10 +44,20 @@ Error device_instance::init_remote_port(gds_producer::producer_device_remote_por
     return success();
 }
 
-// A camera's own events are none of the module's; with no event object for them they end here.
 void device_instance::handle_event_message(const ipc_rpc::event_message& message) {
-    gds_helper::log::get(gds_helper::log::logger_id::main)
-        ->debug("An event packet of the camera, {} bytes, has no receiver.", message.payload.size());
+    deliver_event_packet(message.payload);
+}
+
+void device_instance::report_software_event(uint64_t event_id, uint64_t timestamp) {
+    if (event_id > 0xFFFF) {
+        gds_helper::log::main_logger().error("event_id > 0xFFFF. Invalid for GEV events.");
+        return;
+    }
+    deliver_event_packet(gev::controlchannel::make_event_packet(static_cast<uint16_t>(event_id), timestamp));
+}
+
+void device_instance::deliver_event_packet(std::span<const std::byte> packet) {
+    if (const auto event = remote_event.get()) event->fire(packet);
 }
 
 std::vector<std::string> device_instance::data_stream_ids_() { return {"Stream0"}; }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "device_remote_port.h"
+#include "remote_device_event.h"
 
 #include <gds_gentl_producer/producer_device_base.h>
 
@@ -28,6 +29,8 @@ public:
     // Whether the camera can send packets again; known after init.
     [[nodiscard]] bool supports_resend() const noexcept { return resend_supported; }
     [[nodiscard]] resend_settings& resends() noexcept { return resend; }
+    // Queues an event as if the camera had sent it. `event_id` below 0x10000, `timestamp` in camera ticks. Any thread.
+    void report_software_event(uint64_t event_id, uint64_t timestamp);
 
 protected:
     std::shared_ptr<gds_producer::producer_device_remote_port_base>
@@ -39,7 +42,11 @@ protected:
     create_data_stream_(const std::string& stream_id) override;
 
 private:
+    // Dropped while no consumer has registered for the camera's events.
+    void deliver_event_packet(std::span<const std::byte> packet);
+
     std::shared_ptr<device_remote_port> gev_port;
+    GenTL::Producer::event_ptr<remote_device_event> remote_event;
     bool resend_supported = false;
     resend_settings resend;
 };

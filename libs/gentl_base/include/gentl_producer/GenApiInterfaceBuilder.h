@@ -57,11 +57,15 @@ public:
     genicam_gen::Boolean& add_rw_boolean(std::string_view name, ValueGetter<bool> getter, ValueSetter<bool> setter,
                                          std::string_view register_name = {});
     // The reference's entries unless choices are given.
-    genicam_gen::Enumeration& add_ro_enumeration(std::string_view name, ValueGetter<uint32_t> getter);
+    genicam_gen::Enumeration& add_ro_enumeration(std::string_view name, ValueGetter<uint32_t> getter,
+                                                 std::initializer_list<EnumChoice> choices = {},
+                                                 std::string_view register_name = {});
     genicam_gen::Enumeration& add_rw_enumeration(std::string_view name, std::initializer_list<EnumChoice> choices,
                                                  ValueGetter<uint32_t> getter, ValueSetter<uint32_t> setter,
                                                  std::string_view register_name = {});
     genicam_gen::Integer& add_ro_ip_address(std::string_view name, ValueGetter<uint32_t> getter);
+    genicam_gen::Integer& add_rw_ip_address(std::string_view name, ValueGetter<uint32_t> getter,
+                                            ValueSetter<uint32_t> setter);
     genicam_gen::Integer& add_ro_mac_address(std::string_view name, ValueGetter<uint64_t> getter);
     genicam_gen::String& add_ro_string(std::string_view name, size_t max_length, TextGetter getter,
                                        std::string_view register_name = {});
@@ -82,6 +86,8 @@ public:
     void select(std::string_view selector, std::initializer_list<std::string_view> features);
     // Makes the feature available only while the getter, behind a register of the given name, gives true.
     void add_availability(std::string_view feature, std::string_view register_name, ValueGetter<bool> getter);
+    // Makes the feature locked while the getter gives true.
+    void add_lock(std::string_view feature, std::string_view register_name, ValueGetter<bool> getter);
 
     // The category of this name, the features appended; it comes into being when it is new.
     genicam_gen::Category& add_category(std::string_view name, std::initializer_list<std::string_view> features);
@@ -111,8 +117,9 @@ private:
     template <class T>
     genicam_gen::Integer& add_integer(std::string_view name, ValueGetter<T> getter, ValueSetter<T> setter,
                                       genicam_gen::access_mode access, std::string_view register_name);
-    genicam_gen::Enumeration& add_enumeration(std::string_view name, ValueGetter<uint32_t> getter,
-                                              ValueSetter<uint32_t> setter, std::string_view register_name);
+    genicam_gen::Enumeration& add_enumeration(std::string_view name, std::initializer_list<EnumChoice> choices,
+                                              ValueGetter<uint32_t> getter, ValueSetter<uint32_t> setter,
+                                              std::string_view register_name);
     genicam_gen::String& add_string(std::string_view name, size_t max_length, genicam_gen::access_mode access,
                                     std::unique_ptr<RegisterMapEntry> entry, std::string_view register_name);
     uint64_t map_register(size_t length, std::unique_ptr<RegisterMapEntry> entry, bool exact);

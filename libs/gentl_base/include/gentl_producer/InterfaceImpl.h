@@ -7,6 +7,7 @@
 
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,8 @@ protected:
     void build_register_map(Util::GenApiInterfaceBuilder& builder) override;
 
     void fire_module_event(uint64_t event_id, std::span<const std::byte> data);
+    // The device that the selector of the module's document points at; none over an empty list.
+    [[nodiscard]] std::optional<DeviceInfo> selected_device_info();
     [[nodiscard]] const InterfaceInfo& interface_info() const noexcept { return interface_data; }
 
 private:

@@ -160,7 +160,9 @@ genicam_gen::Boolean& GenApiInterfaceBuilder::add_rw_boolean(std::string_view na
     return node;
 }
 
-genicam_gen::Enumeration& GenApiInterfaceBuilder::add_enumeration(std::string_view name, ValueGetter<uint32_t> getter,
+genicam_gen::Enumeration& GenApiInterfaceBuilder::add_enumeration(std::string_view name,
+                                                                  std::initializer_list<EnumChoice> choices,
+                                                                  ValueGetter<uint32_t> getter,
                                                                   ValueSetter<uint32_t> setter,
                                                                   std::string_view register_name) {
     const std::string reg = register_name_of(name, register_name);
@@ -168,20 +170,6 @@ genicam_gen::Enumeration& GenApiInterfaceBuilder::add_enumeration(std::string_vi
     auto& node = feature<genicam_gen::Enumeration>(name);
     node.value = link_elem{reg};
     add_int_reg(reg, 4, access, make_value_entry<uint32_t>(std::move(getter), std::move(setter)));
-    return node;
-}
-
-genicam_gen::Enumeration& GenApiInterfaceBuilder::add_ro_enumeration(std::string_view name,
-                                                                     ValueGetter<uint32_t> getter) {
-    return add_enumeration(name, std::move(getter), {}, {});
-}
-
-genicam_gen::Enumeration& GenApiInterfaceBuilder::add_rw_enumeration(std::string_view name,
-                                                                     std::initializer_list<EnumChoice> choices,
-                                                                     ValueGetter<uint32_t> getter,
-                                                                     ValueSetter<uint32_t> setter,
-                                                                     std::string_view register_name) {
-    auto& node = add_enumeration(name, std::move(getter), std::move(setter), register_name);
     if (choices.size() != 0) node.entries.clear();
     for (const EnumChoice& choice : choices) {
         genicam_gen::EnumEntry entry;
@@ -193,8 +181,30 @@ genicam_gen::Enumeration& GenApiInterfaceBuilder::add_rw_enumeration(std::string
     return node;
 }
 
+genicam_gen::Enumeration& GenApiInterfaceBuilder::add_ro_enumeration(std::string_view name,
+                                                                     ValueGetter<uint32_t> getter,
+                                                                     std::initializer_list<EnumChoice> choices,
+                                                                     std::string_view register_name) {
+    return add_enumeration(name, choices, std::move(getter), {}, register_name);
+}
+
+genicam_gen::Enumeration& GenApiInterfaceBuilder::add_rw_enumeration(std::string_view name,
+                                                                     std::initializer_list<EnumChoice> choices,
+                                                                     ValueGetter<uint32_t> getter,
+                                                                     ValueSetter<uint32_t> setter,
+                                                                     std::string_view register_name) {
+    return add_enumeration(name, choices, std::move(getter), std::move(setter), register_name);
+}
+
 genicam_gen::Integer& GenApiInterfaceBuilder::add_ro_ip_address(std::string_view name, ValueGetter<uint32_t> getter) {
     auto& node = add_ro_integer<uint32_t>(name, std::move(getter));
+    node.representation = genicam_gen::representation::ipv4_address;
+    return node;
+}
+
+genicam_gen::Integer& GenApiInterfaceBuilder::add_rw_ip_address(std::string_view name, ValueGetter<uint32_t> getter,
+                                                                ValueSetter<uint32_t> setter) {
+    auto& node = add_rw_integer<uint32_t>(name, std::move(getter), std::move(setter));
     node.representation = genicam_gen::representation::ipv4_address;
     return node;
 }
@@ -300,6 +310,13 @@ void GenApiInterfaceBuilder::add_availability(std::string_view name, std::string
     add_int_reg(register_name, 4, access_mode::ro, make_value_entry<bool>(std::move(getter)));
     if (genicam_gen::node* node = model.find(name)) {
         std::visit([&](auto& typed) { typed.p_is_available = std::string{register_name}; }, *node);
+    }
+}
+
+void GenApiInterfaceBuilder::add_lock(std::string_view name, std::string_view register_name, ValueGetter<bool> getter) {
+    add_int_reg(register_name, 4, access_mode::ro, make_value_entry<bool>(std::move(getter)));
+    if (genicam_gen::node* node = model.find(name)) {
+        std::visit([&](auto& typed) { typed.p_is_locked = std::string{register_name}; }, *node);
     }
 }
 

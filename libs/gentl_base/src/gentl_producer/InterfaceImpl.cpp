@@ -150,6 +150,12 @@ void InterfaceImpl::fire_module_event(uint64_t event_id, std::span<const std::by
     if (const auto event = genapi_event.get()) event->fire(event_id, data);
 }
 
+std::optional<DeviceInfo> InterfaceImpl::selected_device_info() {
+    const std::lock_guard guard{device_list_mutex};
+    if (device_selector >= devices.size()) return {};
+    return devices[device_selector];
+}
+
 Util::DocumentIdentity InterfaceImpl::document_identity() {
     const TransportLayerStrings tl = system.transport_layer_strings();
     return {std::string{tl.vendor}, std::string{tl.model}, std::string{tl.display_name}};

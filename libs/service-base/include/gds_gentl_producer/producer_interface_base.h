@@ -4,6 +4,10 @@
 #include <gds_gentl_producer/producer_system_base.h>
 #include <gentl_producer/InterfaceImpl.h>
 
+#include <atomic>
+#include <mutex>
+#include <string>
+
 namespace gds_producer {
 
 class producer_interface_base : public GenTL::Producer::InterfaceImpl {
@@ -31,16 +35,24 @@ protected:
     std::expected<std::shared_ptr<GenTL::Producer::IDevice>, GenTL::Error>
     create_device_(const GenTL::Producer::DeviceInfo& info, GenTL::DEVICE_ACCESS_FLAGS flags) override;
     std::string replacement_document_() override;
+    void build_register_map(GenTL::Producer::Util::GenApiInterfaceBuilder& builder) override;
 
     [[nodiscard]] const ipc_rpc::client_object_handle& service_handle() const noexcept { return handle; }
 
 private:
     void fetch_pending_messages();
+    void build_genicam_document_firmwareupdate(GenTL::Producer::Util::GenApiInterfaceBuilder& builder);
+    [[nodiscard]] GenTL::Error set_firmware_package(std::string path);
+    [[nodiscard]] GenTL::Error upload_firmware();
+    [[nodiscard]] std::expected<std::string, GenTL::Error> firmware_progress();
 
     producer_system_base& system;
     ipc_rpc::client_object_handle handle;
     ipc_rpc::notification_registry::token device_list_changed;
     ipc_rpc::notification_registry::token messages_pending;
+    std::mutex firmware_mutex; // guards firmware_package_path
+    std::string firmware_package_path;
+    std::atomic<bool> firmware_upload_locked{false}; // while a package is on its way to the service
 };
 
 } // namespace gds_producer

@@ -27,4 +27,9 @@ Error save_file(const gds_helper::property_store_ro& settings, std::string_view 
     return success();
 }
 
+std::expected<std::optional<std::string>, Error> show_file_open_dialog(std::initializer_list<file_filter>,
+                                                                       const std::string&) {
+    return std::unexpected(Error{GC_ERR_NOT_AVAILABLE, "There is no window to choose a file in: write its path."});
+}
+
 } // namespace gds_producer

@@ -129,6 +129,11 @@ Error producer_interface_base::Write(uint64_t address, const void* buffer, size_
                                  size);
 }
 
+void producer_interface_base::build_register_map(Util::GenApiInterfaceBuilder& builder) {
+    InterfaceImpl::build_register_map(builder);
+    build_genicam_document_firmwareupdate(builder);
+}
+
 std::string producer_interface_base::replacement_document_() {
     auto text = handle.invoke<catalogue::genicam_document>();
     if (!text) {
