@@ -100,13 +100,10 @@ device_control::~device_control() {
     if (thread.joinable()) thread.join();
     channel->go_on();
     if (!privileged || lost_flag) return;
-    if (chosen.stop.stop_requested()) {
-        std::array<std::byte, 8> none{};
-        gige::store32(none.data(), reg::privilege);
-        (void)channel->send_only(gvcp::command::write_reg, 0, none);
-    } else {
+    if (chosen.stop.stop_requested())
+        (void)post_register(reg::privilege, 0);
+    else
         (void)channel->write_register(reg::privilege, 0, milliseconds{500});
-    }
 }
 
 void device_control::run_heartbeat() {
@@ -214,13 +211,8 @@ std::error_code device_control::read_memory(uint64_t address, std::span<std::byt
     return {};
 }
 
-std::error_code device_control::write_memory(uint64_t address, std::span<const std::byte> from, milliseconds timeout) {
-    if (const auto error = check_range(address, from.size())) return error;
-    return guarded(address, from.size(), [&] { return write_words(address, from, timeout); });
-}
-
-std::error_code device_control::guarded(uint64_t address, std::size_t size,
-                                        const std::function<std::error_code()>& write) {
+template <class Write>
+std::error_code device_control::guarded(uint64_t address, std::size_t size, Write write) {
     const auto covers = [&](uint32_t at) { return address < at + 4 && at < address + size; };
     const bool times = covers(reg::heartbeat_timeout);
     std::unique_lock lock{session_registers, std::defer_lock};
@@ -235,6 +227,11 @@ std::error_code device_control::guarded(uint64_t address, std::size_t size,
         changed.notify_all();
     }
     return error;
+}
+
+std::error_code device_control::write_memory(uint64_t address, std::span<const std::byte> from, milliseconds timeout) {
+    if (const auto error = check_range(address, from.size())) return error;
+    return guarded(address, from.size(), [&] { return write_words(address, from, timeout); });
 }
 
 std::error_code device_control::write_words(uint64_t address, std::span<const std::byte> from, milliseconds timeout) {
@@ -272,6 +269,13 @@ std::expected<uint32_t, std::error_code> device_control::read_register(uint64_t 
 std::error_code device_control::write_register(uint64_t address, uint32_t value, milliseconds timeout) {
     if (const auto error = check_range(address, 4)) return error;
     return guarded(address, 4, [&] { return channel->write_register(static_cast<uint32_t>(address), value, timeout); });
+}
+
+std::error_code device_control::post_register(uint32_t address, uint32_t value) {
+    std::array<std::byte, 8> body;
+    gige::store32(&body[0], address);
+    gige::store32(&body[4], value);
+    return channel->send_only(gvcp::command::write_reg, 0, body);
 }
 
 std::error_code device_control::request_resend(uint32_t stream, uint64_t block_id, uint32_t first, uint32_t last,

@@ -53,7 +53,8 @@ public:
     [[nodiscard]] std::error_code write_register(uint64_t address, uint32_t value,
                                                  milliseconds timeout = default_timeout);
 
-    // Fire and forget; does not wait behind register accesses.
+    // Fire and forget; neither waits behind register accesses.
+    [[nodiscard]] std::error_code post_register(uint32_t address, uint32_t value);
     [[nodiscard]] std::error_code request_resend(uint32_t channel, uint64_t block_id, uint32_t first, uint32_t last,
                                                  bool extended);
 
@@ -83,8 +84,8 @@ private:
     void report_loss();
     [[nodiscard]] std::error_code write_words(uint64_t address, std::span<const std::byte> from, milliseconds timeout);
     // Around every write: keeps ours out of the session's own registers, and learns from the outcome.
-    [[nodiscard]] std::error_code guarded(uint64_t address, std::size_t size,
-                                          const std::function<std::error_code()>& write);
+    template <class Write>
+    [[nodiscard]] std::error_code guarded(uint64_t address, std::size_t size, Write write);
     void read_heartbeat_timeout();
     [[nodiscard]] std::error_code check_range(uint64_t address, std::size_t size) const;
 

@@ -188,12 +188,14 @@ void discovery::ask_privilege(heard& device) {
 
 void discovery::receive_until(clock::time_point until, bool end_when_asked) {
     const std::array handles{wakeup.native(), socket.native()};
-    while (const auto ready = gige::wait_readable(handles, until)) {
-        if (ready & 1) wakeup.drain();
+    for (;;) {
         {
             const std::lock_guard guard{mutex};
-            if (quit || (end_when_asked && asked)) return;
+            if (quit || (end_when_asked && asked)) return; // perhaps since before the wait
         }
+        const auto ready = gige::wait_readable(handles, until);
+        if (ready == 0) return;
+        if (ready & 1) wakeup.drain();
         if (ready & 2) receive_all();
         if (end_when_asked) tell();        // came late, is listed at once
         if (clock::now() >= until) return; // a flood of answers must not keep the scan alive

@@ -56,7 +56,8 @@ message_receiver::open(device_control& camera, uint32_t local_address, event_fun
 }
 
 message_receiver::~message_receiver() {
-    if (!camera.is_lost()) (void)camera.write_register(reg::message_port, 0, milliseconds{500});
+    // A camera that does not answer any more is not waited for.
+    if (!camera.is_lost()) (void)camera.post_register(reg::message_port, 0);
     quit = true;
     wakeup.wake();
     if (thread.joinable()) thread.join();
