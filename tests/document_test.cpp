@@ -87,7 +87,9 @@ TEST(Documents, KeepTheRulesOfTheStandard) {
     test_bench own;
     own.start_camera({"--width", "320", "--height", "240"});
     own.start_service();
-    const bench::open_camera camera{test_bench::serial(0)};
+    bench::open_camera camera{test_bench::serial(0)};
+    camera.start(); // opens the stream module
+    camera.stop();
     for (void* port : {camera.system->get(), camera.interface->get(), camera.device->get(), camera.stream->get()}) {
         const std::string url = cli::node_map{*camera.lib, port}.url();
         SCOPED_TRACE(url);
