@@ -28,10 +28,10 @@ public:
     void set_mtu(int camera, int consumer);
     // Words of `tc`'s netem for what the camera sends; false when the kernel has no netem.
     [[nodiscard]] bool impair(const std::vector<std::string>& netem);
-
-private:
+    // A command at one end; false when it fails.
     [[nodiscard]] bool run(int end, const std::vector<std::string>& command);
 
+private:
     std::filesystem::path directory;
     std::string problem;
     int camera_end = -1;

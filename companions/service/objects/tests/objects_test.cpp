@@ -1,0 +1,228 @@
+// The objects that clients hold, against cameras on loopback: several sessions, equal cameras, bounds, a long life.
+#include "../../gvcp/tests/scripted_camera.h"
+#include "../../gvcp/tests/test_cameras.h"
+
+#include <objects/device_object.h>
+#include <objects/interface_object.h>
+
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+namespace {
+
+using namespace gvcp_master;
+using namespace service;
+using gds_shared::gigecam_errc;
+using ipc_rpc::open_access;
+namespace boot = gige::gvcp::reg;
+
+class Objects : public testing::Test {
+protected:
+    struct client {
+        explicit client(const std::shared_ptr<service_core>& core)
+            : session{std::make_shared<client_session>([this](uint64_t number) { raised |= uint64_t{1} << number; })},
+              interface {
+            core, session, "lo"
+        } {
+        }
+        [[nodiscard]] std::vector<ipc_rpc::device_desc> list() const { return *interface.enum_devices(); }
+        [[nodiscard]] uint32_t state(uint32_t address) const {
+            for (const auto& each : list())
+                if (each.net_info.ip == address) return each.control_state;
+            return 99;
+        }
+        [[nodiscard]] std::shared_ptr<device_object> open(uint32_t address, open_access access = open_access::control) {
+            for (const auto& each : list()) {
+                if (each.net_info.ip != address) continue;
+                auto opened = interface.open_device(each.id, access);
+                EXPECT_TRUE(opened) << opened.error().message();
+                return opened ? *opened : nullptr;
+            }
+            ADD_FAILURE() << "no such camera";
+            return nullptr;
+        }
+        std::atomic<uint64_t> raised = 0;
+        std::shared_ptr<client_session> session;
+        interface_object interface;
+    };
+
+    void start_core(std::initializer_list<uint32_t> cameras, discovery::options search = {.networks = false,
+                                                                                          .interval = milliseconds{50},
+                                                                                          .window = milliseconds{25}}) {
+        service_core::options options;
+        options.discovery = std::move(search);
+        options.port_folder = folder;
+        for (const uint32_t n : cameras) options.discovery.addresses.push_back(own_address(n));
+        core = std::make_shared<service_core>(std::move(options));
+        one.emplace(core);
+        other.emplace(core);
+        ASSERT_TRUE(eventually([&] { return one->list().size() >= cameras.size(); }));
+    }
+    Objects() {
+        std::string name = std::filesystem::temp_directory_path() / "orv-objects-XXXXXX";
+        folder = ::mkdtemp(name.data());
+    }
+    ~Objects() override { std::filesystem::remove_all(folder); }
+
+    std::filesystem::path folder;
+    std::shared_ptr<service_core> core;
+    std::optional<client> one, other;
+};
+
+constexpr uint32_t held = ipc_rpc::control_state_held;
+
+TEST_F(Objects, AccessStatesAreEachClientsOwn) {
+    const auto cam = start(small_camera(1));
+    start_core({1});
+    const uint32_t address = cam->address();
+    EXPECT_EQ(one->state(address), 0U);
+    auto reader = other->open(address, open_access::read_only);
+    EXPECT_EQ(one->state(address), 0U) << "who reads has no control";
+    auto device = one->open(address);
+    ASSERT_TRUE(device);
+    ASSERT_TRUE(core->discovery().scan(milliseconds{5000})); // the camera says that it is controlled
+    EXPECT_EQ(one->state(address), 0U) << "by itself";
+    EXPECT_EQ(other->state(address), held);
+    EXPECT_EQ(other->interface.open_device(other->list().front().id, open_access::control).error(),
+              gigecam_errc::access_denied);
+    device.reset();
+    EXPECT_EQ(one->state(address), 0U) << "at once";
+    EXPECT_EQ(other->state(address), 0U);
+
+    auto foreign = ::gvcp_master::open(*cam); // another host's
+    ASSERT_TRUE(foreign);
+    EXPECT_TRUE(eventually([&] { return one->state(address) == held && other->state(address) == held; }));
+    foreign.reset();
+    EXPECT_TRUE(eventually([&] { return one->state(address) == 0; }));
+    for (int i = 0; i < 600; ++i) { // beyond the numbers of a session
+        auto again = one->interface.open_device(one->list().front().id, open_access::read_only);
+        ASSERT_TRUE(again) << i << ' ' << again.error().message();
+    }
+}
+
+TEST_F(Objects, ALostCameraIsFreeForOthers) {
+    auto options = small_camera(1);
+    const auto cam = start(options);
+    start_core({1});
+    auto device = one->open(cam->address());
+    ASSERT_TRUE(device);
+    ASSERT_FALSE(device->control().write_register(boot::heartbeat_timeout, 500));
+    EXPECT_EQ(other->state(cam->address()), held);
+    cam->reboot();
+    const uint64_t lost = device->service_info().device_lost_notification_id;
+    EXPECT_TRUE(eventually([&] { return (one->raised >> lost & 1) == 1; }));
+    EXPECT_TRUE(eventually([&] { return other->state(cam->address()) == 0; })) << "though the first still has it open";
+    EXPECT_TRUE(other->open(cam->address()));
+}
+
+TEST_F(Objects, EqualCamerasHaveIdsOfTheirOwn) {
+    auto options = small_camera(1);
+    options.serial = "TWIN";
+    const auto first = start(options);
+    options.address = own_address(2);
+    const auto second = start(options);
+    options.address = own_address(3);
+    options.serial = "SINGLE";
+    const auto third = start(options);
+    options.address = own_address(4);
+    options.serial = "";
+    const auto fourth = start(options);
+    start_core({1, 2, 3, 4});
+    std::set<std::string> ids;
+    for (const auto& each : one->list()) {
+        ids.insert(each.id);
+        const auto device = one->interface.open_device(each.id, open_access::read_only);
+        ASSERT_TRUE(device);
+        EXPECT_EQ((*device)->control().device().address, each.net_info.ip) << each.id;
+        EXPECT_FALSE(each.id.ends_with('-')) << each.id;
+    }
+    EXPECT_EQ(ids.size(), 4U);
+    EXPECT_TRUE(ids.contains("Orv-SimCam-SINGLE"));
+    EXPECT_TRUE(ids.contains("Orv-SimCam-TWIN@" + gige::to_string(own_address(1))));
+    EXPECT_FALSE(one->interface.open_device("Orv-SimCam-TWIN", open_access::read_only));
+}
+
+TEST_F(Objects, TheOfferedDocumentHasBounds) {
+    auto options = small_camera(1);
+    options.zipped_document = true;
+    const auto cam = start(options);
+    start_core({1});
+    const auto device = one->open(cam->address());
+    ASSERT_TRUE(device);
+    constexpr uint64_t timeout = 3000;
+    const uint64_t somewhere = 0x1000000000000;
+    EXPECT_FALSE(device->read_mem(somewhere, 1, timeout)) << "before it was asked for";
+    const auto urls = device->url_list();
+    ASSERT_TRUE(urls);
+    const auto url = parse_document_url(urls->front().url);
+    ASSERT_EQ(url.size, cam->document().size());
+    const auto read = [&](uint64_t offset, uint64_t size) -> std::string {
+        const auto got = device->read_mem(url.address + offset, size, timeout);
+        return got ? std::string{reinterpret_cast<const char*>(got->data()), got->size()} : "error";
+    };
+    EXPECT_EQ(read(0, url.size), cam->document());
+    EXPECT_EQ(read(url.size - 3, 3), cam->document().substr(url.size - 3));
+    EXPECT_EQ(read(url.size, 0), "");
+    EXPECT_EQ(read(url.size, 1), "error");
+    EXPECT_EQ(read(0, url.size + 1), "error");
+    EXPECT_EQ(read(url.size - 1, 2), "error");
+    EXPECT_EQ(read(0xFFFFFFFFFFFFFFFF - url.address, 1), "error");
+    EXPECT_EQ(read(1, uint64_t{1} << 40), "error");
+    EXPECT_FALSE(device->write_mem(url.address, std::array<std::byte, 4>{}, timeout));
+    EXPECT_FALSE(device->read_mem(0x100000000 - 4, 8, timeout)) << "nor beyond the camera's own";
+}
+
+TEST_F(Objects, ThePortOfASessionThatWasKilledIsTakenUp) {
+    scripted_camera cam{own_address(1)};
+    cam.set(boot::heartbeat_timeout, 600'000); // it would keep the dead one for ten minutes
+    start_core({1});
+    ASSERT_TRUE(one->open(own_address(1)));
+    EXPECT_TRUE(std::filesystem::is_empty(folder)) << "an orderly end leaves nothing";
+    const auto dead = gige::udp_socket::open({0x7F000001, 0})->local().port;
+    const auto lo = core->discovery().list().front();
+    cam.hand_control_to({lo.network.subnets.front().address, dead});
+    std::ofstream{folder / "control-00007F800000"} << "no number";
+    const uint64_t mac = lo.devices.front().mac;
+    core->ports().note(mac, dead);
+    const auto device = one->open(own_address(1));
+    ASSERT_TRUE(device);
+    EXPECT_EQ(device->control().local().port, dead);
+    EXPECT_EQ(core->ports().port_of(mac), dead) << "for the next one";
+    EXPECT_EQ(core->ports().port_of(0x7F800000), 0) << "no number";
+    EXPECT_EQ(core->ports().port_of(1), 0);
+}
+
+TEST_F(Objects, EventsThatNobodyFetchesAreBoundedAndTheNewestStay) {
+    const auto cam = start(small_camera(1));
+    start_core({1});
+    const auto device = one->open(cam->address());
+    ASSERT_TRUE(device);
+    constexpr uint16_t count = 1100;
+    for (uint16_t i = 0; i < count; ++i) {
+        cam->send_event(i, {});
+        if (i % 50 != 49) continue;
+        ASSERT_TRUE(eventually([&] { return cam->stats().events_acknowledged == i + 1U; }));
+    }
+    std::vector<ipc_rpc::event_message> got;
+    ASSERT_TRUE(eventually([&] { // the last was acknowledged before it was queued
+        auto more = device->take_events();
+        got.insert(got.end(), more.begin(), more.end());
+        return !got.empty() && gige::load16(&got.back().payload[10]) == count - 1;
+    }));
+    EXPECT_GE(got.size(), 1024U);
+    EXPECT_LT(got.size(), 1024U + 2);
+    EXPECT_TRUE(device->take_events().empty());
+}
+
+TEST_F(Objects, AfterForceIpTheListHasTheNewAddress) {
+    const auto cam = start(small_camera(1));
+    start_core({1}, {.networks = false,
+                     .loopback = true, // finds it wherever it is
+                     .interval = std::chrono::hours{1},
+                     .window = milliseconds{300}});
+    EXPECT_TRUE(one->interface.force_ip(cam->mac(), own_address(2), 0xFF000000, 0));
+    EXPECT_EQ(one->state(own_address(2)), 0U);
+}
+
+} // namespace

@@ -1,0 +1,185 @@
+// What only two hosts with real broadcasts show of the service's network side.
+#include "two_hosts.h"
+
+#include <camera_sim/camera.h>
+#include <gvcp/broadcast_commands.h>
+#include <gvcp/device_control.h>
+#include <objects/device_object.h>
+#include <objects/interface_object.h>
+
+#include <gtest/gtest.h>
+
+#include <sched.h>
+
+#include <atomic>
+#include <thread>
+
+using bench::two_hosts;
+using gvcp_master::discovery;
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr uint32_t camera_there = 0xC0A84D05; // 192.168.77.5
+constexpr uint32_t camera_here = 0x0A632705;  // 10.99.39.5
+constexpr uint32_t device_key = 0x5EED;
+
+template <class F>
+[[nodiscard]] bool eventually(F condition) {
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds{10};
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > until) return false;
+        std::this_thread::sleep_for(milliseconds{5});
+    }
+    return true;
+}
+
+class ServiceNetwork : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!hosts.ready()) GTEST_SKIP() << hosts.why_not();
+        for (const int end : {hosts.camera_side(), hosts.consumer_side()}) {
+            ASSERT_TRUE(hosts.run(end, {"ip", "address", "flush", "dev", "cable"}));
+            // A filter would drop what comes from a subnet without a route.
+            for (const std::string which : {"all", "cable"})
+                ASSERT_TRUE(hosts.run(end, {"sysctl", "-qw", "net.ipv4.conf." + which + ".rp_filter=0"}));
+        }
+    }
+    void give(int end, const std::string& address) {
+        ASSERT_TRUE(hosts.run(end, {"ip", "address", "add", address, "dev", "cable"}));
+    }
+    // On a thread that lives at one end, as do those it starts.
+    static void at(int end, const std::function<void()>& body) {
+        std::thread thread{[&] {
+            ASSERT_EQ(setns(end, CLONE_NEWNET), 0);
+            body();
+        }};
+        thread.join();
+    }
+    void start_camera(uint32_t address) {
+        camera_sim::camera_options options;
+        options.address = address;
+        options.sensor_width = 320;
+        options.sensor_height = 240;
+        at(hosts.camera_side(), [&] {
+            auto started = camera_sim::camera::start(options);
+            ASSERT_TRUE(started) << started.error().message();
+            camera = std::move(*started);
+        });
+    }
+
+    two_hosts hosts;
+    std::unique_ptr<camera_sim::camera> camera;
+};
+
+std::optional<discovery::found_device> find(const discovery& finder, uint64_t mac) {
+    for (const auto& each : finder.list())
+        for (const auto& device : each.devices)
+            if (device.mac == mac) return device;
+    return {};
+}
+
+TEST_F(ServiceNetwork, ACameraOfAForeignSubnetIsListedAndMoved) {
+    give(hosts.camera_side(), "192.168.77.5/24");
+    // More than a few addresses; the camera is to come to the last.
+    for (int i = 0; i < 40; ++i) give(hosts.consumer_side(), "10.99." + std::to_string(i) + ".1/24");
+    start_camera(camera_there);
+    ASSERT_TRUE(camera);
+    at(hosts.consumer_side(), [&] {
+        discovery finder{{.interval = milliseconds{100}, .window = milliseconds{50}}, {}};
+        ASSERT_TRUE(eventually([&] { return find(finder, camera->mac()).has_value(); }));
+        const auto found = *find(finder, camera->mac());
+        EXPECT_EQ(found.address, camera_there);
+        EXPECT_FALSE(found.reachable);
+        give(hosts.camera_side(), "10.99.39.5/24");
+        const auto cable = finder.list().front().network;
+        EXPECT_EQ(cable.name, "cable");
+        EXPECT_FALSE(gvcp_master::force_ip(cable, camera->mac(), camera_here, 0xFFFFFF00, 0));
+        ASSERT_TRUE(eventually([&] { return find(finder, camera->mac())->address == camera_here; }));
+        const auto moved = *find(finder, camera->mac());
+        EXPECT_TRUE(moved.reachable);
+        EXPECT_EQ(moved.local_address, 0x0A632701U);
+        EXPECT_TRUE(gvcp_master::device_control::open(
+            {.device = {moved.address, gige::gvcp::port}, .local_address = moved.local_address}));
+    });
+}
+
+TEST_F(ServiceNetwork, AnActionIsOneDatagramAndAnInterfaceThatFailsStopsNoOther) {
+    give(hosts.camera_side(), "10.99.0.5/24");
+    give(hosts.consumer_side(), "10.99.0.1/24");
+    give(hosts.consumer_side(), "10.98.0.1/24");
+    gige::udp_socket ear;
+    at(hosts.camera_side(), [&] { ear = std::move(*gige::udp_socket::open({0, gige::gvcp::port})); });
+    const auto next_action = [&] {
+        std::vector<std::byte> bytes(600);
+        gige::endpoint from;
+        for (;;) {
+            if (gige::wait_readable(std::array{ear.native()}, std::chrono::steady_clock::now() + milliseconds{5000}) ==
+                0)
+                return std::vector<std::byte>{};
+            const auto size = ear.receive(bytes, from);
+            if (!size) continue;
+            const auto header = gige::gvcp::parse_command(std::span{bytes}.first(*size));
+            if (header && header->code == gige::gvcp::command::action) break;
+        }
+        return bytes;
+    };
+    at(hosts.consumer_side(), [&] {
+        // Searches once: it does not see that the first interface goes down.
+        service::service_core::options options;
+        options.discovery = {.loopback = true, .interval = std::chrono::hours{1}, .window = milliseconds{1}};
+        const auto core = std::make_shared<service::service_core>(std::move(options));
+        const auto session = std::make_shared<service::client_session>([](uint64_t) {});
+        ASSERT_TRUE(eventually([&] { return core->discovery().list().size() == 2; }));
+        ASSERT_TRUE(hosts.run(hosts.consumer_side(), {"ip", "link", "set", "lo", "down"}));
+        const service::interface_object interface { core, session, "cable" };
+        EXPECT_TRUE(interface.send_action(device_key, 1, 1, false, 0, gige::gvcp::flag::acknowledge, false));
+        EXPECT_TRUE(interface.send_action(device_key, 2, 1, false, 0, 0, true)) << "loopback fails, the cable does not";
+        EXPECT_TRUE(interface.send_action(device_key, 3, 1, true, 99, 0xFF, false));
+        const service::interface_object gone{core, session, "lo"};
+        EXPECT_FALSE(gone.send_action(device_key, 4, 1, false, 0, 0, false));
+    });
+    struct {
+        uint8_t flags;
+        uint16_t length;
+    } const expected[]{{1, 12}, {0, 12}, {0xFF, 20}};
+    for (uint32_t i = 0; i < 3; ++i) {
+        const auto got = next_action();
+        ASSERT_FALSE(got.empty());
+        const auto header = gige::gvcp::parse_command(got);
+        EXPECT_EQ(gige::load32(&got[12]), i + 1) << "each once";
+        EXPECT_EQ(header->flags, expected[i].flags);
+        EXPECT_EQ(header->length, expected[i].length);
+    }
+}
+
+TEST_F(ServiceNetwork, AnInterfaceThatGoesTakesItsSessionsWithIt) {
+    give(hosts.camera_side(), "10.99.0.5/24");
+    give(hosts.consumer_side(), "10.99.0.1/24");
+    start_camera(0x0A630005);
+    ASSERT_TRUE(camera);
+    at(hosts.consumer_side(), [&] {
+        service::service_core::options options;
+        options.discovery = {.interval = milliseconds{100}, .window = milliseconds{50}};
+        options.heartbeat_timeout = milliseconds{600'000}; // a heartbeat would notice after hours
+        const auto core = std::make_shared<service::service_core>(std::move(options));
+        std::atomic<uint64_t> raised = 0;
+        const auto session =
+            std::make_shared<service::client_session>([&](uint64_t number) { raised |= 1U << number; });
+        service::interface_object interface { core, session, "cable" };
+        ASSERT_TRUE(eventually([&] { return interface.enum_devices()->size() == 1; }));
+        const auto device = interface.open_device(interface.enum_devices()->front().id, ipc_rpc::open_access::control);
+        ASSERT_TRUE(device) << device.error().message();
+        const uint64_t lost = (*device)->service_info().device_lost_notification_id;
+        EXPECT_EQ(raised >> lost & 1, 0U);
+        ASSERT_TRUE(hosts.run(hosts.consumer_side(), {"ip", "link", "set", "cable", "down"}));
+        EXPECT_TRUE(eventually([&] { return (raised >> lost & 1) == 1; }));
+        const auto list = interface.enum_devices();
+        ASSERT_TRUE(list) << "an empty list is no error";
+        EXPECT_TRUE(list->empty());
+        EXPECT_EQ(raised >> interface.service_info()->device_list_notification_id & 1, 1U);
+    });
+}
+
+} // namespace
