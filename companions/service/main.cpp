@@ -1,5 +1,7 @@
 // orv-gentl-gev-service: the local service that the library talks to.
 #include "objects/function_table.h"
+#include "posix/bus_guard.h"
+#include "posix/termination.h"
 #include "rpc_server/rpc_server.h"
 
 #include <GenICam/error.h>
@@ -15,12 +17,14 @@
 #include <fmt/format.h>
 
 #include <grp.h>
-#include <signal.h>
 
 #include <cstdio>
 #include <filesystem>
 
 namespace {
+
+// From the signal to the end of the process; a camera that does not answer is left to its heartbeat.
+constexpr std::chrono::milliseconds end_time{1500};
 
 struct program_options {
     bool loopback = false;
@@ -64,12 +68,8 @@ int run(const program_options& given) {
     }
 
     // Before any thread: they all leave the signals to the wait below.
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    signal(SIGPIPE, SIG_IGN);
+    const service::termination end;
+    service::install_bus_guard();
 
     auto options = core_options(given);
     options.settings = settings;
@@ -89,8 +89,8 @@ int run(const program_options& given) {
     fmt::print("ready {}\n", server_options.pipe_name);
     std::fflush(stdout);
 
-    int caught = 0;
-    sigwait(&signals, &caught);
+    end.wait();
+    service::termination::end_within(end_time);
     return 0;
 }
 
@@ -98,7 +98,7 @@ int run(const program_options& given) {
 
 int main(int argc, char** argv) {
     CLI::App app{"The local service of orv-gentl-gev: finds GigE Vision cameras and owns their control channels. Runs "
-                 "in the foreground; prints 'ready' when consumers may connect; ends with SIGINT or SIGTERM."};
+                 "in the foreground; prints 'ready' when consumers may connect; ends with SIGINT, SIGTERM or SIGHUP."};
     program_options given;
     app.add_flag("--loopback", given.loopback, "Look for cameras on the loopback interface");
     app.add_flag("--no-networks", given.no_networks, "Do not look for cameras on the network interfaces");

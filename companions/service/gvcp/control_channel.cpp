@@ -57,11 +57,16 @@ std::expected<std::size_t, std::error_code> control_channel::transact(gvcp::comm
     std::array<std::byte, gvcp::max_datagram + 64> buffer;
     auto give_up = clock::now() + std::min(timeout, milliseconds{600'000});
     for (;;) {
+        if (cancelled) return std::unexpected(std::make_error_code(std::errc::operation_canceled));
         if (const auto error = socket.send(peer, sent)) return std::unexpected(error);
         auto resend = std::min(give_up, clock::now() + times.attempt);
         for (;;) {
             const std::array handles{socket.native()};
-            if (gige::wait_readable(handles, resend) == 0) break;
+            if (cancelled) return std::unexpected(std::make_error_code(std::errc::operation_canceled));
+            if (gige::wait_readable(handles, std::min(resend, clock::now() + milliseconds{100})) == 0) {
+                if (clock::now() < resend) continue;
+                break;
+            }
             gige::endpoint from;
             const auto size = socket.receive(buffer, from);
             if (!size || from != peer) continue;

@@ -47,6 +47,9 @@ public:
     [[nodiscard]] std::expected<uint32_t, std::error_code> read_register(uint32_t address, milliseconds timeout);
     [[nodiscard]] std::error_code write_register(uint32_t address, uint32_t value, milliseconds timeout);
 
+    // While it is set requests end at once with operation_canceled, those that wait within a tenth of a second.
+    void set_cancelled(bool on) noexcept { cancelled = on; }
+
     [[nodiscard]] gige::endpoint device() const noexcept { return peer; }
     [[nodiscard]] gige::endpoint local() const { return socket.local(); }
     // When the camera last answered anything.
@@ -60,6 +63,7 @@ private:
     const gige::endpoint peer;
     const timing times;
     std::mutex mutex; // one transaction
+    std::atomic<bool> cancelled{};
     std::atomic<uint16_t> last_id{};
     std::atomic<int64_t> answered_at{}; // steady clock ticks
 };

@@ -57,6 +57,7 @@ device_control::~device_control() {
     }
     changed.notify_all();
     if (thread.joinable()) thread.join();
+    channel->set_cancelled(false);
     if (privileged && !lost_flag) (void)channel->write_register(reg::privilege, 0, milliseconds{500});
 }
 

@@ -5,6 +5,7 @@
 #include <gds_gentl_producer/settings_block.h>
 #include <gds_helper/log.h>
 #include <gds_shared/gigecam_error.h>
+#include <ipc_rpc/limits.h>
 #include <platform.h>
 
 #include <fmt/format.h>
@@ -21,7 +22,6 @@ using gds_shared::gigecam_errc;
 
 // Where a document stands that the camera itself keeps zipped or elsewhere. No camera has registers up there.
 constexpr uint64_t plain_document_address = 0x1000000000000;
-constexpr size_t most_events = 1024; // of a client that does not fetch them
 constexpr uint64_t longest_timeout_ms = 60'000;
 constexpr uint32_t user_name_bytes = 16;
 
@@ -57,10 +57,12 @@ device_object::open(std::shared_ptr<service_core> core, std::shared_ptr<client_s
     return device;
 }
 
-std::error_code device_object::init(std::shared_ptr<client_session> session, ipc_rpc::open_access access) {
+std::error_code device_object::init(std::shared_ptr<client_session> client, ipc_rpc::open_access access) {
+    session = std::move(client);
+    seat = session->take_device_seat();
     lost_number = session->allocate();
     event_number = session->allocate();
-    if (!lost_number || !event_number) return std::make_error_code(std::errc::resource_unavailable_try_again);
+    if (!seat || !lost_number || !event_number) return make_error_code(ipc_rpc::status::resource_exhausted);
 
     gvcp_master::device_control::options chosen;
     chosen.device = {record.address, gige::gvcp::port};
@@ -75,8 +77,8 @@ std::error_code device_object::init(std::shared_ptr<client_session> session, ipc
 
     const std::string name = ipc_rpc::platform::object_name("settings-" + ipc_rpc::platform::unique_text());
     try {
-        settings = std::make_unique<settings_memory>(
-            settings_memory{name, ipc_rpc::platform::shared_mapping::create(name, 4096, {core->settings().group})});
+        settings = std::make_unique<settings_memory>(settings_memory{
+            name, ipc_rpc::platform::shared_mapping::create(name, 4096, {core->settings().group, session->owner()})});
     } catch (const std::system_error& failure) {
         logger().error("No shared memory for the settings of {}: {}", gige::to_string(record.address), failure.what());
     }
@@ -90,7 +92,8 @@ void device_object::open_events(ipc_rpc::open_access access) {
                                                       [this](std::span<const std::byte> packet) {
                                                           {
                                                               const std::lock_guard guard{mutex};
-                                                              if (events.size() == most_events) events.pop_front();
+                                                              if (events.size() == ipc_rpc::limits::most_events)
+                                                                  events.pop_front();
                                                               ipc_rpc::event_message message;
                                                               message.payload.assign(packet.begin(), packet.end());
                                                               events.push_back(std::move(message));
@@ -116,7 +119,9 @@ ipc_rpc::device_service_info device_object::service_info() const {
 
 std::expected<ipc_rpc::byte_vector, std::error_code> device_object::read_mem(uint64_t address, uint64_t size,
                                                                              uint64_t timeout) {
-    if (size > ipc_rpc::max_param_block) return std::unexpected(make_error_code(gigecam_errc::invalid_parameter));
+    if (size > ipc_rpc::limits::most_read_bytes) {
+        return std::unexpected(make_error_code(gigecam_errc::invalid_parameter));
+    }
     ipc_rpc::byte_vector bytes(size);
     if (address >= plain_document_address) {
         const std::lock_guard guard{mutex};
@@ -160,6 +165,10 @@ std::expected<std::vector<ipc_rpc::url_info>, std::error_code> device_object::ur
                                 text->size());
         list.push_back(to_url_info(plain));
         const std::lock_guard guard{mutex};
+        plain_document.reset();
+        plain_document_bytes.reset(); // room for the one that takes its place
+        plain_document_bytes = ipc_rpc::reserved_bytes::take(session->document_bytes(), text->size());
+        if (!plain_document_bytes) return std::unexpected(make_error_code(ipc_rpc::status::resource_exhausted));
         plain_document = std::move(*text);
     }
     if (list.empty()) return std::unexpected(std::make_error_code(std::errc::no_message_available));

@@ -35,22 +35,27 @@ public:
     [[nodiscard]] std::expected<std::shared_ptr<stream_lease>, std::error_code> acquire_stream();
     [[nodiscard]] std::expected<std::string, std::error_code> user_name();
     [[nodiscard]] gvcp_master::device_control& control() noexcept { return *camera; }
+    // The client has gone: whatever still waits for the camera ends. Does not wait.
+    void abandon() noexcept { camera->cancel(); }
 
 private:
     struct settings_memory;
 
     device_object(std::shared_ptr<service_core> shared, const gvcp_master::device_record& found);
-    [[nodiscard]] std::error_code init(std::shared_ptr<client_session> session, ipc_rpc::open_access access);
+    [[nodiscard]] std::error_code init(std::shared_ptr<client_session> client, ipc_rpc::open_access access);
     void open_events(ipc_rpc::open_access access);
 
     std::shared_ptr<service_core> core;
     const gvcp_master::device_record record;
+    std::shared_ptr<client_session> session;
+    std::shared_ptr<client_session::device_seat> seat;
     std::shared_ptr<client_session::number> lost_number;
     std::shared_ptr<client_session::number> event_number;
     std::unique_ptr<settings_memory> settings;
 
     std::mutex mutex;                          // guards what follows
     std::optional<std::string> plain_document; // of a camera whose own cannot be read as it lies in its registers
+    std::shared_ptr<ipc_rpc::reserved_bytes> plain_document_bytes;
     std::weak_ptr<stream_lease> lease;
     std::deque<ipc_rpc::event_message> events;
 

@@ -63,6 +63,15 @@ public:
 
 private:
     void comm_thread_main(init_data& data) {
+        try {
+            hold_channel(data);
+        } catch (const std::exception& failure) {
+            ipc_logger().critical("The connection to the service ended: {}", failure.what());
+            data.answer(std::unexpected(make_error_code(status::resource_exhausted)));
+        }
+    }
+
+    void hold_channel(init_data& data) {
         gds_helper::set_thread_name("clt-ipccon");
         auto attached = platform::named_pipe_channel::attach_to_server(data.service.pipe_name, attach_time, *stop);
         if (!attached) {
@@ -72,9 +81,13 @@ private:
         }
         platform::named_pipe_channel& channel = **attached;
         std::shared_ptr<ipc_instance> connection;
-        channel.run(*stop, [&](std::error_code error, std::span<const std::byte> packet) {
-            return receive_tcp_packet(data, channel, connection, error, packet);
-        });
+        try {
+            channel.run(*stop, [&](std::error_code error, std::span<const std::byte> packet) {
+                return receive_tcp_packet(data, channel, connection, error, packet);
+            });
+        } catch (const std::bad_alloc&) {
+            data.answer(std::unexpected(make_error_code(status::resource_exhausted)));
+        }
         data.answer(std::unexpected(make_error_code(status::connection_closed)));
         attached->reset();
         if (connection) connection->shutdown();
@@ -130,6 +143,9 @@ private:
         } catch (const std::system_error& failure) {
             connection.reset();
             return data.answer(std::unexpected(failure.code()));
+        } catch (const std::bad_alloc&) {
+            connection.reset();
+            return data.answer(std::unexpected(make_error_code(status::resource_exhausted)));
         }
         data.answer(connection);
     }
@@ -160,6 +176,8 @@ client_instance::connect(const std::string& client_name, const service_id& servi
         return result;
     } catch (const std::system_error& failure) {
         return std::unexpected(failure.code()); // no thread or descriptor to be had
+    } catch (const std::bad_alloc&) {
+        return std::unexpected(make_error_code(status::resource_exhausted));
     }
 }
 

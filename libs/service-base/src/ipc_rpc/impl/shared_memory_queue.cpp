@@ -4,6 +4,8 @@
 // free ring, sender, sent ring, receiver. 16 blocks in rings of 32 can't overrun.
 #include "impl/shared_memory_queue.h"
 
+#include <ipc_rpc/limits.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cstring>
@@ -89,20 +91,35 @@ std::uint32_t shared_memory_queue::index_of(std::span<std::byte> block) const no
 }
 
 bool shared_memory_queue::is_closed() const noexcept {
-    return shared(header.closed).load(std::memory_order_acquire) != 0;
+    return ended || broken || mapping.is_broken() || shared(header.closed).load(std::memory_order_acquire) != 0;
 }
 
-std::span<std::byte> shared_memory_queue::acquire_block() {
-    const std::lock_guard guard{write_mutex};
-    try {
-        while (!is_closed()) {
-            free.wait();
-            std::uint32_t block = 0;
-            if (take(header.free_ring, header.free_read, header.free_write, block) != taken::entry) continue;
-            return is_closed() ? std::span<std::byte>{} : block_at(block);
+std::span<std::byte> shared_memory_queue::acquire_block(std::optional<std::chrono::milliseconds> time) {
+    using clock = std::chrono::steady_clock;
+    using std::chrono::milliseconds;
+    const auto start = clock::now();
+    while (!is_closed()) {
+        milliseconds slice = limits::wait_slice;
+        if (time) {
+            const auto left = stalled ? milliseconds{0} : std::chrono::ceil<milliseconds>(start + *time - clock::now());
+            slice = std::clamp(left, milliseconds{0}, slice);
         }
-    } catch (const std::system_error&) {
-        // A dying peer ends the operation, not the process.
+        const auto result = free.wait(slice);
+        if (result == platform::named_semaphore::outcome::broken) broken = true;
+        if (result == platform::named_semaphore::outcome::nothing) {
+            if (!time || (!stalled && clock::now() - start < *time)) continue;
+            stalled = true;
+            return {};
+        }
+        const std::lock_guard guard{write_mutex};
+        taken got = taken::lost_race;
+        std::uint32_t block = 0;
+        while (got == taken::lost_race && !is_closed()) {
+            got = take(header.free_ring, header.free_read, header.free_write, block);
+        }
+        if (got != taken::entry) continue; // the peer counted what it did not put there
+        stalled = false;
+        return is_closed() ? std::span<std::byte>{} : block_at(block);
     }
     return {};
 }
@@ -116,23 +133,20 @@ bool shared_memory_queue::send_block(std::span<std::byte> block) {
 }
 
 shared_memory_queue::received shared_memory_queue::receive() {
-    try {
-        while (!is_closed()) {
-            std::uint32_t block = 0;
-            const taken result = take(header.sent_ring, header.sent_read, header.sent_write, block);
-            if (result == taken::entry) return block_at(block);
-            if (result == taken::lost_race) continue;
+    while (!is_closed()) {
+        std::uint32_t block = 0;
+        const taken result = take(header.sent_ring, header.sent_read, header.sent_write, block);
+        if (result == taken::entry) return block_at(block);
+        if (result == taken::lost_race) continue;
 
-            notification_words words{};
-            bool any = false;
-            for (std::size_t i = 0; i < words.size(); ++i) {
-                words[i] = shared(header.notify_bits[i]).exchange(0, std::memory_order_acq_rel);
-                any = any || words[i] != 0;
-            }
-            if (any) return words;
-            sent.wait();
+        notification_words words{};
+        bool any = false;
+        for (std::size_t i = 0; i < words.size(); ++i) {
+            words[i] = shared(header.notify_bits[i]).exchange(0, std::memory_order_acq_rel);
+            any = any || words[i] != 0;
         }
-    } catch (const std::system_error&) {
+        if (any) return words;
+        if (sent.wait(limits::wait_slice) == platform::named_semaphore::outcome::broken) broken = true;
     }
     return {};
 }
@@ -155,12 +169,9 @@ bool shared_memory_queue::raise_notification(std::uint64_t number) {
 }
 
 void shared_memory_queue::shut() noexcept {
-    if (shared(header.closed).exchange(1, std::memory_order_acq_rel) != 0) {
-        // The peer may have died between its flag and its wake-ups.
-        sent.post(1);
-        free.post(1);
-        return;
-    }
+    if (ended.exchange(true)) return;
+    // Whatever the peer wrote there before: it may also have died between its flag and its wake-ups.
+    shared(header.closed).store(1, std::memory_order_release);
     sent.post(wake_all);
     free.post(wake_all);
 }

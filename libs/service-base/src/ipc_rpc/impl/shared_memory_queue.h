@@ -1,16 +1,19 @@
 // One direction of a connection: a ring of blocks in shared memory, with a bitmap of notifications beside it.
 //
 // Whatever lies in the shared region is the peer's word: indexes are masked or checked before they are used, names are
-// cut at their field.
+// cut at their field, and a wait looks again by itself whether this end has shut the queue, whatever the semaphores
+// say.
 #pragma once
 
 #include "impl/channel_interface.h"
 #include "platform.h"
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <string>
 #include <variant>
@@ -59,9 +62,10 @@ public:
     shared_memory_queue(const shared_memory_queue&) = delete;
     shared_memory_queue& operator=(const shared_memory_queue&) = delete;
 
-    // Waits until the peer frees a block, and keeps all other senders of this queue waiting: the bound of 16 packets
-    // in flight is the back-pressure. Empty when the queue is closed.
-    [[nodiscard]] std::span<std::byte> acquire_block();
+    // Waits until the peer frees a block: the bound of 16 packets in flight is the back-pressure. Empty when the queue
+    // is closed, or when the time is over; for a peer that let it pass once later calls don't wait, until it has freed
+    // a block.
+    [[nodiscard]] std::span<std::byte> acquire_block(std::optional<std::chrono::milliseconds> time = std::nullopt);
     [[nodiscard]] bool send_block(std::span<std::byte> block);
 
     // Waits for a block or notifications. A block stays the receiver's until it is released.
@@ -88,7 +92,10 @@ private:
     std::span<std::byte> blocks;
     platform::named_semaphore sent;
     platform::named_semaphore free;
-    std::mutex write_mutex; // makes writers of both rings exclusive; held while waiting for a free block
+    std::mutex write_mutex; // makes writers of both rings exclusive, and takers of free blocks; never held in a wait
+    std::atomic<bool> ended{false};   // shut by this end
+    std::atomic<bool> broken{false};  // the peer wrote what no peer writes
+    std::atomic<bool> stalled{false}; // the peer let a sender's time pass
 };
 
 } // namespace ipc_rpc
