@@ -41,10 +41,5 @@ inline constexpr std::size_t most_events = 1024;                 // kept for a c
 // A waiting end looks this often whether it still has something to wait for: what the peer writes into shared memory,
 // or fails to, can't keep it for longer.
 inline constexpr milliseconds wait_slice{250};
-// A release waits this long for the answer of a service that has stopped, once; until it is heard of again the next
-// ones don't wait.
-inline constexpr milliseconds close_wait{3000};
-// A call that wants no answer waits this long for room in the queue, equally once.
-inline constexpr milliseconds one_way_wait{50};
 
 } // namespace ipc_rpc::limits

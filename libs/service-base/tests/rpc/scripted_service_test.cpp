@@ -18,7 +18,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
-#include <latch>
 #include <thread>
 
 using namespace ipc_rpc;
@@ -149,37 +148,6 @@ TEST_F(Scripted, WhatComesAfterTheAnnouncementChangesNothing) {
     using ask = remote_function<"ask", std::uint32_t()>;
     EXPECT_EQ(client_object_handle::global(*connected).invoke<ask>(), 42U);
     instance.reset();
-}
-
-// Releases and one-way calls end although nothing is taken from the queue or answered; and so does the connection.
-TEST_F(Scripted, AServiceThatHasStoppedHoldsNobody) {
-    serve([this](int peer) { say(peer, valid()); });
-    auto connected = connect();
-    ASSERT_TRUE(connected);
-    for (std::uint64_t handle = 1; handle < 6; ++handle) {
-        const client_object_handle released{*connected, handle};
-    }
-    std::error_code last;
-    using one_way = remote_function<"one_way", void(), rpc_flag_no_reply>;
-    for (int i = 0; i < 60; ++i) {
-        const auto sent = client_object_handle::global(*connected).invoke<one_way>();
-        last = sent ? std::error_code{} : sent.error();
-    }
-    EXPECT_EQ(last, make_error_code(status::resource_exhausted));
-    for (std::uint64_t handle = 6; handle < 12; ++handle) {
-        const client_object_handle released{*connected, handle};
-    }
-    // A call waits for as long as the connection lives, here for room in the queue.
-    std::latch calling{1};
-    std::thread waiter{[&] {
-        using ask = remote_function<"ask", std::uint32_t()>;
-        calling.count_down();
-        EXPECT_EQ(client_object_handle::global(*connected).invoke<ask>().error(),
-                  make_error_code(status::connection_closed));
-    }};
-    calling.wait();
-    instance.reset();
-    waiter.join();
 }
 
 // The peer of a connection is who made the listening socket: root, this user, or whom root has chosen.

@@ -1,7 +1,6 @@
 // Where packets are sent, one block at a time.
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <span>
 #include <string_view>
@@ -14,11 +13,6 @@ public:
     virtual ~channel_interface() = default;
     // A free block at its full length, empty if the channel is closed. Waits for the peer to free one.
     [[nodiscard]] virtual std::span<std::byte> acquire_block() = 0;
-    // The same, but for at most this time: empty when no block became free in it.
-    [[nodiscard]] virtual std::span<std::byte> acquire_block_within(std::chrono::milliseconds) {
-        return acquire_block();
-    }
-    [[nodiscard]] virtual bool is_closed() const { return true; } // after a failure: was that the reason?
     // Hands a filled block to the peer. False if the channel is closed.
     [[nodiscard]] virtual bool send_block(std::span<std::byte> block) = 0;
     [[nodiscard]] virtual std::string_view get_name() const = 0;

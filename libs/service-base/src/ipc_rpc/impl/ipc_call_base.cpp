@@ -1,7 +1,6 @@
 #include "impl/ipc_call_base.h"
 
 #include <gds_helper/log.h>
-#include <ipc_rpc/limits.h>
 
 #include <algorithm>
 
@@ -9,17 +8,10 @@ namespace ipc_rpc {
 
 namespace {
 
-using wait_time = std::optional<std::chrono::milliseconds>;
-
-wait_time wait_of(std::uint32_t flags, wait_time otherwise) {
-    return (flags & rpc_flag_no_reply) != 0 ? limits::one_way_wait : otherwise;
-}
-
 // Fills a block with head and chunk and hands it over.
 template <class Packet>
-bool send_packet(channel_interface& channel, const Packet& head, std::span<const std::byte> chunk,
-                 wait_time wait = std::nullopt) {
-    const std::span<std::byte> block = wait ? channel.acquire_block_within(*wait) : channel.acquire_block();
+bool send_packet(channel_interface& channel, const Packet& head, std::span<const std::byte> chunk) {
+    const std::span<std::byte> block = channel.acquire_block();
     if (block.size() < sizeof(Packet) + chunk.size()) return false;
     std::memcpy(block.data(), &head, sizeof head);
     if (!chunk.empty()) std::memcpy(block.data() + sizeof head, chunk.data(), chunk.size());
@@ -31,11 +23,11 @@ constexpr std::size_t block_size = 4096;
 constexpr std::size_t step_capacity = block_size - sizeof(step_packet);
 
 bool send_steps(channel_interface& channel, rpc_packet_type type, std::uint64_t seq_id,
-                std::span<const std::byte> whole, std::size_t sent, wait_time wait = std::nullopt) {
+                std::span<const std::byte> whole, std::size_t sent) {
     while (sent < whole.size()) {
         const auto chunk = whole.subspan(sent, std::min(step_capacity, whole.size() - sent));
         const step_packet step{make_header(type, 0, sizeof(step_packet) + chunk.size(), seq_id), sent};
-        if (!send_packet(channel, step, chunk, wait)) return false;
+        if (!send_packet(channel, step, chunk)) return false;
         sent += chunk.size();
     }
     return true;
@@ -64,15 +56,14 @@ bool send_call(channel_interface& channel, std::uint64_t seq_id, std::uint32_t f
         handle,
         {}};
     function.copy(start.function_name, function_name_size - 1);
-    const wait_time wait = wait_of(flags, std::nullopt);
-    return send_packet(channel, start, chunk, wait) &&
-           send_steps(channel, rpc_packet_type::call_step, seq_id, parameters, chunk.size(), wait);
+    return send_packet(channel, start, chunk) &&
+           send_steps(channel, rpc_packet_type::call_step, seq_id, parameters, chunk.size());
 }
 
 bool send_close(channel_interface& channel, std::uint64_t seq_id, std::uint32_t flags, std::uint64_t handle) {
     const call_close_packet close{make_header(rpc_packet_type::call_close, flags, sizeof(call_close_packet), seq_id),
                                   handle};
-    return send_packet(channel, close, {}, wait_of(flags, limits::close_wait));
+    return send_packet(channel, close, {});
 }
 
 bool send_result(channel_interface& channel, std::uint64_t seq_id, std::span<const std::byte> result) {

@@ -23,8 +23,7 @@ namespace ipc_rpc {
 [[nodiscard]] spdlog::logger& ipc_logger();
 void log_packet(std::string_view channel, bool sent, const rpc_packet_header& header);
 
-// Each sends one or several packets; false when the channel is closed. What wants no reply, and a release, does not
-// wait for a peer that takes nothing: false then too.
+// Each sends one or several packets; false when the channel is closed.
 [[nodiscard]] bool send_call(channel_interface& channel, std::uint64_t seq_id, std::uint32_t flags,
                              std::uint64_t handle, std::string_view function, std::span<const std::byte> parameters);
 [[nodiscard]] bool send_close(channel_interface& channel, std::uint64_t seq_id, std::uint32_t flags,

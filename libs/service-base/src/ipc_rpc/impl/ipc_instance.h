@@ -63,10 +63,6 @@ private:
         queue_channel(shared_memory_queue& target, shared_memory_queue& other_way, std::string channel_name)
             : queue(target), answers(other_way), name(std::move(channel_name)) {}
         std::span<std::byte> acquire_block() override { return checked(queue.acquire_block()); }
-        std::span<std::byte> acquire_block_within(std::chrono::milliseconds time) override {
-            return checked(queue.acquire_block(time));
-        }
-        bool is_closed() const override { return queue.is_closed(); }
         bool send_block(std::span<std::byte> block) override { return queue.send_block(block); }
         std::string_view get_name() const override { return name; }
 

@@ -1,7 +1,5 @@
 #include "impl/rpc_caller.h"
 
-#include <ipc_rpc/limits.h>
-
 #include <spdlog/logger.h>
 
 #include <algorithm>
@@ -22,12 +20,6 @@ void rpc_caller_instance::transaction::finish(status with) {
 status rpc_caller_instance::transaction::wait() {
     std::unique_lock held{mutex};
     finished.wait(held, [this] { return done; });
-    return outcome;
-}
-
-std::optional<status> rpc_caller_instance::transaction::wait_for(std::chrono::milliseconds time) {
-    std::unique_lock held{mutex};
-    if (!finished.wait_for(held, time, [this] { return done; })) return std::nullopt;
     return outcome;
 }
 
@@ -52,21 +44,16 @@ void rpc_caller_instance::remove(std::uint64_t seq_id) {
 }
 
 template <class Send>
-status rpc_caller_instance::run(std::uint32_t flags, std::vector<std::byte>* result, Send&& send,
-                                std::optional<std::chrono::milliseconds> time) {
+status rpc_caller_instance::run(std::uint32_t flags, std::vector<std::byte>* result, Send&& send) {
     const std::uint64_t seq_id = next_seq_id();
-    if ((flags & rpc_flag_no_reply) != 0) return send(seq_id) ? status::success : failure();
+    if ((flags & rpc_flag_no_reply) != 0) return send(seq_id) ? status::success : status::connection_closed;
     const transaction_ptr pending = begin(seq_id, result);
     if (!pending) return status::connection_closed;
     if (!send(seq_id)) {
         remove(seq_id);
-        pending->finish(failure());
+        pending->finish(status::connection_closed);
     }
-    if (!time) return pending->wait();
-    if (const auto outcome = pending->wait_for(silent ? std::chrono::milliseconds{0} : *time)) return *outcome;
-    silent = true;
-    remove(seq_id);
-    return status::resource_exhausted;
+    return pending->wait();
 }
 
 status rpc_caller_instance::call(std::uint64_t handle, std::string_view function, std::span<const std::byte> parameters,
@@ -77,15 +64,12 @@ status rpc_caller_instance::call(std::uint64_t handle, std::string_view function
 }
 
 status rpc_caller_instance::close_handle(std::uint64_t handle, std::uint32_t flags) {
-    return run(
-        flags, nullptr, [&](std::uint64_t seq_id) { return send_close(channel, seq_id, flags, handle); },
-        limits::close_wait);
+    return run(flags, nullptr, [&](std::uint64_t seq_id) { return send_close(channel, seq_id, flags, handle); });
 }
 
 void rpc_caller_instance::receive_packet(std::span<const std::byte> packet) {
     const auto header = read_packet<rpc_packet_header>(packet);
     if (!header) return;
-    silent = false;
     const auto number = static_cast<unsigned>(header->type());
     if (number < static_cast<unsigned>(rpc_packet_type::ret_start)) {
         ipc_logger().warn("Packet with invalid rpc_packet_type == {} received.", number);

@@ -4,7 +4,6 @@
 #include "impl/ipc_call_base.h"
 
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -19,8 +18,6 @@ public:
 
     [[nodiscard]] status call(std::uint64_t handle, std::string_view function, std::span<const std::byte> parameters,
                               std::vector<std::byte>* result, std::uint32_t flags);
-    // resource_exhausted when the peer takes or answers nothing for limits::close_wait; while it stays silent later
-    // ones don't wait.
     [[nodiscard]] status close_handle(std::uint64_t handle, std::uint32_t flags);
     void receive_packet(std::span<const std::byte> packet);
     // Every waiting call ends with connection_closed, and so does every later one.
@@ -38,7 +35,6 @@ private:
 
         void finish(status with);
         [[nodiscard]] status wait();
-        [[nodiscard]] std::optional<status> wait_for(std::chrono::milliseconds time);
     };
     using transaction_ptr = std::shared_ptr<transaction>;
 
@@ -47,17 +43,11 @@ private:
     [[nodiscard]] transaction_ptr begin(std::uint64_t seq_id, std::vector<std::byte>* result);
     void remove(std::uint64_t seq_id);
     template <class Send>
-    [[nodiscard]] status run(std::uint32_t flags, std::vector<std::byte>* result, Send&& send,
-                             std::optional<std::chrono::milliseconds> time = std::nullopt);
-    // Of a send that failed.
-    [[nodiscard]] status failure() const {
-        return channel.is_closed() ? status::connection_closed : status::resource_exhausted;
-    }
+    [[nodiscard]] status run(std::uint32_t flags, std::vector<std::byte>* result, Send&& send);
 
     channel_interface& channel;
     std::atomic<std::uint64_t> sequence{0};
-    std::atomic<bool> silent{false}; // the peer let a release wait in vain
-    std::mutex mutex;                // guards what follows; taken before a transaction's
+    std::mutex mutex; // guards what follows; taken before a transaction's
     std::vector<transaction_ptr> transactions;
     bool closed = false;
 };

@@ -94,23 +94,11 @@ bool shared_memory_queue::is_closed() const noexcept {
     return ended || broken || mapping.is_broken() || shared(header.closed).load(std::memory_order_acquire) != 0;
 }
 
-std::span<std::byte> shared_memory_queue::acquire_block(std::optional<std::chrono::milliseconds> time) {
-    using clock = std::chrono::steady_clock;
-    using std::chrono::milliseconds;
-    const auto start = clock::now();
+std::span<std::byte> shared_memory_queue::acquire_block() {
     while (!is_closed()) {
-        milliseconds slice = limits::wait_slice;
-        if (time) {
-            const auto left = stalled ? milliseconds{0} : std::chrono::ceil<milliseconds>(start + *time - clock::now());
-            slice = std::clamp(left, milliseconds{0}, slice);
-        }
-        const auto result = free.wait(slice);
+        const auto result = free.wait(limits::wait_slice);
         if (result == platform::named_semaphore::outcome::broken) broken = true;
-        if (result == platform::named_semaphore::outcome::nothing) {
-            if (!time || (!stalled && clock::now() - start < *time)) continue;
-            stalled = true;
-            return {};
-        }
+        if (result != platform::named_semaphore::outcome::taken) continue;
         const std::lock_guard guard{write_mutex};
         taken got = taken::lost_race;
         std::uint32_t block = 0;
@@ -118,7 +106,6 @@ std::span<std::byte> shared_memory_queue::acquire_block(std::optional<std::chron
             got = take(header.free_ring, header.free_read, header.free_write, block);
         }
         if (got != taken::entry) continue; // the peer counted what it did not put there
-        stalled = false;
         return is_closed() ? std::span<std::byte>{} : block_at(block);
     }
     return {};

@@ -13,7 +13,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
-#include <optional>
 #include <span>
 #include <string>
 #include <variant>
@@ -63,9 +62,8 @@ public:
     shared_memory_queue& operator=(const shared_memory_queue&) = delete;
 
     // Waits until the peer frees a block: the bound of 16 packets in flight is the back-pressure. Empty when the queue
-    // is closed, or when the time is over; for a peer that let it pass once later calls don't wait, until it has freed
-    // a block.
-    [[nodiscard]] std::span<std::byte> acquire_block(std::optional<std::chrono::milliseconds> time = std::nullopt);
+    // is closed.
+    [[nodiscard]] std::span<std::byte> acquire_block();
     [[nodiscard]] bool send_block(std::span<std::byte> block);
 
     // Waits for a block or notifications. A block stays the receiver's until it is released.
@@ -95,7 +93,6 @@ private:
     std::mutex write_mutex; // makes writers of both rings exclusive, and takers of free blocks; never held in a wait
     std::atomic<bool> ended{false};   // shut by this end
     std::atomic<bool> broken{false};  // the peer wrote what no peer writes
-    std::atomic<bool> stalled{false}; // the peer let a sender's time pass
 };
 
 } // namespace ipc_rpc
