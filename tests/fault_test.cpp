@@ -14,6 +14,11 @@ using namespace std::chrono_literals;
 
 namespace {
 
+struct ErrorRecord {
+    int32_t id;
+    char text[256];
+};
+
 // A hang fails by name instead of running into the test's time limit.
 template <class Work>
 void must_end(const char* what, Work&& work) {
@@ -23,6 +28,19 @@ void must_end(const char* what, Work&& work) {
         std::abort();
     }
     done.get();
+}
+
+// As of a camera that is gone.
+void must_learn_of_the_loss(const bench::open_camera& camera, EVENT_HANDLE error_event) {
+    ErrorRecord record{};
+    size_t size = sizeof record;
+    must_end("the report of the loss",
+             [&] { EXPECT_EQ(camera.lib->EventGetData(error_event, &record, &size, 15000), GC_ERR_SUCCESS); });
+    EXPECT_EQ(record.id, GC_ERR_CUSTOM_ID);
+    EXPECT_STREQ(record.text, "Device lost");
+    INFO_DATATYPE type = 0;
+    size = 0;
+    EXPECT_EQ(camera.lib->DevGetInfo(camera.device->get(), DEVICE_INFO_ID, &type, nullptr, &size), GC_ERR_CUSTOM_ID);
 }
 
 // Tries again while the camera is in somebody's hands.
@@ -47,7 +65,10 @@ TEST(Fault, ServiceKilledWhileStreaming) {
     auto camera = std::make_unique<bench::open_camera>(test_bench::serial(0));
     camera->start();
     ASSERT_TRUE(camera->next_frame(5000));
+    EVENT_HANDLE lost = nullptr;
+    camera->lib->check("GCRegisterEvent", camera->lib->GCRegisterEvent(camera->device->get(), EVENT_ERROR, &lost));
     own.stop_service(SIGKILL);
+    must_learn_of_the_loss(*camera, lost);
     must_end("a register access", [&] {
         PORT_HANDLE port = nullptr;
         static_cast<void>(camera->lib->DevGetPort(camera->device->get(), &port));
@@ -63,6 +84,31 @@ TEST(Fault, ServiceKilledWhileStreaming) {
     own.start_service();
     auto result = grab_when_free(own, 20);
     EXPECT_EQ(result["verified"], true) << result;
+}
+
+// One that is stopped keeps its sockets and memory; nothing breaks, it just never answers.
+TEST(Fault, ServiceStoppedWhileStreaming) {
+    for (const bool only_close_the_library : {false, true}) {
+        test_bench own;
+        own.start_camera({"--width", "320", "--height", "240", "--frame-rate", "100", "--loss", "0.05", "--seed", "3"});
+        own.start_service();
+        bench::open_camera camera{test_bench::serial(0)};
+        EVENT_HANDLE lost = nullptr;
+        camera.lib->check("GCRegisterEvent", camera.lib->GCRegisterEvent(camera.device->get(), EVENT_ERROR, &lost));
+        camera.start();
+        ASSERT_TRUE(camera.next_frame(5000));
+        own.service().signal(SIGSTOP);
+        // Far more requests than the queue has room for. The camera sends until it misses the service's heartbeat.
+        for (int i = 0; i < 150; ++i) ASSERT_TRUE(camera.next_frame(5000)) << "frame " << i;
+        if (only_close_the_library) {
+            must_end("closing the library", [&] { EXPECT_EQ(camera.lib->GCCloseLib(), GC_ERR_SUCCESS); });
+        } else {
+            must_end("the end of the acquisition",
+                     [&] { EXPECT_EQ(camera.lib->DSStopAcquisition(camera.stream->get(), 0), GC_ERR_SUCCESS); });
+            must_learn_of_the_loss(camera, lost);
+        }
+        own.service().signal(SIGCONT);
+    }
 }
 
 TEST(Fault, ServiceKilledWhileAConsumerWaitsForAnEvent) {
@@ -94,12 +140,7 @@ TEST(Fault, CameraKilledWhileStreaming) {
     ASSERT_TRUE(camera.next_frame(5000));
     own.camera(0).signal(SIGKILL);
     own.camera(0).wait();
-    char record[260] = {};
-    size_t size = sizeof record;
-    EXPECT_EQ(camera.lib->EventGetData(lost, record, &size, 15000), GC_ERR_SUCCESS) << "the loss is reported";
-    INFO_DATATYPE type = 0;
-    size = 0;
-    EXPECT_EQ(camera.lib->DevGetInfo(camera.device->get(), DEVICE_INFO_ID, &type, nullptr, &size), GC_ERR_CUSTOM_ID);
+    must_learn_of_the_loss(camera, lost);
     must_end("the end of the acquisition",
              [&] { EXPECT_EQ(camera.lib->DSStopAcquisition(camera.stream->get(), 0), GC_ERR_SUCCESS); });
 }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -102,6 +103,30 @@ TEST(Lifetime, AConsumerMayOnlyCloseTheLibrary) {
     }
     auto result = own.grab({"--frames", "3", "--verify"});
     EXPECT_EQ(result["verified"], true) << result;
+}
+
+// However a consumer's process ends, and whenever it closes the library in that: it ends, and by itself.
+TEST(Lifetime, AProcessEndsWhateverIsOpenAndWhoeverCloses) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240", "--frame-rate", "200"});
+    own.start_service();
+    for (const std::string open : {"nothing", "system", "stream"}) {
+        for (const std::string closer : {"early handler", "late handler", "global", "nobody", "unloading"}) {
+            SCOPED_TRACE(open + " open, closed by " + closer);
+            bench::process consumer{
+                {std::string{ORV_BIN_DIR} + "/../tests/exit_consumer", ORV_CTI, test_bench::serial(0), open, closer},
+                own.folder() / (open + closer)};
+            const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds{20};
+            while (consumer.running() && std::chrono::steady_clock::now() < deadline) usleep(10000);
+            if (consumer.running()) {
+                ADD_FAILURE() << "hangs";
+                consumer.signal(SIGKILL);
+            }
+            EXPECT_EQ(consumer.wait(), 0);
+            const bool closes = closer != "nobody" && closer != "unloading";
+            EXPECT_EQ(consumer.output(), closes ? "ends\nclosed by " + closer + ": 0\n" : "ends\n");
+        }
+    }
 }
 
 TEST(Lifetime, AForkedChildExits) {

@@ -49,6 +49,7 @@ size_t device_data_stream::payload_size() {
 Error device_data_stream::open_stream(const ipc_rpc::client_object_handle& channel_lease) {
     skipped_frames = 0;
     resend_packets_requested = 0;
+    unsent_requests = 0;
     const auto payload = read_payload_size();
     if (!payload || *payload <= 0 || *payload > UINT32_MAX) {
         return {GC_ERR_INVALID_PARAMETER, "Failed to read PayloadSize from device."};
@@ -74,10 +75,14 @@ Error device_data_stream::open_stream(const ipc_rpc::client_object_handle& chann
     params.payload_size = static_cast<uint32_t>(*payload);
     params.preferred_packet_size = static_cast<int32_t>(packet_size_chosen);
     if (remote_device.supports_resend()) {
-        params.send_resend = [handle = channel_lease](uint32_t channel_index, uint64_t block_id, uint32_t first,
-                                                      uint32_t last, bool extended) {
-            static_cast<void>(
-                handle.invoke<catalogue::send_resend_cmd>(channel_index, block_id, first, last, extended));
+        // On the receive thread, which never waits for the service: what finds no room is lost like a packet on the
+        // wire.
+        params.send_resend = [this, handle = channel_lease](uint32_t channel_index, uint64_t block_id, uint32_t first,
+                                                            uint32_t last, bool extended) {
+            const auto sent = handle.invoke<catalogue::send_resend_cmd>(channel_index, block_id, first, last, extended);
+            if (!sent && unsent_requests++ == 0) {
+                logger().warn("The service takes no resend request: {}.", sent.error().message());
+            }
         };
     }
     if (const std::error_code error = stream_channel->connect(params)) {
@@ -124,6 +129,7 @@ void device_data_stream::close_stream() {
     static_cast<void>(stream_channel->flush());
     stream_channel->disconnect();
     stream_channel.reset();
+    if (unsent_requests != 0) logger().warn("The service did not take {} resend requests.", unsent_requests);
 }
 
 void device_data_stream::flush_stream() {

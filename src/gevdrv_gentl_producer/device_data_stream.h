@@ -42,8 +42,9 @@ private:
     device_instance& remote_device;
     std::unique_ptr<gev::streamchannel::IStreamChannel> stream_channel;
     resend_settings resend;
-    double tick_period_ns = 1.0; // written before the receive thread starts
-    uint64_t skipped_frames = 0; // the receive thread's, as of the last frame
+    double tick_period_ns = 1.0;  // written before the receive thread starts
+    uint64_t skipped_frames = 0;  // the receive thread's, as of the last frame
+    uint64_t unsent_requests = 0; // the receive thread's, for resends that the service had no room for
     std::atomic<uint64_t> resend_packets_requested{0};
     uint32_t packet_size_chosen = 0;
 };

@@ -23,8 +23,11 @@ public:
     explicit stream(IDevice& parent) : DataStreamImpl(parent, "Stream0") {}
     std::function<Error()> on_start = [] { return success(); };
     std::function<void()> on_stop = [] {};
+    std::function<void()> on_payload_size = [] {};
+    std::function<void()> on_input_changed = [] {};
     std::vector<Buffer*> filling;
 
+    using DataStreamImpl::give_up_filling;
     using DataStreamImpl::queue_buffer_from_filling_to_output;
     Buffer* fill() {
         Buffer* buffer = take_input_buffer(true);
@@ -33,7 +36,11 @@ public:
     }
 
 protected:
-    size_t payload_size() override { return 4096; }
+    size_t payload_size() override {
+        on_payload_size();
+        return 4096;
+    }
+    void input_queue_changed_() override { on_input_changed(); }
     Error start_acquisition_() override { return on_start(); }
     void stop_acquisition_(bool) override { on_stop(); }
     void flush_filling_buffers_() override {

@@ -48,6 +48,7 @@ public:
     void Close() override;
     [[nodiscard]] IDevice& parent_device() override { return device; }
     Error FindBuffer(BUFFER_HANDLE hBuffer) override;
+    [[nodiscard]] const std::weak_ptr<IHandleTarget>* parent_target() const noexcept override { return &above; }
 
     // For the filling side. A null result means that no buffer is free, or that the acquisition is being stopped: the
     // call gives up rather than wait for a consumer who waits for the filling side.
@@ -87,11 +88,13 @@ private:
     void queue_buffer_to_input(Buffer* buffer);
     void drain_input_to_announced();
     void flush_filling();
+    void stop_grabbing(bool kill);
     void append_to_output(std::span<Buffer* const> buffers);
     void dump_announced_buffer_status(std::string_view label);
 
     // Constant after construction.
     IDevice& device;
+    const std::weak_ptr<IHandleTarget> above; // the device
     const std::string stream_id;
     size_t min_announced_buffers_required = 5;
 
@@ -103,6 +106,7 @@ private:
     const std::unique_ptr<InputStack> input;
     const std::shared_ptr<OutputQueue> output; // has its own mutex, which nests inside both locks above
 
+    bool is_closed = false; // for good; written with both locks held, read with either
     std::atomic<bool> is_grabbing{false};
     std::atomic<bool> is_stopping{false}; // set while a stop or flush holds queue_mutex and waits for the filling side
     std::atomic<uint64_t> num_delivered{0};

@@ -13,11 +13,7 @@
 
 namespace GenTL::Producer {
 
-class DeviceImpl : public virtual IDevice,
-                   public VirtualPortImpl,
-                   public EventSourceImpl,
-                   public std::enable_shared_from_this<DeviceImpl>,
-                   private Util::TrackedObject {
+class DeviceImpl : public virtual IDevice, public VirtualPortImpl, public EventSourceImpl, private Util::TrackedObject {
 public:
     ~DeviceImpl() override;
 
@@ -29,7 +25,9 @@ public:
     Error GetParentIF(IF_HANDLE* phIface) override;
     [[nodiscard]] std::string id() const override { return device_data.id; }
     [[nodiscard]] IInterface& parent_interface() override { return interface; }
+    void close_children() override;
     Error OnDataStreamClosed(IDataStream* closed) override;
+    [[nodiscard]] const std::weak_ptr<IHandleTarget>* parent_target() const noexcept override { return &above; }
 
 protected:
     DeviceImpl(IInterface& parent, DeviceInfo device_info, DEVICE_ACCESS_FLAGS flags);
@@ -43,11 +41,9 @@ protected:
     Util::DocumentIdentity document_identity() override;
     void build_register_map(Util::GenApiInterfaceBuilder& builder) override;
 
-    // Called first by every destructor of a derived class that its streams need; harmless when repeated.
-    void close_children();
     // Fills the list of stream ids; called once by the derived class when it can answer.
     void load_data_stream_ids();
-    // From now on every GetInfo fails with "Device lost", and the error event says so. Any thread.
+    // From now on every GetInfo fails with "Device lost", and the error event says so, once. Any thread.
     void mark_lost();
 
     [[nodiscard]] const DeviceInfo& device_info() const noexcept { return device_data; }
@@ -56,6 +52,7 @@ protected:
 
 private:
     IInterface& interface;
+    const std::weak_ptr<IHandleTarget> above; // the interface
     const DeviceInfo device_data;
     std::vector<std::string> data_stream_ids;
     std::mutex open_mutex; // guards open_streams and remote_port

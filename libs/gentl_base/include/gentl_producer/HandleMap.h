@@ -3,6 +3,7 @@
 
 #include <gentl_producer/IHandleTarget.h>
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <shared_mutex>
@@ -65,10 +66,46 @@ template <class T>
 
 inline void remove_handle(const IHandleTarget* target) { handle_map().remove(handle_value(target)); }
 
-// The object behind the handle if it is alive and of this family (modules are ports and event sources as well).
+// The modules above an object that is being called, nearest first: the object uses them by plain reference, so they
+// must not go before it. Nobody but a call holds them this way: parents own their children, never the other way round.
+class held_parents final {
+public:
+    held_parents() = default;
+    held_parents(const held_parents&) = delete;
+    held_parents& operator=(const held_parents&) = delete;
+    ~held_parents() {
+        for (auto& parent : parents) parent.reset(); // what a closing thread left to us goes in the usual order
+    }
+    // False when one of them is going already.
+    [[nodiscard]] bool hold(const IHandleTarget& object) {
+        const IHandleTarget* below = &object;
+        for (auto& parent : parents) {
+            const std::weak_ptr<IHandleTarget>* above = below->parent_target();
+            if (above == nullptr) return true;
+            if (!(parent = above->lock())) return false;
+            below = parent.get();
+        }
+        return true;
+    }
+
+private:
+    std::array<std::shared_ptr<IHandleTarget>, 3> parents; // device, interface and system at most
+};
+
+// An object that stays whole for as long as this holds it. Thread-bound.
 template <class T>
-[[nodiscard]] std::shared_ptr<T> resolve(const void* handle) {
-    return std::dynamic_pointer_cast<T>(handle_map().lookup(reinterpret_cast<uint64_t>(handle)).target);
+struct held_object {
+    held_parents parents;
+    std::shared_ptr<T> object; // goes first
+};
+
+// The object behind the handle if it and those above it are alive and it is of this family (modules are ports and event
+// sources as well).
+template <class T>
+[[nodiscard]] bool resolve(const void* handle, held_object<T>& found) {
+    const auto target = handle_map().lookup(reinterpret_cast<uint64_t>(handle)).target;
+    if (target && found.parents.hold(*target)) found.object = std::dynamic_pointer_cast<T>(target);
+    return found.object != nullptr;
 }
 
 } // namespace GenTL::Producer

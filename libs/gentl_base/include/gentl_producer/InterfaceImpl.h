@@ -31,6 +31,7 @@ public:
     [[nodiscard]] ISystem& parent_system() override { return system; }
     void close_children() override;
     Error OnDeviceClosed(IDevice* closed) override;
+    [[nodiscard]] const std::weak_ptr<IHandleTarget>* parent_target() const noexcept override { return &above; }
 
 protected:
     InterfaceImpl(ISystem& parent, InterfaceInfo interface_info);
@@ -53,7 +54,8 @@ private:
 
     const InterfaceInfo interface_data;
     ISystem& system;
-    std::mutex device_list_mutex; // guards devices
+    const std::weak_ptr<IHandleTarget> above; // the system
+    std::mutex device_list_mutex;             // guards devices
     std::vector<DeviceInfo> devices;
     std::mutex open_mutex; // guards open_devices; taken before device_list_mutex
     std::map<std::string, std::shared_ptr<IDevice>> open_devices;

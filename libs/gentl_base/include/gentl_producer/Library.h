@@ -37,6 +37,24 @@ void set_trace_mask(uint32_t mask) noexcept;
 // Written by the last initialiser: consumers of GCInitLib may start with fewer buffers than announced as needed.
 [[nodiscard]] bool tolerate_few_buffers() noexcept;
 
+// Marks one exported call for as long as it lives: what the call uses is not destroyed under it. False when the library
+// has ended; the call must touch nothing then.
+class call_in_progress final {
+public:
+    call_in_progress() noexcept;
+    ~call_in_progress();
+    call_in_progress(const call_in_progress&) = delete;
+    call_in_progress& operator=(const call_in_progress&) = delete;
+    explicit operator bool() const noexcept { return allowed; }
+
+private:
+    const bool allowed;
+};
+
+// When the process ends or unloads the library. From now on no exported call does anything. True when the library's
+// static objects may be destroyed: no call is under way and no system is open whose threads use them.
+[[nodiscard]] bool end_library() noexcept;
+
 [[nodiscard]] Error init_library();
 [[nodiscard]] Error init_library_shared();
 [[nodiscard]] Error close_library();
@@ -52,5 +70,8 @@ void set_trace_mask(uint32_t mask) noexcept;
 
 // Full path of the file that this code was loaded from.
 [[nodiscard]] std::string library_path();
+// Keeps that file loaded until it is given back; null when it cannot be held.
+[[nodiscard]] void* hold_library() noexcept;
+void release_library(void* held) noexcept;
 
 } // namespace GenTL::Producer

@@ -59,6 +59,7 @@ public:
     virtual Error GetParentTL(TL_HANDLE* phSystem) = 0;
     [[nodiscard]] virtual std::string id() const = 0;
     [[nodiscard]] virtual ISystem& parent_system() = 0;
+    // Harmless when repeated, like that of the device.
     virtual void close_children() = 0;
     virtual Error OnDeviceClosed(IDevice* closed) = 0;
 };
@@ -73,6 +74,8 @@ public:
     virtual Error GetParentIF(IF_HANDLE* phIface) = 0;
     [[nodiscard]] virtual std::string id() const = 0;
     [[nodiscard]] virtual IInterface& parent_interface() = 0;
+    // Harmless when repeated.
+    virtual void close_children() = 0;
     virtual Error OnDataStreamClosed(IDataStream* closed) = 0;
 };
 

@@ -26,6 +26,8 @@ struct block_deleter {
 using memory_block = std::unique_ptr<std::byte, block_deleter>;
 
 memory_block allocate_block(size_t size) {
+    // Rounded up to the alignment inside the allocation, a size beyond this would wrap to a small block.
+    if (size > static_cast<size_t>(PTRDIFF_MAX)) throw std::bad_alloc{};
     return memory_block{static_cast<std::byte*>(::operator new(size, block_alignment))};
 }
 

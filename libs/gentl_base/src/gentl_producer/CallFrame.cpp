@@ -13,11 +13,10 @@ namespace {
 thread_local LastError thread_last_error{};
 
 template <class T>
-Error resolve_one(void* handle, std::shared_ptr<T>& object, const char* null_text, const char* unknown_text) {
+Error resolve_one(void* handle, held_object<T>& held, const char* null_text, const char* unknown_text) {
     if (!is_initialized()) return Error{GC_ERR_NOT_INITIALIZED};
     if (handle == nullptr) return {GC_ERR_INVALID_HANDLE, std::string{null_text}};
-    object = resolve<T>(handle);
-    if (!object) return {GC_ERR_INVALID_HANDLE, std::string{unknown_text}};
+    if (!resolve(handle, held)) return {GC_ERR_INVALID_HANDLE, std::string{unknown_text}};
     return success();
 }
 
@@ -40,32 +39,32 @@ void record_last_error(const Error& error) {
     thread_last_error.text[length] = '\0';
 }
 
-Error resolve_handle(void* hTL, std::shared_ptr<ISystem>& object) {
-    return resolve_one(hTL, object, "hTL == nullptr", "hTL is invalid");
+Error resolve_handle(void* hTL, held_object<ISystem>& held) {
+    return resolve_one(hTL, held, "hTL == nullptr", "hTL is invalid");
 }
-Error resolve_handle(void* hIface, std::shared_ptr<IInterface>& object) {
-    return resolve_one(hIface, object, "hIface == nullptr", "Unknown hIface");
+Error resolve_handle(void* hIface, held_object<IInterface>& held) {
+    return resolve_one(hIface, held, "hIface == nullptr", "Unknown hIface");
 }
-Error resolve_handle(void* hDevice, std::shared_ptr<IDevice>& object) {
-    return resolve_one(hDevice, object, "hDevice == nullptr", "Unknown hDevice");
+Error resolve_handle(void* hDevice, held_object<IDevice>& held) {
+    return resolve_one(hDevice, held, "hDevice == nullptr", "Unknown hDevice");
 }
-Error resolve_handle(void* hDataStream, std::shared_ptr<IDataStream>& object) {
-    return resolve_one(hDataStream, object, "hDataStream == nullptr", "Unknown hDataStream");
+Error resolve_handle(void* hDataStream, held_object<IDataStream>& held) {
+    return resolve_one(hDataStream, held, "hDataStream == nullptr", "Unknown hDataStream");
 }
-Error resolve_handle(BufferOfStream pair, std::shared_ptr<IDataStream>& object) {
+Error resolve_handle(BufferOfStream pair, held_object<IDataStream>& held) {
     if (!is_initialized()) return Error{GC_ERR_NOT_INITIALIZED};
     if (pair.stream == nullptr) return {GC_ERR_INVALID_HANDLE, "hDataStream == nullptr"};
     if (pair.buffer == nullptr) return {GC_ERR_INVALID_HANDLE, "hBuffer == nullptr"};
-    return resolve_handle(pair.stream, object);
+    return resolve_handle(pair.stream, held);
 }
-Error resolve_handle(void* hEvent, std::shared_ptr<IEvent>& object) {
-    return resolve_one(hEvent, object, "hEvent == nullptr", "Unknown hEvent");
+Error resolve_handle(void* hEvent, held_object<IEvent>& held) {
+    return resolve_one(hEvent, held, "hEvent == nullptr", "Unknown hEvent");
 }
-Error resolve_handle(void* hEventSrc, std::shared_ptr<IEventSource>& object) {
-    return resolve_one(hEventSrc, object, "hEventSrc == nullptr", "Unknown hEventSrc");
+Error resolve_handle(void* hEventSrc, held_object<IEventSource>& held) {
+    return resolve_one(hEventSrc, held, "hEventSrc == nullptr", "Unknown hEventSrc");
 }
-Error resolve_handle(void* hPort, std::shared_ptr<IPort>& object) {
-    return resolve_one(hPort, object, "hPort == nullptr", "Unknown hPort");
+Error resolve_handle(void* hPort, held_object<IPort>& held) {
+    return resolve_one(hPort, held, "hPort == nullptr", "Unknown hPort");
 }
 
 void trace_entry(spdlog::logger& logger, spdlog::source_loc where, std::string_view function, std::string_view args) {

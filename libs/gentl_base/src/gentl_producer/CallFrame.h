@@ -96,15 +96,15 @@ struct BufferOfStream {
     BUFFER_HANDLE buffer;
 };
 
-// Checks that the library is initialised, then the handle; `object` keeps the target alive for the call.
-[[nodiscard]] Error resolve_handle(void* hTL, std::shared_ptr<ISystem>& object);
-[[nodiscard]] Error resolve_handle(void* hIface, std::shared_ptr<IInterface>& object);
-[[nodiscard]] Error resolve_handle(void* hDevice, std::shared_ptr<IDevice>& object);
-[[nodiscard]] Error resolve_handle(void* hDataStream, std::shared_ptr<IDataStream>& object);
-[[nodiscard]] Error resolve_handle(BufferOfStream pair, std::shared_ptr<IDataStream>& object);
-[[nodiscard]] Error resolve_handle(void* hEvent, std::shared_ptr<IEvent>& object);
-[[nodiscard]] Error resolve_handle(void* hEventSrc, std::shared_ptr<IEventSource>& object);
-[[nodiscard]] Error resolve_handle(void* hPort, std::shared_ptr<IPort>& object);
+// Checks that the library is initialised, then the handle; `held` keeps the target and those above it for the call.
+[[nodiscard]] Error resolve_handle(void* hTL, held_object<ISystem>& held);
+[[nodiscard]] Error resolve_handle(void* hIface, held_object<IInterface>& held);
+[[nodiscard]] Error resolve_handle(void* hDevice, held_object<IDevice>& held);
+[[nodiscard]] Error resolve_handle(void* hDataStream, held_object<IDataStream>& held);
+[[nodiscard]] Error resolve_handle(BufferOfStream pair, held_object<IDataStream>& held);
+[[nodiscard]] Error resolve_handle(void* hEvent, held_object<IEvent>& held);
+[[nodiscard]] Error resolve_handle(void* hEventSrc, held_object<IEventSource>& held);
+[[nodiscard]] Error resolve_handle(void* hPort, held_object<IPort>& held);
 
 void trace_entry(spdlog::logger& logger, spdlog::source_loc where, std::string_view function, std::string_view args);
 void trace_success(spdlog::logger& logger, spdlog::source_loc where, std::string_view function, std::string_view args);
@@ -115,6 +115,8 @@ void trace_failure(spdlog::logger& logger, spdlog::source_loc where, std::string
 template <bool record = true, class In, class Body, class Out>
 GC_ERROR exported_call(std::string_view function, spdlog::source_loc where, In&& in, Body&& body, Out&& out,
                        GC_ERROR quiet = GC_ERR_SUCCESS) {
+    const call_in_progress mark;
+    if (!mark) return GC_ERR_NOT_INITIALIZED;
     if (auto* logger = trace_logger(trace_calls, spdlog::level::trace)) trace_entry(*logger, where, function, in());
     const Error error = body();
     const bool is_quiet = error.code == quiet && quiet != GC_ERR_SUCCESS;
@@ -144,12 +146,14 @@ inline constexpr auto no_args = [] { return std::string{}; };
 template <class Interface, class Handle, class In, class Call, class Out>
 GC_ERROR handle_call(std::string_view function, spdlog::source_loc where, Handle handle, In&& in, Call&& call,
                      Out&& out, GC_ERROR quiet = GC_ERR_SUCCESS) {
-    std::shared_ptr<Interface> object; // released after the last error was recorded
+    const call_in_progress mark;
+    if (!mark) return GC_ERR_NOT_INITIALIZED;
+    held_object<Interface> held; // released after the last error was recorded
     return exported_call(
         function, where, in,
         [&] {
-            Error error = resolve_handle(handle, object);
-            return error.failed() ? error : call(*object);
+            Error error = resolve_handle(handle, held);
+            return error.failed() ? error : call(*held.object);
         },
         out, quiet);
 }

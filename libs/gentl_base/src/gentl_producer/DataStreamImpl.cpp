@@ -49,6 +49,7 @@ Error check_status(const Buffer& buffer) {
     return {GC_ERR_ERROR, "hBuffer has an invalid status"};
 }
 
+Error closed_stream() { return {GC_ERR_INVALID_HANDLE, "Unknown hDataStream"}; }
 Error unknown_buffer() { return {GC_ERR_INVALID_HANDLE, "Unknown hBuffer"}; }
 
 } // namespace
@@ -57,6 +58,7 @@ DataStreamImpl::DataStreamImpl(IDevice& parent, std::string id)
     : VirtualPortImpl("StreamPort", port_info_of(parent), register_space, genicam_gen::reference_id::data_stream),
       TrackedObject("DataStreamImpl"),
       device(parent),
+      above(parent.weak_from_this()),
       stream_id(std::move(id)),
       input(std::make_unique<InputStack>()),
       output(std::make_shared<OutputQueue>()),
@@ -92,6 +94,7 @@ Error DataStreamImpl::AnnounceBuffer(void* pBuffer, size_t iSize, void* pPrivate
     if (pBuffer == nullptr) return {GC_ERR_INVALID_PARAMETER, "pBuffer == nullptr"};
     if (phBuffer == nullptr) return {GC_ERR_INVALID_PARAMETER, "phBuffer == nullptr"};
     const std::unique_lock guard{announced_lock};
+    if (is_closed) return closed_stream();
     const bool known = std::ranges::any_of(announced, [&](const auto& buffer) { return buffer->base == pBuffer; });
     if (known) return {GC_ERR_RESOURCE_IN_USE, "pBuffer already announced"};
     auto created = create_buffer_(pBuffer, iSize, pPrivate);
@@ -104,6 +107,7 @@ Error DataStreamImpl::AnnounceBuffer(void* pBuffer, size_t iSize, void* pPrivate
 Error DataStreamImpl::AllocAndAnnounceBuffer(size_t iSize, void* pPrivate, BUFFER_HANDLE* phBuffer) {
     if (phBuffer == nullptr) return {GC_ERR_INVALID_PARAMETER, "phBuffer == nullptr"};
     const std::unique_lock guard{announced_lock};
+    if (is_closed) return closed_stream();
     auto created = create_buffer_(nullptr, iSize, pPrivate);
     if (!created) return std::move(created.error());
     trace_buffer("AllocAndAnnouceBuffer", created->get());
@@ -112,10 +116,10 @@ Error DataStreamImpl::AllocAndAnnounceBuffer(size_t iSize, void* pPrivate, BUFFE
 }
 
 Error DataStreamImpl::QueueBuffer(BUFFER_HANDLE hBuffer) {
+    const std::lock_guard guard{queue_mutex};
+    // Looked up and checked under the lock: a buffer may be revoked, or queued by a second thread, until we hold it.
     const std::shared_ptr<Buffer> buffer = find_announced(hBuffer);
     if (!buffer) return unknown_buffer();
-    const std::lock_guard guard{queue_mutex};
-    // Under the lock, so that two threads cannot queue one buffer twice.
     if (Error error = check_status(*buffer); error.failed()) {
         return {GC_ERR_RESOURCE_IN_USE, std::move(error.message)};
     }
@@ -210,6 +214,7 @@ Error DataStreamImpl::StartAcquisition(ACQ_START_FLAGS iStartFlags, uint64_t iNu
     if (iNumToAcquire == 0) return {GC_ERR_INVALID_PARAMETER, "iNumToAcquire == 0"};
     if (is_grabbing) return {GC_ERR_RESOURCE_IN_USE, "Acquisition already started"};
     const std::scoped_lock guard{queue_mutex, announced_lock};
+    if (is_closed) return closed_stream();
     if (is_grabbing) return {GC_ERR_RESOURCE_IN_USE, "Acquisition already started"}; // by another thread meanwhile
     if (auto* logger = tracer(spdlog::level::trace)) logger->trace("StartAcquisition");
     if (const size_t count = announced.size(); count < min_announced_buffers_required) {
@@ -240,20 +245,28 @@ Error DataStreamImpl::StopAcquisition(ACQ_STOP_FLAGS iStopFlags) {
     if (!is_grabbing) return not_running;
     const std::lock_guard guard{queue_mutex};
     if (!is_grabbing) return not_running; // stopped by another thread meanwhile
+    stop_grabbing(iStopFlags == ACQ_STOP_FLAGS_KILL);
+    return success();
+}
+
+// With queue_mutex held.
+void DataStreamImpl::stop_grabbing(bool kill) {
     if (auto* logger = tracer(spdlog::level::info)) logger->info("> StopAcquisition");
     num_to_acquire = 0;
     is_grabbing = false;
     is_stopping = true;
-    stop_acquisition_(iStopFlags == ACQ_STOP_FLAGS_KILL);
+    stop_acquisition_(kill);
     is_stopping = false;
     if (auto* logger = tracer(spdlog::level::info)) logger->info("< StopAcquisition");
     dump_announced_buffer_status("After StopAcquisition");
-    return success();
 }
 
 void DataStreamImpl::Close() {
-    if (is_grabbing) static_cast<void>(DataStreamImpl::StopAcquisition(ACQ_STOP_FLAGS_KILL).failed());
-    const std::scoped_lock guard{queue_mutex, announced_lock};
+    // A start under way holds the lock: what it achieves is stopped here, and none begins after this.
+    const std::lock_guard guard{queue_mutex};
+    if (is_grabbing) stop_grabbing(true);
+    const std::unique_lock announced_guard{announced_lock};
+    is_closed = true;
     drain_input_to_announced();
     output->discard();
     announced.clear();

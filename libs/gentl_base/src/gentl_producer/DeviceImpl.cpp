@@ -46,6 +46,7 @@ DeviceImpl::DeviceImpl(IInterface& parent, DeviceInfo record, DEVICE_ACCESS_FLAG
     : VirtualPortImpl("DevicePort", port_info_of(parent, record), register_space, genicam_gen::reference_id::device),
       TrackedObject("DeviceImpl"),
       interface(parent),
+      above(parent.weak_from_this()),
       device_data(std::move(record)),
       error_event(*this, EVENT_ERROR, [] { return std::make_shared<ErrorEvent>(); }),
       genapi_event(*this, EVENT_MODULE, [] { return std::make_shared<GenApiEvent>(EVENT_MODULE); }),
@@ -71,7 +72,7 @@ void DeviceImpl::close_children() {
 void DeviceImpl::load_data_stream_ids() { data_stream_ids = data_stream_ids_(); }
 
 void DeviceImpl::mark_lost() {
-    device_lost = true;
+    if (device_lost.exchange(true)) return; // the camera and then the service, or both ends at once
     if (const auto event = error_event.get()) event->fire(device_lost_error());
 }
 
@@ -146,7 +147,9 @@ Error DeviceImpl::OnDataStreamClosed(IDataStream* closed) {
     closed->Close();
     const std::string stream_id = closed->id();
     const std::lock_guard guard{open_mutex};
-    open_streams.erase(stream_id);
+    // By now it may be another one, opened after a first of two closing calls.
+    const auto found = open_streams.find(stream_id);
+    if (found != open_streams.end() && found->second.get() == closed) open_streams.erase(found);
     return success();
 }
 

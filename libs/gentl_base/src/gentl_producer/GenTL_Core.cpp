@@ -54,10 +54,14 @@ GC_API GCGetLastError(GC_ERROR* piErrorCode, char* sErrText, size_t* piSize) {
 
 extern "C" {
 
-__attribute__((visibility("default"))) int64_t HandleMapCount() { return handle_map().dump_handle_map(); }
+__attribute__((visibility("default"))) int64_t HandleMapCount() {
+    const call_in_progress mark;
+    return mark ? handle_map().dump_handle_map() : 0;
+}
 
 __attribute__((visibility("default"))) int64_t ObjectTrackerCount() {
-    auto* tracker = Util::object_tracker();
+    const call_in_progress mark;
+    auto* tracker = mark ? Util::object_tracker() : nullptr;
     return tracker == nullptr ? 0 : tracker->dump();
 }
 

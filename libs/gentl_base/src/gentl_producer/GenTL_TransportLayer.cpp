@@ -17,12 +17,14 @@ GC_API TLOpen(TL_HANDLE* phTL) {
 }
 
 GC_API TLClose(TL_HANDLE hTL) {
-    std::shared_ptr<ISystem> system;
+    const call_in_progress mark;
+    if (!mark) return GC_ERR_NOT_INITIALIZED;
+    held_object<ISystem> held;
     return exported_call(
         "GenTL::TLClose", ORV_HERE, ORV_ARGS(ORV_ARG(hTL)),
         [&] {
-            Error error = resolve_handle(hTL, system);
-            return error.failed() ? error : close_system(system);
+            Error error = resolve_handle(hTL, held);
+            return error.failed() ? error : close_system(held.object);
         },
         no_args);
 }

@@ -9,8 +9,10 @@
 namespace GenTL::Producer {
 
 namespace {
+
 HandleMap g_handle_map;
-}
+
+} // namespace
 
 HandleMap& handle_map() noexcept { return g_handle_map; }
 

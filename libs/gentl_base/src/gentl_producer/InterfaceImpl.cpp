@@ -38,6 +38,7 @@ InterfaceImpl::InterfaceImpl(ISystem& parent, InterfaceInfo interface_info)
       TrackedObject("InterfaceImpl"),
       interface_data(std::move(interface_info)),
       system(parent),
+      above(parent.weak_from_this()),
       genapi_event(*this, EVENT_MODULE, [] { return std::make_shared<GenApiEvent>(EVENT_MODULE); }) {}
 
 InterfaceImpl::~InterfaceImpl() { InterfaceImpl::close_children(); }
@@ -109,14 +110,22 @@ void InterfaceImpl::close_children() {
         const std::lock_guard guard{open_mutex};
         closing.swap(open_devices);
     }
-    for (const auto& [device_id, open] : closing) remove_handle(open.get());
+    for (const auto& [device_id, open] : closing) {
+        remove_handle(open.get());
+        open->close_children();
+    }
 }
 
 Error InterfaceImpl::OnDeviceClosed(IDevice* closed) {
     remove_handle(closed);
+    // Not left to the destructor: a call under way on another thread may put that off, and when this returns the
+    // consumer frees the memory that the streams write to.
+    closed->close_children();
     const std::string device_id = closed->id();
     const std::lock_guard guard{open_mutex};
-    open_devices.erase(device_id);
+    // By now it may be another one, opened after a first of two closing calls.
+    const auto found = open_devices.find(device_id);
+    if (found != open_devices.end() && found->second.get() == closed) open_devices.erase(found);
     return success();
 }
 

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 namespace GenTL::Producer {
@@ -20,12 +21,18 @@ constinit std::atomic<uint32_t> trace_mask_value{0};
 constinit std::atomic<bool> tolerate_few_buffers_value{false};
 constinit bool exclusive_mode = false; // by init_mutex
 
-// init_mutex guards exclusive_mode and the read-then-change of init_count, module_mutex guards open_systems.
-// GCCloseLib nests module_mutex in init_mutex, TLOpen takes init_mutex briefly under module_mutex: a consumer that
-// closes the library while it opens a system is outside the standard. Nothing waits under either lock.
+// init_mutex guards exclusive_mode and the read-then-change of init_count, module_mutex guards open_systems and
+// own_file. GCCloseLib nests module_mutex in init_mutex.
 constinit std::mutex init_mutex;
 constinit std::mutex module_mutex;
 constinit std::vector<std::shared_ptr<ISystem>>* open_systems = nullptr;
+// While a system is open its threads run in this library: a consumer that unloads it without closing, as the process
+// ends for instance, must not pull the code away under them.
+constinit void* own_file = nullptr;
+
+// Never destroyed, and asked by every call: a consumer's exit handlers and threads outlive the static objects.
+constinit std::atomic<uint32_t> calls_in_progress{0};
+constinit std::atomic<bool> has_ended{false};
 
 struct loggers {
     std::shared_ptr<spdlog::logger> for_warnings;
@@ -67,6 +74,16 @@ bool is_exclusive_open() {
 
 bool tolerate_few_buffers() noexcept { return tolerate_few_buffers_value; }
 
+// A call announces itself before it looks, the end is announced before the calls are counted: one of both sees the
+// other.
+call_in_progress::call_in_progress() noexcept : allowed((++calls_in_progress, !has_ended)) {}
+call_in_progress::~call_in_progress() { --calls_in_progress; }
+
+bool end_library() noexcept {
+    has_ended = true;
+    return calls_in_progress == 0 && open_systems == nullptr;
+}
+
 Error init_library() {
     const std::lock_guard guard{init_mutex};
     if (init_count >= 1) return {GC_ERR_RESOURCE_IN_USE, "GCInitLib called twice"};
@@ -88,6 +105,16 @@ Error init_library_shared() {
     return success();
 }
 
+namespace {
+
+// With module_mutex held.
+void forget_open_systems() {
+    delete std::exchange(open_systems, nullptr);
+    release_library(std::exchange(own_file, nullptr));
+}
+
+} // namespace
+
 Error close_library() {
     const std::lock_guard guard{init_mutex};
     if (init_count == 0) return Error{GC_ERR_NOT_INITIALIZED};
@@ -97,10 +124,13 @@ Error close_library() {
         const std::lock_guard module_guard{module_mutex};
         if (open_systems != nullptr) {
             for (const auto& system : *open_systems) remove_handle(system.get());
-            // One by one in the order of opening; objects still open are torn down by their destructors alone.
-            for (auto& system : *open_systems) system.reset();
-            delete open_systems;
-            open_systems = nullptr;
+            // One by one in the order of opening. Closed here, because a call under way on another thread may put off
+            // the destructor: when this returns no stream writes to the consumer's memory.
+            for (auto& system : *open_systems) {
+                system->Close();
+                system.reset();
+            }
+            forget_open_systems();
         }
     }
     g_pSystemFactory->on_library_closed();
@@ -108,11 +138,17 @@ Error close_library() {
 }
 
 Error open_system(void** phTL) {
+    // Before module_mutex: GCCloseLib takes the two the other way round.
+    const bool exclusive = is_exclusive_open();
     const std::lock_guard guard{module_mutex};
-    if (open_systems == nullptr) open_systems = new std::vector<std::shared_ptr<ISystem>>;
-    if (is_exclusive_open() && !open_systems->empty()) return {GC_ERR_RESOURCE_IN_USE, "Module already opened"};
+    if (!is_initialized()) return Error{GC_ERR_NOT_INITIALIZED}; // closed by another thread meanwhile
+    if (exclusive && open_systems != nullptr) return {GC_ERR_RESOURCE_IN_USE, "Module already opened"};
     auto created = g_pSystemFactory->create_system();
     if (!created) return std::move(created.error());
+    if (open_systems == nullptr) {
+        open_systems = new std::vector<std::shared_ptr<ISystem>>;
+        own_file = hold_library();
+    }
     const auto& system = open_systems->emplace_back(std::move(*created));
     // A failing first enumeration leaves an empty list; the consumer asks again anyway.
     static_cast<void>(system->UpdateInterfaceList(nullptr, 0).failed());
@@ -123,8 +159,10 @@ Error open_system(void** phTL) {
 Error close_system(const std::shared_ptr<ISystem>& system) {
     system->Close();
     const std::lock_guard guard{module_mutex};
-    if (open_systems != nullptr) std::erase(*open_systems, system);
     remove_handle(system.get());
+    if (open_systems == nullptr) return success();
+    std::erase(*open_systems, system);
+    if (open_systems->empty()) forget_open_systems();
     return success();
 }
 

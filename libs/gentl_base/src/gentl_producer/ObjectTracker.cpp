@@ -3,24 +3,25 @@
 #include <fmt/core.h>
 
 #include <cstdio>
+#include <utility>
 
 namespace GenTL::Producer::Util {
 
 namespace {
 
-// On the heap, so that objects of other static destructors can find "gone" instead of a dead tracker.
+// Outlives its owner, so that objects of other static destructors find "gone" instead of a dead tracker. As a member
+// of the owner the last assignment would be of no effect, and compilers drop it.
+constinit ObjectTracker* g_object_tracker = nullptr;
+
 struct tracker_owner {
-    ObjectTracker* tracker = new ObjectTracker;
-    ~tracker_owner() {
-        delete tracker;
-        tracker = nullptr;
-    }
+    tracker_owner() { g_object_tracker = new ObjectTracker; }
+    ~tracker_owner() { delete std::exchange(g_object_tracker, nullptr); }
 };
-tracker_owner g_object_tracker;
+const tracker_owner owner;
 
 } // namespace
 
-ObjectTracker* object_tracker() noexcept { return g_object_tracker.tracker; }
+ObjectTracker* object_tracker() noexcept { return g_object_tracker; }
 
 void ObjectTracker::add(const char* class_name, const TrackedObject* object) {
     const std::lock_guard guard{mutex};

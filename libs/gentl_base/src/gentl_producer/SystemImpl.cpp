@@ -81,14 +81,20 @@ void SystemImpl::Close() {
         const std::lock_guard guard{open_mutex};
         closing.swap(open_interfaces);
     }
-    for (const auto& [id, open] : closing) remove_handle(open.get());
+    for (const auto& [id, open] : closing) {
+        remove_handle(open.get());
+        // Not left to the destructor: a call under way on another thread may put that off.
+        open->close_children();
+    }
 }
 
 Error SystemImpl::OnInterfaceClosed(IInterface* closed) {
     remove_handle(closed);
     const std::string id = closed->id();
     const std::lock_guard guard{open_mutex};
-    open_interfaces.erase(id);
+    // By now it may be another one, opened after a first of two closing calls.
+    const auto found = open_interfaces.find(id);
+    if (found != open_interfaces.end() && found->second.get() == closed) open_interfaces.erase(found);
     return success();
 }
 

@@ -71,6 +71,7 @@ private:
     std::atomic<bool> transform_profiler_log{false};
     std::atomic<bool> transform_profiler_overlay{false};
     std::atomic<uint32_t> image_transform_queue_mode{0};
+    ipc_rpc::notification_registry::token connection_lost;
     ipc_rpc::notification_registry::token lost_notification;
     ipc_rpc::notification_registry::token event_notification;
 };

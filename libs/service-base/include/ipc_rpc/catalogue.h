@@ -259,8 +259,11 @@ using set_device_user_id = remote_function<"set_DeviceUserID", void(string)>;
 // Stream channel.
 using get_stream_channel_info = remote_function<"get_stream_channel_info", stream_channel_info(u32)>;
 // Channel index, block id, first packet, last packet, extended id.
-using send_resend_cmd = remote_function<"send_resend_cmd", void(u32, u64, u32, u32, bool), rpc_flag_no_reply>;
-using send_write_auto_values_cmd = remote_function<"send_write_auto_values_cmd", void(), rpc_flag_no_reply>;
+// The receive thread calls these two.
+using send_resend_cmd =
+    remote_function<"send_resend_cmd", void(u32, u64, u32, u32, bool), rpc_flag_no_reply | rpc_flag_no_wait>;
+using send_write_auto_values_cmd =
+    remote_function<"send_write_auto_values_cmd", void(), rpc_flag_no_reply | rpc_flag_no_wait>;
 
 } // namespace catalogue
 

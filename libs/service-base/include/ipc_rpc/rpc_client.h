@@ -22,6 +22,10 @@ struct service_id {
 
 class client_private_instance;
 
+// Passed to `on_notification` once, after the last number of the service, when the connection has ended by the service:
+// because its process went, or gave no sign of life for about 5 seconds. Calls fail from then on.
+inline constexpr std::uint64_t connection_lost = UINT64_MAX;
+
 // Thread-bound. One connection at most; destruction ends it, fails every waiting call with
 // status::connection_closed and joins its threads. A connection that the service ends is not renewed.
 // In a child made by fork the connection is dead and destruction leaves the parent's alone.
@@ -34,8 +38,8 @@ public:
 
     // Blocks for at most one second: std::errc::timed_out when the service accepts but does not announce,
     // std::errc::no_such_file_or_directory when there is no service, permission_denied for one of another user.
-    // `on_notification` runs on the receive thread and must not block. Without an executor the connection makes its
-    // own of 4 threads. Connecting again ends the earlier connection first.
+    // `on_notification` runs on threads of the connection, one at a time, and must not block. Without an executor the
+    // connection makes its own of 4 threads. Connecting again ends the earlier connection first.
     [[nodiscard]] std::expected<std::shared_ptr<rpc_connection_client>, std::error_code>
     connect(const std::string& client_name, const service_id& service, object_function_table_root table,
             std::function<void(std::uint64_t)> on_notification,

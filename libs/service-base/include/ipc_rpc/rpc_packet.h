@@ -26,6 +26,9 @@ enum class rpc_packet_type : std::uint8_t {
 
 // The caller wants no reply and keeps no transaction.
 inline constexpr std::uint32_t rpc_flag_no_reply = 1;
+// Of the caller's side only, never sent; together with no reply: a call that would have to wait for room in the queue
+// is not sent and answers std::errc::operation_would_block. For threads that must not wait for the other process.
+inline constexpr std::uint32_t rpc_flag_no_wait = 0x80000000;
 
 // Above this a parameter or result block is refused.
 inline constexpr std::uint64_t max_param_block = 0x6400000;

@@ -31,17 +31,20 @@ producer_device_base::producer_device_base(producer_interface_base& parent, cons
 producer_device_base::~producer_device_base() { shut_down(); }
 
 void producer_device_base::shut_down() {
+    connection_lost.reset();
     lost_notification.reset();
     event_notification.reset();
     close_children();
 }
 
 Error producer_device_base::init() {
+    auto& registry = interface_base.system_base().notifications();
+    // Before the first call: a connection that is lost earlier fails that one.
+    connection_lost = registry.register_for_pool(ipc_rpc::client::connection_lost, [this] { mark_lost(); });
     auto info = handle.invoke<catalogue::get_device_service_info>();
     if (!info) return to_gentl_error(info.error(), "get_device_service_info");
     service_info = std::move(*info);
 
-    auto& registry = interface_base.system_base().notifications();
     lost_notification = registry.register_for_pool(service_info.device_lost_notification_id, [this] { mark_lost(); });
     event_notification = registry.register_for_pool_unique_queued(service_info.event_notification_id,
                                                                   [this] { fetch_pending_messages(); });

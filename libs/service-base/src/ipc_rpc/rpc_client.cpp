@@ -8,6 +8,7 @@
 
 #include <spdlog/logger.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <future>
@@ -24,6 +25,11 @@ using connect_result = std::expected<std::shared_ptr<rpc_connection_client>, std
 constexpr auto attach_time = 2000ms;
 constexpr auto connect_time = 1s;
 constexpr std::size_t executor_threads = 4;
+// A service that shows no sign of life this often in a row has stopped for good. By then every camera has given its
+// control away, whose heartbeat runs out after three seconds as a rule. Counted in rounds and not in time: a process
+// that was suspended itself has then missed one.
+constexpr auto watch_interval = 1s;
+constexpr int silent_rounds = 5;
 
 struct init_data {
     std::string client_name;
@@ -48,6 +54,7 @@ class client_private_instance final {
 public:
     client_private_instance() : stop(std::make_shared<platform::stop_event>()) {}
     ~client_private_instance() {
+        ended_here = true;
         stop->set();
         if (thread.joinable()) thread.join();
     }
@@ -81,16 +88,28 @@ private:
         }
         platform::named_pipe_channel& channel = **attached;
         std::shared_ptr<ipc_instance> connection;
-        try {
-            channel.run(*stop, [&](std::error_code error, std::span<const std::byte> packet) {
-                return receive_tcp_packet(data, channel, connection, error, packet);
-            });
-        } catch (const std::bad_alloc&) {
-            data.answer(std::unexpected(make_error_code(status::resource_exhausted)));
+        int silent = 0;
+        while (!stop->is_set() && silent < silent_rounds) {
+            try {
+                channel.run(
+                    *stop,
+                    [&](std::error_code error, std::span<const std::byte> packet) {
+                        return receive_tcp_packet(data, channel, connection, error, packet);
+                    },
+                    watch_interval);
+            } catch (const std::bad_alloc&) {
+                data.answer(std::unexpected(make_error_code(status::resource_exhausted)));
+                break;
+            }
+            if (connection) silent = connection->send_side().peer_shows_life() ? 0 : silent + 1;
         }
+        if (silent == silent_rounds) ipc_logger().error("The service does not answer; the connection is given up.");
         data.answer(std::unexpected(make_error_code(status::connection_closed)));
         attached->reset();
-        if (connection) connection->shutdown();
+        if (!connection) return;
+        connection->shutdown();
+        // The calls that waited have ended: now whoever waits for something else is told.
+        if (!ended_here && data.on_notification) data.on_notification(connection_lost);
     }
 
     bool receive_tcp_packet(init_data& data, platform::named_pipe_channel& channel,
@@ -137,7 +156,7 @@ private:
             params.table = std::move(data.table);
             params.executor = data.executor;
             params.name = "clt-ipc-";
-            params.on_notification = std::move(data.on_notification);
+            params.on_notification = data.on_notification;
             connection = std::make_shared<ipc_instance>(std::move(params));
             connection->start();
         } catch (const std::system_error& failure) {
@@ -152,6 +171,7 @@ private:
 
     // Shared with nobody but this thread and the owner; an event, because a poll waits on it.
     std::shared_ptr<platform::stop_event> stop;
+    std::atomic<bool> ended_here{false}; // by the owner, not by the service
     std::thread thread;
 };
 

@@ -27,6 +27,12 @@ public:
         if (on_send) on_send(packets.back());
         return true;
     }
+    offered offer(std::span<const std::byte> packet) override {
+        if (closed) return offered::closed;
+        if (full) return offered::would_wait;
+        packets.emplace_back(packet.begin(), packet.end());
+        return offered::sent;
+    }
     std::string_view get_name() const override { return "test"; }
 
     template <class Packet>
@@ -35,6 +41,7 @@ public:
     }
 
     bool closed = false;
+    bool full = false;
     std::vector<std::vector<std::byte>> packets;
     std::function<void(std::span<const std::byte>)> on_send;
 

@@ -20,6 +20,7 @@ class one_block_channel final : public channel_interface {
 public:
     std::span<std::byte> acquire_block() override { return block; }
     bool send_block(std::span<std::byte>) override { return true; }
+    offered offer(std::span<const std::byte>) override { return offered::sent; }
     std::string_view get_name() const override { return "fuzz"; }
 
 private:

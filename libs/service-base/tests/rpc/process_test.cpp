@@ -10,9 +10,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <condition_variable>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <thread>
 
 using namespace ipc_rpc;
@@ -105,6 +107,36 @@ protected:
         return connected ? client_object_handle::global(*connected) : client_object_handle{};
     }
 
+    void told_once_of(int signal) {
+        std::mutex mutex;
+        std::condition_variable changed;
+        int told = 0;
+        auto instance = std::make_unique<client::client_instance>();
+        const auto connected = instance->connect("test", {"pipe", "test"}, {}, [&](std::uint64_t number) {
+            const std::lock_guard guard{mutex};
+            told += number == client::connection_lost ? 1 : 100;
+            changed.notify_all();
+        });
+        ASSERT_TRUE(connected);
+        const auto global = client_object_handle::global(*connected);
+        std::thread waiter{[&] { EXPECT_EQ(global.invoke<wait_for_ever>().error(), status::connection_closed); }};
+        await('b');
+        kill(child, signal);
+        // More calls than there are blocks: some wait for room, some for an answer.
+        std::vector<std::thread> callers;
+        for (int i = 0; i < 20; ++i) {
+            callers.emplace_back([&] { EXPECT_EQ(global.invoke<ping>().error(), status::connection_closed); });
+        }
+        for (auto& caller : callers) caller.join();
+        waiter.join();
+        {
+            std::unique_lock lock{mutex};
+            EXPECT_TRUE(changed.wait_for(lock, 20s, [&] { return told != 0; }));
+        }
+        instance.reset(); // an end of one's own is no loss
+        EXPECT_EQ(told, 1);
+    }
+
     std::string folder;
     int ready[2]{};
     pid_t child = -1;
@@ -132,6 +164,10 @@ TEST_F(Processes, AKilledServiceFailsEveryWaiterAndLeavesNothing) {
     EXPECT_EQ(global.invoke<ping>().error(), make_error_code(status::connection_closed));
     EXPECT_EQ(objects_of(service), 0) << "names in the system outlived the service";
 }
+
+TEST_F(Processes, TheClientIsToldOnceOfAKilledService) { told_once_of(SIGKILL); }
+// It keeps its socket, and takes nothing and answers nothing.
+TEST_F(Processes, TheClientIsToldOnceOfAStoppedService) { told_once_of(SIGSTOP); }
 
 TEST_F(Processes, ANewServiceTakesOverWhatAKilledOneLeft) {
     end_service();

@@ -64,6 +64,45 @@ TEST(Queue, ShuttingOneSideWakesTheOther) {
     EXPECT_FALSE(pair.opener.raise_notification(1));
 }
 
+TEST(Queue, AnOfferNeverWaits) {
+    using offered = channel_interface::offered;
+    queue_pair pair;
+    const std::byte packet[] = {std::byte{7}, std::byte{8}};
+    for (unsigned i = 0; i < queue_block_count; ++i) ASSERT_EQ(pair.opener.offer(packet), offered::sent);
+    EXPECT_EQ(pair.opener.offer(packet), offered::would_wait);
+    std::thread waiting{[&] { EXPECT_FALSE(pair.opener.acquire_block().empty()); }};
+    for (int i = 0; i < 100; ++i) EXPECT_EQ(pair.opener.offer(packet), offered::would_wait);
+
+    const auto received = pair.creator.receive();
+    const auto& got = std::get<std::span<std::byte>>(received);
+    EXPECT_EQ(std::memcmp(got.data(), packet, sizeof packet), 0);
+    pair.creator.release_block(got);
+    waiting.join();
+    pair.creator.release_block(std::get<std::span<std::byte>>(pair.creator.receive()));
+    EXPECT_EQ(pair.opener.offer(packet), offered::sent);
+    pair.creator.shut();
+    EXPECT_EQ(pair.opener.offer(packet), offered::closed);
+}
+
+TEST(Queue, APeerShowsLifeByWhatItTakesAndFrees) {
+    queue_pair pair;
+    auto& queue = pair.opener;
+    EXPECT_TRUE(queue.peer_shows_life());
+    EXPECT_FALSE(queue.peer_shows_life());
+    EXPECT_FALSE(queue.peer_shows_life()) << "however often it is asked";
+    static_cast<void>(pair.creator.receive()); // the notification of the first asking
+    EXPECT_TRUE(queue.peer_shows_life());
+    EXPECT_FALSE(queue.peer_shows_life());
+    // A peer that is kept busy by packets does not come to the notifications.
+    ASSERT_TRUE(queue.send_block(queue.acquire_block()));
+    pair.creator.release_block(std::get<std::span<std::byte>>(pair.creator.receive()));
+    EXPECT_TRUE(queue.peer_shows_life());
+    EXPECT_FALSE(queue.peer_shows_life());
+    static_cast<void>(pair.creator.receive());
+    pair.creator.shut();
+    EXPECT_FALSE(queue.peer_shows_life());
+}
+
 TEST(Queue, BadIndexesNeitherCrashNorPoison) {
     queue_pair pair;
     // An entry beyond the blocks gives a block of no length; index fields beyond the ring are masked.

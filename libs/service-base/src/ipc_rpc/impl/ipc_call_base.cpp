@@ -3,6 +3,7 @@
 #include <gds_helper/log.h>
 
 #include <algorithm>
+#include <array>
 
 namespace ipc_rpc {
 
@@ -58,6 +59,21 @@ bool send_call(channel_interface& channel, std::uint64_t seq_id, std::uint32_t f
     function.copy(start.function_name, function_name_size - 1);
     return send_packet(channel, start, chunk) &&
            send_steps(channel, rpc_packet_type::call_step, seq_id, parameters, chunk.size());
+}
+
+channel_interface::offered offer_call(channel_interface& channel, std::uint64_t seq_id, std::uint32_t flags,
+                                      std::uint64_t handle, std::string_view function,
+                                      std::span<const std::byte> parameters) {
+    const std::size_t size = sizeof(call_start_packet) + parameters.size();
+    if (size > block_size) return channel_interface::offered::would_wait;
+    call_start_packet start{
+        make_header(rpc_packet_type::call_start, flags, size, seq_id), parameters.size(), handle, {}};
+    function.copy(start.function_name, function_name_size - 1);
+    std::array<std::byte, block_size> packet;
+    std::memcpy(packet.data(), &start, sizeof start);
+    if (!parameters.empty()) std::memcpy(packet.data() + sizeof start, parameters.data(), parameters.size());
+    log_packet(channel.get_name(), true, start.header);
+    return channel.offer(std::span{packet}.first(size));
 }
 
 bool send_close(channel_interface& channel, std::uint64_t seq_id, std::uint32_t flags, std::uint64_t handle) {

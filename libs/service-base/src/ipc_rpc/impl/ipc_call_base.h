@@ -26,6 +26,10 @@ void log_packet(std::string_view channel, bool sent, const rpc_packet_header& he
 // Each sends one or several packets; false when the channel is closed.
 [[nodiscard]] bool send_call(channel_interface& channel, std::uint64_t seq_id, std::uint32_t flags,
                              std::uint64_t handle, std::string_view function, std::span<const std::byte> parameters);
+// Without waiting; the parameters must fit the one packet.
+[[nodiscard]] channel_interface::offered offer_call(channel_interface& channel, std::uint64_t seq_id,
+                                                    std::uint32_t flags, std::uint64_t handle,
+                                                    std::string_view function, std::span<const std::byte> parameters);
 [[nodiscard]] bool send_close(channel_interface& channel, std::uint64_t seq_id, std::uint32_t flags,
                               std::uint64_t handle);
 bool send_result(channel_interface& channel, std::uint64_t seq_id, std::span<const std::byte> result);

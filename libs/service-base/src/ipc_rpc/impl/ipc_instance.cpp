@@ -92,6 +92,16 @@ std::error_code ipc_instance::call(std::uint64_t handle, std::string_view functi
                                    std::span<const std::byte> parameters, std::vector<std::byte>* result,
                                    std::uint32_t flags) {
     if (const std::error_code error = check_caller(flags)) return error;
+    if ((flags & rpc_flag_no_wait) != 0) {
+        switch (caller.offer(handle, function_name, parameters, flags & ~rpc_flag_no_wait)) {
+        case channel_interface::offered::sent:
+            return {};
+        case channel_interface::offered::would_wait:
+            return std::make_error_code(std::errc::operation_would_block);
+        case channel_interface::offered::closed:
+            return make_error_code(status::connection_closed);
+        }
+    }
     const status outcome = caller.call(handle, function_name, parameters, result, flags);
     return outcome == status::success ? std::error_code{} : make_error_code(outcome);
 }

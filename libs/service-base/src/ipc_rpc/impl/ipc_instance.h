@@ -64,6 +64,7 @@ private:
             : queue(target), answers(other_way), name(std::move(channel_name)) {}
         std::span<std::byte> acquire_block() override { return checked(queue.acquire_block()); }
         bool send_block(std::span<std::byte> block) override { return queue.send_block(block); }
+        offered offer(std::span<const std::byte> packet) override { return queue.offer(packet); }
         std::string_view get_name() const override { return name; }
 
     private:

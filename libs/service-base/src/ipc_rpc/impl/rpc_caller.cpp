@@ -63,6 +63,11 @@ status rpc_caller_instance::call(std::uint64_t handle, std::string_view function
                [&](std::uint64_t seq_id) { return send_call(channel, seq_id, flags, handle, function, parameters); });
 }
 
+channel_interface::offered rpc_caller_instance::offer(std::uint64_t handle, std::string_view function,
+                                                      std::span<const std::byte> parameters, std::uint32_t flags) {
+    return offer_call(channel, next_seq_id(), flags, handle, function, parameters);
+}
+
 status rpc_caller_instance::close_handle(std::uint64_t handle, std::uint32_t flags) {
     return run(flags, nullptr, [&](std::uint64_t seq_id) { return send_close(channel, seq_id, flags, handle); });
 }

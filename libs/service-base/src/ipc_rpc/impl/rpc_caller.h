@@ -18,6 +18,9 @@ public:
 
     [[nodiscard]] status call(std::uint64_t handle, std::string_view function, std::span<const std::byte> parameters,
                               std::vector<std::byte>* result, std::uint32_t flags);
+    // Without a reply and without waiting.
+    [[nodiscard]] channel_interface::offered offer(std::uint64_t handle, std::string_view function,
+                                                   std::span<const std::byte> parameters, std::uint32_t flags);
     [[nodiscard]] status close_handle(std::uint64_t handle, std::uint32_t flags);
     void receive_packet(std::span<const std::byte> packet);
     // Every waiting call ends with connection_closed, and so does every later one.

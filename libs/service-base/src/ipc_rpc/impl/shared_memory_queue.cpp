@@ -10,6 +10,8 @@
 #include <atomic>
 #include <cstring>
 #include <new>
+#include <thread>
+#include <utility>
 
 namespace ipc_rpc {
 
@@ -17,6 +19,8 @@ namespace {
 
 constexpr std::uint32_t ring_mask = queue_ring_size - 1;
 constexpr unsigned wake_all = 100;
+constexpr int lock_attempts = 20;                          // each with a yield
+constexpr std::uint64_t life_sign = max_notifications - 1; // means nothing to the peer, who only takes it
 
 template <class T>
 std::atomic_ref<T> shared(T& field) noexcept {
@@ -119,6 +123,25 @@ bool shared_memory_queue::send_block(std::span<std::byte> block) {
     return true;
 }
 
+channel_interface::offered shared_memory_queue::offer(std::span<const std::byte> packet) {
+    using offered = channel_interface::offered;
+    // A sender holds the lock for a moment.
+    std::unique_lock guard{write_mutex, std::defer_lock};
+    for (int i = 0; i < lock_attempts && !guard.try_lock(); ++i) std::this_thread::yield();
+    if (is_closed()) return offered::closed;
+    std::uint32_t index = 0;
+    if (!guard.owns_lock() || free.wait(std::chrono::milliseconds{0}) != platform::named_semaphore::outcome::taken ||
+        take(header.free_ring, header.free_read, header.free_write, index) != taken::entry) {
+        return offered::would_wait;
+    }
+    const std::span<std::byte> block = block_at(index);
+    if (block.size() < packet.size()) return offered::closed; // not an index: the peer is out of its mind
+    std::memcpy(block.data(), packet.data(), packet.size());
+    push(header.sent_ring, header.sent_write, index);
+    sent.post(1);
+    return offered::sent;
+}
+
 shared_memory_queue::received shared_memory_queue::receive() {
     while (!is_closed()) {
         std::uint32_t block = 0;
@@ -153,6 +176,16 @@ bool shared_memory_queue::raise_notification(std::uint64_t number) {
     const std::uint64_t before = shared(header.notify_bits[number >> 6]).fetch_or(bit, std::memory_order_acq_rel);
     if ((before & bit) == 0) sent.post(1);
     return true;
+}
+
+bool shared_memory_queue::peer_shows_life() {
+    if (is_closed()) return false;
+    const std::uint32_t free_write = shared(header.free_write).load(std::memory_order_acquire) & ring_mask;
+    const bool freed = std::exchange(free_write_seen, free_write) != free_write;
+    constexpr std::uint64_t bit = std::uint64_t{1} << (life_sign & 63);
+    const bool taken_away = (shared(header.notify_bits[life_sign >> 6]).load(std::memory_order_acquire) & bit) == 0;
+    if (taken_away) raise_notification(life_sign);
+    return freed || taken_away;
 }
 
 void shared_memory_queue::shut() noexcept {

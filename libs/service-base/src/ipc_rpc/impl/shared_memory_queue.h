@@ -65,6 +65,9 @@ public:
     // is closed.
     [[nodiscard]] std::span<std::byte> acquire_block();
     [[nodiscard]] bool send_block(std::span<std::byte> block);
+    // Both steps for a packet of at most one block, if a block is free now. Never waits, neither for the peer nor for a
+    // sender who does.
+    [[nodiscard]] channel_interface::offered offer(std::span<const std::byte> packet);
 
     // Waits for a block or notifications. A block stays the receiver's until it is released.
     [[nodiscard]] received receive();
@@ -73,6 +76,10 @@ public:
     // Numbers of 512 and above are ignored. False when the queue is closed. Never waits, not even for a peer that
     // has stopped and lets a sender hang in acquire_block.
     bool raise_notification(std::uint64_t number);
+
+    // Whether the peer has done anything since this was asked last: taken the notification that each asking leaves, or
+    // freed a block. True when first asked. For one thread of the sending side; never waits.
+    [[nodiscard]] bool peer_shows_life();
 
     // Either end: everyone who waits on this queue returns, now and from now on.
     void shut() noexcept;
@@ -90,6 +97,7 @@ private:
     std::span<std::byte> blocks;
     platform::named_semaphore sent;
     platform::named_semaphore free;
+    std::uint32_t free_write_seen = queue_ring_size; // by peer_shows_life; at first no index
     std::mutex write_mutex; // makes writers of both rings exclusive, and takers of free blocks; never held in a wait
     std::atomic<bool> ended{false};   // shut by this end
     std::atomic<bool> broken{false};  // the peer wrote what no peer writes

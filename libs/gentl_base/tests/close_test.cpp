@@ -1,0 +1,199 @@
+// Closing beside calls that are under way, and the end of the library.
+#include "fake_modules.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <thread>
+
+using namespace fake;
+using namespace std::chrono_literals;
+
+extern "C" int64_t HandleMapCount();
+extern "C" int64_t ObjectTrackerCount();
+
+TEST(Close, ACallUnderWayKeepsItsModulesWhileStreamsStopAtOnce) {
+    struct row {
+        const char* name;
+        GC_ERROR (*close)(const open_chain&);
+    };
+    const row rows[] = {
+        {"DSClose", [](const open_chain& chain) { return DSClose(chain.ds); }},
+        {"DevClose", [](const open_chain& chain) { return DevClose(chain.dev); }},
+        {"IFClose", [](const open_chain& chain) { return IFClose(chain.iface); }},
+        {"TLClose", [](const open_chain& chain) { return TLClose(chain.tl); }},
+        {"GCCloseLib", [](const open_chain&) { return GCCloseLib(); }},
+    };
+    for (const row& r : rows) {
+        SCOPED_TRACE(r.name);
+        const open_chain chain;
+        chain.announce(5);
+        std::vector<std::weak_ptr<IHandleTarget>> modules;
+        for (void* handle : {chain.tl, chain.iface, chain.dev, chain.ds}) {
+            modules.push_back(static_cast<IHandleTarget*>(handle)->weak_from_this());
+        }
+        auto& object = chain.stream_object();
+        int stops = 0;
+        object.on_stop = [&] { ++stops; };
+        ASSERT_EQ(DSStartAcquisition(chain.ds, 0, GENTL_INFINITE), GC_ERR_SUCCESS);
+        object.on_payload_size = [&] {
+            ASSERT_EQ(r.close(chain), GC_ERR_SUCCESS);
+            EXPECT_EQ(stops, 1) << "the consumer may free his buffers from here on";
+            for (const auto& module : modules) ASSERT_FALSE(module.expired());
+            EXPECT_EQ(DSGetInfo(chain.ds, STREAM_INFO_ID, nullptr, nullptr, nullptr),
+                      std::string_view{r.name} == "GCCloseLib" ? GC_ERR_NOT_INITIALIZED : GC_ERR_INVALID_HANDLE);
+        };
+        INFO_DATATYPE type = 0;
+        size_t value = 0;
+        size_t size = sizeof value;
+        EXPECT_EQ(DSGetInfo(chain.ds, STREAM_INFO_PAYLOAD_SIZE, &type, &value, &size), GC_ERR_SUCCESS);
+        EXPECT_TRUE(modules.back().expired()) << "nothing holds what is closed once the call is over";
+        EXPECT_EQ(stops, 1);
+    }
+    EXPECT_EQ(HandleMapCount(), 0);
+    EXPECT_EQ(ObjectTrackerCount(), 0);
+}
+
+TEST(Close, AStreamClosedWhileItStartsIsStopped) {
+    for (const bool whole_device : {false, true}) {
+        const open_chain chain;
+        chain.announce(5);
+        auto& object = chain.stream_object();
+        std::atomic<int> stops{0};
+        std::atomic<bool> closing{false};
+        std::future<GC_ERROR> closed;
+        object.on_stop = [&] { ++stops; };
+        object.on_start = [&] {
+            closed = std::async(std::launch::async, [&] {
+                closing = true;
+                return whole_device ? DevClose(chain.dev) : DSClose(chain.ds);
+            });
+            while (!closing) std::this_thread::yield();
+            std::this_thread::sleep_for(20ms); // for a close that would not wait for the start
+            return success();
+        };
+        EXPECT_EQ(DSStartAcquisition(chain.ds, 0, GENTL_INFINITE), GC_ERR_SUCCESS);
+        EXPECT_EQ(closed.get(), GC_ERR_SUCCESS);
+        EXPECT_EQ(stops, 1) << "what the start achieved is undone before the buffers go";
+    }
+}
+
+// A start or an announcement that got past the handle check, and then waited while the stream was closed.
+TEST(Close, AClosedStreamTakesNothingMore) {
+    const open_chain chain;
+    chain.announce(5);
+    auto& object = chain.stream_object();
+    int starts = 0;
+    object.on_start = [&] {
+        ++starts;
+        return success();
+    };
+    object.on_payload_size = [&] {
+        ASSERT_EQ(DSClose(chain.ds), GC_ERR_SUCCESS);
+        BUFFER_HANDLE buffer = nullptr;
+        std::byte memory[64];
+        EXPECT_EQ(object.AllocAndAnnounceBuffer(64, nullptr, &buffer).code, GC_ERR_INVALID_HANDLE);
+        EXPECT_EQ(object.AnnounceBuffer(memory, sizeof memory, nullptr, &buffer).code, GC_ERR_INVALID_HANDLE);
+        EXPECT_EQ(object.StartAcquisition(0, 1).code, GC_ERR_INVALID_HANDLE);
+    };
+    INFO_DATATYPE type = 0;
+    size_t value = 0;
+    size_t size = sizeof value;
+    EXPECT_EQ(DSGetInfo(chain.ds, STREAM_INFO_PAYLOAD_SIZE, &type, &value, &size), GC_ERR_SUCCESS);
+    EXPECT_EQ(starts, 0);
+}
+
+TEST(Close, ABufferIsQueuedUnderTheLockThatThePopsHold) {
+    const open_chain chain;
+    const auto buffers = chain.announce(1, false);
+    auto& object = chain.stream_object();
+    Buffer* taken = nullptr;
+    object.on_input_changed = [&] {
+        object.give_up_filling(); // who cannot have the lock gives up instead of waiting
+        std::thread{[&] { taken = object.take_input_buffer(false); }}.join();
+    };
+    EXPECT_EQ(DSQueueBuffer(chain.ds, buffers[0]), GC_ERR_SUCCESS);
+    EXPECT_EQ(taken, nullptr);
+}
+
+TEST(Close, ABufferIsEitherQueuedOrRevoked) {
+    for (int round = 0; round < 50; ++round) {
+        const open_chain chain;
+        const auto buffers = chain.announce(5, false);
+        auto& object = chain.stream_object();
+        std::future<GC_ERROR> queued;
+        std::atomic<bool> queueing{false};
+        object.on_stop = [&] {
+            // Waits for the lock that the stop holds; meanwhile the buffer goes.
+            queued = std::async(std::launch::async, [&] {
+                queueing = true;
+                return DSQueueBuffer(chain.ds, buffers[0]);
+            });
+            while (!queueing) std::this_thread::yield();
+            std::this_thread::sleep_for(2ms);
+        };
+        ASSERT_EQ(DSStartAcquisition(chain.ds, 0, GENTL_INFINITE), GC_ERR_SUCCESS);
+        ASSERT_EQ(DSStopAcquisition(chain.ds, 0), GC_ERR_SUCCESS);
+        const GC_ERROR revoked = DSRevokeBuffer(chain.ds, buffers[0], nullptr, nullptr);
+        const GC_ERROR answer = queued.get();
+        ASSERT_EQ(revoked == GC_ERR_SUCCESS, answer == GC_ERR_INVALID_HANDLE) << revoked << " and " << answer;
+    }
+}
+
+TEST(Close, NoSizeWrapsToASmallBlock) {
+    const open_chain chain;
+    for (const size_t size : {SIZE_MAX, SIZE_MAX - 1, SIZE_MAX - 4095, SIZE_MAX / 2 + 1}) {
+        BUFFER_HANDLE buffer = nullptr;
+        EXPECT_EQ(DSAllocAndAnnounceBuffer(chain.ds, size, nullptr, &buffer), GC_ERR_OUT_OF_MEMORY) << size;
+    }
+}
+
+// In a process of its own each: the end is for good.
+TEST(Close, AfterTheEndNothingIsDone) {
+    struct row {
+        const char* name;
+        bool may_destroy;
+        std::function<bool()> end; // the answer of end_library
+    };
+    const row rows[] = {
+        {"idle", true, [] { return end_library(); }},
+        {"closed", true,
+         [] {
+             { const open_chain chain; }
+             return end_library();
+         }},
+        {"open", false,
+         [] {
+             static_cast<void>(new open_chain);
+             return end_library();
+         }},
+        {"a call under way", false,
+         [] {
+             bool answer = true;
+             const open_chain chain;
+             chain.stream_object().on_payload_size = [&] {
+                 GCCloseLib();
+                 answer = end_library();
+             };
+             INFO_DATATYPE type = 0;
+             size_t value = 0;
+             size_t size = sizeof value;
+             DSGetInfo(chain.ds, STREAM_INFO_PAYLOAD_SIZE, &type, &value, &size);
+             return answer;
+         }},
+    };
+    for (const row& r : rows) {
+        SCOPED_TRACE(r.name);
+        EXPECT_EXIT(
+            {
+                const bool answer = r.end();
+                const bool silent = GCInitLib() == GC_ERR_NOT_INITIALIZED && GCCloseLib() == GC_ERR_NOT_INITIALIZED &&
+                                    DSClose(nullptr) == GC_ERR_NOT_INITIALIZED && HandleMapCount() == 0 &&
+                                    ObjectTrackerCount() == 0;
+                std::_Exit(silent ? (answer ? 1 : 2) : 3);
+            },
+            testing::ExitedWithCode(r.may_destroy ? 1 : 2), "");
+    }
+}
