@@ -1,10 +1,12 @@
 // The modules of the real library describe themselves to a consumer that knows only the standard.
 #include "bench.h"
+#include "document_rules.h"
 
 #include <GenICam/log.h>
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <source_location>
 
 using bench::test_bench;
@@ -78,6 +80,23 @@ TEST(Documents, EveryFeatureOfEveryModuleReadsAndWrites) {
         }
         EXPECT_GE(read, 10U);
         EXPECT_EQ(log.lines, std::vector<std::string>{});
+    }
+}
+
+TEST(Documents, KeepTheRulesOfTheStandard) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    const bench::open_camera camera{test_bench::serial(0)};
+    for (void* port : {camera.system->get(), camera.interface->get(), camera.device->get(), camera.stream->get()}) {
+        const std::string url = cli::node_map{*camera.lib, port}.url();
+        SCOPED_TRACE(url);
+        unsigned long long address = 0;
+        size_t size = 0;
+        ASSERT_EQ(std::sscanf(url.c_str(), "local:%*[^;];%llx;%zx", &address, &size), 2);
+        std::string text(size, '\0');
+        ASSERT_EQ(camera.lib->GCReadPort(port, address, text.data(), &size), GenTL::GC_ERR_SUCCESS);
+        EXPECT_EQ(document_rules::broken(text), std::vector<std::string>{});
     }
 }
 

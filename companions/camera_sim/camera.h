@@ -65,6 +65,7 @@ struct camera_options {
     uint32_t reboot_ms = 500;
     uint32_t action_device_key = 0;
     fault_options faults;
+    std::function<void(const std::string&)> log{}; // refusals, one line each; on the control thread
 };
 
 struct statistics {
@@ -82,9 +83,10 @@ struct statistics {
     uint64_t resend_packets_requested = 0; // packets that all requests named
     uint64_t packets_resent = 0;
     uint64_t resends_lost = 0;
-    uint64_t resends_refused = 0; // answered with a status instead of data
-    uint64_t frames_refused = 0;  // frames of which a packet was refused for good
-    uint64_t bytes_sent = 0;      // UDP payload of the stream
+    uint64_t resends_refused = 0;  // answered with a status instead of data
+    uint64_t requests_refused = 0; // of all commands: answered with an error, or of one who may not ask
+    uint64_t frames_refused = 0;   // frames of which a packet was refused for good
+    uint64_t bytes_sent = 0;       // UDP payload of the stream
     uint64_t send_errors = 0;
     uint64_t test_packets = 0;
     uint64_t control_requests = 0;
@@ -103,7 +105,10 @@ struct statistics {
 
 class camera {
 public:
-    // Binds the sockets and starts the threads; when it returns a camera it listens.
+    // What is wrong with the options, with the range; empty when nothing is.
+    [[nodiscard]] static std::string problem_with(const camera_options& options);
+    // Binds the sockets and starts the threads; when it returns a camera it listens. std::errc::invalid_argument for
+    // options with a problem, address_in_use when another camera has the address.
     [[nodiscard]] static std::expected<std::unique_ptr<camera>, std::error_code> start(camera_options options);
     ~camera(); // ends the threads and closes the sockets
     camera(const camera&) = delete;

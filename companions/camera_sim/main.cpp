@@ -20,6 +20,7 @@ struct arguments {
     unsigned cameras = 1;
     int ready_fd = -1;
     bool exit_with_parent = false;
+    bool quiet = false;
     std::string stats_file;
     camera_sim::camera_options camera;
 };
@@ -109,6 +110,7 @@ void declare(CLI::App& app, arguments& args) {
     app.add_option("--silence-ms", faults.silence_ms, "How long; for good by default")->group(wrong);
 
     const auto* running = "Running";
+    app.add_flag("--quiet", args.quiet, "Say nothing of refused requests")->group(running);
     app.add_option("--ready-fd", args.ready_fd, "Write the lines \"ready ADDRESS:PORT\" here, too")->group(running);
     app.add_option("--stats-file", args.stats_file, "Write the statistics here at exit, one JSON line per camera")
         ->group(running);
@@ -141,10 +143,16 @@ int main(int argc, char** argv) {
         options.address = *first + i;
         options.faults.seed += i;
         if (i > 0) options.serial += fmt::format("-{}", i + 1);
+        if (!args.quiet) options.log = [](const std::string& line) { fmt::print(stderr, "{}\n", line); };
+        if (const auto problem = camera_sim::camera::problem_with(options); !problem.empty()) {
+            fmt::print(stderr, "orv-gev-camera-sim: {}\n", problem);
+            return 2;
+        }
         auto started = camera_sim::camera::start(options);
         if (!started) {
-            fmt::print(stderr, "orv-gev-camera-sim: cannot start on {}:{}: {}\n", gige::to_string(options.address),
-                       options.port, started.error().message());
+            const bool taken = started.error() == std::errc::address_in_use;
+            fmt::print(stderr, "orv-gev-camera-sim: cannot start on {}:{}: {}{}\n", gige::to_string(options.address),
+                       options.port, started.error().message(), taken ? " (is there a camera already?)" : "");
             return 1;
         }
         cameras.push_back(std::move(*started));

@@ -75,10 +75,15 @@ finding check_leftovers() {
 finding check_runtime_path(const std::string& cti) {
     const std::filesystem::path path = cti;
     const auto multipart = path.parent_path() / "multipart" / path.filename();
-    return {"library to point consumers at", true, cti,
-            fmt::format("GENICAM_GENTL64_PATH={}   (or {} for consumers that refuse a library without "
-                        "DSGetNumBufferParts)",
-                        path.parent_path().string(), multipart.parent_path().string())};
+    // The plain one is refused by several consumers, which say nothing of it at their usual log level.
+    const auto folder = path.parent_path();
+    std::error_code ignored;
+    if (!std::filesystem::exists(multipart, ignored))
+        return {"library to point consumers at", true, cti, fmt::format("GENICAM_GENTL64_PATH={}", folder.string())};
+    return {"library to point consumers at", true, multipart.string(),
+            fmt::format("GENICAM_GENTL64_PATH={}   (or {}, without the functions for buffer parts, for a consumer that "
+                        "must not see them)",
+                        multipart.parent_path().string(), folder.string())};
 }
 
 } // namespace

@@ -99,6 +99,7 @@ private:
     [[nodiscard]] frame frame_of(BUFFER_HANDLE buffer) const;
     void announce_buffers();
     void start();
+    [[nodiscard]] int64_t stream_packet_size();
     void stop();
     void receive();
     void handle(const frame& got);
@@ -161,13 +162,23 @@ void grabber::announce_buffers() {
     }
 }
 
+// Not every document names it; the register is every camera's.
+int64_t grabber::stream_packet_size() {
+    if (remote.document().find_node("GevSCPSPacketSize") != nullptr)
+        return require_integer(remote, "GevSCPSPacketSize");
+    constexpr uint64_t register_address = 0x0D04; // of the first stream channel
+    std::array<std::byte, 4> word{};
+    size_t size = word.size();
+    if (lib.GCReadPort(remote_port(lib, *device), register_address, word.data(), &size) != GC_ERR_SUCCESS) return 0;
+    return std::to_integer<int64_t>(word[2]) << 8 | std::to_integer<int64_t>(word[3]);
+}
+
 void grabber::start() {
     for (const auto& [name, value] : options.set) set_from_text(require_node(remote, name), value);
     announce_buffers();
     lib.check("GCRegisterEvent", lib.GCRegisterEvent(stream->get(), EVENT_NEW_BUFFER, &new_buffer));
     lib.check("DSStartAcquisition", lib.DSStartAcquisition(stream->get(), ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE));
-    packet_size =
-        remote.document().find_node("GevSCPSPacketSize") != nullptr ? require_integer(remote, "GevSCPSPacketSize") : 0;
+    packet_size = stream_packet_size();
     if (remote.document().find_node("TLParamsLocked") != nullptr) {
         set_from_text(require_node(remote, "TLParamsLocked"), "1");
     }

@@ -9,6 +9,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -24,6 +25,8 @@ struct endpoint {
 [[nodiscard]] std::string to_string(uint32_t address);
 [[nodiscard]] std::string to_string(const endpoint& at);
 [[nodiscard]] std::optional<uint32_t> parse_address(const std::string& text);
+// What a stranger calls himself, fit for a log: all but printable ASCII as "\xNN".
+[[nodiscard]] std::string printable(std::string_view text);
 
 // Owns one descriptor. Sends block, receives never do. One thread receives; any number may send.
 class udp_socket {
@@ -50,10 +53,21 @@ public:
     [[nodiscard]] std::error_code set_dont_fragment(bool on);
     [[nodiscard]] std::error_code set_receive_buffer(int bytes);
     [[nodiscard]] std::error_code set_send_buffer(int bytes);
-    // Datagrams go out and come in through this interface only; may need a privilege.
-    [[nodiscard]] std::error_code use_interface(const std::string& name);
+    // Datagrams of others no longer come in. An unreachable peer becomes an error of the next send or receive.
+    [[nodiscard]] std::error_code connect(endpoint peer);
 
     [[nodiscard]] std::error_code send(endpoint to, std::span<const std::byte> data) const;
+
+    // The way a datagram takes: the interface, and the address of this host it has. For a socket bound to no address,
+    // which also receives broadcasts; one such socket serves every interface.
+    struct route {
+        unsigned interface_index{};
+        uint32_t local_address{};
+    };
+    [[nodiscard]] std::error_code report_routes(); // before the first receive with a route
+    [[nodiscard]] std::error_code send(endpoint to, std::span<const std::byte> data, const route& by) const;
+    [[nodiscard]] std::expected<std::size_t, std::error_code> receive(std::span<std::byte> buffer, endpoint& from,
+                                                                      route& by) const;
 
     // One datagram, cut to the buffer. std::errc::operation_would_block when none waits.
     [[nodiscard]] std::expected<std::size_t, std::error_code> receive(std::span<std::byte> buffer,

@@ -11,6 +11,7 @@
 #include <gds_shared/product_constants.h>
 #include <gds_shared/prop_store_init.h>
 #include <ipc_rpc/status.h>
+#include <posix/runtime_directory.h>
 
 #include <CLI/CLI.hpp>
 #include <asio/ip/address_v4.hpp>
@@ -34,6 +35,8 @@ struct program_options {
     int log_level = -1;
     unsigned heartbeat_ms = 0;
     unsigned scan_interval_ms = 1000;
+    std::string document_folder;
+    bool document_http = false;
 };
 
 service::service_core::options core_options(const program_options& given) {
@@ -45,6 +48,9 @@ service::service_core::options core_options(const program_options& given) {
         options.discovery.addresses.push_back(asio::ip::make_address_v4(address).to_uint());
     }
     options.heartbeat_timeout = std::chrono::milliseconds{given.heartbeat_ms};
+    if (!given.document_folder.empty())
+        options.documents.file_folder = std::filesystem::canonical(given.document_folder);
+    options.documents.http = given.document_http;
     if (!given.group.empty()) {
         const group* found = getgrnam(given.group.c_str());
         if (found == nullptr) throw std::runtime_error(fmt::format("There is no group '{}'.", given.group));
@@ -57,15 +63,20 @@ int run(const program_options& given) {
     const auto& product = gds_shared::gev_product;
     ipc_rpc::register_error_category(gds_shared::gigecam_error_category(), ipc_rpc::category_id_gigecam);
     ipc_rpc::register_error_category(GenICam::genicam_category(), ipc_rpc::category_id_genicam);
-    const auto settings =
-        gds_shared::make_property_chain(product, std::filesystem::read_symlink("/proc/self/exe").parent_path());
     gds_helper::log::log_control logging{std::string{product.producer_name}, std::string{product.service_short_name}};
     logging.set_header(fmt::format("srv: {} {}", product.producer_name, product.version_text));
-    gds_shared::log_init(*settings, logging, true);
-    if (given.log_level >= 0) {
+    const auto apply_log_options = [&] {
+        if (given.log_level < 0) return;
         logging.enable_console(true);
         logging.set_level(given.log_level);
-    }
+    };
+    apply_log_options(); // for what is wrong with the settings
+    const auto settings =
+        gds_shared::make_property_chain(product, std::filesystem::read_symlink("/proc/self/exe").parent_path());
+    gds_shared::log_init(*settings, logging, true);
+    apply_log_options();
+    // Once more, at the level asked for: a file that cannot be written is said, one that is open stays.
+    logging.set_file(gds_helper::read_string_or(*settings, "service_log_file", ""));
 
     // Before any thread: they all leave the signals to the wait below.
     const service::termination end;
@@ -73,6 +84,10 @@ int run(const program_options& given) {
 
     auto options = core_options(given);
     options.settings = settings;
+    const auto directory = ipc_rpc::platform::runtime_directory(true);
+    if (!directory)
+        throw std::runtime_error(fmt::format("There is no runtime folder to use: {}", directory.error().message()));
+    options.port_folder = directory->path;
     const auto core = std::make_shared<service::service_core>(std::move(options));
     const service::rpc_server::options server_options{gds_shared::service_pipe_name(product), core->settings().group};
     const auto server = service::rpc_server::start(
@@ -86,11 +101,12 @@ int run(const program_options& given) {
     }
     // The first scan is over when we say so, so that a consumer that waited for the line finds what is there.
     static_cast<void>(core->discovery().scan(std::chrono::seconds{2}));
-    fmt::print("ready {}\n", server_options.pipe_name);
+    fmt::print("ready {}/{}\n", directory->path, server_options.pipe_name);
     std::fflush(stdout);
 
     end.wait();
     service::termination::end_within(end_time);
+    core->stop(); // calls that wait for a camera end now
     return 0;
 }
 
@@ -108,8 +124,19 @@ int main(int argc, char** argv) {
                    "Log to the console: 0 trace, 1 debug, 2 info, 3 warn, 4 error, "
                    "5 critical, 6 off")
         ->check(CLI::Range(0, 6));
+    const auto heartbeat_range = [](const std::string& text) -> std::string {
+        unsigned value = 0;
+        if (CLI::detail::lexical_cast(text, value) && (value == 0 || (value >= 500 && value <= 3'600'000))) return {};
+        return fmt::format("'{}' is no heartbeat time-out: 0, or 500 to 3600000 ms (cameras need not take less)", text);
+    };
     app.add_option("--heartbeat", given.heartbeat_ms, "Heartbeat time-out of cameras, ms; 0 leaves their own")
+        ->check(heartbeat_range)
         ->capture_default_str();
+    app.add_option("--document-folder", given.document_folder,
+                   "Cameras may name documents in this folder ('file:' URLs); without it they may name no file")
+        ->check(CLI::ExistingDirectory);
+    app.add_flag("--document-http", given.document_http,
+                 "Cameras may name documents on their own web server ('http:' URLs with their own address)");
     app.add_option("--scan-interval", given.scan_interval_ms, "Time between searches for cameras, ms")
         ->check(CLI::Range(50U, 3600000U))
         ->capture_default_str();

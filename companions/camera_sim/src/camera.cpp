@@ -6,6 +6,8 @@
 
 #include <gige/test_picture.h>
 
+#include <fmt/format.h>
+
 namespace camera_sim {
 
 struct camera::parts {
@@ -52,12 +54,32 @@ struct camera::parts {
 camera::camera(std::unique_ptr<parts> all) : p{std::move(all)} {}
 camera::~camera() = default;
 
+std::string camera::problem_with(const camera_options& options) {
+    const auto outside = [](std::string_view what, auto value, auto min, auto max) {
+        return value < min || value > max ? fmt::format("{} is {}; it must be {} to {}", what, value, min, max)
+                                          : std::string{};
+    };
+    constexpr uint32_t largest_sensor = 65536;
+    for (const auto& problem :
+         {outside("the sensor's width", options.sensor_width, 1U, largest_sensor),
+          outside("the sensor's height", options.sensor_height, 1U, largest_sensor),
+          outside("the width", options.width, 0U, options.sensor_width),
+          outside("the height", options.height, 0U, options.sensor_height),
+          outside("the frame rate", options.frame_rate, reg::frame_rate_range.min, reg::frame_rate_range.max),
+          outside("the largest packet size", options.max_packet_size, 576U, 65532U),
+          outside("the packet size", options.packet_size, 576U, options.max_packet_size),
+          outside("the number of frames kept for resends", options.ring_frames, 1U, 65536U),
+          outside("the length of the serial number", options.serial.size(), std::size_t{0}, std::size_t{15}),
+          outside("the length of the user-defined name", options.user_name.size(), std::size_t{0}, std::size_t{15})})
+        if (!problem.empty()) return problem;
+    if (options.width % 8 != 0) return fmt::format("the width is {}; it must be a multiple of 8", options.width);
+    if (gige::test_picture_size(8, 8, options.pixel_format) == 0)
+        return fmt::format("the pixel format is 0x{:08X}, which has no picture", options.pixel_format);
+    return {};
+}
+
 std::expected<std::unique_ptr<camera>, std::error_code> camera::start(camera_options options) {
-    if (options.width > options.sensor_width || options.height > options.sensor_height || options.sensor_width == 0 ||
-        options.sensor_height == 0 || gige::test_picture_size(8, 8, options.pixel_format) == 0 ||
-        options.ring_frames == 0 || options.packet_size < 576 || options.packet_size > options.max_packet_size ||
-        options.max_packet_size > 65532)
-        return std::unexpected(std::make_error_code(std::errc::invalid_argument));
+    if (!problem_with(options).empty()) return std::unexpected(std::make_error_code(std::errc::invalid_argument));
     const uint32_t address = options.address;
     auto all = std::make_unique<parts>(std::move(options));
     if (const auto error = all->control.start(address)) return std::unexpected(error);

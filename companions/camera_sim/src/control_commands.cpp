@@ -114,10 +114,18 @@ void control_server::write_memory(const request& what, answer& built) {
 }
 
 void control_server::resend(const request& what) {
-    if (!is_holder(what.from)) return;
     resend_request wanted;
     wanted.extended = (what.header.flags & gvcp::flag::extended_ids) != 0;
-    if (what.body.size() < (wanted.extended ? 20U : 12U) || gige::load16(&what.body[0]) != 0) return;
+    auto result = status::success;
+    // Consumers ask from the control channel's port, or from that of the stream.
+    if (!holder || holder->address != what.from.address) result = status::access_denied;
+    if (what.body.size() < (wanted.extended ? 20U : 12U) || gige::load16(&what.body[0]) != 0)
+        result = status::invalid_parameter;
+    if (result != status::success) {
+        ++device.counted.resends_refused;
+        count_refusal(what, result);
+        return;
+    }
     wanted.first = gige::load32(&what.body[4]);
     wanted.last = gige::load32(&what.body[8]);
     if (wanted.extended) {

@@ -6,6 +6,8 @@
 
 #include <gige/network.h>
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 namespace camera_sim {
@@ -25,12 +27,14 @@ control_server::~control_server() {
 }
 
 std::error_code control_server::bind(uint32_t address) {
-    auto opened = gige::udp_socket::open({address, device.options.port}, gige::udp_socket::sharing::shared);
+    // Alone: a second camera on the address would take the first one's requests.
+    const bool moves = !unicast.is_open() || address != own_address;
+    auto opened = moves ? gige::udp_socket::open({address, device.options.port}) : std::move(unicast);
     if (!opened) return opened.error();
+    if (const auto error = opened->allow_broadcast()) return error;
     if (const auto error = stream.open(address)) return error;
     if (const auto error = messages.open(address)) return error;
     unicast = std::move(*opened);
-    if (const auto error = unicast.allow_broadcast()) return error;
 
     // Discovery may come as a limited or as a subnet's broadcast. Where such a socket is refused, unicast remains.
     broadcasts.clear();
@@ -219,29 +223,63 @@ void control_server::reply(const request& what, const answer& built, bool delive
                     {built.result, built.code, static_cast<uint16_t>(built.size), what.header.request_id});
     std::copy_n(built.body.begin(), built.size, &datagram[gvcp::header_size]);
     const bool wants_ack = (what.header.flags & gvcp::flag::acknowledge) != 0;
+    if (built.result != status::success) count_refusal(what, built.result);
 
     uint32_t every = 0;
     uint32_t wait = 0;
+    uint32_t discovery_delay = 0;
     {
         const std::lock_guard guard{device.mutex};
         every = device.faults.pending_every;
         wait = device.faults.pending_ms;
+        discovery_delay = device.memory.get(gvcp::reg::discovery_delay);
     }
+    const auto to = destination_of(what);
     const bool is_discovery = what.header.code == gvcp::command::discovery;
+    if (deliver && wants_ack && is_discovery && discovery_delay != 0) {
+        // At random within the time, so that many cameras do not answer at once.
+        const auto delay = std::chrono::milliseconds{control_dice.below(uint64_t{discovery_delay} + 1)};
+        send_later(clock::now() + delay, to, std::move(datagram), what.header.request_id);
+        return;
+    }
     if (deliver && wants_ack && every != 0 && !is_discovery && ++acks_built % every == 0) {
         std::array<std::byte, 12> announce{};
         gvcp::store_ack(announce.data(), {status::success, gvcp::command::pending_ack, 4, what.header.request_id});
         gige::store16(&announce[10], static_cast<uint16_t>(std::min(wait + 500U, 65535U)));
         ++device.counted.pending_acks;
         if (unicast.send(what.from, announce)) ++device.counted.send_errors;
-        late_acks.push_back(
-            {clock::now() + std::chrono::milliseconds{wait}, what.from, std::move(datagram), what.header.request_id});
+        send_later(clock::now() + std::chrono::milliseconds{wait}, what.from, std::move(datagram),
+                   what.header.request_id);
         return;
     }
-    if (deliver && wants_ack && unicast.send(what.from, datagram)) ++device.counted.send_errors;
+    if (deliver && wants_ack && unicast.send(to, datagram)) ++device.counted.send_errors;
     if (is_discovery) return;
     if (last_acks.size() > 64) last_acks.clear(); // consumers that went away
     last_acks[what.from] = {what.header.request_id, what.header.code, std::move(datagram)};
+}
+
+void control_server::send_later(clock::time_point due, const gige::endpoint& to, std::vector<std::byte> datagram,
+                                uint16_t id) {
+    const auto place = std::ranges::upper_bound(late_acks, due, {}, &late_ack::due);
+    late_acks.insert(place, {due, to, std::move(datagram), id});
+}
+
+void control_server::count_refusal(const request& what, status result) {
+    ++device.counted.requests_refused;
+    if (!device.options.log) return;
+    device.options.log(fmt::format("{} refused command 0x{:04X} of {}: status 0x{:04X}", gige::to_string(own_address),
+                                   static_cast<uint16_t>(what.header.code), gige::to_string(what.from),
+                                   static_cast<uint16_t>(result)));
+}
+
+// Whoever asks from another subnet can be reached by broadcast alone.
+gige::endpoint control_server::destination_of(const request& what) const {
+    const bool may_be_broadcast =
+        what.header.code == gvcp::command::discovery || what.header.code == gvcp::command::force_ip;
+    if (!may_be_broadcast || (what.header.flags & gvcp::flag::broadcast_acknowledge) == 0) return what.from;
+    const std::lock_guard guard{device.mutex};
+    const uint32_t mask = device.memory.get(gvcp::reg::current_mask);
+    return ((what.from.address ^ own_address) & mask) == 0 ? what.from : gige::endpoint{0xFFFFFFFF, what.from.port};
 }
 
 std::optional<control_server::clock::time_point> control_server::next_deadline() const {

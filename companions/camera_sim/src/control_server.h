@@ -69,6 +69,9 @@ private:
     void handle(const request& what);
     // An undelivered acknowledge is remembered all the same: the work is done.
     void reply(const request& what, const answer& built, bool deliver);
+    void send_later(clock::time_point due, const gige::endpoint& to, std::vector<std::byte> datagram, uint16_t id);
+    void count_refusal(const request& what, status result);
+    [[nodiscard]] gige::endpoint destination_of(const request& what) const;
     [[nodiscard]] std::optional<clock::time_point> next_deadline() const;
     void work_deadlines();
 
@@ -105,7 +108,7 @@ private:
     std::optional<gige::endpoint> holder;
     clock::time_point last_heard{}; // from the holder
     std::map<gige::endpoint, remembered> last_acks;
-    std::deque<late_ack> late_acks;
+    std::deque<late_ack> late_acks; // by due time
     std::vector<scheduled_action> actions;
     std::optional<clock::time_point> reboot_ends;
     std::optional<uint32_t> next_address; // to change to when the acknowledge is out

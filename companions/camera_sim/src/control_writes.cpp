@@ -5,7 +5,7 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
+#include <bit>
 
 namespace camera_sim {
 
@@ -27,11 +27,15 @@ gige::gvcp::status control_server::write(const gige::endpoint& from, uint32_t ad
             const auto result = validate(address + static_cast<uint32_t>(at), gige::load32(&data[at]));
             if (result != status::success) return result;
         }
-        if (address <= reg::exposure_time && address + data.size() >= reg::exposure_time + 8) {
-            const double exposure = std::bit_cast<double>(gige::load64(&data[reg::exposure_time - address]));
-            if (!std::isfinite(exposure) || exposure < 0) return status::invalid_parameter;
-        }
+        std::array<std::byte, gvcp::max_body> before;
+        const auto old = std::span{before}.first(data.size());
+        memory.copy_out(address, old);
         memory.copy_in(address, data);
+        // Looked at afterwards, as half of it may have been written.
+        if (!reg::exposure_range.holds(memory.get_double(reg::exposure_time))) {
+            memory.copy_in(address, old);
+            return status::invalid_parameter;
+        }
         update_derived(device);
     }
     for (std::size_t at = 0; at < data.size(); at += 4)
@@ -67,10 +71,10 @@ gige::gvcp::status control_server::validate(uint32_t address, uint32_t value) co
         return locked ? status::access_denied : status::success;
     case boot::heartbeat_timeout:
         return value == 0 ? status::invalid_parameter : status::success;
-    case reg::frame_rate: {
-        const float rate = std::bit_cast<float>(value);
-        return std::isfinite(rate) && rate > 0 ? status::success : status::invalid_parameter;
-    }
+    case reg::frame_rate:
+        return reg::frame_rate_range.holds(std::bit_cast<float>(value)) ? status::success : status::invalid_parameter;
+    case reg::gamma:
+        return reg::gamma_range.holds(std::bit_cast<float>(value)) ? status::success : status::invalid_parameter;
     case boot::stream_packet_size: {
         // A change of the size in the middle of a frame would change its packets' number.
         const uint32_t before = memory.get(boot::stream_packet_size);

@@ -89,11 +89,12 @@ void device_control(document_writer& doc) {
     doc.raw(R"(<Enumeration Name="DeviceTemperatureSelector">
   <EnumEntry Name="Sensor"><Value>0</Value></EnumEntry>
   <EnumEntry Name="Mainboard"><Value>1</Value></EnumEntry>
-  <Value>0</Value><pSelected>DeviceTemperature</pSelected></Enumeration>)");
+  <pValue>DeviceTemperatureSelector_Value</pValue><pSelected>DeviceTemperature</pSelected></Enumeration>)");
+    doc.selected_index("DeviceTemperatureSelector", 1);
     doc.raw(
         fmt::format(R"(<Float Name="DeviceTemperature"><pValue>DeviceTemperature_Register</pValue><Unit>C</Unit></Float>
 <FloatReg Name="DeviceTemperature_Register"><Address>0x{:X}</Address>
-  <pIndex Offset="4">DeviceTemperatureSelector</pIndex><Length>4</Length><AccessMode>RO</AccessMode><pPort>Device</pPort>
+  <pIndex Offset="4">DeviceTemperatureSelector_Value</pIndex><Length>4</Length><AccessMode>RO</AccessMode><pPort>Device</pPort>
   <Cachable>NoCache</Cachable><PollingTime>1000</PollingTime><Endianess>BigEndian</Endianess></FloatReg>)",
                     reg::temperature));
     doc.integer("DeviceLinkSpeed", reg::link_speed, {.access = "RO"});
@@ -160,14 +161,15 @@ void acquisition_control(document_writer& doc) {
                         reg::acquisition_control, reg::acquisition_status));
     doc.integer("AcquisitionFrameCount", reg::acquisition_frame_count, {.min = 1, .max = 65535, .locked = true});
     doc.boolean("AcquisitionFrameRateEnable", reg::frame_rate_enable, {});
-    doc.floating("AcquisitionFrameRate", reg::frame_rate, 4, 0.1, 10000, "Hz", {});
+    doc.floating("AcquisitionFrameRate", reg::frame_rate, 4, reg::frame_rate_range, "Hz", {});
     doc.raw(R"(<Enumeration Name="ExposureMode"><ImposedAccessMode>RO</ImposedAccessMode>
   <EnumEntry Name="Timed"><Value>1</Value></EnumEntry><Value>1</Value></Enumeration>)");
     doc.enumeration("ExposureAuto", reg::exposure_auto, {{"Off", 0}, {"Continuous", 2}}, {});
     // In manual mode only: locked while the automatic is on.
     doc.raw(R"(<IntSwissKnife Name="ExposureTime_Locked"><pVariable Name="AUTO">ExposureAuto_Register</pVariable>
   <Formula>AUTO &lt;&gt; 0</Formula></IntSwissKnife>)");
-    doc.floating("ExposureTime", reg::exposure_time, 8, 10, 1000000, "us", {.p_is_locked = "ExposureTime_Locked"});
+    doc.floating("ExposureTime", reg::exposure_time, 8, reg::exposure_range, "us",
+                 {.p_is_locked = "ExposureTime_Locked"});
     doc.raw(R"(<Enumeration Name="TriggerSelector"><EnumEntry Name="FrameStart"><Value>0</Value></EnumEntry>
   <Value>0</Value><pSelected>TriggerMode</pSelected><pSelected>TriggerSource</pSelected>
   <pSelected>TriggerSoftware</pSelected></Enumeration>)");
@@ -196,7 +198,7 @@ void analog_control(document_writer& doc) {
     doc.raw(R"(<SwissKnife Name="BlackLevel"><pVariable Name="RAW">BlackLevelRaw</pVariable>
   <Formula>RAW / 2.55</Formula><Unit>%</Unit></SwissKnife>)");
     doc.boolean("GammaEnable", reg::gamma_enable, {});
-    doc.floating("Gamma", reg::gamma, 4, 0.25, 4, "", {.p_is_available = "GammaEnable"});
+    doc.floating("Gamma", reg::gamma, 4, reg::gamma_range, "", {.p_is_available = "GammaEnable"});
 }
 
 void chunk_control(document_writer& doc) {
@@ -208,12 +210,13 @@ void chunk_control(document_writer& doc) {
     for (uint32_t i = 0; i < reg::chunks.size(); ++i)
         entries += fmt::format(R"(<EnumEntry Name="{}"><Value>{}</Value></EnumEntry>)", reg::chunks[i].name, i);
     doc.raw(fmt::format(R"(<Enumeration Name="ChunkSelector"><pIsAvailable>ChunkModeActive</pIsAvailable>{}
-  <Value>0</Value><pSelected>ChunkEnable</pSelected></Enumeration>
+  <pValue>ChunkSelector_Value</pValue><pSelected>ChunkEnable</pSelected></Enumeration>
 <Boolean Name="ChunkEnable"><pIsAvailable>ChunkModeActive</pIsAvailable><pIsLocked>TLParamsLocked</pIsLocked>
   <pValue>ChunkEnable_Register</pValue></Boolean>
-<IntReg Name="ChunkEnable_Register"><Address>0x{:X}</Address><pIndex Offset="4">ChunkSelector</pIndex><Length>4</Length>
+<IntReg Name="ChunkEnable_Register"><Address>0x{:X}</Address><pIndex Offset="4">ChunkSelector_Value</pIndex><Length>4</Length>
   <AccessMode>RW</AccessMode><pPort>Device</pPort><Sign>Unsigned</Sign><Endianess>BigEndian</Endianess></IntReg>)",
                         entries, reg::chunk_enable));
+    doc.selected_index("ChunkSelector", reg::chunks.size() - 1);
     for (const auto& [name, id] : reg::chunks) {
         const bool floating = name == "ExposureTime" || name == "Gain";
         const int length = id <= 0x1004 ? 8 : 4;
@@ -250,15 +253,17 @@ void event_control(document_writer& doc) {
     }
     doc.category("EventControl", features);
     doc.raw(fmt::format(
-        R"(<Enumeration Name="EventSelector">{}<Value>0</Value><pSelected>EventNotification</pSelected></Enumeration>
+        R"(<Enumeration Name="EventSelector">{}<pValue>EventSelector_Value</pValue>
+  <pSelected>EventNotification</pSelected></Enumeration>
 <Enumeration Name="EventNotification">
   <EnumEntry Name="Off"><Value>0</Value></EnumEntry>
   <EnumEntry Name="On"><Value>1</Value></EnumEntry>
   <pValue>EventNotification_Register</pValue></Enumeration>
-<IntReg Name="EventNotification_Register"><Address>0x{:X}</Address><pIndex Offset="4">EventSelector</pIndex>
+<IntReg Name="EventNotification_Register"><Address>0x{:X}</Address><pIndex Offset="4">EventSelector_Value</pIndex>
   <Length>4</Length><AccessMode>RW</AccessMode><pPort>Device</pPort><Sign>Unsigned</Sign>
   <Endianess>BigEndian</Endianess></IntReg>)",
         entries, reg::event_notification));
+    doc.selected_index("EventSelector", reg::events.size() - 1);
     doc.command("TestEventGenerate", reg::test_event);
 }
 

@@ -98,14 +98,14 @@ void document_writer::boolean(std::string_view name, uint32_t address, const nod
     int_register(name, address, options);
 }
 
-void document_writer::floating(std::string_view name, uint32_t address, int length, double min, double max,
+void document_writer::floating(std::string_view name, uint32_t address, int length, reg::limits range,
                                std::string_view unit, const node_options& options) {
     raw(fmt::format(
         R"(<Float Name="{0}" NameSpace="Standard">{1}<pValue>{0}_Register</pValue><Min>{2}</Min><Max>{3}</Max>{4}</Float>
 <FloatReg Name="{0}_Register"><Address>0x{5:X}</Address><Length>{6}</Length><AccessMode>{7}</AccessMode>
   <pPort>Device</pPort><Endianess>BigEndian</Endianess></FloatReg>)",
-        name, conditions(options), min, max, unit.empty() ? "" : fmt::format("<Unit>{}</Unit>", unit), address, length,
-        options.access));
+        name, conditions(options), range.min, range.max, unit.empty() ? "" : fmt::format("<Unit>{}</Unit>", unit),
+        address, length, options.access));
 }
 
 void document_writer::text(std::string_view name, uint32_t address, int length, std::string_view access) {
@@ -130,6 +130,12 @@ void document_writer::command(std::string_view name, uint32_t address) {
         R"(<Command Name="{0}" NameSpace="Standard"><pValue>{0}_Register</pValue><CommandValue>1</CommandValue></Command>)",
         name));
     int_register(name, address, {.access = "WO"});
+}
+
+void document_writer::selected_index(std::string_view name, std::size_t max) {
+    raw(fmt::format(
+        R"(<Integer Name="{}_Value"><Visibility>Invisible</Visibility><Value>0</Value><Min>0</Min><Max>{}</Max></Integer>)",
+        name, max));
 }
 
 std::string document_writer::finish() {

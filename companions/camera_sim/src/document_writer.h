@@ -34,12 +34,14 @@ public:
     void integer(std::string_view name, uint32_t address, const node_options& options);
     void masked(std::string_view name, uint32_t address, int msb, int lsb, const node_options& options);
     void boolean(std::string_view name, uint32_t address, const node_options& options);
-    void floating(std::string_view name, uint32_t address, int length, double min, double max, std::string_view unit,
+    void floating(std::string_view name, uint32_t address, int length, reg::limits range, std::string_view unit,
                   const node_options& options);
     void text(std::string_view name, uint32_t address, int length, std::string_view access);
     void enumeration(std::string_view name, uint32_t address, const std::vector<reg::named_id>& entries,
                      const node_options& options);
     void command(std::string_view name, uint32_t address);
+    // "<name>_Value": the value of an enumeration as an integer, which alone may index a register.
+    void selected_index(std::string_view name, std::size_t max);
     [[nodiscard]] std::string finish();
 
 private:

@@ -45,6 +45,7 @@ void message_channel::send(const camera_event& event) {
     std::byte* at = &datagram[gvcp::header_size];
     gige::store16(at + 2, event.id);
     if (extended) {
+        gige::store16(at, static_cast<uint16_t>(record + data)); // this event's size
         gige::store64(at + 8, event.block_id);
         gige::store64(at + 16, event.timestamp);
     } else {

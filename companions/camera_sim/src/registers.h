@@ -61,6 +61,19 @@ inline constexpr uint32_t line_status = base + 0x1DC; // bit per line
 inline constexpr uint32_t line_inverter = base + 0x1E0;
 inline constexpr uint32_t lut_content = base + 0x400; // [256]
 
+// What the float registers take, and what the document says of them.
+struct limits {
+    double min, max;
+    // The ends belong to it, also rounded to the register's own precision. Not a number is outside.
+    [[nodiscard]] constexpr bool holds(double value) const { return value >= min && value <= max; }
+    [[nodiscard]] constexpr bool holds(float value) const {
+        return value >= static_cast<float>(min) && value <= static_cast<float>(max);
+    }
+};
+inline constexpr limits exposure_range{10, 1'000'000}; // microseconds
+inline constexpr limits frame_rate_range{0.1, 10'000}; // Hz
+inline constexpr limits gamma_range{0.25, 4};
+
 struct named_id {
     std::string_view name;
     uint32_t id;

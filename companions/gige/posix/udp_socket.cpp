@@ -48,6 +48,17 @@ std::optional<uint32_t> parse_address(const std::string& text) {
     return ntohl(address.s_addr);
 }
 
+std::string printable(std::string_view text) {
+    std::string result;
+    for (const char each : text) {
+        if (each >= ' ' && each <= '~' && each != '\\')
+            result += each;
+        else
+            result += fmt::format("\\x{:02X}", static_cast<unsigned char>(each));
+    }
+    return result;
+}
+
 udp_socket::~udp_socket() { close(); }
 
 void udp_socket::close() noexcept {
@@ -83,11 +94,13 @@ std::error_code udp_socket::set_dont_fragment(bool on) {
 std::error_code udp_socket::set_receive_buffer(int bytes) { return set_option(handle, SOL_SOCKET, SO_RCVBUF, bytes); }
 std::error_code udp_socket::set_send_buffer(int bytes) { return set_option(handle, SOL_SOCKET, SO_SNDBUF, bytes); }
 
-std::error_code udp_socket::use_interface(const std::string& name) {
-    return ::setsockopt(handle, SOL_SOCKET, SO_BINDTODEVICE, name.c_str(), static_cast<socklen_t>(name.size())) == 0
-               ? std::error_code{}
-               : last_error();
+std::error_code udp_socket::connect(endpoint peer) {
+    const auto native = to_native(peer);
+    return ::connect(handle, reinterpret_cast<const sockaddr*>(&native), sizeof native) == 0 ? std::error_code{}
+                                                                                             : last_error();
 }
+
+std::error_code udp_socket::report_routes() { return set_option(handle, IPPROTO_IP, IP_PKTINFO, 1); }
 
 std::error_code udp_socket::send(endpoint to, std::span<const std::byte> data) const {
     const auto native = to_native(to);
@@ -113,6 +126,64 @@ std::expected<std::size_t, std::error_code> udp_socket::receive(std::span<std::b
         if (errno == EAGAIN || errno == EWOULDBLOCK)
             return std::unexpected(std::make_error_code(std::errc::operation_would_block));
         return std::unexpected(last_error());
+    }
+}
+
+std::error_code udp_socket::send(endpoint to, std::span<const std::byte> data, const route& by) const {
+    auto native = to_native(to);
+    // The kernel only reads through this pointer.
+    iovec piece{const_cast<std::byte*>(data.data()), data.size()};
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(in_pktinfo))> control{};
+    msghdr message{};
+    message.msg_name = &native;
+    message.msg_namelen = sizeof native;
+    message.msg_iov = &piece;
+    message.msg_iovlen = 1;
+    message.msg_control = control.data();
+    message.msg_controllen = control.size();
+    cmsghdr* header = CMSG_FIRSTHDR(&message);
+    header->cmsg_level = IPPROTO_IP;
+    header->cmsg_type = IP_PKTINFO;
+    header->cmsg_len = CMSG_LEN(sizeof(in_pktinfo));
+    in_pktinfo way{};
+    way.ipi_ifindex = static_cast<int>(by.interface_index);
+    way.ipi_spec_dst.s_addr = htonl(by.local_address);
+    std::memcpy(CMSG_DATA(header), &way, sizeof way);
+    for (;;) {
+        if (::sendmsg(handle, &message, 0) >= 0) return {};
+        if (errno != EINTR) return last_error();
+    }
+}
+
+std::expected<std::size_t, std::error_code> udp_socket::receive(std::span<std::byte> buffer, endpoint& from,
+                                                                route& by) const {
+    for (;;) {
+        sockaddr_in native{};
+        iovec piece{buffer.data(), buffer.size()};
+        alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(in_pktinfo))> control{};
+        msghdr message{};
+        message.msg_name = &native;
+        message.msg_namelen = sizeof native;
+        message.msg_iov = &piece;
+        message.msg_iovlen = 1;
+        message.msg_control = control.data();
+        message.msg_controllen = control.size();
+        const auto count = ::recvmsg(handle, &message, MSG_DONTWAIT);
+        if (count < 0) {
+            if (errno == EINTR) continue;
+            if (errno == EAGAIN || errno == EWOULDBLOCK)
+                return std::unexpected(std::make_error_code(std::errc::operation_would_block));
+            return std::unexpected(last_error());
+        }
+        from = {ntohl(native.sin_addr.s_addr), ntohs(native.sin_port)};
+        by = {};
+        for (cmsghdr* each = CMSG_FIRSTHDR(&message); each != nullptr; each = CMSG_NXTHDR(&message, each)) {
+            if (each->cmsg_level != IPPROTO_IP || each->cmsg_type != IP_PKTINFO) continue;
+            in_pktinfo way{};
+            std::memcpy(&way, CMSG_DATA(each), sizeof way);
+            by = {static_cast<unsigned>(way.ipi_ifindex), ntohl(way.ipi_spec_dst.s_addr)};
+        }
+        return static_cast<std::size_t>(count);
     }
 }
 

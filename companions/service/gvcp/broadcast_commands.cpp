@@ -16,58 +16,31 @@ using clock = std::chrono::steady_clock;
 
 namespace {
 
-struct outlet {
-    gige::udp_socket socket;
-    std::vector<uint32_t> targets;
-};
-
-// One socket per subnet of the interface.
-std::vector<outlet> open_outlets(const gige::network_interface& through, std::error_code& error) {
-    std::vector<outlet> outlets;
-    for (const auto& net : through.subnets) {
-        auto opened = gige::udp_socket::open({net.address, 0});
-        if (!opened) {
-            error = opened.error();
-            continue;
-        }
-        if ((error = opened->allow_broadcast())) continue;
-        outlet added{std::move(*opened), {net.broadcast()}};
-        if (!through.loopback && !added.socket.use_interface(through.name)) added.targets.push_back(0xFFFFFFFF);
-        outlets.push_back(std::move(added));
-    }
-    if (outlets.empty() && !error) error = std::make_error_code(std::errc::network_unreachable);
-    return outlets;
-}
-
-std::error_code send_all(const std::vector<outlet>& outlets, std::span<const std::byte> datagram) {
-    std::error_code error;
-    bool sent = false;
-    for (const auto& each : outlets)
-        for (const uint32_t target : each.targets) {
-            if (const auto failed = each.socket.send({target, gvcp::port}, datagram))
-                error = failed;
-            else
-                sent = true;
-        }
-    return sent ? std::error_code{} : error;
+// Bound to no address, so that cameras of foreign subnets can answer by broadcast.
+std::expected<gige::udp_socket, std::error_code> open_socket() {
+    auto opened = gige::udp_socket::open({0, 0});
+    if (!opened) return opened;
+    if (const auto error = opened->allow_broadcast()) return std::unexpected(error);
+    if (const auto error = opened->report_routes()) return std::unexpected(error);
+    return opened;
 }
 
 // Calls `use(ack, sender)` for each acknowledge until it returns true or the time is up.
-void receive_acks(const std::vector<outlet>& outlets, clock::time_point until, auto use) {
-    std::vector<int> handles;
-    for (const auto& each : outlets) handles.push_back(each.socket.native());
+void receive_acks(const gige::udp_socket& socket, clock::time_point until, auto use) {
+    const std::array handles{socket.native()};
     std::array<std::byte, gvcp::max_datagram + 64> buffer;
-    while (const auto ready = gige::wait_readable(handles, until)) {
-        for (std::size_t i = 0; i < outlets.size(); ++i) {
-            if ((ready >> i & 1) == 0) continue;
-            gige::endpoint from;
-            while (const auto size = outlets[i].socket.receive(buffer, from)) {
-                const auto ack = gvcp::parse_ack(std::span{buffer}.first(*size));
-                if (ack && use(*ack, from)) return;
-            }
+    while (gige::wait_readable(handles, until) != 0) {
+        gige::endpoint from;
+        if (const auto size = socket.receive(buffer, from)) {
+            const auto ack = gvcp::parse_ack(std::span{buffer}.first(*size));
+            if (ack && use(*ack, from)) return;
         }
         if (clock::now() >= until) return;
     }
+}
+
+std::unexpected<std::error_code> without_address() {
+    return std::unexpected(std::make_error_code(std::errc::network_unreachable));
 }
 
 uint16_t fresh_id() {
@@ -79,9 +52,9 @@ uint16_t fresh_id() {
 
 std::error_code force_ip(const gige::network_interface& through, uint64_t mac, uint32_t address, uint32_t mask,
                          uint32_t gateway, std::chrono::milliseconds timeout) {
-    std::error_code error;
-    const auto outlets = open_outlets(through, error);
-    if (outlets.empty()) return error;
+    if (through.subnets.empty()) return without_address().error();
+    const auto socket = open_socket();
+    if (!socket) return socket.error();
     std::array<std::byte, gvcp::header_size + gvcp::force_ip_size> datagram{};
     const uint16_t id = fresh_id();
     gvcp::store_command(datagram.data(), {gvcp::flag::acknowledge | gvcp::flag::broadcast_acknowledge,
@@ -97,8 +70,19 @@ std::error_code force_ip(const gige::network_interface& through, uint64_t mac, u
     std::error_code result = make_error_code(gigecam_errc::timeout);
     bool answered = false;
     while (!answered && clock::now() < give_up) {
-        if (const auto failed = send_all(outlets, datagram)) return failed;
-        receive_acks(outlets, std::min(give_up, clock::now() + std::chrono::milliseconds{500}),
+        // To every subnet and to all: who takes it twice is moved once.
+        std::error_code failed;
+        bool sent = false;
+        const auto send = [&](uint32_t target, const gige::subnet& net) {
+            failed = socket->send({target, gvcp::port}, datagram, {through.index, net.address});
+            sent = sent || !failed;
+        };
+        for (const auto& net : through.subnets) {
+            send(net.broadcast(), net);
+            if (!through.loopback) send(0xFFFFFFFF, net);
+        }
+        if (!sent) return failed;
+        receive_acks(*socket, std::min(give_up, clock::now() + std::chrono::milliseconds{500}),
                      [&](const gvcp::ack_header& ack, const gige::endpoint&) {
                          if (ack.request_id != id || ack.code != gvcp::command::force_ip_ack) return false;
                          result =
@@ -116,25 +100,30 @@ std::error_code force_ip(const gige::network_interface& through, uint64_t mac, u
 std::expected<std::size_t, std::error_code> send_action(const gige::network_interface& through,
                                                         const action_command& action,
                                                         std::optional<std::chrono::milliseconds> wait) {
-    std::error_code error;
-    const auto outlets = open_outlets(through, error);
-    if (outlets.empty()) return std::unexpected(error);
+    if (through.subnets.empty()) return without_address();
+    const auto socket = open_socket();
+    if (!socket) return std::unexpected(socket.error());
     std::array<std::byte, gvcp::header_size + 20> datagram{};
     const uint16_t length = action.time ? 20 : 12;
     const uint16_t id = fresh_id();
+    // Whether a time follows is not the caller's to say.
     const auto flags =
-        static_cast<uint8_t>((wait ? gvcp::flag::acknowledge : 0) | (action.time ? gvcp::flag::scheduled : 0));
+        static_cast<uint8_t>((action.flags & ~gvcp::flag::scheduled) | (wait ? gvcp::flag::acknowledge : 0) |
+                             (action.time ? gvcp::flag::scheduled : 0));
     gvcp::store_command(datagram.data(), {flags, gvcp::command::action, length, id});
     std::byte* body = &datagram[gvcp::header_size];
     gige::store32(body, action.device_key);
     gige::store32(body + 4, action.group_key);
     gige::store32(body + 8, action.group_mask);
     if (action.time) gige::store64(body + 12, *action.time);
-    if (const auto failed = send_all(outlets, std::span{datagram}.first(gvcp::header_size + length)))
+    const auto& net = through.subnets.front();
+    const uint32_t target = through.loopback ? net.broadcast() : 0xFFFFFFFF;
+    if (const auto failed = socket->send({target, gvcp::port}, std::span{datagram}.first(gvcp::header_size + length),
+                                         {through.index, net.address}))
         return std::unexpected(failed);
     std::vector<uint32_t> done;
     if (wait)
-        receive_acks(outlets, clock::now() + *wait, [&](const gvcp::ack_header& ack, const gige::endpoint& from) {
+        receive_acks(*socket, clock::now() + *wait, [&](const gvcp::ack_header& ack, const gige::endpoint& from) {
             const bool ours =
                 ack.request_id == id && ack.code == gvcp::command::action_ack && ack.result == gvcp::status::success;
             if (ours && std::ranges::find(done, from.address) == done.end()) done.push_back(from.address);

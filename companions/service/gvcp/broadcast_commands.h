@@ -22,9 +22,11 @@ struct action_command {
     uint32_t group_key{};
     uint32_t group_mask{};
     std::optional<uint64_t> time{}; // in the cameras' ticks
+    uint8_t flags{};                // further flags of the command, such as gvcp::flag::acknowledge
 };
 
-// Broadcast once. With `wait` the number of cameras that acknowledged with success in that time, without it 0 at once.
+// One datagram, by limited broadcast: a camera that got it twice would act twice. With `wait` the number of cameras
+// that acknowledged with success in that time, without it 0 at once.
 [[nodiscard]] std::expected<std::size_t, std::error_code>
 send_action(const gige::network_interface& through, const action_command& action,
             std::optional<std::chrono::milliseconds> wait = {});

@@ -3,6 +3,7 @@
 #include <gds_shared/gigecam_error.h>
 
 #include <algorithm>
+#include <array>
 
 namespace gvcp_master {
 
@@ -25,10 +26,20 @@ control_channel::control_channel(gige::udp_socket opened, gige::endpoint device,
 }
 
 std::expected<std::unique_ptr<control_channel>, std::error_code>
-control_channel::open(gige::endpoint device, uint32_t local_address, timing chosen) {
-    auto opened = gige::udp_socket::open({local_address, 0});
+control_channel::open(gige::endpoint device, gige::endpoint local, timing chosen) {
+    auto opened = gige::udp_socket::open(local);
+    if (!opened && local.port != 0) opened = gige::udp_socket::open({local.address, 0});
     if (!opened) return std::unexpected(opened.error());
+    // Others could fill the socket's memory, and the camera's answers would be lost.
+    if (const auto error = opened->connect(device)) return std::unexpected(error);
     return std::unique_ptr<control_channel>{new control_channel{std::move(*opened), device, chosen}};
+}
+
+void control_channel::cancel() noexcept { cancelled.wake(); }
+void control_channel::go_on() noexcept { cancelled.drain(); }
+
+bool control_channel::pause(milliseconds time) {
+    return gige::wait_readable(std::array{cancelled.native()}, clock::now() + time) == 0;
 }
 
 uint16_t control_channel::next_id() noexcept {
@@ -55,30 +66,31 @@ std::expected<std::size_t, std::error_code> control_channel::transact(gvcp::comm
 
     const auto expected_code = static_cast<gvcp::command>(static_cast<uint16_t>(code) + 1);
     std::array<std::byte, gvcp::max_datagram + 64> buffer;
-    auto give_up = clock::now() + std::min(timeout, milliseconds{600'000});
+    const auto began = clock::now();
+    auto give_up = began + std::min(timeout, milliseconds{600'000});
+    const auto at_most = std::max(give_up, began + times.pending);
+    const std::array handles{socket.native(), cancelled.native()};
     for (;;) {
-        if (cancelled) return std::unexpected(std::make_error_code(std::errc::operation_canceled));
-        if (const auto error = socket.send(peer, sent)) return std::unexpected(error);
+        // A port that just closed refuses once; the camera may be starting again.
+        if (const auto error = socket.send(peer, sent); error && error != std::errc::connection_refused)
+            return std::unexpected(error);
         auto resend = std::min(give_up, clock::now() + times.attempt);
-        for (;;) {
-            const std::array handles{socket.native()};
-            if (cancelled) return std::unexpected(std::make_error_code(std::errc::operation_canceled));
-            if (gige::wait_readable(handles, std::min(resend, clock::now() + milliseconds{100})) == 0) {
-                if (clock::now() < resend) continue;
-                break;
-            }
+        while (const auto ready = gige::wait_readable(handles, resend)) {
+            if (ready & 2) return std::unexpected(std::make_error_code(std::errc::operation_canceled));
             gige::endpoint from;
             const auto size = socket.receive(buffer, from);
-            if (!size || from != peer) continue;
-            const auto ack = gvcp::parse_ack(std::span{buffer}.first(*size));
-            if (!ack || ack->request_id != id) continue; // late answer to an earlier request
+            const auto ack = size ? gvcp::parse_ack(std::span{buffer}.first(*size)) : std::nullopt;
+            if (!ack || from != peer || ack->request_id != id) { // perhaps a late answer to an earlier request
+                if (clock::now() >= resend) break;               // however many come
+                continue;
+            }
             answered_at = clock::now().time_since_epoch().count();
             const auto content = std::span{buffer}.subspan(gvcp::header_size, ack->length);
             if (ack->code == gvcp::command::pending_ack) {
                 if (content.size() < 4) continue;
                 // The camera works on it: no repetition until its own time is up.
-                resend = clock::now() + milliseconds{gige::load16(&content[2])};
-                give_up = std::max(give_up, resend + times.attempt);
+                resend = std::min(at_most, clock::now() + milliseconds{gige::load16(&content[2])});
+                give_up = std::min(at_most, std::max(give_up, resend + times.attempt));
                 continue;
             }
             if (ack->result != gvcp::status::success) return std::unexpected(error_of(ack->result));

@@ -20,16 +20,13 @@ using std::chrono::milliseconds;
 class control_channel {
 public:
     struct timing {
-        milliseconds attempt{250}; // between repetitions
+        milliseconds attempt{250};    // between repetitions
+        milliseconds pending{60'000}; // a request takes no longer than this, however often the camera asks for patience
     };
 
-    // `local_address` 0 leaves the choice to the routing table.
+    // Address 0 leaves the choice to the routing table. A port that is taken is replaced by a free one.
     [[nodiscard]] static std::expected<std::unique_ptr<control_channel>, std::error_code>
-    open(gige::endpoint device, uint32_t local_address, timing chosen);
-    [[nodiscard]] static std::expected<std::unique_ptr<control_channel>, std::error_code> open(gige::endpoint device,
-                                                                                               uint32_t local_address) {
-        return open(device, local_address, timing{});
-    }
+    open(gige::endpoint device, gige::endpoint local, timing chosen);
 
     // Sends, waits up to `timeout` for the acknowledge and copies its body to `answer`; the count is the body's length,
     // which may be more than fitted. One request at a time: callers wait for each other.
@@ -37,6 +34,12 @@ public:
                                                                        std::span<const std::byte> body,
                                                                        std::span<std::byte> answer,
                                                                        milliseconds timeout);
+
+    // Requests end with std::errc::operation_canceled, the one under way and all later ones, until they may go on.
+    void cancel() noexcept;
+    void go_on() noexcept;
+    // False when cancelled before the time was up.
+    [[nodiscard]] bool pause(milliseconds time);
 
     // Without an acknowledge; never waits for other requests.
     [[nodiscard]] std::error_code send_only(gige::gvcp::command code, uint8_t flags, std::span<const std::byte> body);
@@ -46,9 +49,6 @@ public:
     [[nodiscard]] std::error_code write_block(uint32_t address, std::span<const std::byte> from, milliseconds timeout);
     [[nodiscard]] std::expected<uint32_t, std::error_code> read_register(uint32_t address, milliseconds timeout);
     [[nodiscard]] std::error_code write_register(uint32_t address, uint32_t value, milliseconds timeout);
-
-    // While it is set requests end at once with operation_canceled, those that wait within a tenth of a second.
-    void set_cancelled(bool on) noexcept { cancelled = on; }
 
     [[nodiscard]] gige::endpoint device() const noexcept { return peer; }
     [[nodiscard]] gige::endpoint local() const { return socket.local(); }
@@ -62,8 +62,8 @@ private:
     gige::udp_socket socket;
     const gige::endpoint peer;
     const timing times;
-    std::mutex mutex; // one transaction
-    std::atomic<bool> cancelled{};
+    gige::waker cancelled; // awake for as long as it is
+    std::mutex mutex;      // one transaction
     std::atomic<uint16_t> last_id{};
     std::atomic<int64_t> answered_at{}; // steady clock ticks
 };

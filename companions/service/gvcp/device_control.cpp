@@ -3,7 +3,8 @@
 #include <gds_shared/gigecam_error.h>
 
 #include <algorithm>
-#include <vector>
+#include <array>
+#include <utility>
 
 namespace gvcp_master {
 
@@ -13,13 +14,23 @@ namespace bits = gige::gvcp::bits;
 using gds_shared::gigecam_errc;
 using clock = std::chrono::steady_clock;
 
+namespace {
+
+// Cameras are to take no less than half a second; one that takes less shall not be lost for it.
+constexpr uint32_t shortest_heartbeat_ms = 30;
+constexpr uint32_t longest_heartbeat_ms = 3'600'000;
+
+} // namespace
+
 device_control::device_control(options from, std::unique_ptr<control_channel> opened)
     : chosen{std::move(from)}, channel{std::move(opened)} {}
 
 std::expected<std::unique_ptr<device_control>, std::error_code> device_control::open(options chosen) {
-    auto channel = control_channel::open(chosen.device, chosen.local_address, {.attempt = chosen.attempt});
+    auto channel = control_channel::open(chosen.device, {chosen.local_address, chosen.port},
+                                         {.attempt = chosen.attempt, .pending = chosen.pending});
     if (!channel) return std::unexpected(channel.error());
     std::unique_ptr<device_control> opened{new device_control{std::move(chosen), std::move(*channel)}};
+    opened->on_stop.emplace(opened->chosen.stop, [self = opened.get()] { self->channel->cancel(); });
     if (const auto error = opened->take_privilege()) return std::unexpected(error);
     opened->thread = std::thread{[self = opened.get()] { self->run_heartbeat(); }};
     return opened;
@@ -30,8 +41,9 @@ std::error_code device_control::take_privilege() {
                         : chosen.access == access_mode::control ? bits::control
                                                                 : 0;
     if (wanted != 0) {
-        if (const auto error = channel->write_register(reg::privilege, wanted, default_timeout)) return error;
+        if (const auto error = claim(wanted)) return error;
         privileged = true;
+        last_privilege = wanted;
     } else if (const auto held = channel->read_register(reg::privilege, default_timeout); !held) {
         return held.error();
     }
@@ -45,9 +57,36 @@ std::error_code device_control::take_privilege() {
         if (const auto now = channel->read_register(reg::control_configuration, default_timeout))
             (void)channel->write_register(reg::control_configuration, *now | bits::pending_ack_on, default_timeout);
     }
-    const auto timeout = channel->read_register(reg::heartbeat_timeout, default_timeout);
-    if (timeout) heartbeat = milliseconds{std::clamp(*timeout, 500U, 3'600'000U)};
+    read_heartbeat_timeout();
     return {};
+}
+
+std::error_code device_control::claim(uint32_t wanted) {
+    // To the camera we are the session before; giving its control back ends what that one left running.
+    if (chosen.port != 0 && channel->local().port == chosen.port)
+        (void)channel->write_register(reg::privilege, 0, default_timeout);
+    auto error = channel->write_register(reg::privilege, wanted, default_timeout);
+    if (!chosen.patient || error != make_error_code(gigecam_errc::access_denied)) return error;
+    // Perhaps of one who ended without giving it back: then the camera drops it when its heartbeats are missed.
+    const auto theirs = channel->read_register(reg::heartbeat_timeout, default_timeout);
+    const auto wait = std::min(milliseconds{theirs.value_or(3000)} + 2 * chosen.attempt, longest_patience);
+    const auto until = clock::now() + wait;
+    while (error == make_error_code(gigecam_errc::access_denied) && clock::now() < until) {
+        if (!channel->pause(chosen.attempt)) return std::make_error_code(std::errc::operation_canceled);
+        error = channel->write_register(reg::privilege, wanted, default_timeout);
+    }
+    return error;
+}
+
+// Cameras round it, so it is read back.
+void device_control::read_heartbeat_timeout() {
+    const auto timeout = channel->read_register(reg::heartbeat_timeout, default_timeout);
+    if (!timeout) return;
+    {
+        const std::lock_guard guard{mutex};
+        heartbeat = milliseconds{std::clamp(*timeout, shortest_heartbeat_ms, longest_heartbeat_ms)};
+    }
+    changed.notify_all();
 }
 
 device_control::~device_control() {
@@ -56,47 +95,89 @@ device_control::~device_control() {
         quit = true;
     }
     changed.notify_all();
+    on_stop.reset();
+    channel->cancel(); // a heartbeat that waits for its answer
     if (thread.joinable()) thread.join();
-    channel->set_cancelled(false);
-    if (privileged && !lost_flag) (void)channel->write_register(reg::privilege, 0, milliseconds{500});
-}
-
-void device_control::run_heartbeat() {
-    const auto interval = heartbeat / 3;
-    std::unique_lock lock{mutex};
-    for (;;) {
-        // Any answered request is a heartbeat.
-        const auto due = channel->last_answer() + interval;
-        changed.wait_until(lock, due, [this] { return quit; });
-        if (quit) return;
-        if (clock::now() - channel->last_answer() < interval) continue;
-        lock.unlock();
-        const auto held = channel->read_register(reg::privilege, interval);
-        const bool answered = held.has_value();
-        std::error_code why;
-        if (answered && privileged && (*held & (bits::exclusive | bits::control)) == 0)
-            why = make_error_code(gigecam_errc::device_lost); // it restarted or missed us: the session is over
-        else if (!answered && privileged && held.error() == make_error_code(gigecam_errc::access_denied))
-            why = make_error_code(gigecam_errc::device_lost); // someone else has taken over
-        else if (!answered && clock::now() - channel->last_answer() >= heartbeat)
-            why = make_error_code(gigecam_errc::device_lost);
-        lock.lock();
-        if (why) {
-            lock.unlock();
-            report_loss(why);
-            return;
-        }
-        if (!answered) {
-            // A socket that fails at once must not turn this into a busy loop.
-            changed.wait_for(lock, milliseconds{10}, [this] { return quit; });
-            if (quit) return;
-        }
+    channel->go_on();
+    if (!privileged || lost_flag) return;
+    if (chosen.stop.stop_requested()) {
+        std::array<std::byte, 8> none{};
+        gige::store32(none.data(), reg::privilege);
+        (void)channel->send_only(gvcp::command::write_reg, 0, none);
+    } else {
+        (void)channel->write_register(reg::privilege, 0, milliseconds{500});
     }
 }
 
-void device_control::report_loss(std::error_code why) {
+void device_control::run_heartbeat() {
+    std::unique_lock lock{mutex};
+    for (;;) {
+        // Any answered request is a heartbeat.
+        const auto interval = heartbeat / 3;
+        changed.wait_until(lock, channel->last_answer() + interval,
+                           [&] { return quit || doubtful || heartbeat / 3 != interval; });
+        if (quit || lost_flag) return;
+        if (!doubtful && clock::now() - channel->last_answer() < heartbeat / 3) continue;
+        const auto now = heartbeat / 3;
+        lock.unlock();
+        const bool alive = beat(now);
+        if (!alive) {
+            report_loss();
+            return;
+        }
+        lock.lock();
+    }
+}
+
+bool device_control::beat(milliseconds interval) {
+    const auto heard = channel->last_answer();
+    bool refused = false;
+    {
+        const std::lock_guard guard{mutex};
+        refused = std::exchange(doubtful, false);
+    }
+    // Otherwise what a consumer writes to these registers meanwhile would be undone.
+    const std::lock_guard guard{session_registers};
+    const auto held = channel->read_register(reg::privilege, interval);
+    if (held) {
+        if (!privileged) return true;
+        if ((*held & (bits::exclusive | bits::control)) == 0) return false; // it restarted or missed us
+        const bool changed_hands = *held != std::exchange(last_privilege, *held);
+        const bool was_away = channel->last_answer() - heard > interval + interval / 2;
+        const bool open_to_others = (*held & bits::switchover) != 0;
+        return !(refused || changed_hands || was_away || open_to_others) || still_ours(*held);
+    }
+    if (held.error() == std::errc::operation_canceled) {
+        std::unique_lock lock{mutex};
+        changed.wait(lock, [this] { return quit; });
+        return true;
+    }
+    if (privileged && held.error() == make_error_code(gigecam_errc::access_denied))
+        return false; // exclusively another's
+    if (clock::now() - channel->last_answer() >= 3 * interval) return false;
+    // A socket that fails at once must not turn this into a busy loop.
+    std::unique_lock lock{mutex};
+    changed.wait_for(lock, milliseconds{10}, [this] { return quit; });
+    return true;
+}
+
+// Anyone may read the privilege, and another's looks like ours. Only the controller may write: something that changes
+// nothing is written.
+bool device_control::still_ours(uint32_t privilege) {
+    std::error_code error;
+    if ((privilege & bits::switchover) == 0) {
+        error = channel->write_register(reg::privilege, privilege, default_timeout);
+    } else if (const auto timeout = channel->read_register(reg::heartbeat_timeout, default_timeout)) {
+        // Writing the privilege would take it back from one who has it by right.
+        error = channel->write_register(reg::heartbeat_timeout, *timeout, default_timeout);
+    }
+    return error != make_error_code(gigecam_errc::access_denied);
+}
+
+void device_control::report_loss() {
     if (lost_flag.exchange(true)) return;
-    if (chosen.lost) chosen.lost(why);
+    changed.notify_all();
+    if (chosen.lost) chosen.lost(make_error_code(gigecam_errc::device_lost));
 }
 
 std::error_code device_control::check_range(uint64_t address, std::size_t size) const {
@@ -107,13 +188,15 @@ std::error_code device_control::check_range(uint64_t address, std::size_t size) 
 
 std::error_code device_control::read_memory(uint64_t address, std::span<std::byte> to, milliseconds timeout) {
     if (const auto error = check_range(address, to.size())) return error;
+    // What lies in a block may be no register.
+    const bool single = to.size() == 4;
     while (!to.empty()) {
         const auto lead = static_cast<std::size_t>(address % 4);
         const auto start = static_cast<uint32_t>(address - lead);
         const std::size_t count = std::min(to.size(), gvcp::max_memory_access - lead);
         const std::size_t whole = (lead + count + 3) / 4 * 4;
         if (lead == 0 && whole == count) {
-            if (count == 4) {
+            if (single) {
                 const auto value = channel->read_register(start, timeout);
                 if (!value) return value.error();
                 gige::store32(to.data(), *value);
@@ -133,7 +216,30 @@ std::error_code device_control::read_memory(uint64_t address, std::span<std::byt
 
 std::error_code device_control::write_memory(uint64_t address, std::span<const std::byte> from, milliseconds timeout) {
     if (const auto error = check_range(address, from.size())) return error;
+    return guarded(address, from.size(), [&] { return write_words(address, from, timeout); });
+}
+
+std::error_code device_control::guarded(uint64_t address, std::size_t size,
+                                        const std::function<std::error_code()>& write) {
+    const auto covers = [&](uint32_t at) { return address < at + 4 && at < address + size; };
+    const bool times = covers(reg::heartbeat_timeout);
+    std::unique_lock lock{session_registers, std::defer_lock};
+    if (times || covers(reg::privilege)) lock.lock();
+    const auto error = write();
+    if (!error && times) read_heartbeat_timeout();
+    if (privileged && error == make_error_code(gigecam_errc::access_denied)) {
+        {
+            const std::lock_guard guard{mutex};
+            doubtful = true;
+        }
+        changed.notify_all();
+    }
+    return error;
+}
+
+std::error_code device_control::write_words(uint64_t address, std::span<const std::byte> from, milliseconds timeout) {
     const bool blocks = (control_capability & bits::can_write_mem) != 0;
+    const bool single = !blocks || from.size() <= 4;
     while (!from.empty()) {
         const auto lead = static_cast<std::size_t>(address % 4);
         const auto start = static_cast<uint32_t>(address - lead);
@@ -149,8 +255,8 @@ std::error_code device_control::write_memory(uint64_t address, std::span<const s
             if (const auto error = channel->read_block(last, used.last(4), timeout)) return error;
         }
         std::copy_n(from.begin(), count, &words[lead]);
-        const auto error = whole == 4 ? channel->write_register(start, gige::load32(words.data()), timeout)
-                                      : channel->write_block(start, used, timeout);
+        const auto error = whole == 4 && single ? channel->write_register(start, gige::load32(words.data()), timeout)
+                                                : channel->write_block(start, used, timeout);
         if (error) return error;
         address += count;
         from = from.subspan(count);
@@ -165,7 +271,7 @@ std::expected<uint32_t, std::error_code> device_control::read_register(uint64_t 
 
 std::error_code device_control::write_register(uint64_t address, uint32_t value, milliseconds timeout) {
     if (const auto error = check_range(address, 4)) return error;
-    return channel->write_register(static_cast<uint32_t>(address), value, timeout);
+    return guarded(address, 4, [&] { return channel->write_register(static_cast<uint32_t>(address), value, timeout); });
 }
 
 std::error_code device_control::request_resend(uint32_t stream, uint64_t block_id, uint32_t first, uint32_t last,

@@ -5,6 +5,8 @@
 
 #include <condition_variable>
 #include <functional>
+#include <optional>
+#include <stop_token>
 #include <string>
 #include <thread>
 
@@ -20,13 +22,21 @@ public:
     struct options {
         gige::endpoint device{};
         uint32_t local_address = 0; // 0: by the routing table
+        // Of a session that ended without giving control back: a camera knows its controller by address and port, and
+        // takes the one for the other. 0, or one that is taken: any.
+        uint16_t port = 0;
         access_mode access = access_mode::control;
+        bool patient = false; // waits one heartbeat time-out, at most longest_patience, while another has control
         milliseconds heartbeat_timeout{0}; // 0 leaves the camera's own
         milliseconds attempt{250};
-        // Called once, on the heartbeat thread, when the camera is gone or has dropped the privilege. Must not
-        // destroy the object.
+        milliseconds pending{60'000}; // the longest that PENDING_ACK can make a request
+        // Requests and waits end with std::errc::operation_canceled, and closing waits for nothing.
+        std::stop_token stop{};
+        // Called once, on a thread of the service, when the camera is gone or control is lost. Must not destroy the
+        // object.
         std::function<void(std::error_code)> lost{};
     };
+    static constexpr milliseconds longest_patience{10'000};
 
     [[nodiscard]] static std::expected<std::unique_ptr<device_control>, std::error_code> open(options chosen);
     ~device_control(); // gives the privilege back; a camera that is gone costs at most half a second
@@ -55,12 +65,14 @@ public:
 
     // Requests that wait end, later ones are refused: for an object whose owner is gone and that is about to be
     // destroyed. Any thread.
-    void cancel() noexcept { channel->set_cancelled(true); }
+    void cancel() noexcept { channel->cancel(); }
 
     [[nodiscard]] uint32_t capability() const noexcept {
         return control_capability;
     } // register 0x0934, 0 if unreadable
     [[nodiscard]] bool is_lost() const noexcept { return lost_flag; }
+    // For one who knows better than the heartbeat: the interface is gone.
+    void give_up() { report_loss(); }
     [[nodiscard]] gige::endpoint device() const noexcept { return channel->device(); }
     [[nodiscard]] gige::endpoint local() const { return channel->local(); }
     [[nodiscard]] access_mode access() const noexcept { return chosen.access; }
@@ -68,20 +80,33 @@ public:
 private:
     device_control(options from, std::unique_ptr<control_channel> opened);
     [[nodiscard]] std::error_code take_privilege();
+    [[nodiscard]] std::error_code claim(uint32_t wanted);
     void run_heartbeat();
-    void report_loss(std::error_code why);
+    [[nodiscard]] bool beat(milliseconds interval); // false: lost
+    [[nodiscard]] bool still_ours(uint32_t privilege);
+    void report_loss();
+    [[nodiscard]] std::error_code write_words(uint64_t address, std::span<const std::byte> from, milliseconds timeout);
+    // Around every write: keeps ours out of the session's own registers, and learns from the outcome.
+    [[nodiscard]] std::error_code guarded(uint64_t address, std::size_t size,
+                                          const std::function<std::error_code()>& write);
+    void read_heartbeat_timeout();
     [[nodiscard]] std::error_code check_range(uint64_t address, std::size_t size) const;
 
     const options chosen;
     std::unique_ptr<control_channel> channel;
     uint32_t control_capability = 0;
     bool privileged = false; // we hold it
-    milliseconds heartbeat{3000};
     std::atomic<bool> lost_flag{};
-    std::mutex mutex;
+    std::mutex session_registers; // taken by writes to privilege and heartbeat time-out, the heartbeat's own among them
+    uint32_t last_privilege = 0;  // the heartbeat thread's
+
+    std::mutex mutex; // the members up to the thread
     std::condition_variable changed;
+    milliseconds heartbeat{3000};
+    bool doubtful = false; // a write was refused: is control still ours?
     bool quit = false;
     std::thread thread;
+    std::optional<std::stop_callback<std::function<void()>>> on_stop;
 };
 
 } // namespace gvcp_master

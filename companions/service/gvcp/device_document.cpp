@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <fstream>
-#include <iterator>
 
 namespace gvcp_master {
 
@@ -61,21 +59,14 @@ std::array<uint32_t, 3> version_of_file(std::string_view name) {
     return parse_version(stem.substr(start + 1), '_').value_or(std::array<uint32_t, 3>{});
 }
 
-std::expected<std::string, std::error_code> read_file(std::string path) {
-    std::ifstream file{path, std::ios::binary};
-    if (!file) return std::unexpected(std::make_error_code(std::errc::no_such_file_or_directory));
-    std::string content{std::istreambuf_iterator<char>{file}, {}};
-    if (content.size() > max_document) return std::unexpected(std::make_error_code(std::errc::file_too_large));
-    return content;
-}
-
 bool is_archive(std::string_view content) { return content.starts_with("PK\x03\x04"); }
 
 } // namespace
 
 bool document_url::zipped() const {
     constexpr std::string_view ending = ".zip";
-    return name.size() >= ending.size() && starts_with_any_case(std::string_view{name}.substr(name.size() - 4), ending);
+    const auto path = std::string_view{name}.substr(0, scheme == url_scheme::http ? name.find('?') : name.size());
+    return path.size() >= ending.size() && starts_with_any_case(path.substr(path.size() - ending.size()), ending);
 }
 
 document_url parse_document_url(std::string_view text) {
@@ -92,6 +83,7 @@ document_url parse_document_url(std::string_view text) {
     else
         return result;
     rest.remove_prefix(rest.find(':') + 1);
+    const std::string_view with_query = rest;
 
     std::array<uint32_t, 3> schema{};
     if (const auto query = rest.find('?'); query != std::string_view::npos) {
@@ -103,7 +95,7 @@ document_url parse_document_url(std::string_view text) {
     }
     if (scheme == url_scheme::http) {
         result.scheme = scheme;
-        result.name = "http:" + std::string{rest};
+        result.name = "http:" + std::string{with_query};
         result.schema_version = schema;
         result.file_version = version_of_file(rest);
         return result;
@@ -142,22 +134,42 @@ std::expected<std::vector<document_url>, std::error_code> read_url_list(device_c
     return list;
 }
 
-std::expected<std::string, std::error_code> fetch_document(device_control& camera, const document_url& from) {
+namespace {
+
+// A camera that answers each request just in time shall not hold the reader for hours.
+std::expected<std::string, std::error_code> read_document_memory(device_control& camera, const document_url& from) {
+    if (from.size > max_document) return std::unexpected(std::make_error_code(std::errc::file_too_large));
+    constexpr std::size_t step = 64 * gige::gvcp::max_memory_access;
+    const auto until = std::chrono::steady_clock::now() + document_time;
+    std::string content;
+    while (content.size() < from.size) {
+        const std::size_t at = content.size();
+        content.resize(at + std::min<std::size_t>(step, from.size - at));
+        const auto bytes = std::as_writable_bytes(std::span{content}.subspan(at));
+        if (const auto error = camera.read_memory(from.address + at, bytes)) return std::unexpected(error);
+        if (std::chrono::steady_clock::now() >= until) return std::unexpected(make_error_code(gigecam_errc::timeout));
+    }
+    return content;
+}
+
+} // namespace
+
+std::expected<std::string, std::error_code> fetch_document(device_control& camera, const document_url& from,
+                                                           const document_policy& policy) {
     if (!from.scheme) return std::unexpected(make_error_code(gigecam_errc::parsing_failed));
+    const auto forbidden = std::unexpected(std::make_error_code(std::errc::operation_not_permitted));
     std::expected<std::string, std::error_code> content;
     switch (*from.scheme) {
-    case url_scheme::local: {
-        if (from.size > max_document) return std::unexpected(std::make_error_code(std::errc::file_too_large));
-        content->resize(static_cast<std::size_t>(from.size));
-        const auto bytes = std::as_writable_bytes(std::span{*content});
-        if (const auto error = camera.read_memory(from.address, bytes)) return std::unexpected(error);
+    case url_scheme::local:
+        content = read_document_memory(camera, from);
         break;
-    }
     case url_scheme::file:
-        content = read_file(from.name);
+        if (policy.file_folder.empty()) return forbidden;
+        content = read_file_below(policy.file_folder, from.name);
         break;
     case url_scheme::http:
-        content = fetch_http(from.name, milliseconds{10'000});
+        if (!policy.http) return forbidden;
+        content = fetch_http(from.name, camera.device().address, milliseconds{10'000});
         break;
     }
     if (!content) return content;
@@ -167,13 +179,13 @@ std::expected<std::string, std::error_code> fetch_document(device_control& camer
     return content;
 }
 
-std::expected<std::string, std::error_code> fetch_document(device_control& camera) {
+std::expected<std::string, std::error_code> fetch_document(device_control& camera, const document_policy& policy) {
     const auto list = read_url_list(camera);
     if (!list) return std::unexpected(list.error());
     std::expected<std::string, std::error_code> first =
         std::unexpected(std::make_error_code(std::errc::no_such_file_or_directory));
     for (std::size_t i = 0; i < list->size(); ++i) {
-        auto document = fetch_document(camera, (*list)[i]);
+        auto document = fetch_document(camera, (*list)[i], policy);
         if (document) return document;
         if (i == 0) first = std::move(document);
     }

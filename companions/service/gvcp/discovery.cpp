@@ -1,17 +1,18 @@
 #include "discovery.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
+#include <utility>
 
 namespace gvcp_master {
 
 namespace gvcp = gige::gvcp;
-using clock = std::chrono::steady_clock;
 
 namespace {
 
-constexpr std::size_t by_address = static_cast<std::size_t>(-1);
-constexpr std::size_t max_probes = 31; // what one wait takes beside the waker
+constexpr std::size_t remembered_scans = 64;
 
 std::array<std::byte, gvcp::header_size> discovery_command(uint16_t id, bool broadcast) {
     std::array<std::byte, gvcp::header_size> command;
@@ -20,10 +21,21 @@ std::array<std::byte, gvcp::header_size> discovery_command(uint16_t id, bool bro
     return command;
 }
 
+bool holds(const gige::network_interface& network, uint32_t address) {
+    return std::ranges::any_of(network.subnets, [&](const gige::subnet& net) { return net.contains(address); });
+}
+
+bool is_loopback(uint32_t address) { return address >> 24 == 127; }
+
 } // namespace
 
 discovery::discovery(options options_given, notifications notified)
     : chosen{std::move(options_given)}, told{std::move(notified)} {
+    auto opened = gige::udp_socket::open({0, 0});
+    if (!opened) throw std::system_error(opened.error(), "the socket that looks for cameras");
+    socket = std::move(*opened);
+    if (const auto error = socket.allow_broadcast()) throw std::system_error(error, "broadcasts");
+    if (const auto error = socket.report_routes()) throw std::system_error(error, "interfaces of datagrams");
     thread = std::thread{[this] { run(); }};
 }
 
@@ -41,7 +53,7 @@ std::vector<discovery::found_interface> discovery::list() const {
     std::vector<found_interface> result;
     for (const auto& each : entries) {
         found_interface found{each.network, {}};
-        for (const auto& device : each.devices) found.devices.push_back(device.record);
+        for (const auto& device : each.devices) found.devices.push_back(device.device);
         result.push_back(std::move(found));
     }
     return result;
@@ -55,6 +67,25 @@ bool discovery::scan(std::chrono::milliseconds timeout) {
     return scanned.wait_for(lock, timeout, [&] { return scans_done >= wanted; });
 }
 
+void discovery::control_given_back(uint64_t mac) {
+    const std::lock_guard guard{mutex};
+    for (auto& each : entries)
+        for (auto& device : each.devices)
+            if (device.device.mac == mac) {
+                device.device.controlled = false;
+                device.asked = 0;
+            }
+}
+
+void discovery::say(const std::string& text) const {
+    if (told.log) told.log(text);
+}
+
+uint16_t discovery::next_id() noexcept {
+    if (++last_id == 0) last_id = 1;
+    return last_id;
+}
+
 void discovery::run() {
     for (;;) {
         {
@@ -64,158 +95,229 @@ void discovery::run() {
             ++scans_started;
         }
         const auto began = clock::now();
-        scan_once();
+        refresh_interfaces();
+        send_probes();
+        receive_until(began + chosen.window, false);
+        {
+            const std::lock_guard guard{mutex};
+            if (quit) return;
+        }
+        drop_silent_ones();
+        tell();
         {
             const std::lock_guard guard{mutex};
             scans_done = scans_started;
-            if (quit) return;
         }
         scanned.notify_all();
-        for (;;) {
-            {
-                const std::lock_guard guard{mutex};
-                if (quit || asked) break;
-            }
-            const std::array handles{wakeup.native()};
-            if (gige::wait_readable(handles, began + chosen.interval) == 0) break;
-            wakeup.drain();
-        }
+        receive_until(began + chosen.interval, true);
     }
 }
 
-std::vector<discovery::probe> discovery::send_probes(const std::vector<gige::network_interface>& interfaces) {
-    std::vector<probe> probes;
-    const auto ask = [&](gige::udp_socket& socket, uint32_t address, bool broadcast) {
-        if (++last_id == 0) last_id = 1;
-        // An interface that is just going down refuses; the next scan sees it gone.
-        (void)socket.send({address, gvcp::port}, discovery_command(last_id, broadcast));
-    };
-    for (std::size_t i = 0; i < interfaces.size(); ++i) {
-        for (const auto& net : interfaces[i].subnets) {
-            if (probes.size() >= max_probes) return probes;
-            auto opened = gige::udp_socket::open({net.address, 0});
-            if (!opened || opened->allow_broadcast()) continue;
-            ask(*opened, net.broadcast(), true);
-            if (interfaces[i].loopback) {
-                ask(*opened, net.address, false);
-            } else if (!opened->use_interface(interfaces[i].name)) {
-                // Reaches cameras of foreign subnets; only with the socket tied to the interface is it sure to leave
-                // by this one.
-                ask(*opened, 0xFFFFFFFF, true);
-            }
-            probes.push_back({std::move(*opened), i});
-        }
-    }
-    if (!chosen.addresses.empty() && probes.size() < max_probes) {
-        if (auto opened = gige::udp_socket::open({0, 0})) {
-            for (const uint32_t address : chosen.addresses) ask(*opened, address, false);
-            probes.push_back({std::move(*opened), by_address});
-        }
-    }
-    return probes;
-}
-
-// A camera asked directly belongs to the interface whose subnet holds it, else to the first one that is not loopback.
-void discovery::place(const device_record& device, std::size_t index, std::vector<entry>& fresh) const {
-    if (fresh.empty()) return;
-    if (index == by_address) {
-        const auto holds = [&](const entry& each) {
-            return std::ranges::any_of(each.network.subnets,
-                                       [&](const gige::subnet& net) { return net.contains(device.address); });
-        };
-        auto found = std::ranges::find_if(fresh, holds);
-        if (found == fresh.end())
-            found = std::ranges::find_if(fresh, [](const entry& each) { return !each.network.loopback; });
-        if (found == fresh.end()) found = fresh.begin();
-        index = static_cast<std::size_t>(found - fresh.begin());
-    }
-    entry& home = fresh[index];
-    // A broadcast also comes back to the host's own loopback cameras; they belong to loopback alone.
-    if (device.address >> 24 == 127 && !home.network.loopback) return;
-    heard added{device, 0};
-    const auto net = std::ranges::find_if(home.network.subnets,
-                                          [&](const gige::subnet& each) { return each.contains(device.address); });
-    added.record.reachable = net != home.network.subnets.end() ||
-                             std::ranges::find(chosen.addresses, device.address) != chosen.addresses.end();
-    if (net != home.network.subnets.end()) added.record.local_address = net->address;
-    const auto known =
-        std::ranges::find_if(home.devices, [&](const heard& each) { return each.record.mac == device.mac; });
-    if (known == home.devices.end()) home.devices.push_back(std::move(added));
-}
-
-void discovery::collect(std::vector<probe>& probes, std::vector<entry>& fresh) {
-    const auto until = clock::now() + chosen.window;
-    std::vector<int> handles{wakeup.native()};
-    for (const auto& each : probes) handles.push_back(each.socket.native());
-    std::array<std::byte, gvcp::max_datagram + 64> buffer;
-    while (const auto ready = gige::wait_readable(handles, until)) {
-        if (ready & 1) {
-            wakeup.drain();
-            const std::lock_guard guard{mutex};
-            if (quit) return;
-        }
-        for (std::size_t i = 0; i < probes.size(); ++i) {
-            if ((ready >> (i + 1) & 1) == 0) continue;
-            gige::endpoint from;
-            while (const auto size = probes[i].socket.receive(buffer, from)) {
-                const auto ack = gvcp::parse_ack(std::span{buffer}.first(*size));
-                if (!ack || ack->code != gvcp::command::discovery_ack || ack->result != gvcp::status::success) continue;
-                const auto device = parse_discovery(std::span{buffer}.subspan(gvcp::header_size, ack->length));
-                if (device) place(*device, probes[i].interface_index, fresh);
-            }
-        }
-        if (clock::now() >= until) return; // a flood of answers must not keep the scan alive
-    }
-}
-
-void discovery::scan_once() {
+void discovery::refresh_interfaces() {
     auto interfaces = gige::enumerate_interfaces();
     // What isn't asked as a whole is listed all the same when it may hold a camera that is asked directly.
     std::erase_if(interfaces, [&](const gige::network_interface& each) {
         const bool as_a_whole = each.loopback ? chosen.loopback : chosen.networks;
         return !as_a_whole && std::ranges::none_of(chosen.addresses, [&](uint32_t address) {
-            return (address >> 24 == 127) == each.loopback;
+            return is_loopback(address) == each.loopback;
         });
     });
+    const std::lock_guard guard{mutex};
+    if (std::ranges::equal(entries, interfaces, {}, &entry::network)) return;
+    interfaces_changed = true;
     std::vector<entry> fresh;
-    for (const auto& each : interfaces) fresh.push_back({each, {}});
-    std::vector<gige::network_interface> asked_ones = interfaces;
-    for (auto& each : asked_ones)
-        if (each.loopback ? !chosen.loopback : !chosen.networks) each.subnets.clear();
-    auto probes = send_probes(asked_ones);
-    collect(probes, fresh);
-    {
-        const std::lock_guard guard{mutex};
-        if (quit) return;
+    for (auto& each : interfaces) {
+        const auto before =
+            std::ranges::find_if(entries, [&](const entry& old) { return old.network.name == each.name; });
+        if (before == entries.end()) {
+            std::string nets;
+            for (const auto& net : each.subnets) nets += ' ' + gige::to_string(net.address);
+            say(fmt::format("Looks for cameras on {}:{}", each.name, nets));
+            fresh.push_back({std::move(each), {}});
+        } else {
+            fresh.push_back(std::move(*before));
+            fresh.back().network = std::move(each);
+            before->network.name.clear();
+        }
     }
-    merge(std::move(fresh));
+    for (const auto& each : entries) {
+        if (each.network.name.empty()) continue; // moved from
+        gone.push_back(each.network.name);
+        say(fmt::format("Interface {} is gone, {} cameras with it.", each.network.name, each.devices.size()));
+    }
+    entries = std::move(fresh);
 }
 
-void discovery::merge(std::vector<entry> fresh) {
-    bool interfaces_changed = false;
+void discovery::send_probes() {
+    const std::lock_guard guard{mutex};
+    const uint16_t id = next_id();
+    scan_ids.push_back(id);
+    if (scan_ids.size() > remembered_scans) scan_ids.pop_front();
+    // An interface that is just going down refuses; the next scan sees it gone.
+    const auto ask = [&](uint32_t address, bool broadcast, const gige::udp_socket::route& by) {
+        (void)socket.send({address, gvcp::port}, discovery_command(id, broadcast), by);
+    };
+    for (auto& each : entries) {
+        const auto& network = each.network;
+        for (auto& device : each.devices) {
+            ++device.misses;
+            ask_privilege(device);
+        }
+        if (network.loopback ? !chosen.loopback : !chosen.networks) continue;
+        for (const auto& net : network.subnets) {
+            const gige::udp_socket::route by{network.index, net.address};
+            ask(net.broadcast(), true, by);
+            if (network.loopback)
+                ask(net.address, false, by);
+            else
+                ask(0xFFFFFFFF, true, by); // reaches cameras of foreign subnets
+        }
+    }
+    for (const uint32_t address : chosen.addresses) ask(address, false, {});
+}
+
+// All cameras at once, beside the search. One that does not answer keeps what it said before. Under the mutex.
+void discovery::ask_privilege(heard& device) {
+    if (!device.device.reachable) return;
+    device.asked = next_id();
+    std::array<std::byte, gvcp::header_size + 4> command;
+    gvcp::store_command(command.data(), {gvcp::flag::acknowledge, gvcp::command::read_reg, 4, device.asked});
+    gige::store32(&command[gvcp::header_size], gvcp::reg::privilege);
+    (void)socket.send({device.device.address, gvcp::port}, command, {0, device.device.local_address});
+}
+
+void discovery::receive_until(clock::time_point until, bool end_when_asked) {
+    const std::array handles{wakeup.native(), socket.native()};
+    while (const auto ready = gige::wait_readable(handles, until)) {
+        if (ready & 1) wakeup.drain();
+        {
+            const std::lock_guard guard{mutex};
+            if (quit || (end_when_asked && asked)) return;
+        }
+        if (ready & 2) receive_all();
+        if (end_when_asked) tell();        // came late, is listed at once
+        if (clock::now() >= until) return; // a flood of answers must not keep the scan alive
+    }
+}
+
+void discovery::receive_all() {
+    constexpr int most_at_once = 256;
+    std::array<std::byte, gvcp::max_datagram + 64> buffer;
+    gige::endpoint from;
+    gige::udp_socket::route by;
+    const std::lock_guard guard{mutex};
+    for (int i = 0; i < most_at_once; ++i) {
+        const auto size = socket.receive(buffer, from, by);
+        if (!size) return;
+        const auto ack = gvcp::parse_ack(std::span{buffer}.first(*size));
+        if (!ack) continue;
+        const auto body = std::span{buffer}.subspan(gvcp::header_size, ack->length);
+        if (ack->code == gvcp::command::discovery_ack && ack->result == gvcp::status::success) {
+            if (std::ranges::find(scan_ids, ack->request_id) == scan_ids.end()) continue; // nobody asked
+            if (const auto device = parse_discovery(body)) take_discovery(*device, by.interface_index, ack->request_id);
+        } else if (ack->code == gvcp::command::read_reg_ack) {
+            take_privilege(from, ack->request_id, *ack, body);
+        }
+    }
+}
+
+// The interface the answer came in by. What this host's own cameras say comes over loopback, whatever their address:
+// they belong to the interface whose subnet holds it, as do those that are asked directly and routed.
+discovery::entry* discovery::home_of(const device_record& device, unsigned interface_index) {
+    const auto by_index = [&](const entry& each) { return each.network.index == interface_index; };
+    const auto found = std::ranges::find_if(entries, by_index);
+    if (is_loopback(device.address)) {
+        // A broadcast also comes back to the host's own loopback cameras; they belong to loopback alone.
+        return found != entries.end() && found->network.loopback ? &*found : nullptr;
+    }
+    if (found != entries.end() && !found->network.loopback) return &*found;
+    const auto near = std::ranges::find_if(
+        entries, [&](const entry& each) { return !each.network.loopback && holds(each.network, device.address); });
+    return near != entries.end() ? &*near : nullptr;
+}
+
+void discovery::take_discovery(const device_record& device, unsigned interface_index, uint16_t id) {
+    entry* home = home_of(device, interface_index);
+    if (home == nullptr) return;
+    found_device now{device};
+    const auto& subnets = home->network.subnets;
+    const auto net = std::ranges::find_if(subnets, [&](const auto& each) { return each.contains(device.address); });
+    now.reachable =
+        net != subnets.end() || std::ranges::find(chosen.addresses, device.address) != chosen.addresses.end();
+    if (net != subnets.end()) now.local_address = net->address;
+
+    auto known = std::ranges::find_if(home->devices, [&](const heard& each) { return each.device.mac == device.mac; });
+    if (known == home->devices.end()) {
+        if (home->devices.size() >= most_devices) {
+            if (!std::exchange(home->full, true))
+                say(fmt::format("More than {} cameras answer on {}; no more are listed.", most_devices,
+                                home->network.name));
+            return;
+        }
+        const auto place =
+            std::ranges::lower_bound(home->devices, device.mac, {}, [](const heard& each) { return each.device.mac; });
+        known = home->devices.insert(place, {now, 0, id, 0});
+        home->changed = true;
+        say(fmt::format("Found {} on {}{}: \"{}\" \"{}\", serial \"{}\"", gige::to_string(device.address),
+                        home->network.name, now.reachable ? "" : " (unreachable: of another subnet)",
+                        gige::printable(device.vendor), gige::printable(device.model), gige::printable(device.serial)));
+        ask_privilege(*known);
+        return;
+    }
+    known->misses = 0;
+    if (std::exchange(known->answered, id) == id) return;
+    now.controlled = known->device.controlled;
+    if (known->device == now) return;
+    if (known->device.address != now.address)
+        say(fmt::format("{} on {} has become {}", gige::to_string(known->device.address), home->network.name,
+                        gige::to_string(now.address)));
+    known->device = now;
+    home->changed = true;
+}
+
+// A camera under exclusive access refuses even the question.
+void discovery::take_privilege(const gige::endpoint& from, uint16_t id, const gvcp::ack_header& ack,
+                               std::span<const std::byte> body) {
+    for (auto& each : entries)
+        for (auto& device : each.devices) {
+            if (device.asked != id || id == 0 || device.device.address != from.address) continue;
+            device.asked = 0;
+            if (ack.result == gvcp::status::access_denied)
+                device.device.controlled = true;
+            else if (ack.result == gvcp::status::success && body.size() >= 4)
+                device.device.controlled =
+                    (gige::load32(body.data()) & (gvcp::bits::exclusive | gvcp::bits::control)) != 0;
+        }
+}
+
+void discovery::drop_silent_ones() {
+    const std::lock_guard guard{mutex};
+    for (auto& each : entries) {
+        const auto dropped = std::erase_if(each.devices, [&](const heard& device) {
+            if (device.misses < chosen.misses) return false;
+            say(fmt::format("{} on {} does not answer any more.", gige::to_string(device.device.address),
+                            each.network.name));
+            return true;
+        });
+        if (dropped > 0) each.changed = true;
+    }
+}
+
+void discovery::tell() {
     std::vector<std::string> changed;
+    std::vector<std::string> vanished;
+    bool interfaces = false;
     {
         const std::lock_guard guard{mutex};
-        interfaces_changed = !std::ranges::equal(entries, fresh, {}, &entry::network, &entry::network);
-        for (auto& now : fresh) {
-            const auto before = std::ranges::find(
-                entries, now.network.name, [](const entry& each) -> const auto& { return each.network.name; });
-            std::vector<device_record> old_records;
-            if (before != entries.end()) {
-                for (const auto& device : before->devices) {
-                    old_records.push_back(device.record);
-                    const bool answered = std::ranges::any_of(
-                        now.devices, [&](const heard& each) { return each.record.mac == device.record.mac; });
-                    if (!answered && device.misses + 1 < chosen.misses)
-                        now.devices.push_back({device.record, device.misses + 1});
-                }
-            }
-            std::ranges::sort(now.devices, {}, [](const heard& each) { return each.record.mac; });
-            if (!std::ranges::equal(now.devices, old_records, {}, &heard::record)) changed.push_back(now.network.name);
-        }
-        entries = std::move(fresh);
+        for (auto& each : entries)
+            if (std::exchange(each.changed, false)) changed.push_back(each.network.name);
+        vanished.swap(gone);
+        interfaces = std::exchange(interfaces_changed, false);
     }
-    if (interfaces_changed && told.interfaces_changed) told.interfaces_changed();
+    if (told.interface_gone)
+        for (const auto& name : vanished) told.interface_gone(name);
+    if (interfaces && told.interfaces_changed) told.interfaces_changed();
+    changed.insert(changed.end(), vanished.begin(), vanished.end());
     if (told.devices_changed)
         for (const auto& name : changed) told.devices_changed(name);
 }

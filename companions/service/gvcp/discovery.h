@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <deque>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -23,20 +24,29 @@ public:
         bool loopback = false;                    // look on the loopback interface
         std::vector<uint32_t> addresses{};        // cameras asked directly, wherever they are routed to
         std::chrono::milliseconds interval{1000}; // between scans
-        std::chrono::milliseconds window{300};    // in which answers count for a scan
+        std::chrono::milliseconds window{300};    // after which a scan is over; what answers later is taken, too
         unsigned misses = 3;                      // scans without an answer until a camera is off the list
+    };
+    // A camera, and whether anybody had control of it when it was asked last.
+    struct found_device : device_record {
+        bool controlled = false;
+        friend bool operator==(const found_device&, const found_device&) = default;
     };
     struct found_interface {
         gige::network_interface network;
-        std::vector<device_record> devices; // by MAC
+        std::vector<found_device> devices; // by MAC
         friend bool operator==(const found_interface&, const found_interface&) = default;
     };
+    // Called on the scanning thread, after the list has changed; must not destroy the object.
     struct notifications {
-        std::function<void()> interfaces_changed;
-        std::function<void(const std::string& interface_name)> devices_changed;
+        std::function<void()> interfaces_changed{};
+        std::function<void(const std::string& interface_name)> devices_changed{};
+        std::function<void(const std::string& interface_name)> interface_gone{};
+        std::function<void(const std::string& text)> log{}; // with a lock held: must not call back
     };
+    static constexpr std::size_t most_devices = 512; // of one interface; anybody on the network can invent more
 
-    // The notifications are called on the scanning thread, after the list has changed, and must not destroy the object.
+    // Throws std::system_error when the system gives no socket.
     discovery(options chosen, notifications told);
     ~discovery();
     discovery(const discovery&) = delete;
@@ -45,36 +55,51 @@ public:
     [[nodiscard]] std::vector<found_interface> list() const;
     // Waits for a scan that begins after the call; false when it did not end within `timeout`.
     [[nodiscard]] bool scan(std::chrono::milliseconds timeout);
+    // Control was given back here: what the last scan saw of it is old.
+    void control_given_back(uint64_t mac);
 
 private:
+    using clock = std::chrono::steady_clock;
     struct heard {
-        device_record record;
-        unsigned misses{};
+        found_device device;
+        unsigned misses = 0;
+        uint16_t answered = 0; // the scan's id; the first answer to a scan counts
+        uint16_t asked = 0;    // id of the question for the privilege, 0 when it is answered
     };
     struct entry {
         gige::network_interface network;
         std::vector<heard> devices;
-    };
-    struct probe {
-        gige::udp_socket socket;
-        std::size_t interface_index{}; // npos: by the answer's address
+        bool changed = false; // since it was told last
+        bool full = false;    // said once
     };
 
     void run();
-    void scan_once();
-    [[nodiscard]] std::vector<probe> send_probes(const std::vector<gige::network_interface>& interfaces);
-    void collect(std::vector<probe>& probes, std::vector<entry>& fresh);
-    void merge(std::vector<entry> fresh);
-    void place(const device_record& device, std::size_t index, std::vector<entry>& fresh) const;
+    void refresh_interfaces();
+    void send_probes();
+    void ask_privilege(heard& device);
+    void receive_until(clock::time_point until, bool end_when_asked);
+    void receive_all();
+    void take_discovery(const device_record& device, unsigned interface_index, uint16_t id);
+    void take_privilege(const gige::endpoint& from, uint16_t id, const gige::gvcp::ack_header& ack,
+                        std::span<const std::byte> body);
+    [[nodiscard]] entry* home_of(const device_record& device, unsigned interface_index);
+    void drop_silent_ones();
+    void tell();
+    void say(const std::string& text) const;
+    [[nodiscard]] uint16_t next_id() noexcept;
 
     const options chosen;
     const notifications told;
-    uint16_t last_id = 0;
+    gige::udp_socket socket; // one for all interfaces, kept from scan to scan: cameras answer as late as they like
     gige::waker wakeup;
+    uint16_t last_id = 0;
+    std::deque<uint16_t> scan_ids; // of the latest scans
 
     mutable std::mutex mutex;
     std::condition_variable scanned;
-    std::vector<entry> entries;
+    std::vector<entry> entries; // changed by the scanning thread alone, but for `controlled` and `asked`
+    std::vector<std::string> gone;
+    bool interfaces_changed = false;
     uint64_t scans_started = 0;
     uint64_t scans_done = 0;
     bool asked = false;

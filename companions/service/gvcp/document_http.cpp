@@ -1,49 +1,162 @@
 #include "device_document.h"
 
+#include <gds_shared/gigecam_error.h>
+
+#include <asio/io_context.hpp>
 #include <asio/ip/tcp.hpp>
+#include <asio/read.hpp>
+#include <asio/read_until.hpp>
+#include <asio/streambuf.hpp>
+#include <asio/write.hpp>
+
+#include <algorithm>
+#include <charconv>
+#include <optional>
 
 namespace gvcp_master {
 
-std::expected<std::string, std::error_code> fetch_http(std::string_view url, milliseconds timeout) {
-    const auto invalid = [] { return std::unexpected(std::make_error_code(std::errc::invalid_argument)); };
-    const auto colon = url.find(':');
-    if (colon == std::string_view::npos) return invalid();
-    std::string_view rest = url.substr(colon + 1);
-    while (rest.starts_with('/')) rest.remove_prefix(1);
-    const auto slash = std::min(rest.find('/'), rest.size());
-    std::string host{rest.substr(0, slash)};
-    const std::string path = slash < rest.size() ? std::string{rest.substr(slash)} : "/";
-    std::string port = "80";
-    if (const auto at = host.rfind(':'); at != std::string::npos) {
-        port = host.substr(at + 1);
-        host.resize(at);
-    }
-    if (host.empty() || url.find_first_of("\r\n ") != std::string_view::npos) return invalid();
+namespace {
 
-    asio::ip::tcp::iostream stream;
-    stream.expires_after(timeout);
-    stream.connect(host, port);
-    if (!stream) return std::unexpected(stream.error());
-    stream << "GET " << path << " HTTP/1.0\r\nHost: " << host << "\r\nConnection: close\r\n\r\n" << std::flush;
-    std::string protocol;
-    unsigned code = 0;
-    std::string line;
-    if (!(stream >> protocol >> code) || !std::getline(stream, line)) {
-        return std::unexpected(stream.error() ? stream.error() : std::make_error_code(std::errc::bad_message));
+constexpr std::size_t max_headers = 16U << 10;
+
+struct address_parts {
+    std::string host;
+    uint16_t port = 80;
+    std::string path; // with the query
+};
+
+std::optional<address_parts> split(std::string_view url) {
+    const auto scheme_end = url.find(':');
+    if (scheme_end == std::string_view::npos || url.find_first_of("\r\n \t") != std::string_view::npos) return {};
+    std::string_view rest = url.substr(scheme_end + 1);
+    while (rest.starts_with('/')) rest.remove_prefix(1);
+    const auto end = std::min(rest.find_first_of("/?"), rest.size());
+    address_parts parts{std::string{rest.substr(0, end)}, 80, std::string{rest.substr(end)}};
+    if (!parts.path.starts_with('/')) parts.path.insert(0, "/");
+    if (const auto colon = parts.host.find(':'); colon != std::string::npos) {
+        const char* const last = parts.host.data() + parts.host.size();
+        const auto [at, error] = std::from_chars(parts.host.data() + colon + 1, last, parts.port);
+        if (error != std::errc{} || at != last || parts.port == 0) return {};
+        parts.host.resize(colon);
     }
-    if (!protocol.starts_with("HTTP/") || code != 200)
-        return std::unexpected(
-            std::make_error_code(code == 404 ? std::errc::no_such_file_or_directory : std::errc::protocol_error));
-    while (std::getline(stream, line) && line != "\r" && !line.empty()) {
+    return parts;
+}
+
+// Every step of the exchange ends by one deadline.
+class exchange {
+public:
+    explicit exchange(milliseconds timeout) : deadline{std::chrono::steady_clock::now() + timeout} {}
+
+    template <class Start>
+    [[nodiscard]] std::error_code step(Start start) {
+        std::error_code result = make_error_code(gds_shared::gigecam_errc::timeout);
+        start([&](std::error_code error, auto...) {
+            // Clients know the system's own category only.
+            if (error.category() == asio::error::get_system_category())
+                error.assign(error.value(), std::system_category());
+            result = error;
+        });
+        context.restart();
+        context.run_until(deadline);
+        if (!context.stopped()) { // the handler is still to come
+            std::error_code ignored;
+            socket.close(ignored);
+            context.run();
+            return make_error_code(gds_shared::gigecam_errc::timeout);
+        }
+        return result;
     }
-    std::string content;
-    char buffer[16384];
-    while (stream.read(buffer, sizeof buffer) || stream.gcount() > 0) {
-        content.append(buffer, static_cast<std::size_t>(stream.gcount()));
-        if (content.size() > max_document) return std::unexpected(std::make_error_code(std::errc::file_too_large));
+
+    asio::io_context context;
+    asio::ip::tcp::socket socket{context};
+
+private:
+    const std::chrono::steady_clock::time_point deadline;
+};
+
+struct header_lines {
+    unsigned status = 0;
+    std::optional<std::size_t> length;
+    bool encoded = false;
+};
+
+bool is(std::string_view name, std::string_view wanted) {
+    return std::ranges::equal(name, wanted, [](char a, char b) { return (a >= 'A' && a <= 'Z' ? a + 32 : a) == b; });
+}
+
+std::optional<header_lines> parse_headers(std::string_view text) {
+    header_lines result;
+    auto line = text.substr(0, text.find("\r\n"));
+    const auto space = line.find(' ');
+    if (!line.starts_with("HTTP/") || space == std::string_view::npos) return {};
+    const char* const last = line.data() + line.size();
+    if (std::from_chars(line.data() + space + 1, last, result.status).ec != std::errc{}) return {};
+    for (text.remove_prefix(line.size()); text.starts_with("\r\n"); text.remove_prefix(line.size())) {
+        text.remove_prefix(2);
+        line = text.substr(0, text.find("\r\n"));
+        const auto colon = std::min(line.find(':'), line.size());
+        const auto name = line.substr(0, colon);
+        auto value = line.substr(std::min(colon + 1, line.size()));
+        while (value.starts_with(' ')) value.remove_prefix(1);
+        if (is(name, "transfer-encoding") || is(name, "content-encoding")) result.encoded = !is(value, "identity");
+        if (!is(name, "content-length")) continue;
+        std::size_t length = 0;
+        if (std::from_chars(value.data(), value.data() + value.size(), length).ec != std::errc{}) return {};
+        result.length = length;
     }
-    if (stream.error() && stream.error() != asio::error::eof) return std::unexpected(stream.error());
-    return content;
+    return result;
+}
+
+} // namespace
+
+std::expected<std::string, std::error_code> fetch_http(std::string_view url, uint32_t only_host, milliseconds timeout) {
+    const auto failed = [](std::errc why) { return std::unexpected(std::make_error_code(why)); };
+    const auto parts = split(url);
+    if (!parts) return failed(std::errc::invalid_argument);
+    if (parts->host != gige::to_string(only_host)) return failed(std::errc::operation_not_permitted);
+
+    exchange with{timeout};
+    const asio::ip::tcp::endpoint peer{asio::ip::address_v4{only_host}, parts->port};
+    if (const auto error = with.step([&](auto done) { with.socket.async_connect(peer, done); }))
+        return std::unexpected(error);
+    const std::string request =
+        "GET " + parts->path + " HTTP/1.0\r\nHost: " + parts->host + "\r\nConnection: close\r\n\r\n";
+    if (const auto error = with.step([&](auto done) { asio::async_write(with.socket, asio::buffer(request), done); }))
+        return std::unexpected(error);
+
+    asio::streambuf headers{max_headers};
+    if (const auto error =
+            with.step([&](auto done) { asio::async_read_until(with.socket, headers, "\r\n\r\n", done); }))
+        return error == asio::error::not_found || error == asio::error::eof
+                   ? std::expected<std::string, std::error_code>{failed(std::errc::bad_message)}
+                   : std::unexpected(error);
+    const std::string_view received{static_cast<const char*>(headers.data().data()), headers.size()};
+    const auto end = received.find("\r\n\r\n");
+    const auto parsed = parse_headers(received.substr(0, end));
+    if (!parsed) return failed(std::errc::bad_message);
+    if (parsed->status == 404) return failed(std::errc::no_such_file_or_directory);
+    if (parsed->status != 200 || parsed->encoded) return failed(std::errc::protocol_error);
+    if (parsed->length.value_or(0) > max_document) return failed(std::errc::file_too_large);
+
+    std::string content{received.substr(end + 4)};
+    std::array<char, 16384> piece;
+    while (content.size() <= parsed->length.value_or(max_document)) {
+        if (parsed->length && content.size() == *parsed->length) return content;
+        std::size_t count = 0;
+        const auto error = with.step([&](auto done) {
+            with.socket.async_read_some(asio::buffer(piece), [&count, done](std::error_code failure, std::size_t got) {
+                count = got;
+                done(failure);
+            });
+        });
+        content.append(piece.data(), count);
+        if (error == asio::error::eof) {
+            if (parsed->length && content.size() != *parsed->length) return failed(std::errc::bad_message);
+            return content;
+        }
+        if (error) return std::unexpected(error);
+    }
+    return parsed->length ? failed(std::errc::bad_message) : failed(std::errc::file_too_large);
 }
 
 } // namespace gvcp_master

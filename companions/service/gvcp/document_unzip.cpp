@@ -3,6 +3,7 @@
 #include <unzip.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 namespace gvcp_master {
@@ -61,10 +62,17 @@ std::expected<std::string, std::error_code> unzip_first_file(std::string archive
         return damaged();
     if (info.uncompressed_size > max_document) return std::unexpected(std::make_error_code(std::errc::file_too_large));
     if (::unzOpenCurrentFile(opened.get()) != UNZ_OK) return damaged();
-    std::string content(static_cast<std::size_t>(info.uncompressed_size), '\0');
-    const int count = ::unzReadCurrentFile(opened.get(), content.data(), static_cast<unsigned>(content.size()));
+    // As it comes: the size is what the archive claims.
+    std::string content;
+    std::array<char, 16384> piece;
+    int count = 0;
+    while ((count = ::unzReadCurrentFile(opened.get(), piece.data(), piece.size())) > 0) {
+        content.append(piece.data(), static_cast<std::size_t>(count));
+        if (content.size() > info.uncompressed_size) return damaged();
+    }
     // Closing checks the sum.
-    if (::unzCloseCurrentFile(opened.get()) != UNZ_OK || count != static_cast<int>(content.size())) return damaged();
+    if (::unzCloseCurrentFile(opened.get()) != UNZ_OK || count < 0 || content.size() != info.uncompressed_size)
+        return damaged();
     return content;
 }
 

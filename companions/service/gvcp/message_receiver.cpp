@@ -3,6 +3,8 @@
 #include <gds_shared/gigecam_error.h>
 
 #include <algorithm>
+#include <array>
+#include <utility>
 
 namespace gvcp_master {
 
@@ -13,8 +15,20 @@ using gds_shared::gigecam_errc;
 namespace {
 
 constexpr std::size_t remembered_ids = 32;
+constexpr std::size_t longest_event = 568; // behind the header: what consumers have room for
+constexpr uint32_t wanted_timeout_ms = 200;
+constexpr uint32_t wanted_retries = 3;
 
 } // namespace
+
+std::optional<gvcp::command_header> parse_event(std::span<const std::byte> datagram) {
+    const auto header = gvcp::parse_command(datagram);
+    if (!header || header->length > longest_event) return {};
+    if (header->code != gvcp::command::event && header->code != gvcp::command::event_data) return {};
+    const std::size_t record = (header->flags & gvcp::flag::extended_ids) != 0 ? 24 : 16;
+    if (header->length < record) return {};
+    return header;
+}
 
 message_receiver::message_receiver(device_control& from, gige::udp_socket opened, event_function on_event)
     : camera{from}, socket{std::move(opened)}, deliver{std::move(on_event)} {}
@@ -29,6 +43,13 @@ message_receiver::open(device_control& camera, uint32_t local_address, event_fun
     const uint16_t port = opened->local().port;
     std::unique_ptr<message_receiver> receiver{new message_receiver{camera, std::move(*opened), std::move(on_event)}};
     receiver->thread = std::thread{[self = receiver.get()] { self->run(); }};
+    // Cameras that start with 0 send an event once and want no answer. What somebody has chosen stays.
+    for (const auto& [address, value] :
+         {std::pair{reg::message_timeout, wanted_timeout_ms}, std::pair{reg::message_retries, wanted_retries}}) {
+        const auto now = camera.read_register(address);
+        if (now && *now == 0)
+            (void)camera.write_register(address, value); // the events of a camera that refuses come once
+    }
     if (const auto error = camera.write_register(reg::message_address, local_address)) return std::unexpected(error);
     if (const auto error = camera.write_register(reg::message_port, port)) return std::unexpected(error);
     return receiver;
@@ -56,8 +77,8 @@ void message_receiver::receive_all() {
     while (const auto size = socket.receive(buffer, from)) {
         if (from.address != camera.device().address) continue;
         const auto datagram = std::span{buffer}.first(*size);
-        const auto header = gvcp::parse_command(datagram);
-        if (!header || (header->code != gvcp::command::event && header->code != gvcp::command::event_data)) continue;
+        const auto header = parse_event(datagram);
+        if (!header) continue;
         if ((header->flags & gvcp::flag::acknowledge) != 0) {
             std::array<std::byte, gvcp::header_size> ack;
             const auto code = static_cast<gvcp::command>(static_cast<uint16_t>(header->code) + 1);

@@ -7,6 +7,9 @@
 
 namespace gvcp_master {
 
+// The header of an EVENT or EVENTDATA datagram with at least one record.
+[[nodiscard]] std::optional<gige::gvcp::command_header> parse_event(std::span<const std::byte> datagram);
+
 class message_receiver {
 public:
     // A whole EVENT or EVENTDATA datagram, header included, each once. Called on the receiver's thread.

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace service {
 
@@ -46,34 +47,51 @@ struct device_object::settings_memory {
     ipc_rpc::platform::shared_mapping mapping;
 };
 
-device_object::device_object(std::shared_ptr<service_core> shared, const gvcp_master::device_record& found)
-    : core(std::move(shared)), record(found) {}
+device_object::device_object(std::shared_ptr<service_core> shared, std::shared_ptr<client_session> client,
+                             const gvcp_master::device_record& found)
+    : core(std::move(shared)), session(std::move(client)), record(found) {}
 
 std::expected<std::shared_ptr<device_object>, std::error_code>
 device_object::open(std::shared_ptr<service_core> core, std::shared_ptr<client_session> session,
-                    const gvcp_master::device_record& record, ipc_rpc::open_access access) {
-    const std::shared_ptr<device_object> device{new device_object{std::move(core), record}};
-    if (const std::error_code error = device->init(std::move(session), access)) return std::unexpected(error);
+                    const gvcp_master::device_record& record, const std::string& interface_name,
+                    ipc_rpc::open_access access) {
+    const std::shared_ptr<device_object> device{new device_object{core, std::move(session), record}};
+    if (const std::error_code error = device->init(access)) return std::unexpected(error);
+    core->watch_end_of(interface_name, device);
     return device;
 }
 
-std::error_code device_object::init(std::shared_ptr<client_session> client, ipc_rpc::open_access access) {
-    session = std::move(client);
+std::error_code device_object::init(ipc_rpc::open_access access) {
     seat = session->take_device_seat();
     lost_number = session->allocate();
     event_number = session->allocate();
     if (!seat || !lost_number || !event_number) return make_error_code(ipc_rpc::status::resource_exhausted);
 
+    const bool reads_only = access == ipc_rpc::open_access::read_only;
     gvcp_master::device_control::options chosen;
     chosen.device = {record.address, gige::gvcp::port};
     chosen.local_address = record.local_address;
     chosen.access = static_cast<gvcp_master::access_mode>(access);
     chosen.heartbeat_timeout = core->settings().heartbeat_timeout;
-    chosen.lost = [number = lost_number](std::error_code) { number->raise(); };
+    chosen.stop = core->stop_token();
+    if (!reads_only && core->holder_of(record.mac, session.get()) == service_core::holder::nobody) {
+        chosen.port = core->ports().port_of(record.mac);
+        chosen.patient = true; // whoever has it is not of this service, perhaps of one that was killed
+    }
+    chosen.lost = [this](std::error_code) {
+        logger().warn("{} is lost.", gige::to_string(record.address));
+        let_go();
+        lost_number->raise();
+    };
     auto opened = gvcp_master::device_control::open(std::move(chosen));
     if (!opened) return opened.error();
     camera = std::move(*opened);
-    if (access != ipc_rpc::open_access::read_only) core->add_holder(record.mac);
+    if (!reads_only) {
+        core->add_holder(record.mac, session.get());
+        holds = true;
+        if (camera->is_lost()) let_go(); // before we held it
+        core->ports().note(record.mac, camera->local().port);
+    }
 
     const std::string name = ipc_rpc::platform::object_name("settings-" + ipc_rpc::platform::unique_text());
     try {
@@ -88,24 +106,40 @@ std::error_code device_object::init(std::shared_ptr<client_session> client, ipc_
 
 void device_object::open_events(ipc_rpc::open_access access) {
     if (access == ipc_rpc::open_access::read_only) return;
-    auto opened = gvcp_master::message_receiver::open(*camera, camera->local().address,
-                                                      [this](std::span<const std::byte> packet) {
-                                                          {
-                                                              const std::lock_guard guard{mutex};
-                                                              if (events.size() == ipc_rpc::limits::most_events)
-                                                                  events.pop_front();
-                                                              ipc_rpc::event_message message;
-                                                              message.payload.assign(packet.begin(), packet.end());
-                                                              events.push_back(std::move(message));
-                                                          }
-                                                          event_number->raise();
-                                                      });
+    auto opened = gvcp_master::message_receiver::open(
+        *camera, camera->local().address, [this](std::span<const std::byte> packet) { take_event(packet); });
     if (opened) receiver = std::move(*opened); // a camera without a message channel has no events
+}
+
+void device_object::take_event(std::span<const std::byte> packet) {
+    bool first_loss = false;
+    {
+        const std::lock_guard guard{mutex};
+        if (events.size() == ipc_rpc::limits::most_events) {
+            events.pop_front();
+            first_loss = events_dropped++ == 0;
+        }
+        ipc_rpc::event_message message;
+        message.payload.assign(packet.begin(), packet.end());
+        events.push_back(std::move(message));
+    }
+    if (first_loss)
+        logger().warn("Events of {} are dropped: {} wait for a client that does not fetch them.",
+                      gige::to_string(record.address), ipc_rpc::limits::most_events);
+    event_number->raise();
+}
+
+void device_object::let_go() {
+    if (holds.exchange(false)) core->remove_holder(record.mac, session.get());
 }
 
 device_object::~device_object() {
     receiver.reset();
-    if (camera && camera->access() != gvcp_master::access_mode::read_only) core->remove_holder(record.mac);
+    if (!camera) return;
+    const bool gave_back = holds && !camera->is_lost();
+    camera.reset(); // gives control back, before anybody is told so
+    if (gave_back) core->ports().forget(record.mac);
+    let_go();
 }
 
 ipc_rpc::device_service_info device_object::service_info() const {
@@ -152,10 +186,10 @@ std::expected<std::vector<ipc_rpc::url_info>, std::error_code> device_object::ur
             continue;
         }
         if (!list.empty()) continue; // one document that can be read is enough
-        auto text = gvcp_master::fetch_document(*camera, url);
+        auto text = gvcp_master::fetch_document(*camera, url, core->settings().documents);
         if (!text) {
-            logger().warn("Document '{}' of {} cannot be had: {}", url.url, gige::to_string(record.address),
-                          text.error().message());
+            logger().warn("Document '{}' of {} cannot be had: {}", gige::printable(url.url),
+                          gige::to_string(record.address), text.error().message());
             continue;
         }
         std::string stem = url.name.substr(url.name.find_last_of("/\\") + 1);
@@ -176,17 +210,24 @@ std::expected<std::vector<ipc_rpc::url_info>, std::error_code> device_object::ur
 }
 
 std::expected<ipc_rpc::byte_vector, std::error_code> device_object::original_document() {
-    const auto text = gvcp_master::fetch_document(*camera);
+    const auto text = gvcp_master::fetch_document(*camera, core->settings().documents);
     if (!text) return std::unexpected(text.error());
     const auto bytes = std::as_bytes(std::span{*text});
     return ipc_rpc::byte_vector{bytes.begin(), bytes.end()};
 }
 
 std::vector<ipc_rpc::event_message> device_object::take_events() {
-    const std::lock_guard guard{mutex};
-    std::vector<ipc_rpc::event_message> taken{std::make_move_iterator(events.begin()),
-                                              std::make_move_iterator(events.end())};
-    events.clear();
+    std::vector<ipc_rpc::event_message> taken;
+    uint64_t dropped = 0;
+    {
+        const std::lock_guard guard{mutex};
+        taken.assign(std::make_move_iterator(events.begin()), std::make_move_iterator(events.end()));
+        events.clear();
+        dropped = std::exchange(events_dropped, 0);
+    }
+    if (dropped != 0)
+        logger().warn("{} events of {} were dropped before the client fetched the rest.", dropped,
+                      gige::to_string(record.address));
     return taken;
 }
 

@@ -8,6 +8,7 @@
 
 #include <ipc_rpc/catalogue.h>
 
+#include <atomic>
 #include <deque>
 #include <expected>
 #include <optional>
@@ -17,11 +18,11 @@ namespace service {
 
 class stream_lease;
 
-class device_object final : public std::enable_shared_from_this<device_object> {
+class device_object final : public interface_user, public std::enable_shared_from_this<device_object> {
 public:
     [[nodiscard]] static std::expected<std::shared_ptr<device_object>, std::error_code>
     open(std::shared_ptr<service_core> core, std::shared_ptr<client_session> session,
-         const gvcp_master::device_record& record, ipc_rpc::open_access access);
+         const gvcp_master::device_record& record, const std::string& interface_name, ipc_rpc::open_access access);
     ~device_object();
 
     [[nodiscard]] ipc_rpc::device_service_info service_info() const;
@@ -37,17 +38,22 @@ public:
     [[nodiscard]] gvcp_master::device_control& control() noexcept { return *camera; }
     // The client has gone: whatever still waits for the camera ends. Does not wait.
     void abandon() noexcept { camera->cancel(); }
+    void interface_gone() override { camera->give_up(); }
 
 private:
     struct settings_memory;
 
-    device_object(std::shared_ptr<service_core> shared, const gvcp_master::device_record& found);
-    [[nodiscard]] std::error_code init(std::shared_ptr<client_session> client, ipc_rpc::open_access access);
+    device_object(std::shared_ptr<service_core> shared, std::shared_ptr<client_session> client,
+                  const gvcp_master::device_record& found);
+    [[nodiscard]] std::error_code init(ipc_rpc::open_access access);
     void open_events(ipc_rpc::open_access access);
+    void take_event(std::span<const std::byte> packet);
+    void let_go(); // others may have the camera
 
     std::shared_ptr<service_core> core;
-    const gvcp_master::device_record record;
     std::shared_ptr<client_session> session;
+    const gvcp_master::device_record record;
+    std::atomic<bool> holds{false};
     std::shared_ptr<client_session::device_seat> seat;
     std::shared_ptr<client_session::number> lost_number;
     std::shared_ptr<client_session::number> event_number;
@@ -58,6 +64,7 @@ private:
     std::shared_ptr<ipc_rpc::reserved_bytes> plain_document_bytes;
     std::weak_ptr<stream_lease> lease;
     std::deque<ipc_rpc::event_message> events;
+    uint64_t events_dropped = 0; // since they were fetched last
 
     // In this order: the receiver uses the control channel, both use the rest.
     std::unique_ptr<gvcp_master::device_control> camera;

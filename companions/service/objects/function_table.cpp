@@ -4,8 +4,11 @@
 #include "interface_object.h"
 #include "service_object.h"
 
+#include <gds_helper/log.h>
 #include <gds_shared/gigecam_error.h>
 #include <ipc_rpc/catalogue.h>
+
+#include <spdlog/logger.h>
 
 #include <cassert>
 #include <cstdlib>
@@ -43,6 +46,19 @@ result_of_object hand_over(rpc_call_context& context, const char* class_name,
                            std::expected<std::shared_ptr<T>, std::error_code> object) {
     if (!object) return std::unexpected(object.error());
     return hand_over(context, class_name, std::move(*object));
+}
+
+// Who opened what, or why not.
+result_of_object said(rpc_call_context& context, std::string_view kind, const std::string& id,
+                      result_of_object result) {
+    auto& logger = gds_helper::log::main_logger();
+    const auto client = gige::printable(context.connection->get_peer_info());
+    if (result) {
+        logger.info("{} opened {} '{}'.", client, kind, gige::printable(id));
+    } else {
+        logger.warn("{} did not get {} '{}': {}", client, kind, gige::printable(id), result.error().message());
+    }
+    return result;
 }
 
 std::unexpected<std::error_code> not_implemented() {
@@ -95,7 +111,7 @@ void serve_service(object_function_table_root& table) {
         }));
     must(catalogue::open_interface::serve<service_object>(
         table, service_class, [](service_object& self, rpc_call_context& context, const std::string& id) {
-            return hand_over(context, interface_class, self.open_interface(id));
+            return said(context, "interface", id, hand_over(context, interface_class, self.open_interface(id)));
         }));
     must(catalogue::get_interface_list_notification_id::serve<service_object>(
         table, service_class, [](service_object& self, rpc_call_context&) { return self.interface_list_number(); }));
@@ -121,7 +137,7 @@ void serve_interface(object_function_table_root& table) {
             if (access < open_access::read_only || access > open_access::exclusive) {
                 return std::unexpected(std::make_error_code(std::errc::invalid_argument));
             }
-            return hand_over(context, device_class, self.open_device(id, access));
+            return said(context, "device", id, hand_over(context, device_class, self.open_device(id, access)));
         }));
     must(catalogue::get_interface_service_info::serve<interface_object>(
         table, interface_class, [](interface_object& self, rpc_call_context&) { return self.service_info(); }));
@@ -141,8 +157,9 @@ void serve_interface(object_function_table_root& table) {
     must(catalogue::send_action_cmd::serve<interface_object>(
         table, interface_class,
         [](interface_object& self, rpc_call_context&, uint32_t device_key, uint32_t group_key, uint32_t group_mask,
-           bool scheduled, uint64_t time, uint32_t,
-           uint32_t all) { return self.send_action(device_key, group_key, group_mask, scheduled, time, all != 0); }));
+           bool scheduled, uint64_t time, uint32_t flags, uint32_t all) {
+            return self.send_action(device_key, group_key, group_mask, scheduled, time, flags, all != 0);
+        }));
     // No camera of ours takes firmware yet, and there are no functions to run without opening a device.
     must(catalogue::firmware_package_upload::serve<interface_object>(
         table, interface_class,

@@ -3,11 +3,11 @@
 #include "device_object.h"
 
 #include "../gvcp/broadcast_commands.h"
-#include "../gvcp/control_channel.h"
 
-#include <gds_shared/gigecam_error.h>
+#include <gds_helper/log.h>
 
 #include <fmt/format.h>
+#include <spdlog/logger.h>
 
 #include <algorithm>
 
@@ -15,7 +15,7 @@ namespace service {
 
 namespace {
 
-constexpr std::chrono::milliseconds privilege_query_time{100};
+constexpr std::chrono::milliseconds scan_time{2000};
 
 // Readable where it can be, unique because the MAC is. A camera without a serial number is named by its MAC alone.
 std::string device_id_of(const gvcp_master::device_record& record) {
@@ -23,7 +23,7 @@ std::string device_id_of(const gvcp_master::device_record& record) {
     return fmt::format("{}-{}-{}", record.vendor, record.model, tail);
 }
 
-std::vector<std::string> device_ids(const std::vector<gvcp_master::device_record>& devices) {
+std::vector<std::string> device_ids(const std::vector<gvcp_master::discovery::found_device>& devices) {
     std::vector<std::string> ids;
     for (const auto& record : devices) ids.push_back(device_id_of(record));
     // Makers' serial numbers are not always unique, and a simulated camera's MAC may not be either.
@@ -36,20 +36,19 @@ std::vector<std::string> device_ids(const std::vector<gvcp_master::device_record
     return unique;
 }
 
-// 3 when another controller holds the device, else 0. A camera under exclusive access refuses even the question.
-uint32_t control_state_of(service_core& core, const gvcp_master::device_record& record) {
-    if (core.is_held(record.mac)) return ipc_rpc::control_state_held;
-    if (!record.reachable) return 0;
-    auto channel = gvcp_master::control_channel::open({record.address, gige::gvcp::port}, record.local_address);
-    if (!channel) return 0;
-    const auto privilege = (*channel)->read_register(gige::gvcp::reg::privilege, privilege_query_time);
-    if (!privilege) {
-        return privilege.error() == make_error_code(gds_shared::gigecam_errc::access_denied)
-                   ? ipc_rpc::control_state_held
-                   : 0;
+// 3 when another controller holds the device, else 0. What a client holds itself is not another's, and the camera
+// cannot tell the clients of this service apart.
+uint32_t control_state_of(service_core& core, const client_session& session,
+                          const gvcp_master::discovery::found_device& device) {
+    switch (core.holder_of(device.mac, &session)) {
+    case service_core::holder::self:
+        return 0;
+    case service_core::holder::other:
+        return ipc_rpc::control_state_held;
+    case service_core::holder::nobody:
+        break;
     }
-    const bool held = (*privilege & (gige::gvcp::bits::exclusive | gige::gvcp::bits::control)) != 0;
-    return held ? ipc_rpc::control_state_held : 0;
+    return device.controlled ? ipc_rpc::control_state_held : 0;
 }
 
 ipc_rpc::reachable_status reachable_of(const gvcp_master::device_record& record) {
@@ -83,7 +82,7 @@ std::optional<gvcp_master::discovery::found_interface> interface_object::current
     return std::move(*found);
 }
 
-std::optional<gvcp_master::device_record> interface_object::find_device(const std::string& id) const {
+std::optional<gvcp_master::discovery::found_device> interface_object::find_device(const std::string& id) const {
     const auto interface = current();
     if (!interface) return std::nullopt;
     const auto ids = device_ids(interface->devices);
@@ -94,11 +93,11 @@ std::optional<gvcp_master::device_record> interface_object::find_device(const st
 
 std::expected<std::vector<ipc_rpc::device_desc>, std::error_code> interface_object::enum_devices() const {
     const auto interface = current();
-    if (!interface) return no_such_device();
-    const auto ids = device_ids(interface->devices);
     std::vector<ipc_rpc::device_desc> list;
+    if (!interface) return list; // it is gone, and its cameras with it
+    const auto ids = device_ids(interface->devices);
     for (size_t i = 0; i < ids.size(); ++i) {
-        const gvcp_master::device_record& record = interface->devices[i];
+        const auto& record = interface->devices[i];
         ipc_rpc::device_desc desc;
         desc.id = ids[i];
         desc.vendor = record.vendor;
@@ -111,7 +110,7 @@ std::expected<std::vector<ipc_rpc::device_desc>, std::error_code> interface_obje
         desc.serial_number = record.serial;
         desc.user_defined_name = record.user_name;
         desc.reachable_status = static_cast<decltype(desc.reachable_status)>(reachable_of(record));
-        desc.control_state = control_state_of(*core, record);
+        desc.control_state = control_state_of(*core, *session, record);
         desc.net_info = {record.address, record.mask, record.gateway, 0, record.mac};
         list.push_back(std::move(desc));
     }
@@ -123,7 +122,7 @@ interface_object::open_device(const std::string& id, ipc_rpc::open_access access
     const auto record = find_device(id);
     if (!record) return no_such_device();
     if (!record->reachable) return std::unexpected(std::make_error_code(std::errc::host_unreachable));
-    return device_object::open(core, session, *record, access);
+    return device_object::open(core, session, *record, name, access);
 }
 
 std::expected<uint32_t, std::error_code> interface_object::device_reachable(const std::string& id) const {
@@ -139,20 +138,28 @@ std::expected<void, std::error_code> interface_object::force_ip(uint64_t mac, ui
     if (const auto error = gvcp_master::force_ip(interface->network, mac, address, mask, gateway)) {
         return std::unexpected(error);
     }
+    static_cast<void>(core->discovery().scan(scan_time)); // so that the list has the new address
     return {};
 }
 
 std::expected<void, std::error_code> interface_object::send_action(uint32_t device_key, uint32_t group_key,
                                                                    uint32_t group_mask, bool scheduled, uint64_t time,
-                                                                   bool all_interfaces) const {
-    const gvcp_master::action_command action{device_key, group_key, group_mask,
-                                             scheduled ? std::optional{time} : std::nullopt};
+                                                                   uint32_t flags, bool all_interfaces) const {
+    const gvcp_master::action_command action{
+        device_key, group_key, group_mask, scheduled ? std::optional{time} : std::nullopt, static_cast<uint8_t>(flags)};
+    // An interface that cannot send must not keep the trigger from the cameras of the others.
+    bool done = false;
+    std::error_code failed = std::make_error_code(std::errc::no_such_device);
     for (const auto& entry : core->discovery().list()) {
         if (!all_interfaces && entry.network.name != name) continue;
-        if (const auto sent = gvcp_master::send_action(entry.network, action); !sent) {
-            return std::unexpected(sent.error());
+        if (const auto sent = gvcp_master::send_action(entry.network, action)) {
+            done = true;
+        } else {
+            failed = sent.error();
+            gds_helper::log::main_logger().warn("No action by {}: {}", entry.network.name, failed.message());
         }
     }
+    if (!done) return std::unexpected(failed);
     return {};
 }
 

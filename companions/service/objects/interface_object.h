@@ -29,11 +29,11 @@ public:
                                                                 uint32_t gateway) const;
     [[nodiscard]] std::expected<void, std::error_code> send_action(uint32_t device_key, uint32_t group_key,
                                                                    uint32_t group_mask, bool scheduled, uint64_t time,
-                                                                   bool all_interfaces) const;
+                                                                   uint32_t flags, bool all_interfaces) const;
 
 private:
     [[nodiscard]] std::optional<gvcp_master::discovery::found_interface> current() const;
-    [[nodiscard]] std::optional<gvcp_master::device_record> find_device(const std::string& id) const;
+    [[nodiscard]] std::optional<gvcp_master::discovery::found_device> find_device(const std::string& id) const;
 
     std::shared_ptr<service_core> core;
     std::shared_ptr<client_session> session;

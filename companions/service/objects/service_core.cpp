@@ -1,8 +1,12 @@
 #include "service_core.h"
 
+#include <gds_helper/log.h>
+
+#include <spdlog/logger.h>
+
 namespace service {
 
-service_core::service_core(options given) : chosen(std::move(given)) {
+service_core::service_core(options given) : chosen(std::move(given)), noted_ports(chosen.port_folder) {
     gvcp_master::discovery::notifications told;
     told.interfaces_changed = [this] {
         const std::lock_guard guard{mutex};
@@ -12,6 +16,16 @@ service_core::service_core(options given) : chosen(std::move(given)) {
         const std::lock_guard guard{mutex};
         if (const auto found = device_watchers.find(name); found != device_watchers.end()) raise(found->second);
     };
+    told.interface_gone = [this](const std::string& name) {
+        std::vector<std::weak_ptr<interface_user>> users;
+        {
+            const std::lock_guard guard{mutex};
+            if (const auto found = interface_users.extract(name)) users = std::move(found.mapped());
+        }
+        for (const auto& entry : users)
+            if (const auto user = entry.lock()) user->interface_gone();
+    };
+    told.log = [](const std::string& text) { gds_helper::log::main_logger().info("{}", text); };
     finder = std::make_unique<gvcp_master::discovery>(chosen.discovery, std::move(told));
 }
 
@@ -50,19 +64,33 @@ size_t service_core::watcher_count() {
     return count;
 }
 
-void service_core::add_holder(uint64_t mac) {
+void service_core::watch_end_of(const std::string& interface_name, std::weak_ptr<interface_user> user) {
     const std::lock_guard guard{mutex};
-    ++holders[mac];
+    auto& users = interface_users[interface_name];
+    std::erase_if(users, [](const auto& entry) { return entry.expired(); });
+    users.push_back(std::move(user));
 }
 
-void service_core::remove_holder(uint64_t mac) {
+void service_core::add_holder(uint64_t mac, const client_session* session) {
     const std::lock_guard guard{mutex};
-    if (const auto found = holders.find(mac); found != holders.end() && --found->second == 0) holders.erase(found);
+    holders[mac].insert(session);
 }
 
-bool service_core::is_held(uint64_t mac) {
+void service_core::remove_holder(uint64_t mac, const client_session* session) {
+    {
+        const std::lock_guard guard{mutex};
+        const auto found = holders.find(mac);
+        if (found == holders.end() || found->second.erase(session) == 0) return;
+        if (found->second.empty()) holders.erase(found);
+    }
+    finder->control_given_back(mac);
+}
+
+service_core::holder service_core::holder_of(uint64_t mac, const client_session* session) {
     const std::lock_guard guard{mutex};
-    return holders.contains(mac);
+    const auto found = holders.find(mac);
+    if (found == holders.end()) return holder::nobody;
+    return found->second.contains(session) ? holder::self : holder::other;
 }
 
 } // namespace service

@@ -3,6 +3,9 @@
 
 #include "client_session.h"
 
+#include "port_memory.h"
+
+#include "../gvcp/device_document.h"
 #include "../gvcp/discovery.h"
 
 #include <gds_helper/property_store.h>
@@ -12,18 +15,31 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
+#include <stop_token>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace service {
 
+// Who is told that the interface its camera was found on is no more.
+class interface_user {
+public:
+    virtual void interface_gone() = 0;
+
+protected:
+    ~interface_user() = default;
+};
+
 class service_core final {
 public:
     struct options {
         gvcp_master::discovery::options discovery;
         std::chrono::milliseconds heartbeat_timeout{0}; // 0 leaves the cameras' own
-        std::optional<uint32_t> group;                  // whose members may use shared memory
+        gvcp_master::document_policy documents;
+        std::string port_folder;       // where the ports of sessions are noted; empty: nowhere
+        std::optional<uint32_t> group; // whose members may use shared memory
         std::shared_ptr<gds_helper::property_store_ro> settings;
     };
 
@@ -38,10 +54,19 @@ public:
 
     [[nodiscard]] size_t watcher_count();
 
-    // Devices that some client of this service holds, by MAC.
-    void add_holder(uint64_t mac);
-    void remove_holder(uint64_t mac);
-    [[nodiscard]] bool is_held(uint64_t mac);
+    // Once; nothing happens when the interface is gone already.
+    void watch_end_of(const std::string& interface_name, std::weak_ptr<interface_user> user);
+
+    // The devices that clients of this service have control of, by MAC. One session holds a device at most once.
+    enum class holder { nobody, self, other };
+    void add_holder(uint64_t mac, const client_session* session);
+    void remove_holder(uint64_t mac, const client_session* session);
+    [[nodiscard]] holder holder_of(uint64_t mac, const client_session* session);
+
+    [[nodiscard]] port_memory& ports() noexcept { return noted_ports; }
+    // Ends what waits for cameras, now and later.
+    void stop() noexcept { ending.request_stop(); }
+    [[nodiscard]] std::stop_token stop_token() const noexcept { return ending.get_token(); }
 
 private:
     using watcher = std::weak_ptr<client_session::number>;
@@ -52,7 +77,10 @@ private:
     std::mutex mutex; // guards what follows
     std::vector<watcher> interface_watchers;
     std::map<std::string, std::vector<watcher>> device_watchers;
-    std::map<uint64_t, int> holders;
+    std::map<std::string, std::vector<std::weak_ptr<interface_user>>> interface_users;
+    std::map<uint64_t, std::set<const client_session*>> holders;
+    port_memory noted_ports;
+    std::stop_source ending;
     std::unique_ptr<gvcp_master::discovery> finder; // last: its thread uses the rest
 };
 

@@ -26,7 +26,8 @@ protected:
         char* arguments[]{program.data(), option.data(), address.data(), nullptr};
         ASSERT_EQ(::posix_spawn(&child, program.c_str(), nullptr, nullptr, arguments, environ), 0);
         // It says nothing when it is ready: ask until it answers.
-        auto channel = control_channel::open({0x7F000001, gige::gvcp::port}, 0x7F000001, {.attempt = milliseconds{50}});
+        auto channel =
+            control_channel::open({0x7F000001, gige::gvcp::port}, {0x7F000001, 0}, {.attempt = milliseconds{50}});
         ASSERT_TRUE(channel);
         ASSERT_TRUE((*channel)->read_register(gige::gvcp::reg::version, milliseconds{10000})) << "it does not answer";
         int state = 0;
@@ -57,7 +58,7 @@ TEST_F(fake_camera, is_found_opened_read_and_given_back) {
     auto opened = device_control::open(chosen);
     ASSERT_TRUE(opened) << opened.error().message();
     EXPECT_EQ((*opened)->capability() & gige::gvcp::bits::can_resend, 0U) << "it cannot resend";
-    const auto document = fetch_document(**opened);
+    const auto document = fetch_document(**opened, {});
     ASSERT_TRUE(document) << document.error().message();
     EXPECT_NE(document->find("RegisterDescription"), std::string::npos);
     EXPECT_NE(document->find("AcquisitionStart"), std::string::npos);

@@ -30,8 +30,10 @@ property_store_json_rw::property_store_json_rw(std::filesystem::path path)
     try {
         std::ifstream in{file, std::ios::binary};
         if (in) *root = nlohmann::json::parse(in);
-    } catch (const std::exception&) {
+    } catch (const std::exception& failure) {
         *root = nlohmann::json::object();
+        log::get(log::logger_id::main)
+            ->warn("Settings file '{}' is not used, it is no JSON: {}", file.string(), failure.what());
     }
 }
 

@@ -1,0 +1,318 @@
+// The control master against a camera that misbehaves.
+#include "scripted_camera.h"
+#include "test_cameras.h"
+
+#include <gvcp/discovery.h>
+#include <gvcp/message_receiver.h>
+
+#include <algorithm>
+#include <future>
+
+namespace {
+
+using namespace gvcp_master;
+using gds_shared::gigecam_errc;
+using gige::gvcp::command;
+using gige::gvcp::status;
+namespace boot = gige::gvcp::reg;
+namespace bits = gige::gvcp::bits;
+using camera = scripted_camera;
+
+constexpr uint32_t plain = 0x8000; // a register of the test's
+constexpr uint32_t table = 0x9000; // memory that is no register
+
+std::expected<std::unique_ptr<device_control>, std::error_code> try_open(device_control::options chosen = {}) {
+    chosen.device = {own_address(1), gige::gvcp::port};
+    chosen.local_address = own_address(250);
+    return device_control::open(std::move(chosen));
+}
+
+std::unique_ptr<device_control> open_scripted(device_control::options chosen = {}) {
+    auto opened = try_open(std::move(chosen));
+    EXPECT_TRUE(opened) << opened.error().message();
+    return opened ? std::move(*opened) : nullptr;
+}
+
+TEST(scripted_camera, answers_that_are_not_ours_are_passed_over) {
+    int seen = 0;
+    std::optional<camera::request> first;
+    const auto foreign = [](camera& self, const camera::request& got) {
+        self.answer_word(got, 0xBAD, static_cast<uint16_t>(got.header.request_id + 1));
+        self.answer(got, status::access_denied, {}, static_cast<uint16_t>(got.header.request_id - 1));
+        self.answer_word(got, 7);
+    };
+    const auto twice = [](camera& self, const camera::request& got) {
+        self.answer_word(got, 7);
+        self.answer_word(got, 0xBAD);
+    };
+    const auto late = [&](camera& self, const camera::request& got) {
+        if (seen++ == 0) {
+            first = got;
+            return;
+        }
+        EXPECT_EQ(got.header.request_id, first->header.request_id) << "a repetition keeps its id";
+        self.answer_word(*first, 7);
+        self.answer_word(got, 0xBAD);
+    };
+    const auto lost_after_pending = [&](camera& self, const camera::request& got) {
+        if (seen++ == 0) return self.ask_for_patience(got, 30); // and then nothing
+        EXPECT_EQ(seen, 2) << "one repetition";
+        self.answer_word(got, 7);
+    };
+    const auto wrong_kind = [](camera& self, const camera::request& got) {
+        self.answer(got, status::success, std::array<std::byte, 4>{}, {}, command::read_mem_ack);
+        self.answer_word(got, 7);
+    };
+    const auto stranger = [](camera& self, const camera::request& got) {
+        const auto other = gige::udp_socket::open({own_address(2), gige::gvcp::port});
+        std::array<std::byte, 12> lie{};
+        gige::gvcp::store_ack(lie.data(), {status::success, command::read_reg_ack, 4, got.header.request_id});
+        EXPECT_FALSE(other->send(got.from, lie));
+        self.answer_word(got, 7);
+    };
+    for (const auto& script : std::initializer_list<std::function<void(camera&, const camera::request&)>>{
+             foreign, twice, late, lost_after_pending, wrong_kind, stranger}) {
+        seen = 0;
+        camera cam{own_address(1), [&](camera& self, const camera::request& got) {
+                       if (!got.is(command::read_reg, plain)) return false;
+                       script(self, got);
+                       return true;
+                   }};
+        cam.set(plain + 4, 8);
+        const auto device = open_scripted({.attempt = milliseconds{100}});
+        EXPECT_EQ(device->read_register(plain).value_or(0), 7U);
+        EXPECT_EQ(device->read_register(plain + 4).value_or(0), 8U) << "what is left over answers no other request";
+    }
+}
+
+TEST(scripted_camera, answers_too_short_or_for_ever_pending_are_errors) {
+    camera cam{own_address(1), [](camera& self, const camera::request& got) {
+                   if (got.is(command::read_reg, plain)) self.answer(got, status::success, std::array<std::byte, 2>{});
+                   if (got.is(command::read_mem, table)) self.answer(got, status::success, std::array<std::byte, 9>{});
+                   if (got.is(command::read_reg, plain + 4)) self.ask_for_patience(got, 1);
+                   return got.is(command::read_reg, plain) || got.is(command::read_mem, table) ||
+                          got.is(command::read_reg, plain + 4);
+               }};
+    const auto device = open_scripted({.attempt = milliseconds{20}, .pending = milliseconds{300}});
+    EXPECT_EQ(device->read_register(plain).error(), gigecam_errc::parsing_ack_packet_failed);
+    std::array<std::byte, 8> bytes;
+    EXPECT_EQ(device->read_memory(table, bytes), gigecam_errc::parsing_ack_packet_failed);
+    EXPECT_EQ(device->read_register(plain + 4, milliseconds{50}).error(), gigecam_errc::timeout);
+}
+
+TEST(scripted_camera, blocks_never_touch_memory_as_registers) {
+    camera cam{own_address(1), [](camera& self, const camera::request& got) {
+                   const bool reg = got.header.code == command::read_reg || got.header.code == command::write_reg;
+                   if (!reg || got.word(0) < table) return false;
+                   self.refuse(got, status::invalid_address);
+                   return true;
+               }};
+    const auto device = open_scripted();
+    for (const std::size_t size : {8U, 540U, 1076U, 541U, 537U}) {
+        std::vector<std::byte> bytes(size);
+        for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<std::byte>(i * 3 + 1);
+        EXPECT_FALSE(device->write_memory(table, bytes)) << size;
+        std::vector<std::byte> got(size);
+        EXPECT_FALSE(device->read_memory(table, got)) << size;
+        EXPECT_EQ(got, bytes) << size;
+    }
+}
+
+TEST(scripted_camera, the_heartbeat_follows_its_register) {
+    for (const bool by_memory : {false, true}) {
+        camera cam{own_address(1)};
+        cam.set(boot::heartbeat_timeout, 600'000);
+        const auto device = open_scripted();
+        if (by_memory) {
+            std::array<std::byte, 8> around{};
+            gige::store32(&around[4], 500);
+            ASSERT_FALSE(device->write_memory(boot::heartbeat_timeout - 4, around));
+        } else {
+            ASSERT_FALSE(device->write_register(boot::heartbeat_timeout, 500));
+        }
+        EXPECT_TRUE(eventually([&] { return cam.count(command::read_reg, boot::privilege) >= 3; })) << by_memory;
+    }
+}
+
+TEST(scripted_camera, another_controller_is_noticed_and_a_locked_register_is_none) {
+    enum class taken { seen_by_write, silently_with_switchover, after_it_was_away };
+    for (const auto how : {taken::seen_by_write, taken::silently_with_switchover, taken::after_it_was_away}) {
+        std::atomic<bool> away = false;
+        camera cam{own_address(1), [&](camera& self, const camera::request& got) {
+                       if (got.is(command::write_reg, plain)) self.refuse(got, status::access_denied); // locked
+                       return got.is(command::write_reg, plain) || away.load();
+                   }};
+        cam.set(boot::heartbeat_timeout, how == taken::seen_by_write ? 600'000 : 600);
+        std::atomic<int> lost = 0;
+        const auto device = open_scripted({.attempt = milliseconds{20}, .lost = [&](std::error_code) { ++lost; }});
+        if (how == taken::silently_with_switchover) {
+            ASSERT_FALSE(device->write_register(boot::privilege, bits::control | bits::switchover));
+        }
+        const auto asked = [&] { return cam.count(command::write_reg, boot::privilege); };
+        const auto before = asked();
+        EXPECT_EQ(device->write_register(plain, 1), gigecam_errc::access_denied);
+        if (how != taken::silently_with_switchover) {
+            EXPECT_TRUE(eventually([&] { return asked() > before; })) << "it makes sure";
+        }
+        EXPECT_TRUE(device->read_register(plain)) << "and goes on";
+        EXPECT_EQ(lost, 0);
+
+        away = how == taken::after_it_was_away;
+        if (away) std::this_thread::sleep_for(milliseconds{350}); // less than the time-out, more than half of it
+        cam.hand_control_to({own_address(3), 1234});
+        away = false;
+        if (how == taken::seen_by_write) {
+            EXPECT_EQ(device->write_register(plain + 4, 1), gigecam_errc::access_denied);
+        }
+        EXPECT_TRUE(eventually([&] { return lost == 1; })) << static_cast<int>(how);
+        EXPECT_EQ(device->write_register(plain + 4, 1), gigecam_errc::device_lost);
+    }
+}
+
+TEST(scripted_camera, control_comes_back_by_the_remembered_port_or_by_patience) {
+    camera cam{own_address(1)};
+    cam.set(boot::heartbeat_timeout, 1000);
+    // A service that was killed: its socket is gone, the camera still holds it for the controller.
+    const auto killed = gige::udp_socket::open({own_address(250), 0})->local();
+    cam.hand_control_to(killed);
+    cam.set(boot::privilege, bits::control);
+    EXPECT_EQ(try_open().error(), gigecam_errc::access_denied);
+    {
+        const auto device = open_scripted({.port = killed.port});
+        ASSERT_TRUE(device);
+        EXPECT_EQ(cam.count(command::write_reg, boot::privilege), 3U) << "refused; given back; taken";
+        // The port is ours, so another session gets one of its own, and is refused.
+        EXPECT_EQ(try_open({.port = killed.port}).error(), gigecam_errc::access_denied);
+    }
+    cam.hand_control_to(killed);
+    const auto before = cam.count(command::write_reg, boot::privilege);
+    std::thread expiry{[&] {
+        EXPECT_TRUE(eventually([&] { return cam.count(command::write_reg, boot::privilege) >= before + 3; }));
+        cam.take_control_away();
+    }};
+    EXPECT_TRUE(try_open({.patient = true, .attempt = milliseconds{50}}));
+    expiry.join();
+}
+
+TEST(scripted_camera, closing_and_stopping_wait_for_no_answer) {
+    for (const bool stopped : {false, true}) {
+        std::promise<void> under_way;
+        std::atomic<bool> hold = false;
+        camera cam{own_address(1), [&](camera& self, const camera::request& got) {
+                       if (!hold || !got.is(command::read_reg, stopped ? plain : boot::privilege)) return false;
+                       self.ask_for_patience(got, 60'000);
+                       if (hold.exchange(false)) under_way.set_value();
+                       return true;
+                   }};
+        cam.set(boot::heartbeat_timeout, 300);
+        std::stop_source ending;
+        auto device = open_scripted({.stop = ending.get_token()});
+        ASSERT_TRUE(device);
+        hold = true;
+        auto closed = std::async(std::launch::async, [&] {
+            if (stopped) {
+                EXPECT_EQ(device->read_register(plain).error(), std::errc::operation_canceled);
+            } else {
+                under_way.get_future().wait();
+            }
+            device.reset();
+        });
+        if (stopped) {
+            under_way.get_future().wait();
+            ending.request_stop();
+        }
+        EXPECT_EQ(closed.wait_for(std::chrono::seconds{20}), std::future_status::ready);
+        EXPECT_TRUE(eventually([&] { return !cam.controller(); })) << "control is given back all the same";
+    }
+}
+
+TEST(scripted_camera, events_are_asked_for_with_retries_unless_somebody_chose) {
+    for (const uint32_t chosen : {0U, 5U}) {
+        camera cam{own_address(1)};
+        cam.set(boot::message_channel_count, 1);
+        cam.set(boot::message_timeout, chosen);
+        cam.set(boot::message_retries, chosen);
+        const auto device = open_scripted();
+        const auto receiver = message_receiver::open(*device, device->local().address, [](auto) {});
+        ASSERT_TRUE(receiver);
+        for (const auto address : {boot::message_timeout, boot::message_retries}) {
+            EXPECT_TRUE(chosen == 0 ? cam.get(address) != 0 : cam.get(address) == chosen) << address;
+        }
+        EXPECT_EQ(cam.get(boot::message_address), own_address(250));
+    }
+}
+
+// The search
+
+std::optional<discovery::found_device> find(const discovery& finder, uint32_t address) {
+    for (const auto& each : finder.list())
+        for (const auto& device : each.devices)
+            if (device.address == address) return device;
+    return {};
+}
+
+discovery::options asking(std::vector<uint32_t> addresses) {
+    return {
+        .networks = false, .addresses = std::move(addresses), .interval = milliseconds{40}, .window = milliseconds{20}};
+}
+
+TEST(scripted_camera, late_discovery_answers_count_and_answers_to_nobody_do_not) {
+    std::mutex mutex;
+    std::deque<camera::request> waiting;
+    camera late{own_address(1), [&](camera& self, const camera::request& got) {
+                    if (got.header.code != command::discovery) return false;
+                    waiting.push_back(got);
+                    if (waiting.size() > 5) { // the window is over for long
+                        self.serve(waiting.front());
+                        waiting.pop_front();
+                    }
+                    return true;
+                }};
+    camera liar{own_address(2), [&](camera& self, const camera::request& got) {
+                    if (got.header.code != command::discovery) return false;
+                    auto other = got;
+                    other.header.request_id = static_cast<uint16_t>(got.header.request_id + 1000);
+                    self.serve(other);
+                    return true;
+                }};
+    std::atomic<int> told = 0;
+    discovery finder{asking({own_address(1), own_address(2)}), {.devices_changed = [&](const auto&) { ++told; }}};
+    EXPECT_TRUE(eventually([&] { return find(finder, own_address(1)).has_value(); }));
+    EXPECT_TRUE(eventually([&] { return told == 1; }));
+    EXPECT_FALSE(find(finder, own_address(2)));
+    for (int i = 0; i < 10; ++i) ASSERT_TRUE(finder.scan(milliseconds{5000}));
+    EXPECT_TRUE(find(finder, own_address(1))) << "it answers, if late";
+    EXPECT_FALSE(find(finder, own_address(2)));
+}
+
+TEST(scripted_camera, who_has_control_is_asked_with_the_search_and_kept) {
+    std::atomic<bool> silent = false;
+    const auto script = [&](camera& self, const camera::request& got) {
+        if (!got.is(command::read_reg, boot::privilege)) return false;
+        if (got.from.address == own_address(250)) return false;
+        if (silent) return true; // lost on the way
+        if (self.get(boot::privilege) == bits::exclusive)
+            self.refuse(got, status::access_denied);
+        else
+            self.serve(got);
+        return true;
+    };
+    camera cam{own_address(1), script};
+    discovery finder{asking({own_address(1)}), {}};
+    const auto controlled = [&] {
+        const auto found = find(finder, own_address(1));
+        return found && found->controlled;
+    };
+    ASSERT_TRUE(eventually([&] { return find(finder, own_address(1)).has_value(); }));
+    for (const uint32_t by : {bits::control, 0U, bits::exclusive}) {
+        cam.set(boot::privilege, by);
+        EXPECT_TRUE(eventually([&] { return controlled() == (by != 0); })) << by;
+    }
+    silent = true;
+    for (int i = 0; i < 5; ++i) ASSERT_TRUE(finder.scan(milliseconds{5000}));
+    EXPECT_TRUE(controlled()) << "no answer says nothing";
+    finder.control_given_back(find(finder, own_address(1))->mac);
+    EXPECT_FALSE(controlled());
+}
+
+} // namespace

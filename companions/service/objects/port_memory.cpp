@@ -1,0 +1,28 @@
+#include "port_memory.h"
+
+#include <fmt/format.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace service {
+
+std::string port_memory::file_of(uint64_t mac) const { return fmt::format("{}/control-{:012X}", folder, mac); }
+
+uint16_t port_memory::port_of(uint64_t mac) const {
+    if (folder.empty()) return 0;
+    unsigned port = 0;
+    std::ifstream{file_of(mac)} >> port;
+    return port <= 0xFFFF ? static_cast<uint16_t>(port) : uint16_t{0};
+}
+
+void port_memory::note(uint64_t mac, uint16_t port) const {
+    if (!folder.empty()) std::ofstream{file_of(mac)} << port << '\n';
+}
+
+void port_memory::forget(uint64_t mac) const {
+    std::error_code ignored;
+    if (!folder.empty()) std::filesystem::remove(file_of(mac), ignored);
+}
+
+} // namespace service

@@ -1,0 +1,26 @@
+// The local port of each session that has control of a camera, on disk for as long as it lasts. A camera knows its
+// controller by address and port: a service that follows one that was killed takes the port up and has control at once.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace service {
+
+// Thread-safe. Failures of the disk cost a heartbeat time-out after a crash, no more.
+class port_memory final {
+public:
+    explicit port_memory(std::string existing_folder)
+        : folder(std::move(existing_folder)) {} // empty: remembers nothing
+
+    // 0 when nothing is noted.
+    [[nodiscard]] uint16_t port_of(uint64_t mac) const;
+    void note(uint64_t mac, uint16_t port) const;
+    void forget(uint64_t mac) const;
+
+private:
+    [[nodiscard]] std::string file_of(uint64_t mac) const;
+    const std::string folder;
+};
+
+} // namespace service
