@@ -272,6 +272,7 @@ TEST_F(Hostile, ArrivingBytesAreBounded) {
     for (int i = 0; i < 25; ++i) {
         ASSERT_TRUE(second->start_call(0, "create_service_instance", "x", size));
     }
+    ASSERT_TRUE(second->call(0, "none")); // they have arrived
     ASSERT_TRUE(third->start_call(0, "create_service_instance", "x", size));
     const auto answer = third->next_reply();
     ASSERT_TRUE(answer);
@@ -302,7 +303,7 @@ TEST_F(Hostile, WaitingCallsAreBounded) {
     }
     for (int i = 0; i < 5000 && client->send_call(service, "genicam_read_mem", std::string(2000, 'y'), 1); ++i) {
     }
-    if (!ORV_SANITIZED) {
+    if (std::string{ORV_SANITIZED}.empty()) {
         EXPECT_LT(peak_memory_kib() - before, 260 * 1024) << "200 MiB is the bound";
     }
     expect_served();
@@ -363,14 +364,27 @@ TEST_F(Hostile, NumbersAndObjectsAreBoundedAndComeBack) {
 }
 
 TEST_F(Hostile, NamesStayOnTheirLineOfTheLog) {
-    start_service_alone();
+    start();
+    // The log goes to the error output, which the service has from this process.
+    const std::filesystem::path file = own->folder() / "log";
+    const int log_file = open(file.c_str(), O_CREAT | O_WRONLY | O_APPEND | O_CLOEXEC, 0600);
+    const int error_output = dup(STDERR_FILENO);
+    dup2(log_file, STDERR_FILENO);
+    own->start_service();
+    dup2(error_output, STDERR_FILENO);
+    close(error_output);
+    close(log_file);
     raw_client client{own->folder()};
     client.announce("evil\n[forged] line \x1b[31m");
     client.open_queues();
     static_cast<void>(client.call(0, "no\x1b[31mfunction\n[forged]"));
     client.close_socket();
-    EXPECT_TRUE(own->service().wait_for_output("left"));
-    const std::string log = own->service().output();
+    std::string log;
+    EXPECT_TRUE(eventually([&] {
+        std::ifstream text{file};
+        log.assign(std::istreambuf_iterator<char>{text}, {});
+        return log.find("left.") != std::string::npos;
+    }));
     EXPECT_EQ(log.find('\x1b'), std::string::npos);
     EXPECT_EQ(log.find("\n[forged]"), std::string::npos);
     EXPECT_NE(log.find("evil\\x0A[forged]"), std::string::npos) << log;
@@ -506,14 +520,14 @@ TEST_F(Hostile, TwoUsersOfAGroupAreKeptApart) {
             return all.size() == 47; // with the one above
         }
     }));
-    EXPECT_EQ(as_user(one, gid,
-                      [&] {
-                          std::list<raw_client> more;
-                          try {
-                              while (more.size() < 20) more.emplace_back(own->folder()).announce();
-                          } catch (const std::runtime_error&) {
-                          }
-                          return static_cast<int>(more.size());
-                      }),
-              16);
+    EXPECT_TRUE(eventually([&] {
+        return as_user(one, gid, [&] {
+                   std::list<raw_client> more;
+                   try {
+                       while (more.size() < 20) more.emplace_back(own->folder()).announce();
+                   } catch (const std::runtime_error&) {
+                   }
+                   return static_cast<int>(more.size());
+               }) == 16;
+    }));
 }

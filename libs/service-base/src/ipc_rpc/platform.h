@@ -181,6 +181,7 @@ public:
     [[nodiscard]] outcome wait(std::chrono::milliseconds time) noexcept;
     // A count that can't grow any more is no error: whoever waits wakes up all the same.
     void post(unsigned count) noexcept;
+    [[nodiscard]] bool is_broken() const noexcept { return memory.is_broken(); }
     void release_name() noexcept { memory.release_name(); }
 
 private:

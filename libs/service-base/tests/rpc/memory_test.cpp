@@ -19,13 +19,13 @@ thread_local bool is_test_thread = false;
 
 } // namespace
 
-void* operator new(std::size_t size) {
+[[gnu::noinline]] void* operator new(std::size_t size) {
     if (!is_test_thread && until_failure >= 0 && until_failure-- == 0) throw std::bad_alloc{};
     if (void* memory = std::malloc(size != 0 ? size : 1)) return memory;
     throw std::bad_alloc{};
 }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 using namespace ipc_rpc;
 

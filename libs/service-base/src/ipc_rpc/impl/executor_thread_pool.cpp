@@ -2,7 +2,7 @@
 #include <ipc_rpc/executor.h>
 
 #include <condition_variable>
-#include <deque>
+#include <list>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -15,7 +15,7 @@ namespace {
 struct pool_state {
     std::mutex queue_mutex; // guards what follows
     std::condition_variable changed;
-    std::deque<std::function<void()>> tasks;
+    std::list<std::function<void()>> tasks; // a list: an empty one costs no memory, at the end of all
     bool stopped = false;
 
     void work() {
@@ -72,7 +72,7 @@ public:
 
 private:
     void end() {
-        std::deque<std::function<void()>> dropped;
+        std::list<std::function<void()>> dropped;
         {
             const std::lock_guard lock{state->queue_mutex};
             state->stopped = true;

@@ -63,7 +63,11 @@ private:
         queue_channel(shared_memory_queue& target, shared_memory_queue& other_way, std::string channel_name)
             : queue(target), answers(other_way), name(std::move(channel_name)) {}
         std::span<std::byte> acquire_block() override { return checked(queue.acquire_block()); }
-        bool send_block(std::span<std::byte> block) override { return queue.send_block(block); }
+        bool send_block(std::span<std::byte> block) override {
+            const bool sent = queue.send_block(block);
+            if (queue.is_closed()) answers.shut();
+            return sent;
+        }
         offered offer(std::span<const std::byte> packet) override { return queue.offer(packet); }
         std::string_view get_name() const override { return name; }
 

@@ -242,7 +242,7 @@ void rpc_callee_instance::run_one_task() {
 }
 
 void rpc_callee_instance::release() {
-    std::deque<task> dropped;
+    std::list<task> dropped;
     std::map<std::uint64_t, object_entry> gone;
     {
         const std::lock_guard guard{tasks_mutex};

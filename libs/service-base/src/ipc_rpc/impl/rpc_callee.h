@@ -7,7 +7,6 @@
 #include <ipc_rpc/executor.h>
 #include <ipc_rpc/function_table.h>
 
-#include <deque>
 #include <functional>
 #include <list>
 #include <map>
@@ -72,8 +71,8 @@ private:
     std::uint64_t last_handle = 0;
     bool released = false;
 
-    std::mutex tasks_mutex; // guards what follows
-    std::deque<task> tasks;
+    std::mutex tasks_mutex;                                   // guards what follows
+    std::list<task> tasks;                                    // a list: an empty one costs no memory, at the end of all
     std::shared_ptr<executor_thread_pool_interface> executor; // null once stopped
 };
 

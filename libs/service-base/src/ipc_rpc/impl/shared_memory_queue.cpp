@@ -95,7 +95,8 @@ std::uint32_t shared_memory_queue::index_of(std::span<std::byte> block) const no
 }
 
 bool shared_memory_queue::is_closed() const noexcept {
-    return ended || broken || mapping.is_broken() || shared(header.closed).load(std::memory_order_acquire) != 0;
+    return ended || broken || mapping.is_broken() || sent.is_broken() || free.is_broken() ||
+           shared(header.closed).load(std::memory_order_acquire) != 0;
 }
 
 std::span<std::byte> shared_memory_queue::acquire_block() {

@@ -99,8 +99,8 @@ private:
     platform::named_semaphore free;
     std::uint32_t free_write_seen = queue_ring_size; // by peer_shows_life; at first no index
     std::mutex write_mutex; // makes writers of both rings exclusive, and takers of free blocks; never held in a wait
-    std::atomic<bool> ended{false};   // shut by this end
-    std::atomic<bool> broken{false};  // the peer wrote what no peer writes
+    std::atomic<bool> ended{false};  // shut by this end
+    std::atomic<bool> broken{false}; // the peer wrote what no peer writes
 };
 
 } // namespace ipc_rpc
