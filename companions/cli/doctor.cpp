@@ -1,5 +1,7 @@
 #include "doctor.h"
 
+#include <ipc_rpc/leftovers.h>
+
 #include <fmt/format.h>
 
 #include <dlfcn.h>
@@ -63,6 +65,13 @@ std::vector<finding> check_interfaces() {
     return results;
 }
 
+finding check_leftovers() {
+    const std::vector<std::string> names = ipc_rpc::find_leftovers();
+    if (names.empty()) return {"leftovers of killed services", true, "none", {}};
+    return {"leftovers of killed services", true, fmt::format("{}", fmt::join(names, " ")),
+            "start the service once, it removes them: orv-gentl-gev-service"};
+}
+
 finding check_runtime_path(const std::string& cti) {
     const std::filesystem::path path = cti;
     const auto multipart = path.parent_path() / "multipart" / path.filename();
@@ -89,6 +98,7 @@ int doctor(const common_options& common) {
         findings.push_back({"library", false, failure.what(), "build it: cmake --build --preset release"});
     }
     findings.push_back(check_receive_buffer());
+    findings.push_back(check_leftovers());
     for (finding& result : check_interfaces()) findings.push_back(std::move(result));
     if (!cti.empty()) {
         try {

@@ -1,5 +1,7 @@
 // orv-gentl-gev-service: the local service that the library talks to.
 #include "objects/function_table.h"
+#include "posix/bus_guard.h"
+#include "posix/termination.h"
 #include "rpc_server/rpc_server.h"
 
 #include <GenICam/error.h>
@@ -16,12 +18,14 @@
 #include <fmt/format.h>
 
 #include <grp.h>
-#include <signal.h>
 
 #include <cstdio>
 #include <filesystem>
 
 namespace {
+
+// From the signal to the end of the process; a camera that does not answer is left to its heartbeat.
+constexpr std::chrono::milliseconds end_time{1500};
 
 struct program_options {
     bool loopback = false;
@@ -75,19 +79,15 @@ int run(const program_options& given) {
     logging.set_file(gds_helper::read_string_or(*settings, "service_log_file", ""));
 
     // Before any thread: they all leave the signals to the wait below.
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    signal(SIGPIPE, SIG_IGN);
+    const service::termination end;
+    service::install_bus_guard();
 
     auto options = core_options(given);
     options.settings = settings;
     const auto directory = ipc_rpc::platform::runtime_directory(true);
     if (!directory)
         throw std::runtime_error(fmt::format("There is no runtime folder to use: {}", directory.error().message()));
-    options.port_folder = *directory;
+    options.port_folder = directory->path;
     const auto core = std::make_shared<service::service_core>(std::move(options));
     const service::rpc_server::options server_options{gds_shared::service_pipe_name(product), core->settings().group};
     const auto server = service::rpc_server::start(
@@ -101,11 +101,11 @@ int run(const program_options& given) {
     }
     // The first scan is over when we say so, so that a consumer that waited for the line finds what is there.
     static_cast<void>(core->discovery().scan(std::chrono::seconds{2}));
-    fmt::print("ready {}/{}\n", *directory, server_options.pipe_name);
+    fmt::print("ready {}/{}\n", directory->path, server_options.pipe_name);
     std::fflush(stdout);
 
-    int caught = 0;
-    sigwait(&signals, &caught);
+    end.wait();
+    service::termination::end_within(end_time);
     core->stop(); // calls that wait for a camera end now
     return 0;
 }
@@ -114,7 +114,7 @@ int run(const program_options& given) {
 
 int main(int argc, char** argv) {
     CLI::App app{"The local service of orv-gentl-gev: finds GigE Vision cameras and owns their control channels. Runs "
-                 "in the foreground; prints 'ready' when consumers may connect; ends with SIGINT or SIGTERM."};
+                 "in the foreground; prints 'ready' when consumers may connect; ends with SIGINT, SIGTERM or SIGHUP."};
     program_options given;
     app.add_flag("--loopback", given.loopback, "Look for cameras on the loopback interface");
     app.add_flag("--no-networks", given.no_networks, "Do not look for cameras on the network interfaces");

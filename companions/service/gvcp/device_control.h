@@ -64,6 +64,10 @@ public:
     // Persistent address for the next start of the camera; `use` switches it on or off.
     [[nodiscard]] std::error_code write_persistent_ip(bool use, uint32_t address, uint32_t mask, uint32_t gateway);
 
+    // Requests that wait end, later ones are refused: for an object whose owner is gone and that is about to be
+    // destroyed. Any thread.
+    void cancel() noexcept { channel->cancel(); }
+
     [[nodiscard]] uint32_t capability() const noexcept {
         return control_capability;
     } // register 0x0934, 0 if unreadable

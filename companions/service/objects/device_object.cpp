@@ -5,6 +5,7 @@
 #include <gds_gentl_producer/settings_block.h>
 #include <gds_helper/log.h>
 #include <gds_shared/gigecam_error.h>
+#include <ipc_rpc/limits.h>
 #include <platform.h>
 
 #include <fmt/format.h>
@@ -22,7 +23,6 @@ using gds_shared::gigecam_errc;
 
 // Where a document stands that the camera itself keeps zipped or elsewhere. No camera has registers up there.
 constexpr uint64_t plain_document_address = 0x1000000000000;
-constexpr size_t most_events = 1024; // of a client that does not fetch them
 constexpr uint64_t longest_timeout_ms = 60'000;
 constexpr uint32_t user_name_bytes = 16;
 
@@ -62,9 +62,10 @@ device_object::open(std::shared_ptr<service_core> core, std::shared_ptr<client_s
 }
 
 std::error_code device_object::init(ipc_rpc::open_access access) {
+    seat = session->take_device_seat();
     lost_number = session->allocate();
     event_number = session->allocate();
-    if (!lost_number || !event_number) return std::make_error_code(std::errc::resource_unavailable_try_again);
+    if (!seat || !lost_number || !event_number) return make_error_code(ipc_rpc::status::resource_exhausted);
 
     const bool reads_only = access == ipc_rpc::open_access::read_only;
     gvcp_master::device_control::options chosen;
@@ -94,8 +95,8 @@ std::error_code device_object::init(ipc_rpc::open_access access) {
 
     const std::string name = ipc_rpc::platform::object_name("settings-" + ipc_rpc::platform::unique_text());
     try {
-        settings = std::make_unique<settings_memory>(
-            settings_memory{name, ipc_rpc::platform::shared_mapping::create(name, 4096, {core->settings().group})});
+        settings = std::make_unique<settings_memory>(settings_memory{
+            name, ipc_rpc::platform::shared_mapping::create(name, 4096, {core->settings().group, session->owner()})});
     } catch (const std::system_error& failure) {
         logger().error("No shared memory for the settings of {}: {}", gige::to_string(record.address), failure.what());
     }
@@ -114,7 +115,7 @@ void device_object::take_event(std::span<const std::byte> packet) {
     bool first_loss = false;
     {
         const std::lock_guard guard{mutex};
-        if (events.size() == most_events) {
+        if (events.size() == ipc_rpc::limits::most_events) {
             events.pop_front();
             first_loss = events_dropped++ == 0;
         }
@@ -124,7 +125,7 @@ void device_object::take_event(std::span<const std::byte> packet) {
     }
     if (first_loss)
         logger().warn("Events of {} are dropped: {} wait for a client that does not fetch them.",
-                      gige::to_string(record.address), most_events);
+                      gige::to_string(record.address), ipc_rpc::limits::most_events);
     event_number->raise();
 }
 
@@ -152,7 +153,9 @@ ipc_rpc::device_service_info device_object::service_info() const {
 
 std::expected<ipc_rpc::byte_vector, std::error_code> device_object::read_mem(uint64_t address, uint64_t size,
                                                                              uint64_t timeout) {
-    if (size > ipc_rpc::max_param_block) return std::unexpected(make_error_code(gigecam_errc::invalid_parameter));
+    if (size > ipc_rpc::limits::most_read_bytes) {
+        return std::unexpected(make_error_code(gigecam_errc::invalid_parameter));
+    }
     ipc_rpc::byte_vector bytes(size);
     if (address >= plain_document_address) {
         const std::lock_guard guard{mutex};
@@ -196,6 +199,10 @@ std::expected<std::vector<ipc_rpc::url_info>, std::error_code> device_object::ur
                                 text->size());
         list.push_back(to_url_info(plain));
         const std::lock_guard guard{mutex};
+        plain_document.reset();
+        plain_document_bytes.reset(); // room for the one that takes its place
+        plain_document_bytes = ipc_rpc::reserved_bytes::take(session->document_bytes(), text->size());
+        if (!plain_document_bytes) return std::unexpected(make_error_code(ipc_rpc::status::resource_exhausted));
         plain_document = std::move(*text);
     }
     if (list.empty()) return std::unexpected(std::make_error_code(std::errc::no_message_available));

@@ -36,6 +36,8 @@ public:
     [[nodiscard]] std::expected<std::shared_ptr<stream_lease>, std::error_code> acquire_stream();
     [[nodiscard]] std::expected<std::string, std::error_code> user_name();
     [[nodiscard]] gvcp_master::device_control& control() noexcept { return *camera; }
+    // The client has gone: whatever still waits for the camera ends. Does not wait.
+    void abandon() noexcept { camera->cancel(); }
     void interface_gone() override { camera->give_up(); }
 
 private:
@@ -52,12 +54,14 @@ private:
     std::shared_ptr<client_session> session;
     const gvcp_master::device_record record;
     std::atomic<bool> holds{false};
+    std::shared_ptr<client_session::device_seat> seat;
     std::shared_ptr<client_session::number> lost_number;
     std::shared_ptr<client_session::number> event_number;
     std::unique_ptr<settings_memory> settings;
 
     std::mutex mutex;                          // guards what follows
     std::optional<std::string> plain_document; // of a camera whose own cannot be read as it lies in its registers
+    std::shared_ptr<ipc_rpc::reserved_bytes> plain_document_bytes;
     std::weak_ptr<stream_lease> lease;
     std::deque<ipc_rpc::event_message> events;
     uint64_t events_dropped = 0; // since they were fetched last

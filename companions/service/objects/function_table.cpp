@@ -29,7 +29,14 @@ using result_of_object = std::expected<registered_object, std::error_code>;
 
 template <class T>
 result_of_object hand_over(rpc_call_context& context, const char* class_name, std::shared_ptr<T> object) {
-    const auto handle = context.connection->register_object(object_entry::owning(class_name, std::move(object)));
+    object_entry entry = object_entry::owning(class_name, object);
+    if constexpr (std::is_same_v<T, device_object>) {
+        entry.on_end = [device = std::weak_ptr{object}] {
+            if (const auto live = device.lock()) live->abandon();
+        };
+    }
+    object.reset();
+    const auto handle = context.connection->register_object(std::move(entry));
     if (!handle) return std::unexpected(handle.error());
     return registered_object{*handle};
 }
@@ -242,9 +249,24 @@ object_function_table_root
 make_function_table(const std::shared_ptr<service_core>& core,
                     std::function<notify_function(const std::shared_ptr<rpc_connection_client>&)> notifier_of) {
     object_function_table_root table;
+    // One session for each connection, which has a table of its own: its numbers are given out once, however many
+    // instances the client makes.
+    struct session_place {
+        std::mutex mutex;
+        std::shared_ptr<client_session> session;
+    };
     must(catalogue::create_service_instance::serve(
-        table, [core, notifier_of = std::move(notifier_of)](rpc_call_context& context) {
-            auto session = std::make_shared<client_session>(notifier_of(context.connection));
+        table, [core, notifier_of = std::move(notifier_of),
+                place = std::make_shared<session_place>()](rpc_call_context& context) {
+            std::shared_ptr<client_session> session;
+            {
+                const std::lock_guard guard{place->mutex};
+                if (!place->session) {
+                    place->session = std::make_shared<client_session>(notifier_of(context.connection),
+                                                                      context.connection->get_peer_user());
+                }
+                session = place->session;
+            }
             return hand_over(context, service_class, std::make_shared<service_object>(core, std::move(session)));
         }));
     serve_service(table);

@@ -68,13 +68,10 @@ interface_object::interface_object(std::shared_ptr<service_core> shared, std::sh
       name(std::move(interface_name)),
       devices_changed(session->allocate()),
       messages_pending(session->allocate()) {
-    if (devices_changed) core->watch_devices(name, devices_changed);
+    if (is_complete()) core->watch_devices(name, devices_changed);
 }
 
 std::expected<ipc_rpc::interface_service_info, std::error_code> interface_object::service_info() {
-    if (!devices_changed || !messages_pending) {
-        return std::unexpected(std::make_error_code(std::errc::resource_unavailable_try_again));
-    }
     return ipc_rpc::interface_service_info{devices_changed->get(), messages_pending->get()};
 }
 

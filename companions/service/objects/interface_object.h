@@ -17,6 +17,9 @@ public:
     interface_object(std::shared_ptr<service_core> shared, std::shared_ptr<client_session> client,
                      std::string interface_name);
 
+    // False when the client has no notification numbers left for it.
+    [[nodiscard]] bool is_complete() const noexcept { return devices_changed && messages_pending; }
+
     [[nodiscard]] std::expected<ipc_rpc::interface_service_info, std::error_code> service_info();
     [[nodiscard]] std::expected<std::vector<ipc_rpc::device_desc>, std::error_code> enum_devices() const;
     [[nodiscard]] std::expected<std::shared_ptr<device_object>, std::error_code>

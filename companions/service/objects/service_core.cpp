@@ -14,7 +14,7 @@ service_core::service_core(options given) : chosen(std::move(given)), noted_port
     };
     told.devices_changed = [this](const std::string& name) {
         const std::lock_guard guard{mutex};
-        raise(device_watchers[name]);
+        if (const auto found = device_watchers.find(name); found != device_watchers.end()) raise(found->second);
     };
     told.interface_gone = [this](const std::string& name) {
         std::vector<std::weak_ptr<interface_user>> users;
@@ -37,15 +37,31 @@ void service_core::raise(std::vector<watcher>& watchers) {
     });
 }
 
+void service_core::drop_expired(std::vector<watcher>& watchers) {
+    std::erase_if(watchers, [](const watcher& entry) { return entry.expired(); });
+}
+
 void service_core::watch_interfaces(const std::shared_ptr<client_session::number>& number) {
     const std::lock_guard guard{mutex};
+    drop_expired(interface_watchers);
     interface_watchers.push_back(number);
 }
 
 void service_core::watch_devices(const std::string& interface_name,
                                  const std::shared_ptr<client_session::number>& number) {
     const std::lock_guard guard{mutex};
+    for (auto entry = device_watchers.begin(); entry != device_watchers.end();) {
+        drop_expired(entry->second);
+        entry = entry->second.empty() ? device_watchers.erase(entry) : std::next(entry);
+    }
     device_watchers[interface_name].push_back(number);
+}
+
+size_t service_core::watcher_count() {
+    const std::lock_guard guard{mutex};
+    size_t count = interface_watchers.size();
+    for (const auto& [name, watchers] : device_watchers) count += watchers.size();
+    return count;
 }
 
 void service_core::watch_end_of(const std::string& interface_name, std::weak_ptr<interface_user> user) {

@@ -48,9 +48,11 @@ public:
     [[nodiscard]] gvcp_master::discovery& discovery() noexcept { return *finder; }
     [[nodiscard]] const options& settings() const noexcept { return chosen; }
 
-    // Kept for as long as the number lives.
+    // Kept for as long as the number lives, and at most until the next one comes.
     void watch_interfaces(const std::shared_ptr<client_session::number>& number);
     void watch_devices(const std::string& interface_name, const std::shared_ptr<client_session::number>& number);
+
+    [[nodiscard]] size_t watcher_count();
 
     // Once; nothing happens when the interface is gone already.
     void watch_end_of(const std::string& interface_name, std::weak_ptr<interface_user> user);
@@ -69,6 +71,7 @@ public:
 private:
     using watcher = std::weak_ptr<client_session::number>;
     static void raise(std::vector<watcher>& watchers);
+    static void drop_expired(std::vector<watcher>& watchers);
 
     const options chosen;
     std::mutex mutex; // guards what follows

@@ -47,11 +47,13 @@ service_object::open_interface(const std::string& id) const {
     const auto list = core->discovery().list();
     const bool known = std::ranges::any_of(list, [&](const auto& entry) { return entry.network.name == id; });
     if (!known) return std::unexpected(std::make_error_code(std::errc::no_such_device));
-    return std::make_shared<interface_object>(core, session, id);
+    auto opened = std::make_shared<interface_object>(core, session, id);
+    if (!opened->is_complete()) return std::unexpected(make_error_code(ipc_rpc::status::resource_exhausted));
+    return opened;
 }
 
 std::expected<uint64_t, std::error_code> service_object::interface_list_number() {
-    if (!list_changed) return std::unexpected(std::make_error_code(std::errc::resource_unavailable_try_again));
+    if (!list_changed) return std::unexpected(make_error_code(ipc_rpc::status::resource_exhausted));
     return list_changed->get();
 }
 

@@ -1,16 +1,17 @@
 #include "rpc_server.h"
 
+#include "client.h"
+
 #include <gds_helper/log.h>
 #include <gds_helper/process.h>
-#include <impl/ipc_instance.h>
-#include <platform.h>
+#include <ipc_rpc/leftovers.h>
+#include <ipc_rpc/limits.h>
 
-#include <fmt/format.h>
 #include <spdlog/logger.h>
 
-#include <atomic>
-#include <cstring>
+#include <algorithm>
 #include <list>
+#include <map>
 #include <thread>
 
 namespace service {
@@ -19,105 +20,11 @@ using namespace ipc_rpc;
 
 namespace {
 
-constexpr std::size_t threads_per_client = 4;
-constexpr std::size_t most_clients = 64; // each costs threads and shared memory
-
 constexpr auto& logger = gds_helper::log::main_logger;
-
-// One client process, with the thread that sees it go.
-class client final {
-public:
-    client(std::unique_ptr<platform::named_pipe_channel> connected, const rpc_server::options& options,
-           object_function_table_root table)
-        : channel(std::move(connected)), executor(make_executor_thread_pool("srv-exec-", threads_per_client)) {
-        const platform::object_access access{options.group};
-        const std::string base = platform::object_name("ipc_" + platform::unique_text());
-        ipc_instance::create_params params;
-        params.receive = std::make_unique<shared_memory_queue>(base + "_recv", access);
-        params.send = std::make_unique<shared_memory_queue>(base + "_send", access);
-        params.table = std::move(table);
-        params.executor = executor;
-        params.name = "srv-ipc-";
-        params.peer = fmt::format("pid {}", channel->identity().process_id);
-        params.at_service = true;
-        // The first packet proves that the client has opened both queues.
-        params.on_first_packet = [this] {
-            connection->receive_side().release_names();
-            connection->send_side().release_names();
-        };
-        params.on_bad_packet = [this] {
-            logger().error("Client {} broke the packet format; it is dropped.", connection->get_peer_info());
-            stop.set();
-        };
-        connection = std::make_shared<ipc_instance>(std::move(params));
-        connection->start();
-
-        service_announce_packet announce{
-            make_header(rpc_packet_type::service_announce, 0, sizeof(service_announce_packet), 0), {}, {}};
-        (base + "_send").copy(announce.to_client, announce_name_size - 1);
-        (base + "_recv").copy(announce.from_client, announce_name_size - 1);
-        if (const std::error_code error = channel->send(std::as_bytes(std::span{&announce, 1}))) {
-            logger().warn("Client {} left before it was announced: {}", connection->get_peer_info(), error.message());
-        }
-        thread = std::thread{[this] { watch(); }};
-    }
-
-    ~client() {
-        stop.set();
-        if (thread.joinable()) thread.join();
-    }
-
-    [[nodiscard]] bool gone() const noexcept { return ended; }
-
-private:
-    void watch() {
-        gds_helper::set_thread_name("srv-ipccon");
-        channel->run(stop, [this](std::error_code error, std::span<const std::byte> packet) {
-            if (error == std::errc::connection_aborted) {
-                stop.set();
-                return false;
-            }
-            if (error) {
-                logger().error("Packet-receive, error-code: {}", error.message());
-                stop.set();
-                return false;
-            }
-            return receive_announce(packet);
-        });
-        // First the channel: a client that waits for an answer must not wait for functions that still run here.
-        channel.reset();
-        // Everything that the client held is released here, at once.
-        connection->shutdown();
-        executor.reset();
-        connection.reset();
-        logger().info("Client '{}' left.", name);
-        ended = true;
-    }
-
-    bool receive_announce(std::span<const std::byte> packet) {
-        const auto announce = read_packet<client_announce_packet>(packet);
-        if (!announce || announce->header.type() != rpc_packet_type::client_announce) {
-            logger().error("Client {} sent {} bytes that are no announcement; it is dropped.",
-                           channel->identity().process_id, packet.size());
-            stop.set();
-            return false;
-        }
-        name = std::string{announce->client_name, strnlen(announce->client_name, announce_name_size)};
-        logger().info("Client '{}' connected.", name);
-        return true;
-    }
-
-    std::unique_ptr<platform::named_pipe_channel> channel;
-    platform::stop_event stop;
-    std::shared_ptr<executor_thread_pool_interface> executor;
-    std::shared_ptr<ipc_instance> connection;
-    std::string name; // the thread's
-    std::atomic<bool> ended{false};
-    std::thread thread;
-};
 
 } // namespace
 
+// One thread accepts, and waits for the announcements of all who have not made theirs.
 class rpc_server::impl {
 public:
     impl(options given, std::function<object_function_table_root()> table_maker,
@@ -130,40 +37,103 @@ public:
     ~impl() {
         stop.set();
         thread.join();
+        // All at once: each may take its time.
+        for (client& entry : clients) entry.end();
+        clients.clear();
     }
 
 private:
+    using clock = std::chrono::steady_clock;
+
     void accept_clients() {
         gds_helper::set_thread_name("srv-accept");
-        std::list<client> clients;
         while (!stop.is_set()) {
-            auto accepted = listener->accept(stop, [](const platform::peer_identity& who) {
-                logger().warn("Process {} of user {} was turned away.", who.process_id, who.user_id);
-            });
-            clients.remove_if([](const client& entry) { return entry.gone(); });
-            if (!accepted) {
-                logger().error("Accepting clients failed: {}", accepted.error().message());
-                std::this_thread::sleep_for(std::chrono::milliseconds{100});
-                continue;
-            }
-            if (!*accepted) continue; // woken up
-            if (clients.size() >= most_clients) {
-                logger().error("Process {} was turned away: {} clients are connected.",
-                               (*accepted)->identity().process_id, clients.size());
-                continue;
-            }
             try {
-                clients.emplace_back(std::move(*accepted), chosen, make_table());
-            } catch (const std::system_error& failure) {
-                logger().error("No connection for a client: {}", failure.what());
+                wait_once();
+            } catch (const std::exception& failure) {
+                // No memory, threads or shared memory: not now. Whoever connects is not answered meanwhile.
+                logger().critical("Serving new clients failed: {}", failure.what());
+                std::this_thread::sleep_for(std::chrono::milliseconds{100});
             }
         }
+        waiting.clear();
+    }
+
+    void wait_once() {
+        std::vector<std::intptr_t> handles{stop.native(), client_ended.native(), listener->native()};
+        std::optional<std::chrono::milliseconds> time;
+        for (const unannounced& entry : waiting) {
+            handles.push_back(entry.native());
+            // The first in the list has waited longest.
+            if (!time) time = std::chrono::ceil<std::chrono::milliseconds>(entry.deadline() - clock::now());
+        }
+        const std::vector<bool> ready = platform::wait_readable(handles, time);
+        client_ended.reset();
+        clients.remove_if([](const client& entry) { return entry.gone(); });
+
+        std::size_t index = 3;
+        for (auto entry = waiting.begin(); entry != waiting.end(); ++index) {
+            const auto here = entry++;
+            if (ready[index]) {
+                // Out of the list before anything can fail: it is not looked at twice.
+                std::list<unannounced> one;
+                one.splice(one.begin(), waiting, here);
+                hear(one.front());
+            } else if (clock::now() >= here->deadline()) {
+                logger().warn("Process {} did not announce itself; it is dropped.", here->identity().process_id);
+                waiting.erase(here);
+            }
+        }
+        if (ready[2]) accept_one();
+    }
+
+    void hear(unannounced& entry) {
+        if (auto name = entry.announced_name()) {
+            clients.emplace_back(std::move(entry), std::move(*name), make_table(), bytes_of(entry.identity().user_id),
+                                 client_ended);
+        }
+    }
+
+    void accept_one() {
+        auto accepted = listener->accept([](const platform::peer_identity& who) {
+            logger().warn("Process {} of user {} was turned away.", who.process_id, who.user_id);
+        });
+        if (!accepted) {
+            logger().error("Accepting clients failed: {}", accepted.error().message());
+            std::this_thread::sleep_for(std::chrono::milliseconds{100});
+            return;
+        }
+        if (!*accepted) return; // it has left
+        const platform::peer_identity who = (*accepted)->identity();
+        const auto is_theirs = [&](const auto& entry) { return entry.identity().user_id == who.user_id; };
+        const std::size_t all = clients.size() + waiting.size();
+        const auto theirs = static_cast<std::size_t>(std::ranges::count_if(clients, is_theirs) +
+                                                     std::ranges::count_if(waiting, is_theirs));
+        if (all >= limits::most_clients || theirs >= limits::most_clients_of_user) {
+            logger().error("Process {} of user {} was turned away: {} clients are connected, {} of this user.",
+                           who.process_id, who.user_id, all, theirs);
+            return;
+        }
+        waiting.emplace_back(std::move(*accepted), platform::object_access{chosen.group, who.user_id});
+    }
+
+    // Shared by all clients of one user, and gone with the last of them.
+    std::shared_ptr<byte_budget> bytes_of(std::uint32_t user) {
+        std::erase_if(budgets, [](const auto& entry) { return entry.second.expired(); });
+        auto found = budgets[user].lock();
+        if (!found) budgets[user] = found = std::make_shared<byte_budget>(limits::most_call_bytes_of_user);
+        return found;
     }
 
     const options chosen;
     const std::function<object_function_table_root()> make_table;
     const std::unique_ptr<platform::named_pipe_listener> listener;
     platform::stop_event stop;
+    platform::stop_event client_ended;
+    // The thread's, until it has ended:
+    std::list<unannounced> waiting;
+    std::list<client> clients;
+    std::map<std::uint32_t, std::weak_ptr<byte_budget>> budgets;
     std::thread thread;
 };
 
@@ -172,8 +142,11 @@ rpc_server::~rpc_server() = default;
 
 std::expected<std::unique_ptr<rpc_server>, std::error_code>
 rpc_server::start(options chosen, std::function<object_function_table_root()> make_table) {
-    auto listener = platform::named_pipe_listener::listen(chosen.pipe_name, {chosen.group});
+    auto listener = platform::named_pipe_listener::listen(chosen.pipe_name, {chosen.group, {}});
     if (!listener) return std::unexpected(listener.error());
+    if (const std::size_t removed = remove_leftovers(); removed != 0) {
+        logger().info("{} names of services that were killed have been removed from shared memory.", removed);
+    }
     return std::unique_ptr<rpc_server>{
         new rpc_server{std::make_unique<impl>(std::move(chosen), std::move(make_table), std::move(*listener))}};
 }

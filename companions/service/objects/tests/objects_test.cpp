@@ -21,7 +21,8 @@ class Objects : public testing::Test {
 protected:
     struct client {
         explicit client(const std::shared_ptr<service_core>& core)
-            : session{std::make_shared<client_session>([this](uint64_t number) { raised |= uint64_t{1} << number; })},
+            : session{std::make_shared<client_session>([this](uint64_t number) { raised |= uint64_t{1} << number; },
+                                                       std::nullopt)},
               interface {
             core, session, "lo"
         } {

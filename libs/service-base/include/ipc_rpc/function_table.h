@@ -56,14 +56,17 @@ struct object_entry {
     std::string class_name;
     std::shared_ptr<void> owned;  // kept alive until the handle is closed or the connection ends
     std::weak_ptr<void> observed; // used when `owned` is null: calls answer status 41 once it has expired
+    // Called when the connection ends while the object is registered: calls on it that still run are to end. It must
+    // not wait.
+    std::function<void()> on_end = {};
 
     template <class T>
     [[nodiscard]] static object_entry owning(std::string class_name, std::shared_ptr<T> object) {
-        return {std::move(class_name), std::move(object), {}};
+        return {std::move(class_name), std::move(object), {}, {}};
     }
     template <class T>
     [[nodiscard]] static object_entry observing(std::string class_name, const std::shared_ptr<T>& object) {
-        return {std::move(class_name), nullptr, object};
+        return {std::move(class_name), nullptr, object, {}};
     }
 };
 

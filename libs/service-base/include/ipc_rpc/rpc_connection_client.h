@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <expected>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -37,6 +38,8 @@ public:
 
     // Who is at the other end, for the log; empty in the client.
     [[nodiscard]] virtual std::string get_peer_info() const { return {}; }
+    // The user whose process is at the other end; empty in the client.
+    [[nodiscard]] virtual std::optional<std::uint32_t> get_peer_user() const { return std::nullopt; }
     [[nodiscard]] virtual bool is_service() const { return false; }
     [[nodiscard]] virtual bool is_open() const = 0;
 };

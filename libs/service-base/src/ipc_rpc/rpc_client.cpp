@@ -70,6 +70,15 @@ public:
 
 private:
     void comm_thread_main(init_data& data) {
+        try {
+            hold_channel(data);
+        } catch (const std::exception& failure) {
+            ipc_logger().critical("The connection to the service ended: {}", failure.what());
+            data.answer(std::unexpected(make_error_code(status::resource_exhausted)));
+        }
+    }
+
+    void hold_channel(init_data& data) {
         gds_helper::set_thread_name("clt-ipccon");
         auto attached = platform::named_pipe_channel::attach_to_server(data.service.pipe_name, attach_time, *stop);
         if (!attached) {
@@ -81,12 +90,17 @@ private:
         std::shared_ptr<ipc_instance> connection;
         int silent = 0;
         while (!stop->is_set() && silent < silent_rounds) {
-            channel.run(
-                *stop,
-                [&](std::error_code error, std::span<const std::byte> packet) {
-                    return receive_tcp_packet(data, channel, connection, error, packet);
-                },
-                watch_interval);
+            try {
+                channel.run(
+                    *stop,
+                    [&](std::error_code error, std::span<const std::byte> packet) {
+                        return receive_tcp_packet(data, channel, connection, error, packet);
+                    },
+                    watch_interval);
+            } catch (const std::bad_alloc&) {
+                data.answer(std::unexpected(make_error_code(status::resource_exhausted)));
+                break;
+            }
             if (connection) silent = connection->send_side().peer_shows_life() ? 0 : silent + 1;
         }
         if (silent == silent_rounds) ipc_logger().error("The service does not answer; the connection is given up.");
@@ -148,6 +162,9 @@ private:
         } catch (const std::system_error& failure) {
             connection.reset();
             return data.answer(std::unexpected(failure.code()));
+        } catch (const std::bad_alloc&) {
+            connection.reset();
+            return data.answer(std::unexpected(make_error_code(status::resource_exhausted)));
         }
         data.answer(connection);
     }
@@ -179,6 +196,8 @@ client_instance::connect(const std::string& client_name, const service_id& servi
         return result;
     } catch (const std::system_error& failure) {
         return std::unexpected(failure.code()); // no thread or descriptor to be had
+    } catch (const std::bad_alloc&) {
+        return std::unexpected(make_error_code(status::resource_exhausted));
     }
 }
 

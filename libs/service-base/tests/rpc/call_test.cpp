@@ -244,6 +244,8 @@ TEST_F(Call, GarbageFromOneClientDoesNotTouchAnother) {
             },
             200ms);
         ASSERT_TRUE(announce);
+        client_announce_packet own{{client_announce_first_word, sizeof(client_announce_packet), 0}, {"garbage"}};
+        ASSERT_FALSE((*channel)->send(std::as_bytes(std::span{&own, 1})));
         shared_memory_queue queue{std::string{announce->from_client}};
         // Replies are taken, or the client's own queue would fill and stop it.
         shared_memory_queue replies{std::string{announce->to_client}};

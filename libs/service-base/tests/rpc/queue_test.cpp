@@ -70,7 +70,7 @@ TEST(Queue, AnOfferNeverWaits) {
     const std::byte packet[] = {std::byte{7}, std::byte{8}};
     for (unsigned i = 0; i < queue_block_count; ++i) ASSERT_EQ(pair.opener.offer(packet), offered::sent);
     EXPECT_EQ(pair.opener.offer(packet), offered::would_wait);
-    std::thread waiting{[&] { EXPECT_FALSE(pair.opener.acquire_block().empty()); }}; // holds the lock meanwhile
+    std::thread waiting{[&] { EXPECT_FALSE(pair.opener.acquire_block().empty()); }};
     for (int i = 0; i < 100; ++i) EXPECT_EQ(pair.opener.offer(packet), offered::would_wait);
 
     const auto received = pair.creator.receive();

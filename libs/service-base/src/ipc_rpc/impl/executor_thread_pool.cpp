@@ -2,7 +2,7 @@
 #include <ipc_rpc/executor.h>
 
 #include <condition_variable>
-#include <deque>
+#include <list>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -15,7 +15,7 @@ namespace {
 struct pool_state {
     std::mutex queue_mutex; // guards what follows
     std::condition_variable changed;
-    std::deque<std::function<void()>> tasks;
+    std::list<std::function<void()>> tasks; // a list: an empty one costs no memory, at the end of all
     bool stopped = false;
 
     void work() {
@@ -26,7 +26,11 @@ struct pool_state {
             std::function<void()> task = std::move(tasks.front());
             tasks.pop_front();
             lock.unlock();
-            task();
+            try {
+                task();
+            } catch (const std::exception&) {
+                // No memory for an answer: whoever waits for one waits for the connection's end, not the process.
+            }
             task = nullptr;
             lock.lock();
         }
@@ -36,11 +40,17 @@ struct pool_state {
 class thread_pool final : public executor_thread_pool_interface {
 public:
     thread_pool(const std::string& name_prefix, std::size_t count) : state(std::make_shared<pool_state>()) {
+        threads.reserve(count);
         for (std::size_t i = 0; i < count; ++i) {
-            threads.emplace_back([state = state.shared(), name = name_prefix + std::to_string(i)] {
-                gds_helper::set_thread_name(name);
-                state->work();
-            });
+            try {
+                threads.emplace_back([state = state.shared(), name = name_prefix + std::to_string(i)] {
+                    gds_helper::set_thread_name(name);
+                    state->work();
+                });
+            } catch (...) {
+                end(); // of those that have started
+                throw;
+            }
         }
     }
 
@@ -49,7 +59,20 @@ public:
             for (auto& thread : threads) thread.detach();
             return;
         }
-        std::deque<std::function<void()>> dropped;
+        end();
+    }
+
+    void push(std::function<void()> task) override {
+        {
+            const std::lock_guard lock{state->queue_mutex};
+            state->tasks.push_back(std::move(task));
+        }
+        state->changed.notify_one();
+    }
+
+private:
+    void end() {
+        std::list<std::function<void()>> dropped;
         {
             const std::lock_guard lock{state->queue_mutex};
             state->stopped = true;
@@ -65,15 +88,6 @@ public:
         }
     }
 
-    void push(std::function<void()> task) override {
-        {
-            const std::lock_guard lock{state->queue_mutex};
-            state->tasks.push_back(std::move(task));
-        }
-        state->changed.notify_one();
-    }
-
-private:
     gds_helper::process_local<pool_state> state;
     std::vector<std::thread> threads;
 };

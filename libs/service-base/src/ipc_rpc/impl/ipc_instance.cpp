@@ -11,17 +11,20 @@ namespace ipc_rpc {
 ipc_instance::ipc_instance(create_params params)
     : name(std::move(params.name)),
       peer(std::move(params.peer)),
+      peer_user(params.peer_user),
       at_service(params.at_service),
       owner_process(gds_helper::process_id()),
       send_queue(std::move(params.send)),
       receive_queue(std::move(params.receive)),
-      channel(*send_queue, name + "send"),
+      channel(*send_queue, *receive_queue, name + "send"),
       receive_name(name + "recv"),
       caller(channel),
-      callee(std::make_shared<rpc_callee_instance>(channel, std::move(params.table), std::move(params.executor))),
+      callee(std::make_shared<rpc_callee_instance>(channel, std::move(params.table), std::move(params.executor),
+                                                   std::move(params.call_bytes))),
       on_notification(std::move(params.on_notification)),
       on_first_packet(std::move(params.on_first_packet)),
-      on_bad_packet(std::move(params.on_bad_packet)) {}
+      on_end(std::move(params.on_end)),
+      drops_bad_packets(params.drops_bad_packets) {}
 
 ipc_instance::~ipc_instance() {
     if (gds_helper::process_id() != owner_process) {
@@ -33,12 +36,20 @@ ipc_instance::~ipc_instance() {
 
 void ipc_instance::start() {
     callee->set_connection(weak_from_this());
-    receive_thread = std::thread{[this] {
-        receive_thread_id = std::this_thread::get_id();
-        gds_helper::set_thread_name(receive_name);
+    receive_thread = std::thread{[this] { receive_main(); }};
+}
+
+void ipc_instance::receive_main() {
+    receive_thread_id = std::this_thread::get_id();
+    gds_helper::set_thread_name(receive_name);
+    try {
         receive_loop();
-        caller.close(); // nobody delivers answers any more
-    }};
+    } catch (const std::exception& failure) {
+        // No memory, mostly. The connection ends; the process goes on.
+        ipc_logger().critical("{} failed with: {}", receive_name, failure.what());
+    }
+    caller.close(); // nobody delivers answers any more
+    if (on_end) on_end();
 }
 
 void ipc_instance::shutdown() {
@@ -46,6 +57,7 @@ void ipc_instance::shutdown() {
     caller.close();
     send_queue->shut();
     receive_queue->shut();
+    callee->release();
     if (receive_thread.joinable()) receive_thread.join();
     callee->stop();
 }
@@ -103,7 +115,7 @@ void ipc_instance::receive_loop() {
             if (std::exchange(first, false) && on_first_packet) on_first_packet();
             const bool good = receive_span(*block);
             receive_queue->release_block(*block);
-            if (!good && on_bad_packet) return on_bad_packet();
+            if (!good && !drops_bad_packets) return;
             continue;
         }
         const auto& words = std::get<notification_words>(received);

@@ -24,12 +24,15 @@ public:
         std::shared_ptr<executor_thread_pool_interface> executor;
         std::string name; // of threads and channels: "clt-ipc-" or "srv-ipc-"
         std::string peer; // who is at the other end
+        std::optional<std::uint32_t> peer_user;
         bool at_service = false;
         std::function<void(std::uint64_t)> on_notification; // on the receive thread
         std::function<void()> on_first_packet;              // on the receive thread
-        // On the receive thread, which ends with it: the peer broke the packet format. Without it bad packets are
-        // only dropped.
-        std::function<void()> on_bad_packet;
+        bool drops_bad_packets = true;                      // else the first one ends the connection
+        // On the receive thread, its last act: nothing comes from this peer any more, for a reason of its own, its
+        // broken packets, or for want of memory here.
+        std::function<void()> on_end;
+        std::shared_ptr<byte_budget> call_bytes; // of the peer's calls; null for one of the connection's own
     };
 
     explicit ipc_instance(create_params params);
@@ -37,7 +40,8 @@ public:
 
     // After construction, when a shared owner exists.
     void start();
-    // Ends everything; harmless when repeated. Not on the receive thread.
+    // Ends everything; harmless when repeated. Not on the receive thread. Objects go first, then threads are waited
+    // for.
     void shutdown();
     // Raises a number at the other end; never waits.
     bool raise_notification(std::uint64_t number) { return send_queue->raise_notification(number); }
@@ -49,24 +53,37 @@ public:
     std::error_code call(std::uint64_t handle, std::string_view function_name, std::span<const std::byte> parameters,
                          std::vector<std::byte>* result, std::uint32_t flags) override;
     [[nodiscard]] std::string get_peer_info() const override { return peer; }
+    [[nodiscard]] std::optional<std::uint32_t> get_peer_user() const override { return peer_user; }
     [[nodiscard]] bool is_service() const override { return at_service; }
     [[nodiscard]] bool is_open() const override;
 
 private:
     class queue_channel final : public channel_interface {
     public:
-        queue_channel(shared_memory_queue& target, std::string channel_name)
-            : queue(target), name(std::move(channel_name)) {}
-        std::span<std::byte> acquire_block() override { return queue.acquire_block(); }
-        bool send_block(std::span<std::byte> block) override { return queue.send_block(block); }
+        queue_channel(shared_memory_queue& target, shared_memory_queue& other_way, std::string channel_name)
+            : queue(target), answers(other_way), name(std::move(channel_name)) {}
+        std::span<std::byte> acquire_block() override { return checked(queue.acquire_block()); }
+        bool send_block(std::span<std::byte> block) override {
+            const bool sent = queue.send_block(block);
+            if (queue.is_closed()) answers.shut();
+            return sent;
+        }
         offered offer(std::span<const std::byte> packet) override { return queue.offer(packet); }
         std::string_view get_name() const override { return name; }
 
     private:
+        // A peer that ends one direction has ended both.
+        std::span<std::byte> checked(std::span<std::byte> block) {
+            if (block.empty() && queue.is_closed()) answers.shut();
+            return block;
+        }
+
         shared_memory_queue& queue;
+        shared_memory_queue& answers;
         std::string name;
     };
 
+    void receive_main();
     void receive_loop();
     // False for a packet that breaks the format; it is dropped, with a line in the log.
     [[nodiscard]] bool receive_span(std::span<const std::byte> block);
@@ -78,6 +95,7 @@ private:
 
     const std::string name;
     const std::string peer;
+    const std::optional<std::uint32_t> peer_user;
     const bool at_service;
     const std::int64_t owner_process;
     std::unique_ptr<shared_memory_queue> send_queue;
@@ -88,7 +106,8 @@ private:
     std::shared_ptr<rpc_callee_instance> callee;
     std::function<void(std::uint64_t)> on_notification;
     std::function<void()> on_first_packet;
-    std::function<void()> on_bad_packet;
+    std::function<void()> on_end;
+    const bool drops_bad_packets;
     std::atomic<bool> ended{false};
     std::atomic<std::thread::id> receive_thread_id{};
     std::thread receive_thread;

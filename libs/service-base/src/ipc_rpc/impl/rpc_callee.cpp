@@ -1,32 +1,37 @@
 #include "impl/rpc_callee.h"
 
+#include <gds_helper/printable.h>
+#include <ipc_rpc/limits.h>
+
 #include <spdlog/logger.h>
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 namespace ipc_rpc {
 
 namespace {
 
-constexpr std::size_t most_incoming = 128;
-constexpr std::size_t dropped_at_once = 64;
-// All parameter blocks that are still arriving, together: one peer can't take more of this process's memory.
-constexpr std::uint64_t most_incoming_bytes = 4 * max_param_block;
-
 [[nodiscard]] bool wants_reply(std::uint32_t flags) noexcept { return (flags & rpc_flag_no_reply) == 0; }
 
 } // namespace
 
 rpc_callee_instance::rpc_callee_instance(channel_interface& send_channel, object_function_table_root functions,
-                                         std::shared_ptr<executor_thread_pool_interface> pool)
-    : channel(send_channel), table(std::move(functions)), executor(std::move(pool)) {}
+                                         std::shared_ptr<executor_thread_pool_interface> pool,
+                                         std::shared_ptr<byte_budget> call_bytes)
+    : channel(send_channel),
+      table(std::move(functions)),
+      bytes(call_bytes ? std::move(call_bytes) : std::make_shared<byte_budget>(limits::most_call_bytes)),
+      executor(std::move(pool)) {}
 
 std::expected<std::uint64_t, std::error_code> rpc_callee_instance::register_object(object_entry object) {
     if (!object.owned && object.observed.expired()) {
         return std::unexpected(make_error_code(status::null_registration));
     }
     const std::lock_guard guard{objects_mutex};
+    if (released) return std::unexpected(make_error_code(status::connection_closed));
+    if (objects.size() >= limits::most_objects) return std::unexpected(make_error_code(status::resource_exhausted));
     if (++last_handle == 0) ++last_handle; // 0 means "global"
     objects.emplace(last_handle, std::move(object));
     return last_handle;
@@ -52,7 +57,7 @@ rpc_callee_instance::target rpc_callee_instance::find_target(std::uint64_t handl
     if (handle == 0) {
         const rpc_function* function = table.find_global(name);
         if (function == nullptr) {
-            ipc_logger().warn("Failed to find global function '{}'.", name);
+            ipc_logger().warn("Failed to find global function '{}'.", gds_helper::printable(name));
             return {nullptr, nullptr, status::function_not_found};
         }
         return {function, nullptr, status::success};
@@ -65,7 +70,7 @@ rpc_callee_instance::target rpc_callee_instance::find_target(std::uint64_t handl
     }
     const rpc_function* function = table.find_method(found->second.class_name, name);
     if (function == nullptr) {
-        ipc_logger().warn("Failed to find method (name='{}') on object (id={}).", name, handle);
+        ipc_logger().warn("Failed to find method (name='{}') on object (id={}).", gds_helper::printable(name), handle);
         return {nullptr, nullptr, status::function_not_found};
     }
     auto object = found->second.owned ? found->second.owned : found->second.observed.lock();
@@ -93,29 +98,34 @@ void rpc_callee_instance::receive_call_start(std::span<const std::byte> packet, 
     if (callee.failure != status::success) return refuse(callee.failure);
     if (start->param_size > max_param_block) return refuse(status::param_block_too_large);
     const auto chunk = packet.subspan(sizeof(call_start_packet));
-    if (start->param_size > chunk.size()) {
-        if (incoming_bytes + start->param_size > most_incoming_bytes) return refuse(status::resource_exhausted);
-        incoming_call call{header.seq_id, flags, std::move(callee), {}};
+    const bool whole = start->param_size <= chunk.size();
+    try {
+        incoming_call call{header.seq_id, flags, std::move(callee), {}, {}};
+        call.reserved = reserved_bytes::take(bytes, whole ? chunk.size() : start->param_size);
+        if (!call.reserved) return refuse(status::resource_exhausted);
+        if (whole) {
+            call.parameters.bytes.assign(chunk.begin(), chunk.end());
+            return execute_function_and_sent_response(std::move(call));
+        }
         call.parameters.bytes.resize(start->param_size);
         static_cast<void>(call.parameters.put(0, chunk));
-        return add_transaction(std::move(call));
+        add_transaction(std::move(call));
+    } catch (const std::bad_alloc&) {
+        refuse(status::resource_exhausted);
     }
-    execute_function_and_sent_response(header.seq_id, flags, std::move(callee), {chunk.begin(), chunk.end()});
 }
 
 void rpc_callee_instance::add_transaction(incoming_call call) {
-    if (transactions.size() > most_incoming) {
+    if (transactions.size() > limits::most_arriving_calls) {
         ipc_logger().error("Call transaction list size == {}, erasing oldest 64 elements.", transactions.size());
-        for (std::size_t i = 0; i < dropped_at_once; ++i) take_transaction(transactions.begin());
+        for (std::size_t i = 0; i < limits::arriving_calls_dropped; ++i) take_transaction(transactions.begin());
     }
-    incoming_bytes += call.parameters.bytes.size();
     transactions.push_back(std::move(call));
 }
 
 rpc_callee_instance::incoming_call rpc_callee_instance::take_transaction(std::list<incoming_call>::iterator at) {
     incoming_call taken = std::move(*at);
     transactions.erase(at);
-    incoming_bytes -= taken.parameters.bytes.size();
     return taken;
 }
 
@@ -138,38 +148,40 @@ void rpc_callee_instance::receive_call_step(std::span<const std::byte> packet, c
         return;
     }
     if (!found->parameters.complete()) return;
-    incoming_call call = take_transaction(found);
-    execute_function_and_sent_response(call.seq_id, call.flags, std::move(call.callee),
-                                       std::move(call.parameters.bytes));
+    execute_function_and_sent_response(take_transaction(found));
 }
 
-void rpc_callee_instance::execute_function_and_sent_response(std::uint64_t seq_id, std::uint32_t flags, target callee,
-                                                             std::vector<std::byte> parameters) {
-    push_task([this, seq_id, flags, callee = std::move(callee),
-               parameters = std::move(parameters)](const std::shared_ptr<rpc_connection_client>& self) {
-        rpc_call_context context{param_reader{parameters, self}, {}, self, callee.object};
-        status outcome = status::success;
-        try {
-            outcome = (*callee.function)(context);
-        } catch (status thrown) {
-            outcome = thrown;
-        } catch (const std::exception& failure) {
-            // No memory for what the peer asked for, mostly. It gets an answer; this process goes on.
-            ipc_logger().critical("The function called with seq_id={} failed: {}", seq_id, failure.what());
-            outcome = status::resource_exhausted;
-            context.result.clear();
-        }
-        if (outcome == status::success && context.result.size() > max_param_block) {
-            outcome = status::param_block_too_large;
-            context.result.clear();
-        }
-        if (!wants_reply(flags)) return;
-        if (outcome == status::success) {
-            send_result(channel, seq_id, context.result);
-        } else {
-            send_ret_err_packet(channel, seq_id, outcome, context.result);
-        }
-    });
+void rpc_callee_instance::execute_function_and_sent_response(incoming_call call) {
+    const std::uint64_t seq_id = call.seq_id;
+    const std::uint32_t flags = call.flags;
+    const bool taken = push_task(
+        [this, seq_id, flags, callee = std::move(call.callee), parameters = std::move(call.parameters.bytes),
+         reserved = std::move(call.reserved)](const std::shared_ptr<rpc_connection_client>& self) {
+            rpc_call_context context{param_reader{parameters, self}, {}, self, callee.object};
+            status outcome = status::success;
+            try {
+                outcome = (*callee.function)(context);
+            } catch (status thrown) {
+                outcome = thrown;
+            } catch (const std::exception& failure) {
+                // No memory for what the peer asked for, mostly. It gets an answer; this process goes on.
+                ipc_logger().critical("The function called with seq_id={} failed: {}", seq_id, failure.what());
+                outcome = status::resource_exhausted;
+                context.result.clear();
+            }
+            if (outcome == status::success && context.result.size() > max_param_block) {
+                outcome = status::param_block_too_large;
+                context.result.clear();
+            }
+            if (!wants_reply(flags)) return;
+            if (outcome == status::success) {
+                send_result(channel, seq_id, context.result);
+            } else {
+                send_ret_err_packet(channel, seq_id, outcome, context.result);
+            }
+        },
+        limits::most_waiting_calls);
+    if (!taken && wants_reply(flags)) send_ret_err_packet(channel, seq_id, status::resource_exhausted);
 }
 
 void rpc_callee_instance::receive_close_handle(std::span<const std::byte> packet, const rpc_packet_header& header) {
@@ -179,38 +191,43 @@ void rpc_callee_instance::receive_close_handle(std::span<const std::byte> packet
         send_ret_err_packet(channel, header.seq_id, status::bad_packet);
         return;
     }
-    push_task([this, seq_id = header.seq_id, flags = header.flags(),
-               handle = close->object_handle](const std::shared_ptr<rpc_connection_client>&) {
-        object_entry removed; // destroyed outside the lock, before the answer
-        bool found = false;
-        {
-            const std::lock_guard guard{objects_mutex};
-            if (const auto at = objects.find(handle); at != objects.end()) {
-                removed = std::move(at->second);
-                objects.erase(at);
-                found = true;
+    const bool taken = push_task(
+        [this, seq_id = header.seq_id, flags = header.flags(),
+         handle = close->object_handle](const std::shared_ptr<rpc_connection_client>&) {
+            object_entry removed; // destroyed outside the lock, before the answer
+            bool found = false;
+            {
+                const std::lock_guard guard{objects_mutex};
+                if (const auto at = objects.find(handle); at != objects.end()) {
+                    removed = std::move(at->second);
+                    objects.erase(at);
+                    found = true;
+                }
             }
-        }
-        removed = {};
-        if (!found) ipc_logger().warn("Close-handle: Object not found for handle : {}", handle);
-        if (!wants_reply(flags)) return;
-        if (found) {
-            send_result(channel, seq_id, {});
-        } else {
-            send_ret_err_packet(channel, seq_id, status::object_not_found);
-        }
-    });
+            removed = {};
+            if (!found) ipc_logger().warn("Close-handle: Object not found for handle : {}", handle);
+            if (!wants_reply(flags)) return;
+            if (found) {
+                send_result(channel, seq_id, {});
+            } else {
+                send_ret_err_packet(channel, seq_id, status::object_not_found);
+            }
+        },
+        limits::most_waiting_calls + limits::most_objects);
+    if (!taken && wants_reply(header.flags())) send_ret_err_packet(channel, header.seq_id, status::resource_exhausted);
 }
 
-void rpc_callee_instance::push_task(task work) {
+bool rpc_callee_instance::push_task(task work, std::size_t most) {
     std::shared_ptr<executor_thread_pool_interface> runner;
     {
         const std::lock_guard guard{tasks_mutex};
-        if (!executor) return;
+        if (!executor) return true; // the end: nobody waits for an answer
+        if (tasks.size() >= most) return false;
         tasks.push_back(std::move(work));
         runner = executor;
     }
     runner->push([self = shared_from_this()] { self->run_one_task(); });
+    return true;
 }
 
 void rpc_callee_instance::run_one_task() {
@@ -224,20 +241,31 @@ void rpc_callee_instance::run_one_task() {
     if (const auto self = connection.lock()) work(self);
 }
 
+void rpc_callee_instance::release() {
+    std::list<task> dropped;
+    std::map<std::uint64_t, object_entry> gone;
+    {
+        const std::lock_guard guard{tasks_mutex};
+        dropped.swap(tasks);
+    }
+    {
+        const std::lock_guard guard{objects_mutex};
+        released = true;
+        gone.swap(objects);
+    }
+    for (const auto& [handle, entry] : gone) {
+        if (entry.on_end) entry.on_end();
+    }
+}
+
 void rpc_callee_instance::stop() {
-    std::deque<task> dropped;
-    std::map<std::uint64_t, object_entry> released;
     std::shared_ptr<executor_thread_pool_interface> ended; // perhaps its last owner: joins, so without a lock
     {
         const std::lock_guard guard{tasks_mutex};
         ended.swap(executor);
-        dropped.swap(tasks);
     }
+    release();
     ended.reset();
-    {
-        const std::lock_guard guard{objects_mutex};
-        released.swap(objects);
-    }
 }
 
 } // namespace ipc_rpc

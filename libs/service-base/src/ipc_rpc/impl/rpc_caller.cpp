@@ -3,6 +3,7 @@
 #include <spdlog/logger.h>
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 namespace ipc_rpc {
@@ -108,13 +109,21 @@ void rpc_caller_instance::receive_packet(std::span<const std::byte> packet) {
     const auto chunk = packet.subspan(sizeof(ret_start_packet));
     switch (header->type()) {
     case rpc_packet_type::ret_err:
-        pending->incoming.bytes.assign(chunk.begin(), chunk.end());
+        try {
+            pending->incoming.bytes.assign(chunk.begin(), chunk.end());
+        } catch (const std::bad_alloc&) {
+            return finish(status::resource_exhausted);
+        }
         finish(static_cast<status>(read_packet<ret_err_packet>(packet)->status));
         return;
     case rpc_packet_type::ret_start: {
         const std::uint64_t size = read_packet<ret_start_packet>(packet)->result_size;
         if (size > max_param_block) return finish(status::param_block_too_large);
-        pending->incoming.bytes.resize(size);
+        try {
+            pending->incoming.bytes.resize(size);
+        } catch (const std::bad_alloc&) {
+            return finish(status::resource_exhausted);
+        }
         pending->incoming.received = 0;
         static_cast<void>(pending->incoming.put(0, chunk.first(std::min<std::size_t>(chunk.size(), size))));
         break;

@@ -4,6 +4,8 @@
 // free ring, sender, sent ring, receiver. 16 blocks in rings of 32 can't overrun.
 #include "impl/shared_memory_queue.h"
 
+#include <ipc_rpc/limits.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cstring>
@@ -93,20 +95,23 @@ std::uint32_t shared_memory_queue::index_of(std::span<std::byte> block) const no
 }
 
 bool shared_memory_queue::is_closed() const noexcept {
-    return shared(header.closed).load(std::memory_order_acquire) != 0;
+    return ended || broken || mapping.is_broken() || sent.is_broken() || free.is_broken() ||
+           shared(header.closed).load(std::memory_order_acquire) != 0;
 }
 
 std::span<std::byte> shared_memory_queue::acquire_block() {
-    const std::lock_guard guard{write_mutex};
-    try {
-        while (!is_closed()) {
-            free.wait();
-            std::uint32_t block = 0;
-            if (take(header.free_ring, header.free_read, header.free_write, block) != taken::entry) continue;
-            return is_closed() ? std::span<std::byte>{} : block_at(block);
+    while (!is_closed()) {
+        const auto result = free.wait(limits::wait_slice);
+        if (result == platform::named_semaphore::outcome::broken) broken = true;
+        if (result != platform::named_semaphore::outcome::taken) continue;
+        const std::lock_guard guard{write_mutex};
+        taken got = taken::lost_race;
+        std::uint32_t block = 0;
+        while (got == taken::lost_race && !is_closed()) {
+            got = take(header.free_ring, header.free_read, header.free_write, block);
         }
-    } catch (const std::system_error&) {
-        // A dying peer ends the operation, not the process.
+        if (got != taken::entry) continue; // the peer counted what it did not put there
+        return is_closed() ? std::span<std::byte>{} : block_at(block);
     }
     return {};
 }
@@ -121,12 +126,12 @@ bool shared_memory_queue::send_block(std::span<std::byte> block) {
 
 channel_interface::offered shared_memory_queue::offer(std::span<const std::byte> packet) {
     using offered = channel_interface::offered;
-    // A sender holds the lock for a moment, or for as long as he waits for a block: then there is none.
+    // A sender holds the lock for a moment.
     std::unique_lock guard{write_mutex, std::defer_lock};
     for (int i = 0; i < lock_attempts && !guard.try_lock(); ++i) std::this_thread::yield();
     if (is_closed()) return offered::closed;
     std::uint32_t index = 0;
-    if (!guard.owns_lock() || !free.try_wait() ||
+    if (!guard.owns_lock() || free.wait(std::chrono::milliseconds{0}) != platform::named_semaphore::outcome::taken ||
         take(header.free_ring, header.free_read, header.free_write, index) != taken::entry) {
         return offered::would_wait;
     }
@@ -139,23 +144,20 @@ channel_interface::offered shared_memory_queue::offer(std::span<const std::byte>
 }
 
 shared_memory_queue::received shared_memory_queue::receive() {
-    try {
-        while (!is_closed()) {
-            std::uint32_t block = 0;
-            const taken result = take(header.sent_ring, header.sent_read, header.sent_write, block);
-            if (result == taken::entry) return block_at(block);
-            if (result == taken::lost_race) continue;
+    while (!is_closed()) {
+        std::uint32_t block = 0;
+        const taken result = take(header.sent_ring, header.sent_read, header.sent_write, block);
+        if (result == taken::entry) return block_at(block);
+        if (result == taken::lost_race) continue;
 
-            notification_words words{};
-            bool any = false;
-            for (std::size_t i = 0; i < words.size(); ++i) {
-                words[i] = shared(header.notify_bits[i]).exchange(0, std::memory_order_acq_rel);
-                any = any || words[i] != 0;
-            }
-            if (any) return words;
-            sent.wait();
+        notification_words words{};
+        bool any = false;
+        for (std::size_t i = 0; i < words.size(); ++i) {
+            words[i] = shared(header.notify_bits[i]).exchange(0, std::memory_order_acq_rel);
+            any = any || words[i] != 0;
         }
-    } catch (const std::system_error&) {
+        if (any) return words;
+        if (sent.wait(limits::wait_slice) == platform::named_semaphore::outcome::broken) broken = true;
     }
     return {};
 }
@@ -188,12 +190,9 @@ bool shared_memory_queue::peer_shows_life() {
 }
 
 void shared_memory_queue::shut() noexcept {
-    if (shared(header.closed).exchange(1, std::memory_order_acq_rel) != 0) {
-        // The peer may have died between its flag and its wake-ups.
-        sent.post(1);
-        free.post(1);
-        return;
-    }
+    if (ended.exchange(true)) return;
+    // Whatever the peer wrote there before: it may also have died between its flag and its wake-ups.
+    shared(header.closed).store(1, std::memory_order_release);
     sent.post(wake_all);
     free.post(wake_all);
 }

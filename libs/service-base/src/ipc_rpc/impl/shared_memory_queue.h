@@ -1,13 +1,15 @@
 // One direction of a connection: a ring of blocks in shared memory, with a bitmap of notifications beside it.
 //
 // Whatever lies in the shared region is the peer's word: indexes are masked or checked before they are used, names are
-// cut at their field.
+// cut at their field, and a wait looks again by itself whether this end has shut the queue, whatever the semaphores
+// say.
 #pragma once
 
 #include "impl/channel_interface.h"
 #include "platform.h"
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
@@ -59,8 +61,8 @@ public:
     shared_memory_queue(const shared_memory_queue&) = delete;
     shared_memory_queue& operator=(const shared_memory_queue&) = delete;
 
-    // Waits until the peer frees a block, and keeps all other senders of this queue waiting: the bound of 16 packets
-    // in flight is the back-pressure. Empty when the queue is closed.
+    // Waits until the peer frees a block: the bound of 16 packets in flight is the back-pressure. Empty when the queue
+    // is closed.
     [[nodiscard]] std::span<std::byte> acquire_block();
     [[nodiscard]] bool send_block(std::span<std::byte> block);
     // Both steps for a packet of at most one block, if a block is free now. Never waits, neither for the peer nor for a
@@ -96,7 +98,9 @@ private:
     platform::named_semaphore sent;
     platform::named_semaphore free;
     std::uint32_t free_write_seen = queue_ring_size; // by peer_shows_life; at first no index
-    std::mutex write_mutex; // makes writers of both rings exclusive; held while waiting for a free block
+    std::mutex write_mutex; // makes writers of both rings exclusive, and takers of free blocks; never held in a wait
+    std::atomic<bool> ended{false};  // shut by this end
+    std::atomic<bool> broken{false}; // the peer wrote what no peer writes
 };
 
 } // namespace ipc_rpc

@@ -11,6 +11,7 @@
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 
 #include <algorithm>
@@ -62,6 +63,12 @@ bool is_in_group(int fd, const peer_identity& peer, std::uint32_t group) {
     return std::ranges::find(groups, group) != groups.end();
 }
 
+// The client's process; empty when it has ended, or is one that this process can't see.
+file_descriptor process_of(const peer_identity& peer) {
+    if (peer.process_id <= 0) return file_descriptor{};
+    return file_descriptor{static_cast<int>(syscall(SYS_pidfd_open, static_cast<pid_t>(peer.process_id), 0))};
+}
+
 // True when the event was set within the time.
 bool wait_for(const stop_event& stop, milliseconds time) {
     pollfd entry{static_cast<int>(stop.native()), POLLIN, 0};
@@ -87,7 +94,7 @@ named_pipe_channel::attach_to_server(const std::string& id, milliseconds timeout
 
     const auto directory = runtime_directory(false);
     if (!directory) return fail(open_failed, directory.error());
-    const auto address = socket_address(*directory + "/" + id);
+    const auto address = socket_address(directory->path + "/" + id);
     if (!address) return fail(open_failed, address.error());
     file_descriptor fd{socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)};
     if (!fd) return fail(open_failed, last_error());
@@ -108,13 +115,17 @@ named_pipe_channel::attach_to_server(const std::string& id, milliseconds timeout
     }
     const auto peer = identity_of(fd.get());
     if (!peer) return fail(open_failed, peer.error());
-    if (peer->user_id != 0 && peer->user_id != geteuid()) {
+    if (peer->user_id != 0 && peer->user_id != geteuid() && peer->user_id != directory->trusted_user) {
         return fail(open_failed, std::make_error_code(std::errc::permission_denied));
     }
     return std::make_unique<named_pipe_channel>(fd.release(), *peer);
 }
 
-named_pipe_channel::~named_pipe_channel() { ::close(static_cast<int>(handle)); }
+named_pipe_channel::~named_pipe_channel() {
+    ::shutdown(static_cast<int>(handle), SHUT_RDWR);
+    ::close(static_cast<int>(handle));
+    if (process >= 0) ::close(static_cast<int>(process));
+}
 
 std::error_code named_pipe_channel::send(std::span<const std::byte> message) noexcept {
     // Never waits: a peer that reads nothing has room for the one message of the handshake.
@@ -125,13 +136,23 @@ std::error_code named_pipe_channel::send(std::span<const std::byte> message) noe
     return sent < 0 ? last_error() : std::make_error_code(std::errc::message_size);
 }
 
+std::expected<std::span<const std::byte>, std::error_code> named_pipe_channel::receive() noexcept {
+    const auto received =
+        retry_interrupted([&] { return ::recv(static_cast<int>(handle), buffer.data(), buffer.size(), MSG_DONTWAIT); });
+    if (received > 0) return std::span<const std::byte>{buffer}.first(static_cast<std::size_t>(received));
+    if (received == 0 || errno == ECONNRESET) return std::unexpected(connection_end());
+    if (errno == EAGAIN) return std::unexpected(std::make_error_code(std::errc::operation_would_block));
+    return std::unexpected(last_error());
+}
+
 void named_pipe_channel::run(const stop_event& stop, const packet_callback& on_packet,
                              std::optional<milliseconds> time_limit) {
     const auto deadline = clock::now() + time_limit.value_or(milliseconds{0});
     bool reading = true;
     for (;;) {
-        std::array<pollfd, 2> entries{pollfd{static_cast<int>(stop.native()), POLLIN, 0},
-                                      pollfd{reading ? static_cast<int>(handle) : -1, POLLIN, 0}};
+        std::array<pollfd, 3> entries{pollfd{static_cast<int>(stop.native()), POLLIN, 0},
+                                      pollfd{reading ? static_cast<int>(handle) : -1, POLLIN, 0},
+                                      pollfd{reading ? static_cast<int>(process) : -1, POLLIN, 0}};
         int wait_ms = -1;
         if (time_limit) {
             const auto left = std::chrono::ceil<milliseconds>(deadline - clock::now());
@@ -140,17 +161,19 @@ void named_pipe_channel::run(const stop_event& stop, const packet_callback& on_p
         }
         if (poll(entries.data(), entries.size(), wait_ms) < 0 && errno != EINTR) return;
         if (entries[0].revents != 0) return;
-        if (entries[1].revents == 0) continue;
-
-        const auto received = recv(static_cast<int>(handle), buffer.data(), buffer.size(), MSG_DONTWAIT);
-        if (received > 0) {
-            reading = on_packet({}, std::span{buffer}.first(static_cast<std::size_t>(received)));
-        } else if (received == 0 || errno == ECONNRESET) {
-            reading = on_packet(connection_end(), {});
-            // An ended channel stays ready for reading: never spin on it.
+        if (entries[1].revents != 0) {
+            if (const auto packet = receive()) {
+                reading = on_packet({}, *packet);
+                continue;
+            } else if (packet.error() == std::errc::connection_aborted) {
+                static_cast<void>(on_packet(packet.error(), {}));
+                reading = false; // an ended channel stays ready for reading: never spin on it
+            } else if (packet.error() != std::errc::operation_would_block) {
+                reading = on_packet(packet.error(), {});
+            }
+        } else if (entries[2].revents != 0) {
+            static_cast<void>(on_packet(connection_end(), {}));
             reading = false;
-        } else if (errno != EINTR && errno != EAGAIN) {
-            reading = on_packet(last_error(), {});
         }
     }
 }
@@ -159,17 +182,18 @@ std::expected<std::unique_ptr<named_pipe_listener>, std::error_code>
 named_pipe_listener::listen(const std::string& id, const object_access& access) {
     const auto directory = runtime_directory(true);
     if (!directory) return std::unexpected(directory.error());
-    const std::string path = *directory + "/" + id;
+    const std::string path = directory->path + "/" + id;
     const auto address = socket_address(path);
     if (!address) return std::unexpected(address.error());
 
     // Whoever holds the lock is the one living service of this name; it goes with its process, however that ends.
-    file_descriptor lock{::open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR)};
+    file_descriptor lock{
+        ::open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR)};
     if (!lock) return std::unexpected(last_error());
     if (retry_interrupted([&] { return flock(lock.get(), LOCK_EX | LOCK_NB); }) != 0) {
         return std::unexpected(errno == EWOULDBLOCK ? std::make_error_code(std::errc::address_in_use) : last_error());
     }
-    if (struct stat found {}; lstat(path.c_str(), &found) == 0) {
+    if (struct stat found{}; lstat(path.c_str(), &found) == 0) {
         if (!S_ISSOCK(found.st_mode)) return std::unexpected(std::make_error_code(std::errc::file_exists));
         ::unlink(path.c_str());
     }
@@ -183,8 +207,7 @@ named_pipe_listener::listen(const std::string& id, const object_access& access) 
         ::unlink(path.c_str());
         return std::unexpected(error);
     }
-    return std::unique_ptr<named_pipe_listener>{
-        new named_pipe_listener{fd.release(), lock.release(), path, access}};
+    return std::unique_ptr<named_pipe_listener>{new named_pipe_listener{fd.release(), lock.release(), path, access}};
 }
 
 named_pipe_listener::~named_pipe_listener() {
@@ -194,17 +217,12 @@ named_pipe_listener::~named_pipe_listener() {
 }
 
 std::expected<std::unique_ptr<named_pipe_channel>, std::error_code>
-named_pipe_listener::accept(const stop_event& wake, const std::function<void(const peer_identity&)>& refused) {
+named_pipe_listener::accept(const std::function<void(const peer_identity&)>& refused) {
     for (;;) {
-        std::array<pollfd, 2> entries{pollfd{static_cast<int>(wake.native()), POLLIN, 0},
-                                      pollfd{static_cast<int>(handle), POLLIN, 0}};
-        if (poll(entries.data(), entries.size(), -1) < 0 && errno != EINTR) return std::unexpected(last_error());
-        if (entries[0].revents != 0) return nullptr;
-        if (entries[1].revents == 0) continue;
-
         file_descriptor fd{accept4(static_cast<int>(handle), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)};
         if (!fd) {
-            if (errno == EINTR || errno == EAGAIN || errno == ECONNABORTED) continue;
+            if (errno == EINTR || errno == ECONNABORTED) continue;
+            if (errno == EAGAIN) return nullptr;
             return std::unexpected(last_error());
         }
         const auto peer = identity_of(fd.get());
@@ -214,8 +232,19 @@ named_pipe_listener::accept(const stop_event& wake, const std::function<void(con
             refused(*peer);
             continue;
         }
-        return std::make_unique<named_pipe_channel>(fd.release(), *peer);
+        file_descriptor process = process_of(*peer);
+        if (!process && errno == ESRCH) continue;
+        return std::make_unique<named_pipe_channel>(fd.release(), *peer, process.release());
     }
+}
+
+std::vector<bool> wait_readable(std::span<const std::intptr_t> handles, std::optional<milliseconds> time) {
+    std::vector<pollfd> entries;
+    for (const std::intptr_t handle : handles) entries.push_back({static_cast<int>(handle), POLLIN, 0});
+    poll(entries.data(), entries.size(), time ? static_cast<int>(std::max(time->count(), milliseconds::rep{0})) : -1);
+    std::vector<bool> ready;
+    for (const pollfd& entry : entries) ready.push_back(entry.revents != 0);
+    return ready;
 }
 
 } // namespace ipc_rpc::platform

@@ -2,40 +2,77 @@
 #include "posix/file_descriptor.h"
 
 #include <fcntl.h>
+#include <linux/capability.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 
-#include <atomic>
-#include <ctime>
+#include <cstdlib>
+#include <fstream>
 
 namespace ipc_rpc::platform {
 
 namespace {
 
-std::span<std::byte> map(int fd, std::size_t size) {
-    void* address = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    if (address == MAP_FAILED) {
-        throw std::system_error(std::make_error_code(std::errc::not_enough_memory),
-                                "failed to map view of file mapping");
+std::atomic<mapping_guard*> installed_guard{nullptr};
+
+// Giving a file away takes one capability, removing its name afterwards from a sticky folder another.
+bool may_give_away() {
+    std::ifstream status{"/proc/self/status"};
+    for (std::string line; std::getline(status, line);) {
+        if (!line.starts_with("CapEff:")) continue;
+        const auto have = std::strtoull(line.c_str() + 7, nullptr, 16);
+        return (have >> CAP_CHOWN & 1) != 0 && (have >> CAP_FOWNER & 1) != 0;
     }
-    return {static_cast<std::byte*>(address), size};
+    return false;
+}
+
+void admit(int fd, const object_access& access) {
+    const auto fail = [] { throw std::system_error(last_error(), "Failed to create world-access DACL"); };
+    if (access.owner) {
+        if (*access.owner == geteuid() || *access.owner == 0) return; // the mode it has is enough
+        if (may_give_away()) {
+            if (fchown(fd, *access.owner, static_cast<gid_t>(-1)) != 0) fail();
+            return;
+        }
+    }
+    // The group first: the mode must never admit a group that it is not meant for.
+    if (access.group && (fchown(fd, static_cast<uid_t>(-1), *access.group) != 0 ||
+                         fchmod(fd, S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP) != 0)) {
+        fail();
+    }
 }
 
 } // namespace
 
+void install_mapping_guard(mapping_guard& guard) noexcept { installed_guard = &guard; }
+
+void shared_mapping::map(int descriptor, std::size_t size) {
+    const auto no_memory = [] {
+        throw std::system_error(std::make_error_code(std::errc::not_enough_memory),
+                                "failed to map view of file mapping");
+    };
+    void* address = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+    if (address == MAP_FAILED) no_memory();
+    const std::span region{static_cast<std::byte*>(address), size};
+    if (mapping_guard* guard = installed_guard) {
+        broken = guard->add(region);
+        if (broken == nullptr) {
+            munmap(address, size);
+            no_memory();
+        }
+    }
+    mapped = region;
+}
+
 shared_mapping shared_mapping::create(const std::string& name, std::size_t size, const object_access& access) {
     const file_descriptor fd{shm_open(name.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR)};
     if (!fd) throw std::system_error(last_error(), "failed to create file mapping");
-    shared_mapping mapping{{}, name};  // from here on the name goes with it
-    // The group first: the mode must never admit a group that it is not meant for.
-    if (access.group && (fchown(fd.get(), static_cast<uid_t>(-1), *access.group) != 0 ||
-                         fchmod(fd.get(), S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP) != 0)) {
-        throw std::system_error(last_error(), "Failed to create world-access DACL");
-    }
-    if (ftruncate(fd.get(), static_cast<off_t>(size)) != 0) {
-        throw std::system_error(last_error(), "failed to create file mapping");
-    }
-    mapping.mapped = map(fd.get(), size);
+    shared_mapping mapping{name}; // from here on the name goes with it
+    // With its memory: a full file system is an error here instead of a signal at the first access.
+    const int lacking = posix_fallocate(fd.get(), 0, static_cast<off_t>(size));
+    if (lacking != 0) throw std::system_error(lacking, std::generic_category(), "failed to create file mapping");
+    admit(fd.get(), access);
+    mapping.map(fd.get(), size);
     return mapping;
 }
 
@@ -47,11 +84,17 @@ shared_mapping shared_mapping::open(const std::string& name, std::size_t min_siz
     if (size < min_size) {
         throw std::system_error(std::make_error_code(std::errc::invalid_argument), "failed to open file mapping");
     }
-    return {map(fd.get(), size), {}};
+    shared_mapping mapping{std::string{}};
+    mapping.map(fd.get(), size);
+    return mapping;
 }
 
 shared_mapping::~shared_mapping() {
-    if (!mapped.empty()) munmap(mapped.data(), mapped.size());
+    if (!mapped.empty()) {
+        // The guard first: the addresses may be another mapping's the moment they are free.
+        if (mapping_guard* guard = broken != nullptr ? installed_guard.load() : nullptr) guard->remove(mapped);
+        munmap(mapped.data(), mapped.size());
+    }
     release_name();
 }
 
@@ -62,13 +105,5 @@ void shared_mapping::release_name() noexcept {
 }
 
 std::string object_name(const std::string& base) { return "/" + base; }
-
-std::string unique_text() {
-    static std::atomic<std::uint64_t> counter{0};
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return std::to_string(getpid()) + "_" + std::to_string(now.tv_sec) + std::to_string(now.tv_nsec) + "_" +
-           std::to_string(++counter);
-}
 
 } // namespace ipc_rpc::platform

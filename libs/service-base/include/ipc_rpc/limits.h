@@ -1,0 +1,45 @@
+// Every bound that the connection puts on what one end can take from the other, in one place. docs/security.md says
+// what they add up to.
+#pragma once
+
+#include <ipc_rpc/rpc_packet.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+
+namespace ipc_rpc::limits {
+
+using std::chrono::milliseconds;
+
+// Connections to a service, announced or not. One user alone can't shut the others out.
+inline constexpr std::size_t most_clients = 64;
+inline constexpr std::size_t most_clients_of_user = 48;
+// From being accepted to the client's announcement. Until then a connection costs no thread.
+inline constexpr milliseconds announce_time{2000};
+inline constexpr std::size_t threads_per_client = 4; // that run functions; two more watch and receive
+
+// Parameter blocks of calls that have not ended, arriving ones at their full size: above it a call is answered
+// status::resource_exhausted. One block of the largest size can arrive while another is being worked on.
+inline constexpr std::uint64_t most_call_bytes = 2 * max_param_block;
+// The same for all connections of one user together.
+inline constexpr std::uint64_t most_call_bytes_of_user = 4 * max_param_block;
+// Calls that wait for a thread. Releases are counted beside them: each object is owed one.
+inline constexpr std::size_t most_waiting_calls = 1024;
+// Calls whose parameters are still arriving; the oldest 64 go when there is one more.
+inline constexpr std::size_t most_arriving_calls = 128;
+inline constexpr std::size_t arriving_calls_dropped = 64;
+
+// What one client may hold at the service.
+inline constexpr std::size_t most_objects = 1024;
+inline constexpr std::size_t most_numbers = 511; // of notifications; 0 is never given out
+inline constexpr std::size_t most_open_devices = 64;
+inline constexpr std::uint64_t most_read_bytes = 16U << 20;      // asked for by one read of a camera's memory
+inline constexpr std::uint64_t most_document_bytes = 128U << 20; // kept for all of a client's devices together
+inline constexpr std::size_t most_events = 1024;                 // kept for a client that does not fetch them
+
+// A waiting end looks this often whether it still has something to wait for: what the peer writes into shared memory,
+// or fails to, can't keep it for longer.
+inline constexpr milliseconds wait_slice{250};
+
+} // namespace ipc_rpc::limits

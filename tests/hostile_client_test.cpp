@@ -1,0 +1,533 @@
+// Clients that cheat, break off and hoard, against the service's real process: it goes on, others are served, and what
+// the client held is free again.
+#include "bench.h"
+#include "raw_client.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <grp.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <list>
+#include <set>
+#include <thread>
+
+using bench::process;
+using bench::raw_client;
+using bench::wire_bytes;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr uint64_t rpc_exhausted = 43;
+
+template <class Condition>
+bool eventually(Condition&& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        std::this_thread::sleep_for(10ms);
+    }
+    return true;
+}
+
+class Hostile : public testing::Test {
+protected:
+    void start(std::vector<std::string> options = {}) {
+        options.insert(options.begin(), {"--log-level", "0"});
+        own = std::make_unique<bench::test_bench>(std::move(options));
+    }
+    void start_with_camera() {
+        start();
+        own->start_camera();
+        own->start_service();
+    }
+    void start_service_alone(std::vector<std::string> options = {}) {
+        start(std::move(options));
+        own->start_service();
+    }
+    std::unique_ptr<raw_client> connect() {
+        auto made = std::make_unique<raw_client>(own->folder());
+        made->announce();
+        made->open_queues();
+        return made;
+    }
+    // A bystander that is served.
+    void expect_served() {
+        auto other = connect();
+        EXPECT_NE(other->object(0, "create_service_instance"), 0U);
+        EXPECT_TRUE(own->service().running());
+    }
+    // The handle of the camera, opened with this access; 0 when it is not to be had.
+    static uint64_t open_camera(raw_client& client, uint32_t access) {
+        const uint64_t service = client.object(0, "create_service_instance");
+        const auto list = client.call(service, "enum_interfaces");
+        if (!list || list->at<uint32_t>(8) == 0) return 0;
+        for (uint64_t offset = 12, left = list->at<uint32_t>(8); left != 0; --left) {
+            std::string texts[3];
+            for (std::string& text : texts) {
+                text = list->bytes.substr(offset + 4, list->at<uint32_t>(offset));
+                offset += 4 + text.size();
+            }
+            offset += 224;
+            const uint64_t interface = client.object(service, "open_interface", wire_bytes{}.put_text(texts[0]).str());
+            const auto devices = client.call(interface, "enum_devices");
+            if (!devices || devices->at<uint32_t>(8) == 0) continue;
+            const std::string id = devices->bytes.substr(16, devices->at<uint32_t>(12));
+            return client.object(interface, "open_device", wire_bytes{}.put_text(id).put(access).str());
+        }
+        return 0;
+    }
+    bool camera_is_free() {
+        return eventually([&] {
+            auto other = connect();
+            return open_camera(*other, 3) != 0;
+        });
+    }
+    [[nodiscard]] int pid() { return own->service().pid(); }
+    [[nodiscard]] std::set<std::string> names() {
+        std::set<std::string> found;
+        for (const auto& entry : std::filesystem::directory_iterator{"/dev/shm"}) {
+            const std::string name = entry.path().filename();
+            if (name.find("_" + std::to_string(pid()) + "_") != std::string::npos ||
+                name.find("-" + std::to_string(pid()) + "_") != std::string::npos) {
+                found.insert(name);
+            }
+        }
+        return found;
+    }
+    [[nodiscard]] long threads() {
+        const std::filesystem::directory_iterator list{"/proc/" + std::to_string(pid()) + "/task"};
+        return std::distance(begin(list), end(list));
+    }
+    [[nodiscard]] long peak_memory_kib() {
+        std::ifstream status{"/proc/" + std::to_string(pid()) + "/status"};
+        for (std::string line; std::getline(status, line);) {
+            if (line.starts_with("VmHWM:")) return std::stol(line.substr(6));
+        }
+        return 0;
+    }
+
+    std::unique_ptr<bench::test_bench> own;
+};
+
+std::string call_packet(uint64_t handle, const std::string& function) {
+    std::string packet =
+        wire_bytes{}.put(uint32_t{4}).put(uint32_t{96}).put(uint64_t{9}).put(uint64_t{0}).put(handle).str();
+    packet += function;
+    packet.resize(96);
+    return packet;
+}
+
+} // namespace
+
+TEST_F(Hostile, MemoryTakenAwayEndsThatClientAlone) {
+    start_service_alone();
+    for (int part = 0; part < raw_client::parts; ++part) {
+        SCOPED_TRACE(part);
+        auto client = connect();
+        const uint64_t service = client->object(0, "create_service_instance");
+        client->prepare(call_packet(service, "enum_interfaces"));
+        ASSERT_EQ(ftruncate(client->descriptor(static_cast<raw_client::part>(part)), 0), 0);
+        if (part != raw_client::send_queue && part != raw_client::send_sent) client->send_prepared();
+        EXPECT_TRUE(client->dropped());
+        expect_served();
+    }
+}
+
+TEST_F(Hostile, ASettingsBlockTakenAwayHurtsNobody) {
+    start_with_camera();
+    auto client = connect();
+    const uint64_t device = open_camera(*client, 2);
+    const auto info = client->call(device, "get_device_service_info");
+    ASSERT_TRUE(info);
+    const std::string name = info->bytes.substr(8 + 24 + 20 + 4);
+    const int file = shm_open(name.c_str(), O_RDWR, 0);
+    ASSERT_GE(file, 0) << name;
+    ASSERT_EQ(ftruncate(file, 0), 0);
+    close(file);
+    EXPECT_TRUE(client->close_object(device));
+    expect_served();
+    EXPECT_TRUE(camera_is_free());
+}
+
+TEST_F(Hostile, WhatNoClientSendsEndsItsConnection) {
+    start_service_alone();
+    const std::string header = call_packet(0, "f").substr(0, 16);
+    const auto with = [&](size_t at, uint32_t value) {
+        std::string packet = header;
+        std::memcpy(packet.data() + at, &value, sizeof value);
+        return packet;
+    };
+    for (const std::string& packet : {with(4, 4097), with(4, 15), with(0, 1), with(0, 2), with(0, 0), with(0, 9)}) {
+        auto client = connect();
+        ASSERT_TRUE(client->send_packet(packet));
+        EXPECT_TRUE(client->dropped());
+    }
+    for (const bool announced : {false, true}) {
+        raw_client client{own->folder()};
+        if (announced) client.announce();
+        client.send_control(std::string(100, 'x'));
+        EXPECT_TRUE(client.dropped());
+    }
+    expect_served();
+}
+
+struct ending {
+    const char* name;
+    void (*act)(raw_client& client);
+    bool drops; // the service ends it by itself
+};
+
+class Gone : public Hostile, public testing::WithParamInterface<ending> {};
+
+TEST_P(Gone, LeavesTheCameraFree) {
+    start_with_camera();
+    auto client = connect();
+    ASSERT_NE(open_camera(*client, 3), 0U);
+    GetParam().act(*client);
+    if (GetParam().drops) {
+        EXPECT_TRUE(client->dropped());
+    } else {
+        client->close_socket();
+    }
+    EXPECT_TRUE(camera_is_free());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Ways, Gone,
+    testing::Values(ending{"closed_flag", [](raw_client& c) { c.write_closed(raw_client::send_queue); }, true},
+                    ending{"closed_flags_then_end",
+                           [](raw_client& c) {
+                               c.write_closed(raw_client::receive_queue);
+                               c.write_closed(raw_client::send_queue);
+                           },
+                           false},
+                    ending{"huge_semaphore",
+                           [](raw_client& c) { c.write_semaphore(raw_client::send_sent, 0x7FFFFFFF); }, true},
+                    ending{"semaphores_that_wake_nobody",
+                           [](raw_client& c) {
+                               for (const auto part : {raw_client::send_sent, raw_client::send_free,
+                                                       raw_client::receive_sent, raw_client::receive_free}) {
+                                   c.write_semaphore(part, 0);
+                               }
+                           },
+                           false},
+                    ending{"answers_not_taken",
+                           [](raw_client& c) {
+                               for (int i = 0; i < 30; ++i)
+                                   static_cast<void>(c.send_call(0, "create_service_instance"));
+                           },
+                           false}),
+    [](const auto& row) { return std::string{row.param.name}; });
+
+TEST_F(Hostile, AForkedChildWithTheSocketKeepsNothing) {
+    start_with_camera();
+    int pipes[2];
+    ASSERT_EQ(pipe2(pipes, O_CLOEXEC), 0);
+    const pid_t parent = fork();
+    if (parent == 0) {
+        auto client = connect();
+        const bool opened = open_camera(*client, 3) != 0;
+        const pid_t heir = fork();
+        if (heir == 0) {
+            for (;;) pause();
+        }
+        if (write(pipes[1], opened ? &heir : &parent, sizeof heir) != sizeof heir) _exit(1);
+        _exit(0);
+    }
+    pid_t heir = 0;
+    ASSERT_EQ(read(pipes[0], &heir, sizeof heir), static_cast<ssize_t>(sizeof heir));
+    waitpid(parent, nullptr, 0);
+    ASSERT_GT(heir, 0) << "the camera could not be opened";
+    EXPECT_TRUE(camera_is_free());
+    kill(heir, SIGKILL);
+    close(pipes[0]);
+    close(pipes[1]);
+}
+
+TEST_F(Hostile, ArrivingBytesAreBounded) {
+    start_service_alone();
+    auto client = connect();
+    const uint64_t service = client->object(0, "create_service_instance");
+    // 200 MiB may be on their way; beyond that a call is answered instead of kept.
+    constexpr uint64_t size = 8U << 20;
+    int refused = 0;
+    for (int i = 0; i < 60; ++i) {
+        ASSERT_TRUE(client->start_call(service, "genicam_write_mem", "x", size));
+        if (i < 25) continue;
+        const auto answer = client->next_reply();
+        refused += answer && answer->type == 8 && answer->status == rpc_exhausted ? 1 : 0;
+    }
+    EXPECT_EQ(refused, 35);
+    // All connections of one user together: 400 MiB.
+    auto second = connect();
+    auto third = connect();
+    for (int i = 0; i < 25; ++i) {
+        ASSERT_TRUE(second->start_call(0, "create_service_instance", "x", size));
+    }
+    ASSERT_TRUE(second->call(0, "none")); // they have arrived
+    ASSERT_TRUE(third->start_call(0, "create_service_instance", "x", size));
+    const auto answer = third->next_reply();
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->type, 8);
+    EXPECT_EQ(answer->status, rpc_exhausted);
+    client.reset();
+    second.reset();
+    // What they held is free for the next.
+    EXPECT_TRUE(eventually([&] {
+        static_cast<void>(third->start_call(0, "create_service_instance", "x", size));
+        static_cast<void>(third->send_packet(call_packet(0, "none")));
+        const bool kept = third->next_reply()->status == 5;
+        if (!kept) static_cast<void>(third->next_reply());
+        return kept;
+    }));
+}
+
+TEST_F(Hostile, WaitingCallsAreBounded) {
+    start_service_alone();
+    auto client = connect();
+    const uint64_t service = client->object(0, "create_service_instance");
+    // Nobody takes the answers: 16 fill the queue, four more the threads; all that follows waits.
+    for (int i = 0; i < 20; ++i) ASSERT_TRUE(client->send_call(service, "enum_interfaces"));
+    const long before = peak_memory_kib();
+    const std::string parameters =
+        wire_bytes{}.put(uint64_t{0}).put(uint32_t{6U << 20}).str() + std::string((6U << 20) + 12, 'x');
+    for (int i = 0; i < 60 && client->send_call(service, "genicam_write_mem", parameters, 1); ++i) {
+    }
+    for (int i = 0; i < 5000 && client->send_call(service, "genicam_read_mem", std::string(2000, 'y'), 1); ++i) {
+    }
+    if (std::string{ORV_SANITIZED}.empty()) {
+        EXPECT_LT(peak_memory_kib() - before, 260 * 1024) << "200 MiB is the bound";
+    }
+    expect_served();
+    client.reset();
+    expect_served();
+}
+
+TEST_F(Hostile, WhoDoesNotAnnounceCostsLittleAndNotForLong) {
+    start_service_alone();
+    const long threads_before = threads();
+    std::list<raw_client> silent;
+    // 48 connections are one user's share.
+    for (int i = 0; i < 48; ++i) silent.emplace_back(own->folder());
+    EXPECT_THROW(raw_client{own->folder()}, std::runtime_error);
+    EXPECT_EQ(threads(), threads_before);
+    for (const raw_client& client : silent) EXPECT_TRUE(client.dropped());
+    EXPECT_TRUE(eventually([&] { return names().empty(); })) << *names().begin();
+    expect_served();
+}
+
+TEST_F(Hostile, NumbersAndObjectsAreBoundedAndComeBack) {
+    start_with_camera();
+    auto client = connect();
+    std::set<uint64_t> numbers;
+    const auto first = client->object(0, "create_service_instance");
+    const auto second = client->object(0, "create_service_instance");
+    for (const uint64_t service : {first, second}) {
+        numbers.insert(client->call(service, "get_interface_list_notification_id")->value());
+    }
+    EXPECT_EQ(numbers.size(), 2U) << "two instances, two numbers";
+    const auto list = client->call(first, "enum_interfaces");
+    const std::string id = list->bytes.substr(16, list->at<uint32_t>(12));
+    const std::string parameters = wire_bytes{}.put_text(id).str();
+    // More often than there are numbers: each is given back.
+    for (int i = 0; i < 600; ++i) {
+        const uint64_t interface = client->object(first, "open_interface", parameters);
+        ASSERT_NE(interface, 0U) << i;
+        ASSERT_TRUE(client->close_object(interface));
+    }
+    std::vector<uint64_t> interfaces;
+    while (const uint64_t interface = client->object(first, "open_interface", parameters)) {
+        interfaces.push_back(interface);
+        const auto info = client->call(interface, "get_interface_service_info");
+        numbers.insert(info->at<uint64_t>(8));
+        numbers.insert(info->at<uint64_t>(16));
+    }
+    EXPECT_EQ(interfaces.size(), 254U) << "two numbers each of 511, and two are the instances'";
+    EXPECT_EQ(numbers.size(), 510U);
+    EXPECT_EQ(client->call(first, "open_interface", parameters)->error(), rpc_exhausted);
+    ASSERT_TRUE(client->close_object(interfaces.back()));
+    EXPECT_NE(client->object(first, "open_interface", parameters), 0U);
+
+    auto hoarder = connect();
+    size_t objects = 0;
+    while (hoarder->object(0, "create_service_instance") != 0) ++objects;
+    EXPECT_EQ(objects, 1024U);
+    expect_served();
+}
+
+TEST_F(Hostile, NamesStayOnTheirLineOfTheLog) {
+    start();
+    // The log goes to the error output, which the service has from this process.
+    const std::filesystem::path file = own->folder() / "log";
+    const int log_file = open(file.c_str(), O_CREAT | O_WRONLY | O_APPEND | O_CLOEXEC, 0600);
+    const int error_output = dup(STDERR_FILENO);
+    dup2(log_file, STDERR_FILENO);
+    own->start_service();
+    dup2(error_output, STDERR_FILENO);
+    close(error_output);
+    close(log_file);
+    raw_client client{own->folder()};
+    client.announce("evil\n[forged] line \x1b[31m");
+    client.open_queues();
+    static_cast<void>(client.call(0, "no\x1b[31mfunction\n[forged]"));
+    client.close_socket();
+    std::string log;
+    EXPECT_TRUE(eventually([&] {
+        std::ifstream text{file};
+        log.assign(std::istreambuf_iterator<char>{text}, {});
+        return log.find("left.") != std::string::npos;
+    }));
+    EXPECT_EQ(log.find('\x1b'), std::string::npos);
+    EXPECT_EQ(log.find("\n[forged]"), std::string::npos);
+    EXPECT_NE(log.find("evil\\x0A[forged]"), std::string::npos) << log;
+}
+
+TEST_F(Hostile, AKilledServiceLeavesNamesAndTheNextOneRemovesThem) {
+    start_with_camera();
+    raw_client silent{own->folder()};
+    auto client = connect();
+    ASSERT_NE(open_camera(*client, 2), 0U);
+    const auto left = names();
+    ASSERT_GE(left.size(), 7U) << "two queues with their semaphores, and a settings block";
+    own->service().signal(SIGKILL);
+    own->service().wait();
+    const auto doctor = own->run_consumer({"doctor"});
+    EXPECT_NE(doctor.output.find(*left.rbegin()), std::string::npos) << doctor.output;
+    own->start_service();
+    for (const std::string& name : left) EXPECT_FALSE(std::filesystem::exists("/dev/shm/" + name)) << name;
+    expect_served();
+}
+
+TEST_F(Hostile, EverySignalEndsItWhateverItsClientsDo) {
+    for (const int number : {SIGTERM, SIGHUP, SIGINT}) {
+        SCOPED_TRACE(number);
+        start_with_camera();
+        raw_client silent{own->folder()};
+        auto stuck = connect();
+        for (int i = 0; i < 30; ++i) ASSERT_TRUE(stuck->send_call(0, "create_service_instance"));
+        auto client = connect();
+        const uint64_t device = open_camera(*client, 2);
+        ASSERT_NE(device, 0U);
+        own->camera(0).signal(SIGSTOP);
+        // A minute's patience with a camera that will not answer.
+        for (int i = 0; i < 4; ++i) {
+            ASSERT_TRUE(client->send_call(
+                device, "read_mem",
+                wire_bytes{}.put(uint64_t{0}).put(uint64_t{4}).put(uint32_t{0}).put(uint64_t{60'000}).str()));
+        }
+        const auto left = names();
+        own->service().signal(number);
+        EXPECT_TRUE(eventually([&] { return !own->service().running(); }));
+        EXPECT_EQ(own->service().wait(), 0);
+        for (const std::string& name : left) EXPECT_FALSE(std::filesystem::exists("/dev/shm/" + name)) << name;
+        own->camera(0).signal(SIGCONT);
+    }
+}
+
+// As another user, who is in the group; the exit code of `act`.
+template <class Act>
+int as_user(uid_t user, gid_t group, Act&& act) {
+    const pid_t child = fork();
+    if (child == 0) {
+        if (setgroups(0, nullptr) != 0 || setgid(group) != 0 || setuid(user) != 0) _exit(99);
+        try {
+            _exit(act());
+        } catch (const std::exception&) {
+            _exit(98);
+        }
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST_F(Hostile, TwoUsersOfAGroupAreKeptApart) {
+    if (geteuid() != 0) GTEST_SKIP() << "needs root to be several users";
+    constexpr uid_t one = 54321, other = 54322;
+    const group* found = getgrnam("games");
+    if (found == nullptr) GTEST_SKIP() << "there is no group 'games'";
+    const gid_t gid = found->gr_gid;
+    start({"--group", "games"});
+    std::filesystem::permissions(own->folder(), std::filesystem::perms{0755});
+    own->start_service();
+    struct stat info {};
+    for (const auto& entry : std::filesystem::directory_iterator{own->folder()}) {
+        if (!entry.is_socket()) continue;
+        ASSERT_EQ(stat(entry.path().c_str(), &info), 0);
+        EXPECT_EQ(info.st_mode & 0777U, 0660U);
+        EXPECT_EQ(info.st_gid, gid);
+    }
+    EXPECT_EQ(as_user(54323, 54323,
+                      [&] {
+                          raw_client{own->folder()};
+                          return 0;
+                      }),
+              98)
+        << "not in the group";
+
+    raw_client root{own->folder()};
+    root.announce();
+    root.open_queues();
+    // The first user's queues are its own alone, and the second's attempts at the first's fail.
+    EXPECT_EQ(as_user(one, gid,
+                      [&] {
+                          raw_client mine{own->folder()};
+                          mine.announce();
+                          mine.open_queues();
+                          for (int part = 0; part < raw_client::parts; ++part) {
+                              struct stat owned {};
+                              if (fstat(mine.descriptor(static_cast<raw_client::part>(part)), &owned) != 0) return 1;
+                              if (owned.st_uid != one || (owned.st_mode & 0777) != 0600) return 2;
+                          }
+                          const std::string foreign = root.name(raw_client::send_queue);
+                          if (shm_open(foreign.c_str(), O_RDWR, 0) >= 0 || errno != EACCES) return 3;
+                          // Its share is used up without touching another's.
+                          std::list<raw_client> more;
+                          for (int i = 0; i < 47; ++i) more.emplace_back(own->folder()).announce();
+                          try {
+                              raw_client one_more{own->folder()};
+                              return 4;
+                          } catch (const std::runtime_error&) {
+                          }
+                          const int truncated = ftruncate(mine.descriptor(raw_client::send_queue), 0);
+                          return truncated == 0 && mine.dropped() ? 0 : 5;
+                      }),
+              0);
+    EXPECT_EQ(as_user(other, gid,
+                      [&] {
+                          raw_client mine{own->folder()};
+                          mine.announce();
+                          mine.open_queues();
+                          return mine.object(0, "create_service_instance") != 0 ? 0 : 1;
+                      }),
+              0);
+    expect_served();
+    // In all there are 64.
+    std::list<raw_client> all;
+    EXPECT_TRUE(eventually([&] {
+        try {
+            while (all.size() < 48) all.emplace_back(own->folder()).announce();
+            return true;
+        } catch (const std::runtime_error&) {
+            return all.size() == 47; // with the one above
+        }
+    }));
+    EXPECT_TRUE(eventually([&] {
+        return as_user(one, gid, [&] {
+                   std::list<raw_client> more;
+                   try {
+                       while (more.size() < 20) more.emplace_back(own->folder()).announce();
+                   } catch (const std::runtime_error&) {
+                   }
+                   return static_cast<int>(more.size());
+               }) == 16;
+    }));
+}
