@@ -1,5 +1,5 @@
 // What the consumer does with features, on a document and a device made up here.
-#include "node_map.h"
+#include <cli/node_map.h>
 
 #include <gtest/gtest.h>
 
