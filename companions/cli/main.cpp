@@ -131,10 +131,12 @@ int set(const common_options& options, const std::string& name, const std::strin
     return 0;
 }
 
-int exec(const common_options& options, const std::string& name) {
+int exec(const common_options& options, const std::string& name, std::chrono::milliseconds longest) {
     const open_module opened = open_named_module(options, access_flags_of(options.access));
-    execute(require_node(*opened.nodes, name));
-    if (options.json) print({{"name", name}, {"executed", true}});
+    GenICam::INode& command = require_node(*opened.nodes, name);
+    execute(command);
+    wait_until_done(command, longest);
+    if (options.json) print({{"name", name}, {"executed", true}, {"done", true}});
     return 0;
 }
 
@@ -197,7 +199,11 @@ int main(int argc, char** argv) {
     add_common(*exec_command, common, true);
     add_module(*exec_command, common);
     exec_command->add_option("command", name, "Feature name")->required();
-    exec_command->callback([&] { result = exec(common, name); });
+    int64_t longest_ms = 5000;
+    exec_command->add_option("--wait", longest_ms, "Longest wait for the command to be done, milliseconds")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    exec_command->callback([&] { result = exec(common, name, std::chrono::milliseconds{longest_ms}); });
 
     grab_options grabbing;
     std::vector<std::string> settings;

@@ -6,6 +6,7 @@
 
 #include <charconv>
 #include <cstring>
+#include <thread>
 
 namespace cli {
 
@@ -13,8 +14,15 @@ using namespace GenTL;
 
 namespace {
 
+// With the formula at fault, where there is one.
+std::string message_of(const GenICam::INode& node, const std::error_code& error) {
+    const std::string_view fault = node.get_fault();
+    return fault.empty() ? error.message() : fmt::format("{} ({})", error.message(), fault);
+}
+
 std::runtime_error feature_error(const GenICam::INode& node, const char* what, const std::error_code& error) {
-    return std::runtime_error(fmt::format("Cannot {} feature '{}': {}", what, node.get_name(), error.message()));
+    return std::runtime_error(
+        fmt::format("Cannot {} feature '{}': {}", what, node.get_name(), message_of(node, error)));
 }
 
 struct local_file {
@@ -181,9 +189,9 @@ std::string integer_text(int64_t value, GenICam::IntRepresentation_t form) {
 }
 
 template <class R, class F>
-std::string text_or_error(const GenICam::result<R>& value, std::string& error, F&& format) {
+std::string text_or_error(const GenICam::INode& node, const GenICam::result<R>& value, std::string& error, F&& format) {
     if (value) return format(*value);
-    error = value.error().message();
+    error = message_of(node, value.error());
     return {};
 }
 
@@ -193,20 +201,20 @@ std::string value_text(GenICam::INode& node, std::string& error) {
     using namespace GenICam;
     error.clear();
     if (auto* integer = node_cast<IInteger>(&node)) {
-        return text_or_error(integer->get_val(0), error,
+        return text_or_error(node, integer->get_val(0), error,
                              [&](int64_t value) { return integer_text(value, integer->get_representation()); });
     }
     if (auto* real = node_cast<IFloat>(&node)) {
-        return text_or_error(real->get_val(0), error, [](double value) { return fmt::format("{}", value); });
+        return text_or_error(node, real->get_val(0), error, [](double value) { return fmt::format("{}", value); });
     }
     if (auto* flag = node_cast<IBoolean>(&node)) {
-        return text_or_error(flag->get_val(0), error, [](bool value) { return value ? "true" : "false"; });
+        return text_or_error(node, flag->get_val(0), error, [](bool value) { return value ? "true" : "false"; });
     }
     if (auto* text = node_cast<IString>(&node)) {
-        return text_or_error(text->get_val(0), error, [](const std::string& value) { return value; });
+        return text_or_error(node, text->get_val(0), error, [](const std::string& value) { return value; });
     }
     if (auto* choice = node_cast<IEnumeration>(&node)) {
-        return text_or_error(choice->get_selected_entry(0), error, [](IEnumEntry* entry) {
+        return text_or_error(node, choice->get_selected_entry(0), error, [](IEnumEntry* entry) {
             return entry == nullptr ? std::string{} : std::string{entry_name(*entry)};
         });
     }
@@ -279,6 +287,8 @@ nlohmann::json describe(GenICam::INode& node) {
 
 void set_from_text(GenICam::INode& node, const std::string& text) {
     using namespace GenICam;
+    // A locked feature may well be RW in its document: only the lock tells, and a camera's refusal does not say why.
+    if (node.is_locked()) throw std::runtime_error(fmt::format("Cannot set feature '{}': locked", node.get_name()));
     std::error_code error;
     const auto not_a = [&](const char* kind) {
         return std::runtime_error(fmt::format("'{}' is no {} for feature '{}'.", text, kind, node.get_name()));
@@ -319,12 +329,35 @@ void set_from_text(GenICam::INode& node, const std::string& text) {
     if (error) throw feature_error(node, "set", error);
 }
 
-void execute(GenICam::INode& node) {
+namespace {
+
+GenICam::ICommand& require_command(GenICam::INode& node) {
     auto* command = GenICam::node_cast<GenICam::ICommand>(&node);
-    if (command == nullptr) {
-        throw std::runtime_error(fmt::format("Feature '{}' is a {}, not a command.", node.get_name(), kind_text(node)));
+    if (command != nullptr) return *command;
+    throw std::runtime_error(fmt::format("Feature '{}' is a {}, not a command.", node.get_name(), kind_text(node)));
+}
+
+} // namespace
+
+void execute(GenICam::INode& node) {
+    if (const std::error_code error = require_command(node).execute(0)) throw feature_error(node, "execute", error);
+}
+
+void wait_until_done(GenICam::INode& node, std::chrono::milliseconds longest) {
+    const GenICam::ICommand& command = require_command(node);
+    constexpr std::chrono::milliseconds pause{10};
+    const auto deadline = std::chrono::steady_clock::now() + longest;
+    for (;;) {
+        // Past the cache, which holds what was just written.
+        const auto done = command.is_done(GenICam::access_flags::bypass_cache);
+        if (!done) throw feature_error(node, "wait for", done.error());
+        if (*done) return;
+        if (std::chrono::steady_clock::now() >= deadline) {
+            throw std::runtime_error(
+                fmt::format("Command '{}' was sent and is not done after {} ms.", node.get_name(), longest.count()));
+        }
+        std::this_thread::sleep_for(pause);
     }
-    if (const std::error_code error = command->execute(0)) throw feature_error(node, "execute", error);
 }
 
 GenICam::INode& require_node(const node_map& nodes, const std::string& name) {

@@ -5,6 +5,7 @@
 
 #include <GenICam/IGenICamDoc.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -36,9 +37,13 @@ private:
 [[nodiscard]] std::string value_text(GenICam::INode& node, std::string& error);
 // Everything that the node can tell.
 [[nodiscard]] nlohmann::json describe(GenICam::INode& node);
-// Takes a number, "true"/"false", an entry's name or a text, by the node's kind. Throws std::runtime_error.
+// A locked feature is refused before it is written. Takes a number, "true"/"false", an entry's name or a text, by the
+// node's kind. Throws std::runtime_error.
 void set_from_text(GenICam::INode& node, const std::string& text);
+// Sends the command and does not wait: some, as AcquisitionStart, are done only when others end them.
 void execute(GenICam::INode& node);
+// Until the command is done; throws when it is not after the time given. A command that cannot be read is done.
+void wait_until_done(GenICam::INode& node, std::chrono::milliseconds longest);
 
 // Throw std::runtime_error naming the feature.
 [[nodiscard]] GenICam::INode& require_node(const node_map& nodes, const std::string& name);

@@ -90,13 +90,16 @@ TEST(Hostile, AvailabilityOfItself) {
     EXPECT_TRUE(sut.node<ICommand>("C").execute(0));
 }
 
-// No circle, but each node reads the next twice: 2^64 steps if one counted only the depth.
+// No circle, but each node reads both of the next level: 2^64 steps if one counted only the depth.
 TEST(Hostile, DoublingChainsRunOutOfSteps) {
-    std::string nodes = "<Integer Name=\"N64\"><Value>1</Value></Integer>";
+    std::string nodes =
+        "<Integer Name=\"N64\"><Value>1</Value></Integer><Integer Name=\"M64\"><Value>1</Value></Integer>";
     for (int i = 0; i < 64; ++i) {
-        const std::string next = "N" + std::to_string(i + 1);
-        nodes += "<IntSwissKnife Name=\"N" + std::to_string(i) + "\"><pVariable Name=\"A\">" + next +
-                 "</pVariable><pVariable Name=\"B\">" + next + "</pVariable><Formula>A+B</Formula></IntSwissKnife>";
+        for (const std::string row : {"N", "M"}) {
+            nodes += "<IntSwissKnife Name=\"" + row + std::to_string(i) + "\"><pVariable Name=\"A\">N" +
+                     std::to_string(i + 1) + "</pVariable><pVariable Name=\"B\">M" + std::to_string(i + 1) +
+                     "</pVariable><Formula>A+B</Formula></IntSwissKnife>";
+        }
     }
     const document sut{nodes};
     EXPECT_THAT(sut.integer("N0").get_val(0), Fails(invalid_document));

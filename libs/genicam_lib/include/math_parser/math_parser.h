@@ -89,11 +89,15 @@ struct compile_report {
     std::size_t offset = 0; // where in the text the last token began
 };
 
+// The language as stated above, or with ROUND of one argument too (half away from zero), which cameras' documents call.
+enum class dialect { strict, documents };
+
 // bad_formula when the status is worse than end_of_text. Text after a complete expression is ignored. `log` takes one
 // line about an unknown variable and one about a failure. `report`, if given, is filled in every case.
 [[nodiscard]] GenICam::result<compiled_formula_data> compile_formula(std::string_view text, const lookup_func_t& lookup,
                                                                      const log_func_t& log = {},
-                                                                     compile_report* report = nullptr);
+                                                                     compile_report* report = nullptr,
+                                                                     dialect language = dialect::strict);
 
 // Why a run failed; the text is for a log.
 struct execution_error {

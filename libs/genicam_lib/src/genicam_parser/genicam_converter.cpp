@@ -2,6 +2,9 @@
 
 #include "impl/log.h"
 
+#include <cmath>
+#include <limits>
+
 namespace GenICam::impl {
 
 using math_parser::tValue;
@@ -20,6 +23,15 @@ T number_of(tValue value) noexcept {
 // On integers if both are, else on doubles.
 bool is_less(tValue a, tValue b) noexcept {
     return a.is_integer() && b.is_integer() ? a.to_integer() < b.to_integer() : a.to_double() < b.to_double();
+}
+
+// The limit of a number without limits.
+bool is_extreme(tValue value) noexcept {
+    if (value.is_integer()) {
+        using limits = std::numeric_limits<int64_t>;
+        return value.to_integer() == limits::min() || value.to_integer() == limits::max();
+    }
+    return !(std::fabs(value.to_double()) < std::numeric_limits<double>::max());
 }
 
 } // namespace
@@ -49,7 +61,7 @@ void converter_impl::resolve_converter_references(node_base_data& owner, const e
     build_formula_name_lookup(lookup, owner, view, is_integer);
     variables.resolve_converter_references(lookup, owner, view);
     const auto compile_into = [&](math_parser::compiled_formula_data& formula, std::string_view text) {
-        if (auto program = compile(text, lookup)) {
+        if (auto program = compile(owner, text, lookup)) {
             formula = std::move(*program);
         } else {
             log(level_fault, "Converter ('{}'). failed to evaluate '{}'.", name, text);
@@ -73,33 +85,47 @@ std::error_code converter_impl::write(tValue value, unsigned flags) const {
     return set_eval_val<tValue>(*value_node, *converted, flags);
 }
 
-result<tValue> converter_impl::from_target_limit(limit which, unsigned flags) const {
+result<converter_impl::converted_limit> converter_impl::from_target_limit(limit which, unsigned flags) const {
     if (value_node == nullptr || formula_from.empty()) return fail(genicam_errc::not_implemented);
     const auto theirs = get_eval_limit<tValue>(*value_node, which, flags);
-    if (!theirs) return theirs;
-    // Intended: a target that cannot be read has no limits either, though its value is not needed here.
-    if (const auto value = get_eval_val<tValue>(*value_node, flags); !value) return value;
-    return variables.exec_formula(formula_from, flags, variables.coerced(*theirs));
+    if (!theirs) return fail(theirs.error());
+    // Intended: a target that cannot be read has no limits either, though its value is not needed here. One that is
+    // only written keeps them, or nothing could be written to it.
+    if (value_node->get_access_mode() != Access_t::WO) {
+        if (const auto value = get_eval_val<tValue>(*value_node, flags); !value) return fail(value.error());
+    }
+    const bool extreme = is_extreme(*theirs);
+    // As a double it does not wrap, which is enough to tell on which side it lies.
+    const tValue argument = extreme ? tValue{theirs->to_double()} : variables.coerced(*theirs);
+    const auto converted = variables.exec_formula(formula_from, flags, argument);
+    if (!converted) return fail(converted.error());
+    return converted_limit{*converted, extreme};
 }
 
 std::optional<result<tValue>> converter_impl::limit_value(limit which, Slope_t slope, unsigned flags) const {
+    const auto chosen = [](const result<converted_limit>& limit) -> std::optional<result<tValue>> {
+        if (!limit) return fail(limit.error());
+        if (limit->is_extreme) return std::nullopt;
+        return limit->value;
+    };
     switch (slope) {
     case Slope_t::Increasing:
-        return from_target_limit(which, flags);
+        return chosen(from_target_limit(which, flags));
     case Slope_t::Decreasing:
-        return from_target_limit(which == limit::max ? limit::min : limit::max, flags);
+        return chosen(from_target_limit(which == limit::max ? limit::min : limit::max, flags));
     case Slope_t::Varying:
         return std::nullopt;
     case Slope_t::Automatic:
         break;
     }
     const auto by_max = from_target_limit(limit::max, flags);
-    if (!by_max) return by_max;
+    if (!by_max) return chosen(by_max);
     const auto by_min = from_target_limit(limit::min, flags);
-    if (!by_min) return by_min;
+    if (!by_min || (by_max->is_extreme && by_min->is_extreme)) return chosen(by_min);
     // Unordered values (NaN) leave the one of the target's maximum.
-    const bool take_min = which == limit::max ? is_less(*by_max, *by_min) : is_less(*by_min, *by_max);
-    return take_min ? by_min : by_max;
+    const bool take_min =
+        which == limit::max ? is_less(by_max->value, by_min->value) : is_less(by_min->value, by_max->value);
+    return chosen(take_min ? by_min : by_max);
 }
 
 result<std::vector<tValue>> converter_impl::valid_values(unsigned flags) const {

@@ -19,14 +19,19 @@ public:
     [[nodiscard]] bool is_writable() const noexcept { return value_node != nullptr && !formula_to.empty(); }
     [[nodiscard]] result<math_parser::tValue> read(unsigned flags) const;
     [[nodiscard]] std::error_code write(math_parser::tValue value, unsigned flags) const;
-    // The node's limit by the target's, as far as the slope tells; nothing for a varying slope.
+    // The node's limit by the target's, as far as the slope tells; nothing for a varying slope, and for a target
+    // without the limit that counts: formulas wrap, so the type's extreme cannot be converted.
     [[nodiscard]] std::optional<result<math_parser::tValue>> limit_value(limit which, Slope_t slope,
                                                                          unsigned flags) const;
     // The target's set, converted; values that fail are dropped.
     [[nodiscard]] result<std::vector<math_parser::tValue>> valid_values(unsigned flags) const;
 
 private:
-    [[nodiscard]] result<math_parser::tValue> from_target_limit(limit which, unsigned flags) const;
+    struct converted_limit {
+        math_parser::tValue value;
+        bool is_extreme = false; // of the target's type: the target has no such limit
+    };
+    [[nodiscard]] result<converted_limit> from_target_limit(limit which, unsigned flags) const;
 
     INode* value_node = nullptr;
     variable_map_impl variables;

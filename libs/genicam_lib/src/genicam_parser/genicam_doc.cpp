@@ -49,6 +49,16 @@ void genicam_doc::build(pugi::xml_document&& document) {
     build();
 }
 
+void genicam_doc::note_fault(IEval& node, std::string text) {
+    std::string& all = faults[&node];
+    all += all.empty() ? text : " " + text;
+}
+
+std::string_view genicam_doc::fault_of(const IEval& node) const noexcept {
+    const auto found = faults.find(&node);
+    return found != faults.end() ? std::string_view{found->second} : std::string_view{};
+}
+
 INode* genicam_doc::find_node(std::string_view name, NodeType_t type) const noexcept {
     if (name.empty()) return nullptr;
     // A category and a port may well share a name ("Device"), and the port is what makes the document work.

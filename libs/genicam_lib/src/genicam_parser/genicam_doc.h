@@ -10,6 +10,7 @@
 #include <pugixml.hpp>
 
 #include <optional>
+#include <string>
 #include <unordered_map>
 
 namespace GenICam::impl {
@@ -41,6 +42,8 @@ private:
     [[nodiscard]] bool force_no_cache() const noexcept override { return force_no_cache_ != 0; }
     [[nodiscard]] const element_view& struct_view(pugi::xml_node struct_reg) override;
     [[nodiscard]] closure_state& closures() noexcept override { return closures_; }
+    void note_fault(IEval& node, std::string text) override;
+    [[nodiscard]] std::string_view fault_of(const IEval& node) const noexcept override;
 
     // The two phases, genicam_doc_build.cpp.
     void build();
@@ -62,6 +65,7 @@ private:
     std::vector<INode*> streamable_nodes;
     std::unordered_map<uint64_t, std::vector<IEval*>> event_nodes;
     closure_state closures_;
+    std::unordered_map<const IEval*, std::string> faults;
 
     // While it is built: the views of the nodes, which both phases need, and the last one of a structure.
     struct view_range {

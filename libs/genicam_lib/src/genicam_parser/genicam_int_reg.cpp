@@ -1,7 +1,5 @@
 #include "genicam_int_reg.h"
 
-#include "impl/log.h"
-
 namespace GenICam::impl {
 
 template <class AddressEval>
@@ -16,10 +14,7 @@ void int_reg_type<AddressEval>::do_resolve_references(document_services&, const 
 template <class AddressEval>
 result<address_range> int_reg_type<AddressEval>::checked_range(unsigned flags) const {
     auto range = this->address.get(flags);
-    if (range && (range->length == 0 || range->length > 8)) {
-        log(level_fault, "{}. Invalid Length value={} out of range [1;8].", this->name, range->length);
-        return fail(genicam_errc::index_out_of_range);
-    }
+    if (range && !is_number_length(*this, range->length)) return fail(genicam_errc::index_out_of_range);
     return range;
 }
 
@@ -57,18 +52,20 @@ template <class AddressEval>
 result<int64_t> int_reg_type<AddressEval>::get_min(unsigned flags) const {
     const eval_scope steps;
     if (!steps) return eval_scope::error();
-    const auto range = checked_range(flags);
-    if (!range) return fail(range.error());
-    return lowest_of_bits(static_cast<unsigned>(range->length) * 8, this->is_signed());
+    const auto length = this->address.get_length(flags);
+    if (!length) return fail(length.error());
+    if (!is_number_length(*this, *length)) return fail(genicam_errc::index_out_of_range);
+    return lowest_of_bits(static_cast<unsigned>(*length) * 8, this->is_signed());
 }
 
 template <class AddressEval>
 result<int64_t> int_reg_type<AddressEval>::get_max(unsigned flags) const {
     const eval_scope steps;
     if (!steps) return eval_scope::error();
-    const auto range = checked_range(flags);
-    if (!range) return fail(range.error());
-    return highest_of_bits(static_cast<unsigned>(range->length) * 8, this->is_signed());
+    const auto length = this->address.get_length(flags);
+    if (!length) return fail(length.error());
+    if (!is_number_length(*this, *length)) return fail(genicam_errc::index_out_of_range);
+    return highest_of_bits(static_cast<unsigned>(*length) * 8, this->is_signed());
 }
 
 template class int_reg_type<register_const_address_eval>;

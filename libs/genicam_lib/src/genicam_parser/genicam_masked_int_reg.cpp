@@ -36,21 +36,14 @@ bit_field::bit_field(bit_range bits, uint64_t length, Endianess_t order) noexcep
 template <class AddressEval>
 result<address_range> masked_register_node<AddressEval>::checked_range(unsigned flags) const {
     auto range = this->get_address_and_length(flags);
-    if (range && (range->length == 0 || range->length > 8)) {
-        log(level_fault, "{}. Invalid Length value={} out of range [1;8].", this->name, range->length);
-        return fail(genicam_errc::index_out_of_range);
-    }
+    if (range && !is_number_length(*this, range->length)) return fail(genicam_errc::index_out_of_range);
     return range;
 }
 
-// Intended: the bytes taken are those from position `length` to the end of an 8-byte buffer, so 8 - length bytes are
-// read. That is the register for a length of 4, which is what devices have. A register of 8 bytes reads nothing and is
-// 0; other lengths read the complementary count. Documents are tuned to this reading, so it stays.
 template <class AddressEval>
 result<uint64_t> masked_register_node<AddressEval>::read_raw(const address_range& range, unsigned flags) const {
-    std::byte buffer[8]{};
-    const std::span data = std::span{buffer}.subspan(static_cast<std::size_t>(range.length));
-    if (data.empty()) return 0;
+    std::byte buffer[8];
+    const std::span data{buffer, static_cast<std::size_t>(range.length)};
     if (const auto error = this->access.port->read_cached(this->access.caching_mode, range.address, data, flags))
         return fail(error);
     return static_cast<uint64_t>(decode_integer(data, this->access.endianess, false));
@@ -97,18 +90,20 @@ template <class AddressEval>
 result<int64_t> masked_register_node<AddressEval>::get_min(unsigned flags) const {
     const eval_scope steps;
     if (!steps) return eval_scope::error();
-    const auto range = checked_range(flags);
-    if (!range) return fail(range.error());
-    return lowest_of_bits(field_for(range->length).width, this->is_signed());
+    const auto length = get_length(flags);
+    if (!length) return fail(length.error());
+    if (!is_number_length(*this, *length)) return fail(genicam_errc::index_out_of_range);
+    return lowest_of_bits(field_for(*length).width, this->is_signed());
 }
 
 template <class AddressEval>
 result<int64_t> masked_register_node<AddressEval>::get_max(unsigned flags) const {
     const eval_scope steps;
     if (!steps) return eval_scope::error();
-    const auto range = checked_range(flags);
-    if (!range) return fail(range.error());
-    return highest_of_bits(field_for(range->length).width, this->is_signed());
+    const auto length = get_length(flags);
+    if (!length) return fail(length.error());
+    if (!is_number_length(*this, *length)) return fail(genicam_errc::index_out_of_range);
+    return highest_of_bits(field_for(*length).width, this->is_signed());
 }
 
 namespace {
@@ -145,7 +140,9 @@ result<address_range> masked_int_reg_type<AddressEval>::get_address_and_length(u
 void struct_entry_type::do_resolve_references(document_services& services_, const element_view& view) {
     const element_view& parent = services_.struct_view(view.element().parent());
     sign = get_element_Sign(view[tag::Sign], name).value_or(Sign_t::Unsigned);
-    set_actual_access_mode(get_element_AccessMode(view[tag::AccessMode], name));
+    // Real documents state the access mode at the structure, its conditions and invalidators too.
+    inherit_links(parent, view);
+    set_actual_access_mode(get_element_AccessMode((view.has(tag::AccessMode) ? view : parent)[tag::AccessMode], name));
     bits = bit_range::from(view);
     access.endianess = get_element_Endianess(parent[tag::Endianess], name);
     const auto own = get_element_Cachable(view[tag::Cachable], name);

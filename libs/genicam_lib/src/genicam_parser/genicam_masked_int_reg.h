@@ -36,6 +36,7 @@ public:
 protected:
     using access_scope = node_base_data::access_scope;
     [[nodiscard]] virtual bit_field field_for(uint64_t length) const = 0;
+    [[nodiscard]] virtual result<uint64_t> get_length(unsigned flags) const { return this->address.get_length(flags); }
     // The range, with a length of 1 to 8.
     [[nodiscard]] result<address_range> checked_range(unsigned flags) const;
 
@@ -53,6 +54,7 @@ public:
 protected:
     [[nodiscard]] result<address_range> get_address_and_length(unsigned flags) const override;
     [[nodiscard]] bit_field field_for(uint64_t) const override { return field; }
+    [[nodiscard]] result<uint64_t> get_length(unsigned) const override { return length; }
 
 private:
     uint64_t length = 4;

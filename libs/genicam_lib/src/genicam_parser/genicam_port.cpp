@@ -56,6 +56,13 @@ result<std::size_t> port_device_type::read(int64_t address, std::span<std::byte>
 }
 
 std::error_code port_device_type::write(int64_t address, std::span<const std::byte> data, unsigned flags) {
+    const std::error_code error = transfer(address, data, flags);
+    // Also after a failure: the device may have taken the bytes and its answer be lost.
+    invalidate_range(address, data.size());
+    return error;
+}
+
+std::error_code port_device_type::transfer(int64_t address, std::span<const std::byte> data, unsigned flags) {
     const std::shared_lock guard{lock};
     if (read_only) return genicam_errc::access_denied;
     if (device_port != nullptr) return device_port->write(address, data, flags);
@@ -125,11 +132,7 @@ void port_device_type::unbind(unsigned flags) {
 }
 
 void port_device_type::after_binding(unsigned flags) {
-    if (flags & bind_flags::clear_cache) {
-        const std::unique_lock guard{cache_lock};
-        ++cache_changes;
-        cache.clear();
-    }
+    if (flags & bind_flags::clear_cache) invalidate_all();
     if (flags & bind_flags::invalidate) invalidate_dependents(false);
 }
 
@@ -165,33 +168,97 @@ std::error_code port_device_type::read_cached(CachingMode_t mode, int64_t addres
     return {};
 }
 
+uint64_t port_device_type::changes_so_far() const {
+    const std::shared_lock guard{cache_lock};
+    return cache_changes;
+}
+
+// Any write makes what overlaps it invalid, whether the register itself is cached or not: an overlapping one may be.
 std::error_code port_device_type::write_cached(CachingMode_t mode, int64_t address, std::span<const std::byte> data,
                                                unsigned flags) {
     if (data.size() > register_cache::maximum_length || !cache_enabled.load(std::memory_order_relaxed))
         return write(address, data, flags);
     if (flags & access_flags::cache_only) {
         const std::unique_lock guard{cache_lock};
-        if (!cache.contains(address)) return genicam_errc::not_in_cache;
+        if (!cache.contains(address, data.size())) return genicam_errc::not_in_cache;
         ++cache_changes;
+        cache.invalidate(address, data.size());
         cache.store(address, data);
         return {};
     }
-    if (const std::error_code error = write(address, data, flags)) return error;
-    if ((flags & access_flags::bypass_cache) || mode == CachingMode_t::NoCache) return {};
+    if (mode != CachingMode_t::WriteThrough || (flags & access_flags::bypass_cache)) return write(address, data, flags);
+    const uint64_t changes_before = changes_so_far();
+    const std::error_code error = transfer(address, data, flags);
     const std::unique_lock guard{cache_lock};
+    cache.invalidate(address, data.size());
+    // Of two writes at the same time nobody knows which came second.
+    if (!error && changes_before == cache_changes) cache.store(address, data);
     ++cache_changes;
-    if (mode == CachingMode_t::WriteAround) {
-        cache.invalidate(address, data.size());
-    } else {
-        cache.store(address, data);
-    }
-    return {};
+    return error;
 }
 
 void port_device_type::invalidate_range(int64_t address, uint64_t length) {
     const std::unique_lock guard{cache_lock};
     ++cache_changes;
     cache.invalidate(address, length);
+}
+
+void port_device_type::invalidate_all() {
+    const std::unique_lock guard{cache_lock};
+    ++cache_changes;
+    cache.clear();
+}
+
+void port_device_type::invalidate_text(text_entry& entry) {
+    const std::unique_lock guard{cache_lock};
+    ++cache_changes;
+    entry.valid = false;
+}
+
+std::error_code port_device_type::read_text(CachingMode_t mode, text_entry& entry, int64_t address, std::string& text,
+                                            unsigned flags) {
+    const auto bytes = std::as_writable_bytes(std::span{text});
+    if (mode == CachingMode_t::NoCache || (flags & access_flags::bypass_cache))
+        return read_whole(address, bytes, flags);
+    uint64_t changes_before = 0;
+    {
+        const std::shared_lock guard{cache_lock};
+        changes_before = cache_changes;
+        if (entry.valid && entry.address == address) {
+            const bool ends = !(flags & access_flags::raw_string) && entry.bytes.find('\0') != std::string::npos;
+            if (ends || entry.bytes.size() >= text.size()) {
+                text = entry.bytes.substr(0, text.size());
+                return {};
+            }
+        }
+    }
+    if (flags & access_flags::cache_only) return genicam_errc::not_in_cache;
+    if (const std::error_code error = read_whole(address, bytes, flags)) return error;
+    const std::unique_lock guard{cache_lock};
+    if (changes_before == cache_changes) {
+        entry.valid = true;
+        entry.address = address;
+        entry.bytes = text;
+    }
+    return {};
+}
+
+std::error_code port_device_type::write_text(CachingMode_t mode, text_entry& entry, int64_t address, std::string text,
+                                             unsigned flags) {
+    const bool here_only = (flags & access_flags::cache_only) != 0;
+    const bool keep = here_only || (mode == CachingMode_t::WriteThrough && !(flags & access_flags::bypass_cache));
+    const uint64_t changes_before = changes_so_far();
+    std::error_code error;
+    if (!here_only) error = transfer(address, std::as_bytes(std::span{text}), flags);
+    const std::unique_lock guard{cache_lock};
+    cache.invalidate(address, text.size());
+    entry.valid = keep && !error && changes_before == cache_changes;
+    if (entry.valid) {
+        entry.address = address;
+        entry.bytes = std::move(text);
+    }
+    ++cache_changes;
+    return error;
 }
 
 } // namespace GenICam::impl

@@ -35,12 +35,22 @@ public:
     [[nodiscard]] std::error_code read_cached(CachingMode_t mode, int64_t address, std::span<std::byte> data,
                                               unsigned flags) override;
     void invalidate_range(int64_t address, uint64_t length) override;
+    void invalidate_all() override;
+    void add_text(text_entry& entry) override { cache.add_text(entry); }
+    [[nodiscard]] std::error_code write_text(CachingMode_t mode, text_entry& entry, int64_t address, std::string text,
+                                             unsigned flags) override;
+    [[nodiscard]] std::error_code read_text(CachingMode_t mode, text_entry& entry, int64_t address, std::string& text,
+                                            unsigned flags) override;
+    void invalidate_text(text_entry& entry) override;
 
 private:
     // Where an access to the bound memory begins. lock held.
     [[nodiscard]] result<std::size_t> memory_offset(int64_t address, std::size_t length) const;
     [[nodiscard]] std::error_code bind_memory(std::span<const std::byte> bytes, bool writable, unsigned flags);
     void after_binding(unsigned flags);
+    // The transfer, without the cache.
+    [[nodiscard]] std::error_code transfer(int64_t address, std::span<const std::byte> data, unsigned flags);
+    [[nodiscard]] uint64_t changes_so_far() const;
     [[nodiscard]] std::error_code read_whole(int64_t address, std::span<std::byte> data, unsigned flags);
 
     node_or_const_value<uint64_t> chunk_id;
@@ -55,9 +65,9 @@ private:
     bool read_only = false;
     std::vector<std::byte> copied;
 
-    mutable std::shared_mutex cache_lock; // guards cache and cache_changes
+    mutable std::shared_mutex cache_lock; // guards cache, its texts and cache_changes
     register_cache cache;
-    uint64_t cache_changes = 0; // lets a read see that its bytes were overtaken by a write on another thread
+    uint64_t cache_changes = 0; // lets a transfer see that its bytes were overtaken by one on another thread
 };
 
 } // namespace GenICam::impl

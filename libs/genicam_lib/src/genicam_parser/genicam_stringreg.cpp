@@ -15,13 +15,14 @@ void string_reg_type::do_resolve_references(document_services&, const element_vi
     set_actual_access_mode(get_element_AccessMode(view[tag::AccessMode], name));
     access.resolve_caching(*this, view, CachingMode_t::WriteThrough);
     access.resolve_port_interface(*this, view);
+    if (access.port != nullptr) access.port->add_text(cached);
     address.resolve_references(*this, view);
     address.resolve_references_len(*this, view);
 }
 
 void string_reg_type::invalidate_register() {
-    cached.valid = false;
     if (access.port == nullptr) return;
+    access.port->invalidate_text(cached); // also one of another address
     if (const auto range = address.get(0)) access.port->invalidate_range(range->address, range->length);
 }
 
@@ -43,20 +44,9 @@ result<std::string> string_reg_type::get_val(unsigned flags) const {
     if (access.port_node == nullptr) return fail(genicam_errc::invalid_document);
     const auto range = checked_range(flags);
     if (!range) return fail(range.error());
-    const auto length = static_cast<std::size_t>(range->length);
-    const bool cacheable = access.caching_mode != CachingMode_t::NoCache && !(flags & access_flags::bypass_cache);
-
-    std::string text;
-    if (cacheable && cached.valid && cached.address == range->address) {
-        text = cached.text.substr(0, length);
-    } else if (cacheable && (flags & access_flags::cache_only)) {
-        return fail(genicam_errc::not_in_cache);
-    } else {
-        text.resize(length);
-        const auto count = access.port_node->read(range->address, std::as_writable_bytes(std::span{text}), flags);
-        if (!count) return fail(count.error());
-        if (cacheable) cached = {true, range->address, text};
-    }
+    std::string text(static_cast<std::size_t>(range->length), '\0');
+    if (const auto error = access.port->read_text(access.caching_mode, cached, range->address, text, flags))
+        return fail(error);
     if (!(flags & access_flags::raw_string)) {
         if (const std::size_t end = text.find('\0'); end != std::string::npos) text.resize(end);
     }
@@ -76,19 +66,9 @@ std::error_code string_reg_type::set_val(std::string_view text, unsigned flags) 
         if (bytes.empty() || (bytes.size() < range->length && bytes.find('\0') == std::string::npos))
             bytes.push_back('\0');
     }
-    if (flags & access_flags::cache_only) {
-        cached = {true, range->address, std::move(bytes)};
-    } else {
-        if (const auto error = access.port_node->write(range->address, std::as_bytes(std::span{bytes}), flags))
-            return error;
-        if (access.caching_mode == CachingMode_t::WriteThrough) {
-            cached = {true, range->address, std::move(bytes)};
-        } else {
-            cached.valid = false;
-        }
-    }
-    // Numbers cached from the same bytes are stale now; the text itself has just been settled above.
-    access.port->invalidate_range(range->address, range->length);
+    if (const auto error =
+            access.port->write_text(access.caching_mode, cached, range->address, std::move(bytes), flags))
+        return error;
     invalidate_dependents(true);
     return {};
 }

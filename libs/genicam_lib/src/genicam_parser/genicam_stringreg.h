@@ -7,8 +7,8 @@
 
 namespace GenICam::impl {
 
-// A register that is a text, ended by a NUL byte or by the register's end. Too long for the port's cache, so it keeps
-// its last text itself.
+// A register that is a text, ended by a NUL byte or by the register's end. Too long for the entries of the port's
+// cache, so it brings one of its own, which the port guards and drops like them.
 class string_reg_type final : public implement_inode<node_base_impl_value, IString> {
 public:
     using implement_inode::implement_inode;
@@ -21,17 +21,11 @@ public:
     [[nodiscard]] result<uint64_t> get_max_length(unsigned flags) const override;
 
 private:
-    struct cached_text {
-        bool valid = false;
-        int64_t address = 0;
-        std::string text; // the bytes of the register
-    };
-
     [[nodiscard]] result<address_range> checked_range(unsigned flags) const;
 
     reg_access access;
     address_eval address;
-    mutable cached_text cached;
+    mutable text_entry cached;
 };
 
 } // namespace GenICam::impl

@@ -19,7 +19,7 @@ void swissknife_node<T>::do_resolve_references(document_services&, const element
     converter::build_formula_name_lookup(lookup, *this, view, std::is_integral_v<T>);
     variables.resolve_converter_references(lookup, *this, view);
     const std::string_view text = view[tag::Formula].child_value();
-    if (auto program = converter::compile(text, lookup)) {
+    if (auto program = converter::compile(*this, text, lookup)) {
         formula = std::move(*program);
     } else {
         log(level_fault, "SwissKnife ('{}'). failed to evaluate '{}'.", this->name, text);

@@ -30,8 +30,6 @@ using ValueGetter = std::function<std::expected<T, Error>()>;
 template <class T>
 using ValueSetter = std::function<Error(T)>;
 // Fills the span, which it may read as a NUL-terminated text afterwards.
-using SpanGetter = std::function<Error(std::span<std::byte>)>;
-using SpanSetter = std::function<Error(std::span<const std::byte>)>;
 using TextGetter = std::function<Error(std::span<char>)>;
 
 // T is uint32_t, float, int64_t, uint64_t or bool (4 bytes wide). A missing function makes that direction
@@ -43,7 +41,6 @@ template <class T>
 std::unique_ptr<RegisterMapEntry> make_variable_entry(T* variable, std::function<void()> on_change = {});
 // Text that cannot be written; it must outlive the entry.
 std::unique_ptr<RegisterMapEntry> make_text_entry(const std::string* text);
-std::unique_ptr<RegisterMapEntry> make_span_entry(SpanGetter getter, SpanSetter setter);
 // Strings are cut to max_length; shorter ones are followed by zero bytes.
 std::unique_ptr<RegisterMapEntry> make_string_entry(ValueGetter<std::string> getter, ValueSetter<std::string> setter,
                                                     size_t max_length);

@@ -84,21 +84,6 @@ private:
     const std::string* text;
 };
 
-class ReadWriteSpan final : public RegisterMapEntry {
-public:
-    ReadWriteSpan(SpanGetter get, SpanSetter set) : getter(std::move(get)), setter(std::move(set)) {}
-    Error Read(uint64_t, void* dst, size_t* size) override {
-        return getter ? getter({static_cast<std::byte*>(dst), *size}) : access_denied();
-    }
-    Error Write(uint64_t, const void* src, size_t* size) override {
-        return setter ? setter({static_cast<const std::byte*>(src), *size}) : access_denied();
-    }
-
-private:
-    SpanGetter getter;
-    SpanSetter setter;
-};
-
 // The access rule of all strings; `fill` writes a text into a span of any size up to max_length.
 class StringEntry : public RegisterMapEntry {
 public:
@@ -202,10 +187,6 @@ template std::unique_ptr<RegisterMapEntry> make_variable_entry(uint64_t*, std::f
 template std::unique_ptr<RegisterMapEntry> make_variable_entry(bool*, std::function<void()>);
 
 std::unique_ptr<RegisterMapEntry> make_text_entry(const std::string* text) { return std::make_unique<TextRef>(text); }
-
-std::unique_ptr<RegisterMapEntry> make_span_entry(SpanGetter getter, SpanSetter setter) {
-    return std::make_unique<ReadWriteSpan>(std::move(getter), std::move(setter));
-}
 
 std::unique_ptr<RegisterMapEntry> make_string_entry(ValueGetter<std::string> getter, ValueSetter<std::string> setter,
                                                     size_t max_length) {

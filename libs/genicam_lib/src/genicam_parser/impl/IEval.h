@@ -26,12 +26,10 @@ public:
     virtual void resolve_references(const impl::element_view& view) = 0;
     // Everything in the event closure: first all caches are dropped, then all callbacks run.
     virtual void invalidate() = 0;
-    virtual void build_event_closure() = 0;
     virtual void on_invalidate() = 0;
     virtual void notify_invalidated() = 0;
     virtual void add_invalidates(IEval* node) = 0;
     virtual void add_user(IEval* node) = 0;
-    virtual void build_dependents() = 0;
     [[nodiscard]] virtual std::span<IEval* const> get_users() const noexcept = 0;
     virtual void add_selecting(INode* node) = 0;
     [[nodiscard]] virtual std::span<IEval* const> get_invalidates() const noexcept = 0;

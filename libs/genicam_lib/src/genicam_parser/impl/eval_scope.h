@@ -17,9 +17,10 @@ inline constinit thread_local eval_state current_eval{};
 
 class eval_scope {
 public:
-    // Real documents stay below 40 levels and some hundred steps.
     static constexpr unsigned maximum_depth = 160;
-    static constexpr unsigned maximum_steps = 100'000;
+    // A bound on time, for documents whose nodes lead to each other on ever more ways. A formula fetches each of its
+    // variables once, so sound documents stay far below.
+    static constexpr unsigned maximum_steps = 1'000'000;
 
     eval_scope() noexcept : state(current_eval) {
         if (state.depth++ == 0) state.steps_left = maximum_steps;
@@ -40,7 +41,7 @@ private:
     bool passed;
 };
 
-// While a user's callback runs within an access it has steps of its own.
+// A user's callback within an access, and the invalidation of a whole list of nodes, have steps of their own.
 class eval_callback_scope {
 public:
     eval_callback_scope() noexcept : kept(current_eval.steps_left) {

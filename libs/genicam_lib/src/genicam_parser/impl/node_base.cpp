@@ -54,13 +54,27 @@ void node_base_data::resolve_references(const element_view& view) {
     is_implemented_node = resolve_state_link("pIsImplemented", view[tag::pIsImplemented]);
     is_available_node = resolve_state_link("pIsAvailable", view[tag::pIsAvailable]);
     is_locked_node = resolve_state_link("pIsLocked", view[tag::pIsLocked]);
-    view.for_each(tag::pInvalidator, [&](pugi::xml_node element) {
-        if (INode* target = resolve_node_contents(element)) target->as_eval()->add_invalidates(this);
-    });
+    resolve_invalidators(view);
     if (const pugi::xml_node element = view[tag::EventID]) {
         if (const auto id = parse_hex(text_of(element))) services->add_event_node(*id, this);
     }
     do_resolve_references(*services, view);
+}
+
+void node_base_data::resolve_invalidators(const element_view& view) {
+    view.for_each(tag::pInvalidator, [&](pugi::xml_node element) {
+        if (INode* target = resolve_node_contents(element)) target->as_eval()->add_invalidates(this);
+    });
+}
+
+void node_base_data::inherit_links(const element_view& from, const element_view& own) {
+    const auto inherit = [&](INode*& link, tag name_tag, std::string_view element_name) {
+        if (!own.has(name_tag)) link = resolve_state_link(element_name, from[name_tag]);
+    };
+    inherit(is_implemented_node, tag::pIsImplemented, "pIsImplemented");
+    inherit(is_available_node, tag::pIsAvailable, "pIsAvailable");
+    inherit(is_locked_node, tag::pIsLocked, "pIsLocked");
+    resolve_invalidators(from);
 }
 
 INode* node_base_data::resolve_state_link(std::string_view element_name, pugi::xml_node element) {
@@ -144,11 +158,12 @@ void node_base_data::collect_value_sources(std::vector<IEval*>& out) const {
     out.insert(out.end(), read.begin(), read.end());
 }
 
-void node_base_data::build_event_closure() { (void)event_closure.get(*this, closure_start::sources, *services); }
-
 void node_base_data::invalidate() {
     const auto closure = event_closure.get(*this, closure_start::sources, *services);
-    for (IEval* node : closure) node->on_invalidate();
+    {
+        const eval_callback_scope steps;
+        for (IEval* node : closure) node->on_invalidate();
+    }
     for (IEval* node : closure) node->notify_invalidated();
 }
 
@@ -172,7 +187,8 @@ genicam_errc node_base_data::check_access(bool is_write, unsigned flags) const {
     }
     const Access_t mode = effective_access_mode();
     // Intended: RW is settled before the lock is looked at, so pIsLocked speaks only for nodes whose effective mode is
-    // RO or WO. Documents impose RO on what they lock.
+    // RO or WO. Few documents impose RO on what they lock: of the 232 nodes with a lock in three makers' documents 11
+    // do. A write to one of the others goes to the camera, which refuses it itself.
     if (mode == Access_t::RW) return genicam_errc::success;
     if (!is_write) return mode == Access_t::WO ? genicam_errc::access_denied : genicam_errc::success;
     if (!(flags & access_flags::ignore_lock) && is_locked_node != nullptr) {
@@ -236,17 +252,34 @@ void node_base_data::dependent_nodes(std::vector<INode*>& out) {
     for (std::size_t at = 1; at < order.size(); ++at) out.push_back(order[at]->as_inode());
 }
 
+std::string_view node_base_data::fault() const {
+    std::unordered_set<const IEval*> seen{this};
+    std::vector<const IEval*> order{this};
+    std::vector<IEval*> read;
+    for (std::size_t at = 0; at < order.size(); ++at) {
+        if (const std::string_view text = services->fault_of(*order[at]); !text.empty()) return text;
+        read.clear();
+        order[at]->collect_value_sources(read);
+        for (const IEval* node : read) {
+            if (seen.insert(node).second) order.push_back(node);
+        }
+    }
+    return {};
+}
+
 void node_base_with_users::add_user(IEval* node) {
     const auto present = users.view();
     if (present.empty() || present.back() != node) users.push_back(node, services->memory_resource());
 }
 
-void node_base_impl_value::build_dependents() { (void)value_closure.get(*this, closure_start::users, *services); }
-
 void node_base_impl_value::invalidate_dependents(bool skip_self) {
     const auto closure = value_closure.get(*this, closure_start::users, *services);
-    for (IEval* node : closure) {
-        if (!skip_self || node != this) node->on_invalidate();
+    {
+        // The addresses of a whole list are told: that must not use up the steps of the write.
+        const eval_callback_scope steps;
+        for (IEval* node : closure) {
+            if (!skip_self || node != this) node->on_invalidate();
+        }
     }
     for (IEval* node : closure) node->notify_invalidated();
 }

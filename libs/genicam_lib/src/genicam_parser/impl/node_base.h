@@ -18,7 +18,6 @@ public:
 
     void resolve_references(const element_view& view) final;
     void invalidate() final;
-    void build_event_closure() final;
     void on_invalidate() override {}
     void notify_invalidated() final;
     void add_invalidates(IEval* node) final;
@@ -30,7 +29,6 @@ public:
     [[nodiscard]] INode* get_access_source() const override { return nullptr; }
     void invalidate_register() override {}
     void add_user(IEval*) override {}
-    void build_dependents() override {}
     [[nodiscard]] std::span<IEval* const> get_users() const noexcept override { return {}; }
 
     [[nodiscard]] std::string_view get_node_name() const noexcept { return name; }
@@ -53,12 +51,16 @@ protected:
     [[nodiscard]] pugi::xml_node child(const char* element_name) const noexcept { return xml.child(element_name); }
     [[nodiscard]] pugi::xml_node element() const noexcept { return xml; }
 
+    // What the element does not state itself it takes from another one: conditions, lock, and all its invalidators.
+    void inherit_links(const element_view& from, const element_view& own);
+
     // The properties behind INode, see implement_inode.
     [[nodiscard]] std::string_view child_text(const char* element_name) const noexcept;
     [[nodiscard]] INode* linked_node(const char* element_name) const noexcept;
     [[nodiscard]] Visibility_t visibility() const;
     [[nodiscard]] result<bool> linked_state(INode* link, bool without, unsigned flags) const;
     void dependent_nodes(std::vector<INode*>& out);
+    [[nodiscard]] std::string_view fault() const;
 
     // One access: counts as a step and, unless that already fails, checks the access rights.
     class access_scope {
@@ -93,6 +95,7 @@ protected:
 
 private:
     [[nodiscard]] INode* resolve_state_link(std::string_view element_name, pugi::xml_node element);
+    void resolve_invalidators(const element_view& view);
     void read_extensions(const element_view& view);
 };
 
@@ -112,7 +115,6 @@ class node_base_impl_value : public node_base_with_users {
 public:
     using node_base_with_users::node_base_with_users;
     void on_invalidate() final { invalidate_register(); }
-    void build_dependents() final;
 
 protected:
     // All caches first, then all callbacks, so that a callback reads consistent data. A register has just written its

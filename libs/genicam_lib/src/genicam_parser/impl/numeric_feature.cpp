@@ -12,22 +12,52 @@ std::error_code refused_value(std::string_view node, T value, genicam_errc code)
     return error;
 }
 
+namespace {
+
+// A node without the limit, or one that the camera does not implement, has none to keep.
+bool is_absent(const std::error_code& error) noexcept {
+    return error == genicam_errc::not_implemented || error == genicam_errc::node_not_implemented;
+}
+
+template <class T>
+std::error_code check_range(const number_interface<T>& node, T value, const result<T>& lowest, const result<T>& highest,
+                            T tolerance) {
+    for (const result<T>* limit : {&lowest, &highest}) {
+        if (!*limit && !is_absent(limit->error())) {
+            log(level_notice, "{}. Failed range check for parameter value={}. Err: {}.", node.get_name(), value,
+                limit->error().message());
+            return limit->error();
+        }
+    }
+    bool outside = false;
+    if constexpr (std::is_integral_v<T>) {
+        outside = (lowest && value < *lowest) || (highest && value > *highest);
+    } else {
+        outside = (lowest && *lowest - value >= tolerance) || (highest && value - *highest >= tolerance);
+    }
+    return outside ? refused_value(node.get_name(), value, genicam_errc::value_out_of_range) : std::error_code{};
+}
+
+} // namespace
+
 template <>
 std::error_code check_value<int64_t>(const IInteger& node, int64_t value, unsigned flags) {
     if (flags & access_flags::no_range_check) return {};
     if (const auto set = node.get_valid_value_set(flags); set && std::ranges::find(*set, value) == set->end())
         return refused_value(node.get_name(), value, genicam_errc::not_in_value_set);
-    if (const auto lowest = node.get_min(flags); lowest && value < *lowest)
-        return refused_value(node.get_name(), value, genicam_errc::value_out_of_range);
-    if (const auto highest = node.get_max(flags); highest && value > *highest)
-        return refused_value(node.get_name(), value, genicam_errc::value_out_of_range);
-    // Intended: the value itself is divided, not its distance from the minimum as the standard has it. Cameras whose
-    // minimum is no multiple of their increment are documented for this reading.
+    const auto lowest = node.get_min(flags);
+    if (const auto error = check_range<int64_t>(node, value, lowest, node.get_max(flags), 0)) return error;
     if (const auto inc = node.get_inc(flags); inc && *inc != 0) {
-        // |-2^63| only divides 0 and itself; taken as unsigned it needs no special case.
-        const auto step = *inc < 0 ? 0 - static_cast<uint64_t>(*inc) : static_cast<uint64_t>(*inc);
-        const auto magnitude = value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
-        if (magnitude % step != 0) return refused_value(node.get_name(), value, genicam_errc::not_on_increment);
+        // Counted from the minimum, as cameras count: a region from 15 in steps of 2 holds 15 and not 16. The type's
+        // extreme is no minimum.
+        const int64_t from = lowest && *lowest != std::numeric_limits<int64_t>::min() ? *lowest : 0;
+        // Unsigned, where neither |-2^63| nor a distance beyond 2^63 is special.
+        const auto magnitude = [](int64_t a, int64_t b) {
+            return a < b ? static_cast<uint64_t>(b) - static_cast<uint64_t>(a)
+                         : static_cast<uint64_t>(a) - static_cast<uint64_t>(b);
+        };
+        if (magnitude(value, from) % magnitude(*inc, 0) != 0)
+            return refused_value(node.get_name(), value, genicam_errc::not_on_increment);
     }
     return {};
 }
@@ -37,11 +67,7 @@ std::error_code check_value<double>(const IFloat& node, double value, unsigned f
     // Values that went through a converter and back miss their limit by a rounding error.
     constexpr double tolerance = 1e-5;
     if (flags & access_flags::no_range_check) return {};
-    if (const auto lowest = node.get_min(flags); lowest && *lowest - value >= tolerance)
-        return refused_value(node.get_name(), value, genicam_errc::value_out_of_range);
-    if (const auto highest = node.get_max(flags); highest && value - *highest >= tolerance)
-        return refused_value(node.get_name(), value, genicam_errc::value_out_of_range);
-    return {};
+    return check_range<double>(node, value, node.get_min(flags), node.get_max(flags), tolerance);
 }
 
 template <class T>

@@ -25,7 +25,8 @@ using number_interface = std::conditional_t<std::is_integral_v<T>, IInteger, IFl
 template <class T>
 [[nodiscard]] std::error_code refused_value(std::string_view node, T value, genicam_errc code);
 
-// By the order value set, range, increment; a getter that fails checks nothing.
+// By the order value set, range, increment. A limit that there is and that cannot be read refuses the value with its
+// error: what is out of range must not reach the device for a lost answer.
 template <class T>
 [[nodiscard]] std::error_code check_value(const number_interface<T>& node, T value, unsigned flags);
 

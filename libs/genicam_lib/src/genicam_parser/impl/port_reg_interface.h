@@ -1,6 +1,8 @@
 // What a register talks to.
 #pragma once
 
+#include "register_cache.h"
+
 #include <GenICam/error.h>
 #include <GenICam/types.h>
 
@@ -16,6 +18,16 @@ public:
     [[nodiscard]] virtual std::error_code read_cached(CachingMode_t mode, int64_t address, std::span<std::byte> data,
                                                       unsigned flags) = 0;
     virtual void invalidate_range(int64_t address, uint64_t length) = 0;
+    virtual void invalidate_all() = 0;
+
+    // The same for a text register, whose entry is added once, while the document is built. A text with a NUL in it
+    // stands for the whole register unless the flags ask for raw bytes.
+    virtual void add_text(text_entry& entry) = 0;
+    [[nodiscard]] virtual std::error_code write_text(CachingMode_t mode, text_entry& entry, int64_t address,
+                                                     std::string text, unsigned flags) = 0;
+    [[nodiscard]] virtual std::error_code read_text(CachingMode_t mode, text_entry& entry, int64_t address,
+                                                    std::string& text, unsigned flags) = 0;
+    virtual void invalidate_text(text_entry& entry) = 0;
 
 protected:
     ~port_reg_interface() = default;

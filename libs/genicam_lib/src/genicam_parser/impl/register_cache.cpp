@@ -22,8 +22,8 @@ const register_cache::entry* register_cache::find(int64_t address) const noexcep
 
 bool register_cache::read(int64_t address, std::span<std::byte> data) const noexcept {
     const entry* found = find(address);
-    if (found == nullptr) return false;
-    std::copy_n(found->value, std::min(data.size(), maximum_length), data.begin());
+    if (found == nullptr || found->length < data.size()) return false;
+    std::copy_n(found->value, data.size(), data.begin());
     return true;
 }
 
@@ -35,8 +35,6 @@ void register_cache::store(int64_t address, std::span<const std::byte> data) {
     auto place = std::ranges::lower_bound(entries, address, std::greater{}, &entry::address);
     if (place == entries.end() || place->address != address) {
         place = entries.insert(place, entry{address, 0, {}, false});
-    } else if (!place->valid) {
-        std::ranges::fill(place->value, std::byte{0});
     }
     std::ranges::copy(data, place->value);
     place->length = data.size();
@@ -50,10 +48,14 @@ void register_cache::invalidate(int64_t address, uint64_t length) noexcept {
             break;
         if (overlaps(e.address, e.length, address, length)) e.valid = false;
     }
+    for (text_entry* text = texts; text != nullptr; text = text->next) {
+        if (text->valid && overlaps(text->address, text->bytes.size(), address, length)) text->valid = false;
+    }
 }
 
 void register_cache::clear() noexcept {
     for (entry& e : entries) e.valid = false;
+    for (text_entry* text = texts; text != nullptr; text = text->next) text->valid = false;
 }
 
 } // namespace GenICam::impl

@@ -180,6 +180,12 @@ void encode_integer(int64_t value, std::span<std::byte> data, Endianess_t order)
         data[order == Endianess_t::BigEndian ? n - 1 - i : i] = static_cast<std::byte>(raw & 0xFF);
 }
 
+bool is_number_length(const node_base_data& owner, uint64_t length) {
+    if (length >= 1 && length <= 8) return true;
+    log(level_fault, "{}. Invalid Length value={} out of range [1;8].", owner.get_node_name(), length);
+    return false;
+}
+
 int64_t lowest_of_bits(unsigned bits, bool is_signed) noexcept {
     if (!is_signed || bits == 0) return 0;
     return std::numeric_limits<int64_t>::min() >> (64 - bits);

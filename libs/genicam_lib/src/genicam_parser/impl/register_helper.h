@@ -69,6 +69,9 @@ private:
 [[nodiscard]] int64_t decode_integer(std::span<const std::byte> data, Endianess_t order, bool is_signed) noexcept;
 void encode_integer(int64_t value, std::span<std::byte> data, Endianess_t order) noexcept;
 
+// 1 to 8 bytes; anything else is logged.
+[[nodiscard]] bool is_number_length(const node_base_data& owner, uint64_t length);
+
 // Limits of an integer of so many bits (1 to 64).
 [[nodiscard]] int64_t lowest_of_bits(unsigned bits, bool is_signed) noexcept;
 [[nodiscard]] int64_t highest_of_bits(unsigned bits, bool is_signed) noexcept;

@@ -6,6 +6,8 @@
 #include <GenICam/value_nodes.h>
 #include <math_parser/execute.h>
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 namespace GenICam::impl::converter {
@@ -79,12 +81,18 @@ void build_formula_name_lookup(formula_name_lookup& lookup, const node_base_data
     });
 }
 
-std::optional<compiled_formula_data> compile(std::string_view text, const formula_name_lookup& lookup) {
+std::optional<compiled_formula_data> compile(node_base_data& owner, std::string_view text,
+                                             const formula_name_lookup& lookup) {
+    math_parser::compile_report found;
+    math_parser::compile_report* const report = &found;
     auto program = math_parser::compile_formula(
         text, [&](std::string_view name) { return lookup.find(name); },
-        [](std::string_view message) { log(level_fault, "{}", message); });
-    if (!program) return std::nullopt;
-    return std::move(*program);
+        [](std::string_view message) { log(level_fault, "{}", message); }, report, math_parser::dialect::documents);
+    if (program) return std::move(*program);
+    owner.document().note_fault(owner, fmt::format("Formula '{}' of '{}', character {}: {}", trimmed(text),
+                                                   owner.get_node_name(), found.offset + 1,
+                                                   math_parser::status_text(found.status)));
+    return std::nullopt;
 }
 
 std::optional<variable_map_impl::entry>
@@ -119,7 +127,12 @@ void variable_map_impl::resolve_converter_references(formula_name_lookup& lookup
         if (node == nullptr) return;
         const auto made = create_resulting_entry(owner, *node, name);
         if (!made) return;
-        lookup.add_variable(name, first_variable_id + entries.size());
+        // Two names of one value share its place, so that it is fetched once.
+        const auto present = entries.view();
+        const auto same =
+            std::ranges::find_if(present, [&](const entry& e) { return e.node == made->node && e.what == made->what; });
+        lookup.add_variable(name, first_variable_id + static_cast<uint64_t>(same - present.begin()));
+        if (same != present.end()) return;
         entries.push_back(*made, owner.document().memory_resource());
         owner.add_source(node);
     });
@@ -132,7 +145,7 @@ void variable_map_impl::resolve_converter_references(formula_name_lookup& lookup
         }
         if (lookup.contains(name)) return;
         const std::string_view text = element.child_value();
-        if (auto formula = compile(text, lookup)) {
+        if (auto formula = compile(owner, text, lookup)) {
             lookup.add_formula(name, std::move(*formula));
         } else {
             log(level_fault, "Failed to parse Constant named='{}' content='{}'.", name, text);
@@ -164,7 +177,35 @@ result<tValue> variable_map_impl::fetch(uint64_t id, tValue argument, unsigned f
 
 result<tValue> variable_map_impl::exec_formula(const compiled_formula_data& formula, unsigned flags,
                                                tValue argument) const {
-    const auto outcome = math_parser::execute(formula, [&](uint64_t id) { return fetch(id, argument, flags); });
+    // Each variable is fetched once per run, however often it stands in the formula.
+    constexpr uint64_t kept_variables = 16;
+    union storage {
+        storage() noexcept {}
+        tValue values[kept_variables];
+    } kept;
+    uint32_t is_kept = 0;
+    std::vector<std::optional<tValue>> more; // of a formula with more variables
+    const auto fetch_once = [&](uint64_t id) -> result<tValue> {
+        const uint64_t at = id - first_variable_id;
+        if (at < kept_variables) {
+            if (is_kept >> at & 1) return kept.values[at];
+            auto value = fetch(id, argument, flags);
+            if (value) {
+                kept.values[at] = *value;
+                is_kept |= 1U << at;
+            }
+            return value;
+        }
+        if (at >= entries.size()) return fetch(id, argument, flags);
+        if (more.empty()) more.resize(entries.size());
+        if (!more[at]) {
+            auto value = fetch(id, argument, flags);
+            if (!value) return value;
+            more[at] = *value;
+        }
+        return *more[at];
+    };
+    const auto outcome = math_parser::execute(formula, fetch_once);
     if (!outcome) return fail(outcome.error().code);
     return *outcome;
 }

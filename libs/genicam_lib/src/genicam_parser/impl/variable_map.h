@@ -41,8 +41,8 @@ private:
 void build_formula_name_lookup(formula_name_lookup& lookup, const node_base_data& owner, const element_view& view,
                                bool is_integer);
 
-// Nothing when the formula cannot be compiled; the compiler has logged why.
-[[nodiscard]] std::optional<math_parser::compiled_formula_data> compile(std::string_view text,
+// Nothing when the formula cannot be compiled; the compiler has logged why, and the owner's fault names it.
+[[nodiscard]] std::optional<math_parser::compiled_formula_data> compile(node_base_data& owner, std::string_view text,
                                                                         const formula_name_lookup& lookup);
 
 class variable_map_impl {

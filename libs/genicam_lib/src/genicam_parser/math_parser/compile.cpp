@@ -71,8 +71,8 @@ binary_operator binary_operator_of(uint16_t symbol) noexcept {
 
 class parser {
 public:
-    parser(std::string_view text, const lookup_func_t& lookup_, const log_func_t& log_)
-        : tokens(text), lookup(lookup_), log(log_) {}
+    parser(std::string_view text, const lookup_func_t& lookup_, const log_func_t& log_, dialect language_)
+        : tokens(text), lookup(lookup_), log(log_), language(language_) {}
 
     status expression() {
         if (nesting == maximum_nesting) return status::not_evaluated;
@@ -186,6 +186,10 @@ private:
         }
         if (arguments == 1) {
             if (const auto found = find_unary(name)) return emit(*found);
+            if (language == dialect::documents && name == "ROUND") {
+                const status s = emit(tValue{int64_t{0}});
+                return s == status::success ? emit(operation::round) : s;
+            }
         } else if (arguments == 2) {
             if (const auto found = find_binary(name)) return emit(*found);
         }
@@ -194,6 +198,7 @@ private:
 
     const lookup_func_t& lookup;
     const log_func_t& log;
+    const dialect language;
     unsigned nesting = 0;
 };
 
@@ -230,8 +235,9 @@ std::string_view status_text(parse_status value) noexcept {
 }
 
 GenICam::result<compiled_formula_data> compile_formula(std::string_view text, const lookup_func_t& lookup,
-                                                       const log_func_t& log, compile_report* report) {
-    parser parse{text, lookup, log};
+                                                       const log_func_t& log, compile_report* report,
+                                                       dialect language) {
+    parser parse{text, lookup, log, language};
     const status outcome = parse.expression();
     if (report != nullptr) *report = {outcome, parse.tokens.last_offset()};
     if (outcome != status::success && outcome != status::end_of_text) {

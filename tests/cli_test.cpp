@@ -1,0 +1,76 @@
+// What the consumer does with features, on a document and a device made up here.
+#include <cli/node_map.h>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// One command register, which clears itself at the read that `busy_reads` counts down to.
+struct slow_device final : GenICam::IDevicePort {
+    GenICam::result<std::size_t> read(int64_t, std::span<std::byte> data, unsigned) override {
+        ++reads;
+        std::ranges::fill(data, std::byte{0});
+        if (busy_reads != 0) data[3] = std::byte{1};
+        if (busy_reads > 0) --busy_reads;
+        return data.size();
+    }
+    std::error_code write(int64_t, std::span<const std::byte>, unsigned) override {
+        ++writes;
+        return {};
+    }
+    int busy_reads = 0; // below 0: for ever
+    int reads = 0;
+    int writes = 0;
+};
+
+struct CommandLine : testing::Test {
+    CommandLine() {
+        doc = GenICam::create_document(std::string_view{
+            "<R><IntReg Name=\"Reg\"><Address>0</Address><Length>4</Length><pPort>Device</pPort></IntReg>"
+            "<Command Name=\"C\"><pValue>Reg</pValue><CommandValue>1</CommandValue></Command>"
+            "<Integer Name=\"Locked\"><pValue>Reg</pValue><pIsLocked>One</pIsLocked></Integer>"
+            "<Integer Name=\"Bad\"><pValue>Knife</pValue></Integer>"
+            "<IntSwissKnife Name=\"Knife\"><Formula>2 * X</Formula></IntSwissKnife>"
+            "<Integer Name=\"One\"><Value>1</Value></Integer><Port Name=\"Device\"/></R>"});
+        EXPECT_FALSE(doc->find<GenICam::IPort>("Device")->bind(&device, 0));
+    }
+    template <class F>
+    static std::string refusal(F&& function) {
+        try {
+            function();
+        } catch (const std::runtime_error& error) {
+            return error.what();
+        }
+        return {};
+    }
+    GenICam::INode& node(const char* name) { return *doc->find_node(name); }
+
+    slow_device device;
+    std::unique_ptr<GenICam::IGenICamDoc> doc;
+};
+
+TEST_F(CommandLine, WaitsForACommandAndSaysWhenItIsNotDone) {
+    device.busy_reads = 3;
+    cli::execute(node("C"));
+    EXPECT_EQ(device.writes, 1);
+    cli::wait_until_done(node("C"), 1h);
+    EXPECT_EQ(device.reads, 4);
+    device.busy_reads = -1;
+    EXPECT_EQ(refusal([&] { cli::wait_until_done(node("C"), 20ms); }),
+              "Command 'C' was sent and is not done after 20 ms.");
+}
+
+TEST_F(CommandLine, ALockedFeatureIsNotWritten) {
+    EXPECT_EQ(refusal([&] { cli::set_from_text(node("Locked"), "5"); }), "Cannot set feature 'Locked': locked");
+    EXPECT_EQ(device.writes, 0);
+}
+
+TEST_F(CommandLine, AnErrorNamesTheFormulaAtFault) {
+    std::string error;
+    EXPECT_EQ(cli::value_text(node("Bad"), error), "");
+    EXPECT_NE(error.find("Formula '2 * X' of 'Knife', character 5"), error.npos) << error;
+}
+
+} // namespace
