@@ -1,0 +1,45 @@
+// The parameter records of the kernels, by slot. Plain data only.
+#pragma once
+#include <cstdint>
+
+namespace img_pipe {
+
+// Per-sample correction of mosaics and grey images, in the value range of the 16-bit sample (8-bit samples count as
+// value * 257): out = table[clamp(in * gain + offset)]. Sites are the four of the 2 x 2 cell, line by line; a grey image
+// uses the first. Neutral: gain 1, offset 0, no table; the result then equals the input.
+struct sample_params {
+    float gain[4];              // 0 to 4 x contrast
+    float offset;               // in counts of 65535
+    const std::uint16_t* table; // 65536 entries, or null
+    const std::uint8_t* table8; // the same for 8 bits, 256 entries; both null or both set
+};
+
+// Colour correction of blue, green, red samples in 0 to 65535 (16 bits) or 0 to 255 (8 bits):
+// out_i = sum_j m[i][j] * in_j + m[i][3], i and j over R, G, B; offsets in parts of full scale.
+struct matrix_params {
+    float m[3][4];
+};
+
+// Demosaic: white balance and per-sample tone on the way in, colour matrix and gamma on the way out.
+struct demosaic_params {
+    bool samples_on;            // apply `samples` while lines are read
+    bool matrix_on;             // apply `matrix` to the colour
+    sample_params samples;
+    matrix_params matrix;
+    const std::uint16_t* gamma; // 65536 entries after the matrix, or null
+    const std::uint8_t* gamma8; // 256 entries
+};
+
+struct sharpness_params {
+    std::int32_t sharpness; // 0 neutral
+    std::int32_t denoise;   // 0 neutral
+};
+
+struct tonemapping_params {
+    float scale;
+    float offset;
+    const float* adaptation;         // 65536 entries
+    const std::uint8_t* byte_table;  // 256 x 256, luminance bin major
+};
+
+} // namespace img_pipe

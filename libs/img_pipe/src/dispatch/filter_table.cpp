@@ -1,0 +1,84 @@
+#include "../kernels/module.h"
+#include "filter_library.h"
+
+#include <algorithm>
+#include <mutex>
+
+namespace img_pipe {
+
+namespace {
+
+// The modules loaded into this process. They stay until it ends: kernels may be running on any thread.
+struct loaded_modules {
+    std::mutex lock;
+    std::vector<std::string> paths;
+    std::vector<void*> libraries;
+    std::vector<filter_module_getter> getters;
+};
+
+loaded_modules& loaded() {
+    static auto* modules = new loaded_modules;
+    return *modules;
+}
+
+void add(filter_table& table, std::uint32_t mask, const filter_module* module) {
+    // A record that needs nothing, not even the plain level, was never filled in.
+    if (module != nullptr && (module->required_cpu & cpu::c) != 0 &&
+        (module->required_cpu & mask) == module->required_cpu)
+        table.push_back(*module);
+}
+
+} // namespace
+
+load_result load_filter_library(const std::string& path, std::uint32_t) {
+    loaded_modules& modules = loaded();
+    const std::lock_guard guard(modules.lock);
+    if (std::ranges::find(modules.paths, path) != modules.paths.end()) return load_result::already_loaded;
+    void* library = open_library(path);
+    if (library == nullptr) return load_result::missing;
+    const filter_export get = find_filter_export(library);
+    const filter_module_getter getter = get == nullptr ? nullptr : get();
+    if (getter == nullptr) {
+        close_library(library);
+        return get == nullptr ? load_result::no_export : load_result::null_result;
+    }
+    modules.paths.push_back(path);
+    modules.libraries.push_back(library);
+    modules.getters.push_back(getter);
+    return load_result::loaded;
+}
+
+std::string default_filter_library() {
+    return folder_of_this_library() + "/orv-gentl-driver-gigevision-imgfilter_avx2.so";
+}
+
+filter_table get_filter_table(std::uint32_t mask) {
+    if ((mask & cpu::avx2) != 0) {
+        static std::once_flag once;
+        std::call_once(once, [] { (void)load_filter_library(default_filter_library(), 0); });
+    }
+    filter_table table;
+    {
+        loaded_modules& modules = loaded();
+        const std::lock_guard guard(modules.lock);
+        for (const filter_module_getter getter : modules.getters) add(table, mask, getter());
+    }
+#if defined(__x86_64__)
+    add(table, mask, sse_module());
+#endif
+    add(table, mask, plain_module());
+    return table;
+}
+
+kernel_fn find_kernel(const filter_table& table, kernel_slot slot, const img_descriptor& destination,
+                      const img_descriptor& source) {
+    const img_type to = type_of(destination), from = type_of(source);
+    const auto index = static_cast<std::size_t>(slot) - 1;
+    for (const filter_module& module : table) {
+        if (module.lookup[index] == nullptr) continue;
+        if (const kernel_fn found = module.lookup[index](to, from)) return found;
+    }
+    return nullptr;
+}
+
+} // namespace img_pipe

@@ -1,0 +1,16 @@
+// The parts that make up a module, one set per level. A level is a namespace: `plain`, or Highway's N_SSE4 and N_AVX2.
+// Each part answers lookups of its slots, and null for pairs it has no kernel for.
+#pragma once
+#include <img_pipe/filter_module.h>
+
+#define IMG_PIPE_LOOKUPS                                                                                                \
+    kernel_fn find_sample_lines(img_type destination, img_type source); /* mono, mosaic, raw: any packing to any */     \
+    kernel_fn find_colour_lines(img_type destination, img_type source); /* YUV, blue-green-red, mono to those */
+
+namespace img_pipe {
+namespace plain {
+IMG_PIPE_LOOKUPS
+}
+const filter_module* plain_module();
+const filter_module* sse_module();
+} // namespace img_pipe

@@ -1,0 +1,38 @@
+#include "level.h"
+
+namespace img_pipe {
+namespace HWY_NAMESPACE {
+
+namespace {
+
+kernel_fn convert(img_type destination, img_type source) { return find_sample_lines(destination, source); }
+
+} // namespace
+
+extern const filter_module module_record;
+// In the order of kernel_slot.
+constexpr filter_module module_record{
+#if HWY_TARGET == HWY_AVX2
+    cpu::level_avx2,
+#else
+    cpu::level_sse,
+#endif
+    {nullptr, nullptr, nullptr, nullptr, &find_sample_lines, &find_sample_lines, nullptr, nullptr, nullptr, nullptr,
+     nullptr, nullptr, &convert, nullptr, nullptr, nullptr},
+    nullptr,
+    0};
+
+} // namespace HWY_NAMESPACE
+
+#if HWY_TARGET == HWY_AVX2
+namespace {
+const filter_module* get_module() { return &HWY_NAMESPACE::module_record; }
+} // namespace
+
+extern "C" __attribute__((visibility("default"))) filter_module_getter pixkit_img_filter_get_function_address();
+extern "C" filter_module_getter pixkit_img_filter_get_function_address() { return &get_module; }
+#else
+const filter_module* sse_module() { return &HWY_NAMESPACE::module_record; }
+#endif
+
+} // namespace img_pipe

@@ -1,0 +1,23 @@
+#include "../sample_lines.h"
+#include "level.h"
+
+#include "correct_rows-inl.h"
+#include "sample_rows-inl.h"
+
+namespace img_pipe {
+namespace HWY_NAMESPACE {
+
+namespace {
+struct rows {
+    static constexpr auto load = &load_line_v;
+    static constexpr auto store = &store_line_v;
+    static constexpr auto correct = &correct_line_v;
+};
+} // namespace
+
+kernel_fn find_sample_lines(img_type destination, img_type source) {
+    return find_sample_lines_of<rows>(destination.format, source.format);
+}
+
+} // namespace HWY_NAMESPACE
+} // namespace img_pipe
