@@ -26,7 +26,7 @@ public:
     X(GCInitLib)                                                                                                       \
     X(GCCloseLib)                                                                                                      \
     X(GCGetInfo) X(GCGetLastError) X(GCReadPort) X(GCWritePort) X(GCGetNumPortURLs) X(GCGetPortURLInfo)                \
-        X(GCRegisterEvent) X(GCUnregisterEvent) X(EventGetData) X(EventKill) X(TLOpen) X(TLClose)                      \
+        X(GCRegisterEvent) X(GCUnregisterEvent) X(EventGetData) X(EventGetDataInfo) X(EventKill) X(TLOpen) X(TLClose)                      \
             X(TLGetNumInterfaces) X(TLGetInterfaceID) X(TLGetInterfaceInfo) X(TLOpenInterface)                         \
                 X(TLUpdateInterfaceList) X(IFClose) X(IFGetNumDevices) X(IFGetDeviceID) X(IFUpdateDeviceList)          \
                     X(IFGetDeviceInfo) X(IFOpenDevice) X(DevGetPort) X(DevGetNumDataStreams) X(DevGetDataStreamID)     \

@@ -237,6 +237,9 @@ void chunk_control(document_writer& doc) {
 void event_control(document_writer& doc) {
     std::vector<std::string> features{"EventSelector", "EventNotification", "TestEventGenerate"};
     std::string entries;
+    // An event port's addresses count from behind the message's header; the event's own fields come first.
+    doc.raw(R"(<IntSwissKnife Name="EventData_Offset"><pVariable Name="EXT">GevGVSPExtendedIDMode_Register</pVariable>
+  <Formula>EXT ? 24 : 16</Formula></IntSwissKnife>)");
     for (uint32_t i = 0; i < reg::events.size(); ++i) {
         const auto& [name, id] = reg::events[i];
         entries += fmt::format(R"(<EnumEntry Name="{}"><Value>{}</Value></EnumEntry>)", name, i);
@@ -244,10 +247,10 @@ void event_control(document_writer& doc) {
         doc.raw(fmt::format(R"(<Port Name="Event{0}_Port"><EventID>{1:X}</EventID></Port>
 <Integer Name="Event{0}"><ImposedAccessMode>RO</ImposedAccessMode><Value>0x{1:X}</Value></Integer>
 <Integer Name="Event{0}Timestamp"><pValue>Event{0}Timestamp_Register</pValue></Integer>
-<IntReg Name="Event{0}Timestamp_Register"><Address>0</Address><Length>8</Length><AccessMode>RO</AccessMode>
+<IntReg Name="Event{0}Timestamp_Register"><Address>0</Address><pAddress>EventData_Offset</pAddress><Length>8</Length><AccessMode>RO</AccessMode>
   <pPort>Event{0}_Port</pPort><Cachable>NoCache</Cachable><Sign>Unsigned</Sign><Endianess>BigEndian</Endianess></IntReg>
 <Integer Name="Event{0}FrameID"><pValue>Event{0}FrameID_Register</pValue></Integer>
-<IntReg Name="Event{0}FrameID_Register"><Address>8</Address><Length>8</Length><AccessMode>RO</AccessMode>
+<IntReg Name="Event{0}FrameID_Register"><Address>8</Address><pAddress>EventData_Offset</pAddress><Length>8</Length><AccessMode>RO</AccessMode>
   <pPort>Event{0}_Port</pPort><Cachable>NoCache</Cachable><Sign>Unsigned</Sign><Endianess>BigEndian</Endianess></IntReg>)",
                             name, id));
     }
