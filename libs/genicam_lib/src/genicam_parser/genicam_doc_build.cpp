@@ -209,8 +209,8 @@ void genicam_doc::resolve_nodes() {
     }
 }
 
-void genicam_doc::build() {
-    if (xml.document_element().first_child()) join_all_texts(xml.document_element());
+void genicam_doc::build(bool may_have_split_texts) {
+    if (may_have_split_texts && xml.document_element().first_child()) join_all_texts(xml.document_element());
     // Most documents are flat: as many nodes as the root has children.
     std::size_t expected = 128;
     for (pugi::xml_node at = xml.document_element().first_child(); at; at = at.next_sibling()) ++expected;
