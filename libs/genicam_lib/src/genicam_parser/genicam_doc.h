@@ -46,7 +46,7 @@ private:
     [[nodiscard]] std::string_view fault_of(const IEval& node) const noexcept override;
 
     // The two phases, genicam_doc_build.cpp.
-    void build();
+    void build(bool may_have_split_texts);
     void create_nodes();
     void create_node(pugi::xml_node element);
     template <class T>

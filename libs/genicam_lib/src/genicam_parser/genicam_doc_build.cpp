@@ -35,36 +35,39 @@ bool is_text(pugi::xml_node node) noexcept {
     return node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata;
 }
 
-// A comment or the bounds of a CDATA section do not end a text: the pieces are put together in the first.
-void join_texts(pugi::xml_node parent) {
-    for (pugi::xml_node first = parent.first_child(); first; first = first.next_sibling()) {
-        if (!is_text(first)) continue;
-        std::string joined;
-        for (pugi::xml_node next = first.next_sibling(); next && next.type() != pugi::node_element;) {
-            const pugi::xml_node after = next.next_sibling();
-            if (is_text(next)) {
-                if (joined.empty()) joined = first.value();
-                joined += next.value();
-                parent.remove_child(next);
-            }
-            next = after;
+// A comment or the bounds of a CDATA section do not end a text: the pieces that follow are put to the first.
+void join_text(pugi::xml_node first) {
+    std::string joined;
+    for (pugi::xml_node next = first.next_sibling(); next && next.type() != pugi::node_element;) {
+        const pugi::xml_node after = next.next_sibling();
+        if (is_text(next)) {
+            if (joined.empty()) joined = first.value();
+            joined += next.value();
+            first.parent().remove_child(next);
         }
-        if (!joined.empty()) first.set_value(joined.c_str());
+        next = after;
     }
+    if (!joined.empty()) first.set_value(joined.c_str());
 }
 
 void join_all_texts(pugi::xml_node root) {
     pugi::xml_node at = root;
     while (at) {
-        const pugi::xml_node first = at.first_child();
-        if (first && first.next_sibling()) join_texts(at);
-        if (first) {
+        if (const pugi::xml_node first = at.first_child()) {
             at = first;
             continue;
         }
-        while (at && at != root && !at.next_sibling()) at = at.parent();
-        if (!at || at == root) return;
-        at = at.next_sibling();
+        pugi::xml_node next = at.next_sibling();
+        if (next && is_text(at)) {
+            join_text(at);
+            next = at.next_sibling();
+        }
+        while (!next) {
+            at = at.parent();
+            if (!at || at == root) return;
+            next = at.next_sibling();
+        }
+        at = next;
     }
 }
 
@@ -206,8 +209,8 @@ void genicam_doc::resolve_nodes() {
     }
 }
 
-void genicam_doc::build() {
-    join_all_texts(xml.document_element());
+void genicam_doc::build(bool may_have_split_texts) {
+    if (may_have_split_texts && xml.document_element().first_child()) join_all_texts(xml.document_element());
     // Most documents are flat: as many nodes as the root has children.
     std::size_t expected = 128;
     for (pugi::xml_node at = xml.document_element().first_child(); at; at = at.next_sibling()) ++expected;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <limits>
 
 namespace GenICam::impl {
 
@@ -27,11 +28,26 @@ bool register_cache::read(int64_t address, std::span<std::byte> data) const noex
     return true;
 }
 
+std::span<register_cache::entry> register_cache::near(int64_t address, uint64_t length) noexcept {
+    if (length == 0) return {};
+    constexpr int64_t highest = std::numeric_limits<int64_t>::max();
+    const uint64_t room = static_cast<uint64_t>(highest) - static_cast<uint64_t>(address);
+    const int64_t last = length - 1 > room ? highest : address + static_cast<int64_t>(length - 1);
+    const auto begin = std::ranges::lower_bound(entries, last, std::greater{}, &entry::address);
+    // Entries are at most 8 bytes long: further down nothing reaches up into the range.
+    const auto end = std::find_if(begin, entries.end(), [&](const entry& e) {
+        return e.address < address &&
+               static_cast<uint64_t>(address) - static_cast<uint64_t>(e.address) >= maximum_length;
+    });
+    return {begin, end};
+}
+
 void register_cache::store(int64_t address, std::span<const std::byte> data) {
     // A shorter or equal neighbour in the range is superseded; a longer one stays for the registers it belongs to.
-    std::erase_if(entries, [&](const entry& e) {
-        return e.address != address && e.length <= data.size() && overlaps(e.address, e.length, address, data.size());
-    });
+    for (entry& e : near(address, data.size())) {
+        if (e.address != address && e.length <= data.size() && overlaps(e.address, e.length, address, data.size()))
+            e.valid = false;
+    }
     auto place = std::ranges::lower_bound(entries, address, std::greater{}, &entry::address);
     if (place == entries.end() || place->address != address) {
         place = entries.insert(place, entry{address, 0, {}, false});
@@ -42,10 +58,7 @@ void register_cache::store(int64_t address, std::span<const std::byte> data) {
 }
 
 void register_cache::invalidate(int64_t address, uint64_t length) noexcept {
-    for (entry& e : entries) {
-        // Entries are at most 8 bytes long: from here on nothing reaches up into the range.
-        if (e.address < address && static_cast<uint64_t>(address) - static_cast<uint64_t>(e.address) >= maximum_length)
-            break;
+    for (entry& e : near(address, length)) {
         if (overlaps(e.address, e.length, address, length)) e.valid = false;
     }
     for (text_entry* text = texts; text != nullptr; text = text->next) {

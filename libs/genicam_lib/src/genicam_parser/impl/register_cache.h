@@ -50,6 +50,8 @@ private:
     };
 
     [[nodiscard]] const entry* find(int64_t address) const noexcept;
+    // All that may overlap the range, and few others.
+    [[nodiscard]] std::span<entry> near(int64_t address, uint64_t length) noexcept;
 
     std::vector<entry> entries; // by descending address, no two alike
     text_entry* texts = nullptr;
