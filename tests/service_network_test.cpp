@@ -130,7 +130,7 @@ TEST_F(ServiceNetwork, AnActionIsOneDatagramAndAnInterfaceThatFailsStopsNoOther)
         service::service_core::options options;
         options.discovery = {.loopback = true, .interval = std::chrono::hours{1}, .window = milliseconds{1}};
         const auto core = std::make_shared<service::service_core>(std::move(options));
-        const auto session = std::make_shared<service::client_session>([](uint64_t) {});
+        const auto session = std::make_shared<service::client_session>([](uint64_t) {}, std::nullopt);
         ASSERT_TRUE(eventually([&] { return core->discovery().list().size() == 2; }));
         ASSERT_TRUE(hosts.run(hosts.consumer_side(), {"ip", "link", "set", "lo", "down"}));
         const service::interface_object interface { core, session, "cable" };
@@ -166,7 +166,7 @@ TEST_F(ServiceNetwork, AnInterfaceThatGoesTakesItsSessionsWithIt) {
         const auto core = std::make_shared<service::service_core>(std::move(options));
         std::atomic<uint64_t> raised = 0;
         const auto session =
-            std::make_shared<service::client_session>([&](uint64_t number) { raised |= 1U << number; });
+            std::make_shared<service::client_session>([&](uint64_t number) { raised |= 1U << number; }, std::nullopt);
         service::interface_object interface { core, session, "cable" };
         ASSERT_TRUE(eventually([&] { return interface.enum_devices()->size() == 1; }));
         const auto device = interface.open_device(interface.enum_devices()->front().id, ipc_rpc::open_access::control);
