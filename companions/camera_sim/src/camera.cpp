@@ -18,7 +18,7 @@ struct camera::parts {
                  [this](uint16_t id, uint64_t block, uint64_t timestamp, uint64_t number) {
                      camera_event event{id, block, timestamp, std::vector<std::byte>(16)};
                      gige::store64(event.data.data(), timestamp);
-                     gige::store64(event.data.data() + 8, number);
+                     gige::store64(event.data.data() + 8, block != 0 ? block : number);
                      control.queue_event(std::move(event));
                  }},
           control{device, stream} {

@@ -5,6 +5,7 @@
 // compare, the time that went by. Other packets carry no such mark, so they are taken for late ones.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -44,6 +45,11 @@ public:
     void start_over(uint64_t now) noexcept {
         for (entry& each : entries) each.of_earlier_round = true;
         started_over = now;
+    }
+    // Whether a frame of this id ended since the ids began.
+    [[nodiscard]] bool holds(uint64_t block_id) const noexcept {
+        return std::ranges::any_of(
+            entries, [&](const entry& each) { return each.block_id == block_id && !each.of_earlier_round; });
     }
     // `leader_timestamp`: null for any other packet.
     [[nodiscard]] verdict judge(uint64_t block_id, const uint64_t* leader_timestamp, uint64_t now,

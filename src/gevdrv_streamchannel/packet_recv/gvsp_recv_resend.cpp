@@ -345,7 +345,12 @@ gvsp_recv_resend::block* gvsp_recv_resend::create_block_for_id(int64_t t, uint64
     case ended_frames::verdict::unknown:
         break;
     }
-    const uint64_t frame_id = unwrapper.unwrap(block_id, extended);
+    uint64_t frame_id = unwrapper.unwrap(block_id, extended);
+    if (started && frame_id == 0 && leader_timestamp != nullptr && highest_frame_id >= ended_frames::capacity) {
+        // The first id again, of a frame that ended too long ago to be remembered.
+        restart_stream(t);
+        frame_id = unwrapper.unwrap(block_id, extended);
+    }
     const uint64_t recoverable = std::clamp<uint64_t>(params.max_open_blocks, 1, pool_size) - 1;
     uint64_t skipped = 0;
     if (!started) {
@@ -367,6 +372,8 @@ gvsp_recv_resend::block* gvsp_recv_resend::create_block_for_id(int64_t t, uint64
     if (!extended || block_id > skipped) {
         for (uint64_t back = skipped; back > 0; --back) {
             const uint64_t lost_id = block_id > back ? block_id - back : block_id + ids_per_lap - back;
+            // After a wrong id far ahead frames seem lost that were here a moment ago.
+            if (ended_recently.holds(lost_id) || find(lost_id) != nullptr) continue;
             create_single_new_block(t - static_cast<int64_t>(back) * frame_time(), lost_id, frame_id - back);
         }
     }

@@ -175,6 +175,10 @@ TEST_F(gvsp_recv_resend_blocks_test, far_id_does_not_end_the_recovery_of_frames)
             send(far, {2});
             for (const uint64_t block : {4U, 5U, 7U}) whole(block);
             EXPECT_EQ(std::ranges::count(requests, request{6, 0, 5, extended}), 1) << far;
+            auto all = delivered();
+            std::ranges::sort(all);
+            EXPECT_EQ(std::ranges::adjacent_find(all), all.end()) << far << ": a frame came twice";
+            for (const auto& each : requests) EXPECT_GE(each.block, 6U) << far << ": nothing else was lost";
         }
     }
 }

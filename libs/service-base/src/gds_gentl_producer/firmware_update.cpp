@@ -40,7 +40,8 @@ std::optional<ipc_rpc::byte_vector> read_file(const std::string& path) {
 } // namespace
 
 Error producer_interface_base::set_firmware_package(std::string path) {
-    if (!is_file(path)) return {GC_ERR_INVALID_PARAMETER, "Failed to open passed in file '{}'", path};
+    // An empty path takes the choice back; it is also what a consumer writes who restores what he once read.
+    if (!path.empty() && !is_file(path)) return {GC_ERR_INVALID_PARAMETER, "Failed to open passed in file '{}'", path};
     const std::lock_guard guard{firmware_mutex};
     firmware_package_path = std::move(path);
     return success();

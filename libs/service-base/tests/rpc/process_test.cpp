@@ -122,6 +122,8 @@ protected:
         std::thread waiter{[&] { EXPECT_EQ(global.invoke<wait_for_ever>().error(), status::connection_closed); }};
         await('b');
         kill(child, signal);
+        siginfo_t ended{}; // until then it may still answer
+        ASSERT_EQ(waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WSTOPPED | WNOWAIT), 0);
         // More calls than there are blocks: some wait for room, some for an answer.
         std::vector<std::thread> callers;
         for (int i = 0; i < 20; ++i) {
