@@ -77,6 +77,8 @@ std::expected<std::size_t, std::error_code> control_channel::transact(gvcp::comm
         auto resend = std::min(give_up, clock::now() + times.attempt);
         while (const auto ready = gige::wait_readable(handles, resend)) {
             if (ready & 2) return std::unexpected(std::make_error_code(std::errc::operation_canceled));
+            // However many answers of the right id come that end nothing.
+            if (clock::now() >= at_most) return std::unexpected(make_error_code(gigecam_errc::timeout));
             gige::endpoint from;
             const auto size = socket.receive(buffer, from);
             const auto ack = size ? gvcp::parse_ack(std::span{buffer}.first(*size)) : std::nullopt;

@@ -134,7 +134,7 @@ bool device_control::beat(milliseconds interval) {
         refused = std::exchange(doubtful, false);
     }
     // Otherwise what a consumer writes to these registers meanwhile would be undone.
-    const std::lock_guard guard{session_registers};
+    std::unique_lock registers{session_registers};
     const auto held = channel->read_register(reg::privilege, interval);
     if (held) {
         if (!privileged) return true;
@@ -144,6 +144,7 @@ bool device_control::beat(milliseconds interval) {
         const bool open_to_others = (*held & bits::switchover) != 0;
         return !(refused || changed_hands || was_away || open_to_others) || still_ours(*held);
     }
+    registers.unlock();
     if (held.error() == std::errc::operation_canceled) {
         std::unique_lock lock{mutex};
         changed.wait(lock, [this] { return quit; });

@@ -75,7 +75,9 @@ void message_receiver::run() {
 void message_receiver::receive_all() {
     std::array<std::byte, gvcp::max_datagram + 64> buffer;
     gige::endpoint from;
-    while (const auto size = socket.receive(buffer, from)) {
+    while (!quit) { // a flood must not keep the session from closing
+        const auto size = socket.receive(buffer, from);
+        if (!size) return;
         if (from.address != camera.device().address) continue;
         const auto datagram = std::span{buffer}.first(*size);
         const auto header = parse_event(datagram);
