@@ -6,6 +6,7 @@ set -euo pipefail
 fail=0 wide=0 above=0
 for object in "$@"; do
     if [ "$object" = -- ]; then above=1; continue; fi
+    [ -r "$object" ] || { echo "no $object" >&2; exit 1; }
     if nm -C "$object" | grep -E ' [WVu] '; then echo "weak symbols in $object" >&2; fail=1; fi
     count=$(objdump -d --no-show-raw-insn "$object" | grep -cE '%[yz]mm|	v[a-z0-9]+ ' || true)
     if [ $above = 0 ] && [ "$count" != 0 ]; then echo "$count instructions above the level in $object" >&2; fail=1; fi
