@@ -1,5 +1,5 @@
-// The pipeline's own format vocabulary. A format id is four characters in a 32-bit value, the first in the low byte; 0 is
-// no format. All functions are pure and thread-safe.
+// The pipeline's own format vocabulary. A format id is four characters in a 32-bit value, the first in the low byte; 0
+// is no format. All functions are pure and thread-safe.
 #pragma once
 #include <cstdint>
 #include <string_view>

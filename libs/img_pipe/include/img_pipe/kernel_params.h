@@ -5,8 +5,8 @@
 namespace img_pipe {
 
 // Per-sample correction of mosaics and grey images, in the value range of the 16-bit sample (8-bit samples count as
-// value * 257): out = table[clamp(in * gain + offset)]. Sites are the four of the 2 x 2 cell, line by line; a grey image
-// uses the first. Neutral: gain 1, offset 0, no table; the result then equals the input.
+// value * 257): out = table[clamp(in * gain + offset)]. Sites are the four of the 2 x 2 cell, line by line; a grey
+// image uses the first. Neutral: gain 1, offset 0, no table; the result then equals the input.
 struct sample_params {
     float gain[4];              // 0 to 4 x contrast
     float offset;               // in counts of 65535
@@ -22,8 +22,8 @@ struct matrix_params {
 
 // Demosaic: white balance and per-sample tone on the way in, colour matrix and gamma on the way out.
 struct demosaic_params {
-    bool samples_on;            // apply `samples` while lines are read
-    bool matrix_on;             // apply `matrix` to the colour
+    bool samples_on; // apply `samples` while lines are read
+    bool matrix_on;  // apply `matrix` to the colour
     sample_params samples;
     matrix_params matrix;
     const std::uint16_t* gamma; // 65536 entries after the matrix, or null
@@ -38,8 +38,8 @@ struct sharpness_params {
 struct tonemapping_params {
     float scale;
     float offset;
-    const float* adaptation;         // 65536 entries
-    const std::uint8_t* byte_table;  // 256 x 256, luminance bin major
+    const float* adaptation;        // 65536 entries
+    const std::uint8_t* byte_table; // 256 x 256, luminance bin major
 };
 
 } // namespace img_pipe

@@ -3,9 +3,9 @@
 #include <img_pipe/format.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <cstddef>
 #include <new>
 #include <span>
 #include <type_traits>
@@ -42,7 +42,8 @@ public:
     virtual bool queue_items(std::span<func_caller* const> items) = 0;
 };
 
-// The pool "pixkit", created on first use and ended with its last reference. Its threads are named pixkit0, pixkit1, ...
+// The pool "pixkit", created on first use and ended with its last reference. Its threads are named pixkit0, pixkit1,
+// ...
 class pixkit_work_pool : public worker_thread_pool {
 public:
     static constexpr unsigned thread_limit = 16;
@@ -96,8 +97,9 @@ private:
     parallel_pixkit::pixkit_work_pool* held = nullptr;
 };
 
-// Calls function(destination strip, source strip[, first line, piece number]) over the image, in pieces on the pool where
-// that pays, and returns when all are done. The caller runs one piece itself. Views of one image in place are both the same.
+// Calls function(destination strip, source strip[, first line, piece number]) over the image, in pieces on the pool
+// where that pays, and returns when all are done. The caller runs one piece itself. Views of one image in place are
+// both the same.
 template <class F>
 void run_parallel(const concurrency& on, const F& function, const img_descriptor& destination,
                   const img_descriptor& source) {

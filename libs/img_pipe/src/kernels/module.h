@@ -3,8 +3,8 @@
 #pragma once
 #include <img_pipe/filter_module.h>
 
-#define IMG_PIPE_LOOKUPS                                                                                                \
-    kernel_fn find_sample_lines(img_type destination, img_type source); /* mono, mosaic, raw: any packing to any */     \
+#define IMG_PIPE_LOOKUPS                                                                                               \
+    kernel_fn find_sample_lines(img_type destination, img_type source); /* mono, mosaic, raw: any packing to any */    \
     kernel_fn find_colour_lines(img_type destination, img_type source); /* YUV, blue-green-red, mono to those */
 
 namespace img_pipe {

@@ -4,8 +4,8 @@
 // 8 bits value << 8 | value. So kernels need no depth, and going back is a shift right. The mirror does not repeat the
 // edge sample (-k -> k, n - 1 + k -> n - 1 - k), which keeps a mosaic's phase.
 //
-// Included by kernel objects of every level: everything here has internal linkage, so that no code of a higher level can
-// be taken for another's.
+// Included by kernel objects of every level: everything here has internal linkage, so that no code of a higher level
+// can be taken for another's.
 #pragma once
 #include <img_pipe/filter_module.h>
 
@@ -37,12 +37,15 @@ constexpr std::int32_t line_pad = 32;
     return pitch;
 }
 
-// `count` padded lines over a strip's scratch, found by their line number in the image: line y lies in place y mod count.
+// `count` padded lines over a strip's scratch, found by their line number in the image: line y lies in place y mod
+// count.
 struct row_ring {
     std::uint16_t* base;
     std::size_t pitch;
     std::int32_t count;
-    std::uint16_t* line(std::int32_t y) const { return base + pitch * static_cast<std::size_t>((y + count * 4) % count) + line_pad; }
+    std::uint16_t* line(std::int32_t y) const {
+        return base + pitch * static_cast<std::size_t>((y + count * 4) % count) + line_pad;
+    }
 };
 
 // Takes `count` lines from *at, and moves it on. kernel_scratch_bytes holds 96 lines of 16-bit samples.
@@ -81,13 +84,13 @@ struct sample_layout {
         std::uint8_t shift;
     };
     static constexpr entry grey[] = {
-        {fcc("Y800"), packing::plain8, 8},    {fcc("Y10 "), packing::plain16, 6},  {fcc("Y12 "), packing::plain16, 4},
-        {fcc("Y16 "), packing::plain16, 0},   {fcc("Y10p"), packing::p10, 6},      {fcc("Y10P"), packing::mipi10, 6},
-        {fcc("Y12p"), packing::p12, 4},       {fcc("Y12P"), packing::packed12, 4}, {fcc("Y1DP"), packing::mipi12, 4},
-        {fcc("RAW1"), packing::plain8, 8},    {fcc("RAW2"), packing::plain16, 0},  {fcc("P180"), packing::plain8, 8},
-        {fcc("P280"), packing::plain8, 8},    {fcc("P116"), packing::plain16, 0},  {fcc("P216"), packing::plain16, 0},
-        {fcc("P1CP"), packing::packed12, 4},  {fcc("P2CP"), packing::packed12, 4}, {fcc("P1Cp"), packing::p12, 4},
-        {fcc("P2Cp"), packing::p12, 4},       {fcc("PWL1"), packing::mipi12, 4},   {fcc("PWL2"), packing::packed12, 4},
+        {fcc("Y800"), packing::plain8, 8},   {fcc("Y10 "), packing::plain16, 6},  {fcc("Y12 "), packing::plain16, 4},
+        {fcc("Y16 "), packing::plain16, 0},  {fcc("Y10p"), packing::p10, 6},      {fcc("Y10P"), packing::mipi10, 6},
+        {fcc("Y12p"), packing::p12, 4},      {fcc("Y12P"), packing::packed12, 4}, {fcc("Y1DP"), packing::mipi12, 4},
+        {fcc("RAW1"), packing::plain8, 8},   {fcc("RAW2"), packing::plain16, 0},  {fcc("P180"), packing::plain8, 8},
+        {fcc("P280"), packing::plain8, 8},   {fcc("P116"), packing::plain16, 0},  {fcc("P216"), packing::plain16, 0},
+        {fcc("P1CP"), packing::packed12, 4}, {fcc("P2CP"), packing::packed12, 4}, {fcc("P1Cp"), packing::p12, 4},
+        {fcc("P2Cp"), packing::p12, 4},      {fcc("PWL1"), packing::mipi12, 4},   {fcc("PWL2"), packing::packed12, 4},
         {fcc("PWL3"), packing::p12, 4},
     };
     struct group {

@@ -25,10 +25,18 @@ namespace {
                                            std::size_t x) {
     std::uint32_t v = 0;
     switch (layout.pack) {
-    case packing::plain8: v = byte_at(p, end, x) * 257; break;
-    case packing::plain16: v = (byte_at(p, end, 2 * x) | byte_at(p, end, 2 * x + 1) << 8) << layout.shift; break;
-    case packing::p10: v = stream_bits(p, end, x * 10, 10) << 6; break;
-    case packing::p12: v = stream_bits(p, end, x * 12, 12) << 4; break;
+    case packing::plain8:
+        v = byte_at(p, end, x) * 257;
+        break;
+    case packing::plain16:
+        v = (byte_at(p, end, 2 * x) | byte_at(p, end, 2 * x + 1) << 8) << layout.shift;
+        break;
+    case packing::p10:
+        v = stream_bits(p, end, x * 10, 10) << 6;
+        break;
+    case packing::p12:
+        v = stream_bits(p, end, x * 12, 12) << 4;
+        break;
     case packing::packed12:
         v = byte_at(p, end, x / 2 * 3 + x % 2 * 2) << 8 | (byte_at(p, end, x / 2 * 3 + 1) >> (x % 2 * 4) & 15) << 4;
         break;
@@ -38,7 +46,8 @@ namespace {
     case packing::mipi12:
         v = byte_at(p, end, x / 2 * 3 + x % 2) << 8 | (byte_at(p, end, x / 2 * 3 + 2) >> (x % 2 * 4) & 15) << 4;
         break;
-    case packing::none: break;
+    case packing::none:
+        break;
     }
     return static_cast<std::uint16_t>(v);
 }
@@ -58,13 +67,19 @@ namespace {
     };
     const unsigned high = v >> 8U, low = v & 0xFFU;
     switch (layout.pack) {
-    case packing::plain8: put(x, 0xFF, high); break;
+    case packing::plain8:
+        put(x, 0xFF, high);
+        break;
     case packing::plain16:
         put(2 * x, 0xFF, static_cast<unsigned>(v >> layout.shift) & 0xFF);
         put(2 * x + 1, 0xFF, static_cast<unsigned>(v >> layout.shift) >> 8);
         break;
-    case packing::p10: put_stream(10, v >> 6U); break;
-    case packing::p12: put_stream(12, v >> 4U); break;
+    case packing::p10:
+        put_stream(10, v >> 6U);
+        break;
+    case packing::p12:
+        put_stream(12, v >> 4U);
+        break;
     case packing::packed12:
         put(x / 2 * 3 + x % 2 * 2, 0xFF, high);
         put(x / 2 * 3 + 1, 15U << (x % 2 * 4), low >> 4 << (x % 2 * 4));
@@ -77,7 +92,8 @@ namespace {
         put(x / 2 * 3 + x % 2, 0xFF, high);
         put(x / 2 * 3 + 2, 15U << (x % 2 * 4), low >> 4 << (x % 2 * 4));
         break;
-    case packing::none: break;
+    case packing::none:
+        break;
     }
 }
 

@@ -11,16 +11,30 @@ kernel_fn convert(img_type destination, img_type source) { return find_sample_li
 
 extern const filter_module module_record;
 // In the order of kernel_slot.
-constexpr filter_module module_record{
+constexpr filter_module module_record {
 #if HWY_TARGET == HWY_AVX2
     cpu::level_avx2,
 #else
     cpu::level_sse,
 #endif
-    {nullptr, nullptr, nullptr, nullptr, &find_sample_lines, &find_sample_lines, nullptr, nullptr, nullptr, nullptr,
-     nullptr, nullptr, &convert, nullptr, nullptr, nullptr},
-    nullptr,
-    0};
+        {nullptr,
+         nullptr,
+         nullptr,
+         nullptr,
+         &find_sample_lines,
+         &find_sample_lines,
+         nullptr,
+         nullptr,
+         nullptr,
+         nullptr,
+         nullptr,
+         nullptr,
+         &convert,
+         nullptr,
+         nullptr,
+         nullptr},
+        nullptr, 0
+};
 
 } // namespace HWY_NAMESPACE
 

@@ -30,22 +30,27 @@ struct unpack_table {
 };
 
 [[maybe_unused]] const unpack_table& unpack_table_of(packing pack) {
-    static constexpr unpack_table p12{{0, 1, 1, 2, 3, 4, 4, 5, 6, 7, 7, 8, 9, 10, 10, 11},
-                                      {16, 1, 16, 1, 16, 1, 16, 1}, 0, 0xFFF0, 12};
-    static constexpr unpack_table packed12{{1, 0, 1, 2, 4, 3, 4, 5, 7, 6, 7, 8, 10, 9, 10, 11},
-                                           {16, 1, 16, 1, 16, 1, 16, 1}, 0xFF00, 0x00F0, 12};
-    static constexpr unpack_table mipi12{{2, 0, 2, 1, 5, 3, 5, 4, 8, 6, 8, 7, 11, 9, 11, 10},
-                                         {16, 1, 16, 1, 16, 1, 16, 1}, 0xFF00, 0x00F0, 12};
-    static constexpr unpack_table p10{{0, 1, 1, 2, 2, 3, 3, 4, 5, 6, 6, 7, 7, 8, 8, 9},
-                                      {64, 16, 4, 1, 64, 16, 4, 1}, 0, 0xFFC0, 10};
-    static constexpr unpack_table mipi10{{4, 0, 4, 1, 4, 2, 4, 3, 9, 5, 9, 6, 9, 7, 9, 8},
-                                         {64, 16, 4, 1, 64, 16, 4, 1}, 0xFF00, 0x00C0, 10};
+    static constexpr unpack_table p12{
+        {0, 1, 1, 2, 3, 4, 4, 5, 6, 7, 7, 8, 9, 10, 10, 11}, {16, 1, 16, 1, 16, 1, 16, 1}, 0, 0xFFF0, 12};
+    static constexpr unpack_table packed12{
+        {1, 0, 1, 2, 4, 3, 4, 5, 7, 6, 7, 8, 10, 9, 10, 11}, {16, 1, 16, 1, 16, 1, 16, 1}, 0xFF00, 0x00F0, 12};
+    static constexpr unpack_table mipi12{
+        {2, 0, 2, 1, 5, 3, 5, 4, 8, 6, 8, 7, 11, 9, 11, 10}, {16, 1, 16, 1, 16, 1, 16, 1}, 0xFF00, 0x00F0, 12};
+    static constexpr unpack_table p10{
+        {0, 1, 1, 2, 2, 3, 3, 4, 5, 6, 6, 7, 7, 8, 8, 9}, {64, 16, 4, 1, 64, 16, 4, 1}, 0, 0xFFC0, 10};
+    static constexpr unpack_table mipi10{
+        {4, 0, 4, 1, 4, 2, 4, 3, 9, 5, 9, 6, 9, 7, 9, 8}, {64, 16, 4, 1, 64, 16, 4, 1}, 0xFF00, 0x00C0, 10};
     switch (pack) {
-    case packing::p10: return p10;
-    case packing::mipi10: return mipi10;
-    case packing::packed12: return packed12;
-    case packing::mipi12: return mipi12;
-    default: return p12;
+    case packing::p10:
+        return p10;
+    case packing::mipi10:
+        return mipi10;
+    case packing::packed12:
+        return packed12;
+    case packing::mipi12:
+        return mipi12;
+    default:
+        return p12;
     }
 }
 
@@ -107,7 +112,8 @@ HWY_INLINE void store_groups(hn::Vec<d8> v, std::uint8_t* p, std::size_t step) {
 [[maybe_unused]] HWY_ATTR void store_line_v(sample_layout layout, std::uint8_t* p, const std::uint8_t* end,
                                             std::int32_t width, const std::uint16_t* line) {
     static constexpr std::uint8_t three_of_four[16] = {0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 0x80, 0x80, 0x80, 0x80};
-    static constexpr std::uint8_t five_of_eight[16] = {0, 1, 2, 3, 4, 8, 9, 10, 11, 12, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80};
+    static constexpr std::uint8_t five_of_eight[16] = {0,  1,  2,    3,    4,    8,    9,    10,
+                                                       11, 12, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80};
     const d16 tag;
     const auto n = static_cast<std::int32_t>(hn::Lanes(tag));
     std::int32_t x = 0;
@@ -126,7 +132,8 @@ HWY_INLINE void store_groups(hn::Vec<d8> v, std::uint8_t* p, std::size_t step) {
         const std::ptrdiff_t reach = (n / 8 - 1) * 12 + 16;
         // Stop short of the last bytes of the line: a store reaches past its own samples, and what it spoils there the
         // next one must mend.
-        for (std::ptrdiff_t at = 0; x + n <= width && at + reach <= width * 3 / 2 && at + reach <= have; x += n, at += 12 * (n / 8)) {
+        for (std::ptrdiff_t at = 0; x + n <= width && at + reach <= width * 3 / 2 && at + reach <= have;
+             x += n, at += 12 * (n / 8)) {
             const auto v = hn::BitCast(wide, hn::LoadU(tag, line + x)); // a in the low, b in the high half
             auto t = v;
             if (layout.pack == packing::p12) {
@@ -136,9 +143,8 @@ HWY_INLINE void store_groups(hn::Vec<d8> v, std::uint8_t* p, std::size_t step) {
                 const auto a = hn::And(hn::ShiftRight<8>(v), hn::Set(wide, 0xFFU)), b = hn::ShiftRight<24>(v);
                 const auto low = hn::Or(hn::And(hn::ShiftRight<4>(v), hn::Set(wide, 0x0FU)),
                                         hn::And(hn::ShiftRight<16>(v), hn::Set(wide, 0xF0U)));
-                t = layout.pack == packing::packed12
-                        ? hn::Or(a, hn::Or(hn::ShiftLeft<8>(low), hn::ShiftLeft<16>(b)))
-                        : hn::Or(a, hn::Or(hn::ShiftLeft<8>(b), hn::ShiftLeft<16>(low)));
+                t = layout.pack == packing::packed12 ? hn::Or(a, hn::Or(hn::ShiftLeft<8>(low), hn::ShiftLeft<16>(b)))
+                                                     : hn::Or(a, hn::Or(hn::ShiftLeft<8>(b), hn::ShiftLeft<16>(low)));
             }
             store_groups(hn::TableLookupBytes(hn::BitCast(d8(), t), bytes), p + at, 12);
         }
@@ -146,21 +152,23 @@ HWY_INLINE void store_groups(hn::Vec<d8> v, std::uint8_t* p, std::size_t step) {
         const d64 wide;
         const auto bytes = hn::LoadDup128(d8(), five_of_eight);
         const std::ptrdiff_t reach = (n / 8 - 1) * 10 + 16;
-        for (std::ptrdiff_t at = 0; x + n <= width && at + reach <= width * 5 / 4 && at + reach <= have; x += n, at += 10 * (n / 8)) {
+        for (std::ptrdiff_t at = 0; x + n <= width && at + reach <= width * 5 / 4 && at + reach <= have;
+             x += n, at += 10 * (n / 8)) {
             const auto v = hn::BitCast(wide, hn::LoadU(tag, line + x));
             // Sample i stands in bits 16 i on, its ten bits from 16 i + 6.
             const auto part = [&](std::uint64_t mask) { return hn::And(v, hn::Set(wide, mask)); };
             auto t = v;
             if (layout.pack == packing::p10) {
-                t = hn::Or(hn::Or(hn::ShiftRight<6>(part(0xFFC0ULL)), hn::ShiftRight<12>(part(0xFFC0ULL << 16))),
-                           hn::Or(hn::ShiftRight<18>(part(0xFFC0ULL << 32)), hn::ShiftRight<24>(part(0xFFC0ULL << 48))));
+                t = hn::Or(
+                    hn::Or(hn::ShiftRight<6>(part(0xFFC0ULL)), hn::ShiftRight<12>(part(0xFFC0ULL << 16))),
+                    hn::Or(hn::ShiftRight<18>(part(0xFFC0ULL << 32)), hn::ShiftRight<24>(part(0xFFC0ULL << 48))));
             } else {
                 const auto high = hn::Or(
                     hn::Or(hn::ShiftRight<8>(part(0xFF00ULL)), hn::ShiftRight<16>(part(0xFF00ULL << 16))),
                     hn::Or(hn::ShiftRight<24>(part(0xFF00ULL << 32)), hn::ShiftRight<32>(part(0xFF00ULL << 48))));
-                const auto low = hn::Or(
-                    hn::Or(hn::ShiftRight<6>(part(0xC0ULL)), hn::ShiftRight<20>(part(0xC0ULL << 16))),
-                    hn::Or(hn::ShiftRight<34>(part(0xC0ULL << 32)), hn::ShiftRight<48>(part(0xC0ULL << 48))));
+                const auto low =
+                    hn::Or(hn::Or(hn::ShiftRight<6>(part(0xC0ULL)), hn::ShiftRight<20>(part(0xC0ULL << 16))),
+                           hn::Or(hn::ShiftRight<34>(part(0xC0ULL << 32)), hn::ShiftRight<48>(part(0xC0ULL << 48))));
                 t = hn::Or(high, hn::ShiftLeft<32>(low));
             }
             store_groups(hn::TableLookupBytes(hn::BitCast(d8(), t), bytes), p + at, 10);

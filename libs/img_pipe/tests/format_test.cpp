@@ -1,0 +1,72 @@
+#include <img_pipe/format.h>
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+using namespace img_pipe;
+
+TEST(Formats, SizesAndStrides) {
+    struct {
+        const char (&id)[5];
+        std::int32_t width, height, stride;
+        std::uint32_t size;
+    } const rows[] = {
+        {"I420", 640, 480, 640, 460800},
+        {"NV12", 6, 4, 6, 36},
+        {"Y10p", 642, 2, 802, 1604},
+        {"Y10 ", 3, 3, 6, 18},
+        {"Y411", 8, 2, 12, 24},
+        {"YU8p", 5, 3, 5, 45},
+        {"YUGp", 5, 3, 10, 90},
+        {"ADC2", 2, 2, 32, 64},
+        {"MJPG", 9, 9, 0, 0},
+        {"RGB6", 65536, 65536, 524288, 0},
+        {"none", 8, 8, 0, 0},
+        {"Y800", 0, 4, 0, 0},
+        {"Y800", 4, -1, 4, 0},
+        {"RGB6", 0x7FFFFFFF, 0x7FFFFFFF, 0, 0},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(line_stride(fcc(row.id), row.width), row.stride) << row.id;
+        EXPECT_EQ(image_size(fcc(row.id), row.width, row.height), row.size) << row.id;
+    }
+    EXPECT_EQ(fcc("Y800"), 0x30303859U);
+    EXPECT_EQ(format_description(fcc("none")).bits_per_pixel, -1);
+    EXPECT_EQ(format_description(fcc("YUfp")).planes[2].format, fcc("MONf"));
+}
+
+TEST(Formats, NumbersAndNames) {
+    // What the standard calls the formats, and what they are here.
+    struct {
+        const char* name;
+        std::uint32_t pfnc;
+        const char (&id)[5];
+    } const rows[] = {{"Mono10", 0x01100003, "Y10 "},     {"BayerGR12Packed", 0x010C002A, "GRCP"},
+                      {"BayerBG8", 0x0108000B, "BA81"},   {"BayerRG10p", 0x010A0058, "RGAp"},
+                      {"YCbCr411_8", 0x020C005A, "Y412"}, {"BGRa16", 0x02400051, "RGB6"}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(pfnc_name(row.pfnc), row.name);
+        EXPECT_EQ(fcc_from_pfnc(row.pfnc), fcc(row.id));
+        EXPECT_EQ(pfnc_from_fcc(fcc(row.id)), row.pfnc);
+    }
+    EXPECT_EQ(fcc_from_pfnc(0x0210003E), 0U) << "another range of values than the vocabulary's";
+    EXPECT_EQ(pfnc_name(0), "InvalidPixelFormat");
+    EXPECT_EQ(pfnc_name(0x12345678), "UnknownPixelFormat");
+    EXPECT_EQ(fcc_name(fcc("BGDP")), "BGGR12_MIPI_PACKED");
+}
+
+TEST(Formats, ViewsOfTooLittleAreEmptyOrInvalid) {
+    std::vector<std::uint8_t> data(96);
+    const img_descriptor view = make_view(data.data(), 96, fcc("I420"), 8, 8);
+    EXPECT_TRUE(is_valid(view));
+    EXPECT_EQ(view.plane_data[2].data - data.data(), 64 + 16);
+    EXPECT_EQ(make_view(data.data(), 95, fcc("I420"), 8, 8).format, 0U);
+    EXPECT_EQ(make_view(nullptr, 96, fcc("I420"), 8, 8).format, 0U);
+    EXPECT_EQ(make_view(data.data(), 96, 0, 8, 8).format, 0U);
+    for (const std::int32_t stride : {-8, 0, 7, 9}) {
+        img_descriptor bad = make_view(data.data(), 64, fcc("Y800"), 8, 8);
+        bad.plane_data[0].stride = stride;
+        EXPECT_FALSE(is_valid(bad)) << stride;
+    }
+}

@@ -1,0 +1,2 @@
+int something_else(void);
+int something_else(void) { return 1; }

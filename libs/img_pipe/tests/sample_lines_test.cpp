@@ -1,0 +1,200 @@
+// Packings, written here bit by bit, against every level of kernels.
+#include <img_pipe/filter_table.h>
+#include <img_pipe/kernel_params.h>
+
+#include <gtest/gtest.h>
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <vector>
+
+using namespace img_pipe;
+
+namespace {
+
+// Where bit `b` of sample x stands in a line, counted from the lowest bit of its first byte.
+using bit_place = std::size_t (*)(std::size_t x, unsigned b);
+struct format {
+    std::uint32_t id;
+    unsigned bits, group; // bits of a sample; samples after which a line ends at a byte
+    bit_place place;
+};
+const format formats[] = {
+    {fcc("Y800"), 8, 1, [](std::size_t x, unsigned b) { return 8 * x + b; }},
+    {fcc("BA10"), 10, 1, [](std::size_t x, unsigned b) { return 16 * x + b; }},
+    {fcc("Y12 "), 12, 1, [](std::size_t x, unsigned b) { return 16 * x + b; }},
+    {fcc("RG16"), 16, 1, [](std::size_t x, unsigned b) { return 16 * x + b; }},
+    {fcc("Y10p"), 10, 4, [](std::size_t x, unsigned b) { return 10 * x + b; }},
+    {fcc("GBCp"), 12, 2, [](std::size_t x, unsigned b) { return 12 * x + b; }},
+    {fcc("Y12P"), 12, 2,
+     [](std::size_t x, unsigned b) {
+         return b < 4 ? x / 2 * 24 + 8 + x % 2 * 4 + b : x / 2 * 24 + x % 2 * 16 + b - 4;
+     }},
+    {fcc("BGDP"), 12, 2,
+     [](std::size_t x, unsigned b) {
+         return b < 4 ? x / 2 * 24 + 16 + x % 2 * 4 + b : x / 2 * 24 + x % 2 * 8 + b - 4;
+     }},
+    {fcc("Y10P"), 10, 4,
+     [](std::size_t x, unsigned b) {
+         return b < 2 ? x / 4 * 40 + 32 + x % 4 * 2 + b : x / 4 * 40 + x % 4 * 8 + b - 2;
+     }},
+};
+
+unsigned get(const format& f, const std::uint8_t* line, std::size_t x) {
+    unsigned v = 0;
+    for (unsigned b = 0; b < f.bits; ++b) v |= (line[f.place(x, b) / 8] >> (f.place(x, b) % 8) & 1U) << b;
+    return v;
+}
+
+void put(const format& f, std::uint8_t* line, std::size_t x, unsigned v) {
+    for (unsigned b = 0; b < f.bits; ++b) {
+        std::uint8_t& byte = line[f.place(x, b) / 8];
+        byte = static_cast<std::uint8_t>((byte & ~(1U << f.place(x, b) % 8)) | (v >> b & 1U) << f.place(x, b) % 8);
+    }
+}
+
+// `size` bytes that end where memory ends.
+class guarded {
+public:
+    explicit guarded(std::size_t size_) : size(size_) {
+        const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+        span = (size + page - 1) / page * page + page;
+        base =
+            static_cast<std::uint8_t*>(mmap(nullptr, span, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        mprotect(base + span - page, page, PROT_NONE);
+        bytes = base + span - page - size;
+    }
+    ~guarded() { munmap(base, span); }
+    guarded(const guarded&) = delete;
+    guarded& operator=(const guarded&) = delete;
+    std::size_t size, span;
+    std::uint8_t *base, *bytes;
+};
+
+img_descriptor view_of(const guarded& memory, const format& f, std::int32_t width, std::int32_t height,
+                       std::int32_t pad) {
+    img_descriptor v{f.id, width, height, static_cast<std::uint32_t>(memory.size), 0, {}};
+    v.plane_data[0] = {memory.bytes, line_stride(f.id, width) + pad};
+    return v;
+}
+
+std::vector<filter_table> levels() {
+#ifdef MODULE_avx2
+    (void)load_filter_library(MODULE_avx2, 0);
+#endif
+    std::vector<filter_table> all;
+    for (const filter_module& module : get_filter_table(cpu_mask())) all.push_back({module});
+    return all;
+}
+
+void run(kernel_fn kernel, const img_descriptor& to, const img_descriptor& from, const sample_params* params) {
+    const std::size_t size = kernel_scratch_bytes(from.width);
+    std::vector<std::byte> memory(size + 64);
+    void* at = memory.data();
+    std::size_t room = memory.size();
+    auto* scratch = static_cast<std::byte*>(std::align(64, size, at, room));
+    kernel({to, from, 0, from.height, from.plane_data[0].data + from.data_size, params, scratch, nullptr, 0, 0});
+}
+
+constexpr sample_params tones[] = {{{1, 1, 1, 1}, 0, nullptr, nullptr},
+                                   {{1.3F, 0.5F, 4, 0.9F}, -700.25F, nullptr, nullptr}};
+
+} // namespace
+
+TEST(SampleLines, PublishedVectors) {
+    struct {
+        std::size_t format;
+        std::vector<unsigned> values;
+        std::vector<std::uint8_t> bytes;
+    } const rows[] = {{5, {0x123, 0xABC}, {0x23, 0xC1, 0xAB}},
+                      {6, {0x123, 0xABC}, {0x12, 0xC3, 0xAB}},
+                      {7, {0x123, 0xABC}, {0x12, 0xAB, 0xC3}},
+                      {4, {0x155, 0x2AA, 0x0F3, 0x31C}, {0x55, 0xA9, 0x3A, 0x0F, 0xC7}},
+                      {8, {0x155, 0x2AA, 0x0F3, 0x31C}, {0x55, 0xAA, 0x3C, 0xC7, 0x39}}};
+    for (const auto& row : rows)
+        for (std::size_t x = 0; x < row.values.size(); ++x)
+            EXPECT_EQ(get(formats[row.format], row.bytes.data(), x), row.values[x]) << row.format << ' ' << x;
+}
+
+TEST(SampleLines, EveryPackingToEveryOtherOnEveryLevel) {
+    std::mt19937 random(11);
+    const auto all = levels();
+    for (const format& in : formats)
+        for (const format& out : formats)
+            for (std::int32_t width : {1, 2, 3, 4, 7, 8, 12, 15, 16, 17, 20, 32, 36, 63, 64, 100, 642})
+                for (const sample_params* tone : {static_cast<const sample_params*>(nullptr), &tones[0], &tones[1]}) {
+                    const auto group = static_cast<std::int32_t>(std::max(in.group, out.group));
+                    if (width % group != 0) continue;
+                    const std::int32_t height = 3, pad = width % 3 == 0 ? 5 : 0;
+                    const auto bytes = [&](const format& f) {
+                        return static_cast<std::size_t>((line_stride(f.id, width) + pad) * (height - 1) +
+                                                        line_stride(f.id, width));
+                    };
+                    const guarded source(bytes(in)), result(bytes(out));
+                    for (std::size_t i = 0; i < source.size; ++i) source.bytes[i] = static_cast<std::uint8_t>(random());
+                    const img_descriptor from = view_of(source, in, width, height, pad),
+                                         to = view_of(result, out, width, height, pad);
+                    for (std::int32_t y = 0; y < height; ++y) // unused upper bits of unpacked samples are 0
+                        for (std::size_t x = 0; x < static_cast<std::size_t>(width) && in.group == 1 && in.bits > 8;
+                             ++x) {
+                            std::uint8_t* line = source.bytes + y * from.plane_data[0].stride;
+                            line[2 * x + 1] &= static_cast<std::uint8_t>((1U << (in.bits - 8)) - 1);
+                        }
+                    std::vector<std::uint8_t> expected(result.size, 0xEE);
+                    for (std::int32_t y = 0; y < height; ++y)
+                        for (std::size_t x = 0; x < static_cast<std::size_t>(width); ++x) {
+                            unsigned v = get(in, source.bytes + y * from.plane_data[0].stride, x);
+                            v = in.bits == 8 ? v * 257 : v << (16 - in.bits);
+                            if (tone != nullptr) {
+                                float r = static_cast<float>(v) * tone->gain[(y % 2) * 2 + static_cast<int>(x % 2)];
+                                r += tone->offset;
+                                v = static_cast<unsigned>(std::nearbyint(std::clamp(r, 0.0F, 65535.0F)));
+                            }
+                            std::uint8_t* line = expected.data() + y * to.plane_data[0].stride;
+                            if (out.group == 1 && out.bits > 8) line[2 * x + 1] = 0;
+                            put(out, line, x, v >> (16 - out.bits));
+                        }
+                    for (const filter_table& level : all) {
+                        const kernel_fn kernel = find_kernel(level, kernel_slot::convert_lines, to, from);
+                        ASSERT_NE(kernel, nullptr);
+                        std::memset(result.bytes, 0xEE, result.size);
+                        run(kernel, to, from, tone);
+                        ASSERT_EQ(std::memcmp(result.bytes, expected.data(), expected.size()), 0)
+                            << fcc_name(in.id) << " to " << fcc_name(out.id) << " width " << width << " level "
+                            << level[0].required_cpu << " tone " << (tone == nullptr ? -1 : tone - tones);
+                    }
+                }
+}
+
+// A line that ends inside a byte, in place: neutral values change nothing, and other levels do the same to the rest.
+TEST(SampleLines, InPlaceAtWidthsBetweenGroups) {
+    std::mt19937 random(12);
+    for (const format& f : formats)
+        for (std::int32_t width = 1; width < 70; ++width) {
+            if (line_stride(f.id, width) == 0) continue;
+            const guarded image(static_cast<std::size_t>(line_stride(f.id, width)) * 4);
+            std::vector<std::uint8_t> original(image.size), first;
+            for (auto& byte : original) byte = static_cast<std::uint8_t>(random());
+            if (f.group == 1 && f.bits > 8)
+                for (std::size_t i = 1; i < original.size(); i += 2)
+                    original[i] &= static_cast<std::uint8_t>((1U << (f.bits - 8)) - 1);
+            const img_descriptor view = view_of(image, f, width, 4, 0);
+            for (const filter_table& level : levels()) {
+                const kernel_fn kernel = find_kernel(level, kernel_slot::apply_whitebalance, view, view);
+                ASSERT_NE(kernel, nullptr);
+                std::ranges::copy(original, image.bytes);
+                run(kernel, view, view, &tones[0]);
+                ASSERT_TRUE(std::equal(original.begin(), original.end(), image.bytes))
+                    << fcc_name(f.id) << ' ' << width;
+                run(kernel, view, view, &tones[1]);
+                if (first.empty()) first.assign(image.bytes, image.bytes + image.size);
+                ASSERT_TRUE(std::equal(first.begin(), first.end(), image.bytes)) << fcc_name(f.id) << ' ' << width;
+            }
+        }
+}

@@ -1,0 +1,45 @@
+#include <img_pipe/work_pool.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+using namespace img_pipe;
+
+TEST(WorkPool, Split) {
+    struct {
+        std::int32_t height, threads, pieces, lines;
+    } const rows[] = {{127, 8, 1, 127},  {130, 8, 2, 64},    {128, 2, 2, 64},   {1000, 1, 1, 1000},
+                      {1000, 4, 4, 248}, {1024, 64, 16, 64}, {3000, 0, 1, 3000}};
+    for (const auto& row : rows) {
+        const line_split split = split_lines(row.height, row.threads);
+        EXPECT_EQ(split.pieces, row.pieces) << row.height;
+        EXPECT_EQ(split.piece_lines, row.lines) << row.height;
+    }
+}
+
+// Every line once, whatever the threads; several pipes share the pool, and it comes and goes under them.
+TEST(WorkPool, EveryLineOnceFromSeveralPipes) {
+    const auto pipe = [] {
+        for (const unsigned threads : {4U, 1U, 16U, 0U, 3U}) {
+            concurrency on;
+            on.set_concurrency(threads);
+            std::vector<std::uint8_t> data(523 * 8);
+            const img_descriptor view = make_view(data.data(), 523 * 8, fcc("Y800"), 8, 523);
+            for (int round = 0; round < 20; ++round)
+                run_parallel(
+                    on,
+                    [](const img_descriptor& to, const img_descriptor&, std::int32_t first, std::int32_t) {
+                        EXPECT_EQ(first % 4, 0);
+                        for (std::int32_t y = 0; y < to.height; ++y)
+                            ++to.plane_data[0].data[y * to.plane_data[0].stride];
+                    },
+                    view, view);
+            for (std::size_t y = 0; y < 523; ++y) ASSERT_EQ(data[y * 8], 20) << y;
+        }
+    };
+    std::vector<std::jthread> pipes;
+    for (int i = 0; i < 4; ++i) pipes.emplace_back(pipe);
+}
