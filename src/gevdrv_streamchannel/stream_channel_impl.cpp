@@ -98,7 +98,10 @@ std::error_code stream_channel_impl::setup_scp(const asio::ip::udp::endpoint& lo
     }
     const std::error_code error =
         port.write_reg(address_of(stream_register::port, channel_index), local.port(), 0, register_timeout_ms);
-    if (error) logger().error("Failed to write port register.");
+    if (error) {
+        logger().error("Failed to write port register.");
+        close_scp(); // only the answer may have been lost
+    }
     return error;
 }
 

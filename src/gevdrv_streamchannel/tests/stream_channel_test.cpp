@@ -42,6 +42,7 @@ public:
     std::vector<register_access> log;
     size_t fails_at = SIZE_MAX; // index in the log
     uint32_t failing_address = 0;
+    bool takes_what_fails = false; // a write is done, and its answer is lost
     uint32_t path = 9000;
     gige::udp_socket control = *gige::udp_socket::open({loopback, 0});
     gige::udp_socket source = *gige::udp_socket::open({loopback, 0});
@@ -51,8 +52,9 @@ public:
         return registers[address];
     }
     std::error_code write_reg(uint32_t address, uint32_t value, uint32_t, uint32_t) override {
-        if (note({'w', address, value})) return make_error_code(gigecam_errc::busy);
-        registers[address] = value & 0x7FFFFFFF;
+        const bool failing = note({'w', address, value});
+        if (!failing || takes_what_fails) registers[address] = value & 0x7FFFFFFF;
+        if (failing) return make_error_code(gigecam_errc::busy);
         const uint32_t size = value & 0xFFFF;
         if (address == scps && (value & 0x80000000) != 0 && size <= path) send(std::vector<std::byte>(size - 28));
         return {};
@@ -176,12 +178,14 @@ TEST(StreamChannel, WhileNotConnectedOperationsSaySo) {
 // Whichever register access fails: a channel that is not connected afterwards leaves no stream behind, and nothing is
 // written once the address could not be.
 TEST(StreamChannel, AFailedConnectLeavesNoStream) {
-    for (const uint32_t fixed : {1400U, 0U}) {
+    for (const auto& [fixed, taken] :
+         {std::pair{1400U, false}, std::pair{1400U, true}, std::pair{0U, false}, std::pair{0U, true}}) {
         size_t accesses = 0;
         size_t failed = 0;
         for (size_t k = 0; k == 0 || k < accesses; ++k) {
-            SCOPED_TRACE(testing::Message() << "access " << k << " fails, fixed size " << fixed);
+            SCOPED_TRACE(testing::Message() << "access " << k << " fails, fixed size " << fixed << ", taken " << taken);
             bench b;
+            b.device.takes_what_fails = taken;
             b.device.registers[capability] = 0x80000000;
             b.make();
             b.params.fixed_packet_size = fixed;
