@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <dlfcn.h>
 
@@ -33,9 +34,12 @@ struct global {
     ~global() { close_late("global"); }
 } made_before_main;
 
+// What is open stays open to the very end: never destroyed, but still reachable.
 template <class T>
-auto keep(std::shared_ptr<T> object) {
-    return *new std::shared_ptr<T>(std::move(object));
+std::shared_ptr<T> keep(std::shared_ptr<T> object) {
+    static auto& kept = *new std::vector<std::shared_ptr<const void>>;
+    kept.push_back(object);
+    return object;
 }
 
 void open(const char* cti, const std::string& serial, const std::string& what) {

@@ -400,7 +400,10 @@ TEST_F(Hostile, AKilledServiceLeavesNamesAndTheNextOneRemovesThem) {
     own->service().signal(SIGKILL);
     own->service().wait();
     const auto doctor = own->run_consumer({"doctor"});
-    EXPECT_NE(doctor.output.find(*left.rbegin()), std::string::npos) << doctor.output;
+    // Any service that starts on this machine meanwhile removes them too.
+    if (std::filesystem::exists("/dev/shm/" + *left.rbegin())) {
+        EXPECT_NE(doctor.output.find(*left.rbegin()), std::string::npos) << doctor.output;
+    }
     own->start_service();
     for (const std::string& name : left) EXPECT_FALSE(std::filesystem::exists("/dev/shm/" + name)) << name;
     expect_served();
