@@ -79,7 +79,11 @@ struct no_connection final : rpc_connection_client {
 
 // Runs at once, on the thread that pushes.
 struct here final : executor_thread_pool_interface {
-    void push(std::function<void()> task) override { task(); }
+    void push(std::function<void()> task) override {
+        if (std::exchange(no_memory, false)) throw std::bad_alloc{};
+        task();
+    }
+    bool no_memory = false; // for the next one
 };
 
 class Callee : public testing::Test {
@@ -101,7 +105,7 @@ protected:
         EXPECT_EQ(table.add_method("thing", "size", [](rpc_call_context&) { return status::success; }),
                   make_error_code(status::name_already_used));
         EXPECT_EQ(table.add_global("none", nullptr), make_error_code(status::null_registration));
-        sut = std::make_shared<rpc_callee_instance>(channel, std::move(table), std::make_shared<here>());
+        sut = std::make_shared<rpc_callee_instance>(channel, std::move(table), executor);
         sut->set_connection(connection);
     }
 
@@ -122,11 +126,21 @@ protected:
 
     static inline param_writer result;
     recording_channel channel;
+    std::shared_ptr<here> executor = std::make_shared<here>();
     std::shared_ptr<no_connection> connection = std::make_shared<no_connection>();
     std::shared_ptr<rpc_callee_instance> sut;
 };
 
 } // namespace
+
+TEST_F(Callee, ACallWithoutMemoryForItsTurnTakesNoOthersTurn) {
+    executor->no_memory = true;
+    call("size", 0, 0, 0, 0, 1);
+    EXPECT_EQ(last_error(), status::resource_exhausted);
+    call("size", 0, 0, 0, 0, 2);
+    ASSERT_EQ(channel.packets.size(), 2U);
+    EXPECT_EQ(channel.head<ret_start_packet>(1).header.seq_id, 2U);
+}
 
 struct split_case {
     std::size_t size;

@@ -6,6 +6,7 @@
 #include <spdlog/logger.h>
 
 #include <algorithm>
+#include <iterator>
 #include <new>
 #include <utility>
 
@@ -226,7 +227,16 @@ bool rpc_callee_instance::push_task(task work, std::size_t most) {
         tasks.push_back(std::move(work));
         runner = executor;
     }
-    runner->push([self = shared_from_this()] { self->run_one_task(); });
+    try {
+        runner->push([self = shared_from_this()] { self->run_one_task(); });
+    } catch (const std::bad_alloc&) {
+        // Nobody comes to run it; left there it would take the next one's turn. Packets come on one thread and tasks go
+        // from the front, so it is still the last.
+        std::list<task> dropped; // destroyed outside the lock
+        const std::lock_guard guard{tasks_mutex};
+        if (!tasks.empty()) dropped.splice(dropped.end(), tasks, std::prev(tasks.end()));
+        return false;
+    }
     return true;
 }
 
