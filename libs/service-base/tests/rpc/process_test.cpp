@@ -1,12 +1,16 @@
 // Client and service as processes of their own: one dies, is killed, or forks.
 #include <ipc_rpc/catalogue.h>
+#include <ipc_rpc/leftovers.h>
 #include <ipc_rpc/rpc_client.h>
 
 #include "../../../../companions/service/rpc_server/rpc_server.h"
 
+#include <platform.h>
+
 #include <gtest/gtest.h>
 
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -250,4 +254,25 @@ TEST_F(Processes, AKilledClientIsForgottenWhileAnotherIsServed) {
     waitpid(other, nullptr, 0);
     for (int i = 0; i < 100; ++i) EXPECT_EQ(global.invoke<ping>(), 1U);
     close(told[0]);
+}
+
+TEST(Leftovers, WhoseProcessCannotBeLookedAtAreLeftAlone) {
+    if (!std::string{ORV_SANITIZED}.empty()) GTEST_SKIP() << "a sanitizer opens pipes to look at memory";
+    const std::string name = ipc_rpc::platform::object_name("settings-" + ipc_rpc::platform::unique_text());
+    const auto mapping = ipc_rpc::platform::shared_mapping::create(name, 4096, {});
+    const pid_t child = fork();
+    if (child == 0) {
+        // One descriptor is left: enough to list the names, not to read about a process.
+        const int next = dup(STDERR_FILENO);
+        close(next);
+        const rlimit few{static_cast<rlim_t>(next) + 1, static_cast<rlim_t>(next) + 1};
+        if (setrlimit(RLIMIT_NOFILE, &few) != 0) _exit(2);
+        for (const std::string& found : find_leftovers()) {
+            if ("/" + found == name) _exit(1);
+        }
+        _exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
 }

@@ -5,6 +5,7 @@
 #include "platform.h"
 #include "posix/file_descriptor.h"
 
+#include <signal.h>
 #include <sys/mman.h>
 #include <sys/random.h>
 #include <sys/stat.h>
@@ -19,7 +20,7 @@ namespace ipc_rpc {
 
 namespace {
 
-// In clock ticks since the machine started; empty when there is no such process.
+// In clock ticks since the machine started; empty when it can't be read.
 std::string start_time_of(const std::string& process) {
     std::ifstream file{"/proc/" + process + "/stat"};
     const std::string text{std::istreambuf_iterator<char>{file}, {}};
@@ -29,6 +30,17 @@ std::string start_time_of(const std::string& process) {
     for (int field = 2; field < 22 && at != std::string::npos; ++field) at = text.find(' ', at + 1);
     if (at == std::string::npos) return {};
     return text.substr(at + 1, text.find(' ', at + 1) - at - 1);
+}
+
+// Only what is known for sure counts: /proc may hide other users' processes, and descriptors may be used up.
+bool has_ended(const std::string& process, const std::string& start_time) {
+    pid_t number = 0;
+    const char* end = process.data() + process.size();
+    const auto [at, error] = std::from_chars(process.data(), end, number);
+    if (error != std::errc{} || at != end || number <= 0) return false;
+    if (kill(number, 0) != 0 && errno == ESRCH) return true;
+    const std::string now = start_time_of(process);
+    return !now.empty() && now != start_time;
 }
 
 std::string process_namespace() {
@@ -54,7 +66,7 @@ bool is_left_over(std::string_view name, const std::string& own_namespace) {
         if (!std::ranges::all_of(field, [](char c) { return c >= '0' && c <= '9'; })) return false;
         name.remove_prefix(end + 1);
     }
-    return fields[2] == own_namespace && start_time_of(fields[0]) != fields[1];
+    return fields[2] == own_namespace && has_ended(fields[0], fields[1]);
 }
 
 } // namespace
