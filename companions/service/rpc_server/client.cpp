@@ -76,7 +76,14 @@ client::client(unannounced from, std::string announced, object_function_table_ro
     params.on_end = [this] { stop.set(); };
     connection = std::make_shared<ipc_instance>(std::move(params));
     connection->start();
-    thread = std::thread{[this] { watch(); }};
+    try {
+        thread = std::thread{[this] { watch(); }};
+    } catch (...) {
+        // Its threads run already, and use this object: they end before it does.
+        connection->shutdown();
+        executor.reset();
+        throw;
+    }
     logger().info("Client '{}' connected.", name);
 }
 
