@@ -435,6 +435,12 @@ TEST_F(Hostile, EverySignalEndsItWhateverItsClientsDo) {
     }
 }
 
+TEST_F(Hostile, ABusErrorThatIsNoClientsEndsIt) {
+    start_service_alone();
+    own->service().signal(SIGBUS);
+    EXPECT_TRUE(eventually([&] { return !own->service().running(); }));
+}
+
 // As another user, who is in the group; the exit code of `act`.
 template <class Act>
 int as_user(uid_t user, gid_t group, Act&& act) {
