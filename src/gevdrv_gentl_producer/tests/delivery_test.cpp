@@ -3,6 +3,10 @@
 
 #include <gds_gentl_producer/async_deliver_queue.h>
 #include <gds_gentl_producer/delivery_statistics.h>
+#include <gentl_producer/Library.h>
+
+#include <spdlog/logger.h>
+#include <spdlog/sinks/sink.h>
 
 #include <latch>
 
@@ -23,10 +27,11 @@ void send_frame(camera& cam, uint64_t timestamp) {
     }
 }
 
-// Reads and writes a boolean feature of a module through the address in its document.
-class flag_feature {
+// Reads and writes a feature of a module through the address in its document; T as wide as its register.
+template <class T>
+class feature {
 public:
-    flag_feature(IPort& with, std::string_view feature) : port(with) {
+    feature(IPort& with, std::string_view name) : port(with) {
         std::string list(4096, '\0');
         size_t size = list.size();
         EXPECT_FALSE(port.GetURL(list.data(), &size).failed());
@@ -39,18 +44,18 @@ public:
         pugi::xml_document xml;
         EXPECT_TRUE(xml.load_buffer(text.data(), text.size()));
         const auto node = xml.find_node([&](const pugi::xml_node& candidate) {
-            return candidate.attribute("Name").value() == std::string{feature} + "_Register";
+            return candidate.attribute("Name").value() == std::string{name} + "_Register";
         });
-        EXPECT_TRUE(node) << feature;
+        EXPECT_TRUE(node) << name;
         address = std::strtoull(node.child("Address").text().get(), nullptr, 0);
     }
-    [[nodiscard]] uint32_t get() const {
-        uint32_t value = 99;
+    [[nodiscard]] T get() const {
+        T value = 99;
         size_t size = sizeof value;
         EXPECT_FALSE(port.Read(address, &value, &size).failed());
         return value;
     }
-    void set(uint32_t value) const {
+    void set(T value) const {
         size_t size = sizeof value;
         EXPECT_FALSE(port.Write(address, &value, &size).failed());
     }
@@ -59,6 +64,46 @@ private:
     IPort& port;
     uint64_t address = 0;
 };
+
+// Holds the first thread that writes to it until it is let go.
+class blocking_sink final : public spdlog::sinks::sink {
+public:
+    ~blocking_sink() override { let_go(); }
+    void log(const spdlog::details::log_msg&) override {
+        std::unique_lock held{mutex};
+        entered = true;
+        changed.notify_all();
+        changed.wait(held, [&] { return open; });
+    }
+    void flush() override {}
+    void set_pattern(const std::string&) override {}
+    void set_formatter(std::unique_ptr<spdlog::formatter>) override {}
+
+    bool wait_entered() {
+        std::unique_lock held{mutex};
+        return changed.wait_for(held, std::chrono::milliseconds{long_enough_ms}, [&] { return entered; });
+    }
+    void let_go() {
+        const std::lock_guard guard{mutex};
+        open = true;
+        changed.notify_all();
+    }
+
+private:
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool entered = false;
+    bool open = false;
+};
+
+// Until the receive thread has come so far.
+template <class Condition>
+bool reached(Condition condition) {
+    for (uint64_t i = 0; i < long_enough_ms && !condition(); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds{1});
+    }
+    return condition();
+}
 
 } // namespace
 
@@ -85,35 +130,122 @@ TEST(Delivery, TimestampsBecomeNanosecondsAtAnyTickFrequency) {
     }
 }
 
-TEST(Delivery, ResendSettingsOutliveTheStream) {
-    auto bench = stream_bench::make({});
+TEST(Delivery, ResendSettingsOutliveTheStreamAndActAtItsNextStart) {
+    auto bench = stream_bench::make({.frame_rate = 50});
     ASSERT_NE(bench, nullptr);
-    flag_feature{dynamic_cast<IPort&>(*bench->stream), "StreamPacketResendEnable"}.set(0);
+    feature<uint32_t>{dynamic_cast<IPort&>(*bench->stream), "StreamPacketResendEnable"}.set(0);
     ASSERT_FALSE(bench->device->OnDataStreamClosed(bench->stream).failed());
-    DS_HANDLE handle = nullptr;
-    ASSERT_FALSE(bench->device->OpenDataStream("Stream0", &handle).failed());
-    bench->stream = dynamic_cast<IDataStream*>(static_cast<IHandleTarget*>(handle));
-    const flag_feature enable{dynamic_cast<IPort&>(*bench->stream), "StreamPacketResendEnable"};
+    bench->open_stream();
+    const feature<uint32_t> enable{dynamic_cast<IPort&>(*bench->stream), "StreamPacketResendEnable"};
     EXPECT_EQ(enable.get(), 0U);
+    for (const uint32_t on : {0U, 1U}) {
+        enable.set(on);
+        for (int i = 0; i < 5; ++i) ASSERT_FALSE(bench->stream->QueueBuffer(bench->announce()).failed());
+        ASSERT_TRUE(bench->start());
+        bench->cam.send_frame(1, nullptr, 3);
+        const BUFFER_HANDLE handle = bench->next(long_enough_ms);
+        ASSERT_NE(handle, nullptr);
+        EXPECT_EQ(bench->cam.resends != 0, on != 0);
+        ASSERT_TRUE(bench->stop());
+        ASSERT_FALSE(bench->stream->FlushQueue(ACQ_QUEUE_ALL_DISCARD).failed());
+    }
 }
 
-// Counters of one acquisition: what the receiver skipped counts once, and the next acquisition begins at zero.
+TEST(Delivery, TheAutomaticFrameTimeIsTheCamerasUnlessItHasNone) {
+    struct row {
+        double rate;
+        uint32_t time_us;
+    };
+    for (const auto& [rate, time_us] : {row{50, 20'000}, row{3, 333'333}, row{0, 33'333}, row{-1, 33'333}}) {
+        auto bench = stream_bench::make({.frame_rate = rate});
+        ASSERT_NE(bench, nullptr);
+        for (int i = 0; i < 5; ++i) bench->announce();
+        ASSERT_TRUE(bench->start());
+        EXPECT_EQ(bench->device->resends().automatic_time_us, time_us) << rate;
+    }
+}
+
+// Counters of one acquisition: what the receiver skipped counts once, and the next acquisition begins at zero, also
+// when it has skipped frames before it delivers the first one.
 TEST(Delivery, SkippedFramesCountOnceAndAnewWithEachStart) {
     camera_traits traits;
     traits.can_resend = false;
     auto bench = stream_bench::make(traits);
     ASSERT_NE(bench, nullptr);
-    std::vector<BUFFER_HANDLE> handles;
-    for (int i = 0; i < 8; ++i) handles.push_back(bench->announce());
+    for (int i = 0; i < 8; ++i) bench->announce();
+    const auto drops = [&] { return bench->info<uint64_t>(STREAM_INFO_KRV_NUM_TRANSMISSION_DROP); };
     for (int round = 0; round < 2; ++round) {
-        for (const BUFFER_HANDLE handle : bench->mine()) ASSERT_FALSE(bench->stream->QueueBuffer(handle).failed());
         ASSERT_TRUE(bench->start());
-        for (const uint16_t block : {1, 2, 5, 6}) { // 3 and 4 are missing
+        for (const uint16_t block : {1, 2}) bench->cam.send_frame(block); // find no buffer
+        ASSERT_TRUE(reached([&] { return bench->info<uint64_t>(STREAM_INFO_NUM_UNDERRUN) == 2; }));
+        for (const BUFFER_HANDLE handle : bench->mine()) ASSERT_FALSE(bench->stream->QueueBuffer(handle).failed());
+        for (const uint16_t block : {5, 6, 8}) {
             bench->cam.send_frame(block);
             ASSERT_NE(bench->next(long_enough_ms), nullptr) << block;
+            EXPECT_EQ(drops(), block == 8 ? 3U : 2U) << "round " << round << ", block " << block;
         }
-        EXPECT_EQ(bench->info<uint64_t>(STREAM_INFO_KRV_NUM_TRANSMISSION_DROP), 2U) << "round " << round;
         ASSERT_TRUE(bench->stop());
+        ASSERT_FALSE(bench->stream->FlushQueue(ACQ_QUEUE_ALL_DISCARD).failed());
+    }
+}
+
+// A frame that is half there when the stream is flushed or stopped goes back and is never delivered.
+TEST(Delivery, AFlushedFrameIsNotDelivered) {
+    for (const bool can_resend : {false, true}) {
+        for (const bool by_stop : {false, true}) {
+            SCOPED_TRACE(testing::Message() << "resend " << can_resend << ", stop " << by_stop);
+            auto bench = stream_bench::make({.can_resend = can_resend});
+            ASSERT_NE(bench, nullptr);
+            for (int i = 0; i < 5; ++i) ASSERT_FALSE(bench->stream->QueueBuffer(bench->announce()).failed());
+            ASSERT_TRUE(bench->start());
+            for (uint32_t id = 0; id < camera::data_packets / 2; ++id) bench->cam.send(camera::packet(1, id));
+            ASSERT_TRUE(reached([&] { return bench->info<size_t>(STREAM_INFO_NUM_STARTED) == 1; }));
+            if (by_stop) {
+                ASSERT_TRUE(bench->stop());
+            }
+            ASSERT_FALSE(bench->stream->FlushQueue(ACQ_QUEUE_ALL_DISCARD).failed());
+            EXPECT_EQ(bench->info<uint64_t>(STREAM_INFO_NUM_DELIVERED), 0U);
+            EXPECT_EQ(bench->mine().size(), 5U);
+        }
+    }
+}
+
+// While the thread behind the mailbox is slow, only the newest frame waits for it; the others go back and are counted.
+TEST(Delivery, ASlowThreadBehindTheMailboxGetsTheNewestFrame) {
+    for (const bool flush : {false, true}) {
+        SCOPED_TRACE(testing::Message() << "flush " << flush);
+        auto bench = stream_bench::make({.can_resend = false});
+        ASSERT_NE(bench, nullptr);
+        for (int i = 0; i < 5; ++i) ASSERT_FALSE(bench->stream->QueueBuffer(bench->announce()).failed());
+        bench->use_dedicated_thread(true);
+        const feature<uint64_t> drops{dynamic_cast<IPort&>(*bench->stream), "TransformQueueDropCount"};
+        const auto slow = std::make_shared<blocking_sink>();
+        install_system_factory(nullptr, std::make_shared<spdlog::logger>("slow", slow), nullptr);
+        // The thread that delivers the last frame asked for says so in the log: there it is held.
+        ASSERT_FALSE(bench->stream->StartAcquisition(ACQ_START_FLAGS_DEFAULT, 1).failed());
+        bench->cam.send_frame(1);
+        EXPECT_TRUE(slow->wait_entered());
+        for (const uint16_t block : {2, 3, 4}) bench->cam.send_frame(block);
+        EXPECT_TRUE(reached([&] { return drops.get() == 2; }));
+        EXPECT_EQ(bench->info<uint64_t>(STREAM_INFO_NUM_DELIVERED), 1U);
+        if (flush) {
+            EXPECT_FALSE(bench->stream->FlushQueue(ACQ_QUEUE_ALL_DISCARD).failed());
+            EXPECT_EQ(bench->mine().size(), 5U) << "the mailbox still has one";
+        }
+        slow->let_go();
+        for (const uint64_t block : {1, 4}) {
+            const BUFFER_HANDLE handle = bench->next(flush ? 0 : long_enough_ms);
+            ASSERT_EQ(handle == nullptr, flush);
+            if (!flush) {
+                EXPECT_EQ(bench->info<uint64_t>(handle, BUFFER_INFO_FRAMEID), block);
+            }
+        }
+        EXPECT_TRUE(bench->all_accounted_for());
+        ASSERT_TRUE(bench->stop());
+        install_system_factory(nullptr, nullptr, nullptr);
+        EXPECT_EQ(drops.get(), 2U);
+        ASSERT_TRUE(bench->start());
+        EXPECT_EQ(drops.get(), 0U);
     }
 }
 

@@ -155,6 +155,17 @@ public:
         return value;
     }
 
+    // Opens the device's stream and its event; the one before is closed.
+    void open_stream() {
+        memory.clear();
+        DS_HANDLE handle = nullptr;
+        EXPECT_FALSE(device->OpenDataStream("Stream0", &handle).failed());
+        stream = dynamic_cast<IDataStream*>(static_cast<IHandleTarget*>(handle));
+        EVENT_HANDLE event_handle = nullptr;
+        auto* source = dynamic_cast<IEventSource*>(stream);
+        EXPECT_FALSE(source->RegisterEvent(EVENT_NEW_BUFFER, &event_handle).failed());
+        event = dynamic_cast<IEvent*>(static_cast<IHandleTarget*>(event_handle));
+    }
     BUFFER_HANDLE announce(size_t size = camera::payload_size) {
         auto block = std::make_unique<std::byte[]>(size);
         BUFFER_HANDLE handle = nullptr;
@@ -253,13 +264,7 @@ private:
         const Error error = device->init();
         EXPECT_FALSE(error.failed()) << error.message;
         if (error.failed()) return;
-        DS_HANDLE handle = nullptr;
-        EXPECT_FALSE(device->OpenDataStream("Stream0", &handle).failed());
-        stream = dynamic_cast<IDataStream*>(static_cast<IHandleTarget*>(handle));
-        EVENT_HANDLE event_handle = nullptr;
-        auto* source = dynamic_cast<IEventSource*>(stream);
-        EXPECT_FALSE(source->RegisterEvent(EVENT_NEW_BUFFER, &event_handle).failed());
-        event = dynamic_cast<IEvent*>(static_cast<IHandleTarget*>(event_handle));
+        open_stream();
     }
 
     const TransportLayerInfo library_info{"id", "Maker", "Model", "1.0", "GEV", "Display"};
