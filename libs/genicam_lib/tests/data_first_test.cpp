@@ -98,6 +98,34 @@ TEST(OverlappingRegisters, AWriteDuringAReadIsNotOvertaken) {
     }
 }
 
+// The address cannot be read at the moment when the register is invalidated: what was cached must not come back.
+TEST(OverlappingRegisters, AnInvalidationWithoutAnAddressIsNotLost) {
+    struct partly_broken_device final : IDevicePort {
+        result<std::size_t> read(int64_t address, std::span<std::byte> data, unsigned flags) override {
+            if (address == broken_at) return fail(genicam_errc::timeout);
+            return bytes.read(address, data, flags);
+        }
+        std::error_code write(int64_t address, std::span<const std::byte> data, unsigned flags) override {
+            return bytes.write(address, data, flags);
+        }
+        counting_device bytes;
+        int64_t broken_at = -1;
+    } device;
+    const auto doc = create_document(
+        "<R>" +
+        reg("IntReg", "Value", "<pAddress>Base</pAddress><Length>4</Length><pInvalidator>Trigger</pInvalidator>") +
+        int_reg("Base", 0x100, "<Cachable>NoCache</Cachable>") + int_reg("Trigger", 0x200) +
+        "<Port Name=\"Device\"/></R>");
+    ASSERT_THAT(doc->find<IPort>("Device")->bind(&device, 0), Passes());
+    auto* value = doc->find<IInteger>("Value");
+    EXPECT_THAT(value->get_val(0), Gives(0));
+    device.bytes.put(0, {1, 0, 0, 0});
+    device.broken_at = 0x100;
+    EXPECT_THAT(doc->find<IInteger>("Trigger")->set_val(1, 0), Passes());
+    device.broken_at = -1;
+    EXPECT_EQ(value->get_val(0), value->get_val(bypass_cache));
+}
+
 TEST(DataFirst, LimitsOfARegisterDoNotTouchItsAddress) {
     document sut{reg("IntReg", "I", "<pAddress>Gone</pAddress><Length>2</Length>") +
                  reg("MaskedIntReg", "M", "<pAddress>Gone</pAddress><LSB>31</LSB><MSB>28</MSB>") + int_reg("Gone", 0)};
@@ -136,6 +164,19 @@ TEST(DataFirst, ConvertersOverUnlimitedTargets) {
     EXPECT_THAT(sut.real("Real").get_min(0), Gives(std::numeric_limits<double>::lowest()));
     EXPECT_THAT(sut.integer("Twice").set_val(42, 0), Passes());
     EXPECT_THAT(sut.integer("T").get_val(0), Gives(21));
+}
+
+// A formula that has no result at its target's limit, here 0, gives no limit, and forbids no value that has one.
+TEST(DataFirst, ConvertersWithoutAResultAtALimitTakeWhatHasOne) {
+    for (const char* slope : {"", "<Slope>Decreasing</Slope>", "<Slope>Varying</Slope>"}) {
+        const document sut{reg("IntReg", "Raw", "<Address>0</Address><Length>4</Length>") +
+                           "<IntConverter Name=\"Rate\"><FormulaTo>1000000/TO</FormulaTo>"
+                           "<FormulaFrom>1000000/FROM</FormulaFrom><pValue>Raw</pValue>" +
+                           slope + "</IntConverter>"};
+        EXPECT_THAT(sut.integer("Raw").set_val(1, 0), Passes());
+        EXPECT_THAT(sut.integer("Rate").set_val(10, 0), Passes()) << slope;
+        EXPECT_THAT(sut.integer("Raw").get_val(0), Gives(100'000)) << slope;
+    }
 }
 
 TEST(DataFirst, ATextSplitByACommentIsOneText) {

@@ -98,6 +98,8 @@ result<converter_impl::converted_limit> converter_impl::from_target_limit(limit 
     // As a double it does not wrap, which is enough to tell on which side it lies.
     const tValue argument = extreme ? tValue{theirs->to_double()} : variables.coerced(*theirs);
     const auto converted = variables.exec_formula(formula_from, flags, argument);
+    // A formula without a result there, as 1000000/FROM at 0, gives no limit: every value that has one may be written.
+    if (!converted && converted.error() == genicam_errc::bad_formula) return fail(genicam_errc::not_implemented);
     if (!converted) return fail(converted.error());
     return converted_limit{*converted, extreme};
 }

@@ -32,7 +32,8 @@ std::span<register_cache::entry> register_cache::near(int64_t address, uint64_t 
     if (length == 0) return {};
     constexpr int64_t highest = std::numeric_limits<int64_t>::max();
     const uint64_t room = static_cast<uint64_t>(highest) - static_cast<uint64_t>(address);
-    const int64_t last = length - 1 > room ? highest : address + static_cast<int64_t>(length - 1);
+    const int64_t last =
+        length - 1 > room ? highest : static_cast<int64_t>(static_cast<uint64_t>(address) + (length - 1));
     const auto begin = std::ranges::lower_bound(entries, last, std::greater{}, &entry::address);
     // Entries are at most 8 bytes long: further down nothing reaches up into the range.
     const auto end = std::find_if(begin, entries.end(), [&](const entry& e) {

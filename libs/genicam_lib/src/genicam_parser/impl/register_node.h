@@ -20,12 +20,11 @@ public:
 
     void invalidate_register() final {
         if (access.port == nullptr) return;
-        // An address that cannot be told now cannot be found in the cache either.
         const auto range = get_address_and_length(0);
         if (range) {
             access.port->invalidate_range(range->address, range->length);
-        } else if (range.error() == genicam_errc::invalid_document) {
-            access.port->invalidate_all(); // the evaluation was cut off: the entry may be there
+        } else {
+            access.port->invalidate_all(); // the address could be told when the entry was made, and may be again
         }
     }
 
