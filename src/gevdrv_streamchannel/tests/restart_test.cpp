@@ -122,4 +122,23 @@ TYPED_TEST(restart_test, stragglers_of_the_round_before_stay_out_of_the_new_one)
     for (size_t i = 0; i < this->frames.size(); ++i) EXPECT_TRUE(this->bytes_right(i)) << i;
 }
 
+// One stray id far ahead loses nothing; frames that are missing in front of one that others follow are lost.
+TYPED_TEST(restart_test, a_jump_of_the_ids_counts_when_it_is_borne_out) {
+    constexpr uint64_t recovered = std::is_same_v<TypeParam, gvsp_recv_resend> ? 2 : 0;
+    for (const bool extended : {false, true}) {
+        for (const uint64_t far : {9U, 40U, 3000U, 60'000U, 65'400U}) {
+            for (const bool stray : {false, true}) {
+                SCOPED_TRACE(testing::Message() << far << ", extended " << extended << ", stray " << stray);
+                if (stray && far < 20) continue; // so near it is taken at its word
+                this->begin({.extended = extended});
+                for (uint64_t block = 1; block <= 3; ++block) this->whole(block);
+                this->send(far, 2);
+                for (uint64_t block = stray ? 4 : far + 1; block != (stray ? 7 : far + 4); ++block) this->whole(block);
+                EXPECT_EQ(this->receiver.get_statistics().skipped_frames, stray ? 0 : far - 4 - recovered);
+                this->receiver.flush(this->now);
+            }
+        }
+    }
+}
+
 } // namespace gev::streamchannel::impl

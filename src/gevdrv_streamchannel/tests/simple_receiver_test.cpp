@@ -84,9 +84,9 @@ TEST(SimpleReceiver, IdsWrapWithoutASkip) {
         std::vector<uint32_t> blocks;
         uint64_t skipped;
     };
-    for (const row& r :
-         {row{{65534, 65535, 1, 2}, 0}, row{{65535, 2}, 1}, row{{2, 6}, 3}, row{{65534, 3}, 3}, row{{65281, 65282}, 0},
-          row{{1023, 1024, 1025}, 0}, row{{65280, 65281, 65282}, 0}, row{{65535, 1, 1023, 1024}, 1021}}) {
+    for (const row& r : {row{{65534, 65535, 1, 2}, 0}, row{{65535, 2}, 1}, row{{2, 6}, 3}, row{{1, 4, 5, 7}, 3},
+                         row{{65534, 3}, 3}, row{{65281, 65282}, 0}, row{{1023, 1024, 1025}, 0},
+                         row{{65280, 65281, 65282}, 0}, row{{65535, 1, 1023, 1024}, 1021}}) {
         Bench bench;
         for (const uint32_t block : r.blocks) bench.whole(block);
         ASSERT_EQ(bench.frames.size(), r.blocks.size());
