@@ -118,8 +118,8 @@ bool gvsp_recv_resend::revoke_frame(const void* buffer) {
 }
 
 gvsp_recv_resend::block* gvsp_recv_resend::find(uint64_t block_id) noexcept {
-    for (size_t i = 0; i < open_count; ++i) {
-        if (open_blocks[i]->block_id == block_id) return open_blocks[i];
+    for (block* const each : std::span{open_blocks}.first(open_count)) {
+        if (each->block_id == block_id) return each;
     }
     return nullptr;
 }
@@ -320,8 +320,8 @@ void gvsp_recv_resend::run_timers(int64_t t, block& current) {
 int64_t gvsp_recv_resend::check_timers(uint64_t now) {
     const int64_t t = relative(now);
     int64_t wait = never;
-    for (size_t i = 0; i < open_count; ++i) {
-        block& current = *open_blocks[i];
+    for (block* const each : std::span{open_blocks}.first(open_count)) {
+        block& current = *each;
         if (current.state != block_state::open) continue;
         if (current.packets.complete()) {
             stats.skipped_frames += ids.completed(current.frame_id);
