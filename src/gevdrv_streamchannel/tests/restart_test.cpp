@@ -1,7 +1,5 @@
 // A camera that starts over within one stream, by its own commands: one rule for both receivers.
-#include "resend_bench.h"
-
-#include "gevdrv_streamchannel/packet_recv/gvsp_recv_simple.h"
+#include "both_receivers.h"
 
 namespace gev::streamchannel::impl {
 namespace {
@@ -9,32 +7,8 @@ namespace {
 using namespace test;
 
 template <class Receiver>
-struct restart_test : testing::Test, surroundings {
-    Receiver receiver{functions};
-    uint64_t now = 1'000'000;
-
-    void begin(const shape& with) {
-        start_over(with);
-        receiver.setup(wire.packet_size(), wire.frame_size());
-    }
-    void send(uint64_t block, uint32_t packet) { feed(receiver, now, packet_of(block, packet, wire)); }
-    void whole(uint64_t block, uint32_t lost = UINT32_MAX) {
-        for (uint32_t packet = 0; packet <= wire.trailer(); ++packet) {
-            if (packet != lost) send(block, packet);
-        }
-    }
-    void pass(uint64_t microseconds) {
-        for (const uint64_t end = now + microseconds; now < end; now += 1000) receiver.check_timers(now);
-    }
-};
-using receivers = testing::Types<gvsp_recv_resend, gvsp_recv_simple>;
-struct receiver_names {
-    template <class Receiver>
-    static std::string GetName(int) {
-        return std::is_same_v<Receiver, gvsp_recv_resend> ? "resend" : "simple";
-    }
-};
-TYPED_TEST_SUITE(restart_test, receivers, receiver_names);
+using restart_test = receiver_bench<Receiver>;
+TYPED_TEST_SUITE(restart_test, both_receivers, receiver_names);
 
 } // namespace
 
