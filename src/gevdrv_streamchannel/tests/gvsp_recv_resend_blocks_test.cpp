@@ -236,24 +236,6 @@ TEST_F(gvsp_recv_resend_blocks_test, frame_without_a_buffer_keeps_its_place_and_
     EXPECT_EQ(statistics(), (counts{2, 0, 0, 1, 0, 0})) << "only delivered frames count their resends";
 }
 
-TEST_F(gvsp_recv_resend_blocks_test, flush_returns_every_open_block_newest_first) {
-    send(1, {0, 1, 3});
-    whole(2);
-    send(3, {0});
-    receiver.flush(now + 5);
-    EXPECT_EQ(delivered(), (ids{3, 2, 1}));
-    EXPECT_EQ(flags(), (std::vector<uint32_t>{incomplete | flushed, flushed, incomplete | flushed}));
-    EXPECT_EQ(frames[0].end_time, now + 5);
-    EXPECT_EQ(statistics(), (counts{1, 2, 0, 0, 0, 0}));
-    receiver.flush(now);
-    send(3, {1, 2}); // flushed counts as delivered
-    pass(100'000);
-    EXPECT_EQ(taken, 3U);
-    EXPECT_TRUE(requests.empty());
-    whole(4);
-    EXPECT_EQ(delivered().back(), 4U);
-}
-
 TEST_F(gvsp_recv_resend_blocks_test, reset_starts_ids_and_times_again_and_keeps_the_counts) {
     for (uint64_t block = 1; block <= 3; ++block) whole(block);
     send(4, {0, 1, 3});

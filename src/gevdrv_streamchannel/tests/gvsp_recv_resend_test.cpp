@@ -83,12 +83,6 @@ TEST_F(gvsp_recv_resend_test, completed_range_is_left_with_a_word_only_when_it_w
     EXPECT_EQ(requests, (std::vector<request>{{1, 2, 2}, {1, 4, 5}})) << "the tail, overdue";
 }
 
-TEST_F(gvsp_recv_resend_test, separate_gaps_are_separate_ranges) {
-    send(1, {0, 2, 4, 5});
-    pass(16'666);
-    EXPECT_EQ(requests, (std::vector<request>{{1, 1, 1}, {1, 3, 3}}));
-}
-
 TEST_F(gvsp_recv_resend_test, number_of_sends_follows_the_parameter) {
     struct row {
         uint32_t max_retries;

@@ -16,12 +16,14 @@ TYPED_TEST_SUITE(receivers_test, both_receivers, receiver_names);
 TYPED_TEST(receivers_test, whole_frame_is_delivered_once_with_its_fields) {
     for (const bool extended : {false, true}) {
         this->begin({.extended = extended});
+        for (const uint32_t again : {0U, 1U, 1U, 1U}) this->send(1, again);
         this->whole(1);
         for (const uint32_t late : {0U, 2U, 5U}) this->send(1, late);
         ASSERT_EQ(this->frames.size(), 1U);
         const frame_info& info = this->frames[0];
         EXPECT_EQ(info.flags, extended ? frame_flags::extended_ids : 0U);
         EXPECT_EQ(info.filled_size, frame_size);
+        EXPECT_EQ(info.received_bytes, (std::is_same_v<TypeParam, gvsp_recv_resend> ? frame_size : 0U));
         EXPECT_EQ(info.expected_payload_size, frame_size);
         EXPECT_EQ(info.size_x, this->wire.payload);
         EXPECT_EQ(info.size_y, this->wire.count);
@@ -133,6 +135,7 @@ TYPED_TEST(receivers_test, flush_returns_every_open_frame_and_setup_starts_over)
     this->send(2, 0);
     for (int i = 0; i < 2; ++i) this->receiver.flush(this->now + 5);
     ASSERT_EQ(this->frames.size(), 2U);
+    EXPECT_EQ(this->delivered(), (std::vector<uint64_t>{2, 1})) << "newest first";
     for (const frame_info& frame : this->frames) {
         EXPECT_EQ(frame.flags, incomplete | frame_flags::flushed);
         EXPECT_EQ(frame.end_time, this->now + 5);
