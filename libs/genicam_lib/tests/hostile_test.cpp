@@ -118,6 +118,57 @@ TEST(Hostile, DoublingStatesEnd) {
     EXPECT_THAT(sut.integer("N0").get_val(0), Gives(1));
 }
 
+// Forty registers whose addresses take more steps than there are, and a node that invalidates them all at once: the
+// steps of one binding, one write or one event are those of all registers together.
+TEST(Hostile, RegistersInvalidatedTogetherShareTheirSteps) {
+    std::string nodes = int_reg("K24", 0, "<Cachable>NoCache</Cachable>") +
+                        int_reg("L24", 0, "<Cachable>NoCache</Cachable>") + "<Integer Name=\"N\"><pValue>C0</pValue>";
+    for (int i = 0; i < 40; ++i) nodes += "<pValueCopy>C" + std::to_string(i) + "</pValueCopy>";
+    nodes += "</Integer>";
+    for (int i = 0; i < 40; ++i) {
+        const std::string number = std::to_string(i);
+        nodes +=
+            "<Integer Name=\"C" + number + "\"><Value>0</Value></Integer>" +
+            int_reg("R" + number, 0, "<pAddress>K0</pAddress><pAddress>C" + number + "</pAddress><EventID>1</EventID>");
+    }
+    for (int i = 0; i < 24; ++i) {
+        for (const std::string row : {"K", "L"}) {
+            const std::string next = std::to_string(i + 1);
+            nodes += "<IntSwissKnife Name=\"" + row + std::to_string(i) + "\"><pVariable Name=\"A\">K" + next +
+                     "</pVariable><pVariable Name=\"B\">L" + next +
+                     "</pVariable><Formula>A+B</Formula></IntSwissKnife>";
+        }
+    }
+    document sut{nodes};
+    const auto reads_of = [&](auto&& access) {
+        sut.device.reads = 0;
+        access();
+        EXPECT_GT(sut.device.reads, 1000); // the addresses were asked for
+        return sut.device.reads;
+    };
+    constexpr int bound = impl::eval_scope::maximum_steps;
+    auto& port = sut.node<IPort>("Device");
+    port.unbind(0);
+    EXPECT_LT(reads_of([&] { EXPECT_THAT(port.bind(&sut.device, bind_flags::invalidate), Passes()); }), bound);
+    EXPECT_LT(reads_of([&] { EXPECT_THAT(sut.integer("N").set_val(1, 0), Passes()); }), bound);
+    EXPECT_LT(reads_of([&] { EXPECT_TRUE(sut.doc->apply_event(1, {})); }), bound);
+}
+
+// Where a text lies cannot be told once the steps are used up: then nothing that it may overlap stays cached.
+TEST(Hostile, ATextWhoseAddressCannotBeToldDropsAll) {
+    document sut{"<Integer Name=\"At\"><Value>0</Value></Integer>" +
+                 int_reg("Where", 16, "<Cachable>NoCache</Cachable>") + int_reg("Value", 0) +
+                 "<StringReg Name=\"Text\"><pAddress>Where</pAddress><Length>4</Length><pPort>Device</pPort>"
+                 "<pInvalidator>At</pInvalidator></StringReg>"};
+    sut.device.put(0, {1});
+    EXPECT_THAT(sut.integer("Value").get_val(0), Gives(1));
+    sut.device.put(0, {2});
+    sut.device.broken = true;
+    EXPECT_THAT(sut.integer("At").set_val(1, 0), Passes());
+    sut.device.broken = false;
+    EXPECT_THAT(sut.integer("Value").get_val(0), Gives(2));
+}
+
 TEST(Hostile, DeepButSoundChainsWork) {
     constexpr int depth = static_cast<int>(impl::eval_scope::maximum_depth) / 2;
     std::string nodes = "<Integer Name=\"N0\"><Value>5</Value></Integer>";

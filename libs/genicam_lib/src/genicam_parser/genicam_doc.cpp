@@ -1,5 +1,6 @@
 #include "genicam_doc.h"
 
+#include "impl/eval_scope.h"
 #include "impl/log.h"
 #include "impl/text_values.h"
 
@@ -122,6 +123,7 @@ document_info genicam_doc::get_document_info() const {
 bool genicam_doc::apply_event(uint64_t event_id, std::span<const std::byte> data) {
     const auto found = event_nodes.find(event_id);
     if (found == event_nodes.end()) return false;
+    const eval_scope one_access;
     for (IEval* node : found->second) {
         if (auto* port = node_cast<IPort>(node->as_inode())) {
             // A port bound to a device has logged its refusal; the other nodes get their event all the same.

@@ -6,11 +6,14 @@
 
 #include <GenICam/error.h>
 
+#include <utility>
+
 namespace GenICam::impl {
 
 struct eval_state {
     unsigned depth = 0;
     unsigned steps_left = 0;
+    unsigned pass_steps_left = 0; // of all passes of one access together, see eval_pass_scope
 };
 
 inline constinit thread_local eval_state current_eval{};
@@ -23,7 +26,7 @@ public:
     static constexpr unsigned maximum_steps = 1'000'000;
 
     eval_scope() noexcept : state(current_eval) {
-        if (state.depth++ == 0) state.steps_left = maximum_steps;
+        if (state.depth++ == 0) state.steps_left = state.pass_steps_left = maximum_steps;
         passed = state.depth <= maximum_depth && state.steps_left != 0;
         if (state.steps_left != 0) --state.steps_left;
     }
@@ -41,18 +44,32 @@ private:
     bool passed;
 };
 
-// A user's callback within an access, and the invalidation of a whole list of nodes, have steps of their own.
+// A user's callback within an access has steps of its own.
 class eval_callback_scope {
 public:
-    eval_callback_scope() noexcept : kept(current_eval.steps_left) {
-        current_eval.steps_left = eval_scope::maximum_steps;
+    eval_callback_scope() noexcept : kept(current_eval) {
+        current_eval.steps_left = current_eval.pass_steps_left = eval_scope::maximum_steps;
     }
-    ~eval_callback_scope() { current_eval.steps_left = kept; }
+    ~eval_callback_scope() { current_eval = kept; }
     eval_callback_scope(const eval_callback_scope&) = delete;
     eval_callback_scope& operator=(const eval_callback_scope&) = delete;
 
 private:
-    unsigned kept;
+    eval_state kept;
+};
+
+// A pass over a list of nodes, whose addresses are told to invalidate them. That must not use up the steps of the write
+// that causes it, so passes have steps of their own: as many for all passes of one access (an event, a binding, a value
+// with many copies) together.
+class eval_pass_scope {
+public:
+    eval_pass_scope() noexcept { std::swap(current_eval.steps_left, current_eval.pass_steps_left); }
+    ~eval_pass_scope() { std::swap(current_eval.steps_left, current_eval.pass_steps_left); }
+    eval_pass_scope(const eval_pass_scope&) = delete;
+    eval_pass_scope& operator=(const eval_pass_scope&) = delete;
+
+private:
+    eval_scope access; // the pass may be the outermost access itself
 };
 
 } // namespace GenICam::impl

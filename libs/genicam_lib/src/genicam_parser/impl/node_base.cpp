@@ -161,7 +161,7 @@ void node_base_data::collect_value_sources(std::vector<IEval*>& out) const {
 void node_base_data::invalidate() {
     const auto closure = event_closure.get(*this, closure_start::sources, *services);
     {
-        const eval_callback_scope steps;
+        const eval_pass_scope steps;
         for (IEval* node : closure) node->on_invalidate();
     }
     for (IEval* node : closure) node->notify_invalidated();
@@ -275,8 +275,7 @@ void node_base_with_users::add_user(IEval* node) {
 void node_base_impl_value::invalidate_dependents(bool skip_self) {
     const auto closure = value_closure.get(*this, closure_start::users, *services);
     {
-        // The addresses of a whole list are told: that must not use up the steps of the write.
-        const eval_callback_scope steps;
+        const eval_pass_scope steps;
         for (IEval* node : closure) {
             if (!skip_self || node != this) node->on_invalidate();
         }
