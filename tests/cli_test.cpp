@@ -59,7 +59,7 @@ TEST_F(CommandLine, WaitsForACommandAndSaysWhenItIsNotDone) {
     EXPECT_EQ(device.reads, 4);
     device.busy_reads = -1;
     EXPECT_EQ(refusal([&] { cli::wait_until_done(node("C"), 20ms); }),
-              "Command 'C' was sent and is not done after 20 ms.");
+              "Command 'C' was sent and is not done after 20 ms; --wait gives it more time.");
 }
 
 TEST_F(CommandLine, ALockedFeatureIsNotWritten) {

@@ -354,7 +354,8 @@ void wait_until_done(GenICam::INode& node, std::chrono::milliseconds longest) {
         if (*done) return;
         if (std::chrono::steady_clock::now() >= deadline) {
             throw std::runtime_error(
-                fmt::format("Command '{}' was sent and is not done after {} ms.", node.get_name(), longest.count()));
+                fmt::format("Command '{}' was sent and is not done after {} ms; --wait gives it more time.",
+                            node.get_name(), longest.count()));
         }
         std::this_thread::sleep_for(pause);
     }
