@@ -107,16 +107,24 @@ TEST(Port, ReadOnlyMemoryIsNeverWritten) {
 
 TEST(Port, ACopyIsIndependentOfTheCaller) {
     for (const bool by_document : {false, true}) {
-        const auto doc = unbound(int_reg("R", 0), by_document ? "<CacheChunkData>Yes</CacheChunkData>" : "");
+        const auto doc = unbound(int_reg("R", 0) + "<StringReg Name=\"T\"><Address>0</Address><Length>4</Length>"
+                                                   "<pPort>Device</pPort></StringReg>",
+                                 by_document ? "<CacheChunkData>Yes</CacheChunkData>" : "");
         auto* port = doc->find<IPort>("Device");
-        std::array<unsigned char, 4> memory{7, 0, 0, 0};
+        auto* text = doc->find<IString>("T");
+        std::array<unsigned char, 4> memory{'a', 0, 0, 0};
         ASSERT_THAT(port->bind(bytes_of(memory), by_document ? 0 : bind_flags::copy), Passes());
         memory[0] = 9;
-        EXPECT_THAT(doc->find<IInteger>("R")->get_val(0), Gives(7));
-        // A larger copy grows the buffer, and nothing is cached in front of it.
-        std::array<unsigned char, 64> larger{5};
+        EXPECT_THAT(doc->find<IInteger>("R")->get_val(0), Gives('a'));
+        EXPECT_THAT(text->get_val(0), Gives("a"));
+        // A larger copy grows the buffer, and nothing is cached in front of it, neither read nor written.
+        std::array<unsigned char, 64> larger{'b'};
         ASSERT_THAT(port->bind(bytes_of(larger), bind_flags::copy), Passes());
-        EXPECT_THAT(doc->find<IInteger>("R")->get_val(0), Gives(5));
+        EXPECT_THAT(doc->find<IInteger>("R")->get_val(0), Gives('b'));
+        EXPECT_THAT(text->get_val(0), Gives("b"));
+        EXPECT_THAT(text->set_val("c", 0), Passes());
+        ASSERT_THAT(port->bind(bytes_of(larger), bind_flags::copy), Passes());
+        EXPECT_THAT(text->get_val(0), Gives("b"));
     }
 }
 

@@ -218,7 +218,8 @@ void port_device_type::invalidate_text(text_entry& entry) {
 std::error_code port_device_type::read_text(CachingMode_t mode, text_entry& entry, int64_t address, std::string& text,
                                             unsigned flags) {
     const auto bytes = std::as_writable_bytes(std::span{text});
-    if (mode == CachingMode_t::NoCache || (flags & access_flags::bypass_cache))
+    if (mode == CachingMode_t::NoCache || (flags & access_flags::bypass_cache) ||
+        !cache_enabled.load(std::memory_order_relaxed))
         return read_whole(address, bytes, flags);
     uint64_t changes_before = 0;
     {
@@ -245,6 +246,10 @@ std::error_code port_device_type::read_text(CachingMode_t mode, text_entry& entr
 
 std::error_code port_device_type::write_text(CachingMode_t mode, text_entry& entry, int64_t address, std::string text,
                                              unsigned flags) {
+    if (!cache_enabled.load(std::memory_order_relaxed)) {
+        invalidate_text(entry);
+        return write(address, std::as_bytes(std::span{text}), flags);
+    }
     const bool here_only = (flags & access_flags::cache_only) != 0;
     const bool keep = here_only || (mode == CachingMode_t::WriteThrough && !(flags & access_flags::bypass_cache));
     const uint64_t changes_before = changes_so_far();
