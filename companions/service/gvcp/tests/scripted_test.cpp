@@ -134,6 +134,54 @@ TEST(scripted_camera, the_heartbeat_follows_its_register) {
     }
 }
 
+TEST(scripted_camera, callers_keep_their_time_whatever_the_heartbeat_waits_for) {
+    std::atomic<bool> mute = false;
+    camera cam{own_address(1), [&](camera& self, const camera::request& got) {
+                   if (got.is(command::write_reg, plain)) self.refuse(got, status::access_denied);
+                   return got.is(command::write_reg, plain) || (mute && got.is(command::read_reg, boot::privilege));
+               }};
+    cam.set(boot::heartbeat_timeout, 3'600'000); // a heartbeat waits for 20 minutes
+    cam.set(plain + 4, 8);
+    const auto device = open_scripted();
+    mute = true;
+    EXPECT_EQ(device->write_register(plain, 1), gigecam_errc::access_denied); // makes it ask at once
+    ASSERT_TRUE(eventually([&] { return cam.count(command::read_reg, boot::privilege) > 0; }));
+    auto done = std::async(std::launch::async, [&] {
+        EXPECT_EQ(device->read_register(plain + 4).value_or(0), 8U);
+        EXPECT_FALSE(device->write_register(boot::heartbeat_timeout, 3'000'000)) << "one of the heartbeat's own";
+    });
+    EXPECT_EQ(done.wait_for(std::chrono::seconds{20}), std::future_status::ready);
+    mute = false;
+    EXPECT_TRUE(eventually([&] { return cam.count(command::read_reg, boot::heartbeat_timeout) > 1; })) << "it asks on";
+    EXPECT_FALSE(device->is_lost());
+}
+
+TEST(scripted_camera, what_a_caller_is_answered_is_a_heartbeat) {
+    using clock = std::chrono::steady_clock;
+    constexpr auto interval = milliseconds{200};
+    std::atomic<bool> under_way = false;
+    std::atomic<int> too_soon = 0;
+    clock::time_point answered; // the camera's thread's, before the answer leaves
+    camera cam{own_address(1), [&](camera& self, const camera::request& got) {
+                   const bool heartbeat = got.is(command::read_reg, boot::privilege);
+                   if (heartbeat && under_way && clock::now() - answered < interval) ++too_soon;
+                   answered = clock::now();
+                   self.serve(got);
+                   return true;
+               }};
+    cam.set(boot::heartbeat_timeout, 3 * interval.count());
+    const auto device = open_scripted();
+    under_way = true;
+    for (int i = 0; i < 12; ++i) {
+        ASSERT_TRUE(device->read_register(plain));
+        std::this_thread::sleep_for(interval / 4);
+    }
+    const auto before = cam.count(command::read_reg, boot::privilege);
+    EXPECT_TRUE(eventually([&] { return cam.count(command::read_reg, boot::privilege) > before; }))
+        << "silence ends it";
+    EXPECT_EQ(too_soon, 0);
+}
+
 TEST(scripted_camera, another_controller_is_noticed_and_a_locked_register_is_none) {
     enum class taken { seen_by_write, silently_with_switchover, after_it_was_away };
     for (const auto how : {taken::seen_by_write, taken::silently_with_switchover, taken::after_it_was_away}) {
