@@ -52,6 +52,21 @@ protected:
         start(std::move(options));
         own->start_service();
     }
+    // The log goes to the error output, which the service has from this process.
+    void start_logged() {
+        start();
+        const int log_file = open((own->folder() / "log").c_str(), O_CREAT | O_WRONLY | O_APPEND | O_CLOEXEC, 0600);
+        const int error_output = dup(STDERR_FILENO);
+        dup2(log_file, STDERR_FILENO);
+        own->start_service();
+        dup2(error_output, STDERR_FILENO);
+        close(error_output);
+        close(log_file);
+    }
+    [[nodiscard]] std::string logged() const {
+        std::ifstream text{own->folder() / "log"};
+        return {std::istreambuf_iterator<char>{text}, {}};
+    }
     std::unique_ptr<raw_client> connect() {
         auto made = std::make_unique<raw_client>(own->folder());
         made->announce();
@@ -334,6 +349,7 @@ TEST_F(Hostile, NumbersAndObjectsAreBoundedAndComeBack) {
         numbers.insert(client->call(service, "get_interface_list_notification_id")->value());
     }
     EXPECT_EQ(numbers.size(), 2U) << "two instances, two numbers";
+    for (const uint32_t access : {0U, 4U}) EXPECT_EQ(open_camera(*client, access), 0U) << "there is no such access";
     const auto list = client->call(first, "enum_interfaces");
     const std::string id = list->bytes.substr(16, list->at<uint32_t>(12));
     const std::string parameters = wire_bytes{}.put_text(id).str();
@@ -364,30 +380,41 @@ TEST_F(Hostile, NumbersAndObjectsAreBoundedAndComeBack) {
 }
 
 TEST_F(Hostile, NamesStayOnTheirLineOfTheLog) {
-    start();
-    // The log goes to the error output, which the service has from this process.
-    const std::filesystem::path file = own->folder() / "log";
-    const int log_file = open(file.c_str(), O_CREAT | O_WRONLY | O_APPEND | O_CLOEXEC, 0600);
-    const int error_output = dup(STDERR_FILENO);
-    dup2(log_file, STDERR_FILENO);
-    own->start_service();
-    dup2(error_output, STDERR_FILENO);
-    close(error_output);
-    close(log_file);
+    start_logged();
     raw_client client{own->folder()};
     client.announce("evil\n[forged] line \x1b[31m");
     client.open_queues();
     static_cast<void>(client.call(0, "no\x1b[31mfunction\n[forged]"));
     client.close_socket();
     std::string log;
-    EXPECT_TRUE(eventually([&] {
-        std::ifstream text{file};
-        log.assign(std::istreambuf_iterator<char>{text}, {});
-        return log.find("left.") != std::string::npos;
-    }));
+    EXPECT_TRUE(eventually([&] { return (log = logged()).find("left.") != std::string::npos; }));
     EXPECT_EQ(log.find('\x1b'), std::string::npos);
     EXPECT_EQ(log.find("\n[forged]"), std::string::npos);
     EXPECT_NE(log.find("evil\\x0A[forged]"), std::string::npos) << log;
+}
+
+TEST_F(Hostile, LinesThatItCausesAreBoundedAndCounted) {
+    start_logged();
+    constexpr int calls = 3000;
+    auto client = connect();
+    const std::string no_interface = wire_bytes{}.put_text("none").str();
+    const auto ask = [&](raw_client& by, int times) {
+        const uint64_t service = by.object(0, "create_service_instance");
+        for (int i = 0; i < times; ++i) ASSERT_TRUE(by.call(service, "open_interface", no_interface));
+    };
+    ask(*client, calls);
+    for (int i = 0; i < 200; ++i) { // or each would begin anew
+        raw_client fleeting{own->folder()};
+        fleeting.announce();
+        fleeting.open_queues();
+        ask(fleeting, 1);
+    }
+    client.reset();
+    std::string log;
+    EXPECT_TRUE(eventually([&] { return (log = logged()).find("were left out") != std::string::npos; }));
+    EXPECT_NE(log.find("further ones are left out"), std::string::npos);
+    EXPECT_LT(std::ranges::count(log, '\n'), calls / 2) << "hundreds in ten seconds";
+    expect_served();
 }
 
 TEST_F(Hostile, AKilledServiceLeavesNamesAndTheNextOneRemovesThem) {
