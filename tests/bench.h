@@ -52,6 +52,10 @@ public:
     void spread_over(int camera_namespace, int consumer_namespace, const std::string& net);
 
     process& start_camera(std::vector<std::string> options = {});
+    // The service is to ask a camera that the test itself plays at this address.
+    void add_camera(size_t index) {
+        service_arguments.insert(service_arguments.end(), {"--discover", camera_address(index)});
+    }
     void start_service();
     // It looks for cameras on the interfaces of its network: for a namespace of the test's own.
     void start_service_by_broadcast();

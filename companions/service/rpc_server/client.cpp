@@ -110,11 +110,11 @@ void client::watch() {
     connection->shutdown();
     executor.reset();
     connection.reset();
-    // Said also when its own lines are used up.
+    // Said also when its own lines are used up, and before it how many more there were.
+    lines->whole->left_out += lines->left_out.exchange(0);
     counted.reset();
     const gds_helper::log::counted_lines of_user{lines->whole};
     logger().info("Client '{}' left.", name);
-    if (lines->left_out != 0) logger().warn("{} lines of {} were left out.", lines->left_out.load(), lines->source);
     has_gone = true;
     ended.set();
 }
