@@ -56,21 +56,6 @@ protected:
         start(std::move(options));
         own->start_service();
     }
-    // The log goes to the error output, which the service has from this process.
-    void start_logged() {
-        start();
-        const int log_file = open((own->folder() / "log").c_str(), O_CREAT | O_WRONLY | O_APPEND | O_CLOEXEC, 0600);
-        const int error_output = dup(STDERR_FILENO);
-        dup2(log_file, STDERR_FILENO);
-        own->start_service();
-        dup2(error_output, STDERR_FILENO);
-        close(error_output);
-        close(log_file);
-    }
-    [[nodiscard]] std::string logged() const {
-        std::ifstream text{own->folder() / "log"};
-        return {std::istreambuf_iterator<char>{text}, {}};
-    }
     std::unique_ptr<raw_client> connect() {
         auto made = std::make_unique<raw_client>(own->folder());
         made->announce();
@@ -381,44 +366,6 @@ TEST_F(Hostile, NumbersAndObjectsAreBoundedAndComeBack) {
     size_t objects = 0;
     while (hoarder->object(0, "create_service_instance") != 0) ++objects;
     EXPECT_EQ(objects, 1024U);
-    expect_served();
-}
-
-TEST_F(Hostile, NamesStayOnTheirLineOfTheLog) {
-    start_logged();
-    raw_client client{own->folder()};
-    client.announce("evil\n[forged] line \x1b[31m");
-    client.open_queues();
-    static_cast<void>(client.call(0, "no\x1b[31mfunction\n[forged]"));
-    client.close_socket();
-    std::string log;
-    EXPECT_TRUE(eventually([&] { return (log = logged()).find("left.") != std::string::npos; }));
-    EXPECT_EQ(log.find('\x1b'), std::string::npos);
-    EXPECT_EQ(log.find("\n[forged]"), std::string::npos);
-    EXPECT_NE(log.find("evil\\x0A[forged]"), std::string::npos) << log;
-}
-
-TEST_F(Hostile, LinesThatItCausesAreBoundedAndCounted) {
-    start_logged();
-    constexpr int calls = 3000;
-    auto client = connect();
-    const std::string no_interface = wire_bytes{}.put_text("none").str();
-    const auto ask = [&](raw_client& by, int times) {
-        const uint64_t service = by.object(0, "create_service_instance");
-        for (int i = 0; i < times; ++i) ASSERT_TRUE(by.call(service, "open_interface", no_interface));
-    };
-    ask(*client, calls);
-    EXPECT_NE(logged().find("further ones are left out"), std::string::npos);
-    client.reset();
-    EXPECT_TRUE(eventually([&] { return logged().find("were left out") != std::string::npos; }));
-    for (int i = 0; i < 400; ++i) { // or each would begin anew
-        raw_client fleeting{own->folder()};
-        fleeting.announce();
-        fleeting.open_queues();
-        ask(fleeting, 1);
-    }
-    const std::string log = logged();
-    EXPECT_LT(std::ranges::count(log, '\n'), 1000) << "hundreds in ten seconds";
     expect_served();
 }
 
