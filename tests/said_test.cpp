@@ -72,7 +72,7 @@ TEST_F(Said, WhatIsWrongWithOptionsAndFiles) {
         {ends, {"There is no group 'no-such-group'."}},
         {"ORV_GENTL_GEV_PROP_INIT=" + broken + ' ' + ends,
          {"Settings file '" + broken + "' is not used, it is no JSON"}},
-        {"ORV_GENTL_GEV_DEBUG_FILE=/no/such/log " + ends, {"Failed to open log file '/no/such/log'"}},
+        {"ORV_GENTL_GEV_DEBUG_FILE=" + broken + "/log " + ends, {"Failed to open log file '" + broken + "/log'"}},
         {ORV_BIN_DIR "/orv-gev-camera-sim --address " + own.camera_address(0), {"is there a camera already?"}},
         {camera + "--frame-rate 0", {"--frame-rate"}},
         {camera + "--loss 2", {"--loss"}},
