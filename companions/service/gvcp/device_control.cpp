@@ -139,6 +139,8 @@ device_control::session device_control::beat(milliseconds interval, bool refused
     const auto heard = channel->last_answer();
     control_channel::turn turn{*channel, interval, control_channel::turn::gives_way};
     if (!turn) return session::not_asked; // the request under way is as good
+    if (!refused && !times && clock::now() - channel->last_answer() < interval)
+        return session::alive; // so was the last
     const auto outcome_of = [&](const std::error_code& error) {
         if (error == std::errc::operation_canceled) return session::ended;
         if (error == make_error_code(gigecam_errc::access_denied) && privileged) return session::lost;
