@@ -150,6 +150,21 @@ void test_bench::start_service() {
     start_service(std::move(arguments));
 }
 
+void test_bench::start_logged_service() {
+    const int file = open((directory / "log").c_str(), O_CREAT | O_WRONLY | O_APPEND | O_CLOEXEC, 0600);
+    const int error_output = dup(STDERR_FILENO);
+    dup2(file, STDERR_FILENO);
+    start_service();
+    dup2(error_output, STDERR_FILENO);
+    close(error_output);
+    close(file);
+}
+
+std::string test_bench::logged() const {
+    std::ifstream text{directory / "log"};
+    return {std::istreambuf_iterator<char>{text}, {}};
+}
+
 void test_bench::start_service_by_broadcast() {
     if (consumer_side < 0) throw std::logic_error("a broadcast would leave the machine");
     start_service(std::vector<std::string>{});

@@ -52,7 +52,14 @@ public:
     void spread_over(int camera_namespace, int consumer_namespace, const std::string& net);
 
     process& start_camera(std::vector<std::string> options = {});
+    // The service is to ask a camera that the test itself plays at this address.
+    void add_camera(size_t index) {
+        service_arguments.insert(service_arguments.end(), {"--discover", camera_address(index)});
+    }
     void start_service();
+    // With its log in a file instead of on this process's error output.
+    void start_logged_service();
+    [[nodiscard]] std::string logged() const;
     // It looks for cameras on the interfaces of its network: for a namespace of the test's own.
     void start_service_by_broadcast();
     void stop_service(int signal_number);

@@ -3,12 +3,16 @@
 #include "bench.h"
 #include "raw_client.h"
 
+#include "../companions/service/gvcp/tests/scripted_camera.h"
+
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
 #include <fcntl.h>
 #include <grp.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -334,6 +338,8 @@ TEST_F(Hostile, NumbersAndObjectsAreBoundedAndComeBack) {
         numbers.insert(client->call(service, "get_interface_list_notification_id")->value());
     }
     EXPECT_EQ(numbers.size(), 2U) << "two instances, two numbers";
+    auto unclear = connect();
+    for (const uint32_t access : {0U, 4U}) EXPECT_EQ(open_camera(*unclear, access), 0U) << "there is no such access";
     const auto list = client->call(first, "enum_interfaces");
     const std::string id = list->bytes.substr(16, list->at<uint32_t>(12));
     const std::string parameters = wire_bytes{}.put_text(id).str();
@@ -363,31 +369,58 @@ TEST_F(Hostile, NumbersAndObjectsAreBoundedAndComeBack) {
     expect_served();
 }
 
-TEST_F(Hostile, NamesStayOnTheirLineOfTheLog) {
-    start();
-    // The log goes to the error output, which the service has from this process.
-    const std::filesystem::path file = own->folder() / "log";
-    const int log_file = open(file.c_str(), O_CREAT | O_WRONLY | O_APPEND | O_CLOEXEC, 0600);
-    const int error_output = dup(STDERR_FILENO);
-    dup2(log_file, STDERR_FILENO);
+// Ended by the order of things, not by the time limit: then names would be left.
+TEST_F(Hostile, TheEndWaitsForNoWebServerAndNoSearch) {
+    // A camera whose document lies on a web server that takes connections and says nothing.
+    start({"--document-http"});
+    const uint32_t address = *gige::parse_address(own->camera_address(0));
+    const int server = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in place{AF_INET, 0, {htonl(address)}, {}};
+    ASSERT_EQ(bind(server, reinterpret_cast<const sockaddr*>(&place), sizeof place), 0);
+    ASSERT_EQ(listen(server, 4), 0);
+    socklen_t size = sizeof place;
+    ASSERT_EQ(getsockname(server, reinterpret_cast<sockaddr*>(&place), &size), 0);
+    gvcp_master::scripted_camera camera{address};
+    camera.set_text(gige::gvcp::reg::first_url,
+                    "http://" + gige::to_string(gige::endpoint{address, ntohs(place.sin_port)}) + "/cam.xml", 512);
+    own->add_camera(0);
     own->start_service();
-    dup2(error_output, STDERR_FILENO);
-    close(error_output);
-    close(log_file);
-    raw_client client{own->folder()};
-    client.announce("evil\n[forged] line \x1b[31m");
-    client.open_queues();
-    static_cast<void>(client.call(0, "no\x1b[31mfunction\n[forged]"));
-    client.close_socket();
-    std::string log;
-    EXPECT_TRUE(eventually([&] {
-        std::ifstream text{file};
-        log.assign(std::istreambuf_iterator<char>{text}, {});
-        return log.find("left.") != std::string::npos;
-    }));
-    EXPECT_EQ(log.find('\x1b'), std::string::npos);
-    EXPECT_EQ(log.find("\n[forged]"), std::string::npos);
-    EXPECT_NE(log.find("evil\\x0A[forged]"), std::string::npos) << log;
+    auto client = connect();
+    const uint64_t device = open_camera(*client, 2);
+    ASSERT_NE(device, 0U);
+    ASSERT_TRUE(client->send_call(device, "get_url_info_list"));
+    const int asked = accept4(server, nullptr, nullptr, SOCK_CLOEXEC);
+    ASSERT_GE(asked, 0);
+    const auto left = names();
+    EXPECT_FALSE(left.empty());
+    own->service().signal(SIGTERM);
+    EXPECT_TRUE(eventually([&] { return !own->service().running(); }));
+    EXPECT_EQ(own->service().wait(), 0);
+    for (const std::string& name : left) EXPECT_FALSE(std::filesystem::exists("/dev/shm/" + name)) << name;
+    close(asked);
+    close(server);
+
+    // The signal is there before the service: it is blocked, and stays so over the start of the program.
+    int output[2];
+    ASSERT_EQ(pipe2(output, O_CLOEXEC), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        sigset_t end;
+        sigemptyset(&end);
+        sigaddset(&end, SIGTERM);
+        sigprocmask(SIG_BLOCK, &end, nullptr);
+        raise(SIGTERM);
+        dup2(output[1], STDOUT_FILENO);
+        execl(ORV_BIN_DIR "/orv-gentl-gev-service", "orv-gentl-gev-service", "--no-networks", nullptr);
+        _exit(99);
+    }
+    close(output[1]);
+    char said = 0;
+    EXPECT_EQ(read(output[0], &said, 1), 0) << "it was ready for nobody";
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    close(output[0]);
 }
 
 TEST_F(Hostile, AKilledServiceLeavesNamesAndTheNextOneRemovesThem) {

@@ -21,6 +21,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <thread>
 
 namespace {
 
@@ -100,13 +101,16 @@ int run(const program_options& given) {
             fmt::format("Cannot listen as '{}': {}", server_options.pipe_name, server.error().message()));
     }
     // The first scan is over when we say so, so that a consumer that waited for the line finds what is there.
-    static_cast<void>(core->discovery().scan(std::chrono::seconds{2}));
-    fmt::print("ready {}/{}\n", directory->path, server_options.pipe_name);
-    std::fflush(stdout);
-
+    std::thread first_scan{[&] {
+        static_cast<void>(core->discovery().scan(std::chrono::seconds{2}, core->stop_token()));
+        if (core->stop_token().stop_requested()) return;
+        fmt::print("ready {}/{}\n", directory->path, server_options.pipe_name);
+        std::fflush(stdout);
+    }};
     end.wait();
     service::termination::end_within(end_time);
     core->stop(); // calls that wait for a camera end now
+    first_scan.join();
     return 0;
 }
 

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <vector>
 
 namespace gvcp_master {
 
@@ -39,9 +38,7 @@ void receive_acks(const gige::udp_socket& socket, clock::time_point until, auto 
     }
 }
 
-std::unexpected<std::error_code> without_address() {
-    return std::unexpected(std::make_error_code(std::errc::network_unreachable));
-}
+std::error_code without_address() { return std::make_error_code(std::errc::network_unreachable); }
 
 uint16_t fresh_id() {
     const auto ticks = static_cast<uint16_t>(clock::now().time_since_epoch().count() >> 8);
@@ -52,7 +49,7 @@ uint16_t fresh_id() {
 
 std::error_code force_ip(const gige::network_interface& through, uint64_t mac, uint32_t address, uint32_t mask,
                          uint32_t gateway, std::chrono::milliseconds timeout) {
-    if (through.subnets.empty()) return without_address().error();
+    if (through.subnets.empty()) return without_address();
     const auto socket = open_socket();
     if (!socket) return socket.error();
     std::array<std::byte, gvcp::header_size + gvcp::force_ip_size> datagram{};
@@ -97,20 +94,16 @@ std::error_code force_ip(const gige::network_interface& through, uint64_t mac, u
     return result;
 }
 
-std::expected<std::size_t, std::error_code> send_action(const gige::network_interface& through,
-                                                        const action_command& action,
-                                                        std::optional<std::chrono::milliseconds> wait) {
+std::error_code send_action(const gige::network_interface& through, const action_command& action) {
     if (through.subnets.empty()) return without_address();
     const auto socket = open_socket();
-    if (!socket) return std::unexpected(socket.error());
+    if (!socket) return socket.error();
     std::array<std::byte, gvcp::header_size + 20> datagram{};
     const uint16_t length = action.time ? 20 : 12;
-    const uint16_t id = fresh_id();
     // Whether a time follows is not the caller's to say.
     const auto flags =
-        static_cast<uint8_t>((action.flags & ~gvcp::flag::scheduled) | (wait ? gvcp::flag::acknowledge : 0) |
-                             (action.time ? gvcp::flag::scheduled : 0));
-    gvcp::store_command(datagram.data(), {flags, gvcp::command::action, length, id});
+        static_cast<uint8_t>((action.flags & ~gvcp::flag::scheduled) | (action.time ? gvcp::flag::scheduled : 0));
+    gvcp::store_command(datagram.data(), {flags, gvcp::command::action, length, fresh_id()});
     std::byte* body = &datagram[gvcp::header_size];
     gige::store32(body, action.device_key);
     gige::store32(body + 4, action.group_key);
@@ -118,18 +111,8 @@ std::expected<std::size_t, std::error_code> send_action(const gige::network_inte
     if (action.time) gige::store64(body + 12, *action.time);
     const auto& net = through.subnets.front();
     const uint32_t target = through.loopback ? net.broadcast() : 0xFFFFFFFF;
-    if (const auto failed = socket->send({target, gvcp::port}, std::span{datagram}.first(gvcp::header_size + length),
-                                         {through.index, net.address}))
-        return std::unexpected(failed);
-    std::vector<uint32_t> done;
-    if (wait)
-        receive_acks(*socket, clock::now() + *wait, [&](const gvcp::ack_header& ack, const gige::endpoint& from) {
-            const bool ours =
-                ack.request_id == id && ack.code == gvcp::command::action_ack && ack.result == gvcp::status::success;
-            if (ours && std::ranges::find(done, from.address) == done.end()) done.push_back(from.address);
-            return false;
-        });
-    return done.size();
+    return socket->send({target, gvcp::port}, std::span{datagram}.first(gvcp::header_size + length),
+                        {through.index, net.address});
 }
 
 } // namespace gvcp_master

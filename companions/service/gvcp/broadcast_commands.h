@@ -5,7 +5,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <expected>
 #include <optional>
 #include <system_error>
 
@@ -25,10 +24,8 @@ struct action_command {
     uint8_t flags{};                // further flags of the command, such as gvcp::flag::acknowledge
 };
 
-// One datagram, by limited broadcast: a camera that got it twice would act twice. With `wait` the number of cameras
-// that acknowledged with success in that time, without it 0 at once.
-[[nodiscard]] std::expected<std::size_t, std::error_code>
-send_action(const gige::network_interface& through, const action_command& action,
-            std::optional<std::chrono::milliseconds> wait = {});
+// One datagram, by limited broadcast: a camera that got it twice would act twice. Acknowledges that the flags ask for
+// are not collected: anybody could send any number of them.
+[[nodiscard]] std::error_code send_action(const gige::network_interface& through, const action_command& action);
 
 } // namespace gvcp_master

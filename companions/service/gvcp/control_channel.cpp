@@ -13,6 +13,10 @@ using clock = std::chrono::steady_clock;
 
 namespace {
 
+constexpr milliseconds longest_timeout{600'000};
+// Well beyond what a camera on a network of its own takes to answer.
+constexpr milliseconds give_way_after{50};
+
 std::error_code error_of(gvcp::status result) {
     return {static_cast<int>(0x80000000U | static_cast<uint16_t>(result)), gds_shared::gigecam_error_category()};
 }
@@ -52,47 +56,96 @@ clock::time_point control_channel::last_answer() const noexcept {
     return clock::time_point{clock::duration{answered_at.load()}};
 }
 
-std::expected<std::size_t, std::error_code> control_channel::transact(gvcp::command code,
-                                                                      std::span<const std::byte> body,
-                                                                      std::span<std::byte> answer,
-                                                                      milliseconds timeout) {
+control_channel::turn::turn(control_channel& wanted, milliseconds timeout)
+    : channel{wanted}, began{clock::now()}, time{std::min(timeout, longest_timeout)}, yields{false} {
+    std::unique_lock lock{channel.mutex};
+    const auto is_free = [this] { return !channel.taken && !channel.heartbeat_waits; };
+    if (!is_free()) {
+        ++channel.callers;
+        channel.called.wake();
+        const auto at_most = began + std::max(time, channel.times.pending);
+        auto until = began + time;
+        while (!channel.changed.wait_until(lock, until, is_free)) {
+            // A camera that asked for patience is waited for; else nobody could do anything meanwhile.
+            const auto now = clock::now();
+            if (channel.last_answer() <= now || now >= at_most) break;
+            until = std::min(channel.last_answer() + channel.times.attempt, at_most);
+        }
+        if (--channel.callers == 0) channel.called.drain();
+        if (!is_free()) return;
+        if (until != began + time) began = clock::now();
+    }
+    had = channel.taken = true;
+}
+
+control_channel::turn::turn(control_channel& wanted, milliseconds timeout, gives_way_tag)
+    : channel{wanted}, began{clock::now()}, time{std::min(timeout, longest_timeout)}, yields{true} {
+    std::unique_lock lock{channel.mutex};
+    channel.heartbeat_waits = true;
+    had = channel.changed.wait_until(lock, began + time, [this] { return !channel.taken; });
+    channel.heartbeat_waits = false;
+    if (had)
+        channel.taken = true;
+    else
+        channel.changed.notify_all();
+}
+
+control_channel::turn::~turn() {
+    if (!had) return;
+    {
+        const std::lock_guard guard{channel.mutex};
+        channel.taken = false;
+    }
+    channel.changed.notify_all();
+}
+
+std::expected<std::size_t, std::error_code>
+control_channel::turn::transact(gvcp::command code, std::span<const std::byte> body, std::span<std::byte> answer) {
     if (body.size() > gvcp::max_body) return std::unexpected(make_error_code(gigecam_errc::invalid_parameter));
-    const std::lock_guard guard{mutex};
+    if (!had) return std::unexpected(make_error_code(gigecam_errc::timeout));
     std::array<std::byte, gvcp::max_datagram> request;
-    const uint16_t id = next_id();
+    const uint16_t id = channel.next_id();
     gvcp::store_command(request.data(), {gvcp::flag::acknowledge, code, static_cast<uint16_t>(body.size()), id});
     std::ranges::copy(body, &request[gvcp::header_size]);
     const auto sent = std::span{request}.first(gvcp::header_size + body.size());
 
     const auto expected_code = static_cast<gvcp::command>(static_cast<uint16_t>(code) + 1);
     std::array<std::byte, gvcp::max_datagram + 64> buffer;
-    const auto began = clock::now();
-    auto give_up = began + std::min(timeout, milliseconds{600'000});
-    const auto at_most = std::max(give_up, began + times.pending);
-    const std::array handles{socket.native(), cancelled.native()};
+    auto give_up = began + time;
+    const auto at_most = std::max(give_up, began + channel.times.pending);
+    const auto overdue = yields ? clock::now() + give_way_after : clock::time_point::max();
     for (;;) {
         // A port that just closed refuses once; the camera may be starting again.
-        if (const auto error = socket.send(peer, sent); error && error != std::errc::connection_refused)
+        if (const auto error = channel.socket.send(channel.peer, sent); error && error != std::errc::connection_refused)
             return std::unexpected(error);
-        auto resend = std::min(give_up, clock::now() + times.attempt);
-        while (const auto ready = gige::wait_readable(handles, resend)) {
+        auto resend = std::min(give_up, clock::now() + channel.times.attempt);
+        for (;;) {
+            const bool waits_for_callers = clock::now() >= overdue;
+            const auto until = waits_for_callers ? resend : std::min(resend, overdue);
+            const auto ready = gige::wait_readable(std::array{channel.socket.native(), channel.cancelled.native(),
+                                                              waits_for_callers ? channel.called.native() : -1},
+                                                   until);
+            if (ready == 0 && until == resend) break;
+            if (ready == 0) continue;
             if (ready & 2) return std::unexpected(std::make_error_code(std::errc::operation_canceled));
+            if (ready & 4) return std::unexpected(std::make_error_code(std::errc::resource_unavailable_try_again));
             // However many answers of the right id come that end nothing.
             if (clock::now() >= at_most) return std::unexpected(make_error_code(gigecam_errc::timeout));
             gige::endpoint from;
-            const auto size = socket.receive(buffer, from);
+            const auto size = channel.socket.receive(buffer, from);
             const auto ack = size ? gvcp::parse_ack(std::span{buffer}.first(*size)) : std::nullopt;
-            if (!ack || from != peer || ack->request_id != id) { // perhaps a late answer to an earlier request
-                if (clock::now() >= resend) break;               // however many come
+            if (!ack || from != channel.peer || ack->request_id != id) { // perhaps a late answer to an earlier request
+                if (clock::now() >= resend) break;                       // however many come
                 continue;
             }
-            answered_at = clock::now().time_since_epoch().count();
+            channel.answered_at = clock::now().time_since_epoch().count();
             const auto content = std::span{buffer}.subspan(gvcp::header_size, ack->length);
             if (ack->code == gvcp::command::pending_ack) {
                 if (content.size() < 4) continue;
                 // The camera works on it: no repetition until its own time is up.
                 resend = std::min(at_most, clock::now() + milliseconds{gige::load16(&content[2])});
-                give_up = std::min(at_most, std::max(give_up, resend + times.attempt));
+                give_up = std::min(at_most, std::max(give_up, resend + channel.times.attempt));
+                channel.answered_at = resend.time_since_epoch().count();
                 continue;
             }
             if (ack->result != gvcp::status::success) return std::unexpected(error_of(ack->result));
@@ -102,6 +155,24 @@ std::expected<std::size_t, std::error_code> control_channel::transact(gvcp::comm
         }
         if (clock::now() >= give_up) return std::unexpected(make_error_code(gigecam_errc::timeout));
     }
+}
+
+std::expected<uint32_t, std::error_code> control_channel::turn::read_register(uint32_t address) {
+    std::array<std::byte, 4> body;
+    gige::store32(body.data(), address);
+    std::array<std::byte, 4> answer;
+    const auto size = transact(gvcp::command::read_reg, body, answer);
+    if (!size) return std::unexpected(size.error());
+    if (*size < 4) return std::unexpected(make_error_code(gigecam_errc::parsing_ack_packet_failed));
+    return gige::load32(answer.data());
+}
+
+std::error_code control_channel::turn::write_register(uint32_t address, uint32_t value) {
+    std::array<std::byte, 8> body;
+    gige::store32(&body[0], address);
+    gige::store32(&body[4], value);
+    const auto size = transact(gvcp::command::write_reg, body, {});
+    return size ? std::error_code{} : size.error();
 }
 
 std::error_code control_channel::send_only(gvcp::command code, uint8_t flags, std::span<const std::byte> body) {
@@ -117,7 +188,7 @@ std::error_code control_channel::read_block(uint32_t address, std::span<std::byt
     gige::store32(&body[0], address);
     gige::store16(&body[6], static_cast<uint16_t>(to.size()));
     std::array<std::byte, gvcp::max_body> answer;
-    const auto size = transact(gvcp::command::read_mem, body, answer, timeout);
+    const auto size = turn{*this, timeout}.transact(gvcp::command::read_mem, body, answer);
     if (!size) return size.error();
     if (*size < 4 + to.size() || gige::load32(answer.data()) != address)
         return make_error_code(gigecam_errc::parsing_ack_packet_failed);
@@ -129,26 +200,17 @@ std::error_code control_channel::write_block(uint32_t address, std::span<const s
     std::array<std::byte, gvcp::max_body> body;
     gige::store32(body.data(), address);
     std::ranges::copy(from, &body[4]);
-    const auto size = transact(gvcp::command::write_mem, std::span{body}.first(4 + from.size()), {}, timeout);
+    const auto size =
+        turn{*this, timeout}.transact(gvcp::command::write_mem, std::span{body}.first(4 + from.size()), {});
     return size ? std::error_code{} : size.error();
 }
 
 std::expected<uint32_t, std::error_code> control_channel::read_register(uint32_t address, milliseconds timeout) {
-    std::array<std::byte, 4> body;
-    gige::store32(body.data(), address);
-    std::array<std::byte, 4> answer;
-    const auto size = transact(gvcp::command::read_reg, body, answer, timeout);
-    if (!size) return std::unexpected(size.error());
-    if (*size < 4) return std::unexpected(make_error_code(gigecam_errc::parsing_ack_packet_failed));
-    return gige::load32(answer.data());
+    return turn{*this, timeout}.read_register(address);
 }
 
 std::error_code control_channel::write_register(uint32_t address, uint32_t value, milliseconds timeout) {
-    std::array<std::byte, 8> body;
-    gige::store32(&body[0], address);
-    gige::store32(&body[4], value);
-    const auto size = transact(gvcp::command::write_reg, body, {}, timeout);
-    return size ? std::error_code{} : size.error();
+    return turn{*this, timeout}.write_register(address, value);
 }
 
 } // namespace gvcp_master

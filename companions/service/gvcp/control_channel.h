@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <expected>
 #include <memory>
 #include <mutex>
@@ -28,12 +29,37 @@ public:
     [[nodiscard]] static std::expected<std::unique_ptr<control_channel>, std::error_code>
     open(gige::endpoint device, gige::endpoint local, timing chosen);
 
-    // Sends, waits up to `timeout` for the acknowledge and copies its body to `answer`; the count is the body's length,
-    // which may be more than fitted. One request at a time: callers wait for each other.
-    [[nodiscard]] std::expected<std::size_t, std::error_code> transact(gige::gvcp::command code,
-                                                                       std::span<const std::byte> body,
-                                                                       std::span<std::byte> answer,
-                                                                       milliseconds timeout);
+    // Cameras take one request at a time. A turn is the right to make one, or several that nobody else's come between.
+    class turn final {
+    public:
+        // Waits no longer than `timeout`, which the requests made in it share; what a camera asked another's request to
+        // be patient for does not count.
+        turn(control_channel& wanted, milliseconds timeout);
+        // The heartbeat's: goes before callers that wait, and gives way to them when its answer is overdue; its request
+        // then ends with std::errc::resource_unavailable_try_again.
+        struct gives_way_tag {};
+        static constexpr gives_way_tag gives_way{};
+        turn(control_channel& wanted, milliseconds timeout, gives_way_tag);
+        ~turn();
+        turn(const turn&) = delete;
+        turn& operator=(const turn&) = delete;
+        [[nodiscard]] explicit operator bool() const noexcept { return had; } // false: not within the time
+
+        // Sends, waits for the acknowledge and copies its body to `answer`; the count is the body's length, which may
+        // be more than fitted.
+        [[nodiscard]] std::expected<std::size_t, std::error_code>
+        transact(gige::gvcp::command code, std::span<const std::byte> body, std::span<std::byte> answer);
+        [[nodiscard]] std::expected<uint32_t, std::error_code> read_register(uint32_t address);
+        [[nodiscard]] std::error_code write_register(uint32_t address, uint32_t value);
+
+    private:
+        using time_point = std::chrono::steady_clock::time_point;
+        control_channel& channel;
+        time_point began;
+        const milliseconds time;
+        const bool yields;
+        bool had = false;
+    };
 
     // Requests end with std::errc::operation_canceled, the one under way and all later ones, until they may go on.
     void cancel() noexcept;
@@ -52,7 +78,7 @@ public:
 
     [[nodiscard]] gige::endpoint device() const noexcept { return peer; }
     [[nodiscard]] gige::endpoint local() const { return socket.local(); }
-    // When the camera last answered anything.
+    // When the camera last answered anything; where it asked for patience, the time until which it did.
     [[nodiscard]] std::chrono::steady_clock::time_point last_answer() const noexcept;
 
 private:
@@ -63,9 +89,15 @@ private:
     const gige::endpoint peer;
     const timing times;
     gige::waker cancelled; // awake for as long as it is
-    std::mutex mutex;      // one transaction
+    gige::waker called;    // awake for as long as callers wait
     std::atomic<uint16_t> last_id{};
     std::atomic<int64_t> answered_at{}; // steady clock ticks
+
+    std::mutex mutex; // guards what follows
+    std::condition_variable changed;
+    bool taken = false;
+    bool heartbeat_waits = false;
+    unsigned callers = 0; // that wait
 };
 
 } // namespace gvcp_master

@@ -30,7 +30,8 @@ std::expected<std::unique_ptr<device_control>, std::error_code> device_control::
                                          {.attempt = chosen.attempt, .pending = chosen.pending});
     if (!channel) return std::unexpected(channel.error());
     std::unique_ptr<device_control> opened{new device_control{std::move(chosen), std::move(*channel)}};
-    opened->on_stop.emplace(opened->chosen.stop, [self = opened.get()] { self->channel->cancel(); });
+    opened->on_cancel.emplace(opened->cancelled(), [self = opened.get()] { self->channel->cancel(); });
+    opened->on_stop.emplace(opened->chosen.stop, [self = opened.get()] { self->cancel(); });
     if (const auto error = opened->take_privilege()) return std::unexpected(error);
     opened->thread = std::thread{[self = opened.get()] { self->run_heartbeat(); }};
     return opened;
@@ -57,7 +58,7 @@ std::error_code device_control::take_privilege() {
         if (const auto now = channel->read_register(reg::control_configuration, default_timeout))
             (void)channel->write_register(reg::control_configuration, *now | bits::pending_ack_on, default_timeout);
     }
-    read_heartbeat_timeout();
+    if (const auto now = channel->read_register(reg::heartbeat_timeout, default_timeout)) take_heartbeat_timeout(*now);
     return {};
 }
 
@@ -78,15 +79,9 @@ std::error_code device_control::claim(uint32_t wanted) {
     return error;
 }
 
-// Cameras round it, so it is read back.
-void device_control::read_heartbeat_timeout() {
-    const auto timeout = channel->read_register(reg::heartbeat_timeout, default_timeout);
-    if (!timeout) return;
-    {
-        const std::lock_guard guard{mutex};
-        heartbeat = milliseconds{std::clamp(*timeout, shortest_heartbeat_ms, longest_heartbeat_ms)};
-    }
-    changed.notify_all();
+void device_control::take_heartbeat_timeout(uint32_t ms) {
+    const std::lock_guard guard{mutex};
+    heartbeat = milliseconds{std::clamp(ms, shortest_heartbeat_ms, longest_heartbeat_ms)};
 }
 
 device_control::~device_control() {
@@ -96,6 +91,7 @@ device_control::~device_control() {
     }
     changed.notify_all();
     on_stop.reset();
+    on_cancel.reset();
     channel->cancel(); // a heartbeat that waits for its answer
     if (thread.joinable()) thread.join();
     channel->go_on();
@@ -111,65 +107,75 @@ void device_control::run_heartbeat() {
     for (;;) {
         // Any answered request is a heartbeat.
         const auto interval = heartbeat / 3;
-        changed.wait_until(lock, channel->last_answer() + interval,
-                           [&] { return quit || doubtful || heartbeat / 3 != interval; });
+        const bool asked = changed.wait_until(lock, channel->last_answer() + interval,
+                                              [&] { return quit || doubtful || times_written; });
         if (quit || lost_flag) return;
-        if (!doubtful && clock::now() - channel->last_answer() < heartbeat / 3) continue;
-        const auto now = heartbeat / 3;
+        if (!asked && clock::now() - channel->last_answer() < interval) continue;
+        const bool refused = std::exchange(doubtful, false);
+        const bool times = std::exchange(times_written, false);
         lock.unlock();
-        const bool alive = beat(now);
-        if (!alive) {
+        const auto found = beat(interval, refused, times);
+        const bool silent = clock::now() - channel->last_answer() >= 3 * interval;
+        if (found == session::lost || (found == session::unanswered && silent)) {
             report_loss();
             return;
         }
         lock.lock();
+        if (found == session::alive) continue;
+        // The questions stay. Callers that were given way to come first, and a socket that fails at once must not turn
+        // this into a busy loop.
+        doubtful = doubtful || refused;
+        times_written = times_written || times;
+        const auto has_quit = [this] { return quit; };
+        if (found == session::ended)
+            changed.wait(lock, has_quit);
+        else
+            changed.wait_for(lock, std::min(chosen.attempt, interval), has_quit);
     }
 }
 
-bool device_control::beat(milliseconds interval) {
+// All in one turn: what callers write to these registers meanwhile is not undone.
+device_control::session device_control::beat(milliseconds interval, bool refused, bool times) {
     const auto heard = channel->last_answer();
-    bool refused = false;
-    {
-        const std::lock_guard guard{mutex};
-        refused = std::exchange(doubtful, false);
+    control_channel::turn turn{*channel, interval, control_channel::turn::gives_way};
+    if (!turn) return session::not_asked; // the request under way is as good
+    if (!refused && !times && clock::now() - channel->last_answer() < interval)
+        return session::alive; // so was the last
+    const auto outcome_of = [&](const std::error_code& error) {
+        if (error == std::errc::operation_canceled) return session::ended;
+        if (error == make_error_code(gigecam_errc::access_denied) && privileged) return session::lost;
+        const bool answered = !error || (error.category() == gds_shared::gigecam_error_category() &&
+                                         error != make_error_code(gigecam_errc::timeout));
+        return answered ? session::alive : session::unanswered;
+    };
+    const auto held = turn.read_register(reg::privilege);
+    if (!held) return outcome_of(held.error()); // denied when it is exclusively another's
+    if (times) {
+        // Cameras round it, so it is read back.
+        const auto now = turn.read_register(reg::heartbeat_timeout);
+        if (!now) return outcome_of(now.error());
+        take_heartbeat_timeout(*now);
     }
-    // Otherwise what a consumer writes to these registers meanwhile would be undone.
-    std::unique_lock registers{session_registers};
-    const auto held = channel->read_register(reg::privilege, interval);
-    if (held) {
-        if (!privileged) return true;
-        if ((*held & (bits::exclusive | bits::control)) == 0) return false; // it restarted or missed us
-        const bool changed_hands = *held != std::exchange(last_privilege, *held);
-        const bool was_away = channel->last_answer() - heard > interval + interval / 2;
-        const bool open_to_others = (*held & bits::switchover) != 0;
-        return !(refused || changed_hands || was_away || open_to_others) || still_ours(*held);
+    if (!privileged) return session::alive;
+    if ((*held & (bits::exclusive | bits::control)) == 0) return session::lost; // it restarted or missed us
+    const bool changed_hands = *held != last_privilege;
+    const bool was_away = channel->last_answer() - heard > interval + interval / 2;
+    const bool open_to_others = (*held & bits::switchover) != 0;
+    if (refused || changed_hands || was_away || open_to_others) {
+        const auto outcome = outcome_of(write_as_controller(turn, *held));
+        if (outcome != session::alive) return outcome;
     }
-    registers.unlock();
-    if (held.error() == std::errc::operation_canceled) {
-        std::unique_lock lock{mutex};
-        changed.wait(lock, [this] { return quit; });
-        return true;
-    }
-    if (privileged && held.error() == make_error_code(gigecam_errc::access_denied))
-        return false; // exclusively another's
-    if (clock::now() - channel->last_answer() >= 3 * interval) return false;
-    // A socket that fails at once must not turn this into a busy loop.
-    std::unique_lock lock{mutex};
-    changed.wait_for(lock, milliseconds{10}, [this] { return quit; });
-    return true;
+    last_privilege = *held;
+    return session::alive;
 }
 
 // Anyone may read the privilege, and another's looks like ours. Only the controller may write: something that changes
 // nothing is written.
-bool device_control::still_ours(uint32_t privilege) {
-    std::error_code error;
-    if ((privilege & bits::switchover) == 0) {
-        error = channel->write_register(reg::privilege, privilege, default_timeout);
-    } else if (const auto timeout = channel->read_register(reg::heartbeat_timeout, default_timeout)) {
-        // Writing the privilege would take it back from one who has it by right.
-        error = channel->write_register(reg::heartbeat_timeout, *timeout, default_timeout);
-    }
-    return error != make_error_code(gigecam_errc::access_denied);
+std::error_code device_control::write_as_controller(control_channel::turn& turn, uint32_t privilege) {
+    if ((privilege & bits::switchover) == 0) return turn.write_register(reg::privilege, privilege);
+    // Writing the privilege would take it back from one who has it by right.
+    const auto timeout = turn.read_register(reg::heartbeat_timeout);
+    return timeout ? turn.write_register(reg::heartbeat_timeout, *timeout) : timeout.error();
 }
 
 void device_control::report_loss() {
@@ -216,14 +222,13 @@ template <class Write>
 std::error_code device_control::guarded(uint64_t address, std::size_t size, Write write) {
     const auto covers = [&](uint32_t at) { return address < at + 4 && at < address + size; };
     const bool times = covers(reg::heartbeat_timeout);
-    std::unique_lock lock{session_registers, std::defer_lock};
-    if (times || covers(reg::privilege)) lock.lock();
     const auto error = write();
-    if (!error && times) read_heartbeat_timeout();
-    if (privileged && error == make_error_code(gigecam_errc::access_denied)) {
+    const bool refused = privileged && error == make_error_code(gigecam_errc::access_denied);
+    if (times || refused) {
         {
             const std::lock_guard guard{mutex};
-            doubtful = true;
+            times_written = times_written || times;
+            doubtful = doubtful || refused;
         }
         changed.notify_all();
     }

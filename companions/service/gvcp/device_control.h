@@ -66,7 +66,9 @@ public:
 
     // Requests that wait end, later ones are refused: for an object whose owner is gone and that is about to be
     // destroyed. Any thread.
-    void cancel() noexcept { channel->cancel(); }
+    void cancel() noexcept { cancelling.request_stop(); }
+    // Cancelled, or stopped: for what is done on behalf of the camera beside its control channel.
+    [[nodiscard]] std::stop_token cancelled() const noexcept { return cancelling.get_token(); }
 
     [[nodiscard]] uint32_t capability() const noexcept {
         return control_capability;
@@ -83,14 +85,15 @@ private:
     [[nodiscard]] std::error_code take_privilege();
     [[nodiscard]] std::error_code claim(uint32_t wanted);
     void run_heartbeat();
-    [[nodiscard]] bool beat(milliseconds interval); // false: lost
-    [[nodiscard]] bool still_ours(uint32_t privilege);
+    enum class session { alive, lost, unanswered, not_asked, ended };
+    [[nodiscard]] session beat(milliseconds interval, bool refused, bool times);
+    [[nodiscard]] static std::error_code write_as_controller(control_channel::turn& turn, uint32_t privilege);
     void report_loss();
     [[nodiscard]] std::error_code write_words(uint64_t address, std::span<const std::byte> from, milliseconds timeout);
-    // Around every write: keeps ours out of the session's own registers, and learns from the outcome.
+    // Around every write: the heartbeat learns from the outcome.
     template <class Write>
     [[nodiscard]] std::error_code guarded(uint64_t address, std::size_t size, Write write);
-    void read_heartbeat_timeout();
+    void take_heartbeat_timeout(uint32_t ms);
     [[nodiscard]] std::error_code check_range(uint64_t address, std::size_t size) const;
 
     const options chosen;
@@ -98,16 +101,19 @@ private:
     uint32_t control_capability = 0;
     bool privileged = false; // we hold it
     std::atomic<bool> lost_flag{};
-    std::mutex session_registers; // taken by writes to privilege and heartbeat time-out, the heartbeat's own among them
-    uint32_t last_privilege = 0;  // the heartbeat thread's
+    uint32_t last_privilege = 0; // the heartbeat thread's
 
     std::mutex mutex; // the members up to the thread
     std::condition_variable changed;
     milliseconds heartbeat{3000};
-    bool doubtful = false; // a write was refused: is control still ours?
+    bool doubtful = false;      // a write was refused: is control still ours?
+    bool times_written = false; // the heartbeat time-out may be another
     bool quit = false;
     std::thread thread;
-    std::optional<std::stop_callback<std::function<void()>>> on_stop;
+    std::stop_source cancelling;
+    using on_request = std::stop_callback<std::function<void()>>;
+    std::optional<on_request> on_cancel; // ends the channel's requests
+    std::optional<on_request> on_stop;   // cancels
 };
 
 } // namespace gvcp_master

@@ -169,7 +169,7 @@ std::expected<std::string, std::error_code> fetch_document(device_control& camer
         break;
     case url_scheme::http:
         if (!policy.http) return forbidden;
-        content = fetch_http(from.name, camera.device().address, milliseconds{10'000});
+        content = fetch_http(from.name, camera.device().address, milliseconds{10'000}, camera.cancelled());
         break;
     }
     if (!content) return content;

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -55,9 +56,9 @@ fetch_document(device_control& camera, const document_url& from, const document_
                                                                           std::string_view name);
 
 // GET over plain HTTP, no redirects, no names: the host of the URL must be `only_host`, as numbers. The whole exchange
-// is over within `timeout`.
+// is over within `timeout`, and with std::errc::operation_canceled when it is stopped.
 [[nodiscard]] std::expected<std::string, std::error_code> fetch_http(std::string_view url, uint32_t only_host,
-                                                                     milliseconds timeout);
+                                                                     milliseconds timeout, std::stop_token stop = {});
 
 inline constexpr std::size_t max_document = 64U << 20;
 inline constexpr milliseconds document_time{120'000};

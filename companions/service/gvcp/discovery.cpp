@@ -59,12 +59,12 @@ std::vector<discovery::found_interface> discovery::list() const {
     return result;
 }
 
-bool discovery::scan(std::chrono::milliseconds timeout) {
+bool discovery::scan(std::chrono::milliseconds timeout, std::stop_token stop) {
     std::unique_lock lock{mutex};
     asked = true;
     const uint64_t wanted = scans_started + 1;
     wakeup.wake();
-    return scanned.wait_for(lock, timeout, [&] { return scans_done >= wanted; });
+    return scanned.wait_for(lock, std::move(stop), timeout, [&] { return scans_done >= wanted; });
 }
 
 void discovery::control_given_back(uint64_t mac) {
@@ -189,12 +189,14 @@ void discovery::ask_privilege(heard& device) {
 void discovery::receive_until(clock::time_point until, bool end_when_asked) {
     const std::array handles{wakeup.native(), socket.native()};
     for (;;) {
+        auto wait_until = until;
         {
             const std::lock_guard guard{mutex};
             if (quit || (end_when_asked && asked)) return; // perhaps since before the wait
+            if (end_when_asked && has_to_tell()) wait_until = std::min(until, may_tell);
         }
-        const auto ready = gige::wait_readable(handles, until);
-        if (ready == 0) return;
+        const auto ready = gige::wait_readable(handles, wait_until);
+        if (ready == 0 && wait_until == until) return;
         if (ready & 1) wakeup.drain();
         if (ready & 2) receive_all();
         if (end_when_asked) tell();        // came late, is listed at once
@@ -305,23 +307,31 @@ void discovery::drop_silent_ones() {
     }
 }
 
+bool discovery::has_to_tell() const {
+    return interfaces_changed || !changed_with_them.empty() || std::ranges::any_of(entries, &entry::changed);
+}
+
 void discovery::tell() {
     std::vector<std::string> changed;
     std::vector<std::string> vanished;
     bool interfaces = false;
     {
         const std::lock_guard guard{mutex};
-        for (auto& each : entries)
-            if (std::exchange(each.changed, false)) changed.push_back(each.network.name);
         vanished.swap(gone);
-        interfaces = std::exchange(interfaces_changed, false);
+        changed_with_them.insert(changed_with_them.end(), vanished.begin(), vanished.end());
+        if (clock::now() >= may_tell && has_to_tell()) {
+            changed.swap(changed_with_them);
+            for (auto& each : entries)
+                if (std::exchange(each.changed, false)) changed.push_back(each.network.name);
+            interfaces = std::exchange(interfaces_changed, false);
+        }
     }
     if (told.interface_gone)
         for (const auto& name : vanished) told.interface_gone(name);
     if (interfaces && told.interfaces_changed) told.interfaces_changed();
-    changed.insert(changed.end(), vanished.begin(), vanished.end());
     if (told.devices_changed)
         for (const auto& name : changed) told.devices_changed(name);
+    if (interfaces || !changed.empty()) may_tell = clock::now() + between_changes;
 }
 
 } // namespace gvcp_master

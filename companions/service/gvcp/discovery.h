@@ -11,6 +11,7 @@
 #include <deque>
 #include <functional>
 #include <mutex>
+#include <stop_token>
 #include <string>
 #include <thread>
 #include <vector>
@@ -45,6 +46,8 @@ public:
         std::function<void(const std::string& text)> log{}; // with a lock held: must not call back
     };
     static constexpr std::size_t most_devices = 512; // of one interface; anybody on the network can invent more
+    // Between two calls that tell of changed lists, however often they change; the last change is always told.
+    static constexpr std::chrono::milliseconds between_changes{250};
 
     // Throws std::system_error when the system gives no socket.
     discovery(options chosen, notifications told);
@@ -53,8 +56,9 @@ public:
     discovery& operator=(const discovery&) = delete;
 
     [[nodiscard]] std::vector<found_interface> list() const;
-    // Waits for a scan that begins after the call; false when it did not end within `timeout`.
-    [[nodiscard]] bool scan(std::chrono::milliseconds timeout);
+    // Waits for a scan that begins after the call; false when it did not end within `timeout`, or before the wait was
+    // stopped.
+    [[nodiscard]] bool scan(std::chrono::milliseconds timeout, std::stop_token stop = {});
     // Control was given back here: what the last scan saw of it is old.
     void control_given_back(uint64_t mac);
 
@@ -82,6 +86,7 @@ private:
     void take_discovery(const device_record& device, unsigned interface_index, uint16_t id);
     void take_privilege(const gige::endpoint& from, uint16_t id, const gige::gvcp::ack_header& ack,
                         std::span<const std::byte> body);
+    [[nodiscard]] bool has_to_tell() const; // under the mutex
     [[nodiscard]] entry* home_of(const device_record& device, unsigned interface_index);
     void drop_silent_ones();
     void tell();
@@ -94,11 +99,13 @@ private:
     gige::waker wakeup;
     uint16_t last_id = 0;
     std::deque<uint16_t> scan_ids; // of the latest scans
+    clock::time_point may_tell{};  // the scanning thread's
 
     mutable std::mutex mutex;
-    std::condition_variable scanned;
-    std::vector<entry> entries; // changed by the scanning thread alone, but for `controlled` and `asked`
-    std::vector<std::string> gone;
+    std::condition_variable_any scanned;
+    std::vector<entry> entries;    // changed by the scanning thread alone, but for `controlled` and `asked`
+    std::vector<std::string> gone; // their end is to be told
+    std::vector<std::string> changed_with_them; // the change of their lists
     bool interfaces_changed = false;
     uint64_t scans_started = 0;
     uint64_t scans_done = 0;

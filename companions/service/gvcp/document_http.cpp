@@ -11,7 +11,9 @@
 
 #include <algorithm>
 #include <charconv>
+#include <functional>
 #include <optional>
+#include <utility>
 
 namespace gvcp_master {
 
@@ -42,29 +44,34 @@ std::optional<address_parts> split(std::string_view url) {
     return parts;
 }
 
-// Every step of the exchange ends by one deadline.
+// Every step of the exchange ends by one deadline, or when it is stopped.
 class exchange {
 public:
-    explicit exchange(milliseconds timeout) : deadline{std::chrono::steady_clock::now() + timeout} {}
+    exchange(milliseconds timeout, std::stop_token stopped)
+        : deadline{std::chrono::steady_clock::now() + timeout}, stop{std::move(stopped)}, on_stop{stop, [this] {
+                                                                                                      context.stop();
+                                                                                                  }} {}
 
     template <class Start>
     [[nodiscard]] std::error_code step(Start start) {
-        std::error_code result = make_error_code(gds_shared::gigecam_errc::timeout);
+        std::optional<std::error_code> result;
         start([&](std::error_code error, auto...) {
             // Clients know the system's own category only.
             if (error.category() == asio::error::get_system_category())
                 error.assign(error.value(), std::system_category());
             result = error;
         });
-        context.restart();
-        context.run_until(deadline);
-        if (!context.stopped()) { // the handler is still to come
-            std::error_code ignored;
-            socket.close(ignored);
+        context.restart(); // undoes a stop that came before
+        if (!stop.stop_requested()) context.run_until(deadline);
+        if (result) return *result;
+        std::error_code ignored;
+        socket.close(ignored);
+        while (!result) { // the handler is still to come, and a stop may come before it
+            context.restart();
             context.run();
-            return make_error_code(gds_shared::gigecam_errc::timeout);
         }
-        return result;
+        return stop.stop_requested() ? std::make_error_code(std::errc::operation_canceled)
+                                     : make_error_code(gds_shared::gigecam_errc::timeout);
     }
 
     asio::io_context context;
@@ -72,6 +79,8 @@ public:
 
 private:
     const std::chrono::steady_clock::time_point deadline;
+    const std::stop_token stop;
+    const std::stop_callback<std::function<void()>> on_stop; // last: it uses the context at once
 };
 
 struct header_lines {
@@ -109,13 +118,14 @@ std::optional<header_lines> parse_headers(std::string_view text) {
 
 } // namespace
 
-std::expected<std::string, std::error_code> fetch_http(std::string_view url, uint32_t only_host, milliseconds timeout) {
+std::expected<std::string, std::error_code> fetch_http(std::string_view url, uint32_t only_host, milliseconds timeout,
+                                                       std::stop_token stop) {
     const auto failed = [](std::errc why) { return std::unexpected(std::make_error_code(why)); };
     const auto parts = split(url);
     if (!parts) return failed(std::errc::invalid_argument);
     if (parts->host != gige::to_string(only_host)) return failed(std::errc::operation_not_permitted);
 
-    exchange with{timeout};
+    exchange with{timeout, std::move(stop)};
     const asio::ip::tcp::endpoint peer{asio::ip::address_v4{only_host}, parts->port};
     if (const auto error = with.step([&](auto done) { with.socket.async_connect(peer, done); }))
         return std::unexpected(error);

@@ -79,6 +79,7 @@ std::error_code device_object::init(ipc_rpc::open_access access) {
         chosen.patient = true; // whoever has it is not of this service, perhaps of one that was killed
     }
     chosen.lost = [this](std::error_code) {
+        const gds_helper::log::counted_lines counted{lines};
         logger().warn("{} is lost.", gige::to_string(record.address));
         let_go();
         lost_number->raise();
@@ -123,6 +124,7 @@ void device_object::take_event(std::span<const std::byte> packet) {
         message.payload.assign(packet.begin(), packet.end());
         events.push_back(std::move(message));
     }
+    const gds_helper::log::counted_lines counted{lines};
     if (first_loss)
         logger().warn("Events of {} are dropped: {} wait for a client that does not fetch them.",
                       gige::to_string(record.address), ipc_rpc::limits::most_events);

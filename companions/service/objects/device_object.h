@@ -6,6 +6,7 @@
 #include "../gvcp/device_control.h"
 #include "../gvcp/message_receiver.h"
 
+#include <gds_helper/line_budget.h>
 #include <ipc_rpc/catalogue.h>
 
 #include <atomic>
@@ -53,6 +54,7 @@ private:
     std::shared_ptr<service_core> core;
     std::shared_ptr<client_session> session;
     const gvcp_master::device_record record;
+    const std::shared_ptr<gds_helper::log::line_budget> lines = gds_helper::log::counted_lines::current();
     std::atomic<bool> holds{false};
     std::shared_ptr<client_session::device_seat> seat;
     std::shared_ptr<client_session::number> lost_number;

@@ -138,7 +138,7 @@ std::expected<void, std::error_code> interface_object::force_ip(uint64_t mac, ui
     if (const auto error = gvcp_master::force_ip(interface->network, mac, address, mask, gateway)) {
         return std::unexpected(error);
     }
-    static_cast<void>(core->discovery().scan(scan_time)); // so that the list has the new address
+    static_cast<void>(core->discovery().scan(scan_time, core->stop_token())); // so that the list has the new address
     return {};
 }
 
@@ -152,11 +152,11 @@ std::expected<void, std::error_code> interface_object::send_action(uint32_t devi
     std::error_code failed = std::make_error_code(std::errc::no_such_device);
     for (const auto& entry : core->discovery().list()) {
         if (!all_interfaces && entry.network.name != name) continue;
-        if (const auto sent = gvcp_master::send_action(entry.network, action)) {
-            done = true;
-        } else {
-            failed = sent.error();
+        if (const auto error = gvcp_master::send_action(entry.network, action)) {
+            failed = error;
             gds_helper::log::main_logger().warn("No action by {}: {}", entry.network.name, failed.message());
+        } else {
+            done = true;
         }
     }
     if (!done) return std::unexpected(failed);

@@ -1,5 +1,6 @@
 #include "service_core.h"
 
+#include <gds_helper/line_budget.h>
 #include <gds_helper/log.h>
 
 #include <spdlog/logger.h>
@@ -25,7 +26,11 @@ service_core::service_core(options given) : chosen(std::move(given)), noted_port
         for (const auto& entry : users)
             if (const auto user = entry.lock()) user->interface_gone();
     };
-    told.log = [](const std::string& text) { gds_helper::log::main_logger().info("{}", text); };
+    told.log = [lines = std::make_shared<gds_helper::log::line_budget>(
+                    "the search for cameras", ipc_rpc::limits::most_lines_of_network)](const std::string& text) {
+        const gds_helper::log::counted_lines counted{lines};
+        gds_helper::log::main_logger().info("{}", text);
+    };
     finder = std::make_unique<gvcp_master::discovery>(chosen.discovery, std::move(told));
 }
 

@@ -51,12 +51,16 @@ std::optional<std::string> unannounced::announced_name() {
 }
 
 client::client(unannounced from, std::string announced, object_function_table_root table,
-               std::shared_ptr<byte_budget> user_bytes, platform::stop_event& when_ended)
+               std::shared_ptr<byte_budget> user_bytes, const std::shared_ptr<gds_helper::log::line_budget>& user_lines,
+               platform::stop_event& when_ended)
     : channel(std::move(from.channel)),
       who(from.who),
       name(gds_helper::printable(announced)),
-      ended(when_ended),
-      executor(make_executor_thread_pool("srv-exec-", limits::threads_per_client)) {
+      lines(std::make_shared<gds_helper::log::line_budget>(fmt::format("process {}", who.process_id),
+                                                           limits::most_lines, user_lines)),
+      ended(when_ended) {
+    const gds_helper::log::counted_lines counted{lines}; // and those of its threads
+    executor = make_executor_thread_pool("srv-exec-", limits::threads_per_client);
     ipc_instance::create_params params;
     params.receive = std::move(from.receive);
     params.send = std::move(from.send);
@@ -94,6 +98,7 @@ client::~client() {
 
 void client::watch() {
     gds_helper::set_thread_name("srv-ipccon");
+    std::optional<gds_helper::log::counted_lines> counted{lines};
     try {
         see_end();
     } catch (const std::exception& failure) {
@@ -105,6 +110,10 @@ void client::watch() {
     connection->shutdown();
     executor.reset();
     connection.reset();
+    // Said also when its own lines are used up, and before it how many more there were.
+    lines->whole->left_out += lines->left_out.exchange(0);
+    counted.reset();
+    const gds_helper::log::counted_lines of_user{lines->whole};
     logger().info("Client '{}' left.", name);
     has_gone = true;
     ended.set();

@@ -1,6 +1,7 @@
 // One client process: first somebody who has connected, then a client with its threads.
 #pragma once
 
+#include <gds_helper/line_budget.h>
 #include <impl/ipc_instance.h>
 #include <platform.h>
 
@@ -41,7 +42,8 @@ class client final {
 public:
     // `ended` is set once the client has gone. Throws what there is no memory or thread for.
     client(unannounced from, std::string announced, ipc_rpc::object_function_table_root table,
-           std::shared_ptr<ipc_rpc::byte_budget> user_bytes, ipc_rpc::platform::stop_event& ended);
+           std::shared_ptr<ipc_rpc::byte_budget> user_bytes,
+           const std::shared_ptr<gds_helper::log::line_budget>& user_lines, ipc_rpc::platform::stop_event& ended);
     ~client();
 
     void end() noexcept { stop.set(); } // does not wait
@@ -55,6 +57,7 @@ private:
     std::unique_ptr<ipc_rpc::platform::named_pipe_channel> channel;
     const ipc_rpc::platform::peer_identity who;
     const std::string name; // fit for the log
+    const std::shared_ptr<gds_helper::log::line_budget> lines;
     ipc_rpc::platform::stop_event& ended;
     ipc_rpc::platform::stop_event stop;
     std::shared_ptr<ipc_rpc::executor_thread_pool_interface> executor;

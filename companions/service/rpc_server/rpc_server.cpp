@@ -2,11 +2,13 @@
 
 #include "client.h"
 
+#include <gds_helper/line_budget.h>
 #include <gds_helper/log.h>
 #include <gds_helper/process.h>
 #include <ipc_rpc/leftovers.h>
 #include <ipc_rpc/limits.h>
 
+#include <fmt/format.h>
 #include <spdlog/logger.h>
 
 #include <algorithm>
@@ -47,6 +49,8 @@ private:
 
     void accept_clients() {
         gds_helper::set_thread_name("srv-accept");
+        const gds_helper::log::counted_lines counted{
+            std::make_shared<gds_helper::log::line_budget>("those who connect", limits::most_lines_at_socket)};
         while (!stop.is_set()) {
             try {
                 wait_once();
@@ -89,14 +93,15 @@ private:
 
     void hear(unannounced& entry) {
         if (auto name = entry.announced_name()) {
-            clients.emplace_back(std::move(entry), std::move(*name), make_table(), bytes_of(entry.identity().user_id),
+            const std::uint32_t user = entry.identity().user_id;
+            clients.emplace_back(std::move(entry), std::move(*name), make_table(), bytes_of(user), lines_of(user),
                                  client_ended);
         }
     }
 
     void accept_one() {
-        auto accepted = listener->accept([](const platform::peer_identity& who) {
-            logger().warn("Process {} of user {} was turned away.", who.process_id, who.user_id);
+        auto accepted = listener->accept([](const platform::peer_identity& who, std::error_code why) {
+            logger().warn("Process {} of user {} was turned away: {}", who.process_id, who.user_id, why.message());
         });
         if (!accepted) {
             logger().error("Accepting clients failed: {}", accepted.error().message());
@@ -125,6 +130,15 @@ private:
         return found;
     }
 
+    // Kept: who comes and goes all the time must not begin anew each time.
+    const std::shared_ptr<gds_helper::log::line_budget>& lines_of(std::uint32_t user) {
+        auto& found = lines[user];
+        if (!found)
+            found = std::make_shared<gds_helper::log::line_budget>(fmt::format("user {}", user),
+                                                                   limits::most_lines_of_user);
+        return found;
+    }
+
     const options chosen;
     const std::function<object_function_table_root()> make_table;
     const std::unique_ptr<platform::named_pipe_listener> listener;
@@ -134,6 +148,7 @@ private:
     std::list<unannounced> waiting;
     std::list<client> clients;
     std::map<std::uint32_t, std::weak_ptr<byte_budget>> budgets;
+    std::map<std::uint32_t, std::shared_ptr<gds_helper::log::line_budget>> lines;
     std::thread thread;
 };
 

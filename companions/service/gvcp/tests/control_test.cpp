@@ -93,7 +93,7 @@ TEST(gvcp_control, waits_as_long_as_the_camera_asks_for) {
     options.faults.pending_every = 1;
     options.faults.pending_ms = 1200;
     const auto cam = start(options);
-    const auto device = open(*cam, {.access = access_mode::read_only, .attempt = milliseconds{2000}});
+    const auto device = open(*cam, {.access = access_mode::read_only, .attempt = milliseconds{1000}});
     ASSERT_TRUE(device);
     const auto before = cam->stats();
     EXPECT_EQ(device->read_register(sim::sensor_width, milliseconds{1000}).value_or(0), 320U)

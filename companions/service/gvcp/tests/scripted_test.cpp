@@ -2,6 +2,7 @@
 #include "scripted_camera.h"
 #include "test_cameras.h"
 
+#include <gvcp/device_document.h>
 #include <gvcp/discovery.h>
 #include <gvcp/message_receiver.h>
 
@@ -88,7 +89,9 @@ TEST(scripted_camera, answers_that_are_not_ours_are_passed_over) {
 TEST(scripted_camera, answers_too_short_or_for_ever_pending_are_errors) {
     camera cam{own_address(1), [](camera& self, const camera::request& got) {
                    if (got.is(command::read_reg, plain)) self.answer(got, status::success, std::array<std::byte, 2>{});
-                   if (got.is(command::read_mem, table)) self.answer(got, status::success, std::array<std::byte, 9>{});
+                   std::array<std::byte, 9> three_too_few{};
+                   gige::store32(three_too_few.data(), table);
+                   if (got.is(command::read_mem, table)) self.answer(got, status::success, three_too_few);
                    if (got.is(command::read_reg, plain + 4)) self.ask_for_patience(got, 1);
                    return got.is(command::read_reg, plain) || got.is(command::read_mem, table) ||
                           got.is(command::read_reg, plain + 4);
@@ -98,6 +101,9 @@ TEST(scripted_camera, answers_too_short_or_for_ever_pending_are_errors) {
     std::array<std::byte, 8> bytes;
     EXPECT_EQ(device->read_memory(table, bytes), gigecam_errc::parsing_ack_packet_failed);
     EXPECT_EQ(device->read_register(plain + 4, milliseconds{50}).error(), gigecam_errc::timeout);
+    EXPECT_EQ(device->write_user_name("x"), gigecam_errc::not_implemented) << "it has none";
+    EXPECT_EQ(fetch_document(*device, parse_document_url("local:a.xml;0;4000001"), {}).error(),
+              std::errc::file_too_large);
 }
 
 TEST(scripted_camera, blocks_never_touch_memory_as_registers) {
@@ -134,9 +140,58 @@ TEST(scripted_camera, the_heartbeat_follows_its_register) {
     }
 }
 
+TEST(scripted_camera, callers_keep_their_time_whatever_the_heartbeat_waits_for) {
+    std::atomic<bool> mute = false;
+    camera cam{own_address(1), [&](camera& self, const camera::request& got) {
+                   if (got.is(command::write_reg, plain)) self.refuse(got, status::access_denied);
+                   return got.is(command::write_reg, plain) || (mute && got.is(command::read_reg, boot::privilege));
+               }};
+    cam.set(boot::heartbeat_timeout, 3'600'000); // a heartbeat waits for 20 minutes
+    cam.set(plain + 4, 8);
+    const auto device = open_scripted();
+    mute = true;
+    EXPECT_EQ(device->write_register(plain, 1), gigecam_errc::access_denied); // makes it ask at once
+    ASSERT_TRUE(eventually([&] { return cam.count(command::read_reg, boot::privilege) > 0; }));
+    auto done = std::async(std::launch::async, [&] {
+        EXPECT_EQ(device->read_register(plain + 4).value_or(0), 8U);
+        EXPECT_FALSE(device->write_register(boot::heartbeat_timeout, 3'000'000)) << "one of the heartbeat's own";
+    });
+    EXPECT_EQ(done.wait_for(std::chrono::seconds{20}), std::future_status::ready);
+    mute = false;
+    EXPECT_TRUE(eventually([&] { return cam.count(command::read_reg, boot::heartbeat_timeout) > 1; })) << "it asks on";
+    EXPECT_FALSE(device->is_lost());
+}
+
+TEST(scripted_camera, what_a_caller_is_answered_is_a_heartbeat) {
+    using clock = std::chrono::steady_clock;
+    constexpr auto interval = milliseconds{200};
+    std::atomic<bool> under_way = false;
+    std::atomic<int> too_soon = 0;
+    clock::time_point answered; // the camera's thread's, before the answer leaves
+    camera cam{own_address(1), [&](camera& self, const camera::request& got) {
+                   const bool heartbeat = got.is(command::read_reg, boot::privilege);
+                   if (heartbeat && under_way && clock::now() - answered < interval) ++too_soon;
+                   answered = clock::now();
+                   self.serve(got);
+                   return true;
+               }};
+    cam.set(boot::heartbeat_timeout, 3 * interval.count());
+    const auto device = open_scripted();
+    under_way = true;
+    for (int i = 0; i < 12; ++i) {
+        ASSERT_TRUE(device->read_register(plain));
+        std::this_thread::sleep_for(interval / 4);
+    }
+    const auto before = cam.count(command::read_reg, boot::privilege);
+    EXPECT_TRUE(eventually([&] { return cam.count(command::read_reg, boot::privilege) > before; }))
+        << "silence ends it";
+    EXPECT_EQ(too_soon, 0);
+}
+
 TEST(scripted_camera, another_controller_is_noticed_and_a_locked_register_is_none) {
-    enum class taken { seen_by_write, silently_with_switchover, after_it_was_away };
-    for (const auto how : {taken::seen_by_write, taken::silently_with_switchover, taken::after_it_was_away}) {
+    enum class taken { seen_by_write, silently_with_switchover, after_it_was_away, exclusively };
+    for (const auto how :
+         {taken::seen_by_write, taken::silently_with_switchover, taken::after_it_was_away, taken::exclusively}) {
         std::atomic<bool> away = false;
         camera cam{own_address(1), [&](camera& self, const camera::request& got) {
                        if (got.is(command::write_reg, plain)) self.refuse(got, status::access_denied); // locked
@@ -151,7 +206,10 @@ TEST(scripted_camera, another_controller_is_noticed_and_a_locked_register_is_non
         const auto asked = [&] { return cam.count(command::write_reg, boot::privilege); };
         const auto before = asked();
         EXPECT_EQ(device->write_register(plain, 1), gigecam_errc::access_denied);
-        if (how != taken::silently_with_switchover) {
+        if (how == taken::silently_with_switchover) {
+            // As often as it is asked, not once for the refusal and once for the change.
+            EXPECT_TRUE(eventually([&] { return cam.count(command::write_reg, boot::heartbeat_timeout) >= 3; }));
+        } else {
             EXPECT_TRUE(eventually([&] { return asked() > before; })) << "it makes sure";
         }
         EXPECT_TRUE(device->read_register(plain)) << "and goes on";
@@ -160,6 +218,7 @@ TEST(scripted_camera, another_controller_is_noticed_and_a_locked_register_is_non
         away = how == taken::after_it_was_away;
         if (away) std::this_thread::sleep_for(milliseconds{350}); // less than the time-out, more than half of it
         cam.hand_control_to({own_address(3), 1234});
+        if (how == taken::exclusively) cam.set(boot::privilege, bits::exclusive);
         away = false;
         if (how == taken::seen_by_write) {
             EXPECT_EQ(device->write_register(plain + 4, 1), gigecam_errc::access_denied);
@@ -242,6 +301,44 @@ TEST(scripted_camera, events_are_asked_for_with_retries_unless_somebody_chose) {
     }
 }
 
+TEST(scripted_camera, events_count_once_and_from_the_camera_alone) {
+    camera cam{own_address(1)};
+    cam.set(boot::message_channel_count, 1);
+    const auto device = open_scripted();
+    std::atomic<uint32_t> delivered = 0; // a bit for each id
+    std::atomic<int> calls = 0;
+    const auto receiver = message_receiver::open(*device, device->local().address, [&](auto datagram) {
+        ++calls;
+        delivered |= 1U << gige::load16(&datagram[6]);
+    });
+    ASSERT_TRUE(receiver);
+    const auto ours = gige::udp_socket::open({own_address(1), 0});
+    const auto foreign = gige::udp_socket::open({own_address(2), 0});
+    const auto send = [&](const gige::udp_socket& by, uint16_t id, uint16_t length) {
+        std::array<std::byte, gige::gvcp::header_size + 16> event{};
+        gige::gvcp::store_command(event.data(), {gige::gvcp::flag::acknowledge, command::event, length, id});
+        EXPECT_FALSE(by.send({own_address(250), static_cast<uint16_t>(cam.get(boot::message_port))},
+                             std::span{event}.first(gige::gvcp::header_size + length)));
+    };
+    send(*foreign, 1, 16);
+    send(*ours, 2, 12); // no whole record
+    send(*ours, 3, 16);
+    send(*ours, 3, 16);
+    send(*ours, 4, 16);
+    EXPECT_TRUE(eventually([&] { return (delivered & 1U << 4) != 0; }));
+    EXPECT_EQ(delivered, 1U << 3 | 1U << 4);
+    EXPECT_EQ(calls, 2);
+    std::array<std::byte, 64> ack;
+    gige::endpoint from;
+    for (const uint16_t id : {3, 3, 4}) { // the repetition, too: its acknowledge was lost
+        ASSERT_NE(gige::wait_readable(std::array{ours->native()},
+                                      std::chrono::steady_clock::now() + std::chrono::seconds{10}),
+                  0U);
+        ASSERT_TRUE(ours->receive(ack, from));
+        EXPECT_EQ(gige::gvcp::parse_ack(ack)->request_id, id);
+    }
+}
+
 // The search
 
 std::optional<discovery::found_device> find(const discovery& finder, uint32_t address) {
@@ -283,6 +380,35 @@ TEST(scripted_camera, late_discovery_answers_count_and_answers_to_nobody_do_not)
     for (int i = 0; i < 10; ++i) ASSERT_TRUE(finder.scan(milliseconds{5000}));
     EXPECT_TRUE(find(finder, own_address(1))) << "it answers, if late";
     EXPECT_FALSE(find(finder, own_address(2)));
+}
+
+TEST(scripted_camera, inventions_are_bounded_and_told_of_in_measure) {
+    using clock = std::chrono::steady_clock;
+    std::atomic<uint32_t> invented = 0;
+    camera liar{own_address(1), [&](camera& self, const camera::request& got) {
+                    if (got.header.code != command::discovery) return false;
+                    for (int i = 0; i < 60 && invented < 700; ++i) {
+                        self.set(boot::mac_low, ++invented);
+                        self.serve(got);
+                    }
+                    return true;
+                }};
+    std::atomic<const discovery*> list = nullptr;
+    std::optional<clock::time_point> last; // the scanning thread's
+    std::atomic<int> too_soon = 0;
+    std::atomic<std::size_t> told_of = 0;
+    auto search = asking({own_address(1)});
+    search.misses = 1'000'000;
+    discovery finder{search, {.devices_changed = [&](const auto&) {
+                         if (last && clock::now() - *last < discovery::between_changes) ++too_soon;
+                         last = clock::now();
+                         if (list != nullptr) told_of = list.load()->list().front().devices.size();
+                     }}};
+    list = &finder;
+    EXPECT_TRUE(eventually([&] { return invented == 700; }));
+    EXPECT_TRUE(eventually([&] { return told_of == discovery::most_devices; })) << told_of << " at last";
+    EXPECT_EQ(finder.list().front().devices.size(), discovery::most_devices);
+    EXPECT_EQ(too_soon, 0);
 }
 
 TEST(scripted_camera, who_has_control_is_asked_with_the_search_and_kept) {

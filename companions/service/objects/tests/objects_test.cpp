@@ -172,13 +172,28 @@ TEST_F(Objects, TheOfferedDocumentHasBounds) {
     EXPECT_EQ(read(1, uint64_t{1} << 40), "error");
     EXPECT_FALSE(device->write_mem(url.address, std::array<std::byte, 4>{}, timeout));
     EXPECT_FALSE(device->read_mem(0x100000000 - 4, 8, timeout)) << "nor beyond the camera's own";
+    ASSERT_TRUE(one->session->document_bytes()->take(ipc_rpc::limits::most_document_bytes - url.size));
+    EXPECT_EQ(one->open(cam->address(), open_access::read_only)->url_list().error(),
+              make_error_code(ipc_rpc::status::resource_exhausted));
+    EXPECT_EQ(read(0, url.size), cam->document()) << "what is kept stays";
+
+    auto stream = device->acquire_stream();
+    ASSERT_TRUE(stream);
+    EXPECT_EQ(device->acquire_stream().error(), gigecam_errc::busy) << "one at a time";
+    stream = {};
+    EXPECT_TRUE(device->acquire_stream());
 }
 
 TEST_F(Objects, ThePortOfASessionThatWasKilledIsTakenUp) {
     scripted_camera cam{own_address(1)};
     cam.set(boot::heartbeat_timeout, 600'000); // it would keep the dead one for ten minutes
     start_core({1});
-    ASSERT_TRUE(one->open(own_address(1)));
+    {
+        const auto before = one->open(own_address(1));
+        ASSERT_TRUE(before);
+        EXPECT_EQ(core->ports().port_of(core->discovery().list().front().devices.front().mac),
+                  before->control().local().port);
+    }
     EXPECT_TRUE(std::filesystem::is_empty(folder)) << "an orderly end leaves nothing";
     const auto dead = gige::udp_socket::open({0x7F000001, 0})->local().port;
     const auto lo = core->discovery().list().front();

@@ -38,6 +38,13 @@ inline constexpr std::uint64_t most_read_bytes = 16U << 20;      // asked for by
 inline constexpr std::uint64_t most_document_bytes = 128U << 20; // kept for all of a client's devices together
 inline constexpr std::size_t most_events = 1024;                 // kept for a client that does not fetch them
 
+// Lines of the log that a client, all clients of a user, those at the socket who are no clients yet, and what the
+// network says can cause within gds_helper::log::line_budget::window.
+inline constexpr unsigned most_lines = 100;
+inline constexpr unsigned most_lines_of_user = 400;
+inline constexpr unsigned most_lines_at_socket = 200;
+inline constexpr unsigned most_lines_of_network = 1000;
+
 // A waiting end looks this often whether it still has something to wait for: what the peer writes into shared memory,
 // or fails to, can't keep it for longer.
 inline constexpr milliseconds wait_slice{250};

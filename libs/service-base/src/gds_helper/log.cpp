@@ -1,3 +1,4 @@
+#include <gds_helper/line_budget.h>
 #include <gds_helper/log.h>
 #include <gds_helper/process.h>
 
@@ -15,7 +16,45 @@ namespace gds_helper::log {
 
 namespace {
 
-using shared_outputs = spdlog::sinks::dist_sink_mt;
+thread_local counted_lines* innermost = nullptr; // a plain pointer: it needs no destructor when a thread ends
+
+} // namespace
+
+counted_lines::counted_lines(std::shared_ptr<line_budget> against) noexcept
+    : budget(std::move(against)), outer(std::exchange(innermost, this)) {}
+counted_lines::~counted_lines() { innermost = outer; }
+std::shared_ptr<line_budget> counted_lines::current() noexcept { return innermost ? innermost->budget : nullptr; }
+
+class limited_outputs final : public spdlog::sinks::dist_sink_mt {
+protected:
+    void sink_it_(const spdlog::details::log_msg& message) override {
+        line_budget* const budget = innermost ? innermost->budget.get() : nullptr;
+        // What is below is a developer's own wish.
+        if (budget != nullptr && message.level >= spdlog::level::info) {
+            if (line_budget* const refused = budget->take(std::chrono::steady_clock::now())) {
+                if (refused->left_out++ == 0) {
+                    say(message, fmt::format("More than {} lines of {} in {} s: further ones are left out.",
+                                             refused->most, refused->source, line_budget::window.count()));
+                }
+                return;
+            }
+            for (line_budget* each = budget; each != nullptr; each = each->whole.get()) {
+                if (const auto count = each->left_out.exchange(0); count != 0)
+                    say(message, fmt::format("{} lines of {} were left out.", count, each->source));
+            }
+        }
+        dist_sink::sink_it_(message);
+    }
+
+private:
+    void say(const spdlog::details::log_msg& instead_of, const std::string& text) {
+        dist_sink::sink_it_(spdlog::details::log_msg{instead_of.logger_name, spdlog::level::warn, text});
+    }
+};
+
+namespace {
+
+using shared_outputs = limited_outputs;
 
 // Every logger has this one sink. Outputs come and go under its lock, while loggers are in use.
 const std::shared_ptr<shared_outputs>& outputs() {

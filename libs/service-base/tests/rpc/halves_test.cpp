@@ -8,6 +8,7 @@
 
 #include <array>
 #include <deque>
+#include <future>
 #include <new>
 
 using namespace ipc_rpc;
@@ -224,6 +225,8 @@ TEST(Caller, AClosedChannelFailsTheCall) {
     rpc_caller_instance sut{channel};
     std::vector<std::byte> result;
     EXPECT_EQ(sut.call(0, "f", {}, &result, 0), status::connection_closed);
+    sut.receive_packet(ret_start(1, 2, 2));
+    EXPECT_TRUE(result.empty()) << "its place may be another's";
     EXPECT_EQ(sut.call(0, "f", {}, nullptr, rpc_flag_no_reply), status::connection_closed);
     EXPECT_EQ(sut.close_handle(3, 0), status::connection_closed);
 }
@@ -309,9 +312,21 @@ TEST_F(Callee, ClosesHandlesOnce) {
 TEST_F(Callee, StopReleasesEverything) {
     auto held = std::make_shared<int>(1);
     const std::weak_ptr<int> watch = held;
-    ASSERT_TRUE(sut->register_object(object_entry::owning("thing", std::move(held))));
+    auto entry = object_entry::owning("thing", std::move(held));
+    bool told_alive = false;
+    entry.on_end = [&] { told_alive = !watch.expired(); };
+    ASSERT_TRUE(sut->register_object(std::move(entry)));
     sut->stop();
+    EXPECT_TRUE(told_alive) << "what waits for a camera has to end first";
     EXPECT_TRUE(watch.expired());
     call("size", 0, 0);
     EXPECT_TRUE(channel.packets.empty());
+}
+
+TEST(Executor, ATaskWithoutMemoryEndsAlone) {
+    std::promise<void> next;
+    const auto pool = make_executor_thread_pool("test-", 1);
+    pool->push([] { throw std::bad_alloc{}; });
+    pool->push([&] { next.set_value(); });
+    EXPECT_EQ(next.get_future().wait_for(std::chrono::seconds{20}), std::future_status::ready);
 }

@@ -276,3 +276,29 @@ TEST(Leftovers, WhoseProcessCannotBeLookedAtAreLeftAlone) {
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
 }
+
+// Whoever inherits a client's socket would keep its cameras, were its process not watched.
+TEST(Listener, TurnsAwayWhomItCannotWatch) {
+    char name[] = "/tmp/orv-rpc-XXXXXX";
+    const std::string folder = mkdtemp(name);
+    setenv("ORV_GENTL_RUNTIME_DIR", folder.c_str(), 1);
+    const auto listener = platform::named_pipe_listener::listen("pipe", {});
+    ASSERT_TRUE(listener);
+    const platform::stop_event stop;
+    const auto peer = platform::named_pipe_channel::attach_to_server("pipe", 2000ms, stop);
+    ASSERT_TRUE(peer);
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const int next = dup(STDERR_FILENO);
+    close(next);
+    // One descriptor is left: enough for the connection, not to watch.
+    const rlimit few{static_cast<rlim_t>(next) + 1, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    std::error_code refused;
+    const auto accepted = (*listener)->accept([&](const auto&, std::error_code why) { refused = why; });
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_FALSE(accepted && *accepted);
+    EXPECT_EQ(refused, std::errc::too_many_files_open);
+    EXPECT_EQ((*peer)->receive().error(), std::errc::connection_aborted);
+    std::filesystem::remove_all(folder);
+}

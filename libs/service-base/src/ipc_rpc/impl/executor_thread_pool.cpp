@@ -1,3 +1,4 @@
+#include <gds_helper/line_budget.h>
 #include <gds_helper/process.h>
 #include <ipc_rpc/executor.h>
 
@@ -43,7 +44,9 @@ public:
         threads.reserve(count);
         for (std::size_t i = 0; i < count; ++i) {
             try {
-                threads.emplace_back([state = state.shared(), name = name_prefix + std::to_string(i)] {
+                threads.emplace_back([state = state.shared(), name = name_prefix + std::to_string(i),
+                                      lines = gds_helper::log::counted_lines::current()] {
+                    const gds_helper::log::counted_lines counted{lines};
                     gds_helper::set_thread_name(name);
                     state->work();
                 });

@@ -1,5 +1,6 @@
 #include "impl/ipc_instance.h"
 
+#include <gds_helper/line_budget.h>
 #include <gds_helper/process.h>
 
 #include <spdlog/logger.h>
@@ -36,7 +37,10 @@ ipc_instance::~ipc_instance() {
 
 void ipc_instance::start() {
     callee->set_connection(weak_from_this());
-    receive_thread = std::thread{[this] { receive_main(); }};
+    receive_thread = std::thread{[this, lines = gds_helper::log::counted_lines::current()] {
+        const gds_helper::log::counted_lines counted{lines};
+        receive_main();
+    }};
 }
 
 void ipc_instance::receive_main() {

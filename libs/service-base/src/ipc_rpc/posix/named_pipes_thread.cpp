@@ -63,9 +63,12 @@ bool is_in_group(int fd, const peer_identity& peer, std::uint32_t group) {
     return std::ranges::find(groups, group) != groups.end();
 }
 
-// The client's process; empty when it has ended, or is one that this process can't see.
+// The client's process; empty when it has ended, or can't be watched.
 file_descriptor process_of(const peer_identity& peer) {
-    if (peer.process_id <= 0) return file_descriptor{};
+    if (peer.process_id <= 0) { // of a namespace that this one can't see into
+        errno = EPERM;
+        return file_descriptor{};
+    }
     return file_descriptor{static_cast<int>(syscall(SYS_pidfd_open, static_cast<pid_t>(peer.process_id), 0))};
 }
 
@@ -217,7 +220,7 @@ named_pipe_listener::~named_pipe_listener() {
 }
 
 std::expected<std::unique_ptr<named_pipe_channel>, std::error_code>
-named_pipe_listener::accept(const std::function<void(const peer_identity&)>& refused) {
+named_pipe_listener::accept(const std::function<void(const peer_identity&, std::error_code)>& refused) {
     for (;;) {
         file_descriptor fd{accept4(static_cast<int>(handle), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)};
         if (!fd) {
@@ -229,11 +232,15 @@ named_pipe_listener::accept(const std::function<void(const peer_identity&)>& ref
         if (!peer) continue;
         if (peer->user_id != 0 && peer->user_id != geteuid() &&
             !(access.group && is_in_group(fd.get(), *peer, *access.group))) {
-            refused(*peer);
+            refused(*peer, std::make_error_code(std::errc::permission_denied));
             continue;
         }
         file_descriptor process = process_of(*peer);
-        if (!process && errno == ESRCH) continue;
+        if (!process) {
+            // One that can't be watched would keep its cameras through whoever inherited its socket.
+            if (errno != ESRCH) refused(*peer, last_error());
+            continue;
+        }
         return std::make_unique<named_pipe_channel>(fd.release(), *peer, process.release());
     }
 }

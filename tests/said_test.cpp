@@ -1,0 +1,152 @@
+// What the programs say: who connects, what is found and lost, what is wrong with their options and files.
+#include "bench.h"
+#include "raw_client.h"
+
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <thread>
+
+using bench::raw_client;
+using bench::wire_bytes;
+using namespace std::chrono_literals;
+
+namespace {
+
+template <class Condition>
+bool eventually(Condition&& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        std::this_thread::sleep_for(10ms);
+    }
+    return true;
+}
+
+bool holds(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+// Output and errors of a command that ends by itself.
+std::pair<int, std::string> run(const std::string& command) {
+    FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
+    std::string text;
+    for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe)) text += static_cast<char>(c);
+    const int status = pclose(pipe);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, text};
+}
+
+class Said : public testing::Test {
+protected:
+    bench::test_bench own{{"--log-level", "0"}};
+    std::unique_ptr<raw_client> connect(const std::string& name = "raw") {
+        auto made = std::make_unique<raw_client>(own.folder());
+        made->announce(name);
+        made->open_queues();
+        return made;
+    }
+};
+
+} // namespace
+
+TEST_F(Said, WhatIsWrongWithOptionsAndFiles) {
+    own.start_camera();
+    const std::string service = ORV_BIN_DIR "/orv-gentl-gev-service --no-networks ";
+    const std::string camera = ORV_BIN_DIR "/orv-gev-camera-sim --address " + own.camera_address(1) + ' ';
+    const std::string broken = own.folder() / "broken.json";
+    std::ofstream{broken} << "{";
+    // Ends by itself for its group, which comes after the files.
+    const std::string ends = service + "--log-level 0 --group no-such-group";
+    struct {
+        std::string command;
+        std::vector<std::string> texts;
+    } const rows[]{
+        {service + "--heartbeat 100", {"--heartbeat", "'100'", "0, or 500 to 3600000 ms"}},
+        {service + "--scan-interval 1", {"--scan-interval", "not in range 50 to 3600000"}},
+        {service + "--log-level 9", {"--log-level", "not in range 0 to 6"}},
+        {service + "--discover 300.1.1.1", {"--discover", "between 0 and 255"}},
+        {service + "--document-folder /no/such", {"--document-folder", "does not exist: /no/such"}},
+        {ends, {"There is no group 'no-such-group'."}},
+        {"ORV_GENTL_GEV_PROP_INIT=" + broken + ' ' + ends,
+         {"Settings file '" + broken + "' is not used, it is no JSON"}},
+        {"ORV_GENTL_GEV_DEBUG_FILE=" + broken + "/log " + ends, {"Failed to open log file '" + broken + "/log'"}},
+        {ORV_BIN_DIR "/orv-gev-camera-sim --address " + own.camera_address(0), {"is there a camera already?"}},
+        {camera + "--frame-rate 0", {"--frame-rate"}},
+        {camera + "--loss 2", {"--loss"}},
+    };
+    for (const auto& [command, texts] : rows) {
+        const auto [code, output] = run(command);
+        EXPECT_GT(code, 0) << command;
+        for (const std::string& text : texts) EXPECT_TRUE(holds(output, text)) << command << '\n' << output;
+    }
+}
+
+TEST_F(Said, WhatIsSearchedFoundOpenedAndLost) {
+    own.start_camera();
+    own.start_logged_service();
+    const std::string output = own.service().output();
+    const auto at = output.find("ready /");
+    ASSERT_NE(at, std::string::npos) << output;
+    EXPECT_TRUE(std::filesystem::is_socket(output.substr(at + 6, output.find('\n', at) - at - 6))) << output;
+    const std::string address = own.camera_address(0);
+    const std::string client = "pid " + std::to_string(getpid());
+    auto by_hand = connect("by hand");
+    static_cast<void>(by_hand->call(0, "create_service_instance"));
+    {
+        bench::open_camera camera{bench::test_bench::serial(0)};
+        EXPECT_TRUE(eventually([&] { return holds(own.logged(), client + " opened device 'Orv-SimCam-CAM0'."); }));
+        own.camera(0).signal(SIGKILL);
+        own.camera(0).wait();
+        const std::vector<std::string> due{"Looks for cameras on lo: 127.0.0.1",
+                                           "Client 'by hand' connected.",
+                                           client + " opened interface 'lo'.",
+                                           "Found " + address + " on lo: \"Orv\" \"SimCam\", serial \"CAM0\"",
+                                           address + " is lost.",
+                                           address + " on lo does not answer any more."};
+        for (const std::string& text : due)
+            EXPECT_TRUE(eventually([&] { return holds(own.logged(), text); })) << text << '\n' << own.logged();
+    }
+    by_hand.reset();
+    EXPECT_TRUE(eventually([&] { return holds(own.logged(), "Client 'by hand' left."); }));
+}
+
+TEST_F(Said, NamesStayOnTheirLineOfTheLog) {
+    own.start_logged_service();
+    raw_client client{own.folder()};
+    client.announce("evil\n[forged] line \x1b[31m");
+    client.open_queues();
+    static_cast<void>(client.call(0, "no\x1b[31mfunction\n[forged]"));
+    client.close_socket();
+    std::string log;
+    EXPECT_TRUE(eventually([&] { return (log = own.logged()).find("left.") != std::string::npos; }));
+    EXPECT_EQ(log.find('\x1b'), std::string::npos);
+    EXPECT_EQ(log.find("\n[forged]"), std::string::npos);
+    EXPECT_NE(log.find("evil\\x0A[forged]"), std::string::npos) << log;
+}
+
+TEST_F(Said, LinesThatItCausesAreBoundedAndCounted) {
+    own.start_logged_service();
+    constexpr int calls = 3000;
+    auto client = connect();
+    const std::string no_interface = wire_bytes{}.put_text("none").str();
+    const auto ask = [&](raw_client& by, int times) {
+        const uint64_t service = by.object(0, "create_service_instance");
+        for (int i = 0; i < times; ++i) ASSERT_TRUE(by.call(service, "open_interface", no_interface));
+    };
+    ask(*client, calls);
+    EXPECT_NE(own.logged().find("further ones are left out"), std::string::npos);
+    client.reset();
+    EXPECT_TRUE(eventually([&] { return own.logged().find("were left out") != std::string::npos; }));
+    for (int i = 0; i < 400; ++i) { // or each would begin anew
+        raw_client fleeting{own.folder()};
+        fleeting.announce();
+        fleeting.open_queues();
+        ask(fleeting, 1);
+    }
+    const std::string log = own.logged();
+    EXPECT_LT(std::ranges::count(log, '\n'), 1000) << "hundreds in ten seconds";
+    EXPECT_NE(connect()->object(0, "create_service_instance"), 0U);
+}
