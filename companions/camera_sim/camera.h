@@ -43,6 +43,8 @@ enum class size_rounding { none, down, up };
 struct camera_options {
     uint32_t address = 0x7F000001; // host order; must be an address of this host
     uint16_t port = 3956;
+    std::string interface; // of this host, the camera's alone: given the camera's address whenever that changes
+    uint64_t mac = 0;      // low 48 bits; 0: made of the address
     std::string vendor = "Orv";
     std::string model = "SimCam";
     std::string version = "1.0.0";

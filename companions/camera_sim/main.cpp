@@ -36,6 +36,9 @@ void declare(CLI::App& app, arguments& args) {
         ->check(CLI::Range(1U, 250U))
         ->capture_default_str();
     app.add_option("--port", camera.port, "Control port")->capture_default_str();
+    app.add_option("--interface", camera.interface,
+                   "Network interface that is the camera's alone: its address is set whenever the camera's changes");
+    app.add_option("--mac", camera.mac, "MAC address as a number; made of the address by default");
 
     const auto* identity = "Identity";
     app.add_option("--vendor", camera.vendor)->capture_default_str()->group(identity);

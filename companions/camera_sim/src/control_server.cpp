@@ -4,6 +4,8 @@
 
 #include "registers.h"
 
+#include "../posix/interface_address.h"
+
 #include <gige/network.h>
 
 #include <fmt/format.h>
@@ -29,6 +31,14 @@ control_server::~control_server() {
 std::error_code control_server::bind(uint32_t address) {
     // Alone: a second camera on the address would take the first one's requests.
     const bool moves = !unicast.is_open() || address != own_address;
+    if (moves && !device.options.interface.empty()) {
+        uint32_t mask = 0;
+        {
+            const std::lock_guard guard{device.mutex};
+            mask = device.memory.get(gvcp::reg::current_mask);
+        }
+        if (const auto error = posix::set_interface_address(device.options.interface, address, mask)) return error;
+    }
     auto opened = moves ? gige::udp_socket::open({address, device.options.port}) : std::move(unicast);
     if (!opened) return opened.error();
     if (const auto error = opened->allow_broadcast()) return error;

@@ -94,6 +94,7 @@ private:
     void release_control();
     void begin_reboot();
     void finish_reboot();
+    [[nodiscard]] uint32_t start_address();
     void change_address(uint32_t address);
     void run_action();
 

@@ -86,7 +86,9 @@ std::string to_json(const statistics& s, const camera_options& options, uint32_t
 }
 
 // A locally administered address made of the IPv4 address the camera started with.
-uint64_t mac_of(const camera_options& options) { return 0x0200'0000'0000 | options.address; }
+uint64_t mac_of(const camera_options& options) {
+    return options.mac != 0 ? options.mac & 0xFFFF'FFFF'FFFF : 0x0200'0000'0000 | options.address;
+}
 
 void build_address_space(device_state& device, const std::string& document) {
     auto& memory = device.memory;

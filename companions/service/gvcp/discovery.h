@@ -30,6 +30,8 @@ public:
     // A camera, and whether anybody had control of it when it was asked last.
     struct found_device : device_record {
         bool controlled = false;
+        bool shares_address = false; // another camera on the interface has it, too: neither can be spoken to
+        [[nodiscard]] bool is_reachable() const noexcept { return reachable && !shares_address; }
         friend bool operator==(const found_device&, const found_device&) = default;
     };
     struct found_interface {
@@ -55,6 +57,8 @@ public:
     [[nodiscard]] std::vector<found_interface> list() const;
     // Waits for a scan that begins after the call; false when it did not end within `timeout`.
     [[nodiscard]] bool scan(std::chrono::milliseconds timeout);
+    // A camera is about to be told so. One that is asked directly will be asked at the new address as well.
+    void may_move(uint32_t from, uint32_t to);
     // Control was given back here: what the last scan saw of it is old.
     void control_given_back(uint64_t mac);
 
@@ -84,6 +88,7 @@ private:
                         std::span<const std::byte> body);
     [[nodiscard]] entry* home_of(const device_record& device, unsigned interface_index);
     void drop_silent_ones();
+    void mark_shared_addresses();
     void tell();
     void say(const std::string& text) const;
     [[nodiscard]] uint16_t next_id() noexcept;
@@ -97,7 +102,8 @@ private:
 
     mutable std::mutex mutex;
     std::condition_variable scanned;
-    std::vector<entry> entries; // changed by the scanning thread alone, but for `controlled` and `asked`
+    std::vector<entry> entries;           // changed by the scanning thread alone, but for `controlled` and `asked`
+    std::vector<uint32_t> asked_directly; // as chosen, and where such cameras went
     std::vector<std::string> gone;
     bool interfaces_changed = false;
     uint64_t scans_started = 0;

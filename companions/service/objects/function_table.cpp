@@ -160,7 +160,6 @@ void serve_interface(object_function_table_root& table) {
            bool scheduled, uint64_t time, uint32_t flags, uint32_t all) {
             return self.send_action(device_key, group_key, group_mask, scheduled, time, flags, all != 0);
         }));
-    // No camera of ours takes firmware yet, and there are no functions to run without opening a device.
     must(catalogue::firmware_package_upload::serve<interface_object>(
         table, interface_class,
         [](interface_object&, rpc_call_context&, const std::string&, const byte_vector&, const std::string&,
@@ -172,8 +171,9 @@ void serve_interface(object_function_table_root& table) {
         }));
     must(catalogue::execute_device_function::serve<interface_object>(
         table, interface_class,
-        [](interface_object&, rpc_call_context&, const std::string&,
-           const std::string&) -> std::expected<void, std::error_code> { return not_implemented(); }));
+        [](interface_object& self, rpc_call_context&, const std::string& id, const std::string& function) {
+            return self.execute(id, function);
+        }));
 }
 
 void serve_device(object_function_table_root& table) {

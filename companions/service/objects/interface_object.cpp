@@ -1,5 +1,6 @@
 #include "interface_object.h"
 
+#include "address_assignment.h"
 #include "device_object.h"
 
 #include "../gvcp/broadcast_commands.h"
@@ -14,8 +15,6 @@
 namespace service {
 
 namespace {
-
-constexpr std::chrono::milliseconds scan_time{2000};
 
 // Readable where it can be, unique because the MAC is. A camera without a serial number is named by its MAC alone.
 std::string device_id_of(const gvcp_master::device_record& record) {
@@ -51,8 +50,8 @@ uint32_t control_state_of(service_core& core, const client_session& session,
     return device.controlled ? ipc_rpc::control_state_held : 0;
 }
 
-ipc_rpc::reachable_status reachable_of(const gvcp_master::device_record& record) {
-    return record.reachable ? ipc_rpc::reachable_status::reachable : ipc_rpc::reachable_status::unreachable;
+ipc_rpc::reachable_status reachable_of(const gvcp_master::discovery::found_device& record) {
+    return record.is_reachable() ? ipc_rpc::reachable_status::reachable : ipc_rpc::reachable_status::unreachable;
 }
 
 std::unexpected<std::error_code> no_such_device() {
@@ -121,7 +120,7 @@ std::expected<std::shared_ptr<device_object>, std::error_code>
 interface_object::open_device(const std::string& id, ipc_rpc::open_access access) const {
     const auto record = find_device(id);
     if (!record) return no_such_device();
-    if (!record->reachable) return std::unexpected(std::make_error_code(std::errc::host_unreachable));
+    if (!record->is_reachable()) return std::unexpected(std::make_error_code(std::errc::host_unreachable));
     return device_object::open(core, session, *record, name, access);
 }
 
@@ -133,12 +132,15 @@ std::expected<uint32_t, std::error_code> interface_object::device_reachable(cons
 
 std::expected<void, std::error_code> interface_object::force_ip(uint64_t mac, uint32_t address, uint32_t mask,
                                                                 uint32_t gateway) const {
-    const auto interface = current();
-    if (!interface) return no_such_device();
-    if (const auto error = gvcp_master::force_ip(interface->network, mac, address, mask, gateway)) {
-        return std::unexpected(error);
-    }
-    static_cast<void>(core->discovery().scan(scan_time)); // so that the list has the new address
+    if (const auto error = force_address(*core, name, mac, address, mask, gateway)) return std::unexpected(error);
+    return {};
+}
+
+std::expected<void, std::error_code> interface_object::execute(const std::string& id,
+                                                               const std::string& function) const {
+    const auto record = find_device(id);
+    if (!record) return no_such_device();
+    if (const auto error = run_address_function(*core, name, *record, function)) return std::unexpected(error);
     return {};
 }
 

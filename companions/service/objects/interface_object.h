@@ -27,6 +27,9 @@ public:
     [[nodiscard]] std::expected<uint32_t, std::error_code> device_reachable(const std::string& id) const;
     [[nodiscard]] std::expected<void, std::error_code> force_ip(uint64_t mac, uint32_t address, uint32_t mask,
                                                                 uint32_t gateway) const;
+    // By the function's name.
+    [[nodiscard]] std::expected<void, std::error_code> execute(const std::string& id,
+                                                               const std::string& function) const;
     [[nodiscard]] std::expected<void, std::error_code> send_action(uint32_t device_key, uint32_t group_key,
                                                                    uint32_t group_mask, bool scheduled, uint64_t time,
                                                                    uint32_t flags, bool all_interfaces) const;

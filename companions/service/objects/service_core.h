@@ -63,6 +63,9 @@ public:
     void remove_holder(uint64_t mac, const client_session* session);
     [[nodiscard]] holder holder_of(uint64_t mac, const client_session* session);
 
+    // Held while a camera is given an address: two searches would find the same one free.
+    [[nodiscard]] std::mutex& address_turn() noexcept { return addresses; }
+
     [[nodiscard]] port_memory& ports() noexcept { return noted_ports; }
     // Ends what waits for cameras, now and later.
     void stop() noexcept { ending.request_stop(); }
@@ -74,6 +77,7 @@ private:
     static void drop_expired(std::vector<watcher>& watchers);
 
     const options chosen;
+    std::mutex addresses;
     std::mutex mutex; // guards what follows
     std::vector<watcher> interface_watchers;
     std::map<std::string, std::vector<watcher>> device_watchers;
