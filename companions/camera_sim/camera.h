@@ -71,6 +71,7 @@ struct camera_options {
     uint32_t chunk_payload_type = 5; // standard ids with chunks: 4 or 5
     uint32_t ring_frames = 16;       // past frames kept for resends
     uint32_t reboot_ms = 500;
+    uint32_t install_ms = 200;               // for new firmware
     uint64_t tick_frequency = 1'000'000'000; // of the timestamp, Hz
     uint32_t action_device_key = 0;
     fault_options faults;

@@ -15,6 +15,8 @@ namespace cli {
 
 namespace {
 
+constexpr std::chrono::seconds longest_silence{5};
+
 // The number in front of the last '%'; below 0 for none.
 int percent_of(const std::string& state) {
     const size_t sign = state.rfind('%');
@@ -52,24 +54,33 @@ int upload_firmware(const common_options& common, const std::string& package, st
     }
     const bool bar = !common.json && ::isatty(STDERR_FILENO) != 0;
     std::string shown;
+    std::string last;
     const auto give_up = std::chrono::steady_clock::now() + longest;
+    auto heard = std::chrono::steady_clock::now();
     for (;;) {
         const std::string state = state_of();
+        // What cannot be had is an empty text.
+        if (!state.empty()) heard = std::chrono::steady_clock::now();
+        if (std::chrono::steady_clock::now() - heard > longest_silence)
+            throw std::runtime_error(fmt::format(
+                "The service says nothing more of the update; its last word was '{}'. Is it running?", last));
         const bool finished = state.starts_with("Finished");
         const bool failed = state.starts_with("Failed");
         if (bar) {
             show_progress(state);
-        } else if (state != shown && !common.json) {
+        } else if (state != shown && !state.empty() && !common.json) {
             fmt::print("{}\n", state);
+            std::fflush(stdout);
         }
         shown = state;
+        if (!state.empty()) last = state;
         if (finished || failed) {
             if (bar) fmt::print(stderr, "\n");
             if (common.json) print_json({{"device", session.device.id}, {"finished", finished}, {"state", state}});
             return finished ? 0 : 1;
         }
         if (std::chrono::steady_clock::now() >= give_up)
-            throw std::runtime_error(fmt::format("The update goes on in the service; its last word was '{}'.", state));
+            throw std::runtime_error(fmt::format("The update goes on in the service; its last word was '{}'.", last));
         std::this_thread::sleep_for(std::chrono::milliseconds{200});
     }
 }

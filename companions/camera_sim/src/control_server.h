@@ -4,6 +4,7 @@
 
 #include "device_state.h"
 #include "fault_plan.h"
+#include "firmware_slot.h"
 #include "message_channel.h"
 #include "stream_sender.h"
 
@@ -101,6 +102,7 @@ private:
     device_state& device;
     stream_sender& stream;
     message_channel messages;
+    firmware_slot firmware;
 
     gige::udp_socket unicast;
     std::vector<gige::udp_socket> broadcasts;

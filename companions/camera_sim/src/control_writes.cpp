@@ -93,7 +93,7 @@ gige::gvcp::status control_server::validate(uint32_t address, uint32_t value) co
         return locked && (value & 0xFFFF) != (before & 0xFFFF) ? status::access_denied : status::success;
     }
     default:
-        return status::success;
+        return firmware.validate(address, value);
     }
 }
 
@@ -170,6 +170,7 @@ void control_server::after_write(uint32_t address, uint32_t value) {
         break;
     }
     default:
+        firmware.after_write(address, value);
         break;
     }
 }
@@ -201,6 +202,7 @@ void control_server::release_control() {
     holder.reset();
     stream.abort();
     messages.close();
+    firmware.abandon();
     actions.clear();
     const std::lock_guard guard{device.mutex};
     for (const auto address : {boot::privilege, boot::stream_port, boot::message_port}) device.memory.set(address, 0);
@@ -215,6 +217,7 @@ void control_server::begin_reboot() {
 
 void control_server::finish_reboot() {
     reboot_ends.reset();
+    firmware.restarted();
     last_acks.clear();
     late_acks.clear();
     uint32_t address = 0;

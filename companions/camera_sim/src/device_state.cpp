@@ -181,7 +181,7 @@ void reset_registers(device_state& device, uint32_t address, bool keep_persisten
     memory.set(boot::current_gateway, 0);
     memory.set_text(boot::vendor, 32, options.vendor);
     memory.set_text(boot::model, 32, options.model);
-    memory.set_text(boot::device_version, 32, options.version);
+    memory.set_text(boot::device_version, 32, device.firmware_version);
     memory.set_text(boot::information, 48, "camera in software");
     memory.set_text(boot::serial, 16, options.serial);
     if (!keep_persistent) {

@@ -143,8 +143,8 @@ void serve_interface(object_function_table_root& table) {
         table, interface_class, [](interface_object& self, rpc_call_context&) { return self.service_info(); }));
     must(catalogue::get_event_messages::serve<interface_object>(
         table, interface_class,
-        [](interface_object&, rpc_call_context&) -> std::expected<std::vector<event_message>, std::error_code> {
-            return std::vector<event_message>{}; // cameras that nobody opened send none
+        [](interface_object& self, rpc_call_context&) -> std::expected<std::vector<event_message>, std::error_code> {
+            return self.take_messages();
         }));
     must(catalogue::get_device_dyn_info::serve<interface_object>(
         table, interface_class,
@@ -162,13 +162,11 @@ void serve_interface(object_function_table_root& table) {
         }));
     must(catalogue::firmware_package_upload::serve<interface_object>(
         table, interface_class,
-        [](interface_object&, rpc_call_context&, const std::string&, const byte_vector&, const std::string&,
-           uint32_t) -> std::expected<void, std::error_code> { return not_implemented(); }));
+        [](interface_object& self, rpc_call_context&, const std::string& id, const byte_vector& package,
+           const std::string&, uint32_t) { return self.upload_firmware(id, package); }));
     must(catalogue::firmware_package_upload_state::serve<interface_object>(
         table, interface_class,
-        [](interface_object&, rpc_call_context&, const std::string&) -> std::expected<std::string, std::error_code> {
-            return not_implemented();
-        }));
+        [](interface_object& self, rpc_call_context&, const std::string& id) { return self.firmware_state(id); }));
     must(catalogue::execute_device_function::serve<interface_object>(
         table, interface_class,
         [](interface_object& self, rpc_call_context&, const std::string& id, const std::string& function) {

@@ -65,13 +65,15 @@ interface_object::interface_object(std::shared_ptr<service_core> shared, std::sh
     : core(std::move(shared)),
       session(std::move(client)),
       name(std::move(interface_name)),
-      devices_changed(session->allocate()),
-      messages_pending(session->allocate()) {
-    if (is_complete()) core->watch_devices(name, devices_changed);
+      devices_changed(session->allocate()) {
+    if (auto number = session->allocate()) messages = std::make_shared<message_box>(std::move(number));
+    if (!is_complete()) return;
+    core->watch_devices(name, devices_changed);
+    core->watch_messages(name, messages);
 }
 
 std::expected<ipc_rpc::interface_service_info, std::error_code> interface_object::service_info() {
-    return ipc_rpc::interface_service_info{devices_changed->get(), messages_pending->get()};
+    return ipc_rpc::interface_service_info{devices_changed->get(), messages->notification()};
 }
 
 std::optional<gvcp_master::discovery::found_interface> interface_object::current() const {
@@ -134,6 +136,23 @@ std::expected<void, std::error_code> interface_object::force_ip(uint64_t mac, ui
                                                                 uint32_t gateway) const {
     if (const auto error = force_address(*core, name, mac, address, mask, gateway)) return std::unexpected(error);
     return {};
+}
+
+std::vector<ipc_rpc::event_message> interface_object::take_messages() { return messages->take().messages; }
+
+std::expected<void, std::error_code> interface_object::upload_firmware(const std::string& id,
+                                                                       std::span<const std::byte> package) const {
+    const auto record = find_device(id);
+    if (!record) return no_such_device();
+    if (!record->is_reachable()) return std::unexpected(std::make_error_code(std::errc::host_unreachable));
+    if (const auto error = core->firmware().start(name, id, *record, package)) return std::unexpected(error);
+    return {};
+}
+
+std::expected<std::string, std::error_code> interface_object::firmware_state(const std::string& id) const {
+    if (auto state = core->firmware().state(name, id)) return std::move(*state);
+    if (!find_device(id)) return no_such_device();
+    return std::string{};
 }
 
 std::expected<void, std::error_code> interface_object::execute(const std::string& id,
