@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <signal.h>
 #include <unistd.h>
 
 using bench::test_bench;
@@ -130,4 +131,31 @@ TEST(NetworkCommands, OneActionTriggersEveryCameraOnceAndWrongKeysNone) {
         EXPECT_FALSE(camera->next_frame(100)) << "each once";
     }
     for (const auto& camera : cameras) camera->stop();
+}
+
+// A consumer that waits on module events is told of a camera that comes or goes; nobody asks meanwhile.
+TEST(ListChanges, ReachAConsumerThatWaits) {
+    test_bench own;
+    own.start_camera();
+    own.start_service();
+    const bench::open_camera first{test_bench::serial(0), nullptr, DEVICE_ACCESS_READONLY};
+    const auto& lib = *first.lib;
+    EVENT_HANDLE event = nullptr;
+    lib.check("GCRegisterEvent", lib.GCRegisterEvent(first.interface->get(), EVENT_MODULE, &event));
+    const auto told_after = [&](const char* what) {
+        const auto begin = std::chrono::steady_clock::now();
+        std::byte data[1024];
+        size_t size = sizeof data;
+        EXPECT_EQ(lib.EventGetData(event, data, &size, 10'000), GC_ERR_SUCCESS) << what;
+        const auto time = std::chrono::steady_clock::now() - begin;
+        testing::Test::RecordProperty(what, static_cast<int>(time / std::chrono::milliseconds{1}));
+    };
+    own.camera(0).signal(SIGKILL);
+    told_after("camera_gone");
+    EXPECT_TRUE(cli::list_devices(lib, *first.interface, "lo", 200).empty());
+    const bench::process again({std::string{ORV_BIN_DIR} + "/orv-gev-camera-sim", "--address", own.camera_address(0)},
+                               own.folder() / "again");
+    told_after("camera_back");
+    EXPECT_EQ(cli::list_devices(lib, *first.interface, "lo", 200).size(), 1U);
+    lib.check("GCUnregisterEvent", lib.GCUnregisterEvent(first.interface->get(), EVENT_MODULE));
 }

@@ -29,6 +29,7 @@ struct fault_options {
     double truncate = 0;        // a packet loses its second half
     double garbage = 0;         // an extra datagram of noise in front of a packet
     double control_loss = 0;    // of control requests: half are not seen, half are done and not acknowledged
+    double event_loss = 0;      // of events: half are not sent at first, of half the first acknowledge is not seen
     uint32_t pending_every = 0; // every n-th acknowledge is announced by PENDING_ACK and comes pending_ms later
     uint32_t pending_ms = 300;
     uint64_t reboot_after = 0;  // frames, 0 never

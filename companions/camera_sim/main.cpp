@@ -120,6 +120,7 @@ void declare(CLI::App& app, arguments& args) {
     share("--truncate", faults.truncate, "Packets without their second half");
     share("--garbage", faults.garbage, "Packets with a datagram of noise in front");
     share("--control-loss", faults.control_loss, "Control requests or acknowledges lost");
+    share("--event-loss", faults.event_loss, "Events, or their acknowledges, lost at the first try");
     app.add_option("--pending-every", faults.pending_every, "Every n-th acknowledge comes late, after PENDING_ACK")
         ->group(wrong);
     app.add_option("--pending-ms", faults.pending_ms, "How late")->capture_default_str()->group(wrong);

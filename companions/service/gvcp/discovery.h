@@ -20,12 +20,12 @@ namespace gvcp_master {
 class discovery {
 public:
     struct options {
-        bool networks = true;                     // look on every interface but loopback
-        bool loopback = false;                    // look on the loopback interface
-        std::vector<uint32_t> addresses{};        // cameras asked directly, wherever they are routed to
-        std::chrono::milliseconds interval{1000}; // between scans
-        std::chrono::milliseconds window{300};    // after which a scan is over; what answers later is taken, too
-        unsigned misses = 3;                      // scans without an answer until a camera is off the list
+        bool networks = true;                    // look on every interface but loopback
+        bool loopback = false;                   // look on the loopback interface
+        std::vector<uint32_t> addresses{};       // cameras asked directly, wherever they are routed to
+        std::chrono::milliseconds interval{250}; // between scans; three of them and a window are less than a second
+        std::chrono::milliseconds window{150};   // after which a scan is over; what answers later is taken, too
+        unsigned misses = 3;                     // scans without an answer until a camera is off the list
     };
     // A camera, and whether anybody had control of it when it was asked last.
     struct found_device : device_record {
