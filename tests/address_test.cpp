@@ -113,6 +113,9 @@ TEST_P(FreeAddress, TheOneThatNobodyHasIsGiven) {
 
         EXPECT_FALSE(running.execute(first_mac, given.function));
         EXPECT_EQ(camera->address(), net + 6);
+        EXPECT_NE(hosts.run(hosts.consumer_side(), {"sh", "-c", "ip neighbour show | grep -q '^10.99.39.4 '"}),
+                  given.raw_sockets)
+            << "ARP probes leave no trace, the kernel's question does";
         EXPECT_EQ(running.listed(first_mac)->net_info.netmask, 0xFFFFFFF8U);
         EXPECT_EQ(running.listed(first_mac)->net_info.gateway, net + 2);
         EXPECT_FALSE(running.open(first_mac));
