@@ -32,19 +32,46 @@ int show_moved(const common_options& options, interface_session& session) {
     return 0;
 }
 
+// What to do about a refusal; empty where the words say it all.
+std::string advice(const call_failed& failure) {
+    switch (failure.code) {
+    case GenTL::GC_ERR_ACCESS_DENIED:
+        return "; somebody controls the camera: close it there first.";
+    case GenTL::GC_ERR_RESOURCE_IN_USE:
+        return "; 'orv-gentl ip temporary' finds an address that nobody has.";
+    case GenTL::GC_ERR_NOT_AVAILABLE:
+        return "; no address is free in the interface's networks; 'orv-gentl force-ip' gives one of your choice.";
+    case GenTL::GC_ERR_TIMEOUT:
+        return "; the camera did not answer: is it still listed by 'orv-gentl ip show'?";
+    default:
+        return failure.reason.find("UNREACHABLE") == failure.reason.npos
+                   ? ""
+                   : "; the camera was told and has not been seen at the address: 'orv-gentl ip show' tells where it "
+                     "is.";
+    }
+}
+
+void run_address_command(const interface_session& session, const std::string& command) {
+    try {
+        session.run(command);
+    } catch (const call_failed& failure) {
+        throw call_failed(failure.call, failure.code, failure.reason + advice(failure));
+    }
+}
+
 int force_ip(const common_options& options, const std::string& address, const std::string& mask,
              const std::string& gateway) {
     interface_session session = interface_session::of_device(options);
     session.set_number("GevDeviceForceIPAddress", parse_ip(address));
     session.set_number("GevDeviceForceSubnetMask", parse_ip(mask));
     session.set_number("GevDeviceForceGateway", parse_ip(gateway));
-    session.run("GevDeviceForceIP");
+    run_address_command(session, "GevDeviceForceIP");
     return show_moved(options, session);
 }
 
 int assign(const common_options& options, const std::string& function) {
     interface_session session = interface_session::of_device(options);
-    session.run(function);
+    run_address_command(session, function);
     return show_moved(options, session);
 }
 
@@ -169,9 +196,15 @@ void add_network_commands(CLI::App& app, common_options& options, int& result,
                    "Without --interface it goes out by all interfaces. Cameras act only while somebody controls them.");
     add_common(*action, false);
     constexpr int64_t largest = 0xFFFFFFFF;
-    action->add_option("--device-key", given->action.device_key)->required()->check(CLI::Range(int64_t{0}, largest));
-    action->add_option("--group-key", given->action.group_key)->required()->check(CLI::Range(int64_t{0}, largest));
-    action->add_option("--group-mask", given->action.group_mask)->required()->check(CLI::Range(int64_t{0}, largest));
+    action->add_option("--device-key", given->action.device_key, "Equal to the cameras' ActionDeviceKey")
+        ->required()
+        ->check(CLI::Range(int64_t{0}, largest));
+    action->add_option("--group-key", given->action.group_key, "Equal to their ActionGroupKey")
+        ->required()
+        ->check(CLI::Range(int64_t{0}, largest));
+    action->add_option("--group-mask", given->action.group_mask, "Shares a bit with their ActionGroupMask")
+        ->required()
+        ->check(CLI::Range(int64_t{0}, largest));
     auto* at = action->add_option("--at", given->action.time, "Time of the action, in ticks of the cameras' clocks");
     action->callback([&, given, at] {
         given->action.scheduled = at->count() != 0;
