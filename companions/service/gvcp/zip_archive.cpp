@@ -23,7 +23,7 @@ voidpf open_memory(voidpf opaque, const void*, int) { return opaque; }
 uLong read_memory(voidpf, voidpf stream, void* to, uLong size) {
     auto& file = *static_cast<memory_file*>(stream);
     const std::size_t count = std::min<std::size_t>(size, file.content.size() - file.position);
-    std::memcpy(to, file.content.data() + file.position, count);
+    if (count != 0) std::memcpy(to, file.content.data() + file.position, count);
     file.position += count;
     return static_cast<uLong>(count);
 }
