@@ -1,7 +1,6 @@
 // What only two hosts with real broadcasts show of the service's network side.
-#include "two_hosts.h"
+#include "service_network.h"
 
-#include <camera_sim/camera.h>
 #include <gvcp/broadcast_commands.h>
 #include <gvcp/device_control.h>
 #include <objects/device_object.h>
@@ -9,76 +8,15 @@
 
 #include <gtest/gtest.h>
 
-#include <sched.h>
-
 #include <atomic>
-#include <thread>
-
-using bench::two_hosts;
-using gvcp_master::discovery;
 
 namespace {
 
-using std::chrono::milliseconds;
+using namespace bench;
 
 constexpr uint32_t camera_there = 0xC0A84D05; // 192.168.77.5
 constexpr uint32_t camera_here = 0x0A632705;  // 10.99.39.5
 constexpr uint32_t device_key = 0x5EED;
-
-template <class F>
-[[nodiscard]] bool eventually(F condition) {
-    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds{10};
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > until) return false;
-        std::this_thread::sleep_for(milliseconds{5});
-    }
-    return true;
-}
-
-class ServiceNetwork : public testing::Test {
-protected:
-    void SetUp() override {
-        if (!hosts.ready()) GTEST_SKIP() << hosts.why_not();
-        for (const int end : {hosts.camera_side(), hosts.consumer_side()}) {
-            ASSERT_TRUE(hosts.run(end, {"ip", "address", "flush", "dev", "cable"}));
-            // A filter would drop what comes from a subnet without a route.
-            for (const std::string which : {"all", "cable"})
-                ASSERT_TRUE(hosts.run(end, {"sysctl", "-qw", "net.ipv4.conf." + which + ".rp_filter=0"}));
-        }
-    }
-    void give(int end, const std::string& address) {
-        ASSERT_TRUE(hosts.run(end, {"ip", "address", "add", address, "dev", "cable"}));
-    }
-    // On a thread that lives at one end, as do those it starts.
-    static void at(int end, const std::function<void()>& body) {
-        std::thread thread{[&] {
-            ASSERT_EQ(setns(end, CLONE_NEWNET), 0);
-            body();
-        }};
-        thread.join();
-    }
-    void start_camera(uint32_t address) {
-        camera_sim::camera_options options;
-        options.address = address;
-        options.sensor_width = 320;
-        options.sensor_height = 240;
-        at(hosts.camera_side(), [&] {
-            auto started = camera_sim::camera::start(options);
-            ASSERT_TRUE(started) << started.error().message();
-            camera = std::move(*started);
-        });
-    }
-
-    two_hosts hosts;
-    std::unique_ptr<camera_sim::camera> camera;
-};
-
-std::optional<discovery::found_device> find(const discovery& finder, uint64_t mac) {
-    for (const auto& each : finder.list())
-        for (const auto& device : each.devices)
-            if (device.mac == mac) return device;
-    return {};
-}
 
 TEST_F(ServiceNetwork, ACameraOfAForeignSubnetIsListedAndMoved) {
     give(hosts.camera_side(), "192.168.77.5/24");

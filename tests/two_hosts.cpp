@@ -53,12 +53,25 @@ two_hosts::two_hosts() {
 two_hosts::~two_hosts() {
     if (camera_end >= 0) close(camera_end);
     if (consumer_end >= 0) close(consumer_end);
+    for (const int end : further_ends) close(end);
     std::error_code ignored;
     std::filesystem::remove_all(directory, ignored);
 }
 
 bool two_hosts::run(int end, const std::vector<std::string>& command) {
     return process{command, directory / "output", end}.wait() == 0;
+}
+
+int two_hosts::add_camera_side() {
+    const int end = new_namespace(problem);
+    if (end < 0) return -1;
+    further_ends.push_back(end);
+    const std::string there = "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(end);
+    const bool done = run(camera_end, {"ip", "link", "add", "link", "cable", "name", "further", "netns", there, "type",
+                                       "macvlan", "mode", "bridge"}) &&
+                      run(end, {"ip", "link", "set", "further", "name", "cable"}) &&
+                      run(end, {"ip", "link", "set", "lo", "up"}) && run(end, {"ip", "link", "set", "cable", "up"});
+    return done ? end : -1;
 }
 
 void two_hosts::set_mtu(int camera, int consumer) {

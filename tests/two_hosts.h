@@ -25,6 +25,9 @@ public:
 
     [[nodiscard]] int camera_side() const noexcept { return camera_end; }
     [[nodiscard]] int consumer_side() const noexcept { return consumer_end; }
+    // A further host at the cameras' end of the cable, with an interface "cable" of its own that is up and has no
+    // address; -1 when there is none to be had.
+    [[nodiscard]] int add_camera_side();
     void set_mtu(int camera, int consumer);
     // Words of `tc`'s netem for what the camera sends; false when the kernel has no netem.
     [[nodiscard]] bool impair(const std::vector<std::string>& netem);
@@ -36,6 +39,7 @@ private:
     std::string problem;
     int camera_end = -1;
     int consumer_end = -1;
+    std::vector<int> further_ends;
 };
 
 } // namespace bench

@@ -29,6 +29,7 @@ struct fault_options {
     double truncate = 0;        // a packet loses its second half
     double garbage = 0;         // an extra datagram of noise in front of a packet
     double control_loss = 0;    // of control requests: half are not seen, half are done and not acknowledged
+    double event_loss = 0;      // of events: half are not sent at first, of half the first acknowledge is not seen
     uint32_t pending_every = 0; // every n-th acknowledge is announced by PENDING_ACK and comes pending_ms later
     uint32_t pending_ms = 300;
     uint64_t reboot_after = 0;  // frames, 0 never
@@ -43,6 +44,8 @@ enum class size_rounding { none, down, up };
 struct camera_options {
     uint32_t address = 0x7F000001; // host order; must be an address of this host
     uint16_t port = 3956;
+    std::string interface; // of this host, the camera's alone: given the camera's address whenever that changes
+    uint64_t mac = 0;      // low 48 bits; 0: made of the address
     std::string vendor = "Orv";
     std::string model = "SimCam";
     std::string version = "1.0.0";
@@ -69,6 +72,7 @@ struct camera_options {
     uint32_t chunk_payload_type = 5; // standard ids with chunks: 4 or 5
     uint32_t ring_frames = 16;       // past frames kept for resends
     uint32_t reboot_ms = 500;
+    uint32_t install_ms = 200;               // for new firmware
     uint64_t tick_frequency = 1'000'000'000; // of the timestamp, Hz
     uint32_t action_device_key = 0;
     fault_options faults;

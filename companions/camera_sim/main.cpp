@@ -3,6 +3,7 @@
 
 #include "posix/process.h"
 #include "src/document.h"
+#include "src/firmware_image.h"
 
 #include <gige/udp_socket.h>
 
@@ -24,6 +25,8 @@ struct arguments {
     bool exit_with_parent = false;
     bool quiet = false;
     std::string stats_file;
+    std::string firmware_file;
+    camera_sim::firmware_package_options firmware;
     camera_sim::camera_options camera;
 };
 
@@ -36,6 +39,9 @@ void declare(CLI::App& app, arguments& args) {
         ->check(CLI::Range(1U, 250U))
         ->capture_default_str();
     app.add_option("--port", camera.port, "Control port")->capture_default_str();
+    app.add_option("--interface", camera.interface,
+                   "Network interface that is the camera's alone: its address is set whenever the camera's changes");
+    app.add_option("--mac", camera.mac, "MAC address as a number; made of the address by default");
 
     const auto* identity = "Identity";
     app.add_option("--vendor", camera.vendor)->capture_default_str()->group(identity);
@@ -114,6 +120,7 @@ void declare(CLI::App& app, arguments& args) {
     share("--truncate", faults.truncate, "Packets without their second half");
     share("--garbage", faults.garbage, "Packets with a datagram of noise in front");
     share("--control-loss", faults.control_loss, "Control requests or acknowledges lost");
+    share("--event-loss", faults.event_loss, "Events, or their acknowledges, lost at the first try");
     app.add_option("--pending-every", faults.pending_every, "Every n-th acknowledge comes late, after PENDING_ACK")
         ->group(wrong);
     app.add_option("--pending-ms", faults.pending_ms, "How late")->capture_default_str()->group(wrong);
@@ -122,6 +129,23 @@ void declare(CLI::App& app, arguments& args) {
     app.add_option("--silence-ms", faults.silence_ms, "How long; for good by default")->group(wrong);
 
     app.add_option("--deaf-after", faults.deaf_after, "Answer no control request after this many frames")->group(wrong);
+
+    const auto* firmware = "Firmware";
+    app.add_option("--device-version", camera.version, "Of the firmware at the start")
+        ->capture_default_str()
+        ->group(firmware);
+    app.add_option("--install-ms", camera.install_ms, "Time to install new firmware")
+        ->capture_default_str()
+        ->group(firmware);
+    app.add_option("--make-firmware", args.firmware_file,
+                   "Write a firmware package (*.fwpack) for a camera of this vendor and model, and end")
+        ->group(firmware);
+    app.add_option("--firmware-version", args.firmware.version, "Of that package")
+        ->capture_default_str()
+        ->group(firmware);
+    app.add_option("--firmware-size", args.firmware.size, "Of its image, bytes")
+        ->capture_default_str()
+        ->group(firmware);
 
     const auto* running = "Running";
     app.add_flag("--quiet", args.quiet, "Say nothing of refused requests")->group(running);
@@ -140,6 +164,17 @@ int main(int argc, char** argv) {
     arguments args;
     declare(app, args);
     CLI11_PARSE(app, argc, argv);
+
+    if (!args.firmware_file.empty()) {
+        args.firmware.vendor = args.camera.vendor;
+        args.firmware.model = args.camera.model;
+        const auto package = camera_sim::make_firmware_package(args.firmware);
+        std::ofstream file{args.firmware_file, std::ios::binary};
+        file.write(reinterpret_cast<const char*>(package.data()), static_cast<std::streamsize>(package.size()));
+        if (file.flush()) return 0;
+        fmt::print(stderr, "orv-gev-camera-sim: cannot write {}\n", args.firmware_file);
+        return 1;
+    }
 
     const auto first = gige::parse_address(args.address);
     args.camera.pixel_format = camera_sim::pixel_format_value(args.pixel_format);

@@ -1,5 +1,7 @@
 #include "doctor.h"
 
+#include "interface_session.h"
+
 #include <ipc_rpc/leftovers.h>
 
 #include <fmt/format.h>
@@ -86,6 +88,25 @@ finding check_runtime_path(const std::string& cti) {
                         multipart.parent_path().string(), folder.string())};
 }
 
+// Cameras that answer and cannot be spoken to, with what mends each.
+std::vector<finding> check_addresses(const found_devices& found) {
+    std::vector<finding> results;
+    for (const auto& [device, interface] : found.devices) {
+        if (device.access_status != GenTL::DEVICE_ACCESS_STATUS_NOACCESS) continue;
+        interface_session session{found.lib, interface};
+        if (!session.select(device.id)) continue;
+        const auto address = session.text("GevDeviceIPAddress");
+        results.push_back({"address of " + device.id, false,
+                           fmt::format("{} cannot be reached from {}: of another subnet, or the address of a second "
+                                       "camera, too",
+                                       address, device.interface_id),
+                           fmt::format("orv-gentl ip temporary --device '{0}'   (until its next start; 'ip persistent' "
+                                       "for good, 'force-ip --device {0} ADDRESS' for one of your choice)",
+                                       device.id)});
+    }
+    return results;
+}
+
 } // namespace
 
 int doctor(const common_options& common) {
@@ -104,6 +125,7 @@ int doctor(const common_options& common) {
         try {
             const found_devices found = find_devices(common);
             findings.push_back({"local service", true, "answers", {}});
+            for (finding& result : check_addresses(found)) findings.push_back(std::move(result));
             findings.push_back({"devices", !found.devices.empty(), fmt::format("{} seen", found.devices.size()),
                                 found.devices.empty() ? "check cable, power and subnet; orv-gentl-gev-service "
                                                         "--discover ADDRESS asks one address directly"

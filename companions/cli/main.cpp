@@ -2,6 +2,7 @@
 #include "doctor.h"
 #include "document_command.h"
 #include "grab.h"
+#include "network_commands.h"
 #include "session.h"
 
 #include <CLI/CLI.hpp>
@@ -13,10 +14,6 @@ namespace {
 
 using namespace cli;
 
-constexpr auto tolerant = nlohmann::json::error_handler_t::replace; // names of cameras are bytes, not always UTF-8
-
-void print(const nlohmann::json& object) { fmt::print("{}\n", object.dump(-1, ' ', false, tolerant)); }
-
 int list(const common_options& options) {
     const found_devices found = find_devices(options);
     if (options.json) {
@@ -25,7 +22,7 @@ int list(const common_options& options) {
             object["interfaces"].push_back({{"id", entry.id}, {"display_name", entry.display_name}});
         }
         for (const auto& [device, interface] : found.devices) object["devices"].push_back(to_json(device));
-        print(object);
+        print_json(object);
         return 0;
     }
     for (const auto& entry : found.interfaces) {
@@ -57,7 +54,7 @@ int info(const common_options& options) {
     library_text("path", GenTL::TL_INFO_PATHNAME);
     if (!found.devices.empty()) object["device"] = to_json(choose_device(found, options).first);
     if (options.json) {
-        print(object);
+        print_json(object);
     } else {
         for (const auto& [group, values] : object.items()) {
             for (const auto& [key, value] : values.items()) {
@@ -91,7 +88,7 @@ int features(const common_options& options) {
     if (options.json) {
         nlohmann::json all = nlohmann::json::array();
         for (GenICam::INode* feature : root->get_all_features()) all.push_back(describe(*feature));
-        print({{"url", opened.nodes->url()}, {"features", all}});
+        print_json({{"url", opened.nodes->url()}, {"features", all}});
     } else {
         print_tree(*root, 0);
     }
@@ -116,7 +113,7 @@ int get(const common_options& options, const std::vector<std::string>& names) {
             fmt::print("{}{}\n", names.size() > 1 ? name + " = " : "", value);
         }
     }
-    if (options.json) print(object);
+    if (options.json) print_json(object);
     return failures == 0 ? 0 : 1;
 }
 
@@ -126,7 +123,7 @@ int set(const common_options& options, const std::string& name, const std::strin
     set_from_text(node, value);
     if (options.json) {
         std::string error;
-        print({{"name", name}, {"value", value_text(node, error)}});
+        print_json({{"name", name}, {"value", value_text(node, error)}});
     }
     return 0;
 }
@@ -136,7 +133,7 @@ int exec(const common_options& options, const std::string& name, std::chrono::mi
     GenICam::INode& command = require_node(*opened.nodes, name);
     execute(command);
     wait_until_done(command, longest);
-    if (options.json) print({{"name", name}, {"executed", true}, {"done", true}});
+    if (options.json) print_json({{"name", name}, {"executed", true}, {"done", true}});
     return 0;
 }
 
@@ -161,7 +158,8 @@ void add_module(CLI::App& command, common_options& options) {
 } // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app{"A GenTL consumer: finds cameras, shows and sets their features, grabs pictures."};
+    CLI::App app{
+        "A GenTL consumer: finds cameras, gives them addresses, shows and sets their features, grabs pictures."};
     app.require_subcommand(1);
     common_options common;
     int result = 0;
@@ -243,6 +241,9 @@ int main(int argc, char** argv) {
         result = show_document(document);
     });
 
+    add_network_commands(app, common, result,
+                         [&](CLI::App& command, bool with_device) { add_common(command, common, with_device); });
+
     auto* doctor_command = app.add_subcommand("doctor", "What is wrong, and what mends it");
     add_common(*doctor_command, common, false);
     doctor_command->callback([&] { result = doctor(common); });
@@ -253,12 +254,12 @@ int main(int argc, char** argv) {
         return app.exit(error);
     } catch (const call_failed& failure) {
         if (common.json) {
-            print({{"error", {{"call", failure.call}, {"code", failure.code}, {"text", failure.reason}}}});
+            print_json({{"error", {{"call", failure.call}, {"code", failure.code}, {"text", failure.reason}}}});
         }
         fmt::print(stderr, "{}\n", failure.what());
         return 2;
     } catch (const std::exception& failure) {
-        if (common.json) print({{"error", {{"text", failure.what()}}}});
+        if (common.json) print_json({{"error", {{"text", failure.what()}}}});
         fmt::print(stderr, "{}\n", failure.what());
         return 2;
     }

@@ -35,7 +35,7 @@ struct program_options {
     std::string group;
     int log_level = -1;
     unsigned heartbeat_ms = 0;
-    unsigned scan_interval_ms = 1000;
+    unsigned scan_interval_ms = 250;
     std::string document_folder;
     bool document_http = false;
 };

@@ -2,6 +2,7 @@
 
 #include <gvcp/device_document.h>
 #include <gvcp/device_record.h>
+#include <gvcp/firmware_package.h>
 #include <gvcp/message_receiver.h>
 
 #include <cstdlib>
@@ -49,6 +50,8 @@ void exercise_url(std::span<const std::byte> text) {
 void exercise_zip(std::span<const std::byte> archive) {
     const auto content = gvcp_master::unzip_first_file(text_of(archive));
     require(!content || content->size() <= gvcp_master::max_document);
+    const auto package = gvcp_master::read_firmware_package(archive);
+    require(!package || package->image.size() <= package->region_size);
 }
 
 void exercise_event(std::span<const std::byte> datagram) {

@@ -30,9 +30,7 @@ bool control_server::force_ip(const request& what, answer& built) {
     const std::lock_guard guard{device.mutex};
     auto& memory = device.memory;
     if (wanted == 0) {
-        const bool persistent = (memory.get(gvcp::reg::ip_config_current) & gvcp::bits::ip_persistent) != 0 &&
-                                memory.get(gvcp::reg::persistent_address) != 0;
-        wanted = persistent ? memory.get(gvcp::reg::persistent_address) : device.options.address;
+        wanted = start_address();
     } else {
         memory.set(gvcp::reg::current_mask, gige::load32(&what.body[36]));
         memory.set(gvcp::reg::current_gateway, gige::load32(&what.body[52]));

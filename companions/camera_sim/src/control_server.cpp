@@ -4,6 +4,8 @@
 
 #include "registers.h"
 
+#include "../posix/interface_address.h"
+
 #include <gige/network.h>
 
 #include <fmt/format.h>
@@ -15,7 +17,11 @@ namespace camera_sim {
 namespace gvcp = gige::gvcp;
 
 control_server::control_server(device_state& shared, stream_sender& sender)
-    : device{shared}, stream{sender}, messages{shared}, control_dice{shared.options.faults.seed * 31 + 7} {}
+    : device{shared},
+      stream{sender},
+      messages{shared},
+      firmware{shared},
+      control_dice{shared.options.faults.seed * 31 + 7} {}
 
 control_server::~control_server() {
     {
@@ -29,6 +35,14 @@ control_server::~control_server() {
 std::error_code control_server::bind(uint32_t address) {
     // Alone: a second camera on the address would take the first one's requests.
     const bool moves = !unicast.is_open() || address != own_address;
+    if (moves && !device.options.interface.empty()) {
+        uint32_t mask = 0;
+        {
+            const std::lock_guard guard{device.mutex};
+            mask = device.memory.get(gvcp::reg::current_mask);
+        }
+        if (const auto error = posix::set_interface_address(device.options.interface, address, mask)) return error;
+    }
     auto opened = moves ? gige::udp_socket::open({address, device.options.port}) : std::move(unicast);
     if (!opened) return opened.error();
     if (const auto error = opened->allow_broadcast()) return error;
@@ -60,6 +74,7 @@ std::error_code control_server::start(uint32_t address) {
     default_set.resize(reg::lut_content - reg::base);
     {
         const std::lock_guard guard{device.mutex};
+        firmware.add_registers();
         device.memory.copy_out(reg::base, default_set);
     }
     thread = std::thread{[this] { run(); }};
@@ -289,6 +304,7 @@ std::optional<control_server::clock::time_point> control_server::next_deadline()
     };
     if (!late_acks.empty()) consider(late_acks.front().due);
     if (reboot_ends) consider(*reboot_ends);
+    if (const auto step = firmware.next_deadline()) consider(*step);
     {
         const std::lock_guard guard{queue_mutex};
         if (silence_ends) consider(*silence_ends);
@@ -315,6 +331,7 @@ void control_server::work_deadlines() {
     const uint64_t ticks = device.timestamp();
     const auto due = std::erase_if(actions, [&](const scheduled_action& each) { return each.at <= ticks; });
     for (std::size_t i = 0; i < due; ++i) run_action();
+    if (firmware.work_deadline()) begin_reboot();
     if (reboot_ends && *reboot_ends <= now) finish_reboot();
     {
         const std::lock_guard guard{queue_mutex};

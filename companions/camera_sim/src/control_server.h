@@ -4,6 +4,7 @@
 
 #include "device_state.h"
 #include "fault_plan.h"
+#include "firmware_slot.h"
 #include "message_channel.h"
 #include "stream_sender.h"
 
@@ -94,12 +95,14 @@ private:
     void release_control();
     void begin_reboot();
     void finish_reboot();
+    [[nodiscard]] uint32_t start_address();
     void change_address(uint32_t address);
     void run_action();
 
     device_state& device;
     stream_sender& stream;
     message_channel messages;
+    firmware_slot firmware;
 
     gige::udp_socket unicast;
     std::vector<gige::udp_socket> broadcasts;

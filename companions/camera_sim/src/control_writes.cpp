@@ -93,7 +93,7 @@ gige::gvcp::status control_server::validate(uint32_t address, uint32_t value) co
         return locked && (value & 0xFFFF) != (before & 0xFFFF) ? status::access_denied : status::success;
     }
     default:
-        return status::success;
+        return firmware.validate(address, value);
     }
 }
 
@@ -170,6 +170,7 @@ void control_server::after_write(uint32_t address, uint32_t value) {
         break;
     }
     default:
+        firmware.after_write(address, value);
         break;
     }
 }
@@ -201,6 +202,7 @@ void control_server::release_control() {
     holder.reset();
     stream.abort();
     messages.close();
+    firmware.abandon();
     actions.clear();
     const std::lock_guard guard{device.mutex};
     for (const auto address : {boot::privilege, boot::stream_port, boot::message_port}) device.memory.set(address, 0);
@@ -215,21 +217,32 @@ void control_server::begin_reboot() {
 
 void control_server::finish_reboot() {
     reboot_ends.reset();
+    firmware.restarted();
     last_acks.clear();
     late_acks.clear();
-    uint32_t address = device.options.address;
+    uint32_t address = 0;
     {
         const std::lock_guard guard{device.mutex};
         auto& memory = device.memory;
-        const uint32_t persistent = memory.get(boot::persistent_address);
-        if ((memory.get(boot::ip_config_current) & bits::ip_persistent) != 0 && persistent != 0) address = persistent;
         reset_registers(device, own_address, true);
+        address = start_address();
         memory.set(boot::message_source_port, messages.source_port());
         memory.set(boot::stream_source_port, stream.source_port());
         device.clock_origin = device_state::steady_ns();
     }
     if (address != own_address) change_address(address);
     device.silent = false;
+}
+
+// The persistent address where that is switched on, with its network; else the one of the first start. Under the mutex.
+uint32_t control_server::start_address() {
+    auto& memory = device.memory;
+    const uint32_t persistent = memory.get(boot::persistent_address);
+    if ((memory.get(boot::ip_config_current) & bits::ip_persistent) == 0 || persistent == 0)
+        return device.options.address;
+    memory.set(boot::current_mask, memory.get(boot::persistent_mask));
+    memory.set(boot::current_gateway, memory.get(boot::persistent_gateway));
+    return persistent;
 }
 
 void control_server::change_address(uint32_t address) {

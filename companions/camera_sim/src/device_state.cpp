@@ -86,7 +86,9 @@ std::string to_json(const statistics& s, const camera_options& options, uint32_t
 }
 
 // A locally administered address made of the IPv4 address the camera started with.
-uint64_t mac_of(const camera_options& options) { return 0x0200'0000'0000 | options.address; }
+uint64_t mac_of(const camera_options& options) {
+    return options.mac != 0 ? options.mac & 0xFFFF'FFFF'FFFF : 0x0200'0000'0000 | options.address;
+}
 
 void build_address_space(device_state& device, const std::string& document) {
     auto& memory = device.memory;
@@ -179,7 +181,7 @@ void reset_registers(device_state& device, uint32_t address, bool keep_persisten
     memory.set(boot::current_gateway, 0);
     memory.set_text(boot::vendor, 32, options.vendor);
     memory.set_text(boot::model, 32, options.model);
-    memory.set_text(boot::device_version, 32, options.version);
+    memory.set_text(boot::device_version, 32, device.firmware_version);
     memory.set_text(boot::information, 48, "camera in software");
     memory.set_text(boot::serial, 16, options.serial);
     if (!keep_persistent) {

@@ -22,13 +22,15 @@ struct counters {
 };
 
 struct device_state {
-    explicit device_state(camera_options chosen) : options{std::move(chosen)}, faults{options.faults} {}
+    explicit device_state(camera_options chosen)
+        : options{std::move(chosen)}, faults{options.faults}, firmware_version{options.version} {}
 
     const camera_options options;
 
     mutable std::mutex mutex; // guards the members up to the next gap
     register_file memory;
     fault_options faults;
+    std::string firmware_version; // outlives a restart
 
     counters counted{};
     std::atomic<bool> silent{};

@@ -26,12 +26,14 @@ void message_channel::send(const camera_event& event) {
     bool extended = false;
     uint32_t timeout = 0;
     uint32_t retries = 0;
+    double loss = 0;
     {
         const std::lock_guard guard{device.mutex};
         const auto& memory = device.memory;
         extended = (memory.get(gvcp::reg::stream_configuration) & gvcp::bits::stream_extended_ids) != 0;
         timeout = memory.get(gvcp::reg::message_timeout);
         retries = memory.get(gvcp::reg::message_retries);
+        loss = device.faults.event_loss;
     }
     const bool plain = device.options.plain_events;
     const std::size_t record = extended ? 24 : 16;
@@ -55,10 +57,12 @@ void message_channel::send(const camera_event& event) {
     }
     std::copy_n(event.data.begin(), data, at + record);
     ++device.counted.events_sent;
-    if (socket.send(to, datagram)) ++device.counted.send_errors;
+    const bool lost = losses.happens(loss);
+    const bool unsent = lost && losses.happens(0.5);
+    if (!unsent && socket.send(to, datagram)) ++device.counted.send_errors;
     if (timeout == 0) return;
-    waiting.push_back(
-        {std::move(datagram), std::chrono::steady_clock::now() + std::chrono::milliseconds{timeout}, retries});
+    const auto due = std::chrono::steady_clock::now() + std::chrono::milliseconds{timeout};
+    waiting.push_back({std::move(datagram), due, retries, lost && !unsent});
 }
 
 void message_channel::receive() {
@@ -68,8 +72,9 @@ void message_channel::receive() {
         if (device.silent) continue;
         const auto ack = gvcp::parse_ack(std::span{buffer}.first(*size));
         if (!ack || (ack->code != gvcp::command::event_ack && ack->code != gvcp::command::event_data_ack)) continue;
-        const auto gone = std::erase_if(
-            waiting, [&](const unacknowledged& each) { return gige::load16(&each.datagram[6]) == ack->request_id; });
+        const auto gone = std::erase_if(waiting, [&](unacknowledged& each) {
+            return gige::load16(&each.datagram[6]) == ack->request_id && !std::exchange(each.unheard, false);
+        });
         device.counted.events_acknowledged += gone;
     }
 }

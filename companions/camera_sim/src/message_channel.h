@@ -2,6 +2,7 @@
 #pragma once
 
 #include "device_state.h"
+#include "fault_plan.h"
 
 #include <gige/udp_socket.h>
 
@@ -19,7 +20,7 @@ struct camera_event {
 
 class message_channel {
 public:
-    explicit message_channel(device_state& shared) : device{shared} {}
+    explicit message_channel(device_state& shared) : device{shared}, losses{shared.options.faults.seed * 17 + 5} {}
     [[nodiscard]] std::error_code open(uint32_t address);
     [[nodiscard]] int native() const noexcept { return socket.native(); }
     [[nodiscard]] uint16_t source_port() const { return socket.local().port; }
@@ -35,12 +36,14 @@ private:
         std::vector<std::byte> datagram;
         std::chrono::steady_clock::time_point due;
         uint32_t retries_left{};
+        bool unheard{}; // its next acknowledge is lost on purpose
     };
     [[nodiscard]] gige::endpoint destination() const;
     device_state& device;
     gige::udp_socket socket;
     std::vector<unacknowledged> waiting;
     uint16_t last_id = 0;
+    dice losses;
 };
 
 } // namespace camera_sim

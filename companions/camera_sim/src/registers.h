@@ -10,6 +10,9 @@ namespace camera_sim::reg {
 inline constexpr uint32_t base = 0x00010000;
 inline constexpr uint32_t region_size = 0x1000;
 inline constexpr uint32_t document_base = 0x00100000;
+inline constexpr uint32_t firmware_control = 0x00020000; // gige/firmware.h
+inline constexpr uint32_t firmware_region = 0x02000000;
+inline constexpr uint32_t firmware_region_size = 0x00100000;
 
 inline constexpr uint32_t sensor_width = base + 0x000;
 inline constexpr uint32_t sensor_height = base + 0x004;

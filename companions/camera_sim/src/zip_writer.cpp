@@ -37,45 +37,56 @@ std::vector<std::byte> deflate_raw(std::span<const std::byte> content) {
 } // namespace
 
 std::vector<std::byte> zip_one_file(std::string_view name, std::span<const std::byte> content) {
-    const auto packed = deflate_raw(content);
-    const auto crc = static_cast<uint32_t>(
-        ::crc32(0, reinterpret_cast<const Bytef*>(content.data()), static_cast<uInt>(content.size())));
+    const zip_member member{name, content};
+    return zip_files({&member, 1});
+}
+
+std::vector<std::byte> zip_files(std::span<const zip_member> members) {
     std::vector<std::byte> archive;
+    std::vector<std::byte> directory;
+    for (const auto& [name, content] : members) {
+        const auto packed = deflate_raw(content);
+        const auto crc = static_cast<uint32_t>(
+            ::crc32(0, reinterpret_cast<const Bytef*>(content.data()), static_cast<uInt>(content.size())));
+        const auto start = static_cast<uint32_t>(archive.size());
+        // Version, flags, method, time, date, checksum, sizes: the same in the local and the central header.
+        const auto common = [&](little_endian out) {
+            out.put(20, 2);
+            out.put(0, 2);
+            out.put(8, 2);
+            out.put(0, 2);
+            out.put(0x21, 2);
+            out.put(crc, 4);
+            out.put(static_cast<uint32_t>(packed.size()), 4);
+            out.put(static_cast<uint32_t>(content.size()), 4);
+            out.put(static_cast<uint32_t>(name.size()), 2);
+            out.put(0, 2);
+        };
+        little_endian local{archive};
+        local.put(0x04034B50, 4);
+        common(local);
+        local.put(std::as_bytes(std::span{name}));
+        local.put(packed);
+        little_endian central{directory};
+        central.put(0x02014B50, 4);
+        central.put(20, 2);
+        common(central);
+        central.put(0, 2);
+        central.put(0, 2);
+        central.put(0, 2);
+        central.put(0, 4);
+        central.put(start, 4);
+        central.put(std::as_bytes(std::span{name}));
+    }
+    const auto start = static_cast<uint32_t>(archive.size());
     little_endian out{archive};
-    // Version, flags, method, time, date, checksum, sizes: the same in the local and the central header.
-    const auto common = [&] {
-        out.put(20, 2);
-        out.put(0, 2);
-        out.put(8, 2);
-        out.put(0, 2);
-        out.put(0x21, 2);
-        out.put(crc, 4);
-        out.put(static_cast<uint32_t>(packed.size()), 4);
-        out.put(static_cast<uint32_t>(content.size()), 4);
-        out.put(static_cast<uint32_t>(name.size()), 2);
-        out.put(0, 2);
-    };
-    out.put(0x04034B50, 4);
-    common();
-    out.put(std::as_bytes(std::span{name}));
-    out.put(packed);
-    const auto central = static_cast<uint32_t>(archive.size());
-    out.put(0x02014B50, 4);
-    out.put(20, 2);
-    common();
-    out.put(0, 2);
-    out.put(0, 2);
-    out.put(0, 2);
-    out.put(0, 4);
-    out.put(0, 4);
-    out.put(std::as_bytes(std::span{name}));
-    const auto central_size = static_cast<uint32_t>(archive.size()) - central;
+    out.put(directory);
     out.put(0x06054B50, 4);
     out.put(0, 4);
-    out.put(1, 2);
-    out.put(1, 2);
-    out.put(central_size, 4);
-    out.put(central, 4);
+    out.put(static_cast<uint32_t>(members.size()), 2);
+    out.put(static_cast<uint32_t>(members.size()), 2);
+    out.put(static_cast<uint32_t>(directory.size()), 4);
+    out.put(start, 4);
     out.put(0, 2);
     return archive;
 }

@@ -2,7 +2,12 @@
 
 #include "../../../tests/document_rules.h"
 #include "../src/document.h"
+#include "../src/firmware_image.h"
 #include "../src/registers.h"
+
+#include <gige/firmware.h>
+
+#include <zlib.h>
 
 #include <atomic>
 #include <bit>
@@ -24,6 +29,11 @@ camera_options small(uint32_t n) {
     options.sensor_height = 240;
     options.user_name = "left";
     return options;
+}
+
+uint32_t sum_of(std::span<const std::byte> bytes) {
+    return static_cast<uint32_t>(
+        ::crc32(0, reinterpret_cast<const unsigned char*>(bytes.data()), static_cast<unsigned>(bytes.size())));
 }
 
 std::unique_ptr<camera> start(camera_options options) {
@@ -324,6 +334,42 @@ TEST(camera_control, document_keeps_the_rules_of_the_standard) {
             said.starts_with(zipped ? "Local:orv_simcam_1_0_0.zip;100000;" : "Local:orv_simcam_1_0_0.xml;100000;"))
             << said;
     }
+}
+
+// The image of another model, one that is not what its checksum says, and one that broke off.
+TEST(camera_control, firmware_that_is_not_its_own_or_not_whole_is_not_taken) {
+    namespace fw = gige::firmware;
+    const auto cam = start(small(1));
+    test_client client{cam->address()};
+    const auto put = [&](std::span<const std::byte> image) {
+        for (std::size_t at = 0; at < image.size(); at += 4) // whole words
+            EXPECT_EQ(client.write(reg::firmware_region + static_cast<uint32_t>(at), gige::load32(&image[at])),
+                      status::success);
+    };
+    const auto state = [&] { return fw::state_of(client.read(reg::firmware_control + fw::progress)); };
+    EXPECT_EQ(client.write(boot::privilege, bits::control), status::success);
+    EXPECT_EQ(client.write(reg::firmware_region, 0), status::access_denied) << "nothing has begun";
+    EXPECT_EQ(client.write(reg::firmware_control + fw::length, reg::firmware_region_size + 4),
+              status::invalid_parameter);
+    const auto begin = [&](uint32_t length, uint32_t sum) {
+        EXPECT_EQ(client.write(reg::firmware_control + fw::length, length), status::success);
+        EXPECT_EQ(client.write(reg::firmware_control + fw::checksum, sum), status::success);
+        EXPECT_EQ(client.write(reg::firmware_control + fw::command, fw::begin), status::success);
+        EXPECT_EQ(state(), fw::state::receiving);
+    };
+    constexpr uint32_t size = 64;
+    for (const char* model : {"Other", "SimCam"}) {
+        const auto image = make_firmware_image({model, "2"}, size);
+        const bool sound = model == std::string{"Other"}; // but for its model
+        begin(size, sound ? sum_of(image) : sum_of(image) + 1);
+        put(image);
+        EXPECT_EQ(client.write(reg::firmware_control + fw::command, fw::install), status::success);
+        EXPECT_EQ(state(), fw::state::refused) << model;
+    }
+    begin(size, 0);
+    EXPECT_EQ(client.write(boot::privilege, 0), status::success);
+    EXPECT_EQ(state(), fw::state::idle) << "whoever held it has gone";
+    EXPECT_EQ(cam->stats().reboots, 0U);
 }
 
 } // namespace

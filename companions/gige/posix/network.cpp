@@ -20,7 +20,7 @@ uint32_t address_of(const sockaddr* from) {
 }
 
 void add_gateways(std::vector<network_interface>& interfaces) {
-    std::ifstream routes{"/proc/net/route"};
+    std::ifstream routes{"/proc/thread-self/net/route"}; // of the network this thread sees
     std::string line;
     std::getline(routes, line); // headings
     while (std::getline(routes, line)) {

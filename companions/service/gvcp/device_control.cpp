@@ -329,4 +329,10 @@ std::error_code device_control::write_persistent_ip(bool use, uint32_t address, 
     return write_register(reg::ip_config_current, wanted);
 }
 
+std::error_code device_control::use_dhcp() {
+    const auto current = read_register(reg::ip_config_current);
+    if (!current) return current.error();
+    return write_register(reg::ip_config_current, (*current & ~bits::ip_persistent) | bits::ip_dhcp);
+}
+
 } // namespace gvcp_master

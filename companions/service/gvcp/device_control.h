@@ -64,6 +64,9 @@ public:
     // Persistent address for the next start of the camera; `use` switches it on or off.
     [[nodiscard]] std::error_code write_persistent_ip(bool use, uint32_t address, uint32_t mask, uint32_t gateway);
 
+    // From the camera's next start on; the persistent address is kept, not used.
+    [[nodiscard]] std::error_code use_dhcp();
+
     // Requests that wait end, later ones are refused: for an object whose owner is gone and that is about to be
     // destroyed. Any thread.
     void cancel() noexcept { cancelling.request_stop(); }

@@ -13,6 +13,7 @@ namespace gvcp = gige::gvcp;
 namespace {
 
 constexpr std::size_t remembered_scans = 64;
+constexpr std::size_t most_moves = 64; // of cameras that are asked directly
 
 std::array<std::byte, gvcp::header_size> discovery_command(uint16_t id, bool broadcast) {
     std::array<std::byte, gvcp::header_size> command;
@@ -30,7 +31,7 @@ bool is_loopback(uint32_t address) { return address >> 24 == 127; }
 } // namespace
 
 discovery::discovery(options options_given, notifications notified)
-    : chosen{std::move(options_given)}, told{std::move(notified)} {
+    : chosen{std::move(options_given)}, told{std::move(notified)}, asked_directly{chosen.addresses} {
     auto opened = gige::udp_socket::open({0, 0});
     if (!opened) throw std::system_error(opened.error(), "the socket that looks for cameras");
     socket = std::move(*opened);
@@ -65,6 +66,15 @@ bool discovery::scan(std::chrono::milliseconds timeout, std::stop_token stop) {
     const uint64_t wanted = scans_started + 1;
     wakeup.wake();
     return scanned.wait_for(lock, std::move(stop), timeout, [&] { return scans_done >= wanted; });
+}
+
+void discovery::may_move(uint32_t from, uint32_t to) {
+    const std::lock_guard guard{mutex};
+    if (to == 0 || std::ranges::find(asked_directly, from) == asked_directly.end()) return;
+    if (std::ranges::find(asked_directly, to) != asked_directly.end()) return;
+    if (asked_directly.size() >= chosen.addresses.size() + most_moves)
+        asked_directly.erase(asked_directly.begin() + static_cast<std::ptrdiff_t>(chosen.addresses.size()));
+    asked_directly.push_back(to);
 }
 
 void discovery::control_given_back(uint64_t mac) {
@@ -103,6 +113,7 @@ void discovery::run() {
             if (quit) return;
         }
         drop_silent_ones();
+        mark_shared_addresses();
         tell();
         {
             const std::lock_guard guard{mutex};
@@ -173,7 +184,7 @@ void discovery::send_probes() {
                 ask(0xFFFFFFFF, true, by); // reaches cameras of foreign subnets
         }
     }
-    for (const uint32_t address : chosen.addresses) ask(address, false, {});
+    for (const uint32_t address : asked_directly) ask(address, false, {});
 }
 
 // All cameras at once, beside the search. One that does not answer keeps what it said before. Under the mutex.
@@ -246,8 +257,7 @@ void discovery::take_discovery(const device_record& device, unsigned interface_i
     found_device now{device};
     const auto& subnets = home->network.subnets;
     const auto net = std::ranges::find_if(subnets, [&](const auto& each) { return each.contains(device.address); });
-    now.reachable =
-        net != subnets.end() || std::ranges::find(chosen.addresses, device.address) != chosen.addresses.end();
+    now.reachable = net != subnets.end() || std::ranges::find(asked_directly, device.address) != asked_directly.end();
     if (net != subnets.end()) now.local_address = net->address;
 
     auto known = std::ranges::find_if(home->devices, [&](const heard& each) { return each.device.mac == device.mac; });
@@ -271,6 +281,7 @@ void discovery::take_discovery(const device_record& device, unsigned interface_i
     known->misses = 0;
     if (std::exchange(known->answered, id) == id) return;
     now.controlled = known->device.controlled;
+    now.shares_address = known->device.shares_address;
     if (known->device == now) return;
     if (known->device.address != now.address)
         say(fmt::format("{} on {} has become {}", gige::to_string(known->device.address), home->network.name,
@@ -309,6 +320,24 @@ void discovery::drop_silent_ones() {
 
 bool discovery::has_to_tell() const {
     return interfaces_changed || !changed_with_them.empty() || std::ranges::any_of(entries, &entry::changed);
+}
+
+// By what answered lately: one that was replaced at its address is listed for a while yet.
+void discovery::mark_shared_addresses() {
+    const std::lock_guard guard{mutex};
+    for (auto& each : entries)
+        for (auto& device : each.devices) {
+            const bool shares = std::ranges::any_of(each.devices, [&](const heard& other) {
+                return &other != &device && other.device.address == device.device.address && other.misses <= 1 &&
+                       device.misses <= 1;
+            });
+            if (std::exchange(device.device.shares_address, shares) == shares) continue;
+            each.changed = true;
+            if (shares)
+                say(fmt::format("{} on {} is the address of more than one camera; \"{}\", serial \"{}\", is one.",
+                                gige::to_string(device.device.address), each.network.name,
+                                gige::printable(device.device.model), gige::printable(device.device.serial)));
+        }
 }
 
 void discovery::tell() {

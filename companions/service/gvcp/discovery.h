@@ -21,16 +21,18 @@ namespace gvcp_master {
 class discovery {
 public:
     struct options {
-        bool networks = true;                     // look on every interface but loopback
-        bool loopback = false;                    // look on the loopback interface
-        std::vector<uint32_t> addresses{};        // cameras asked directly, wherever they are routed to
-        std::chrono::milliseconds interval{1000}; // between scans
-        std::chrono::milliseconds window{300};    // after which a scan is over; what answers later is taken, too
-        unsigned misses = 3;                      // scans without an answer until a camera is off the list
+        bool networks = true;                    // look on every interface but loopback
+        bool loopback = false;                   // look on the loopback interface
+        std::vector<uint32_t> addresses{};       // cameras asked directly, wherever they are routed to
+        std::chrono::milliseconds interval{250}; // between scans; three of them and a window are less than a second
+        std::chrono::milliseconds window{150};   // after which a scan is over; what answers later is taken, too
+        unsigned misses = 3;                     // scans without an answer until a camera is off the list
     };
     // A camera, and whether anybody had control of it when it was asked last.
     struct found_device : device_record {
         bool controlled = false;
+        bool shares_address = false; // another camera on the interface has it, too: neither can be spoken to
+        [[nodiscard]] bool is_reachable() const noexcept { return reachable && !shares_address; }
         friend bool operator==(const found_device&, const found_device&) = default;
     };
     struct found_interface {
@@ -59,6 +61,8 @@ public:
     // Waits for a scan that begins after the call; false when it did not end within `timeout`, or before the wait was
     // stopped.
     [[nodiscard]] bool scan(std::chrono::milliseconds timeout, std::stop_token stop = {});
+    // A camera is about to be told so. One that is asked directly will be asked at the new address as well.
+    void may_move(uint32_t from, uint32_t to);
     // Control was given back here: what the last scan saw of it is old.
     void control_given_back(uint64_t mac);
 
@@ -89,6 +93,7 @@ private:
     [[nodiscard]] bool has_to_tell() const; // under the mutex
     [[nodiscard]] entry* home_of(const device_record& device, unsigned interface_index);
     void drop_silent_ones();
+    void mark_shared_addresses();
     void tell();
     void say(const std::string& text) const;
     [[nodiscard]] uint16_t next_id() noexcept;
@@ -103,8 +108,9 @@ private:
 
     mutable std::mutex mutex;
     std::condition_variable_any scanned;
-    std::vector<entry> entries;    // changed by the scanning thread alone, but for `controlled` and `asked`
-    std::vector<std::string> gone; // their end is to be told
+    std::vector<entry> entries;           // changed by the scanning thread alone, but for `controlled` and `asked`
+    std::vector<uint32_t> asked_directly; // as chosen, and where such cameras went
+    std::vector<std::string> gone;        // their end is to be told
     std::vector<std::string> changed_with_them; // the change of their lists
     bool interfaces_changed = false;
     uint64_t scans_started = 0;

@@ -2,7 +2,6 @@
 
 #include <gds_shared/gigecam_error.h>
 
-#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -14,7 +13,6 @@ using gds_shared::gigecam_errc;
 
 namespace {
 
-constexpr std::size_t remembered_ids = 32;
 constexpr std::size_t longest_event = 568; // behind the header: what consumers have room for
 constexpr uint32_t wanted_timeout_ms = 200;
 constexpr uint32_t wanted_retries = 3;
@@ -28,6 +26,15 @@ std::optional<gvcp::command_header> parse_event(std::span<const std::byte> datag
     const std::size_t record = (header->flags & gvcp::flag::extended_ids) != 0 ? 24 : 16;
     if (header->length < record) return {};
     return header;
+}
+
+bool latest_ids::insert(uint16_t id) {
+    if (known[id]) return false;
+    known[order[next]] = false;
+    known[id] = true;
+    order[next] = id;
+    next = (next + 1) % order.size();
+    return true;
 }
 
 message_receiver::message_receiver(device_control& from, gige::udp_socket opened, event_function on_event)
@@ -89,10 +96,7 @@ void message_receiver::receive_all() {
             // A lost acknowledge makes the camera repeat itself, no more.
             (void)socket.send(from, ack);
         }
-        if (std::ranges::find(seen, header->request_id) != seen.end()) continue;
-        seen.push_back(header->request_id);
-        if (seen.size() > remembered_ids) seen.pop_front();
-        deliver(datagram.first(gvcp::header_size + header->length));
+        if (seen.insert(header->request_id)) deliver(datagram.first(gvcp::header_size + header->length));
     }
 }
 

@@ -3,12 +3,25 @@
 
 #include "device_control.h"
 
-#include <deque>
+#include <bitset>
+#include <vector>
 
 namespace gvcp_master {
 
 // The header of an EVENT or EVENTDATA datagram with at least one record.
 [[nodiscard]] std::optional<gige::gvcp::command_header> parse_event(std::span<const std::byte> datagram);
+
+// The latest request ids, as many as a camera sends until it gives up repeating one: 8192 are some seconds of the
+// fastest. Far fewer than there are, so that an id is forgotten before it comes again by right.
+class latest_ids {
+public:
+    [[nodiscard]] bool insert(uint16_t id); // false for one that is there already
+
+private:
+    std::bitset<65536> known;
+    std::vector<uint16_t> order = std::vector<uint16_t>(8192); // a ring; 0 is no id
+    std::size_t next = 0;
+};
 
 class message_receiver {
 public:
@@ -29,7 +42,7 @@ private:
     device_control& camera;
     gige::udp_socket socket;
     event_function deliver;
-    std::deque<uint16_t> seen; // latest request ids: repetitions are acknowledged, not delivered
+    latest_ids seen; // repetitions are acknowledged, not delivered
     gige::waker wakeup;
     std::atomic<bool> quit{};
     std::thread thread;

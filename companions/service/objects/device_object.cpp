@@ -64,8 +64,8 @@ device_object::open(std::shared_ptr<service_core> core, std::shared_ptr<client_s
 std::error_code device_object::init(ipc_rpc::open_access access) {
     seat = session->take_device_seat();
     lost_number = session->allocate();
-    event_number = session->allocate();
-    if (!seat || !lost_number || !event_number) return make_error_code(ipc_rpc::status::resource_exhausted);
+    if (auto number = session->allocate()) events = std::make_unique<message_box>(std::move(number));
+    if (!seat || !lost_number || !events) return make_error_code(ipc_rpc::status::resource_exhausted);
 
     const bool reads_only = access == ipc_rpc::open_access::read_only;
     gvcp_master::device_control::options chosen;
@@ -113,22 +113,12 @@ void device_object::open_events(ipc_rpc::open_access access) {
 }
 
 void device_object::take_event(std::span<const std::byte> packet) {
-    bool first_loss = false;
-    {
-        const std::lock_guard guard{mutex};
-        if (events.size() == ipc_rpc::limits::most_events) {
-            events.pop_front();
-            first_loss = events_dropped++ == 0;
-        }
-        ipc_rpc::event_message message;
-        message.payload.assign(packet.begin(), packet.end());
-        events.push_back(std::move(message));
-    }
+    ipc_rpc::event_message message;
+    message.payload.assign(packet.begin(), packet.end());
     const gds_helper::log::counted_lines counted{lines};
-    if (first_loss)
+    if (events->push(std::move(message)))
         logger().warn("Events of {} are dropped: {} wait for a client that does not fetch them.",
                       gige::to_string(record.address), ipc_rpc::limits::most_events);
-    event_number->raise();
 }
 
 void device_object::let_go() {
@@ -147,7 +137,7 @@ device_object::~device_object() {
 ipc_rpc::device_service_info device_object::service_info() const {
     ipc_rpc::device_service_info info;
     info.device_lost_notification_id = lost_number->get();
-    info.event_notification_id = event_number->get();
+    info.event_notification_id = events->notification();
     info.user_id_capacity = (camera->capability() & gige::gvcp::bits::has_user_name) != 0 ? user_name_bytes : 0;
     if (settings) info.shared_memory_name = settings->name;
     return info;
@@ -219,18 +209,11 @@ std::expected<ipc_rpc::byte_vector, std::error_code> device_object::original_doc
 }
 
 std::vector<ipc_rpc::event_message> device_object::take_events() {
-    std::vector<ipc_rpc::event_message> taken;
-    uint64_t dropped = 0;
-    {
-        const std::lock_guard guard{mutex};
-        taken.assign(std::make_move_iterator(events.begin()), std::make_move_iterator(events.end()));
-        events.clear();
-        dropped = std::exchange(events_dropped, 0);
-    }
-    if (dropped != 0)
-        logger().warn("{} events of {} were dropped before the client fetched the rest.", dropped,
+    auto taken = events->take();
+    if (taken.dropped != 0)
+        logger().warn("{} events of {} were dropped before the client fetched the rest.", taken.dropped,
                       gige::to_string(record.address));
-    return taken;
+    return std::move(taken.messages);
 }
 
 std::expected<std::string, std::error_code> device_object::user_name() {
@@ -253,6 +236,10 @@ std::expected<ipc_rpc::stream_channel_info, std::error_code> stream_lease::chann
     info.interface_ip = camera.local().address;
     info.host_address = gige::to_string(camera.device().address);
     info.dest_port = camera.device().port;
+    // Where the stream will come from, for those cameras that tell.
+    const auto capability = camera.read_register(gige::gvcp::reg::stream_capability);
+    if (capability && (*capability & gige::gvcp::bits::stream_source_port) != 0)
+        info.source_port = camera.read_register(gige::gvcp::reg::stream_source_port).value_or(0) & 0xFFFF;
     const auto high = camera.read_register(gige::gvcp::reg::tick_frequency_high);
     const auto low = camera.read_register(gige::gvcp::reg::tick_frequency_low);
     if (high && low) info.timestamp_tick_frequency = uint64_t{*high} << 32 | *low;

@@ -1,6 +1,7 @@
 // One open camera of one client: control channel, document, events, settings block, the lease of its stream.
 #pragma once
 
+#include "message_box.h"
 #include "service_core.h"
 
 #include "../gvcp/device_control.h"
@@ -10,7 +11,6 @@
 #include <ipc_rpc/catalogue.h>
 
 #include <atomic>
-#include <deque>
 #include <expected>
 #include <optional>
 #include <system_error>
@@ -58,15 +58,13 @@ private:
     std::atomic<bool> holds{false};
     std::shared_ptr<client_session::device_seat> seat;
     std::shared_ptr<client_session::number> lost_number;
-    std::shared_ptr<client_session::number> event_number;
+    std::unique_ptr<message_box> events;
     std::unique_ptr<settings_memory> settings;
 
     std::mutex mutex;                          // guards what follows
     std::optional<std::string> plain_document; // of a camera whose own cannot be read as it lies in its registers
     std::shared_ptr<ipc_rpc::reserved_bytes> plain_document_bytes;
     std::weak_ptr<stream_lease> lease;
-    std::deque<ipc_rpc::event_message> events;
-    uint64_t events_dropped = 0; // since they were fetched last
 
     // In this order: the receiver uses the control channel, both use the rest.
     std::unique_ptr<gvcp_master::device_control> camera;

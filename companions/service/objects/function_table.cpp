@@ -143,8 +143,8 @@ void serve_interface(object_function_table_root& table) {
         table, interface_class, [](interface_object& self, rpc_call_context&) { return self.service_info(); }));
     must(catalogue::get_event_messages::serve<interface_object>(
         table, interface_class,
-        [](interface_object&, rpc_call_context&) -> std::expected<std::vector<event_message>, std::error_code> {
-            return std::vector<event_message>{}; // cameras that nobody opened send none
+        [](interface_object& self, rpc_call_context&) -> std::expected<std::vector<event_message>, std::error_code> {
+            return self.take_messages();
         }));
     must(catalogue::get_device_dyn_info::serve<interface_object>(
         table, interface_class,
@@ -160,20 +160,18 @@ void serve_interface(object_function_table_root& table) {
            bool scheduled, uint64_t time, uint32_t flags, uint32_t all) {
             return self.send_action(device_key, group_key, group_mask, scheduled, time, flags, all != 0);
         }));
-    // No camera of ours takes firmware yet, and there are no functions to run without opening a device.
     must(catalogue::firmware_package_upload::serve<interface_object>(
         table, interface_class,
-        [](interface_object&, rpc_call_context&, const std::string&, const byte_vector&, const std::string&,
-           uint32_t) -> std::expected<void, std::error_code> { return not_implemented(); }));
+        [](interface_object& self, rpc_call_context&, const std::string& id, const byte_vector& package,
+           const std::string&, uint32_t) { return self.upload_firmware(id, package); }));
     must(catalogue::firmware_package_upload_state::serve<interface_object>(
         table, interface_class,
-        [](interface_object&, rpc_call_context&, const std::string&) -> std::expected<std::string, std::error_code> {
-            return not_implemented();
-        }));
+        [](interface_object& self, rpc_call_context&, const std::string& id) { return self.firmware_state(id); }));
     must(catalogue::execute_device_function::serve<interface_object>(
         table, interface_class,
-        [](interface_object&, rpc_call_context&, const std::string&,
-           const std::string&) -> std::expected<void, std::error_code> { return not_implemented(); }));
+        [](interface_object& self, rpc_call_context&, const std::string& id, const std::string& function) {
+            return self.execute(id, function);
+        }));
 }
 
 void serve_device(object_function_table_root& table) {

@@ -1,5 +1,6 @@
 #include "interface_object.h"
 
+#include "address_assignment.h"
 #include "device_object.h"
 
 #include "../gvcp/broadcast_commands.h"
@@ -14,8 +15,6 @@
 namespace service {
 
 namespace {
-
-constexpr std::chrono::milliseconds scan_time{2000};
 
 // Readable where it can be, unique because the MAC is. A camera without a serial number is named by its MAC alone.
 std::string device_id_of(const gvcp_master::device_record& record) {
@@ -51,8 +50,8 @@ uint32_t control_state_of(service_core& core, const client_session& session,
     return device.controlled ? ipc_rpc::control_state_held : 0;
 }
 
-ipc_rpc::reachable_status reachable_of(const gvcp_master::device_record& record) {
-    return record.reachable ? ipc_rpc::reachable_status::reachable : ipc_rpc::reachable_status::unreachable;
+ipc_rpc::reachable_status reachable_of(const gvcp_master::discovery::found_device& record) {
+    return record.is_reachable() ? ipc_rpc::reachable_status::reachable : ipc_rpc::reachable_status::unreachable;
 }
 
 std::unexpected<std::error_code> no_such_device() {
@@ -66,13 +65,15 @@ interface_object::interface_object(std::shared_ptr<service_core> shared, std::sh
     : core(std::move(shared)),
       session(std::move(client)),
       name(std::move(interface_name)),
-      devices_changed(session->allocate()),
-      messages_pending(session->allocate()) {
-    if (is_complete()) core->watch_devices(name, devices_changed);
+      devices_changed(session->allocate()) {
+    if (auto number = session->allocate()) messages = std::make_shared<message_box>(std::move(number));
+    if (!is_complete()) return;
+    core->watch_devices(name, devices_changed);
+    core->watch_messages(name, messages);
 }
 
 std::expected<ipc_rpc::interface_service_info, std::error_code> interface_object::service_info() {
-    return ipc_rpc::interface_service_info{devices_changed->get(), messages_pending->get()};
+    return ipc_rpc::interface_service_info{devices_changed->get(), messages->notification()};
 }
 
 std::optional<gvcp_master::discovery::found_interface> interface_object::current() const {
@@ -121,7 +122,7 @@ std::expected<std::shared_ptr<device_object>, std::error_code>
 interface_object::open_device(const std::string& id, ipc_rpc::open_access access) const {
     const auto record = find_device(id);
     if (!record) return no_such_device();
-    if (!record->reachable) return std::unexpected(std::make_error_code(std::errc::host_unreachable));
+    if (!record->is_reachable()) return std::unexpected(std::make_error_code(std::errc::host_unreachable));
     return device_object::open(core, session, *record, name, access);
 }
 
@@ -133,12 +134,32 @@ std::expected<uint32_t, std::error_code> interface_object::device_reachable(cons
 
 std::expected<void, std::error_code> interface_object::force_ip(uint64_t mac, uint32_t address, uint32_t mask,
                                                                 uint32_t gateway) const {
-    const auto interface = current();
-    if (!interface) return no_such_device();
-    if (const auto error = gvcp_master::force_ip(interface->network, mac, address, mask, gateway)) {
-        return std::unexpected(error);
-    }
-    static_cast<void>(core->discovery().scan(scan_time, core->stop_token())); // so that the list has the new address
+    if (const auto error = force_address(*core, name, mac, address, mask, gateway)) return std::unexpected(error);
+    return {};
+}
+
+std::vector<ipc_rpc::event_message> interface_object::take_messages() { return messages->take().messages; }
+
+std::expected<void, std::error_code> interface_object::upload_firmware(const std::string& id,
+                                                                       std::span<const std::byte> package) const {
+    const auto record = find_device(id);
+    if (!record) return no_such_device();
+    if (!record->is_reachable()) return std::unexpected(std::make_error_code(std::errc::host_unreachable));
+    if (const auto error = core->firmware().start(name, id, *record, package)) return std::unexpected(error);
+    return {};
+}
+
+std::expected<std::string, std::error_code> interface_object::firmware_state(const std::string& id) const {
+    if (auto state = core->firmware().state(name, id)) return std::move(*state);
+    if (!find_device(id)) return no_such_device();
+    return std::string{};
+}
+
+std::expected<void, std::error_code> interface_object::execute(const std::string& id,
+                                                               const std::string& function) const {
+    const auto record = find_device(id);
+    if (!record) return no_such_device();
+    if (const auto error = run_address_function(*core, name, *record, function)) return std::unexpected(error);
     return {};
 }
 

@@ -18,7 +18,7 @@ public:
                      std::string interface_name);
 
     // False when the client has no notification numbers left for it.
-    [[nodiscard]] bool is_complete() const noexcept { return devices_changed && messages_pending; }
+    [[nodiscard]] bool is_complete() const noexcept { return devices_changed && messages; }
 
     [[nodiscard]] std::expected<ipc_rpc::interface_service_info, std::error_code> service_info();
     [[nodiscard]] std::expected<std::vector<ipc_rpc::device_desc>, std::error_code> enum_devices() const;
@@ -27,6 +27,13 @@ public:
     [[nodiscard]] std::expected<uint32_t, std::error_code> device_reachable(const std::string& id) const;
     [[nodiscard]] std::expected<void, std::error_code> force_ip(uint64_t mac, uint32_t address, uint32_t mask,
                                                                 uint32_t gateway) const;
+    [[nodiscard]] std::vector<ipc_rpc::event_message> take_messages();
+    [[nodiscard]] std::expected<void, std::error_code> upload_firmware(const std::string& id,
+                                                                       std::span<const std::byte> package) const;
+    [[nodiscard]] std::expected<std::string, std::error_code> firmware_state(const std::string& id) const;
+    // By the function's name.
+    [[nodiscard]] std::expected<void, std::error_code> execute(const std::string& id,
+                                                               const std::string& function) const;
     [[nodiscard]] std::expected<void, std::error_code> send_action(uint32_t device_key, uint32_t group_key,
                                                                    uint32_t group_mask, bool scheduled, uint64_t time,
                                                                    uint32_t flags, bool all_interfaces) const;
@@ -39,7 +46,7 @@ private:
     std::shared_ptr<client_session> session;
     const std::string name;
     std::shared_ptr<client_session::number> devices_changed;
-    std::shared_ptr<client_session::number> messages_pending;
+    std::shared_ptr<message_box> messages;
 };
 
 } // namespace service

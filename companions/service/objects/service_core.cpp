@@ -32,6 +32,19 @@ service_core::service_core(options given) : chosen(std::move(given)), noted_port
         gds_helper::log::main_logger().info("{}", text);
     };
     finder = std::make_unique<gvcp_master::discovery>(chosen.discovery, std::move(told));
+    updates = std::make_unique<firmware_updates>(
+        *finder, ending.get_token(), [this](const std::string& name, uint64_t mac, const std::string& state) {
+            ipc_rpc::event_message message;
+            message.event_id = firmware_state_event;
+            message.parameter_1 = mac;
+            const auto bytes = std::as_bytes(std::span{state});
+            message.payload.assign(bytes.begin(), bytes.end());
+            const std::lock_guard guard{mutex};
+            const auto found = message_boxes.find(name);
+            if (found == message_boxes.end()) return;
+            for (const auto& entry : found->second)
+                if (const auto box = entry.lock()) box->push(message);
+        });
 }
 
 void service_core::raise(std::vector<watcher>& watchers) {
@@ -60,6 +73,15 @@ void service_core::watch_devices(const std::string& interface_name,
         entry = entry->second.empty() ? device_watchers.erase(entry) : std::next(entry);
     }
     device_watchers[interface_name].push_back(number);
+}
+
+void service_core::watch_messages(const std::string& interface_name, const std::shared_ptr<message_box>& box) {
+    const std::lock_guard guard{mutex};
+    for (auto entry = message_boxes.begin(); entry != message_boxes.end();) {
+        std::erase_if(entry->second, [](const auto& each) { return each.expired(); });
+        entry = entry->second.empty() ? message_boxes.erase(entry) : std::next(entry);
+    }
+    message_boxes[interface_name].push_back(box);
 }
 
 size_t service_core::watcher_count() {

@@ -2,6 +2,8 @@
 #pragma once
 
 #include "client_session.h"
+#include "firmware_updates.h"
+#include "message_box.h"
 
 #include "port_memory.h"
 
@@ -32,6 +34,9 @@ protected:
     ~interface_user() = default;
 };
 
+// Of a message on an interface: an update's state has changed. The payload is its text, the first parameter the MAC.
+inline constexpr uint64_t firmware_state_event = 0x3002;
+
 class service_core final {
 public:
     struct options {
@@ -44,6 +49,9 @@ public:
     };
 
     explicit service_core(options chosen);
+    ~service_core() { stop(); }
+    service_core(const service_core&) = delete;
+    service_core& operator=(const service_core&) = delete;
 
     [[nodiscard]] gvcp_master::discovery& discovery() noexcept { return *finder; }
     [[nodiscard]] const options& settings() const noexcept { return chosen; }
@@ -54,6 +62,10 @@ public:
 
     [[nodiscard]] size_t watcher_count();
 
+    // Gets what the service says of the interface's cameras, for as long as it lives.
+    void watch_messages(const std::string& interface_name, const std::shared_ptr<message_box>& box);
+    [[nodiscard]] firmware_updates& firmware() noexcept { return *updates; }
+
     // Once; nothing happens when the interface is gone already.
     void watch_end_of(const std::string& interface_name, std::weak_ptr<interface_user> user);
 
@@ -62,6 +74,9 @@ public:
     void add_holder(uint64_t mac, const client_session* session);
     void remove_holder(uint64_t mac, const client_session* session);
     [[nodiscard]] holder holder_of(uint64_t mac, const client_session* session);
+
+    // Held while a camera is given an address: two searches would find the same one free.
+    [[nodiscard]] std::mutex& address_turn() noexcept { return addresses; }
 
     [[nodiscard]] port_memory& ports() noexcept { return noted_ports; }
     // Ends what waits for cameras, now and later.
@@ -74,14 +89,17 @@ private:
     static void drop_expired(std::vector<watcher>& watchers);
 
     const options chosen;
+    std::mutex addresses;
     std::mutex mutex; // guards what follows
     std::vector<watcher> interface_watchers;
     std::map<std::string, std::vector<watcher>> device_watchers;
+    std::map<std::string, std::vector<std::weak_ptr<message_box>>> message_boxes;
     std::map<std::string, std::vector<std::weak_ptr<interface_user>>> interface_users;
     std::map<uint64_t, std::set<const client_session*>> holders;
     port_memory noted_ports;
     std::stop_source ending;
-    std::unique_ptr<gvcp_master::discovery> finder; // last: its thread uses the rest
+    std::unique_ptr<gvcp_master::discovery> finder; // its thread uses the rest
+    std::unique_ptr<firmware_updates> updates;      // last: its threads use the search
 };
 
 } // namespace service

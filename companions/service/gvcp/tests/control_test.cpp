@@ -5,6 +5,7 @@
 
 #include "../../../camera_sim/src/registers.h"
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
@@ -159,6 +160,32 @@ TEST(gvcp_control, resends_reach_the_stream_in_both_forms) {
         EXPECT_TRUE(eventually([&] { return cam->stats().packets_resent == 3; }));
         EXPECT_EQ(cam->stats().resends_refused, 0U);
     }
+}
+
+// At a rate at which hundreds pass before one is repeated.
+TEST(gvcp_control, events_that_are_lost_on_the_way_come_later_and_none_comes_twice) {
+    constexpr uint16_t count = 4000;
+    auto options = small_camera(1);
+    options.faults.event_loss = 0.2;
+    const auto cam = start(options);
+    const auto device = open(*cam);
+    std::atomic<uint32_t> total = 0;
+    std::vector<int> came(count);
+    auto receiver = message_receiver::open(*device, own_address(250), [&](std::span<const std::byte> event) {
+        ++came[gige::load16(&event[gige::gvcp::header_size + 16])];
+        ++total;
+    });
+    ASSERT_TRUE(receiver) << receiver.error().message();
+    for (uint16_t i = 0; i < count; ++i) {
+        std::array<std::byte, 2> number;
+        gige::store16(number.data(), i);
+        cam->send_event(0x9ABC, number);
+        if (i % 100 == 99) std::this_thread::sleep_for(milliseconds{25}); // within what sockets hold
+    }
+    EXPECT_TRUE(eventually([&] { return cam->stats().events_acknowledged == count; }));
+    receiver->reset();
+    EXPECT_EQ(total, count);
+    EXPECT_TRUE(std::ranges::all_of(came, [](int times) { return times == 1; }));
 }
 
 TEST(gvcp_control, events_arrive_once_each_and_are_acknowledged) {

@@ -3,6 +3,8 @@
 #include <gds_gentl_producer/file_dialog.h>
 #include <gds_gentl_producer/producer_interface_base.h>
 #include <ipc_rpc/catalogue.h>
+#include <ipc_rpc/rpc_packet.h>
+#include <ipc_rpc/status.h>
 
 #include <filesystem>
 #include <fstream>
@@ -56,6 +58,10 @@ Error producer_interface_base::upload_firmware() {
     if (path.empty()) return {GC_ERR_INVALID_PARAMETER, "No firmware package to upload specified."};
     const auto device = selected_device_info();
     if (!device) return no_device();
+    // Not read at all: the memory for it may not be there, and it would not get through.
+    std::error_code unreadable;
+    if (std::filesystem::file_size(path, unreadable) > ipc_rpc::max_param_block && !unreadable)
+        return to_gentl_error(make_error_code(ipc_rpc::status::param_block_too_large), "firmware_package_upload");
     auto package = read_file(path);
     if (!package) return {GC_ERR_INVALID_PARAMETER, "Could not open package file '{}'.", path};
 

@@ -1,0 +1,142 @@
+#include "firmware_updates.h"
+
+#include "../gvcp/device_control.h"
+#include "../gvcp/firmware_upload.h"
+
+#include <gds_helper/log.h>
+#include <gds_shared/gigecam_error.h>
+#include <ipc_rpc/status.h>
+
+#include <fmt/format.h>
+#include <spdlog/logger.h>
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+namespace service {
+
+namespace {
+
+using clock = std::chrono::steady_clock;
+using gds_shared::gigecam_errc;
+using gvcp_master::discovery;
+
+constexpr std::chrono::minutes longest_restart{2};
+constexpr std::chrono::milliseconds scan_time{500};
+
+constexpr auto& logger = gds_helper::log::main_logger;
+
+std::optional<discovery::found_device> find_camera(const discovery& finder, uint64_t mac) {
+    for (const auto& interface : finder.list())
+        for (const auto& device : interface.devices)
+            if (device.mac == mac) return device;
+    return std::nullopt;
+}
+
+} // namespace
+
+firmware_updates::firmware_updates(discovery& cameras, std::stop_token stopping, state_function told_states)
+    : finder(cameras), stop(std::move(stopping)), told(std::move(told_states)) {}
+
+firmware_updates::~firmware_updates() {
+    // Nobody starts one any more.
+    for (auto& [mac, each] : updates)
+        if (each.thread.joinable()) each.thread.join();
+}
+
+std::optional<std::string> firmware_updates::state(const std::string& interface_name, const std::string& device_id) {
+    const std::lock_guard guard{mutex};
+    for (const auto& [mac, each] : updates)
+        if (each.device_id == device_id && each.interface_name == interface_name) return each.state;
+    return std::nullopt;
+}
+
+void firmware_updates::tell(uint64_t mac, const std::string& text, phase now) {
+    std::string interface_name;
+    {
+        const std::lock_guard guard{mutex};
+        auto& mine = updates[mac];
+        mine.state = text;
+        mine.running = now == phase::running; // over: the thread takes the lock no more, and can be joined under it
+        interface_name = mine.interface_name;
+    }
+    if (told) told(interface_name, mac, text);
+}
+
+std::error_code firmware_updates::start(const std::string& interface_name, const std::string& device_id,
+                                        const discovery::found_device& camera, std::span<const std::byte> bytes) {
+    {
+        // The place is taken first: two clients may ask at the same time.
+        const std::lock_guard guard{mutex};
+        auto& mine = updates[camera.mac];
+        if (mine.running) return make_error_code(gigecam_errc::busy);
+        const auto running = std::ranges::count_if(updates, [](const auto& each) { return each.second.running; });
+        if (running >= static_cast<std::ptrdiff_t>(most_at_once))
+            return make_error_code(ipc_rpc::status::resource_exhausted);
+        if (mine.thread.joinable()) mine.thread.join(); // it has ended
+        mine.running = true;
+        mine.interface_name = interface_name;
+        mine.device_id = device_id;
+    }
+    const auto refuse = [&](const std::string& why, std::error_code error) {
+        logger().warn("Firmware for {} refused: {}", gige::to_string(camera.address), gige::printable(why));
+        tell(camera.mac, "Refused: " + why, phase::over);
+        return error;
+    };
+    auto package = gvcp_master::read_firmware_package(bytes);
+    if (!package) return refuse(package.error(), make_error_code(gigecam_errc::parsing_failed));
+    if (package->model != camera.model || (!package->vendor.empty() && package->vendor != camera.vendor))
+        return refuse(fmt::format("the package is for {} {}, the camera is {} {}", package->vendor, package->model,
+                                  camera.vendor, camera.model),
+                      make_error_code(gigecam_errc::invalid_parameter));
+    gvcp_master::device_control::options session;
+    session.device = {camera.address, gige::gvcp::port};
+    session.local_address = camera.local_address;
+    session.access = gvcp_master::access_mode::exclusive;
+    session.stop = stop;
+    auto opened = gvcp_master::device_control::open(std::move(session));
+    if (!opened) return refuse("the camera cannot be held: " + opened.error().message(), opened.error());
+
+    logger().info("Firmware {} for {}: {} bytes.", gige::printable(package->version), gige::to_string(camera.address),
+                  package->image.size());
+    tell(camera.mac, "Uploading: 0 %");
+    const auto update_camera = [this, mac = camera.mac](std::unique_ptr<gvcp_master::device_control> device,
+                                                        gvcp_master::firmware_package image) {
+        const auto done =
+            gvcp_master::write_firmware(*device, image, stop, [&](const std::string& text) { tell(mac, text); });
+        device.reset(); // control is given back before the state says that all is over
+        image.image = {};
+        std::string text = done ? "Restarting" : "Failed: " + done.error();
+        if (done) {
+            tell(mac, text);
+            text = await_restart(mac, image.version);
+        }
+        logger().info("Firmware of camera {:012X}: {}", mac, gige::printable(text));
+        tell(mac, text, phase::over);
+    };
+    try {
+        const std::lock_guard guard{mutex};
+        updates[camera.mac].thread = std::thread{update_camera, std::move(*opened), std::move(*package)};
+    } catch (const std::system_error& failure) {
+        return refuse("there is no thread for it", failure.code());
+    }
+    return {};
+}
+
+std::string firmware_updates::await_restart(uint64_t mac, const std::string& version) {
+    const auto give_up = clock::now() + longest_restart;
+    std::string seen;
+    do {
+        if (stop.stop_requested()) return "Failed: the service ended before the camera was back";
+        (void)finder.scan(scan_time);
+        const auto camera = find_camera(finder, mac);
+        if (!camera) continue;
+        seen = camera->device_version;
+        if (seen == version) return fmt::format("Finished: version {}", version);
+    } while (clock::now() < give_up);
+    return seen.empty() ? "Failed: the camera did not come back"
+                        : fmt::format("Failed: the camera has version {}, not {}", seen, version);
+}
+
+} // namespace service

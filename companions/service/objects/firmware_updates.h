@@ -1,0 +1,59 @@
+// Firmware updates under way: they belong to the service, and outlive the client that asked for one.
+#pragma once
+
+#include "../gvcp/discovery.h"
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <stop_token>
+#include <string>
+#include <system_error>
+#include <thread>
+
+namespace service {
+
+class firmware_updates final {
+public:
+    // `told` is called on an update's thread with each state of a camera. Discovery must outlive the object.
+    using state_function = std::function<void(const std::string& interface_name, uint64_t mac, const std::string&)>;
+    firmware_updates(gvcp_master::discovery& finder, std::stop_token stop, state_function told);
+    ~firmware_updates(); // waits for the updates; they end soon after a stop was requested
+
+    static constexpr std::size_t most_at_once = 4; // each holds its image
+
+    // Returns when the camera is held and the package fits it; the update then runs by itself. gigecam_errc::busy while
+    // one runs for this camera, parsing_failed for a bad package, invalid_parameter for one that is not for this
+    // camera, the camera's own error when somebody else holds it. The state says more.
+    [[nodiscard]] std::error_code start(const std::string& interface_name, const std::string& device_id,
+                                        const gvcp_master::discovery::found_device& camera,
+                                        std::span<const std::byte> package);
+
+    // "Uploading: 42 %", "Installing: 10 %", "Restarting", "Finished: ...", "Failed: ..." or "Refused: ...", each of
+    // the latest update of the device that had this id then; nothing when there was none. A camera that restarts is
+    // not listed for a while.
+    [[nodiscard]] std::optional<std::string> state(const std::string& interface_name, const std::string& device_id);
+
+private:
+    struct update {
+        std::string interface_name;
+        std::string device_id;
+        std::string state;
+        bool running = false;
+        std::thread thread;
+    };
+    [[nodiscard]] std::string await_restart(uint64_t mac, const std::string& version);
+    enum class phase { running, over };
+    void tell(uint64_t mac, const std::string& text, phase now = phase::running);
+
+    gvcp_master::discovery& finder;
+    const std::stop_token stop;
+    const state_function told;
+    std::mutex mutex; // guards what follows
+    std::map<uint64_t, update> updates;
+};
+
+} // namespace service

@@ -1,0 +1,210 @@
+// Cameras that are given addresses: on the wrong subnet, at another's address, beside somebody who answers for one.
+#include "service_network.h"
+
+#include <gige/gvcp.h>
+#include <objects/device_object.h>
+#include <objects/interface_object.h>
+
+#include <linux/capability.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace {
+
+using namespace bench;
+namespace reg = gige::gvcp::reg;
+
+constexpr uint32_t net = 0x0A632700; // 10.99.39.0/29: hosts 1 to 6
+constexpr uint64_t first_mac = 0x02000000BEE0;
+
+// For this thread and those that it starts.
+bool drop_raw_sockets() {
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct data[2]{};
+    if (::syscall(SYS_capget, &header, data) != 0) return false;
+    for (auto set : {&__user_cap_data_struct::effective, &__user_cap_data_struct::permitted})
+        data[0].*set &= ~(1U << CAP_NET_RAW);
+    return ::syscall(SYS_capset, &header, data) == 0;
+}
+
+class Addresses : public ServiceNetwork {
+protected:
+    // A camera with an interface of its own, as real ones have.
+    std::unique_ptr<camera_sim::camera> start_at(uint32_t address, int end, uint64_t mac) {
+        camera_sim::camera_options options;
+        options.address = address;
+        options.interface = "cable";
+        options.mac = mac;
+        options.serial = std::to_string(mac & 0xFF);
+        options.reboot_ms = 50;
+        return start_camera(options, end);
+    }
+    struct service {
+        explicit service() {
+            ::service::service_core::options options;
+            options.discovery = {.interval = milliseconds{100}, .window = milliseconds{50}};
+            core = std::make_shared<::service::service_core>(std::move(options));
+            session = std::make_shared<::service::client_session>([](uint64_t) {}, std::nullopt);
+            interface = std::make_unique<::service::interface_object>(core, session, "cable");
+        }
+        [[nodiscard]] std::optional<ipc_rpc::device_desc> listed(uint64_t mac) const {
+            const auto list = interface->enum_devices();
+            for (const auto& each : *list)
+                if (each.net_info.mac_address == mac) return each;
+            return std::nullopt;
+        }
+        // The status that the list comes to show.
+        [[nodiscard]] bool becomes(uint64_t mac, ipc_rpc::reachable_status status) const {
+            return eventually([&] {
+                const auto now = listed(mac);
+                return now && now->reachable_status == static_cast<uint32_t>(status);
+            });
+        }
+        [[nodiscard]] std::error_code execute(uint64_t mac, const std::string& function) const {
+            const auto done = interface->execute(listed(mac)->id, function);
+            return done ? std::error_code{} : done.error();
+        }
+        [[nodiscard]] std::error_code force(uint64_t mac, uint32_t address) const {
+            const auto done = interface->force_ip(mac, address, 0xFFFFFFF8, 0);
+            return done ? std::error_code{} : done.error();
+        }
+        [[nodiscard]] std::error_code open(uint64_t mac) const {
+            const auto device = interface->open_device(listed(mac)->id, ipc_rpc::open_access::control);
+            return device ? std::error_code{} : device.error();
+        }
+        std::shared_ptr<::service::service_core> core;
+        std::shared_ptr<::service::client_session> session;
+        std::unique_ptr<::service::interface_object> interface;
+    };
+};
+
+struct search_case {
+    const char* function;
+    bool raw_sockets;
+};
+
+void PrintTo(const search_case& given, std::ostream* out) { *out << given.function << given.raw_sockets; }
+
+class FreeAddress : public Addresses, public testing::WithParamInterface<search_case> {};
+
+// Of the network's six addresses one is this host's, one the gateway's, two are answered for, one is a camera's.
+TEST_P(FreeAddress, TheOneThatNobodyHasIsGiven) {
+    const auto& given = GetParam();
+    give(hosts.consumer_side(), "10.99.39.1/29");
+    ASSERT_TRUE(hosts.run(hosts.consumer_side(), {"ip", "route", "add", "default", "via", "10.99.39.2"}));
+    const int other_side = hosts.add_camera_side();
+    ASSERT_GE(other_side, 0) << hosts.why_not();
+    for (const char* answered : {"10.99.39.3/32", "10.99.39.4/32"})
+        ASSERT_TRUE(hosts.run(other_side, {"ip", "address", "add", answered, "dev", "lo"}));
+    const auto neighbour = start_at(net + 5, other_side, first_mac + 1);
+    camera = start_at(0xC0A84D05, hosts.camera_side(), first_mac);
+    ASSERT_TRUE(camera && neighbour);
+    at(hosts.consumer_side(), [&] {
+        if (!given.raw_sockets) {
+            ASSERT_TRUE(drop_raw_sockets());
+        }
+        const service running;
+        ASSERT_TRUE(running.becomes(first_mac + 1, ipc_rpc::reachable_status::reachable));
+        ASSERT_TRUE(running.becomes(first_mac, ipc_rpc::reachable_status::unreachable));
+        EXPECT_EQ(running.open(first_mac), std::errc::host_unreachable);
+        EXPECT_EQ(running.execute(first_mac, "IPConfigAssignFreeAnything"), std::errc::function_not_supported);
+
+        EXPECT_FALSE(running.execute(first_mac, given.function));
+        EXPECT_EQ(camera->address(), net + 6);
+        EXPECT_NE(hosts.run(hosts.consumer_side(), {"sh", "-c", "ip neighbour show | grep -q '^10.99.39.4 '"}),
+                  given.raw_sockets)
+            << "ARP probes leave no trace, the kernel's question does";
+        EXPECT_EQ(running.listed(first_mac)->net_info.netmask, 0xFFFFFFF8U);
+        EXPECT_EQ(running.listed(first_mac)->net_info.gateway, net + 2);
+        EXPECT_FALSE(running.open(first_mac));
+        EXPECT_EQ(running.execute(first_mac, "IPConfigAssignFreeTemporaryIP"), std::errc::address_not_available);
+
+        const bool persistent = given.function == std::string{"IPConfigAssignFreePersistentIP"};
+        const bool dhcp = given.function == std::string{"IPConfigDHCPEnable"};
+        const uint32_t configured = camera->peek(reg::ip_config_current);
+        EXPECT_EQ((configured & gige::gvcp::bits::ip_persistent) != 0, persistent);
+        EXPECT_EQ(camera->peek(reg::persistent_address), persistent ? net + 6 : 0);
+        if (dhcp) {
+            EXPECT_NE(configured & gige::gvcp::bits::ip_dhcp, 0U);
+        }
+        if (!persistent) return;
+        camera->reboot();
+        ASSERT_TRUE(eventually([&] { return camera->stats().reboots == 1; }));
+        EXPECT_TRUE(eventually([&] { return !running.open(first_mac); })) << "after its start";
+        EXPECT_EQ(camera->address(), net + 6);
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(Functions, FreeAddress,
+                         testing::Values(search_case{"IPConfigAssignFreeTemporaryIP", true},
+                                         search_case{"IPConfigAssignFreeTemporaryIP", false},
+                                         search_case{"IPConfigAssignFreePersistentIP", true},
+                                         search_case{"IPConfigDHCPEnable", true}),
+                         [](const auto& chosen) {
+                             return std::string{chosen.param.function} + (chosen.param.raw_sockets ? "" : "NotRoot");
+                         });
+
+TEST_F(Addresses, ForceIPTakesNobodysAddressAndTellsWhereTheCameraDidNotCome) {
+    give(hosts.consumer_side(), "10.99.39.1/29");
+    ASSERT_TRUE(hosts.run(hosts.camera_side(), {"ip", "address", "add", "10.99.39.3/32", "dev", "lo"}));
+    camera = start_at(0xC0A84D05, hosts.camera_side(), first_mac);
+    ASSERT_TRUE(camera);
+    at(hosts.consumer_side(), [&] {
+        const service running;
+        ASSERT_TRUE(running.becomes(first_mac, ipc_rpc::reachable_status::unreachable));
+        EXPECT_EQ(running.force(first_mac, net + 1), std::errc::address_in_use) << "this host's own";
+        EXPECT_EQ(running.force(first_mac, net + 3), std::errc::address_in_use) << "another host answers for it";
+        EXPECT_EQ(camera->address(), 0xC0A84D05U);
+        EXPECT_FALSE(running.force(first_mac, net + 4));
+        EXPECT_EQ(camera->address(), net + 4);
+        EXPECT_FALSE(running.force(first_mac, net + 4)) << "where it is already";
+        EXPECT_FALSE(running.open(first_mac));
+        EXPECT_TRUE(running.force(first_mac + 7, net + 5)) << "nobody has this MAC";
+        camera->set_deaf(true);
+        EXPECT_TRUE(running.force(first_mac, net + 6));
+    });
+}
+
+// Whoever opened the one could get the other.
+TEST_F(Addresses, TwoCamerasOfOneAddressAreUnreachableUntilOneIsMoved) {
+    give(hosts.consumer_side(), "10.99.39.1/29");
+    const int other_side = hosts.add_camera_side();
+    ASSERT_GE(other_side, 0) << hosts.why_not();
+    camera = start_at(net + 5, hosts.camera_side(), first_mac);
+    const auto twin = start_at(net + 5, other_side, first_mac + 1);
+    ASSERT_TRUE(camera && twin);
+    at(hosts.consumer_side(), [&] {
+        const service running;
+        for (const uint64_t mac : {first_mac, first_mac + 1}) {
+            ASSERT_TRUE(running.becomes(mac, ipc_rpc::reachable_status::unreachable));
+            EXPECT_EQ(running.open(mac), std::errc::host_unreachable);
+        }
+        EXPECT_FALSE(running.execute(first_mac, "IPConfigAssignFreeTemporaryIP"));
+        EXPECT_NE(camera->address(), twin->address());
+        for (const uint64_t mac : {first_mac, first_mac + 1})
+            EXPECT_TRUE(running.becomes(mac, ipc_rpc::reachable_status::reachable));
+    });
+}
+
+TEST_F(Addresses, AnInterfaceOfTwoNetworksThatGoesDownComesBackWithItsCameras) {
+    give(hosts.consumer_side(), "10.99.40.1/24");
+    give(hosts.consumer_side(), "10.99.39.1/29");
+    camera = start_at(net + 5, hosts.camera_side(), first_mac);
+    ASSERT_TRUE(camera);
+    at(hosts.consumer_side(), [&] {
+        const service running;
+        ASSERT_TRUE(running.becomes(first_mac, ipc_rpc::reachable_status::reachable));
+        EXPECT_FALSE(running.execute(first_mac, "IPConfigAssignFreeTemporaryIP"));
+        EXPECT_EQ(camera->address() & 0xFFFFFFF8, net) << "it stays in its network, which is the second";
+        EXPECT_FALSE(running.open(first_mac));
+        ASSERT_TRUE(hosts.run(hosts.consumer_side(), {"ip", "link", "set", "cable", "down"}));
+        EXPECT_TRUE(eventually([&] { return running.interface->enum_devices()->empty(); }));
+        ASSERT_TRUE(hosts.run(hosts.consumer_side(), {"ip", "link", "set", "cable", "up"}));
+        ASSERT_TRUE(running.becomes(first_mac, ipc_rpc::reachable_status::reachable));
+        EXPECT_FALSE(running.open(first_mac));
+    });
+}
+
+} // namespace

@@ -1,0 +1,161 @@
+// New firmware for a camera: through the library and the service into the camera, and every way that it can fail.
+#include "bench.h"
+
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+using bench::test_bench;
+using namespace GenTL;
+
+namespace {
+
+bool holds(const std::string& text, const std::string& part) { return text.find(part) != text.npos; }
+
+class Firmware : public testing::Test {
+protected:
+    std::string make(const std::string& name, std::vector<std::string> options = {}) {
+        const std::string path = own.folder() / name;
+        options.insert(options.begin(), {std::string{ORV_BIN_DIR} + "/orv-gev-camera-sim", "--make-firmware", path});
+        EXPECT_EQ(bench::process(options, own.folder() / (name + ".log")).wait(), 0);
+        return path;
+    }
+    // An upload that takes a quarter of a minute unless something ends it.
+    static std::vector<std::string> slowly() {
+        return {"--width", "320", "--height", "240", "--pending-every", "5", "--pending-ms", "400"};
+    }
+    [[nodiscard]] test_bench::run_result upload(const std::string& package) {
+        return own.run_consumer({"firmware", package, "--json"});
+    }
+    [[nodiscard]] std::string version() {
+        const auto listed = nlohmann::json::parse(own.run_consumer({"list", "--json"}).output)["devices"];
+        return listed.empty() ? "none" : listed[0]["version"].get<std::string>();
+    }
+    test_bench own;
+};
+
+// Until the first blocks are written.
+void await_upload(bench::process& consumer) {
+    ASSERT_TRUE(consumer.wait_for_output("%\nUploading:")) << consumer.output();
+}
+
+} // namespace
+
+TEST_F(Firmware, GoesInAndTheInterfaceTellsHowFarItIs) {
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    const auto package = make("new.fwpack", {"--firmware-version", "2.5.0"});
+    EXPECT_EQ(version(), "1.0.0");
+    std::vector<std::string> told;
+    {
+        const bench::open_camera finder{test_bench::serial(0), nullptr, DEVICE_ACCESS_READONLY};
+        EVENT_HANDLE event = nullptr;
+        const auto& lib = *finder.lib;
+        lib.check("GCRegisterEvent", lib.GCRegisterEvent(finder.interface->get(), EVENT_MODULE, &event));
+        const auto done = upload(package);
+        ASSERT_EQ(done.exit_code, 0) << done.output;
+        EXPECT_EQ(nlohmann::json::parse(done.output)["state"], "Finished: version 2.5.0");
+        for (;;) {
+            std::byte data[1024];
+            size_t size = sizeof data;
+            if (lib.EventGetData(event, data, &size, 500) != GC_ERR_SUCCESS) break;
+            INFO_DATATYPE type = 0;
+            uint64_t id = 0;
+            size_t length = sizeof id;
+            lib.check("EventGetDataInfo",
+                      lib.EventGetDataInfo(event, data, size, EVENT_DATA_NUMID, &type, &id, &length));
+            char text[256] = {};
+            length = sizeof text - 1;
+            if (id != 0x3002) continue;
+            lib.check("EventGetDataInfo",
+                      lib.EventGetDataInfo(event, data, size, EVENT_DATA_VALUE, &type, text, &length));
+            told.emplace_back(text, length);
+        }
+        lib.check("GCUnregisterEvent", lib.GCUnregisterEvent(finder.interface->get(), EVENT_MODULE));
+    }
+    ASSERT_FALSE(told.empty());
+    EXPECT_EQ(told.back(), "Finished: version 2.5.0");
+    for (const char* state : {"Uploading: 100 %", "Restarting"})
+        EXPECT_NE(std::ranges::find(told, state), told.end()) << state;
+    EXPECT_EQ(version(), "2.5.0");
+    EXPECT_EQ(own.run_consumer({"get", "DeviceVersion"}).output, "2.5.0\n");
+}
+
+TEST_F(Firmware, WhatIsNoneForTheCameraIsRefusedAndNothingIsLeftOpen) {
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    const auto folder = own.folder();
+    std::ofstream{folder / "empty.fwpack"};
+    std::ofstream{folder / "huge.fwpack"};
+    std::filesystem::resize_file(folder / "huge.fwpack", (100 << 20) + 1);
+    ASSERT_EQ(mkfifo((folder / "fifo.fwpack").c_str(), 0600), 0);
+    const struct {
+        std::string path;
+        const char* says;
+    } cases[] = {
+        {folder / "missing.fwpack", "Failed to open passed in file '"},
+        {folder, "Failed to open passed in file '"},
+        {folder / "fifo.fwpack", "Failed to open passed in file '"},
+        {folder / "huge.fwpack", "firmware_package_upload: "},
+        {folder / "empty.fwpack", "the package is no zip archive"},
+        {make("other.fwpack", {"--model", "Other"}), "the package is for Orv Other, the camera is Orv SimCam"},
+    };
+    for (const auto& each : cases) {
+        const auto refused = upload(each.path);
+        EXPECT_EQ(refused.exit_code, 2) << each.path;
+        EXPECT_TRUE(holds(refused.output, each.says)) << refused.output;
+    }
+    const auto good = make("good.fwpack");
+    {
+        const bench::open_camera other{test_bench::serial(0)};
+        const auto refused = upload(good);
+        EXPECT_EQ(refused.exit_code, 2);
+        EXPECT_TRUE(holds(refused.output, "the camera cannot be held: Access denied")) << refused.output;
+    }
+    EXPECT_EQ(version(), "1.0.0");
+    const auto done = upload(good);
+    EXPECT_EQ(done.exit_code, 0) << done.output;
+}
+
+TEST_F(Firmware, OneAtATimeAndACameraThatGoesEndsIt) {
+    own.start_camera(slowly());
+    own.start_service();
+    const auto package = make("new.fwpack");
+    auto first = own.start_consumer({"firmware", package});
+    await_upload(first);
+    const auto second = upload(package);
+    EXPECT_EQ(second.exit_code, 2);
+    EXPECT_TRUE(holds(second.output, "ERR_GEV_STATUS_BUSY")) << second.output;
+    EXPECT_TRUE(first.running());
+    own.camera(0).signal(SIGKILL);
+    EXPECT_EQ(first.wait(), 1);
+    EXPECT_TRUE(holds(first.output(), "Failed: the upload broke off at ")) << first.output();
+    EXPECT_TRUE(own.service().running());
+}
+
+TEST_F(Firmware, AServiceThatIsKilledLeavesACameraThatTakesItAgain) {
+    own.start_camera(slowly());
+    own.start_service();
+    const auto package = make("new.fwpack");
+    auto first = own.start_consumer({"firmware", package});
+    await_upload(first);
+    own.stop_service(SIGKILL);
+    EXPECT_NE(first.wait(), 0);
+    own.start_service();
+    EXPECT_EQ(version(), "1.0.0");
+    // The camera waits out the heartbeat of the one that held it.
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds{20};
+    bool begun = false;
+    while (!begun && std::chrono::steady_clock::now() < until) {
+        auto again = own.start_consumer({"firmware", package});
+        begun = again.wait_for_output("Uploading:");
+    }
+    EXPECT_TRUE(begun);
+    own.service().signal(SIGTERM);
+    EXPECT_EQ(own.service().wait(), 0) << "an upload under way does not keep the service";
+}

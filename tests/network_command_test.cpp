@@ -1,0 +1,161 @@
+// The consumer for people, on cameras that the network has not made ready: what it says, and what mends it.
+#include "bench.h"
+#include "two_hosts.h"
+
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <unistd.h>
+
+using bench::test_bench;
+using bench::two_hosts;
+using namespace GenTL;
+
+namespace {
+
+bool holds(const std::string& text, const std::string& part) { return text.find(part) != text.npos; }
+
+} // namespace
+
+TEST(NetworkCommands, ACameraOnTheWrongSubnetIsNamedAndMended) {
+    two_hosts hosts;
+    if (!hosts.ready()) GTEST_SKIP() << hosts.why_not();
+    ASSERT_TRUE(hosts.run(hosts.camera_side(), {"ip", "address", "flush", "dev", "cable"}));
+    for (const std::string which : {"all", "cable"})
+        ASSERT_TRUE(hosts.run(hosts.consumer_side(), {"sysctl", "-qw", "net.ipv4.conf." + which + ".rp_filter=0"}));
+    test_bench own;
+    own.spread_over(hosts.camera_side(), hosts.consumer_side(), "192.168.77.");
+    own.start_camera({"--interface", "cable", "--width", "320", "--height", "240"});
+    own.start_service_by_broadcast();
+
+    const auto ill = own.run_consumer({"doctor"});
+    EXPECT_NE(ill.exit_code, 0);
+    EXPECT_TRUE(holds(ill.output, "orv-gentl ip temporary --device '") && holds(ill.output, "192.168.77.10"))
+        << ill.output;
+    const auto refused = own.run_consumer({"get", "Width", "--json"});
+    EXPECT_EQ(refused.exit_code, 2);
+    EXPECT_TRUE(holds(refused.output, "Failed to open unreachable device.")) << refused.output;
+    const auto shown = nlohmann::json::parse(own.run_consumer({"ip", "show", "--json"}).output)["devices"];
+    ASSERT_EQ(shown.size(), 1U);
+    EXPECT_EQ(shown[0]["reachable"], "Unreachable");
+    EXPECT_EQ(shown[0]["address"], "192.168.77.10");
+
+    const auto zero = own.run_consumer({"force-ip", "0.0.0.0", "--json"});
+    EXPECT_TRUE(zero.exit_code == 2 && holds(zero.output, "Invalid IP-Address specified.")) << zero.output;
+    const auto taken = own.run_consumer({"force-ip", "198.18.0.1", "--json"});
+    EXPECT_TRUE(taken.exit_code == 2 && holds(taken.output, "in use")) << taken.output;
+    const auto forced = own.run_consumer({"force-ip", "198.18.0.44", "--json"});
+    EXPECT_EQ(forced.exit_code, 0) << forced.output;
+    EXPECT_EQ(nlohmann::json::parse(forced.output)["address"], "198.18.0.44");
+    const auto found = own.run_consumer({"ip", "persistent", "--json"});
+    EXPECT_EQ(found.exit_code, 0) << found.output;
+    const std::string address = nlohmann::json::parse(found.output)["address"];
+    EXPECT_TRUE(address.starts_with("198.18.0.") && address != "198.18.0.44") << address;
+    const auto after = nlohmann::json::parse(own.run_consumer({"ip", "show", "--json"}).output)["devices"][0];
+    EXPECT_EQ(after["reachable"], "Reachable");
+    EXPECT_EQ(after["persistent_address"], address);
+    EXPECT_EQ(after["persistent_on"], "true");
+    EXPECT_EQ(own.run_consumer({"get", "Width"}).output, "320\n");
+    EXPECT_FALSE(holds(own.run_consumer({"doctor"}).output, "ip temporary"));
+}
+
+TEST(NetworkCommands, EventsArePrintedWithTheFeaturesOfTheirPort) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240", "--frame-rate", "50"});
+    own.start_service();
+    const auto single = own.run_consumer(
+        {"events", "--json", "--notify", "Test", "--exec", "TestEventGenerate", "--count", "1", "--wait", "5000"});
+    ASSERT_EQ(single.exit_code, 0) << single.output;
+    const auto event = nlohmann::json::parse(single.output);
+    EXPECT_EQ(event["id"], "9000");
+    EXPECT_EQ(event["name"], "Test");
+    EXPECT_NE(event["features"]["EventTestTimestamp"], "0");
+    const auto frames =
+        own.run_consumer({"events", "--notify", "ExposureEnd", "--acquire", "--count", "3", "--wait", "5000"});
+    ASSERT_EQ(frames.exit_code, 0) << frames.output;
+    for (int i = 1; i <= 3; ++i)
+        EXPECT_TRUE(holds(frames.output, "EventExposureEndFrameID=" + std::to_string(i) + " ")) << frames.output;
+    EXPECT_EQ(own.run_consumer({"events", "--count", "1", "--wait", "100"}).exit_code, 1) << "none comes";
+}
+
+TEST(NetworkCommands, OneActionTriggersEveryCameraOnceAndWrongKeysNone) {
+    test_bench own;
+    // Loopback is everybody's: the key is this process's.
+    const std::string key = std::to_string(0x10000 + getpid());
+    constexpr size_t count = 3;
+    for (size_t i = 0; i < count; ++i)
+        own.start_camera({"--width", "320", "--height", "240", "--frame-rate", "100", "--action-device-key", key});
+    own.start_service();
+    std::vector<std::unique_ptr<bench::open_camera>> cameras;
+    for (size_t i = 0; i < count; ++i) {
+        cameras.push_back(i == 0 ? std::make_unique<bench::open_camera>(test_bench::serial(0))
+                                 : std::make_unique<bench::open_camera>(*cameras[0], test_bench::serial(i)));
+        auto& remote = cameras[i]->remote();
+        for (const auto& [name, value] : {std::pair{"TriggerMode", "On"},
+                                          {"TriggerSource", "Action1"},
+                                          {"ActionGroupKey", "77"},
+                                          {"ActionGroupMask", "1"}})
+            cli::set_from_text(cli::require_node(remote, name), value);
+        cameras[i]->start();
+    }
+    const auto act = [&](const std::string& device, const char* group, const char* mask,
+                         std::optional<uint64_t> at = std::nullopt) {
+        std::vector<std::string> words{"action", "--interface",  "lo", "--device-key", device, "--group-key",
+                                       group,    "--group-mask", mask};
+        if (at) words.insert(words.end(), {"--at", std::to_string(*at)});
+        EXPECT_EQ(own.run_consumer(words).exit_code, 0);
+    };
+    act(key + "0", "77", "1");
+    act(key, "78", "1");
+    act(key, "77", "2");
+    for (const auto& camera : cameras) EXPECT_FALSE(camera->next_frame(100)) << "wrong keys";
+    act(key, "77", "3");
+    for (const auto& camera : cameras) {
+        EXPECT_EQ(camera->next_frame(5000), 1U);
+        EXPECT_FALSE(camera->next_frame(100)) << "each once";
+    }
+    // Each camera has a clock of its own; the youngest comes to the time last.
+    const auto now_of = [&](bench::open_camera& camera) {
+        cli::execute(cli::require_node(camera.remote(), "GevTimestampControlLatch"));
+        return static_cast<uint64_t>(cli::require_integer(camera.remote(), "GevTimestampValue"));
+    };
+    uint64_t latest = 0;
+    for (const auto& camera : cameras) latest = std::max(latest, now_of(*camera));
+    const uint64_t due = latest + 1'500'000'000;
+    act(key, "77", "1", due);
+    for (const auto& camera : cameras) {
+        const bool early = now_of(*camera) < due && camera->next_frame(0) && now_of(*camera) < due;
+        EXPECT_FALSE(early);
+        EXPECT_EQ(camera->next_frame(10'000), 2U);
+        EXPECT_GE(now_of(*camera), due);
+        EXPECT_FALSE(camera->next_frame(100)) << "each once";
+    }
+    for (const auto& camera : cameras) camera->stop();
+}
+
+// A consumer that waits on module events is told of a camera that comes or goes; nobody asks meanwhile.
+TEST(ListChanges, ReachAConsumerThatWaits) {
+    test_bench own;
+    own.start_camera();
+    own.start_service();
+    const bench::open_camera first{test_bench::serial(0), nullptr, DEVICE_ACCESS_READONLY};
+    const auto& lib = *first.lib;
+    EVENT_HANDLE event = nullptr;
+    lib.check("GCRegisterEvent", lib.GCRegisterEvent(first.interface->get(), EVENT_MODULE, &event));
+    const auto told_after = [&](const char* what) {
+        const auto begin = std::chrono::steady_clock::now();
+        std::byte data[1024];
+        size_t size = sizeof data;
+        EXPECT_EQ(lib.EventGetData(event, data, &size, 10'000), GC_ERR_SUCCESS) << what;
+        const auto time = std::chrono::steady_clock::now() - begin;
+        testing::Test::RecordProperty(what, static_cast<int>(time / std::chrono::milliseconds{1}));
+    };
+    own.camera(0).signal(SIGKILL);
+    told_after("camera_gone");
+    EXPECT_TRUE(cli::list_devices(lib, *first.interface, "lo", 200).empty());
+    const bench::process again({std::string{ORV_BIN_DIR} + "/orv-gev-camera-sim", "--address", own.camera_address(0)},
+                               own.folder() / "again");
+    told_after("camera_back");
+    EXPECT_EQ(cli::list_devices(lib, *first.interface, "lo", 200).size(), 1U);
+    lib.check("GCUnregisterEvent", lib.GCUnregisterEvent(first.interface->get(), EVENT_MODULE));
+}

@@ -1,0 +1,84 @@
+// Service and cameras of this process at the two ends of a cable, for what only real broadcasts show.
+#pragma once
+
+#include "two_hosts.h"
+
+#include <camera_sim/camera.h>
+#include <gvcp/discovery.h>
+
+#include <gtest/gtest.h>
+
+#include <sched.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <thread>
+
+namespace bench {
+
+using gvcp_master::discovery;
+using std::chrono::milliseconds;
+
+template <class F>
+[[nodiscard]] bool eventually(F condition) {
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds{10};
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > until) return false;
+        std::this_thread::sleep_for(milliseconds{5});
+    }
+    return true;
+}
+
+class ServiceNetwork : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!hosts.ready()) GTEST_SKIP() << hosts.why_not();
+        for (const int end : {hosts.camera_side(), hosts.consumer_side()}) {
+            ASSERT_TRUE(hosts.run(end, {"ip", "address", "flush", "dev", "cable"}));
+            // A filter would drop what comes from a subnet without a route.
+            for (const std::string which : {"all", "cable"})
+                ASSERT_TRUE(hosts.run(end, {"sysctl", "-qw", "net.ipv4.conf." + which + ".rp_filter=0"}));
+        }
+    }
+    void give(int end, const std::string& address) {
+        ASSERT_TRUE(hosts.run(end, {"ip", "address", "add", address, "dev", "cable"}));
+    }
+    // On a thread that lives at one end, as do those it starts.
+    static void at(int end, const std::function<void()>& body) {
+        std::thread thread{[&] {
+            ASSERT_EQ(setns(end, CLONE_NEWNET), 0);
+            body();
+        }};
+        thread.join();
+    }
+    void start_camera(uint32_t address) {
+        camera_sim::camera_options options;
+        options.address = address;
+        camera = start_camera(options, hosts.camera_side());
+    }
+    [[nodiscard]] static std::unique_ptr<camera_sim::camera> start_camera(camera_sim::camera_options options, int end) {
+        options.sensor_width = 320;
+        options.sensor_height = 240;
+        std::unique_ptr<camera_sim::camera> result;
+        at(end, [&] {
+            auto started = camera_sim::camera::start(options);
+            ASSERT_TRUE(started) << started.error().message();
+            result = std::move(*started);
+        });
+        return result;
+    }
+
+    two_hosts hosts;
+    std::unique_ptr<camera_sim::camera> camera;
+};
+
+inline std::optional<discovery::found_device> find(const discovery& finder, uint64_t mac) {
+    for (const auto& each : finder.list())
+        for (const auto& device : each.devices)
+            if (device.mac == mac) return device;
+    return {};
+}
+
+} // namespace bench
