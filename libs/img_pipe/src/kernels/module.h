@@ -5,6 +5,7 @@
 
 #define IMG_PIPE_LOOKUPS                                                                                               \
     kernel_fn find_sample_lines(img_type destination, img_type source); /* mono, mosaic, raw: any packing to any */    \
+    kernel_fn find_demosaic(img_type destination, img_type source);     /* mosaics to colours and luma */              \
     kernel_fn find_colour_lines(img_type destination, img_type source); /* YUV, blue-green-red, mono to those */
 
 namespace img_pipe {

@@ -14,7 +14,7 @@ kernel_fn convert(img_type destination, img_type source) {
 const filter_module* plain_module() {
     // In the order of kernel_slot.
     static constexpr filter_module module{cpu::c,
-                                          {nullptr, nullptr, nullptr, nullptr, &plain::find_sample_lines,
+                                          {&plain::find_demosaic, &plain::find_demosaic, nullptr, nullptr, &plain::find_sample_lines,
                                            &plain::find_sample_lines, nullptr, nullptr, nullptr, nullptr, nullptr,
                                            nullptr, &convert, nullptr, nullptr, nullptr},
                                           nullptr,
