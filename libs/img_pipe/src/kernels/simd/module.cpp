@@ -5,7 +5,10 @@ namespace HWY_NAMESPACE {
 
 namespace {
 
-kernel_fn convert(img_type destination, img_type source) { return find_sample_lines(destination, source); }
+kernel_fn convert(img_type destination, img_type source) {
+    const kernel_fn found = find_sample_lines(destination, source);
+    return found != nullptr ? found : find_colour_lines(destination, source);
+}
 
 } // namespace
 
