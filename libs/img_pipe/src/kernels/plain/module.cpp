@@ -19,7 +19,7 @@ kernel_fn tone(img_type destination, img_type source) {
 const filter_module* plain_module() {
     // In the order of kernel_slot.
     static constexpr filter_module module{cpu::c,
-                                          {nullptr, nullptr, &plain::find_sharpness, nullptr, &plain::find_sample_lines,
+                                          {&plain::find_demosaic, &plain::find_demosaic, &plain::find_sharpness, nullptr, &plain::find_sample_lines,
                                            &tone, &plain::find_colour_matrix, nullptr, nullptr, nullptr, nullptr,
                                            nullptr, &convert, nullptr, nullptr, nullptr},
                                           nullptr,
