@@ -1,16 +1,10 @@
 // From any colour format to any other, block by block through lines of samples that stay in the first cache. The
 // level's steps come as `Rows`, those of plain/colour_rows.h and sample_rows.h.
 #pragma once
-#include "plain/colour_rows.h"
-#include "plain/correct_rows.h"
-#include "sample_lines.h"
+#include "colour_steps.h"
 
 namespace img_pipe {
 namespace {
-
-// Pixels of a block: a multiple of every group. The last block takes up to `block_rest` more, so that none holds a cut
-// group alone.
-constexpr std::int32_t block_pixels = 1024, block_rest = 8;
 
 template <class Rows>
 class colour_lines {
@@ -28,19 +22,15 @@ private:
           out_samples(layout_of(c.dst.format)),
           samples(static_cast<const sample_params*>(c.params)) {
         std::byte* at = c.scratch;
-        const auto take = [&](auto*& line) {
-            line = reinterpret_cast<std::remove_reference_t<decltype(line)>>(at);
-            at += (block_pixels + block_rest + 32) * static_cast<std::ptrdiff_t>(sizeof(*line));
-        };
         for (int i = 0; i < 3; ++i) {
-            take(wide.line[i]);
-            take(first.line[i]);
-            take(second.line[i]);
-            take(third.line[i]);
+            take_block(at, wide.line[i]);
+            take_block(at, first.line[i]);
+            take_block(at, second.line[i]);
+            take_block(at, third.line[i]);
         }
-        take(grey16);
-        take(grey);
-        take(neutral);
+        take_block(at, grey16);
+        take_block(at, grey);
+        take_block(at, neutral);
         std::memset(neutral, 128, block_pixels + block_rest);
     }
 

@@ -1,7 +1,6 @@
 // The plain level's steps, as the drivers of the kernels take them.
 #pragma once
-#include "colour_rows.h"
-#include "correct_rows.h"
+#include "adjust_rows.h"
 #include "sample_rows.h"
 
 namespace img_pipe::plain {
@@ -26,6 +25,11 @@ struct steps {
     static constexpr auto pick8 = &pick_sites<std::uint8_t>;
     static constexpr auto pick16 = &pick_sites<std::uint16_t>;
     static constexpr auto halve = &img_pipe::halve;
+    static constexpr auto matrix8 = &apply_matrix<std::uint8_t>;
+    static constexpr auto matrix16 = &apply_matrix<std::uint16_t>;
+    static constexpr auto find_detail = &img_pipe::find_detail;
+    static constexpr auto add_detail8 = &img_pipe::add_detail8;
+    static constexpr auto add_detail16 = &img_pipe::add_detail16;
 };
 
 } // namespace

@@ -9,13 +9,18 @@ kernel_fn convert(img_type destination, img_type source) {
     return found != nullptr ? found : plain::find_colour_lines(destination, source);
 }
 
+kernel_fn tone(img_type destination, img_type source) {
+    const kernel_fn found = plain::find_sample_lines(destination, source);
+    return found != nullptr ? found : plain::find_colour_tone(destination, source);
+}
+
 } // namespace
 
 const filter_module* plain_module() {
     // In the order of kernel_slot.
     static constexpr filter_module module{cpu::c,
-                                          {&plain::find_demosaic, &plain::find_demosaic, nullptr, nullptr, &plain::find_sample_lines,
-                                           &plain::find_sample_lines, nullptr, nullptr, nullptr, nullptr, nullptr,
+                                          {&plain::find_demosaic, &plain::find_demosaic, &plain::find_sharpness, nullptr, &plain::find_sample_lines,
+                                           &tone, &plain::find_colour_matrix, nullptr, nullptr, nullptr, nullptr,
                                            nullptr, &convert, nullptr, nullptr, nullptr},
                                           nullptr,
                                           0};

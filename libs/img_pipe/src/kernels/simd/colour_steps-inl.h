@@ -1,6 +1,6 @@
 // The level's steps, as the drivers of the kernels take them.
 #pragma once
-#include "colour_rows-inl.h"
+#include "adjust_rows-inl.h"
 
 namespace img_pipe {
 namespace HWY_NAMESPACE {
@@ -25,6 +25,11 @@ struct steps {
     static constexpr auto pick8 = &pick_sites_v<std::uint8_t>;
     static constexpr auto pick16 = &pick_sites_v<std::uint16_t>;
     static constexpr auto halve = &halve_v;
+    static constexpr auto matrix8 = &apply_matrix_v<std::uint8_t>;
+    static constexpr auto matrix16 = &apply_matrix_v<std::uint16_t>;
+    static constexpr auto find_detail = &find_detail_v;
+    static constexpr auto add_detail8 = &add_detail8_v;
+    static constexpr auto add_detail16 = &add_detail16_v;
 };
 
 } // namespace

@@ -10,6 +10,11 @@ kernel_fn convert(img_type destination, img_type source) {
     return found != nullptr ? found : find_colour_lines(destination, source);
 }
 
+kernel_fn tone(img_type destination, img_type source) {
+    const kernel_fn found = find_sample_lines(destination, source);
+    return found != nullptr ? found : find_colour_tone(destination, source);
+}
+
 } // namespace
 
 extern const filter_module module_record;
@@ -22,11 +27,11 @@ constexpr filter_module module_record {
 #endif
         {nullptr,
          nullptr,
-         nullptr,
+         &find_sharpness,
          nullptr,
          &find_sample_lines,
-         &find_sample_lines,
-         nullptr,
+         &tone,
+         &find_colour_matrix,
          nullptr,
          nullptr,
          nullptr,
