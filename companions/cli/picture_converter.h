@@ -15,9 +15,9 @@ namespace cli {
 // A format by its PFNC name, its four characters or its display name.
 struct picture_format {
     std::string name;
-    uint32_t pfnc = 0;  // 0: the standard has no number for it
-    uint32_t id = 0;    // in the pipeline's vocabulary; 0: it has none
-    size_t bits = 0;    // of a pixel
+    uint32_t pfnc = 0; // 0: the standard has no number for it
+    uint32_t id = 0;   // in the pipeline's vocabulary; 0: it has none
+    size_t bits = 0;   // of a pixel
     bool known() const { return pfnc != 0 || id != 0; }
 };
 [[nodiscard]] picture_format format_from_text(const std::string& text);
@@ -36,23 +36,33 @@ public:
     std::span<const std::byte> convert(std::span<const std::byte> data, uint32_t width, uint32_t height);
 
 private:
-    enum class end_step { none, swap_red_and_blue, widen_10, widen_12, widen_14, drop_alpha, double_bytes, uyv_to_uyvy };
+    enum class end_step {
+        none,
+        swap_red_and_blue,
+        drop_alpha,
+        swap_and_drop_alpha,
+        widen_10,
+        widen_12,
+        widen_14,
+        double_bytes,
+        uyv_to_uyvy
+    };
     bool find_way(uint32_t from, uint32_t to);
-    static size_t apply(end_step step, std::span<const std::byte> in, size_t pixels, std::vector<std::byte>& out);
+    static void apply(end_step step, std::span<const std::byte> in, size_t pixels, size_t line_pixels,
+                      std::vector<std::byte>& out);
 
     picture_format source, target;
     end_step before = end_step::none, after = end_step::none;
-    std::vector<uint32_t> way; // format ids, the first that of the source
-    std::vector<std::byte> prepared, result, finished;
-    std::vector<std::byte> between;
-    std::unique_ptr<img_pipe::transform_pipe> pipes[2]; // one for each pass: each keeps its choice
+    std::vector<uint32_t> way;                                  // format ids, the first that of the source
+    std::vector<std::byte> prepared, between, result, finished; // after each step
+    std::unique_ptr<img_pipe::transform_pipe> pipes[2];         // one for each pass: each keeps its choice
 };
 
 struct convert_options {
     std::string file, output; // output empty: the file with the format's name
     std::string from, to;
     uint32_t width = 0, height = 0;
-    bool json = false;
+    bool json = false; // quiet
 };
 int convert_file(const convert_options& options);
 

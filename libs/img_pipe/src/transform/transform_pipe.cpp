@@ -42,6 +42,13 @@ bool overlap(const img_descriptor& a, const img_descriptor& b) {
 
 bool serves(const img_descriptor& view) { return is_valid(view) && view.width <= widest; }
 
+// A polarisation image may become one with a pixel for each of its cells.
+bool sizes_fit(const img_descriptor& to, const img_descriptor& from) {
+    if (to.width == from.width && to.height == from.height) return true;
+    return format_description(from.format).is_polarization != 0 && format_description(to.format).is_mono == 0 &&
+           to.width == from.width / 2 && to.height == from.height / 2;
+}
+
 bool same_memory(const img_descriptor& a, const img_descriptor& b) {
     return a.plane_data[0].data == b.plane_data[0].data && a.plane_data[0].stride == b.plane_data[0].stride;
 }
@@ -128,9 +135,7 @@ bool transform_pipe::transform(const img_descriptor& destination, const img_desc
     const img_type to = type_of(destination), from = type_of(source);
     bool ran = false;
     if (choose(to, from, false)) {
-        if (!serves(destination) || !serves(source) || destination.width != source.width ||
-            destination.height != source.height)
-            return false;
+        if (!serves(destination) || !serves(source) || !sizes_fit(destination, source)) return false;
         if (same_memory(destination, source) && destination.format == source.format)
             return transform_in_place(destination, params, scratch);
         if (overlap(destination, source)) return false;
