@@ -31,7 +31,7 @@ public:
         for (std::int32_t y = -5; y < call.src.height + 5; ++y) {
             load(y);
             if (y >= -1) find_candidates(y - 2);
-            if (y >= 1) Rows::steps(across[y - 4], across[y - 2], -1, cells + 2, step_v[y - 4]);
+            if (y >= 1) Rows::steps(across[y - 4], across[y - 2], -2, cells + 2, step_v[y - 4]);
             if (y >= 3) choose(y - 4);
             if (y >= 5) emit(y - 5);
         }

@@ -26,7 +26,7 @@ struct road {
 
 // Multiples of 4, which keep a mosaic's phase.
 constexpr std::int32_t demosaic_reach = 8;
-constexpr std::int32_t sharpen_reach = 8;
+constexpr std::int32_t sharpen_reach = 4;
 
 // Bytes that one piece needs for the kernels and the bands of any road between these formats.
 std::size_t road_memory(std::uint32_t source, std::uint32_t work, std::int32_t width);

@@ -128,7 +128,9 @@ bool transform_pipe::transform(const img_descriptor& destination, const img_desc
     const img_type to = type_of(destination), from = type_of(source);
     bool ran = false;
     if (choose(to, from, false)) {
-        if (!serves(destination) || !serves(source)) return false;
+        if (!serves(destination) || !serves(source) || destination.width != source.width ||
+            destination.height != source.height)
+            return false;
         if (same_memory(destination, source) && destination.format == source.format)
             return transform_in_place(destination, params, scratch);
         if (overlap(destination, source)) return false;
