@@ -53,8 +53,8 @@ inline void run(kernel_fn kernel, const img_descriptor& to, const img_descriptor
     std::size_t room = memory.size();
     auto* scratch = static_cast<std::byte*>(std::align(64, size, at, room));
     if (count == 0) count = from.height - first;
-    kernel({lines_of(to, first, count), lines_of(from, first, count), first, from.height,
-            from.plane_data[0].data + from.data_size, params, scratch, nullptr, 0, 0});
+    kernel({to.height == from.height ? lines_of(to, first, count) : to, lines_of(from, first, count), first,
+            from.height, from.plane_data[0].data + from.data_size, params, scratch, nullptr, 0, 0});
 }
 
 // An image whose lines have `pad` bytes behind them and whose last byte is the last of its memory.

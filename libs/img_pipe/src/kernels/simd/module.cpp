@@ -6,8 +6,9 @@ namespace HWY_NAMESPACE {
 namespace {
 
 kernel_fn convert(img_type destination, img_type source) {
-    const kernel_fn found = find_sample_lines(destination, source);
-    return found != nullptr ? found : find_colour_lines(destination, source);
+    for (const kernel_lookup find : {&find_sample_lines, &find_colour_lines, &find_polarisation, &find_pwl})
+        if (const kernel_fn found = find(destination, source)) return found;
+    return nullptr;
 }
 
 kernel_fn tone(img_type destination, img_type source) {
@@ -34,9 +35,9 @@ constexpr filter_module module_record {
          &find_colour_matrix,
          nullptr,
          nullptr,
-         nullptr,
-         nullptr,
-         nullptr,
+         &find_polarisation,
+         &find_polarisation,
+         &find_pwl,
          &convert,
          nullptr,
          nullptr,
