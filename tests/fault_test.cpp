@@ -3,7 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <future>
 #include <thread>
@@ -41,6 +44,22 @@ void must_learn_of_the_loss(const bench::open_camera& camera, EVENT_HANDLE error
     INFO_DATATYPE type = 0;
     size = 0;
     EXPECT_EQ(camera.lib->DevGetInfo(camera.device->get(), DEVICE_INFO_ID, &type, nullptr, &size), GC_ERR_CUSTOM_ID);
+}
+
+// This process's, when it has one.
+int only_datagram_socket() {
+    int found = -1;
+    for (const auto& entry : std::filesystem::directory_iterator{"/proc/self/fd"}) {
+        const int descriptor = std::stoi(entry.path().filename());
+        int type = 0;
+        int domain = 0;
+        socklen_t length = sizeof type;
+        if (getsockopt(descriptor, SOL_SOCKET, SO_TYPE, &type, &length) != 0 || type != SOCK_DGRAM) continue;
+        if (getsockopt(descriptor, SOL_SOCKET, SO_DOMAIN, &domain, &length) != 0 || domain != AF_INET) continue;
+        EXPECT_EQ(found, -1) << "which of them is it?";
+        found = descriptor;
+    }
+    return found;
 }
 
 // Tries again while the camera is in somebody's hands.
@@ -143,6 +162,46 @@ TEST(Fault, CameraKilledWhileStreaming) {
     must_learn_of_the_loss(camera, lost);
     must_end("the end of the acquisition",
              [&] { EXPECT_EQ(camera.lib->DSStopAcquisition(camera.stream->get(), 0), GC_ERR_SUCCESS); });
+}
+
+// Something in the consumer's process closes a descriptor too many, and the stream's socket is no socket any more.
+TEST(Fault, StreamSocketTakenByTheConsumer) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    bench::open_camera camera{test_bench::serial(0)};
+    EVENT_HANDLE told = nullptr;
+    camera.lib->check("GCRegisterEvent", camera.lib->GCRegisterEvent(camera.device->get(), EVENT_ERROR, &told));
+    camera.start();
+    ASSERT_TRUE(camera.next_frame(5000));
+    const auto grabbing = [&] {
+        INFO_DATATYPE type = 0;
+        bool8_t value = 0;
+        size_t size = sizeof value;
+        EXPECT_EQ(camera.lib->DSGetInfo(camera.stream->get(), STREAM_INFO_IS_GRABBING, &type, &value, &size),
+                  GC_ERR_SUCCESS);
+        return value != 0;
+    };
+    const int descriptor = only_datagram_socket();
+    ASSERT_GE(descriptor, 0);
+    const int nothing = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(dup2(nothing, descriptor), descriptor);
+    close(nothing);
+    ErrorRecord record{};
+    size_t size = sizeof record;
+    must_end("the report of the end",
+             [&] { EXPECT_EQ(camera.lib->EventGetData(told, &record, &size, 15000), GC_ERR_SUCCESS); });
+    EXPECT_EQ(record.id, GC_ERR_IO);
+    EXPECT_TRUE(std::string_view{record.text}.starts_with("Reception of the stream ended: ")) << record.text;
+    while (camera.next_frame(0)) {
+    }
+    EXPECT_TRUE(grabbing()) << "until the consumer stops";
+    must_end("the end of the acquisition", [&] { camera.stop(); });
+    EXPECT_FALSE(grabbing());
+    EXPECT_EQ(close(descriptor), 0) << "it was the consumer's own by then";
+    camera.start();
+    EXPECT_TRUE(camera.next_frame(5000));
+    must_end("the end of the second acquisition", [&] { camera.stop(); });
 }
 
 TEST(Fault, ConsumerKilledWhileStreamingFreesTheCamera) {

@@ -50,11 +50,13 @@ INSTANTIATE_TEST_SUITE_P(
                     size_case{"rounds_up_by_hundreds",
                               {"--packet-size-step", "100", "--packet-size-rounding", "up", "--mtu", "4050"},
                               4000,
-                              16},
+                              20},
+                    size_case{
+                        "maximum_1640_on_a_line_of_1600", {"--max-packet-size", "1640", "--mtu", "1600"}, 1600, 20},
                     size_case{"rounds_up_into_the_sizes_left_out",
                               {"--packet-size-step", "16", "--packet-size-rounding", "up", "--mtu", "1510"},
                               1488,
-                              16}),
+                              20}),
     [](const auto& chosen) { return std::string{chosen.param.name}; });
 
 // The stream goes on and frames are delivered; the consumer learns that the control is gone, and gets out.

@@ -36,6 +36,8 @@ constexpr int most_rounds = 16; // of reads before other work gets its turn
 constexpr auto gathering_time = 200us;
 constexpr size_t little = 16 << 10; // bytes
 constexpr auto error_pause = 1ms;   // so that an error that stays takes no processor
+// Nobody is woken when somebody else in the process closes our descriptor: so it is read now and then, whatever comes.
+constexpr auto unasked_read = 1s;
 constexpr size_t test_buffer_size = 32000;
 constexpr auto test_wait = 3'000'000ns;
 constexpr auto test_poll = 750us;
@@ -63,6 +65,7 @@ stream_asio_thread::stream_asio_thread(create_params params)
       coalesce(params.coalesce),
       socket(io),
       timer(io),
+      unasked_timer(io),
       receiver(make_receiver(params.copy_packets, functions)) {}
 
 stream_asio_thread::~stream_asio_thread() { stop(); }
@@ -167,7 +170,11 @@ void stream_asio_thread::thread_main(uint32_t packet_size) {
     receiver->flush(now_us());
     dump_statistics(receiver->get_statistics());
     std::error_code ignored;
-    socket.close(ignored);
+    if (socket_is_gone) {
+        socket.release(ignored); // the number may be somebody else's by now
+    } else {
+        socket.close(ignored);
+    }
     reader.reset();
     {
         const std::lock_guard guard{state_mutex};
@@ -181,6 +188,7 @@ void stream_asio_thread::receive_until_stopped(uint32_t packet_size) {
     reader = std::make_unique<posix::datagram_reader>(socket.native_handle(), receive_buffers,
                                                       packet_size + buffer_margin, buffer_margin, coalesce);
     wait_for_datagrams();
+    read_unasked();
     io.run();
 }
 
@@ -198,16 +206,30 @@ auto stream_asio_thread::keep_memory(Handler handler) {
 
 void stream_asio_thread::wait_for_datagrams() {
     socket.async_wait(asio::ip::udp::socket::wait_read, keep_memory([this](const std::error_code& error) {
-                          if (!error) return receive_batch();
+                          if (!error) {
+                              if (receive_batch()) wait_for_datagrams();
+                              return;
+                          }
                           if (error != asio::error::operation_aborted) end_reception(error.message());
                       }));
 }
 
-void stream_asio_thread::receive_batch() {
+void stream_asio_thread::read_unasked() {
+    unasked_timer.expires_after(unasked_read);
+    unasked_timer.async_wait(keep_memory([this](const std::error_code& error) {
+        if (!error && receive_batch()) read_unasked();
+    }));
+}
+
+bool stream_asio_thread::receive_batch() {
     for (int round = 0; round < most_rounds; ++round) {
         std::error_code error;
         const size_t count = reader->read(error);
-        if (error && !survives(error)) return end_reception(error.message());
+        if (error && !survives(error)) {
+            socket_is_gone = true;
+            end_reception(error.message());
+            return false;
+        }
         if (count == 0) break;
         const uint64_t now = now_us();
         int64_t wait = -1;
@@ -221,16 +243,17 @@ void stream_asio_thread::receive_batch() {
         if (bytes >= little) break;
         std::this_thread::sleep_for(gathering_time);
     }
-    wait_for_datagrams();
+    return true;
 }
 
 // An error says nothing about the datagrams behind it: a camera's or a stranger's ICMP message leaves one on the
 // socket, and memory that the kernel lacks now it has again later.
 bool stream_asio_thread::survives(const std::error_code& read_error) {
     if (read_error == std::errc::bad_file_descriptor || read_error == std::errc::not_a_socket) return false;
-    if (read_error != last_read_error) {
+    const auto number = static_cast<size_t>(read_error.value()) % read_errors_told.size();
+    if (!read_errors_told[number]) {
         logger().warn("{}, reading failed due to {}", thread_name, read_error.message());
-        last_read_error = read_error;
+        read_errors_told.set(number);
     }
     std::this_thread::sleep_for(error_pause);
     return true;

@@ -6,6 +6,7 @@
 #include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
 
+#include <bitset>
 #include <condition_variable>
 #include <memory>
 #include <memory_resource>
@@ -56,7 +57,9 @@ private:
     template <class Handler>
     [[nodiscard]] auto keep_memory(Handler handler);
     void wait_for_datagrams();
-    void receive_batch();
+    void read_unasked();
+    // False when reception is at its end.
+    [[nodiscard]] bool receive_batch();
     // False when nothing can be read from the socket any more.
     [[nodiscard]] bool survives(const std::error_code& read_error);
     void end_reception(std::string reason);
@@ -72,10 +75,13 @@ private:
     asio::io_context io;
     asio::ip::udp::socket socket;
     asio::steady_timer timer;
-    std::optional<std::chrono::steady_clock::time_point> armed_for; // the receive thread's
-    std::error_code last_read_error;                                // the receive thread's
-    std::string end_reason;                                         // the receive thread's
-    std::unique_ptr<gvsp_recv_interface> receiver;                  // the receive thread's while it runs
+    asio::steady_timer unasked_timer;
+    // The receive thread's.
+    std::optional<std::chrono::steady_clock::time_point> armed_for;
+    std::bitset<256> read_errors_told; // by error number, once each
+    bool socket_is_gone = false;
+    std::string end_reason;
+    std::unique_ptr<gvsp_recv_interface> receiver; // while it runs
     std::unique_ptr<posix::datagram_reader> reader;
     std::thread thread;
 

@@ -110,8 +110,8 @@ stream_channel_impl::choose_packet_size(impl::packet_size_test_socket_itf& socke
     impl::packet_size_test test{port, socket, channel_index};
     if (params.fixed_packet_size != 0) return test.set_packet_size(params.fixed_packet_size);
     if (params.preferred_packet_size > 0 && params.preferred_packet_size <= max_packet_size) {
-        const auto passed = test.test_packet_size(static_cast<uint32_t>(params.preferred_packet_size));
-        if (passed) return passed;
+        const auto passed = test.test_packet_size(static_cast<uint32_t>(params.preferred_packet_size), max_packet_size);
+        if (passed.how == impl::packet_size_test::outcome::passed) return passed.size;
     }
     const auto range =
         packet_size_node != nullptr

@@ -22,8 +22,13 @@ public:
 
     // The size that the device took: it may round.
     [[nodiscard]] std::expected<uint32_t, std::error_code> set_packet_size(uint32_t size);
-    // The size that the device took when a packet of it got through, else why not. Sizes that are left out fail.
-    [[nodiscard]] std::expected<uint32_t, std::error_code> test_packet_size(uint32_t size);
+    enum class outcome { passed, failed, left_out };
+    struct tested {
+        outcome how;
+        uint32_t size = 0; // that the device took, of one that passed
+    };
+    // Whether a packet got through of the size that the device makes of this one. More than `most` fails.
+    [[nodiscard]] tested test_packet_size(uint32_t size, int32_t most);
     // The largest size in the range that gets through, which the device has then; after some twenty tests at most.
     [[nodiscard]] std::expected<uint32_t, std::error_code> evalute_packet_size(packet_size_range range);
 
@@ -32,8 +37,10 @@ public:
     [[nodiscard]] std::expected<packet_size_range, std::error_code> range_from_register(int32_t max_allowed);
 
 private:
-    // A smaller one where the device's rounding makes it one that is left out.
-    [[nodiscard]] std::expected<uint32_t, std::error_code> set_usable_packet_size(int32_t size);
+    // 0 when none got through. `most`: what the device may make of a size.
+    [[nodiscard]] uint32_t search(int32_t first, packet_size_range range, int32_t most);
+    // A smaller one where the device's rounding makes it more than `most` or one that is left out.
+    [[nodiscard]] std::expected<uint32_t, std::error_code> set_usable_packet_size(int32_t size, int32_t most);
     [[nodiscard]] std::error_code write_packetsize_register(uint32_t size, bool fire);
     [[nodiscard]] std::expected<uint32_t, std::error_code> read_packetsize_register();
     [[nodiscard]] uint32_t register_address() const noexcept;

@@ -139,3 +139,25 @@ TEST(Event, CountersFollowFiringTakingAndFlushing) {
     EXPECT_EQ(counts(), std::pair(size_t{0}, uint64_t{3}));
     EXPECT_EQ(event->GetData(&record, &size, 0).code, GC_ERR_TIMEOUT);
 }
+
+// Each buffer wakes the event of the moment; between two there is none to wake.
+TEST(Event, NewBuffersGoToTheEventRegisteredLast) {
+    const open_chain chain;
+    static_cast<void>(chain.announce(3));
+    auto& object = chain.stream_object();
+    for (int round = 0; round < 3; ++round) {
+        EVENT_HANDLE event = nullptr;
+        if (round > 0) {
+            ASSERT_EQ(GCRegisterEvent(chain.ds, EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS);
+        }
+        object.queue_buffer_from_filling_to_output(object.fill());
+        if (round == 0) continue;
+        INFO_DATATYPE type = 0;
+        uint64_t fired = 0;
+        size_t size = sizeof fired;
+        EXPECT_EQ(EventGetInfo(event, EVENT_NUM_FIRED, &type, &fired, &size), GC_ERR_SUCCESS);
+        EXPECT_EQ(fired, 1U);
+        EXPECT_EQ(GCUnregisterEvent(chain.ds, EVENT_NEW_BUFFER), GC_ERR_SUCCESS);
+    }
+    object.filling.clear();
+}

@@ -23,6 +23,7 @@ public:
     explicit stream(IDevice& parent) : DataStreamImpl(parent, "Stream0") {}
     std::function<Error()> on_start = [] { return success(); };
     std::function<void()> on_stop = [] {};
+    std::function<void()> on_flush = [] {};
     std::function<void()> on_payload_size = [] {};
     std::function<void()> on_input_changed = [] {};
     std::vector<Buffer*> filling;
@@ -44,6 +45,7 @@ protected:
     Error start_acquisition_() override { return on_start(); }
     void stop_acquisition_(bool) override { on_stop(); }
     void flush_filling_buffers_() override {
+        on_flush();
         for (Buffer* buffer : filling) queue_buffer_from_filling_to_input(buffer);
         filling.clear();
     }
@@ -70,9 +72,13 @@ public:
     interface(ISystem& parent, const InterfaceInfo& info, std::vector<DeviceInfo>& listed)
         : InterfaceImpl(parent, info), devices(listed) {}
     static inline std::function<void(const std::string&)> on_open = [](const std::string&) {};
+    static inline std::function<void()> on_query = [] {};
 
 protected:
-    std::expected<std::vector<DeviceInfo>, Error> query_devices_(uint64_t) override { return devices; }
+    std::expected<std::vector<DeviceInfo>, Error> query_devices_(uint64_t) override {
+        on_query();
+        return devices;
+    }
     std::expected<std::shared_ptr<IDevice>, Error> create_device_(const DeviceInfo& info,
                                                                   DEVICE_ACCESS_FLAGS flags) override {
         on_open(info.id);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "ended_frames.h"
+#include "frame_ids.h"
 #include "frame_time.h"
 #include "gvsp_packet.h"
 #include "gvsp_recv_interface.h"
@@ -77,13 +78,18 @@ private:
 
     void prepare_blocks();
     [[nodiscard]] block* find(uint64_t block_id) noexcept;
+    [[nodiscard]] bool begins_another_round(int64_t t, const block& current, uint64_t leader_timestamp) const noexcept;
     void restart_stream(int64_t t);
     block* create_block_for_id(int64_t t, uint64_t block_id, const uint64_t* leader_timestamp);
     block* create_single_new_block(int64_t t, uint64_t block_id, uint64_t frame_id);
     void end_block(int64_t t, block& ended, bool flushed);
 
-    void came_forward(int64_t t, block& current, uint32_t packet_id) noexcept;
+    block* block_of(int64_t t, const gvsp_parsed_packet& packet, block* found);
+    void receive_payload(int64_t t, block& current, const gvsp_parsed_packet& packet);
+    void receive_other(int64_t t, block& current, const gvsp_parsed_packet& packet);
+    bool came_forward(int64_t t, block& current, uint32_t packet_id) noexcept;
     void check_gap(int64_t t, block& current, uint32_t packet_id);
+    void ask_for_gap(int64_t t, block& current, uint32_t last);
 
     int64_t add_resend_entry(int64_t t, block& current, int64_t delay, uint32_t first, uint32_t last);
     int64_t queue_resend(int64_t t, block& current, resend_entry& entry);
@@ -102,16 +108,13 @@ private:
     size_t open_count = 0;
     ended_frames ended_recently;
     gvsp_parsed_packet::leader_body last_leader{};
-    block_id_unwrapper unwrapper;
+    frame_ids ids;
     frame_receive_stats stats;
     std::array<block_geometry, 2> geometry; // by extended ids
     uint32_t payload_size = 0;
     impl::frame_time frame_time;
-    uint64_t highest_frame_id = 0; // of no meaning before `started`, like the next
-    uint64_t last_opened_id = 0;   // frame id of the last block that a packet of its own opened
-    uint64_t time_base = 0;        // time of the stream's first packet, 0 before it
+    uint64_t time_base = 0; // time of the stream's first packet, 0 before it
     bool extended = false;
-    bool started = false; // a frame was opened since the ids began
 };
 
 } // namespace gev::streamchannel::impl

@@ -18,7 +18,7 @@ gvsp_recv_simple::gvsp_recv_simple(const stream_functions& stream) : functions(s
 
 void gvsp_recv_simple::setup(uint32_t packet_size, uint32_t new_payload_size) {
     stats = {};
-    unwrapper.reset();
+    ids.restart();
     last_leader = {};
     payload_size = new_payload_size;
     for (const bool extended_ids : {false, true}) {
@@ -88,21 +88,18 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
 // One rule for both receivers, see ended_frames.h.
 void gvsp_recv_simple::restart_stream(uint64_t now) {
     logger().info("now={:15} The camera started over.", now);
-    for (auto oldest = ring.rbegin(); oldest != ring.rend(); ++oldest) {
-        end_block(**oldest, now, false);
-        (*oldest)->frame_id = 0;
-    }
-    unwrapper.reset();
+    for (auto oldest = ring.rbegin(); oldest != ring.rend(); ++oldest) end_block(**oldest, now, false);
+    ids.restart();
     ended_recently.start_over(now);
 }
 
 gvsp_recv_simple::block& gvsp_recv_simple::create_new_block(uint64_t now, uint64_t block_id) {
-    const uint64_t frame_id = unwrapper.unwrap(block_id, extended);
-    if (const uint64_t previous = ring[0]->frame_id; previous != 0 && frame_id > previous + 1) {
-        const uint64_t skipped = frame_id - previous - 1;
-        logger().info("r[{:8}] !!!! we skipped {} frames, trying to recover ...", frame_id, skipped);
-        stats.skipped_frames += skipped;
+    const frame_ids::opened_frame opened = ids.opened(block_id, extended, 0);
+    const uint64_t frame_id = opened.id;
+    if (opened.skipped > 0) {
+        logger().info("r[{:8}] !!!! we skipped {} frames, trying to recover ...", frame_id, opened.skipped);
     }
+    stats.skipped_frames += opened.lost;
     end_block(*ring[3], now, false);
     end_block(*ring[2], now, false);
     std::rotate(ring.begin(), ring.end() - 1, ring.end());
@@ -130,12 +127,13 @@ gvsp_recv_simple::block& gvsp_recv_simple::create_new_block(uint64_t now, uint64
 void gvsp_recv_simple::end_block(block& ended, uint64_t now, bool flushed) {
     if (!ended.active) return;
     ended.active = false;
+    const bool complete = ended.packets.all_expected();
+    if (complete) stats.skipped_frames += ids.completed(ended.frame_id);
     ended_recently.add(ended.block_id, ended.leader_mark(), now);
     if (ended.context.size == 0) {
         ++stats.no_buffer_frames;
         if (ended.context.buffer == nullptr) return; // an empty buffer goes back to its owner all the same
     }
-    const bool complete = ended.packets.all_expected();
     if (ended.context.size != 0) ++(complete ? stats.complete_frames : stats.incomplete_frames);
 
     frame_info info;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "ended_frames.h"
+#include "frame_ids.h"
 #include "frame_time.h"
 #include "gvsp_packet.h"
 #include "gvsp_recv_interface.h"
@@ -55,7 +56,7 @@ private:
     std::array<block, 4> blocks;
     std::array<block*, 4> ring{}; // newest first
     leader_body last_leader{};
-    block_id_unwrapper unwrapper;
+    frame_ids ids;
     ended_frames ended_recently;
     impl::frame_time frame_time;
     frame_receive_stats stats;

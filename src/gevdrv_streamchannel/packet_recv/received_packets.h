@@ -60,11 +60,7 @@ public:
     }
     bool add_payload(uint32_t id, bool whole) noexcept {
         if (id == 0) return false; // the leader's
-        if (!whole && uint64_t{id} + 1 != trailer_id) {
-            if (id >= expected || id <= short_id) return false;
-            short_id = id; // until the trailer says whether it is the last
-            return true;
-        }
+        if (!whole && uint64_t{id} + 1 != trailer_id) return add_short(id);
         return add(id);
     }
     bool add_trailer(uint32_t id) noexcept {
@@ -82,6 +78,13 @@ public:
     }
 
 private:
+    // Kept in mind until the trailer says whether it is the last.
+    bool add_short(uint32_t id) noexcept {
+        if (id <= short_id || id > uint64_t{expected} + in_order_behind) return false;
+        short_id = id;
+        return id < expected;
+    }
+
     static constexpr uint32_t bits_per_word = 64;
 
     std::vector<uint64_t> words;
@@ -97,7 +100,8 @@ private:
 [[nodiscard]] inline bool is_whole(const block_geometry& geometry, uint64_t payload_size, uint32_t packet_id,
                                    uint64_t data_size) noexcept {
     if (data_size >= geometry.payload_per_packet) return true;
-    return packet_id != 0 && (uint64_t{packet_id} - 1) * geometry.payload_per_packet + data_size >= payload_size;
+    const uint64_t begin = (uint64_t{packet_id} - 1) * geometry.payload_per_packet;
+    return packet_id != 0 && begin < payload_size && begin + data_size >= payload_size;
 }
 
 } // namespace gev::streamchannel::impl

@@ -43,6 +43,9 @@ const row rows[] = {
     {"longer by one", {{0, L}, {1}, {2}, {3}, {4}, {5}, {6, T}}, true, true},
     {"longer", {{0, L}, {1}, {2}, {3}, {4}, {5}, {6}, {7}, {8, T}}, true, true},
     {"longer, one lost behind", {{0, L}, {1}, {2}, {3}, {4}, {5}, {7}, {8, T}}, false, true},
+    {"longer, one truncated behind", {{0, L}, {1}, {2}, {3}, {4}, {5}, {6, 3, 50}, {7}, {8, T}}, false, true},
+    {"longer, short before the trailer", {{0, L}, {1}, {2}, {3}, {4}, {5}, {6, 3, 50}, {7, T}}, true, true},
+    {"longer, short behind the trailer", {{0, L}, {1}, {2}, {3}, {4}, {5}, {7, T}, {6, 3, 50}}, true, true},
     {"longer, the last announced lost", {{0, L}, {1}, {2}, {3}, {4}, {6}, {7}, {8, T}}, false, false, {{1, 5, 5}}},
 };
 

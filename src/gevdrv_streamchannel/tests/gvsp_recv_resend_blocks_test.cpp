@@ -218,23 +218,6 @@ TEST_F(gvsp_recv_resend_blocks_test, too_many_open_blocks_push_the_oldest_out) {
     EXPECT_EQ(delivered(), (ids{1, 2, 3, 4}));
 }
 
-TEST_F(gvsp_recv_resend_blocks_test, revoked_frame_is_forgotten_and_the_rest_goes_on) {
-    send(1, {0, 1, 2});
-    send(2, {0, 1});
-    EXPECT_FALSE(receiver.revoke_frame(nullptr));
-    EXPECT_FALSE(receiver.revoke_frame(&now));
-    EXPECT_TRUE(receiver.revoke_frame(&memory[0]));
-    EXPECT_FALSE(receiver.revoke_frame(&memory[0]));
-    const auto before = memory[0];
-    send(1, {3, 4, 5});
-    send(2, {2, 3, 4, 5});
-    EXPECT_EQ(memory[0], before);
-    EXPECT_EQ(delivered(), ids{2});
-    EXPECT_TRUE(bytes_right(0));
-    EXPECT_EQ(statistics(), (counts{1, 0, 0, 1, 0, 0}));
-    EXPECT_FALSE(receiver.revoke_frame(&memory[1])) << "delivered";
-}
-
 TEST_F(gvsp_recv_resend_blocks_test, frame_without_a_buffer_keeps_its_place_and_is_counted) {
     const log_capture log;
     whole(1);
@@ -251,44 +234,6 @@ TEST_F(gvsp_recv_resend_blocks_test, frame_without_a_buffer_keeps_its_place_and_
     EXPECT_EQ(taken, 2U) << "what is late for it takes no buffer";
     EXPECT_EQ(log.count(". Dropped frame due to no shm_mem_handle."), 1U);
     EXPECT_EQ(statistics(), (counts{2, 0, 0, 1, 0, 0})) << "only delivered frames count their resends";
-}
-
-TEST_F(gvsp_recv_resend_blocks_test, buffer_smaller_than_the_frame_takes_what_fits) {
-    for (const uint64_t size : {1U, 99U, 100U, 101U, 250U, 399U}) {
-        restart();
-        buffer_size = size;
-        whole(1);
-        ASSERT_EQ(frames.size(), 1U);
-        EXPECT_EQ(frames[0].filled_size, size);
-        EXPECT_EQ(frames[0].received_bytes, size);
-        EXPECT_EQ(frames[0].expected_payload_size, frame_size);
-        EXPECT_EQ(frames[0].flags, 0U) << "all packets came";
-        EXPECT_TRUE(bytes_right(0));
-        EXPECT_TRUE(guards_intact());
-    }
-    restart();
-    buffer_size = 0; // counts as none and still goes back
-    whole(1);
-    EXPECT_EQ(returned, 1U);
-    EXPECT_EQ(statistics(), (counts{0, 0, 0, 1, 0, 0}));
-}
-
-TEST_F(gvsp_recv_resend_blocks_test, flush_returns_every_open_block_newest_first) {
-    send(1, {0, 1, 3});
-    whole(2);
-    send(3, {0});
-    receiver.flush(now + 5);
-    EXPECT_EQ(delivered(), (ids{3, 2, 1}));
-    EXPECT_EQ(flags(), (std::vector<uint32_t>{incomplete | flushed, flushed, incomplete | flushed}));
-    EXPECT_EQ(frames[0].end_time, now + 5);
-    EXPECT_EQ(statistics(), (counts{1, 2, 0, 0, 0, 0}));
-    receiver.flush(now);
-    send(3, {1, 2}); // flushed counts as delivered
-    pass(100'000);
-    EXPECT_EQ(taken, 3U);
-    EXPECT_TRUE(requests.empty());
-    whole(4);
-    EXPECT_EQ(delivered().back(), 4U);
 }
 
 TEST_F(gvsp_recv_resend_blocks_test, reset_starts_ids_and_times_again_and_keeps_the_counts) {
@@ -362,17 +307,6 @@ TEST_F(gvsp_recv_resend_blocks_test, status_of_a_range_that_is_done_is_of_no_int
     status(1, 2, 0x800C);
     send(1, {4, 5});
     EXPECT_EQ(flags(), std::vector<uint32_t>{0});
-}
-
-TEST_F(gvsp_recv_resend_blocks_test, status_of_an_unknown_block_opens_nothing) {
-    for (const uint32_t code : {0x800CU, 0x8010U, 0x8011U, 0x8012U, 0x8001U, 0x0100U | 0x800CU}) {
-        status(1, 2, code);
-        status(77, 2, code);
-    }
-    EXPECT_EQ(taken, 0U);
-    EXPECT_EQ(receiver.check_timers(now), -1);
-    whole(1);
-    EXPECT_EQ(statistics(), (counts{1, 0, 0, 0, 0, 0}));
 }
 
 TEST_F(gvsp_recv_resend_blocks_test, given_up_frame_still_waits_for_its_elder_and_may_be_saved_meanwhile) {

@@ -83,12 +83,6 @@ TEST_F(gvsp_recv_resend_test, completed_range_is_left_with_a_word_only_when_it_w
     EXPECT_EQ(requests, (std::vector<request>{{1, 2, 2}, {1, 4, 5}})) << "the tail, overdue";
 }
 
-TEST_F(gvsp_recv_resend_test, separate_gaps_are_separate_ranges) {
-    send(1, {0, 2, 4, 5});
-    pass(16'666);
-    EXPECT_EQ(requests, (std::vector<request>{{1, 1, 1}, {1, 3, 3}}));
-}
-
 TEST_F(gvsp_recv_resend_test, number_of_sends_follows_the_parameter) {
     struct row {
         uint32_t max_retries;
@@ -189,39 +183,6 @@ TEST_F(gvsp_recv_resend_test, frame_may_be_shorter_than_announced) {
     EXPECT_EQ(flags(), (std::vector<uint32_t>{0, incomplete}));
 }
 
-TEST_F(gvsp_recv_resend_test, packet_longer_than_its_share_leaves_its_neighbour_alone) {
-    send(1, {0, 2, 3, 4, 5});
-    datagram longer = packet_of(1, 1);
-    longer.resize(longer.size() + 50);
-    feed_one(longer);
-    EXPECT_EQ(flags(), std::vector<uint32_t>{0});
-    EXPECT_TRUE(bytes_right(0));
-}
-
-TEST_F(gvsp_recv_resend_test, chunks_are_announced_by_the_trailer) {
-    for (const bool extended : {false, true}) {
-        restart({.extended = extended});
-        for (const uint64_t block : {1, 2}) {
-            send(block, {0, 1, 2, 3, 4});
-            datagram trailer = header(block, 2, 5, 0, extended);
-            const uint64_t length = block == 1 ? 77 : 0;
-            if (extended) {
-                append(trailer, 0x4001, 4);
-                append(trailer, 4, 4);
-                append(trailer, length << 32 | 9, 8);
-            } else {
-                append(trailer, 5, 4);
-                append(trailer, length, 4);
-                append(trailer, 9, 8);
-            }
-            feed_one(trailer);
-        }
-        const uint32_t mode = extended ? frame_flags::extended_ids : 0;
-        EXPECT_EQ(flags(), (std::vector<uint32_t>{mode | frame_flags::has_chunk, mode}));
-        EXPECT_EQ(frames[0].chunk_layout_id, 9U);
-    }
-}
-
 // The patience with the tail grows to the projected length of the frame.
 TEST_F(gvsp_recv_resend_test, slow_camera_is_not_asked_too_soon) {
     for (const uint32_t packet : {0U, 1U, 2U, 3U}) {
@@ -232,29 +193,6 @@ TEST_F(gvsp_recv_resend_test, slow_camera_is_not_asked_too_soon) {
     EXPECT_TRUE(requests.empty());
     pass(1);
     EXPECT_EQ(requests, (std::vector<request>{{1, 4, 5}}));
-}
-
-TEST_F(gvsp_recv_resend_test, lost_leader_is_asked_for_and_the_last_one_stands_in) {
-    whole(1);
-    send(2, {1, 2, 3, 4, 5});
-    pass(16'666);
-    EXPECT_EQ(requests, (std::vector<request>{{2, 0, 0}}));
-    pass(100'000);
-    ASSERT_EQ(frames.size(), 2U);
-    EXPECT_EQ(frames[1].flags, incomplete);
-    EXPECT_EQ(frames[1].size_x, wire.payload);
-    EXPECT_EQ(frames[1].size_y, wire.count);
-    EXPECT_EQ(frames[1].pixel_format, 0x01080001U);
-    EXPECT_EQ(frames[1].timestamp, 0U);
-    EXPECT_EQ(frames[0].timestamp, 1U);
-    EXPECT_EQ(frames[1].filled_size, frame_size);
-
-    send(3, {1, 2, 3, 4, 5});
-    pass(16'666);
-    send(3, {0});
-    ASSERT_EQ(frames.size(), 3U);
-    EXPECT_EQ(frames[2].flags, 0U);
-    EXPECT_EQ(frames[2].timestamp, 3U);
 }
 
 TEST_F(gvsp_recv_resend_test, younger_frame_waits_for_the_older) {
@@ -382,22 +320,6 @@ TEST_F(gvsp_recv_resend_test, automatic_time_follows_the_frames_and_never_exceed
         pass(30'000);
         ASSERT_FALSE(requests.empty());
         EXPECT_EQ(request_times[0] - gap_seen, r.asked_after);
-    }
-}
-
-// Sizes that no camera has: the bitmap follows the id form with the smaller packets.
-TEST_F(gvsp_recv_resend_test, extreme_geometry_stays_inside_the_bitmap) {
-    for (const uint32_t size : {0U, 40U, 49U, 0xFFFFFFFFU}) {
-        for (const uint32_t payload : {0U, 0xFFFFFFFEU, 0xFFFFFFFFU}) {
-            start_over({});
-            receiver.setup(size, payload);
-            for (const uint32_t packet : {1U, 2U, 1000U, 0xFFFFFEU, 0xFFFFFFU}) {
-                feed_one(header(1, 3, packet));
-                feed_one(header(2, 3, packet, 0, true));
-            }
-            receiver.flush(now);
-            EXPECT_EQ(taken, returned);
-        }
     }
 }
 

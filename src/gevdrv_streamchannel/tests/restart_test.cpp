@@ -1,7 +1,5 @@
 // A camera that starts over within one stream, by its own commands: one rule for both receivers.
-#include "resend_bench.h"
-
-#include "gevdrv_streamchannel/packet_recv/gvsp_recv_simple.h"
+#include "both_receivers.h"
 
 namespace gev::streamchannel::impl {
 namespace {
@@ -9,32 +7,8 @@ namespace {
 using namespace test;
 
 template <class Receiver>
-struct restart_test : testing::Test, surroundings {
-    Receiver receiver{functions};
-    uint64_t now = 1'000'000;
-
-    void begin(const shape& with) {
-        start_over(with);
-        receiver.setup(wire.packet_size(), wire.frame_size());
-    }
-    void send(uint64_t block, uint32_t packet) { feed(receiver, now, packet_of(block, packet, wire)); }
-    void whole(uint64_t block, uint32_t lost = UINT32_MAX) {
-        for (uint32_t packet = 0; packet <= wire.trailer(); ++packet) {
-            if (packet != lost) send(block, packet);
-        }
-    }
-    void pass(uint64_t microseconds) {
-        for (const uint64_t end = now + microseconds; now < end; now += 1000) receiver.check_timers(now);
-    }
-};
-using receivers = testing::Types<gvsp_recv_resend, gvsp_recv_simple>;
-struct receiver_names {
-    template <class Receiver>
-    static std::string GetName(int) {
-        return std::is_same_v<Receiver, gvsp_recv_resend> ? "resend" : "simple";
-    }
-};
-TYPED_TEST_SUITE(restart_test, receivers, receiver_names);
+using restart_test = receiver_bench<Receiver>;
+TYPED_TEST_SUITE(restart_test, both_receivers, receiver_names);
 
 } // namespace
 
@@ -120,6 +94,25 @@ TYPED_TEST(restart_test, stragglers_of_the_round_before_stay_out_of_the_new_one)
     EXPECT_EQ(this->taken, 10U);
     EXPECT_EQ(this->receiver.get_statistics().complete_frames, 10U);
     for (size_t i = 0; i < this->frames.size(); ++i) EXPECT_TRUE(this->bytes_right(i)) << i;
+}
+
+// One stray id far ahead loses nothing; frames that are missing in front of one that others follow are lost.
+TYPED_TEST(restart_test, a_jump_of_the_ids_counts_when_it_is_borne_out) {
+    constexpr uint64_t recovered = std::is_same_v<TypeParam, gvsp_recv_resend> ? 2 : 0;
+    for (const bool extended : {false, true}) {
+        for (const uint64_t far : {9U, 40U, 3000U, 60'000U, 65'400U}) {
+            for (const bool stray : {false, true}) {
+                SCOPED_TRACE(testing::Message() << far << ", extended " << extended << ", stray " << stray);
+                if (stray && far < 20) continue; // so near it is taken at its word
+                this->begin({.extended = extended});
+                for (uint64_t block = 1; block <= 3; ++block) this->whole(block);
+                this->send(far, 2);
+                for (uint64_t block = stray ? 4 : far + 1; block != (stray ? 7 : far + 4); ++block) this->whole(block);
+                EXPECT_EQ(this->receiver.get_statistics().skipped_frames, stray ? 0 : far - 4 - recovered);
+                this->receiver.flush(this->now);
+            }
+        }
+    }
 }
 
 } // namespace gev::streamchannel::impl

@@ -1,5 +1,6 @@
 // The receive thread on a real loopback socket, with the receivers that it has in service.
 #include "datagram_bytes.h"
+#include "resend_bench.h"
 
 #include <gevdrv_streamchannel/stream_asio_thread.h>
 
@@ -7,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/udp.h>
 #include <sys/socket.h>
@@ -27,18 +29,18 @@ namespace {
 
 const auto loopback = asio::ip::address_v4::loopback();
 
-// The next reads fail, as the kernel's do.
+// The next reads fail, as the kernel's do, with one error and another by turns.
 struct {
     std::atomic<int> times{0};
     std::atomic<int> error{0};
+    std::atomic<int> other{0};
 } failing_reads;
 
 } // namespace
 
 extern "C" int recvmmsg(int socket, mmsghdr* messages, unsigned count, int flags, timespec* timeout) {
     if (failing_reads.times > 0) {
-        --failing_reads.times;
-        errno = failing_reads.error;
+        errno = failing_reads.times-- % 2 != 0 ? failing_reads.error : failing_reads.other;
         return -1;
     }
     return static_cast<int>(syscall(SYS_recvmmsg, socket, messages, count, flags, timeout));
@@ -104,6 +106,18 @@ public:
         to.sin_port = htons(local_port);
         EXPECT_EQ(sendto(sender, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to),
                   static_cast<ssize_t>(bytes.size()));
+    }
+    // The receiving one's descriptor.
+    [[nodiscard]] int stream_socket() const {
+        for (int descriptor = 0; descriptor < 1024; ++descriptor) {
+            sockaddr_in address{};
+            socklen_t length = sizeof address;
+            if (getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &length) == 0 &&
+                address.sin_family == AF_INET && ntohs(address.sin_port) == local_port) {
+                return descriptor;
+            }
+        }
+        return -1;
     }
     template <class Condition>
     bool wait_until(Condition condition) {
@@ -243,12 +257,15 @@ TEST(StreamThread, TheTimerStrikesForWhatIsDueFirst) {
     EXPECT_TRUE(bench.ends.empty()) << "who stops it needs no word";
 }
 
-TEST(StreamThread, ReadErrorsPassAndAreNotTheStreamsEnd) {
-    for (const int error : {ENOBUFS, EPROTO, ENETDOWN, ECONNREFUSED}) {
+TEST(StreamThread, ReadErrorsPassAndAreToldOnceEach) {
+    const int errors[] = {ENOBUFS, EPROTO, ENETDOWN, ECONNREFUSED};
+    for (const int error : errors) {
+        const test::log_capture log;
         ThreadBench bench;
         ASSERT_FALSE(bench.sut->start(136, 200));
         failing_reads.error = error;
-        failing_reads.times = 3;
+        failing_reads.other = errors[0];
+        failing_reads.times = 40;
         bench.send(standard_leader(1).bytes);
         bench.send(payload(1, 1));
         bench.send(payload(1, 2));
@@ -257,23 +274,37 @@ TEST(StreamThread, ReadErrorsPassAndAreNotTheStreamsEnd) {
         EXPECT_EQ(failing_reads.times, 0);
         bench.sut->stop();
         EXPECT_TRUE(bench.ends.empty());
+        EXPECT_EQ(log.count("reading failed due to"), error == errors[0] ? 1U : 2U);
     }
 }
 
-// A socket that is gone is the end: the frame under way goes back, those who wait are let go, and it is told.
+// A socket that is gone is the end: the frame under way goes back, those who wait are let go, and it is told. Also when
+// somebody else took the descriptor, which wakes nobody; what it has become is not the stream's to close.
 TEST(StreamThread, TheEndOfTheSocketIsTold) {
-    ThreadBench bench;
-    ASSERT_FALSE(bench.sut->start(136, 200));
-    bench.send(standard_leader(1).bytes);
-    ASSERT_TRUE(bench.wait_until([&] { return !bench.memory.empty(); }));
-    failing_reads.error = EBADF;
-    failing_reads.times = 1;
-    bench.send(payload(1, 1));
-    ASSERT_TRUE(bench.wait_until([&] { return !bench.ends.empty(); }));
-    EXPECT_EQ(bench.ends.size(), 1U);
-    ASSERT_EQ(bench.frames.size(), 1U);
-    EXPECT_NE(bench.frames[0].flags & frame_flags::flushed, 0U);
-    bench.sut->flush();
-    EXPECT_FALSE(bench.sut->get_resend_params());
-    bench.sut->stop();
+    for (const bool taken : {false, true}) {
+        ThreadBench bench;
+        ASSERT_FALSE(bench.sut->start(136, 200));
+        bench.send(standard_leader(1).bytes);
+        ASSERT_TRUE(bench.wait_until([&] { return !bench.memory.empty(); }));
+        const int descriptor = taken ? bench.stream_socket() : -1;
+        if (taken) {
+            const int other = open("/dev/null", O_RDONLY | O_CLOEXEC);
+            ASSERT_EQ(dup2(other, descriptor), descriptor);
+            close(other);
+        } else {
+            failing_reads.error = failing_reads.other = EBADF;
+            failing_reads.times = 1;
+            bench.send(payload(1, 1));
+        }
+        ASSERT_TRUE(bench.wait_until([&] { return !bench.ends.empty(); }));
+        EXPECT_EQ(bench.ends.size(), 1U);
+        ASSERT_EQ(bench.frames.size(), 1U);
+        EXPECT_NE(bench.frames[0].flags & frame_flags::flushed, 0U);
+        bench.sut->flush();
+        EXPECT_FALSE(bench.sut->get_resend_params());
+        bench.sut->stop();
+        if (taken) {
+            EXPECT_EQ(close(descriptor), 0) << "closed a stranger's descriptor";
+        }
+    }
 }

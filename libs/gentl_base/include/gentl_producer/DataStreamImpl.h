@@ -84,12 +84,14 @@ protected:
 private:
     std::string tl_type();
     std::shared_ptr<Buffer> find_announced(BUFFER_HANDLE hBuffer) const;
+    [[nodiscard]] size_t announced_count() const;
+    template <class Condition>
+    [[nodiscard]] std::unique_lock<std::mutex> lock_unless(Condition give_up);
     void announce(std::shared_ptr<Buffer> buffer, BUFFER_HANDLE* phBuffer);
     void queue_buffer_to_input(Buffer* buffer);
     void drain_input_to_announced();
     void flush_filling();
     void stop_grabbing(bool kill);
-    void append_to_output(std::span<Buffer* const> buffers);
     void dump_announced_buffer_status(std::string_view label);
 
     // Constant after construction.
@@ -108,6 +110,7 @@ private:
 
     bool is_closed = false; // for good; written with both locks held, read with either
     std::atomic<bool> is_grabbing{false};
+    std::atomic<bool> is_starting{false}; // set while a start holds queue_mutex and waits for the camera
     std::atomic<bool> is_stopping{false}; // set while a stop or flush holds queue_mutex and waits for the filling side
     std::atomic<uint64_t> num_delivered{0};
     std::atomic<uint64_t> num_underrun{0};

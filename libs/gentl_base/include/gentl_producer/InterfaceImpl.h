@@ -3,9 +3,9 @@
 
 #include <gentl_producer/Events.h>
 #include <gentl_producer/ObjectTracker.h>
+#include <gentl_producer/OpenChildren.h>
 #include <gentl_producer/Port.h>
 
-#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -60,9 +60,7 @@ private:
     const std::weak_ptr<IHandleTarget> above; // the system
     std::mutex device_list_mutex;             // guards devices
     std::vector<DeviceInfo> devices;
-    std::mutex open_mutex; // guards open_devices and closings
-    std::map<std::string, std::shared_ptr<IDevice>> open_devices; // null while the device is being opened
-    uint64_t closings = 0;                                        // of all devices at once
+    OpenChildren<IDevice> open_devices;
     event_ptr<GenApiEvent> genapi_event;
     uint32_t device_selector = 0;
     uint32_t subnet_selector = 0;

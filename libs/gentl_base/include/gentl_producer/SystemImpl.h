@@ -3,9 +3,9 @@
 
 #include <gentl_producer/Events.h>
 #include <gentl_producer/ObjectTracker.h>
+#include <gentl_producer/OpenChildren.h>
 #include <gentl_producer/Port.h>
 
-#include <map>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -43,8 +43,7 @@ protected:
 private:
     std::mutex interface_list_mutex; // guards interfaces
     std::vector<InterfaceInfo> interfaces;
-    std::mutex open_mutex; // guards open_interfaces
-    std::map<std::string, std::shared_ptr<IInterface>> open_interfaces;
+    OpenChildren<IInterface> open_interfaces;
     event_ptr<GenApiEvent> genapi_event;
     const TransportLayerInfo& tl_info;
     uint32_t interface_selector = 0;

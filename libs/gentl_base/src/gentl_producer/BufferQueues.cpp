@@ -16,10 +16,24 @@ static_assert(sizeof(EVENT_NEW_BUFFER_DATA) == 16);
 
 } // namespace
 
+void OutputQueue::append(std::span<Buffer* const> added) {
+    const std::lock_guard guard{mutex};
+    for (Buffer* buffer : added) {
+        buffer->set_status(BufferStatus::Output);
+        buffers.push_back(buffer);
+    }
+    if (event != nullptr) event->waiters.fired(added.size());
+}
+
 void OutputQueue::discard() {
     const std::lock_guard guard{mutex};
     for (Buffer* buffer : buffers) buffer->set_status(BufferStatus::Announced);
     buffers.clear();
+}
+
+NewBufferEvent::NewBufferEvent(std::shared_ptr<OutputQueue> queue) : output(std::move(queue)) {
+    const std::lock_guard guard{output->mutex};
+    output->event = this;
 }
 
 Error NewBufferEvent::GetData(void* pBuffer, size_t* piSize, uint64_t iTimeout) {
@@ -80,6 +94,7 @@ Error NewBufferEvent::Kill() {
 
 void NewBufferEvent::close() {
     const std::lock_guard guard{output->mutex};
+    if (output->event == this) output->event = nullptr; // it may be the next one's already
     waiters.close();
 }
 

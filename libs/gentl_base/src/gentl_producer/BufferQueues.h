@@ -4,10 +4,12 @@
 #include <gentl_producer/Buffer.h>
 #include <gentl_producer/Events.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <vector>
 
 namespace GenTL::Producer {
@@ -20,7 +22,6 @@ namespace GenTL::Producer {
 class InputStack {
 public:
     void push(Buffer* buffer) {
-        // Before the buffer can be popped: the count may be one ahead for an instant, never below zero.
         count.fetch_add(1, std::memory_order_relaxed);
         Buffer* old_top = top.load(std::memory_order_relaxed);
         do {
@@ -36,25 +37,34 @@ public:
         if (old_top != nullptr) count.fetch_sub(1, std::memory_order_relaxed);
         return old_top;
     }
-    [[nodiscard]] size_t size() const noexcept { return count.load(std::memory_order_relaxed); }
+    // Counts one buffer too many or too few while it is being pushed or popped.
+    [[nodiscard]] size_t size() const noexcept {
+        return static_cast<size_t>(std::max<std::ptrdiff_t>(count.load(std::memory_order_relaxed), 0));
+    }
 
 private:
     std::atomic<Buffer*> top{nullptr};
-    std::atomic<size_t> count{0};
+    std::atomic<std::ptrdiff_t> count{0};
 };
+
+class NewBufferEvent;
 
 // Finished buffers, oldest first. Shared with the event, whose waiters may outlive the stream for a moment.
 struct OutputQueue {
     std::mutex mutex; // guards what follows and the wait of the event of the moment
     std::vector<Buffer*> buffers;
+    NewBufferEvent* event = nullptr; // the one registered last, while it is open
 
+    // Queues and wakes under one hold of the mutex: whoever registers or waits does so before or after both.
+    void append(std::span<Buffer* const> added);
     // Every buffer goes back to Announced.
     void discard();
 };
 
 class NewBufferEvent final : public IEvent {
 public:
-    explicit NewBufferEvent(std::shared_ptr<OutputQueue> queue) : output(std::move(queue)) {}
+    explicit NewBufferEvent(std::shared_ptr<OutputQueue> queue);
+    ~NewBufferEvent() override { close(); }
 
     Error GetData(void* pBuffer, size_t* piSize, uint64_t iTimeout) override;
     Error GetDataInfo(const void* pInBuffer, size_t iInSize, EVENT_DATA_INFO_CMD iInfoCmd, INFO_DATATYPE* piType,
@@ -64,10 +74,8 @@ public:
     Error Kill() override;
     void close() override;
 
-    // With the queue's mutex held: `count` buffers were added.
-    void fired(uint64_t count) { waiters.fired(count); }
-
 private:
+    friend struct OutputQueue;
     const std::shared_ptr<OutputQueue> output;
     EventWait waiters;
 };

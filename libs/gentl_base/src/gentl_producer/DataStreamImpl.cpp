@@ -76,6 +76,11 @@ std::shared_ptr<Buffer> DataStreamImpl::find_announced(BUFFER_HANDLE hBuffer) co
     return found == announced.end() ? nullptr : *found;
 }
 
+size_t DataStreamImpl::announced_count() const {
+    const std::shared_lock guard{announced_lock};
+    return announced.size();
+}
+
 Error DataStreamImpl::FindBuffer(BUFFER_HANDLE hBuffer) {
     return find_announced(hBuffer) ? success() : unknown_buffer();
 }
@@ -167,18 +172,19 @@ Error DataStreamImpl::FlushQueue(ACQ_QUEUE_TYPE iOperation) {
     if (auto* logger = tracer(spdlog::level::info)) logger->info("FlushQueue: {}", iOperation);
     switch (iOperation) {
     case ACQ_QUEUE_INPUT_TO_OUTPUT: {
-        const std::scoped_lock guard{queue_mutex, announced_lock};
-        while (Buffer* buffer = input->pop()) append_to_output(std::span{&buffer, 1});
+        const std::lock_guard guard{queue_mutex};
+        while (Buffer* buffer = input->pop()) output->append(std::span{&buffer, 1});
         return success();
     }
     case ACQ_QUEUE_OUTPUT_DISCARD:
         output->discard();
         return success();
     case ACQ_QUEUE_ALL_TO_INPUT: {
-        const std::scoped_lock guard{queue_mutex, announced_lock};
+        const std::lock_guard guard{queue_mutex};
         flush_filling();
         drain_input_to_announced();
         output->discard();
+        const std::shared_lock announced_guard{announced_lock};
         for (const auto& buffer : announced) {
             // One that the filling side still holds would be in two hands.
             if (buffer->status == BufferStatus::Announced) queue_buffer_to_input(buffer.get());
@@ -195,7 +201,7 @@ Error DataStreamImpl::FlushQueue(ACQ_QUEUE_TYPE iOperation) {
         return success();
     }
     case ACQ_QUEUE_ALL_DISCARD: {
-        const std::scoped_lock guard{queue_mutex, announced_lock};
+        const std::lock_guard guard{queue_mutex};
         drain_input_to_announced();
         flush_filling();
         drain_input_to_announced(); // the flush can return buffers to it
@@ -213,11 +219,12 @@ Error DataStreamImpl::StartAcquisition(ACQ_START_FLAGS iStartFlags, uint64_t iNu
     }
     if (iNumToAcquire == 0) return {GC_ERR_INVALID_PARAMETER, "iNumToAcquire == 0"};
     if (is_grabbing) return {GC_ERR_RESOURCE_IN_USE, "Acquisition already started"};
-    const std::scoped_lock guard{queue_mutex, announced_lock};
+    // Not the announced buffers' lock: a slow camera takes seconds to start, and the consumer asks for his buffers.
+    const std::lock_guard guard{queue_mutex};
     if (is_closed) return closed_stream();
     if (is_grabbing) return {GC_ERR_RESOURCE_IN_USE, "Acquisition already started"}; // by another thread meanwhile
     if (auto* logger = tracer(spdlog::level::trace)) logger->trace("StartAcquisition");
-    if (const size_t count = announced.size(); count < min_announced_buffers_required) {
+    if (const size_t count = announced_count(); count < min_announced_buffers_required) {
         if (!tolerate_few_buffers() || count < 2) {
             return {GC_ERR_INVALID_BUFFER, "Number of announced buffers < BUF_ANNOUNCE_MIN ({})",
                     min_announced_buffers_required};
@@ -232,7 +239,10 @@ Error DataStreamImpl::StartAcquisition(ACQ_START_FLAGS iStartFlags, uint64_t iNu
     num_delivered = 0;
     num_to_acquire = iNumToAcquire;
     is_stopping = false;
-    if (Error error = start_acquisition_(); error.failed()) return error; // num_to_acquire stays, as consumers expect
+    is_starting = true;
+    Error error = start_acquisition_();
+    is_starting = false;
+    if (error.failed()) return error; // num_to_acquire stays, as consumers expect
     is_grabbing = true;
     return success();
 }
@@ -272,15 +282,22 @@ void DataStreamImpl::Close() {
     announced.clear();
 }
 
-Buffer* DataStreamImpl::take_input_buffer(bool count_underrun) {
+// queue_mutex, held for a moment by a consumer who queues or flushes. Not owned when `give_up` says that it is held for
+// long.
+template <class Condition>
+std::unique_lock<std::mutex> DataStreamImpl::lock_unless(Condition give_up) {
     std::unique_lock guard{queue_mutex, std::try_to_lock};
-    // Held for a moment by a consumer who queues or flushes, or for long by one who stops and waits for our thread.
-    while (!guard.owns_lock()) {
-        if (is_stopping) return nullptr;
+    while (!guard.owns_lock() && !give_up()) {
         std::this_thread::sleep_for(std::chrono::microseconds{10});
         static_cast<void>(guard.try_lock());
     }
-    return take_input_buffer_unlocked(count_underrun);
+    return guard;
+}
+
+Buffer* DataStreamImpl::take_input_buffer(bool count_underrun) {
+    // A consumer who stops holds the lock and waits for our thread.
+    const auto guard = lock_unless([&] { return is_stopping.load(); });
+    return guard.owns_lock() ? take_input_buffer_unlocked(count_underrun) : nullptr;
 }
 
 Buffer* DataStreamImpl::take_input_buffer_unlocked(bool count_underrun) {
@@ -296,22 +313,6 @@ Buffer* DataStreamImpl::take_input_buffer_unlocked(bool count_underrun) {
     return buffer;
 }
 
-void DataStreamImpl::append_to_output(std::span<Buffer* const> buffers) {
-    {
-        const std::lock_guard guard{output->mutex};
-        for (Buffer* buffer : buffers) {
-            buffer->set_status(BufferStatus::Output);
-            output->buffers.push_back(buffer);
-        }
-    }
-    // Looked up behind the queueing: an event that is registered meanwhile finds the buffers in the queue, one that was
-    // registered before is woken here.
-    if (const std::shared_ptr<NewBufferEvent> event = new_buffer_event.get()) {
-        const std::lock_guard guard{output->mutex};
-        event->fired(buffers.size());
-    }
-}
-
 void DataStreamImpl::queue_buffer_from_filling_to_output(Buffer* buffer) {
     queue_buffers_from_filling_to_output(std::span{&buffer, 1});
 }
@@ -320,7 +321,7 @@ void DataStreamImpl::queue_buffers_from_filling_to_output(std::span<Buffer* cons
     const uint64_t before = num_delivered.fetch_add(buffers.size());
     const uint64_t delivered = before + buffers.size();
     num_filling -= buffers.size();
-    append_to_output(buffers);
+    output->append(buffers);
     if (const uint64_t wanted = num_to_acquire; wanted > before && wanted <= delivered) {
         // Intended: the acquisition goes on, as it always has; the consumer stops it.
         if (auto* logger = default_logger()) {
@@ -355,10 +356,6 @@ void DataStreamImpl::dump_announced_buffer_status(std::string_view label) {
 Error DataStreamImpl::GetInfo(STREAM_INFO_CMD iInfoCmd, INFO_DATATYPE* piType, void* pBuffer, size_t* piSize) {
     const auto size_answer = [&](size_t value) { return answer_sizet(piType, pBuffer, piSize, value); };
     const auto number = [&](uint64_t value) { return answer_uint64(piType, pBuffer, piSize, value); };
-    const auto announced_count = [&] {
-        const std::shared_lock guard{announced_lock};
-        return announced.size();
-    };
     const auto output_count = [&] {
         const std::lock_guard guard{output->mutex};
         return output->buffers.size();
@@ -397,7 +394,9 @@ Error DataStreamImpl::GetInfo(STREAM_INFO_CMD iInfoCmd, INFO_DATATYPE* piType, v
         if (piSize == nullptr) return {GC_ERR_INVALID_PARAMETER, "piSize == nullptr"};
         if (*piSize < sizeof counts) return {GC_ERR_BUFFER_TOO_SMALL, "Buffer too small"};
         {
-            const std::lock_guard guard{queue_mutex};
+            // While an acquisition starts or stops, which takes seconds with a slow camera, only the receive thread
+            // moves buffers; the three may then differ by the one that it moves.
+            const auto guard = lock_unless([&] { return is_starting || is_stopping; });
             dump_announced_buffer_status("KRV_NUM_ANNOUNCED.. query");
             counts[0] = announced_count();
             counts[1] = num_filling + input->size();

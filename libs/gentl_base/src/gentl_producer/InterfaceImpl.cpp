@@ -89,28 +89,10 @@ Error InterfaceImpl::OpenDevice(const char* sDeviceID, DEVICE_ACCESS_FLAGS iOpen
         if (found == devices.end()) return {GC_ERR_INVALID_ID, "Unknown sDeviceID"};
         record = *found;
     }
-    uint64_t closings_before = 0;
-    {
-        // An empty place keeps others from opening the same device meanwhile.
-        const std::lock_guard guard{open_mutex};
-        if (!open_devices.try_emplace(record->id).second) return {GC_ERR_RESOURCE_IN_USE, "Device already opened"};
-        closings_before = closings;
-    }
-    // Without the lock: it reads a document through the network, and other devices open at the same time.
-    auto created = create_device_(*record, iOpenFlags);
-    std::unique_lock guard{open_mutex};
-    if (closings != closings_before) { // the place went with the interface's other devices
-        guard.unlock();
-        if (created) (*created)->close_children();
-        return {GC_ERR_INVALID_HANDLE, "Unknown hIface"};
-    }
-    if (!created) {
-        open_devices.erase(record->id);
-        return std::move(created.error());
-    }
-    *phDevice = add_handle(record->id, *created, HandleKind::Device);
-    open_devices[record->id] = std::move(*created);
-    return success();
+    // It reads a document through the network.
+    return open_devices.open(
+        record->id, HandleKind::Device, phDevice, {GC_ERR_RESOURCE_IN_USE, "Device already opened"},
+        {GC_ERR_INVALID_HANDLE, "Unknown hIface"}, [&] { return create_device_(*record, iOpenFlags); });
 }
 
 Error InterfaceImpl::GetParentTL(TL_HANDLE* phSystem) {
@@ -119,30 +101,14 @@ Error InterfaceImpl::GetParentTL(TL_HANDLE* phSystem) {
     return success();
 }
 
-void InterfaceImpl::close_children() {
-    std::map<std::string, std::shared_ptr<IDevice>> closing;
-    {
-        const std::lock_guard guard{open_mutex};
-        closing.swap(open_devices);
-        ++closings;
-    }
-    for (const auto& [device_id, open] : closing) {
-        if (!open) continue; // being opened: whoever does it sees the count
-        remove_handle(open.get());
-        open->close_children();
-    }
-}
+void InterfaceImpl::close_children() { open_devices.close_all(); }
 
 Error InterfaceImpl::OnDeviceClosed(IDevice* closed) {
     remove_handle(closed);
     // Not left to the destructor: a call under way on another thread may put that off, and when this returns the
     // consumer frees the memory that the streams write to.
     closed->close_children();
-    const std::string device_id = closed->id();
-    const std::lock_guard guard{open_mutex};
-    // By now it may be another one, opened after a first of two closing calls.
-    const auto found = open_devices.find(device_id);
-    if (found != open_devices.end() && found->second.get() == closed) open_devices.erase(found);
+    open_devices.forget(closed, closed->id());
     return success();
 }
 

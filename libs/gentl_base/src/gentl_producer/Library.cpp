@@ -107,15 +107,28 @@ Error init_library_shared() {
 
 namespace {
 
-// With module_mutex held.
-void forget_open_systems() {
+// A reference of the dynamic loader's to this library, let go of at the end. The loader has a lock of its own, held
+// while it runs the destructors of a library that calls us from there: so a hold is made before our locks are taken,
+// and let go of once they are free.
+struct library_hold {
+    library_hold() = default;
+    explicit library_hold(void* file) noexcept : held(file) {}
+    ~library_hold() { release_library(held); }
+    library_hold(const library_hold&) = delete;
+    library_hold& operator=(const library_hold&) = delete;
+    void* held = nullptr;
+};
+
+// With module_mutex held. The library's hold on itself goes to the caller.
+void forget_open_systems(library_hold& hold) {
     delete std::exchange(open_systems, nullptr);
-    release_library(std::exchange(own_file, nullptr));
+    hold.held = std::exchange(own_file, nullptr);
 }
 
 } // namespace
 
 Error close_library() {
+    library_hold hold; // outlives the locks
     const std::lock_guard guard{init_mutex};
     if (init_count == 0) return Error{GC_ERR_NOT_INITIALIZED};
     if (init_count.fetch_sub(1) != 1) return success();
@@ -130,7 +143,7 @@ Error close_library() {
                 system->Close();
                 system.reset();
             }
-            forget_open_systems();
+            forget_open_systems(hold);
         }
     }
     g_pSystemFactory->on_library_closed();
@@ -140,6 +153,7 @@ Error close_library() {
 Error open_system(void** phTL) {
     // Before module_mutex: GCCloseLib takes the two the other way round.
     const bool exclusive = is_exclusive_open();
+    library_hold hold{hold_library()}; // outlives the lock
     const std::lock_guard guard{module_mutex};
     if (!is_initialized()) return Error{GC_ERR_NOT_INITIALIZED}; // closed by another thread meanwhile
     if (exclusive && open_systems != nullptr) return {GC_ERR_RESOURCE_IN_USE, "Module already opened"};
@@ -147,7 +161,7 @@ Error open_system(void** phTL) {
     if (!created) return std::move(created.error());
     if (open_systems == nullptr) {
         open_systems = new std::vector<std::shared_ptr<ISystem>>;
-        own_file = hold_library();
+        own_file = std::exchange(hold.held, nullptr);
     }
     const auto& system = open_systems->emplace_back(std::move(*created));
     // A failing first enumeration leaves an empty list; the consumer asks again anyway.
@@ -158,11 +172,12 @@ Error open_system(void** phTL) {
 
 Error close_system(const std::shared_ptr<ISystem>& system) {
     system->Close();
+    library_hold hold; // outlives the lock
     const std::lock_guard guard{module_mutex};
     remove_handle(system.get());
     if (open_systems == nullptr) return success();
     std::erase(*open_systems, system);
-    if (open_systems->empty()) forget_open_systems();
+    if (open_systems->empty()) forget_open_systems(hold);
     return success();
 }
 

@@ -4,6 +4,7 @@
 #include <gentl_producer/SystemImpl.h>
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 namespace GenTL::Producer {
@@ -63,38 +64,29 @@ Error SystemImpl::UpdateInterfaceList(bool* pbChanged, uint64_t timeout) {
 Error SystemImpl::OpenInterface(const char* sIfaceID, IF_HANDLE* phInterface) {
     if (sIfaceID == nullptr) return {GC_ERR_INVALID_ID, "sIfaceID == nullptr"};
     if (phInterface == nullptr) return {GC_ERR_INVALID_PARAMETER, "phInterface == nullptr"};
-    const std::scoped_lock guard{interface_list_mutex, open_mutex};
-    const auto found = std::ranges::find(interfaces, std::string_view{sIfaceID}, &InterfaceInfo::id);
-    if (found == interfaces.end()) return {GC_ERR_INVALID_ID, "Unknown sIfaceID"};
-    if (open_interfaces.contains(found->id)) return {GC_ERR_RESOURCE_IN_USE, "Interface already opened"};
-    auto created = create_interface_(*found);
-    if (!created) return std::move(created.error());
-    if (Error error = (*created)->UpdateDeviceList(nullptr, 0); error.failed()) return error;
-    *phInterface = add_handle(found->id, *created, HandleKind::Interface);
-    open_interfaces.emplace(found->id, std::move(*created));
-    return success();
+    std::optional<InterfaceInfo> record;
+    {
+        const std::lock_guard guard{interface_list_mutex};
+        const auto found = std::ranges::find(interfaces, std::string_view{sIfaceID}, &InterfaceInfo::id);
+        if (found == interfaces.end()) return {GC_ERR_INVALID_ID, "Unknown sIfaceID"};
+        record = *found;
+    }
+    return open_interfaces.open(
+        record->id, HandleKind::Interface, phInterface, {GC_ERR_RESOURCE_IN_USE, "Interface already opened"},
+        {GC_ERR_INVALID_HANDLE, "hTL is invalid"}, [&]() -> std::expected<std::shared_ptr<IInterface>, Error> {
+            auto created = create_interface_(*record);
+            if (!created) return created;
+            Error error = (*created)->UpdateDeviceList(nullptr, 0);
+            if (error.failed()) return std::unexpected(std::move(error));
+            return created;
+        });
 }
 
-void SystemImpl::Close() {
-    std::map<std::string, std::shared_ptr<IInterface>> closing;
-    {
-        const std::lock_guard guard{open_mutex};
-        closing.swap(open_interfaces);
-    }
-    for (const auto& [id, open] : closing) {
-        remove_handle(open.get());
-        // Not left to the destructor: a call under way on another thread may put that off.
-        open->close_children();
-    }
-}
+void SystemImpl::Close() { open_interfaces.close_all(); }
 
 Error SystemImpl::OnInterfaceClosed(IInterface* closed) {
     remove_handle(closed);
-    const std::string id = closed->id();
-    const std::lock_guard guard{open_mutex};
-    // By now it may be another one, opened after a first of two closing calls.
-    const auto found = open_interfaces.find(id);
-    if (found != open_interfaces.end() && found->second.get() == closed) open_interfaces.erase(found);
+    open_interfaces.forget(closed, closed->id());
     return success();
 }
 

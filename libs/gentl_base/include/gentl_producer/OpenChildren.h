@@ -1,0 +1,80 @@
+// The open modules below one, by id; the owning references to them. Thread-safe.
+//
+// Opening one asks the service or the camera, for seconds perhaps, so no lock is held meanwhile: an empty place keeps
+// others from opening the same module, and different ones open side by side.
+#pragma once
+
+#include <gentl_producer/HandleMap.h>
+#include <gentl_producer/Modules.h>
+
+#include <cstdint>
+#include <expected>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+
+namespace GenTL::Producer {
+
+template <class Child>
+class OpenChildren {
+public:
+    // `create` makes the module, without a lock. `in_use`: the answer when it is open already; `parent_gone`: when all
+    // were closed meanwhile.
+    template <class Create>
+    Error open(const std::string& id, HandleKind kind, void** handle, Error in_use, Error parent_gone, Create create) {
+        uint64_t closings_before = 0;
+        {
+            const std::lock_guard guard{mutex};
+            if (!children.try_emplace(id).second) return in_use;
+            closings_before = closings;
+        }
+        std::expected<std::shared_ptr<Child>, Error> created = create();
+        std::unique_lock guard{mutex};
+        if (closings != closings_before) { // the place went with the others
+            guard.unlock();
+            if (created) (*created)->close_children();
+            return parent_gone;
+        }
+        if (!created) {
+            children.erase(id);
+            return std::move(created.error());
+        }
+        *handle = add_handle(id, *created, kind);
+        children[id] = std::move(*created);
+        return success();
+    }
+
+    void close_all() {
+        std::map<std::string, std::shared_ptr<Child>> closing;
+        {
+            const std::lock_guard guard{mutex};
+            closing.swap(children);
+            ++closings;
+        }
+        for (const auto& [id, child] : closing) {
+            if (!child) continue; // being opened: whoever does it sees the count
+            remove_handle(child.get());
+            // Not left to the destructor: a call under way on another thread may put that off.
+            child->close_children();
+        }
+    }
+
+    // By now another one may be open under its id, after a first of two closing calls.
+    void forget(const Child* closed, const std::string& id) {
+        std::shared_ptr<Child> kept_until_unlocked;
+        const std::lock_guard guard{mutex};
+        const auto found = children.find(id);
+        if (found == children.end() || found->second.get() != closed) return;
+        kept_until_unlocked = std::move(found->second);
+        children.erase(found);
+    }
+
+private:
+    std::mutex mutex;                                       // guards what follows
+    std::map<std::string, std::shared_ptr<Child>> children; // null while the module is being opened
+    uint64_t closings = 0;                                  // of all at once
+};
+
+} // namespace GenTL::Producer
