@@ -126,8 +126,11 @@ int main(int argc, char** argv) {
             ++rows;
         }
     std::printf("| mean |");
-    for (const measures& m : total) std::printf(" %.2f %.1f %.2f |", m.cpsnr / rows, m.zipper / rows, m.false_colour / rows);
-    std::printf("\n\nahead of edge-aware by %.2f dB on average, %.2f at worst; behind the reference by %.2f dB on average, %.2f at worst\n",
-                (total[0].cpsnr - total[3].cpsnr) / rows, worst_lead, (total[4].cpsnr - total[0].cpsnr) / rows, worst_gap);
+    for (const measures& m : total)
+        std::printf(" %.2f %.1f %.2f |", m.cpsnr / rows, m.zipper / rows, m.false_colour / rows);
+    std::printf("\n\nahead of edge-aware by %.2f dB on average, %.2f at worst; behind the reference by %.2f dB on "
+                "average, %.2f at worst\n",
+                (total[0].cpsnr - total[3].cpsnr) / rows, worst_lead, (total[4].cpsnr - total[0].cpsnr) / rows,
+                worst_gap);
     return 0;
 }

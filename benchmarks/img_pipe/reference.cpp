@@ -48,7 +48,8 @@ picture reference_demosaic(const std::vector<std::uint16_t>& mosaic, int width, 
             double sum = 0;
             for (int end = -2; end <= 0; end += 2) {
                 const int ex = end * dx, ey = end * dy;
-                sum += 3 * step(x + ex, y + ey) + step(x + ex + 2 * dy, y + ey + 2 * dx) + step(x + ex - 2 * dy, y + ey - 2 * dx);
+                sum += 3 * step(x + ex, y + ey) + step(x + ex + 2 * dy, y + ey + 2 * dx) +
+                       step(x + ex - 2 * dy, y + ey - 2 * dx);
             }
             return sum + step(x - dx + dy, y - dy + dx) + step(x - dx - dy, y - dy - dx);
         };

@@ -25,7 +25,8 @@ picture rendered(const F& shade) {
                     const colour c = shade(x + (i + 0.5) / oversampling, y + (j + 0.5) / oversampling);
                     for (std::size_t k = 0; k < 3; ++k) sum[k] += c[k];
                 }
-            for (int k = 0; k < 3; ++k) out.at(k, x, y) = sum[static_cast<std::size_t>(k)] / (oversampling * oversampling);
+            for (int k = 0; k < 3; ++k)
+                out.at(k, x, y) = sum[static_cast<std::size_t>(k)] / (oversampling * oversampling);
         }
     return out;
 }
@@ -158,13 +159,11 @@ picture text(unsigned seed) {
 
 } // namespace
 
-const std::vector<scene_kind> scenes = {{"zone plate, grey", grey_zone_plate},
-                                        {"zone plate, coloured", coloured_zone_plate},
-                                        {"slanted edges, grey", grey_edges},
-                                        {"slanted edges, coloured", coloured_edges},
-                                        {"dead leaves", dead_leaves},
-                                        {"text", text},
-                                        {"saturated blobs", saturated_blobs}};
+const std::vector<scene_kind> scenes = {
+    {"zone plate, grey", grey_zone_plate}, {"zone plate, coloured", coloured_zone_plate},
+    {"slanted edges, grey", grey_edges},   {"slanted edges, coloured", coloured_edges},
+    {"dead leaves", dead_leaves},          {"text", text},
+    {"saturated blobs", saturated_blobs}};
 
 const std::vector<noise_level> noise_levels = {{"none", 0, 0}, {"some", 0.03, 1}, {"much", 0.25, 3}};
 

@@ -1,5 +1,5 @@
-// Generated scenes with their truth, the mosaic a sensor would see of them, and measures of a picture against the truth.
-// Values are 0 to 255, as displayed; everything follows from the seed.
+// Generated scenes with their truth, the mosaic a sensor would see of them, and measures of a picture against the
+// truth. Values are 0 to 255, as displayed; everything follows from the seed.
 #pragma once
 #include <cstdint>
 #include <string>
@@ -12,8 +12,8 @@ struct picture {
     picture(int w, int h) : width(w), height(h), rgb(static_cast<std::size_t>(w) * static_cast<std::size_t>(h) * 3) {}
     std::size_t size() const { return rgb.size() / 3; }
     float& at(int c, int x, int y) {
-        return rgb[static_cast<std::size_t>(c) * size() + static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
-                   static_cast<std::size_t>(x)];
+        return rgb[static_cast<std::size_t>(c) * size() +
+                   static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x)];
     }
     float at(int c, int x, int y) const { return const_cast<picture*>(this)->at(c, x, y); }
 };

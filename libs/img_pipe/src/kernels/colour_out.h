@@ -39,8 +39,13 @@ public:
     // Columns [first, first + width) of the strip's destination; `first` is even.
     colour_out(const kernel_call& call, bool bytes_, std::int32_t first_, std::int32_t width_, std::byte*& scratch,
                std::size_t pitch)
-        : dst(call.dst), params(static_cast<const demosaic_params*>(call.params)), bytes(bytes_), first(first_),
-          width(width_), cells((width_ + 1) / 2), to16(call.dst.format == fcc("RGB6")),
+        : dst(call.dst),
+          params(static_cast<const demosaic_params*>(call.params)),
+          bytes(bytes_),
+          first(first_),
+          width(width_),
+          cells((width_ + 1) / 2),
+          to16(call.dst.format == fcc("RGB6")),
           planar(call.dst.format == fcc("I420") || call.dst.format == fcc("YV12")) {
         if (matrix()) fixed = fixed_of(params->matrix);
         if (planar)

@@ -1,8 +1,8 @@
 // Demosaicing: a strip in tiles of columns, each walked down once. Lines of every step live in rings that stay in the
 // cache, so a frame is read once and written once. The level's steps come as `Rows`.
 //
-// Line y of a result needs the mosaic's lines y - 5 to y + 5; outside the image they are its mirror. Every value depends
-// on the mosaic alone, not on where strips or tiles begin.
+// Line y of a result needs the mosaic's lines y - 5 to y + 5; outside the image they are its mirror. Every value
+// depends on the mosaic alone, not on where strips or tiles begin.
 #pragma once
 #include "colour_out.h"
 
@@ -16,13 +16,23 @@ template <class Rows>
 class demosaic_tile {
 public:
     demosaic_tile(const kernel_call& call_, std::int32_t first_cell, std::int32_t cells_)
-        : call(call_), params(static_cast<const demosaic_params*>(call_.params)), in(layout_of(call_.src.format)),
-          bytes(in.pack == packing::plain8), corrected(params != nullptr && params->samples_on), first(2 * first_cell),
-          cells(cells_), pitch(ring_pitch(cells_)), at(call_.scratch),
+        : call(call_),
+          params(static_cast<const demosaic_params*>(call_.params)),
+          in(layout_of(call_.src.format)),
+          bytes(in.pack == packing::plain8),
+          corrected(params != nullptr && params->samples_on),
+          first(2 * first_cell),
+          cells(cells_),
+          pitch(ring_pitch(cells_)),
+          at(call_.scratch),
           out(call_, bytes, first, smaller(2 * cells, call.src.width - first), at, pitch),
-          half{take_halves(at, pitch, 8), take_halves(at, pitch, 8)}, along(take_halves(at, pitch, 4)),
-          across(take_halves(at, pitch, 8)), step_h(take_halves(at, pitch, 8)), step_v(take_halves(at, pitch, 4)),
-          chosen(take_halves(at, pitch, 4)), raw(take_ring(at, 2 * cells, out.is_16() ? 8 : 1)) {
+          half{take_halves(at, pitch, 8), take_halves(at, pitch, 8)},
+          along(take_halves(at, pitch, 4)),
+          across(take_halves(at, pitch, 8)),
+          step_h(take_halves(at, pitch, 8)),
+          step_v(take_halves(at, pitch, 4)),
+          chosen(take_halves(at, pitch, 4)),
+          raw(take_ring(at, 2 * cells, out.is_16() ? 8 : 1)) {
         for (int i = 0; i < 2; ++i)
             for (s15** to : {&colour.r[i], &colour.g[i], &colour.b[i]}) *to = take_halves(at, pitch, 1).s(0);
     }
@@ -60,13 +70,17 @@ private:
             if (corrected) Rows::correct(params->samples, call.first_line + y, end - begin, samples);
             Rows::split_line(samples, end - begin, bytes, even + shift, odd + shift);
         }
-        const auto at_pixel = [&](std::int32_t x) -> s15& { return (x % 2 == 0 ? even : odd)[(x - first - (x & 1)) / 2]; };
+        const auto at_pixel = [&](std::int32_t x) -> s15& {
+            return (x % 2 == 0 ? even : odd)[(x - first - (x & 1)) / 2];
+        };
         for (std::int32_t x = first - 2 * mosaic_reach; x < begin; ++x) at_pixel(x) = at_pixel(mirror(x, width));
-        for (std::int32_t x = end; x < first + 2 * (cells + mosaic_reach); ++x) at_pixel(x) = at_pixel(mirror(x, width));
+        for (std::int32_t x = end; x < first + 2 * (cells + mosaic_reach); ++x)
+            at_pixel(x) = at_pixel(mirror(x, width));
     }
 
     void find_candidates(std::int32_t y) {
-        Rows::candidates({c(y), g(y), g(y - 1), g(y + 1), c(y - 2), c(y + 2), c_first(y)}, -2, cells + 3, along[y], across[y]);
+        Rows::candidates({c(y), g(y), g(y - 1), g(y + 1), c(y - 2), c(y + 2), c_first(y)}, -2, cells + 3, along[y],
+                         across[y]);
         Rows::steps(along[y], along[y] + 1, -2, cells + 2, step_h[y]);
     }
 
@@ -80,7 +94,8 @@ private:
     }
 
     void emit(std::int32_t y) {
-        const mosaic_lines lines{c(y), g(y), chosen[y], chosen[y - 1], chosen[y + 1], c_first(y), red(y)};
+        const mosaic_lines lines{c(y),     g(y),     chosen[y],  chosen[y - 1], chosen[y + 1],
+                                 c(y - 1), c(y + 1), c_first(y), red(y)};
         Rows::colours(lines, cells, colour);
         out.put(y, colour, {raw.line(y), red(y), c_first(y) ? 0 : 1});
     }

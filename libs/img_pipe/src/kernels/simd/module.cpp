@@ -26,8 +26,8 @@ constexpr filter_module module_record {
 #else
     cpu::level_sse,
 #endif
-        {nullptr,
-         nullptr,
+        {&find_demosaic,
+         &find_demosaic,
          &find_sharpness,
          nullptr,
          &find_sample_lines,
