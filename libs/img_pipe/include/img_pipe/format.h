@@ -65,6 +65,8 @@ struct format_description {
     plane_description planes[4]{}; // the first plane_count count
 };
 
+std::uint32_t format_at(std::uint32_t place); // the vocabulary in its order; 0 past its end
+
 std::uint32_t fcc_from_pfnc(std::uint32_t pixel_format);
 std::uint32_t pfnc_from_fcc(std::uint32_t format);
 std::string_view pfnc_name(std::uint32_t pixel_format); // "UnknownPixelFormat" when there is none

@@ -62,6 +62,10 @@ format_description::format_description(std::uint32_t format) {
     describe_planes(format, *this);
 }
 
+std::uint32_t format_at(std::uint32_t place) {
+    return place < std::size(format_entries) ? format_entries[place].id : 0;
+}
+
 std::uint32_t fcc_from_pfnc(std::uint32_t pixel_format) {
     const auto* found = std::ranges::find(pfnc_pairs, pixel_format, &pfnc_pair::pfnc);
     return found == std::end(pfnc_pairs) ? 0 : found->id;
