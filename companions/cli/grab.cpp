@@ -1,6 +1,7 @@
 #include "grab.h"
 
 #include "image_file.h"
+#include "picture_converter.h"
 
 #include <gige/test_picture.h>
 
@@ -125,6 +126,9 @@ private:
     uint64_t incomplete = 0;
     uint64_t bytes = 0;
     std::vector<std::string> pictures;
+    picture_format wanted;
+    std::optional<picture_converter> converter; // for frames of converter_source
+    uint32_t converter_source = 0;
     nlohmann::json last_chunks;
     verifier check;
     std::chrono::steady_clock::time_point first_time, last_time, shown_time;
@@ -239,9 +243,19 @@ void grabber::handle(const frame& got) {
 
 void grabber::save_picture(const frame& got) {
     std::filesystem::create_directories(options.output);
-    const auto path = write_picture(options.output / fmt::format("frame-{:06}", got.id), {got.data, got.filled},
-                                    static_cast<uint32_t>(got.width), static_cast<uint32_t>(got.height),
-                                    got.pixel_format, options.raw);
+    std::span<const std::byte> data{got.data, got.filled};
+    uint32_t pixel_format = got.pixel_format;
+    const auto width = static_cast<uint32_t>(got.width), height = static_cast<uint32_t>(got.height);
+    if (!options.format.empty()) {
+        if (!converter || converter_source != pixel_format) {
+            converter.emplace(format_from_pfnc(pixel_format), wanted);
+            converter_source = pixel_format;
+        }
+        data = converter->convert(data, width, height);
+        pixel_format = wanted.pfnc;
+    }
+    const auto path = write_picture(options.output / fmt::format("frame-{:06}", got.id), data, width, height,
+                                    pixel_format, options.raw);
     pictures.push_back(path.string());
 }
 
@@ -309,6 +323,10 @@ nlohmann::json grabber::result() const {
 }
 
 int grabber::run() {
+    if (!options.format.empty()) {
+        wanted = format_from_text(options.format);
+        if (!wanted.known()) throw std::runtime_error(fmt::format("'{}' is no pixel format.", options.format));
+    }
     start();
     receive();
     cpu_used = cpu_seconds() - cpu_at_start;

@@ -15,6 +15,7 @@ struct grab_options {
     bool quiet = false;
     std::filesystem::path output; // folder for pictures; empty: none
     uint64_t save = 3;            // pictures to keep, spread over the run
+    std::string format;           // of the files, PFNC name; empty: the camera's
     bool raw = false;             // raw files instead of PNG
     uint64_t frame_timeout_ms = 5000;
     std::map<std::string, std::string> set; // features of the camera, set before the start

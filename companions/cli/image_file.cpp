@@ -25,7 +25,8 @@ constexpr std::array formats{
     known_format{0x01100007, "Mono16", 0},        known_format{0x01080008, "BayerGR8", 0},
     known_format{0x01080009, "BayerRG8", 0},      known_format{0x0108000A, "BayerGB8", 0},
     known_format{0x0108000B, "BayerBG8", 0},      known_format{0x02180014, "RGB8", 0},
-    known_format{0x02180015, "BGR8", 0},          known_format{0x010C0006, "Mono12Packed", -1},
+    known_format{0x02180015, "BGR8", 0},          known_format{0x02200016, "RGBa8", 0},
+    known_format{0x02200017, "BGRa8", 0},         known_format{0x010C0006, "Mono12Packed", -1},
     known_format{0x010C0047, "Mono12p", -1},      known_format{0x010A0046, "Mono10p", -1},
     known_format{0x010C0004, "Mono10Packed", -1}, known_format{0x0210001F, "YUV422_8_UYVY", -1},
     known_format{0x02100032, "YUV422_8", -1},     known_format{0x0110000C, "BayerGR10", 6},
@@ -78,6 +79,8 @@ std::filesystem::path write_picture(const std::filesystem::path& stem, std::span
     const void* pixels = data.data();
     if (bits == 24) {
         image.format = pfnc == 0x02180015 ? PNG_FORMAT_BGR : PNG_FORMAT_RGB;
+    } else if (bits == 32) {
+        image.format = pfnc == 0x02200017 ? PNG_FORMAT_BGRA : PNG_FORMAT_RGBA;
     } else {
         image.format = PNG_FORMAT_GRAY;
         if (bits == 16) {

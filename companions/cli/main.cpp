@@ -3,6 +3,7 @@
 #include "document_command.h"
 #include "grab.h"
 #include "network_commands.h"
+#include "picture_converter.h"
 #include "session.h"
 
 #include <CLI/CLI.hpp>
@@ -215,6 +216,9 @@ int main(int argc, char** argv) {
     grab_command->add_option("--output", grabbing.output, "Folder for pictures");
     grab_command->add_option("--save", grabbing.save, "Pictures to keep, spread over the run")->capture_default_str();
     grab_command->add_flag("--raw", grabbing.raw, "Raw files instead of PNG");
+    grab_command->add_option(
+        "--format", grabbing.format,
+        "Format of the files, by its PFNC name: BGR8, RGB8, Mono8, Mono16, ... (default: the camera's)");
     grab_command->add_flag("--quiet", grabbing.quiet, "No progress");
     grab_command->add_flag("--chunks", grabbing.chunks, "Tell the chunks of the last frame (with --json)");
     grab_command->add_option("--frame-timeout", grabbing.frame_timeout_ms, "Longest wait for a frame, milliseconds")
@@ -228,6 +232,17 @@ int main(int argc, char** argv) {
         }
         result = grab(common, grabbing);
     });
+
+    convert_options converting;
+    auto* convert_command = app.add_subcommand("convert", "Converts a raw picture to another pixel format");
+    convert_command->add_option("file", converting.file, "Raw file, lines without padding")->required();
+    convert_command->add_option("--from", converting.from, "Format of the file: PFNC name or four characters")
+        ->required();
+    convert_command->add_option("--width", converting.width, "Pixels")->required()->check(CLI::PositiveNumber);
+    convert_command->add_option("--height", converting.height, "Lines")->required()->check(CLI::PositiveNumber);
+    convert_command->add_option("--to", converting.to, "Format wanted")->required();
+    convert_command->add_option("-o,--output", converting.output, "File to write (default: named after the format)");
+    convert_command->callback([&] { result = convert_file(converting); });
 
     document_options document;
     auto* xml_command = app.add_subcommand("xml", "Shows a GenICam document without a device");

@@ -61,12 +61,15 @@ constexpr auto formats = std::to_array<reg::named_id>({
     {"RGB12p", 0x0224005D},
     {"RGB565p", 0x02100035},
     {"RGB16", 0x02300033},
+    {"BGRa16", 0x02400051},
     {"YUV411_8_UYYVYY", 0x020C001E},
     {"YUV422_8_UYVY", 0x0210001F},
     {"YUV422_8", 0x02100032},
     {"YUV8_UYV", 0x02180020},
     {"YCbCr411_8", 0x020C005A},
+    {"YCbCr411_8_CbYYCrYY", 0x020C003C},
     {"YCbCr422_8", 0x0210003B},
+    {"YCbCr422_8_CbYCrY", 0x02100043},
     {"YCbCr8_CbYCr", 0x0218003A},
 });
 

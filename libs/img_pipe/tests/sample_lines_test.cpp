@@ -1,20 +1,12 @@
 // Packings, written here bit by bit, against every level of kernels.
-#include <img_pipe/filter_table.h>
-#include <img_pipe/kernel_params.h>
+#include "kernel_test.h"
 
 #include <gtest/gtest.h>
 
-#include <sys/mman.h>
-#include <unistd.h>
-
-#include <algorithm>
 #include <cmath>
-#include <cstring>
-#include <memory>
 #include <random>
-#include <vector>
 
-using namespace img_pipe;
+using namespace kernel_test;
 
 namespace {
 
@@ -59,47 +51,11 @@ void put(const format& f, std::uint8_t* line, std::size_t x, unsigned v) {
     }
 }
 
-// `size` bytes that end where memory ends.
-class guarded {
-public:
-    explicit guarded(std::size_t size_) : size(size_) {
-        const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-        span = (size + page - 1) / page * page + page;
-        base =
-            static_cast<std::uint8_t*>(mmap(nullptr, span, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-        mprotect(base + span - page, page, PROT_NONE);
-        bytes = base + span - page - size;
-    }
-    ~guarded() { munmap(base, span); }
-    guarded(const guarded&) = delete;
-    guarded& operator=(const guarded&) = delete;
-    std::size_t size, span;
-    std::uint8_t *base, *bytes;
-};
-
 img_descriptor view_of(const guarded& memory, const format& f, std::int32_t width, std::int32_t height,
                        std::int32_t pad) {
     img_descriptor v{f.id, width, height, static_cast<std::uint32_t>(memory.size), 0, {}};
     v.plane_data[0] = {memory.bytes, line_stride(f.id, width) + pad};
     return v;
-}
-
-std::vector<filter_table> levels() {
-#ifdef MODULE_avx2
-    (void)load_filter_library(MODULE_avx2, 0);
-#endif
-    std::vector<filter_table> all;
-    for (const filter_module& module : get_filter_table(cpu_mask())) all.push_back({module});
-    return all;
-}
-
-void run(kernel_fn kernel, const img_descriptor& to, const img_descriptor& from, const sample_params* params) {
-    const std::size_t size = kernel_scratch_bytes(from.width);
-    std::vector<std::byte> memory(size + 64);
-    void* at = memory.data();
-    std::size_t room = memory.size();
-    auto* scratch = static_cast<std::byte*>(std::align(64, size, at, room));
-    kernel({to, from, 0, from.height, from.plane_data[0].data + from.data_size, params, scratch, nullptr, 0, 0});
 }
 
 constexpr sample_params tones[] = {{{1, 1, 1, 1}, 0, nullptr, nullptr},

@@ -65,10 +65,17 @@ struct format_description {
     plane_description planes[4]{}; // the first plane_count count
 };
 
+std::uint32_t format_at(std::uint32_t place); // the vocabulary in its order; 0 past its end
+
 std::uint32_t fcc_from_pfnc(std::uint32_t pixel_format);
 std::uint32_t pfnc_from_fcc(std::uint32_t format);
 std::string_view pfnc_name(std::uint32_t pixel_format); // "UnknownPixelFormat" when there is none
+std::uint32_t pfnc_from_name(std::string_view name);    // 0 when there is none
 std::string_view fcc_name(std::uint32_t format);        // display name; empty when unknown
+
+// The id whose four characters (blanks at the end may be left out), display name or PFNC name `text` is; 0 when there
+// is none.
+std::uint32_t fcc_from_text(std::string_view text);
 
 // Bytes of one line of a plane, rounded down to whole bytes: a packed line may share its last byte with the next.
 // 0 for sizes below 1 and for a result that does not fit.

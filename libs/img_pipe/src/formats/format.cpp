@@ -62,6 +62,10 @@ format_description::format_description(std::uint32_t format) {
     describe_planes(format, *this);
 }
 
+std::uint32_t format_at(std::uint32_t place) {
+    return place < std::size(format_entries) ? format_entries[place].id : 0;
+}
+
 std::uint32_t fcc_from_pfnc(std::uint32_t pixel_format) {
     const auto* found = std::ranges::find(pfnc_pairs, pixel_format, &pfnc_pair::pfnc);
     return found == std::end(pfnc_pairs) ? 0 : found->id;
@@ -75,6 +79,21 @@ std::uint32_t pfnc_from_fcc(std::uint32_t format) {
 std::string_view pfnc_name(std::uint32_t pixel_format) {
     const auto* found = std::ranges::lower_bound(pfnc_entries, pixel_format, {}, &pfnc_entry::value);
     return found == std::end(pfnc_entries) || found->value != pixel_format ? "UnknownPixelFormat" : found->name;
+}
+
+std::uint32_t pfnc_from_name(std::string_view name) {
+    const auto* found = std::ranges::find(pfnc_entries, name, &pfnc_entry::name);
+    return found == std::end(pfnc_entries) ? 0 : found->value;
+}
+
+std::uint32_t fcc_from_text(std::string_view text) {
+    for (const format_entry& entry : format_entries) {
+        std::uint32_t id = 0;
+        for (std::size_t i = 0; i < 4; ++i)
+            id |= static_cast<std::uint32_t>(i < text.size() ? static_cast<unsigned char>(text[i]) : ' ') << (8 * i);
+        if ((text.size() <= 4 && id == entry.id) || entry.name == text) return entry.id;
+    }
+    return fcc_from_pfnc(pfnc_from_name(text));
 }
 
 std::string_view fcc_name(std::uint32_t format) {

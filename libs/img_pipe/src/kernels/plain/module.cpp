@@ -5,8 +5,15 @@ namespace img_pipe {
 namespace {
 
 kernel_fn convert(img_type destination, img_type source) {
+    for (const kernel_lookup find :
+         {&plain::find_sample_lines, &plain::find_colour_lines, &plain::find_polarisation, &plain::find_pwl})
+        if (const kernel_fn found = find(destination, source)) return found;
+    return nullptr;
+}
+
+kernel_fn tone(img_type destination, img_type source) {
     const kernel_fn found = plain::find_sample_lines(destination, source);
-    return found != nullptr ? found : plain::find_colour_lines(destination, source);
+    return found != nullptr ? found : plain::find_colour_tone(destination, source);
 }
 
 } // namespace
@@ -14,9 +21,10 @@ kernel_fn convert(img_type destination, img_type source) {
 const filter_module* plain_module() {
     // In the order of kernel_slot.
     static constexpr filter_module module{cpu::c,
-                                          {nullptr, nullptr, nullptr, nullptr, &plain::find_sample_lines,
-                                           &plain::find_sample_lines, nullptr, nullptr, nullptr, nullptr, nullptr,
-                                           nullptr, &convert, nullptr, nullptr, nullptr},
+                                          {&plain::find_demosaic, &plain::find_demosaic, &plain::find_sharpness,
+                                           nullptr, &plain::find_sample_lines, &tone, &plain::find_colour_matrix,
+                                           nullptr, nullptr, &plain::find_polarisation, &plain::find_polarisation,
+                                           &plain::find_pwl, &convert, nullptr, nullptr, nullptr},
                                           nullptr,
                                           0};
     return &module;

@@ -5,7 +5,16 @@ namespace HWY_NAMESPACE {
 
 namespace {
 
-kernel_fn convert(img_type destination, img_type source) { return find_sample_lines(destination, source); }
+kernel_fn convert(img_type destination, img_type source) {
+    for (const kernel_lookup find : {&find_sample_lines, &find_colour_lines, &find_polarisation, &find_pwl})
+        if (const kernel_fn found = find(destination, source)) return found;
+    return nullptr;
+}
+
+kernel_fn tone(img_type destination, img_type source) {
+    const kernel_fn found = find_sample_lines(destination, source);
+    return found != nullptr ? found : find_colour_tone(destination, source);
+}
 
 } // namespace
 
@@ -17,18 +26,18 @@ constexpr filter_module module_record {
 #else
     cpu::level_sse,
 #endif
-        {nullptr,
-         nullptr,
-         nullptr,
+        {&find_demosaic,
+         &find_demosaic,
+         &find_sharpness,
          nullptr,
          &find_sample_lines,
-         &find_sample_lines,
+         &tone,
+         &find_colour_matrix,
          nullptr,
          nullptr,
-         nullptr,
-         nullptr,
-         nullptr,
-         nullptr,
+         &find_polarisation,
+         &find_polarisation,
+         &find_pwl,
          &convert,
          nullptr,
          nullptr,
