@@ -1,7 +1,15 @@
 // What the consumer does with features, on a document and a device made up here.
 #include <cli/node_map.h>
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string_view>
+#include <unistd.h>
 
 namespace {
 
@@ -72,5 +80,44 @@ TEST_F(CommandLine, AnErrorNamesTheFormulaAtFault) {
     EXPECT_EQ(cli::value_text(node("Bad"), error), "");
     EXPECT_NE(error.find("Formula '2 * X' of 'Knife', character 5"), error.npos) << error;
 }
+
+struct conversion {
+    const char* name;
+    const char* from;
+    const char* to;
+    std::string_view in, out; // 2 x 2 pixels; an empty `out`: refused
+};
+class Convert : public testing::TestWithParam<conversion> {};
+
+TEST_P(Convert, WritesThePictureOrRefuses) {
+    const auto& [name, from, to, in, out] = GetParam();
+    const auto folder = std::filesystem::path{testing::TempDir()} / fmt::format("orv-convert-{}-{}", name, getpid());
+    std::filesystem::create_directories(folder);
+    const auto source = folder / "in.raw", target = folder / "out.raw";
+    std::ofstream{source, std::ios::binary} << in;
+    const std::string command =
+        fmt::format("'{}/orv-gentl' convert '{}' --from {} --to {} --width 2 --height 2 -o '{}' "
+                    ">'{}/log' 2>&1",
+                    ORV_BIN_DIR, source.string(), from, to, target.string(), folder.string());
+    const int status = std::system(command.c_str());
+    std::ifstream file{target, std::ios::binary};
+    const std::string written{std::istreambuf_iterator<char>{file}, {}};
+    EXPECT_EQ(status == 0, !out.empty());
+    EXPECT_EQ(written, out);
+    std::filesystem::remove_all(folder);
+}
+
+using namespace std::string_view_literals;
+constexpr conversion conversions[] = {
+    {"alpha_dropped", "BGRa8", "BGR8", "\1\2\x80\xFF\1\2\x80\xFF\1\2\x80\xFF\1\2\x80\xFF"sv,
+     "\1\2\x80\1\2\x80\1\2\x80\1\2\x80"sv},
+    {"red_first", "RGB8", "BGR8", "abcabcabcabc"sv, "cbacbacbacba"sv},
+    {"widened", "Mono8", "Mono16", "\0\x12\xFFz"sv, "\0\0\x12\x12\xFF\xFFzz"sv},
+    {"planes_kept", "I420", "I420", "abcduv"sv, "abcduv"sv},
+    {"planes_missing", "I420", "I420", "abcd"sv, ""sv},
+    {"never_through_grey", "YUV422_8", "I420", "abcdefgh"sv, ""sv},
+};
+INSTANTIATE_TEST_SUITE_P(Pictures, Convert, testing::ValuesIn(conversions),
+                         [](const auto& each) { return std::string{each.param.name}; });
 
 } // namespace

@@ -235,7 +235,9 @@ void grabber::handle(const frame& got) {
     bytes += got.filled;
     if (options.verify) check.check(got);
     const uint64_t step = std::max<uint64_t>(1, options.frames / std::max<uint64_t>(1, options.save));
-    if (!options.output.empty() && pictures.size() < options.save && (delivered + incomplete - 1) % step == 0) {
+    const bool is_due = pictures.size() < options.save && (delivered + incomplete - 1) % step == 0;
+    // A part of a frame cannot be converted.
+    if (!options.output.empty() && is_due && (options.format.empty() || !got.incomplete)) {
         save_picture(got);
     }
     report_progress(false);

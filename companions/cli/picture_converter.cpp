@@ -52,7 +52,10 @@ bool picture_converter::find_way(uint32_t from, uint32_t to) {
         way.push_back(to);
         return true;
     }
-    const auto middle = std::ranges::find_if(outputs, reaches);
+    // Not through grey from one colour format to another.
+    const auto is_grey = [](uint32_t id) { return img_pipe::format_description(id).is_mono != 0; };
+    const auto middle = std::ranges::find_if(
+        outputs, [&](uint32_t id) { return (!is_grey(id) || is_grey(from) || is_grey(to)) && reaches(id); });
     if (middle == outputs.end()) return false;
     way.insert(way.end(), {*middle, to});
     return true;
@@ -165,8 +168,10 @@ void picture_converter::apply(end_step step, std::span<const std::byte> in, size
 std::span<const std::byte> picture_converter::convert(std::span<const std::byte> data, uint32_t width,
                                                       uint32_t height) {
     const size_t pixels = size_t{width} * height;
-    const size_t need = (pixels * source.bits + 7) / 8;
-    if (pixels == 0 || pixels > size_t{1} << 31)
+    size_t need = (pixels * source.bits + 7) / 8;
+    if (pixels != 0 && pixels <= size_t{1} << 31 && source.pfnc == 0) // of several planes, for instance
+        need = img_pipe::image_size(source.id, static_cast<int32_t>(width), static_cast<int32_t>(height));
+    if (need == 0 || pixels > size_t{1} << 31)
         throw std::runtime_error(fmt::format("{} x {} is no size of a picture.", width, height));
     if (data.size() < need)
         throw std::runtime_error(fmt::format("{} x {} pixels of {} take {} bytes; there are {}.", width, height,

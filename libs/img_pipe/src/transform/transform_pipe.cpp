@@ -134,14 +134,15 @@ bool transform_pipe::transform(const img_descriptor& destination, const img_desc
     const profile_scope scope("img_pipe::transform_pipe");
     const img_type to = type_of(destination), from = type_of(source);
     bool ran = false;
-    if (choose(to, from, false)) {
+    const bool found = choose(to, from, false);
+    if (found) {
         if (!serves(destination) || !serves(source) || !sizes_fit(destination, source)) return false;
         if (same_memory(destination, source) && destination.format == source.format)
             return transform_in_place(destination, params, scratch);
         if (overlap(destination, source)) return false;
         ran = prepare(params) && plan.convert(*this, destination, source, params, scratch);
     }
-    if (!ran && params.copy_if_no_transform) copy(destination, source);
+    if (!found && params.copy_if_no_transform) copy(destination, source);
     return ran;
 }
 
