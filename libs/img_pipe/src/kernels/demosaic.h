@@ -70,9 +70,8 @@ private:
             if (corrected) Rows::correct(params->samples, call.first_line + y, end - begin, samples);
             Rows::split_line(samples, end - begin, bytes, even + shift, odd + shift);
         }
-        const auto at_pixel = [&](std::int32_t x) -> s15& {
-            return (x % 2 == 0 ? even : odd)[(x - first - (x & 1)) / 2];
-        };
+        // Not (x odd ? odd : even)[...]: g++ 12 with UBSan computes such an index on one of the two ways only.
+        const auto at_pixel = [&](std::int32_t x) -> s15& { return half[x & 1].s(y)[(x - first) >> 1]; };
         for (std::int32_t x = first - 2 * mosaic_reach; x < begin; ++x) at_pixel(x) = at_pixel(mirror(x, width));
         for (std::int32_t x = end; x < first + 2 * (cells + mosaic_reach); ++x)
             at_pixel(x) = at_pixel(mirror(x, width));
