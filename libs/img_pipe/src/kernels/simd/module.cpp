@@ -26,8 +26,8 @@ constexpr filter_module module_record {
 #else
     cpu::level_sse,
 #endif
-        {nullptr, // find_demosaic: wrong at the left edge in some builds
-         nullptr,
+        {&find_demosaic,
+         &find_demosaic,
          &find_sharpness,
          nullptr,
          &find_sample_lines,
