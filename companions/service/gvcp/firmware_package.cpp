@@ -76,6 +76,12 @@ std::expected<firmware_package, std::string> read_firmware_package(std::span<con
     if (misplaced(package.region, package.region_size) || misplaced(package.registers, gige::firmware::registers_size))
         return wrong("the manifest's region or registers lie where no camera has them");
 
+    const uint64_t image_end = uint64_t{package.region} + package.region_size;
+    const uint64_t registers_end = uint64_t{package.registers} + gige::firmware::registers_size;
+    if (package.region < registers_end && package.registers < image_end)
+        return wrong("the manifest's region holds the registers that control the update");
+    if (package.region_size % 4 != 0) return wrong("the manifest's region is not of whole words");
+
     auto image = archive->read(text_of(object, "image"), largest_firmware);
     if (!image) return wrong(fmt::format("the package's image {}", problem_of(image.error())));
     package.image = std::move(*image);

@@ -59,8 +59,13 @@ std::expected<void, std::string> write_firmware(device_control& camera, const fi
     for (shown = -1; clock::now() < give_up;) {
         if (stop.stop_requested()) return std::unexpected("the service ends; the camera installs by itself");
         const auto progress = camera.read_register(package.registers + fw::progress, milliseconds{1000});
-        // It restarts when it is done: without a word, or with none of what it said before.
-        if (!progress || camera.is_lost()) return {};
+        // It restarts when it is done: without a word, or with none of what it said before. A lost answer, or one that
+        // it is busy, is no restart: the heartbeat tells.
+        if (camera.is_lost()) return {};
+        if (!progress) {
+            (void)gige::wait_readable({}, clock::now() + poll_time);
+            continue;
+        }
         const auto state = fw::state_of(*progress);
         const int percent = static_cast<int>(std::min(fw::percent_of(*progress), 100U));
         if (state == fw::state::refused) return std::unexpected("the camera refuses the image");

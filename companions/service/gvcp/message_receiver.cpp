@@ -96,7 +96,9 @@ void message_receiver::receive_all() {
             // A lost acknowledge makes the camera repeat itself, no more.
             (void)socket.send(from, ack);
         }
-        if (seen.insert(header->request_id)) deliver(datagram.first(gvcp::header_size + header->length));
+        // Only what it wants acknowledged is sent again; other events may all have one id.
+        const bool may_repeat = (header->flags & gvcp::flag::acknowledge) != 0;
+        if (!may_repeat || seen.insert(header->request_id)) deliver(datagram.first(gvcp::header_size + header->length));
     }
 }
 

@@ -101,6 +101,7 @@ std::optional<wanted> parse(const std::string& name) {
 std::error_code force_address(service_core& core, const std::string& interface_name, uint64_t mac, uint32_t address,
                               uint32_t mask, uint32_t gateway) {
     const std::lock_guard turn{core.address_turn()};
+    if (core.stop_token().stop_requested()) return std::make_error_code(std::errc::operation_canceled);
     const auto interface = find_interface(core, interface_name);
     if (!interface) return std::make_error_code(std::errc::no_such_device);
     const auto camera = find_camera(core, interface_name, mac);
@@ -122,19 +123,23 @@ std::error_code force_address(service_core& core, const std::string& interface_n
 }
 
 std::error_code run_address_function(service_core& core, const std::string& interface_name,
-                                     const discovery::found_device& camera, const std::string& name) {
+                                     const discovery::found_device& asked_for, const std::string& name) {
     const auto function = parse(name);
     if (!function) return std::make_error_code(std::errc::function_not_supported);
+    // One after the other, or two searches would find the same address free.
+    const std::lock_guard turn{core.address_turn()};
+    if (core.stop_token().stop_requested()) return std::make_error_code(std::errc::operation_canceled);
+    const auto interface = find_interface(core, interface_name);
+    // Whoever had the turn before may have moved it; at its old address another one may be by now.
+    const auto latest = find_camera(core, interface_name, asked_for.mac);
+    if (!interface || !latest) return std::make_error_code(std::errc::no_such_device);
+    const auto& camera = *latest;
     // Asked before the camera is moved: afterwards half of it would be done.
     const uint32_t needed = *function == wanted::persistent ? bits::ip_persistent
                             : *function == wanted::dhcp     ? bits::ip_dhcp
                                                             : 0;
     if ((camera.ip_config_supported & needed) != needed) return make_error_code(gigecam_errc::not_implemented);
 
-    // One after the other, or two searches would find the same address free.
-    const std::lock_guard turn{core.address_turn()};
-    const auto interface = find_interface(core, interface_name);
-    if (!interface) return std::make_error_code(std::errc::no_such_device);
     gvcp_master::camera_address place{camera.address, camera.mask, camera.gateway, camera.local_address};
     if (*function != wanted::dhcp || !camera.is_reachable()) {
         const auto found = gvcp_master::find_free_address(interface->network, camera.mac, camera.address,

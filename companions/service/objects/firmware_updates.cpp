@@ -79,9 +79,19 @@ std::error_code firmware_updates::start(const std::string& interface_name, const
         mine.interface_name = interface_name;
         mine.device_id = device_id;
     }
+    try {
+        return start_held(camera, bytes);
+    } catch (const std::exception&) { // memory, a thread: the place must not stay taken
+        tell(camera.mac, "Refused: no memory or no thread for it", phase::over);
+        return make_error_code(ipc_rpc::status::resource_exhausted);
+    }
+}
+
+std::error_code firmware_updates::start_held(const discovery::found_device& camera, std::span<const std::byte> bytes) {
     const auto refuse = [&](const std::string& why, std::error_code error) {
-        logger().warn("Firmware for {} refused: {}", gige::to_string(camera.address), gige::printable(why));
-        tell(camera.mac, "Refused: " + why, phase::over);
+        const std::string text = gige::printable(why).substr(0, 200); // a package's own words may be among them
+        logger().warn("Firmware for {} refused: {}", gige::to_string(camera.address), text);
+        tell(camera.mac, "Refused: " + text, phase::over);
         return error;
     };
     auto package = gvcp_master::read_firmware_package(bytes);
@@ -115,12 +125,8 @@ std::error_code firmware_updates::start(const std::string& interface_name, const
         logger().info("Firmware of camera {:012X}: {}", mac, gige::printable(text));
         tell(mac, text, phase::over);
     };
-    try {
-        const std::lock_guard guard{mutex};
-        updates[camera.mac].thread = std::thread{update_camera, std::move(*opened), std::move(*package)};
-    } catch (const std::system_error& failure) {
-        return refuse("there is no thread for it", failure.code());
-    }
+    const std::lock_guard guard{mutex};
+    updates[camera.mac].thread = std::thread{update_camera, std::move(*opened), std::move(*package)};
     return {};
 }
 

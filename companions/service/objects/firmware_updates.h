@@ -45,6 +45,9 @@ private:
         bool running = false;
         std::thread thread;
     };
+    // With the camera's place taken. May throw.
+    [[nodiscard]] std::error_code start_held(const gvcp_master::discovery::found_device& camera,
+                                             std::span<const std::byte> package);
     [[nodiscard]] std::string await_restart(uint64_t mac, const std::string& version);
     enum class phase { running, over };
     void tell(uint64_t mac, const std::string& text, phase now = phase::running);

@@ -60,6 +60,8 @@ TEST(FirmwarePackage, WhatIsWrongIsSaid) {
         {pack("0x02000000", "0x02000002"), "where no camera"},
         {pack("0x02000000", "0xFFFFFFFC", of("abcde")), "has 5 bytes"},
         {pack("0x00020000", "0xFFFFFFF8"), "where no camera"},
+        {pack("0x00020000", "0x02000000"), "holds the registers"},
+        {pack("0x4", "0x6"), "not of whole words"},
         {pack("\"i\"", "\"../i\""), "image is missing"},
         {pack("", "", {}), "has 0 bytes"},
         {pack("0x4", "0xFFFFFFF0"), "where no camera"},
