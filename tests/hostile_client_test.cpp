@@ -322,7 +322,7 @@ TEST_F(Hostile, WhoDoesNotAnnounceCostsLittleAndNotForLong) {
     // 48 connections are one user's share.
     for (int i = 0; i < 48; ++i) silent.emplace_back(own->folder());
     EXPECT_THROW(raw_client{own->folder()}, std::runtime_error);
-    EXPECT_EQ(threads(), threads_before);
+    EXPECT_LE(threads(), threads_before) << "none of theirs; the one of the first search may have ended";
     for (const raw_client& client : silent) EXPECT_TRUE(client.dropped());
     EXPECT_TRUE(eventually([&] { return names().empty(); })) << *names().begin();
     expect_served();

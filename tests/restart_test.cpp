@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 using bench::test_bench;
 using namespace GenTL;
 
@@ -25,8 +27,11 @@ TEST_P(Restart, EveryFrameOfEveryRoundComes) {
     constexpr uint64_t rounds = 5;
     const restart_case& given = GetParam();
     test_bench own;
-    std::vector<std::string> options{"--width", "320", "--height", "240", "--frame-rate", "60"};
+    std::vector<std::string> options{"--width", "320", "--height", "240"};
     options.insert(options.end(), given.camera.begin(), given.camera.end());
+    // A frame has three frame times to be mended in: enough of them for a busy machine.
+    const bool has_losses = std::ranges::find(given.camera, "--loss") != given.camera.end();
+    options.insert(options.end(), {"--frame-rate", has_losses ? "20" : "60"});
     own.start_camera(options);
     own.start_service();
     bench::open_camera camera{test_bench::serial(0)};
@@ -45,7 +50,7 @@ TEST_P(Restart, EveryFrameOfEveryRoundComes) {
             if (!frame) return false;
             ++seen;
             EXPECT_EQ(frame->block_id, block);
-            EXPECT_FALSE(frame->incomplete);
+            EXPECT_FALSE(frame->incomplete) << "frame " << block;
             EXPECT_EQ(frame->missing_packets + frame->foreign_packets, 0U);
             EXPECT_GT(frame->timestamp, last_timestamp) << "a frame of an earlier round";
             last_timestamp = frame->timestamp;
@@ -69,7 +74,7 @@ INSTANTIATE_TEST_SUITE_P(Commands, Restart,
                                          restart_case{"multi_frame_without_resends", {"--no-resend"}, 4, false},
                                          restart_case{"multi_frame_with_losses",
                                                       {"--loss", "0.01", "--max-packet-size", "1500", "--seed", "7"},
-                                                      20,
+                                                      10,
                                                       false},
                                          restart_case{"start_and_stop", {}, 3, true}),
                          [](const auto& chosen) { return std::string{chosen.param.name}; });
