@@ -114,9 +114,10 @@ std::vector<sample> samples_of(const img_descriptor& v) {
                                                                     : "RGGB";
                 const int channel =
                     static_cast<int>(std::string("BGR").find(cell[static_cast<std::size_t>(y % 2 * 2 + x % 2)]));
-                const double wide =
-                    is("GBCp") ? ((word(p + x * 3 / 2) >> (x % 2 * 4)) & 0xFFF) / 16.0 : word(p + 2 * x) / 256.0;
-                put(is("RG16") || is("GBCp") ? wide : p[x], channel, x, y);
+                const double value = is("GBCp")   ? ((word(p + x * 3 / 2) >> (x % 2 * 4)) & 0xFFF) / 16.0
+                                     : is("RG16") ? word(p + 2 * x) / 256.0
+                                                  : p[x];
+                put(value, channel, x, y);
             } else if (is("YU8p")) {
                 for (int i = 0; i < 3; ++i) put(line(v, y, i)[x], i, x, y);
             } else {
