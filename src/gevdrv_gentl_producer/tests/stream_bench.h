@@ -138,6 +138,7 @@ public:
     }
 
     [[nodiscard]] gds_producer::settings_block settings() const { return gds_producer::settings_block{shared.bytes()}; }
+    [[nodiscard]] gevdrv::gentl::resend_settings& resends() const { return device->resends(); }
     template <class T>
     [[nodiscard]] T info(STREAM_INFO_CMD command) const {
         T value{};
