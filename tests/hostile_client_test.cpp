@@ -22,6 +22,7 @@
 #include <set>
 #include <thread>
 
+using bench::eventually;
 using bench::process;
 using bench::raw_client;
 using bench::wire_bytes;
@@ -30,16 +31,6 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr uint64_t rpc_exhausted = 43;
-
-template <class Condition>
-bool eventually(Condition&& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + 20s;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() >= deadline) return false;
-        std::this_thread::sleep_for(10ms);
-    }
-    return true;
-}
 
 class Hostile : public testing::Test {
 protected:

@@ -4,14 +4,28 @@
 #include <semaphore.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <optional>
 #include <span>
 #include <string>
+#include <thread>
 
 namespace bench {
+
+// Waits for it, 20 s at most.
+template <class Condition>
+bool eventually(Condition&& condition) {
+    using namespace std::chrono_literals;
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        std::this_thread::sleep_for(10ms);
+    }
+    return true;
+}
 
 // A parameter or result block.
 class wire_bytes final {

@@ -12,21 +12,12 @@
 #include <fstream>
 #include <thread>
 
+using bench::eventually;
 using bench::raw_client;
 using bench::wire_bytes;
 using namespace std::chrono_literals;
 
 namespace {
-
-template <class Condition>
-bool eventually(Condition&& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + 20s;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() >= deadline) return false;
-        std::this_thread::sleep_for(10ms);
-    }
-    return true;
-}
 
 bool holds(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
