@@ -50,21 +50,12 @@ const demosaic_params& all_on() {
 
 } // namespace
 
-// The levels that offer a demosaic of their own.
-static std::vector<filter_table> demosaic_levels() {
-    std::vector<filter_table> all = levels();
-    std::erase_if(all, [](const filter_table& level) {
-        return level[0].lookup[static_cast<size_t>(kernel_slot::transform_by_edge_to_dst) - 1] == nullptr;
-    });
-    return all;
-}
-
 TEST(Demosaic, LevelsAndStripsAgreeAndStayInTheImage) {
     std::mt19937 random(5);
     const struct {
         std::int32_t width, height;
     } sizes[] = {{2, 2}, {4, 2}, {3, 3}, {20, 5}, {36, 12}, {63, 9}, {132, 12}, {1060, 8}};
-    const auto all = demosaic_levels();
+    const auto all = levels();
     for (const std::uint32_t source : sources)
         for (const std::uint32_t destination : destinations)
             for (const auto& size : sizes) {
@@ -105,7 +96,7 @@ TEST(Demosaic, SurfacesKeepTheirColour) {
     const struct {
         int b, g, r, slope;
     } rows[] = {{0, 0, 0, 0}, {255, 255, 255, 0}, {77, 77, 77, 0}, {10, 120, 240, 0}, {255, 0, 0, 0}, {5, 5, 5, 2}};
-    for (const filter_table& level : demosaic_levels())
+    for (const filter_table& level : levels())
         for (const auto& row : rows)
             for (std::size_t phase = 0; phase < 4; ++phase) {
                 const image from(bayer8[phase], width, height, 0), to(fcc("BGR4"), width, height, 0);
