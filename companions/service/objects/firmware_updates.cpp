@@ -113,14 +113,19 @@ std::error_code firmware_updates::start_held(const discovery::found_device& came
     tell(camera.mac, "Uploading: 0 %");
     const auto update_camera = [this, mac = camera.mac](std::unique_ptr<gvcp_master::device_control> device,
                                                         gvcp_master::firmware_package image) {
-        const auto done =
-            gvcp_master::write_firmware(*device, image, stop, [&](const std::string& text) { tell(mac, text); });
-        device.reset(); // control is given back before the state says that all is over
-        image.image = {};
-        std::string text = done ? "Restarting" : "Failed: " + done.error();
-        if (done) {
-            tell(mac, text);
-            text = await_restart(mac, image.version);
+        std::string text;
+        try {
+            const auto done =
+                gvcp_master::write_firmware(*device, image, stop, [&](const std::string& said) { tell(mac, said); });
+            device.reset(); // control is given back before the state says that all is over
+            image.image = {};
+            text = done ? "Restarting" : "Failed: " + done.error();
+            if (done) {
+                tell(mac, text);
+                text = await_restart(mac, image.version);
+            }
+        } catch (const std::exception&) { // memory; the service has other clients
+            text = "Failed: no memory";
         }
         logger().info("Firmware of camera {:012X}: {}", mac, gige::printable(text));
         tell(mac, text, phase::over);
