@@ -198,7 +198,7 @@ int main(int argc, char** argv) {
     add_common(*exec_command, common, true);
     add_module(*exec_command, common);
     exec_command->add_option("command", name, "Feature name")->required();
-    int64_t longest_ms = 30'000; // cameras that warm up or move a lens first take many seconds
+    int64_t longest_ms = 30'000; // a command may wait for something mechanical
     exec_command->add_option("--wait", longest_ms, "Longest wait for the command to be done, milliseconds")
         ->check(CLI::NonNegativeNumber)
         ->capture_default_str();
