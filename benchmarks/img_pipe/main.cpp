@@ -45,6 +45,10 @@ std::vector<double> measure(double pixels, std::size_t count,
 
 int main() {
     cv::setNumThreads(1);
+#ifdef ORV_AVX2_MODULE
+    if (load_filter_library(ORV_AVX2_MODULE, 0) != load_result::loaded)
+        std::fprintf(stderr, "no AVX2 kernels: that column is SSE4's\n");
+#endif
     std::printf("| Mpixel | bits | plain | SSE4 | AVX2 | OpenCV bilinear | copy of the same bytes "
                 "|\n|---|---|---|---|---|---|---|\n");
     const std::uint32_t masks[] = {cpu::c, cpu::level_sse, cpu::level_avx2};
