@@ -52,8 +52,10 @@ TEST(gvcp_discovery, finds_cameras_by_broadcast_and_drops_those_that_fell_silent
     const int before = device_changes;
     two->set_silent(true);
     EXPECT_TRUE(eventually([&] { return !find(finder, two->mac()); }));
-    EXPECT_GT(device_changes, before);
-    EXPECT_TRUE(find(finder, one->mac()));
+    // The list changes first and is told of after; a busy machine may lose the other camera's answers for a while.
+    EXPECT_TRUE(eventually([&] { return device_changes > before; }));
+    EXPECT_TRUE(eventually([&] { return find(finder, one->mac()); }));
+    EXPECT_FALSE(find(finder, two->mac()));
 }
 
 TEST(gvcp_discovery, asks_given_addresses_without_looking_at_loopback) {
