@@ -9,6 +9,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 
 namespace {
@@ -66,8 +67,9 @@ protected:
             const auto done = interface->execute(listed(mac)->id, function);
             return done ? std::error_code{} : done.error();
         }
-        [[nodiscard]] std::error_code force(uint64_t mac, uint32_t address) const {
-            const auto done = interface->force_ip(mac, address, 0xFFFFFFF8, 0);
+        [[nodiscard]] std::error_code force(uint64_t mac, uint32_t address, uint32_t mask = 0xFFFFFFF8,
+                                            uint32_t gateway = 0) const {
+            const auto done = interface->force_ip(mac, address, mask, gateway);
             return done ? std::error_code{} : done.error();
         }
         [[nodiscard]] std::error_code open(uint64_t mac) const {
@@ -164,6 +166,146 @@ TEST_F(Addresses, ForceIPTakesNobodysAddressAndTellsWhereTheCameraDidNotCome) {
         EXPECT_TRUE(running.force(first_mac + 7, net + 5)) << "nobody has this MAC";
         camera->set_deaf(true);
         EXPECT_TRUE(running.force(first_mac, net + 6));
+    });
+}
+
+TEST_F(Addresses, ForceIPGivesNoCameraWhatIsNoHostsAddress) {
+    give(hosts.consumer_side(), "10.99.39.1/29");
+    ASSERT_TRUE(hosts.run(hosts.consumer_side(), {"ip", "route", "add", "default", "via", "10.99.39.2"}));
+    camera = start_at(0xC0A84D05, hosts.camera_side(), first_mac);
+    ASSERT_TRUE(camera);
+    at(hosts.consumer_side(), [&] {
+        const service running;
+        ASSERT_TRUE(running.becomes(first_mac, ipc_rpc::reachable_status::unreachable));
+        const struct {
+            uint32_t address, mask, gateway;
+            const char* what;
+        } cases[]{
+            {net, 0xFFFFFFF8, 0, "the network's"},
+            {net + 7, 0xFFFFFFF8, 0, "its broadcast address"},
+            {net + 7, 0xFFFFFF00, 0, "the broadcast address of the interface's network, whatever the mask says"},
+            {0x0A6328FF, 0xFFFFFF00, 0, "the broadcast address of a network that this host is not in"},
+            {0xE0000001, 0xFFFFFFF8, 0, "a multicast address"},
+            {0xFFFFFFFF, 0xFFFFFFF8, 0, "everybody's"},
+            {net + 2, 0xFFFFFFF8, 0, "this host's gateway"},
+            {net + 4, 0xFFFFFFF8, net + 4, "the gateway that it names"},
+            {net + 4, 0xFF00FF00, 0, "one with a mask that has gaps"},
+        };
+        for (const auto& each : cases) {
+            EXPECT_EQ(running.force(first_mac, each.address, each.mask, each.gateway), std::errc::invalid_argument)
+                << each.what;
+        }
+        EXPECT_EQ(camera->address(), 0xC0A84D05U);
+    });
+}
+
+// A camera that is slow with its network, and whose acknowledge did not come through before.
+TEST_F(Addresses, ACameraThatMovesWithoutAWordIsWaitedFor) {
+    give(hosts.consumer_side(), "10.99.39.1/29");
+    camera = start_at(0xC0A84D05, hosts.camera_side(), first_mac);
+    ASSERT_TRUE(camera);
+    at(hosts.consumer_side(), [&] {
+        const service running;
+        ASSERT_TRUE(running.becomes(first_mac, ipc_rpc::reachable_status::unreachable));
+        camera_sim::fault_options late;
+        late.pending_every = 1;
+        late.pending_ms = 60'000;
+        camera->set_faults(late);
+        std::thread network{[&] {
+            EXPECT_TRUE(eventually([&] { return camera->address() == net + 4; }));
+            camera->set_silent(true);
+            std::this_thread::sleep_for(milliseconds{3500}); // longer than the command is repeated, and a second
+            camera->set_faults({});
+            camera->set_silent(false);
+        }};
+        EXPECT_FALSE(running.force(first_mac, net + 4));
+        network.join();
+    });
+}
+
+// Two that look for an address at a time, of which one's camera does not come.
+TEST_F(Addresses, CamerasDoNotWaitForOneAnotherAndAnEndedClientForNothing) {
+    give(hosts.consumer_side(), "10.99.39.1/29");
+    const int other_side = hosts.add_camera_side();
+    ASSERT_GE(other_side, 0) << hosts.why_not();
+    camera = start_at(0xC0A84D05, hosts.camera_side(), first_mac);
+    const auto other = start_at(0xC0A84D06, other_side, first_mac + 1);
+    ASSERT_TRUE(camera && other);
+    at(hosts.consumer_side(), [&] {
+        const service running;
+        for (const uint64_t mac : {first_mac, first_mac + 1})
+            ASSERT_TRUE(running.becomes(mac, ipc_rpc::reachable_status::unreachable));
+        camera->set_deaf(true);
+        const std::string its_id = running.listed(first_mac)->id;
+        const ::service::interface_object client{running.core, running.session, "cable"};
+        ::service::interface_object leaving{running.core, running.session, "cable"};
+        std::atomic<bool> over = false;
+        std::thread one{[&] {
+            // Its camera is off the list soon; it waits for its arrival all the same.
+            EXPECT_FALSE(client.force_ip(first_mac, net + 6, 0xFFFFFFF8, 0));
+            over = true;
+        }};
+        EXPECT_FALSE(running.force(first_mac + 1, net + 5));
+        EXPECT_FALSE(over) << "the second camera had to wait for the first";
+        EXPECT_EQ(other->address(), net + 5);
+        std::thread two{[&] {
+            const auto done = leaving.force_ip(first_mac, net + 4, 0xFFFFFFF8, 0);
+            ASSERT_FALSE(done);
+            EXPECT_EQ(done.error(), std::errc::operation_canceled);
+        }};
+        leaving.abandon();
+        two.join();
+        EXPECT_FALSE(over) << "it waited for its turn though its client is gone";
+        one.join();
+        camera->set_deaf(false);
+        ASSERT_TRUE(running.becomes(first_mac, ipc_rpc::reachable_status::unreachable));
+
+        // A search under way, too.
+        ::service::interface_object gone{running.core, running.session, "cable"};
+        camera->set_deaf(true);
+        std::thread search{[&] {
+            const auto done = gone.execute(its_id, "IPConfigAssignFreeTemporaryIP");
+            ASSERT_FALSE(done);
+            EXPECT_EQ(done.error(), std::errc::operation_canceled);
+        }};
+        std::this_thread::sleep_for(milliseconds{100});
+        gone.abandon();
+        search.join();
+    });
+}
+
+// What could not be asked for is not free.
+TEST_F(Addresses, WithoutRawSocketsAnAddressThatCannotBeAskedForIsNotGiven) {
+    give(hosts.consumer_side(), "10.99.39.1/29");
+    camera = start_at(0xC0A84D05, hosts.camera_side(), first_mac);
+    ASSERT_TRUE(camera);
+    ASSERT_TRUE(hosts.run(hosts.consumer_side(), {"ip", "route", "add", "prohibit", "10.99.39.4/32"}));
+    at(hosts.consumer_side(), [&] {
+        ASSERT_TRUE(drop_raw_sockets());
+        const service running;
+        ASSERT_TRUE(running.becomes(first_mac, ipc_rpc::reachable_status::unreachable));
+        EXPECT_EQ(running.force(first_mac, net + 4), std::errc::permission_denied);
+        EXPECT_EQ(camera->address(), 0xC0A84D05U);
+    });
+}
+
+// The second request was made with what the camera was before the first one moved it.
+TEST_F(Addresses, RequestsForOneCameraComeOneAfterTheOther) {
+    give(hosts.consumer_side(), "10.99.39.1/29");
+    const int other_side = hosts.add_camera_side();
+    ASSERT_GE(other_side, 0) << hosts.why_not();
+    camera = start_at(net + 5, hosts.camera_side(), first_mac);
+    ASSERT_TRUE(camera);
+    at(hosts.consumer_side(), [&] {
+        const service running;
+        ASSERT_TRUE(running.becomes(first_mac, ipc_rpc::reachable_status::reachable));
+        const std::string id = running.listed(first_mac)->id;
+        const ::service::interface_object client{running.core, running.session, "cable"};
+        std::thread first{[&] { EXPECT_FALSE(running.force(first_mac, net + 4)); }};
+        EXPECT_TRUE(client.execute(id, "IPConfigDHCPEnable"));
+        first.join();
+        EXPECT_EQ(camera->address(), net + 4);
+        EXPECT_NE(camera->peek(reg::ip_config_current) & gige::gvcp::bits::ip_dhcp, 0U);
     });
 }
 

@@ -3,8 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
 #include <span>
+#include <thread>
 
 using namespace GenTL;
 
@@ -27,6 +29,16 @@ public:
         return make_error_code(GenICam::genicam_errc::generic_error);
     }
 };
+
+template <class F>
+[[nodiscard]] bool eventually(F condition) {
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds{10};
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > until) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds{5});
+    }
+    return true;
+}
 
 class CameraEvents : public testing::TestWithParam<const char*> {};
 
@@ -91,6 +103,93 @@ TEST_P(CameraEvents, EachComesOnceInOrderWithItsData) {
 
 INSTANTIATE_TEST_SUITE_P(Forms, CameraEvents, testing::Values("standard", "extended"),
                          [](const auto& chosen) { return std::string{chosen.param}; });
+
+// The way of consumers that poll: a buffer of the size that the event names, short time-outs and none at all, the id as
+// a text whose size is asked for; and a registration that ends and begins again while events come.
+TEST_P(CameraEvents, APollingConsumerReadsEachWhileItIsRegistered) {
+    bench::test_bench own;
+    std::vector<std::string> options{"--width", "320", "--height", "240", "--frame-rate", "200"};
+    const bool extended = std::string{"extended"} == GetParam();
+    if (extended) options.push_back("--extended-ids");
+    own.start_camera(options);
+    own.start_service();
+    bench::open_camera camera{bench::test_bench::serial(0)};
+    cli::set_from_text(cli::require_node(camera.remote(), "EventSelector"), "ExposureEnd");
+    cli::set_from_text(cli::require_node(camera.remote(), "EventNotification"), "On");
+    camera.start(10);
+    std::jthread taker{[&](const std::stop_token& stop) {
+        while (!stop.stop_requested()) static_cast<void>(camera.next_frame(100));
+    }};
+    const auto& lib = *camera.lib;
+    uint64_t last = 0; // block id
+    for (int round = 0; round < 3; ++round) {
+        EVENT_HANDLE events = nullptr;
+        ASSERT_EQ(lib.GCRegisterEvent(camera.device->get(), EVENT_REMOTE_DEVICE, &events), GC_ERR_SUCCESS);
+        EVENT_HANDLE second = nullptr;
+        EXPECT_EQ(lib.GCRegisterEvent(camera.device->get(), EVENT_REMOTE_DEVICE, &second), GC_ERR_RESOURCE_IN_USE);
+        INFO_DATATYPE type = 0;
+        size_t largest = 0;
+        size_t length = sizeof largest;
+        ASSERT_EQ(lib.EventGetInfo(events, EVENT_SIZE_MAX, &type, &largest, &length), GC_ERR_SUCCESS);
+        std::vector<std::byte> packet(largest);
+        const auto ask = [&](EVENT_DATA_INFO_CMD what) {
+            size_t needed = 0;
+            EXPECT_EQ(lib.EventGetDataInfo(events, packet.data(), packet.size(), what, &type, nullptr, &needed),
+                      GC_ERR_SUCCESS);
+            std::vector<std::byte> answer(needed);
+            EXPECT_EQ(lib.EventGetDataInfo(events, packet.data(), packet.size(), what, &type, answer.data(), &needed),
+                      GC_ERR_SUCCESS);
+            EXPECT_EQ(needed, answer.size());
+            return answer;
+        };
+        // Reads until it is unregistered under its hands.
+        std::atomic<int> came = 0;
+        std::thread poller{[&] {
+            for (int i = 0;; ++i) {
+                size_t size = packet.size();
+                const GC_ERROR waited = lib.EventGetData(events, packet.data(), &size, i % 2 == 0 ? 0 : 100);
+                if (waited == GC_ERR_TIMEOUT) continue;
+                if (waited != GC_ERR_SUCCESS) {
+                    EXPECT_TRUE(waited == GC_ERR_ABORT || waited == GC_ERR_INVALID_HANDLE) << waited;
+                    return;
+                }
+                uint64_t number = 0;
+                size_t number_size = sizeof number;
+                // The event may be unregistered already; its packet is still the consumer's own.
+                const GC_ERROR told =
+                    lib.EventGetDataInfo(events, packet.data(), size, EVENT_DATA_NUMID, &type, &number, &number_size);
+                if (told == GC_ERR_INVALID_HANDLE) return;
+                EXPECT_EQ(told, GC_ERR_SUCCESS);
+                EXPECT_EQ(number, 0x9001U);
+                if (came == 20) {
+                    ++came;
+                    continue;
+                }
+                if (came > 20) continue;
+                const auto id = ask(EVENT_DATA_ID);
+                EXPECT_STREQ(reinterpret_cast<const char*>(id.data()), "9001");
+                EXPECT_EQ(type, INFO_DATATYPE_STRING);
+                const auto body = ask(EVENT_DATA_VALUE);
+                uint64_t block = 0;
+                for (size_t at = extended ? 8 : 6; at < (extended ? 16U : 8U); ++at)
+                    block = block << 8 | std::to_integer<uint64_t>(body.at(at));
+                if (came == 0)
+                    EXPECT_GT(block, last) << "none from before the registration";
+                else
+                    EXPECT_EQ(block, last + 1);
+                last = block;
+                ++came;
+            }
+        }};
+        EXPECT_TRUE(eventually([&] { return came > 20; })) << round;
+        EXPECT_EQ(lib.GCUnregisterEvent(camera.device->get(), EVENT_REMOTE_DEVICE), GC_ERR_SUCCESS);
+        poller.join();
+        EXPECT_EQ(lib.GCUnregisterEvent(camera.device->get(), EVENT_REMOTE_DEVICE), GC_ERR_NOT_INITIALIZED);
+    }
+    taker.request_stop();
+    taker.join();
+    camera.stop();
+}
 
 // What the interface's features refuse before anything is sent, and what the service refuses.
 TEST(InterfaceFeatures, AddressesAndFirmwareNameWhatIsMissing) {

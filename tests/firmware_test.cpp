@@ -110,6 +110,8 @@ TEST_F(Firmware, WhatIsNoneForTheCameraIsRefusedAndNothingIsLeftOpen) {
         EXPECT_EQ(refused.exit_code, 2) << each.path;
         EXPECT_TRUE(holds(refused.output, each.says)) << refused.output;
     }
+    const auto unsent = upload(folder / "huge.fwpack");
+    EXPECT_FALSE(holds(unsent.output, "the package is for")) << "the words of an earlier refusal: " << unsent.output;
     const auto good = make("good.fwpack");
     {
         const bench::open_camera other{test_bench::serial(0)};
@@ -136,6 +138,27 @@ TEST_F(Firmware, OneAtATimeAndACameraThatGoesEndsIt) {
     EXPECT_EQ(first.wait(), 1);
     EXPECT_TRUE(holds(first.output(), "Failed: the upload broke off at ")) << first.output();
     EXPECT_TRUE(own.service().running());
+}
+
+// Whose last word is another's refusal has waited long enough.
+TEST_F(Firmware, AnUploadThatIsOverdueEndsWithWhatIsKnown) {
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    const auto package = make("new.fwpack");
+    const auto other = make("other.fwpack", {"--model", "Other"});
+    auto first = own.start_consumer({"firmware", package});
+    ASSERT_TRUE(first.wait_for_output("ing")) << first.output(); // uploading, installing or restarting
+    first.signal(SIGSTOP);
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds{20};
+    while (version() != "2.0.0" && std::chrono::steady_clock::now() < until) {
+    }
+    // Refused as soon as the first one is over.
+    auto second = upload(other);
+    while (holds(second.output, "BUSY") && std::chrono::steady_clock::now() < until) second = upload(other);
+    EXPECT_TRUE(holds(second.output, "the package is for")) << second.output;
+    first.signal(SIGCONT);
+    EXPECT_EQ(first.wait(), 1);
+    EXPECT_TRUE(holds(first.output(), "Refused:")) << first.output();
 }
 
 TEST_F(Firmware, AServiceThatIsKilledLeavesACameraThatTakesItAgain) {

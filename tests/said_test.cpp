@@ -104,6 +104,24 @@ TEST_F(Said, WhatIsSearchedFoundOpenedAndLost) {
     EXPECT_TRUE(eventually([&] { return holds(own.logged(), "Client 'by hand' left."); }));
 }
 
+// Nobody answers for this camera, and nobody waits for it any more.
+TEST_F(Said, WhatWasAskedForACameraIsGivenUpWithItsClient) {
+    own.start_camera();
+    own.start_logged_service();
+    auto client = connect();
+    const uint64_t service = client->object(0, "create_service_instance");
+    const uint64_t interface = client->object(service, "open_interface", wire_bytes{}.put_text("lo").str());
+    ASSERT_NE(interface, 0U);
+    constexpr uint64_t mac = 0x02000000ABCD;
+    constexpr uint32_t address = 0x7FEEDD05;
+    ASSERT_TRUE(client->send_call(interface, "send_force_ip",
+                                  wire_bytes{}.put(mac).put(address).put(0xFF000000U).put(0U).str()));
+    ASSERT_TRUE(eventually([&] { return holds(own.logged(), "Camera 02000000ABCD on lo is told to take "); }));
+    client.reset();
+    EXPECT_TRUE(eventually([&] { return holds(own.logged(), "Camera 02000000ABCD did not come to "); }));
+    EXPECT_TRUE(holds(own.logged(), ": Operation canceled")) << own.logged();
+}
+
 TEST_F(Said, NamesStayOnTheirLineOfTheLog) {
     own.start_logged_service();
     raw_client client{own.folder()};

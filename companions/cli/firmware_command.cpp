@@ -48,7 +48,10 @@ int upload_firmware(const common_options& common, const std::string& package, st
     try {
         session.run("FirmwareUpdateUpload");
     } catch (const call_failed& failure) {
-        const std::string why = state_of();
+        // The library's own refusals never reached the service, whose last word is of an earlier upload.
+        const bool never_sent = failure.code == GenTL::GC_ERR_INVALID_PARAMETER &&
+                                failure.reason.find("gevdrv-status") == std::string::npos;
+        const std::string why = never_sent ? "" : state_of();
         if (!why.starts_with("Refused")) throw;
         throw call_failed(failure.call, failure.code, fmt::format("{} ({})", failure.reason, why));
     }
@@ -65,7 +68,8 @@ int upload_firmware(const common_options& common, const std::string& package, st
             throw std::runtime_error(fmt::format(
                 "The service says nothing more of the update; its last word was '{}'. Is it running?", last));
         const bool finished = state.starts_with("Finished");
-        const bool failed = state.starts_with("Failed");
+        // "Refused" is another's upload that came between two looks at ours: how that ended is not to be had any more.
+        const bool failed = state.starts_with("Failed") || state.starts_with("Refused");
         if (bar) {
             show_progress(state);
         } else if (state != shown && !state.empty() && !common.json) {

@@ -25,8 +25,9 @@ public:
 #define ORV_GENTL_FUNCTIONS(X)                                                                                         \
     X(GCInitLib)                                                                                                       \
     X(GCCloseLib)                                                                                                      \
-    X(GCGetInfo) X(GCGetLastError) X(GCReadPort) X(GCWritePort) X(GCGetNumPortURLs) X(GCGetPortURLInfo)                \
-        X(GCRegisterEvent) X(GCUnregisterEvent) X(EventGetData) X(EventGetDataInfo) X(EventKill) X(TLOpen) X(TLClose)                      \
+    X(GCGetInfo)                                                                                                       \
+    X(GCGetLastError) X(GCReadPort) X(GCWritePort) X(GCGetNumPortURLs) X(GCGetPortURLInfo) X(GCRegisterEvent)          \
+        X(GCUnregisterEvent) X(EventGetData) X(EventGetDataInfo) X(EventGetInfo) X(EventKill) X(TLOpen) X(TLClose)     \
             X(TLGetNumInterfaces) X(TLGetInterfaceID) X(TLGetInterfaceInfo) X(TLOpenInterface)                         \
                 X(TLUpdateInterfaceList) X(IFClose) X(IFGetNumDevices) X(IFGetDeviceID) X(IFUpdateDeviceList)          \
                     X(IFGetDeviceInfo) X(IFOpenDevice) X(DevGetPort) X(DevGetNumDataStreams) X(DevGetDataStreamID)     \

@@ -26,6 +26,11 @@ public:
     // What the features say of the selected device.
     [[nodiscard]] nlohmann::json address() const;
     void update_list() const;
+    // Opens the selected device; for its own features.
+    [[nodiscard]] std::shared_ptr<const tl_device> open(GenTL::DEVICE_ACCESS_FLAGS access) const {
+        return open_device(*lib, owner, text("DeviceID"), access);
+    }
+    [[nodiscard]] const gentl_library& library() const noexcept { return *lib; }
 
     device_entry device; // of of_device
 

@@ -2,6 +2,8 @@
 
 #include "interface_session.h"
 
+#include <gige/host_address.h>
+
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
@@ -32,6 +34,25 @@ int show_moved(const common_options& options, interface_session& session) {
     return 0;
 }
 
+struct chosen_address {
+    uint32_t address = 0;
+    uint32_t mask = 0;
+    uint32_t gateway = 0;
+};
+chosen_address parse(const std::string& address, const std::string& mask, const std::string& gateway) {
+    return {parse_ip(address), parse_ip(mask), parse_ip(gateway)};
+}
+
+// What is wrong with it for itself; null when nothing is. The service knows the networks besides.
+const char* problem_with(const chosen_address& chosen) {
+    if (const char* problem = gige::host_address_problem(chosen.address, chosen.mask)) return problem;
+    if (chosen.gateway == 0) return nullptr;
+    if (chosen.gateway == chosen.address) return "it is the gateway's address";
+    if (((chosen.gateway ^ chosen.address) & chosen.mask) != 0) return "the gateway lies in another network";
+    return gige::host_address_problem(chosen.gateway, chosen.mask) != nullptr ? "the gateway's address is no host's"
+                                                                              : nullptr;
+}
+
 // What to do about a refusal; empty where the words say it all.
 std::string advice(const call_failed& failure) {
     switch (failure.code) {
@@ -59,14 +80,52 @@ void run_address_command(const interface_session& session, const std::string& co
     }
 }
 
-int force_ip(const common_options& options, const std::string& address, const std::string& mask,
-             const std::string& gateway) {
+void force_ip(const interface_session& session, const chosen_address& chosen) {
+    session.set_number("GevDeviceForceIPAddress", chosen.address);
+    session.set_number("GevDeviceForceSubnetMask", chosen.mask);
+    session.set_number("GevDeviceForceGateway", chosen.gateway);
+    try {
+        run_address_command(session, "GevDeviceForceIP");
+    } catch (const call_failed& failure) {
+        if (failure.code != GenTL::GC_ERR_INVALID_VALUE) throw;
+        const char* problem = problem_with(chosen);
+        if (problem == nullptr) problem = "the interface's network has it set aside, or it is the gateway's";
+        throw call_failed(failure.call, failure.code,
+                          fmt::format("{} ({}: {})", failure.reason, ip_text(chosen.address), problem));
+    }
+}
+
+int force_ip(const common_options& options, const chosen_address& chosen) {
     interface_session session = interface_session::of_device(options);
-    session.set_number("GevDeviceForceIPAddress", parse_ip(address));
-    session.set_number("GevDeviceForceSubnetMask", parse_ip(mask));
-    session.set_number("GevDeviceForceGateway", parse_ip(gateway));
-    run_address_command(session, "GevDeviceForceIP");
+    force_ip(session, chosen);
     return show_moved(options, session);
+}
+
+// An address of the user's choice, for good. First for now: the service asks whether somebody has it, and what cannot
+// be reached cannot be written to.
+int keep_address(const common_options& options, const chosen_address& chosen) {
+    if (const char* problem = problem_with(chosen))
+        throw std::runtime_error(fmt::format("{} cannot be a camera's address: {}.", ip_text(chosen.address), problem));
+    interface_session session = interface_session::of_device(options);
+    force_ip(session, chosen);
+    session.update_list();
+    if (!session.select(session.device.id))
+        throw std::runtime_error("The camera was told its address and is not listed now: 'orv-gentl ip show' tells.");
+    try {
+        const auto device = session.open(GenTL::DEVICE_ACCESS_CONTROL);
+        const node_map remote{session.library(), remote_port(session.library(), *device)};
+        for (const auto& [feature, value] : {std::pair{"GevPersistentIPAddress", chosen.address},
+                                             {"GevPersistentSubnetMask", chosen.mask},
+                                             {"GevPersistentDefaultGateway", chosen.gateway}})
+            set_from_text(require_node(remote, feature), std::to_string(value));
+        set_from_text(require_node(remote, "GevCurrentIPConfigurationPersistentIP"), "true");
+    } catch (const std::exception& failure) {
+        throw std::runtime_error(
+            fmt::format("The camera has {} until its next start only; the persistent address was not written whole: {}",
+                        ip_text(chosen.address), failure.what()));
+    }
+    show(options, session.address());
+    return 0;
 }
 
 int assign(const common_options& options, const std::string& function) {
@@ -171,7 +230,7 @@ void add_network_commands(CLI::App& app, common_options& options, int& result,
     force->add_option("address", given->address, "The new address, such as 192.168.0.10")->required();
     force->add_option("--mask", given->mask, "Subnet mask")->capture_default_str();
     force->add_option("--gateway", given->gateway, "Gateway; 0.0.0.0 for none")->capture_default_str();
-    force->callback([&, given] { result = force_ip(options, given->address, given->mask, given->gateway); });
+    force->callback([&, given] { result = force_ip(options, parse(given->address, given->mask, given->gateway)); });
 
     auto* ip = app.add_subcommand("ip", "Shows and changes how cameras get their addresses");
     ip->require_subcommand(1);
@@ -183,11 +242,23 @@ void add_network_commands(CLI::App& app, common_options& options, int& result,
         command->footer(footer);
         add_common(*command, true);
         command->callback([&options, &result, feature] { result = assign(options, feature); });
+        return command;
     };
     function("temporary", "Gives a camera a free address of this interface's network, until its next start",
              "The service picks an address that nobody answers for.", "IPConfigAssignFreeTemporaryIP");
-    function("persistent", "Gives a camera a free address of this interface's network for good",
-             "The camera has it at once and after every start.", "IPConfigAssignFreePersistentIP");
+    auto* persistent = function("persistent", "Gives a camera an address of this interface's network for good",
+                                "The camera has it at once and after every start. The service picks a free one, or "
+                                "takes the one named, when nobody has it.",
+                                "IPConfigAssignFreePersistentIP");
+    auto* named = persistent->add_option("--address", given->address, "One of your choice, such as 192.168.0.10");
+    persistent->add_option("--mask", given->mask, "Its subnet mask")->capture_default_str()->needs(named);
+    persistent->add_option("--gateway", given->gateway, "Its gateway; 0.0.0.0 for none")
+        ->capture_default_str()
+        ->needs(named);
+    persistent->callback([&, given, named] {
+        result = named->count() == 0 ? assign(options, "IPConfigAssignFreePersistentIP")
+                                     : keep_address(options, parse(given->address, given->mask, given->gateway));
+    });
     function("dhcp", "Lets a camera ask a DHCP server from its next start on",
              "One that cannot be reached gets a free temporary address first.", "IPConfigDHCPEnable");
 

@@ -49,9 +49,12 @@ Error interface_instance::send_force_ip() {
     if (!device) return {GC_ERR_INVALID_INDEX, "Node device selected to send ForceIP"};
     const uint32_t address = force_ip_address;
     if (address == 0) return {GC_ERR_INVALID_VALUE, "Invalid IP-Address specified."};
-    return result_of(service_handle().invoke<catalogue::send_force_ip>(device->mac_address, address,
-                                                                       force_subnet_mask.load(), force_gateway.load()),
-                     "send_force_ip");
+    const auto done = service_handle().invoke<catalogue::send_force_ip>(device->mac_address, address,
+                                                                        force_subnet_mask.load(), force_gateway.load());
+    // No host's address, as 0 is none.
+    if (!done && done.error() == std::errc::invalid_argument)
+        return {GC_ERR_INVALID_VALUE, "Invalid IP-Address specified."};
+    return result_of(done, "send_force_ip");
 }
 
 Error interface_instance::send_action(bool to_all_interfaces) {

@@ -48,7 +48,7 @@ uint16_t fresh_id() {
 } // namespace
 
 std::error_code force_ip(const gige::network_interface& through, uint64_t mac, uint32_t address, uint32_t mask,
-                         uint32_t gateway, std::chrono::milliseconds timeout) {
+                         uint32_t gateway, const std::stop_token& stop, std::chrono::milliseconds timeout) {
     if (through.subnets.empty()) return without_address();
     const auto socket = open_socket();
     if (!socket) return socket.error();
@@ -67,6 +67,7 @@ std::error_code force_ip(const gige::network_interface& through, uint64_t mac, u
     std::error_code result = make_error_code(gigecam_errc::timeout);
     bool answered = false;
     while (!answered && clock::now() < give_up) {
+        if (stop.stop_requested()) return std::make_error_code(std::errc::operation_canceled);
         // To every subnet and to all: who takes it twice is moved once.
         std::error_code failed;
         bool sent = false;

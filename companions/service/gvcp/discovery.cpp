@@ -106,7 +106,7 @@ void discovery::run() {
         }
         const auto began = clock::now();
         refresh_interfaces();
-        send_probes();
+        send_probes(began);
         receive_until(began + chosen.window, false);
         {
             const std::lock_guard guard{mutex};
@@ -159,7 +159,7 @@ void discovery::refresh_interfaces() {
     entries = std::move(fresh);
 }
 
-void discovery::send_probes() {
+void discovery::send_probes(clock::time_point began) {
     const std::lock_guard guard{mutex};
     const uint16_t id = next_id();
     scan_ids.push_back(id);
@@ -171,7 +171,7 @@ void discovery::send_probes() {
     for (auto& each : entries) {
         const auto& network = each.network;
         for (auto& device : each.devices) {
-            ++device.misses;
+            if (device.misses++ == 0) device.silent_since = began;
             ask_privilege(device);
         }
         if (network.loopback ? !chosen.loopback : !chosen.networks) continue;
@@ -270,7 +270,7 @@ void discovery::take_discovery(const device_record& device, unsigned interface_i
         }
         const auto place =
             std::ranges::lower_bound(home->devices, device.mac, {}, [](const heard& each) { return each.device.mac; });
-        known = home->devices.insert(place, {now, 0, id, 0});
+        known = home->devices.insert(place, {.device = now, .answered = id});
         home->changed = true;
         say(fmt::format("Found {} on {}{}: \"{}\" \"{}\", serial \"{}\"", gige::to_string(device.address),
                         home->network.name, now.reachable ? "" : " (unreachable: of another subnet)",
@@ -280,14 +280,17 @@ void discovery::take_discovery(const device_record& device, unsigned interface_i
     }
     known->misses = 0;
     if (std::exchange(known->answered, id) == id) return;
+    const bool moved = known->device.address != now.address;
     now.controlled = known->device.controlled;
+    now.answers = known->device.answers && !moved;
     now.shares_address = known->device.shares_address;
     if (known->device == now) return;
-    if (known->device.address != now.address)
+    if (moved)
         say(fmt::format("{} on {} has become {}", gige::to_string(known->device.address), home->network.name,
                         gige::to_string(now.address)));
     known->device = now;
     home->changed = true;
+    if (moved) ask_privilege(*known);
 }
 
 // A camera under exclusive access refuses even the question.
@@ -297,6 +300,7 @@ void discovery::take_privilege(const gige::endpoint& from, uint16_t id, const gv
         for (auto& device : each.devices) {
             if (device.asked != id || id == 0 || device.device.address != from.address) continue;
             device.asked = 0;
+            if (!std::exchange(device.device.answers, true)) each.changed = true;
             if (ack.result == gvcp::status::access_denied)
                 device.device.controlled = true;
             else if (ack.result == gvcp::status::success && body.size() >= 4)
@@ -306,10 +310,13 @@ void discovery::take_privilege(const gige::endpoint& from, uint16_t id, const gv
 }
 
 void discovery::drop_silent_ones() {
+    // Half a window less: the scans' own times are not exact.
+    const auto long_enough = chosen.interval * (std::max(chosen.misses, 1U) - 1) + chosen.window / 2;
+    const auto now = clock::now();
     const std::lock_guard guard{mutex};
     for (auto& each : entries) {
         const auto dropped = std::erase_if(each.devices, [&](const heard& device) {
-            if (device.misses < chosen.misses) return false;
+            if (device.misses < chosen.misses || now - device.silent_since < long_enough) return false;
             say(fmt::format("{} on {} does not answer any more.", gige::to_string(device.device.address),
                             each.network.name));
             return true;

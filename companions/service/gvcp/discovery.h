@@ -26,11 +26,14 @@ public:
         std::vector<uint32_t> addresses{};       // cameras asked directly, wherever they are routed to
         std::chrono::milliseconds interval{250}; // between scans; three of them and a window are less than a second
         std::chrono::milliseconds window{150};   // after which a scan is over; what answers later is taken, too
-        unsigned misses = 3;                     // scans without an answer until a camera is off the list
+        // Scans without an answer until a camera is off the list, and the time that so many take when nobody asks for
+        // more: cameras are not lost because somebody scans without a pause.
+        unsigned misses = 3;
     };
     // A camera, and whether anybody had control of it when it was asked last.
     struct found_device : device_record {
         bool controlled = false;
+        bool answers = false;        // it was asked at its present address, and answered
         bool shares_address = false; // another camera on the interface has it, too: neither can be spoken to
         [[nodiscard]] bool is_reachable() const noexcept { return reachable && !shares_address; }
         friend bool operator==(const found_device&, const found_device&) = default;
@@ -71,8 +74,9 @@ private:
     struct heard {
         found_device device;
         unsigned misses = 0;
-        uint16_t answered = 0; // the scan's id; the first answer to a scan counts
-        uint16_t asked = 0;    // id of the question for the privilege, 0 when it is answered
+        clock::time_point silent_since{}; // the start of the first scan that was missed
+        uint16_t answered = 0;            // the scan's id; the first answer to a scan counts
+        uint16_t asked = 0;               // id of the question for the privilege, 0 when it is answered
     };
     struct entry {
         gige::network_interface network;
@@ -83,7 +87,7 @@ private:
 
     void run();
     void refresh_interfaces();
-    void send_probes();
+    void send_probes(clock::time_point began);
     void ask_privilege(heard& device);
     void receive_until(clock::time_point until, bool end_when_asked);
     void receive_all();

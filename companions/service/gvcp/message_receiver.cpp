@@ -2,6 +2,7 @@
 
 #include <gds_shared/gigecam_error.h>
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -16,6 +17,10 @@ namespace {
 constexpr std::size_t longest_event = 568; // behind the header: what consumers have room for
 constexpr uint32_t wanted_timeout_ms = 200;
 constexpr uint32_t wanted_retries = 3;
+// How long a camera is taken to repeat an event: twice what its registers say, as either side may be late, and no less
+// than a machine can be busy. Whoever changes them during the session does not change this.
+constexpr milliseconds shortest_memory{2000};
+constexpr milliseconds longest_memory{30'000};
 
 } // namespace
 
@@ -28,17 +33,23 @@ std::optional<gvcp::command_header> parse_event(std::span<const std::byte> datag
     return header;
 }
 
-bool latest_ids::insert(uint16_t id) {
+bool latest_ids::insert(uint16_t id, clock::time_point now) {
+    const auto forget_oldest = [this] {
+        known[ring[oldest].id] = false;
+        oldest = (oldest + 1) % ring.size();
+        --count;
+    };
+    while (count != 0 && now - ring[oldest].since > horizon) forget_oldest();
     if (known[id]) return false;
-    known[order[next]] = false;
+    if (count == ring.size()) forget_oldest();
     known[id] = true;
-    order[next] = id;
-    next = (next + 1) % order.size();
+    ring[(oldest + count++) % ring.size()] = {id, now};
     return true;
 }
 
-message_receiver::message_receiver(device_control& from, gige::udp_socket opened, event_function on_event)
-    : camera{from}, socket{std::move(opened)}, deliver{std::move(on_event)} {}
+message_receiver::message_receiver(device_control& from, gige::udp_socket opened, milliseconds repeated_for,
+                                   event_function on_event)
+    : camera{from}, socket{std::move(opened)}, deliver{std::move(on_event)}, seen{repeated_for} {}
 
 std::expected<std::unique_ptr<message_receiver>, std::error_code>
 message_receiver::open(device_control& camera, uint32_t local_address, event_function on_event) {
@@ -48,15 +59,21 @@ message_receiver::open(device_control& camera, uint32_t local_address, event_fun
     auto opened = gige::udp_socket::open({local_address, 0});
     if (!opened) return std::unexpected(opened.error());
     const uint16_t port = opened->local().port;
-    std::unique_ptr<message_receiver> receiver{new message_receiver{camera, std::move(*opened), std::move(on_event)}};
-    receiver->thread = std::thread{[self = receiver.get()] { self->run(); }};
     // Cameras that start with 0 send an event once and want no answer. What somebody has chosen stays.
-    for (const auto& [address, value] :
-         {std::pair{reg::message_timeout, wanted_timeout_ms}, std::pair{reg::message_retries, wanted_retries}}) {
+    const auto chosen = [&](uint32_t address, uint32_t wanted) {
         const auto now = camera.read_register(address);
         if (now && *now == 0)
-            (void)camera.write_register(address, value); // the events of a camera that refuses come once
-    }
+            (void)camera.write_register(address, wanted); // the events of a camera that refuses come once
+        return now && *now != 0 ? *now : wanted;
+    };
+    const uint64_t timeout = chosen(reg::message_timeout, wanted_timeout_ms);
+    const uint64_t tries = chosen(reg::message_retries, wanted_retries) + uint64_t{1};
+    const auto most = static_cast<uint64_t>(longest_memory.count());
+    const auto repeated_for = std::max(
+        shortest_memory, milliseconds{timeout > most || tries > most ? most : std::min(most, 2 * timeout * tries)});
+    std::unique_ptr<message_receiver> receiver{
+        new message_receiver{camera, std::move(*opened), repeated_for, std::move(on_event)}};
+    receiver->thread = std::thread{[self = receiver.get()] { self->run(); }};
     if (const auto error = camera.write_register(reg::message_address, local_address)) return std::unexpected(error);
     if (const auto error = camera.write_register(reg::message_port, port)) return std::unexpected(error);
     return receiver;
@@ -98,7 +115,8 @@ void message_receiver::receive_all() {
         }
         // Only what it wants acknowledged is sent again; other events may all have one id.
         const bool may_repeat = (header->flags & gvcp::flag::acknowledge) != 0;
-        if (!may_repeat || seen.insert(header->request_id)) deliver(datagram.first(gvcp::header_size + header->length));
+        if (!may_repeat || seen.insert(header->request_id, latest_ids::clock::now()))
+            deliver(datagram.first(gvcp::header_size + header->length));
     }
 }
 

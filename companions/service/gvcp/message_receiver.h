@@ -4,6 +4,7 @@
 #include "device_control.h"
 
 #include <bitset>
+#include <chrono>
 #include <vector>
 
 namespace gvcp_master {
@@ -11,16 +12,24 @@ namespace gvcp_master {
 // The header of an EVENT or EVENTDATA datagram with at least one record.
 [[nodiscard]] std::optional<gige::gvcp::command_header> parse_event(std::span<const std::byte> datagram);
 
-// The latest request ids, as many as a camera sends until it gives up repeating one: 8192 are some seconds of the
-// fastest. Far fewer than there are, so that an id is forgotten before it comes again by right.
+// Request ids for as long as a camera may repeat one: a camera that starts over sends the same ones again soon after.
+// At most 8192, far fewer than there are, so that an id is forgotten before it comes again by right at any rate.
 class latest_ids {
 public:
-    [[nodiscard]] bool insert(uint16_t id); // false for one that is there already
+    using clock = std::chrono::steady_clock;
+    explicit latest_ids(clock::duration repeated_for) : horizon{repeated_for} {}
+    [[nodiscard]] bool insert(uint16_t id, clock::time_point now); // false for one that is there already
 
 private:
+    struct entry {
+        uint16_t id{};
+        clock::time_point since{};
+    };
+    const clock::duration horizon;
     std::bitset<65536> known;
-    std::vector<uint16_t> order = std::vector<uint16_t>(8192); // a ring; 0 is no id
-    std::size_t next = 0;
+    std::vector<entry> ring = std::vector<entry>(8192);
+    std::size_t oldest = 0;
+    std::size_t count = 0;
 };
 
 class message_receiver {
@@ -35,7 +44,7 @@ public:
     ~message_receiver(); // closes the camera's channel, unless the camera is lost
 
 private:
-    message_receiver(device_control& from, gige::udp_socket opened, event_function on_event);
+    message_receiver(device_control& from, gige::udp_socket opened, milliseconds repeated_for, event_function on_event);
     void run();
     void receive_all();
 

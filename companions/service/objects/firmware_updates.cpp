@@ -1,7 +1,6 @@
 #include "firmware_updates.h"
 
 #include "../gvcp/device_control.h"
-#include "../gvcp/firmware_upload.h"
 
 #include <gds_helper/log.h>
 #include <gds_shared/gigecam_error.h>
@@ -23,6 +22,7 @@ using gds_shared::gigecam_errc;
 using gvcp_master::discovery;
 
 constexpr std::chrono::minutes longest_restart{2};
+constexpr std::chrono::minutes longest_installation{10}; // of one that goes on behind a lost session
 constexpr std::chrono::milliseconds scan_time{500};
 
 constexpr auto& logger = gds_helper::log::main_logger;
@@ -52,6 +52,12 @@ std::optional<std::string> firmware_updates::state(const std::string& interface_
     return std::nullopt;
 }
 
+void firmware_updates::forget(const std::string& interface_name, const std::string& device_id) {
+    const std::lock_guard guard{mutex};
+    for (auto& [mac, each] : updates)
+        if (each.device_id == device_id && each.interface_name == interface_name && !each.running) each.state.clear();
+}
+
 void firmware_updates::tell(uint64_t mac, const std::string& text, phase now) {
     std::string interface_name;
     {
@@ -66,18 +72,21 @@ void firmware_updates::tell(uint64_t mac, const std::string& text, phase now) {
 
 std::error_code firmware_updates::start(const std::string& interface_name, const std::string& device_id,
                                         const discovery::found_device& camera, std::span<const std::byte> bytes) {
+    std::ptrdiff_t others = 0;
     {
         // The place is taken first: two clients may ask at the same time.
         const std::lock_guard guard{mutex};
         auto& mine = updates[camera.mac];
         if (mine.running) return make_error_code(gigecam_errc::busy);
-        const auto running = std::ranges::count_if(updates, [](const auto& each) { return each.second.running; });
-        if (running >= static_cast<std::ptrdiff_t>(most_at_once))
-            return make_error_code(ipc_rpc::status::resource_exhausted);
+        others = std::ranges::count_if(updates, [](const auto& each) { return each.second.running; });
         if (mine.thread.joinable()) mine.thread.join(); // it has ended
         mine.running = true;
         mine.interface_name = interface_name;
         mine.device_id = device_id;
+    }
+    if (others >= static_cast<std::ptrdiff_t>(most_at_once)) {
+        tell(camera.mac, fmt::format("Refused: {} updates are under way already", others), phase::over);
+        return make_error_code(ipc_rpc::status::resource_exhausted);
     }
     try {
         return start_held(camera, bytes);
@@ -94,6 +103,8 @@ std::error_code firmware_updates::start_held(const discovery::found_device& came
         tell(camera.mac, "Refused: " + text, phase::over);
         return error;
     };
+    if (!camera.is_reachable())
+        return refuse("the camera cannot be reached", std::make_error_code(std::errc::host_unreachable));
     auto package = gvcp_master::read_firmware_package(bytes);
     if (!package) return refuse(package.error(), make_error_code(gigecam_errc::parsing_failed));
     if (package->model != camera.model || (!package->vendor.empty() && package->vendor != camera.vendor))
@@ -111,20 +122,26 @@ std::error_code firmware_updates::start_held(const discovery::found_device& came
     logger().info("Firmware {} for {}: {} bytes.", gige::printable(package->version), gige::to_string(camera.address),
                   package->image.size());
     tell(camera.mac, "Uploading: 0 %");
-    const auto update_camera = [this, mac = camera.mac](std::unique_ptr<gvcp_master::device_control> device,
-                                                        gvcp_master::firmware_package image) {
+    const auto update_camera = [this, camera](std::unique_ptr<gvcp_master::device_control> device,
+                                              gvcp_master::firmware_package image) {
+        const uint64_t mac = camera.mac;
+        const auto give_back = [&] { // before the state says that all is over
+            device.reset();
+            finder.control_given_back(mac);
+        };
         std::string text;
         try {
             const auto done =
                 gvcp_master::write_firmware(*device, image, stop, [&](const std::string& said) { tell(mac, said); });
-            device.reset(); // control is given back before the state says that all is over
+            give_back();
             image.image = {};
             text = done ? "Restarting" : "Failed: " + done.error();
             if (done) {
                 tell(mac, text);
-                text = await_restart(mac, image.version);
+                text = await_restart(camera, image, *done);
             }
         } catch (const std::exception&) { // memory; the service has other clients
+            give_back();
             text = "Failed: no memory";
         }
         logger().info("Firmware of camera {:012X}: {}", mac, gige::printable(text));
@@ -135,19 +152,51 @@ std::error_code firmware_updates::start_held(const discovery::found_device& came
     return {};
 }
 
-std::string firmware_updates::await_restart(uint64_t mac, const std::string& version) {
-    const auto give_up = clock::now() + longest_restart;
-    std::string seen;
+std::string firmware_updates::await_restart(const discovery::found_device& before,
+                                            const gvcp_master::firmware_package& package,
+                                            gvcp_master::install_command install) {
+    using gige::firmware::state;
+    const std::string& version = package.version;
+    const bool is_new = before.device_version != version;
+    const auto at_most = clock::now() + longest_installation;
+    auto give_up = clock::now() + longest_restart;
+    bool seen = false;
+    std::string where;
     do {
+        (void)finder.scan(scan_time, stop);
         if (stop.stop_requested()) return "Failed: the service ended before the camera was back";
-        (void)finder.scan(scan_time);
-        const auto camera = find_camera(finder, mac);
+        const auto camera = find_camera(finder, before.mac);
         if (!camera) continue;
-        seen = camera->device_version;
-        if (seen == version) return fmt::format("Finished: version {}", version);
+        const auto now = gvcp_master::read_firmware_state(*camera, package.registers, stop);
+        if (!now) {
+            // Another's control or another network may keep it from answering; what it says to all is proof, too, of
+            // a version that it did not have.
+            if (is_new && camera->device_version == version) return fmt::format("Finished: version {}", version);
+            where = camera->is_reachable()
+                        ? std::string{}
+                        : fmt::format("; it is at {}, where it cannot be reached", gige::to_string(camera->address));
+            continue;
+        }
+        seen = true;
+        switch (now->state) {
+        case state::refused:
+            return "Failed: the camera refuses the image";
+        case state::installing:
+            tell(before.mac, fmt::format("Installing: {} %", now->percent));
+            give_up = std::min(at_most, clock::now() + longest_restart);
+            break;
+        case state::idle:
+            if (now->version != version)
+                return fmt::format("Failed: the camera has version {}, not {}", now->version, version);
+            if (!is_new && install == gvcp_master::install_command::unanswered)
+                return fmt::format("Failed: the camera did not say whether it installs the image; it has version {}",
+                                   version);
+            return fmt::format("Finished: version {}", version);
+        default: // it is about to restart, or still waits for us
+            break;
+        }
     } while (clock::now() < give_up);
-    return seen.empty() ? "Failed: the camera did not come back"
-                        : fmt::format("Failed: the camera has version {}, not {}", seen, version);
+    return seen ? "Failed: the camera did not restart" : "Failed: the camera did not come back" + where;
 }
 
 } // namespace service

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "../gvcp/discovery.h"
+#include "../gvcp/firmware_upload.h"
 
 #include <functional>
 #include <map>
@@ -27,7 +28,8 @@ public:
 
     // Returns when the camera is held and the package fits it; the update then runs by itself. gigecam_errc::busy while
     // one runs for this camera, parsing_failed for a bad package, invalid_parameter for one that is not for this
-    // camera, the camera's own error when somebody else holds it. The state says more.
+    // camera, the camera's own error when somebody else holds it, std::errc::host_unreachable where it cannot be
+    // reached. The state says more, but for busy, which leaves the state of the one that runs.
     [[nodiscard]] std::error_code start(const std::string& interface_name, const std::string& device_id,
                                         const gvcp_master::discovery::found_device& camera,
                                         std::span<const std::byte> package);
@@ -36,6 +38,8 @@ public:
     // the latest update of the device that had this id then; nothing when there was none. A camera that restarts is
     // not listed for a while.
     [[nodiscard]] std::optional<std::string> state(const std::string& interface_name, const std::string& device_id);
+    // What is over is nobody's answer any more: an upload to this device was refused without being looked at.
+    void forget(const std::string& interface_name, const std::string& device_id);
 
 private:
     struct update {
@@ -48,7 +52,10 @@ private:
     // With the camera's place taken. May throw.
     [[nodiscard]] std::error_code start_held(const gvcp_master::discovery::found_device& camera,
                                              std::span<const std::byte> package);
-    [[nodiscard]] std::string await_restart(uint64_t mac, const std::string& version);
+    // What became of an image that the camera was told to install, from what it says itself.
+    [[nodiscard]] std::string await_restart(const gvcp_master::discovery::found_device& before,
+                                            const gvcp_master::firmware_package& package,
+                                            gvcp_master::install_command install);
     enum class phase { running, over };
     void tell(uint64_t mac, const std::string& text, phase now = phase::running);
 

@@ -30,9 +30,9 @@ using result_of_object = std::expected<registered_object, std::error_code>;
 template <class T>
 result_of_object hand_over(rpc_call_context& context, const char* class_name, std::shared_ptr<T> object) {
     object_entry entry = object_entry::owning(class_name, object);
-    if constexpr (std::is_same_v<T, device_object>) {
-        entry.on_end = [device = std::weak_ptr{object}] {
-            if (const auto live = device.lock()) live->abandon();
+    if constexpr (requires { object->abandon(); }) {
+        entry.on_end = [held = std::weak_ptr{object}] {
+            if (const auto live = held.lock()) live->abandon();
         };
     }
     object.reset();

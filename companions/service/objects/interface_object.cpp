@@ -50,8 +50,11 @@ uint32_t control_state_of(service_core& core, const client_session& session,
     return device.controlled ? ipc_rpc::control_state_held : 0;
 }
 
+// One that is near and has not answered anything but the search yet may still be behind a filter, or at an address
+// that this host's tables know as another's.
 ipc_rpc::reachable_status reachable_of(const gvcp_master::discovery::found_device& record) {
-    return record.is_reachable() ? ipc_rpc::reachable_status::reachable : ipc_rpc::reachable_status::unreachable;
+    if (!record.is_reachable()) return ipc_rpc::reachable_status::unreachable;
+    return record.answers ? ipc_rpc::reachable_status::reachable : ipc_rpc::reachable_status::discovered;
 }
 
 std::unexpected<std::error_code> no_such_device() {
@@ -65,7 +68,8 @@ interface_object::interface_object(std::shared_ptr<service_core> shared, std::sh
     : core(std::move(shared)),
       session(std::move(client)),
       name(std::move(interface_name)),
-      devices_changed(session->allocate()) {
+      devices_changed(session->allocate()),
+      on_stop(core->stop_token(), [this] { ending.request_stop(); }) {
     if (auto number = session->allocate()) messages = std::make_shared<message_box>(std::move(number));
     if (!is_complete()) return;
     core->watch_devices(name, devices_changed);
@@ -134,17 +138,26 @@ std::expected<uint32_t, std::error_code> interface_object::device_reachable(cons
 
 std::expected<void, std::error_code> interface_object::force_ip(uint64_t mac, uint32_t address, uint32_t mask,
                                                                 uint32_t gateway) const {
-    if (const auto error = force_address(*core, name, mac, address, mask, gateway)) return std::unexpected(error);
+    if (const auto error = force_address(*core, name, mac, address, mask, gateway, ending.get_token()))
+        return std::unexpected(error);
     return {};
 }
 
-std::vector<ipc_rpc::event_message> interface_object::take_messages() { return messages->take().messages; }
+std::vector<ipc_rpc::event_message> interface_object::take_messages() {
+    auto taken = messages->take();
+    if (taken.dropped != 0)
+        gds_helper::log::main_logger().warn("{} messages of {} were dropped before the client fetched the rest.",
+                                            taken.dropped, name);
+    return std::move(taken.messages);
+}
 
 std::expected<void, std::error_code> interface_object::upload_firmware(const std::string& id,
                                                                        std::span<const std::byte> package) const {
     const auto record = find_device(id);
-    if (!record) return no_such_device();
-    if (!record->is_reachable()) return std::unexpected(std::make_error_code(std::errc::host_unreachable));
+    if (!record) {
+        core->firmware().forget(name, id);
+        return no_such_device();
+    }
     if (const auto error = core->firmware().start(name, id, *record, package)) return std::unexpected(error);
     return {};
 }
@@ -159,7 +172,8 @@ std::expected<void, std::error_code> interface_object::execute(const std::string
                                                                const std::string& function) const {
     const auto record = find_device(id);
     if (!record) return no_such_device();
-    if (const auto error = run_address_function(*core, name, *record, function)) return std::unexpected(error);
+    if (const auto error = run_address_function(*core, name, *record, function, ending.get_token()))
+        return std::unexpected(error);
     return {};
 }
 

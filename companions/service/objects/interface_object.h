@@ -6,6 +6,8 @@
 #include <ipc_rpc/catalogue.h>
 
 #include <expected>
+#include <functional>
+#include <stop_token>
 #include <system_error>
 
 namespace service {
@@ -16,6 +18,9 @@ class interface_object final {
 public:
     interface_object(std::shared_ptr<service_core> shared, std::shared_ptr<client_session> client,
                      std::string interface_name);
+
+    // The client has gone: what still runs for it ends. Does not wait.
+    void abandon() noexcept { ending.request_stop(); }
 
     // False when the client has no notification numbers left for it.
     [[nodiscard]] bool is_complete() const noexcept { return devices_changed && messages; }
@@ -47,6 +52,8 @@ private:
     const std::string name;
     std::shared_ptr<client_session::number> devices_changed;
     std::shared_ptr<message_box> messages;
+    std::stop_source ending;                           // the client's end
+    std::stop_callback<std::function<void()>> on_stop; // or the service's
 };
 
 } // namespace service

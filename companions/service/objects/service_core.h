@@ -1,6 +1,7 @@
 // What all clients of the service share: discovery, configuration, and who is to be told of changes.
 #pragma once
 
+#include "address_turns.h"
 #include "client_session.h"
 #include "firmware_updates.h"
 #include "message_box.h"
@@ -75,8 +76,7 @@ public:
     void remove_holder(uint64_t mac, const client_session* session);
     [[nodiscard]] holder holder_of(uint64_t mac, const client_session* session);
 
-    // Held while a camera is given an address: two searches would find the same one free.
-    [[nodiscard]] std::mutex& address_turn() noexcept { return addresses; }
+    [[nodiscard]] address_turns& addresses() noexcept { return given_addresses; }
 
     [[nodiscard]] port_memory& ports() noexcept { return noted_ports; }
     // Ends what waits for cameras, now and later.
@@ -89,7 +89,7 @@ private:
     static void drop_expired(std::vector<watcher>& watchers);
 
     const options chosen;
-    std::mutex addresses;
+    address_turns given_addresses;
     std::mutex mutex; // guards what follows
     std::vector<watcher> interface_watchers;
     std::map<std::string, std::vector<watcher>> device_watchers;

@@ -134,8 +134,10 @@ std::expected<std::vector<uint32_t>, std::error_code> ask_by_kernel(const gige::
     std::array<std::byte, gige::gvcp::header_size> question;
     gige::gvcp::store_command(question.data(), {gige::gvcp::flag::acknowledge, gige::gvcp::command::discovery, 0, 1});
     for (const uint32_t target : candidates) {
-        // What nobody answers for stays in the kernel's queue until it gives up.
-        (void)socket->send({target, gige::gvcp::port}, question, {through.index, local_address});
+        // What nobody answers for stays in the kernel's queue until it gives up. An address that could not be asked for
+        // must not pass for one that nobody has.
+        const auto error = socket->send({target, gige::gvcp::port}, question, {through.index, local_address});
+        if (error && error != std::errc::host_unreachable) return std::unexpected(error);
     }
     for (auto left = rounds * round_time; left.count() > 0; left -= stop_slice) {
         if (stop.stop_requested()) return canceled();

@@ -73,6 +73,20 @@ TEST(gvcp_discovery, asks_given_addresses_without_looking_at_loopback) {
     EXPECT_FALSE(find(finder, asked->mac()));
 }
 
+// Several clients may ask for scans at the same time; a camera has its time to answer all the same.
+TEST(gvcp_discovery, scans_without_a_pause_lose_no_camera_sooner) {
+    const auto cam = start(small_camera(1));
+    discovery finder{{.networks = false,
+                      .addresses = {own_address(1)},
+                      .interval = std::chrono::minutes{10},
+                      .window = milliseconds{20}},
+                     {}};
+    ASSERT_TRUE(eventually([&] { return finder.scan(milliseconds{5000}) && find(finder, cam->mac()); }));
+    cam->set_silent(true);
+    for (int i = 0; i < 10; ++i) ASSERT_TRUE(finder.scan(milliseconds{5000}));
+    EXPECT_TRUE(find(finder, cam->mac()));
+}
+
 TEST(gvcp_discovery, force_ip_moves_a_camera_and_is_refused_in_use) {
     const auto cam = start(small_camera(1));
     {
@@ -85,7 +99,8 @@ TEST(gvcp_discovery, force_ip_moves_a_camera_and_is_refused_in_use) {
     EXPECT_TRUE(eventually([&] { return cam->address() == own_address(7); }));
     EXPECT_FALSE(force_ip(loopback(), cam->mac(), 0, 0, 0));
     EXPECT_TRUE(eventually([&] { return cam->address() == own_address(8); })) << "back to its persistent address";
-    EXPECT_EQ(force_ip(loopback(), 0x0200'0000'0001, own_address(9), 0, 0, milliseconds{100}), gigecam_errc::timeout);
+    EXPECT_EQ(force_ip(loopback(), 0x0200'0000'0001, own_address(9), 0, 0, {}, milliseconds{100}),
+              gigecam_errc::timeout);
 }
 
 TEST(gvcp_discovery, actions_reach_the_cameras_they_are_meant_for) {

@@ -301,6 +301,21 @@ TEST(scripted_camera, events_are_asked_for_with_retries_unless_somebody_chose) {
     }
 }
 
+TEST(scripted_camera, an_events_id_is_forgotten_with_time_and_beyond_what_is_kept) {
+    using std::chrono::seconds;
+    const latest_ids::clock::time_point start{};
+    latest_ids ids{seconds{2}};
+    EXPECT_TRUE(ids.insert(1, start));
+    EXPECT_TRUE(ids.insert(2, start + seconds{1}));
+    EXPECT_FALSE(ids.insert(1, start + seconds{2})) << "repeated";
+    EXPECT_TRUE(ids.insert(1, start + milliseconds{2001})) << "the camera began anew";
+    EXPECT_FALSE(ids.insert(2, start + milliseconds{2001}));
+    EXPECT_FALSE(ids.insert(1, start + seconds{4})) << "counted from the second time";
+    // At a rate at which they come round within the time.
+    const auto later = start + seconds{100};
+    for (int i = 0; i < 200'000; ++i) ASSERT_TRUE(ids.insert(static_cast<uint16_t>(i % 65535 + 1), later)) << i;
+}
+
 TEST(scripted_camera, events_count_once_and_from_the_camera_alone) {
     camera cam{own_address(1)};
     cam.set(boot::message_channel_count, 1);

@@ -231,6 +231,58 @@ TEST_F(Objects, EventsThatNobodyFetchesAreBoundedAndTheNewestStay) {
     EXPECT_TRUE(device->take_events().empty());
 }
 
+TEST_F(Objects, NobodysCameraIsMovedUnderHisHands) {
+    const auto cam = start(small_camera(1));
+    start_core({1}, {.networks = false, .loopback = true, .interval = milliseconds{50}, .window = milliseconds{25}});
+    const uint32_t address = cam->address();
+    std::string id;
+    for (const auto& each : one->list())
+        if (each.net_info.ip == address) id = each.id;
+    const auto all_are_refused = [&](const char* who) {
+        const auto refused_before = cam->stats().requests_refused;
+        const auto forced = one->interface.force_ip(cam->mac(), own_address(9), 0xFF000000, 0);
+        ASSERT_FALSE(forced) << who;
+        EXPECT_EQ(forced.error(), gigecam_errc::access_denied) << who;
+        for (const char* function :
+             {"IPConfigAssignFreeTemporaryIP", "IPConfigAssignFreePersistentIP", "IPConfigDHCPEnable"}) {
+            const auto done = one->interface.execute(id, function);
+            ASSERT_FALSE(done) << who << ' ' << function;
+            EXPECT_EQ(done.error(), gigecam_errc::access_denied) << who << ' ' << function;
+        }
+        EXPECT_EQ(cam->stats().requests_refused, refused_before) << "it did not have to refuse: " << who;
+        EXPECT_EQ(cam->address(), address);
+    };
+    {
+        const auto foreign = ::gvcp_master::open(*cam); // another host's, since the last search perhaps
+        ASSERT_TRUE(foreign);
+        all_are_refused("another host");
+    }
+    {
+        const auto device = other->open(address);
+        all_are_refused("another client of the service");
+    }
+    EXPECT_TRUE(one->interface.force_ip(cam->mac(), own_address(9), 0xFF000000, 0));
+}
+
+// It answers the search, and nothing yet that was sent to it alone.
+TEST_F(Objects, ACameraIsReachableWhenItHasAnswered) {
+    std::atomic<bool> answers = false;
+    scripted_camera cam{own_address(1), [&](scripted_camera&, const scripted_camera::request& got) {
+                            return got.is(gige::gvcp::command::read_reg, boot::privilege) && !answers;
+                        }};
+    start_core({1});
+    const auto status = [&] { return static_cast<ipc_rpc::reachable_status>(one->list().front().reachable_status); };
+    ASSERT_TRUE(core->discovery().scan(milliseconds{5000}));
+    EXPECT_EQ(status(), ipc_rpc::reachable_status::discovered);
+    EXPECT_EQ(one->interface.device_reachable(one->list().front().id).value_or(99), 0U);
+    const uint64_t changed = one->interface.service_info()->device_list_notification_id;
+    ASSERT_TRUE(eventually([&] { return (one->raised >> changed & 1) == 1; }));
+    one->raised = 0;
+    answers = true;
+    EXPECT_TRUE(eventually([&] { return status() == ipc_rpc::reachable_status::reachable; }));
+    EXPECT_TRUE(eventually([&] { return (one->raised >> changed & 1) == 1; })) << "the list has changed";
+}
+
 TEST_F(Objects, AfterForceIpTheListHasTheNewAddress) {
     const auto cam = start(small_camera(1));
     start_core({1}, {.networks = false,

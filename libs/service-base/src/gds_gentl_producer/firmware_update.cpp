@@ -116,6 +116,9 @@ void producer_interface_base::build_genicam_document_firmwareupdate(Util::GenApi
     describe(builder.add_category("FirmwareUpdate", {"FirmwareUpdatePackageFile", "FirmwareUpdatePackageSelectFile",
                                                      "FirmwareUpdateUpload", "FirmwareUpdateProgress"}),
              "Firmware Update", "Firmware Update Category");
+    describe(builder.add_category("FirmwareUpdateControl", {"FirmwareUpdate"}), "Firmware Update Control",
+             "Firmware Update Control Category");
+    builder.select("DeviceSelector", {"FirmwareUpdateProgress"});
 }
 
 } // namespace gds_producer
