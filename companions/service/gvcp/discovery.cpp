@@ -254,6 +254,7 @@ discovery::entry* discovery::home_of(const device_record& device, unsigned inter
 void discovery::take_discovery(const device_record& device, unsigned interface_index, uint16_t id) {
     entry* home = home_of(device, interface_index);
     if (home == nullptr) return;
+    const auto at = clock::now();
     found_device now{device};
     const auto& subnets = home->network.subnets;
     const auto net = std::ranges::find_if(subnets, [&](const auto& each) { return each.contains(device.address); });
@@ -270,7 +271,7 @@ void discovery::take_discovery(const device_record& device, unsigned interface_i
         }
         const auto place =
             std::ranges::lower_bound(home->devices, device.mac, {}, [](const heard& each) { return each.device.mac; });
-        known = home->devices.insert(place, {.device = now, .answered = id});
+        known = home->devices.insert(place, {.device = now, .there_since = at, .heard = at, .answered = id});
         home->changed = true;
         say(fmt::format("Found {} on {}{}: \"{}\" \"{}\", serial \"{}\"", gige::to_string(device.address),
                         home->network.name, now.reachable ? "" : " (unreachable: of another subnet)",
@@ -279,15 +280,18 @@ void discovery::take_discovery(const device_record& device, unsigned interface_i
         return;
     }
     known->misses = 0;
+    known->heard = at;
     if (std::exchange(known->answered, id) == id) return;
     const bool moved = known->device.address != now.address;
     now.controlled = known->device.controlled;
     now.answers = known->device.answers && !moved;
     now.shares_address = known->device.shares_address;
     if (known->device == now) return;
-    if (moved)
+    if (moved) {
+        known->there_since = at;
         say(fmt::format("{} on {} has become {}", gige::to_string(known->device.address), home->network.name,
                         gige::to_string(now.address)));
+    }
     known->device = now;
     home->changed = true;
     if (moved) ask_privilege(*known);
@@ -329,14 +333,14 @@ bool discovery::has_to_tell() const {
     return interfaces_changed || !changed_with_them.empty() || std::ranges::any_of(entries, &entry::changed);
 }
 
-// By what answered lately: one that was replaced at its address is listed for a while yet.
+// One that was replaced at its address is listed for a while yet, but has not answered since the other came.
 void discovery::mark_shared_addresses() {
     const std::lock_guard guard{mutex};
     for (auto& each : entries)
         for (auto& device : each.devices) {
             const bool shares = std::ranges::any_of(each.devices, [&](const heard& other) {
-                return &other != &device && other.device.address == device.device.address && other.misses <= 1 &&
-                       device.misses <= 1;
+                return &other != &device && other.device.address == device.device.address &&
+                       other.heard >= device.there_since && device.heard >= other.there_since;
             });
             if (std::exchange(device.device.shares_address, shares) == shares) continue;
             each.changed = true;

@@ -75,6 +75,8 @@ private:
         found_device device;
         unsigned misses = 0;
         clock::time_point silent_since{}; // the start of the first scan that was missed
+        clock::time_point there_since{};  // its first answer from its present address
+        clock::time_point heard{};        // its latest
         uint16_t answered = 0;            // the scan's id; the first answer to a scan counts
         uint16_t asked = 0;               // id of the question for the privilege, 0 when it is answered
     };

@@ -329,9 +329,10 @@ TEST(scripted_camera, events_count_once_and_from_the_camera_alone) {
     ASSERT_TRUE(receiver);
     const auto ours = gige::udp_socket::open({own_address(1), 0});
     const auto foreign = gige::udp_socket::open({own_address(2), 0});
-    const auto send = [&](const gige::udp_socket& by, uint16_t id, uint16_t length) {
+    const auto send = [&](const gige::udp_socket& by, uint16_t id, uint16_t length, bool repeats = true) {
         std::array<std::byte, gige::gvcp::header_size + 16> event{};
-        gige::gvcp::store_command(event.data(), {gige::gvcp::flag::acknowledge, command::event, length, id});
+        const uint8_t flags = repeats ? gige::gvcp::flag::acknowledge : 0;
+        gige::gvcp::store_command(event.data(), {flags, command::event, length, id});
         EXPECT_FALSE(by.send({own_address(250), static_cast<uint16_t>(cam.get(boot::message_port))},
                              std::span{event}.first(gige::gvcp::header_size + length)));
     };
@@ -339,10 +340,11 @@ TEST(scripted_camera, events_count_once_and_from_the_camera_alone) {
     send(*ours, 2, 12); // no whole record
     send(*ours, 3, 16);
     send(*ours, 3, 16);
+    for (int i = 0; i < 3; ++i) send(*ours, 5, 16, false); // of a camera that sends each once, all with one id
     send(*ours, 4, 16);
     EXPECT_TRUE(eventually([&] { return (delivered & 1U << 4) != 0; }));
-    EXPECT_EQ(delivered, 1U << 3 | 1U << 4);
-    EXPECT_EQ(calls, 2);
+    EXPECT_EQ(delivered, 1U << 3 | 1U << 4 | 1U << 5);
+    EXPECT_EQ(calls, 5);
     std::array<std::byte, 64> ack;
     gige::endpoint from;
     for (const uint16_t id : {3, 3, 4}) { // the repetition, too: its acknowledge was lost
