@@ -6,14 +6,16 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <stop_token>
 #include <system_error>
 
 namespace gvcp_master {
 
 // Gives the camera with this MAC an address until its next start; address 0 starts its own configuration again.
-// Repeated until acknowledged; gigecam_errc::timeout when nothing answers in time, access_denied when it is in use.
+// Repeated until acknowledged; gigecam_errc::timeout when nothing answers in time, access_denied when it is in use,
+// std::errc::operation_canceled when stopped.
 [[nodiscard]] std::error_code force_ip(const gige::network_interface& through, uint64_t mac, uint32_t address,
-                                       uint32_t mask, uint32_t gateway,
+                                       uint32_t mask, uint32_t gateway, std::stop_token stop = {},
                                        std::chrono::milliseconds timeout = std::chrono::milliseconds{2000});
 
 struct action_command {

@@ -57,11 +57,11 @@ std::vector<uint32_t> known_addresses(service_core& core, uint64_t but_of) {
 }
 
 std::error_code await_arrival(service_core& core, const std::string& interface_name, uint64_t mac, uint32_t address,
-                              std::chrono::milliseconds time) {
+                              std::chrono::milliseconds time, const std::stop_token& stop) {
     const auto give_up = clock::now() + time;
     do {
-        if (core.stop_token().stop_requested()) return std::make_error_code(std::errc::operation_canceled);
-        (void)core.discovery().scan(scan_time);
+        if (stop.stop_requested()) return std::make_error_code(std::errc::operation_canceled);
+        (void)core.discovery().scan(scan_time, stop);
         const auto camera = find_camera(core, interface_name, mac);
         if (camera && camera->address == address) return {};
     } while (clock::now() < give_up);
@@ -69,16 +69,19 @@ std::error_code await_arrival(service_core& core, const std::string& interface_n
 }
 
 std::error_code move(service_core& core, const discovery::found_interface& interface, uint64_t mac, uint32_t address,
-                     uint32_t mask, uint32_t gateway) {
+                     uint32_t mask, uint32_t gateway, const std::stop_token& stop) {
     const auto before = find_camera(core, interface.network.name, mac);
     if (before) core.discovery().may_move(before->address, address);
-    auto error = gvcp_master::force_ip(interface.network, mac, address, mask, gateway);
+    auto error = gvcp_master::force_ip(interface.network, mac, address, mask, gateway, stop);
     if (address == 0) return error;
     // One that moves before it answers, or whose answer is lost, has moved all the same.
-    if (error && error != make_error_code(gigecam_errc::timeout)) return error;
-    if (const auto arrived =
-            await_arrival(core, interface.network.name, mac, address, error ? unanswered_time : arrival_time)) {
-        if (!error) error = arrived;
+    const bool unanswered = error == make_error_code(gigecam_errc::timeout);
+    if (!error || unanswered) {
+        const auto time = unanswered ? unanswered_time : arrival_time;
+        const auto arrived = await_arrival(core, interface.network.name, mac, address, time, stop);
+        if (!arrived || !unanswered) error = arrived;
+    }
+    if (error) {
         logger().warn("Camera {:012X} did not come to {} on {}: {}", mac, gige::to_string(address),
                       interface.network.name, error.message());
         return error;
@@ -99,9 +102,9 @@ std::optional<wanted> parse(const std::string& name) {
 } // namespace
 
 std::error_code force_address(service_core& core, const std::string& interface_name, uint64_t mac, uint32_t address,
-                              uint32_t mask, uint32_t gateway) {
+                              uint32_t mask, uint32_t gateway, const std::stop_token& stop) {
     const std::lock_guard turn{core.address_turn()};
-    if (core.stop_token().stop_requested()) return std::make_error_code(std::errc::operation_canceled);
+    if (stop.stop_requested()) return std::make_error_code(std::errc::operation_canceled);
     const auto interface = find_interface(core, interface_name);
     if (!interface) return std::make_error_code(std::errc::no_such_device);
     const auto camera = find_camera(core, interface_name, mac);
@@ -113,22 +116,23 @@ std::error_code force_address(service_core& core, const std::string& interface_n
         const bool is_there = camera && camera->address == address && !camera->shares_address;
         if (!used && !is_there && net != subnets.end()) {
             const auto answered =
-                gvcp_master::addresses_in_use(interface->network, net->address, std::array{address}, core.stop_token());
+                gvcp_master::addresses_in_use(interface->network, net->address, std::array{address}, stop);
             if (!answered) return answered.error();
             used = !answered->empty();
         }
         if (used) return std::make_error_code(std::errc::address_in_use);
     }
-    return move(core, *interface, mac, address, mask, gateway);
+    return move(core, *interface, mac, address, mask, gateway, stop);
 }
 
 std::error_code run_address_function(service_core& core, const std::string& interface_name,
-                                     const discovery::found_device& asked_for, const std::string& name) {
+                                     const discovery::found_device& asked_for, const std::string& name,
+                                     const std::stop_token& stop) {
     const auto function = parse(name);
     if (!function) return std::make_error_code(std::errc::function_not_supported);
     // One after the other, or two searches would find the same address free.
     const std::lock_guard turn{core.address_turn()};
-    if (core.stop_token().stop_requested()) return std::make_error_code(std::errc::operation_canceled);
+    if (stop.stop_requested()) return std::make_error_code(std::errc::operation_canceled);
     const auto interface = find_interface(core, interface_name);
     // Whoever had the turn before may have moved it; at its old address another one may be by now.
     const auto latest = find_camera(core, interface_name, asked_for.mac);
@@ -143,14 +147,14 @@ std::error_code run_address_function(service_core& core, const std::string& inte
     gvcp_master::camera_address place{camera.address, camera.mask, camera.gateway, camera.local_address};
     if (*function != wanted::dhcp || !camera.is_reachable()) {
         const auto found = gvcp_master::find_free_address(interface->network, camera.mac, camera.address,
-                                                          known_addresses(core, camera.mac), core.stop_token());
+                                                          known_addresses(core, camera.mac), stop);
         if (!found) {
             logger().warn("No free address for camera {:012X} on {}: {}", camera.mac, interface_name,
                           found.error().message());
             return found.error();
         }
         place = *found;
-        if (const auto error = move(core, *interface, camera.mac, place.address, place.mask, place.gateway))
+        if (const auto error = move(core, *interface, camera.mac, place.address, place.mask, place.gateway, stop))
             return error;
     }
     if (*function == wanted::temporary) return {};
@@ -158,7 +162,7 @@ std::error_code run_address_function(service_core& core, const std::string& inte
     gvcp_master::device_control::options session;
     session.device = {place.address, gige::gvcp::port};
     session.local_address = place.local_address;
-    session.stop = core.stop_token();
+    session.stop = stop;
     const auto opened = gvcp_master::device_control::open(std::move(session));
     if (!opened) return opened.error();
     return *function == wanted::persistent

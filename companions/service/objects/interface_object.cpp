@@ -65,7 +65,8 @@ interface_object::interface_object(std::shared_ptr<service_core> shared, std::sh
     : core(std::move(shared)),
       session(std::move(client)),
       name(std::move(interface_name)),
-      devices_changed(session->allocate()) {
+      devices_changed(session->allocate()),
+      on_stop(core->stop_token(), [this] { abandon(); }) {
     if (auto number = session->allocate()) messages = std::make_shared<message_box>(std::move(number));
     if (!is_complete()) return;
     core->watch_devices(name, devices_changed);
@@ -134,7 +135,8 @@ std::expected<uint32_t, std::error_code> interface_object::device_reachable(cons
 
 std::expected<void, std::error_code> interface_object::force_ip(uint64_t mac, uint32_t address, uint32_t mask,
                                                                 uint32_t gateway) const {
-    if (const auto error = force_address(*core, name, mac, address, mask, gateway)) return std::unexpected(error);
+    if (const auto error = force_address(*core, name, mac, address, mask, gateway, ending.get_token()))
+        return std::unexpected(error);
     return {};
 }
 
@@ -159,7 +161,8 @@ std::expected<void, std::error_code> interface_object::execute(const std::string
                                                                const std::string& function) const {
     const auto record = find_device(id);
     if (!record) return no_such_device();
-    if (const auto error = run_address_function(*core, name, *record, function)) return std::unexpected(error);
+    if (const auto error = run_address_function(*core, name, *record, function, ending.get_token()))
+        return std::unexpected(error);
     return {};
 }
 

@@ -6,6 +6,8 @@
 #include <ipc_rpc/catalogue.h>
 
 #include <expected>
+#include <functional>
+#include <stop_token>
 #include <system_error>
 
 namespace service {
@@ -38,6 +40,9 @@ public:
                                                                    uint32_t group_mask, bool scheduled, uint64_t time,
                                                                    uint32_t flags, bool all_interfaces) const;
 
+    // The client has gone: what still waits for a camera to move ends. Does not wait.
+    void abandon() noexcept { ending.request_stop(); }
+
 private:
     [[nodiscard]] std::optional<gvcp_master::discovery::found_interface> current() const;
     [[nodiscard]] std::optional<gvcp_master::discovery::found_device> find_device(const std::string& id) const;
@@ -47,6 +52,8 @@ private:
     const std::string name;
     std::shared_ptr<client_session::number> devices_changed;
     std::shared_ptr<message_box> messages;
+    std::stop_source ending;
+    const std::stop_callback<std::function<void()>> on_stop; // of the service, which ends the same
 };
 
 } // namespace service
