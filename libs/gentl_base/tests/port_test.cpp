@@ -1,8 +1,8 @@
 // The modules' own documents, read as a consumer reads them: through the port functions only.
+#include "../../genicam_lib/tests/log_capture.h"
 #include "fake_modules.h"
 
 #include <GenICam/IGenICamDoc.h>
-#include <GenICam/log.h>
 
 #include <pugixml.hpp>
 
@@ -53,17 +53,6 @@ private:
     void* handle;
 };
 
-class log_counter final : public GenICam::ILogSink {
-public:
-    log_counter() { GenICam::set_log_sink(this); }
-    ~log_counter() override { GenICam::set_log_sink(nullptr); }
-    bool is_enabled(int) const noexcept override { return true; }
-    void write(int level, std::string_view text, const std::source_location&) override {
-        if (level <= 1) lines.emplace_back(text);
-    }
-    std::vector<std::string> lines;
-};
-
 bool can_read(const GenICam::INode& node) {
     return node.is_implemented() && node.is_available() && node.get_access_mode() != GenICam::Access_t::WO;
 }
@@ -76,7 +65,7 @@ TEST(ModulePort, DocumentsAreSoundAndEveryFeatureReadsThroughTheEngine) {
         {chain.tl, "TLPort"}, {chain.iface, "InterfacePort"}, {chain.dev, "DevicePort"}, {chain.ds, "StreamPort"}};
     for (const auto& [handle, port_name] : modules) {
         SCOPED_TRACE(port_name);
-        log_counter log;
+        GenICam::testing::log_capture log;
         const std::string text = document_of(handle);
         pugi::xml_document xml;
         ASSERT_TRUE(xml.load_buffer(text.data(), text.size()));
