@@ -79,7 +79,8 @@ std::error_code move(service_core& core, const discovery::found_interface& inter
     if (!error || unanswered) {
         const auto time = unanswered ? unanswered_time : arrival_time;
         const auto arrived = await_arrival(core, interface.network.name, mac, address, time, stop);
-        if (!arrived || !unanswered) error = arrived;
+        // That it did not even answer says more.
+        if (!unanswered || arrived != make_error_code(gigecam_errc::device_unreachable)) error = arrived;
     }
     if (error) {
         logger().warn("Camera {:012X} did not come to {} on {}: {}", mac, gige::to_string(address),
