@@ -1,28 +1,15 @@
 // The modules of the real library describe themselves to a consumer that knows only the standard.
+#include "../libs/genicam_lib/tests/log_capture.h"
 #include "bench.h"
 #include "document_rules.h"
-
-#include <GenICam/log.h>
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <source_location>
 
 using bench::test_bench;
 
 namespace {
-
-class log_counter final : public GenICam::ILogSink {
-public:
-    log_counter() { GenICam::set_log_sink(this); }
-    ~log_counter() override { GenICam::set_log_sink(nullptr); }
-    bool is_enabled(int) const noexcept override { return true; }
-    void write(int level, std::string_view text, const std::source_location&) override {
-        if (level <= 1) lines.emplace_back(text);
-    }
-    std::vector<std::string> lines;
-};
 
 // Writes back what was read; the error's text, or nothing.
 std::string write_back(GenICam::INode& node) {
@@ -57,7 +44,7 @@ TEST(Documents, EveryFeatureOfEveryModuleReadsAndWrites) {
                                                      {camera.stream->get(), "stream"}};
     for (const auto& [port, name] : modules) {
         SCOPED_TRACE(name);
-        log_counter log;
+        GenICam::testing::log_capture log;
         const cli::node_map nodes{*camera.lib, port};
         size_t read = 0;
         for (GenICam::INode* feature : nodes.document().get_root_features()) {

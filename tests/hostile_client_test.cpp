@@ -47,12 +47,7 @@ protected:
         start(std::move(options));
         own->start_service();
     }
-    std::unique_ptr<raw_client> connect() {
-        auto made = std::make_unique<raw_client>(own->folder());
-        made->announce();
-        made->open_queues();
-        return made;
-    }
+    std::unique_ptr<raw_client> connect() { return std::make_unique<raw_client>(own->folder(), "raw"); }
     // A bystander that is served.
     void expect_served() {
         auto other = connect();
@@ -134,22 +129,6 @@ TEST_F(Hostile, MemoryTakenAwayEndsThatClientAlone) {
         EXPECT_TRUE(client->dropped());
         expect_served();
     }
-}
-
-TEST_F(Hostile, ASettingsBlockTakenAwayHurtsNobody) {
-    start_with_camera();
-    auto client = connect();
-    const uint64_t device = open_camera(*client, 2);
-    const auto info = client->call(device, "get_device_service_info");
-    ASSERT_TRUE(info);
-    const std::string name = info->bytes.substr(8 + 24 + 20 + 4);
-    const int file = shm_open(name.c_str(), O_RDWR, 0);
-    ASSERT_GE(file, 0) << name;
-    ASSERT_EQ(ftruncate(file, 0), 0);
-    close(file);
-    EXPECT_TRUE(client->close_object(device));
-    expect_served();
-    EXPECT_TRUE(camera_is_free());
 }
 
 TEST_F(Hostile, WhatNoClientSendsEndsItsConnection) {
@@ -459,6 +438,51 @@ TEST_F(Hostile, EverySignalEndsItWhateverItsClientsDo) {
     }
 }
 
+// A camera that does not come is waited for, seconds long: until its client has gone, or the service ends.
+TEST_F(Hostile, NobodyWaitsForACameraThatDoesNotComeWhenNobodyWantsIt) {
+    start();
+    own->add_camera(0);
+    own->start_logged_service();
+    const auto ear = gige::udp_socket::open({0x7FFFFFFF, gige::gvcp::port}, gige::udp_socket::sharing::shared);
+    ASSERT_TRUE(ear);
+    for (const bool whole_service : {false, true}) {
+        auto client = connect();
+        const uint64_t service = client->object(0, "create_service_instance");
+        const auto list = client->call(service, "enum_interfaces");
+        const std::string id = list->bytes.substr(16, list->at<uint32_t>(12));
+        const uint64_t interface = client->object(service, "open_interface", wire_bytes{}.put_text(id).str());
+        ASSERT_NE(interface, 0U);
+        const auto nobody = static_cast<uint32_t>(getpid()) << 1 | (whole_service ? 1U : 0U); // a MAC
+        ASSERT_TRUE(client->send_call(interface, "send_force_ip",
+                                      wire_bytes{}
+                                          .put(uint64_t{nobody})
+                                          .put(*gige::parse_address(own->camera_address(9)))
+                                          .put(uint32_t{0xFF000000})
+                                          .put(uint32_t{0})
+                                          .str()));
+        std::array<std::byte, 600> datagram{};
+        gige::endpoint from;
+        EXPECT_TRUE(eventually([&] { // other tests' are heard, too
+            return ear->receive(datagram, from) && gige::load16(&datagram[2]) == 0x0004 &&
+                   gige::load32(&datagram[12]) == nobody;
+        }));
+        const auto left = names();
+        if (whole_service) {
+            own->service().signal(SIGTERM);
+            EXPECT_EQ(own->service().wait(), 0);
+            for (const std::string& name : left) EXPECT_FALSE(std::filesystem::exists("/dev/shm/" + name)) << name;
+        } else {
+            client->close_socket();
+        }
+        char said[64];
+        std::snprintf(said, sizeof said, "Camera %012X did not come to ", nobody);
+        ASSERT_TRUE(eventually([&] { return own->logged().find(said) != std::string::npos; })) << said;
+        const std::string log = own->logged();
+        const auto line = log.substr(log.find(said));
+        EXPECT_NE(line.substr(0, line.find('\n')).find(": Operation canceled"), std::string::npos) << line;
+    }
+}
+
 TEST_F(Hostile, ABusErrorThatIsNoClientsEndsIt) {
     start_service_alone();
     own->service().signal(SIGBUS);
@@ -506,15 +530,11 @@ TEST_F(Hostile, TwoUsersOfAGroupAreKeptApart) {
               98)
         << "not in the group";
 
-    raw_client root{own->folder()};
-    root.announce();
-    root.open_queues();
+    raw_client root{own->folder(), "root"};
     // The first user's queues are its own alone, and the second's attempts at the first's fail.
     EXPECT_EQ(as_user(one, gid,
                       [&] {
-                          raw_client mine{own->folder()};
-                          mine.announce();
-                          mine.open_queues();
+                          raw_client mine{own->folder(), "mine"};
                           for (int part = 0; part < raw_client::parts; ++part) {
                               struct stat owned {};
                               if (fstat(mine.descriptor(static_cast<raw_client::part>(part)), &owned) != 0) return 1;
@@ -536,9 +556,7 @@ TEST_F(Hostile, TwoUsersOfAGroupAreKeptApart) {
               0);
     EXPECT_EQ(as_user(other, gid,
                       [&] {
-                          raw_client mine{own->folder()};
-                          mine.announce();
-                          mine.open_queues();
+                          raw_client mine{own->folder(), "mine"};
                           return mine.object(0, "create_service_instance") != 0 ? 0 : 1;
                       }),
               0);

@@ -32,4 +32,5 @@ TEST(IndependentCamera, IsFoundReadAndGrabbed) {
     EXPECT_EQ(result["frames_incomplete"], 0) << result;
     EXPECT_EQ(result["width"], 512) << result;
     EXPECT_EQ(result["height"], 256) << result;
+    EXPECT_GE(result["packet_size"], 576) << "its document does not name it: " << result;
 }

@@ -1,31 +1,21 @@
 // A client of the service that is none of ours: it speaks the protocol by its numbers, and stops where it likes.
 #pragma once
 
+#include "../libs/service-base/tests/support.h"
+
 #include <semaphore.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <optional>
 #include <span>
 #include <string>
-#include <thread>
 
 namespace bench {
 
-// Waits for it, 20 s at most.
-template <class Condition>
-bool eventually(Condition&& condition) {
-    using namespace std::chrono_literals;
-    const auto deadline = std::chrono::steady_clock::now() + 20s;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() >= deadline) return false;
-        std::this_thread::sleep_for(10ms);
-    }
-    return true;
-}
+using test_support::eventually;
 
 // A parameter or result block.
 class wire_bytes final {
@@ -67,18 +57,17 @@ public:
 
     // To the only socket in the folder; throws when nobody lets it in.
     explicit raw_client(const std::filesystem::path& folder);
+    // Announced, its queues open.
+    raw_client(const std::filesystem::path& folder, const std::string& name) : raw_client(folder) {
+        announce(name);
+        open_queues();
+    }
     ~raw_client();
     raw_client(const raw_client&) = delete;
     raw_client& operator=(const raw_client&) = delete;
 
     void announce(const std::string& name = "raw");
     void open_queues();
-    // All of the above at once.
-    static raw_client& ready(raw_client& made) {
-        made.announce();
-        made.open_queues();
-        return made;
-    }
 
     // A call's first packet, with `size` as its full size; false when the service takes no more.
     bool start_call(uint64_t handle, const std::string& function, const std::string& chunk, uint64_t size,

@@ -34,10 +34,7 @@ class Said : public testing::Test {
 protected:
     bench::test_bench own{{"--log-level", "0"}};
     std::unique_ptr<raw_client> connect(const std::string& name = "raw") {
-        auto made = std::make_unique<raw_client>(own.folder());
-        made->announce(name);
-        made->open_queues();
-        return made;
+        return std::make_unique<raw_client>(own.folder(), name);
     }
 };
 
@@ -64,6 +61,8 @@ TEST_F(Said, WhatIsWrongWithOptionsAndFiles) {
         {"ORV_GENTL_GEV_PROP_INIT=" + broken + ' ' + ends,
          {"Settings file '" + broken + "' is not used, it is no JSON"}},
         {"ORV_GENTL_GEV_DEBUG_FILE=" + broken + "/log " + ends, {"Failed to open log file '" + broken + "/log'"}},
+        {"ORV_GENTL_GEV_DEBUG_FILE=" + own.folder().string() + "/none/log " + service + "--group no-such-group",
+         {"there is no folder '" + own.folder().string() + "/none'", "There is no group"}},
         {ORV_BIN_DIR "/orv-gev-camera-sim --address " + own.camera_address(0), {"is there a camera already?"}},
         {camera + "--frame-rate 0", {"--frame-rate"}},
         {camera + "--loss 2", {"--loss"}},
@@ -124,9 +123,7 @@ TEST_F(Said, WhatWasAskedForACameraIsGivenUpWithItsClient) {
 
 TEST_F(Said, NamesStayOnTheirLineOfTheLog) {
     own.start_logged_service();
-    raw_client client{own.folder()};
-    client.announce("evil\n[forged] line \x1b[31m");
-    client.open_queues();
+    raw_client client{own.folder(), "evil\n[forged] line \x1b[31m"};
     static_cast<void>(client.call(0, "no\x1b[31mfunction\n[forged]"));
     client.close_socket();
     std::string log;
@@ -150,9 +147,7 @@ TEST_F(Said, LinesThatItCausesAreBoundedAndCounted) {
     client.reset();
     EXPECT_TRUE(eventually([&] { return own.logged().find("were left out") != std::string::npos; }));
     for (int i = 0; i < 400; ++i) { // or each would begin anew
-        raw_client fleeting{own.folder()};
-        fleeting.announce();
-        fleeting.open_queues();
+        raw_client fleeting{own.folder(), "fleeting"};
         ask(fleeting, 1);
     }
     const std::string log = own.logged();

@@ -1,6 +1,7 @@
 // Service and cameras of this process at the two ends of a cable, for what only real broadcasts show.
 #pragma once
 
+#include "../libs/service-base/tests/support.h"
 #include "two_hosts.h"
 
 #include <camera_sim/camera.h>
@@ -21,15 +22,7 @@ namespace bench {
 using gvcp_master::discovery;
 using std::chrono::milliseconds;
 
-template <class F>
-[[nodiscard]] bool eventually(F condition) {
-    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds{10};
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > until) return false;
-        std::this_thread::sleep_for(milliseconds{5});
-    }
-    return true;
-}
+using test_support::eventually;
 
 class ServiceNetwork : public testing::Test {
 protected:

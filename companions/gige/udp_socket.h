@@ -9,7 +9,6 @@
 #include <optional>
 #include <span>
 #include <string>
-#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -25,8 +24,6 @@ struct endpoint {
 [[nodiscard]] std::string to_string(uint32_t address);
 [[nodiscard]] std::string to_string(const endpoint& at);
 [[nodiscard]] std::optional<uint32_t> parse_address(const std::string& text);
-// What a stranger calls himself, fit for a log: all but printable ASCII as "\xNN".
-[[nodiscard]] std::string printable(std::string_view text);
 
 // Owns one descriptor. Sends block, receives never do. One thread receives; any number may send.
 class udp_socket {

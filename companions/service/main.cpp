@@ -76,8 +76,9 @@ int run(const program_options& given) {
         gds_shared::make_property_chain(product, std::filesystem::read_symlink("/proc/self/exe").parent_path());
     gds_shared::log_init(*settings, logging, true);
     apply_log_options();
-    // Once more, at the level asked for: a file that cannot be written is said, one that is open stays.
-    logging.set_file(gds_helper::read_string_or(*settings, "service_log_file", ""));
+    // Whatever the level: who asked for the file would look for it in vain.
+    if (const auto& problem = logging.file_problem(); !problem.empty())
+        fmt::print(stderr, "orv-gentl-gev-service: {}\n", problem);
 
     // Before any thread: they all leave the signals to the wait below.
     const service::termination end;

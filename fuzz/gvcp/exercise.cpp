@@ -1,5 +1,6 @@
 #include "exercise.h"
 
+#include <gds_helper/printable.h>
 #include <gvcp/device_document.h>
 #include <gvcp/device_record.h>
 #include <gvcp/firmware_package.h>
@@ -31,7 +32,8 @@ void exercise_ack(std::span<const std::byte> datagram) {
     require(device.has_value() == (body.size() >= gige::gvcp::discovery_size));
     if (!device) return;
     require(device->mac >> 48 == 0 && device->vendor.size() <= 32 && device->user_name.size() <= 16);
-    for (const char each : gige::printable(device->vendor + device->user_name)) require(each >= ' ' && each <= '~');
+    for (const char each : gds_helper::printable(device->vendor + device->user_name))
+        require(each >= ' ' && each <= '~');
 }
 
 void exercise_url(std::span<const std::byte> text) {

@@ -12,7 +12,6 @@
 #include <atomic>
 #include <bit>
 #include <cmath>
-#include <set>
 
 namespace {
 
@@ -27,7 +26,6 @@ camera_options small(uint32_t n) {
     options.address = own_address(n);
     options.sensor_width = 320;
     options.sensor_height = 240;
-    options.user_name = "left";
     return options;
 }
 
@@ -40,27 +38,6 @@ std::unique_ptr<camera> start(camera_options options) {
     auto started = camera::start(std::move(options));
     EXPECT_TRUE(started) << started.error().message();
     return std::move(*started);
-}
-
-TEST(camera_control, answers_discovery_by_unicast_and_by_broadcast) {
-    const auto one = start(small(1));
-    const auto two = start(small(2));
-    test_client client{one->address()};
-    client.send(command::discovery, {});
-    const auto got = client.receive_reply();
-    ASSERT_TRUE(got);
-    ASSERT_EQ(got->body.size(), gige::gvcp::discovery_size);
-    EXPECT_EQ(gige::load32(&got->body[boot::current_address]), one->address());
-    EXPECT_STREQ(reinterpret_cast<const char*>(&got->body[boot::user_name]), "left");
-
-    EXPECT_FALSE(client.control.allow_broadcast());
-    client.send(command::discovery, {}, 0x11, 0, 0x7FFFFFFF);
-    std::set<uint32_t> answered;
-    while (answered.count(one->address()) + answered.count(two->address()) < 2) {
-        const auto each = client.receive_reply();
-        ASSERT_TRUE(each) << "only " << answered.size() << " answers";
-        answered.insert(gige::load32(&each->body[boot::current_address]));
-    }
 }
 
 TEST(camera_control, status_values_of_bad_requests) {
@@ -149,33 +126,6 @@ TEST(camera_control, pending_ack_comes_first) {
     ASSERT_TRUE(got);
     EXPECT_EQ(got->header.code, command::read_reg_ack);
     EXPECT_EQ(got->header.request_id, client.next_id);
-}
-
-TEST(camera_control, events_are_repeated_until_acknowledged) {
-    const auto cam = start(small(1));
-    test_client client{cam->address()};
-    ASSERT_EQ(client.write(boot::privilege, bits::control), status::success);
-    ASSERT_EQ(client.write(boot::message_address, client.stream.local().address), status::success);
-    ASSERT_EQ(client.write(boot::message_timeout, 50), status::success);
-    ASSERT_EQ(client.write(boot::message_retries, 5), status::success);
-    ASSERT_EQ(client.write(boot::message_port, client.stream.local().port), status::success);
-    ASSERT_EQ(client.write(reg::event_notification, 1), status::success);
-    ASSERT_EQ(client.write(reg::test_event, 1), status::success);
-    const auto first = client.receive(client.stream);
-    const auto again = client.receive(client.stream);
-    ASSERT_TRUE(first && again);
-    EXPECT_EQ(*first, *again) << "same request id";
-    const auto header = gige::gvcp::parse_command(*first);
-    ASSERT_TRUE(header);
-    EXPECT_EQ(header->code, command::event_data);
-    EXPECT_EQ(gige::load16(&(*first)[10]), 0x9000U);
-    std::array<std::byte, 8> ack;
-    gige::gvcp::store_ack(ack.data(), {status::success, command::event_data_ack, 0, header->request_id});
-    ASSERT_FALSE(
-        client.stream.send({cam->address(), static_cast<uint16_t>(client.read(boot::message_source_port))}, ack));
-    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds{5};
-    while (cam->stats().events_acknowledged == 0 && std::chrono::steady_clock::now() < until) ::usleep(1000);
-    EXPECT_EQ(cam->stats().events_acknowledged, 1U);
 }
 
 TEST(camera_control, an_extended_event_tells_its_size) {
@@ -285,37 +235,6 @@ TEST(camera_control, the_discovery_delay_holds_back_the_answer_to_a_search) {
         overtaken += second->header.request_id == id ? 1 : 0;
     }
     EXPECT_GT(overtaken, 0);
-}
-
-TEST(camera_control, force_ip_moves_the_camera_and_persistent_ip_survives_a_reset) {
-    auto options = small(1);
-    options.reboot_ms = 20;
-    const auto cam = start(options);
-    test_client client{cam->address()};
-    std::vector<std::byte> body(gige::gvcp::force_ip_size);
-    gige::store16(&body[2], static_cast<uint16_t>(cam->mac() >> 32));
-    gige::store32(&body[4], static_cast<uint32_t>(cam->mac()));
-    gige::store32(&body[20], own_address(9));
-    gige::store32(&body[36], 0xFF000000);
-    client.send(command::force_ip, body);
-    ASSERT_TRUE(client.receive_reply());
-    // The acknowledge leaves from the old address, in front of the change.
-    for (int i = 0; i < 2000 && cam->address() != own_address(9); ++i) ::usleep(1000);
-    client.camera_address = own_address(9);
-    EXPECT_EQ(client.read(boot::current_address), own_address(9));
-
-    ASSERT_EQ(client.write(boot::privilege, bits::control), status::success);
-    ASSERT_EQ(client.write(boot::persistent_address, own_address(10)), status::success);
-    ASSERT_EQ(client.write(boot::ip_config_current, bits::ip_persistent | bits::ip_link_local), status::success);
-    ASSERT_EQ(client.write(reg::device_reset, 1), status::success);
-    client.camera_address = own_address(10);
-    std::optional<test_client::reply> got;
-    for (int i = 0; i < 200 && !got; ++i) {
-        client.send(command::read_reg, test_client::words({boot::privilege}));
-        got = client.receive_reply(50);
-    }
-    ASSERT_TRUE(got) << "not back from the reset";
-    EXPECT_EQ(gige::load32(got->body.data()), 0U);
 }
 
 TEST(camera_control, document_keeps_the_rules_of_the_standard) {

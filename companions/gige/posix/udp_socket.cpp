@@ -48,17 +48,6 @@ std::optional<uint32_t> parse_address(const std::string& text) {
     return ntohl(address.s_addr);
 }
 
-std::string printable(std::string_view text) {
-    std::string result;
-    for (const char each : text) {
-        if (each >= ' ' && each <= '~' && each != '\\')
-            result += each;
-        else
-            result += fmt::format("\\x{:02X}", static_cast<unsigned char>(each));
-    }
-    return result;
-}
-
 udp_socket::~udp_socket() { close(); }
 
 void udp_socket::close() noexcept {

@@ -24,15 +24,15 @@ std::expected<gige::udp_socket, std::error_code> open_socket() {
     return opened;
 }
 
-// Calls `use(ack, sender)` for each acknowledge until it returns true or the time is up.
-void receive_acks(const gige::udp_socket& socket, clock::time_point until, auto use) {
-    const std::array handles{socket.native()};
+// Calls `use(ack)` for each acknowledge until it returns true, the time is up or the waker is awake.
+void receive_acks(const gige::udp_socket& socket, const gige::waker& stopped, clock::time_point until, auto use) {
+    const std::array handles{socket.native(), stopped.native()};
     std::array<std::byte, gvcp::max_datagram + 64> buffer;
-    while (gige::wait_readable(handles, until) != 0) {
+    while (gige::wait_readable(handles, until) == 1) {
         gige::endpoint from;
         if (const auto size = socket.receive(buffer, from)) {
             const auto ack = gvcp::parse_ack(std::span{buffer}.first(*size));
-            if (ack && use(*ack, from)) return;
+            if (ack && use(*ack)) return;
         }
         if (clock::now() >= until) return;
     }
@@ -63,6 +63,8 @@ std::error_code force_ip(const gige::network_interface& through, uint64_t mac, u
     gige::store32(body + 36, mask);
     gige::store32(body + 52, gateway);
 
+    const gige::waker stopped;
+    const std::stop_callback on_stop{stop, [&] { stopped.wake(); }};
     const auto give_up = clock::now() + timeout;
     std::error_code result = make_error_code(gigecam_errc::timeout);
     bool answered = false;
@@ -80,8 +82,8 @@ std::error_code force_ip(const gige::network_interface& through, uint64_t mac, u
             if (!through.loopback) send(0xFFFFFFFF, net);
         }
         if (!sent) return failed;
-        receive_acks(*socket, std::min(give_up, clock::now() + std::chrono::milliseconds{500}),
-                     [&](const gvcp::ack_header& ack, const gige::endpoint&) {
+        receive_acks(*socket, stopped, std::min(give_up, clock::now() + std::chrono::milliseconds{500}),
+                     [&](const gvcp::ack_header& ack) {
                          if (ack.request_id != id || ack.code != gvcp::command::force_ip_ack) return false;
                          result =
                              ack.result == gvcp::status::success

@@ -119,25 +119,20 @@ control_channel::turn::transact(gvcp::command code, std::span<const std::byte> b
         if (const auto error = channel.socket.send(channel.peer, sent); error && error != std::errc::connection_refused)
             return std::unexpected(error);
         auto resend = std::min(give_up, clock::now() + channel.times.attempt);
-        for (;;) {
+        do {
             const bool waits_for_callers = clock::now() >= overdue;
             const auto until = waits_for_callers ? resend : std::min(resend, overdue);
             const auto ready = gige::wait_readable(std::array{channel.socket.native(), channel.cancelled.native(),
                                                               waits_for_callers ? channel.called.native() : -1},
                                                    until);
-            if (ready == 0 && until == resend) break;
-            if (ready == 0) continue;
             if (ready & 2) return std::unexpected(std::make_error_code(std::errc::operation_canceled));
             if (ready & 4) return std::unexpected(std::make_error_code(std::errc::resource_unavailable_try_again));
-            // However many answers of the right id come that end nothing.
-            if (clock::now() >= at_most) return std::unexpected(make_error_code(gigecam_errc::timeout));
+            if (ready == 0) continue;
             gige::endpoint from;
             const auto size = channel.socket.receive(buffer, from);
             const auto ack = size ? gvcp::parse_ack(std::span{buffer}.first(*size)) : std::nullopt;
-            if (!ack || from != channel.peer || ack->request_id != id) { // perhaps a late answer to an earlier request
-                if (clock::now() >= resend) break;                       // however many come
-                continue;
-            }
+            // Perhaps a late answer to an earlier request.
+            if (!ack || from != channel.peer || ack->request_id != id) continue;
             channel.answered_at = clock::now().time_since_epoch().count();
             const auto content = std::span{buffer}.subspan(gvcp::header_size, ack->length);
             if (ack->code == gvcp::command::pending_ack) {
@@ -152,7 +147,7 @@ control_channel::turn::transact(gvcp::command code, std::span<const std::byte> b
             if (ack->code != expected_code) continue;
             std::copy_n(content.begin(), std::min(content.size(), answer.size()), answer.begin());
             return content.size();
-        }
+        } while (clock::now() < resend); // however many come that end nothing
         if (clock::now() >= give_up) return std::unexpected(make_error_code(gigecam_errc::timeout));
     }
 }

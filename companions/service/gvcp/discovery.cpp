@@ -1,5 +1,7 @@
 #include "discovery.h"
 
+#include <gds_helper/printable.h>
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -275,7 +277,8 @@ void discovery::take_discovery(const device_record& device, unsigned interface_i
         home->changed = true;
         say(fmt::format("Found {} on {}{}: \"{}\" \"{}\", serial \"{}\"", gige::to_string(device.address),
                         home->network.name, now.reachable ? "" : " (unreachable: of another subnet)",
-                        gige::printable(device.vendor), gige::printable(device.model), gige::printable(device.serial)));
+                        gds_helper::printable(device.vendor), gds_helper::printable(device.model),
+                        gds_helper::printable(device.serial)));
         ask_privilege(*known);
         return;
     }
@@ -347,7 +350,8 @@ void discovery::mark_shared_addresses() {
             if (shares)
                 say(fmt::format("{} on {} is the address of more than one camera; \"{}\", serial \"{}\", is one.",
                                 gige::to_string(device.device.address), each.network.name,
-                                gige::printable(device.device.model), gige::printable(device.device.serial)));
+                                gds_helper::printable(device.device.model),
+                                gds_helper::printable(device.device.serial)));
         }
 }
 

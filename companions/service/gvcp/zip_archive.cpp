@@ -86,17 +86,16 @@ std::expected<std::string, std::error_code> zip_archive::read(const std::string&
 std::expected<std::string, std::error_code> zip_archive::read_current(std::size_t limit) {
     unz_file_info64 info{};
     if (::unzGetCurrentFileInfo64(p->handle, &info, nullptr, 0, nullptr, 0, nullptr, 0) != UNZ_OK) return damaged();
-    if (info.uncompressed_size > limit) return std::unexpected(std::make_error_code(std::errc::file_too_large));
     if (::unzOpenCurrentFile(p->handle) != UNZ_OK) return damaged();
-    // As it comes: the size is what the archive claims.
+    // As it comes: the size in the archive is a claim.
     std::string content;
     std::array<char, 16384> piece;
     int count = 0;
     while ((count = ::unzReadCurrentFile(p->handle, piece.data(), piece.size())) > 0) {
         content.append(piece.data(), static_cast<std::size_t>(count));
-        if (content.size() > info.uncompressed_size) return damaged();
+        if (content.size() > limit) return std::unexpected(std::make_error_code(std::errc::file_too_large));
     }
-    // Closing checks the sum.
+    // Closing checks the sum, but not of what ended early.
     if (::unzCloseCurrentFile(p->handle) != UNZ_OK || count < 0 || content.size() != info.uncompressed_size)
         return damaged();
     return content;

@@ -4,6 +4,7 @@
 
 #include <gds_gentl_producer/settings_block.h>
 #include <gds_helper/log.h>
+#include <gds_helper/printable.h>
 #include <gds_shared/gigecam_error.h>
 #include <ipc_rpc/limits.h>
 #include <platform.h>
@@ -180,7 +181,7 @@ std::expected<std::vector<ipc_rpc::url_info>, std::error_code> device_object::ur
         if (!list.empty()) continue; // one document that can be read is enough
         auto text = gvcp_master::fetch_document(*camera, url, core->settings().documents);
         if (!text) {
-            logger().warn("Document '{}' of {} cannot be had: {}", gige::printable(url.url),
+            logger().warn("Document '{}' of {} cannot be had: {}", gds_helper::printable(url.url, 512),
                           gige::to_string(record.address), text.error().message());
             continue;
         }

@@ -3,6 +3,7 @@
 #include "../gvcp/device_control.h"
 
 #include <gds_helper/log.h>
+#include <gds_helper/printable.h>
 #include <gds_shared/gigecam_error.h>
 #include <ipc_rpc/status.h>
 
@@ -98,7 +99,7 @@ std::error_code firmware_updates::start(const std::string& interface_name, const
 
 std::error_code firmware_updates::start_held(const discovery::found_device& camera, std::span<const std::byte> bytes) {
     const auto refuse = [&](const std::string& why, std::error_code error) {
-        const std::string text = gige::printable(why).substr(0, 200); // a package's own words may be among them
+        const std::string text = gds_helper::printable(why, 200); // a package's own words may be among them
         logger().warn("Firmware for {} refused: {}", gige::to_string(camera.address), text);
         tell(camera.mac, "Refused: " + text, phase::over);
         return error;
@@ -119,8 +120,8 @@ std::error_code firmware_updates::start_held(const discovery::found_device& came
     auto opened = gvcp_master::device_control::open(std::move(session));
     if (!opened) return refuse("the camera cannot be held: " + opened.error().message(), opened.error());
 
-    logger().info("Firmware {} for {}: {} bytes.", gige::printable(package->version), gige::to_string(camera.address),
-                  package->image.size());
+    logger().info("Firmware {} for {}: {} bytes.", gds_helper::printable(package->version),
+                  gige::to_string(camera.address), package->image.size());
     tell(camera.mac, "Uploading: 0 %");
     const auto update_camera = [this, camera](std::unique_ptr<gvcp_master::device_control> device,
                                               gvcp_master::firmware_package image) {
@@ -144,7 +145,7 @@ std::error_code firmware_updates::start_held(const discovery::found_device& came
             give_back();
             text = "Failed: no memory";
         }
-        logger().info("Firmware of camera {:012X}: {}", mac, gige::printable(text));
+        logger().info("Firmware of camera {:012X}: {}", mac, gds_helper::printable(text));
         tell(mac, text, phase::over);
     };
     const std::lock_guard guard{mutex};

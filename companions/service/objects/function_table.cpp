@@ -5,6 +5,7 @@
 #include "service_object.h"
 
 #include <gds_helper/log.h>
+#include <gds_helper/printable.h>
 #include <gds_shared/gigecam_error.h>
 #include <ipc_rpc/catalogue.h>
 
@@ -52,11 +53,11 @@ result_of_object hand_over(rpc_call_context& context, const char* class_name,
 result_of_object said(rpc_call_context& context, std::string_view kind, const std::string& id,
                       result_of_object result) {
     auto& logger = gds_helper::log::main_logger();
-    const auto client = gige::printable(context.connection->get_peer_info());
+    const auto client = gds_helper::printable(context.connection->get_peer_info());
     if (result) {
-        logger.info("{} opened {} '{}'.", client, kind, gige::printable(id));
+        logger.info("{} opened {} '{}'.", client, kind, gds_helper::printable(id));
     } else {
-        logger.warn("{} did not get {} '{}': {}", client, kind, gige::printable(id), result.error().message());
+        logger.warn("{} did not get {} '{}': {}", client, kind, gds_helper::printable(id), result.error().message());
     }
     return result;
 }

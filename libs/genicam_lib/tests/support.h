@@ -1,8 +1,9 @@
 // A document in a test: text in, values out, messages and device traffic counted.
 #pragma once
 
+#include "log_capture.h"
+
 #include <GenICam/IGenICamDoc.h>
-#include <GenICam/log.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,22 +17,6 @@ namespace GenICam::testing {
 
 using enum genicam_errc;
 using namespace access_flags;
-
-// Takes every message of both levels while it lives.
-class log_capture final : public ILogSink {
-public:
-    log_capture() { set_log_sink(this); }
-    ~log_capture() override { set_log_sink(nullptr); }
-    log_capture(const log_capture&) = delete;
-    log_capture& operator=(const log_capture&) = delete;
-
-    [[nodiscard]] bool is_enabled(int) const noexcept override { return true; }
-    void write(int level, std::string_view text, const std::source_location&) override {
-        lines.push_back(std::to_string(level) + " " + std::string{text});
-    }
-
-    std::vector<std::string> lines; // "<level> <text>"
-};
 
 // A device: bytes at addresses, with counters. Unwritten bytes read 0.
 class counting_device final : public IDevicePort {

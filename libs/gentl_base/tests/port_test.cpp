@@ -2,7 +2,6 @@
 #include "fake_modules.h"
 
 #include <GenICam/IGenICamDoc.h>
-#include <GenICam/log.h>
 
 #include <pugixml.hpp>
 
@@ -53,67 +52,7 @@ private:
     void* handle;
 };
 
-class log_counter final : public GenICam::ILogSink {
-public:
-    log_counter() { GenICam::set_log_sink(this); }
-    ~log_counter() override { GenICam::set_log_sink(nullptr); }
-    bool is_enabled(int) const noexcept override { return true; }
-    void write(int level, std::string_view text, const std::source_location&) override {
-        if (level <= 1) lines.emplace_back(text);
-    }
-    std::vector<std::string> lines;
-};
-
-bool can_read(const GenICam::INode& node) {
-    return node.is_implemented() && node.is_available() && node.get_access_mode() != GenICam::Access_t::WO;
-}
-
 } // namespace
-
-TEST(ModulePort, DocumentsAreSoundAndEveryFeatureReadsThroughTheEngine) {
-    const open_chain chain;
-    const std::pair<void*, const char*> modules[] = {
-        {chain.tl, "TLPort"}, {chain.iface, "InterfacePort"}, {chain.dev, "DevicePort"}, {chain.ds, "StreamPort"}};
-    for (const auto& [handle, port_name] : modules) {
-        SCOPED_TRACE(port_name);
-        log_counter log;
-        const std::string text = document_of(handle);
-        pugi::xml_document xml;
-        ASSERT_TRUE(xml.load_buffer(text.data(), text.size()));
-        std::set<std::string> names;
-        for (const auto& node : xml.child("RegisterDescription").children()) {
-            EXPECT_TRUE(names.insert(node.attribute("Name").value()).second) << node.attribute("Name").value();
-        }
-        for (const auto& found : xml.select_nodes("//pValue|//pFeature|//pSelected|//pInvalidator|//pMax|//pPort|"
-                                                  "//pIsAvailable")) {
-            EXPECT_TRUE(names.contains(found.node().text().get())) << found.node().text().get();
-        }
-
-        handle_port port{handle};
-        const auto document = GenICam::create_document(std::string_view{text});
-        ASSERT_TRUE(document);
-        auto* node = document->find<GenICam::IPort>(port_name);
-        ASSERT_NE(node, nullptr);
-        ASSERT_FALSE(node->bind(&port, 0));
-        size_t read = 0;
-        for (GenICam::INode* feature : document->get_root_features()) {
-            if (!can_read(*feature) || std::string_view{feature->get_name()}.starts_with("Event")) continue;
-            SCOPED_TRACE(feature->get_name());
-            if (auto* integer = GenICam::node_cast<GenICam::IInteger>(feature)) {
-                EXPECT_TRUE(integer->get_val(0));
-            } else if (auto* string = GenICam::node_cast<GenICam::IString>(feature)) {
-                EXPECT_TRUE(string->get_val(0));
-            } else if (auto* choice = GenICam::node_cast<GenICam::IEnumeration>(feature)) {
-                EXPECT_TRUE(choice->get_selected_entry(0));
-            } else if (auto* flag = GenICam::node_cast<GenICam::IBoolean>(feature)) {
-                EXPECT_TRUE(flag->get_val(0));
-            }
-            ++read;
-        }
-        EXPECT_GE(read, 8U);
-        EXPECT_EQ(log.lines, std::vector<std::string>{});
-    }
-}
 
 TEST(ModulePort, SelectorsReachTheirListAndStopAtItsEnd) {
     const open_chain chain;

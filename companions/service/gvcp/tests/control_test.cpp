@@ -1,14 +1,11 @@
 #include "test_cameras.h"
 
-#include <gige/gvsp.h>
 #include <gvcp/message_receiver.h>
 
 #include "../../../camera_sim/src/registers.h"
 
 #include <algorithm>
 #include <atomic>
-#include <condition_variable>
-#include <mutex>
 
 namespace {
 
@@ -73,95 +70,6 @@ TEST(gvcp_control, privileges) {
     EXPECT_TRUE(open(*cam, {.access = access_mode::exclusive}));
 }
 
-TEST(gvcp_control, lost_requests_and_acknowledges_are_repeated_and_done_once) {
-    auto options = small_camera(1);
-    options.faults.control_loss = 0.3;
-    options.faults.seed = 5;
-    const auto cam = start(options);
-    const auto device = open(*cam, {.attempt = milliseconds{20}});
-    ASSERT_TRUE(device);
-    std::vector<std::byte> table(1024, std::byte{3});
-    for (int i = 0; i < 5; ++i) {
-        ASSERT_FALSE(device->write_memory(sim::lut_content, table));
-        ASSERT_FALSE(device->read_memory(sim::lut_content, table));
-    }
-    EXPECT_GT(cam->stats().control_lost, 0U);
-    EXPECT_GT(cam->stats().control_repeated, 0U);
-}
-
-TEST(gvcp_control, waits_as_long_as_the_camera_asks_for) {
-    auto options = small_camera(1);
-    options.faults.pending_every = 1;
-    options.faults.pending_ms = 1200;
-    const auto cam = start(options);
-    const auto device = open(*cam, {.access = access_mode::read_only, .attempt = milliseconds{1000}});
-    ASSERT_TRUE(device);
-    const auto before = cam->stats();
-    EXPECT_EQ(device->read_register(sim::sensor_width, milliseconds{1000}).value_or(0), 320U)
-        << "later than its own time allows";
-    EXPECT_EQ(cam->stats().control_repeated, before.control_repeated) << "no repetition while it works";
-}
-
-TEST(gvcp_control, heartbeat_keeps_the_session) {
-    const auto cam = start(small_camera(1));
-    const auto device = open(*cam, {.heartbeat_timeout = milliseconds{500}});
-    ASSERT_TRUE(device);
-    std::this_thread::sleep_for(std::chrono::milliseconds{1500});
-    EXPECT_EQ(cam->stats().heartbeats_missed, 0U);
-    EXPECT_EQ(cam->peek(boot::privilege), 2U);
-    EXPECT_FALSE(device->is_lost());
-}
-
-TEST(gvcp_control, tells_of_a_silent_and_of_a_restarted_camera) {
-    for (const bool restarts : {false, true}) {
-        const auto cam = start(small_camera(1));
-        std::atomic<int> calls = 0;
-        const auto device = open(
-            *cam,
-            {.heartbeat_timeout = milliseconds{500}, .attempt = milliseconds{50}, .lost = [&](std::error_code why) {
-                 EXPECT_EQ(why, gigecam_errc::device_lost);
-                 ++calls;
-             }});
-        ASSERT_TRUE(device);
-        if (restarts)
-            cam->reboot();
-        else
-            cam->set_silent(true);
-        EXPECT_TRUE(eventually([&] { return calls > 0; })) << (restarts ? "restart" : "silence");
-        EXPECT_EQ(device->read_register(sim::width).error(), gigecam_errc::device_lost);
-        EXPECT_EQ(calls, 1);
-    }
-}
-
-TEST(gvcp_control, a_silent_camera_times_out) {
-    const auto cam = start(small_camera(1));
-    const auto device = open(*cam);
-    ASSERT_TRUE(device);
-    cam->set_silent(true);
-    const auto got = device->read_register(sim::width, milliseconds{100});
-    ASSERT_FALSE(got);
-    EXPECT_EQ(got.error(), gigecam_errc::timeout);
-}
-
-TEST(gvcp_control, resends_reach_the_stream_in_both_forms) {
-    for (const bool extended : {false, true}) {
-        auto options = small_camera(1);
-        options.extended_ids = extended;
-        const auto cam = start(options);
-        const auto device = open(*cam);
-        ASSERT_TRUE(device);
-        const auto stream = gige::udp_socket::open({own_address(250), 0});
-        ASSERT_FALSE(device->write_register(boot::stream_address, own_address(250)));
-        ASSERT_FALSE(device->write_register(boot::stream_port, stream->local().port));
-        ASSERT_FALSE(device->write_register(sim::acquisition_mode, 1));
-        ASSERT_FALSE(device->write_register(sim::acquisition_control, 1));
-        ASSERT_TRUE(eventually([&] { return cam->stats().frames_sent == 1; }));
-        ASSERT_FALSE(device->request_resend(0, 1, 2, 4, extended));
-        EXPECT_TRUE(eventually([&] { return cam->stats().packets_resent == 3; }));
-        EXPECT_EQ(cam->stats().resends_refused, 0U);
-    }
-}
-
 // At a rate at which hundreds pass before one is repeated.
 TEST(gvcp_control, events_that_are_lost_on_the_way_come_later_and_none_comes_twice) {
     constexpr uint16_t count = 4000;
@@ -186,30 +94,6 @@ TEST(gvcp_control, events_that_are_lost_on_the_way_come_later_and_none_comes_twi
     receiver->reset();
     EXPECT_EQ(total, count);
     EXPECT_TRUE(std::ranges::all_of(came, [](int times) { return times == 1; }));
-}
-
-TEST(gvcp_control, events_arrive_once_each_and_are_acknowledged) {
-    for (const bool plain : {false, true}) {
-        auto options = small_camera(1);
-        options.plain_events = plain;
-        const auto cam = start(options);
-        const auto device = open(*cam);
-        ASSERT_TRUE(device);
-        std::mutex mutex;
-        std::vector<std::vector<std::byte>> got;
-        const auto receiver = message_receiver::open(*device, own_address(250), [&](std::span<const std::byte> event) {
-            const std::lock_guard guard{mutex};
-            got.emplace_back(event.begin(), event.end());
-        });
-        ASSERT_TRUE(receiver) << receiver.error().message();
-        const std::array data{std::byte{1}, std::byte{2}, std::byte{3}};
-        for (int i = 0; i < 3; ++i) cam->send_event(0x9ABC, data);
-        EXPECT_TRUE(eventually([&] { return cam->stats().events_acknowledged == 3; }));
-        const std::lock_guard guard{mutex};
-        ASSERT_EQ(got.size(), 3U);
-        EXPECT_EQ(got[0].size(), plain ? 24U : 27U);
-        EXPECT_EQ(gige::load16(&got[0][10]), 0x9ABCU);
-    }
 }
 
 } // namespace

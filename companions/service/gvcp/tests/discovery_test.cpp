@@ -58,21 +58,6 @@ TEST(gvcp_discovery, finds_cameras_by_broadcast_and_drops_those_that_fell_silent
     EXPECT_FALSE(find(finder, two->mac()));
 }
 
-TEST(gvcp_discovery, asks_given_addresses_without_looking_at_loopback) {
-    const auto asked = start(small_camera(1));
-    const auto other = start(small_camera(2));
-    discovery finder{
-        {.networks = false, .addresses = {own_address(1)}, .interval = milliseconds{50}, .window = milliseconds{100}},
-        {}};
-    ASSERT_TRUE(eventually([&] { return find(finder, asked->mac()).has_value(); }));
-    ASSERT_TRUE(finder.scan(milliseconds{5000}));
-    EXPECT_FALSE(find(finder, other->mac()));
-    // A scan asked for sees a change made before it.
-    asked->set_silent(true);
-    for (int i = 0; i < 3; ++i) ASSERT_TRUE(finder.scan(milliseconds{5000}));
-    EXPECT_FALSE(find(finder, asked->mac()));
-}
-
 // Several clients may ask for scans at the same time; a camera has its time to answer all the same.
 TEST(gvcp_discovery, scans_without_a_pause_lose_no_camera_sooner) {
     const auto cam = start(small_camera(1));
@@ -101,22 +86,6 @@ TEST(gvcp_discovery, force_ip_moves_a_camera_and_is_refused_in_use) {
     EXPECT_TRUE(eventually([&] { return cam->address() == own_address(8); })) << "back to its persistent address";
     EXPECT_EQ(force_ip(loopback(), 0x0200'0000'0001, own_address(9), 0, 0, {}, milliseconds{100}),
               gigecam_errc::timeout);
-}
-
-TEST(gvcp_discovery, actions_reach_the_cameras_they_are_meant_for) {
-    auto options = small_camera(1);
-    options.action_device_key = 0x1000 + static_cast<uint32_t>(::getpid());
-    const auto one = start(options);
-    options.address = own_address(2);
-    const auto two = start(options);
-    const auto other = start(small_camera(3));
-    const auto first = open(*one);
-    const auto second = open(*two);
-    ASSERT_TRUE(first && second);
-    action_command action{.device_key = options.action_device_key, .group_key = 0, .group_mask = 1};
-    EXPECT_FALSE(send_action(loopback(), action));
-    EXPECT_TRUE(eventually([&] { return one->stats().actions == 1 && two->stats().actions == 1; }));
-    EXPECT_EQ(other->stats().actions, 0U);
 }
 
 } // namespace

@@ -86,24 +86,68 @@ TEST(scripted_camera, answers_that_are_not_ours_are_passed_over) {
     }
 }
 
-TEST(scripted_camera, answers_too_short_or_for_ever_pending_are_errors) {
+TEST(scripted_camera, answers_too_short_are_errors) {
     camera cam{own_address(1), [](camera& self, const camera::request& got) {
                    if (got.is(command::read_reg, plain)) self.answer(got, status::success, std::array<std::byte, 2>{});
                    std::array<std::byte, 9> three_too_few{};
                    gige::store32(three_too_few.data(), table);
                    if (got.is(command::read_mem, table)) self.answer(got, status::success, three_too_few);
-                   if (got.is(command::read_reg, plain + 4)) self.ask_for_patience(got, 1);
-                   return got.is(command::read_reg, plain) || got.is(command::read_mem, table) ||
-                          got.is(command::read_reg, plain + 4);
+                   return got.is(command::read_reg, plain) || got.is(command::read_mem, table);
                }};
-    const auto device = open_scripted({.attempt = milliseconds{20}, .pending = milliseconds{300}});
+    const auto device = open_scripted();
     EXPECT_EQ(device->read_register(plain).error(), gigecam_errc::parsing_ack_packet_failed);
     std::array<std::byte, 8> bytes;
     EXPECT_EQ(device->read_memory(table, bytes), gigecam_errc::parsing_ack_packet_failed);
-    EXPECT_EQ(device->read_register(plain + 4, milliseconds{50}).error(), gigecam_errc::timeout);
     EXPECT_EQ(device->write_user_name("x"), gigecam_errc::not_implemented) << "it has none";
     EXPECT_EQ(fetch_document(*device, parse_document_url("local:a.xml;0;4000001"), {}).error(),
               std::errc::file_too_large);
+}
+
+// Each is to take its own time or 300 ms in all, and may not take for ever.
+TEST(scripted_camera, patience_is_granted_and_has_an_end) {
+    std::atomic<bool> over = false;
+    const auto works_on_it = [](camera& self, const camera::request& got) {
+        self.ask_for_patience(got, 10'000);
+        std::this_thread::sleep_for(milliseconds{150});
+        self.answer_word(got, 7);
+    };
+    const auto says_nothing = [](camera&, const camera::request&) {};
+    const auto asks_and_dies = [](camera& self, const camera::request& got) { self.ask_for_patience(got, 65'000); };
+    const auto asks_again = [](camera& self, const camera::request& got) { self.ask_for_patience(got, 1); };
+    const auto asks_without_a_pause = [&](camera& self, const camera::request& got) {
+        while (!over) self.ask_for_patience(got, 1);
+    };
+    const auto answers_something_else = [&](camera& self, const camera::request& got) {
+        while (!over) self.answer(got, status::success, std::array<std::byte, 4>{}, {}, command::read_mem_ack);
+    };
+    const std::pair<const char*, std::function<void(camera&, const camera::request&)>> rows[]{
+        {"works on it", works_on_it},
+        {"says nothing", says_nothing},
+        {"asks and dies", asks_and_dies},
+        {"asks again", asks_again},
+        {"asks without a pause", asks_without_a_pause},
+        {"answers something else", answers_something_else},
+    };
+    for (const auto& [name, script] : rows) {
+        SCOPED_TRACE(name);
+        over = false;
+        camera cam{own_address(1), [&](camera& self, const camera::request& got) {
+                       if (!got.is(command::read_reg, plain)) return false;
+                       script(self, got);
+                       return true;
+                   }};
+        const auto device = open_scripted({.attempt = milliseconds{20}, .pending = milliseconds{300}});
+        auto got = std::async(std::launch::async, [&] { return device->read_register(plain, milliseconds{50}); });
+        EXPECT_EQ(got.wait_for(std::chrono::seconds{20}), std::future_status::ready) << "it waits for ever";
+        over = true;
+        const auto value = got.get();
+        if (std::string_view{name} == "works on it") {
+            EXPECT_EQ(value.value_or(0), 7U);
+            EXPECT_EQ(cam.count(command::read_reg, plain), 1U) << "no repetition while it works";
+        } else {
+            EXPECT_EQ(value.error(), gigecam_errc::timeout);
+        }
+    }
 }
 
 TEST(scripted_camera, blocks_never_touch_memory_as_registers) {
@@ -422,8 +466,8 @@ TEST(scripted_camera, inventions_are_bounded_and_told_of_in_measure) {
                          if (list != nullptr) told_of = list.load()->list().front().devices.size();
                      }}};
     list = &finder;
-    EXPECT_TRUE(eventually([&] { return invented >= 700; }, 30));
-    EXPECT_TRUE(eventually([&] { return told_of == discovery::most_devices; }, 30)) << told_of << " at last";
+    EXPECT_TRUE(eventually([&] { return invented >= 700; }));
+    EXPECT_TRUE(eventually([&] { return told_of == discovery::most_devices; })) << told_of << " at last";
     EXPECT_EQ(finder.list().front().devices.size(), discovery::most_devices);
     EXPECT_EQ(too_soon, 0);
 }

@@ -1,6 +1,8 @@
 // Cameras in this process on addresses of its own.
 #pragma once
 
+#include "../../../../libs/service-base/tests/support.h"
+
 #include <camera_sim/camera.h>
 #include <gds_shared/gigecam_error.h>
 #include <gige/udp_socket.h>
@@ -8,8 +10,6 @@
 
 #include <gtest/gtest.h>
 #include <unistd.h>
-
-#include <thread>
 
 namespace gvcp_master {
 
@@ -39,15 +39,6 @@ inline std::unique_ptr<device_control> open(const camera_sim::camera& cam, devic
     return opened ? std::move(*opened) : nullptr;
 }
 
-// Polls; a test that waits for ever has failed.
-template <class F>
-[[nodiscard]] bool eventually(F condition, int seconds = 10) {
-    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds{seconds};
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > until) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds{5});
-    }
-    return true;
-}
+using test_support::eventually;
 
 } // namespace gvcp_master

@@ -4,9 +4,11 @@
 
 #include <objects/device_object.h>
 #include <objects/interface_object.h>
+#include <objects/service_object.h>
 
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <set>
 
 namespace {
@@ -60,13 +62,15 @@ protected:
         other.emplace(core);
         ASSERT_TRUE(eventually([&] { return one->list().size() >= cameras.size(); }));
     }
-    Objects() {
-        std::string name = std::filesystem::temp_directory_path() / "orv-objects-XXXXXX";
-        folder = ::mkdtemp(name.data());
+    // With one camera, that nobody has control of.
+    void start_core_and_camera() {
+        cam = start(small_camera(1));
+        start_core({1});
     }
-    ~Objects() override { std::filesystem::remove_all(folder); }
 
-    std::filesystem::path folder;
+    const test_support::temporary_folder temporary;
+    const std::filesystem::path& folder = temporary.path;
+    std::unique_ptr<camera_sim::camera> cam;
     std::shared_ptr<service_core> core;
     std::optional<client> one, other;
 };
@@ -74,8 +78,7 @@ protected:
 constexpr uint32_t held = ipc_rpc::control_state_held;
 
 TEST_F(Objects, AccessStatesAreEachClientsOwn) {
-    const auto cam = start(small_camera(1));
-    start_core({1});
+    start_core_and_camera();
     const uint32_t address = cam->address();
     EXPECT_EQ(one->state(address), 0U);
     auto reader = other->open(address, open_access::read_only);
@@ -96,16 +99,10 @@ TEST_F(Objects, AccessStatesAreEachClientsOwn) {
     EXPECT_TRUE(eventually([&] { return one->state(address) == held && other->state(address) == held; }));
     foreign.reset();
     EXPECT_TRUE(eventually([&] { return one->state(address) == 0; }));
-    for (int i = 0; i < 600; ++i) { // beyond the numbers of a session
-        auto again = one->interface.open_device(one->list().front().id, open_access::read_only);
-        ASSERT_TRUE(again) << i << ' ' << again.error().message();
-    }
 }
 
 TEST_F(Objects, ALostCameraIsFreeForOthers) {
-    auto options = small_camera(1);
-    const auto cam = start(options);
-    start_core({1});
+    start_core_and_camera();
     auto device = one->open(cam->address());
     ASSERT_TRUE(device);
     ASSERT_FALSE(device->control().write_register(boot::heartbeat_timeout, 500));
@@ -147,7 +144,7 @@ TEST_F(Objects, EqualCamerasHaveIdsOfTheirOwn) {
 TEST_F(Objects, TheOfferedDocumentHasBounds) {
     auto options = small_camera(1);
     options.zipped_document = true;
-    const auto cam = start(options);
+    cam = start(options);
     start_core({1});
     const auto device = one->open(cam->address());
     ASSERT_TRUE(device);
@@ -185,8 +182,8 @@ TEST_F(Objects, TheOfferedDocumentHasBounds) {
 }
 
 TEST_F(Objects, ThePortOfASessionThatWasKilledIsTakenUp) {
-    scripted_camera cam{own_address(1)};
-    cam.set(boot::heartbeat_timeout, 600'000); // it would keep the dead one for ten minutes
+    scripted_camera scripted{own_address(1)};
+    scripted.set(boot::heartbeat_timeout, 600'000); // it would keep the dead one for ten minutes
     start_core({1});
     {
         const auto before = one->open(own_address(1));
@@ -197,7 +194,7 @@ TEST_F(Objects, ThePortOfASessionThatWasKilledIsTakenUp) {
     EXPECT_TRUE(std::filesystem::is_empty(folder)) << "an orderly end leaves nothing";
     const auto dead = gige::udp_socket::open({0x7F000001, 0})->local().port;
     const auto lo = core->discovery().list().front();
-    cam.hand_control_to({lo.network.subnets.front().address, dead});
+    scripted.hand_control_to({lo.network.subnets.front().address, dead});
     std::ofstream{folder / "control-00007F800000"} << "no number";
     const uint64_t mac = lo.devices.front().mac;
     core->ports().note(mac, dead);
@@ -210,8 +207,7 @@ TEST_F(Objects, ThePortOfASessionThatWasKilledIsTakenUp) {
 }
 
 TEST_F(Objects, EventsThatNobodyFetchesAreBoundedAndTheNewestStay) {
-    const auto cam = start(small_camera(1));
-    start_core({1});
+    start_core_and_camera();
     const auto device = one->open(cam->address());
     ASSERT_TRUE(device);
     constexpr uint16_t count = 1100;
@@ -284,13 +280,75 @@ TEST_F(Objects, ACameraIsReachableWhenItHasAnswered) {
 }
 
 TEST_F(Objects, AfterForceIpTheListHasTheNewAddress) {
-    const auto cam = start(small_camera(1));
+    cam = start(small_camera(1));
     start_core({1}, {.networks = false,
                      .loopback = true, // finds it wherever it is
                      .interval = std::chrono::hours{1},
                      .window = milliseconds{300}});
     EXPECT_TRUE(one->interface.force_ip(cam->mac(), own_address(2), 0xFF000000, 0));
     EXPECT_EQ(one->state(own_address(2)), 0U);
+}
+
+// Two cameras that say that they have one address: whoever opened the one could get the other.
+TEST_F(Objects, CamerasThatCannotBeReachedAreListedAndLeftAlone) {
+    scripted_camera twins{own_address(1), [](scripted_camera& self, const scripted_camera::request& got) {
+                              if (got.header.code != gige::gvcp::command::discovery) return false;
+                              for (const uint32_t mac : {1U, 2U}) {
+                                  self.set(boot::mac_low, mac);
+                                  self.serve(got);
+                              }
+                              return true;
+                          }};
+    start_core({1});
+    const auto unreachable = [](const auto& each) {
+        return each.reachable_status == static_cast<uint32_t>(ipc_rpc::reachable_status::unreachable);
+    };
+    ASSERT_TRUE(eventually([&] { return std::ranges::count_if(one->list(), unreachable) == 2; }));
+    for (const auto& each : one->list()) {
+        for (const auto access : {open_access::read_only, open_access::control, open_access::exclusive})
+            EXPECT_EQ(one->interface.open_device(each.id, access).error(), std::errc::host_unreachable);
+        EXPECT_EQ(one->interface.upload_firmware(each.id, {}).error(), std::errc::host_unreachable);
+    }
+    EXPECT_FALSE(twins.controller());
+}
+
+TEST_F(Objects, SeatsNumbersAndWatchersComeBackOverALongLife) {
+    start_core_and_camera();
+    for (int i = 0; i < 1000; ++i) {
+        auto fleeting = std::make_shared<client_session>([](uint64_t) {}, std::nullopt);
+        ASSERT_TRUE(service_object(core, std::move(fleeting)).open_interface("lo"));
+    }
+    EXPECT_LE(core->watcher_count(), 4U) << "of clients that left";
+    const std::string id = one->list().front().id;
+    const auto open = [&] { return one->interface.open_device(id, open_access::read_only); };
+    for (int i = 0; i < 300; ++i) ASSERT_TRUE(open()) << i;
+    std::vector<std::shared_ptr<device_object>> held_open;
+    std::set<uint64_t> numbers;
+    for (auto device = open(); device; device = open()) {
+        held_open.push_back(*device);
+        numbers.insert((*device)->service_info().device_lost_notification_id);
+        numbers.insert((*device)->service_info().event_notification_id);
+    }
+    EXPECT_EQ(held_open.size(), ipc_rpc::limits::most_open_devices);
+    EXPECT_EQ(numbers.size(), 2 * held_open.size());
+    EXPECT_FALSE(numbers.contains(0));
+    EXPECT_EQ(open().error(), make_error_code(ipc_rpc::status::resource_exhausted));
+    held_open.pop_back();
+    EXPECT_TRUE(open());
+}
+
+// A minute's patience with a silent camera ends when the client's connection does.
+TEST_F(Objects, AnAbandonedDeviceWaitsForNothing) {
+    start_core_and_camera();
+    auto device = one->open(cam->address());
+    cam->set_silent(true);
+    auto reader = std::async(std::launch::async, [&] { return device->read_mem(0, 4, 60'000).error(); });
+    device->abandon();
+    EXPECT_EQ(reader.wait_for(std::chrono::seconds{20}), std::future_status::ready);
+    EXPECT_EQ(reader.get(), std::errc::operation_canceled);
+    cam->set_silent(false);
+    device.reset();
+    EXPECT_TRUE(other->open(cam->address())) << "it was given back";
 }
 
 } // namespace

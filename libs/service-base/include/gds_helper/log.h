@@ -62,11 +62,14 @@ public:
     void enable_console(bool on);
     void enable_debug_output(bool on);
     // An empty path closes the file. A path is taken only while there is no file: an existing one is not replaced.
-    // A file that can't be opened is left out, with a message at error level.
+    // A file that can't be opened is left out, with a message at error level. The service makes no folders for it: it
+    // may be root, and the path a mistake.
     void set_file(const std::string& path);
     [[nodiscard]] bool has_console() const noexcept { return console != nullptr; }
     [[nodiscard]] bool has_debug_output() const noexcept { return debug_output != nullptr; }
     [[nodiscard]] bool has_file() const noexcept { return file != nullptr; }
+    // That message, of the path given last; empty when nothing is wrong with it.
+    [[nodiscard]] const std::string& file_problem() const noexcept { return problem; }
 
     // Levels 0 "trace" to 6 "off", of the main logger unless one is named.
     void set_level(int level);
@@ -82,6 +85,7 @@ private:
     const std::string producer_label;
     const std::string service_label;
     std::string header;
+    std::string problem;
     bool as_service = false;
     const std::int64_t owner_process; // a forked child leaves the outputs alone: their lock may be held for ever
     spdlog::sink_ptr console;

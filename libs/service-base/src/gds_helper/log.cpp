@@ -10,6 +10,8 @@
 #include <spdlog/sinks/dist_sink.h>
 #include <spdlog/sinks/stdout_color_sinks.h>
 
+#include <filesystem>
+#include <stdexcept>
 #include <utility>
 
 namespace gds_helper::log {
@@ -151,12 +153,16 @@ void log_control::enable_debug_output(bool on) {
 }
 
 void log_control::set_file(const std::string& path) {
+    problem.clear();
     if (path.empty()) {
         remove_output(file);
         return;
     }
     if (file) return;
     try {
+        const auto folder = std::filesystem::absolute(path).parent_path();
+        if (as_service && !std::filesystem::is_directory(folder))
+            throw std::runtime_error(fmt::format("there is no folder '{}'", folder.string()));
         add_output(file, std::make_shared<spdlog::sinks::basic_file_sink_mt>(path),
                    fmt::format("[%T.%f][{} %9n] [%^%7l%$] [%28s:%-4#] %v", label()));
         if (!header.empty()) {
@@ -164,7 +170,8 @@ void log_control::set_file(const std::string& path) {
             file->flush();
         }
     } catch (const std::exception& failure) {
-        get(logger_id::main)->error("Failed to open log file '{}': {}", path, failure.what());
+        problem = fmt::format("Failed to open log file '{}': {}", path, failure.what());
+        get(logger_id::main)->error("{}", problem);
     }
 }
 

@@ -63,13 +63,13 @@ TEST_F(Log, TheRoleChoosesFileAndLabel) {
     set("log_level", 2);
     set("log_flush_level", 0);
     set("cti_log_file", (folder / "cti.log").string());
-    set("service_log_file", (folder / "deep" / "service.log").string());
+    set("service_log_file", (folder / "service.log").string());
     control->set_header("srv: product 1.2");
     init(true);
     log::get(logger_id::main)->info("hello {}", 7);
     log::get(logger_id::main)->debug("too low");
     log::get(logger_id::ipc)->critical("off");
-    const std::string text = text_of(folder / "deep" / "service.log");
+    const std::string text = text_of(folder / "service.log");
     EXPECT_THAT(text, HasSubstr("srv: product 1.2"));
     EXPECT_THAT(text,
                 testing::ContainsRegex("\\[[0-9:.]+\\]\\[orv-gevsrv       def\\] \\[   info\\] \\[ *:-? *\\] hello 7"));
@@ -92,10 +92,21 @@ TEST_F(Log, AFileIsNotReplacedButRemoved) {
     EXPECT_EQ(text_of(folder / "first.log"), "");
 }
 
-TEST_F(Log, AFileThatCannotBeOpenedIsLeftOut) {
+TEST_F(Log, AFileThatCannotBeOpenedIsLeftOutAndTheServiceMakesNoFolderForIt) {
     set("cti_log_file", (write("plain", "") / "below.log").string());
     init();
     EXPECT_FALSE(control->has_file());
+    EXPECT_THAT(control->file_problem(), HasSubstr("below.log"));
+    set("cti_log_file", (folder / "deep" / "cti.log").string());
+    set("service_log_file", (folder / "mistyped" / "service.log").string());
+    init();
+    EXPECT_TRUE(control->has_file());
+    EXPECT_EQ(control->file_problem(), "");
+    control->set_file("");
+    init(true);
+    EXPECT_FALSE(control->has_file());
+    EXPECT_FALSE(std::filesystem::exists(folder / "mistyped"));
+    EXPECT_THAT(control->file_problem(), HasSubstr("there is no folder '" + (folder / "mistyped").string() + "'"));
 }
 
 TEST_F(Log, OutputsComeAndGoUnderUse) {

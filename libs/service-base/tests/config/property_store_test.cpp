@@ -37,20 +37,6 @@ protected:
 
 } // namespace
 
-TEST_F(Stores, MapKeepsTheKindThatWasWritten) {
-    const auto store = std::make_shared<property_store_map>();
-    EXPECT_FALSE(store->write_int64("i", -3));
-    EXPECT_FALSE(store->write_double("d", 0.5));
-    EXPECT_FALSE(store->write_string("s", "text"));
-    EXPECT_EQ(reads(*store, "i"), "-3 - -");
-    EXPECT_EQ(reads(*store, "d"), "- 0.5 -");
-    EXPECT_EQ(reads(*store, "s"), "- - text");
-    EXPECT_EQ(reads(*store, "none"), "- - -");
-    EXPECT_EQ(store->get_backing_store(), store);
-    EXPECT_FALSE(store->remove_entry("i"));
-    EXPECT_FALSE(store->has_entry("i"));
-}
-
 TEST_F(Stores, ChainTakesTheFirstSuccess) {
     const property_store_chain empty;
     EXPECT_EQ(reads(empty, "k"), "- - -");
@@ -154,15 +140,6 @@ TEST_F(Stores, SettingsAreWrittenAtOnceAndKeepDoublesBitForBit) {
     EXPECT_EQ(value, -0.1);
     EXPECT_FALSE(store.remove_entry("s"));
     EXPECT_FALSE((property_store_registry_ro{registry_root::current_user, key}.has_entry("s")));
-}
-
-TEST_F(Stores, HelpersFallBackOnTheirDefault) {
-    property_store_map store;
-    static_cast<void>(store.write_string("s", "text"));
-    EXPECT_EQ(read_int64_or(store, "s", 4), 4);
-    EXPECT_EQ(read_double_or(store, "none", 0.5), 0.5);
-    EXPECT_EQ(read_string_or(store, "s", "other"), "text");
-    EXPECT_TRUE(read_bool_or(store, "none", true));
 }
 
 TEST_F(Stores, CacheFolderFollowsTheEnvironment) {

@@ -119,6 +119,7 @@ TEST(Catalogue, ArgumentsAreTheseBytes) {
 TEST(Catalogue, ResultsAreTheseBytes) {
     expect_result(std::uint64_t{0x0102030405060708}, bytes_of("0807060504030201"));
     expect_result(true, bytes_of("01"));
+    expect_result(std::int64_t{-2}, bytes_of("feffffffffffffff"));
     expect_result(std::string{"ab"}, bytes_of("02000000 6162"));
     expect_result(1.0, bytes_of("000000000000f03f"));
 
@@ -151,4 +152,10 @@ TEST(Catalogue, ResultsAreTheseBytes) {
     expect_result(std::vector{url_info{{{1, 1, 0, 2, 3}}, "u", 9}},
                   bytes_of("01000000 01000000 01000000 00000000 02000000 03000000 01000000 75 09000000"));
     expect_result(byte_vector{std::byte{5}}, bytes_of("01000000 05"));
+    expect_result(byte_vector{}, bytes_of("00000000"));
+
+    param_writer out;
+    encode(out, std::expected<void, std::error_code>{});
+    encode(out, std::expected<bool, std::error_code>{std::unexpected(make_error_code(status::bad_packet))});
+    EXPECT_EQ(text_of(out), bytes_of("0000000000000000 1e00000000000000 0000000000000000"));
 }

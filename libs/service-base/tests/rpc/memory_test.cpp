@@ -1,5 +1,7 @@
 // No memory, at each place in turn where a thread of a connection asks for some: the call or the connection ends with
 // an error, the process lives, and the next connection is served.
+#include "../support.h"
+
 #include <ipc_rpc/catalogue.h>
 #include <ipc_rpc/rpc_client.h>
 
@@ -9,7 +11,6 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <filesystem>
 #include <new>
 
 namespace {
@@ -65,9 +66,7 @@ bool use_once() {
 
 TEST(Memory, ItsLackEndsACallOrAConnectionAndNothingElse) {
     is_test_thread = true;
-    char name[] = "/tmp/orv-rpc-XXXXXX";
-    const std::string folder = mkdtemp(name);
-    setenv("ORV_GENTL_RUNTIME_DIR", folder.c_str(), 1);
+    const test_support::runtime_folder folder;
     auto server = service::rpc_server::start({"pipe", std::nullopt}, make_table);
     ASSERT_TRUE(server);
     ASSERT_TRUE(use_once());
@@ -85,5 +84,4 @@ TEST(Memory, ItsLackEndsACallOrAConnectionAndNothingElse) {
     EXPECT_LT(place, last_place);
     EXPECT_GT(failures, 10) << "the places that were hit are used";
     server->reset();
-    std::filesystem::remove_all(folder);
 }

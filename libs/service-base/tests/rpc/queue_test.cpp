@@ -24,22 +24,6 @@ struct queue_pair {
 
 } // namespace
 
-TEST(Queue, BlocksTravelInOrderAndComeBack) {
-    queue_pair pair;
-    for (int i = 0; i < 200; ++i) {
-        auto block = pair.opener.acquire_block();
-        ASSERT_EQ(block.size(), queue_block_size);
-        std::memcpy(block.data(), &i, sizeof i);
-        ASSERT_TRUE(pair.opener.send_block(block));
-        const auto received = pair.creator.receive();
-        const auto& got = std::get<std::span<std::byte>>(received);
-        int value = 0;
-        std::memcpy(&value, got.data(), sizeof value);
-        EXPECT_EQ(value, i);
-        pair.creator.release_block(got);
-    }
-}
-
 TEST(Queue, NotificationsAreDeliveredOnce) {
     queue_pair pair;
     EXPECT_TRUE(pair.creator.raise_notification(511));

@@ -5,6 +5,7 @@
 #include "platform.h"
 #include "posix/file_descriptor.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/random.h>
@@ -13,7 +14,6 @@
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 
 namespace ipc_rpc {
@@ -22,8 +22,10 @@ namespace {
 
 // In clock ticks since the machine started; empty when it can't be read.
 std::string start_time_of(const std::string& process) {
-    std::ifstream file{"/proc/" + process + "/stat"};
-    const std::string text{std::istreambuf_iterator<char>{file}, {}};
+    const platform::file_descriptor file{::open(("/proc/" + process + "/stat").c_str(), O_RDONLY | O_CLOEXEC)};
+    std::string text(1024, '\0'); // its first 22 fields are shorter
+    const auto size = platform::retry_interrupted([&] { return ::read(file.get(), text.data(), text.size()); });
+    text.resize(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
     // The 22nd field; the second is the program's name in brackets, which may hold anything.
     std::size_t at = text.rfind(')');
     if (at == std::string::npos) return {};
