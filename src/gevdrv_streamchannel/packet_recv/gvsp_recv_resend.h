@@ -88,8 +88,8 @@ private:
     void receive_payload(int64_t t, block& current, const gvsp_parsed_packet& packet);
     void receive_other(int64_t t, block& current, const gvsp_parsed_packet& packet);
     bool came_forward(int64_t t, block& current, uint32_t packet_id) noexcept;
-    void check_gap(int64_t t, block& current, uint32_t packet_id);
-    void ask_for_gap(int64_t t, block& current, uint32_t last);
+    void check_gap(int64_t t, block& current, uint32_t packet_id, uint32_t highest_before);
+    void ask_for_gap(int64_t t, block& current, uint32_t lowest, uint32_t last);
 
     int64_t add_resend_entry(int64_t t, block& current, int64_t delay, uint32_t first, uint32_t last);
     int64_t queue_resend(int64_t t, block& current, resend_entry& entry);

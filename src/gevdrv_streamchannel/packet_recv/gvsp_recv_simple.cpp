@@ -73,7 +73,7 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
         break;
     case gvsp_packet_kind::payload: {
         if (current->packets.holds(id)) break;
-        current->packets.add_payload(id, is_whole(current->geometry, payload_size, id, packet.payload.data_size));
+        current->packets.add_payload(id, share_of(current->geometry, payload_size, id, packet.payload.data_size));
         const placed_bytes placed = place_payload(current->context, current->geometry, id, packet.payload);
         current->filled_size = std::max(current->filled_size, placed.end);
         break;
@@ -127,7 +127,7 @@ gvsp_recv_simple::block& gvsp_recv_simple::create_new_block(uint64_t now, uint64
 void gvsp_recv_simple::end_block(block& ended, uint64_t now, bool flushed) {
     if (!ended.active) return;
     ended.active = false;
-    const bool complete = ended.packets.all_expected();
+    const bool complete = ended.packets.complete_as_announced();
     if (complete) stats.skipped_frames += ids.completed(ended.frame_id);
     ended_recently.add(ended.block_id, ended.leader_mark(), now);
     if (ended.context.size == 0) {
@@ -141,7 +141,8 @@ void gvsp_recv_simple::end_block(block& ended, uint64_t now, bool flushed) {
     info.size_x = ended.leader.size_x;
     info.size_y = ended.leader.size_y;
     info.pixel_format = ended.leader.pixel_format;
-    info.expected_payload_size = payload_size;
+    info.expected_payload_size =
+        data_size_of(ended.packets, ended.geometry, payload_size, ended.filled_size, ended.context.size);
     info.filled_size = ended.filled_size;
     info.frame_id = ended.frame_id;
     info.block_id = ended.block_id;
@@ -159,7 +160,7 @@ void gvsp_recv_simple::end_block(block& ended, uint64_t now, bool flushed) {
 int64_t gvsp_recv_simple::check_timers(uint64_t now) {
     // No timers: looks for a finished block. What is older than a finished block will not be finished any more.
     const auto finished = std::ranges::find_if(
-        ring, [](const block* candidate) { return candidate->active && candidate->packets.all_expected(); });
+        ring, [](const block* candidate) { return candidate->active && candidate->packets.complete_as_announced(); });
     if (finished == ring.end()) return -1;
     for (auto older = ring.end(); --older != finished;) end_block(**older, now, false);
     end_block(**finished, now, false);
