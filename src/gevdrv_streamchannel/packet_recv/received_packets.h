@@ -124,14 +124,13 @@ private:
     return reaches_end ? packet_share::all : packet_share::part;
 }
 
-// What a frame has, in bytes, or would have had. Of one that was longer than announced and more than its buffer holds
-// at most one packet too much: how large the last one was is known no more.
+// What a frame has, in bytes, or would have had: what was announced, unless it was longer. If then its buffer could not
+// hold it, at most one packet too much: how large the last one was is known no more.
 [[nodiscard]] inline uint64_t data_size_of(const received_packets& packets, const block_geometry& geometry,
                                            uint64_t payload_size, uint64_t filled_size, uint64_t buffer_size) noexcept {
-    const uint64_t stored = std::max(payload_size, filled_size);
-    if (packets.trailer() < geometry.expected_packets || filled_size < buffer_size || !packets.complete())
-        return stored;
-    return std::max(stored, (uint64_t{packets.trailer()} - 1) * geometry.payload_per_packet);
+    if (packets.trailer() < geometry.expected_packets || !packets.complete()) return payload_size;
+    if (filled_size < buffer_size) return filled_size;
+    return (uint64_t{packets.trailer()} - 1) * geometry.payload_per_packet;
 }
 
 } // namespace gev::streamchannel::impl
