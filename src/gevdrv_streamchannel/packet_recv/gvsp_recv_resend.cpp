@@ -76,6 +76,7 @@ void gvsp_recv_resend::setup(uint32_t packet_size, uint32_t new_payload_size) {
         geometry[extended_ids] = block_geometry::of(packet_size, payload_size, extended_ids);
     }
     stats = {};
+    unsupported.setup();
     time_base = 0;
     prepare_blocks();
 }
@@ -177,6 +178,7 @@ bool gvsp_recv_resend::receive_packet(uint64_t now, std::span<const std::byte> d
     const gvsp_parsed_packet packet = parse_gvsp_packet(datagram.data(), datagram.size());
     const bool traced = logger().should_log(spdlog::level::trace);
     if (packet.kind == gvsp_packet_kind::invalid) {
+        unsupported.look_at(packet);
         if (traced) {
             logger().trace("now={:15} invalid packet received with err={}", t,
                            packet.error_text != nullptr ? packet.error_text : "");

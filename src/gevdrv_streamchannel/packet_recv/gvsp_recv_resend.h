@@ -7,6 +7,7 @@
 #include "gvsp_packet.h"
 #include "gvsp_recv_interface.h"
 #include "received_packets.h"
+#include "unsupported_frames.h"
 
 #include <array>
 #include <limits>
@@ -109,6 +110,7 @@ private:
     ended_frames ended_recently;
     gvsp_parsed_packet::leader_body last_leader{};
     frame_ids ids;
+    unsupported_frames unsupported;
     frame_receive_stats stats;
     std::array<block_geometry, 2> geometry; // by extended ids
     uint32_t payload_size = 0;

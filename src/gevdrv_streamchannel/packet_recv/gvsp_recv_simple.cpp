@@ -18,6 +18,7 @@ gvsp_recv_simple::gvsp_recv_simple(const stream_functions& stream) : functions(s
 
 void gvsp_recv_simple::setup(uint32_t packet_size, uint32_t new_payload_size) {
     stats = {};
+    unsupported.setup();
     ids.restart();
     last_leader = {};
     payload_size = new_payload_size;
@@ -42,6 +43,7 @@ gvsp_recv_simple::block* gvsp_recv_simple::find(uint64_t block_id) noexcept {
 
 bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> datagram) {
     const gvsp_parsed_packet packet = parse_gvsp_packet(datagram.data(), datagram.size());
+    if (packet.kind == gvsp_packet_kind::invalid) unsupported.look_at(packet);
     if (packet.kind == gvsp_packet_kind::invalid || packet.kind == gvsp_packet_kind::status_only) return false;
     extended = packet.is_extended;
     const uint32_t id = packet.packet_id;

@@ -145,6 +145,19 @@ TYPED_TEST(receivers_test, status_and_garbage_open_nothing) {
     EXPECT_EQ(this->receiver.check_timers(this->now), -1);
 }
 
+TYPED_TEST(receivers_test, frames_of_an_unsupported_form_are_told_once_a_stream) {
+    const log_capture log;
+    for (int stream = 1; stream <= 2; ++stream) {
+        this->begin({});
+        for (uint64_t block = 1; block <= 3; ++block) {
+            this->feed_one(header(block, 1, 0).u32(10).fill(32));
+            this->feed_one(header(block, 1, 0, 0, true).u32(10).fill(32));
+        }
+        EXPECT_EQ(this->taken, 0U);
+        EXPECT_EQ(log.count("payload type that is not supported"), static_cast<size_t>(stream));
+    }
+}
+
 // Sizes that no camera has: the bitmap follows the id form with the smaller packets.
 TYPED_TEST(receivers_test, extreme_geometry_stays_inside_the_bitmap) {
     for (const uint32_t size : {0U, 40U, 49U, 0xFFFFFFFFU}) {
