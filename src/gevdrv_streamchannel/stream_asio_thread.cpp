@@ -149,6 +149,7 @@ std::error_code stream_asio_thread::start(uint32_t packet_size, uint32_t payload
         thread_running = false;
         return failure.code();
     } catch (const std::bad_alloc&) {
+        thread_running = false;
         return make_error_code(std::errc::not_enough_memory);
     }
     return {};

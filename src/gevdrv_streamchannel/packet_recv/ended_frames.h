@@ -30,9 +30,11 @@ public:
     };
 
     // Whether a leader begins another frame than the one of the same id that was `known`, `quiet` after its last sign.
-    [[nodiscard]] static bool begins_another(const leader_mark& known, uint64_t quiet, uint64_t leader_timestamp,
-                                             uint64_t frame_time) noexcept {
+    [[nodiscard]] bool begins_another(const leader_mark& known, uint64_t quiet, uint64_t leader_timestamp,
+                                      uint64_t frame_time) const noexcept {
         if (known.seen && (known.timestamp != 0 || leader_timestamp != 0)) return known.timestamp != leader_timestamp;
+        // A frame's own leader may come at last, later than any frame time says.
+        if (is_timed(leader_timestamp) && leader_timestamp <= newest_timestamp) return false;
         return quiet > 4 * frame_time;
     }
     [[nodiscard]] static uint64_t elapsed(uint64_t now, uint64_t since) noexcept {
@@ -42,8 +44,8 @@ public:
     void clear() noexcept { *this = {}; }
     void add(uint64_t block_id, const leader_mark& leader, uint64_t now) noexcept {
         entries[block_id % capacity] = {block_id, leader, now, ++count, false};
-        newest_timestamp = std::max(newest_timestamp, leader.timestamp);
     }
+    void leader_came(uint64_t timestamp) noexcept { newest_timestamp = std::max(newest_timestamp, timestamp); }
     // The ids begin anew. Stragglers of the old ones are kept out for one more frame time.
     void start_over(uint64_t now) noexcept {
         for (entry& each : entries) each.of_earlier_round = true;
@@ -68,16 +70,18 @@ public:
             return repeated ? verdict::late : verdict::unknown;
         }
         if (leader_timestamp == nullptr) return verdict::late;
-        const bool timed = *leader_timestamp != 0 && newest_timestamp != 0;
-        bool another = begins_another(known.leader, elapsed(now, known.ended), *leader_timestamp, frame_time);
-        // The leader of a frame that ended without one may come at last, later than any frame time says.
-        if (timed && !known.leader.seen) another = another && *leader_timestamp > newest_timestamp;
-        if (another) return verdict::restart;
+        if (begins_another(known.leader, elapsed(now, known.ended), *leader_timestamp, frame_time)) {
+            return verdict::restart;
+        }
         // With nothing to compare, so far back, the ids tell more than the time.
-        return timed || count - known.number < ended_lately ? verdict::late : verdict::unknown;
+        return is_timed(*leader_timestamp) || count - known.number < ended_lately ? verdict::late : verdict::unknown;
     }
 
 private:
+    [[nodiscard]] bool is_timed(uint64_t leader_timestamp) const noexcept {
+        return leader_timestamp != 0 && newest_timestamp != 0;
+    }
+
     static constexpr uint64_t ended_lately = 16; // frames
     struct entry {
         uint64_t block_id = 0; // as on the wire; 0 is no frame's
@@ -89,7 +93,7 @@ private:
     // By id: each is looked up with one step, however many late packets come.
     std::array<entry, capacity> entries{};
     uint64_t count = 0;
-    uint64_t newest_timestamp = 0;
+    uint64_t newest_timestamp = 0; // since the ids began
     uint64_t started_over = 0;
 };
 

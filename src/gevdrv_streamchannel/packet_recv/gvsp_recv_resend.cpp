@@ -226,6 +226,7 @@ void gvsp_recv_resend::receive_other(int64_t t, block& current, const gvsp_parse
     case gvsp_packet_kind::leader:
         if (current.packets.add(id)) came_forward(t, current, id);
         last_leader = current.leader = packet.leader;
+        ended_recently.leader_came(packet.leader.timestamp);
         break;
     case gvsp_packet_kind::trailer:
         if (!current.packets.add_trailer(id)) break;
@@ -352,8 +353,8 @@ bool gvsp_recv_resend::begins_another_round(int64_t t, const block& current, uin
     // A block for a lost frame, still empty and back-dated, is filled by whatever frame has its id.
     if (current.packets.count() == 0) return false;
     const uint64_t quiet = ended_frames::elapsed(static_cast<uint64_t>(t), static_cast<uint64_t>(current.last_packet));
-    return ended_frames::begins_another(current.leader_mark(), quiet, leader_timestamp,
-                                        static_cast<uint64_t>(frame_time()));
+    return ended_recently.begins_another(current.leader_mark(), quiet, leader_timestamp,
+                                         static_cast<uint64_t>(frame_time()));
 }
 
 void gvsp_recv_resend::restart_stream(int64_t t) {

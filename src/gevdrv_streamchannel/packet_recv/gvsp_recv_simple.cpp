@@ -51,8 +51,8 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
     const auto time_per_frame = static_cast<uint64_t>(frame_time());
     block* current = find(packet.block_id);
     if (current != nullptr && leader_timestamp != nullptr &&
-        ended_frames::begins_another(current->leader_mark(), ended_frames::elapsed(now, current->last_packet),
-                                     *leader_timestamp, time_per_frame)) {
+        ended_recently.begins_another(current->leader_mark(), ended_frames::elapsed(now, current->last_packet),
+                                      *leader_timestamp, time_per_frame)) {
         restart_stream(now);
         current = nullptr;
     }
@@ -67,6 +67,7 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
     case gvsp_packet_kind::leader:
         current->packets.add(id);
         last_leader = current->leader = packet.leader;
+        ended_recently.leader_came(packet.leader.timestamp);
         break;
     case gvsp_packet_kind::trailer:
         current->packets.add_trailer(id);

@@ -10,31 +10,6 @@ using namespace test;
 using gvsp_recv_resend_test = receiver_bench<gvsp_recv_resend>;
 constexpr uint32_t incomplete = frame_flags::incomplete;
 
-// Bit i of the pattern: packet i is lost. The camera answers each request.
-TEST_F(gvsp_recv_resend_test, repairs_every_loss_pattern_of_a_frame) {
-    for (uint32_t lost = 0; lost < 63; ++lost) {
-        begin();
-        for (uint32_t packet = 0; packet <= trailer_id; ++packet) {
-            if ((lost >> packet & 1) == 0) feed(receiver, now, packet_of(1, packet));
-        }
-        size_t answered = 0;
-        std::vector<bool> asked(trailer_id + 1);
-        for (int round = 0; round < 8 && frames.empty(); ++round) {
-            pass(17'000);
-            for (; answered < requests.size(); ++answered) {
-                for (uint32_t id = requests[answered].first; id <= requests[answered].last; ++id) {
-                    asked[id] = true;
-                    feed(receiver, now, packet_of(1, id));
-                }
-            }
-        }
-        ASSERT_EQ(frames.size(), 1U) << lost;
-        EXPECT_EQ(frames[0].flags, 0U) << lost;
-        EXPECT_TRUE(bytes_right(0)) << lost;
-        for (uint32_t id = 0; id <= trailer_id; ++id) EXPECT_EQ(asked[id], (lost >> id & 1) != 0) << lost;
-    }
-}
-
 TEST_F(gvsp_recv_resend_test, only_the_start_of_a_range_shrinks_and_three_sends_are_the_limit) {
     const log_capture log;
     send(1, {0, 4, 5});

@@ -70,6 +70,7 @@ public:
         ASSERT_LE(first, last);
         ASSERT_LE(last, wire.trailer());
         ASSERT_EQ(extended, wire.extended);
+        EXPECT_FALSE(arrived.contains({block, first})) << "asked for again";
         packets_asked += last - first + 1;
         ++requests_made;
         for (uint32_t packet = first; packet <= last; ++packet) {
@@ -115,6 +116,9 @@ private:
                 datagram data = std::move(line.extract(line.begin()).mapped());
                 const size_t size = data.size();
                 data.resize(size + 16);
+                const auto packet = parse_gvsp_packet(data.data(), size);
+                const bool whole = packet.kind != gvsp_packet_kind::payload || packet.payload.data_size == wire.payload;
+                if (whole && packet.status == 0) arrived.emplace(packet.block_id, packet.packet_id);
                 if (!receiver.receive_packet(now, {data.data(), size})) continue;
             }
             wait = receiver.check_timers(now);
@@ -129,6 +133,7 @@ private:
     uint64_t now = 1'000'000;
     std::multimap<uint64_t, datagram> line;
     std::set<uint64_t> sent;
+    std::set<std::pair<uint64_t, uint32_t>> arrived;
 };
 
 // Every frame from the first one to the last is one of those delivered, those without a buffer and those skipped.
@@ -167,6 +172,7 @@ const std::pair<const char*, traffic> kinds[] = {
     {"all, wide", {.loss = 60, .duplication = 60, .reordering = 60, .lost_frames = 30, .refusal = 20, .wire = wide}},
     {"all, extended",
      {.loss = 60, .duplication = 60, .reordering = 60, .lost_frames = 30, .refusal = 50, .wire = narrow_extended}},
+    {"beyond 32 bits", {.loss = 60, .lost_frames = 30, .wire = narrow_extended, .first_id = 0xFFFF'FF80}},
     {"all, one retry", {.loss = 150, .duplication = 60, .reordering = 60, .refusal = 50, .retries = 1}},
     {"around the wrap", {.loss = 60, .duplication = 60, .reordering = 60, .lost_frames = 30, .first_id = 65'400}},
     {"short packets", {.loss = 10, .truncation = 100}},
@@ -176,7 +182,6 @@ const std::pair<const char*, traffic> kinds[] = {
     {"few buffers", {.loss = 60, .duplication = 60, .reordering = 60, .no_buffer = 300}},
 };
 
-unsigned seeds() { return std::getenv("SEEDS") != nullptr ? std::atoi(std::getenv("SEEDS")) : 12; }
 } // namespace
 
 template <class Receiver>
@@ -186,7 +191,7 @@ TYPED_TEST_SUITE(receiver_property_test, both_receivers, receiver_names);
 TYPED_TEST(receiver_property_test, delivers_right_frames_in_order_and_counts_every_one) {
     constexpr bool resends = std::is_same_v<TypeParam, gvsp_recv_resend>;
     for (const auto& [name, how] : kinds) {
-        for (uint32_t seed = 0; seed < seeds(); ++seed) {
+        for (uint32_t seed = 0; seed < 12; ++seed) {
             SCOPED_TRACE(testing::Message() << name << " seed " << seed);
             simulation run{how, seed};
             run.functions.send_resend = [&](uint64_t block, uint32_t first, uint32_t last, bool extended) {

@@ -78,6 +78,19 @@ TYPED_TEST(restart_test, late_leader_of_a_frame_that_ended_without_one_opens_not
     }
 }
 
+// Of an open frame, too: this thread was away for longer than any frame takes.
+TYPED_TEST(restart_test, late_leader_of_an_open_frame_completes_it) {
+    this->begin();
+    this->whole(1);
+    this->send(2, {1, 3, 4, 5});
+    this->send(3, {0, 1, 2, 3, 4});
+    this->now += 200'000;
+    this->send(2, {0, 2});
+    this->send(3, {5});
+    EXPECT_EQ(this->delivered(), (std::vector<uint64_t>{1, 2, 3}));
+    EXPECT_EQ(this->statistics()[0], 3U);
+}
+
 TYPED_TEST(restart_test, stragglers_of_the_round_before_stay_out_of_the_new_one) {
     this->begin({});
     for (uint64_t block = 1; block <= 5; ++block) this->whole(block);

@@ -156,13 +156,11 @@ TEST(StreamChannel, WhileNotConnectedOperationsSaySo) {
     bench b;
     const std::error_code none = make_error_code(gigecam_errc::option_not_available);
     const auto expect_none = [&] {
-        EXPECT_EQ(b.sut->flush(), none);
-        EXPECT_EQ(b.sut->reset_receiver(), none);
-        EXPECT_EQ(b.sut->operation_5(), none);
-        EXPECT_EQ(b.sut->operation_6(1, 2), none);
-        EXPECT_EQ(b.sut->set_resend_params({}), none);
-        EXPECT_EQ(b.sut->get_resend_params().error(), none);
-        EXPECT_EQ(b.sut->query_packet_size(1).error(), none);
+        for (const std::error_code answer :
+             {b.sut->flush(), b.sut->reset_receiver(), b.sut->operation_5(), b.sut->operation_6(1, 2),
+              b.sut->set_resend_params({}), b.sut->get_resend_params().error(), b.sut->query_packet_size(1).error()}) {
+            EXPECT_EQ(answer, none);
+        }
     };
     expect_none();
     b.params.fixed_packet_size = 1400;
@@ -206,6 +204,9 @@ TEST(StreamChannel, AFailedConnectLeavesNoStream) {
 }
 
 TEST(StreamChannel, AProcessWithoutDescriptorsGetsAnError) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the sanitizer itself looks at exceptions through pipes";
+#endif
     bench b;
     b.params.fixed_packet_size = 1400;
     rlimit usual{};
