@@ -75,8 +75,9 @@ Error device_data_stream::open_stream(const ipc_rpc::client_object_handle& chann
             channel->channel_index, 0, channel->interface_ip, {device_address, port}},
         remote_device.remote_port().control_channel(), remote_device.remote_port().remote_document());
 
-    // Before connect: frames may come as soon as it has returned.
+    // Before connect: frames may come as soon as it has returned, and wait for buffers until the start is through.
     read_tick_period();
+    read_automatic_time();
     gev::streamchannel::channel_start_params params;
     params.deliver = [this](const frame_info& info, const frame_receive_stats& stats) { deliver(info, stats); };
     params.get_frame = [this] { return next_frame(); };
@@ -117,14 +118,15 @@ void device_data_stream::read_tick_period() {
     if (frequency != 0) tick_period_ns = 1e9 / static_cast<double>(frequency);
 }
 
-void device_data_stream::apply_resend_settings() {
+void device_data_stream::read_automatic_time() {
     auto* nodes = remote_device.remote_port().remote_document();
-    if (auto* rate_node = nodes->find<GenICam::IFloat>("AcquisitionFrameRate")) {
-        const auto rate = rate_node->get_val(GenICam::access_flags::bypass_cache);
-        if (rate && *rate > 0.0) {
-            resend.automatic_time_us = static_cast<uint32_t>(std::min(1.0 / *rate * 1e6, 4e9));
-        }
-    }
+    auto* rate_node = nodes->find<GenICam::IFloat>("AcquisitionFrameRate");
+    if (rate_node == nullptr) return;
+    const auto rate = rate_node->get_val(GenICam::access_flags::bypass_cache);
+    if (rate && *rate > 0.0) resend.automatic_time_us = static_cast<uint32_t>(std::min(1.0 / *rate * 1e6, 4e9));
+}
+
+void device_data_stream::apply_resend_settings() {
     gev::streamchannel::resend_parameters parameters;
     const uint32_t set_time = resend.time_per_frame_us;
     parameters.auto_time_per_frame = resend.auto_time_per_frame || set_time == 0;

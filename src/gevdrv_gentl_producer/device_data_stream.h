@@ -29,6 +29,7 @@ private:
     [[nodiscard]] gev::streamchannel::frame_context next_frame();
     void deliver(const gev::streamchannel::frame_info& info, const gev::streamchannel::frame_receive_stats& stats);
     void read_tick_period();
+    void read_automatic_time();
     void apply_resend_settings();
     // A value of the camera's document, past its cache: the consumer changes it behind our back.
     [[nodiscard]] std::expected<int64_t, std::error_code> read_payload_size() const;

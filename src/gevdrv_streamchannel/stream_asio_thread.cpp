@@ -35,7 +35,7 @@ constexpr int most_rounds = 16; // of reads before other work gets its turn
 // many times over.
 constexpr auto gathering_time = 200us;
 constexpr size_t little = 16 << 10; // bytes
-constexpr auto error_pause = 1ms;   // so that an error that stays takes no processor
+constexpr auto error_pause = 1ms;   // so that an error that stays, or a wake for nothing, takes no processor
 // Nobody is woken when somebody else in the process closes our descriptor: so it is read now and then, whatever comes.
 constexpr auto unasked_read = 1s;
 constexpr size_t test_buffer_size = 32000;
@@ -141,13 +141,16 @@ std::error_code stream_asio_thread::start(uint32_t packet_size, uint32_t payload
     if (in_force < static_cast<size_t>(socket_receive_buffer)) {
         logger().debug("The system limits the socket's receive buffer to {} bytes.", in_force);
     }
-    receiver->setup(packet_size, payload_size);
-    thread_running = true;
     try {
+        receiver->setup(packet_size, payload_size);
+        thread_running = true;
         thread = std::thread{[this, packet_size] { thread_main(packet_size); }};
     } catch (const std::system_error& failure) {
         thread_running = false;
         return failure.code();
+    } catch (const std::bad_alloc&) {
+        thread_running = false;
+        return make_error_code(std::errc::not_enough_memory);
     }
     return {};
 }
@@ -230,7 +233,11 @@ bool stream_asio_thread::receive_batch() {
             end_reception(error.message());
             return false;
         }
-        if (count == 0) break;
+        if (count == 0) {
+            // A socket that somebody shut down is always readable, while its datagrams may come all the same.
+            if (round == 0 && !error) std::this_thread::sleep_for(error_pause);
+            break;
+        }
         const uint64_t now = now_us();
         int64_t wait = -1;
         size_t bytes = 0;

@@ -55,8 +55,13 @@ std::error_code stream_channel_impl::connect(const channel_start_params& params)
     }
     // The socket must exist before the camera is told where to send, and the packet size test needs the registers.
     const asio::ip::udp::endpoint remote = stream_source();
-    auto opening = std::make_shared<impl::stream_asio_thread>(impl::stream_asio_thread::create_params{
-        .functions = std::move(functions), .reception_ended = params.reception_ended});
+    std::shared_ptr<impl::stream_asio_thread> opening;
+    try {
+        opening = std::make_shared<impl::stream_asio_thread>(impl::stream_asio_thread::create_params{
+            .functions = std::move(functions), .reception_ended = params.reception_ended});
+    } catch (const std::system_error& failure) { // a process without descriptors left
+        return failure.code();
+    }
     const auto local = opening->open_stream_socket(asio::ip::address_v4{local_address}, remote);
     if (!local) return local.error();
     if (const std::error_code error = setup_scp(*local)) return error;

@@ -162,6 +162,7 @@ TEST(Delivery, TheAutomaticFrameTimeIsTheCamerasUnlessItHasNone) {
         for (int i = 0; i < 5; ++i) bench->announce();
         ASSERT_TRUE(bench->start());
         EXPECT_EQ(bench->device->resends().automatic_time_us, time_us) << rate;
+        EXPECT_FALSE(bench->cam.rate_read_while_open) << "a slow answer would keep the first frames waiting";
     }
 }
 

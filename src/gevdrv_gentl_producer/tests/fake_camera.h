@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <bit>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -40,6 +41,7 @@ public:
     static constexpr uint32_t payload_size = payload_per_packet * data_packets;
     static constexpr uint32_t trailer_id = data_packets + 1;
     static constexpr uint64_t document_address = 0x10000;
+    static constexpr uint64_t rate_address = 0x2000;
 
     explicit camera(const camera_traits& how) : traits(how) {
         auto opened = gige::udp_socket::open({loopback, 0});
@@ -91,7 +93,8 @@ public:
                integer("PayloadSize", payload_size, "") +
                integer("GevSCPSPacketSize", packet_size,
                        "<Min>100</Min><Max>" + std::to_string(packet_size) + "</Max>") +
-               "<Float Name=\"AcquisitionFrameRate\"><Value>" + std::to_string(traits.frame_rate) + "</Value></Float>" +
+               "<FloatReg Name=\"AcquisitionFrameRate\"><Address>8192</Address><Length>4</Length>"
+               "<AccessMode>RO</AccessMode><pPort>Device</pPort><Endianess>BigEndian</Endianess></FloatReg>" +
                traits.more_nodes + "<Port Name=\"Device\"></Port></RegisterDescription>";
     }
     [[nodiscard]] uint16_t port() const { return socket.local().port; }
@@ -107,6 +110,9 @@ public:
             return static_cast<uint32_t>(traits.tick_frequency);
         case 0x0D04:
             return packet_size | 0x40000000;
+        case rate_address:
+            if (destination.port != 0) rate_read_while_open = true;
+            return std::bit_cast<uint32_t>(static_cast<float>(traits.frame_rate));
         default:
             return 0;
         }
@@ -149,6 +155,7 @@ public:
     [[nodiscard]] std::string first_url() const { return traits.first_url; }
 
     std::atomic<uint64_t> resends{0};
+    std::atomic<bool> rate_read_while_open{false};
 
 private:
     struct range {

@@ -51,7 +51,12 @@ public:
             table,
             [this](context&, uint64_t address, uint64_t size, uint32_t, uint64_t) -> std::expected<byte_vector, error> {
                 const std::string text = device.document();
-                if (address != camera::document_address) return byte_vector(size);
+                if (address != camera::document_address) {
+                    byte_vector word(size);
+                    const uint32_t value = device.read(address);
+                    for (size_t i = 0; i < size && i < 4; ++i) word[i] = static_cast<std::byte>(value >> (24 - 8 * i));
+                    return word;
+                }
                 const auto bytes = std::as_bytes(std::span{text}.first(std::min<size_t>(size, text.size())));
                 return byte_vector(bytes.begin(), bytes.end());
             }));

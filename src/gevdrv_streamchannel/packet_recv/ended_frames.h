@@ -12,10 +12,12 @@
 
 namespace gev::streamchannel::impl {
 
+// Where frames are short an answer to a request can be dozens of them late, and must not open its frame a second time.
+//
 // Times in microseconds.
 class ended_frames {
 public:
-    static constexpr size_t capacity = 16;
+    static constexpr size_t capacity = 1024;
 
     struct leader_mark {
         bool seen = false;
@@ -28,9 +30,11 @@ public:
     };
 
     // Whether a leader begins another frame than the one of the same id that was `known`, `quiet` after its last sign.
-    [[nodiscard]] static bool begins_another(const leader_mark& known, uint64_t quiet, uint64_t leader_timestamp,
-                                             uint64_t frame_time) noexcept {
+    [[nodiscard]] bool begins_another(const leader_mark& known, uint64_t quiet, uint64_t leader_timestamp,
+                                      uint64_t frame_time) const noexcept {
         if (known.seen && (known.timestamp != 0 || leader_timestamp != 0)) return known.timestamp != leader_timestamp;
+        // A frame's own leader may come at last, later than any frame time says.
+        if (is_timed(leader_timestamp) && leader_timestamp <= newest_timestamp) return false;
         return quiet > 4 * frame_time;
     }
     [[nodiscard]] static uint64_t elapsed(uint64_t now, uint64_t since) noexcept {
@@ -39,47 +43,57 @@ public:
 
     void clear() noexcept { *this = {}; }
     void add(uint64_t block_id, const leader_mark& leader, uint64_t now) noexcept {
-        entries[next++ % capacity] = {block_id, leader, now, false};
+        entries[block_id % capacity] = {block_id, leader, now, ++count, false};
     }
+    void leader_came(uint64_t timestamp) noexcept { newest_timestamp = std::max(newest_timestamp, timestamp); }
     // The ids begin anew. Stragglers of the old ones are kept out for one more frame time.
     void start_over(uint64_t now) noexcept {
         for (entry& each : entries) each.of_earlier_round = true;
         started_over = now;
+        newest_timestamp = 0;
     }
     // Whether a frame of this id ended since the ids began.
     [[nodiscard]] bool holds(uint64_t block_id) const noexcept {
-        return std::ranges::any_of(
-            entries, [&](const entry& each) { return each.block_id == block_id && !each.of_earlier_round; });
+        const entry& known = entries[block_id % capacity];
+        return known.block_id == block_id && !known.of_earlier_round;
     }
     // `leader_timestamp`: null for any other packet.
     [[nodiscard]] verdict judge(uint64_t block_id, const uint64_t* leader_timestamp, uint64_t now,
                                 uint64_t frame_time) const noexcept {
-        for (size_t back = 1; back <= capacity; ++back) { // newest first
-            const entry& each = entries[(next - back) % capacity];
-            if (each.block_id != block_id) continue;
-            if (each.of_earlier_round) {
-                if (leader_timestamp == nullptr) {
-                    return elapsed(now, started_over) < frame_time ? verdict::late : verdict::unknown;
-                }
-                const bool repeated = each.leader.timestamp != 0 && each.leader.timestamp == *leader_timestamp;
-                return repeated ? verdict::late : verdict::unknown;
+        const entry& known = entries[block_id % capacity];
+        if (known.block_id != block_id) return verdict::unknown;
+        if (known.of_earlier_round) {
+            if (leader_timestamp == nullptr) {
+                return elapsed(now, started_over) < frame_time ? verdict::late : verdict::unknown;
             }
-            const bool another = leader_timestamp != nullptr &&
-                                 begins_another(each.leader, elapsed(now, each.ended), *leader_timestamp, frame_time);
-            return another ? verdict::restart : verdict::late;
+            const bool repeated = known.leader.timestamp != 0 && known.leader.timestamp == *leader_timestamp;
+            return repeated ? verdict::late : verdict::unknown;
         }
-        return verdict::unknown;
+        if (leader_timestamp == nullptr) return verdict::late;
+        if (begins_another(known.leader, elapsed(now, known.ended), *leader_timestamp, frame_time)) {
+            return verdict::restart;
+        }
+        // With nothing to compare, so far back, the ids tell more than the time.
+        return is_timed(*leader_timestamp) || count - known.number < ended_lately ? verdict::late : verdict::unknown;
     }
 
 private:
+    [[nodiscard]] bool is_timed(uint64_t leader_timestamp) const noexcept {
+        return leader_timestamp != 0 && newest_timestamp != 0;
+    }
+
+    static constexpr uint64_t ended_lately = 16; // frames
     struct entry {
         uint64_t block_id = 0; // as on the wire; 0 is no frame's
         leader_mark leader;
         uint64_t ended = 0;
+        uint64_t number = 0; // of frames that ended
         bool of_earlier_round = false;
     };
+    // By id: each is looked up with one step, however many late packets come.
     std::array<entry, capacity> entries{};
-    size_t next = 0;
+    uint64_t count = 0;
+    uint64_t newest_timestamp = 0; // since the ids began
     uint64_t started_over = 0;
 };
 

@@ -1,19 +1,18 @@
 // Which frame a block id stands for, and how many frames went by of which nothing came.
 #pragma once
 
-#include "ended_frames.h"
 #include "gvsp_recv_interface.h"
 
 #include <cstdint>
 
 namespace gev::streamchannel::impl {
 
-// A jump further ahead than frames are remembered may be one stray id. Its frames count as lost only once something
+// A jump far ahead may be one stray id. Its frames count as lost only once something
 // follows that bears it out: a frame of that id that is whole, or one behind it. When instead the frames go on where
 // they were, the stray one is forgotten.
 class frame_ids {
 public:
-    static constexpr uint64_t far = ended_frames::capacity;
+    static constexpr uint64_t far = 16; // frames
 
     struct opened_frame {
         uint64_t id = 0;      // unwrapped
@@ -24,7 +23,7 @@ public:
 
     void restart() noexcept { *this = {}; }
     [[nodiscard]] bool started() const noexcept { return any; }
-    // Whether the first id stands for a frame so far back that it is remembered no more.
+    // Whether the first id stands for a frame far back.
     [[nodiscard]] bool is_old_first(uint64_t block_id, bool extended) const noexcept {
         auto lap = ids;
         return any && highest >= far && lap.unwrap(block_id, extended) == 0;
@@ -58,7 +57,7 @@ public:
             }
             highest = result.id;
         } else if (highest - result.id >= far && result.id == last_opened + 1) {
-            // Two in a row, further back than frames are remembered: the ids began anew.
+            // Two in a row far back: the ids began anew.
             doubted = false;
             highest = result.id;
         }

@@ -76,6 +76,7 @@ void gvsp_recv_resend::setup(uint32_t packet_size, uint32_t new_payload_size) {
         geometry[extended_ids] = block_geometry::of(packet_size, payload_size, extended_ids);
     }
     stats = {};
+    unsupported.setup();
     time_base = 0;
     prepare_blocks();
 }
@@ -143,16 +144,17 @@ inline bool gvsp_recv_resend::came_forward(int64_t t, block& current, uint32_t p
     return true;
 }
 
-// The first packet behind a gap notices it; what arrives behind an open range later is no new highest packet.
-inline void gvsp_recv_resend::check_gap(int64_t t, block& current, uint32_t packet_id) {
+// The first packet behind a gap notices it; what arrives behind an open range later is no new highest packet. Below the
+// highest one before it gaps have been noticed already. That one itself may be missing: it was too short.
+inline void gvsp_recv_resend::check_gap(int64_t t, block& current, uint32_t packet_id, uint32_t highest_before) {
     if (!params.resend_enabled || packet_id == 0) return;
     const uint32_t last = std::min(packet_id, current.geometry.expected_packets) - 1;
-    if (current.packets.is_missing(last)) ask_for_gap(t, current, last);
+    if (current.packets.is_missing(last)) ask_for_gap(t, current, highest_before, last);
 }
 
-void gvsp_recv_resend::ask_for_gap(int64_t t, block& current, uint32_t last) {
+void gvsp_recv_resend::ask_for_gap(int64_t t, block& current, uint32_t lowest, uint32_t last) {
     const int64_t deadline =
-        add_resend_entry(t, current, resend_delay(), current.packets.start_of_missing_run(last), last);
+        add_resend_entry(t, current, resend_delay(), current.packets.start_of_missing_run(last, lowest), last);
     current.next_timer = std::min(current.next_timer, deadline);
 }
 
@@ -160,13 +162,14 @@ void gvsp_recv_resend::ask_for_gap(int64_t t, block& current, uint32_t last) {
 [[gnu::always_inline]] inline void gvsp_recv_resend::receive_payload(int64_t t, block& current,
                                                                      const gvsp_parsed_packet& packet) {
     const uint32_t id = packet.packet_id;
-    const bool whole = is_whole(current.geometry, payload_size, id, packet.payload.data_size);
-    const bool forward = current.packets.add_payload(id, whole);
+    const packet_share share = share_of(current.geometry, payload_size, id, packet.payload.data_size);
+    const bool forward = current.packets.add_payload(id, share);
     if (!forward && current.packets.holds(id)) return; // came before, and stays as it is
     const placed_bytes placed = place_payload(current.context, current.geometry, id, packet.payload);
     current.received_bytes += placed.count;
     current.filled_size = std::max(current.filled_size, placed.end);
-    if (forward && came_forward(t, current, id)) check_gap(t, current, id);
+    const uint32_t highest_before = current.highest_packet_id;
+    if (forward && came_forward(t, current, id)) check_gap(t, current, id, highest_before);
 }
 
 bool gvsp_recv_resend::receive_packet(uint64_t now, std::span<const std::byte> datagram) {
@@ -175,6 +178,7 @@ bool gvsp_recv_resend::receive_packet(uint64_t now, std::span<const std::byte> d
     const gvsp_parsed_packet packet = parse_gvsp_packet(datagram.data(), datagram.size());
     const bool traced = logger().should_log(spdlog::level::trace);
     if (packet.kind == gvsp_packet_kind::invalid) {
+        unsupported.look_at(packet);
         if (traced) {
             logger().trace("now={:15} invalid packet received with err={}", t,
                            packet.error_text != nullptr ? packet.error_text : "");
@@ -217,16 +221,18 @@ gvsp_recv_resend::block* gvsp_recv_resend::block_of(int64_t t, const gvsp_parsed
 
 void gvsp_recv_resend::receive_other(int64_t t, block& current, const gvsp_parsed_packet& packet) {
     const uint32_t id = packet.packet_id;
+    const uint32_t highest_before = current.highest_packet_id;
     switch (packet.kind) {
     case gvsp_packet_kind::leader:
         if (current.packets.add(id)) came_forward(t, current, id);
         last_leader = current.leader = packet.leader;
+        ended_recently.leader_came(packet.leader.timestamp);
         break;
     case gvsp_packet_kind::trailer:
         if (!current.packets.add_trailer(id)) break;
         if (packet.trailer.chunk_data_payload_length != 0) current.has_chunk = true;
         current.chunk_layout_id = packet.trailer.chunk_layout_id;
-        if (came_forward(t, current, id)) check_gap(t, current, id);
+        if (came_forward(t, current, id)) check_gap(t, current, id, highest_before);
         break;
     default:
         if (current.packets.add(id)) came_forward(t, current, id);
@@ -311,7 +317,7 @@ void gvsp_recv_resend::run_timers(int64_t t, block& current) {
         deadline = current.end_deadline = never;
         const uint32_t last = current.geometry.expected_packets - 1;
         if (current.packets.trailer() == 0 && params.resend_enabled && current.packets.is_missing(last)) {
-            deadline = add_resend_entry(t, current, 0, current.packets.start_of_missing_run(last), last);
+            deadline = add_resend_entry(t, current, 0, current.packets.start_of_missing_run(last, 0), last);
         }
     }
     current.next_timer = std::min(current.next_timer, deadline);
@@ -347,8 +353,8 @@ bool gvsp_recv_resend::begins_another_round(int64_t t, const block& current, uin
     // A block for a lost frame, still empty and back-dated, is filled by whatever frame has its id.
     if (current.packets.count() == 0) return false;
     const uint64_t quiet = ended_frames::elapsed(static_cast<uint64_t>(t), static_cast<uint64_t>(current.last_packet));
-    return ended_frames::begins_another(current.leader_mark(), quiet, leader_timestamp,
-                                        static_cast<uint64_t>(frame_time()));
+    return ended_recently.begins_another(current.leader_mark(), quiet, leader_timestamp,
+                                         static_cast<uint64_t>(frame_time()));
 }
 
 void gvsp_recv_resend::restart_stream(int64_t t) {
@@ -453,7 +459,8 @@ void gvsp_recv_resend::end_block(int64_t t, block& ended, bool flushed) {
     info.size_x = ended.leader.size_x;
     info.size_y = ended.leader.size_y;
     info.pixel_format = ended.leader.pixel_format;
-    info.expected_payload_size = payload_size;
+    info.expected_payload_size =
+        data_size_of(ended.packets, ended.geometry, payload_size, ended.filled_size, info.context.size);
     info.filled_size = ended.filled_size;
     info.received_bytes = ended.received_bytes;
     info.frame_id = ended.frame_id;

@@ -7,6 +7,7 @@
 #include "gvsp_packet.h"
 #include "gvsp_recv_interface.h"
 #include "received_packets.h"
+#include "unsupported_frames.h"
 
 #include <array>
 #include <limits>
@@ -88,8 +89,8 @@ private:
     void receive_payload(int64_t t, block& current, const gvsp_parsed_packet& packet);
     void receive_other(int64_t t, block& current, const gvsp_parsed_packet& packet);
     bool came_forward(int64_t t, block& current, uint32_t packet_id) noexcept;
-    void check_gap(int64_t t, block& current, uint32_t packet_id);
-    void ask_for_gap(int64_t t, block& current, uint32_t last);
+    void check_gap(int64_t t, block& current, uint32_t packet_id, uint32_t highest_before);
+    void ask_for_gap(int64_t t, block& current, uint32_t lowest, uint32_t last);
 
     int64_t add_resend_entry(int64_t t, block& current, int64_t delay, uint32_t first, uint32_t last);
     int64_t queue_resend(int64_t t, block& current, resend_entry& entry);
@@ -109,6 +110,7 @@ private:
     ended_frames ended_recently;
     gvsp_parsed_packet::leader_body last_leader{};
     frame_ids ids;
+    unsupported_frames unsupported;
     frame_receive_stats stats;
     std::array<block_geometry, 2> geometry; // by extended ids
     uint32_t payload_size = 0;

@@ -18,6 +18,7 @@ gvsp_recv_simple::gvsp_recv_simple(const stream_functions& stream) : functions(s
 
 void gvsp_recv_simple::setup(uint32_t packet_size, uint32_t new_payload_size) {
     stats = {};
+    unsupported.setup();
     ids.restart();
     last_leader = {};
     payload_size = new_payload_size;
@@ -42,6 +43,7 @@ gvsp_recv_simple::block* gvsp_recv_simple::find(uint64_t block_id) noexcept {
 
 bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> datagram) {
     const gvsp_parsed_packet packet = parse_gvsp_packet(datagram.data(), datagram.size());
+    if (packet.kind == gvsp_packet_kind::invalid) unsupported.look_at(packet);
     if (packet.kind == gvsp_packet_kind::invalid || packet.kind == gvsp_packet_kind::status_only) return false;
     extended = packet.is_extended;
     const uint32_t id = packet.packet_id;
@@ -49,8 +51,8 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
     const auto time_per_frame = static_cast<uint64_t>(frame_time());
     block* current = find(packet.block_id);
     if (current != nullptr && leader_timestamp != nullptr &&
-        ended_frames::begins_another(current->leader_mark(), ended_frames::elapsed(now, current->last_packet),
-                                     *leader_timestamp, time_per_frame)) {
+        ended_recently.begins_another(current->leader_mark(), ended_frames::elapsed(now, current->last_packet),
+                                      *leader_timestamp, time_per_frame)) {
         restart_stream(now);
         current = nullptr;
     }
@@ -65,6 +67,7 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
     case gvsp_packet_kind::leader:
         current->packets.add(id);
         last_leader = current->leader = packet.leader;
+        ended_recently.leader_came(packet.leader.timestamp);
         break;
     case gvsp_packet_kind::trailer:
         current->packets.add_trailer(id);
@@ -73,7 +76,7 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
         break;
     case gvsp_packet_kind::payload: {
         if (current->packets.holds(id)) break;
-        current->packets.add_payload(id, is_whole(current->geometry, payload_size, id, packet.payload.data_size));
+        current->packets.add_payload(id, share_of(current->geometry, payload_size, id, packet.payload.data_size));
         const placed_bytes placed = place_payload(current->context, current->geometry, id, packet.payload);
         current->filled_size = std::max(current->filled_size, placed.end);
         break;
@@ -127,7 +130,7 @@ gvsp_recv_simple::block& gvsp_recv_simple::create_new_block(uint64_t now, uint64
 void gvsp_recv_simple::end_block(block& ended, uint64_t now, bool flushed) {
     if (!ended.active) return;
     ended.active = false;
-    const bool complete = ended.packets.all_expected();
+    const bool complete = ended.packets.complete_as_announced();
     if (complete) stats.skipped_frames += ids.completed(ended.frame_id);
     ended_recently.add(ended.block_id, ended.leader_mark(), now);
     if (ended.context.size == 0) {
@@ -141,7 +144,8 @@ void gvsp_recv_simple::end_block(block& ended, uint64_t now, bool flushed) {
     info.size_x = ended.leader.size_x;
     info.size_y = ended.leader.size_y;
     info.pixel_format = ended.leader.pixel_format;
-    info.expected_payload_size = payload_size;
+    info.expected_payload_size =
+        data_size_of(ended.packets, ended.geometry, payload_size, ended.filled_size, ended.context.size);
     info.filled_size = ended.filled_size;
     info.frame_id = ended.frame_id;
     info.block_id = ended.block_id;
@@ -159,7 +163,7 @@ void gvsp_recv_simple::end_block(block& ended, uint64_t now, bool flushed) {
 int64_t gvsp_recv_simple::check_timers(uint64_t now) {
     // No timers: looks for a finished block. What is older than a finished block will not be finished any more.
     const auto finished = std::ranges::find_if(
-        ring, [](const block* candidate) { return candidate->active && candidate->packets.all_expected(); });
+        ring, [](const block* candidate) { return candidate->active && candidate->packets.complete_as_announced(); });
     if (finished == ring.end()) return -1;
     for (auto older = ring.end(); --older != finished;) end_block(**older, now, false);
     end_block(**finished, now, false);

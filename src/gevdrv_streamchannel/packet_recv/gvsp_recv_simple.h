@@ -7,6 +7,7 @@
 #include "gvsp_packet.h"
 #include "gvsp_recv_interface.h"
 #include "received_packets.h"
+#include "unsupported_frames.h"
 
 #include <array>
 
@@ -57,6 +58,7 @@ private:
     std::array<block*, 4> ring{}; // newest first
     leader_body last_leader{};
     frame_ids ids;
+    unsupported_frames unsupported;
     ended_frames ended_recently;
     impl::frame_time frame_time;
     frame_receive_stats stats;

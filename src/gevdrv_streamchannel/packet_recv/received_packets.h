@@ -4,15 +4,20 @@
 #include "gvsp_recv_interface.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdint>
 #include <vector>
 
 namespace gev::streamchannel::impl {
 
+// What a payload packet brings of that which its id stands for.
+enum class packet_share { all, part, more };
+
 // A frame is complete only when every byte of it came. So a payload packet counts when it is full, reaches the end of
 // the payload or stands directly before the trailer; a shorter one anywhere else lost bytes and is missing like any
 // other. Ids that no bitmap of the announced size holds cannot be told apart, and count only as far as they came in
-// order: none of them stands in for a lost one.
+// order: none of them stands in for a lost one. What a packet has beyond its share may be padding; in a frame of fewer
+// packets than expected it was data, for which there is no place.
 class received_packets {
 public:
     // The only call that allocates.
@@ -24,6 +29,7 @@ public:
         std::ranges::fill(words, 0);
         expected = geometry.expected_packets;
         counted = top = trailer_id = short_id = in_order_behind = 0;
+        any_too_large = false;
     }
 
     [[nodiscard]] bool holds(uint32_t id) const noexcept {
@@ -33,14 +39,21 @@ public:
     [[nodiscard]] bool is_missing(uint32_t id) const noexcept { return id < expected && !holds(id); }
     [[nodiscard]] uint32_t count() const noexcept { return counted; }
     [[nodiscard]] uint32_t trailer() const noexcept { return trailer_id; } // 0 until it came
-    [[nodiscard]] uint32_t start_of_missing_run(uint32_t last) const noexcept {
-        while (last > 0 && is_missing(last - 1)) --last;
+    // Of the run of missing packets that ends with `last`, which is missing; not looked for below `lowest`.
+    [[nodiscard]] uint32_t start_of_missing_run(uint32_t last, uint32_t lowest) const noexcept {
+        while (last > lowest && is_missing(last - 1)) --last;
         return last;
     }
-    // `last` + 1 when nothing of the range is missing.
+    // `last` + 1 when nothing of the range is missing. A word at a time: with odd frames it is asked for each datagram.
     [[nodiscard]] uint64_t first_missing(uint64_t first, uint64_t last) const noexcept {
-        while (first <= last && !is_missing(static_cast<uint32_t>(first))) ++first;
-        return first;
+        const uint64_t end = std::min<uint64_t>(last + 1, expected);
+        while (first < end) {
+            const uint64_t bit = first % bits_per_word;
+            const auto held = static_cast<uint64_t>(std::countr_one(words[first / bits_per_word] >> bit));
+            first += held;
+            if (held + bit < bits_per_word) break;
+        }
+        return first < end ? first : last + 1;
     }
 
     // These three: true for a packet that no earlier one with its id took forward and whose id tells how far the frame
@@ -58,9 +71,10 @@ public:
         top = std::max(top, id);
         return true;
     }
-    bool add_payload(uint32_t id, bool whole) noexcept {
+    bool add_payload(uint32_t id, packet_share share) noexcept {
         if (id == 0) return false; // the leader's
-        if (!whole && uint64_t{id} + 1 != trailer_id) return add_short(id);
+        if (share == packet_share::more) any_too_large = true;
+        if (share == packet_share::part && uint64_t{id} + 1 != trailer_id) return add_short(id);
         return add(id);
     }
     bool add_trailer(uint32_t id) noexcept {
@@ -70,10 +84,14 @@ public:
         return add(id) || id >= expected;
     }
 
-    [[nodiscard]] bool all_expected() const noexcept { return counted == expected; }
+    // Not for a frame that is shorter than announced.
+    [[nodiscard]] bool complete_as_announced() const noexcept {
+        return uint64_t{trailer_id} + 1 >= expected && complete();
+    }
     [[nodiscard]] bool complete() const noexcept {
         if (trailer_id == 0 || counted <= std::min(trailer_id, expected - 1)) return false;
         if (trailer_id >= expected) return trailer_id <= uint64_t{expected} + in_order_behind;
+        if (any_too_large && trailer_id + 1 < expected) return false;
         return top <= trailer_id || first_missing(0, trailer_id) > trailer_id;
     }
 
@@ -94,14 +112,25 @@ private:
     uint32_t trailer_id = 0;
     uint32_t short_id = 0;        // the highest payload packet that was too short to count
     uint32_t in_order_behind = 0; // packets behind the bitmap that came one after the other
+    bool any_too_large = false;
 };
 
-// Whether a payload packet of this size can be all that its id stands for.
-[[nodiscard]] inline bool is_whole(const block_geometry& geometry, uint64_t payload_size, uint32_t packet_id,
-                                   uint64_t data_size) noexcept {
-    if (data_size >= geometry.payload_per_packet) return true;
+[[nodiscard]] inline packet_share share_of(const block_geometry& geometry, uint64_t payload_size, uint32_t packet_id,
+                                           uint64_t data_size) noexcept {
+    if (data_size == geometry.payload_per_packet) return packet_share::all;
+    if (data_size > geometry.payload_per_packet) return packet_share::more;
     const uint64_t begin = (uint64_t{packet_id} - 1) * geometry.payload_per_packet;
-    return packet_id != 0 && begin < payload_size && begin + data_size >= payload_size;
+    const bool reaches_end = packet_id != 0 && begin < payload_size && begin + data_size >= payload_size;
+    return reaches_end ? packet_share::all : packet_share::part;
+}
+
+// What a frame has, in bytes, or would have had: what was announced, unless it was longer. If then its buffer could not
+// hold it, at most one packet too much: how large the last one was is known no more.
+[[nodiscard]] inline uint64_t data_size_of(const received_packets& packets, const block_geometry& geometry,
+                                           uint64_t payload_size, uint64_t filled_size, uint64_t buffer_size) noexcept {
+    if (packets.trailer() < geometry.expected_packets || !packets.complete()) return payload_size;
+    if (filled_size < buffer_size) return filled_size;
+    return (uint64_t{packets.trailer()} - 1) * geometry.payload_per_packet;
 }
 
 } // namespace gev::streamchannel::impl

@@ -1,7 +1,5 @@
 // A frame is complete when every byte of it came, by both receivers' count.
-#include "resend_bench.h"
-
-#include "gevdrv_streamchannel/packet_recv/gvsp_recv_simple.h"
+#include "receiver_bench.h"
 
 namespace gev::streamchannel::impl {
 namespace {
@@ -19,7 +17,7 @@ struct row {
     const char* name;
     std::vector<sent> packets;
     bool complete;        // by the resend receiver
-    bool complete_simple; // which ends a frame by the announced size alone
+    bool complete_simple; // for which a shorter frame is not whole
     std::vector<request> asked = {};
 };
 
@@ -40,10 +38,17 @@ const row rows[] = {
     {"any behind for a lost one", {{0, L}, {1}, {3}, {4}, {900}, {5, T}, {6}, {7}, {8}}, false, false, {{1, 2, 2}}},
     {"behind the trailer for a lost one", {{0, L}, {1}, {3, T}, {4}}, false, false, {{1, 2, 2}}},
     {"payload for the leader", {{0}, {1}, {2}, {3}, {4}, {5, T}}, false, false, {{1, 0, 0}}},
+    {"smaller packets than agreed",
+     {{0, L}, {1, 3, 50}, {2, 3, 50}, {3, 3, 50}, {4, 3, 50}, {5, 3, 50}, {6, 3, 50}, {7, 3, 50}, {8, 3, 50}, {9, T}},
+     false,
+     false,
+     {{1, 1, 1}, {1, 2, 2}, {1, 3, 3}, {1, 4, 4}, {1, 5, 5}}},
+    {"larger packets than agreed", {{0, L}, {1, 3, 200}, {2, 3, 200}, {3, T}}, false, false},
+    {"padded beyond their share", {{0, L}, {1, 3, 150}, {2}, {3}, {4, 3, 150}, {5, T}}, true, true},
     {"longer by one", {{0, L}, {1}, {2}, {3}, {4}, {5}, {6, T}}, true, true},
     {"longer", {{0, L}, {1}, {2}, {3}, {4}, {5}, {6}, {7}, {8, T}}, true, true},
-    {"longer, one lost behind", {{0, L}, {1}, {2}, {3}, {4}, {5}, {7}, {8, T}}, false, true},
-    {"longer, one truncated behind", {{0, L}, {1}, {2}, {3}, {4}, {5}, {6, 3, 50}, {7}, {8, T}}, false, true},
+    {"longer, one lost behind", {{0, L}, {1}, {2}, {3}, {4}, {5}, {7}, {8, T}}, false, false},
+    {"longer, one truncated behind", {{0, L}, {1}, {2}, {3}, {4}, {5}, {6, 3, 50}, {7}, {8, T}}, false, false},
     {"longer, short before the trailer", {{0, L}, {1}, {2}, {3}, {4}, {5}, {6, 3, 50}, {7, T}}, true, true},
     {"longer, short behind the trailer", {{0, L}, {1}, {2}, {3}, {4}, {5}, {7, T}, {6, 3, 50}}, true, true},
     {"longer, the last announced lost", {{0, L}, {1}, {2}, {3}, {4}, {6}, {7}, {8, T}}, false, false, {{1, 5, 5}}},
@@ -66,8 +71,7 @@ bool delivered_complete(surroundings& around, const row& r, uint64_t time) {
     for (const sent& what : r.packets) feed(receiver, 1'000'000, bytes_of(what));
     receiver.check_timers(1'000'000 + time);
     receiver.flush(2'000'000);
-    EXPECT_EQ(around.frames.size(), 1U);
-    return !around.frames.empty() && (around.frames[0].flags & frame_flags::incomplete) == 0;
+    return around.frames.size() != 0 && (around.frames.back().flags & frame_flags::incomplete) == 0;
 }
 
 } // namespace
@@ -78,8 +82,22 @@ TEST(completeness_test, every_byte_must_have_come) {
         surroundings repaired;
         EXPECT_EQ(delivered_complete<gvsp_recv_resend>(repaired, r, 16'666), r.complete);
         EXPECT_EQ(repaired.requests, r.asked);
+        EXPECT_EQ(repaired.frames.size(), 1U);
         surroundings plain;
         EXPECT_EQ(delivered_complete<gvsp_recv_simple>(plain, r, 0), r.complete_simple);
+    }
+}
+
+// A frame longer than announced, into buffers that hold it or not.
+TEST(completeness_test, longer_frame_says_how_large_it_is) {
+    for (const auto& [buffer_size, data_size] : {std::pair{400U, 600U}, {599U, 600U}, {600U, 600U}, {900U, 550U}}) {
+        surroundings around;
+        around.buffer_size = buffer_size;
+        const row longer{
+            "", {{0, L}, {1}, {2}, {3}, {4}, {5}, {6, 3, buffer_size == 900 ? 50U : 100U}, {7, T}}, true, true};
+        EXPECT_TRUE(delivered_complete<gvsp_recv_resend>(around, longer, 0));
+        EXPECT_TRUE(delivered_complete<gvsp_recv_simple>(around, longer, 0));
+        for (const frame_info& frame : around.frames) EXPECT_EQ(frame.expected_payload_size, data_size);
     }
 }
 

@@ -1,4 +1,4 @@
-#include "datagram_bytes.h"
+#include "datagrams.h"
 
 #include <gevdrv_streamchannel/packet_recv/gvsp_packet.h>
 
@@ -9,9 +9,30 @@
 #include <vector>
 
 using namespace gev::streamchannel::impl;
-using namespace datagrams;
+using namespace gev::streamchannel::test;
 
 namespace {
+
+constexpr size_t margin = 100; // bytes behind the datagram, as every receive buffer has them
+
+builder standard_leader(uint32_t block, uint32_t payload_type = 1, uint32_t packet = 0) {
+    return standard(0, block, 1, packet)
+        .u32(payload_type)
+        .u64(0x1122334455667788)
+        .u32(0x01080001)
+        .u32(640)
+        .u32(480)
+        .u64(0);
+}
+builder extended_leader(uint64_t block, uint32_t payload_type = 1, uint32_t packet = 0) {
+    return extended(0, 0, block, 1, packet)
+        .u32(payload_type)
+        .u64(0x1122334455667788)
+        .u32(0x01080001)
+        .u32(640)
+        .u32(480)
+        .fill(12);
+}
 
 // What is parsed points into the datagram, which lives until the next one.
 gvsp_parsed_packet parse(const builder& from) {
@@ -118,71 +139,32 @@ TEST(Packet, BodiesAreReadFromTheirPlaces) {
     EXPECT_EQ(video.h264_payload.data_size, 12U);
 }
 
-// Every length a datagram can have, with one to three header fields at random. Behind the datagram is one word, then
-// the end of the memory.
+// Every length a datagram can have, with headers at random. Behind the datagram is one word, then the end of the
+// memory.
 TEST(Packet, EveryLengthStaysInside) {
     constexpr size_t longest = 65507;
-    constexpr size_t word = 4;
-    std::vector<std::byte> memory(longest + word);
+    datagram memory(longest + 4);
     std::mt19937 random{3};
     const auto any = [&](uint32_t bound) { return static_cast<uint32_t>(random() % bound); };
     uint32_t seen[7] = {};
     for (size_t size = 0; size <= longest; ++size) {
         std::byte* data = memory.data() + longest - size;
-        // Short ones decide more.
-        for (int round = size < 80 ? 400 : 4; round > 0; --round) {
-            std::vector<std::byte> head;
-            switch (any(4)) {
-            case 0:
-                head = standard_leader(1 + any(3), any(7), any(8) / 7).bytes;
-                break;
-            case 1:
-                head = extended_leader(1 + any(3), any(2) * 0x4000 + any(9), any(8) / 7).bytes;
-                break;
-            case 2:
-                head =
-                    standard(any(8) == 0 ? any(65536) : 0, any(65536), any(8), any(1 << 24)).u16(0).u16(any(7)).bytes;
-                break;
-            default:
-                head = extended(any(8) == 0 ? any(65536) : 0, any(4), random(), any(8), random())
-                           .u16(0)
-                           .u16(any(2) * 0x4000 + any(9))
-                           .bytes;
-            }
-            if (any(3) == 0) head[any(static_cast<uint32_t>(head.size()))] = static_cast<std::byte>(random());
+        for (int round = size < 80 ? 400 : 4; round > 0; --round) { // short ones decide more
+            const uint32_t status = any(8) == 0 ? any(65536) : 0;
+            const datagram head = any(2) == 0
+                                      ? standard(status, any(4), any(8), any(2) * any(1 << 24)).u32(any(8)).bytes
+                                      : extended(status, any(4), any(4), any(8), any(2) * any(1 << 24))
+                                            .u32(any(2) * 0x4000 + any(9))
+                                            .bytes;
             std::copy_n(head.begin(), std::min(size, head.size()), data);
             const auto packet = parse_gvsp_packet(data, size);
             ++seen[static_cast<size_t>(packet.kind)];
             const size_t header_size = packet.is_extended ? 20 : 8;
-            switch (packet.kind) {
-            case gvsp_packet_kind::invalid:
-                ASSERT_TRUE(packet.block_id == 0 && packet.packet_id == 0 && packet.status == 0);
-                ASSERT_TRUE(!packet.is_extended && !packet.is_resend);
-                break;
-            case gvsp_packet_kind::payload:
-                ASSERT_EQ(packet.payload.data, data + header_size);
+            if (packet.kind == gvsp_packet_kind::payload || packet.kind == gvsp_packet_kind::h264_payload) {
+                ASSERT_EQ(packet.payload.data, data + header_size); // of both kinds, which begin alike
                 ASSERT_EQ(packet.payload.data_size, size - header_size);
-                break;
-            case gvsp_packet_kind::h264_payload:
-                ASSERT_EQ(packet.h264_payload.data, data + header_size);
-                ASSERT_EQ(packet.h264_payload.data_size, size - header_size);
-                break;
-            case gvsp_packet_kind::leader:
-            case gvsp_packet_kind::h264_leader:
-                ASSERT_EQ(packet.packet_id, 0U);
-                ASSERT_GE(size, packet.is_extended ? 52U : 40U);
-                break;
-            case gvsp_packet_kind::trailer:
-                ASSERT_GE(size, packet.is_extended ? 24U : 16U);
-                break;
-            case gvsp_packet_kind::status_only:
-                ASSERT_NE(packet.status, 0U);
-                break;
             }
-            if (packet.kind != gvsp_packet_kind::invalid) {
-                ASSERT_NE(packet.block_id, 0U);
-                ASSERT_EQ(packet.is_extended, size >= 20 && (data[4] & std::byte{0x80}) != std::byte{0});
-            }
+            ASSERT_EQ(packet.block_id != 0, packet.kind != gvsp_packet_kind::invalid);
         }
     }
     for (const uint32_t count : seen) EXPECT_GT(count, 100U);

@@ -1,5 +1,5 @@
 // A camera that starts over within one stream, by its own commands: one rule for both receivers.
-#include "both_receivers.h"
+#include "receiver_bench.h"
 
 namespace gev::streamchannel::impl {
 namespace {
@@ -30,9 +30,7 @@ TYPED_TEST(restart_test, every_frame_of_every_round_is_delivered_and_stragglers_
                 for (uint64_t block = 1; block <= length; ++block) {
                     this->whole(block, damaged && block == damaged_block ? 2 : UINT32_MAX);
                     expected.push_back(block);
-                    if (!(damaged && block == damaged_block)) {
-                        for (const uint32_t late : {0U, 3U, 5U}) this->send(block, late);
-                    }
+                    if (!(damaged && block == damaged_block)) this->send(block, {0, 3, 5});
                     EXPECT_EQ(this->taken, expected.size());
                 }
                 if (!timestamps) this->pass(250'000); // four frame times after the end
@@ -64,32 +62,45 @@ TYPED_TEST(restart_test, repeated_leader_without_timestamp_opens_nothing_for_fou
     EXPECT_EQ(this->taken, 2U);
 }
 
-// A leader that comes late, for a frame that ended without it, is no new frame.
+// A leader that comes late, for a frame that ended without it, is no new frame, however late it is.
 TYPED_TEST(restart_test, late_leader_of_a_frame_that_ended_without_one_opens_nothing) {
-    this->begin({});
+    for (const uint64_t count : {5U, 30U}) {
+        this->begin();
+        for (uint64_t block = 1; block <= count; ++block) this->whole(block, block == 2 ? 0 : UINT32_MAX);
+        for (const uint64_t patience : {100'000U, 1'000'000U}) {
+            this->pass(patience);
+            this->send(2, {0, 3});
+            EXPECT_EQ(this->taken, count) << patience;
+        }
+        this->whole(count + 1);
+        EXPECT_EQ(this->statistics()[0], count);
+        EXPECT_EQ(this->frames.back().frame_id, count);
+    }
+}
+
+// Of an open frame, too: this thread was away for longer than any frame takes.
+TYPED_TEST(restart_test, late_leader_of_an_open_frame_completes_it) {
+    this->begin();
     this->whole(1);
-    this->whole(2, 0);
-    this->whole(3);
-    this->whole(4);
-    this->whole(5);
-    this->pass(100'000);
-    EXPECT_EQ(this->delivered(), (std::vector<uint64_t>{1, 2, 3, 4, 5}));
-    this->send(2, 0);
-    EXPECT_EQ(this->taken, 5U);
+    this->send(2, {1, 3, 4, 5});
+    this->send(3, {0, 1, 2, 3, 4});
+    this->now += 200'000;
+    this->send(2, {0, 2});
+    this->send(3, {5});
+    EXPECT_EQ(this->delivered(), (std::vector<uint64_t>{1, 2, 3}));
+    EXPECT_EQ(this->statistics()[0], 3U);
 }
 
 TYPED_TEST(restart_test, stragglers_of_the_round_before_stay_out_of_the_new_one) {
     this->begin({});
     for (uint64_t block = 1; block <= 5; ++block) this->whole(block);
     this->wire.round = 1;
-    this->send(1, 0);
+    this->send(1, {0});
     this->wire.round = 0;
-    for (const uint64_t block : {5U, 4U, 2U}) {
-        for (const uint32_t packet : {0U, 2U, 5U}) this->send(block, packet);
-    }
+    for (const uint64_t block : {5U, 4U, 2U}) this->send(block, {0, 2, 5});
     EXPECT_EQ(this->taken, 6U);
     this->wire.round = 1;
-    for (uint32_t packet = 1; packet <= trailer_id; ++packet) this->send(1, packet);
+    this->whole(1, 0);
     for (uint64_t block = 2; block <= 5; ++block) this->whole(block);
     EXPECT_EQ(this->taken, 10U);
     EXPECT_EQ(this->receiver.get_statistics().complete_frames, 10U);
@@ -106,7 +117,7 @@ TYPED_TEST(restart_test, a_jump_of_the_ids_counts_when_it_is_borne_out) {
                 if (stray && far < 20) continue; // so near it is taken at its word
                 this->begin({.extended = extended});
                 for (uint64_t block = 1; block <= 3; ++block) this->whole(block);
-                this->send(far, 2);
+                this->send(far, {2});
                 for (uint64_t block = stray ? 4 : far + 1; block != (stray ? 7 : far + 4); ++block) this->whole(block);
                 EXPECT_EQ(this->receiver.get_statistics().skipped_frames, stray ? 0 : far - 4 - recovered);
                 this->receiver.flush(this->now);

@@ -1,5 +1,5 @@
 // The stream channel over a control channel that a script answers, with a real socket on the other side.
-#include "datagram_bytes.h"
+#include "datagrams.h"
 
 #include <gevdrv_streamchannel/stream_channel_impl.h>
 
@@ -8,12 +8,14 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
+
 #include <condition_variable>
 #include <map>
 #include <mutex>
 
 using namespace gev::streamchannel;
-using namespace datagrams;
+using namespace gev::streamchannel::test;
 using gds_shared::gigecam_errc;
 
 namespace {
@@ -132,14 +134,12 @@ TEST(StreamChannel, OpensAndClosesInOrder) {
                                                               {'w', scp, port},
                                                               {'w', scps, do_not_fragment | 1400},
                                                               {'r', scps}}));
-        b.device.send(standard_leader(1).bytes);
-        b.device.send(standard(0, 1, 3, 1).fill(100, 7).bytes);
-        b.device.send(standard(0, 1, 2, 2).u16(0).u16(1).u32(0).bytes);
+        for (uint32_t id = 0; id < 3; ++id) b.device.send(packet_of(1, id, {.count = 1}));
         {
             std::unique_lock held{b.mutex};
             ASSERT_TRUE(b.changed.wait_for(held, std::chrono::seconds{10}, [&] { return !b.frames.empty(); }));
             EXPECT_EQ(b.frames[0].flags, 0U);
-            EXPECT_EQ(b.memory[99], std::byte{7});
+            EXPECT_EQ(b.memory[99], pixel(1, 99));
         }
         b.device.log.clear();
         if (by_destructor) {
@@ -156,13 +156,11 @@ TEST(StreamChannel, WhileNotConnectedOperationsSaySo) {
     bench b;
     const std::error_code none = make_error_code(gigecam_errc::option_not_available);
     const auto expect_none = [&] {
-        EXPECT_EQ(b.sut->flush(), none);
-        EXPECT_EQ(b.sut->reset_receiver(), none);
-        EXPECT_EQ(b.sut->operation_5(), none);
-        EXPECT_EQ(b.sut->operation_6(1, 2), none);
-        EXPECT_EQ(b.sut->set_resend_params({}), none);
-        EXPECT_EQ(b.sut->get_resend_params().error(), none);
-        EXPECT_EQ(b.sut->query_packet_size(1).error(), none);
+        for (const std::error_code answer :
+             {b.sut->flush(), b.sut->reset_receiver(), b.sut->operation_5(), b.sut->operation_6(1, 2),
+              b.sut->set_resend_params({}), b.sut->get_resend_params().error(), b.sut->query_packet_size(1).error()}) {
+            EXPECT_EQ(answer, none);
+        }
     };
     expect_none();
     b.params.fixed_packet_size = 1400;
@@ -203,6 +201,23 @@ TEST(StreamChannel, AFailedConnectLeavesNoStream) {
         }
         EXPECT_GE(failed, 4U) << "of the accesses that must not fail";
     }
+}
+
+TEST(StreamChannel, AProcessWithoutDescriptorsGetsAnError) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the sanitizer itself looks at exceptions through pipes";
+#endif
+    bench b;
+    b.params.fixed_packet_size = 1400;
+    rlimit usual{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &usual), 0);
+    const rlimit none{0, usual.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    EXPECT_NO_THROW(EXPECT_EQ(b.sut->connect(b.params).value(), EMFILE));
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &usual), 0);
+    EXPECT_FALSE(b.sut->is_connected());
+    EXPECT_TRUE(b.device.written().empty());
+    EXPECT_FALSE(b.sut->connect(b.params));
 }
 
 TEST(StreamChannel, TheSourcePortIsSpokenToWhereThereIsOne) {

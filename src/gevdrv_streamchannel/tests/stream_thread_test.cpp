@@ -1,6 +1,5 @@
 // The receive thread on a real loopback socket, with the receivers that it has in service.
-#include "datagram_bytes.h"
-#include "resend_bench.h"
+#include "receiver_bench.h"
 
 #include <gevdrv_streamchannel/stream_asio_thread.h>
 
@@ -23,7 +22,7 @@
 
 using namespace gev::streamchannel;
 using namespace gev::streamchannel::impl;
-using namespace datagrams;
+using namespace gev::streamchannel::test;
 
 namespace {
 
@@ -35,10 +34,12 @@ struct {
     std::atomic<int> error{0};
     std::atomic<int> other{0};
 } failing_reads;
+std::atomic<uint64_t> reads{0};
 
 } // namespace
 
 extern "C" int recvmmsg(int socket, mmsghdr* messages, unsigned count, int flags, timespec* timeout) {
+    ++reads;
     if (failing_reads.times > 0) {
         errno = failing_reads.times-- % 2 != 0 ? failing_reads.error : failing_reads.other;
         return -1;
@@ -48,20 +49,14 @@ extern "C" int recvmmsg(int socket, mmsghdr* messages, unsigned count, int flags
 
 namespace {
 
-struct resend {
-    uint64_t block;
-    uint32_t first, last;
-    bool operator==(const resend&) const = default;
-};
-
 class ThreadBench {
 public:
     explicit ThreadBench(bool resends = false) {
         stream_functions functions;
         if (resends) {
-            functions.send_resend = [this](uint64_t block, uint32_t first, uint32_t last, bool) {
+            functions.send_resend = [this](uint64_t block, uint32_t first, uint32_t last, bool extended) {
                 const std::lock_guard guard{mutex};
-                requests.push_back({block, first, last});
+                requests.push_back({block, first, last, extended});
                 changed.notify_all();
             };
         }
@@ -82,30 +77,13 @@ public:
                                                           ends.push_back(reason);
                                                           changed.notify_all();
                                                       }});
-        remote = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        bind(remote, reinterpret_cast<sockaddr*>(&address), sizeof address);
-        socklen_t length = sizeof address;
-        getsockname(remote, reinterpret_cast<sockaddr*>(&address), &length);
-        const auto opened = sut->open_stream_socket(loopback, {loopback, ntohs(address.sin_port)});
+        const auto opened = sut->open_stream_socket(loopback, {loopback, remote.local().port});
         EXPECT_TRUE(opened);
         local_port = opened ? opened->port() : 0;
     }
-    ~ThreadBench() {
-        sut.reset();
-        close(remote);
-    }
-    void send(const std::vector<std::byte>& bytes, int segment = 0) const { send_from(remote, bytes, segment); }
-    void send_from(int sender, const std::vector<std::byte>& bytes, int segment = 0) const {
-        if (segment != 0) setsockopt(sender, IPPROTO_UDP, UDP_SEGMENT, &segment, sizeof segment);
-        sockaddr_in to{};
-        to.sin_family = AF_INET;
-        to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        to.sin_port = htons(local_port);
-        EXPECT_EQ(sendto(sender, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to),
-                  static_cast<ssize_t>(bytes.size()));
+    void send(const datagram& bytes) const { send_from(remote, bytes); }
+    void send_from(const gige::udp_socket& sender, const datagram& bytes) const {
+        EXPECT_FALSE(sender.send({INADDR_LOOPBACK, local_port}, bytes));
     }
     // The receiving one's descriptor.
     [[nodiscard]] int stream_socket() const {
@@ -127,7 +105,7 @@ public:
     bool wait_for_frames(size_t count) {
         return wait_until([&] { return frames.size() >= count; });
     }
-    bool wait_for_request(const resend& wanted) {
+    bool wait_for_request(const request& wanted) {
         return wait_until([&] { return std::ranges::find(requests, wanted) != requests.end(); });
     }
 
@@ -135,62 +113,57 @@ public:
     std::condition_variable changed;
     std::deque<std::vector<std::byte>> memory;
     std::vector<frame_info> frames;
-    std::vector<resend> requests;
+    std::vector<request> requests;
     std::vector<std::string> ends;
-    std::optional<stream_asio_thread> sut;
-    int remote = -1;
+    gige::udp_socket remote = *gige::udp_socket::open({INADDR_LOOPBACK, 0});
     uint16_t local_port = 0;
+    std::optional<stream_asio_thread> sut; // goes first
 };
 
-std::vector<std::byte> payload(uint32_t block, uint32_t packet) {
-    return standard(0, block, 3, packet).fill(100, 1).bytes;
-}
-std::vector<std::byte> trailer(uint32_t block) { return standard(0, block, 2, 3).u16(0).u16(1).u32(0).bytes; }
+// Frames of two payload packets of 100 bytes.
+datagram packet(uint32_t block, uint32_t id) { return packet_of(block, id, {.count = 2}); }
 
 } // namespace
 
 TEST(StreamThread, OpensTheFirewallWithARegisterRead) {
     ThreadBench bench;
-    unsigned char received[64];
-    const auto size = recv(bench.remote, received, sizeof received, 0);
-    const unsigned char expected[] = {0x42, 1, 0, 0x80, 0, 4, 0, 0xFF, 0, 0, 0x0A, 0};
-    ASSERT_EQ(size, 12);
-    EXPECT_EQ(std::memcmp(received, expected, 12), 0);
+    std::array<std::byte, 64> received;
+    gige::endpoint from;
+    ASSERT_EQ(bench.remote.receive(received, from), 12U);
+    EXPECT_TRUE(std::ranges::equal(std::span{received}.first(12),
+                                   builder{}.u32(0x42010080).u32(0x000400FF).u32(0x00000A00).bytes));
 }
 
 TEST(StreamThread, CoalescedDatagramsCountOneByOne) {
     ThreadBench bench;
     ASSERT_FALSE(bench.sut->start(136, 200));
+    const auto send_in_segments = [&](const datagram& bytes, int segment) {
+        setsockopt(bench.remote.native(), IPPROTO_UDP, UDP_SEGMENT, &segment, sizeof segment);
+        bench.send(bytes);
+    };
     for (const uint32_t block : {1U, 2U}) {
-        bench.send(standard_leader(block).bytes);
+        send_in_segments(packet(block, 0), 0);
         // Two payload packets of one size leave as one large send.
-        auto pair = standard(0, block, 3, 1).fill(100, 1).bytes;
-        const auto second = standard(0, block, 3, 2).fill(100, 2).bytes;
+        datagram pair = packet(block, 1);
+        const datagram second = packet(block, 2);
         pair.insert(pair.end(), second.begin(), second.end());
-        bench.send(pair, 108);
-        bench.send(trailer(block));
-        const int none = 0;
-        setsockopt(bench.remote, IPPROTO_UDP, UDP_SEGMENT, &none, sizeof none);
+        send_in_segments(pair, 108);
+        send_in_segments(packet(block, 3), 0);
     }
     ASSERT_TRUE(bench.wait_for_frames(2));
     EXPECT_EQ(bench.frames[0].flags, 0U);
-    EXPECT_EQ(bench.frames[0].context.data[150], std::byte{2});
+    EXPECT_EQ(bench.frames[0].context.data[150], pixel(1, 150));
     bench.sut->stop();
 }
 
-TEST(StreamThread, FlushHandsBackAndWaits) {
+TEST(StreamThread, FlushHandsBackAndWaitsAndNothingHangsAfterTheEnd) {
     ThreadBench bench;
     ASSERT_FALSE(bench.sut->start(136, 200));
-    bench.send(standard_leader(1).bytes);
-    for (int i = 0; i < 1000 && bench.frames.empty(); ++i) bench.sut->flush();
-    ASSERT_TRUE(bench.wait_for_frames(1));
+    bench.send(packet(1, 0));
+    ASSERT_TRUE(bench.wait_until([&] { return !bench.memory.empty(); }));
+    bench.sut->flush();
+    ASSERT_EQ(bench.frames.size(), 1U);
     EXPECT_NE(bench.frames[0].flags & frame_flags::flushed, 0U);
-    bench.sut->stop();
-}
-
-TEST(StreamThread, NothingHangsAfterTheEnd) {
-    ThreadBench bench;
-    ASSERT_FALSE(bench.sut->start(136, 200));
     EXPECT_TRUE(bench.sut->get_resend_params());
     bench.sut->stop();
     bench.sut->flush();
@@ -212,21 +185,17 @@ TEST(StreamThread, ATestPacketOfTheSizePasses) {
 TEST(StreamThread, AStrangersPacketsAreNoneOfTheStream) {
     ThreadBench bench;
     ASSERT_FALSE(bench.sut->start(136, 200));
-    const int stranger = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_in elsewhere{};
-    elsewhere.sin_family = AF_INET;
-    elsewhere.sin_addr.s_addr = htonl(INADDR_LOOPBACK + 1);
-    ASSERT_EQ(bind(stranger, reinterpret_cast<sockaddr*>(&elsewhere), sizeof elsewhere), 0);
-    bench.send(standard_leader(1).bytes);
-    bench.send(standard(0, 1, 3, 1).fill(100, 1).bytes);
-    bench.send(standard(0, 1, 3, 2).fill(100, 1).bytes);
-    bench.send_from(stranger, standard(0, 1, 3, 1).fill(100, 9).bytes);
-    bench.send(trailer(1));
+    const auto stranger = gige::udp_socket::open({INADDR_LOOPBACK + 1, 0});
+    ASSERT_TRUE(stranger);
+    bench.send(packet(1, 0));
+    bench.send(packet(1, 1));
+    bench.send(packet(1, 2));
+    bench.send_from(*stranger, standard(0, 1, 3, 1).fill(100, 9));
+    bench.send(packet(1, 3));
     ASSERT_TRUE(bench.wait_for_frames(1));
     EXPECT_EQ(bench.frames[0].flags, 0U);
-    EXPECT_EQ(bench.frames[0].context.data[50], std::byte{1});
+    EXPECT_EQ(bench.frames[0].context.data[50], pixel(1, 50));
     bench.sut->stop();
-    close(stranger);
 }
 
 // The one timer follows the earliest deadline, and strikes with no packet to wake the thread.
@@ -238,7 +207,7 @@ TEST(StreamThread, TheTimerStrikesForWhatIsDueFirst) {
     slow.time_per_frame = 3'600'000'000;
     bench.sut->set_resend_params(slow);
     ASSERT_TRUE(bench.sut->get_resend_params()); // and so they are set
-    bench.send(standard_leader(1).bytes);        // arms the timer for the end of a frame that takes an hour
+    bench.send(packet(1, 0));                    // arms the timer for the end of a frame that takes an hour
     // The leader was seen when its buffer was taken, and the timer armed when the next question is answered.
     ASSERT_TRUE(bench.wait_until([&] { return !bench.memory.empty(); }));
     resend_parameters fast;
@@ -246,11 +215,11 @@ TEST(StreamThread, TheTimerStrikesForWhatIsDueFirst) {
     fast.max_retries = 255; // this thread may be late with its answers
     bench.sut->set_resend_params(fast);
     ASSERT_TRUE(bench.sut->get_resend_params());
-    bench.send(payload(1, 2));
+    bench.send(packet(1, 2));
     EXPECT_TRUE(bench.wait_for_request({1, 1, 1})) << "the gap's deadline comes before the frame's";
-    bench.send(payload(1, 1));
+    bench.send(packet(1, 1));
     EXPECT_TRUE(bench.wait_for_request({1, 3, 3})) << "nothing more comes: the tail's turn";
-    bench.send(trailer(1));
+    bench.send(packet(1, 3));
     ASSERT_TRUE(bench.wait_for_frames(1));
     EXPECT_EQ(bench.frames[0].flags, 0U);
     bench.sut->stop();
@@ -260,16 +229,16 @@ TEST(StreamThread, TheTimerStrikesForWhatIsDueFirst) {
 TEST(StreamThread, ReadErrorsPassAndAreToldOnceEach) {
     const int errors[] = {ENOBUFS, EPROTO, ENETDOWN, ECONNREFUSED};
     for (const int error : errors) {
-        const test::log_capture log;
+        const log_capture log;
         ThreadBench bench;
         ASSERT_FALSE(bench.sut->start(136, 200));
         failing_reads.error = error;
         failing_reads.other = errors[0];
         failing_reads.times = 40;
-        bench.send(standard_leader(1).bytes);
-        bench.send(payload(1, 1));
-        bench.send(payload(1, 2));
-        bench.send(trailer(1));
+        bench.send(packet(1, 0));
+        bench.send(packet(1, 1));
+        bench.send(packet(1, 2));
+        bench.send(packet(1, 3));
         EXPECT_TRUE(bench.wait_for_frames(1)) << error;
         EXPECT_EQ(failing_reads.times, 0);
         bench.sut->stop();
@@ -284,7 +253,7 @@ TEST(StreamThread, TheEndOfTheSocketIsTold) {
     for (const bool taken : {false, true}) {
         ThreadBench bench;
         ASSERT_FALSE(bench.sut->start(136, 200));
-        bench.send(standard_leader(1).bytes);
+        bench.send(packet(1, 0));
         ASSERT_TRUE(bench.wait_until([&] { return !bench.memory.empty(); }));
         const int descriptor = taken ? bench.stream_socket() : -1;
         if (taken) {
@@ -294,7 +263,7 @@ TEST(StreamThread, TheEndOfTheSocketIsTold) {
         } else {
             failing_reads.error = failing_reads.other = EBADF;
             failing_reads.times = 1;
-            bench.send(payload(1, 1));
+            bench.send(packet(1, 1));
         }
         ASSERT_TRUE(bench.wait_until([&] { return !bench.ends.empty(); }));
         EXPECT_EQ(bench.ends.size(), 1U);
@@ -307,4 +276,24 @@ TEST(StreamThread, TheEndOfTheSocketIsTold) {
             EXPECT_EQ(close(descriptor), 0) << "closed a stranger's descriptor";
         }
     }
+}
+
+// Somebody shut the socket down: it is readable for ever, and the camera's datagrams come all the same.
+TEST(StreamThread, AShutDownSocketKeepsNoProcessorBusy) {
+    using namespace std::chrono;
+    ThreadBench bench;
+    ASSERT_FALSE(bench.sut->start(136, 200));
+    ::shutdown(bench.stream_socket(), SHUT_RDWR);
+    const auto began = steady_clock::now();
+    const uint64_t before = reads;
+    std::this_thread::sleep_for(100ms);
+    const uint64_t made = reads - before;
+    EXPECT_LE(made, static_cast<uint64_t>((steady_clock::now() - began) / 1ms) + 10) << "at most one a millisecond";
+    bench.send(packet(1, 0));
+    bench.send(packet(1, 1));
+    bench.send(packet(1, 2));
+    bench.send(packet(1, 3));
+    EXPECT_TRUE(bench.wait_for_frames(1));
+    bench.sut->stop();
+    EXPECT_TRUE(bench.ends.empty());
 }

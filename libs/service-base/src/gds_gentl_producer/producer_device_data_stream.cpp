@@ -3,6 +3,7 @@
 #include <spdlog/logger.h>
 
 #include <chrono>
+#include <system_error>
 
 namespace gds_producer {
 
@@ -42,7 +43,12 @@ Error producer_device_data_stream::start_acquisition_() {
     queue_mode_dedicated = settings.flag(settings_block::master_enable) &&
                            device.queue_mode() != transform_queue_mode::use_direct_transform;
     if (queue_mode_dedicated) {
-        mailbox.start([this](void* frame) { update_and_deliver_buffer(*static_cast<Buffer*>(frame)); });
+        try {
+            mailbox.start([this](void* frame) { update_and_deliver_buffer(*static_cast<Buffer*>(frame)); });
+        } catch (const std::system_error& failure) {
+            lease.reset();
+            return {GC_ERR_RESOURCE_EXHAUSTED, "Failed to start the delivering thread: {}", failure.what()};
+        }
     }
     Error error = open_stream(lease);
     if (!error.failed()) {

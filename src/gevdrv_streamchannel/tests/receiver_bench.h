@@ -1,9 +1,10 @@
-// The resend receiver on a clock of the test's own, with its log.
+// A receiver on a clock of the test's own, and its log.
 #pragma once
 
 #include "datagrams.h"
 
 #include "gevdrv_streamchannel/packet_recv/gvsp_recv_resend.h"
+#include "gevdrv_streamchannel/packet_recv/gvsp_recv_simple.h"
 
 #include <gds_helper/log.h>
 #include <spdlog/sinks/sink.h>
@@ -32,7 +33,6 @@ public:
         return static_cast<size_t>(std::ranges::count_if(
             sink->lines, [&](const std::string& line) { return line.find(text) != std::string::npos; }));
     }
-    [[nodiscard]] const std::vector<std::string>& lines() const { return sink->lines; }
 
 private:
     struct collector final : spdlog::sinks::sink {
@@ -49,20 +49,21 @@ private:
     spdlog::level::level_enum before;
 };
 
-struct resend_bench : testing::Test, surroundings {
-    impl::gvsp_recv_resend receiver{functions};
+template <class Receiver>
+struct receiver_bench : testing::Test, surroundings {
+    Receiver receiver{functions};
     uint64_t now = 1'000'000;
     uint64_t began = now;                // of the current stream
     std::vector<uint64_t> request_times; // since `began`
 
-    resend_bench() {
+    receiver_bench() {
         functions.send_resend = [this](uint64_t block, uint32_t first, uint32_t last, bool extended) {
             requests.push_back({block, first, last, extended});
             request_times.push_back(now - began);
         };
-        restart();
+        begin();
     }
-    void restart(const shape& with = {}, const resend_parameters& parameters = {}) {
+    void begin(const shape& with = {}, const resend_parameters& parameters = {}) {
         start_over(with);
         request_times.clear();
         receiver.set_resend_params(parameters);
@@ -73,8 +74,10 @@ struct resend_bench : testing::Test, surroundings {
     void send(uint64_t block, std::initializer_list<uint32_t> packets) {
         for (const uint32_t packet : packets) feed_one(packet_of(block, packet, wire));
     }
-    void whole(uint64_t block) {
-        for (uint32_t packet = 0; packet <= wire.trailer(); ++packet) feed_one(packet_of(block, packet, wire));
+    void whole(uint64_t block, uint32_t lost = UINT32_MAX) {
+        for (uint32_t packet = 0; packet <= wire.trailer(); ++packet) {
+            if (packet != lost) send(block, {packet});
+        }
     }
     void status(uint64_t block, uint32_t packet, uint32_t code) {
         feed_one(header(block, 3, packet, code, wire.extended));
@@ -93,6 +96,15 @@ struct resend_bench : testing::Test, surroundings {
         std::vector<uint32_t> all;
         for (const frame_info& frame : frames) all.push_back(frame.flags);
         return all;
+    }
+};
+
+// The two receivers that assemble frames, by turns.
+using both_receivers = testing::Types<impl::gvsp_recv_resend, impl::gvsp_recv_simple>;
+struct receiver_names {
+    template <class Receiver>
+    static std::string GetName(int) {
+        return std::is_same_v<Receiver, impl::gvsp_recv_resend> ? "resend" : "simple";
     }
 };
 
