@@ -71,7 +71,7 @@ TEST_F(CommandLine, WaitsForACommandAndSaysWhenItIsNotDone) {
 }
 
 TEST_F(CommandLine, ALockedFeatureIsNotWritten) {
-    EXPECT_EQ(refusal([&] { cli::set_from_text(node("Locked"), "5"); }), "Cannot set feature 'Locked': locked");
+    EXPECT_EQ(refusal([&] { cli::set_from_text(node("Locked"), "5"); }), "Cannot set feature 'Locked': locked by 'One'");
     EXPECT_EQ(device.writes, 0);
 }
 

@@ -39,12 +39,12 @@ TEST(Error, AccessModesAreKept) {
     bench::open_camera first{serial, nullptr, DEVICE_ACCESS_EXCLUSIVE};
     // Another process asks for the same camera.
     const auto second = own.run_consumer({"features", "--device", serial, "--access", "exclusive", "--json"});
-    EXPECT_EQ(second.exit_code, 2);
+    EXPECT_EQ(second.exit_code, 8);
     const auto object = nlohmann::json::parse(second.output, nullptr, false);
     ASSERT_TRUE(object.is_object()) << second.output;
     EXPECT_EQ(object["error"]["call"], "IFOpenDevice") << object;
     EXPECT_EQ(object["error"]["code"], GC_ERR_ACCESS_DENIED) << object;
-    EXPECT_EQ(object["error"]["text"], "gevdrv-status: ERR_GEV_STATUS_WRITE_PROTECT") << object;
+    EXPECT_EQ(object["error"]["producer"], "gevdrv-status: ERR_GEV_STATUS_WRITE_PROTECT") << object;
 }
 
 TEST(Error, RegistersOfTheCameraAnswerWithItsStatus) {

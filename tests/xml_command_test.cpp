@@ -62,7 +62,7 @@ TEST_F(XmlCommand, ListsEveryNodeAsJson) {
         auto nodes = nodes_of({source, "--memory", memory});
         ASSERT_EQ(nodes.size(), 7U) << source;
         EXPECT_EQ(nodes["Size"], nlohmann::json::parse(R"({"name": "Size", "kind": "Integer", "access": "RW",
-            "visibility": "Expert", "value": "7", "min": 1, "max": 9, "inc": 2, "unit": "mm", "selects": ["Text"]})"));
+            "visibility": "Expert", "value": 7, "min": 1, "max": 9, "inc": 2, "unit": "mm", "selects": ["Text"]})"));
         EXPECT_EQ(nodes["Text"]["value"], "hello");
         EXPECT_EQ(nodes["Text"]["access"], "RO");
         EXPECT_EQ(nodes["Mode"]["value"], "On");
@@ -71,14 +71,14 @@ TEST_F(XmlCommand, ListsEveryNodeAsJson) {
         EXPECT_FALSE(nodes["Broken"].contains("value"));
         EXPECT_EQ(nodes["Root"]["features"], nlohmann::json::parse(R"(["Size"])"));
     }
-    EXPECT_EQ(nodes_of({plain})["Size"]["value"], "0") << "a device of zeros when no memory is given";
+    EXPECT_EQ(nodes_of({plain})["Size"]["value"], 0) << "a device of zeros when no memory is given";
 }
 
 TEST_F(XmlCommand, ListsEveryNodeAsText) {
     const auto run = own.run_consumer({"xml", plain, "--memory", memory, "--time"});
     EXPECT_EQ(run.exit_code, 0);
     EXPECT_EQ(std::ranges::count(run.output, '\n'), 8);
-    for (const char* line : {"Size +Integer +RW +Expert +\"7\" mm min=1 max=9 inc=2 selects=\\[\"Text\"\\]\n",
+    for (const char* line : {"Size +Integer +RW +Expert +7 mm min=1 max=9 inc=2 selects=\\[\"Text\"\\]\n",
                              "Text +String +RO +Beginner +\"hello\"\n",
                              "Mode +Enumeration +RW +Beginner +\"On\" entries=\\[\"Off\",\"On\"\\]\n",
                              "Broken +Integer +RW +Beginner +! Not implemented",
@@ -90,7 +90,7 @@ TEST_F(XmlCommand, ListsEveryNodeAsText) {
 // A register beyond the end has no value; zeros there would be a guess.
 TEST_F(XmlCommand, MemoryThatIsTooShortIsAnErrorOfTheRegister) {
     auto nodes = nodes_of({plain, "--memory", file("short", std::string_view{"\0\0\0\0\x07\0\0\0hel", 11})});
-    EXPECT_EQ(nodes["Size"]["value"], "7");
+    EXPECT_EQ(nodes["Size"]["value"], 7);
     EXPECT_EQ(nodes["Text"]["error"], "Invalid address");
     nodes = nodes_of({plain, "--memory", file("empty", "")});
     EXPECT_EQ(nodes["Size"]["error"], "Invalid address");

@@ -1,11 +1,11 @@
-// What keeps frames from coming, and the command that mends it.
+// What keeps frames from coming, and what mends it for good.
 #pragma once
 
 #include "session.h"
 
 namespace cli {
 
-// Exit code 0 when nothing is wrong.
+// Exit code 1 when a finding is bad.
 int doctor(const common_options& common);
 
 } // namespace cli

@@ -1,6 +1,7 @@
 #include "document_command.h"
 
 #include "node_map.h"
+#include "output.h"
 
 #include <GenICam/zip.h>
 
@@ -61,18 +62,15 @@ private:
 
 // What `describe` gives, on one line.
 std::string line_of(const nlohmann::json& item) {
-    const auto text = [](const nlohmann::json& value) {
-        return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-    };
     std::string line =
         fmt::format("{:<44} {:<12} {:<3} {:<9}", item["name"].get_ref<const std::string&>(),
                     item["kind"].get_ref<const std::string&>(), item["access"].get_ref<const std::string&>(),
                     item["visibility"].get_ref<const std::string&>());
-    if (item.contains("value")) line += " " + text(item["value"]);
+    if (item.contains("value")) line += " " + json_text(item["value"]);
     if (item.contains("error")) line += " ! " + item["error"].get_ref<const std::string&>();
     if (item.contains("unit")) line += " " + item["unit"].get_ref<const std::string&>();
     for (const char* name : {"min", "max", "inc", "entries", "selects"}) {
-        if (item.contains(name)) line += fmt::format(" {}={}", name, text(item[name]));
+        if (item.contains(name)) line += fmt::format(" {}={}", name, json_text(item[name]));
     }
     return line;
 }
@@ -102,7 +100,7 @@ int show_document(const document_options& options) {
         if (options.json) {
             list.push_back(std::move(item));
         } else {
-            fmt::print("{}\n", line_of(item));
+            print("{}\n", line_of(item));
         }
     });
     const std::chrono::duration<double> read_time = std::chrono::steady_clock::now() - read_begin;
@@ -112,9 +110,9 @@ int show_document(const document_options& options) {
             object["load_s"] = load_time.count();
             object["nodes_per_s"] = static_cast<double>(count) / read_time.count();
         }
-        fmt::print("{}\n", object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+        print_json(object);
     } else if (options.time) {
-        fmt::print("loaded {} nodes in {:.2f} ms, listed {:.0f} nodes/s\n", count, load_time.count() * 1e3,
+        print("loaded {} nodes in {:.2f} ms, listed {:.0f} nodes/s\n", count, load_time.count() * 1e3,
                    static_cast<double>(count) / read_time.count());
     }
     return 0;

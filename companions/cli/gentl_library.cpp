@@ -8,20 +8,37 @@ namespace cli {
 
 using namespace GenTL;
 
+namespace {
+
+// What a code says of the cause by itself. A lost device answers each call with the first number of the custom ones,
+// a connection to the service that has gone with an input error.
+cause cause_of(GC_ERROR code) {
+    return code == GC_ERR_CUSTOM_ID || code == GC_ERR_IO ? cause::lost : cause::failed;
+}
+
+} // namespace
+
 call_failed::call_failed(std::string function, GC_ERROR error_code, const std::string& text)
-    : std::runtime_error(fmt::format("{} failed with {}: {}", function, error_code, text)),
+    : failure(cause_of(error_code), fmt::format("{} failed with {}: {}", function, error_code, text)),
       call(std::move(function)),
       code(error_code),
       reason(text) {}
+
+call_failed::call_failed(cause why, const std::string& what, const call_failed& of)
+    : failure(why, what), call(of.call), code(of.code), reason(of.reason) {}
+
+call_failed call_failed::explained(cause why, const std::string& words) const {
+    return {why, fmt::format("{}\n{}", words, what()), *this};
+}
 
 void gentl_library::unload::operator()(void* handle) const { dlclose(handle); }
 
 gentl_library::gentl_library(const std::string& path) {
     file.reset(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL));
-    if (!file) throw std::runtime_error(fmt::format("Cannot load '{}': {}", path, dlerror()));
+    if (!file) throw failure(cause::no_library, fmt::format("Cannot load '{}': {}", path, dlerror()));
     const auto find = [&]<class F>(F& function, const char* name) {
         function = reinterpret_cast<F>(dlsym(file.get(), name));
-        if (function == nullptr) throw std::runtime_error(fmt::format("'{}' has no function {}", path, name));
+        if (function == nullptr) throw failure(cause::no_library, fmt::format("'{}' has no function {}", path, name));
     };
 #define X(name) find(name, #name);
     ORV_GENTL_FUNCTIONS(X)
@@ -96,7 +113,8 @@ std::vector<device_entry> list_devices(const gentl_library& lib, const tl_interf
                 return ask_text(lib, "IFGetDeviceInfo", [&](INFO_DATATYPE* type, void* buffer, size_t* size) {
                     return lib.IFGetDeviceInfo(interface.get(), entry.id.c_str(), command, type, buffer, size);
                 });
-            } catch (const call_failed&) {
+            } catch (const call_failed& missing) {
+                if (missing.why() == cause::lost) throw;
                 return {};
             }
         };

@@ -2,24 +2,30 @@
 // closed. Failures are exceptions here: each carries the call, its code and the producer's own words.
 #pragma once
 
+#include "failure.h"
+
 #include <gentl/GenTL.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace cli {
 
-class call_failed final : public std::runtime_error {
+class call_failed final : public failure {
 public:
     call_failed(std::string function, GenTL::GC_ERROR error_code, const std::string& text);
+    // The same failure by one who knows more of it: `words` come before the call, its code and the producer's text.
+    [[nodiscard]] call_failed explained(cause why, const std::string& words) const;
     const std::string call;
     const GenTL::GC_ERROR code;
-    const std::string reason;
+    const std::string reason; // the producer's own text
+
+private:
+    call_failed(cause why, const std::string& what, const call_failed& of);
 };
 
 #define ORV_GENTL_FUNCTIONS(X)                                                                                         \
@@ -109,6 +115,8 @@ struct device_entry {
     std::string interface_id;
     std::string id, vendor, model, serial, user_name, version, display_name;
     int32_t access_status = 0;
+    // Of add_places; empty where the producer does not tell.
+    std::string address, mask, mac, reachable;
 };
 
 [[nodiscard]] std::shared_ptr<const tl_system> open_system(std::shared_ptr<const gentl_library> lib);

@@ -12,10 +12,6 @@
 
 namespace cli {
 
-void print_json(const nlohmann::json& object) {
-    fmt::print("{}\n", object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
-}
-
 namespace {
 
 void show(const common_options& options, const nlohmann::json& place) {

@@ -1,6 +1,7 @@
 // Commands for cameras as the network has them: addresses, actions, events, firmware.
 #pragma once
 
+#include "output.h"
 #include "session.h"
 
 #include <functional>
@@ -15,8 +16,6 @@ namespace cli {
 // exit code of the one that runs. `options` and `result` must outlive the parse.
 void add_network_commands(CLI::App& app, common_options& options, int& result,
                           const std::function<void(CLI::App& command, bool with_device)>& add_common);
-
-void print_json(const nlohmann::json& object); // one line; bytes that are no UTF-8 are replaced
 
 struct event_options {
     std::vector<std::string> notify;   // entries of EventSelector that are switched on

@@ -1,15 +1,13 @@
 // The features behind a GenTL port: the document that the port offers, bound to the port.
 #pragma once
 
+#include "feature.h"
 #include "gentl_library.h"
 
 #include <GenICam/IGenICamDoc.h>
 
-#include <chrono>
 #include <memory>
 #include <string>
-
-#include <nlohmann/json.hpp>
 
 namespace cli {
 
@@ -29,23 +27,7 @@ private:
     std::unique_ptr<GenICam::IGenICamDoc> doc;
 };
 
-[[nodiscard]] const char* kind_text(const GenICam::INode& node);
-// "RW", "RO", "WO", "NA" or "NI".
-[[nodiscard]] std::string access_text(const GenICam::INode& node);
-[[nodiscard]] const char* visibility_text(const GenICam::INode& node);
-// The value as text; nothing for categories, commands and ports. The error's text in `error` when it cannot be read.
-[[nodiscard]] std::string value_text(GenICam::INode& node, std::string& error);
-// Everything that the node can tell.
-[[nodiscard]] nlohmann::json describe(GenICam::INode& node);
-// A locked feature is refused before it is written. Takes a number, "true"/"false", an entry's name or a text, by the
-// node's kind. Throws std::runtime_error.
-void set_from_text(GenICam::INode& node, const std::string& text);
-// Sends the command and does not wait: some, as AcquisitionStart, are done only when others end them.
-void execute(GenICam::INode& node);
-// Until the command is done; throws when it is not after the time given. A command that cannot be read is done.
-void wait_until_done(GenICam::INode& node, std::chrono::milliseconds longest);
-
-// Throw std::runtime_error naming the feature.
+// Throw failure(cause::feature) naming the feature, and those whose names are near.
 [[nodiscard]] GenICam::INode& require_node(const node_map& nodes, const std::string& name);
 [[nodiscard]] int64_t require_integer(const node_map& nodes, const std::string& name);
 

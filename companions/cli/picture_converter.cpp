@@ -1,5 +1,9 @@
 #include "picture_converter.h"
 
+#include "failure.h"
+#include "output.h"
+#include "posix/atomic_file.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -202,7 +206,7 @@ std::span<const std::byte> picture_converter::convert(std::span<const std::byte>
 int convert_file(const convert_options& options) {
     const picture_format from = format_from_text(options.from), to = format_from_text(options.to);
     for (const picture_format& format : {from, to})
-        if (!format.known()) throw std::runtime_error(fmt::format("'{}' is no pixel format.", format.name));
+        if (!format.known()) throw failure(cause::arguments, fmt::format("'{}' is no pixel format.", format.name));
     std::ifstream file{options.file, std::ios::binary};
     std::vector<char> bytes{std::istreambuf_iterator<char>{file}, {}};
     if (!file.is_open() || file.bad()) throw std::runtime_error(fmt::format("Cannot read '{}'.", options.file));
@@ -210,11 +214,11 @@ int convert_file(const convert_options& options) {
     const auto converted = converter.convert(std::as_bytes(std::span{bytes}), options.width, options.height);
     std::filesystem::path path = options.output;
     if (path.empty()) path = std::filesystem::path{options.file}.replace_extension(to.name + ".raw");
-    std::ofstream out{path, std::ios::binary | std::ios::trunc};
-    out.write(reinterpret_cast<const char*>(converted.data()), static_cast<std::streamsize>(converted.size()));
-    out.close();
-    if (!out) throw std::runtime_error(fmt::format("Cannot write '{}'.", path.string()));
-    if (!options.json) fmt::print("written: {}\n", path.string());
+    write_file(path, converted);
+    if (options.json)
+        print_json({{"file", path.string()}, {"pixel_format", to.name}, {"bytes", converted.size()}});
+    else
+        print("written: {}\n", path.string());
     return 0;
 }
 

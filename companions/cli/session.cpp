@@ -1,5 +1,8 @@
 #include "session.h"
 
+#include "posix/camera_holder.h"
+#include "posix/service_place.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -38,59 +41,75 @@ std::vector<fs::path> cti_candidates() {
 } // namespace
 
 std::string find_cti(const common_options& options) {
-    if (!options.cti.empty()) return options.cti;
-    for (const fs::path& candidate : cti_candidates()) {
-        std::error_code ignored;
-        if (fs::exists(candidate, ignored)) return candidate;
+    std::error_code ignored;
+    if (!options.cti.empty()) {
+        if (fs::exists(options.cti, ignored)) return options.cti;
+        throw failure(cause::no_library, fmt::format("There is no file '{}'.", options.cti));
     }
-    throw std::runtime_error(fmt::format("No {} found: give its path with --cti.", cti_name));
+    std::string tried;
+    for (const fs::path& candidate : cti_candidates()) {
+        if (fs::exists(candidate, ignored)) return candidate;
+        tried += fmt::format("\n  {}", candidate.string());
+    }
+    throw failure(cause::no_library,
+                  fmt::format("No {} found: give its path with --cti. Looked for:{}", cti_name, tried));
 }
 
 found_devices find_devices(const common_options& options) {
     found_devices found;
     found.lib = std::make_shared<const gentl_library>(find_cti(options));
-    found.system = open_system(found.lib);
+    try {
+        found.system = open_system(found.lib);
+    } catch (const call_failed& failed) {
+        throw failed.explained(cause::no_service, why_no_service(failed.reason));
+    }
     found.interfaces = list_interfaces(*found.system);
+    std::string known;
+    bool has_interface = false;
     for (const interface_entry& entry : found.interfaces) {
+        known += fmt::format(" {}", entry.id);
         if (!options.interface.empty() && entry.id != options.interface) continue;
+        has_interface = true;
         const auto interface = open_interface(found.system, entry.id);
         for (device_entry& device : list_devices(*found.lib, *interface, entry.id, options.timeout_ms)) {
             found.devices.emplace_back(std::move(device), interface);
         }
     }
+    if (!options.interface.empty() && !has_interface)
+        throw failure(cause::no_camera, fmt::format("There is no interface '{}'. There are:{}", options.interface,
+                                                    known.empty() ? " none" : known));
+    // What only an address can be: names are asked of the producer alone.
+    if (options.device.find_first_of(".:") != options.device.npos) add_places(found);
     return found;
-}
-
-const std::pair<device_entry, std::shared_ptr<const tl_interface>>& choose_device(const found_devices& found,
-                                                                                  const common_options& options) {
-    std::vector<const std::pair<device_entry, std::shared_ptr<const tl_interface>>*> fitting;
-    for (const auto& candidate : found.devices) {
-        const device_entry& device = candidate.first;
-        const bool fits = options.device.empty() || device.id == options.device || device.serial == options.device ||
-                          device.user_name == options.device || device.id.find(options.device) != device.id.npos ||
-                          device.display_name.find(options.device) != device.display_name.npos;
-        if (fits) fitting.push_back(&candidate);
-    }
-    if (fitting.size() == 1) return *fitting.front();
-    // An exact match wins over texts that merely hold it.
-    for (const auto* candidate : fitting) {
-        const device_entry& device = candidate->first;
-        if (!options.device.empty() &&
-            (device.id == options.device || device.serial == options.device || device.user_name == options.device)) {
-            return *candidate;
-        }
-    }
-    std::string known;
-    for (const auto& candidate : found.devices) known += fmt::format("\n  {}", candidate.first.id);
-    if (found.devices.empty()) known = " none";
-    throw std::runtime_error(fmt::format(
-        "{} for '{}'. Devices seen:{}", fitting.empty() ? "No device" : "More than one device", options.device, known));
 }
 
 DEVICE_ACCESS_FLAGS access_flags_of(const std::string& word) {
     if (word == "readonly") return DEVICE_ACCESS_READONLY;
     if (word == "exclusive") return DEVICE_ACCESS_EXCLUSIVE;
     return DEVICE_ACCESS_CONTROL;
+}
+
+DEVICE_ACCESS_FLAGS reading_access(const common_options& options) {
+    return options.access.empty() ? DEVICE_ACCESS_READONLY : access_flags_of(options.access);
+}
+
+std::shared_ptr<const tl_device> open_chosen(const found_devices& found, const device_entry& chosen,
+                                             std::shared_ptr<const tl_interface> interface,
+                                             DEVICE_ACCESS_FLAGS access) {
+    try {
+        return open_device(*found.lib, interface, chosen.id, access);
+    } catch (const call_failed& failed) {
+        if (failed.why() == cause::lost) throw;
+        if (chosen.access_status == DEVICE_ACCESS_STATUS_NOACCESS)
+            throw failed.explained(cause::failed,
+                                   fmt::format("Camera '{}' cannot be reached from {}: 'orv-gentl doctor' tells what "
+                                               "mends it.",
+                                               chosen.id, chosen.interface_id));
+        if (failed.code != GC_ERR_ACCESS_DENIED && failed.code != GC_ERR_RESOURCE_IN_USE && failed.code != GC_ERR_BUSY)
+            throw;
+        throw failed.explained(cause::busy, fmt::format("Camera '{}' is in use{}", chosen.id,
+                                                        who_holds(*found.lib, interface, chosen.id)));
+    }
 }
 
 std::shared_ptr<const tl_stream> open_stream(const gentl_library& lib, std::shared_ptr<const tl_device> device) {
@@ -116,10 +135,9 @@ open_module open_named_module(const common_options& options, DEVICE_ACCESS_FLAGS
         opened.nodes = std::make_unique<node_map>(lib, opened.found.system->get());
         return opened;
     }
-    if (options.module == "interface" && opened.found.devices.empty()) {
-        const std::string id = options.interface.empty() && !opened.found.interfaces.empty()
-                                   ? opened.found.interfaces.front().id
-                                   : options.interface;
+    if (options.module == "interface" && opened.found.devices.empty() && options.device.empty()) {
+        if (opened.found.interfaces.empty()) throw failure(cause::no_camera, "There is no interface.");
+        const std::string id = options.interface.empty() ? opened.found.interfaces.front().id : options.interface;
         opened.interface = open_interface(opened.found.system, id);
         opened.nodes = std::make_unique<node_map>(lib, opened.interface->get());
         return opened;
@@ -130,7 +148,7 @@ open_module open_named_module(const common_options& options, DEVICE_ACCESS_FLAGS
         opened.nodes = std::make_unique<node_map>(lib, interface->get());
         return opened;
     }
-    opened.device = open_device(lib, interface, device.id, access);
+    opened.device = open_chosen(opened.found, device, interface, access);
     if (options.module == "remote") {
         opened.nodes = std::make_unique<node_map>(lib, remote_port(lib, *opened.device));
     } else if (options.module == "device") {
@@ -145,7 +163,7 @@ open_module open_named_module(const common_options& options, DEVICE_ACCESS_FLAGS
 }
 
 nlohmann::json to_json(const device_entry& entry) {
-    return {{"id", entry.id},
+    nlohmann::json object{{"id", entry.id},
             {"interface", entry.interface_id},
             {"vendor", entry.vendor},
             {"model", entry.model},
@@ -154,6 +172,13 @@ nlohmann::json to_json(const device_entry& entry) {
             {"version", entry.version},
             {"display_name", entry.display_name},
             {"access", access_status_text(entry.access_status)}};
+    for (const auto& [key, text] : {std::pair{"address", &entry.address},
+                                    {"mask", &entry.mask},
+                                    {"mac", &entry.mac},
+                                    {"reachable", &entry.reachable}}) {
+        if (!text->empty()) object[key] = *text;
+    }
+    return object;
 }
 
 } // namespace cli

@@ -14,10 +14,10 @@ namespace cli {
 
 struct common_options {
     std::string cti;       // empty: beside this program, then $GENICAM_GENTL64_PATH
-    std::string device;    // id, serial number, user-defined name or address; empty: the only one
+    std::string device;    // id, serial number, user-defined name, IP or MAC address; empty: the only one
     std::string interface; // id; empty: all
     std::string module = "remote";
-    std::string access = "control";
+    std::string access; // empty: what the command needs, see access_flags_of and reading_access
     uint64_t timeout_ms = 1000;
     bool json = false;
 };
@@ -30,9 +30,14 @@ struct found_devices {
     std::vector<interface_entry> interfaces;
     std::vector<std::pair<device_entry, std::shared_ptr<const tl_interface>>> devices;
 };
+// Throws failure(cause::no_service) with what is known of why, and cause::no_camera for an interface that is not there.
 [[nodiscard]] found_devices find_devices(const common_options& options);
+// Fills in what the interfaces' features tell of their devices: addresses, reachability. A producer without those
+// features leaves the texts empty.
+void add_places(found_devices& found);
 
-// Throws when no device, or more than one, fits.
+// An exact match wins over texts that merely hold the words. Throws failure(cause::no_camera) when none fits, and
+// failure(cause::ambiguous) with the list when several fit equally.
 [[nodiscard]] const std::pair<device_entry, std::shared_ptr<const tl_interface>>&
 choose_device(const found_devices& found, const common_options& options);
 
@@ -45,7 +50,14 @@ struct open_module {
     std::unique_ptr<node_map> nodes;
 };
 [[nodiscard]] open_module open_named_module(const common_options& options, GenTL::DEVICE_ACCESS_FLAGS access);
+// Control when nothing is said.
 [[nodiscard]] GenTL::DEVICE_ACCESS_FLAGS access_flags_of(const std::string& word);
+// Read only when nothing is said: a look at a camera takes it from nobody, and works beside who has it.
+[[nodiscard]] GenTL::DEVICE_ACCESS_FLAGS reading_access(const common_options& options);
+// As open_device; a failure says who holds the camera, or why it cannot be reached.
+[[nodiscard]] std::shared_ptr<const tl_device> open_chosen(const found_devices& found, const device_entry& chosen,
+                                                           std::shared_ptr<const tl_interface> interface,
+                                                           GenTL::DEVICE_ACCESS_FLAGS access);
 [[nodiscard]] std::shared_ptr<const tl_stream> open_stream(const gentl_library& lib,
                                                            std::shared_ptr<const tl_device> device);
 [[nodiscard]] void* remote_port(const gentl_library& lib, const tl_device& device);

@@ -1,0 +1,416 @@
+#include "grabber.h"
+
+#include "missing_frames.h"
+#include "output.h"
+#include "posix/interruption.h"
+#include "posix/standard_streams.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+namespace cli {
+
+using namespace GenTL;
+
+namespace {
+
+using seconds = std::chrono::duration<double>;
+using std::chrono::milliseconds;
+
+double cpu_seconds() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    const auto of = [](const timeval& time) {
+        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
+    };
+    return of(usage.ru_utime) + of(usage.ru_stime);
+}
+
+} // namespace
+
+grabber::grabber(const common_options& common_given, const grab_options& given)
+    : common(common_given),
+      options(given),
+      found(find_devices(common_given)),
+      lib(*found.lib),
+      chosen(choose_device(found, common_given)),
+      device(open_chosen(found, chosen.first, chosen.second, access_flags_of(common_given.access))),
+      remote(lib, remote_port(lib, *device)),
+      stream(open_stream(lib, device)),
+      stream_nodes(lib, stream->get()) {}
+
+grabber::~grabber() {
+    if (errors != nullptr) static_cast<void>(lib.GCUnregisterEvent(device->get(), EVENT_ERROR));
+}
+
+template <class T>
+T grabber::stream_info(STREAM_INFO_CMD command) const {
+    return ask_value<T>(lib, "DSGetInfo", [&](INFO_DATATYPE* type, void* value, size_t* size) {
+        return lib.DSGetInfo(stream->get(), command, type, value, size);
+    });
+}
+
+template <class T>
+T grabber::buffer_info(BUFFER_HANDLE buffer, BUFFER_INFO_CMD command) const {
+    return ask_value<T>(lib, "DSGetBufferInfo", [&](INFO_DATATYPE* type, void* value, size_t* size) {
+        return lib.DSGetBufferInfo(stream->get(), buffer, command, type, value, size);
+    });
+}
+
+grabber::frame grabber::frame_of(BUFFER_HANDLE buffer) const {
+    frame got;
+    got.data = {static_cast<const std::byte*>(buffer_info<void*>(buffer, BUFFER_INFO_BASE)),
+                buffer_info<size_t>(buffer, BUFFER_INFO_SIZE_FILLED)};
+    got.width = static_cast<uint32_t>(buffer_info<size_t>(buffer, BUFFER_INFO_WIDTH));
+    got.height = static_cast<uint32_t>(buffer_info<size_t>(buffer, BUFFER_INFO_HEIGHT));
+    got.id = buffer_info<uint64_t>(buffer, BUFFER_INFO_FRAMEID);
+    got.pixel_format = static_cast<uint32_t>(buffer_info<uint64_t>(buffer, BUFFER_INFO_PIXELFORMAT));
+    got.incomplete = buffer_info<bool8_t>(buffer, BUFFER_INFO_IS_INCOMPLETE) != 0;
+    // Not every producer knows nanoseconds.
+    INFO_DATATYPE type = 0;
+    size_t size = sizeof got.timestamp_ns;
+    if (lib.DSGetBufferInfo(stream->get(), buffer, BUFFER_INFO_TIMESTAMP_NS, &type, &got.timestamp_ns, &size) !=
+        GC_ERR_SUCCESS) {
+        got.timestamp_ns = 0;
+    }
+    return got;
+}
+
+void grabber::announce_buffers() {
+    payload_size = stream_info<bool8_t>(STREAM_INFO_DEFINES_PAYLOADSIZE) != 0
+                       ? stream_info<size_t>(STREAM_INFO_PAYLOAD_SIZE)
+                       : static_cast<size_t>(require_integer(remote, "PayloadSize"));
+    const size_t count = std::max(options.buffers, stream_info<size_t>(STREAM_INFO_BUF_ANNOUNCE_MIN));
+    for (size_t i = 0; i < count; ++i) {
+        BUFFER_HANDLE buffer = nullptr;
+        lib.check("DSAllocAndAnnounceBuffer",
+                  lib.DSAllocAndAnnounceBuffer(stream->get(), payload_size, nullptr, &buffer));
+        lib.check("DSQueueBuffer", lib.DSQueueBuffer(stream->get(), buffer));
+    }
+}
+
+// Not every document names it; the register is every camera's.
+int64_t grabber::stream_packet_size() const {
+    if (remote.document().find_node("GevSCPSPacketSize") != nullptr)
+        return require_integer(remote, "GevSCPSPacketSize");
+    constexpr uint64_t register_address = 0x0D04; // of the first stream channel
+    std::array<std::byte, 4> word{};
+    size_t size = word.size();
+    if (lib.GCReadPort(remote_port(lib, *device), register_address, word.data(), &size) != GC_ERR_SUCCESS) return 0;
+    return std::to_integer<int64_t>(word[2]) << 8 | std::to_integer<int64_t>(word[3]);
+}
+
+void grabber::start() {
+    if (lib.GCRegisterEvent(device->get(), EVENT_ERROR, &errors) != GC_ERR_SUCCESS) errors = nullptr;
+    for (const setting& each : options.set) static_cast<void>(apply(remote, each));
+    announce_buffers();
+    lib.check("GCRegisterEvent", lib.GCRegisterEvent(stream->get(), EVENT_NEW_BUFFER, &new_buffer));
+    stop_if_interrupted();
+    lib.check("DSStartAcquisition", lib.DSStartAcquisition(stream->get(), ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE));
+    acquiring = true;
+    packet_size = stream_packet_size();
+    if (remote.document().find_node("TLParamsLocked") != nullptr) {
+        set_from_text(require_node(remote, "TLParamsLocked"), "1");
+    }
+    stop_if_interrupted();
+    cpu_at_start = cpu_seconds();
+    camera_started = true;
+    execute(require_node(remote, "AcquisitionStart"));
+}
+
+// Everything is tried, whatever of it fails; the first reason is thrown in the end.
+void grabber::stop() {
+    std::exception_ptr first;
+    const auto attempt = [&](auto&& step) {
+        try {
+            step();
+        } catch (...) {
+            if (!first) first = std::current_exception();
+        }
+    };
+    if (camera_started) attempt([&] { execute(require_node(remote, "AcquisitionStop")); });
+    if (acquiring && remote.document().find_node("TLParamsLocked") != nullptr)
+        attempt([&] { set_from_text(require_node(remote, "TLParamsLocked"), "0"); });
+    if (acquiring) {
+        attempt([&] { read_counters(); });
+        attempt([&] {
+            lib.check("DSStopAcquisition", lib.DSStopAcquisition(stream->get(), ACQ_STOP_FLAGS_DEFAULT));
+        });
+    }
+    if (new_buffer != nullptr)
+        attempt([&] { lib.check("GCUnregisterEvent", lib.GCUnregisterEvent(stream->get(), EVENT_NEW_BUFFER)); });
+    attempt([&] { lib.check("DSFlushQueue", lib.DSFlushQueue(stream->get(), ACQ_QUEUE_ALL_DISCARD)); });
+    acquiring = camera_started = false;
+    if (saver) {
+        saver->finish();
+        attempt([&] {
+            if (saver->why_failed()) std::rethrow_exception(saver->why_failed());
+        });
+    }
+    if (first) std::rethrow_exception(first);
+}
+
+int64_t grabber::stream_feature(const char* name) const {
+    return stream_nodes.document().find_node(name) == nullptr ? 0 : require_integer(stream_nodes, name);
+}
+
+void grabber::read_counters() {
+    // Of our producer; another's number of this command means something else or nothing.
+    INFO_DATATYPE type = 0;
+    size_t size = sizeof lost;
+    if (lib.DSGetInfo(stream->get(), STREAM_INFO_KRV_NUM_TRANSMISSION_DROP, &type, &lost, &size) != GC_ERR_SUCCESS)
+        lost = 0;
+    underruns = stream_info<uint64_t>(STREAM_INFO_NUM_UNDERRUN);
+    resend_packets = stream_feature("StreamResendRequestedPackets");
+}
+
+void grabber::throw_if_lost() const {
+    if (errors == nullptr) return;
+    struct {
+        int32_t id;
+        char text[256];
+    } record{};
+    size_t size = sizeof record;
+    const GC_ERROR code = lib.EventGetData(errors, &record, &size, 0);
+    if (code == GC_ERR_TIMEOUT) return;
+    // The event's queue goes with the connection: then only the next call knows the reason.
+    lib.check("EventGetData", code);
+    throw call_failed("EventGetData", record.id, record.text)
+        .explained(cause::lost, fmt::format("Camera '{}' or its service went after {} frames.", chosen.first.id, frames()));
+}
+
+void grabber::throw_time_out() {
+    timed_out = true;
+    const milliseconds waited{options.frame_timeout_ms};
+    // A camera that does not answer any more is lost, not late.
+    PORT_HANDLE port = remote_port(lib, *device);
+    std::array<std::byte, 4> word{};
+    size_t size = word.size();
+    if (const GC_ERROR code = lib.GCReadPort(port, 0, word.data(), &size); code != GC_ERR_SUCCESS)
+        throw call_failed("GCReadPort", code, lib.last_error(code))
+            .explained(cause::lost,
+                       fmt::format("Camera '{}' does not answer any more after {} frames.", chosen.first.id, frames()));
+    throw failure(cause::timeout,
+                  fmt::format("No frame came within {} ms; {} of {} were received. Why:\n  {}", options.frame_timeout_ms,
+                              frames(), options.frames,
+                              fmt::join(why_no_frames(remote, stream_nodes, waited, frames(), packet_size), "\n  ")));
+}
+
+EVENT_NEW_BUFFER_DATA grabber::next_buffer() {
+    // In slices, so that Ctrl-C and the end of the camera are seen at once.
+    constexpr uint64_t slice_ms = 100;
+    const auto deadline = std::chrono::steady_clock::now() + milliseconds{options.frame_timeout_ms};
+    for (;;) {
+        stop_if_interrupted();
+        const auto left = std::chrono::ceil<milliseconds>(deadline - std::chrono::steady_clock::now()).count();
+        EVENT_NEW_BUFFER_DATA event{};
+        size_t size = sizeof event;
+        const GC_ERROR code = lib.EventGetData(new_buffer, &event, &size,
+                                               std::min<uint64_t>(slice_ms, static_cast<uint64_t>(std::max<int64_t>(left, 0))));
+        if (code == GC_ERR_SUCCESS) return event;
+        if (code != GC_ERR_TIMEOUT) {
+            throw_if_lost();
+            lib.check("EventGetData", code);
+        }
+        throw_if_lost();
+        if (left <= 0) throw_time_out();
+        show_progress(false);
+    }
+}
+
+void grabber::receive() {
+    while (frames() < options.frames) {
+        const EVENT_NEW_BUFFER_DATA event = next_buffer();
+        const frame got = frame_of(event.BufferHandle);
+        handle(got);
+        if (options.chunks && frames() == options.frames) last_chunks = chunks_of(event.BufferHandle);
+        lib.check("DSQueueBuffer", lib.DSQueueBuffer(stream->get(), event.BufferHandle));
+        if (saver && saver->has_failed()) return; // stop() tells why
+    }
+}
+
+void grabber::handle(const frame& got) {
+    const auto now = std::chrono::steady_clock::now();
+    if (frames() == 0) {
+        first_frame = got;
+        first_frame.data = {};
+        first_time = now;
+    } else {
+        const double interval = seconds{now - last_time}.count();
+        const double before = interval_mean;
+        interval_mean += (interval - before) / static_cast<double>(frames());
+        interval_squares += (interval - before) * (interval - interval_mean);
+        longest_interval = std::max(longest_interval, interval);
+    }
+    last_time = now;
+    ++(got.incomplete ? incomplete : complete);
+    bytes += got.data.size();
+    if (options.verify && !got.incomplete) check.check(got.data, got.id, got.width, got.height, got.pixel_format);
+    if (saver) save(got);
+    show_progress(false);
+}
+
+void grabber::save(const frame& got) {
+    const uint64_t step = std::max<uint64_t>(1, options.frames / std::max<uint64_t>(1, options.save));
+    // One that had to be skipped is made up for by the next.
+    if (offered >= options.save || frames() - 1 < offered * step) return;
+    const picture shown{got.data, got.width, got.height, got.pixel_format};
+    nlohmann::json about{{"timestamp_ns", got.timestamp_ns}, {"incomplete", got.incomplete}};
+    ++(saver->offer(shown, got.id, std::move(about), !got.incomplete) ? offered : skipped);
+}
+
+double grabber::seconds_of_stream() const { return seconds{last_time - first_time}.count(); }
+
+double grabber::frame_rate() const {
+    const double time = seconds_of_stream();
+    return time > 0 && frames() > 1 ? static_cast<double>(frames() - 1) / time : 0;
+}
+
+double grabber::megabytes_per_second() const {
+    return frames() == 0 ? 0 : static_cast<double>(bytes) / static_cast<double>(frames()) * frame_rate() / 1e6;
+}
+
+double grabber::jitter_ms() const {
+    return frames() < 3 ? 0 : std::sqrt(interval_squares / static_cast<double>(frames() - 1)) * 1e3;
+}
+
+void grabber::show_progress(bool last) {
+    if (options.quiet) return;
+    const bool terminal = errors_are_seen_on_a_terminal();
+    const auto now = std::chrono::steady_clock::now();
+    // A terminal's line is written again and again; elsewhere each is a line of a log.
+    if (!last && now - shown_time < (terminal ? milliseconds{200} : milliseconds{2000})) return;
+    shown_time = now;
+    if (!last) resend_packets = stream_feature("StreamResendRequestedPackets");
+    const std::string line = fmt::format(
+        "{}: {}/{} frames, {:.1f}/s, {:.1f} MB/s, {} incomplete, {} packets asked again, jitter {:.2f} ms",
+        chosen.first.id, frames(), options.frames, frame_rate(), megabytes_per_second(), incomplete, resend_packets,
+        jitter_ms());
+    if (terminal)
+        say("\r\x1b[K{}{}", line, last ? "\n" : ""); // to the line's begin, and its rest away
+    else
+        say("{}\n", line);
+}
+
+nlohmann::json grabber::chunks_of(BUFFER_HANDLE buffer) const {
+    size_t count = 0;
+    const GC_ERROR code = lib.DSGetBufferChunkData(stream->get(), buffer, nullptr, &count);
+    if (code == GC_ERR_NO_DATA) return nlohmann::json::array();
+    lib.check("DSGetBufferChunkData", code);
+    std::vector<SINGLE_CHUNK_DATA> chunks(count);
+    lib.check("DSGetBufferChunkData", lib.DSGetBufferChunkData(stream->get(), buffer, chunks.data(), &count));
+    nlohmann::json list = nlohmann::json::array();
+    for (const SINGLE_CHUNK_DATA& chunk : chunks) {
+        list.push_back({{"id", uint64_t{chunk.ChunkID}},
+                        {"offset", ptrdiff_t{chunk.ChunkOffset}},
+                        {"length", size_t{chunk.ChunkLength}}});
+    }
+    return list;
+}
+
+nlohmann::json grabber::result() const {
+    const double gigabytes = static_cast<double>(bytes) / 1e9;
+    nlohmann::json files = nlohmann::json::array();
+    if (saver) {
+        for (const written_picture& each : saver->written())
+            files.push_back({{"path", each.path.string()}, {"pixel_format", each.pixel_format}, {"note", each.note}});
+    }
+    nlohmann::json object{
+        {"device", chosen.first.id},
+        {"width", first_frame.width},
+        {"height", first_frame.height},
+        {"pixel_format", pixel_format_name(first_frame.pixel_format)},
+        {"payload_size", payload_size},
+        {"packet_size", packet_size},
+        {"frames_asked", options.frames},
+        {"frames_delivered", frames()},
+        {"frames_complete", complete},
+        {"frames_incomplete", incomplete},
+        {"frames_lost", lost},
+        {"underruns", underruns},
+        {"resend_packets_requested", resend_packets},
+        {"fps", frame_rate()},
+        {"mbytes_per_s", megabytes_per_second()},
+        {"jitter_ms", jitter_ms()},
+        {"longest_interval_ms", longest_interval * 1e3},
+        {"cpu_s_per_gbyte", gigabytes > 0 ? cpu_used / gigabytes : 0.0},
+        {"timed_out", timed_out},
+        {"interrupted", interrupted},
+        {"files", files},
+        {"pictures_skipped", skipped},
+    };
+    // Null when nobody asked.
+    object["verified"] = nullptr;
+    if (options.verify) {
+        object["verified"] = frames() > 0 && incomplete == 0 && check.wrong() == 0 && check.out_of_order() == 0;
+        object["verify_failures"] = check.wrong();
+        object["out_of_order"] = check.out_of_order();
+    }
+    if (options.chunks) object["chunks"] = last_chunks;
+    return object;
+}
+
+std::string grabber::summary() const {
+    std::string text =
+        fmt::format("{:<40} {:>11} {:<12} {:>8} {:>8} {:>9} {:>6} {:>9} {:>9}\n", "device", "size", "format", "packet",
+                    "frames", "complete", "lost", "rate/s", "MB/s");
+    text += fmt::format("{:<40} {:>11} {:<12} {:>8} {:>8} {:>9} {:>6} {:>9.2f} {:>9.2f}\n", chosen.first.id,
+                        fmt::format("{}x{}", first_frame.width, first_frame.height),
+                        pixel_format_name(first_frame.pixel_format), packet_size, frames(), complete, lost,
+                        frame_rate(), megabytes_per_second());
+    if (saver) {
+        for (const written_picture& each : saver->written())
+            text += fmt::format("written: {}{}\n", each.path.string(), each.note.empty() ? "" : "  (" + each.note + ")");
+        if (skipped != 0)
+            text += fmt::format("not written: {} pictures were due while the disk was still busy with those before\n",
+                                skipped);
+    }
+    if (options.verify) text += fmt::format("verified: {}\n", result()["verified"] == true ? "yes" : "NO");
+    return text;
+}
+
+void grabber::throw_if_wrong() const {
+    if (!options.verify) return;
+    if (check.wrong() != 0 || check.out_of_order() != 0)
+        throw failure(cause::verification,
+                      fmt::format("{} of {} whole frames are not the camera's picture, {} came out of order.",
+                                  check.wrong(), complete, check.out_of_order()));
+    if (incomplete != 0)
+        throw failure(cause::incomplete, fmt::format("{} of {} frames came incomplete.", incomplete, frames()));
+}
+
+void grabber::run() {
+    std::exception_ptr first;
+    try {
+        if (!options.output.empty()) {
+            picture_saver::options saving{options.output, chosen.first.id, options.kind, {}};
+            if (!options.format.empty()) saving.wanted = format_from_text(options.format);
+            saver = std::make_unique<picture_saver>(std::move(saving));
+        }
+        start();
+        receive();
+        cpu_used = cpu_seconds() - cpu_at_start;
+    } catch (const failure& reason) {
+        interrupted = reason.why() == cause::interrupted;
+        first = std::current_exception();
+    } catch (...) {
+        first = std::current_exception();
+    }
+    try {
+        stop();
+    } catch (...) {
+        // Of a camera that has gone each step fails, for the reason that is known already.
+        if (!first) first = std::current_exception();
+    }
+    show_progress(true);
+    if (first) std::rethrow_exception(first);
+    throw_if_wrong();
+}
+
+} // namespace cli

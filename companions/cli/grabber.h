@@ -1,0 +1,113 @@
+// One run of a camera: start, frames, stop, and what there is to tell about it, whatever ends it.
+#pragma once
+
+#include "frame_check.h"
+#include "picture_saver.h"
+#include "session.h"
+#include "setting.h"
+
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <optional>
+
+namespace cli {
+
+struct grab_options {
+    uint64_t frames = 10;
+    size_t buffers = 20;
+    bool verify = false;
+    bool quiet = false;
+    std::filesystem::path output; // folder for pictures; empty: none
+    uint64_t save = 3;            // pictures to keep, spread over the run
+    std::string format;           // of the files, PFNC name; empty: the camera's, or the nearest that the file holds
+    file_kind kind = file_kind::png;
+    uint64_t frame_timeout_ms = 5000;
+    std::vector<setting> set; // of the camera, before the start, in this order
+    bool chunks = false;      // report the chunks of the last frame
+};
+
+// Thread-bound.
+class grabber final {
+public:
+    grabber(const common_options& common, const grab_options& options);
+    ~grabber();
+    grabber(const grabber&) = delete;
+    grabber& operator=(const grabber&) = delete;
+
+    // Until all frames came, or something ended it; the camera is stopped and what waits is written in any case.
+    // Throws the first reason; result() tells what came nevertheless.
+    void run();
+
+    [[nodiscard]] nlohmann::json result() const;
+    // The same for a person.
+    [[nodiscard]] std::string summary() const;
+
+private:
+    struct frame {
+        std::span<const std::byte> data;
+        uint32_t width = 0, height = 0;
+        uint64_t id = 0;
+        uint64_t timestamp_ns = 0;
+        uint32_t pixel_format = 0;
+        bool incomplete = false;
+    };
+    template <class T>
+    [[nodiscard]] T stream_info(GenTL::STREAM_INFO_CMD command) const;
+    template <class T>
+    [[nodiscard]] T buffer_info(GenTL::BUFFER_HANDLE buffer, GenTL::BUFFER_INFO_CMD command) const;
+    [[nodiscard]] frame frame_of(GenTL::BUFFER_HANDLE buffer) const;
+    void announce_buffers();
+    void start();
+    void stop();
+    void receive();
+    [[nodiscard]] GenTL::EVENT_NEW_BUFFER_DATA next_buffer();
+    void throw_if_lost() const;
+    [[noreturn]] void throw_time_out();
+    void handle(const frame& got);
+    void save(const frame& got);
+    void throw_if_wrong() const;
+    void show_progress(bool last);
+    void read_counters();
+    [[nodiscard]] int64_t stream_packet_size() const;
+    [[nodiscard]] int64_t stream_feature(const char* name) const;
+    [[nodiscard]] nlohmann::json chunks_of(GenTL::BUFFER_HANDLE buffer) const;
+    [[nodiscard]] uint64_t frames() const noexcept { return complete + incomplete; }
+    [[nodiscard]] double seconds_of_stream() const;
+    [[nodiscard]] double frame_rate() const;
+    [[nodiscard]] double megabytes_per_second() const;
+    [[nodiscard]] double jitter_ms() const;
+
+    // Constant after construction.
+    const common_options& common;
+    const grab_options& options;
+    found_devices found;
+    const gentl_library& lib;
+    const std::pair<device_entry, std::shared_ptr<const tl_interface>>& chosen;
+    std::shared_ptr<const tl_device> device;
+    node_map remote;
+    std::shared_ptr<const tl_stream> stream;
+    node_map stream_nodes;
+
+    GenTL::EVENT_HANDLE new_buffer = nullptr;
+    GenTL::EVENT_HANDLE errors = nullptr; // null where the producer has no such event
+    bool acquiring = false;
+    bool camera_started = false;
+    std::unique_ptr<picture_saver> saver;
+
+    size_t payload_size = 0;
+    frame first_frame; // without its data
+    uint64_t complete = 0, incomplete = 0, bytes = 0;
+    uint64_t offered = 0, skipped = 0; // pictures, to the saver
+    nlohmann::json last_chunks;
+    frame_check check;
+    std::chrono::steady_clock::time_point first_time, last_time, shown_time;
+    double interval_mean = 0, interval_squares = 0; // of arrivals, seconds: running mean and sum of squared deviations
+    double longest_interval = 0;
+    double cpu_at_start = 0, cpu_used = 0;
+    int64_t packet_size = 0, resend_packets = 0;
+    uint64_t lost = 0, underruns = 0;
+    bool timed_out = false, interrupted = false;
+};
+
+} // namespace cli

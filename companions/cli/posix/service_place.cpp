@@ -1,0 +1,126 @@
+#include "service_place.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <system_error>
+#include <vector>
+
+#include <pwd.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace cli {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// The library takes the first of these that is set or exists; the rest it never looks at.
+struct place {
+    std::string folder;
+    const char* because;
+};
+place place_of_socket() {
+    if (const char* own = std::getenv("ORV_GENTL_RUNTIME_DIR"); own != nullptr && *own != '\0')
+        return {own, "$ORV_GENTL_RUNTIME_DIR"};
+    std::error_code ignored;
+    if (fs::is_directory("/run/orv-gentl-gev", ignored)) return {"/run/orv-gentl-gev", "it exists"};
+    if (const char* session = std::getenv("XDG_RUNTIME_DIR"); session != nullptr && *session == '/')
+        return {session, "$XDG_RUNTIME_DIR"};
+    return {fmt::format("/tmp/orv-gentl-gev-{}", geteuid()), "no other place is set"};
+}
+
+std::string user_text(uid_t user) {
+    const passwd* known = getpwuid(user);
+    return known == nullptr ? fmt::format("user {}", user) : fmt::format("user '{}'", known->pw_name);
+}
+
+std::string text_of(int error) { return std::system_category().message(error); }
+
+// 0 when somebody listens who lets this user in, else errno.
+int try_connect(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path) return ENAMETOOLONG;
+    std::memcpy(address.sun_path, path.data(), path.size());
+    const int descriptor = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    if (descriptor < 0) return errno;
+    const int error =
+        connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ? 0 : errno;
+    close(descriptor);
+    return error;
+}
+
+// The socket's name in the producer's text.
+std::string socket_name(const std::string& reason) {
+    constexpr std::string_view before = "service-pipe '";
+    const size_t begin = reason.find(before);
+    if (begin == reason.npos) return {};
+    const size_t start = begin + before.size();
+    return reason.substr(start, reason.find('\'', start) - start);
+}
+
+// Sockets of services of other versions, which this library does not speak to.
+std::string other_services(const std::string& folder, const std::string& name) {
+    const std::string stem = name.substr(0, name.find("_service_pipe"));
+    std::string list;
+    std::error_code ignored;
+    for (const auto& entry : fs::directory_iterator{folder, ignored}) {
+        const std::string other = entry.path().filename();
+        if (other != name && other.starts_with(stem) && entry.is_socket(ignored)) list += fmt::format(" {}", other);
+    }
+    return list;
+}
+
+} // namespace
+
+std::string why_no_service(const std::string& reason) {
+    const std::string name = socket_name(reason);
+    if (name.empty()) return "The library cannot be opened.";
+    const auto [folder, because] = place_of_socket();
+    const std::string socket = folder + '/' + name;
+    const std::string where = fmt::format("in '{}' ({})", folder, because);
+    const std::string start = "Start it: orv-gentl-gev-service";
+    struct stat found {};
+    const int missing = lstat(socket.c_str(), &found) == 0 ? 0 : errno;
+    if (missing == EACCES) {
+        struct stat of_folder {};
+        const bool known = stat(folder.c_str(), &of_folder) == 0;
+        return fmt::format("No service can be asked: its folder {} is closed to {}: {}.{} Run as that user, or join its "
+                           "group.",
+                           where, user_text(geteuid()), text_of(missing),
+                           known ? fmt::format(" It belongs to {}.", user_text(of_folder.st_uid)) : "");
+    }
+    if (missing != 0) {
+        const std::string others = other_services(folder, name);
+        return fmt::format("No service runs: there is no socket '{}' {}: {}.{}\n{}", name, where, text_of(missing),
+                           others.empty() ? ""
+                                          : fmt::format(" There are services of other versions:{}. Library and service "
+                                                        "must be of one version.",
+                                                        others),
+                           start);
+    }
+    const std::string owner = user_text(found.st_uid);
+    const int refused = try_connect(socket);
+    if (refused == ECONNREFUSED)
+        return fmt::format("No service runs: the socket {} belongs to {} and nobody listens at it: {}.\n{}", where,
+                           owner, text_of(refused), start);
+    if (refused == EACCES || refused == EPERM)
+        return fmt::format("The service of {} does not let {} in: {}. Run as that user, or start the service with "
+                           "--group and join that group.",
+                           owner, user_text(geteuid()), text_of(refused));
+    if (refused != 0) return fmt::format("The service's socket {} cannot be used: {}.", where, text_of(refused));
+    return fmt::format("A service of {} listens {} and does not answer as it should: it may not let {} in, or have too "
+                       "many clients; its log tells.",
+                       owner, where, user_text(geteuid()));
+}
+
+} // namespace cli

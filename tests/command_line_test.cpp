@@ -1,0 +1,479 @@
+// The consumer for people in every situation that a line gets into: exit code, text and JSON, one row each.
+#include "bench.h"
+
+#include <cli/failure.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <thread>
+
+using bench::test_bench;
+using cli::cause;
+using testing::HasSubstr;
+using namespace std::chrono_literals;
+
+namespace {
+
+const std::string program = ORV_BIN_DIR "/orv-gentl";
+
+std::string read_file(const std::filesystem::path& path) {
+    std::ifstream file{path, std::ios::binary};
+    return {std::istreambuf_iterator<char>{file}, {}};
+}
+
+struct answer {
+    int exit_code = -1;
+    std::string output, errors;
+};
+
+// A shell's line, with "orv-gentl" for the program.
+class shell_line {
+public:
+    shell_line(const test_bench& own, const std::string& line)
+        : stem((own.folder() / ("line-" + std::to_string(++count))).string()),
+          child({"bash", "-c", "orv-gentl() { '" + program + "' \"$@\"; }; " + line + " 2>'" + stem + ".err'"},
+                stem + ".out") {}
+    answer wait() {
+        const int code = child.wait();
+        return {code, child.output(), read_file(stem + ".err")};
+    }
+    [[nodiscard]] std::string errors() const { return read_file(stem + ".err"); }
+    bench::process& process() { return child; }
+
+private:
+    static inline int count = 0;
+    std::string stem;
+    bench::process child;
+};
+
+answer run(const test_bench& own, const std::string& line) { return shell_line{own, line}.wait(); }
+
+void expect_error(const nlohmann::json& object, cause why, const std::string& text, const std::string& what) {
+    ASSERT_TRUE(object.is_object() && object.contains("error")) << what << ": " << object;
+    const auto& error = object["error"];
+    std::set<std::string> members;
+    for (const auto& [key, value] : error.items()) members.insert(key);
+    EXPECT_EQ(members, (std::set<std::string>{"cause", "exit_code", "text", "call", "code", "producer"})) << what;
+    EXPECT_EQ(error["cause"], cli::row_of(why).name) << what << ": " << error;
+    EXPECT_EQ(error["exit_code"], cli::row_of(why).exit_code) << what;
+    EXPECT_THAT(error["text"].get<std::string>(), HasSubstr(text)) << what;
+    EXPECT_EQ(error["call"].is_null(), error["producer"].is_null()) << what;
+}
+
+struct row {
+    std::string line; // behind "orv-gentl"
+    cause why;
+    std::string text;
+};
+
+// Each as text, whose reason is on the error output alone, and as one JSON object.
+void expect_rows(const test_bench& own, const std::vector<row>& rows) {
+    for (const auto& [line, why, text] : rows) {
+        const answer plain = run(own, "orv-gentl " + line);
+        EXPECT_EQ(plain.exit_code, cli::row_of(why).exit_code) << line << '\n' << plain.errors;
+        EXPECT_THAT(plain.errors, HasSubstr(text)) << line;
+        EXPECT_THAT(plain.output, testing::Not(HasSubstr(text))) << line;
+        const answer json = run(own, "orv-gentl --json " + line);
+        EXPECT_EQ(json.exit_code, cli::row_of(why).exit_code) << line;
+        expect_error(nlohmann::json::parse(json.output, nullptr, false), why, text, line);
+    }
+}
+
+} // namespace
+
+TEST(CommandLine, FaultsInTheArguments) {
+    const test_bench own;
+    expect_rows(own, {{"grab --frames 0", cause::arguments, "--frames"},
+                      {"nonsense", cause::arguments, "nonsense"},
+                      {"set Width 1 2", cause::arguments, "'Width' is no NAME=VALUE"},
+                      {"grab --set Width", cause::arguments, "'Width' is no NAME=VALUE"},
+                      {"grab --format Mono99", cause::arguments, "'Mono99' is no pixel format"},
+                      {"load /no/such", cause::arguments, "Cannot read '/no/such'"},
+                      {"list --cti /no/such.cti", cause::no_library, "There is no file '/no/such.cti'"},
+                      {"list --cti /dev/null", cause::no_library, "Cannot load '/dev/null'"}});
+    // The flag is known behind the command too, whose arguments are wrong.
+    expect_error(nlohmann::json::parse(run(own, "orv-gentl list --nonsense --json").output, nullptr, false),
+                 cause::arguments, "--nonsense", "behind");
+    const answer version = run(own, "orv-gentl --version");
+    EXPECT_EQ(version.exit_code, 0);
+    EXPECT_THAT(version.output, HasSubstr("1.3.1.860"));
+}
+
+TEST(CommandLine, WithoutAService) {
+    const test_bench own;
+    const std::string folder = own.folder();
+    const std::string socket = folder + "/orv-gentl-gev_service_pipe_1.3.1.860_rel";
+    for (const char* line : {"list", "info", "features", "get Width", "set Width=1", "grab", "save", "exec X"}) {
+        SCOPED_TRACE(line);
+        expect_rows(own, {{line, cause::no_service, "'" + folder + "' ($ORV_GENTL_RUNTIME_DIR): No such file"}});
+    }
+    expect_rows(own, {{"list", cause::no_service, "Start it: orv-gentl-gev-service"},
+                      {"list", cause::no_service, "Failed to connect to service"}});
+    std::ofstream{own.folder() / "orv-gentl-gev_service_pipe_1.2_rel"} << "no socket";
+    EXPECT_THAT(run(own, "orv-gentl list").errors, testing::Not(HasSubstr("other versions")));
+    std::ofstream{socket} << "a file in the socket's place";
+    expect_rows(own, {{"list", cause::no_service, "the socket in"}});
+}
+
+TEST(CommandLine, OfAnotherUser) {
+    if (geteuid() != 0) GTEST_SKIP() << "takes root, to be somebody else";
+    test_bench own;
+    own.start_service();
+    // The folder is closed to all others; the answer's file was opened before.
+    const answer refused = run(own, "setpriv --reuid 65534 --regid 65534 --clear-groups '" + program + "' list");
+    EXPECT_EQ(refused.exit_code, cli::row_of(cause::no_service).exit_code) << refused.errors;
+    EXPECT_THAT(refused.errors, HasSubstr("It belongs to user 'root'"));
+}
+
+TEST(CommandLine, WithoutACamera) {
+    test_bench own;
+    own.start_service();
+    expect_rows(own, {{"get Width", cause::no_camera, "No camera was found. 'orv-gentl doctor' tells why."},
+                      {"info --device left", cause::no_camera, "so none is 'left'"},
+                      {"list --interface eth77", cause::no_camera, "There is no interface 'eth77'. There are: lo"},
+                      {"info --interface eth77", cause::no_camera, "There is no interface 'eth77'"},
+                      {"features --module interface --device left", cause::no_camera, "so none is 'left'"}});
+    EXPECT_EQ(run(own, "orv-gentl list").exit_code, 0);
+    EXPECT_EQ(run(own, "env -i '" + program + "' --version").exit_code, 0);
+    EXPECT_EQ(run(own, "env -u HOME -u XDG_CONFIG_HOME -u XDG_CACHE_HOME '" + program + "' list").exit_code, 0);
+}
+
+TEST(CommandLine, TwoCamerasThatAreAlike) {
+    test_bench own;
+    own.start_camera({"--user-name", "left"});
+    own.start_camera({"--user-name", "left"});
+    own.start_service();
+    expect_rows(own, {{"get Width --device left", cause::ambiguous, "2 cameras fit 'left'"},
+                      {"set Width=8 --device left", cause::ambiguous, "Orv-SimCam-CAM1"},
+                      {"info --device SimCam", cause::ambiguous, "2 cameras fit 'SimCam'"},
+                      {"get Width", cause::ambiguous, "2 cameras fit; say which by --device"},
+                      {"get Width --device right", cause::no_camera, "No camera is 'right'. There are:"}});
+    for (const std::string& one : {std::string{"CAM1"}, std::string{"Orv-SimCam-CAM1"}, own.camera_address(1)}) {
+        const answer found = run(own, "orv-gentl get DeviceSerialNumber --device " + one);
+        EXPECT_EQ(found.output, "CAM1\n") << one << found.errors;
+    }
+    const auto listed = nlohmann::json::parse(run(own, "orv-gentl list --json").output, nullptr, false);
+    ASSERT_EQ(listed["devices"].size(), 2U) << listed;
+    EXPECT_EQ(listed["devices"][1]["address"], own.camera_address(1));
+    const std::string mac = listed["devices"][1]["mac"];
+    EXPECT_EQ(run(own, "orv-gentl get DeviceSerialNumber --device " + mac).output, "CAM1\n") << mac;
+}
+
+TEST(CommandLine, BesideAnotherController) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    const bench::open_camera holder{test_bench::serial(0)};
+    expect_rows(own, {{"set Width=160", cause::busy, "Camera 'Orv-SimCam-CAM0' is in use"},
+                      {"grab", cause::busy, "(pid " + std::to_string(getpid()) + ", running since 2"},
+                      {"exec AcquisitionStop", cause::busy, "gevdrv-status: ERR_GEV_STATUS_WRITE_PROTECT"},
+                      {"get Width --access control", cause::busy, "'features' and 'describe' work beside it"}});
+    EXPECT_EQ(run(own, "orv-gentl get Width").output, "320\n");
+    EXPECT_EQ(run(own, "orv-gentl describe Width").exit_code, 0);
+    EXPECT_EQ(run(own, "orv-gentl features").exit_code, 0);
+}
+
+TEST(CommandLine, FeaturesThatAreNotOrDoNot) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    expect_rows(own,
+                {{"get Widht", cause::feature, "There is no feature 'Widht'. Did you mean 'Width"},
+                 {"set Width=1", cause::feature, "It takes 8 to 2448 in steps of 8."},
+                 {"set Width=wide", cause::feature, "'wide' is no integer for feature 'Width'"},
+                 {"set PixelFormat=Mono88", cause::feature, "has no entry 'Mono88'. Did you mean 'Mono8"},
+                 {"set DeviceSerialNumber=1", cause::feature, "Cannot set feature 'DeviceSerialNumber'"},
+                 {"exec Width", cause::feature, "is a Integer, not a command"},
+                 {"grab --set Width=1", cause::feature, "It takes 8 to 2448"},
+                 {"get Width TriggerSoftwar", cause::feature, "Did you mean 'TriggerSoftware'"}});
+    const answer two = run(own, "orv-gentl set --json Width=160 Height=1");
+    const auto object = nlohmann::json::parse(two.output, nullptr, false);
+    EXPECT_EQ(object["set"], nlohmann::json::parse(R"([{"name": "Width", "asked": "160", "value": 160}])")) << object;
+    expect_error(object, cause::feature, "'Height'", "what came before is told");
+    // Real types, and addresses as addresses.
+    const auto values = nlohmann::json::parse(
+        run(own, "orv-gentl get --json Width ExposureTime ReverseX PixelFormat GevCurrentIPAddress").output, nullptr, false);
+    EXPECT_EQ(values["features"]["Width"], 160) << values;
+    EXPECT_TRUE(values["features"]["ExposureTime"].is_number_float()) << values;
+    EXPECT_TRUE(values["features"]["ReverseX"].is_boolean()) << values;
+    EXPECT_EQ(values["features"]["PixelFormat"], "Mono8") << values;
+    EXPECT_EQ(values["features"]["GevCurrentIPAddress"], own.camera_address(0)) << values;
+    EXPECT_EQ(run(own, "orv-gentl set GevPersistentIPAddress=10.1.2.3").output, "GevPersistentIPAddress = 10.1.2.3\n");
+    const auto table = nlohmann::json::parse(run(own, "orv-gentl get --json LUTValueAll").output, nullptr, false);
+    EXPECT_GT(table["features"]["LUTValueAll"].get<std::string>().size(), 128U) << "no register is cut";
+}
+
+// Alphabetically the value would come before its selector.
+TEST(CommandLine, SettingsOfAGrabKeepTheirOrder) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    const answer grabbed =
+        run(own, "orv-gentl grab --frames 1 --quiet --set EventSelector=ExposureEnd --set EventNotification=On "
+                 "--set Width=160 --set Width=200 --json");
+    EXPECT_EQ(grabbed.exit_code, 0) << grabbed.errors;
+    EXPECT_EQ(nlohmann::json::parse(grabbed.output)["width"], 200);
+    EXPECT_EQ(run(own, "orv-gentl get EventSelector EventNotification").output,
+              "EventSelector = ExposureEnd\nEventNotification = On\n");
+}
+
+TEST(CommandLine, OutputThatCannotBeWritten) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    const int expected = cli::row_of(cause::output).exit_code;
+    const std::string pipe = own.folder() / "pipe";
+    for (const std::string& line : {"list", "info", "features", "get Width", "set Width=160", "save", "--help", "--version",
+                                    "grab --frames 2", "doctor", "ip show"}) {
+        for (const std::string& form : {line, "--json " + line}) {
+            const answer full = run(own, "orv-gentl " + form + " >/dev/full");
+            EXPECT_EQ(full.exit_code, form == "--json save" ? cli::row_of(cause::arguments).exit_code : expected)
+                << form << '\n'
+                << full.errors;
+            EXPECT_THAT(full.errors, HasSubstr(form == "--json save" ? "file of their own" : "No space left")) << form;
+        }
+        EXPECT_EQ(run(own, "orv-gentl " + line + " >&-").exit_code, expected) << line;
+        // The reader has gone: a pipe that is open for writing alone.
+        const answer broken = run(own, "rm -f '" + pipe + "'; mkfifo '" + pipe + "'; exec 3<>'" + pipe + "' 4>'" + pipe +
+                                           "' 3<&-; orv-gentl " + line + " >&4");
+        EXPECT_EQ(broken.exit_code, expected) << line << '\n' << broken.errors;
+        EXPECT_THAT(broken.errors, HasSubstr("Broken pipe")) << line;
+    }
+    EXPECT_THAT(run(own, "orv-gentl grab --frames 2 >/dev/full").errors, HasSubstr("320x240")) << "it is summed up";
+    expect_rows(own, {{"grab --frames 2 --output /proc/none", cause::output, "Cannot make folder '/proc/none'"},
+                      {"save /proc/none", cause::output, "Cannot write '/proc/none'"},
+                      {"save /dev/full", cause::output, "Cannot write '/dev/full': No space left"}});
+    const auto blocked = nlohmann::json::parse(
+        run(own, "orv-gentl grab --json --quiet --frames 2 --output /proc/none").output, nullptr, false);
+    EXPECT_EQ(blocked["frames_delivered"], 0) << "it is known before the camera starts: " << blocked;
+}
+
+TEST(CommandLine, AFullDiskEndsAGrabThatIsSummedUp) {
+    if (geteuid() != 0) GTEST_SKIP() << "takes root, to mount a small disk";
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240", "--frame-rate", "100"});
+    own.start_service();
+    const std::string disk = own.folder() / "disk";
+    const answer full =
+        run(own, "mkdir '" + disk + "'; unshare -m bash -c \"mount -t tmpfs -o size=200k none '" + disk + "' || exit 99; '" +
+                     program + "' grab --json --quiet --raw --frames 100000 --save 50000 --output '" + disk +
+                     "'; code=\\$?; ls -A '" + disk + "' | grep -c '^[.]'; exit \\$code\"");
+    if (full.exit_code == 99) GTEST_SKIP() << "no mounts here: " << full.errors;
+    EXPECT_EQ(full.exit_code, cli::row_of(cause::output).exit_code) << full.errors;
+    std::istringstream lines{full.output};
+    std::string first, drafts;
+    std::getline(lines, first);
+    std::getline(lines, drafts);
+    const auto object = nlohmann::json::parse(first, nullptr, false);
+    expect_error(object, cause::output, "No space left", "a full disk");
+    EXPECT_GE(object["frames_delivered"], 2) << object;
+    EXPECT_GE(object["files"].size(), 1U) << object;
+    EXPECT_EQ(drafts, "0") << "no half-written files stay";
+}
+
+namespace {
+
+struct end_of_a_run {
+    const char* name;
+    std::string options;
+    void (*strike)(test_bench& own, bench::process& consumer);
+    cause why;
+    std::string text;
+    bool has_frames;
+};
+void PrintTo(const end_of_a_run& given, std::ostream* out) { *out << given.name; }
+class EndOfARun : public testing::TestWithParam<end_of_a_run> {};
+
+constexpr auto waiting = "--set TriggerSelector=FrameStart --set TriggerMode=On --set TriggerSource=Software ";
+
+} // namespace
+
+// Whatever ends it: at once, with its cause, and with what had come.
+TEST_P(EndOfARun, IsToldWithWhatCame) {
+    const auto& [name, options, strike, why, text, has_frames] = GetParam();
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    shell_line line{own, "exec '" + program + "' grab --json --frames 100000 --frame-timeout 600000 " + options};
+    // The first progress is of the first frame, or of the first wait.
+    for (int i = 0; i < 1000 && line.errors().find("/100000 frames") == std::string::npos; ++i)
+        std::this_thread::sleep_for(10ms);
+    ASSERT_THAT(line.errors(), HasSubstr("/100000 frames"));
+    strike(own, line.process());
+    const answer ended = line.wait();
+    EXPECT_EQ(ended.exit_code, cli::row_of(why).exit_code) << ended.errors;
+    const auto object = nlohmann::json::parse(ended.output, nullptr, false);
+    expect_error(object, why, text, name);
+    EXPECT_EQ(object["frames_delivered"] > 0, has_frames) << object;
+    EXPECT_EQ(object["interrupted"], why == cause::interrupted) << object;
+    if (why != cause::interrupted) return;
+    // Stopped and given back: the next one has it at once, in a camera that stands still.
+    const bench::open_camera next{test_bench::serial(0)};
+    const auto status = run(own, "orv-gentl get AcquisitionStatus");
+    EXPECT_EQ(status.output, "false\n") << status.errors;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    CommandLine, EndOfARun,
+    testing::Values(
+        end_of_a_run{"ctrl_c_while_frames_come", "", [](auto&, auto& consumer) { consumer.signal(SIGINT); },
+                     cause::interrupted, "Interrupted.", true},
+        end_of_a_run{"sigterm_while_frames_come", "", [](auto&, auto& consumer) { consumer.signal(SIGTERM); },
+                     cause::interrupted, "Interrupted.", true},
+        end_of_a_run{"ctrl_c_while_nothing_comes", waiting, [](auto&, auto& consumer) { consumer.signal(SIGINT); },
+                     cause::interrupted, "Interrupted.", false},
+        end_of_a_run{"camera_gone", "", [](auto& own, auto&) { own.camera(0).signal(SIGKILL); }, cause::lost,
+                     "Device lost", true},
+        end_of_a_run{"service_gone", "", [](auto& own, auto&) { own.service().signal(SIGKILL); }, cause::lost,
+                     "Camera 'Orv-SimCam-CAM0' or its service went after", true}),
+    [](const auto& chosen) { return std::string{chosen.param.name}; });
+
+TEST(CommandLine, NoFramesHaveAReason) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_camera({"--width", "320", "--height", "240", "--loss", "1"});
+    own.start_service();
+    const std::string first = "grab --quiet --frame-timeout 700 --device CAM0 ";
+    expect_rows(own, {{first + waiting, cause::timeout, "waits for a trigger FrameStart from Software"},
+                      {first + "--set TriggerMode=Off --set AcquisitionMode=SingleFrame", cause::timeout,
+                       "AcquisitionMode is SingleFrame: the camera sends 1 and stops"},
+                      {first + "--set AcquisitionMode=Continuous --set AcquisitionFrameRate=0.5", cause::timeout,
+                       "AcquisitionFrameRate is 0.5: a frame takes 2.0 s"},
+                      {"grab --quiet --frame-timeout 700 --device CAM1", cause::timeout, "no packet comes from the camera"}});
+}
+
+TEST(CommandLine, PicturesKeepTheirBits) {
+    test_bench own;
+    own.start_camera({"--width", "64", "--height", "16", "--pixel-format", "Mono12"});
+    own.start_camera({"--width", "64", "--height", "16", "--pixel-format", "Mono12p"});
+    own.start_service();
+    const auto files_of = [&](const char* device, const std::string& options) {
+        const answer grabbed = run(own, std::string{"orv-gentl grab --json --quiet --frames 1 --device "} + device +
+                                            " --output '" + own.folder().string() + "/pictures' " + options);
+        EXPECT_EQ(grabbed.exit_code, 0) << grabbed.errors;
+        return nlohmann::json::parse(grabbed.output, nullptr, false)["files"];
+    };
+    const auto png = files_of("CAM0", "");
+    ASSERT_EQ(png.size(), 1U);
+    const std::string bytes = read_file(png[0]["path"].get<std::string>());
+    ASSERT_GT(bytes.size(), 26U);
+    EXPECT_EQ(bytes[24], 16) << "bit depth of the PNG";
+    EXPECT_NE(bytes.find("sBIT\x0C"), std::string::npos);
+    EXPECT_EQ(png[0]["note"], "samples of 12 bits moved up by 4 to fill 16");
+    EXPECT_THAT(png[0]["path"].get<std::string>(),
+                testing::ContainsRegex("Orv-SimCam-CAM0-[0-9]{8}-[0-9]{6}[.][0-9]{3}-000001[.]png"));
+    const auto packed = files_of("CAM1", "");
+    EXPECT_EQ(packed[0]["pixel_format"], "Mono16");
+    EXPECT_EQ(packed[0]["note"], "converted from Mono12p to Mono16");
+    // Both cameras show the same first picture: the same file but for what only one of them tells.
+    const auto tiff = files_of("CAM0", "--as tiff"), tiff16 = files_of("CAM1", "--as tiff");
+    const std::string plain = read_file(tiff[0]["path"].get<std::string>());
+    const std::string raised = read_file(tiff16[0]["path"].get<std::string>());
+    constexpr size_t begin = 8, pixels = 64 * 16; // behind the header
+    ASSERT_GT(plain.size(), begin + 2 * pixels);
+    ASSERT_GT(raised.size(), begin + 2 * pixels);
+    const auto sample = [](const std::string& file, size_t i) {
+        return static_cast<unsigned char>(file[begin + 2 * i]) | static_cast<unsigned char>(file[begin + 2 * i + 1]) << 8;
+    };
+    for (size_t i = 0; i < pixels; ++i) ASSERT_EQ(sample(raised, i) >> 4, sample(plain, i)) << i;
+    const auto raw = files_of("CAM1", "--as raw");
+    std::filesystem::path side = raw[0]["path"].get<std::string>();
+    EXPECT_EQ(std::filesystem::file_size(side), pixels * 3 / 2);
+    const auto about = nlohmann::json::parse(read_file(side.replace_extension(".json")), nullptr, false);
+    EXPECT_EQ(about["pixel_format"], "Mono12p") << about;
+    EXPECT_EQ(about["width"], 64) << about;
+    EXPECT_EQ(about["device"], "Orv-SimCam-CAM1") << about;
+}
+
+TEST(CommandLine, SettingsAreSavedComparedAndLoaded) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    const std::string file = "'" + (own.folder() / "saved.txt").string() + "'";
+    ASSERT_EQ(run(own, "orv-gentl set EventSelector=Test 'EventNotification[EventSelector=ExposureEnd]=On' "
+                       "EventSelector=Test Width=640 OffsetX=1000").exit_code, 0);
+    const answer saved = run(own, "orv-gentl save " + file);
+    ASSERT_EQ(saved.exit_code, 0) << saved.errors;
+    const std::string text = read_file(own.folder() / "saved.txt");
+    EXPECT_THAT(text, HasSubstr("\nEventNotification[EventSelector=ExposureEnd]=On\n"));
+    EXPECT_THAT(text, HasSubstr("\nEventNotification[EventSelector=Test]=Off\n"));
+    EXPECT_EQ(run(own, "orv-gentl get EventSelector").output, "Test\n") << "the walk puts selectors back";
+    EXPECT_EQ(run(own, "orv-gentl save").output.substr(60), text.substr(60)) << "but for the date";
+    EXPECT_EQ(run(own, "orv-gentl features --changed " + file).output, "");
+
+    // OffsetX=1000 needs the Width that the camera has not yet, or no longer.
+    ASSERT_EQ(run(own, "orv-gentl set OffsetX=0 Width=2448 'EventNotification[EventSelector=ExposureEnd]=Off'").exit_code, 0);
+    const answer changed = run(own, "orv-gentl features --changed " + file);
+    EXPECT_THAT(changed.output, HasSubstr("Width = 2448   (saved: 640)"));
+    EXPECT_THAT(changed.output, HasSubstr("EventNotification[EventSelector=ExposureEnd] = Off   (saved: On)"));
+    const answer loaded = run(own, "orv-gentl load " + file);
+    EXPECT_EQ(loaded.exit_code, 0) << loaded.errors << loaded.output;
+    EXPECT_EQ(run(own, "orv-gentl features --changed " + file).output, "");
+
+    std::ofstream{own.folder() / "odd.txt"} << "# two that cannot be\nWidth=7\nNone=1\nHeight=120\n";
+    const answer odd = run(own, "orv-gentl load --json '" + (own.folder() / "odd.txt").string() + "'");
+    const auto object = nlohmann::json::parse(odd.output, nullptr, false);
+    expect_error(object, cause::feature, "2 of 3 settings did not take", "odd");
+    EXPECT_EQ(object["taken"], 1) << object;
+    EXPECT_EQ(object["not_taken"][0]["name"], "Width") << object;
+    EXPECT_THAT(object["not_taken"][1]["found"].get<std::string>(), HasSubstr("There is no feature 'None'")) << object;
+    EXPECT_EQ(run(own, "orv-gentl get Height").output, "120\n");
+}
+
+namespace {
+
+// What differs from machine to machine and run to run is made alike.
+std::string levelled(std::string text, const std::string& network) {
+    for (size_t at; !network.empty() && (at = text.find(network)) != text.npos;) text.replace(at, network.size(), "127.0.0.");
+    text = std::regex_replace(text, std::regex{"([0-9A-F]{2}:){5}[0-9A-F]{2}"}, "MAC");
+    text = std::regex_replace(text, std::regex{"[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9:]{8}"}, "DATE");
+    text = std::regex_replace(text, std::regex{" +"}, " ");
+    return std::regex_replace(text, std::regex{" \n"}, "\n");
+}
+
+} // namespace
+
+// docs/tools.md: every "$ orv-gentl ..." in it is run, and what stands below it must be what comes.
+TEST(CommandLine, ThePageForUsersIsTrue) {
+    const std::string page = read_file(ORV_SOURCE_DIR "/docs/tools.md");
+    for (const cli::cause_row& each : cli::all_causes()) {
+        EXPECT_THAT(page, HasSubstr("| " + std::to_string(each.exit_code) + " | `" + each.name + "` |"));
+    }
+    test_bench own;
+    own.start_camera({"--width", "640", "--height", "480", "--user-name", "left"});
+    own.start_camera({"--width", "640", "--height", "480", "--user-name", "right"});
+    own.start_service();
+    const std::string address = own.camera_address(0);
+    std::istringstream lines{page};
+    std::string command, expected;
+    int examples = 0;
+    const auto check = [&] {
+        if (command.empty()) return;
+        ++examples;
+        const answer got = run(own, "cd '" + own.folder().string() + "'; { " + command + "; } 2>&1");
+        EXPECT_EQ(levelled(got.output, address.substr(0, address.rfind('.') + 1)), levelled(expected, "")) << command;
+        command.clear();
+        expected.clear();
+    };
+    for (std::string line; std::getline(lines, line);) {
+        if (line.starts_with("    $ ")) {
+            check();
+            command = line.substr(6);
+        } else if (!command.empty() && line.starts_with("    ")) {
+            expected += line.substr(4) + '\n';
+        } else {
+            check();
+        }
+    }
+    check();
+    EXPECT_GE(examples, 10);
+}
