@@ -43,9 +43,6 @@ public:
                                                                    uint32_t group_mask, bool scheduled, uint64_t time,
                                                                    uint32_t flags, bool all_interfaces) const;
 
-    // The client has gone: what still waits for a camera to move ends. Does not wait.
-    void abandon() noexcept { ending.request_stop(); }
-
 private:
     [[nodiscard]] std::optional<gvcp_master::discovery::found_interface> current() const;
     [[nodiscard]] std::optional<gvcp_master::discovery::found_device> find_device(const std::string& id) const;
