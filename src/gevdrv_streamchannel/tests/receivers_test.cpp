@@ -17,8 +17,9 @@ TYPED_TEST(receivers_test, whole_frame_is_delivered_once_with_its_fields) {
     for (const bool extended : {false, true}) {
         this->begin({.extended = extended});
         this->send(1, {0, 1, 1, 1});
+        this->whole(1, trailer_id);
         this->feed_one(header(1, 3, 1, 0, extended).fill(100, 0xEE)); // what came stays as it is
-        this->whole(1);
+        this->send(1, {trailer_id});
         this->send(1, {0, 2, 5});
         ASSERT_EQ(this->frames.size(), 1U);
         const frame_info& info = this->frames[0];
