@@ -96,6 +96,13 @@ TEST_F(gvsp_recv_resend_test, lost_tail_is_asked_for_once_the_frame_is_overdue) 
     }
 }
 
+TEST_F(gvsp_recv_resend_test, nothing_behind_the_trailer_is_asked_for) {
+    const shape shorter{payload_per_packet, 2};
+    for (const uint32_t packet : {0U, 2U, 3U}) feed_one(packet_of(1, packet, shorter));
+    pass(100'000);
+    EXPECT_EQ(requests, (std::vector<request>(3, {1, 1, 1})));
+}
+
 // The patience with the tail grows to the projected length of the frame.
 TEST_F(gvsp_recv_resend_test, slow_camera_is_not_asked_too_soon) {
     for (const uint32_t packet : {0U, 1U, 2U, 3U}) {
@@ -150,6 +157,7 @@ TEST_F(gvsp_recv_resend_test, camera_that_says_not_yet_is_waited_for) {
             pass(16'667);
             for (; answered < requests.size(); ++answered) status(1, requests[answered].first, 0x8010);
         }
+        for (size_t i = 1; i < requests.size(); ++i) EXPECT_GE(request_times[i] - request_times[i - 1], 16'666U);
         if (pause == 1000) {
             EXPECT_EQ(flags(), std::vector<uint32_t>{incomplete}) << "not for ever";
             EXPECT_LE(requests.size(), 16U + 2 * 3);
