@@ -192,6 +192,7 @@ std::string firmware_updates::await_restart(const discovery::found_device& befor
             if (!is_new && install == gvcp_master::install_command::unanswered)
                 return fmt::format("Failed: the camera did not say whether it installs the image; it has version {}",
                                    version);
+            if (camera->device_version != version) break; // the list is to say the same
             return fmt::format("Finished: version {}", version);
         default: // it is about to restart, or still waits for us
             break;
