@@ -82,6 +82,24 @@ camera_options options_at(uint32_t n) {
     return options;
 }
 
+TEST(camera_stream, packet_sizes_are_rounded_as_chosen) {
+    struct row {
+        size_rounding way;
+        uint32_t step, max, asked, taken;
+    };
+    using enum size_rounding;
+    for (const row& r : {row{down, 4, 9014, 1502, 1500}, row{down, 4, 9014, 20000, 9012},
+                         row{none, 4, 9014, 1501, 1501}, row{none, 4, 9014, 20000, 9014},
+                         row{up, 100, 9014, 1501, 1600}, row{up, 100, 9014, 9014, 9014}, row{up, 4, 9014, 0, 576}}) {
+        auto options = options_at(1);
+        options.packet_size_rounding = r.way;
+        options.packet_size_step = r.step;
+        options.max_packet_size = r.max;
+        running run{options, r.asked, 1};
+        EXPECT_EQ(run.client.read(boot::stream_packet_size) & 0xFFFF, r.taken);
+    }
+}
+
 TEST(camera_stream, timestamps_count_ticks_and_a_deaf_camera_streams_on) {
     auto options = options_at(1);
     options.tick_frequency = 1000;

@@ -304,10 +304,11 @@ TEST_F(Objects, CamerasThatCannotBeReachedAreListedAndLeftAlone) {
         return each.reachable_status == static_cast<uint32_t>(ipc_rpc::reachable_status::unreachable);
     };
     ASSERT_TRUE(eventually([&] { return std::ranges::count_if(one->list(), unreachable) == 2; }));
+    const auto error_of = [](const auto& result) { return result ? std::error_code{} : result.error(); };
     for (const auto& each : one->list()) {
         for (const auto access : {open_access::read_only, open_access::control, open_access::exclusive})
-            EXPECT_EQ(one->interface.open_device(each.id, access).error(), std::errc::host_unreachable);
-        EXPECT_EQ(one->interface.upload_firmware(each.id, {}).error(), std::errc::host_unreachable);
+            EXPECT_EQ(error_of(one->interface.open_device(each.id, access)), std::errc::host_unreachable);
+        EXPECT_EQ(error_of(one->interface.upload_firmware(each.id, {})), std::errc::host_unreachable);
     }
     EXPECT_FALSE(twins.controller());
 }
