@@ -1,5 +1,8 @@
 // What the consumer does with features, on a document and a device made up here.
+#include <cli/host_checks.h>
+#include <cli/nearest_names.h>
 #include <cli/node_map.h>
+#include <cli/setting.h>
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -41,6 +44,11 @@ struct CommandLine : testing::Test {
             "<Integer Name=\"Locked\"><pValue>Reg</pValue><pIsLocked>One</pIsLocked></Integer>"
             "<Integer Name=\"Bad\"><pValue>Knife</pValue></Integer>"
             "<IntSwissKnife Name=\"Knife\"><Formula>2 * X</Formula></IntSwissKnife>"
+            "<Integer Name=\"Ip\"><Value>0</Value><Min>0</Min><Max>4294967295</Max>"
+            "<Representation>IPV4Address</Representation></Integer>"
+            "<Integer Name=\"Mac\"><Value>0</Value><Representation>MACAddress</Representation></Integer>"
+            "<Integer Name=\"Step\"><Value>4</Value><Min>4</Min><Max>16</Max><Inc>4</Inc></Integer>"
+            "<Register Name=\"Long\"><Address>8</Address><Length>100</Length><pPort>Device</pPort></Register>"
             "<Integer Name=\"One\"><Value>1</Value></Integer><Port Name=\"Device\"/></R>"});
         EXPECT_FALSE(doc->find<GenICam::IPort>("Device")->bind(&device, 0));
     }
@@ -79,6 +87,99 @@ TEST_F(CommandLine, AnErrorNamesTheFormulaAtFault) {
     std::string error;
     EXPECT_EQ(cli::value_text(node("Bad"), error), "");
     EXPECT_NE(error.find("Formula '2 * X' of 'Knife', character 5"), error.npos) << error;
+}
+
+struct written {
+    const char* name;
+    const char* feature;
+    const char* text;
+    const char* refusal; // part of it; empty: taken
+    const char* reads;   // as JSON
+};
+class Write : public CommandLine, public testing::WithParamInterface<written> {};
+
+TEST_P(Write, TakesTheTextOrSaysWhatWouldDo) {
+    const written& given = GetParam();
+    const std::string refused = refusal([&] { cli::set_from_text(node(given.feature), given.text); });
+    EXPECT_EQ(refused.empty(), *given.refusal == 0) << refused;
+    EXPECT_NE(refused.find(given.refusal), refused.npos) << refused;
+    std::string error;
+    EXPECT_EQ(cli::value_json(node(given.feature), error).dump(), given.reads) << error;
+}
+
+constexpr written writes[] = {
+    {"address", "Ip", "192.168.0.255", "", "\"192.168.0.255\""},
+    {"address_as_number", "Ip", "0x0A000001", "", "\"10.0.0.1\""},
+    {"address_too_large", "Ip", "1.2.3.256", "'1.2.3.256' is no integer", "\"0.0.0.0\""},
+    {"address_too_short", "Ip", "1.2.3", "'1.2.3' is no integer", "\"0.0.0.0\""},
+    {"address_too_long", "Ip", "1.2.3.4.5", "is no integer", "\"0.0.0.0\""},
+    {"mac", "Mac", "02:00:7f:00:00:0A", "", "\"02:00:7F:00:00:0A\""},
+    {"between_steps", "Step", "6", "It takes 4 to 16 in steps of 4.", "4"},
+    {"too_large", "Step", "20", "It takes 4 to 16 in steps of 4.", "4"},
+};
+INSTANTIATE_TEST_SUITE_P(Features, Write, testing::ValuesIn(writes),
+                         [](const auto& each) { return std::string{each.param.name}; });
+
+TEST_F(CommandLine, ARegisterIsShownWhole) {
+    std::string error;
+    EXPECT_EQ(cli::value_text(node("Long"), error).size(), 200U) << error;
+    EXPECT_NE(refusal([&] { cli::set_from_text(node("Long"), "00"); }).find("It has 100 bytes."), std::string::npos);
+}
+
+TEST(Names, TheNearestIsFound) {
+    const std::vector<std::string> known{"Width", "Height", "WidthMax", "ExposureTime", "ExposureAuto"};
+    const std::pair<const char*, std::vector<std::string>> rows[]{{"Widht", {"Width"}},
+                                                                  {"width", {"Width", "WidthMax"}},
+                                                                  {"exposure", {"ExposureTime", "ExposureAuto"}},
+                                                                  {"Gain", {}}};
+    for (const auto& [wanted, nearest] : rows) EXPECT_EQ(cli::nearest_names(wanted, known), nearest) << wanted;
+}
+
+TEST(Settings, TheirTextIsTakenApart) {
+    const auto parsed = cli::parse_setting("Value[A=1,B=x=y]=c=d]");
+    EXPECT_EQ(parsed.name, "Value");
+    EXPECT_EQ(parsed.value, "c=d]");
+    EXPECT_EQ(parsed.selectors, (std::vector<std::pair<std::string, std::string>>{{"A", "1"}, {"B", "x=y"}}));
+    EXPECT_EQ(parsed.left_side(), "Value[A=1,B=x=y]");
+    for (const char* bad : {"", "A", "=1", "A[", "A[B=1]", "A[B]=1", "A[=1]=1", "A[B=1]x=1", "[B=1]=1"})
+        EXPECT_THROW(static_cast<void>(cli::parse_setting(bad)), cli::failure) << bad;
+}
+
+// The kernel filters by the larger of the interface's number and that of all.
+TEST(HostChecks, GradeWhatTheKernelDoes) {
+    const auto root = std::filesystem::path{testing::TempDir()} / fmt::format("orv-host-{}", getpid());
+    const auto write = [&](const char* file, const std::string& text) {
+        std::filesystem::create_directories((root / file).parent_path());
+        std::ofstream{root / file} << text << '\n';
+    };
+    const cli::kernel_files kernel{root / "net", root / "class"};
+    using enum cli::grade;
+    for (const auto& [bytes, grade] :
+         {std::pair{"212992", bad}, {"4194304", advice}, {"10485760", ok}, {"33554432", ok}, {"", bad}}) {
+        write("net/core/rmem_max", bytes);
+        std::vector<cli::finding> found;
+        check_receive_buffer(kernel, found);
+        EXPECT_EQ(found.at(0).of, grade) << bytes;
+        EXPECT_EQ(found.at(0).remedy.empty(), grade == ok) << bytes;
+    }
+    write("class/eth0/operstate", "up");
+    write("class/eth1/operstate", "down");
+    const struct {
+        const char *own, *all, *mtu;
+        cli::grade filter, size;
+    } rows[]{{"0", "0", "1500", ok, advice}, {"1", "0", "9000", advice, ok}, {"0", "1", "8999", advice, advice},
+             {"1", "2", "9216", ok, ok},     {"2", "1", "9000", ok, ok}};
+    for (const auto& [own, all, mtu, filter, size] : rows) {
+        write("net/ipv4/conf/eth0/rp_filter", own);
+        write("net/ipv4/conf/all/rp_filter", all);
+        write("class/eth0/mtu", mtu);
+        std::vector<cli::finding> found;
+        check_interfaces(kernel, found);
+        ASSERT_EQ(found.size(), 2U) << "an interface that is down is not judged";
+        EXPECT_EQ(found[0].of, size) << mtu;
+        EXPECT_EQ(found[1].of, filter) << own << ' ' << all;
+    }
+    std::filesystem::remove_all(root);
 }
 
 struct conversion {

@@ -452,15 +452,18 @@ TEST(CommandLine, ThePageForUsersIsTrue) {
     own.start_camera({"--width", "640", "--height", "480", "--user-name", "left"});
     own.start_camera({"--width", "640", "--height", "480", "--user-name", "right"});
     own.start_service();
-    const std::string address = own.camera_address(0);
+    std::string network = own.camera_address(0);
+    network.resize(network.rfind('.') + 1);
     std::istringstream lines{page};
     std::string command, expected;
     int examples = 0;
     const auto check = [&] {
         if (command.empty()) return;
         ++examples;
+        for (size_t at = command.find("127.0.0."); at != command.npos; at = command.find("127.0.0.", at + network.size()))
+            command.replace(at, 8, network);
         const answer got = run(own, "cd '" + own.folder().string() + "'; { " + command + "; } 2>&1");
-        EXPECT_EQ(levelled(got.output, address.substr(0, address.rfind('.') + 1)), levelled(expected, "")) << command;
+        EXPECT_EQ(levelled(got.output, network), levelled(expected, "")) << command;
         command.clear();
         expected.clear();
     };

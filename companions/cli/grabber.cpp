@@ -186,7 +186,6 @@ void grabber::throw_if_lost() const {
 }
 
 void grabber::throw_time_out() {
-    timed_out = true;
     const milliseconds waited{options.frame_timeout_ms};
     // A camera that does not answer any more is lost, not late.
     PORT_HANDLE port = remote_port(lib, *device);
@@ -196,6 +195,7 @@ void grabber::throw_time_out() {
         throw call_failed("GCReadPort", code, lib.last_error(code))
             .explained(cause::lost,
                        fmt::format("Camera '{}' does not answer any more after {} frames.", chosen.first.id, frames()));
+    timed_out = true;
     throw failure(cause::timeout,
                   fmt::format("No frame came within {} ms; {} of {} were received. Why:\n  {}", options.frame_timeout_ms,
                               frames(), options.frames,
@@ -325,7 +325,7 @@ nlohmann::json grabber::result() const {
         {"device", chosen.first.id},
         {"width", first_frame.width},
         {"height", first_frame.height},
-        {"pixel_format", pixel_format_name(first_frame.pixel_format)},
+        {"pixel_format", nullptr}, // of the first frame
         {"payload_size", payload_size},
         {"packet_size", packet_size},
         {"frames_asked", options.frames},
@@ -345,6 +345,7 @@ nlohmann::json grabber::result() const {
         {"files", files},
         {"pictures_skipped", skipped},
     };
+    if (frames() != 0) object["pixel_format"] = pixel_format_name(first_frame.pixel_format);
     // Null when nobody asked.
     object["verified"] = nullptr;
     if (options.verify) {
@@ -362,8 +363,8 @@ std::string grabber::summary() const {
                     "frames", "complete", "lost", "rate/s", "MB/s");
     text += fmt::format("{:<40} {:>11} {:<12} {:>8} {:>8} {:>9} {:>6} {:>9.2f} {:>9.2f}\n", chosen.first.id,
                         fmt::format("{}x{}", first_frame.width, first_frame.height),
-                        pixel_format_name(first_frame.pixel_format), packet_size, frames(), complete, lost,
-                        frame_rate(), megabytes_per_second());
+                        frames() == 0 ? "-" : pixel_format_name(first_frame.pixel_format), packet_size, frames(),
+                        complete, lost, frame_rate(), megabytes_per_second());
     if (saver) {
         for (const written_picture& each : saver->written())
             text += fmt::format("written: {}{}\n", each.path.string(), each.note.empty() ? "" : "  (" + each.note + ")");

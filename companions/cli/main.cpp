@@ -5,6 +5,7 @@
 #include "feature_commands.h"
 #include "grab_command.h"
 #include "list_commands.h"
+#include "nearest_names.h"
 #include "network_commands.h"
 #include "output.h"
 #include "picture_converter.h"
@@ -16,7 +17,8 @@
 #include <algorithm>
 #include <memory>
 #include <sstream>
-#include <string_view>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -53,17 +55,27 @@ void add_file_commands(command_line& line) {
     });
 }
 
+// The parser says of a mistyped command that one is missing.
+std::string complaint_of(const CLI::App& app, const CLI::ParseError& error, const std::vector<std::string>& words) {
+    const auto command = std::ranges::find_if(words, [](const std::string& word) { return !word.starts_with('-'); });
+    std::vector<std::string> known;
+    for (const CLI::App* each : app.get_subcommands([](const CLI::App*) { return true; }))
+        known.push_back(each->get_name());
+    if (command == words.end() || std::ranges::find(known, *command) != known.end()) return error.what();
+    return fmt::format("There is no command '{}'.{}", *command, did_you_mean(*command, known));
+}
+
 // Help and version are what was asked for; all else is a fault in the arguments, told like every other failure.
-int parse_error(const CLI::App& app, const CLI::ParseError& error, bool json) {
-    std::ostringstream answer, complaint;
-    if (app.exit(error, answer, complaint) == 0) {
+int parse_error(const CLI::App& app, const CLI::ParseError& error, const std::vector<std::string>& words, bool json) {
+    std::ostringstream answer, ignored;
+    if (app.exit(error, answer, ignored) == 0) {
         print_text(answer.str());
         flush_output();
         return 0;
     }
     return report_failure(
         failure(cause::arguments, fmt::format("{}\n'orv-gentl --help' and 'orv-gentl COMMAND --help' tell what there is.",
-                                              error.what())),
+                                              complaint_of(app, error, words))),
         json);
 }
 
@@ -90,13 +102,14 @@ int run(int argc, char** argv) {
     add_completion_command(line);
 
     // Known before the parse, whose own faults are told in the form asked for.
-    const bool json = std::any_of(argv + 1, argv + argc, [](const char* word) { return std::string_view{word} == "--json"; });
+    const std::vector<std::string> words{argv + 1, argv + argc};
+    const bool json = std::ranges::find(words, "--json") != words.end();
     try {
         app.parse(argc, argv);
         flush_output();
         return line.exit_code;
     } catch (const CLI::ParseError& error) {
-        return parse_error(app, error, json);
+        return parse_error(app, error, words, json);
     } catch (const std::exception& reason) {
         return report_failure(reason, json);
     }

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <fstream>
 #include <map>
 
@@ -40,6 +41,13 @@ private:
 
 bool is_writable(const INode& node) { return access_text(node) == "RW"; }
 
+// A selector's own place is a view, not a setting.
+bool is_selector(INode& node) {
+    const auto selects = [](auto* known) { return known != nullptr && !known->get_selected().empty(); };
+    return selects(node_cast<IInteger>(&node)) || selects(node_cast<IEnumeration>(&node)) ||
+           selects(node_cast<IBoolean>(&node));
+}
+
 // What a selector can be; nothing for one that cannot be walked.
 std::vector<std::string> choices_of(INode& selector) {
     if (auto* choice = node_cast<IEnumeration>(&selector)) return entries_of(*choice);
@@ -69,11 +77,10 @@ void walk(INode& node, std::span<INode* const> selectors, size_t at, setting& so
         return;
     }
     INode& selector = *selectors[at];
+    if (!is_writable(selector)) // it stays where it is
+        return walk(node, selectors, at + 1, so_far, all, left_out);
     const auto choices = choices_of(selector);
-    if (choices.empty() || !is_writable(selector)) { // one choice is as good as none
-        walk(node, selectors, at + 1, so_far, all, left_out);
-        return;
-    }
+    if (choices.empty()) left_out.push_back(fmt::format("{}: {} has too many choices", node.get_name(), selector.get_name()));
     for (const std::string& choice : choices) {
         try {
             set_from_text(selector, choice);
@@ -87,7 +94,16 @@ void walk(INode& node, std::span<INode* const> selectors, size_t at, setting& so
     }
 }
 
-bool is_setting(const INode& node) {
+// What belongs to the connection and to the camera's place on the network, and must not come from a file.
+bool is_of_the_link(std::string_view name) {
+    constexpr std::array beginnings{"GevSC",         "GevMC",      "GevCCP",        "GevPrimaryApplication",
+                                    "GevPersistent", "GevCurrent", "GevHeartbeat", "DeviceLinkHeartbeat",
+                                    "GevStreamChannelSelector"};
+    return std::ranges::any_of(beginnings, [&](std::string_view each) { return name.starts_with(each); });
+}
+
+// Documents mark their settings; in one that marks none, all that can be written are.
+bool is_setting(const INode& node, bool marked) {
     switch (node.node_type()) {
     case NodeType_t::Category:
     case NodeType_t::Command:
@@ -95,7 +111,7 @@ bool is_setting(const INode& node) {
     case NodeType_t::EnumEntry:
         return false;
     default:
-        return node.is_streamable();
+        return marked ? node.is_streamable() : !is_of_the_link(node.get_name());
     }
 }
 
@@ -116,8 +132,9 @@ bool is_as_saved(const node_map& nodes, const setting& saved, std::string& now) 
 std::vector<setting> collect_settings(const node_map& nodes, std::vector<std::string>& left_out) {
     std::vector<setting> all;
     kept_selectors kept{nodes};
+    const bool marked = !nodes.document().get_streamable_nodes().empty();
     for (INode* node : nodes.document().get_root_features()) {
-        if (!is_setting(*node)) continue;
+        if (!is_setting(*node, marked) || is_selector(*node)) continue;
         // Outer selectors first, as the document lists them.
         std::vector<INode*> selectors;
         for (INode* selector : node->get_selecting_nodes()) {

@@ -3,6 +3,7 @@
 #include "../failure.h"
 
 #include <csignal>
+#include <initializer_list>
 
 #include <unistd.h>
 

@@ -1,6 +1,7 @@
 #include "standard_streams.h"
 
 #include <csignal>
+#include <initializer_list>
 
 #include <fcntl.h>
 #include <unistd.h>
