@@ -149,8 +149,9 @@ std::error_code camera_settings::write(uint64_t address, std::span<const std::by
         shared.set_flag(block_t::auto_white_balance, false);
         shared.set_flag(block_t::white_balance_once, false);
         shared.set_flag(block_t::white_balance_finished, false);
-        if (value == balance_once) shared.set_flag(block_t::white_balance_once, true);
-        if (value == balance_continuous) shared.set_flag(block_t::auto_white_balance, true);
+        const auto mode = from_bytes<uint32_t>(from);
+        if (mode == balance_once) shared.set_flag(block_t::white_balance_once, true);
+        if (mode == balance_continuous) shared.set_flag(block_t::auto_white_balance, true);
         return {};
     }
     if (entry->offset == own_register::focus_start) {

@@ -38,9 +38,9 @@ void add_exposure(feature_writer& to) {
     if (!to.flag({"AutoExposure", "Auto Exposure", "Steers the camera's exposure time by the image's brightness."},
                  block::auto_exposure))
         return;
-    to.number({"AutoExposureLowerLimit", "Auto Exposure Lower Limit", "Shortest exposure time it sets.", "us"},
+    to.number({"AutoExposureMinimum", "Auto Exposure Minimum", "Shortest exposure time it sets.", "us"},
               block::exposure_min);
-    to.number({"AutoExposureUpperLimit", "Auto Exposure Upper Limit", "Longest exposure time it sets.", "us"},
+    to.number({"AutoExposureMaximum", "Auto Exposure Maximum", "Longest exposure time it sets.", "us"},
               block::exposure_max);
     to.flag({"AutoExposureLimitByFrameRate", "Auto Exposure Limit By Frame Rate",
              "The longest exposure time is the period of the camera's frame rate, so that frames keep coming.", {},
@@ -55,8 +55,8 @@ void add_gain(feature_writer& to) {
     to.begin_category({"AutoGainControl", "Auto Gain Control", "Automatic gain, computed by this host."});
     if (!to.flag({"AutoGain", "Auto Gain", "Steers the camera's gain by the image's brightness."}, block::auto_gain))
         return;
-    to.number({"AutoGainLowerLimit", "Auto Gain Lower Limit", "Smallest gain it sets.", "dB"}, block::gain_min);
-    to.number({"AutoGainUpperLimit", "Auto Gain Upper Limit", "Largest gain it sets.", "dB"}, block::gain_max);
+    to.number({"AutoGainMinimum", "Auto Gain Minimum", "Smallest gain it sets.", "dB"}, block::gain_min);
+    to.number({"AutoGainMaximum", "Auto Gain Maximum", "Largest gain it sets.", "dB"}, block::gain_max);
     to.number({"AutoGainCurrent", "Auto Gain Current", "The camera's gain as last read.", "dB", expert}, block::gain,
               false);
 }
@@ -65,8 +65,8 @@ void add_iris(feature_writer& to) {
     to.begin_category({"AutoIrisControl", "Auto Iris Control", "Automatic iris, computed by this host."});
     if (!to.flag({"AutoIris", "Auto Iris", "Steers the lens's iris by the image's brightness."}, block::auto_iris))
         return;
-    to.number({"AutoIrisLowerLimit", "Auto Iris Lower Limit", "Smallest opening it sets."}, block::iris_min);
-    to.number({"AutoIrisUpperLimit", "Auto Iris Upper Limit", "Largest opening it sets."}, block::iris_max);
+    to.number({"AutoIrisMinimum", "Auto Iris Minimum", "Smallest opening it sets."}, block::iris_min);
+    to.number({"AutoIrisMaximum", "Auto Iris Maximum", "Largest opening it sets."}, block::iris_max);
     to.flag({"AutoIrisSeparate", "Auto Iris Separate", "The iris moves only where exposure and gain are at rest.", {},
              expert},
             block::iris_separate);
