@@ -78,7 +78,7 @@ std::optional<std::string> camera_features::prepare(std::string_view document) {
     if (!merged.text) return as_it_is(merged.reason);
 
     auto made = std::make_shared<auto_value_writer>(settings, std::move(nodes), name, lines);
-    made->read_camera();
+    if (!reads_only || !settings->has_controller_values()) made->read_camera();
     if (!reads_only) {
         made->start();
         const std::lock_guard guard{mutex};

@@ -58,12 +58,23 @@ camera_settings::camera_settings(std::optional<uint32_t> group, std::optional<ui
           return std::make_unique<memory>(memory{std::move(name), std::move(made)});
       }()),
       shared(mapped->mapping.bytes()) {
-    shared.set_neutral();
-    owned.store(own_register::exposure_highest - own_begin, 1e9F);
-    owned.store(own_register::gain_highest - own_begin, 100.0F);
+    set_all_neutral();
 }
 
 camera_settings::~camera_settings() = default;
+
+void camera_settings::set_all_neutral() {
+    shared.set_neutral();
+    owned.store(own_register::exposure_highest - own_begin, 1e9F);
+    owned.store(own_register::gain_highest - own_begin, 100.0F);
+    exposure_known = gain_known = iris_known = false;
+}
+
+void camera_settings::reset() {
+    const std::lock_guard guard{mutex};
+    set_all_neutral();
+    controlled = true;
+}
 
 const std::string& camera_settings::name() const noexcept { return mapped->name; }
 bool camera_settings::is_broken() const noexcept { return mapped->mapping.is_broken(); }
@@ -189,14 +200,16 @@ template <class T>
 void camera_settings::set_range(std::size_t lowest_at, std::size_t min_at, bool& known, T lowest, T highest) {
     if (!(lowest <= highest)) return;
     const std::lock_guard guard{mutex};
-    owned.store(lowest_at - own_begin, lowest);
-    owned.store(lowest_at - own_begin + sizeof(T), highest);
     const std::size_t max_at = min_at + sizeof(T);
     const T min = shared.load<T>(min_at);
     const T max = shared.load<T>(max_at);
     const bool sound = known && min <= max;
-    shared.store(min_at, sound ? std::clamp(min, lowest, highest) : lowest);
-    shared.store(max_at, sound ? std::clamp(max, lowest, highest) : highest);
+    const bool follows_lowest = !sound || min == owned.load<T>(lowest_at - own_begin);
+    const bool follows_highest = !sound || max == owned.load<T>(lowest_at - own_begin + sizeof(T));
+    owned.store(lowest_at - own_begin, lowest);
+    owned.store(lowest_at - own_begin + sizeof(T), highest);
+    shared.store(min_at, follows_lowest ? lowest : std::clamp(min, lowest, highest));
+    shared.store(max_at, follows_highest ? highest : std::clamp(max, lowest, highest));
     known = true;
 }
 

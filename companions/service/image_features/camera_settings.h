@@ -33,12 +33,16 @@ public:
     // A client has taken the memory away.
     [[nodiscard]] bool is_broken() const noexcept;
 
+    // For a new controller: what another has left behind, for those who only look on, is not his.
+    void reset();
+
     // By the remote port: one whole register. Errors of a camera's kind: invalid_address, write_protect,
     // invalid_parameter for a value out of its limits.
     [[nodiscard]] std::error_code read(uint64_t address, std::span<std::byte> to) const;
     [[nodiscard]] std::error_code write(uint64_t address, std::span<const std::byte> from);
 
-    // What the camera takes. The limits of the automatic functions are brought within, and are these at first.
+    // What the camera takes. Limits of the automatic functions that nobody has narrowed are these, others are brought
+    // within.
     void set_exposure_range(float lowest, float highest);
     void set_gain_range(float lowest, float highest);
     void set_iris_range(int64_t lowest, int64_t highest);
@@ -46,9 +50,12 @@ public:
     [[nodiscard]] bool automatic_function_is_on() const;
     // What a once-function has left behind when it is over.
     void take_finished() const;
+    // A controller has put the camera's values here; one who only looks on leaves them alone.
+    [[nodiscard]] bool has_controller_values() const noexcept { return controlled; }
 
 private:
     struct memory;
+    void set_all_neutral(); // under the mutex, once others have the object
     // The block or the service's own, with the offset within it.
     [[nodiscard]] std::pair<gds_producer::settings_block, std::size_t> place(std::size_t offset) const;
     [[nodiscard]] double value_of(const register_entry& entry) const;
@@ -62,6 +69,7 @@ private:
     const gds_producer::settings_block shared;
     alignas(8) std::array<std::byte, gds_producer::settings_block::minimum_size> own{};
     const gds_producer::settings_block owned{own};
+    std::atomic<bool> controlled{false}; // from the first reset on
     mutable std::mutex mutex; // of writes, so that limits are looked at and stored in one; guards what follows
     bool exposure_known = false;
     bool gain_known = false;

@@ -93,6 +93,7 @@ std::error_code device_object::init(ipc_rpc::open_access access) {
     if (!settings)
         logger().error("No shared memory for the settings of {}: {}", gige::to_string(record.address),
                        no_memory.message());
+    if (settings && !reads_only) settings->reset();
     if (settings && core->settings().image_features)
         features = std::make_unique<image_features::camera_features>(*camera, settings, lines);
     open_events(access);
