@@ -33,11 +33,11 @@ using testing::Not;
 namespace {
 
 // Offsets as the library reads them, once more by their numbers: the two ends are built apart.
-constexpr size_t master_enable = 12, auto_exposure = 104, current_exposure = 120, exposure_max = 128,
-                 auto_gain = 136,
+constexpr size_t master_enable = 12, auto_exposure = 104, current_exposure = 120, exposure_max = 128, auto_gain = 136,
                  current_gain = 140, auto_iris = 152, auto_balance = 188, balance_once = 192, current_balance = 196,
                  result_gain = 296, result_exposure = 300, result_iris = 304, result_balance = 312,
-                 balance_finished = 324, current_iris = 160, gamma_value = 20, saturation = 24, matrix = 44, frame_rate = 96;
+                 balance_finished = 324, current_iris = 160, gamma_value = 20, saturation = 24, matrix = 44,
+                 frame_rate = 96;
 constexpr uint64_t software = 0x1000100000000;
 // Of the simulated camera.
 constexpr uint64_t exposure_register = 0x10058, exposure_auto_register = 0x10060, gain_register = 0x100C0;
@@ -187,9 +187,9 @@ protected:
     }
     template <class T>
     T camera_value(uint64_t address) { // big-endian, as the camera has it
-        const auto answer = client->call(
-            device, "read_mem",
-            wire_bytes{}.put(address).put(uint64_t{sizeof(T)}).put(uint32_t{0}).put(uint64_t{3000}).str());
+        const auto answer =
+            client->call(device, "read_mem",
+                         wire_bytes{}.put(address).put(uint64_t{sizeof(T)}).put(uint32_t{0}).put(uint64_t{3000}).str());
         std::string bytes = answer && answer->error() == 0 ? answer->bytes.substr(12, sizeof(T)) : std::string{};
         bytes.resize(sizeof(T));
         if (address < software) std::ranges::reverse(bytes);
@@ -468,9 +468,9 @@ TEST_F(ImageFeatures, OtherNamesAndUnitsOfCameras) {
   <AccessMode>RW</AccessMode><pPort>Device</pPort><Endianess>BigEndian</Endianess></FloatReg>
 <Integer Name="Iris"><pValue>I</pValue><Min>-100</Min><Max>100</Max></Integer>
 <Enumeration Name="PixelFormat"><EnumEntry Name="BayerRG8"><Value>0</Value></EnumEntry><Value>0</Value></Enumeration>
-<Port Name="Device"/>)" + int_register("E", "0x30000000") +
-        int_register("G", "0x30000004") + int_register("S", "0x30000008") + int_register("I", "0x3000000C") +
-        "</Group></RegisterDescription>");
+<Port Name="Device"/>)" +
+        int_register("E", "0x30000000") + int_register("G", "0x30000004") + int_register("S", "0x30000008") +
+        int_register("I", "0x3000000C") + "</Group></RegisterDescription>");
     open_raw();
     EXPECT_EQ(write(uint64_t{0x30000008}, uint32_t{7}), 0U);
     for (const size_t function : {auto_exposure, auto_gain, auto_iris, auto_balance})

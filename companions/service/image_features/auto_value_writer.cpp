@@ -18,8 +18,8 @@ namespace image_features {
 using block_t = gds_producer::settings_block;
 using control = camera_nodes::control;
 using clock = std::chrono::steady_clock;
-using GenICam::genicam_errc;
 using gds_shared::gigecam_errc;
+using GenICam::genicam_errc;
 
 namespace {
 

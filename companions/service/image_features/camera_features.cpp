@@ -28,9 +28,8 @@ public:
     explicit camera_port(gvcp_master::device_control& control) : camera(control) {}
 
     GenICam::result<std::size_t> read(int64_t address, std::span<std::byte> data, unsigned) override {
-        if (const auto error = access([&] {
-                return camera.read_memory(static_cast<uint64_t>(address), data, access_time);
-            }))
+        if (const auto error =
+                access([&] { return camera.read_memory(static_cast<uint64_t>(address), data, access_time); }))
             return std::unexpected(error);
         return data.size();
     }
@@ -52,7 +51,7 @@ private:
 };
 
 camera_features::camera_features(gvcp_master::device_control& control, std::shared_ptr<camera_settings> shared,
-                               std::shared_ptr<gds_helper::log::line_budget> log_lines)
+                                 std::shared_ptr<gds_helper::log::line_budget> log_lines)
     : camera(control),
       settings(std::move(shared)),
       lines(std::move(log_lines)),

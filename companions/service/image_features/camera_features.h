@@ -19,12 +19,12 @@
 
 namespace image_features {
 
-// Thread-safe, but for prepare, which comes first and takes turns with itself. `control` must outlive the object and be cancelled before
-// its end.
+// Thread-safe, but for prepare, which comes first and takes turns with itself. `control` must outlive the object and be
+// cancelled before its end.
 class camera_features final {
 public:
     camera_features(gvcp_master::device_control& control, std::shared_ptr<camera_settings> settings,
-                   std::shared_ptr<gds_helper::log::line_budget> log_lines);
+                    std::shared_ptr<gds_helper::log::line_budget> log_lines);
     ~camera_features();
     camera_features(const camera_features&) = delete;
     camera_features& operator=(const camera_features&) = delete;
@@ -48,7 +48,7 @@ private:
     const std::shared_ptr<camera_settings> settings;
     const std::shared_ptr<gds_helper::log::line_budget> lines;
     const std::unique_ptr<camera_port> port;
-    mutable std::mutex mutex; // guards what follows
+    mutable std::mutex mutex;                  // guards what follows
     std::shared_ptr<auto_value_writer> writer; // none before prepare, and for one who only reads
     [[nodiscard]] std::shared_ptr<auto_value_writer> current_writer() const;
 };

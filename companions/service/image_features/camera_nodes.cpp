@@ -91,7 +91,8 @@ double nearest(double value, double min, double max, double increment) {
 
 template <class T>
 T nearest_of(const std::vector<T>& values, double wanted) {
-    return *std::ranges::min_element(values, {}, [&](T value) { return std::abs(static_cast<double>(value) - wanted); });
+    return *std::ranges::min_element(values, {},
+                                     [&](T value) { return std::abs(static_cast<double>(value) - wanted); });
 }
 
 template <class Node>
@@ -191,7 +192,9 @@ void camera_nodes::find_nodes() {
 bool camera_nodes::has_colour() const {
     const auto* const formats = document->find<IEnumeration>("PixelFormat");
     if (formats == nullptr) return false;
-    return std::ranges::any_of(formats->get_entries(), [](const IEnumEntry* entry) {
+    // Each costs a camera access or more; no camera has half as many formats.
+    const auto entries = formats->get_entries();
+    return std::ranges::any_of(entries.first(std::min<std::size_t>(entries.size(), 256)), [](const IEnumEntry* entry) {
         const std::string_view name = entry->get_name();
         const auto begins = [name](std::string_view start) { return name.starts_with(start); };
         const auto implemented = entry->is_implemented(direct);
@@ -246,7 +249,8 @@ std::optional<camera_nodes::value_range> camera_nodes::range_of(control which) {
         if (error || found.node() == nullptr || !usable(*found.node())) return {};
         const auto range =
             found.real != nullptr ? limits_of(*found.real, found.scale) : limits_of(*found.integer, found.scale);
-        if (!range || !std::isfinite(range->min) || !std::isfinite(range->max) || !(range->min <= range->max)) return {};
+        if (!range || !std::isfinite(range->min) || !std::isfinite(range->max) || !(range->min <= range->max))
+            return {};
         return range;
     });
 }

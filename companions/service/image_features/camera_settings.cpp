@@ -187,8 +187,7 @@ void camera_settings::forget_results_of(std::size_t offset) const {
     if (begins(block_t::auto_exposure)) forget(float{}, block_t::result_exposure, block_t::exposure);
     if (begins(block_t::auto_gain)) forget(float{}, block_t::result_gain, block_t::gain);
     if (begins(block_t::auto_iris)) forget(int64_t{}, block_t::result_iris, block_t::iris);
-    if (all || offset == own_register::focus_start)
-        forget(int64_t{}, block_t::result_focus, block_t::focus_position);
+    if (all || offset == own_register::focus_start) forget(int64_t{}, block_t::result_focus, block_t::focus_position);
     if (all || offset == own_register::white_balance_mode) {
         forget(float{}, block_t::result_balance_red, block_t::balance_red);
         forget(float{}, block_t::result_balance_green, block_t::balance_green);
@@ -225,11 +224,11 @@ void camera_settings::set_iris_range(int64_t lowest, int64_t highest) {
 
 bool camera_settings::automatic_function_is_on() const {
     if (!shared.flag(block_t::master_enable)) return false;
-    return std::ranges::any_of(
-        std::initializer_list<block_t::offset>{block_t::auto_exposure, block_t::auto_gain, block_t::auto_iris,
-                                               block_t::auto_white_balance, block_t::white_balance_once,
-                                               block_t::focus_request},
-        [this](block_t::offset at) { return shared.flag(at); });
+    return std::ranges::any_of(std::initializer_list<block_t::offset>{block_t::auto_exposure, block_t::auto_gain,
+                                                                      block_t::auto_iris, block_t::auto_white_balance,
+                                                                      block_t::white_balance_once,
+                                                                      block_t::focus_request},
+                               [this](block_t::offset at) { return shared.flag(at); });
 }
 
 void camera_settings::take_finished() const {

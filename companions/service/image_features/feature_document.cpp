@@ -24,12 +24,13 @@ void add_general(feature_writer& to, bool steers_brightness) {
     to.flag({"SoftwareImageProcessingEnable", "Software Image Processing Enable",
              "Switches all functions of this category, whatever their own switches say."},
             block::master_enable);
-    to.flag({"SoftwareOverlay", "Software Overlay", "Writes statistics of the stream into the image."},
-            block::overlay);
+    to.flag({"SoftwareOverlay", "Software Overlay", "Writes statistics of the stream into the image."}, block::overlay);
     if (!steers_brightness) return;
-    to.number({"AutoBrightnessTarget", "Auto Brightness Target",
+    to.number({"AutoBrightnessTarget",
+               "Auto Brightness Target",
                "Mean brightness of the image, of 255, that the automatic functions aim at; 0 for the standard one.",
-               {}, expert},
+               {},
+               expert},
               block::exposure_reference);
 }
 
@@ -42,13 +43,15 @@ void add_exposure(feature_writer& to) {
               block::exposure_min);
     to.number({"AutoExposureMaximum", "Auto Exposure Maximum", "Longest exposure time it sets.", "us"},
               block::exposure_max);
-    to.flag({"AutoExposureLimitByFrameRate", "Auto Exposure Limit By Frame Rate",
-             "The longest exposure time is the period of the camera's frame rate, so that frames keep coming.", {},
+    to.flag({"AutoExposureLimitByFrameRate",
+             "Auto Exposure Limit By Frame Rate",
+             "The longest exposure time is the period of the camera's frame rate, so that frames keep coming.",
+             {},
              expert},
             block::exposure_by_frame_rate);
-    to.number({"AutoExposureCurrent", "Auto Exposure Current", "The camera's exposure time as last read.", "us",
-               expert},
-              block::exposure, false);
+    to.number(
+        {"AutoExposureCurrent", "Auto Exposure Current", "The camera's exposure time as last read.", "us", expert},
+        block::exposure, false);
 }
 
 void add_gain(feature_writer& to) {
@@ -67,14 +70,17 @@ void add_iris(feature_writer& to) {
         return;
     to.number({"AutoIrisMinimum", "Auto Iris Minimum", "Smallest opening it sets."}, block::iris_min);
     to.number({"AutoIrisMaximum", "Auto Iris Maximum", "Largest opening it sets."}, block::iris_max);
-    to.flag({"AutoIrisSeparate", "Auto Iris Separate", "The iris moves only where exposure and gain are at rest.", {},
+    to.flag({"AutoIrisSeparate",
+             "Auto Iris Separate",
+             "The iris moves only where exposure and gain are at rest.",
+             {},
              expert},
             block::iris_separate);
 }
 
 void add_white_balance(feature_writer& to, bool in_camera) {
-    to.begin_category({"AutoWhiteBalanceControl", "Auto White Balance Control",
-                       "Automatic white balance, computed by this host."});
+    to.begin_category(
+        {"AutoWhiteBalanceControl", "Auto White Balance Control", "Automatic white balance, computed by this host."});
     if (!to.choice({"AutoWhiteBalance", "Auto White Balance",
                     "Makes grey of what is grey: once, going back to Off by itself, or for as long as it is on."},
                    own_register::white_balance_mode, {"Off", "Once", "Continuous"}))
@@ -93,8 +99,11 @@ void add_focus(feature_writer& to) {
                     own_register::focus_start))
         return;
     to.flag({"AutoFocusRunning", "Auto Focus Running", "It is looking."}, block::focus_running);
-    to.flag({"AutoFocusRegionEnable", "Auto Focus Region Enable", "Only the region of the automatic functions counts.",
-             {}, expert},
+    to.flag({"AutoFocusRegionEnable",
+             "Auto Focus Region Enable",
+             "Only the region of the automatic functions counts.",
+             {},
+             expert},
             block::focus_region);
 }
 
@@ -108,8 +117,7 @@ void add_region(feature_writer& to) {
               block::region_left);
     to.number({"AutoRegionOffsetY", "Auto Region Offset Y", "Top edge. What is outside the image does not count."},
               block::region_top);
-    to.number({"AutoRegionWidth", "Auto Region Width", "Width; all four at 0: the whole image."},
-              block::region_width);
+    to.number({"AutoRegionWidth", "Auto Region Width", "Width; all four at 0: the whole image."}, block::region_width);
     to.number({"AutoRegionHeight", "Auto Region Height", "Height; all four at 0: the whole image."},
               block::region_height);
 }
@@ -118,12 +126,11 @@ void add_pixel_functions(feature_writer& to, bool colour) {
     to.begin_category({"SoftwarePictureControl", "Software Picture Control", "Functions on every pixel."});
     to.number({"SoftwareBrightness", "Software Brightness", "Added to each value, in 1/256 of full scale."},
               block::brightness);
-    to.number({"SoftwareGamma", "Software Gamma", "Exponent of each value; below 1 lifts the shadows."},
-              block::gamma);
+    to.number({"SoftwareGamma", "Software Gamma", "Exponent of each value; below 1 lifts the shadows."}, block::gamma);
     if (colour) {
-        to.number({"SoftwareSaturation", "Software Saturation", "100 leaves colours as they are, 0 takes them away.",
-                   "%"},
-                  block::saturation);
+        to.number(
+            {"SoftwareSaturation", "Software Saturation", "100 leaves colours as they are, 0 takes them away.", "%"},
+            block::saturation);
         to.number({"SoftwareHue", "Software Hue", "Turns all colours around the circle.", "deg"}, block::hue);
     }
     to.number({"SoftwareSharpness", "Software Sharpness", "Contrast of edges, in 1/32 of it; below 0 blurs."},
@@ -131,13 +138,15 @@ void add_pixel_functions(feature_writer& to, bool colour) {
     to.number({"SoftwareDenoise", "Software Denoise", "Smooths differences of up to this many counts of 8 bits."},
               block::denoise);
     if (!colour) return;
-    to.begin_category({"SoftwareColorMatrixControl", "Software Color Matrix Control",
-                       "Red, green and blue out of all three."});
-    if (to.flag({"SoftwareColorMatrixEnable", "Software Color Matrix Enable", "Switches the colour matrix.", {},
-                 expert},
-                block::color_matrix_enable))
-        to.selected({"SoftwareColorMatrixSelector", "Software Color Matrix Selector",
-                     "Row and column of SoftwareColorMatrixValue: what Gain01 gives red is taken of green.", {},
+    to.begin_category(
+        {"SoftwareColorMatrixControl", "Software Color Matrix Control", "Red, green and blue out of all three."});
+    if (to.flag(
+            {"SoftwareColorMatrixEnable", "Software Color Matrix Enable", "Switches the colour matrix.", {}, expert},
+            block::color_matrix_enable))
+        to.selected({"SoftwareColorMatrixSelector",
+                     "Software Color Matrix Selector",
+                     "Row and column of SoftwareColorMatrixValue: what Gain01 gives red is taken of green.",
+                     {},
                      expert},
                     {"Gain00", "Gain01", "Gain02", "Gain10", "Gain11", "Gain12", "Gain20", "Gain21", "Gain22"},
                     {"SoftwareColorMatrixValue", "Software Color Matrix Value", "The selected element.", {}, expert},
@@ -147,8 +156,7 @@ void add_pixel_functions(feature_writer& to, bool colour) {
 void add_tone_mapping(feature_writer& to) {
     to.begin_category({"SoftwareToneMappingControl", "Software Tone Mapping Control",
                        "Brings bright and dark parts closer together."});
-    if (!to.flag({"SoftwareToneMapping", "Software Tone Mapping", "Switches tone mapping."},
-                 block::tonemapping_enable))
+    if (!to.flag({"SoftwareToneMapping", "Software Tone Mapping", "Switches tone mapping."}, block::tonemapping_enable))
         return;
     to.number({"SoftwareToneMappingIntensity", "Software Tone Mapping Intensity", "More lifts the dark parts more."},
               block::tonemapping_intensity);
@@ -181,8 +189,8 @@ merge_result unchanged(std::string reason) { return {std::nullopt, std::move(rea
 merge_result merge_features(std::string_view document, const camera_abilities& camera) {
     if (document.size() > most_document_bytes) return unchanged("it is too large");
     pugi::xml_document xml;
-    constexpr unsigned everything = pugi::parse_default | pugi::parse_comments | pugi::parse_pi |
-                                    pugi::parse_declaration | pugi::parse_doctype;
+    constexpr unsigned everything =
+        pugi::parse_default | pugi::parse_comments | pugi::parse_pi | pugi::parse_declaration | pugi::parse_doctype;
     const auto parsed = xml.load_buffer(document.data(), document.size(), everything);
     if (!parsed) return unchanged(fmt::format("{} at offset {}", parsed.description(), parsed.offset));
     pugi::xml_node description = xml.document_element();

@@ -14,7 +14,7 @@ struct camera_abilities {
     bool gain = false;
     bool iris = false;
     bool focus = false;
-    bool colour = false;           // it has a format with colours
+    bool colour = false;            // it has a format with colours
     bool balance_in_camera = false; // and white balance gains of its own
 };
 

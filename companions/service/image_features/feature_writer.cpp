@@ -42,9 +42,7 @@ Record feature_writer::described(const feature_text& text) const {
     return record;
 }
 
-void feature_writer::begin_category(const feature_text& text) {
-    categories.push_back(described<Category>(text));
-}
+void feature_writer::begin_category(const feature_text& text) { categories.push_back(described<Category>(text)); }
 
 std::string feature_writer::register_of(std::size_t offset, std::string_view selector) {
     std::string name = fmt::format("SoftwareRegister_{:03X}{}", offset, selector.empty() ? "" : "_Selected");
@@ -95,10 +93,10 @@ bool feature_writer::number(const feature_text& text, std::size_t offset, bool w
         if (entry.not_below) lowest = register_of(*entry.not_below);
         if (entry.not_above) highest = register_of(*entry.not_above);
         if (entry.writable && writable) {
-            record.min = limit<std::conditional_t<std::is_same_v<decltype(record), Float>, double, int64_t>>(lowest,
-                                                                                                            entry.min);
-            record.max = limit<std::conditional_t<std::is_same_v<decltype(record), Float>, double, int64_t>>(highest,
-                                                                                                            entry.max);
+            record.min =
+                limit<std::conditional_t<std::is_same_v<decltype(record), Float>, double, int64_t>>(lowest, entry.min);
+            record.max =
+                limit<std::conditional_t<std::is_same_v<decltype(record), Float>, double, int64_t>>(highest, entry.max);
         }
         model.add(std::move(record));
     };

@@ -18,8 +18,8 @@ inline constexpr uint64_t first_address = 0x1000100000000;
 // Behind the block's fields; offsets from the first address like theirs.
 inline constexpr std::size_t own_begin = 0x400;
 namespace own_register {
-inline constexpr std::size_t white_balance_mode = own_begin;    // unsigned 32, see below
-inline constexpr std::size_t focus_start = own_begin + 0x04;    // unsigned 32: 1 starts a run, 0 once it is over
+inline constexpr std::size_t white_balance_mode = own_begin;     // unsigned 32, see below
+inline constexpr std::size_t focus_start = own_begin + 0x04;     // unsigned 32: 1 starts a run, 0 once it is over
 inline constexpr std::size_t exposure_lowest = own_begin + 0x10; // the camera's limits: float, us
 inline constexpr std::size_t exposure_highest = own_begin + 0x14;
 inline constexpr std::size_t gain_lowest = own_begin + 0x18; // float, dB

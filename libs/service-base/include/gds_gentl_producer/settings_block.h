@@ -111,8 +111,8 @@ public:
         store(gamma, 1.0F);
         store(saturation, 100.0F);
         for (std::size_t i = 0; i < 9; i += 4) store(color_matrix + i * sizeof(float), 1.0F);
-        for (const offset at : {balance_red, balance_green, balance_blue, result_balance_red, result_balance_green,
-                                result_balance_blue})
+        for (const offset at :
+             {balance_red, balance_green, balance_blue, result_balance_red, result_balance_green, result_balance_blue})
             store(at, 1.0F);
     }
 
