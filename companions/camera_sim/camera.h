@@ -68,6 +68,8 @@ struct camera_options {
     bool resend = true;
     bool source_port = true; // stream source port register
     bool zipped_document = false;
+    std::string document{}; // served in place of the camera's own, with a memory where its registers are not: any
+                            // address that is not in use reads what was written there, at first zero
     bool plain_events = false;       // EVENT instead of EVENTDATA
     uint32_t chunk_payload_type = 5; // standard ids with chunks: 4 or 5
     uint32_t ring_frames = 16;       // past frames kept for resends

@@ -26,6 +26,7 @@ struct arguments {
     bool quiet = false;
     std::string stats_file;
     std::string firmware_file;
+    std::string document_file;
     camera_sim::firmware_package_options firmware;
     camera_sim::camera_options camera;
 };
@@ -93,6 +94,10 @@ void declare(CLI::App& app, arguments& args) {
 
     const auto* control = "Control";
     app.add_flag("--zip", camera.zipped_document, "Serve the GenICam document zipped")->group(control);
+    app.add_option("--document", args.document_file,
+                   "Serve this GenICam document, with a memory where its registers are not; for looking at documents")
+        ->check(CLI::ExistingFile)
+        ->group(control);
     app.add_flag("--event-cmd", camera.plain_events, "Send EVENT instead of EVENTDATA")->group(control);
     app.add_option("--action-device-key", camera.action_device_key)->capture_default_str()->group(control);
     app.add_option("--tick-frequency", camera.tick_frequency, "Of the timestamps, Hz")
@@ -176,6 +181,10 @@ int main(int argc, char** argv) {
         return 1;
     }
 
+    if (!args.document_file.empty()) {
+        std::ifstream file{args.document_file, std::ios::binary};
+        args.camera.document.assign(std::istreambuf_iterator<char>{file}, {});
+    }
     const auto first = gige::parse_address(args.address);
     args.camera.pixel_format = camera_sim::pixel_format_value(args.pixel_format);
     if (!first || args.camera.pixel_format == 0) {

@@ -38,6 +38,7 @@ struct program_options {
     unsigned scan_interval_ms = 250;
     std::string document_folder;
     bool document_http = false;
+    bool image_features = true;
 };
 
 service::service_core::options core_options(const program_options& given) {
@@ -52,6 +53,7 @@ service::service_core::options core_options(const program_options& given) {
     if (!given.document_folder.empty())
         options.documents.file_folder = std::filesystem::canonical(given.document_folder);
     options.documents.http = given.document_http;
+    options.image_features = given.image_features;
     if (!given.group.empty()) {
         const group* found = getgrnam(given.group.c_str());
         if (found == nullptr) throw std::runtime_error(fmt::format("There is no group '{}'.", given.group));
@@ -142,6 +144,8 @@ int main(int argc, char** argv) {
         ->check(CLI::ExistingDirectory);
     app.add_flag("--document-http", given.document_http,
                  "Cameras may name documents on their own web server ('http:' URLs with their own address)");
+    app.add_flag("!--no-image-features", given.image_features,
+                 "Serve the cameras' documents as they are, without the category of software image processing");
     app.add_option("--scan-interval", given.scan_interval_ms, "Time between searches for cameras, ms")
         ->check(CLI::Range(50U, 3600000U))
         ->capture_default_str();

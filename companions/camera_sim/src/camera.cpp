@@ -13,7 +13,7 @@ namespace camera_sim {
 struct camera::parts {
     explicit parts(camera_options chosen)
         : device{std::move(chosen)},
-          document{make_document(device.options)},
+          document{device.options.document.empty() ? make_document(device.options) : device.options.document},
           stream{device,
                  [this](uint16_t id, uint64_t block, uint64_t timestamp, uint64_t number) {
                      camera_event event{id, block, timestamp, std::vector<std::byte>(16)};

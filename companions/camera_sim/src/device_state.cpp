@@ -155,6 +155,7 @@ void build_address_space(device_state& device, const std::string& document) {
                                reg::user_set_load, reg::user_set_save})
         memory.allow(address, 4, access::write);
 
+    if (!device.options.document.empty()) memory.fill_gaps();
     const auto bytes = std::as_bytes(std::span{document});
     std::vector<std::byte> served{bytes.begin(), bytes.end()};
     if (device.options.zipped_document) served = zip_one_file("orv_simcam.xml", served);

@@ -35,7 +35,7 @@ void register_file::allow(uint32_t address, std::size_t size, access mode) {
 status register_file::check(uint32_t address, std::size_t size, access wanted) const {
     if (address % 4 != 0 || size % 4 != 0) return status::bad_alignment;
     const region* r = find(address, size);
-    if (r == nullptr) return status::invalid_address;
+    if (r == nullptr) return gaps_filled ? status::success : status::invalid_address;
     const std::size_t first = (address - r->base) / 4;
     for (std::size_t word = first; word < first + size / 4; ++word) {
         const auto mode = static_cast<unsigned>(r->words[word]);
@@ -47,15 +47,26 @@ status register_file::check(uint32_t address, std::size_t size, access wanted) c
 }
 
 void register_file::copy_out(uint32_t address, std::span<std::byte> to) const {
-    if (const region* r = find(address, to.size()))
+    if (const region* r = find(address, to.size())) {
         std::copy_n(&r->bytes[address - r->base], to.size(), to.begin());
-    else
-        std::ranges::fill(to, std::byte{0});
+        return;
+    }
+    std::ranges::fill(to, std::byte{0});
+    for (std::size_t at = 0; gaps_filled && at + 4 <= to.size(); at += 4) {
+        const auto found = gaps.find(address + static_cast<uint32_t>(at));
+        if (found != gaps.end()) gige::store32(&to[at], found->second);
+    }
 }
 
 void register_file::copy_in(uint32_t address, std::span<const std::byte> from) {
-    for (region& r : regions)
-        if (r.holds(address, from.size())) std::ranges::copy(from, &r.bytes[address - r.base]);
+    bool held = false;
+    for (region& r : regions) {
+        if (!r.holds(address, from.size())) continue;
+        std::ranges::copy(from, &r.bytes[address - r.base]);
+        held = true;
+    }
+    for (std::size_t at = 0; gaps_filled && !held && at + 4 <= from.size(); at += 4)
+        gaps[address + static_cast<uint32_t>(at)] = gige::load32(&from[at]);
 }
 
 uint32_t register_file::get(uint32_t address) const {

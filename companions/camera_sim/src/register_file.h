@@ -4,6 +4,7 @@
 #include <gige/gvcp.h>
 
 #include <cstdint>
+#include <map>
 #include <span>
 #include <string>
 #include <string_view>
@@ -19,11 +20,13 @@ public:
     void add_region(uint32_t base, std::size_t size);
     void add_region(uint32_t base, std::vector<std::byte> content); // read only, rounded up to words
     void allow(uint32_t address, std::size_t size, access mode);
+    // From here on there is memory outside the regions, too: zero until it is written.
+    void fill_gaps() { gaps_filled = true; }
 
     // Checked as the control protocol wants it. Addresses and sizes are multiples of 4.
     [[nodiscard]] gige::gvcp::status check(uint32_t address, std::size_t size, access wanted) const;
 
-    // Unchecked; outside every region reads give zeros and writes nothing.
+    // Unchecked; outside all memory reads give zeros and writes nothing.
     void copy_out(uint32_t address, std::span<std::byte> to) const;
     void copy_in(uint32_t address, std::span<const std::byte> from);
     [[nodiscard]] uint32_t get(uint32_t address) const;
@@ -47,6 +50,8 @@ private:
     };
     [[nodiscard]] const region* find(uint32_t address, std::size_t size) const;
     std::vector<region> regions;
+    bool gaps_filled = false;
+    std::map<uint32_t, uint32_t> gaps; // words that were written, by address
 };
 
 } // namespace camera_sim

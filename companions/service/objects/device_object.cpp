@@ -1,13 +1,10 @@
 #include "device_object.h"
 
-#include "../gvcp/device_document.h"
-
-#include <gds_gentl_producer/settings_block.h>
 #include <gds_helper/log.h>
 #include <gds_helper/printable.h>
 #include <gds_shared/gigecam_error.h>
+#include <genicam_gen/writer.h>
 #include <ipc_rpc/limits.h>
-#include <platform.h>
 
 #include <fmt/format.h>
 #include <spdlog/logger.h>
@@ -22,8 +19,10 @@ namespace {
 
 using gds_shared::gigecam_errc;
 
-// Where a document stands that the camera itself keeps zipped or elsewhere. No camera has registers up there.
+// Where a document stands that the camera itself keeps zipped or elsewhere, or without the software features. No camera
+// has registers up there.
 constexpr uint64_t plain_document_address = 0x1000000000000;
+static_assert(plain_document_address + gvcp_master::max_document < image_features::first_address);
 constexpr uint64_t longest_timeout_ms = 60'000;
 constexpr uint32_t user_name_bytes = 16;
 
@@ -42,11 +41,6 @@ ipc_rpc::url_info to_url_info(const gvcp_master::document_url& url) {
 }
 
 } // namespace
-
-struct device_object::settings_memory {
-    std::string name;
-    ipc_rpc::platform::shared_mapping mapping;
-};
 
 device_object::device_object(std::shared_ptr<service_core> shared, std::shared_ptr<client_session> client,
                              const gvcp_master::device_record& found)
@@ -95,13 +89,14 @@ std::error_code device_object::init(ipc_rpc::open_access access) {
         core->ports().note(record.mac, camera->local().port);
     }
 
-    const std::string name = ipc_rpc::platform::object_name("settings-" + ipc_rpc::platform::unique_text());
-    try {
-        settings = std::make_unique<settings_memory>(settings_memory{
-            name, ipc_rpc::platform::shared_mapping::create(name, 4096, {core->settings().group, session->owner()})});
-    } catch (const std::system_error& failure) {
-        logger().error("No shared memory for the settings of {}: {}", gige::to_string(record.address), failure.what());
-    }
+    std::error_code no_memory;
+    settings = core->camera_settings().get(record.mac, core->settings().group, session->owner(), no_memory);
+    if (!settings)
+        logger().error("No shared memory for the settings of {}: {}", gige::to_string(record.address),
+                       no_memory.message());
+    if (settings && !reads_only) settings->reset();
+    if (settings && core->settings().image_features)
+        features = std::make_unique<image_features::camera_features>(*camera, settings, lines);
     open_events(access);
     return {};
 }
@@ -129,6 +124,10 @@ void device_object::let_go() {
 device_object::~device_object() {
     receiver.reset();
     if (!camera) return;
+    if (features) {
+        camera->cancel(); // what is being written to it
+        features.reset();
+    }
     const bool gave_back = holds && !camera->is_lost();
     camera.reset(); // gives control back, before anybody is told so
     if (gave_back) core->ports().forget(record.mac);
@@ -140,7 +139,7 @@ ipc_rpc::device_service_info device_object::service_info() const {
     info.device_lost_notification_id = lost_number->get();
     info.event_notification_id = events->notification();
     info.user_id_capacity = (camera->capability() & gige::gvcp::bits::has_user_name) != 0 ? user_name_bytes : 0;
-    if (settings) info.shared_memory_name = settings->name;
+    if (settings) info.shared_memory_name = settings->name();
     return info;
 }
 
@@ -150,6 +149,11 @@ std::expected<ipc_rpc::byte_vector, std::error_code> device_object::read_mem(uin
         return std::unexpected(make_error_code(gigecam_errc::invalid_parameter));
     }
     ipc_rpc::byte_vector bytes(size);
+    if (image_features::is_software_address(address)) {
+        const auto error = features ? features->read(address, bytes) : make_error_code(gigecam_errc::invalid_address);
+        if (error) return std::unexpected(error);
+        return bytes;
+    }
     if (address >= plain_document_address) {
         const std::lock_guard guard{mutex};
         const uint64_t offset = address - plain_document_address;
@@ -165,16 +169,44 @@ std::expected<ipc_rpc::byte_vector, std::error_code> device_object::read_mem(uin
 
 std::expected<uint64_t, std::error_code> device_object::write_mem(uint64_t address, std::span<const std::byte> bytes,
                                                                   uint64_t timeout) {
+    if (image_features::is_software_address(address)) {
+        const auto error = features ? features->write(address, bytes) : make_error_code(gigecam_errc::invalid_address);
+        if (error) return std::unexpected(error);
+        return bytes.size();
+    }
     if (const auto error = camera->write_memory(address, bytes, bounded(timeout))) return std::unexpected(error);
+    if (features) features->camera_written();
     return bytes.size();
 }
 
 std::expected<std::vector<ipc_rpc::url_info>, std::error_code> device_object::url_list() {
+    const std::lock_guard turn{document_turn};
+    if (offered_urls.empty()) {
+        auto found = find_documents();
+        if (!found) return found;
+        offered_urls = std::move(*found);
+    }
+    return offered_urls;
+}
+
+bool device_object::offer(std::string text) {
+    const std::lock_guard guard{mutex};
+    plain_document.reset();
+    plain_document_bytes.reset(); // room for the one that takes its place
+    plain_document_bytes = ipc_rpc::reserved_bytes::take(session->document_bytes(), text.size());
+    if (!plain_document_bytes) return false;
+    plain_document = std::move(text);
+    return true;
+}
+
+std::expected<std::vector<ipc_rpc::url_info>, std::error_code> device_object::find_documents() {
     const auto urls = gvcp_master::read_url_list(*camera);
     if (!urls) return std::unexpected(urls.error());
     std::vector<ipc_rpc::url_info> list;
     for (const auto& url : *urls) {
-        if (url.scheme == gvcp_master::url_scheme::local && !url.zipped()) {
+        // Such a one the client can read for itself.
+        const bool readable = url.scheme == gvcp_master::url_scheme::local && !url.zipped();
+        if (readable && (!features || !list.empty())) {
             list.push_back(to_url_info(url));
             continue;
         }
@@ -183,20 +215,27 @@ std::expected<std::vector<ipc_rpc::url_info>, std::error_code> device_object::ur
         if (!text) {
             logger().warn("Document '{}' of {} cannot be had: {}", gds_helper::printable(url.url, 512),
                           gige::to_string(record.address), text.error().message());
+            if (readable) list.push_back(to_url_info(url));
             continue;
         }
         std::string stem = url.name.substr(url.name.find_last_of("/\\") + 1);
         stem = stem.substr(0, stem.rfind('.'));
+        if (stem.empty()) stem = "document";
+        if (auto merged = features ? features->prepare(*text) : std::nullopt) {
+            *text = std::move(*merged);
+            stem += fmt::format("_{:X}", genicam_gen::text_hash(*text)); // consumers keep documents by their name
+        } else if (readable) {
+            list.push_back(to_url_info(url));
+            continue;
+        }
         gvcp_master::document_url plain = url;
-        plain.url = fmt::format("local:{}.xml;{:X};{:X}", stem.empty() ? "document" : stem, plain_document_address,
-                                text->size());
-        list.push_back(to_url_info(plain));
-        const std::lock_guard guard{mutex};
-        plain_document.reset();
-        plain_document_bytes.reset(); // room for the one that takes its place
-        plain_document_bytes = ipc_rpc::reserved_bytes::take(session->document_bytes(), text->size());
-        if (!plain_document_bytes) return std::unexpected(make_error_code(ipc_rpc::status::resource_exhausted));
-        plain_document = std::move(*text);
+        plain.url = fmt::format("local:{}.xml;{:X};{:X}", stem, plain_document_address, text->size());
+        if (offer(std::move(*text)))
+            list.push_back(to_url_info(plain));
+        else if (readable)
+            list.push_back(to_url_info(url));
+        else
+            return std::unexpected(make_error_code(ipc_rpc::status::resource_exhausted));
     }
     if (list.empty()) return std::unexpected(std::make_error_code(std::errc::no_message_available));
     return list;

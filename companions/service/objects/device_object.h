@@ -5,7 +5,9 @@
 #include "service_core.h"
 
 #include "../gvcp/device_control.h"
+#include "../gvcp/device_document.h"
 #include "../gvcp/message_receiver.h"
+#include "../image_features/camera_features.h"
 
 #include <gds_helper/line_budget.h>
 #include <ipc_rpc/catalogue.h>
@@ -31,6 +33,7 @@ public:
                                                                                 uint64_t timeout);
     [[nodiscard]] std::expected<uint64_t, std::error_code> write_mem(uint64_t address, std::span<const std::byte> bytes,
                                                                      uint64_t timeout);
+    // The same list each time: what is found at first stays on offer.
     [[nodiscard]] std::expected<std::vector<ipc_rpc::url_info>, std::error_code> url_list();
     [[nodiscard]] std::expected<ipc_rpc::byte_vector, std::error_code> original_document();
     [[nodiscard]] std::vector<ipc_rpc::event_message> take_events();
@@ -40,14 +43,19 @@ public:
     // The client has gone: whatever still waits for the camera ends. Does not wait.
     void abandon() noexcept { camera->cancel(); }
     void interface_gone() override { camera->give_up(); }
+    // Asks for what the automatic functions have computed to be brought to the camera. Does not wait.
+    void write_automatic_values() {
+        if (features) features->write_results();
+    }
 
 private:
-    struct settings_memory;
-
     device_object(std::shared_ptr<service_core> shared, std::shared_ptr<client_session> client,
                   const gvcp_master::device_record& found);
     [[nodiscard]] std::error_code init(ipc_rpc::open_access access);
     void open_events(ipc_rpc::open_access access);
+    [[nodiscard]] std::expected<std::vector<ipc_rpc::url_info>, std::error_code> find_documents();
+    // Under an address of the service's; false when the client has no more room for documents.
+    [[nodiscard]] bool offer(std::string text);
     void take_event(std::span<const std::byte> packet);
     void let_go(); // others may have the camera
 
@@ -59,15 +67,19 @@ private:
     std::shared_ptr<client_session::device_seat> seat;
     std::shared_ptr<client_session::number> lost_number;
     std::unique_ptr<message_box> events;
-    std::unique_ptr<settings_memory> settings;
+    std::shared_ptr<image_features::camera_settings> settings;
+
+    std::mutex document_turn; // held while documents are fetched; guards what follows
+    std::vector<ipc_rpc::url_info> offered_urls;
 
     std::mutex mutex;                          // guards what follows
-    std::optional<std::string> plain_document; // of a camera whose own cannot be read as it lies in its registers
+    std::optional<std::string> plain_document; // other than the camera's own as it lies in its registers
     std::shared_ptr<ipc_rpc::reserved_bytes> plain_document_bytes;
     std::weak_ptr<stream_lease> lease;
 
-    // In this order: the receiver uses the control channel, both use the rest.
+    // In this order: features and receiver use the control channel, all use the rest.
     std::unique_ptr<gvcp_master::device_control> camera;
+    std::unique_ptr<image_features::camera_features> features; // none when they are switched off
     std::unique_ptr<gvcp_master::message_receiver> receiver;
 };
 
@@ -79,6 +91,7 @@ public:
     [[nodiscard]] std::expected<ipc_rpc::stream_channel_info, std::error_code> channel_info(uint32_t stream_index);
     [[nodiscard]] std::expected<void, std::error_code> request_resend(uint32_t channel, uint64_t block_id,
                                                                       uint32_t first, uint32_t last, bool extended);
+    void write_automatic_values() { device->write_automatic_values(); }
 
 private:
     std::shared_ptr<device_object> device;

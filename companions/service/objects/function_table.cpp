@@ -62,10 +62,6 @@ result_of_object said(rpc_call_context& context, std::string_view kind, const st
     return result;
 }
 
-std::unexpected<std::error_code> not_implemented() {
-    return std::unexpected(std::make_error_code(std::errc::function_not_supported));
-}
-
 // Two functions of one name are an error of this file.
 void must(const std::error_code& error) {
     if (error) std::abort();
@@ -236,10 +232,11 @@ void serve_stream(object_function_table_root& table) {
         table, stream_class,
         [](stream_lease& self, rpc_call_context&, uint32_t channel, uint64_t block_id, uint32_t first, uint32_t last,
            bool extended) { return self.request_resend(channel, block_id, first, last, extended); }));
-    // The automatic functions' results reach cameras through their features; there is nothing to write here yet.
     must(catalogue::send_write_auto_values_cmd::serve<stream_lease>(
-        table, stream_class,
-        [](stream_lease&, rpc_call_context&) -> std::expected<void, std::error_code> { return not_implemented(); }));
+        table, stream_class, [](stream_lease& self, rpc_call_context&) -> std::expected<void, std::error_code> {
+            self.write_automatic_values();
+            return {};
+        }));
 }
 
 } // namespace

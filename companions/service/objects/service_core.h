@@ -10,6 +10,7 @@
 
 #include "../gvcp/device_document.h"
 #include "../gvcp/discovery.h"
+#include "../image_features/camera_settings.h"
 
 #include <gds_helper/property_store.h>
 
@@ -44,6 +45,7 @@ public:
         gvcp_master::discovery::options discovery;
         std::chrono::milliseconds heartbeat_timeout{0}; // 0 leaves the cameras' own
         gvcp_master::document_policy documents;
+        bool image_features = true;    // offered in the cameras' documents
         std::string port_folder;       // where the ports of sessions are noted; empty: nowhere
         std::optional<uint32_t> group; // whose members may use shared memory
         std::shared_ptr<gds_helper::property_store_ro> settings;
@@ -79,6 +81,7 @@ public:
     [[nodiscard]] address_turns& addresses() noexcept { return given_addresses; }
 
     [[nodiscard]] port_memory& ports() noexcept { return noted_ports; }
+    [[nodiscard]] image_features::settings_registry& camera_settings() noexcept { return settings_of_cameras; }
     // Ends what waits for cameras, now and later.
     void stop() noexcept { ending.request_stop(); }
     [[nodiscard]] std::stop_token stop_token() const noexcept { return ending.get_token(); }
@@ -97,6 +100,7 @@ private:
     std::map<std::string, std::vector<std::weak_ptr<interface_user>>> interface_users;
     std::map<uint64_t, std::set<const client_session*>> holders;
     port_memory noted_ports;
+    image_features::settings_registry settings_of_cameras;
     std::stop_source ending;
     std::unique_ptr<gvcp_master::discovery> finder; // its thread uses the rest
     std::unique_ptr<firmware_updates> updates;      // last: its threads use the search

@@ -1,0 +1,254 @@
+// Who changes what. The library writes results and asks for them to be brought to the camera. A result that equals the
+// current value is no order: after every access to the camera both are set to what the camera says, the result only if
+// it is still the one that was handled. So a newer result is never lost, and an old one never written again.
+#include "auto_value_writer.h"
+
+#include <GenICam/error.h>
+#include <gds_helper/log.h>
+#include <gds_shared/gigecam_error.h>
+
+#include <spdlog/logger.h>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace image_features {
+
+using block_t = gds_producer::settings_block;
+using control = camera_nodes::control;
+using clock = std::chrono::steady_clock;
+using gds_shared::gigecam_errc;
+using GenICam::genicam_errc;
+
+namespace {
+
+// Values are read anew no more often, however much is written: the control channel is everybody's.
+constexpr std::chrono::milliseconds refresh_interval{200};
+// A camera that is busy or late is tried again with the next results, so many times in a row.
+constexpr unsigned most_failures = 3;
+
+constexpr auto& logger = gds_helper::log::main_logger;
+
+constexpr const char* titles[] = {"exposure", "gain", "iris", "focus", "white balance"};
+
+bool is_hindrance(const std::error_code& error) {
+    return error == make_error_code(genicam_errc::node_locked) ||
+           error == make_error_code(genicam_errc::node_not_available);
+}
+
+bool is_passing(const std::error_code& error) {
+    return error == make_error_code(gigecam_errc::timeout) || error == make_error_code(gigecam_errc::busy);
+}
+
+bool is_end(const std::error_code& error) {
+    return error == std::errc::operation_canceled || error == make_error_code(gigecam_errc::device_lost);
+}
+
+// A result as the block has it; none for what is no number.
+template <class T>
+std::optional<double> number_of(T value) {
+    const double number = static_cast<double>(value);
+    if (!std::isfinite(number)) return {};
+    return number;
+}
+
+int64_t whole_number(double value) { return std::llround(std::clamp(value, -9e15, 9e15)); }
+
+} // namespace
+
+auto_value_writer::auto_value_writer(std::shared_ptr<camera_settings> shared, std::unique_ptr<camera_nodes> found,
+                                     std::string camera, std::shared_ptr<gds_helper::log::line_budget> log_lines)
+    : settings(std::move(shared)),
+      block(settings->block()),
+      nodes(std::move(found)),
+      camera_name(std::move(camera)),
+      lines(std::move(log_lines)) {}
+
+auto_value_writer::~auto_value_writer() = default;
+
+void auto_value_writer::start() {
+    thread = std::jthread{[this](const std::stop_token& stop) { run(stop); }};
+}
+
+void auto_value_writer::write_results() {
+    const std::lock_guard guard{mutex};
+    results_wait = true;
+    wake.notify_all();
+}
+
+void auto_value_writer::settings_changed() {
+    const std::lock_guard guard{mutex};
+    rearm = true;
+    wake.notify_all();
+}
+
+void auto_value_writer::camera_written() {
+    if (!settings->automatic_function_is_on()) return;
+    const std::lock_guard guard{mutex};
+    stale = true;
+    wake.notify_all();
+}
+
+void auto_value_writer::run(const std::stop_token& stop) {
+    auto refreshed = clock::now();
+    std::unique_lock lock{mutex};
+    for (;;) {
+        const auto asked = [this] { return results_wait || rearm; };
+        if (stale)
+            wake.wait_until(lock, stop, refreshed + refresh_interval, asked);
+        else
+            wake.wait(lock, stop, [&] { return asked() || stale; });
+        if (stop.stop_requested()) return;
+        const bool results = std::exchange(results_wait, false);
+        const bool anew = std::exchange(rearm, false);
+        const bool refresh = anew || (stale && clock::now() >= refreshed + refresh_interval);
+        if (refresh) stale = false;
+        lock.unlock();
+        {
+            const gds_helper::log::counted_lines counted{lines};
+            if (anew) attempts = {};
+            if (refresh) {
+                read_camera();
+                refreshed = clock::now();
+            }
+            if (results) write_all(stop);
+        }
+        lock.lock();
+        stale = stale || results; // limits may follow what was written
+    }
+}
+
+void auto_value_writer::take_number(control which, double value, std::size_t current_at, std::size_t result_at) {
+    if (which == control::exposure || which == control::gain) {
+        const auto taken = static_cast<float>(value);
+        block.replace(result_at, block.load<float>(current_at), taken);
+        block.store(current_at, taken);
+        return;
+    }
+    block.replace(result_at, block.load<int64_t>(current_at), whole_number(value));
+    block.store(current_at, whole_number(value));
+}
+
+void auto_value_writer::take_balance(const camera_nodes::balance& gains) {
+    for (std::size_t i = 0; i < gains.size(); ++i) {
+        const std::size_t at = i * sizeof(float);
+        block.replace(block_t::result_balance_red + at, block.load<float>(block_t::balance_red + at), gains[i]);
+        block.store(block_t::balance_red + at, gains[i]);
+    }
+}
+
+void auto_value_writer::read_camera() {
+    if (const auto range = nodes->range_of(control::exposure)) {
+        settings->set_exposure_range(static_cast<float>(range->min), static_cast<float>(range->max));
+        block.store(block_t::exposure_granularity, static_cast<uint32_t>(std::clamp(range->increment, 0.0, 1e9)));
+    }
+    if (const auto value = nodes->read(control::exposure))
+        take_number(control::exposure, *value, block_t::exposure, block_t::result_exposure);
+    if (const auto range = nodes->range_of(control::gain))
+        settings->set_gain_range(static_cast<float>(range->min), static_cast<float>(range->max));
+    if (const auto value = nodes->read(control::gain))
+        take_number(control::gain, *value, block_t::gain, block_t::result_gain);
+    if (const auto range = nodes->range_of(control::iris))
+        settings->set_iris_range(whole_number(range->min), whole_number(range->max));
+    if (const auto value = nodes->read(control::iris))
+        take_number(control::iris, *value, block_t::iris, block_t::result_iris);
+    if (const auto range = nodes->range_of(control::focus)) {
+        block.store(block_t::focus_min, static_cast<float>(range->min));
+        block.store(block_t::focus_max, static_cast<float>(range->max));
+        block.store(block_t::focus_step, static_cast<float>(std::max(range->increment, 1.0)));
+    }
+    if (const auto value = nodes->read(control::focus))
+        take_number(control::focus, *value, block_t::focus_position, block_t::result_focus);
+    if (const auto gains = nodes->read_balance()) take_balance(*gains);
+    if (!nodes->has_balance()) block.set_flag(block_t::balance_in_software, true);
+    block.store(block_t::frame_rate, nodes->frame_rate().value_or(0));
+}
+
+bool auto_value_writer::judge(function which, const std::error_code& error) {
+    attempt& kept = attempts[which];
+    if (!error) {
+        kept = {};
+        return true;
+    }
+    if (is_end(error)) return false;
+    if (is_hindrance(error)) {
+        if (!std::exchange(kept.told_hindered, true))
+            logger().warn("Automatic {} of {} waits: {}.", titles[which], camera_name, error.message());
+        return false;
+    }
+    if (is_passing(error) && ++kept.failures < most_failures) return false;
+    kept.given_up = true;
+    logger().warn("Automatic {} of {} is given up: the camera refuses a value: {}. It is tried again when one of the "
+                  "functions is switched.",
+                  titles[which], camera_name, error.message());
+    return false;
+}
+
+template <class T>
+void auto_value_writer::write_number(control which, std::size_t result_at, std::size_t current_at) {
+    const auto function_of = static_cast<function>(which);
+    const T result = block.load<T>(result_at);
+    const T current = block.load<T>(current_at);
+    if (result == current || attempts[function_of].given_up) return;
+    const auto wanted = number_of(result);
+    if (!wanted) {
+        block.replace(result_at, result, current);
+        return;
+    }
+    if (!judge(function_of, nodes->write(which, *wanted))) return;
+    const double taken = nodes->read(which).value_or(*wanted);
+    T value{};
+    if constexpr (std::is_integral_v<T>)
+        value = whole_number(taken);
+    else
+        value = static_cast<T>(taken);
+    block.store(current_at, value);
+    block.replace(result_at, result, value);
+}
+
+void auto_value_writer::write_balance() {
+    camera_nodes::balance result{};
+    bool differs = false;
+    bool sound = true;
+    for (std::size_t i = 0; i < result.size(); ++i) {
+        const std::size_t at = i * sizeof(float);
+        result[i] = block.load<float>(block_t::result_balance_red + at);
+        const float current = block.load<float>(block_t::balance_red + at);
+        differs = differs || result[i] != current;
+        sound = sound && std::isfinite(result[i]) && result[i] >= 0 && result[i] <= 4;
+    }
+    if (!differs || !sound || attempts[balance].given_up) return;
+    camera_nodes::balance taken = result;
+    if (nodes->has_balance()) {
+        if (!judge(balance, nodes->write_balance(result))) return;
+        taken = nodes->read_balance().value_or(result);
+    }
+    for (std::size_t i = 0; i < taken.size(); ++i) {
+        const std::size_t at = i * sizeof(float);
+        block.store(block_t::balance_red + at, taken[i]);
+        block.replace(block_t::result_balance_red + at, result[i], taken[i]);
+    }
+}
+
+void auto_value_writer::write_all(const std::stop_token& stop) {
+    const auto on = [this](std::initializer_list<block_t::offset> flags) {
+        return std::ranges::any_of(flags, [this](block_t::offset at) { return block.flag(at); });
+    };
+    const bool master = block.flag(block_t::master_enable);
+    if (master && on({block_t::auto_exposure}))
+        write_number<float>(control::exposure, block_t::result_exposure, block_t::exposure);
+    if (stop.stop_requested()) return;
+    if (master && on({block_t::auto_gain})) write_number<float>(control::gain, block_t::result_gain, block_t::gain);
+    if (stop.stop_requested()) return;
+    if (master && on({block_t::auto_iris})) write_number<int64_t>(control::iris, block_t::result_iris, block_t::iris);
+    if (stop.stop_requested()) return;
+    if (master && on({block_t::focus_request, block_t::focus_running, block_t::focus_finished}))
+        write_number<int64_t>(control::focus, block_t::result_focus, block_t::focus_position);
+    if (stop.stop_requested()) return;
+    if (master && on({block_t::auto_white_balance, block_t::white_balance_once, block_t::white_balance_finished}))
+        write_balance();
+    settings->take_finished();
+}
+
+} // namespace image_features

@@ -1,0 +1,118 @@
+#include "camera_features.h"
+
+#include "feature_document.h"
+
+#include <gds_helper/log.h>
+#include <gds_shared/gigecam_error.h>
+#include <gige/udp_socket.h>
+
+#include <spdlog/logger.h>
+
+#include <chrono>
+
+namespace image_features {
+
+using gds_shared::gigecam_errc;
+using clock = std::chrono::steady_clock;
+
+namespace {
+
+constexpr auto& logger = gds_helper::log::main_logger;
+constexpr gvcp_master::milliseconds access_time{1000};
+
+} // namespace
+
+// The camera as its document reaches it. Used by one thread at a time.
+class camera_features::camera_port final : public GenICam::IDevicePort {
+public:
+    explicit camera_port(gvcp_master::device_control& control) : camera(control) {}
+
+    GenICam::result<std::size_t> read(int64_t address, std::span<std::byte> data, unsigned) override {
+        if (const auto error =
+                access([&] { return camera.read_memory(static_cast<uint64_t>(address), data, access_time); }))
+            return std::unexpected(error);
+        return data.size();
+    }
+    std::error_code write(int64_t address, std::span<const std::byte> data, unsigned) override {
+        return access([&] { return camera.write_memory(static_cast<uint64_t>(address), data, access_time); });
+    }
+
+private:
+    // A camera that does not answer is not asked for the next dozen values, too: others wait for their turn.
+    template <class Access>
+    std::error_code access(Access&& transfer) {
+        if (clock::now() < silent_until) return make_error_code(gigecam_errc::timeout);
+        const std::error_code error = transfer();
+        if (error == make_error_code(gigecam_errc::timeout)) silent_until = clock::now() + access_time;
+        return error;
+    }
+    gvcp_master::device_control& camera;
+    clock::time_point silent_until{};
+};
+
+camera_features::camera_features(gvcp_master::device_control& control, std::shared_ptr<camera_settings> shared,
+                                 std::shared_ptr<gds_helper::log::line_budget> log_lines)
+    : camera(control),
+      settings(std::move(shared)),
+      lines(std::move(log_lines)),
+      port(std::make_unique<camera_port>(control)) {}
+
+camera_features::~camera_features() { writer.reset(); }
+
+std::optional<std::string> camera_features::prepare(std::string_view document) {
+    {
+        const std::lock_guard guard{mutex};
+        writer.reset();
+    }
+    const std::string name = gige::to_string(camera.device().address);
+    const auto as_it_is = [&](std::string_view reason) {
+        logger().warn("The document of {} is served without software features: {}.", name, reason);
+        return std::nullopt;
+    };
+    if (document.size() > most_document_bytes) return as_it_is("it is too large");
+    const bool reads_only = camera.access() == gvcp_master::access_mode::read_only;
+    auto nodes = camera_nodes::create(document, *port, reads_only);
+    if (!nodes) return as_it_is("it cannot be used");
+    merge_result merged = merge_features(document, nodes->abilities());
+    if (!merged.text) return as_it_is(merged.reason);
+
+    auto made = std::make_shared<auto_value_writer>(settings, std::move(nodes), name, lines);
+    if (!reads_only || !settings->has_controller_values()) made->read_camera();
+    if (!reads_only) {
+        made->start();
+        const std::lock_guard guard{mutex};
+        writer = std::move(made);
+    }
+    return std::move(merged.text);
+}
+
+std::shared_ptr<auto_value_writer> camera_features::current_writer() const {
+    const std::lock_guard guard{mutex};
+    return writer;
+}
+
+std::error_code camera_features::read(uint64_t address, std::span<std::byte> to) const {
+    return settings->read(address, to);
+}
+
+std::error_code camera_features::write(uint64_t address, std::span<const std::byte> from) {
+    if (camera.access() == gvcp_master::access_mode::read_only) return make_error_code(gigecam_errc::access_denied);
+    if (const auto error = settings->write(address, from)) return error;
+    const register_entry& entry = *find_register(address - first_address);
+    const bool switches = entry.type == value_type::flag || entry.offset == own_register::white_balance_mode ||
+                          entry.offset == own_register::focus_start;
+    if (switches && settings->automatic_function_is_on()) {
+        if (const auto live = current_writer()) live->settings_changed();
+    }
+    return {};
+}
+
+void camera_features::write_results() {
+    if (const auto live = current_writer()) live->write_results();
+}
+
+void camera_features::camera_written() {
+    if (const auto live = current_writer()) live->camera_written();
+}
+
+} // namespace image_features

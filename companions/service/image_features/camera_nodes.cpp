@@ -1,0 +1,315 @@
+#include "camera_nodes.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace image_features {
+
+using namespace GenICam;
+
+namespace {
+
+constexpr unsigned direct = access_flags::bypass_cache;
+
+// By preference: a name of the standard's newer editions first. A raw exposure counts microseconds unless the camera
+// states a time base. What a step of a raw gain is worth only the camera's manual tells; taken as a whole decibel,
+// the largest that cameras have, finer ones make the control slower and never unstable.
+constexpr auto exposure_names = std::to_array<std::string_view>({"ExposureTime", "ExposureTimeAbs", "ExposureTimeRaw"});
+constexpr auto gain_names = std::to_array<std::string_view>({"Gain", "GainAbs", "GainRaw"});
+constexpr auto iris_names = std::to_array<std::string_view>({"Iris"});
+constexpr auto focus_names = std::to_array<std::string_view>({"Focus", "FocusStepper"});
+// The rate that was asked for. What results from it falls with the exposure time, so it is no bound for that.
+constexpr auto rate_names = std::to_array<std::string_view>({"AcquisitionFrameRate", "AcquisitionFrameRateAbs"});
+// Entries of GainSelector that act on the whole picture.
+constexpr auto overall_gains = std::to_array<std::string_view>({"All", "AnalogAll", "DigitalAll"});
+
+bool usable(const INode& node) {
+    const auto implemented = node.is_implemented(direct);
+    if (!implemented || !*implemented) return false;
+    const auto available = node.is_available(direct);
+    return available && *available;
+}
+
+double microseconds_in(std::string_view unit) {
+    if (unit == "ns") return 1e-3;
+    if (unit == "ms") return 1e3;
+    if (unit == "s") return 1e6;
+    return 1;
+}
+
+// Selects an entry and puts the former one back at its end.
+class selection final {
+public:
+    selection(IEnumeration* chosen, IEnumEntry* entry) : selector(chosen) {
+        if (selector == nullptr || entry == nullptr) return;
+        const auto before = selector->get_selected_entry(direct);
+        if (!before) {
+            error = before.error();
+            return;
+        }
+        if (*before == entry) return;
+        error = selector->set_selected_entry(entry, direct);
+        if (!error) former = *before;
+    }
+    ~selection() {
+        if (former != nullptr) (void)selector->set_selected_entry(former, direct);
+    }
+    selection(const selection&) = delete;
+    selection& operator=(const selection&) = delete;
+    [[nodiscard]] const std::error_code& failure() const { return error; }
+
+private:
+    IEnumeration* selector;
+    IEnumEntry* former = nullptr;
+    std::error_code error;
+};
+
+IEnumEntry* first_entry(const IEnumeration& selector, std::span<const std::string_view> names) {
+    for (const std::string_view name : names) {
+        IEnumEntry* const entry = selector.find_entry_by_name(name);
+        if (entry != nullptr && usable(*entry)) return entry;
+    }
+    return nullptr;
+}
+
+// Why it cannot be written now; nothing when it can.
+std::error_code hindrance(const INode& node) {
+    if (!usable(node)) return make_error_code(genicam_errc::node_not_available);
+    const auto locked = node.is_locked(direct);
+    if (!locked) return locked.error();
+    if (*locked || node.get_access_mode() == Access_t::RO) return make_error_code(genicam_errc::node_locked);
+    return {};
+}
+
+double nearest(double value, double min, double max, double increment) {
+    value = std::clamp(value, min, max);
+    if (!(increment > 0)) return value;
+    double stepped = min + std::round((value - min) / increment) * increment;
+    if (stepped > max) stepped -= increment;
+    return std::max(stepped, min);
+}
+
+template <class T>
+T nearest_of(const std::vector<T>& values, double wanted) {
+    return *std::ranges::min_element(values, {},
+                                     [&](T value) { return std::abs(static_cast<double>(value) - wanted); });
+}
+
+template <class Node>
+std::error_code write_nearest(Node& node, double wanted) {
+    using value = typename decltype(node.get_val(0))::value_type;
+    if (const auto error = hindrance(node)) return error;
+    if (node.get_inc_mode() == IncMode_t::List) {
+        const auto allowed = node.get_valid_value_set(direct);
+        if (!allowed) return allowed.error();
+        if (allowed->empty()) return make_error_code(genicam_errc::value_out_of_range);
+        return node.set_val(nearest_of(*allowed, wanted), direct);
+    }
+    const auto min = node.get_min(direct);
+    if (!min) return min.error();
+    const auto max = node.get_max(direct);
+    if (!max) return max.error();
+    if (!(*min <= *max)) return make_error_code(genicam_errc::value_out_of_range);
+    const double step = static_cast<double>(node.get_inc(direct).value_or(0));
+    const double taken = nearest(wanted, static_cast<double>(*min), static_cast<double>(*max), step);
+    if constexpr (std::is_integral_v<value>)
+        return node.set_val(static_cast<value>(std::llround(taken)), direct);
+    else
+        return node.set_val(taken, direct);
+}
+
+template <class Node>
+std::optional<camera_nodes::value_range> limits_of(const Node& node, double scale) {
+    const auto min = node.get_min(direct);
+    const auto max = node.get_max(direct);
+    if (!min || !max) return {};
+    const double increment = static_cast<double>(node.get_inc(direct).value_or(0));
+    return camera_nodes::value_range{static_cast<double>(*min) * scale, static_cast<double>(*max) * scale,
+                                     increment * scale};
+}
+
+} // namespace
+
+INode* camera_nodes::number::node() const {
+    return integer != nullptr ? static_cast<INode*>(integer) : static_cast<INode*>(real);
+}
+
+camera_nodes::camera_nodes(std::unique_ptr<IGenICamDoc> parsed, bool reader)
+    : document(std::move(parsed)), only_reads(reader) {}
+
+camera_nodes::~camera_nodes() { document->find<IPort>("Device")->unbind(0); }
+
+std::unique_ptr<camera_nodes> camera_nodes::create(std::string_view text, IDevicePort& port, bool reads_only) {
+    auto parsed = create_document(text);
+    if (!parsed) return nullptr;
+    auto* const device = parsed->find<IPort>("Device");
+    if (device == nullptr || device->bind(&port, 0)) return nullptr;
+    std::unique_ptr<camera_nodes> made{new camera_nodes{std::move(parsed), reads_only}};
+    made->find_nodes();
+    return made;
+}
+
+camera_nodes::number camera_nodes::find_number(std::span<const std::string_view> names) const {
+    for (const std::string_view name : names) {
+        INode* const node = document->find_node(name);
+        if (node == nullptr) continue;
+        const auto implemented = node->is_implemented(direct);
+        if (!implemented || !*implemented) continue;
+        if (auto* const real = node_cast<IFloat>(node)) return {nullptr, real, 1};
+        if (auto* const integer = node_cast<IInteger>(node)) return {integer, nullptr, 1};
+    }
+    return {};
+}
+
+void camera_nodes::find_nodes() {
+    number& exposure = numbers[static_cast<std::size_t>(control::exposure)];
+    exposure = find_number(exposure_names);
+    if (exposure.real != nullptr) exposure.scale = microseconds_in(exposure.real->get_unit());
+    if (exposure.integer != nullptr) {
+        exposure.scale = microseconds_in(exposure.integer->get_unit());
+        if (auto* const base = document->find<IFloat>("ExposureTimeBaseAbs"); base != nullptr && usable(*base)) {
+            const auto microseconds = base->get_val(direct);
+            if (microseconds && std::isfinite(*microseconds) && *microseconds > 0) exposure.scale = *microseconds;
+        }
+    }
+    numbers[static_cast<std::size_t>(control::gain)] = find_number(gain_names);
+    numbers[static_cast<std::size_t>(control::iris)] = find_number(iris_names);
+    numbers[static_cast<std::size_t>(control::focus)] = find_number(focus_names);
+    rate = find_number(rate_names);
+    gain_selector = document->find<IEnumeration>("GainSelector");
+
+    ratio_selector = document->find<IEnumeration>("BalanceRatioSelector");
+    for (const char* name : {"BalanceRatio", "BalanceRatioAbs"}) {
+        auto* const node = document->find<IFloat>(name);
+        if (node == nullptr || ratio_selector == nullptr) continue;
+        const auto implemented = node->is_implemented(direct);
+        if (!implemented || !*implemented) continue;
+        ratio = node;
+        break;
+    }
+}
+
+bool camera_nodes::has_colour() const {
+    const auto* const formats = document->find<IEnumeration>("PixelFormat");
+    if (formats == nullptr) return false;
+    // Each costs a camera access or more; no camera has half as many formats.
+    const auto entries = formats->get_entries();
+    return std::ranges::any_of(entries.first(std::min<std::size_t>(entries.size(), 256)), [](const IEnumEntry* entry) {
+        const std::string_view name = entry->get_name();
+        const auto begins = [name](std::string_view start) { return name.starts_with(start); };
+        const auto implemented = entry->is_implemented(direct);
+        return (begins("Bayer") || begins("RGB") || begins("BGR") || begins("YUV") || begins("YCbCr")) && implemented &&
+               *implemented;
+    });
+}
+
+camera_abilities camera_nodes::abilities() {
+    camera_abilities found;
+    found.exposure = !name_of(control::exposure).empty();
+    found.gain = !name_of(control::gain).empty();
+    found.iris = !name_of(control::iris).empty();
+    found.focus = !name_of(control::focus).empty();
+    found.colour = has_colour();
+    found.balance_in_camera = has_balance();
+    return found;
+}
+
+std::string_view camera_nodes::name_of(control which) const {
+    const INode* const node = numbers[static_cast<std::size_t>(which)].node();
+    return node != nullptr ? node->get_name() : std::string_view{};
+}
+
+template <class Function>
+auto camera_nodes::with_gain_selected(control which, Function&& function) {
+    IEnumEntry* overall = nullptr;
+    if (which == control::gain && gain_selector != nullptr && usable(*gain_selector) && !only_reads)
+        overall = first_entry(*gain_selector, overall_gains);
+    const selection chosen{gain_selector, overall};
+    return function(chosen.failure());
+}
+
+std::optional<double> camera_nodes::read(control which) {
+    const number& found = numbers[static_cast<std::size_t>(which)];
+    return with_gain_selected(which, [&](const std::error_code& error) -> std::optional<double> {
+        if (error || found.node() == nullptr || !usable(*found.node())) return {};
+        if (found.real != nullptr) {
+            const auto value = found.real->get_val(direct);
+            if (!value || !std::isfinite(*value)) return {};
+            return *value * found.scale;
+        }
+        const auto value = found.integer->get_val(direct);
+        if (!value) return {};
+        return static_cast<double>(*value) * found.scale;
+    });
+}
+
+std::optional<camera_nodes::value_range> camera_nodes::range_of(control which) {
+    const number& found = numbers[static_cast<std::size_t>(which)];
+    return with_gain_selected(which, [&](const std::error_code& error) -> std::optional<value_range> {
+        if (error || found.node() == nullptr || !usable(*found.node())) return {};
+        const auto range =
+            found.real != nullptr ? limits_of(*found.real, found.scale) : limits_of(*found.integer, found.scale);
+        if (!range || !std::isfinite(range->min) || !std::isfinite(range->max) || !(range->min <= range->max))
+            return {};
+        return range;
+    });
+}
+
+std::error_code camera_nodes::write(control which, double value) {
+    const number& found = numbers[static_cast<std::size_t>(which)];
+    if (found.node() == nullptr || only_reads) return make_error_code(genicam_errc::node_not_available);
+    return with_gain_selected(which, [&](const std::error_code& error) {
+        if (error) return error;
+        const double wanted = value / found.scale;
+        return found.real != nullptr ? write_nearest(*found.real, wanted) : write_nearest(*found.integer, wanted);
+    });
+}
+
+std::optional<camera_nodes::balance> camera_nodes::read_balance() {
+    if (ratio == nullptr || only_reads) return {};
+    constexpr auto colours = std::to_array<std::string_view>({"Red", "Green", "Blue"});
+    balance gains{1, 1, 1}; // a camera without a gain of green has that of 1
+    for (std::size_t i = 0; i < gains.size(); ++i) {
+        IEnumEntry* const entry = first_entry(*ratio_selector, {&colours[i], 1});
+        if (entry == nullptr) {
+            if (i == 1) continue;
+            return {};
+        }
+        const selection chosen{ratio_selector, entry};
+        if (chosen.failure() || !usable(*ratio)) return {};
+        const auto value = ratio->get_val(direct);
+        if (!value || !std::isfinite(*value) || !(*value > 0)) return {};
+        gains[i] = static_cast<float>(*value);
+    }
+    const float least = *std::ranges::min_element(gains);
+    for (float& gain : gains) gain /= least;
+    return gains;
+}
+
+std::error_code camera_nodes::write_balance(const balance& gains) {
+    if (ratio == nullptr || only_reads) return make_error_code(genicam_errc::node_not_available);
+    IEnumEntry* const green = first_entry(*ratio_selector, std::to_array<std::string_view>({"Green"}));
+    const float one = green != nullptr ? 1.0F : gains[1];
+    const auto write_one = [&](IEnumEntry* entry, float gain) -> std::error_code {
+        if (entry == nullptr) return make_error_code(genicam_errc::no_such_entry);
+        const selection chosen{ratio_selector, entry};
+        if (chosen.failure()) return chosen.failure();
+        return write_nearest(*ratio, static_cast<double>(gain));
+    };
+    if (const auto error =
+            write_one(first_entry(*ratio_selector, std::to_array<std::string_view>({"Red"})), gains[0] / one))
+        return error;
+    if (green != nullptr) {
+        if (const auto error = write_one(green, gains[1])) return error;
+    }
+    return write_one(first_entry(*ratio_selector, std::to_array<std::string_view>({"Blue"})), gains[2] / one);
+}
+
+std::optional<double> camera_nodes::frame_rate() {
+    if (rate.real == nullptr || !usable(*rate.real)) return {};
+    const auto value = rate.real->get_val(direct);
+    if (!value || !std::isfinite(*value) || !(*value > 0)) return {};
+    return *value;
+}
+
+} // namespace image_features

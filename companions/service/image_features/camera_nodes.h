@@ -1,0 +1,75 @@
+// The camera's own features that the automatic functions steer, whatever the maker calls them, in the units of the
+// settings block.
+#pragma once
+
+#include "feature_document.h"
+
+#include <GenICam/IGenICamDoc.h>
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+namespace image_features {
+
+// Every access goes to the camera: others write to it, too. Blocks for as long as the camera takes. Thread-bound.
+class camera_nodes final {
+public:
+    enum class control : uint8_t { exposure, gain, iris, focus }; // us, dB, the camera's own two
+
+    struct value_range {
+        double min, max;
+        double increment; // 0: none
+    };
+    using balance = std::array<float, 3>; // R, G, B, the least of them 1
+
+    // Null for what is no document, or one without the port "Device". The port must outlive the object. A reader writes
+    // nothing, selectors included.
+    [[nodiscard]] static std::unique_ptr<camera_nodes> create(std::string_view document, GenICam::IDevicePort& port,
+                                                              bool reads_only);
+    ~camera_nodes();
+
+    // Empty when the camera has none, or none now.
+    [[nodiscard]] std::string_view name_of(control which) const;
+    [[nodiscard]] std::optional<double> read(control which);
+    [[nodiscard]] std::optional<value_range> range_of(control which);
+    // The nearest that the camera takes. node_locked and node_not_available say "not now", all else is a refusal.
+    [[nodiscard]] std::error_code write(control which, double value);
+
+    [[nodiscard]] bool has_balance() const { return ratio != nullptr; }
+    [[nodiscard]] std::optional<balance> read_balance();
+    [[nodiscard]] std::error_code write_balance(const balance& gains);
+
+    [[nodiscard]] std::optional<double> frame_rate(); // Hz
+    [[nodiscard]] camera_abilities abilities();
+
+private:
+    struct number {
+        GenICam::IInteger* integer = nullptr;
+        GenICam::IFloat* real = nullptr;
+        double scale = 1; // the block's unit in one of the node's
+        [[nodiscard]] GenICam::INode* node() const;
+    };
+    explicit camera_nodes(std::unique_ptr<GenICam::IGenICamDoc> parsed, bool reader);
+    void find_nodes();
+    [[nodiscard]] number find_number(std::span<const std::string_view> names) const;
+    [[nodiscard]] bool has_colour() const;
+    template <class Function>
+    auto with_gain_selected(control which, Function&& function);
+
+    std::unique_ptr<GenICam::IGenICamDoc> document;
+    const bool only_reads;
+    number numbers[4];
+    number rate;
+    GenICam::IEnumeration* gain_selector = nullptr;
+    GenICam::IEnumeration* ratio_selector = nullptr;
+    GenICam::IFloat* ratio = nullptr;
+};
+
+} // namespace image_features
