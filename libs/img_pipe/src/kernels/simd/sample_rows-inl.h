@@ -119,9 +119,9 @@ HWY_INLINE void store_groups(hn::Vec<d8> v, std::uint8_t* p, std::size_t step) {
     std::int32_t x = 0;
     const std::ptrdiff_t have = end - p;
     if (layout.pack == packing::plain8) {
-        const hn::Rebind<std::uint8_t, d16> half;
-        for (; x + n <= width && x + n <= have; x += n)
-            hn::StoreU(hn::TruncateTo(half, hn::ShiftRight<8>(hn::LoadU(tag, line + x))), half, p + x);
+        const auto bytes = [&](std::int32_t at) HWY_ATTR { return hn::BitCast(d8(), hn::LoadU(tag, line + at)); };
+        for (; x + 2 * n <= width && x + 2 * n <= have; x += 2 * n)
+            hn::StoreU(hn::ConcatOdd(d8(), bytes(x + n), bytes(x)), d8(), p + x);
     } else if (layout.pack == packing::plain16) {
         const int shift = layout.shift;
         for (; x + n <= width && 2 * (x + n) <= have; x += n)
