@@ -29,7 +29,7 @@ public:
           first(first_),
           width(width_),
           planar(call.dst.format == fcc("I420") || call.dst.format == fcc("YV12")) {
-        if (matrix()) fixed = fixed_of(params->matrix);
+        if (matrix()) fixed = fixed_of(params->matrix, narrow_lanes ? 255 << 7 : 32767);
         for (int i = 0; i < 3; ++i) {
             lines.line[i] = take_line<T>(scratch, width);
             bytes.line[i] = narrow_lanes ? reinterpret_cast<std::uint8_t*>(lines.line[i])

@@ -83,21 +83,21 @@ private:
         const std::int32_t begin = first < lead ? 0 : first - lead, end = smaller(all, first + 2 * cells + lead);
         const std::uint8_t* from = line_of(call.src, line - call.first_line) + line_bytes(in, begin);
         const std::int32_t shift = (begin - first) / 2;
-        split(y, from, end - begin, half[0][y] + shift, half[1][y] + shift);
+        split(y, from, read_end(call, in, line - call.first_line), end - begin, half[0][y] + shift, half[1][y] + shift);
         // Not (x odd ? odd : even)[...]: g++ 12 with UBSan computes such an index on one of the two ways only.
         const auto at_pixel = [&](std::int32_t x) -> T& { return half[x & 1][y][(x - first) >> 1]; };
         for (std::int32_t x = first - 2 * mosaic_reach; x < begin; ++x) at_pixel(x) = at_pixel(mirror(x, all));
         for (std::int32_t x = end; x < first + 2 * (cells + mosaic_reach); ++x) at_pixel(x) = at_pixel(mirror(x, all));
     }
 
-    void split(std::int32_t y, const std::uint8_t* from, std::int32_t n, T* even, T* odd) {
+    void split(std::int32_t y, const std::uint8_t* from, const std::uint8_t* from_end, std::int32_t n, T* even, T* odd) {
         if constexpr (sizeof(T) == 1)
             if (!corrected) {
                 if (in.pack == packing::plain8) return Rows<T>::split_bytes(from, n, even, odd);
-                if (in.pack == packing::plain16 && call.data_end - from >= 2 * n)
+                if (in.pack == packing::plain16 && from_end - from >= 2 * n)
                     return Rows<T>::split_words(from, n, in.shift, even, odd);
             }
-        Rows<T>::load(in, from, call.data_end, n, raw);
+        Rows<T>::load(in, from, from_end, n, raw);
         if (corrected) Rows<T>::correct(params->samples, call.first_line + y, n, raw);
         Rows<T>::split_line(raw, n, even, odd);
     }

@@ -16,12 +16,22 @@ namespace {
     std::int64_t bits = 12;
     if (layout.pack == packing::plain8) bits = 8;
     if (layout.pack == packing::plain16) bits = 16;
+    if (layout.pack == packing::real) bits = 32;
     if (layout.pack == packing::p10 || layout.pack == packing::mipi10) bits = 10;
     return static_cast<std::int32_t>(bits * width / 8);
 }
 
 [[maybe_unused]] std::uint8_t* line_of(const img_descriptor& view, std::int32_t y, int plane = 0) {
     return view.plane_data[plane].data + static_cast<std::ptrdiff_t>(view.plane_data[plane].stride) * y;
+}
+
+// One past what may be read for line `y` of the strip. Where a line ends inside a group of samples, the missing bits are
+// not those of the next line. In place, lines outside the strip may be changing.
+[[maybe_unused]] const std::uint8_t* read_end(const kernel_call& call, sample_layout in, std::int32_t y) {
+    const std::int32_t bytes = line_bytes(in, call.src.width);
+    if (call.src.width % group_of(in.pack) != 0) return line_end(call.src, y, bytes);
+    const bool in_place = call.src.plane_data[0].data == call.dst.plane_data[0].data;
+    return in_place ? line_end(call.src, call.src.height - 1, bytes) : call.data_end;
 }
 
 [[maybe_unused]] bool holds_words(const std::uint8_t* p) {
@@ -59,8 +69,7 @@ void sample_lines(const kernel_call& call) {
     const sample_layout in = layout_of(call.src.format), out = layout_of(call.dst.format);
     const auto* samples = static_cast<const sample_params*>(call.params);
     const bool in_place = call.src.plane_data[0].data == call.dst.plane_data[0].data;
-    const std::int32_t width = call.src.width;
-    const std::int32_t in_bytes = line_bytes(in, width), out_bytes = line_bytes(out, width);
+    const std::int32_t width = call.src.width, out_bytes = line_bytes(out, width);
     std::byte* at = call.scratch;
     std::uint16_t* line = take_ring(at, width, 1).line(0);
     const bool by_table = samples != nullptr && in.pack == packing::plain8 && out.pack == packing::plain8;
@@ -70,7 +79,7 @@ void sample_lines(const kernel_call& call) {
     for (std::int32_t y = 0; y < call.src.height; ++y) {
         const std::uint8_t* from = line_of(call.src, y);
         std::uint8_t* to = line_of(call.dst, y);
-        const std::uint8_t* end = in_place ? line_end(call.src, y, in_bytes) : call.data_end;
+        const std::uint8_t* end = read_end(call, in, y);
         if (by_table && call.data_end - from >= width) {
             tables.apply(from, call.first_line + y, width, to);
             continue;
@@ -93,7 +102,8 @@ void sample_lines(const kernel_call& call) {
 template <class Rows>
 kernel_fn find_sample_lines_of(std::uint32_t destination, std::uint32_t source) {
     const sample_layout in = layout_of(source), out = layout_of(destination);
-    return in.pack == packing::none || out.pack == packing::none ? nullptr : &sample_lines<Rows>;
+    const auto able = [](packing pack) { return pack != packing::none && pack != packing::real; };
+    return able(in.pack) && able(out.pack) ? &sample_lines<Rows> : nullptr;
 }
 
 } // namespace

@@ -6,34 +6,40 @@
 namespace img_pipe {
 namespace {
 
-// A colour matrix in fixed point: products are rounded to `bits` fractional bits each; no sum of them overflows 16 bits.
-// Lines are blue, green, red, as everywhere; rows and columns of `m` too.
+// A colour matrix in fixed point: coefficients of `bits` fractional bits, as many as keep the sum of a row's products
+// and offset within 32 bits. Lines are blue, green, red, as everywhere; rows and coefficients too.
 struct fixed_matrix {
-    std::int16_t m[3][3];
-    std::int16_t offset[3];
-    std::int32_t bits;
+    struct row {
+        std::int16_t m[3];
+        std::int32_t offset; // in products, half a result included for rounding
+        std::int32_t bits;
+    } rows[3];
 };
 
-// Coefficients beyond 1000 count as that, what is no number as 0.
-[[maybe_unused]] fixed_matrix fixed_of(const matrix_params& p) {
-    float m[3][4], most = 1;
+// Coefficients beyond 1000 count as that, what is no number as 0. `white` is the full scale in 15 bits.
+[[maybe_unused]] fixed_matrix fixed_of(const matrix_params& p, std::int16_t white) {
+    fixed_matrix f{};
     for (int i = 0; i < 3; ++i) {
-        float above = 0, below = 0;
+        float m[4], above = 0, below = 0, largest = 1;
         for (int j = 0; j < 4; ++j) {
             const float v = p.m[i][j];
-            m[i][j] = v > 1000 ? 1000.0F : v < -1000 ? -1000.0F : v == v ? v : 0.0F;
-            (m[i][j] > 0 ? above : below) += m[i][j];
+            m[j] = v > 1000 ? 1000.0F : v < -1000 ? -1000.0F : v == v ? v : 0.0F;
+            const float size = m[j] < 0 ? -m[j] : m[j];
+            if (m[j] > 0) above += size;
+            if (m[j] < 0) below += size;
+            if (j < 3 && size > largest) largest = size;
         }
-        most = above > most ? above : most;
-        most = -below > most ? -below : most;
-    }
-    fixed_matrix f{};
-    f.bits = 14;
-    while (most * static_cast<float>(1 << f.bits) > 32760.0F) --f.bits;
-    const auto scale = static_cast<float>(1 << f.bits);
-    for (int i = 0; i < 3; ++i) {
-        for (int j = 0; j < 3; ++j) f.m[2 - i][2 - j] = static_cast<std::int16_t>(nearest(m[i][j] * scale));
-        f.offset[2 - i] = static_cast<std::int16_t>(nearest(m[i][3] * scale));
+        fixed_matrix::row& row = f.rows[2 - i];
+        const float sum = above > below ? above : below;
+        const auto fits = [&] {
+            const auto scale = static_cast<float>(1 << row.bits);
+            return largest * scale <= 32767.0F && sum * scale <= 65530.0F;
+        };
+        row.bits = 14;
+        while (!fits()) --row.bits;
+        const auto scale = static_cast<float>(1 << row.bits);
+        for (int j = 0; j < 3; ++j) row.m[2 - j] = static_cast<std::int16_t>(nearest(m[j] * scale));
+        row.offset = nearest(m[3] * scale) * white + (1 << row.bits >> 1);
     }
     return f;
 }
@@ -48,20 +54,17 @@ template <class T>
     return static_cast<T>(sizeof(T) == 1 ? (v + 64 > 32767 ? 32767 : v + 64) >> 7 : v << 1 | v >> 14);
 }
 
-// (a * b) / 32768, rounded to the nearest, halves up.
-[[maybe_unused]] std::int32_t fixed_product(std::int32_t a, std::int32_t b) { return (a * b + 16384) >> 15; }
-
 // In place on pixels [x, n).
 template <class T>
 [[maybe_unused]] void apply_fixed_matrix(const fixed_matrix& f, std::int32_t x, std::int32_t n, three<T> c) {
-    const std::int32_t most = (1 << f.bits) - 1;
     for (; x < n; ++x) {
-        const std::int32_t v[3] = {to_15<T>(c.line[0][x]), to_15<T>(c.line[1][x]), to_15<T>(c.line[2][x])};
+        const auto b = static_cast<std::int16_t>(to_15<T>(c.line[0][x])),
+                   g = static_cast<std::int16_t>(to_15<T>(c.line[1][x])),
+                   r = static_cast<std::int16_t>(to_15<T>(c.line[2][x]));
         for (int i = 0; i < 3; ++i) {
-            std::int32_t sum = f.offset[i];
-            for (int j = 0; j < 3; ++j) sum += fixed_product(v[j], f.m[i][j]);
-            sum = sum < 0 ? 0 : sum > most ? most : sum;
-            c.line[i][x] = from_15<T>(sum << (15 - f.bits));
+            const fixed_matrix::row& row = f.rows[i];
+            const std::int32_t sum = (b * row.m[0] + g * row.m[1] + r * row.m[2] + row.offset) >> row.bits;
+            c.line[i][x] = from_15<T>(sum < 0 ? 0 : sum > 32767 ? 32767 : sum);
         }
     }
 }

@@ -71,12 +71,17 @@ template <class T>
 // `n` samples of 16 bits to half lines; 8-bit lanes get the upper byte.
 template <class T>
 [[maybe_unused]] void split_line(const std::uint16_t* line, std::int32_t n, T* even, T* odd) {
-    for (std::int32_t x = 0; x < n; ++x)
-        (x % 2 == 0 ? even : odd)[x / 2] = static_cast<T>(sizeof(T) == 1 ? line[x] >> 8U : line[x]);
+    for (std::int32_t x = 0; x < n; ++x) {
+        T* half = x % 2 == 0 ? even : odd; // g++ 12 with UBSan gets (c ? a : b)[i] wrong
+        half[x / 2] = static_cast<T>(sizeof(T) == 1 ? line[x] >> 8U : line[x]);
+    }
 }
 
 [[maybe_unused]] void split_bytes(const std::uint8_t* line, std::int32_t n, std::uint8_t* even, std::uint8_t* odd) {
-    for (std::int32_t x = 0; x < n; ++x) (x % 2 == 0 ? even : odd)[x / 2] = line[x];
+    for (std::int32_t x = 0; x < n; ++x) {
+        std::uint8_t* half = x % 2 == 0 ? even : odd;
+        half[x / 2] = line[x];
+    }
 }
 
 // Samples of 16 bits as they lie in an image, `shift` bits free at the top, to their upper bytes.
@@ -84,7 +89,8 @@ template <class T>
                                   std::uint8_t* odd) {
     for (std::int32_t x = 0; x < n; ++x) {
         const unsigned v = (line[2 * x] | static_cast<unsigned>(line[2 * x + 1]) << 8U) << shift;
-        (x % 2 == 0 ? even : odd)[x / 2] = static_cast<std::uint8_t>(v >> 8U);
+        std::uint8_t* half = x % 2 == 0 ? even : odd;
+        half[x / 2] = static_cast<std::uint8_t>(v >> 8U);
     }
 }
 

@@ -303,16 +303,28 @@ HWY_ATTR std::int32_t colours_bgr4_of(const mosaic_lines<std::uint8_t>& in, std:
     join_bgr(4, {{line.line[0], line.line[1], line.line[2]}}, 2 * k, width, to);
 }
 
-// The arithmetic of apply_fixed_matrix on a vector of 15-bit samples.
+// The arithmetic of apply_fixed_matrix on a vector of 15-bit samples: products of pairs, added up in 32 bits.
 HWY_INLINE void fixed_matrix_15(const fixed_matrix& f, hn::Vec<hn::ScalableTag<std::int16_t>> (&v)[3]) {
     const hn::ScalableTag<std::int16_t> tag;
-    const auto zero = hn::Zero(tag), most = hn::Set(tag, static_cast<std::int16_t>((1 << f.bits) - 1));
-    const auto b = v[0], g = v[1], r = v[2];
+    const hn::ScalableTag<std::int32_t> sums;
+    const auto zero = hn::Zero(tag);
+    const auto bg_low = hn::InterleaveLower(tag, v[0], v[1]), bg_high = hn::InterleaveUpper(tag, v[0], v[1]);
+    const auto r_low = hn::InterleaveLower(tag, v[2], zero), r_high = hn::InterleaveUpper(tag, v[2], zero);
     for (int i = 0; i < 3; ++i) {
-        auto sum = hn::Add(hn::Set(tag, f.offset[i]), hn::MulFixedPoint15(b, hn::Set(tag, f.m[i][0])));
-        sum = hn::Add(sum, hn::MulFixedPoint15(g, hn::Set(tag, f.m[i][1])));
-        sum = hn::Add(sum, hn::MulFixedPoint15(r, hn::Set(tag, f.m[i][2])));
-        v[i] = hn::ShiftLeftSame(hn::Min(hn::Max(sum, zero), most), 15 - f.bits);
+        const fixed_matrix::row& row = f.rows[i];
+        const auto pair = [&](std::uint32_t low, std::uint32_t high) HWY_ATTR {
+            return hn::BitCast(tag, hn::Set(sums, static_cast<std::int32_t>((low & 0xFFFF) | high << 16)));
+        };
+        const auto bg = pair(static_cast<std::uint32_t>(row.m[0]), static_cast<std::uint32_t>(row.m[1])),
+                   r = pair(static_cast<std::uint32_t>(row.m[2]), 0);
+        auto none = hn::Zero(sums);
+        auto low = hn::ReorderWidenMulAccumulate(sums, bg_low, bg, hn::Set(sums, row.offset), none);
+        auto high = hn::ReorderWidenMulAccumulate(sums, bg_high, bg, hn::Set(sums, row.offset), none);
+        low = hn::ReorderWidenMulAccumulate(sums, r_low, r, low, none);
+        high = hn::ReorderWidenMulAccumulate(sums, r_high, r, high, none);
+        low = hn::ShiftRightSame(low, row.bits);
+        high = hn::ShiftRightSame(high, row.bits);
+        v[i] = hn::Max(hn::ReorderDemote2To(tag, low, high), zero); // saturates at 32767
     }
 }
 

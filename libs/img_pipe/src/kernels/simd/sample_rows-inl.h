@@ -92,6 +92,16 @@ HWY_INLINE void store_groups(hn::Vec<d8> v, std::uint8_t* p, std::size_t step) {
             const auto v = hn::BitCast(tag, hn::LoadU(d8(), p + 2 * x));
             hn::StoreU(hn::ShiftLeftSame(v, shift), tag, line + x);
         }
+    } else if (layout.pack == packing::real) {
+        const hn::ScalableTag<float> df;
+        const hn::Rebind<std::uint16_t, decltype(df)> du;
+        const auto lanes = static_cast<std::int32_t>(hn::Lanes(df));
+        const auto zero = hn::Zero(df), most = hn::Set(df, 65535.0F);
+        for (; x + lanes <= width && 4 * (x + lanes) <= have; x += lanes) {
+            const auto v = hn::BitCast(df, hn::LoadU(d8(), p + 4 * x));
+            const auto scaled = hn::Min(hn::Max(hn::Mul(v, most), zero), most); // no number counts as 0
+            hn::StoreU(hn::DemoteTo(du, hn::NearestInt(scaled)), du, line + x);
+        }
     } else if (layout.pack != packing::none) {
         const unpack_table& t = unpack_table_of(layout.pack);
         const auto shuffle = hn::LoadDup128(d8(), t.shuffle);
