@@ -22,9 +22,7 @@ using colour = std::array<double, 3>; // red, green, blue of 255
 
 // A ramp of 512 pixels' period, colours a third of it apart, one cell of 8 pixels further on in each frame and each 8
 // lines.
-double ramp(int x, int y, int frame, int shift) {
-    return (x + 8 * ((y / 8 + frame) % 64) + shift) % 512 / 511.0;
-}
+double ramp(int x, int y, int frame, int shift) { return (x + 8 * ((y / 8 + frame) % 64) + shift) % 512 / 511.0; }
 
 // Nothing near the bars of the frame's number, the travelling square and the places where a ramp begins anew.
 bool is_smooth(int x, int y, int frame) {
@@ -62,7 +60,8 @@ TEST_P(GrabFormat, WritesThePatternFromEveryFormat) {
         bench::open_camera camera{bench::test_bench::serial(0)};
         const auto* node = camera.remote().document().find<GenICam::IEnumeration>("PixelFormat");
         ASSERT_NE(node, nullptr);
-        for (const auto* entry : node->get_entries()) formats.emplace_back(entry->get_symbolic().empty() ? entry->get_name() : entry->get_symbolic());
+        for (const auto* entry : node->get_entries())
+            formats.emplace_back(entry->get_symbolic().empty() ? entry->get_name() : entry->get_symbolic());
     }
     // All of the pipeline's formats that have a number and come in lines of pixels.
     for (std::uint32_t place = 0; const std::uint32_t id = img_pipe::format_at(place); ++place) {
@@ -98,8 +97,10 @@ TEST_P(GrabFormat, WritesThePatternFromEveryFormat) {
                                                         257.0
                                                   : static_cast<unsigned char>(picture[at]);
                     double wanted = want[target == "BGR8" ? 2 - c : c];
-                    if (channels == 1 && format.starts_with("Y")) wanted = 255 * ramp(x, y, frame, 0);
-                    else if (channels == 1) wanted = 0.299 * want[0] + 0.587 * want[1] + 0.114 * want[2];
+                    if (channels == 1 && format.starts_with("Y"))
+                        wanted = 255 * ramp(x, y, frame, 0);
+                    else if (channels == 1)
+                        wanted = 0.299 * want[0] + 0.587 * want[1] + 0.114 * want[2];
                     worst = std::max(worst, std::abs(got - wanted));
                 }
             }

@@ -48,7 +48,7 @@ private:
     };
     bool find_way(uint32_t from, uint32_t to);
     void apply(end_step step, std::span<const std::byte> in, size_t pixels, size_t line_pixels,
-                      std::vector<std::byte>& out);
+               std::vector<std::byte>& out);
 
     picture_format source, target;
     end_step before = end_step::none, after = end_step::none;

@@ -8,8 +8,8 @@
 
 namespace cli {
 
-// The format id that wide_samples() gives: grey or a mosaic of 16 bits, or blue, green, red and alpha of 16 bits; 0 when
-// the layout of `pfnc` is unknown or is none of these.
+// The format id that wide_samples() gives: grey or a mosaic of 16 bits, or blue, green, red and alpha of 16 bits; 0
+// when the layout of `pfnc` is unknown or is none of these.
 [[nodiscard]] uint32_t wide_format(uint32_t pfnc);
 
 // Samples of up to 8 bits fill the range of 16, wider ones stand at its top. Lines are joined without padding. `data`

@@ -76,8 +76,7 @@ public:
     }
     bool frame_untouched() const {
         std::vector<std::uint8_t> seen = bytes;
-        for (const auto& [begin, count] : owned)
-            std::fill_n(seen.begin() + begin, count, std::uint8_t{0xEE});
+        for (const auto& [begin, count] : owned) std::fill_n(seen.begin() + begin, count, std::uint8_t{0xEE});
         return std::ranges::all_of(seen, [](std::uint8_t b) { return b == 0xEE; });
     }
     std::vector<std::uint8_t> bytes;

@@ -1,6 +1,6 @@
 // Demosaicing against a reference of its own, in double precision and pixel by pixel: interpolation corrected by the
-// gradients of the sample's own colour. On scenes whose truth is known no kernel may be further from it; each site keeps
-// its sample; a mirrored mosaic gives the mirrored picture.
+// gradients of the sample's own colour. On scenes whose truth is known no kernel may be further from it; each site
+// keeps its sample; a mirrored mosaic gives the mirrored picture.
 #include "kernel_test.h"
 
 #include <gtest/gtest.h>
@@ -128,8 +128,8 @@ TEST(DemosaicReference, NoFurtherFromTheTruth) {
                                         << "own sample at " << x << ',' << y;
                                 }
                             }
-                    EXPECT_LE(ours, theirs) << "phase " << phase << " seed " << seed << (wide ? " 16" : " 8") << " level "
-                                            << level[0].required_cpu;
+                    EXPECT_LE(ours, theirs) << "phase " << phase << " seed " << seed << (wide ? " 16" : " 8")
+                                            << " level " << level[0].required_cpu;
                     squares.push_back(ours);
                 }
                 EXPECT_EQ(squares.front(), squares.back());
@@ -155,9 +155,8 @@ TEST(DemosaicReference, MirroredMosaicsGiveMirroredPictures) {
                 for (int y = 0; y < height; ++y)
                     for (int x = 0; x < width; ++x)
                         for (int c = 0; c < 3; ++c)
-                            ASSERT_NEAR(
-                                mirrored.at(c, mirror.x ? width - 1 - x : x, mirror.y ? height - 1 - y : y),
-                                straight.at(c, x, y), 1)
+                            ASSERT_NEAR(mirrored.at(c, mirror.x ? width - 1 - x : x, mirror.y ? height - 1 - y : y),
+                                        straight.at(c, x, y), 1)
                                 << "phase " << phase << " at " << x << ',' << y << " colour " << c << " mirror "
                                 << mirror.x << mirror.y;
             }

@@ -22,7 +22,8 @@ std::vector<std::uint32_t> in_place_formats() {
 // Bits of a mosaic's samples; 0 for other formats.
 int layout_bits(std::uint32_t id) {
     const std::string_view name = fcc_name(id);
-    if (!name.starts_with("BGGR") && !name.starts_with("GBRG") && !name.starts_with("GRBG") && !name.starts_with("RGGB"))
+    if (!name.starts_with("BGGR") && !name.starts_with("GBRG") && !name.starts_with("GRBG") &&
+        !name.starts_with("RGGB"))
         return 0;
     return std::atoi(name.substr(4, 2).data());
 }
@@ -88,8 +89,8 @@ TEST(InPlace, PackedLinesEndWithTheirOwnBytes) {
             for (std::int32_t y = 0; y < 140; ++y) {
                 const image line(id, width, 1, 0), grey(fcc("Y16 "), width, 1, 0);
                 const auto bytes = static_cast<std::size_t>(line_stride(id, width));
-                std::memcpy(line.view.plane_data[0].data, whole.view.plane_data[0].data + bytes * static_cast<std::size_t>(y),
-                            bytes);
+                std::memcpy(line.view.plane_data[0].data,
+                            whole.view.plane_data[0].data + bytes * static_cast<std::size_t>(y), bytes);
                 ASSERT_TRUE(pipe.transform(grey.view, line.view, params));
                 direct.insert(direct.end(), grey.view.plane_data[0].data, grey.view.plane_data[0].data + 2 * width);
                 ASSERT_TRUE(pipe.transform_in_place(line.view, params));

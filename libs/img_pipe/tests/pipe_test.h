@@ -1,4 +1,5 @@
-// What tests of the pipe share: levels as a caller names them, filled images, sets of parameters, the pairs of the tables.
+// What tests of the pipe share: levels as a caller names them, filled images, sets of parameters, the pairs of the
+// tables.
 #pragma once
 #include "kernel_test.h"
 

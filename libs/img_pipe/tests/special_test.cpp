@@ -158,8 +158,8 @@ TEST(Special, CompandedToFloatAndBack) {
     }
 }
 
-// The picture of a companded mosaic shows square roots of linear values; at each site its own colour. Gains are those of
-// the linear values.
+// The picture of a companded mosaic shows square roots of linear values; at each site its own colour. Gains are those
+// of the linear values.
 TEST(Special, CompandedToAPicture) {
     const char names[][5] = {"PWL1", "PWL2", "PWL3"};
     for (const char(&in)[5] : names)
@@ -180,7 +180,8 @@ TEST(Special, CompandedToAPicture) {
                     std::memcpy(&v, linear.view.plane_data[0].data + (y * 34 + x) * 4, 4);
                     const int channel = 2 - (x & 1) - (y & 1);
                     ASSERT_NEAR(to.view.plane_data[0].data[(y * 34 + x) * 4 + channel],
-                                std::lround(std::sqrt(std::min(1.0, static_cast<double>(v))) * 65535) / 256, red == 1 ? 0 : 1)
+                                std::lround(std::sqrt(std::min(1.0, static_cast<double>(v))) * 65535) / 256,
+                                red == 1 ? 0 : 1)
                         << in << ' ' << x << ',' << y << " gain " << red;
                 }
         }
@@ -188,8 +189,8 @@ TEST(Special, CompandedToAPicture) {
 
 // Mosaics of floats: every phase to 8 and 16 bits, demosaiced as those are, and balanced without a limit.
 TEST(Special, FloatMosaics) {
-    const char phases[4][3][5] = {{"BGf0", "BA81", "BG16"}, {"GBf0", "GBRG", "GB16"}, {"BAf0", "GRBG", "BA16"},
-                                  {"RGf0", "RGGB", "RG16"}};
+    const char phases[4][3][5] = {
+        {"BGf0", "BA81", "BG16"}, {"GBf0", "GBRG", "GB16"}, {"BAf0", "GRBG", "BA16"}, {"RGf0", "RGGB", "RG16"}};
     const sample_params gains{{2, 1, 0.5F, 3}, 0, nullptr, nullptr};
     for (const auto& phase : phases)
         for (const std::int32_t width : {2, 5, 34, 71}) {
@@ -246,8 +247,8 @@ TEST(Special, SmoothingIsTheMeanOfTwoByTwo) {
             for (std::size_t i = image::front; i < from.memory.size; ++i)
                 from.memory.bytes[i] = static_cast<std::uint8_t>(random());
             const auto at = [&](int x, int y) {
-                return from.view.plane_data[0].data[std::min(y, height - 1) * from.view.plane_data[0].stride +
-                                                    std::min(x, width - 1)];
+                return from.view.plane_data[0]
+                    .data[std::min(y, height - 1) * from.view.plane_data[0].stride + std::min(x, width - 1)];
             };
             for (const filter_table& level : levels()) {
                 const kernel_fn kernel = find_kernel(level, kernel_slot::apply_2x2_smooth_y8, to.view, from.view);

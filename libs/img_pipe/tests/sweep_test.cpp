@@ -15,8 +15,8 @@ struct size {
     wall at;
 };
 const size sizes[] = {
-    {2, 2, 0, wall::behind},  {3, 3, 0, wall::before}, {5, 2, 1, wall::behind},  {8, 6, 3, wall::before},
-    {9, 7, 0, wall::behind},  {17, 4, 5, wall::before}, {36, 9, 0, wall::behind}, {67, 5, 0, wall::before},
+    {2, 2, 0, wall::behind},    {3, 3, 0, wall::before},   {5, 2, 1, wall::behind},  {8, 6, 3, wall::before},
+    {9, 7, 0, wall::behind},    {17, 4, 5, wall::before},  {36, 9, 0, wall::behind}, {67, 5, 0, wall::before},
     {20, 38, 16, wall::behind}, {131, 3, 7, wall::behind},
 };
 
@@ -80,7 +80,8 @@ TEST(Sweep, ChangesInPlaceOnEveryLevel) {
                             << about("in place", picture, mask);
                         ASSERT_TRUE(picture.frame_untouched()) << about("in place", picture, mask);
                         if (expected.empty()) expected = picture.content();
-                        ASSERT_TRUE(picture.content() == expected) << about("in place", picture, mask) << " set " << set;
+                        ASSERT_TRUE(picture.content() == expected)
+                            << about("in place", picture, mask) << " set " << set;
                     }
                 }
             }

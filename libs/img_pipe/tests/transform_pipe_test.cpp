@@ -4,6 +4,7 @@
 
 #include <img_pipe/profiler.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -89,6 +90,31 @@ TEST(TransformPipe, GammaTablesAreBuiltOnce) {
     EXPECT_EQ(lines[0].substr(0, 60), "{img_pipe::transform_state::get_lut_context}           #   2");
 }
 
+TEST(Profiler, EveryPassAndItsConversion) {
+    transform_pipe pipe;
+    const image mosaic(fcc("RGGB"), 16, 16, 0), colours(fcc("BGR4"), 16, 16, 0);
+    fill(mosaic, 1);
+    transform_params params;
+    params.wb_enable = true;
+    params.wb_gain[0] = 2;
+    profiler times;
+    profiler* before = profiler::set_current(&times);
+    for (int frame = 0; frame < 3; ++frame) {
+        ASSERT_TRUE(pipe.transform(colours.view, mosaic.view, params));
+        ASSERT_TRUE(pipe.transform(mosaic.view, mosaic.view, params));
+    }
+    profiler::set_current(before);
+    const auto lines = times.lines();
+    ASSERT_EQ(lines.size(), 3U);
+    const auto begins = [](std::string name, const char* count) {
+        name.resize(54, ' ');
+        return testing::StartsWith(name + count);
+    };
+    EXPECT_THAT(lines[0], begins("{img_pipe::transform_pipe}", " #   6"));
+    EXPECT_THAT(lines[1], begins("  {transform_bayer8_to_bgr_helper}", " #   3"));
+    EXPECT_THAT(lines[2], begins("  {transform_unary_bayer8}", " #   3"));
+}
+
 TEST(Profiler, LinesOfNestedSteps) {
     using namespace std::chrono_literals;
     profiler times;
@@ -147,7 +173,8 @@ TEST(TransformPipe, RefusesWhatItCannotDo) {
     EXPECT_TRUE(refused([](auto&, auto& from) { from.format = 0; }));
     EXPECT_TRUE(refused([](auto&, auto& from) { from = {}; }));
     EXPECT_TRUE(refused([](auto& to, auto& from) { to.height = from.height = 0; }));
-    EXPECT_TRUE(refused([](auto& to, auto& from) { to.width = from.width = std::numeric_limits<std::int32_t>::min(); }));
+    EXPECT_TRUE(
+        refused([](auto& to, auto& from) { to.width = from.width = std::numeric_limits<std::int32_t>::min(); }));
     EXPECT_TRUE(refused([](auto& to, auto&) { to.plane_data[0].stride = std::numeric_limits<std::int32_t>::max(); }));
     EXPECT_TRUE(refused([](auto&, auto& from) { from.data_size = 0; }));
     // 2^16 x 2^16 pixels of 4 bytes are 0 bytes in 32 bits.

@@ -21,8 +21,8 @@ constexpr std::uint32_t level_avx2 = level_sse | avx | avx2;   // what the loada
 // the image (`image_height - first_line - src.height` lines below): they exist in memory at the same stride, unless the
 // kernel runs in place, when lines outside the strip may be changing under it (see `halo`).
 // Strips begin on multiples of 4 lines, so a mosaic's phase is that of the format in every strip.
-// A kernel writes exactly the bytes of width x height of `dst` and reads no byte outside the image. Packed lines end with
-// their line_stride bytes: bits that a last group lacks there count as 0, wherever the next line begins.
+// A kernel writes exactly the bytes of width x height of `dst` and reads no byte outside the image. Packed lines end
+// with their line_stride bytes: bits that a last group lacks there count as 0, wherever the next line begins.
 struct kernel_call {
     img_descriptor dst;
     img_descriptor src;

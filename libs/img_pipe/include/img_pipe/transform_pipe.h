@@ -87,6 +87,7 @@ private:
     std::unique_ptr<transform_state> own; // created on first need
     img_type stored_destination{}, stored_source{};
     transform_plan plan;
+    const char* plan_name = ""; // the conversion's, for the profiler
     std::uint64_t searches = 0;
 };
 

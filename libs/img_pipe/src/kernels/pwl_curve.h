@@ -1,5 +1,5 @@
-// The curve of companded images: 12-bit codes whose linear values have 20 bits. Cameras do not tell their knees; here they
-// are at codes 1024, 2048 and 3072, with slopes of 1, 16, 128 and what is left.
+// The curve of companded images: 12-bit codes whose linear values have 20 bits. Cameras do not tell their knees; here
+// they are at codes 1024, 2048 and 3072, with slopes of 1, 16, 128 and what is left.
 #pragma once
 #include <cstdint>
 

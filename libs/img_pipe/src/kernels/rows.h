@@ -99,7 +99,8 @@ struct sample_layout {
         {fcc("P1CP"), packing::packed12, 4}, {fcc("P2CP"), packing::packed12, 4}, {fcc("P1Cp"), packing::p12, 4},
         {fcc("P2Cp"), packing::p12, 4},
     };
-    static constexpr entry companded[] = { // red first
+    static constexpr entry companded[] = {
+        // red first
         {fcc("PWL1"), packing::mipi12, 4},
         {fcc("PWL2"), packing::packed12, 4},
         {fcc("PWL3"), packing::p12, 4},

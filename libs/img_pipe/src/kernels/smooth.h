@@ -1,5 +1,5 @@
-// Smoothing of 8-bit grey: each sample becomes the mean of itself, its right and its lower neighbours, 2 x 2 in all. In the
-// last column and line, where there is no neighbour, the sample itself takes its place.
+// Smoothing of 8-bit grey: each sample becomes the mean of itself, its right and its lower neighbours, 2 x 2 in all. In
+// the last column and line, where there is no neighbour, the sample itself takes its place.
 #pragma once
 #include "plain/smooth_rows.h"
 #include "sample_lines.h"

@@ -112,13 +112,19 @@ bool transform_pipe::choose(const img_type& destination, const img_type& source,
     ++searches;
     plan = {};
     if (in_place) {
-        if (const in_place_row* row = in_place_row_of(source.format)) plan = row->make_plan(source);
+        if (const in_place_row* row = in_place_row_of(source.format)) {
+            plan = row->make_plan(source);
+            plan_name = row->function;
+        }
     } else {
         const auto rows = conversion_table();
         const auto row = std::ranges::find_if(rows, [&](const conversion_row& r) {
             return holds(r.sources, source.format) && holds(r.destinations, destination.format);
         });
-        if (row != rows.end()) plan = row->make_plan(destination, source);
+        if (row != rows.end()) {
+            plan = row->make_plan(destination, source);
+            plan_name = row->function;
+        }
     }
     const bool found = plan.convert != nullptr || plan.convert_in_place != nullptr;
     stored_destination = found ? destination : img_type{};
@@ -147,6 +153,7 @@ bool transform_pipe::transform(const img_descriptor& destination, const img_desc
         if (!serves(destination) || !serves(source) || !sizes_fit(destination, source)) return false;
         // Blue-green-red to itself has no row in place, but its road runs on one image as on two.
         if (!same && overlap(destination, source)) return false;
+        const profile_scope step(plan_name);
         ran = prepare(params) && plan.convert(*this, destination, source, params, scratch);
     }
     if (!found && params.copy_if_no_transform) copy(destination, source);
@@ -166,7 +173,9 @@ bool transform_pipe::transform_in_place(const img_descriptor& image, const trans
 bool transform_pipe::change(const img_descriptor& image, const transform_params& params, transform_scratch* scratch) {
     if (!serves(image) || read_only(image)) return false;
     const img_type type = type_of(image);
-    return choose(type, type, true) && prepare(params) && plan.convert_in_place(*this, image, params, scratch);
+    if (!choose(type, type, true)) return false;
+    const profile_scope step(plan_name);
+    return prepare(params) && plan.convert_in_place(*this, image, params, scratch);
 }
 
 } // namespace img_pipe

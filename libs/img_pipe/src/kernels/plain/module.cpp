@@ -5,9 +5,8 @@ namespace img_pipe {
 namespace {
 
 kernel_fn convert(img_type destination, img_type source) {
-    for (const kernel_lookup find :
-         {&plain::find_sample_lines, &plain::find_colour_lines, &plain::find_polarisation, &plain::find_pwl,
-          &plain::find_float_samples})
+    for (const kernel_lookup find : {&plain::find_sample_lines, &plain::find_colour_lines, &plain::find_polarisation,
+                                     &plain::find_pwl, &plain::find_float_samples})
         if (const kernel_fn found = find(destination, source)) return found;
     return nullptr;
 }
