@@ -28,6 +28,7 @@ public:
           params(static_cast<const demosaic_params*>(call.params)),
           first(first_),
           width(width_),
+          large(std::int64_t{call.image_height} * call.dst.plane_data[0].stride >= (std::int64_t{8} << 20)),
           planar(call.dst.format == fcc("I420") || call.dst.format == fcc("YV12")) {
         if (matrix()) fixed = fixed_of(params->matrix, narrow_lanes ? 255 << 7 : 32767);
         for (int i = 0; i < 3; ++i) {
@@ -43,6 +44,8 @@ public:
     three<T> colours() const { return lines; }
     // Whether colours go out as they come.
     bool neutral() const { return !matrix() && !gamma(); }
+    // A picture that leaves no room in the last cache is not put there: nothing is fetched only to be overwritten.
+    bool past_caches() const { return large; }
     std::uint8_t* at(std::int32_t y, std::int32_t pixel_bytes) const { return line_of(dst, y) + first * pixel_bytes; }
 
     // Writes line y from colours().
@@ -74,7 +77,8 @@ private:
         if (matrix()) Rows<T>::fixed_matrix(fixed, 0, width, lines);
         for (int i = 0; i < 3; ++i)
             if constexpr (narrow_lanes) {
-                if (gamma()) look_up(params->gamma8, width, lines.line[i]);
+                if (gamma())
+                    Rows<T>::look_up_sites(params->gamma8, params->gamma8, lines.line[i], width, lines.line[i]);
             } else if (gamma()) {
                 look_up_byte(params->gamma, lines.line[i], width, bytes.line[i]);
             } else {
@@ -93,7 +97,8 @@ private:
             Rows<T>::matrix16(m, in, 0, width, lines);
         }
         if (gamma())
-            for (T* line : lines.line) look_up(params->gamma, width, line);
+            for (T* line : lines.line)
+                for (std::int32_t x = 0; x < width; ++x) line[x] = params->gamma[line[x]];
         Rows<T>::join16(in, 0, width, at(y, 8));
     }
 
@@ -110,7 +115,7 @@ private:
     const img_descriptor& dst;
     const demosaic_params* params;
     std::int32_t first, width;
-    bool planar;
+    bool large, planar;
     fixed_matrix fixed{};
     three<T> lines{};
     three8 bytes{}, yuv[2]{};

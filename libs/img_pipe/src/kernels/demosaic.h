@@ -17,7 +17,7 @@ constexpr std::int32_t lead = 16;        // pixels that a tile reads on each sid
 constexpr std::int32_t first_step = -lead / 2;
 constexpr std::int32_t cells_before = 64 - first_step, cells_behind = 64;
 // Cells of a tile: with those around it a whole number of vectors.
-constexpr std::int32_t tile_cells = 992;
+constexpr std::int32_t tile_cells = 2048;
 
 // Half lines by line number, a power of two of them.
 template <class T>
@@ -51,17 +51,18 @@ public:
           green(take(4)),
           difference(take(4)),
           raw(take_line<std::uint16_t>(at, 2 * cells + 2 * lead) + lead),
-          out(call_, first, width, at) {}
+          out(call_, first, width, at) {
+        find_mirrored();
+    }
 
     void run() {
         for (std::int32_t y = -5; y < call.src.height + 5; ++y) {
             load(y);
             if (y >= -1) find_candidates(y - 2);
-            if (y >= 1)
-                Rows<T>::steps(difference_v[y - 4], difference_v[y - 2], first_step, cells + 2, step_v[y - 4]);
             if (y >= 3) choose(y - 4);
             if (y >= 5) emit(y - 5);
         }
+        Rows<T>::finish();
     }
 
 private:
@@ -84,10 +85,25 @@ private:
         const std::uint8_t* from = line_of(call.src, line - call.first_line) + line_bytes(in, begin);
         const std::int32_t shift = (begin - first) / 2;
         split(y, from, read_end(call, in, line - call.first_line), end - begin, half[0][y] + shift, half[1][y] + shift);
-        // Not (x odd ? odd : even)[...]: g++ 12 with UBSan computes such an index on one of the two ways only.
-        const auto at_pixel = [&](std::int32_t x) -> T& { return half[x & 1][y][(x - first) >> 1]; };
-        for (std::int32_t x = first - 2 * mosaic_reach; x < begin; ++x) at_pixel(x) = at_pixel(mirror(x, all));
-        for (std::int32_t x = end; x < first + 2 * (cells + mosaic_reach); ++x) at_pixel(x) = at_pixel(mirror(x, all));
+        for (std::int32_t i = 0; i < mirrored_count; ++i) {
+            const mirrored_cell& m = mirrored[i];
+            half[m.side][y][m.to] = half[m.from_side][y][m.from];
+        }
+    }
+
+    // Finds the cells beyond the image's edges, and those that they mirror.
+    void find_mirrored() {
+        const std::int32_t all = call.src.width;
+        const auto add = [&](std::int32_t x) {
+            const std::int32_t from = mirror(x, all);
+            mirrored[mirrored_count++] = {x & 1, (x - first) >> 1, from & 1, (from - first) >> 1};
+        };
+        for (std::int32_t x = first - 2 * mosaic_reach; x < first && x < 0; ++x) add(x);
+        for (std::int32_t x = all; x < first + 2 * (cells + mosaic_reach); ++x) add(x);
+    }
+
+    const std::uint8_t* source_line(std::int32_t y) const {
+        return line_of(call.src, mirror(call.first_line + y, call.image_height) - call.first_line) + line_bytes(in, first);
     }
 
     void split(std::int32_t y, const std::uint8_t* from, const std::uint8_t* from_end, std::int32_t n, T* even, T* odd) {
@@ -104,7 +120,7 @@ private:
 
     void find_candidates(std::int32_t y) {
         Rows<T>::candidates({c(y), g(y), g(y - 1), g(y + 1), c(y - 2), c(y + 2), c_first(y)}, first_step, cells + 3,
-                            {green_h[y], green_v[y], difference_h[y], difference_v[y]});
+                            {green_h[y], green_v[y], difference_h[y], difference_v[y], difference_v[y - 2], step_v[y - 2]});
         Rows<T>::steps(difference_h[y], difference_h[y] + 1, first_step, cells + 2, step_h[y]);
     }
 
@@ -114,7 +130,9 @@ private:
                          green_h[y],
                          {green_v[y - 2], green_v[y], green_v[y + 2]},
                          {c(y - 2), c(y), c(y + 2)},
-                         c_first(y)},
+                         c_first(y),
+                         source_line(y + 6),
+                         sizeof(T) == 1 && in.pack == packing::plain8 ? 2 : 4},
                         first_step, cells + 1, green[y], difference[y]);
     }
 
@@ -133,7 +151,7 @@ private:
                                     red(y)};
         if constexpr (sizeof(T) == 1)
             if (call.dst.format == fcc("BGR4") && out.neutral())
-                return Rows<T>::colours_bgr4(lines, width, out.colours(), out.at(y, 4));
+                return Rows<T>::colours_bgr4(lines, width, out.colours(), out.past_caches(), out.at(y, 4));
         Rows<T>::colours(lines, 0, cells, out.colours());
         out.put(y);
     }
@@ -147,6 +165,10 @@ private:
     std::byte* at;
     half_ring<T> half[2], green_h, green_v, difference_h, difference_v, step_h, step_v, green, difference;
     std::uint16_t* raw;
+    struct mirrored_cell {
+        std::int32_t side, to, from_side, from;
+    } mirrored[4 * mosaic_reach + 2];
+    std::int32_t mirrored_count = 0;
     colour_out<Rows, T> out;
 };
 

@@ -93,6 +93,11 @@ void sample_lines(const kernel_call& call) {
             Rows::store(out, to, line_end(call.dst, y, out_bytes), width, reinterpret_cast<const std::uint16_t*>(from));
             continue;
         }
+        if (samples != nullptr && in_place && in.pack == packing::plain16 && in.shift == 0 && out.shift == 0 &&
+            holds_words(to)) {
+            Rows::correct(*samples, call.first_line + y, width, reinterpret_cast<std::uint16_t*>(to));
+            continue;
+        }
         Rows::load(in, from, end, width, line);
         if (samples != nullptr) Rows::correct(*samples, call.first_line + y, width, line);
         Rows::store(out, to, line_end(call.dst, y, out_bytes), width, line);

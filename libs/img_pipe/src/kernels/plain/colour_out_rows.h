@@ -69,11 +69,6 @@ template <class T>
     }
 }
 
-template <class T>
-[[maybe_unused]] void look_up(const T* table, std::int32_t n, T* line) {
-    for (std::int32_t x = 0; x < n; ++x) line[x] = table[line[x]];
-}
-
 // The upper byte of what the table gives.
 [[maybe_unused]] void look_up_byte(const std::uint16_t* table, const std::uint16_t* line, std::int32_t n,
                                    std::uint8_t* out) {

@@ -5,15 +5,18 @@ namespace img_pipe::plain {
 
 namespace {
 
-void colours_bgr4(const mosaic_lines<std::uint8_t>& in, std::int32_t width, three8 line, std::uint8_t* to) {
+void colours_bgr4(const mosaic_lines<std::uint8_t>& in, std::int32_t width, three8 line, bool, std::uint8_t* to) {
     colours(in, 0, (width + 1) / 2, line);
     join_bgr(4, {{line.line[0], line.line[1], line.line[2]}}, 0, width, to);
 }
+
+void finish() {}
 
 template <class T>
 struct rows {
     static constexpr auto load = &load_line;
     static constexpr auto correct = &correct_line;
+    static constexpr auto look_up_sites = &img_pipe::look_up_sites;
     static constexpr auto split_line = &img_pipe::split_line<T>;
     static constexpr auto split_bytes = &img_pipe::split_bytes;
     static constexpr auto split_words = &img_pipe::split_words;
@@ -22,6 +25,7 @@ struct rows {
     static constexpr auto choose = &img_pipe::choose<T>;
     static constexpr auto colours = &img_pipe::colours<T>;
     static constexpr auto colours_bgr4 = &plain::colours_bgr4;
+    static constexpr auto finish = &plain::finish;
     static constexpr auto fixed_matrix = &apply_fixed_matrix<T>;
     static constexpr auto matrix16 = &apply_matrix<std::uint16_t>;
     static constexpr auto narrow = &img_pipe::narrow;

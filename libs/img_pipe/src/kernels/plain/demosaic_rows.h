@@ -31,6 +31,8 @@ struct green_lines {
 template <class T>
 struct candidate_lines {
     T *h, *v, *difference_h, *difference_v;
+    const T* difference_above; // difference_v two lines above
+    T* step_v;                 // how far the two stand apart
 };
 
 template <class T>
@@ -41,6 +43,8 @@ struct vote_lines {
     const T* v[3];      // and of lines y - 2, y, y + 2 across
     const T* c[3];      // samples of these lines
     bool c_first;
+    const std::uint8_t* ahead; // a line that is read soon: a vector level may fetch it, ahead_step bytes for each cell
+    std::int32_t ahead_step;
 };
 
 template <class T>
@@ -119,6 +123,7 @@ template <class T>
         out.v[k] = static_cast<T>(v);
         out.difference_h[k] = static_cast<T>(half_difference<T>(c, h));
         out.difference_v[k] = static_cast<T>(half_difference<T>(c, v));
+        out.step_v[k] = static_cast<T>(apart(out.difference_v[k], out.difference_above[k]));
     }
 }
 

@@ -13,6 +13,7 @@ template <class T>
 struct rows {
     static constexpr auto load = &load_line_v;
     static constexpr auto correct = &correct_line_v;
+    static constexpr auto look_up_sites = &look_up_sites_v;
     static constexpr auto split_line = &split_line_v<T>;
     static constexpr auto split_bytes = &split_bytes_v;
     static constexpr auto split_words = &split_words_v;
@@ -21,6 +22,7 @@ struct rows {
     static constexpr auto choose = &choose_v<T>;
     static constexpr auto colours = &colours_v<T>;
     static constexpr auto colours_bgr4 = &colours_bgr4_v;
+    static constexpr auto finish = &finish_v;
     static constexpr auto fixed_matrix = &fixed_matrix_v<T>;
     static constexpr auto matrix16 = &apply_matrix_v<std::uint16_t>;
     static constexpr auto narrow = &narrow_v;

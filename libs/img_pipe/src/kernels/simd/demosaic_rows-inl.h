@@ -111,8 +111,10 @@ HWY_INLINE vec<T> green_between_v(vec<T> c, vec<T> g0, vec<T> g1, vec<T> c0, vec
 }
 
 template <bool c_first, class T>
-HWY_ATTR void candidates_of(const green_lines<T>& in, std::int32_t first, std::int32_t end,
-                            const candidate_lines<T>& out) {
+HWY_ATTR void candidates_of(const green_lines<T>& in_, std::int32_t first, std::int32_t end,
+                            const candidate_lines<T>& out_) {
+    const auto in = in_;
+    const auto out = out_;
     constexpr std::int32_t w = c_first ? -1 : 0;
     for (std::int32_t k = first; k < end; k += lane_count<T>) {
         const auto c = get(in.c + k);
@@ -127,7 +129,9 @@ HWY_ATTR void candidates_of(const green_lines<T>& in, std::int32_t first, std::i
         put(h, out.h + k);
         put(v, out.v + k);
         put(half_difference_v<T>(c, h), out.difference_h + k);
-        put(half_difference_v<T>(c, v), out.difference_v + k);
+        const auto difference_v = half_difference_v<T>(c, v);
+        put(difference_v, out.difference_v + k);
+        put(difference_of(difference_v, get(out.difference_above + k)), out.step_v + k);
     }
 }
 
@@ -143,7 +147,8 @@ HWY_ATTR void steps_v(const T* a, const T* b, std::int32_t first, std::int32_t e
 }
 
 template <bool c_first, class T>
-HWY_ATTR void choose_of(const vote_lines<T>& in, std::int32_t first, std::int32_t end, T* green, T* difference) {
+HWY_ATTR void choose_of(const vote_lines<T>& in_, std::int32_t first, std::int32_t end, T* green, T* difference) {
+    const auto in = in_;
     const lanes_of<T> tag;
     const auto zero = hn::Zero(tag);
     constexpr std::int32_t w = c_first ? -1 : 0;
@@ -164,6 +169,7 @@ HWY_ATTR void choose_of(const vote_lines<T>& in, std::int32_t first, std::int32_
         const auto chosen = hn::IfThenElse(not_h, hn::IfThenElse(not_v, mean(h, v), v), h);
         put(chosen, green + k);
         put(half_difference_v<T>(c, chosen), difference + k);
+        __builtin_prefetch(in.ahead + static_cast<std::ptrdiff_t>(k) * in.ahead_step);
     }
 }
 
@@ -235,7 +241,8 @@ HWY_INLINE void put_by_turns(vec<T> even, vec<T> odd, T* to) {
 }
 
 template <bool c_first, bool red, class T>
-HWY_ATTR void colours_of(const mosaic_lines<T>& in, std::int32_t first, std::int32_t end, three<T> out) {
+HWY_ATTR void colours_of(const mosaic_lines<T>& in_, std::int32_t first, std::int32_t end, three<T> out) {
+    const auto in = in_;
     for (std::int32_t k = first; k < end; k += lane_count<T>) {
         const auto c = colours_at<c_first, red>(in, k);
         for (int i = 0; i < 3; ++i) put_by_turns(c.even[i], c.odd[i], out.line[i] + 2 * k);
@@ -250,8 +257,15 @@ HWY_ATTR void colours_v(const mosaic_lines<T>& in, std::int32_t first, std::int3
         (in.red ? colours_of<false, true, T> : colours_of<false, false, T>)(in, first, end, out);
 }
 
+HWY_INLINE void put_bytes(bool past_caches, vec<std::uint8_t> v, std::uint8_t* to) {
+    if (past_caches)
+        hn::Stream(v, lanes_of<std::uint8_t>(), to);
+    else
+        put(v, to);
+}
+
 // 2 * lanes pixels.
-HWY_INLINE void put_bgr4(const cell_colours<vec<std::uint8_t>>& c, std::uint8_t* to) {
+HWY_INLINE void put_bgr4(const cell_colours<vec<std::uint8_t>>& c, bool past_caches, std::uint8_t* to) {
     const lanes_of<std::uint8_t> tag;
     const lanes_of<std::uint16_t> wide;
     const auto opaque = hn::Set(tag, std::uint8_t{255});
@@ -266,15 +280,15 @@ HWY_INLINE void put_bgr4(const cell_colours<vec<std::uint8_t>>& c, std::uint8_t*
         const auto p3 = hn::BitCast(tag, hn::InterleaveUpper(wide, bg1, ra1));
 #if HWY_TARGET == HWY_AVX2
         // The upper halves hold pixels 32 columns on.
-        put(hn::ConcatLowerLower(tag, p1, p0), p);
-        put(hn::ConcatLowerLower(tag, p3, p2), p + 32);
-        put(hn::ConcatUpperUpper(tag, p1, p0), p + 128);
-        put(hn::ConcatUpperUpper(tag, p3, p2), p + 160);
+        put_bytes(past_caches, hn::ConcatLowerLower(tag, p1, p0), p);
+        put_bytes(past_caches, hn::ConcatLowerLower(tag, p3, p2), p + 32);
+        put_bytes(past_caches, hn::ConcatUpperUpper(tag, p1, p0), p + 128);
+        put_bytes(past_caches, hn::ConcatUpperUpper(tag, p3, p2), p + 160);
 #else
-        put(p0, p);
-        put(p1, p + 16);
-        put(p2, p + 32);
-        put(p3, p + 48);
+        put_bytes(past_caches, p0, p);
+        put_bytes(past_caches, p1, p + 16);
+        put_bytes(past_caches, p2, p + 32);
+        put_bytes(past_caches, p3, p + 48);
 #endif
     };
     part(hn::InterleaveLower(tag, c.even[0], c.odd[0]), hn::InterleaveLower(tag, c.even[1], c.odd[1]),
@@ -284,24 +298,30 @@ HWY_INLINE void put_bgr4(const cell_colours<vec<std::uint8_t>>& c, std::uint8_t*
 }
 
 template <bool c_first, bool red>
-HWY_ATTR std::int32_t colours_bgr4_of(const mosaic_lines<std::uint8_t>& in, std::int32_t width, std::uint8_t* to) {
+HWY_ATTR std::int32_t colours_bgr4_of(const mosaic_lines<std::uint8_t>& in_, std::int32_t width, bool past_caches,
+                                      std::uint8_t* to) {
+    const auto in = in_;
     constexpr std::int32_t step = lane_count<std::uint8_t>;
     std::int32_t k = 0;
-    for (; 2 * (k + step) <= width; k += step) put_bgr4(colours_at<c_first, red>(in, k), to + 8 * k);
+    for (; 2 * (k + step) <= width; k += step) put_bgr4(colours_at<c_first, red>(in, k), past_caches, to + 8 * k);
     return k;
 }
 
 // colours and join_bgr at once; `line` is room for what is no whole vector.
 [[maybe_unused]] HWY_ATTR void colours_bgr4_v(const mosaic_lines<std::uint8_t>& in, std::int32_t width, three8 line,
-                                              std::uint8_t* to) {
+                                              bool past_caches, std::uint8_t* to) {
     const auto whole = in.c_first ? in.red ? colours_bgr4_of<true, true> : colours_bgr4_of<true, false>
                        : in.red   ? colours_bgr4_of<false, true>
                                   : colours_bgr4_of<false, false>;
-    const std::int32_t k = whole(in, width, to);
+    const bool aligned = reinterpret_cast<std::uintptr_t>(to) % static_cast<std::size_t>(lane_count<std::uint8_t>) == 0;
+    const std::int32_t k = whole(in, width, past_caches && aligned, to);
     if (2 * k >= width) return;
     colours_v(in, k, (width + 1) / 2, line);
     join_bgr(4, {{line.line[0], line.line[1], line.line[2]}}, 2 * k, width, to);
 }
+
+// Once all lines are written: what went past the caches is there for other threads too.
+[[maybe_unused]] HWY_ATTR void finish_v() { _mm_sfence(); }
 
 // The arithmetic of apply_fixed_matrix on a vector of 15-bit samples: products of pairs, added up in 32 bits.
 HWY_INLINE void fixed_matrix_15(const fixed_matrix& f, hn::Vec<hn::ScalableTag<std::int16_t>> (&v)[3]) {

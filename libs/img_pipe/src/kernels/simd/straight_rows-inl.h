@@ -20,7 +20,6 @@ constexpr block_table chroma_to_words(int place) {
     return t;
 }
 constexpr block_table chroma_at[4] = {chroma_to_words(0), chroma_to_words(1), chroma_to_words(2), chroma_to_words(3)};
-constexpr block_table without_alpha = {{0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 0x80, 0x80, 0x80, 0x80}};
 constexpr block_table with_alpha = {{0, 1, 2, 0x80, 3, 4, 5, 0x80, 6, 7, 8, 0x80, 9, 10, 11, 0x80}};
 
 HWY_INLINE v8 blocks(const block_table& t) { return hn::LoadDup128(d8(), t.at); }
@@ -36,48 +35,76 @@ HWY_INLINE void in_order(v8& a, v8& b) {
 #endif
 }
 
-// Four pixels of each block, three bytes each; the last block's store reaches four bytes too far.
-HWY_INLINE void put_bgr3(v8 bgra, std::uint8_t* p) { store_groups(hn::TableLookupBytesOr0(bgra, blocks(without_alpha)), p, 12); }
+// As pack_bytes, of two vectors of consecutive pixels.
+HWY_INLINE v8 pack_in_order(v16i first, v16i second) {
+#if HWY_TARGET == HWY_AVX2
+    return v8{_mm256_permute4x64_epi64(pack_bytes(first, second).raw, 0xD8)};
+#else
+    return pack_bytes(first, second);
+#endif
+}
+
+struct words_bgr {
+    v16i b, g, r;
+};
+
+// Packed YUV of two-pixel groups.
+class yuv_words {
+public:
+    HWY_INLINE explicit yuv_words(const yuv_group& group)
+        : luma_first(group.y[0] == 0), u_at(blocks(chroma_at[group.u])), v_at(blocks(chroma_at[group.v])) {}
+    // One vector of groups to colours that are not clamped yet.
+    HWY_INLINE words_bgr at(const std::uint8_t* p) const {
+        const d16 wide;
+        const d16i tag;
+        const auto set = [&](std::int32_t v) HWY_ATTR { return hn::Set(tag, static_cast<std::int16_t>(v)); };
+        const auto middle = hn::Set(wide, std::uint16_t{0x8000});
+        const auto in = hn::LoadU(d8(), p);
+        const auto words = hn::BitCast(wide, in);
+        const auto luma = luma_first ? hn::And(words, hn::Set(wide, std::uint16_t{0x00FF})) : hn::ShiftRight<8>(words);
+        const auto y = hn::Add(hn::BitCast(tag, hn::ShiftLeft<6>(luma)), set(32));
+        // A sample in the upper byte of a word is that sample times 256, around 0.
+        const auto chroma = [&](v8 from) HWY_ATTR {
+            return hn::BitCast(tag, hn::Xor(hn::BitCast(wide, hn::TableLookupBytesOr0(in, from)), middle));
+        };
+        const auto u = chroma(u_at), v = chroma(v_at);
+        const auto times = [&](v16i c, std::int32_t weight) HWY_ATTR { return hn::MulFixedPoint15(c, set(weight)); };
+        return {hn::ShiftRight<6>(hn::Add(y, times(u, b_of_u))),
+                hn::ShiftRight<6>(hn::Sub(hn::Sub(y, times(u, g_of_u)), times(v, g_of_v))),
+                hn::ShiftRight<6>(hn::Add(y, times(v, r_of_v)))};
+    }
+
+private:
+    bool luma_first;
+    v8 u_at, v_at;
+};
 
 [[maybe_unused]] HWY_ATTR std::int32_t yuv_to_bgr_straight_v(const yuv_group& group, const std::uint8_t* p,
                                                              std::int32_t n, std::int32_t channels,
                                                              std::uint8_t* out) {
     if (group.pixels != 2) return 0;
     const d16 wide;
-    const d16i tag;
-    const auto set = [&](std::int32_t v) HWY_ATTR { return hn::Set(tag, static_cast<std::int16_t>(v)); };
-    const auto bu = set(b_of_u), gu = set(g_of_u), gv = set(g_of_v), rv = set(r_of_v), half = set(32);
-    const auto middle = hn::Set(wide, std::uint16_t{0x8000}), low = hn::Set(wide, std::uint16_t{0x00FF});
-    const auto u_at = blocks(chroma_at[group.u]), v_at = blocks(chroma_at[group.v]);
-    const auto opaque = set(255);
-    const bool luma_first = group.y[0] == 0;
-    const std::int32_t end = channels == 3 ? n - 2 : n;
+    const yuv_words colours(group);
+    const auto opaque = hn::Set(d16i(), std::int16_t{255});
     std::int32_t x = 0;
-    for (; x + lanes16 <= end; x += lanes16) {
-        const auto in = hn::LoadU(d8(), p + 2 * x);
-        const auto words = hn::BitCast(wide, in);
-        const auto luma = luma_first ? hn::And(words, low) : hn::ShiftRight<8>(words);
-        const auto y = hn::Add(hn::BitCast(tag, hn::ShiftLeft<6>(luma)), half);
-        const auto u = hn::BitCast(tag, hn::Xor(hn::BitCast(wide, hn::TableLookupBytesOr0(in, u_at)), middle));
-        const auto v = hn::BitCast(tag, hn::Xor(hn::BitCast(wide, hn::TableLookupBytesOr0(in, v_at)), middle));
-        // Words without a sample in the lower byte are that sample times 256 around 0.
-        const auto b = hn::ShiftRight<6>(hn::Add(y, hn::MulFixedPoint15(u, bu)));
-        const auto g = hn::ShiftRight<6>(hn::Sub(hn::Sub(y, hn::MulFixedPoint15(u, gu)), hn::MulFixedPoint15(v, gv)));
-        const auto r = hn::ShiftRight<6>(hn::Add(y, hn::MulFixedPoint15(v, rv)));
-        const auto br = pack_bytes(b, r), ga = pack_bytes(g, opaque);
-        const auto bg = hn::BitCast(wide, hn::InterleaveLower(d8(), br, ga));
-        const auto ra = hn::BitCast(wide, hn::InterleaveUpper(d8(), br, ga));
-        auto first = hn::BitCast(d8(), hn::InterleaveLower(wide, bg, ra));
-        auto second = hn::BitCast(d8(), hn::InterleaveUpper(wide, bg, ra));
-        in_order(first, second);
-        if (channels == 4) {
+    if (channels == 3)
+        for (; x + lanes8 <= n; x += lanes8) {
+            const auto first = colours.at(p + 2 * x), second = colours.at(p + 2 * x + lanes8);
+            hn::StoreInterleaved3(pack_in_order(first.b, second.b), pack_in_order(first.g, second.g),
+                                  pack_in_order(first.r, second.r), d8(), out + 3 * x);
+        }
+    else
+        for (; x + lanes16 <= n; x += lanes16) {
+            const auto c = colours.at(p + 2 * x);
+            const auto br = pack_bytes(c.b, c.r), ga = pack_bytes(c.g, opaque);
+            const auto bg = hn::BitCast(wide, hn::InterleaveLower(d8(), br, ga));
+            const auto ra = hn::BitCast(wide, hn::InterleaveUpper(d8(), br, ga));
+            auto first = hn::BitCast(d8(), hn::InterleaveLower(wide, bg, ra));
+            auto second = hn::BitCast(d8(), hn::InterleaveUpper(wide, bg, ra));
+            in_order(first, second);
             hn::StoreU(first, d8(), out + 4 * x);
             hn::StoreU(second, d8(), out + 4 * x + lanes8);
-        } else {
-            put_bgr3(first, out + 3 * x);
-            put_bgr3(second, out + 3 * x + lanes8 * 3 / 4);
         }
-    }
     return x;
 }
 
