@@ -97,7 +97,7 @@ picture_converter::picture_converter(const picture_format& from, const picture_f
     }
     if (!found) {
         std::string list;
-        for (const uint32_t id : img_pipe::find_transform_outputs(begin))
+        for (const uint32_t id : begin == 0 ? std::vector<uint32_t>{} : img_pipe::find_transform_outputs(begin))
             list += fmt::format("{}{}", list.empty() ? "" : ", ", img_pipe::fcc_name(id));
         throw std::runtime_error(fmt::format("There is no conversion from {} to {}{}.", from.name, to.name,
                                              list.empty() ? "" : "; there is one to " + list));
