@@ -119,7 +119,11 @@ constexpr conversion conversions[] = {
     {"planes_kept", "I420", "I420", "abcduv"sv, "abcduv"sv},
     {"planes_missing", "I420", "I420", "abcd"sv, ""sv},
     {"half_samples", "RGB565p", "BGR8", "\x1F\0\xE0\x07\0\xF8\xFF\xFF"sv, "\0\0\xFF\0\xFF\0\xFF\0\0\xFF\xFF\xFF"sv},
-    {"luma_as_it_is", "YCbCr422_8_CbYCrY", "Mono8", "\0a\xFFb\xFFc\0d"sv, "abcd"sv},
+    {"luma_as_it_is", "YCbCr422_8_CbYCrY", "Mono8",
+     "\0a\xFF"
+     "b\xFF"
+     "c\0d"sv,
+     "abcd"sv},
     {"no_way_at_all", "YCbCr422_10p", "Mono8", "abcdefghij"sv, ""sv},
     {"never_through_grey", "YUV422_8", "I420", "abcdefgh"sv, ""sv},
 };
