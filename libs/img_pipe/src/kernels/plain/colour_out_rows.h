@@ -6,8 +6,8 @@
 namespace img_pipe {
 namespace {
 
-// A colour matrix in fixed point: products are rounded to `bits` fractional bits each; no sum of them overflows 16 bits.
-// Lines are blue, green, red, as everywhere; rows and columns of `m` too.
+// A colour matrix in fixed point: products are rounded to `bits` fractional bits each; no sum of them overflows 16
+// bits. Lines are blue, green, red, as everywhere; rows and columns of `m` too.
 struct fixed_matrix {
     std::int16_t m[3][3];
     std::int16_t offset[3];
