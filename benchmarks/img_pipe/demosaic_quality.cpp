@@ -180,7 +180,6 @@ int main(int argc, char** argv) {
     std::printf("\n\nahead of edge-aware by %.2f dB on average, %.2f at worst; behind the reference by %.2f dB on "
                 "average, %.2f at worst\n",
                 (total[of_ours].cpsnr - total[of_edge_aware].cpsnr) / rows, worst_lead,
-                (total[of_reference].cpsnr - total[of_ours].cpsnr) / rows,
-                worst_gap);
+                (total[of_reference].cpsnr - total[of_ours].cpsnr) / rows, worst_gap);
     return 0;
 }

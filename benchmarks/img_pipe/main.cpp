@@ -133,9 +133,8 @@ void report(const task& what, int width, int height, int threads, const options&
     };
     std::vector<std::function<void(std::size_t)>> roads;
     for (std::size_t level = 0; level < std::size(masks); ++level)
-        roads.emplace_back([&, level](std::size_t i) {
-            run_by_pipe(pipes[level], what, masks[level] & cpu_mask(), threads, job(i));
-        });
+        roads.emplace_back(
+            [&, level](std::size_t i) { run_by_pipe(pipes[level], what, masks[level] & cpu_mask(), threads, job(i)); });
     if (what.opencv != nullptr)
         roads.emplace_back([&](std::size_t i) { what.opencv(job(i)); });
     else

@@ -63,8 +63,7 @@ private:
         if (to == pixels::grey && out_samples.pack == packing::plain8) {
             if (const std::int32_t channels = channels_of(from); channels != 0)
                 return Rows::bgr_to_luma_straight(channels, in + channels * x, n, out + x);
-            if (from == pixels::yuv)
-                return Rows::luma_straight(in_group, in + yuv_line_bytes(in_group, x), n, out + x);
+            if (from == pixels::yuv) return Rows::luma_straight(in_group, in + yuv_line_bytes(in_group, x), n, out + x);
         }
         return 0;
     }

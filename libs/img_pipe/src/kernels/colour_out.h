@@ -33,8 +33,8 @@ public:
         if (matrix()) fixed = fixed_of(params->matrix, narrow_lanes ? 255 << 7 : 32767);
         for (int i = 0; i < 3; ++i) {
             lines.line[i] = take_line<T>(scratch, width);
-            bytes.line[i] = narrow_lanes ? reinterpret_cast<std::uint8_t*>(lines.line[i])
-                                         : take_line<std::uint8_t>(scratch, width);
+            bytes.line[i] =
+                narrow_lanes ? reinterpret_cast<std::uint8_t*>(lines.line[i]) : take_line<std::uint8_t>(scratch, width);
             if (planar)
                 for (three8& line : yuv) line.line[i] = take_line<std::uint8_t>(scratch, width);
         }

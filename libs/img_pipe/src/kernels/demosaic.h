@@ -16,7 +16,8 @@ constexpr std::int32_t lead = 16;        // pixels that a tile reads on each sid
 // never used.
 constexpr std::int32_t first_step = -lead / 2;
 constexpr std::int32_t cells_before = 64 - first_step, cells_behind = 64;
-// Cells of a tile: with those around it a whole number of vectors.
+// Cells of a tile. Lines longer than this are rare: a tile writes each line of the destination in a piece, and memory
+// likes long pieces.
 constexpr std::int32_t tile_cells = 2048;
 
 // Half lines by line number, a power of two of them.
@@ -46,7 +47,7 @@ public:
           green_v(take(8)),
           difference_h(take(1)),
           difference_v(take(4)),
-          step_h(take(8)),
+          step_h(take(4)),
           step_v(take(4)),
           green(take(4)),
           difference(take(4)),
@@ -102,10 +103,6 @@ private:
         for (std::int32_t x = all; x < first + 2 * (cells + mosaic_reach); ++x) add(x);
     }
 
-    const std::uint8_t* source_line(std::int32_t y) const {
-        return line_of(call.src, mirror(call.first_line + y, call.image_height) - call.first_line) + line_bytes(in, first);
-    }
-
     void split(std::int32_t y, const std::uint8_t* from, const std::uint8_t* from_end, std::int32_t n, T* even, T* odd) {
         if constexpr (sizeof(T) == 1)
             if (!corrected) {
@@ -119,36 +116,26 @@ private:
     }
 
     void find_candidates(std::int32_t y) {
-        Rows<T>::candidates({c(y), g(y), g(y - 1), g(y + 1), c(y - 2), c(y + 2), c_first(y)}, first_step, cells + 3,
-                            {green_h[y], green_v[y], difference_h[y], difference_v[y], difference_v[y - 2], step_v[y - 2]});
+        Rows<T>::candidates(
+            {c(y), g(y), g(y - 1), g(y + 1), c(y - 2), c(y + 2), c_first(y)}, first_step, cells + 3,
+            {green_h[y], green_v[y], difference_h[y], difference_v[y], difference_v[y - 2], step_v[y - 2]});
         Rows<T>::steps(difference_h[y], difference_h[y] + 1, first_step, cells + 2, step_h[y]);
     }
 
     void choose(std::int32_t y) {
-        Rows<T>::choose({{step_h[y - 2], step_h[y - 1], step_h[y], step_h[y + 1], step_h[y + 2]},
+        Rows<T>::choose({{step_h[y - 1], step_h[y], step_h[y + 1]},
                          {step_v[y - 2], step_v[y - 1], step_v[y]},
                          green_h[y],
                          {green_v[y - 2], green_v[y], green_v[y + 2]},
                          {c(y - 2), c(y), c(y + 2)},
-                         c_first(y),
-                         source_line(y + 6),
-                         sizeof(T) == 1 && in.pack == packing::plain8 ? 2 : 4},
+                         c_first(y)},
                         first_step, cells + 1, green[y], difference[y]);
     }
 
     void emit(std::int32_t y) {
-        const mosaic_lines<T> lines{c(y),
-                                    g(y),
-                                    green[y],
-                                    difference[y],
-                                    c(y - 1),
-                                    green[y - 1],
-                                    difference[y - 1],
-                                    c(y + 1),
-                                    green[y + 1],
-                                    difference[y + 1],
-                                    c_first(y),
-                                    red(y)};
+        const mosaic_lines<T> lines{
+            c(y),     g(y),         green[y],          difference[y], c(y - 1), green[y - 1], difference[y - 1],
+            c(y + 1), green[y + 1], difference[y + 1], c_first(y),    red(y)};
         if constexpr (sizeof(T) == 1)
             if (call.dst.format == fcc("BGR4") && out.neutral())
                 return Rows<T>::colours_bgr4(lines, width, out.colours(), out.past_caches(), out.at(y, 4));

@@ -89,7 +89,8 @@ void sample_lines(const kernel_call& call) {
             Rows::load(in, from, end, width, reinterpret_cast<std::uint16_t*>(to));
             continue;
         }
-        if (as_they_are && in.pack == packing::plain16 && in.shift == 0 && holds_words(from) && end - from >= 2 * width) {
+        if (as_they_are && in.pack == packing::plain16 && in.shift == 0 && holds_words(from) &&
+            end - from >= 2 * width) {
             Rows::store(out, to, line_end(call.dst, y, out_bytes), width, reinterpret_cast<const std::uint16_t*>(from));
             continue;
         }

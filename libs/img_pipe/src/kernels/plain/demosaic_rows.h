@@ -17,6 +17,9 @@ constexpr std::int32_t middle_of = most_of<T> / 2 + 1;
 // Colour differences that are less than this apart, in counts, show no edge.
 template <class T>
 constexpr std::int32_t least_edge = 4 * (most_of<T> / 255);
+// Directions whose steps are no further apart than this, in halves of a count, are alike.
+template <class T>
+constexpr std::int32_t alike = 2 * (most_of<T> / 255);
 
 // What the search for the direction sees of a line: half lines of the line itself and its neighbours.
 template <class T>
@@ -37,21 +40,19 @@ struct candidate_lines {
 
 template <class T>
 struct vote_lines {
-    const T* step_h[5]; // of lines y - 2 .. y + 2: steps of the differences along the line between cells k and k + 1
+    const T* step_h[3]; // of lines y - 1 .. y + 1: steps of the differences along the line between cells k and k + 1
     const T* step_v[3]; // across: between lines y - 2 and y, y - 1 and y + 1, y and y + 2
     const T* h;         // green of this line along it,
     const T* v[3];      // and of lines y - 2, y, y + 2 across
     const T* c[3];      // samples of these lines
     bool c_first;
-    const std::uint8_t* ahead; // a line that is read soon: a vector level may fetch it, ahead_step bytes for each cell
-    std::int32_t ahead_step;
 };
 
 template <class T>
 struct mosaic_lines {
     const T *c, *g;
-    const T *green, *difference;                            // green at each c of this line, c's difference from it
-    const T *c_above, *green_above, *difference_above;      // of the other colour, in the line above
+    const T *green, *difference;                       // green at each c of this line, c's difference from it
+    const T *c_above, *green_above, *difference_above; // of the other colour, in the line above
     const T *c_below, *green_below, *difference_below;
     bool c_first;
     bool red; // c is red
@@ -133,25 +134,23 @@ template <class T>
     for (std::int32_t k = first; k < end; ++k) out[k] = static_cast<T>(apart(a[k], b[k]));
 }
 
-// The direction along which the colour differences change less in a window of 5 x 5, both where they are alike; then
-// c less the difference of this colour from green, smoothed along that direction.
+// The direction along which the colour differences around change less, both where they are alike; then c less the
+// difference of this colour from green, smoothed along that direction.
 template <class T>
 [[maybe_unused]] void choose(const vote_lines<T>& in, std::int32_t first, std::int32_t end, T* green, T* difference) {
     const std::int32_t w = in.c_first ? -1 : 0; // cell of the left neighbour in the lines above and below
     for (std::int32_t k = first; k < end; ++k) {
-        const auto pair = [&](int line) { return average(in.step_h[line][k - 1], in.step_h[line][k]); };
-        const auto column = [&](std::int32_t i) { return average(in.step_v[0][i], in.step_v[2][i]); };
         const std::int32_t along =
-            average(pair(2), average(average(pair(0), pair(4)), average(in.step_h[1][k + w], in.step_h[3][k + w])));
-        const std::int32_t across = average(column(k), average(average(column(k - 1), column(k + 1)),
-                                                               average(in.step_v[1][k + w], in.step_v[1][k + w + 1])));
+            average(average(in.step_h[1][k - 1], in.step_h[1][k]), average(in.step_h[0][k + w], in.step_h[2][k + w]));
+        const std::int32_t across =
+            average(average(in.step_v[0][k], in.step_v[2][k]), average(in.step_v[1][k + w], in.step_v[1][k + w + 1]));
         const std::int32_t c = in.c[1][k];
         const auto smoothed = [&](std::int32_t g, std::int32_t g0, std::int32_t g1, std::int32_t c0, std::int32_t c1) {
             return limited<T>(average(g, average(g0, g1)) + c - average(c, average(c0, c1)));
         };
         const std::int32_t h = smoothed(in.h[k], in.h[k - 1], in.h[k + 1], in.c[1][k - 1], in.c[1][k + 1]);
         const std::int32_t v = smoothed(in.v[1][k], in.v[0][k], in.v[2][k], in.c[0][k], in.c[2][k]);
-        const std::int32_t chosen = along < across ? h : across < along ? v : average(h, v);
+        const std::int32_t chosen = along + alike<T> < across ? h : across + alike<T> < along ? v : average(h, v);
         green[k] = static_cast<T>(chosen);
         difference[k] = static_cast<T>(half_difference<T>(c, chosen));
     }
@@ -182,17 +181,15 @@ template <class T>
         const auto range = [&](const T* a, const T* b) {
             return greater(greater(a[l], b[l]), greater(a[r], b[r])) - lesser(lesser(a[l], b[l]), lesser(a[r], b[r]));
         };
-        other[c] = static_cast<T>(colour_between<T>(
-            in.green[k], mean(in.c_above, in.c_below), mean(in.green_above, in.green_below),
-            range(in.c_above, in.c_below), range(in.difference_above, in.difference_below)));
-        own[g] = static_cast<T>(colour_between<T>(in.g[k], average(in.c[k + w], in.c[k + w + 1]),
-                                                  average(in.green[k + w], in.green[k + w + 1]),
-                                                  apart(in.c[k + w], in.c[k + w + 1]),
-                                                  apart(in.difference[k + w], in.difference[k + w + 1])));
-        other[g] = static_cast<T>(colour_between<T>(in.g[k], average(in.c_above[k], in.c_below[k]),
-                                                    average(in.green_above[k], in.green_below[k]),
-                                                    apart(in.c_above[k], in.c_below[k]),
-                                                    apart(in.difference_above[k], in.difference_below[k])));
+        other[c] = static_cast<T>(colour_between<T>(in.green[k], mean(in.c_above, in.c_below),
+                                                    mean(in.green_above, in.green_below), range(in.c_above, in.c_below),
+                                                    range(in.difference_above, in.difference_below)));
+        own[g] = static_cast<T>(colour_between<T>(
+            in.g[k], average(in.c[k + w], in.c[k + w + 1]), average(in.green[k + w], in.green[k + w + 1]),
+            apart(in.c[k + w], in.c[k + w + 1]), apart(in.difference[k + w], in.difference[k + w + 1])));
+        other[g] = static_cast<T>(colour_between<T>(
+            in.g[k], average(in.c_above[k], in.c_below[k]), average(in.green_above[k], in.green_below[k]),
+            apart(in.c_above[k], in.c_below[k]), apart(in.difference_above[k], in.difference_below[k])));
     }
 }
 

@@ -29,7 +29,8 @@ namespace hn = hwy::HWY_NAMESPACE;
     std::int32_t x = 0;
     for (; x + n <= width; x += n) {
         const auto v = hn::LoadU(du, line + x);
-        const auto low = corrected(hn::InterleaveLower(du, v, none)), high = corrected(hn::InterleaveUpper(du, v, none));
+        const auto low = corrected(hn::InterleaveLower(du, v, none)),
+                   high = corrected(hn::InterleaveUpper(du, v, none));
 #if HWY_TARGET == HWY_AVX2
         hn::StoreU(hn::Vec<decltype(du)>{_mm256_packus_epi32(low.raw, high.raw)}, du, line + x);
 #else
@@ -55,7 +56,8 @@ HWY_INLINE void split_table(const std::uint8_t* table, table_parts& parts) {
     for (int bit = 16; bit < 256; bit *= 2)
         for (int i = 0; i < 256; i += 16)
             if ((i & bit) != 0)
-                hn::Store(hn::Xor(hn::Load(block, parts.at + i), hn::Load(block, parts.at + (i ^ bit))), block, parts.at + i);
+                hn::Store(hn::Xor(hn::Load(block, parts.at + i), hn::Load(block, parts.at + (i ^ bit))), block,
+                          parts.at + i);
 }
 HWY_INLINE vec_bytes look_up_256(const table_parts& parts, vec_bytes v) {
     const bytes_tag tag;
@@ -64,7 +66,8 @@ HWY_INLINE vec_bytes look_up_256(const table_parts& parts, vec_bytes v) {
     const auto low = hn::And(v, hn::Set(tag, std::uint8_t{0x0F}));
     const auto words = hn::BitCast(wide, v);
     const auto is_set = [&](auto shifted) HWY_ATTR {
-        return hn::BitCast(tag, hn::VecFromMask(with_sign, hn::Lt(hn::BitCast(with_sign, shifted), hn::Zero(with_sign))));
+        return hn::BitCast(tag,
+                           hn::VecFromMask(with_sign, hn::Lt(hn::BitCast(with_sign, shifted), hn::Zero(with_sign))));
     };
     const auto bit4 = is_set(hn::ShiftLeft<3>(words)), bit5 = is_set(hn::ShiftLeft<2>(words)),
                bit6 = is_set(hn::ShiftLeft<1>(words)), bit7 = is_set(words);

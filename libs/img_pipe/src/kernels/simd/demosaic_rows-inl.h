@@ -110,6 +110,8 @@ HWY_INLINE vec<T> green_between_v(vec<T> c, vec<T> g0, vec<T> g1, vec<T> c0, vec
     return hn::Min(hn::Max(hn::Xor(hn::BitCast(tag, sum), middle), low), high);
 }
 
+// The records of lines are copied into the loops' functions: as references they would be read again after every store,
+// for bytes may lie anywhere.
 template <bool c_first, class T>
 HWY_ATTR void candidates_of(const green_lines<T>& in_, std::int32_t first, std::int32_t end,
                             const candidate_lines<T>& out_) {
@@ -150,26 +152,23 @@ template <bool c_first, class T>
 HWY_ATTR void choose_of(const vote_lines<T>& in_, std::int32_t first, std::int32_t end, T* green, T* difference) {
     const auto in = in_;
     const lanes_of<T> tag;
-    const auto zero = hn::Zero(tag);
+    const auto zero = hn::Zero(tag), margin = hn::Set(tag, static_cast<T>(alike<T>));
     constexpr std::int32_t w = c_first ? -1 : 0;
     for (std::int32_t k = first; k < end; k += lane_count<T>) {
-        const auto pair = [&](int line) HWY_ATTR { return mean(get(in.step_h[line] + k - 1), get(in.step_h[line] + k)); };
-        const auto column = [&](std::int32_t i) HWY_ATTR { return mean(get(in.step_v[0] + i), get(in.step_v[2] + i)); };
-        const auto along = mean(
-            pair(2), mean(mean(pair(0), pair(4)), mean(get(in.step_h[1] + k + w), get(in.step_h[3] + k + w))));
-        const auto across = mean(column(k), mean(mean(column(k - 1), column(k + 1)),
-                                                 mean(get(in.step_v[1] + k + w), get(in.step_v[1] + k + w + 1))));
+        const auto along = mean(mean(get(in.step_h[1] + k - 1), get(in.step_h[1] + k)),
+                                mean(get(in.step_h[0] + k + w), get(in.step_h[2] + k + w)));
+        const auto across = mean(mean(get(in.step_v[0] + k), get(in.step_v[2] + k)),
+                                 mean(get(in.step_v[1] + k + w), get(in.step_v[1] + k + w + 1)));
         const auto c = get(in.c[1] + k);
         const auto h = moved(mean(get(in.h + k), mean(get(in.h + k - 1), get(in.h + k + 1))), c,
                              mean(c, mean(get(in.c[1] + k - 1), get(in.c[1] + k + 1))));
         const auto v = moved(mean(get(in.v[1] + k), mean(get(in.v[0] + k), get(in.v[2] + k))), c,
                              mean(c, mean(get(in.c[0] + k), get(in.c[2] + k))));
-        const auto not_h = hn::Eq(hn::SaturatedSub(across, along), zero);
-        const auto not_v = hn::Eq(hn::SaturatedSub(along, across), zero);
+        const auto not_h = hn::Eq(hn::SaturatedSub(across, hn::SaturatedAdd(along, margin)), zero);
+        const auto not_v = hn::Eq(hn::SaturatedSub(along, hn::SaturatedAdd(across, margin)), zero);
         const auto chosen = hn::IfThenElse(not_h, hn::IfThenElse(not_v, mean(h, v), v), h);
         put(chosen, green + k);
         put(half_difference_v<T>(c, chosen), difference + k);
-        __builtin_prefetch(in.ahead + static_cast<std::ptrdiff_t>(k) * in.ahead_step);
     }
 }
 
@@ -189,8 +188,8 @@ HWY_INLINE neighbours<V> two(V c0, V c1, V g0, V g1, V d0, V d1) {
 }
 template <class V>
 HWY_INLINE neighbours<V> both(const neighbours<V>& a, const neighbours<V>& b) {
-    return {mean(a.c_mean, b.c_mean),     hn::Max(a.c_most, b.c_most), hn::Min(a.c_least, b.c_least),
-            mean(a.g_mean, b.g_mean),     hn::Max(a.d_most, b.d_most), hn::Min(a.d_least, b.d_least)};
+    return {mean(a.c_mean, b.c_mean), hn::Max(a.c_most, b.c_most), hn::Min(a.c_least, b.c_least),
+            mean(a.g_mean, b.g_mean), hn::Max(a.d_most, b.d_most), hn::Min(a.d_least, b.d_least)};
 }
 
 template <class T>
@@ -311,7 +310,7 @@ HWY_ATTR std::int32_t colours_bgr4_of(const mosaic_lines<std::uint8_t>& in_, std
 [[maybe_unused]] HWY_ATTR void colours_bgr4_v(const mosaic_lines<std::uint8_t>& in, std::int32_t width, three8 line,
                                               bool past_caches, std::uint8_t* to) {
     const auto whole = in.c_first ? in.red ? colours_bgr4_of<true, true> : colours_bgr4_of<true, false>
-                       : in.red   ? colours_bgr4_of<false, true>
+                       : in.red ? colours_bgr4_of<false, true>
                                   : colours_bgr4_of<false, false>;
     const bool aligned = reinterpret_cast<std::uintptr_t>(to) % static_cast<std::size_t>(lane_count<std::uint8_t>) == 0;
     const std::int32_t k = whole(in, width, past_caches && aligned, to);
@@ -360,8 +359,10 @@ HWY_ATTR void fixed_matrix_v(const fixed_matrix& f, std::int32_t x, std::int32_t
             for (int i = 0; i < 3; ++i) {
                 const auto v = get(c.line[i] + x);
                 const auto none = hn::Zero(lanes_of<T>());
-                low[i] = hn::BitCast(tag, hn::ShiftRight<1>(hn::BitCast(wide, hn::InterleaveLower(lanes_of<T>(), none, v))));
-                high[i] = hn::BitCast(tag, hn::ShiftRight<1>(hn::BitCast(wide, hn::InterleaveUpper(lanes_of<T>(), none, v))));
+                low[i] =
+                    hn::BitCast(tag, hn::ShiftRight<1>(hn::BitCast(wide, hn::InterleaveLower(lanes_of<T>(), none, v))));
+                high[i] =
+                    hn::BitCast(tag, hn::ShiftRight<1>(hn::BitCast(wide, hn::InterleaveUpper(lanes_of<T>(), none, v))));
             }
             fixed_matrix_15(f, low);
             fixed_matrix_15(f, high);

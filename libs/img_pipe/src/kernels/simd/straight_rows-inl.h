@@ -80,8 +80,7 @@ private:
 };
 
 [[maybe_unused]] HWY_ATTR std::int32_t yuv_to_bgr_straight_v(const yuv_group& group, const std::uint8_t* p,
-                                                             std::int32_t n, std::int32_t channels,
-                                                             std::uint8_t* out) {
+                                                             std::int32_t n, std::int32_t channels, std::uint8_t* out) {
     if (group.pixels != 2) return 0;
     const d16 wide;
     const yuv_words colours(group);
@@ -116,7 +115,8 @@ struct grey_tables {
 constexpr grey_tables grey_tables_of() {
     grey_tables t{};
     for (int block = 0; block < 4; ++block)
-        for (int i = 0; i < 16; ++i) t.bgra[block][i] = static_cast<std::uint8_t>(i % 4 == 3 ? 0x80 : 4 * block + i / 4);
+        for (int i = 0; i < 16; ++i)
+            t.bgra[block][i] = static_cast<std::uint8_t>(i % 4 == 3 ? 0x80 : 4 * block + i / 4);
     for (int block = 0; block < 6; ++block)
         for (int i = 0; i < 16; ++i) t.bgr[block][i] = static_cast<std::uint8_t>((block % 3 * 16 + i) / 3);
     return t;
