@@ -205,6 +205,9 @@ TEST_P(Convert, WritesThePictureOrRefuses) {
     const std::string written{std::istreambuf_iterator<char>{file}, {}};
     EXPECT_EQ(status == 0, !out.empty());
     EXPECT_EQ(written, out);
+    std::ifstream log{folder / "log"};
+    const std::string said{std::istreambuf_iterator<char>{log}, {}};
+    EXPECT_EQ(said.find("there is one to") != said.npos, std::string_view{name} == "never_through_grey") << said;
     std::filesystem::remove_all(folder);
 }
 
@@ -216,6 +219,13 @@ constexpr conversion conversions[] = {
     {"widened", "Mono8", "Mono16", "\0\x12\xFFz"sv, "\0\0\x12\x12\xFF\xFFzz"sv},
     {"planes_kept", "I420", "I420", "abcduv"sv, "abcduv"sv},
     {"planes_missing", "I420", "I420", "abcd"sv, ""sv},
+    {"half_samples", "RGB565p", "BGR8", "\x1F\0\xE0\x07\0\xF8\xFF\xFF"sv, "\0\0\xFF\0\xFF\0\xFF\0\0\xFF\xFF\xFF"sv},
+    {"luma_as_it_is", "YCbCr422_8_CbYCrY", "Mono8",
+     "\0a\xFF"
+     "b\xFF"
+     "c\0d"sv,
+     "abcd"sv},
+    {"no_way_at_all", "YCbCr422_10p", "Mono8", "abcdefghij"sv, ""sv},
     {"never_through_grey", "YUV422_8", "I420", "abcdefgh"sv, ""sv},
 };
 INSTANTIATE_TEST_SUITE_P(Pictures, Convert, testing::ValuesIn(conversions),

@@ -1,11 +1,12 @@
 // Quality of the demosaic beside OpenCV's and a slow reference, on generated scenes.
-// usage: demosaic_quality [first seed [number of seeds [plain|best [folder for crops]]]]
+// usage: demosaic_quality [first seed [number of seeds [plain|best [PNG file for crops side by side]]]]
 #include "scenes.h"
 
 #include <img_pipe/filter_table.h>
 #include <img_pipe/kernel_params.h>
 
 #include <opencv2/imgproc.hpp>
+#include <png.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -67,6 +68,14 @@ picture ours_12(const mosaic16& m, bool plain) {
     return out;
 }
 
+picture ours_12_to_8(const mosaic16& m, bool plain) {
+    mosaic16 samples(m.size());
+    std::ranges::transform(m, samples.begin(), [](unsigned v) { return static_cast<std::uint16_t>(v >> 4); });
+    std::vector<std::uint8_t> bgr(m.size() * 3);
+    run(plain, samples.data(), samples.size() * 2, fcc("RG12"), bgr.data(), bgr.size(), fcc("BGR3"));
+    return from_bgr(bgr.data());
+}
+
 // OpenCV names a mosaic by its second line and column: red at the upper left is BayerBG there.
 picture opencv(const mosaic16& m, int code) {
     auto bytes = bytes_of(m);
@@ -81,12 +90,48 @@ struct road {
 };
 const road roads[] = {
     {"ours, 8 bits", ours_8},
-    {"ours, 12 bits", ours_12},
+    {"ours, 12 bits to 16", ours_12},
+    {"ours, 12 bits to 8", ours_12_to_8},
     {"bilinear", [](const mosaic16& m, bool) { return opencv(m, cv::COLOR_BayerBG2BGR); }},
     {"edge-aware", [](const mosaic16& m, bool) { return opencv(m, cv::COLOR_BayerBG2BGR_EA); }},
     {"reference", [](const mosaic16& m, bool) { return reference_demosaic(m, scene_size, scene_size); }},
 };
 constexpr std::size_t road_count = std::size(roads);
+constexpr std::size_t of_ours = 0, of_edge_aware = 4, of_reference = 5;
+
+// Truth and roads side by side, a line of crops for each of some scenes, every pixel three times as large.
+bool write_crops(const char* path, unsigned seed, bool plain) {
+    constexpr int crop = 48, scale = 3, gap = 4;
+    constexpr struct {
+        std::size_t scene;
+        int x, y;
+    } places[] = {{0, 60, 60}, {3, 96, 144}, {4, 200, 120}, {5, 24, 216}, {6, 150, 150}};
+    constexpr std::size_t columns[] = {of_ours, 3, of_edge_aware, of_reference};
+    constexpr int cell = crop * scale + gap, wide = cell * (1 + static_cast<int>(std::size(columns))) - gap,
+                  high = cell * static_cast<int>(std::size(places)) - gap;
+    std::vector<std::uint8_t> rgb(static_cast<std::size_t>(wide * high * 3), 255);
+    for (std::size_t row = 0; row < std::size(places); ++row) {
+        const auto& [scene, x0, y0] = places[row];
+        std::vector<picture> pictures{scenes[scene].render(seed)};
+        const mosaic16 m = mosaic_of(pictures[0], noise_levels[1], seed + 1000);
+        for (const std::size_t i : columns) pictures.push_back(roads[i].run(m, plain));
+        for (std::size_t i = 0; i < pictures.size(); ++i)
+            for (int y = 0; y < crop * scale; ++y)
+                for (int x = 0; x < crop * scale; ++x)
+                    for (int c = 0; c < 3; ++c) {
+                        const int at = (static_cast<int>(row) * cell + y) * wide + static_cast<int>(i) * cell + x;
+                        const float v = pictures[i].at(c, x0 + x / scale, y0 + y / scale);
+                        rgb[static_cast<std::size_t>(3 * at + c)] =
+                            static_cast<std::uint8_t>(std::clamp(v + 0.5F, 0.0F, 255.0F));
+                    }
+    }
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    image.width = static_cast<png_uint_32>(wide);
+    image.height = static_cast<png_uint_32>(high);
+    image.format = PNG_FORMAT_RGB;
+    return png_image_write_to_file(&image, path, 0, rgb.data(), 0, nullptr) != 0;
+}
 
 } // namespace
 
@@ -94,9 +139,13 @@ int main(int argc, char** argv) {
     const unsigned first = argc > 1 ? static_cast<unsigned>(std::atoi(argv[1])) : 1;
     const unsigned seeds = argc > 2 ? static_cast<unsigned>(std::atoi(argv[2])) : 1;
     const bool plain = argc > 3 && std::strcmp(argv[3], "plain") == 0;
+    if (argc > 4 && !write_crops(argv[4], first, plain)) {
+        std::fprintf(stderr, "cannot write %s\n", argv[4]);
+        return 1;
+    }
     std::printf("| scene, noise |");
     for (const road& r : roads) std::printf(" %s |", r.name);
-    std::printf("\n|---|---|---|---|---|---|\n");
+    std::printf("\n|---|---|---|---|---|---|---|\n");
     measures total[road_count]{};
     double worst_lead = 1e9, worst_gap = -1e9;
     int rows = 0;
@@ -121,8 +170,8 @@ int main(int argc, char** argv) {
                 total[i].false_colour += sum[i].false_colour;
             }
             std::printf("\n");
-            worst_lead = std::min(worst_lead, sum[0].cpsnr - sum[3].cpsnr);
-            worst_gap = std::max(worst_gap, sum[4].cpsnr - sum[0].cpsnr);
+            worst_lead = std::min(worst_lead, sum[of_ours].cpsnr - sum[of_edge_aware].cpsnr);
+            worst_gap = std::max(worst_gap, sum[of_reference].cpsnr - sum[of_ours].cpsnr);
             ++rows;
         }
     std::printf("| mean |");
@@ -130,7 +179,7 @@ int main(int argc, char** argv) {
         std::printf(" %.2f %.1f %.2f |", m.cpsnr / rows, m.zipper / rows, m.false_colour / rows);
     std::printf("\n\nahead of edge-aware by %.2f dB on average, %.2f at worst; behind the reference by %.2f dB on "
                 "average, %.2f at worst\n",
-                (total[0].cpsnr - total[3].cpsnr) / rows, worst_lead, (total[4].cpsnr - total[0].cpsnr) / rows,
-                worst_gap);
+                (total[of_ours].cpsnr - total[of_edge_aware].cpsnr) / rows, worst_lead,
+                (total[of_reference].cpsnr - total[of_ours].cpsnr) / rows, worst_gap);
     return 0;
 }

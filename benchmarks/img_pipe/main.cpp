@@ -1,100 +1,200 @@
-// Speed of the demosaic beside OpenCV's, one thread, frames cycled through more than the caches hold.
-#include <img_pipe/filter_table.h>
-#include <img_pipe/kernel_params.h>
+// Speed of the pipe's conversions beside OpenCV, libyuv and a plain copy, in one table.
+// usage: bench_img_pipe [--only TEXT] [--mpixel 0.3|5|12] [--threads 1|2] [--rounds N] [--best 1]
+// --best shows the fastest round instead of the median: for a machine with other work.
+//   demosaic   a mosaic to colour, nothing else          peer: OpenCV's bilinear
+//   fused      with white balance, matrix and gamma      peer: the same steps by OpenCV
+//   in place   what a stream does to a mosaic
+//   unpack, mono, YUV, RGB6                              floor: a copy of the same bytes
+#include "tasks.h"
 
 #include <opencv2/core.hpp>
+#include <opencv2/core/utility.hpp>
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <memory>
-#include <vector>
+#include <string_view>
 
 namespace {
 
 using namespace img_pipe;
 using clock_type = std::chrono::steady_clock;
 
-struct frames {
-    std::vector<std::vector<std::uint8_t>> in, out;
+struct options {
+    std::string_view only;
+    double mpixel = 0; // all
+    int threads = 0;   // one, then two
+    std::size_t rounds = 11;
+    bool best = false;
 };
 
-// ns per pixel: the median of 15 rounds, all roads in turn.
-std::vector<double> measure(double pixels, std::size_t count,
+// Frames of all roads together exceed any last-level cache here.
+constexpr std::size_t pool_bytes = std::size_t{160} << 20;
+
+struct frame {
+    std::vector<std::uint8_t> in, out;
+};
+
+// A slope and noise; unused upper bits of words are 0.
+void fill(std::vector<std::uint8_t>& bytes, std::uint32_t format, std::size_t seed) {
+    const bool ten = format == fcc("RG10");
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        const auto noise = static_cast<std::uint32_t>((i + seed) * 2654435761U) >> 27;
+        bytes[i] = static_cast<std::uint8_t>(ten && i % 2 == 1 ? noise & 3 : i / 97 + noise);
+    }
+}
+
+void copy_in_parts(std::uint8_t* to, const std::uint8_t* from, std::size_t bytes, int threads) {
+    cv::parallel_for_({0, threads}, [&](const cv::Range& part) {
+        for (int i = part.start; i < part.end; ++i) {
+            const auto begin = bytes * static_cast<std::size_t>(i) / static_cast<std::size_t>(threads);
+            const auto end = bytes * static_cast<std::size_t>(i + 1) / static_cast<std::size_t>(threads);
+            std::memcpy(to + begin, from + begin, end - begin);
+        }
+    });
+}
+
+// ns per pixel: the median, all roads in turn, each on the frame that was used longest ago.
+std::vector<double> measure(double pixels, const options& o, std::size_t frames,
                             const std::vector<std::function<void(std::size_t)>>& roads) {
     std::vector<std::vector<double>> times(roads.size());
-    for (std::size_t round = 0; round < 16; ++round)
+    std::size_t next = 0;
+    for (std::size_t round = 0; round <= o.rounds; ++round)
         for (std::size_t i = 0; i < roads.size(); ++i) {
+            if (!roads[i]) continue;
             const auto start = clock_type::now();
-            roads[i](round % count);
+            roads[i](next++ % frames);
             const std::chrono::duration<double, std::nano> t = clock_type::now() - start;
             if (round > 0) times[i].push_back(t.count() / pixels);
         }
     std::vector<double> out;
     for (auto& t : times) {
         std::ranges::sort(t);
-        out.push_back(t[t.size() / 2]);
+        out.push_back(t.empty() ? 0 : o.best ? t[0] : t[t.size() / 2]);
     }
     return out;
 }
 
+void run_by_pipe(transform_pipe& pipe, const task& what, std::uint32_t mask, int threads, const frame_job& f) {
+    transform_params params = what.params;
+    params.optimization_level = mask;
+    params.max_concurrency = static_cast<std::uint32_t>(threads);
+    const auto view = [&](std::uint8_t* data, std::uint32_t format) {
+        return make_view(data, static_cast<std::uint32_t>(frame_bytes(format, f.width, f.height)), format, f.width,
+                         f.height);
+    };
+    const bool ran = what.to == 0 ? pipe.transform_in_place(view(f.in, what.from), params)
+                                  : pipe.transform(view(f.out, what.to), view(f.in, what.from), params);
+    if (!ran) {
+        std::fprintf(stderr, "%s: refused\n", what.name);
+        std::exit(1);
+    }
+}
+
+constexpr std::uint32_t masks[] = {cpu::c, cpu::level_sse, cpu::level_avx2};
+
+// A time is not believed before all levels gave the same picture.
+void check(const task& what, std::vector<transform_pipe>& pipes, int width, int height, int threads) {
+    std::vector<std::vector<std::uint8_t>> results;
+    for (std::size_t i = 0; i < std::size(masks); ++i) {
+        frame f;
+        f.in.resize(frame_bytes(what.from, width, height));
+        fill(f.in, what.from, 7);
+        if (what.to != 0) f.out.resize(frame_bytes(what.to, width, height));
+        run_by_pipe(pipes[i], what, masks[i] & cpu_mask(), threads, {width, height, f.in.data(), f.out.data()});
+        results.push_back(what.to == 0 ? std::move(f.in) : std::move(f.out));
+        if (results.back() == results.front()) continue;
+        std::fprintf(stderr, "%s: levels differ\n", what.name);
+        std::exit(1);
+    }
+}
+
+void report(const task& what, int width, int height, int threads, const options& o) {
+    const auto pixels = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
+    const std::size_t in_bytes = frame_bytes(what.from, width, height);
+    const std::size_t out_bytes = what.to == 0 ? in_bytes : frame_bytes(what.to, width, height);
+    const std::size_t room = std::max(out_bytes, 6 * pixels); // OpenCV's 16-bit result is 6 bytes a pixel
+    std::vector<transform_pipe> pipes(std::size(masks));
+    check(what, pipes, width, height, threads);
+    std::vector<frame> frames(std::clamp<std::size_t>(pool_bytes / (in_bytes + out_bytes), 3, 64));
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+        frames[i].in.resize(std::max(in_bytes, room / 2));
+        fill(frames[i].in, what.from, i);
+        frames[i].out.resize(what.to == 0 ? 0 : room, 1);
+    }
+    const auto job = [&](std::size_t i) {
+        return frame_job{width, height, frames[i].in.data(), what.to == 0 ? frames[i].in.data() : frames[i].out.data()};
+    };
+    std::vector<std::function<void(std::size_t)>> roads;
+    for (std::size_t level = 0; level < std::size(masks); ++level)
+        roads.emplace_back(
+            [&, level](std::size_t i) { run_by_pipe(pipes[level], what, masks[level] & cpu_mask(), threads, job(i)); });
+    if (what.opencv != nullptr)
+        roads.emplace_back([&](std::size_t i) { what.opencv(job(i)); });
+    else
+        roads.emplace_back();
+    if (what.libyuv != nullptr && threads == 1)
+        roads.emplace_back([&](std::size_t i) { what.libyuv(job(i)); });
+    else
+        roads.emplace_back();
+    // As many bytes read and written together; from and to different frames.
+    const std::size_t half = (in_bytes + out_bytes) / 2;
+    std::vector<std::vector<std::uint8_t>> copies(std::max<std::size_t>(pool_bytes / 2 / half, 4));
+    for (auto& c : copies) c.resize(half, 1);
+    roads.emplace_back([&](std::size_t i) {
+        copy_in_parts(copies[i % copies.size()].data(), copies[(i + copies.size() / 2) % copies.size()].data(), half,
+                      threads);
+    });
+    const auto t = measure(static_cast<double>(pixels), o, frames.size(), roads);
+    std::printf("| %s | %.1f | %d |", what.name, static_cast<double>(pixels) / 1e6, threads);
+    for (const double v : t)
+        if (v > 0)
+            std::printf(" %.3f |", v);
+        else
+            std::printf(" - |");
+    const double best = t[2], bytes = static_cast<double>(in_bytes + out_bytes) / static_cast<double>(pixels);
+    std::printf(" %.2f | %.2f |", bytes, best / t[5]);
+    const double limit = what.to_opencv > 0 ? what.to_opencv * t[3] : what.to_copy * t[5];
+    if (limit > 0)
+        std::printf(" %.3f, %s |\n", limit, best <= limit ? "held" : "missed");
+    else
+        std::printf(" |\n");
+    std::fflush(stdout);
+}
+
 } // namespace
 
-int main() {
-    cv::setNumThreads(1);
+int main(int argc, char** argv) {
+    options o;
+    for (int i = 1; i + 1 < argc; i += 2) {
+        const std::string_view name = argv[i];
+        if (name == "--only") o.only = argv[i + 1];
+        if (name == "--mpixel") o.mpixel = std::atof(argv[i + 1]);
+        if (name == "--threads") o.threads = std::atoi(argv[i + 1]);
+        if (name == "--best") o.best = true;
+        if (name == "--rounds") o.rounds = static_cast<std::size_t>(std::max(1, std::atoi(argv[i + 1])));
+    }
 #ifdef ORV_AVX2_MODULE
     if (load_filter_library(ORV_AVX2_MODULE, 0) != load_result::loaded)
         std::fprintf(stderr, "no AVX2 kernels: that column is SSE4's\n");
 #endif
-    std::printf("| Mpixel | bits | plain | SSE4 | AVX2 | OpenCV bilinear | copy of the same bytes "
-                "|\n|---|---|---|---|---|---|---|\n");
-    const std::uint32_t masks[] = {cpu::c, cpu::level_sse, cpu::level_avx2};
+    std::printf("| task | Mpixel | threads | plain | SSE4 | AVX2 | OpenCV | libyuv | copy | bytes/pixel | AVX2 to copy "
+                "| limit |\n|---|---|---|---|---|---|---|---|---|---|---|---|\n");
     for (const auto& [width, height] : {std::pair{640, 480}, std::pair{2448, 2048}, std::pair{4096, 3000}})
-        for (const unsigned bytes : {1U, 2U}) {
-            const auto pixels = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
-            const std::size_t count = std::clamp<std::size_t>((std::size_t{100} << 20) / (pixels * 8), 2, 60);
-            frames f;
-            for (std::size_t i = 0; i < count; ++i) {
-                f.in.emplace_back(pixels * bytes);
-                f.out.emplace_back(pixels * 8);
-                for (std::size_t k = 0; k < f.in[i].size(); ++k)
-                    f.in[i][k] = static_cast<std::uint8_t>(k * 2654435761U >> 24);
-            }
-            std::vector<std::byte> scratch(kernel_scratch_bytes(width) + 64);
-            void* at = scratch.data();
-            std::size_t room = scratch.size();
-            std::align(64, kernel_scratch_bytes(width), at, room);
-            const auto view = [&](std::vector<std::uint8_t>& v, std::uint32_t format) {
-                return make_view(v.data(), static_cast<std::uint32_t>(v.size()), format, width, height);
-            };
-            std::vector<std::function<void(std::size_t)>> roads;
-            for (const std::uint32_t mask : masks)
-                roads.emplace_back([&, mask](std::size_t i) {
-                    const auto from = view(f.in[i], bytes == 1 ? fcc("RGGB") : fcc("RG16"));
-                    const auto to = view(f.out[i], fcc("BGR4"));
-                    static const filter_table tables[] = {get_filter_table(cpu::c), get_filter_table(cpu::level_sse),
-                                                          get_filter_table(cpu_mask() & cpu::level_avx2)};
-                    const auto which = static_cast<std::size_t>(std::ranges::find(masks, mask) - masks);
-                    find_kernel(tables[which], kernel_slot::transform_by_edge_to_dst, to,
-                                from)({to, from, 0, height, f.in[i].data() + f.in[i].size(), nullptr,
-                                       static_cast<std::byte*>(at), nullptr, 0, 0});
-                });
-            roads.emplace_back([&](std::size_t i) {
-                const cv::Mat from(height, width, bytes == 1 ? CV_8UC1 : CV_16UC1, f.in[i].data());
-                cv::Mat to(height, width, bytes == 1 ? CV_8UC4 : CV_16UC3, f.out[i].data());
-                cv::cvtColor(from, to, bytes == 1 ? cv::COLOR_BayerBG2BGRA : cv::COLOR_BayerBG2BGR);
-            });
-            roads.emplace_back([&](std::size_t i) {
-                for (std::size_t done = 0; done < 4; ++done)
-                    std::memcpy(f.out[i].data() + done * pixels, f.out[(i + 1) % count].data() + done * pixels, pixels);
-            });
-            const auto t = measure(static_cast<double>(pixels), count, roads);
-            std::printf("| %.1f | %u |", static_cast<double>(pixels) / 1e6, 8 * bytes);
-            for (const double v : t) std::printf(" %.2f |", v);
-            std::printf("\n");
+        for (int threads = 1; threads <= 2; ++threads) {
+            const double mpixel = width * height / 1e6;
+            if (o.mpixel > 0 && std::abs(mpixel - o.mpixel) > 0.5) continue;
+            if (o.threads > 0 && threads != o.threads) continue;
+            cv::setNumThreads(threads);
+            for (const task& each : all_tasks())
+                if (std::string_view(each.name).find(o.only) != std::string_view::npos)
+                    report(each, width, height, threads, o);
         }
     return 0;
 }

@@ -3,6 +3,7 @@
 #include "failure.h"
 #include "output.h"
 #include "posix/atomic_file.h"
+#include "wide_samples.h"
 
 #include <fmt/format.h>
 
@@ -18,7 +19,7 @@ namespace cli {
 namespace {
 
 constexpr uint32_t rgb8 = 0x02180014, rgba8 = 0x02200016, bgr8 = 0x02180015;
-constexpr uint32_t mono10 = 0x01100003, mono12 = 0x01100005, mono14 = 0x01100025;
+constexpr uint32_t mono10 = 0x01100003, mono12 = 0x01100005;
 
 size_t bits_of(const picture_format& format) {
     if (format.pfnc != 0) return format.pfnc >> 16 & 0xFF;
@@ -68,20 +69,18 @@ bool picture_converter::find_way(uint32_t from, uint32_t to) {
 picture_converter::picture_converter(const picture_format& from, const picture_format& to) : source(from), target(to) {
     using img_pipe::fcc;
     uint32_t begin = from.id, end = to.id;
-    const auto starts = [&](uint32_t pfnc, end_step step, uint32_t id) {
-        if (from.pfnc != pfnc) return;
-        before = step;
-        begin = id;
-    };
     if (from.pfnc != to.pfnc || from.pfnc == 0) {
-        starts(rgb8, end_step::swap_red_and_blue, fcc("BGR3"));
-        starts(rgba8, end_step::swap_red_and_blue, fcc("BGR4"));
-        starts(mono10, end_step::widen_10, fcc("Y16 "));
-        starts(mono12, end_step::widen_12, fcc("Y16 "));
-        starts(mono14, end_step::widen_14, fcc("Y16 "));
-        if (begin == fcc("IYU2")) {
-            before = end_step::uyv_to_uyvy;
-            begin = fcc("UYVY");
+        // No other row than the one to colours takes unpacked grey of 10 or 12 bits.
+        const bool few_rows = from.pfnc == mono10 || from.pfnc == mono12;
+        if (const uint32_t wide = wide_format(from.pfnc); (from.id == 0 || few_rows) && wide != 0) {
+            before = end_step::wide_samples;
+            begin = wide;
+        }
+        // Luma is that of YUY2, not of colours, which may be cut at their ends.
+        const bool to_grey = img_pipe::format_description(to.id).is_mono != 0;
+        if (begin == fcc("IYU2") || (begin == fcc("UYVY") && to_grey)) {
+            before = begin == fcc("IYU2") ? end_step::uyv_to_yuy2 : end_step::uyvy_to_yuy2;
+            begin = fcc("YUY2");
         }
         if (to.pfnc == rgb8) end = fcc("BGR3");
         if (to.pfnc == rgba8) end = fcc("BGR4");
@@ -101,7 +100,7 @@ picture_converter::picture_converter(const picture_format& from, const picture_f
     }
     if (!found) {
         std::string list;
-        for (const uint32_t id : img_pipe::find_transform_outputs(begin))
+        for (const uint32_t id : begin == 0 ? std::vector<uint32_t>{} : img_pipe::find_transform_outputs(begin))
             list += fmt::format("{}{}", list.empty() ? "" : ", ", img_pipe::fcc_name(id));
         throw std::runtime_error(fmt::format("There is no conversion from {} to {}{}.", from.name, to.name,
                                              list.empty() ? "" : "; there is one to " + list));
@@ -113,9 +112,6 @@ picture_converter::~picture_converter() = default;
 
 void picture_converter::apply(end_step step, std::span<const std::byte> in, size_t pixels, size_t line_pixels,
                               std::vector<std::byte>& out) {
-    const auto word = [&](size_t i) {
-        return std::to_integer<unsigned>(in[2 * i]) | std::to_integer<unsigned>(in[2 * i + 1]) << 8;
-    };
     switch (step) {
     case end_step::none:
         out.assign(in.begin(), in.end());
@@ -137,23 +133,21 @@ void picture_converter::apply(end_step step, std::span<const std::byte> in, size
         }
         return;
     }
-    case end_step::widen_10:
-    case end_step::widen_12:
-    case end_step::widen_14: {
-        const unsigned shift = step == end_step::widen_10 ? 6 : step == end_step::widen_12 ? 4 : 2;
-        out.resize(2 * pixels);
-        for (size_t i = 0; i < pixels; ++i) {
-            const unsigned value = word(i) << shift;
-            out[2 * i] = static_cast<std::byte>(value);
-            out[2 * i + 1] = static_cast<std::byte>(value >> 8);
-        }
+    case end_step::wide_samples:
+        wide_samples(source.pfnc, in, pixels, out);
         return;
-    }
     case end_step::double_bytes:
         out.resize(2 * pixels);
         for (size_t i = 0; i < pixels; ++i) out[2 * i] = out[2 * i + 1] = in[i];
         return;
-    case end_step::uyv_to_uyvy:
+    case end_step::uyvy_to_yuy2:
+        out.resize(2 * pixels);
+        for (size_t i = 0; i < pixels; ++i) {
+            out[2 * i] = in[2 * i + 1];
+            out[2 * i + 1] = in[2 * i];
+        }
+        return;
+    case end_step::uyv_to_yuy2:
         // Both pixels of a pair show the mean of their chroma; a last single one its own.
         out.resize(2 * pixels);
         for (size_t i = 0; i < pixels; ++i) {
@@ -162,8 +156,8 @@ void picture_converter::apply(end_step step, std::span<const std::byte> in, size
             const size_t chroma = x % 2 == 0 ? 0 : 2;
             const unsigned sum =
                 std::to_integer<unsigned>(in[3 * first + chroma]) + std::to_integer<unsigned>(in[3 * second + chroma]);
-            out[2 * i] = static_cast<std::byte>((sum + 1) / 2);
-            out[2 * i + 1] = in[3 * i + 1];
+            out[2 * i] = in[3 * i + 1];
+            out[2 * i + 1] = static_cast<std::byte>((sum + 1) / 2);
         }
         return;
     }

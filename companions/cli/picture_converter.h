@@ -24,7 +24,7 @@ struct picture_format {
 [[nodiscard]] picture_format format_from_pfnc(uint32_t pfnc);
 
 // Converts frames of one format to another in up to two passes of the pipe, and by simple steps at both ends for what
-// the pipe has no row for: the order of red and blue, samples in wider words.
+// the pipe has no row for: the order of red and blue, samples of other widths.
 class picture_converter {
 public:
     // Throws std::runtime_error when there is no way, naming what there is.
@@ -41,15 +41,14 @@ private:
         swap_red_and_blue,
         drop_alpha,
         swap_and_drop_alpha,
-        widen_10,
-        widen_12,
-        widen_14,
+        wide_samples,
         double_bytes,
-        uyv_to_uyvy
+        uyv_to_yuy2,
+        uyvy_to_yuy2
     };
     bool find_way(uint32_t from, uint32_t to);
-    static void apply(end_step step, std::span<const std::byte> in, size_t pixels, size_t line_pixels,
-                      std::vector<std::byte>& out);
+    void apply(end_step step, std::span<const std::byte> in, size_t pixels, size_t line_pixels,
+               std::vector<std::byte>& out);
 
     picture_format source, target;
     end_step before = end_step::none, after = end_step::none;

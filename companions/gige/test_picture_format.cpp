@@ -84,4 +84,8 @@ picture_format find_picture_format(uint32_t pfnc) noexcept {
     return {pfnc, "Y", 1, bits, bits, stream};
 }
 
+bool has_known_layout(uint32_t pfnc) noexcept {
+    return std::ranges::find(known_formats, pfnc, &picture_format::pfnc) != known_formats.end();
+}
+
 } // namespace gige

@@ -25,4 +25,7 @@ struct picture_format {
 // The layout of a format; one without a known layout reads as a grey sample of its whole pixel size.
 [[nodiscard]] picture_format find_picture_format(uint32_t pfnc) noexcept;
 
+// False where find_picture_format() can only guess.
+[[nodiscard]] bool has_known_layout(uint32_t pfnc) noexcept;
+
 } // namespace gige

@@ -90,6 +90,36 @@ TEST(Demosaic, LevelsAndStripsAgreeAndStayInTheImage) {
             }
 }
 
+// Large pictures are written past the caches, which asks for aligned lines: aligned or not, the result is that of small
+// strips of the same lines.
+TEST(Demosaic, LargePicturesAreAsSmallOnes) {
+    std::mt19937 random(7);
+    const std::int32_t width = 8192 + 130, height = 260, shown = 20;
+    for (const std::int32_t pad : {32 - 8322 * 4 % 32, 5}) {
+        const image from(fcc("GRBG"), width, height, 0), large(fcc("BGR4"), width, height, pad);
+        fill(from, random);
+        const image few(fcc("GRBG"), width, shown, 0), small(fcc("BGR4"), width, shown, pad);
+        std::memcpy(few.memory.bytes, from.memory.bytes, few.memory.size);
+        const auto convert = [&](const filter_table& level, const image& to, const image& source) {
+            run(find_kernel(level, kernel_slot::transform_by_edge_to_dst, to.view, source.view), to.view, source.view,
+                nullptr);
+        };
+        const auto all = levels();
+        convert(all.back(), small, few);
+        for (const filter_table& level : all) {
+            if (level[0].required_cpu == cpu::c) continue; // writes nothing past the caches
+            convert(level, large, from);
+            ASSERT_TRUE(large.frame_untouched());
+            for (std::int32_t y = 0; y < shown - 5; ++y)
+                ASSERT_EQ(std::memcmp(large.view.plane_data[0].data + y * large.view.plane_data[0].stride,
+                                      small.view.plane_data[0].data + y * small.view.plane_data[0].stride,
+                                      static_cast<std::size_t>(width) * 4),
+                          0)
+                    << "line " << y << " level " << level[0].required_cpu << " pad " << pad;
+        }
+    }
+}
+
 // One colour all over, and a slope that is equal in all channels.
 TEST(Demosaic, SurfacesKeepTheirColour) {
     const std::int32_t width = 70, height = 22;

@@ -1,4 +1,4 @@
-#include <img_pipe/format.h>
+#include <img_pipe/work_pool.h>
 
 #include <gtest/gtest.h>
 
@@ -50,6 +50,8 @@ TEST(Formats, NumbersAndNames) {
         EXPECT_EQ(fcc_from_pfnc(row.pfnc), fcc(row.id));
         EXPECT_EQ(pfnc_from_fcc(fcc(row.id)), row.pfnc);
     }
+    EXPECT_EQ(fcc_from_text("KRVFormat_I420Planar"), fcc("I420"));
+    EXPECT_EQ(fcc_from_text("KRVFormat_YUY2Packed"), fcc("YUY2"));
     EXPECT_EQ(fcc_from_pfnc(0x0210003E), 0U) << "another range of values than the vocabulary's";
     EXPECT_EQ(pfnc_name(0), "InvalidPixelFormat");
     EXPECT_EQ(pfnc_name(0x12345678), "UnknownPixelFormat");
@@ -69,4 +71,14 @@ TEST(Formats, ViewsOfTooLittleAreEmptyOrInvalid) {
         bad.plane_data[0].stride = stride;
         EXPECT_FALSE(is_valid(bad)) << stride;
     }
+}
+
+// Strips know what is left of their image, strips of strips too.
+TEST(Formats, LinesOfAnImageEndWhereItEnds) {
+    std::vector<std::uint8_t> data(10 * 16);
+    const img_descriptor whole = make_view(data.data(), 160, fcc("Y800"), 10, 16);
+    const img_descriptor inner = lines_of(lines_of(whole, 4, 12), 8, 4);
+    EXPECT_EQ(inner.plane_data[0].data - data.data(), 120);
+    EXPECT_EQ(inner.plane_data[0].data + inner.data_size, data.data() + data.size());
+    EXPECT_TRUE(is_valid(inner));
 }

@@ -16,16 +16,17 @@ namespace kernel_test {
 
 using namespace img_pipe;
 
-// `size` bytes that end where memory ends.
+// `size` bytes with walls: they end where memory ends, or begin where it begins.
+enum class wall { behind, before };
 class guarded {
 public:
-    explicit guarded(std::size_t size_) : size(size_) {
+    explicit guarded(std::size_t size_, wall at = wall::behind) : size(size_) {
         const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-        span = (size + page - 1) / page * page + page;
-        base =
-            static_cast<std::uint8_t*>(mmap(nullptr, span, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-        mprotect(base + span - page, page, PROT_NONE);
-        bytes = base + span - page - size;
+        const std::size_t room = (size + page - 1) / page * page;
+        span = room + 2 * page;
+        base = static_cast<std::uint8_t*>(mmap(nullptr, span, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        mprotect(base + page, room, PROT_READ | PROT_WRITE);
+        bytes = base + page + (at == wall::behind ? room - size : 0);
     }
     ~guarded() { munmap(base, span); }
     guarded(const guarded&) = delete;
@@ -57,14 +58,15 @@ inline void run(kernel_fn kernel, const img_descriptor& to, const img_descriptor
             from.height, from.plane_data[0].data + from.data_size, params, scratch, nullptr, 0, 0});
 }
 
-// An image whose lines have `pad` bytes behind them and whose last byte is the last of its memory.
+// An image whose lines have `pad` bytes behind them and whose last byte is the last of its memory, or the first the
+// first.
 struct image {
-    image(std::uint32_t format, std::int32_t width, std::int32_t height, std::int32_t pad)
-        : memory(bytes(format, width, height, pad)) {
+    image(std::uint32_t format, std::int32_t width, std::int32_t height, std::int32_t pad, wall at_ = wall::behind)
+        : memory(bytes(format, width, height, pad), at_) {
         const format_description d(format);
         view = {format, width, height, static_cast<std::uint32_t>(memory.size - front), 0, {}};
         std::memset(memory.bytes, 0xEE, memory.size);
-        std::uint8_t* at = memory.bytes + front;
+        std::uint8_t* at = memory.bytes + (at_ == wall::behind ? front : 0);
         for (std::int32_t i = 0; i < d.plane_count; ++i) {
             view.plane_data[i] = {at, line_stride(format, width, i) + pad};
             at += view.plane_data[i].stride * (height / d.planes[i].vertical_subsampling);

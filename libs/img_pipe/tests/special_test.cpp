@@ -1,6 +1,8 @@
 // Polarisation and companded images on every level, against formulas in double precision.
 #include "kernel_test.h"
 
+#include <img_pipe/transform_pipe.h>
+
 #include <gtest/gtest.h>
 
 #include <array>
@@ -144,28 +146,6 @@ TEST(Special, CompandedToFloatAndBack) {
                         ASSERT_FLOAT_EQ(v, static_cast<float>(linear(static_cast<int>(raw(from, x, y) >> 4)))) << in;
                     }
             });
-            each_level(in, "BGR4", w, h, w, h, [&](const img_descriptor& to, const img_descriptor& from) {
-                const auto mirrored = [](int i, int n) { return i < 0 ? -i : i >= n ? 2 * n - 2 - i : i; };
-                for (int y = 0; y < h; ++y)
-                    for (int x = 0; x < w; ++x)
-                        for (int channel = 0; channel < 3; ++channel) {
-                            // The own sample, or the mean of the nearest ones of that colour.
-                            double sum = 0;
-                            int count = 0, least = 9;
-                            for (int dy = -1; dy <= 1; ++dy)
-                                for (int dx = -1; dx <= 1; ++dx) {
-                                    const int sx = x + dx, sy = y + dy, away = dx * dx + dy * dy;
-                                    if (channel != 2 - ((sx & 1) + (sy & 1)) || away > least) continue;
-                                    if (away < least) sum = count = 0;
-                                    least = away;
-                                    sum += std::sqrt(
-                                        linear(static_cast<int>(raw(from, mirrored(sx, w), mirrored(sy, h)) >> 4)));
-                                    ++count;
-                                }
-                            const int value = to.plane_data[0].data[y * to.plane_data[0].stride + 4 * x + channel];
-                            ASSERT_NEAR(value, std::floor(sum / count * 65535 / 256), 1) << x << ',' << y;
-                        }
-            });
         }
     const image floats(fcc("RGf0"), 3, 2, 0), bytes(fcc("RGGB"), 3, 2, 0);
     const float values[] = {0, 1, 0.5F, 2, -1, std::nanf("")};
@@ -176,4 +156,112 @@ TEST(Special, CompandedToFloatAndBack) {
         const std::uint8_t wanted[] = {0, 255, 128, 255, 0, 0};
         EXPECT_EQ(std::memcmp(bytes.view.plane_data[0].data, wanted, 6), 0);
     }
+}
+
+// The picture of a companded mosaic shows square roots of linear values; at each site its own colour. Gains are those
+// of the linear values.
+TEST(Special, CompandedToAPicture) {
+    const char names[][5] = {"PWL1", "PWL2", "PWL3"};
+    for (const char(&in)[5] : names)
+        for (const float red : {1.0F, 4.0F}) {
+            const image from(fcc(in), 34, 9, 0), to(fcc("BGR4"), 34, 9, 0), linear(fcc("RGf0"), 34, 9, 0);
+            std::mt19937 random(8);
+            for (std::size_t i = image::front; i < from.memory.size; ++i)
+                from.memory.bytes[i] = static_cast<std::uint8_t>(random());
+            transform_params params;
+            params.wb_enable = true;
+            params.wb_gain[0] = red;
+            transform_pipe pipe;
+            ASSERT_TRUE(pipe.transform(to.view, from.view, params));
+            ASSERT_TRUE(pipe.transform(linear.view, from.view, params));
+            for (int y = 0; y < 9; ++y)
+                for (int x = 0; x < 34; ++x) {
+                    float v = 0;
+                    std::memcpy(&v, linear.view.plane_data[0].data + (y * 34 + x) * 4, 4);
+                    const int channel = 2 - (x & 1) - (y & 1);
+                    ASSERT_NEAR(to.view.plane_data[0].data[(y * 34 + x) * 4 + channel],
+                                std::lround(std::sqrt(std::min(1.0, static_cast<double>(v))) * 65535) / 256,
+                                red == 1 ? 0 : 1)
+                        << in << ' ' << x << ',' << y << " gain " << red;
+                }
+        }
+}
+
+// Mosaics of floats: every phase to 8 and 16 bits, demosaiced as those are, and balanced without a limit.
+TEST(Special, FloatMosaics) {
+    const char phases[4][3][5] = {
+        {"BGf0", "BA81", "BG16"}, {"GBf0", "GBRG", "GB16"}, {"BAf0", "GRBG", "BA16"}, {"RGf0", "RGGB", "RG16"}};
+    const sample_params gains{{2, 1, 0.5F, 3}, 0, nullptr, nullptr};
+    for (const auto& phase : phases)
+        for (const std::int32_t width : {2, 5, 34, 71}) {
+            const std::int32_t height = 8;
+            const image from(fcc(phase[0]), width, height, 4, wall::behind);
+            std::mt19937 random(3);
+            const auto value = [&](const image& of, int x, int y) {
+                float v = 0;
+                std::memcpy(&v, of.view.plane_data[0].data + y * of.view.plane_data[0].stride + 4 * x, 4);
+                return v;
+            };
+            for (int y = 0; y < height; ++y)
+                for (int x = 0; x < width; ++x) {
+                    const float v = static_cast<float>(random() % 1400) / 1000 - 0.2F;
+                    std::memcpy(from.view.plane_data[0].data + y * from.view.plane_data[0].stride + 4 * x, &v, 4);
+                }
+            std::vector<std::uint8_t> first;
+            for (const filter_table& level : levels()) {
+                const image wide(fcc(phase[2]), width, height, 0), narrow(fcc(phase[1]), width, height, 0),
+                    colours(fcc("RGB6"), width, height, 0), other(fcc("RGB6"), width, height, 0),
+                    balanced(fcc(phase[0]), width, height, 0);
+                const auto convert = [&](kernel_slot slot, const image& to, const image& source, const void* params) {
+                    const kernel_fn kernel = find_kernel(level, slot, to.view, source.view);
+                    ASSERT_NE(kernel, nullptr) << phase[0];
+                    run(kernel, to.view, source.view, params, 0, 4);
+                    run(kernel, to.view, source.view, params, 4);
+                    ASSERT_TRUE(to.frame_untouched());
+                };
+                convert(kernel_slot::transform_pwl_fccfloat_to_fcc8, wide, from, nullptr);
+                convert(kernel_slot::transform_pwl_fccfloat_to_fcc8, narrow, from, nullptr);
+                convert(kernel_slot::transform_by_edge_to_dst, colours, from, nullptr);
+                convert(kernel_slot::transform_by_edge_to_dst, other, wide, nullptr);
+                convert(kernel_slot::apply_whitebalance, balanced, from, &gains);
+                EXPECT_TRUE(colours.content() == other.content()) << phase[0] << width;
+                for (int y = 0; y < height; ++y)
+                    for (int x = 0; x < width; ++x) {
+                        const std::uint8_t* p = wide.view.plane_data[0].data + (y * width + x) * 2;
+                        const double want = std::clamp(static_cast<double>(value(from, x, y)), 0.0, 1.0) * 65535;
+                        ASSERT_NEAR(p[0] | p[1] << 8, want, 0.51);
+                        ASSERT_EQ(narrow.view.plane_data[0].data[y * width + x], p[1]);
+                        ASSERT_FLOAT_EQ(value(balanced, x, y), value(from, x, y) * gains.gain[y % 2 * 2 + x % 2]);
+                    }
+                if (first.empty()) first = colours.content();
+                EXPECT_TRUE(first == colours.content()) << "level " << level[0].required_cpu;
+            }
+        }
+}
+
+TEST(Special, SmoothingIsTheMeanOfTwoByTwo) {
+    for (const std::int32_t width : {1, 2, 3, 16, 17, 18, 33, 70})
+        for (const std::int32_t height : {1, 2, 9}) {
+            const image from(fcc("Y800"), width, height, 3), to(fcc("Y800"), width, height, 1);
+            std::mt19937 random(6);
+            for (std::size_t i = image::front; i < from.memory.size; ++i)
+                from.memory.bytes[i] = static_cast<std::uint8_t>(random());
+            const auto at = [&](int x, int y) {
+                return from.view.plane_data[0]
+                    .data[std::min(y, height - 1) * from.view.plane_data[0].stride + std::min(x, width - 1)];
+            };
+            for (const filter_table& level : levels()) {
+                const kernel_fn kernel = find_kernel(level, kernel_slot::apply_2x2_smooth_y8, to.view, from.view);
+                ASSERT_NE(kernel, nullptr);
+                std::memset(to.memory.bytes, 0xEE, to.memory.size);
+                run(kernel, to.view, from.view, nullptr, 0, std::min(height, 4));
+                if (height > 4) run(kernel, to.view, from.view, nullptr, 4);
+                ASSERT_TRUE(to.frame_untouched());
+                for (int y = 0; y < height; ++y)
+                    for (int x = 0; x < width; ++x)
+                        ASSERT_EQ(to.view.plane_data[0].data[y * to.view.plane_data[0].stride + x],
+                                  (at(x, y) + at(x + 1, y) + at(x, y + 1) + at(x + 1, y + 1) + 2) / 4)
+                            << width << 'x' << height << " at " << x << ',' << y;
+            }
+        }
 }

@@ -21,8 +21,8 @@ constexpr std::uint32_t level_avx2 = level_sse | avx | avx2;   // what the loada
 // the image (`image_height - first_line - src.height` lines below): they exist in memory at the same stride, unless the
 // kernel runs in place, when lines outside the strip may be changing under it (see `halo`).
 // Strips begin on multiples of 4 lines, so a mosaic's phase is that of the format in every strip.
-// A kernel writes exactly the bytes of width x height of `dst` and reads no byte outside the image: the last line of a
-// packed source ends with the bytes that its pixels need, or at `data_end` when the frame ends before.
+// A kernel writes exactly the bytes of width x height of `dst` and reads no byte outside the image. Packed lines end
+// with their line_stride bytes: bits that a last group lacks there count as 0, wherever the next line begins.
 struct kernel_call {
     img_descriptor dst;
     img_descriptor src;
@@ -55,7 +55,7 @@ enum class kernel_slot : std::uint32_t {
     apply_brightness_contrast_params, // in place; params: sample_params
     apply_saturation_hue_params,      // in place; params: matrix_params
     apply_j003_pixelfix,
-    apply_2x2_smooth_y8,
+    apply_2x2_smooth_y8, // from Y800 to Y800, not in place
     transform_pol_fmt_to_visualization,
     transform_pol_accu_adi_rgb,
     transform_pwl_fccfloat_to_fcc8,
@@ -71,7 +71,8 @@ struct kernel_row {
     std::uint32_t destination;
     std::uint32_t source;
     kernel_fn function;
-    std::int32_t align_x_before, align_y_before, align_x_after, align_y_after; // pixels and lines needed on each side
+    std::int32_t destination_x, destination_y; // pixels and lines that the kernel works on at a time
+    std::int32_t source_x, source_y;
 };
 static_assert(sizeof(kernel_row) == 32);
 

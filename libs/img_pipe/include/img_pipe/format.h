@@ -73,8 +73,8 @@ std::string_view pfnc_name(std::uint32_t pixel_format); // "UnknownPixelFormat" 
 std::uint32_t pfnc_from_name(std::string_view name);    // 0 when there is none
 std::string_view fcc_name(std::uint32_t format);        // display name; empty when unknown
 
-// The id whose four characters (blanks at the end may be left out), display name or PFNC name `text` is; 0 when there
-// is none.
+// The id whose four characters (blanks at the end may be left out), display name, PFNC name or maker's name `text` is;
+// 0 when there is none.
 std::uint32_t fcc_from_text(std::string_view text);
 
 // Bytes of one line of a plane, rounded down to whole bytes: a packed line may share its last byte with the next.

@@ -68,7 +68,8 @@ public:
     bool transform_in_place(const img_descriptor& image, const transform_params& params,
                             transform_scratch* scratch = nullptr);
 
-    // Tables for `gamma`, rebuilt when it differs from the last; null when memory is out.
+    // Tables for `gamma`, rebuilt when it differs from the last; null when memory is out. Held within 0.01 to 100; what
+    // is no number counts as 1.
     const gamma_tables* get_lut_context(float gamma);
 
     // How often the tables were searched, and temporary memory was taken: steady in a steady stream.
@@ -81,10 +82,12 @@ public:
 private:
     bool choose(const img_type& destination, const img_type& source, bool in_place);
     bool prepare(const transform_params& params);
+    bool change(const img_descriptor& image, const transform_params& params, transform_scratch* scratch);
 
     std::unique_ptr<transform_state> own; // created on first need
     img_type stored_destination{}, stored_source{};
     transform_plan plan;
+    const char* plan_name = ""; // the conversion's, for the profiler
     std::uint64_t searches = 0;
 };
 

@@ -20,7 +20,8 @@ struct line_split {
 // Pieces have at least 64 lines and begin on multiples of 4.
 line_split split_lines(std::int32_t height, std::int32_t threads);
 
-// A run of lines of a view, with plane pointers of its own. `first` must be a multiple of the vertical subsampling.
+// A run of lines of a view, with plane pointers of its own and the bytes that are left from there on. `first` must be a
+// multiple of the vertical subsampling.
 img_descriptor lines_of(const img_descriptor& view, std::int32_t first, std::int32_t count);
 
 namespace parallel_pixkit {
@@ -28,8 +29,8 @@ namespace parallel_pixkit {
 // One piece of parallel work.
 class func_caller {
 public:
-    virtual ~func_caller() = default;
     virtual void operator()() = 0;
+    virtual ~func_caller() = default;
     std::atomic<std::int32_t>* not_done = nullptr;
 };
 

@@ -38,7 +38,7 @@ load_result load_filter_library(const std::string& path, std::uint32_t) {
     if (library == nullptr) return load_result::missing;
     const filter_export get = find_filter_export(library);
     const filter_module_getter getter = get == nullptr ? nullptr : get();
-    if (getter == nullptr) {
+    if (getter == nullptr || getter() == nullptr) {
         close_library(library);
         return get == nullptr ? load_result::no_export : load_result::null_result;
     }

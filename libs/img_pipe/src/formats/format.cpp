@@ -93,6 +93,8 @@ std::uint32_t fcc_from_text(std::string_view text) {
             id |= static_cast<std::uint32_t>(i < text.size() ? static_cast<unsigned char>(text[i]) : ' ') << (8 * i);
         if ((text.size() <= 4 && id == entry.id) || entry.name == text) return entry.id;
     }
+    if (text == "KRVFormat_I420Planar") return fcc("I420");
+    if (text == "KRVFormat_YUY2Packed") return fcc("YUY2");
     return fcc_from_pfnc(pfnc_from_name(text));
 }
 

@@ -40,10 +40,34 @@ private:
             for (std::int32_t x = 0; x < call.src.width;) {
                 const std::int32_t rest = call.src.width - x,
                                    n = rest <= block_pixels + block_rest ? rest : block_pixels;
-                block(y, x, n);
+                std::int32_t done = straight(y, x, n);
+                // A cut group at the end looks at the one before it.
+                if (done > 0 && done < n && n - done < block_rest) done -= block_rest;
+                if (done < n) block(y, x + done, n - done);
                 x += n;
             }
     }
+
+    // Pixels of a block that the level converts without lines of samples between.
+    std::int32_t straight(std::int32_t y, std::int32_t x, std::int32_t n) {
+        const std::uint8_t* in = line_of(call.src, y);
+        std::uint8_t* out = line_of(call.dst, y);
+        if (const std::int32_t channels = channels_of(to); channels != 0) {
+            if (from == pixels::yuv) {
+                in += yuv_line_bytes(in_group, x);
+                return Rows::yuv_to_bgr_straight(in_group, in, n, channels, out + channels * x);
+            }
+            if (from == pixels::grey && in_samples.pack == packing::plain8 && samples == nullptr)
+                return Rows::grey_to_bgr_straight(in + x, n, channels, out + channels * x);
+        }
+        if (to == pixels::grey && out_samples.pack == packing::plain8) {
+            if (const std::int32_t channels = channels_of(from); channels != 0)
+                return Rows::bgr_to_luma_straight(channels, in + channels * x, n, out + x);
+            if (from == pixels::yuv) return Rows::luma_straight(in_group, in + yuv_line_bytes(in_group, x), n, out + x);
+        }
+        return 0;
+    }
+    static std::int32_t channels_of(pixels p) { return p == pixels::bgr3 ? 3 : p == pixels::bgr4 ? 4 : 0; }
 
     void block(std::int32_t y, std::int32_t x, std::int32_t n) {
         switch (to) {
@@ -186,7 +210,7 @@ private:
     }
 
     void load16(std::int32_t y, std::int32_t x, std::int32_t n) {
-        Rows::load(in_samples, line_of(call.src, y) + line_bytes(in_samples, x), call.data_end, n, grey16);
+        Rows::load(in_samples, line_of(call.src, y) + line_bytes(in_samples, x), read_end(call, in_samples, y), n, grey16);
         if (samples != nullptr) Rows::correct(*samples, call.first_line + y, n, grey16);
     }
 

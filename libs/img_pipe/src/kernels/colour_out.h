@@ -1,123 +1,124 @@
-// From the colours of a line to its bytes in the destination: matrix and gamma on the way. The level's steps come as
-// `Rows`.
+// From the colours of a demosaiced line to its bytes in the destination: matrix and gamma on the way. The level's steps
+// come as `Rows<T>`, T being the lanes of the demosaic.
 #pragma once
+#include "plain/colour_out_rows.h"
 #include "plain/demosaic_rows.h"
 #include "sample_lines.h"
 
 namespace img_pipe {
 namespace {
 
-constexpr std::int32_t mosaic_reach = 6; // cells that a result reaches on each side
+// Columns a line of colours holds beyond its end: twice the widest vector of bytes.
+constexpr std::int32_t colour_pad = 128;
 
-// Half lines by line number, a power of two of them.
-struct half_ring {
-    std::uint16_t* base;
-    std::size_t pitch;
-    std::int32_t mask;
-    std::uint16_t* operator[](std::int32_t y) const {
-        return base + pitch * static_cast<std::size_t>(y & mask) + line_pad;
-    }
-    s15* s(std::int32_t y) const { return reinterpret_cast<s15*>((*this)[y]); }
-};
-
-[[maybe_unused]] half_ring take_halves(std::byte*& at, std::size_t pitch, std::int32_t count) {
-    half_ring ring{reinterpret_cast<std::uint16_t*>(at), pitch, count - 1};
-    at += pitch * sizeof(std::uint16_t) * static_cast<std::size_t>(count);
-    return ring;
+// Takes a line of `n` samples and its padding from *at, and moves it on.
+template <class T>
+[[maybe_unused]] T* take_line(std::byte*& at, std::int32_t n) {
+    T* line = reinterpret_cast<T*>(at);
+    at += (static_cast<std::size_t>(n + colour_pad) * sizeof(T) + 63) / 64 * 64;
+    return line;
 }
 
-// What goes with a line of colours into 16 bits.
-struct own_samples {
-    const std::uint16_t* line;
-    bool red; // the line has red and green
-    int at_c; // 0 when red or blue stand in the even columns
-};
-
-template <class Rows>
+template <template <class> class Rows, class T>
 class colour_out {
 public:
     // Columns [first, first + width) of the strip's destination; `first` is even.
-    colour_out(const kernel_call& call, bool bytes_, std::int32_t first_, std::int32_t width_, std::byte*& scratch,
-               std::size_t pitch)
+    colour_out(const kernel_call& call, std::int32_t first_, std::int32_t width_, std::byte*& scratch)
         : dst(call.dst),
           params(static_cast<const demosaic_params*>(call.params)),
-          bytes(bytes_),
           first(first_),
           width(width_),
-          cells((width_ + 1) / 2),
-          to16(call.dst.format == fcc("RGB6")),
+          large(std::int64_t{call.image_height} * call.dst.plane_data[0].stride >= (std::int64_t{8} << 20)),
           planar(call.dst.format == fcc("I420") || call.dst.format == fcc("YV12")) {
-        if (matrix()) fixed = fixed_of(params->matrix);
-        if (planar)
-            for (int i = 0; i < 2; ++i) {
-                u[i] = take_halves(scratch, pitch, 1)[0];
-                v[i] = take_halves(scratch, pitch, 1)[0];
-            }
+        if (matrix()) fixed = fixed_of(params->matrix, narrow_lanes ? 255 << 7 : 32767);
+        for (int i = 0; i < 3; ++i) {
+            lines.line[i] = take_line<T>(scratch, width);
+            bytes.line[i] =
+                narrow_lanes ? reinterpret_cast<std::uint8_t*>(lines.line[i]) : take_line<std::uint8_t>(scratch, width);
+            if (planar)
+                for (three8& line : yuv) line.line[i] = take_line<std::uint8_t>(scratch, width);
+        }
     }
 
-    bool is_16() const { return to16; }
+    // Where the line's colours are put; room for colour_pad columns more.
+    three<T> colours() const { return lines; }
     // Whether colours go out as they come.
     bool neutral() const { return !matrix() && !gamma(); }
-    s15 round() const { return bytes ? 64 : 0; }
+    // A picture that leaves no room in the last cache is not put there: nothing is fetched only to be overwritten.
+    bool past_caches() const { return large; }
     std::uint8_t* at(std::int32_t y, std::int32_t pixel_bytes) const { return line_of(dst, y) + first * pixel_bytes; }
 
-    void put(std::int32_t y, const colour_halves& c, const own_samples& own) {
-        if (to16) {
-            Rows::widen(own.line, own.red, own.at_c, width, c);
-            if (matrix()) Rows::apply_matrix(params->matrix, cells, c);
-            if (gamma()) look_up(c);
-            Rows::store_rgb6(c, width, at(y, 8));
-            return;
-        }
-        if (matrix()) Rows::apply_fixed_matrix(fixed, cells, c);
-        if (gamma()) look_up(c);
+    // Writes line y from colours().
+    void put(std::int32_t y) {
+        if constexpr (!narrow_lanes)
+            if (dst.format == fcc("RGB6")) return put_16(y);
+        to_bytes();
+        const in8 in{{bytes.line[0], bytes.line[1], bytes.line[2]}};
         switch (dst.format) {
         case fcc("BGR3"):
-            Rows::store_bgr3(c, width, round(), at(y, 3));
-            break;
+            return Rows<T>::join8(3, in, 0, width, at(y, 3));
         case fcc("BGR4"):
-            Rows::store_bgr4(c, width, round(), at(y, 4));
-            break;
+            return Rows<T>::join8(4, in, 0, width, at(y, 4));
+        case fcc("Y800"):
+            return Rows<T>::luma8(in, 0, width, at(y, 1));
         default:
-            Rows::store_luma(c, width, round(), at(y, 1));
-            if (planar) put_chroma(y, c);
+            return put_planes(y, in);
         }
     }
 
 private:
+    static constexpr bool narrow_lanes = sizeof(T) == 1;
     bool matrix() const { return params != nullptr && params->matrix_on; }
-    bool gamma() const { return params != nullptr && (bytes ? params->gamma8 != nullptr : params->gamma != nullptr); }
-
-    void put_chroma(std::int32_t y, const colour_halves& c) {
-        Rows::chroma(c, cells, u[y & 1], v[y & 1]);
-        if (y % 2 == 0) return;
-        const int blue = dst.format == fcc("I420") ? 1 : 2;
-        Rows::store_chroma(u[0], u[1], width / 2, line_of(dst, y / 2, blue) + first / 2);
-        Rows::store_chroma(v[0], v[1], width / 2, line_of(dst, y / 2, 3 - blue) + first / 2);
+    bool gamma() const {
+        return params != nullptr && (narrow_lanes ? params->gamma8 != nullptr : params->gamma != nullptr);
     }
 
-    void look_up(const colour_halves& c) const {
-        for (s15* half : {c.r[0], c.r[1], c.g[0], c.g[1], c.b[0], c.b[1]})
-            if (bytes)
-                for (std::int32_t k = 0; k < cells; ++k)
-                    half[k] = static_cast<s15>(params->gamma8[byte_of(half[k], 64)] << 7U);
-            else if (to16)
-                for (std::int32_t k = 0; k < cells; ++k)
-                    half[k] = static_cast<s15>(params->gamma[static_cast<std::uint16_t>(half[k])]);
-            else
-                for (std::int32_t k = 0; k < cells; ++k) {
-                    const std::int32_t value = positive(half[k]);
-                    half[k] = static_cast<s15>(params->gamma[value << 1 | value >> 14] >> 1U);
-                }
+    void to_bytes() {
+        if (matrix()) Rows<T>::fixed_matrix(fixed, 0, width, lines);
+        for (int i = 0; i < 3; ++i)
+            if constexpr (narrow_lanes) {
+                if (gamma())
+                    Rows<T>::look_up_sites(params->gamma8, params->gamma8, lines.line[i], width, lines.line[i]);
+            } else if (gamma()) {
+                look_up_byte(params->gamma, lines.line[i], width, bytes.line[i]);
+            } else {
+                Rows<T>::narrow(reinterpret_cast<const std::uint8_t*>(lines.line[i]), 0, width, bytes.line[i]);
+            }
+    }
+
+    void put_16(std::int32_t y) {
+        const in16 in{{lines.line[0], lines.line[1], lines.line[2]}};
+        if (matrix()) {
+            line_matrix m{};
+            for (int i = 0; i < 3; ++i) {
+                for (int j = 0; j < 3; ++j) m.m[2 - i][2 - j] = params->matrix.m[i][j];
+                m.offset[2 - i] = params->matrix.m[i][3] * 65535.0F;
+            }
+            Rows<T>::matrix16(m, in, 0, width, lines);
+        }
+        if (gamma())
+            for (T* line : lines.line)
+                for (std::int32_t x = 0; x < width; ++x) line[x] = params->gamma[line[x]];
+        Rows<T>::join16(in, 0, width, at(y, 8));
+    }
+
+    void put_planes(std::int32_t y, in8 in) {
+        const three8& own = yuv[y & 1];
+        Rows<T>::bgr_to_yuv(in, 0, width, {{at(y, 1), own.line[1], own.line[2]}});
+        if (y % 2 == 0) return;
+        const int blue = dst.format == fcc("I420") ? 1 : 2;
+        for (int i = 1; i < 3; ++i)
+            Rows<T>::halve(yuv[0].line[i], yuv[1].line[i], 0, width / 2,
+                           line_of(dst, y / 2, i == 1 ? blue : 3 - blue) + first / 2);
     }
 
     const img_descriptor& dst;
     const demosaic_params* params;
-    bool bytes; // the mosaic has 8 bits
-    std::int32_t first, width, cells;
-    bool to16, planar;
+    std::int32_t first, width;
+    bool large, planar;
     fixed_matrix fixed{};
-    std::uint16_t *u[2]{}, *v[2]{};
+    three<T> lines{};
+    three8 bytes{}, yuv[2]{};
 };
 
 } // namespace

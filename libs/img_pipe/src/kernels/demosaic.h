@@ -1,5 +1,6 @@
 // Demosaicing: a strip in tiles of columns, each walked down once. Lines of every step live in rings that stay in the
-// cache, so a frame is read once and written once. The level's steps come as `Rows`.
+// cache, so a frame is read once and written once. The level's steps come as `Rows<T>`; T is 8 bits where bytes come in
+// or nothing but bytes goes out, 16 bits otherwise.
 //
 // Line y of a result needs the mosaic's lines y - 5 to y + 5; outside the image they are its mirror. Every value
 // depends on the mosaic alone, not on where strips or tiles begin.
@@ -9,117 +10,174 @@
 namespace img_pipe {
 namespace {
 
-constexpr std::int32_t tile_cells = 512;
-constexpr std::int32_t lead = 16; // pixels that a tile reads on each side; a whole number of packed groups
+constexpr std::int32_t mosaic_reach = 6; // cells that a result reaches on each side
+constexpr std::int32_t lead = 16;        // pixels that a tile reads on each side; a whole number of packed groups
+// Steps begin this many cells before the tile, where lines are aligned; what they make of cells beyond the reach is
+// never used.
+constexpr std::int32_t first_step = -lead / 2;
+constexpr std::int32_t cells_before = 64 - first_step, cells_behind = 64;
+// Cells of a tile. Lines longer than this are rare: a tile writes each line of the destination in a piece, and memory
+// likes long pieces.
+constexpr std::int32_t tile_cells = 2048;
 
-template <class Rows>
+// Half lines by line number, a power of two of them.
+template <class T>
+struct half_ring {
+    T* base;
+    std::size_t pitch;
+    std::int32_t mask;
+    T* operator[](std::int32_t y) const { return base + pitch * static_cast<std::size_t>(y & mask) + cells_before; }
+};
+
+template <template <class> class Rows, class T>
 class demosaic_tile {
 public:
     demosaic_tile(const kernel_call& call_, std::int32_t first_cell, std::int32_t cells_)
         : call(call_),
           params(static_cast<const demosaic_params*>(call_.params)),
           in(layout_of(call_.src.format)),
-          bytes(in.pack == packing::plain8),
           corrected(params != nullptr && params->samples_on),
           first(2 * first_cell),
           cells(cells_),
-          pitch(ring_pitch(cells_)),
+          width(smaller(2 * cells, call.src.width - first)),
+          pitch((static_cast<std::size_t>(cells + cells_before + cells_behind) * sizeof(T) + 63) / 64 * 64 / sizeof(T)),
           at(call_.scratch),
-          out(call_, bytes, first, smaller(2 * cells, call.src.width - first), at, pitch),
-          half{take_halves(at, pitch, 8), take_halves(at, pitch, 8)},
-          along(take_halves(at, pitch, 4)),
-          across(take_halves(at, pitch, 8)),
-          step_h(take_halves(at, pitch, 8)),
-          step_v(take_halves(at, pitch, 4)),
-          chosen(take_halves(at, pitch, 4)),
-          raw(take_ring(at, 2 * cells, out.is_16() ? 8 : 1)) {
-        for (int i = 0; i < 2; ++i)
-            for (s15** to : {&colour.r[i], &colour.g[i], &colour.b[i]}) *to = take_halves(at, pitch, 1).s(0);
+          half{take(8), take(8)},
+          green_h(take(4)),
+          green_v(take(8)),
+          difference_h(take(1)),
+          difference_v(take(4)),
+          step_h(take(4)),
+          step_v(take(4)),
+          green(take(4)),
+          difference(take(4)),
+          raw(take_line<std::uint16_t>(at, 2 * cells + 2 * lead) + lead),
+          out(call_, first, width, at) {
+        find_mirrored();
     }
 
     void run() {
         for (std::int32_t y = -5; y < call.src.height + 5; ++y) {
             load(y);
             if (y >= -1) find_candidates(y - 2);
-            if (y >= 1) Rows::steps(across[y - 4], across[y - 2], -2, cells + 2, step_v[y - 4]);
             if (y >= 3) choose(y - 4);
             if (y >= 5) emit(y - 5);
         }
+        Rows<T>::finish();
     }
 
 private:
     static std::int32_t smaller(std::int32_t a, std::int32_t b) { return a < b ? a : b; }
+    half_ring<T> take(std::int32_t lines) {
+        half_ring<T> ring{reinterpret_cast<T*>(at), pitch, lines - 1};
+        at += pitch * sizeof(T) * static_cast<std::size_t>(lines);
+        return ring;
+    }
     // The mosaic's lines go by twos; strips begin on an even line.
     bool c_first(std::int32_t y) const { return ((y & 1) == 0) == (in.mosaic == phase::bg || in.mosaic == phase::rg); }
     bool red(std::int32_t y) const { return ((y & 1) == 0) == (in.mosaic == phase::gr || in.mosaic == phase::rg); }
-    const s15* c(std::int32_t y) const { return half[c_first(y) ? 0 : 1].s(y); }
-    const s15* g(std::int32_t y) const { return half[c_first(y) ? 1 : 0].s(y); }
+    const T* c(std::int32_t y) const { return half[c_first(y) ? 0 : 1][y]; }
+    const T* g(std::int32_t y) const { return half[c_first(y) ? 1 : 0][y]; }
 
     // Line y of the mosaic, mirrored beyond the image.
     void load(std::int32_t y) {
-        const std::int32_t width = call.src.width, line = mirror(call.first_line + y, call.image_height);
-        const std::int32_t begin = first < lead ? 0 : first - lead, end = smaller(width, first + 2 * cells + lead);
+        const std::int32_t all = call.src.width, line = mirror(call.first_line + y, call.image_height);
+        const std::int32_t begin = first < lead ? 0 : first - lead, end = smaller(all, first + 2 * cells + lead);
         const std::uint8_t* from = line_of(call.src, line - call.first_line) + line_bytes(in, begin);
-        s15 *even = half[0].s(y), *odd = half[1].s(y);
         const std::int32_t shift = (begin - first) / 2;
-        if (bytes && !corrected) {
-            Rows::split_bytes(from, end - begin, even + shift, odd + shift);
-        } else {
-            std::uint16_t* samples = raw.line(y) + (begin - first);
-            Rows::load(in, from, call.data_end, end - begin, samples);
-            if (corrected) Rows::correct(params->samples, call.first_line + y, end - begin, samples);
-            Rows::split_line(samples, end - begin, bytes, even + shift, odd + shift);
+        split(y, from, read_end(call, in, line - call.first_line), end - begin, half[0][y] + shift, half[1][y] + shift);
+        for (std::int32_t i = 0; i < mirrored_count; ++i) {
+            const mirrored_cell& m = mirrored[i];
+            half[m.side][y][m.to] = half[m.from_side][y][m.from];
         }
-        // Not (x odd ? odd : even)[...]: g++ 12 with UBSan computes such an index on one of the two ways only.
-        const auto at_pixel = [&](std::int32_t x) -> s15& { return half[x & 1].s(y)[(x - first) >> 1]; };
-        for (std::int32_t x = first - 2 * mosaic_reach; x < begin; ++x) at_pixel(x) = at_pixel(mirror(x, width));
-        for (std::int32_t x = end; x < first + 2 * (cells + mosaic_reach); ++x)
-            at_pixel(x) = at_pixel(mirror(x, width));
+    }
+
+    // Finds the cells beyond the image's edges, and those that they mirror.
+    void find_mirrored() {
+        const std::int32_t all = call.src.width;
+        const auto add = [&](std::int32_t x) {
+            const std::int32_t from = mirror(x, all);
+            mirrored[mirrored_count++] = {x & 1, (x - first) >> 1, from & 1, (from - first) >> 1};
+        };
+        for (std::int32_t x = first - 2 * mosaic_reach; x < first && x < 0; ++x) add(x);
+        for (std::int32_t x = all; x < first + 2 * (cells + mosaic_reach); ++x) add(x);
+    }
+
+    void split(std::int32_t y, const std::uint8_t* from, const std::uint8_t* from_end, std::int32_t n, T* even, T* odd) {
+        if constexpr (sizeof(T) == 1)
+            if (!corrected) {
+                if (in.pack == packing::plain8) return Rows<T>::split_bytes(from, n, even, odd);
+                if (in.pack == packing::plain16 && from_end - from >= 2 * n)
+                    return Rows<T>::split_words(from, n, in.shift, even, odd);
+            }
+        Rows<T>::load(in, from, from_end, n, raw);
+        if (corrected) Rows<T>::correct(params->samples, call.first_line + y, n, raw);
+        Rows<T>::split_line(raw, n, even, odd);
     }
 
     void find_candidates(std::int32_t y) {
-        Rows::candidates({c(y), g(y), g(y - 1), g(y + 1), c(y - 2), c(y + 2), c_first(y)}, -2, cells + 3, along[y],
-                         across[y]);
-        Rows::steps(along[y], along[y] + 1, -2, cells + 2, step_h[y]);
+        Rows<T>::candidates(
+            {c(y), g(y), g(y - 1), g(y + 1), c(y - 2), c(y + 2), c_first(y)}, first_step, cells + 3,
+            {green_h[y], green_v[y], difference_h[y], difference_v[y], difference_v[y - 2], step_v[y - 2]});
+        Rows<T>::steps(difference_h[y], difference_h[y] + 1, first_step, cells + 2, step_h[y]);
     }
 
     void choose(std::int32_t y) {
-        Rows::choose({{step_h[y - 2], step_h[y - 1], step_h[y], step_h[y + 1], step_h[y + 2]},
-                      {step_v[y - 2], step_v[y - 1], step_v[y]},
-                      along[y],
-                      {across[y - 2], across[y], across[y + 2]},
-                      c_first(y)},
-                     -1, cells + 1, chosen[y]);
+        Rows<T>::choose({{step_h[y - 1], step_h[y], step_h[y + 1]},
+                         {step_v[y - 2], step_v[y - 1], step_v[y]},
+                         green_h[y],
+                         {green_v[y - 2], green_v[y], green_v[y + 2]},
+                         {c(y - 2), c(y), c(y + 2)},
+                         c_first(y)},
+                        first_step, cells + 1, green[y], difference[y]);
     }
 
     void emit(std::int32_t y) {
-        const mosaic_lines lines{c(y),     g(y),     chosen[y],  chosen[y - 1], chosen[y + 1],
-                                 c(y - 1), c(y + 1), c_first(y), red(y)};
-        Rows::colours(lines, cells, colour);
-        out.put(y, colour, {raw.line(y), red(y), c_first(y) ? 0 : 1});
+        const mosaic_lines<T> lines{
+            c(y),     g(y),         green[y],          difference[y], c(y - 1), green[y - 1], difference[y - 1],
+            c(y + 1), green[y + 1], difference[y + 1], c_first(y),    red(y)};
+        if constexpr (sizeof(T) == 1)
+            if (call.dst.format == fcc("BGR4") && out.neutral())
+                return Rows<T>::colours_bgr4(lines, width, out.colours(), out.past_caches(), out.at(y, 4));
+        Rows<T>::colours(lines, 0, cells, out.colours());
+        out.put(y);
     }
 
     const kernel_call& call;
     const demosaic_params* params;
     sample_layout in;
-    bool bytes, corrected;
-    std::int32_t first, cells;
+    bool corrected;
+    std::int32_t first, cells, width;
     std::size_t pitch;
     std::byte* at;
-    colour_out<Rows> out;
-    half_ring half[2], along, across, step_h, step_v, chosen;
-    row_ring raw;
-    colour_halves colour{};
+    half_ring<T> half[2], green_h, green_v, difference_h, difference_v, step_h, step_v, green, difference;
+    std::uint16_t* raw;
+    struct mirrored_cell {
+        std::int32_t side, to, from_side, from;
+    } mirrored[4 * mosaic_reach + 2];
+    std::int32_t mirrored_count = 0;
+    colour_out<Rows, T> out;
 };
 
-template <class Rows>
-void demosaic(const kernel_call& call) {
+template <template <class> class Rows, class T>
+void demosaic_tiles(const kernel_call& call) {
     const std::int32_t cells = (call.src.width + 1) / 2;
     for (std::int32_t k = 0; k < cells; k += tile_cells)
-        demosaic_tile<Rows>(call, k, cells - k < tile_cells ? cells - k : tile_cells).run();
+        demosaic_tile<Rows, T>(call, k, cells - k < tile_cells ? cells - k : tile_cells).run();
 }
 
-template <class Rows>
+// Matrix and gamma stretch small differences, so more than 8 bits go on until they are done.
+template <template <class> class Rows>
+void demosaic(const kernel_call& call) {
+    const auto* params = static_cast<const demosaic_params*>(call.params);
+    const bool stretched = params != nullptr && (params->matrix_on || params->gamma != nullptr);
+    if (layout_of(call.src.format).pack == packing::plain8 || (call.dst.format != fcc("RGB6") && !stretched))
+        demosaic_tiles<Rows, std::uint8_t>(call);
+    else
+        demosaic_tiles<Rows, std::uint16_t>(call);
+}
+
+template <template <class> class Rows>
 kernel_fn find_demosaic_of(std::uint32_t destination, std::uint32_t source) {
     const sample_layout in = layout_of(source);
     if (in.pack == packing::none || in.mosaic == phase::grey) return nullptr;

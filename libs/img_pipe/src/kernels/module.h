@@ -11,6 +11,8 @@
     kernel_fn find_sharpness(img_type destination, img_type source);    /* and Y800, Y16 */                            \
     kernel_fn find_polarisation(img_type destination, img_type source);                                                \
     kernel_fn find_pwl(img_type destination, img_type source);                                                         \
+    kernel_fn find_float_samples(img_type destination, img_type source); /* float mosaics to integers and themselves */ \
+    kernel_fn find_smooth(img_type destination, img_type source);                                                      \
     kernel_fn find_colour_lines(img_type destination, img_type source); /* YUV, blue-green-red, mono to those */
 
 namespace img_pipe {

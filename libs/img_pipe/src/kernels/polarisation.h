@@ -86,7 +86,7 @@ private:
     void load(std::int32_t line) {
         for (int i = 0; i < 2; ++i) {
             const std::int32_t y = 2 * line + i - call.first_line;
-            Rows::load(in, line_of(call.src, y), call.data_end, 2 * cells, raw[i]);
+            Rows::load(in, line_of(call.src, y), read_end(call, in, y), 2 * cells, raw[i]);
         }
         Rows::split_pairs(raw[0], 0, cells, cell.i90, cell.i45);
         Rows::split_pairs(raw[1], 0, cells, cell.i135, cell.i0);
@@ -166,14 +166,27 @@ private:
 };
 
 template <class Rows>
-kernel_fn find_polarisation_of(std::uint32_t destination, std::uint32_t source) {
-    const pol_format out = pol_format_of(destination);
-    const bool bytes = source == fcc("P180") || source == fcc("P280");
-    const bool words = source == fcc("P116") || source == fcc("P216") || source == fcc("P1CP") ||
-                       source == fcc("P2CP") || source == fcc("P1Cp") || source == fcc("P2Cp");
-    if (out.kind == pol_kind::none || !(out.wide ? words : bytes)) return nullptr;
-    return &polarisation_lines<Rows>::run;
-}
+constexpr kernel_row polarisation_rows[] = {
+    {fcc("ADI1"), fcc("P180"), &polarisation_lines<Rows>::run, 1, 1, 2, 2},
+    {fcc("PPM1"), fcc("P180"), &polarisation_lines<Rows>::run, 1, 1, 2, 2},
+    {fcc("BGR4"), fcc("P180"), &polarisation_lines<Rows>::run, 1, 1, 2, 2},
+    {fcc("ADC1"), fcc("P280"), &polarisation_lines<Rows>::run, 1, 1, 2, 2},
+    {fcc("PPB1"), fcc("P280"), &polarisation_lines<Rows>::run, 1, 1, 2, 2},
+    {fcc("BGR4"), fcc("P280"), &polarisation_lines<Rows>::run, 1, 1, 2, 2},
+    {fcc("ADI2"), fcc("P116"), &polarisation_lines<Rows>::run, 1, 1, 2, 2},
+    {fcc("PPM2"), fcc("P116"), &polarisation_lines<Rows>::run, 1, 1, 2, 2},
+    {fcc("ADI2"), fcc("P1CP"), &polarisation_lines<Rows>::run, 1, 1, 2, 2},
+    {fcc("PPM2"), fcc("P1CP"), &polarisation_lines<Rows>::run, 1, 1, 2, 2},
+    {fcc("ADI2"), fcc("P1Cp"), &polarisation_lines<Rows>::run, 1, 1, 2, 2},
+    {fcc("PPM2"), fcc("P1Cp"), &polarisation_lines<Rows>::run, 1, 1, 2, 2},
+    {fcc("ADC2"), fcc("P216"), &polarisation_lines<Rows>::run, 1, 1, 2, 2},
+    {fcc("PPB2"), fcc("P216"), &polarisation_lines<Rows>::run, 1, 1, 2, 2},
+    {fcc("ADC2"), fcc("P2CP"), &polarisation_lines<Rows>::run, 1, 1, 2, 2},
+    {fcc("PPB2"), fcc("P2CP"), &polarisation_lines<Rows>::run, 1, 1, 2, 2},
+    {fcc("ADC2"), fcc("P2Cp"), &polarisation_lines<Rows>::run, 1, 1, 2, 2},
+    {fcc("PPB2"), fcc("P2Cp"), &polarisation_lines<Rows>::run, 1, 1, 2, 2},
+    {},
+};
 
 } // namespace
 } // namespace img_pipe

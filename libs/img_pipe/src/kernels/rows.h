@@ -65,6 +65,7 @@ enum class packing : std::uint8_t {
     packed12, // two high bytes around a byte of both low parts
     mipi10,   // four high bytes, then a byte of low parts
     mipi12,   // two high bytes, then a byte of low parts
+    real,     // 32-bit float; 0 to 1 are the range of 16 bits, what lies outside counts as its end
 };
 
 // A mosaic's phase: the colour of the upper left sample and of its right neighbour.
@@ -75,6 +76,12 @@ struct sample_layout {
     std::uint8_t shift; // from the format's value to the top of 16 bits (plain16 and packed)
     phase mosaic;
 };
+
+// Samples that share bytes: a line of another number of them ends inside a group.
+[[maybe_unused]] std::int32_t group_of(packing pack) {
+    if (pack == packing::p10 || pack == packing::mipi10) return 4;
+    return pack == packing::p12 || pack == packing::packed12 || pack == packing::mipi12 ? 2 : 1;
+}
 
 // The layout of mono, mosaic, raw and polarisation formats; packing::none for all others.
 [[maybe_unused]] sample_layout layout_of(std::uint32_t id) {
@@ -90,7 +97,12 @@ struct sample_layout {
         {fcc("RAW1"), packing::plain8, 8},   {fcc("RAW2"), packing::plain16, 0},  {fcc("P180"), packing::plain8, 8},
         {fcc("P280"), packing::plain8, 8},   {fcc("P116"), packing::plain16, 0},  {fcc("P216"), packing::plain16, 0},
         {fcc("P1CP"), packing::packed12, 4}, {fcc("P2CP"), packing::packed12, 4}, {fcc("P1Cp"), packing::p12, 4},
-        {fcc("P2Cp"), packing::p12, 4},      {fcc("PWL1"), packing::mipi12, 4},   {fcc("PWL2"), packing::packed12, 4},
+        {fcc("P2Cp"), packing::p12, 4},
+    };
+    static constexpr entry companded[] = {
+        // red first
+        {fcc("PWL1"), packing::mipi12, 4},
+        {fcc("PWL2"), packing::packed12, 4},
         {fcc("PWL3"), packing::p12, 4},
     };
     struct group {
@@ -108,13 +120,23 @@ struct sample_layout {
         {{fcc("BGCp"), fcc("GBCp"), fcc("GRCp"), fcc("RGCp")}, packing::p12, 4},
         {{fcc("BGCP"), fcc("GBCP"), fcc("GRCP"), fcc("RGCP")}, packing::packed12, 4},
         {{fcc("BGDP"), fcc("GBDP"), fcc("GRDP"), fcc("RGDP")}, packing::mipi12, 4},
+        {{fcc("BGf0"), fcc("GBf0"), fcc("BAf0"), fcc("RGf0")}, packing::real, 0},
     };
     for (const entry& e : grey)
         if (e.id == id) return {e.pack, e.shift, phase::grey};
+    for (const entry& e : companded)
+        if (e.id == id) return {e.pack, e.shift, phase::rg};
     for (const group& g : mosaics)
         for (std::int8_t i = 0; i < 4; ++i)
             if (g.id[i] == id) return {g.pack, g.shift, static_cast<phase>(i)};
     return {packing::none, 0, phase::grey};
+}
+
+// The kernel of a table's row for the pair; null when there is none.
+[[maybe_unused]] kernel_fn find_in(const kernel_row* row, std::uint32_t destination, std::uint32_t source) {
+    for (; row->function != nullptr; ++row)
+        if (row->destination == destination && row->source == source) return row->function;
+    return nullptr;
 }
 
 } // namespace

@@ -16,6 +16,7 @@ namespace {
     std::int64_t bits = 12;
     if (layout.pack == packing::plain8) bits = 8;
     if (layout.pack == packing::plain16) bits = 16;
+    if (layout.pack == packing::real) bits = 32;
     if (layout.pack == packing::p10 || layout.pack == packing::mipi10) bits = 10;
     return static_cast<std::int32_t>(bits * width / 8);
 }
@@ -24,27 +25,91 @@ namespace {
     return view.plane_data[plane].data + static_cast<std::ptrdiff_t>(view.plane_data[plane].stride) * y;
 }
 
+// One past what may be read for line `y` of the strip. Where a line ends inside a group of samples, the missing bits are
+// not those of the next line. In place, lines outside the strip may be changing.
+[[maybe_unused]] const std::uint8_t* read_end(const kernel_call& call, sample_layout in, std::int32_t y) {
+    const std::int32_t bytes = line_bytes(in, call.src.width);
+    if (call.src.width % group_of(in.pack) != 0) return line_end(call.src, y, bytes);
+    const bool in_place = call.src.plane_data[0].data == call.dst.plane_data[0].data;
+    return in_place ? line_end(call.src, call.src.height - 1, bytes) : call.data_end;
+}
+
+[[maybe_unused]] bool holds_words(const std::uint8_t* p) {
+    return reinterpret_cast<std::uintptr_t>(p) % alignof(std::uint16_t) == 0;
+}
+
+// What becomes of each byte, by the four sites of a cell: corrections of bytes need no arithmetic per sample.
+template <class Rows>
+class byte_tables {
+public:
+    void fill(const sample_params& samples) {
+        alignas(64) std::uint16_t memory[2 * line_pad + 256];
+        std::uint16_t* line = memory + line_pad;
+        for (int site = 0; site < 4; ++site) {
+            same[site] = site > 0 && samples.gain[site] == samples.gain[site - 1];
+            sample_params alike = samples;
+            for (float& gain : alike.gain) gain = samples.gain[site];
+            for (int v = 0; v < 256; ++v) line[v] = static_cast<std::uint16_t>(v * 257);
+            Rows::correct(alike, 0, 256, line);
+            for (int v = 0; v < 256; ++v) tables[site][v] = static_cast<std::uint8_t>(line[v] >> 8U);
+        }
+    }
+    void apply(const std::uint8_t* in, std::int32_t y, std::int32_t width, std::uint8_t* out) const {
+        const int site = (y & 1) * 2;
+        Rows::look_up_sites(tables[site], tables[same[site + 1] ? site : site + 1], in, width, out);
+    }
+
+private:
+    alignas(16) std::uint8_t tables[4][256];
+    bool same[4];
+};
+
 template <class Rows>
 void sample_lines(const kernel_call& call) {
     const sample_layout in = layout_of(call.src.format), out = layout_of(call.dst.format);
     const auto* samples = static_cast<const sample_params*>(call.params);
     const bool in_place = call.src.plane_data[0].data == call.dst.plane_data[0].data;
-    const std::int32_t width = call.src.width;
-    const std::int32_t in_bytes = line_bytes(in, width), out_bytes = line_bytes(out, width);
+    const std::int32_t width = call.src.width, out_bytes = line_bytes(out, width);
     std::byte* at = call.scratch;
     std::uint16_t* line = take_ring(at, width, 1).line(0);
+    const bool by_table = samples != nullptr && in.pack == packing::plain8 && out.pack == packing::plain8;
+    byte_tables<Rows> tables;
+    if (by_table) tables.fill(*samples);
+    const bool as_they_are = samples == nullptr && !in_place;
     for (std::int32_t y = 0; y < call.src.height; ++y) {
-        const std::uint8_t* end = in_place ? line_end(call.src, y, in_bytes) : call.data_end;
-        Rows::load(in, line_of(call.src, y), end, width, line);
+        const std::uint8_t* from = line_of(call.src, y);
+        std::uint8_t* to = line_of(call.dst, y);
+        const std::uint8_t* end = read_end(call, in, y);
+        if (by_table && call.data_end - from >= width) {
+            tables.apply(from, call.first_line + y, width, to);
+            continue;
+        }
+        // Words in the form of a line buffer need no other.
+        if (as_they_are && out.pack == packing::plain16 && out.shift == 0 && holds_words(to)) {
+            Rows::load(in, from, end, width, reinterpret_cast<std::uint16_t*>(to));
+            continue;
+        }
+        if (as_they_are && in.pack == packing::plain16 && in.shift == 0 && holds_words(from) &&
+            end - from >= 2 * width) {
+            Rows::store(out, to, line_end(call.dst, y, out_bytes), width, reinterpret_cast<const std::uint16_t*>(from));
+            continue;
+        }
+        if (samples != nullptr && in_place && in.pack == packing::plain16 && in.shift == 0 && out.shift == 0 &&
+            holds_words(to)) {
+            Rows::correct(*samples, call.first_line + y, width, reinterpret_cast<std::uint16_t*>(to));
+            continue;
+        }
+        Rows::load(in, from, end, width, line);
         if (samples != nullptr) Rows::correct(*samples, call.first_line + y, width, line);
-        Rows::store(out, line_of(call.dst, y), line_end(call.dst, y, out_bytes), width, line);
+        Rows::store(out, to, line_end(call.dst, y, out_bytes), width, line);
     }
 }
 
 template <class Rows>
 kernel_fn find_sample_lines_of(std::uint32_t destination, std::uint32_t source) {
     const sample_layout in = layout_of(source), out = layout_of(destination);
-    return in.pack == packing::none || out.pack == packing::none ? nullptr : &sample_lines<Rows>;
+    const auto able = [](packing pack) { return pack != packing::none && pack != packing::real; };
+    return able(in.pack) && able(out.pack) ? &sample_lines<Rows> : nullptr;
 }
 
 } // namespace

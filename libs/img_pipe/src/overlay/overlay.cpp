@@ -26,7 +26,8 @@ public:
     }
 
     bool able() const {
-        return samples.pack != packing::none || bytes_per_pixel != 0 || group.pixels != 0 || luma_plane;
+        return (samples.pack != packing::none && samples.pack != packing::real) || bytes_per_pixel != 0 ||
+               group.pixels != 0 || luma_plane;
     }
 
     void put(std::int32_t x, std::int32_t y, bool white) {

@@ -13,6 +13,7 @@ line_split split_lines(std::int32_t height, std::int32_t threads) {
 img_descriptor lines_of(const img_descriptor& view, std::int32_t first, std::int32_t count) {
     img_descriptor part = view;
     part.height = count;
+    part.data_size -= static_cast<std::uint32_t>(static_cast<std::ptrdiff_t>(view.plane_data[0].stride) * first);
     const format_description d(view.format);
     for (std::int32_t plane = 0; plane < d.plane_count; ++plane)
         if (image_plane& p = part.plane_data[plane]; p.data != nullptr)

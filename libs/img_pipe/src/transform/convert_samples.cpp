@@ -42,14 +42,7 @@ bool convert_bayer(transform_pipe& pipe, const img_descriptor& dst, const img_de
     demosaic_params demosaic{};
     demosaic.samples_on = c.white_balance || params.route_flags[1] != 0;
     demosaic.samples = mosaic_gains(c, src.format);
-    demosaic.matrix_on = c.matrix || c.colour || c.tone || c.forced;
-    demosaic.matrix = further ? whole_matrix(c, false) : colour_matrix(c);
-    if (c.gamma) {
-        const gamma_tables* tables = state.luts.gamma(c.gamma_value);
-        if (tables == nullptr) return false;
-        demosaic.gamma = tables->words;
-        demosaic.gamma8 = tables->bytes;
-    }
+    if (!demosaic_colours(c, state.luts, false, demosaic)) return false;
     const kernel_slot slot = further || dst.format == fcc("YV12") ? kernel_slot::transform_by_matrix_to_dst
                                                                   : kernel_slot::transform_by_edge_to_dst;
     road_builder way(state, dst, src);
@@ -77,15 +70,8 @@ bool change_bayer(transform_pipe& pipe, const img_descriptor& image, const trans
     if (c.each_sample()) {
         // A demosaic keeps each site's own sample, so its way there and back is that of the sample alone.
         demosaic.samples_on = true;
-    } else {
-        demosaic.matrix_on = c.matrix || c.colour || c.tone;
-        demosaic.matrix = whole_matrix(c, false);
-        if (c.gamma) {
-            const gamma_tables* tables = state.luts.gamma(c.gamma_value);
-            if (tables == nullptr) return false;
-            demosaic.gamma = tables->words;
-            demosaic.gamma8 = tables->bytes;
-        }
+    } else if (!demosaic_colours(c, state.luts, false, demosaic)) {
+        return false;
     }
     const bool bytes = format_description(image.format).bits_per_pixel == 8;
     way.enter(kernel_slot::transform_by_matrix_to_dst, bytes ? fcc("BGR3") : fcc("RGB6"), &demosaic, true);

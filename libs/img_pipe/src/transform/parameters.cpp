@@ -62,7 +62,7 @@ corrections::corrections(const transform_params& p)
     : forced(p.force_parameter_route),
       saturation(within(p.saturation, 0, 4, 1)),
       hue(within(p.hue, -1, 1, 0)),
-      gamma_value(within(p.gamma, 0.01F, 100, 1)),
+      gamma_value(gamma_within(p.gamma)),
       contrast(std::clamp(p.contrast, -256, 256 * 255)),
       brightness(std::clamp(p.brightness, -256 * 256, 256 * 256)),
       sharpness{p.sharpness, p.denoise} {
@@ -100,8 +100,6 @@ bool add_tone(const corrections& c, lut_context& luts, sample_params& to) {
     return true;
 }
 
-matrix_params colour_matrix(const corrections& c) { return with_offset(given(c), 1, 0); }
-
 matrix_params whole_matrix(const corrections& c, bool with_gains) {
     matrix3 m = given(c);
     if (with_gains)
@@ -110,6 +108,17 @@ matrix_params whole_matrix(const corrections& c, bool with_gains) {
     if (c.colour) m = product(saturation_hue(static_cast<double>(c.saturation), static_cast<double>(c.hue)), m);
     const double factor = 1 + c.contrast / 256.0;
     return with_offset(m, factor, 0.5 - 0.5 * factor + c.brightness / 256.0);
+}
+
+bool demosaic_colours(const corrections& c, lut_context& luts, bool with_gains, demosaic_params& to) {
+    to.matrix_on = (with_gains && c.white_balance) || c.matrix || c.colour || c.tone;
+    to.matrix = whole_matrix(c, with_gains);
+    if (!c.gamma) return true;
+    const gamma_tables* tables = luts.gamma(c.gamma_value);
+    if (tables == nullptr) return false;
+    to.gamma = tables->words;
+    to.gamma8 = tables->bytes;
+    return true;
 }
 
 matrix_params in_planes(const matrix_params& rgb) {

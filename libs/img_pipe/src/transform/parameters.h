@@ -34,10 +34,10 @@ sample_params mosaic_gains(const corrections& c, std::uint32_t format);
 // Contrast and brightness, then gamma; false when memory is out.
 bool add_tone(const corrections& c, lut_context& luts, sample_params& to);
 
-// The colour matrix alone.
-matrix_params colour_matrix(const corrections& c);
 // Gains if asked for, colour matrix, saturation and hue, contrast and brightness, in this order.
 matrix_params whole_matrix(const corrections& c, bool with_gains);
+// The whole matrix and gamma, for what comes out of a demosaic; false when memory is out.
+bool demosaic_colours(const corrections& c, lut_context& luts, bool with_gains, demosaic_params& to);
 // The same in terms of Y, U and V as full-range planes store them, chroma around the middle.
 matrix_params in_planes(const matrix_params& rgb);
 

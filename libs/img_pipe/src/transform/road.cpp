@@ -57,6 +57,7 @@ std::uint8_t* line_at(const img_descriptor& view, std::int32_t y, std::int32_t p
 }
 
 void copy_lines(const img_descriptor& to, const img_descriptor& from) {
+    if (to.plane_data[0].data == from.plane_data[0].data) return; // in place, nothing to copy
     const format_description d(from.format);
     for (std::int32_t plane = 0; plane < d.plane_count; ++plane) {
         const auto bytes = static_cast<std::size_t>(line_stride(from.format, from.width, plane));

@@ -42,7 +42,8 @@ constexpr auto yuv_self = &make<&convert_yuv_by_planes, all_but_first, fcc("BGR4
 constexpr auto yuv_bgr = &make<&convert_yuv_to_bgr, all_but_first, fcc("BGR4")>;
 constexpr auto bgr = &make<&convert_bgr, all_but_first, fcc("RGB6")>;
 constexpr auto luma = &make<&convert_to_luma, all_but_first, fcc("RGB6")>;
-constexpr auto pwl = &make<&convert_pwl, nothing, fcc("RGB6")>;
+constexpr auto pwl_float = &make<&convert_pwl_to_float, repacking, fcc("RGf0")>;
+constexpr auto pwl_colours = &make<&convert_pwl_to_colours, all_but_first, fcc("RGB6")>;
 constexpr auto polarization = &make<&convert_polarization, nothing, fcc("RGB6")>;
 
 // clang-format off
@@ -113,8 +114,8 @@ constexpr conversion_row conversions[] = {
     {{F("Y412")}, {F("Y412")}, yuv_self, 0, "transform_yuv_to_yuv_via_yuv8p"},
     {{F("Y411")}, {F("Y411")}, yuv_self, 0, "transform_yuv_to_yuv_via_yuv8p"},
     {{F("YUY2"), F("UYVY"), F("Y412"), F("Y411")}, {F("BGR3"), F("BGR4")}, yuv_bgr, 0, "transform_yuv_to_bgr"},
-    {{F("PWL1"), F("PWL2"), F("PWL3")}, {F("RGf0")}, pwl, 0, "transform_pwl_to_float_image"},
-    {{F("PWL1"), F("PWL2"), F("PWL3")}, {F("BGR4")}, pwl, 0, "transform_pwl_bayer_to_x"},
+    {{F("PWL1"), F("PWL2"), F("PWL3")}, {F("RGf0")}, pwl_float, 0, "transform_pwl_to_float_image"},
+    {{F("PWL1"), F("PWL2"), F("PWL3")}, {F("BGR4")}, pwl_colours, 0, "transform_pwl_bayer_to_x"},
     {{F("BGR4")}, {F("BGR4")}, bgr, row_hidden, "transform_bgr_to_bgr"},
     {{F("BGR3")}, {F("BGR3")}, bgr, row_hidden, "transform_bgr_to_bgr"},
     {{F("RGB6")}, {F("BGR4")}, bgr, 0, "transform_bgra64_to_bgrXX"},

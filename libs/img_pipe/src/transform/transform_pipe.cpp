@@ -49,8 +49,17 @@ bool sizes_fit(const img_descriptor& to, const img_descriptor& from) {
            to.width == from.width / 2 && to.height == from.height / 2;
 }
 
-bool same_memory(const img_descriptor& a, const img_descriptor& b) {
-    return a.plane_data[0].data == b.plane_data[0].data && a.plane_data[0].stride == b.plane_data[0].stride;
+bool same_image(const img_descriptor& a, const img_descriptor& b) {
+    return a.format == b.format && a.width == b.width && a.height == b.height &&
+           a.plane_data[0].data == b.plane_data[0].data && a.plane_data[0].stride == b.plane_data[0].stride;
+}
+
+bool read_only(const img_descriptor& view) { return (view.flags & view_read_only) != 0; }
+
+const in_place_row* in_place_row_of(std::uint32_t format) {
+    const auto rows = in_place_table();
+    const auto row = std::ranges::find_if(rows, [&](const in_place_row& r) { return holds(r.formats, format); });
+    return row == rows.end() ? nullptr : &*row;
 }
 
 // Without a conversion: lines of equal images, else the bytes that both have.
@@ -103,16 +112,19 @@ bool transform_pipe::choose(const img_type& destination, const img_type& source,
     ++searches;
     plan = {};
     if (in_place) {
-        const auto rows = in_place_table();
-        const auto row =
-            std::ranges::find_if(rows, [&](const in_place_row& r) { return holds(r.formats, source.format); });
-        if (row != rows.end()) plan = row->make_plan(source);
+        if (const in_place_row* row = in_place_row_of(source.format)) {
+            plan = row->make_plan(source);
+            plan_name = row->function;
+        }
     } else {
         const auto rows = conversion_table();
         const auto row = std::ranges::find_if(rows, [&](const conversion_row& r) {
             return holds(r.sources, source.format) && holds(r.destinations, destination.format);
         });
-        if (row != rows.end()) plan = row->make_plan(destination, source);
+        if (row != rows.end()) {
+            plan = row->make_plan(destination, source);
+            plan_name = row->function;
+        }
     }
     const bool found = plan.convert != nullptr || plan.convert_in_place != nullptr;
     stored_destination = found ? destination : img_type{};
@@ -132,14 +144,16 @@ bool transform_pipe::prepare(const transform_params& params) {
 bool transform_pipe::transform(const img_descriptor& destination, const img_descriptor& source,
                                const transform_params& params, transform_scratch* scratch) {
     const profile_scope scope("img_pipe::transform_pipe");
-    const img_type to = type_of(destination), from = type_of(source);
+    const bool same = same_image(destination, source);
+    if (same && read_only(source)) return false;
+    if (same && in_place_row_of(source.format) != nullptr) return change(destination, params, scratch);
     bool ran = false;
-    const bool found = choose(to, from, false);
+    const bool found = choose(type_of(destination), type_of(source), false);
     if (found) {
         if (!serves(destination) || !serves(source) || !sizes_fit(destination, source)) return false;
-        if (same_memory(destination, source) && destination.format == source.format)
-            return transform_in_place(destination, params, scratch);
-        if (overlap(destination, source)) return false;
+        // Blue-green-red to itself has no row in place, but its road runs on one image as on two.
+        if (!same && overlap(destination, source)) return false;
+        const profile_scope step(plan_name);
         ran = prepare(params) && plan.convert(*this, destination, source, params, scratch);
     }
     if (!found && params.copy_if_no_transform) copy(destination, source);
@@ -153,9 +167,15 @@ bool transform_pipe::transform(const img_descriptor& destination, const img_desc
 bool transform_pipe::transform_in_place(const img_descriptor& image, const transform_params& params,
                                         transform_scratch* scratch) {
     const profile_scope scope("img_pipe::transform_pipe");
-    if (!serves(image) || (image.flags & view_read_only) != 0) return false;
+    return change(image, params, scratch);
+}
+
+bool transform_pipe::change(const img_descriptor& image, const transform_params& params, transform_scratch* scratch) {
+    if (!serves(image) || read_only(image)) return false;
     const img_type type = type_of(image);
-    return choose(type, type, true) && prepare(params) && plan.convert_in_place(*this, image, params, scratch);
+    if (!choose(type, type, true)) return false;
+    const profile_scope step(plan_name);
+    return prepare(params) && plan.convert_in_place(*this, image, params, scratch);
 }
 
 } // namespace img_pipe

@@ -1,5 +1,7 @@
 #include "transform_state.h"
 
+#include "../kernels/pwl_curve.h"
+
 #include <img_pipe/profiler.h>
 
 #include <algorithm>
@@ -18,7 +20,10 @@ bool make_once(std::unique_ptr<T>& tables) {
 
 } // namespace
 
-const gamma_tables* lut_context::gamma(float value) {
+float gamma_within(float value) { return std::isfinite(value) ? std::clamp(value, 0.01F, 100.0F) : 1.0F; }
+
+const gamma_tables* lut_context::gamma(float given) {
+    const float value = gamma_within(given);
     if (gamma_built && gamma_built->gamma_value == value) return gamma_built.get();
     const profile_scope scope("img_pipe::transform_state::get_lut_context");
     if (!make_once(gamma_built)) return nullptr;
@@ -49,6 +54,15 @@ const tone_tables* lut_context::tone(std::int32_t contrast, std::int32_t brightn
     // As an 8-bit sample fares in 16 bits.
     for (int i = 0; i < 256; ++i) tone_built->bytes[i] = static_cast<std::uint8_t>(tone_built->words[i * 257] >> 8U);
     return tone_built.get();
+}
+
+const std::uint16_t* lut_context::companded_roots() {
+    if (roots_built) return roots_built->data();
+    if (!make_once(roots_built)) return nullptr;
+    for (std::size_t i = 0; i < roots_built->size(); ++i)
+        (*roots_built)[i] = static_cast<std::uint16_t>(
+            std::lround(65535.0 * std::sqrt(static_cast<double>(linear_of(static_cast<std::int32_t>(i >> 4U))))));
+    return roots_built->data();
 }
 
 void transform_state::set_level(std::uint32_t wanted) {

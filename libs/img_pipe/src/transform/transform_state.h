@@ -3,10 +3,14 @@
 #include <img_pipe/transform_pipe.h>
 #include <img_pipe/work_pool.h>
 
+#include <array>
 #include <cstddef>
 #include <memory>
 
 namespace img_pipe {
+
+// The exponent that a value stands for: within bounds that powers can be taken with, neutral for what is no number.
+float gamma_within(float value);
 
 // Contrast and brightness, then gamma, of a sample in 0 to 65535.
 struct tone_tables {
@@ -21,10 +25,13 @@ public:
     // Null when memory is out; the tables of the last value are kept.
     const gamma_tables* gamma(float value);
     const tone_tables* tone(std::int32_t contrast, std::int32_t brightness, float gamma);
+    // Square roots of the linear values of companded samples, whose 12 bits stand at the top of the index.
+    const std::uint16_t* companded_roots();
 
 private:
     std::unique_ptr<gamma_tables> gamma_built;
     std::unique_ptr<tone_tables> tone_built;
+    std::unique_ptr<std::array<std::uint16_t, 65536>> roots_built;
 };
 
 class transform_state {

@@ -30,6 +30,18 @@ struct steps {
     static constexpr auto find_detail = &img_pipe::find_detail;
     static constexpr auto add_detail8 = &img_pipe::add_detail8;
     static constexpr auto add_detail16 = &img_pipe::add_detail16;
+    // The reference goes by lines of samples always.
+    static std::int32_t yuv_to_bgr_straight(const yuv_group&, const std::uint8_t*, std::int32_t, std::int32_t,
+                                            std::uint8_t*) {
+        return 0;
+    }
+    static std::int32_t grey_to_bgr_straight(const std::uint8_t*, std::int32_t, std::int32_t, std::uint8_t*) {
+        return 0;
+    }
+    static std::int32_t bgr_to_luma_straight(std::int32_t, const std::uint8_t*, std::int32_t, std::uint8_t*) {
+        return 0;
+    }
+    static std::int32_t luma_straight(const yuv_group&, const std::uint8_t*, std::int32_t, std::uint8_t*) { return 0; }
 };
 
 } // namespace

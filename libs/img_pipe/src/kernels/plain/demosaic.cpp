@@ -4,25 +4,38 @@
 namespace img_pipe::plain {
 
 namespace {
+
+void colours_bgr4(const mosaic_lines<std::uint8_t>& in, std::int32_t width, three8 line, bool, std::uint8_t* to) {
+    colours(in, 0, (width + 1) / 2, line);
+    join_bgr(4, {{line.line[0], line.line[1], line.line[2]}}, 0, width, to);
+}
+
+void finish() {}
+
+template <class T>
 struct rows {
     static constexpr auto load = &load_line;
     static constexpr auto correct = &correct_line;
-    static constexpr auto split_line = &img_pipe::split_line;
+    static constexpr auto look_up_sites = &img_pipe::look_up_sites;
+    static constexpr auto split_line = &img_pipe::split_line<T>;
     static constexpr auto split_bytes = &img_pipe::split_bytes;
-    static constexpr auto candidates = &img_pipe::candidates;
-    static constexpr auto steps = &img_pipe::steps;
-    static constexpr auto choose = &img_pipe::choose;
-    static constexpr auto colours = &img_pipe::colours;
-    static constexpr auto apply_fixed_matrix = &img_pipe::apply_fixed_matrix;
-    static constexpr auto store_bgr3 = &img_pipe::store_bgr3;
-    static constexpr auto store_bgr4 = &img_pipe::store_bgr4;
-    static constexpr auto store_luma = &img_pipe::store_luma;
-    static constexpr auto chroma = &img_pipe::chroma;
-    static constexpr auto store_chroma = &img_pipe::store_chroma;
-    static constexpr auto widen = &img_pipe::widen;
-    static constexpr auto apply_matrix = &img_pipe::apply_matrix;
-    static constexpr auto store_rgb6 = &img_pipe::store_rgb6;
+    static constexpr auto split_words = &img_pipe::split_words;
+    static constexpr auto candidates = &img_pipe::candidates<T>;
+    static constexpr auto steps = &img_pipe::steps<T>;
+    static constexpr auto choose = &img_pipe::choose<T>;
+    static constexpr auto colours = &img_pipe::colours<T>;
+    static constexpr auto colours_bgr4 = &plain::colours_bgr4;
+    static constexpr auto finish = &plain::finish;
+    static constexpr auto fixed_matrix = &apply_fixed_matrix<T>;
+    static constexpr auto matrix16 = &apply_matrix<std::uint16_t>;
+    static constexpr auto narrow = &img_pipe::narrow;
+    static constexpr auto join8 = &join_bgr;
+    static constexpr auto join16 = &join_bgr16;
+    static constexpr auto luma8 = &bgr_to_luma;
+    static constexpr auto bgr_to_yuv = &img_pipe::bgr_to_yuv;
+    static constexpr auto halve = &img_pipe::halve;
 };
+
 } // namespace
 
 kernel_fn find_demosaic(img_type destination, img_type source) {

@@ -1,6 +1,8 @@
 // Lines of samples in and out of the 16-bit line form of rows.h, sample by sample.
 #pragma once
-#include "../rows.h"
+#include "correct_rows.h"
+
+#include <cstring>
 
 namespace img_pipe {
 namespace {
@@ -42,6 +44,14 @@ namespace {
         break;
     case packing::mipi10:
         v = byte_at(p, end, x / 4 * 5 + x % 4) << 8 | (byte_at(p, end, x / 4 * 5 + 4) >> (x % 4 * 2) & 3) << 6;
+        break;
+    case packing::real:
+        if (p + 4 * x + 4 <= end) {
+            float value = 0;
+            std::memcpy(&value, p + 4 * x, 4);
+            value = value * 65535.0F;
+            v = static_cast<std::uint32_t>(nearest(value > 0.0F ? value < 65535.0F ? value : 65535.0F : 0.0F));
+        }
         break;
     case packing::mipi12:
         v = byte_at(p, end, x / 2 * 3 + x % 2) << 8 | (byte_at(p, end, x / 2 * 3 + 2) >> (x % 2 * 4) & 15) << 4;
@@ -87,6 +97,12 @@ namespace {
     case packing::mipi10:
         put(x / 4 * 5 + x % 4, 0xFF, high);
         put(x / 4 * 5 + 4, 3U << (x % 4 * 2), low >> 6 << (x % 4 * 2));
+        break;
+    case packing::real:
+        if (p + 4 * x + 4 <= end) {
+            const float value = static_cast<float>(v) / 65535.0F;
+            std::memcpy(p + 4 * x, &value, 4);
+        }
         break;
     case packing::mipi12:
         put(x / 2 * 3 + x % 2, 0xFF, high);

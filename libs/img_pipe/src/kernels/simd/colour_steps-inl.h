@@ -1,6 +1,7 @@
 // The level's steps, as the drivers of the kernels take them.
 #pragma once
 #include "adjust_rows-inl.h"
+#include "straight_rows-inl.h"
 
 namespace img_pipe {
 namespace HWY_NAMESPACE {
@@ -30,6 +31,10 @@ struct steps {
     static constexpr auto find_detail = &find_detail_v;
     static constexpr auto add_detail8 = &add_detail8_v;
     static constexpr auto add_detail16 = &add_detail16_v;
+    static constexpr auto yuv_to_bgr_straight = &yuv_to_bgr_straight_v;
+    static constexpr auto grey_to_bgr_straight = &grey_to_bgr_straight_v;
+    static constexpr auto bgr_to_luma_straight = &bgr_to_luma_straight_v;
+    static constexpr auto luma_straight = &luma_straight_v;
 };
 
 } // namespace

@@ -9,24 +9,93 @@ namespace img_pipe {
 namespace HWY_NAMESPACE {
 namespace {
 
-// As the plain correct_line: bit-equal, no multiply-add is fused. May write up to a vector past the line (its padding).
+namespace hn = hwy::HWY_NAMESPACE;
+
+// As the plain correct_line: bit-equal, no multiply-add is fused.
 [[maybe_unused]] HWY_ATTR void correct_line_v(const sample_params& p, std::int32_t y, std::int32_t width,
                                               std::uint16_t* line) {
-    namespace hn = hwy::HWY_NAMESPACE;
     const hn::ScalableTag<float> df;
-    const hn::Rebind<std::int32_t, decltype(df)> di;
-    const hn::Rebind<std::uint16_t, decltype(df)> du;
+    const hn::ScalableTag<std::int32_t> di;
+    const hn::ScalableTag<std::uint16_t> du;
     const float* g = p.gain + (y & 1) * 2;
     const auto gain = hn::OddEven(hn::Set(df, g[1]), hn::Set(df, g[0]));
-    const auto offset = hn::Set(df, p.offset), zero = hn::Zero(df), most = hn::Set(df, 65535.0F);
-    const auto n = static_cast<std::int32_t>(hn::Lanes(df));
-    for (std::int32_t x = 0; x < width; x += n) {
-        const auto v = hn::ConvertTo(df, hn::PromoteTo(di, hn::LoadU(du, line + x)));
-        const auto r = hn::Min(hn::Max(hn::Add(hn::Mul(v, gain), offset), zero), most);
-        hn::StoreU(hn::DemoteTo(du, hn::NearestInt(r)), du, line + x);
+    const auto offset = hn::Set(df, p.offset), least = hn::Zero(df), most = hn::Set(df, 65535.0F);
+    const auto none = hn::Zero(du);
+    const auto corrected = [&](hn::Vec<decltype(du)> v) HWY_ATTR {
+        const auto r = hn::Add(hn::Mul(hn::ConvertTo(df, hn::BitCast(di, v)), gain), offset);
+        return hn::NearestInt(hn::Min(hn::Max(r, least), most));
+    };
+    constexpr std::int32_t n = HWY_LANES(std::uint16_t);
+    std::int32_t x = 0;
+    for (; x + n <= width; x += n) {
+        const auto v = hn::LoadU(du, line + x);
+        const auto low = corrected(hn::InterleaveLower(du, v, none)),
+                   high = corrected(hn::InterleaveUpper(du, v, none));
+#if HWY_TARGET == HWY_AVX2
+        hn::StoreU(hn::Vec<decltype(du)>{_mm256_packus_epi32(low.raw, high.raw)}, du, line + x);
+#else
+        hn::StoreU(hn::Vec<decltype(du)>{_mm_packus_epi32(low.raw, high.raw)}, du, line + x);
+#endif
     }
     if (p.table != nullptr)
-        for (std::int32_t x = 0; x < width; ++x) line[x] = p.table[line[x]];
+        for (std::int32_t i = 0; i < x; ++i) line[i] = p.table[line[i]];
+    correct_line(p, y, width - x, line + x);
+}
+
+using bytes_tag = hn::ScalableTag<std::uint8_t>;
+using vec_bytes = hn::Vec<bytes_tag>;
+
+// A table of 256 bytes as 16 parts of 16, found by the lower four bits of an index. The upper four bits act one after
+// another: part i holds what its bits change in what the parts before it gave, so that a part is masked and added in.
+struct table_parts {
+    alignas(16) std::uint8_t at[256];
+};
+HWY_INLINE void split_table(const std::uint8_t* table, table_parts& parts) {
+    const hn::Full128<std::uint8_t> block;
+    for (int i = 0; i < 256; i += 16) hn::Store(hn::LoadU(block, table + i), block, parts.at + i);
+    for (int bit = 16; bit < 256; bit *= 2)
+        for (int i = 0; i < 256; i += 16)
+            if ((i & bit) != 0)
+                hn::Store(hn::Xor(hn::Load(block, parts.at + i), hn::Load(block, parts.at + (i ^ bit))), block,
+                          parts.at + i);
+}
+HWY_INLINE vec_bytes look_up_256(const table_parts& parts, vec_bytes v) {
+    const bytes_tag tag;
+    const hn::RebindToSigned<bytes_tag> with_sign;
+    const hn::RepartitionToWide<bytes_tag> wide;
+    const auto low = hn::And(v, hn::Set(tag, std::uint8_t{0x0F}));
+    const auto words = hn::BitCast(wide, v);
+    const auto is_set = [&](auto shifted) HWY_ATTR {
+        return hn::BitCast(tag,
+                           hn::VecFromMask(with_sign, hn::Lt(hn::BitCast(with_sign, shifted), hn::Zero(with_sign))));
+    };
+    const auto bit4 = is_set(hn::ShiftLeft<3>(words)), bit5 = is_set(hn::ShiftLeft<2>(words)),
+               bit6 = is_set(hn::ShiftLeft<1>(words)), bit7 = is_set(words);
+    const auto part = [&](int i) HWY_ATTR { return hn::TableLookupBytes(hn::LoadDup128(tag, parts.at + 16 * i), low); };
+    const auto two = [&](int i) HWY_ATTR { return hn::Xor(part(i), hn::And(bit4, part(i + 1))); };
+    const auto four = [&](int i) HWY_ATTR { return hn::Xor(two(i), hn::And(bit5, two(i + 2))); };
+    const auto eight = [&](int i) HWY_ATTR { return hn::Xor(four(i), hn::And(bit6, four(i + 4))); };
+    return hn::Xor(eight(0), hn::And(bit7, eight(8)));
+}
+
+[[maybe_unused]] HWY_ATTR void look_up_sites_v(const std::uint8_t* even, const std::uint8_t* odd,
+                                               const std::uint8_t* in, std::int32_t width, std::uint8_t* out) {
+    const bytes_tag tag;
+    constexpr std::int32_t step = HWY_LANES(std::uint8_t);
+    std::int32_t x = 0;
+    table_parts of_even, of_odd;
+    split_table(even, of_even);
+    if (even == odd) {
+        for (; x + step <= width; x += step) hn::StoreU(look_up_256(of_even, hn::LoadU(tag, in + x)), tag, out + x);
+    } else {
+        split_table(odd, of_odd);
+        for (; x + 2 * step <= width; x += 2 * step) {
+            const auto a = hn::LoadU(tag, in + x), b = hn::LoadU(tag, in + x + step);
+            hn::StoreInterleaved2(look_up_256(of_even, hn::ConcatEven(tag, b, a)),
+                                  look_up_256(of_odd, hn::ConcatOdd(tag, b, a)), tag, out + x);
+        }
+    }
+    look_up_sites(even, odd, in + x, width - x, out + x);
 }
 
 } // namespace

@@ -1,34 +1,38 @@
 #include "../demosaic.h"
 #include "level.h"
 
-#include "correct_rows-inl.h"
+#include "adjust_rows-inl.h"
 #include "demosaic_rows-inl.h"
-#include "sample_rows-inl.h"
 
 namespace img_pipe {
 namespace HWY_NAMESPACE {
 
 namespace {
+
+template <class T>
 struct rows {
     static constexpr auto load = &load_line_v;
     static constexpr auto correct = &correct_line_v;
-    static constexpr auto split_line = &split_line_v;
+    static constexpr auto look_up_sites = &look_up_sites_v;
+    static constexpr auto split_line = &split_line_v<T>;
     static constexpr auto split_bytes = &split_bytes_v;
-    static constexpr auto candidates = &candidates_v;
-    static constexpr auto steps = &steps_v;
-    static constexpr auto choose = &choose_v;
-    static constexpr auto colours = &colours_v;
-    static constexpr auto store_bgr3 = &store_bgr3_v;
-    static constexpr auto store_bgr4 = &store_bgr4_v;
-    // As they are: the compiler's own vectors, on every level the same.
-    static constexpr auto apply_fixed_matrix = &img_pipe::apply_fixed_matrix;
-    static constexpr auto store_luma = &img_pipe::store_luma;
-    static constexpr auto chroma = &img_pipe::chroma;
-    static constexpr auto store_chroma = &img_pipe::store_chroma;
-    static constexpr auto widen = &img_pipe::widen;
-    static constexpr auto apply_matrix = &img_pipe::apply_matrix;
-    static constexpr auto store_rgb6 = &img_pipe::store_rgb6;
+    static constexpr auto split_words = &split_words_v;
+    static constexpr auto candidates = &candidates_v<T>;
+    static constexpr auto steps = &steps_v<T>;
+    static constexpr auto choose = &choose_v<T>;
+    static constexpr auto colours = &colours_v<T>;
+    static constexpr auto colours_bgr4 = &colours_bgr4_v;
+    static constexpr auto finish = &finish_v;
+    static constexpr auto fixed_matrix = &fixed_matrix_v<T>;
+    static constexpr auto matrix16 = &apply_matrix_v<std::uint16_t>;
+    static constexpr auto narrow = &narrow_v;
+    static constexpr auto join8 = &join_bgr_v;
+    static constexpr auto join16 = &join_bgr16_v;
+    static constexpr auto luma8 = &bgr_to_luma_v;
+    static constexpr auto bgr_to_yuv = &bgr_to_yuv_v;
+    static constexpr auto halve = &halve_v;
 };
+
 } // namespace
 
 kernel_fn find_demosaic(img_type destination, img_type source) {

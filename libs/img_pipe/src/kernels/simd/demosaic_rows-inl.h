@@ -1,7 +1,9 @@
 // The steps of the demosaic, a vector at a time: bit-equal to the plain ones. Every step may write up to a vector past
 // its last cell, into the padding of the line; nothing reads that.
 #pragma once
+#include "../plain/colour_out_rows.h"
 #include "../plain/demosaic_rows.h"
+#include "colour_rows-inl.h"
 
 #include <hwy/highway.h>
 
@@ -12,190 +14,374 @@ namespace {
 
 namespace hn = hwy::HWY_NAMESPACE;
 
-using dg_s = hn::ScalableTag<std::int16_t>;
-using dg_u = hn::ScalableTag<std::uint16_t>;
-using vec_s = hn::Vec<dg_s>;
-using vec_u = hn::Vec<dg_u>;
+template <class T>
+using lanes_of = hn::ScalableTag<T>;
+template <class T>
+using vec = hn::Vec<lanes_of<T>>;
+template <class T>
+constexpr std::int32_t lane_count = HWY_LANES(T);
 
-HWY_INLINE vec_s get(const s15* p) { return hn::LoadU(dg_s(), p); }
-HWY_INLINE vec_u get(const diff* p) { return hn::LoadU(dg_u(), p); }
-HWY_INLINE vec_u as_u(vec_s v) { return hn::BitCast(dg_u(), v); }
-HWY_INLINE vec_s as_s(vec_u v) { return hn::BitCast(dg_s(), v); }
-// Of samples that are not below 0.
-HWY_INLINE vec_s mean(vec_s a, vec_s b) { return as_s(hn::AverageRound(as_u(a), as_u(b))); }
-HWY_INLINE vec_u mean(vec_u a, vec_u b) { return hn::AverageRound(a, b); }
+template <class T>
+HWY_INLINE vec<T> get(const T* p) {
+    return hn::LoadU(lanes_of<T>(), p);
+}
+template <class T>
+HWY_INLINE void put(vec<T> v, T* p) {
+    hn::StoreU(v, lanes_of<T>(), p);
+}
 template <class V>
-HWY_INLINE V apart(V a, V b) {
+HWY_INLINE V mean(V a, V b) {
+    return hn::AverageRound(a, b);
+}
+template <class V>
+HWY_INLINE V difference_of(V a, V b) {
     return hn::Sub(hn::Max(a, b), hn::Min(a, b));
 }
-HWY_INLINE vec_s without_bias(vec_u d) { return as_s(hn::Xor(d, hn::Set(dg_u(), 0x8000))); }
+// base + up - down, within the range.
+template <class V>
+HWY_INLINE V moved(V base, V up, V down) {
+    return hn::SaturatedAdd(hn::SaturatedSub(base, hn::SaturatedSub(down, up)), hn::SaturatedSub(up, down));
+}
 
-[[maybe_unused]] HWY_ATTR void split_bytes_v(const std::uint8_t* line, std::int32_t n, s15* even, s15* odd) {
-    const auto step = static_cast<std::int32_t>(hn::Lanes(dg_u()));
-    const hn::Repartition<std::uint8_t, dg_u> bytes;
-    const auto low = hn::Set(dg_u(), 0x7F80);
+// Bytes of even and of odd places.
+HWY_INLINE void split_v(vec<std::uint8_t> a, vec<std::uint8_t> b, std::uint8_t* even, std::uint8_t* odd) {
+    const lanes_of<std::uint8_t> tag;
+    put(hn::ConcatEven(tag, b, a), even);
+    put(hn::ConcatOdd(tag, b, a), odd);
+}
+
+[[maybe_unused]] HWY_ATTR void split_bytes_v(const std::uint8_t* line, std::int32_t n, std::uint8_t* even,
+                                             std::uint8_t* odd) {
+    constexpr std::int32_t step = lane_count<std::uint8_t>;
     std::int32_t x = 0;
-    for (; x + 2 * step <= n; x += 2 * step) {
-        const auto v = hn::BitCast(dg_u(), hn::LoadU(bytes, line + x));
-        hn::StoreU(as_s(hn::And(hn::ShiftLeft<7>(v), low)), dg_s(), even + x / 2);
-        hn::StoreU(as_s(hn::And(hn::ShiftRight<1>(v), low)), dg_s(), odd + x / 2);
-    }
+    for (; x + 2 * step <= n; x += 2 * step) split_v(get(line + x), get(line + x + step), even + x / 2, odd + x / 2);
     split_bytes(line + x, n - x, even + x / 2, odd + x / 2);
 }
 
-[[maybe_unused]] HWY_ATTR void split_line_v(const std::uint16_t* line, std::int32_t n, bool bytes, s15* even,
-                                            s15* odd) {
-    const auto step = static_cast<std::int32_t>(hn::Lanes(dg_u()));
-    const auto mask = hn::Set(dg_u(), bytes ? 0x7F80 : 0x7FFF);
+[[maybe_unused]] HWY_ATTR void split_words_v(const std::uint8_t* line, std::int32_t n, int shift, std::uint8_t* even,
+                                             std::uint8_t* odd) {
+    const lanes_of<std::uint8_t> tag;
+    const lanes_of<std::uint16_t> wide;
+    constexpr std::int32_t step = lane_count<std::uint8_t>;
     std::int32_t x = 0;
-    for (; x + 2 * step <= n; x += 2 * step) {
-        vec_u a, b;
-        hn::LoadInterleaved2(dg_u(), line + x, a, b);
-        hn::StoreU(as_s(hn::And(hn::ShiftRight<1>(a), mask)), dg_s(), even + x / 2);
-        hn::StoreU(as_s(hn::And(hn::ShiftRight<1>(b), mask)), dg_s(), odd + x / 2);
+    const auto upper = [&](std::int32_t at) HWY_ATTR {
+        const auto word = [&](std::int32_t i)
+                              HWY_ATTR { return hn::ShiftLeftSame(hn::BitCast(wide, get(line + 2 * at + i)), shift); };
+        return hn::ConcatOdd(tag, hn::BitCast(tag, word(step)), hn::BitCast(tag, word(0)));
+    };
+    for (; x + 2 * step <= n; x += 2 * step) split_v(upper(x), upper(x + step), even + x / 2, odd + x / 2);
+    split_words(line + 2 * x, n - x, shift, even + x / 2, odd + x / 2);
+}
+
+template <class T>
+HWY_ATTR void split_line_v(const std::uint16_t* line, std::int32_t n, T* even, T* odd) {
+    const lanes_of<std::uint16_t> wide;
+    constexpr std::int32_t step = lane_count<std::uint16_t>;
+    std::int32_t x = 0;
+    if constexpr (sizeof(T) == 1) {
+        const lanes_of<std::uint8_t> tag;
+        const auto upper = [&](std::int32_t at) HWY_ATTR {
+            return hn::ConcatOdd(tag, hn::BitCast(tag, get(line + at + step)), hn::BitCast(tag, get(line + at)));
+        };
+        for (; x + 4 * step <= n; x += 4 * step) split_v(upper(x), upper(x + 2 * step), even + x / 2, odd + x / 2);
+    } else {
+        for (; x + 2 * step <= n; x += 2 * step) {
+            vec<std::uint16_t> a, b;
+            hn::LoadInterleaved2(wide, line + x, a, b);
+            put(a, even + x / 2);
+            put(b, odd + x / 2);
+        }
     }
-    split_line(line + x, n - x, bytes, even + x / 2, odd + x / 2);
+    split_line(line + x, n - x, even + x / 2, odd + x / 2);
 }
 
-HWY_INLINE vec_u difference_v(vec_s c, vec_s g0, vec_s g1, vec_s c0, vec_s c1, vec_s low, vec_s high) {
-    const auto green = hn::SaturatedAdd(mean(g0, g1), hn::ShiftRight<1>(hn::Sub(c, mean(c0, c1))));
-    const auto kept = hn::Min(hn::Max(green, low), high);
-    return hn::Sub(hn::Xor(as_u(c), hn::Set(dg_u(), 0x8000)), as_u(kept));
+template <class T>
+HWY_INLINE vec<T> half_difference_v(vec<T> a, vec<T> b) {
+    return mean(a, hn::Not(b));
 }
 
-[[maybe_unused]] HWY_ATTR void candidates_v(const green_lines& in, std::int32_t first, std::int32_t end, diff* h,
-                                            diff* v) {
-    const auto step = static_cast<std::int32_t>(hn::Lanes(dg_u()));
-    const std::int32_t w = in.c_first ? -1 : 0;
-    const auto zero = hn::Zero(dg_s());
-    for (std::int32_t k = first; k < end; k += step) {
+template <class T>
+HWY_INLINE vec<T> green_between_v(vec<T> c, vec<T> g0, vec<T> g1, vec<T> c0, vec<T> c1, vec<T> low, vec<T> high) {
+    const lanes_of<T> tag;
+    const hn::RebindToSigned<lanes_of<T>> with_sign;
+    const auto middle = hn::Set(tag, static_cast<T>(middle_of<T>));
+    const auto around_0 = [&](vec<T> v) HWY_ATTR { return hn::BitCast(with_sign, hn::Xor(v, middle)); };
+    const auto sum = hn::SaturatedAdd(around_0(mean(g0, g1)), around_0(half_difference_v<T>(c, mean(c0, c1))));
+    return hn::Min(hn::Max(hn::Xor(hn::BitCast(tag, sum), middle), low), high);
+}
+
+// The records of lines are copied into the loops' functions: as references they would be read again after every store,
+// for bytes may lie anywhere.
+template <bool c_first, class T>
+HWY_ATTR void candidates_of(const green_lines<T>& in_, std::int32_t first, std::int32_t end,
+                            const candidate_lines<T>& out_) {
+    const auto in = in_;
+    const auto out = out_;
+    constexpr std::int32_t w = c_first ? -1 : 0;
+    for (std::int32_t k = first; k < end; k += lane_count<T>) {
         const auto c = get(in.c + k);
         const auto left = get(in.g + k + w), right = get(in.g + k + w + 1);
         const auto up = get(in.g_above + k), down = get(in.g_below + k);
         const auto least = hn::Min(hn::Min(left, right), hn::Min(up, down));
         const auto most = hn::Max(hn::Max(left, right), hn::Max(up, down));
         const auto range = hn::Sub(most, least);
-        const auto low = hn::Max(hn::Sub(least, range), zero), high = hn::SaturatedAdd(most, range);
-        hn::StoreU(difference_v(c, left, right, get(in.c + k - 1), get(in.c + k + 1), low, high), dg_u(), h + k);
-        hn::StoreU(difference_v(c, up, down, get(in.c_above + k), get(in.c_below + k), low, high), dg_u(), v + k);
+        const auto low = hn::SaturatedSub(least, range), high = hn::SaturatedAdd(most, range);
+        const auto h = green_between_v<T>(c, left, right, get(in.c + k - 1), get(in.c + k + 1), low, high);
+        const auto v = green_between_v<T>(c, up, down, get(in.c_above + k), get(in.c_below + k), low, high);
+        put(h, out.h + k);
+        put(v, out.v + k);
+        put(half_difference_v<T>(c, h), out.difference_h + k);
+        const auto difference_v = half_difference_v<T>(c, v);
+        put(difference_v, out.difference_v + k);
+        put(difference_of(difference_v, get(out.difference_above + k)), out.step_v + k);
     }
 }
 
-[[maybe_unused]] HWY_ATTR void steps_v(const diff* a, const diff* b, std::int32_t first, std::int32_t end, diff* out) {
-    const auto step = static_cast<std::int32_t>(hn::Lanes(dg_u()));
-    for (std::int32_t k = first; k < end; k += step)
-        hn::StoreU(hn::ShiftRight<5>(apart(get(a + k), get(b + k))), dg_u(), out + k);
+template <class T>
+HWY_ATTR void candidates_v(const green_lines<T>& in, std::int32_t first, std::int32_t end,
+                           const candidate_lines<T>& out) {
+    (in.c_first ? candidates_of<true, T> : candidates_of<false, T>)(in, first, end, out);
 }
 
-// The sums stay below 32768: twelve steps of at most 2047.
-[[maybe_unused]] HWY_ATTR void choose_v(const vote_lines& in, std::int32_t first, std::int32_t end, diff* out) {
-    const auto step = static_cast<std::int32_t>(hn::Lanes(dg_u()));
-    const std::int32_t w = in.c_first ? -1 : 0;
-    const auto times_3 = [](vec_u a) HWY_ATTR { return hn::Add(a, hn::Add(a, a)); };
-    for (std::int32_t k = first; k < end; k += step) {
-        const auto pair = [&](int line)
-                              HWY_ATTR { return hn::Add(get(in.step_h[line] + k - 1), get(in.step_h[line] + k)); };
-        const auto column = [&](std::int32_t i)
-                                HWY_ATTR { return hn::Add(get(in.step_v[0] + i), get(in.step_v[2] + i)); };
-        const auto along = as_s(hn::Add(hn::Add(times_3(pair(2)), hn::Add(pair(0), pair(4))),
-                                        hn::Add(get(in.step_h[1] + k + w), get(in.step_h[3] + k + w))));
-        const auto across = as_s(hn::Add(hn::Add(times_3(column(k)), hn::Add(column(k - 1), column(k + 1))),
-                                         hn::Add(get(in.step_v[1] + k + w), get(in.step_v[1] + k + w + 1))));
-        const auto h = mean(get(in.h + k), mean(get(in.h + k - 1), get(in.h + k + 1)));
-        const auto v = mean(get(in.v[1] + k), mean(get(in.v[0] + k), get(in.v[2] + k)));
-        const auto is_h = hn::MaskFromVec(as_u(hn::VecFromMask(dg_s(), hn::Lt(along, across))));
-        const auto is_v = hn::MaskFromVec(as_u(hn::VecFromMask(dg_s(), hn::Lt(across, along))));
-        hn::StoreU(hn::IfThenElse(is_h, h, hn::IfThenElse(is_v, v, mean(h, v))), dg_u(), out + k);
+template <class T>
+HWY_ATTR void steps_v(const T* a, const T* b, std::int32_t first, std::int32_t end, T* out) {
+    for (std::int32_t k = first; k < end; k += lane_count<T>) put(difference_of(get(a + k), get(b + k)), out + k);
+}
+
+template <bool c_first, class T>
+HWY_ATTR void choose_of(const vote_lines<T>& in_, std::int32_t first, std::int32_t end, T* green, T* difference) {
+    const auto in = in_;
+    const lanes_of<T> tag;
+    const auto zero = hn::Zero(tag), margin = hn::Set(tag, static_cast<T>(alike<T>));
+    constexpr std::int32_t w = c_first ? -1 : 0;
+    for (std::int32_t k = first; k < end; k += lane_count<T>) {
+        const auto along = mean(mean(get(in.step_h[1] + k - 1), get(in.step_h[1] + k)),
+                                mean(get(in.step_h[0] + k + w), get(in.step_h[2] + k + w)));
+        const auto across = mean(mean(get(in.step_v[0] + k), get(in.step_v[2] + k)),
+                                 mean(get(in.step_v[1] + k + w), get(in.step_v[1] + k + w + 1)));
+        const auto c = get(in.c[1] + k);
+        const auto h = moved(mean(get(in.h + k), mean(get(in.h + k - 1), get(in.h + k + 1))), c,
+                             mean(c, mean(get(in.c[1] + k - 1), get(in.c[1] + k + 1))));
+        const auto v = moved(mean(get(in.v[1] + k), mean(get(in.v[0] + k), get(in.v[2] + k))), c,
+                             mean(c, mean(get(in.c[0] + k), get(in.c[2] + k))));
+        const auto not_h = hn::Eq(hn::SaturatedSub(across, hn::SaturatedAdd(along, margin)), zero);
+        const auto not_v = hn::Eq(hn::SaturatedSub(along, hn::SaturatedAdd(across, margin)), zero);
+        const auto chosen = hn::IfThenElse(not_h, hn::IfThenElse(not_v, mean(h, v), v), h);
+        put(chosen, green + k);
+        put(half_difference_v<T>(c, chosen), difference + k);
     }
 }
 
-// All ones where differences that are `d` apart say less than samples that are `c` apart.
-HWY_INLINE vec_s own_is_smoother_v(vec_u d, vec_s c) {
-    const auto limit = hn::SaturatedAdd(as_u(hn::Sub(c, hn::ShiftRight<2>(c))), hn::Set(dg_u(), 1024));
-    // d > limit, without sign.
-    const auto over = hn::SaturatedSub(d, limit);
-    return as_s(hn::VecFromMask(dg_u(), hn::Ne(over, hn::Zero(dg_u()))));
+template <class T>
+HWY_ATTR void choose_v(const vote_lines<T>& in, std::int32_t first, std::int32_t end, T* green, T* difference) {
+    (in.c_first ? choose_of<true, T> : choose_of<false, T>)(in, first, end, green, difference);
 }
 
-HWY_INLINE vec_s pick_v(vec_u d_apart, vec_s c_apart, vec_s green, vec_u d, vec_s direct) {
-    const auto by_difference = hn::SaturatedAdd(green, without_bias(d));
-    return hn::IfThenElse(hn::MaskFromVec(own_is_smoother_v(d_apart, c_apart)), direct, by_difference);
+// Means and extremes of two samples of a colour, of their greens and differences.
+template <class V>
+struct neighbours {
+    V c_mean, c_most, c_least, g_mean, d_most, d_least;
+};
+template <class V>
+HWY_INLINE neighbours<V> two(V c0, V c1, V g0, V g1, V d0, V d1) {
+    return {mean(c0, c1), hn::Max(c0, c1), hn::Min(c0, c1), mean(g0, g1), hn::Max(d0, d1), hn::Min(d0, d1)};
+}
+template <class V>
+HWY_INLINE neighbours<V> both(const neighbours<V>& a, const neighbours<V>& b) {
+    return {mean(a.c_mean, b.c_mean), hn::Max(a.c_most, b.c_most), hn::Min(a.c_least, b.c_least),
+            mean(a.g_mean, b.g_mean), hn::Max(a.d_most, b.d_most), hn::Min(a.d_least, b.d_least)};
 }
 
-HWY_INLINE vec_s between_v(vec_s green, vec_u d0, vec_u d1, vec_s c0, vec_s c1) {
-    return pick_v(apart(d0, d1), apart(c0, c1), green, mean(d0, d1), mean(c0, c1));
+template <class T>
+HWY_INLINE vec<T> colour_between_v(vec<T> g, const neighbours<vec<T>>& n) {
+    const lanes_of<T> tag;
+    const auto limit = mean(hn::Sub(n.c_most, n.c_least), hn::Set(tag, static_cast<T>(least_edge<T>)));
+    const auto keeps = hn::Eq(hn::SaturatedSub(hn::Sub(n.d_most, n.d_least), limit), hn::Zero(tag));
+    return hn::IfThenElse(keeps, moved(n.c_mean, g, n.g_mean), n.c_mean);
 }
 
-[[maybe_unused]] HWY_ATTR void colours_v(const mosaic_lines& in, std::int32_t n, const colour_halves& out) {
-    const auto step = static_cast<std::int32_t>(hn::Lanes(dg_u()));
-    const int at_c = in.c_first ? 0 : 1, at_g = 1 - at_c;
-    const std::int32_t w = in.c_first ? 0 : -1;
-    s15* const* own = in.red ? out.r : out.b;
-    s15* const* other = in.red ? out.b : out.r;
-    for (std::int32_t k = 0; k < n; k += step) {
-        const auto c = get(in.c + k), g = get(in.g + k);
-        const auto green = hn::SaturatedSub(c, without_bias(get(in.own + k)));
-        hn::StoreU(c, dg_s(), own[at_c] + k);
-        hn::StoreU(green, dg_s(), out.g[at_c] + k);
-        hn::StoreU(g, dg_s(), out.g[at_g] + k);
-        const std::int32_t l = k - 1 - w, r = k - w;
-        const auto d0 = get(in.above + l), d1 = get(in.above + r), d2 = get(in.below + l), d3 = get(in.below + r);
-        const auto c0 = get(in.c_above + l), c1 = get(in.c_above + r), c2 = get(in.c_below + l),
-                   c3 = get(in.c_below + r);
-        const auto d_apart =
-            hn::Sub(hn::Max(hn::Max(d0, d1), hn::Max(d2, d3)), hn::Min(hn::Min(d0, d1), hn::Min(d2, d3)));
-        const auto c_apart =
-            hn::Sub(hn::Max(hn::Max(c0, c1), hn::Max(c2, c3)), hn::Min(hn::Min(c0, c1), hn::Min(c2, c3)));
-        const auto diagonal =
-            pick_v(d_apart, c_apart, green, mean(mean(d0, d2), mean(d1, d3)), mean(mean(c0, c2), mean(c1, c3)));
-        hn::StoreU(diagonal, dg_s(), other[at_c] + k);
-        hn::StoreU(between_v(g, get(in.own + k + w), get(in.own + k + w + 1), get(in.c + k + w), get(in.c + k + w + 1)),
-                   dg_s(), own[at_g] + k);
-        hn::StoreU(between_v(g, get(in.above + k), get(in.below + k), get(in.c_above + k), get(in.c_below + k)), dg_s(),
-                   other[at_g] + k);
+// The colours of a vector of cells, by even and odd column: blue, green, red.
+template <class V>
+struct cell_colours {
+    V even[3], odd[3];
+};
+
+template <bool c_first, bool red, class T>
+HWY_INLINE cell_colours<vec<T>> colours_at(const mosaic_lines<T>& in, std::int32_t k) {
+    constexpr std::int32_t other_side = c_first ? -1 : 1; // from k to the second cell of the diagonal neighbours
+    const auto c = get(in.c + k), g = get(in.g + k), green = get(in.green + k);
+    const auto column = [&](std::int32_t i) HWY_ATTR {
+        return two(get(in.c_above + i), get(in.c_below + i), get(in.green_above + i), get(in.green_below + i),
+                   get(in.difference_above + i), get(in.difference_below + i));
+    };
+    const auto vertical = column(k);
+    const auto beside = two(c, get(in.c + k - other_side), green, get(in.green + k - other_side),
+                            get(in.difference + k), get(in.difference + k - other_side));
+    const auto other_at_g = colour_between_v<T>(g, vertical);
+    const auto own_at_g = colour_between_v<T>(g, beside);
+    const auto other_at_c = colour_between_v<T>(green, both(vertical, column(k + other_side)));
+    cell_colours<vec<T>> out;
+    auto& at_c = c_first ? out.even : out.odd;
+    auto& at_g = c_first ? out.odd : out.even;
+    constexpr int own = red ? 2 : 0, other = 2 - own;
+    at_c[own] = c;
+    at_c[1] = green;
+    at_c[other] = other_at_c;
+    at_g[own] = own_at_g;
+    at_g[1] = g;
+    at_g[other] = other_at_g;
+    return out;
+}
+
+// Even and odd columns by turns.
+template <class T>
+HWY_INLINE void put_by_turns(vec<T> even, vec<T> odd, T* to) {
+    hn::StoreInterleaved2(even, odd, lanes_of<T>(), to);
+}
+
+template <bool c_first, bool red, class T>
+HWY_ATTR void colours_of(const mosaic_lines<T>& in_, std::int32_t first, std::int32_t end, three<T> out) {
+    const auto in = in_;
+    for (std::int32_t k = first; k < end; k += lane_count<T>) {
+        const auto c = colours_at<c_first, red>(in, k);
+        for (int i = 0; i < 3; ++i) put_by_turns(c.even[i], c.odd[i], out.line[i] + 2 * k);
     }
 }
 
-[[maybe_unused]] HWY_ATTR void store_bgr4_v(const colour_halves& c, std::int32_t width, s15 round, std::uint8_t* to) {
-    const auto step = static_cast<std::int32_t>(hn::Lanes(dg_u()));
-    const auto zero = hn::Zero(dg_s()), bias = hn::Set(dg_s(), round);
-    std::int32_t x = 0;
-    for (; x + 2 * step <= width; x += 2 * step) {
-        const auto byte = [&](const s15* half) HWY_ATTR {
-            return as_u(hn::ShiftRight<7>(hn::SaturatedAdd(hn::Max(get(half + x / 2), zero), bias)));
+template <class T>
+HWY_ATTR void colours_v(const mosaic_lines<T>& in, std::int32_t first, std::int32_t end, three<T> out) {
+    if (in.c_first)
+        (in.red ? colours_of<true, true, T> : colours_of<true, false, T>)(in, first, end, out);
+    else
+        (in.red ? colours_of<false, true, T> : colours_of<false, false, T>)(in, first, end, out);
+}
+
+HWY_INLINE void put_bytes(bool past_caches, vec<std::uint8_t> v, std::uint8_t* to) {
+    if (past_caches)
+        hn::Stream(v, lanes_of<std::uint8_t>(), to);
+    else
+        put(v, to);
+}
+
+// 2 * lanes pixels.
+HWY_INLINE void put_bgr4(const cell_colours<vec<std::uint8_t>>& c, bool past_caches, std::uint8_t* to) {
+    const lanes_of<std::uint8_t> tag;
+    const lanes_of<std::uint16_t> wide;
+    const auto opaque = hn::Set(tag, std::uint8_t{255});
+    const auto part = [&](auto b, auto g, auto r, std::uint8_t* p) HWY_ATTR {
+        const auto bg0 = hn::BitCast(wide, hn::InterleaveLower(tag, b, g));
+        const auto bg1 = hn::BitCast(wide, hn::InterleaveUpper(tag, b, g));
+        const auto ra0 = hn::BitCast(wide, hn::InterleaveLower(tag, r, opaque));
+        const auto ra1 = hn::BitCast(wide, hn::InterleaveUpper(tag, r, opaque));
+        const auto p0 = hn::BitCast(tag, hn::InterleaveLower(wide, bg0, ra0));
+        const auto p1 = hn::BitCast(tag, hn::InterleaveUpper(wide, bg0, ra0));
+        const auto p2 = hn::BitCast(tag, hn::InterleaveLower(wide, bg1, ra1));
+        const auto p3 = hn::BitCast(tag, hn::InterleaveUpper(wide, bg1, ra1));
+#if HWY_TARGET == HWY_AVX2
+        // The upper halves hold pixels 32 columns on.
+        put_bytes(past_caches, hn::ConcatLowerLower(tag, p1, p0), p);
+        put_bytes(past_caches, hn::ConcatLowerLower(tag, p3, p2), p + 32);
+        put_bytes(past_caches, hn::ConcatUpperUpper(tag, p1, p0), p + 128);
+        put_bytes(past_caches, hn::ConcatUpperUpper(tag, p3, p2), p + 160);
+#else
+        put_bytes(past_caches, p0, p);
+        put_bytes(past_caches, p1, p + 16);
+        put_bytes(past_caches, p2, p + 32);
+        put_bytes(past_caches, p3, p + 48);
+#endif
+    };
+    part(hn::InterleaveLower(tag, c.even[0], c.odd[0]), hn::InterleaveLower(tag, c.even[1], c.odd[1]),
+         hn::InterleaveLower(tag, c.even[2], c.odd[2]), to);
+    part(hn::InterleaveUpper(tag, c.even[0], c.odd[0]), hn::InterleaveUpper(tag, c.even[1], c.odd[1]),
+         hn::InterleaveUpper(tag, c.even[2], c.odd[2]), to + 64);
+}
+
+template <bool c_first, bool red>
+HWY_ATTR std::int32_t colours_bgr4_of(const mosaic_lines<std::uint8_t>& in_, std::int32_t width, bool past_caches,
+                                      std::uint8_t* to) {
+    const auto in = in_;
+    constexpr std::int32_t step = lane_count<std::uint8_t>;
+    std::int32_t k = 0;
+    for (; 2 * (k + step) <= width; k += step) put_bgr4(colours_at<c_first, red>(in, k), past_caches, to + 8 * k);
+    return k;
+}
+
+// colours and join_bgr at once; `line` is room for what is no whole vector.
+[[maybe_unused]] HWY_ATTR void colours_bgr4_v(const mosaic_lines<std::uint8_t>& in, std::int32_t width, three8 line,
+                                              bool past_caches, std::uint8_t* to) {
+    const auto whole = in.c_first ? in.red ? colours_bgr4_of<true, true> : colours_bgr4_of<true, false>
+                       : in.red ? colours_bgr4_of<false, true>
+                                  : colours_bgr4_of<false, false>;
+    const bool aligned = reinterpret_cast<std::uintptr_t>(to) % static_cast<std::size_t>(lane_count<std::uint8_t>) == 0;
+    const std::int32_t k = whole(in, width, past_caches && aligned, to);
+    if (2 * k >= width) return;
+    colours_v(in, k, (width + 1) / 2, line);
+    join_bgr(4, {{line.line[0], line.line[1], line.line[2]}}, 2 * k, width, to);
+}
+
+// Once all lines are written: what went past the caches is there for other threads too.
+[[maybe_unused]] HWY_ATTR void finish_v() { _mm_sfence(); }
+
+// The arithmetic of apply_fixed_matrix on a vector of 15-bit samples: products of pairs, added up in 32 bits.
+HWY_INLINE void fixed_matrix_15(const fixed_matrix& f, hn::Vec<hn::ScalableTag<std::int16_t>> (&v)[3]) {
+    const hn::ScalableTag<std::int16_t> tag;
+    const hn::ScalableTag<std::int32_t> sums;
+    const auto zero = hn::Zero(tag);
+    const auto bg_low = hn::InterleaveLower(tag, v[0], v[1]), bg_high = hn::InterleaveUpper(tag, v[0], v[1]);
+    const auto r_low = hn::InterleaveLower(tag, v[2], zero), r_high = hn::InterleaveUpper(tag, v[2], zero);
+    for (int i = 0; i < 3; ++i) {
+        const fixed_matrix::row& row = f.rows[i];
+        const auto pair = [&](std::uint32_t low, std::uint32_t high) HWY_ATTR {
+            return hn::BitCast(tag, hn::Set(sums, static_cast<std::int32_t>((low & 0xFFFF) | high << 16)));
         };
-        // Blue and green, red and 255, as words; then pixels of even and of odd columns, then both by turns.
-        const auto words = [&](int i, vec_u& bg, vec_u& ra) HWY_ATTR {
-            bg = hn::Or(byte(c.b[i]), hn::ShiftLeft<8>(byte(c.g[i])));
-            ra = hn::Or(byte(c.r[i]), hn::Set(dg_u(), 0xFF00));
-        };
-        vec_u bg0, ra0, bg1, ra1;
-        words(0, bg0, ra0);
-        words(1, bg1, ra1);
-        hn::StoreInterleaved4(bg0, ra0, bg1, ra1, dg_u(), reinterpret_cast<std::uint16_t*>(to + 4 * x));
+        const auto bg = pair(static_cast<std::uint32_t>(row.m[0]), static_cast<std::uint32_t>(row.m[1])),
+                   r = pair(static_cast<std::uint32_t>(row.m[2]), 0);
+        auto none = hn::Zero(sums);
+        auto low = hn::ReorderWidenMulAccumulate(sums, bg_low, bg, hn::Set(sums, row.offset), none);
+        auto high = hn::ReorderWidenMulAccumulate(sums, bg_high, bg, hn::Set(sums, row.offset), none);
+        low = hn::ReorderWidenMulAccumulate(sums, r_low, r, low, none);
+        high = hn::ReorderWidenMulAccumulate(sums, r_high, r, high, none);
+        low = hn::ShiftRightSame(low, row.bits);
+        high = hn::ShiftRightSame(high, row.bits);
+        v[i] = hn::Max(hn::ReorderDemote2To(tag, low, high), zero); // saturates at 32767
     }
-    const colour_halves rest{
-        {c.r[0] + x / 2, c.r[1] + x / 2}, {c.g[0] + x / 2, c.g[1] + x / 2}, {c.b[0] + x / 2, c.b[1] + x / 2}};
-    store_bgr4(rest, width - x, round, to + 4 * x);
 }
 
-[[maybe_unused]] HWY_ATTR void store_bgr3_v(const colour_halves& c, std::int32_t width, s15 round, std::uint8_t* to) {
-    const auto step = static_cast<std::int32_t>(hn::Lanes(dg_u()));
-    const hn::Repartition<std::uint8_t, dg_u> bytes;
-    const auto zero = hn::Zero(dg_s()), bias = hn::Set(dg_s(), round);
-    std::int32_t x = 0;
-    for (; x + 2 * step <= width; x += 2 * step) {
-        const auto byte = [&](const s15* half) HWY_ATTR {
-            return as_u(hn::ShiftRight<7>(hn::SaturatedAdd(hn::Max(get(half + x / 2), zero), bias)));
-        };
-        const auto both = [&](s15* const* half) HWY_ATTR {
-            return hn::BitCast(bytes, hn::Or(byte(half[0]), hn::ShiftLeft<8>(byte(half[1]))));
-        };
-        hn::StoreInterleaved3(both(c.b), both(c.g), both(c.r), bytes, to + 3 * x);
+template <class T>
+HWY_ATTR void fixed_matrix_v(const fixed_matrix& f, std::int32_t x, std::int32_t n, three<T> c) {
+    const hn::ScalableTag<std::int16_t> tag;
+    const lanes_of<std::uint16_t> wide;
+    using vec15 = hn::Vec<decltype(tag)>;
+    constexpr std::int32_t step = lane_count<T>;
+    for (; x + step <= n; x += step) {
+        if constexpr (sizeof(T) == 1) {
+            vec15 low[3], high[3];
+            for (int i = 0; i < 3; ++i) {
+                const auto v = get(c.line[i] + x);
+                const auto none = hn::Zero(lanes_of<T>());
+                low[i] =
+                    hn::BitCast(tag, hn::ShiftRight<1>(hn::BitCast(wide, hn::InterleaveLower(lanes_of<T>(), none, v))));
+                high[i] =
+                    hn::BitCast(tag, hn::ShiftRight<1>(hn::BitCast(wide, hn::InterleaveUpper(lanes_of<T>(), none, v))));
+            }
+            fixed_matrix_15(f, low);
+            fixed_matrix_15(f, high);
+            const auto half = hn::Set(tag, std::int16_t{64});
+            for (int i = 0; i < 3; ++i)
+                put(pack_bytes(hn::ShiftRight<7>(hn::SaturatedAdd(low[i], half)),
+                               hn::ShiftRight<7>(hn::SaturatedAdd(high[i], half))),
+                    c.line[i] + x);
+        } else {
+            vec15 v[3];
+            for (int i = 0; i < 3; ++i) v[i] = hn::BitCast(tag, hn::ShiftRight<1>(get(c.line[i] + x)));
+            fixed_matrix_15(f, v);
+            for (int i = 0; i < 3; ++i) {
+                const auto u = hn::BitCast(wide, v[i]);
+                put(hn::Or(hn::ShiftLeft<1>(u), hn::ShiftRight<14>(u)), c.line[i] + x);
+            }
+        }
     }
-    const colour_halves rest{
-        {c.r[0] + x / 2, c.r[1] + x / 2}, {c.g[0] + x / 2, c.g[1] + x / 2}, {c.b[0] + x / 2, c.b[1] + x / 2}};
-    store_bgr3(rest, width - x, round, to + 3 * x);
+    apply_fixed_matrix(f, x, n, c);
 }
 
 } // namespace

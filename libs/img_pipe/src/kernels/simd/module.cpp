@@ -6,9 +6,15 @@ namespace HWY_NAMESPACE {
 namespace {
 
 kernel_fn convert(img_type destination, img_type source) {
-    for (const kernel_lookup find : {&find_sample_lines, &find_colour_lines, &find_polarisation, &find_pwl})
+    for (const kernel_lookup find :
+         {&find_sample_lines, &find_colour_lines, &find_polarisation, &find_pwl, &find_float_samples})
         if (const kernel_fn found = find(destination, source)) return found;
     return nullptr;
+}
+
+kernel_fn white_balance(img_type destination, img_type source) {
+    const kernel_fn found = find_sample_lines(destination, source);
+    return found != nullptr ? found : find_float_samples(destination, source);
 }
 
 kernel_fn tone(img_type destination, img_type source) {
@@ -30,14 +36,14 @@ constexpr filter_module module_record {
          &find_demosaic,
          &find_sharpness,
          nullptr,
-         &find_sample_lines,
+         &white_balance,
          &tone,
          &find_colour_matrix,
          nullptr,
-         nullptr,
+         &find_smooth,
          &find_polarisation,
          &find_polarisation,
-         &find_pwl,
+         &find_float_samples,
          &convert,
          nullptr,
          nullptr,

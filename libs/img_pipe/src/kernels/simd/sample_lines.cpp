@@ -11,6 +11,7 @@ namespace {
 struct rows {
     static constexpr auto load = &load_line_v;
     static constexpr auto store = &store_line_v;
+    static constexpr auto look_up_sites = &look_up_sites_v;
     static constexpr auto correct = &correct_line_v;
 };
 } // namespace

@@ -92,6 +92,16 @@ HWY_INLINE void store_groups(hn::Vec<d8> v, std::uint8_t* p, std::size_t step) {
             const auto v = hn::BitCast(tag, hn::LoadU(d8(), p + 2 * x));
             hn::StoreU(hn::ShiftLeftSame(v, shift), tag, line + x);
         }
+    } else if (layout.pack == packing::real) {
+        const hn::ScalableTag<float> df;
+        const hn::Rebind<std::uint16_t, decltype(df)> du;
+        const auto lanes = static_cast<std::int32_t>(hn::Lanes(df));
+        const auto zero = hn::Zero(df), most = hn::Set(df, 65535.0F);
+        for (; x + lanes <= width && 4 * (x + lanes) <= have; x += lanes) {
+            const auto v = hn::BitCast(df, hn::LoadU(d8(), p + 4 * x));
+            const auto scaled = hn::Min(hn::Max(hn::Mul(v, most), zero), most); // no number counts as 0
+            hn::StoreU(hn::DemoteTo(du, hn::NearestInt(scaled)), du, line + x);
+        }
     } else if (layout.pack != packing::none) {
         const unpack_table& t = unpack_table_of(layout.pack);
         const auto shuffle = hn::LoadDup128(d8(), t.shuffle);
@@ -119,9 +129,9 @@ HWY_INLINE void store_groups(hn::Vec<d8> v, std::uint8_t* p, std::size_t step) {
     std::int32_t x = 0;
     const std::ptrdiff_t have = end - p;
     if (layout.pack == packing::plain8) {
-        const hn::Rebind<std::uint8_t, d16> half;
-        for (; x + n <= width && x + n <= have; x += n)
-            hn::StoreU(hn::TruncateTo(half, hn::ShiftRight<8>(hn::LoadU(tag, line + x))), half, p + x);
+        const auto bytes = [&](std::int32_t at) HWY_ATTR { return hn::BitCast(d8(), hn::LoadU(tag, line + at)); };
+        for (; x + 2 * n <= width && x + 2 * n <= have; x += 2 * n)
+            hn::StoreU(hn::ConcatOdd(d8(), bytes(x + n), bytes(x)), d8(), p + x);
     } else if (layout.pack == packing::plain16) {
         const int shift = layout.shift;
         for (; x + n <= width && 2 * (x + n) <= have; x += n)

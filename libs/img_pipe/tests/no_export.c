@@ -1,2 +1,0 @@
-int something_else(void);
-int something_else(void) { return 1; }

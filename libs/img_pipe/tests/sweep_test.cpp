@@ -1,0 +1,88 @@
+// Every row of both tables at awkward sizes and strides, with walls before and behind the images: levels give the same
+// bytes, all of the destination is written and nothing else, and nothing else is read.
+#include "pipe_test.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+
+using namespace kernel_test;
+
+namespace {
+
+struct size {
+    std::int32_t width, height, pad;
+    wall at;
+};
+const size sizes[] = {
+    {2, 2, 0, wall::behind},    {3, 3, 0, wall::before},   {5, 2, 1, wall::behind},  {8, 6, 3, wall::before},
+    {9, 7, 0, wall::behind},    {17, 4, 5, wall::before},  {36, 9, 0, wall::behind}, {67, 5, 0, wall::before},
+    {20, 38, 16, wall::behind}, {131, 3, 7, wall::behind},
+};
+
+// One for each level and set, as a stream would have it: gamma tables are built once.
+using pipe_set = std::map<std::pair<std::uint32_t, std::size_t>, transform_pipe>;
+
+testing::Message about(const char* what, const image& picture, std::uint32_t mask) {
+    return testing::Message() << what << ' ' << fcc_name(picture.view.format) << ' ' << picture.view.width << 'x'
+                              << picture.view.height << " level " << mask;
+}
+
+} // namespace
+
+TEST(Sweep, ConversionsOnEveryLevel) {
+    const auto sets = parameter_sets();
+    const auto levels_here = masks();
+    pipe_set pipes;
+    unsigned seed = 1;
+    for (const format_pair& p : pairs_of_tables())
+        for (const size& s : sizes) {
+            image source(p.from, s.width, s.height, s.pad, s.at);
+            fill(source, ++seed);
+            source.view.flags = view_read_only;
+            const auto before = source.content();
+            for (std::size_t set = 0; set < sets.size(); ++set) {
+                transform_params params = sets[set];
+                std::vector<std::uint8_t> expected;
+                for (const std::uint32_t mask : levels_here) {
+                    params.optimization_level = mask;
+                    params.max_concurrency = 1;
+                    const image result(p.to, s.width, s.height, s.pad, s.at);
+                    ASSERT_TRUE((pipes[{mask, set}].transform(result.view, source.view, params)))
+                        << about("to", result, mask) << fcc_name(p.from);
+                    ASSERT_TRUE(source.content() == before) << about("from", source, mask);
+                    ASSERT_TRUE(result.frame_untouched()) << about("to", result, mask) << fcc_name(p.from);
+                    if (expected.empty()) expected = result.content();
+                    ASSERT_TRUE(result.content() == expected)
+                        << about("to", result, mask) << " from " << fcc_name(p.from) << " set " << set;
+                }
+            }
+        }
+}
+
+TEST(Sweep, ChangesInPlaceOnEveryLevel) {
+    const auto sets = parameter_sets();
+    const auto levels_here = masks();
+    pipe_set pipes;
+    for (const in_place_row& row : in_place_table())
+        for (const std::uint32_t id : row.formats)
+            for (const size& s : sizes) {
+                if (id == 0) continue;
+                for (std::size_t set = 0; set < sets.size(); ++set) {
+                    transform_params params = sets[set];
+                    std::vector<std::uint8_t> expected;
+                    for (const std::uint32_t mask : levels_here) {
+                        params.optimization_level = mask;
+                        params.max_concurrency = 1;
+                        const image picture(id, s.width, s.height, s.pad, s.at);
+                        fill(picture, id);
+                        ASSERT_TRUE((pipes[{mask, set}].transform_in_place(picture.view, params)))
+                            << about("in place", picture, mask);
+                        ASSERT_TRUE(picture.frame_untouched()) << about("in place", picture, mask);
+                        if (expected.empty()) expected = picture.content();
+                        ASSERT_TRUE(picture.content() == expected)
+                            << about("in place", picture, mask) << " set " << set;
+                    }
+                }
+            }
+}
