@@ -22,7 +22,7 @@ const filter_module* plain_module() {
     // In the order of kernel_slot.
     static constexpr filter_module module{cpu::c,
                                           {&plain::find_demosaic, &plain::find_demosaic, &plain::find_sharpness,
-                                           nullptr, &plain::find_sample_lines, &tone, &plain::find_colour_matrix,
+                                           &plain::find_tonemapping, &plain::find_sample_lines, &tone, &plain::find_colour_matrix,
                                            nullptr, nullptr, &plain::find_polarisation, &plain::find_polarisation,
                                            &plain::find_pwl, &convert, nullptr, nullptr, nullptr},
                                           nullptr,

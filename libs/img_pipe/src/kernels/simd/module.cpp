@@ -29,7 +29,7 @@ constexpr filter_module module_record {
         {&find_demosaic,
          &find_demosaic,
          &find_sharpness,
-         nullptr,
+         &find_tonemapping,
          &find_sample_lines,
          &tone,
          &find_colour_matrix,
