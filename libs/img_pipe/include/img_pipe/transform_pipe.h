@@ -27,7 +27,7 @@ struct transform_scratch {
 
 // Which parameters an entry of the table honours, by place in transform_plan::capabilities.
 enum class capability : std::uint8_t {
-    tonemapping,
+    tonemapping, // of no entry: it is a pass of its own in front of those from mosaics and grey images
     white_balance,
     colour, // saturation, hue, colour matrix
     brightness,
