@@ -50,7 +50,7 @@ enum class kernel_slot : std::uint32_t {
     transform_by_matrix_to_dst = 1,   // params: demosaic_params
     transform_by_edge_to_dst,         // params: demosaic_params
     transform_sharpness_denoise,      // params: sharpness_params
-    apply_tonemapping,                // params: tonemapping_params
+    apply_tonemapping,                // params: tonemapping_params; in place, halo: the line above and the one below
     apply_whitebalance,               // in place on a mosaic; params: sample_params
     apply_brightness_contrast_params, // in place; params: sample_params
     apply_saturation_hue_params,      // in place; params: matrix_params

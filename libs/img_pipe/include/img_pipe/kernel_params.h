@@ -35,11 +35,14 @@ struct sharpness_params {
     std::int32_t denoise;   // 0 neutral
 };
 
+// out = p / (p + adaptation at the cell's luminance) * scale + offset. Bytes need the byte table alone, 16-bit samples
+// the scaled adaptation, floats the plain one.
 struct tonemapping_params {
     float scale;
     float offset;
-    const float* adaptation;        // 65536 entries
-    const std::uint8_t* byte_table; // 256 x 256, luminance bin major
+    const float* adaptation;        // 65536 entries, by luminance
+    const float* adaptation_scaled; // the same in counts of 65535
+    const std::uint8_t* byte_table; // 256 x 256, luminance bin major, stretch included
 };
 
 } // namespace img_pipe

@@ -20,11 +20,14 @@ class transform_state;
 // What a caller hands along with one image; none is needed.
 struct transform_scratch {
     bool second_pass = false; // this frame's tones are mapped already
+    // What tone mapping measured on this frame, for a later pass over it with `tonemapping_fixed`.
+    bool factors_set = false;
+    tonemapping_stretch factors;
 };
 
 // Which parameters an entry of the table honours, by place in transform_plan::capabilities.
 enum class capability : std::uint8_t {
-    tonemapping,
+    tonemapping, // of no entry: it is a pass of its own in front of those from mosaics and grey images
     white_balance,
     colour, // saturation, hue, colour matrix
     brightness,

@@ -9,6 +9,7 @@
     kernel_fn find_colour_tone(img_type destination, img_type source);  /* blue-green-red and YU8p */                  \
     kernel_fn find_colour_matrix(img_type destination, img_type source);                                               \
     kernel_fn find_sharpness(img_type destination, img_type source);    /* and Y800, Y16 */                            \
+    kernel_fn find_tonemapping(img_type destination, img_type source);  /* mono and mosaics */                         \
     kernel_fn find_polarisation(img_type destination, img_type source);                                                \
     kernel_fn find_pwl(img_type destination, img_type source);                                                         \
     kernel_fn find_float_samples(img_type destination, img_type source); /* float mosaics to integers and themselves */ \

@@ -1,10 +1,13 @@
+#include "../tonemapping/apply_tonemapping.h"
 #include "conversions.h"
 #include "road_builder.h"
 
 namespace img_pipe {
 
 bool convert_mono(transform_pipe& pipe, const img_descriptor& dst, const img_descriptor& src,
-                  const transform_params& params, transform_scratch*) {
+                  const transform_params& params, transform_scratch* scratch) {
+    if (tone_mapping_is_due(params, scratch))
+        return convert_tone_mapped(&convert_mono, pipe, dst, src, params, scratch);
     transform_state& state = *pipe.state();
     const corrections c(params);
     sample_params tone = neutral_samples;
@@ -29,13 +32,20 @@ bool convert_mono(transform_pipe& pipe, const img_descriptor& dst, const img_des
 
 bool change_mono(transform_pipe& pipe, const img_descriptor& image, const transform_params& params,
                  transform_scratch* scratch) {
+    if (tone_mapping_is_due(params, scratch))
+        return convert_tone_mapped(
+            [](transform_pipe& p, const img_descriptor&, const img_descriptor& i, const transform_params& rest,
+               transform_scratch* s) { return change_mono(p, i, rest, s); },
+            pipe, image, image, params, scratch);
     const corrections c(params);
     if (!c.tone && !c.gamma && !c.sharpen) return true;
     return convert_mono(pipe, image, image, params, scratch);
 }
 
 bool convert_bayer(transform_pipe& pipe, const img_descriptor& dst, const img_descriptor& src,
-                   const transform_params& params, transform_scratch*) {
+                   const transform_params& params, transform_scratch* scratch) {
+    if (tone_mapping_is_due(params, scratch))
+        return convert_tone_mapped(&convert_bayer, pipe, dst, src, params, scratch);
     transform_state& state = *pipe.state();
     const corrections c(params);
     const bool further = c.colour || c.tone || c.gamma || c.sharpen || c.forced;
@@ -54,7 +64,12 @@ bool convert_bayer(transform_pipe& pipe, const img_descriptor& dst, const img_de
 }
 
 bool change_bayer(transform_pipe& pipe, const img_descriptor& image, const transform_params& params,
-                  transform_scratch*) {
+                  transform_scratch* scratch) {
+    if (tone_mapping_is_due(params, scratch))
+        return convert_tone_mapped(
+            [](transform_pipe& p, const img_descriptor&, const img_descriptor& i, const transform_params& rest,
+               transform_scratch* s) { return change_bayer(p, i, rest, s); },
+            pipe, image, image, params, scratch);
     transform_state& state = *pipe.state();
     const corrections c(params);
     if (!c.any() && !c.forced) return true;

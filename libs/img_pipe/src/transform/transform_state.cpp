@@ -65,6 +65,10 @@ const std::uint16_t* lut_context::companded_roots() {
     return roots_built->data();
 }
 
+tonemapping_state* lut_context::tonemapping() {
+    return make_once(tonemapping_made) ? tonemapping_made.get() : nullptr;
+}
+
 void transform_state::set_level(std::uint32_t wanted) {
     if (mask != 0 && asked == wanted) return;
     asked = wanted;
@@ -88,7 +92,8 @@ bool transform_state::reserve(std::int32_t pieces, std::size_t bytes, std::size_
     shared_at = piece_bytes * static_cast<std::size_t>(pieces);
     const std::size_t need = shared_at + shared;
     if (need <= room) return true;
-    release_memory();
+    room = 0;
+    memory.reset(); // before more is taken
     memory.reset(new (std::nothrow) std::byte[need + 63]);
     if (!memory) return false;
     void* at = memory.get();
@@ -99,8 +104,24 @@ bool transform_state::reserve(std::int32_t pieces, std::size_t bytes, std::size_
     return true;
 }
 
+bool transform_state::tone_image(std::uint32_t format, const img_descriptor& source, img_descriptor& view) {
+    const std::size_t need = image_size(format, source.width, source.height);
+    if (need == 0) return false;
+    if (need > tone_room) {
+        tone_room = 0;
+        tone_memory.reset(new (std::nothrow) std::uint8_t[need]);
+        if (!tone_memory) return false;
+        tone_room = need;
+        ++taken;
+    }
+    view = make_view(tone_memory.get(), static_cast<std::uint32_t>(need), format, source.width, source.height);
+    return true;
+}
+
 void transform_state::release_memory() {
     memory.reset();
+    tone_memory.reset();
+    tone_room = 0;
     base = nullptr;
     room = 0;
 }

@@ -1,5 +1,6 @@
 // A pipe's private memory: kernels of its level, its share of the work pool, tables and temporary images.
 #pragma once
+#include <img_pipe/tonemapping.h>
 #include <img_pipe/transform_pipe.h>
 #include <img_pipe/work_pool.h>
 
@@ -27,8 +28,11 @@ public:
     const tone_tables* tone(std::int32_t contrast, std::int32_t brightness, float gamma);
     // Square roots of the linear values of companded samples, whose 12 bits stand at the top of the index.
     const std::uint16_t* companded_roots();
+    // The stream's state, made on first use.
+    tonemapping_state* tonemapping();
 
 private:
+    std::unique_ptr<tonemapping_state> tonemapping_made;
     std::unique_ptr<gamma_tables> gamma_built;
     std::unique_ptr<tone_tables> tone_built;
     std::unique_ptr<std::array<std::uint16_t, 65536>> roots_built;
@@ -50,6 +54,8 @@ public:
     std::byte* piece_memory(std::int32_t piece) const { return base + static_cast<std::size_t>(piece) * piece_bytes; }
     std::byte* shared_memory() const { return base + shared_at; }
     void release_memory();
+    // A temporary image of `format` and the source's size, kept for the next frame; false when memory is out.
+    bool tone_image(std::uint32_t format, const img_descriptor& source, img_descriptor& view);
     std::uint64_t allocations() const { return taken; }
 
     concurrency threads;
@@ -63,6 +69,8 @@ private:
     std::size_t room = 0; // bytes in `memory` from `base` on
     std::byte* base = nullptr;
     std::size_t piece_bytes = 0, shared_at = 0;
+    std::unique_ptr<std::uint8_t[]> tone_memory;
+    std::size_t tone_room = 0;
     std::uint64_t taken = 0;
 };
 

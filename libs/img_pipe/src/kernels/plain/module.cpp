@@ -27,7 +27,7 @@ const filter_module* plain_module() {
     // In the order of kernel_slot.
     static constexpr filter_module module{cpu::c,
                                           {&plain::find_demosaic, &plain::find_demosaic, &plain::find_sharpness,
-                                           nullptr, &white_balance, &tone, &plain::find_colour_matrix, nullptr,
+                                           &plain::find_tonemapping, &white_balance, &tone, &plain::find_colour_matrix, nullptr,
                                            &plain::find_smooth, &plain::find_polarisation, &plain::find_polarisation,
                                            &plain::find_float_samples, &convert, nullptr, nullptr, nullptr},
                                           nullptr,

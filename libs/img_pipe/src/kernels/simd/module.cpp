@@ -35,7 +35,7 @@ constexpr filter_module module_record {
         {&find_demosaic,
          &find_demosaic,
          &find_sharpness,
-         nullptr,
+         &find_tonemapping,
          &white_balance,
          &tone,
          &find_colour_matrix,

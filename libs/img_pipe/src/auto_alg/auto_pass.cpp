@@ -1,0 +1,125 @@
+#include <auto_alg/auto_pass.h>
+
+#include "auto_step.h"
+#include "focus.h"
+#include "records.h"
+#include "white_balance.h"
+
+#include <cmath>
+#include <new>
+
+namespace auto_alg {
+
+struct auto_alg_state::contents {
+    bool seen = false; // a frame was handled
+    std::uint64_t last_block = 0, last_time = 0;
+    std::uint64_t min_wait = min_wait_ns, max_wait = max_wait_ns, frames_most = max_frames;
+    auto_focus focus;
+    temperature_state temperature;
+    bool once_over = false; // of the request that still stands
+    std::int32_t once_passes = 0;
+    sample_array samples;
+};
+
+auto_alg_state::auto_alg_state() : own(new (std::nothrow) contents) {}
+auto_alg_state::~auto_alg_state() = default;
+
+namespace {
+
+using contents = auto_alg_state::contents;
+
+// Whether this frame is measured; it is then the last one.
+bool is_its_turn(contents& state, const auto_pass_params& p) {
+    const bool same_time = state.seen && p.time_ns == state.last_time;
+    if (!same_time && state.seen && state.last_block <= p.block_id && p.time_ns >= state.last_time) {
+        const std::uint64_t elapsed = p.time_ns - state.last_time;
+        if (elapsed < state.min_wait) return false;
+        if (p.block_id - state.last_block <= state.frames_most && elapsed <= state.max_wait) return false;
+    }
+    state.seen = true;
+    state.last_block = p.block_id;
+    state.last_time = p.time_ns;
+    return true;
+}
+
+void balance(contents& state, const auto_pass_params& p, auto_pass_result& result) {
+    const white_balance_params& wb = p.white_balance;
+    const bool once = wb.once && !state.once_over;
+    if (!once && !wb.continuous) return;
+    balance_result next{};
+    if (wb.table != nullptr) {
+        white_balance_params now = wb;
+        now.once = once;
+        next = balance_by_temperature(state.samples, now, state.temperature);
+    } else if (state.samples.is_float) {
+        next = exec_auto_whitebalance_on_float_pixels(state.samples.floats(), wb.gain);
+    } else {
+        next = exec_auto_whitebalance_steps_on_pixels(state.samples.bytes(), wb.gain, once);
+    }
+    result.wb_r = next.gain[0];
+    result.wb_g = next.gain[1];
+    result.wb_b = next.gain[2];
+    for (int i = 0; i < 3; ++i) result.wb_changed = result.wb_changed || next.gain[i] != wb.gain[i];
+    if (!once) return;
+    // On floats one pass does it all.
+    const bool whole = wb.table == nullptr && state.samples.is_float;
+    if (next.done || whole || ++state.once_passes >= most_once_passes) {
+        result.wb_done = state.once_over = true;
+        state.once_passes = 0;
+    }
+}
+
+// Of a value that the consumer sees, the light that it stands for but for a factor: with gamma the loop would
+// otherwise take other steps than it means.
+float light_of(float value, const software_params& software) {
+    const float gamma = software.gamma;
+    return std::isfinite(gamma) && gamma >= 0.01F && gamma != 1 ? std::pow(value, 1 / std::min(gamma, 100.0F)) : value;
+}
+
+} // namespace
+
+auto_pass_result auto_pass(auto_alg_state& of, const img_pipe::img_descriptor& image, const auto_pass_params& p) {
+    auto_pass_result result;
+    contents* const state = of.get();
+    if (state == nullptr) return result;
+
+    const auto_focus::step focus = state->focus.advance(image, p);
+    result.focus_changed = focus.changed;
+    result.focus_position = focus.position;
+    result.focus_running = focus.running;
+    result.focus_done = focus.done;
+
+    if (!p.white_balance.once) {
+        state->once_over = false;
+        state->once_passes = 0;
+        state->temperature.wb_scan_countdown = scan_passes;
+    }
+    if (!is_its_turn(*state, p)) return result;
+    const bool exposing = p.exposure.enable || p.gain.enable || p.iris.enable;
+    if (!exposing && !p.white_balance.continuous && !p.white_balance.once) return result;
+
+    auto_sample_by_img(image, area_of(image, p.region), state->samples);
+    if (state->samples.count == 0) return result;
+    apply_software_clrmtx_to_sampling_data(p.software, state->samples);
+    apply_software_wb_to_sampling_data(p.white_balance, state->samples);
+    balance(*state, p, result);
+    apply_software_params_to_sampling_data(p.software, state->samples);
+    const resulting_brightness seen = calc_resulting_brightness_params(state->samples);
+    result.brightness = seen.mean;
+    if (!exposing || seen.mean < 0) return result;
+
+    const float reference = reference_brightness(p.exposure.reference, seen.bright);
+    const auto_step step =
+        calc_auto_step(light_of(seen.mean, p.software), light_of(reference, p.software), p.exposure, p.gain, p.iris);
+    result.exposure = step.exposure;
+    result.gain = step.gain;
+    result.iris = step.iris;
+    // Written so that a current value that is no number counts as another one.
+    result.exposure_changed =
+        is_steered(p.exposure) && !(std::round(p.exposure.current) == static_cast<float>(step.exposure));
+    result.gain_changed = is_steered(p.gain) && !(step.gain == p.gain.current);
+    result.iris_changed = is_steered(p.iris) && step.iris != p.iris.current;
+    return result;
+}
+
+} // namespace auto_alg

@@ -1,0 +1,139 @@
+// Single steps of the automatic functions, by numbers worked out by hand.
+#include "../src/auto_alg/auto_step.h"
+#include "../src/auto_alg/focus.h"
+#include "../src/auto_alg/white_balance.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <vector>
+
+using namespace auto_alg;
+using namespace img_pipe;
+
+// Exposure 1000 of 100 to 10000, gain 6 of 0 to 12, iris 40 of 10 to 100.
+TEST(AutoStep, OneControlMovesByItsPart) {
+    struct {
+        const char* why;
+        float brightness, reference;
+        bool exposure, gain, iris;
+        float granularity;
+        std::int32_t want_exposure;
+        float want_gain;
+        std::int32_t want_iris;
+    } const rows[] = {
+        {"right", 0.5F, 0.5F, true, true, true, 0, 1000, 6, 40},
+        {"dead band below", 0.52F, 0.5F, true, true, true, 0, 1000, 6, 40},
+        {"dead band above", 0.485F, 0.5F, true, true, true, 0, 1000, 6, 40},
+        {"half as bright: exposure first", 0.25F, 0.5F, true, true, true, 0, 1333, 6, 40},
+        {"twice as bright: gain first, 6 dB / 3 down", 1.0F, 0.5F, true, true, true, 0, 1000, 4, 40},
+        {"then iris", 1.0F, 0.5F, true, false, true, 0, 1000, 6, 35},
+        {"then exposure", 1.0F, 0.5F, true, false, false, 0, 833, 6, 40},
+        {"iris before gain upwards", 0.25F, 0.5F, false, true, true, 0, 1000, 6, 50},
+        {"gain last", 0.25F, 0.5F, false, true, false, 0, 1000, 8, 40},
+        {"less than half the granularity", 0.25F, 0.5F, true, true, true, 700, 1000, 6, 50},
+        {"more than half of it", 0.25F, 0.5F, true, true, true, 600, 1333, 6, 40},
+        {"black counts as 0.004", 0, 0.5F, true, false, false, 0, 10000, 6, 40},
+        {"nothing is on", 0.1F, 0.5F, false, false, false, 0, 1000, 6, 40},
+    };
+    for (const auto& row : rows) {
+        const auto_step step =
+            calc_auto_step(row.brightness, row.reference, {row.exposure, 100, 10000, 1000, row.granularity, 0},
+                           {row.gain, 0, 12, 6, true, 6}, {row.iris, 10, 100, 40, false});
+        EXPECT_EQ(step.exposure, row.want_exposure) << row.why;
+        EXPECT_NEAR(step.gain, row.want_gain, 1e-4) << row.why;
+        EXPECT_EQ(step.iris, row.want_iris) << row.why;
+    }
+    const auto_step outside = calc_auto_step(0.5F, 0.5F, {true, 10000, 2000, 1000, 0, 0}, {true, 12, 7, 6, true, 6},
+                                             {true, 100, 50, 40, false});
+    EXPECT_EQ(outside.exposure, 2000) << "limits in the wrong order hold, in the dead band too";
+    EXPECT_EQ(outside.gain, 7);
+    EXPECT_EQ(outside.iris, 50);
+    const auto_step linear = calc_auto_step(0.25F, 0.5F, {}, {true, 1, 16, 3, false, 6}, {});
+    EXPECT_FLOAT_EQ(linear.gain, 4) << "a factor goes in thirds";
+    const auto_step nan = calc_auto_step(0.25F, 0.5F, {true, 100, 1000, std::numeric_limits<float>::quiet_NaN(), 0, 0},
+                                         {true, std::numeric_limits<float>::quiet_NaN(), 12, 6, true, 6}, {});
+    EXPECT_EQ(nan.exposure, 133) << "from the lowest";
+    EXPECT_EQ(nan.gain, 6) << "without limits left alone";
+}
+
+TEST(AutoStep, BrightRecordsLengthenAStepAndNeverStartOne) {
+    EXPECT_FLOAT_EQ(reference_brightness(0, 0), 0.4F);
+    EXPECT_FLOAT_EQ(reference_brightness(51, 0.2F), 0.2F);
+    EXPECT_NEAR(reference_brightness(102, 1), 0.425 * 0.425 * 0.425, 1e-3);
+    EXPECT_FLOAT_EQ(reference_brightness(255, 1), 1) << "white is wanted";
+    for (unsigned wanted = 1; wanted < 256; ++wanted)
+        for (float share = 0; share <= 1; share += 0.01F) {
+            const float reference = reference_brightness(wanted, share), whole = static_cast<float>(wanted) / 255;
+            // So many records are at least bright, so the mean alone asks for less light, and a third of the way on
+            // either scale does not go past the wanted brightness.
+            if (reference < whole) {
+                ASSERT_GT(share * 240 / 255, whole * 0.9999F);
+                ASSERT_GE(std::cbrt(reference / (share * 240 / 255)), whole / (share * 240 / 255) * 0.999F);
+            }
+        }
+}
+
+TEST(WhiteBalanceSteps, GoByAQuarterOrByOne) {
+    const std::vector<byte_record> tinted(100, byte_record{100, 120, 110, 120}); // means 100, 120, 110
+    struct {
+        const char* why;
+        float gain[3];
+        bool once;
+        int want[3]; // in 1/64
+        bool done;
+    } const rows[] = {
+        {"continuous: red up, green is at its least", {1, 1, 1}, false, {65, 64, 64}, false},
+        {"continuous: green down", {1, 1.5F, 1}, false, {65, 95, 64}, false},
+        {"once: quarters of 10, green at its least", {1, 1, 1}, true, {66, 64, 64}, false},
+        {"once: green down by 2", {1, 1.5F, 1}, true, {66, 94, 64}, false},
+        {"a common excess is taken away", {1.25F, 1.25F, 1.25F}, false, {65, 64, 64}, false},
+        {"once: all above the least come down by one", {1, 1.5F, 1.5F}, true, {65, 93, 95}, false},
+    };
+    for (const auto& row : rows) {
+        const balance_result r = exec_auto_whitebalance_steps_on_pixels(tinted, row.gain, row.once);
+        for (int i = 0; i < 3; ++i) EXPECT_EQ(r.gain[i] * 64, row.want[i]) << row.why << ' ' << i;
+        EXPECT_EQ(r.done, row.done) << row.why;
+    }
+    const std::vector<byte_record> grey(50, byte_record{80, 81, 80, 80});
+    EXPECT_TRUE(exec_auto_whitebalance_steps_on_pixels(grey, {1.5F, 1, 2}, false).done) << "within a count";
+    // A tenth of the records is grey: it alone counts, whatever the colours of the rest.
+    std::vector<byte_record> mixed(90, byte_record{200, 20, 20, 20});
+    mixed.insert(mixed.end(), 10, byte_record{90, 90, 90, 90});
+    EXPECT_TRUE(exec_auto_whitebalance_steps_on_pixels(mixed, {1, 1, 1}, true).done);
+    mixed.erase(mixed.end() - 4, mixed.end());
+    EXPECT_FALSE(exec_auto_whitebalance_steps_on_pixels(mixed, {1, 1, 1}, true).done) << "too few grey ones";
+    EXPECT_TRUE(exec_auto_whitebalance_steps_on_pixels({}, {1, 1, 1}, true).done);
+}
+
+namespace {
+
+// 3 x 3 blocks; texture in one.
+struct blocks {
+    explicit blocks(int column, int line) : memory(384 * 384, 100) {
+        for (int y = 128 * line; y < 128 * (line + 1); ++y)
+            for (int x = 128 * column; x < 128 * (column + 1); ++x)
+                memory[static_cast<std::size_t>(y * 384 + x)] = static_cast<std::uint8_t>(80 + 40 * (x / 2 % 2));
+    }
+    double score(int block) {
+        const img_descriptor view = make_view(memory.data(), 384 * 384, fcc("Y800"), 384, 384);
+        return measure_focus(view, {0, 0, 384, 384}, block).score;
+    }
+    std::vector<std::uint8_t> memory;
+};
+
+} // namespace
+
+TEST(FocusScore, NeighboursCountAnEighthAndTheMiddleMost) {
+    blocks middle(1, 1), corner(0, 0), right(2, 1);
+    EXPECT_NEAR(middle.score(5) / middle.score(4), 1.0 / 8 * 60 * 60 / (93.3333 * 93.3333), 1e-3);
+    EXPECT_NEAR(right.score(5) / middle.score(4), 60 * 60 / (93.3333 * 93.3333), 1e-3);
+    EXPECT_GT(corner.score(0), 0);
+    EXPECT_EQ(corner.score(1), 0) << "the first block is nobody's neighbour";
+    EXPECT_EQ(corner.score(4), 0);
+    EXPECT_EQ(middle.score(6), middle.score(2)) << "all others are";
+    EXPECT_EQ(
+        measure_focus(make_view(middle.memory.data(), 384 * 384, fcc("Y800"), 384, 384), {0, 0, 384, 384}, -1).block,
+        4);
+}
