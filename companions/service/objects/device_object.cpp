@@ -25,6 +25,7 @@ constexpr uint64_t plain_document_address = 0x1000000000000;
 static_assert(plain_document_address + gvcp_master::max_document < image_features::first_address);
 constexpr uint64_t longest_timeout_ms = 60'000;
 constexpr uint32_t user_name_bytes = 16;
+constexpr gvcp_master::milliseconds release_time{1000};
 
 gvcp_master::milliseconds bounded(uint64_t timeout) {
     return gvcp_master::milliseconds{std::min(timeout, longest_timeout_ms)};
@@ -69,7 +70,7 @@ std::error_code device_object::init(ipc_rpc::open_access access) {
     chosen.access = static_cast<gvcp_master::access_mode>(access);
     chosen.heartbeat_timeout = core->settings().heartbeat_timeout;
     chosen.stop = core->stop_token();
-    if (!reads_only && core->holder_of(record.mac, session.get()) == service_core::holder::nobody) {
+    if (!reads_only && core->await_release(record.mac, release_time)) {
         chosen.port = core->ports().port_of(record.mac);
         chosen.patient = true; // whoever has it is not of this service, perhaps of one that was killed
     }

@@ -110,6 +110,7 @@ void service_core::remove_holder(uint64_t mac, const client_session* session) {
         if (found == holders.end() || found->second.erase(session) == 0) return;
         if (found->second.empty()) holders.erase(found);
     }
+    released.notify_all();
     finder->control_given_back(mac);
 }
 
@@ -118,6 +119,11 @@ service_core::holder service_core::holder_of(uint64_t mac, const client_session*
     const auto found = holders.find(mac);
     if (found == holders.end()) return holder::nobody;
     return found->second.contains(session) ? holder::self : holder::other;
+}
+
+bool service_core::await_release(uint64_t mac, std::chrono::milliseconds time) {
+    std::unique_lock lock{mutex};
+    return released.wait_for(lock, ending.get_token(), time, [&] { return !holders.contains(mac); });
 }
 
 } // namespace service

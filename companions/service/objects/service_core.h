@@ -15,6 +15,7 @@
 #include <gds_helper/property_store.h>
 
 #include <chrono>
+#include <condition_variable>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -77,6 +78,9 @@ public:
     void add_holder(uint64_t mac, const client_session* session);
     void remove_holder(uint64_t mac, const client_session* session);
     [[nodiscard]] holder holder_of(uint64_t mac, const client_session* session);
+    // Whether no client has control: who has closed it or ended lets go of it on a thread of the service's own, soon.
+    // Waits for that, until `time` is over or the service is stopped.
+    [[nodiscard]] bool await_release(uint64_t mac, std::chrono::milliseconds time);
 
     [[nodiscard]] address_turns& addresses() noexcept { return given_addresses; }
 
@@ -99,6 +103,7 @@ private:
     std::map<std::string, std::vector<std::weak_ptr<message_box>>> message_boxes;
     std::map<std::string, std::vector<std::weak_ptr<interface_user>>> interface_users;
     std::map<uint64_t, std::set<const client_session*>> holders;
+    std::condition_variable_any released;
     port_memory noted_ports;
     image_features::settings_registry settings_of_cameras;
     std::stop_source ending;

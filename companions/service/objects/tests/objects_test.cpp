@@ -6,10 +6,12 @@
 #include <objects/interface_object.h>
 #include <objects/service_object.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <future>
 #include <set>
+#include <thread>
 
 namespace {
 
@@ -99,6 +101,21 @@ TEST_F(Objects, AccessStatesAreEachClientsOwn) {
     EXPECT_TRUE(eventually([&] { return one->state(address) == held && other->state(address) == held; }));
     foreign.reset();
     EXPECT_TRUE(eventually([&] { return one->state(address) == 0; }));
+}
+
+// One process ends, the next one starts: what the first had is let go of while the next one asks for it.
+TEST_F(Objects, WhoOpensWaitsForTheOneThatCloses) {
+    start_core_and_camera();
+    auto closing = one->open(cam->address());
+    ASSERT_TRUE(closing);
+    std::atomic<bool> asking = false;
+    std::jthread closer{[&] {
+        while (!asking) std::this_thread::yield();
+        std::this_thread::sleep_for(milliseconds{100});
+        closing.reset();
+    }};
+    asking = true;
+    EXPECT_TRUE(other->open(cam->address()));
 }
 
 TEST_F(Objects, ALostCameraIsFreeForOthers) {
