@@ -86,7 +86,9 @@ TEST_F(ServiceNetwork, AnActionIsOneDatagramAndAnInterfaceThatFailsStopsNoOther)
         const auto got = next_action();
         ASSERT_FALSE(got.empty());
         const auto header = gige::gvcp::parse_command(got);
+        EXPECT_EQ(gige::load32(&got[8]), device_key);
         EXPECT_EQ(gige::load32(&got[12]), i + 1) << "each once";
+        EXPECT_EQ(gige::load32(&got[16]), 1U);
         EXPECT_EQ(header->flags, expected[i].flags);
         EXPECT_EQ(header->length, expected[i].length);
     }
