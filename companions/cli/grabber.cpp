@@ -232,6 +232,11 @@ void grabber::receive() {
         if (options.chunks && frames() == options.frames) last_chunks = chunks_of(event.BufferHandle);
         lib.check("DSQueueBuffer", lib.DSQueueBuffer(stream->get(), event.BufferHandle));
         if (saver && saver->has_failed()) return; // stop() tells why
+        // Without its service a camera goes on for some seconds, controlled by nobody.
+        constexpr milliseconds pause{200};
+        if (last_time - looked_time < pause) continue;
+        looked_time = last_time;
+        throw_if_lost();
     }
 }
 

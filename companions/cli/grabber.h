@@ -101,7 +101,7 @@ private:
     uint64_t offered = 0, skipped = 0; // pictures, to the saver
     nlohmann::json last_chunks;
     frame_check check;
-    std::chrono::steady_clock::time_point first_time, last_time, shown_time;
+    std::chrono::steady_clock::time_point first_time, last_time, shown_time, looked_time;
     double interval_mean = 0, interval_squares = 0; // of arrivals, seconds: running mean and sum of squared deviations
     double longest_interval = 0;
     double cpu_at_start = 0, cpu_used = 0;
