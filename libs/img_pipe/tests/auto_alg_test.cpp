@@ -488,6 +488,23 @@ TEST(AutoPass, EveryFormatIsMeasuredOrLeftAlone) {
     }
 }
 
+TEST(AutoPass, FocusOfWhatCannotBeMeasuredEndsWithoutAMove) {
+    std::vector<std::uint8_t> memory(256 * 256 * 3, 60);
+    auto_alg_state state;
+    auto_pass_params p;
+    p.focus = {true, 7, 0, 100, 1, false};
+    const auto r = auto_pass(state, make_view(memory.data(), 256 * 256 * 3, fcc("HSV3"), 256, 256), p);
+    EXPECT_TRUE(r.focus_done && !r.focus_changed && !r.focus_running);
+    for (const int w : {0, -5}) {
+        p = measuring();
+        p.block_id = 100;
+        p.focus.request = true;
+        img_descriptor bad = make_view(memory.data(), 256 * 256, fcc("RGGB"), 256, 256);
+        bad.width = bad.height = w;
+        EXPECT_EQ(auto_pass(state, bad, p).brightness, -1) << "no image";
+    }
+}
+
 TEST(AutoPass, PacesItself) {
     std::vector<std::uint8_t> memory(64 * 64, 60);
     const img_descriptor image = make_view(memory.data(), 64 * 64, fcc("Y800"), 64, 64);

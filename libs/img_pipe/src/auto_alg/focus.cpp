@@ -168,17 +168,19 @@ auto_focus::step auto_focus::advance(const ip::img_descriptor& image, const auto
         sent_ns = params.time_ns;
         return step{true, position, true, false};
     };
+    const image_region whole;
+    const image_area area = area_of(image, params.focus.use_region ? params.region : whole);
     if (!running) {
         if (request_seen) return {}; // this request's run is over
         request_seen = true;
+        // What cannot be measured moves no lens.
+        if (measure_focus(image, area, -1).score < 0) return {false, params.focus.position, false, true};
         start(params.focus);
         return send();
     }
     ++frames;
     if (!settled(params)) return {false, position, true, false};
-    const image_region whole;
-    take(measure_focus(image, area_of(image, params.focus.use_region ? params.region : whole),
-                       coarse < coarse_count ? -1 : best.block));
+    take(measure_focus(image, area, coarse < coarse_count ? -1 : best.block));
     if (next_position()) return send();
     running = false;
     const bool move = position != best_position;

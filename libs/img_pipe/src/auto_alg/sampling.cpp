@@ -10,6 +10,7 @@ image_area area_of(const ip::img_descriptor& image, const image_region& region) 
     static constexpr std::int64_t far = std::int64_t{1} << 40; // beyond any image, and no sum of two overflows
     const auto inside = [](std::int64_t first, std::int64_t size, std::int64_t whole, std::int32_t& begin,
                            std::int32_t& length) {
+        whole = std::max<std::int64_t>(whole, 0);
         const std::int64_t from = std::clamp(first, -far, far), end = from + std::clamp<std::int64_t>(size, 0, far);
         begin = static_cast<std::int32_t>(std::clamp<std::int64_t>(from, 0, whole));
         length = static_cast<std::int32_t>(std::clamp<std::int64_t>(end, 0, whole)) - begin;
