@@ -172,8 +172,7 @@ protected:
         return 0;
     }
     void open_raw() {
-        client = std::make_unique<raw_client>(own->folder());
-        raw_client::ready(*client);
+        client = std::make_unique<raw_client>(own->folder(), "raw");
         device = open(*client, 2);
         ASSERT_NE(device, 0U);
         urls();
@@ -269,8 +268,7 @@ TEST_F(ImageFeatures, AreFeaturesOfTheCameraAndKeepTheirLimits) {
 TEST_F(ImageFeatures, ANewControllerBeginsNeutral) {
     start();
     open_raw();
-    raw_client onlooker{own->folder()}; // keeps the block alive
-    raw_client::ready(onlooker);
+    raw_client onlooker{own->folder(), "raw"}; // keeps the block alive
     ASSERT_NE(open(onlooker, 1), 0U);
     EXPECT_EQ(write(software + gamma_value, 2.0F), 0U);
     switch_on(auto_exposure);

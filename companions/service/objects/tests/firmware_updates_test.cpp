@@ -42,7 +42,7 @@ protected:
         return text ? *text : "none: " + text.error().message();
     }
     bool comes_to(uint32_t n, const std::string& beginning) {
-        return eventually([&] { return state(n).starts_with(beginning); }, 20);
+        return eventually([&] { return state(n).starts_with(beginning); });
     }
 
     std::vector<std::unique_ptr<camera_sim::camera>> cameras;

@@ -245,7 +245,7 @@ TEST_F(Objects, EventsThatNobodyFetchesAreBoundedAndTheNewestStay) {
 }
 
 TEST_F(Objects, NobodysCameraIsMovedUnderHisHands) {
-    const auto cam = start(small_camera(1));
+    cam = start(small_camera(1));
     start_core({1}, {.networks = false, .loopback = true, .interval = milliseconds{50}, .window = milliseconds{25}});
     const uint32_t address = cam->address();
     std::string id;
@@ -280,9 +280,9 @@ TEST_F(Objects, NobodysCameraIsMovedUnderHisHands) {
 // It answers the search, and nothing yet that was sent to it alone.
 TEST_F(Objects, ACameraIsReachableWhenItHasAnswered) {
     std::atomic<bool> answers = false;
-    scripted_camera cam{own_address(1), [&](scripted_camera&, const scripted_camera::request& got) {
-                            return got.is(gige::gvcp::command::read_reg, boot::privilege) && !answers;
-                        }};
+    const scripted_camera quiet{own_address(1), [&](scripted_camera&, const scripted_camera::request& got) {
+                                    return got.is(gige::gvcp::command::read_reg, boot::privilege) && !answers;
+                                }};
     start_core({1});
     const auto status = [&] { return static_cast<ipc_rpc::reachable_status>(one->list().front().reachable_status); };
     ASSERT_TRUE(core->discovery().scan(milliseconds{5000}));
