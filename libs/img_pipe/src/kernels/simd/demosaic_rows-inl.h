@@ -256,11 +256,9 @@ HWY_ATTR void colours_v(const mosaic_lines<T>& in, std::int32_t first, std::int3
         (in.red ? colours_of<false, true, T> : colours_of<false, false, T>)(in, first, end, out);
 }
 
-HWY_INLINE void put_bytes(bool past_caches, vec<std::uint8_t> v, std::uint8_t* to) {
-    if (past_caches)
-        hn::Stream(v, lanes_of<std::uint8_t>(), to);
-    else
-        put(v, to);
+// 16 bytes past the caches: memory from malloc is aligned to no more.
+HWY_INLINE void stream(hn::Vec<hn::Full128<std::uint8_t>> v, std::uint8_t* to) {
+    hn::Stream(v, hn::Full128<std::uint8_t>(), to);
 }
 
 // 2 * lanes pixels.
@@ -279,15 +277,34 @@ HWY_INLINE void put_bgr4(const cell_colours<vec<std::uint8_t>>& c, bool past_cac
         const auto p3 = hn::BitCast(tag, hn::InterleaveUpper(wide, bg1, ra1));
 #if HWY_TARGET == HWY_AVX2
         // The upper halves hold pixels 32 columns on.
-        put_bytes(past_caches, hn::ConcatLowerLower(tag, p1, p0), p);
-        put_bytes(past_caches, hn::ConcatLowerLower(tag, p3, p2), p + 32);
-        put_bytes(past_caches, hn::ConcatUpperUpper(tag, p1, p0), p + 128);
-        put_bytes(past_caches, hn::ConcatUpperUpper(tag, p3, p2), p + 160);
+        if (past_caches) {
+            const hn::Full128<std::uint8_t> half;
+            stream(hn::LowerHalf(p0), p);
+            stream(hn::LowerHalf(p1), p + 16);
+            stream(hn::LowerHalf(p2), p + 32);
+            stream(hn::LowerHalf(p3), p + 48);
+            stream(hn::UpperHalf(half, p0), p + 128);
+            stream(hn::UpperHalf(half, p1), p + 144);
+            stream(hn::UpperHalf(half, p2), p + 160);
+            stream(hn::UpperHalf(half, p3), p + 176);
+            return;
+        }
+        put(hn::ConcatLowerLower(tag, p1, p0), p);
+        put(hn::ConcatLowerLower(tag, p3, p2), p + 32);
+        put(hn::ConcatUpperUpper(tag, p1, p0), p + 128);
+        put(hn::ConcatUpperUpper(tag, p3, p2), p + 160);
 #else
-        put_bytes(past_caches, p0, p);
-        put_bytes(past_caches, p1, p + 16);
-        put_bytes(past_caches, p2, p + 32);
-        put_bytes(past_caches, p3, p + 48);
+        if (past_caches) {
+            stream(p0, p);
+            stream(p1, p + 16);
+            stream(p2, p + 32);
+            stream(p3, p + 48);
+            return;
+        }
+        put(p0, p);
+        put(p1, p + 16);
+        put(p2, p + 32);
+        put(p3, p + 48);
 #endif
     };
     part(hn::InterleaveLower(tag, c.even[0], c.odd[0]), hn::InterleaveLower(tag, c.even[1], c.odd[1]),
@@ -312,7 +329,7 @@ HWY_ATTR std::int32_t colours_bgr4_of(const mosaic_lines<std::uint8_t>& in_, std
     const auto whole = in.c_first ? in.red ? colours_bgr4_of<true, true> : colours_bgr4_of<true, false>
                        : in.red ? colours_bgr4_of<false, true>
                                   : colours_bgr4_of<false, false>;
-    const bool aligned = reinterpret_cast<std::uintptr_t>(to) % static_cast<std::size_t>(lane_count<std::uint8_t>) == 0;
+    const bool aligned = reinterpret_cast<std::uintptr_t>(to) % 16 == 0;
     const std::int32_t k = whole(in, width, past_caches && aligned, to);
     if (2 * k >= width) return;
     colours_v(in, k, (width + 1) / 2, line);
