@@ -82,11 +82,12 @@ TEST_P(GrabFormat, WritesThePatternFromEveryFormat) {
             own.grab({"--device", bench::test_bench::serial((i + 1) % cameras), "--frames", "3", "--save", "3", "--set",
                       "PixelFormat=" + format, "--format", target, "--output", folder.string(), "--raw"});
         ASSERT_FALSE(result.value("files", nlohmann::json::array()).empty()) << result;
-        const std::filesystem::path file = result["files"].back().get<std::string>();
+        const std::filesystem::path file = result["files"].back().at("path").get<std::string>();
         std::ifstream in{file, std::ios::binary};
         const std::string picture{std::istreambuf_iterator<char>{in}, {}};
         ASSERT_EQ(picture.size(), static_cast<std::size_t>(width * height) * channels * bytes);
-        const int frame = std::stoi(file.stem().string().substr(6)) - 1; // frame-000001: block ids begin with 1
+        const std::string stem = file.stem().string(); // device, time, block id, which begins with 1
+        const int frame = std::stoi(stem.substr(stem.rfind('-') + 1)) - 1;
         double worst = 0;
         int seen = 0;
         for (int y = 0; y < height; ++y)

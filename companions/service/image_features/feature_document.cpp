@@ -170,6 +170,7 @@ struct name_collector final : pugi::xml_tree_walker {
         const std::string_view kind = node.name();
         if (node.type() != pugi::node_element) return true;
         const std::string_view name = node.attribute("Name").value();
+        if (kind == "Streamable") marks_streamable = true;
         if (name.empty() || kind == "EnumEntry" || kind == "pVariable" || kind == "Constant" || kind == "Expression")
             return true;
         names.insert(name);
@@ -180,6 +181,7 @@ struct name_collector final : pugi::xml_tree_walker {
     std::set<std::string_view> names; // of the document's own text
     pugi::xml_node root;
     bool has_port = false;
+    bool marks_streamable = false;
 };
 
 merge_result unchanged(std::string reason) { return {std::nullopt, std::move(reason)}; }
@@ -200,9 +202,8 @@ merge_result merge_features(std::string_view document, const camera_abilities& c
     if (!own.has_port) return unchanged("it has no port 'Device'");
     if (own.names.contains(root_text.name)) return unchanged("it has a 'SoftwareImageProcessing' of its own");
 
-    // GenApi 1.0 does not know the element.
-    const bool streamable = description.attribute("SchemaMinorVersion").as_int(1) >= 1;
-    feature_writer features{[&](std::string_view name) { return own.names.contains(name); }, streamable};
+    // Among a camera's own marks only: who saves what is marked would save ours alone. GenApi 1.0 has no such element.
+    feature_writer features{[&](std::string_view name) { return own.names.contains(name); }, own.marks_streamable};
     add_general(features, camera.exposure || camera.gain || camera.iris);
     if (camera.exposure) add_exposure(features);
     if (camera.gain) add_gain(features);

@@ -25,7 +25,7 @@ struct feature_text {
 class feature_writer final {
 public:
     using name_test = std::function<bool(std::string_view)>;
-    // `taken`: whether the camera uses a name. `streamable`: the schema knows the element.
+    // `taken`: whether the camera uses a name. `streamable`: whether it marks features that are to be saved.
     feature_writer(name_test taken, bool streamable) : is_taken(std::move(taken)), marks_streamable(streamable) {}
 
     // Features that follow belong to it. A category without any is left out.
