@@ -79,7 +79,8 @@ TEST_F(CommandLine, WaitsForACommandAndSaysWhenItIsNotDone) {
 }
 
 TEST_F(CommandLine, ALockedFeatureIsNotWritten) {
-    EXPECT_EQ(refusal([&] { cli::set_from_text(node("Locked"), "5"); }), "Cannot set feature 'Locked': locked by 'One'");
+    EXPECT_EQ(refusal([&] { cli::set_from_text(node("Locked"), "5"); }),
+              "Cannot set feature 'Locked': locked by 'One'");
     EXPECT_EQ(device.writes, 0);
 }
 
@@ -167,8 +168,11 @@ TEST(HostChecks, GradeWhatTheKernelDoes) {
     const struct {
         const char *own, *all, *mtu;
         cli::grade filter, size;
-    } rows[]{{"0", "0", "1500", ok, advice}, {"1", "0", "9000", advice, ok}, {"0", "1", "8999", advice, advice},
-             {"1", "2", "9216", ok, ok},     {"2", "1", "9000", ok, ok}};
+    } rows[]{{"0", "0", "1500", ok, advice},
+             {"1", "0", "9000", advice, ok},
+             {"0", "1", "8999", advice, advice},
+             {"1", "2", "9216", ok, ok},
+             {"2", "1", "9000", ok, ok}};
     for (const auto& [own, all, mtu, filter, size] : rows) {
         write("net/ipv4/conf/eth0/rp_filter", own);
         write("net/ipv4/conf/all/rp_filter", all);

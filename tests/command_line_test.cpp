@@ -186,22 +186,22 @@ TEST(CommandLine, FeaturesThatAreNotOrDoNot) {
     test_bench own;
     own.start_camera({"--width", "320", "--height", "240"});
     own.start_service();
-    expect_rows(own,
-                {{"get Widht", cause::feature, "There is no feature 'Widht'. Did you mean 'Width"},
-                 {"set Width=1", cause::feature, "It takes 8 to 2448 in steps of 8."},
-                 {"set Width=wide", cause::feature, "'wide' is no integer for feature 'Width'"},
-                 {"set PixelFormat=Mono88", cause::feature, "has no entry 'Mono88'. Did you mean 'Mono8"},
-                 {"set DeviceSerialNumber=1", cause::feature, "Cannot set feature 'DeviceSerialNumber'"},
-                 {"exec Width", cause::feature, "is a Integer, not a command"},
-                 {"grab --set Width=1", cause::feature, "It takes 8 to 2448"},
-                 {"get Width TriggerSoftwar", cause::feature, "Did you mean 'TriggerSoftware'"}});
+    expect_rows(own, {{"get Widht", cause::feature, "There is no feature 'Widht'. Did you mean 'Width"},
+                      {"set Width=1", cause::feature, "It takes 8 to 2448 in steps of 8."},
+                      {"set Width=wide", cause::feature, "'wide' is no integer for feature 'Width'"},
+                      {"set PixelFormat=Mono88", cause::feature, "has no entry 'Mono88'. Did you mean 'Mono8"},
+                      {"set DeviceSerialNumber=1", cause::feature, "Cannot set feature 'DeviceSerialNumber'"},
+                      {"exec Width", cause::feature, "is a Integer, not a command"},
+                      {"grab --set Width=1", cause::feature, "It takes 8 to 2448"},
+                      {"get Width TriggerSoftwar", cause::feature, "Did you mean 'TriggerSoftware'"}});
     const answer two = run(own, "orv-gentl set --json Width=160 Height=99999");
     auto object = nlohmann::json::parse(two.output, nullptr, false);
     EXPECT_EQ(object["set"], nlohmann::json::parse(R"([{"name": "Width", "asked": "160", "value": 160}])")) << object;
     expect_error(object, cause::feature, "'Height'", "what came before is told");
     // Real types, and addresses as addresses.
     auto values = nlohmann::json::parse(
-        run(own, "orv-gentl get --json Width ExposureTime ChunkModeActive PixelFormat GevCurrentIPAddress").output, nullptr, false);
+        run(own, "orv-gentl get --json Width ExposureTime ChunkModeActive PixelFormat GevCurrentIPAddress").output,
+        nullptr, false);
     EXPECT_EQ(values["features"]["Width"], 160) << values;
     EXPECT_TRUE(values["features"]["ExposureTime"].is_number_float()) << values;
     EXPECT_TRUE(values["features"]["ChunkModeActive"].is_boolean()) << values;
@@ -231,8 +231,8 @@ TEST(CommandLine, OutputThatCannotBeWritten) {
     own.start_service();
     const int expected = cli::row_of(cause::output).exit_code;
     const std::string pipe = own.folder() / "pipe";
-    for (const std::string line : {"list", "info", "features", "get Width", "set Width=160", "save", "--help", "--version",
-                                    "grab --frames 2", "doctor", "ip show"}) {
+    for (const std::string line : {"list", "info", "features", "get Width", "set Width=160", "save", "--help",
+                                   "--version", "grab --frames 2", "doctor", "ip show"}) {
         for (const std::string& form : {line, std::string{"--json " + line}}) {
             const answer full = run(own, "orv-gentl " + form + " >/dev/full");
             EXPECT_EQ(full.exit_code, form == "--json save" ? cli::row_of(cause::arguments).exit_code : expected)
@@ -242,8 +242,8 @@ TEST(CommandLine, OutputThatCannotBeWritten) {
         }
         EXPECT_EQ(run(own, "orv-gentl " + line + " >&-").exit_code, expected) << line;
         // The reader has gone: a pipe that is open for writing alone.
-        const answer broken = run(own, "rm -f '" + pipe + "'; mkfifo '" + pipe + "'; exec 3<>'" + pipe + "' 4>'" + pipe +
-                                           "' 3<&-; orv-gentl " + line + " >&4");
+        const answer broken = run(own, "rm -f '" + pipe + "'; mkfifo '" + pipe + "'; exec 3<>'" + pipe + "' 4>'" +
+                                           pipe + "' 3<&-; orv-gentl " + line + " >&4");
         EXPECT_EQ(broken.exit_code, expected) << line << '\n' << broken.errors;
         EXPECT_THAT(broken.errors, HasSubstr("Broken pipe")) << line;
     }
@@ -262,10 +262,11 @@ TEST(CommandLine, AFullDiskEndsAGrabThatIsSummedUp) {
     own.start_camera({"--width", "320", "--height", "240", "--frame-rate", "100"});
     own.start_service();
     const std::string disk = own.folder() / "disk";
-    const answer full =
-        run(own, "mkdir '" + disk + "'; unshare -m bash -c \"mount -t tmpfs -o size=200k none '" + disk + "' || exit 99; '" +
-                     program + "' grab --json --quiet --raw --frames 100000 --save 50000 --output '" + disk +
-                     "'; code=\\$?; find '" + disk + "' -type f '(' -name '.*' -o -name '*.raw' ! -size 76800c ')' | wc -l; exit \\$code\"");
+    const answer full = run(
+        own, "mkdir '" + disk + "'; unshare -m bash -c \"mount -t tmpfs -o size=200k none '" + disk +
+                 "' || exit 99; '" + program + "' grab --json --quiet --raw --frames 100000 --save 50000 --output '" +
+                 disk + "'; code=\\$?; find '" + disk +
+                 "' -type f '(' -name '.*' -o -name '*.raw' ! -size 76800c ')' | wc -l; exit \\$code\"");
     if (full.exit_code == 99) GTEST_SKIP() << "no mounts here: " << full.errors;
     EXPECT_EQ(full.exit_code, cli::row_of(cause::output).exit_code) << full.errors;
     std::istringstream lines{full.output};
@@ -323,17 +324,18 @@ TEST_P(EndOfARun, IsToldWithWhatCame) {
 
 INSTANTIATE_TEST_SUITE_P(
     CommandLine, EndOfARun,
-    testing::Values(
-        end_of_a_run{"ctrl_c_while_frames_come", "", [](auto&, auto& consumer) { consumer.signal(SIGINT); },
-                     cause::interrupted, "Interrupted.", true},
-        end_of_a_run{"sigterm_while_frames_come", "", [](auto&, auto& consumer) { consumer.signal(SIGTERM); },
-                     cause::interrupted, "Interrupted.", true},
-        end_of_a_run{"ctrl_c_while_nothing_comes", waiting, [](auto&, auto& consumer) { consumer.signal(SIGINT); },
-                     cause::interrupted, "Interrupted.", false},
-        end_of_a_run{"camera_gone", "", [](auto& own, auto&) { own.camera(0).signal(SIGKILL); }, cause::lost,
-                     "Device lost", true},
-        end_of_a_run{"service_gone", "", [](auto& own, auto&) { own.service().signal(SIGKILL); }, cause::lost,
-                     "Camera 'Orv-SimCam-CAM0' or its service went after", true}),
+    testing::Values(end_of_a_run{"ctrl_c_while_frames_come", "", [](auto&, auto& consumer) { consumer.signal(SIGINT); },
+                                 cause::interrupted, "Interrupted.", true},
+                    end_of_a_run{"sigterm_while_frames_come", "",
+                                 [](auto&, auto& consumer) { consumer.signal(SIGTERM); }, cause::interrupted,
+                                 "Interrupted.", true},
+                    end_of_a_run{"ctrl_c_while_nothing_comes", waiting,
+                                 [](auto&, auto& consumer) { consumer.signal(SIGINT); }, cause::interrupted,
+                                 "Interrupted.", false},
+                    end_of_a_run{"camera_gone", "", [](auto& own, auto&) { own.camera(0).signal(SIGKILL); },
+                                 cause::lost, "Device lost", true},
+                    end_of_a_run{"service_gone", "", [](auto& own, auto&) { own.service().signal(SIGKILL); },
+                                 cause::lost, "Camera 'Orv-SimCam-CAM0' or its service went after", true}),
     [](const auto& chosen) { return std::string{chosen.param.name}; });
 
 TEST(CommandLine, NoFramesHaveAReason) {
@@ -342,12 +344,13 @@ TEST(CommandLine, NoFramesHaveAReason) {
     own.start_camera({"--width", "320", "--height", "240", "--loss", "1"});
     own.start_service();
     const std::string first = "grab --quiet --frame-timeout 700 --device CAM0 ";
-    expect_rows(own, {{first + waiting, cause::timeout, "waits for a trigger FrameStart from Software"},
-                      {first + "--set TriggerMode=Off --set AcquisitionMode=SingleFrame", cause::timeout,
-                       "AcquisitionMode is SingleFrame: the camera sends 1 and stops"},
-                      {first + "--set AcquisitionMode=Continuous --set AcquisitionFrameRate=0.5", cause::timeout,
-                       "AcquisitionFrameRate is 0.5: a frame takes 2.0 s"},
-                      {"grab --quiet --frame-timeout 700 --device CAM1", cause::timeout, "no packet comes from the camera"}});
+    expect_rows(
+        own, {{first + waiting, cause::timeout, "waits for a trigger FrameStart from Software"},
+              {first + "--set TriggerMode=Off --set AcquisitionMode=SingleFrame", cause::timeout,
+               "AcquisitionMode is SingleFrame: the camera sends 1 and stops"},
+              {first + "--set AcquisitionMode=Continuous --set AcquisitionFrameRate=0.5", cause::timeout,
+               "AcquisitionFrameRate is 0.5: a frame takes 2.0 s"},
+              {"grab --quiet --frame-timeout 700 --device CAM1", cause::timeout, "no packet comes from the camera"}});
 }
 
 TEST(CommandLine, PicturesKeepTheirBits) {
@@ -381,7 +384,8 @@ TEST(CommandLine, PicturesKeepTheirBits) {
     ASSERT_GT(plain.size(), begin + 2 * pixels);
     ASSERT_GT(raised.size(), begin + 2 * pixels);
     const auto sample = [](const std::string& file, size_t i) {
-        return static_cast<unsigned char>(file[begin + 2 * i]) | static_cast<unsigned char>(file[begin + 2 * i + 1]) << 8;
+        return static_cast<unsigned char>(file[begin + 2 * i]) | static_cast<unsigned char>(file[begin + 2 * i + 1])
+                                                                     << 8;
     };
     for (size_t i = 0; i < pixels; ++i) ASSERT_EQ(sample(raised, i) >> 4, sample(plain, i)) << i;
     auto raw = files_of("CAM1", "--as raw");
@@ -399,7 +403,9 @@ TEST(CommandLine, SettingsAreSavedComparedAndLoaded) {
     own.start_service();
     const std::string file = "'" + (own.folder() / "saved.txt").string() + "'";
     ASSERT_EQ(run(own, "orv-gentl set EventSelector=Test 'EventNotification[EventSelector=ExposureEnd]=On' "
-                       "EventSelector=Test Width=640 OffsetX=1000").exit_code, 0);
+                       "EventSelector=Test Width=640 OffsetX=1000")
+                  .exit_code,
+              0);
     const answer saved = run(own, "orv-gentl save " + file);
     ASSERT_EQ(saved.exit_code, 0) << saved.errors;
     const std::string text = read_file(own.folder() / "saved.txt");
@@ -412,7 +418,8 @@ TEST(CommandLine, SettingsAreSavedComparedAndLoaded) {
     EXPECT_THAT(same.errors, HasSubstr("Everything is as in"));
 
     // OffsetX=1000 needs the Width that the camera has not yet, or no longer.
-    ASSERT_EQ(run(own, "orv-gentl set OffsetX=0 Width=2448 'EventNotification[EventSelector=ExposureEnd]=Off'").exit_code, 0);
+    ASSERT_EQ(
+        run(own, "orv-gentl set OffsetX=0 Width=2448 'EventNotification[EventSelector=ExposureEnd]=Off'").exit_code, 0);
     const answer changed = run(own, "orv-gentl features --changed " + file);
     EXPECT_THAT(changed.output, HasSubstr("Width = 2448   (saved: 640)"));
     EXPECT_THAT(changed.output, HasSubstr("EventNotification[EventSelector=ExposureEnd] = Off   (saved: On)"));
@@ -434,7 +441,8 @@ namespace {
 
 // What differs from machine to machine and run to run is made alike.
 std::string levelled(std::string text, const std::string& network) {
-    for (size_t at; !network.empty() && (at = text.find(network)) != text.npos;) text.replace(at, network.size(), "127.0.0.");
+    for (size_t at; !network.empty() && (at = text.find(network)) != text.npos;)
+        text.replace(at, network.size(), "127.0.0.");
     text = std::regex_replace(text, std::regex{"([0-9A-F]{2}:){5}[0-9A-F]{2}"}, "MAC");
     text = std::regex_replace(text, std::regex{"[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9:]{8}"}, "DATE");
     text = std::regex_replace(text, std::regex{" +"}, " ");
@@ -461,7 +469,8 @@ TEST(CommandLine, ThePageForUsersIsTrue) {
     const auto check = [&] {
         if (command.empty()) return;
         ++examples;
-        for (size_t at = command.find("127.0.0."); at != command.npos; at = command.find("127.0.0.", at + network.size()))
+        for (size_t at = command.find("127.0.0."); at != command.npos;
+             at = command.find("127.0.0.", at + network.size()))
             command.replace(at, 8, network);
         const answer got = run(own, "cd '" + own.folder().string() + "'; { { " + command + "; } 2>&1; }");
         EXPECT_EQ(levelled(got.output, network), levelled(expected, "")) << command;

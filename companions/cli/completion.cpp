@@ -136,7 +136,9 @@ void add_completion_command(command_line& line) {
     auto* script = line.app.add_subcommand("completion", "Prints the completion script of a shell");
     script->add_option("shell", *shell, "bash, zsh or fish")->required()->check(CLI::IsMember({"bash", "zsh", "fish"}));
     script->footer("Example: eval \"$(orv-gentl completion bash)\"");
-    script->callback([shell] { print_text(*shell == "bash" ? bash_script : *shell == "zsh" ? zsh_script : fish_script); });
+    script->callback([shell] {
+        print_text(*shell == "bash" ? bash_script : *shell == "zsh" ? zsh_script : fish_script);
+    });
 
     auto words = std::make_shared<std::vector<std::string>>();
     auto* complete = line.app.add_subcommand("complete", "For completion scripts: what the last word may be");

@@ -88,8 +88,8 @@ const std::pair<device_entry, std::shared_ptr<const tl_interface>>& choose_devic
                                   options.device.empty() ? "" : fmt::format(", so none is '{}'", options.device)));
     if (fitting.empty())
         throw failure(cause::no_camera, fmt::format("No camera is '{}'. There are:{}", options.device, list));
-    const bool by_interface = std::ranges::all_of(
-        fitting, [&](const auto* each) { return each->first.id == fitting.front()->first.id; });
+    const bool by_interface =
+        std::ranges::all_of(fitting, [&](const auto* each) { return each->first.id == fitting.front()->first.id; });
     throw failure(cause::ambiguous,
                   fmt::format("{} cameras fit{}; say which by {}:{}", fitting.size(),
                               options.device.empty() ? "" : fmt::format(" '{}'", options.device),

@@ -18,9 +18,17 @@ finding check_library(const std::string& cti) {
     std::error_code ignored;
     // The plain one is refused by several consumers, which say nothing of it at their usual log level.
     if (!std::filesystem::exists(multipart, ignored))
-        return {"library to point consumers at", grade::ok, cti, "a file that loads", {},
+        return {"library to point consumers at",
+                grade::ok,
+                cti,
+                "a file that loads",
+                {},
                 fmt::format("GENICAM_GENTL64_PATH={}", folder.string())};
-    return {"library to point consumers at", grade::ok, multipart.string(), "a file that loads", {},
+    return {"library to point consumers at",
+            grade::ok,
+            multipart.string(),
+            "a file that loads",
+            {},
             fmt::format("GENICAM_GENTL64_PATH={}   (or {}, without the functions for buffer parts, for a consumer that "
                         "must not see them)",
                         multipart.parent_path().string(), folder.string())};
@@ -57,7 +65,9 @@ void check_cameras(const common_options& common, std::vector<finding>& findings)
                                   "address directly"});
     } catch (const failure& reason) {
         const bool is_library = reason.why() == cause::no_library;
-        findings.push_back({is_library ? "library" : reason.why() == cause::no_service ? "local service" : "search",
+        findings.push_back({is_library                          ? "library"
+                            : reason.why() == cause::no_service ? "local service"
+                                                                : "search",
                             grade::bad, reason.what(), "works", "without it no camera can be reached",
                             reason.why() == cause::no_service ? "orv-gentl-gev-service   (as a unit of the service "
                                                                 "manager to have it after each start)"

@@ -113,7 +113,7 @@ int show_document(const document_options& options) {
         print_json(object);
     } else if (options.time) {
         print("loaded {} nodes in {:.2f} ms, listed {:.0f} nodes/s\n", count, load_time.count() * 1e3,
-                   static_cast<double>(count) / read_time.count());
+              static_cast<double>(count) / read_time.count());
     }
     return 0;
 }

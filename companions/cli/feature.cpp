@@ -96,8 +96,7 @@ std::optional<int64_t> grouped_number(std::string_view text, char separator, int
 std::optional<int64_t> integer_from_text(std::string_view text, IntRepresentation_t form) {
     if (form == IntRepresentation_t::IPV4Address && text.find('.') != text.npos)
         return grouped_number(text, '.', 4, 10);
-    if (form == IntRepresentation_t::MACAddress && text.find(':') != text.npos)
-        return grouped_number(text, ':', 6, 16);
+    if (form == IntRepresentation_t::MACAddress && text.find(':') != text.npos) return grouped_number(text, ':', 6, 16);
     if (text.starts_with("0x") || text.starts_with("0X")) {
         // All 64 bits, as they are shown.
         const auto bits = number_of<uint64_t>(text.substr(2), 16);
@@ -135,7 +134,8 @@ result<std::string> register_text(const IRegister& reg, unsigned flags) {
     if (const auto failed = reg.get(bytes, flags)) return fail(failed);
     std::string text;
     text.reserve(2 * bytes.size());
-    for (const std::byte byte : bytes) fmt::format_to(std::back_inserter(text), "{:02x}", std::to_integer<unsigned>(byte));
+    for (const std::byte byte : bytes)
+        fmt::format_to(std::back_inserter(text), "{:02x}", std::to_integer<unsigned>(byte));
     return text;
 }
 
@@ -356,8 +356,8 @@ bool set_parsed(INode& node, const std::string& text, std::error_code& error, st
         if (!bytes) return false;
         const auto length = reg->get_length(0);
         if (length && *length != bytes->size()) advice = fmt::format(". It has {} bytes.", *length);
-        error = length && *length != bytes->size() ? make_error_code(genicam_errc::invalid_parameter)
-                                                   : reg->set(*bytes, 0);
+        error =
+            length && *length != bytes->size() ? make_error_code(genicam_errc::invalid_parameter) : reg->set(*bytes, 0);
         return true;
     }
     throw failure(cause::feature, fmt::format("A {} cannot be set ('{}').", kind_text(node), node.get_name()));
@@ -366,7 +366,8 @@ bool set_parsed(INode& node, const std::string& text, std::error_code& error, st
 ICommand& require_command(INode& node) {
     auto* command = node_cast<ICommand>(&node);
     if (command != nullptr) return *command;
-    throw failure(cause::feature, fmt::format("Feature '{}' is a {}, not a command.", node.get_name(), kind_text(node)));
+    throw failure(cause::feature,
+                  fmt::format("Feature '{}' is a {}, not a command.", node.get_name(), kind_text(node)));
 }
 
 } // namespace

@@ -164,8 +164,7 @@ int set(const common_options& options, const std::vector<std::string>& words) {
             const std::string now = apply(*opened.nodes, each);
             INode& node = require_node(*opened.nodes, each.name);
             std::string error;
-            done.push_back(
-                {{"name", each.left_side()}, {"asked", each.value}, {"value", value_json(node, error)}});
+            done.push_back({{"name", each.left_side()}, {"asked", each.value}, {"value", value_json(node, error)}});
             if (options.json) continue;
             const bool as_asked = now.empty() || is_same_value(node, each.value, now);
             print("{} = {}{}\n", each.left_side(), now, as_asked ? "" : fmt::format("   (asked for {})", each.value));
@@ -214,9 +213,8 @@ void add_feature_commands(command_line& line) {
                                 "Those whose values differ from this file of 'orv-gentl save'");
     features_command.footer("Example: orv-gentl features --level expert --search gain");
 
-    auto& describe_command =
-        line.add("describe", "One feature with limits, entries, selectors and its maker's words", true,
-                 [&options, given] { return describe_feature(options, given->name); });
+    auto& describe_command = line.add("describe", "One feature with limits, entries, selectors and its maker's words",
+                                      true, [&options, given] { return describe_feature(options, given->name); });
     line.add_module(describe_command);
     describe_command.add_option("feature", given->name, "Feature name")->required();
     describe_command.footer("Example: orv-gentl describe ExposureTime");
@@ -234,10 +232,9 @@ void add_feature_commands(command_line& line) {
         ->required();
     set_command.footer("Example: orv-gentl set GainAuto=Off 'Gain[GainSelector=All]=3.5'");
 
-    auto& exec_command =
-        line.add("exec", "Executes a command and waits until it is done", true, [&options, given] {
-            return exec(options, given->name, std::chrono::milliseconds{given->longest_ms});
-        });
+    auto& exec_command = line.add("exec", "Executes a command and waits until it is done", true, [&options, given] {
+        return exec(options, given->name, std::chrono::milliseconds{given->longest_ms});
+    });
     line.add_module(exec_command);
     exec_command.add_option("command", given->name, "Feature name")->required();
     exec_command.add_option("--wait", given->longest_ms, "Longest wait for the command to be done, milliseconds")

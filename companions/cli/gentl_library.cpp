@@ -12,9 +12,7 @@ namespace {
 
 // What a code says of the cause by itself. A lost device answers each call with the first number of the custom ones,
 // a connection to the service that has gone with an input error.
-cause cause_of(GC_ERROR code) {
-    return code == GC_ERR_CUSTOM_ID || code == GC_ERR_IO ? cause::lost : cause::failed;
-}
+cause cause_of(GC_ERROR code) { return code == GC_ERR_CUSTOM_ID || code == GC_ERR_IO ? cause::lost : cause::failed; }
 
 } // namespace
 

@@ -139,9 +139,7 @@ void grabber::stop() {
         attempt([&] { set_from_text(require_node(remote, "TLParamsLocked"), "0"); });
     if (acquiring) {
         attempt([&] { read_counters(); });
-        attempt([&] {
-            lib.check("DSStopAcquisition", lib.DSStopAcquisition(stream->get(), ACQ_STOP_FLAGS_DEFAULT));
-        });
+        attempt([&] { lib.check("DSStopAcquisition", lib.DSStopAcquisition(stream->get(), ACQ_STOP_FLAGS_DEFAULT)); });
     }
     if (new_buffer != nullptr)
         attempt([&] { lib.check("GCUnregisterEvent", lib.GCUnregisterEvent(stream->get(), EVENT_NEW_BUFFER)); });
@@ -182,7 +180,8 @@ void grabber::throw_if_lost() const {
     // The event's queue goes with the connection: then only the next call knows the reason.
     lib.check("EventGetData", code);
     throw call_failed("EventGetData", record.id, record.text)
-        .explained(cause::lost, fmt::format("Camera '{}' or its service went after {} frames.", chosen.first.id, frames()));
+        .explained(cause::lost,
+                   fmt::format("Camera '{}' or its service went after {} frames.", chosen.first.id, frames()));
 }
 
 void grabber::throw_time_out() {
@@ -197,8 +196,8 @@ void grabber::throw_time_out() {
                        fmt::format("Camera '{}' does not answer any more after {} frames.", chosen.first.id, frames()));
     timed_out = true;
     throw failure(cause::timeout,
-                  fmt::format("No frame came within {} ms; {} of {} were received. Why:\n  {}", options.frame_timeout_ms,
-                              frames(), options.frames,
+                  fmt::format("No frame came within {} ms; {} of {} were received. Why:\n  {}",
+                              options.frame_timeout_ms, frames(), options.frames,
                               fmt::join(why_no_frames(remote, stream_nodes, waited, frames(), packet_size), "\n  ")));
 }
 
@@ -211,8 +210,8 @@ EVENT_NEW_BUFFER_DATA grabber::next_buffer() {
         const auto left = std::chrono::ceil<milliseconds>(deadline - std::chrono::steady_clock::now()).count();
         EVENT_NEW_BUFFER_DATA event{};
         size_t size = sizeof event;
-        const GC_ERROR code = lib.EventGetData(new_buffer, &event, &size,
-                                               std::min<uint64_t>(slice_ms, static_cast<uint64_t>(std::max<int64_t>(left, 0))));
+        const GC_ERROR code = lib.EventGetData(
+            new_buffer, &event, &size, std::min<uint64_t>(slice_ms, static_cast<uint64_t>(std::max<int64_t>(left, 0))));
         if (code == GC_ERR_SUCCESS) return event;
         if (code != GC_ERR_TIMEOUT) {
             throw_if_lost();
@@ -293,10 +292,10 @@ void grabber::show_progress(bool last) {
     if (!last && now - shown_time < (terminal ? milliseconds{200} : milliseconds{2000})) return;
     shown_time = now;
     if (!last) resend_packets = stream_feature("StreamResendRequestedPackets");
-    const std::string line = fmt::format(
-        "{}: {}/{} frames, {:.1f}/s, {:.1f} MB/s, {} incomplete, {} packets asked again, jitter {:.2f} ms",
-        chosen.first.id, frames(), options.frames, frame_rate(), megabytes_per_second(), incomplete, resend_packets,
-        jitter_ms());
+    const std::string line =
+        fmt::format("{}: {}/{} frames, {:.1f}/s, {:.1f} MB/s, {} incomplete, {} packets asked again, jitter {:.2f} ms",
+                    chosen.first.id, frames(), options.frames, frame_rate(), megabytes_per_second(), incomplete,
+                    resend_packets, jitter_ms());
     if (terminal)
         say("\r\x1b[K{}{}", line, last ? "\n" : ""); // to the line's begin, and its rest away
     else
@@ -363,16 +362,16 @@ nlohmann::json grabber::result() const {
 }
 
 std::string grabber::summary() const {
-    std::string text =
-        fmt::format("{:<40} {:>11} {:<12} {:>8} {:>8} {:>9} {:>6} {:>9} {:>9}\n", "device", "size", "format", "packet",
-                    "frames", "complete", "lost", "rate/s", "MB/s");
+    std::string text = fmt::format("{:<40} {:>11} {:<12} {:>8} {:>8} {:>9} {:>6} {:>9} {:>9}\n", "device", "size",
+                                   "format", "packet", "frames", "complete", "lost", "rate/s", "MB/s");
     text += fmt::format("{:<40} {:>11} {:<12} {:>8} {:>8} {:>9} {:>6} {:>9.2f} {:>9.2f}\n", chosen.first.id,
                         fmt::format("{}x{}", first_frame.width, first_frame.height),
                         frames() == 0 ? "-" : pixel_format_name(first_frame.pixel_format), packet_size, frames(),
                         complete, lost, frame_rate(), megabytes_per_second());
     if (saver) {
         for (const written_picture& each : saver->written())
-            text += fmt::format("written: {}{}\n", each.path.string(), each.note.empty() ? "" : "  (" + each.note + ")");
+            text +=
+                fmt::format("written: {}{}\n", each.path.string(), each.note.empty() ? "" : "  (" + each.note + ")");
         if (skipped != 0)
             text += fmt::format("not written: {} pictures were due while the disk was still busy with those before\n",
                                 skipped);

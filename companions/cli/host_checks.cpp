@@ -39,8 +39,8 @@ std::optional<int64_t> read_number(const fs::path& path) {
 
 // A command for now and the file for every start after.
 std::string lasting_sysctl(const std::string& name, const std::string& value) {
-    return fmt::format("echo '{0} = {1}' | sudo tee -a /etc/sysctl.d/60-orv-gentl-gev.conf && sudo sysctl {0}={1}", name,
-                       value);
+    return fmt::format("echo '{0} = {1}' | sudo tee -a /etc/sysctl.d/60-orv-gentl-gev.conf && sudo sysctl {0}={1}",
+                       name, value);
 }
 
 void check_leftovers(std::vector<finding>& findings) {
@@ -56,8 +56,12 @@ void check_leftovers(std::vector<finding>& findings) {
 
 void check_receive_buffer(const kernel_files& kernel, std::vector<finding>& findings) {
     const auto limit = read_number(kernel.sysctl + "/core/rmem_max");
-    finding result{"largest socket receive buffer", grade::ok, limit ? fmt::format("{} bytes", *limit) : "unknown",
-                   fmt::format("{} bytes", wanted_receive_buffer), {}, {}};
+    finding result{"largest socket receive buffer",
+                   grade::ok,
+                   limit ? fmt::format("{} bytes", *limit) : "unknown",
+                   fmt::format("{} bytes", wanted_receive_buffer),
+                   {},
+                   {}};
     if (!limit || *limit < wanted_receive_buffer) {
         const bool serves = limit && *limit >= serving_receive_buffer;
         result.of = serves ? grade::advice : grade::bad;
@@ -72,7 +76,8 @@ void check_receive_buffer(const kernel_files& kernel, std::vector<finding>& find
 void check_interfaces(const kernel_files& kernel, std::vector<finding>& findings) {
     std::vector<std::string> names;
     std::error_code ignored;
-    for (const auto& entry : fs::directory_iterator{kernel.interfaces, ignored}) names.push_back(entry.path().filename());
+    for (const auto& entry : fs::directory_iterator{kernel.interfaces, ignored})
+        names.push_back(entry.path().filename());
     std::ranges::sort(names);
     const std::string filters = kernel.sysctl + "/ipv4/conf/";
     const int64_t of_all = read_number(filters + "all/rp_filter").value_or(0);

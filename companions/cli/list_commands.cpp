@@ -15,7 +15,8 @@ void print_table(const std::vector<std::vector<std::string>>& rows) {
     }
     for (const auto& row : rows) {
         std::string line = " ";
-        for (size_t i = 0; i < row.size(); ++i) line += fmt::format(" {:<{}}", row[i], i + 1 < row.size() ? widths[i] : 0);
+        for (size_t i = 0; i < row.size(); ++i)
+            line += fmt::format(" {:<{}}", row[i], i + 1 < row.size() ? widths[i] : 0);
         print("{}\n", line);
     }
 }

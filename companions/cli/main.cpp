@@ -74,8 +74,9 @@ int parse_error(const CLI::App& app, const CLI::ParseError& error, const std::ve
         return 0;
     }
     return report_failure(
-        failure(cause::arguments, fmt::format("{}\n'orv-gentl --help' and 'orv-gentl COMMAND --help' tell what there is.",
-                                              complaint_of(app, error, words))),
+        failure(cause::arguments,
+                fmt::format("{}\n'orv-gentl --help' and 'orv-gentl COMMAND --help' tell what there is.",
+                            complaint_of(app, error, words))),
         json);
 }
 
@@ -87,9 +88,10 @@ int run(int argc, char** argv) {
     app.require_subcommand(1);
     app.set_version_flag("--version", fmt::format("orv-gentl {}", gds_shared::gev_product.version_text));
     app.add_flag("--json", options.json, "One JSON object on the standard output; also behind the command");
-    app.footer("Exit codes: 0 done; 1 the answer is no; 2 failed; 3 arguments; 4 no library; 5 no service; 6 no camera;\n"
-               "7 several cameras fit; 8 camera in use; 9 camera or service lost; 10 time-out; 11 incomplete frames;\n"
-               "12 wrong frames; 13 feature; 14 output cannot be written; 130 interrupted.");
+    app.footer(
+        "Exit codes: 0 done; 1 the answer is no; 2 failed; 3 arguments; 4 no library; 5 no service; 6 no camera;\n"
+        "7 several cameras fit; 8 camera in use; 9 camera or service lost; 10 time-out; 11 incomplete frames;\n"
+        "12 wrong frames; 13 feature; 14 output cannot be written; 130 interrupted.");
     add_list_commands(line);
     add_feature_commands(line);
     add_settings_commands(line);
@@ -98,7 +100,8 @@ int run(int argc, char** argv) {
     add_network_commands(app, options, line.exit_code,
                          [&](CLI::App& command, bool with_device) { line.add_common(command, with_device); });
     line.add("doctor", "What is wrong, and what mends it", false, [&] { return doctor(options); })
-        .footer("Each finding is ok, advice or BAD; the exit code is 1 when one is BAD.\nExample: orv-gentl doctor --json");
+        .footer(
+            "Each finding is ok, advice or BAD; the exit code is 1 when one is BAD.\nExample: orv-gentl doctor --json");
     add_completion_command(line);
 
     // Known before the parse, whose own faults are told in the form asked for.

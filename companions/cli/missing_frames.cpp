@@ -61,8 +61,8 @@ void add_triggers(const node_map& camera, std::vector<std::string>& reasons) {
 
 } // namespace
 
-std::vector<std::string> why_no_frames(const node_map& camera, const node_map& stream,
-                                       std::chrono::milliseconds waited, uint64_t had_frames, int64_t packet_size) {
+std::vector<std::string> why_no_frames(const node_map& camera, const node_map& stream, std::chrono::milliseconds waited,
+                                       uint64_t had_frames, int64_t packet_size) {
     std::vector<std::string> reasons;
     add_triggers(camera, reasons);
     const std::string mode = text_of(camera, "AcquisitionMode");
@@ -75,8 +75,8 @@ std::vector<std::string> why_no_frames(const node_map& camera, const node_map& s
     const double seconds = std::chrono::duration<double>{waited}.count();
     const auto rate = number_of(camera, "AcquisitionFrameRate");
     if (rate && *rate > 0 && 1 / *rate > seconds)
-        reasons.push_back(fmt::format("AcquisitionFrameRate is {}: a frame takes {:.1f} s; --frame-timeout gives it time",
-                                      *rate, 1 / *rate));
+        reasons.push_back(fmt::format(
+            "AcquisitionFrameRate is {}: a frame takes {:.1f} s; --frame-timeout gives it time", *rate, 1 / *rate));
     const auto exposure = number_of(camera, "ExposureTime"); // us
     if (exposure && *exposure * 1e-6 > seconds)
         reasons.push_back(fmt::format("ExposureTime is {:.1f} s; --frame-timeout gives it time", *exposure * 1e-6));

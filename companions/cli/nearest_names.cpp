@@ -37,7 +37,8 @@ std::string lower_case(std::string_view text) {
 std::vector<std::string> nearest_names(std::string_view wanted, const std::vector<std::string>& candidates) {
     constexpr size_t most = 3;
     const std::string low = lower_case(wanted);
-    const size_t tolerated = low.size() < 4 ? 1 : std::max<size_t>(2, low.size() / 4); // two letters that changed places
+    const size_t tolerated =
+        low.size() < 4 ? 1 : std::max<size_t>(2, low.size() / 4); // two letters that changed places
     std::vector<std::pair<size_t, std::string>> ranked;
     for (const std::string& candidate : candidates) {
         const std::string other = lower_case(candidate);

@@ -49,12 +49,8 @@ void say_text(std::string_view text) noexcept {
 
 nlohmann::json error_object(const std::exception& reason) {
     const cause_row& row = row_of(cause_of(reason));
-    nlohmann::json object{{"cause", row.name},
-                          {"exit_code", row.exit_code},
-                          {"text", reason.what()},
-                          {"call", nullptr},
-                          {"code", nullptr},
-                          {"producer", nullptr}};
+    nlohmann::json object{{"cause", row.name}, {"exit_code", row.exit_code}, {"text", reason.what()}, {"call", nullptr},
+                          {"code", nullptr},   {"producer", nullptr}};
     if (const auto* call = dynamic_cast<const call_failed*>(&reason)) {
         object["call"] = call->call;
         object["code"] = call->code;

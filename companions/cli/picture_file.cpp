@@ -158,7 +158,8 @@ std::string tiff_of(const picture& shown, const layout& samples) {
     }
     TIFFClose(tiff);
     if (!good || !file)
-        throw failure(cause::output, fmt::format("A picture of {} x {} pixels cannot be made a TIFF.", shown.width, shown.height));
+        throw failure(cause::output,
+                      fmt::format("A picture of {} x {} pixels cannot be made a TIFF.", shown.width, shown.height));
     return std::move(file).str();
 }
 
@@ -175,8 +176,7 @@ written_picture write_picture(const std::filesystem::path& stem, const picture& 
                               const nlohmann::json& about) {
     const auto samples = layout_of(shown.pfnc);
     written_picture done{stem, pixel_format_name(shown.pfnc), {}};
-    const size_t need =
-        samples ? size_t{shown.width} * shown.height * samples->channels * samples->sample_bits / 8 : 0;
+    const size_t need = samples ? size_t{shown.width} * shown.height * samples->channels * samples->sample_bits / 8 : 0;
     if (kind != file_kind::raw && need != 0 && shown.data.size() >= need) {
         done.path += kind == file_kind::png ? ".png" : ".tiff";
         const unsigned shift = samples->sample_bits - samples->significant;
@@ -191,7 +191,8 @@ written_picture write_picture(const std::filesystem::path& stem, const picture& 
             if (shift != 0)
                 done.note = fmt::format("samples of {} bits in words of 16, as they came", samples->significant);
         }
-        if (samples->is_mosaic) done.note += fmt::format("{}colour filter kept, as grey", done.note.empty() ? "" : "; ");
+        if (samples->is_mosaic)
+            done.note += fmt::format("{}colour filter kept, as grey", done.note.empty() ? "" : "; ");
         return done;
     }
     if (kind != file_kind::raw)

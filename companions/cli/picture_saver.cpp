@@ -134,7 +134,8 @@ void picture_saver::write(job& next) {
     const picture_format from = format_from_pfnc(shown.pfnc);
     std::string note;
     // A part of a frame is kept as it came, and so is what its owner wants raw.
-    const bool as_it_came = !next.whole || (!chosen.wanted.known() && (chosen.kind == file_kind::raw || is_storable(shown.pfnc)));
+    const bool as_it_came =
+        !next.whole || (!chosen.wanted.known() && (chosen.kind == file_kind::raw || is_storable(shown.pfnc)));
     if (!as_it_came) {
         if (!converter || converter_source != shown.pfnc) {
             const auto target = chosen.wanted.known() ? std::optional{chosen.wanted} : nearest_storable(from);
@@ -150,8 +151,8 @@ void picture_saver::write(job& next) {
                 note = fmt::format("converted from {} to {}", from.name, converter_target.name);
         }
     }
-    written_picture done = write_picture(chosen.folder / next.name, shown, next.whole ? chosen.kind : file_kind::raw,
-                                         next.about);
+    written_picture done =
+        write_picture(chosen.folder / next.name, shown, next.whole ? chosen.kind : file_kind::raw, next.about);
     if (!next.whole) note = "incomplete: raw";
     if (!note.empty()) done.note = done.note.empty() ? note : note + "; " + done.note;
     files.push_back(std::move(done));

@@ -164,14 +164,14 @@ open_module open_named_module(const common_options& options, DEVICE_ACCESS_FLAGS
 
 nlohmann::json to_json(const device_entry& entry) {
     nlohmann::json object{{"id", entry.id},
-            {"interface", entry.interface_id},
-            {"vendor", entry.vendor},
-            {"model", entry.model},
-            {"serial", entry.serial},
-            {"user_name", entry.user_name},
-            {"version", entry.version},
-            {"display_name", entry.display_name},
-            {"access", access_status_text(entry.access_status)}};
+                          {"interface", entry.interface_id},
+                          {"vendor", entry.vendor},
+                          {"model", entry.model},
+                          {"serial", entry.serial},
+                          {"user_name", entry.user_name},
+                          {"version", entry.version},
+                          {"display_name", entry.display_name},
+                          {"access", access_status_text(entry.access_status)}};
     for (const auto& [key, text] : {std::pair{"address", &entry.address},
                                     {"mask", &entry.mask},
                                     {"mac", &entry.mac},

@@ -80,7 +80,8 @@ void walk(INode& node, std::span<INode* const> selectors, size_t at, setting& so
     if (!is_writable(selector)) // it stays where it is
         return walk(node, selectors, at + 1, so_far, all, left_out);
     const auto choices = choices_of(selector);
-    if (choices.empty()) left_out.push_back(fmt::format("{}: {} has too many choices", node.get_name(), selector.get_name()));
+    if (choices.empty())
+        left_out.push_back(fmt::format("{}: {} has too many choices", node.get_name(), selector.get_name()));
     for (const std::string& choice : choices) {
         try {
             set_from_text(selector, choice);
@@ -96,8 +97,14 @@ void walk(INode& node, std::span<INode* const> selectors, size_t at, setting& so
 
 // What belongs to the connection and to the camera's place on the network, and must not come from a file.
 bool is_of_the_link(std::string_view name) {
-    constexpr std::array beginnings{"GevSC",         "GevMC",      "GevCCP",        "GevPrimaryApplication",
-                                    "GevPersistent", "GevCurrent", "GevHeartbeat", "DeviceLinkHeartbeat",
+    constexpr std::array beginnings{"GevSC",
+                                    "GevMC",
+                                    "GevCCP",
+                                    "GevPrimaryApplication",
+                                    "GevPersistent",
+                                    "GevCurrent",
+                                    "GevHeartbeat",
+                                    "DeviceLinkHeartbeat",
                                     "GevStreamChannelSelector"};
     return std::ranges::any_of(beginnings, [&](std::string_view each) { return name.starts_with(each); });
 }

@@ -63,7 +63,8 @@ void write_file(const fs::path& path, std::string_view text) { write_file(path, 
 void make_folder(const fs::path& path) {
     std::error_code error;
     fs::create_directories(path, error);
-    if (error) throw failure(cause::output, fmt::format("Cannot make folder '{}': {}.", path.string(), error.message()));
+    if (error)
+        throw failure(cause::output, fmt::format("Cannot make folder '{}': {}.", path.string(), error.message()));
 }
 
 } // namespace cli

@@ -66,7 +66,8 @@ std::string start_time_of(const std::string& pid) {
     if (after_name == stat.npos || at == boot.npos) return {};
     std::istringstream rest{stat.substr(after_name + 1)};
     std::string word;
-    for (int field = 3; field <= 22 && rest >> word; ++field) {} // the 22nd is the start, in ticks since the boot
+    for (int field = 3; field <= 22 && rest >> word; ++field) {
+    } // the 22nd is the start, in ticks since the boot
     int64_t ticks = 0, booted = 0;
     std::from_chars(word.data(), word.data() + word.size(), ticks);
     std::from_chars(boot.data() + at + 6, boot.data() + boot.size(), booted);
@@ -116,9 +117,10 @@ std::string who_holds(const gentl_library& lib, const std::shared_ptr<const tl_i
         // Held by one who lets nobody read.
     }
     if (is_ours) {
-        const std::string name = std::filesystem::path{ask_text(lib, "GCGetInfo", [&](auto* type, void* text, size_t* size) {
-                                     return lib.GCGetInfo(GenTL::TL_INFO_PATHNAME, type, text, size);
-                                 })}.filename();
+        const std::string name =
+            std::filesystem::path{ask_text(lib, "GCGetInfo", [&](auto* type, void* text, size_t* size) {
+                return lib.GCGetInfo(GenTL::TL_INFO_PATHNAME, type, text, size);
+            })}.filename();
         const auto consumers = other_consumers(name);
         if (!consumers.empty()) {
             by += "; with the library loaded on this host:";

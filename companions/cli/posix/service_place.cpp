@@ -53,8 +53,7 @@ int try_connect(const std::string& path) {
     std::memcpy(address.sun_path, path.data(), path.size());
     const int descriptor = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
     if (descriptor < 0) return errno;
-    const int error =
-        connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ? 0 : errno;
+    const int error = connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ? 0 : errno;
     close(descriptor);
     return error;
 }
@@ -94,10 +93,11 @@ std::string why_no_service(const std::string& reason) {
     if (missing == EACCES) {
         struct stat of_folder {};
         const bool known = stat(folder.c_str(), &of_folder) == 0;
-        return fmt::format("No service can be asked: its folder {} is closed to {}: {}.{} Run as that user, or join its "
-                           "group.",
-                           where, user_text(geteuid()), text_of(missing),
-                           known ? fmt::format(" It belongs to {}.", user_text(of_folder.st_uid)) : "");
+        return fmt::format(
+            "No service can be asked: its folder {} is closed to {}: {}.{} Run as that user, or join its "
+            "group.",
+            where, user_text(geteuid()), text_of(missing),
+            known ? fmt::format(" It belongs to {}.", user_text(of_folder.st_uid)) : "");
     }
     if (missing != 0) {
         const std::string others = other_services(folder, name);
