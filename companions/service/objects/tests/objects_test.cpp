@@ -54,6 +54,7 @@ protected:
         service_core::options options;
         options.discovery = std::move(search);
         options.port_folder = folder;
+        options.image_features = false; // documents are compared with the cameras'
         for (const uint32_t n : cameras) options.discovery.addresses.push_back(own_address(n));
         core = std::make_shared<service_core>(std::move(options));
         one.emplace(core);
