@@ -293,6 +293,8 @@ TEST_F(ImageFeatures, RegistersTakeNothingElse) {
     EXPECT_EQ(write(software + gamma_value + 2, 1.0F), invalid_address);
     EXPECT_EQ(write(software + result_exposure, 1.0F), invalid_address) << "the library's";
     EXPECT_EQ(write(~uint64_t{3}, 1.0F), invalid_address);
+    EXPECT_EQ(write(software + exposure_max, 9.0F), invalid_parameter) << "below the minimum, which is the camera's";
+    EXPECT_EQ(write(software + exposure_max - 4, 1.1e6F), invalid_parameter) << "a minimum above the maximum";
     EXPECT_EQ(block->get<float>(gamma_value), 1);
     // Nothing of it came to the camera.
     EXPECT_EQ(camera_value<double>(exposure_register), 10000);
