@@ -527,3 +527,33 @@ TEST_F(ImageFeatures, MergedDocumentsLoadEverywhere) {
 #endif
     }
 }
+
+// Through the whole producer: what is switched on shows in the pictures, and the camera follows what was measured.
+TEST_F(ImageFeatures, ShowInThePicturesAndSteerTheCamera) {
+    start({"--frame-rate", "50"});
+    const auto mean_of_last = [&](const std::string& name, std::vector<std::string> settings, const char* frames) {
+        const auto folder = own->folder() / name;
+        std::vector<std::string> options{"--frames", frames, "--save", "3", "--raw", "--output", folder.string()};
+        for (std::string& each : settings) options.insert(options.end(), {"--set", std::move(each)});
+        const auto result = own->grab(options);
+        EXPECT_EQ(result.value("frames_complete", -1), std::stoi(frames)) << result;
+        if (result.value("files", nlohmann::json::array()).empty()) return -1.0;
+        std::ifstream in{result["files"].back().at("path").get<std::string>(), std::ios::binary};
+        double sum = 0, count = 0;
+        for (char c = 0; in.get(c); ++count) sum += static_cast<unsigned char>(c);
+        return count == 0 ? -1.0 : sum / count;
+    };
+    const double plain = mean_of_last("plain", {"SoftwareBrightness=64"}, "3");
+    ASSERT_GT(plain, 0);
+    const double bright =
+        mean_of_last("bright", {"SoftwareImageProcessingEnable=true", "SoftwareBrightness=64"}, "3");
+    EXPECT_GT(bright, plain + 20) << "a quarter of full scale, but for what is white already";
+
+    const double dark = mean_of_last("dark", {"ExposureTime=1000"}, "3");
+    EXPECT_LT(dark, plain / 2);
+    const double steered = mean_of_last(
+        "steered", {"ExposureTime=1000", "SoftwareImageProcessingEnable=true", "AutoExposure=true"}, "150");
+    EXPECT_GT(steered, dark * 2);
+    open_raw();
+    EXPECT_GT(camera_value<double>(exposure_register), 2000);
+}

@@ -3,6 +3,7 @@
 
 #include <gds_gentl_producer/async_deliver_queue.h>
 #include <gds_gentl_producer/delivery_statistics.h>
+#include <gds_gentl_producer/frame_processing.h>
 #include <gds_gentl_producer/producer_device_base.h>
 #include <gentl_producer/DataStreamImpl.h>
 
@@ -50,6 +51,7 @@ private:
     ipc_rpc::client_object_handle lease; // while streaming
     bool queue_mode_dedicated = false;
     async_deliver_queue mailbox;
+    frame_processing processing; // on the receive thread or the mailbox's, by queue_mode_dedicated
     std::atomic<uint64_t> packet_loss_frames{0};
     std::atomic<uint64_t> transform_queue_drops{0};
     delivery_statistics delivered;

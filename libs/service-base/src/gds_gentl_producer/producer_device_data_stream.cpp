@@ -25,7 +25,7 @@ uint64_t steady_microseconds() {
 } // namespace
 
 producer_device_data_stream::producer_device_data_stream(producer_device_base& parent, std::string id)
-    : DataStreamImpl(parent, std::move(id)), device(parent), settings(parent.settings()) {}
+    : DataStreamImpl(parent, std::move(id)), device(parent), settings(parent.settings()), processing(settings) {}
 
 std::expected<std::shared_ptr<Buffer>, Error> producer_device_data_stream::create_buffer_(void* base, size_t size,
                                                                                           void* user_ptr) {
@@ -109,7 +109,13 @@ void producer_device_data_stream::push_async_deliver(Buffer& buffer) {
 }
 
 void producer_device_data_stream::update_and_deliver_buffer(Buffer& buffer) {
-    delivered.frame(steady_microseconds(), 0);
+    const uint64_t began = steady_microseconds();
+    uint64_t spent = 0;
+    if (processing.is_due()) {
+        processing.process_image(buffer, began * 1000, lease);
+        spent = steady_microseconds() - began;
+    }
+    delivered.frame(began, spent);
     queue_buffer_from_filling_to_output(&buffer);
 }
 
