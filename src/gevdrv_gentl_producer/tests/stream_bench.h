@@ -258,6 +258,7 @@ private:
               ipc_rpc::platform::shared_mapping::create(settings_name, gds_producer::settings_block::minimum_size, {})),
           cam(traits),
           connection(std::make_shared<service>(cam, settings_name)) {
+        settings().set_neutral(); // as the service gives it
         system = std::make_shared<gevdrv::gentl::system_instance>(library_info, environment);
         interface = std::make_shared<gevdrv::gentl::interface_instance>(
             *system, InterfaceInfo{"if0", "Interface", "GEV", {}, {}, 0}, ipc_rpc::client_object_handle{});
