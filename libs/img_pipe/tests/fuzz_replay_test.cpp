@@ -1,34 +1,17 @@
 // The corpus of the fuzz target, as it is and with a fixed series of changes, so that every compiler and sanitizer runs
 // it without libFuzzer.
+#include "../../../fuzz/replay.h"
+
 #include <exercise.h>
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <random>
 #include <string>
 #include <vector>
 
-namespace {
-
-std::vector<std::string> corpus() {
-    std::vector<std::filesystem::path> files;
-    for (const auto& entry : std::filesystem::directory_iterator{ORV_IMG_CORPUS}) files.push_back(entry.path());
-    std::ranges::sort(files);
-    std::vector<std::string> inputs;
-    for (const auto& file : files) {
-        std::ifstream in{file, std::ios::binary};
-        inputs.emplace_back(std::istreambuf_iterator<char>{in}, std::istreambuf_iterator<char>{});
-    }
-    return inputs;
-}
-
-} // namespace
-
 TEST(ImgPipeFuzzReplay, TheCorpusAndChangesOfIt) {
-    const auto inputs = corpus();
+    const auto inputs = fuzz::read_corpus(ORV_IMG_CORPUS);
     ASSERT_GE(inputs.size(), 20U);
     for (const auto& input : inputs) fuzz::exercise_transform(std::as_bytes(std::span{input}));
     std::mt19937 random{5489};
