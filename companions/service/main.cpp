@@ -1,6 +1,7 @@
 // orv-gentl-gev-service: the local service that the library talks to.
 #include "objects/function_table.h"
 #include "posix/bus_guard.h"
+#include "posix/service_manager.h"
 #include "posix/termination.h"
 #include "rpc_server/rpc_server.h"
 
@@ -98,7 +99,16 @@ int run(const program_options& given) {
         server_options, [core] { return service::make_function_table(core, service::rpc_server::notifier_of); });
     if (!server) {
         if (server.error() == std::errc::address_in_use) {
-            throw std::runtime_error("Another orv-gentl-gev-service is running already.");
+            throw std::runtime_error(fmt::format(
+                "Another orv-gentl-gev-service is running already, or is started on demand: '{}/{}' is taken. "
+                "'systemctl stop orv-gentl-gev.socket orv-gentl-gev.service' ends the installed one; with "
+                "ORV_GENTL_RUNTIME_DIR set to another folder, for consumers too, a second one runs beside it.",
+                directory->path, server_options.pipe_name));
+        }
+        if (server.error() == std::errc::invalid_argument) {
+            throw std::runtime_error(fmt::format("The socket that the service manager handed over does not listen at "
+                                                 "'{}/{}': it may be of another version's unit.",
+                                                 directory->path, server_options.pipe_name));
         }
         throw std::runtime_error(
             fmt::format("Cannot listen as '{}': {}", server_options.pipe_name, server.error().message()));
@@ -109,8 +119,10 @@ int run(const program_options& given) {
         if (core->stop_token().stop_requested()) return;
         fmt::print("ready {}/{}\n", directory->path, server_options.pipe_name);
         std::fflush(stdout);
+        service::tell_service_manager("READY=1");
     }};
     end.wait();
+    service::tell_service_manager("STOPPING=1");
     service::termination::end_within(end_time);
     core->stop(); // calls that wait for a camera end now
     first_scan.join();

@@ -70,6 +70,11 @@ bool discovery::scan(std::chrono::milliseconds timeout, std::stop_token stop) {
     return scanned.wait_for(lock, std::move(stop), timeout, [&] { return scans_done >= wanted; });
 }
 
+bool discovery::wait_for_first_scan(std::chrono::milliseconds timeout, std::stop_token stop) {
+    std::unique_lock lock{mutex};
+    return scanned.wait_for(lock, std::move(stop), timeout, [&] { return scans_done != 0; });
+}
+
 void discovery::may_move(uint32_t from, uint32_t to) {
     const std::lock_guard guard{mutex};
     if (to == 0 || std::ranges::find(asked_directly, from) == asked_directly.end()) return;

@@ -64,6 +64,8 @@ public:
     // Waits for a scan that begins after the call; false when it did not end within `timeout`, or before the wait was
     // stopped.
     [[nodiscard]] bool scan(std::chrono::milliseconds timeout, std::stop_token stop = {});
+    // Waits until one scan has ended since the start, without asking for another one; false as above.
+    [[nodiscard]] bool wait_for_first_scan(std::chrono::milliseconds timeout, std::stop_token stop = {});
     // A camera is about to be told so. One that is asked directly will be asked at the new address as well.
     void may_move(uint32_t from, uint32_t to);
     // Control was given back here: what the last scan saw of it is old.

@@ -254,6 +254,8 @@ make_function_table(const std::shared_ptr<service_core>& core,
     must(catalogue::create_service_instance::serve(
         table, [core, notifier_of = std::move(notifier_of),
                 place = std::make_shared<session_place>()](rpc_call_context& context) {
+            // Who had this service started asks at once for the cameras, and may ask once only.
+            static_cast<void>(core->discovery().wait_for_first_scan(std::chrono::seconds{2}, core->stop_token()));
             std::shared_ptr<client_session> session;
             {
                 const std::lock_guard guard{place->mutex};

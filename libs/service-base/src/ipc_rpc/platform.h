@@ -98,7 +98,8 @@ struct object_access {
 // The listening end of a control channel. Only one process holds a name; what a dead one left is taken over.
 class named_pipe_listener final {
 public:
-    // std::errc::address_in_use when a living process holds the name.
+    // std::errc::address_in_use when a living process holds the name. A socket of this name that a service manager has
+    // handed to this process is taken as it is, with its mode and group, and outlives the listener.
     [[nodiscard]] static std::expected<std::unique_ptr<named_pipe_listener>, std::error_code>
     listen(const std::string& id, const object_access& access);
 
@@ -119,7 +120,7 @@ private:
         : handle(listening), lock(lock_handle), path(std::move(socket_path)), access(who) {}
 
     std::intptr_t handle;
-    std::intptr_t lock;
+    std::intptr_t lock; // -1: the socket is the service manager's
     std::string path;
     object_access access;
 };

@@ -32,7 +32,8 @@ private:
 [[nodiscard]] inline std::error_code last_error() noexcept { return {errno, std::generic_category()}; }
 
 // Repeats a system call that a signal interrupted.
-template <class Call> auto retry_interrupted(Call call) {
+template <class Call>
+auto retry_interrupted(Call call) {
     auto result = call();
     while (result < 0 && errno == EINTR) result = call();
     return result;

@@ -4,6 +4,7 @@
 #include "platform.h"
 #include "posix/file_descriptor.h"
 #include "posix/runtime_directory.h"
+#include "posix/socket_activation.h"
 
 #include <fcntl.h>
 #include <grp.h>
@@ -47,6 +48,13 @@ std::expected<peer_identity, std::error_code> identity_of(int fd) {
     socklen_t size = sizeof credentials;
     if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) return std::unexpected(last_error());
     return peer_identity{credentials.pid, credentials.uid, credentials.gid};
+}
+
+bool somebody_listens(const sockaddr_un& address) {
+    const file_descriptor fd{socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)};
+    if (!fd) return false;
+    return retry_interrupted([&] { return connect(fd.get(), generic(address), sizeof address); }) == 0 ||
+           errno == EAGAIN;
 }
 
 bool is_in_group(int fd, const peer_identity& peer, std::uint32_t group) {
@@ -189,6 +197,13 @@ named_pipe_listener::listen(const std::string& id, const object_access& access) 
     const auto address = socket_address(path);
     if (!address) return std::unexpected(address.error());
 
+    auto activated = take_activated_socket(path);
+    if (!activated) return std::unexpected(activated.error());
+    if (*activated) {
+        // Path, mode and group are the service manager's, and so is it that there is one service only.
+        return std::unique_ptr<named_pipe_listener>{new named_pipe_listener{(*activated)->release(), -1, {}, access}};
+    }
+
     // Whoever holds the lock is the one living service of this name; it goes with its process, however that ends.
     file_descriptor lock{
         ::open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR)};
@@ -198,6 +213,8 @@ named_pipe_listener::listen(const std::string& id, const object_access& access) 
     }
     if (struct stat found{}; lstat(path.c_str(), &found) == 0) {
         if (!S_ISSOCK(found.st_mode)) return std::unexpected(std::make_error_code(std::errc::file_exists));
+        // A service manager that listens for a service holds no lock.
+        if (somebody_listens(*address)) return std::unexpected(std::make_error_code(std::errc::address_in_use));
         ::unlink(path.c_str());
     }
     file_descriptor fd{socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)};
@@ -214,9 +231,11 @@ named_pipe_listener::listen(const std::string& id, const object_access& access) 
 }
 
 named_pipe_listener::~named_pipe_listener() {
-    ::unlink(path.c_str());
+    if (lock >= 0) {
+        ::unlink(path.c_str());
+        ::close(static_cast<int>(lock));
+    }
     ::close(static_cast<int>(handle));
-    ::close(static_cast<int>(lock));
 }
 
 std::expected<std::unique_ptr<named_pipe_channel>, std::error_code>
