@@ -2,7 +2,10 @@
 add_library(orv_build_options INTERFACE)
 add_library(orv::build_options ALIAS orv_build_options)
 target_compile_options(orv_build_options INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wformat=2 -Wundef -Werror)
+  -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wformat=2 -Wundef)
+if(ORV_WERROR)
+  target_compile_options(orv_build_options INTERFACE -Werror)
+endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # False alarms of g++ 12 in inlined standard containers, at -O2 and with sanitizers.
   target_compile_options(orv_build_options INTERFACE

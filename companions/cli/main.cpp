@@ -4,6 +4,7 @@
 #include "document_command.h"
 #include "feature_commands.h"
 #include "grab_command.h"
+#include "installation_commands.h"
 #include "list_commands.h"
 #include "nearest_names.h"
 #include "network_commands.h"
@@ -102,6 +103,7 @@ int run(int argc, char** argv) {
     line.add("doctor", "What is wrong, and what mends it", false, [&] { return doctor(options); })
         .footer(
             "Each finding is ok, advice or BAD; the exit code is 1 when one is BAD.\nExample: orv-gentl doctor --json");
+    add_installation_commands(line);
     add_completion_command(line);
 
     // Known before the parse, whose own faults are told in the form asked for.

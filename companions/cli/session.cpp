@@ -25,6 +25,7 @@ std::vector<fs::path> cti_candidates() {
     if (!program.empty()) {
         candidates.push_back(program.parent_path().parent_path() / "lib" / cti_name);
         candidates.push_back(program.parent_path() / cti_name);
+        candidates.push_back((program.parent_path() / ORV_INSTALLED_CTI).lexically_normal());
     }
     if (const char* list = std::getenv("GENICAM_GENTL64_PATH")) {
         std::string_view rest = list;

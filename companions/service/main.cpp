@@ -21,6 +21,7 @@
 #include <grp.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <thread>
 
@@ -92,7 +93,9 @@ int run(const program_options& given) {
     const auto directory = ipc_rpc::platform::runtime_directory(true);
     if (!directory)
         throw std::runtime_error(fmt::format("There is no runtime folder to use: {}", directory.error().message()));
-    options.port_folder = directory->path;
+    // An account without rights in the sockets' folder has one of its own from the service manager.
+    const char* own_folder = std::getenv("RUNTIME_DIRECTORY");
+    options.port_folder = own_folder != nullptr && *own_folder == '/' ? own_folder : directory->path;
     const auto core = std::make_shared<service::service_core>(std::move(options));
     const service::rpc_server::options server_options{gds_shared::service_pipe_name(product), core->settings().group};
     const auto server = service::rpc_server::start(
