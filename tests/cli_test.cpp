@@ -1,5 +1,6 @@
 // What the consumer does with features, on a document and a device made up here.
 #include <cli/host_checks.h>
+#include <cli/installation_checks.h>
 #include <cli/nearest_names.h>
 #include <cli/node_map.h>
 #include <cli/setting.h>
@@ -193,6 +194,47 @@ struct conversion {
     std::string_view in, out; // 2 x 2 pixels; an empty `out`: refused
 };
 class Convert : public testing::TestWithParam<conversion> {};
+
+// Applications load each entry: what is there twice shows each camera twice.
+TEST(InstallationChecks, TellWhatAListOfProducersDoes) {
+    namespace fs = std::filesystem;
+    char name[] = "/tmp/orv-test-XXXXXX";
+    const fs::path root = mkdtemp(name);
+    for (const char* file : {"a/orv-gentl-gev.cti", "b/orv-gentl-gev.cti", "c/other.cti", "c/other.txt"}) {
+        fs::create_directories((root / file).parent_path());
+        std::ofstream{root / file} << "x";
+    }
+    fs::create_symlink(root / "a", root / "link");
+    using cli::grade;
+    const struct {
+        std::string list;
+        std::vector<std::pair<grade, std::string>> found; // what is said, in this order
+    } cases[] = {
+        {"{}/a", {{grade::ok, "{}/a/orv-gentl-gev.cti"}}},
+        {"{}/a/orv-gentl-gev.cti:{}/c", {{grade::ok, "{}/a/orv-gentl-gev.cti"}, {grade::ok, "{}/c/other.cti"}}},
+        {"", {{grade::advice, "not set here"}}},
+        {"::{}/c:", {{grade::advice, "without this library"}, {grade::ok, "{}/c/other.cti"}}},
+        {"{}/a:{}/none", {{grade::advice, "'{}/none' does not exist"}, {grade::ok, "{}/a/orv-gentl-gev.cti"}}},
+        {"{}/a:{}/link",
+         {{grade::advice, "'{}/a/orv-gentl-gev.cti' is named 2 times"}, {grade::ok, "{}/a/orv-gentl-gev.cti"}}},
+        {"{}/a:{}/b", {{grade::bad, "2 of this library: {}/a/orv-gentl-gev.cti, {}/b/orv-gentl-gev.cti"}}},
+    };
+    const auto here = [&](std::string text) {
+        for (size_t at = 0; (at = text.find("{}")) != text.npos;) text.replace(at, 2, root.string());
+        return text;
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.list);
+        std::vector<cli::finding> findings;
+        cli::check_producer_path(here(each.list), root / "a/orv-gentl-gev.cti", findings);
+        ASSERT_EQ(findings.size(), each.found.size());
+        for (size_t i = 0; i < findings.size(); ++i) {
+            EXPECT_EQ(findings[i].of, each.found[i].first);
+            EXPECT_EQ(findings[i].found, here(each.found[i].second));
+        }
+    }
+    fs::remove_all(root);
+}
 
 TEST_P(Convert, WritesThePictureOrRefuses) {
     const auto& [name, from, to, in, out] = GetParam();

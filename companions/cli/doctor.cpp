@@ -1,38 +1,15 @@
 #include "doctor.h"
 
 #include "host_checks.h"
+#include "installation_checks.h"
 #include "interface_session.h"
 #include "output.h"
 
 #include <algorithm>
-#include <filesystem>
 
 namespace cli {
 
 namespace {
-
-finding check_library(const std::string& cti) {
-    const std::filesystem::path path = cti;
-    const auto multipart = path.parent_path() / "multipart" / path.filename();
-    const auto folder = path.parent_path();
-    std::error_code ignored;
-    // The plain one is refused by several consumers, which say nothing of it at their usual log level.
-    if (!std::filesystem::exists(multipart, ignored))
-        return {"library to point consumers at",
-                grade::ok,
-                cti,
-                "a file that loads",
-                {},
-                fmt::format("GENICAM_GENTL64_PATH={}", folder.string())};
-    return {"library to point consumers at",
-            grade::ok,
-            multipart.string(),
-            "a file that loads",
-            {},
-            fmt::format("GENICAM_GENTL64_PATH={}   (or {}, without the functions for buffer parts, for a consumer that "
-                        "must not see them)",
-                        multipart.parent_path().string(), folder.string())};
-}
 
 // Cameras that answer and cannot be spoken to, with what mends each.
 void check_addresses(const found_devices& found, std::vector<finding>& findings) {
@@ -96,7 +73,13 @@ int doctor(const common_options& common) {
     try {
         const std::string cti = find_cti(common);
         static_cast<void>(gentl_library{cti}); // a file of the name may be none, or miss functions
-        findings.push_back(check_library(cti));
+        findings.push_back({"library to point applications at",
+                            grade::ok,
+                            library_for_applications(cti).string(),
+                            "a file that loads",
+                            {},
+                            {}});
+        check_installation(cti, findings);
         check_cameras(common, findings);
     } catch (const failure& reason) {
         findings.push_back({"library", grade::bad, reason.what(), "a file that loads",

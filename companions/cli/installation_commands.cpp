@@ -1,6 +1,7 @@
 #include "installation_commands.h"
 
 #include "grabber.h"
+#include "installation_checks.h"
 #include "output.h"
 #include "posix/child_process.h"
 #include "posix/interruption.h"
@@ -43,7 +44,7 @@ constexpr std::array situations{
 };
 
 int print_environment(const common_options& common, const std::string& wanted) {
-    const fs::path file = fs::canonical(find_cti(common));
+    const fs::path file = library_for_applications(find_cti(common));
     const std::string folder = file.parent_path();
     nlohmann::json object{{"variable", variable}, {"library", file.string()}, {"folder", folder}};
     std::string text;

@@ -1,0 +1,21 @@
+// Whether applications find this library, once and alone, and whether the installed service is switched on.
+#pragma once
+
+#include "host_checks.h"
+
+#include <filesystem>
+#include <string>
+
+namespace cli {
+
+// The one that applications are to be pointed at: that with the functions on buffer parts, which several of them refuse
+// to go without, and say nothing of it at their usual log level. In a build tree it stands in a folder of its own.
+[[nodiscard]] std::filesystem::path library_for_applications(const std::filesystem::path& own);
+
+// `own` is the library in use.
+void check_installation(const std::filesystem::path& own, std::vector<finding>& findings);
+
+// The list of GENICAM_GENTL64_PATH, as applications read it: folders, or files that end in .cti.
+void check_producer_path(const std::string& list, const std::filesystem::path& own, std::vector<finding>& findings);
+
+} // namespace cli
