@@ -20,9 +20,7 @@ struct rows {
     static constexpr auto split_line = &img_pipe::split_line<T>;
     static constexpr auto split_bytes = &img_pipe::split_bytes;
     static constexpr auto split_words = &img_pipe::split_words;
-    static constexpr auto candidates = &img_pipe::candidates<T>;
-    static constexpr auto steps = &img_pipe::steps<T>;
-    static constexpr auto choose = &img_pipe::choose<T>;
+    static constexpr auto find_green = &img_pipe::find_green<T>;
     static constexpr auto colours = &img_pipe::colours<T>;
     static constexpr auto colours_bgr4 = &plain::colours_bgr4;
     static constexpr auto finish = &plain::finish;

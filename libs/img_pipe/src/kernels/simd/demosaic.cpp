@@ -17,9 +17,7 @@ struct rows {
     static constexpr auto split_line = &split_line_v<T>;
     static constexpr auto split_bytes = &split_bytes_v;
     static constexpr auto split_words = &split_words_v;
-    static constexpr auto candidates = &candidates_v<T>;
-    static constexpr auto steps = &steps_v<T>;
-    static constexpr auto choose = &choose_v<T>;
+    static constexpr auto find_green = &find_green_v<T>;
     static constexpr auto colours = &colours_v<T>;
     static constexpr auto colours_bgr4 = &colours_bgr4_v;
     static constexpr auto finish = &finish_v;

@@ -100,81 +100,36 @@ HWY_INLINE vec<T> half_difference_v(vec<T> a, vec<T> b) {
     return mean(a, hn::Not(b));
 }
 
-template <class T>
-HWY_INLINE vec<T> green_between_v(vec<T> c, vec<T> g0, vec<T> g1, vec<T> c0, vec<T> c1, vec<T> low, vec<T> high) {
-    const lanes_of<T> tag;
-    const hn::RebindToSigned<lanes_of<T>> with_sign;
-    const auto middle = hn::Set(tag, static_cast<T>(middle_of<T>));
-    const auto around_0 = [&](vec<T> v) HWY_ATTR { return hn::BitCast(with_sign, hn::Xor(v, middle)); };
-    const auto sum = hn::SaturatedAdd(around_0(mean(g0, g1)), around_0(half_difference_v<T>(c, mean(c0, c1))));
-    return hn::Min(hn::Max(hn::Xor(hn::BitCast(tag, sum), middle), low), high);
-}
-
 // The records of lines are copied into the loops' functions: as references they would be read again after every store,
 // for bytes may lie anywhere.
 template <bool c_first, class T>
-HWY_ATTR void candidates_of(const green_lines<T>& in_, std::int32_t first, std::int32_t end,
-                            const candidate_lines<T>& out_) {
+HWY_ATTR void find_green_of(const green_lines<T>& in_, std::int32_t first, std::int32_t end, T* green, T* difference) {
     const auto in = in_;
-    const auto out = out_;
+    const auto zero = hn::Zero(lanes_of<T>());
     constexpr std::int32_t w = c_first ? -1 : 0;
     for (std::int32_t k = first; k < end; k += lane_count<T>) {
         const auto c = get(in.c + k);
         const auto left = get(in.g + k + w), right = get(in.g + k + w + 1);
         const auto up = get(in.g_above + k), down = get(in.g_below + k);
-        const auto least = hn::Min(hn::Min(left, right), hn::Min(up, down));
-        const auto most = hn::Max(hn::Max(left, right), hn::Max(up, down));
-        const auto range = hn::Sub(most, least);
-        const auto low = hn::SaturatedSub(least, range), high = hn::SaturatedAdd(most, range);
-        const auto h = green_between_v<T>(c, left, right, get(in.c + k - 1), get(in.c + k + 1), low, high);
-        const auto v = green_between_v<T>(c, up, down, get(in.c_above + k), get(in.c_below + k), low, high);
-        put(h, out.h + k);
-        put(v, out.v + k);
-        put(half_difference_v<T>(c, h), out.difference_h + k);
-        const auto difference_v = half_difference_v<T>(c, v);
-        put(difference_v, out.difference_v + k);
-        put(difference_of(difference_v, get(out.difference_above + k)), out.step_v + k);
+        const auto g_h = mean(left, right), g_v = mean(up, down);
+        const auto c_h = mean(get(in.c + k - 1), get(in.c + k + 1)), c_v = mean(get(in.c_above + k), get(in.c_below + k));
+        const auto step_h = difference_of(left, right), step_v = difference_of(up, down);
+        const auto along = mean(step_h, difference_of(c, c_h)), across = mean(step_v, difference_of(c, c_v));
+        const auto is_along = hn::Eq(hn::Min(along, across), along);
+        const auto limit = hn::SaturatedAdd(difference_of(g_h, g_v), hn::Min(step_h, step_v));
+        const auto c_mean = hn::IfThenElse(is_along, c_h, c_v);
+        const auto above = hn::Min(mean(hn::SaturatedSub(c, c_mean), zero), limit),
+                   below = hn::Min(mean(hn::SaturatedSub(c_mean, c), zero), limit);
+        const auto found =
+            hn::SaturatedSub(hn::SaturatedAdd(hn::IfThenElse(is_along, g_h, g_v), above), below);
+        put(found, green + k);
+        put(half_difference_v<T>(c, found), difference + k);
     }
 }
 
 template <class T>
-HWY_ATTR void candidates_v(const green_lines<T>& in, std::int32_t first, std::int32_t end,
-                           const candidate_lines<T>& out) {
-    (in.c_first ? candidates_of<true, T> : candidates_of<false, T>)(in, first, end, out);
-}
-
-template <class T>
-HWY_ATTR void steps_v(const T* a, const T* b, std::int32_t first, std::int32_t end, T* out) {
-    for (std::int32_t k = first; k < end; k += lane_count<T>) put(difference_of(get(a + k), get(b + k)), out + k);
-}
-
-template <bool c_first, class T>
-HWY_ATTR void choose_of(const vote_lines<T>& in_, std::int32_t first, std::int32_t end, T* green, T* difference) {
-    const auto in = in_;
-    const lanes_of<T> tag;
-    const auto zero = hn::Zero(tag), margin = hn::Set(tag, static_cast<T>(alike<T>));
-    constexpr std::int32_t w = c_first ? -1 : 0;
-    for (std::int32_t k = first; k < end; k += lane_count<T>) {
-        const auto along = mean(mean(get(in.step_h[1] + k - 1), get(in.step_h[1] + k)),
-                                mean(get(in.step_h[0] + k + w), get(in.step_h[2] + k + w)));
-        const auto across = mean(mean(get(in.step_v[0] + k), get(in.step_v[2] + k)),
-                                 mean(get(in.step_v[1] + k + w), get(in.step_v[1] + k + w + 1)));
-        const auto c = get(in.c[1] + k);
-        const auto h = moved(mean(get(in.h + k), mean(get(in.h + k - 1), get(in.h + k + 1))), c,
-                             mean(c, mean(get(in.c[1] + k - 1), get(in.c[1] + k + 1))));
-        const auto v = moved(mean(get(in.v[1] + k), mean(get(in.v[0] + k), get(in.v[2] + k))), c,
-                             mean(c, mean(get(in.c[0] + k), get(in.c[2] + k))));
-        const auto not_h = hn::Eq(hn::SaturatedSub(across, hn::SaturatedAdd(along, margin)), zero);
-        const auto not_v = hn::Eq(hn::SaturatedSub(along, hn::SaturatedAdd(across, margin)), zero);
-        const auto chosen = hn::IfThenElse(not_h, hn::IfThenElse(not_v, mean(h, v), v), h);
-        put(chosen, green + k);
-        put(half_difference_v<T>(c, chosen), difference + k);
-    }
-}
-
-template <class T>
-HWY_ATTR void choose_v(const vote_lines<T>& in, std::int32_t first, std::int32_t end, T* green, T* difference) {
-    (in.c_first ? choose_of<true, T> : choose_of<false, T>)(in, first, end, green, difference);
+HWY_ATTR void find_green_v(const green_lines<T>& in, std::int32_t first, std::int32_t end, T* green, T* difference) {
+    (in.c_first ? find_green_of<true, T> : find_green_of<false, T>)(in, first, end, green, difference);
 }
 
 // Means and extremes of two samples of a colour, of their greens and differences.
