@@ -42,11 +42,15 @@ public:
 
     // Where the line's colours are put; room for colour_pad columns more.
     three<T> colours() const { return lines; }
-    // Whether colours go out as they come.
-    bool neutral() const { return !matrix() && !gamma(); }
+    // Whether colours go out as they come, into pixels.
+    bool as_it_is() const {
+        return !matrix() && !gamma() && (dst.format == fcc("BGR3") || dst.format == fcc("BGR4"));
+    }
     // A picture that leaves no room in the last cache is not put there: nothing is fetched only to be overwritten.
-    bool past_caches() const { return large; }
-    std::uint8_t* at(std::int32_t y, std::int32_t pixel_bytes) const { return line_of(dst, y) + first * pixel_bytes; }
+    pixel_lines pixels(std::int32_t y) const {
+        const std::int32_t channels = dst.format == fcc("BGR3") ? 3 : 4;
+        return {at(y, channels), channels, large};
+    }
 
     // Writes line y from colours().
     void put(std::int32_t y) {
@@ -68,6 +72,7 @@ public:
 
 private:
     static constexpr bool narrow_lanes = sizeof(T) == 1;
+    std::uint8_t* at(std::int32_t y, std::int32_t pixel_bytes) const { return line_of(dst, y) + first * pixel_bytes; }
     bool matrix() const { return params != nullptr && params->matrix_on; }
     bool gamma() const {
         return params != nullptr && (narrow_lanes ? params->gamma8 != nullptr : params->gamma != nullptr);

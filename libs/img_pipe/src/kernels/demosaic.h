@@ -53,8 +53,12 @@ public:
     void run() {
         for (std::int32_t y = -3; y < call.src.height + 3; ++y) {
             load(y);
-            if (y >= 1) find_green(y - 2);
-            if (y >= 3) emit(y - 3);
+            if (y < 1) continue;
+            const green_step<T> below = green_of(y - 2);
+            if (y < 3)
+                Rows<T>::find_green(below);
+            else
+                emit(y - 3, below);
         }
         Rows<T>::finish();
     }
@@ -108,18 +112,22 @@ private:
         Rows<T>::split_line(raw, n, even, odd);
     }
 
-    void find_green(std::int32_t y) {
-        Rows<T>::find_green({c(y), g(y), g(y - 1), g(y + 1), c(y - 2), c(y + 2), c_first(y)}, first_step, cells + 1,
-                            green[y], difference[y]);
+    green_step<T> green_of(std::int32_t y) const {
+        return {{c(y), g(y), g(y - 1), g(y + 1), c(y - 2), c(y + 2), c_first(y)},
+                first_step,
+                cells + 1,
+                green[y],
+                difference[y]};
     }
 
-    void emit(std::int32_t y) {
+    // Line y, and before it `below`: green of the line after it.
+    void emit(std::int32_t y, const green_step<T>& below) {
         const mosaic_lines<T> lines{
             c(y),     g(y),         green[y],          difference[y], c(y - 1), green[y - 1], difference[y - 1],
             c(y + 1), green[y + 1], difference[y + 1], c_first(y),    red(y)};
         if constexpr (sizeof(T) == 1)
-            if (call.dst.format == fcc("BGR4") && out.neutral())
-                return Rows<T>::colours_bgr4(lines, width, out.colours(), out.past_caches(), out.at(y, 4));
+            if (out.as_it_is()) return Rows<T>::green_and_pixels(below, lines, width, out.colours(), out.pixels(y));
+        Rows<T>::find_green(below);
         Rows<T>::colours(lines, 0, cells, out.colours());
         out.put(y);
     }

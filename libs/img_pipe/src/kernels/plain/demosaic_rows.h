@@ -24,6 +24,14 @@ struct green_lines {
     bool c_first;               // c stands in the even columns
 };
 
+// Green of cells [first, end) of a line, and `difference`: c less green.
+template <class T>
+struct green_step {
+    green_lines<T> lines;
+    std::int32_t first, end;
+    T *green, *difference;
+};
+
 template <class T>
 struct mosaic_lines {
     const T *c, *g;
@@ -32,6 +40,13 @@ struct mosaic_lines {
     const T *c_below, *green_below, *difference_below;
     bool c_first;
     bool red; // c is red
+};
+
+// A line of BGR3 or BGR4.
+struct pixel_lines {
+    std::uint8_t* to;
+    std::int32_t channels;
+    bool past_caches;
 };
 
 [[maybe_unused]] std::int32_t average(std::int32_t a, std::int32_t b) { return (a + b + 1) >> 1; }
@@ -77,12 +92,12 @@ template <class T>
 
 // Green at each c, along the line or across it, wherever greens and c itself change less: the mean of its two neighbours
 // there, and half of what c stands above its own. That half is no more than the greens around differ: red and blue may
-// have edges where green has none. `difference`: c less green.
+// have edges where green has none.
 template <class T>
-[[maybe_unused]] void find_green(const green_lines<T>& in, std::int32_t first, std::int32_t end, T* green,
-                                 T* difference) {
+[[maybe_unused]] void find_green(const green_step<T>& step) {
+    const green_lines<T>& in = step.lines;
     const std::int32_t w = in.c_first ? -1 : 0; // from c to the green on its left
-    for (std::int32_t k = first; k < end; ++k) {
+    for (std::int32_t k = step.first; k < step.end; ++k) {
         const std::int32_t c = in.c[k], left = in.g[k + w], right = in.g[k + w + 1], up = in.g_above[k],
                            down = in.g_below[k];
         const std::int32_t g_h = average(left, right), g_v = average(up, down);
@@ -93,8 +108,8 @@ template <class T>
         const std::int32_t c_mean = along ? c_h : c_v;
         const std::int32_t change = lesser((apart(c, c_mean) + 1) / 2, limit);
         const std::int32_t found = limited<T>((along ? g_h : g_v) + (c > c_mean ? change : -change));
-        green[k] = static_cast<T>(found);
-        difference[k] = static_cast<T>(half_difference<T>(c, found));
+        step.green[k] = static_cast<T>(found);
+        step.difference[k] = static_cast<T>(half_difference<T>(c, found));
     }
 }
 

@@ -19,7 +19,7 @@ struct rows {
     static constexpr auto split_words = &split_words_v;
     static constexpr auto find_green = &find_green_v<T>;
     static constexpr auto colours = &colours_v<T>;
-    static constexpr auto colours_bgr4 = &colours_bgr4_v;
+    static constexpr auto green_and_pixels = &green_and_pixels_v;
     static constexpr auto finish = &finish_v;
     static constexpr auto fixed_matrix = &fixed_matrix_v<T>;
     static constexpr auto matrix16 = &apply_matrix_v<std::uint16_t>;
