@@ -1,6 +1,6 @@
-// A table of 256 bytes as a curve that vectors compute: straight pieces of eight entries, each entry up to one above its
-// piece. Corrections of light give such tables nearly everywhere; the few blocks of sixteen where a curve is steeper or
-// has a corner are kept as they are.
+// A table of 256 bytes as a curve that vectors compute: straight pieces of eight entries, each entry up to one above
+// its piece. Corrections of light give such tables nearly everywhere; the few blocks of sixteen where a curve is
+// steeper or has a corner are kept as they are.
 #pragma once
 #include <cstdint>
 #include <cstring>
@@ -11,12 +11,12 @@ namespace {
 constexpr int most_exact_blocks = 4;
 
 struct byte_curve {
-    alignas(16) std::uint8_t base[32];   // of entries 8 i on
-    alignas(16) std::uint8_t slope[32];  // in parts of 16
-    alignas(16) std::uint8_t above[32];  // bit k: entry 8 i + k is one above its piece
+    alignas(16) std::uint8_t base[32];  // of entries 8 i on
+    alignas(16) std::uint8_t slope[32]; // in parts of 16
+    alignas(16) std::uint8_t above[32]; // bit k: entry 8 i + k is one above its piece
     alignas(16) std::uint8_t exact[most_exact_blocks][16];
     std::uint8_t exact_at[most_exact_blocks]; // first entry of the block; a number that is no multiple of 16: none
-    int exact_blocks;                    // more than most_exact_blocks: the table is no such curve
+    int exact_blocks;                         // more than most_exact_blocks: the table is no such curve
     std::uint8_t table[256];
 };
 

@@ -26,8 +26,8 @@ namespace {
     return view.plane_data[plane].data + static_cast<std::ptrdiff_t>(view.plane_data[plane].stride) * y;
 }
 
-// One past what may be read for line `y` of the strip. Where a line ends inside a group of samples, the missing bits are
-// not those of the next line. In place, lines outside the strip may be changing.
+// One past what may be read for line `y` of the strip. Where a line ends inside a group of samples, the missing bits
+// are not those of the next line. In place, lines outside the strip may be changing.
 [[maybe_unused]] const std::uint8_t* read_end(const kernel_call& call, sample_layout in, std::int32_t y) {
     const std::int32_t bytes = line_bytes(in, call.src.width);
     if (call.src.width % group_of(in.pack) != 0) return line_end(call.src, y, bytes);
@@ -81,6 +81,8 @@ void sample_lines(const kernel_call& call) {
     const bool by_curve = samples != nullptr && in.pack == packing::plain8 && out.pack == packing::plain8;
     byte_curves<Rows> curves;
     if (by_curve) curves.fill(*samples);
+    const bool packed_alike = samples != nullptr && samples->table == nullptr && in.pack == out.pack &&
+                              in.shift == out.shift && group_of(in.pack) > 1;
     const bool as_they_are = samples == nullptr && !in_place;
     for (std::int32_t y = 0; y < call.src.height; ++y) {
         const std::uint8_t* from = line_of(call.src, y);
@@ -103,6 +105,11 @@ void sample_lines(const kernel_call& call) {
         if (samples != nullptr && in_place && in.pack == packing::plain16 && in.shift == 0 && out.shift == 0 &&
             holds_words(to)) {
             Rows::correct(*samples, call.first_line + y, width, reinterpret_cast<std::uint16_t*>(to));
+            continue;
+        }
+        if (packed_alike) {
+            Rows::correct_packed(in, *samples, call.first_line + y, width,
+                                 {from, end, to, line_end(call.dst, y, out_bytes)}, line);
             continue;
         }
         Rows::load(in, from, end, width, line);

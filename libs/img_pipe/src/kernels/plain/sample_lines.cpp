@@ -9,6 +9,7 @@ struct rows {
     static constexpr auto store = &store_line;
     static constexpr auto map_sites = &img_pipe::map_sites;
     static constexpr auto correct = &correct_line;
+    static constexpr auto correct_packed = &img_pipe::correct_packed;
 };
 } // namespace
 

@@ -2,7 +2,7 @@
 #include "level.h"
 
 #include "byte_map-inl.h"
-#include "sample_rows-inl.h"
+#include "correct_packed-inl.h"
 
 namespace img_pipe {
 namespace HWY_NAMESPACE {
@@ -13,6 +13,7 @@ struct rows {
     static constexpr auto store = &store_line_v;
     static constexpr auto map_sites = &map_sites_v;
     static constexpr auto correct = &correct_line_v;
+    static constexpr auto correct_packed = &correct_packed_v;
 };
 } // namespace
 
