@@ -48,6 +48,7 @@ public:
           raw(take_line<std::uint16_t>(at, 2 * cells + 2 * lead) + lead),
           out(call_, first, width, at) {
         find_mirrored();
+        if (sizeof(T) == 1 && corrected && in.pack == packing::plain8) curves.fill(params->samples);
     }
 
     void run() {
@@ -101,12 +102,15 @@ private:
     }
 
     void split(std::int32_t y, const std::uint8_t* from, const std::uint8_t* from_end, std::int32_t n, T* even, T* odd) {
-        if constexpr (sizeof(T) == 1)
-            if (!corrected) {
-                if (in.pack == packing::plain8) return Rows<T>::split_bytes(from, n, even, odd);
-                if (in.pack == packing::plain16 && from_end - from >= 2 * n)
-                    return Rows<T>::split_words(from, n, in.shift, even, odd);
+        if constexpr (sizeof(T) == 1) {
+            if (in.pack == packing::plain8 && from_end - from >= n) {
+                auto* bytes = reinterpret_cast<std::uint8_t*>(raw);
+                if (corrected) curves.apply(from, call.first_line + y, n, bytes);
+                return Rows<T>::split_bytes(corrected ? bytes : from, n, even, odd);
             }
+            if (!corrected && in.pack == packing::plain16 && from_end - from >= 2 * n)
+                return Rows<T>::split_words(from, n, in.shift, even, odd);
+        }
         Rows<T>::load(in, from, from_end, n, raw);
         if (corrected) Rows<T>::correct(params->samples, call.first_line + y, n, raw);
         Rows<T>::split_line(raw, n, even, odd);
@@ -141,6 +145,7 @@ private:
     std::byte* at;
     half_ring<T> half[2], green, difference;
     std::uint16_t* raw;
+    byte_curves<Rows<T>> curves; // of corrected bytes
     struct mirrored_cell {
         std::int32_t side, to, from_side, from;
     } mirrored[4 * mosaic_reach + 2];

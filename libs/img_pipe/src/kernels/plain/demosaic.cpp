@@ -18,7 +18,7 @@ template <class T>
 struct rows {
     static constexpr auto load = &load_line;
     static constexpr auto correct = &correct_line;
-    static constexpr auto look_up_sites = &img_pipe::look_up_sites;
+    static constexpr auto map_sites = &img_pipe::map_sites;
     static constexpr auto split_line = &img_pipe::split_line<T>;
     static constexpr auto split_bytes = &img_pipe::split_bytes;
     static constexpr auto split_words = &img_pipe::split_words;

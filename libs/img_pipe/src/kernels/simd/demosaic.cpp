@@ -2,6 +2,7 @@
 #include "level.h"
 
 #include "adjust_rows-inl.h"
+#include "byte_map-inl.h"
 #include "demosaic_rows-inl.h"
 
 namespace img_pipe {
@@ -13,7 +14,7 @@ template <class T>
 struct rows {
     static constexpr auto load = &load_line_v;
     static constexpr auto correct = &correct_line_v;
-    static constexpr auto look_up_sites = &look_up_sites_v;
+    static constexpr auto map_sites = &map_sites_v;
     static constexpr auto split_line = &split_line_v<T>;
     static constexpr auto split_bytes = &split_bytes_v;
     static constexpr auto split_words = &split_words_v;

@@ -339,66 +339,52 @@ HWY_ATTR void green_and_pixels_of(const green_step<std::uint8_t>& below, const m
 // Once all lines are written: what went past the caches is there for other threads too.
 [[maybe_unused]] HWY_ATTR void finish_v() { _mm_sfence(); }
 
-// The arithmetic of apply_fixed_matrix on a vector of 15-bit samples: products of pairs, added up in 32 bits.
-HWY_INLINE void fixed_matrix_15(const fixed_matrix& f, hn::Vec<hn::ScalableTag<std::int16_t>> (&v)[3]) {
-    const hn::ScalableTag<std::int16_t> tag;
-    const hn::ScalableTag<std::int32_t> sums;
-    const auto zero = hn::Zero(tag);
-    const auto bg_low = hn::InterleaveLower(tag, v[0], v[1]), bg_high = hn::InterleaveUpper(tag, v[0], v[1]);
-    const auto r_low = hn::InterleaveLower(tag, v[2], zero), r_high = hn::InterleaveUpper(tag, v[2], zero);
+// A row of the matrix as factors of the pairs (blue, green) and (red, white).
+struct matrix_row {
+    v16i bg, rw;
+    std::int32_t bits;
+    template <class T>
+    explicit HWY_INLINE matrix_row(const T& row)
+        : bg(factors(row.m[0], row.m[1])), rw(factors(row.m[2], row.of_white)), bits(row.bits) {}
+    // Four or eight results in 32 bits.
+    HWY_INLINE hn::Vec<d32i> operator()(v16i bg_pairs, v16i rw_pairs) const {
+        return hn::ShiftRightSame(hn::Add(pair_sums(bg_pairs, bg), pair_sums(rw_pairs, rw)), bits);
+    }
+};
+
+// The arithmetic of apply_fixed_matrix on a vector of each colour.
+HWY_INLINE void matrix_on(const matrix_row (&rows)[3], v8 (&c)[3]) {
+    const auto white = hn::Set(d8(), std::uint8_t{255});
+    const auto bg_low = hn::InterleaveLower(d8(), c[0], c[1]), bg_high = hn::InterleaveUpper(d8(), c[0], c[1]);
+    const auto rw_low = hn::InterleaveLower(d8(), c[2], white), rw_high = hn::InterleaveUpper(d8(), c[2], white);
+    const v16i bg[4] = {lower_half(bg_low), upper_half(bg_low), lower_half(bg_high), upper_half(bg_high)};
+    const v16i rw[4] = {lower_half(rw_low), upper_half(rw_low), lower_half(rw_high), upper_half(rw_high)};
+    for (int i = 0; i < 3; ++i)
+        c[i] = pack_bytes(hn::ReorderDemote2To(d16i(), rows[i](bg[0], rw[0]), rows[i](bg[1], rw[1])),
+                          hn::ReorderDemote2To(d16i(), rows[i](bg[2], rw[2]), rows[i](bg[3], rw[3])));
+}
+HWY_INLINE void matrix_on(const matrix_row (&rows)[3], hn::Vec<d16> (&c)[3]) {
+    const auto white = hn::Set(d16i(), std::int16_t{32767});
+    const auto upper_15 = [&](int i) HWY_ATTR { return hn::BitCast(d16i(), hn::ShiftRight<1>(c[i])); };
+    const v16i b = upper_15(0), g = upper_15(1), r = upper_15(2);
+    const auto bg_low = hn::InterleaveLower(d16i(), b, g), bg_high = hn::InterleaveUpper(d16i(), b, g);
+    const auto rw_low = hn::InterleaveLower(d16i(), r, white), rw_high = hn::InterleaveUpper(d16i(), r, white);
     for (int i = 0; i < 3; ++i) {
-        const fixed_matrix::row& row = f.rows[i];
-        const auto pair = [&](std::uint32_t low, std::uint32_t high) HWY_ATTR {
-            return hn::BitCast(tag, hn::Set(sums, static_cast<std::int32_t>((low & 0xFFFF) | high << 16)));
-        };
-        const auto bg = pair(static_cast<std::uint32_t>(row.m[0]), static_cast<std::uint32_t>(row.m[1])),
-                   r = pair(static_cast<std::uint32_t>(row.m[2]), 0);
-        auto none = hn::Zero(sums);
-        auto low = hn::ReorderWidenMulAccumulate(sums, bg_low, bg, hn::Set(sums, row.offset), none);
-        auto high = hn::ReorderWidenMulAccumulate(sums, bg_high, bg, hn::Set(sums, row.offset), none);
-        low = hn::ReorderWidenMulAccumulate(sums, r_low, r, low, none);
-        high = hn::ReorderWidenMulAccumulate(sums, r_high, r, high, none);
-        low = hn::ShiftRightSame(low, row.bits);
-        high = hn::ShiftRightSame(high, row.bits);
-        v[i] = hn::Max(hn::ReorderDemote2To(tag, low, high), zero); // saturates at 32767
+        const auto sum = hn::ReorderDemote2To(d16i(), rows[i](bg_low, rw_low), rows[i](bg_high, rw_high));
+        const auto v = hn::BitCast(d16(), hn::Max(sum, hn::Zero(d16i()))); // at most 32767
+        c[i] = hn::Or(hn::ShiftLeft<1>(v), hn::ShiftRight<14>(v));
     }
 }
 
 template <class T>
-HWY_ATTR void fixed_matrix_v(const fixed_matrix& f, std::int32_t x, std::int32_t n, three<T> c) {
-    const hn::ScalableTag<std::int16_t> tag;
-    const lanes_of<std::uint16_t> wide;
-    using vec15 = hn::Vec<decltype(tag)>;
-    constexpr std::int32_t step = lane_count<T>;
-    for (; x + step <= n; x += step) {
-        if constexpr (sizeof(T) == 1) {
-            vec15 low[3], high[3];
-            for (int i = 0; i < 3; ++i) {
-                const auto v = get(c.line[i] + x);
-                const auto none = hn::Zero(lanes_of<T>());
-                low[i] =
-                    hn::BitCast(tag, hn::ShiftRight<1>(hn::BitCast(wide, hn::InterleaveLower(lanes_of<T>(), none, v))));
-                high[i] =
-                    hn::BitCast(tag, hn::ShiftRight<1>(hn::BitCast(wide, hn::InterleaveUpper(lanes_of<T>(), none, v))));
-            }
-            fixed_matrix_15(f, low);
-            fixed_matrix_15(f, high);
-            const auto half = hn::Set(tag, std::int16_t{64});
-            for (int i = 0; i < 3; ++i)
-                put(pack_bytes(hn::ShiftRight<7>(hn::SaturatedAdd(low[i], half)),
-                               hn::ShiftRight<7>(hn::SaturatedAdd(high[i], half))),
-                    c.line[i] + x);
-        } else {
-            vec15 v[3];
-            for (int i = 0; i < 3; ++i) v[i] = hn::BitCast(tag, hn::ShiftRight<1>(get(c.line[i] + x)));
-            fixed_matrix_15(f, v);
-            for (int i = 0; i < 3; ++i) {
-                const auto u = hn::BitCast(wide, v[i]);
-                put(hn::Or(hn::ShiftLeft<1>(u), hn::ShiftRight<14>(u)), c.line[i] + x);
-            }
-        }
+HWY_ATTR void fixed_matrix_v(const fixed_matrix<T>& f, std::int32_t x, std::int32_t n, three<T> lines) {
+    const matrix_row rows[3] = {matrix_row(f.rows[0]), matrix_row(f.rows[1]), matrix_row(f.rows[2])};
+    for (; x + lane_count<T> <= n; x += lane_count<T>) {
+        vec<T> c[3] = {get(lines.line[0] + x), get(lines.line[1] + x), get(lines.line[2] + x)};
+        matrix_on(rows, c);
+        for (int i = 0; i < 3; ++i) put(c[i], lines.line[i] + x);
     }
-    apply_fixed_matrix(f, x, n, c);
+    apply_fixed_matrix(f, x, n, lines);
 }
 
 } // namespace
