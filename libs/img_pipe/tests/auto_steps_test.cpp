@@ -1,6 +1,7 @@
 // Single steps of the automatic functions, by numbers worked out by hand.
 #include "../src/auto_alg/auto_step.h"
 #include "../src/auto_alg/focus.h"
+#include "../src/auto_alg/pixel_reader.h"
 #include "../src/auto_alg/white_balance.h"
 
 #include <gtest/gtest.h>
@@ -136,4 +137,23 @@ TEST(FocusScore, NeighboursCountAnEighthAndTheMiddleMost) {
     EXPECT_EQ(
         measure_focus(make_view(middle.memory.data(), 384 * 384, fcc("Y800"), 384, 384), {0, 0, 384, 384}, -1).block,
         4);
+}
+
+// Samples that are read by groups are those that are read one by one, from every place of a line on.
+TEST(AutoFocus, PackedSamplesByGroups) {
+    for (const char* name : {"Y10p", "Y10P", "Y12p", "Y12P", "Y1DP"})
+        for (const std::int32_t width : {1, 7, 23}) {
+            const std::uint32_t id = img_pipe::fcc_from_text(name);
+            std::vector<std::uint8_t> memory(img_pipe::image_size(id, width, 2));
+            for (std::size_t i = 0; i < memory.size(); ++i) memory[i] = static_cast<std::uint8_t>(i * 73 + 41);
+            const auto view = make_view(memory.data(), static_cast<std::uint32_t>(memory.size()), id, width, 2);
+            const pixel_reader reader(view);
+            for (std::int32_t x = 0; x < width; ++x) {
+                std::vector<std::int16_t> details(static_cast<std::size_t>(width - x));
+                reader.details(x, 1, width - x, details.data());
+                for (std::int32_t k = 0; k < width - x; ++k)
+                    ASSERT_EQ(details[static_cast<std::size_t>(k)], reader.sample(x + k, 1) >> 6)
+                        << name << ' ' << x << '+' << k;
+            }
+        }
 }

@@ -154,3 +154,50 @@ TEST(SampleLines, InPlaceAtWidthsBetweenGroups) {
             }
         }
 }
+
+// Every byte at every site, through curves that straight pieces follow nearly all of the way and through tables that
+// are no curves at all.
+TEST(SampleLines, BytesThroughTablesOfEveryKind) {
+    std::mt19937 random(13);
+    std::vector<std::vector<std::uint16_t>> tables(1); // the first: none
+    const auto add = [&](auto value) {
+        auto& table = tables.emplace_back(65536);
+        for (std::size_t i = 0; i < table.size(); ++i)
+            table[i] =
+                static_cast<std::uint16_t>(std::clamp(65535.0 * value(static_cast<double>(i) / 65535), 0.0, 65535.0));
+    };
+    for (const double gamma : {0.05, 0.3, 0.45, 0.8, 2.2, 9.0})
+        for (const double factor : {1.0, 5.0})
+            add([=](double v) { return std::pow(std::clamp((v - 0.4) * factor + 0.4, 0.0, 1.0), gamma); });
+    add([](double v) { return v < 0.5 ? 0.0 : 1.0; });
+    add([](double v) { return 1 - v; });
+    add([](double v) { return 0.5 + 0.5 * std::sin(40 * v); });
+    add([&](double) { return static_cast<double>(random()) / 4294967296.0; });
+    constexpr float gains[][4] = {{1, 1, 1, 1}, {1.4F, 1, 1, 1.7F}, {0.03F, 3.99F, 0.999F, 0.5F}, {0, 1.001F, 2, 2}};
+    for (const std::uint32_t id : {fcc("RGGB"), fcc("Y800")})
+        for (const std::int32_t width : {512, 577})
+            for (const auto& table : tables)
+                for (const auto& gain : gains) {
+                    const sample_params p{
+                        {gain[0], gain[1], gain[2], gain[3]}, 0, table.empty() ? nullptr : table.data(), nullptr};
+                    const image picture(id, width, 2, 0);
+                    std::vector<std::uint8_t> original, expected;
+                    for (std::int32_t i = 0; i < 2 * width; ++i) {
+                        const std::int32_t x = i % width;
+                        const auto v = static_cast<std::uint8_t>(x / 2 * 37);
+                        const float r = std::nearbyint(
+                            std::min(static_cast<float>(v * 257) * gain[i / width * 2 + x % 2], 65535.0F));
+                        const auto word = static_cast<std::uint16_t>(r);
+                        original.push_back(v);
+                        expected.push_back(static_cast<std::uint8_t>((table.empty() ? word : table[word]) >> 8));
+                    }
+                    for (const filter_table& level : levels()) {
+                        std::ranges::copy(original, picture.view.plane_data[0].data);
+                        run(find_kernel(level, kernel_slot::apply_whitebalance, picture.view, picture.view),
+                            picture.view, picture.view, &p);
+                        ASSERT_TRUE(std::equal(expected.begin(), expected.end(), picture.view.plane_data[0].data))
+                            << fcc_name(id) << " width " << width << " level " << level[0].required_cpu << " table "
+                            << &table - tables.data() << " gains " << &gain - gains;
+                    }
+                }
+}

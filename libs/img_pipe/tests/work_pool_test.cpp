@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <thread>
 #include <vector>
@@ -17,6 +18,50 @@ TEST(WorkPool, Split) {
         const line_split split = split_lines(row.height, row.threads);
         EXPECT_EQ(split.pieces, row.pieces) << row.height;
         EXPECT_EQ(split.piece_lines, row.lines) << row.height;
+    }
+}
+
+// The limit binds those alone that ask for all threads, from the next image on.
+TEST(WorkPool, LimitOfThreads) {
+    using parallel_pixkit::pixkit_work_pool;
+    const unsigned processors = std::max(std::thread::hardware_concurrency(), 1U);
+    concurrency all, three;
+    struct {
+        unsigned limit;
+        std::int32_t threads;
+    } const rows[] = {{1, 1},
+                      {2, static_cast<std::int32_t>(std::min(processors, 2U))},
+                      {0, 1},
+                      {16, static_cast<std::int32_t>(std::min(processors, 16U))}};
+    EXPECT_EQ(pixkit_work_pool::thread_limit(), pixkit_work_pool::default_thread_limit);
+    for (const auto& row : rows) {
+        pixkit_work_pool::set_thread_limit(row.limit);
+        all.set_concurrency(0);
+        three.set_concurrency(3);
+        EXPECT_EQ(all.threads(), row.threads) << row.limit;
+        EXPECT_EQ(all.pool() != nullptr, row.threads > 1) << row.limit;
+        EXPECT_EQ(three.threads(), 3) << row.limit;
+    }
+    pixkit_work_pool::set_thread_limit(pixkit_work_pool::default_thread_limit);
+}
+
+// As many pieces at once as max_concurrency says: each waits for all others to have begun.
+TEST(WorkPool, RunsAsManyAtOnceAsAskedFor) {
+    std::vector<std::uint8_t> data(64 * 24);
+    const img_descriptor view = make_view(data.data(), 64 * 24, fcc("Y800"), 1, 64 * 24);
+    concurrency on;
+    for (const int threads : {2, 20, 1, 3}) { // more than the limit, too
+        on.set_concurrency(static_cast<unsigned>(threads));
+        std::atomic<int> begun{0};
+        run_parallel(
+            on,
+            [&](const img_descriptor&, const img_descriptor&, std::int32_t, std::int32_t) {
+                ++begun;
+                begun.notify_all();
+                for (int now = begun.load(); now != threads; now = begun.load()) begun.wait(now);
+            },
+            view, view);
+        EXPECT_EQ(begun.load(), threads);
     }
 }
 

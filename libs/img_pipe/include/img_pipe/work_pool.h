@@ -47,8 +47,12 @@ public:
 // ...
 class pixkit_work_pool : public worker_thread_pool {
 public:
-    static constexpr unsigned thread_limit = 16;
-    // `max_concurrency` 0: the lesser of the processor's threads and thread_limit.
+    static constexpr unsigned default_thread_limit = 16;
+    // How many threads those take that ask for all; 1 at least. Thread-safe. For the whole process; images begun later
+    // obey it.
+    static void set_thread_limit(unsigned limit);
+    static unsigned thread_limit();
+    // `max_concurrency` as it stands; 0: the lesser of the processor's threads and the limit.
     static unsigned thread_count(unsigned max_concurrency);
     // The pool with at least `threads` workers; the caller holds a reference.
     static pixkit_work_pool* acquire(unsigned threads);
@@ -87,14 +91,14 @@ public:
     ~concurrency();
     concurrency(const concurrency&) = delete;
     concurrency& operator=(const concurrency&) = delete;
-    // 0: all, 1: none. Takes the pool when more than one thread is wanted.
-    void set_concurrency(unsigned count);
+    // 0: all, 1: none. Takes the pool when more than one thread is wanted. More than max_pieces count as that many.
+    void set_concurrency(unsigned max_concurrency);
+    // What a call to run_parallel uses at most, the caller's included.
     std::int32_t threads() const { return count; }
     parallel_pixkit::worker_thread_pool* pool() const { return held; }
 
 private:
     std::int32_t count = 1;
-    unsigned wanted = 1;
     parallel_pixkit::pixkit_work_pool* held = nullptr;
 };
 

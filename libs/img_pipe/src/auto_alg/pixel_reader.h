@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <type_traits>
 
 namespace auto_alg {
 
@@ -103,12 +104,52 @@ public:
         } else if (layout.kind == picture::bgr) {
             const std::uint8_t* const from = line + static_cast<std::ptrdiff_t>(layout.channels) * x + 1;
             for (std::int32_t k = 0; k < n; ++k) out[k] = static_cast<std::int16_t>(from[layout.channels * k] << 2);
+        } else if (ip::group_of(layout.samples.pack) > 1) {
+            packed_details(x, y, n, out);
         } else {
             for (std::int32_t k = 0; k < n; ++k) out[k] = detail(x + k, y);
         }
     }
 
 private:
+    // The upper ten bits of packed samples, by whole groups of bytes where the line has them.
+    void packed_details(std::int32_t x, std::int32_t y, std::int32_t n, std::int16_t* out) const {
+        const std::uint8_t* const line = base + y * stride;
+        const auto by_groups = [&]<int samples, int bytes>(std::integral_constant<int, samples>,
+                                                           std::integral_constant<int, bytes>, auto ten_bits) {
+            const std::int32_t groups_end = static_cast<std::int32_t>(line_bytes / bytes) * samples;
+            std::int32_t k = 0;
+            for (; k < n && (x + k) % samples != 0; ++k) out[k] = detail(x + k, y);
+            const std::uint8_t* p = line + static_cast<std::ptrdiff_t>((x + k) / samples) * bytes;
+            for (; k + samples <= n && x + k + samples <= groups_end; k += samples, p += bytes)
+                for (int i = 0; i < samples; ++i) out[k + i] = static_cast<std::int16_t>(ten_bits(p, i));
+            for (; k < n; ++k) out[k] = detail(x + k, y);
+        };
+        constexpr std::integral_constant<int, 2> two;
+        constexpr std::integral_constant<int, 3> three;
+        constexpr std::integral_constant<int, 4> four;
+        constexpr std::integral_constant<int, 5> five;
+        switch (layout.samples.pack) {
+        case ip::packing::p12:
+            return by_groups(two, three, [](const std::uint8_t* p, int i) {
+                return i == 0 ? p[0] >> 2 | (p[1] & 15) << 6 : p[1] >> 6 | p[2] << 2;
+            });
+        case ip::packing::packed12:
+            return by_groups(two, three, [](const std::uint8_t* p, int i) {
+                return i == 0 ? p[0] << 2 | (p[1] >> 2 & 3) : p[2] << 2 | p[1] >> 6;
+            });
+        case ip::packing::mipi12:
+            return by_groups(two, three,
+                             [](const std::uint8_t* p, int i) { return p[i] << 2 | (p[2] >> (2 + 4 * i) & 3); });
+        case ip::packing::p10:
+            return by_groups(four, five, [](const std::uint8_t* p, int i) {
+                return (p[i] >> 2 * i | p[i + 1] << (8 - 2 * i)) & 1023;
+            });
+        default: // four high bytes, then the low bits
+            return by_groups(four, five, [](const std::uint8_t* p, int i) { return p[i] << 2 | (p[4] >> 2 * i & 3); });
+        }
+    }
+
     std::int16_t detail(std::int32_t x, std::int32_t y) const {
         switch (layout.kind) {
         case picture::grey:

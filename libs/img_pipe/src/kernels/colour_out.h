@@ -4,6 +4,7 @@
 #include "plain/colour_out_rows.h"
 #include "plain/demosaic_rows.h"
 #include "sample_lines.h"
+#include <stdlib.h>
 
 namespace img_pipe {
 namespace {
@@ -30,7 +31,8 @@ public:
           width(width_),
           large(std::int64_t{call.image_height} * call.dst.plane_data[0].stride >= (std::int64_t{8} << 20)),
           planar(call.dst.format == fcc("I420") || call.dst.format == fcc("YV12")) {
-        if (matrix()) fixed = fixed_of(params->matrix, narrow_lanes ? 255 << 7 : 32767);
+        if (matrix()) fixed = fixed_of<T>(params->matrix);
+        if (narrow_lanes && gamma()) fit_curve(params->gamma8, curve);
         for (int i = 0; i < 3; ++i) {
             lines.line[i] = take_line<T>(scratch, width);
             bytes.line[i] =
@@ -42,11 +44,15 @@ public:
 
     // Where the line's colours are put; room for colour_pad columns more.
     three<T> colours() const { return lines; }
-    // Whether colours go out as they come.
-    bool neutral() const { return !matrix() && !gamma(); }
+    // Whether colours go out as they come, into pixels.
+    bool as_it_is() const {
+        return !matrix() && !gamma() && (dst.format == fcc("BGR3") || dst.format == fcc("BGR4"));
+    }
     // A picture that leaves no room in the last cache is not put there: nothing is fetched only to be overwritten.
-    bool past_caches() const { return large; }
-    std::uint8_t* at(std::int32_t y, std::int32_t pixel_bytes) const { return line_of(dst, y) + first * pixel_bytes; }
+    pixel_lines pixels(std::int32_t y) const {
+        const std::int32_t channels = dst.format == fcc("BGR3") ? 3 : 4;
+        return {at(y, channels), channels, getenv("NT") ? getenv("NT")[0]=='1' : large};
+    }
 
     // Writes line y from colours().
     void put(std::int32_t y) {
@@ -68,6 +74,7 @@ public:
 
 private:
     static constexpr bool narrow_lanes = sizeof(T) == 1;
+    std::uint8_t* at(std::int32_t y, std::int32_t pixel_bytes) const { return line_of(dst, y) + first * pixel_bytes; }
     bool matrix() const { return params != nullptr && params->matrix_on; }
     bool gamma() const {
         return params != nullptr && (narrow_lanes ? params->gamma8 != nullptr : params->gamma != nullptr);
@@ -77,8 +84,7 @@ private:
         if (matrix()) Rows<T>::fixed_matrix(fixed, 0, width, lines);
         for (int i = 0; i < 3; ++i)
             if constexpr (narrow_lanes) {
-                if (gamma())
-                    Rows<T>::look_up_sites(params->gamma8, params->gamma8, lines.line[i], width, lines.line[i]);
+                if (gamma()) Rows<T>::map_sites(curve, curve, lines.line[i], width, lines.line[i]);
             } else if (gamma()) {
                 look_up_byte(params->gamma, lines.line[i], width, bytes.line[i]);
             } else {
@@ -116,7 +122,8 @@ private:
     const demosaic_params* params;
     std::int32_t first, width;
     bool large, planar;
-    fixed_matrix fixed{};
+    fixed_matrix<T> fixed{};
+    byte_curve curve; // gamma of bytes
     three<T> lines{};
     three8 bytes{}, yuv[2]{};
 };

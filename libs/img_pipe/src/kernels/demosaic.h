@@ -2,7 +2,7 @@
 // cache, so a frame is read once and written once. The level's steps come as `Rows<T>`; T is 8 bits where bytes come in
 // or nothing but bytes goes out, 16 bits otherwise.
 //
-// Line y of a result needs the mosaic's lines y - 5 to y + 5; outside the image they are its mirror. Every value
+// Line y of a result needs the mosaic's lines y - 3 to y + 3; outside the image they are its mirror. Every value
 // depends on the mosaic alone, not on where strips or tiles begin.
 #pragma once
 #include "colour_out.h"
@@ -10,7 +10,7 @@
 namespace img_pipe {
 namespace {
 
-constexpr std::int32_t mosaic_reach = 6; // cells that a result reaches on each side
+constexpr std::int32_t mosaic_reach = 3; // cells that a result reaches on each side
 constexpr std::int32_t lead = 16;        // pixels that a tile reads on each side; a whole number of packed groups
 // Steps begin this many cells before the tile, where lines are aligned; what they make of cells beyond the reach is
 // never used.
@@ -43,25 +43,23 @@ public:
           pitch((static_cast<std::size_t>(cells + cells_before + cells_behind) * sizeof(T) + 63) / 64 * 64 / sizeof(T)),
           at(call_.scratch),
           half{take(8), take(8)},
-          green_h(take(4)),
-          green_v(take(8)),
-          difference_h(take(1)),
-          difference_v(take(4)),
-          step_h(take(4)),
-          step_v(take(4)),
           green(take(4)),
           difference(take(4)),
           raw(take_line<std::uint16_t>(at, 2 * cells + 2 * lead) + lead),
           out(call_, first, width, at) {
         find_mirrored();
+        if (sizeof(T) == 1 && corrected && in.pack == packing::plain8) curves.fill(params->samples);
     }
 
     void run() {
-        for (std::int32_t y = -5; y < call.src.height + 5; ++y) {
+        for (std::int32_t y = -3; y < call.src.height + 3; ++y) {
             load(y);
-            if (y >= -1) find_candidates(y - 2);
-            if (y >= 3) choose(y - 4);
-            if (y >= 5) emit(y - 5);
+            if (y < 1) continue;
+            const green_step<T> below = green_of(y - 2);
+            if (y < 3)
+                Rows<T>::find_green(below);
+            else
+                emit(y - 3, below);
         }
         Rows<T>::finish();
     }
@@ -104,41 +102,36 @@ private:
     }
 
     void split(std::int32_t y, const std::uint8_t* from, const std::uint8_t* from_end, std::int32_t n, T* even, T* odd) {
-        if constexpr (sizeof(T) == 1)
-            if (!corrected) {
-                if (in.pack == packing::plain8) return Rows<T>::split_bytes(from, n, even, odd);
-                if (in.pack == packing::plain16 && from_end - from >= 2 * n)
-                    return Rows<T>::split_words(from, n, in.shift, even, odd);
+        if constexpr (sizeof(T) == 1) {
+            if (in.pack == packing::plain8 && from_end - from >= n) {
+                auto* bytes = reinterpret_cast<std::uint8_t*>(raw);
+                if (corrected) curves.apply(from, call.first_line + y, n, bytes);
+                return Rows<T>::split_bytes(corrected ? bytes : from, n, even, odd);
             }
+            if (!corrected && in.pack == packing::plain16 && from_end - from >= 2 * n)
+                return Rows<T>::split_words(from, n, in.shift, even, odd);
+        }
         Rows<T>::load(in, from, from_end, n, raw);
         if (corrected) Rows<T>::correct(params->samples, call.first_line + y, n, raw);
         Rows<T>::split_line(raw, n, even, odd);
     }
 
-    void find_candidates(std::int32_t y) {
-        Rows<T>::candidates(
-            {c(y), g(y), g(y - 1), g(y + 1), c(y - 2), c(y + 2), c_first(y)}, first_step, cells + 3,
-            {green_h[y], green_v[y], difference_h[y], difference_v[y], difference_v[y - 2], step_v[y - 2]});
-        Rows<T>::steps(difference_h[y], difference_h[y] + 1, first_step, cells + 2, step_h[y]);
+    green_step<T> green_of(std::int32_t y) const {
+        return {{c(y), g(y), g(y - 1), g(y + 1), c(y - 2), c(y + 2), c_first(y)},
+                first_step,
+                cells + 1,
+                green[y],
+                difference[y]};
     }
 
-    void choose(std::int32_t y) {
-        Rows<T>::choose({{step_h[y - 1], step_h[y], step_h[y + 1]},
-                         {step_v[y - 2], step_v[y - 1], step_v[y]},
-                         green_h[y],
-                         {green_v[y - 2], green_v[y], green_v[y + 2]},
-                         {c(y - 2), c(y), c(y + 2)},
-                         c_first(y)},
-                        first_step, cells + 1, green[y], difference[y]);
-    }
-
-    void emit(std::int32_t y) {
+    // Line y, and before it `below`: green of the line after it.
+    void emit(std::int32_t y, const green_step<T>& below) {
         const mosaic_lines<T> lines{
             c(y),     g(y),         green[y],          difference[y], c(y - 1), green[y - 1], difference[y - 1],
             c(y + 1), green[y + 1], difference[y + 1], c_first(y),    red(y)};
         if constexpr (sizeof(T) == 1)
-            if (call.dst.format == fcc("BGR4") && out.neutral())
-                return Rows<T>::colours_bgr4(lines, width, out.colours(), out.past_caches(), out.at(y, 4));
+            if (out.as_it_is()) return Rows<T>::green_and_pixels(below, lines, width, out.colours(), out.pixels(y));
+        Rows<T>::find_green(below);
         Rows<T>::colours(lines, 0, cells, out.colours());
         out.put(y);
     }
@@ -150,8 +143,9 @@ private:
     std::int32_t first, cells, width;
     std::size_t pitch;
     std::byte* at;
-    half_ring<T> half[2], green_h, green_v, difference_h, difference_v, step_h, step_v, green, difference;
+    half_ring<T> half[2], green, difference;
     std::uint16_t* raw;
+    byte_curves<Rows<T>> curves; // of corrected bytes
     struct mirrored_cell {
         std::int32_t side, to, from_side, from;
     } mirrored[4 * mosaic_reach + 2];

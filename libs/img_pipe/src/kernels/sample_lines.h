@@ -1,6 +1,7 @@
 // From any packing of samples to any other, line by line through a line buffer in the cache, corrected on the way. The
 // level's line functions come as `Rows`: load, store, correct. In place (source and destination the same view) is fine.
 #pragma once
+#include "byte_curve.h"
 #include "plain/correct_rows.h"
 #include "plain/sample_rows.h"
 
@@ -25,8 +26,8 @@ namespace {
     return view.plane_data[plane].data + static_cast<std::ptrdiff_t>(view.plane_data[plane].stride) * y;
 }
 
-// One past what may be read for line `y` of the strip. Where a line ends inside a group of samples, the missing bits are
-// not those of the next line. In place, lines outside the strip may be changing.
+// One past what may be read for line `y` of the strip. Where a line ends inside a group of samples, the missing bits
+// are not those of the next line. In place, lines outside the strip may be changing.
 [[maybe_unused]] const std::uint8_t* read_end(const kernel_call& call, sample_layout in, std::int32_t y) {
     const std::int32_t bytes = line_bytes(in, call.src.width);
     if (call.src.width % group_of(in.pack) != 0) return line_end(call.src, y, bytes);
@@ -38,30 +39,35 @@ namespace {
     return reinterpret_cast<std::uintptr_t>(p) % alignof(std::uint16_t) == 0;
 }
 
-// What becomes of each byte, by the four sites of a cell: corrections of bytes need no arithmetic per sample.
+// What becomes of each byte, by the four sites of a cell: corrections of bytes need no arithmetic of samples.
 template <class Rows>
-class byte_tables {
+class byte_curves {
 public:
     void fill(const sample_params& samples) {
         alignas(64) std::uint16_t memory[2 * line_pad + 256];
         std::uint16_t* line = memory + line_pad;
+        std::uint8_t table[256];
         for (int site = 0; site < 4; ++site) {
-            same[site] = site > 0 && samples.gain[site] == samples.gain[site - 1];
+            same_as[site] = site;
+            for (int other = 0; other < site && same_as[site] == site; ++other)
+                if (samples.gain[site] == samples.gain[other]) same_as[site] = other;
+            if (same_as[site] != site) continue;
             sample_params alike = samples;
             for (float& gain : alike.gain) gain = samples.gain[site];
             for (int v = 0; v < 256; ++v) line[v] = static_cast<std::uint16_t>(v * 257);
             Rows::correct(alike, 0, 256, line);
-            for (int v = 0; v < 256; ++v) tables[site][v] = static_cast<std::uint8_t>(line[v] >> 8U);
+            for (int v = 0; v < 256; ++v) table[v] = static_cast<std::uint8_t>(line[v] >> 8U);
+            fit_curve(table, curves[site]);
         }
     }
     void apply(const std::uint8_t* in, std::int32_t y, std::int32_t width, std::uint8_t* out) const {
         const int site = (y & 1) * 2;
-        Rows::look_up_sites(tables[site], tables[same[site + 1] ? site : site + 1], in, width, out);
+        Rows::map_sites(curves[same_as[site]], curves[same_as[site + 1]], in, width, out);
     }
 
 private:
-    alignas(16) std::uint8_t tables[4][256];
-    bool same[4];
+    byte_curve curves[4];
+    int same_as[4];
 };
 
 template <class Rows>
@@ -72,16 +78,18 @@ void sample_lines(const kernel_call& call) {
     const std::int32_t width = call.src.width, out_bytes = line_bytes(out, width);
     std::byte* at = call.scratch;
     std::uint16_t* line = take_ring(at, width, 1).line(0);
-    const bool by_table = samples != nullptr && in.pack == packing::plain8 && out.pack == packing::plain8;
-    byte_tables<Rows> tables;
-    if (by_table) tables.fill(*samples);
+    const bool by_curve = samples != nullptr && in.pack == packing::plain8 && out.pack == packing::plain8;
+    byte_curves<Rows> curves;
+    if (by_curve) curves.fill(*samples);
+    const bool packed_alike = samples != nullptr && samples->table == nullptr && in.pack == out.pack &&
+                              in.shift == out.shift && group_of(in.pack) > 1;
     const bool as_they_are = samples == nullptr && !in_place;
     for (std::int32_t y = 0; y < call.src.height; ++y) {
         const std::uint8_t* from = line_of(call.src, y);
         std::uint8_t* to = line_of(call.dst, y);
         const std::uint8_t* end = read_end(call, in, y);
-        if (by_table && call.data_end - from >= width) {
-            tables.apply(from, call.first_line + y, width, to);
+        if (by_curve && call.data_end - from >= width) {
+            curves.apply(from, call.first_line + y, width, to);
             continue;
         }
         // Words in the form of a line buffer need no other.
@@ -97,6 +105,11 @@ void sample_lines(const kernel_call& call) {
         if (samples != nullptr && in_place && in.pack == packing::plain16 && in.shift == 0 && out.shift == 0 &&
             holds_words(to)) {
             Rows::correct(*samples, call.first_line + y, width, reinterpret_cast<std::uint16_t*>(to));
+            continue;
+        }
+        if (packed_alike) {
+            Rows::correct_packed(in, *samples, call.first_line + y, width,
+                                 {from, end, to, line_end(call.dst, y, out_bytes)}, line);
             continue;
         }
         Rows::load(in, from, end, width, line);

@@ -14,6 +14,8 @@ namespace parallel_pixkit {
 
 namespace {
 
+std::atomic<unsigned> most_threads{pixkit_work_pool::default_thread_limit};
+
 // The process's one pool. `registry` guards its existence, the pool's own lock its queue.
 class shared_pool final : public pixkit_work_pool {
 public:
@@ -66,7 +68,7 @@ private:
     void grow(unsigned threads) {
         const std::lock_guard guard(lock);
         try {
-            while (workers.size() < std::min(threads, thread_limit))
+            while (workers.size() < threads)
                 workers.emplace_back([this, index = workers.size()] { work(index); });
         } catch (const std::system_error&) {
             // The system gives no more threads: those there are do the work, or the caller alone.
@@ -102,9 +104,14 @@ private:
 
 } // namespace
 
+void pixkit_work_pool::set_thread_limit(unsigned limit) { most_threads.store(std::max(limit, 1U)); }
+
+unsigned pixkit_work_pool::thread_limit() { return most_threads.load(std::memory_order_relaxed); }
+
 unsigned pixkit_work_pool::thread_count(unsigned max_concurrency) {
     if (max_concurrency != 0) return max_concurrency;
-    return std::clamp(std::thread::hardware_concurrency(), 1U, thread_limit);
+    static const unsigned processors = std::thread::hardware_concurrency(); // a system call
+    return std::clamp(processors, 1U, thread_limit());
 }
 
 pixkit_work_pool* pixkit_work_pool::acquire(unsigned threads) { return shared_pool::take(threads); }
@@ -127,10 +134,9 @@ concurrency::~concurrency() {
 }
 
 void concurrency::set_concurrency(unsigned max_concurrency) {
-    if (max_concurrency == wanted) return;
-    wanted = max_concurrency;
     const unsigned threads = std::min(parallel_pixkit::pixkit_work_pool::thread_count(max_concurrency),
                                       static_cast<unsigned>(parallel_pixkit::max_pieces));
+    if (static_cast<std::int32_t>(threads) == count) return;
     parallel_pixkit::pixkit_work_pool* before = held;
     held = threads > 1 ? parallel_pixkit::pixkit_work_pool::acquire(threads - 1) : nullptr;
     if (before != nullptr) before->release();

@@ -7,29 +7,34 @@ namespace img_pipe {
 namespace {
 
 // A colour matrix in fixed point: coefficients of `bits` fractional bits, as many as keep the sum of a row's products
-// and offset within 32 bits. Lines are blue, green, red, as everywhere; rows and coefficients too.
+// and offset within 32 bits. Lines are blue, green, red, as everywhere; rows and coefficients too. Samples of 16 bits
+// take part with their upper 15.
+template <class T>
 struct fixed_matrix {
+    static constexpr std::int32_t white = sizeof(T) == 1 ? 255 : 32767;
     struct row {
         std::int16_t m[3];
-        std::int32_t offset; // in products, half a result included for rounding
+        std::int16_t of_white; // the offset in parts of white, half a result included for rounding
         std::int32_t bits;
     } rows[3];
 };
 
-// Coefficients beyond 1000 count as that, what is no number as 0. `white` is the full scale in 15 bits.
-[[maybe_unused]] fixed_matrix fixed_of(const matrix_params& p, std::int16_t white) {
-    fixed_matrix f{};
+// Coefficients beyond 1000 count as that, what is no number as 0.
+template <class T>
+[[maybe_unused]] fixed_matrix<T> fixed_of(const matrix_params& p) {
+    fixed_matrix<T> f{};
     for (int i = 0; i < 3; ++i) {
         float m[4], above = 0, below = 0, largest = 1;
         for (int j = 0; j < 4; ++j) {
             const float v = p.m[i][j];
             m[j] = v > 1000 ? 1000.0F : v < -1000 ? -1000.0F : v == v ? v : 0.0F;
+            if (j == 3) m[j] += 0.5F / static_cast<float>(fixed_matrix<T>::white);
             const float size = m[j] < 0 ? -m[j] : m[j];
             if (m[j] > 0) above += size;
             if (m[j] < 0) below += size;
-            if (j < 3 && size > largest) largest = size;
+            if (size > largest) largest = size;
         }
-        fixed_matrix::row& row = f.rows[2 - i];
+        auto& row = f.rows[2 - i];
         const float sum = above > below ? above : below;
         const auto fits = [&] {
             const auto scale = static_cast<float>(1 << row.bits);
@@ -39,32 +44,22 @@ struct fixed_matrix {
         while (!fits()) --row.bits;
         const auto scale = static_cast<float>(1 << row.bits);
         for (int j = 0; j < 3; ++j) row.m[2 - j] = static_cast<std::int16_t>(nearest(m[j] * scale));
-        row.offset = nearest(m[3] * scale) * white + (1 << row.bits >> 1);
+        row.of_white = static_cast<std::int16_t>(nearest(m[3] * scale));
     }
     return f;
 }
 
-// 15 bits of a sample, and back: 8 bits rounded, 16 bits with the upper bit repeated.
-template <class T>
-[[maybe_unused]] std::int32_t to_15(T v) {
-    return sizeof(T) == 1 ? v << 7 : v >> 1;
-}
-template <class T>
-[[maybe_unused]] T from_15(std::int32_t v) {
-    return static_cast<T>(sizeof(T) == 1 ? (v + 64 > 32767 ? 32767 : v + 64) >> 7 : v << 1 | v >> 14);
-}
-
 // In place on pixels [x, n).
 template <class T>
-[[maybe_unused]] void apply_fixed_matrix(const fixed_matrix& f, std::int32_t x, std::int32_t n, three<T> c) {
+[[maybe_unused]] void apply_fixed_matrix(const fixed_matrix<T>& f, std::int32_t x, std::int32_t n, three<T> c) {
+    constexpr std::int32_t white = fixed_matrix<T>::white, unused = sizeof(T) == 1 ? 0 : 1;
     for (; x < n; ++x) {
-        const auto b = static_cast<std::int16_t>(to_15<T>(c.line[0][x])),
-                   g = static_cast<std::int16_t>(to_15<T>(c.line[1][x])),
-                   r = static_cast<std::int16_t>(to_15<T>(c.line[2][x]));
+        const std::int32_t b = c.line[0][x] >> unused, g = c.line[1][x] >> unused, r = c.line[2][x] >> unused;
         for (int i = 0; i < 3; ++i) {
-            const fixed_matrix::row& row = f.rows[i];
-            const std::int32_t sum = (b * row.m[0] + g * row.m[1] + r * row.m[2] + row.offset) >> row.bits;
-            c.line[i][x] = from_15<T>(sum < 0 ? 0 : sum > 32767 ? 32767 : sum);
+            const auto& row = f.rows[i];
+            std::int32_t sum = (b * row.m[0] + g * row.m[1] + r * row.m[2] + white * row.of_white) >> row.bits;
+            sum = sum < 0 ? 0 : sum > white ? white : sum;
+            c.line[i][x] = static_cast<T>(unused == 0 ? sum : sum << 1 | sum >> 14); // the lowest bit as the highest
         }
     }
 }

@@ -5,9 +5,11 @@ namespace img_pipe::plain {
 
 namespace {
 
-void colours_bgr4(const mosaic_lines<std::uint8_t>& in, std::int32_t width, three8 line, bool, std::uint8_t* to) {
+void green_and_pixels(const green_step<std::uint8_t>& below, const mosaic_lines<std::uint8_t>& in, std::int32_t width,
+                      three8 line, pixel_lines out) {
+    find_green(below);
     colours(in, 0, (width + 1) / 2, line);
-    join_bgr(4, {{line.line[0], line.line[1], line.line[2]}}, 0, width, to);
+    join_bgr(out.channels, {{line.line[0], line.line[1], line.line[2]}}, 0, width, out.to);
 }
 
 void finish() {}
@@ -16,15 +18,13 @@ template <class T>
 struct rows {
     static constexpr auto load = &load_line;
     static constexpr auto correct = &correct_line;
-    static constexpr auto look_up_sites = &img_pipe::look_up_sites;
+    static constexpr auto map_sites = &img_pipe::map_sites;
     static constexpr auto split_line = &img_pipe::split_line<T>;
     static constexpr auto split_bytes = &img_pipe::split_bytes;
     static constexpr auto split_words = &img_pipe::split_words;
-    static constexpr auto candidates = &img_pipe::candidates<T>;
-    static constexpr auto steps = &img_pipe::steps<T>;
-    static constexpr auto choose = &img_pipe::choose<T>;
+    static constexpr auto find_green = &img_pipe::find_green<T>;
     static constexpr auto colours = &img_pipe::colours<T>;
-    static constexpr auto colours_bgr4 = &plain::colours_bgr4;
+    static constexpr auto green_and_pixels = &plain::green_and_pixels;
     static constexpr auto finish = &plain::finish;
     static constexpr auto fixed_matrix = &apply_fixed_matrix<T>;
     static constexpr auto matrix16 = &apply_matrix<std::uint16_t>;

@@ -12,16 +12,10 @@ namespace {
 
 template <class T>
 constexpr std::int32_t most_of = static_cast<T>(~T{0});
-template <class T>
-constexpr std::int32_t middle_of = most_of<T> / 2 + 1;
 // Colour differences that are less than this apart, in counts, show no edge.
 template <class T>
 constexpr std::int32_t least_edge = 4 * (most_of<T> / 255);
-// Directions whose steps are no further apart than this, in halves of a count, are alike.
-template <class T>
-constexpr std::int32_t alike = 2 * (most_of<T> / 255);
-
-// What the search for the direction sees of a line: half lines of the line itself and its neighbours.
+// What green at the samples of red or blue is made from: half lines of the line itself and its neighbours.
 template <class T>
 struct green_lines {
     const T *c, *g;             // this line
@@ -30,22 +24,12 @@ struct green_lines {
     bool c_first;               // c stands in the even columns
 };
 
-// Green at each c, taken along the line and across it, and c's differences from them.
+// Green of cells [first, end) of a line, and `difference`: c less green.
 template <class T>
-struct candidate_lines {
-    T *h, *v, *difference_h, *difference_v;
-    const T* difference_above; // difference_v two lines above
-    T* step_v;                 // how far the two stand apart
-};
-
-template <class T>
-struct vote_lines {
-    const T* step_h[3]; // of lines y - 1 .. y + 1: steps of the differences along the line between cells k and k + 1
-    const T* step_v[3]; // across: between lines y - 2 and y, y - 1 and y + 1, y and y + 2
-    const T* h;         // green of this line along it,
-    const T* v[3];      // and of lines y - 2, y, y + 2 across
-    const T* c[3];      // samples of these lines
-    bool c_first;
+struct green_step {
+    green_lines<T> lines;
+    std::int32_t first, end;
+    T *green, *difference;
 };
 
 template <class T>
@@ -56,6 +40,13 @@ struct mosaic_lines {
     const T *c_below, *green_below, *difference_below;
     bool c_first;
     bool red; // c is red
+};
+
+// A line of BGR3 or BGR4.
+struct pixel_lines {
+    std::uint8_t* to;
+    std::int32_t channels;
+    bool past_caches;
 };
 
 [[maybe_unused]] std::int32_t average(std::int32_t a, std::int32_t b) { return (a + b + 1) >> 1; }
@@ -99,60 +90,26 @@ template <class T>
     }
 }
 
-// Green at c along one direction: the mean of its neighbours, and half of what c stands above its own neighbours, but
-// no further from the four greens around than they are apart: red and blue may have edges where green has none.
+// Green at each c, along the line or across it, wherever greens and c itself change less: the mean of its two neighbours
+// there, and half of what c stands above its own. That half is no more than the greens around differ: red and blue may
+// have edges where green has none.
 template <class T>
-[[maybe_unused]] std::int32_t green_between(std::int32_t c, std::int32_t g0, std::int32_t g1, std::int32_t c0,
-                                            std::int32_t c1, std::int32_t low, std::int32_t high) {
-    const std::int32_t above = half_difference<T>(c, average(c0, c1)) - middle_of<T>;
-    return lesser(greater(limited<T>(average(g0, g1) + above), low), high);
-}
-
-template <class T>
-[[maybe_unused]] void candidates(const green_lines<T>& in, std::int32_t first, std::int32_t end,
-                                 const candidate_lines<T>& out) {
-    const std::int32_t w = in.c_first ? -1 : 0;
-    for (std::int32_t k = first; k < end; ++k) {
+[[maybe_unused]] void find_green(const green_step<T>& step) {
+    const green_lines<T>& in = step.lines;
+    const std::int32_t w = in.c_first ? -1 : 0; // from c to the green on its left
+    for (std::int32_t k = step.first; k < step.end; ++k) {
         const std::int32_t c = in.c[k], left = in.g[k + w], right = in.g[k + w + 1], up = in.g_above[k],
                            down = in.g_below[k];
-        const std::int32_t least = lesser(lesser(left, right), lesser(up, down));
-        const std::int32_t most = greater(greater(left, right), greater(up, down));
-        const std::int32_t low = limited<T>(least - (most - least)), high = limited<T>(most + (most - least));
-        const std::int32_t h = green_between<T>(c, left, right, in.c[k - 1], in.c[k + 1], low, high);
-        const std::int32_t v = green_between<T>(c, up, down, in.c_above[k], in.c_below[k], low, high);
-        out.h[k] = static_cast<T>(h);
-        out.v[k] = static_cast<T>(v);
-        out.difference_h[k] = static_cast<T>(half_difference<T>(c, h));
-        out.difference_v[k] = static_cast<T>(half_difference<T>(c, v));
-        out.step_v[k] = static_cast<T>(apart(out.difference_v[k], out.difference_above[k]));
-    }
-}
-
-// How far two lines of differences stand apart.
-template <class T>
-[[maybe_unused]] void steps(const T* a, const T* b, std::int32_t first, std::int32_t end, T* out) {
-    for (std::int32_t k = first; k < end; ++k) out[k] = static_cast<T>(apart(a[k], b[k]));
-}
-
-// The direction along which the colour differences around change less, both where they are alike; then c less the
-// difference of this colour from green, smoothed along that direction.
-template <class T>
-[[maybe_unused]] void choose(const vote_lines<T>& in, std::int32_t first, std::int32_t end, T* green, T* difference) {
-    const std::int32_t w = in.c_first ? -1 : 0; // cell of the left neighbour in the lines above and below
-    for (std::int32_t k = first; k < end; ++k) {
-        const std::int32_t along =
-            average(average(in.step_h[1][k - 1], in.step_h[1][k]), average(in.step_h[0][k + w], in.step_h[2][k + w]));
-        const std::int32_t across =
-            average(average(in.step_v[0][k], in.step_v[2][k]), average(in.step_v[1][k + w], in.step_v[1][k + w + 1]));
-        const std::int32_t c = in.c[1][k];
-        const auto smoothed = [&](std::int32_t g, std::int32_t g0, std::int32_t g1, std::int32_t c0, std::int32_t c1) {
-            return limited<T>(average(g, average(g0, g1)) + c - average(c, average(c0, c1)));
-        };
-        const std::int32_t h = smoothed(in.h[k], in.h[k - 1], in.h[k + 1], in.c[1][k - 1], in.c[1][k + 1]);
-        const std::int32_t v = smoothed(in.v[1][k], in.v[0][k], in.v[2][k], in.c[0][k], in.c[2][k]);
-        const std::int32_t chosen = along + alike<T> < across ? h : across + alike<T> < along ? v : average(h, v);
-        green[k] = static_cast<T>(chosen);
-        difference[k] = static_cast<T>(half_difference<T>(c, chosen));
+        const std::int32_t g_h = average(left, right), g_v = average(up, down);
+        const std::int32_t c_h = average(in.c[k - 1], in.c[k + 1]), c_v = average(in.c_above[k], in.c_below[k]);
+        const std::int32_t step_h = apart(left, right), step_v = apart(up, down);
+        const bool along = average(step_h, apart(c, c_h)) <= average(step_v, apart(c, c_v));
+        const std::int32_t limit = limited<T>(apart(g_h, g_v) + lesser(step_h, step_v));
+        const std::int32_t c_mean = along ? c_h : c_v;
+        const std::int32_t change = lesser((apart(c, c_mean) + 1) / 2, limit);
+        const std::int32_t found = limited<T>((along ? g_h : g_v) + (c > c_mean ? change : -change));
+        step.green[k] = static_cast<T>(found);
+        step.difference[k] = static_cast<T>(half_difference<T>(c, found));
     }
 }
 

@@ -7,8 +7,9 @@ namespace {
 struct rows {
     static constexpr auto load = &load_line;
     static constexpr auto store = &store_line;
-    static constexpr auto look_up_sites = &img_pipe::look_up_sites;
+    static constexpr auto map_sites = &img_pipe::map_sites;
     static constexpr auto correct = &correct_line;
+    static constexpr auto correct_packed = &img_pipe::correct_packed;
 };
 } // namespace
 

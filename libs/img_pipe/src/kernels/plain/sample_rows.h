@@ -123,5 +123,20 @@ namespace {
     for (std::int32_t x = 0; x < width; ++x) store_sample(layout, p, end, static_cast<std::size_t>(x), line[x]);
 }
 
+// Where a line of packed samples is read and written; in place both are the same. Nothing from the ends on.
+struct line_places {
+    const std::uint8_t *from, *from_end;
+    std::uint8_t* to;
+    const std::uint8_t* to_end;
+};
+
+// Samples without a table from a layout to the same one; `line` is room for them.
+[[maybe_unused]] void correct_packed(sample_layout layout, const sample_params& p, std::int32_t y, std::int32_t width,
+                                     const line_places& at, std::uint16_t* line) {
+    load_line(layout, at.from, at.from_end, width, line);
+    correct_line(p, y, width, line);
+    store_line(layout, at.to, at.to_end, width, line);
+}
+
 } // namespace
 } // namespace img_pipe

@@ -11,34 +11,60 @@ namespace {
 
 namespace hn = hwy::HWY_NAMESPACE;
 
-// As the plain correct_line: bit-equal, no multiply-add is fused.
-[[maybe_unused]] HWY_ATTR void correct_line_v(const sample_params& p, std::int32_t y, std::int32_t width,
-                                              std::uint16_t* line) {
-    const hn::ScalableTag<float> df;
-    const hn::ScalableTag<std::int32_t> di;
+// To the nearest of 0 to 65535, half to even, within each block of 128 bits. Below 2^31.
+template <class V>
+HWY_INLINE hn::Vec<hn::ScalableTag<std::uint16_t>> pack_nearest(V low, V high) {
+#if HWY_TARGET == HWY_AVX2
+    return {_mm256_packus_epi32(_mm256_cvtps_epi32(low.raw), _mm256_cvtps_epi32(high.raw))};
+#else
+    return hn::Vec<hn::ScalableTag<std::uint16_t>>{
+        _mm_packus_epi32(_mm_cvtps_epi32(low.raw), _mm_cvtps_epi32(high.raw))};
+#endif
+}
+
+// The gains of a line's two sites and the offset, on a vector of samples that begins with an even one. As the plain
+// correct_sample without a table: bit-equal, no multiply-add is fused.
+struct vector_correction {
+    hn::Vec<hn::ScalableTag<float>> gain, offset;
+    HWY_INLINE vector_correction(const sample_params& p, std::int32_t y) {
+        const hn::ScalableTag<float> df;
+        const float* g = p.gain + (y & 1) * 2;
+        gain = hn::OddEven(hn::Set(df, g[1]), hn::Set(df, g[0]));
+        offset = hn::Set(df, p.offset);
+    }
+    template <bool shifted>
+    HWY_INLINE hn::Vec<hn::ScalableTag<std::uint16_t>> apply(hn::Vec<hn::ScalableTag<std::uint16_t>> v) const {
+        const hn::ScalableTag<std::uint16_t> du;
+        const auto part = [&](auto lanes) HWY_ATTR {
+            const hn::ScalableTag<float> df;
+            const hn::ScalableTag<std::int32_t> di;
+            const auto r = hn::Mul(hn::ConvertTo(df, hn::BitCast(di, lanes)), gain);
+            if constexpr (shifted)
+                return hn::Add(r, offset);
+            else
+                return r;
+        };
+        const auto none = hn::Zero(du);
+        return pack_nearest(part(hn::InterleaveLower(du, v, none)), part(hn::InterleaveUpper(du, v, none)));
+    }
+};
+
+template <bool shifted>
+HWY_ATTR std::int32_t correct_vectors(const vector_correction& c, std::int32_t width, std::uint16_t* line) {
     const hn::ScalableTag<std::uint16_t> du;
-    const float* g = p.gain + (y & 1) * 2;
-    const auto gain = hn::OddEven(hn::Set(df, g[1]), hn::Set(df, g[0]));
-    const auto offset = hn::Set(df, p.offset), least = hn::Zero(df), most = hn::Set(df, 65535.0F);
-    const auto none = hn::Zero(du);
-    const auto corrected = [&](hn::Vec<decltype(du)> v) HWY_ATTR {
-        const auto r = hn::Add(hn::Mul(hn::ConvertTo(df, hn::BitCast(di, v)), gain), offset);
-        return hn::NearestInt(hn::Min(hn::Max(r, least), most));
-    };
     constexpr std::int32_t n = HWY_LANES(std::uint16_t);
     std::int32_t x = 0;
-    for (; x + n <= width; x += n) {
-        const auto v = hn::LoadU(du, line + x);
-        const auto low = corrected(hn::InterleaveLower(du, v, none)),
-                   high = corrected(hn::InterleaveUpper(du, v, none));
-#if HWY_TARGET == HWY_AVX2
-        hn::StoreU(hn::Vec<decltype(du)>{_mm256_packus_epi32(low.raw, high.raw)}, du, line + x);
-#else
-        hn::StoreU(hn::Vec<decltype(du)>{_mm_packus_epi32(low.raw, high.raw)}, du, line + x);
-#endif
-    }
-    if (p.table != nullptr)
-        for (std::int32_t i = 0; i < x; ++i) line[i] = p.table[line[i]];
+    for (; x + n <= width; x += n) hn::StoreU(c.apply<shifted>(hn::LoadU(du, line + x)), du, line + x);
+    return x;
+}
+
+// As the plain correct_line.
+[[maybe_unused]] HWY_ATTR void correct_line_v(const sample_params& p, std::int32_t y, std::int32_t width,
+                                              std::uint16_t* line) {
+    const vector_correction c(p, y);
+    const std::int32_t x =
+        p.offset != 0 ? correct_vectors<true>(c, width, line) : correct_vectors<false>(c, width, line);
+    if (p.table != nullptr) look_up_words(p.table, x, line);
     correct_line(p, y, width - x, line + x);
 }
 

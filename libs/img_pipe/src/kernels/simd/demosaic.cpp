@@ -2,6 +2,7 @@
 #include "level.h"
 
 #include "adjust_rows-inl.h"
+#include "byte_map-inl.h"
 #include "demosaic_rows-inl.h"
 
 namespace img_pipe {
@@ -13,15 +14,13 @@ template <class T>
 struct rows {
     static constexpr auto load = &load_line_v;
     static constexpr auto correct = &correct_line_v;
-    static constexpr auto look_up_sites = &look_up_sites_v;
+    static constexpr auto map_sites = &map_sites_v;
     static constexpr auto split_line = &split_line_v<T>;
     static constexpr auto split_bytes = &split_bytes_v;
     static constexpr auto split_words = &split_words_v;
-    static constexpr auto candidates = &candidates_v<T>;
-    static constexpr auto steps = &steps_v<T>;
-    static constexpr auto choose = &choose_v<T>;
+    static constexpr auto find_green = &find_green_v<T>;
     static constexpr auto colours = &colours_v<T>;
-    static constexpr auto colours_bgr4 = &colours_bgr4_v;
+    static constexpr auto green_and_pixels = &green_and_pixels_v;
     static constexpr auto finish = &finish_v;
     static constexpr auto fixed_matrix = &fixed_matrix_v<T>;
     static constexpr auto matrix16 = &apply_matrix_v<std::uint16_t>;

@@ -54,7 +54,10 @@ HWY_INLINE void split_v(vec<std::uint8_t> a, vec<std::uint8_t> b, std::uint8_t* 
                                              std::uint8_t* odd) {
     constexpr std::int32_t step = lane_count<std::uint8_t>;
     std::int32_t x = 0;
-    for (; x + 2 * step <= n; x += 2 * step) split_v(get(line + x), get(line + x + step), even + x / 2, odd + x / 2);
+    const auto at = [&](std::int32_t i)
+                        HWY_ATTR { split_v(get(line + i), get(line + i + step), even + i / 2, odd + i / 2); };
+    for (; x + 2 * step <= n; x += 2 * step) at(x);
+    if (n % 2 == 0 && n >= 2 * step) return at(n - 2 * step); // the last vectors once more, ending with the line
     split_bytes(line + x, n - x, even + x / 2, odd + x / 2);
 }
 
@@ -69,7 +72,9 @@ HWY_INLINE void split_v(vec<std::uint8_t> a, vec<std::uint8_t> b, std::uint8_t* 
                               HWY_ATTR { return hn::ShiftLeftSame(hn::BitCast(wide, get(line + 2 * at + i)), shift); };
         return hn::ConcatOdd(tag, hn::BitCast(tag, word(step)), hn::BitCast(tag, word(0)));
     };
-    for (; x + 2 * step <= n; x += 2 * step) split_v(upper(x), upper(x + step), even + x / 2, odd + x / 2);
+    const auto at = [&](std::int32_t i) HWY_ATTR { split_v(upper(i), upper(i + step), even + i / 2, odd + i / 2); };
+    for (; x + 2 * step <= n; x += 2 * step) at(x);
+    if (n % 2 == 0 && n >= 2 * step) return at(n - 2 * step);
     split_words(line + 2 * x, n - x, shift, even + x / 2, odd + x / 2);
 }
 
@@ -100,81 +105,38 @@ HWY_INLINE vec<T> half_difference_v(vec<T> a, vec<T> b) {
     return mean(a, hn::Not(b));
 }
 
-template <class T>
-HWY_INLINE vec<T> green_between_v(vec<T> c, vec<T> g0, vec<T> g1, vec<T> c0, vec<T> c1, vec<T> low, vec<T> high) {
-    const lanes_of<T> tag;
-    const hn::RebindToSigned<lanes_of<T>> with_sign;
-    const auto middle = hn::Set(tag, static_cast<T>(middle_of<T>));
-    const auto around_0 = [&](vec<T> v) HWY_ATTR { return hn::BitCast(with_sign, hn::Xor(v, middle)); };
-    const auto sum = hn::SaturatedAdd(around_0(mean(g0, g1)), around_0(half_difference_v<T>(c, mean(c0, c1))));
-    return hn::Min(hn::Max(hn::Xor(hn::BitCast(tag, sum), middle), low), high);
+template <bool c_first, class T>
+HWY_INLINE void green_at(const green_lines<T>& in, std::int32_t k, T* green, T* difference) {
+    constexpr std::int32_t w = c_first ? -1 : 0;
+    const auto zero = hn::Zero(lanes_of<T>());
+    const auto c = get(in.c + k);
+    const auto left = get(in.g + k + w), right = get(in.g + k + w + 1);
+    const auto up = get(in.g_above + k), down = get(in.g_below + k);
+    const auto g_h = mean(left, right), g_v = mean(up, down);
+    const auto c_h = mean(get(in.c + k - 1), get(in.c + k + 1)), c_v = mean(get(in.c_above + k), get(in.c_below + k));
+    const auto step_h = difference_of(left, right), step_v = difference_of(up, down);
+    const auto along = mean(step_h, difference_of(c, c_h)), across = mean(step_v, difference_of(c, c_v));
+    const auto is_along = hn::Eq(hn::Min(along, across), along);
+    const auto limit = hn::SaturatedAdd(difference_of(g_h, g_v), hn::Min(step_h, step_v));
+    const auto c_mean = hn::IfThenElse(is_along, c_h, c_v);
+    const auto above = hn::Min(mean(hn::SaturatedSub(c, c_mean), zero), limit),
+               below = hn::Min(mean(hn::SaturatedSub(c_mean, c), zero), limit);
+    const auto found = hn::SaturatedSub(hn::SaturatedAdd(hn::IfThenElse(is_along, g_h, g_v), above), below);
+    put(found, green + k);
+    put(half_difference_v<T>(c, found), difference + k);
 }
 
 // The records of lines are copied into the loops' functions: as references they would be read again after every store,
 // for bytes may lie anywhere.
 template <bool c_first, class T>
-HWY_ATTR void candidates_of(const green_lines<T>& in_, std::int32_t first, std::int32_t end,
-                            const candidate_lines<T>& out_) {
-    const auto in = in_;
-    const auto out = out_;
-    constexpr std::int32_t w = c_first ? -1 : 0;
-    for (std::int32_t k = first; k < end; k += lane_count<T>) {
-        const auto c = get(in.c + k);
-        const auto left = get(in.g + k + w), right = get(in.g + k + w + 1);
-        const auto up = get(in.g_above + k), down = get(in.g_below + k);
-        const auto least = hn::Min(hn::Min(left, right), hn::Min(up, down));
-        const auto most = hn::Max(hn::Max(left, right), hn::Max(up, down));
-        const auto range = hn::Sub(most, least);
-        const auto low = hn::SaturatedSub(least, range), high = hn::SaturatedAdd(most, range);
-        const auto h = green_between_v<T>(c, left, right, get(in.c + k - 1), get(in.c + k + 1), low, high);
-        const auto v = green_between_v<T>(c, up, down, get(in.c_above + k), get(in.c_below + k), low, high);
-        put(h, out.h + k);
-        put(v, out.v + k);
-        put(half_difference_v<T>(c, h), out.difference_h + k);
-        const auto difference_v = half_difference_v<T>(c, v);
-        put(difference_v, out.difference_v + k);
-        put(difference_of(difference_v, get(out.difference_above + k)), out.step_v + k);
-    }
+HWY_ATTR void find_green_of(const green_step<T>& s_) {
+    const auto s = s_;
+    for (std::int32_t k = s.first; k < s.end; k += lane_count<T>) green_at<c_first>(s.lines, k, s.green, s.difference);
 }
 
 template <class T>
-HWY_ATTR void candidates_v(const green_lines<T>& in, std::int32_t first, std::int32_t end,
-                           const candidate_lines<T>& out) {
-    (in.c_first ? candidates_of<true, T> : candidates_of<false, T>)(in, first, end, out);
-}
-
-template <class T>
-HWY_ATTR void steps_v(const T* a, const T* b, std::int32_t first, std::int32_t end, T* out) {
-    for (std::int32_t k = first; k < end; k += lane_count<T>) put(difference_of(get(a + k), get(b + k)), out + k);
-}
-
-template <bool c_first, class T>
-HWY_ATTR void choose_of(const vote_lines<T>& in_, std::int32_t first, std::int32_t end, T* green, T* difference) {
-    const auto in = in_;
-    const lanes_of<T> tag;
-    const auto zero = hn::Zero(tag), margin = hn::Set(tag, static_cast<T>(alike<T>));
-    constexpr std::int32_t w = c_first ? -1 : 0;
-    for (std::int32_t k = first; k < end; k += lane_count<T>) {
-        const auto along = mean(mean(get(in.step_h[1] + k - 1), get(in.step_h[1] + k)),
-                                mean(get(in.step_h[0] + k + w), get(in.step_h[2] + k + w)));
-        const auto across = mean(mean(get(in.step_v[0] + k), get(in.step_v[2] + k)),
-                                 mean(get(in.step_v[1] + k + w), get(in.step_v[1] + k + w + 1)));
-        const auto c = get(in.c[1] + k);
-        const auto h = moved(mean(get(in.h + k), mean(get(in.h + k - 1), get(in.h + k + 1))), c,
-                             mean(c, mean(get(in.c[1] + k - 1), get(in.c[1] + k + 1))));
-        const auto v = moved(mean(get(in.v[1] + k), mean(get(in.v[0] + k), get(in.v[2] + k))), c,
-                             mean(c, mean(get(in.c[0] + k), get(in.c[2] + k))));
-        const auto not_h = hn::Eq(hn::SaturatedSub(across, hn::SaturatedAdd(along, margin)), zero);
-        const auto not_v = hn::Eq(hn::SaturatedSub(along, hn::SaturatedAdd(across, margin)), zero);
-        const auto chosen = hn::IfThenElse(not_h, hn::IfThenElse(not_v, mean(h, v), v), h);
-        put(chosen, green + k);
-        put(half_difference_v<T>(c, chosen), difference + k);
-    }
-}
-
-template <class T>
-HWY_ATTR void choose_v(const vote_lines<T>& in, std::int32_t first, std::int32_t end, T* green, T* difference) {
-    (in.c_first ? choose_of<true, T> : choose_of<false, T>)(in, first, end, green, difference);
+HWY_ATTR void find_green_v(const green_step<T>& s) {
+    (s.lines.c_first ? find_green_of<true, T> : find_green_of<false, T>)(s);
 }
 
 // Means and extremes of two samples of a colour, of their greens and differences.
@@ -256,149 +218,173 @@ HWY_ATTR void colours_v(const mosaic_lines<T>& in, std::int32_t first, std::int3
         (in.red ? colours_of<false, true, T> : colours_of<false, false, T>)(in, first, end, out);
 }
 
-// 16 bytes past the caches: memory from malloc is aligned to no more.
-HWY_INLINE void stream(hn::Vec<hn::Full128<std::uint8_t>> v, std::uint8_t* to) {
-    hn::Stream(v, hn::Full128<std::uint8_t>(), to);
+// How a vector of cells is stored.
+enum class way_out : std::uint8_t { bgr3, bgr4, bgr4_past_caches };
+
+template <way_out way, class V>
+HWY_INLINE void put_part(V v, std::uint8_t* to) {
+    if constexpr (way == way_out::bgr4_past_caches)
+        hn::Stream(v, hn::DFromV<V>(), to); // `to` is aligned to a vector
+    else
+        hn::StoreU(v, hn::DFromV<V>(), to);
 }
 
-// 2 * lanes pixels.
-HWY_INLINE void put_bgr4(const cell_colours<vec<std::uint8_t>>& c, bool past_caches, std::uint8_t* to) {
+// 2 * lanes pixels, in the order of their places: memory behind the caches is written in lines of 64 bytes.
+template <way_out way>
+HWY_INLINE void put_cells(const cell_colours<vec<std::uint8_t>>& c, std::uint8_t* to) {
     const lanes_of<std::uint8_t> tag;
     const lanes_of<std::uint16_t> wide;
-    const auto opaque = hn::Set(tag, std::uint8_t{255});
-    const auto part = [&](auto b, auto g, auto r, std::uint8_t* p) HWY_ATTR {
-        const auto bg0 = hn::BitCast(wide, hn::InterleaveLower(tag, b, g));
-        const auto bg1 = hn::BitCast(wide, hn::InterleaveUpper(tag, b, g));
-        const auto ra0 = hn::BitCast(wide, hn::InterleaveLower(tag, r, opaque));
-        const auto ra1 = hn::BitCast(wide, hn::InterleaveUpper(tag, r, opaque));
-        const auto p0 = hn::BitCast(tag, hn::InterleaveLower(wide, bg0, ra0));
-        const auto p1 = hn::BitCast(tag, hn::InterleaveUpper(wide, bg0, ra0));
-        const auto p2 = hn::BitCast(tag, hn::InterleaveLower(wide, bg1, ra1));
-        const auto p3 = hn::BitCast(tag, hn::InterleaveUpper(wide, bg1, ra1));
+    vec<std::uint8_t> lower[3], upper[3]; // of each block of 16 cells the first and the second half
+    for (int i = 0; i < 3; ++i) {
+        lower[i] = hn::InterleaveLower(tag, c.even[i], c.odd[i]);
+        upper[i] = hn::InterleaveUpper(tag, c.even[i], c.odd[i]);
+    }
+    if constexpr (way == way_out::bgr3) {
 #if HWY_TARGET == HWY_AVX2
-        // The upper halves hold pixels 32 columns on.
-        if (past_caches) {
-            const hn::Full128<std::uint8_t> half;
-            stream(hn::LowerHalf(p0), p);
-            stream(hn::LowerHalf(p1), p + 16);
-            stream(hn::LowerHalf(p2), p + 32);
-            stream(hn::LowerHalf(p3), p + 48);
-            stream(hn::UpperHalf(half, p0), p + 128);
-            stream(hn::UpperHalf(half, p1), p + 144);
-            stream(hn::UpperHalf(half, p2), p + 160);
-            stream(hn::UpperHalf(half, p3), p + 176);
-            return;
-        }
-        put(hn::ConcatLowerLower(tag, p1, p0), p);
-        put(hn::ConcatLowerLower(tag, p3, p2), p + 32);
-        put(hn::ConcatUpperUpper(tag, p1, p0), p + 128);
-        put(hn::ConcatUpperUpper(tag, p3, p2), p + 160);
+        const auto first = [&](int i) HWY_ATTR { return hn::ConcatLowerLower(tag, upper[i], lower[i]); };
+        const auto second = [&](int i) HWY_ATTR { return hn::ConcatUpperUpper(tag, upper[i], lower[i]); };
 #else
-        if (past_caches) {
-            stream(p0, p);
-            stream(p1, p + 16);
-            stream(p2, p + 32);
-            stream(p3, p + 48);
-            return;
-        }
-        put(p0, p);
-        put(p1, p + 16);
-        put(p2, p + 32);
-        put(p3, p + 48);
+        const auto first = [&](int i) HWY_ATTR { return lower[i]; };
+        const auto second = [&](int i) HWY_ATTR { return upper[i]; };
 #endif
-    };
-    part(hn::InterleaveLower(tag, c.even[0], c.odd[0]), hn::InterleaveLower(tag, c.even[1], c.odd[1]),
-         hn::InterleaveLower(tag, c.even[2], c.odd[2]), to);
-    part(hn::InterleaveUpper(tag, c.even[0], c.odd[0]), hn::InterleaveUpper(tag, c.even[1], c.odd[1]),
-         hn::InterleaveUpper(tag, c.even[2], c.odd[2]), to + 64);
+        hn::StoreInterleaved3(first(0), first(1), first(2), tag, to);
+        hn::StoreInterleaved3(second(0), second(1), second(2), tag, to + 3 * lane_count<std::uint8_t>);
+    } else {
+        const auto opaque = hn::Set(tag, std::uint8_t{255});
+        vec<std::uint8_t> p[8]; // four pixels of each block
+        for (int i = 0; i < 2; ++i) {
+            const auto& part = i == 0 ? lower : upper;
+            const auto bg0 = hn::BitCast(wide, hn::InterleaveLower(tag, part[0], part[1]));
+            const auto bg1 = hn::BitCast(wide, hn::InterleaveUpper(tag, part[0], part[1]));
+            const auto ra0 = hn::BitCast(wide, hn::InterleaveLower(tag, part[2], opaque));
+            const auto ra1 = hn::BitCast(wide, hn::InterleaveUpper(tag, part[2], opaque));
+            p[4 * i] = hn::BitCast(tag, hn::InterleaveLower(wide, bg0, ra0));
+            p[4 * i + 1] = hn::BitCast(tag, hn::InterleaveUpper(wide, bg0, ra0));
+            p[4 * i + 2] = hn::BitCast(tag, hn::InterleaveLower(wide, bg1, ra1));
+            p[4 * i + 3] = hn::BitCast(tag, hn::InterleaveUpper(wide, bg1, ra1));
+        }
+#if HWY_TARGET == HWY_AVX2
+        for (int i = 0; i < 8; i += 2) put_part<way>(hn::ConcatLowerLower(tag, p[i + 1], p[i]), to + 16 * i);
+        for (int i = 0; i < 8; i += 2) put_part<way>(hn::ConcatUpperUpper(tag, p[i + 1], p[i]), to + 128 + 16 * i);
+#else
+        for (int i = 0; i < 8; ++i) put_part<way>(p[i], to + 16 * i);
+#endif
+    }
 }
 
-template <bool c_first, bool red>
-HWY_ATTR std::int32_t colours_bgr4_of(const mosaic_lines<std::uint8_t>& in_, std::int32_t width, bool past_caches,
-                                      std::uint8_t* to) {
+// Green of a line and the colours of the line above it, by turns, so that memory takes one vector while the next is
+// computed. Colours follow two vectors behind, from cell `from` on; returns the first cell that they did not come to.
+template <bool c_first, bool red, way_out way>
+HWY_ATTR std::int32_t walk_of(const green_step<std::uint8_t>& below_, const mosaic_lines<std::uint8_t>& in_,
+                              std::int32_t from, std::int32_t cells, std::uint8_t* to) {
+    const auto below = below_;
     const auto in = in_;
-    constexpr std::int32_t step = lane_count<std::uint8_t>;
-    std::int32_t k = 0;
-    for (; 2 * (k + step) <= width; k += step) put_bgr4(colours_at<c_first, red>(in, k), past_caches, to + 8 * k);
+    constexpr std::int32_t step = lane_count<std::uint8_t>, channels = way == way_out::bgr3 ? 3 : 4;
+    std::int32_t k = from, green = below.first;
+    for (; green < below.first + 2 * step && green < below.end; green += step)
+        green_at<!c_first>(below.lines, green, below.green, below.difference);
+    for (; k + step <= cells && green < below.end; k += step, green += step) {
+        green_at<!c_first>(below.lines, green, below.green, below.difference);
+        put_cells<way>(colours_at<c_first, red>(in, k), to + std::ptrdiff_t{2} * channels * k);
+    }
+    for (; green < below.end; green += step) green_at<!c_first>(below.lines, green, below.green, below.difference);
+    for (; k + step <= cells; k += step)
+        put_cells<way>(colours_at<c_first, red>(in, k), to + std::ptrdiff_t{2} * channels * k);
     return k;
 }
 
-// colours and join_bgr at once; `line` is room for what is no whole vector.
-[[maybe_unused]] HWY_ATTR void colours_bgr4_v(const mosaic_lines<std::uint8_t>& in, std::int32_t width, three8 line,
-                                              bool past_caches, std::uint8_t* to) {
-    const auto whole = in.c_first ? in.red ? colours_bgr4_of<true, true> : colours_bgr4_of<true, false>
-                       : in.red ? colours_bgr4_of<false, true>
-                                  : colours_bgr4_of<false, false>;
-    const bool aligned = reinterpret_cast<std::uintptr_t>(to) % 16 == 0;
-    const std::int32_t k = whole(in, width, past_caches && aligned, to);
+template <bool c_first, bool red, way_out way>
+HWY_ATTR void put_cells_at(const mosaic_lines<std::uint8_t>& in, std::int32_t k, std::uint8_t* to) {
+    put_cells<way>(colours_at<c_first, red>(in, k), to + std::ptrdiff_t{2} * (way == way_out::bgr3 ? 3 : 4) * k);
+}
+
+template <bool c_first, bool red>
+HWY_ATTR void green_and_pixels_of(const green_step<std::uint8_t>& below, const mosaic_lines<std::uint8_t>& in,
+                                  std::int32_t width, three8 line, pixel_lines out) {
+    constexpr std::int32_t step = lane_count<std::uint8_t>;
+    const std::int32_t cells = width / 2;
+    std::int32_t k = 0;
+    // Past the caches from the first whole line of 64 bytes on.
+    const auto misplaced = static_cast<std::int32_t>(-reinterpret_cast<std::uintptr_t>(out.to) % 64);
+    if (out.channels == 3) {
+        k = walk_of<c_first, red, way_out::bgr3>(below, in, 0, cells, out.to);
+    } else if (out.past_caches && misplaced % 8 == 0 && misplaced / 8 + step <= cells) {
+        k = walk_of<c_first, red, way_out::bgr4_past_caches>(below, in, misplaced / 8, cells, out.to);
+        if (misplaced != 0) put_cells_at<c_first, red, way_out::bgr4>(in, 0, out.to);
+    } else {
+        k = walk_of<c_first, red, way_out::bgr4>(below, in, 0, cells, out.to);
+    }
+    // What is no whole vector: the last one once more, ending with the line.
     if (2 * k >= width) return;
-    colours_v(in, k, (width + 1) / 2, line);
-    join_bgr(4, {{line.line[0], line.line[1], line.line[2]}}, 2 * k, width, to);
+    if (width % 2 == 0 && cells >= step) {
+        if (out.channels == 3)
+            put_cells_at<c_first, red, way_out::bgr3>(in, cells - step, out.to);
+        else
+            put_cells_at<c_first, red, way_out::bgr4>(in, cells - step, out.to);
+        return;
+    }
+    colours_of<c_first, red>(in, k, (width + 1) / 2, line);
+    join_bgr(out.channels, {{line.line[0], line.line[1], line.line[2]}}, 2 * k, width, out.to);
+}
+
+[[maybe_unused]] HWY_ATTR void green_and_pixels_v(const green_step<std::uint8_t>& below,
+                                                  const mosaic_lines<std::uint8_t>& in, std::int32_t width, three8 line,
+                                                  pixel_lines out) {
+    const auto run = in.c_first ? in.red ? green_and_pixels_of<true, true> : green_and_pixels_of<true, false>
+                     : in.red   ? green_and_pixels_of<false, true>
+                                : green_and_pixels_of<false, false>;
+    run(below, in, width, line, out);
 }
 
 // Once all lines are written: what went past the caches is there for other threads too.
 [[maybe_unused]] HWY_ATTR void finish_v() { _mm_sfence(); }
 
-// The arithmetic of apply_fixed_matrix on a vector of 15-bit samples: products of pairs, added up in 32 bits.
-HWY_INLINE void fixed_matrix_15(const fixed_matrix& f, hn::Vec<hn::ScalableTag<std::int16_t>> (&v)[3]) {
-    const hn::ScalableTag<std::int16_t> tag;
-    const hn::ScalableTag<std::int32_t> sums;
-    const auto zero = hn::Zero(tag);
-    const auto bg_low = hn::InterleaveLower(tag, v[0], v[1]), bg_high = hn::InterleaveUpper(tag, v[0], v[1]);
-    const auto r_low = hn::InterleaveLower(tag, v[2], zero), r_high = hn::InterleaveUpper(tag, v[2], zero);
+// A row of the matrix as factors of the pairs (blue, green) and (red, white).
+struct matrix_row {
+    v16i bg, rw;
+    std::int32_t bits;
+    template <class T>
+    explicit HWY_INLINE matrix_row(const T& row)
+        : bg(factors(row.m[0], row.m[1])), rw(factors(row.m[2], row.of_white)), bits(row.bits) {}
+    // Four or eight results in 32 bits.
+    HWY_INLINE hn::Vec<d32i> operator()(v16i bg_pairs, v16i rw_pairs) const {
+        return hn::ShiftRightSame(hn::Add(pair_sums(bg_pairs, bg), pair_sums(rw_pairs, rw)), bits);
+    }
+};
+
+// The arithmetic of apply_fixed_matrix on a vector of each colour.
+HWY_INLINE void matrix_on(const matrix_row (&rows)[3], v8 (&c)[3]) {
+    const auto white = hn::Set(d8(), std::uint8_t{255});
+    const auto bg_low = hn::InterleaveLower(d8(), c[0], c[1]), bg_high = hn::InterleaveUpper(d8(), c[0], c[1]);
+    const auto rw_low = hn::InterleaveLower(d8(), c[2], white), rw_high = hn::InterleaveUpper(d8(), c[2], white);
+    const v16i bg[4] = {lower_half(bg_low), upper_half(bg_low), lower_half(bg_high), upper_half(bg_high)};
+    const v16i rw[4] = {lower_half(rw_low), upper_half(rw_low), lower_half(rw_high), upper_half(rw_high)};
+    for (int i = 0; i < 3; ++i)
+        c[i] = pack_bytes(hn::ReorderDemote2To(d16i(), rows[i](bg[0], rw[0]), rows[i](bg[1], rw[1])),
+                          hn::ReorderDemote2To(d16i(), rows[i](bg[2], rw[2]), rows[i](bg[3], rw[3])));
+}
+HWY_INLINE void matrix_on(const matrix_row (&rows)[3], hn::Vec<d16> (&c)[3]) {
+    const auto white = hn::Set(d16i(), std::int16_t{32767});
+    const auto upper_15 = [&](int i) HWY_ATTR { return hn::BitCast(d16i(), hn::ShiftRight<1>(c[i])); };
+    const v16i b = upper_15(0), g = upper_15(1), r = upper_15(2);
+    const auto bg_low = hn::InterleaveLower(d16i(), b, g), bg_high = hn::InterleaveUpper(d16i(), b, g);
+    const auto rw_low = hn::InterleaveLower(d16i(), r, white), rw_high = hn::InterleaveUpper(d16i(), r, white);
     for (int i = 0; i < 3; ++i) {
-        const fixed_matrix::row& row = f.rows[i];
-        const auto pair = [&](std::uint32_t low, std::uint32_t high) HWY_ATTR {
-            return hn::BitCast(tag, hn::Set(sums, static_cast<std::int32_t>((low & 0xFFFF) | high << 16)));
-        };
-        const auto bg = pair(static_cast<std::uint32_t>(row.m[0]), static_cast<std::uint32_t>(row.m[1])),
-                   r = pair(static_cast<std::uint32_t>(row.m[2]), 0);
-        auto none = hn::Zero(sums);
-        auto low = hn::ReorderWidenMulAccumulate(sums, bg_low, bg, hn::Set(sums, row.offset), none);
-        auto high = hn::ReorderWidenMulAccumulate(sums, bg_high, bg, hn::Set(sums, row.offset), none);
-        low = hn::ReorderWidenMulAccumulate(sums, r_low, r, low, none);
-        high = hn::ReorderWidenMulAccumulate(sums, r_high, r, high, none);
-        low = hn::ShiftRightSame(low, row.bits);
-        high = hn::ShiftRightSame(high, row.bits);
-        v[i] = hn::Max(hn::ReorderDemote2To(tag, low, high), zero); // saturates at 32767
+        const auto sum = hn::ReorderDemote2To(d16i(), rows[i](bg_low, rw_low), rows[i](bg_high, rw_high));
+        const auto v = hn::BitCast(d16(), hn::Max(sum, hn::Zero(d16i()))); // at most 32767
+        c[i] = hn::Or(hn::ShiftLeft<1>(v), hn::ShiftRight<14>(v));
     }
 }
 
 template <class T>
-HWY_ATTR void fixed_matrix_v(const fixed_matrix& f, std::int32_t x, std::int32_t n, three<T> c) {
-    const hn::ScalableTag<std::int16_t> tag;
-    const lanes_of<std::uint16_t> wide;
-    using vec15 = hn::Vec<decltype(tag)>;
-    constexpr std::int32_t step = lane_count<T>;
-    for (; x + step <= n; x += step) {
-        if constexpr (sizeof(T) == 1) {
-            vec15 low[3], high[3];
-            for (int i = 0; i < 3; ++i) {
-                const auto v = get(c.line[i] + x);
-                const auto none = hn::Zero(lanes_of<T>());
-                low[i] =
-                    hn::BitCast(tag, hn::ShiftRight<1>(hn::BitCast(wide, hn::InterleaveLower(lanes_of<T>(), none, v))));
-                high[i] =
-                    hn::BitCast(tag, hn::ShiftRight<1>(hn::BitCast(wide, hn::InterleaveUpper(lanes_of<T>(), none, v))));
-            }
-            fixed_matrix_15(f, low);
-            fixed_matrix_15(f, high);
-            const auto half = hn::Set(tag, std::int16_t{64});
-            for (int i = 0; i < 3; ++i)
-                put(pack_bytes(hn::ShiftRight<7>(hn::SaturatedAdd(low[i], half)),
-                               hn::ShiftRight<7>(hn::SaturatedAdd(high[i], half))),
-                    c.line[i] + x);
-        } else {
-            vec15 v[3];
-            for (int i = 0; i < 3; ++i) v[i] = hn::BitCast(tag, hn::ShiftRight<1>(get(c.line[i] + x)));
-            fixed_matrix_15(f, v);
-            for (int i = 0; i < 3; ++i) {
-                const auto u = hn::BitCast(wide, v[i]);
-                put(hn::Or(hn::ShiftLeft<1>(u), hn::ShiftRight<14>(u)), c.line[i] + x);
-            }
-        }
+HWY_ATTR void fixed_matrix_v(const fixed_matrix<T>& f, std::int32_t x, std::int32_t n, three<T> lines) {
+    const matrix_row rows[3] = {matrix_row(f.rows[0]), matrix_row(f.rows[1]), matrix_row(f.rows[2])};
+    for (; x + lane_count<T> <= n; x += lane_count<T>) {
+        vec<T> c[3] = {get(lines.line[0] + x), get(lines.line[1] + x), get(lines.line[2] + x)};
+        matrix_on(rows, c);
+        for (int i = 0; i < 3; ++i) put(c[i], lines.line[i] + x);
     }
-    apply_fixed_matrix(f, x, n, c);
+    apply_fixed_matrix(f, x, n, lines);
 }
 
 } // namespace

@@ -1,8 +1,8 @@
 #include "../sample_lines.h"
 #include "level.h"
 
-#include "correct_rows-inl.h"
-#include "sample_rows-inl.h"
+#include "byte_map-inl.h"
+#include "correct_packed-inl.h"
 
 namespace img_pipe {
 namespace HWY_NAMESPACE {
@@ -11,8 +11,9 @@ namespace {
 struct rows {
     static constexpr auto load = &load_line_v;
     static constexpr auto store = &store_line_v;
-    static constexpr auto look_up_sites = &look_up_sites_v;
+    static constexpr auto map_sites = &map_sites_v;
     static constexpr auto correct = &correct_line_v;
+    static constexpr auto correct_packed = &correct_packed_v;
 };
 } // namespace
 

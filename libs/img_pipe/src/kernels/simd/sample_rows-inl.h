@@ -26,31 +26,57 @@ struct unpack_table {
     std::uint8_t shuffle[16];
     std::uint16_t factor[8];
     std::uint16_t high, low;
-    std::uint8_t bytes; // that eight samples take
 };
 
-[[maybe_unused]] const unpack_table& unpack_table_of(packing pack) {
-    static constexpr unpack_table p12{
-        {0, 1, 1, 2, 3, 4, 4, 5, 6, 7, 7, 8, 9, 10, 10, 11}, {16, 1, 16, 1, 16, 1, 16, 1}, 0, 0xFFF0, 12};
-    static constexpr unpack_table packed12{
-        {1, 0, 1, 2, 4, 3, 4, 5, 7, 6, 7, 8, 10, 9, 10, 11}, {16, 1, 16, 1, 16, 1, 16, 1}, 0xFF00, 0x00F0, 12};
-    static constexpr unpack_table mipi12{
-        {2, 0, 2, 1, 5, 3, 5, 4, 8, 6, 8, 7, 11, 9, 11, 10}, {16, 1, 16, 1, 16, 1, 16, 1}, 0xFF00, 0x00F0, 12};
-    static constexpr unpack_table p10{
-        {0, 1, 1, 2, 2, 3, 3, 4, 5, 6, 6, 7, 7, 8, 8, 9}, {64, 16, 4, 1, 64, 16, 4, 1}, 0, 0xFFC0, 10};
-    static constexpr unpack_table mipi10{
-        {4, 0, 4, 1, 4, 2, 4, 3, 9, 5, 9, 6, 9, 7, 9, 8}, {64, 16, 4, 1, 64, 16, 4, 1}, 0xFF00, 0x00C0, 10};
+template <packing pack>
+struct packed;
+template <>
+struct packed<packing::p12> {
+    static constexpr std::int32_t bytes = 12; // that eight samples take
+    alignas(16) static constexpr unpack_table table{
+        {0, 1, 1, 2, 3, 4, 4, 5, 6, 7, 7, 8, 9, 10, 10, 11}, {16, 1, 16, 1, 16, 1, 16, 1}, 0, 0xFFF0};
+};
+template <>
+struct packed<packing::packed12> {
+    static constexpr std::int32_t bytes = 12;
+    alignas(16) static constexpr unpack_table table{
+        {1, 0, 1, 2, 4, 3, 4, 5, 7, 6, 7, 8, 10, 9, 10, 11}, {16, 1, 16, 1, 16, 1, 16, 1}, 0xFF00, 0x00F0};
+};
+template <>
+struct packed<packing::mipi12> {
+    static constexpr std::int32_t bytes = 12;
+    alignas(16) static constexpr unpack_table table{
+        {2, 0, 2, 1, 5, 3, 5, 4, 8, 6, 8, 7, 11, 9, 11, 10}, {16, 1, 16, 1, 16, 1, 16, 1}, 0xFF00, 0x00F0};
+};
+template <>
+struct packed<packing::p10> {
+    static constexpr std::int32_t bytes = 10;
+    alignas(16) static constexpr unpack_table table{
+        {0, 1, 1, 2, 2, 3, 3, 4, 5, 6, 6, 7, 7, 8, 8, 9}, {64, 16, 4, 1, 64, 16, 4, 1}, 0, 0xFFC0};
+};
+template <>
+struct packed<packing::mipi10> {
+    static constexpr std::int32_t bytes = 10;
+    alignas(16) static constexpr unpack_table table{
+        {4, 0, 4, 1, 4, 2, 4, 3, 9, 5, 9, 6, 9, 7, 9, 8}, {64, 16, 4, 1, 64, 16, 4, 1}, 0xFF00, 0x00C0};
+};
+
+// Calls f with the packing as a type; for packed samples alone.
+template <class F>
+HWY_INLINE void with_packing(packing pack, const F& f) {
     switch (pack) {
     case packing::p10:
-        return p10;
+        return f(packed<packing::p10>{});
     case packing::mipi10:
-        return mipi10;
+        return f(packed<packing::mipi10>{});
+    case packing::p12:
+        return f(packed<packing::p12>{});
     case packing::packed12:
-        return packed12;
+        return f(packed<packing::packed12>{});
     case packing::mipi12:
-        return mipi12;
+        return f(packed<packing::mipi12>{});
     default:
-        return p12;
+        return;
     }
 }
 
@@ -73,11 +99,73 @@ HWY_INLINE void store_groups(hn::Vec<d8> v, std::uint8_t* p, std::size_t step) {
 #endif
 }
 
+// A vector of samples, and how far a load or a store of one reaches: further than its own samples.
+constexpr std::int32_t vector_samples = HWY_LANES(std::uint16_t);
+template <packing pack>
+constexpr std::ptrdiff_t packed_reach = (vector_samples / 8 - 1) * packed<pack>::bytes + 16;
+
+template <packing pack>
+HWY_INLINE hn::Vec<d16> load_packed(packed<pack>, const std::uint8_t* p) {
+    const d16 tag;
+    constexpr const unpack_table& t = packed<pack>::table;
+    const auto w =
+        hn::BitCast(tag, hn::TableLookupBytes(load_groups(p, packed<pack>::bytes), hn::LoadDup128(d8(), t.shuffle)));
+    const auto low = hn::And(hn::Mul(w, hn::LoadDup128(tag, t.factor)), hn::Set(tag, t.low));
+    if constexpr (t.high == 0)
+        return low;
+    else
+        return hn::Or(hn::And(w, hn::Set(tag, t.high)), low);
+}
+
+template <packing pack>
+HWY_INLINE void store_packed(packed<pack>, hn::Vec<d16> samples, std::uint8_t* p) {
+    if constexpr (packed<pack>::bytes == 12) {
+        alignas(16) static constexpr std::uint8_t three_of_four[16] = {0,  1,  2,  4,  5,    6,    8,    9,
+                                                                       10, 12, 13, 14, 0x80, 0x80, 0x80, 0x80};
+        const d32 wide;
+        const auto v = hn::BitCast(wide, samples); // a in the low, b in the high half
+        auto t = v;
+        if constexpr (pack == packing::p12) {
+            t = hn::Or(hn::ShiftRight<4>(hn::And(v, hn::Set(wide, 0xFFF0U))), hn::ShiftLeft<12>(hn::ShiftRight<20>(v)));
+        } else {
+            const auto a = hn::And(hn::ShiftRight<8>(v), hn::Set(wide, 0xFFU)), b = hn::ShiftRight<24>(v);
+            const auto low = hn::Or(hn::And(hn::ShiftRight<4>(v), hn::Set(wide, 0x0FU)),
+                                    hn::And(hn::ShiftRight<16>(v), hn::Set(wide, 0xF0U)));
+            if constexpr (pack == packing::packed12)
+                t = hn::Or(a, hn::Or(hn::ShiftLeft<8>(low), hn::ShiftLeft<16>(b)));
+            else
+                t = hn::Or(a, hn::Or(hn::ShiftLeft<8>(b), hn::ShiftLeft<16>(low)));
+        }
+        store_groups(hn::TableLookupBytes(hn::BitCast(d8(), t), hn::LoadDup128(d8(), three_of_four)), p, 12);
+    } else {
+        alignas(16) static constexpr std::uint8_t five_of_eight[16] = {0,  1,  2,    3,    4,    8,    9,    10,
+                                                                       11, 12, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80};
+        const d64 wide;
+        const auto v = hn::BitCast(wide, samples);
+        // Sample i stands in bits 16 i on, its ten bits from 16 i + 6.
+        const auto part = [&](std::uint64_t mask) HWY_ATTR { return hn::And(v, hn::Set(wide, mask)); };
+        auto t = v;
+        if constexpr (pack == packing::p10) {
+            t = hn::Or(hn::Or(hn::ShiftRight<6>(part(0xFFC0ULL)), hn::ShiftRight<12>(part(0xFFC0ULL << 16))),
+                       hn::Or(hn::ShiftRight<18>(part(0xFFC0ULL << 32)), hn::ShiftRight<24>(part(0xFFC0ULL << 48))));
+        } else {
+            const auto high =
+                hn::Or(hn::Or(hn::ShiftRight<8>(part(0xFF00ULL)), hn::ShiftRight<16>(part(0xFF00ULL << 16))),
+                       hn::Or(hn::ShiftRight<24>(part(0xFF00ULL << 32)), hn::ShiftRight<32>(part(0xFF00ULL << 48))));
+            const auto low =
+                hn::Or(hn::Or(hn::ShiftRight<6>(part(0xC0ULL)), hn::ShiftRight<20>(part(0xC0ULL << 16))),
+                       hn::Or(hn::ShiftRight<34>(part(0xC0ULL << 32)), hn::ShiftRight<48>(part(0xC0ULL << 48))));
+            t = hn::Or(high, hn::ShiftLeft<32>(low));
+        }
+        store_groups(hn::TableLookupBytes(hn::BitCast(d8(), t), hn::LoadDup128(d8(), five_of_eight)), p, 10);
+    }
+}
+
 // As the plain load_line; reads nothing from `end` on.
 [[maybe_unused]] HWY_ATTR void load_line_v(sample_layout layout, const std::uint8_t* p, const std::uint8_t* end,
                                            std::int32_t width, std::uint16_t* line) {
     const d16 tag;
-    const auto n = static_cast<std::int32_t>(hn::Lanes(tag));
+    constexpr std::int32_t n = vector_samples;
     std::int32_t x = 0;
     const std::ptrdiff_t have = end - p;
     if (layout.pack == packing::plain8) {
@@ -102,18 +190,12 @@ HWY_INLINE void store_groups(hn::Vec<d8> v, std::uint8_t* p, std::size_t step) {
             const auto scaled = hn::Min(hn::Max(hn::Mul(v, most), zero), most); // no number counts as 0
             hn::StoreU(hn::DemoteTo(du, hn::NearestInt(scaled)), du, line + x);
         }
-    } else if (layout.pack != packing::none) {
-        const unpack_table& t = unpack_table_of(layout.pack);
-        const auto shuffle = hn::LoadDup128(d8(), t.shuffle);
-        const auto factor = hn::LoadDup128(tag, t.factor);
-        const auto high = hn::Set(tag, t.high), low = hn::Set(tag, t.low);
-        const std::ptrdiff_t step = t.bytes;
-        // The last 128-bit load begins (n / 8 - 1) steps on.
-        const std::ptrdiff_t reach = (n / 8 - 1) * step + 16;
-        for (std::ptrdiff_t at = 0; x + n <= width && at + reach <= have; x += n, at += step * (n / 8)) {
-            const auto w = hn::BitCast(tag, hn::TableLookupBytes(load_groups(p + at, t.bytes), shuffle));
-            hn::StoreU(hn::Or(hn::And(w, high), hn::And(hn::Mul(w, factor), low)), tag, line + x);
-        }
+    } else {
+        with_packing(layout.pack, [&]<packing pack>(packed<pack> of) HWY_ATTR {
+            constexpr std::ptrdiff_t step = of.bytes * (n / 8);
+            for (std::ptrdiff_t at = 0; x + n <= width && at + packed_reach<pack> <= have; x += n, at += step)
+                hn::StoreU(load_packed(of, p + at), tag, line + x);
+        });
     }
     for (; x < width; ++x) line[x] = load_sample(layout, p, end, static_cast<std::size_t>(x));
 }
@@ -121,11 +203,8 @@ HWY_INLINE void store_groups(hn::Vec<d8> v, std::uint8_t* p, std::size_t step) {
 // As the plain store_line; writes nothing from `end` on, and within the line only ahead of what it writes next.
 [[maybe_unused]] HWY_ATTR void store_line_v(sample_layout layout, std::uint8_t* p, const std::uint8_t* end,
                                             std::int32_t width, const std::uint16_t* line) {
-    static constexpr std::uint8_t three_of_four[16] = {0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 0x80, 0x80, 0x80, 0x80};
-    static constexpr std::uint8_t five_of_eight[16] = {0,  1,  2,    3,    4,    8,    9,    10,
-                                                       11, 12, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80};
     const d16 tag;
-    const auto n = static_cast<std::int32_t>(hn::Lanes(tag));
+    constexpr std::int32_t n = vector_samples;
     std::int32_t x = 0;
     const std::ptrdiff_t have = end - p;
     if (layout.pack == packing::plain8) {
@@ -136,53 +215,17 @@ HWY_INLINE void store_groups(hn::Vec<d8> v, std::uint8_t* p, std::size_t step) {
         const int shift = layout.shift;
         for (; x + n <= width && 2 * (x + n) <= have; x += n)
             hn::StoreU(hn::BitCast(d8(), hn::ShiftRightSame(hn::LoadU(tag, line + x), shift)), d8(), p + 2 * x);
-    } else if (layout.pack == packing::p12 || layout.pack == packing::packed12 || layout.pack == packing::mipi12) {
-        const d32 wide;
-        const auto bytes = hn::LoadDup128(d8(), three_of_four);
-        const std::ptrdiff_t reach = (n / 8 - 1) * 12 + 16;
-        // Stop short of the last bytes of the line: a store reaches past its own samples, and what it spoils there the
-        // next one must mend.
-        for (std::ptrdiff_t at = 0; x + n <= width && at + reach <= width * 3 / 2 && at + reach <= have;
-             x += n, at += 12 * (n / 8)) {
-            const auto v = hn::BitCast(wide, hn::LoadU(tag, line + x)); // a in the low, b in the high half
-            auto t = v;
-            if (layout.pack == packing::p12) {
-                t = hn::Or(hn::ShiftRight<4>(hn::And(v, hn::Set(wide, 0xFFF0U))),
-                           hn::ShiftLeft<12>(hn::ShiftRight<20>(v)));
-            } else {
-                const auto a = hn::And(hn::ShiftRight<8>(v), hn::Set(wide, 0xFFU)), b = hn::ShiftRight<24>(v);
-                const auto low = hn::Or(hn::And(hn::ShiftRight<4>(v), hn::Set(wide, 0x0FU)),
-                                        hn::And(hn::ShiftRight<16>(v), hn::Set(wide, 0xF0U)));
-                t = layout.pack == packing::packed12 ? hn::Or(a, hn::Or(hn::ShiftLeft<8>(low), hn::ShiftLeft<16>(b)))
-                                                     : hn::Or(a, hn::Or(hn::ShiftLeft<8>(b), hn::ShiftLeft<16>(low)));
-            }
-            store_groups(hn::TableLookupBytes(hn::BitCast(d8(), t), bytes), p + at, 12);
-        }
-    } else if (layout.pack == packing::p10 || layout.pack == packing::mipi10) {
-        const d64 wide;
-        const auto bytes = hn::LoadDup128(d8(), five_of_eight);
-        const std::ptrdiff_t reach = (n / 8 - 1) * 10 + 16;
-        for (std::ptrdiff_t at = 0; x + n <= width && at + reach <= width * 5 / 4 && at + reach <= have;
-             x += n, at += 10 * (n / 8)) {
-            const auto v = hn::BitCast(wide, hn::LoadU(tag, line + x));
-            // Sample i stands in bits 16 i on, its ten bits from 16 i + 6.
-            const auto part = [&](std::uint64_t mask) { return hn::And(v, hn::Set(wide, mask)); };
-            auto t = v;
-            if (layout.pack == packing::p10) {
-                t = hn::Or(
-                    hn::Or(hn::ShiftRight<6>(part(0xFFC0ULL)), hn::ShiftRight<12>(part(0xFFC0ULL << 16))),
-                    hn::Or(hn::ShiftRight<18>(part(0xFFC0ULL << 32)), hn::ShiftRight<24>(part(0xFFC0ULL << 48))));
-            } else {
-                const auto high = hn::Or(
-                    hn::Or(hn::ShiftRight<8>(part(0xFF00ULL)), hn::ShiftRight<16>(part(0xFF00ULL << 16))),
-                    hn::Or(hn::ShiftRight<24>(part(0xFF00ULL << 32)), hn::ShiftRight<32>(part(0xFF00ULL << 48))));
-                const auto low =
-                    hn::Or(hn::Or(hn::ShiftRight<6>(part(0xC0ULL)), hn::ShiftRight<20>(part(0xC0ULL << 16))),
-                           hn::Or(hn::ShiftRight<34>(part(0xC0ULL << 32)), hn::ShiftRight<48>(part(0xC0ULL << 48))));
-                t = hn::Or(high, hn::ShiftLeft<32>(low));
-            }
-            store_groups(hn::TableLookupBytes(hn::BitCast(d8(), t), bytes), p + at, 10);
-        }
+    } else {
+        with_packing(layout.pack, [&]<packing pack>(packed<pack> of) HWY_ATTR {
+            constexpr std::ptrdiff_t step = of.bytes * (n / 8);
+            const std::ptrdiff_t room = std::ptrdiff_t{width} * of.bytes / 8;
+            // Stop short of the last bytes of the line: a store reaches past its own samples, and what it spoils there
+            // the next one must mend.
+            for (std::ptrdiff_t at = 0;
+                 x + n <= width && at + packed_reach<pack> <= room && at + packed_reach<pack> <= have;
+                 x += n, at += step)
+                store_packed(of, hn::LoadU(tag, line + x), p + at);
+        });
     }
     for (; x < width; ++x) store_sample(layout, p, end, static_cast<std::size_t>(x), line[x]);
 }

@@ -1,0 +1,129 @@
+// Bytes through tables of 256, a vector at a time: along the table's curve where it is one, otherwise by looking up.
+#pragma once
+#include "../byte_curve.h"
+#include "correct_rows-inl.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace img_pipe {
+namespace HWY_NAMESPACE {
+namespace {
+
+using words_tag = hn::RepartitionToWide<bytes_tag>;
+using vec_words = hn::Vec<words_tag>;
+
+#if HWY_TARGET == HWY_AVX2
+// `b` where the highest bit of `mask` is set, else `a`.
+HWY_INLINE vec_bytes by_top_bit(vec_bytes mask, vec_bytes b, vec_bytes a) {
+    return {_mm256_blendv_epi8(a.raw, b.raw, mask.raw)};
+}
+// Sums of two products of unsigned and signed bytes.
+HWY_INLINE vec_words pair_products(vec_bytes a, vec_bytes b) { return {_mm256_maddubs_epi16(a.raw, b.raw)}; }
+// Words to bytes within each block of 128 bits, at most 255.
+HWY_INLINE vec_bytes pack_words(vec_words low, vec_words high) { return {_mm256_packus_epi16(low.raw, high.raw)}; }
+#else
+HWY_INLINE vec_bytes by_top_bit(vec_bytes mask, vec_bytes b, vec_bytes a) {
+    return vec_bytes{_mm_blendv_epi8(a.raw, b.raw, mask.raw)};
+}
+HWY_INLINE vec_words pair_products(vec_bytes a, vec_bytes b) { return vec_words{_mm_maddubs_epi16(a.raw, b.raw)}; }
+HWY_INLINE vec_bytes pack_words(vec_words low, vec_words high) {
+    return vec_bytes{_mm_packus_epi16(low.raw, high.raw)};
+}
+#endif
+
+// A curve in registers.
+template <int exact_blocks>
+struct curve_vectors {
+    vec_bytes base[2], slope[2], above[2]; // of bytes below 128, and of the others
+    vec_bytes exact[exact_blocks + 1], exact_at[exact_blocks + 1];
+
+    explicit HWY_INLINE curve_vectors(const byte_curve& c) {
+        const bytes_tag tag;
+        for (int i = 0; i < 2; ++i) {
+            base[i] = hn::LoadDup128(tag, c.base + 16 * i);
+            slope[i] = hn::LoadDup128(tag, c.slope + 16 * i);
+            above[i] = hn::LoadDup128(tag, c.above + 16 * i);
+        }
+        for (int i = 0; i < exact_blocks; ++i) {
+            exact[i] = hn::LoadDup128(tag, c.exact[i]);
+            exact_at[i] = hn::Set(tag, c.exact_at[i]);
+        }
+    }
+
+    HWY_INLINE vec_bytes operator()(vec_bytes v) const {
+        const bytes_tag tag;
+        const words_tag wide;
+        alignas(16) static constexpr std::uint8_t bits[16] = {1, 2, 4, 8, 16, 32, 64, 128};
+        const auto nibble = hn::Set(tag, std::uint8_t{15});
+        const auto piece = hn::And(hn::BitCast(tag, hn::ShiftRight<3>(hn::BitCast(wide, v))), nibble);
+        const auto within = hn::And(v, hn::Set(tag, std::uint8_t{7}));
+        const auto of_piece = [&](const vec_bytes* parts) HWY_ATTR {
+            return by_top_bit(v, hn::TableLookupBytes(parts[1], piece), hn::TableLookupBytes(parts[0], piece));
+        };
+        const auto b = of_piece(base), s = of_piece(slope);
+        const auto sixteen = hn::Set(tag, std::uint8_t{16});
+        const auto low = pair_products(hn::InterleaveLower(tag, s, b), hn::InterleaveLower(tag, within, sixteen)),
+                   high = pair_products(hn::InterleaveUpper(tag, s, b), hn::InterleaveUpper(tag, within, sixteen));
+        auto out = pack_words(hn::ShiftRight<4>(low), hn::ShiftRight<4>(high));
+        const auto bit = hn::TableLookupBytes(hn::LoadDup128(tag, bits), within);
+        const auto one_above = hn::VecFromMask(tag, hn::Eq(hn::And(of_piece(above), bit), bit));
+        out = hn::Sub(out, one_above); // of which none is at 255
+        if constexpr (exact_blocks > 0) {
+            const auto block = hn::AndNot(nibble, v), place = hn::And(v, nibble);
+            for (int i = 0; i < exact_blocks; ++i)
+                out = hn::IfThenElse(hn::Eq(block, exact_at[i]), hn::TableLookupBytes(exact[i], place), out);
+        }
+        return out;
+    }
+};
+
+// Sites of even and odd columns to vectors of their own, and back.
+template <class Even, class Odd>
+HWY_INLINE void map_two_vectors(const Even& even, const Odd& odd, const std::uint8_t* in, std::uint8_t* out) {
+    const bytes_tag tag;
+    const words_tag wide;
+    constexpr std::int32_t step = HWY_LANES(std::uint8_t);
+    const auto low = hn::Set(wide, std::uint16_t{255});
+    const auto a = hn::BitCast(wide, hn::LoadU(tag, in)), b = hn::BitCast(wide, hn::LoadU(tag, in + step));
+    const auto e = even(pack_words(hn::And(a, low), hn::And(b, low))),
+               o = odd(pack_words(hn::ShiftRight<8>(a), hn::ShiftRight<8>(b)));
+    hn::StoreU(hn::InterleaveLower(tag, e, o), tag, out);
+    hn::StoreU(hn::InterleaveUpper(tag, e, o), tag, out + step);
+}
+
+// Returns how many bytes it has done.
+template <int exact_blocks>
+HWY_ATTR std::int32_t map_along_curves(const byte_curve& even, const byte_curve& odd, const std::uint8_t* in,
+                                       std::int32_t width, std::uint8_t* out) {
+    const bytes_tag tag;
+    constexpr std::int32_t step = HWY_LANES(std::uint8_t);
+    const curve_vectors<exact_blocks> of_even(even);
+    std::int32_t x = 0;
+    if (&even == &odd) {
+        for (; x + step <= width; x += step) hn::StoreU(of_even(hn::LoadU(tag, in + x)), tag, out + x);
+        return x;
+    }
+    const curve_vectors<exact_blocks> of_odd(odd);
+    for (; x + 2 * step <= width; x += 2 * step) map_two_vectors(of_even, of_odd, in + x, out + x);
+    return x;
+}
+
+[[maybe_unused]] HWY_ATTR void map_sites_v(const byte_curve& even, const byte_curve& odd, const std::uint8_t* in,
+                                           std::int32_t width, std::uint8_t* out) {
+    const int exact = even.exact_blocks > odd.exact_blocks ? even.exact_blocks : odd.exact_blocks;
+    if (exact > most_exact_blocks) return look_up_sites_v(even.table, odd.table, in, width, out);
+    std::int32_t x = 0;
+    if (exact == 0)
+        x = map_along_curves<0>(even, odd, in, width, out);
+    else if (exact == 1)
+        x = map_along_curves<1>(even, odd, in, width, out);
+    else if (exact == 2)
+        x = map_along_curves<2>(even, odd, in, width, out);
+    else
+        x = map_along_curves<most_exact_blocks>(even, odd, in, width, out);
+    look_up_sites(even.table, odd.table, in + x, width - x, out + x);
+}
+
+} // namespace
+} // namespace HWY_NAMESPACE
+} // namespace img_pipe
+HWY_AFTER_NAMESPACE();
