@@ -324,7 +324,7 @@ void expect_alike(const tonemapping_stretch& want, const tonemapping_stretch& go
 
 // A stream of frames whose light changes, with one flash: factors by frame, and the pixels that come of them.
 TEST(ToneMapping, MeasuredStreamEqualsTheDefinition) {
-    for (const char* id : {"Y800", "RGGB", "BA81", "GB16", "Y16 ", "BG10", "RGCp", "Y10p", "GRDP"}) {
+    for (const char* id : {"Y800", "RGGB", "BA81", "GB16", "Y16 ", "BG10", "RGCp", "Y10p", "GRDP", "GBCP"}) {
         const layout& f =
             *std::ranges::find_if(layouts, [&](const layout& l) { return fcc(l.id) == fcc_from_text(id); });
         transform_pipe pipe;

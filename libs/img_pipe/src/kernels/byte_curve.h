@@ -17,6 +17,7 @@ struct byte_curve {
     alignas(16) std::uint8_t exact[most_exact_blocks][16];
     std::uint8_t exact_at[most_exact_blocks]; // first entry of the block; a number that is no multiple of 16: none
     int exact_blocks;                         // more than most_exact_blocks: the table is no such curve
+    bool unchanged;                           // the table gives each byte itself, as green's mostly does
     std::uint8_t table[256];
 };
 
@@ -49,6 +50,8 @@ struct byte_curve {
 
 [[maybe_unused]] void fit_curve(const std::uint8_t* table, byte_curve& curve) {
     std::memcpy(curve.table, table, 256);
+    curve.unchanged = true;
+    for (int v = 0; v < 256; ++v) curve.unchanged = curve.unchanged && table[v] == v;
     curve.exact_blocks = 0;
     for (std::uint8_t& at : curve.exact_at) at = 1;
     for (int block = 0; block < 16; ++block) {

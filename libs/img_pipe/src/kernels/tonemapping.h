@@ -70,23 +70,27 @@ private:
         std::uint16_t* const index = take_ring(at, width, 1).line(0);
         auto* const kept = reinterpret_cast<std::uint8_t*>(take_ring(at, width, 1).line(0)); // the line before
         const auto line_bytes = static_cast<std::size_t>(width);
-        std::uint8_t grey[256];
-        for (std::int32_t v = 0; v < 256; ++v) grey[v] = params.byte_table[256 * v + v];
+        if (in.mosaic == phase::grey) return map_grey_bytes();
         for (std::int32_t y = 0; y < call.src.height; ++y) {
             const std::uint8_t* const own = line_of(call.src, y);
             std::uint8_t* const to = line_of(call.dst, y);
-            if (in.mosaic == phase::grey) {
-                look_up(grey, own, width, to);
-                continue;
-            }
             const std::int32_t next = below(y);
             const bool changed = in_place && next == y - 1 && next >= 0;
             const cell_lines<std::uint8_t> cells{own, changed ? kept : original(next), green_first(y)};
             // Only the image's last line looks back.
             if (in_place && call.first_line + y == call.image_height - 2) std::memcpy(kept, own, line_bytes);
             Rows::index_bytes(cells, 0, width, index);
-            look_up(params.byte_table, index, width, to);
+            Rows::look_up(params.byte_table, index, width, to);
         }
+    }
+
+    void map_grey_bytes() {
+        std::uint8_t table[256];
+        for (std::int32_t v = 0; v < 256; ++v) table[v] = params.byte_table[256 * v + v];
+        byte_curve curve;
+        fit_curve(table, curve);
+        for (std::int32_t y = 0; y < call.src.height; ++y)
+            Rows::map_sites(curve, curve, line_of(call.src, y), width, line_of(call.dst, y));
     }
 
     void map_words() {

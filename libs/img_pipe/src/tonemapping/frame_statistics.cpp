@@ -50,7 +50,15 @@ struct packed_reader {
     sample_layout layout;
     std::int32_t operator()(std::int32_t x, std::int32_t y) const {
         const std::uint8_t* line = base + y * stride;
-        return load_sample(layout, line, line + line_bytes, static_cast<std::size_t>(x));
+        const std::ptrdiff_t pair = static_cast<std::ptrdiff_t>(x / 2) * 3;
+        if (group_of(layout.pack) != 2 || pair + 3 > line_bytes)
+            return load_sample(layout, line, line + line_bytes, static_cast<std::size_t>(x));
+        const std::uint8_t* const p = line + pair;
+        const bool second = (x & 1) != 0;
+        if (layout.pack == packing::p12) return second ? p[2] << 8 | (p[1] & 0xF0) : (p[1] & 15) << 12 | p[0] << 4;
+        const bool between = layout.pack == packing::packed12; // of the high bytes stand the low bits
+        const int high = second ? p[between ? 2 : 1] : p[0], low = p[between ? 1 : 2];
+        return high << 8 | (second ? low & 0xF0 : low << 4 & 0xF0);
     }
 };
 struct float_reader {

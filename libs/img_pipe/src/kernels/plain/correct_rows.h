@@ -5,8 +5,6 @@
 
 #include <img_pipe/kernel_params.h>
 
-#include <cstring>
-
 namespace img_pipe {
 namespace {
 
@@ -22,20 +20,6 @@ namespace {
     r = r < 0.0F ? 0.0F : r > 65535.0F ? 65535.0F : r;
     const auto out = static_cast<std::uint16_t>(nearest(r));
     return p.table != nullptr ? p.table[out] : out;
-}
-
-// Four at a time: a store of one sample might change the next, so each by itself would wait for the last.
-[[maybe_unused]] void look_up_words(const std::uint16_t* table, std::int32_t width, std::uint16_t* line) {
-    std::int32_t x = 0;
-    for (; x + 4 <= width; x += 4) {
-        std::uint64_t four = 0;
-        std::memcpy(&four, line + x, sizeof(four));
-        const std::uint64_t a = table[four & 0xFFFF], b = table[four >> 16 & 0xFFFF], c = table[four >> 32 & 0xFFFF],
-                            d = table[four >> 48];
-        four = a | b << 16 | c << 32 | d << 48;
-        std::memcpy(line + x, &four, sizeof(four));
-    }
-    for (; x < width; ++x) line[x] = table[line[x]];
 }
 
 [[maybe_unused]] void correct_line(const sample_params& p, std::int32_t y, std::int32_t width, std::uint16_t* line) {

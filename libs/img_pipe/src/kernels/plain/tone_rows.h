@@ -36,9 +36,10 @@ template <class T>
     for (; x < width; ++x) index[x] = static_cast<std::uint16_t>(cell_sum(c, x, width) / 3);
 }
 
-// Eight at a time: a store of bytes might change the table or the places, so each one by itself would wait for the last.
-template <class Place>
-[[maybe_unused]] void look_up(const std::uint8_t* table, const Place* places, std::int32_t n, std::uint8_t* out) {
+// Eight at a time: a store of bytes might change the table or the places, so each one by itself would wait for the
+// last.
+[[maybe_unused]] void look_up(const std::uint8_t* table, const std::uint16_t* places, std::int32_t n,
+                              std::uint8_t* out) {
     std::int32_t x = 0;
     for (; x + 8 <= n; x += 8) {
         std::uint8_t found[8];

@@ -90,20 +90,31 @@ HWY_INLINE void map_two_vectors(const Even& even, const Odd& odd, const std::uin
     hn::StoreU(hn::InterleaveUpper(tag, e, o), tag, out + step);
 }
 
+struct unchanged_vectors {
+    HWY_INLINE vec_bytes operator()(vec_bytes v) const { return v; }
+};
+
+template <class Even, class Odd>
+HWY_INLINE std::int32_t map_pairs(const Even& even, const Odd& odd, const std::uint8_t* in, std::int32_t width,
+                                  std::uint8_t* out) {
+    constexpr std::int32_t step = 2 * HWY_LANES(std::uint8_t);
+    std::int32_t x = 0;
+    for (; x + step <= width; x += step) map_two_vectors(even, odd, in + x, out + x);
+    return x;
+}
+
 // Returns how many bytes it has done.
 template <int exact_blocks>
 HWY_ATTR std::int32_t map_along_curves(const byte_curve& even, const byte_curve& odd, const std::uint8_t* in,
                                        std::int32_t width, std::uint8_t* out) {
     const bytes_tag tag;
-    constexpr std::int32_t step = HWY_LANES(std::uint8_t);
+    if (even.unchanged) return map_pairs(unchanged_vectors(), curve_vectors<exact_blocks>(odd), in, width, out);
     const curve_vectors<exact_blocks> of_even(even);
+    if (odd.unchanged) return map_pairs(of_even, unchanged_vectors(), in, width, out);
+    if (&even != &odd) return map_pairs(of_even, curve_vectors<exact_blocks>(odd), in, width, out);
+    constexpr std::int32_t step = HWY_LANES(std::uint8_t);
     std::int32_t x = 0;
-    if (&even == &odd) {
-        for (; x + step <= width; x += step) hn::StoreU(of_even(hn::LoadU(tag, in + x)), tag, out + x);
-        return x;
-    }
-    const curve_vectors<exact_blocks> of_odd(odd);
-    for (; x + 2 * step <= width; x += 2 * step) map_two_vectors(of_even, of_odd, in + x, out + x);
+    for (; x + step <= width; x += step) hn::StoreU(of_even(hn::LoadU(tag, in + x)), tag, out + x);
     return x;
 }
 

@@ -4,6 +4,8 @@
 
 #include <hwy/highway.h>
 
+#include <cstring>
+
 HWY_BEFORE_NAMESPACE();
 namespace img_pipe {
 namespace HWY_NAMESPACE {
@@ -58,13 +60,38 @@ HWY_ATTR std::int32_t correct_vectors(const vector_correction& c, std::int32_t w
     return x;
 }
 
+// Four places of a table, read at once.
+HWY_INLINE std::uint64_t four_places(const std::uint16_t* places) {
+    std::uint64_t four = 0;
+    std::memcpy(&four, places, sizeof(four));
+    return four;
+}
+
+// What is found goes into vectors without a detour.
+[[maybe_unused]] HWY_ATTR void look_up_words_v(const std::uint16_t* table, std::int32_t width, std::uint16_t* line) {
+    std::int32_t x = 0;
+    for (; x + 8 <= width; x += 8) {
+        const std::uint64_t a = four_places(line + x), b = four_places(line + x + 4);
+        auto v = _mm_cvtsi32_si128(table[a & 0xFFFF]);
+        v = _mm_insert_epi16(v, table[a >> 16 & 0xFFFF], 1);
+        v = _mm_insert_epi16(v, table[a >> 32 & 0xFFFF], 2);
+        v = _mm_insert_epi16(v, table[a >> 48], 3);
+        v = _mm_insert_epi16(v, table[b & 0xFFFF], 4);
+        v = _mm_insert_epi16(v, table[b >> 16 & 0xFFFF], 5);
+        v = _mm_insert_epi16(v, table[b >> 32 & 0xFFFF], 6);
+        v = _mm_insert_epi16(v, table[b >> 48], 7);
+        std::memcpy(line + x, &v, sizeof(v));
+    }
+    for (; x < width; ++x) line[x] = table[line[x]];
+}
+
 // As the plain correct_line.
 [[maybe_unused]] HWY_ATTR void correct_line_v(const sample_params& p, std::int32_t y, std::int32_t width,
                                               std::uint16_t* line) {
     const vector_correction c(p, y);
     const std::int32_t x =
         p.offset != 0 ? correct_vectors<true>(c, width, line) : correct_vectors<false>(c, width, line);
-    if (p.table != nullptr) look_up_words(p.table, x, line);
+    if (p.table != nullptr) look_up_words_v(p.table, x, line);
     correct_line(p, y, width - x, line + x);
 }
 
