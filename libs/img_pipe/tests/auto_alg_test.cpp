@@ -532,6 +532,23 @@ TEST(AutoPass, PacesItself) {
     EXPECT_EQ(auto_pass(idle, image, auto_pass_params{}).brightness, -1) << "no function";
 }
 
+// A camera's gains lie between the steps; what is grey is left alone, or each pass would write them anew.
+TEST(AutoPass, GreyKeepsTheCamerasGains) {
+    std::vector<std::uint8_t> memory(64 * 64 * 4, 100);
+    const float half = 0.5F;
+    for (const auto id : {fcc("RGGB"), fcc("RGf0")}) {
+        if (id == fcc("RGf0"))
+            for (std::size_t i = 0; i < memory.size(); i += 4) std::memcpy(&memory[i], &half, 4);
+        auto_alg_state state;
+        auto_pass_params p;
+        p.white_balance.continuous = true;
+        p.white_balance.gain[0] = 1.37F;
+        p.white_balance.gain[2] = 2.01F;
+        const auto r = auto_pass(state, make_view(memory.data(), image_size(id, 64, 64), id, 64, 64), p);
+        EXPECT_FALSE(r.wb_changed) << r.wb_r << ' ' << r.wb_g << ' ' << r.wb_b;
+    }
+}
+
 // Whatever the block says, results are within its limits, or as they were.
 TEST(AutoPass, AnyBlockGivesBoundedResults) {
     std::mt19937_64 random(5);

@@ -56,6 +56,9 @@ void balance(contents& state, const auto_pass_params& p, auto_pass_result& resul
     } else {
         next = exec_auto_whitebalance_steps_on_pixels(state.samples.bytes(), wb.gain, once);
     }
+    // What is grey stays as the camera has it, between the steps: it would be written anew with every pass.
+    for (int i = 0; i < 3; ++i)
+        if (next.done && std::abs(next.gain[i] - wb.gain[i]) < gain_step) next.gain[i] = wb.gain[i];
     result.wb_r = next.gain[0];
     result.wb_g = next.gain[1];
     result.wb_b = next.gain[2];

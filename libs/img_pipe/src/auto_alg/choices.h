@@ -41,6 +41,8 @@ constexpr double contrast_unit = 16777216;
 // Pixels measured for all blocks of an image together; fewer of formats that are read pixel by pixel.
 constexpr std::int32_t contrast_pixels = 81920, slow_contrast_pixels = 20480;
 
+// What a gain of the white balance moves by.
+constexpr float gain_step = 1.0F / 64;
 // White balance once by steps ends after so many passes: noise or a changing scene could keep it stepping for ever.
 constexpr std::int32_t most_once_passes = 60;
 // Passes of white balance once by temperature, and of how many records one is scanned: 71 rows take 75 us then.
