@@ -41,6 +41,23 @@ struct fault_options {
 // What becomes of a packet size that is no multiple of the step.
 enum class size_rounding { none, down, up };
 
+// What the light is from a frame of the acquisition on. Level 1: a mean of 40 % at the start values.
+struct light_change {
+    uint64_t frame = 0;
+    double level = 1, red = 1, blue = 1; // green is 1
+};
+
+// A scene in front of the camera, in place of the test picture, where the format is grey or a mosaic of 8 bits. The
+// picture answers to ExposureTime, Gain, BlackLevelRaw and to features of its own: Iris, Focus, BalanceRatio.
+enum class scene_kind { none, grey, colours };
+struct scene_options {
+    scene_kind what = scene_kind::none;
+    std::vector<light_change> light; // by frame
+    double flicker = 0;              // part of the light that swings
+    double flicker_frequency = 100;  // Hz
+    uint32_t sharp_at = 430;         // focus position, 0 to 1000; also the one at the start
+};
+
 struct camera_options {
     uint32_t address = 0x7F000001; // host order; must be an address of this host
     uint16_t port = 3956;
@@ -57,6 +74,7 @@ struct camera_options {
     uint32_t height = 0;
     uint32_t pixel_format = 0x01080001; // any PFNC value
     double frame_rate = 30;
+    scene_options scene{};
     uint32_t packet_size = 1500;      // with IP and UDP headers, until the consumer sets another
     uint32_t max_packet_size = 16000; // what the register accepts, a multiple of the step or not
     uint32_t packet_size_step = 4;

@@ -10,9 +10,11 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <cinttypes>
 #include <cstdio>
 #include <fstream>
 #include <map>
+#include <optional>
 #include <string>
 
 namespace {
@@ -27,6 +29,7 @@ struct arguments {
     std::string stats_file;
     std::string firmware_file;
     std::string document_file;
+    std::vector<std::string> light;
     camera_sim::firmware_package_options firmware;
     camera_sim::camera_options camera;
 };
@@ -62,6 +65,25 @@ void declare(CLI::App& app, arguments& args) {
         ->check(CLI::PositiveNumber)
         ->capture_default_str()
         ->group(picture);
+
+    const auto* scene = "Scene (with it the picture answers to exposure, gain, iris, focus and white balance)";
+    app.add_option("--scene", camera.scene.what, "In place of the test picture, for 8-bit formats: grey, colours")
+        ->transform(CLI::CheckedTransformer(std::map<std::string, camera_sim::scene_kind>{
+            {"none", camera_sim::scene_kind::none},
+            {"grey", camera_sim::scene_kind::grey},
+            {"colours", camera_sim::scene_kind::colours}}))
+        ->group(scene);
+    app.add_option("--light", args.light,
+                   "FRAME:LEVEL[:RED:BLUE], the light from a frame of the acquisition on, by frame; level 1 is right at "
+                   "the start")
+        ->group(scene);
+    app.add_option("--flicker", camera.scene.flicker, "Part of the light that swings")
+        ->check(CLI::Range(0.0, 1.0))
+        ->group(scene);
+    app.add_option("--flicker-frequency", camera.scene.flicker_frequency, "Hz")->capture_default_str()->group(scene);
+    app.add_option("--sharp-at", camera.scene.sharp_at, "Focus position of the scene, 0 to 1000")
+        ->capture_default_str()
+        ->group(scene);
 
     const auto* stream = "Stream";
     app.add_option("--packet-size", camera.packet_size, "With IP and UDP headers, until the consumer sets another")
@@ -160,6 +182,16 @@ void declare(CLI::App& app, arguments& args) {
     app.add_flag("--exit-with-parent", args.exit_with_parent, "End when the parent process ends")->group(running);
 }
 
+// "FRAME:LEVEL" or "FRAME:LEVEL:RED:BLUE".
+std::optional<camera_sim::light_change> light_of(const std::string& text) {
+    camera_sim::light_change light;
+    char rest = 0;
+    const int fields = std::sscanf(text.c_str(), "%" SCNu64 ":%lf:%lf:%lf%c", &light.frame, &light.level, &light.red,
+                                   &light.blue, &rest);
+    if (fields != 2 && fields != 4) return {};
+    return light;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -184,6 +216,14 @@ int main(int argc, char** argv) {
     if (!args.document_file.empty()) {
         std::ifstream file{args.document_file, std::ios::binary};
         args.camera.document.assign(std::istreambuf_iterator<char>{file}, {});
+    }
+    for (const std::string& text : args.light) {
+        const auto light = light_of(text);
+        if (!light) {
+            fmt::print(stderr, "orv-gev-camera-sim: {} is not FRAME:LEVEL or FRAME:LEVEL:RED:BLUE\n", text);
+            return 2;
+        }
+        args.camera.scene.light.push_back(*light);
     }
     const auto first = gige::parse_address(args.address);
     args.camera.pixel_format = camera_sim::pixel_format_value(args.pixel_format);

@@ -67,12 +67,18 @@ std::string camera::problem_with(const camera_options& options) {
           outside("the width", options.width, 0U, options.sensor_width),
           outside("the height", options.height, 0U, options.sensor_height),
           outside("the frame rate", options.frame_rate, reg::frame_rate_range.min, reg::frame_rate_range.max),
+          outside("the position of the sharp focus", options.scene.sharp_at, 0U, reg::focus_most),
+          outside("the part of the light that flickers", options.scene.flicker, 0.0, 1.0),
+          outside("the frequency of the flicker", options.scene.flicker_frequency, 1.0, 1e5),
           outside("the largest packet size", options.max_packet_size, 576U, 65532U),
           outside("the packet size", options.packet_size, 576U, options.max_packet_size),
           outside("the number of frames kept for resends", options.ring_frames, 1U, 65536U),
           outside("the length of the serial number", options.serial.size(), std::size_t{0}, std::size_t{15}),
           outside("the length of the user-defined name", options.user_name.size(), std::size_t{0}, std::size_t{15})})
         if (!problem.empty()) return problem;
+    for (const light_change& light : options.scene.light)
+        for (const double each : {light.level, light.red, light.blue})
+            if (!(each >= 0 && each <= 1e4)) return fmt::format("a light is {}; it must be 0 to 10000", each);
     if (options.width % 8 != 0) return fmt::format("the width is {}; it must be a multiple of 8", options.width);
     if (gige::test_picture_size(8, 8, options.pixel_format) == 0)
         return fmt::format("the pixel format is 0x{:08X}, which has no picture", options.pixel_format);

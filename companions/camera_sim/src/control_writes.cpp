@@ -87,6 +87,14 @@ gige::gvcp::status control_server::validate(uint32_t address, uint32_t value) co
         return reg::frame_rate_range.holds(std::bit_cast<float>(value)) ? status::success : status::invalid_parameter;
     case reg::gamma:
         return reg::gamma_range.holds(std::bit_cast<float>(value)) ? status::success : status::invalid_parameter;
+    case reg::iris:
+        return value == 0 || value > reg::iris_most ? status::invalid_parameter : status::success;
+    case reg::focus:
+        return value > reg::focus_most ? status::invalid_parameter : status::success;
+    case reg::balance_ratio:
+    case reg::balance_ratio + 4:
+    case reg::balance_ratio + 8:
+        return reg::balance_range.holds(std::bit_cast<float>(value)) ? status::success : status::invalid_parameter;
     case boot::stream_packet_size: {
         // A change of the size in the middle of a frame would change its packets' number.
         const uint32_t before = memory.get(boot::stream_packet_size);

@@ -148,6 +148,7 @@ void build_address_space(device_state& device, const std::string& document) {
         memory.allow(address, 4, access::read_write);
     memory.allow(reg::exposure_time, 8, access::read_write);
     memory.allow(reg::gain_raw, 16, access::read_write);
+    if (device.options.scene.what != scene_kind::none) memory.allow(reg::iris, 5 * 4, access::read_write);
     memory.allow(reg::chunk_enable, 4 * reg::chunks.size(), access::read_write);
     memory.allow(reg::event_notification, 4 * reg::events.size(), access::read_write);
     memory.allow(reg::lut_content, 4 * 256, access::read_write);
@@ -230,6 +231,9 @@ void reset_registers(device_state& device, uint32_t address, bool keep_persisten
     memory.set_double(reg::exposure_time, 10000.0);
     for (uint32_t i = 0; i < 4; ++i) memory.set(reg::gain_raw + 4 * i, 0);
     memory.set_float(reg::gamma, 1.0F);
+    memory.set(reg::iris, reg::iris_start);
+    memory.set(reg::focus, options.scene.sharp_at);
+    for (uint32_t i = 0; i < 3; ++i) memory.set_float(reg::balance_ratio + 4 * i, 1.0F);
     for (uint32_t i = 0; i < reg::chunks.size(); ++i) memory.set(reg::chunk_enable + 4 * i, 1);
     for (uint32_t i = 0; i < reg::events.size(); ++i) memory.set(reg::event_notification + 4 * i, 0);
     memory.set(reg::action_device_key, options.action_device_key);

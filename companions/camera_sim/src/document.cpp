@@ -204,6 +204,23 @@ void analog_control(document_writer& doc) {
     doc.floating("Gamma", reg::gamma, 4, reg::gamma_range, "", {.p_is_available = "GammaEnable"});
 }
 
+// What the picture of a scene answers to.
+void scene_controls(document_writer& doc) {
+    doc.category("LensControl", {"Iris", "Focus", "BalanceRatioSelector", "BalanceRatio"});
+    doc.integer("Iris", reg::iris, {.min = 1, .max = reg::iris_most});
+    doc.integer("Focus", reg::focus, {.max = reg::focus_most});
+    doc.raw(fmt::format(R"(<Enumeration Name="BalanceRatioSelector">
+  <EnumEntry Name="Red"><Value>0</Value></EnumEntry>
+  <EnumEntry Name="Green"><Value>1</Value></EnumEntry>
+  <EnumEntry Name="Blue"><Value>2</Value></EnumEntry>
+  <pValue>BalanceRatioSelector_Value</pValue><pSelected>BalanceRatio</pSelected></Enumeration>
+<Float Name="BalanceRatio"><pValue>BalanceRatio_Register</pValue><Min>{}</Min><Max>{}</Max></Float>
+<FloatReg Name="BalanceRatio_Register"><Address>0x{:X}</Address><pIndex Offset="4">BalanceRatioSelector_Value</pIndex>
+  <Length>4</Length><AccessMode>RW</AccessMode><pPort>Device</pPort><Endianess>BigEndian</Endianess></FloatReg>)",
+                        reg::balance_range.min, reg::balance_range.max, reg::balance_ratio));
+    doc.selected_index("BalanceRatioSelector", 2);
+}
+
 void chunk_control(document_writer& doc) {
     doc.category("ChunkDataControl",
                  {"ChunkModeActive", "ChunkSelector", "ChunkEnable", "ChunkTimestamp", "ChunkFrameID",
@@ -421,9 +438,14 @@ uint32_t pixel_format_value(const std::string& text) {
 
 std::string make_document(const camera_options& options) {
     document_writer doc{options.vendor, options.model};
-    doc.category("Root", {"DeviceControl", "ImageFormatControl", "AcquisitionControl", "AnalogControl", "LUTControl",
-                          "DigitalIOControl", "ChunkDataControl", "EventControl", "ActionControl", "UserSetControl",
-                          "TransportLayerControl"});
+    std::vector<std::string> categories{"DeviceControl",    "ImageFormatControl", "AcquisitionControl",
+                                        "AnalogControl",    "LUTControl",         "DigitalIOControl",
+                                        "ChunkDataControl", "EventControl",       "ActionControl",
+                                        "UserSetControl",   "TransportLayerControl"};
+    const bool scene = options.scene.what != scene_kind::none;
+    if (scene) categories.insert(categories.begin() + 4, "LensControl");
+    doc.category("Root", categories);
+    if (scene) scene_controls(doc);
     device_control(doc);
     image_format_control(doc, options);
     acquisition_control(doc);

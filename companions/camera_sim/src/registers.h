@@ -44,6 +44,12 @@ inline constexpr uint32_t black_level_raw = base + 0x0D0;
 inline constexpr uint32_t gamma = base + 0x0D4; // float
 inline constexpr uint32_t gamma_enable = base + 0x0D8;
 
+// With a scene only.
+inline constexpr uint32_t iris = base + 0x0DC;
+inline constexpr uint32_t focus = base + 0x0E0;
+inline constexpr uint32_t balance_ratio = base + 0x0E4; // [3] float: Red, Green, Blue
+inline constexpr uint32_t iris_most = 12800, iris_start = 800, focus_most = 1000;
+
 inline constexpr uint32_t chunk_mode = base + 0x100;
 inline constexpr uint32_t chunk_enable = base + 0x104; // [chunk_count]
 
@@ -76,6 +82,7 @@ struct limits {
 inline constexpr limits exposure_range{10, 1'000'000}; // microseconds
 inline constexpr limits frame_rate_range{0.1, 10'000}; // Hz
 inline constexpr limits gamma_range{0.25, 4};
+inline constexpr limits balance_range{0.25, 4};
 
 struct named_id {
     std::string_view name;

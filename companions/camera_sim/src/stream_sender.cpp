@@ -29,6 +29,7 @@ uint64_t nanoseconds(auto duration) {
 stream_sender::stream_sender(device_state& shared, event_function raise_event)
     : device{shared},
       raise{std::move(raise_event)},
+      scene{shared.options.scene.what == scene_kind::none ? std::nullopt : std::make_optional<optics>(shared.options)},
       stream_dice{shared.options.faults.seed},
       batch(gige::udp_socket::max_batch),
       resend_dice{~shared.options.faults.seed} {}
@@ -149,6 +150,19 @@ stream_sender::settings stream_sender::snapshot(uint64_t number, std::shared_ptr
     current.exposure = memory.get_double(reg::exposure_time);
     current.gain = memory.get(reg::gain_raw) / 10.0;
     current.pattern = memory.get(reg::test_pattern);
+    if (scene) {
+        sensor_settings& sensor = current.sensor;
+        sensor = {next.width,       next.height,
+                  next.offset_x,    next.offset_y,
+                  next.pixel_format, current.exposure,
+                  {},               {},
+                  memory.get(reg::black_level_raw), memory.get(reg::iris),
+                  memory.get(reg::focus)};
+        for (uint32_t i = 0; i < 3; ++i) {
+            sensor.gain[i] = current.gain + memory.get(reg::gain_raw + 4 + 4 * i) / 10.0;
+            sensor.balance[i] = static_cast<double>(memory.get_float(reg::balance_ratio + 4 * i));
+        }
+    }
     const uint32_t mode = memory.get(reg::acquisition_mode);
     current.frames_wanted = mode == 1 ? 1 : mode == 2 ? memory.get(reg::acquisition_frame_count) : 0;
     return current;
@@ -224,6 +238,12 @@ void stream_sender::fill(const settings& current) {
     const std::size_t picture = gige::test_picture_size(next.width, next.height, next.pixel_format);
     next.timestamp = device.timestamp();
     if (next.data.size() != picture) next.data.resize(picture);
+    if (scene && current.pattern == 0 && optics::shows(next.pixel_format)) {
+        const double since = static_cast<double>(next.number) * std::chrono::duration<double>{current.period}.count();
+        scene->expose(next.number, since, current.sensor, next.data);
+        if (next.chunk_length != 0) append_chunks(current);
+        return;
+    }
     double brightness = current.exposure / neutral_exposure;
     if (current.gain != 0) brightness *= std::pow(10.0, current.gain / 20);
     if (current.pattern == 1) brightness = 0;

@@ -5,6 +5,7 @@
 #include "device_state.h"
 #include "fault_plan.h"
 #include "frame.h"
+#include "optics.h"
 
 #include <condition_variable>
 #include <deque>
@@ -54,6 +55,7 @@ private:
         bool triggered{};
         bool events_frame_start{}, events_exposure_end{}, events_acquisition_end{};
         double exposure{}, gain{};
+        sensor_settings sensor; // with a scene
         uint32_t pattern{};
         std::array<bool, 8> chunks{};
         uint64_t frames_wanted{}; // 0: no end
@@ -99,6 +101,7 @@ private:
     std::atomic<int> fragmentation{-1}; // what the socket is set to
 
     // The stream's thread only.
+    std::optional<optics> scene;
     dice stream_dice;
     loss_process losses;
     std::vector<item> planned;

@@ -8,6 +8,8 @@
 
 #include <cmath>
 #include <limits>
+#include <memory>
+#include <string>
 #include <vector>
 
 using namespace auto_alg;
@@ -99,6 +101,10 @@ TEST(WhiteBalanceSteps, GoByAQuarterOrByOne) {
     }
     const std::vector<byte_record> grey(50, byte_record{80, 81, 80, 80});
     EXPECT_TRUE(exec_auto_whitebalance_steps_on_pixels(grey, {1.5F, 1, 2}, false).done) << "within a count";
+    // A camera whose gains go below 1: grey with a gain of a half is not grey with the least one, which is 1.
+    const balance_result raised = exec_auto_whitebalance_steps_on_pixels(grey, {0.5F, 1, 1}, true);
+    EXPECT_EQ(raised.gain[0], 1);
+    EXPECT_FALSE(raised.done) << "a value changed";
     // A tenth of the records is grey: it alone counts, whatever the colours of the rest.
     std::vector<byte_record> mixed(90, byte_record{200, 20, 20, 20});
     mixed.insert(mixed.end(), 10, byte_record{90, 90, 90, 90});
@@ -156,4 +162,44 @@ TEST(AutoFocus, PackedSamplesByGroups) {
                         << name << ' ' << x << '+' << k;
             }
         }
+}
+
+// Light on the left half of each field and dark on the right: lines take the one and the other in turn.
+TEST(Sampling, EverySecondLineIsMovedByHalfAField) {
+    constexpr int field = 8, wide = field * sample_columns, high = 4 * sample_lines;
+    std::vector<std::uint8_t> memory(static_cast<std::size_t>(wide) * high);
+    for (int at = 0; at < wide * high; ++at) memory[static_cast<std::size_t>(at)] = at % field < field / 2 ? 200 : 100;
+    const auto samples = std::make_unique<sample_array>();
+    for (const auto id : {fcc("Y800"), fcc("RGGB")}) {
+        auto_sample_by_img(make_view(memory.data(), wide * high, id, wide, high), {0, 0, wide, high}, *samples);
+        ASSERT_EQ(samples->count, most_samples);
+        int light = 0;
+        for (const byte_record& r : samples->bytes()) light += r.g == 200 ? 1 : 0;
+        EXPECT_EQ(light, most_samples / 2) << fcc_name(id);
+    }
+}
+
+// Two things at different distances, the sharper of them in focus between the coarse positions only: the run keeps to
+// the block that was best over these.
+TEST(AutoFocus, KeepsToTheBlockOfTheCoarseSearch) {
+    auto_focus focus;
+    auto_pass_params p;
+    p.focus = {true, 0, 0, 1100, 1, false}; // coarse positions at every hundred
+    std::vector<std::uint8_t> memory(256 * 128);
+    const img_descriptor view = make_view(memory.data(), 256 * 128, fcc("Y800"), 256, 128);
+    std::int64_t lens = 0;
+    for (int frame = 0; frame < 600; ++frame) {
+        const double far = std::abs(static_cast<double>(lens) - 400), near = std::abs(static_cast<double>(lens) - 350);
+        // The near one is the first block, which counts as nobody's neighbour.
+        const double contrast[2] = {near < 40 ? 100 - near : 0, 40 / (1 + far / 200)};
+        for (int at = 0; at < 256 * 128; ++at)
+            memory[static_cast<std::size_t>(at)] =
+                static_cast<std::uint8_t>(120 + (at / 2 % 2 == 0 ? -1 : 1) * contrast[at / 128 % 2]);
+        p.block_id = static_cast<std::uint64_t>(frame);
+        p.time_ns = p.block_id * 100'000'000;
+        const auto_focus::step step = focus.advance(view, p);
+        if (step.changed) lens = step.position;
+        if (step.done) break;
+    }
+    EXPECT_EQ(lens, 400);
 }

@@ -422,6 +422,19 @@ TEST(ToneMapping, FactorsGivenBackAndFixed) {
             ASSERT_TRUE(pipe.transform_in_place(first.view, params));
             EXPECT_TRUE(first.content() == once);
         }
+    // Parameters out of their range mean its end in both forms.
+    params.tonemapping_factors = scratch.factors;
+    for (const auto& [beyond, end] : {std::pair{20.0F, 8.0F}, {-20.0F, -8.0F}}) {
+        const image far(fcc("RGGB"), 60, 44, 0), near(fcc("RGGB"), 60, 44, 0);
+        for (const image* i : {&far, &near}) {
+            fill(layouts[13], *i, 9, 0.4);
+            params.tonemapping_intensity = i == &far ? beyond : end;
+            params.tonemapping_global_brightness = i == &far ? 3 : 1;
+            transform_pipe fresh;
+            ASSERT_TRUE(fresh.transform_in_place(i->view, params));
+        }
+        EXPECT_TRUE(far.content() == near.content()) << beyond;
+    }
     params.tonemapping_factors = {1e30F, -1e30F, 1e30F, -5};
     EXPECT_TRUE(pipe.transform_in_place(first.view, params)) << "any numbers";
 }

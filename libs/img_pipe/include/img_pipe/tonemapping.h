@@ -81,6 +81,10 @@ struct frame_statistics {
 // Measures one pixel in 64. `image` is valid, and grey or a mosaic.
 frame_statistics measure_frame(const img_descriptor& image);
 
+// The user's parameters brought into their ranges; what is no number is 0.
+float bounded_intensity(float value);
+float bounded_global_brightness(float value);
+
 // The factors of the stream's next frame; all zero when no mapping is possible. The state's table holds the adaptation.
 tonemapping_factors calc_tonemapping_factors(const img_descriptor& image, tonemapping_state& state, float intensity,
                                              float global_brightness);

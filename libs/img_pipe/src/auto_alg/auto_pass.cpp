@@ -2,9 +2,11 @@
 
 #include "auto_step.h"
 #include "focus.h"
+#include "light_history.h"
 #include "records.h"
 #include "white_balance.h"
 
+#include <algorithm>
 #include <cmath>
 #include <new>
 
@@ -16,6 +18,7 @@ struct auto_alg_state::contents {
     std::uint64_t min_wait = min_wait_ns, max_wait = max_wait_ns, frames_most = max_frames;
     auto_focus focus;
     temperature_state temperature;
+    light_history light;
     bool once_over = false; // of the request that still stands
     std::int32_t once_passes = 0;
     sample_array samples;
@@ -56,6 +59,9 @@ void balance(contents& state, const auto_pass_params& p, auto_pass_result& resul
     } else {
         next = exec_auto_whitebalance_steps_on_pixels(state.samples.bytes(), wb.gain, once);
     }
+    // What is grey stays as the camera has it, between the steps: it would be written anew with every pass.
+    for (int i = 0; i < 3; ++i)
+        if (next.done && std::abs(next.gain[i] - wb.gain[i]) < gain_step) next.gain[i] = wb.gain[i];
     result.wb_r = next.gain[0];
     result.wb_g = next.gain[1];
     result.wb_b = next.gain[2];
@@ -74,6 +80,22 @@ void balance(contents& state, const auto_pass_params& p, auto_pass_result& resul
 float light_of(float value, const software_params& software) {
     const float gamma = software.gamma;
     return std::isfinite(gamma) && gamma >= 0.01F && gamma != 1 ? std::pow(value, 1 / std::min(gamma, 100.0F)) : value;
+}
+
+// What the light is multiplied by on its way to the samples, but for a factor.
+double light_product(const auto_pass_params& p) {
+    double product = std::max(static_cast<double>(p.iris.current), 1.0);
+    if (p.exposure.current > 0) product *= static_cast<double>(p.exposure.current);
+    const auto gain = static_cast<double>(p.gain.current), doubling = static_cast<double>(p.gain.per_doubling);
+    if (!p.gain.logarithmic) return gain > 0 ? product * gain : product;
+    return doubling > 0 && std::abs(gain) < 200 ? product * std::exp2(gain / doubling) : product;
+}
+
+// An iris moves a quarter of the way where the others move a third, too slow from far above: its goal is put further
+// away. Towards darkness that ends at black.
+auto_step calc_iris_step(double brightness, double reference, const iris_params& iris) {
+    const double further = std::max(reference + (reference - brightness) * iris_lead, 0.0);
+    return calc_auto_step(static_cast<float>(brightness), static_cast<float>(further), {}, {}, iris);
 }
 
 } // namespace
@@ -109,8 +131,13 @@ auto_pass_result auto_pass(auto_alg_state& of, const img_pipe::img_descriptor& i
     if (!exposing || seen.mean < 0) return result;
 
     const float reference = reference_brightness(p.exposure.reference, seen.bright);
-    const auto_step step =
-        calc_auto_step(light_of(seen.mean, p.software), light_of(reference, p.software), p.exposure, p.gain, p.iris);
+    const float wanted = light_of(reference, p.software);
+    const auto light = static_cast<float>(
+        state->light.take(static_cast<double>(light_of(seen.mean, p.software)), light_product(p)));
+    auto_step step = calc_auto_step(light, wanted, p.exposure, p.gain, p.iris);
+    const auto_step limited = calc_auto_step(1, 1, p.exposure, p.gain, p.iris);
+    if (step.iris != limited.iris)
+        step.iris = calc_iris_step(static_cast<double>(light), static_cast<double>(wanted), p.iris).iris;
     result.exposure = step.exposure;
     result.gain = step.gain;
     result.iris = step.iris;

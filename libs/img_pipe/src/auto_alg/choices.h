@@ -16,6 +16,12 @@ constexpr std::int32_t most_samples = sample_columns * sample_lines;
 // Hz, so that fast cameras do not chase their flicker. Half a millisecond less, for frame times that are rounded.
 constexpr std::uint64_t min_wait_ns = 49'500'000, max_wait_ns = 200'000'000, max_frames = 2;
 
+// Flicker at a rate that does not meet the passes' shows as a light that goes up and down. After so many turns within the
+// last passes the mean of these is acted upon. A move counts from the dead band's width on; a light beyond all of the
+// last passes by this factor is another one and begins anew: it is followed at once.
+constexpr int light_passes = 12, flicker_turns = 2;
+constexpr double turning_part = 1.04, other_light = 1.3;
+
 // Brightness to reach when none is set, of 255: a mean of 40 % keeps two and a half times the mean below white.
 constexpr std::uint32_t default_reference = 102;
 // Luma from which a record counts as bright: clipped, or nearly so.
@@ -27,6 +33,9 @@ constexpr double bright_power = 3;
 
 // Gain: a third of the way on the logarithmic scale, as exposure goes a third of the way on the linear one.
 constexpr double gain_part = 1.0 / 3;
+
+// Iris: quarters of a way half as long again are three eighths of the way.
+constexpr double iris_lead = 0.5;
 
 // Focus: the range is searched at so many equal distances, then the distance around the best place is halved until it
 // is the lens's step, at most so often. Two places each time.
@@ -41,6 +50,8 @@ constexpr double contrast_unit = 16777216;
 // Pixels measured for all blocks of an image together; fewer of formats that are read pixel by pixel.
 constexpr std::int32_t contrast_pixels = 81920, slow_contrast_pixels = 20480;
 
+// What a gain of the white balance moves by.
+constexpr float gain_step = 1.0F / 64;
 // White balance once by steps ends after so many passes: noise or a changing scene could keep it stepping for ever.
 constexpr std::int32_t most_once_passes = 60;
 // Passes of white balance once by temperature, and of how many records one is scanned: 71 rows take 75 us then.

@@ -31,8 +31,10 @@ balance_result exec_auto_whitebalance_steps_on_pixels(std::span<const byte_recor
                                                       bool once) {
     constexpr int neutral = 64, most = 255;
     int steps[3], given[3];
-    for (int i = 0; i < 3; ++i)
-        given[i] = steps[i] = std::clamp(static_cast<int>(bounded(gain[i], 0, 4, 1) * 64), neutral, most);
+    for (int i = 0; i < 3; ++i) {
+        given[i] = std::min(static_cast<int>(bounded(gain[i], 0, 4, 1) * 64), most);
+        steps[i] = std::max(given[i], neutral);
+    }
     const int excess = *std::ranges::min_element(steps) - neutral;
     for (int& s : steps) s -= excess;
 

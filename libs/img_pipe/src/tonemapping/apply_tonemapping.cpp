@@ -95,14 +95,13 @@ impl::tone_result impl::transform_helper::apply_tonemapping(transform_state& sta
     tonemapping_factors factors{};
     if (params.tonemapping_fixed) {
         const tonemapping_stretch& given = params.tonemapping_factors;
-        factors = {params.tonemapping_intensity,
-                   params.tonemapping_global_brightness,
+        factors = {bounded_intensity(params.tonemapping_intensity),
+                   bounded_global_brightness(params.tonemapping_global_brightness),
                    given.mean,
                    given.exponent,
                    given.scale,
                    given.offset};
-        for (const float f : {factors.intensity, factors.global_brightness, factors.mean, factors.exponent,
-                              factors.scale, factors.offset})
+        for (const float f : {given.scale, given.offset, given.exponent, given.mean})
             if (!std::isfinite(f)) return tone_result::unchanged;
     } else {
         factors = calc_tonemapping_factors(source, *tones, params.tonemapping_intensity,

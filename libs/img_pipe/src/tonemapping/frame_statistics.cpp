@@ -203,11 +203,14 @@ frame_statistics measure_frame(const img_descriptor& image) {
     return with_reader(image, [&](const auto& reader, phase mosaic) { return statistics_of(reader, image, mosaic); });
 }
 
+float bounded_intensity(float value) { return std::isnan(value) ? 0.0F : std::clamp(value, -8.0F, 8.0F); }
+float bounded_global_brightness(float value) { return value >= 0 ? std::min(value, 1.0F) : 0.0F; }
+
 tonemapping_factors calc_tonemapping_factors(const img_descriptor& image, tonemapping_state& state, float intensity,
                                              float global_brightness) {
     const profile_scope scope("apply_tonemapping calc_tonemapping_factors");
-    intensity = intensity >= -8 ? std::min(intensity, 8.0F) : intensity < -8 ? -8.0F : 0.0F;
-    global_brightness = global_brightness >= 0 ? std::min(global_brightness, 1.0F) : 0.0F;
+    intensity = bounded_intensity(intensity);
+    global_brightness = bounded_global_brightness(global_brightness);
     if (!state.initialised) {
         state.exponent_filter.value = 0.5F;
         state.low_filter.value = 0;
