@@ -93,9 +93,11 @@ Error device_data_stream::open_stream(const ipc_rpc::client_object_handle& chann
         params.send_resend = [this, handle = channel_lease](uint32_t channel_index, uint64_t block_id, uint32_t first,
                                                             uint32_t last, bool extended) {
             const auto sent = handle.invoke<catalogue::send_resend_cmd>(channel_index, block_id, first, last, extended);
-            if (!sent && unsent_requests++ == 0) {
+            if (sent) return;
+            if (unsent_requests++ == 0) {
                 logger().warn("The service takes no resend request: {}.", sent.error().message());
             }
+            stream_status_text.set("gev: resends-not-sent={}", unsent_requests);
         };
     }
     if (const std::error_code error = stream_channel->connect(params)) {
