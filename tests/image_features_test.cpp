@@ -20,6 +20,7 @@
 #include <fstream>
 #include <limits>
 #include <source_location>
+#include <thread>
 
 using bench::eventually;
 using bench::raw_client;
@@ -395,6 +396,56 @@ TEST_F(ImageFeatures, WhatOthersWriteIsSeen) {
     EXPECT_EQ(write(exposure_register, 1234.0), 0U);
     EXPECT_TRUE(eventually([&] { return block->get<float>(current_exposure) == 1234; }));
     EXPECT_EQ(block->get<float>(result_exposure), 1234) << "no order to change it back";
+}
+
+TEST_F(ImageFeatures, TheCamerasValueIsReadWhenAFunctionBegins) {
+    start();
+    open_raw();
+    EXPECT_EQ(write(exposure_register, 4321.0), 0U); // nobody looks
+    EXPECT_EQ(block->get<float>(current_exposure), 10000);
+    switch_on(auto_exposure);
+    EXPECT_TRUE(eventually([&] { return block->get<float>(current_exposure) == 4321; })) << "without a result";
+}
+
+TEST_F(ImageFeatures, NothingIsWrittenWithoutTheMasterEnable) {
+    start();
+    open_raw();
+    EXPECT_EQ(write(software + auto_gain, uint32_t{1}), 0U);
+    block->set(result_gain, 5.0F);
+    send_results();
+    switch_on(auto_exposure);
+    block->set(result_exposure, 3000.0F);
+    send_results(); // by the same thread, behind the first
+    EXPECT_TRUE(eventually([&] { return block->get<float>(current_exposure) == 3000; }));
+    EXPECT_NE(block->get<float>(current_gain), 5);
+}
+
+// A camera that answers late is tried again, and after three times in a row left alone until something is switched.
+TEST_F(ImageFeatures, ALateCameraIsTriedThreeTimes) {
+    start();
+    open_raw();
+    switch_on(auto_exposure);
+    const auto silent_for_one_result = [&](float result) {
+        own->camera(0).signal(SIGSTOP);
+        block->set(result_exposure, result);
+        send_results();
+        std::this_thread::sleep_for(std::chrono::milliseconds{1300}); // longer than an answer is waited for
+    };
+    silent_for_one_result(2001);
+    own->camera(0).signal(SIGCONT);
+    EXPECT_TRUE(eventually([&] {
+        send_results();
+        return block->get<float>(current_exposure) == 2001;
+    }));
+    EXPECT_EQ(count_of(own->logged(), "is given up"), 0);
+
+    silent_for_one_result(3001);
+    EXPECT_TRUE(eventually([&] {
+        send_results();
+        return count_of(own->logged(), "Automatic exposure of") == 1;
+    }));
+    own->camera(0).signal(SIGCONT);
+    EXPECT_EQ(count_of(own->logged(), "is given up"), 1);
 }
 
 TEST_F(ImageFeatures, ALockedFeatureIsWaitedFor) {
