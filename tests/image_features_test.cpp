@@ -13,12 +13,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <csignal>
 #include <cstring>
 #include <fstream>
 #include <limits>
 #include <source_location>
+#include <thread>
 
 using bench::eventually;
 using bench::raw_client;
@@ -396,6 +398,56 @@ TEST_F(ImageFeatures, WhatOthersWriteIsSeen) {
     EXPECT_EQ(block->get<float>(result_exposure), 1234) << "no order to change it back";
 }
 
+TEST_F(ImageFeatures, TheCamerasValueIsReadWhenAFunctionBegins) {
+    start();
+    open_raw();
+    EXPECT_EQ(write(exposure_register, 4321.0), 0U); // nobody looks
+    EXPECT_EQ(block->get<float>(current_exposure), 10000);
+    switch_on(auto_exposure);
+    EXPECT_TRUE(eventually([&] { return block->get<float>(current_exposure) == 4321; })) << "without a result";
+}
+
+TEST_F(ImageFeatures, NothingIsWrittenWithoutTheMasterEnable) {
+    start();
+    open_raw();
+    EXPECT_EQ(write(software + auto_gain, uint32_t{1}), 0U);
+    block->set(result_gain, 5.0F);
+    send_results();
+    switch_on(auto_exposure);
+    block->set(result_exposure, 3000.0F);
+    send_results(); // by the same thread, behind the first
+    EXPECT_TRUE(eventually([&] { return block->get<float>(current_exposure) == 3000; }));
+    EXPECT_NE(block->get<float>(current_gain), 5);
+}
+
+// A camera that answers late is tried again, and after three times in a row left alone until something is switched.
+TEST_F(ImageFeatures, ALateCameraIsTriedThreeTimes) {
+    start();
+    open_raw();
+    switch_on(auto_exposure);
+    const auto silent_for_one_result = [&](float result) {
+        own->camera(0).signal(SIGSTOP);
+        block->set(result_exposure, result);
+        send_results();
+        std::this_thread::sleep_for(std::chrono::milliseconds{1300}); // longer than an answer is waited for
+    };
+    silent_for_one_result(2001);
+    own->camera(0).signal(SIGCONT);
+    EXPECT_TRUE(eventually([&] {
+        send_results();
+        return block->get<float>(current_exposure) == 2001;
+    }));
+    EXPECT_EQ(count_of(own->logged(), "is given up"), 0);
+
+    silent_for_one_result(3001);
+    EXPECT_TRUE(eventually([&] {
+        send_results();
+        return count_of(own->logged(), "Automatic exposure of") == 1;
+    }));
+    own->camera(0).signal(SIGCONT);
+    EXPECT_EQ(count_of(own->logged(), "is given up"), 1);
+}
+
 TEST_F(ImageFeatures, ALockedFeatureIsWaitedFor) {
     start();
     open_raw();
@@ -441,6 +493,89 @@ TEST_F(ImageFeatures, ACameraThatRefusesIsLeftAlone) {
     own->camera(0).signal(SIGTERM);
     own->camera(0).wait();
     EXPECT_THAT(own->camera(0).output(), HasSubstr("\"requests_refused\":1"));
+}
+
+// Each feature writes its own place in the block, in the width and unit of its own, and no other.
+TEST_F(ImageFeatures, EachFeatureHasItsOwnPlace) {
+    std::string text = own_document();
+    const size_t end = text.rfind("</RegisterDescription>");
+    ASSERT_NE(end, text.npos);
+    text.insert(end, R"(<Integer Name="Iris"><Value>3</Value><Min>-100</Min><Max>100</Max></Integer>
+<Integer Name="Focus"><Value>7</Value><Min>0</Min><Max>1000</Max></Integer>)");
+    own = std::make_unique<test_bench>(std::vector<std::string>{"--log-level", "3"});
+    const auto path = own->folder() / "document.xml";
+    std::ofstream{path, std::ios::binary} << text;
+    start({"--document", path, "--pixel-format", "BayerRG8"});
+    bench::open_camera camera{test_bench::serial(0)};
+    const cli::node_map& nodes = camera.remote();
+    const mapped_block shared{own->service().pid()};
+    const auto flag = std::pair{"true", uint32_t{1}};
+    const auto place = [&](const char* name, size_t at, auto value) {
+        SCOPED_TRACE(name);
+        constexpr size_t words = 344 / 4;
+        std::array<uint32_t, words> before{};
+        for (size_t i = 0; i < words; ++i) before[i] = shared.get<uint32_t>(4 * i);
+        EXPECT_TRUE(takes(nodes, name, value.first)) << value.first;
+        EXPECT_EQ(shared.get<decltype(value.second)>(at), value.second);
+        for (size_t i = 0; i < words; ++i) {
+            if (4 * i >= at && 4 * i < at + sizeof value.second) continue;
+            EXPECT_EQ(shared.get<uint32_t>(4 * i), before[i]) << "at " << 4 * i;
+        }
+    };
+    place("SoftwareOverlay", 0, flag);
+    place("SoftwareBrightness", 16, std::pair{"-17", int32_t{-17}});
+    place("SoftwareGamma", 20, std::pair{"0.5", 0.5F});
+    place("SoftwareSaturation", 24, std::pair{"150", 150.0F});
+    place("SoftwareHue", 28, std::pair{"-90", -90.0F});
+    place("SoftwareSharpness", 32, std::pair{"-9", int32_t{-9}});
+    place("SoftwareDenoise", 36, std::pair{"11", int32_t{11}});
+    place("SoftwareColorMatrixEnable", 40, flag);
+    place("SoftwareColorMatrixValue", 44, std::pair{"1.5", 1.5F});
+    place("SoftwareToneMapping", 80, flag);
+    place("SoftwareToneMappingIntensity", 84, std::pair{"2", 2.0F});
+    place("SoftwareToneMappingGlobalBrightness", 88, std::pair{"0.25", 0.25F});
+    place("AutoExposureLimitByFrameRate", 108, flag);
+    place("AutoBrightnessTarget", 112, std::pair{"99", uint32_t{99}});
+    place("AutoExposureMinimum", 124, std::pair{"50", 50.0F});
+    place("AutoExposureMaximum", 128, std::pair{"5000", 5000.0F});
+    place("AutoGainMinimum", 144, std::pair{"1", 1.0F});
+    place("AutoGainMaximum", 148, std::pair{"9", 9.0F});
+    place("AutoIrisMinimum", 168, std::pair{"-50", int64_t{-50}});
+    place("AutoIrisMaximum", 176, std::pair{"60", int64_t{60}});
+    place("AutoIrisSeparate", 184, flag);
+    place("AutoFocusRegionEnable", 248, flag);
+    place("AutoRegionEnable", 252, flag);
+    place("AutoRegionOffsetX", 256, std::pair{"11", int64_t{11}});
+    place("AutoRegionOffsetY", 264, std::pair{"12", int64_t{12}});
+    place("AutoRegionWidth", 272, std::pair{"13", int64_t{13}});
+    place("AutoRegionHeight", 280, std::pair{"14", int64_t{14}});
+    place("SoftwareImageProcessingEnable", 12, flag);
+    EXPECT_EQ(text_of(nodes, "AutoExposureCurrent"), "10000");
+}
+
+TEST_F(ImageFeatures, AnExposureInAnotherUnit) {
+    const std::string text = own_document();
+    struct row {
+        const char* unit;
+        float wanted_us;
+        double in_unit;
+    };
+    for (const auto& [unit, wanted_us, in_unit] : {row{"ns", 5, 5000}, row{"ms", 20000, 20}, row{"s", 1e8F, 100}}) {
+        SCOPED_TRACE(unit);
+        std::string changed = text;
+        const size_t at = changed.find("<Unit>us</Unit>", changed.find("<Float Name=\"ExposureTime\""));
+        ASSERT_NE(at, changed.npos);
+        changed.replace(at + 6, 2, unit);
+        client.reset();
+        block.reset();
+        start_with_document(changed);
+        open_raw();
+        switch_on(auto_exposure);
+        block->set(result_exposure, wanted_us);
+        send_results();
+        EXPECT_TRUE(eventually([&] { return block->get<float>(current_exposure) == wanted_us; }));
+        EXPECT_EQ(camera_value<double>(exposure_register), in_unit);
+    }
 }
 
 // A camera of the first edition of the standard: raw numbers, a selector in a register, an iris.
@@ -545,8 +680,7 @@ TEST_F(ImageFeatures, ShowInThePicturesAndSteerTheCamera) {
     };
     const double plain = mean_of_last("plain", {"SoftwareBrightness=64"}, "3");
     ASSERT_GT(plain, 0);
-    const double bright =
-        mean_of_last("bright", {"SoftwareImageProcessingEnable=true", "SoftwareBrightness=64"}, "3");
+    const double bright = mean_of_last("bright", {"SoftwareImageProcessingEnable=true", "SoftwareBrightness=64"}, "3");
     EXPECT_GT(bright, plain + 20) << "a quarter of full scale, but for what is white already";
 
     const double dark = mean_of_last("dark", {"ExposureTime=1000"}, "3");

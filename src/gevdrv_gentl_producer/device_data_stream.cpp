@@ -58,6 +58,7 @@ Error device_data_stream::open_stream(const ipc_rpc::client_object_handle& chann
     skipped_frames = 0;
     resend_packets_requested = 0;
     unsent_requests = 0;
+    resends_shown = false;
     const auto payload = read_payload_size();
     if (!payload || *payload <= 0 || *payload > UINT32_MAX) {
         return {GC_ERR_INVALID_PARAMETER, "Failed to read PayloadSize from device."};
@@ -92,9 +93,11 @@ Error device_data_stream::open_stream(const ipc_rpc::client_object_handle& chann
         params.send_resend = [this, handle = channel_lease](uint32_t channel_index, uint64_t block_id, uint32_t first,
                                                             uint32_t last, bool extended) {
             const auto sent = handle.invoke<catalogue::send_resend_cmd>(channel_index, block_id, first, last, extended);
-            if (!sent && unsent_requests++ == 0) {
+            if (sent) return;
+            if (unsent_requests++ == 0) {
                 logger().warn("The service takes no resend request: {}.", sent.error().message());
             }
+            stream_status_text.set("gev: resends-not-sent={}", unsent_requests);
         };
     }
     if (const std::error_code error = stream_channel->connect(params)) {
@@ -157,6 +160,12 @@ frame_context device_data_stream::next_frame() {
 }
 
 void device_data_stream::deliver(const frame_info& info, const frame_receive_stats& stats) {
+    if (!stream_settings().flag(gds_producer::settings_block::overlay)) {
+        resends_shown = false;
+    } else if (!resends_shown || stats.resend_packets_requested != resend_packets_requested) {
+        overlay_status_text.set("gev: resends-requested={}", stats.resend_packets_requested);
+        resends_shown = true;
+    }
     if (stats.skipped_frames > skipped_frames) add_packet_loss(stats.skipped_frames - skipped_frames);
     skipped_frames = stats.skipped_frames;
     resend_packets_requested = stats.resend_packets_requested;
@@ -169,6 +178,7 @@ void device_data_stream::deliver(const frame_info& info, const frame_receive_sta
     buffer.width = info.size_x;
     buffer.height = info.size_y;
     buffer.pixel_format = info.pixel_format;
+    buffer.x_padding = info.padding_x;
     buffer.pixel_format_namespace = PIXELFORMAT_NAMESPACE_PFNC_32BIT;
     buffer.data_size = info.expected_payload_size;
     buffer.size_filled = info.filled_size;

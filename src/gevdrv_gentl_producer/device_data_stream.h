@@ -39,6 +39,7 @@ private:
     resend_settings& resend;      // the device's
     double tick_period_ns = 1.0;  // written before the receive thread starts
     uint64_t skipped_frames = 0;  // the receive thread's, as of the last frame
+    bool resends_shown = false;   // the receive thread's: the overlay's text is that of resend_packets_requested
     uint64_t unsent_requests = 0; // the receive thread's, for resends that the service had no room for
     std::atomic<uint64_t> resend_packets_requested{0};
     uint32_t packet_size_chosen = 0;

@@ -22,7 +22,7 @@ constexpr feature_text root_text{"SoftwareImageProcessing", "Software Image Proc
 void add_general(feature_writer& to, bool steers_brightness) {
     to.begin_category(root_text);
     to.flag({"SoftwareImageProcessingEnable", "Software Image Processing Enable",
-             "Switches all functions of this category, whatever their own switches say."},
+             "Switches all functions of this category but the overlay, whatever their own switches say."},
             block::master_enable);
     to.flag({"SoftwareOverlay", "Software Overlay", "Writes statistics of the stream into the image."}, block::overlay);
     if (!steers_brightness) return;

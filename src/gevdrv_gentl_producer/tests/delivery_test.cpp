@@ -1,4 +1,5 @@
 // From received frames to buffer fields, the mailbox, and what a device keeps beyond its streams.
+#include "module_feature.h"
 #include "stream_bench.h"
 
 #include <gds_gentl_producer/async_deliver_queue.h>
@@ -14,8 +15,6 @@ namespace {
 
 using namespace fake;
 
-constexpr uint64_t long_enough_ms = 10'000;
-
 // Frame 1 with this timestamp in its leader.
 void send_frame(camera& cam, uint64_t timestamp) {
     for (uint32_t id = 0; id <= camera::trailer_id; ++id) {
@@ -26,44 +25,6 @@ void send_frame(camera& cam, uint64_t timestamp) {
         cam.send(packet);
     }
 }
-
-// Reads and writes a feature of a module through the address in its document; T as wide as its register.
-template <class T>
-class feature {
-public:
-    feature(IPort& with, std::string_view name) : port(with) {
-        std::string list(4096, '\0');
-        size_t size = list.size();
-        EXPECT_FALSE(port.GetURL(list.data(), &size).failed());
-        unsigned long at = 0;
-        unsigned long length = 0;
-        EXPECT_EQ(std::sscanf(std::strchr(list.c_str(), ';'), ";%lx;%lx", &at, &length), 2);
-        std::string text(length, '\0');
-        size = length;
-        EXPECT_FALSE(port.Read(at, text.data(), &size).failed());
-        pugi::xml_document xml;
-        EXPECT_TRUE(xml.load_buffer(text.data(), text.size()));
-        const auto node = xml.find_node([&](const pugi::xml_node& candidate) {
-            return candidate.attribute("Name").value() == std::string{name} + "_Register";
-        });
-        EXPECT_TRUE(node) << name;
-        address = std::strtoull(node.child("Address").text().get(), nullptr, 0);
-    }
-    [[nodiscard]] T get() const {
-        T value = 99;
-        size_t size = sizeof value;
-        EXPECT_FALSE(port.Read(address, &value, &size).failed());
-        return value;
-    }
-    void set(T value) const {
-        size_t size = sizeof value;
-        EXPECT_FALSE(port.Write(address, &value, &size).failed());
-    }
-
-private:
-    IPort& port;
-    uint64_t address = 0;
-};
 
 // Holds the first thread that writes to it until it is let go.
 class blocking_sink final : public spdlog::sinks::sink {
@@ -95,15 +56,6 @@ private:
     bool entered = false;
     bool open = false;
 };
-
-// Until the receive thread has come so far.
-template <class Condition>
-bool reached(Condition condition) {
-    for (uint64_t i = 0; i < long_enough_ms && !condition(); ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds{1});
-    }
-    return condition();
-}
 
 } // namespace
 

@@ -31,6 +31,9 @@ struct camera_traits {
     uint64_t tick_frequency = 1'000'000'000;
     const char* more_nodes = ""; // of the document
     const char* first_url = "";  // before the one of the document
+    // What the leader says of the picture; zeros for the picture that is sent.
+    uint32_t width = 0, height = 0, padding = 0;
+    uint32_t pixel_format = 0x01080001;
 };
 
 class camera {
@@ -80,6 +83,25 @@ public:
             }
         }
         return bytes;
+    }
+
+    // The same, with the leader that this camera sends.
+    [[nodiscard]] std::vector<std::byte> own_packet(uint16_t block, uint32_t id) const {
+        auto bytes = packet(block, id);
+        const auto put = [&](size_t at, uint64_t value, int count) {
+            while (count-- > 0) bytes[at++] = static_cast<std::byte>(value >> (8 * count) & 0xFF);
+        };
+        if (id != 0) return bytes;
+        put(20, traits.pixel_format, 4);
+        if (traits.width != 0) {
+            put(24, traits.width, 4);
+            put(28, traits.height, 4);
+            put(40, traits.padding, 2);
+        }
+        return bytes;
+    }
+    [[nodiscard]] size_t picture_bytes() const {
+        return (size_t{traits.width} * (traits.pixel_format >> 16 & 0xFF) / 8 + traits.padding) * traits.height;
     }
 
     [[nodiscard]] std::string document() const {
@@ -140,7 +162,7 @@ public:
     // A frame at once, without loss, by whom the test likes.
     void send_frame(uint16_t block, const gige::udp_socket* from = nullptr, uint32_t skip = UINT32_MAX) {
         for (uint32_t id = 0; id <= trailer_id; ++id) {
-            if (id != skip) send(packet(block, id), from);
+            if (id != skip) send(own_packet(block, id), from);
         }
     }
     void send(std::span<const std::byte> data, const gige::udp_socket* from = nullptr) {
@@ -167,7 +189,7 @@ private:
         static_cast<void>(socket.send(to, data));
     }
     void lossy(uint16_t block, uint32_t id, const gige::endpoint& to) {
-        if (random() % 1000 >= traits.loss) transmit(packet(block, id), to);
+        if (random() % 1000 >= traits.loss) transmit(own_packet(block, id), to);
     }
     void answer(std::unique_lock<std::mutex>& held) {
         while (!asked.empty() && destination.port != 0) {

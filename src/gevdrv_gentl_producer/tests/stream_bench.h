@@ -3,6 +3,7 @@
 #pragma once
 
 #include "fake_camera.h"
+#include "module_feature.h"
 
 #include "../device_instance.h"
 #include "../interface_instance.h"
@@ -14,10 +15,7 @@
 
 #include <gtest/gtest.h>
 
-#include <pugixml.hpp>
-
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <set>
@@ -127,6 +125,7 @@ class stream_bench {
 public:
     ~stream_bench() {
         if (stream != nullptr) {
+            for (const auto& [handle, block] : memory) expect_guard(handle, info<size_t>(handle, BUFFER_INFO_SIZE));
             EXPECT_FALSE(device->OnDataStreamClosed(stream).failed());
         }
         device.reset();
@@ -172,8 +171,11 @@ public:
         EXPECT_FALSE(source->RegisterEvent(EVENT_NEW_BUFFER, &event_handle).failed());
         event = dynamic_cast<IEvent*>(static_cast<IHandleTarget*>(event_handle));
     }
-    BUFFER_HANDLE announce(size_t size = camera::payload_size) {
-        auto block = std::make_unique<std::byte[]>(size);
+    // Big enough for what the leader promises; the camera sends only the first bytes of a large picture.
+    BUFFER_HANDLE announce() { return announce(std::max<size_t>(camera::payload_size, cam.picture_bytes())); }
+    BUFFER_HANDLE announce(size_t size) {
+        auto block = std::make_unique<std::byte[]>(size + guard_bytes);
+        std::fill_n(block.get() + size, guard_bytes, guard);
         BUFFER_HANDLE handle = nullptr;
         EXPECT_FALSE(stream->AnnounceBuffer(block.get(), size, nullptr, &handle).failed());
         memory.emplace(handle, std::move(block));
@@ -181,7 +183,9 @@ public:
     }
     // Revoked memory is freed at once: nobody may write to it any more.
     bool revoke(BUFFER_HANDLE handle) {
+        const auto size = info<size_t>(handle, BUFFER_INFO_SIZE);
         if (stream->RevokeBuffer(handle, nullptr, nullptr).failed()) return false;
+        expect_guard(handle, size);
         memory.erase(handle);
         return true;
     }
@@ -226,33 +230,33 @@ public:
         }
         return true;
     }
+    [[nodiscard]] std::byte* bytes_of(BUFFER_HANDLE handle) const { return memory.at(handle).get(); }
+    // The device goes with its stream running or not, as it does when a consumer closes it.
+    void close_device() {
+        stream = nullptr;
+        event = nullptr;
+        device.reset();
+    }
     // Frames go through the mailbox and its thread; while the stream is stopped.
     void use_dedicated_thread(bool on) {
         settings().set_flag(gds_producer::settings_block::master_enable, on);
-        std::string list(4096, '\0');
-        size_t size = list.size();
-        ASSERT_FALSE(device->GetURL(list.data(), &size).failed());
-        unsigned long address = 0;
-        unsigned long length = 0;
-        ASSERT_EQ(std::sscanf(std::strchr(list.c_str(), ';'), ";%lx;%lx", &address, &length), 2);
-        std::string text(length, '\0');
-        size = length;
-        ASSERT_FALSE(device->Read(address, text.data(), &size).failed());
-        pugi::xml_document xml;
-        ASSERT_TRUE(xml.load_buffer(text.data(), text.size()));
-        const auto node = xml.find_node([](const pugi::xml_node& candidate) {
-            return std::string_view{candidate.attribute("Name").value()}.starts_with("ImageTransformQueueMode") &&
-                   candidate.child("Address");
-        });
-        ASSERT_TRUE(node);
-        const uint32_t value = on ? 1 : 0;
-        size = sizeof value;
-        ASSERT_FALSE(
-            device->Write(std::strtoull(node.child("Address").text().get(), nullptr, 0), &value, &size).failed());
+        feature<uint32_t>{*device, "ImageTransformQueueMode"}.set(on ? 1 : 0);
         ASSERT_EQ(device->queue_mode() == gds_producer::transform_queue_mode::use_dedicated_thread, on);
     }
 
 private:
+    // Nothing is written behind a buffer. A sanitizer sees that itself, reads included.
+#if defined(__SANITIZE_ADDRESS__)
+    static constexpr size_t guard_bytes = 0;
+#else
+    static constexpr size_t guard_bytes = 64;
+#endif
+    static constexpr std::byte guard{0xC5};
+    void expect_guard(BUFFER_HANDLE handle, size_t size) const {
+        const std::span behind{memory.at(handle).get() + size, guard_bytes};
+        EXPECT_TRUE(std::ranges::all_of(behind, [](std::byte value) { return value == guard; }));
+    }
+
     stream_bench(const camera_traits& traits, const std::string& settings_name)
         : shared(
               ipc_rpc::platform::shared_mapping::create(settings_name, gds_producer::settings_block::minimum_size, {})),

@@ -5,7 +5,6 @@ namespace {
 
 using namespace fake;
 
-constexpr uint64_t long_enough_ms = 10'000;
 constexpr uint64_t payload = camera::payload_size;
 
 struct bench_of_five {

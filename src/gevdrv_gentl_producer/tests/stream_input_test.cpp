@@ -5,7 +5,6 @@ namespace {
 
 using namespace fake;
 
-constexpr uint64_t long_enough_ms = 10'000;
 constexpr size_t longest_datagram = 65'507;
 
 using bytes = std::vector<std::byte>;

@@ -18,16 +18,30 @@ unsigned operations() {
 #endif
 }
 
+void slow_transform(const stream_bench& bench) {
+    const auto settings = bench.settings();
+    settings.set_flag(gds_producer::settings_block::master_enable, true);
+    settings.store(gds_producer::settings_block::sharpness, int32_t{64});
+    settings.store(gds_producer::settings_block::denoise, int32_t{8});
+}
+
 size_t entries_of(const char* folder) {
     size_t count = 0;
     for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator{folder}) ++count;
     return count;
 }
 
+struct kind_of_stream {
+    uint32_t seed;
+    bool can_resend = true;
+    bool mailbox = false;
+    bool slow_transform = false; // of large pictures, so that most operations come in the middle of one
+};
+
 class consumer {
 public:
-    consumer(stream_bench& with, uint32_t seed, bool dedicated)
-        : bench(with), stream(*with.stream), random(seed), may_use_mailbox(dedicated) {}
+    consumer(stream_bench& with, const kind_of_stream& which)
+        : bench(with), stream(*with.stream), random(which.seed), kind(which) {}
 
     void run(unsigned count) {
         for (int i = 0; i < 8; ++i) bench.announce();
@@ -75,7 +89,12 @@ private:
         } else if (what < 90) {
             revoke_any();
         } else if (what < 95) {
-            if (announced() < 16) bench.announce(below(4) == 0 ? camera::payload_size / 2 : camera::payload_size);
+            if (announced() < 16) {
+                if (below(4) == 0)
+                    bench.announce(camera::payload_size / 2);
+                else
+                    bench.announce();
+            }
         } else if (what < 97) {
             bench.settings().set_flag(gds_producer::settings_block::drop_incomplete_frames, below(2) == 0);
         } else if (what == 97) {
@@ -97,13 +116,16 @@ private:
             return;
         }
         ++complete;
-        EXPECT_TRUE(bench.bytes_right(handle));
+        if (!kind.slow_transform) {
+            EXPECT_TRUE(bench.bytes_right(handle));
+        }
     }
     void toggle() {
         if (running) {
             ASSERT_TRUE(bench.stop(below(2) == 0 ? ACQ_STOP_FLAGS_KILL : ACQ_STOP_FLAGS_DEFAULT));
             running = false;
-            if (may_use_mailbox) bench.use_dedicated_thread(below(3) != 0);
+            if (kind.mailbox) bench.use_dedicated_thread(below(3) != 0);
+            bench.settings().set_flag(gds_producer::settings_block::master_enable, kind.mailbox || kind.slow_transform);
             return;
         }
         while (announced() < 5) bench.announce();
@@ -128,27 +150,31 @@ private:
     stream_bench& bench;
     IDataStream& stream;
     std::mt19937 random;
-    const bool may_use_mailbox;
+    const kind_of_stream kind;
     bool running = false;
 };
 
-void stress(bool can_resend, bool mailbox, uint32_t seed) {
+void stress(const kind_of_stream& kind) {
     std::jthread{[] {}}.join(); // a sanitizer starts its own thread with the first one
     const size_t threads = entries_of("/proc/self/task");
     const size_t descriptors = entries_of("/proc/self/fd");
+    const unsigned count = kind.slow_transform ? operations() / 5 : operations();
     {
-        const auto bench = stream_bench::make(
-            {.loss = 30, .can_resend = can_resend, .free_running = true, .pause_us = 200, .frame_rate = 1000});
+        camera_traits traits{
+            .loss = 30, .can_resend = kind.can_resend, .free_running = true, .pause_us = 200, .frame_rate = 1000};
+        if (kind.slow_transform) traits.width = 640, traits.height = 400;
+        const auto bench = stream_bench::make(traits);
         ASSERT_TRUE(bench);
-        consumer user{*bench, seed, mailbox};
-        user.run(operations());
-        EXPECT_GT(user.starts, operations() / 30);
-        EXPECT_GT(user.complete, operations() / 300);
-        if (can_resend) {
+        if (kind.slow_transform) slow_transform(*bench);
+        consumer user{*bench, kind};
+        user.run(count);
+        EXPECT_GT(user.starts, count / 30);
+        EXPECT_GT(user.complete, count / 300);
+        if (kind.can_resend) {
             EXPECT_GT(bench->cam.resends, 0U);
         }
-        std::printf("%u operations, %u starts, %u complete and %u incomplete frames, %lu resend requests\n",
-                    operations(), user.starts, user.complete, user.incomplete, bench->cam.resends.load());
+        std::printf("%u operations, %u starts, %u complete and %u incomplete frames, %lu resend requests\n", count,
+                    user.starts, user.complete, user.incomplete, bench->cam.resends.load());
     }
     // A thread that has been joined may be listed for a moment.
     for (int i = 0; i < 2000 && entries_of("/proc/self/task") > threads; ++i) {
@@ -160,6 +186,26 @@ void stress(bool can_resend, bool mailbox, uint32_t seed) {
 
 } // namespace
 
-TEST(StreamRestart, AnyOperationAtAnyMomentLosesNothing) { stress(true, false, 1); }
-TEST(StreamRestart, AlsoThroughTheMailbox) { stress(true, true, 2); }
-TEST(StreamRestart, AlsoWithoutResends) { stress(false, false, 3); }
+TEST(StreamRestart, AnyOperationAtAnyMomentLosesNothing) { stress({.seed = 1}); }
+TEST(StreamRestart, AlsoThroughTheMailbox) { stress({.seed = 2, .mailbox = true}); }
+TEST(StreamRestart, AlsoWithoutResends) { stress({.seed = 3, .can_resend = false}); }
+TEST(StreamRestart, AlsoInTheMiddleOfATransform) { stress({.seed = 4, .slow_transform = true}); }
+TEST(StreamRestart, AlsoInTheMiddleOfATransformBehindTheMailbox) {
+    stress({.seed = 5, .mailbox = true, .slow_transform = true});
+}
+
+// The consumer frees its buffers when the close has returned.
+TEST(StreamRestart, AStreamOrDeviceClosesInTheMiddleOfATransform) {
+    std::mt19937 random{6};
+    for (int round = 0; round < 40; ++round) {
+        SCOPED_TRACE(round);
+        const auto bench = stream_bench::make({.free_running = true, .frame_rate = 1000, .width = 640, .height = 400});
+        ASSERT_TRUE(bench);
+        bench->use_dedicated_thread(round % 2 == 0);
+        slow_transform(*bench);
+        for (int i = 0; i < 8; ++i) ASSERT_FALSE(bench->stream->QueueBuffer(bench->announce()).failed());
+        ASSERT_TRUE(bench->start());
+        std::this_thread::sleep_for(std::chrono::microseconds{random() % 8000});
+        if (round % 4 < 2) bench->close_device();
+    }
+}

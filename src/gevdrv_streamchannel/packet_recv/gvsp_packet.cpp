@@ -36,7 +36,9 @@ void standard_leader(gvsp_parsed_packet& packet, const std::byte* data, size_t s
     if (type != image && type != chunk && type != extended_chunk) return invalid(packet, "Leader payload-type unknown");
     if (size < 40) return invalid(packet, "Leader (*Payload) packet-size < sizeof( ImageLeaderPacket )");
     packet.kind = gvsp_packet_kind::leader;
-    packet.leader = {be64(data + 12), be32(data + 24), be32(data + 28), be32(data + 20)};
+    // The shortest leader that is taken ends before the paddings.
+    const uint32_t padding_x = size < 42 ? 0 : be16(data + 40);
+    packet.leader = {be64(data + 12), be32(data + 24), be32(data + 28), be32(data + 20), padding_x};
     return;
 }
 
@@ -70,7 +72,7 @@ void extended_leader(gvsp_parsed_packet& packet, const std::byte* data, size_t s
     case image:
         if (size < 56) return invalid(packet, "Leader (ImagePayload) packet-size < sizeof( image::leader )");
         packet.kind = gvsp_packet_kind::leader;
-        packet.leader = {be64(data + 24), be32(data + 36), be32(data + 40), be32(data + 32)};
+        packet.leader = {be64(data + 24), be32(data + 36), be32(data + 40), be32(data + 32), be16(data + 52)};
         return;
     case h264:
         if (size < 52) return invalid(packet, "Leader (h264Payload) packet-size < sizeof( h264::leader )");
@@ -80,7 +82,7 @@ void extended_leader(gvsp_parsed_packet& packet, const std::byte* data, size_t s
     case jpeg:
         if (size < 52) return invalid(packet, "Leader (JPEGPayload) packet-size < sizeof( jpeg::leader )");
         packet.kind = gvsp_packet_kind::leader;
-        packet.leader = {be64(data + 24), 0, 0, 0};
+        packet.leader = {be64(data + 24), 0, 0, 0, 0};
         return;
     default:
         return invalid(packet, "Leader payload_type unknown");

@@ -20,6 +20,7 @@ struct gvsp_parsed_packet {
     struct leader_body {
         uint64_t timestamp; // camera ticks
         uint32_t size_x, size_y, pixel_format;
+        uint32_t padding_x; // bytes behind each line
     };
     struct payload_body {
         const std::byte* data; // into the datagram

@@ -459,6 +459,7 @@ void gvsp_recv_resend::end_block(int64_t t, block& ended, bool flushed) {
     info.size_x = ended.leader.size_x;
     info.size_y = ended.leader.size_y;
     info.pixel_format = ended.leader.pixel_format;
+    info.padding_x = ended.leader.padding_x;
     info.expected_payload_size =
         data_size_of(ended.packets, ended.geometry, payload_size, ended.filled_size, info.context.size);
     info.filled_size = ended.filled_size;

@@ -144,6 +144,7 @@ void gvsp_recv_simple::end_block(block& ended, uint64_t now, bool flushed) {
     info.size_x = ended.leader.size_x;
     info.size_y = ended.leader.size_y;
     info.pixel_format = ended.leader.pixel_format;
+    info.padding_x = ended.leader.padding_x;
     info.expected_payload_size =
         data_size_of(ended.packets, ended.geometry, payload_size, ended.filled_size, ended.context.size);
     info.filled_size = ended.filled_size;

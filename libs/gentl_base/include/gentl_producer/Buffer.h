@@ -53,7 +53,7 @@ public:
     uint32_t pixel_format = 0;
     uint32_t pixel_format_namespace = 0;
     size_t data_size = 0; // what the frame has or would have had; larger than `size` when it did not fit
-    size_t x_padding = 0;
+    size_t x_padding = 0; // bytes behind each line
     uint64_t chunk_layout_id = 0;
     FillState fill_state = FillState::no_frame;
     bool contains_chunk_data = false;

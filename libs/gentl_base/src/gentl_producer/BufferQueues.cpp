@@ -25,6 +25,11 @@ void OutputQueue::append(std::span<Buffer* const> added) {
     if (event != nullptr) event->waiters.fired(added.size());
 }
 
+void OutputQueue::reserve(size_t count) {
+    const std::lock_guard guard{mutex};
+    buffers.reserve(count);
+}
+
 void OutputQueue::discard() {
     const std::lock_guard guard{mutex};
     for (Buffer* buffer : buffers) buffer->set_status(BufferStatus::Announced);

@@ -57,6 +57,8 @@ struct OutputQueue {
 
     // Queues and wakes under one hold of the mutex: whoever registers or waits does so before or after both.
     void append(std::span<Buffer* const> added);
+    // Room for so many buffers, so that append never allocates.
+    void reserve(size_t count);
     // Every buffer goes back to Announced.
     void discard();
 };

@@ -93,6 +93,7 @@ std::expected<std::shared_ptr<Buffer>, Error> DataStreamImpl::create_buffer_(voi
 void DataStreamImpl::announce(std::shared_ptr<Buffer> buffer, BUFFER_HANDLE* phBuffer) {
     *phBuffer = buffer.get();
     announced.push_back(std::move(buffer));
+    output->reserve(announced.capacity());
 }
 
 Error DataStreamImpl::AnnounceBuffer(void* pBuffer, size_t iSize, void* pPrivate, BUFFER_HANDLE* phBuffer) {
@@ -503,6 +504,7 @@ void DataStreamImpl::build_register_map(Util::GenApiInterfaceBuilder& builder) {
     auto& packet_loss =
         builder.add_ro_integer<uint64_t>("StreamPacketLossFrameCount", query(STREAM_INFO_KRV_NUM_TRANSMISSION_DROP),
                                          "StreamPacketLossFrameCount_Register");
+    packet_loss.display_name = "Stream Packet Loss Frame Count";
     packet_loss.tool_tip = "Count of frames dropped due to packet loss.";
     packet_loss.display_name = "Stream Packet Loss Frame Count";
     builder.add_category("BufferHandlingControl", {"StreamPacketLossFrameCount"});

@@ -145,6 +145,18 @@ img_descriptor make_view(void* data, std::uint32_t data_size, std::uint32_t form
     return view;
 }
 
+img_descriptor make_padded_view(void* data, std::uint32_t data_size, std::uint32_t format, std::int32_t width,
+                                std::int32_t height, std::uint32_t padding) {
+    const format_description d(format);
+    if (data == nullptr || image_size(format, width, height) == 0 || d.plane_count != 1) return {};
+    const std::int64_t line = (std::int64_t{d.bits_per_pixel} * width + 7) / 8;
+    const std::int64_t stride = line + padding;
+    if (stride > std::numeric_limits<std::int32_t>::max() || stride * (height - 1) + line > std::int64_t{data_size})
+        return {};
+    return {format,    width, height,
+            data_size, 0,     {{static_cast<std::uint8_t*>(data), static_cast<std::int32_t>(stride)}}};
+}
+
 bool is_valid(const img_descriptor& view) {
     if (image_size(view.format, view.width, view.height) == 0) return false;
     const format_description d(view.format);

@@ -71,10 +71,11 @@ tonemapping_state* lut_context::tonemapping() {
 
 void transform_state::set_level(std::uint32_t wanted) {
     if (mask != 0 && asked == wanted) return;
-    asked = wanted;
     // Never above the processor; the plain level always serves.
-    mask = wanted == 0 ? cpu_mask() : (wanted & cpu_mask()) | cpu::c;
-    table = get_filter_table(mask);
+    const std::uint32_t taken_mask = wanted == 0 ? cpu_mask() : (wanted & cpu_mask()) | cpu::c;
+    table = get_filter_table(taken_mask); // may throw: then the level before stays
+    asked = wanted;
+    mask = taken_mask;
 }
 
 kernel_fn transform_state::find(kernel_slot slot, std::uint32_t destination, std::uint32_t source, std::int32_t width,

@@ -20,20 +20,21 @@ public:
         frames_per_second = 0;
         avg_transform_us = 0;
     }
-    // `now_us` of a steady clock, `spent_us` on transforming this frame.
-    void frame(uint64_t now_us, uint64_t spent_us) noexcept {
+    // `now_us` of a steady clock, `spent_us` on transforming this frame. True when the interval ends with it.
+    bool frame(uint64_t now_us, uint64_t spent_us) noexcept {
         if (begin_us == 0) { // the first frame opens the interval and is counted by none
             begin_us = now_us;
-            return;
+            return false;
         }
         ++frames;
         transform_us += spent_us;
         const uint64_t passed = now_us - begin_us;
-        if (passed < interval_us) return;
+        if (passed < interval_us) return false;
         frames_per_second = static_cast<double>(frames) * 1e6 / static_cast<double>(passed);
         avg_transform_us = transform_us / frames;
         begin_us = now_us;
         frames = transform_us = 0;
+        return true;
     }
     [[nodiscard]] figures last() const noexcept { return {frames_per_second, avg_transform_us}; }
 

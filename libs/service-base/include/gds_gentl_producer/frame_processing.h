@@ -1,9 +1,10 @@
-// What happens to a frame between its last packet and the consumer: automatic functions measure it, and a transform
-// changes its pixels, as the settings say.
+// What happens to a frame between its last packet and the consumer: automatic functions measure it, the overlay is
+// written into it, and a transform changes its pixels, as the settings say.
 #pragma once
 
 #include <auto_alg/auto_pass.h>
 #include <gds_gentl_producer/settings_block.h>
+#include <gds_gentl_producer/stream_overlay.h>
 #include <gentl_producer/Buffer.h>
 #include <img_pipe/transform_pipe.h>
 #include <ipc_rpc/client_object_handle.h>
@@ -11,6 +12,15 @@
 #include <cstdint>
 
 namespace gds_producer {
+
+// The image in a buffer whose fields are written. Empty for unknown formats, and where the buffer is too small for it.
+[[nodiscard]] img_pipe::img_descriptor image_in(const GenTL::Producer::Buffer& buffer);
+
+// How the device wants frames to be transformed; as in transform_params.
+struct transform_options {
+    uint32_t optimization_level = 0;
+    uint32_t max_concurrency = 0;
+};
 
 // Of one stream; its state follows the stream's frames. One thread at a time, the one that delivers.
 class frame_processing final {
@@ -20,9 +30,12 @@ public:
     // A few reads of the block; while false a frame costs nothing more.
     [[nodiscard]] bool is_due() const;
     // The buffer's fields are written and its memory is nobody else's. Results go to the service over the stream's
-    // lease, without waiting for it. Frames of unknown formats, or larger than their buffer, are left as they are.
-    void process_image(const GenTL::Producer::Buffer& buffer, uint64_t now_ns,
-                       const ipc_rpc::client_object_handle& lease);
+    // lease, without waiting for it. `stream` is what the overlay says of it, looked at while the overlay is on; what
+    // it says of the processing is filled in here. Frames without an image are left as they are. Throws what the
+    // standard library throws when memory is out; the frame is still one, and the next is worked on as if nothing had
+    // been.
+    void process_image(const GenTL::Producer::Buffer& buffer, uint64_t now_ns, const transform_options& options,
+                       const ipc_rpc::client_object_handle& lease, overlay_figures& stream);
 
 private:
     const settings_block settings;

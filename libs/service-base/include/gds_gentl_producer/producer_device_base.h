@@ -1,6 +1,7 @@
 // The device module when its control goes through the service.
 #pragma once
 
+#include <gds_gentl_producer/frame_processing.h>
 #include <gds_gentl_producer/producer_device_remote_port_base.h>
 #include <gds_gentl_producer/producer_interface_base.h>
 #include <gds_gentl_producer/settings_block.h>
@@ -9,6 +10,7 @@
 
 #include <atomic>
 #include <memory>
+#include <string_view>
 
 namespace gds_producer {
 
@@ -33,6 +35,11 @@ public:
     [[nodiscard]] transform_queue_mode queue_mode() const noexcept {
         return static_cast<transform_queue_mode>(image_transform_queue_mode.load());
     }
+    // What the consumer chose for the transform; it acts on the next frame. Any thread.
+    [[nodiscard]] transform_options transform() const noexcept;
+    [[nodiscard]] bool profiler_log() const noexcept { return transform_profiler_log; }
+    [[nodiscard]] bool profiler_overlay() const noexcept { return transform_profiler_overlay; }
+    [[nodiscard]] std::string_view version_text() const noexcept;
 
 protected:
     producer_device_base(producer_interface_base& parent, const GenTL::Producer::DeviceInfo& info,

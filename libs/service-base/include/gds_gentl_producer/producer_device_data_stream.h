@@ -5,9 +5,14 @@
 #include <gds_gentl_producer/delivery_statistics.h>
 #include <gds_gentl_producer/frame_processing.h>
 #include <gds_gentl_producer/producer_device_base.h>
+#include <gds_gentl_producer/status_text.h>
 #include <gentl_producer/DataStreamImpl.h>
+#include <img_pipe/profiler.h>
 
 #include <atomic>
+#include <memory>
+#include <string>
+#include <vector>
 
 namespace gds_producer {
 
@@ -35,15 +40,22 @@ protected:
     virtual void
     add_DeviceDataStream_and_DeviceInstance_genicam_items(GenTL::Producer::Util::GenApiInterfaceBuilder& builder);
     [[nodiscard]] virtual producer_device_base& get_device() noexcept { return device; }
-    [[nodiscard]] delivery_statistics::figures statistics() const noexcept { return delivered.last(); }
+    [[nodiscard]] const settings_block& stream_settings() const noexcept { return settings; }
 
     // On the receive thread: a frame whose buffer fields are written.
     void push_async_deliver(GenTL::Producer::Buffer& buffer);
     void discard_buffer(GenTL::Producer::Buffer& buffer);
     void add_packet_loss(uint64_t frames) noexcept { packet_loss_frames += frames; }
 
+    // What the overlay shows, in the frame's row and in one of its own; cleared at each start.
+    status_text overlay_status_text;
+    status_text stream_status_text;
+
 private:
     void update_and_deliver_buffer(GenTL::Producer::Buffer& buffer);
+    // True when the statistics' interval struck.
+    bool process(GenTL::Producer::Buffer& buffer);
+    void process_profiled(GenTL::Producer::Buffer& buffer, bool to_log, bool to_image);
     void requeue(void* frame);
 
     producer_device_base& device;
@@ -55,6 +67,10 @@ private:
     std::atomic<uint64_t> packet_loss_frames{0};
     std::atomic<uint64_t> transform_queue_drops{0};
     delivery_statistics delivered;
+    // The delivering thread's, while it runs.
+    std::unique_ptr<img_pipe::profiler> profiler; // while a switch of it is on
+    std::vector<std::string> profile_lines;       // of the last interval, for the image
+    bool processing_failed = false;               // said once for each acquisition
 };
 
 } // namespace gds_producer

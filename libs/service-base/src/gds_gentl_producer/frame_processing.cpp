@@ -2,6 +2,7 @@
 
 #include <auto_alg/frame_pass.h>
 #include <img_pipe/format.h>
+#include <img_pipe/profiler.h>
 #include <ipc_rpc/catalogue.h>
 
 #include <algorithm>
@@ -23,35 +24,55 @@ private:
     const ipc_rpc::client_object_handle& channel;
 };
 
-img_pipe::img_descriptor view_of(const GenTL::Producer::Buffer& buffer) {
+} // namespace
+
+img_pipe::img_descriptor image_in(const GenTL::Producer::Buffer& buffer) {
     constexpr size_t most_pixels = std::numeric_limits<std::int32_t>::max();
     constexpr size_t most_bytes = std::numeric_limits<std::uint32_t>::max();
     if (buffer.width > most_pixels || buffer.height > most_pixels) return {};
-    return img_pipe::make_view(buffer.base, static_cast<std::uint32_t>(std::min(buffer.size, most_bytes)),
-                               img_pipe::fcc_from_pfnc(buffer.pixel_format), static_cast<std::int32_t>(buffer.width),
-                               static_cast<std::int32_t>(buffer.height));
+    const auto bytes = static_cast<std::uint32_t>(std::min(buffer.size, most_bytes));
+    const std::uint32_t format = img_pipe::fcc_from_pfnc(buffer.pixel_format);
+    const auto width = static_cast<std::int32_t>(buffer.width);
+    const auto height = static_cast<std::int32_t>(buffer.height);
+    if (buffer.x_padding == 0) return img_pipe::make_view(buffer.base, bytes, format, width, height);
+    return img_pipe::make_padded_view(buffer.base, bytes, format, width, height,
+                                      static_cast<std::uint32_t>(std::min(buffer.x_padding, most_pixels)));
 }
 
-} // namespace
-
 bool frame_processing::is_due() const {
+    if (settings.flag(settings_block::overlay)) return true;
     return settings.flag(settings_block::master_enable) &&
            (auto_alg::auto_function_is_on(settings) || auto_alg::transform_is_on(settings));
 }
 
 void frame_processing::process_image(const GenTL::Producer::Buffer& buffer, uint64_t now_ns,
-                                     const ipc_rpc::client_object_handle& lease) {
-    const img_pipe::img_descriptor view = view_of(buffer);
-    if (view.format == 0) return;
-    if (auto_alg::auto_function_is_on(settings)) {
+                                     const transform_options& options, const ipc_rpc::client_object_handle& lease,
+                                     overlay_figures& stream) {
+    const img_pipe::img_descriptor image = image_in(buffer);
+    if (image.format == 0) return;
+    const img_pipe::profile_scope whole("gds_producer::process_image");
+    const bool master = settings.flag(settings_block::master_enable);
+    stream.automatic = master && auto_alg::auto_function_is_on(settings);
+    stream.transformed = master && auto_alg::transform_is_on(settings);
+    if (stream.automatic) {
+        const img_pipe::profile_scope step("auto_alg::auto_pass");
         auto_values_sender sender{lease};
         // Every frame would be a pass if none had a time.
         const uint64_t time_ns = buffer.timestamp != 0 ? buffer.timestamp : now_ns;
-        auto_alg::run_auto_pass(settings, automatic, view, buffer.frame_id, time_ns, sender);
+        auto_alg::run_auto_pass(settings, automatic, image, buffer.frame_id, time_ns, sender);
     }
-    // What cannot be transformed is delivered as it came.
-    if (auto_alg::transform_is_on(settings))
-        static_cast<void>(pipe.transform_in_place(view, auto_alg::transform_params_of(settings)));
+    // Before the transform, which treats the text like the image.
+    if (settings.flag(settings_block::overlay)) {
+        const img_pipe::profile_scope step("gds_producer::draw_overlay");
+        draw_overlay(image, buffer, stream);
+    }
+    if (stream.transformed) {
+        img_pipe::transform_params params = auto_alg::transform_params_of(settings);
+        params.optimization_level = options.optimization_level;
+        params.max_concurrency = options.max_concurrency;
+        // What cannot be transformed is delivered as it came.
+        static_cast<void>(pipe.transform_in_place(image, params));
+    }
 }
 
 } // namespace gds_producer

@@ -2,10 +2,13 @@
 
 #include <gds_gentl_producer/file_dialog.h>
 #include <gds_gentl_producer/producer_device_base.h>
+#include <img_pipe/transform_params.h>
 #include <ipc_rpc/platform.h>
 
 #include <spdlog/logger.h>
 
+#include <algorithm>
+#include <limits>
 #include <system_error>
 
 namespace gds_producer {
@@ -65,6 +68,15 @@ Error producer_device_base::init() {
 
 settings_block producer_device_base::settings() const noexcept {
     return shared_memory ? settings_block{shared_memory->mapping.bytes()} : settings_block{};
+}
+
+transform_options producer_device_base::transform() const noexcept {
+    const int64_t threads = std::clamp<int64_t>(transform_max_concurrency, 0, std::numeric_limits<uint32_t>::max());
+    return {img_pipe::optimization_mask(transform_optimization_level), static_cast<uint32_t>(threads)};
+}
+
+std::string_view producer_device_base::version_text() const noexcept {
+    return interface_base.system_base().environment().product.version_text;
 }
 
 void producer_device_base::fetch_pending_messages() {
@@ -162,6 +174,8 @@ void producer_device_base::add_producer_device_base_GenICam_props(Util::GenApiIn
             image_transform_queue_mode = value;
             return success();
         });
+    builder.add_lock("ImageTransformQueueMode", "ImageTransformQueueMode_LockedRegister",
+                     [this]() -> std::expected<bool, Error> { return streaming.load(); });
     mode.entries[0].tool_tip = "Directly transform images. If the transform takes too long, the source can run dry "
                                "and images may be received incomplete.";
     mode.entries[1].tool_tip = "Use a dedicated thread with the capability to drop images when needed.";

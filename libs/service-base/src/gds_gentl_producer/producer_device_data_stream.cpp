@@ -2,7 +2,9 @@
 
 #include <spdlog/logger.h>
 
+#include <array>
 #include <chrono>
+#include <exception>
 #include <system_error>
 
 namespace gds_producer {
@@ -16,6 +18,18 @@ constexpr auto& logger = gds_helper::log::gvsp_logger;
 
 // GigE Vision sends the id and length words of chunks in network byte order.
 constexpr uint32_t big_endian_trailer = 1;
+
+// The thread's profiler for as long as this lives.
+class profiled final {
+public:
+    explicit profiled(img_pipe::profiler* with) : before(img_pipe::profiler::set_current(with)) {}
+    ~profiled() { img_pipe::profiler::set_current(before); }
+    profiled(const profiled&) = delete;
+    profiled& operator=(const profiled&) = delete;
+
+private:
+    img_pipe::profiler* before;
+};
 
 uint64_t steady_microseconds() {
     using namespace std::chrono;
@@ -36,6 +50,11 @@ Error producer_device_data_stream::start_acquisition_() {
     packet_loss_frames = 0;
     transform_queue_drops = 0;
     delivered.reset();
+    overlay_status_text.clear();
+    stream_status_text.clear();
+    profiler.reset();
+    profile_lines.clear();
+    processing_failed = false;
     auto acquired = device.acquire_stream_channel();
     if (!acquired) return std::move(acquired.error());
     lease = std::move(*acquired);
@@ -109,14 +128,69 @@ void producer_device_data_stream::push_async_deliver(Buffer& buffer) {
 }
 
 void producer_device_data_stream::update_and_deliver_buffer(Buffer& buffer) {
+    const bool to_log = device.profiler_log();
+    const bool to_image = device.profiler_overlay();
+    // A frame is worth more than what is to be done to it, and this thread has others to deliver.
+    try {
+        if (to_log || to_image) {
+            process_profiled(buffer, to_log, to_image);
+        } else {
+            profiler.reset();
+            static_cast<void>(process(buffer));
+        }
+    } catch (const std::exception& failure) {
+        if (!std::exchange(processing_failed, true)) {
+            stream_status_text.set("processing failed: {}", failure.what());
+            logger().warn("Frames are delivered without processing: {}.", failure.what());
+        }
+    }
+    queue_buffer_from_filling_to_output(&buffer);
+}
+
+bool producer_device_data_stream::process(Buffer& buffer) {
     const uint64_t began = steady_microseconds();
     uint64_t spent = 0;
     if (processing.is_due()) {
-        processing.process_image(buffer, began * 1000, lease);
+        overlay_figures figures;
+        std::array<char, status_text::room> reception_text, stream_text;
+        if (settings.flag(settings_block::overlay)) {
+            figures.version = device.version_text();
+            figures.packet_loss_frames = packet_loss_frames;
+            figures.transform_queue_drops = transform_queue_drops;
+            figures.underruns = underrun_count();
+            const delivery_statistics::figures last = delivered.last();
+            figures.frames_per_second = last.frames_per_second;
+            figures.avg_transform_us = last.avg_transform_us;
+            figures.reception_status = overlay_status_text.copy(reception_text);
+            figures.stream_status = stream_status_text.copy(stream_text);
+        }
+        processing.process_image(buffer, began * 1000, device.transform(), lease, figures);
         spent = steady_microseconds() - began;
     }
-    delivered.frame(began, spent);
-    queue_buffer_from_filling_to_output(&buffer);
+    return delivered.frame(began, spent);
+}
+
+void producer_device_data_stream::process_profiled(Buffer& buffer, bool to_log, bool to_image) {
+    if (!profiler) {
+        profiler = std::make_unique<img_pipe::profiler>();
+        profile_lines.clear();
+    }
+    bool struck = false;
+    {
+        const profiled by{profiler.get()};
+        struck = process(buffer);
+    }
+    if (!to_image) profile_lines.clear();
+    if (struck) {
+        profile_lines.clear();
+        for (const std::string& found : profiler->lines()) {
+            std::string line = "prof: " + found;
+            if (to_log) logger().info("{}", line);
+            if (to_image) profile_lines.push_back(std::move(line));
+        }
+        profiler->reset();
+    }
+    if (!profile_lines.empty()) draw_profile(image_in(buffer), profile_lines);
 }
 
 void producer_device_data_stream::build_register_map(Util::GenApiInterfaceBuilder& builder) {

@@ -1,0 +1,392 @@
+// What is done to frames between their last packet and the consumer: the overlay, the profiler, padded lines, the
+// transform's options, and settings that make no sense.
+#include "stream_bench.h"
+
+#include <gds_helper/log.h>
+#include <img_pipe/filter_module.h>
+#include <img_pipe/overlay.h>
+#include <img_pipe/transform_pipe.h>
+
+#include <gmock/gmock.h>
+
+#include <spdlog/sinks/sink.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <limits>
+
+namespace {
+
+using namespace fake;
+using block = gds_producer::settings_block;
+
+using picture = std::vector<uint8_t>;
+
+// The lines that a logger gets while this lives.
+class log_lines final {
+public:
+    explicit log_lines(spdlog::logger& of) : logger(of), sink(std::make_shared<collector>()), before(of.level()) {
+        logger.sinks().push_back(sink);
+        logger.set_level(spdlog::level::info);
+    }
+    ~log_lines() {
+        logger.set_level(before);
+        std::erase(logger.sinks(), sink);
+    }
+    log_lines(const log_lines&) = delete;
+    log_lines& operator=(const log_lines&) = delete;
+    [[nodiscard]] std::vector<std::string> holding(std::string_view part) const {
+        const std::lock_guard guard{sink->mutex};
+        std::vector<std::string> found;
+        for (const std::string& line : sink->lines)
+            if (line.find(part) != line.npos) found.push_back(line);
+        return found;
+    }
+
+private:
+    struct collector final : spdlog::sinks::sink {
+        void log(const spdlog::details::log_msg& message) override {
+            const std::lock_guard guard{mutex};
+            lines.emplace_back(message.payload.data(), message.payload.size());
+        }
+        void flush() override {}
+        void set_pattern(const std::string&) override {}
+        void set_formatter(std::unique_ptr<spdlog::formatter>) override {}
+        std::mutex mutex;
+        std::vector<std::string> lines;
+    };
+    spdlog::logger& logger;
+    std::shared_ptr<collector> sink;
+    spdlog::level::level_enum before;
+};
+
+// A running stream of one buffer more than needed, all zeros.
+class bench_of_pictures {
+public:
+    explicit bench_of_pictures(const camera_traits& traits) : bench(stream_bench::make(traits)) {
+        for (int i = 0; i < 5; ++i) {
+            const BUFFER_HANDLE handle = bench->announce();
+            std::fill_n(bench->bytes_of(handle), bench->info<size_t>(handle, BUFFER_INFO_SIZE), std::byte{0});
+            EXPECT_FALSE(bench->stream->QueueBuffer(handle).failed());
+        }
+        bench->resends().auto_time_per_frame = false; // patient with a busy machine
+        bench->resends().time_per_frame_us = 300'000;
+    }
+    [[nodiscard]] block settings() const { return bench->settings(); }
+    void start() const { ASSERT_TRUE(bench->start()); }
+    // The next frame's bytes; none when it did not come.
+    picture frame(uint16_t block_id, uint32_t skip = UINT32_MAX) {
+        bench->cam.send_frame(block_id, nullptr, skip);
+        return take(block_id);
+    }
+    picture take(uint16_t block_id) {
+        const BUFFER_HANDLE handle = bench->next(long_enough_ms);
+        if (handle == nullptr) return {};
+        EXPECT_EQ(bench->info<uint64_t>(handle, BUFFER_INFO_FRAMEID), block_id);
+        EXPECT_EQ(bench->info<uint8_t>(handle, BUFFER_INFO_IS_INCOMPLETE), 0);
+        padding = bench->info<size_t>(handle, BUFFER_INFO_XPADDING);
+        const auto* bytes = reinterpret_cast<const uint8_t*>(bench->bytes_of(handle));
+        picture found(bytes, bytes + bench->info<size_t>(handle, BUFFER_INFO_SIZE));
+        std::fill_n(bench->bytes_of(handle), found.size(), std::byte{0});
+        EXPECT_FALSE(bench->stream->QueueBuffer(handle).failed());
+        return found;
+    }
+    std::unique_ptr<stream_bench> bench;
+    size_t padding = 0; // of the last frame taken
+};
+
+picture sent(uint16_t block_id, size_t size) {
+    picture made(size);
+    for (size_t i = 0; i < std::min<size_t>(size, camera::payload_size); ++i)
+        made[i] = static_cast<uint8_t>(camera::pixel(block_id, i));
+    return made;
+}
+
+picture with_rows(picture on, int32_t width, int32_t height, const std::vector<std::string>& rows, int32_t row = 0) {
+    const auto view =
+        img_pipe::make_view(on.data(), static_cast<uint32_t>(on.size()), img_pipe::fcc("Y800"), width, height);
+    for (const std::string& text : rows) img_pipe::draw_overlay_text(view, row++, text);
+    return on;
+}
+
+constexpr uint32_t width = 900, height = 100;
+constexpr camera_traits wide{.width = width, .height = height};
+
+size_t threads_named(std::string_view beginning) {
+    size_t count = 0;
+    for (const auto& task : std::filesystem::directory_iterator{"/proc/self/task"}) {
+        std::string name;
+        std::ifstream file{task.path() / "comm"};
+        std::getline(file, name);
+        if (name.starts_with(beginning)) ++count;
+    }
+    return count;
+}
+
+} // namespace
+
+TEST(Processing, TheOverlayTellsOfTheStreamRowByRow) {
+    bench_of_pictures b{wide};
+    b.settings().set_flag(block::overlay, true);
+    b.start();
+    EXPECT_EQ(b.frame(1), with_rows(sent(1, width * height), width, height,
+                                    {"1.3.1.860", "flt: drop=(pck=0,tx-queue=0,underrun=0) fps=0.00",
+                                     "frm: [    1] cam-time=           1 complete?=true gev: resends-requested=0",
+                                     "tx: Mono8 auto=false tx=false avg-tx=0us"}));
+    // A frame that never comes, and one with a packet that is asked for.
+    (void)b.frame(2);
+    b.bench->cam.send_frame(7);
+    for (const uint16_t recovered : {5, 6, 7}) (void)b.take(recovered);
+    const auto lost = b.bench->info<uint64_t>(STREAM_INFO_KRV_NUM_TRANSMISSION_DROP);
+    EXPECT_EQ(lost, 2U);
+    const picture repaired = b.frame(8, 3);
+    const auto asked = feature<uint64_t>{dynamic_cast<IPort&>(*b.bench->stream), "StreamResendRequestedPackets"}.get();
+    EXPECT_GT(asked, 0U);
+    EXPECT_EQ(repaired, with_rows(sent(8, width * height), width, height,
+                                  {"1.3.1.860", "flt: drop=(pck=2,tx-queue=0,underrun=0) fps=0.00",
+                                   "frm: [    8] cam-time=           8 complete?=true gev: resends-requested=" +
+                                       std::to_string(asked),
+                                   "tx: Mono8 auto=false tx=false avg-tx=0us"}));
+    b.settings().set_flag(block::overlay, false);
+    EXPECT_EQ(b.frame(9), sent(9, width * height));
+}
+
+// The text is there before the transform, and is changed with the image.
+TEST(Processing, MeasureThenDrawThenTransform) {
+    bench_of_pictures b{wide};
+    b.settings().set_flag(block::overlay, true);
+    b.settings().set_flag(block::master_enable, true);
+    b.settings().set_flag(block::auto_gain, true);
+    b.settings().store(block::brightness, int32_t{64});
+    b.start();
+    const picture found = b.frame(1);
+    const picture drawn = with_rows(sent(1, width * height), width, height,
+                                    {"1.3.1.860", "flt: drop=(pck=0,tx-queue=0,underrun=0) fps=0.00",
+                                     "frm: [    1] cam-time=           1 complete?=true gev: resends-requested=0",
+                                     "tx: Mono8 auto=true tx=true avg-tx=0us"});
+    picture expected = drawn;
+    for (uint8_t& value : expected) value = static_cast<uint8_t>(std::min(value + 64, 255));
+    ASSERT_EQ(found.size(), expected.size());
+    for (size_t i = 0; i < found.size(); ++i) ASSERT_NEAR(found[i], expected[i], 1) << "byte " << i;
+    // Without the master enable the overlay is all that is left.
+    b.settings().set_flag(block::master_enable, false);
+    EXPECT_EQ(b.frame(2), with_rows(sent(2, width * height), width, height,
+                                    {"1.3.1.860", "flt: drop=(pck=0,tx-queue=0,underrun=0) fps=0.00",
+                                     "frm: [    2] cam-time=           2 complete?=true gev: resends-requested=0",
+                                     "tx: Mono8 auto=false tx=false avg-tx=0us"}));
+}
+
+// Bytes behind the lines are the camera's: they are no pixels.
+TEST(Processing, PaddedLinesAreRespected) {
+    for (const uint32_t padding : {0U, 1U, 8U}) {
+        SCOPED_TRACE(padding);
+        const uint32_t line = camera::payload_size / 8;
+        bench_of_pictures b{{.width = line - padding, .height = 8, .padding = padding}};
+        b.settings().set_flag(block::master_enable, true);
+        b.settings().store(block::brightness, int32_t{64});
+        b.start();
+        const picture found = b.frame(1);
+        const picture plain = sent(1, found.size());
+        ASSERT_EQ(found.size(), camera::payload_size);
+        for (size_t i = 0; i < found.size(); ++i) {
+            const bool pixel = i % line < line - padding;
+            ASSERT_NEAR(found[i], pixel ? std::min(plain[i] + 64, 255) : plain[i], pixel ? 1 : 0) << "byte " << i;
+        }
+        EXPECT_EQ(b.padding, padding);
+    }
+}
+
+TEST(Processing, TheProfilerTellsOfTheLastThreeSeconds) {
+    bench_of_pictures b{wide};
+    b.settings().set_flag(block::master_enable, true);
+    b.settings().store(block::brightness, int32_t{1});
+    const feature<uint32_t> to_log{*b.bench->device, "DataStreamTransformProfilerLog"};
+    const feature<uint32_t> to_image{*b.bench->device, "DataStreamTransformProfilerOverlay"};
+    to_log.set(1);
+    to_image.set(1);
+    const log_lines log{gds_helper::log::gvsp_logger()};
+    b.start();
+    uint16_t id = 0;
+    // Only the first two lines of the picture come from the camera; what is below shows what is written.
+    const auto below = [](const picture& whole) { return picture(whole.begin() + 4 * width, whole.end()); };
+    const picture plain(width * (height - 4), 1);
+    EXPECT_EQ(below(b.frame(++id)), plain);
+    picture last;
+    const auto begun = std::chrono::steady_clock::now();
+    while (log.holding("prof: ").empty() && std::chrono::steady_clock::now() - begun < std::chrono::seconds{30})
+        last = b.frame(++id);
+    const auto lines = log.holding("prof: ");
+    ASSERT_GE(lines.size(), 3U);
+    EXPECT_THAT(lines[0], testing::MatchesRegex("prof: .gds_producer::process_image. +#[ 0-9]+ time=.*us, 100.00%"));
+    EXPECT_THAT(lines[1], testing::StartsWith("prof:   {img_pipe::transform_pipe}"));
+    EXPECT_EQ(lines[0].find('#'), lines[1].find('#'));
+    EXPECT_EQ(std::stoul(lines[0].substr(lines[0].find('#') + 1)), id) << "each frame is counted";
+    const picture told = below(with_rows(picture(width * height, 1), width, height, {lines.begin(), lines.end()}, 4));
+    EXPECT_EQ(below(last), told) << "with the frame that ends the interval";
+    EXPECT_EQ(below(b.frame(++id)), told) << "and until the next";
+    to_image.set(0);
+    EXPECT_EQ(below(b.frame(++id)), plain);
+    to_log.set(0);
+    EXPECT_EQ(below(b.frame(++id)), plain);
+    to_image.set(1);
+    EXPECT_EQ(below(b.frame(++id)), plain) << "what was found then is forgotten";
+}
+
+TEST(Processing, TheTransformsOptionsAreTheDevices) {
+    bench_of_pictures b{{.width = 640, .height = 400}};
+    auto& device = *b.bench->device;
+    const feature<int64_t> level{device, "DataStreamTransformOptimizationLevel"};
+    for (const auto& [value, mask] : std::initializer_list<std::pair<int64_t, uint32_t>>{
+             {1, 1}, {2, 15}, {3, img_pipe::cpu_mask()}, {4, 0}, {-1, 0}, {INT64_MAX, 0}, {0, 0}}) {
+        level.set(value);
+        EXPECT_EQ(device.transform().optimization_level, mask) << value;
+    }
+    const feature<int64_t> concurrency{device, "DataStreamTransformMaxConcurrency"};
+    for (const auto& [value, threads] :
+         std::initializer_list<std::pair<int64_t, uint32_t>>{{-5, 0}, {int64_t{1} << 40, UINT32_MAX}, {7, 7}, {1, 1}}) {
+        concurrency.set(value);
+        EXPECT_EQ(device.transform().max_concurrency, threads) << value;
+    }
+    b.settings().set_flag(block::master_enable, true);
+    b.settings().store(block::brightness, int32_t{1});
+    b.start();
+    EXPECT_FALSE(b.frame(1).empty());
+    EXPECT_EQ(threads_named("pixkit"), 0U) << "one thread is the delivering one";
+    concurrency.set(4);
+    EXPECT_FALSE(b.frame(2).empty());
+    EXPECT_EQ(threads_named("pixkit"), 3U) << "while the stream runs, from the next frame on";
+}
+
+TEST(Processing, TheQueueModeIsChosenAtTheStart) {
+    bench_of_pictures b{{}};
+    const feature<uint32_t> mode{*b.bench->device, "ImageTransformQueueMode"};
+    const feature<uint32_t> locked{*b.bench->device, "ImageTransformQueueMode_Locked"};
+    EXPECT_FALSE(mode.takes(2));
+    struct row {
+        bool master;
+        uint32_t chosen;
+        size_t running;
+    };
+    for (const auto& [master, chosen, running] : {row{true, 1, 1}, row{true, 0, 0}, row{false, 1, 0}}) {
+        mode.set(chosen);
+        b.settings().set_flag(block::master_enable, master);
+        EXPECT_EQ(locked.get(), 0U);
+        b.start();
+        EXPECT_FALSE(b.frame(1).empty());
+        EXPECT_EQ(threads_named("gds-buf-deliver"), running) << master << chosen;
+        EXPECT_EQ(locked.get(), 1U);
+        EXPECT_FALSE(mode.takes(0));
+        ASSERT_TRUE(b.bench->stop());
+    }
+}
+
+// Whatever stands in the block, frames come, nothing is written outside the image, and results are numbers within
+// limits.
+TEST(Processing, SettingsThatMakeNoSense) {
+    constexpr float nan = std::numeric_limits<float>::quiet_NaN(), infinity = std::numeric_limits<float>::infinity();
+    constexpr int64_t low = INT64_MIN, high = INT64_MAX;
+    const auto reals = [](block on, float value) {
+        for (const size_t at :
+             {20U, 24U, 28U, 84U, 88U, 120U, 124U, 128U, 140U, 144U, 148U, 196U, 200U, 204U, 224U, 232U, 240U})
+            on.store(at, value);
+        for (size_t at = block::color_matrix; at < 80; at += 4) on.store(at, value);
+        on.store(block::frame_rate, static_cast<double>(value));
+    };
+    const auto wholes = [](block on, int64_t value) {
+        for (const size_t at : {160U, 168U, 176U, 216U, 256U, 264U, 272U, 280U}) on.store(at, value);
+        for (const size_t at : {16U, 32U, 36U}) on.store(at, static_cast<int32_t>(value));
+        for (const size_t at : {112U, 132U}) on.store(at, static_cast<uint32_t>(value));
+    };
+    const auto flags = [](block on, uint32_t value) {
+        for (const size_t at : {0U, 12U, 40U, 80U, 104U, 108U, 116U, 136U, 152U, 184U, 188U, 192U, 208U, 248U, 252U})
+            on.store(at, value);
+    };
+    struct row {
+        const char* name;
+        std::function<void(block)> set;
+    };
+    const row rows[] = {
+        {"numbers that are none", [&](block on) { reals(on, nan); }},
+        {"infinity", [&](block on) { reals(on, infinity); }},
+        {"minus infinity", [&](block on) { reals(on, -infinity); }},
+        {"largest", [&](block on) { reals(on, std::numeric_limits<float>::max()), wholes(on, high); }},
+        {"smallest", [&](block on) { reals(on, std::numeric_limits<float>::denorm_min()), wholes(on, low); }},
+        {"all zero", [&](block on) { reals(on, 0), wholes(on, 0); }},
+        {"limits in the wrong order",
+         [](block on) {
+             for (const size_t at : {124U, 144U, 224U}) on.store(at, 100.0F);
+             for (const size_t at : {128U, 148U, 232U}) on.store(at, -100.0F);
+             on.store(block::iris_min, int64_t{100});
+             on.store(block::iris_max, int64_t{-100});
+         }},
+        {"a region outside",
+         [](block on) {
+             on.store(block::region_left, int64_t{5000});
+             on.store(block::region_width, int64_t{10});
+             on.store(block::region_height, int64_t{-10});
+         }},
+        {"a region whose end is beyond all numbers",
+         [&](block on) {
+             on.store(block::region_left, high);
+             on.store(block::region_top, high - 1);
+             on.store(block::region_width, high);
+             on.store(block::region_height, high);
+         }},
+    };
+    for (const uint32_t format :
+         {0x01080001U, 0x01080009U, 0x010C0047U, 0x02100032U}) { // Mono8, BayerRG8, Mono12p, YUV
+        camera_traits traits{.width = 320, .height = 200, .pixel_format = format};
+        bench_of_pictures b{traits};
+        b.start();
+        uint16_t id = 0;
+        for (const row& r : rows) {
+            for (const uint32_t flag : {1U, 0x80000000U, UINT32_MAX}) {
+                SCOPED_TRACE(testing::Message() << std::hex << format << ", " << r.name << ", flags " << flag);
+                b.settings().set_neutral();
+                flags(b.settings(), flag);
+                r.set(b.settings());
+                for (int i = 0; i < 4; ++i) {
+                    EXPECT_FALSE(b.frame(++id).empty());
+                    std::this_thread::sleep_for(std::chrono::milliseconds{i == 0 ? 0 : 1});
+                }
+                for (const size_t at : {296U, 300U, 312U, 316U, 320U})
+                    EXPECT_TRUE(std::isfinite(b.settings().real(at))) << "result at " << at;
+            }
+        }
+        EXPECT_TRUE(b.bench->all_accounted_for());
+    }
+}
+
+// Another process changes the block while frames are measured and transformed by it.
+TEST(Processing, SettingsThatChangeMeanwhile) {
+    bench_of_pictures b{{.width = 320, .height = 200, .pixel_format = 0x01080009}};
+    const auto memory = b.settings();
+    b.start();
+    const pid_t child = fork();
+    if (child == 0) { // async-signal-safe from here on
+        uint32_t random = 1;
+        for (;;) {
+            random = random * 1664525 + 1013904223;
+            const size_t at = (random >> 8) % (block::minimum_size / 4) * 4;
+            if (at != block::drop_incomplete_frames) memory.store(at, random % 3 == 0 ? random : random % 2);
+        }
+    }
+    ASSERT_GT(child, 0);
+    for (uint16_t id = 1; id <= 300; ++id) {
+        if (b.frame(id).empty()) {
+            ADD_FAILURE() << "frame " << id << " is missing";
+            break;
+        }
+    }
+    kill(child, SIGKILL);
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+    EXPECT_TRUE(b.bench->all_accounted_for());
+}
