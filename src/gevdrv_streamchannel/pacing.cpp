@@ -8,10 +8,12 @@ namespace {
 
 constexpr double fastest_line = 1250;      // bytes per microsecond, 10 Gbit/s: what may begin at any time
 constexpr double sudden_rise = 4;          // of the rate, that the socket holds in a sleep all the same
+constexpr double fewest_held = 4;          // packets
 constexpr uint64_t shortest_stretch = 500; // over which a rate is measured; cameras send in groups
 constexpr int64_t tolerated_delay = 150;   // of a frame's end, and of a wake
-constexpr uint32_t least_penalty = 16;     // frames
-constexpr uint32_t most_penalty = 1024;
+constexpr uint32_t least_penalty = 4;      // frames
+constexpr uint32_t most_penalty = 256;
+constexpr uint32_t forgiven_after = 8;
 
 // The kernel rounds a datagram's memory up, to twice its size at worst, and adds its own records.
 double memory_of_packet(uint32_t size) noexcept { return 2.0 * size + 1024; }
@@ -51,10 +53,10 @@ pacing::decision pacing::decide(const reading& seen) const noexcept {
     if (!seen.frame.under_way) return {action::wait};
     const double fastest = std::max(rate, rate_before);
     const uint32_t length = packets < usual_length ? usual_length : seen.frame.packets_expected;
-    if (unpredicted > 0 || fastest == 0 || packets >= length) return gather(seen.bytes);
+    if (fastest == 0 || packets >= length) return gather(seen.bytes);
     const double left = (length - packets) / fastest;
-    const double most = std::min(
-        {static_cast<double>(longest_sleep), static_cast<double>(seen.frame.patience) / 2, longest_at(fastest)});
+    const int64_t longest = cautious > 0 ? gathering_time : longest_sleep;
+    const double most = std::min(static_cast<double>(std::min(longest, seen.frame.patience / 2)), longest_at(fastest));
     const double time = std::max(std::min(left * 0.75, most), std::min<double>(shortest_sleep, most));
     if (time < shortest_sleep) return {action::wait};
     return {action::sleep, static_cast<int64_t>(time), true};
@@ -67,8 +69,13 @@ pacing::decision pacing::gather(size_t bytes) const noexcept {
     return {action::sleep, static_cast<int64_t>(time)};
 }
 
+// Long sleeps are for sockets that hold whatever a fast line may begin to bring meanwhile.
 double pacing::longest_at(double packets_per_us) const noexcept {
-    return packets_held / std::max(line_rate, sudden_rise * packets_per_us);
+    const double share = packets_held / 2;
+    if (share < fewest_held) return 0;
+    const double expected = sudden_rise * packets_per_us;
+    const double brief = share > gathering_time * expected ? gathering_time : share / expected;
+    return std::max(brief, share / std::max(line_rate, expected));
 }
 
 void pacing::frame_began(const reading& seen) noexcept {
@@ -91,14 +98,14 @@ void pacing::frame_ended(uint64_t now) noexcept {
     } else if (rate > 0) {
         rate_before -= (rate_before - rate) / 4;
     }
-    if (last.predicted && last.time > tolerated_delay && !woke_late) {
-        penalty = std::clamp(2 * penalty, least_penalty, most_penalty);
-        unpredicted = penalty;
+    if (cautious > 0) {
+        --cautious;
+    } else if (last.predicted && last.time > tolerated_delay && !woke_late) {
+        cautious = penalty = std::clamp(2 * penalty, least_penalty, most_penalty);
         in_time = 0;
-    } else if (unpredicted > 0) {
-        --unpredicted;
-    } else if (++in_time > penalty) {
-        penalty = 0;
+    } else if (++in_time >= forgiven_after) {
+        penalty /= 2;
+        in_time = 0;
     }
 }
 

@@ -60,14 +60,14 @@ private:
     uint32_t stretch_from = 0;
     uint32_t usual_length = 0; // packets of the frame before; 0: not known
     double distance = 0;       // from one start to the next; 0: not known
-    // A sleep that ran over its frame's end: so many frames are not predicted then, and more the next time.
+    // A sleep that ran over its frame's end: no long ones in so many frames then, and in more the next time.
     decision last; // that was none to read on
     uint64_t last_at = 0;
     bool asleep = false;
     bool woke_late = false; // for no fault of the prediction
-    uint32_t unpredicted = 0;
+    uint32_t cautious = 0;  // frames to come
     uint32_t penalty = 0;
-    uint32_t in_time = 0; // frames that were predicted well since
+    uint32_t in_time = 0; // frames in a row whose end was met
 };
 
 } // namespace gev::streamchannel::impl

@@ -162,6 +162,7 @@ void stream_asio_thread::stop() {
 void stream_asio_thread::thread_main(uint32_t packet_size) {
     gds_helper::set_thread_name(thread_name);
     if (!gds_helper::raise_thread_priority()) logger().debug("The receive thread runs at normal priority.");
+    gds_helper::sleep_precisely();
     try {
         receive_until_stopped(packet_size);
     } catch (const std::exception& failure) {
