@@ -1,6 +1,8 @@
 // usage: bench_network [rounds]
 // What reaches a consumer of the real library, over a real service, from a simulated camera on loopback: its events at
 // 2000 a second for ten seconds while frames stream, and changes of the list of cameras. Prints markdown.
+#include "../child_process.h"
+
 #include <cli/gentl_library.h>
 #include <cli/node_map.h>
 #include <cli/session.h>
@@ -8,8 +10,6 @@
 #include <fmt/format.h>
 
 #include <signal.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -28,45 +28,6 @@ using clock = std::chrono::steady_clock;
 constexpr int rate = 2000; // events a second, one for each frame
 constexpr int events_wanted = 10 * rate;
 constexpr const char* camera_serial = "BENCH";
-
-// Ends with this object. Its first line of output has been read when the constructor returns.
-class child final {
-public:
-    explicit child(const std::vector<std::string>& command) {
-        int pipe_ends[2];
-        if (pipe(pipe_ends) != 0) throw std::runtime_error("no pipe");
-        std::vector<char*> arguments;
-        for (const auto& each : command) arguments.push_back(const_cast<char*>(each.c_str()));
-        arguments.push_back(nullptr);
-        pid = fork();
-        if (pid == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            dup2(pipe_ends[1], STDOUT_FILENO);
-            execv(arguments[0], arguments.data());
-            _exit(127);
-        }
-        close(pipe_ends[1]);
-        char byte = 0;
-        bool ready = false;
-        while (!ready && read(pipe_ends[0], &byte, 1) == 1) ready = byte == '\n';
-        output = pipe_ends[0]; // stays open: the program may say more
-        if (!ready) throw std::runtime_error(command.front() + " does not start");
-    }
-    ~child() { end(SIGTERM); }
-    child(const child&) = delete;
-    child& operator=(const child&) = delete;
-    void end(int signal_number) {
-        if (pid <= 0) return;
-        kill(pid, signal_number);
-        waitpid(pid, nullptr, 0);
-        pid = -1;
-        close(output);
-    }
-
-private:
-    pid_t pid = -1;
-    int output = -1;
-};
 
 struct consumer {
     std::shared_ptr<const cli::gentl_library> lib;
@@ -169,8 +130,8 @@ void measure_events(const std::string& cti, bool extended) {
     lib.check("GCUnregisterEvent", lib.GCUnregisterEvent(device->get(), EVENT_REMOTE_DEVICE));
 }
 
-void measure_lists(const std::string& cti, std::unique_ptr<child>& camera, const std::vector<std::string>& command,
-                   int rounds) {
+void measure_lists(const std::string& cti, std::unique_ptr<bench::child_process>& camera,
+                   const std::vector<std::string>& command, int rounds) {
     const consumer user{cti};
     const auto& lib = *user.lib;
     EVENT_HANDLE event = nullptr;
@@ -195,7 +156,7 @@ void measure_lists(const std::string& cti, std::unique_ptr<child>& camera, const
         camera->end(SIGKILL);
         gone.push_back(told_after(begin, false));
         begin = clock::now();
-        camera = std::make_unique<child>(command);
+        camera = std::make_unique<bench::child_process>(command);
         back.push_back(told_after(begin, true));
     }
     lib.check("GCUnregisterEvent", lib.GCUnregisterEvent(user.interface->get(), EVENT_MODULE));
@@ -238,13 +199,13 @@ int main(int argc, char** argv) {
         for (const bool extended : {false, true}) {
             auto with = command;
             if (extended) with.push_back("--extended-ids");
-            const child camera{with};
-            const child service{{bin / "orv-gentl-gev-service", "--no-networks", "--discover", address}};
+            const bench::child_process camera{with};
+            const bench::child_process service{{bin / "orv-gentl-gev-service", "--no-networks", "--discover", address}};
             measure_events(cti, extended);
         }
         fmt::print("\n| change of the list | rounds | median, ms | longest, ms |\n|---|---|---|---|\n");
-        auto camera = std::make_unique<child>(command);
-        const child service{{bin / "orv-gentl-gev-service", "--no-networks", "--discover", address}};
+        auto camera = std::make_unique<bench::child_process>(command);
+        const bench::child_process service{{bin / "orv-gentl-gev-service", "--no-networks", "--discover", address}};
         measure_lists(cti, camera, command, rounds);
     } catch (const std::exception& failure) {
         fmt::print(stderr, "bench_network: {}\n", failure.what());

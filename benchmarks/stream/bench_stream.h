@@ -41,6 +41,7 @@ struct reception {
     uint64_t reads = 0;        // system calls that brought something; 0 where not known
     uint64_t allocations = 0;  // by the process, from the tenth frame to the last
     double cpu_seconds = 0;    // user and system time of the process, from before the first datagram
+    uint64_t wakes = 0;        // of the process's threads, from sleep or wait; over the same time
     double wall_seconds = 0;   // between the first frame and the last
     double camera_seconds = 0; // CPU time of the camera's process meanwhile
 
@@ -101,6 +102,7 @@ struct place {
 };
 
 [[nodiscard]] double cpu_seconds(); // of this process
+[[nodiscard]] uint64_t wakes();     // voluntary context switches of this process
 [[nodiscard]] double wall_seconds();
 [[nodiscard]] uint64_t allocation_count() noexcept;
 

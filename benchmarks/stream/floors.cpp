@@ -75,6 +75,7 @@ reception receive_bare(const place& where, const stream_shape& shape, bool copy,
     double first = 0;
     double last = 0;
     const double cpu = cpu_seconds();
+    const uint64_t wakes_before = wakes();
     camera.start(shape);
     while (seen.datagrams < expected) {
         if (coalesce) {
@@ -119,6 +120,7 @@ reception receive_bare(const place& where, const stream_shape& shape, bool copy,
         }
     }
     seen.cpu_seconds = cpu_seconds() - cpu;
+    seen.wakes = wakes() - wakes_before;
     seen.wall_seconds = last - first;
     seen.frames_complete = seen.datagrams / shape.datagrams_per_frame();
     seen.frames_other = shape.frames - seen.frames_complete;

@@ -75,16 +75,18 @@ void cost_table(const stream_shape& shape, uint32_t rounds, const std::vector<re
         }
     }
     fmt::print(stderr, "\r{:78}\r", "");
-    fmt::print("| receiver | CPU s/GB | to the copy floor | camera's CPU s/GB | MB/s | frames complete | datagrams per "
-               "read | allocations |\n"
-               "|---|---|---|---|---|---|---|---|\n");
+    fmt::print(
+        "| receiver | CPU s/GB | to the copy floor | camera's CPU s/GB | MB/s | frames complete | wakes per frame | "
+        "datagrams per read | allocations |\n"
+        "|---|---|---|---|---|---|---|---|---|\n");
     const double base = median(seen[floor]).cpu_per_gigabyte();
     for (size_t i = 0; i < receivers.size(); ++i) {
         const reception& typical = median(seen[i]);
         fmt::print(
-            "| {} | {:.3f} | {:.2f} | {:.2f} | {:.0f} | {} of {} | {} | {} |\n", receivers[i].name,
+            "| {} | {:.3f} | {:.2f} | {:.2f} | {:.0f} | {} of {} | {:.0f} | {} | {} |\n", receivers[i].name,
             typical.cpu_per_gigabyte(), typical.cpu_per_gigabyte() / base, typical.per_gigabyte(typical.camera_seconds),
             typical.megabytes_per_second(), typical.frames_complete, typical.frames_complete + typical.frames_other,
+            static_cast<double>(typical.wakes) / shape.frames,
             typical.reads == 0
                 ? "-"
                 : fmt::format("{:.1f}", static_cast<double>(typical.datagrams) / static_cast<double>(typical.reads)),

@@ -34,6 +34,7 @@ reception receive_with_peer(const place& where, const stream_shape& shape, bool 
     double first = 0;
     double last = 0;
     const double cpu = cpu_seconds();
+    const uint64_t wakes_before = wakes();
     for (const auto& [address, value] : start_registers(shape)) {
         arv_device_write_register(device, address, value, &error);
         check("peer, start");
@@ -50,6 +51,7 @@ reception receive_with_peer(const place& where, const stream_shape& shape, bool 
         arv_stream_push_buffer(stream, buffer);
     }
     seen.cpu_seconds = cpu_seconds() - cpu;
+    seen.wakes = wakes() - wakes_before;
     seen.wall_seconds = last - first;
     seen.frames_other = shape.frames - seen.frames_complete;
     seen.datagrams = seen.frames_complete * shape.datagrams_per_frame();

@@ -62,6 +62,7 @@ reception receive_with_thread(const place& where, const stream_shape& shape, boo
     if (const auto error = thread.start(shape.packet_size, shape.payload_size())) fail(error.message());
     thread.set_resend_params({.time_per_frame = static_cast<uint64_t>(1e6 / shape.frame_rate)});
     const double cpu = cpu_seconds();
+    const uint64_t wakes_before = wakes();
     camera.start(shape);
     {
         std::unique_lock lock{mutex};
@@ -71,6 +72,7 @@ reception receive_with_thread(const place& where, const stream_shape& shape, boo
             if (!changed.wait_for(lock, wait, [&] { return ended != before; })) break;
         }
         seen.cpu_seconds = cpu_seconds() - cpu;
+        seen.wakes = wakes() - wakes_before;
     }
     thread.stop();
     seen.wall_seconds = last - first;

@@ -63,6 +63,12 @@ double cpu_seconds() {
     return seconds(used.ru_utime) + seconds(used.ru_stime);
 }
 
+uint64_t wakes() {
+    rusage used{};
+    ::getrusage(RUSAGE_SELF, &used);
+    return static_cast<uint64_t>(used.ru_nvcsw);
+}
+
 double wall_seconds() {
     return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }

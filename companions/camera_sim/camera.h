@@ -86,9 +86,9 @@ struct camera_options {
     bool resend = true;
     bool source_port = true; // stream source port register
     bool zipped_document = false;
-    std::string document{}; // served in place of the camera's own, with a memory where its registers are not: any
-                            // address that is not in use reads what was written there, at first zero
-    bool plain_events = false;       // EVENT instead of EVENTDATA
+    std::string document{};    // served in place of the camera's own, with a memory where its registers are not: any
+                               // address that is not in use reads what was written there, at first zero
+    bool plain_events = false; // EVENT instead of EVENTDATA
     uint32_t chunk_payload_type = 5; // standard ids with chunks: 4 or 5
     uint32_t ring_frames = 16;       // past frames kept for resends
     uint32_t reboot_ms = 500;
@@ -97,6 +97,9 @@ struct camera_options {
     uint32_t action_device_key = 0;
     fault_options faults;
     std::function<void(const std::string&)> log{}; // refusals, one line each; on the control thread
+    // On the stream's thread, after each frame: its block id and when its last datagram was about to be sent, in
+    // nanoseconds of the steady clock. With it that datagram is sent alone.
+    std::function<void(uint64_t block_id, int64_t time)> frame_sent{};
 };
 
 struct statistics {

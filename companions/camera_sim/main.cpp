@@ -10,6 +10,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <array>
 #include <cinttypes>
 #include <cstdio>
 #include <fstream>
@@ -30,6 +31,7 @@ struct arguments {
     std::string firmware_file;
     std::string document_file;
     std::vector<std::string> light;
+    std::string sent_file;
     camera_sim::firmware_package_options firmware;
     camera_sim::camera_options camera;
 };
@@ -179,6 +181,10 @@ void declare(CLI::App& app, arguments& args) {
     app.add_option("--ready-fd", args.ready_fd, "Write the lines \"ready ADDRESS:PORT\" here, too")->group(running);
     app.add_option("--stats-file", args.stats_file, "Write the statistics here at exit, one JSON line per camera")
         ->group(running);
+    app.add_option("--sent-file", args.sent_file,
+                   "Append for each frame its block id and the steady clock's nanoseconds when its last datagram was "
+                   "sent, as two 64-bit words of this machine; for measurements")
+        ->group(running);
     app.add_flag("--exit-with-parent", args.exit_with_parent, "End when the parent process ends")->group(running);
 }
 
@@ -224,6 +230,13 @@ int main(int argc, char** argv) {
             return 2;
         }
         args.camera.scene.light.push_back(*light);
+    }
+    if (!args.sent_file.empty()) {
+        const auto file = std::make_shared<std::ofstream>(args.sent_file, std::ios::binary);
+        args.camera.frame_sent = [file](uint64_t block_id, int64_t time) {
+            const std::array words{block_id, static_cast<uint64_t>(time)};
+            file->write(reinterpret_cast<const char*>(words.data()), sizeof words).flush();
+        };
     }
     const auto first = gige::parse_address(args.address);
     args.camera.pixel_format = camera_sim::pixel_format_value(args.pixel_format);

@@ -17,6 +17,7 @@
 #include <chrono>
 #include <exception>
 #include <limits>
+#include <utility>
 
 namespace gev::streamchannel::impl {
 
@@ -29,13 +30,8 @@ constexpr const char* thread_name = "gev::streamchannel::impl::stream_asio_threa
 constexpr int socket_receive_buffer = 0xA00000;
 constexpr size_t receive_buffers = 64;
 constexpr size_t buffer_margin = 100;
-constexpr int most_rounds = 16; // of reads before other work gets its turn
-// A read that brought little is followed by a pause, as a network card gathers datagrams before it interrupts: one read
-// of many costs far less than as many wakes. It delays a frame's end by that at most, and the socket's buffer holds it
-// many times over.
-constexpr auto gathering_time = 200us;
-constexpr size_t little = 16 << 10; // bytes
-constexpr auto error_pause = 1ms;   // so that an error that stays, or a wake for nothing, takes no processor
+constexpr int most_rounds = 16;   // of reads before other work gets its turn
+constexpr auto error_pause = 1ms; // so that an error that stays, or a wake for nothing, takes no processor
 // Nobody is woken when somebody else in the process closes our descriptor: so it is read now and then, whatever comes.
 constexpr auto unasked_read = 1s;
 constexpr size_t test_buffer_size = 32000;
@@ -143,6 +139,7 @@ std::error_code stream_asio_thread::start(uint32_t packet_size, uint32_t payload
     }
     try {
         receiver->setup(packet_size, payload_size);
+        pace.emplace(2 * in_force, packet_size);
         thread_running = true;
         thread = std::thread{[this, packet_size] { thread_main(packet_size); }};
     } catch (const std::system_error& failure) {
@@ -158,12 +155,14 @@ std::error_code stream_asio_thread::start(uint32_t packet_size, uint32_t payload
 void stream_asio_thread::stop() {
     if (!thread.joinable()) return;
     io.stop();
+    wake();
     thread.join();
 }
 
 void stream_asio_thread::thread_main(uint32_t packet_size) {
     gds_helper::set_thread_name(thread_name);
     if (!gds_helper::raise_thread_priority()) logger().debug("The receive thread runs at normal priority.");
+    gds_helper::sleep_precisely();
     try {
         receive_until_stopped(packet_size);
     } catch (const std::exception& failure) {
@@ -233,24 +232,42 @@ bool stream_asio_thread::receive_batch() {
             end_reception(error.message());
             return false;
         }
-        if (count == 0) {
-            // A socket that somebody shut down is always readable, while its datagrams may come all the same.
-            if (round == 0 && !error) std::this_thread::sleep_for(error_pause);
-            break;
-        }
-        const uint64_t now = now_us();
-        int64_t wait = -1;
-        size_t bytes = 0;
-        reader->for_each(count, [&](std::span<const std::byte> datagram) {
-            bytes += datagram.size();
-            if (receiver->receive_packet(now, datagram)) wait = receiver->check_timers(now);
-        });
-        if (wait > 0) arm_timer(wait);
-        if (count == receive_buffers) continue;
-        if (bytes >= little) break;
-        std::this_thread::sleep_for(gathering_time);
+        // A socket that somebody shut down is always readable, while its datagrams may come all the same.
+        if (count == 0 && round == 0 && !error) std::this_thread::sleep_for(error_pause);
+        const pacing::decision decision = process(count);
+        if (decision.next == pacing::action::wait) break;
+        if (decision.next == pacing::action::sleep && !sleep(std::chrono::microseconds{decision.time})) break;
     }
     return true;
+}
+
+pacing::decision stream_asio_thread::process(size_t buffers) {
+    const uint64_t now = now_us();
+    int64_t wait = -1;
+    size_t bytes = 0;
+    reader->for_each(buffers, [&](std::span<const std::byte> datagram) {
+        bytes += datagram.size();
+        if (receiver->receive_packet(now, datagram)) wait = receiver->check_timers(now);
+    });
+    if (wait > 0) arm_timer(wait);
+    return pace->after({.now = now, .bytes = bytes, .full = buffers == receive_buffers, .frame = receiver->progress()});
+}
+
+bool stream_asio_thread::sleep(std::chrono::microseconds time) {
+    std::unique_lock held{sleep_mutex};
+    return !woken.wait_for(held, time, [&] { return std::exchange(work_came, false); });
+}
+
+void stream_asio_thread::wake() {
+    const std::lock_guard guard{sleep_mutex};
+    work_came = true;
+    woken.notify_one();
+}
+
+template <class Work>
+void stream_asio_thread::post(Work&& work) {
+    asio::post(io, std::forward<Work>(work));
+    wake();
 }
 
 // An error says nothing about the datagrams behind it: a camera's or a stranger's ICMP message leaves one on the
@@ -288,7 +305,7 @@ bool stream_asio_thread::run_and_wait(std::function<void()> work, std::optional<
     const auto done = std::make_shared<bool>(false);
     std::unique_lock held{state_mutex};
     if (!thread_running) return false;
-    asio::post(io, [this, done, work = std::move(work)] {
+    post([this, done, work = std::move(work)] {
         work();
         const std::lock_guard guard{state_mutex};
         *done = true;
@@ -308,15 +325,15 @@ void stream_asio_thread::flush() {
 }
 
 void stream_asio_thread::reset_receiver() {
-    asio::post(io, [this] { receiver->reset(); });
+    post([this] { receiver->reset(); });
 }
 
 void stream_asio_thread::operation_8() {
-    asio::post(io, [this] { receiver->operation_6(); });
+    post([this] { receiver->operation_6(); });
 }
 
 std::error_code stream_asio_thread::operation_9(uint32_t first, uint64_t second) {
-    asio::post(io, [this, first, second] { static_cast<void>(receiver->operation_9(first, second)); });
+    post([this, first, second] { static_cast<void>(receiver->operation_9(first, second)); });
     return {};
 }
 
@@ -329,7 +346,7 @@ std::expected<uint64_t, std::error_code> stream_asio_thread::operation_10(uint32
 }
 
 void stream_asio_thread::set_resend_params(const resend_parameters& parameters) {
-    asio::post(io, [this, parameters] { receiver->set_resend_params(parameters); });
+    post([this, parameters] { receiver->set_resend_params(parameters); });
 }
 
 std::expected<std::optional<resend_parameters>, std::error_code> stream_asio_thread::get_resend_params() {

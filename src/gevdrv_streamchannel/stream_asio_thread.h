@@ -1,6 +1,7 @@
 // The receive thread: one UDP socket, one io_context, one receiver that no other thread touches.
 #pragma once
 
+#include "pacing.h"
 #include "stream_channel_thread_itf.h"
 
 #include <asio/io_context.hpp>
@@ -58,8 +59,15 @@ private:
     [[nodiscard]] auto keep_memory(Handler handler);
     void wait_for_datagrams();
     void read_unasked();
-    // False when reception is at its end.
+    // Reads until `pacing` says to wait. False when reception is at its end.
     [[nodiscard]] bool receive_batch();
+    [[nodiscard]] pacing::decision process(size_t buffers);
+    // False when other work came meanwhile.
+    [[nodiscard]] bool sleep(std::chrono::microseconds time);
+    // Hands work to the receive thread, also while it sleeps.
+    template <class Work>
+    void post(Work&& work);
+    void wake();
     // False when nothing can be read from the socket any more.
     [[nodiscard]] bool survives(const std::error_code& read_error);
     void end_reception(std::string reason);
@@ -83,7 +91,13 @@ private:
     std::string end_reason;
     std::unique_ptr<gvsp_recv_interface> receiver; // while it runs
     std::unique_ptr<posix::datagram_reader> reader;
+    std::optional<pacing> pace;
+    size_t socket_memory = 0;
     std::thread thread;
+
+    std::mutex sleep_mutex; // guards work_came
+    std::condition_variable woken;
+    bool work_came = false;
 
     std::mutex state_mutex; // guards what follows
     std::condition_variable state_changed;

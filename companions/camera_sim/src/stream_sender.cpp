@@ -380,8 +380,11 @@ void stream_sender::send_planned(const settings& current) {
 
     const std::chrono::duration<double, std::milli> delay{current.faults.delay_ms};
     const auto start = clock::now();
+    const bool timed = device.options.frame_sent != nullptr;
+    int64_t last_sent = 0;
     for (std::size_t done = 0; done < planned.size() && !aborting;) {
-        const std::size_t count = std::min(group, planned.size() - done);
+        std::size_t count = std::min(group, planned.size() - done);
+        if (timed && count > 1 && done + count == planned.size()) --count;
         std::size_t built = 0;
         uint32_t highest = 0;
         for (std::size_t i = 0; i < count; ++i) {
@@ -405,6 +408,7 @@ void stream_sender::send_planned(const settings& current) {
                 next.pieces = {std::span{next.head}.first(1 + stream_dice.below(64)), {}};
             }
         }
+        if (timed) last_sent = device_state::steady_ns();
         transmit(batch, built, sending);
         done += count;
         sending.sent_ids = std::max(sending.sent_ids.load(), highest + 1);
@@ -415,6 +419,7 @@ void stream_sender::send_planned(const settings& current) {
         }
     }
     sending.sent_ids = sending.trailer_id() + 1;
+    if (timed) device.options.frame_sent(sending.block_id, last_sent);
 }
 
 void stream_sender::send_late(clock::time_point now) {

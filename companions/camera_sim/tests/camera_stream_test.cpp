@@ -100,6 +100,27 @@ TEST(camera_stream, packet_sizes_are_rounded_as_chosen) {
     }
 }
 
+TEST(camera_stream, the_time_of_each_frames_last_datagram_is_told) {
+    for (const double pacing : {0.0, 0.5}) {
+        auto options = options_at(1);
+        options.pacing = pacing;
+        std::vector<std::pair<uint64_t, int64_t>> told;
+        options.frame_sent = [&](uint64_t block_id, int64_t time) { told.emplace_back(block_id, time); };
+        running run{options, 1500, 3};
+        run.go();
+        run.wait_for_end();
+        EXPECT_EQ(collect(run.client, 50).size(), 3U);
+        run.cam.reset(); // its thread is gone
+        ASSERT_EQ(told.size(), 3U);
+        for (std::size_t i = 0; i < told.size(); ++i) {
+            EXPECT_EQ(told[i].first, i + 1);
+            if (i > 0) {
+                EXPECT_GE(told[i].second - told[i - 1].second, 2'000'000) << "frames of 5 ms";
+            }
+        }
+    }
+}
+
 TEST(camera_stream, timestamps_count_ticks_and_a_deaf_camera_streams_on) {
     auto options = options_at(1);
     options.tick_frequency = 1000;

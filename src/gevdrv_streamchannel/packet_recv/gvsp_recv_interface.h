@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <span>
@@ -71,6 +72,15 @@ struct stream_functions {
     std::function<frame_context()> get_frame;
 };
 
+// How far the youngest frame has come.
+struct frame_progress {
+    uint64_t serial = 0;           // counts frames begun; 0: none yet, or the receiver knows of none
+    uint32_t packets = 0;          // up to the highest id that came, lost ones included
+    uint32_t packets_expected = 0; // leader and trailer included
+    bool under_way = false;        // its trailer has not come
+    int64_t patience = std::numeric_limits<int64_t>::max(); // microseconds until a lost packet is asked for
+};
+
 namespace impl {
 
 // Touched by one thread only. Times are microseconds of the steady clock. Nothing allocates after setup.
@@ -80,6 +90,7 @@ public:
     // Before the first packet and after each change: sizes in bytes, the packet's with IP and UDP headers.
     virtual void setup(uint32_t packet_size, uint32_t payload_size) = 0;
     [[nodiscard]] virtual frame_receive_stats get_statistics() const = 0;
+    [[nodiscard]] virtual frame_progress progress() const { return {}; }
     // Forgets the destination of the block that holds this buffer; true if one did.
     virtual bool revoke_frame(const void* buffer) = 0;
     // Ends all open blocks, flagged as flushed.

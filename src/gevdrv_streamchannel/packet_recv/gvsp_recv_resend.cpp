@@ -81,6 +81,16 @@ void gvsp_recv_resend::setup(uint32_t packet_size, uint32_t new_payload_size) {
     prepare_blocks();
 }
 
+frame_progress gvsp_recv_resend::progress() const {
+    if (youngest == nullptr) return {};
+    const received_packets& packets = youngest->packets;
+    return {.serial = frames_begun,
+            .packets = packets.highest() + 1,
+            .packets_expected = youngest->geometry.expected_packets,
+            .under_way = youngest->state == block_state::open && packets.trailer() == 0,
+            .patience = params.resend_enabled ? resend_delay() : std::numeric_limits<int64_t>::max()};
+}
+
 void gvsp_recv_resend::prepare_blocks() {
     for (block& each : blocks) {
         each.state = block_state::free;
@@ -88,6 +98,7 @@ void gvsp_recv_resend::prepare_blocks() {
         each.packets.reserve(geometry[1].expected_packets); // the smaller payload of extended ids needs more
     }
     open_count = 0;
+    youngest = nullptr;
     ids.restart();
     ended_recently.clear();
     frame_time.restart();
@@ -394,7 +405,12 @@ gvsp_recv_resend::block* gvsp_recv_resend::create_block_for_id(int64_t t, uint64
             create_single_new_block(t - static_cast<int64_t>(back) * frame_time(), lost_id, opened.id - back);
         }
     }
-    return create_single_new_block(t, block_id, opened.id);
+    block* const created = create_single_new_block(t, block_id, opened.id);
+    if (created != nullptr) {
+        youngest = created;
+        ++frames_begun;
+    }
+    return created;
 }
 
 gvsp_recv_resend::block* gvsp_recv_resend::create_single_new_block(int64_t t, uint64_t block_id, uint64_t frame_id) {

@@ -20,6 +20,7 @@ public:
 
     void setup(uint32_t packet_size, uint32_t payload_size) override;
     [[nodiscard]] frame_receive_stats get_statistics() const override { return stats; }
+    [[nodiscard]] frame_progress progress() const override;
     bool revoke_frame(const void* buffer) override;
     void flush(uint64_t now) override;
     void reset() override;
@@ -107,6 +108,8 @@ private:
     std::array<block, pool_size> blocks;
     std::array<block*, pool_size> open_blocks{}; // newest first
     size_t open_count = 0;
+    const block* youngest = nullptr; // to begin by a packet of its own, ended or not
+    uint64_t frames_begun = 0;
     ended_frames ended_recently;
     gvsp_parsed_packet::leader_body last_leader{};
     frame_ids ids;

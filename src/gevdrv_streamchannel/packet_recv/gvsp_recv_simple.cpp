@@ -18,6 +18,7 @@ gvsp_recv_simple::gvsp_recv_simple(const stream_functions& stream) : functions(s
 
 void gvsp_recv_simple::setup(uint32_t packet_size, uint32_t new_payload_size) {
     stats = {};
+    frames_begun = 0;
     unsupported.setup();
     ids.restart();
     last_leader = {};
@@ -33,6 +34,15 @@ void gvsp_recv_simple::setup(uint32_t packet_size, uint32_t new_payload_size) {
         blocks[i].packets = std::move(packets);
         ring[i] = &blocks[i];
     }
+}
+
+frame_progress gvsp_recv_simple::progress() const {
+    if (frames_begun == 0) return {};
+    const block& youngest = *ring[0];
+    return {.serial = frames_begun,
+            .packets = youngest.packets.highest() + 1,
+            .packets_expected = youngest.geometry.expected_packets,
+            .under_way = youngest.active && youngest.packets.trailer() == 0};
 }
 
 gvsp_recv_simple::block* gvsp_recv_simple::find(uint64_t block_id) noexcept {
@@ -124,6 +134,7 @@ gvsp_recv_simple::block& gvsp_recv_simple::create_new_block(uint64_t now, uint64
     created.has_chunk = false;
     created.context = functions.get_frame();
     created.active = true;
+    ++frames_begun;
     return created;
 }
 

@@ -19,6 +19,7 @@ public:
 
     void setup(uint32_t packet_size, uint32_t payload_size) override;
     [[nodiscard]] frame_receive_stats get_statistics() const override { return stats; }
+    [[nodiscard]] frame_progress progress() const override;
     bool revoke_frame(const void* buffer) override;
     void flush(uint64_t now) override;
     bool receive_packet(uint64_t now, std::span<const std::byte> datagram) override;
@@ -62,6 +63,7 @@ private:
     ended_frames ended_recently;
     impl::frame_time frame_time;
     frame_receive_stats stats;
+    uint64_t frames_begun = 0;
     std::array<block_geometry, 2> geometry; // by extended ids
     uint32_t payload_size = 0;
     bool extended = false; // of the last packet

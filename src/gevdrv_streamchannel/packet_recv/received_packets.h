@@ -38,6 +38,7 @@ public:
     // Packets behind the bitmap are never asked for.
     [[nodiscard]] bool is_missing(uint32_t id) const noexcept { return id < expected && !holds(id); }
     [[nodiscard]] uint32_t count() const noexcept { return counted; }
+    [[nodiscard]] uint32_t highest() const noexcept { return top; } // id of those counted
     [[nodiscard]] uint32_t trailer() const noexcept { return trailer_id; } // 0 until it came
     // Of the run of missing packets that ends with `last`, which is missing; not looked for below `lowest`.
     [[nodiscard]] uint32_t start_of_missing_run(uint32_t last, uint32_t lowest) const noexcept {

@@ -39,6 +39,30 @@ TYPED_TEST(receivers_test, whole_frame_is_delivered_once_with_its_fields) {
     }
 }
 
+TYPED_TEST(receivers_test, progress_is_that_of_the_youngest_frame) {
+    const auto expect = [&](uint64_t serial, uint32_t packets, bool under_way) {
+        const frame_progress progress = this->receiver.progress();
+        EXPECT_EQ(progress.serial, serial);
+        EXPECT_EQ(progress.packets, packets);
+        EXPECT_EQ(progress.under_way, under_way);
+        EXPECT_EQ(progress.packets_expected, serial == 0 ? 0 : trailer_id + 1);
+    };
+    this->begin({});
+    expect(0, 0, false);
+    this->send(1, {0, 1});
+    expect(1, 2, true);
+    this->send(2, {0, 1, 3});
+    this->send(1, {2});
+    expect(2, 4, true);
+    this->send(2, {trailer_id});
+    expect(2, trailer_id + 1, false); // waits for a packet, but not in the middle
+    this->whole(3);
+    expect(3, trailer_id + 1, false);
+    this->send(4, {0});
+    this->receiver.flush(this->now);
+    expect(4, 1, false);
+}
+
 TYPED_TEST(receivers_test, lost_leader_is_stood_in_for_by_the_last_one) {
     this->begin({});
     this->whole(1);

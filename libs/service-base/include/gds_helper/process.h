@@ -16,6 +16,9 @@ void set_thread_name(const std::string& name) noexcept;
 // Asks for above-normal priority for the calling thread. False when the system refuses.
 [[nodiscard]] bool raise_thread_priority() noexcept;
 
+// The calling thread's sleeps end when they should, and not up to a tick of the system's choice later.
+void sleep_precisely() noexcept;
+
 // Owns an object with threads or waiters. In a child made by fork those threads do not exist: joining one, or
 // destroying a condition that had a waiter, would hang the child at exit, so there the object is left alone.
 template <class T>

@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 #include <sched.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -22,6 +23,11 @@ bool raise_thread_priority() noexcept {
     sched_param parameters{};
     parameters.sched_priority = sched_get_priority_min(SCHED_RR);
     return pthread_setschedparam(pthread_self(), SCHED_RR, &parameters) == 0;
+}
+
+void sleep_precisely() noexcept {
+    constexpr unsigned long slack = 1000; // nanoseconds; 50 000 by default
+    prctl(PR_SET_TIMERSLACK, slack, 0, 0, 0);
 }
 
 } // namespace gds_helper

@@ -1,0 +1,121 @@
+#include "pacing.h"
+
+#include <algorithm>
+
+namespace gev::streamchannel::impl {
+
+namespace {
+
+constexpr double fastest_line = 1250;      // bytes per microsecond, 10 Gbit/s: what may begin at any time
+constexpr double sudden_rise = 4;          // of the rate, that the socket holds in a sleep all the same
+constexpr double fewest_held = 4;          // packets
+constexpr uint64_t shortest_stretch = 500; // over which a rate is measured; cameras send in groups
+constexpr int64_t tolerated_delay = 150;   // of a frame's end, and of a wake
+constexpr uint32_t least_penalty = 4;      // frames
+constexpr uint32_t most_penalty = 256;
+constexpr uint32_t forgiven_after = 8;
+
+// The kernel rounds a datagram's memory up, to twice its size at worst, and adds its own records.
+double memory_of_packet(uint32_t size) noexcept { return 2.0 * size + 1024; }
+
+} // namespace
+
+pacing::pacing(size_t socket_memory, uint32_t packet_size) noexcept
+    : packets_held(static_cast<double>(socket_memory) / memory_of_packet(packet_size)),
+      line_rate(fastest_line / std::max(packet_size, 1U)) {}
+
+pacing::decision pacing::after(const reading& seen) noexcept {
+    if (asleep) woke_late = seen.now > last_at + static_cast<uint64_t>(last.time + tolerated_delay);
+    asleep = false;
+    if (seen.frame.serial != serial) {
+        if (under_way) frame_ended(seen.now);
+        frame_began(seen);
+    }
+    if (under_way) {
+        packets = seen.frame.packets;
+        if (!seen.full) measure(seen);
+        if (!seen.frame.under_way) {
+            usual_length = packets;
+            frame_ended(seen.now);
+        }
+    }
+    if (seen.full) return {action::read};
+    last = decide(seen);
+    last_at = seen.now;
+    asleep = last.next == action::sleep;
+    return last;
+}
+
+pacing::decision pacing::decide(const reading& seen) const noexcept {
+    if (seen.bytes == 0) return {action::wait};
+    const bool crowded = distance != 0 && distance < 2 * gathering_time; // nobody waits for a single frame either
+    if (serial == 0 || crowded) return gather(seen.bytes);
+    if (!seen.frame.under_way) return {action::wait};
+    const double fastest = std::max(rate, rate_before);
+    const uint32_t length = packets < usual_length ? usual_length : seen.frame.packets_expected;
+    if (fastest == 0 || packets >= length) return gather(seen.bytes);
+    const double left = (length - packets) / fastest;
+    const int64_t longest = cautious > 0 ? gathering_time : longest_sleep;
+    const double most = std::min(static_cast<double>(std::min(longest, seen.frame.patience / 2)), longest_at(fastest));
+    const double time = std::max(std::min(left * 0.75, most), std::min<double>(shortest_sleep, most));
+    if (time < shortest_sleep) return {action::wait};
+    return {action::sleep, static_cast<int64_t>(time), true};
+}
+
+pacing::decision pacing::gather(size_t bytes) const noexcept {
+    if (bytes >= little) return {action::wait};
+    const double time = std::min<double>(gathering_time, longest_at(0));
+    if (time < shortest_sleep) return {action::wait};
+    return {action::sleep, static_cast<int64_t>(time)};
+}
+
+// Long sleeps are for sockets that hold whatever a fast line may begin to bring meanwhile.
+double pacing::longest_at(double packets_per_us) const noexcept {
+    const double share = packets_held / 2;
+    if (share < fewest_held) return 0;
+    const double expected = sudden_rise * packets_per_us;
+    const double brief = share > gathering_time * expected ? gathering_time : share / expected;
+    return std::max(brief, share / std::max(line_rate, expected));
+}
+
+void pacing::frame_began(const reading& seen) noexcept {
+    if (serial != 0 && seen.frame.serial > serial) {
+        const double passed = static_cast<double>(seen.now - began) / static_cast<double>(seen.frame.serial - serial);
+        distance = distance == 0 ? passed : distance + (passed - distance) / 8;
+    }
+    serial = seen.frame.serial;
+    began = stretch_began = seen.now;
+    packets_at_begin = stretch_from = seen.frame.packets;
+    rate = 0;
+    under_way = serial != 0;
+}
+
+void pacing::frame_ended(uint64_t now) noexcept {
+    under_way = false;
+    if (rate == 0 && now > began) rate = (packets - packets_at_begin) / static_cast<double>(now - began);
+    if (rate > rate_before) {
+        rate_before = rate;
+    } else if (rate > 0) {
+        rate_before -= (rate_before - rate) / 4;
+    }
+    if (cautious > 0) {
+        --cautious;
+    } else if (last.predicted && last.time > tolerated_delay && !woke_late) {
+        cautious = penalty = std::clamp(2 * penalty, least_penalty, most_penalty);
+        in_time = 0;
+    } else if (++in_time >= forgiven_after) {
+        penalty /= 2;
+        in_time = 0;
+    }
+}
+
+// A rate that only seems high has the thread read early, which costs little.
+void pacing::measure(const reading& seen) noexcept {
+    const uint64_t passed = seen.now - stretch_began;
+    if (passed < shortest_stretch || packets < stretch_from) return;
+    rate = std::max(rate, (packets - stretch_from) / static_cast<double>(passed));
+    stretch_began = seen.now;
+    stretch_from = packets;
+}
+
+} // namespace gev::streamchannel::impl
