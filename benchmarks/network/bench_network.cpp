@@ -1,15 +1,14 @@
 // usage: bench_network [rounds]
 // What reaches a consumer of the real library, over a real service, from a simulated camera on loopback: its events at
 // 2000 a second for ten seconds while frames stream, and changes of the list of cameras. Prints markdown.
+#include "child.h"
+
 #include <cli/gentl_library.h>
 #include <cli/node_map.h>
 #include <cli/session.h>
 
 #include <fmt/format.h>
 
-#include <signal.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,50 +22,12 @@
 namespace {
 
 using namespace GenTL;
+using bench::child;
 using clock = std::chrono::steady_clock;
 
 constexpr int rate = 2000; // events a second, one for each frame
 constexpr int events_wanted = 10 * rate;
 constexpr const char* camera_serial = "BENCH";
-
-// Ends with this object. Its first line of output has been read when the constructor returns.
-class child final {
-public:
-    explicit child(const std::vector<std::string>& command) {
-        int pipe_ends[2];
-        if (pipe(pipe_ends) != 0) throw std::runtime_error("no pipe");
-        std::vector<char*> arguments;
-        for (const auto& each : command) arguments.push_back(const_cast<char*>(each.c_str()));
-        arguments.push_back(nullptr);
-        pid = fork();
-        if (pid == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            dup2(pipe_ends[1], STDOUT_FILENO);
-            execv(arguments[0], arguments.data());
-            _exit(127);
-        }
-        close(pipe_ends[1]);
-        char byte = 0;
-        bool ready = false;
-        while (!ready && read(pipe_ends[0], &byte, 1) == 1) ready = byte == '\n';
-        output = pipe_ends[0]; // stays open: the program may say more
-        if (!ready) throw std::runtime_error(command.front() + " does not start");
-    }
-    ~child() { end(SIGTERM); }
-    child(const child&) = delete;
-    child& operator=(const child&) = delete;
-    void end(int signal_number) {
-        if (pid <= 0) return;
-        kill(pid, signal_number);
-        waitpid(pid, nullptr, 0);
-        pid = -1;
-        close(output);
-    }
-
-private:
-    pid_t pid = -1;
-    int output = -1;
-};
 
 struct consumer {
     std::shared_ptr<const cli::gentl_library> lib;

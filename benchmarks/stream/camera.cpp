@@ -31,7 +31,10 @@ uint32_t own_network() {
 
 } // namespace
 
-camera_process::camera_process(const stream_shape& shape) : network(own_network()) {
+camera_process::camera_process(const stream_shape& shape, const cable* joined) {
+    const uint32_t network = own_network();
+    own = joined == nullptr ? network | 1 : cable::camera_address;
+    other = joined == nullptr ? network | 2 : cable::consumer_address;
     const auto program = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "orv-gev-camera-sim";
     std::vector<std::string> arguments{
         program.string(), "--address", gige::to_string(address()), "--max-packet-size", "16000",
@@ -48,6 +51,7 @@ camera_process::camera_process(const stream_shape& shape) : network(own_network(
     pid = ::fork();
     if (pid < 0) fail("no process for the camera");
     if (pid == 0) {
+        if (joined != nullptr) joined->enter_camera_side();
         ::dup2(pipe[1], STDOUT_FILENO);
         ::close(pipe[0]);
         ::close(pipe[1]);
