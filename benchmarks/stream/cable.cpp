@@ -64,16 +64,19 @@ cable::cable(uint32_t mtu, uint32_t gather_us) : camera_side(new_namespace()), c
     const std::string up = "ip link set lo up; ip link set " + name + " mtu " + std::to_string(mtu) + " up";
     shell(camera_side, "ip link add " + name + " type veth peer name " + name + " netns " + parent + "/fd/" +
                            std::to_string(consumer_side) + "; ip address add " + gige::to_string(camera_address) +
-                           "/24 dev " + name + "; " + up);
+                           "/24 dev " + name + "; ethtool -K " + name + " tso off; " + up);
     const std::string settings = "/sys/class/net/" + name + "/";
-    // A veth's end has a receive queue of its own only while it may join datagrams; which UDP sockets want them
-    // joined is another matter.
+    // A veth's end has a receive queue of its own only while it may join, and takes from it only what the other end
+    // could not have sent joined by itself (no TSO there). It is the socket that says whether datagrams are joined.
     shell(consumer_side, "ip address add " + gige::to_string(consumer_address) + "/24 dev " + name + "; ethtool -K " +
                              name + " gro on; " + up + "; echo 1 >" + settings + "threaded; echo " +
                              std::to_string(gather_us * 1000) + " >" + settings + "gro_flush_timeout; echo " +
                              (gather_us == 0 ? "0" : "1") + " >" + settings + "napi_defer_hard_irqs");
     receiver = find_thread("napi/" + name + "-");
     if (receiver < 0) fail("the interface has no thread of its own");
+    // A card's work goes ahead of every process. The queue between the two ends holds 256 datagrams.
+    const sched_param first{.sched_priority = 1};
+    if (::sched_setscheduler(receiver, SCHED_FIFO, &first) != 0) fail("no precedence for the interface's thread");
 }
 
 cable::~cable() {
