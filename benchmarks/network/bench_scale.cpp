@@ -260,6 +260,7 @@ result measure(const options& wanted, size_t cameras, bool one_consumer) {
     std::vector<pid_t> consumers;
     const size_t each = one_consumer ? cameras : 1;
     for (size_t first = 0; first < cameras; first += each) {
+        std::fflush(nullptr); // or what is not written yet is written by both
         const pid_t pid = fork();
         if (pid == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
