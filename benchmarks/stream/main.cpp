@@ -114,14 +114,14 @@ void cost_table(const stream_shape& shape, uint32_t rounds, const std::vector<re
     }
 }
 
-// The highest of rising rates at which no frame was lost, in two of two runs.
-void rate_table(stream_shape shape, const std::vector<receiver>& receivers, const cable* joined) {
+// The highest of rates that rise from `lowest` at which no frame was lost, in two of two runs.
+void rate_table(stream_shape shape, double lowest, const std::vector<receiver>& receivers, const cable* joined) {
     fmt::print("\nHighest rate without a lost frame, packets of {} bytes, {}\n\n| receiver | MB/s |\n|---|---|\n",
                shape.packet_size, shape.segmented ? "cut by the kernel" : "sent one by one");
     const camera_process camera{shape, joined};
     for (const receiver& each : receivers) {
         double best = 0;
-        for (double rate = 60; rate <= 600; rate *= 1.25) {
+        for (double rate = lowest; rate <= 700; rate *= 1.25) {
             shape.frame_rate = rate;
             shape.frames = static_cast<uint32_t>(std::max(100.0, rate));
             double slowest = 1e9;
@@ -159,7 +159,8 @@ int main(int argc, char** argv) {
     app.add_option("--width", shape.width, "Picture width, a multiple of 8");
     app.add_option("--height", shape.height, "Picture height");
     app.add_option("--frames", shape.frames, "Frames per measurement")->check(CLI::Range(20, 1'000'000));
-    app.add_option("--fps", shape.frame_rate, "Frames per second")->check(CLI::PositiveNumber);
+    app.add_option("--fps", shape.frame_rate, "Frames per second; with --rates the lowest, 60 by default")
+        ->check(CLI::PositiveNumber);
     app.add_option("--rounds", rounds, "Measurements of each receiver, in turn")->check(CLI::Range(1, 1000));
     app.add_option("--only", only, "Receivers whose name contains this (the copy floors always run)");
     app.add_flag("--rates", rates, "The highest rate without a lost frame instead of the cost");
@@ -200,7 +201,7 @@ int main(int argc, char** argv) {
                 return each.name != floor.name && std::string_view{each.name}.find(only) == std::string_view::npos;
             });
             if (rates) {
-                rate_table(shape, all, way);
+                rate_table(shape, app.count("--fps") != 0 ? shape.frame_rate : 60, all, way);
             } else {
                 const auto at = std::ranges::find(all, floor.name, &receiver::name);
                 cost_table(shape, rounds, all, static_cast<size_t>(at - all.begin()), way);
