@@ -26,6 +26,7 @@ struct stream_shape {
     uint32_t packet_size = 1500;
     uint32_t frames = 200;
     double frame_rate = 80;
+    uint32_t cameras = 1;   // on consecutive addresses, each with frames of its own
     bool segmented = false; // the camera lets the kernel cut its datagrams, so that reception can coalesce
 
     [[nodiscard]] uint32_t payload_size() const { return width * height; }
@@ -126,6 +127,9 @@ constexpr uint64_t warm_frames = 10;    // before allocations count
 // The peer; packet_socket: its packet-mmap reception, where the process may use it.
 [[nodiscard]] bool has_peer() noexcept;
 [[nodiscard]] reception receive_with_peer(const place& where, const stream_shape& shape, bool packet_socket);
+
+// The floors of so many cameras, at the shape's frame rate in all.
+void many_table(stream_shape shape, const std::vector<uint32_t>& numbers);
 
 // Datagrams of a prepared frame through a socket of this process and the receiver, for instruction counts.
 void replay(uint64_t frames, const stream_shape& shape, bool read_only);

@@ -154,6 +154,7 @@ int main(int argc, char** argv) {
     uint64_t replayed = 0;
     bool read_only = false;
     bool veth = false;
+    std::vector<uint32_t> sockets;
     uint32_t gather_us = 50;
     app.add_option("--packet-sizes", packet_sizes, "Packet sizes, with IP and UDP headers")->delimiter(',');
     app.add_option("--width", shape.width, "Picture width, a multiple of 8");
@@ -164,6 +165,9 @@ int main(int argc, char** argv) {
     app.add_option("--rounds", rounds, "Measurements of each receiver, in turn")->check(CLI::Range(1, 1000));
     app.add_option("--only", only, "Receivers whose name contains this (the copy floors always run)");
     app.add_flag("--rates", rates, "The highest rate without a lost frame instead of the cost");
+    app.add_option("--sockets", sockets, "The floors of so many cameras at the frame rate in all, and nothing else")
+        ->delimiter(',')
+        ->check(CLI::Range(1, 64));
     app.add_flag("--veth", veth,
                  "Over a veth pair between two namespaces, whose receiving end joins datagrams and is counted with "
                  "the receiver, instead of loopback (root)");
@@ -179,6 +183,13 @@ int main(int argc, char** argv) {
         for (const uint32_t size : packet_sizes) {
             shape.packet_size = size;
             replay(replayed, shape, read_only);
+        }
+        return 0;
+    }
+    if (!sockets.empty()) {
+        for (const uint32_t size : packet_sizes) {
+            shape.packet_size = size;
+            many_table(shape, sockets);
         }
         return 0;
     }
