@@ -1,8 +1,11 @@
 // The parts of bench_stream: one camera process, receivers in child processes, one after the other.
 #pragma once
 
+#include "cable.h"
+
 #include <gige/udp_socket.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -23,6 +26,7 @@ struct stream_shape {
     uint32_t packet_size = 1500;
     uint32_t frames = 200;
     double frame_rate = 80;
+    uint32_t cameras = 1;   // on consecutive addresses, each with frames of its own
     bool segmented = false; // the camera lets the kernel cut its datagrams, so that reception can coalesce
 
     [[nodiscard]] uint32_t payload_size() const { return width * height; }
@@ -44,11 +48,14 @@ struct reception {
     uint64_t wakes = 0;        // of the process's threads, from sleep or wait; over the same time
     double wall_seconds = 0;   // between the first frame and the last
     double camera_seconds = 0; // CPU time of the camera's process meanwhile
+    double kernel_seconds = 0; // of the cable's receiving end meanwhile; 0 on loopback, where it is the camera's
+
+    [[nodiscard]] double receiving_seconds() const { return cpu_seconds + kernel_seconds; }
 
     [[nodiscard]] double per_gigabyte(double seconds) const {
         return payload_bytes == 0 ? 0 : seconds / (static_cast<double>(payload_bytes) * 1e-9);
     }
-    [[nodiscard]] double cpu_per_gigabyte() const { return per_gigabyte(cpu_seconds); }
+    [[nodiscard]] double cpu_per_gigabyte() const { return per_gigabyte(receiving_seconds()); }
     [[nodiscard]] double megabytes_per_second() const {
         return wall_seconds <= 0 ? 0 : static_cast<double>(payload_bytes) * 1e-6 / wall_seconds;
     }
@@ -79,20 +86,21 @@ struct register_value {
 };
 [[nodiscard]] std::vector<register_value> start_registers(const stream_shape& shape);
 
-// orv-gev-camera-sim as a child process on an address of its own.
+// orv-gev-camera-sim as a child process on an address of its own: of loopback, or at the cable's other end.
 class camera_process {
 public:
-    explicit camera_process(const stream_shape& shape);
+    explicit camera_process(const stream_shape& shape, const cable* joined = nullptr);
     ~camera_process();
     camera_process(const camera_process&) = delete;
     camera_process& operator=(const camera_process&) = delete;
 
-    [[nodiscard]] uint32_t address() const noexcept { return network | 1; }
-    [[nodiscard]] uint32_t consumer() const noexcept { return network | 2; }
+    [[nodiscard]] uint32_t address() const noexcept { return own; }
+    [[nodiscard]] uint32_t consumer() const noexcept { return other; }
     [[nodiscard]] double cpu_seconds() const;
 
 private:
-    uint32_t network;
+    uint32_t own;
+    uint32_t other;
     int pid = -1;
 };
 
@@ -109,13 +117,21 @@ struct place {
 constexpr int socket_buffer = 10 << 20; // the same for all
 constexpr uint64_t warm_frames = 10;    // before allocations count
 
-// The floors: batched reads into a ring of buffers; optionally each datagram's payload is copied to a frame.
-[[nodiscard]] reception receive_bare(const place& where, const stream_shape& shape, bool copy, bool coalesce);
+// The floors: batched reads into a ring of buffers; optionally each datagram's payload is copied to a frame, and a read
+// that did not fill the buffers is followed by a pause.
+[[nodiscard]] reception receive_bare(const place& where, const stream_shape& shape, bool copy, bool coalesce,
+                                     std::chrono::microseconds pause = {});
+// The same from a packet ring, whose blocks are handed over when full or after a millisecond.
+[[nodiscard]] bool has_packet_ring() noexcept; // it takes a privilege
+[[nodiscard]] reception receive_from_ring(const place& where, const stream_shape& shape, bool copy);
 // This project's receive thread with the resend receiver.
 [[nodiscard]] reception receive_with_thread(const place& where, const stream_shape& shape, bool coalesce);
 // The peer; packet_socket: its packet-mmap reception, where the process may use it.
 [[nodiscard]] bool has_peer() noexcept;
 [[nodiscard]] reception receive_with_peer(const place& where, const stream_shape& shape, bool packet_socket);
+
+// The floors of so many cameras, at the shape's frame rate in all.
+void many_table(stream_shape shape, const std::vector<uint32_t>& numbers);
 
 // Datagrams of a prepared frame through a socket of this process and the receiver, for instruction counts.
 void replay(uint64_t frames, const stream_shape& shape, bool read_only);

@@ -31,13 +31,17 @@ uint32_t own_network() {
 
 } // namespace
 
-camera_process::camera_process(const stream_shape& shape) : network(own_network()) {
+camera_process::camera_process(const stream_shape& shape, const cable* joined) {
+    const uint32_t network = own_network();
+    own = joined == nullptr ? network | 1 : cable::camera_address;
+    other = joined == nullptr ? network | (shape.cameras == 1 ? 2 : 0xFF) : cable::consumer_address;
     const auto program = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "orv-gev-camera-sim";
     std::vector<std::string> arguments{
         program.string(), "--address", gige::to_string(address()), "--max-packet-size", "16000",
         "--ring",         "4",         "--exit-with-parent"};
     for (const auto& [option, value] : {std::pair{"--sensor-width", shape.width},
                                         {"--sensor-height", shape.height},
+                                        {"--cameras", shape.cameras},
                                         {"--width", shape.width},
                                         {"--height", shape.height}}) {
         arguments.insert(arguments.end(), {option, std::to_string(value)});
@@ -48,6 +52,7 @@ camera_process::camera_process(const stream_shape& shape) : network(own_network(
     pid = ::fork();
     if (pid < 0) fail("no process for the camera");
     if (pid == 0) {
+        if (joined != nullptr) joined->enter_camera_side();
         ::dup2(pipe[1], STDOUT_FILENO);
         ::close(pipe[0]);
         ::close(pipe[1]);
@@ -58,10 +63,11 @@ camera_process::camera_process(const stream_shape& shape) : network(own_network(
         ::_exit(127);
     }
     ::close(pipe[1]);
-    std::array<char, 64> line{};
-    const auto got = ::read(pipe[0], line.data(), line.size() - 1);
+    std::string said; // a line "ready ADDRESS" by each
+    for (char letter = 0; static_cast<uint32_t>(std::ranges::count(said, '\n')) < shape.cameras; said += letter) {
+        if (::read(pipe[0], &letter, 1) != 1) fail("the camera does not start");
+    }
     ::close(pipe[0]);
-    if (got <= 0 || std::string_view{line.data()}.substr(0, 5) != "ready") fail("the camera does not start");
 }
 
 camera_process::~camera_process() {

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <thread>
 
 #ifndef UDP_GRO
 #define UDP_GRO 104
@@ -53,7 +54,8 @@ size_t segment_of(msghdr& message, size_t length) {
 
 } // namespace
 
-reception receive_bare(const place& where, const stream_shape& shape, bool copy, bool coalesce) {
+reception receive_bare(const place& where, const stream_shape& shape, bool copy, bool coalesce,
+                       std::chrono::microseconds pause) {
     auto socket = gige::udp_socket::open({where.consumer, 0});
     if (!socket) fail("no stream socket");
     const int handle = socket->native();
@@ -118,6 +120,7 @@ reception receive_bare(const place& where, const stream_shape& shape, bool copy,
                 rest -= length;
             }
         }
+        if (pause.count() != 0 && static_cast<size_t>(count) < batch) std::this_thread::sleep_for(pause);
     }
     seen.cpu_seconds = cpu_seconds() - cpu;
     seen.wakes = wakes() - wakes_before;

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 
 namespace {
 
@@ -25,6 +26,16 @@ const receiver read_floor_gro{"recvmmsg, coalesced",
                               [](auto& at, auto& shape) { return receive_bare(at, shape, false, true); }};
 const receiver copy_floor_gro{"recvmmsg + memcpy, coalesced",
                               [](auto& at, auto& shape) { return receive_bare(at, shape, true, true); }};
+// As long as the ring keeps a block that is not full.
+const receiver paused_floor{"recvmmsg + memcpy, pauses of 1 ms", [](auto& at, auto& shape) {
+                                return receive_bare(at, shape, true, false, std::chrono::milliseconds{1});
+                            }};
+const receiver paused_floor_gro{"recvmmsg + memcpy, coalesced, pauses of 1 ms", [](auto& at, auto& shape) {
+                                    return receive_bare(at, shape, true, true, std::chrono::milliseconds{1});
+                                }};
+const receiver ring_floor{"packet ring", [](auto& at, auto& shape) { return receive_from_ring(at, shape, false); }};
+const receiver ring_copy_floor{"packet ring + memcpy",
+                               [](auto& at, auto& shape) { return receive_from_ring(at, shape, true); }};
 const receiver ours{"this library", [](auto& at, auto& shape) { return receive_with_thread(at, shape, true); }};
 const receiver ours_single{"this library, not coalescing",
                            [](auto& at, auto& shape) { return receive_with_thread(at, shape, false); }};
@@ -33,13 +44,14 @@ const receiver peer_packet{"aravis, packet socket",
                            [](auto& at, auto& shape) { return receive_with_peer(at, shape, true); }};
 
 // In a process of its own, so that its CPU time is all its own.
-reception run(const receiver& each, const camera_process& camera, const stream_shape& shape) {
+reception run(const receiver& each, const camera_process& camera, const stream_shape& shape, const cable* joined) {
     std::array<int, 2> pipe{};
     if (::pipe(pipe.data()) != 0) fail("no pipe");
     std::fflush(nullptr);
     const int pid = ::fork();
     if (pid < 0) fail("no process");
     if (pid == 0) {
+        if (joined != nullptr) joined->enter_consumer_side();
         const reception seen = each.run({camera.address(), camera.consumer()}, shape);
         const bool written = ::write(pipe[1], &seen, sizeof seen) == sizeof seen;
         ::_exit(written ? 0 : 1);
@@ -47,10 +59,12 @@ reception run(const receiver& each, const camera_process& camera, const stream_s
     ::close(pipe[1]);
     reception seen;
     const double camera_before = camera.cpu_seconds();
+    const double kernel_before = joined == nullptr ? 0 : joined->kernel_seconds();
     const bool whole = ::read(pipe[0], &seen, sizeof seen) == sizeof seen;
     ::close(pipe[0]);
     ::waitpid(pid, nullptr, 0);
     seen.camera_seconds = camera.cpu_seconds() - camera_before;
+    if (joined != nullptr) seen.kernel_seconds = joined->kernel_seconds() - kernel_before;
     if (!whole) fail(std::string{each.name} + " gave no result");
     return seen;
 }
@@ -61,30 +75,36 @@ const reception& median(std::vector<reception>& rounds) {
     return rounds[rounds.size() / 2];
 }
 
-void cost_table(const stream_shape& shape, uint32_t rounds, const std::vector<receiver>& receivers, size_t floor) {
+void cost_table(const stream_shape& shape, uint32_t rounds, const std::vector<receiver>& receivers, size_t floor,
+                const cable* joined) {
     fmt::print("\nPackets of {} bytes, {}; {} frames of {}x{} at {:.0f}/s, median of {} rounds\n\n", shape.packet_size,
-               shape.segmented ? "the camera lets the kernel cut them" : "sent one by one", shape.frames, shape.width,
-               shape.height, shape.frame_rate, rounds);
-    const camera_process camera{shape};
+               shape.segmented     ? "the camera lets the kernel cut them"
+               : joined != nullptr ? "sent one by one over the cable"
+                                   : "sent one by one",
+               shape.frames, shape.width, shape.height, shape.frame_rate, rounds);
+    const camera_process camera{shape, joined};
     std::vector<std::vector<reception>> seen(receivers.size());
     for (uint32_t round = 0; round < rounds; ++round) {
         for (size_t i = 0; i < receivers.size(); ++i) {
             fmt::print(stderr, "\r{} bytes, round {} of {}: {:40}", shape.packet_size, round + 1, rounds,
                        receivers[i].name);
-            seen[i].push_back(run(receivers[i], camera, shape));
+            seen[i].push_back(run(receivers[i], camera, shape, joined));
         }
     }
     fmt::print(stderr, "\r{:78}\r", "");
     fmt::print(
-        "| receiver | CPU s/GB | to the copy floor | camera's CPU s/GB | MB/s | frames complete | wakes per frame | "
+        "| receiver | CPU s/GB | {}to the copy floor | camera's CPU s/GB | MB/s | frames complete | wakes per frame | "
         "datagrams per read | allocations |\n"
-        "|---|---|---|---|---|---|---|---|---|\n");
+        "|---|---|{}---|---|---|---|---|---|---|\n",
+        joined == nullptr ? "" : "of it the kernel's | ", joined == nullptr ? "" : "---|");
     const double base = median(seen[floor]).cpu_per_gigabyte();
     for (size_t i = 0; i < receivers.size(); ++i) {
         const reception& typical = median(seen[i]);
         fmt::print(
-            "| {} | {:.3f} | {:.2f} | {:.2f} | {:.0f} | {} of {} | {:.0f} | {} | {} |\n", receivers[i].name,
-            typical.cpu_per_gigabyte(), typical.cpu_per_gigabyte() / base, typical.per_gigabyte(typical.camera_seconds),
+            "| {} | {:.3f} | {}{:.2f} | {:.2f} | {:.0f} | {} of {} | {:.0f} | {} | {} |\n", receivers[i].name,
+            typical.cpu_per_gigabyte(),
+            joined == nullptr ? "" : fmt::format("{:.3f} | ", typical.per_gigabyte(typical.kernel_seconds)),
+            typical.cpu_per_gigabyte() / base, typical.per_gigabyte(typical.camera_seconds),
             typical.megabytes_per_second(), typical.frames_complete, typical.frames_complete + typical.frames_other,
             static_cast<double>(typical.wakes) / shape.frames,
             typical.reads == 0
@@ -95,19 +115,19 @@ void cost_table(const stream_shape& shape, uint32_t rounds, const std::vector<re
     }
 }
 
-// The highest of rising rates at which no frame was lost, in two of two runs.
-void rate_table(stream_shape shape, const std::vector<receiver>& receivers) {
+// The highest of rates that rise from `lowest` at which no frame was lost, in two of two runs.
+void rate_table(stream_shape shape, double lowest, const std::vector<receiver>& receivers, const cable* joined) {
     fmt::print("\nHighest rate without a lost frame, packets of {} bytes, {}\n\n| receiver | MB/s |\n|---|---|\n",
                shape.packet_size, shape.segmented ? "cut by the kernel" : "sent one by one");
-    const camera_process camera{shape};
+    const camera_process camera{shape, joined};
     for (const receiver& each : receivers) {
         double best = 0;
-        for (double rate = 60; rate <= 600; rate *= 1.25) {
+        for (double rate = lowest; rate <= 700; rate *= 1.25) {
             shape.frame_rate = rate;
             shape.frames = static_cast<uint32_t>(std::max(100.0, rate));
             double slowest = 1e9;
             for (int attempt = 0; attempt < 2; ++attempt) {
-                const reception seen = run(each, camera, shape);
+                const reception seen = run(each, camera, shape, joined);
                 slowest = std::min(slowest, seen.frames_other == 0 ? seen.megabytes_per_second() : 0.0);
             }
             fmt::print(stderr, "\r{}: {:.0f}/s gives {:.0f} MB/s   ", each.name, rate, slowest);
@@ -134,14 +154,25 @@ int main(int argc, char** argv) {
     bool rates = false;
     uint64_t replayed = 0;
     bool read_only = false;
+    bool veth = false;
+    std::vector<uint32_t> sockets;
+    uint32_t gather_us = 50;
     app.add_option("--packet-sizes", packet_sizes, "Packet sizes, with IP and UDP headers")->delimiter(',');
     app.add_option("--width", shape.width, "Picture width, a multiple of 8");
     app.add_option("--height", shape.height, "Picture height");
     app.add_option("--frames", shape.frames, "Frames per measurement")->check(CLI::Range(20, 1'000'000));
-    app.add_option("--fps", shape.frame_rate, "Frames per second")->check(CLI::PositiveNumber);
+    app.add_option("--fps", shape.frame_rate, "Frames per second; with --rates the lowest, 60 by default")
+        ->check(CLI::PositiveNumber);
     app.add_option("--rounds", rounds, "Measurements of each receiver, in turn")->check(CLI::Range(1, 1000));
     app.add_option("--only", only, "Receivers whose name contains this (the copy floors always run)");
     app.add_flag("--rates", rates, "The highest rate without a lost frame instead of the cost");
+    app.add_option("--sockets", sockets, "The floors of so many cameras at the frame rate in all, and nothing else")
+        ->delimiter(',')
+        ->check(CLI::Range(1, 64));
+    app.add_flag("--veth", veth,
+                 "Over a veth pair between two namespaces, whose receiving end joins datagrams and is counted with "
+                 "the receiver, instead of loopback (root)");
+    app.add_option("--gather", gather_us, "With --veth: us for which that end waits for more, as cards do");
     app.add_option("--replay", replayed,
                    "No camera: so many frames through one socket and receiver, then end (for "
                    "instruction counts)");
@@ -156,22 +187,36 @@ int main(int argc, char** argv) {
         }
         return 0;
     }
+    if (!sockets.empty()) {
+        for (const uint32_t size : packet_sizes) {
+            shape.packet_size = size;
+            many_table(shape, sockets);
+        }
+        return 0;
+    }
+    std::optional<cable> joined;
+    if (veth) joined.emplace(*std::ranges::max_element(packet_sizes), gather_us);
+    const cable* const way = joined ? &*joined : nullptr;
     for (const bool segmented : {false, true}) {
+        if (segmented && veth) break; // a veth passes them on uncut
         for (const uint32_t size : packet_sizes) {
             shape.packet_size = size;
             shape.segmented = segmented;
             const receiver& floor = segmented ? copy_floor_gro : copy_floor;
             std::vector<receiver> all = segmented ? std::vector{read_floor_gro, floor, ours}
-                                                  : std::vector{read_floor, floor, ours, ours_single};
+                                                  : std::vector{read_floor, floor, paused_floor, ours, ours_single};
+            if (segmented) all.push_back(paused_floor_gro);
+            if (veth) all.insert(all.begin() + 2, {read_floor_gro, copy_floor_gro, paused_floor_gro});
+            if (has_packet_ring()) all.insert(all.end(), {ring_floor, ring_copy_floor});
             if (has_peer()) all.insert(all.end(), {peer, peer_packet});
             std::erase_if(all, [&](const receiver& each) {
                 return each.name != floor.name && std::string_view{each.name}.find(only) == std::string_view::npos;
             });
             if (rates) {
-                rate_table(shape, all);
+                rate_table(shape, app.count("--fps") != 0 ? shape.frame_rate : 60, all, way);
             } else {
                 const auto at = std::ranges::find(all, floor.name, &receiver::name);
-                cost_table(shape, rounds, all, static_cast<size_t>(at - all.begin()));
+                cost_table(shape, rounds, all, static_cast<size_t>(at - all.begin()), way);
             }
         }
     }

@@ -174,7 +174,7 @@ void gvsp_recv_resend::ask_for_gap(int64_t t, block& current, uint32_t lowest, u
                                                                      const gvsp_parsed_packet& packet) {
     const uint32_t id = packet.packet_id;
     const packet_share share = share_of(current.geometry, payload_size, id, packet.payload.data_size);
-    const bool forward = current.packets.add_payload(id, share);
+    const bool forward = current.packets.add_payload(id, share, packet.payload.data_size);
     if (!forward && current.packets.holds(id)) return; // came before, and stays as it is
     const placed_bytes placed = place_payload(current.context, current.geometry, id, packet.payload);
     current.received_bytes += placed.count;
@@ -476,8 +476,7 @@ void gvsp_recv_resend::end_block(int64_t t, block& ended, bool flushed) {
     info.size_y = ended.leader.size_y;
     info.pixel_format = ended.leader.pixel_format;
     info.padding_x = ended.leader.padding_x;
-    info.expected_payload_size =
-        data_size_of(ended.packets, ended.geometry, payload_size, ended.filled_size, info.context.size);
+    info.expected_payload_size = data_size_of(ended.packets, ended.geometry, payload_size);
     info.filled_size = ended.filled_size;
     info.received_bytes = ended.received_bytes;
     info.frame_id = ended.frame_id;

@@ -86,7 +86,8 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
         break;
     case gvsp_packet_kind::payload: {
         if (current->packets.holds(id)) break;
-        current->packets.add_payload(id, share_of(current->geometry, payload_size, id, packet.payload.data_size));
+        const packet_share share = share_of(current->geometry, payload_size, id, packet.payload.data_size);
+        current->packets.add_payload(id, share, packet.payload.data_size);
         const placed_bytes placed = place_payload(current->context, current->geometry, id, packet.payload);
         current->filled_size = std::max(current->filled_size, placed.end);
         break;
@@ -156,8 +157,7 @@ void gvsp_recv_simple::end_block(block& ended, uint64_t now, bool flushed) {
     info.size_y = ended.leader.size_y;
     info.pixel_format = ended.leader.pixel_format;
     info.padding_x = ended.leader.padding_x;
-    info.expected_payload_size =
-        data_size_of(ended.packets, ended.geometry, payload_size, ended.filled_size, ended.context.size);
+    info.expected_payload_size = data_size_of(ended.packets, ended.geometry, payload_size);
     info.filled_size = ended.filled_size;
     info.frame_id = ended.frame_id;
     info.block_id = ended.block_id;

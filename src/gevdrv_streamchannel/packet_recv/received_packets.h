@@ -72,10 +72,15 @@ public:
         top = std::max(top, id);
         return true;
     }
-    bool add_payload(uint32_t id, packet_share share) noexcept {
+    bool add_payload(uint32_t id, packet_share share, uint64_t size) noexcept {
         if (id == 0) return false; // the leader's
         if (share == packet_share::more) any_too_large = true;
-        if (share == packet_share::part && uint64_t{id} + 1 != trailer_id) return add_short(id);
+        if (share == packet_share::part) {
+            const bool forward = add_short(id, size);
+            if (uint64_t{id} + 1 != trailer_id) return forward;
+        } else if (id == short_id) {
+            short_id = 0; // whole now
+        }
         return add(id);
     }
     bool add_trailer(uint32_t id) noexcept {
@@ -85,6 +90,10 @@ public:
         return add(id) || id >= expected;
     }
 
+    // Of a complete frame, the packet before the trailer, in bytes.
+    [[nodiscard]] uint64_t last_size(uint32_t full) const noexcept {
+        return short_id + 1 == trailer_id ? short_size : full;
+    }
     // Not for a frame that is shorter than announced.
     [[nodiscard]] bool complete_as_announced() const noexcept {
         return uint64_t{trailer_id} + 1 >= expected && complete();
@@ -98,9 +107,15 @@ public:
 
 private:
     // Kept in mind until the trailer says whether it is the last.
-    bool add_short(uint32_t id) noexcept {
-        if (id <= short_id || id > uint64_t{expected} + in_order_behind) return false;
+    bool add_short(uint32_t id, uint64_t size) noexcept {
+        const bool came_or_stray = id < expected ? holds(id) : id != uint64_t{expected} + in_order_behind;
+        if (id < short_id || came_or_stray) return false;
+        if (id == short_id) {
+            short_size = std::max(short_size, size);
+            return false;
+        }
         short_id = id;
+        short_size = size;
         return id < expected;
     }
 
@@ -112,6 +127,7 @@ private:
     uint32_t top = 0; // highest id counted
     uint32_t trailer_id = 0;
     uint32_t short_id = 0;        // the highest payload packet that was too short to count
+    uint64_t short_size = 0;      // of it, in bytes
     uint32_t in_order_behind = 0; // packets behind the bitmap that came one after the other
     bool any_too_large = false;
 };
@@ -125,13 +141,13 @@ private:
     return reaches_end ? packet_share::all : packet_share::part;
 }
 
-// What a frame has, in bytes, or would have had: what was announced, unless it was longer. If then its buffer could not
-// hold it, at most one packet too much: how large the last one was is known no more.
+// What a frame has, in bytes, or would have had: what was announced, unless it was longer. Its buffer need not have
+// held it all.
 [[nodiscard]] inline uint64_t data_size_of(const received_packets& packets, const block_geometry& geometry,
-                                           uint64_t payload_size, uint64_t filled_size, uint64_t buffer_size) noexcept {
+                                           uint64_t payload_size) noexcept {
     if (packets.trailer() < geometry.expected_packets || !packets.complete()) return payload_size;
-    if (filled_size < buffer_size) return filled_size;
-    return (uint64_t{packets.trailer()} - 1) * geometry.payload_per_packet;
+    return (uint64_t{packets.trailer()} - 2) * geometry.payload_per_packet +
+           packets.last_size(geometry.payload_per_packet);
 }
 
 } // namespace gev::streamchannel::impl

@@ -88,16 +88,22 @@ TEST(completeness_test, every_byte_must_have_come) {
     }
 }
 
-// A frame longer than announced, into buffers that hold it or not.
+// A frame longer than announced, into buffers that hold it or not; the last packet before the trailer, behind it, or
+// cut short at first.
 TEST(completeness_test, longer_frame_says_how_large_it_is) {
-    for (const auto& [buffer_size, data_size] : {std::pair{400U, 600U}, {599U, 600U}, {600U, 600U}, {900U, 550U}}) {
-        surroundings around;
-        around.buffer_size = buffer_size;
-        const row longer{
-            "", {{0, L}, {1}, {2}, {3}, {4}, {5}, {6, 3, buffer_size == 900 ? 50U : 100U}, {7, T}}, true, true};
-        EXPECT_TRUE(delivered_complete<gvsp_recv_resend>(around, longer, 0));
-        EXPECT_TRUE(delivered_complete<gvsp_recv_simple>(around, longer, 0));
-        for (const frame_info& frame : around.frames) EXPECT_EQ(frame.expected_payload_size, data_size);
+    for (const auto& [buffer_size, data_size] :
+         {std::pair{400U, 600U}, {599U, 600U}, {600U, 600U}, {900U, 550U}, {550U, 550U}, {500U, 550U}}) {
+        const sent last{6, 3, data_size - 500};
+        for (const auto& end : {std::vector{last, sent{7, T}}, std::vector{sent{7, T}, last},
+                                std::vector{sent{6, 3, 20}, last, sent{7, T}}}) {
+            surroundings around;
+            around.buffer_size = buffer_size;
+            row longer{"", {{0, L}, {1}, {2}, {3}, {4}, {5}}, true, true};
+            longer.packets.insert(longer.packets.end(), end.begin(), end.end());
+            EXPECT_TRUE(delivered_complete<gvsp_recv_resend>(around, longer, 0));
+            EXPECT_TRUE(delivered_complete<gvsp_recv_simple>(around, longer, 0));
+            for (const frame_info& frame : around.frames) EXPECT_EQ(frame.expected_payload_size, data_size);
+        }
     }
 }
 
