@@ -40,7 +40,9 @@ private:
     double tick_period_ns = 1.0;  // written before the receive thread starts
     uint64_t skipped_frames = 0;  // the receive thread's, as of the last frame
     uint64_t unsent_requests = 0; // the receive thread's, for resends that the service had no room for
+    // Written by the receive thread with each frame.
     std::atomic<uint64_t> resend_packets_requested{0};
+    std::atomic<uint64_t> packets_expected{0}, packets_received{0}, packets_late{0};
     uint32_t packet_size_chosen = 0;
 };
 
