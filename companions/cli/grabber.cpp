@@ -155,12 +155,13 @@ void grabber::stop() {
         triggers_sent += trigger->sent();
         triggers_left_out += trigger->left_out();
     }
+    // A frame that the stop cuts short is no loss.
+    if (watch) attempt([&] { explain_losses(); });
     if (camera_started) attempt([&] { execute(require_node(session->remote, "AcquisitionStop")); });
     if (acquiring && session->remote.document().find_node("TLParamsLocked") != nullptr)
         attempt([&] { set_from_text(require_node(session->remote, "TLParamsLocked"), "0"); });
     if (acquiring) {
         attempt([&] { read_counters(); });
-        if (watch) attempt([&] { explain_losses(); });
         attempt([&] {
             session->lib.check("DSStopAcquisition",
                                session->lib.DSStopAcquisition(session->stream->get(), ACQ_STOP_FLAGS_DEFAULT));
@@ -218,6 +219,7 @@ void grabber::watch_losses() {
 
 // While the stream is open: its socket and its thread end with it.
 void grabber::explain_losses() {
+    read_counters();
     loss_evidence seen;
     watch->take(seen);
     watch.reset();

@@ -74,26 +74,28 @@ private:
 
 // The driver's own counters, where it names them.
 void add_driver_counters(const control_socket& control, const std::string& interface, card_counters& into) {
-    struct {
-        ethtool_sset_info head;
-        uint32_t count;
-    } sets{};
-    sets.head.cmd = ETHTOOL_GSSET_INFO;
-    sets.head.sset_mask = 1ULL << ETH_SS_STATS;
+    // All of them end with an array of what they ask for.
+    std::vector<uint64_t> counts(sizeof(ethtool_sset_info) / 8 + 2);
+    auto* const sets = reinterpret_cast<ethtool_sset_info*>(counts.data());
+    sets->cmd = ETHTOOL_GSSET_INFO;
+    sets->sset_mask = 1ULL << ETH_SS_STATS;
     constexpr uint32_t most = 65536;
-    if (!control.ask(interface, &sets) || sets.head.sset_mask == 0 || sets.count == 0 || sets.count > most) return;
-    std::vector<uint64_t> names((sizeof(ethtool_gstrings) + size_t{sets.count} * ETH_GSTRING_LEN) / 8 + 1);
+    if (!control.ask(interface, sets) || sets->sset_mask == 0) return;
+    const uint32_t count = sets->data[0];
+    if (count == 0 || count > most) return;
+    // The kernel fills in as many as the driver has by then: room for some that come in between.
+    const size_t room = size_t{count} + 1024;
+    std::vector<uint64_t> names((sizeof(ethtool_gstrings) + room * ETH_GSTRING_LEN) / 8 + 1);
     auto* const strings = reinterpret_cast<ethtool_gstrings*>(names.data());
     strings->cmd = ETHTOOL_GSTRINGS;
     strings->string_set = ETH_SS_STATS;
-    strings->len = sets.count;
-    std::vector<uint64_t> numbers(sizeof(ethtool_stats) / 8 + sets.count + 1);
+    strings->len = count;
+    std::vector<uint64_t> numbers(sizeof(ethtool_stats) / 8 + room + 1);
     auto* const values = reinterpret_cast<ethtool_stats*>(numbers.data());
     values->cmd = ETHTOOL_GSTATS;
-    values->n_stats = sets.count;
+    values->n_stats = count;
     if (!control.ask(interface, strings) || !control.ask(interface, values)) return;
-    // The driver says how many it filled in; it never takes more than there is room for.
-    for (uint32_t i = 0; i < std::min({uint32_t{sets.count}, uint32_t{strings->len}, uint32_t{values->n_stats}}); ++i) {
+    for (uint32_t i = 0; i < std::min({count, uint32_t{strings->len}, uint32_t{values->n_stats}}); ++i) {
         const auto* const text = reinterpret_cast<const char*>(strings->data) + size_t{i} * ETH_GSTRING_LEN;
         const std::string name{text, strnlen(text, ETH_GSTRING_LEN)};
         if (tells_of_loss(name)) into.drops["driver " + name] = values->data[i];
