@@ -372,11 +372,32 @@ constexpr loss_case losses[] = {
          seen.ring_size = seen.ring_limit = 4096;
      },
      card, "another cable"},
+    {"card_that_dropped_what_nobody_wanted",
+     [](auto& seen) {
+         seen.card_drops = {{"rx_dropped", 5}};
+     },
+     network, "GevSCPD"},
+    {"card_that_dropped_where_nothing_is_missing",
+     [](auto& seen) {
+         seen.packets_received = seen.packets_expected;
+         seen.card_drops = {{"rx_dropped", 5}};
+     },
+     nothing, ""},
     {"queue_of_the_host", [](auto& seen) { seen.host_queue_drops = 900; }, host_queue, "netdev_max_backlog"},
     {"nothing_came_of_this_size",
      [](auto& seen) {
          seen.frames_complete = 0;
          seen.packets_expected = seen.packets_received = 0;
+         seen.packet_size = 1484;
+         seen.largest_that_passes = 1300;
+     },
+     path_mtu, "ip link set eth0 mtu 1500"},
+    {"only_leaders_and_trailers_came",
+     [](auto& seen) {
+         seen.frames_complete = 0;
+         seen.frames_incomplete = 5;
+         seen.packets_received = 15;
+         seen.packets_asked_again = 795;
          seen.packet_size = 1484;
          seen.largest_that_passes = 1300;
      },

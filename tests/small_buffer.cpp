@@ -9,7 +9,8 @@
 #define SO_RCVBUFFORCE 33
 #endif
 
-extern "C" int setsockopt(int socket, int level, int name, const void* value, socklen_t size) noexcept {
+extern "C" __attribute__((visibility("default"))) int setsockopt(int socket, int level, int name, const void* value,
+                                                                 socklen_t size) noexcept {
     using function = int (*)(int, int, int, const void*, socklen_t);
     static const auto real = reinterpret_cast<function>(dlsym(RTLD_NEXT, "setsockopt"));
     if (level != SOL_SOCKET) return real(socket, level, name, value, size);

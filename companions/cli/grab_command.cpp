@@ -51,11 +51,13 @@ void add_grab_command(command_line& line) {
         std::vector<std::string> settings;
         std::string kind = "png";
         bool raw = false;
+        CLI::Option* reconnect = nullptr;
     };
     auto given = std::make_shared<words>();
     grab_options& options = given->options;
     auto& command = line.add("grab", "Frames from a camera, to PNG, TIFF or raw files", true, [&line, given] {
         for (const std::string& text : given->settings) given->options.set.push_back(parse_setting(text));
+        given->options.reconnect = given->reconnect->count() != 0;
         given->options.kind = given->raw || given->kind == "raw" ? file_kind::raw
                               : given->kind == "tiff"            ? file_kind::tiff
                                                                  : file_kind::png;
@@ -84,12 +86,10 @@ void add_grab_command(command_line& line) {
         .add_option("--trigger", options.trigger_hz,
                     "Trigger the camera by software, at this rate in Hz; its trigger features are put back")
         ->check(CLI::Range(0.001, 100'000.0));
-    auto* const reconnect = command.add_option("--reconnect", options.reconnect_s,
-                                               "Wait for a camera or service that goes, for ever or so many seconds, "
-                                               "and go on");
-    reconnect->expected(0, 1)->type_name("[SECONDS]")->each([given](const std::string&) {
-        given->options.reconnect = true;
-    });
+    given->reconnect = command.add_option("--reconnect", options.reconnect_s,
+                                          "Wait for a camera or service that goes, for ever or so many seconds, and go "
+                                          "on");
+    given->reconnect->expected(0, 1)->type_name("[SECONDS]");
     command.add_option("--hold", options.hold_ms,
                        "Keep each buffer for so many milliseconds, as a slow application does");
     command.footer("Ctrl-C stops the camera and sums up; a second one ends at once.\n"

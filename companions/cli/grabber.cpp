@@ -177,7 +177,7 @@ void grabber::stop() {
     });
     if (trigger) attempt([&] { trigger->put_back(); });
     trigger.reset();
-    if (evidence && frames() == complete_before + incomplete_before && packet_size > 0)
+    if (evidence && complete == complete_before && packet_size > 0)
         attempt([&] {
             evidence->largest_that_passes =
                 largest_packet_that_passes(session->lib, remote_port(session->lib, *session->device), stream_address,

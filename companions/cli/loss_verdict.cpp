@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <numeric>
 
 namespace cli {
 
@@ -24,14 +23,22 @@ uint64_t packets_per_frame(const loss_evidence& seen) {
     return std::max<uint64_t>(1, (seen.payload_size + share - 1) / share);
 }
 
-uint64_t card_drops(const loss_evidence& seen) {
-    return std::accumulate(seen.card_drops.begin(), seen.card_drops.end(), uint64_t{0},
-                           [](uint64_t most, const auto& each) { return std::max(most, each.second); });
-}
-
 uint64_t missing_packets(const loss_evidence& seen) {
     const uint64_t expected = seen.packets_expected.value_or(0), received = seen.packets_received.value_or(0);
     return expected > received ? expected - received : 0;
+}
+
+// A card also counts what nobody wanted, other protocols' frames for instance: it explains a loss only when it dropped
+// about as much.
+uint64_t card_drops(const loss_evidence& seen) {
+    uint64_t most = 0;
+    for (const auto& [name, count] : seen.card_drops) {
+        if (seen.frames_known || name != "rx_dropped") most = std::max(most, count);
+    }
+    if (!seen.frames_known) return most;
+    const uint64_t missing = std::max(seen.packets_asked_again.value_or(0), missing_packets(seen));
+    const bool anything = missing != 0 || seen.frames_incomplete + seen.frames_lost != 0;
+    return anything && most * 4 >= missing ? most : 0;
 }
 
 // The begin of a sentence.
@@ -42,6 +49,8 @@ std::string loss_text(const loss_evidence& seen) {
     return fmt::format("{} of {} frames were lost or incomplete: ", bad,
                        seen.frames_complete + seen.frames_incomplete + seen.frames_lost + seen.underruns);
 }
+
+std::string packets(uint64_t count) { return fmt::format("{} packet{}", count, count == 1 ? "" : "s"); }
 
 std::string megabytes(uint64_t bytes) { return fmt::format("{:.2f} MiB", static_cast<double>(bytes) / (1 << 20)); }
 
@@ -57,7 +66,7 @@ bool is_busy(const loss_evidence& seen) {
 loss_verdict judge_socket(const loss_evidence& seen) {
     const uint64_t buffer = seen.socket_buffer.value_or(seen.socket_buffer_limit.value_or(wanted_buffer));
     const std::string drops =
-        fmt::format("{}{} packets were dropped at this host's socket", loss_text(seen), *seen.socket_drops);
+        fmt::format("{}{} dropped at this host's socket", loss_text(seen), packets(*seen.socket_drops));
     if (buffer < wanted_buffer && (buffer < serving_buffer || !(is_starved(seen) || is_busy(seen)))) {
         return {loss_cause::socket_buffer,
                 fmt::format("{}, whose receive buffer of {} is too small.", drops, megabytes(buffer)),
@@ -83,27 +92,36 @@ loss_verdict judge_socket(const loss_evidence& seen) {
             "/etc/security/limits.d/60-orv-gentl-gev.conf   (and log in anew)"};
 }
 
+// Leaders and trailers are small and come through where pictures' packets do not.
+bool is_too_narrow(const loss_evidence& seen) {
+    if (!seen.frames_known || seen.frames_complete != 0) return false;
+    const bool over_mtu = seen.mtu && seen.packet_size > *seen.mtu;
+    const auto passes = seen.largest_that_passes;
+    return over_mtu || (passes && *passes != 0 && *passes < seen.packet_size);
+}
+
+loss_verdict judge_path(const loss_evidence& seen) {
+    const auto passes = seen.largest_that_passes;
+    std::string why = passes && *passes != 0
+                          ? fmt::format("test packets pass up to {} bytes and no larger ones", *passes)
+                          : std::string{"none passes"};
+    if (seen.mtu && seen.packet_size > *seen.mtu)
+        why += fmt::format("; {} itself carries {}", seen.interface, *seen.mtu);
+    return {loss_cause::path_mtu, fmt::format("No full packet of {} bytes came: {}.", seen.packet_size, why),
+            fmt::format("sudo ip link set {} mtu 1500   (and at least as much at every switch and the camera)",
+                        seen.interface.empty() ? "INTERFACE" : seen.interface)};
+}
+
 loss_verdict judge_silence(const loss_evidence& seen) {
     const std::string nothing = fmt::format("No packet of {} bytes came", seen.packet_size);
-    const bool over_mtu = seen.mtu && seen.packet_size > *seen.mtu;
-    const bool smaller_pass =
-        seen.largest_that_passes && *seen.largest_that_passes != 0 && *seen.largest_that_passes < seen.packet_size;
-    if (over_mtu || smaller_pass) {
-        std::string why =
-            smaller_pass ? fmt::format("test packets pass up to {} bytes and no larger ones", *seen.largest_that_passes)
-                         : std::string{"none passes"};
-        if (over_mtu) why += fmt::format("; {} itself carries {}", seen.interface, *seen.mtu);
-        return {loss_cause::path_mtu, fmt::format("{}: {}.", nothing, why),
-                fmt::format("sudo ip link set {} mtu 1500   (and at least as much at every switch and the camera)",
-                            seen.interface.empty() ? "INTERFACE" : seen.interface)};
-    }
     if (seen.largest_that_passes && *seen.largest_that_passes == 0)
         return {
             loss_cause::no_packets, fmt::format("{}, not even test packets of 576 bytes do.", nothing),
             "a firewall that drops UDP from the camera? 'sudo nft list ruleset' shows it; 'orv-gentl doctor' looks at "
             "the rest of this host"};
     return {loss_cause::no_packets,
-            fmt::format("{}, though test packets of that size pass: the camera sends no pictures.", nothing),
+            fmt::format("{}, {}: the camera sends no pictures.", nothing,
+                        seen.largest_that_passes ? "though test packets of that size pass" : "and no other either"),
             "look at its trigger and acquisition mode: orv-gentl features --search Trigger"};
 }
 
@@ -142,6 +160,7 @@ loss_verdict judge(const loss_evidence& seen) {
     const uint64_t without_buffer = seen.underruns * packets_per_frame(seen);
     const bool silent = seen.frames_complete + seen.frames_incomplete + seen.frames_lost + seen.underruns == 0 &&
                         asked == 0 && seen.packets_received.value_or(0) == 0;
+    if (is_too_narrow(seen) && in_socket == 0) return judge_path(seen);
     if (silent && seen.frames_known && in_socket == 0 && seen.packet_size != 0) return judge_silence(seen);
 
     const uint64_t here = std::max({in_socket, in_card, in_queue, without_buffer});
@@ -150,8 +169,8 @@ loss_verdict judge(const loss_evidence& seen) {
         if (missing == 0 && seen.frames_incomplete + seen.frames_lost == 0)
             return {loss_cause::nothing, "Nothing was lost.", ""};
         return {loss_cause::network,
-                fmt::format("{}{} packets did not come to this host, which dropped none itself.", loss_text(seen),
-                            std::max<uint64_t>(missing, seen.frames_incomplete + seen.frames_lost)),
+                fmt::format("{}{} did not come to this host, which dropped none itself.", loss_text(seen),
+                            packets(std::max<uint64_t>(missing, seen.frames_incomplete + seen.frames_lost))),
                 "lost at camera, cable or switch: try another cable and port, and let the camera send slower: "
                 "orv-gentl set GevSCPD=1000   (its pause between packets)"};
     }
@@ -174,7 +193,7 @@ loss_verdict judge(const loss_evidence& seen) {
     }
     return {
         loss_cause::host_queue,
-        fmt::format("{}{} packets were dropped between card and socket.", loss_text(seen), in_queue),
+        fmt::format("{}{} dropped between card and socket.", loss_text(seen), packets(in_queue)),
         "echo 'net.core.netdev_max_backlog = 10000' | sudo tee -a /etc/sysctl.d/60-orv-gentl-gev.conf && sudo sysctl "
         "net.core.netdev_max_backlog=10000"};
 }

@@ -32,7 +32,7 @@ struct loss_evidence {
     std::optional<uint64_t> mtu; // bytes, as it is
     std::vector<std::pair<std::string, uint64_t>> card_drops;
     std::optional<uint64_t> ring_size, ring_limit; // receive descriptors, as they are
-    // Where no packet came: the largest test packet that did when asked for, 0 for none.
+    // Where no whole frame came: the largest test packet that did when asked for, 0 for none.
     std::optional<uint64_t> largest_that_passes;
 };
 

@@ -1,4 +1,4 @@
-// Which packet sizes come through from a camera, when no picture does.
+// Which packet sizes come through from a camera, when no whole picture does.
 #pragma once
 
 #include "gentl_library.h"

@@ -13,6 +13,7 @@
 #include <arpa/inet.h>
 #include <ifaddrs.h>
 #include <linux/ethtool.h>
+#include <linux/if_link.h>
 #include <linux/sockios.h>
 #include <net/if.h>
 #include <netinet/in.h>
@@ -66,6 +67,13 @@ public:
         interface.copy(request.ifr_name, IFNAMSIZ - 1);
         request.ifr_data = static_cast<char*>(command);
         return descriptor >= 0 && ioctl(descriptor, SIOCETHTOOL, &request) == 0;
+    }
+
+    [[nodiscard]] std::optional<uint64_t> mtu(const std::string& interface) const {
+        ifreq request{};
+        interface.copy(request.ifr_name, IFNAMSIZ - 1);
+        if (descriptor < 0 || ioctl(descriptor, SIOCGIFMTU, &request) != 0) return std::nullopt;
+        return static_cast<uint64_t>(request.ifr_mtu);
     }
 
 private:
@@ -149,18 +157,29 @@ std::string interface_of(uint32_t address) {
     return {};
 }
 
+// Asked of the kernel rather than read in /sys, which shows the network namespace of whoever mounted it.
 card_counters read_card(const std::string& interface) {
     card_counters card;
     if (interface.empty()) return card;
-    const fs::path folder = fs::path{"/sys/class/net"} / interface;
-    card.mtu = read_number(folder / "mtu");
-    std::error_code ignored;
-    for (const auto& entry : fs::directory_iterator{folder / "statistics", ignored}) {
-        const std::string name = entry.path().filename();
-        if (!tells_of_loss(name)) continue;
-        if (const auto value = read_number(entry.path())) card.drops[name] = *value;
+    ifaddrs* all = nullptr;
+    if (getifaddrs(&all) == 0) {
+        const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> owner{all, freeifaddrs};
+        for (const ifaddrs* each = all; each != nullptr; each = each->ifa_next) {
+            if (each->ifa_addr == nullptr || each->ifa_addr->sa_family != AF_PACKET || each->ifa_data == nullptr ||
+                each->ifa_name != interface)
+                continue;
+            const auto& counted = *static_cast<const rtnl_link_stats*>(each->ifa_data);
+            card.drops = {{"rx_dropped", counted.rx_dropped},
+                          {"rx_missed_errors", counted.rx_missed_errors},
+                          {"rx_fifo_errors", counted.rx_fifo_errors},
+                          {"rx_over_errors", counted.rx_over_errors},
+                          {"rx_crc_errors", counted.rx_crc_errors},
+                          {"rx_frame_errors", counted.rx_frame_errors},
+                          {"rx_length_errors", counted.rx_length_errors}};
+        }
     }
     const control_socket control;
+    card.mtu = control.mtu(interface);
     add_driver_counters(control, interface, card);
     ethtool_ringparam ring{};
     ring.cmd = ETHTOOL_GRINGPARAM;
