@@ -1,12 +1,15 @@
 // What the consumer does with features, on a document and a device made up here.
 #include <cli/host_checks.h>
 #include <cli/installation_checks.h>
+#include <cli/kernel_counters.h>
+#include <cli/loss_verdict.h>
 #include <cli/nearest_names.h>
 #include <cli/node_map.h>
 #include <cli/setting.h>
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
+#include <ipc_rpc/services.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -43,6 +46,14 @@ struct CommandLine : testing::Test {
             "<R><IntReg Name=\"Reg\"><Address>0</Address><Length>4</Length><pPort>Device</pPort></IntReg>"
             "<Command Name=\"C\"><pValue>Reg</pValue><CommandValue>1</CommandValue></Command>"
             "<Integer Name=\"Locked\"><pValue>Reg</pValue><pIsLocked>One</pIsLocked></Integer>"
+            "<Integer Name=\"Chained\"><pValue>Reg</pValue><pIsLocked>Chained_Locked</pIsLocked></Integer>"
+            "<IntSwissKnife Name=\"Chained_Locked\"><pVariable Name=\"A\">TLParamsLocked</pVariable>"
+            "<pVariable Name=\"B\">Sequencer_Val</pVariable><pVariable Name=\"C\">Gate</pVariable>"
+            "<Formula>A || B || C</Formula></IntSwissKnife>"
+            "<Integer Name=\"Sequencer_Val\"><pValue>Sequencer</pValue></Integer>"
+            "<Integer Name=\"Sequencer\"><ToolTip>Steps</ToolTip><Value>3</Value></Integer>"
+            "<Integer Name=\"Gate\"><ToolTip>Not on</ToolTip><Value>0</Value></Integer>"
+            "<Integer Name=\"TLParamsLocked\"><Visibility>Invisible</Visibility><Value>0</Value></Integer>"
             "<Integer Name=\"Bad\"><pValue>Knife</pValue></Integer>"
             "<IntSwissKnife Name=\"Knife\"><Formula>2 * X</Formula></IntSwissKnife>"
             "<Integer Name=\"Ip\"><Value>0</Value><Min>0</Min><Max>4294967295</Max>"
@@ -83,6 +94,13 @@ TEST_F(CommandLine, ALockedFeatureIsNotWritten) {
     EXPECT_EQ(refusal([&] { cli::set_from_text(node("Locked"), "5"); }),
               "Cannot set feature 'Locked': locked by 'One'");
     EXPECT_EQ(device.writes, 0);
+    // Through formulas and registers to what is on and has a text for people.
+    EXPECT_EQ(refusal([&] { cli::set_from_text(node("Chained"), "5"); }),
+              "Cannot set feature 'Chained': locked by 'Sequencer' (3)");
+    cli::set_from_text(node("TLParamsLocked"), "1");
+    EXPECT_EQ(refusal([&] { cli::set_from_text(node("Chained"), "5"); }),
+              "Cannot set feature 'Chained': locked by 'TLParamsLocked' (set while pictures are taken) or "
+              "'Sequencer' (3)");
 }
 
 TEST_F(CommandLine, AnErrorNamesTheFormulaAtFault) {
@@ -186,6 +204,236 @@ TEST(HostChecks, GradeWhatTheKernelDoes) {
     }
     std::filesystem::remove_all(root);
 }
+
+// Lines as the kernel writes them, and what is none.
+TEST(KernelCounters, AreReadFromTheKernelsTexts) {
+    const auto sockets = cli::parse_udp_sockets(
+        "   sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  timeout inode ref pointer "
+        "drops\n"
+        "  124: 0A00007F:0F74 00000000:0000 07 00000000:00001A00 00:00000000 00000000  1000        0 4242 2 "
+        "00000000deadbeef 17\n"
+        "12345: 00000000:BC8F 00000000:0000 07 00000000:00000000 00:00000000 00000000     0        0 99 2 "
+        "0000000000000000 0\n"
+        "  cut: 0A00007F:0F75 00000000:0000 07\n\n");
+    ASSERT_EQ(sockets.size(), 2U);
+    EXPECT_EQ(sockets[0].address, 0x7F00000AU);
+    EXPECT_EQ(sockets[0].port, 3956);
+    EXPECT_EQ(sockets[0].waiting, 0x1A00U);
+    EXPECT_EQ(sockets[0].user, 1000U);
+    EXPECT_EQ(sockets[0].inode, 4242U);
+    EXPECT_EQ(sockets[0].drops, 17U);
+    EXPECT_EQ(cli::find_socket(sockets, 0x7F00000A, 3956), &sockets[0]);
+    EXPECT_EQ(cli::find_socket(sockets, 0x01020304, 48271), &sockets[1]) << "bound to any address";
+    EXPECT_EQ(cli::find_socket(sockets, 0x7F00000B, 3956), nullptr);
+
+    const auto queue = cli::parse_softnet("0000000a 00000002 00000001 00000000\n00000010 00000000 0000000f\nxyz\n");
+    EXPECT_EQ(queue.processed, 26U);
+    EXPECT_EQ(queue.dropped, 2U);
+    EXPECT_EQ(queue.squeezed, 16U);
+
+    const auto thread = cli::parse_schedstat("5000000000 250000000 42\n");
+    ASSERT_TRUE(thread);
+    EXPECT_EQ(thread->ran, 5'000'000'000U);
+    EXPECT_EQ(thread->waited, 250'000'000U);
+    EXPECT_FALSE(cli::parse_schedstat("nonsense"));
+
+    for (const char* name : {"rx_dropped", "rx_missed_errors", "rx_no_buffer_count", "rx_crc_errors", "rx0_drops",
+                             "rx_out_of_buffer_drop", "port.rx_dropped"})
+        EXPECT_TRUE(cli::tells_of_loss(name)) << name;
+    for (const char* name : {"rx_packets", "tx_dropped", "tx_errors", "rx_bytes", "collisions", "multicast"})
+        EXPECT_FALSE(cli::tells_of_loss(name)) << name;
+
+    const auto services =
+        ipc_rpc::parse_unix_sockets("Num       RefCount Protocol Flags    Type St Inode Path\n"
+                                    "0000000000000000: 00000002 00000000 00010000 0005 01 77 /run/a b/stem_1.2\n"
+                                    "0000000000000000: 00000003 00000000 00000000 0005 03 78 /run/a b/stem_1.2\n"
+                                    "0000000000000000: 00000002 00000000 00010000 0005 01 79 @stem_abstract\n"
+                                    "0000000000000000: 00000002 00000000 00010000 0005 01 80 /run/other\n"
+                                    "0000000000000000: 00000002 00000000 00010000 0005 01 81\n",
+                                    "stem");
+    ASSERT_EQ(services.size(), 1U) << "those that listen, with a path";
+    EXPECT_EQ(services[0].path, "/run/a b/stem_1.2");
+    EXPECT_EQ(services[0].inode, 77U);
+}
+
+namespace {
+
+struct loss_case {
+    const char* name;
+    void (*happens)(cli::loss_evidence& seen);
+    cli::loss_cause cause;
+    const char* remedy; // a part of it
+};
+class Loss : public testing::TestWithParam<loss_case> {};
+
+// A stream of 4 s that lost something, with nothing that tells of it.
+cli::loss_evidence plain_stream() {
+    cli::loss_evidence seen;
+    seen.seconds = 4;
+    seen.frames_complete = 390;
+    seen.payload_size = 1'000'000;
+    seen.packet_size = 9000;
+    seen.buffers = 10;
+    seen.packets_expected = 45'000;
+    seen.packets_received = 44'000;
+    seen.packets_asked_again = seen.packets_late = 0;
+    seen.socket_drops = seen.host_queue_drops = seen.host_queue_squeezed = 0;
+    seen.socket_buffer = 10 << 20;
+    seen.socket_buffer_limit = 212'992;
+    seen.thread_ran = 0.5;
+    seen.thread_waited = 0.1;
+    seen.interface = "eth0";
+    seen.mtu = 9000;
+    return seen;
+}
+
+} // namespace
+
+TEST_P(Loss, IsTracedToItsPlace) {
+    cli::loss_evidence seen = plain_stream();
+    GetParam().happens(seen);
+    const cli::loss_verdict verdict = cli::judge(seen);
+    EXPECT_STREQ(cli::name_of(verdict.cause), cli::name_of(GetParam().cause)) << verdict.sentence;
+    EXPECT_NE(verdict.remedy.find(GetParam().remedy), std::string::npos) << verdict.remedy;
+    EXPECT_EQ(verdict.remedy.empty(), verdict.cause == cli::loss_cause::nothing);
+}
+
+using enum cli::loss_cause;
+constexpr loss_case losses[] = {
+    {"none", [](auto& seen) { seen.packets_received = seen.packets_expected; }, nothing, ""},
+    {"before_this_host", [](auto&) {}, network, "GevSCPD"},
+    {"mended_by_resends",
+     [](auto& seen) {
+         seen.packets_received = seen.packets_expected;
+         seen.packets_asked_again = 7;
+     },
+     network, "GevSCPD"},
+    {"of_a_library_without_counters",
+     [](auto& seen) {
+         seen.packets_received = seen.packets_expected = {};
+         seen.frames_incomplete = 3;
+     },
+     network, "cable"},
+    {"small_buffer",
+     [](auto& seen) {
+         seen.socket_drops = 1000;
+         seen.socket_buffer = 208 << 10;
+     },
+     socket_buffer, "sysctl net.core.rmem_max"},
+    {"small_buffer_and_a_late_thread",
+     [](auto& seen) {
+         seen.socket_drops = 1000;
+         seen.socket_buffer = 208 << 10;
+         seen.thread_waited = 3;
+     },
+     socket_buffer, "sysctl net.core.rmem_max"},
+    {"buffer_that_the_system_does_not_limit",
+     [](auto& seen) {
+         seen.socket_drops = 1000;
+         seen.socket_buffer = 208 << 10;
+         seen.socket_buffer_limit = 32 << 20;
+     },
+     socket_buffer, "the application asked for less"},
+    {"fair_buffer_and_a_late_thread",
+     [](auto& seen) {
+         seen.socket_drops = 1000;
+         seen.socket_buffer = 4 << 20;
+         seen.thread_waited = 3;
+     },
+     receive_thread, "limits.d"},
+    {"large_buffer_overflows", [](auto& seen) { seen.socket_drops = 1000; }, receive_thread, "limits.d"},
+    {"thread_that_never_rests",
+     [](auto& seen) {
+         seen.socket_drops = 1000;
+         seen.thread_ran = 3.95;
+     },
+     receive_thread, "larger packets"},
+    {"underruns_outweigh_a_few_drops",
+     [](auto& seen) {
+         seen.underruns = 100;
+         seen.socket_drops = 20;
+     },
+     consumer, "--buffers 20"},
+    {"drops_outweigh_an_underrun",
+     [](auto& seen) {
+         seen.underruns = 1;
+         seen.socket_drops = 20'000;
+     },
+     receive_thread, "limits.d"},
+    {"card_with_room_for_a_ring",
+     [](auto& seen) {
+         seen.card_drops = {{"rx_missed_errors", 900}};
+         seen.ring_size = 256;
+         seen.ring_limit = 4096;
+     },
+     card, "sudo ethtool -G eth0 rx 4096"},
+    {"card_at_its_limit",
+     [](auto& seen) {
+         seen.card_drops = {{"rx_crc_errors", 900}};
+         seen.ring_size = seen.ring_limit = 4096;
+     },
+     card, "another cable"},
+    {"card_that_dropped_what_nobody_wanted",
+     [](auto& seen) {
+         seen.card_drops = {{"rx_dropped", 5}};
+     },
+     network, "GevSCPD"},
+    {"card_that_dropped_where_nothing_is_missing",
+     [](auto& seen) {
+         seen.packets_received = seen.packets_expected;
+         seen.card_drops = {{"rx_dropped", 5}};
+     },
+     nothing, ""},
+    {"queue_of_the_host", [](auto& seen) { seen.host_queue_drops = 900; }, host_queue, "netdev_max_backlog"},
+    {"nothing_came_of_this_size",
+     [](auto& seen) {
+         seen.frames_complete = 0;
+         seen.packets_expected = seen.packets_received = 0;
+         seen.packet_size = 1484;
+         seen.largest_that_passes = 1300;
+     },
+     path_mtu, "ip link set eth0 mtu 1500"},
+    {"only_leaders_and_trailers_came",
+     [](auto& seen) {
+         seen.frames_complete = 0;
+         seen.frames_incomplete = 5;
+         seen.packets_received = 15;
+         seen.packets_asked_again = 795;
+         seen.packet_size = 1484;
+         seen.largest_that_passes = 1300;
+     },
+     path_mtu, "ip link set eth0 mtu 1500"},
+    {"nothing_came_over_a_narrow_interface",
+     [](auto& seen) {
+         seen.frames_complete = 0;
+         seen.packets_expected = seen.packets_received = 0;
+         seen.mtu = 1300;
+     },
+     path_mtu, "ip link set eth0 mtu 1500"},
+    {"nothing_comes_at_all",
+     [](auto& seen) {
+         seen.frames_complete = 0;
+         seen.packets_expected = seen.packets_received = 0;
+         seen.largest_that_passes = 0;
+     },
+     no_packets, "firewall"},
+    {"the_camera_sends_no_pictures",
+     [](auto& seen) {
+         seen.frames_complete = 0;
+         seen.packets_expected = seen.packets_received = 0;
+         seen.largest_that_passes = 9000;
+     },
+     no_packets, "Trigger"},
+    {"beside_a_consumer_that_tells_nothing",
+     [](auto& seen) {
+         seen = {};
+         seen.frames_known = false;
+         seen.socket_drops = 0;
+     },
+     nothing, ""},
+};
+INSTANTIATE_TEST_SUITE_P(Explain, Loss, testing::ValuesIn(losses),
+                         [](const auto& each) { return std::string{each.param.name}; });
 
 struct conversion {
     const char* name;

@@ -121,6 +121,36 @@ TEST_F(Said, WhatWasAskedForACameraIsGivenUpWithItsClient) {
     EXPECT_TRUE(holds(own.logged(), ": Operation canceled")) << own.logged();
 }
 
+// A client that leaves closes its channel and then its queues. The service, held up meanwhile, sees both at once.
+TEST_F(Said, WhoLeavesIsNotBlamedAndWhoEndsHisQueuesIs) {
+    own.start_logged_service();
+    std::vector<std::unique_ptr<raw_client>> leaving; // several, as either end may be seen first
+    for (int i = 0; i < 6; ++i) leaving.push_back(connect("leaving"));
+    const auto ending = connect("ending");
+    for (const auto& each : leaving) ASSERT_NE(each->object(0, "create_service_instance"), 0U);
+    ASSERT_NE(ending->object(0, "create_service_instance"), 0U);
+    const auto end_queue = [](const raw_client& client) {
+        client.write_closed(raw_client::send_queue);
+        client.write_semaphore(raw_client::send_sent, 1);
+    };
+    own.service().signal(SIGSTOP);
+    for (const auto& each : leaving) {
+        each->close_socket();
+        end_queue(*each);
+    }
+    end_queue(*ending);
+    own.service().signal(SIGCONT);
+    const auto gone = [&](const std::string& name) {
+        const std::string log = own.logged(), line = "Client '" + name + "' left.";
+        int count = 0;
+        for (size_t at = log.find(line); at != log.npos; at = log.find(line, at + 1)) ++count;
+        return count;
+    };
+    EXPECT_TRUE(eventually([&] { return gone("leaving") == 6 && gone("ending") == 1; })) << own.logged();
+    EXPECT_FALSE(holds(own.logged(), "Client 'leaving' ended its queues"));
+    EXPECT_TRUE(holds(own.logged(), "Client 'ending' ended its queues"));
+}
+
 TEST_F(Said, NamesStayOnTheirLineOfTheLog) {
     own.start_logged_service();
     raw_client client{own.folder(), "evil\n[forged] line \x1b[31m"};

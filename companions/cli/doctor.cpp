@@ -4,6 +4,10 @@
 #include "installation_checks.h"
 #include "interface_session.h"
 #include "output.h"
+#include "posix/service_place.h"
+
+#include <gds_shared/product_constants.h>
+#include <ipc_rpc/services.h>
 
 #include <algorithm>
 
@@ -54,6 +58,21 @@ void check_cameras(const common_options& common, std::vector<finding>& findings)
     }
 }
 
+// A camera has one controller: what one service has open is in use for all others.
+void check_services(std::vector<finding>& findings) {
+    const std::string own =
+        fmt::format("{}/{}", service_folder(), gds_shared::service_pipe_name(gds_shared::gev_product));
+    std::string others;
+    for (const auto& each : ipc_rpc::find_services("orv-gentl-gev_service_pipe")) {
+        if (each.socket == own) continue;
+        others += fmt::format("{}{}", others.empty() ? "" : ", ", ipc_rpc::to_text(each));
+    }
+    const bool none = others.empty();
+    findings.push_back({"other services on this host", none ? grade::ok : grade::advice, none ? "none" : others, "none",
+                        none ? "" : "a camera that one of them has open is in use for this one",
+                        none ? "" : "end all but one: kill PID, or for a unit: sudo systemctl disable --now NAME"});
+}
+
 const char* text_of(grade of) {
     switch (of) {
     case grade::ok:
@@ -86,6 +105,7 @@ int doctor(const common_options& common) {
                             "without it no camera can be reached",
                             "give its path with --cti, or build it: cmake --build --preset release"});
     }
+    check_services(findings);
     check_host(findings);
     const bool all_well = std::ranges::none_of(findings, [](const finding& each) { return each.of == grade::bad; });
     if (common.json) {

@@ -40,13 +40,37 @@ failure refused(const INode& node, const char* what, const std::error_code& erro
             fmt::format("Cannot {} feature '{}': {}{}", what, node.get_name(), message_of(node, error), advice)};
 }
 
-// The lock's name, and what a user may make of it.
+// Whether a person can look it up: registers and formulas have no text of their own.
+bool is_for_people(const INode& node) {
+    switch (node.node_type()) {
+    case NodeType_t::Boolean:
+    case NodeType_t::Enumeration:
+    case NodeType_t::Float:
+    case NodeType_t::Integer:
+        return node.get_name_space() == NameSpace_t::Standard || !node.get_tool_tip().empty() ||
+               !node.get_description().empty() || node.get_name() == "TLParamsLocked";
+    default:
+        return false;
+    }
+}
+
+// The features that the lock is computed from and that are on, else the lock's own name.
 std::string lock_text(const INode& node) {
     INode* lock = node.get_is_locked_node();
     if (lock == nullptr) return "locked";
-    const std::string_view name = lock->get_name();
-    return fmt::format("locked by '{}'{}", name,
-                       name.find("TLParamsLocked") == name.npos ? "" : ", which is set while pictures are taken");
+    std::vector<INode*> sources{lock};
+    lock->get_source_nodes(sources);
+    std::string names;
+    for (INode* const each : sources) {
+        if (each == &node || !is_for_people(*each)) continue;
+        std::string error;
+        const std::string value = value_text(*each, error, access_flags::bypass_cache);
+        if (value.empty() || value == "0" || value == "false" || value == "Off") continue;
+        const bool streaming = each->get_name() == "TLParamsLocked";
+        names += fmt::format("{}'{}' ({})", names.empty() ? "" : " or ", each->get_name(),
+                             streaming ? "set while pictures are taken" : value);
+    }
+    return fmt::format("locked by {}", names.empty() ? fmt::format("'{}'", lock->get_name()) : names);
 }
 
 template <class T>

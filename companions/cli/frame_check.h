@@ -14,6 +14,8 @@ public:
     // A whole frame: the first bytes of `data` are its picture.
     void check(std::span<const std::byte> data, uint64_t block_id, uint32_t width, uint32_t height, uint32_t pfnc);
 
+    // The camera's ids begin anew.
+    void begin_anew() noexcept { last.reset(); }
     [[nodiscard]] uint64_t wrong() const noexcept { return wrong_frames; }
     [[nodiscard]] uint64_t out_of_order() const noexcept { return misplaced; }
 

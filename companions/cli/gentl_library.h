@@ -117,6 +117,7 @@ struct device_entry {
     int32_t access_status = 0;
     // Of add_places; empty where the producer does not tell.
     std::string address, mask, mac, reachable;
+    std::string holder; // of list: who controls it, where that is known
 };
 
 [[nodiscard]] std::shared_ptr<const tl_system> open_system(std::shared_ptr<const gentl_library> lib);

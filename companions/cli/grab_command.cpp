@@ -25,6 +25,7 @@ int grab(const common_options& common, const grab_options& options) {
     try {
         if (!common.json) {
             print_text(run.summary());
+            if (options.explain) print_text(run.explanation());
             flush_output();
         } else if (!reason) {
             print_json(run.result());
@@ -50,11 +51,13 @@ void add_grab_command(command_line& line) {
         std::vector<std::string> settings;
         std::string kind = "png";
         bool raw = false;
+        CLI::Option* reconnect = nullptr;
     };
     auto given = std::make_shared<words>();
     grab_options& options = given->options;
     auto& command = line.add("grab", "Frames from a camera, to PNG, TIFF or raw files", true, [&line, given] {
         for (const std::string& text : given->settings) given->options.set.push_back(parse_setting(text));
+        given->options.reconnect = given->reconnect->count() != 0;
         given->options.kind = given->raw || given->kind == "raw" ? file_kind::raw
                               : given->kind == "tiff"            ? file_kind::tiff
                                                                  : file_kind::png;
@@ -78,8 +81,23 @@ void add_grab_command(command_line& line) {
         ->capture_default_str();
     command.add_option("--set", given->settings,
                        "NAME=VALUE or NAME[SELECTOR=CHOICE]=VALUE before the start; may be repeated, in this order");
+    command.add_flag("--explain", options.explain, "Tell where packets were lost, and what mends it");
+    command
+        .add_option("--trigger", options.trigger_hz,
+                    "Trigger the camera by software, at this rate in Hz; its trigger features are put back")
+        ->check(CLI::Range(0.001, 100'000.0));
+    given->reconnect = command.add_option("--reconnect", options.reconnect_s,
+                                          "Wait for a camera or service that goes, for ever or so many seconds, and go "
+                                          "on");
+    given->reconnect->expected(0, 1)->type_name("[SECONDS]");
+    command.add_option("--hold", options.hold_ms,
+                       "Keep each buffer for so many milliseconds, as a slow application does");
     command.footer("Ctrl-C stops the camera and sums up; a second one ends at once.\n"
-                   "Example: orv-gentl grab --device left --frames 100 --output pictures --set ExposureTime=5000");
+                   "Examples:\n"
+                   "  orv-gentl grab --device left --frames 100 --output pictures --set ExposureTime=5000\n"
+                   "  orv-gentl grab --frames 1000 --explain         where were packets lost?\n"
+                   "  orv-gentl grab --frames 100 --trigger 25       25 software triggers a second\n"
+                   "  orv-gentl grab --frames 100000 --reconnect 60  a minute's patience with a camera that goes");
 }
 
 } // namespace cli

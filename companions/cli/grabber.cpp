@@ -2,13 +2,16 @@
 
 #include "missing_frames.h"
 #include "output.h"
+#include "path_probe.h"
 #include "posix/interruption.h"
 #include "posix/standard_streams.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <gige/gvcp.h>
 
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -34,32 +37,34 @@ double cpu_seconds() {
 
 } // namespace
 
-grabber::grabber(const common_options& common_given, const grab_options& given)
-    : common(common_given),
-      options(given),
-      found(find_devices(common_given)),
+camera_session::camera_session(const common_options& common)
+    : found(find_devices(common)),
       lib(*found.lib),
-      chosen(choose_device(found, common_given)),
-      device(open_chosen(found, chosen.first, chosen.second, access_flags_of(common_given.access))),
+      chosen(choose_device(found, common)),
+      device(open_chosen(found, chosen.first, chosen.second, access_flags_of(common.access))),
       remote(lib, remote_port(lib, *device)),
       stream(open_stream(lib, device)),
       stream_nodes(lib, stream->get()) {}
 
-grabber::~grabber() {
-    if (errors != nullptr) static_cast<void>(lib.GCUnregisterEvent(device->get(), EVENT_ERROR));
-}
+grabber::grabber(const common_options& common_given, const grab_options& given)
+    : common(common_given),
+      options(given),
+      session(std::make_unique<camera_session>(common_given)),
+      device_id(session->chosen.first.id) {}
+
+grabber::~grabber() = default;
 
 template <class T>
 T grabber::stream_info(STREAM_INFO_CMD command) const {
-    return ask_value<T>(lib, "DSGetInfo", [&](INFO_DATATYPE* type, void* value, size_t* size) {
-        return lib.DSGetInfo(stream->get(), command, type, value, size);
+    return ask_value<T>(session->lib, "DSGetInfo", [&](INFO_DATATYPE* type, void* value, size_t* size) {
+        return session->lib.DSGetInfo(session->stream->get(), command, type, value, size);
     });
 }
 
 template <class T>
 T grabber::buffer_info(BUFFER_HANDLE buffer, BUFFER_INFO_CMD command) const {
-    return ask_value<T>(lib, "DSGetBufferInfo", [&](INFO_DATATYPE* type, void* value, size_t* size) {
-        return lib.DSGetBufferInfo(stream->get(), buffer, command, type, value, size);
+    return ask_value<T>(session->lib, "DSGetBufferInfo", [&](INFO_DATATYPE* type, void* value, size_t* size) {
+        return session->lib.DSGetBufferInfo(session->stream->get(), buffer, command, type, value, size);
     });
 }
 
@@ -75,8 +80,8 @@ grabber::frame grabber::frame_of(BUFFER_HANDLE buffer) const {
     // Not every producer knows nanoseconds.
     INFO_DATATYPE type = 0;
     size_t size = sizeof got.timestamp_ns;
-    if (lib.DSGetBufferInfo(stream->get(), buffer, BUFFER_INFO_TIMESTAMP_NS, &type, &got.timestamp_ns, &size) !=
-        GC_ERR_SUCCESS) {
+    if (session->lib.DSGetBufferInfo(session->stream->get(), buffer, BUFFER_INFO_TIMESTAMP_NS, &type, &got.timestamp_ns,
+                                     &size) != GC_ERR_SUCCESS) {
         got.timestamp_ns = 0;
     }
     return got;
@@ -85,43 +90,54 @@ grabber::frame grabber::frame_of(BUFFER_HANDLE buffer) const {
 void grabber::announce_buffers() {
     payload_size = stream_info<bool8_t>(STREAM_INFO_DEFINES_PAYLOADSIZE) != 0
                        ? stream_info<size_t>(STREAM_INFO_PAYLOAD_SIZE)
-                       : static_cast<size_t>(require_integer(remote, "PayloadSize"));
+                       : static_cast<size_t>(require_integer(session->remote, "PayloadSize"));
     const size_t count = std::max(options.buffers, stream_info<size_t>(STREAM_INFO_BUF_ANNOUNCE_MIN));
+    announced = count;
     for (size_t i = 0; i < count; ++i) {
         BUFFER_HANDLE buffer = nullptr;
-        lib.check("DSAllocAndAnnounceBuffer",
-                  lib.DSAllocAndAnnounceBuffer(stream->get(), payload_size, nullptr, &buffer));
-        lib.check("DSQueueBuffer", lib.DSQueueBuffer(stream->get(), buffer));
+        session->lib.check("DSAllocAndAnnounceBuffer", session->lib.DSAllocAndAnnounceBuffer(
+                                                           session->stream->get(), payload_size, nullptr, &buffer));
+        session->lib.check("DSQueueBuffer", session->lib.DSQueueBuffer(session->stream->get(), buffer));
     }
 }
 
 // Not every document names it; the register is every camera's.
 int64_t grabber::stream_packet_size() const {
-    if (remote.document().find_node("GevSCPSPacketSize") != nullptr)
-        return require_integer(remote, "GevSCPSPacketSize");
+    if (session->remote.document().find_node("GevSCPSPacketSize") != nullptr)
+        return require_integer(session->remote, "GevSCPSPacketSize");
     constexpr uint64_t register_address = 0x0D04; // of the first stream channel
     std::array<std::byte, 4> word{};
     size_t size = word.size();
-    if (lib.GCReadPort(remote_port(lib, *device), register_address, word.data(), &size) != GC_ERR_SUCCESS) return 0;
+    if (session->lib.GCReadPort(remote_port(session->lib, *session->device), register_address, word.data(), &size) !=
+        GC_ERR_SUCCESS)
+        return 0;
     return std::to_integer<int64_t>(word[2]) << 8 | std::to_integer<int64_t>(word[3]);
 }
 
 void grabber::start() {
-    if (lib.GCRegisterEvent(device->get(), EVENT_ERROR, &errors) != GC_ERR_SUCCESS) errors = nullptr;
-    for (const setting& each : options.set) static_cast<void>(apply(remote, each));
+    if (session->lib.GCRegisterEvent(session->device->get(), EVENT_ERROR, &errors) != GC_ERR_SUCCESS) errors = nullptr;
+    for (const setting& each : options.set) static_cast<void>(apply(session->remote, each));
+    if (options.trigger_hz > 0)
+        trigger = std::make_unique<software_trigger>(session->lib, remote_port(session->lib, *session->device),
+                                                     options.trigger_hz);
     announce_buffers();
-    lib.check("GCRegisterEvent", lib.GCRegisterEvent(stream->get(), EVENT_NEW_BUFFER, &new_buffer));
+    session->lib.check("GCRegisterEvent",
+                       session->lib.GCRegisterEvent(session->stream->get(), EVENT_NEW_BUFFER, &new_buffer));
     stop_if_interrupted();
-    lib.check("DSStartAcquisition", lib.DSStartAcquisition(stream->get(), ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE));
+    session->lib.check("DSStartAcquisition", session->lib.DSStartAcquisition(session->stream->get(),
+                                                                             ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE));
     acquiring = true;
     packet_size = stream_packet_size();
-    if (remote.document().find_node("TLParamsLocked") != nullptr) {
-        set_from_text(require_node(remote, "TLParamsLocked"), "1");
+    if (session->remote.document().find_node("TLParamsLocked") != nullptr) {
+        set_from_text(require_node(session->remote, "TLParamsLocked"), "1");
     }
     stop_if_interrupted();
+    if (options.explain) watch_losses();
     cpu_at_start = cpu_seconds();
     camera_started = true;
-    execute(require_node(remote, "AcquisitionStart"));
+    is_first_of_stream = true;
+    execute(require_node(session->remote, "AcquisitionStart"));
+    if (trigger) trigger->start();
 }
 
 // Everything is tried, whatever of it fails; the first reason is thrown in the end.
@@ -134,38 +150,102 @@ void grabber::stop() {
             if (!first) first = std::current_exception();
         }
     };
-    if (camera_started) attempt([&] { execute(require_node(remote, "AcquisitionStop")); });
-    if (acquiring && remote.document().find_node("TLParamsLocked") != nullptr)
-        attempt([&] { set_from_text(require_node(remote, "TLParamsLocked"), "0"); });
+    if (trigger) {
+        trigger->stop();
+        triggers_sent += trigger->sent();
+        triggers_left_out += trigger->left_out();
+    }
+    // A frame that the stop cuts short is no loss.
+    if (watch) attempt([&] { explain_losses(); });
+    if (camera_started) attempt([&] { execute(require_node(session->remote, "AcquisitionStop")); });
+    if (acquiring && session->remote.document().find_node("TLParamsLocked") != nullptr)
+        attempt([&] { set_from_text(require_node(session->remote, "TLParamsLocked"), "0"); });
     if (acquiring) {
         attempt([&] { read_counters(); });
-        attempt([&] { lib.check("DSStopAcquisition", lib.DSStopAcquisition(stream->get(), ACQ_STOP_FLAGS_DEFAULT)); });
-    }
-    if (new_buffer != nullptr)
-        attempt([&] { lib.check("GCUnregisterEvent", lib.GCUnregisterEvent(stream->get(), EVENT_NEW_BUFFER)); });
-    attempt([&] { lib.check("DSFlushQueue", lib.DSFlushQueue(stream->get(), ACQ_QUEUE_ALL_DISCARD)); });
-    acquiring = camera_started = false;
-    if (saver) {
-        saver->finish();
         attempt([&] {
-            if (saver->why_failed()) std::rethrow_exception(saver->why_failed());
+            session->lib.check("DSStopAcquisition",
+                               session->lib.DSStopAcquisition(session->stream->get(), ACQ_STOP_FLAGS_DEFAULT));
         });
     }
+    if (new_buffer != nullptr)
+        attempt([&] {
+            session->lib.check("GCUnregisterEvent",
+                               session->lib.GCUnregisterEvent(session->stream->get(), EVENT_NEW_BUFFER));
+        });
+    attempt([&] {
+        session->lib.check("DSFlushQueue", session->lib.DSFlushQueue(session->stream->get(), ACQ_QUEUE_ALL_DISCARD));
+    });
+    if (trigger) attempt([&] { trigger->put_back(); });
+    trigger.reset();
+    if (evidence && complete == complete_before && packet_size > 0)
+        attempt([&] {
+            evidence->largest_that_passes =
+                largest_packet_that_passes(session->lib, remote_port(session->lib, *session->device), stream_address,
+                                           static_cast<uint64_t>(packet_size));
+        });
+    if (errors != nullptr) static_cast<void>(session->lib.GCUnregisterEvent(session->device->get(), EVENT_ERROR));
+    errors = new_buffer = nullptr;
+    acquiring = camera_started = false;
     if (first) std::rethrow_exception(first);
 }
 
 int64_t grabber::stream_feature(const char* name) const {
-    return stream_nodes.document().find_node(name) == nullptr ? 0 : require_integer(stream_nodes, name);
+    return session->stream_nodes.document().find_node(name) == nullptr ? 0
+                                                                       : require_integer(session->stream_nodes, name);
 }
 
 void grabber::read_counters() {
     // Of our producer; another's number of this command means something else or nothing.
     INFO_DATATYPE type = 0;
-    size_t size = sizeof lost;
-    if (lib.DSGetInfo(stream->get(), STREAM_INFO_KRV_NUM_TRANSMISSION_DROP, &type, &lost, &size) != GC_ERR_SUCCESS)
-        lost = 0;
-    underruns = stream_info<uint64_t>(STREAM_INFO_NUM_UNDERRUN);
-    resend_packets = stream_feature("StreamResendRequestedPackets");
+    size_t size = sizeof current.lost;
+    if (session->lib.DSGetInfo(session->stream->get(), STREAM_INFO_KRV_NUM_TRANSMISSION_DROP, &type, &current.lost,
+                               &size) != GC_ERR_SUCCESS)
+        current.lost = 0;
+    current.underruns = stream_info<uint64_t>(STREAM_INFO_NUM_UNDERRUN);
+    current.resend_packets = stream_feature("StreamResendRequestedPackets");
+}
+
+void grabber::watch_losses() {
+    void* const port = remote_port(session->lib, *session->device);
+    const auto address = read_register(session->lib, port, gige::gvcp::reg::stream_address);
+    const auto to = read_register(session->lib, port, gige::gvcp::reg::stream_port);
+    if (!address || !to) return; // no GigE Vision camera
+    stream_address = *address;
+    complete_before = complete;
+    incomplete_before = incomplete;
+    evidence.reset();
+    watch.emplace(stream_address, static_cast<uint16_t>(*to), getpid());
+}
+
+// While the stream is open: its socket and its thread end with it.
+void grabber::explain_losses() {
+    read_counters();
+    loss_evidence seen;
+    watch->take(seen);
+    watch.reset();
+    seen.frames_complete = complete - complete_before;
+    seen.frames_incomplete = incomplete - incomplete_before;
+    seen.frames_lost = current.lost;
+    seen.underruns = current.underruns;
+    seen.payload_size = payload_size;
+    seen.packet_size = static_cast<uint64_t>(packet_size);
+    seen.buffers = announced;
+    seen.packets_asked_again = static_cast<uint64_t>(current.resend_packets);
+    const auto counter = [&](const char* name) -> std::optional<uint64_t> {
+        if (session->stream_nodes.document().find_node(name) == nullptr) return std::nullopt;
+        return static_cast<uint64_t>(require_integer(session->stream_nodes, name));
+    };
+    seen.packets_expected = counter("StreamExpectedPacketCount");
+    seen.packets_received = counter("StreamReceivedPacketCount");
+    seen.packets_late = counter("StreamLatePacketCount");
+    evidence = std::move(seen);
+}
+
+std::string grabber::explanation() const {
+    if (!evidence) return {};
+    const loss_verdict verdict = judge(*evidence);
+    return fmt::format("{}{}\n{}", evidence_text(*evidence), verdict.sentence,
+                       verdict.remedy.empty() ? "" : fmt::format("  {}\n", verdict.remedy));
 }
 
 void grabber::throw_if_lost() const {
@@ -175,30 +255,30 @@ void grabber::throw_if_lost() const {
         char text[256];
     } record{};
     size_t size = sizeof record;
-    const GC_ERROR code = lib.EventGetData(errors, &record, &size, 0);
+    const GC_ERROR code = session->lib.EventGetData(errors, &record, &size, 0);
     if (code == GC_ERR_TIMEOUT) return;
     // The event's queue goes with the connection: then only the next call knows the reason.
-    lib.check("EventGetData", code);
+    session->lib.check("EventGetData", code);
     throw call_failed("EventGetData", record.id, record.text)
-        .explained(cause::lost,
-                   fmt::format("Camera '{}' or its service went after {} frames.", chosen.first.id, frames()));
+        .explained(cause::lost, fmt::format("Camera '{}' or its service went after {} frames.", device_id, frames()));
 }
 
 void grabber::throw_time_out() {
     const milliseconds waited{options.frame_timeout_ms};
     // A camera that does not answer any more is lost, not late.
-    PORT_HANDLE port = remote_port(lib, *device);
+    PORT_HANDLE port = remote_port(session->lib, *session->device);
     std::array<std::byte, 4> word{};
     size_t size = word.size();
-    if (const GC_ERROR code = lib.GCReadPort(port, 0, word.data(), &size); code != GC_ERR_SUCCESS)
-        throw call_failed("GCReadPort", code, lib.last_error(code))
+    if (const GC_ERROR code = session->lib.GCReadPort(port, 0, word.data(), &size); code != GC_ERR_SUCCESS)
+        throw call_failed("GCReadPort", code, session->lib.last_error(code))
             .explained(cause::lost,
-                       fmt::format("Camera '{}' does not answer any more after {} frames.", chosen.first.id, frames()));
+                       fmt::format("Camera '{}' does not answer any more after {} frames.", device_id, frames()));
     timed_out = true;
-    throw failure(cause::timeout,
-                  fmt::format("No frame came within {} ms; {} of {} were received. Why:\n  {}",
-                              options.frame_timeout_ms, frames(), options.frames,
-                              fmt::join(why_no_frames(remote, stream_nodes, waited, frames(), packet_size), "\n  ")));
+    throw failure(cause::timeout, fmt::format("No frame came within {} ms; {} of {} were received. Why:\n  {}",
+                                              options.frame_timeout_ms, frames(), options.frames,
+                                              fmt::join(why_no_frames(session->remote, session->stream_nodes, waited,
+                                                                      frames(), packet_size),
+                                                        "\n  ")));
 }
 
 EVENT_NEW_BUFFER_DATA grabber::next_buffer() {
@@ -210,14 +290,15 @@ EVENT_NEW_BUFFER_DATA grabber::next_buffer() {
         const auto left = std::chrono::ceil<milliseconds>(deadline - std::chrono::steady_clock::now()).count();
         EVENT_NEW_BUFFER_DATA event{};
         size_t size = sizeof event;
-        const GC_ERROR code = lib.EventGetData(
+        const GC_ERROR code = session->lib.EventGetData(
             new_buffer, &event, &size, std::min<uint64_t>(slice_ms, static_cast<uint64_t>(std::max<int64_t>(left, 0))));
         if (code == GC_ERR_SUCCESS) return event;
         if (code != GC_ERR_TIMEOUT) {
             throw_if_lost();
-            lib.check("EventGetData", code);
+            session->lib.check("EventGetData", code);
         }
         throw_if_lost();
+        if (trigger) trigger->throw_if_failed();
         if (left <= 0) throw_time_out();
         show_progress(false);
     }
@@ -228,14 +309,16 @@ void grabber::receive() {
         const EVENT_NEW_BUFFER_DATA event = next_buffer();
         const frame got = frame_of(event.BufferHandle);
         handle(got);
+        if (options.hold_ms != 0) std::this_thread::sleep_for(milliseconds{options.hold_ms});
         if (options.chunks && frames() == options.frames) last_chunks = chunks_of(event.BufferHandle);
-        lib.check("DSQueueBuffer", lib.DSQueueBuffer(stream->get(), event.BufferHandle));
+        session->lib.check("DSQueueBuffer", session->lib.DSQueueBuffer(session->stream->get(), event.BufferHandle));
         if (saver && saver->has_failed()) return; // stop() tells why
         // Without its service a camera goes on for some seconds, controlled by nobody.
         constexpr milliseconds pause{200};
         if (last_time - looked_time < pause) continue;
         looked_time = last_time;
         throw_if_lost();
+        if (trigger) trigger->throw_if_failed();
     }
 }
 
@@ -245,13 +328,14 @@ void grabber::handle(const frame& got) {
         first_frame = got;
         first_frame.data = {};
         first_time = now;
-    } else {
+    } else if (!is_first_of_stream) {
         const double interval = seconds{now - last_time}.count();
         const double before = interval_mean;
         interval_mean += (interval - before) / static_cast<double>(frames());
         interval_squares += (interval - before) * (interval - interval_mean);
         longest_interval = std::max(longest_interval, interval);
     }
+    is_first_of_stream = false;
     last_time = now;
     ++(got.incomplete ? incomplete : complete);
     bytes += got.data.size();
@@ -291,11 +375,11 @@ void grabber::show_progress(bool last) {
     // A terminal's line is written again and again; elsewhere each is a line of a log.
     if (!last && now - shown_time < (terminal ? milliseconds{200} : milliseconds{2000})) return;
     shown_time = now;
-    if (!last) resend_packets = stream_feature("StreamResendRequestedPackets");
+    if (!last) current.resend_packets = stream_feature("StreamResendRequestedPackets");
     const std::string line =
         fmt::format("{}: {}/{} frames, {:.1f}/s, {:.1f} MB/s, {} incomplete, {} packets asked again, jitter {:.2f} ms",
-                    chosen.first.id, frames(), options.frames, frame_rate(), megabytes_per_second(), incomplete,
-                    resend_packets, jitter_ms());
+                    device_id, frames(), options.frames, frame_rate(), megabytes_per_second(), incomplete,
+                    former.resend_packets + current.resend_packets, jitter_ms());
     if (terminal)
         say("\r\x1b[K{}{}", line, last ? "\n" : ""); // to the line's begin, and its rest away
     else
@@ -304,11 +388,12 @@ void grabber::show_progress(bool last) {
 
 nlohmann::json grabber::chunks_of(BUFFER_HANDLE buffer) const {
     size_t count = 0;
-    const GC_ERROR code = lib.DSGetBufferChunkData(stream->get(), buffer, nullptr, &count);
+    const GC_ERROR code = session->lib.DSGetBufferChunkData(session->stream->get(), buffer, nullptr, &count);
     if (code == GC_ERR_NO_DATA) return nlohmann::json::array();
-    lib.check("DSGetBufferChunkData", code);
+    session->lib.check("DSGetBufferChunkData", code);
     std::vector<SINGLE_CHUNK_DATA> chunks(count);
-    lib.check("DSGetBufferChunkData", lib.DSGetBufferChunkData(stream->get(), buffer, chunks.data(), &count));
+    session->lib.check("DSGetBufferChunkData",
+                       session->lib.DSGetBufferChunkData(session->stream->get(), buffer, chunks.data(), &count));
     nlohmann::json list = nlohmann::json::array();
     for (const SINGLE_CHUNK_DATA& chunk : chunks) {
         list.push_back({{"id", uint64_t{chunk.ChunkID}},
@@ -326,7 +411,7 @@ nlohmann::json grabber::result() const {
             files.push_back({{"path", each.path.string()}, {"pixel_format", each.pixel_format}, {"note", each.note}});
     }
     nlohmann::json object{
-        {"device", chosen.first.id},
+        {"device", device_id},
         {"width", first_frame.width},
         {"height", first_frame.height},
         {"pixel_format", nullptr}, // of the first frame
@@ -336,9 +421,10 @@ nlohmann::json grabber::result() const {
         {"frames_delivered", frames()},
         {"frames_complete", complete},
         {"frames_incomplete", incomplete},
-        {"frames_lost", lost},
-        {"underruns", underruns},
-        {"resend_packets_requested", resend_packets},
+        {"frames_lost", former.lost + current.lost},
+        {"underruns", former.underruns + current.underruns},
+        {"resend_packets_requested", former.resend_packets + current.resend_packets},
+        {"reconnects", reconnects},
         {"fps", frame_rate()},
         {"mbytes_per_s", megabytes_per_second()},
         {"jitter_ms", jitter_ms()},
@@ -358,16 +444,27 @@ nlohmann::json grabber::result() const {
         object["out_of_order"] = check.out_of_order();
     }
     if (options.chunks) object["chunks"] = last_chunks;
+    if (options.trigger_hz > 0) {
+        object["triggers_sent"] = triggers_sent;
+        object["triggers_left_out"] = triggers_left_out;
+    }
+    if (options.explain) {
+        object["explain"] = nullptr; // the camera never started
+        if (evidence) {
+            object["explain"] = to_json(judge(*evidence));
+            object["explain"]["evidence"] = to_json(*evidence);
+        }
+    }
     return object;
 }
 
 std::string grabber::summary() const {
     std::string text = fmt::format("{:<40} {:>11} {:<12} {:>8} {:>8} {:>9} {:>6} {:>9} {:>9}\n", "device", "size",
                                    "format", "packet", "frames", "complete", "lost", "rate/s", "MB/s");
-    text += fmt::format("{:<40} {:>11} {:<12} {:>8} {:>8} {:>9} {:>6} {:>9.2f} {:>9.2f}\n", chosen.first.id,
+    text += fmt::format("{:<40} {:>11} {:<12} {:>8} {:>8} {:>9} {:>6} {:>9.2f} {:>9.2f}\n", device_id,
                         fmt::format("{}x{}", first_frame.width, first_frame.height),
                         frames() == 0 ? "-" : pixel_format_name(first_frame.pixel_format), packet_size, frames(),
-                        complete, lost, frame_rate(), megabytes_per_second());
+                        complete, former.lost + current.lost, frame_rate(), megabytes_per_second());
     if (saver) {
         for (const written_picture& each : saver->written())
             text +=
@@ -390,29 +487,82 @@ void grabber::throw_if_wrong() const {
         throw failure(cause::incomplete, fmt::format("{} of {} frames came incomplete.", incomplete, frames()));
 }
 
-void grabber::run() {
-    std::exception_ptr first;
+// One stream from start to stop; the first reason that ended it.
+void grabber::run_once(std::exception_ptr& first) {
     try {
-        if (!options.output.empty()) {
-            picture_saver::options saving{options.output, chosen.first.id, options.kind, {}};
-            if (!options.format.empty()) saving.wanted = format_from_text(options.format);
-            saver = std::make_unique<picture_saver>(std::move(saving));
-        }
         start();
         receive();
-        cpu_used = cpu_seconds() - cpu_at_start;
     } catch (const failure& reason) {
         interrupted = reason.why() == cause::interrupted;
         first = std::current_exception();
     } catch (...) {
         first = std::current_exception();
     }
+    cpu_used += camera_started ? cpu_seconds() - cpu_at_start : 0;
     try {
         stop();
     } catch (...) {
         // Of a camera that has gone each step fails, for the reason that is known already.
         if (!first) first = std::current_exception();
     }
+    former.lost += current.lost;
+    former.underruns += current.underruns;
+    former.resend_packets += current.resend_packets;
+    current = {};
+}
+
+void grabber::open_again(const failure& reason) {
+    session.reset(); // the connection to a service that went is of no use
+    say("{}\nWaiting for camera '{}'{}.\n", reason.what(), device_id,
+        options.reconnect_s == 0 ? "" : fmt::format(", {} s at most", options.reconnect_s));
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds{options.reconnect_s};
+    constexpr milliseconds pause{200};
+    for (;;) {
+        stop_if_interrupted();
+        try {
+            session = std::make_unique<camera_session>(common);
+            break;
+        } catch (const failure& again) {
+            // All that a camera or a service on its way back may be meanwhile; what the user gave is right already.
+            if (again.why() == cause::ambiguous || again.why() == cause::arguments) throw;
+        }
+        if (options.reconnect_s != 0 && std::chrono::steady_clock::now() >= until)
+            throw failure(reason.why(),
+                          fmt::format("{} It did not come back within {} s.", reason.what(), options.reconnect_s));
+        std::this_thread::sleep_for(pause);
+    }
+    ++reconnects;
+    check.begin_anew();
+    say("Camera '{}' is back; {} of {} frames are there.\n", device_id, frames(), options.frames);
+}
+
+void grabber::run() {
+    std::exception_ptr first;
+    try {
+        if (!options.output.empty()) {
+            picture_saver::options saving{options.output, device_id, options.kind, {}};
+            if (!options.format.empty()) saving.wanted = format_from_text(options.format);
+            saver = std::make_unique<picture_saver>(std::move(saving));
+        }
+        for (;;) {
+            first = nullptr;
+            run_once(first);
+            if (!first || !options.reconnect) break;
+            try {
+                std::rethrow_exception(first);
+            } catch (const failure& reason) {
+                if (reason.why() != cause::lost) break;
+                open_again(reason);
+            }
+        }
+    } catch (const failure& reason) {
+        interrupted = reason.why() == cause::interrupted;
+        first = std::current_exception();
+    } catch (...) {
+        first = std::current_exception();
+    }
+    if (saver) saver->finish();
+    if (!first && saver && saver->why_failed()) first = saver->why_failed();
     show_progress(true);
     if (first) std::rethrow_exception(first);
     throw_if_wrong();

@@ -1,6 +1,9 @@
 #include "list_commands.h"
 
 #include "output.h"
+#include "posix/camera_holder.h"
+
+#include <algorithm>
 
 namespace cli {
 
@@ -24,6 +27,10 @@ void print_table(const std::vector<std::vector<std::string>>& rows) {
 int list(const common_options& options) {
     found_devices found = find_devices(options);
     add_places(found);
+    for (auto& [device, interface] : found.devices) {
+        if (device.access_status != GenTL::DEVICE_ACCESS_STATUS_BUSY) continue;
+        if (const auto holder = holder_of(*found.lib, interface, device.id)) device.holder = holder->text();
+    }
     if (options.json) {
         nlohmann::json object{{"interfaces", nlohmann::json::array()}, {"devices", nlohmann::json::array()}};
         for (const auto& entry : found.interfaces) {
@@ -38,10 +45,15 @@ int list(const common_options& options) {
         print("{}  ({})\n", entry.id, entry.display_name);
         std::vector<std::vector<std::string>> rows{
             {"ID", "VENDOR", "MODEL", "SERIAL", "NAME", "ADDRESS", "MASK", "MAC", "REACHABLE", "ACCESS"}};
+        // Last, as it is long; and only where one is known.
+        const bool held =
+            std::ranges::any_of(found.devices, [](const auto& each) { return !each.first.holder.empty(); });
+        if (held) rows[0].push_back("HELD BY");
         for (const auto& [device, interface] : found.devices) {
             if (device.interface_id != entry.id) continue;
             rows.push_back({device.id, device.vendor, device.model, device.serial, device.user_name, device.address,
                             device.mask, device.mac, device.reachable, access_status_text(device.access_status)});
+            if (held) rows.back().push_back(device.holder);
         }
         if (rows.size() > 1) print_table(rows);
     }

@@ -1,6 +1,7 @@
 // orv-gentl: a GenTL consumer for people. Speaks only GenTL to whatever producer it loads.
 #include "completion.h"
 #include "doctor.h"
+#include "doctor_watch.h"
 #include "document_command.h"
 #include "feature_commands.h"
 #include "grab_command.h"
@@ -100,10 +101,21 @@ int run(int argc, char** argv) {
     add_file_commands(line);
     add_network_commands(app, options, line.exit_code,
                          [&](CLI::App& command, bool with_device) { line.add_common(command, with_device); });
-    line.add("doctor", "What is wrong, and what mends it", false, [&] { return doctor(options); })
-        .footer(
-            "Each finding is ok, advice or BAD; the exit code is 1 when one is BAD.\nExample: orv-gentl doctor --json");
     add_installation_commands(line);
+    auto watching = std::make_shared<watch_options>();
+    auto watched = std::make_shared<bool>(false);
+    auto& doctor_command = line.add("doctor", "What is wrong, and what mends it", false, [&options, watching, watched] {
+        return *watched ? watch_streams(options, *watching) : doctor(options);
+    });
+    auto* const watch_flag = doctor_command.add_flag(
+        "--watch", *watched, "Look where packets are lost beside an application that runs, until Ctrl-C");
+    doctor_command.add_option("--interval", watching->interval_s, "Seconds between two lines of --watch")
+        ->needs(watch_flag)
+        ->check(CLI::Range(0.05, 3600.0));
+    doctor_command.add_option("--count", watching->count, "End --watch after so many lines")->needs(watch_flag);
+    doctor_command.footer(
+        "Each finding is ok, advice or BAD; the exit code is 1 when one is BAD, or when --watch saw packets lost.\n"
+        "Examples: orv-gentl doctor --json\n          orv-gentl doctor --watch --interval 5");
     add_completion_command(line);
 
     // Known before the parse, whose own faults are told in the form asked for.

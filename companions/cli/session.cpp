@@ -176,7 +176,8 @@ nlohmann::json to_json(const device_entry& entry) {
     for (const auto& [key, text] : {std::pair{"address", &entry.address},
                                     {"mask", &entry.mask},
                                     {"mac", &entry.mac},
-                                    {"reachable", &entry.reachable}}) {
+                                    {"reachable", &entry.reachable},
+                                    {"holder", &entry.holder}}) {
         if (!text->empty()) object[key] = *text;
     }
     return object;

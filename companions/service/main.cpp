@@ -11,12 +11,14 @@
 #include <gds_shared/log_init.h>
 #include <gds_shared/product_constants.h>
 #include <gds_shared/prop_store_init.h>
+#include <ipc_rpc/services.h>
 #include <ipc_rpc/status.h>
 #include <posix/runtime_directory.h>
 
 #include <CLI/CLI.hpp>
 #include <asio/ip/address_v4.hpp>
 #include <fmt/format.h>
+#include <spdlog/logger.h>
 
 #include <grp.h>
 
@@ -64,6 +66,34 @@ service::service_core::options core_options(const program_options& given) {
     return options;
 }
 
+// Any version's: each takes cameras away from the others.
+constexpr std::string_view pipe_stem = "orv-gentl-gev_service_pipe";
+
+[[noreturn]] void refuse_second(const std::string& socket) {
+    std::string who = fmt::format("'{}'", socket);
+    for (const auto& each : ipc_rpc::find_services(pipe_stem)) {
+        if (each.socket == socket) who = ipc_rpc::to_text(each);
+    }
+    throw std::runtime_error(
+        fmt::format("Another orv-gentl-gev-service is running already, or is started on demand: it listens at {}. End it "
+                    "('systemctl stop orv-gentl-gev.socket orv-gentl-gev.service' where it is installed), or give this "
+                    "one and its applications another folder by ORV_GENTL_RUNTIME_DIR.",
+                    who));
+}
+
+// A camera has one controller, whichever service that belongs to.
+void tell_of_others(const std::string& own_socket) {
+    for (const auto& each : ipc_rpc::find_services(pipe_stem)) {
+        if (each.socket == own_socket) continue;
+        const std::string text =
+            fmt::format("Another service listens at {}: a camera that one of the two has open is in "
+                        "use for the other.",
+                        ipc_rpc::to_text(each));
+        gds_helper::log::main_logger().warn("{}", text);
+        fmt::print(stderr, "orv-gentl-gev-service: {}\n", text);
+    }
+}
+
 int run(const program_options& given) {
     const auto& product = gds_shared::gev_product;
     ipc_rpc::register_error_category(gds_shared::gigecam_error_category(), ipc_rpc::category_id_gigecam);
@@ -102,11 +132,7 @@ int run(const program_options& given) {
         server_options, [core] { return service::make_function_table(core, service::rpc_server::notifier_of); });
     if (!server) {
         if (server.error() == std::errc::address_in_use) {
-            throw std::runtime_error(fmt::format(
-                "Another orv-gentl-gev-service is running already, or is started on demand: '{}/{}' is taken. "
-                "'systemctl stop orv-gentl-gev.socket orv-gentl-gev.service' ends the installed one; with "
-                "ORV_GENTL_RUNTIME_DIR set to another folder, for consumers too, a second one runs beside it.",
-                directory->path, server_options.pipe_name));
+            refuse_second(fmt::format("{}/{}", directory->path, server_options.pipe_name));
         }
         if (server.error() == std::errc::invalid_argument) {
             throw std::runtime_error(fmt::format("The socket that the service manager handed over does not listen at "
@@ -116,6 +142,7 @@ int run(const program_options& given) {
         throw std::runtime_error(
             fmt::format("Cannot listen as '{}': {}", server_options.pipe_name, server.error().message()));
     }
+    tell_of_others(fmt::format("{}/{}", directory->path, server_options.pipe_name));
     // The first scan is over when we say so, so that a consumer that waited for the line finds what is there.
     std::thread first_scan{[&] {
         static_cast<void>(core->discovery().scan(std::chrono::seconds{2}, core->stop_token()));

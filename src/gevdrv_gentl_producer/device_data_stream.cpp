@@ -56,7 +56,7 @@ size_t device_data_stream::payload_size() {
 
 Error device_data_stream::open_stream(const ipc_rpc::client_object_handle& channel_lease) {
     skipped_frames = 0;
-    resend_packets_requested = 0;
+    resend_packets_requested = packets_expected = packets_received = packets_late = 0;
     unsent_requests = 0;
     resends_shown = false;
     const auto payload = read_payload_size();
@@ -169,6 +169,9 @@ void device_data_stream::deliver(const frame_info& info, const frame_receive_sta
     if (stats.skipped_frames > skipped_frames) add_packet_loss(stats.skipped_frames - skipped_frames);
     skipped_frames = stats.skipped_frames;
     resend_packets_requested = stats.resend_packets_requested;
+    packets_expected = stats.packets_expected;
+    packets_received = stats.packets_received;
+    packets_late = stats.packets_late;
     if (info.context.buffer == nullptr) return;
     auto& buffer = *static_cast<Buffer*>(info.context.buffer);
     if ((info.flags & frame_flags::flushed) != 0) {
@@ -233,13 +236,23 @@ void device_data_stream::add_DeviceInstance_genicam_items(Util::GenApiInterfaceB
 
 void device_data_stream::add_DeviceDataStream_and_DeviceInstance_genicam_items(Util::GenApiInterfaceBuilder& builder) {
     producer_device_data_stream::add_DeviceDataStream_and_DeviceInstance_genicam_items(builder);
-    auto& requested = builder.add_ro_integer<uint64_t>(
-        "StreamResendRequestedPackets",
-        [this]() -> std::expected<uint64_t, Error> { return resend_packets_requested.load(); },
-        "StreamResendRequestedPackets_Register");
-    requested.display_name = "Stream Resend Requested Packets";
-    requested.tool_tip = "Count of packets to resend requested.";
-    builder.add_category("StreamStatistics", {"StreamResendRequestedPackets"});
+    const auto counter = [&](const std::string& name, std::atomic<uint64_t>& value, const char* display_name,
+                             const char* tool_tip) {
+        auto& node = builder.add_ro_integer<uint64_t>(
+            name, [&value]() -> std::expected<uint64_t, Error> { return value.load(); }, name + "_Register");
+        node.display_name = display_name;
+        node.tool_tip = tool_tip;
+    };
+    counter("StreamResendRequestedPackets", resend_packets_requested, "Stream Resend Requested Packets",
+            "Count of packets to resend requested.");
+    counter("StreamExpectedPacketCount", packets_expected, "Stream Expected Packet Count",
+            "Count of packets that the frames which have ended are made of.");
+    counter("StreamReceivedPacketCount", packets_received, "Stream Received Packet Count",
+            "Count of those packets that came before their frame ended.");
+    counter("StreamLatePacketCount", packets_late, "Stream Late Packet Count",
+            "Count of packets that came after their frame had ended, repeated ones with them.");
+    builder.add_category("StreamStatistics", {"StreamResendRequestedPackets", "StreamExpectedPacketCount",
+                                              "StreamReceivedPacketCount", "StreamLatePacketCount"});
 }
 
 } // namespace gevdrv::gentl

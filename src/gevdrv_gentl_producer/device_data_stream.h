@@ -41,7 +41,9 @@ private:
     uint64_t skipped_frames = 0;  // the receive thread's, as of the last frame
     bool resends_shown = false;   // the receive thread's: the overlay's text is that of resend_packets_requested
     uint64_t unsent_requests = 0; // the receive thread's, for resends that the service had no room for
+    // Written by the receive thread with each frame.
     std::atomic<uint64_t> resend_packets_requested{0};
+    std::atomic<uint64_t> packets_expected{0}, packets_received{0}, packets_late{0};
     uint32_t packet_size_chosen = 0;
 };
 

@@ -203,6 +203,8 @@ gige::gvcp::status control_server::write_privilege(const gige::endpoint& from, u
     last_heard = clock::now();
     const std::lock_guard guard{device.mutex};
     device.memory.set(boot::privilege, wanted);
+    device.memory.set(boot::primary_address, from.address);
+    device.memory.set(boot::primary_port, from.port);
     return status::success;
 }
 
@@ -213,7 +215,9 @@ void control_server::release_control() {
     firmware.abandon();
     actions.clear();
     const std::lock_guard guard{device.mutex};
-    for (const auto address : {boot::privilege, boot::stream_port, boot::message_port}) device.memory.set(address, 0);
+    for (const auto address :
+         {boot::privilege, boot::primary_address, boot::primary_port, boot::stream_port, boot::message_port})
+        device.memory.set(address, 0);
 }
 
 void control_server::begin_reboot() {

@@ -100,9 +100,9 @@ void build_address_space(device_state& device, const std::string& document) {
     memory.allow(boot::interface_count, 4, access::read);
     for (const auto address : {boot::persistent_address, boot::persistent_mask, boot::persistent_gateway})
         memory.allow(address, 4, access::read_write);
-    for (const auto address :
-         {boot::message_channel_count, boot::stream_channel_count, boot::stream_capability, boot::control_capability,
-          boot::tick_frequency_high, boot::tick_frequency_low, boot::timestamp_high, boot::timestamp_low})
+    for (const auto address : {boot::message_channel_count, boot::stream_channel_count, boot::stream_capability,
+                               boot::control_capability, boot::tick_frequency_high, boot::tick_frequency_low,
+                               boot::timestamp_high, boot::timestamp_low, boot::primary_port, boot::primary_address})
         memory.allow(address, 4, access::read);
     for (const auto address : {boot::stream_configuration, boot::heartbeat_timeout, boot::discovery_delay,
                                boot::control_configuration, boot::privilege})
@@ -197,17 +197,17 @@ void reset_registers(device_state& device, uint32_t address, bool keep_persisten
     memory.set(boot::stream_channel_count, 1);
     memory.set(boot::stream_capability, (options.source_port ? bits::stream_source_port : 0) | bits::stream_legacy_ids);
     memory.set(boot::stream_configuration, options.extended_ids ? bits::stream_extended_ids : 0);
-    memory.set(boot::control_capability, bits::can_concatenate | bits::can_write_mem |
-                                             (options.resend ? bits::can_resend : 0) | bits::can_event |
-                                             bits::can_event_data | bits::can_pending_ack | bits::can_action |
-                                             bits::can_disable_heartbeat | bits::has_serial | bits::has_user_name);
+    memory.set(boot::control_capability,
+               bits::can_concatenate | bits::can_write_mem | (options.resend ? bits::can_resend : 0) | bits::can_event |
+                   bits::can_event_data | bits::can_pending_ack | bits::can_action | bits::has_primary |
+                   bits::can_disable_heartbeat | bits::has_serial | bits::has_user_name);
     memory.set(boot::heartbeat_timeout, 3000);
     memory.set(boot::tick_frequency_high, static_cast<uint32_t>(options.tick_frequency >> 32));
     memory.set(boot::tick_frequency_low, static_cast<uint32_t>(options.tick_frequency));
-    for (const auto zero :
-         {boot::timestamp_control, boot::timestamp_high, boot::timestamp_low, boot::discovery_delay,
-          boot::control_configuration, boot::privilege, boot::message_port, boot::message_address, boot::stream_port,
-          boot::stream_packet_delay, boot::stream_address, boot::stream_channel_configuration})
+    for (const auto zero : {boot::timestamp_control, boot::timestamp_high, boot::timestamp_low, boot::discovery_delay,
+                            boot::control_configuration, boot::privilege, boot::primary_port, boot::primary_address,
+                            boot::message_port, boot::message_address, boot::stream_port, boot::stream_packet_delay,
+                            boot::stream_address, boot::stream_channel_configuration})
         memory.set(zero, 0);
     memory.set(boot::message_timeout, 300);
     memory.set(boot::message_retries, 2);

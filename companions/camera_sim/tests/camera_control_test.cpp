@@ -77,12 +77,18 @@ TEST(camera_control, privileges_of_two_consumers) {
     ASSERT_EQ(holder.write(boot::privilege, bits::control), status::success);
     EXPECT_EQ(other.write(boot::privilege, bits::control), status::access_denied);
     EXPECT_EQ(other.read(boot::privilege), bits::control) << "reading stays allowed";
+    ASSERT_NE(other.read(boot::control_capability) & bits::has_primary, 0U);
+    EXPECT_EQ(other.read(boot::primary_address), holder.control.local().address) << "who has it is told";
+    EXPECT_EQ(other.read(boot::primary_port), holder.control.local().port);
+    EXPECT_EQ(holder.write(boot::primary_address, 1), status::write_protect);
     ASSERT_EQ(holder.write(boot::privilege, bits::exclusive), status::success);
     (void)other.read(boot::privilege, status::access_denied);
     ASSERT_EQ(holder.write(boot::privilege, bits::control | bits::switchover), status::success);
     EXPECT_EQ(other.write(boot::privilege, bits::control), status::success) << "switch-over allowed";
     EXPECT_EQ(holder.write(reg::width, 160), status::access_denied);
+    EXPECT_EQ(holder.read(boot::primary_port), other.control.local().port);
     EXPECT_EQ(other.write(boot::privilege, 0), status::success);
+    EXPECT_EQ(other.read(boot::primary_address), 0U);
     EXPECT_EQ(holder.write(boot::privilege, bits::exclusive), status::success);
 }
 

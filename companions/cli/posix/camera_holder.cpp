@@ -1,6 +1,10 @@
 #include "camera_holder.h"
 
+#include "../path_probe.h"
 #include "../session.h"
+#include "host_counters.h"
+
+#include <gige/gvcp.h>
 
 #include <fmt/format.h>
 
@@ -21,19 +25,6 @@
 namespace cli {
 
 namespace {
-
-// Optional bootstrap registers of the primary application: its port (the lower half of the word) and its address.
-constexpr uint64_t holder_port = 0x0A04, holder_address = 0x0A14;
-
-// Big-endian, as all bootstrap registers; nothing where the camera has no such register.
-std::optional<uint32_t> read_word(const gentl_library& lib, void* port, uint64_t address) {
-    std::array<std::byte, 4> word{};
-    size_t size = word.size();
-    if (lib.GCReadPort(port, address, word.data(), &size) != GenTL::GC_ERR_SUCCESS) return std::nullopt;
-    uint32_t value = 0;
-    for (const std::byte byte : word) value = value << 8 | std::to_integer<uint32_t>(byte);
-    return value;
-}
 
 std::string ip_text(uint32_t address) {
     return fmt::format("{}.{}.{}.{}", address >> 24, address >> 16 & 255, address >> 8 & 255, address & 255);
@@ -97,6 +88,49 @@ std::vector<std::string> other_consumers(const std::string& library_name) {
 
 } // namespace
 
+std::string camera_holder::text() const {
+    std::string text = fmt::format("{}{}{}", is_of_this_host ? "this host, " : "", address,
+                                   port == 0 ? "" : fmt::format(" port {}", port));
+    if (!process.empty()) text += ", " + process;
+    return text;
+}
+
+std::optional<camera_holder> holder_of(const gentl_library& lib, void* port) {
+    namespace reg = gige::gvcp::reg;
+    // A camera without these registers may answer anything at their place.
+    const auto capability = read_register(lib, port, reg::control_capability);
+    if (!capability || (*capability & gige::gvcp::bits::has_primary) == 0) return std::nullopt;
+    const auto address = read_register(lib, port, reg::primary_address);
+    if (!address || *address == 0) return std::nullopt;
+    camera_holder holder;
+    holder.address = ip_text(*address);
+    holder.is_of_this_host = is_of_this_host(*address);
+    holder.port = static_cast<uint16_t>(read_register(lib, port, reg::primary_port).value_or(0));
+    if (!holder.is_of_this_host || holder.port == 0) return holder;
+    const auto sockets = read_udp_sockets();
+    const udp_socket_row* const row = find_socket(sockets, *address, holder.port);
+    if (row == nullptr) return holder;
+    const socket_owner owner = owner_of(*row);
+    if (owner.process == 0) {
+        holder.process = fmt::format("a process of user {}", owner.user);
+        return holder;
+    }
+    const std::string since = start_time_of(std::to_string(owner.process));
+    holder.process = fmt::format("{} (pid {}, user {}{})", owner.name, owner.process, owner.user,
+                                 since.empty() ? "" : ", running since " + since);
+    return holder;
+}
+
+std::optional<camera_holder> holder_of(const gentl_library& lib, const std::shared_ptr<const tl_interface>& interface,
+                                       const std::string& device_id) {
+    try {
+        const auto device = open_device(lib, interface, device_id, GenTL::DEVICE_ACCESS_READONLY);
+        return holder_of(lib, remote_port(lib, *device));
+    } catch (const failure&) {
+        return std::nullopt; // held by one who lets nobody read
+    }
+}
+
 std::string who_holds(const gentl_library& lib, const std::shared_ptr<const tl_interface>& interface,
                       const std::string& device_id) {
     std::string by;
@@ -104,14 +138,10 @@ std::string who_holds(const gentl_library& lib, const std::shared_ptr<const tl_i
     bool readable = false;
     try {
         const auto device = open_device(lib, interface, device_id, GenTL::DEVICE_ACCESS_READONLY);
-        void* const port = remote_port(lib, *device);
         readable = true;
-        const auto address = read_word(lib, port, holder_address);
-        if (address && *address != 0) {
-            is_ours = is_of_this_host(*address);
-            const auto source = read_word(lib, port, holder_port);
-            by = fmt::format(" by {}{}{}", is_ours ? "this host, " : "", ip_text(*address),
-                             source && *source != 0 ? fmt::format(" port {}", *source & 0xFFFF) : "");
+        if (const auto holder = holder_of(lib, remote_port(lib, *device))) {
+            by = " by " + holder->text();
+            is_ours = holder->is_of_this_host;
         }
     } catch (const failure&) {
         // Held by one who lets nobody read.

@@ -81,6 +81,8 @@ std::string other_services(const std::string& folder, const std::string& name) {
 
 } // namespace
 
+std::string service_folder() { return place_of_socket().folder; }
+
 std::string why_no_service(const std::string& reason) {
     const std::string name = socket_name(reason);
     if (name.empty()) return "The library cannot be opened.";

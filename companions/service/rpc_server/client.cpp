@@ -120,16 +120,23 @@ void client::watch() {
 }
 
 void client::see_end() {
-    channel->run(stop, [this](std::error_code error, std::span<const std::byte> packet) {
+    bool has_left = false;
+    const auto on_packet = [&](std::error_code error, std::span<const std::byte> packet) {
+        has_left = error == std::errc::connection_aborted;
         if (!error) {
             logger().error("Client '{}' sent {} bytes where nothing is due; it is dropped.", name, packet.size());
-        } else if (error != std::errc::connection_aborted) {
+        } else if (!has_left) {
             logger().error("Packet-receive, error-code: {}", error.message());
         }
         stop.set();
         return false;
-    });
-    if (!connection->is_open()) logger().warn("Client '{}' ended its queues or broke the packet format.", name);
+    };
+    channel->run(stop, on_packet);
+    if (connection->is_open() || has_left) return;
+    // One that leaves closes the channel first and its queues right behind: their end may be seen before.
+    const auto packet = channel->receive();
+    if (!packet && packet.error() == std::errc::connection_aborted) return;
+    logger().warn("Client '{}' ended its queues or broke the packet format.", name);
 }
 
 } // namespace service

@@ -53,6 +53,10 @@ struct frame_receive_stats {
     uint64_t no_buffer_frames = 0;
     uint64_t resend_packets_requested = 0;
     uint64_t resend_requests = 0;
+    // Of frames that ended by themselves, those without a buffer with them. A packet that came twice counts once.
+    uint64_t packets_expected = 0;
+    uint64_t packets_received = 0;
+    uint64_t packets_late = 0; // whose frame had ended
 };
 
 struct resend_parameters {

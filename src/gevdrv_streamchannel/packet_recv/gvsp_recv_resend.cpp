@@ -380,6 +380,7 @@ gvsp_recv_resend::block* gvsp_recv_resend::create_block_for_id(int64_t t, uint64
     switch (ended_recently.judge(block_id, leader_timestamp, static_cast<uint64_t>(t),
                                  static_cast<uint64_t>(frame_time()))) {
     case ended_frames::verdict::late:
+        ++stats.packets_late;
         return nullptr;
     case ended_frames::verdict::restart:
         restart_stream(t);
@@ -450,6 +451,10 @@ gvsp_recv_resend::block* gvsp_recv_resend::create_single_new_block(int64_t t, ui
 void gvsp_recv_resend::end_block(int64_t t, block& ended, bool flushed) {
     ended.state = block_state::free;
     const bool complete = ended.packets.complete();
+    if (!flushed) {
+        stats.packets_expected += ended.packets.due();
+        stats.packets_received += std::min(ended.packets.count(), ended.packets.due());
+    }
     // Without a buffer, too: its late packets must not take one when buffers are scarcest.
     ended_recently.add(ended.block_id, ended.leader_mark(), static_cast<uint64_t>(std::max<int64_t>(t, 0)));
     if (ended.context.size == 0) {

@@ -68,7 +68,10 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
     }
     if (current == nullptr) {
         const auto verdict = ended_recently.judge(packet.block_id, leader_timestamp, now, time_per_frame);
-        if (verdict == ended_frames::verdict::late) return true;
+        if (verdict == ended_frames::verdict::late) {
+            ++stats.packets_late;
+            return true;
+        }
         if (verdict == ended_frames::verdict::restart) restart_stream(now);
         current = &create_new_block(now, packet.block_id);
     }
@@ -143,6 +146,10 @@ void gvsp_recv_simple::end_block(block& ended, uint64_t now, bool flushed) {
     if (!ended.active) return;
     ended.active = false;
     const bool complete = ended.packets.complete_as_announced();
+    if (!flushed) {
+        stats.packets_expected += ended.packets.due();
+        stats.packets_received += std::min(ended.packets.count(), ended.packets.due());
+    }
     if (complete) stats.skipped_frames += ids.completed(ended.frame_id);
     ended_recently.add(ended.block_id, ended.leader_mark(), now);
     if (ended.context.size == 0) {

@@ -40,6 +40,10 @@ public:
     [[nodiscard]] uint32_t count() const noexcept { return counted; }
     [[nodiscard]] uint32_t highest() const noexcept { return top; } // id of those counted
     [[nodiscard]] uint32_t trailer() const noexcept { return trailer_id; } // 0 until it came
+    // Of those that count(), how many there are; fewer than announced when the trailer says so.
+    [[nodiscard]] uint32_t due() const noexcept {
+        return trailer_id != 0 ? std::min(trailer_id + 1, expected) : expected;
+    }
     // Of the run of missing packets that ends with `last`, which is missing; not looked for below `lowest`.
     [[nodiscard]] uint32_t start_of_missing_run(uint32_t last, uint32_t lowest) const noexcept {
         while (last > lowest && is_missing(last - 1)) --last;

@@ -76,6 +76,25 @@ TYPED_TEST(receivers_test, lost_leader_is_stood_in_for_by_the_last_one) {
     EXPECT_EQ(this->frames[1].timestamp, 0U);
 }
 
+TYPED_TEST(receivers_test, packets_are_counted_by_what_became_of_them) {
+    this->begin({});
+    this->whole(1);
+    this->whole(2, 2);
+    this->whole(3);
+    this->send(3, {1}); // came already, and its frame is whole
+    this->pass(100'000);
+    this->send(2, {2, 2});
+    this->out_of_buffers = true;
+    this->whole(4);
+    this->send(5, {0, 1});
+    this->receiver.flush(this->now); // nobody knows what would have come
+    const frame_receive_stats stats = this->receiver.get_statistics();
+    const uint64_t per_frame = this->wire.trailer() + 1;
+    EXPECT_EQ(stats.packets_expected, 4 * per_frame);
+    EXPECT_EQ(stats.packets_received, 4 * per_frame - 1);
+    EXPECT_EQ(stats.packets_late, 3U);
+}
+
 TYPED_TEST(receivers_test, chunks_are_announced_by_the_trailer) {
     for (const bool extended : {false, true}) {
         this->begin({.extended = extended});

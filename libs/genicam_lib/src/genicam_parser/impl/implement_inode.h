@@ -62,6 +62,7 @@ public:
     }
     [[nodiscard]] std::span<INode* const> get_selecting_nodes() const noexcept final { return Base::selecting.view(); }
     void get_dependent_nodes(std::vector<INode*>& out) final { Base::dependent_nodes(out); }
+    void get_source_nodes(std::vector<INode*>& out) final { Base::source_nodes(out); }
     [[nodiscard]] std::string_view get_fault() const final { return Base::fault(); }
     [[nodiscard]] INode* get_is_locked_node() const noexcept final { return Base::is_locked_node; }
 };

@@ -236,20 +236,36 @@ result<bool> node_base_data::linked_state(INode* link, bool without, unsigned fl
     return get_eval_val<bool>(*link, flags);
 }
 
-void node_base_data::dependent_nodes(std::vector<INode*>& out) {
-    std::unordered_set<IEval*> seen{this};
-    std::vector<IEval*> order{this};
+namespace {
+
+// Breadth first from a node, which is left out; `next` appends where the edges of a node lead.
+void walk(IEval& start, auto&& next, std::vector<INode*>& out) {
+    std::unordered_set<IEval*> seen{&start};
+    std::vector<IEval*> order{&start}, ends;
     for (std::size_t at = 0; at < order.size(); ++at) {
-        const auto take = [&](std::span<IEval* const> nodes) {
-            for (IEval* node : nodes) {
-                if (seen.insert(node).second) order.push_back(node);
-            }
-        };
-        take(order[at]->get_invalidates());
-        take(order[at]->get_users());
+        ends.clear();
+        next(*order[at], ends);
+        for (IEval* node : ends) {
+            if (seen.insert(node).second) order.push_back(node);
+        }
     }
     out.reserve(out.size() + order.size() - 1);
     for (std::size_t at = 1; at < order.size(); ++at) out.push_back(order[at]->as_inode());
+}
+
+} // namespace
+
+void node_base_data::dependent_nodes(std::vector<INode*>& out) {
+    const auto next = [](const IEval& node, std::vector<IEval*>& ends) {
+        for (const auto edges : {node.get_invalidates(), node.get_users()})
+            ends.insert(ends.end(), edges.begin(), edges.end());
+    };
+    walk(*this, next, out);
+}
+
+void node_base_data::source_nodes(std::vector<INode*>& out) {
+    walk(
+        *this, [](const IEval& node, std::vector<IEval*>& ends) { node.collect_sources(ends); }, out);
 }
 
 std::string_view node_base_data::fault() const {

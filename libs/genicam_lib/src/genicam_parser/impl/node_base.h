@@ -60,6 +60,7 @@ protected:
     [[nodiscard]] Visibility_t visibility() const;
     [[nodiscard]] result<bool> linked_state(INode* link, bool without, unsigned flags) const;
     void dependent_nodes(std::vector<INode*>& out);
+    void source_nodes(std::vector<INode*>& out);
     [[nodiscard]] std::string_view fault() const;
 
     // One access: counts as a step and, unless that already fails, checks the access rights.
