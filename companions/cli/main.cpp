@@ -9,6 +9,7 @@
 #include "network_commands.h"
 #include "output.h"
 #include "picture_converter.h"
+#include "plan_command.h"
 #include "posix/standard_streams.h"
 #include "settings_commands.h"
 
@@ -96,6 +97,7 @@ int run(int argc, char** argv) {
     add_feature_commands(line);
     add_settings_commands(line);
     add_grab_command(line);
+    add_plan_command(line);
     add_file_commands(line);
     add_network_commands(app, options, line.exit_code,
                          [&](CLI::App& command, bool with_device) { line.add_common(command, with_device); });
