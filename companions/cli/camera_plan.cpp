@@ -161,6 +161,8 @@ void choose_settings(camera_plan& plan, const node_map& camera, bool limited, pa
 double camera_plan::highest_frame_rate() const { return sends / static_cast<double>(cost.wire_per_frame); }
 
 nlohmann::json camera_plan::to_json() const {
+    // Of a plan that does not fit.
+    const auto or_null = [this](double value) { return sends > 0 ? nlohmann::json(value) : nlohmann::json(); };
     nlohmann::json set = nlohmann::json::array();
     for (const setting& each : settings) set.push_back({{"name", each.name}, {"value", each.value}});
     return {{"id", id},
@@ -176,11 +178,11 @@ nlohmann::json camera_plan::to_json() const {
             {"needs_bytes_per_s", cost.bytes_per_second},
             {"own_link_bytes_per_s", own_link},
             {"own_link_known", own_link_known},
-            {"share_bytes_per_s", share},
+            {"share_bytes_per_s", or_null(share)},
             {"paced", paced},
             {"settings", set},
-            {"sends_bytes_per_s", sends},
-            {"highest_frame_rate", highest_frame_rate()},
+            {"sends_bytes_per_s", or_null(sends)},
+            {"highest_frame_rate", or_null(highest_frame_rate())},
             {"notes", notes}};
 }
 
@@ -190,16 +192,15 @@ std::string camera_plan::arithmetic() const {
     const auto line = [&text](const std::string& words) { text += "  " + words + '\n'; };
     line(fmt::format("packets of {} bytes: {}", shape.packet_size, packet_size_source));
     line(fmt::format(
-        "a frame of {} bytes is {} packets, with {} bytes each ({} less 28 of IP and UDP and {} of the stream), "
-        "leader and trailer",
-        shape.payload_size, cost.packets, cost.data_per_packet, shape.packet_size, header));
+        "a frame of {} bytes: {} packets with {} each ({} - 28 IP, UDP - {} stream), leader, trailer: {} packets",
+        shape.payload_size, cost.packets - 2, cost.data_per_packet, shape.packet_size, header, cost.packets));
     line(fmt::format("a packet takes {} + 18 (Ethernet) + 20 (preamble, gap) = {} bytes of the link, a frame {}",
                      shape.packet_size, cost.wire_per_packet, cost.wire_per_frame));
     line(fmt::format("{:g} frames per second ({}) need {:.2f} MB/s", shape.frame_rate, rate_source,
                      cost.bytes_per_second / megabyte));
-    if (settings.empty()) {
-        if (paced) line(fmt::format("no limit: all cameras' own links together do not exceed the shared one"));
-    } else {
+    if (sends > 0 && paced && settings.empty()) {
+        line("no limit: all cameras' own links together carry no more than the shared one");
+    } else if (!settings.empty()) {
         std::string words;
         for (const setting& each : settings) words += fmt::format(" {}={}", each.name, each.value);
         line(fmt::format("share {:.2f} MB/s: set{}", share / megabyte, words));

@@ -31,7 +31,7 @@ struct camera_plan {
 
     // Of choose_settings().
     std::vector<setting> settings; // empty: none is needed, or none is there
-    double sends = 0;              // bytes per second at most
+    double sends = 0;              // bytes per second at most; 0: not chosen
     bool paced = true;             // false: nothing keeps it to its share
 
     [[nodiscard]] nlohmann::json to_json() const;
@@ -44,7 +44,6 @@ struct plan_wishes {
     uint64_t packet_size = 0; // found on the path; 0: what the interface and the camera take
     uint64_t mtu = 0;         // of the interface; 0: unknown
     double link = 0;          // bytes per second
-    pacing by = pacing::any;
 };
 
 // From the features. Throws failure(cause::feature) when payload or frame rate are not to be had.

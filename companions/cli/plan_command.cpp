@@ -109,7 +109,7 @@ link_plan make_plan(const common_options& common, const plan_options& options) {
     wishes.frame_rate = options.frame_rate;
     wishes.mtu = mtu_of(whole.interface).value_or(0);
     wishes.link = whole.link;
-    wishes.by = options.by == "limit" ? pacing::limit : options.by == "delay" ? pacing::delay : pacing::any;
+    const pacing by = options.by == "limit" ? pacing::limit : options.by == "delay" ? pacing::delay : pacing::any;
 
     // All are had before one is changed.
     for (const auto& [device, interface] : found.devices) {
@@ -138,7 +138,7 @@ link_plan make_plan(const common_options& common, const plan_options& options) {
     for (size_t i = 0; i < whole.cameras.size(); ++i) {
         whole.cameras[i].plan.share = whole.shares.bytes_per_second[i];
         if (whole.shares.fits)
-            choose_settings(whole.cameras[i].plan, *whole.cameras[i].remote, whole.shares.limited, wishes.by);
+            choose_settings(whole.cameras[i].plan, *whole.cameras[i].remote, whole.shares.limited, by);
     }
     return whole;
 }
