@@ -12,6 +12,7 @@
 #include "plan_command.h"
 #include "posix/standard_streams.h"
 #include "settings_commands.h"
+#include "watch_command.h"
 
 #include <gds_shared/product_constants.h>
 
@@ -97,6 +98,7 @@ int run(int argc, char** argv) {
     add_feature_commands(line);
     add_settings_commands(line);
     add_grab_command(line);
+    add_watch_command(line);
     add_plan_command(line);
     add_file_commands(line);
     add_network_commands(app, options, line.exit_code,

@@ -3,6 +3,7 @@
 #include "camera_plan.h"
 #include "output.h"
 #include "posix/network_interface.h"
+#include "stream_buffers.h"
 
 #include <algorithm>
 #include <memory>
@@ -67,19 +68,7 @@ std::string interface_of(const found_devices& found, const std::string& asked) {
 uint64_t packet_size_on_path(const gentl_library& lib, const std::shared_ptr<const tl_device>& device,
                              const node_map& remote) {
     const auto stream = open_stream(lib, device);
-    const auto info = [&]<class T>(STREAM_INFO_CMD command, T) {
-        return ask_value<T>(lib, "DSGetInfo", [&](INFO_DATATYPE* type, void* value, size_t* size) {
-            return lib.DSGetInfo(stream->get(), command, type, value, size);
-        });
-    };
-    const size_t payload = info(STREAM_INFO_DEFINES_PAYLOADSIZE, bool8_t{}) != 0
-                               ? info(STREAM_INFO_PAYLOAD_SIZE, size_t{})
-                               : static_cast<size_t>(require_integer(remote, "PayloadSize"));
-    for (size_t i = std::max<size_t>(1, info(STREAM_INFO_BUF_ANNOUNCE_MIN, size_t{})); i > 0; --i) {
-        BUFFER_HANDLE buffer = nullptr;
-        lib.check("DSAllocAndAnnounceBuffer", lib.DSAllocAndAnnounceBuffer(stream->get(), payload, nullptr, &buffer));
-        lib.check("DSQueueBuffer", lib.DSQueueBuffer(stream->get(), buffer));
-    }
+    announce_buffers(lib, *stream, remote, 1);
     lib.check("DSStartAcquisition", lib.DSStartAcquisition(stream->get(), ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE));
     const auto size = feature_number(remote, "GevSCPSPacketSize");
     lib.check("DSStopAcquisition", lib.DSStopAcquisition(stream->get(), ACQ_STOP_FLAGS_DEFAULT));
