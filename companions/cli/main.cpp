@@ -12,6 +12,7 @@
 #include "plan_command.h"
 #include "posix/standard_streams.h"
 #include "settings_commands.h"
+#include "support_bundle.h"
 #include "watch_command.h"
 
 #include <gds_shared/product_constants.h>
@@ -106,6 +107,7 @@ int run(int argc, char** argv) {
     line.add("doctor", "What is wrong, and what mends it", false, [&] { return doctor(options); })
         .footer(
             "Each finding is ok, advice or BAD; the exit code is 1 when one is BAD.\nExample: orv-gentl doctor --json");
+    add_support_bundle_command(line);
     add_completion_command(line);
 
     // Known before the parse, whose own faults are told in the form asked for.

@@ -70,7 +70,8 @@ public:
 
     // Every camera is stopped, whatever fails.
     void stop() {
-        const auto now = clock::now();
+        for (const auto& each : cameras) each->look();
+        whole = {seconds{clock::now() - begin}.count(), at_begin, counted()};
         std::exception_ptr first;
         for (const auto& each : cameras) {
             try {
@@ -79,7 +80,6 @@ public:
                 if (!first) first = std::current_exception();
             }
         }
-        whole = {seconds{now - begin}.count(), at_begin, counted()};
         if (first) std::rethrow_exception(first);
     }
 
