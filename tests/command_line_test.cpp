@@ -35,15 +35,58 @@ struct answer {
     std::string output, errors;
 };
 
+// Whether all lines, "COMMAND<tab>ANSWER", are what docs/orv-gentl.schema.json says; what is not, in `reasons`.
+bool follow_the_schema(const std::string& lines, std::string& reasons) {
+    char folder[] = "/tmp/orv-answers-XXXXXX";
+    const std::filesystem::path own = mkdtemp(folder);
+    std::ofstream{own / "lines"} << lines;
+    bench::process check{{"bash", "-c",
+                          "python3 '" ORV_SOURCE_DIR "/tests/answers_schema.py' '" ORV_SOURCE_DIR
+                          "/docs/orv-gentl.schema.json' <'" +
+                              (own / "lines").string() + "' 2>&1"},
+                         own / "reasons"};
+    const bool followed = check.wait() == 0;
+    reasons = check.output();
+    std::filesystem::remove_all(own);
+    return followed;
+}
+
+// Every JSON answer that a test of this process got, compared when all have run.
+class all_answers final : public testing::Environment {
+public:
+    void add(const std::string& line, const std::string& output) {
+        static const std::regex command{"orv-gentl'? (?:--json +)*([a-z][a-z-]*)"};
+        std::smatch found;
+        if (line.find("--json") == line.npos || !std::regex_search(line, found, command)) return;
+        std::istringstream each{output};
+        for (std::string text; std::getline(each, text);)
+            if (text.starts_with('{')) lines += found[1].str() + '\t' + text + '\n';
+    }
+    void TearDown() override {
+        std::string reasons;
+        if (!lines.empty()) EXPECT_TRUE(follow_the_schema(lines, reasons)) << reasons;
+    }
+
+private:
+    std::string lines;
+};
+all_answers& answers() {
+    static auto* const one = static_cast<all_answers*>(testing::AddGlobalTestEnvironment(new all_answers));
+    return *one;
+}
+[[maybe_unused]] const all_answers& registered = answers();
+
 // A shell's line, with "orv-gentl" for the program.
 class shell_line {
 public:
     shell_line(const test_bench& own, const std::string& line)
-        : stem((own.folder() / ("line-" + std::to_string(++count))).string()),
+        : text(line),
+          stem((own.folder() / ("line-" + std::to_string(++count))).string()),
           child({"bash", "-c", "orv-gentl() { '" + program + "' \"$@\"; }; " + line + " 2>'" + stem + ".err'"},
                 stem + ".out") {}
     answer wait() {
         const int code = child.wait();
+        answers().add(text, child.output());
         return {code, child.output(), read_file(stem + ".err")};
     }
     [[nodiscard]] std::string errors() const { return read_file(stem + ".err"); }
@@ -51,7 +94,7 @@ public:
 
 private:
     static inline int count = 0;
-    std::string stem;
+    std::string text, stem;
     bench::process child;
 };
 
@@ -436,6 +479,206 @@ TEST(CommandLine, SettingsAreSavedComparedAndLoaded) {
     EXPECT_THAT(object["not_taken"][1]["found"].get<std::string>(), HasSubstr("There is no feature 'None'")) << object;
     EXPECT_EQ(run(own, "orv-gentl get Height").output, "120\n");
 }
+
+// One of each command that no row above has; what they answer is compared with the schema.
+TEST(CommandLine, EveryAnswerFollowsTheSchema) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240", "--device-version", "1.0.0"});
+    own.start_service();
+    const std::string folder = own.folder();
+    const std::string firmware = folder + "/new.fwpack", raw = folder + "/frame.raw", document = folder + "/d.xml";
+    bench::process package{
+        {ORV_BIN_DIR "/orv-gev-camera-sim", "--make-firmware", firmware, "--firmware-version", "2.0"},
+        folder + "/package"};
+    ASSERT_EQ(package.wait(), 0);
+    std::ofstream{raw} << std::string(64, 'x');
+    std::ofstream{document} << "<R><Category Name=\"Root\"><pFeature>A</pFeature></Category>"
+                               "<Integer Name=\"A\"><Value>1</Value></Integer></R>";
+    for (const std::string line : {"list",
+                                   "info",
+                                   "features",
+                                   "describe PixelFormat",
+                                   "describe Nothing",
+                                   "get Width LUTValueAll",
+                                   "set Width=160",
+                                   "exec UserSetLoad",
+                                   "save FOLDER/saved",
+                                   "features --changed FOLDER/saved",
+                                   "load FOLDER/saved",
+                                   "doctor",
+                                   "convert FOLDER/frame.raw --from Mono8 --to Mono16 --width 8 --height 8",
+                                   "xml FOLDER/d.xml --time",
+                                   "ip show",
+                                   "grab --frames 2 --quiet --chunks --verify",
+                                   "action --device-key 0 --group-key 0 --group-mask 1",
+                                   "events --notify Test --exec TestEventGenerate --count 1",
+                                   "watch --seconds 1",
+                                   "watch --seconds 1 --access readonly",
+                                   "plan --link 1000",
+                                   "plan --link 1",
+                                   "plan",
+                                   "support-bundle FOLDER/bundle",
+                                   "support-bundle /proc/none/x.tgz",
+                                   "firmware FOLDER/new.fwpack"}) {
+        std::string command = std::regex_replace(line, std::regex{"FOLDER"}, folder);
+        const answer got = run(own, "orv-gentl --json " + command);
+        EXPECT_THAT(got.output, testing::StartsWith("{")) << line << got.errors;
+    }
+    std::string reasons;
+    EXPECT_FALSE(follow_the_schema("list\t{\"devices\":[]}\n", reasons)) << "a member is missing";
+    EXPECT_THAT(reasons, HasSubstr("'interfaces' is a required property"));
+    EXPECT_FALSE(follow_the_schema("get\t{\"features\":{},\"more\":1}\n", reasons)) << "one that nobody told";
+    EXPECT_FALSE(follow_the_schema("", reasons)) << "nothing was compared";
+}
+
+TEST(CommandLine, WatchShowsWhoeverStreamsAndWhoIsHeld) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240", "--frame-rate", "50"});
+    own.start_camera({"--width", "320", "--height", "240", "--frame-rate", "50"});
+    own.start_service();
+    const bench::open_camera holder{test_bench::serial(1)};
+    shell_line line{own, "exec '" + program + "' watch --json"};
+    ASSERT_TRUE(line.process().wait_for_output("\"second\""));
+    line.process().signal(SIGINT);
+    const answer ended = line.wait();
+    EXPECT_EQ(ended.exit_code, cli::row_of(cause::interrupted).exit_code) << ended.errors;
+    const std::string last = ended.output.substr(ended.output.rfind('\n', ended.output.size() - 2) + 1);
+    auto sum = nlohmann::json::parse(last, nullptr, false);
+    expect_error(sum, cause::interrupted, "Interrupted.", "watch");
+    EXPECT_EQ(sum["kind"], "sum");
+    ASSERT_EQ(sum["cameras"].size(), 2U) << sum;
+    EXPECT_EQ(sum["cameras"][0]["state"], "streaming") << sum;
+    EXPECT_GT(sum["cameras"][0]["frames"], 0) << sum;
+    EXPECT_EQ(sum["cameras"][1]["state"], "held") << sum;
+    EXPECT_EQ(sum["cameras"][1]["temperature_c"], 41.5) << "it is read beside its holder: " << sum;
+    // Stopped and given back.
+    const bench::open_camera next{test_bench::serial(0)};
+    EXPECT_EQ(run(own, "orv-gentl get AcquisitionStatus --device CAM0").output, "false\n");
+
+    shell_line gone{own, "exec '" + program + "' watch --json --device CAM1 --access readonly"};
+    ASSERT_TRUE(gone.process().wait_for_output("\"second\""));
+    own.camera(1).signal(SIGKILL);
+    const answer lost = gone.wait();
+    EXPECT_EQ(lost.exit_code, cli::row_of(cause::lost).exit_code) << lost.errors;
+}
+
+TEST(CommandLine, APlanThatCannotBe) {
+    test_bench own;
+    own.start_camera({"--width", "640", "--height", "480"});
+    own.start_camera({"--width", "640", "--height", "480"});
+    own.start_service();
+    expect_rows(own, {{"plan", cause::arguments, "Interface 'lo' does not tell its speed: give it with --link"},
+                      {"plan --interface eth77 --link 1000", cause::no_camera, "There is no interface 'eth77'"},
+                      {"plan --link 200 --rate 90", cause::no, "It does not fit: the cameras need 59.97 MB/s"},
+                      {"plan --link 200 --rate 90 --apply", cause::no, "It does not fit"}});
+    EXPECT_EQ(run(own, "orv-gentl get DeviceLinkThroughputLimitMode --device CAM0").output, "Off\n")
+        << "nothing is written";
+    const bench::open_camera holder{test_bench::serial(1)};
+    expect_rows(own, {{"plan --link 300 --apply", cause::busy, "Camera 'Orv-SimCam-CAM1' is in use"}});
+    EXPECT_EQ(run(own, "orv-gentl get DeviceLinkThroughputLimitMode --device CAM0").output, "Off\n") << "all or none";
+    EXPECT_EQ(run(own, "orv-gentl plan --link 300").exit_code, 0) << "cameras in use are read";
+}
+
+TEST(CommandLine, ASupportBundleHoldsWhatItSays) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    const std::string folder = own.folder(), archive = folder + "/bundle.tar.gz";
+    const answer packed = run(own, "export HOME='" + folder + "' ORV_GENTL_GEV_DEBUG_FILE='" + folder +
+                                       "/none.log' GENICAM_GENTL64_PATH='" + folder +
+                                       "/x' SOME_TOKEN=secret; orv-gentl "
+                                       "support-bundle --json '" +
+                                       archive + "'");
+    ASSERT_EQ(packed.exit_code, 0) << packed.errors;
+    auto object = nlohmann::json::parse(packed.output, nullptr, false);
+    EXPECT_EQ(object["written"], true);
+    ASSERT_EQ(run(own, "cd '" + folder + "' && tar xzf bundle.tar.gz").exit_code, 0);
+    const std::filesystem::path inside = folder + "/bundle";
+    for (const auto& file : object["files"]) {
+        const std::string name = file["name"];
+        EXPECT_EQ(std::filesystem::file_size(inside / name), file["bytes"].get<uint64_t>()) << name;
+        EXPECT_THAT(packed.errors, HasSubstr("  " + name + " (")) << "it is told before";
+    }
+    const std::string camera = "cameras/lo/Orv-SimCam-CAM0/";
+    EXPECT_THAT(read_file(inside / (camera + "registers.txt")),
+                HasSubstr("0x00D8  serial number                  \"CAM0\"\n"));
+    EXPECT_THAT(read_file(inside / (camera + "document.xml")), HasSubstr("RegisterDescription"));
+    EXPECT_THAT(read_file(inside / (camera + "features.json")), HasSubstr("\"AcquisitionFrameRate\""));
+    EXPECT_THAT(read_file(inside / "doctor.json"), HasSubstr("\"checks\":["));
+    EXPECT_THAT(read_file(inside / "network/sysctl.txt"), HasSubstr("core/rmem_max = "));
+    const std::string environment = read_file(inside / "environment.txt");
+    EXPECT_THAT(environment, HasSubstr("GENICAM_GENTL64_PATH=~/x\n")) << "the home folder is masked";
+    EXPECT_THAT(environment, testing::Not(HasSubstr("secret")));
+    EXPECT_THAT(read_file(inside / "manifest.json"), HasSubstr("cannot read '~/none.log'"));
+    expect_rows(own, {{"support-bundle '" + folder + "/bundle'", cause::output, "is there already"},
+                      {"support-bundle /proc/none/x.tar.gz", cause::output, "Cannot write '/proc/none/x.tar.gz'"},
+                      {"support-bundle /dev/full/x", cause::output, "/dev/full"}});
+    // Without a camera, or a service, the rest is of use all the same.
+    own.stop_service(SIGTERM);
+    const answer without = run(own, "orv-gentl support-bundle --json '" + folder + "/rest'");
+    EXPECT_EQ(without.exit_code, 0) << without.errors;
+    EXPECT_THAT(without.output, HasSubstr("No service runs"));
+    EXPECT_FALSE(std::filesystem::exists(folder + "/rest/cameras"));
+}
+
+namespace {
+
+struct shell {
+    const char* name;
+    const char* asks; // a script that prints what the shell makes of $line
+};
+void PrintTo(const shell& given, std::ostream* out) { *out << given.name; }
+class Completion : public testing::TestWithParam<shell> {};
+
+constexpr auto bash_asks = R"(source <(orv-gentl completion bash)
+COMP_LINE=$line COMP_POINT=${#line}
+_orv_gentl
+printf '%s\n' "${COMPREPLY[@]}")";
+constexpr auto fish_asks = R"(orv-gentl completion fish | source
+complete -C "$line")";
+// A shell of its own on a terminal, where Tab is pressed.
+constexpr auto zsh_asks = R"(zmodload zsh/zpty
+zpty shell zsh -f -i
+until_seen() {
+    local part
+    integer tries=0
+    while [[ $seen != *$1* ]] && (( tries < 200 )); do
+        zpty -r -t shell part 2>/dev/null && seen+=$part || { sleep 0.05; (( tries += 1 )) }
+    done
+}
+zpty -w shell 'PS1="> "; TERM=dumb; unsetopt prompt_sp; autoload -U compinit; compinit -D -u; source <(orv-gentl completion zsh); print is-$((40 + 2))'
+seen= until_seen is-42
+zpty -w -n shell "$line"$'\t'
+seen= until_seen "$wanted"
+print -r -- "$seen")";
+
+} // namespace
+
+TEST_P(Completion, KnowsTheCamerasFeatures) {
+    const auto& [name, asks] = GetParam();
+    test_bench own;
+    if (run(own, std::string{"command -v "} + name).exit_code != 0) GTEST_SKIP() << name << " is not installed";
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    std::ofstream{own.folder() / "script"} << asks;
+    for (const auto& [line, wanted] : {std::pair{"orv-gentl set ExposureTi", "ExposureTime="},
+                                       {"orv-gentl set PixelFormat=RGB56", "RGB565p"},
+                                       {"orv-gentl exec UserSetL", "UserSetLoad"},
+                                       {"orv-gentl get --device CA", "CAM0"},
+                                       {"orv-gentl support-b", "support-bundle"}}) {
+        const answer got =
+            run(own, "cd '" + own.folder().string() + "'; export HOME=$PWD PATH=" ORV_BIN_DIR ":$PATH line='" + line +
+                         "' wanted='" + wanted + "'; " + name + " ./script");
+        EXPECT_THAT(got.output, HasSubstr(wanted)) << line << '\n' << got.errors;
+        if (std::string_view{name} != "zsh") {
+            EXPECT_EQ(std::ranges::count(got.output, '\n'), 1) << got.output; // one word, and no files
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(CommandLine, Completion,
+                         testing::Values(shell{"bash", bash_asks}, shell{"zsh", zsh_asks}, shell{"fish", fish_asks}),
+                         [](const auto& chosen) { return std::string{chosen.param.name}; });
 
 namespace {
 

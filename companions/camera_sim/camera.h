@@ -2,6 +2,8 @@
 // message channel. Runs in two threads of its own inside the calling process.
 #pragma once
 
+#include <camera_sim/shared_link.h>
+
 #include <cstdint>
 #include <expected>
 #include <functional>
@@ -81,6 +83,7 @@ struct camera_options {
     size_rounding packet_size_rounding = size_rounding::down;
     uint32_t mtu = 65535;      // larger datagrams vanish when they must not be fragmented
     double pacing = 0.5;       // part of the frame period over which a frame's packets are spread, 0 at once
+    std::shared_ptr<shared_link> link{}; // what all packets go through, at most at its rate; null: nothing limits
     bool segmentation = false; // let the kernel cut the datagrams (UDP_SEGMENT)
     bool extended_ids = false; // 64-bit block ids from the start
     bool resend = true;
@@ -132,6 +135,7 @@ struct statistics {
     uint64_t events_acknowledged = 0;
     uint64_t actions = 0;
     uint64_t reboots = 0;
+    uint64_t link_dropped = 0; // stream packets that found the shared link's buffer full
 };
 
 // The statistics as one line of JSON, without the newline.

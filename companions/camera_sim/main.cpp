@@ -27,6 +27,8 @@ struct arguments {
     int ready_fd = -1;
     bool exit_with_parent = false;
     bool quiet = false;
+    double link_mbit = 0; // 0: none
+    uint64_t link_buffer = 128 * 1024;
     std::string stats_file;
     std::string firmware_file;
     std::string document_file;
@@ -102,8 +104,18 @@ void declare(CLI::App& app, arguments& args) {
     app.add_option("--mtu", camera.mtu, "Unfragmentable datagrams larger than this vanish")
         ->capture_default_str()
         ->group(stream);
-    app.add_option("--pacing", camera.pacing, "Part of the frame period over which packets are spread, 0 at once")
+    app.add_option("--pacing", camera.pacing,
+                   "Part of the frame period over which packets are spread, 0 at once; with --link 0 unless given")
         ->check(CLI::Range(0.0, 1.0))
+        ->capture_default_str()
+        ->group(stream);
+    app.add_option("--link", args.link_mbit,
+                   "All cameras of this process share a link of so many Mbit/s, as behind a switch: each sends at that "
+                   "rate, or as its packet delay or throughput limit says")
+        ->check(CLI::Range(1.0, 25'000.0))
+        ->group(stream);
+    app.add_option("--link-buffer", args.link_buffer, "Bytes that the switch keeps for it; what exceeds them is lost")
+        ->check(CLI::PositiveNumber)
         ->capture_default_str()
         ->group(stream);
     app.add_flag("--gso", camera.segmentation, "Let the kernel cut the datagrams out of larger sends")->group(stream);
@@ -244,6 +256,11 @@ int main(int argc, char** argv) {
         fmt::print(stderr, "orv-gev-camera-sim: {} is not {}\n", first ? args.pixel_format : args.address,
                    first ? "a pixel format" : "an IPv4 address");
         return 2;
+    }
+    if (args.link_mbit != 0) {
+        const auto bytes_per_second = static_cast<uint64_t>(args.link_mbit * 125'000);
+        args.camera.link = std::make_shared<camera_sim::shared_link>(bytes_per_second, args.link_buffer);
+        if (app.count("--pacing") == 0) args.camera.pacing = 0;
     }
     const camera_sim::posix::termination ending{args.exit_with_parent};
 

@@ -39,9 +39,14 @@ compdef _orv_gentl orv-gentl
 constexpr const char* fish_script = R"sh(# fish completion of orv-gentl: orv-gentl completion fish | source
 function __orv_gentl
     set -l words (commandline -opc) (commandline -ct)
-    orv-gentl complete -- $words[2..-1] 2>/dev/null
+    set -l found (orv-gentl complete -- $words[2..-1] 2>/dev/null)
+    if set -q found[1]
+        printf '%s\n' $found
+    else
+        __fish_complete_path (commandline -ct)
+    end
 end
-complete -c orv-gentl -a '(__orv_gentl)'
+complete -c orv-gentl -f -a '(__orv_gentl)'
 )sh";
 
 // What may stand in the place of the last word.

@@ -11,8 +11,11 @@
 #include "network_commands.h"
 #include "output.h"
 #include "picture_converter.h"
+#include "plan_command.h"
 #include "posix/standard_streams.h"
 #include "settings_commands.h"
+#include "support_bundle.h"
+#include "watch_command.h"
 
 #include <gds_shared/product_constants.h>
 
@@ -98,6 +101,8 @@ int run(int argc, char** argv) {
     add_feature_commands(line);
     add_settings_commands(line);
     add_grab_command(line);
+    add_watch_command(line);
+    add_plan_command(line);
     add_file_commands(line);
     add_network_commands(app, options, line.exit_code,
                          [&](CLI::App& command, bool with_device) { line.add_common(command, with_device); });
@@ -116,6 +121,7 @@ int run(int argc, char** argv) {
     doctor_command.footer(
         "Each finding is ok, advice or BAD; the exit code is 1 when one is BAD, or when --watch saw packets lost.\n"
         "Examples: orv-gentl doctor --json\n          orv-gentl doctor --watch --interval 5");
+    add_support_bundle_command(line);
     add_completion_command(line);
 
     // Known before the parse, whose own faults are told in the form asked for.

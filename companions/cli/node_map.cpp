@@ -80,21 +80,29 @@ private:
     void* port;
 };
 
-node_map::node_map(const gentl_library& lib, void* port) : adapter(std::make_unique<port_adapter>(lib, port)) {
-    document_url = ask_text(lib, "GCGetPortURLInfo", [&](INFO_DATATYPE* type, void* text, size_t* size) {
+port_document read_document(const gentl_library& lib, void* port) {
+    port_document document;
+    document.url = ask_text(lib, "GCGetPortURLInfo", [&](INFO_DATATYPE* type, void* text, size_t* size) {
         return lib.GCGetPortURLInfo(port, 0, URL_INFO_URL, type, text, size);
     });
-    const local_file file = parse_local(document_url);
-    std::string text(file.size, '\0');
+    const local_file file = parse_local(document.url);
+    std::string& text = document.text;
+    text.resize(file.size);
     size_t size = text.size();
     lib.check("GCReadPort", lib.GCReadPort(port, file.address, text.data(), &size));
     const auto bytes = std::as_bytes(std::span{text});
     if (GenICam::is_zipped(bytes)) {
         auto inflated = GenICam::inflate_document(bytes);
-        if (!inflated) throw std::runtime_error(fmt::format("Cannot unzip '{}'.", document_url));
+        if (!inflated) throw std::runtime_error(fmt::format("Cannot unzip '{}'.", document.url));
         text = std::move(*inflated);
     }
-    doc = GenICam::create_document(std::string_view{text});
+    return document;
+}
+
+node_map::node_map(const gentl_library& lib, void* port) : adapter(std::make_unique<port_adapter>(lib, port)) {
+    const port_document read = read_document(lib, port);
+    document_url = read.url;
+    doc = GenICam::create_document(std::string_view{read.text});
     if (!doc) throw std::runtime_error(fmt::format("Document '{}' is no well-formed XML.", document_url));
     // A module's document names its port after itself; bind whatever port is not one of chunks or events.
     doc->for_each_node([&](GenICam::INode* node) {

@@ -11,6 +11,12 @@
 
 namespace cli {
 
+struct port_document {
+    std::string url, text;
+};
+// The document of the port's first URL, unzipped.
+[[nodiscard]] port_document read_document(const gentl_library& lib, void* port);
+
 class node_map final {
 public:
     // Reads the document of the port's first URL, zipped or not. The port stays open for as long as this lives.

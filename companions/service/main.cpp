@@ -75,9 +75,9 @@ constexpr std::string_view pipe_stem = "orv-gentl-gev_service_pipe";
         if (each.socket == socket) who = ipc_rpc::to_text(each);
     }
     throw std::runtime_error(
-        fmt::format("Another orv-gentl-gev-service is running already, or is started on demand: it listens at {}. End it "
-                    "('systemctl stop orv-gentl-gev.socket orv-gentl-gev.service' where it is installed), or give this "
-                    "one and its applications another folder by ORV_GENTL_RUNTIME_DIR.",
+        fmt::format("Another orv-gentl-gev-service is running already: it listens at {}. End it ('systemctl stop "
+                    "orv-gentl-gev.socket orv-gentl-gev.service' where one is installed), or give this one and its "
+                    "applications another folder by ORV_GENTL_RUNTIME_DIR.",
                     who));
 }
 

@@ -95,6 +95,11 @@ gige::gvcp::status control_server::validate(uint32_t address, uint32_t value) co
     case reg::balance_ratio + 4:
     case reg::balance_ratio + 8:
         return reg::balance_range.holds(std::bit_cast<float>(value)) ? status::success : status::invalid_parameter;
+    case reg::throughput_limit:
+        return value < reg::throughput_smallest || value > memory.get(reg::link_speed) ||
+                       value % reg::throughput_step != 0
+                   ? status::invalid_parameter
+                   : status::success;
     case boot::stream_packet_size: {
         // A change of the size in the middle of a frame would change its packets' number.
         const uint32_t before = memory.get(boot::stream_packet_size);

@@ -45,7 +45,8 @@ statistics counters::snapshot() const {
             events_sent,
             events_acknowledged,
             actions,
-            reboots};
+            reboots,
+            link_dropped};
 }
 
 std::string to_json(const statistics& s, const camera_options& options, uint32_t address) {
@@ -81,6 +82,7 @@ std::string to_json(const statistics& s, const camera_options& options, uint32_t
         {"events_acknowledged", s.events_acknowledged},
         {"actions", s.actions},
         {"reboots", s.reboots},
+        {"link_dropped", s.link_dropped},
     };
     return line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
@@ -144,7 +146,9 @@ void build_address_space(device_state& device, const std::string& document) {
                                reg::action_group_key,
                                reg::action_group_mask,
                                reg::user_set_selector,
-                               reg::line_inverter})
+                               reg::line_inverter,
+                               reg::throughput_limit_mode,
+                               reg::throughput_limit})
         memory.allow(address, 4, access::read_write);
     memory.allow(reg::exposure_time, 8, access::read_write);
     memory.allow(reg::gain_raw, 16, access::read_write);
@@ -240,7 +244,10 @@ void reset_registers(device_state& device, uint32_t address, bool keep_persisten
     memory.set(reg::action_group_mask, 0xFFFFFFFF);
     memory.set_float(reg::temperature, 41.5F);
     memory.set_float(reg::temperature + 4, 36.25F);
-    memory.set(reg::link_speed, 125'000'000);
+    const auto link_speed = static_cast<uint32_t>(options.link ? options.link->bytes_per_second() : 125'000'000);
+    memory.set(reg::link_speed, link_speed);
+    memory.set(reg::throughput_limit_mode, 0);
+    memory.set(reg::throughput_limit, link_speed / reg::throughput_step * reg::throughput_step);
     memory.set(reg::line_status, 0x5);
     for (uint32_t i = 0; i < 256; ++i) memory.set(reg::lut_content + 4 * i, i);
     update_derived(device);

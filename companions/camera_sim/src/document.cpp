@@ -77,6 +77,7 @@ void device_control(document_writer& doc) {
     doc.category("DeviceControl", {"DeviceVendorName", "DeviceModelName", "DeviceVersion", "DeviceManufacturerInfo",
                                    "DeviceSerialNumber", "DeviceUserID", "DeviceSFNCVersionMajor", "DeviceScanType",
                                    "DeviceReset", "DeviceTemperatureSelector", "DeviceTemperature", "DeviceLinkSpeed",
+                                   "DeviceLinkThroughputLimitMode", "DeviceLinkThroughputLimit",
                                    "DeviceLinkHeartbeatTimeout", "DeviceFanSpeed"});
     doc.text("DeviceVendorName", boot::vendor, 32, "RO");
     doc.text("DeviceModelName", boot::model, 32, "RO");
@@ -101,6 +102,9 @@ void device_control(document_writer& doc) {
   <Cachable>NoCache</Cachable><PollingTime>1000</PollingTime><Endianess>BigEndian</Endianess></FloatReg>)",
                     reg::temperature));
     doc.integer("DeviceLinkSpeed", reg::link_speed, {.access = "RO"});
+    doc.enumeration("DeviceLinkThroughputLimitMode", reg::throughput_limit_mode, {{"Off", 0}, {"On", 1}}, {});
+    doc.integer("DeviceLinkThroughputLimit", reg::throughput_limit,
+                {.min = reg::throughput_smallest, .p_max = "DeviceLinkSpeed", .increment = reg::throughput_step});
     doc.raw(R"(<IntConverter Name="DeviceLinkHeartbeatTimeout_Converter"><FormulaTo>FROM / 1000</FormulaTo>
   <FormulaFrom>TO * 1000</FormulaFrom><pValue>GevHeartbeatTimeout</pValue><Slope>Increasing</Slope></IntConverter>
 <Float Name="DeviceLinkHeartbeatTimeout"><pValue>DeviceLinkHeartbeatTimeout_Converter</pValue><Unit>us</Unit></Float>)");

@@ -68,6 +68,8 @@ inline constexpr uint32_t user_set_save = base + 0x1D4;
 inline constexpr uint32_t user_set_selector = base + 0x1D8;
 inline constexpr uint32_t line_status = base + 0x1DC; // bit per line
 inline constexpr uint32_t line_inverter = base + 0x1E0;
+inline constexpr uint32_t throughput_limit_mode = base + 0x1E4; // 1 on
+inline constexpr uint32_t throughput_limit = base + 0x1E8;      // bytes of the link per second
 inline constexpr uint32_t lut_content = base + 0x400; // [256]
 
 // What the float registers take, and what the document says of them.
@@ -83,6 +85,9 @@ inline constexpr limits exposure_range{10, 1'000'000}; // microseconds
 inline constexpr limits frame_rate_range{0.1, 10'000}; // Hz
 inline constexpr limits gamma_range{0.25, 4};
 inline constexpr limits balance_range{0.25, 4};
+
+inline constexpr uint32_t throughput_smallest = 1'000'000; // bytes per second, up to the link's speed
+inline constexpr uint32_t throughput_step = 1000;
 
 struct named_id {
     std::string_view name;

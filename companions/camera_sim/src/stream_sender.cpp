@@ -2,6 +2,7 @@
 
 #include "registers.h"
 
+#include <gige/ethernet.h>
 #include <gige/test_picture.h>
 
 #include <algorithm>
@@ -20,6 +21,8 @@ constexpr auto batch_span = std::chrono::microseconds{200}; // paced packets go 
 constexpr double neutral_exposure = 10000;                  // microseconds
 constexpr uint32_t max_resends = 0x10000;                   // packets answered per request
 
+std::size_t on_wire(const packet& one) { return gige::wire_bytes(one.size() + gige::gvsp::ip_udp_header); }
+
 uint64_t nanoseconds(auto duration) {
     return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(duration).count());
 }
@@ -30,6 +33,8 @@ stream_sender::stream_sender(device_state& shared, event_function raise_event)
     : device{shared},
       raise{std::move(raise_event)},
       scene{shared.options.scene.what == scene_kind::none ? std::nullopt : std::make_optional<optics>(shared.options)},
+      link{shared.options.link.get()},
+      link_sender{link != nullptr ? link->add_sender() : 0},
       stream_dice{shared.options.faults.seed},
       batch(gige::udp_socket::max_batch),
       resend_dice{~shared.options.faults.seed} {}
@@ -142,7 +147,7 @@ stream_sender::settings stream_sender::snapshot(uint64_t number, std::shared_ptr
     current.faults = device.faults;
     const double rate = memory.get(reg::frame_rate_enable) != 0 ? memory.get_float(reg::frame_rate) : 0;
     if (rate > 0) current.period = std::chrono::duration_cast<clock::duration>(std::chrono::duration<double>{1 / rate});
-    current.packet_time = std::chrono::nanoseconds{memory.get(boot::stream_packet_delay)};
+    current.packet_time = packet_time_of(next.packet_size);
     current.triggered = memory.get(reg::trigger_mode) != 0;
     current.events_exposure_end = memory.get(reg::event_notification + 4) != 0;
     current.events_frame_start = memory.get(reg::event_notification + 8) != 0;
@@ -166,6 +171,17 @@ stream_sender::settings stream_sender::snapshot(uint64_t number, std::shared_ptr
     const uint32_t mode = memory.get(reg::acquisition_mode);
     current.frames_wanted = mode == 1 ? 1 : mode == 2 ? memory.get(reg::acquisition_frame_count) : 0;
     return current;
+}
+
+// The delay stands between the end of a packet and the begin of the next; where there is no link packets take no time.
+stream_sender::clock::duration stream_sender::packet_time_of(uint32_t packet_size) const {
+    const auto& memory = device.memory;
+    const std::size_t bytes = gige::wire_bytes(packet_size);
+    clock::duration time = device.time_of(memory.get(boot::stream_packet_delay));
+    if (link != nullptr) time += link->time_of(bytes);
+    if (memory.get(reg::throughput_limit_mode) == 0) return time;
+    const std::chrono::duration<double> limited{static_cast<double>(bytes) / memory.get(reg::throughput_limit)};
+    return std::max(time, std::chrono::ceil<clock::duration>(limited));
 }
 
 bool stream_sender::wait_for_turn(const settings& current, clock::time_point due, uint64_t order) {
@@ -194,6 +210,7 @@ bool stream_sender::wait_for_turn(const settings& current, clock::time_point due
 void stream_sender::acquire(uint64_t order) {
     ring.clear(); // its frames have the ids of those to come
     auto due = clock::now();
+    clock::time_point free_from; // when the frame before has left, by the schedule
     uint64_t number = 0;
     for (;; ++number) {
         // A camera that waits takes its settings when the turn comes, not when the wait began.
@@ -202,18 +219,21 @@ void stream_sender::acquire(uint64_t order) {
             if (current.events_acquisition_end) raise(0x9003, 0, device.timestamp(), number);
             break;
         }
+        if (link != nullptr && current.triggered) link->leave(link_sender);
+        if (link != nullptr && !current.triggered) link->promise(link_sender, std::max(due, free_from));
         if (!wait_for_turn(current, due, order)) break;
         if (const auto seed = new_seed.exchange(0)) {
             stream_dice = dice{seed};
             losses = {};
         }
         current = snapshot(number, std::move(current.next));
+        current.start = std::max(current.triggered ? clock::now() : due, free_from);
         if (!device.silent && current.next->destination.port != 0) {
             if (current.events_frame_start) raise(0x9002, current.next->block_id, device.timestamp(), number);
             fill(current);
             ring.put(current.next);
             plan(current);
-            send_planned(current);
+            free_from = send_planned(current);
             ++device.counted.frames_sent;
             ++frames_since_start;
             if (current.events_exposure_end) raise(0x9001, current.next->block_id, device.timestamp(), number);
@@ -226,6 +246,7 @@ void stream_sender::acquire(uint64_t order) {
             due = now;
         }
     }
+    if (link != nullptr) link->leave(link_sender);
     while (!late.empty() && !aborting) {
         std::this_thread::sleep_until(late.front().due);
         send_late(clock::now());
@@ -368,7 +389,14 @@ void stream_sender::transmit(std::span<packet> packets, std::size_t count, const
     device.counted.bytes_sent += bytes;
 }
 
-void stream_sender::send_planned(const settings& current) {
+void stream_sender::transmit_unscheduled(packet& one, const frame& from) {
+    if (link == nullptr || link->pass_unscheduled(on_wire(one)))
+        transmit({&one, 1}, 1, from);
+    else
+        ++device.counted.link_dropped;
+}
+
+stream_sender::clock::time_point stream_sender::send_planned(const settings& current) {
     frame& sending = *current.next;
     const auto paced = std::chrono::duration_cast<clock::duration>(current.period * device.options.pacing) /
                        static_cast<int64_t>(std::max<std::size_t>(1, planned.size()));
@@ -379,7 +407,7 @@ void stream_sender::send_planned(const settings& current) {
     if (current.packet_time.count() > 0 && current.packet_time >= batch_span) group = 1;
 
     const std::chrono::duration<double, std::milli> delay{current.faults.delay_ms};
-    const auto start = clock::now();
+    const auto start = link != nullptr ? current.start : clock::now();
     const bool timed = device.options.frame_sent != nullptr;
     int64_t last_sent = 0;
     for (std::size_t done = 0; done < planned.size() && !aborting;) {
@@ -395,7 +423,7 @@ void stream_sender::send_planned(const settings& current) {
                 late.push_back({clock::now() + std::chrono::duration_cast<clock::duration>(delay), current.next, id});
                 continue;
             }
-            packet& next = batch[built++];
+            packet& next = batch[built];
             build_packet(next, sending, id, false);
             auto& [head, body] = next.pieces;
             if (what == item::kind::half) {
@@ -407,6 +435,11 @@ void stream_sender::send_planned(const settings& current) {
                 for (std::size_t at = 0; at < 64; at += 8) gige::store64(&next.head[at], stream_dice.word());
                 next.pieces = {std::span{next.head}.first(1 + stream_dice.below(64)), {}};
             }
+            const auto due = start + packet_time * static_cast<int64_t>(done + i);
+            if (link == nullptr || link->pass(link_sender, due, on_wire(next), aborting))
+                ++built;
+            else
+                ++device.counted.link_dropped;
         }
         if (timed) last_sent = device_state::steady_ns();
         transmit(batch, built, sending);
@@ -415,18 +448,20 @@ void stream_sender::send_planned(const settings& current) {
         if (!late.empty()) send_late(clock::now());
         if (packet_time.count() > 0) {
             const auto next = start + packet_time * static_cast<int64_t>(done);
+            if (link != nullptr) link->promise(link_sender, next);
             if (next > clock::now() + std::chrono::microseconds{20}) std::this_thread::sleep_until(next);
         }
     }
     sending.sent_ids = sending.trailer_id() + 1;
     if (timed) device.options.frame_sent(sending.block_id, last_sent);
+    return start + packet_time * static_cast<int64_t>(planned.size());
 }
 
 void stream_sender::send_late(clock::time_point now) {
     while (!late.empty() && late.front().due <= now) {
         packet each;
         build_packet(each, *late.front().from, late.front().id, false);
-        transmit({&each, 1}, 1, *late.front().from);
+        transmit_unscheduled(each, *late.front().from);
         late.pop_front();
     }
 }
@@ -508,7 +543,7 @@ void stream_sender::answer(const resend_request& request) {
         }
         build_packet(built, *from, id, true);
         ++counted.packets_resent;
-        transmit({&built, 1}, 1, *from);
+        transmit_unscheduled(built, *from);
     }
 }
 

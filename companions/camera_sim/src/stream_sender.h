@@ -51,7 +51,7 @@ private:
         std::shared_ptr<frame> next;
         fault_options faults;
         clock::duration period{};
-        clock::duration packet_time{}; // between packets, from the register
+        clock::duration packet_time{}; // from one packet's begin to the next's, of the registers and the link
         bool triggered{};
         bool events_frame_start{}, events_exposure_end{}, events_acquisition_end{};
         double exposure{}, gain{};
@@ -59,6 +59,7 @@ private:
         uint32_t pattern{};
         std::array<bool, 8> chunks{};
         uint64_t frames_wanted{}; // 0: no end
+        clock::time_point start{}; // of the first packet, by the schedule
     };
     struct item {
         uint32_t id{};
@@ -78,9 +79,13 @@ private:
     void fill(const settings& current);
     void append_chunks(const settings& current);
     void plan(const settings& current);
-    void send_planned(const settings& current);
+    // When the next frame's first packet may follow, by the schedule.
+    clock::time_point send_planned(const settings& current);
     void send_late(clock::time_point now);
     void transmit(std::span<packet> packets, std::size_t count, const frame& from);
+    // One packet of its own, which the shared link may drop.
+    void transmit_unscheduled(packet& one, const frame& from);
+    [[nodiscard]] clock::duration packet_time_of(uint32_t packet_size) const;
     void set_fragmentation(bool forbidden);
     void count_refused_frame(uint64_t block_id);
 
@@ -88,6 +93,8 @@ private:
     event_function raise;
     gige::udp_socket socket;
     frame_ring ring;
+    shared_link* const link; // null: none
+    const std::size_t link_sender;
 
     std::mutex mutex; // the members below it up to the thread
     std::condition_variable changed;

@@ -19,4 +19,6 @@ void secure_standard_streams() {
 
 bool errors_are_seen_on_a_terminal() { return isatty(STDERR_FILENO) != 0; }
 
+bool output_is_a_terminal() { return isatty(STDOUT_FILENO) != 0; }
+
 } // namespace cli

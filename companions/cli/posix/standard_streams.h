@@ -9,5 +9,6 @@ namespace cli {
 void secure_standard_streams();
 
 [[nodiscard]] bool errors_are_seen_on_a_terminal();
+[[nodiscard]] bool output_is_a_terminal();
 
 } // namespace cli
