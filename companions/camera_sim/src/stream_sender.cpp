@@ -32,9 +32,9 @@ uint64_t nanoseconds(auto duration) {
 stream_sender::stream_sender(device_state& shared, event_function raise_event)
     : device{shared},
       raise{std::move(raise_event)},
-      scene{shared.options.scene.what == scene_kind::none ? std::nullopt : std::make_optional<optics>(shared.options)},
       link{shared.options.link.get()},
       link_sender{link != nullptr ? link->add_sender() : 0},
+      scene{shared.options.scene.what == scene_kind::none ? std::nullopt : std::make_optional<optics>(shared.options)},
       stream_dice{shared.options.faults.seed},
       batch(gige::udp_socket::max_batch),
       resend_dice{~shared.options.faults.seed} {}
