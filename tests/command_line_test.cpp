@@ -506,6 +506,8 @@ TEST(CommandLine, EveryAnswerFollowsTheSchema) {
                                    "features --changed FOLDER/saved",
                                    "load FOLDER/saved",
                                    "doctor",
+                                   "env",
+                                   "self-test",
                                    "convert FOLDER/frame.raw --from Mono8 --to Mono16 --width 8 --height 8",
                                    "xml FOLDER/d.xml --time",
                                    "ip show",

@@ -1,10 +1,9 @@
 // A firmware package to a camera, with a progress bar.
 #include "interface_session.h"
 #include "network_commands.h"
+#include "posix/standard_streams.h"
 
 #include <fmt/format.h>
-
-#include <unistd.h>
 
 #include <charconv>
 #include <cstdio>
@@ -55,7 +54,7 @@ int upload_firmware(const common_options& common, const std::string& package, st
         if (!why.starts_with("Refused")) throw;
         throw call_failed(failure.call, failure.code, fmt::format("{} ({})", failure.reason, why));
     }
-    const bool bar = !common.json && ::isatty(STDERR_FILENO) != 0;
+    const bool bar = !common.json && errors_are_seen_on_a_terminal();
     std::string shown;
     std::string last;
     const auto give_up = std::chrono::steady_clock::now() + longest;

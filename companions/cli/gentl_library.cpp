@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <dlfcn.h>
-
 namespace cli {
 
 using namespace GenTL;
@@ -29,13 +27,12 @@ call_failed call_failed::explained(cause why, const std::string& words) const {
     return {why, fmt::format("{}\n{}", words, what()), *this};
 }
 
-void gentl_library::unload::operator()(void* handle) const { dlclose(handle); }
-
 gentl_library::gentl_library(const std::string& path) {
-    file.reset(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL));
-    if (!file) throw failure(cause::no_library, fmt::format("Cannot load '{}': {}", path, dlerror()));
+    auto loaded = shared_library::load(path);
+    if (!loaded) throw failure(cause::no_library, fmt::format("Cannot load '{}': {}", path, loaded.error()));
+    file = std::move(*loaded);
     const auto find = [&]<class F>(F& function, const char* name) {
-        function = reinterpret_cast<F>(dlsym(file.get(), name));
+        function = reinterpret_cast<F>(file.find(name));
         if (function == nullptr) throw failure(cause::no_library, fmt::format("'{}' has no function {}", path, name));
     };
 #define X(name) find(name, #name);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "failure.h"
+#include "posix/shared_library.h"
 
 #include <gentl/GenTL.h>
 
@@ -58,10 +59,7 @@ public:
 #undef X
 
 private:
-    struct unload {
-        void operator()(void* file) const;
-    };
-    std::unique_ptr<void, unload> file;
+    shared_library file;
 };
 
 // An info answer of fixed size, and a text of any.

@@ -4,13 +4,13 @@
 #include "output.h"
 #include "path_probe.h"
 #include "posix/interruption.h"
+#include "posix/this_process.h"
 #include "posix/standard_streams.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <gige/gvcp.h>
 
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -25,15 +25,6 @@ namespace {
 
 using seconds = std::chrono::duration<double>;
 using std::chrono::milliseconds;
-
-double cpu_seconds() {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    const auto of = [](const timeval& time) {
-        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
-    };
-    return of(usage.ru_utime) + of(usage.ru_stime);
-}
 
 } // namespace
 

@@ -1,6 +1,6 @@
 #include "installation_checks.h"
 
-#include "posix/child_process.h"
+#include "posix/child_program.h"
 
 #include <fmt/format.h>
 
@@ -43,9 +43,8 @@ std::string unit_state(const char* unit) {
     for (const char* folder : {"/etc/systemd/system", "/usr/lib/systemd/system", "/lib/systemd/system"})
         installed = installed || fs::exists(fs::path{folder} / unit, ignored);
     if (!installed) return {};
-    child_process asked{{program, "is-active", unit}};
-    static_cast<void>(asked.wait_for_output("\n", std::chrono::seconds{3}));
-    return asked.output().substr(0, asked.output().find('\n'));
+    const std::string answer = run_program({program, "is-active", unit}, std::chrono::seconds{3}).output;
+    return answer.substr(0, answer.find('\n'));
 }
 
 } // namespace

@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <arpa/inet.h>
+#include <charconv>
 
 namespace cli {
 
@@ -81,10 +81,23 @@ void interface_session::update_list() const {
 }
 
 uint32_t parse_ip(const std::string& text) {
-    in_addr address{};
-    if (inet_pton(AF_INET, text.c_str(), &address) != 1)
-        throw std::runtime_error(fmt::format("'{}' is no IPv4 address such as 192.168.0.10.", text));
-    return ntohl(address.s_addr);
+    const auto wrong = [&] {
+        return std::runtime_error(fmt::format("'{}' is no IPv4 address such as 192.168.0.10.", text));
+    };
+    uint32_t address = 0;
+    const char* at = text.data();
+    const char* const end = at + text.size();
+    for (int part = 0; part < 4; ++part) {
+        if (part != 0 && (at == end || *at++ != '.')) throw wrong();
+        uint8_t value = 0;
+        const auto [behind, error] = std::from_chars(at, end, value);
+        // A leading zero means octal to some and nothing to others.
+        if (error != std::errc{} || (*at == '0' && behind != at + 1)) throw wrong();
+        address = address << 8 | value;
+        at = behind;
+    }
+    if (at != end) throw wrong();
+    return address;
 }
 
 std::string ip_text(uint32_t address) {

@@ -1,5 +1,6 @@
 // orv-gentl-gev-service: the local service that the library talks to.
 #include "objects/function_table.h"
+#include "posix/accounts.h"
 #include "posix/bus_guard.h"
 #include "posix/service_manager.h"
 #include "posix/termination.h"
@@ -19,8 +20,6 @@
 #include <asio/ip/address_v4.hpp>
 #include <fmt/format.h>
 #include <spdlog/logger.h>
-
-#include <grp.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -59,9 +58,8 @@ service::service_core::options core_options(const program_options& given) {
     options.documents.http = given.document_http;
     options.image_features = given.image_features;
     if (!given.group.empty()) {
-        const group* found = getgrnam(given.group.c_str());
-        if (found == nullptr) throw std::runtime_error(fmt::format("There is no group '{}'.", given.group));
-        options.group = found->gr_gid;
+        options.group = service::group_named(given.group);
+        if (!options.group) throw std::runtime_error(fmt::format("There is no group '{}'.", given.group));
     }
     return options;
 }
