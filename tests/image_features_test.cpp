@@ -594,7 +594,7 @@ TEST_F(ImageFeatures, OtherNamesAndUnitsOfCameras) {
 <Group Comment="all"><Category Name="Root"><pFeature>ExposureTimeRaw</pFeature></Category>
 <Integer Name="ExposureTimeRaw"><pValue>E</pValue><Min>1</Min><Max>4000</Max></Integer>
 <Float Name="ExposureTimeBaseAbs"><ImposedAccessMode>RO</ImposedAccessMode><Value>20</Value><Unit>us</Unit></Float>
-<Integer Name="GainRaw"><pValue>G</pValue><Min>1</Min><Max>60</Max><Inc>3</Inc></Integer>
+<Integer Name="GainRaw"><pValue>G</pValue><Min>1</Min><Max>40</Max><Inc>3</Inc></Integer>
 <Enumeration Name="BalanceRatioSelector"><EnumEntry Name="Red"><Value>0</Value></EnumEntry>
   <EnumEntry Name="Blue"><Value>2</Value></EnumEntry><EnumEntry Name="None"><Value>7</Value></EnumEntry>
   <pValue>S</pValue></Enumeration>
@@ -630,6 +630,50 @@ TEST_F(ImageFeatures, OtherNamesAndUnitsOfCameras) {
     EXPECT_EQ(camera_value<float>(0x30000100), 0.8F) << "against green, which the camera leaves at 1";
     EXPECT_EQ(camera_value<float>(0x30000108), 2.0F);
     EXPECT_EQ(camera_value<int32_t>(0x30000008), 7) << "the selector is as it was";
+}
+
+// Numbers whose unit no document tells: gains of more steps than decibels can be, and proportional white balance gains.
+TEST_F(ImageFeatures, RawNumbersOfCameras) {
+    const auto int_register = [](const char* name, const char* address, const char* more = "") {
+        return std::string{"<IntReg Name=\""} + name + "\"><Address>" + address + "</Address>" + more +
+               "<Length>4</Length><AccessMode>RW</AccessMode><pPort>Device</pPort>"
+               "<Sign>Signed</Sign><Endianess>BigEndian</Endianess></IntReg>";
+    };
+    for (const bool green : {true, false}) {
+        SCOPED_TRACE(green);
+        start_with_document(
+            R"(<RegisterDescription ModelName="M" VendorName="V" SchemaMajorVersion="1" SchemaMinorVersion="1"
+  SchemaSubMinorVersion="0" xmlns="http://www.genicam.org/GenApi/Version_1_1">
+<Category Name="Root"><pFeature>GainRaw</pFeature></Category>
+<Integer Name="GainRaw"><pValue>G</pValue><Min>0</Min><Max>960</Max></Integer>
+<Enumeration Name="BalanceRatioSelector"><EnumEntry Name="Red"><Value>0</Value></EnumEntry>)" +
+            std::string{green ? R"(<EnumEntry Name="Green"><Value>1</Value></EnumEntry>)" : ""} +
+            R"(<EnumEntry Name="Blue"><Value>2</Value></EnumEntry><pValue>S</pValue></Enumeration>
+<Integer Name="BalanceRatioRaw"><pValue>C</pValue><Min>0</Min><Max>255</Max></Integer>
+<IntConverter Name="C"><FormulaTo>FROM - 80</FormulaTo><FormulaFrom>TO + 80</FormulaFrom><pValue>B</pValue>
+  <Slope>Increasing</Slope></IntConverter>
+<Enumeration Name="PixelFormat"><EnumEntry Name="BayerRG8"><Value>0</Value></EnumEntry><Value>0</Value></Enumeration>
+<Port Name="Device"/>)" + int_register("G", "0x30000004") +
+            int_register("S", "0x30000008") +
+            int_register("B", "0x30000100", "<pIndex Offset=\"4\">S</pIndex>") + "</RegisterDescription>");
+        open_raw();
+        EXPECT_EQ(block->get<uint32_t>(116), green ? 0U : 1U) << "without green this host applies the gains";
+        EXPECT_EQ(write(software + auto_gain, uint32_t{1}), 0U);
+        EXPECT_EQ(write(software + 0x400, uint32_t{2}), 0U);
+        EXPECT_EQ(write(software + master_enable, uint32_t{1}), 0U);
+        block->set(result_gain, 12.0F);
+        block->set(result_balance, 1.5F);
+        block->set(result_balance + 4, 1.0F);
+        block->set(result_balance + 8, 1.25F);
+        send_results();
+        EXPECT_TRUE(eventually([&] { return block->get<float>(current_balance + 8) == 1.25F; }));
+        EXPECT_EQ(camera_value<int32_t>(0x30000004), 240) << "960 steps for 48 dB at most";
+        EXPECT_EQ(camera_value<int32_t>(0x30000100), green ? 40 : 0) << "half as much again as 80";
+        EXPECT_EQ(camera_value<int32_t>(0x30000104), 0);
+        EXPECT_EQ(camera_value<int32_t>(0x30000108), green ? 20 : 0);
+        client.reset();
+        block.reset();
+    }
 }
 
 // Of the three makers, and our own.

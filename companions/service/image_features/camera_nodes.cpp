@@ -12,12 +12,15 @@ namespace {
 constexpr unsigned direct = access_flags::bypass_cache;
 
 // By preference: a name of the standard's newer editions first. A raw exposure counts microseconds unless the camera
-// states a time base. What a step of a raw gain is worth only the camera's manual tells; taken as a whole decibel,
-// the largest that cameras have, finer ones make the control slower and never unstable.
+// states a time base. What a step of a raw gain is worth only the camera's manual tells: taken as a whole decibel, or as
+// the part of the widest range that its limits leave. A camera with finer steps makes the control slower, never unstable.
 constexpr auto exposure_names = std::to_array<std::string_view>({"ExposureTime", "ExposureTimeAbs", "ExposureTimeRaw"});
 constexpr auto gain_names = std::to_array<std::string_view>({"Gain", "GainAbs", "GainRaw"});
 constexpr auto iris_names = std::to_array<std::string_view>({"Iris"});
 constexpr auto focus_names = std::to_array<std::string_view>({"Focus", "FocusStepper"});
+constexpr auto ratio_names =
+    std::to_array<std::string_view>({"BalanceRatio", "BalanceRatioAbs", "BalanceRatioRaw"});
+constexpr double widest_gain = 48; // dB
 // The rate that was asked for. What results from it falls with the exposure time, so it is no bound for that.
 constexpr auto rate_names = std::to_array<std::string_view>({"AcquisitionFrameRate", "AcquisitionFrameRateAbs"});
 // Entries of GainSelector that act on the whole picture.
@@ -173,20 +176,36 @@ void camera_nodes::find_nodes() {
         }
     }
     numbers[static_cast<std::size_t>(control::gain)] = find_number(gain_names);
+    scale_raw_gain();
     numbers[static_cast<std::size_t>(control::iris)] = find_number(iris_names);
     numbers[static_cast<std::size_t>(control::focus)] = find_number(focus_names);
     rate = find_number(rate_names);
     gain_selector = document->find<IEnumeration>("GainSelector");
 
     ratio_selector = document->find<IEnumeration>("BalanceRatioSelector");
-    for (const char* name : {"BalanceRatio", "BalanceRatioAbs"}) {
-        auto* const node = document->find<IFloat>(name);
-        if (node == nullptr || ratio_selector == nullptr) continue;
-        const auto implemented = node->is_implemented(direct);
-        if (!implemented || !*implemented) continue;
-        ratio = node;
-        break;
-    }
+    if (ratio_selector != nullptr) ratio = find_number(ratio_names);
+    if (ratio.integer != nullptr && !scale_raw_ratio()) ratio = {};
+}
+
+void camera_nodes::scale_raw_gain() {
+    number& gain = numbers[static_cast<std::size_t>(control::gain)];
+    if (gain.integer == nullptr || gain.integer->get_unit() == "dB") return;
+    const auto range = range_of(control::gain);
+    if (range && range->max - range->min > widest_gain) gain.scale = widest_gain / (range->max - range->min);
+}
+
+// Whole numbers that are proportional to gains, as those of sensors are: the least of them is the gain of 1 from here
+// on. Green has to be among them, or nobody knows what it is worth.
+bool camera_nodes::scale_raw_ratio() {
+    if (only_reads || first_entry(*ratio_selector, std::to_array<std::string_view>({"Green"})) == nullptr) return false;
+    ratio.scale = 1;
+    const auto values = read_ratios();
+    if (!values) return false;
+    const double least = static_cast<double>(*std::ranges::min_element(*values));
+    constexpr double coarsest = 16; // steps in a gain of 1, for channels within a few per cent
+    if (least < coarsest) return false;
+    ratio.scale = 1 / least;
+    return true;
 }
 
 bool camera_nodes::has_colour() const {
@@ -228,18 +247,28 @@ auto camera_nodes::with_gain_selected(control which, Function&& function) {
     return function(chosen.failure());
 }
 
+std::optional<double> camera_nodes::value_of(const number& from) {
+    if (from.node() == nullptr || !usable(*from.node())) return {};
+    if (from.real != nullptr) {
+        const auto value = from.real->get_val(direct);
+        if (!value || !std::isfinite(*value)) return {};
+        return *value * from.scale;
+    }
+    const auto value = from.integer->get_val(direct);
+    if (!value) return {};
+    return static_cast<double>(*value) * from.scale;
+}
+
+std::error_code camera_nodes::write_to(const number& to, double value) {
+    const double wanted = value / to.scale;
+    return to.real != nullptr ? write_nearest(*to.real, wanted) : write_nearest(*to.integer, wanted);
+}
+
 std::optional<double> camera_nodes::read(control which) {
     const number& found = numbers[static_cast<std::size_t>(which)];
     return with_gain_selected(which, [&](const std::error_code& error) -> std::optional<double> {
-        if (error || found.node() == nullptr || !usable(*found.node())) return {};
-        if (found.real != nullptr) {
-            const auto value = found.real->get_val(direct);
-            if (!value || !std::isfinite(*value)) return {};
-            return *value * found.scale;
-        }
-        const auto value = found.integer->get_val(direct);
-        if (!value) return {};
-        return static_cast<double>(*value) * found.scale;
+        if (error) return {};
+        return value_of(found);
     });
 }
 
@@ -260,13 +289,20 @@ std::error_code camera_nodes::write(control which, double value) {
     if (found.node() == nullptr || only_reads) return make_error_code(genicam_errc::node_not_available);
     return with_gain_selected(which, [&](const std::error_code& error) {
         if (error) return error;
-        const double wanted = value / found.scale;
-        return found.real != nullptr ? write_nearest(*found.real, wanted) : write_nearest(*found.integer, wanted);
+        return write_to(found, value);
     });
 }
 
 std::optional<camera_nodes::balance> camera_nodes::read_balance() {
-    if (ratio == nullptr || only_reads) return {};
+    auto gains = read_ratios();
+    if (!gains) return {};
+    const float least = *std::ranges::min_element(*gains);
+    for (float& gain : *gains) gain /= least;
+    return gains;
+}
+
+std::optional<camera_nodes::balance> camera_nodes::read_ratios() {
+    if (!has_balance() || only_reads) return {};
     constexpr auto colours = std::to_array<std::string_view>({"Red", "Green", "Blue"});
     balance gains{1, 1, 1}; // a camera without a gain of green has that of 1
     for (std::size_t i = 0; i < gains.size(); ++i) {
@@ -276,25 +312,23 @@ std::optional<camera_nodes::balance> camera_nodes::read_balance() {
             return {};
         }
         const selection chosen{ratio_selector, entry};
-        if (chosen.failure() || !usable(*ratio)) return {};
-        const auto value = ratio->get_val(direct);
-        if (!value || !std::isfinite(*value) || !(*value > 0)) return {};
+        if (chosen.failure()) return {};
+        const auto value = value_of(ratio);
+        if (!value || !(*value > 0)) return {};
         gains[i] = static_cast<float>(*value);
     }
-    const float least = *std::ranges::min_element(gains);
-    for (float& gain : gains) gain /= least;
     return gains;
 }
 
 std::error_code camera_nodes::write_balance(const balance& gains) {
-    if (ratio == nullptr || only_reads) return make_error_code(genicam_errc::node_not_available);
+    if (!has_balance() || only_reads) return make_error_code(genicam_errc::node_not_available);
     IEnumEntry* const green = first_entry(*ratio_selector, std::to_array<std::string_view>({"Green"}));
     const float one = green != nullptr ? 1.0F : gains[1];
     const auto write_one = [&](IEnumEntry* entry, float gain) -> std::error_code {
         if (entry == nullptr) return make_error_code(genicam_errc::no_such_entry);
         const selection chosen{ratio_selector, entry};
         if (chosen.failure()) return chosen.failure();
-        return write_nearest(*ratio, static_cast<double>(gain));
+        return write_to(ratio, static_cast<double>(gain));
     };
     if (const auto error =
             write_one(first_entry(*ratio_selector, std::to_array<std::string_view>({"Red"})), gains[0] / one))

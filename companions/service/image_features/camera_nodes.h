@@ -42,7 +42,7 @@ public:
     // The nearest that the camera takes. node_locked and node_not_available say "not now", all else is a refusal.
     [[nodiscard]] std::error_code write(control which, double value);
 
-    [[nodiscard]] bool has_balance() const { return ratio != nullptr; }
+    [[nodiscard]] bool has_balance() const { return ratio.node() != nullptr; }
     [[nodiscard]] std::optional<balance> read_balance();
     [[nodiscard]] std::error_code write_balance(const balance& gains);
 
@@ -58,6 +58,11 @@ private:
     };
     explicit camera_nodes(std::unique_ptr<GenICam::IGenICamDoc> parsed, bool reader);
     void find_nodes();
+    void scale_raw_gain();
+    [[nodiscard]] bool scale_raw_ratio();
+    [[nodiscard]] static std::optional<double> value_of(const number& from);
+    [[nodiscard]] static std::error_code write_to(const number& to, double value);
+    [[nodiscard]] std::optional<balance> read_ratios(); // as the camera has them
     [[nodiscard]] number find_number(std::span<const std::string_view> names) const;
     [[nodiscard]] bool has_colour() const;
     template <class Function>
@@ -69,7 +74,7 @@ private:
     number rate;
     GenICam::IEnumeration* gain_selector = nullptr;
     GenICam::IEnumeration* ratio_selector = nullptr;
-    GenICam::IFloat* ratio = nullptr;
+    number ratio;
 };
 
 } // namespace image_features

@@ -1,0 +1,228 @@
+// The automatic functions closed over the whole system: the real library and service, and a simulated camera whose
+// picture answers to light, exposure, gain, iris, focus and white balance. Time is counted in frames of 45 per second:
+// a pass takes three.
+#include "loop_runner.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <ranges>
+#include <set>
+#include <span>
+#include <thread>
+#include <tuple>
+
+using bench::loop_sample;
+using bench::open_camera;
+using bench::test_bench;
+using samples = std::vector<loop_sample>;
+
+namespace {
+
+constexpr double wanted = 102.0 / 255;
+constexpr size_t frames_per_pass = 3;
+
+struct loop {
+    std::string name;
+    std::vector<std::string> scene; // the camera's options
+    bench::feature_values values;   // set in this order before the stream
+    size_t frames = 0;
+    bench::picture_part part{};     // that is measured
+    std::string over{};             // a feature that ends the run when it is false or "Off"
+    samples seen{}; // afterwards
+    std::string failure{};
+};
+
+std::string text_of(open_camera& camera, const std::string& name) {
+    std::string error;
+    return cli::value_text(cli::require_node(camera.remote(), name), error);
+}
+
+// For the plots of docs/image-processing.md, into a folder that the environment names.
+void write_table(const loop& each) {
+    const char* const folder = std::getenv("ORV_LOOPS_OUTPUT");
+    if (folder == nullptr) return;
+    std::ofstream file{std::filesystem::path{folder} / (each.name + ".dat")};
+    file << "# frame brightness exposure gain iris focus red green blue\n";
+    for (const loop_sample& s : each.seen)
+        file << s.frame << ' ' << s.luma << ' ' << s.exposure << ' ' << s.gain << ' ' << s.iris << ' ' << s.focus << ' '
+             << s.mean[0] << ' ' << s.mean[1] << ' ' << s.mean[2] << '\n';
+}
+
+// All at once, each with a camera of its own.
+void run_all(std::vector<loop>& loops) {
+    test_bench own{{"--log-level", "3"}};
+    for (const loop& each : loops) {
+        std::vector<std::string> options{"--sensor-width", "320", "--sensor-height", "240", "--frame-rate", "45",
+                                         "--pixel-format", "BayerRG8"};
+        options.insert(options.end(), each.scene.begin(), each.scene.end());
+        if (std::ranges::find(each.scene, "--scene") == each.scene.end())
+            options.insert(options.end(), {"--scene", "grey"});
+        own.start_camera(options);
+    }
+    own.start_service();
+    std::vector<std::unique_ptr<open_camera>> cameras;
+    for (size_t i = 0; i < loops.size(); ++i)
+        cameras.push_back(std::make_unique<open_camera>(test_bench::serial(i)));
+    std::vector<std::jthread> threads;
+    for (size_t i = 0; i < loops.size(); ++i)
+        threads.emplace_back([&each = loops[i], &camera = *cameras[i]] {
+            try {
+                bench::set_features(camera, {{"SoftwareImageProcessingEnable", "true"}});
+                bench::set_features(camera, each.values);
+                const auto over = [&] {
+                    const std::string text = text_of(camera, each.over);
+                    return text == "false" || text == "Off";
+                };
+                each.seen = bench::run_loop(camera, each.frames, each.part,
+                                            each.over.empty() ? std::function<bool()>{} : over);
+            } catch (const std::exception& error) {
+                each.failure = error.what();
+            }
+        });
+    threads.clear();
+    for (const loop& each : loops) {
+        EXPECT_EQ(each.failure, "") << each.name;
+        write_table(each);
+    }
+}
+
+// The picture is never past the wanted brightness by more than a tenth, from frame `first` on within a twelfth of it,
+// and in the last third nothing moves.
+void expect_reached(const std::string& name, std::span<const loop_sample> seen, size_t first, bool rising) {
+    ASSERT_GT(seen.size(), first) << name;
+    double past = 0, off = 0;
+    for (size_t i = 0; i < seen.size(); ++i) {
+        const double above = seen[i].luma / wanted - 1;
+        past = std::max(past, rising ? above : -above);
+        if (i >= first) off = std::max(off, std::abs(above));
+    }
+    EXPECT_LT(past, 0.1) << name << ": beyond it";
+    EXPECT_LT(off, 1.0 / 12) << name << ": not reached";
+    const auto values = [](const loop_sample& s) { return std::tuple{s.exposure, s.gain, s.iris}; };
+    for (const loop_sample& s : seen.last((seen.size() - first) / 3))
+        EXPECT_EQ(values(s), values(seen.back())) << name << ": not still";
+}
+
+// The largest distance of a channel's mean from that of all.
+double worst_channel(const loop_sample& s) {
+    const double mean = (s.mean[0] + s.mean[1] + s.mean[2]) / 3;
+    double worst = 0;
+    for (const double each : s.mean) worst = std::max(worst, std::abs(each / mean - 1));
+    return worst;
+}
+
+// 15 passes, and three frames until the last value shows.
+constexpr size_t reached = 15 * frames_per_pass + 3;
+
+} // namespace
+
+// From a 16th of the right brightness and from 16 times, by each control alone.
+TEST(ImageLoops, ReachTheBrightnessInFifteenPasses) {
+    std::vector<loop> loops{
+        {"exposure from a 16th", {}, {{"ExposureTime", "625"}, {"AutoExposure", "true"}}, 90},
+        {"exposure from 16 times", {}, {{"ExposureTime", "160000"}, {"AutoExposure", "true"}}, 90},
+        {"gain from a 16th", {"--light", "0:0.0795"}, {{"AutoGain", "true"}}, 90},
+        {"gain from 16 times", {}, {{"Gain", "24"}, {"AutoGain", "true"}}, 90},
+        {"iris from a 16th", {}, {{"Iris", "50"}, {"AutoIris", "true"}}, 90},
+        {"iris from 16 times", {}, {{"Iris", "12800"}, {"AutoIris", "true"}}, 90},
+    };
+    run_all(loops);
+    for (const loop& each : loops) expect_reached(each.name, each.seen, reached, each.name.ends_with("16th"));
+}
+
+TEST(ImageLoops, FollowTheLightAndKeepTheOrder) {
+    std::vector<loop> loops{
+        {"light that doubles and halves",
+         {"--light", "0:1", "--light", "60:2", "--light", "120:1", "--light", "180:0.5"},
+         {{"AutoExposure", "true"}},
+         250},
+        {"100 Hz", {"--light", "0:4", "--flicker", "0.3"}, {{"ExposureTime", "2500"}, {"AutoExposure", "true"}}, 150},
+        {"gain first downwards",
+         {"--light", "0:4"},
+         {{"Gain", "9"}, {"AutoExposure", "true"}, {"AutoGain", "true"}},
+         120},
+        {"gain last upwards",
+         {"--light", "0:0.25"},
+         {{"AutoExposureMaximum", "20000"}, {"AutoExposure", "true"}, {"AutoGain", "true"}},
+         120},
+        {"by the frame rate",
+         {"--light", "0:0.1"},
+         {{"AutoExposureLimitByFrameRate", "true"}, {"AutoExposure", "true"}},
+         90},
+        {"region",
+         {},
+         {{"AutoRegionEnable", "true"},
+          {"AutoRegionOffsetX", "122"},
+          {"AutoRegionOffsetY", "42"},
+          {"AutoRegionWidth", "36"},
+          {"AutoRegionHeight", "36"},
+          {"AutoExposure", "true"}},
+         90,
+         {122, 42, 36, 36}},
+    };
+    run_all(loops);
+    const samples& light = loops[0].seen;
+    ASSERT_EQ(light.size(), 250U);
+    for (const size_t step : {60U, 120U, 180U}) // all of it is over before the next
+        expect_reached("light from frame " + std::to_string(step), std::span{light}.subspan(step, 58), reached - 6,
+                       step != 60);
+    EXPECT_NEAR(light[110].exposure / light[58].exposure, 0.5, 0.05);
+
+    // The picture's own swing, and a lamp's mean that is not exactly the picture's.
+    const samples& lamp = loops[1].seen;
+    ASSERT_EQ(lamp.size(), 150U);
+    const auto [shortest, longest] = std::ranges::minmax(lamp | std::views::drop(60) | std::views::transform(&loop_sample::exposure));
+    EXPECT_LT(longest / shortest, 1.05) << "pumped by the lamp";
+    const auto [dark, bright] = std::ranges::minmax(lamp | std::views::drop(60) | std::views::transform(&loop_sample::luma));
+    EXPECT_GT(bright / dark, 1.3) << "there is something to be pumped by";
+
+    for (const loop_sample& s : loops[2].seen) EXPECT_TRUE(s.exposure == 10000 || s.gain == 0) << s.frame;
+    EXPECT_LT(loops[2].seen.back().exposure, 3000);
+    EXPECT_EQ(loops[2].seen.back().gain, 0);
+    for (const loop_sample& s : loops[3].seen) EXPECT_TRUE(s.exposure == 20000 || s.gain == 0) << s.frame;
+    EXPECT_NEAR(loops[3].seen.back().gain, 6, 0.5);
+    EXPECT_EQ(loops[4].seen.back().exposure, std::floor(1e6 / 45));
+    for (const size_t i : {2U, 3U, 5U}) EXPECT_NEAR(loops[i].seen.back().luma / wanted, 1, 1.0 / 12) << loops[i].name;
+}
+
+TEST(ImageLoops, WhiteBalanceAndFocus) {
+    std::vector<std::string> drift{"--light", "0:1:0.75:0.9"};
+    for (int i = 1; i <= 8; ++i)
+        drift.insert(drift.end(), {"--light", std::to_string(80 + 12 * i) + ":1:" + std::to_string(0.75 + 0.02 * i) + ":" +
+                                                  std::to_string(0.9 - 0.02 * i)});
+    std::vector<loop> loops{
+        {"once", {"--light", "0:1:0.6:0.85"}, {{"AutoWhiteBalance", "Once"}}, 200, {}, "AutoWhiteBalance"},
+        {"once, bluish", {"--light", "0:1.2:0.75:1.3"}, {{"AutoWhiteBalance", "Once"}}, 200, {}, "AutoWhiteBalance"},
+        {"continuous", drift, {{"AutoWhiteBalance", "Continuous"}}, 200},
+        {"focus", {}, {{"Focus", "0"}, {"AutoFocusOnce", "!"}}, 400, {}, "AutoFocusRunning"},
+        {"focus and exposure",
+         {"--sharp-at", "880"},
+         {{"Focus", "100"}, {"ExposureTime", "2000"}, {"AutoExposure", "true"}, {"AutoFocusOnce", "!"}},
+         400,
+         {},
+         "AutoFocusRunning"},
+    };
+    run_all(loops);
+    for (const size_t i : {0U, 1U}) {
+        ASSERT_FALSE(loops[i].seen.empty());
+        EXPECT_LT(loops[i].seen.size(), 200U) << loops[i].name << ": not over";
+        EXPECT_LT(worst_channel(loops[i].seen.back()), 0.02) << loops[i].name;
+        EXPECT_GT(worst_channel(loops[i].seen.front()), 0.15) << loops[i].name;
+    }
+    for (const loop_sample& s : loops[2].seen | std::views::drop(75)) EXPECT_LT(worst_channel(s), 0.04) << s.frame;
+    for (const size_t i : {3U, 4U}) {
+        const samples& run = loops[i].seen;
+        ASSERT_FALSE(run.empty());
+        EXPECT_LT(run.size(), 400U) << loops[i].name << ": not over";
+        std::set<int64_t> places;
+        for (const loop_sample& s : run) places.insert(s.focus);
+        EXPECT_LE(places.size(), 30U) << "12 positions over the range, then two for each halving";
+        EXPECT_NEAR(static_cast<double>(run.back().focus), i == 3 ? 430 : 880, 12) << loops[i].name;
+    }
+}
