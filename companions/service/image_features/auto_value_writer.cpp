@@ -171,7 +171,7 @@ bool auto_value_writer::judge(function which, const std::error_code& error) {
         kept = {};
         return true;
     }
-    if (is_end(error)) return false;
+    if (is_end(error) || error == std::errc::resource_unavailable_try_again) return false;
     if (is_hindrance(error)) {
         if (!std::exchange(kept.told_hindered, true))
             logger().warn("Automatic {} of {} waits: {}.", titles[which], camera_name, error.message());

@@ -38,10 +38,11 @@ public:
     }
 
 private:
-    // A camera that does not answer is not asked for the next dozen values, too: others wait for their turn.
+    // A camera that does not answer is not asked for the next dozen values, too: others wait for their turn. Not being
+    // asked is no failure of the camera's.
     template <class Access>
     std::error_code access(Access&& transfer) {
-        if (clock::now() < silent_until) return make_error_code(gigecam_errc::timeout);
+        if (clock::now() < silent_until) return make_error_code(std::errc::resource_unavailable_try_again);
         const std::error_code error = transfer();
         if (error == make_error_code(gigecam_errc::timeout)) silent_until = clock::now() + access_time;
         return error;

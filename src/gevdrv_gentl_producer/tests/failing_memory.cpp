@@ -1,5 +1,7 @@
 #include "failing_memory.h"
 
+#include <img_pipe/profiler.h>
+
 #include <pthread.h>
 
 #include <atomic>
@@ -9,19 +11,20 @@
 
 namespace {
 
-std::atomic<int> until_failure{-1}; // allocations of a delivering thread until one fails; none below zero
+std::atomic<int> until_failure{-1}; // allocations for a frame until one fails; none below zero
 std::atomic<int> failures{0};
 
-bool on_delivering_thread() {
+// On the thread of its own a frame is all there is; the receive thread takes memory for other things, too, but has a
+// profiler only while it works on a frame.
+bool works_on_a_frame() {
+    if (img_pipe::profiler::current() != nullptr) return true;
     char name[16] = {};
     pthread_getname_np(pthread_self(), name, sizeof name);
-    const std::string_view found = name;
-    return found == "gds-buf-deliver" || found == "gev::streamchan";
+    return std::string_view{name} == "gds-buf-deliver";
 }
 
 void* allocate(std::size_t size) {
-    if (until_failure.load(std::memory_order_relaxed) >= 0 && on_delivering_thread() &&
-        until_failure.fetch_sub(1) == 0) {
+    if (until_failure.load(std::memory_order_relaxed) >= 0 && works_on_a_frame() && until_failure.fetch_sub(1) == 0) {
         ++failures;
         return nullptr;
     }

@@ -1,4 +1,5 @@
-// The allocator of a test program, in which one allocation of the threads that deliver frames can be made to fail.
+// The allocator of a test program, in which one allocation of those made while a frame is worked on can be made to
+// fail. The device's profiler must be on.
 #pragma once
 
 namespace failing_memory {

@@ -17,7 +17,7 @@ bool is_brighter(std::byte found, std::byte sent) {
     return std::abs(std::to_integer<int>(found) - expected) <= 1;
 }
 
-// Frame 1 with nothing to be done to it; frames 2 and 3 while allocation `failing` of the delivering thread fails; then
+// Frame 1 with nothing to be done to it; frames 2 and 3 while allocation `failing` made for them fails; then
 // frame 4. False when none failed.
 bool run_with_failure(int failing, bool dedicated) {
     SCOPED_TRACE(testing::Message() << "allocation " << failing << ", dedicated thread " << dedicated);

@@ -231,7 +231,6 @@ TEST(Processing, TheProfilerTellsOfTheLastThreeSeconds) {
     EXPECT_EQ(below(last), told) << "with the frame that ends the interval";
     EXPECT_EQ(below(b.frame(++id)), told) << "and until the next";
     to_image.set(0);
-    EXPECT_EQ(below(b.frame(++id)), plain);
     to_log.set(0);
     EXPECT_EQ(below(b.frame(++id)), plain);
     to_image.set(1);
@@ -260,7 +259,9 @@ TEST(Processing, TheTransformsOptionsAreTheDevices) {
     EXPECT_EQ(threads_named("pixkit"), 0U) << "one thread is the delivering one";
     concurrency.set(4);
     EXPECT_FALSE(b.frame(2).empty());
-    EXPECT_EQ(threads_named("pixkit"), 3U) << "while the stream runs, from the next frame on";
+    // A thread names itself when it comes to run.
+    EXPECT_TRUE(reached([] { return threads_named("pixkit") == 3; }))
+        << "while the stream runs, from the next frame on";
 }
 
 TEST(Processing, TheQueueModeIsChosenAtTheStart) {

@@ -118,6 +118,11 @@ TEST(Packet, BodiesAreReadFromTheirPlaces) {
     EXPECT_EQ(wide.leader.size_y, 480U);
     EXPECT_EQ(parse(extended_leader(1, 6)).leader.size_x, 0U) << "JPEG has no size there";
 
+    EXPECT_EQ(leader.leader.padding_x, 0U) << "it ends before";
+    EXPECT_EQ(parse(standard_leader(7).u16(9).u16(0)).leader.padding_x, 9U);
+    const auto padded = extended(0, 0, 1, 1, 0).u32(1).u64(0).u32(0x01080001).u32(640).u32(480).u64(0).u16(5).u16(0);
+    EXPECT_EQ(parse(padded).leader.padding_x, 5U);
+
     const auto chunks = parse(standard(0, 1, 2, 9).u16(0).u16(5).u32(100).u32(0).u32(77));
     ASSERT_EQ(chunks.kind, gvsp_packet_kind::trailer);
     EXPECT_EQ(chunks.trailer.chunk_data_payload_length, 100U);
