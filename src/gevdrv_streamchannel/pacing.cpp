@@ -54,7 +54,7 @@ pacing::decision pacing::decide(const reading& seen) const noexcept {
     const double fastest = std::max(rate, rate_before);
     const uint32_t length = packets < usual_length ? usual_length : seen.frame.packets_expected;
     if (fastest == 0 || packets >= length) return gather(seen.bytes);
-    const double left = (length - packets) / fastest;
+    const double left = (length - packets - 1) / fastest; // the last one may have come a whole distance ago
     const int64_t longest = cautious > 0 ? gathering_time : longest_sleep;
     const double most = std::min(static_cast<double>(std::min(longest, seen.frame.patience / 2)), longest_at(fastest));
     const double time = std::max(std::min(left * 0.75, most), std::min<double>(shortest_sleep, most));
@@ -93,11 +93,7 @@ void pacing::frame_began(const reading& seen) noexcept {
 void pacing::frame_ended(uint64_t now) noexcept {
     under_way = false;
     if (rate == 0 && now > began) rate = (packets - packets_at_begin) / static_cast<double>(now - began);
-    if (rate > rate_before) {
-        rate_before = rate;
-    } else if (rate > 0) {
-        rate_before -= (rate_before - rate) / 4;
-    }
+    if (rate > 0) rate_before = rate;
     if (cautious > 0) {
         --cautious;
     } else if (last.predicted && last.time > tolerated_delay && !woke_late) {

@@ -53,7 +53,7 @@ private:
     uint32_t packets_at_begin = 0;
     uint32_t packets = 0;
     bool under_way = false;
-    // Packets per microsecond in the fastest stretch of it, and of those before, slowly forgotten; 0: not known.
+    // Packets per microsecond in the fastest stretch of it and of the one before; 0: not known.
     double rate = 0;
     double rate_before = 0;
     uint64_t stretch_began = 0;
