@@ -1,7 +1,7 @@
 // usage: bench_network [rounds]
 // What reaches a consumer of the real library, over a real service, from a simulated camera on loopback: its events at
 // 2000 a second for ten seconds while frames stream, and changes of the list of cameras. Prints markdown.
-#include "child.h"
+#include "../child_process.h"
 
 #include <cli/gentl_library.h>
 #include <cli/node_map.h>
@@ -9,6 +9,7 @@
 
 #include <fmt/format.h>
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -22,7 +23,6 @@
 namespace {
 
 using namespace GenTL;
-using bench::child;
 using clock = std::chrono::steady_clock;
 
 constexpr int rate = 2000; // events a second, one for each frame
@@ -130,8 +130,8 @@ void measure_events(const std::string& cti, bool extended) {
     lib.check("GCUnregisterEvent", lib.GCUnregisterEvent(device->get(), EVENT_REMOTE_DEVICE));
 }
 
-void measure_lists(const std::string& cti, std::unique_ptr<child>& camera, const std::vector<std::string>& command,
-                   int rounds) {
+void measure_lists(const std::string& cti, std::unique_ptr<bench::child_process>& camera,
+                   const std::vector<std::string>& command, int rounds) {
     const consumer user{cti};
     const auto& lib = *user.lib;
     EVENT_HANDLE event = nullptr;
@@ -156,7 +156,7 @@ void measure_lists(const std::string& cti, std::unique_ptr<child>& camera, const
         camera->end(SIGKILL);
         gone.push_back(told_after(begin, false));
         begin = clock::now();
-        camera = std::make_unique<child>(command);
+        camera = std::make_unique<bench::child_process>(command);
         back.push_back(told_after(begin, true));
     }
     lib.check("GCUnregisterEvent", lib.GCUnregisterEvent(user.interface->get(), EVENT_MODULE));
@@ -199,13 +199,13 @@ int main(int argc, char** argv) {
         for (const bool extended : {false, true}) {
             auto with = command;
             if (extended) with.push_back("--extended-ids");
-            const child camera{with};
-            const child service{{bin / "orv-gentl-gev-service", "--no-networks", "--discover", address}};
+            const bench::child_process camera{with};
+            const bench::child_process service{{bin / "orv-gentl-gev-service", "--no-networks", "--discover", address}};
             measure_events(cti, extended);
         }
         fmt::print("\n| change of the list | rounds | median, ms | longest, ms |\n|---|---|---|---|\n");
-        auto camera = std::make_unique<child>(command);
-        const child service{{bin / "orv-gentl-gev-service", "--no-networks", "--discover", address}};
+        auto camera = std::make_unique<bench::child_process>(command);
+        const bench::child_process service{{bin / "orv-gentl-gev-service", "--no-networks", "--discover", address}};
         measure_lists(cti, camera, command, rounds);
     } catch (const std::exception& failure) {
         fmt::print(stderr, "bench_network: {}\n", failure.what());

@@ -1,6 +1,6 @@
 // What many cameras cost: the same total rate from 1, 2, 4, ... of them, taken by one consumer or by as many, with the
 // real library and a real service. Prints markdown.
-#include "child.h"
+#include "../child_process.h"
 #include "process_view.h"
 
 #include <cli/gentl_library.h>
@@ -24,7 +24,7 @@
 namespace {
 
 using namespace GenTL;
-using bench::child;
+using bench::child_process;
 using namespace std::chrono_literals;
 
 constexpr size_t most_cameras = 64;
@@ -250,8 +250,8 @@ result measure(const options& wanted, size_t cameras, bool one_consumer) {
     for (size_t i = 0; i < cameras; ++i) {
         service_command.insert(service_command.end(), {"--discover", network + std::to_string(10 + i)});
     }
-    const child camera{camera_command};
-    const child service{service_command};
+    const child_process camera{camera_command};
+    const child_process service{service_command};
 
     void* memory = mmap(nullptr, sizeof(shared_counters), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (memory == MAP_FAILED) throw std::runtime_error("no shared memory");

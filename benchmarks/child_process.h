@@ -1,4 +1,4 @@
-// A program that runs beside a measurement.
+// A program that a benchmark needs beside itself.
 #pragma once
 
 #include <signal.h>
@@ -13,9 +13,9 @@
 namespace bench {
 
 // Ends with this object. Its first line of output has been read when the constructor returns.
-class child final {
+class child_process final {
 public:
-    explicit child(const std::vector<std::string>& command) {
+    explicit child_process(const std::vector<std::string>& command) {
         int pipe_ends[2];
         if (pipe(pipe_ends) != 0) throw std::runtime_error("no pipe");
         std::vector<char*> arguments;
@@ -35,9 +35,9 @@ public:
         output = pipe_ends[0]; // stays open: the program may say more
         if (!ready) throw std::runtime_error(command.front() + " does not start");
     }
-    ~child() { end(SIGTERM); }
-    child(const child&) = delete;
-    child& operator=(const child&) = delete;
+    ~child_process() { end(SIGTERM); }
+    child_process(const child_process&) = delete;
+    child_process& operator=(const child_process&) = delete;
     [[nodiscard]] int id() const noexcept { return pid; }
     void end(int signal_number) {
         if (pid <= 0) return;
