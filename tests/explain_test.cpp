@@ -136,6 +136,7 @@ TEST(Explain, AWatchBesideTheConsumer) {
     }
     EXPECT_GT(drops, 0U) << watch.output();
     ASSERT_TRUE(last.contains("sum")) << watch.output();
+    EXPECT_EQ(last["sum"][0]["cause"], "socket_buffer") << last;
     EXPECT_THAT(last["sum"][0]["sentence"].get<std::string>(), HasSubstr("dropped at this host's socket")) << last;
 }
 

@@ -112,6 +112,7 @@ private:
         plus(sum.thread_waited, last.thread_waited);
         plus(sum.host_queue_drops, last.host_queue_drops);
         plus(sum.host_queue_squeezed, last.host_queue_squeezed);
+        sum.socket_buffer = last.socket_buffer;
         sum.socket_buffer_limit = last.socket_buffer_limit;
         sum.interface = last.interface;
         sum.mtu = last.mtu;

@@ -147,7 +147,8 @@ void grabber::stop() {
         triggers_left_out += trigger->left_out();
     }
     // A frame that the stop cuts short is no loss.
-    if (watch) attempt([&] { explain_losses(); });
+    const bool watched = watch.has_value();
+    if (watched) attempt([&] { explain_losses(); });
     if (camera_started) attempt([&] { execute(require_node(session->remote, "AcquisitionStop")); });
     if (acquiring && session->remote.document().find_node("TLParamsLocked") != nullptr)
         attempt([&] { set_from_text(require_node(session->remote, "TLParamsLocked"), "0"); });
@@ -168,7 +169,7 @@ void grabber::stop() {
     });
     if (trigger) attempt([&] { trigger->put_back(); });
     trigger.reset();
-    if (evidence && complete == complete_before && packet_size > 0)
+    if (watched && evidence && complete == complete_before && packet_size > 0)
         attempt([&] {
             evidence->largest_that_passes =
                 largest_packet_that_passes(session->lib, remote_port(session->lib, *session->device), stream_address,

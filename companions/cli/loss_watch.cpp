@@ -1,7 +1,5 @@
 #include "loss_watch.h"
 
-#include <unistd.h>
-
 namespace cli {
 
 loss_watch::loss_watch(uint32_t to, uint16_t at, int receiver)
@@ -27,7 +25,7 @@ void loss_watch::take(loss_evidence& into) {
     const auto since = [](uint64_t before, uint64_t after) { return after >= before ? after - before : after; };
     into.seconds = std::chrono::duration<double>{now.at - last.at}.count();
     if (now.socket_drops) into.socket_drops = since(last.socket_drops.value_or(0), *now.socket_drops);
-    if (process == getpid()) into.socket_buffer = receive_buffer_of(inode);
+    if (sees) into.socket_buffer = receive_buffer_of(inode);
     into.socket_buffer_limit = read_receive_buffer_limit();
     if (now.thread) {
         constexpr double nanosecond = 1e-9;

@@ -20,7 +20,6 @@
 #include <pwd.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace cli {
@@ -115,22 +114,6 @@ void add_driver_counters(const control_socket& control, const std::string& inter
 std::vector<udp_socket_row> read_udp_sockets() { return parse_udp_sockets(read_file("/proc/net/udp")); }
 softnet_counts read_softnet() { return parse_softnet(read_file("/proc/net/softnet_stat")); }
 std::optional<uint64_t> read_receive_buffer_limit() { return read_number("/proc/sys/net/core/rmem_max"); }
-
-std::optional<uint64_t> receive_buffer_of(uint64_t inode) {
-    std::error_code ignored;
-    for (const auto& entry : fs::directory_iterator{"/proc/self/fd", ignored}) {
-        int descriptor = -1;
-        const std::string name = entry.path().filename();
-        std::from_chars(name.data(), name.data() + name.size(), descriptor);
-        struct stat known {};
-        if (fstat(descriptor, &known) != 0 || !S_ISSOCK(known.st_mode) || known.st_ino != inode) continue;
-        int size = 0;
-        socklen_t length = sizeof size;
-        if (getsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &size, &length) != 0) return std::nullopt;
-        return static_cast<uint64_t>(size) / 2; // the kernel doubles it for its own bookkeeping
-    }
-    return std::nullopt;
-}
 
 std::optional<schedule_counts> read_receive_thread(int process) {
     std::optional<schedule_counts> busiest;
