@@ -44,6 +44,7 @@ TEST(LinkShare, EverybodyGetsTheSameMultipleOfItsNeed) {
     const share_row rows[] = {
         {"alone", {{50e6, gigabit}}, true, false, {gigabit}},
         {"alone_and_more_than_its_link", {{130e6, gigabit}}, false, false, {gigabit}},
+        {"alone_without_room_for_resends", {{110e6, gigabit}}, false, false, {gigabit}},
         {"alone_on_a_faster_link", {{50e6, 10 * gigabit}}, true, true, {100e6}},
         {"two_alike", {{20e6, gigabit}, {20e6, gigabit}}, true, true, {50e6, 50e6}},
         {"one_to_three", {{10e6, gigabit}, {30e6, gigabit}}, true, true, {25e6, 75e6}},

@@ -73,6 +73,8 @@ public:
             for (const char* each : {"remote", "device", "stream", "interface", "system"}) add(each);
         } else if (before == "--access") {
             for (const char* each : {"readonly", "control", "exclusive"}) add(each);
+        } else if (before == "--by") {
+            for (const char* each : {"any", "limit", "delay"}) add(each);
         } else if (before == "--level") {
             for (const char* each : {"beginner", "expert", "guru", "invisible"}) add(each);
         } else if (current.starts_with('-')) {

@@ -35,9 +35,9 @@ link_shares share_link(std::span<const link_user> users, double link, double usa
         shares.fits = shares.fits && each.needs <= each.own_link;
         shares.bytes_per_second.push_back(each.own_link);
     }
+    shares.fits = shares.fits && needed <= usable;
     shares.limited = at_once > link;
     if (!shares.limited) return shares;
-    shares.fits = shares.fits && needed <= usable;
     // Those whose own links carry less than their part leave the rest to the others, whose part grows: at most once for
     // each until nothing changes.
     std::vector<bool> capped(users.size());

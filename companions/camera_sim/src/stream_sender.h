@@ -85,6 +85,7 @@ private:
     void transmit(std::span<packet> packets, std::size_t count, const frame& from);
     // One packet of its own, which the shared link may drop.
     void transmit_unscheduled(packet& one, const frame& from);
+    // From one packet's begin to the next's, as link and registers say. Under the device's mutex.
     [[nodiscard]] clock::duration packet_time_of(uint32_t packet_size) const;
     void set_fragmentation(bool forbidden);
     void count_refused_frame(uint64_t block_id);
