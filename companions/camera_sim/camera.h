@@ -54,10 +54,10 @@ struct light_change {
 enum class scene_kind { none, grey, colours };
 struct scene_options {
     scene_kind what = scene_kind::none;
-    std::vector<light_change> light; // by frame
-    double flicker = 0;              // part of the light that swings
-    double flicker_frequency = 100;  // Hz
-    uint32_t sharp_at = 430;         // focus position, 0 to 1000; also the one at the start
+    std::vector<light_change> light{}; // by frame
+    double flicker = 0;                // part of the light that swings
+    double flicker_frequency = 100;    // Hz
+    uint32_t sharp_at = 430;           // focus position, 0 to 1000; also the one at the start
 };
 
 struct camera_options {
@@ -81,11 +81,11 @@ struct camera_options {
     uint32_t max_packet_size = 16000; // what the register accepts, a multiple of the step or not
     uint32_t packet_size_step = 4;
     size_rounding packet_size_rounding = size_rounding::down;
-    uint32_t mtu = 65535;      // larger datagrams vanish when they must not be fragmented
-    double pacing = 0.5;       // part of the frame period over which a frame's packets are spread, 0 at once
+    uint32_t mtu = 65535;                // larger datagrams vanish when they must not be fragmented
+    double pacing = 0.5;                 // part of the frame period over which a frame's packets are spread, 0 at once
     std::shared_ptr<shared_link> link{}; // what all packets go through, at most at its rate; null: nothing limits
-    bool segmentation = false; // let the kernel cut the datagrams (UDP_SEGMENT)
-    bool extended_ids = false; // 64-bit block ids from the start
+    bool segmentation = false;           // let the kernel cut the datagrams (UDP_SEGMENT)
+    bool extended_ids = false;           // 64-bit block ids from the start
     bool resend = true;
     bool source_port = true; // stream source port register
     bool zipped_document = false;
