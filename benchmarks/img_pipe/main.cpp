@@ -79,12 +79,15 @@ double now_ns(bool of_thread) {
     return static_cast<double>(t.tv_sec) * 1e9 + static_cast<double>(t.tv_nsec);
 }
 
-// ns per pixel: the median, all roads in turn, each on the frame that was used longest ago.
+// ns per pixel: the median, all roads in turn, each on the frame that was used longest ago. Before each round `renew`
+// is given every frame, that one first: what is changed in place again and again turns white.
 std::vector<double> measure(double pixels, const options& o, std::size_t frames,
-                            const std::vector<std::function<void(std::size_t)>>& roads) {
+                            const std::vector<std::function<void(std::size_t)>>& roads,
+                            const std::function<void(std::size_t)>& renew) {
     std::vector<std::vector<double>> times(roads.size());
     std::size_t next = 0;
-    for (std::size_t round = 0; round <= o.rounds; ++round)
+    for (std::size_t round = 0; round <= o.rounds; ++round) {
+        for (std::size_t i = 0; i < frames && renew; ++i) renew((next + i) % frames);
         for (std::size_t i = 0; i < roads.size(); ++i) {
             if (!roads[i] || (i == 0 && round > 3)) continue; // the plain level is slow and steady
             const double start = now_ns(o.busy);
@@ -92,6 +95,7 @@ std::vector<double> measure(double pixels, const options& o, std::size_t frames,
             const double t = now_ns(o.busy) - start;
             if (round > 0) times[i].push_back(t / pixels);
         }
+    }
     std::vector<double> out;
     for (auto& t : times) {
         std::ranges::sort(t);
@@ -170,7 +174,10 @@ void report(const task& what, int width, int height, int threads, const options&
         copy_in_parts(copies[i % copies.size()].data(), copies[(i + copies.size() / 2) % copies.size()].data(), half,
                       threads);
     });
-    const auto t = measure(static_cast<double>(pixels), o, frames.size(), roads);
+    std::function<void(std::size_t)> renew;
+    const std::vector<std::uint8_t> original = frames[0].in;
+    if (what.to == 0) renew = [&](std::size_t i) { std::ranges::copy(original, frames[i].in.begin()); };
+    const auto t = measure(static_cast<double>(pixels), o, frames.size(), roads, renew);
     std::printf("| %s | %.1f | %d |", what.name, static_cast<double>(pixels) / 1e6, threads);
     for (const double v : t)
         if (v > 0)

@@ -1,6 +1,6 @@
 // A table of 256 bytes as a curve that vectors compute: straight pieces of eight entries, each entry up to one above
-// its piece. Corrections of light give such tables nearly everywhere; the few blocks of sixteen where a curve is
-// steeper or has a corner are kept as they are.
+// its piece. Corrections of light give such tables nearly everywhere; the few pieces where a curve bends or has
+// a corner are kept as they are.
 #pragma once
 #include <cstdint>
 #include <cstring>
@@ -8,16 +8,16 @@
 namespace img_pipe {
 namespace {
 
-constexpr int most_exact_blocks = 4;
+constexpr int most_exact = 4;
 
 struct byte_curve {
-    alignas(16) std::uint8_t base[32];  // of entries 8 i on
-    alignas(16) std::uint8_t slope[32]; // in parts of 16
-    alignas(16) std::uint8_t above[32]; // bit k: entry 8 i + k is one above its piece
-    alignas(16) std::uint8_t exact[most_exact_blocks][16];
-    std::uint8_t exact_at[most_exact_blocks]; // first entry of the block; a number that is no multiple of 16: none
-    int exact_blocks;                         // more than most_exact_blocks: the table is no such curve
-    bool unchanged;                           // the table gives each byte itself, as green's mostly does
+    alignas(16) std::uint8_t base[32];              // of entries 8 i on
+    alignas(16) std::uint8_t slope[32];             // in parts of 16
+    alignas(16) std::uint8_t above[32];             // bit k: entry 8 i + k is one above its piece
+    alignas(16) std::uint8_t exact[most_exact][16]; // the eight entries of a piece that is kept
+    std::uint8_t exact_at[most_exact];              // which piece; 255: none
+    int exact_count;                                // more than most_exact: the table is no such curve
+    bool unchanged;                                 // the table gives each byte itself, as green's mostly does
     std::uint8_t table[256];
 };
 
@@ -52,20 +52,17 @@ struct byte_curve {
     std::memcpy(curve.table, table, 256);
     curve.unchanged = true;
     for (int v = 0; v < 256; ++v) curve.unchanged = curve.unchanged && table[v] == v;
-    curve.exact_blocks = 0;
-    for (std::uint8_t& at : curve.exact_at) at = 1;
-    for (int block = 0; block < 16; ++block) {
-        bool fits = true;
-        for (int i = 2 * block; i < 2 * block + 2; ++i) {
-            curve.base[i] = curve.slope[i] = curve.above[i] = 0;
-            fits = fit_piece(table + 8 * i, curve.base[i], curve.slope[i], curve.above[i]) && fits;
+    curve.exact_count = 0;
+    std::memset(curve.exact, 0, sizeof(curve.exact));
+    std::memset(curve.exact_at, 255, sizeof(curve.exact_at));
+    for (int i = 0; i < 32; ++i) {
+        curve.base[i] = curve.slope[i] = curve.above[i] = 0;
+        if (fit_piece(table + 8 * i, curve.base[i], curve.slope[i], curve.above[i])) continue;
+        if (curve.exact_count < most_exact) {
+            std::memcpy(curve.exact[curve.exact_count], table + 8 * i, 8);
+            curve.exact_at[curve.exact_count] = static_cast<std::uint8_t>(i);
         }
-        if (fits) continue;
-        if (curve.exact_blocks < most_exact_blocks) {
-            std::memcpy(curve.exact[curve.exact_blocks], table + 16 * block, 16);
-            curve.exact_at[curve.exact_blocks] = static_cast<std::uint8_t>(16 * block);
-        }
-        ++curve.exact_blocks;
+        ++curve.exact_count;
     }
 }
 

@@ -31,10 +31,10 @@ HWY_INLINE vec_bytes pack_words(vec_words low, vec_words high) {
 #endif
 
 // A curve in registers.
-template <int exact_blocks>
+template <int exact_count>
 struct curve_vectors {
     vec_bytes base[2], slope[2], above[2]; // of bytes below 128, and of the others
-    vec_bytes exact[exact_blocks + 1], exact_at[exact_blocks + 1];
+    vec_bytes exact[exact_count + 1], exact_at[exact_count + 1];
 
     explicit HWY_INLINE curve_vectors(const byte_curve& c) {
         const bytes_tag tag;
@@ -43,7 +43,7 @@ struct curve_vectors {
             slope[i] = hn::LoadDup128(tag, c.slope + 16 * i);
             above[i] = hn::LoadDup128(tag, c.above + 16 * i);
         }
-        for (int i = 0; i < exact_blocks; ++i) {
+        for (int i = 0; i < exact_count; ++i) {
             exact[i] = hn::LoadDup128(tag, c.exact[i]);
             exact_at[i] = hn::Set(tag, c.exact_at[i]);
         }
@@ -53,8 +53,8 @@ struct curve_vectors {
         const bytes_tag tag;
         const words_tag wide;
         alignas(16) static constexpr std::uint8_t bits[16] = {1, 2, 4, 8, 16, 32, 64, 128};
-        const auto nibble = hn::Set(tag, std::uint8_t{15});
-        const auto piece = hn::And(hn::BitCast(tag, hn::ShiftRight<3>(hn::BitCast(wide, v))), nibble);
+        const auto piece =
+            hn::And(hn::BitCast(tag, hn::ShiftRight<3>(hn::BitCast(wide, v))), hn::Set(tag, std::uint8_t{31}));
         const auto within = hn::And(v, hn::Set(tag, std::uint8_t{7}));
         const auto of_piece = [&](const vec_bytes* parts) HWY_ATTR {
             return by_top_bit(v, hn::TableLookupBytes(parts[1], piece), hn::TableLookupBytes(parts[0], piece));
@@ -67,11 +67,8 @@ struct curve_vectors {
         const auto bit = hn::TableLookupBytes(hn::LoadDup128(tag, bits), within);
         const auto one_above = hn::VecFromMask(tag, hn::Eq(hn::And(of_piece(above), bit), bit));
         out = hn::Sub(out, one_above); // of which none is at 255
-        if constexpr (exact_blocks > 0) {
-            const auto block = hn::AndNot(nibble, v), place = hn::And(v, nibble);
-            for (int i = 0; i < exact_blocks; ++i)
-                out = hn::IfThenElse(hn::Eq(block, exact_at[i]), hn::TableLookupBytes(exact[i], place), out);
-        }
+        for (int i = 0; i < exact_count; ++i)
+            out = hn::IfThenElse(hn::Eq(piece, exact_at[i]), hn::TableLookupBytes(exact[i], within), out);
         return out;
     }
 };
@@ -104,14 +101,14 @@ HWY_INLINE std::int32_t map_pairs(const Even& even, const Odd& odd, const std::u
 }
 
 // Returns how many bytes it has done.
-template <int exact_blocks>
+template <int exact_count>
 HWY_ATTR std::int32_t map_along_curves(const byte_curve& even, const byte_curve& odd, const std::uint8_t* in,
                                        std::int32_t width, std::uint8_t* out) {
     const bytes_tag tag;
-    if (even.unchanged) return map_pairs(unchanged_vectors(), curve_vectors<exact_blocks>(odd), in, width, out);
-    const curve_vectors<exact_blocks> of_even(even);
+    if (even.unchanged) return map_pairs(unchanged_vectors(), curve_vectors<exact_count>(odd), in, width, out);
+    const curve_vectors<exact_count> of_even(even);
     if (odd.unchanged) return map_pairs(of_even, unchanged_vectors(), in, width, out);
-    if (&even != &odd) return map_pairs(of_even, curve_vectors<exact_blocks>(odd), in, width, out);
+    if (&even != &odd) return map_pairs(of_even, curve_vectors<exact_count>(odd), in, width, out);
     constexpr std::int32_t step = HWY_LANES(std::uint8_t);
     std::int32_t x = 0;
     for (; x + step <= width; x += step) hn::StoreU(of_even(hn::LoadU(tag, in + x)), tag, out + x);
@@ -120,8 +117,8 @@ HWY_ATTR std::int32_t map_along_curves(const byte_curve& even, const byte_curve&
 
 [[maybe_unused]] HWY_ATTR void map_sites_v(const byte_curve& even, const byte_curve& odd, const std::uint8_t* in,
                                            std::int32_t width, std::uint8_t* out) {
-    const int exact = even.exact_blocks > odd.exact_blocks ? even.exact_blocks : odd.exact_blocks;
-    if (exact > most_exact_blocks) return look_up_sites_v(even.table, odd.table, in, width, out);
+    const int exact = even.exact_count > odd.exact_count ? even.exact_count : odd.exact_count;
+    if (exact > most_exact) return look_up_sites_v(even.table, odd.table, in, width, out);
     std::int32_t x = 0;
     if (exact == 0)
         x = map_along_curves<0>(even, odd, in, width, out);
@@ -130,7 +127,7 @@ HWY_ATTR std::int32_t map_along_curves(const byte_curve& even, const byte_curve&
     else if (exact == 2)
         x = map_along_curves<2>(even, odd, in, width, out);
     else
-        x = map_along_curves<most_exact_blocks>(even, odd, in, width, out);
+        x = map_along_curves<most_exact>(even, odd, in, width, out);
     look_up_sites(even.table, odd.table, in + x, width - x, out + x);
 }
 
