@@ -518,8 +518,8 @@ TEST_F(ImageFeatures, RawNumbersOfCameras) {
 <IntConverter Name="C"><FormulaTo>FROM - 80</FormulaTo><FormulaFrom>TO + 80</FormulaFrom><pValue>B</pValue>
   <Slope>Increasing</Slope></IntConverter>
 <Enumeration Name="PixelFormat"><EnumEntry Name="BayerRG8"><Value>0</Value></EnumEntry><Value>0</Value></Enumeration>
-<Port Name="Device"/>)" + int_register("G", "0x30000004") +
-            int_register("S", "0x30000008") +
+<Port Name="Device"/>)" +
+            int_register("G", "0x30000004") + int_register("S", "0x30000008") +
             int_register("B", "0x30000100", "<pIndex Offset=\"4\">S</pIndex>") + "</RegisterDescription>");
         open_raw();
         EXPECT_EQ(block->get<uint32_t>(116), green ? 0U : 1U) << "without green this host applies the gains";
@@ -589,8 +589,7 @@ TEST_F(ImageFeatures, ShowInThePicturesAndSteerTheCamera) {
     };
     const double plain = mean_of_last("plain", {"SoftwareBrightness=64"}, "3");
     ASSERT_GT(plain, 0);
-    const double bright =
-        mean_of_last("bright", {"SoftwareImageProcessingEnable=true", "SoftwareBrightness=64"}, "3");
+    const double bright = mean_of_last("bright", {"SoftwareImageProcessingEnable=true", "SoftwareBrightness=64"}, "3");
     EXPECT_GT(bright, plain + 20) << "a quarter of full scale, but for what is white already";
 
     const double dark = mean_of_last("dark", {"ExposureTime=1000"}, "3");

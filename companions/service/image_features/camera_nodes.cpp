@@ -12,14 +12,14 @@ namespace {
 constexpr unsigned direct = access_flags::bypass_cache;
 
 // By preference: a name of the standard's newer editions first. A raw exposure counts microseconds unless the camera
-// states a time base. What a step of a raw gain is worth only the camera's manual tells: taken as a whole decibel, or as
-// the part of the widest range that its limits leave. A camera with finer steps makes the control slower, never unstable.
+// states a time base. What a step of a raw gain is worth only the camera's manual tells: taken as a whole decibel, or
+// as the part of the widest range that its limits leave. A camera with finer steps makes the control slower, never
+// unstable.
 constexpr auto exposure_names = std::to_array<std::string_view>({"ExposureTime", "ExposureTimeAbs", "ExposureTimeRaw"});
 constexpr auto gain_names = std::to_array<std::string_view>({"Gain", "GainAbs", "GainRaw"});
 constexpr auto iris_names = std::to_array<std::string_view>({"Iris"});
 constexpr auto focus_names = std::to_array<std::string_view>({"Focus", "FocusStepper"});
-constexpr auto ratio_names =
-    std::to_array<std::string_view>({"BalanceRatio", "BalanceRatioAbs", "BalanceRatioRaw"});
+constexpr auto ratio_names = std::to_array<std::string_view>({"BalanceRatio", "BalanceRatioAbs", "BalanceRatioRaw"});
 constexpr double widest_gain = 48; // dB
 // The rate that was asked for. What results from it falls with the exposure time, so it is no bound for that.
 constexpr auto rate_names = std::to_array<std::string_view>({"AcquisitionFrameRate", "AcquisitionFrameRateAbs"});
