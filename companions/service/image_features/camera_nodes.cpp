@@ -175,12 +175,12 @@ void camera_nodes::find_nodes() {
             if (microseconds && std::isfinite(*microseconds) && *microseconds > 0) exposure.scale = *microseconds;
         }
     }
+    gain_selector = document->find<IEnumeration>("GainSelector");
     numbers[static_cast<std::size_t>(control::gain)] = find_number(gain_names);
     scale_raw_gain();
     numbers[static_cast<std::size_t>(control::iris)] = find_number(iris_names);
     numbers[static_cast<std::size_t>(control::focus)] = find_number(focus_names);
     rate = find_number(rate_names);
-    gain_selector = document->find<IEnumeration>("GainSelector");
 
     ratio_selector = document->find<IEnumeration>("BalanceRatioSelector");
     if (ratio_selector != nullptr) ratio = find_number(ratio_names);
