@@ -3,7 +3,6 @@
 // a pass takes three.
 #include "loop_runner.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
