@@ -125,7 +125,7 @@ TEST(ImageLoops, ReachTheBrightnessInFifteenPasses) {
     std::vector<loop> loops{
         {"exposure from a 16th", {}, {{"ExposureTime", "625"}, {"AutoExposure", "true"}}, 90},
         {"exposure from 16 times", {}, {{"ExposureTime", "160000"}, {"AutoExposure", "true"}}, 90},
-        {"gain from a 16th", {"--light", "0:0.0795"}, {{"AutoGain", "true"}}, 90},
+        {"gain from a 16th", {"--light", "0:0.0625"}, {{"AutoGain", "true"}}, 90},
         {"gain from 16 times", {}, {{"Gain", "24"}, {"AutoGain", "true"}}, 90},
         {"iris from a 16th", {}, {{"Iris", "50"}, {"AutoIris", "true"}}, 90},
         {"iris from 16 times", {}, {{"Iris", "12800"}, {"AutoIris", "true"}}, 90},
