@@ -655,8 +655,8 @@ TEST_F(ImageFeatures, RawNumbersOfCameras) {
 <IntConverter Name="C"><FormulaTo>FROM - 80</FormulaTo><FormulaFrom>TO + 80</FormulaFrom><pValue>B</pValue>
   <Slope>Increasing</Slope></IntConverter>
 <Enumeration Name="PixelFormat"><EnumEntry Name="BayerRG8"><Value>0</Value></EnumEntry><Value>0</Value></Enumeration>
-<Port Name="Device"/>)" + int_register("G", "0x30000004") +
-            int_register("S", "0x30000008") +
+<Port Name="Device"/>)" +
+            int_register("G", "0x30000004") + int_register("S", "0x30000008") +
             int_register("B", "0x30000100", "<pIndex Offset=\"4\">S</pIndex>") + "</RegisterDescription>");
         open_raw();
         EXPECT_EQ(block->get<uint32_t>(116), green ? 0U : 1U) << "without green this host applies the gains";

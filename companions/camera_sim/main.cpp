@@ -72,14 +72,15 @@ void declare(CLI::App& app, arguments& args) {
 
     const auto* scene = "Scene (with it the picture answers to exposure, gain, iris, focus and white balance)";
     app.add_option("--scene", camera.scene.what, "In place of the test picture, for 8-bit formats: grey, colours")
-        ->transform(CLI::CheckedTransformer(std::map<std::string, camera_sim::scene_kind>{
-            {"none", camera_sim::scene_kind::none},
-            {"grey", camera_sim::scene_kind::grey},
-            {"colours", camera_sim::scene_kind::colours}}))
+        ->transform(CLI::CheckedTransformer(
+            std::map<std::string, camera_sim::scene_kind>{{"none", camera_sim::scene_kind::none},
+                                                          {"grey", camera_sim::scene_kind::grey},
+                                                          {"colours", camera_sim::scene_kind::colours}}))
         ->group(scene);
-    app.add_option("--light", args.light,
-                   "FRAME:LEVEL[:RED:BLUE], the light from a frame of the acquisition on, by frame; level 1 is right at "
-                   "the start")
+    app.add_option(
+           "--light", args.light,
+           "FRAME:LEVEL[:RED:BLUE], the light from a frame of the acquisition on, by frame; level 1 is right at "
+           "the start")
         ->group(scene);
     app.add_option("--flicker", camera.scene.flicker, "Part of the light that swings")
         ->check(CLI::Range(0.0, 1.0))

@@ -375,6 +375,11 @@ bool set_parsed(INode& node, const std::string& text, std::error_code& error, st
         if (error) advice = fmt::format(". It can be now: {}.", fmt::join(names, ", "));
         return true;
     }
+    if (auto* command = node_cast<ICommand>(&node)) { // in a row of settings it has its place, too
+        if (text != "true" && text != "1") return false;
+        error = command->execute(0);
+        return true;
+    }
     if (auto* reg = node_cast<IRegister>(&node)) {
         const auto bytes = bytes_from_text(text);
         if (!bytes) return false;

@@ -442,10 +442,9 @@ uint32_t pixel_format_value(const std::string& text) {
 
 std::string make_document(const camera_options& options) {
     document_writer doc{options.vendor, options.model};
-    std::vector<std::string> categories{"DeviceControl",    "ImageFormatControl", "AcquisitionControl",
-                                        "AnalogControl",    "LUTControl",         "DigitalIOControl",
-                                        "ChunkDataControl", "EventControl",       "ActionControl",
-                                        "UserSetControl",   "TransportLayerControl"};
+    std::vector<std::string> categories{"DeviceControl", "ImageFormatControl", "AcquisitionControl",   "AnalogControl",
+                                        "LUTControl",    "DigitalIOControl",   "ChunkDataControl",     "EventControl",
+                                        "ActionControl", "UserSetControl",     "TransportLayerControl"};
     const bool scene = options.scene.what != scene_kind::none;
     if (scene) categories.insert(categories.begin() + 4, "LensControl");
     doc.category("Root", categories);

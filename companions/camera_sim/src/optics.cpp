@@ -58,8 +58,8 @@ std::array<double, 3> reflectance(uint32_t x, uint32_t y, uint32_t width, uint32
 }
 
 // A line's means over 2 reach + 1 places, the outermost of them by their part; edges are mirrored.
-void blur_line(const uint8_t* from, std::ptrdiff_t step, std::ptrdiff_t count, double reach, std::vector<uint32_t>& sums,
-               uint8_t* to) {
+void blur_line(const uint8_t* from, std::ptrdiff_t step, std::ptrdiff_t count, double reach,
+               std::vector<uint32_t>& sums, uint8_t* to) {
     const auto whole = static_cast<std::ptrdiff_t>(reach);
     const double edge = reach - static_cast<double>(whole);
     const std::ptrdiff_t border = whole + 1;
@@ -71,8 +71,7 @@ void blur_line(const uint8_t* from, std::ptrdiff_t step, std::ptrdiff_t count, d
     sums.resize(static_cast<std::size_t>(count + 2 * border + 1));
     sums[0] = 0;
     for (std::ptrdiff_t i = 0; i < count + 2 * border; ++i)
-        sums[static_cast<std::size_t>(i + 1)] =
-            sums[static_cast<std::size_t>(i)] + from[mirrored(i - border) * step];
+        sums[static_cast<std::size_t>(i + 1)] = sums[static_cast<std::size_t>(i)] + from[mirrored(i - border) * step];
     const auto sum = [&](std::ptrdiff_t first, std::ptrdiff_t end) { // of places around the line
         return static_cast<double>(sums[static_cast<std::size_t>(end + border)] -
                                    sums[static_cast<std::size_t>(first + border)]);
@@ -167,7 +166,8 @@ void optics::expose(uint64_t frame, double seconds, const sensor_settings& now, 
     std::minstd_rand random{static_cast<uint32_t>(frame * 2654435761U + 1)};
     const bool mosaic = now.pixel_format != mono8;
     const auto& cell = mosaics[mosaic ? now.pixel_format - first_mosaic : 0];
-    const uint32_t columns = std::min(now.width, width - now.offset_x), lines = std::min(now.height, height - now.offset_y);
+    const uint32_t columns = std::min(now.width, width - now.offset_x),
+                   lines = std::min(now.height, height - now.offset_y);
     for (uint32_t y = 0; y < lines; ++y) {
         const std::size_t start = std::size_t{y + now.offset_y} * width + now.offset_x;
         std::byte* const to = &out[std::size_t{y} * now.width];
@@ -177,8 +177,7 @@ void optics::expose(uint64_t frame, double seconds, const sensor_settings& now, 
             const response& r = of[c];
             const uint8_t* const place = &seen[seen.size() == 1 ? 0 : c][start];
             for (uint32_t x = phase; x < columns; x += 2) {
-                const int32_t v =
-                    r.mean[place[x]] + r.deviation[place[x]] * noise[(shake + x) % noise_places];
+                const int32_t v = r.mean[place[x]] + r.deviation[place[x]] * noise[(shake + x) % noise_places];
                 to[x] = static_cast<std::byte>(std::clamp(v, 0, r.most) >> 8);
             }
         }

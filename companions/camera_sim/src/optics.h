@@ -14,10 +14,10 @@ namespace camera_sim {
 // Of one frame.
 struct sensor_settings {
     uint32_t width{}, height{}, offset_x{}, offset_y{}, pixel_format{};
-    double exposure{};                       // us
-    std::array<double, 3> gain{};            // dB; red, green, blue; a grey sensor has that of green
-    std::array<double, 3> balance{1, 1, 1};  // factors
-    uint32_t black_level{};                  // counts of 255 above the sensor's own
+    double exposure{};                      // us
+    std::array<double, 3> gain{};           // dB; red, green, blue; a grey sensor has that of green
+    std::array<double, 3> balance{1, 1, 1}; // factors
+    uint32_t black_level{};                 // counts of 255 above the sensor's own
     uint32_t iris{}, focus{};
 };
 
@@ -39,11 +39,11 @@ private:
 
     scene_options scene;
     uint32_t width, height;
-    double electrons = 0;         // per us at the start's iris, of all that is reflected
-    std::vector<plane> sharp;     // one of a grey scene, else red, green, blue
-    std::vector<plane> seen;      // through the lens
-    uint32_t seen_at = 0;         // focus position
-    std::vector<int8_t> noise;    // of variance 1, in 1/32
+    double electrons = 0;      // per us at the start's iris, of all that is reflected
+    std::vector<plane> sharp;  // one of a grey scene, else red, green, blue
+    std::vector<plane> seen;   // through the lens
+    uint32_t seen_at = 0;      // focus position
+    std::vector<int8_t> noise; // of variance 1, in 1/32
 };
 
 } // namespace camera_sim

@@ -157,11 +157,16 @@ stream_sender::settings stream_sender::snapshot(uint64_t number, std::shared_ptr
     current.pattern = memory.get(reg::test_pattern);
     if (scene) {
         sensor_settings& sensor = current.sensor;
-        sensor = {next.width,       next.height,
-                  next.offset_x,    next.offset_y,
-                  next.pixel_format, current.exposure,
-                  {},               {},
-                  memory.get(reg::black_level_raw), memory.get(reg::iris),
+        sensor = {next.width,
+                  next.height,
+                  next.offset_x,
+                  next.offset_y,
+                  next.pixel_format,
+                  current.exposure,
+                  {},
+                  {},
+                  memory.get(reg::black_level_raw),
+                  memory.get(reg::iris),
                   memory.get(reg::focus)};
         for (uint32_t i = 0; i < 3; ++i) {
             sensor.gain[i] = current.gain + memory.get(reg::gain_raw + 4 + 4 * i) / 10.0;

@@ -13,8 +13,8 @@ constexpr uint32_t mono8 = 0x01080001, bayer_rg8 = 0x01080009, size = 256;
 constexpr double black = 2;
 
 struct view {
-    double mean[4] = {};   // of the sites of the 2 x 2 cells, counts of 255 above black
-    double roughness = 0;  // mean square of differences two pixels apart
+    double mean[4] = {};  // of the sites of the 2 x 2 cells, counts of 255 above black
+    double roughness = 0; // mean square of differences two pixels apart
     double highest = 0;
 };
 
@@ -43,7 +43,9 @@ camera_options options_of(scene_options scene) {
     return options;
 }
 
-sensor_settings settings_of(uint32_t format = mono8) { return {size, size, 0, 0, format, 5000, {}, {1, 1, 1}, 0, 800, 430}; }
+sensor_settings settings_of(uint32_t format = mono8) {
+    return {size, size, 0, 0, format, 5000, {}, {1, 1, 1}, 0, 800, 430};
+}
 
 } // namespace
 
@@ -65,7 +67,8 @@ TEST(Optics, LightIsMultiplied) {
         now.exposure = row.exposure;
         now.iris = row.iris;
         now.gain.fill(row.gain);
-        EXPECT_NEAR(look(options_of({.light = {{0, row.level, 1, 1}}}), now).mean[0] / plain, row.factor, 0.05) << row.why;
+        EXPECT_NEAR(look(options_of({.light = {{0, row.level, 1, 1}}}), now).mean[0] / plain, row.factor, 0.05)
+            << row.why;
     }
     sensor_settings full = settings_of();
     full.exposure = 1e6;

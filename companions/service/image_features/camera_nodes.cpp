@@ -12,14 +12,14 @@ namespace {
 constexpr unsigned direct = access_flags::bypass_cache;
 
 // By preference: a name of the standard's newer editions first. A raw exposure counts microseconds unless the camera
-// states a time base. What a step of a raw gain is worth only the camera's manual tells: taken as a whole decibel, or as
-// the part of the widest range that its limits leave. A camera with finer steps makes the control slower, never unstable.
+// states a time base. What a step of a raw gain is worth only the camera's manual tells: taken as a whole decibel, or
+// as the part of the widest range that its limits leave. A camera with finer steps makes the control slower, never
+// unstable.
 constexpr auto exposure_names = std::to_array<std::string_view>({"ExposureTime", "ExposureTimeAbs", "ExposureTimeRaw"});
 constexpr auto gain_names = std::to_array<std::string_view>({"Gain", "GainAbs", "GainRaw"});
 constexpr auto iris_names = std::to_array<std::string_view>({"Iris"});
 constexpr auto focus_names = std::to_array<std::string_view>({"Focus", "FocusStepper"});
-constexpr auto ratio_names =
-    std::to_array<std::string_view>({"BalanceRatio", "BalanceRatioAbs", "BalanceRatioRaw"});
+constexpr auto ratio_names = std::to_array<std::string_view>({"BalanceRatio", "BalanceRatioAbs", "BalanceRatioRaw"});
 constexpr double widest_gain = 48; // dB
 // The rate that was asked for. What results from it falls with the exposure time, so it is no bound for that.
 constexpr auto rate_names = std::to_array<std::string_view>({"AcquisitionFrameRate", "AcquisitionFrameRateAbs"});
@@ -175,12 +175,12 @@ void camera_nodes::find_nodes() {
             if (microseconds && std::isfinite(*microseconds) && *microseconds > 0) exposure.scale = *microseconds;
         }
     }
+    gain_selector = document->find<IEnumeration>("GainSelector");
     numbers[static_cast<std::size_t>(control::gain)] = find_number(gain_names);
     scale_raw_gain();
     numbers[static_cast<std::size_t>(control::iris)] = find_number(iris_names);
     numbers[static_cast<std::size_t>(control::focus)] = find_number(focus_names);
     rate = find_number(rate_names);
-    gain_selector = document->find<IEnumeration>("GainSelector");
 
     ratio_selector = document->find<IEnumeration>("BalanceRatioSelector");
     if (ratio_selector != nullptr) ratio = find_number(ratio_names);

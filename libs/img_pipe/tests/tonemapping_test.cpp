@@ -138,7 +138,9 @@ samples mapped(const layout& f, const samples& s, int w, int h, const tonemappin
     return out;
 }
 
-double tolerance(const layout& f) { return f.bits == 8 ? 1 : f.bits == 32 ? 0.0003 : f.shift == 0 ? 16 : 16 + (1 << f.shift); }
+double tolerance(const layout& f) {
+    return f.bits == 8 ? 1 : f.bits == 32 ? 0.0003 : f.shift == 0 ? 16 : 16 + (1 << f.shift);
+}
 
 void expect_near(const layout& f, const samples& want, const samples& got, const std::string& where) {
     for (std::size_t i = 0; i < want.size(); ++i) {

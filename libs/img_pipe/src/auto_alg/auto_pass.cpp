@@ -132,8 +132,8 @@ auto_pass_result auto_pass(auto_alg_state& of, const img_pipe::img_descriptor& i
 
     const float reference = reference_brightness(p.exposure.reference, seen.bright);
     const float wanted = light_of(reference, p.software);
-    const auto light = static_cast<float>(
-        state->light.take(static_cast<double>(light_of(seen.mean, p.software)), light_product(p)));
+    const auto light =
+        static_cast<float>(state->light.take(static_cast<double>(light_of(seen.mean, p.software)), light_product(p)));
     auto_step step = calc_auto_step(light, wanted, p.exposure, p.gain, p.iris);
     const auto_step limited = calc_auto_step(1, 1, p.exposure, p.gain, p.iris);
     if (step.iris != limited.iris)

@@ -16,9 +16,9 @@ constexpr std::int32_t most_samples = sample_columns * sample_lines;
 // Hz, so that fast cameras do not chase their flicker. Half a millisecond less, for frame times that are rounded.
 constexpr std::uint64_t min_wait_ns = 49'500'000, max_wait_ns = 200'000'000, max_frames = 2;
 
-// Flicker at a rate that does not meet the passes' shows as a light that goes up and down. After so many turns within the
-// last passes the mean of these is acted upon. A move counts from the dead band's width on; a light beyond all of the
-// last passes by this factor is another one and begins anew: it is followed at once.
+// Flicker at a rate that does not meet the passes' shows as a light that goes up and down. After so many turns within
+// the last passes the mean of these is acted upon. A move counts from the dead band's width on; a light beyond all of
+// the last passes by this factor is another one and begins anew: it is followed at once.
 constexpr int light_passes = 12, flicker_turns = 2;
 constexpr double turning_part = 1.04, other_light = 1.3;
 

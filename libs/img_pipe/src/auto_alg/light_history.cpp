@@ -24,7 +24,9 @@ double light_history::take(double brightness, double product) {
         // Of a move only its end counts: from there the light has to come back by a part of itself.
         if (direction >= 0) high = std::max(high, v);
         if (direction <= 0) low = std::min(low, v);
-        const int now = direction <= 0 && v > low * turning_part ? 1 : direction >= 0 && v * turning_part < high ? -1 : 0;
+        const int now = direction <= 0 && v > low * turning_part    ? 1
+                        : direction >= 0 && v * turning_part < high ? -1
+                                                                    : 0;
         if (now == 0) continue;
         turns += direction != 0 ? 1 : 0;
         direction = now;
