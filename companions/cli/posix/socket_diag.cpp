@@ -8,6 +8,7 @@
 #include <linux/sock_diag.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <array>
@@ -25,11 +26,10 @@ struct question {
 // The place in the attribute INET_DIAG_SKMEMINFO.
 constexpr size_t receive_buffer_word = SK_MEMINFO_RCVBUF;
 
-std::optional<uint64_t> buffer_in(const nlmsghdr& message) {
+std::optional<uint64_t> buffer_in(nlmsghdr& message) {
     auto length = static_cast<int>(message.nlmsg_len) - static_cast<int>(NLMSG_LENGTH(sizeof(inet_diag_msg)));
-    const auto* const start = reinterpret_cast<const std::byte*>(&message) + NLMSG_LENGTH(sizeof(inet_diag_msg));
-    for (const auto* item = reinterpret_cast<const rtattr*>(start); RTA_OK(item, length);
-         item = RTA_NEXT(item, length)) {
+    auto* const start = reinterpret_cast<std::byte*>(&message) + NLMSG_LENGTH(sizeof(inet_diag_msg));
+    for (auto* item = reinterpret_cast<rtattr*>(start); RTA_OK(item, length); item = RTA_NEXT(item, length)) {
         if (item->rta_type != INET_DIAG_SKMEMINFO || RTA_PAYLOAD(item) < sizeof(uint32_t) * (receive_buffer_word + 1))
             continue;
         uint32_t size = 0;
@@ -66,7 +66,7 @@ public:
         for (;;) {
             const ssize_t got = recv(descriptor, buffer.data(), buffer.size(), 0);
             if (got <= 0) return std::nullopt;
-            auto left = static_cast<int>(got);
+            auto left = static_cast<size_t>(got);
             for (auto* message = reinterpret_cast<nlmsghdr*>(buffer.data()); NLMSG_OK(message, left);
                  message = NLMSG_NEXT(message, left)) {
                 if (message->nlmsg_type == NLMSG_DONE || message->nlmsg_type == NLMSG_ERROR) return std::nullopt;
