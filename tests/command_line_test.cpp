@@ -648,9 +648,11 @@ until_seen() {
     done
 }
 zpty -w shell 'PS1="> "; TERM=dumb; unsetopt prompt_sp; autoload -U compinit; compinit -D -u; source <(orv-gentl completion zsh); print is-$((40 + 2))'
-seen= until_seen is-42
+seen=""
+until_seen is-42
 zpty -w -n shell "$line"$'\t'
-seen= until_seen "$wanted"
+seen=""
+until_seen "$wanted"
 print -r -- "$seen")";
 
 } // namespace
