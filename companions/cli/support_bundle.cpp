@@ -194,7 +194,7 @@ private:
             add_file("logs/debug.log", file);
         else
             miss("logs/debug.log",
-                 "ORV_GENTL_GEV_DEBUG_FILE is not set, so neither library nor service writes one for it");
+                 "ORV_GENTL_GEV_DEBUG_FILE is not set; where the settings name a log, add it by hand");
         add_program("logs/journal.txt",
                     {"journalctl", "--no-pager", "--lines=5000", "--identifier=orv-gentl-gev-service"});
     }

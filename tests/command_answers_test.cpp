@@ -1,0 +1,157 @@
+// The commands that say much: that their JSON follows the schema, and that what they say is so.
+#include "consumer_shell.h"
+
+#include <gmock/gmock.h>
+
+#include <signal.h>
+
+#include <fstream>
+#include <regex>
+
+using bench::test_bench;
+using cli::cause;
+using testing::HasSubstr;
+using namespace consumer;
+
+// One of each command that no row above has; what they answer is compared with the schema.
+TEST(CommandLine, EveryAnswerFollowsTheSchema) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240", "--device-version", "1.0.0"});
+    own.start_service();
+    const std::string folder = own.folder();
+    const std::string firmware = folder + "/new.fwpack", raw = folder + "/frame.raw", document = folder + "/d.xml";
+    bench::process package{
+        {ORV_BIN_DIR "/orv-gev-camera-sim", "--make-firmware", firmware, "--firmware-version", "2.0"},
+        folder + "/package"};
+    ASSERT_EQ(package.wait(), 0);
+    std::ofstream{raw} << std::string(64, 'x');
+    std::ofstream{document} << "<R><Category Name=\"Root\"><pFeature>A</pFeature></Category>"
+                               "<Integer Name=\"A\"><Value>1</Value></Integer></R>";
+    for (const std::string line : {"list",
+                                   "info",
+                                   "features",
+                                   "describe PixelFormat",
+                                   "describe Nothing",
+                                   "get Width LUTValueAll",
+                                   "set Width=160",
+                                   "exec UserSetLoad",
+                                   "save FOLDER/saved",
+                                   "features --changed FOLDER/saved",
+                                   "load FOLDER/saved",
+                                   "doctor",
+                                   "env",
+                                   "self-test",
+                                   "convert FOLDER/frame.raw --from Mono8 --to Mono16 --width 8 --height 8",
+                                   "xml FOLDER/d.xml --time",
+                                   "ip show",
+                                   "grab --frames 2 --quiet --chunks --verify",
+                                   "action --device-key 0 --group-key 0 --group-mask 1",
+                                   "events --notify Test --exec TestEventGenerate --count 1",
+                                   "watch --seconds 1",
+                                   "watch --seconds 1 --access readonly",
+                                   "plan --link 1000",
+                                   "plan --link 1",
+                                   "plan",
+                                   "support-bundle FOLDER/bundle",
+                                   "support-bundle /proc/none/x.tgz",
+                                   "firmware FOLDER/new.fwpack"}) {
+        std::string command = std::regex_replace(line, std::regex{"FOLDER"}, folder);
+        const answer got = run(own, "orv-gentl --json " + command);
+        EXPECT_THAT(got.output, testing::StartsWith("{")) << line << got.errors;
+    }
+    std::string reasons;
+    EXPECT_FALSE(follow_the_schema("list\t{\"devices\":[]}\n", reasons)) << "a member is missing";
+    EXPECT_THAT(reasons, HasSubstr("'interfaces' is a required property"));
+    EXPECT_FALSE(follow_the_schema("get\t{\"features\":{},\"more\":1}\n", reasons)) << "one that nobody told";
+    EXPECT_FALSE(follow_the_schema("", reasons)) << "nothing was compared";
+}
+
+TEST(CommandLine, WatchShowsWhoeverStreamsAndWhoIsHeld) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240", "--frame-rate", "50"});
+    own.start_camera({"--width", "320", "--height", "240", "--frame-rate", "50"});
+    own.start_service();
+    const bench::open_camera holder{test_bench::serial(1)};
+    shell_line line{own, "exec '" + program + "' watch --json"};
+    ASSERT_TRUE(line.process().wait_for_output("\"second\""));
+    line.process().signal(SIGINT);
+    const answer ended = line.wait();
+    EXPECT_EQ(ended.exit_code, cli::row_of(cause::interrupted).exit_code) << ended.errors;
+    const std::string last = ended.output.substr(ended.output.rfind('\n', ended.output.size() - 2) + 1);
+    auto sum = nlohmann::json::parse(last, nullptr, false);
+    expect_error(sum, cause::interrupted, "Interrupted.", "watch");
+    EXPECT_EQ(sum["kind"], "sum");
+    ASSERT_EQ(sum["cameras"].size(), 2U) << sum;
+    EXPECT_EQ(sum["cameras"][0]["state"], "streaming") << sum;
+    EXPECT_GT(sum["cameras"][0]["frames"], 0) << sum;
+    EXPECT_EQ(sum["cameras"][1]["state"], "held") << sum;
+    EXPECT_EQ(sum["cameras"][1]["temperature_c"], 41.5) << "it is read beside its holder: " << sum;
+    // Stopped and given back.
+    const bench::open_camera next{test_bench::serial(0)};
+    EXPECT_EQ(run(own, "orv-gentl get AcquisitionStatus --device CAM0").output, "false\n");
+
+    shell_line gone{own, "exec '" + program + "' watch --json --device CAM1 --access readonly"};
+    ASSERT_TRUE(gone.process().wait_for_output("\"second\""));
+    own.camera(1).signal(SIGKILL);
+    const answer lost = gone.wait();
+    EXPECT_EQ(lost.exit_code, cli::row_of(cause::lost).exit_code) << lost.errors;
+}
+
+TEST(CommandLine, APlanThatCannotBe) {
+    test_bench own;
+    own.start_camera({"--width", "640", "--height", "480"});
+    own.start_camera({"--width", "640", "--height", "480"});
+    own.start_service();
+    expect_rows(own, {{"plan", cause::arguments, "Interface 'lo' does not tell its speed: give it with --link"},
+                      {"plan --interface eth77 --link 1000", cause::no_camera, "There is no interface 'eth77'"},
+                      {"plan --link 200 --rate 90", cause::no, "It does not fit: the cameras need 59.97 MB/s"},
+                      {"plan --link 200 --rate 90 --apply", cause::no, "It does not fit"}});
+    EXPECT_EQ(run(own, "orv-gentl get DeviceLinkThroughputLimitMode --device CAM0").output, "Off\n")
+        << "nothing is written";
+    const bench::open_camera holder{test_bench::serial(1)};
+    expect_rows(own, {{"plan --link 300 --apply", cause::busy, "Camera 'Orv-SimCam-CAM1' is in use"}});
+    EXPECT_EQ(run(own, "orv-gentl get DeviceLinkThroughputLimitMode --device CAM0").output, "Off\n") << "all or none";
+    EXPECT_EQ(run(own, "orv-gentl plan --link 300").exit_code, 0) << "cameras in use are read";
+}
+
+TEST(CommandLine, ASupportBundleHoldsWhatItSays) {
+    test_bench own;
+    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_service();
+    const std::string folder = own.folder(), archive = folder + "/bundle.tar.gz";
+    const answer packed = run(own, "export HOME='" + folder + "' ORV_GENTL_GEV_DEBUG_FILE='" + folder +
+                                       "/none.log' GENICAM_GENTL64_PATH='" + folder +
+                                       "/x' SOME_TOKEN=secret; orv-gentl "
+                                       "support-bundle --json '" +
+                                       archive + "'");
+    ASSERT_EQ(packed.exit_code, 0) << packed.errors;
+    auto object = nlohmann::json::parse(packed.output, nullptr, false);
+    EXPECT_EQ(object["written"], true);
+    ASSERT_EQ(run(own, "cd '" + folder + "' && tar xzf bundle.tar.gz").exit_code, 0);
+    const std::filesystem::path inside = folder + "/bundle";
+    for (const auto& file : object["files"]) {
+        const std::string name = file["name"];
+        EXPECT_EQ(std::filesystem::file_size(inside / name), file["bytes"].get<uint64_t>()) << name;
+        EXPECT_THAT(packed.errors, HasSubstr("  " + name + " (")) << "it is told before";
+    }
+    const std::string camera = "cameras/lo/Orv-SimCam-CAM0/";
+    EXPECT_THAT(read_file(inside / (camera + "registers.txt")),
+                HasSubstr("0x00D8  serial number                  \"CAM0\"\n"));
+    EXPECT_THAT(read_file(inside / (camera + "document.xml")), HasSubstr("RegisterDescription"));
+    EXPECT_THAT(read_file(inside / (camera + "features.json")), HasSubstr("\"AcquisitionFrameRate\""));
+    EXPECT_THAT(read_file(inside / "doctor.json"), HasSubstr("\"checks\":["));
+    EXPECT_THAT(read_file(inside / "network/sysctl.txt"), HasSubstr("core/rmem_max = "));
+    const std::string environment = read_file(inside / "environment.txt");
+    EXPECT_THAT(environment, HasSubstr("GENICAM_GENTL64_PATH=~/x\n")) << "the home folder is masked";
+    EXPECT_THAT(environment, testing::Not(HasSubstr("secret")));
+    EXPECT_THAT(read_file(inside / "manifest.json"), HasSubstr("cannot read '~/none.log'"));
+    expect_rows(own, {{"support-bundle '" + folder + "/bundle'", cause::output, "is there already"},
+                      {"support-bundle /proc/none/x.tar.gz", cause::output, "Cannot write '/proc/none/x.tar.gz'"},
+                      {"support-bundle /dev/full/x", cause::output, "/dev/full"}});
+    // Without a camera, or a service, the rest is of use all the same.
+    own.stop_service(SIGTERM);
+    const answer without = run(own, "orv-gentl support-bundle --json '" + folder + "/rest'");
+    EXPECT_EQ(without.exit_code, 0) << without.errors;
+    EXPECT_THAT(without.output, HasSubstr("No service runs"));
+    EXPECT_FALSE(std::filesystem::exists(folder + "/rest/cameras"));
+}
