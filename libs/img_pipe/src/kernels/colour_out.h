@@ -4,7 +4,6 @@
 #include "plain/colour_out_rows.h"
 #include "plain/demosaic_rows.h"
 #include "sample_lines.h"
-#include <stdlib.h>
 
 namespace img_pipe {
 namespace {
@@ -45,13 +44,11 @@ public:
     // Where the line's colours are put; room for colour_pad columns more.
     three<T> colours() const { return lines; }
     // Whether colours go out as they come, into pixels.
-    bool as_it_is() const {
-        return !matrix() && !gamma() && (dst.format == fcc("BGR3") || dst.format == fcc("BGR4"));
-    }
+    bool as_it_is() const { return !matrix() && !gamma() && (dst.format == fcc("BGR3") || dst.format == fcc("BGR4")); }
     // A picture that leaves no room in the last cache is not put there: nothing is fetched only to be overwritten.
-    pixel_lines pixels(std::int32_t y) const {
+    pixel_lines pixels(std::int32_t y, const std::uint8_t* next, std::int32_t next_step) const {
         const std::int32_t channels = dst.format == fcc("BGR3") ? 3 : 4;
-        return {at(y, channels), channels, getenv("NT") ? getenv("NT")[0]=='1' : large};
+        return {at(y, channels), channels, large, next, next_step};
     }
 
     // Writes line y from colours().

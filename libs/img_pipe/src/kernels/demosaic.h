@@ -20,13 +20,14 @@ constexpr std::int32_t cells_before = 64 - first_step, cells_behind = 64;
 // likes long pieces.
 constexpr std::int32_t tile_cells = 2048;
 
-// Half lines by line number, a power of two of them.
-template <class T>
+// The last `count` half lines, by line number from -2 * count on: few enough to stay in the first cache.
+template <class T, std::int32_t count>
 struct half_ring {
     T* base;
     std::size_t pitch;
-    std::int32_t mask;
-    T* operator[](std::int32_t y) const { return base + pitch * static_cast<std::size_t>(y & mask) + cells_before; }
+    T* operator[](std::int32_t y) const {
+        return base + pitch * (static_cast<std::uint32_t>(y + 2 * count) % count) + cells_before;
+    }
 };
 
 template <template <class> class Rows, class T>
@@ -42,9 +43,9 @@ public:
           width(smaller(2 * cells, call.src.width - first)),
           pitch((static_cast<std::size_t>(cells + cells_before + cells_behind) * sizeof(T) + 63) / 64 * 64 / sizeof(T)),
           at(call_.scratch),
-          half{take(8), take(8)},
-          green(take(4)),
-          difference(take(4)),
+          half{take<5>(), take<5>()},
+          green(take<3>()),
+          difference(take<3>()),
           raw(take_line<std::uint16_t>(at, 2 * cells + 2 * lead) + lead),
           out(call_, first, width, at) {
         find_mirrored();
@@ -66,9 +67,10 @@ public:
 
 private:
     static std::int32_t smaller(std::int32_t a, std::int32_t b) { return a < b ? a : b; }
-    half_ring<T> take(std::int32_t lines) {
-        half_ring<T> ring{reinterpret_cast<T*>(at), pitch, lines - 1};
-        at += pitch * sizeof(T) * static_cast<std::size_t>(lines);
+    template <std::int32_t count>
+    half_ring<T, count> take() {
+        half_ring<T, count> ring{reinterpret_cast<T*>(at), pitch};
+        at += pitch * sizeof(T) * count;
         return ring;
     }
     // The mosaic's lines go by twos; strips begin on an even line.
@@ -76,6 +78,12 @@ private:
     bool red(std::int32_t y) const { return ((y & 1) == 0) == (in.mosaic == phase::gr || in.mosaic == phase::rg); }
     const T* c(std::int32_t y) const { return half[c_first(y) ? 0 : 1][y]; }
     const T* g(std::int32_t y) const { return half[c_first(y) ? 1 : 0][y]; }
+
+    // The tile's first byte of line y of the mosaic, mirrored beyond the image.
+    const std::uint8_t* source(std::int32_t y) const {
+        const std::int32_t line = mirror(call.first_line + y, call.image_height);
+        return line_of(call.src, line - call.first_line) + line_bytes(in, first);
+    }
 
     // Line y of the mosaic, mirrored beyond the image.
     void load(std::int32_t y) {
@@ -101,7 +109,8 @@ private:
         for (std::int32_t x = all; x < first + 2 * (cells + mosaic_reach); ++x) add(x);
     }
 
-    void split(std::int32_t y, const std::uint8_t* from, const std::uint8_t* from_end, std::int32_t n, T* even, T* odd) {
+    void split(std::int32_t y, const std::uint8_t* from, const std::uint8_t* from_end, std::int32_t n, T* even,
+               T* odd) {
         if constexpr (sizeof(T) == 1) {
             if (in.pack == packing::plain8 && from_end - from >= n) {
                 auto* bytes = reinterpret_cast<std::uint8_t*>(raw);
@@ -130,7 +139,9 @@ private:
             c(y),     g(y),         green[y],          difference[y], c(y - 1), green[y - 1], difference[y - 1],
             c(y + 1), green[y + 1], difference[y + 1], c_first(y),    red(y)};
         if constexpr (sizeof(T) == 1)
-            if (out.as_it_is()) return Rows<T>::green_and_pixels(below, lines, width, out.colours(), out.pixels(y));
+            if (out.as_it_is())
+                return Rows<T>::green_and_pixels(below, lines, width, out.colours(),
+                                                 out.pixels(y, source(y + 4), line_bytes(in, 2)));
         Rows<T>::find_green(below);
         Rows<T>::colours(lines, 0, cells, out.colours());
         out.put(y);
@@ -143,7 +154,8 @@ private:
     std::int32_t first, cells, width;
     std::size_t pitch;
     std::byte* at;
-    half_ring<T> half[2], green, difference;
+    half_ring<T, 5> half[2];
+    half_ring<T, 3> green, difference;
     std::uint16_t* raw;
     byte_curves<Rows<T>> curves; // of corrected bytes
     struct mirrored_cell {

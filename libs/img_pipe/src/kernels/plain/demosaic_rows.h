@@ -42,11 +42,13 @@ struct mosaic_lines {
     bool red; // c is red
 };
 
-// A line of BGR3 or BGR4.
+// A line of BGR3 or BGR4, and the line of the mosaic that is read next, so that it can be on its way.
 struct pixel_lines {
     std::uint8_t* to;
     std::int32_t channels;
     bool past_caches;
+    const std::uint8_t* next;
+    std::int32_t next_step; // bytes of a cell there
 };
 
 [[maybe_unused]] std::int32_t average(std::int32_t a, std::int32_t b) { return (a + b + 1) >> 1; }
@@ -90,9 +92,9 @@ template <class T>
     }
 }
 
-// Green at each c, along the line or across it, wherever greens and c itself change less: the mean of its two neighbours
-// there, and half of what c stands above its own. That half is no more than the greens around differ: red and blue may
-// have edges where green has none.
+// Green at each c, along the line or across it, wherever greens and c itself change less: the mean of its two
+// neighbours there, and half of what c stands above its own. That half is no more than the greens around differ: red
+// and blue may have edges where green has none.
 template <class T>
 [[maybe_unused]] void find_green(const green_step<T>& step) {
     const green_lines<T>& in = step.lines;

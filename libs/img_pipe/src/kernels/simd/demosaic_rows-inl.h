@@ -5,7 +5,10 @@
 #include "../plain/demosaic_rows.h"
 #include "colour_rows-inl.h"
 
+#include <hwy/cache_control.h>
 #include <hwy/highway.h>
+
+#include <cstring>
 
 HWY_BEFORE_NAMESPACE();
 namespace img_pipe {
@@ -276,14 +279,17 @@ HWY_INLINE void put_cells(const cell_colours<vec<std::uint8_t>>& c, std::uint8_t
 // computed. Colours follow two vectors behind, from cell `from` on; returns the first cell that they did not come to.
 template <bool c_first, bool red, way_out way>
 HWY_ATTR std::int32_t walk_of(const green_step<std::uint8_t>& below_, const mosaic_lines<std::uint8_t>& in_,
-                              std::int32_t from, std::int32_t cells, std::uint8_t* to) {
+                              std::int32_t from, std::int32_t cells, const pixel_lines& out_) {
     const auto below = below_;
     const auto in = in_;
+    const auto out = out_;
+    std::uint8_t* const to = out.to;
     constexpr std::int32_t step = lane_count<std::uint8_t>, channels = way == way_out::bgr3 ? 3 : 4;
     std::int32_t k = from, green = below.first;
     for (; green < below.first + 2 * step && green < below.end; green += step)
         green_at<!c_first>(below.lines, green, below.green, below.difference);
     for (; k + step <= cells && green < below.end; k += step, green += step) {
+        for (std::int32_t i = 0; i < out.next_step * step; i += 64) hwy::Prefetch(out.next + out.next_step * k + i);
         green_at<!c_first>(below.lines, green, below.green, below.difference);
         put_cells<way>(colours_at<c_first, red>(in, k), to + std::ptrdiff_t{2} * channels * k);
     }
@@ -293,9 +299,14 @@ HWY_ATTR std::int32_t walk_of(const green_step<std::uint8_t>& below_, const mosa
     return k;
 }
 
+// Of the vector of cells from k on those of [begin, end) alone: what lies past the caches beside them stays there.
 template <bool c_first, bool red, way_out way>
-HWY_ATTR void put_cells_at(const mosaic_lines<std::uint8_t>& in, std::int32_t k, std::uint8_t* to) {
-    put_cells<way>(colours_at<c_first, red>(in, k), to + std::ptrdiff_t{2} * (way == way_out::bgr3 ? 3 : 4) * k);
+HWY_ATTR void put_some_cells(const mosaic_lines<std::uint8_t>& in, std::int32_t k, std::int32_t begin, std::int32_t end,
+                             std::uint8_t* to) {
+    constexpr std::int32_t cell = way == way_out::bgr3 ? 6 : 8;
+    alignas(64) std::uint8_t part[cell * lane_count<std::uint8_t>];
+    put_cells<way>(colours_at<c_first, red>(in, k), part);
+    std::memcpy(to + cell * begin, part + cell * (begin - k), static_cast<std::size_t>(cell * (end - begin)));
 }
 
 template <bool c_first, bool red>
@@ -303,24 +314,24 @@ HWY_ATTR void green_and_pixels_of(const green_step<std::uint8_t>& below, const m
                                   std::int32_t width, three8 line, pixel_lines out) {
     constexpr std::int32_t step = lane_count<std::uint8_t>;
     const std::int32_t cells = width / 2;
-    std::int32_t k = 0;
     // Past the caches from the first whole line of 64 bytes on.
     const auto misplaced = static_cast<std::int32_t>(-reinterpret_cast<std::uintptr_t>(out.to) % 64);
+    std::int32_t k = 0;
     if (out.channels == 3) {
-        k = walk_of<c_first, red, way_out::bgr3>(below, in, 0, cells, out.to);
+        k = walk_of<c_first, red, way_out::bgr3>(below, in, 0, cells, out);
     } else if (out.past_caches && misplaced % 8 == 0 && misplaced / 8 + step <= cells) {
-        k = walk_of<c_first, red, way_out::bgr4_past_caches>(below, in, misplaced / 8, cells, out.to);
-        if (misplaced != 0) put_cells_at<c_first, red, way_out::bgr4>(in, 0, out.to);
+        k = walk_of<c_first, red, way_out::bgr4_past_caches>(below, in, misplaced / 8, cells, out);
+        if (misplaced != 0) put_some_cells<c_first, red, way_out::bgr4>(in, 0, 0, misplaced / 8, out.to);
     } else {
-        k = walk_of<c_first, red, way_out::bgr4>(below, in, 0, cells, out.to);
+        k = walk_of<c_first, red, way_out::bgr4>(below, in, 0, cells, out);
     }
-    // What is no whole vector: the last one once more, ending with the line.
     if (2 * k >= width) return;
+    // What is no whole vector.
     if (width % 2 == 0 && cells >= step) {
         if (out.channels == 3)
-            put_cells_at<c_first, red, way_out::bgr3>(in, cells - step, out.to);
+            put_some_cells<c_first, red, way_out::bgr3>(in, cells - step, k, cells, out.to);
         else
-            put_cells_at<c_first, red, way_out::bgr4>(in, cells - step, out.to);
+            put_some_cells<c_first, red, way_out::bgr4>(in, cells - step, k, cells, out.to);
         return;
     }
     colours_of<c_first, red>(in, k, (width + 1) / 2, line);
@@ -331,7 +342,7 @@ HWY_ATTR void green_and_pixels_of(const green_step<std::uint8_t>& below, const m
                                                   const mosaic_lines<std::uint8_t>& in, std::int32_t width, three8 line,
                                                   pixel_lines out) {
     const auto run = in.c_first ? in.red ? green_and_pixels_of<true, true> : green_and_pixels_of<true, false>
-                     : in.red   ? green_and_pixels_of<false, true>
+                     : in.red ? green_and_pixels_of<false, true>
                                 : green_and_pixels_of<false, false>;
     run(below, in, width, line, out);
 }
