@@ -11,6 +11,8 @@ using namespace GenICam;
 
 namespace {
 
+constexpr size_t late_frames = 12;
+
 double number_of(const cli::node_map& nodes, const char* name) {
     INode* const node = nodes.document().find_node(name);
     if (auto* const real = node != nullptr ? node_cast<IFloat>(node) : nullptr)
@@ -56,7 +58,7 @@ std::vector<loop_sample> run_loop(open_camera& camera, size_t frames, const pict
     const picture_part all = part.width == 0 ? picture_part{0, 0, width, height} : part;
     std::vector<loop_sample> seen;
     camera.start(8);
-    for (size_t spoiled = 0; seen.size() < frames;) {
+    for (size_t spoiled = 0, more = 0; seen.size() < frames;) {
         EVENT_NEW_BUFFER_DATA event{};
         size_t size = sizeof event;
         lib.check("EventGetData", lib.EventGetData(camera.new_buffer, &event, &size, 5000));
@@ -80,7 +82,9 @@ std::vector<loop_sample> run_loop(open_camera& camera, size_t frames, const pict
         now.iris = static_cast<int64_t>(number_of(nodes, "Iris"));
         now.focus = static_cast<int64_t>(number_of(nodes, "Focus"));
         seen.push_back(now);
-        if (over && over()) break;
+        // Frames that wait behind this one show older values.
+        if (over && more == 0 && over()) more = seen.size() + late_frames;
+        if (seen.size() == more) break;
     }
     camera.stop();
     return seen;

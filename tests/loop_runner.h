@@ -26,7 +26,8 @@ using feature_values = std::vector<std::pair<std::string, std::string>>; // "!" 
 
 void set_features(open_camera& camera, const feature_values& values);
 
-// Streams for so many frames, or until `over` says so after one; frames of every 2 x 2 cell red, green, green, blue.
+// Streams for so many frames, or until a dozen after `over` says so; frames of every 2 x 2 cell red, green, green,
+// blue.
 [[nodiscard]] std::vector<loop_sample> run_loop(open_camera& camera, size_t frames, const picture_part& part = {},
                                                 const std::function<bool()>& over = {});
 
