@@ -2,6 +2,7 @@
 
 #include <cli/feature.h>
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace bench {
@@ -57,7 +58,7 @@ std::vector<loop_sample> run_loop(open_camera& camera, size_t frames, const pict
     const bool mosaic = cli::value_text(cli::require_node(nodes, "PixelFormat"), error).starts_with("Bayer");
     const picture_part all = part.width == 0 ? picture_part{0, 0, width, height} : part;
     std::vector<loop_sample> seen;
-    camera.start(8);
+    camera.start(24);
     for (size_t spoiled = 0, more = 0; seen.size() < frames;) {
         EVENT_NEW_BUFFER_DATA event{};
         size_t size = sizeof event;
@@ -81,10 +82,15 @@ std::vector<loop_sample> run_loop(open_camera& camera, size_t frames, const pict
         now.gain = number_of(nodes, "Gain");
         now.iris = static_cast<int64_t>(number_of(nodes, "Iris"));
         now.focus = static_cast<int64_t>(number_of(nodes, "Focus"));
+        // What a consumer was too slow for looks like what came behind it: places are frame numbers.
+        for (loop_sample lost = now; seen.size() < std::min(now.frame, uint64_t{frames - 1});) {
+            lost.frame = seen.size();
+            seen.push_back(lost);
+        }
         seen.push_back(now);
         // Frames that wait behind this one show older values.
         if (over && more == 0 && over()) more = seen.size() + late_frames;
-        if (seen.size() == more) break;
+        if (more != 0 && seen.size() >= more) break;
     }
     camera.stop();
     return seen;

@@ -15,7 +15,7 @@ struct picture_part {
 
 // One delivered frame of 8 bits, and the camera's values when it came.
 struct loop_sample {
-    uint64_t frame = 0;            // from 0
+    uint64_t frame = 0;            // from 0; also its place
     std::array<double, 3> mean{};  // of red, green and blue, 0 to 1; a grey picture has one mean
     double luma = 0;               // 0.299, 0.587, 0.114
     double exposure = 0, gain = 0; // us, dB
