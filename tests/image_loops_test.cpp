@@ -66,7 +66,17 @@ void run_all(std::vector<loop>& loops) {
     }
     own.start_service();
     std::vector<std::unique_ptr<open_camera>> cameras;
-    for (size_t i = 0; i < loops.size(); ++i) cameras.push_back(std::make_unique<open_camera>(test_bench::serial(i)));
+    cameras.push_back(std::make_unique<open_camera>(test_bench::serial(0)));
+    for (size_t i = 1; i < loops.size(); ++i) {
+        // The first one is found before the others are.
+        for (int tries = 50; cameras.size() == i; --tries) {
+            try {
+                cameras.push_back(std::make_unique<open_camera>(*cameras[0], test_bench::serial(i)));
+            } catch (const std::runtime_error&) {
+                if (tries == 0) throw;
+            }
+        }
+    }
     std::vector<std::jthread> threads;
     for (size_t i = 0; i < loops.size(); ++i)
         threads.emplace_back([&each = loops[i], &camera = *cameras[i]] {

@@ -2,6 +2,7 @@
 
 #include <cli/feature.h>
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace bench {
@@ -10,6 +11,8 @@ using namespace GenTL;
 using namespace GenICam;
 
 namespace {
+
+constexpr size_t late_frames = 12;
 
 double number_of(const cli::node_map& nodes, const char* name) {
     INode* const node = nodes.document().find_node(name);
@@ -55,8 +58,8 @@ std::vector<loop_sample> run_loop(open_camera& camera, size_t frames, const pict
     const bool mosaic = cli::value_text(cli::require_node(nodes, "PixelFormat"), error).starts_with("Bayer");
     const picture_part all = part.width == 0 ? picture_part{0, 0, width, height} : part;
     std::vector<loop_sample> seen;
-    camera.start(8);
-    for (size_t spoiled = 0; seen.size() < frames;) {
+    camera.start(24);
+    for (size_t spoiled = 0, more = 0; seen.size() < frames;) {
         EVENT_NEW_BUFFER_DATA event{};
         size_t size = sizeof event;
         lib.check("EventGetData", lib.EventGetData(camera.new_buffer, &event, &size, 5000));
@@ -79,8 +82,15 @@ std::vector<loop_sample> run_loop(open_camera& camera, size_t frames, const pict
         now.gain = number_of(nodes, "Gain");
         now.iris = static_cast<int64_t>(number_of(nodes, "Iris"));
         now.focus = static_cast<int64_t>(number_of(nodes, "Focus"));
+        // What a consumer was too slow for looks like what came behind it: places are frame numbers.
+        for (loop_sample lost = now; seen.size() < std::min(now.frame, uint64_t{frames - 1});) {
+            lost.frame = seen.size();
+            seen.push_back(lost);
+        }
         seen.push_back(now);
-        if (over && over()) break;
+        // Frames that wait behind this one show older values.
+        if (over && more == 0 && over()) more = seen.size() + late_frames;
+        if (more != 0 && seen.size() >= more) break;
     }
     camera.stop();
     return seen;

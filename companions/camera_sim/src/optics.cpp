@@ -178,7 +178,7 @@ void optics::expose(uint64_t frame, double seconds, const sensor_settings& now, 
             const uint8_t* const place = &seen[seen.size() == 1 ? 0 : c][start];
             for (uint32_t x = phase; x < columns; x += 2) {
                 const int32_t v = r.mean[place[x]] + r.deviation[place[x]] * noise[(shake + x) % noise_places];
-                to[x] = static_cast<std::byte>(std::clamp(v, 0, r.most) >> 8);
+                to[x] = static_cast<std::byte>((std::clamp(v, 0, r.most) + 128) >> 8);
             }
         }
     }

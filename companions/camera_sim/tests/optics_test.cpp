@@ -101,7 +101,9 @@ TEST(Optics, SharpestAtItsPosition) {
 }
 
 TEST(Optics, ALampsPeriodLevelsItsFlicker) {
-    const auto options = options_of({.flicker = 0.5});
+    scene_options lamp;
+    lamp.flicker = 0.5;
+    const auto options = options_of(lamp);
     sensor_settings now = settings_of();
     now.exposure = 10000;
     EXPECT_NEAR(look(options, now, 0, 0).mean[0] / look(options, now, 0, 0.004).mean[0], 1, 0.02);
