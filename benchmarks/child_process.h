@@ -38,6 +38,7 @@ public:
     ~child_process() { end(SIGTERM); }
     child_process(const child_process&) = delete;
     child_process& operator=(const child_process&) = delete;
+    [[nodiscard]] int id() const noexcept { return pid; }
     void end(int signal_number) {
         if (pid <= 0) return;
         kill(pid, signal_number);
