@@ -57,9 +57,9 @@ pacing::decision pacing::decide(const reading& seen) const noexcept {
     const double left = (length - packets - 1) / fastest; // the last one may have come a whole distance ago
     const int64_t longest = cautious > 0 ? gathering_time : longest_sleep;
     const double most = std::min(static_cast<double>(std::min(longest, seen.frame.patience / 2)), longest_at(fastest));
-    const double time = std::max(std::min(left * 0.75, most), std::min<double>(shortest_sleep, most));
-    if (time < shortest_sleep) return {action::wait};
-    return {action::sleep, static_cast<int64_t>(time), true};
+    const double time = std::min(left * 0.75, most);
+    if (time < shortest_sleep / 2.0 || most < shortest_sleep) return {action::wait};
+    return {action::sleep, std::max(static_cast<int64_t>(time), shortest_sleep), true};
 }
 
 pacing::decision pacing::gather(size_t bytes) const noexcept {

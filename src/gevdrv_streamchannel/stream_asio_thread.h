@@ -92,7 +92,6 @@ private:
     std::unique_ptr<gvsp_recv_interface> receiver; // while it runs
     std::unique_ptr<posix::datagram_reader> reader;
     std::optional<pacing> pace;
-    size_t socket_memory = 0;
     std::thread thread;
 
     std::mutex sleep_mutex; // guards work_came
