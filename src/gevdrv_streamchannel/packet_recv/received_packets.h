@@ -82,15 +82,18 @@ public:
         if (share == packet_share::part) {
             const bool forward = add_short(id, size);
             if (uint64_t{id} + 1 != trailer_id) return forward;
-        } else if (id == short_id) {
-            short_id = 0; // whole now
         }
         return add(id);
     }
     bool add_trailer(uint32_t id) noexcept {
         if (id == 0 || id == trailer_id) return false;
         trailer_id = id;
-        if (short_id != 0 && short_id + 1 == id) add(short_id);
+        if (short_id != 0 && short_id + 1 == id) {
+            if (counts(short_id))
+                short_id = 0; // whole by now
+            else
+                add(short_id);
+        }
         return add(id) || id >= expected;
     }
 
@@ -110,10 +113,12 @@ public:
     }
 
 private:
+    [[nodiscard]] bool counts(uint32_t id) const noexcept {
+        return id < expected ? holds(id) : id < uint64_t{expected} + in_order_behind;
+    }
     // Kept in mind until the trailer says whether it is the last.
     bool add_short(uint32_t id, uint64_t size) noexcept {
-        const bool came_or_stray = id < expected ? holds(id) : id != uint64_t{expected} + in_order_behind;
-        if (id < short_id || came_or_stray) return false;
+        if (id < short_id || counts(id) || id > uint64_t{expected} + in_order_behind) return false;
         if (id == short_id) {
             short_size = std::max(short_size, size);
             return false;
