@@ -119,8 +119,8 @@ TEST(CommandLine, ASupportBundleHoldsWhatItSays) {
     own.start_camera({"--width", "320", "--height", "240"});
     own.start_service();
     const std::string folder = own.folder(), archive = folder + "/bundle.tar.gz";
-    const answer packed = run(own, "export HOME='" + folder + "' ORV_GENTL_GEV_DEBUG_FILE='" + folder +
-                                       "/none/none.log' GENICAM_GENTL64_PATH='" + folder +
+    const answer packed = run(own, "export HOME='" + folder +
+                                       "' ORV_GENTL_GEV_DEBUG_FILE='/proc/none.log' GENICAM_GENTL64_PATH='" + folder +
                                        "/x' SOME_TOKEN=secret; orv-gentl "
                                        "support-bundle --json '" +
                                        archive + "'");
@@ -144,7 +144,7 @@ TEST(CommandLine, ASupportBundleHoldsWhatItSays) {
     const std::string environment = read_file(inside / "environment.txt");
     EXPECT_THAT(environment, HasSubstr("GENICAM_GENTL64_PATH=~/x\n")) << "the home folder is masked";
     EXPECT_THAT(environment, testing::Not(HasSubstr("secret")));
-    EXPECT_THAT(read_file(inside / "manifest.json"), HasSubstr("cannot read '~/none/none.log'"));
+    EXPECT_THAT(read_file(inside / "manifest.json"), HasSubstr("cannot read '/proc/none.log'"));
     expect_rows(own, {{"support-bundle '" + folder + "/bundle'", cause::output, "is there already"},
                       {"support-bundle /proc/none/x.tar.gz", cause::output, "Cannot write '/proc/none/x.tar.gz'"},
                       {"support-bundle /dev/full/x", cause::output, "/dev/full"}});
