@@ -81,9 +81,9 @@ TYPED_TEST(receivers_test, packets_are_counted_by_what_became_of_them) {
     this->whole(1);
     this->whole(2, 2);
     this->whole(3);
-    this->pass(100'000);
-    this->send(3, {1}); // came already, and its frame is whole
+    this->pass(100'000); // until none waits for its turn
     this->send(2, {2, 2});
+    this->send(3, {1});
     this->out_of_buffers = true;
     this->whole(4);
     this->send(5, {0, 1});
