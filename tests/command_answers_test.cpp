@@ -85,7 +85,7 @@ TEST(CommandLine, WatchShowsWhoeverStreamsAndWhoIsHeld) {
     EXPECT_EQ(sum["cameras"][1]["state"], "held") << sum;
     EXPECT_EQ(sum["cameras"][1]["temperature_c"], 41.5) << "it is read beside its holder: " << sum;
     // Stopped and given back.
-    const bench::open_camera next{test_bench::serial(0)};
+    const bench::open_camera next{holder, test_bench::serial(0)};
     EXPECT_EQ(run(own, "orv-gentl get AcquisitionStatus --device CAM0").output, "false\n");
 
     shell_line gone{own, "exec '" + program + "' watch --json --device CAM1 --access readonly"};
@@ -118,7 +118,7 @@ TEST(CommandLine, ASupportBundleHoldsWhatItSays) {
     own.start_service();
     const std::string folder = own.folder(), archive = folder + "/bundle.tar.gz";
     const answer packed = run(own, "export HOME='" + folder + "' ORV_GENTL_GEV_DEBUG_FILE='" + folder +
-                                       "/none.log' GENICAM_GENTL64_PATH='" + folder +
+                                       "/none/debug.log' GENICAM_GENTL64_PATH='" + folder +
                                        "/x' SOME_TOKEN=secret; orv-gentl "
                                        "support-bundle --json '" +
                                        archive + "'");
@@ -142,7 +142,7 @@ TEST(CommandLine, ASupportBundleHoldsWhatItSays) {
     const std::string environment = read_file(inside / "environment.txt");
     EXPECT_THAT(environment, HasSubstr("GENICAM_GENTL64_PATH=~/x\n")) << "the home folder is masked";
     EXPECT_THAT(environment, testing::Not(HasSubstr("secret")));
-    EXPECT_THAT(read_file(inside / "manifest.json"), HasSubstr("cannot read '~/none.log'"));
+    EXPECT_THAT(read_file(inside / "manifest.json"), HasSubstr("cannot read '~/none/debug.log'"));
     expect_rows(own, {{"support-bundle '" + folder + "/bundle'", cause::output, "is there already"},
                       {"support-bundle /proc/none/x.tar.gz", cause::output, "Cannot write '/proc/none/x.tar.gz'"},
                       {"support-bundle /dev/full/x", cause::output, "/dev/full"}});
