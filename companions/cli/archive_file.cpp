@@ -2,6 +2,7 @@
 
 #include "failure.h"
 #include "posix/atomic_file.h"
+#include "posix/this_process.h"
 
 #include <archive.h>
 #include <archive_entry.h>
@@ -10,7 +11,6 @@
 #include <ctime>
 #include <memory>
 
-#include <unistd.h>
 
 namespace cli {
 
@@ -60,7 +60,7 @@ std::string packed(const std::string& stem, const std::vector<named_content>& fi
 void write_folder(const fs::path& path, const std::vector<named_content>& files) {
     std::error_code error;
     if (fs::exists(path, error)) throw failure(cause::output, fmt::format("'{}' is there already.", path.string()));
-    const fs::path draft = path.parent_path() / fmt::format(".{}.{}", path.filename().string(), getpid());
+    const fs::path draft = path.parent_path() / fmt::format(".{}.{}", path.filename().string(), process_id());
     try {
         for (const named_content& file : files) {
             make_folder((draft / file.name).parent_path());

@@ -11,8 +11,6 @@
 #include <fmt/ranges.h>
 #include <gige/gvcp.h>
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -206,7 +204,7 @@ void grabber::watch_losses() {
     complete_before = complete;
     incomplete_before = incomplete;
     evidence.reset();
-    watch.emplace(stream_address, static_cast<uint16_t>(*to), getpid());
+    watch.emplace(stream_address, static_cast<uint16_t>(*to), process_id());
 }
 
 // While the stream is open: its socket and its thread end with it.

@@ -5,6 +5,7 @@
 #include "output.h"
 #include "posix/child_process.h"
 #include "posix/interruption.h"
+#include "posix/this_process.h"
 
 #include <fmt/format.h>
 
@@ -103,7 +104,7 @@ int self_test(const common_options& common) {
         flush_output();
     };
     const test_folder folder;
-    const std::string address = fmt::format("127.{}.{}.10", 100 + getpid() % 100, getpid() / 100 % 250);
+    const std::string address = fmt::format("127.{}.{}.10", 100 + process_id() % 100, process_id() / 100 % 250);
     setenv("ORV_GENTL_RUNTIME_DIR", folder.path.c_str(), 1);
 
     child_process camera{{program_beside("orv-gev-camera-sim"), "--address", address, "--width", "640", "--height",

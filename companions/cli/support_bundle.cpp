@@ -4,6 +4,7 @@
 #include "camera_dump.h"
 #include "output.h"
 #include "posix/child_program.h"
+#include "posix/this_process.h"
 
 #include <gds_shared/product_constants.h>
 
@@ -15,8 +16,6 @@
 #include <memory>
 #include <optional>
 
-#include <pwd.h>
-#include <unistd.h>
 
 extern "C" char** environ;
 
@@ -42,12 +41,9 @@ std::vector<private_word> private_words() {
             words.push_back({word, instead});
     };
     if (const char* home = std::getenv("HOME")) add(home, "~");
-    if (const passwd* user = getpwuid(geteuid())) {
-        add(user->pw_dir, "~");
-        add(user->pw_name, "USER");
-    }
-    char host[256] = {};
-    if (gethostname(host, sizeof host - 1) == 0) add(host, "HOST");
+    add(user_home(), "~");
+    add(user_name(), "USER");
+    add(host_name(), "HOST");
     return words;
 }
 

@@ -1,6 +1,8 @@
 #include "this_process.h"
 
+#include <pwd.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 namespace cli {
 
@@ -11,6 +13,23 @@ double cpu_seconds() {
         return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
     };
     return of(usage.ru_utime) + of(usage.ru_stime);
+}
+
+int process_id() noexcept { return getpid(); }
+
+std::string user_name() {
+    const passwd* user = getpwuid(geteuid());
+    return user == nullptr ? "" : user->pw_name;
+}
+
+std::string user_home() {
+    const passwd* user = getpwuid(geteuid());
+    return user == nullptr ? "" : user->pw_dir;
+}
+
+std::string host_name() {
+    char name[256] = {};
+    return gethostname(name, sizeof name - 1) == 0 ? name : "";
 }
 
 } // namespace cli
