@@ -197,14 +197,15 @@ TEST(Features, OfOurOwnCameraReadAndWrite) {
     EXPECT_THAT(result.faults, IsEmpty());
     EXPECT_THAT(result.single,
                 ElementsAre("GevStreamChannelSelector", "LUTSelector", "OffsetX", "OffsetY", "TriggerSelector"));
-    EXPECT_THAT(result.held, ElementsAre("AutoWhiteBalanceSelector", "DeviceTemperatureSelector", "GainSelector", "LUTIndex",
-                                         "LineSelector", "SoftwareColorMatrixSelector"));
+    EXPECT_THAT(result.held, ElementsAre("AutoWhiteBalanceSelector", "DeviceTemperatureSelector", "GainSelector",
+                                         "LUTIndex", "LineSelector", "SoftwareColorMatrixSelector"));
     EXPECT_THAT(result.formulas, ElementsAre("BlackLevel", "HeightMax", "LineStatus", "WidthMax"));
     EXPECT_GE(result.read.size(), 60U);
     EXPECT_GE(result.written.size(), 64U);
-    for (const char* name : {"AutoExposure", "AutoGainMaximum", "AutoWhiteBalance", "AutoRegionWidth", "SoftwareHue",
-                             "SoftwareDenoise", "SoftwareColorMatrixValue", "Width", "Height", "PixelFormat", "ExposureTime", "Gain", "AcquisitionFrameRate",
-                             "DeviceUserID", "GevSCPSPacketSize", "GammaEnable", "LUTValue"}) {
+    for (const char* name :
+         {"AutoExposure", "AutoGainMaximum", "AutoWhiteBalance", "AutoRegionWidth", "SoftwareHue", "SoftwareDenoise",
+          "SoftwareColorMatrixValue", "Width", "Height", "PixelFormat", "ExposureTime", "Gain", "AcquisitionFrameRate",
+          "DeviceUserID", "GevSCPSPacketSize", "GammaEnable", "LUTValue"}) {
         EXPECT_THAT(result.written, Contains(name));
     }
 }

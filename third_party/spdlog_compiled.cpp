@@ -8,8 +8,8 @@
 #include <spdlog/details/log_msg_buffer-inl.h>
 #include <spdlog/details/null_mutex.h>
 #include <spdlog/details/os-inl.h>
-#include <spdlog/details/registry-inl.h>
 #include <spdlog/details/periodic_worker-inl.h>
+#include <spdlog/details/registry-inl.h>
 #include <spdlog/details/thread_pool-inl.h>
 #include <spdlog/logger-inl.h>
 #include <spdlog/pattern_formatter-inl.h>

@@ -11,7 +11,6 @@
 #include <ctime>
 #include <memory>
 
-
 namespace cli {
 
 namespace {

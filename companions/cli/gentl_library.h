@@ -29,6 +29,7 @@ private:
     call_failed(cause why, const std::string& what, const call_failed& of);
 };
 
+// clang-format off
 #define ORV_GENTL_FUNCTIONS(X)                                                                                         \
     X(GCInitLib)                                                                                                       \
     X(GCCloseLib)                                                                                                      \
@@ -41,6 +42,7 @@ private:
                         X(DevOpenDataStream) X(DevGetInfo) X(DevClose) X(DSAllocAndAnnounceBuffer) X(DSFlushQueue)     \
                             X(DSStartAcquisition) X(DSStopAcquisition) X(DSGetInfo) X(DSClose) X(DSRevokeBuffer)       \
                                 X(DSAnnounceBuffer) X(DSQueueBuffer) X(DSGetBufferInfo) X(DSGetBufferChunkData)
+// clang-format on
 
 // The loaded file with its functions, initialised. Not copyable; the last owner closes and unloads.
 class gentl_library final {

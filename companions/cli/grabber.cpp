@@ -4,8 +4,8 @@
 #include "output.h"
 #include "path_probe.h"
 #include "posix/interruption.h"
-#include "posix/this_process.h"
 #include "posix/standard_streams.h"
+#include "posix/this_process.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>

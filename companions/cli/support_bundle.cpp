@@ -16,7 +16,6 @@
 #include <memory>
 #include <optional>
 
-
 extern "C" char** environ;
 
 namespace cli {

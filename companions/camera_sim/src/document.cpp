@@ -74,11 +74,11 @@ constexpr auto formats = std::to_array<reg::named_id>({
 });
 
 void device_control(document_writer& doc) {
-    doc.category("DeviceControl", {"DeviceVendorName", "DeviceModelName", "DeviceVersion", "DeviceManufacturerInfo",
-                                   "DeviceSerialNumber", "DeviceUserID", "DeviceSFNCVersionMajor", "DeviceScanType",
-                                   "DeviceReset", "DeviceTemperatureSelector", "DeviceTemperature", "DeviceLinkSpeed",
-                                   "DeviceLinkThroughputLimitMode", "DeviceLinkThroughputLimit",
-                                   "DeviceLinkHeartbeatTimeout", "DeviceFanSpeed"});
+    doc.category("DeviceControl",
+                 {"DeviceVendorName", "DeviceModelName", "DeviceVersion", "DeviceManufacturerInfo",
+                  "DeviceSerialNumber", "DeviceUserID", "DeviceSFNCVersionMajor", "DeviceScanType", "DeviceReset",
+                  "DeviceTemperatureSelector", "DeviceTemperature", "DeviceLinkSpeed", "DeviceLinkThroughputLimitMode",
+                  "DeviceLinkThroughputLimit", "DeviceLinkHeartbeatTimeout", "DeviceFanSpeed"});
     doc.text("DeviceVendorName", boot::vendor, 32, "RO");
     doc.text("DeviceModelName", boot::model, 32, "RO");
     doc.text("DeviceVersion", boot::device_version, 32, "RO");

@@ -70,7 +70,7 @@ inline constexpr uint32_t line_status = base + 0x1DC; // bit per line
 inline constexpr uint32_t line_inverter = base + 0x1E0;
 inline constexpr uint32_t throughput_limit_mode = base + 0x1E4; // 1 on
 inline constexpr uint32_t throughput_limit = base + 0x1E8;      // bytes of the link per second
-inline constexpr uint32_t lut_content = base + 0x400; // [256]
+inline constexpr uint32_t lut_content = base + 0x400;           // [256]
 
 // What the float registers take, and what the document says of them.
 struct limits {

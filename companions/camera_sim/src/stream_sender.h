@@ -58,7 +58,7 @@ private:
         sensor_settings sensor; // with a scene
         uint32_t pattern{};
         std::array<bool, 8> chunks{};
-        uint64_t frames_wanted{}; // 0: no end
+        uint64_t frames_wanted{};  // 0: no end
         clock::time_point start{}; // of the first packet, by the schedule
     };
     struct item {

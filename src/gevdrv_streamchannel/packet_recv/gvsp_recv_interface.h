@@ -32,7 +32,7 @@ struct frame_info {
     uint32_t size_x = 0; // from the leader, else from the last leader seen
     uint32_t size_y = 0;
     uint32_t pixel_format = 0;
-    uint32_t padding_x = 0; // bytes behind each line
+    uint32_t padding_x = 0;             // bytes behind each line
     uint64_t expected_payload_size = 0; // the stream's, or what the frame has when it is longer
     uint64_t filled_size = 0;           // highest byte position written
     uint64_t received_bytes = 0;        // sum of all bytes copied; 0 from the simple receiver

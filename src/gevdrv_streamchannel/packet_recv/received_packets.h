@@ -38,7 +38,7 @@ public:
     // Packets behind the bitmap are never asked for.
     [[nodiscard]] bool is_missing(uint32_t id) const noexcept { return id < expected && !holds(id); }
     [[nodiscard]] uint32_t count() const noexcept { return counted; }
-    [[nodiscard]] uint32_t highest() const noexcept { return top; } // id of those counted
+    [[nodiscard]] uint32_t highest() const noexcept { return top; }        // id of those counted
     [[nodiscard]] uint32_t trailer() const noexcept { return trailer_id; } // 0 until it came
     // Of those that count(), how many there are; fewer than announced when the trailer says so.
     [[nodiscard]] uint32_t due() const noexcept {

@@ -86,8 +86,8 @@ std::uint32_t image_size(std::uint32_t format, std::int32_t width, std::int32_t 
 // size is not positive, the pointer is null or `data_size` is less than the image needs.
 img_descriptor make_view(void* data, std::uint32_t data_size, std::uint32_t format, std::int32_t width,
                          std::int32_t height);
-// The same for lines that each begin on a byte of their own and have `padding` bytes behind them; the last line's may be
-// missing. Empty, too, for formats of several planes: nobody says which lines are meant.
+// The same for lines that each begin on a byte of their own and have `padding` bytes behind them; the last line's may
+// be missing. Empty, too, for formats of several planes: nobody says which lines are meant.
 img_descriptor make_padded_view(void* data, std::uint32_t data_size, std::uint32_t format, std::int32_t width,
                                 std::int32_t height, std::uint32_t padding);
 // Whether the view's planes are non-null, its strides at least a line, and its size and format known.

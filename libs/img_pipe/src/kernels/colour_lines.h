@@ -210,7 +210,8 @@ private:
     }
 
     void load16(std::int32_t y, std::int32_t x, std::int32_t n) {
-        Rows::load(in_samples, line_of(call.src, y) + line_bytes(in_samples, x), read_end(call, in_samples, y), n, grey16);
+        Rows::load(in_samples, line_of(call.src, y) + line_bytes(in_samples, x), read_end(call, in_samples, y), n,
+                   grey16);
         if (samples != nullptr) Rows::correct(*samples, call.first_line + y, n, grey16);
     }
 

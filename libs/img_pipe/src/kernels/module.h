@@ -8,11 +8,12 @@
     kernel_fn find_demosaic(img_type destination, img_type source);     /* mosaics to colours and luma */              \
     kernel_fn find_colour_tone(img_type destination, img_type source);  /* blue-green-red and YU8p */                  \
     kernel_fn find_colour_matrix(img_type destination, img_type source);                                               \
-    kernel_fn find_sharpness(img_type destination, img_type source);    /* and Y800, Y16 */                            \
-    kernel_fn find_tonemapping(img_type destination, img_type source);  /* mono and mosaics */                         \
+    kernel_fn find_sharpness(img_type destination, img_type source);   /* and Y800, Y16 */                             \
+    kernel_fn find_tonemapping(img_type destination, img_type source); /* mono and mosaics */                          \
     kernel_fn find_polarisation(img_type destination, img_type source);                                                \
     kernel_fn find_pwl(img_type destination, img_type source);                                                         \
-    kernel_fn find_float_samples(img_type destination, img_type source); /* float mosaics to integers and themselves */ \
+    kernel_fn find_float_samples(img_type destination,                                                                 \
+                                 img_type source); /* float mosaics to integers and themselves */                      \
     kernel_fn find_smooth(img_type destination, img_type source);                                                      \
     kernel_fn find_colour_lines(img_type destination, img_type source); /* YUV, blue-green-red, mono to those */
 

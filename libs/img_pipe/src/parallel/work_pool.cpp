@@ -68,8 +68,7 @@ private:
     void grow(unsigned threads) {
         const std::lock_guard guard(lock);
         try {
-            while (workers.size() < threads)
-                workers.emplace_back([this, index = workers.size()] { work(index); });
+            while (workers.size() < threads) workers.emplace_back([this, index = workers.size()] { work(index); });
         } catch (const std::system_error&) {
             // The system gives no more threads: those there are do the work, or the caller alone.
         }

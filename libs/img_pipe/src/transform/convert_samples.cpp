@@ -33,10 +33,10 @@ bool convert_mono(transform_pipe& pipe, const img_descriptor& dst, const img_des
 bool change_mono(transform_pipe& pipe, const img_descriptor& image, const transform_params& params,
                  transform_scratch* scratch) {
     if (tone_mapping_is_due(params, scratch))
-        return convert_tone_mapped(
-            [](transform_pipe& p, const img_descriptor&, const img_descriptor& i, const transform_params& rest,
-               transform_scratch* s) { return change_mono(p, i, rest, s); },
-            pipe, image, image, params, scratch);
+        return convert_tone_mapped([](transform_pipe& p, const img_descriptor&, const img_descriptor& i,
+                                      const transform_params& rest,
+                                      transform_scratch* s) { return change_mono(p, i, rest, s); },
+                                   pipe, image, image, params, scratch);
     const corrections c(params);
     if (!c.tone && !c.gamma && !c.sharpen) return true;
     return convert_mono(pipe, image, image, params, scratch);
@@ -66,10 +66,10 @@ bool convert_bayer(transform_pipe& pipe, const img_descriptor& dst, const img_de
 bool change_bayer(transform_pipe& pipe, const img_descriptor& image, const transform_params& params,
                   transform_scratch* scratch) {
     if (tone_mapping_is_due(params, scratch))
-        return convert_tone_mapped(
-            [](transform_pipe& p, const img_descriptor&, const img_descriptor& i, const transform_params& rest,
-               transform_scratch* s) { return change_bayer(p, i, rest, s); },
-            pipe, image, image, params, scratch);
+        return convert_tone_mapped([](transform_pipe& p, const img_descriptor&, const img_descriptor& i,
+                                      const transform_params& rest,
+                                      transform_scratch* s) { return change_bayer(p, i, rest, s); },
+                                   pipe, image, image, params, scratch);
     transform_state& state = *pipe.state();
     const corrections c(params);
     if (!c.any() && !c.forced) return true;

@@ -65,9 +65,7 @@ const std::uint16_t* lut_context::companded_roots() {
     return roots_built->data();
 }
 
-tonemapping_state* lut_context::tonemapping() {
-    return make_once(tonemapping_made) ? tonemapping_made.get() : nullptr;
-}
+tonemapping_state* lut_context::tonemapping() { return make_once(tonemapping_made) ? tonemapping_made.get() : nullptr; }
 
 void transform_state::set_level(std::uint32_t wanted) {
     if (mask != 0 && asked == wanted) return;

@@ -8,7 +8,8 @@ namespace gds_helper {
 
 namespace {
 
-template <class T> std::error_code read_number(const std::string& key, T& value) {
+template <class T>
+std::error_code read_number(const std::string& key, T& value) {
     const char* variable = std::getenv(key.c_str());
     const std::string_view text = variable == nullptr ? std::string_view{} : variable;
     T parsed{};

@@ -17,7 +17,8 @@ const property_value* find(const std::vector<property_entry>& entries, const std
     return found == entries.end() ? nullptr : &found->second;
 }
 
-template <class T> std::error_code read(const property_store_json_rw& values, const std::string& key, T& value) {
+template <class T>
+std::error_code read(const property_store_json_rw& values, const std::string& key, T& value) {
     const auto entries = values.enum_entries();
     const auto* entry = find(entries, key);
     const T* held = entry == nullptr ? nullptr : std::get_if<T>(entry);

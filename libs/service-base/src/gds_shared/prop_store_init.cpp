@@ -66,8 +66,10 @@ std::shared_ptr<gds_helper::property_store_chain> make_property_chain(const prod
     const std::string key = settings_key(product);
     auto chain = std::make_shared<gds_helper::property_store_chain>();
     chain->append(map);
-    chain->append(std::make_shared<gds_helper::property_store_registry_ro>(gds_helper::registry_root::current_user, key));
-    chain->append(std::make_shared<gds_helper::property_store_registry_ro>(gds_helper::registry_root::local_machine, key));
+    chain->append(
+        std::make_shared<gds_helper::property_store_registry_ro>(gds_helper::registry_root::current_user, key));
+    chain->append(
+        std::make_shared<gds_helper::property_store_registry_ro>(gds_helper::registry_root::local_machine, key));
     return chain;
 }
 

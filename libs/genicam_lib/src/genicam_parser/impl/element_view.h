@@ -11,6 +11,7 @@
 
 namespace GenICam::impl {
 
+// clang-format off
 #define GENICAM_ELEMENT_NAMES(X)                                                                                       \
     X(AccessMode)                                                                                                      \
     X(Address)                                                                                                         \
@@ -34,6 +35,7 @@ namespace GenICam::impl {
                             X(pInvalidator) X(pIsAvailable) X(pIsImplemented) X(pIsLocked) X(pLength) X(pMax) X(pMin)  \
                                 X(pPort) X(pSelected) X(pValue) X(pValueCopy) X(pValueDefault) X(pValueIndexed)        \
                                     X(pVariable)
+// clang-format on
 
 enum class tag : uint8_t {
 #define GENICAM_TAG(name) name,

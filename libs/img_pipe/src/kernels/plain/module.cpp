@@ -25,13 +25,13 @@ kernel_fn tone(img_type destination, img_type source) {
 
 const filter_module* plain_module() {
     // In the order of kernel_slot.
-    static constexpr filter_module module{cpu::c,
-                                          {&plain::find_demosaic, &plain::find_demosaic, &plain::find_sharpness,
-                                           &plain::find_tonemapping, &white_balance, &tone, &plain::find_colour_matrix, nullptr,
-                                           &plain::find_smooth, &plain::find_polarisation, &plain::find_polarisation,
-                                           &plain::find_float_samples, &convert, nullptr, nullptr, nullptr},
-                                          nullptr,
-                                          0};
+    static constexpr filter_module module{
+        cpu::c,
+        {&plain::find_demosaic, &plain::find_demosaic, &plain::find_sharpness, &plain::find_tonemapping, &white_balance,
+         &tone, &plain::find_colour_matrix, nullptr, &plain::find_smooth, &plain::find_polarisation,
+         &plain::find_polarisation, &plain::find_float_samples, &convert, nullptr, nullptr, nullptr},
+        nullptr,
+        0};
     return &module;
 }
 

@@ -14,11 +14,16 @@ namespace {
 int priority_of(spdlog::level::level_enum level) {
     switch (level) {
     case spdlog::level::trace:
-    case spdlog::level::debug: return LOG_DEBUG;
-    case spdlog::level::info: return LOG_INFO;
-    case spdlog::level::warn: return LOG_WARNING;
-    case spdlog::level::err: return LOG_ERR;
-    default: return LOG_CRIT;
+    case spdlog::level::debug:
+        return LOG_DEBUG;
+    case spdlog::level::info:
+        return LOG_INFO;
+    case spdlog::level::warn:
+        return LOG_WARNING;
+    case spdlog::level::err:
+        return LOG_ERR;
+    default:
+        return LOG_CRIT;
     }
 }
 
