@@ -8,7 +8,8 @@ namespace img_pipe {
 
 namespace {
 
-// The modules loaded into this process. They stay until it ends: kernels may be running on any thread.
+// The modules loaded into this process. They stay until it ends: kernels may be running on any thread. This list goes
+// with the library, when no thread of it runs any more.
 struct loaded_modules {
     std::mutex lock;
     std::vector<std::string> paths;
@@ -17,8 +18,8 @@ struct loaded_modules {
 };
 
 loaded_modules& loaded() {
-    static auto* modules = new loaded_modules;
-    return *modules;
+    static loaded_modules modules;
+    return modules;
 }
 
 void add(filter_table& table, std::uint32_t mask, const filter_module* module) {
