@@ -422,6 +422,9 @@ TEST_F(ImageFeatures, NothingIsWrittenWithoutTheMasterEnable) {
 // A camera that answers late is tried again, and after three times in a row left alone until something is switched.
 // While it is not asked, after one time, nothing counts.
 TEST_F(ImageFeatures, ALateCameraIsTriedThreeTimes) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the pauses below are between the service's time-outs, which a sanitizer stretches";
+#endif
     using std::chrono::milliseconds;
     start();
     open_raw();
@@ -430,7 +433,7 @@ TEST_F(ImageFeatures, ALateCameraIsTriedThreeTimes) {
         own->camera(0).signal(SIGSTOP);
         block->set(result_exposure, result);
         send_results();
-        std::this_thread::sleep_for(milliseconds{2200}); // longer than an answer is waited for
+        std::this_thread::sleep_for(milliseconds{1600}); // longer than an answer is waited for
         for (int i = 0; i < 10; ++i) send_results();
         std::this_thread::sleep_for(milliseconds{50});
         own->camera(0).signal(SIGCONT);
@@ -441,13 +444,12 @@ TEST_F(ImageFeatures, ALateCameraIsTriedThreeTimes) {
         return block->get<float>(current_exposure) == 2001;
     }));
     EXPECT_EQ(count_of(own->logged(), "is given up"), 0);
-    int times = 0;
-    while (times < 6 && count_of(own->logged(), "is given up") == 0) {
-        late_once(3001.0F + static_cast<float>(times++));
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(count_of(own->logged(), "is given up"), 0);
+        late_once(3001.0F + static_cast<float>(i));
         std::this_thread::sleep_for(milliseconds{1000}); // it is asked again
     }
     EXPECT_EQ(count_of(own->logged(), "is given up"), 1);
-    EXPECT_GE(times, 3); // more where the camera went on before the service had tired of waiting
 }
 
 TEST_F(ImageFeatures, ALockedFeatureIsWaitedFor) {
