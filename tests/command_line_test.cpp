@@ -58,6 +58,13 @@ TEST(CommandLine, OfAnotherUser) {
     const answer refused = run(own, "setpriv --reuid 65534 --regid 65534 --clear-groups '" + program + "' list");
     EXPECT_EQ(refused.exit_code, cli::row_of(cause::no_service).exit_code) << refused.errors;
     EXPECT_THAT(refused.errors, HasSubstr("It belongs to user 'root'"));
+
+    test_bench grouped{{"--group", "daemon"}};
+    grouped.start_service();
+    std::filesystem::permissions(grouped.folder(), std::filesystem::perms{0755});
+    const answer outside = run(grouped, "setpriv --reuid 65534 --regid 65534 --clear-groups '" + program + "' list");
+    EXPECT_EQ(outside.exit_code, cli::row_of(cause::no_service).exit_code) << outside.errors;
+    EXPECT_THAT(outside.errors, HasSubstr("Its group is 'daemon': sudo adduser"));
 }
 
 TEST(CommandLine, WithoutACamera) {

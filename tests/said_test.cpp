@@ -63,6 +63,7 @@ TEST_F(Said, WhatIsWrongWithOptionsAndFiles) {
         {"ORV_GENTL_GEV_DEBUG_FILE=" + broken + "/log " + ends, {"Failed to open log file '" + broken + "/log'"}},
         {"ORV_GENTL_GEV_DEBUG_FILE=" + own.folder().string() + "/none/log " + service + "--group no-such-group",
          {"there is no folder '" + own.folder().string() + "/none'", "There is no group"}},
+        {"ORV_GENTL_RUNTIME_DIR=/no/such " + service, {"Cannot listen at '/no/such/orv-gentl-gev_service_pipe_"}},
         {ORV_BIN_DIR "/orv-gev-camera-sim --address " + own.camera_address(0), {"is there a camera already?"}},
         {camera + "--frame-rate 0", {"--frame-rate"}},
         {camera + "--loss 2", {"--loss"}},

@@ -37,9 +37,10 @@ std::optional<int64_t> read_number(const fs::path& path) {
     return failed == std::errc{} ? std::optional{value} : std::nullopt;
 }
 
-// A command for now and the file for every start after.
+// A command for now and the file for every start after. Not the name of the packages' file in /usr/lib/sysctl.d, which
+// one of that name in /etc hides as a whole.
 std::string lasting_sysctl(const std::string& name, const std::string& value) {
-    return fmt::format("echo '{0} = {1}' | sudo tee -a /etc/sysctl.d/60-orv-gentl-gev.conf && sudo sysctl {0}={1}",
+    return fmt::format("echo '{0} = {1}' | sudo tee -a /etc/sysctl.d/70-orv-gentl-gev.conf && sudo sysctl {0}={1}",
                        name, value);
 }
 
@@ -87,13 +88,15 @@ void check_interfaces(const kernel_files& kernel, std::vector<finding>& findings
         const auto mtu = read_number(folder / "mtu");
         if (mtu) {
             const bool jumbo = *mtu >= jumbo_mtu;
-            findings.push_back({"MTU of " + name, jumbo ? grade::ok : grade::advice, fmt::format("{} bytes", *mtu),
-                                fmt::format("{} bytes, if card, switch and camera carry it", jumbo_mtu),
-                                jumbo ? "" : "larger packets take less of the processor for the same pictures",
-                                jumbo ? ""
-                                      : fmt::format("nmcli connection modify {0} 802-3-ethernet.mtu {1}   (until the "
-                                                    "next start: sudo ip link set {0} mtu {1})",
-                                                    name, jumbo_mtu)});
+            findings.push_back(
+                {"MTU of " + name, jumbo ? grade::ok : grade::advice, fmt::format("{} bytes", *mtu),
+                 fmt::format("{} bytes, if card, switch and camera carry it", jumbo_mtu),
+                 jumbo ? "" : "larger packets take less of the processor for the same pictures",
+                 jumbo ? ""
+                       : fmt::format("nmcli connection modify \"$(nmcli -g GENERAL.CONNECTION device show {0})\" "
+                                     "802-3-ethernet.mtu {1}   (until the next start: sudo ip link set "
+                                     "{0} mtu {1})",
+                                     name, jumbo_mtu)});
         }
         const auto own = read_number(filters + name + "/rp_filter");
         if (!own) continue;

@@ -72,7 +72,7 @@ loss_verdict judge_socket(const loss_evidence& seen) {
                 fmt::format("{}, whose receive buffer of {} is too small.", drops, megabytes(buffer)),
                 seen.socket_buffer_limit && *seen.socket_buffer_limit >= wanted_buffer
                     ? "the system allows more: the application asked for less, or has its own limit"
-                    : "echo 'net.core.rmem_max = 33554432' | sudo tee -a /etc/sysctl.d/60-orv-gentl-gev.conf && sudo "
+                    : "echo 'net.core.rmem_max = 33554432' | sudo tee -a /etc/sysctl.d/70-orv-gentl-gev.conf && sudo "
                       "sysctl net.core.rmem_max=33554432"};
     }
     if (is_busy(seen))
@@ -194,7 +194,7 @@ loss_verdict judge(const loss_evidence& seen) {
     return {
         loss_cause::host_queue,
         fmt::format("{}{} dropped between card and socket.", loss_text(seen), packets(in_queue)),
-        "echo 'net.core.netdev_max_backlog = 10000' | sudo tee -a /etc/sysctl.d/60-orv-gentl-gev.conf && sudo sysctl "
+        "echo 'net.core.netdev_max_backlog = 10000' | sudo tee -a /etc/sysctl.d/70-orv-gentl-gev.conf && sudo sysctl "
         "net.core.netdev_max_backlog=10000"};
 }
 

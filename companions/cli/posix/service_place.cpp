@@ -11,6 +11,7 @@
 #include <system_error>
 #include <vector>
 
+#include <grp.h>
 #include <pwd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -41,6 +42,13 @@ place place_of_socket() {
 std::string user_text(uid_t user) {
     const passwd* known = getpwuid(user);
     return known == nullptr ? fmt::format("user {}", user) : fmt::format("user '{}'", known->pw_name);
+}
+
+// For somebody whom the socket's mode keeps out.
+std::string way_in(const struct stat& socket) {
+    const group* const members = (socket.st_mode & S_IWGRP) != 0 ? getgrgid(socket.st_gid) : nullptr;
+    if (members == nullptr) return "Run as that user, or start the service with --group and join that group.";
+    return fmt::format("Its group is '{0}': sudo adduser USER {0}, and log in again.", members->gr_name);
 }
 
 std::string text_of(int error) { return std::system_category().message(error); }
@@ -116,12 +124,12 @@ std::string why_no_service(const std::string& reason) {
         return fmt::format("No service runs: the socket {} belongs to {} and nobody listens at it: {}.\n{}", where,
                            owner, text_of(refused), start);
     if (refused == EACCES || refused == EPERM)
-        return fmt::format("The service of {} does not let {} in: {}. Run as that user, or start the service with "
-                           "--group and join that group.",
-                           owner, user_text(geteuid()), text_of(refused));
+        return fmt::format("The service of {} does not let {} in: {}. {}", owner, user_text(geteuid()),
+                           text_of(refused), way_in(found));
     if (refused != 0) return fmt::format("The service's socket {} cannot be used: {}.", where, text_of(refused));
-    return fmt::format("A service of {} listens {} and does not answer as it should: it may not let {} in, or have too "
-                       "many clients; its log tells.",
+    return fmt::format("A service of {} listens {} and does not answer as it should: it may not let {} in, have too "
+                       "many clients, or share no memory with this process (/dev/shm, in a container that of its "
+                       "host: --ipc host); its log tells.",
                        owner, where, user_text(geteuid()));
 }
 
