@@ -6,6 +6,7 @@
 
 #include <signal.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -48,6 +49,7 @@ TEST_F(Said, WhatIsWrongWithOptionsAndFiles) {
     std::ofstream{broken} << "{";
     // Ends by itself for its group, which comes after the files.
     const std::string ends = service + "--log-level 0 --group no-such-group";
+    const std::string as_nobody = geteuid() == 0 ? "setpriv --reuid 65534 --regid 65534 --clear-groups " : "";
     struct {
         std::string command;
         std::vector<std::string> texts;
@@ -63,6 +65,8 @@ TEST_F(Said, WhatIsWrongWithOptionsAndFiles) {
         {"ORV_GENTL_GEV_DEBUG_FILE=" + broken + "/log " + ends, {"Failed to open log file '" + broken + "/log'"}},
         {"ORV_GENTL_GEV_DEBUG_FILE=" + own.folder().string() + "/none/log " + service + "--group no-such-group",
          {"there is no folder '" + own.folder().string() + "/none'", "There is no group"}},
+        {"ORV_GENTL_RUNTIME_DIR=/usr " + as_nobody + service,
+         {"Cannot listen at '/usr/orv-gentl-gev_service_pipe_", "set ORV_GENTL_RUNTIME_DIR"}},
         {"ORV_GENTL_RUNTIME_DIR=/no/such " + service, {"Cannot listen at '/no/such/orv-gentl-gev_service_pipe_"}},
         {ORV_BIN_DIR "/orv-gev-camera-sim --address " + own.camera_address(0), {"is there a camera already?"}},
         {camera + "--frame-rate 0", {"--frame-rate"}},

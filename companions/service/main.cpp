@@ -137,8 +137,12 @@ int run(const program_options& given) {
                                                  "'{}/{}': it may be of another version's unit.",
                                                  directory->path, server_options.pipe_name));
         }
-        throw std::runtime_error(fmt::format("Cannot listen at '{}/{}': {}", directory->path, server_options.pipe_name,
-                                             server.error().message()));
+        const bool foreign = server.error() == std::errc::permission_denied;
+        throw std::runtime_error(fmt::format(
+            "Cannot listen at '{}/{}': {}{}", directory->path, server_options.pipe_name, server.error().message(),
+            foreign ? ". A service of your own needs a folder of its own: set ORV_GENTL_RUNTIME_DIR, for it "
+                      "and for the applications that are to use it."
+                    : ""));
     }
     tell_of_others(fmt::format("{}/{}", directory->path, server_options.pipe_name));
     // The first scan is over when we say so, so that a consumer that waited for the line finds what is there.
