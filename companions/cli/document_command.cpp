@@ -78,15 +78,15 @@ std::string line_of(const nlohmann::json& item) {
 } // namespace
 
 int show_document(const document_options& options) {
-    std::string text = read_file(options.file);
-    if (GenICam::is_zipped(std::as_bytes(std::span{text}))) {
-        auto inflated = GenICam::inflate_document(std::as_bytes(std::span{text}));
-        if (!inflated) throw std::runtime_error(fmt::format("'{}' is no sound archive.", options.file));
-        text = std::move(*inflated);
+    const auto text = GenICam::document_text(read_file(options.file));
+    if (!text) {
+        const bool large = text.error() == std::errc::file_too_large;
+        throw std::runtime_error(
+            fmt::format("'{}' {}.", options.file, large ? "is larger than any document" : "is no sound archive"));
     }
     memory_port memory{options.memory.empty() ? std::nullopt : std::optional{read_file(options.memory)}};
     const auto begin = std::chrono::steady_clock::now();
-    const auto document = GenICam::create_document(std::string_view{text});
+    const auto document = GenICam::create_document(std::string_view{*text});
     const std::chrono::duration<double> load_time = std::chrono::steady_clock::now() - begin;
     if (!document) throw std::runtime_error(fmt::format("'{}' is no well-formed XML.", options.file));
     if (auto* port = document->find<GenICam::IPort>("Device")) static_cast<void>(port->bind(&memory, 0));
