@@ -156,21 +156,9 @@ std::error_code stream_channel_impl::reset_receiver() {
     return {};
 }
 
-std::error_code stream_channel_impl::operation_5() {
-    if (!thread) return not_connected();
-    thread->operation_8();
-    return {};
-}
-
-std::error_code stream_channel_impl::operation_6(uint32_t first, uint64_t second) {
-    if (!thread) return not_connected();
-    return thread->operation_9(first, second);
-}
-
 std::expected<uint64_t, std::error_code> stream_channel_impl::query_packet_size(uint32_t selector) {
-    if (selector == 0) return packet_size;
-    if (!thread) return std::unexpected(not_connected());
-    return thread->operation_10(selector);
+    if (selector != 0) return std::unexpected(not_connected());
+    return packet_size;
 }
 
 std::error_code stream_channel_impl::set_resend_params(const resend_parameters& parameters) {
