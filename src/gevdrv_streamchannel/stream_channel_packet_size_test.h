@@ -8,6 +8,8 @@
 
 namespace gev::streamchannel::impl {
 
+inline constexpr uint32_t register_timeout_ms = 3000; // for one access of the channel to its registers
+
 struct packet_size_range {
     int32_t min = 0;
     int32_t max = 0;
