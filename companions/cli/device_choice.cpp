@@ -1,6 +1,6 @@
-// Which device the user meant.
+#include "device_choice.h"
+
 #include "nearest_names.h"
-#include "session.h"
 
 #include <fmt/format.h>
 

@@ -34,9 +34,9 @@ std::string read_file(const std::string& path) {
 class memory_port final : public GenICam::IDevicePort {
 public:
     explicit memory_port(std::optional<std::string> content) : file(std::move(content)) {}
-    GenICam::result<std::size_t> read(int64_t address, std::span<std::byte> data, unsigned) override {
+    GenICam::result<size_t> read(int64_t address, std::span<std::byte> data, unsigned) override {
         if (!holds(address, data.size())) return GenICam::fail(GenICam::genicam_errc::invalid_address);
-        for (std::size_t i = 0; i < data.size(); ++i) {
+        for (size_t i = 0; i < data.size(); ++i) {
             const auto at = static_cast<uint64_t>(address) + i;
             const auto found = written.find(at);
             data[i] = found != written.end() ? found->second
@@ -47,12 +47,12 @@ public:
     }
     std::error_code write(int64_t address, std::span<const std::byte> data, unsigned) override {
         if (!holds(address, data.size())) return make_error_code(GenICam::genicam_errc::invalid_address);
-        for (std::size_t i = 0; i < data.size(); ++i) written[static_cast<uint64_t>(address) + i] = data[i];
+        for (size_t i = 0; i < data.size(); ++i) written[static_cast<uint64_t>(address) + i] = data[i];
         return {};
     }
 
 private:
-    [[nodiscard]] bool holds(int64_t address, std::size_t size) const noexcept {
+    [[nodiscard]] bool holds(int64_t address, size_t size) const noexcept {
         const auto start = static_cast<uint64_t>(address);
         return !file || (start <= file->size() && size <= file->size() - start);
     }
@@ -91,7 +91,7 @@ int show_document(const document_options& options) {
     if (!document) throw std::runtime_error(fmt::format("'{}' is no well-formed XML.", options.file));
     if (auto* port = document->find<GenICam::IPort>("Device")) static_cast<void>(port->bind(&memory, 0));
 
-    std::size_t count = 0;
+    size_t count = 0;
     nlohmann::json list = nlohmann::json::array();
     const auto read_begin = std::chrono::steady_clock::now();
     document->for_each_node([&](GenICam::INode* node) {

@@ -1,5 +1,6 @@
 #include "grabber.h"
 
+#include "device_choice.h"
 #include "missing_frames.h"
 #include "output.h"
 #include "path_probe.h"

@@ -30,7 +30,7 @@ class node_map::port_adapter final : public GenICam::IDevicePort {
 public:
     port_adapter(const gentl_library& library, void* port_handle) : lib(library), port(port_handle) {}
 
-    GenICam::result<std::size_t> read(int64_t address, std::span<std::byte> data, unsigned) override {
+    GenICam::result<size_t> read(int64_t address, std::span<std::byte> data, unsigned) override {
         size_t size = data.size();
         const GC_ERROR error = lib.GCReadPort(port, static_cast<uint64_t>(address), data.data(), &size);
         if (error != GC_ERR_SUCCESS) return GenICam::fail(refused("GCReadPort", error));

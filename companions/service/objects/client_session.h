@@ -72,7 +72,7 @@ private:
         std::make_shared<ipc_rpc::byte_budget>(ipc_rpc::limits::most_document_bytes);
     std::mutex mutex; // guards what follows
     std::bitset<ipc_rpc::limits::most_numbers + 1> used;
-    size_t open_devices = 0;
+    std::size_t open_devices = 0;
 };
 
 } // namespace service

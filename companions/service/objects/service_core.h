@@ -64,7 +64,7 @@ public:
     void watch_interfaces(const std::shared_ptr<client_session::number>& number);
     void watch_devices(const std::string& interface_name, const std::shared_ptr<client_session::number>& number);
 
-    [[nodiscard]] size_t watcher_count();
+    [[nodiscard]] std::size_t watcher_count();
 
     // Gets what the service says of the interface's cameras, for as long as it lives.
     void watch_messages(const std::string& interface_name, const std::shared_ptr<message_box>& box);

@@ -58,7 +58,7 @@ public:
 
     // The service's own configuration.
     std::error_code read_double(const std::string& key, double& value) const override;
-    std::error_code read_int64(const std::string& key, std::int64_t& value) const override;
+    std::error_code read_int64(const std::string& key, int64_t& value) const override;
     std::error_code read_string(const std::string& key, std::string& value) const override;
     bool has_entry(const std::string& key) const override;
 

@@ -4,7 +4,7 @@
 #include "impl/ipc_call_base.h"
 
 #include <ipc_rpc/byte_budget.h>
-#include <ipc_rpc/executor.h>
+#include <ipc_rpc/executor_thread_pool.h>
 #include <ipc_rpc/function_table.h>
 
 #include <functional>
