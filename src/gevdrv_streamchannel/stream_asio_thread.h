@@ -22,6 +22,7 @@ class datagram_reader;
 
 namespace gev::streamchannel::impl {
 
+// Thread-safe, but for the caller's operations, which are one thread's at a time.
 class stream_asio_thread final : public stream_channel_thread_itf {
 public:
     struct create_params {

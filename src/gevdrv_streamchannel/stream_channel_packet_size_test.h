@@ -32,6 +32,7 @@ public:
     // Whether a packet got through of the size that the device makes of this one. More than `most` fails.
     [[nodiscard]] tested test_packet_size(uint32_t size, int32_t most);
     // The largest size in the range that gets through, which the device has then; after some twenty tests at most.
+    // Spelled so on purpose: a name that others know.
     [[nodiscard]] std::expected<uint32_t, std::error_code> evalute_packet_size(packet_size_range range);
 
     [[nodiscard]] static std::expected<packet_size_range, std::error_code>

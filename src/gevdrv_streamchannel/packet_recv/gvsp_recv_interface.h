@@ -87,7 +87,7 @@ struct frame_progress {
 
 namespace impl {
 
-// Touched by one thread only. Times are microseconds of the steady clock. Nothing allocates after setup.
+// Thread-bound: the receive thread's. Times are microseconds of the steady clock. Nothing allocates after setup.
 class gvsp_recv_interface {
 public:
     virtual ~gvsp_recv_interface() = default;
