@@ -1,5 +1,5 @@
-// What the RPC subsystem asks of the platform. platform/ declares it, posix/ implements it in files of the same names,
-// and win32/ is to mirror those.
+// What the RPC subsystem asks of the platform. platform/ declares it, posix/ implements it in files of the same names;
+// unique_text() stands in posix/leftovers.cpp, which reads such names.
 #pragma once
 
 #include "platform/named_pipe.h"
