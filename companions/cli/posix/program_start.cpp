@@ -64,7 +64,7 @@ started_program start_program(const std::vector<std::string>& command) {
     ssize_t size = 0;
     while ((size = read(problem[0], &why, sizeof why)) < 0 && errno == EINTR) continue;
     close(problem[0]);
-    if (started.process > 0 && size == sizeof why) {
+    if (started.process > 0 && size == ssize_t{sizeof why}) {
         started.error = {why, std::system_category()};
         while (waitpid(started.process, nullptr, 0) < 0 && errno == EINTR) continue;
         started.process = -1;
