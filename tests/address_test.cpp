@@ -16,7 +16,7 @@
 
 namespace {
 
-using namespace bench;
+using namespace test_support;
 namespace reg = gige::gvcp::reg;
 
 constexpr uint32_t net = 0x0A632700; // 10.99.39.0/29: hosts 1 to 6

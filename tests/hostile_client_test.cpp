@@ -1,7 +1,7 @@
 // Clients that cheat, break off and hoard, against the service's real process: it goes on, others are served, and what
 // the client held is free again.
-#include "bench.h"
-#include "raw_client.h"
+#include "support/raw_client.h"
+#include "support/test_system.h"
 
 #include "../companions/service/gvcp/tests/scripted_camera.h"
 
@@ -22,10 +22,7 @@
 #include <set>
 #include <thread>
 
-using bench::eventually;
-using bench::process;
-using bench::raw_client;
-using bench::wire_bytes;
+using namespace test_support;
 using namespace std::chrono_literals;
 
 namespace {
@@ -36,7 +33,7 @@ class Hostile : public testing::Test {
 protected:
     void start(std::vector<std::string> options = {}) {
         options.insert(options.begin(), {"--log-level", "0"});
-        own = std::make_unique<bench::test_bench>(std::move(options));
+        own = std::make_unique<test_system>(std::move(options));
     }
     void start_with_camera() {
         start();
@@ -104,7 +101,7 @@ protected:
         return 0;
     }
 
-    std::unique_ptr<bench::test_bench> own;
+    std::unique_ptr<test_system> own;
 };
 
 std::string call_packet(uint64_t handle, const std::string& function) {

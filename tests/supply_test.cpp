@@ -1,13 +1,13 @@
 // What the consumer supplies: too few buffers, too late, too small, or made for another picture. Counters and flags
 // must tell which.
-#include "bench.h"
-#include "frame_reader.h"
+#include "support/frame_reader.h"
+#include "support/test_system.h"
 
 #include <gtest/gtest.h>
 
 #include <thread>
 
-using bench::test_bench;
+using namespace test_support;
 using namespace GenTL;
 using namespace std::chrono_literals;
 
@@ -18,21 +18,12 @@ protected:
     Supply() {
         own.start_camera({"--width", "640", "--height", "480", "--frame-rate", "40"});
         own.start_service();
-        camera.emplace(test_bench::serial(0));
+        camera.emplace();
     }
-    void set(const char* name, const std::string& value) {
-        cli::set_from_text(cli::require_node(camera->remote(), name), value);
-    }
-    [[nodiscard]] static bool wait_until(const std::function<bool()>& condition) {
-        for (int i = 0; i < 1000; ++i) {
-            if (condition()) return true;
-            std::this_thread::sleep_for(10ms);
-        }
-        return false;
-    }
+    void set(const char* name, const std::string& value) { camera->set(name, value); }
     // Every frame that the camera sent was delivered or found no buffer, and the features say the same.
-    static void expect_all_accounted(bench::frame_reader& reader, uint64_t sent) {
-        EXPECT_TRUE(wait_until(
+    static void expect_all_accounted(frame_reader& reader, uint64_t sent) {
+        EXPECT_TRUE(eventually(
             [&] { return reader.info(STREAM_INFO_NUM_DELIVERED) + reader.info(STREAM_INFO_NUM_UNDERRUN) >= sent; }));
         EXPECT_EQ(reader.info(STREAM_INFO_NUM_DELIVERED) + reader.info(STREAM_INFO_NUM_UNDERRUN), sent);
         EXPECT_EQ(reader.info(STREAM_INFO_KRV_NUM_TRANSMISSION_DROP), 0U);
@@ -44,11 +35,11 @@ protected:
         EXPECT_EQ(cli::require_integer(features, "StreamPacketLossFrameCount"), 0);
     }
 
-    test_bench own;
-    std::optional<bench::open_camera> camera;
+    test_system own;
+    std::optional<open_camera> camera;
 };
 
-void expect_right(const std::optional<bench::read_frame>& frame) {
+void expect_right(const std::optional<read_frame>& frame) {
     ASSERT_TRUE(frame);
     EXPECT_FALSE(frame->incomplete);
     EXPECT_EQ(frame->missing_packets + frame->foreign_packets, 0U);
@@ -56,34 +47,8 @@ void expect_right(const std::optional<bench::read_frame>& frame) {
 
 } // namespace
 
-TEST_F(Supply, AConsumerThatPausesLosesFramesAndThoseAlone) {
-    bench::frame_reader reader{*camera, 5, false};
-    reader.allow_pauses();
-    constexpr uint64_t sent = 60;
-    reader.start(sent);
-    uint64_t last = 0;
-    for (int i = 0; i < 5; ++i) {
-        const auto frame = reader.next(5000, true);
-        expect_right(frame);
-        EXPECT_EQ(frame->block_id, ++last);
-    }
-    EXPECT_EQ(reader.size_info(STREAM_INFO_NUM_QUEUED), 0U);
-    EXPECT_TRUE(wait_until([&] { return reader.info(STREAM_INFO_NUM_UNDERRUN) >= 10; }));
-    EXPECT_FALSE(reader.next(0)) << "no buffer, no frame";
-    reader.queue_kept();
-    while (last < sent) {
-        const auto frame = reader.next(5000);
-        expect_right(frame);
-        if (!frame) break;
-        EXPECT_GT(frame->block_id, last);
-        last = frame->block_id;
-    }
-    expect_all_accounted(reader, sent);
-    reader.stop();
-}
-
 TEST_F(Supply, OneBufferThatGoesRoundServes) {
-    bench::frame_reader reader{*camera, 2, false}; // the fewest that an acquisition starts with
+    frame_reader reader{*camera, 2, false}; // the fewest that an acquisition starts with
     reader.allow_pauses();
     constexpr uint64_t sent = 20;
     reader.start(sent);
@@ -104,57 +69,17 @@ TEST_F(Supply, OneBufferThatGoesRoundServes) {
     reader.stop();
 }
 
-// The stream stays open; the camera starts over with its first block id each time.
-TEST_F(Supply, SingleFramesAreDeliveredOneAfterTheOther) {
-    bench::frame_reader reader{*camera, 5, false};
-    reader.allow_pauses();
-    reader.start(1);
-    uint64_t timestamp = 0;
-    for (int i = 0; i < 5; ++i) {
-        if (i != 0) cli::execute(cli::require_node(camera->remote(), "AcquisitionStart"));
-        const auto frame = reader.next(5000);
-        expect_right(frame);
-        if (!frame) break;
-        EXPECT_EQ(frame->block_id, 1U);
-        EXPECT_GT(frame->timestamp, timestamp);
-        timestamp = frame->timestamp;
-    }
-    expect_all_accounted(reader, 5);
-    reader.stop();
-}
-
 TEST_F(Supply, ASingleBufferIsRefused) {
-    bench::frame_reader reader{*camera, 1, false};
+    frame_reader reader{*camera, 1, false};
     reader.allow_pauses();
     EXPECT_EQ(camera->lib->DSStartAcquisition(camera->stream->get(), 0, GENTL_INFINITE), GC_ERR_INVALID_BUFFER);
     EXPECT_NE(camera->lib->last_error(GC_ERR_INVALID_BUFFER).find("BUF_ANNOUNCE_MIN"), std::string::npos);
 }
 
-TEST_F(Supply, FramesLargerThanTheBufferAreCutAndSaySo) {
-    constexpr size_t payload = 640 * 480;
-    for (const size_t size : {payload - 1, payload / 2, size_t{100}}) {
-        SCOPED_TRACE(size);
-        bench::frame_reader reader{*camera, 6, false, size};
-        reader.allow_pauses();
-        reader.start(4);
-        for (uint64_t block = 1; block <= 4; ++block) {
-            const auto frame = reader.next(5000);
-            expect_right(frame);
-            EXPECT_EQ(frame->block_id, block);
-            EXPECT_TRUE(frame->too_large);
-            EXPECT_EQ(frame->data_size, payload);
-            EXPECT_EQ(frame->filled, size);
-        }
-        EXPECT_TRUE(reader.margins_untouched()) << "written behind the buffer's end";
-        expect_all_accounted(reader, 4);
-        reader.stop();
-    }
-}
-
 // One stream, one set of buffers, another picture for each acquisition.
 TEST_F(Supply, ThePayloadSizeMayChangeBetweenAcquisitions) {
     constexpr size_t capacity = 640 * 480 * 2;
-    bench::frame_reader reader{*camera, 6, false, capacity};
+    frame_reader reader{*camera, 6, false, capacity};
     reader.allow_pauses();
     struct picture {
         const char* width;
@@ -176,7 +101,7 @@ TEST_F(Supply, ThePayloadSizeMayChangeBetweenAcquisitions) {
         set("Height", each.height);
         set("PixelFormat", each.format);
         const bool chunks = *each.chunks == '1';
-        const auto payload = static_cast<size_t>(cli::require_integer(camera->remote(), "PayloadSize"));
+        const auto payload = static_cast<size_t>(camera->integer("PayloadSize"));
         EXPECT_EQ(reader.size_info(STREAM_INFO_PAYLOAD_SIZE), payload);
         EXPECT_EQ(payload > each.bytes, chunks);
         reader.start(4);

@@ -1,6 +1,6 @@
 #include "test_client.h"
 
-#include "../../../tests/document_rules.h"
+#include "../../../tests/support/document_rules.h"
 #include "../src/document.h"
 #include "../src/firmware_image.h"
 #include "../src/registers.h"

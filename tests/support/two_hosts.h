@@ -2,11 +2,12 @@
 // interface, no route. They end with the object, or with the process.
 #pragma once
 
-#include <filesystem>
+#include "../../libs/service-base/tests/support.h"
+
 #include <string>
 #include <vector>
 
-namespace bench {
+namespace test_support {
 
 class two_hosts {
 public:
@@ -29,17 +30,15 @@ public:
     // address; -1 when there is none to be had.
     [[nodiscard]] int add_camera_side();
     void set_mtu(int camera, int consumer);
-    // Words of `tc`'s netem for what the camera sends; false when the kernel has no netem.
-    [[nodiscard]] bool impair(const std::vector<std::string>& netem);
     // A command at one end; false when it fails.
     [[nodiscard]] bool run(int end, const std::vector<std::string>& command);
 
 private:
-    std::filesystem::path directory;
+    temporary_folder directory;
     std::string problem;
     int camera_end = -1;
     int consumer_end = -1;
     std::vector<int> further_ends;
 };
 
-} // namespace bench
+} // namespace test_support

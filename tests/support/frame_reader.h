@@ -1,11 +1,11 @@
 // A consumer in the test's process that knows what every byte of a frame must be.
 #pragma once
 
-#include "bench.h"
+#include "test_system.h"
 
 #include <optional>
 
-namespace bench {
+namespace test_support {
 
 struct read_frame {
     uint64_t block_id = 0;
@@ -66,4 +66,4 @@ private:
     std::unique_ptr<cli::node_map> stream_nodes;
 };
 
-} // namespace bench
+} // namespace test_support
