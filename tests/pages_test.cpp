@@ -1,7 +1,6 @@
 // The pages for users: every "$ ..." in them is run, in one shell for a page, and what stands below must be what comes.
 // ORV_WRITE_PAGES=1 writes it there.
-#include "bench.h"
-#include "consumer_shell.h"
+#include "support/consumer_shell.h"
 
 #include <gtest/gtest.h>
 
@@ -12,8 +11,8 @@
 #include <string>
 #include <vector>
 
-using bench::test_bench;
 using consumer::read_file;
+using test_support::test_system;
 
 namespace {
 
@@ -95,7 +94,7 @@ TEST_P(Pages, AreTrue) {
 
     if (sizeof ORV_SANITIZED > 1 && read_file(path).find("$ python3 ") != std::string::npos)
         GTEST_SKIP() << "the sanitizers' run-time library would have to be in Python, too";
-    test_bench own;
+    test_system own;
     std::filesystem::create_directory_symlink(ORV_SOURCE_DIR "/examples", own.folder() / "examples");
     if (two_cameras) {
         own.start_camera({"--width", "640", "--height", "480", "--user-name", "left"});
@@ -107,8 +106,8 @@ TEST_P(Pages, AreTrue) {
     std::string script = script_of(examples);
     replace_all(script, "127.0.0.", network);
     std::ofstream{own.folder() / "page.sh"} << script;
-    bench::process shell{{"bash", "-c", "cd '" + own.folder().string() + "' && exec bash ./page.sh 2>&1"},
-                         own.folder() / "page.out"};
+    test_support::process shell{{"bash", "-c", "cd '" + own.folder().string() + "' && exec bash ./page.sh 2>&1"},
+                                own.folder() / "page.out"};
     shell.wait();
     std::string output = shell.output();
     replace_all(output, network, "127.0.0.");
