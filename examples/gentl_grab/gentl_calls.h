@@ -2,6 +2,7 @@
 #pragma once
 
 #include <GenICam/IGenICamDoc.h>
+#include <GenICam/document_url.h>
 #include <GenICam/zip.h>
 #include <gentl/GenTL.h>
 
@@ -10,6 +11,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace gentl {
 
@@ -34,18 +36,17 @@ void call(const char* name, Arguments... arguments) {
 class features final : GenICam::IDevicePort {
 public:
     explicit features(GenTL::PORT_HANDLE device_port) : port(device_port) {
-        char url[1024]; // local:NAME;ADDRESS;LENGTH, the numbers hexadecimal
-        size_t size = sizeof url;
+        char text[1024];
+        size_t size = sizeof text;
         GenTL::INFO_DATATYPE type = 0;
-        CALL(GCGetPortURLInfo, port, 0U, GenTL::URL_INFO_URL, &type, url, &size);
-        const std::string text{url};
-        const size_t address = text.find(';') + 1, length = text.find(';', address) + 1;
-        std::string xml(std::stoull(text.substr(length), nullptr, 16), '\0');
+        CALL(GCGetPortURLInfo, port, 0U, GenTL::URL_INFO_URL, &type, text, &size);
+        const GenICam::document_url url = GenICam::parse_document_url(text);
+        if (url.scheme != GenICam::url_scheme::local || url.size > GenICam::largest_document)
+            throw std::runtime_error("No document at " + url.url);
+        std::string xml(url.size, '\0');
         size = xml.size();
-        CALL(GCReadPort, port, std::stoull(text.substr(address), nullptr, 16), xml.data(), &size);
-        const auto bytes = std::as_bytes(std::span{xml});
-        if (GenICam::is_zipped(bytes)) xml = GenICam::inflate_document(bytes).value();
-        document = GenICam::create_document(xml);
+        CALL(GCReadPort, port, url.address, xml.data(), &size);
+        document = GenICam::create_document(GenICam::document_text(std::move(xml)).value());
         if (!document || get<GenICam::IPort>("Device").bind(this, 0)) throw std::runtime_error("No document");
     }
     template <class T>
