@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-using consumer::read_file;
+using test_support::read_file;
 using test_support::test_system;
 
 namespace {
@@ -106,8 +106,11 @@ TEST_P(Pages, AreTrue) {
     std::string script = script_of(examples);
     replace_all(script, "127.0.0.", network);
     std::ofstream{own.folder() / "page.sh"} << script;
-    test_support::process shell{{"bash", "-c", "cd '" + own.folder().string() + "' && exec bash ./page.sh 2>&1"},
-                                own.folder() / "page.out"};
+    // Ends its programs, too, should one of them hang.
+    const std::string limit = sizeof ORV_SANITIZED > 1 ? "180" : "45";
+    test_support::process shell{
+        {"bash", "-c", "cd '" + own.folder().string() + "' && exec timeout " + limit + " bash ./page.sh 2>&1"},
+        own.folder() / "page.out"};
     shell.wait();
     std::string output = shell.output();
     replace_all(output, network, "127.0.0.");
