@@ -77,8 +77,8 @@ void picture_converter::choose_way() {
     before = after = end_step::none;
     uint32_t begin = from.id, end = to.id;
     if (from.pfnc != to.pfnc || from.pfnc == 0) {
-        // No other row than the one to colours takes unpacked grey of 10 or 12 bits. Lines that are joined bit to bit are
-        // none to the pipe.
+        // No other row than the one to colours takes unpacked grey of 10 or 12 bits. Lines that are joined bit to bit
+        // are none to the pipe.
         const bool few_rows = from.pfnc == mono10 || from.pfnc == mono12 || !lines_end_on_bytes;
         if (const uint32_t wide = wide_format(from.pfnc); (from.id == 0 || few_rows) && wide != 0) {
             before = end_step::wide_samples;
