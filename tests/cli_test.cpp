@@ -390,7 +390,8 @@ struct conversion {
     const char* name;
     const char* from;
     const char* to;
-    std::string_view in, out; // 2 x 2 pixels; an empty `out`: refused
+    std::string_view in, out; // 2 lines; an empty `out`: refused
+    int width = 2;
 };
 class Convert : public testing::TestWithParam<conversion> {};
 
@@ -435,15 +436,15 @@ TEST(InstallationChecks, TellWhatAListOfProducersDoes) {
 }
 
 TEST_P(Convert, WritesThePictureOrRefuses) {
-    const auto& [name, from, to, in, out] = GetParam();
+    const auto& [name, from, to, in, out, width] = GetParam();
     const test_support::temporary_folder temporary;
     const auto& folder = temporary.path;
     const auto source = folder / "in.raw", target = folder / "out.raw";
     std::ofstream{source, std::ios::binary} << in;
     const std::string command =
-        fmt::format("'{}/orv-gentl' convert '{}' --from {} --to {} --width 2 --height 2 -o '{}' "
+        fmt::format("'{}/orv-gentl' convert '{}' --from {} --to {} --width {} --height 2 -o '{}' "
                     ">'{}/log' 2>&1",
-                    ORV_BIN_DIR, source.string(), from, to, target.string(), folder.string());
+                    ORV_BIN_DIR, source.string(), from, to, width, target.string(), folder.string());
     EXPECT_EQ(std::system(command.c_str()) == 0, !out.empty());
     const auto content = [](const std::filesystem::path& path) {
         std::ifstream file{path, std::ios::binary};
@@ -468,6 +469,9 @@ constexpr conversion conversions[] = {
      "b\xFF"
      "c\0d"sv,
      "abcd"sv},
+    // The second line begins in the middle of the fifth byte.
+    {"lines_joined_bit_to_bit", "Mono12p", "Mono16", "\x23\xC1\xAB\x56\x94\x78\xEF\x2D\x01"sv,
+     "\x30\x12\xC0\xAB\x60\x45\x90\x78\xF0\xDE\x20\x01"sv, 3},
     {"no_way_at_all", "YCbCr422_10p", "Mono8", "abcdefghij"sv, ""sv},
     {"never_through_grey", "YUV422_8", "I420", "abcdefgh"sv, ""sv},
 };

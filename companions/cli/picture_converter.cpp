@@ -67,11 +67,19 @@ bool picture_converter::find_way(uint32_t from, uint32_t to) {
 }
 
 picture_converter::picture_converter(const picture_format& from, const picture_format& to) : source(from), target(to) {
+    choose_way();
+    for (auto& pipe : pipes) pipe = std::make_unique<img_pipe::transform_pipe>();
+}
+
+void picture_converter::choose_way() {
     using img_pipe::fcc;
+    const picture_format &from = source, &to = target;
+    before = after = end_step::none;
     uint32_t begin = from.id, end = to.id;
     if (from.pfnc != to.pfnc || from.pfnc == 0) {
-        // No other row than the one to colours takes unpacked grey of 10 or 12 bits.
-        const bool few_rows = from.pfnc == mono10 || from.pfnc == mono12;
+        // No other row than the one to colours takes unpacked grey of 10 or 12 bits. Lines that are joined bit to bit
+        // are none to the pipe.
+        const bool few_rows = from.pfnc == mono10 || from.pfnc == mono12 || !lines_end_on_bytes;
         if (const uint32_t wide = wide_format(from.pfnc); (from.id == 0 || few_rows) && wide != 0) {
             before = end_step::wide_samples;
             begin = wide;
@@ -105,7 +113,6 @@ picture_converter::picture_converter(const picture_format& from, const picture_f
         throw std::runtime_error(fmt::format("There is no conversion from {} to {}{}.", from.name, to.name,
                                              list.empty() ? "" : "; there is one to " + list));
     }
-    for (auto& pipe : pipes) pipe = std::make_unique<img_pipe::transform_pipe>();
 }
 
 picture_converter::~picture_converter() = default;
@@ -174,6 +181,10 @@ std::span<const std::byte> picture_converter::convert(std::span<const std::byte>
     if (data.size() < need)
         throw std::runtime_error(fmt::format("{} x {} pixels of {} take {} bytes; there are {}.", width, height,
                                              source.name, need, data.size()));
+    if (const bool on_bytes = width * source.bits % 8 == 0; on_bytes != lines_end_on_bytes) {
+        lines_end_on_bytes = on_bytes;
+        choose_way();
+    }
     std::span<const std::byte> now = data.first(need);
     if (before != end_step::none) {
         apply(before, now, pixels, width, prepared);

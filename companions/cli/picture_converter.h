@@ -46,11 +46,13 @@ private:
         uyv_to_yuy2,
         uyvy_to_yuy2
     };
+    void choose_way();
     bool find_way(uint32_t from, uint32_t to);
     void apply(end_step step, std::span<const std::byte> in, size_t pixels, size_t line_pixels,
                std::vector<std::byte>& out);
 
     picture_format source, target;
+    bool lines_end_on_bytes = true;
     end_step before = end_step::none, after = end_step::none;
     std::vector<uint32_t> way;                                  // format ids, the first that of the source
     std::vector<std::byte> prepared, between, result, finished; // after each step

@@ -95,10 +95,18 @@ TEST(Demosaic, LevelsAndStripsAgreeAndStayInTheImage) {
 TEST(Demosaic, LargePicturesAreAsSmallOnes) {
     std::mt19937 random(7);
     const std::int32_t width = 8192 + 130, height = 260, shown = 20;
-    for (const std::int32_t pad : {16 - 8322 * 4 % 16, 5}) {
-        const image from(fcc("GRBG"), width, height, 0), large(fcc("BGR4"), width, height, pad);
+    const struct {
+        std::uint32_t from, to;
+        std::int32_t pixel_bytes, pad;
+    } rows[] = {{fcc("GRBG"), fcc("BGR4"), 4, 16 - 8322 * 4 % 16},
+                {fcc("GRBG"), fcc("BGR4"), 4, 5},
+                {fcc("BA16"), fcc("RGB6"), 8, 0},
+                {fcc("BA16"), fcc("RGB6"), 8, 6}};
+    for (const auto& row : rows) {
+        const std::int32_t pad = row.pad;
+        const image from(row.from, width, height, 0), large(row.to, width, height, pad);
         fill(from, random);
-        const image few(fcc("GRBG"), width, shown, 0), small(fcc("BGR4"), width, shown, pad);
+        const image few(row.from, width, shown, 0), small(row.to, width, shown, pad);
         std::memcpy(few.memory.bytes, from.memory.bytes, few.memory.size);
         const auto convert = [&](const filter_table& level, const image& to, const image& source) {
             run(find_kernel(level, kernel_slot::transform_by_edge_to_dst, to.view, source.view), to.view, source.view,
@@ -113,7 +121,7 @@ TEST(Demosaic, LargePicturesAreAsSmallOnes) {
             for (std::int32_t y = 0; y < shown - 5; ++y)
                 ASSERT_EQ(std::memcmp(large.view.plane_data[0].data + y * large.view.plane_data[0].stride,
                                       small.view.plane_data[0].data + y * small.view.plane_data[0].stride,
-                                      static_cast<std::size_t>(width) * 4),
+                                      static_cast<std::size_t>(width) * static_cast<std::size_t>(row.pixel_bytes)),
                           0)
                     << "line " << y << " level " << level[0].required_cpu << " pad " << pad;
         }
@@ -151,6 +159,28 @@ TEST(Demosaic, SurfacesKeepTheirColour) {
                                 << "phase " << phase << " at " << x << ',' << y << " channel " << c << " level "
                                 << level[0].required_cpu;
             }
+}
+
+// A colour matrix on deep samples rounds: 32767.75 is 0x8000.
+TEST(Demosaic, TheMatrixRounds) {
+    const std::int32_t width = 40, height = 8;
+    const image from(fcc("RG16"), width, height, 0), to(fcc("BGR3"), width, height, 0);
+    for (std::int32_t y = 0; y < height; ++y)
+        for (std::int32_t x = 0; x < width; ++x) {
+            const unsigned v = y % 2 == 1 && x % 2 == 1 ? 32767 : 32768;
+            std::uint8_t* at = from.view.plane_data[0].data + 2 * (y * width + x);
+            at[0] = static_cast<std::uint8_t>(v);
+            at[1] = static_cast<std::uint8_t>(v >> 8);
+        }
+    demosaic_params params{};
+    params.matrix_on = true;
+    params.matrix = {{{0.5F, 0.25F, 0.25F, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}}};
+    for (const filter_table& level : levels()) {
+        run(find_kernel(level, kernel_slot::transform_by_matrix_to_dst, to.view, from.view), to.view, from.view,
+            &params);
+        for (std::int32_t i = 0; i < width * height; ++i)
+            ASSERT_EQ(to.view.plane_data[0].data[3 * i + 2], 0x80) << i << " level " << level[0].required_cpu;
+    }
 }
 
 // Without its first column or line a mosaic has another phase; away from the edges the picture is the same.

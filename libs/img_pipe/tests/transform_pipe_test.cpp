@@ -69,6 +69,69 @@ TEST(TransformPipe, KeepsItsChoiceAndItsMemory) {
     EXPECT_EQ(pipe.level(), cpu_mask()) << "never above the processor";
 }
 
+// Every 16-bit sample, on all levels: within a few counts of the power, and black and white as they are. The last one
+// is too steep for a curve and looked up.
+TEST(TransformPipe, GammaOfWordsIsThePower) {
+    for (const float gamma : {0.3F, 0.45F, 0.5F, 0.99F, 1.01F, 1.8F, 2.2F, 3.0F, 7.0F}) {
+        std::vector<std::uint8_t> expected;
+        for (const std::uint32_t mask : masks()) {
+            const image picture(fcc("Y16 "), 256, 256, 0);
+            const auto at = [&](int v) { return picture.view.plane_data[0].data + 2 * v; };
+            for (int v = 0; v < 65536; ++v) {
+                at(v)[0] = static_cast<std::uint8_t>(v);
+                at(v)[1] = static_cast<std::uint8_t>(v >> 8);
+            }
+            transform_params params;
+            params.gamma = gamma;
+            params.optimization_level = mask;
+            transform_pipe pipe;
+            ASSERT_TRUE(pipe.transform_in_place(picture.view, params));
+            if (expected.empty()) expected = picture.content();
+            ASSERT_TRUE(picture.content() == expected) << gamma << " level " << mask;
+            for (int v = 0; v < 65536; ++v) {
+                const double power = 65535 * std::pow(v / 65535.0, static_cast<double>(gamma));
+                ASSERT_NEAR(at(v)[0] | at(v)[1] << 8, power,
+                            v == 0 || v == 65535 ? 0
+                            : gamma > 3          ? 0.5
+                                                 : 3.5)
+                    << v << " ^ " << gamma;
+            }
+        }
+    }
+}
+
+// What white balance cuts at white goes on as white, also where contrast or brightness take light away.
+TEST(TransformPipe, ToneFollowsWhiteBalance) {
+    const struct {
+        float gain;
+        int contrast, brightness;
+    } rows[] = {{2, -100, 0}, {2, 100, 0}, {2, 0, -30}, {2, 0, 30}, {0.5F, -100, -20}, {1.3F, 60, -10}};
+    for (const auto& row : rows)
+        for (const std::uint32_t mask : masks()) {
+            const image picture(fcc("BA16"), 256, 256, 0);
+            const auto at = [&](int v) { return picture.view.plane_data[0].data + 2 * v; };
+            for (int v = 0; v < 65536; ++v) {
+                at(v)[0] = static_cast<std::uint8_t>(v);
+                at(v)[1] = static_cast<std::uint8_t>(v >> 8);
+            }
+            transform_params params;
+            params.wb_enable = true;
+            for (float& gain : params.wb_gain) gain = row.gain;
+            params.contrast = row.contrast;
+            params.brightness = row.brightness;
+            params.optimization_level = mask;
+            transform_pipe pipe;
+            ASSERT_TRUE(pipe.transform_in_place(picture.view, params));
+            for (int v = 0; v < 65536; ++v) {
+                const double balanced = std::min(static_cast<double>(v) * static_cast<double>(row.gain), 65535.0);
+                const double wanted =
+                    (balanced - 32767.5) * (1 + row.contrast / 256.0) + 32767.5 + 65535.0 * row.brightness / 256;
+                ASSERT_NEAR(at(v)[0] | at(v)[1] << 8, std::clamp(wanted, 0.0, 65535.0), 1.5)
+                    << v << " gain " << row.gain << " contrast " << row.contrast << " brightness " << row.brightness;
+            }
+        }
+}
+
 TEST(TransformPipe, GammaTablesAreBuiltOnce) {
     transform_pipe pipe;
     profiler times;

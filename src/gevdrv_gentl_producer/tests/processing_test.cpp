@@ -163,6 +163,20 @@ TEST(Processing, PaddedLinesAreRespected) {
     }
 }
 
+// Of three samples of 12 bits the second line begins inside a byte; of four on one.
+TEST(Processing, LinesThatEndInsideAByteAreLeftAlone) {
+    for (const uint32_t line : {3U, 4U})
+        for (const uint32_t padding : {0U, 1U}) {
+            picture_stream b{{.width = line, .height = 8, .padding = padding, .pixel_format = 0x010C0047}};
+            b.settings().set_flag(block::master_enable, true);
+            b.settings().store(block::brightness, int32_t{64});
+            b.start();
+            const picture found = b.frame(1);
+            ASSERT_EQ(found.size(), camera::payload_size);
+            EXPECT_EQ(found == sent(1, found.size()), line == 3) << line << " samples, padding " << padding;
+        }
+}
+
 TEST(Processing, TheProfilerTellsOfTheLastThreeSeconds) {
     picture_stream b{wide};
     b.settings().set_flag(block::master_enable, true);

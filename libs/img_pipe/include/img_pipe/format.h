@@ -80,6 +80,9 @@ std::uint32_t fcc_from_text(std::string_view text);
 // Bytes of one line of a plane, rounded down to whole bytes: a packed line may share its last byte with the next.
 // 0 for sizes below 1 and for a result that does not fit.
 std::int32_t line_stride(std::uint32_t format, std::int32_t width, std::int32_t plane = 0);
+// Whether every line of such an image begins on a byte. Samples that are packed without a gap run on into the next line
+// where they do not, which no view with a stride in bytes describes.
+bool lines_end_on_bytes(std::uint32_t format, std::int32_t width);
 // Bytes of the image with lines of line_stride; 0 for unknown formats, sizes below 1 and results beyond 32 bits.
 std::uint32_t image_size(std::uint32_t format, std::int32_t width, std::int32_t height);
 // A view with strides by line_stride and planes one behind the other. Empty (all zero) when the format has no id, the

@@ -110,6 +110,11 @@ std::int32_t line_stride(std::uint32_t format, std::int32_t width, std::int32_t 
     return stride > std::numeric_limits<std::int32_t>::max() ? 0 : static_cast<std::int32_t>(stride);
 }
 
+bool lines_end_on_bytes(std::uint32_t format, std::int32_t width) {
+    const format_description d(format);
+    return d.plane_count > 1 || std::int64_t{d.bits_per_pixel} * width % 8 == 0;
+}
+
 std::uint32_t image_size(std::uint32_t format, std::int32_t width, std::int32_t height) {
     const format_description d(format);
     if (width < 1 || height < 1 || d.bits_per_pixel < 0) return 0;

@@ -39,7 +39,7 @@ private:
         for (int i = 0; i < 3; ++i) {
             // The lines are blue, green, red or Y.
             const float gain = kind == pixels::yuv_444 ? p.gain[0] : p.gain[2 - i];
-            channel[i] = {{gain, gain, gain, gain}, p.offset, p.table, p.table8};
+            channel[i] = {{gain, gain, gain, gain}, p.offset, p.table, p.table8, p.curve};
             const bool table_alone = gain == 1.0F && p.offset == 0.0F && p.table8 != nullptr;
             for (std::int32_t v = 0; v < 256; ++v)
                 tables.line[i][v] =

@@ -30,8 +30,18 @@ public:
           width(width_),
           large(std::int64_t{call.image_height} * call.dst.plane_data[0].stride >= (std::int64_t{8} << 20)),
           planar(call.dst.format == fcc("I420") || call.dst.format == fcc("YV12")) {
-        if (matrix()) fixed = fixed_of<T>(params->matrix);
-        if (narrow_lanes && gamma()) fit_curve(params->gamma8, curve);
+        if (matrix()) {
+            finish.matrix_on = true;
+            finish.matrix = fixed_of<T>(params->matrix);
+        }
+        if (narrow_lanes && gamma()) {
+            fit_curve(params->gamma8, curve);
+            finish.curve = &curve;
+        }
+        if (!narrow_lanes && gamma()) {
+            finish.table = params->gamma;
+            finish.power = params->curve;
+        }
         for (int i = 0; i < 3; ++i) {
             lines.line[i] = take_line<T>(scratch, width);
             bytes.line[i] =
@@ -44,11 +54,24 @@ public:
     // Where the line's colours are put; room for colour_pad columns more.
     three<T> colours() const { return lines; }
     // Whether colours go out as they come, into pixels.
-    bool as_it_is() const { return !matrix() && !gamma() && (dst.format == fcc("BGR3") || dst.format == fcc("BGR4")); }
+    bool as_it_is() const {
+        const bool pixels =
+            narrow_lanes ? dst.format == fcc("BGR3") || dst.format == fcc("BGR4") : dst.format == fcc("RGB6");
+        return pixels && !matrix() && !gamma();
+    }
+    // Whether put_finished() can take the place of colours() and put().
+    bool finishes() const {
+        if (dst.format != fcc("BGR3") && dst.format != fcc("BGR4")) return false;
+        return !gamma() || (narrow_lanes ? curve.exact_count <= most_exact : params->curve != nullptr);
+    }
+    void put_finished(const mosaic_lines<T>& in, const pixel_lines& to) {
+        Rows<T>::finished_pixels(finish, in, width, lines, bytes, to);
+    }
     // A picture that leaves no room in the last cache is not put there: nothing is fetched only to be overwritten.
     pixel_lines pixels(std::int32_t y, const std::uint8_t* next, std::int32_t next_step) const {
-        const std::int32_t channels = dst.format == fcc("BGR3") ? 3 : 4;
-        return {at(y, channels), channels, large, next, next_step};
+        const std::int32_t channels = dst.format == fcc("BGR3") ? 3 : 4,
+                           sample_bytes = dst.format == fcc("RGB6") ? 2 : 1;
+        return {at(y, channels * sample_bytes), channels, large, next, next_step};
     }
 
     // Writes line y from colours().
@@ -78,13 +101,12 @@ private:
     }
 
     void to_bytes() {
-        if (matrix()) Rows<T>::fixed_matrix(fixed, 0, width, lines);
+        if (matrix()) Rows<T>::fixed_matrix(finish.matrix, 0, width, lines);
         for (int i = 0; i < 3; ++i)
             if constexpr (narrow_lanes) {
                 if (gamma()) Rows<T>::map_sites(curve, curve, lines.line[i], width, lines.line[i]);
-            } else if (gamma()) {
-                look_up_byte(params->gamma, lines.line[i], width, bytes.line[i]);
             } else {
+                if (gamma()) Rows<T>::gamma(params->curve, params->gamma, 0, width, lines.line[i]);
                 Rows<T>::narrow(reinterpret_cast<const std::uint8_t*>(lines.line[i]), 0, width, bytes.line[i]);
             }
     }
@@ -99,9 +121,8 @@ private:
             }
             Rows<T>::matrix16(m, in, 0, width, lines);
         }
-        if (gamma())
-            for (T* line : lines.line)
-                for (std::int32_t x = 0; x < width; ++x) line[x] = params->gamma[line[x]];
+        for (T* line : lines.line)
+            if (gamma()) Rows<T>::gamma(params->curve, params->gamma, 0, width, line);
         Rows<T>::join16(in, 0, width, at(y, 8));
     }
 
@@ -119,7 +140,7 @@ private:
     const demosaic_params* params;
     std::int32_t first, width;
     bool large, planar;
-    fixed_matrix<T> fixed{};
+    colour_finish<T> finish{};
     byte_curve curve; // gamma of bytes
     three<T> lines{};
     three8 bytes{}, yuv[2]{};

@@ -138,11 +138,10 @@ private:
         const mosaic_lines<T> lines{
             c(y),     g(y),         green[y],          difference[y], c(y - 1), green[y - 1], difference[y - 1],
             c(y + 1), green[y + 1], difference[y + 1], c_first(y),    red(y)};
-        if constexpr (sizeof(T) == 1)
-            if (out.as_it_is())
-                return Rows<T>::green_and_pixels(below, lines, width, out.colours(),
-                                                 out.pixels(y, source(y + 4), line_bytes(in, 2)));
+        const auto pixels = [&] { return out.pixels(y, source(y + 4), line_bytes(in, 2)); };
+        if (out.as_it_is()) return Rows<T>::green_and_pixels(below, lines, width, out.colours(), pixels());
         Rows<T>::find_green(below);
+        if (out.finishes()) return out.put_finished(lines, pixels());
         Rows<T>::colours(lines, 0, cells, out.colours());
         out.put(y);
     }

@@ -81,8 +81,8 @@ void sample_lines(const kernel_call& call) {
     const bool by_curve = samples != nullptr && in.pack == packing::plain8 && out.pack == packing::plain8;
     byte_curves<Rows> curves;
     if (by_curve) curves.fill(*samples);
-    const bool packed_alike = samples != nullptr && samples->table == nullptr && in.pack == out.pack &&
-                              in.shift == out.shift && group_of(in.pack) > 1;
+    const bool packed_alike = samples != nullptr && (samples->table == nullptr || samples->curve != nullptr) &&
+                              in.pack == out.pack && in.shift == out.shift && group_of(in.pack) > 1;
     const bool as_they_are = samples == nullptr && !in_place;
     for (std::int32_t y = 0; y < call.src.height; ++y) {
         const std::uint8_t* from = line_of(call.src, y);

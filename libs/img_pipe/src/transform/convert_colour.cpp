@@ -16,7 +16,7 @@ public:
         if (!gamma_on) return;
         const gamma_tables* tables = luts.gamma(c.gamma_value);
         complete = tables != nullptr;
-        if (complete) gamma = {{1, 1, 1, 1}, 0, tables->words, tables->bytes};
+        if (complete) gamma = {{1, 1, 1, 1}, 0, luts.gamma_words(), tables->bytes, luts.gamma_curve()};
     }
     bool any() const { return matrix_on || gamma_on; }
     void add_to(road_builder& way) const {

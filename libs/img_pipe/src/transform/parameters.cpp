@@ -91,8 +91,31 @@ sample_params mosaic_gains(const corrections& c, std::uint32_t format) {
     return out;
 }
 
+namespace {
+
+// Contrast and brightness as gains and an offset, where that is the same: gains that are cut at white must not come
+// back below it.
+bool tone_as_gains(const corrections& c, sample_params& to) {
+    const double factor = 1 + c.contrast / 256.0, offset = 0.5 - 0.5 * factor + c.brightness / 256.0;
+    if (std::ranges::any_of(to.gain, [](float gain) { return gain > 1; }) && factor + offset < 1) return false;
+    for (float& gain : to.gain) gain *= static_cast<float>(factor);
+    to.offset = static_cast<float>(65535 * offset);
+    return true;
+}
+
+} // namespace
+
 bool add_tone(const corrections& c, lut_context& luts, sample_params& to) {
     if (!c.tone && !c.gamma) return true;
+    const gamma_tables* power = c.gamma ? luts.gamma(c.gamma_value) : nullptr;
+    if (c.gamma && power == nullptr) return false;
+    if ((!c.gamma || luts.gamma_curve() != nullptr) && tone_as_gains(c, to)) {
+        if (!c.gamma) return true;
+        to.table = luts.gamma_words();
+        to.table8 = power->bytes;
+        to.curve = luts.gamma_curve();
+        return true;
+    }
     const tone_tables* tables = luts.tone(c.contrast, c.brightness, c.gamma_value);
     if (tables == nullptr) return false;
     to.table = tables->words;
@@ -116,8 +139,9 @@ bool demosaic_colours(const corrections& c, lut_context& luts, bool with_gains, 
     if (!c.gamma) return true;
     const gamma_tables* tables = luts.gamma(c.gamma_value);
     if (tables == nullptr) return false;
-    to.gamma = tables->words;
+    to.gamma = luts.gamma_words();
     to.gamma8 = tables->bytes;
+    to.curve = luts.gamma_curve();
     return true;
 }
 

@@ -1,6 +1,7 @@
 #include "transform_state.h"
 
 #include "../kernels/pwl_curve.h"
+#include "fit_power_curve.h"
 
 #include <img_pipe/profiler.h>
 
@@ -33,6 +34,8 @@ const gamma_tables* lut_context::gamma(float given) {
         gamma_built->bytes[i] = static_cast<std::uint8_t>(std::lround(255.0 * std::pow(i / 255.0, exponent)));
     for (int i = 0; i < 65536; ++i)
         gamma_built->words[i] = static_cast<std::uint16_t>(std::lround(65535.0 * std::pow(i / 65535.0, exponent)));
+    has_curve = make_once(power_built) &&
+                fit_power_curve(exponent, gamma_built->words, power_built->curve, power_built->entries);
     return gamma_built.get();
 }
 

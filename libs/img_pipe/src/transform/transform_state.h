@@ -1,5 +1,6 @@
 // A pipe's private memory: kernels of its level, its share of the work pool, tables and temporary images.
 #pragma once
+#include <img_pipe/kernel_params.h>
 #include <img_pipe/tonemapping.h>
 #include <img_pipe/transform_pipe.h>
 #include <img_pipe/work_pool.h>
@@ -25,6 +26,9 @@ class lut_context {
 public:
     // Null when memory is out; the tables of the last value are kept.
     const gamma_tables* gamma(float value);
+    // Of the last gamma(), for the kernels: a curve or null, and its entries or the tables' own.
+    const power_curve* gamma_curve() const { return has_curve ? &power_built->curve : nullptr; }
+    const std::uint16_t* gamma_words() const { return has_curve ? power_built->entries : gamma_built->words; }
     const tone_tables* tone(std::int32_t contrast, std::int32_t brightness, float gamma);
     // Square roots of the linear values of companded samples, whose 12 bits stand at the top of the index.
     const std::uint16_t* companded_roots();
@@ -34,6 +38,12 @@ public:
 private:
     std::unique_ptr<tonemapping_state> tonemapping_made;
     std::unique_ptr<gamma_tables> gamma_built;
+    struct curve_and_entries {
+        power_curve curve;
+        std::uint16_t entries[65536];
+    };
+    std::unique_ptr<curve_and_entries> power_built;
+    bool has_curve = false; // power_built is that of gamma_built
     std::unique_ptr<tone_tables> tone_built;
     std::unique_ptr<std::array<std::uint16_t, 65536>> roots_built;
 };

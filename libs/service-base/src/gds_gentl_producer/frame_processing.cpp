@@ -34,6 +34,8 @@ img_pipe::img_descriptor image_in(const GenTL::Producer::Buffer& buffer) {
     const uint32_t format = img_pipe::fcc_from_pfnc(buffer.pixel_format);
     const auto width = static_cast<int32_t>(buffer.width);
     const auto height = static_cast<int32_t>(buffer.height);
+    // No line but the first would be where a stride in bytes puts it: such a frame is delivered as it came.
+    if (!img_pipe::lines_end_on_bytes(format, width)) return {};
     if (buffer.x_padding == 0) return img_pipe::make_view(buffer.base, bytes, format, width, height);
     return img_pipe::make_padded_view(buffer.base, bytes, format, width, height,
                                       static_cast<uint32_t>(std::min(buffer.x_padding, most_pixels)));

@@ -14,7 +14,7 @@ struct fixed_matrix {
     static constexpr std::int32_t white = sizeof(T) == 1 ? 255 : 32767;
     struct row {
         std::int16_t m[3];
-        std::int16_t of_white; // the offset in parts of white, half a result included for rounding
+        std::int16_t of_white; // the offset in parts of white
         std::int32_t bits;
     } rows[3];
 };
@@ -28,7 +28,6 @@ template <class T>
         for (int j = 0; j < 4; ++j) {
             const float v = p.m[i][j];
             m[j] = v > 1000 ? 1000.0F : v < -1000 ? -1000.0F : v == v ? v : 0.0F;
-            if (j == 3) m[j] += 0.5F / static_cast<float>(fixed_matrix<T>::white);
             const float size = m[j] < 0 ? -m[j] : m[j];
             if (m[j] > 0) above += size;
             if (m[j] < 0) below += size;
@@ -57,17 +56,43 @@ template <class T>
         const std::int32_t b = c.line[0][x] >> unused, g = c.line[1][x] >> unused, r = c.line[2][x] >> unused;
         for (int i = 0; i < 3; ++i) {
             const auto& row = f.rows[i];
-            std::int32_t sum = (b * row.m[0] + g * row.m[1] + r * row.m[2] + white * row.of_white) >> row.bits;
+            const std::int32_t half = 1 << row.bits >> 1;
+            std::int32_t sum = (b * row.m[0] + g * row.m[1] + half + r * row.m[2] + white * row.of_white) >> row.bits;
             sum = sum < 0 ? 0 : sum > white ? white : sum;
             c.line[i][x] = static_cast<T>(unused == 0 ? sum : sum << 1 | sum >> 14); // the lowest bit as the highest
         }
     }
 }
 
-// The upper byte of what the table gives.
-[[maybe_unused]] void look_up_byte(const std::uint16_t* table, const std::uint16_t* line, std::int32_t n,
-                                   std::uint8_t* out) {
-    for (std::int32_t x = 0; x < n; ++x) out[x] = static_cast<std::uint8_t>(table[line[x]] >> 8U);
+// Words of columns [x, n) through their table, in place.
+[[maybe_unused]] void gamma_words(const power_curve*, const std::uint16_t* table, std::int32_t x, std::int32_t n,
+                                  std::uint16_t* line) {
+    for (; x < n; ++x) line[x] = table[line[x]];
+}
+
+// What happens to colours before they leave as bytes: the matrix, then gamma along its curve.
+template <class T>
+struct colour_finish {
+    bool matrix_on;
+    fixed_matrix<T> matrix;
+    const byte_curve* curve;    // of 8-bit lanes; null: no gamma
+    const std::uint16_t* table; // of 16-bit lanes; null: no gamma
+    const power_curve* power;   // that gives the table's entries
+};
+
+// Columns [x, n) of a line of colours to bytes, which may be the same memory.
+template <class T>
+[[maybe_unused]] void finish_line(const colour_finish<T>& f, std::int32_t x, std::int32_t n, three<T> line,
+                                  three8 bytes) {
+    if (f.matrix_on) apply_fixed_matrix(f.matrix, x, n, line);
+    for (int i = 0; i < 3; ++i)
+        for (std::int32_t k = x; k < n; ++k) {
+            const T v = line.line[i][k];
+            if constexpr (sizeof(T) == 1)
+                bytes.line[i][k] = f.curve != nullptr ? f.curve->table[v] : v;
+            else
+                bytes.line[i][k] = static_cast<std::uint8_t>((f.table != nullptr ? f.table[v] : v) >> 8U);
+        }
 }
 
 } // namespace

@@ -5,11 +5,20 @@ namespace img_pipe::plain {
 
 namespace {
 
-void green_and_pixels(const green_step<std::uint8_t>& below, const mosaic_lines<std::uint8_t>& in, std::int32_t width,
-                      three8 line, pixel_lines out) {
+template <class T>
+void green_and_pixels(const green_step<T>& below, const mosaic_lines<T>& in, std::int32_t width, three<T> line,
+                      pixel_lines out) {
     find_green(below);
     colours(in, 0, (width + 1) / 2, line);
-    join_bgr(out.channels, {{line.line[0], line.line[1], line.line[2]}}, 0, width, out.to);
+    join_pixels(out.channels, three<const T>{{line.line[0], line.line[1], line.line[2]}}, 0, width, out.to);
+}
+
+template <class T>
+void finished_pixels(const colour_finish<T>& f, const mosaic_lines<T>& in, std::int32_t width, three<T> line,
+                     three8 bytes, const pixel_lines& out) {
+    colours(in, 0, (width + 1) / 2, line);
+    finish_line(f, 0, width, line, bytes);
+    join_bgr(out.channels, {{bytes.line[0], bytes.line[1], bytes.line[2]}}, 0, width, out.to);
 }
 
 void finish() {}
@@ -24,10 +33,12 @@ struct rows {
     static constexpr auto split_words = &img_pipe::split_words;
     static constexpr auto find_green = &img_pipe::find_green<T>;
     static constexpr auto colours = &img_pipe::colours<T>;
-    static constexpr auto green_and_pixels = &plain::green_and_pixels;
+    static constexpr auto green_and_pixels = &plain::green_and_pixels<T>;
+    static constexpr auto finished_pixels = &plain::finished_pixels<T>;
     static constexpr auto finish = &plain::finish;
     static constexpr auto fixed_matrix = &apply_fixed_matrix<T>;
     static constexpr auto matrix16 = &apply_matrix<std::uint16_t>;
+    static constexpr auto gamma = &gamma_words;
     static constexpr auto narrow = &img_pipe::narrow;
     static constexpr auto join8 = &join_bgr;
     static constexpr auto join16 = &join_bgr16;

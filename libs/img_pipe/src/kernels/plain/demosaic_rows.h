@@ -6,6 +6,7 @@
 // compared; colours are computed from the samples themselves, so that no bit of them is lost.
 #pragma once
 #include "../colour_layout.h"
+#include "colour_rows.h"
 
 namespace img_pipe {
 namespace {
@@ -42,7 +43,8 @@ struct mosaic_lines {
     bool red; // c is red
 };
 
-// A line of BGR3 or BGR4, and the line of the mosaic that is read next, so that it can be on its way.
+// A line of BGR3, BGR4 or, of 16-bit lanes, RGB6, and the line of the mosaic that is read next, so that it can be on
+// its way.
 struct pixel_lines {
     std::uint8_t* to;
     std::int32_t channels;
@@ -50,6 +52,14 @@ struct pixel_lines {
     const std::uint8_t* next;
     std::int32_t next_step; // bytes of a cell there
 };
+
+// Pixels [x, n) of three or four samples.
+[[maybe_unused]] void join_pixels(std::int32_t channels, in8 in, std::int32_t x, std::int32_t n, std::uint8_t* to) {
+    join_bgr(channels, in, x, n, to);
+}
+[[maybe_unused]] void join_pixels(std::int32_t, in16 in, std::int32_t x, std::int32_t n, std::uint8_t* to) {
+    join_bgr16(in, x, n, to);
+}
 
 [[maybe_unused]] std::int32_t average(std::int32_t a, std::int32_t b) { return (a + b + 1) >> 1; }
 [[maybe_unused]] std::int32_t lesser(std::int32_t a, std::int32_t b) { return a < b ? a : b; }

@@ -20,21 +20,16 @@ namespace {
         const auto vectors = static_cast<std::int32_t>(room < reach ? 0 : (room - reach) / step + 1);
         const std::int32_t done = vectors * n;
         load_line_v(layout, at.from + vectors * step, at.from_end, width - done, line);
-        if (vectors > 0) {
-            const vector_correction c(p, y);
-            const auto all = [&]<bool shifted>(std::bool_constant<shifted>) HWY_ATTR {
+        if (vectors > 0)
+            with_correction(p, [&]<class C>(of_type<C>) HWY_ATTR {
+                const C c(p, y);
                 auto next = load_packed(of, at.from);
                 for (std::int32_t i = 0; i < vectors; ++i) {
                     const auto own = next;
                     if (i + 1 < vectors) next = load_packed(of, at.from + (i + 1) * step);
-                    store_packed(of, c.apply<shifted>(own), at.to + i * step);
+                    store_packed(of, c(own), at.to + i * step);
                 }
-            };
-            if (p.offset != 0)
-                all(std::true_type());
-            else
-                all(std::false_type());
-        }
+            });
         correct_line_v(p, y, width - done, line);
         store_line_v(layout, at.to + vectors * step, at.to_end, width - done, line);
     });

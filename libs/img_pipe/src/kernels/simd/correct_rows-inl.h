@@ -1,10 +1,12 @@
 // Per-sample correction of a line in the 16-bit form, a vector at a time.
 #pragma once
 #include "../plain/correct_rows.h"
+#include "power_curve-inl.h"
 
 #include <hwy/highway.h>
 
 #include <cstring>
+#include <type_traits>
 
 HWY_BEFORE_NAMESPACE();
 namespace img_pipe {
@@ -24,18 +26,31 @@ HWY_INLINE hn::Vec<hn::ScalableTag<std::uint16_t>> pack_nearest(V low, V high) {
 #endif
 }
 
-// The gains of a line's two sites and the offset, on a vector of samples that begins with an even one. As the plain
-// correct_sample without a table: bit-equal, no multiply-add is fused.
+struct no_power {
+    explicit HWY_INLINE no_power(const power_curve*) {}
+    template <class V>
+    HWY_INLINE V operator()(V v) const {
+        return v;
+    }
+};
+template <bool rising>
+struct with_power : power_vectors<rising> {
+    explicit HWY_INLINE with_power(const power_curve* curve) : power_vectors<rising>(*curve) {}
+};
+
+// The gains of a line's two sites, the offset and the curve, on a vector of samples that begins with an even one. As
+// the plain correct_sample without a table: bit-equal, no multiply-add is fused.
+template <bool shifted, class Power>
 struct vector_correction {
     hn::Vec<hn::ScalableTag<float>> gain, offset;
-    HWY_INLINE vector_correction(const sample_params& p, std::int32_t y) {
+    Power power;
+    HWY_INLINE vector_correction(const sample_params& p, std::int32_t y) : power(p.curve) {
         const hn::ScalableTag<float> df;
         const float* g = p.gain + (y & 1) * 2;
         gain = hn::OddEven(hn::Set(df, g[1]), hn::Set(df, g[0]));
         offset = hn::Set(df, p.offset);
     }
-    template <bool shifted>
-    HWY_INLINE hn::Vec<hn::ScalableTag<std::uint16_t>> apply(hn::Vec<hn::ScalableTag<std::uint16_t>> v) const {
+    HWY_INLINE hn::Vec<hn::ScalableTag<std::uint16_t>> operator()(hn::Vec<hn::ScalableTag<std::uint16_t>> v) const {
         const hn::ScalableTag<std::uint16_t> du;
         const auto part = [&](auto lanes) HWY_ATTR {
             const hn::ScalableTag<float> df;
@@ -47,16 +62,38 @@ struct vector_correction {
                 return r;
         };
         const auto none = hn::Zero(du);
-        return pack_nearest(part(hn::InterleaveLower(du, v, none)), part(hn::InterleaveUpper(du, v, none)));
+        return power(pack_nearest(part(hn::InterleaveLower(du, v, none)), part(hn::InterleaveUpper(du, v, none))));
     }
 };
 
-template <bool shifted>
-HWY_ATTR std::int32_t correct_vectors(const vector_correction& c, std::int32_t width, std::uint16_t* line) {
+// f with the type of the vector_correction that the parameters ask for.
+template <class T>
+struct of_type {
+    using type = T;
+};
+template <class F>
+HWY_INLINE void with_correction(const sample_params& p, F f) {
+    const auto shifted = [&]<bool s>(std::bool_constant<s>) HWY_ATTR {
+        if (p.curve == nullptr)
+            f(of_type<vector_correction<s, no_power>>());
+        else if (p.curve->rising)
+            f(of_type<vector_correction<s, with_power<true>>>());
+        else
+            f(of_type<vector_correction<s, with_power<false>>>());
+    };
+    if (p.offset != 0)
+        shifted(std::true_type());
+    else
+        shifted(std::false_type());
+}
+
+template <class Correction>
+HWY_ATTR std::int32_t correct_vectors(const sample_params& p, std::int32_t y, std::int32_t width, std::uint16_t* line) {
     const hn::ScalableTag<std::uint16_t> du;
     constexpr std::int32_t n = HWY_LANES(std::uint16_t);
+    const Correction c(p, y);
     std::int32_t x = 0;
-    for (; x + n <= width; x += n) hn::StoreU(c.apply<shifted>(hn::LoadU(du, line + x)), du, line + x);
+    for (; x + n <= width; x += n) hn::StoreU(c(hn::LoadU(du, line + x)), du, line + x);
     return x;
 }
 
@@ -88,10 +125,9 @@ HWY_INLINE std::uint64_t four_places(const std::uint16_t* places) {
 // As the plain correct_line.
 [[maybe_unused]] HWY_ATTR void correct_line_v(const sample_params& p, std::int32_t y, std::int32_t width,
                                               std::uint16_t* line) {
-    const vector_correction c(p, y);
-    const std::int32_t x =
-        p.offset != 0 ? correct_vectors<true>(c, width, line) : correct_vectors<false>(c, width, line);
-    if (p.table != nullptr) look_up_words_v(p.table, x, line);
+    std::int32_t x = 0;
+    with_correction(p, [&]<class C>(of_type<C>) HWY_ATTR { x = correct_vectors<C>(p, y, width, line); });
+    if (p.table != nullptr && p.curve == nullptr) look_up_words_v(p.table, x, line);
     correct_line(p, y, width - x, line + x);
 }
 

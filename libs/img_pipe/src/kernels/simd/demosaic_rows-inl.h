@@ -221,28 +221,31 @@ HWY_ATTR void colours_v(const mosaic_lines<T>& in, std::int32_t first, std::int3
         (in.red ? colours_of<false, true, T> : colours_of<false, false, T>)(in, first, end, out);
 }
 
-// How a vector of cells is stored.
-enum class way_out : std::uint8_t { bgr3, bgr4, bgr4_past_caches };
+// How a vector of cells is stored: pixels of three samples or of four, the last of which is opaque.
+enum class way_out : std::uint8_t { three, four, four_past_caches };
+template <way_out way, class T>
+constexpr std::int32_t cell_bytes = 2 * (way == way_out::three ? 3 : 4) * static_cast<std::int32_t>(sizeof(T));
 
 template <way_out way, class V>
 HWY_INLINE void put_part(V v, std::uint8_t* to) {
-    if constexpr (way == way_out::bgr4_past_caches)
-        hn::Stream(v, hn::DFromV<V>(), to); // `to` is aligned to a vector
+    const lanes_of<std::uint8_t> tag;
+    if constexpr (way == way_out::four_past_caches)
+        hn::Stream(hn::BitCast(tag, v), tag, to); // `to` is aligned to a vector
     else
-        hn::StoreU(v, hn::DFromV<V>(), to);
+        hn::StoreU(hn::BitCast(tag, v), tag, to);
 }
 
 // 2 * lanes pixels, in the order of their places: memory behind the caches is written in lines of 64 bytes.
-template <way_out way>
-HWY_INLINE void put_cells(const cell_colours<vec<std::uint8_t>>& c, std::uint8_t* to) {
-    const lanes_of<std::uint8_t> tag;
-    const lanes_of<std::uint16_t> wide;
-    vec<std::uint8_t> lower[3], upper[3]; // of each block of 16 cells the first and the second half
+template <way_out way, class T>
+HWY_INLINE void put_cells(const cell_colours<vec<T>>& c, std::uint8_t* to) {
+    const lanes_of<T> tag;
+    const hn::RepartitionToWide<lanes_of<T>> wide;
+    vec<T> lower[3], upper[3]; // of each block of 16 bytes the first and the second half
     for (int i = 0; i < 3; ++i) {
         lower[i] = hn::InterleaveLower(tag, c.even[i], c.odd[i]);
         upper[i] = hn::InterleaveUpper(tag, c.even[i], c.odd[i]);
     }
-    if constexpr (way == way_out::bgr3) {
+    if constexpr (way == way_out::three) {
 #if HWY_TARGET == HWY_AVX2
         const auto first = [&](int i) HWY_ATTR { return hn::ConcatLowerLower(tag, upper[i], lower[i]); };
         const auto second = [&](int i) HWY_ATTR { return hn::ConcatUpperUpper(tag, upper[i], lower[i]); };
@@ -250,11 +253,13 @@ HWY_INLINE void put_cells(const cell_colours<vec<std::uint8_t>>& c, std::uint8_t
         const auto first = [&](int i) HWY_ATTR { return lower[i]; };
         const auto second = [&](int i) HWY_ATTR { return upper[i]; };
 #endif
+        static_assert(sizeof(T) == 1);
         hn::StoreInterleaved3(first(0), first(1), first(2), tag, to);
-        hn::StoreInterleaved3(second(0), second(1), second(2), tag, to + 3 * lane_count<std::uint8_t>);
+        hn::StoreInterleaved3(second(0), second(1), second(2), tag, to + 3 * lane_count<T>);
     } else {
-        const auto opaque = hn::Set(tag, std::uint8_t{255});
-        vec<std::uint8_t> p[8]; // four pixels of each block
+        const auto opaque = hn::Set(tag, static_cast<T>(most_of<T>));
+        constexpr std::int32_t vector_bytes = lane_count<std::uint8_t>;
+        vec<T> p[8]; // 16 bytes of pixels of each block
         for (int i = 0; i < 2; ++i) {
             const auto& part = i == 0 ? lower : upper;
             const auto bg0 = hn::BitCast(wide, hn::InterleaveLower(tag, part[0], part[1]));
@@ -268,98 +273,110 @@ HWY_INLINE void put_cells(const cell_colours<vec<std::uint8_t>>& c, std::uint8_t
         }
 #if HWY_TARGET == HWY_AVX2
         for (int i = 0; i < 8; i += 2) put_part<way>(hn::ConcatLowerLower(tag, p[i + 1], p[i]), to + 16 * i);
-        for (int i = 0; i < 8; i += 2) put_part<way>(hn::ConcatUpperUpper(tag, p[i + 1], p[i]), to + 128 + 16 * i);
+        for (int i = 0; i < 8; i += 2)
+            put_part<way>(hn::ConcatUpperUpper(tag, p[i + 1], p[i]), to + 4 * vector_bytes + 16 * i);
 #else
-        for (int i = 0; i < 8; ++i) put_part<way>(p[i], to + 16 * i);
+        for (int i = 0; i < 8; ++i) put_part<way>(p[i], to + vector_bytes * i);
 #endif
     }
 }
 
 // Green of a line and the colours of the line above it, by turns, so that memory takes one vector while the next is
 // computed. Colours follow two vectors behind, from cell `from` on; returns the first cell that they did not come to.
-template <bool c_first, bool red, way_out way>
-HWY_ATTR std::int32_t walk_of(const green_step<std::uint8_t>& below_, const mosaic_lines<std::uint8_t>& in_,
-                              std::int32_t from, std::int32_t cells, const pixel_lines& out_) {
+template <bool c_first, bool red, way_out way, class T>
+HWY_ATTR std::int32_t walk_of(const green_step<T>& below_, const mosaic_lines<T>& in_, std::int32_t from,
+                              std::int32_t cells, const pixel_lines& out_) {
     const auto below = below_;
     const auto in = in_;
     const auto out = out_;
     std::uint8_t* const to = out.to;
-    constexpr std::int32_t step = lane_count<std::uint8_t>, channels = way == way_out::bgr3 ? 3 : 4;
+    constexpr std::int32_t step = lane_count<T>;
+    constexpr std::ptrdiff_t cell = cell_bytes<way, T>;
     std::int32_t k = from, green = below.first;
     for (; green < below.first + 2 * step && green < below.end; green += step)
         green_at<!c_first>(below.lines, green, below.green, below.difference);
     for (; k + step <= cells && green < below.end; k += step, green += step) {
         for (std::int32_t i = 0; i < out.next_step * step; i += 64) hwy::Prefetch(out.next + out.next_step * k + i);
         green_at<!c_first>(below.lines, green, below.green, below.difference);
-        put_cells<way>(colours_at<c_first, red>(in, k), to + std::ptrdiff_t{2} * channels * k);
+        put_cells<way, T>(colours_at<c_first, red>(in, k), to + cell * k);
     }
     for (; green < below.end; green += step) green_at<!c_first>(below.lines, green, below.green, below.difference);
-    for (; k + step <= cells; k += step)
-        put_cells<way>(colours_at<c_first, red>(in, k), to + std::ptrdiff_t{2} * channels * k);
+    for (; k + step <= cells; k += step) put_cells<way, T>(colours_at<c_first, red>(in, k), to + cell * k);
     return k;
 }
 
 // Of the vector of cells from k on those of [begin, end) alone: what lies past the caches beside them stays there.
-template <bool c_first, bool red, way_out way>
-HWY_ATTR void put_some_cells(const mosaic_lines<std::uint8_t>& in, std::int32_t k, std::int32_t begin, std::int32_t end,
+template <bool c_first, bool red, way_out way, class T>
+HWY_ATTR void put_some_cells(const mosaic_lines<T>& in, std::int32_t k, std::int32_t begin, std::int32_t end,
                              std::uint8_t* to) {
-    constexpr std::int32_t cell = way == way_out::bgr3 ? 6 : 8;
-    alignas(64) std::uint8_t part[cell * lane_count<std::uint8_t>];
-    put_cells<way>(colours_at<c_first, red>(in, k), part);
+    constexpr std::int32_t cell = cell_bytes<way, T>;
+    alignas(64) std::uint8_t part[cell * lane_count<T>];
+    put_cells<way, T>(colours_at<c_first, red>(in, k), part);
     std::memcpy(to + cell * begin, part + cell * (begin - k), static_cast<std::size_t>(cell * (end - begin)));
 }
 
-template <bool c_first, bool red>
-HWY_ATTR void green_and_pixels_of(const green_step<std::uint8_t>& below, const mosaic_lines<std::uint8_t>& in,
-                                  std::int32_t width, three8 line, pixel_lines out) {
-    constexpr std::int32_t step = lane_count<std::uint8_t>;
+template <bool c_first, bool red, class T>
+HWY_ATTR void green_and_pixels_of(const green_step<T>& below, const mosaic_lines<T>& in, std::int32_t width,
+                                  three<T> line, pixel_lines out) {
+    constexpr std::int32_t step = lane_count<T>, cell = cell_bytes<way_out::four, T>;
     const std::int32_t cells = width / 2;
     // Past the caches from the first whole line of 64 bytes on.
     const auto misplaced = static_cast<std::int32_t>(-reinterpret_cast<std::uintptr_t>(out.to) % 64);
     std::int32_t k = 0;
-    if (out.channels == 3) {
-        k = walk_of<c_first, red, way_out::bgr3>(below, in, 0, cells, out);
-    } else if (out.past_caches && misplaced % 8 == 0 && misplaced / 8 + step <= cells) {
-        k = walk_of<c_first, red, way_out::bgr4_past_caches>(below, in, misplaced / 8, cells, out);
-        if (misplaced != 0) put_some_cells<c_first, red, way_out::bgr4>(in, 0, 0, misplaced / 8, out.to);
+    bool of_three = false;
+    if constexpr (sizeof(T) == 1) of_three = out.channels == 3;
+    if (of_three) {
+        if constexpr (sizeof(T) == 1) k = walk_of<c_first, red, way_out::three>(below, in, 0, cells, out);
+    } else if (out.past_caches && misplaced % cell == 0 && misplaced / cell + step <= cells) {
+        k = walk_of<c_first, red, way_out::four_past_caches>(below, in, misplaced / cell, cells, out);
+        if (misplaced != 0) put_some_cells<c_first, red, way_out::four>(in, 0, 0, misplaced / cell, out.to);
     } else {
-        k = walk_of<c_first, red, way_out::bgr4>(below, in, 0, cells, out);
+        k = walk_of<c_first, red, way_out::four>(below, in, 0, cells, out);
     }
     if (2 * k >= width) return;
     // What is no whole vector.
     if (width % 2 == 0 && cells >= step) {
-        if (out.channels == 3)
-            put_some_cells<c_first, red, way_out::bgr3>(in, cells - step, k, cells, out.to);
-        else
-            put_some_cells<c_first, red, way_out::bgr4>(in, cells - step, k, cells, out.to);
-        return;
+        if constexpr (sizeof(T) == 1)
+            if (of_three) return put_some_cells<c_first, red, way_out::three>(in, cells - step, k, cells, out.to);
+        return put_some_cells<c_first, red, way_out::four>(in, cells - step, k, cells, out.to);
     }
     colours_of<c_first, red>(in, k, (width + 1) / 2, line);
-    join_bgr(out.channels, {{line.line[0], line.line[1], line.line[2]}}, 2 * k, width, out.to);
+    join_pixels(out.channels, three<const T>{{line.line[0], line.line[1], line.line[2]}}, 2 * k, width, out.to);
 }
 
-[[maybe_unused]] HWY_ATTR void green_and_pixels_v(const green_step<std::uint8_t>& below,
-                                                  const mosaic_lines<std::uint8_t>& in, std::int32_t width, three8 line,
-                                                  pixel_lines out) {
-    const auto run = in.c_first ? in.red ? green_and_pixels_of<true, true> : green_and_pixels_of<true, false>
-                     : in.red ? green_and_pixels_of<false, true>
-                                : green_and_pixels_of<false, false>;
+template <class T>
+HWY_ATTR void green_and_pixels_v(const green_step<T>& below, const mosaic_lines<T>& in, std::int32_t width,
+                                 three<T> line, pixel_lines out) {
+    const auto run = in.c_first ? in.red ? green_and_pixels_of<true, true, T> : green_and_pixels_of<true, false, T>
+                     : in.red ? green_and_pixels_of<false, true, T>
+                                : green_and_pixels_of<false, false, T>;
     run(below, in, width, line, out);
 }
 
 // Once all lines are written: what went past the caches is there for other threads too.
 [[maybe_unused]] HWY_ATTR void finish_v() { _mm_sfence(); }
 
+[[maybe_unused]] HWY_ATTR void gamma_words_v(const power_curve* curve, const std::uint16_t* table, std::int32_t x,
+                                             std::int32_t n, std::uint16_t* line) {
+    if (curve == nullptr) return look_up_words_v(table, n - x, line + x);
+    x = curve->rising ? power_words<true>(*curve, x, n, line) : power_words<false>(*curve, x, n, line);
+    gamma_words(curve, table, x, n, line);
+}
+
 // A row of the matrix as factors of the pairs (blue, green) and (red, white).
 struct matrix_row {
     v16i bg, rw;
+    hn::Vec<d32i> half;
     std::int32_t bits;
     template <class T>
     explicit HWY_INLINE matrix_row(const T& row)
-        : bg(factors(row.m[0], row.m[1])), rw(factors(row.m[2], row.of_white)), bits(row.bits) {}
+        : bg(factors(row.m[0], row.m[1])),
+          rw(factors(row.m[2], row.of_white)),
+          half(hn::Set(d32i(), 1 << row.bits >> 1)),
+          bits(row.bits) {}
     // Four or eight results in 32 bits.
     HWY_INLINE hn::Vec<d32i> operator()(v16i bg_pairs, v16i rw_pairs) const {
-        return hn::ShiftRightSame(hn::Add(pair_sums(bg_pairs, bg), pair_sums(rw_pairs, rw)), bits);
+        return hn::ShiftRightSame(hn::Add(hn::Add(pair_sums(bg_pairs, bg), half), pair_sums(rw_pairs, rw)), bits);
     }
 };
 

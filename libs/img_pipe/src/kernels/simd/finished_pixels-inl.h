@@ -1,0 +1,131 @@
+// From the neighbours of a vector of cells to pixels of three or four bytes, matrix and gamma in registers on the way:
+// bit-equal to the plain step.
+#pragma once
+#include "byte_map-inl.h"
+#include "demosaic_rows-inl.h"
+
+HWY_BEFORE_NAMESPACE();
+namespace img_pipe {
+namespace HWY_NAMESPACE {
+namespace {
+
+struct no_curve {
+    explicit HWY_INLINE no_curve(const byte_curve*) {}
+    HWY_INLINE vec_bytes operator()(vec_bytes v) const { return v; }
+};
+template <int exact_count>
+struct with_curve : curve_vectors<exact_count> {
+    explicit HWY_INLINE with_curve(const byte_curve* c) : curve_vectors<exact_count>(*c) {}
+};
+
+template <class T>
+struct matrix_step {
+    bool on;
+    matrix_row rows[3];
+    explicit HWY_INLINE matrix_step(const colour_finish<T>& f)
+        : on(f.matrix_on),
+          rows{matrix_row(f.matrix.rows[0]), matrix_row(f.matrix.rows[1]), matrix_row(f.matrix.rows[2])} {}
+    HWY_INLINE void operator()(cell_colours<vec<T>>& c) const {
+        if (!on) return;
+        matrix_on(rows, c.even);
+        matrix_on(rows, c.odd);
+    }
+};
+
+template <class Curve>
+struct finish_bytes {
+    matrix_step<std::uint8_t> matrix;
+    Curve curve;
+    explicit HWY_INLINE finish_bytes(const colour_finish<std::uint8_t>& f) : matrix(f), curve(f.curve) {}
+    HWY_INLINE void put(cell_colours<vec_bytes> c, std::int32_t channels, std::uint8_t* to) const {
+        matrix(c);
+        for (int i = 0; i < 3; ++i) {
+            c.even[i] = curve(c.even[i]);
+            c.odd[i] = curve(c.odd[i]);
+        }
+        if (channels == 3)
+            put_cells<way_out::three, std::uint8_t>(c, to);
+        else
+            put_cells<way_out::four, std::uint8_t>(c, to);
+    }
+};
+
+template <class Power>
+struct finish_words {
+    matrix_step<std::uint16_t> matrix;
+    Power power;
+    explicit HWY_INLINE finish_words(const colour_finish<std::uint16_t>& f) : matrix(f), power(f.power) {}
+    HWY_INLINE void put(cell_colours<vec<std::uint16_t>> c, std::int32_t channels, std::uint8_t* to) const {
+        const bytes_tag tag;
+        const d16 wide;
+        matrix(c);
+        // The upper bytes of an even and an odd column are neighbours already.
+        vec_bytes out[3];
+        for (int i = 0; i < 3; ++i)
+            out[i] = hn::BitCast(tag, hn::Or(hn::ShiftRight<8>(power(c.even[i])),
+                                             hn::And(power(c.odd[i]), hn::Set(wide, std::uint16_t{0xFF00}))));
+        if (channels == 3)
+            hn::StoreInterleaved3(out[0], out[1], out[2], tag, to);
+        else
+            hn::StoreInterleaved4(out[0], out[1], out[2], hn::Set(tag, std::uint8_t{255}), tag, to);
+    }
+};
+
+// Whole vectors of the cells from `first` on; returns the first cell that is not in one.
+template <bool c_first, bool red, class Finish, class T>
+HWY_ATTR std::int32_t finished_cells_of(const Finish& finish, const mosaic_lines<T>& in_, std::int32_t first,
+                                        std::int32_t cells, const pixel_lines& out_) {
+    const auto in = in_;
+    const auto out = out_;
+    std::int32_t k = first;
+    for (; k + lane_count<T> <= cells; k += lane_count<T>) {
+        for (std::int32_t i = 0; i < out.next_step * lane_count<T>; i += 64)
+            hwy::Prefetch(out.next + out.next_step * k + i);
+        finish.put(colours_at<c_first, red>(in, k), out.channels, out.to + std::ptrdiff_t{2} * out.channels * k);
+    }
+    return k;
+}
+
+template <class Finish, class T>
+HWY_ATTR void finished_of(const colour_finish<T>& f, const mosaic_lines<T>& in, std::int32_t width, three<T> line,
+                          three8 bytes, const pixel_lines& out) {
+    const Finish finish(f);
+    const auto run = in.c_first
+                         ? in.red ? finished_cells_of<true, true, Finish, T> : finished_cells_of<true, false, Finish, T>
+                     : in.red ? finished_cells_of<false, true, Finish, T>
+                              : finished_cells_of<false, false, Finish, T>;
+    const std::int32_t cells = width / 2, k = run(finish, in, 0, cells, out);
+    if (2 * k >= width) return;
+    // What is no whole vector: the last ones once more, ending with the line.
+    if (width % 2 == 0 && cells >= lane_count<T>) {
+        run(finish, in, cells - lane_count<T>, cells, out);
+        return;
+    }
+    colours_v(in, k, (width + 1) / 2, line);
+    finish_line(f, 2 * k, width, line, bytes);
+    join_bgr(out.channels, {{bytes.line[0], bytes.line[1], bytes.line[2]}}, 2 * k, width, out.to);
+}
+
+[[maybe_unused]] HWY_ATTR void finished_pixels_v(const colour_finish<std::uint8_t>& f,
+                                                 const mosaic_lines<std::uint8_t>& in, std::int32_t width, three8 line,
+                                                 three8 bytes, const pixel_lines& out) {
+    const int exact = f.curve == nullptr ? -1 : f.curve->exact_count;
+    const auto run = exact < 0    ? finished_of<finish_bytes<no_curve>, std::uint8_t>
+                     : exact == 0 ? finished_of<finish_bytes<with_curve<0>>, std::uint8_t>
+                     : exact == 1 ? finished_of<finish_bytes<with_curve<1>>, std::uint8_t>
+                                  : finished_of<finish_bytes<with_curve<most_exact>>, std::uint8_t>;
+    run(f, in, width, line, bytes, out);
+}
+[[maybe_unused]] HWY_ATTR void finished_pixels_v(const colour_finish<std::uint16_t>& f,
+                                                 const mosaic_lines<std::uint16_t>& in, std::int32_t width,
+                                                 three16 line, three8 bytes, const pixel_lines& out) {
+    const auto run = f.power == nullptr ? finished_of<finish_words<no_power>, std::uint16_t>
+                     : f.power->rising  ? finished_of<finish_words<with_power<true>>, std::uint16_t>
+                                        : finished_of<finish_words<with_power<false>>, std::uint16_t>;
+    run(f, in, width, line, bytes, out);
+}
+
+} // namespace
+} // namespace HWY_NAMESPACE
+} // namespace img_pipe
+HWY_AFTER_NAMESPACE();
