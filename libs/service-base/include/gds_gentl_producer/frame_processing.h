@@ -3,6 +3,7 @@
 #pragma once
 
 #include <auto_alg/auto_pass.h>
+#include <auto_alg/frame_pass.h>
 #include <gds_gentl_producer/settings_block.h>
 #include <gds_gentl_producer/stream_overlay.h>
 #include <gentl_producer/Buffer.h>
@@ -41,6 +42,7 @@ private:
     const settings_block settings;
     img_pipe::transform_pipe pipe;
     auto_alg::auto_alg_state automatic;
+    auto_alg::block_temperatures temperatures;
 };
 
 } // namespace gds_producer

@@ -59,7 +59,8 @@ void frame_processing::process_image(const GenTL::Producer::Buffer& buffer, uint
         auto_values_sender sender{lease};
         // Every frame would be a pass if none had a time.
         const uint64_t time_ns = buffer.timestamp != 0 ? buffer.timestamp : now_ns;
-        auto_alg::run_auto_pass(settings, automatic, image, buffer.frame_id, time_ns, sender);
+        auto_alg::run_auto_pass(settings, automatic, image, buffer.frame_id, time_ns, sender,
+                                temperatures.table_of(settings));
     }
     // Before the transform, which treats the text like the image.
     if (settings.flag(settings_block::overlay)) {
