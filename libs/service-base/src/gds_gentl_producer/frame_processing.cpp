@@ -39,10 +39,8 @@ img_pipe::img_descriptor image_in(const GenTL::Producer::Buffer& buffer) {
                                       static_cast<std::uint32_t>(std::min(buffer.x_padding, most_pixels)));
 }
 
-bool frame_processing::is_due() const {
-    if (settings.flag(settings_block::overlay)) return true;
-    return settings.flag(settings_block::master_enable) &&
-           (auto_alg::auto_function_is_on(settings) || auto_alg::transform_is_on(settings));
+bool frame_processing::function_is_on() const {
+    return auto_alg::auto_function_is_on(settings) || auto_alg::transform_is_on(settings);
 }
 
 void frame_processing::process_image(const GenTL::Producer::Buffer& buffer, uint64_t now_ns,
