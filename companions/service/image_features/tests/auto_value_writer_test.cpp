@@ -11,6 +11,8 @@
 #include <atomic>
 #include <chrono>
 #include <cstring>
+#include <memory>
+#include <mutex>
 #include <thread>
 
 using gds_shared::gigecam_errc;
@@ -75,6 +77,18 @@ private:
     void flush_() override {}
 };
 
+// The process's log goes there, too, for as long as it lives.
+struct listener {
+    listener() {
+        gds_helper::log::main_logger().set_level(spdlog::level::warn);
+        gds_helper::log::main_logger().sinks().push_back(sink);
+    }
+    ~listener() { gds_helper::log::main_logger().sinks().pop_back(); }
+    listener(const listener&) = delete;
+    listener& operator=(const listener&) = delete;
+    const std::shared_ptr<counting_sink> sink = std::make_shared<counting_sink>();
+};
+
 struct row {
     const char* name;
     gigecam_errc error;
@@ -84,8 +98,6 @@ struct row {
 class AutoValueWriter : public testing::TestWithParam<row> {
 protected:
     AutoValueWriter() {
-        gds_helper::log::main_logger().set_level(spdlog::level::warn);
-        gds_helper::log::main_logger().sinks().push_back(sink);
         camera.error = GetParam().error;
         camera.at_write = GetParam().at_write;
         settings->reset();
@@ -94,7 +106,6 @@ protected:
         block().set_flag(block_t::auto_exposure, true);
         writer.start();
     }
-    ~AutoValueWriter() override { gds_helper::log::main_logger().sinks().pop_back(); }
     [[nodiscard]] gds_producer::settings_block block() const { return settings->block(); }
     void result(float value) {
         block().store(block_t::result_exposure, value);
@@ -112,7 +123,8 @@ protected:
         }
         return condition();
     }
-    std::shared_ptr<counting_sink> sink = std::make_shared<counting_sink>();
+    [[nodiscard]] int given_up() const { return log.sink->given_up; }
+    const listener log; // outlives the writer's thread
     failing_camera camera;
     std::shared_ptr<camera_settings> settings = std::make_shared<camera_settings>(std::nullopt, std::nullopt);
     // Longer than the distance between two looks at the camera's values: each try has one beside it.
@@ -128,11 +140,11 @@ TEST_P(AutoValueWriter, GivesUpAfterThreeTriesInARow) {
         EXPECT_TRUE(comes([&] { return block().load<float>(block_t::exposure) == wanted; }, false));
         EXPECT_EQ(camera.exposure, wanted);
     }
-    EXPECT_EQ(sink->given_up, 0) << "what the camera has taken begins the count anew";
+    EXPECT_EQ(given_up(), 0) << "what the camera has taken begins the count anew";
     camera.failures = 0;
     camera.failures_left = 1'000'000;
     result(2000);
-    EXPECT_TRUE(comes([&] { return sink->given_up == 1; }, true));
+    EXPECT_TRUE(comes([&] { return given_up() == 1; }, true));
     if (GetParam().at_write) {
         EXPECT_EQ(camera.failures, 3);
     }
@@ -140,7 +152,7 @@ TEST_P(AutoValueWriter, GivesUpAfterThreeTriesInARow) {
     camera.exposure = 300; // seen: the result before it was not written
     EXPECT_TRUE(comes([&] { return block().load<float>(block_t::exposure) == 300; }, true));
     EXPECT_EQ(camera.exposure, 300);
-    EXPECT_EQ(sink->given_up, 1);
+    EXPECT_EQ(given_up(), 1);
     writer.settings_changed();
     EXPECT_TRUE(comes([&] { return camera.exposure == 2000; }, true));
 }
