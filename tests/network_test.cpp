@@ -137,15 +137,3 @@ TEST(TwoHosts, CamerasAnswerABroadcast) {
         expect_every_frame(result, 10);
     }
 }
-
-// The kernel loses and reorders whatever the camera sends, acknowledges and resent packets among it.
-TEST(TwoHosts, AKernelThatLosesPackets) {
-    two_hosts hosts;
-    if (!hosts.ready()) GTEST_SKIP() << hosts.why_not();
-    if (!hosts.impair({"delay", "2ms", "loss", "0.5%", "reorder", "5%"})) GTEST_SKIP() << "this kernel has no netem";
-    test_bench own;
-    own.spread_over(hosts.camera_side(), hosts.consumer_side(), two_hosts::net);
-    own.start_camera({"--width", "640", "--height", "480", "--frame-rate", "6"});
-    own.start_service();
-    expect_every_frame(own.grab({"--frames", "20", "--verify"}), 20);
-}

@@ -79,10 +79,4 @@ void two_hosts::set_mtu(int camera, int consumer) {
     EXPECT_TRUE(run(consumer_end, {"ip", "link", "set", "cable", "mtu", std::to_string(consumer)}));
 }
 
-bool two_hosts::impair(const std::vector<std::string>& netem) {
-    std::vector<std::string> command{"tc", "qdisc", "add", "dev", "cable", "root", "netem"};
-    command.insert(command.end(), netem.begin(), netem.end());
-    return run(camera_end, command);
-}
-
 } // namespace bench

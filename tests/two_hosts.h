@@ -29,8 +29,6 @@ public:
     // address; -1 when there is none to be had.
     [[nodiscard]] int add_camera_side();
     void set_mtu(int camera, int consumer);
-    // Words of `tc`'s netem for what the camera sends; false when the kernel has no netem.
-    [[nodiscard]] bool impair(const std::vector<std::string>& netem);
     // A command at one end; false when it fails.
     [[nodiscard]] bool run(int end, const std::vector<std::string>& command);
 
