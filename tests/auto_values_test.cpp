@@ -1,5 +1,5 @@
 // The way of automatic values to the camera, and of the camera's values back.
-#include "image_features_bench.h"
+#include "image_features_system.h"
 
 #include <gmock/gmock.h>
 
@@ -8,7 +8,7 @@
 #include <limits>
 #include <thread>
 
-using namespace bench;
+using namespace test_support;
 using testing::HasSubstr;
 
 namespace {

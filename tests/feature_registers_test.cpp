@@ -1,5 +1,5 @@
 // The registers behind the features, and their places in the settings block.
-#include "image_features_bench.h"
+#include "image_features_system.h"
 
 #include <gmock/gmock.h>
 
@@ -7,7 +7,7 @@
 #include <csignal>
 #include <limits>
 
-using namespace bench;
+using namespace test_support;
 using testing::HasSubstr;
 
 namespace {
@@ -47,7 +47,7 @@ TEST_F(FeatureRegisters, EachFeatureHasItsOwnPlace) {
     text.insert(end, R"(<Integer Name="Iris"><Value>3</Value><Min>-100</Min><Max>100</Max></Integer>
 <Integer Name="Focus"><Value>7</Value><Min>0</Min><Max>1000</Max></Integer>)");
     start_with_document(text, {"--pixel-format", "BayerRG8"});
-    open_camera camera{test_bench::serial(0)};
+    open_camera camera{test_system::serial(0)};
     const cli::node_map& nodes = camera.remote();
     const mapped_block shared{own->service().pid()};
     const auto flag = std::pair{"true", uint32_t{1}};

@@ -1,5 +1,5 @@
 // The features in the document, and what they do to pictures.
-#include "image_features_bench.h"
+#include "image_features_system.h"
 
 #include <GenICam/log.h>
 
@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <source_location>
 
-using namespace bench;
+using namespace test_support;
 using namespace GenICam;
 using testing::Contains;
 using testing::HasSubstr;
@@ -32,7 +32,7 @@ class ImageFeatures : public image_features {};
 
 TEST_F(ImageFeatures, AreFeaturesOfTheCameraAndKeepTheirLimits) {
     start({"--pixel-format", "BayerRG8"});
-    open_camera camera{test_bench::serial(0)};
+    open_camera camera{test_system::serial(0)};
     const cli::node_map& nodes = camera.remote();
     const auto names = feature_names(nodes.document());
     for (const char* name :
@@ -79,10 +79,10 @@ TEST_F(ImageFeatures, AreFeaturesOfTheCameraAndKeepTheirLimits) {
 TEST_F(ImageFeatures, TheDocumentIsMadeOnce) {
     for (const bool zipped : {false, true}) {
         SCOPED_TRACE(zipped);
-        test_bench each;
+        test_system each;
         each.start_camera(zipped ? std::vector<std::string>{"--zip"} : std::vector<std::string>{});
         each.start_service();
-        open_camera camera{test_bench::serial(0)};
+        open_camera camera{test_system::serial(0)};
         const std::string text = document_of(camera);
         EXPECT_TRUE(text.ends_with("</RegisterDescription>\n")) << "the length in the URL is the document's";
         EXPECT_THAT(feature_names(camera.remote().document()), Contains("AutoExposure"));
@@ -109,7 +109,7 @@ TEST_F(ImageFeatures, ACamerasOwnFeaturesStayItsOwn) {
     text.insert(end, R"(<Integer Name="AutoExposure"><Value>17</Value></Integer>
 <Integer Name="SoftwareColorMatrixSelector"><Value>3</Value></Integer>)");
     start_with_document(text);
-    open_camera camera{test_bench::serial(0)};
+    open_camera camera{test_system::serial(0)};
     const auto names = feature_names(camera.remote().document());
     EXPECT_EQ(text_of(camera.remote(), "AutoExposure"), "17");
     for (const char* name : {"AutoExposure", "AutoExposureMaximum", "AutoExposureCurrent", "SoftwareColorMatrixValue",
@@ -131,7 +131,7 @@ TEST_F(ImageFeatures, ADocumentThatCannotBeUsedIsServedAsItIs) {
 // Of the three makers, and our own.
 TEST_F(ImageFeatures, MergedDocumentsLoadEverywhere) {
     const std::string own_text = own_document();
-    own = std::make_unique<test_bench>();
+    own = std::make_unique<test_system>();
     std::vector<std::filesystem::path> files{own->folder() / "own.xml"};
     std::ofstream{files[0], std::ios::binary} << own_text;
     if (const char* folder = std::getenv("ORV_TEST_DOCUMENTS")) {
@@ -140,10 +140,10 @@ TEST_F(ImageFeatures, MergedDocumentsLoadEverywhere) {
     }
     for (const auto& file : files) {
         SCOPED_TRACE(file.filename());
-        test_bench each;
+        test_system each;
         each.start_camera({"--document", file});
         each.start_service();
-        open_camera camera{test_bench::serial(0)};
+        open_camera camera{test_system::serial(0)};
         const log_capture log;
         const IGenICamDoc& document = camera.remote().document();
         EXPECT_THAT(log.lines, IsEmpty());
@@ -152,7 +152,7 @@ TEST_F(ImageFeatures, MergedDocumentsLoadEverywhere) {
 #ifdef ORV_ARAVIS_LOAD
         const auto merged = each.folder() / "merged.xml";
         std::ofstream{merged, std::ios::binary} << document_of(camera);
-        bench::process load{{ORV_ARAVIS_LOAD, merged}, each.folder() / "aravis"};
+        test_support::process load{{ORV_ARAVIS_LOAD, merged}, each.folder() / "aravis"};
         EXPECT_EQ(load.wait(), 0) << load.output();
         EXPECT_THAT(load.output(), HasSubstr("\nSoftwareGamma\n"));
 #endif

@@ -1,7 +1,7 @@
 // A client of the service that is none of ours: it speaks the protocol by its numbers, and stops where it likes.
 #pragma once
 
-#include "../libs/service-base/tests/support.h"
+#include "../../libs/service-base/tests/support.h"
 
 #include <semaphore.h>
 
@@ -13,9 +13,7 @@
 #include <span>
 #include <string>
 
-namespace bench {
-
-using test_support::eventually;
+namespace test_support {
 
 // A parameter or result block.
 class wire_bytes final {
@@ -115,4 +113,4 @@ private:
     std::optional<uint32_t> prepared;
 };
 
-} // namespace bench
+} // namespace test_support

@@ -12,7 +12,7 @@
 #include <stdexcept>
 #include <utility>
 
-namespace bench {
+namespace test_support {
 
 namespace {
 
@@ -212,4 +212,4 @@ void raw_client::write_semaphore(part semaphore, uint64_t value) const {
     std::atomic_ref{*reinterpret_cast<uint64_t*>(semaphores[semaphore])}.store(value);
 }
 
-} // namespace bench
+} // namespace test_support

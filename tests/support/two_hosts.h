@@ -2,11 +2,12 @@
 // interface, no route. They end with the object, or with the process.
 #pragma once
 
-#include <filesystem>
+#include "../../libs/service-base/tests/support.h"
+
 #include <string>
 #include <vector>
 
-namespace bench {
+namespace test_support {
 
 class two_hosts {
 public:
@@ -33,11 +34,11 @@ public:
     [[nodiscard]] bool run(int end, const std::vector<std::string>& command);
 
 private:
-    std::filesystem::path directory;
+    temporary_folder directory;
     std::string problem;
     int camera_end = -1;
     int consumer_end = -1;
     std::vector<int> further_ends;
 };
 
-} // namespace bench
+} // namespace test_support

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
-namespace bench {
+namespace test_support {
 
 using namespace GenTL;
 
@@ -32,7 +32,7 @@ frame_reader::frame_reader(open_camera& camera, size_t count, bool extended_ids,
         from.stream = std::make_shared<cli::tl_stream>(from.device, handle, lib.DSClose);
         lib.check("GCRegisterEvent", lib.GCRegisterEvent(from.stream->get(), EVENT_NEW_BUFFER, &from.new_buffer));
     }
-    if (buffer_size == 0) buffer_size = static_cast<size_t>(cli::require_integer(from.remote(), "PayloadSize"));
+    if (buffer_size == 0) buffer_size = static_cast<size_t>(from.integer("PayloadSize"));
     for (size_t i = 0; i < count; ++i) {
         memory& buffer = *buffers.emplace_back(std::make_unique<memory>(buffer_size));
         lib.check("DSAnnounceBuffer",
@@ -55,32 +55,26 @@ void frame_reader::queue(memory& buffer) {
     from.lib->check("DSQueueBuffer", from.lib->DSQueueBuffer(from.stream->get(), buffer.handle));
 }
 
-void frame_reader::queue_kept() {
-    for (memory* buffer : kept) queue(*buffer);
-    kept.clear();
-}
-
 void frame_reader::allow_pauses() {
     cli::set_from_text(cli::require_node(features(), "StreamPacketResendAutoTimePerFrame"), "false");
     cli::set_from_text(cli::require_node(features(), "StreamPacketResendTimePerFrame"), "2000000");
 }
 
 void frame_reader::start(uint64_t frames) {
-    cli::set_from_text(cli::require_node(from.remote(), "AcquisitionMode"), frames == 0 ? "Continuous" : "MultiFrame");
-    if (frames != 0)
-        cli::set_from_text(cli::require_node(from.remote(), "AcquisitionFrameCount"), std::to_string(frames));
+    from.set("AcquisitionMode", frames == 0 ? "Continuous" : "MultiFrame");
+    if (frames != 0) from.set("AcquisitionFrameCount", std::to_string(frames));
     from.lib->check("DSStartAcquisition", from.lib->DSStartAcquisition(from.stream->get(), 0, GENTL_INFINITE));
-    packet_bytes = cli::require_integer(from.remote(), "GevSCPSPacketSize");
+    packet_bytes = from.integer("GevSCPSPacketSize");
     last_number = 0;
-    cli::execute(cli::require_node(from.remote(), "AcquisitionStart"));
+    from.execute("AcquisitionStart");
 }
 
 void frame_reader::stop() {
-    cli::execute(cli::require_node(from.remote(), "AcquisitionStop"));
+    from.execute("AcquisitionStop");
     from.lib->check("DSStopAcquisition", from.lib->DSStopAcquisition(from.stream->get(), 0));
 }
 
-std::optional<read_frame> frame_reader::next(uint64_t timeout_ms, bool keep) {
+std::optional<read_frame> frame_reader::next(uint64_t timeout_ms) {
     const cli::gentl_library& lib = *from.lib;
     EVENT_NEW_BUFFER_DATA event{};
     size_t size = sizeof event;
@@ -105,10 +99,7 @@ std::optional<read_frame> frame_reader::next(uint64_t timeout_ms, bool keep) {
     frame.has_chunks = of(bool8_t{}, BUFFER_INFO_CONTAINS_CHUNKDATA) != 0;
     auto& buffer = *static_cast<memory*>(event.pUserPointer);
     compare(frame, buffer);
-    if (keep)
-        kept.push_back(&buffer);
-    else
-        queue(buffer);
+    queue(buffer);
     return frame;
 }
 
@@ -157,4 +148,4 @@ bool frame_reader::margins_untouched() const {
     });
 }
 
-} // namespace bench
+} // namespace test_support

@@ -1,6 +1,6 @@
 #include "two_hosts.h"
 
-#include "bench.h"
+#include "test_system.h"
 
 #include <gtest/gtest.h>
 
@@ -12,7 +12,7 @@
 #include <cstring>
 #include <thread>
 
-namespace bench {
+namespace test_support {
 
 namespace {
 
@@ -33,8 +33,6 @@ int new_namespace(std::string& problem) {
 } // namespace
 
 two_hosts::two_hosts() {
-    char name[] = "/tmp/orv-hosts-XXXXXX";
-    directory = mkdtemp(name);
     camera_end = new_namespace(problem);
     consumer_end = new_namespace(problem);
     if (!ready()) return;
@@ -54,12 +52,10 @@ two_hosts::~two_hosts() {
     if (camera_end >= 0) close(camera_end);
     if (consumer_end >= 0) close(consumer_end);
     for (const int end : further_ends) close(end);
-    std::error_code ignored;
-    std::filesystem::remove_all(directory, ignored);
 }
 
 bool two_hosts::run(int end, const std::vector<std::string>& command) {
-    return process{command, directory / "output", end}.wait() == 0;
+    return process{command, directory.path / "output", end}.wait() == 0;
 }
 
 int two_hosts::add_camera_side() {
@@ -79,4 +75,4 @@ void two_hosts::set_mtu(int camera, int consumer) {
     EXPECT_TRUE(run(consumer_end, {"ip", "link", "set", "cable", "mtu", std::to_string(consumer)}));
 }
 
-} // namespace bench
+} // namespace test_support

@@ -1,13 +1,12 @@
 // Lines of a shell that run the consumer, and what may be expected of its answers.
 #pragma once
 
-#include "bench.h"
+#include "test_system.h"
 
 #include <cli/failure.h>
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -15,7 +14,7 @@ namespace consumer {
 
 inline const std::string program = ORV_BIN_DIR "/orv-gentl";
 
-[[nodiscard]] std::string read_file(const std::filesystem::path& path);
+using test_support::read_file;
 
 struct answer {
     int exit_code = -1;
@@ -25,16 +24,20 @@ struct answer {
 // A line with "orv-gentl" for the program. JSON that it answers is compared with the schema at the end of the process.
 class shell_line {
 public:
-    shell_line(const bench::test_bench& own, const std::string& line);
+    shell_line(const test_support::test_system& own, const std::string& line);
     answer wait();
     [[nodiscard]] std::string errors() const { return read_file(stem + ".err"); }
-    bench::process& process() { return child; }
+    // False when the error output does not come to hold the text.
+    bool wait_for_errors(const std::string& part) const {
+        return test_support::eventually([&] { return test_support::holds(errors(), part); });
+    }
+    test_support::process& process() { return child; }
 
 private:
     std::string text, stem;
-    bench::process child;
+    test_support::process child;
 };
-answer run(const bench::test_bench& own, const std::string& line);
+answer run(const test_support::test_system& own, const std::string& line);
 
 void expect_error(const nlohmann::json& object, cli::cause why, const std::string& text, const std::string& what);
 
@@ -44,7 +47,7 @@ struct row {
     std::string text;
 };
 // Each as text, whose reason is on the error output alone, and as one JSON object.
-void expect_rows(const bench::test_bench& own, const std::vector<row>& rows);
+void expect_rows(const test_support::test_system& own, const std::vector<row>& rows);
 
 // Whether all lines, "COMMAND<tab>ANSWER", are what docs/orv-gentl.schema.json says; what is not, in `reasons`.
 [[nodiscard]] bool follow_the_schema(const std::string& lines, std::string& reasons);

@@ -1,4 +1,4 @@
-#include "bench.h"
+#include "test_system.h"
 
 #include <gtest/gtest.h>
 
@@ -15,29 +15,20 @@
 #include <sstream>
 #include <thread>
 
-namespace bench {
+namespace test_support {
 
 using namespace GenTL;
 using namespace std::chrono_literals;
-
-namespace {
 
 std::string read_file(const std::filesystem::path& path) {
     std::ifstream file{path, std::ios::binary};
     return {std::istreambuf_iterator<char>{file}, {}};
 }
 
-template <class Condition>
-bool wait_until(Condition&& condition, std::chrono::milliseconds limit = 10s) {
-    const auto deadline = std::chrono::steady_clock::now() + limit;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() >= deadline) return false;
-        std::this_thread::sleep_for(10ms);
-    }
-    return true;
+std::vector<std::string> small(std::vector<std::string> more) {
+    more.insert(more.begin(), {"--width", "320", "--height", "240"});
+    return more;
 }
-
-} // namespace
 
 process::process(const std::vector<std::string>& command, const std::filesystem::path& output, int network_namespace)
     : output_file(output) {
@@ -66,7 +57,7 @@ process::process(process&& other) noexcept
 process::~process() {
     if (child <= 0 || reaped) return;
     kill(child, SIGTERM);
-    if (!wait_until([&] { return !running(); }, 5s)) {
+    if (!eventually([&] { return !running(); }, 5s)) {
         kill(child, SIGKILL);
         wait();
     }
@@ -86,10 +77,10 @@ bool process::running() {
 int process::wait() {
     // Bounded, so that a hang is a failure with a name instead of the test runner's.
     constexpr auto longest = sizeof ORV_SANITIZED > 1 ? 200s : 50s;
-    if (!wait_until([&] { return !running(); }, longest)) {
+    if (!eventually([&] { return !running(); }, longest)) {
         ADD_FAILURE() << "process " << child << " hangs";
         kill(child, SIGKILL);
-        wait_until([&] { return !running(); });
+        eventually([&] { return !running(); });
     }
     return result;
 }
@@ -97,61 +88,67 @@ int process::wait() {
 std::string process::output() const { return read_file(output_file); }
 
 bool process::wait_for_output(const std::string& text) {
-    return wait_until([&] { return output().find(text) != std::string::npos || !running(); }) &&
-           output().find(text) != std::string::npos;
+    return eventually([&] { return holds(output(), text) || !running(); }) && holds(output(), text);
 }
 
+namespace {
+
+// Unique on this machine while the test runs: "127.x.y." from the pid and a counter.
 std::string own_network() {
     static std::atomic<int> counter{0};
     const int unique = getpid() * 7 + counter++;
     return "127." + std::to_string(20 + unique % 220) + "." + std::to_string(1 + unique / 220 % 250) + ".";
 }
 
-test_bench::test_bench(std::vector<std::string> service_options)
-    : network(own_network()), service_arguments(std::move(service_options)) {
-    char name[] = "/tmp/orv-test-XXXXXX";
-    directory = mkdtemp(name);
-    setenv("ORV_GENTL_RUNTIME_DIR", directory.c_str(), 1);
-}
+} // namespace
 
-test_bench::~test_bench() {
+test_system::test_system(std::vector<std::string> service_options)
+    : network(own_network()), service_arguments(std::move(service_options)) {}
+
+test_system::~test_system() {
     service_process.reset();
     cameras.clear();
-    std::error_code ignored;
-    std::filesystem::remove_all(directory, ignored);
 }
 
-void test_bench::spread_over(int camera_namespace, int consumer_namespace, const std::string& net) {
+void test_system::spread_over(int camera_namespace, int consumer_namespace, const std::string& net) {
     camera_side = camera_namespace;
     consumer_side = consumer_namespace;
     network = net;
 }
 
-std::filesystem::path test_bench::new_file(const std::string& stem) {
-    return directory / (stem + "-" + std::to_string(files++));
+std::filesystem::path test_system::new_file(const std::string& stem) {
+    return folder() / (stem + "-" + std::to_string(files++));
 }
 
-std::string test_bench::serial(size_t index) { return "CAM" + std::to_string(index); }
+std::string test_system::serial(size_t index) { return "CAM" + std::to_string(index); }
 
-process& test_bench::start_camera(std::vector<std::string> options) {
-    const std::string address = camera_address(cameras.size());
-    std::vector<std::string> command{std::string{ORV_BIN_DIR} + "/orv-gev-camera-sim", "--address", address, "--serial",
-                                     serial(cameras.size())};
+std::unique_ptr<process> test_system::run_camera(size_t index, const std::vector<std::string>& options) {
+    std::vector<std::string> command{std::string{ORV_BIN_DIR} + "/orv-gev-camera-sim", "--address",
+                                     camera_address(index), "--serial", serial(index)};
     command.insert(command.end(), options.begin(), options.end());
-    cameras.push_back(std::make_unique<process>(command, new_file("camera"), camera_side));
-    EXPECT_TRUE(cameras.back()->wait_for_output("ready")) << cameras.back()->output();
-    service_arguments.insert(service_arguments.end(), {"--discover", address});
+    auto running = std::make_unique<process>(command, new_file("camera"), camera_side);
+    EXPECT_TRUE(running->wait_for_output("ready")) << running->output();
+    return running;
+}
+
+process& test_system::start_camera(std::vector<std::string> options) {
+    cameras.push_back(run_camera(cameras.size(), options));
+    add_camera(cameras.size() - 1);
     return *cameras.back();
 }
 
-void test_bench::start_service() {
+process& test_system::restart_camera(size_t index, const std::vector<std::string>& options) {
+    return *(cameras.at(index) = run_camera(index, options));
+}
+
+void test_system::start_service() {
     std::vector<std::string> arguments{"--no-networks"};
     arguments.insert(arguments.end(), service_arguments.begin(), service_arguments.end());
     start_service(std::move(arguments));
 }
 
-void test_bench::start_logged_service() {
-    const int file = open((directory / "log").c_str(), O_CREAT | O_WRONLY | O_APPEND | O_CLOEXEC, 0600);
+void test_system::start_logged_service() {
+    const int file = open((folder() / "log").c_str(), O_CREAT | O_WRONLY | O_APPEND | O_CLOEXEC, 0600);
     const int error_output = dup(STDERR_FILENO);
     dup2(file, STDERR_FILENO);
     start_service();
@@ -160,41 +157,50 @@ void test_bench::start_logged_service() {
     close(file);
 }
 
-std::string test_bench::logged() const {
-    std::ifstream text{directory / "log"};
-    return {std::istreambuf_iterator<char>{text}, {}};
-}
-
-void test_bench::start_service_by_broadcast() {
+void test_system::start_service_by_broadcast() {
     if (consumer_side < 0) throw std::logic_error("a broadcast would leave the machine");
     start_service(std::vector<std::string>{});
 }
 
-void test_bench::start_service(std::vector<std::string> command) {
+void test_system::start_service(std::vector<std::string> command) {
     command.insert(command.begin(), std::string{ORV_BIN_DIR} + "/orv-gentl-gev-service");
     service_process = std::make_unique<process>(command, new_file("service"), consumer_side);
     EXPECT_TRUE(service_process->wait_for_output("ready")) << service_process->output();
 }
 
-void test_bench::stop_service(int signal_number) {
+void test_system::stop_service(int signal_number) {
     service_process->signal(signal_number);
     service_process->wait();
 }
 
-process test_bench::start_consumer(std::vector<std::string> arguments) {
+process test_system::start_consumer(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), std::string{ORV_BIN_DIR} + "/orv-gentl");
     return process{arguments, new_file("consumer"), consumer_side};
 }
 
-test_bench::run_result test_bench::run_consumer(std::vector<std::string> arguments) {
+test_system::run_result test_system::run_consumer(std::vector<std::string> arguments) {
     process consumer = start_consumer(std::move(arguments));
     const int code = consumer.wait();
     return {code, consumer.output()};
 }
 
-nlohmann::json test_bench::grab(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), "grab");
-    arguments.insert(arguments.end(), {"--json", "--quiet"});
+nlohmann::json test_system::end_camera(size_t index) {
+    camera(index).signal(SIGTERM);
+    camera(index).wait();
+    const std::string output = camera(index).output();
+    const size_t at = output.find('{');
+    const auto counted = nlohmann::json::parse(at == output.npos ? "" : output.substr(at), nullptr, false);
+    EXPECT_TRUE(counted.is_object()) << output;
+    return counted;
+}
+
+nlohmann::json test_system::grab(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), {"grab", "--quiet"});
+    return ask(std::move(arguments));
+}
+
+nlohmann::json test_system::ask(std::vector<std::string> arguments) {
+    arguments.emplace_back("--json");
     const run_result result = run_consumer(std::move(arguments));
     const nlohmann::json object = nlohmann::json::parse(result.output, nullptr, false);
     EXPECT_TRUE(object.is_object()) << "exit code " << result.exit_code << ": " << result.output;
@@ -216,7 +222,7 @@ open_camera::open_camera(const open_camera& beside, const std::string& serial)
 
 void open_camera::open(const std::string& serial, DEVICE_ACCESS_FLAGS access) {
     std::string id;
-    const bool found = wait_until([&] {
+    const bool found = eventually([&] {
         for (const auto& entry : cli::list_interfaces(*system)) {
             // One object per interface: a second camera on it is opened through the same handle.
             std::shared_ptr<const cli::tl_interface> candidate;
@@ -247,6 +253,20 @@ cli::node_map& open_camera::remote() {
     return *nodes;
 }
 
+void open_camera::set(const char* feature, const std::string& value) {
+    cli::set_from_text(cli::require_node(remote(), feature), value);
+}
+
+void open_camera::execute(const char* command) { cli::execute(cli::require_node(remote(), command)); }
+
+int64_t open_camera::integer(const char* feature) { return cli::require_integer(remote(), feature); }
+
+EVENT_HANDLE open_camera::event_of(void* module, EVENT_TYPE type) const {
+    EVENT_HANDLE event = nullptr;
+    lib->check("GCRegisterEvent", lib->GCRegisterEvent(module, type, &event));
+    return event;
+}
+
 void open_camera::start(size_t buffers) {
     DS_HANDLE handle = nullptr;
     if (!stream) {
@@ -258,11 +278,11 @@ void open_camera::start(size_t buffers) {
             lib->check("DSAllocAndAnnounceBuffer",
                        lib->DSAllocAndAnnounceBuffer(stream->get(), payload, nullptr, &buffer));
         }
-        lib->check("GCRegisterEvent", lib->GCRegisterEvent(stream->get(), EVENT_NEW_BUFFER, &new_buffer));
+        new_buffer = event_of(stream->get(), EVENT_NEW_BUFFER);
     }
     lib->check("DSFlushQueue", lib->DSFlushQueue(stream->get(), ACQ_QUEUE_ALL_TO_INPUT));
     lib->check("DSStartAcquisition", lib->DSStartAcquisition(stream->get(), 0, GENTL_INFINITE));
-    cli::execute(cli::require_node(remote(), "AcquisitionStart"));
+    execute("AcquisitionStart");
 }
 
 std::optional<uint64_t> open_camera::next_frame(uint64_t timeout_ms) {
@@ -279,8 +299,8 @@ std::optional<uint64_t> open_camera::next_frame(uint64_t timeout_ms) {
 }
 
 void open_camera::stop() {
-    cli::execute(cli::require_node(remote(), "AcquisitionStop"));
+    execute("AcquisitionStop");
     lib->check("DSStopAcquisition", lib->DSStopAcquisition(stream->get(), 0));
 }
 
-} // namespace bench
+} // namespace test_support

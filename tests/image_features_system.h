@@ -2,8 +2,8 @@
 // dlopen or the service's protocol spoken by the test.
 #pragma once
 
-#include "bench.h"
-#include "raw_client.h"
+#include "support/raw_client.h"
+#include "support/test_system.h"
 
 #include <gtest/gtest.h>
 
@@ -23,7 +23,7 @@
 #include <string>
 #include <vector>
 
-namespace bench {
+namespace test_support {
 
 // Offsets as the library reads them, once more by their numbers: the two ends are built apart.
 namespace at {
@@ -121,7 +121,7 @@ inline std::string document_of(open_camera& camera) {
 class image_features : public testing::Test {
 protected:
     void start(std::vector<std::string> camera_options = {}) {
-        if (!own) own = std::make_unique<test_bench>(std::vector<std::string>{"--log-level", "3"});
+        if (!own) own = std::make_unique<test_system>(std::vector<std::string>{"--log-level", "3"});
         camera_options.insert(camera_options.end(), {"--width", "320", "--height", "240"});
         own->start_camera(camera_options);
         own->start_logged_service();
@@ -129,7 +129,7 @@ protected:
     void start_with_document(const std::string& text, std::vector<std::string> camera_options = {}) {
         client.reset();
         block.reset();
-        own = std::make_unique<test_bench>(std::vector<std::string>{"--log-level", "3"});
+        own = std::make_unique<test_system>(std::vector<std::string>{"--log-level", "3"});
         const auto path = own->folder() / "document.xml";
         std::ofstream{path, std::ios::binary} << text;
         camera_options.insert(camera_options.end(), {"--document", path});
@@ -137,10 +137,10 @@ protected:
     }
     // The simulated camera's own document.
     static std::string own_document() {
-        test_bench other{{"--no-image-features"}};
+        test_system other{{"--no-image-features"}};
         other.start_camera({"--width", "320", "--height", "240"});
         other.start_service();
-        open_camera camera{test_bench::serial(0)};
+        open_camera camera{test_system::serial(0)};
         return document_of(camera);
     }
     static uint64_t open(raw_client& with, uint32_t access) {
@@ -200,11 +200,11 @@ protected:
         EXPECT_EQ(write(software + function, uint32_t{1}), 0U);
     }
     void send_results() { EXPECT_TRUE(client->send_call(stream, "send_write_auto_values_cmd", {}, 1)); }
-    std::unique_ptr<test_bench> own; // made when no other is in use: the newest is the process's
+    std::unique_ptr<test_system> own; // made when no other is in use: the newest is the process's
     std::unique_ptr<raw_client> client;
     uint64_t device = 0;
     uint64_t stream = 0;
     std::unique_ptr<mapped_block> block;
 };
 
-} // namespace bench
+} // namespace test_support

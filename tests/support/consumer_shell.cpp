@@ -10,27 +10,20 @@
 
 namespace consumer {
 
-using bench::test_bench;
 using cli::cause;
+using test_support::test_system;
 using testing::HasSubstr;
 
-std::string read_file(const std::filesystem::path& path) {
-    std::ifstream file{path, std::ios::binary};
-    return {std::istreambuf_iterator<char>{file}, {}};
-}
-
 bool follow_the_schema(const std::string& lines, std::string& reasons) {
-    char folder[] = "/tmp/orv-answers-XXXXXX";
-    const std::filesystem::path own = mkdtemp(folder);
-    std::ofstream{own / "lines"} << lines;
-    bench::process check{{"bash", "-c",
-                          "python3 '" ORV_SOURCE_DIR "/tests/answers_schema.py' '" ORV_SOURCE_DIR
-                          "/docs/orv-gentl.schema.json' <'" +
-                              (own / "lines").string() + "' 2>&1"},
-                         own / "reasons"};
+    const test_support::temporary_folder own;
+    std::ofstream{own.path / "lines"} << lines;
+    test_support::process check{{"bash", "-c",
+                                 "python3 '" ORV_SOURCE_DIR "/tests/answers_schema.py' '" ORV_SOURCE_DIR
+                                 "/docs/orv-gentl.schema.json' <'" +
+                                     (own.path / "lines").string() + "' 2>&1"},
+                                own.path / "reasons"};
     const bool followed = check.wait() == 0;
     reasons = check.output();
-    std::filesystem::remove_all(own);
     return followed;
 }
 
@@ -62,14 +55,14 @@ all_answers& answers() {
 }
 [[maybe_unused]] const all_answers& registered = answers();
 
-std::string next_stem(const test_bench& own) {
+std::string next_stem(const test_system& own) {
     static int count = 0;
     return (own.folder() / ("line-" + std::to_string(++count))).string();
 }
 
 } // namespace
 
-shell_line::shell_line(const test_bench& own, const std::string& line)
+shell_line::shell_line(const test_system& own, const std::string& line)
     : text(line),
       stem(next_stem(own)),
       child({"bash", "-c", "orv-gentl() { '" + program + "' \"$@\"; }; " + line + " 2>'" + stem + ".err'"},
@@ -81,7 +74,7 @@ answer shell_line::wait() {
     return {code, child.output(), errors()};
 }
 
-answer run(const test_bench& own, const std::string& line) { return shell_line{own, line}.wait(); }
+answer run(const test_system& own, const std::string& line) { return shell_line{own, line}.wait(); }
 
 void expect_error(const nlohmann::json& object, cause why, const std::string& text, const std::string& what) {
     ASSERT_TRUE(object.is_object() && object.contains("error")) << what << ": " << object;
@@ -95,7 +88,7 @@ void expect_error(const nlohmann::json& object, cause why, const std::string& te
     EXPECT_EQ(error["call"].is_null(), error["producer"].is_null()) << what;
 }
 
-void expect_rows(const test_bench& own, const std::vector<row>& rows) {
+void expect_rows(const test_system& own, const std::vector<row>& rows) {
     for (const auto& [line, why, text] : rows) {
         const answer plain = run(own, "orv-gentl " + line);
         EXPECT_EQ(plain.exit_code, cli::row_of(why).exit_code) << line << '\n' << plain.errors;
