@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <ranges>
 #include <set>
 #include <span>
@@ -53,8 +54,9 @@ void write_table(const loop& each) {
              << s.mean[0] << ' ' << s.mean[1] << ' ' << s.mean[2] << '\n';
 }
 
-// All at once, each with a camera of its own.
-void run_all(std::vector<loop>& loops) {
+// All at once, each with a camera of its own; `look` at each afterwards.
+void run_all(
+    std::vector<loop>& loops, const std::function<void(open_camera&)>& look = [](open_camera&) {}) {
     test_system own{{"--log-level", "3"}};
     for (const loop& each : loops) {
         std::vector<std::string> options{"--sensor-width", "320", "--sensor-height", "240",
@@ -94,6 +96,7 @@ void run_all(std::vector<loop>& loops) {
             }
         });
     threads.clear();
+    for (const auto& camera : cameras) look(*camera);
     for (const loop& each : loops) {
         EXPECT_EQ(each.failure, "") << each.name;
         write_table(each);
@@ -202,6 +205,40 @@ TEST(ImageLoops, FollowTheLightAndKeepTheOrder) {
     EXPECT_NEAR(loops[3].seen.back().gain, 6, 0.5);
     EXPECT_EQ(loops[4].seen.back().exposure, std::floor(1e6 / 30));
     for (const size_t i : {2U, 3U, 5U}) EXPECT_NEAR(loops[i].seen.back().luma / wanted, 1, 1.0 / 12) << loops[i].name;
+}
+
+// A black body of 4000 K as a camera that is balanced at 6500 K sees it, and a lamp that is none: its gains are given.
+TEST(ImageLoops, WhiteBalanceByTemperature) {
+    const auto once = [](test_support::feature_values values) {
+        values.insert(values.begin(), {"AutoWhiteBalanceMethod", "ColorTemperature"});
+        values.emplace_back("AutoWhiteBalance", "Once");
+        return values;
+    };
+    std::vector<loop> loops{
+        {"by temperature", {"--light", "0:0.8:1.292:0.641"}, once({}), 200, {}, "AutoWhiteBalance"},
+        {"a lamp of its own",
+         {"--light", "0:1:0.7:0.4"},
+         once({{"AutoColorTemperatureLightSelector", "Light3"},
+               {"AutoColorTemperatureLight", "3200"},
+               {"AutoColorTemperatureLightRed", "1.4286"},
+               {"AutoColorTemperatureLightGreen", "1"},
+               {"AutoColorTemperatureLightBlue", "2.5"}}),
+         200,
+         {},
+         "AutoWhiteBalance"},
+    };
+    std::vector<double> found;
+    run_all(loops, [&](open_camera& camera) { found.push_back(std::stod(text_of(camera, "AutoColorTemperature"))); });
+    ASSERT_EQ(found.size(), 2U);
+    // Of rows that make all grey alike the lowest counts: a few below the middle of those.
+    EXPECT_NEAR(found[0], 4000, 200);
+    EXPECT_NEAR(found[1], 3200, 200);
+    for (const loop& each : loops) {
+        ASSERT_FALSE(each.seen.empty());
+        EXPECT_LT(each.seen.size(), 200U) << each.name << ": not over";
+        EXPECT_GT(worst_channel(each.seen.front()), 0.25) << each.name;
+        EXPECT_LT(worst_channel(each.seen.back()), 0.06) << each.name;
+    }
 }
 
 TEST(ImageLoops, WhiteBalanceAndFocus) {

@@ -117,5 +117,28 @@ TEST_P(GrabFormat, WritesThePatternFromEveryFormat) {
     }
 }
 
+// As some cameras send them, for the alignment of lines.
+TEST(GrabPadding, BytesBehindLinesAreNoPartOfAPicture) {
+    test_support::test_system own;
+    own.start_camera({"--width", "328", "--height", "96", "--line-padding", "5"});
+    own.start_service();
+    const struct {
+        const char *format, *file_format;
+        std::size_t bytes;
+    } rows[] = {{"Mono8", nullptr, 328 * 96}, {"Mono12p", nullptr, 328 * 96 * 3 / 2}, {"RGB8", "BGR8", 328 * 96 * 3}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.format);
+        const auto folder = own.folder() / row.format;
+        std::vector<std::string> options{
+            "--frames", "2",        "--save",        "1",     "--raw",
+            "--verify", "--output", folder.string(), "--set", std::string{"PixelFormat="} + row.format};
+        if (row.file_format != nullptr) options.insert(options.end(), {"--format", row.file_format});
+        const auto result = own.grab(options);
+        EXPECT_EQ(result.value("verified", false), true) << result;
+        ASSERT_FALSE(result.value("files", nlohmann::json::array()).empty()) << result;
+        EXPECT_EQ(std::filesystem::file_size(result["files"][0].at("path").get<std::string>()), row.bytes);
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Targets, GrabFormat, testing::Values("BGR8", "Mono16"),
                          [](const auto& chosen) { return std::string{chosen.param}; });

@@ -76,6 +76,7 @@ struct camera_options {
     uint32_t height = 0;
     uint32_t pixel_format = 0x01080001; // any PFNC value
     double frame_rate = 30;
+    uint32_t line_padding = 0; // bytes behind each line, where lines end on a byte
     scene_options scene{};
     uint32_t packet_size = 1500;      // with IP and UDP headers, until the consumer sets another
     uint32_t max_packet_size = 16000; // what the register accepts, a multiple of the step or not

@@ -95,6 +95,10 @@ void declare(CLI::App& app, arguments& args) {
         ->capture_default_str()
         ->group(stream);
     app.add_option("--max-packet-size", camera.max_packet_size)->capture_default_str()->group(stream);
+    app.add_option("--line-padding", camera.line_padding, "Bytes behind each line, where lines end on a byte")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 255))
+        ->group(stream);
     app.add_option("--packet-size-step", camera.packet_size_step)->capture_default_str()->group(stream);
     app.add_option("--packet-size-rounding", camera.packet_size_rounding, "Of sizes between the steps: none, down, up")
         ->transform(CLI::CheckedTransformer(

@@ -58,6 +58,15 @@ T grabber::buffer_info(BUFFER_HANDLE buffer, BUFFER_INFO_CMD command) const {
     });
 }
 
+template <class T>
+T grabber::optional_info(BUFFER_HANDLE buffer, BUFFER_INFO_CMD command) const {
+    T value{};
+    INFO_DATATYPE type = 0;
+    size_t size = sizeof value;
+    const GC_ERROR error = session->lib.DSGetBufferInfo(session->stream->get(), buffer, command, &type, &value, &size);
+    return error == GC_ERR_SUCCESS ? value : T{};
+}
+
 grabber::frame grabber::frame_of(BUFFER_HANDLE buffer) const {
     frame got;
     got.data = {static_cast<const std::byte*>(buffer_info<void*>(buffer, BUFFER_INFO_BASE)),
@@ -66,14 +75,10 @@ grabber::frame grabber::frame_of(BUFFER_HANDLE buffer) const {
     got.height = static_cast<uint32_t>(buffer_info<size_t>(buffer, BUFFER_INFO_HEIGHT));
     got.id = buffer_info<uint64_t>(buffer, BUFFER_INFO_FRAMEID);
     got.pixel_format = static_cast<uint32_t>(buffer_info<uint64_t>(buffer, BUFFER_INFO_PIXELFORMAT));
+    // Not every producer knows these.
+    got.line_padding = optional_info<size_t>(buffer, BUFFER_INFO_XPADDING);
+    got.timestamp_ns = optional_info<uint64_t>(buffer, BUFFER_INFO_TIMESTAMP_NS);
     got.incomplete = buffer_info<bool8_t>(buffer, BUFFER_INFO_IS_INCOMPLETE) != 0;
-    // Not every producer knows nanoseconds.
-    INFO_DATATYPE type = 0;
-    size_t size = sizeof got.timestamp_ns;
-    if (session->lib.DSGetBufferInfo(session->stream->get(), buffer, BUFFER_INFO_TIMESTAMP_NS, &type, &got.timestamp_ns,
-                                     &size) != GC_ERR_SUCCESS) {
-        got.timestamp_ns = 0;
-    }
     return got;
 }
 
@@ -329,16 +334,23 @@ void grabber::handle(const frame& got) {
     last_time = now;
     ++(got.incomplete ? incomplete : complete);
     bytes += got.data.size();
-    if (options.verify && !got.incomplete) check.check(got.data, got.id, got.width, got.height, got.pixel_format);
+    if (options.verify && !got.incomplete)
+        check.check(picture_of(got), got.id, got.width, got.height, got.pixel_format);
     if (saver) save(got);
     show_progress(false);
+}
+
+std::span<const std::byte> grabber::picture_of(const frame& got) {
+    if (got.line_padding == 0) return got.data;
+    join_lines(got.data, got.width, got.height, got.pixel_format, got.line_padding, joined);
+    return joined;
 }
 
 void grabber::save(const frame& got) {
     const uint64_t step = std::max<uint64_t>(1, options.frames / std::max<uint64_t>(1, options.save));
     // One that had to be skipped is made up for by the next.
     if (offered >= options.save || frames() - 1 < offered * step) return;
-    const picture shown{got.data, got.width, got.height, got.pixel_format};
+    const picture shown{picture_of(got), got.width, got.height, got.pixel_format};
     nlohmann::json about{{"timestamp_ns", got.timestamp_ns}, {"incomplete", got.incomplete}};
     ++(saver->offer(shown, got.id, std::move(about), !got.incomplete) ? offered : skipped);
 }

@@ -71,13 +71,18 @@ private:
         uint64_t id = 0;
         uint64_t timestamp_ns = 0;
         uint32_t pixel_format = 0;
+        size_t line_padding = 0; // bytes
         bool incomplete = false;
     };
     template <class T>
     [[nodiscard]] T stream_info(GenTL::STREAM_INFO_CMD command) const;
     template <class T>
     [[nodiscard]] T buffer_info(GenTL::BUFFER_HANDLE buffer, GenTL::BUFFER_INFO_CMD command) const;
+    template <class T>
+    [[nodiscard]] T optional_info(GenTL::BUFFER_HANDLE buffer, GenTL::BUFFER_INFO_CMD command) const; // else 0
     [[nodiscard]] frame frame_of(GenTL::BUFFER_HANDLE buffer) const;
+    // Its bytes without padding; valid until the next call.
+    [[nodiscard]] std::span<const std::byte> picture_of(const frame& got);
     void announce_buffers();
     void run_once(std::exception_ptr& first);
     void start();
@@ -118,7 +123,8 @@ private:
     std::unique_ptr<picture_saver> saver;
 
     size_t payload_size = 0, announced = 0;
-    frame first_frame; // without its data
+    frame first_frame;             // without its data
+    std::vector<std::byte> joined; // a picture whose lines had padding
     uint64_t complete = 0, incomplete = 0, bytes = 0;
     uint64_t offered = 0, skipped = 0; // pictures, to the saver
     nlohmann::json last_chunks;

@@ -11,6 +11,7 @@
 #include <tiffio.h>
 #include <tiffio.hxx>
 
+#include <algorithm>
 #include <charconv>
 #include <optional>
 #include <sstream>
@@ -164,6 +165,19 @@ std::string tiff_of(const picture& shown, const layout& samples) {
 }
 
 } // namespace
+
+void join_lines(std::span<const std::byte> data, uint32_t width, uint32_t height, uint32_t pfnc, size_t padding,
+                std::vector<std::byte>& joined) {
+    const size_t pixel_bits = pfnc >> 16 & 0xFF, line = (size_t{width} * pixel_bits + 7) / 8;
+    joined.clear();
+    if (padding != 0 && line != 0)
+        for (uint32_t y = 0; y < height && !data.empty(); ++y) {
+            const auto samples = data.first(std::min(line, data.size()));
+            joined.insert(joined.end(), samples.begin(), samples.end());
+            data = data.subspan(std::min(line + padding, data.size()));
+        }
+    joined.insert(joined.end(), data.begin(), data.end());
+}
 
 std::string pixel_format_name(uint32_t pfnc) {
     const std::string_view name = img_pipe::pfnc_name(pfnc);

@@ -8,10 +8,15 @@
 #include <filesystem>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace cli {
 
 enum class file_kind { png, tiff, raw };
+
+// Takes away what stands behind each line of `height` of a frame; what comes behind the last stays.
+void join_lines(std::span<const std::byte> data, uint32_t width, uint32_t height, uint32_t pfnc, size_t padding,
+                std::vector<std::byte>& joined);
 
 struct picture {
     std::span<const std::byte> data; // lines without padding

@@ -253,10 +253,18 @@ void reset_registers(device_state& device, uint32_t address, bool keep_persisten
     update_derived(device);
 }
 
+uint32_t line_padding(const camera_options& options, uint32_t width, uint32_t height, uint32_t format) {
+    const bool in_lines =
+        gige::test_picture_size(width, 1, format) * height == gige::test_picture_size(width, height, format);
+    return in_lines ? options.line_padding : 0;
+}
+
 void update_derived(device_state& device) {
     auto& memory = device.memory;
-    std::size_t size =
-        gige::test_picture_size(memory.get(reg::width), memory.get(reg::height), memory.get(reg::pixel_format));
+    const uint32_t width = memory.get(reg::width), height = memory.get(reg::height),
+                   format = memory.get(reg::pixel_format);
+    std::size_t size = gige::test_picture_size(width, height, format);
+    size += std::size_t{height} * line_padding(device.options, width, height, format);
     if (memory.get(reg::chunk_mode) != 0) {
         constexpr std::array<std::size_t, reg::chunks.size()> sizes{8, 8, 8, 8, 4, 4, 4};
         size = (size + 3) / 4 * 4 + 8;

@@ -64,6 +64,9 @@ void reset_registers(device_state& device, uint32_t address, bool keep_persisten
 // Adds the regions and their access modes, the document among them; once, in front of the first reset.
 void build_address_space(device_state& device, const std::string& document);
 
+// Bytes behind each line of such a picture.
+[[nodiscard]] uint32_t line_padding(const camera_options& options, uint32_t width, uint32_t height, uint32_t format);
+
 // Stores what follows from other registers: PayloadSize. Under the mutex.
 void update_derived(device_state& device);
 

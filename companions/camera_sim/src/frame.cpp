@@ -22,7 +22,8 @@ std::size_t store_leader(std::byte* to, const frame& from) {
     gige::store32(to + 20, from.height);
     gige::store32(to + 24, from.offset_x);
     gige::store32(to + 28, from.offset_y);
-    gige::store32(to + 32, 0); // paddings
+    gige::store16(to + 32, static_cast<uint16_t>(from.line_padding));
+    gige::store16(to + 34, 0); // behind the picture
     return 36;
 }
 

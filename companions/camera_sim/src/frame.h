@@ -21,6 +21,7 @@ struct frame {
     bool extended{};
     bool dont_fragment{};
     uint32_t width{}, height{}, offset_x{}, offset_y{}, pixel_format{};
+    uint32_t line_padding{}; // bytes behind each line
     uint32_t packet_size{};  // with IP and UDP headers
     uint32_t chunk_length{}; // bytes of all chunks, picture included; 0 without chunk data
     uint16_t chunk_payload_type{};

@@ -137,6 +137,7 @@ stream_sender::settings stream_sender::snapshot(uint64_t number, std::shared_ptr
     next.offset_x = memory.get(reg::offset_x);
     next.offset_y = memory.get(reg::offset_y);
     next.pixel_format = memory.get(reg::pixel_format);
+    next.line_padding = line_padding(device.options, next.width, next.height, next.pixel_format);
     const uint32_t packet_size = memory.get(boot::stream_packet_size);
     next.packet_size = packet_size & 0xFFFF;
     next.dont_fragment = (packet_size & bits::do_not_fragment) != 0;
@@ -259,6 +260,25 @@ void stream_sender::acquire(uint64_t order) {
     late.clear();
 }
 
+namespace {
+
+// No picture has such bytes all over.
+constexpr auto padding_byte = std::byte{0xA5};
+
+void pad_lines(frame& picture) {
+    if (picture.line_padding == 0 || picture.height == 0) return;
+    const std::size_t line = picture.data.size() / picture.height, pitch = line + picture.line_padding;
+    picture.data.resize(pitch * picture.height);
+    for (std::size_t y = picture.height; y-- > 0;) {
+        const auto to = picture.data.begin() + static_cast<std::ptrdiff_t>(y * pitch);
+        const auto from = picture.data.begin() + static_cast<std::ptrdiff_t>(y * line);
+        std::copy_backward(from, from + static_cast<std::ptrdiff_t>(line), to + static_cast<std::ptrdiff_t>(line));
+        std::fill_n(to + static_cast<std::ptrdiff_t>(line), picture.line_padding, padding_byte);
+    }
+}
+
+} // namespace
+
 void stream_sender::fill(const settings& current) {
     frame& next = *current.next;
     const std::size_t picture = gige::test_picture_size(next.width, next.height, next.pixel_format);
@@ -267,6 +287,7 @@ void stream_sender::fill(const settings& current) {
     if (scene && current.pattern == 0 && optics::shows(next.pixel_format)) {
         const double since = static_cast<double>(next.number) * std::chrono::duration<double>{current.period}.count();
         scene->expose(next.number, since, current.sensor, next.data);
+        pad_lines(next);
         if (next.chunk_length != 0) append_chunks(current);
         return;
     }
@@ -276,6 +297,7 @@ void stream_sender::fill(const settings& current) {
     if (current.pattern == 2) brightness = 1e9;
     gige::fill_test_picture(current.pattern == 3 ? 0 : next.number, next.width, next.height, next.pixel_format,
                             next.data, brightness);
+    pad_lines(next);
     if (next.chunk_length != 0) append_chunks(current);
 }
 

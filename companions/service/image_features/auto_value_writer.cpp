@@ -25,7 +25,8 @@ namespace {
 
 // Values are read anew no more often, however much is written: the control channel is everybody's.
 constexpr std::chrono::milliseconds refresh_interval{200};
-// A camera that is busy or late is tried again with the next results, so many times in a row.
+// A camera that is busy or does not answer is tried again after a pause, so many times in a row. Tries count, however
+// many results come meanwhile.
 constexpr unsigned most_failures = 3;
 
 constexpr auto& logger = gds_helper::log::main_logger;
@@ -35,10 +36,6 @@ constexpr const char* titles[] = {"exposure", "gain", "iris", "focus", "white ba
 bool is_hindrance(const std::error_code& error) {
     return error == make_error_code(genicam_errc::node_locked) ||
            error == make_error_code(genicam_errc::node_not_available);
-}
-
-bool is_passing(const std::error_code& error) {
-    return error == make_error_code(gigecam_errc::timeout) || error == make_error_code(gigecam_errc::busy);
 }
 
 bool is_end(const std::error_code& error) {
@@ -58,12 +55,14 @@ int64_t whole_number(double value) { return std::llround(std::clamp(value, -9e15
 } // namespace
 
 auto_value_writer::auto_value_writer(std::shared_ptr<camera_settings> shared, std::unique_ptr<camera_nodes> found,
-                                     std::string camera, std::shared_ptr<gds_helper::log::line_budget> log_lines)
+                                     std::string camera, std::shared_ptr<gds_helper::log::line_budget> log_lines,
+                                     std::chrono::milliseconds pause)
     : settings(std::move(shared)),
       block(settings->block()),
       nodes(std::move(found)),
       camera_name(std::move(camera)),
-      lines(std::move(log_lines)) {}
+      lines(std::move(log_lines)),
+      retry_pause(pause) {}
 
 auto_value_writer::~auto_value_writer() = default;
 
@@ -90,32 +89,52 @@ void auto_value_writer::camera_written() {
     wake.notify_all();
 }
 
-void auto_value_writer::run(const std::stop_token& stop) {
-    auto refreshed = clock::now();
-    std::unique_lock lock{mutex};
-    for (;;) {
-        const auto asked = [this] { return results_wait || rearm; };
-        if (stale)
-            wake.wait_until(lock, stop, refreshed + refresh_interval, asked);
-        else
+bool auto_value_writer::wait(std::unique_lock<std::mutex>& lock, const std::stop_token& stop) {
+    const auto asked = [this] { return results_wait || rearm; };
+    while (!stop.stop_requested()) {
+        const auto now = clock::now();
+        const auto due = asked() ? left_alone : std::max(left_alone, refreshed + refresh_interval);
+        if (!asked() && !stale)
             wake.wait(lock, stop, [&] { return asked() || stale; });
-        if (stop.stop_requested()) return;
+        else if (now < due)
+            wake.wait_until(lock, stop, due, [&] { return asked() && clock::now() >= left_alone; });
+        else
+            return true;
+    }
+    return false;
+}
+
+void auto_value_writer::run(const std::stop_token& stop) {
+    refreshed = clock::now();
+    std::unique_lock lock{mutex};
+    while (wait(lock, stop)) {
         const bool results = std::exchange(results_wait, false);
         const bool anew = std::exchange(rearm, false);
         const bool refresh = anew || (stale && clock::now() >= refreshed + refresh_interval);
         if (refresh) stale = false;
         lock.unlock();
+        was_busy = false;
+        nodes->ask_again();
         {
             const gds_helper::log::counted_lines counted{lines};
-            if (anew) attempts = {};
+            if (anew) {
+                attempts = {};
+                unread = 0;
+            }
+            // Before the look at the camera: a camera that is silent there would not be asked here, and no try counted.
+            if (results) write_all(stop);
             if (refresh) {
                 read_camera();
                 refreshed = clock::now();
             }
-            if (results) write_all(stop);
         }
+        const bool silent = nodes->is_silent();
+        if (refresh) unread = silent ? unread + 1 : 0;
+        if (silent || was_busy) left_alone = clock::now() + retry_pause;
         lock.lock();
-        stale = stale || results; // limits may follow what was written
+        results_wait = results_wait || (results && silent) || was_busy;
+        // Limits may follow what was written.
+        stale = stale || results || (unread > 0 && unread < most_failures);
     }
 }
 
@@ -171,17 +190,23 @@ bool auto_value_writer::judge(function which, const std::error_code& error) {
         kept = {};
         return true;
     }
-    if (is_end(error) || error == std::errc::resource_unavailable_try_again) return false;
-    if (is_hindrance(error)) {
+    if (is_end(error)) return false;
+    // Whatever the nodes made of it: a feature whose state cannot be read counts as not available, for one.
+    const bool silent = nodes->is_silent();
+    if (!silent && is_hindrance(error)) {
         if (!std::exchange(kept.told_hindered, true))
             logger().warn("Automatic {} of {} waits: {}.", titles[which], camera_name, error.message());
         return false;
     }
-    if (is_passing(error) && ++kept.failures < most_failures) return false;
+    const bool busy = error == make_error_code(gigecam_errc::busy);
+    if ((silent || busy) && ++kept.failures < most_failures) {
+        was_busy = was_busy || busy;
+        return false;
+    }
     kept.given_up = true;
-    logger().warn("Automatic {} of {} is given up: the camera refuses a value: {}. It is tried again when one of the "
-                  "functions is switched.",
-                  titles[which], camera_name, error.message());
+    logger().warn("Automatic {} of {} is given up: the camera {}: {}. It is tried again when one of the functions is "
+                  "switched.",
+                  titles[which], camera_name, silent ? "does not answer" : "refuses a value", error.message());
     return false;
 }
 
@@ -190,7 +215,7 @@ void auto_value_writer::write_number(control which, std::size_t result_at, std::
     const auto function_of = static_cast<function>(which);
     const T result = block.load<T>(result_at);
     const T current = block.load<T>(current_at);
-    if (result == current || attempts[function_of].given_up) return;
+    if (result == current || attempts[function_of].given_up || nodes->is_silent()) return;
     const auto wanted = number_of(result);
     if (!wanted) {
         block.replace(result_at, result, current);
@@ -221,6 +246,7 @@ void auto_value_writer::write_balance() {
     if (!differs || !sound || attempts[balance].given_up) return;
     camera_nodes::balance taken = result;
     if (nodes->has_balance()) {
+        if (nodes->is_silent()) return;
         if (!judge(balance, nodes->write_balance(result))) return;
         taken = nodes->read_balance().value_or(result);
     }

@@ -21,9 +21,10 @@ namespace image_features {
 // Thread-safe, but for what comes before start.
 class auto_value_writer final {
 public:
-    // `camera` is what the log calls the camera.
+    // `camera` is what the log calls the camera. `pause`: for which a camera that has not answered is left alone.
     auto_value_writer(std::shared_ptr<camera_settings> block, std::unique_ptr<camera_nodes> nodes, std::string camera,
-                      std::shared_ptr<gds_helper::log::line_budget> log_lines);
+                      std::shared_ptr<gds_helper::log::line_budget> log_lines,
+                      std::chrono::milliseconds pause = std::chrono::milliseconds{1000});
     // Waits for the camera access under way: whoever owns the camera cancels that first.
     ~auto_value_writer();
     auto_value_writer(const auto_value_writer&) = delete;
@@ -49,6 +50,8 @@ private:
     };
 
     void run(const std::stop_token& stop);
+    // Until something is due; false at the end.
+    bool wait(std::unique_lock<std::mutex>& lock, const std::stop_token& stop);
     void write_all(const std::stop_token& stop);
     template <class T>
     void write_number(camera_nodes::control which, std::size_t result_at, std::size_t current_at);
@@ -63,7 +66,12 @@ private:
     const std::unique_ptr<camera_nodes> nodes; // the thread's, once it runs
     const std::string camera_name;
     const std::shared_ptr<gds_helper::log::line_budget> lines;
-    std::array<attempt, functions> attempts; // the thread's
+    const std::chrono::milliseconds retry_pause;
+    std::array<attempt, functions> attempts;          // the thread's, as are those up to the mutex
+    bool was_busy = false;                            // in this turn
+    unsigned unread = 0;                              // looks at the camera without an answer, in a row
+    std::chrono::steady_clock::time_point refreshed;  // when the camera's values were read last
+    std::chrono::steady_clock::time_point left_alone; // until then
 
     std::mutex mutex; // guards what follows
     std::condition_variable_any wake;

@@ -8,12 +8,9 @@
 
 #include <spdlog/logger.h>
 
-#include <chrono>
-
 namespace image_features {
 
 using gds_shared::gigecam_errc;
-using clock = std::chrono::steady_clock;
 
 namespace {
 
@@ -28,27 +25,16 @@ public:
     explicit camera_port(gvcp_master::device_control& control) : camera(control) {}
 
     GenICam::result<std::size_t> read(int64_t address, std::span<std::byte> data, unsigned) override {
-        if (const auto error =
-                access([&] { return camera.read_memory(static_cast<uint64_t>(address), data, access_time); }))
+        if (const auto error = camera.read_memory(static_cast<uint64_t>(address), data, access_time))
             return std::unexpected(error);
         return data.size();
     }
     std::error_code write(int64_t address, std::span<const std::byte> data, unsigned) override {
-        return access([&] { return camera.write_memory(static_cast<uint64_t>(address), data, access_time); });
+        return camera.write_memory(static_cast<uint64_t>(address), data, access_time);
     }
 
 private:
-    // A camera that does not answer is not asked for the next dozen values, too: others wait for their turn. Not being
-    // asked is no failure of the camera's.
-    template <class Access>
-    std::error_code access(Access&& transfer) {
-        if (clock::now() < silent_until) return make_error_code(std::errc::resource_unavailable_try_again);
-        const std::error_code error = transfer();
-        if (error == make_error_code(gigecam_errc::timeout)) silent_until = clock::now() + access_time;
-        return error;
-    }
     gvcp_master::device_control& camera;
-    clock::time_point silent_until{};
 };
 
 camera_features::camera_features(gvcp_master::device_control& control, std::shared_ptr<camera_settings> shared,

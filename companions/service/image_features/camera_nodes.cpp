@@ -1,5 +1,7 @@
 #include "camera_nodes.h"
 
+#include <gds_shared/gigecam_error.h>
+
 #include <algorithm>
 #include <cmath>
 
@@ -137,17 +139,43 @@ INode* camera_nodes::number::node() const {
     return integer != nullptr ? static_cast<INode*>(integer) : static_cast<INode*>(real);
 }
 
-camera_nodes::camera_nodes(std::unique_ptr<IGenICamDoc> parsed, bool reader)
-    : document(std::move(parsed)), only_reads(reader) {}
+class camera_nodes::asked_port final : public IDevicePort {
+public:
+    explicit asked_port(IDevicePort& of) : camera(of) {}
+    result<std::size_t> read(int64_t address, std::span<std::byte> data, unsigned flags) override {
+        if (silent) return std::unexpected(no_answer());
+        auto count = camera.read(address, data, flags);
+        silent = !count && count.error() == no_answer();
+        return count;
+    }
+    std::error_code write(int64_t address, std::span<const std::byte> data, unsigned flags) override {
+        if (silent) return no_answer();
+        const std::error_code error = camera.write(address, data, flags);
+        silent = error == no_answer();
+        return error;
+    }
+    bool silent = false;
+
+private:
+    static std::error_code no_answer() { return make_error_code(gds_shared::gigecam_errc::timeout); }
+    IDevicePort& camera;
+};
+
+camera_nodes::camera_nodes(std::unique_ptr<asked_port> asked, std::unique_ptr<IGenICamDoc> parsed, bool reader)
+    : port(std::move(asked)), document(std::move(parsed)), only_reads(reader) {}
+
+void camera_nodes::ask_again() { port->silent = false; }
+bool camera_nodes::is_silent() const { return port->silent; }
 
 camera_nodes::~camera_nodes() { document->find<IPort>("Device")->unbind(0); }
 
-std::unique_ptr<camera_nodes> camera_nodes::create(std::string_view text, IDevicePort& port, bool reads_only) {
+std::unique_ptr<camera_nodes> camera_nodes::create(std::string_view text, IDevicePort& camera, bool reads_only) {
     auto parsed = create_document(text);
     if (!parsed) return nullptr;
     auto* const device = parsed->find<IPort>("Device");
-    if (device == nullptr || device->bind(&port, 0)) return nullptr;
-    std::unique_ptr<camera_nodes> made{new camera_nodes{std::move(parsed), reads_only}};
+    auto asked = std::make_unique<asked_port>(camera);
+    if (device == nullptr || device->bind(asked.get(), 0)) return nullptr;
+    std::unique_ptr<camera_nodes> made{new camera_nodes{std::move(asked), std::move(parsed), reads_only}};
     made->find_nodes();
     return made;
 }

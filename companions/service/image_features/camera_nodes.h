@@ -35,6 +35,11 @@ public:
                                                               bool reads_only);
     ~camera_nodes();
 
+    // A camera that has not answered once is not asked for the next dozen values, too: others wait for their turn. It
+    // is silent then, and nothing is written or read until it is to be asked again.
+    void ask_again();
+    [[nodiscard]] bool is_silent() const;
+
     // Empty when the camera has none, or none now.
     [[nodiscard]] std::string_view name_of(control which) const;
     [[nodiscard]] std::optional<double> read(control which);
@@ -56,7 +61,8 @@ private:
         double scale = 1; // the block's unit in one of the node's
         [[nodiscard]] GenICam::INode* node() const;
     };
-    explicit camera_nodes(std::unique_ptr<GenICam::IGenICamDoc> parsed, bool reader);
+    class asked_port;
+    camera_nodes(std::unique_ptr<asked_port> asked, std::unique_ptr<GenICam::IGenICamDoc> parsed, bool reader);
     void find_nodes();
     void scale_raw_gain();
     [[nodiscard]] bool scale_raw_ratio();
@@ -68,6 +74,7 @@ private:
     template <class Function>
     auto with_gain_selected(control which, Function&& function);
 
+    const std::unique_ptr<asked_port> port;
     std::unique_ptr<GenICam::IGenICamDoc> document;
     const bool only_reads;
     number numbers[4];

@@ -78,6 +78,43 @@ void add_iris(feature_writer& to) {
             block::iris_separate);
 }
 
+void add_temperatures(feature_writer& to) {
+    if (!to.choice({"AutoWhiteBalanceMethod",
+                    "Auto White Balance Method",
+                    "How grey is found: as what the image shows to be nearly grey, or as what one of the colour "
+                    "temperatures makes grey, whose gains are then used whole.",
+                    {},
+                    expert},
+                   block::balance_by_temperature, {"GrayWorld", "ColorTemperature"}))
+        return;
+    to.number({"AutoColorTemperature", "Auto Color Temperature", "That of the last measured image; 0 before the first.",
+               "K", expert},
+              block::result_temperature, false);
+    to.number({"AutoColorTemperatureMinimum", "Auto Color Temperature Minimum", "Lowest it looks at.", "K", expert},
+              block::temperature_min);
+    to.number({"AutoColorTemperatureMaximum", "Auto Color Temperature Maximum", "Highest it looks at.", "K", expert},
+              block::temperature_max);
+    const auto gain = [](std::string_view name, std::string_view display) {
+        return feature_text{name, display, "Gain that makes grey of grey under the selected light.", {}, expert};
+    };
+    static_assert(block::light_count == 8);
+    to.selected(
+        {"AutoColorTemperatureLightSelector",
+         "Auto Color Temperature Light Selector",
+         "One of the lights whose gains were measured. They correct the gains of other temperatures, too; "
+         "without any the gains are those of a camera that is balanced at 6500 K.",
+         {},
+         expert},
+        {"Light0", "Light1", "Light2", "Light3", "Light4", "Light5", "Light6", "Light7"},
+        {{{"AutoColorTemperatureLight", "Auto Color Temperature Light",
+           "Temperature of the selected light; 0: there is none.", "K", expert},
+          block::temperature_lights},
+         {gain("AutoColorTemperatureLightRed", "Auto Color Temperature Light Red"), block::temperature_lights + 4},
+         {gain("AutoColorTemperatureLightGreen", "Auto Color Temperature Light Green"), block::temperature_lights + 8},
+         {gain("AutoColorTemperatureLightBlue", "Auto Color Temperature Light Blue"), block::temperature_lights + 12}},
+        block::light_size, true);
+}
+
 void add_white_balance(feature_writer& to, bool in_camera) {
     to.begin_category(
         {"AutoWhiteBalanceControl", "Auto White Balance Control", "Automatic white balance, computed by this host."});
@@ -87,10 +124,12 @@ void add_white_balance(feature_writer& to, bool in_camera) {
         return;
     to.selected({"AutoWhiteBalanceSelector", "Auto White Balance Selector", "The colour of AutoWhiteBalanceRatio."},
                 {"Red", "Green", "Blue"},
-                {"AutoWhiteBalanceRatio", "Auto White Balance Ratio",
-                 in_camera ? "The camera's gain of the selected colour as last read."
-                           : "Gain of the selected colour, applied by this host: the camera has none of its own."},
-                block::balance_red, !in_camera);
+                {{{"AutoWhiteBalanceRatio", "Auto White Balance Ratio",
+                   in_camera ? "The camera's gain of the selected colour as last read."
+                             : "Gain of the selected colour, applied by this host: the camera has none of its own."},
+                  block::balance_red}},
+                sizeof(float), !in_camera);
+    add_temperatures(to);
 }
 
 void add_focus(feature_writer& to) {
@@ -149,8 +188,9 @@ void add_pixel_functions(feature_writer& to, bool colour) {
                      {},
                      expert},
                     {"Gain00", "Gain01", "Gain02", "Gain10", "Gain11", "Gain12", "Gain20", "Gain21", "Gain22"},
-                    {"SoftwareColorMatrixValue", "Software Color Matrix Value", "The selected element.", {}, expert},
-                    block::color_matrix, true);
+                    {{{"SoftwareColorMatrixValue", "Software Color Matrix Value", "The selected element.", {}, expert},
+                      block::color_matrix}},
+                    sizeof(float), true);
 }
 
 void add_tone_mapping(feature_writer& to) {

@@ -2,6 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <type_traits>
+
 namespace image_features {
 
 using namespace genicam_gen;
@@ -44,13 +47,13 @@ Record feature_writer::described(const feature_text& text) const {
 
 void feature_writer::begin_category(const feature_text& text) { categories.push_back(described<Category>(text)); }
 
-std::string feature_writer::register_of(std::size_t offset, std::string_view selector) {
+std::string feature_writer::register_of(std::size_t offset, std::string_view selector, std::size_t distance) {
     std::string name = fmt::format("SoftwareRegister_{:03X}{}", offset, selector.empty() ? "" : "_Selected");
     if (model.find(name) != nullptr) return name;
     const register_entry& entry = *find_register(offset);
     register_part part = place_of(offset, entry.type, entry.writable);
     if (!selector.empty())
-        part.p_indexes.push_back({std::string{selector}, static_cast<int64_t>(width_of(entry.type)), std::nullopt});
+        part.p_indexes.push_back({std::string{selector}, static_cast<int64_t>(distance), std::nullopt});
     if (entry.type == value_type::float32) {
         FloatReg record;
         record.name = name;
@@ -137,9 +140,11 @@ bool feature_writer::command(const feature_text& text, std::size_t offset) {
 }
 
 bool feature_writer::selected(const feature_text& selector, std::initializer_list<std::string_view> entries,
-                              const feature_text& value, std::size_t offset, bool writable) {
+                              std::initializer_list<selected_value> values, std::size_t distance, bool writable) {
     const std::string index = fmt::format("{}_Value", selector.name);
-    if (!usable(selector.name) || !usable(value.name) || !usable(index)) return false;
+    if (!usable(selector.name) || !usable(index)) return false;
+    if (!std::ranges::all_of(values, [&](const selected_value& value) { return usable(value.text.name); }))
+        return false;
     Integer held;
     held.name = index;
     held.visibility = visibility::invisible;
@@ -155,17 +160,27 @@ bool feature_writer::selected(const feature_text& selector, std::initializer_lis
         choices.entries.push_back(std::move(entry));
     }
     choices.value = link_elem{index};
-    choices.p_selected = {std::string{value.name}};
+    for (const selected_value& value : values) choices.p_selected.emplace_back(value.text.name);
     model.add(std::move(choices));
     listed(selector.name);
 
-    auto record = described<Float>(value);
-    if (!writable) record.imposed_access_mode = access_mode::ro;
-    record.value = link_elem{register_of(offset, index)};
-    record.min = find_register(offset)->min;
-    record.max = find_register(offset)->max;
-    model.add(std::move(record));
-    listed(value.name);
+    const auto add = [&](auto record, const selected_value& value) {
+        const register_entry& entry = *find_register(value.offset);
+        if (!writable) record.imposed_access_mode = access_mode::ro;
+        record.value = link_elem{register_of(value.offset, index, distance)};
+        if (!value.text.unit.empty()) record.unit = value.text.unit;
+        using number = std::conditional_t<std::is_same_v<decltype(record), Float>, double, int64_t>;
+        record.min = static_cast<number>(entry.min);
+        record.max = static_cast<number>(entry.max);
+        model.add(std::move(record));
+        listed(value.text.name);
+    };
+    for (const selected_value& value : values) {
+        if (find_register(value.offset)->type == value_type::float32)
+            add(described<Float>(value.text), value);
+        else
+            add(described<Integer>(value.text), value);
+    }
     return true;
 }
 

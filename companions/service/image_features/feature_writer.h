@@ -35,16 +35,21 @@ public:
     bool number(const feature_text& text, std::size_t offset, bool writable = true);
     bool choice(const feature_text& text, std::size_t offset, std::initializer_list<std::string_view> entries);
     bool command(const feature_text& text, std::size_t offset);
-    // A selector that lives in the document, and what it selects: registers one behind the other from `offset` on.
+    // A selector that lives in the document, and what it selects: registers `distance` bytes apart, the first of each
+    // value at its offset.
+    struct selected_value {
+        feature_text text;
+        std::size_t offset;
+    };
     bool selected(const feature_text& selector, std::initializer_list<std::string_view> entries,
-                  const feature_text& value, std::size_t offset, bool writable);
+                  std::initializer_list<selected_value> values, std::size_t distance, bool writable);
 
     // With the categories, the features of which stand below `root`. Empty when no feature was added.
     [[nodiscard]] genicam_gen::document finish(const feature_text& root);
 
 private:
     [[nodiscard]] bool usable(std::string_view name) const { return !is_taken(name) && model.find(name) == nullptr; }
-    std::string register_of(std::size_t offset, std::string_view selector = {});
+    std::string register_of(std::size_t offset, std::string_view selector = {}, std::size_t distance = 0);
     template <class Record>
     Record described(const feature_text& text) const;
     void listed(std::string_view name) { categories.back().p_features.emplace_back(name); }

@@ -1,5 +1,7 @@
 #include "registers.h"
 
+#include <auto_alg/temperature_table.h>
+
 #include <algorithm>
 #include <array>
 #include <limits>
@@ -9,19 +11,21 @@ namespace image_features {
 namespace {
 
 using block = gds_producer::settings_block;
+using temperature = auto_alg::temperature_table;
 using enum value_type;
 
 constexpr double widest = std::numeric_limits<float>::max();
 constexpr double whole = 9e15; // what a double counts exactly
 constexpr double most_pixels = 65535;
-constexpr double strongest_gain = 4; // of a white balance, where it is clamped when used
+constexpr double strongest_gain = 4;    // of a white balance, where it is clamped when used
+constexpr double hottest_light = 20000; // K; the gains hardly change any more
 
 constexpr register_entry matrix_element(std::size_t i) {
     return {block::color_matrix + i * sizeof(float), float32, true, -8, 8};
 }
 constexpr register_entry read_only(std::size_t offset, value_type type) { return {offset, type, false}; }
 
-constexpr auto table = std::to_array<register_entry>({
+constexpr auto of_the_block = std::to_array<register_entry>({
     {block::overlay, flag, true},
     {block::master_enable, flag, true},
     {block::brightness, int32, true, -255, 255},
@@ -69,6 +73,26 @@ constexpr auto table = std::to_array<register_entry>({
     {block::region_width, int64, true, 0, most_pixels},
     {block::region_height, int64, true, 0, most_pixels},
     read_only(block::focus_running, flag),
+    {block::balance_by_temperature, flag, true},
+    {block::temperature_min, uint32, true, temperature::lowest, temperature::highest, std::nullopt,
+     block::temperature_max},
+    {block::temperature_max, uint32, true, temperature::lowest, temperature::highest, block::temperature_min},
+    read_only(block::result_temperature, uint32),
+});
+
+// A light's temperature and its three gains.
+constexpr auto lights = [] {
+    constexpr std::size_t words = block::light_size / 4;
+    std::array<register_entry, block::light_count * words> made{};
+    for (std::size_t i = 0; i < made.size(); ++i) {
+        const std::size_t at = block::temperature_lights + 4 * i;
+        made[i] = i % words == 0 ? register_entry{at, uint32, true, 0, hottest_light}
+                                 : register_entry{at, float32, true, 0, strongest_gain};
+    }
+    return made;
+}();
+
+constexpr auto of_the_service = std::to_array<register_entry>({
     {own_register::white_balance_mode, uint32, true, balance_off, balance_continuous},
     {own_register::focus_start, uint32, true, 0, 1},
     read_only(own_register::exposure_lowest, float32),
@@ -79,10 +103,17 @@ constexpr auto table = std::to_array<register_entry>({
     read_only(own_register::iris_highest, int64),
 });
 
+constexpr auto table = [] {
+    std::array<register_entry, of_the_block.size() + lights.size() + of_the_service.size()> made{};
+    const auto behind_block = std::ranges::copy(of_the_block, made.begin()).out;
+    std::ranges::copy(of_the_service, std::ranges::copy(lights, behind_block).out);
+    return made;
+}();
+
 static_assert(std::ranges::is_sorted(table, std::less_equal<>{}, &register_entry::offset));
 static_assert(std::ranges::all_of(table, [](const register_entry& entry) {
     return entry.offset % width_of(entry.type) == 0 &&
-           entry.offset + width_of(entry.type) <= (entry.offset < own_begin ? block::minimum_size : own_register::end);
+           entry.offset + width_of(entry.type) <= (entry.offset < own_begin ? block::full_size : own_register::end);
 }));
 
 } // namespace

@@ -17,6 +17,7 @@ inline constexpr uint64_t first_address = 0x1000100000000;
 
 // Behind the block's fields; offsets from the first address like theirs.
 inline constexpr std::size_t own_begin = 0x400;
+static_assert(gds_producer::settings_block::full_size <= own_begin);
 namespace own_register {
 inline constexpr std::size_t white_balance_mode = own_begin;     // unsigned 32, see below
 inline constexpr std::size_t focus_start = own_begin + 0x04;     // unsigned 32: 1 starts a run, 0 once it is over
@@ -35,9 +36,9 @@ enum class value_type : uint8_t { flag, uint32, int32, int64, float32 };
 [[nodiscard]] constexpr std::size_t width_of(value_type type) { return type == value_type::int64 ? 8 : 4; }
 
 struct register_entry {
-    std::size_t offset;
-    value_type type;
-    bool writable;
+    std::size_t offset = 0;
+    value_type type = value_type::flag;
+    bool writable = false;
     double min = 0; // of what may be written
     double max = 1;
     // Registers whose values bound it, too: one is never written beyond the other.

@@ -110,7 +110,7 @@ public:
         return low;
     }
 
-    alignas(8) std::byte memory[block::minimum_size]{};
+    alignas(8) std::byte memory[block::full_size]{};
     settings_block settings{std::span<std::byte>(memory)};
     auto_alg_state state;
     std::uint64_t block_id = 0;

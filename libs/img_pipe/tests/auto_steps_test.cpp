@@ -6,7 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
+#include <initializer_list>
 #include <limits>
 #include <memory>
 #include <string>
@@ -143,6 +145,39 @@ TEST(FocusScore, NeighboursCountAnEighthAndTheMiddleMost) {
     EXPECT_EQ(
         measure_focus(make_view(middle.memory.data(), 384 * 384, fcc("Y800"), 384, 384), {0, 0, 384, 384}, -1).block,
         4);
+}
+
+// The gains of a row, red, green, blue.
+TEST(TemperatureTable, LightsCorrectTheGainsOfBlackBodies) {
+    const auto row_of = [](std::initializer_list<calibrated_light> lights, int kelvin) {
+        temperature_table table;
+        make_temperature_table(std::vector(lights), table);
+        const float(&row)[3] = table.gain[(kelvin - temperature_table::lowest) / temperature_table::step];
+        return std::array{row[0], row[1], row[2]};
+    };
+    const auto expect_gains = [](const std::array<float, 3>& row, float red, float green, float blue) {
+        EXPECT_NEAR(row[0], red, 0.002F);
+        EXPECT_NEAR(row[1], green, 0.002F);
+        EXPECT_NEAR(row[2], blue, 0.002F);
+    };
+    // exp(c2 / wavelength * (1 / T - 1 / 6500)), over the least of the three
+    expect_gains(row_of({}, 6500), 1, 1, 1);
+    expect_gains(row_of({}, 3000), 1, 1.614F, 3.706F);
+    expect_gains(row_of({}, 10000), 1.481F, 1.283F, 1);
+    const calibrated_light lamp{3000, {2, 2, 5}}, sky{6000, {1.5F, 1, 1.2F}}, none{0, {9, 1, 1}};
+    for (const auto& lights : {std::initializer_list<calibrated_light>{lamp, none, sky}, {sky, lamp}}) {
+        expect_gains(row_of(lights, 3000), 1, 1, 2.5F);
+        expect_gains(row_of(lights, 6000), 1.5F, 1, 1.2F);
+        // Between them half of both corrections at the middle of the reciprocals.
+        const auto middle = row_of(lights, 4000), low = row_of({lamp}, 4000), high = row_of({sky}, 4000);
+        EXPECT_NEAR(std::log(middle[2] / middle[0]), (std::log(low[2] / low[0]) + std::log(high[2] / high[0])) / 2,
+                    0.002F);
+    }
+    // One light moves all rows alike.
+    expect_gains(row_of({{6500, {1.5F, 1, 2}}}, 3000), 1, 1.076F, 4.941F);
+    constexpr float none_at_all = std::numeric_limits<float>::quiet_NaN();
+    for (const float gain : row_of({{none_at_all, {2, 1, 1}}, {3e38F, {none_at_all, -1, 1e30F}}}, 5000))
+        EXPECT_TRUE(std::isfinite(gain) && gain >= 1) << gain;
 }
 
 // Samples that are read by groups are those that are read one by one, from every place of a line on.

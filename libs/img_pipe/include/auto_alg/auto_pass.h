@@ -4,6 +4,7 @@
 // A state belongs to one stream and to the thread that delivers its frames. Nothing fails: a format that cannot be
 // sampled, or values that make no sense, change nothing. No pass allocates.
 #pragma once
+#include <auto_alg/temperature_table.h>
 #include <img_pipe/format.h>
 
 #include <cstdint>
@@ -35,13 +36,6 @@ struct iris_params {
     bool enable = false;
     std::int64_t min = 0, max = 0, current = 0;
     bool separate = false; // only where neither exposure nor gain moved
-};
-
-// Gains of red, green and blue for each 100 K from 2500 to 10000.
-struct temperature_table {
-    static constexpr std::int32_t lowest = 2500, highest = 10000, step = 100;
-    static constexpr std::int32_t rows = (highest - lowest) / step + 1;
-    float gain[rows][3];
 };
 
 struct white_balance_params {
@@ -92,7 +86,8 @@ struct auto_pass_result {
     std::int32_t iris = 0;
     bool wb_changed = false;
     float wb_r = 1, wb_g = 1, wb_b = 1;
-    bool wb_done = false; // white balance once has just finished
+    bool wb_done = false;          // white balance once has just finished
+    std::int32_t temperature = -1; // K, of a white balance by temperature; -1 when there was none
     bool focus_changed = false;
     std::int64_t focus_position = 0;
     bool focus_running = false;

@@ -4,6 +4,8 @@
 #include <auto_alg/settings_block.h>
 #include <img_pipe/transform_params.h>
 
+#include <array>
+
 namespace auto_alg {
 
 // Asks the service to write the block's results to the camera. Called on the delivering thread, so it must not wait.
@@ -20,6 +22,18 @@ bool transform_is_on(const settings_block& block);
 // One consistent set of values for a frame, each read once; numbers that are none become harmless ones.
 auto_pass_params auto_params_of(const settings_block& block, std::uint64_t block_id, std::uint64_t time_ns);
 img_pipe::transform_params transform_params_of(const settings_block& block);
+
+// The table of the lights in a block, made anew when these change.
+class block_temperatures final {
+public:
+    // Null where the white balance is not by temperature. Holds until the next call.
+    const temperature_table* table_of(const settings_block& block);
+
+private:
+    std::array<calibrated_light, settings_block::light_count> lights{};
+    temperature_table table{};
+    bool made = false;
+};
 
 // One frame: parameters from the block, the pass, its results into the block, and one call of the sender when any
 // changed. `table` may be null.

@@ -75,13 +75,24 @@ public:
         white_balance_finished = 324, // set by the library
         result_focus = 328,           // signed 64
         focus_finished = 336,         // set by the library
+
+        // Where the block is that large, see has_temperatures.
+        balance_by_temperature = 512, // else by what is grey
+        temperature_min = 516,        // unsigned 32, K
+        temperature_max = 520,        // unsigned 32, K
+        result_temperature = 524,     // unsigned 32, K, of the last pass, 0 before: written by the library
+        temperature_lights = 528,     // light_count times: unsigned 32, K, 0 for none, and gains of red, green, blue
     };
     static constexpr std::size_t minimum_size = 344;
+    static constexpr std::size_t light_count = 8, light_size = 16;
+    static constexpr std::size_t full_size = temperature_lights + light_count * light_size;
 
     settings_block() = default;
     // The bytes outlive the view; at least minimum_size of them, aligned to 8.
     explicit settings_block(std::span<std::byte> memory) : bytes(memory) {}
     explicit operator bool() const noexcept { return bytes.size() >= minimum_size; }
+
+    [[nodiscard]] bool has_temperatures() const noexcept { return bytes.size() >= full_size; }
 
     [[nodiscard]] bool flag(std::size_t at) const noexcept { return word(at) != 0; }
     void set_flag(std::size_t at, bool value) const noexcept { store(at, std::uint32_t{value}); }
@@ -122,6 +133,12 @@ public:
         for (const offset at :
              {balance_red, balance_green, balance_blue, result_balance_red, result_balance_green, result_balance_blue})
             store(at, 1.0F);
+        if (!has_temperatures()) return;
+        for (std::size_t at = balance_by_temperature; at < full_size; at += 4) store(at, std::uint32_t{0});
+        store(temperature_min, std::uint32_t{3000});
+        store(temperature_max, std::uint32_t{10000});
+        for (std::size_t at = temperature_lights; at < full_size; at += light_size)
+            for (std::size_t i = 4; i < light_size; i += 4) store(at + i, 1.0F);
     }
 
 private:

@@ -54,6 +54,7 @@ void balance(contents& state, const auto_pass_params& p, auto_pass_result& resul
         white_balance_params now = wb;
         now.once = once;
         next = balance_by_temperature(state.samples, now, state.temperature);
+        result.temperature = state.temperature.current;
     } else if (state.samples.is_float) {
         next = exec_auto_whitebalance_on_float_pixels(state.samples.floats(), wb.gain);
     } else {

@@ -92,6 +92,15 @@ auto_pass_params auto_params_of(const settings_block& b, std::uint64_t block_id,
     p.white_balance.gain[0] = finite(b.real(block::balance_red), 1);
     p.white_balance.gain[1] = finite(b.real(block::balance_green), 1);
     p.white_balance.gain[2] = finite(b.real(block::balance_blue), 1);
+    if (b.has_temperatures()) {
+        const auto kelvins = [&](block::offset at) {
+            return static_cast<std::int32_t>(std::clamp(b.word(at),
+                                                        static_cast<std::uint32_t>(temperature_table::lowest),
+                                                        static_cast<std::uint32_t>(temperature_table::highest)));
+        };
+        p.white_balance.temperature_min = kelvins(block::temperature_min);
+        p.white_balance.temperature_max = kelvins(block::temperature_max);
+    }
     p.focus = {focus_requested(b),        b.wide_integer(block::focus_position),
                b.real(block::focus_min),  b.real(block::focus_max),
                b.real(block::focus_step), b.flag(block::focus_region)};
@@ -101,6 +110,20 @@ auto_pass_params auto_params_of(const settings_block& b, std::uint64_t block_id,
     p.software.gamma = t.gamma;
     p.software.brightness = t.brightness;
     return p;
+}
+
+const temperature_table* block_temperatures::table_of(const settings_block& b) {
+    if (!b.has_temperatures() || !b.flag(block::balance_by_temperature)) return nullptr;
+    std::array<calibrated_light, settings_block::light_count> now{};
+    for (std::size_t i = 0; i < now.size(); ++i) {
+        const std::size_t at = block::temperature_lights + i * settings_block::light_size;
+        now[i].temperature = static_cast<float>(b.word(at));
+        for (std::size_t c = 0; c < 3; ++c) now[i].gain[c] = finite(b.real(at + 4 + 4 * c), 1);
+    }
+    if (!made || now != lights) make_temperature_table(now, table);
+    made = true;
+    lights = now;
+    return &table;
 }
 
 auto_pass_result run_auto_pass(const settings_block& b, auto_alg_state& state, const img_pipe::img_descriptor& image,
@@ -118,6 +141,8 @@ auto_pass_result run_auto_pass(const settings_block& b, auto_alg_state& state, c
         b.exchange(block::result_balance_green, r.wb_g);
         b.exchange(block::result_balance_blue, r.wb_b);
     }
+    if (r.temperature >= 0 && b.has_temperatures())
+        b.exchange(block::result_temperature, static_cast<std::uint32_t>(r.temperature));
     if (r.focus_changed) b.exchange(block::result_focus, r.focus_position);
     b.set_flag(block::focus_running, r.focus_running);
     if (r.wb_done) b.exchange(block::white_balance_finished, std::uint32_t{1});

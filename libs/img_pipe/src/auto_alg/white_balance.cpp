@@ -126,19 +126,54 @@ balance_result exec_auto_whitebalance_on_float_pixels(std::span<const float_reco
     return result;
 }
 
+namespace {
+
+// Records in parts of a count of 255, three arrays, which a compiler can take several of at a time.
+struct plain_records {
+    std::int32_t count = 0;
+    std::uint16_t channel[3][most_samples]; // 256ths
+};
+
+std::uint16_t to_fixed(float value, float most, float one) {
+    return static_cast<std::uint16_t>(std::clamp(value, 0.0F, most) * one);
+}
+
+// How many are neutral with these gains, in 4096ths. Without branches, so that several are counted at once.
+std::int32_t count_neutral(const plain_records& records, const std::uint16_t (&gain)[3]) {
+    const auto applied = [](unsigned value, unsigned by) {
+        return std::min(static_cast<std::uint16_t>((value * by >> 16) / 16), std::uint16_t{255});
+    };
+    const auto one = [](bool yes) { return static_cast<std::uint16_t>(yes ? 1 : 0); };
+    // Their ratio between 0.925 and 1 / 0.925.
+    const auto alike = [&](std::uint16_t x, std::uint16_t y) {
+        const auto x40 = static_cast<std::uint16_t>(x * 40), x37 = static_cast<std::uint16_t>(x * 37);
+        const auto y40 = static_cast<std::uint16_t>(y * 40), y37 = static_cast<std::uint16_t>(y * 37);
+        return static_cast<std::uint16_t>(one(x40 >= y37) & one(y40 >= x37));
+    };
+    std::uint16_t neutral = 0;
+    for (std::int32_t i = 0; i < records.count; ++i) {
+        const std::uint16_t r = applied(records.channel[0][i], gain[0]), g = applied(records.channel[1][i], gain[1]),
+                            b = applied(records.channel[2][i], gain[2]);
+        const auto luma = static_cast<std::uint16_t>(r * 79 + g * 150 + b * 27); // times 256
+        const std::uint16_t visible = one(static_cast<std::uint16_t>(luma - 51 * 256) < 189 * 256);
+        neutral = static_cast<std::uint16_t>(neutral + (visible & alike(r, b) & alike(b, g) & alike(r, g)));
+    }
+    return neutral;
+}
+
+} // namespace
+
 std::int32_t find_temperature(sample_array& samples, const white_balance_params& params) {
-    // As they were without gains, in counts of 255; three arrays, which a compiler can take several of at a time.
-    float red[most_samples], green[most_samples], blue[most_samples];
+    plain_records records; // as they were without gains
     float inverse[3];
     for (int i = 0; i < 3; ++i) {
         const float g = bounded(params.gain[i], 0, 4, 1);
         inverse[i] = g > 0 ? 1 / g : 0;
     }
-    std::int32_t n = 0;
     const auto put = [&](float r, float g, float b) {
-        red[n] = std::clamp(r * inverse[0], 0.0F, 255.0F);
-        green[n] = std::clamp(g * inverse[1], 0.0F, 255.0F);
-        blue[n++] = std::clamp(b * inverse[2], 0.0F, 255.0F);
+        const float values[3] = {r, g, b};
+        for (int i = 0; i < 3; ++i) records.channel[i][records.count] = to_fixed(values[i] * inverse[i], 255, 256);
+        ++records.count;
     };
     const std::size_t stride = samples.count > most_samples / scan_stride ? scan_stride : 1;
     for (std::size_t i = 0; i < samples.bytes().size(); i += stride) {
@@ -155,19 +190,10 @@ std::int32_t find_temperature(sample_array& samples, const white_balance_params&
     const std::int32_t b = std::clamp(params.temperature_max, lowest, highest);
     std::int32_t best = -1, most = 0;
     for (std::int32_t t = std::min(a, b); t <= std::max(a, b); t += temperature_table::step) {
-        const float(&gain)[3] = params.table->gain[(t - lowest) / temperature_table::step];
-        const float gr = bounded(gain[0], 0, 16, 1), gg = bounded(gain[1], 0, 16, 1), gb = bounded(gain[2], 0, 16, 1);
-        std::int32_t neutral = 0;
-        for (std::int32_t i = 0; i < n; ++i) {
-            const auto whole = [](float v) { return static_cast<float>(static_cast<int>(v < 255.0F ? v : 255.0F)); };
-            const float r = whole(red[i] * gr), g = whole(green[i] * gg), u = whole(blue[i] * gb);
-            const float luma = r * 79 + g * 150 + u * 27; // times 256
-            // Without branches, so that several are counted at once.
-            const auto one = [](bool yes) { return yes ? 1 : 0; };
-            const auto alike = [&](float x, float y) { return one(x >= 0.925F * y) & one(x <= 1.081081F * y); };
-            neutral += one(luma >= 51.0F * 256) & one(luma < 240.0F * 256) & alike(r, u) & alike(u, g) & alike(r, g);
-        }
-        if (neutral > most) {
+        const float(&row)[3] = params.table->gain[(t - lowest) / temperature_table::step];
+        std::uint16_t gain[3];
+        for (int i = 0; i < 3; ++i) gain[i] = to_fixed(bounded(row[i], 0, 15, 1), 15, 4096);
+        if (const std::int32_t neutral = count_neutral(records, gain); neutral > most) {
             most = neutral;
             best = t;
         }

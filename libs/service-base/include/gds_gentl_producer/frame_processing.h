@@ -3,6 +3,7 @@
 #pragma once
 
 #include <auto_alg/auto_pass.h>
+#include <auto_alg/frame_pass.h>
 #include <gds_gentl_producer/settings_block.h>
 #include <gds_gentl_producer/stream_overlay.h>
 #include <gentl_producer/Buffer.h>
@@ -28,7 +29,10 @@ public:
     explicit frame_processing(settings_block chosen) : settings(chosen) {}
 
     // A few reads of the block; while false a frame costs nothing more.
-    [[nodiscard]] bool is_due() const;
+    [[nodiscard]] bool is_due() const {
+        return settings.flag(settings_block::overlay) ||
+               (settings.flag(settings_block::master_enable) && function_is_on());
+    }
     // The buffer's fields are written and its memory is nobody else's. Results go to the service over the stream's
     // lease, without waiting for it. `stream` is what the overlay says of it, looked at while the overlay is on; what
     // it says of the processing is filled in here. Frames without an image are left as they are. Throws what the
@@ -38,9 +42,12 @@ public:
                        const ipc_rpc::client_object_handle& lease, overlay_figures& stream);
 
 private:
+    [[nodiscard]] bool function_is_on() const;
+
     const settings_block settings;
     img_pipe::transform_pipe pipe;
     auto_alg::auto_alg_state automatic;
+    auto_alg::block_temperatures temperatures;
 };
 
 } // namespace gds_producer

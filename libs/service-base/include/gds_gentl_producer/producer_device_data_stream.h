@@ -53,6 +53,7 @@ protected:
 
 private:
     void update_and_deliver_buffer(GenTL::Producer::Buffer& buffer);
+    void work_on(GenTL::Producer::Buffer& buffer);
     // True when the statistics' interval struck.
     bool process(GenTL::Producer::Buffer& buffer);
     void process_profiled(GenTL::Producer::Buffer& buffer, bool to_log, bool to_image);

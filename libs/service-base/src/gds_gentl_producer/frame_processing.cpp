@@ -41,10 +41,8 @@ img_pipe::img_descriptor image_in(const GenTL::Producer::Buffer& buffer) {
                                       static_cast<uint32_t>(std::min(buffer.x_padding, most_pixels)));
 }
 
-bool frame_processing::is_due() const {
-    if (settings.flag(settings_block::overlay)) return true;
-    return settings.flag(settings_block::master_enable) &&
-           (auto_alg::auto_function_is_on(settings) || auto_alg::transform_is_on(settings));
+bool frame_processing::function_is_on() const {
+    return auto_alg::auto_function_is_on(settings) || auto_alg::transform_is_on(settings);
 }
 
 void frame_processing::process_image(const GenTL::Producer::Buffer& buffer, uint64_t now_ns,
@@ -61,7 +59,8 @@ void frame_processing::process_image(const GenTL::Producer::Buffer& buffer, uint
         auto_values_sender sender{lease};
         // Every frame would be a pass if none had a time.
         const uint64_t time_ns = buffer.timestamp != 0 ? buffer.timestamp : now_ns;
-        auto_alg::run_auto_pass(settings, automatic, image, buffer.frame_id, time_ns, sender);
+        auto_alg::run_auto_pass(settings, automatic, image, buffer.frame_id, time_ns, sender,
+                                temperatures.table_of(settings));
     }
     // Before the transform, which treats the text like the image.
     if (settings.flag(settings_block::overlay)) {

@@ -128,6 +128,14 @@ void producer_device_data_stream::push_async_deliver(Buffer& buffer) {
 }
 
 void producer_device_data_stream::update_and_deliver_buffer(Buffer& buffer) {
+    if (profiler || device.profiler_log() || device.profiler_overlay() || processing.is_due())
+        work_on(buffer);
+    else
+        delivered.frame(steady_microseconds(), 0);
+    queue_buffer_from_filling_to_output(&buffer);
+}
+
+void producer_device_data_stream::work_on(Buffer& buffer) {
     const bool to_log = device.profiler_log();
     const bool to_image = device.profiler_overlay();
     // A frame is worth more than what is to be done to it, and this thread has others to deliver.
@@ -144,7 +152,6 @@ void producer_device_data_stream::update_and_deliver_buffer(Buffer& buffer) {
             logger().warn("Frames are delivered without processing: {}.", failure.what());
         }
     }
-    queue_buffer_from_filling_to_output(&buffer);
 }
 
 bool producer_device_data_stream::process(Buffer& buffer) {

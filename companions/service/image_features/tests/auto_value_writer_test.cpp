@@ -1,0 +1,166 @@
+// Tries of a camera that does not answer or is busy: what counts is how often it was asked, not how long that took.
+#include "../auto_value_writer.h"
+
+#include <gds_helper/log.h>
+#include <gds_shared/gigecam_error.h>
+
+#include <gtest/gtest.h>
+#include <spdlog/logger.h>
+#include <spdlog/sinks/base_sink.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+using gds_shared::gigecam_errc;
+using namespace image_features;
+using block_t = gds_producer::settings_block;
+
+namespace {
+
+constexpr std::string_view document = R"(<RegisterDescription ModelName="M" VendorName="V" SchemaMajorVersion="1"
+  SchemaMinorVersion="1" SchemaSubMinorVersion="0" xmlns="http://www.genicam.org/GenApi/Version_1_1">
+<Category Name="Root"><pFeature>ExposureTime</pFeature></Category>
+<Float Name="ExposureTime"><pIsAvailable>There</pIsAvailable><pValue>E</pValue><Min>1</Min><Max>1000000</Max></Float>
+<FloatReg Name="E"><Address>8</Address><Length>8</Length><AccessMode>RW</AccessMode><pPort>Device</pPort>
+  <Endianess>LittleEndian</Endianess></FloatReg>
+<IntReg Name="There"><Address>0</Address><Length>4</Length><AccessMode>RO</AccessMode><pPort>Device</pPort>
+  <Endianess>LittleEndian</Endianess></IntReg>
+<Port Name="Device"/></RegisterDescription>)";
+
+// Fails as often as it is told to: in the look whether the feature is there, or in the write itself.
+class failing_camera final : public GenICam::IDevicePort {
+public:
+    GenICam::result<std::size_t> read(int64_t address, std::span<std::byte> data, unsigned) override {
+        if (address == 0) {
+            if (!at_write && fails()) return std::unexpected(make_error_code(error));
+            data[0] = std::byte{1};
+        } else {
+            const double value = exposure;
+            std::memcpy(data.data(), &value, sizeof value);
+        }
+        return data.size();
+    }
+    std::error_code write(int64_t, std::span<const std::byte> data, unsigned) override {
+        if (at_write && fails()) return make_error_code(error);
+        double value = 0;
+        std::memcpy(&value, data.data(), sizeof value);
+        exposure = value;
+        return {};
+    }
+    gigecam_errc error = gigecam_errc::timeout;
+    bool at_write = false;
+    std::atomic<int> failures_left = 0, failures = 0;
+    std::atomic<double> exposure = 100;
+
+private:
+    bool fails() {
+        if (failures_left == 0) return false;
+        --failures_left;
+        ++failures;
+        return true;
+    }
+};
+
+class counting_sink final : public spdlog::sinks::base_sink<std::mutex> {
+public:
+    std::atomic<int> given_up = 0;
+
+private:
+    void sink_it_(const spdlog::details::log_msg& message) override {
+        const std::string_view text{message.payload.data(), message.payload.size()};
+        if (text.find("is given up") != text.npos) ++given_up;
+    }
+    void flush_() override {}
+};
+
+// The process's log goes there, too, for as long as it lives.
+struct listener {
+    listener() {
+        gds_helper::log::main_logger().set_level(spdlog::level::warn);
+        gds_helper::log::main_logger().sinks().push_back(sink);
+    }
+    ~listener() { gds_helper::log::main_logger().sinks().pop_back(); }
+    listener(const listener&) = delete;
+    listener& operator=(const listener&) = delete;
+    const std::shared_ptr<counting_sink> sink = std::make_shared<counting_sink>();
+};
+
+struct row {
+    const char* name;
+    gigecam_errc error;
+    bool at_write;
+};
+
+class AutoValueWriter : public testing::TestWithParam<row> {
+protected:
+    AutoValueWriter() {
+        camera.error = GetParam().error;
+        camera.at_write = GetParam().at_write;
+        settings->reset();
+        writer.read_camera();
+        block().set_flag(block_t::master_enable, true);
+        block().set_flag(block_t::auto_exposure, true);
+        writer.start();
+    }
+    [[nodiscard]] gds_producer::settings_block block() const { return settings->block(); }
+    void result(float value) {
+        block().store(block_t::result_exposure, value);
+        writer.write_results();
+    }
+    // As a stream does it: more results and more of others' writes than the camera is asked.
+    template <class Condition>
+    bool comes(const Condition& condition, bool pressed) {
+        for (int i = 0; i < 20'000 && !condition(); ++i) {
+            if (pressed) {
+                writer.write_results();
+                writer.camera_written();
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds{1});
+        }
+        return condition();
+    }
+    [[nodiscard]] int given_up() const { return log.sink->given_up; }
+    const listener log; // outlives the writer's thread
+    failing_camera camera;
+    std::shared_ptr<camera_settings> settings = std::make_shared<camera_settings>(std::nullopt, std::nullopt);
+    // Longer than the distance between two looks at the camera's values: each try has one beside it.
+    auto_value_writer writer{settings, camera_nodes::create(document, camera, false), "camera", nullptr,
+                             std::chrono::milliseconds{250}};
+};
+
+TEST_P(AutoValueWriter, GivesUpAfterThreeTriesInARow) {
+    for (int round = 0; round < 2; ++round) {
+        camera.failures_left = 2;
+        const float wanted = 1000.0F + static_cast<float>(round);
+        result(wanted); // once: the rest is the writer's
+        EXPECT_TRUE(comes([&] { return block().load<float>(block_t::exposure) == wanted; }, false));
+        EXPECT_EQ(camera.exposure, wanted);
+    }
+    EXPECT_EQ(given_up(), 0) << "what the camera has taken begins the count anew";
+    camera.failures = 0;
+    camera.failures_left = 1'000'000;
+    result(2000);
+    EXPECT_TRUE(comes([&] { return given_up() == 1; }, true));
+    if (GetParam().at_write) {
+        EXPECT_EQ(camera.failures, 3);
+    }
+    camera.failures_left = 0;
+    camera.exposure = 300; // seen: the result before it was not written
+    EXPECT_TRUE(comes([&] { return block().load<float>(block_t::exposure) == 300; }, true));
+    EXPECT_EQ(camera.exposure, 300);
+    EXPECT_EQ(given_up(), 1);
+    writer.settings_changed();
+    EXPECT_TRUE(comes([&] { return camera.exposure == 2000; }, true));
+}
+
+INSTANTIATE_TEST_SUITE_P(Cameras, AutoValueWriter,
+                         testing::Values(row{"SilentAtWrites", gigecam_errc::timeout, true},
+                                         row{"SilentAtLooks", gigecam_errc::timeout, false},
+                                         row{"Busy", gigecam_errc::busy, true}),
+                         [](const auto& each) { return each.param.name; });
+
+} // namespace
