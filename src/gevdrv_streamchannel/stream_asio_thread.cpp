@@ -236,7 +236,8 @@ bool stream_asio_thread::receive_batch() {
         if (count == 0 && round == 0 && !error) std::this_thread::sleep_for(error_pause);
         const pacing::decision decision = process(count);
         if (decision.next == pacing::action::wait) break;
-        if (decision.next == pacing::action::sleep && !sleep(std::chrono::microseconds{decision.time})) break;
+        if (decision.next == pacing::action::sleep && !sleep_after_read(std::chrono::microseconds{decision.time}))
+            break;
     }
     return true;
 }
@@ -250,12 +251,14 @@ pacing::decision stream_asio_thread::process(size_t buffers) {
         if (receiver->receive_packet(now, datagram)) wait = receiver->check_timers(now);
     });
     if (wait > 0) arm_timer(wait);
+    last_read = now;
     return pace->after({.now = now, .bytes = bytes, .full = buffers == receive_buffers, .frame = receiver->progress()});
 }
 
-bool stream_asio_thread::sleep(std::chrono::microseconds time) {
+bool stream_asio_thread::sleep_after_read(std::chrono::microseconds time) {
+    const std::chrono::steady_clock::time_point end{std::chrono::microseconds{last_read} + time};
     std::unique_lock held{sleep_mutex};
-    return !woken.wait_for(held, time, [&] { return std::exchange(work_came, false); });
+    return !woken.wait_until(held, end, [&] { return std::exchange(work_came, false); });
 }
 
 void stream_asio_thread::wake() {

@@ -62,8 +62,8 @@ private:
     // Reads until `pacing` says to wait. False when reception is at its end.
     [[nodiscard]] bool receive_batch();
     [[nodiscard]] pacing::decision process(size_t buffers);
-    // False when other work came meanwhile.
-    [[nodiscard]] bool sleep(std::chrono::microseconds time);
+    // So long from the last read on. False when other work came meanwhile.
+    [[nodiscard]] bool sleep_after_read(std::chrono::microseconds time);
     // Hands work to the receive thread, also while it sleeps.
     template <class Work>
     void post(Work&& work);
@@ -92,6 +92,7 @@ private:
     std::unique_ptr<gvsp_recv_interface> receiver; // while it runs
     std::unique_ptr<posix::datagram_reader> reader;
     std::optional<pacing> pace;
+    uint64_t last_read = 0; // microseconds of the steady clock
     std::thread thread;
 
     std::mutex sleep_mutex; // guards work_came
