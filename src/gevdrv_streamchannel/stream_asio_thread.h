@@ -53,8 +53,7 @@ public:
     std::expected<std::optional<resend_parameters>, std::error_code> get_resend_params() override;
 
 private:
-    void thread_main(uint32_t packet_size);
-    void receive_until_stopped(uint32_t packet_size);
+    void thread_main();
     template <class Handler>
     [[nodiscard]] auto keep_memory(Handler handler);
     void wait_for_datagrams();
