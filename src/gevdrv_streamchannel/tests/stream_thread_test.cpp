@@ -258,21 +258,21 @@ TEST(StreamThread, TheTimerStrikesForWhatIsDueFirst) {
 
 TEST(StreamThread, AStreamThatHasBegunNeedsNoMoreMemory) {
     const allowed tests_own;
-    ThreadBench bench{true};
-    bench.unsendable = 1;
+    running_thread own{true};
+    own.unsendable = 1;
     memory_is_short = true;
-    EXPECT_FALSE(bench.sut->start(136, 200));
+    EXPECT_FALSE(own.sut->start(136, 200));
     for (uint32_t frame = 1; frame <= 3; ++frame) {
-        bench.send(packet(frame, 0));
-        bench.send(packet(frame, 2));
-        EXPECT_TRUE(bench.wait_for_request({frame, 1, 1})) << "by the timer, and again";
-        bench.send(packet(frame, 1));
-        bench.send(packet(frame, 3));
-        EXPECT_TRUE(bench.wait_for_frames(frame));
+        own.send(packet(frame, 0));
+        own.send(packet(frame, 2));
+        EXPECT_TRUE(own.wait_for_request({frame, 1, 1})) << "by the timer, and again";
+        own.send(packet(frame, 1));
+        own.send(packet(frame, 3));
+        EXPECT_TRUE(own.wait_for_frames(frame));
     }
     memory_is_short = false;
-    bench.sut->stop();
-    EXPECT_TRUE(bench.ends.empty()) << bench.ends.front();
+    own.sut->stop();
+    EXPECT_TRUE(own.ends.empty()) << own.ends.front();
 }
 
 TEST(StreamThread, ReadErrorsPassAndAreToldOnceEach) {
