@@ -26,7 +26,6 @@ inline void note(arrivals& seen, uint64_t block_id, int64_t time) {
 // A consumer of the library at `cti`, over the service that runs; the return of EventGetData.
 [[nodiscard]] arrivals frames_by_library(const std::string& cti, const stream_shape& shape);
 // The peer, opened by address; the return of arv_stream_timeout_pop_buffer.
-[[nodiscard]] bool has_latency_peer() noexcept;
 [[nodiscard]] arrivals frames_by_peer(const place& where, const stream_shape& shape, bool packet_socket);
 
 } // namespace bench

@@ -110,7 +110,7 @@ void table(const setting& with, stream_shape shape, bool paced, bool loaded, uns
     };
     for (const auto& [name, receive] : receivers) {
         const std::string_view text = name;
-        if (text.starts_with("aravis") && !has_latency_peer()) continue;
+        if (text.starts_with("aravis") && !has_peer()) continue;
         if (text.find(with.only) == std::string_view::npos) continue;
         const auto file = with.folder / "sent";
         arrivals seen;
@@ -191,6 +191,6 @@ int main(int argc, char** argv) {
     }
     std::error_code ignored;
     std::filesystem::remove_all(with.folder, ignored);
-    if (!has_latency_peer()) fmt::print("\nBuilt without libaravis-dev: no peer.\n");
+    if (!has_peer()) fmt::print("\nBuilt without libaravis-dev: no peer.\n");
     return 0;
 }

@@ -1,5 +1,5 @@
 // What any receiver must pay: the reads, and one copy per datagram.
-#include "bench_stream.h"
+#include "floor.h"
 
 #include <netinet/in.h>
 #include <netinet/udp.h>
@@ -20,8 +20,6 @@ namespace bench {
 namespace {
 
 constexpr size_t batch = 64;
-constexpr size_t header = 8;
-constexpr size_t frame_count = 8;
 constexpr int silence_ms = 500;
 
 struct ring {
@@ -66,20 +64,11 @@ reception receive_bare(const place& where, const stream_shape& shape, bool copy,
     const int on = 1;
     if (coalesce && ::setsockopt(handle, IPPROTO_UDP, UDP_GRO, &on, sizeof on) != 0) fail("no coalesced reception");
     ring reads{coalesce ? 65535 : shape.packet_size + 100};
-    std::vector<std::vector<std::byte>> frames(frame_count, std::vector<std::byte>(shape.payload_size()));
     camera_control camera{where.camera, where.consumer};
     camera.open_stream(socket->local(), shape);
 
-    reception seen;
-    size_t frame = 0;
-    size_t at = 0;
-    const uint64_t expected = shape.datagrams_per_frame() * shape.frames;
-    double first = 0;
-    double last = 0;
-    const double cpu = cpu_seconds();
-    const uint64_t wakes_before = wakes();
-    camera.start(shape);
-    while (seen.datagrams < expected) {
+    floor_run run{camera, shape, copy};
+    while (!run.done()) {
         if (coalesce) {
             for (size_t i = 0; i < batch; ++i) {
                 reads.messages[i].msg_hdr.msg_control = &reads.controls[i];
@@ -90,44 +79,24 @@ reception receive_bare(const place& where, const stream_shape& shape, bool copy,
         if (count < 0 && errno != EAGAIN) fail("the read failed");
         if (count <= 0) {
             pollfd wait{handle, POLLIN, 0};
-            if (::poll(&wait, 1, silence_ms) == 0 && seen.datagrams != 0) break;
+            if (::poll(&wait, 1, silence_ms) == 0 && run.begun()) break;
             continue;
         }
-        ++seen.reads;
-        last = wall_seconds();
-        if (first == 0) first = last;
+        run.read();
         for (size_t i = 0; i < static_cast<size_t>(count); ++i) {
             const std::byte* data = static_cast<const std::byte*>(reads.vectors[i].iov_base);
             size_t rest = reads.messages[i].msg_len;
             const size_t segment = coalesce ? segment_of(reads.messages[i].msg_hdr, rest) : rest;
             while (rest != 0) {
                 const size_t length = std::min(segment, rest);
-                ++seen.datagrams;
-                if (length > header) {
-                    // Leader and trailer count as a few bytes of picture: it makes no difference here.
-                    const size_t payload = length - header;
-                    seen.payload_bytes += payload;
-                    if (copy) {
-                        if (at + payload > frames[frame].size()) {
-                            frame = (frame + 1) % frame_count;
-                            at = 0;
-                        }
-                        std::memcpy(frames[frame].data() + at, data + header, payload);
-                        at += payload;
-                    }
-                }
+                run.take(data, length);
                 data += length;
                 rest -= length;
             }
         }
         if (pause.count() != 0 && static_cast<size_t>(count) < batch) std::this_thread::sleep_for(pause);
     }
-    seen.cpu_seconds = cpu_seconds() - cpu;
-    seen.wakes = wakes() - wakes_before;
-    seen.wall_seconds = last - first;
-    seen.frames_complete = seen.datagrams / shape.datagrams_per_frame();
-    seen.frames_other = shape.frames - seen.frames_complete;
-    return seen;
+    return run.seen();
 }
 
 } // namespace bench

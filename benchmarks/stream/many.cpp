@@ -1,6 +1,6 @@
 // What many sockets cost at the least, read by a thread each or by one thread for all: reads, one copy per datagram,
 // and a pause after reads that brought little, as the library does it.
-#include "bench_stream.h"
+#include "floor.h"
 
 #include <fmt/format.h>
 
@@ -18,7 +18,6 @@ namespace bench {
 namespace {
 
 constexpr size_t batch = 64;
-constexpr size_t header = 8;
 constexpr size_t frames_in_all = 32; // more than the caches hold, however many sockets share them
 constexpr size_t little = 16 << 10;  // bytes
 constexpr int silence_ms = 1000;
@@ -30,7 +29,7 @@ public:
           memory(batch * buffer_size),
           vectors(batch),
           messages(batch),
-          frames(std::max(frames_in_all / shape.cameras, size_t{2}), std::vector<std::byte>(shape.payload_size())) {
+          frames(std::max(frames_in_all / shape.cameras, size_t{2}), shape.payload_size()) {
         auto opened = gige::udp_socket::open({consumer, 0});
         if (!opened) fail("no stream socket");
         socket = std::move(*opened);
@@ -54,22 +53,12 @@ public:
         for (int i = 0; i < count; ++i) {
             const size_t length = messages[static_cast<size_t>(i)].msg_len;
             bytes += length;
-            ++datagrams;
-            if (length <= header) continue;
-            const size_t size = length - header;
-            payload += size;
-            if (at + size > frames[frame].size()) {
-                frame = (frame + 1) % frames.size();
-                at = 0;
-            }
-            std::memcpy(frames[frame].data() + at, memory.data() + static_cast<size_t>(i) * buffer_size + header, size);
-            at += size;
+            frames.take(memory.data() + static_cast<size_t>(i) * buffer_size, length);
         }
         return bytes;
     }
 
-    uint64_t datagrams = 0;
-    uint64_t payload = 0;
+    [[nodiscard]] const payload_copy& taken() const { return frames; }
 
 private:
     gige::udp_socket socket;
@@ -77,9 +66,7 @@ private:
     std::vector<std::byte> memory;
     std::vector<iovec> vectors;
     std::vector<mmsghdr> messages;
-    std::vector<std::vector<std::byte>> frames;
-    size_t frame = 0;
-    size_t at = 0;
+    payload_copy frames;
 };
 
 // Until each has had so many datagrams, or nothing comes any more.
@@ -87,7 +74,8 @@ void read_all(std::span<stream_socket> sockets, uint64_t expected, std::chrono::
     std::vector<pollfd> waits;
     for (const stream_socket& each : sockets) waits.push_back({each.native(), POLLIN, 0});
     const auto done = [&] {
-        return std::ranges::all_of(sockets, [&](const stream_socket& each) { return each.datagrams >= expected; });
+        return std::ranges::all_of(sockets,
+                                   [&](const stream_socket& each) { return each.taken().datagrams >= expected; });
     };
     bool begun = false;
     while (!done()) {
@@ -134,8 +122,8 @@ void measure_many(const stream_shape& shape, bool one_thread, std::chrono::micro
     uint64_t datagrams = 0;
     uint64_t payload = 0;
     for (const stream_socket& each : sockets) {
-        datagrams += each.datagrams;
-        payload += each.payload;
+        datagrams += each.taken().datagrams;
+        payload += each.taken().payload_bytes;
     }
     const double frames = static_cast<double>(shape.frames) * shape.cameras;
     fmt::print("| {} | {} | {} | {:.3f} | {:.0f} | {:.0f} | {} |\n", shape.cameras,

@@ -1,6 +1,6 @@
 // The floor of a packet ring: the kernel copies each datagram into memory that it shares with this process, which needs
 // a privilege and saves the system calls and the hand-over through a socket.
-#include "bench_stream.h"
+#include "floor.h"
 
 #include <arpa/inet.h>
 #include <ifaddrs.h>
@@ -26,8 +26,6 @@ constexpr size_t block_size = 1 << 20;
 constexpr size_t block_count = 16;
 constexpr unsigned block_time_ms = 1; // a block that is not full is handed over after that
 constexpr size_t udp_header = 8;
-constexpr size_t gvsp_header = 8;
-constexpr size_t frame_count = 8;
 constexpr int silence_ms = 500;
 
 int interface_of(uint32_t address) {
@@ -144,43 +142,18 @@ reception receive_from_ring(const place& where, const stream_shape& shape, bool 
     if (!socket) fail("no stream socket");
     take_nothing(socket->native());
     ring packets{where.camera, socket->local()};
-    std::vector<std::vector<std::byte>> frames(frame_count, std::vector<std::byte>(shape.payload_size()));
     camera_control camera{where.camera, where.consumer};
     camera.open_stream(socket->local(), shape);
 
-    reception seen;
-    size_t frame = 0;
-    size_t at = 0;
-    const uint64_t expected = shape.datagrams_per_frame() * shape.frames;
-    double first = 0;
-    double last = 0;
-    const double cpu = cpu_seconds();
-    camera.start(shape);
-    while (seen.datagrams < expected) {
-        const bool came = packets.next_block([&](const std::byte* data, size_t length) {
-            ++seen.datagrams;
-            if (length <= gvsp_header) return;
-            const size_t payload = length - gvsp_header;
-            seen.payload_bytes += payload;
-            if (!copy) return;
-            if (at + payload > frames[frame].size()) {
-                frame = (frame + 1) % frame_count;
-                at = 0;
-            }
-            std::memcpy(frames[frame].data() + at, data + gvsp_header, payload);
-            at += payload;
-        });
-        if (!came && seen.datagrams != 0) break;
-        if (!came) continue;
-        ++seen.reads;
-        last = wall_seconds();
-        if (first == 0) first = last;
+    floor_run run{camera, shape, copy};
+    while (!run.done()) {
+        const bool came = packets.next_block([&](const std::byte* data, size_t length) { run.take(data, length); });
+        if (came)
+            run.read();
+        else if (run.begun())
+            break;
     }
-    seen.cpu_seconds = cpu_seconds() - cpu;
-    seen.wall_seconds = last - first;
-    seen.frames_complete = seen.datagrams / shape.datagrams_per_frame();
-    seen.frames_other = shape.frames - std::min<uint64_t>(seen.frames_complete, shape.frames);
-    return seen;
+    return run.seen();
 }
 
 } // namespace bench

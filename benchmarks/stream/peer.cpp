@@ -1,76 +1,32 @@
-// libaravis' stream receiver on the same camera. The device is opened by address: no discovery leaves the host.
-#include "bench_stream.h"
-
-#ifdef ORV_WITH_ARAVIS
-
-#include <arv.h>
+#include "peer_stream.h"
 
 namespace bench {
 
-bool has_peer() noexcept { return true; }
-
 reception receive_with_peer(const place& where, const stream_shape& shape, bool packet_socket) {
-    GError* error = nullptr;
-    const auto check = [&](const char* what) {
-        if (error != nullptr) fail(std::string{what} + ": " + error->message);
-    };
-    GInetAddress* own = g_inet_address_new_from_string(gige::to_string(where.consumer).c_str());
-    GInetAddress* camera = g_inet_address_new_from_string(gige::to_string(where.camera).c_str());
-    ArvDevice* device = arv_gv_device_new(own, camera, &error);
-    check("peer, device");
-    auto* gv_device = reinterpret_cast<ArvGvDevice*>(device);
-    arv_gv_device_set_packet_size_adjustment(gv_device, ARV_GV_PACKET_SIZE_ADJUSTMENT_NEVER);
-    arv_gv_device_set_stream_options(gv_device, packet_socket ? ARV_GV_STREAM_OPTION_NONE
-                                                              : ARV_GV_STREAM_OPTION_PACKET_SOCKET_DISABLED);
-    arv_gv_device_set_packet_size(gv_device, static_cast<gint>(shape.packet_size), &error);
-    check("peer, packet size");
-    ArvStream* stream = arv_device_create_stream(device, nullptr, nullptr, &error);
-    check("peer, stream");
-    g_object_set(stream, "socket-buffer", ARV_GV_STREAM_SOCKET_BUFFER_FIXED, "socket-buffer-size", socket_buffer,
-                 nullptr);
-    for (int i = 0; i < 8; ++i) arv_stream_push_buffer(stream, arv_buffer_new(shape.payload_size(), nullptr));
-
+    using namespace std::chrono_literals;
+    peer_stream peer{where, shape, packet_socket, 8};
     reception seen;
     double first = 0;
     double last = 0;
     const double cpu = cpu_seconds();
     const uint64_t wakes_before = wakes();
-    for (const auto& [address, value] : start_registers(shape)) {
-        arv_device_write_register(device, address, value, &error);
-        check("peer, start");
-    }
+    peer.start();
     for (uint64_t ended = 0; ended < shape.frames; ++ended) {
-        ArvBuffer* buffer = arv_stream_timeout_pop_buffer(stream, ended == 0 ? 5'000'000 : 500'000);
-        if (buffer == nullptr) break;
+        const auto frame = peer.next(ended == 0 ? 5s : 500ms);
+        if (!frame) break;
         last = wall_seconds();
         if (first == 0) first = last;
-        if (arv_buffer_get_status(buffer) == ARV_BUFFER_STATUS_SUCCESS) {
+        if (frame->whole) {
             ++seen.frames_complete;
             seen.payload_bytes += shape.payload_size();
         }
-        arv_stream_push_buffer(stream, buffer);
     }
     seen.cpu_seconds = cpu_seconds() - cpu;
     seen.wakes = wakes() - wakes_before;
     seen.wall_seconds = last - first;
     seen.frames_other = shape.frames - seen.frames_complete;
     seen.datagrams = seen.frames_complete * shape.datagrams_per_frame();
-    g_object_unref(stream);
-    g_object_unref(device);
-    g_object_unref(own);
-    g_object_unref(camera);
     return seen;
 }
 
 } // namespace bench
-
-#else
-
-namespace bench {
-
-bool has_peer() noexcept { return false; }
-reception receive_with_peer(const place&, const stream_shape&, bool) { fail("built without libaravis-dev"); }
-
-} // namespace bench
-
-#endif

@@ -1,6 +1,7 @@
 #include "pacing.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace gev::streamchannel::impl {
 
@@ -10,9 +11,11 @@ constexpr double fastest_line = 1250;      // bytes per microsecond, 10 Gbit/s: 
 constexpr double sudden_rise = 4;          // of the rate, that the socket holds in a sleep all the same
 constexpr double fewest_held = 4;          // packets
 constexpr uint64_t shortest_stretch = 500; // over which a rate is measured; cameras send in groups
-constexpr int64_t tolerated_delay = 150;   // of a frame's end, and of a wake
-constexpr uint32_t least_penalty = 4;      // frames
-constexpr uint32_t most_penalty = 256;
+constexpr int64_t tolerated_delay = 150;   // of a wake
+constexpr double brief_share = 0.25;       // of the doubt, that a sleep within it may take
+constexpr double longest_brief_sleep = 100;
+constexpr uint32_t least_doubtful = 4; // frames
+constexpr uint32_t most_doubtful = 256;
 constexpr uint32_t forgiven_after = 8;
 
 // The kernel rounds a datagram's memory up, to twice its size at worst, and adds its own records.
@@ -35,7 +38,7 @@ pacing::decision pacing::after(const reading& seen) noexcept {
         packets = seen.frame.packets;
         if (!seen.full) measure(seen);
         if (!seen.frame.under_way) {
-            usual_length = packets;
+            length_before_that = std::exchange(length_before, packets);
             frame_ended(seen.now);
         }
     }
@@ -52,14 +55,19 @@ pacing::decision pacing::decide(const reading& seen) const noexcept {
     if (serial == 0 || crowded) return gather(seen.bytes);
     if (!seen.frame.under_way) return {action::wait};
     const double fastest = std::max(rate, rate_before);
-    const uint32_t length = packets < usual_length ? usual_length : seen.frame.packets_expected;
+    const uint32_t usual = std::min(length_before, length_before_that);
+    const uint32_t length = packets < usual ? usual : seen.frame.packets_expected;
     if (fastest == 0 || packets >= length) return gather(seen.bytes);
     const double left = (length - packets - 1) / fastest; // the last one may have come a whole distance ago
-    const int64_t longest = cautious > 0 ? gathering_time : longest_sleep;
-    const double most = std::min(static_cast<double>(std::min(longest, seen.frame.patience / 2)), longest_at(fastest));
-    const double time = std::min(left * 0.75, most);
+    const double most =
+        std::min(static_cast<double>(std::min(longest_sleep, seen.frame.patience / 2)), longest_at(fastest));
+    const double time = std::min({left * 0.75, std::max(left - doubt, brief()), most});
     if (time < shortest_sleep / 2.0 || most < shortest_sleep) return {action::wait};
-    return {action::sleep, std::max(static_cast<int64_t>(time), shortest_sleep), true};
+    return {action::sleep, std::max(static_cast<int64_t>(time), shortest_sleep), left};
+}
+
+double pacing::brief() const noexcept {
+    return std::clamp<double>(doubt * brief_share, shortest_sleep, longest_brief_sleep);
 }
 
 pacing::decision pacing::gather(size_t bytes) const noexcept {
@@ -94,13 +102,15 @@ void pacing::frame_ended(uint64_t now) noexcept {
     under_way = false;
     if (rate == 0 && now > began) rate = (packets - packets_at_begin) / static_cast<double>(now - began);
     if (rate > 0) rate_before = rate;
-    if (cautious > 0) {
-        --cautious;
-    } else if (last.predicted && last.time > tolerated_delay && !woke_late) {
-        cautious = penalty = std::clamp(2 * penalty, least_penalty, most_penalty);
+    if (last.left > 0 && static_cast<double>(last.time) > brief() && !woke_late) {
+        doubt = std::max(doubt, last.left);
+        doubtful = std::clamp(2 * doubtful, least_doubtful, most_doubtful);
         in_time = 0;
-    } else if (++in_time >= forgiven_after) {
-        penalty /= 2;
+        return;
+    }
+    doubt -= doubt / std::max(doubtful, 1U);
+    if (++in_time >= forgiven_after) {
+        doubtful /= 2;
         in_time = 0;
     }
 }

@@ -32,14 +32,15 @@ public:
     enum class action { read, sleep, wait }; // wait: until the socket can be read
     struct decision {
         action next = action::wait;
-        int64_t time = 0; // of the sleep
-        bool predicted = false;
+        int64_t time = 0; // of the sleep, from the reading on
+        double left = 0;  // of the frame, as predicted; 0: not predicted
     };
     [[nodiscard]] decision after(const reading& seen) noexcept;
 
 private:
     [[nodiscard]] decision decide(const reading& seen) const noexcept;
     [[nodiscard]] decision gather(size_t bytes) const noexcept;
+    [[nodiscard]] double brief() const noexcept;
     [[nodiscard]] double longest_at(double packets_per_us) const noexcept;
     void frame_began(const reading& seen) noexcept;
     void frame_ended(uint64_t now) noexcept;
@@ -58,15 +59,17 @@ private:
     double rate_before = 0;
     uint64_t stretch_began = 0;
     uint32_t stretch_from = 0;
-    uint32_t usual_length = 0; // packets of the frame before; 0: not known
-    double distance = 0;       // from one start to the next; 0: not known
-    // A sleep that ran over its frame's end: no long ones in so many frames then, and in more the next time.
-    decision last; // that was none to read on
+    uint32_t length_before = 0; // packets; 0: not known
+    uint32_t length_before_that = 0;
+    double distance = 0; // from one start to the next; 0: not known
+    decision last;       // that was none to read on
     uint64_t last_at = 0;
     bool asleep = false;
     bool woke_late = false; // for no fault of the prediction
-    uint32_t cautious = 0;  // frames to come
-    uint32_t penalty = 0;
+    // A sleep ran over its frame's end, which came this much before its time at most. Forgotten within so many frames,
+    // and more slowly each time.
+    double doubt = 0;
+    uint32_t doubtful = 0;
     uint32_t in_time = 0; // frames in a row whose end was met
 };
 

@@ -140,8 +140,14 @@ std::error_code stream_asio_thread::start(uint32_t packet_size, uint32_t payload
     try {
         receiver->setup(packet_size, payload_size);
         pace.emplace(2 * in_force, packet_size);
+        // All that the thread ever allocates, its timers' places included: here a failure has somebody to be told to.
+        reader = std::make_unique<posix::datagram_reader>(socket.native_handle(), receive_buffers,
+                                                          packet_size + buffer_margin, buffer_margin, coalesce);
+        wait_for_datagrams();
+        read_unasked();
+        arm_timer(std::numeric_limits<int64_t>::max());
         thread_running = true;
-        thread = std::thread{[this, packet_size] { thread_main(packet_size); }};
+        thread = std::thread{[this] { thread_main(); }};
     } catch (const std::system_error& failure) {
         thread_running = false;
         return failure.code();
@@ -159,12 +165,12 @@ void stream_asio_thread::stop() {
     thread.join();
 }
 
-void stream_asio_thread::thread_main(uint32_t packet_size) {
+void stream_asio_thread::thread_main() {
     gds_helper::set_thread_name(thread_name);
     if (!gds_helper::raise_thread_priority()) logger().debug("The receive thread runs at normal priority.");
     gds_helper::sleep_precisely();
     try {
-        receive_until_stopped(packet_size);
+        io.run();
     } catch (const std::exception& failure) {
         logger().error("{}, failed due to {}", thread_name, failure.what());
         end_reason = failure.what();
@@ -184,14 +190,6 @@ void stream_asio_thread::thread_main(uint32_t packet_size) {
         state_changed.notify_all();
     }
     if (!end_reason.empty() && reception_ended) reception_ended(end_reason);
-}
-
-void stream_asio_thread::receive_until_stopped(uint32_t packet_size) {
-    reader = std::make_unique<posix::datagram_reader>(socket.native_handle(), receive_buffers,
-                                                      packet_size + buffer_margin, buffer_margin, coalesce);
-    wait_for_datagrams();
-    read_unasked();
-    io.run();
 }
 
 void stream_asio_thread::end_reception(std::string reason) {
@@ -236,7 +234,8 @@ bool stream_asio_thread::receive_batch() {
         if (count == 0 && round == 0 && !error) std::this_thread::sleep_for(error_pause);
         const pacing::decision decision = process(count);
         if (decision.next == pacing::action::wait) break;
-        if (decision.next == pacing::action::sleep && !sleep(std::chrono::microseconds{decision.time})) break;
+        if (decision.next == pacing::action::sleep && !sleep_after_read(std::chrono::microseconds{decision.time}))
+            break;
     }
     return true;
 }
@@ -250,12 +249,14 @@ pacing::decision stream_asio_thread::process(size_t buffers) {
         if (receiver->receive_packet(now, datagram)) wait = receiver->check_timers(now);
     });
     if (wait > 0) arm_timer(wait);
+    last_read = now;
     return pace->after({.now = now, .bytes = bytes, .full = buffers == receive_buffers, .frame = receiver->progress()});
 }
 
-bool stream_asio_thread::sleep(std::chrono::microseconds time) {
+bool stream_asio_thread::sleep_after_read(std::chrono::microseconds time) {
+    const std::chrono::steady_clock::time_point end{std::chrono::microseconds{last_read} + time};
     std::unique_lock held{sleep_mutex};
-    return !woken.wait_for(held, time, [&] { return std::exchange(work_came, false); });
+    return !woken.wait_until(held, end, [&] { return std::exchange(work_came, false); });
 }
 
 void stream_asio_thread::wake() {

@@ -51,8 +51,7 @@ public:
     std::expected<std::optional<resend_parameters>, std::error_code> get_resend_params() override;
 
 private:
-    void thread_main(uint32_t packet_size);
-    void receive_until_stopped(uint32_t packet_size);
+    void thread_main();
     template <class Handler>
     [[nodiscard]] auto keep_memory(Handler handler);
     void wait_for_datagrams();
@@ -60,8 +59,8 @@ private:
     // Reads until `pacing` says to wait. False when reception is at its end.
     [[nodiscard]] bool receive_batch();
     [[nodiscard]] pacing::decision process(size_t buffers);
-    // False when other work came meanwhile.
-    [[nodiscard]] bool sleep(std::chrono::microseconds time);
+    // So long from the last read on. False when other work came meanwhile.
+    [[nodiscard]] bool sleep_after_read(std::chrono::microseconds time);
     // Hands work to the receive thread, also while it sleeps.
     template <class Work>
     void post(Work&& work);
@@ -90,6 +89,7 @@ private:
     std::unique_ptr<gvsp_recv_interface> receiver; // while it runs
     std::unique_ptr<posix::datagram_reader> reader;
     std::optional<pacing> pace;
+    uint64_t last_read = 0; // microseconds of the steady clock
     std::thread thread;
 
     std::mutex sleep_mutex; // guards work_came

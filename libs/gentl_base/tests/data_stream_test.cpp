@@ -6,6 +6,7 @@
 #include <array>
 #include <atomic>
 #include <condition_variable>
+#include <future>
 #include <mutex>
 #include <random>
 #include <thread>
@@ -113,6 +114,22 @@ TEST(DataStream, FlushesMoveWhatTheyName) {
     }
     const open_chain chain;
     EXPECT_EQ(DSFlushQueue(chain.ds, 5), GC_ERR_NOT_IMPLEMENTED);
+}
+
+// The filling side cannot wait then: the flush waits for it.
+TEST(DataStream, AFrameThatBeginsDuringAFlushIsLostAndCounted) {
+    const open_chain chain;
+    chain.announce(5);
+    auto& object = chain.stream_object();
+    const auto begin_a_frame = [&] {
+        EXPECT_EQ(std::async(std::launch::async, [&] { return object.fill(); }).get(), nullptr);
+    };
+    object.on_flush = object.on_stop = begin_a_frame;
+    ASSERT_EQ(DSStartAcquisition(chain.ds, 0, GENTL_INFINITE), GC_ERR_SUCCESS);
+    EXPECT_EQ(DSFlushQueue(chain.ds, ACQ_QUEUE_ALL_TO_INPUT), GC_ERR_SUCCESS);
+    EXPECT_EQ(stream_info<uint64_t>(chain.ds, STREAM_INFO_NUM_UNDERRUN), 1U);
+    EXPECT_EQ(DSStopAcquisition(chain.ds, 0), GC_ERR_SUCCESS);
+    EXPECT_EQ(stream_info<uint64_t>(chain.ds, STREAM_INFO_NUM_UNDERRUN), 1U) << "nobody waits for frames any more";
 }
 
 TEST(DataStream, StartAsksForEnoughBuffersByMode) {

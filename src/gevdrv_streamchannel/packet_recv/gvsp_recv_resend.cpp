@@ -16,6 +16,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 namespace gev::streamchannel::impl {
@@ -277,7 +278,11 @@ int64_t gvsp_recv_resend::queue_resend(int64_t t, block& current, resend_entry& 
               sent);
     current.resend_packets_requested += last - entry.first_packet + 1;
     ++current.resend_requests;
-    if (functions.send_resend) functions.send_resend(current.block_id, entry.first_packet, last, extended);
+    try {
+        if (functions.send_resend) functions.send_resend(current.block_id, entry.first_packet, last, extended);
+    } catch (const std::bad_alloc&) {
+        // Lost like one on the wire; the next try is due as if it had gone.
+    }
     entry.retry_count = std::min(sent + 1, most_sends) & most_sends;
     entry.deadline = std::max<int64_t>(t + resend_delay(), 1);
     return entry.deadline;

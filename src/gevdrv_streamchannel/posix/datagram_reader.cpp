@@ -48,10 +48,16 @@ struct datagram_reader::batch_state {
         char bytes[CMSG_SPACE(sizeof(int))];
     };
 
-    std::vector<std::byte> memory;
+    void offer_control(size_t index) noexcept {
+        messages[index].msg_hdr.msg_control = &controls[index];
+        messages[index].msg_hdr.msg_controllen = sizeof(control_buffer);
+    }
+
+    std::unique_ptr<std::byte[]> memory; // untouched, and so no pages of it, until datagrams come
     std::vector<iovec> vectors;
     std::vector<control_buffer> controls;
     std::vector<mmsghdr> messages;
+    size_t filled = 0; // by the last read
 };
 
 datagram_reader::datagram_reader(int socket, size_t batch, size_t datagram_size, size_t margin, bool coalesce)
@@ -60,16 +66,17 @@ datagram_reader::datagram_reader(int socket, size_t batch, size_t datagram_size,
     coalescing = coalesce && ::setsockopt(socket, IPPROTO_UDP, UDP_GRO, &on, sizeof on) == 0;
     const size_t capacity = coalescing ? largest_coalesced : datagram_size;
     const size_t stride = capacity + margin;
-    state->memory.resize(batch * stride);
+    state->memory = std::make_unique_for_overwrite<std::byte[]>(batch * stride);
     state->vectors.resize(batch);
     state->controls.resize(batch);
     state->messages.resize(batch);
     for (size_t i = 0; i < batch; ++i) {
-        state->vectors[i] = {state->memory.data() + i * stride, capacity};
+        state->vectors[i] = {state->memory.get() + i * stride, capacity};
         msghdr& header = state->messages[i].msg_hdr;
         header = {};
         header.msg_iov = &state->vectors[i];
         header.msg_iovlen = 1;
+        if (coalescing) state->offer_control(i);
     }
 }
 
@@ -78,17 +85,15 @@ datagram_reader::~datagram_reader() = default;
 size_t datagram_reader::read(std::error_code& error) noexcept {
     error = {};
     if (coalescing) {
-        for (size_t i = 0; i < state->messages.size(); ++i) {
-            state->messages[i].msg_hdr.msg_control = &state->controls[i];
-            state->messages[i].msg_hdr.msg_controllen = sizeof(batch_state::control_buffer);
-        }
+        for (size_t i = 0; i < state->filled; ++i) state->offer_control(i);
     }
     int count = -1;
     do {
         count = ::recvmmsg(descriptor, state->messages.data(), static_cast<unsigned>(state->messages.size()),
                            MSG_DONTWAIT, nullptr);
     } while (count < 0 && errno == EINTR);
-    if (count >= 0) return static_cast<size_t>(count);
+    state->filled = count < 0 ? 0 : static_cast<size_t>(count);
+    if (count >= 0) return state->filled;
     if (errno != EAGAIN && errno != EWOULDBLOCK) error = {errno, std::generic_category()};
     return 0;
 }

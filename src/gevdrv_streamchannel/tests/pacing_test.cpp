@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -186,6 +187,34 @@ TEST(Pacing, ALostPacketIsNoticedInTime) {
         const auto seen = receive(frames(20, 30'000), roomy, patience);
         EXPECT_LE(seen.longest_sleep, std::max(patience / 2, pacing::gathering_time));
     }
+}
+
+// Cameras send in groups, so that a frame's end comes up to a group's time before the packets' rate lets expect it.
+TEST(Pacing, AnEndThatComesALittleEarlyCostsNoLongSleeps) {
+    struct row {
+        double distance;
+        uint32_t group;
+        uint32_t most_reads; // in a frame, on average
+    };
+    for (const row& each : {row{11, 18, 12}, row{22, 9, 12}, row{43, 4, 16}, row{90, 2, 22}, row{180, 1, 40}}) {
+        const auto seen = receive(frames(300, 100'000, [&](uint32_t i, sent_frame& frame) {
+            frame.packets = 260 + i % 3;
+            frame.distance = each.distance;
+            frame.group = each.group;
+        }));
+        const uint64_t reads = std::accumulate(seen.reads.begin(), seen.reads.end(), uint64_t{0});
+        EXPECT_LE(reads, 300 * each.most_reads) << each.distance;
+        EXPECT_LE(seen.later_than(150, 20), 6U) << each.distance;
+    }
+}
+
+// A frame that came whole in a sleep seems to have taken as long as the sleep.
+TEST(Pacing, ASleepDoesNotConfirmItself) {
+    const auto seen = receive(frames(300, 2000, [](uint32_t i, sent_frame& frame) {
+        frame.packets = 37;
+        frame.distance = i < 20 ? 7 : 1;
+    }));
+    EXPECT_LE(seen.later_than(100, 30), 3U);
 }
 
 // Frames that come faster than the thread should wake are gathered as they come.

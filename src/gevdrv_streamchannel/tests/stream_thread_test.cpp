@@ -17,8 +17,12 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <cstddef>
+#include <cstdlib>
 #include <deque>
 #include <mutex>
+#include <new>
+#include <utility>
 
 using namespace gev::streamchannel;
 using namespace gev::streamchannel::impl;
@@ -36,7 +40,28 @@ struct {
 } failing_reads;
 std::atomic<uint64_t> reads{0};
 
+// Memory is refused to every thread but those that may have some.
+std::atomic<bool> memory_is_short{false};
+thread_local bool may_allocate = false;
+struct allowed {
+    const bool before = std::exchange(may_allocate, true);
+    ~allowed() { may_allocate = before; }
+};
+
 } // namespace
+
+void* operator new(size_t size, std::align_val_t alignment) {
+    void* memory = nullptr;
+    const bool refused = memory_is_short && !may_allocate;
+    if (refused || posix_memalign(&memory, static_cast<size_t>(alignment), size) != 0) throw std::bad_alloc{};
+    return memory;
+}
+void* operator new(size_t size) { return operator new (size, std::align_val_t{alignof(std::max_align_t)}); }
+// Not inlined, or the compiler takes the two for no pair.
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::align_val_t) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, size_t, std::align_val_t) noexcept { std::free(memory); }
 
 extern "C" int recvmmsg(int socket, mmsghdr* messages, unsigned count, int flags, timespec* timeout) {
     ++reads;
@@ -55,24 +80,29 @@ public:
         stream_functions functions;
         if (resends) {
             functions.send_resend = [this](uint64_t block, uint32_t first, uint32_t last, bool extended) {
+                if (unsendable > 0 && unsendable-- > 0) throw std::bad_alloc{};
+                const allowed tests_own;
                 const std::lock_guard guard{mutex};
                 requests.push_back({block, first, last, extended});
                 changed.notify_all();
             };
         }
         functions.get_frame = [this] {
+            const allowed tests_own;
             const std::lock_guard guard{mutex};
             memory.emplace_back(1000);
             changed.notify_all();
             return frame_context{&memory.back(), memory.back().data(), 1000};
         };
         functions.deliver = [this](const frame_info& info, const frame_receive_stats&) {
+            const allowed tests_own;
             const std::lock_guard guard{mutex};
             frames.push_back(info);
             changed.notify_all();
         };
         sut.emplace(stream_asio_thread::create_params{.functions = std::move(functions),
                                                       .reception_ended = [this](const std::string& reason) {
+                                                          const allowed tests_own;
                                                           const std::lock_guard guard{mutex};
                                                           ends.push_back(reason);
                                                           changed.notify_all();
@@ -115,6 +145,7 @@ public:
     std::vector<frame_info> frames;
     std::vector<request> requests;
     std::vector<std::string> ends;
+    std::atomic<int> unsendable{0}; // requests to come that there is no memory for
     gige::udp_socket remote = *gige::udp_socket::open({INADDR_LOOPBACK, 0});
     uint16_t local_port = 0;
     std::optional<stream_asio_thread> sut; // goes first
@@ -223,6 +254,25 @@ TEST(StreamThread, TheTimerStrikesForWhatIsDueFirst) {
     EXPECT_EQ(own.frames[0].flags, 0U);
     own.sut->stop();
     EXPECT_TRUE(own.ends.empty()) << "who stops it needs no word";
+}
+
+TEST(StreamThread, AStreamThatHasBegunNeedsNoMoreMemory) {
+    const allowed tests_own;
+    running_thread own{true};
+    own.unsendable = 1;
+    memory_is_short = true;
+    EXPECT_FALSE(own.sut->start(136, 200));
+    for (uint32_t frame = 1; frame <= 3; ++frame) {
+        own.send(packet(frame, 0));
+        own.send(packet(frame, 2));
+        EXPECT_TRUE(own.wait_for_request({frame, 1, 1})) << "by the timer, and again";
+        own.send(packet(frame, 1));
+        own.send(packet(frame, 3));
+        EXPECT_TRUE(own.wait_for_frames(frame));
+    }
+    memory_is_short = false;
+    own.sut->stop();
+    EXPECT_TRUE(own.ends.empty()) << own.ends.front();
 }
 
 TEST(StreamThread, ReadErrorsPassAndAreToldOnceEach) {

@@ -298,7 +298,10 @@ std::unique_lock<std::mutex> DataStreamImpl::lock_unless(Condition give_up) {
 Buffer* DataStreamImpl::take_input_buffer(bool count_underrun) {
     // A consumer who stops holds the lock and waits for our thread.
     const auto guard = lock_unless([&] { return is_stopping.load(); });
-    return guard.owns_lock() ? take_input_buffer_unlocked(count_underrun) : nullptr;
+    if (guard.owns_lock()) return take_input_buffer_unlocked(count_underrun);
+    // A flush, unlike a stop, leaves the consumer waiting for frames.
+    if (count_underrun && is_grabbing) ++num_underrun;
+    return nullptr;
 }
 
 Buffer* DataStreamImpl::take_input_buffer_unlocked(bool count_underrun) {
