@@ -137,8 +137,8 @@ int run(const program_options& given) {
                                                  "'{}/{}': it may be of another version's unit.",
                                                  directory->path, server_options.pipe_name));
         }
-        throw std::runtime_error(
-            fmt::format("Cannot listen as '{}': {}", server_options.pipe_name, server.error().message()));
+        throw std::runtime_error(fmt::format("Cannot listen at '{}/{}': {}", directory->path, server_options.pipe_name,
+                                             server.error().message()));
     }
     tell_of_others(fmt::format("{}/{}", directory->path, server_options.pipe_name));
     // The first scan is over when we say so, so that a consumer that waited for the line finds what is there.
