@@ -1,5 +1,5 @@
 // The service started by a service manager that listens for it, as systemd's socket units do.
-#include "bench.h"
+#include "support/test_system.h"
 
 #include <gds_shared/product_constants.h>
 
@@ -16,7 +16,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-using bench::test_bench;
+using namespace test_support;
 
 namespace {
 
@@ -47,7 +47,7 @@ int bound_socket(int type, const std::string& path) {
 // What systemd does with a socket unit and a service of Type=notify.
 class manager {
 public:
-    explicit manager(const test_bench& on)
+    explicit manager(const test_system& on)
         : folder(on.folder()),
           path(folder / gds_shared::service_pipe_name(gds_shared::gev_product)),
           listening(bound_socket(SOCK_SEQPACKET, path)),
@@ -111,7 +111,7 @@ public:
 } // namespace
 
 TEST(Activation, AConsumerWithoutAServiceGetsOneAndTheSocketOutlivesIt) {
-    test_bench own;
+    test_system own;
     own.start_camera({"--width", "64", "--height", "48"});
     manager systemd{own};
     const ino_t socket_file = systemd.inode();
@@ -130,17 +130,16 @@ TEST(Activation, AConsumerWithoutAServiceGetsOneAndTheSocketOutlivesIt) {
 }
 
 TEST(Activation, AServiceStartedByHandLeavesTheManagersSocketAlone) {
-    test_bench own;
+    test_system own;
     const manager systemd{own};
     const ino_t socket_file = systemd.inode();
-    bench::process second{{std::string{ORV_BIN_DIR} + "/orv-gentl-gev-service", "--no-networks"},
-                          own.folder() / "second"};
+    process second{{std::string{ORV_BIN_DIR} + "/orv-gentl-gev-service", "--no-networks"}, own.folder() / "second"};
     EXPECT_EQ(second.wait(), 1);
     EXPECT_EQ(systemd.inode(), socket_file);
 }
 
 TEST(Activation, OnlyTheSocketOfThisVersionIsTaken) {
-    test_bench own;
+    test_system own;
     manager systemd{own};
     const descriptor elsewhere{bound_socket(SOCK_SEQPACKET, own.folder() / "other")};
     const descriptor no_listener{bound_socket(SOCK_DGRAM, own.folder() / "datagrams")};

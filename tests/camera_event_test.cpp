@@ -1,5 +1,5 @@
 // A camera's own events, from its message channel to the features of its document.
-#include "bench.h"
+#include "support/test_system.h"
 
 #include <gtest/gtest.h>
 
@@ -8,6 +8,7 @@
 #include <span>
 #include <thread>
 
+using namespace test_support;
 using namespace GenTL;
 
 namespace {
@@ -30,28 +31,18 @@ public:
     }
 };
 
-template <class F>
-[[nodiscard]] bool eventually(F condition) {
-    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds{10};
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > until) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds{5});
-    }
-    return true;
-}
-
 class CameraEvents : public testing::TestWithParam<const char*> {};
 
 } // namespace
 
 TEST_P(CameraEvents, EachComesOnceInOrderWithItsData) {
     constexpr int frames = 200;
-    bench::test_bench own;
+    test_system own;
     std::vector<std::string> options{"--width", "320", "--height", "240", "--frame-rate", "100"};
     if (std::string{"extended"} == GetParam()) options.push_back("--extended-ids");
     own.start_camera(options);
     own.start_service();
-    bench::open_camera camera{bench::test_bench::serial(0)};
+    open_camera camera;
     auto& remote = camera.remote();
     const auto set = [&](const char* name, const std::string& value) {
         cli::set_from_text(cli::require_node(remote, name), value);
@@ -62,8 +53,7 @@ TEST_P(CameraEvents, EachComesOnceInOrderWithItsData) {
     set("EventNotification", "On");
 
     const auto& lib = *camera.lib;
-    EVENT_HANDLE events = nullptr;
-    lib.check("GCRegisterEvent", lib.GCRegisterEvent(camera.device->get(), EVENT_REMOTE_DEVICE, &events));
+    EVENT_HANDLE events = camera.event_of(camera.device->get(), EVENT_REMOTE_DEVICE);
     event_port port;
     auto* node = remote.document().find<GenICam::IPort>("EventExposureEnd_Port");
     ASSERT_NE(node, nullptr);
@@ -107,15 +97,15 @@ INSTANTIATE_TEST_SUITE_P(Forms, CameraEvents, testing::Values("standard", "exten
 // The way of consumers that poll: a buffer of the size that the event names, short time-outs and none at all, the id as
 // a text whose size is asked for; and a registration that ends and begins again while events come.
 TEST_P(CameraEvents, APollingConsumerReadsEachWhileItIsRegistered) {
-    bench::test_bench own;
+    test_system own;
     std::vector<std::string> options{"--width", "320", "--height", "240", "--frame-rate", "200"};
     const bool extended = std::string{"extended"} == GetParam();
     if (extended) options.push_back("--extended-ids");
     own.start_camera(options);
     own.start_service();
-    bench::open_camera camera{bench::test_bench::serial(0)};
-    cli::set_from_text(cli::require_node(camera.remote(), "EventSelector"), "ExposureEnd");
-    cli::set_from_text(cli::require_node(camera.remote(), "EventNotification"), "On");
+    open_camera camera;
+    camera.set("EventSelector", "ExposureEnd");
+    camera.set("EventNotification", "On");
     camera.start(10);
     std::jthread taker{[&](const std::stop_token& stop) {
         while (!stop.stop_requested()) static_cast<void>(camera.next_frame(100));
@@ -193,10 +183,8 @@ TEST_P(CameraEvents, APollingConsumerReadsEachWhileItIsRegistered) {
 
 // What the interface's features refuse before anything is sent, and what the service refuses.
 TEST(InterfaceFeatures, AddressesAndFirmwareNameWhatIsMissing) {
-    bench::test_bench own;
-    own.start_camera();
-    own.start_service();
-    const bench::open_camera camera{bench::test_bench::serial(0)};
+    small_system own;
+    const open_camera camera;
     const cli::node_map nodes{*camera.lib, camera.interface->get()};
     const auto failure_of = [&](const char* command) {
         try {

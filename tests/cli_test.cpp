@@ -1,4 +1,6 @@
 // What the consumer does with features, on a document and a device made up here.
+#include "../libs/service-base/tests/support.h"
+
 #include <cli/host_checks.h>
 #include <cli/installation_checks.h>
 #include <cli/kernel_counters.h>
@@ -14,9 +16,9 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <string_view>
-#include <unistd.h>
 
 namespace {
 
@@ -167,7 +169,8 @@ TEST(Settings, TheirTextIsTakenApart) {
 
 // The kernel filters by the larger of the interface's number and that of all.
 TEST(HostChecks, GradeWhatTheKernelDoes) {
-    const auto root = std::filesystem::path{testing::TempDir()} / fmt::format("orv-host-{}", getpid());
+    const test_support::temporary_folder temporary;
+    const auto& root = temporary.path;
     const auto write = [&](const char* file, const std::string& text) {
         std::filesystem::create_directories((root / file).parent_path());
         std::ofstream{root / file} << text << '\n';
@@ -202,7 +205,6 @@ TEST(HostChecks, GradeWhatTheKernelDoes) {
         EXPECT_EQ(found[0].of, size) << mtu;
         EXPECT_EQ(found[1].of, filter) << own << ' ' << all;
     }
-    std::filesystem::remove_all(root);
 }
 
 // Lines as the kernel writes them, and what is none.
@@ -258,12 +260,38 @@ TEST(KernelCounters, AreReadFromTheKernelsTexts) {
 
 namespace {
 
+using facts = cli::loss_evidence;
+using change = std::function<void(facts&)>;
+
+change drops(uint64_t count) {
+    return [=](facts& s) { s.socket_drops = count; };
+}
+change buffer(uint64_t size) {
+    return [=](facts& s) { s.socket_buffer = size; };
+}
+change card(const char* counter, uint64_t count, uint64_t ring = 0, uint64_t limit = 0) {
+    return [=](facts& s) {
+        s.card_drops = {{counter, count}};
+        if (ring != 0) s.ring_size = ring, s.ring_limit = limit;
+    };
+}
+void late(facts& s) { s.thread_waited = 3; }
+void mended(facts& s) { s.packets_received = s.packets_expected; }
+void no_packets(facts& s) { s.frames_complete = 0, s.packets_expected = s.packets_received = 0; }
+change passes(uint32_t size) {
+    return [=](facts& s) { s.largest_that_passes = size; };
+}
+change packets_of(uint32_t size) {
+    return [=](facts& s) { s.packet_size = size; };
+}
+
 struct loss_case {
     const char* name;
-    void (*happens)(cli::loss_evidence& seen);
+    std::vector<change> happens;
     cli::loss_cause cause;
     const char* remedy; // a part of it
 };
+void PrintTo(const loss_case& given, std::ostream* out) { *out << given.name; }
 class Loss : public testing::TestWithParam<loss_case> {};
 
 // A stream of 4 s that lost something, with nothing that tells of it.
@@ -290,147 +318,70 @@ cli::loss_evidence plain_stream() {
 } // namespace
 
 TEST_P(Loss, IsTracedToItsPlace) {
-    cli::loss_evidence seen = plain_stream();
-    GetParam().happens(seen);
-    const cli::loss_verdict verdict = cli::judge(seen);
+    cli::loss_evidence evidence = plain_stream();
+    for (const change& each : GetParam().happens) each(evidence);
+    const cli::loss_verdict verdict = cli::judge(evidence);
     EXPECT_STREQ(cli::name_of(verdict.cause), cli::name_of(GetParam().cause)) << verdict.sentence;
     EXPECT_NE(verdict.remedy.find(GetParam().remedy), std::string::npos) << verdict.remedy;
     EXPECT_EQ(verdict.remedy.empty(), verdict.cause == cli::loss_cause::nothing);
 }
 
-using enum cli::loss_cause;
-constexpr loss_case losses[] = {
-    {"none", [](auto& seen) { seen.packets_received = seen.packets_expected; }, nothing, ""},
-    {"before_this_host", [](auto&) {}, network, "GevSCPD"},
-    {"mended_by_resends",
-     [](auto& seen) {
-         seen.packets_received = seen.packets_expected;
-         seen.packets_asked_again = 7;
-     },
-     network, "GevSCPD"},
+using cause = cli::loss_cause;
+const loss_case losses[] = {
+    {"none", {mended}, cause::nothing, ""},
+    {"before_this_host", {}, cause::network, "GevSCPD"},
+    {"mended_by_resends", {mended, [](facts& s) { s.packets_asked_again = 7; }}, cause::network, "GevSCPD"},
     {"of_a_library_without_counters",
-     [](auto& seen) {
-         seen.packets_received = seen.packets_expected = {};
-         seen.frames_incomplete = 3;
-     },
-     network, "cable"},
-    {"small_buffer",
-     [](auto& seen) {
-         seen.socket_drops = 1000;
-         seen.socket_buffer = 208 << 10;
-     },
-     socket_buffer, "sysctl net.core.rmem_max"},
+     {[](facts& s) { s.packets_received = s.packets_expected = {}, s.frames_incomplete = 3; }},
+     cause::network,
+     "cable"},
+    {"small_buffer", {drops(1000), buffer(208 << 10)}, cause::socket_buffer, "sysctl net.core.rmem_max"},
     {"small_buffer_and_a_late_thread",
-     [](auto& seen) {
-         seen.socket_drops = 1000;
-         seen.socket_buffer = 208 << 10;
-         seen.thread_waited = 3;
-     },
-     socket_buffer, "sysctl net.core.rmem_max"},
+     {drops(1000), buffer(208 << 10), late},
+     cause::socket_buffer,
+     "sysctl net.core.rmem_max"},
     {"buffer_that_the_system_does_not_limit",
-     [](auto& seen) {
-         seen.socket_drops = 1000;
-         seen.socket_buffer = 208 << 10;
-         seen.socket_buffer_limit = 32 << 20;
-     },
-     socket_buffer, "the application asked for less"},
-    {"fair_buffer_and_a_late_thread",
-     [](auto& seen) {
-         seen.socket_drops = 1000;
-         seen.socket_buffer = 4 << 20;
-         seen.thread_waited = 3;
-     },
-     receive_thread, "limits.d"},
-    {"large_buffer_overflows", [](auto& seen) { seen.socket_drops = 1000; }, receive_thread, "limits.d"},
+     {drops(1000), buffer(208 << 10), [](facts& s) { s.socket_buffer_limit = 32 << 20; }},
+     cause::socket_buffer,
+     "the application asked for less"},
+    {"fair_buffer_and_a_late_thread", {drops(1000), buffer(4 << 20), late}, cause::receive_thread, "limits.d"},
+    {"large_buffer_overflows", {drops(1000)}, cause::receive_thread, "limits.d"},
     {"thread_that_never_rests",
-     [](auto& seen) {
-         seen.socket_drops = 1000;
-         seen.thread_ran = 3.95;
-     },
-     receive_thread, "larger packets"},
+     {drops(1000), [](facts& s) { s.thread_ran = 3.95; }},
+     cause::receive_thread,
+     "larger packets"},
     {"underruns_outweigh_a_few_drops",
-     [](auto& seen) {
-         seen.underruns = 100;
-         seen.socket_drops = 20;
-     },
-     consumer, "--buffers 20"},
+     {drops(20), [](facts& s) { s.underruns = 100; }},
+     cause::consumer,
+     "--buffers 20"},
     {"drops_outweigh_an_underrun",
-     [](auto& seen) {
-         seen.underruns = 1;
-         seen.socket_drops = 20'000;
-     },
-     receive_thread, "limits.d"},
+     {drops(20'000), [](facts& s) { s.underruns = 1; }},
+     cause::receive_thread,
+     "limits.d"},
     {"card_with_room_for_a_ring",
-     [](auto& seen) {
-         seen.card_drops = {{"rx_missed_errors", 900}};
-         seen.ring_size = 256;
-         seen.ring_limit = 4096;
-     },
-     card, "sudo ethtool -G eth0 rx 4096"},
-    {"card_at_its_limit",
-     [](auto& seen) {
-         seen.card_drops = {{"rx_crc_errors", 900}};
-         seen.ring_size = seen.ring_limit = 4096;
-     },
-     card, "another cable"},
-    {"card_that_dropped_what_nobody_wanted",
-     [](auto& seen) {
-         seen.card_drops = {{"rx_dropped", 5}};
-     },
-     network, "GevSCPD"},
-    {"card_that_dropped_where_nothing_is_missing",
-     [](auto& seen) {
-         seen.packets_received = seen.packets_expected;
-         seen.card_drops = {{"rx_dropped", 5}};
-     },
-     nothing, ""},
-    {"queue_of_the_host", [](auto& seen) { seen.host_queue_drops = 900; }, host_queue, "netdev_max_backlog"},
-    {"nothing_came_of_this_size",
-     [](auto& seen) {
-         seen.frames_complete = 0;
-         seen.packets_expected = seen.packets_received = 0;
-         seen.packet_size = 1484;
-         seen.largest_that_passes = 1300;
-     },
-     path_mtu, "ip link set eth0 mtu 1500"},
+     {card("rx_missed_errors", 900, 256, 4096)},
+     cause::card,
+     "sudo ethtool -G eth0 rx 4096"},
+    {"card_at_its_limit", {card("rx_crc_errors", 900, 4096, 4096)}, cause::card, "another cable"},
+    {"card_that_dropped_what_nobody_wanted", {card("rx_dropped", 5)}, cause::network, "GevSCPD"},
+    {"card_that_dropped_where_nothing_is_missing", {mended, card("rx_dropped", 5)}, cause::nothing, ""},
+    {"queue_of_the_host", {[](facts& s) { s.host_queue_drops = 900; }}, cause::host_queue, "netdev_max_backlog"},
+    {"nothing_came_of_this_size", {no_packets, packets_of(1484), passes(1300)}, cause::path_mtu, "eth0 mtu 1500"},
     {"only_leaders_and_trailers_came",
-     [](auto& seen) {
-         seen.frames_complete = 0;
-         seen.frames_incomplete = 5;
-         seen.packets_received = 15;
-         seen.packets_asked_again = 795;
-         seen.packet_size = 1484;
-         seen.largest_that_passes = 1300;
-     },
-     path_mtu, "ip link set eth0 mtu 1500"},
+     {[](facts& s) { s.frames_complete = 0, s.frames_incomplete = 5, s.packets_received = 15; },
+      [](facts& s) { s.packets_asked_again = 795; }, packets_of(1484), passes(1300)},
+     cause::path_mtu,
+     "ip link set eth0 mtu 1500"},
     {"nothing_came_over_a_narrow_interface",
-     [](auto& seen) {
-         seen.frames_complete = 0;
-         seen.packets_expected = seen.packets_received = 0;
-         seen.mtu = 1300;
-     },
-     path_mtu, "ip link set eth0 mtu 1500"},
-    {"nothing_comes_at_all",
-     [](auto& seen) {
-         seen.frames_complete = 0;
-         seen.packets_expected = seen.packets_received = 0;
-         seen.largest_that_passes = 0;
-     },
-     no_packets, "firewall"},
-    {"the_camera_sends_no_pictures",
-     [](auto& seen) {
-         seen.frames_complete = 0;
-         seen.packets_expected = seen.packets_received = 0;
-         seen.largest_that_passes = 9000;
-     },
-     no_packets, "Trigger"},
+     {no_packets, [](facts& s) { s.mtu = 1300; }},
+     cause::path_mtu,
+     "ip link set eth0 mtu 1500"},
+    {"nothing_comes_at_all", {no_packets, passes(0)}, cause::no_packets, "firewall"},
+    {"the_camera_sends_no_pictures", {no_packets, passes(9000)}, cause::no_packets, "Trigger"},
     {"beside_a_consumer_that_tells_nothing",
-     [](auto& seen) {
-         seen = {};
-         seen.frames_known = false;
-         seen.socket_drops = 0;
-     },
-     nothing, ""},
+     {[](facts& s) { s = {}, s.frames_known = false, s.socket_drops = 0; }},
+     cause::nothing,
+     ""},
 };
 INSTANTIATE_TEST_SUITE_P(Explain, Loss, testing::ValuesIn(losses),
                          [](const auto& each) { return std::string{each.param.name}; });
@@ -446,8 +397,8 @@ class Convert : public testing::TestWithParam<conversion> {};
 // Applications load each entry: what is there twice shows each camera twice.
 TEST(InstallationChecks, TellWhatAListOfProducersDoes) {
     namespace fs = std::filesystem;
-    char name[] = "/tmp/orv-test-XXXXXX";
-    const fs::path root = mkdtemp(name);
+    const test_support::temporary_folder temporary;
+    const auto& root = temporary.path;
     for (const char* file : {"a/orv-gentl-gev.cti", "b/orv-gentl-gev.cti", "c/other.cti", "c/other.txt"}) {
         fs::create_directories((root / file).parent_path());
         std::ofstream{root / file} << "x";
@@ -481,28 +432,26 @@ TEST(InstallationChecks, TellWhatAListOfProducersDoes) {
             EXPECT_EQ(findings[i].found, here(each.found[i].second));
         }
     }
-    fs::remove_all(root);
 }
 
 TEST_P(Convert, WritesThePictureOrRefuses) {
     const auto& [name, from, to, in, out] = GetParam();
-    const auto folder = std::filesystem::path{testing::TempDir()} / fmt::format("orv-convert-{}-{}", name, getpid());
-    std::filesystem::create_directories(folder);
+    const test_support::temporary_folder temporary;
+    const auto& folder = temporary.path;
     const auto source = folder / "in.raw", target = folder / "out.raw";
     std::ofstream{source, std::ios::binary} << in;
     const std::string command =
         fmt::format("'{}/orv-gentl' convert '{}' --from {} --to {} --width 2 --height 2 -o '{}' "
                     ">'{}/log' 2>&1",
                     ORV_BIN_DIR, source.string(), from, to, target.string(), folder.string());
-    const int status = std::system(command.c_str());
-    std::ifstream file{target, std::ios::binary};
-    const std::string written{std::istreambuf_iterator<char>{file}, {}};
-    EXPECT_EQ(status == 0, !out.empty());
-    EXPECT_EQ(written, out);
-    std::ifstream log{folder / "log"};
-    const std::string said{std::istreambuf_iterator<char>{log}, {}};
+    EXPECT_EQ(std::system(command.c_str()) == 0, !out.empty());
+    const auto content = [](const std::filesystem::path& path) {
+        std::ifstream file{path, std::ios::binary};
+        return std::string{std::istreambuf_iterator<char>{file}, {}};
+    };
+    EXPECT_EQ(content(target), out);
+    const std::string said = content(folder / "log");
     EXPECT_EQ(said.find("there is one to") != said.npos, std::string_view{name} == "never_through_grey") << said;
-    std::filesystem::remove_all(folder);
 }
 
 using namespace std::string_view_literals;

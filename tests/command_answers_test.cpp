@@ -1,5 +1,5 @@
 // The commands that say much: that their JSON follows the schema, and that what they say is so.
-#include "consumer_shell.h"
+#include "support/consumer_shell.h"
 
 #include <gmock/gmock.h>
 
@@ -8,21 +8,18 @@
 #include <fstream>
 #include <regex>
 
-using bench::test_bench;
+using namespace test_support;
 using cli::cause;
 using testing::HasSubstr;
 using namespace consumer;
 
 // One of each command that no row above has; what they answer is compared with the schema.
 TEST(CommandLine, EveryAnswerFollowsTheSchema) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240", "--device-version", "1.0.0"});
-    own.start_service();
+    small_system own{{"--device-version", "1.0.0"}};
     const std::string folder = own.folder();
     const std::string firmware = folder + "/new.fwpack", raw = folder + "/frame.raw", document = folder + "/d.xml";
-    bench::process package{
-        {ORV_BIN_DIR "/orv-gev-camera-sim", "--make-firmware", firmware, "--firmware-version", "2.0"},
-        folder + "/package"};
+    process package{{ORV_BIN_DIR "/orv-gev-camera-sim", "--make-firmware", firmware, "--firmware-version", "2.0"},
+                    folder + "/package"};
     ASSERT_EQ(package.wait(), 0);
     std::ofstream{raw} << std::string(64, 'x');
     std::ofstream{document} << "<R><Category Name=\"Root\"><pFeature>A</pFeature></Category>"
@@ -67,11 +64,11 @@ TEST(CommandLine, EveryAnswerFollowsTheSchema) {
 }
 
 TEST(CommandLine, WatchShowsWhoeverStreamsAndWhoIsHeld) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240", "--frame-rate", "50"});
-    own.start_camera({"--width", "320", "--height", "240", "--frame-rate", "50"});
+    test_system own;
+    own.start_camera(small({"--frame-rate", "50"}));
+    own.start_camera(small({"--frame-rate", "50"}));
     own.start_service();
-    const bench::open_camera holder{test_bench::serial(1)};
+    const open_camera holder{test_system::serial(1)};
     shell_line line{own, "exec '" + program + "' watch --json"};
     ASSERT_TRUE(line.process().wait_for_output("\"second\""));
     line.process().signal(SIGINT);
@@ -87,7 +84,7 @@ TEST(CommandLine, WatchShowsWhoeverStreamsAndWhoIsHeld) {
     EXPECT_EQ(sum["cameras"][1]["state"], "held") << sum;
     EXPECT_EQ(sum["cameras"][1]["temperature_c"], 41.5) << "it is read beside its holder: " << sum;
     // Stopped and given back.
-    const bench::open_camera next{holder, test_bench::serial(0)};
+    const open_camera next{holder, test_system::serial(0)};
     EXPECT_EQ(run(own, "orv-gentl get AcquisitionStatus --device CAM0").output, "false\n");
 
     shell_line gone{own, "exec '" + program + "' watch --json --device CAM1 --access readonly"};
@@ -98,7 +95,7 @@ TEST(CommandLine, WatchShowsWhoeverStreamsAndWhoIsHeld) {
 }
 
 TEST(CommandLine, APlanThatCannotBe) {
-    test_bench own;
+    test_system own;
     own.start_camera({"--width", "640", "--height", "480"});
     own.start_camera({"--width", "640", "--height", "480"});
     own.start_service();
@@ -108,16 +105,14 @@ TEST(CommandLine, APlanThatCannotBe) {
                       {"plan --link 200 --rate 90 --apply", cause::no, "It does not fit"}});
     EXPECT_EQ(run(own, "orv-gentl get DeviceLinkThroughputLimitMode --device CAM0").output, "Off\n")
         << "nothing is written";
-    const bench::open_camera holder{test_bench::serial(1)};
+    const open_camera holder{test_system::serial(1)};
     expect_rows(own, {{"plan --link 300 --apply", cause::busy, "Camera 'Orv-SimCam-CAM1' is in use"}});
     EXPECT_EQ(run(own, "orv-gentl get DeviceLinkThroughputLimitMode --device CAM0").output, "Off\n") << "all or none";
     EXPECT_EQ(run(own, "orv-gentl plan --link 300").exit_code, 0) << "cameras in use are read";
 }
 
 TEST(CommandLine, ASupportBundleHoldsWhatItSays) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_service();
+    small_system own;
     const std::string folder = own.folder(), archive = folder + "/bundle.tar.gz";
     const answer packed = run(own, "export HOME='" + folder +
                                        "' ORV_GENTL_GEV_DEBUG_FILE='/proc/none.log' GENICAM_GENTL64_PATH='" + folder +

@@ -1,5 +1,5 @@
 // The consumer for people in every situation that a line gets into: exit code, text and JSON, one row each.
-#include "consumer_shell.h"
+#include "support/consumer_shell.h"
 
 #include <gmock/gmock.h>
 
@@ -11,14 +11,14 @@
 #include <sstream>
 #include <thread>
 
-using bench::test_bench;
+using namespace test_support;
 using cli::cause;
 using testing::HasSubstr;
 using namespace consumer;
 using namespace std::chrono_literals;
 
 TEST(CommandLine, FaultsInTheArguments) {
-    const test_bench own;
+    const test_system own;
     expect_rows(own, {{"grab --frames 0", cause::arguments, "--frames"},
                       {"nonsense", cause::arguments, "nonsense"},
                       {"set Width 1 2", cause::arguments, "'Width' is no NAME=VALUE"},
@@ -36,7 +36,7 @@ TEST(CommandLine, FaultsInTheArguments) {
 }
 
 TEST(CommandLine, WithoutAService) {
-    const test_bench own;
+    const test_system own;
     const std::string folder = own.folder();
     const std::string socket = folder + "/orv-gentl-gev_service_pipe_1.3.1.860_rel";
     for (const char* line : {"list", "info", "features", "get Width", "set Width=1", "grab", "save file", "exec X"}) {
@@ -53,7 +53,7 @@ TEST(CommandLine, WithoutAService) {
 
 TEST(CommandLine, OfAnotherUser) {
     if (geteuid() != 0) GTEST_SKIP() << "takes root, to be somebody else";
-    test_bench own;
+    test_system own;
     own.start_service();
     // The folder is closed to all others; the answer's file was opened before.
     const answer refused = run(own, "setpriv --reuid 65534 --regid 65534 --clear-groups '" + program + "' list");
@@ -62,7 +62,7 @@ TEST(CommandLine, OfAnotherUser) {
 }
 
 TEST(CommandLine, WithoutACamera) {
-    test_bench own;
+    test_system own;
     own.start_service();
     expect_rows(own, {{"get Width", cause::no_camera, "No camera was found. 'orv-gentl doctor' tells why."},
                       {"info --device left", cause::no_camera, "so none is 'left'"},
@@ -75,7 +75,7 @@ TEST(CommandLine, WithoutACamera) {
 }
 
 TEST(CommandLine, TwoCamerasThatAreAlike) {
-    test_bench own;
+    test_system own;
     own.start_camera({"--user-name", "left"});
     own.start_camera({"--user-name", "left"});
     own.start_service();
@@ -96,13 +96,10 @@ TEST(CommandLine, TwoCamerasThatAreAlike) {
 }
 
 TEST(CommandLine, BesideAnotherController) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_service();
-    const bench::open_camera holder{test_bench::serial(0)};
+    small_system own;
+    const open_camera holder;
     expect_rows(own, {{"set Width=160", cause::busy, "Camera 'Orv-SimCam-CAM0' is in use"},
                       {"grab", cause::busy, "(pid " + std::to_string(getpid()) + ", running since 2"},
-                      {"exec AcquisitionStop", cause::busy, "gevdrv-status: ERR_GEV_STATUS_WRITE_PROTECT"},
                       {"get Width --access control", cause::busy, "'features' and 'describe' work beside it"}});
     EXPECT_EQ(run(own, "orv-gentl get Width").output, "320\n");
     EXPECT_EQ(run(own, "orv-gentl describe Width").exit_code, 0);
@@ -110,9 +107,7 @@ TEST(CommandLine, BesideAnotherController) {
 }
 
 TEST(CommandLine, FeaturesThatAreNotOrDoNot) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_service();
+    small_system own;
     expect_rows(own, {{"get Widht", cause::feature, "There is no feature 'Widht'. Did you mean 'Width"},
                       {"set Width=1", cause::feature, "It takes 8 to 2448 in steps of 8."},
                       {"set Width=wide", cause::feature, "'wide' is no integer for feature 'Width'"},
@@ -141,9 +136,7 @@ TEST(CommandLine, FeaturesThatAreNotOrDoNot) {
 
 // Alphabetically the value would come before its selector.
 TEST(CommandLine, SettingsOfAGrabKeepTheirOrder) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_service();
+    small_system own;
     const answer grabbed =
         run(own, "orv-gentl grab --frames 1 --quiet --set EventSelector=ExposureEnd --set EventNotification=On "
                  "--set Width=160 --set Width=200 --json");
@@ -153,9 +146,7 @@ TEST(CommandLine, SettingsOfAGrabKeepTheirOrder) {
 }
 
 TEST(CommandLine, OutputThatCannotBeWritten) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_service();
+    small_system own;
     const int expected = cli::row_of(cause::output).exit_code;
     const std::string pipe = own.folder() / "pipe";
     for (const std::string line : {"list", "info", "features", "get Width", "set Width=160", "save", "--help",
@@ -185,9 +176,7 @@ TEST(CommandLine, OutputThatCannotBeWritten) {
 
 TEST(CommandLine, AFullDiskEndsAGrabThatIsSummedUp) {
     if (geteuid() != 0) GTEST_SKIP() << "takes root, to mount a small disk";
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240", "--frame-rate", "100"});
-    own.start_service();
+    small_system own{{"--frame-rate", "100"}};
     const std::string disk = own.folder() / "disk";
     const answer full = run(
         own, "mkdir '" + disk + "'; unshare -m bash -c \"mount -t tmpfs -o size=200k none '" + disk +
@@ -212,7 +201,7 @@ namespace {
 struct end_of_a_run {
     const char* name;
     std::string options;
-    void (*strike)(test_bench& own, bench::process& consumer);
+    void (*strike)(test_system& own, process& consumer);
     cause why;
     std::string text;
     bool has_frames;
@@ -227,9 +216,7 @@ constexpr auto waiting = "--set TriggerSelector=FrameStart --set TriggerMode=On 
 // Whatever ends it: at once, with its cause, and with what had come.
 TEST_P(EndOfARun, IsToldWithWhatCame) {
     const auto& [name, options, strike, why, text, has_frames] = GetParam();
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_service();
+    small_system own;
     shell_line line{own, "exec '" + program + "' grab --json --frames 100000 --frame-timeout 600000 " + options};
     // The first progress is of the first frame, or of the first wait.
     for (int i = 0; i < 1000 && line.errors().find("/100000 frames") == std::string::npos; ++i)
@@ -244,7 +231,7 @@ TEST_P(EndOfARun, IsToldWithWhatCame) {
     EXPECT_EQ(object["interrupted"], why == cause::interrupted) << object;
     if (why != cause::interrupted) return;
     // Stopped and given back: the next one has it at once, in a camera that stands still.
-    const bench::open_camera next{test_bench::serial(0)};
+    const open_camera next;
     const auto status = run(own, "orv-gentl get AcquisitionStatus");
     EXPECT_EQ(status.output, "false\n") << status.errors;
 }
@@ -266,9 +253,9 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& chosen) { return std::string{chosen.param.name}; });
 
 TEST(CommandLine, NoFramesHaveAReason) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_camera({"--width", "320", "--height", "240", "--loss", "1"});
+    test_system own;
+    own.start_camera(small());
+    own.start_camera(small({"--loss", "1"}));
     own.start_service();
     const std::string first = "grab --quiet --frame-timeout 700 --device CAM0 ";
     expect_rows(
@@ -281,7 +268,7 @@ TEST(CommandLine, NoFramesHaveAReason) {
 }
 
 TEST(CommandLine, PicturesKeepTheirBits) {
-    test_bench own;
+    test_system own;
     own.start_camera({"--width", "64", "--height", "16", "--pixel-format", "Mono12"});
     own.start_camera({"--width", "64", "--height", "16", "--pixel-format", "Mono12p"});
     own.start_service();
@@ -325,9 +312,7 @@ TEST(CommandLine, PicturesKeepTheirBits) {
 }
 
 TEST(CommandLine, SettingsAreSavedComparedAndLoaded) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_service();
+    small_system own;
     const std::string file = "'" + (own.folder() / "saved.txt").string() + "'";
     ASSERT_EQ(run(own, "orv-gentl set EventSelector=Test 'EventNotification[EventSelector=ExposureEnd]=On' "
                        "EventSelector=Test Width=640 OffsetX=1000")
@@ -384,7 +369,7 @@ TEST(CommandLine, ThePageForUsersIsTrue) {
     for (const cli::cause_row& each : cli::all_causes()) {
         EXPECT_THAT(page, HasSubstr("| " + std::to_string(each.exit_code) + " | `" + each.name + "` |"));
     }
-    test_bench own;
+    test_system own;
     own.start_camera({"--width", "640", "--height", "480", "--user-name", "left"});
     own.start_camera({"--width", "640", "--height", "480", "--user-name", "right"});
     own.start_service();

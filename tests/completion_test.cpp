@@ -1,12 +1,12 @@
 // Completion in the shells themselves: what they make of a line and Tab.
-#include "consumer_shell.h"
+#include "support/consumer_shell.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
 #include <fstream>
 
-using bench::test_bench;
+using namespace test_support;
 using testing::HasSubstr;
 using namespace consumer;
 
@@ -47,9 +47,9 @@ print -r -- "$seen")";
 
 TEST_P(Completion, KnowsTheCamerasFeatures) {
     const auto& [name, asks] = GetParam();
-    test_bench own;
+    test_system own;
     if (run(own, std::string{"command -v "} + name).exit_code != 0) GTEST_SKIP() << name << " is not installed";
-    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_camera(small());
     own.start_service();
     std::ofstream{own.folder() / "script"} << asks;
     for (const auto& [line, wanted] : {std::pair{"orv-gentl set ExposureTi", "ExposureTime="},

@@ -1,5 +1,5 @@
 // The ways of common consumers, with both libraries.
-#include "bench.h"
+#include "support/test_system.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 #include <array>
 #include <thread>
 
-using bench::test_bench;
+using namespace test_support;
 using namespace GenTL;
 
 namespace {
@@ -18,23 +18,19 @@ class Consumers : public testing::TestWithParam<const char*> {};
 } // namespace
 
 TEST_P(Consumers, OpenByFallingAccessAndReadOnePortURL) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_service();
-    bench::open_camera camera{test_bench::serial(0), GetParam(), DEVICE_ACCESS_EXCLUSIVE};
+    small_system own;
+    open_camera camera{test_system::serial(0), GetParam(), DEVICE_ACCESS_EXCLUSIVE};
     const cli::gentl_library& lib = *camera.lib;
     EVENT_HANDLE module_event = nullptr;
     EXPECT_EQ(lib.GCRegisterEvent(camera.device->get(), EVENT_MODULE, &module_event), GC_ERR_SUCCESS);
     EXPECT_TRUE(camera.remote().url().find("local:") == 0 || camera.remote().url().find("Local:") == 0);
-    EXPECT_EQ(cli::require_integer(camera.remote(), "Width"), 320);
+    EXPECT_EQ(camera.integer("Width"), 320);
     EXPECT_EQ(lib.GCUnregisterEvent(camera.device->get(), EVENT_MODULE), GC_ERR_SUCCESS);
 }
 
 TEST_P(Consumers, StopWhileAnotherThreadWaits) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_service();
-    bench::open_camera camera{test_bench::serial(0), GetParam()};
+    small_system own;
+    open_camera camera{test_system::serial(0), GetParam()};
     camera.start();
     const cli::gentl_library& lib = *camera.lib;
     std::thread waiter{[&] {
@@ -42,7 +38,7 @@ TEST_P(Consumers, StopWhileAnotherThreadWaits) {
         }
     }};
     std::this_thread::sleep_for(std::chrono::milliseconds{100});
-    cli::execute(cli::require_node(camera.remote(), "AcquisitionStop"));
+    camera.execute("AcquisitionStop");
     EXPECT_EQ(lib.DSStopAcquisition(camera.stream->get(), ACQ_STOP_FLAGS_DEFAULT), GC_ERR_SUCCESS);
     EXPECT_EQ(lib.EventKill(camera.new_buffer), GC_ERR_SUCCESS);
     waiter.join();
@@ -51,16 +47,14 @@ TEST_P(Consumers, StopWhileAnotherThreadWaits) {
 }
 
 TEST_P(Consumers, ACamerasEventIsNoneOfTheModule) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_service();
-    bench::open_camera camera{test_bench::serial(0), GetParam()};
+    small_system own;
+    open_camera camera{test_system::serial(0), GetParam()};
     const cli::gentl_library& lib = *camera.lib;
     EVENT_HANDLE module_event = nullptr;
     ASSERT_EQ(lib.GCRegisterEvent(camera.device->get(), EVENT_MODULE, &module_event), GC_ERR_SUCCESS);
-    cli::set_from_text(cli::require_node(camera.remote(), "EventSelector"), "Test");
-    cli::set_from_text(cli::require_node(camera.remote(), "EventNotification"), "On");
-    cli::execute(cli::require_node(camera.remote(), "TestEventGenerate"));
+    camera.set("EventSelector", "Test");
+    camera.set("EventNotification", "On");
+    camera.execute("TestEventGenerate");
     std::array<std::byte, 1024> data;
     size_t size = data.size();
     EXPECT_EQ(lib.EventGetData(module_event, data.data(), &size, 500), GC_ERR_TIMEOUT);
@@ -71,10 +65,8 @@ INSTANTIATE_TEST_SUITE_P(Libraries, Consumers, testing::Values(ORV_CTI, ORV_MULT
                          [](const auto& chosen) { return chosen.index == 0 ? "plain" : "multipart"; });
 
 TEST(BufferParts, BuffersHaveOne) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_service();
-    bench::open_camera camera{test_bench::serial(0), ORV_MULTIPART_CTI};
+    small_system own;
+    open_camera camera{test_system::serial(0), ORV_MULTIPART_CTI};
     camera.start();
     void* file = dlopen(ORV_MULTIPART_CTI, RTLD_NOW | RTLD_LOCAL);
     auto* count_parts = reinterpret_cast<decltype(&DSGetNumBufferParts)>(dlsym(file, "DSGetNumBufferParts"));

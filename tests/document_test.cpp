@@ -1,13 +1,13 @@
 // The modules of the real library describe themselves to a consumer that knows only the standard.
 #include "../libs/genicam_lib/tests/log_capture.h"
-#include "bench.h"
-#include "document_rules.h"
+#include "support/document_rules.h"
+#include "support/test_system.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
 
-using bench::test_bench;
+using namespace test_support;
 
 namespace {
 
@@ -32,10 +32,8 @@ std::string write_back(GenICam::INode& node) {
 } // namespace
 
 TEST(Documents, EveryFeatureOfEveryModuleReadsAndWrites) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_service();
-    bench::open_camera camera{test_bench::serial(0)};
+    small_system own;
+    open_camera camera;
     camera.start();
     camera.stop();
     const std::pair<void*, const char*> modules[] = {{camera.system->get(), "system"},
@@ -71,10 +69,8 @@ TEST(Documents, EveryFeatureOfEveryModuleReadsAndWrites) {
 }
 
 TEST(Documents, KeepTheRulesOfTheStandard) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_service();
-    bench::open_camera camera{test_bench::serial(0)};
+    small_system own;
+    open_camera camera;
     camera.start(); // opens the stream module
     camera.stop();
     for (void* port : {camera.system->get(), camera.interface->get(), camera.device->get(), camera.stream->get()}) {
@@ -90,9 +86,7 @@ TEST(Documents, KeepTheRulesOfTheStandard) {
 }
 
 TEST(Documents, AreTheSameInEveryProcess) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_service();
+    small_system own;
     const auto url = [&](const char* module) {
         const auto run = own.run_consumer({"features", "--module", module, "--json"});
         const auto object = nlohmann::json::parse(run.output, nullptr, false);

@@ -1,11 +1,11 @@
 // What a consumer reads when things are not as they should be.
-#include "bench.h"
+#include "support/test_system.h"
 
 #include <gds_shared/product_constants.h>
 
 #include <gtest/gtest.h>
 
-using bench::test_bench;
+using namespace test_support;
 using namespace GenTL;
 
 namespace {
@@ -23,7 +23,7 @@ cli::call_failed failure_of(const std::function<void()>& action) {
 } // namespace
 
 TEST(Error, WithoutAServiceTheLibrarySaysSo) {
-    const test_bench own;
+    const test_system own;
     const auto lib = std::make_shared<const cli::gentl_library>(ORV_CTI);
     const auto failure = failure_of([&] { static_cast<void>(cli::open_system(lib)); });
     EXPECT_EQ(failure.code, GC_ERR_ACCESS_DENIED);
@@ -32,11 +32,9 @@ TEST(Error, WithoutAServiceTheLibrarySaysSo) {
 }
 
 TEST(Error, AccessModesAreKept) {
-    test_bench own;
-    own.start_camera();
-    own.start_service();
-    const std::string serial = test_bench::serial(0);
-    bench::open_camera first{serial, nullptr, DEVICE_ACCESS_EXCLUSIVE};
+    small_system own;
+    const std::string serial = test_system::serial(0);
+    open_camera first{serial, nullptr, DEVICE_ACCESS_EXCLUSIVE};
     // Another process asks for the same camera.
     const auto second = own.run_consumer({"features", "--device", serial, "--access", "exclusive", "--json"});
     EXPECT_EQ(second.exit_code, 8);
@@ -48,10 +46,8 @@ TEST(Error, AccessModesAreKept) {
 }
 
 TEST(Error, RegistersOfTheCameraAnswerWithItsStatus) {
-    test_bench own;
-    own.start_camera();
-    own.start_service();
-    bench::open_camera camera{test_bench::serial(0)};
+    small_system own;
+    open_camera camera;
     PORT_HANDLE port = nullptr;
     camera.lib->check("DevGetPort", camera.lib->DevGetPort(camera.device->get(), &port));
     PORT_HANDLE again = nullptr;

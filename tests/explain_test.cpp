@@ -1,8 +1,6 @@
 // Where packets are lost: each cause provoked with the real parts, and named. Triggers and cameras that come back.
-#include "bench.h"
-#include "two_hosts.h"
-
-#include <cli/failure.h>
+#include "support/consumer_shell.h"
+#include "support/two_hosts.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,17 +10,14 @@
 #include <unistd.h>
 
 #include <fstream>
-#include <iterator>
 #include <thread>
 
-using bench::test_bench;
-using bench::two_hosts;
+using namespace test_support;
+using namespace consumer;
 using testing::HasSubstr;
 using namespace std::chrono_literals;
 
 namespace {
-
-const std::string program = ORV_BIN_DIR "/orv-gentl";
 
 nlohmann::json json_of(const std::string& text) {
     auto object = nlohmann::json::parse(text, nullptr, false);
@@ -36,37 +31,13 @@ void expect_cause(nlohmann::json& result, const std::string& cause, const std::s
     EXPECT_THAT(result["explain"]["remedy"].get<std::string>(), HasSubstr(remedy)) << result["explain"];
 }
 
-// A shell's line whose error output is kept apart.
-class line {
-public:
-    line(const test_bench& own, const std::string& name, const std::string& command, int network = -1)
-        : errors_file(own.folder() / (name + ".err")),
-          child({"bash", "-c", command + " 2>'" + errors_file.string() + "'"}, own.folder() / (name + ".out"),
-                network) {}
-    [[nodiscard]] bool wait_for_errors(const std::string& text) const {
-        for (int i = 0; i < 3000 && errors().find(text) == std::string::npos; ++i) std::this_thread::sleep_for(10ms);
-        return errors().find(text) != std::string::npos;
-    }
-    [[nodiscard]] std::string errors() const {
-        std::ifstream file{errors_file};
-        return {std::istreambuf_iterator<char>{file}, {}};
-    }
-    bench::process& process() { return child; }
-
-private:
-    std::filesystem::path errors_file;
-    bench::process child;
-};
-
 const std::string small_buffer = "LD_PRELOAD='" ORV_SMALL_BUFFER "' ";
 const std::vector<std::string> large_pictures{"--width", "2448", "--height", "2048", "--frame-rate", "30"};
 
 } // namespace
 
 TEST(Explain, NothingLost) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_service();
+    small_system own;
     auto result = own.grab({"--frames", "10", "--explain"});
     expect_cause(result, "nothing", "");
     auto& seen = result["explain"]["evidence"];
@@ -79,7 +50,7 @@ TEST(Explain, NothingLost) {
 }
 
 TEST(Explain, ACameraThatDrops) {
-    test_bench own;
+    test_system own;
     own.start_camera(
         {"--width", "640", "--height", "480", "--frame-rate", "20", "--loss", "0.05", "--max-packet-size", "1500"});
     own.start_service();
@@ -93,28 +64,25 @@ TEST(Explain, ASocketBufferThatIsTooSmall) {
 #ifdef ORV_WITH_SANITIZER
     GTEST_SKIP() << "a sanitizer's runtime must be loaded first";
 #endif
-    test_bench own;
+    test_system own;
     own.start_camera(large_pictures);
     own.start_service();
-    line consumer{own, "consumer", small_buffer + "'" + program + "' grab --frames 30 --json --quiet --explain"};
-    // Beside it, the same from outside.
-    auto watch = own.start_consumer({"doctor", "--watch", "--json", "--interval", "0.2", "--count", "3"});
+    shell_line consumer{own, small_buffer + "'" + program + "' grab --frames 30 --json --quiet --explain"};
     consumer.process().wait();
     auto result = json_of(consumer.process().output());
     expect_cause(result, "socket_buffer", "sysctl net.core.rmem_max=");
     EXPECT_LE(result["explain"]["evidence"]["socket_buffer"], 64 << 10) << result;
     EXPECT_GT(result["explain"]["evidence"]["socket_drops"], 0) << result;
-    watch.wait();
 }
 
 TEST(Explain, AWatchBesideTheConsumer) {
 #ifdef ORV_WITH_SANITIZER
     GTEST_SKIP() << "a sanitizer's runtime must be loaded first";
 #endif
-    test_bench own;
+    test_system own;
     own.start_camera(large_pictures);
     own.start_service();
-    line consumer{own, "consumer", "exec env " + small_buffer + "'" + program + "' grab --frames 100000"};
+    shell_line consumer{own, "exec env " + small_buffer + "'" + program + "' grab --frames 100000"};
     ASSERT_TRUE(consumer.wait_for_errors("/100000 frames")) << consumer.errors();
     auto watch = own.start_consumer({"doctor", "--watch", "--json", "--interval", "0.2"});
     ASSERT_TRUE(watch.wait_for_output("\n")) << watch.output();
@@ -141,9 +109,7 @@ TEST(Explain, AWatchBesideTheConsumer) {
 }
 
 TEST(Explain, AConsumerThatHoldsItsBuffers) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240", "--frame-rate", "60"});
-    own.start_service();
+    small_system own{{"--frame-rate", "60"}};
     auto result = own.grab({"--frames", "10", "--buffers", "3", "--hold", "150", "--explain"});
     expect_cause(result, "consumer", "--buffers ");
     EXPECT_GT(result["explain"]["evidence"]["underruns"], 10) << result;
@@ -151,9 +117,7 @@ TEST(Explain, AConsumerThatHoldsItsBuffers) {
 
 // A path that carries less than the least that is looked for: pictures vanish, and so do large test packets.
 TEST(Explain, APathThatIsTooNarrow) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240", "--mtu", "1300"});
-    own.start_service();
+    small_system own{{"--mtu", "1300"}};
     auto result = own.grab({"--frames", "3", "--explain"});
     expect_cause(result, "path_mtu", "mtu 1500");
     EXPECT_EQ(result["explain"]["evidence"]["largest_test_packet"], 1300) << result;
@@ -163,9 +127,9 @@ TEST(Explain, AnInterfaceThatIsTooNarrow) {
     two_hosts hosts;
     if (!hosts.ready()) GTEST_SKIP() << hosts.why_not();
     hosts.set_mtu(1500, 1280);
-    test_bench own;
+    test_system own;
     own.spread_over(hosts.camera_side(), hosts.consumer_side(), two_hosts::net);
-    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_camera(small());
     own.start_service();
     auto result = own.grab({"--frames", "3", "--explain"});
     expect_cause(result, "path_mtu", "sudo ip link set cable mtu 1500");
@@ -181,15 +145,14 @@ TEST(Explain, AReceiveThreadThatIsStarved) {
     int processor = 0;
     while (!CPU_ISSET(processor, &all)) ++processor;
     const std::string there = "taskset -c " + std::to_string(processor) + ' ';
-    test_bench own;
+    test_system own;
     own.start_camera(large_pictures);
     own.start_service();
-    line consumer{own, "consumer",
-                  "exec " + there + "setpriv --bounding-set=-sys_nice --inh-caps=-sys_nice nice -n 19 '" + program +
-                      "' grab --json --frames 100000 --explain"};
+    shell_line consumer{own, "exec " + there + "setpriv --bounding-set=-sys_nice --inh-caps=-sys_nice nice -n 19 '" +
+                                 program + "' grab --json --frames 100000 --explain"};
     ASSERT_TRUE(consumer.wait_for_errors("/100000 frames")) << consumer.errors();
     {
-        std::vector<bench::process> others;
+        std::vector<process> others;
         for (int i = 0; i < 3; ++i) {
             // Bounded, should the test die.
             others.emplace_back(
@@ -208,9 +171,7 @@ TEST(Explain, AReceiveThreadThatIsStarved) {
 }
 
 TEST(Trigger, FramesComeAtTheRateAndTheCameraIsPutBack) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_service();
+    small_system own;
     ASSERT_EQ(own.run_consumer({"set", "TriggerSource=Action1", "TriggerSelector=FrameStart"}).exit_code, 0);
     auto result = own.grab({"--frames", "20", "--trigger", "50", "--verify"});
     EXPECT_EQ(result["verified"], true) << result;
@@ -222,7 +183,7 @@ TEST(Trigger, FramesComeAtTheRateAndTheCameraIsPutBack) {
 }
 
 TEST(Trigger, ACameraWithoutOneSaysWhatIsMissing) {
-    test_bench own;
+    test_system own;
     const std::string document = own.folder() / "plain.xml";
     std::ofstream{document}
         << R"(<RegisterDescription ModelName="M" VendorName="V" StandardNameSpace="None" SchemaMajorVersion="1"
@@ -239,43 +200,30 @@ TEST(Trigger, ACameraWithoutOneSaysWhatIsMissing) {
 TEST(Reconnect, WhatWentAndCameBackGoesOn) {
     for (const bool camera : {true, false}) {
         SCOPED_TRACE(camera ? "camera" : "service");
-        test_bench own;
-        own.start_camera({"--width", "320", "--height", "240", "--frame-rate", "50"});
-        own.start_service();
-        line consumer{own, "consumer",
-                      "exec '" + program + "' grab --json --verify --frames 300 --reconnect --set Width=160"};
-        ASSERT_TRUE(consumer.wait_for_errors("/300 frames")) << consumer.errors();
+        small_system own{{"--frame-rate", "50"}};
+        shell_line consumer{own,
+                            "exec '" + program + "' grab --json --verify --frames 120 --reconnect --set Width=160"};
+        ASSERT_TRUE(consumer.wait_for_errors("/120 frames")) << consumer.errors();
         auto& gone = camera ? own.camera(0) : own.service();
         gone.signal(SIGKILL);
         gone.wait();
         ASSERT_TRUE(consumer.wait_for_errors("Waiting for camera 'Orv-SimCam-CAM0'")) << consumer.errors();
-        std::unique_ptr<bench::process> again;
-        if (camera) {
-            const std::vector<std::string> command{ORV_BIN_DIR "/orv-gev-camera-sim",
-                                                   "--address",
-                                                   own.camera_address(0),
-                                                   "--serial",
-                                                   "CAM0",
-                                                   "--frame-rate",
-                                                   "50"};
-            again = std::make_unique<bench::process>(command, own.folder() / "again");
-        } else {
+        if (camera)
+            own.restart_camera(0, {"--frame-rate", "50"});
+        else
             own.start_service();
-        }
         EXPECT_EQ(consumer.process().wait(), 0) << consumer.errors();
         auto result = json_of(consumer.process().output());
         EXPECT_EQ(result["reconnects"], 1) << result;
-        EXPECT_EQ(result["frames_delivered"], 300) << result;
+        EXPECT_EQ(result["frames_delivered"], 120) << result;
         EXPECT_EQ(result["verified"], true) << result;
         EXPECT_EQ(own.run_consumer({"get", "Width"}).output, "160\n") << "set again";
     }
 }
 
 TEST(Reconnect, PatienceEnds) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240", "--frame-rate", "50"});
-    own.start_service();
-    line consumer{own, "consumer", "exec '" + program + "' grab --json --frames 100000 --reconnect 1"};
+    small_system own{{"--frame-rate", "50"}};
+    shell_line consumer{own, "exec '" + program + "' grab --json --frames 100000 --reconnect 1"};
     ASSERT_TRUE(consumer.wait_for_errors("/100000 frames")) << consumer.errors();
     own.camera(0).signal(SIGKILL);
     EXPECT_EQ(consumer.process().wait(), cli::row_of(cli::cause::lost).exit_code) << consumer.errors();
@@ -285,40 +233,34 @@ TEST(Reconnect, PatienceEnds) {
 
 // Two services, each with a folder and consumers of its own, and one camera.
 TEST(SecondService, IsToldAndNamedAsTheHolder) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_service();
+    small_system own;
     const std::string folder = own.folder() / "second";
     std::filesystem::create_directories(folder);
     const std::string there = "ORV_GENTL_RUNTIME_DIR='" + folder + "' ";
-    line second{own, "second",
-                "exec env " + there + "'" ORV_BIN_DIR "/orv-gentl-gev-service' --no-networks --discover " +
-                    own.camera_address(0)};
+    shell_line second{own, "exec env " + there + "'" ORV_BIN_DIR "/orv-gentl-gev-service' --no-networks --discover " +
+                               own.camera_address(0)};
     ASSERT_TRUE(second.process().wait_for_output("ready")) << second.errors();
     const std::string first = "Another service listens at '" + own.folder().string() + "/orv-gentl-gev_service_pipe";
     EXPECT_THAT(second.errors(), HasSubstr(first));
     EXPECT_THAT(second.errors(), HasSubstr("(pid " + std::to_string(own.service().pid()) + " of user "));
 
     // The same folder: refused, with who is there.
-    line third{own, "third", "'" ORV_BIN_DIR "/orv-gentl-gev-service' --no-networks"};
+    shell_line third{own, "'" ORV_BIN_DIR "/orv-gentl-gev-service' --no-networks"};
     EXPECT_NE(third.process().wait(), 0);
     EXPECT_THAT(third.errors(), HasSubstr("running already: it listens at '" + own.folder().string()));
     EXPECT_THAT(third.errors(), HasSubstr("(pid " + std::to_string(own.service().pid()) + " of user "));
 
-    line holder{own, "holder", "exec env " + there + "'" + program + "' grab --frames 100000"};
+    shell_line holder{own, "exec env " + there + "'" + program + "' grab --frames 100000"};
     ASSERT_TRUE(holder.wait_for_errors("/100000 frames")) << holder.errors();
     const std::string by = "orv-gentl-gev-service (pid " + std::to_string(second.process().pid()) + ", user ";
-    auto refused = json_of(own.run_consumer({"set", "Width=160", "--json"}).output);
+    auto refused = own.ask({"set", "Width=160"});
     EXPECT_EQ(refused["error"]["cause"], "busy") << refused;
     EXPECT_THAT(refused["error"].value("text", ""), HasSubstr(by));
     nlohmann::json listed;
-    for (int i = 0; i < 100 && (listed.is_null() || !listed["devices"][0].contains("holder")); ++i) {
-        listed = json_of(own.run_consumer({"list", "--json"}).output); // known with the next search
-        std::this_thread::sleep_for(50ms);
-    }
+    eventually([&] { return (listed = own.ask({"list"}))["devices"][0].contains("holder"); }); // with the next search
     EXPECT_THAT(listed["devices"][0].value("holder", ""), HasSubstr(by)) << listed;
     EXPECT_THAT(own.run_consumer({"list"}).output, HasSubstr("HELD BY"));
-    auto findings = json_of(own.run_consumer({"doctor", "--json"}).output);
+    auto findings = own.ask({"doctor"});
     std::string others;
     for (auto& each : findings["checks"])
         if (each["check"] == "other services on this host") others = each["found"];

@@ -1,5 +1,5 @@
 // Processes die in every order; no call may hang, and what is left must work.
-#include "bench.h"
+#include "support/test_system.h"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +11,7 @@
 #include <future>
 #include <thread>
 
-using bench::test_bench;
+using namespace test_support;
 using namespace GenTL;
 using namespace std::chrono_literals;
 
@@ -34,7 +34,7 @@ void must_end(const char* what, Work&& work) {
 }
 
 // As of a camera that is gone.
-void must_learn_of_the_loss(const bench::open_camera& camera, EVENT_HANDLE error_event) {
+void must_learn_of_the_loss(const open_camera& camera, EVENT_HANDLE error_event) {
     ErrorRecord record{};
     size_t size = sizeof record;
     must_end("the report of the loss",
@@ -63,7 +63,7 @@ int only_datagram_socket() {
 }
 
 // Tries again while the camera is in somebody's hands.
-nlohmann::json grab_when_free(test_bench& own, int attempts) {
+nlohmann::json grab_when_free(test_system& own, int attempts) {
     nlohmann::json result;
     for (int attempt = 0; attempt < attempts; ++attempt) {
         const auto run =
@@ -78,14 +78,11 @@ nlohmann::json grab_when_free(test_bench& own, int attempts) {
 } // namespace
 
 TEST(Fault, ServiceKilledWhileStreaming) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_service();
-    auto camera = std::make_unique<bench::open_camera>(test_bench::serial(0));
+    small_system own;
+    auto camera = std::make_unique<open_camera>();
     camera->start();
     ASSERT_TRUE(camera->next_frame(5000));
-    EVENT_HANDLE lost = nullptr;
-    camera->lib->check("GCRegisterEvent", camera->lib->GCRegisterEvent(camera->device->get(), EVENT_ERROR, &lost));
+    EVENT_HANDLE lost = camera->event_of(camera->device->get(), EVENT_ERROR);
     own.stop_service(SIGKILL);
     must_learn_of_the_loss(*camera, lost);
     must_end("a register access", [&] {
@@ -108,12 +105,9 @@ TEST(Fault, ServiceKilledWhileStreaming) {
 // One that is stopped keeps its sockets and memory; nothing breaks, it just never answers.
 TEST(Fault, ServiceStoppedWhileStreaming) {
     for (const bool only_close_the_library : {false, true}) {
-        test_bench own;
-        own.start_camera({"--width", "320", "--height", "240", "--frame-rate", "100", "--loss", "0.05", "--seed", "3"});
-        own.start_service();
-        bench::open_camera camera{test_bench::serial(0)};
-        EVENT_HANDLE lost = nullptr;
-        camera.lib->check("GCRegisterEvent", camera.lib->GCRegisterEvent(camera.device->get(), EVENT_ERROR, &lost));
+        small_system own{{"--frame-rate", "100", "--loss", "0.05", "--seed", "3"}};
+        open_camera camera;
+        EVENT_HANDLE lost = camera.event_of(camera.device->get(), EVENT_ERROR);
         camera.start();
         ASSERT_TRUE(camera.next_frame(5000));
         own.service().signal(SIGSTOP);
@@ -130,31 +124,10 @@ TEST(Fault, ServiceStoppedWhileStreaming) {
     }
 }
 
-TEST(Fault, ServiceKilledWhileAConsumerWaitsForAnEvent) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_service();
-    bench::open_camera camera{test_bench::serial(0)};
-    camera.start();
-    ASSERT_TRUE(camera.next_frame(5000));
-    cli::execute(cli::require_node(camera.remote(), "AcquisitionStop"));
-    while (camera.next_frame(200)) {
-    }
-    std::thread waiter{[&] { EXPECT_FALSE(camera.next_frame(GENTL_INFINITE)); }};
-    own.stop_service(SIGKILL);
-    std::this_thread::sleep_for(50ms);
-    EXPECT_EQ(camera.lib->EventKill(camera.new_buffer), GC_ERR_SUCCESS);
-    must_end("the wait for a buffer", [&] { waiter.join(); });
-    must_end("closing the library", [&] { EXPECT_EQ(camera.lib->GCCloseLib(), GC_ERR_SUCCESS); });
-}
-
 TEST(Fault, CameraKilledWhileStreaming) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_service();
-    bench::open_camera camera{test_bench::serial(0)};
-    EVENT_HANDLE lost = nullptr;
-    camera.lib->check("GCRegisterEvent", camera.lib->GCRegisterEvent(camera.device->get(), EVENT_ERROR, &lost));
+    small_system own;
+    open_camera camera;
+    EVENT_HANDLE lost = camera.event_of(camera.device->get(), EVENT_ERROR);
     camera.start();
     ASSERT_TRUE(camera.next_frame(5000));
     own.camera(0).signal(SIGKILL);
@@ -166,12 +139,9 @@ TEST(Fault, CameraKilledWhileStreaming) {
 
 // Something in the consumer's process closes a descriptor too many, and the stream's socket is no socket any more.
 TEST(Fault, StreamSocketTakenByTheConsumer) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_service();
-    bench::open_camera camera{test_bench::serial(0)};
-    EVENT_HANDLE told = nullptr;
-    camera.lib->check("GCRegisterEvent", camera.lib->GCRegisterEvent(camera.device->get(), EVENT_ERROR, &told));
+    small_system own;
+    open_camera camera;
+    EVENT_HANDLE told = camera.event_of(camera.device->get(), EVENT_ERROR);
     camera.start();
     ASSERT_TRUE(camera.next_frame(5000));
     const auto grabbing = [&] {
@@ -205,28 +175,13 @@ TEST(Fault, StreamSocketTakenByTheConsumer) {
 }
 
 TEST(Fault, ConsumerKilledWhileStreamingFreesTheCamera) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_service();
+    small_system own;
     auto victim = own.start_consumer({"grab", "--frames", "1000000", "--access", "exclusive", "--json", "--output",
                                       (own.folder() / "pictures").string()});
-    const auto deadline = std::chrono::steady_clock::now() + 10s;
-    while (!std::filesystem::exists(own.folder() / "pictures") && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(20ms);
-    }
-    ASSERT_TRUE(std::filesystem::exists(own.folder() / "pictures")) << "no frame came";
+    ASSERT_TRUE(eventually([&] { return std::filesystem::exists(own.folder() / "pictures"); })) << "no frame came";
     victim.signal(SIGKILL);
     EXPECT_EQ(victim.wait(), -SIGKILL);
     // At once: the service sees the end of the connection, nobody waits for the camera's heartbeat.
     auto result = grab_when_free(own, 5);
     EXPECT_EQ(result["verified"], true) << result;
-}
-
-TEST(Fault, DamagedDatagramsCostFramesAndNothingElse) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240", "--garbage", "0.05", "--truncate", "0.05", "--duplicate",
-                      "0.05", "--reorder", "0.05", "--seed", "7"});
-    own.start_service();
-    auto result = own.grab({"--frames", "60"});
-    EXPECT_EQ(result["frames_delivered"], 60) << result;
 }

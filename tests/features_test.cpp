@@ -1,6 +1,6 @@
 // Every feature of a camera read, and every writable one changed, read back from the device and restored: Debian's fake
 // camera, whose document is not ours, and our own.
-#include "bench.h"
+#include "support/test_system.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,7 +9,7 @@
 #include <set>
 #include <thread>
 
-using bench::test_bench;
+using namespace test_support;
 using namespace GenICam;
 using testing::Contains;
 using testing::ElementsAre;
@@ -143,7 +143,7 @@ void exercise(INode& node, INode& device, outcome& result) {
 
 using node_list = std::vector<INode*>;
 
-outcome exercise_all(bench::open_camera& camera, const node_list& nodes) {
+outcome exercise_all(open_camera& camera, const node_list& nodes) {
     outcome result;
     GenTL::PORT_HANDLE port = nullptr;
     camera.lib->check("DevGetPort", camera.lib->DevGetPort(camera.device->get(), &port));
@@ -156,10 +156,10 @@ outcome exercise_all(bench::open_camera& camera, const node_list& nodes) {
 
 #ifdef ORV_FAKE_CAMERA
 TEST(Features, OfAnIndependentCameraReadAndWrite) {
-    test_bench own{{"--discover", "127.0.0.1"}};
-    const bench::process fake{{ORV_FAKE_CAMERA, "-i", "127.0.0.1"}, own.folder() / "fake"};
+    test_system own{{"--discover", "127.0.0.1"}};
+    const process fake{{ORV_FAKE_CAMERA, "-i", "127.0.0.1"}, own.folder() / "fake"};
     own.start_service();
-    bench::open_camera camera{"GV01"};
+    open_camera camera{"GV01"};
     node_list nodes; // registers included, but for those of the service, which take only what their features may
     camera.remote().document().for_each_node([&](INode* node) {
         if (!node->get_name().starts_with("SoftwareRegister_")) nodes.push_back(node);
@@ -181,10 +181,10 @@ TEST(Features, OfAnIndependentCameraReadAndWrite) {
 #endif
 
 TEST(Features, OfOurOwnCameraReadAndWrite) {
-    test_bench own;
+    test_system own;
     own.start_camera();
     own.start_service();
-    bench::open_camera camera{test_bench::serial(0)};
+    open_camera camera;
     node_list nodes;
     for (INode* node : camera.remote().document().get_root_features()) {
         const std::string_view name = node->get_name();

@@ -1,5 +1,5 @@
 // New firmware for a camera: through the library and the service into the camera, and every way that it can fail.
-#include "bench.h"
+#include "support/test_system.h"
 
 #include <gtest/gtest.h>
 
@@ -10,53 +10,48 @@
 #include <fstream>
 #include <thread>
 
-using bench::test_bench;
+using namespace test_support;
 using namespace GenTL;
 
 namespace {
-
-bool holds(const std::string& text, const std::string& part) { return text.find(part) != text.npos; }
 
 class Firmware : public testing::Test {
 protected:
     std::string make(const std::string& name, std::vector<std::string> options = {}) {
         const std::string path = own.folder() / name;
         options.insert(options.begin(), {std::string{ORV_BIN_DIR} + "/orv-gev-camera-sim", "--make-firmware", path});
-        EXPECT_EQ(bench::process(options, own.folder() / (name + ".log")).wait(), 0);
+        EXPECT_EQ(process(options, own.folder() / (name + ".log")).wait(), 0);
         return path;
     }
     // An upload that takes a quarter of a minute unless something ends it.
     static std::vector<std::string> slowly() {
         return {"--width", "320", "--height", "240", "--pending-every", "5", "--pending-ms", "400"};
     }
-    [[nodiscard]] test_bench::run_result upload(const std::string& package) {
+    [[nodiscard]] test_system::run_result upload(const std::string& package) {
         return own.run_consumer({"firmware", package, "--json"});
     }
     [[nodiscard]] std::string version() {
-        const auto listed = nlohmann::json::parse(own.run_consumer({"list", "--json"}).output)["devices"];
+        const auto listed = own.ask({"list"})["devices"];
         return listed.empty() ? "none" : listed[0]["version"].get<std::string>();
     }
-    test_bench own;
+    test_system own;
 };
 
 // Until the first blocks are written.
-void await_upload(bench::process& consumer) {
-    ASSERT_TRUE(consumer.wait_for_output("%\nUploading:")) << consumer.output();
-}
+void await_upload(process& consumer) { ASSERT_TRUE(consumer.wait_for_output("%\nUploading:")) << consumer.output(); }
 
 } // namespace
 
 TEST_F(Firmware, GoesInAndTheInterfaceTellsHowFarItIs) {
-    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_camera(small());
     own.start_service();
     const auto package = make("new.fwpack", {"--firmware-version", "2.5.0"});
     EXPECT_EQ(version(), "1.0.0");
     std::vector<std::string> told;
     {
-        const bench::open_camera finder{test_bench::serial(0), nullptr, DEVICE_ACCESS_READONLY};
-        EVENT_HANDLE event = nullptr;
+        const open_camera finder{test_system::serial(0), nullptr, DEVICE_ACCESS_READONLY};
         const auto& lib = *finder.lib;
-        lib.check("GCRegisterEvent", lib.GCRegisterEvent(finder.interface->get(), EVENT_MODULE, &event));
+        const EVENT_HANDLE event = finder.event_of(finder.interface->get(), EVENT_MODULE);
         const auto done = upload(package);
         ASSERT_EQ(done.exit_code, 0) << done.output;
         EXPECT_EQ(nlohmann::json::parse(done.output)["state"], "Finished: version 2.5.0");
@@ -87,7 +82,7 @@ TEST_F(Firmware, GoesInAndTheInterfaceTellsHowFarItIs) {
 }
 
 TEST_F(Firmware, WhatIsNoneForTheCameraIsRefusedAndNothingIsLeftOpen) {
-    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_camera(small());
     own.start_service();
     const auto folder = own.folder();
     std::ofstream{folder / "empty.fwpack"};
@@ -114,7 +109,7 @@ TEST_F(Firmware, WhatIsNoneForTheCameraIsRefusedAndNothingIsLeftOpen) {
     EXPECT_FALSE(holds(unsent.output, "the package is for")) << "the words of an earlier refusal: " << unsent.output;
     const auto good = make("good.fwpack");
     {
-        const bench::open_camera other{test_bench::serial(0)};
+        const open_camera other;
         const auto refused = upload(good);
         EXPECT_EQ(refused.exit_code, 2);
         EXPECT_TRUE(holds(refused.output, "the camera cannot be held: Access denied")) << refused.output;
@@ -142,7 +137,7 @@ TEST_F(Firmware, OneAtATimeAndACameraThatGoesEndsIt) {
 
 // Whose last word is another's refusal has waited long enough.
 TEST_F(Firmware, AnUploadThatIsOverdueEndsWithWhatIsKnown) {
-    own.start_camera({"--width", "320", "--height", "240"});
+    own.start_camera(small());
     own.start_service();
     const auto package = make("new.fwpack");
     const auto other = make("other.fwpack", {"--model", "Other"});

@@ -1,7 +1,7 @@
 // The software features that the service adds to a camera's document, and the way of automatic values to the camera:
 // real service, simulated camera, the library by dlopen or the service's protocol spoken by the test.
-#include "bench.h"
-#include "raw_client.h"
+#include "support/raw_client.h"
+#include "support/test_system.h"
 
 #include <GenICam/log.h>
 
@@ -22,10 +22,10 @@
 #include <source_location>
 #include <thread>
 
-using bench::eventually;
-using bench::raw_client;
-using bench::test_bench;
-using bench::wire_bytes;
+using test_support::eventually;
+using test_support::raw_client;
+using test_support::test_system;
+using test_support::wire_bytes;
 using namespace GenICam;
 using testing::Contains;
 using testing::HasSubstr;
@@ -119,7 +119,7 @@ std::vector<std::string> feature_names(const IGenICamDoc& document) {
 }
 
 // The only camera's document as the library gets it.
-std::string document_of(bench::open_camera& camera) {
+std::string document_of(test_support::open_camera& camera) {
     GenTL::PORT_HANDLE port = nullptr;
     camera.lib->check("DevGetPort", camera.lib->DevGetPort(camera.device->get(), &port));
     unsigned long long address = 0, length = 0;
@@ -136,23 +136,23 @@ std::string document_of(bench::open_camera& camera) {
 class ImageFeatures : public testing::Test {
 protected:
     void start(std::vector<std::string> camera_options = {}) {
-        if (!own) own = std::make_unique<test_bench>(std::vector<std::string>{"--log-level", "3"});
+        if (!own) own = std::make_unique<test_system>(std::vector<std::string>{"--log-level", "3"});
         camera_options.insert(camera_options.end(), {"--width", "320", "--height", "240"});
         own->start_camera(camera_options);
         own->start_logged_service();
     }
     void start_with_document(const std::string& text) {
-        own = std::make_unique<test_bench>(std::vector<std::string>{"--log-level", "3"});
+        own = std::make_unique<test_system>(std::vector<std::string>{"--log-level", "3"});
         const auto path = own->folder() / "document.xml";
         std::ofstream{path, std::ios::binary} << text;
         start({"--document", path});
     }
     // The simulated camera's own document.
     static std::string own_document() {
-        test_bench other{{"--no-image-features"}};
+        test_system other{{"--no-image-features"}};
         other.start_camera({"--width", "320", "--height", "240"});
         other.start_service();
-        bench::open_camera camera{test_bench::serial(0)};
+        test_support::open_camera camera{test_system::serial(0)};
         return document_of(camera);
     }
     static uint64_t open(raw_client& with, uint32_t access) {
@@ -212,7 +212,7 @@ protected:
         EXPECT_EQ(write(software + function, uint32_t{1}), 0U);
     }
     void send_results() { EXPECT_TRUE(client->send_call(stream, "send_write_auto_values_cmd", {}, 1)); }
-    std::unique_ptr<test_bench> own; // made when no other is in use: the newest is the process's
+    std::unique_ptr<test_system> own; // made when no other is in use: the newest is the process's
     std::unique_ptr<raw_client> client;
     uint64_t device = 0;
     uint64_t stream = 0;
@@ -223,7 +223,7 @@ protected:
 
 TEST_F(ImageFeatures, AreFeaturesOfTheCameraAndKeepTheirLimits) {
     start({"--pixel-format", "BayerRG8"});
-    bench::open_camera camera{test_bench::serial(0)};
+    test_support::open_camera camera{test_system::serial(0)};
     const cli::node_map& nodes = camera.remote();
     const auto names = feature_names(nodes.document());
     for (const char* name :
@@ -308,10 +308,10 @@ TEST_F(ImageFeatures, RegistersTakeNothingElse) {
 TEST_F(ImageFeatures, TheDocumentIsMadeOnce) {
     for (const bool zipped : {false, true}) {
         SCOPED_TRACE(zipped);
-        test_bench each;
+        test_system each;
         each.start_camera(zipped ? std::vector<std::string>{"--zip"} : std::vector<std::string>{});
         each.start_service();
-        bench::open_camera camera{test_bench::serial(0)};
+        test_support::open_camera camera{test_system::serial(0)};
         const std::string text = document_of(camera);
         EXPECT_TRUE(text.ends_with("</RegisterDescription>\n")) << "the length in the URL is the document's";
         EXPECT_THAT(feature_names(camera.remote().document()), Contains("AutoExposure"));
@@ -338,7 +338,7 @@ TEST_F(ImageFeatures, ACamerasOwnFeaturesStayItsOwn) {
     text.insert(end, R"(<Integer Name="AutoExposure"><Value>17</Value></Integer>
 <Integer Name="SoftwareColorMatrixSelector"><Value>3</Value></Integer>)");
     start_with_document(text);
-    bench::open_camera camera{test_bench::serial(0)};
+    test_support::open_camera camera{test_system::serial(0)};
     const auto names = feature_names(camera.remote().document());
     EXPECT_EQ(text_of(camera.remote(), "AutoExposure"), "17");
     for (const char* name : {"AutoExposure", "AutoExposureMaximum", "AutoExposureCurrent", "SoftwareColorMatrixValue",
@@ -506,11 +506,11 @@ TEST_F(ImageFeatures, EachFeatureHasItsOwnPlace) {
     ASSERT_NE(end, text.npos);
     text.insert(end, R"(<Integer Name="Iris"><Value>3</Value><Min>-100</Min><Max>100</Max></Integer>
 <Integer Name="Focus"><Value>7</Value><Min>0</Min><Max>1000</Max></Integer>)");
-    own = std::make_unique<test_bench>(std::vector<std::string>{"--log-level", "3"});
+    own = std::make_unique<test_system>(std::vector<std::string>{"--log-level", "3"});
     const auto path = own->folder() / "document.xml";
     std::ofstream{path, std::ios::binary} << text;
     start({"--document", path, "--pixel-format", "BayerRG8"});
-    bench::open_camera camera{test_bench::serial(0)};
+    test_support::open_camera camera{test_system::serial(0)};
     const cli::node_map& nodes = camera.remote();
     const mapped_block shared{own->service().pid()};
     const auto flag = std::pair{"true", uint32_t{1}};
@@ -691,7 +691,7 @@ TEST_F(ImageFeatures, RawNumbersOfCameras) {
 // Of the three makers, and our own.
 TEST_F(ImageFeatures, MergedDocumentsLoadEverywhere) {
     const std::string own_text = own_document();
-    own = std::make_unique<test_bench>();
+    own = std::make_unique<test_system>();
     std::vector<std::filesystem::path> files{own->folder() / "own.xml"};
     std::ofstream{files[0], std::ios::binary} << own_text;
     if (const char* folder = std::getenv("ORV_TEST_DOCUMENTS")) {
@@ -700,10 +700,10 @@ TEST_F(ImageFeatures, MergedDocumentsLoadEverywhere) {
     }
     for (const auto& file : files) {
         SCOPED_TRACE(file.filename());
-        test_bench each;
+        test_system each;
         each.start_camera({"--document", file});
         each.start_service();
-        bench::open_camera camera{test_bench::serial(0)};
+        test_support::open_camera camera{test_system::serial(0)};
         const log_capture log;
         const IGenICamDoc& document = camera.remote().document();
         EXPECT_THAT(log.lines, IsEmpty());
@@ -712,7 +712,7 @@ TEST_F(ImageFeatures, MergedDocumentsLoadEverywhere) {
 #ifdef ORV_ARAVIS_LOAD
         const auto merged = each.folder() / "merged.xml";
         std::ofstream{merged, std::ios::binary} << document_of(camera);
-        bench::process load{{ORV_ARAVIS_LOAD, merged}, each.folder() / "aravis"};
+        test_support::process load{{ORV_ARAVIS_LOAD, merged}, each.folder() / "aravis"};
         EXPECT_EQ(load.wait(), 0) << load.output();
         EXPECT_THAT(load.output(), HasSubstr("\nSoftwareGamma\n"));
 #endif

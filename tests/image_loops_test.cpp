@@ -16,9 +16,9 @@
 #include <thread>
 #include <tuple>
 
-using bench::loop_sample;
-using bench::open_camera;
-using bench::test_bench;
+using test_support::loop_sample;
+using test_support::open_camera;
+using test_support::test_system;
 using samples = std::vector<loop_sample>;
 
 namespace {
@@ -28,12 +28,12 @@ constexpr size_t frames_per_pass = 3;
 
 struct loop {
     std::string name;
-    std::vector<std::string> scene; // the camera's options
-    bench::feature_values values;   // set in this order before the stream
+    std::vector<std::string> scene;      // the camera's options
+    test_support::feature_values values; // set in this order before the stream
     size_t frames = 0;
-    bench::picture_part part{}; // that is measured
-    std::string over{};         // a feature that ends the run when it is false or "Off"
-    samples seen{};             // afterwards
+    test_support::picture_part part{}; // that is measured
+    std::string over{};                // a feature that ends the run when it is false or "Off"
+    samples seen{};                    // afterwards
     std::string failure{};
 };
 
@@ -55,7 +55,7 @@ void write_table(const loop& each) {
 
 // All at once, each with a camera of its own.
 void run_all(std::vector<loop>& loops) {
-    test_bench own{{"--log-level", "3"}};
+    test_system own{{"--log-level", "3"}};
     for (const loop& each : loops) {
         std::vector<std::string> options{"--sensor-width", "320", "--sensor-height", "240",
                                          "--frame-rate",   "30",  "--pixel-format",  "BayerRG8"};
@@ -66,12 +66,12 @@ void run_all(std::vector<loop>& loops) {
     }
     own.start_service();
     std::vector<std::unique_ptr<open_camera>> cameras;
-    cameras.push_back(std::make_unique<open_camera>(test_bench::serial(0)));
+    cameras.push_back(std::make_unique<open_camera>(test_system::serial(0)));
     for (size_t i = 1; i < loops.size(); ++i) {
         // The first one is found before the others are.
         for (int tries = 50; cameras.size() == i; --tries) {
             try {
-                cameras.push_back(std::make_unique<open_camera>(*cameras[0], test_bench::serial(i)));
+                cameras.push_back(std::make_unique<open_camera>(*cameras[0], test_system::serial(i)));
             } catch (const std::runtime_error&) {
                 if (tries == 0) throw;
             }
@@ -81,14 +81,14 @@ void run_all(std::vector<loop>& loops) {
     for (size_t i = 0; i < loops.size(); ++i)
         threads.emplace_back([&each = loops[i], &camera = *cameras[i]] {
             try {
-                bench::set_features(camera, {{"SoftwareImageProcessingEnable", "true"}});
-                bench::set_features(camera, each.values);
+                test_support::set_features(camera, {{"SoftwareImageProcessingEnable", "true"}});
+                test_support::set_features(camera, each.values);
                 const auto over = [&] {
                     const std::string text = text_of(camera, each.over);
                     return text == "false" || text == "Off";
                 };
-                each.seen =
-                    bench::run_loop(camera, each.frames, each.part, each.over.empty() ? std::function<bool()>{} : over);
+                each.seen = test_support::run_loop(camera, each.frames, each.part,
+                                                   each.over.empty() ? std::function<bool()>{} : over);
             } catch (const std::exception& error) {
                 each.failure = error.what();
             }

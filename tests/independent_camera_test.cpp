@@ -1,15 +1,16 @@
 // A camera that is not ours: Debian's fake camera, grabbed through service and library.
-#include "bench.h"
+#include "support/test_system.h"
 
 #include <gtest/gtest.h>
 
 #include <thread>
 
+using namespace test_support;
 using namespace GenTL;
 
 TEST(IndependentCamera, IsFoundReadAndGrabbed) {
-    bench::test_bench own{{"--discover", "127.0.0.1"}};
-    const bench::process fake{{ORV_FAKE_CAMERA, "-i", "127.0.0.1"}, own.folder() / "fake"};
+    test_system own{{"--discover", "127.0.0.1"}};
+    const process fake{{ORV_FAKE_CAMERA, "-i", "127.0.0.1"}, own.folder() / "fake"};
     own.start_service();
     nlohmann::json list;
     for (int attempt = 0; attempt < 50; ++attempt) {

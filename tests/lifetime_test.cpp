@@ -1,5 +1,5 @@
 // Load, use, unload, again: nothing may be left in the consumer's process.
-#include "bench.h"
+#include "support/test_system.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-using bench::test_bench;
+using namespace test_support;
 
 namespace {
 
@@ -33,7 +33,7 @@ size_t mappings_of_shared_memory() {
 }
 
 void one_round(const char* cti) {
-    bench::open_camera camera{test_bench::serial(0), cti};
+    open_camera camera{test_system::serial(0), cti};
     camera.start();
     for (int i = 0; i < 10; ++i) ASSERT_TRUE(camera.next_frame(5000));
     camera.stop();
@@ -47,9 +47,7 @@ int64_t count_of(void* file, const char* function) {
 } // namespace
 
 TEST(Lifetime, TwentyRoundsLeaveNothing) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240", "--frame-rate", "200"});
-    own.start_service();
+    small_system own{{"--frame-rate", "200"}};
     one_round(ORV_CTI); // what the C library allocates once
     const size_t threads = entries_of("/proc/self/task");
     const size_t descriptors = entries_of("/proc/self/fd");
@@ -63,13 +61,11 @@ TEST(Lifetime, TwentyRoundsLeaveNothing) {
 }
 
 TEST(Lifetime, NothingIsOpenAfterAnOrderlyEnd) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_service();
+    small_system own;
     void* kept = dlopen(ORV_CTI, RTLD_NOW | RTLD_LOCAL); // the counts live as long as the mapping
     ASSERT_NE(kept, nullptr) << dlerror();
     {
-        bench::open_camera camera{test_bench::serial(0)};
+        open_camera camera;
         EXPECT_GE(count_of(kept, "HandleMapCount"), 3) << "system, interface, device";
         EXPECT_GE(count_of(kept, "ObjectTrackerCount"), 3);
     }
@@ -81,9 +77,7 @@ TEST(Lifetime, NothingIsOpenAfterAnOrderlyEnd) {
 
 TEST(Lifetime, SymbolsOfTheConsumerDoNotReachTheLibrary) {
     if (!std::string{ORV_SANITIZED}.empty()) GTEST_SKIP() << "sanitizers refuse RTLD_DEEPBIND";
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_service();
+    small_system own;
     void* deep = dlopen(ORV_CTI, RTLD_NOW | RTLD_DEEPBIND);
     ASSERT_NE(deep, nullptr) << dlerror();
     one_round(ORV_CTI); // the same mapping, bound deeply
@@ -91,11 +85,9 @@ TEST(Lifetime, SymbolsOfTheConsumerDoNotReachTheLibrary) {
 }
 
 TEST(Lifetime, AConsumerMayOnlyCloseTheLibrary) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_service();
+    small_system own;
     {
-        bench::open_camera camera{test_bench::serial(0)};
+        open_camera camera;
         camera.start();
         ASSERT_TRUE(camera.next_frame(5000));
         EXPECT_EQ(camera.lib->GCCloseLib(), GenTL::GC_ERR_SUCCESS);
@@ -107,14 +99,12 @@ TEST(Lifetime, AConsumerMayOnlyCloseTheLibrary) {
 
 // However a consumer's process ends, and whenever it closes the library in that: it ends, and by itself.
 TEST(Lifetime, AProcessEndsWhateverIsOpenAndWhoeverCloses) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240", "--frame-rate", "200"});
-    own.start_service();
+    small_system own{{"--frame-rate", "200"}};
     for (const std::string open : {"nothing", "system", "stream"}) {
         for (const std::string closer : {"early handler", "late handler", "global", "nobody", "unloading"}) {
             SCOPED_TRACE(open + " open, closed by " + closer);
-            bench::process consumer{
-                {std::string{ORV_BIN_DIR} + "/../tests/exit_consumer", ORV_CTI, test_bench::serial(0), open, closer},
+            process consumer{
+                {std::string{ORV_BIN_DIR} + "/../tests/exit_consumer", ORV_CTI, test_system::serial(0), open, closer},
                 own.folder() / (open + closer)};
             const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds{20};
             while (consumer.running() && std::chrono::steady_clock::now() < deadline) usleep(10000);
@@ -131,10 +121,8 @@ TEST(Lifetime, AProcessEndsWhateverIsOpenAndWhoeverCloses) {
 
 TEST(Lifetime, AForkedChildExits) {
     if (!std::string{ORV_SANITIZED}.empty()) GTEST_SKIP() << "sanitizers do not follow a fork of threads";
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240"});
-    own.start_service();
-    bench::open_camera camera{test_bench::serial(0)};
+    small_system own;
+    open_camera camera;
     camera.start();
     ASSERT_TRUE(camera.next_frame(5000));
     const pid_t child = fork();

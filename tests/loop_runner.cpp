@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <stdexcept>
 
-namespace bench {
+namespace test_support {
 
 using namespace GenTL;
 using namespace GenICam;
@@ -96,4 +96,4 @@ std::vector<loop_sample> run_loop(open_camera& camera, size_t frames, const pict
     return seen;
 }
 
-} // namespace bench
+} // namespace test_support

@@ -1,12 +1,12 @@
 // A consumer that looks at the pictures of a simulated camera with a scene, and at what the camera is set to.
 #pragma once
 
-#include "bench.h"
+#include "support/test_system.h"
 
 #include <array>
 #include <functional>
 
-namespace bench {
+namespace test_support {
 
 // In pixels; 0 wide: the whole picture.
 struct picture_part {
@@ -31,4 +31,4 @@ void set_features(open_camera& camera, const feature_values& values);
 [[nodiscard]] std::vector<loop_sample> run_loop(open_camera& camera, size_t frames, const picture_part& part = {},
                                                 const std::function<bool()>& over = {});
 
-} // namespace bench
+} // namespace test_support

@@ -1,6 +1,6 @@
 // The consumer for people, on cameras that the network has not made ready: what it says, and what mends it.
-#include "bench.h"
-#include "two_hosts.h"
+#include "support/test_system.h"
+#include "support/two_hosts.h"
 
 #include <gtest/gtest.h>
 
@@ -9,15 +9,8 @@
 
 #include <algorithm>
 
-using bench::test_bench;
-using bench::two_hosts;
+using namespace test_support;
 using namespace GenTL;
-
-namespace {
-
-bool holds(const std::string& text, const std::string& part) { return text.find(part) != text.npos; }
-
-} // namespace
 
 TEST(NetworkCommands, ACameraOnTheWrongSubnetIsNamedAndMended) {
     two_hosts hosts;
@@ -25,7 +18,7 @@ TEST(NetworkCommands, ACameraOnTheWrongSubnetIsNamedAndMended) {
     ASSERT_TRUE(hosts.run(hosts.camera_side(), {"ip", "address", "flush", "dev", "cable"}));
     for (const std::string which : {"all", "cable"})
         ASSERT_TRUE(hosts.run(hosts.consumer_side(), {"sysctl", "-qw", "net.ipv4.conf." + which + ".rp_filter=0"}));
-    test_bench own;
+    test_system own;
     own.spread_over(hosts.camera_side(), hosts.consumer_side(), "192.168.77.");
     own.start_camera({"--interface", "cable", "--width", "320", "--height", "240"});
     own.start_service_by_broadcast();
@@ -37,7 +30,7 @@ TEST(NetworkCommands, ACameraOnTheWrongSubnetIsNamedAndMended) {
     const auto refused = own.run_consumer({"get", "Width", "--json"});
     EXPECT_EQ(refused.exit_code, 2);
     EXPECT_TRUE(holds(refused.output, "Failed to open unreachable device.")) << refused.output;
-    const auto shown = nlohmann::json::parse(own.run_consumer({"ip", "show", "--json"}).output)["devices"];
+    const auto shown = own.ask({"ip", "show"})["devices"];
     ASSERT_EQ(shown.size(), 1U);
     EXPECT_EQ(shown[0]["reachable"], "Unreachable");
     EXPECT_EQ(shown[0]["address"], "192.168.77.10");
@@ -53,7 +46,7 @@ TEST(NetworkCommands, ACameraOnTheWrongSubnetIsNamedAndMended) {
     EXPECT_EQ(found.exit_code, 0) << found.output;
     const std::string address = nlohmann::json::parse(found.output)["address"];
     EXPECT_TRUE(address.starts_with("198.18.0.") && address != "198.18.0.44") << address;
-    const auto after = nlohmann::json::parse(own.run_consumer({"ip", "show", "--json"}).output)["devices"][0];
+    const auto after = own.ask({"ip", "show"})["devices"][0];
     EXPECT_EQ(after["reachable"], "Reachable");
     EXPECT_EQ(after["persistent_address"], address);
     EXPECT_EQ(after["persistent_on"], "true");
@@ -87,21 +80,18 @@ TEST(NetworkCommands, ACameraOnTheWrongSubnetIsNamedAndMended) {
     // The consumer does not know the interface's network, the service does: it is smaller than the mask says.
     const auto aside = own.run_consumer({"force-ip", "198.18.0.255", "--mask", "255.255.0.0", "--json"});
     EXPECT_TRUE(aside.exit_code == 2 && holds(aside.output, "set aside")) << aside.output;
-    EXPECT_EQ(nlohmann::json::parse(own.run_consumer({"ip", "show", "--json"}).output)["devices"][0]["address"],
-              address);
+    EXPECT_EQ(own.ask({"ip", "show"})["devices"][0]["address"], address);
     const auto kept = keep({"198.18.0.50", "--gateway", "198.18.0.7"});
     EXPECT_EQ(kept.exit_code, 0) << kept.output;
     EXPECT_EQ(nlohmann::json::parse(kept.output)["address"], "198.18.0.50");
-    const auto chosen = nlohmann::json::parse(own.run_consumer({"ip", "show", "--json"}).output)["devices"][0];
+    const auto chosen = own.ask({"ip", "show"})["devices"][0];
     EXPECT_EQ(chosen["persistent_address"], "198.18.0.50");
     EXPECT_EQ(chosen["persistent_mask"], "255.255.255.0");
     EXPECT_EQ(chosen["persistent_on"], "true");
 }
 
 TEST(NetworkCommands, EventsArePrintedWithTheFeaturesOfTheirPort) {
-    test_bench own;
-    own.start_camera({"--width", "320", "--height", "240", "--frame-rate", "50"});
-    own.start_service();
+    small_system own{{"--frame-rate", "50"}};
     const auto single = own.run_consumer(
         {"events", "--json", "--notify", "Test", "--exec", "TestEventGenerate", "--count", "1", "--wait", "5000"});
     ASSERT_EQ(single.exit_code, 0) << single.output;
@@ -118,18 +108,17 @@ TEST(NetworkCommands, EventsArePrintedWithTheFeaturesOfTheirPort) {
 }
 
 TEST(NetworkCommands, OneActionTriggersEveryCameraOnceAndWrongKeysNone) {
-    test_bench own;
+    test_system own;
     // Loopback is everybody's: the key is this process's.
     const std::string key = std::to_string(0x10000 + getpid());
     constexpr size_t count = 3;
     constexpr uint64_t frame_time = 200'000'000; // ticks, which are nanoseconds
-    for (size_t i = 0; i < count; ++i)
-        own.start_camera({"--width", "320", "--height", "240", "--frame-rate", "5", "--action-device-key", key});
+    for (size_t i = 0; i < count; ++i) own.start_camera(small({"--frame-rate", "5", "--action-device-key", key}));
     own.start_service();
-    std::vector<std::unique_ptr<bench::open_camera>> cameras;
+    std::vector<std::unique_ptr<open_camera>> cameras;
     for (size_t i = 0; i < count; ++i) {
-        cameras.push_back(i == 0 ? std::make_unique<bench::open_camera>(test_bench::serial(0))
-                                 : std::make_unique<bench::open_camera>(*cameras[0], test_bench::serial(i)));
+        cameras.push_back(i == 0 ? std::make_unique<open_camera>()
+                                 : std::make_unique<open_camera>(*cameras[0], test_system::serial(i)));
         auto& remote = cameras[i]->remote();
         for (const auto& [name, value] : {std::pair{"TriggerMode", "On"},
                                           {"TriggerSource", "Action1"},
@@ -173,9 +162,9 @@ TEST(NetworkCommands, OneActionTriggersEveryCameraOnceAndWrongKeysNone) {
     act(key, "77", "3");
     const auto [first, last] = std::ranges::minmax(next_frames(1));
     EXPECT_LT(last - first, frame_time);
-    const auto now_of = [&](bench::open_camera& camera) {
-        cli::execute(cli::require_node(camera.remote(), "GevTimestampControlLatch"));
-        return static_cast<uint64_t>(cli::require_integer(camera.remote(), "GevTimestampValue"));
+    const auto now_of = [&](open_camera& camera) {
+        camera.execute("GevTimestampControlLatch");
+        return static_cast<uint64_t>(camera.integer("GevTimestampValue"));
     };
     uint64_t latest = 0;
     for (const auto& camera : cameras) latest = std::max(latest, now_of(*camera));
@@ -190,13 +179,12 @@ TEST(NetworkCommands, OneActionTriggersEveryCameraOnceAndWrongKeysNone) {
 
 // A consumer that waits on module events is told of a camera that comes or goes; nobody asks meanwhile.
 TEST(ListChanges, ReachAConsumerThatWaits) {
-    test_bench own;
+    test_system own;
     own.start_camera();
     own.start_service();
-    const bench::open_camera first{test_bench::serial(0), nullptr, DEVICE_ACCESS_READONLY};
+    const open_camera first{test_system::serial(0), nullptr, DEVICE_ACCESS_READONLY};
     const auto& lib = *first.lib;
-    EVENT_HANDLE event = nullptr;
-    lib.check("GCRegisterEvent", lib.GCRegisterEvent(first.interface->get(), EVENT_MODULE, &event));
+    EVENT_HANDLE event = first.event_of(first.interface->get(), EVENT_MODULE);
     const auto told_after = [&](const char* what) {
         const auto begin = std::chrono::steady_clock::now();
         std::byte data[1024];
@@ -208,8 +196,8 @@ TEST(ListChanges, ReachAConsumerThatWaits) {
     own.camera(0).signal(SIGKILL);
     told_after("camera_gone");
     EXPECT_TRUE(cli::list_devices(lib, *first.interface, "lo", 200).empty());
-    const bench::process again({std::string{ORV_BIN_DIR} + "/orv-gev-camera-sim", "--address", own.camera_address(0)},
-                               own.folder() / "again");
+    own.camera(0).wait();
+    own.restart_camera(0);
     told_after("camera_back");
     EXPECT_EQ(cli::list_devices(lib, *first.interface, "lo", 200).size(), 1U);
     lib.check("GCUnregisterEvent", lib.GCUnregisterEvent(first.interface->get(), EVENT_MODULE));

@@ -1,7 +1,7 @@
 // Camera and consumer on two hosts: a cable with an MTU between two network namespaces.
-#include "bench.h"
-#include "frame_reader.h"
-#include "two_hosts.h"
+#include "support/frame_reader.h"
+#include "support/test_system.h"
+#include "support/two_hosts.h"
 
 #include <gtest/gtest.h>
 
@@ -10,8 +10,7 @@
 
 #include <thread>
 
-using bench::test_bench;
-using bench::two_hosts;
+using namespace test_support;
 
 namespace {
 
@@ -29,13 +28,6 @@ void PrintTo(const cable_case& given, std::ostream* out) { *out << given.name; }
 
 class Cable : public testing::TestWithParam<cable_case> {};
 
-nlohmann::json counted_by(bench::process& camera) {
-    camera.signal(SIGTERM);
-    camera.wait();
-    const std::string output = camera.output();
-    return nlohmann::json::parse(output.substr(output.find('{')), nullptr, false);
-}
-
 void expect_every_frame(const nlohmann::json& result, int frames) {
     EXPECT_EQ(result.value("verified", false), true) << result;
     EXPECT_EQ(result.value("frames_complete", 0), frames) << result;
@@ -51,7 +43,7 @@ TEST_P(Cable, TheLargestPacketIsFoundAndEveryFrameComes) {
     two_hosts hosts;
     if (!hosts.ready()) GTEST_SKIP() << hosts.why_not();
     hosts.set_mtu(given.camera_mtu, given.consumer_mtu);
-    test_bench own;
+    test_system own;
     own.spread_over(hosts.camera_side(), hosts.consumer_side(), two_hosts::net);
     std::vector<std::string> options{"--width", "640", "--height", "480", "--frame-rate", "6"};
     options.insert(options.end(), given.camera.begin(), given.camera.end());
@@ -63,48 +55,38 @@ TEST_P(Cable, TheLargestPacketIsFoundAndEveryFrameComes) {
     expect_every_frame(result, 20);
     EXPECT_GE(result.value("packet_size", 0), given.packet_size) << result;
     EXPECT_LE(result.value("packet_size", 0), given.packet_size + given.slack) << result;
-    const auto counted = counted_by(own.camera(0));
-    ASSERT_TRUE(counted.is_object());
+    const auto counted = own.end_camera(0);
     EXPECT_EQ(result.value("resend_packets_requested", -1), counted.value("resend_packets_requested", -2)) << counted;
     EXPECT_EQ(counted.value("packets_lost", 0) > 0, given.loses) << counted;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    TwoHosts, Cable,
-    testing::Values(cable_case{"mtu1500", 1500, 1500, 1500, {}}, cable_case{"mtu9000", 9000, 9000, 9000, {}},
-                    cable_case{"mtu4000", 4000, 4000, 4000, {}},
-                    cable_case{"mtu1510_is_left_out", 1510, 1510, 1500, {}},
-                    // The camera's own interface lets it go; it vanishes on the way.
-                    cable_case{"narrower_at_the_consumer", 9000, 4000, 4000, {}, false, 4},
-                    cable_case{"camera_with_a_smaller_maximum", 9000, 9000, 8000, {"--max-packet-size", "8000"}},
-                    cable_case{"extended_ids_loss",
-                               1500,
-                               1500,
-                               1500,
-                               {"--extended-ids", "--loss", "0.01", "--reorder", "0.05", "--seed", "5"},
-                               true},
-                    cable_case{"jumbo_loss_in_bursts",
-                               9000,
-                               9000,
-                               9000,
-                               {"--loss", "0.05", "--burst-length", "20", "--reorder", "0.05", "--seed", "6"},
-                               true},
-                    cable_case{"coalesced", 9000, 9000, 9000, {"--gso"}}),
-    [](const auto& chosen) { return std::string{chosen.param.name}; });
+INSTANTIATE_TEST_SUITE_P(TwoHosts, Cable,
+                         testing::Values(cable_case{"mtu1510_is_left_out", 1510, 1510, 1500, {}},
+                                         // The camera's own interface lets it go; it vanishes on the way.
+                                         cable_case{"narrower_at_the_consumer", 9000, 4000, 4000, {}, false, 4},
+                                         cable_case{"jumbo_loss_in_bursts",
+                                                    9000,
+                                                    9000,
+                                                    9000,
+                                                    {"--loss", "0.05", "--burst-length", "20", "--reorder", "0.05",
+                                                     "--seed", "6"},
+                                                    true},
+                                         cable_case{"coalesced", 9000, 9000, 9000, {"--gso"}}),
+                         [](const auto& chosen) { return std::string{chosen.param.name}; });
 
 // Each acquisition begins with the size that the one before it found, and looks again only when that fails.
 TEST(TwoHosts, AnMtuThatChangesBetweenAcquisitionsIsMet) {
     two_hosts hosts;
     if (!hosts.ready()) GTEST_SKIP() << hosts.why_not();
-    test_bench own;
+    test_system own;
     own.spread_over(hosts.camera_side(), hosts.consumer_side(), two_hosts::net);
     own.start_camera({"--width", "640", "--height", "480", "--frame-rate", "10"});
     own.start_service();
     // A consumer in this process: its thread, and those that the library starts from it, live in the namespace.
     std::thread consumer{[&] {
         ASSERT_EQ(setns(hosts.consumer_side(), CLONE_NEWNET), 0);
-        bench::open_camera camera{test_bench::serial(0)};
-        bench::frame_reader reader{camera, 8, false};
+        open_camera camera;
+        frame_reader reader{camera, 8, false};
         reader.allow_pauses();
         for (const auto& [mtu, packet_size] : {std::pair{9000, 9000}, {4000, 4000}, {1500, 1500}, {9000, 1500}}) {
             SCOPED_TRACE(mtu);
@@ -127,25 +109,13 @@ TEST(TwoHosts, AnMtuThatChangesBetweenAcquisitionsIsMet) {
 TEST(TwoHosts, CamerasAnswerABroadcast) {
     two_hosts hosts;
     if (!hosts.ready()) GTEST_SKIP() << hosts.why_not();
-    test_bench own;
+    test_system own;
     own.spread_over(hosts.camera_side(), hosts.consumer_side(), two_hosts::net);
-    own.start_camera({"--width", "320", "--height", "240", "--frame-rate", "10"});
-    own.start_camera({"--width", "320", "--height", "240", "--frame-rate", "10"});
+    own.start_camera(small({"--frame-rate", "10"}));
+    own.start_camera(small({"--frame-rate", "10"}));
     own.start_service_by_broadcast();
     for (size_t i = 0; i < 2; ++i) {
-        const auto result = own.grab({"--device", test_bench::serial(i), "--frames", "10", "--verify"});
+        const auto result = own.grab({"--device", test_system::serial(i), "--frames", "10", "--verify"});
         expect_every_frame(result, 10);
     }
-}
-
-// The kernel loses and reorders whatever the camera sends, acknowledges and resent packets among it.
-TEST(TwoHosts, AKernelThatLosesPackets) {
-    two_hosts hosts;
-    if (!hosts.ready()) GTEST_SKIP() << hosts.why_not();
-    if (!hosts.impair({"delay", "2ms", "loss", "0.5%", "reorder", "5%"})) GTEST_SKIP() << "this kernel has no netem";
-    test_bench own;
-    own.spread_over(hosts.camera_side(), hosts.consumer_side(), two_hosts::net);
-    own.start_camera({"--width", "640", "--height", "480", "--frame-rate", "6"});
-    own.start_service();
-    expect_every_frame(own.grab({"--frames", "20", "--verify"}), 20);
 }

@@ -1,6 +1,6 @@
 // Pictures that `orv-gentl grab --format` writes, from every format that the simulated camera sends, against what the
 // camera's pattern is made of.
-#include "bench.h"
+#include "support/test_system.h"
 
 #include <img_pipe/format.h>
 
@@ -13,6 +13,8 @@
 #include <fstream>
 #include <iterator>
 #include <string_view>
+
+using namespace test_support;
 
 namespace {
 
@@ -52,7 +54,7 @@ class GrabFormat : public testing::TestWithParam<const char*> {};
 
 TEST_P(GrabFormat, WritesThePatternFromEveryFormat) {
     const std::string target = GetParam();
-    bench::test_bench own;
+    test_system own;
     // In turn: a camera is free again only some time after a process that used it has ended.
     constexpr std::size_t cameras = 4;
     for (std::size_t i = 0; i < cameras; ++i)
@@ -60,7 +62,7 @@ TEST_P(GrabFormat, WritesThePatternFromEveryFormat) {
     own.start_service();
     std::vector<std::string> formats;
     {
-        bench::open_camera camera{bench::test_bench::serial(0)};
+        open_camera camera;
         const auto* node = camera.remote().document().find<GenICam::IEnumeration>("PixelFormat");
         ASSERT_NE(node, nullptr);
         for (const auto* entry : node->get_entries())
@@ -79,7 +81,7 @@ TEST_P(GrabFormat, WritesThePatternFromEveryFormat) {
         SCOPED_TRACE(format + " to " + target);
         const auto folder = own.folder() / (format + target);
         const auto result =
-            own.grab({"--device", bench::test_bench::serial((i + 1) % cameras), "--frames", "3", "--save", "3", "--set",
+            own.grab({"--device", test_system::serial((i + 1) % cameras), "--frames", "3", "--save", "3", "--set",
                       "PixelFormat=" + format, "--format", target, "--output", folder.string(), "--raw"});
         ASSERT_FALSE(result.value("files", nlohmann::json::array()).empty()) << result;
         const std::filesystem::path file = result["files"].back().at("path").get<std::string>();
@@ -115,5 +117,5 @@ TEST_P(GrabFormat, WritesThePatternFromEveryFormat) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Targets, GrabFormat, testing::Values("BGR8", "RGB8", "Mono8", "Mono16"),
+INSTANTIATE_TEST_SUITE_P(Targets, GrabFormat, testing::Values("BGR8", "Mono16"),
                          [](const auto& chosen) { return std::string{chosen.param}; });

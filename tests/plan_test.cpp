@@ -1,5 +1,5 @@
 // Several cameras on one link: what their bursts lose of each other, and that a plan ends it.
-#include "bench.h"
+#include "support/test_system.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 
 #include <fstream>
 
-using bench::test_bench;
+using namespace test_support;
 
 namespace {
 
@@ -21,7 +21,7 @@ constexpr int cameras = 3;
 // Cameras of one process behind a switch: three times 13 of 50 MB/s. Their frame rates are not alike, so that their
 // bursts meet within a few frames whatever their phases are, and part again.
 loss run_three_cameras(const std::vector<std::string>& plan) {
-    test_bench own;
+    test_system own;
     const std::string stats = own.folder() / "stats";
     own.start_camera({"--cameras", std::to_string(cameras), "--width", "640", "--height", "400", "--frame-rate", "40",
                       "--link", "400", "--link-buffer", "65536", "--no-resend", "--tick-frequency", "8000000",
@@ -36,11 +36,11 @@ loss run_three_cameras(const std::vector<std::string>& plan) {
     if (!plan.empty()) {
         EXPECT_EQ(own.run_consumer(plan).exit_code, 0);
     }
-    std::vector<bench::process> running;
+    std::vector<process> running;
     for (int i = 0; i < cameras; ++i)
         running.push_back(own.start_consumer({"grab", "--device", device(i), "--frames", "60", "--quiet", "--json"}));
     loss sum;
-    for (bench::process& each : running) {
+    for (process& each : running) {
         EXPECT_EQ(each.wait(), 0);
         auto result = nlohmann::json::parse(each.output(), nullptr, false);
         EXPECT_EQ(result["frames_delivered"], 60) << result;

@@ -1,11 +1,11 @@
 // A camera started again and again by its own commands while the library's acquisition goes on.
-#include "frame_reader.h"
+#include "support/frame_reader.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
-using bench::test_bench;
+using namespace test_support;
 using namespace GenTL;
 
 namespace {
@@ -26,16 +26,13 @@ class Restart : public testing::TestWithParam<restart_case> {};
 TEST_P(Restart, EveryFrameOfEveryRoundComes) {
     constexpr uint64_t rounds = 5;
     const restart_case& given = GetParam();
-    test_bench own;
-    std::vector<std::string> options{"--width", "320", "--height", "240"};
-    options.insert(options.end(), given.camera.begin(), given.camera.end());
+    std::vector<std::string> options = given.camera;
     // A frame has three frame times to be mended in: enough of them for a busy machine.
     const bool has_losses = std::ranges::find(given.camera, "--loss") != given.camera.end();
     options.insert(options.end(), {"--frame-rate", has_losses ? "20" : "60"});
-    own.start_camera(options);
-    own.start_service();
-    bench::open_camera camera{test_bench::serial(0)};
-    bench::frame_reader reader{camera, 12, false};
+    small_system own{options};
+    open_camera camera;
+    frame_reader reader{camera, 12, false};
     uint64_t seen = 0;
     uint64_t last_timestamp = 0;
     for (uint64_t round = 0; round < rounds; ++round) {
@@ -43,7 +40,7 @@ TEST_P(Restart, EveryFrameOfEveryRoundComes) {
         if (round == 0) {
             reader.start(given.stopped ? 0 : given.frames);
         } else {
-            cli::execute(cli::require_node(camera.remote(), "AcquisitionStart"));
+            camera.execute("AcquisitionStart");
         }
         const auto take = [&](uint64_t block, uint64_t patience_ms) {
             const auto frame = reader.next(patience_ms);
@@ -58,7 +55,7 @@ TEST_P(Restart, EveryFrameOfEveryRoundComes) {
         };
         for (uint64_t block = 1; block <= given.frames; ++block) ASSERT_TRUE(take(block, 3000)) << block;
         if (!given.stopped) continue;
-        cli::execute(cli::require_node(camera.remote(), "AcquisitionStop"));
+        camera.execute("AcquisitionStop");
         for (uint64_t block = given.frames + 1; take(block, 200); ++block) {
         }
     }
@@ -68,10 +65,7 @@ TEST_P(Restart, EveryFrameOfEveryRoundComes) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Commands, Restart,
-                         testing::Values(restart_case{"single_frame", {}, 1, false},
-                                         restart_case{"single_frame_without_resends", {"--no-resend"}, 1, false},
-                                         restart_case{"multi_frame", {}, 4, false},
-                                         restart_case{"multi_frame_without_resends", {"--no-resend"}, 4, false},
+                         testing::Values(restart_case{"single_frame_without_resends", {"--no-resend"}, 1, false},
                                          restart_case{"multi_frame_with_losses",
                                                       {"--loss", "0.01", "--max-packet-size", "1500", "--seed", "7"},
                                                       10,

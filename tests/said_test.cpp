@@ -1,6 +1,6 @@
 // What the programs say: who connects, what is found and lost, what is wrong with their options and files.
-#include "bench.h"
-#include "raw_client.h"
+#include "support/raw_client.h"
+#include "support/test_system.h"
 
 #include <gtest/gtest.h>
 
@@ -12,14 +12,10 @@
 #include <fstream>
 #include <thread>
 
-using bench::eventually;
-using bench::raw_client;
-using bench::wire_bytes;
+using namespace test_support;
 using namespace std::chrono_literals;
 
 namespace {
-
-bool holds(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
 // Output and errors of a command that ends by itself.
 std::pair<int, std::string> run(const std::string& command) {
@@ -32,7 +28,7 @@ std::pair<int, std::string> run(const std::string& command) {
 
 class Said : public testing::Test {
 protected:
-    bench::test_bench own{{"--log-level", "0"}};
+    test_system own{{"--log-level", "0"}};
     std::unique_ptr<raw_client> connect(const std::string& name = "raw") {
         return std::make_unique<raw_client>(own.folder(), name);
     }
@@ -86,7 +82,7 @@ TEST_F(Said, WhatIsSearchedFoundOpenedAndLost) {
     auto by_hand = connect("by hand");
     static_cast<void>(by_hand->call(0, "create_service_instance"));
     {
-        bench::open_camera camera{bench::test_bench::serial(0)};
+        open_camera camera;
         EXPECT_TRUE(eventually([&] { return holds(own.logged(), client + " opened device 'Orv-SimCam-CAM0'."); }));
         own.camera(0).signal(SIGKILL);
         own.camera(0).wait();
@@ -101,24 +97,6 @@ TEST_F(Said, WhatIsSearchedFoundOpenedAndLost) {
     }
     by_hand.reset();
     EXPECT_TRUE(eventually([&] { return holds(own.logged(), "Client 'by hand' left."); }));
-}
-
-// Nobody answers for this camera, and nobody waits for it any more.
-TEST_F(Said, WhatWasAskedForACameraIsGivenUpWithItsClient) {
-    own.start_camera();
-    own.start_logged_service();
-    auto client = connect();
-    const uint64_t service = client->object(0, "create_service_instance");
-    const uint64_t interface = client->object(service, "open_interface", wire_bytes{}.put_text("lo").str());
-    ASSERT_NE(interface, 0U);
-    constexpr uint64_t mac = 0x02000000ABCD;
-    constexpr uint32_t address = 0x7FEEDD05;
-    ASSERT_TRUE(client->send_call(interface, "send_force_ip",
-                                  wire_bytes{}.put(mac).put(address).put(0xFF000000U).put(0U).str()));
-    ASSERT_TRUE(eventually([&] { return holds(own.logged(), "Camera 02000000ABCD on lo is told to take "); }));
-    client.reset();
-    EXPECT_TRUE(eventually([&] { return holds(own.logged(), "Camera 02000000ABCD did not come to "); }));
-    EXPECT_TRUE(holds(own.logged(), ": Operation canceled")) << own.logged();
 }
 
 // A client that leaves closes its channel and then its queues. The service, held up meanwhile, sees both at once.

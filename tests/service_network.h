@@ -2,7 +2,7 @@
 #pragma once
 
 #include "../libs/service-base/tests/support.h"
-#include "two_hosts.h"
+#include "support/two_hosts.h"
 
 #include <camera_sim/camera.h>
 #include <gvcp/discovery.h>
@@ -17,12 +17,10 @@
 #include <optional>
 #include <thread>
 
-namespace bench {
+namespace test_support {
 
 using gvcp_master::discovery;
 using std::chrono::milliseconds;
-
-using test_support::eventually;
 
 class ServiceNetwork : public testing::Test {
 protected:
@@ -74,4 +72,4 @@ inline std::optional<discovery::found_device> find(const discovery& finder, uint
     return {};
 }
 
-} // namespace bench
+} // namespace test_support

@@ -12,7 +12,7 @@
 
 namespace {
 
-using namespace bench;
+using namespace test_support;
 
 constexpr uint32_t camera_there = 0xC0A84D05; // 192.168.77.5
 constexpr uint32_t camera_here = 0x0A632705;  // 10.99.39.5

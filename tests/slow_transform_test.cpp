@@ -1,13 +1,13 @@
 // A transform that takes longer than a frame of the camera: what the two ways of delivering make of it. Real library,
 // service and simulated camera.
-#include "bench.h"
+#include "support/test_system.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <fstream>
 
-using bench::test_bench;
+using namespace test_support;
 using namespace GenTL;
 
 namespace {
@@ -22,7 +22,7 @@ protected:
     void start(const char* rate, const char* queue_mode) {
         own.start_camera({"--width", "1024", "--height", "1024", "--pixel-format", "BayerRG8", "--frame-rate", rate});
         own.start_service();
-        camera = std::make_unique<bench::open_camera>(test_bench::serial(0));
+        camera = std::make_unique<open_camera>();
         device = std::make_unique<cli::node_map>(*camera->lib, camera->device->get());
         set(*device, "ImageTransformQueueMode", queue_mode);
         // The plainest loops on one thread, through colours and back.
@@ -77,8 +77,8 @@ protected:
         return false;
     }
 
-    test_bench own;
-    std::unique_ptr<bench::open_camera> camera;
+    test_system own;
+    std::unique_ptr<open_camera> camera;
     std::unique_ptr<cli::node_map> device, stream;
 };
 

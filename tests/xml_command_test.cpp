@@ -1,12 +1,12 @@
 // `orv-gentl xml`: a document without a device, as text and as JSON, and what is said about files that are no use.
-#include "bench.h"
+#include "support/test_system.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
 
-using bench::test_bench;
+using namespace test_support;
 using testing::ContainsRegex;
 using testing::HasSubstr;
 
@@ -34,7 +34,7 @@ protected:
     }
     std::string zipped(const std::string& name, const std::string& source) {
         const auto path = own.folder() / name;
-        bench::process zip{{"/usr/bin/zip", "-q", "-j", path, source}, own.folder() / "zip-output"};
+        process zip{{"/usr/bin/zip", "-q", "-j", path, source}, own.folder() / "zip-output"};
         EXPECT_EQ(zip.wait(), 0);
         return path;
     }
@@ -52,7 +52,7 @@ protected:
         return nodes;
     }
 
-    test_bench own;
+    test_system own;
     const std::string plain = file("camera.xml", document);
     const std::string memory = file("memory", std::string_view{"\0\0\0\0\x07\0\0\0hello\0\0\0", 16});
 };

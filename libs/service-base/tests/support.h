@@ -31,10 +31,10 @@ public:
     runtime_folder() { setenv("ORV_GENTL_RUNTIME_DIR", path.c_str(), 1); }
 };
 
-// False when it is not so after half a minute: a test that waits for ever has failed.
+// False when it is not so after the time: a test that waits for ever has failed.
 template <class Condition>
-[[nodiscard]] bool eventually(Condition&& condition) {
-    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds{30};
+bool eventually(Condition&& condition, std::chrono::milliseconds limit = std::chrono::seconds{30}) {
+    const auto until = std::chrono::steady_clock::now() + limit;
     while (!condition()) {
         if (std::chrono::steady_clock::now() >= until) return false;
         std::this_thread::sleep_for(std::chrono::milliseconds{5});

@@ -1,0 +1,140 @@
+// Calls between a real client and the real serving end, over real sockets and shared memory.
+#include "../../../../libs/service-base/tests/support.h"
+
+#include <ipc_rpc/catalogue.h>
+#include <ipc_rpc/rpc_client.h>
+#include <rpc_server/rpc_server.h>
+
+#include <gds_shared/gigecam_error.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+using namespace ipc_rpc;
+
+namespace {
+
+using echo = remote_function<"echo", byte_vector(byte_vector)>;
+using add = remote_function<"add", std::uint64_t(std::uint64_t, std::uint32_t)>;
+using refuse = remote_function<"refuse", void()>;
+using make_object = remote_function<"make_object", client_object_handle()>;
+using touch = remote_function<"touch", std::uint32_t()>;
+using missing = remote_function<"missing", void()>;
+
+struct object {
+    explicit object(std::atomic<int>& count) : alive(count) { ++alive; }
+    ~object() { --alive; }
+    std::atomic<int>& alive;
+};
+
+template <class T>
+using answer = std::expected<T, std::error_code>;
+
+class Call : public testing::Test {
+protected:
+    Call() {
+        register_error_category(gds_shared::gigecam_error_category(), category_id_gigecam);
+        auto started = service::rpc_server::start({"pipe", std::nullopt}, [this] { return make_table(); });
+        EXPECT_TRUE(started) << started.error().message();
+        server = std::move(*started);
+    }
+
+    object_function_table_root make_table() {
+        object_function_table_root table;
+        EXPECT_FALSE(
+            echo::serve(table, [](rpc_call_context&, byte_vector bytes) -> answer<byte_vector> { return bytes; }));
+        EXPECT_FALSE(add::serve(
+            table, [](rpc_call_context&, std::uint64_t a, std::uint32_t b) -> answer<std::uint64_t> { return a + b; }));
+        EXPECT_FALSE(refuse::serve(table, [](rpc_call_context&) -> answer<void> {
+            return std::unexpected(make_error_code(gds_shared::gigecam_errc::busy));
+        }));
+        EXPECT_FALSE(make_object::serve(table, [this](rpc_call_context& context) -> answer<registered_object> {
+            const auto handle =
+                context.connection->register_object(object_entry::owning("thing", std::make_shared<object>(alive)));
+            return registered_object{*handle};
+        }));
+        EXPECT_FALSE(touch::serve<object>(table, "thing", [](object& self, rpc_call_context&) -> answer<std::uint32_t> {
+            return static_cast<std::uint32_t>(self.alive.load());
+        }));
+        return table;
+    }
+
+    static client_object_handle connect(client::client_instance& instance) {
+        auto connected = instance.connect("test", {"pipe", "test"}, {}, {});
+        EXPECT_TRUE(connected) << connected.error().message();
+        return connected ? client_object_handle::global(*connected) : client_object_handle{};
+    }
+
+    const test_support::runtime_folder folder;
+    std::atomic<int> alive{0};
+    std::unique_ptr<service::rpc_server> server;
+};
+
+} // namespace
+
+TEST_F(Call, BlocksOfEverySizeComeBackWhole) {
+    client::client_instance instance;
+    const auto global = connect(instance);
+    for (const std::size_t size : {0, 1, 3995, 3996, 3997, 4068, 4069, 9000, 1000000}) {
+        byte_vector bytes(size);
+        for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<std::byte>(i * 7);
+        const auto back = global.invoke<echo>(bytes);
+        ASSERT_TRUE(back) << size;
+        EXPECT_EQ(*back, bytes) << size;
+    }
+    EXPECT_EQ(global.invoke<add>(std::uint64_t{40}, 2U), 42U);
+}
+
+TEST_F(Call, ErrorsKeepTheirCategory) {
+    client::client_instance instance;
+    const auto global = connect(instance);
+    EXPECT_EQ(global.invoke<refuse>().error(), make_error_code(gds_shared::gigecam_errc::busy));
+    EXPECT_EQ(global.invoke<missing>().error(), make_error_code(status::function_not_found));
+    const client_object_handle unknown{std::weak_ptr<rpc_connection_client>{}, 77};
+    EXPECT_EQ(unknown.invoke<touch>().error(), make_error_code(status::connection_closed));
+}
+
+TEST_F(Call, ManyThreadsCallAtOnce) {
+    client::client_instance instance;
+    const auto global = connect(instance);
+    std::vector<std::thread> threads;
+    for (std::uint32_t t = 0; t < 8; ++t) {
+        threads.emplace_back([&, t] {
+            for (std::uint64_t i = 0; i < 200; ++i) EXPECT_EQ(global.invoke<add>(i, t), i + t);
+            const byte_vector large(20000, static_cast<std::byte>(t));
+            for (int i = 0; i < 5; ++i) EXPECT_EQ(global.invoke<echo>(large), large);
+        });
+    }
+    for (auto& thread : threads) thread.join();
+}
+
+TEST_F(Call, ObjectsLiveAsLongAsTheirLastHandle) {
+    client::client_instance instance;
+    const auto global = connect(instance);
+    {
+        auto first = global.invoke<make_object>();
+        ASSERT_TRUE(first);
+        const auto copy = *first;
+        first->reset();
+        EXPECT_EQ(copy.invoke<touch>(), 1U);
+        EXPECT_EQ(alive, 1);
+    }
+    // Closing waits for the answer; the thread that served the last call may still let go of the object.
+    EXPECT_TRUE(test_support::eventually([&] { return alive == 0; }));
+}
+
+TEST_F(Call, WithoutAServiceConnectFailsAtOnce) {
+    server.reset();
+    client::client_instance instance;
+    const auto connected = instance.connect("test", {"pipe", "test"}, {}, {});
+    ASSERT_FALSE(connected);
+    EXPECT_EQ(connected.error(), std::errc::no_such_file_or_directory);
+}
+
+TEST_F(Call, ASecondServiceIsRefused) {
+    const auto second = service::rpc_server::start({"pipe", std::nullopt}, [] { return object_function_table_root{}; });
+    ASSERT_FALSE(second);
+    EXPECT_EQ(second.error(), std::errc::address_in_use);
+}
