@@ -11,7 +11,7 @@ namespace cli {
 using namespace GenTL;
 
 camera_watch::camera_watch(const found_devices& found, const device_entry& chosen,
-                           std::shared_ptr<const tl_interface> interface, DEVICE_ACCESS_FLAGS access)
+                           const std::shared_ptr<const tl_interface>& interface, DEVICE_ACCESS_FLAGS access)
     : library(found.lib), lib(*library), name(chosen.id) {
     try {
         device = open_chosen(found, chosen, interface, access);

@@ -20,8 +20,8 @@ public:
     };
 
     // Opens the camera and starts it; one that is in use is opened read only. Throws what neither can.
-    camera_watch(const found_devices& found, const device_entry& chosen, std::shared_ptr<const tl_interface> interface,
-                 GenTL::DEVICE_ACCESS_FLAGS access);
+    camera_watch(const found_devices& found, const device_entry& chosen,
+                 const std::shared_ptr<const tl_interface>& interface, GenTL::DEVICE_ACCESS_FLAGS access);
     ~camera_watch(); // as stop(), whose reason is lost
     camera_watch(const camera_watch&) = delete;
     camera_watch& operator=(const camera_watch&) = delete;

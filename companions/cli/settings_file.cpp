@@ -223,6 +223,7 @@ std::vector<difference> compare_settings(const node_map& nodes, const std::vecto
 std::vector<difference> load_settings(const node_map& nodes, const std::vector<setting>& saved) {
     kept_selectors kept{nodes};
     std::vector<const setting*> due;
+    due.reserve(saved.size());
     for (const setting& each : saved) due.push_back(&each);
     std::map<const setting*, std::string> reasons;
     constexpr int passes = 2;

@@ -112,6 +112,7 @@ private:
 
     [[nodiscard]] std::vector<figures> counted() const {
         std::vector<figures> all;
+        all.reserve(cameras.size());
         for (const auto& each : cameras) all.push_back(each->counted());
         return all;
     }

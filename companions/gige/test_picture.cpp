@@ -91,7 +91,7 @@ std::vector<std::byte> render(const picture_format& format, std::string_view sam
                 holding = true;
             } else {
                 const unsigned low = format.bits - 8U;
-                const uint64_t mask = (1U << low) - 1;
+                const uint64_t mask = (1U << low) - 1; // NOLINT(clang-analyzer-core.BitwiseShift): 10 or 12 bits
                 bits.put(held >> low, 8);
                 bits.put((held & mask) | (value & mask) << 4, 8);
                 bits.put(value >> low, 8);

@@ -89,7 +89,7 @@ stream_asio_thread::open_stream_socket(const asio::ip::address_v4& local_address
                                                                  0x00, 0xFF, 0x00, 0x00, 0x0A, 0x00};
     socket.send_to(asio::buffer(open_firewall), remote, 0, error);
     if (error) return std::unexpected(error);
-    const asio::ip::udp::endpoint bound = socket.local_endpoint(error);
+    asio::ip::udp::endpoint bound = socket.local_endpoint(error);
     if (error) return std::unexpected(error);
     return bound;
 }

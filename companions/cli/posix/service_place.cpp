@@ -11,8 +11,10 @@
 #include <system_error>
 #include <vector>
 
+#include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -62,6 +64,17 @@ int try_connect(const std::string& path) {
     const int descriptor = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
     if (descriptor < 0) return errno;
     const int error = connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ? 0 : errno;
+    close(descriptor);
+    return error;
+}
+
+// 0 when there is room for a connection's two queues and their packets, else errno.
+int try_shared_memory() {
+    const std::string name = fmt::format("/orv-gentl-room-{}", getpid());
+    const int descriptor = shm_open(name.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (descriptor < 0) return errno;
+    shm_unlink(name.c_str());
+    const int error = posix_fallocate(descriptor, 0, 256 * 1024);
     close(descriptor);
     return error;
 }
@@ -127,9 +140,13 @@ std::string why_no_service(const std::string& reason) {
         return fmt::format("The service of {} does not let {} in: {}. {}", owner, user_text(geteuid()),
                            text_of(refused), way_in(found));
     if (refused != 0) return fmt::format("The service's socket {} cannot be used: {}.", where, text_of(refused));
-    return fmt::format("A service of {} listens {} and does not answer as it should: it may not let {} in, have too "
-                       "many clients, or share no memory with this process (/dev/shm, in a container that of its "
-                       "host: --ipc host); its log tells.",
+    if (const int lacking = try_shared_memory(); lacking != 0)
+        return fmt::format("Library and service talk through shared memory, and none is to be had in '/dev/shm': {}.\n"
+                           "Make room there: df /dev/shm; where it is no file system in memory: "
+                           "mount -t tmpfs -o mode=1777 tmpfs /dev/shm; in a container: --ipc host, or --shm-size 64m.",
+                           text_of(lacking));
+    return fmt::format("A service of {} listens {} and does not answer as it should: it may not let {} in, or have too "
+                       "many clients; its log tells.",
                        owner, where, user_text(geteuid()));
 }
 

@@ -259,7 +259,8 @@ merge_result merge_features(std::string_view document, const camera_abilities& c
         genicam_gen::write_node(record, description.append_child("Category"));
     own.root.append_child("pFeature").text().set(std::string{root_text.name}.c_str());
 
-    if (pugi::xml_node first = xml.first_child(); first.type() == pugi::node_declaration && first.attribute("encoding"))
+    if (const pugi::xml_node first = xml.first_child();
+        first.type() == pugi::node_declaration && first.attribute("encoding"))
         first.attribute("encoding").set_value("utf-8"); // as it is written
     return {genicam_gen::serialize_to_string(xml), {}};
 }

@@ -152,8 +152,8 @@ GC_ERROR handle_call(std::string_view function, spdlog::source_loc where, Handle
     return exported_call(
         function, where, in,
         [&] {
-            Error error = resolve_handle(handle, held);
-            return error.failed() ? error : call(*held.object);
+            if (Error error = resolve_handle(handle, held); error.failed()) return error;
+            return call(*held.object);
         },
         out, quiet);
 }

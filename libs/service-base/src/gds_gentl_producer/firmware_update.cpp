@@ -67,7 +67,7 @@ Error producer_interface_base::upload_firmware() {
 
     firmware_upload_locked = true;
     const auto accepted =
-        service_handle().invoke<catalogue::firmware_package_upload>(device->id, std::move(*package), std::string{}, 0U);
+        service_handle().invoke<catalogue::firmware_package_upload>(device->id, *package, std::string{}, 0U);
     firmware_upload_locked = false;
     return accepted ? success() : to_gentl_error(accepted.error(), "firmware_package_upload");
 }

@@ -18,7 +18,8 @@ double read_double_or(const property_store_ro& store, const std::string& key, do
 
 std::string read_string_or(const property_store_ro& store, const std::string& key, std::string value) {
     std::string found;
-    return store.read_string(key, found) ? value : found;
+    if (store.read_string(key, found)) return value;
+    return found;
 }
 
 bool read_bool_or(const property_store_ro& store, const std::string& key, bool value) {

@@ -42,7 +42,7 @@ compiled_formula_data& compiled_formula_data::operator=(compiled_formula_data&& 
 bool compiled_formula_data::append(const token& next) {
     if (count == maximum_size) return false;
     if (count == capacity) {
-        auto larger = std::make_unique_for_overwrite<token[]>(capacity * 2);
+        auto larger = std::make_unique_for_overwrite<token[]>(std::size_t{capacity} * 2);
         std::copy(begin(), end(), larger.get());
         heap = std::move(larger);
         capacity *= 2;
