@@ -168,7 +168,6 @@ TEST(StreamThread, FlushHandsBackAndWaitsAndNothingHangsAfterTheEnd) {
     own.sut->stop();
     own.sut->flush();
     EXPECT_FALSE(own.sut->get_resend_params());
-    EXPECT_FALSE(own.sut->operation_10(0));
     own.sut->stop();
 }
 
