@@ -1,21 +1,6 @@
 // From XML to nodes: which element becomes what, what is found by name, what a faulty document leaves behind.
-#include "support.h"
+#include "script.h"
 
-#include "genicam_boolean.h"
-#include "genicam_category.h"
-#include "genicam_command.h"
-#include "genicam_converter.h"
-#include "genicam_enumeration.h"
-#include "genicam_float.h"
-#include "genicam_float_reg.h"
-#include "genicam_int_reg.h"
-#include "genicam_integer.h"
-#include "genicam_masked_int_reg.h"
-#include "genicam_port.h"
-#include "genicam_register.h"
-#include "genicam_string.h"
-#include "genicam_stringreg.h"
-#include "genicam_swissknife.h"
 #include "impl/element_view.h"
 
 #include <pugixml.hpp>
@@ -23,80 +8,47 @@
 namespace GenICam::testing {
 namespace {
 
-struct class_case {
-    const char* name;
-    const char* element;
-    const char* children;
-    bool (*is_expected)(IEval*);
-};
-
-template <class T>
-bool is(IEval* eval) {
-    return dynamic_cast<T*>(eval) != nullptr;
+TEST(Build, MakesANodeOfEachElement) {
+    for (const auto& [element, type] :
+         std::initializer_list<std::pair<std::string, NodeType_t>>{{"Integer", NodeType_t::Integer},
+                                                                   {"IntConverter", NodeType_t::Integer},
+                                                                   {"IntSwissKnife", NodeType_t::Integer},
+                                                                   {"IntReg", NodeType_t::Integer},
+                                                                   {"MaskedIntReg", NodeType_t::Integer},
+                                                                   {"StructEntry", NodeType_t::Integer},
+                                                                   {"Float", NodeType_t::Float},
+                                                                   {"Converter", NodeType_t::Float},
+                                                                   {"SwissKnife", NodeType_t::Float},
+                                                                   {"FloatReg", NodeType_t::Float},
+                                                                   {"Boolean", NodeType_t::Boolean},
+                                                                   {"Command", NodeType_t::Command},
+                                                                   {"Enumeration", NodeType_t::Enumeration},
+                                                                   {"Category", NodeType_t::Category},
+                                                                   {"String", NodeType_t::String},
+                                                                   {"StringReg", NodeType_t::String},
+                                                                   {"Register", NodeType_t::Register},
+                                                                   {"Port", NodeType_t::Port}}) {
+        const document sut{element + " N: Value 1"};
+        ASSERT_NE(sut.doc->find_node("N"), nullptr) << element;
+        EXPECT_EQ(sut.doc->find_node("N")->node_type(), type) << element;
+        EXPECT_EQ(sut.doc->find_node("N", type), sut.doc->find_node("N")) << element;
+        const NodeType_t other = type == NodeType_t::Float ? NodeType_t::Integer : NodeType_t::Float;
+        EXPECT_EQ(sut.doc->find_node("N", other), nullptr) << element;
+    }
 }
 
-constexpr const char* register_head = "<Address>0</Address><Length>4</Length>";
-
-const class_case class_cases[] = {
-    {"IntConverter", "IntConverter", "", is<impl::int_converter_type>},
-    {"IntSwissKnife", "IntSwissKnife", "", is<impl::int_swissknife_type>},
-    {"Converter", "Converter", "", is<impl::float_converter_type>},
-    {"SwissKnife", "SwissKnife", "", is<impl::float_swissknife_type>},
-    {"Category", "Category", "", is<impl::category_type>},
-    {"IntegerConstant", "Integer", "<Value>1</Value><ImposedAccessMode>RO</ImposedAccessMode>",
-     is<impl::integer_constant_value_type>},
-    {"IntegerValue", "Integer", "<Value>1</Value>", is<impl::integer_floating_value_type>},
-    {"IntegerValueImposedWO", "Integer", "<Value>1</Value><ImposedAccessMode>WO</ImposedAccessMode>",
-     is<impl::integer_floating_value_type>},
-    {"IntegerValueBeatsPValue", "Integer", "<pValue>A</pValue><Value>1</Value>", is<impl::integer_floating_value_type>},
-    {"IntegerCopy", "Integer", "<pValue>A</pValue><pValueCopy>B</pValueCopy><pIndex>C</pIndex>",
-     is<impl::integer_pValueCopy_type>},
-    {"IntegerIndexBeatsPValue", "Integer", "<pValue>A</pValue><pIndex>B</pIndex>", is<impl::integer_pIndex_type>},
-    {"IntegerPValue", "Integer", "<pValue>A</pValue>", is<impl::integer_pValue_type>},
-    {"FloatConstant", "Float", "<Value>1</Value><ImposedAccessMode>RO</ImposedAccessMode>",
-     is<impl::float_constant_value_type>},
-    {"FloatValue", "Float", "<Value>1</Value><pIndex>B</pIndex>", is<impl::float_floating_value_type>},
-    {"FloatIndex", "Float", "<pIndex>B</pIndex><pValue>A</pValue>", is<impl::float_pIndex_type>},
-    {"FloatPValue", "Float", "<pValue>A</pValue>", is<impl::float_pValue_type>},
-    {"BooleanPValueBeatsValue", "Boolean", "<Value>1</Value><pValue>A</pValue>", is<impl::boolean_pValue_type>},
-    {"BooleanValue", "Boolean", "<Value>1</Value>", is<impl::boolean_Value_type>},
-    {"CommandValueBeatsPValue", "Command", "<pValue>A</pValue><Value>1</Value>", is<impl::command_Value_type>},
-    {"CommandPValue", "Command", "<pValue>A</pValue>", is<impl::command_pValue_type>},
-    {"EnumerationValue", "Enumeration", "<pValue>A</pValue><Value>1</Value>", is<impl::enumeration_Value_type>},
-    {"EnumerationPValue", "Enumeration", "<pValue>A</pValue>", is<impl::enumeration_pValue_type>},
-    {"String", "String", "", is<impl::string_type>},
-    {"FloatRegConst", "FloatReg", register_head, is<impl::float_reg_type_const_address>},
-    {"FloatRegDynLength", "FloatReg", "<Address>0</Address><pLength>A</pLength>", is<impl::float_reg_type_dyn>},
-    {"FloatRegNoLength", "FloatReg", "<Address>0</Address>", is<impl::float_reg_type_dyn>},
-    {"IntRegConst", "IntReg", register_head, is<impl::int_reg_type_const_address>},
-    {"IntRegPAddress", "IntReg", "<Address>0</Address><Length>4</Length><pAddress>A</pAddress>",
-     is<impl::int_reg_type_dyn>},
-    {"IntRegIndex", "IntReg", "<Address>0</Address><Length>4</Length><pIndex>A</pIndex>", is<impl::int_reg_type_dyn>},
-    {"IntRegKnife", "IntReg", "<Address>0</Address><Length>4</Length><IntSwissKnife Name=\"K\"/>",
-     is<impl::int_reg_type_dyn>},
-    {"IntRegNoAddress", "IntReg", "<Length>4</Length>", is<impl::int_reg_type_dyn>},
-    {"Register", "Register", "", is<impl::register_type>},
-    {"MaskedConst", "MaskedIntReg", "<Address>0</Address>", is<impl::masked_int_reg_type_const_address>},
-    {"MaskedConstWithPLength", "MaskedIntReg", "<Address>0</Address><pLength>A</pLength>",
-     is<impl::masked_int_reg_type_const_address>},
-    {"MaskedDyn", "MaskedIntReg", "<pAddress>A</pAddress>", is<impl::masked_int_reg_type_dyn_address>},
-    {"StringReg", "StringReg", register_head, is<impl::string_reg_type>},
-    {"StructEntry", "StructEntry", "", is<impl::struct_entry_type>},
-    {"Port", "Port", "", is<impl::port_device_type>},
+const script_case precedence[] = {
+    {"ANumbersOwnValueThenTheIndexThenTheTarget",
+     "Integer A: Value 1 | Integer B: Value 2 | Integer V: pValue A, Value 7 | Integer X: pValue A, pIndex B, "
+     "ValueDefault 9"
+     " | Integer Copy: pValue A, pValueCopy B, pIndex B | Float F: Value 1.5, pIndex B, ValueDefault 9"
+     " | Float G: pIndex B, pValue A, ValueDefault 9 | Enumeration E: EnumEntry@On {Value 4}, pValue A, Value 4",
+     {"V = 7", "V := 8", "A = 1", "X = 9", "F = 1.5", "G = 9", "E = On", "Copy := 5", "A = 5", "B = 5"}},
+    {"AMaskedRegisterTakesNoLengthFromANode",
+     "Integer L: Value 8 | MaskedIntReg R: Address 0, pLength L, LSB 31, MSB 24",
+     {"[0] := 01 02 03 04 05 06 07 08", "R = 4"}},
 };
-
-class NodeClass : public ::testing::TestWithParam<class_case> {};
-
-TEST_P(NodeClass, IsChosenByTheChildren) {
-    const auto& [name, element, children, is_expected] = GetParam();
-    const std::string tag{element};
-    const document sut{"<" + tag + " Name=\"N\">" + children + "</" + tag + ">"};
-    INode* node = sut.doc->find_node("N");
-    ASSERT_NE(node, nullptr);
-    EXPECT_TRUE(is_expected(node->as_eval()));
-}
-
-INSTANTIATE_TEST_SUITE_P(All, NodeClass, ::testing::ValuesIn(class_cases), case_name{});
+INSTANTIATE_TEST_SUITE_P(Precedence, Document, ::testing::ValuesIn(precedence), case_name{});
 
 TEST(ElementNames, AreToldApartFromEverythingNearThem) {
     using impl::tag;
@@ -145,8 +97,7 @@ TEST(Build, GroupsAndStructuresAreWalkedThrough) {
 
 TEST(Build, KnivesInsideRegistersAreNodes) {
     for (const std::string element : {"FloatReg", "IntReg", "Register", "MaskedIntReg", "StringReg", "StructEntry"}) {
-        const document sut{"<" + element + " Name=\"R\"><Address>0</Address><IntSwissKnife Name=\"K\">" +
-                           "<Formula>40 + 2</Formula></IntSwissKnife></" + element + ">"};
+        const document sut{element + " R: Address 0, IntSwissKnife@K {Formula 40 + 2}"};
         EXPECT_THAT(sut.integer("K").get_val(0), Gives(42)) << element;
     }
 }
@@ -219,17 +170,9 @@ TEST(Build, NamesTakenKeepTheFirstAndPortsAreFoundAnyway) {
     EXPECT_EQ(nodes, 4);
 }
 
-TEST(Build, FindByTypeAsksForTheType) {
-    const document sut{"<Float Name=\"X\"><Value>1</Value></Float>"};
-    EXPECT_EQ(sut.doc->find_node("X", NodeType_t::Integer), nullptr);
-    EXPECT_NE(sut.doc->find_node("X", NodeType_t::Float), nullptr);
-    EXPECT_NE(sut.doc->find_node("X"), nullptr);
-}
-
 TEST(Build, ManyNamesAreFound) {
     std::string nodes;
-    for (int i = 0; i < 3000; ++i)
-        nodes += "<Integer Name=\"N" + std::to_string(i) + "\"><Value>" + std::to_string(i) + "</Value></Integer>";
+    for (int i = 0; i < 3000; ++i) nodes += "Integer N" + std::to_string(i) + ": Value " + std::to_string(i) + " | ";
     const document sut{nodes};
     for (int i = 0; i < 3000; i += 7) EXPECT_THAT(sut.integer("N" + std::to_string(i)).get_val(0), Gives(i));
     EXPECT_EQ(sut.doc->find_node("N3000"), nullptr);
@@ -237,14 +180,36 @@ TEST(Build, ManyNamesAreFound) {
 
 TEST(Build, StreamableNodesAreListed) {
     log_capture log;
-    const document sut{"<Integer Name=\"A\"><Value>1</Value><Streamable>Yes</Streamable></Integer>"
-                       "<Integer Name=\"B\"><Value>1</Value><Streamable>No</Streamable></Integer>"
-                       "<Integer Name=\"C\"><Value>1</Value><Streamable>Maybe</Streamable></Integer>"
-                       "<Float Name=\"D\"><Value>1</Value><Streamable> Yes </Streamable></Float>"};
+    const document sut{"Integer A: Value 1, Streamable Yes | Integer B: Value 1, Streamable No"
+                       " | Integer C: Value 1, Streamable Maybe | Float D: Value 1, Streamable Yes"};
     std::vector<std::string> names;
     for (INode* node : sut.doc->get_streamable_nodes()) names.emplace_back(node->get_name());
     EXPECT_THAT(names, ::testing::ElementsAre("A", "D"));
     EXPECT_THAT(log.lines, ::testing::ElementsAre("1 C. Failed to parse 'Streamable' xml node contents 'Maybe'."));
+}
+
+// One document each, so that no other text of it makes the engine look for split ones.
+TEST(Build, ASplitTextIsOneText) {
+    const std::pair<const char*, int> formulas[] = {
+        {"<Formula>1<!-- c -->+2</Formula>", 3},
+        {"<Formula>1<!-- c -->+2<![CDATA[ << ]]>3</Formula>", (1 + 2) << 3}, // a shift binds looser than a sum
+        {"<Formula>2 ><!-- c -->3</Formula>", 0},
+        {"<Formula>2 > \n<!-- c -->1</Formula>", 1},
+        {"<Formula A=\"<\">2 ><?x y?>1</Formula>", 1},
+        {"<Formula><![CDATA[ 2 < 3 ]]> + 1</Formula>", 1},
+        {"<Formula><![CDATA[4]]><!-- c --><![CDATA[0]]></Formula>", 40},
+        {"<Formula>4<![CDATA[0]]></Formula>", 40},
+        {"<Formula> <![CDATA[ 7 ]]>\n</Formula>", 7},
+        {"<Formula><!-- > --><![CDATA[7]]></Formula>", 7},
+    };
+    for (const auto& [formula, value] : formulas) {
+        const document sut{std::string{"<IntSwissKnife Name='K'>"} + formula + "</IntSwissKnife>"};
+        EXPECT_THAT(sut.integer("K").get_val(0), Gives(value)) << formula;
+    }
+    const document sut{
+        "<Integer Name=\"I\"><!-- a --><Value>1<!-- c -->2</Value><ToolTip>a<?x y?>b</ToolTip></Integer>"};
+    EXPECT_THAT(sut.integer("I").get_val(0), Gives(12));
+    EXPECT_EQ(sut.integer("I").get_tool_tip(), "ab");
 }
 
 TEST(DocumentInfo, ComesFromTheRoot) {

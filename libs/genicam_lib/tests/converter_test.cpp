@@ -1,16 +1,13 @@
 // Converters and swiss knives: kinds of numbers, variables, limits.
-#include "support.h"
+#include "script.h"
 
 namespace GenICam::testing {
 namespace {
 
-constexpr const char* numbers =
-    "<Integer Name=\"Seven\"><Value>7</Value><Min>1</Min><Max>70</Max><Inc>7</Inc></Integer>"
-    "<Integer Name=\"Two\"><Value>2</Value></Integer>"
-    "<Float Name=\"Half\"><Value>2.5</Value><Min>0.5</Min><Max>9.5</Max></Float>"
-    "<Enumeration Name=\"E\"><EnumEntry Name=\"On\"><Value>4</Value></EnumEntry>"
-    "<EnumEntry Name=\"Num\"><Value>5</Value><NumericValue>5.75</NumericValue></EnumEntry>"
-    "<Value>4</Value></Enumeration><String Name=\"S\"/>";
+const std::string numbers =
+    "Integer Seven: Value 7, Min 1, Max 70, Inc 7 | Integer Two: Value 2"
+    " | Float Half: Value 2.5, Min 0.5, Max 9.5 | String S: Value a | Enumeration E: EnumEntry@On"
+    " {Value 4}, EnumEntry@Num {Value 5, NumericValue 5.75}, Value 4 | ";
 
 struct knife_case {
     const char* name;
@@ -23,8 +20,7 @@ class SwissKnife : public ::testing::TestWithParam<knife_case> {};
 
 TEST_P(SwissKnife, MakesItsVariablesOneKind) {
     const auto& p = GetParam();
-    const document sut{std::string{numbers} + "<IntSwissKnife Name=\"I\">" + p.children + "</IntSwissKnife>" +
-                       "<SwissKnife Name=\"F\">" + p.children + "</SwissKnife>"};
+    const document sut{numbers + "IntSwissKnife I: " + p.children + " | SwissKnife F: " + p.children};
     EXPECT_THAT(sut.integer("I").get_val(0), Gives(p.integer_result));
     EXPECT_THAT(sut.real("F").get_val(0), Gives(p.float_result));
 }
@@ -32,188 +28,137 @@ TEST_P(SwissKnife, MakesItsVariablesOneKind) {
 INSTANTIATE_TEST_SUITE_P(
     All, SwissKnife,
     ::testing::Values(
-        knife_case{"Division",
-                   "<pVariable Name=\"A\">Seven</pVariable><pVariable Name=\"B\">Two</pVariable><Formula>A/B</Formula>",
-                   3, 3.5},
-        knife_case{"FloatVariable", "<pVariable Name=\"A\">Half</pVariable><Formula>A*2</Formula>", 6, 5},
-        knife_case{"LiteralsKeepTheirKind", "<Formula>7/2 + 0.4</Formula>", 3, 3.4},
+        knife_case{"Division", "pVariable@A Seven, pVariable@B Two, Formula A/B", 3, 3.5},
+        knife_case{"FloatVariable", "pVariable@A Half, Formula A*2", 6, 5},
+        knife_case{"LiteralsKeepTheirKind", "Formula 7/2 + 0.4", 3, 3.4},
         knife_case{"Limits",
-                   "<pVariable Name=\"A.Min\">Seven</pVariable><pVariable Name=\"A.Max\">Seven</pVariable>"
-                   "<pVariable Name=\"A.Inc\">Seven</pVariable><Formula>A.Max*100 + A.Min*10 + A.Inc</Formula>",
+                   "pVariable@A.Min Seven, pVariable@A.Max Seven, pVariable@A.Inc Seven,"
+                   " Formula A.Max*100 + A.Min*10 + A.Inc",
                    7017, 7017},
-        knife_case{"FloatLimits", "<pVariable Name=\"A.Max\">Half</pVariable><Formula>A.Max</Formula>", 10, 9.5},
-        knife_case{"Enumeration", "<pVariable Name=\"A\">E</pVariable><Formula>A</Formula>", 4, 4},
-        knife_case{"EntryByValue", "<pVariable Name=\"A.Entry.On\">E</pVariable><Formula>A.Entry.On</Formula>", 4, 4},
+        knife_case{"FloatLimits", "pVariable@A.Max Half, Formula A.Max", 10, 9.5},
+        knife_case{"Enumeration", "pVariable@A E, Formula A", 4, 4},
+        knife_case{"EntryByValue", "pVariable@A.Entry.On E, Formula A.Entry.On", 4, 4},
         // Of an integer node the numeric value is cut, not rounded.
-        knife_case{"EntryByNumericValue", "<pVariable Name=\"A.Entry.Num\">E</pVariable><Formula>A.Entry.Num</Formula>",
-                   5, 5.75},
-        knife_case{"Constant", "<Constant Name=\"C\">12</Constant><Formula>C/8</Formula>", 1, 1.5},
-        knife_case{"Expressions",
-                   "<pVariable Name=\"A\">Two</pVariable><Expression Name=\"X\">A+1</Expression>"
-                   "<Expression Name=\"Y\">X*X</Expression><Formula>Y+X</Formula>",
-                   12, 12},
-        knife_case{"FirstNameWins",
-                   "<Constant Name=\"A\">1</Constant><pVariable Name=\"A\">Seven</pVariable>"
-                   "<Expression Name=\"A\">99</Expression><Formula>A</Formula>",
-                   1, 1},
+        knife_case{"EntryByNumericValue", "pVariable@A.Entry.Num E, Formula A.Entry.Num", 5, 5.75},
+        knife_case{"Constant", "Constant@C 12, Formula C/8", 1, 1.5},
+        knife_case{"Expressions", "pVariable@A Two, Expression@X A+1, Expression@Y X*X, Formula Y+X", 12, 12},
+        knife_case{"FirstNameWins", "Constant@A 1, pVariable@A Seven, Expression@A 99, Formula A", 1, 1},
         // For a swiss knife these are names as any other.
-        knife_case{"ToAndFromAreOrdinary",
-                   "<pVariable Name=\"TO\">Seven</pVariable><pVariable Name=\"FROM\">Two</pVariable>"
-                   "<Formula>TO*10+FROM</Formula>",
-                   72, 72}),
+        knife_case{"ToAndFromAreOrdinary", "pVariable@TO Seven, pVariable@FROM Two, Formula TO*10+FROM", 72, 72}),
     case_name{});
 
-TEST(SwissKnifes, UnknownNamesLeaveTheNodeWithoutAFormula) {
-    for (const char* variable : {"<pVariable Name=\"X.Min\">S</pVariable>", "<pVariable Name=\"X.Min\">Z</pVariable>",
-                                 "<pVariable Name=\"X.Entry\">E</pVariable>"}) {
-        const document sut{std::string{numbers} + "<IntSwissKnife Name=\"K\">" + variable +
-                           "<Formula>X.Min</Formula></IntSwissKnife>"};
-        EXPECT_THAT(sut.integer("K").get_val(0), Fails(not_implemented)) << variable;
-    }
-    const document sut{"<SwissKnife Name=\"K\"><Expression Name=\"A\">B</Expression>"
-                       "<Expression Name=\"B\">1</Expression><Formula>A</Formula></SwissKnife>"};
-    EXPECT_THAT(sut.real("K").get_val(0), Fails(not_implemented));
-}
-
-TEST(SwissKnifes, AreReadOnlyAndHaveNoLimits) {
-    const document sut{
-        "<IntSwissKnife Name=\"I\"><Formula>1</Formula><Unit>u</Unit>"
-        "<Representation>HexNumber</Representation></IntSwissKnife>"
-        "<SwissKnife Name=\"F\"><Formula>1</Formula><DisplayPrecision>3</DisplayPrecision></SwissKnife>"};
-    EXPECT_THAT(sut.integer("I").set_val(1, 0), Refuses(not_implemented));
-    EXPECT_THAT(sut.real("F").set_val(1, no_access_check), Refuses(not_implemented));
-    EXPECT_THAT(sut.integer("I").get_max(0), Gives(std::numeric_limits<int64_t>::max()));
-    EXPECT_THAT(sut.real("F").get_min(0), Gives(std::numeric_limits<double>::lowest()));
-    EXPECT_THAT(sut.integer("I").get_inc(0), Gives(1));
-    EXPECT_THAT(sut.real("F").get_inc(0), Fails(not_implemented));
-    EXPECT_EQ(sut.integer("I").get_unit(), "u");
-    EXPECT_EQ(sut.integer("I").get_representation(), IntRepresentation_t::HexNumber);
-    EXPECT_EQ(sut.real("F").get_display_precision(), 3);
-    EXPECT_EQ(sut.integer("I").get_access_mode(), Access_t::RW);
-}
-
-TEST(SwissKnifes, ErrorsOfAVariableComeUp) {
-    document sut{int_reg("R", 0) + "<IntSwissKnife Name=\"K\"><pVariable Name=\"A\">R</pVariable><Formula>1 ? 2 : A"
-                                   "</Formula></IntSwissKnife><IntSwissKnife Name=\"Div\"><pVariable Name=\"A\">R"
-                                   "</pVariable><Formula>1 / A</Formula></IntSwissKnife>"};
-    EXPECT_THAT(sut.integer("Div").get_val(0), Fails(bad_formula));
-    EXPECT_THAT(sut.integer("K").get_val(0), Gives(2));
-    sut.device.broken = true;
-    EXPECT_THAT(sut.integer("K").get_val(bypass_cache), Fails(timeout));
-    EXPECT_THAT(sut.integer("K").get_val(0), Gives(2));
-}
-
-std::string converter(const std::string& element, const std::string& name, const std::string& from,
-                      const std::string& to, const std::string& target, const std::string& more = "") {
-    return "<" + element + " Name=\"" + name + "\">" + more + "<FormulaTo>" + to + "</FormulaTo><FormulaFrom>" + from +
-           "</FormulaFrom><pValue>" + target + "</pValue></" + element + ">";
-}
-
-TEST(Converter, RunsEachFormulaInItsDirection) {
-    const document sut{
-        std::string{numbers} + "<Integer Name=\"T\"><Value>21</Value><Min>0</Min><Max>1000</Max></Integer>" +
-        converter("IntConverter", "I", "FROM*2", "TO/2", "T") + converter("Converter", "F", "FROM/2", "TO*2", "T") +
-        converter("Converter", "Const", "FROM*K", "TO/K", "T", "<Constant Name=\"K\">0.5</Constant>") +
-        // Argument names win over variables, and both name it in either formula.
-        converter("IntConverter", "Named", "TO", "FROM+TO", "T",
-                  "<pVariable Name=\"TO\">Two</pVariable><pVariable Name=\"FROM\">Two</pVariable>")};
-    EXPECT_THAT(sut.integer("I").get_val(0), Gives(42));
-    EXPECT_THAT(sut.integer("I").set_val(50, 0), Passes());
-    EXPECT_THAT(sut.integer("T").get_val(0), Gives(25));
-    EXPECT_THAT(sut.real("F").get_val(0), Gives(12.5));
-    EXPECT_THAT(sut.real("F").set_val(1.4, 0), Passes()); // 2.8 is rounded on an integer target
-    EXPECT_THAT(sut.integer("T").get_val(0), Gives(3));
-    EXPECT_THAT(sut.real("Const").get_val(0), Gives(1.5));
-    EXPECT_THAT(sut.integer("Named").get_val(0), Gives(3));
-    EXPECT_THAT(sut.integer("Named").set_val(4, 0), Passes());
-    EXPECT_THAT(sut.integer("T").get_val(0), Gives(8));
-}
-
-TEST(Converter, IsUnusableWithoutItsParts) {
-    const document sut{
-        std::string{numbers} + "<Converter Name=\"None\"/>" + converter("Converter", "NoTarget", "FROM", "TO", "Z") +
-        converter("Converter", "BadFrom", "#", "TO", "Half") + converter("Converter", "BadTo", "FROM", "#", "Half")};
-    for (const char* name : {"None", "NoTarget", "BadFrom"})
-        EXPECT_THAT(sut.real(name).get_val(0), Fails(not_implemented)) << name;
-    for (const char* name : {"None", "NoTarget", "BadTo"})
-        EXPECT_THAT(sut.real(name).set_val(1, 0), Refuses(not_implemented)) << name;
-    EXPECT_THAT(sut.real("BadTo").get_val(0), Gives(2.5));
-    EXPECT_THAT(sut.real("BadFrom").set_val(3, 0), Passes());
-    EXPECT_EQ(sut.real("BadTo").get_fault(), "Formula '#' of 'BadTo', character 1: Invalid token found.");
-    EXPECT_EQ(sut.real("Half").get_fault(), "");
-    EXPECT_THAT(sut.real("None").get_max(0), Fails(not_implemented));
-}
-
-struct slope_case {
-    const char* name;
-    const char* slope;
-    const char* formula;
-    double min;
-    double max;
+const script_case knives[] = {
+    {"UnknownNamesLeaveNoFormula",
+     numbers + "IntSwissKnife A: pVariable@X.Min S, Formula X.Min | IntSwissKnife B: pVariable@X.Min Z, Formula X.Min"
+               " | IntSwissKnife C: pVariable@X.Entry E, Formula X.Entry"
+               " | SwissKnife Later: Expression@A B, Expression@B 1, Formula A",
+     {"A ! not_implemented", "B ! not_implemented", "C ! not_implemented", "Later ! not_implemented"}},
+    {"ReadOnlyAndWithoutLimits",
+     "IntSwissKnife I: Formula 1, Unit u | SwissKnife F: Formula 1",
+     {"I := 1 ! not_implemented", "F/no_access_check := 1 ! not_implemented", "I.max = highest",
+      "F.min = -1.7976931348623157e308", "I.inc = 1", "F.inc ! not_implemented", "I.unit = u", "I.mode = RW"}},
+    // Both branches are evaluated.
+    {"ErrorsOfAVariableComeUp",
+     "Reg R@0 | IntSwissKnife K: pVariable@A R, Formula 1 ? 2 : A | IntSwissKnife Div: pVariable@A R, Formula 1 / A",
+     {"Div ! bad_formula", "K = 2", "breaks", "K/bypass_cache ! timeout", "K = 2"}},
 };
+INSTANTIATE_TEST_SUITE_P(SwissKnives, Document, ::testing::ValuesIn(knives), case_name{});
 
-class ConverterLimits : public ::testing::TestWithParam<slope_case> {};
-
-// The target goes from 1 to 70.
-TEST_P(ConverterLimits, FollowTheSlope) {
-    const auto& p = GetParam();
-    const std::string slope = *p.slope ? std::string{"<Slope>"} + p.slope + "</Slope>" : "";
-    const document sut{std::string{numbers} + converter("Converter", "C", p.formula, "TO", "Seven", slope)};
-    EXPECT_THAT(sut.real("C").get_min(0), Gives(p.min));
-    EXPECT_THAT(sut.real("C").get_max(0), Gives(p.max));
+std::string converter(const std::string& element_and_name, const std::string& from, const std::string& to,
+                      const std::string& target, const std::string& more = "") {
+    return element_and_name + ": FormulaTo " + to + ", FormulaFrom " + from + ", pValue " + target + more + " | ";
 }
 
-constexpr double largest = std::numeric_limits<double>::max();
-
-INSTANTIATE_TEST_SUITE_P(All, ConverterLimits,
-                         ::testing::Values(slope_case{"Increasing", "Increasing", "FROM*2", 2, 140},
-                                           slope_case{"Decreasing", "Decreasing", "140/FROM", 2, 140},
-                                           slope_case{"IncreasingIsBelieved", "Increasing", "140/FROM", 140, 2},
-                                           slope_case{"Varying", "Varying", "FROM*2", -largest, largest},
-                                           slope_case{"AutomaticUp", "", "FROM*2", 2, 140},
-                                           slope_case{"AutomaticDown", "Automatic", "140/FROM", 2, 140}),
-                         case_name{});
-
-TEST(Converter, AnUnorderedLimitIsThatOfTheMaximum) {
+const script_case converters[] = {
+    // 2.8 is rounded on an integer target; argument names win over variables, and both name it in either formula.
+    {"EachFormulaInItsDirection",
+     numbers + converter("IntConverter I", "FROM*2", "TO/2", "T") + converter("Converter F", "FROM/2", "TO*2", "T") +
+         converter("Converter C", "FROM*K", "TO/K", "T", ", Constant@K 0.5") +
+         converter("IntConverter Named", "TO", "FROM+TO", "T", ", pVariable@TO Two, pVariable@FROM Two") +
+         "Integer T: Value 21, Min 0, Max 1000",
+     {"I = 42", "I := 50", "T = 25", "F = 12.5", "F := 1.4", "T = 3", "C = 1.5", "Named = 3", "Named := 4", "T = 8"}},
+    {"UnusableWithoutItsParts",
+     numbers + "Converter None: Unit u | " + converter("Converter NoTarget", "FROM", "TO", "Z") +
+         converter("Converter BadFrom", "#", "TO", "Half") + converter("Converter BadTo", "FROM", "#", "Half"),
+     {"None ! not_implemented", "None := 1 ! not_implemented", "None.max ! not_implemented",
+      "NoTarget ! not_implemented", "NoTarget := 1 ! not_implemented", "BadFrom ! not_implemented", "BadFrom := 3",
+      "BadTo := 1 ! not_implemented", "BadTo = 3",
+      "Half.fault = ", "BadTo.fault = Formula '#' of 'BadTo', character 1: Invalid token found."}},
+    {"AFaultNamesTheFormulaBelow",
+     converter("Converter C", "FROM * HIGH", "TO", "T") + "Float F: pValue C | Integer T: Value 1",
+     {"F ! not_implemented",
+      "F.fault = Formula 'FROM * HIGH' of 'C', character 8: Failed to map a variable name to a"
+      " identifier_id",
+      "T.fault = "}},
+    // The target goes from 1 to 70.
+    {"LimitsFollowTheSlope",
+     numbers + converter("Converter Up", "FROM*2", "TO", "Seven", ", Slope Increasing") +
+         converter("Converter Down", "140/FROM", "TO", "Seven", ", Slope Decreasing") +
+         converter("Converter Believed", "140/FROM", "TO", "Seven", ", Slope Increasing") +
+         converter("Converter Varying", "FROM*2", "TO", "Seven", ", Slope Varying") +
+         converter("Converter AutoUp", "FROM*2", "TO", "Seven") +
+         converter("Converter AutoDown", "140/FROM", "TO", "Seven", ", Slope Automatic"),
+     {"Up.min = 2", "Up.max = 140", "Down.min = 2", "Down.max = 140", "Believed.min = 140", "Believed.max = 2",
+      "Varying.min = -1.7976931348623157e308", "Varying.max = 1.7976931348623157e308", "AutoUp.min = 2",
+      "AutoUp.max = 140", "AutoDown.min = 2", "AutoDown.max = 140"}},
     // The square root of a negative limit is no number.
-    const document sut{"<Float Name=\"T\"><Value>1</Value><Min>-4</Min><Max>9</Max></Float>" +
-                       converter("Converter", "C", "SQRT(FROM)", "TO*TO", "T")};
-    EXPECT_THAT(sut.real("C").get_max(0), Gives(3.0));
-    EXPECT_THAT(sut.real("C").get_min(0), Gives(3.0));
-}
+    {"AnUnorderedLimitIsThatOfTheMaximum",
+     "Float T: Value 1, Min -4, Max 9 | " + converter("Converter C", "SQRT(FROM)", "TO*TO", "T"),
+     {"C.max = 3", "C.min = 3"}},
+    {"ATargetThatCannotBeReadHasNoLimits",
+     "Reg R@0 | " + converter("IntConverter C", "FROM", "TO", "R", ", Slope Increasing"),
+     {"C.max = 0xFFFFFFFF", "breaks", "C.max/bypass_cache ! timeout"}},
+    // What is computed from the type's extreme is the type's extreme.
+    {"OverUnlimitedTargets",
+     "Integer T: Value 0 | Float F: Value 0 | Integer From5: Value 5, Min 5 | " +
+         converter("IntConverter Twice", "FROM*2", "TO/2", "T") +
+         converter("IntConverter Down", "0-FROM*2", "0-TO/2", "From5") +
+         converter("IntConverter Plus", "FROM*2", "TO/2", "From5") +
+         converter("Converter Real", "FROM*2", "TO/2", "T") + converter("IntConverter OfReal", "FROM*2", "TO/2", "F"),
+     {"Twice.min = lowest", "Twice.max = highest", "Down.min = lowest", "Down.max = -10", "Plus.min = 10",
+      "Plus.max = highest", "OfReal.min = lowest", "OfReal.max = highest", "Real.max = 1.7976931348623157e308",
+      "Real.min = -1.7976931348623157e308", "Twice := 42", "T = 21"}},
+    // A formula that has no result at its target's limit, here 0, gives no limit, and forbids no value that has one.
+    {"WithoutAResultAtALimit",
+     "Reg Raw@0 | " + converter("IntConverter Auto", "1000000/FROM", "1000000/TO", "Raw") +
+         converter("IntConverter Down", "1000000/FROM", "1000000/TO", "Raw", ", Slope Decreasing") +
+         converter("IntConverter Varying", "1000000/FROM", "1000000/TO", "Raw", ", Slope Varying"),
+     {"Raw := 1", "Auto := 10", "Raw = 100000", "Down := 20", "Raw = 50000", "Varying := 40", "Raw = 25000"}},
+    // Of a set 0 fails and is dropped; of a linear one the increment is the target's, as it is.
+    {"IncrementsAndSets",
+     numbers + "Integer Set: Value 1, ValidValueSet 0;1;2;4 | " +
+         converter("Converter Linear", "FROM*2", "TO/2", "Seven", ", IsLinear Yes") +
+         converter("Converter Plain", "FROM*2", "TO/2", "Seven") +
+         converter("IntConverter I", "FROM*2", "TO/2", "Seven") +
+         converter("IntConverter Values", "8/FROM", "8/TO", "Set") +
+         converter("Converter Real", "FROM*0.5", "TO*2", "Set") + converter("Converter None", "FROM", "TO", "Half"),
+     {"Linear.inc = 7", "Plain.inc ! not_implemented", "I.inc = 1", "Values.set = 8 4 2", "Real.set = 0 0.5 1 2",
+      "None.set ! not_implemented", "Values := 3 ! not_in_value_set"}},
+    {"RangeIsCheckedBeforeTheWrite",
+     numbers + converter("Converter C", "FROM*2", "TO/2", "Half"),
+     {"C := 19.1 ! value_out_of_range", "C := 19", "Half = 9.5"}},
+    {"OneArgumentRound",
+     "Float T: Value 0 | " + converter("Converter C", "ROUND(FROM/2)", "ROUND(TO*2)", "T"),
+     {"C := -1.25", "T = -3", "C = -2"}},
+    // A target that is only written has limits and no value; one without limits has none that could fail.
+    {"OverAWriteOnlyTarget",
+     "Reg R@0: AccessMode WO | Enumeration E: EnumEntry@A {Value 1}, pValue R | Integer I: pValue E | " +
+         converter("IntConverter C", "FROM", "TO", "R"),
+     {"C := 1", "I := 1"}},
+};
+INSTANTIATE_TEST_SUITE_P(Converters, Document, ::testing::ValuesIn(converters), case_name{});
 
-TEST(Converter, ATargetThatCannotBeReadHasNoLimits) {
-    document sut{int_reg("R", 0) + converter("IntConverter", "C", "FROM", "TO", "R", "<Slope>Increasing</Slope>")};
-    EXPECT_THAT(sut.integer("C").get_max(0), Gives(0xFFFFFFFF));
-    sut.device.broken = true;
-    EXPECT_THAT(sut.integer("C").get_max(bypass_cache), Fails(timeout));
-}
-
-TEST(Converter, IncrementsAndSets) {
-    const document sut{std::string{numbers} +
-                       "<Integer Name=\"Set\"><Value>1</Value><ValidValueSet>0;1;2;4</ValidValueSet></Integer>" +
-                       converter("Converter", "Linear", "FROM*2", "TO/2", "Seven", "<IsLinear>Yes</IsLinear>") +
-                       converter("Converter", "Plain", "FROM*2", "TO/2", "Seven") +
-                       converter("IntConverter", "I", "FROM*2", "TO/2", "Seven") +
-                       // 0 fails and is dropped.
-                       converter("IntConverter", "Values", "8/FROM", "8/TO", "Set") +
-                       converter("Converter", "Real", "FROM*0.5", "TO*2", "Set") +
-                       converter("Converter", "None", "FROM", "TO", "Half")};
-    EXPECT_THAT(sut.real("Linear").get_inc(0), Gives(7.0)); // the target's, as it is
-    EXPECT_THAT(sut.real("Plain").get_inc(0), Fails(not_implemented));
-    EXPECT_THAT(sut.integer("I").get_inc(0), Gives(1));
-    EXPECT_THAT(*sut.integer("Values").get_valid_value_set(0), ::testing::ElementsAre(8, 4, 2));
-    EXPECT_EQ(sut.integer("Values").get_inc_mode(), IncMode_t::List);
-    EXPECT_THAT(*sut.real("Real").get_valid_value_set(0), ::testing::ElementsAre(0.0, 0.5, 1.0, 2.0));
-    EXPECT_THAT(sut.real("None").get_valid_value_set(0), Fails(not_implemented));
-    EXPECT_THAT(sut.integer("Values").set_val(3, 0), Refuses(not_in_value_set));
-}
-
-TEST(Converter, RangeIsCheckedBeforeTheWrite) {
-    const document sut{std::string{numbers} + converter("Converter", "C", "FROM*2", "TO/2", "Half")};
-    EXPECT_THAT(sut.real("C").set_val(19.1, 0), Refuses(value_out_of_range));
-    EXPECT_THAT(sut.real("C").set_val(19, 0), Passes());
-    EXPECT_THAT(sut.real("Half").get_val(0), Gives(9.5));
+// A sound formula over sound formulas, in each of which one variable stands a hundred times.
+TEST(SwissKnives, FetchAVariableOncePerRun) {
+    std::string nodes = "Reg N0@0: Cachable NoCache";
+    for (int i = 1; i <= 4; ++i) {
+        const std::string below = " N" + std::to_string(i - 1);
+        nodes += " | IntSwissKnife N" + std::to_string(i) + ": pVariable@A" + below + ", pVariable@B" + below +
+                 ", Formula A";
+        for (int k = 0; k < 100; ++k) nodes += "+B-A";
+    }
+    document sut{nodes};
+    script{sut}.run({"[0] := 07", "N4 = 7", "reads = 1"});
 }
 
 } // namespace

@@ -1,313 +1,194 @@
 // Registers: addresses, lengths, byte orders, bit ranges, texts.
-#include "support.h"
+#include "script.h"
 
 namespace GenICam::testing {
 namespace {
 
-std::string reg(const std::string& element, const std::string& children) {
-    return "<" + element + " Name=\"R\"><pPort>Device</pPort>" + children + "</" + element + ">";
-}
-
 struct integer_case {
     const char* name;
-    int length;
-    const char* more;
-    std::vector<int> bytes;
-    int64_t value;
-    int64_t min;
-    int64_t max;
+    const char* more; // length and kind
+    const char* bytes;
+    const char* value;
+    const char* min;
+    const char* max;
 };
 
 class IntegerRegister : public ::testing::TestWithParam<integer_case> {};
 
 TEST_P(IntegerRegister, ReadsAndWritesItsBytes) {
     const auto& p = GetParam();
-    document sut{reg("IntReg", "<Address>0x10</Address><Length>" + std::to_string(p.length) + "</Length>" + p.more)};
-    sut.device.put(0x10, p.bytes);
-    EXPECT_THAT(sut.integer("R").get_val(0), Gives(p.value));
-    EXPECT_THAT(sut.integer("R").get_min(0), Gives(p.min));
-    EXPECT_THAT(sut.integer("R").get_max(0), Gives(p.max));
-    EXPECT_THAT(sut.integer("R").get_inc(0), Gives(1));
-    sut.device.memory.clear();
-    EXPECT_THAT(sut.integer("R").set_val(p.value, 0), Passes());
-    EXPECT_EQ(sut.device.bytes(0x10, p.bytes.size()), p.bytes);
-    EXPECT_EQ(sut.device.memory.size(), p.bytes.size());
+    document sut{std::string{"IntReg R: Address 0x10, "} + p.more};
+    const auto is = [](const char* what, const char* value) { return std::string{what} + value; };
+    script{sut}.run({is("[0x10] := ", p.bytes), is("R = ", p.value), is("R.min = ", p.min), is("R.max = ", p.max),
+                     "R.inc = 1", "[0x10] := 77 77 77 77 77 77 77 77 77", is("R := ", p.value),
+                     is("[0x10] = ", p.bytes)});
+    EXPECT_EQ(sut.device.memory.at(static_cast<int64_t>(0x10 + (std::strlen(p.bytes) + 1) / 3)), std::byte{0x77});
 }
-
-constexpr const char* little = "<Endianess>LittleEndian</Endianess>";
-constexpr const char* little_signed = "<Endianess>LittleEndian</Endianess><Sign>Signed</Sign>";
-constexpr const char* big_signed = "<Sign>Signed</Sign>";
 
 INSTANTIATE_TEST_SUITE_P(
     All, IntegerRegister,
-    ::testing::Values(integer_case{"Big4", 4, "", {0x12, 0x34, 0x56, 0x78}, 0x12345678, 0, 0xFFFFFFFF},
-                      integer_case{"Little4", 4, little, {0x78, 0x56, 0x34, 0x12}, 0x12345678, 0, 0xFFFFFFFF},
-                      integer_case{"BigSigned2", 2, big_signed, {0xFF, 0xFE}, -2, -32768, 32767},
-                      integer_case{"LittleSigned3", 3, little_signed, {0xFE, 0xFF, 0xFF}, -2, -0x800000, 0x7FFFFF},
-                      integer_case{"One", 1, "", {0xFF}, 255, 0, 255},
-                      integer_case{"OneSigned", 1, big_signed, {0x80}, -128, -128, 127},
-                      integer_case{"Eight",
-                                   8,
-                                   "",
-                                   {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF},
-                                   -1,
-                                   0,
-                                   std::numeric_limits<int64_t>::max()},
-                      integer_case{"EightSigned",
-                                   8,
-                                   little_signed,
-                                   {1, 0, 0, 0, 0, 0, 0, 0x80},
-                                   std::numeric_limits<int64_t>::min() + 1,
-                                   std::numeric_limits<int64_t>::min(),
-                                   std::numeric_limits<int64_t>::max()}),
+    ::testing::Values(integer_case{"Big4", "Length 4", "12 34 56 78", "0x12345678", "0", "0xFFFFFFFF"},
+                      integer_case{"Little4", "Length 4, Endianess LittleEndian", "78 56 34 12", "0x12345678", "0",
+                                   "0xFFFFFFFF"},
+                      integer_case{"BigSigned2", "Length 2, Sign Signed", "ff fe", "-2", "-32768", "32767"},
+                      integer_case{"LittleSigned3", "Length 3, Endianess LittleEndian, Sign Signed", "fe ff ff", "-2",
+                                   "-0x800000", "0x7FFFFF"},
+                      integer_case{"One", "Length 1", "ff", "255", "0", "255"},
+                      integer_case{"OneSigned", "Length 1, Sign Signed", "80", "-128", "-128", "127"},
+                      integer_case{"Eight", "Length 8", "ff ff ff ff ff ff ff ff", "-1", "0", "highest"},
+                      integer_case{"EightSigned", "Length 8, Endianess LittleEndian, Sign Signed",
+                                   "01 00 00 00 00 00 00 80", "-9223372036854775807", "lowest", "highest"}),
     case_name{});
-
-// Nothing checks that a value fits: the low bytes go out.
-TEST(Registers, IntegersAreCutToTheirLength) {
-    const document sut{reg("IntReg", "<Address>0</Address><Length>2</Length>")};
-    EXPECT_THAT(sut.integer("R").set_val(0x123456, 0), Passes());
-    EXPECT_EQ(sut.device.bytes(0, 3), (std::vector{0x34, 0x56, 0}));
-}
-
-TEST(Registers, BadLengthsAreErrorsOfTheAccess) {
-    struct bad_length {
-        const char* element;
-        const char* length;
-        const char* message;
-    };
-    for (const auto& [element, length, message] :
-         {bad_length{"IntReg", "9", "1 R. Invalid Length value=9 out of range [1;8]."},
-          bad_length{"IntReg", "0", "1 R. Invalid Length value=0 out of range [1;8]."},
-          bad_length{"FloatReg", "2", "1 R. Invalid length value (2). For a FloatReg this must be either 4 or 8."}}) {
-        log_capture log;
-        const document sut{reg(element, std::string{"<Address>0</Address><Length>"} + length + "</Length>")};
-        EXPECT_THAT(log.lines, ::testing::IsEmpty());
-        if (auto* integer = sut.doc->find<IInteger>("R")) {
-            EXPECT_THAT(integer->get_val(0), Fails(index_out_of_range));
-            EXPECT_THAT(integer->set_val(0, 0), Refuses(index_out_of_range));
-        } else {
-            EXPECT_THAT(sut.real("R").get_val(0), Fails(index_out_of_range));
-            EXPECT_THAT(sut.real("R").set_val(0, 0), Refuses(index_out_of_range));
-        }
-        EXPECT_THAT(log.lines, ::testing::ElementsAre(message, message));
-        EXPECT_EQ(sut.device.reads + sut.device.writes, 0);
-    }
-}
-
-TEST(Registers, FloatsOfBothSizesAndOrders) {
-    document sut{"<FloatReg Name=\"B4\"><Address>0</Address><Length>4</Length><pPort>Device</pPort></FloatReg>"
-                 "<FloatReg Name=\"L8\"><Address>8</Address><Length>8</Length><pPort>Device</pPort>"
-                 "<Endianess>LittleEndian</Endianess></FloatReg>"};
-    EXPECT_THAT(sut.real("B4").set_val(1.5, 0), Passes());
-    EXPECT_THAT(sut.real("L8").set_val(-2.0, 0), Passes());
-    EXPECT_EQ(sut.device.bytes(0, 4), (std::vector{0x3F, 0xC0, 0, 0}));
-    EXPECT_EQ(sut.device.bytes(8, 8), (std::vector{0, 0, 0, 0, 0, 0, 0, 0xC0}));
-    EXPECT_THAT(sut.real("B4").get_val(0), Gives(1.5));
-    EXPECT_THAT(sut.real("L8").get_val(0), Gives(-2.0));
-    EXPECT_THAT(sut.real("B4").set_val(0.1, 0), Passes());
-    EXPECT_THAT(sut.real("B4").get_val(0), Gives(static_cast<double>(0.1f)));
-    EXPECT_THAT(sut.real("B4").get_inc(0), Fails(not_implemented));
-    EXPECT_THAT(sut.real("B4").get_max(0), Gives(std::numeric_limits<double>::max()));
-}
 
 struct address_case {
     const char* name;
-    const char* children;
+    const char* terms;
     int64_t address;
 };
 
 class RegisterAddress : public ::testing::TestWithParam<address_case> {};
 
 TEST_P(RegisterAddress, IsTheSumOfItsTerms) {
-    document sut{reg("IntReg", std::string{"<Length>2</Length>"} + GetParam().children) +
-                 "<Integer Name=\"Three\"><Value>3</Value></Integer><Integer Name=\"Ten\"><Value>10</Value></Integer>"};
+    document sut{std::string{"Integer Three: Value 3 | Integer Ten: Value 10 | IntReg R: Length 2, Address 0x100, "} +
+                 GetParam().terms};
     sut.device.put(GetParam().address, {0x12, 0x34});
     EXPECT_THAT(sut.integer("R").get_val(0), Gives(0x1234));
 }
 
+// Without an offset the index counts register lengths.
 INSTANTIATE_TEST_SUITE_P(
     All, RegisterAddress,
-    ::testing::Values(
-        address_case{"Sum", "<Address>0x100</Address><Address>16</Address>", 0x110},
-        address_case{"Linked", "<Address>0x100</Address><pAddress>Ten</pAddress><pAddress>Three</pAddress>", 0x10D},
-        address_case{"Knife",
-                     "<Address>0x100</Address><IntSwissKnife Name=\"K\"><pVariable Name=\"T\">Three</pVariable>"
-                     "<Formula>T * 0x10</Formula></IntSwissKnife>",
-                     0x130},
-        // Without an offset the index counts register lengths.
-        address_case{"Index", "<Address>0x100</Address><pIndex>Three</pIndex>", 0x106},
-        address_case{"IndexOffset", "<Address>0x100</Address><pIndex Offset=\"0x20\">Three</pIndex>", 0x160},
-        address_case{"IndexZeroOffset", "<Address>0x100</Address><pIndex Offset=\"0\">Three</pIndex>", 0x106},
-        address_case{"IndexLinkedOffset", "<Address>0x100</Address><pIndex pOffset=\"Ten\">Three</pIndex>", 0x11E},
-        address_case{"IndexBothOffsets", "<Address>0x100</Address><pIndex Offset=\"2\" pOffset=\"Ten\">Three</pIndex>",
-                     0x124},
-        address_case{"Negative", "<Address>0x100</Address><Address>-16</Address>", 0xF0}),
+    ::testing::Values(address_case{"Sum", "Address 16", 0x110}, address_case{"Negative", "Address -16", 0xF0},
+                      address_case{"Linked", "pAddress Ten, pAddress Three", 0x10D},
+                      address_case{"Knife", "IntSwissKnife@K {pVariable@T Three, Formula T * 0x10}", 0x130},
+                      address_case{"Index", "pIndex Three", 0x106},
+                      address_case{"IndexOffset", "pIndex@Offset=0x20 Three", 0x160},
+                      address_case{"IndexZeroOffset", "pIndex@Offset=0 Three", 0x106},
+                      address_case{"IndexLinkedOffset", "pIndex@pOffset=Ten Three", 0x11E}),
     case_name{});
 
 TEST(Registers, AFailingAddressTermIsNamed) {
-    struct term_case {
-        const char* term;
-        const char* element;
-    };
-    for (const auto& [term, element] :
-         {term_case{"<pAddress>Bad</pAddress>", "pAddress"}, term_case{"<pIndex>Bad</pIndex>", "pIndex"},
-          term_case{"<pIndex pOffset=\"Bad\">One</pIndex>", "pIndex/@pOffset"}}) {
-        const document sut{reg("IntReg", std::string{"<Length>4</Length>"} + term) +
-                           "<IntReg Name=\"Bad\"><Address>0</Address><Length>4</Length></IntReg>"
-                           "<Integer Name=\"One\"><Value>1</Value></Integer>"};
-        log_capture log;
-        EXPECT_THAT(sut.integer("R").get_val(0), Fails(invalid_document));
-        EXPECT_THAT(log.lines,
-                    ::testing::ElementsAre("1 RegisterNodeTemplate ('Unknown'). Failed to fetch value from '" +
-                                           std::string{element} + "' element."));
+    for (const auto& [term, element] : {std::pair{"pAddress Bad", "pAddress"}, std::pair{"pIndex Bad", "pIndex"},
+                                        std::pair{"pIndex@pOffset=Bad One", "pIndex/@pOffset"}}) {
+        document sut{std::string{"Integer Bad: pValue Bad | Integer One: Value 1 | IntReg R: Length 4, "} + term};
+        script{sut}.run(
+            {"R ! invalid_document", "says 1 RegisterNodeTemplate ('Unknown'). Failed to fetch value from '" +
+                                         std::string{element} + "' element."});
     }
-}
-
-TEST(Registers, LengthMayComeFromANode) {
-    document sut{reg("IntReg", "<Address>0</Address><pLength>L</pLength>") +
-                 "<Integer Name=\"L\"><Value>2</Value></Integer>"};
-    sut.device.put(0, {1, 2, 3, 4});
-    EXPECT_THAT(sut.integer("R").get_val(bypass_cache), Gives(0x0102));
-    EXPECT_THAT(sut.integer("L").set_val(3, 0), Passes());
-    EXPECT_THAT(sut.integer("R").get_val(bypass_cache), Gives(0x010203));
-    EXPECT_THAT(sut.integer("R").get_max(0), Gives(0xFFFFFF));
-}
-
-TEST(Registers, WithoutAPortAnswerInvalidDocument) {
-    const document sut{"<IntReg Name=\"I\"><Address>0</Address><Length>4</Length></IntReg>"
-                       "<FloatReg Name=\"F\"><Address>0</Address><Length>4</Length></FloatReg>"
-                       "<MaskedIntReg Name=\"M\"><Address>0</Address><Length>8</Length></MaskedIntReg>"
-                       "<StringReg Name=\"S\"><Address>0</Address><Length>4</Length></StringReg>"
-                       "<Register Name=\"R\"><Address>0</Address><Length>4</Length></Register>"};
-    EXPECT_THAT(sut.integer("I").get_val(0), Fails(invalid_document));
-    EXPECT_THAT(sut.integer("I").set_val(0, 0), Refuses(invalid_document));
-    EXPECT_THAT(sut.real("F").get_val(0), Fails(invalid_document));
-    EXPECT_THAT(sut.integer("M").get_val(0), Fails(invalid_document));
-    EXPECT_THAT(sut.node<IString>("S").get_val(0), Fails(invalid_document));
-    std::byte data[4];
-    EXPECT_THAT(sut.node<IRegister>("R").get(data, 0), Refuses(not_implemented));
-    EXPECT_THAT(sut.node<IRegister>("R").set(data, 0), Refuses(not_implemented));
 }
 
 struct masked_case {
     const char* name;
     const char* children;
-    std::vector<int> bytes;
+    const char* bytes;
     int64_t value;
     int64_t written;
-    std::vector<int> bytes_written;
+    const char* bytes_written;
 };
 
 class MaskedRegister : public ::testing::TestWithParam<masked_case> {};
 
 TEST_P(MaskedRegister, ReadsAndChangesItsBits) {
     const auto& p = GetParam();
-    document sut{reg("MaskedIntReg", std::string{"<Address>0</Address>"} + p.children)};
-    sut.device.put(0, p.bytes);
-    EXPECT_THAT(sut.integer("R").get_val(bypass_cache), Gives(p.value));
-    EXPECT_THAT(sut.integer("R").set_val(p.written, bypass_cache), Passes());
-    EXPECT_EQ(sut.device.bytes(0, p.bytes_written.size()), p.bytes_written);
+    document sut{std::string{"MaskedIntReg R: Address 0, "} + p.children};
+    script{sut}.run({std::string{"[0] := "} + p.bytes, "R/bypass_cache = " + std::to_string(p.value),
+                     "R/bypass_cache := " + std::to_string(p.written), std::string{"[0] = "} + p.bytes_written});
 }
 
+// The standard counts bits from the top of a big endian register: bit 0 is the mask 0x80000000.
 INSTANTIATE_TEST_SUITE_P(
     All, MaskedRegister,
     ::testing::Values(
-        // The standard counts bits from the top of a big endian register: bit 0 is the mask 0x80000000.
-        masked_case{"BigBit0", "<Length>4</Length><Bit>0</Bit>", {0x80, 0, 0, 0}, 1, 0, {0, 0, 0, 0}},
-        masked_case{"BigBit31", "<Length>4</Length><Bit>31</Bit>", {0, 0, 0, 1}, 1, 1, {0, 0, 0, 1}},
-        masked_case{"LittleBit0",
-                    "<Length>4</Length><Bit>0</Bit><Endianess>LittleEndian</Endianess>",
-                    {1, 0, 0, 0},
-                    1,
-                    0,
-                    {0, 0, 0, 0}},
-        masked_case{"BigRange",
-                    "<Length>4</Length><LSB>23</LSB><MSB>8</MSB>",
-                    {0xAA, 0x12, 0x34, 0xBB},
-                    0x1234,
-                    0xFFFF,
-                    {0xAA, 0xFF, 0xFF, 0xBB}},
-        masked_case{"LittleRange",
-                    "<Length>4</Length><LSB>8</LSB><MSB>23</MSB><Endianess>LittleEndian</Endianess>",
-                    {0xAA, 0x34, 0x12, 0xBB},
-                    0x1234,
-                    0x5678,
-                    {0xAA, 0x78, 0x56, 0xBB}},
-        masked_case{"Signed",
-                    "<Length>4</Length><LSB>31</LSB><MSB>28</MSB><Sign>Signed</Sign>",
-                    {0, 0, 0, 0x0F},
-                    -1,
-                    -8,
-                    {0, 0, 0, 0x08}},
-        masked_case{"ValueIsCutToTheField",
-                    "<Length>4</Length><LSB>31</LSB><MSB>28</MSB>",
-                    {0, 0, 0, 0x10},
-                    0,
-                    0x123,
-                    {0, 0, 0, 0x13}},
-        masked_case{"LengthZeroIsFour", "<Length>0</Length><Bit>0</Bit>", {0x80, 0, 0, 0}, 1, 0, {0, 0, 0, 0}},
-        masked_case{"NoBitsIsBit0", "<Length>4</Length><LSB>1</LSB>", {0x80, 0, 0, 0}, 1, 0, {0, 0, 0, 0}},
-        masked_case{"OutsideTheRegisterIsEmpty", "<Length>4</Length><Bit>40</Bit>", {1, 2, 3, 4}, 0, 1, {1, 2, 3, 4}},
-        masked_case{"LittleOfTwo",
-                    "<Length>2</Length><LSB>0</LSB><MSB>15</MSB><Endianess>LittleEndian</Endianess>",
-                    {0x34, 0x12, 9, 9, 9, 9},
-                    0x1234,
-                    0x5678,
-                    {0x78, 0x56, 9, 9, 9, 9}},
-        masked_case{"BigOfTwo",
-                    "<Length>2</Length><LSB>14</LSB><MSB>0</MSB>",
-                    {0xAA, 0xBB, 9, 9, 9, 9},
-                    0x555D,
-                    0x1234,
-                    {0x24, 0x69, 9, 9, 9, 9}},
-        masked_case{"BigOfEight",
-                    "<Length>8</Length><LSB>63</LSB><MSB>32</MSB>",
-                    {1, 2, 3, 4, 5, 6, 7, 8, 9},
-                    0x05060708,
-                    0x11121314,
-                    {1, 2, 3, 4, 0x11, 0x12, 0x13, 0x14, 9}},
-        masked_case{"LittleOfEight",
-                    "<Length>8</Length><LSB>32</LSB><MSB>63</MSB><Sign>Signed</Sign>"
-                    "<Endianess>LittleEndian</Endianess>",
-                    {1, 2, 3, 4, 0xFE, 0xFF, 0xFF, 0xFF, 9},
-                    -2,
-                    -3,
-                    {1, 2, 3, 4, 0xFD, 0xFF, 0xFF, 0xFF, 9}}),
+        masked_case{"BigBit0", "Length 4, Bit 0", "80 00 00 00", 1, 0, "00 00 00 00"},
+        masked_case{"BigBit31", "Length 4, Bit 31", "00 00 00 01", 1, 1, "00 00 00 01"},
+        masked_case{"LittleBit0", "Length 4, Bit 0, Endianess LittleEndian", "01 00 00 00", 1, 0, "00 00 00 00"},
+        masked_case{"BigRange", "Length 4, LSB 23, MSB 8", "aa 12 34 bb", 0x1234, 0xFFFF, "aa ff ff bb"},
+        masked_case{"LittleRange", "Length 4, LSB 8, MSB 23, Endianess LittleEndian", "aa 34 12 bb", 0x1234, 0x5678,
+                    "aa 78 56 bb"},
+        masked_case{"Signed", "Length 4, LSB 31, MSB 28, Sign Signed", "00 00 00 0f", -1, -8, "00 00 00 08"},
+        masked_case{"ValueIsCutToTheField", "Length 4, LSB 31, MSB 28", "00 00 00 10", 0, 0x123, "00 00 00 13"},
+        masked_case{"LengthZeroIsFour", "Length 0, Bit 0", "80 00 00 00", 1, 0, "00 00 00 00"},
+        masked_case{"NoBitsIsBit0", "Length 4, LSB 1", "80 00 00 00", 1, 0, "00 00 00 00"},
+        masked_case{"OutsideTheRegisterIsEmpty", "Length 4, Bit 40", "01 02 03 04", 0, 1, "01 02 03 04"},
+        masked_case{"LittleOfTwo", "Length 2, LSB 0, MSB 15, Endianess LittleEndian", "34 12 09 09 09", 0x1234, 0x5678,
+                    "78 56 09 09 09"},
+        masked_case{"BigOfTwo", "Length 2, LSB 14, MSB 0", "aa bb 09 09 09", 0x555D, 0x1234, "24 69 09 09 09"},
+        masked_case{"BigOfEight", "Length 8, LSB 63, MSB 32", "01 02 03 04 05 06 07 08 09", 0x05060708, 0x11121314,
+                    "01 02 03 04 11 12 13 14 09"},
+        masked_case{"LittleOfEight", "Length 8, LSB 32, MSB 63, Sign Signed, Endianess LittleEndian",
+                    "01 02 03 04 fe ff ff ff 09", -2, -3, "01 02 03 04 fd ff ff ff 09"}),
     case_name{});
 
-TEST(Registers, MaskedLimitsFollowTheWidth) {
-    const document sut{reg("MaskedIntReg", "<Address>0</Address><Length>4</Length><LSB>31</LSB><MSB>28</MSB>") +
-                       "<MaskedIntReg Name=\"S\"><Address>0</Address><Length>4</Length><LSB>31</LSB><MSB>28</MSB>"
-                       "<Sign>Signed</Sign><pPort>Device</pPort></MaskedIntReg>"};
-    EXPECT_THAT(sut.integer("R").get_min(0), Gives(0));
-    EXPECT_THAT(sut.integer("R").get_max(0), Gives(15));
-    EXPECT_THAT(sut.integer("S").get_min(0), Gives(-8));
-    EXPECT_THAT(sut.integer("S").get_max(0), Gives(7));
-}
-
-TEST(Registers, StructEntriesShareWhatTheStructureHas) {
-    document sut{"<Integer Name=\"L\"><Value>4</Value></Integer>"
-                 "<StructReg><Address>0x20</Address><pLength>L</pLength><pPort>Device</pPort>"
-                 "<Endianess>LittleEndian</Endianess>"
-                 "<StructEntry Name=\"Low\"><LSB>0</LSB><MSB>7</MSB></StructEntry>"
-                 "<StructEntry Name=\"High\"><LSB>24</LSB><MSB>31</MSB><Sign>Signed</Sign>"
-                 "<AccessMode>RO</AccessMode></StructEntry></StructReg>"};
-    sut.device.put(0x20, {0x11, 0x22, 0x33, 0xFF});
-    EXPECT_THAT(sut.integer("Low").get_val(0), Gives(0x11));
-    EXPECT_THAT(sut.integer("High").get_val(0), Gives(-1));
-    EXPECT_THAT(sut.integer("Low").set_val(0x55, 0), Passes());
-    EXPECT_EQ(sut.device.bytes(0x20, 4), (std::vector{0x55, 0x22, 0x33, 0xFF}));
-    EXPECT_THAT(sut.integer("High").set_val(1, 0), Refuses(access_denied));
-}
+const script_case registers[] = {
+    // Nothing checks that a value fits: the low bytes go out.
+    {"IntegersAreCutToTheirLength", "IntReg R: Address 0, Length 2", {"R := 0x123456", "[0] = 34 56 00"}},
+    {"BadLengthsAreErrorsOfTheAccess",
+     "IntReg Nine: Address 0, Length 9 | IntReg Zero: Address 0, Length 0 | FloatReg F: Address 0, Length 2"
+     " | StringReg Wild: Address 0, Length 0x7FFFFFFFFFFFFFFF",
+     {"Nine ! index_out_of_range", "says 1 Nine. Invalid Length value=9 out of range [1;8].",
+      "Zero := 0 ! index_out_of_range", "says 1 Zero. Invalid Length value=0 out of range [1;8].",
+      "F ! index_out_of_range", "says 1 F. Invalid length value (2). For a FloatReg this must be either 4 or 8.",
+      "F := 0 ! index_out_of_range", "Wild ! index_out_of_range", "Wild := a ! index_out_of_range", "reads = 0",
+      "writes = 0"}},
+    {"FloatsOfBothSizesAndOrders",
+     "FloatReg B4: Address 0, Length 4 | FloatReg L8: Address 8, Length 8, Endianess LittleEndian",
+     {"B4 := 1.5", "L8 := -2", "[0] = 3f c0 00 00", "[8] = 00 00 00 00 00 00 00 c0", "B4 = 1.5", "L8 = -2", "B4 := 0.1",
+      "B4 = 0.10000000149011612", "B4.inc ! not_implemented", "B4.max = 1.7976931348623157e308"}},
+    {"LengthMayComeFromANode",
+     "IntReg R: Address 0, pLength L | Integer L: Value 2",
+     {"[0] := 01 02 03 04", "R/bypass_cache = 0x0102", "L := 3", "R/bypass_cache = 0x010203", "R.max = 0xFFFFFF"}},
+    {"WithoutAPort",
+     "<IntReg Name='I'><Address>0</Address><Length>4</Length></IntReg>"
+     "<FloatReg Name='F'><Address>0</Address><Length>4</Length></FloatReg>"
+     "<MaskedIntReg Name='M'><Address>0</Address><Length>8</Length></MaskedIntReg>"
+     "<StringReg Name='S'><Address>0</Address><Length>4</Length></StringReg>",
+     {"I ! invalid_document", "I := 0 ! invalid_document", "F ! invalid_document", "M ! invalid_document",
+      "S ! invalid_document"}},
+    // Neither needs the address.
+    {"LimitsFollowFromLengthAndSign",
+     "IntReg I: pAddress Gone, Length 2 | MaskedIntReg M: pAddress Gone, LSB 31, MSB 28"
+     " | MaskedIntReg S: Address 0, Length 4, LSB 31, MSB 28, Sign Signed | Reg Gone@0",
+     {"breaks", "I.max = 0xFFFF", "M.min = 0", "M.max = 15", "S.min = -8", "S.max = 7", "reads = 0"}},
+    {"StructEntriesShareWhatTheStructureHas",
+     "Integer L: Value 4 | StructReg: Address 0x20, pLength L, Endianess LittleEndian, StructEntry@Low {LSB 0, MSB 7},"
+     " StructEntry@High {LSB 24, MSB 31, Sign Signed, AccessMode RO}",
+     {"[0x20] := 11 22 33 ff", "Low = 0x11", "High = -1", "Low := 0x55", "[0x20] = 55 22 33 ff",
+      "High := 1 ! access_denied"}},
+    {"TextsEndAtTheFirstNul",
+     "StringReg R: Address 0, Length 6, Cachable NoCache",
+     {"[0] := 61 62 00 78 79 7a", "R = ab", "R.max_length = 6"}},
+    {"TextsAreWrittenAsFarAsTheyFit",
+     "StringReg R: Address 0, Length 4",
+     {"[0] := 3f 3f 3f 3f", "R := ab", "[0] = 61 62 00 3f", "[0] := 3f 3f 3f 3f", "R := ", "[0] = 00 3f 3f 3f",
+      "R := abcd", "[0] = 61 62 63 64", "R/raw_string := xy", "[0] = 78 79 63 64", "R := abcde ! value_out_of_range"}},
+    {"TextsWrittenThrough",
+     "StringReg R: Address 0, Length 4, Cachable WriteThrough",
+     {"R/cache_only ! not_in_cache", "R = ", "R = ", "reads = 1", "R := ab", "R = ab", "reads = 0", "[0] := 78",
+      "R/bypass_cache = xb"}},
+    {"TextsWrittenAround",
+     "StringReg R: Address 0, Length 4, Cachable WriteAround",
+     {"R = ", "R = ", "reads = 1", "R := ab", "R = ab", "reads = 1"}},
+    {"TextsNotCached",
+     "StringReg R: Address 0, Length 4, Cachable NoCache",
+     {"R = ", "R = ", "reads = 2", "R := ab", "R = ab", "reads = 1"}},
+    {"ATextWrittenToTheCacheAlone",
+     "StringReg R: Address 0, Length 4",
+     {"R/cache_only := ab", "R = ab", "reads = 0", "writes = 0"}},
+    {"TextsAreForgottenAndDropNumbersOfTheirBytes",
+     "StringReg R: Address 0, Length 4, pInvalidator T | Reg T@8 | Reg Same@0",
+     {"R = ", "Same = 0", "[0] := 6e 65 77", "R = ", "T := 1", "R = new", "Same = 0x77656e", "R := A",
+      "Same = 0x770041"}},
+};
+INSTANTIATE_TEST_SUITE_P(Registers, Document, ::testing::ValuesIn(registers), case_name{});
 
 TEST(Registers, PlainBytes) {
-    document sut{reg("Register", "<Address>0x10</Address><Length>6</Length>")};
+    document sut{"Register R: Address 0x10, Length 6"};
     auto& node = sut.node<IRegister>("R");
     sut.device.put(0x10, {1, 2, 3, 4, 5, 6});
     std::byte all[6];
     EXPECT_THAT(node.get(all, 0), Passes());
     EXPECT_EQ(all[5], std::byte{6});
-    std::byte some[2] = {std::byte{9}, std::byte{8}};
+    const std::byte some[2] = {std::byte{9}, std::byte{8}};
     EXPECT_THAT(node.set(some, 0), Passes());
     EXPECT_EQ(sut.device.bytes(0x10, 3), (std::vector{9, 8, 3}));
     std::byte more[7];
@@ -319,97 +200,41 @@ TEST(Registers, PlainBytes) {
     // Never cached.
     const int reads = sut.device.reads;
     EXPECT_THAT(node.get(all, 0), Passes());
-    EXPECT_THAT(node.get(all, 0), Passes());
-    EXPECT_EQ(sut.device.reads, reads + 2);
+    EXPECT_EQ(sut.device.reads, reads + 1);
+    const document unbound{"<Register Name='R'><Address>0</Address><Length>6</Length></Register>"};
+    EXPECT_THAT(unbound.node<IRegister>("R").get(all, 0), Refuses(not_implemented));
 }
 
-TEST(StringRegister, EndsAtTheFirstNul) {
-    document sut{reg("StringReg", "<Address>0</Address><Length>6</Length><Cachable>NoCache</Cachable>")};
+TEST(Registers, TextsKeepTheirNulsWhenRaw) {
+    document sut{"StringReg R: Address 0, Length 4"};
     auto& node = sut.node<IString>("R");
-    sut.device.put(0, {'a', 'b', 0, 'x', 'y', 'z'});
-    EXPECT_THAT(node.get_val(0), Gives("ab"));
-    EXPECT_THAT(node.get_val(raw_string), Gives(std::string("ab\0xyz", 6)));
-    EXPECT_THAT(node.get_max_length(0), Gives(6u));
-}
-
-TEST(StringRegister, WritesWhatFits) {
-    document sut{reg("StringReg", "<Address>0</Address><Length>4</Length>")};
-    auto& node = sut.node<IString>("R");
-    const auto fill = [&] { sut.device.put(0, {'?', '?', '?', '?'}); };
-    fill();
-    EXPECT_THAT(node.set_val("ab", 0), Passes());
-    EXPECT_EQ(sut.device.bytes(0, 4), (std::vector<int>{'a', 'b', 0, '?'}));
-    fill();
-    EXPECT_THAT(node.set_val("", 0), Passes());
-    EXPECT_EQ(sut.device.bytes(0, 2), (std::vector<int>{0, '?'}));
-    fill();
-    EXPECT_THAT(node.set_val("abcd", 0), Passes());
-    EXPECT_EQ(sut.device.bytes(0, 4), (std::vector<int>{'a', 'b', 'c', 'd'}));
-    fill();
-    EXPECT_THAT(node.set_val("ab", raw_string), Passes());
-    EXPECT_EQ(sut.device.bytes(0, 3), (std::vector<int>{'a', 'b', '?'}));
-    fill();
+    sut.device.put(0, {'?', '?', '?', '?'});
     EXPECT_THAT(node.set_val(std::string_view("a\0b", 3), 0), Passes());
-    EXPECT_EQ(sut.device.bytes(0, 4), (std::vector<int>{'a', 0, 'b', '?'}));
-    EXPECT_THAT(node.set_val("abcde", 0), Refuses(value_out_of_range));
+    EXPECT_THAT(node.get_val(raw_string), Gives(std::string("a\0b?", 4)));
 }
 
-struct string_cache_case {
-    const char* mode;
-    int reads_of_two;
-    int reads_after_write;
-};
-
-TEST(StringRegister, KeepsItsLastText) {
-    for (const auto& [mode, reads_of_two, reads_after_write] :
-         {string_cache_case{"WriteThrough", 1, 0}, string_cache_case{"WriteAround", 1, 1},
-          string_cache_case{"NoCache", 2, 1}}) {
-        SCOPED_TRACE(mode);
-        document sut{
-            reg("StringReg", std::string{"<Address>0</Address><Length>4</Length><Cachable>"} + mode + "</Cachable>")};
-        auto& node = sut.node<IString>("R");
-        const auto reads_of = [&](const char* expected) {
-            const int before = sut.device.reads;
-            EXPECT_THAT(node.get_val(0), Gives(expected));
-            return sut.device.reads - before;
-        };
-        if (reads_of_two == 1) {
-            EXPECT_THAT(node.get_val(cache_only), Fails(not_in_cache));
-        }
-        EXPECT_EQ(reads_of("") + reads_of(""), reads_of_two);
-        EXPECT_THAT(node.set_val("ab", 0), Passes());
-        EXPECT_EQ(reads_of("ab"), reads_after_write);
-        sut.device.put(0, {'x'});
-        EXPECT_THAT(node.get_val(bypass_cache), Gives("xb"));
+TEST(Registers, StructEntriesTakeWhatTheyDoNotState) {
+    const auto entry = [](const std::string& structure, const std::string& own) {
+        return "Integer No: Value 0 | Integer Yes: Value 1 | Reg Trigger@8 | StructReg: Address 0, Length 4, Cachable"
+               " WriteThrough, Endianess LittleEndian" +
+               structure + ", StructEntry@E {LSB 0, MSB 7" + own + "}";
+    };
+    struct row {
+        const char* structure;
+        const char* own;
+        const char* write;
+    };
+    for (const auto& [structure, own, write] :
+         {row{", AccessMode RO", "", "E := 1 ! access_denied"}, row{", AccessMode RO", ", AccessMode RW", "E := 1"},
+          row{", pIsImplemented No", "", "E := 1 ! node_not_implemented"},
+          row{", pIsAvailable No", "", "E := 1 ! node_not_available"},
+          row{", pIsAvailable No", ", pIsAvailable Yes", "E := 1"},
+          row{", pIsLocked Yes, AccessMode WO", "", "E := 1 ! node_locked"}}) {
+        document sut{entry(structure, own)};
+        script{sut}.run({write});
     }
-}
-
-TEST(StringRegister, CacheOnlyWriteStaysHere) {
-    document sut{reg("StringReg", "<Address>0</Address><Length>4</Length>")};
-    EXPECT_THAT(sut.node<IString>("R").set_val("ab", cache_only), Passes());
-    EXPECT_THAT(sut.node<IString>("R").get_val(0), Gives("ab"));
-    EXPECT_EQ(sut.device.reads + sut.device.writes, 0);
-}
-
-TEST(StringRegister, ForgetsWhenOthersInvalidateItAndDropsNumbersOfItsBytes) {
-    document sut{reg("StringReg", "<Address>0</Address><Length>4</Length><pInvalidator>T</pInvalidator>") +
-                 int_reg("T", 8) + int_reg("Same", 0)};
-    auto& node = sut.node<IString>("R");
-    EXPECT_THAT(node.get_val(0), Gives(""));
-    EXPECT_THAT(sut.integer("Same").get_val(0), Gives(0));
-    sut.device.put(0, {'n', 'e', 'w'});
-    EXPECT_THAT(node.get_val(0), Gives(""));
-    EXPECT_THAT(sut.integer("T").set_val(1, 0), Passes());
-    EXPECT_THAT(node.get_val(0), Gives("new"));
-    EXPECT_THAT(sut.integer("Same").get_val(0), Gives('n' | 'e' << 8 | 'w' << 16));
-    EXPECT_THAT(node.set_val("A", 0), Passes());
-    EXPECT_THAT(sut.integer("Same").get_val(0), Gives('A' | 'w' << 16));
-}
-
-TEST(StringRegister, AWildLengthIsAnError) {
-    const document sut{reg("StringReg", "<Address>0</Address><Length>0x7FFFFFFFFFFFFFFF</Length>")};
-    EXPECT_THAT(sut.node<IString>("R").get_val(0), Fails(index_out_of_range));
-    EXPECT_THAT(sut.node<IString>("R").set_val("a", 0), Refuses(index_out_of_range));
+    document sut{entry(", pInvalidator Trigger", "")};
+    script{sut}.run({"E = 0", "[0] := 07", "Trigger := 1", "E = 7"});
 }
 
 } // namespace

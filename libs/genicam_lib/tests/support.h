@@ -2,6 +2,7 @@
 #pragma once
 
 #include "log_capture.h"
+#include "notation.h"
 
 #include <GenICam/IGenICamDoc.h>
 
@@ -9,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -23,11 +25,12 @@ class counting_device final : public IDevicePort {
 public:
     [[nodiscard]] result<std::size_t> read(int64_t address, std::span<std::byte> data, unsigned) override {
         ++reads;
-        if (broken) return fail(timeout);
+        if (broken || address == broken_at) return fail(timeout);
         for (std::size_t i = 0; i < data.size(); ++i) {
             const auto found = memory.find(address + static_cast<int64_t>(i));
             data[i] = found != memory.end() ? found->second : std::byte{0};
         }
+        if (const auto work = std::exchange(after_read, nullptr)) work();
         return data.size();
     }
     [[nodiscard]] std::error_code write(int64_t address, std::span<const std::byte> data, unsigned) override {
@@ -53,14 +56,16 @@ public:
     int reads = 0;
     int writes = 0;
     bool broken = false;
+    std::optional<int64_t> broken_at;
+    std::function<void()> after_read; // once, before the reader has the bytes
 };
 
-// A document around the given nodes, its port "Device" bound to a counting device.
+// A document around the given nodes, XML or the short notation, its port "Device" bound to a counting device.
 class document {
 public:
     explicit document(std::string nodes, uint16_t options = 0) {
-        doc =
-            create_document("<RegisterDescription>" + nodes + "<Port Name=\"Device\"/></RegisterDescription>", options);
+        if (!nodes.starts_with('<')) nodes = notation::xml(nodes);
+        doc = create_document("<R>" + nodes + "<Port Name='Device'/></R>", options);
         EXPECT_NE(doc, nullptr) << nodes;
         EXPECT_FALSE(doc->find<IPort>("Device")->bind(&device, 0));
     }

@@ -1,0 +1,220 @@
+// What is read from the device and what from the cache: by counting reads, and by comparing with reads past the cache.
+#include "script.h"
+
+#include "impl/register_cache.h"
+
+#include <functional>
+
+namespace GenICam::testing {
+namespace {
+
+// Registers of 1 to 8 bytes over the same 12 bytes, in each caching mode: whatever is read or written before, a cached
+// read equals one past the cache.
+TEST(OverlappingRegisters, AreReadAsTheyStandInTheDevice) {
+    std::string nodes = "StringReg Text: Address 0, Length 16 | Register Bytes: Address 3, Length 2";
+    std::vector<std::string> names;
+    for (const std::string at : {"0", "2", "4", "6"}) {
+        for (const std::string length : {"1", "2", "4", "8"}) {
+            for (const std::string mode : {"WriteThrough", "WriteAround", "NoCache"}) {
+                names.push_back("R" + at + "_" + length + mode);
+                nodes += " | IntReg " + names.back() + ": Address " + at + ", Length " + length + ", Cachable " + mode;
+            }
+        }
+    }
+    document sut{nodes};
+    sut.device.put(0, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16});
+    auto& text = sut.node<IString>("Text");
+    const auto compare = [&](const std::string& after) {
+        const auto one = [&](const std::string& name) {
+            auto& node = sut.integer(name);
+            const auto plain = node.get_val(0);
+            EXPECT_EQ(plain, node.get_val(bypass_cache)) << name << " after " << after;
+        };
+        std::ranges::for_each(names, one);
+        std::for_each(names.rbegin(), names.rend(), one);
+        EXPECT_EQ(text.get_val(0), text.get_val(bypass_cache)) << after;
+        EXPECT_EQ(text.get_val(raw_string), text.get_val(raw_string | bypass_cache)) << after;
+    };
+    compare("nothing");
+    int64_t value = 0x1122334455667788;
+    for (const std::string& name : names) {
+        for (const unsigned flags : {0U, unsigned{bypass_cache}}) {
+            EXPECT_THAT(sut.integer(name).set_val(value += 0x0101010101010101, flags), Passes());
+            compare(name);
+        }
+    }
+    for (const char* words : {"", "abc", "0123456789abcdef"}) {
+        EXPECT_THAT(text.set_val(words, 0), Passes());
+        compare(words);
+    }
+    EXPECT_THAT(text.set_val("xy", raw_string), Passes());
+    compare("raw");
+    const std::byte two[2] = {std::byte{0x77}, std::byte{0x66}};
+    EXPECT_THAT(sut.node<IRegister>("Bytes").set(two, 0), Passes());
+    compare("bytes");
+    EXPECT_THAT(sut.node<IPort>("Device").write(5, two, 0), Passes());
+    compare("the port");
+}
+
+// The device changes while it is read, as another thread's write would have it: what was read is not kept.
+TEST(OverlappingRegisters, AWriteDuringAReadIsNotOvertaken) {
+    document sut{"Reg A@0 | Reg Around@0: Cachable NoCache | StringReg Text: Address 0, Length 4"};
+    auto& number = sut.integer("A");
+    auto& text = sut.node<IString>("Text");
+    for (const char* writer : {"A", "Around"}) {
+        const auto write = [&](int64_t value) {
+            return [&, value] { EXPECT_THAT(sut.integer(writer).set_val(value, 0), Passes()); };
+        };
+        auto& port = sut.node<IPort>("Device");
+        port.unbind(bind_flags::clear_cache | bind_flags::invalidate);
+        ASSERT_THAT(port.bind(&sut.device, 0), Passes());
+        sut.device.after_read = write(0x4142);
+        (void)number.get_val(0);
+        EXPECT_THAT(number.get_val(0), Gives(0x4142)) << writer;
+        sut.device.after_read = write(0x4344);
+        (void)text.get_val(0);
+        EXPECT_THAT(text.get_val(0), Gives("DC")) << writer;
+    }
+}
+
+// The address cannot be read at the moment when the register is invalidated: what was cached must not come back.
+TEST(OverlappingRegisters, AnInvalidationWithoutAnAddressIsNotLost) {
+    document sut{"IntReg Value: pAddress Base, Length 4, pInvalidator Trigger | Reg Base@0x100: Cachable NoCache"
+                 " | Reg Trigger@0x200"};
+    script{sut}.run({"Value = 0", "[0] := 01", "breaks at 0x100", "Trigger := 1", "mends", "Value = 0x1000000"});
+}
+
+struct cache_case {
+    const char* name;
+    const char* register_node;
+    uint16_t options;
+    int reads_of_two;      // device reads of two plain reads
+    int reads_after_write; // device reads of one read after a write
+};
+
+class CachingMode : public ::testing::TestWithParam<cache_case> {};
+
+TEST_P(CachingMode, DecidesWhoReachesTheDevice) {
+    const auto& p = GetParam();
+    document sut{std::string{p.register_node}, p.options};
+    script{sut}.run({"R = 0", "R = 0", "reads = " + std::to_string(p.reads_of_two), "R := 1", "reads = 0", "R = 1",
+                     "reads = " + std::to_string(p.reads_after_write)});
+}
+
+// The defaults differ on purpose: integers trust the cache after a write, floats ask the device what it made of it.
+INSTANTIATE_TEST_SUITE_P(
+    All, CachingMode,
+    ::testing::Values(cache_case{"IntDefault", "Reg R@0", 0, 1, 0},
+                      cache_case{"IntThrough", "Reg R@0: Cachable WriteThrough", 0, 1, 0},
+                      cache_case{"IntAround", "Reg R@0: Cachable WriteAround", 0, 1, 1},
+                      cache_case{"IntNone", "Reg R@0: Cachable NoCache", 0, 2, 1},
+                      cache_case{"FloatDefault", "FloatReg R: Address 0, Length 4", 0, 1, 1},
+                      cache_case{"FloatThrough", "FloatReg R: Address 0, Length 4, Cachable WriteThrough", 0, 1, 0},
+                      cache_case{"ForcedNone", "Reg R@0", force_no_cache_option, 2, 1},
+                      cache_case{"ForcedButOwn", "Reg R@0: Cachable WriteThrough", force_no_cache_option, 1, 0},
+                      cache_case{"LowOptionByteHasNoEffect", "Reg R@0", 0x00FF, 1, 0}),
+    case_name{});
+
+const std::string structure = "StructReg: Address 0, Length 4, Endianess LittleEndian, ";
+
+const script_case caches[] = {
+    {"OfAStructEntryIsOff", structure + "StructEntry@R {Bit 0}", {"R = 0", "R = 0", "reads = 2"}},
+    {"OfAStructEntryIsTheStructures",
+     structure + "Cachable WriteThrough, StructEntry@R {Bit 0}",
+     {"R = 0", "R = 0", "reads = 1"}},
+    {"OfAStructEntryIsItsOwn",
+     structure + "Cachable WriteThrough, StructEntry@R {Bit 0, Cachable NoCache}",
+     {"R = 0", "R = 0", "reads = 2"}},
+    // A bypassing read stores nothing; a bypassing write is not kept, but drops what was. A register that is not cached
+    // has no cache to be held to.
+    {"ObeysTheFlags",
+     "Reg R@0 | Reg None@8: Cachable NoCache",
+     {"R/cache_only ! not_in_cache", "R/cache_only := 1 ! not_in_cache", "reads = 0", "writes = 0",
+      "R/bypass_cache = 0", "R/cache_only ! not_in_cache", "R = 0", "R/cache_only := 5", "writes = 0", "R = 5",
+      "R/bypass_cache = 0", "R/bypass_cache := 6", "R = 6", "None/cache_only = 0"}},
+    {"DoesNotRememberAFailedTransfer", "Reg R@0", {"breaks", "R ! timeout", "R := 1 ! timeout", "mends", "R = 0"}},
+};
+INSTANTIATE_TEST_SUITE_P(Cache, Document, ::testing::ValuesIn(caches), case_name{});
+
+// The bytes of an entry, one digit each; empty when there is none.
+std::string cached(const impl::register_cache& cache, int64_t address, std::size_t length) {
+    std::vector<std::byte> data(length);
+    std::string out;
+    if (!cache.read(address, data)) return out;
+    for (const std::byte b : data) out += std::to_string(std::to_integer<int>(b));
+    return out;
+}
+
+void store(impl::register_cache& cache, int64_t address, std::vector<unsigned char> bytes) {
+    cache.store(address, std::as_bytes(std::span{bytes}));
+}
+
+TEST(RegisterCache, FindsByTheVeryAddressUpToTheLastLength) {
+    impl::register_cache cache;
+    store(cache, 0x10, {1, 2, 3, 4});
+    store(cache, 0x20, {5, 6});
+    store(cache, -8, {7});
+    EXPECT_EQ(cached(cache, 0x10, 2), "12");
+    EXPECT_EQ(cached(cache, 0x20, 3), "");
+    EXPECT_EQ(cached(cache, 0x20, 2), "56");
+    EXPECT_EQ(cached(cache, -8, 1), "7");
+    EXPECT_EQ(cached(cache, 0x12, 1), "");
+    EXPECT_TRUE(cache.contains(0x20, 2));
+    EXPECT_FALSE(cache.contains(0x20, 3));
+    store(cache, 0x10, {9, 8});
+    EXPECT_EQ(cached(cache, 0x10, 4), "");
+    EXPECT_EQ(cached(cache, 0x10, 2), "98");
+    cache.invalidate(0x12, 2); // beyond the new length
+    EXPECT_TRUE(cache.contains(0x10, 1));
+    cache.clear();
+    EXPECT_FALSE(cache.contains(0x10, 1));
+}
+
+TEST(RegisterCache, ShorterOverlapsAreReplacedLongerOnesStay) {
+    impl::register_cache cache;
+    store(cache, 0x10, {1, 1, 1, 1});
+    store(cache, 0x12, {2, 2, 2, 2});
+    EXPECT_FALSE(cache.contains(0x10, 1));
+    store(cache, 0x14, {3, 3});
+    EXPECT_TRUE(cache.contains(0x12, 1));
+    store(cache, 0x10, {4, 4, 4, 4, 4, 4, 4, 4});
+    EXPECT_FALSE(cache.contains(0x12, 1));
+    EXPECT_FALSE(cache.contains(0x14, 1));
+    EXPECT_TRUE(cache.contains(0x10, 1));
+}
+
+TEST(RegisterCache, InvalidatesWhatOverlaps) {
+    struct range_case {
+        int64_t address;
+        uint64_t length;
+        std::vector<int64_t> left;
+    };
+    for (const auto& [address, length, left] : {
+             range_case{0x10, 4, {0x0C, 0x14}},
+             range_case{0x13, 1, {0x0C, 0x14}},
+             range_case{0x0F, 1, {0x10, 0x14}},
+             range_case{0x0E, 0x100, {}},
+             range_case{0x18, 8, {0x0C, 0x10, 0x14}},
+             range_case{0, 0x0C, {0x0C, 0x10, 0x14}},
+             range_case{std::numeric_limits<int64_t>::min(), UINT64_MAX, {}},
+         }) {
+        impl::register_cache cache;
+        for (const int64_t at : {0x10, 0x0C, 0x14}) store(cache, at, {1, 2, 3, 4});
+        cache.invalidate(address, length);
+        std::vector<int64_t> found;
+        for (const int64_t at : {0x0C, 0x10, 0x14}) {
+            if (cache.contains(at, 1)) found.push_back(at);
+        }
+        EXPECT_EQ(found, left) << address << " " << length;
+    }
+    // An entry that reaches up from below is found behind a shorter one in between.
+    impl::register_cache cache;
+    store(cache, 0x10, {1, 2, 3, 4, 5, 6, 7, 8});
+    store(cache, 0x14, {1, 2});
+    cache.invalidate(0x16, 2);
+    EXPECT_FALSE(cache.contains(0x10, 1));
+    EXPECT_TRUE(cache.contains(0x14, 1));
+}
+
+} // namespace
+} // namespace GenICam::testing
