@@ -2,14 +2,11 @@
 #include "device_stream.h"
 #include "module_feature.h"
 
-#include <gds_gentl_producer/async_deliver_queue.h>
 #include <gds_gentl_producer/delivery_statistics.h>
 #include <gentl_producer/Library.h>
 
 #include <spdlog/logger.h>
 #include <spdlog/sinks/base_sink.h>
-
-#include <latch>
 
 namespace {
 
@@ -183,38 +180,6 @@ TEST(Delivery, ASlowThreadBehindTheMailboxGetsTheNewestFrame) {
         ASSERT_TRUE(own->start());
         EXPECT_EQ(drops.get(), 0U);
     }
-}
-
-TEST(Delivery, TheMailboxKeepsTheNewestFrame) {
-    gds_producer::async_deliver_queue mailbox;
-    int frames[4] = {};
-    std::latch entered{1};
-    std::latch go_on{1};
-    std::vector<void*> handled;
-    mailbox.start([&](void* frame) {
-        handled.push_back(frame);
-        if (handled.size() == 1) {
-            entered.count_down();
-            go_on.wait();
-        }
-    });
-    EXPECT_EQ(mailbox.push_image_replace(&frames[0]).returned, nullptr);
-    entered.wait(); // the handler is slower than what follows
-    EXPECT_EQ(mailbox.push_image_replace(&frames[1]).returned, nullptr);
-    for (int i = 2; i < 4; ++i) {
-        const auto replaced = mailbox.push_image_replace(&frames[i]);
-        EXPECT_FALSE(replaced.stopped);
-        EXPECT_EQ(replaced.returned, &frames[i - 1]) << "the older one comes back";
-    }
-    EXPECT_EQ(mailbox.take(), &frames[3]);
-    EXPECT_EQ(mailbox.push_image_replace(&frames[2]).returned, nullptr);
-    go_on.count_down();
-    void* left = mailbox.stop();
-    EXPECT_TRUE(left == nullptr || left == &frames[2]);
-    EXPECT_EQ(handled.size(), left == nullptr ? 2U : 1U);
-    const auto refused = mailbox.push_image_replace(&frames[0]);
-    EXPECT_TRUE(refused.stopped);
-    EXPECT_EQ(refused.returned, &frames[0]);
 }
 
 TEST(Delivery, StatisticsAreThoseOfTheLastWholeInterval) {

@@ -100,18 +100,6 @@ TEST(StreamBuffers, ASmallBufferTakesWhatFitsAndSaysSo) {
     EXPECT_EQ(b.underruns(), 0U);
 }
 
-TEST(StreamBuffers, AnEmptyBufferComesBackUnfilled) {
-    five_buffers b;
-    const BUFFER_HANDLE handle = b.own->announce(0);
-    ASSERT_FALSE(b.own->stream->QueueBuffer(handle).failed());
-    ASSERT_TRUE(b.own->start());
-    b.own->cam.send_frame(1);
-    ASSERT_EQ(b.own->next(long_enough_ms), handle);
-    EXPECT_EQ(b.of<size_t>(handle, BUFFER_INFO_SIZE_FILLED), 0U);
-    EXPECT_NE(b.of<uint8_t>(handle, BUFFER_INFO_DATA_LARGER_THAN_BUFFER), 0);
-    EXPECT_TRUE(b.own->all_accounted_for());
-}
-
 TEST(StreamBuffers, SkippedFramesAreRecoveredOrCountedAsLoss) {
     five_buffers b;
     for (size_t i = 0; i < 5; ++i) b.queue(i);

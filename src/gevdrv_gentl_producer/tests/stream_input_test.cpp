@@ -122,16 +122,3 @@ TEST(StreamInput, AFloodOfStrangersIsSurvived) {
         ASSERT_TRUE(own->start());
     }
 }
-
-TEST(StreamInput, TooLongAPacketGivesOnlyItsShare) {
-    const auto own = running_stream();
-    ASSERT_TRUE(own);
-    for (uint16_t block = 1; block <= 5; ++block) {
-        for (uint32_t id = 0; id <= camera::trailer_id; ++id) {
-            bytes packet = camera::packet(block, id);
-            packet.resize(block == 5 ? longest_datagram : packet.size() + block * 700U, std::byte{0xEE});
-            own->cam.send(packet);
-        }
-        ASSERT_NO_FATAL_FAILURE(expect_next(*own, block));
-    }
-}
