@@ -24,6 +24,18 @@ public:
         for (const std::string& step : steps) EXPECT_EQ(outcome_of(step), "") << step;
     }
 
+    // A value by its text, as in a step.
+    static std::error_code write(INode& node, const std::string& value, unsigned flags) {
+        if (auto* number = node_cast<IInteger>(&node)) return number->set_val(integer(value), flags);
+        if (auto* real = node_cast<IFloat>(&node)) return real->set_val(std::strtod(value.c_str(), nullptr), flags);
+        if (auto* boolean = node_cast<IBoolean>(&node)) return boolean->set_val(value == "true", flags);
+        if (auto* command = node_cast<ICommand>(&node)) return command->execute(flags);
+        if (auto* text = node_cast<IString>(&node)) return text->set_val(value, flags);
+        auto* enumeration = node_cast<IEnumeration>(&node);
+        if (enumeration == nullptr) throw std::runtime_error("cannot be written");
+        return enumeration->set_selected_entry(enumeration->find_entry_by_name(value), flags);
+    }
+
 private:
     static constexpr std::pair<const char*, genicam_errc> errors[] = {
         {"timeout", timeout},
@@ -184,17 +196,6 @@ private:
         if (property == ".unit") return same(std::string{node.get_unit()}, wanted);
         if (property != "") throw std::runtime_error("no such property: " + property);
         return compared(node.get_val(flags), wanted);
-    }
-
-    static std::error_code write(INode& node, const std::string& value, unsigned flags) {
-        if (auto* number = node_cast<IInteger>(&node)) return number->set_val(integer(value), flags);
-        if (auto* real = node_cast<IFloat>(&node)) return real->set_val(std::strtod(value.c_str(), nullptr), flags);
-        if (auto* boolean = node_cast<IBoolean>(&node)) return boolean->set_val(value == "true", flags);
-        if (auto* command = node_cast<ICommand>(&node)) return command->execute(flags);
-        if (auto* text = node_cast<IString>(&node)) return text->set_val(value, flags);
-        auto* enumeration = node_cast<IEnumeration>(&node);
-        if (enumeration == nullptr) throw std::runtime_error("cannot be written");
-        return enumeration->set_selected_entry(enumeration->find_entry_by_name(value), flags);
     }
 
     document& sut;
