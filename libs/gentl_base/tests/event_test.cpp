@@ -118,25 +118,19 @@ TEST(Event, DataAndInfoTables) {
 TEST(Event, CountersFollowFiringTakingAndFlushing) {
     auto event = std::make_shared<GenApiEvent>(EVENT_MODULE);
     const auto counts = [&] {
-        INFO_DATATYPE type = 0;
-        size_t queued = 0;
-        uint64_t fired = 0;
-        size_t size = sizeof queued;
-        EXPECT_FALSE(event->GetInfo(EVENT_NUM_IN_QUEUE, &type, &queued, &size).failed());
-        EXPECT_EQ(type, INFO_DATATYPE_SIZET);
-        size = sizeof fired;
-        EXPECT_FALSE(event->GetInfo(EVENT_NUM_FIRED, &type, &fired, &size).failed());
-        EXPECT_EQ(type, INFO_DATATYPE_UINT64);
-        return std::pair{queued, fired};
+        const auto count = [&](EVENT_INFO_CMD command) {
+            return answer_of<uint64_t>([&](auto... out) { return event->GetInfo(command, out...).code; });
+        };
+        return std::pair{count(EVENT_NUM_IN_QUEUE), count(EVENT_NUM_FIRED)};
     };
     for (int i = 0; i < 3; ++i) event->fire(1, {});
-    EXPECT_EQ(counts(), std::pair(size_t{3}, uint64_t{3}));
+    EXPECT_EQ(counts(), std::pair(uint64_t{3}, uint64_t{3}));
     GenApiEventRecord record{};
     size_t size = sizeof record;
     ASSERT_FALSE(event->GetData(&record, &size, 0).failed());
-    EXPECT_EQ(counts(), std::pair(size_t{2}, uint64_t{3}));
+    EXPECT_EQ(counts(), std::pair(uint64_t{2}, uint64_t{3}));
     ASSERT_FALSE(event->Flush().failed());
-    EXPECT_EQ(counts(), std::pair(size_t{0}, uint64_t{3}));
+    EXPECT_EQ(counts(), std::pair(uint64_t{0}, uint64_t{3}));
     EXPECT_EQ(event->GetData(&record, &size, 0).code, GC_ERR_TIMEOUT);
 }
 
@@ -152,11 +146,7 @@ TEST(Event, NewBuffersGoToTheEventRegisteredLast) {
         }
         object.queue_buffer_from_filling_to_output(object.fill());
         if (round == 0) continue;
-        INFO_DATATYPE type = 0;
-        uint64_t fired = 0;
-        size_t size = sizeof fired;
-        EXPECT_EQ(EventGetInfo(event, EVENT_NUM_FIRED, &type, &fired, &size), GC_ERR_SUCCESS);
-        EXPECT_EQ(fired, 1U);
+        EXPECT_EQ(answer_of<uint64_t>([&](auto... out) { return EventGetInfo(event, EVENT_NUM_FIRED, out...); }), 1U);
         EXPECT_EQ(GCUnregisterEvent(chain.ds, EVENT_NEW_BUFFER), GC_ERR_SUCCESS);
     }
     object.filling.clear();

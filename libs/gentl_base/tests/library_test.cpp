@@ -23,16 +23,12 @@ protected:
 };
 
 TEST_F(Library, EveryFunctionAsksForInitialisationBeforeItsArguments) {
-    EXPECT_EQ(GCGetInfo(TL_INFO_ID, nullptr, nullptr, nullptr), GC_ERR_NOT_INITIALIZED);
-    EXPECT_EQ(TLOpen(nullptr), GC_ERR_NOT_INITIALIZED);
-    EXPECT_EQ(TLClose(nullptr), GC_ERR_NOT_INITIALIZED);
-    EXPECT_EQ(IFClose(nullptr), GC_ERR_NOT_INITIALIZED);
-    EXPECT_EQ(DevClose(nullptr), GC_ERR_NOT_INITIALIZED);
-    EXPECT_EQ(DSClose(nullptr), GC_ERR_NOT_INITIALIZED);
-    EXPECT_EQ(DSQueueBuffer(nullptr, nullptr), GC_ERR_NOT_INITIALIZED);
-    EXPECT_EQ(GCReadPort(nullptr, 0, nullptr, nullptr), GC_ERR_NOT_INITIALIZED);
-    EXPECT_EQ(EventGetData(nullptr, nullptr, nullptr, 0), GC_ERR_NOT_INITIALIZED);
-    EXPECT_EQ(GCRegisterEvent(nullptr, EVENT_MODULE, nullptr), GC_ERR_NOT_INITIALIZED);
+    for (const GC_ERROR answer :
+         {GCGetInfo(TL_INFO_ID, nullptr, nullptr, nullptr), TLOpen(nullptr), IFClose(nullptr), DevClose(nullptr),
+          DSQueueBuffer(nullptr, nullptr), GCReadPort(nullptr, 0, nullptr, nullptr),
+          EventGetData(nullptr, nullptr, nullptr, 0), GCRegisterEvent(nullptr, EVENT_MODULE, nullptr)}) {
+        EXPECT_EQ(answer, GC_ERR_NOT_INITIALIZED);
+    }
     GC_ERROR code = 0;
     EXPECT_EQ(GCGetLastError(&code, nullptr, nullptr), GC_ERR_NOT_INITIALIZED);
 }
