@@ -23,3 +23,12 @@ function(orv_add_test)
   endif()
   gtest_discover_tests(${arg_NAME} DISCOVERY_TIMEOUT 60 NO_PRETTY_VALUES PROPERTIES TIMEOUT ${arg_TIMEOUT} ${arg_PROPERTIES})
 endfunction()
+
+# orv_add_fuzz_replay_test(name task source [library ...])
+# The corpus of fuzz/<task> through the same functions as its fuzzers call, without one; `source` names the cases.
+function(orv_add_fuzz_replay_test name task source)
+  set(fuzz_folder ${PROJECT_SOURCE_DIR}/fuzz/${task})
+  orv_add_test(NAME ${name} SOURCES ${source} ${fuzz_folder}/exercise.cpp LIBS ${ARGN})
+  target_include_directories(${name} PRIVATE ${fuzz_folder} ${PROJECT_SOURCE_DIR}/fuzz)
+  set_property(SOURCE ${source} PROPERTY COMPILE_DEFINITIONS ORV_FUZZ_CORPUS="${fuzz_folder}/corpus")
+endfunction()

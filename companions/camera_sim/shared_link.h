@@ -16,6 +16,7 @@
 
 namespace camera_sim {
 
+// Thread-safe; a sender's own calls come from one thread at a time.
 class shared_link {
 public:
     using time_point = std::chrono::steady_clock::time_point;
@@ -26,7 +27,6 @@ public:
     [[nodiscard]] uint64_t bytes_per_second() const noexcept { return rate; }
     [[nodiscard]] std::chrono::nanoseconds time_of(std::size_t wire_bytes) const noexcept;
 
-    // All of these from any thread; a sender's own calls from one at a time.
     [[nodiscard]] std::size_t add_sender();
     // The sender will not send before this time; none of its packets is waited for until then.
     void promise(std::size_t sender, time_point earliest);

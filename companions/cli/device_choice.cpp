@@ -1,6 +1,7 @@
-// Which device the user meant.
+#include "device_choice.h"
+
+#include "feature_number.h"
 #include "nearest_names.h"
-#include "session.h"
 
 #include <fmt/format.h>
 
@@ -9,12 +10,6 @@
 namespace cli {
 
 namespace {
-
-std::string text_of(const node_map& nodes, const char* feature) {
-    GenICam::INode* node = nodes.document().find_node(feature);
-    std::string error;
-    return node == nullptr ? std::string{} : value_text(*node, error, GenICam::access_flags::bypass_cache);
-}
 
 // One line of the list that an error shows.
 std::string line_of(const device_entry& device) {
@@ -46,13 +41,13 @@ void add_places(found_devices& found) {
                                                   : selector->get_max(GenICam::access_flags::bypass_cache);
             for (int64_t i = 0; last && i <= *last; ++i) {
                 if (selector->set_val(i, 0)) break;
-                const std::string id = text_of(nodes, "DeviceID");
+                const std::string id = feature_text(nodes, "DeviceID");
                 for (auto& [other, its_interface] : found.devices) {
                     if (its_interface != interface || other.id != id) continue;
-                    other.address = text_of(nodes, "GevDeviceIPAddress");
-                    other.mask = text_of(nodes, "GevDeviceSubnetMask");
-                    other.mac = text_of(nodes, "GevDeviceMACAddress");
-                    other.reachable = text_of(nodes, "DeviceReachableStatus");
+                    other.address = feature_text(nodes, "GevDeviceIPAddress");
+                    other.mask = feature_text(nodes, "GevDeviceSubnetMask");
+                    other.mac = feature_text(nodes, "GevDeviceMACAddress");
+                    other.reachable = feature_text(nodes, "DeviceReachableStatus");
                 }
             }
         } catch (const call_failed& failed) {

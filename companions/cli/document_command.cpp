@@ -34,9 +34,9 @@ std::string read_file(const std::string& path) {
 class memory_port final : public GenICam::IDevicePort {
 public:
     explicit memory_port(std::optional<std::string> content) : file(std::move(content)) {}
-    GenICam::result<std::size_t> read(int64_t address, std::span<std::byte> data, unsigned) override {
+    GenICam::result<size_t> read(int64_t address, std::span<std::byte> data, unsigned) override {
         if (!holds(address, data.size())) return GenICam::fail(GenICam::genicam_errc::invalid_address);
-        for (std::size_t i = 0; i < data.size(); ++i) {
+        for (size_t i = 0; i < data.size(); ++i) {
             const auto at = static_cast<uint64_t>(address) + i;
             const auto found = written.find(at);
             data[i] = found != written.end() ? found->second
@@ -47,12 +47,12 @@ public:
     }
     std::error_code write(int64_t address, std::span<const std::byte> data, unsigned) override {
         if (!holds(address, data.size())) return make_error_code(GenICam::genicam_errc::invalid_address);
-        for (std::size_t i = 0; i < data.size(); ++i) written[static_cast<uint64_t>(address) + i] = data[i];
+        for (size_t i = 0; i < data.size(); ++i) written[static_cast<uint64_t>(address) + i] = data[i];
         return {};
     }
 
 private:
-    [[nodiscard]] bool holds(int64_t address, std::size_t size) const noexcept {
+    [[nodiscard]] bool holds(int64_t address, size_t size) const noexcept {
         const auto start = static_cast<uint64_t>(address);
         return !file || (start <= file->size() && size <= file->size() - start);
     }
@@ -78,20 +78,20 @@ std::string line_of(const nlohmann::json& item) {
 } // namespace
 
 int show_document(const document_options& options) {
-    std::string text = read_file(options.file);
-    if (GenICam::is_zipped(std::as_bytes(std::span{text}))) {
-        auto inflated = GenICam::inflate_document(std::as_bytes(std::span{text}));
-        if (!inflated) throw std::runtime_error(fmt::format("'{}' is no sound archive.", options.file));
-        text = std::move(*inflated);
+    const auto text = GenICam::document_text(read_file(options.file));
+    if (!text) {
+        const bool large = text.error() == std::errc::file_too_large;
+        throw std::runtime_error(
+            fmt::format("'{}' {}.", options.file, large ? "is larger than any document" : "is no sound archive"));
     }
     memory_port memory{options.memory.empty() ? std::nullopt : std::optional{read_file(options.memory)}};
     const auto begin = std::chrono::steady_clock::now();
-    const auto document = GenICam::create_document(std::string_view{text});
+    const auto document = GenICam::create_document(std::string_view{*text});
     const std::chrono::duration<double> load_time = std::chrono::steady_clock::now() - begin;
     if (!document) throw std::runtime_error(fmt::format("'{}' is no well-formed XML.", options.file));
     if (auto* port = document->find<GenICam::IPort>("Device")) static_cast<void>(port->bind(&memory, 0));
 
-    std::size_t count = 0;
+    size_t count = 0;
     nlohmann::json list = nlohmann::json::array();
     const auto read_begin = std::chrono::steady_clock::now();
     document->for_each_node([&](GenICam::INode* node) {

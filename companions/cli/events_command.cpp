@@ -1,5 +1,6 @@
-// Events of a camera, printed as they come.
-#include "network_commands.h"
+#include "events_command.h"
+
+#include "output.h"
 
 #include <fmt/format.h>
 

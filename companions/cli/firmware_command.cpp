@@ -1,6 +1,7 @@
-// A firmware package to a camera, with a progress bar.
+#include "firmware_command.h"
+
 #include "interface_session.h"
-#include "network_commands.h"
+#include "output.h"
 #include "posix/standard_streams.h"
 
 #include <fmt/format.h>

@@ -1,5 +1,6 @@
 #include "grabber.h"
 
+#include "device_choice.h"
 #include "missing_frames.h"
 #include "output.h"
 #include "path_probe.h"
@@ -94,11 +95,10 @@ void grabber::announce_buffers() {
 int64_t grabber::stream_packet_size() const {
     if (session->remote.document().find_node("GevSCPSPacketSize") != nullptr)
         return require_integer(session->remote, "GevSCPSPacketSize");
-    constexpr uint64_t register_address = 0x0D04; // of the first stream channel
     std::array<std::byte, 4> word{};
     size_t size = word.size();
-    if (session->lib.GCReadPort(remote_port(session->lib, *session->device), register_address, word.data(), &size) !=
-        GC_ERR_SUCCESS)
+    if (session->lib.GCReadPort(remote_port(session->lib, *session->device), gige::gvcp::reg::stream_packet_size,
+                                word.data(), &size) != GC_ERR_SUCCESS)
         return 0;
     return std::to_integer<int64_t>(word[2]) << 8 | std::to_integer<int64_t>(word[3]);
 }

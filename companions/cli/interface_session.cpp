@@ -1,5 +1,7 @@
 #include "interface_session.h"
 
+#include "device_choice.h"
+
 #include <fmt/format.h>
 
 #include <charconv>

@@ -1,5 +1,6 @@
 #include "list_commands.h"
 
+#include "device_choice.h"
 #include "output.h"
 #include "posix/camera_holder.h"
 

@@ -1,5 +1,7 @@
 #include "loss_watch.h"
 
+#include "posix/socket_diag.h"
+
 namespace cli {
 
 loss_watch::loss_watch(uint32_t to, uint16_t at, int receiver)

@@ -1,5 +1,8 @@
 #include "network_commands.h"
 
+#include "events_command.h"
+#include "firmware_command.h"
+
 #include "interface_session.h"
 
 #include <gige/host_address.h>

@@ -2,9 +2,12 @@
 
 #include "feature.h"
 
+#include <GenICam/document_url.h>
 #include <GenICam/zip.h>
 
 #include <fmt/format.h>
+
+#include <algorithm>
 
 namespace cli {
 
@@ -12,23 +15,13 @@ using namespace GenTL;
 
 namespace {
 
-struct local_file {
-    uint64_t address = 0;
-    uint64_t size = 0;
-};
-
-local_file parse_local(const std::string& url) {
-    const size_t first = url.find(';');
-    const size_t second = first == url.npos ? url.npos : url.find(';', first + 1);
-    if (second == url.npos) throw std::runtime_error(fmt::format("Document URL '{}' names no registers.", url));
-    local_file file;
-    try {
-        file.address = std::stoull(url.substr(first + 1, second - first - 1), nullptr, 16);
-        file.size = std::stoull(url.substr(second + 1), nullptr, 16);
-    } catch (const std::logic_error&) {
-        throw std::runtime_error(fmt::format("Document URL '{}' has no address and length.", url));
-    }
-    return file;
+GenICam::document_url parse_local(const std::string& url) {
+    const auto parsed = GenICam::parse_document_url(url);
+    if (parsed.scheme != GenICam::url_scheme::local)
+        throw std::runtime_error(fmt::format("Document URL '{}' names no registers.", url));
+    if (parsed.size > GenICam::largest_document)
+        throw std::runtime_error(fmt::format("Document URL '{}' names more than a document can have.", url));
+    return parsed;
 }
 
 } // namespace
@@ -37,7 +30,7 @@ class node_map::port_adapter final : public GenICam::IDevicePort {
 public:
     port_adapter(const gentl_library& library, void* port_handle) : lib(library), port(port_handle) {}
 
-    GenICam::result<std::size_t> read(int64_t address, std::span<std::byte> data, unsigned) override {
+    GenICam::result<size_t> read(int64_t address, std::span<std::byte> data, unsigned) override {
         size_t size = data.size();
         const GC_ERROR error = lib.GCReadPort(port, static_cast<uint64_t>(address), data.data(), &size);
         if (error != GC_ERR_SUCCESS) return GenICam::fail(refused("GCReadPort", error));
@@ -85,17 +78,14 @@ port_document read_document(const gentl_library& lib, void* port) {
     document.url = ask_text(lib, "GCGetPortURLInfo", [&](INFO_DATATYPE* type, void* text, size_t* size) {
         return lib.GCGetPortURLInfo(port, 0, URL_INFO_URL, type, text, size);
     });
-    const local_file file = parse_local(document.url);
-    std::string& text = document.text;
-    text.resize(file.size);
-    size_t size = text.size();
-    lib.check("GCReadPort", lib.GCReadPort(port, file.address, text.data(), &size));
-    const auto bytes = std::as_bytes(std::span{text});
-    if (GenICam::is_zipped(bytes)) {
-        auto inflated = GenICam::inflate_document(bytes);
-        if (!inflated) throw std::runtime_error(fmt::format("Cannot unzip '{}'.", document.url));
-        text = std::move(*inflated);
-    }
+    const GenICam::document_url file = parse_local(document.url);
+    std::string content(file.size, '\0');
+    size_t size = content.size();
+    lib.check("GCReadPort", lib.GCReadPort(port, file.address, content.data(), &size));
+    content.resize(std::min(size, content.size()));
+    auto text = GenICam::document_text(std::move(content));
+    if (!text) throw std::runtime_error(fmt::format("Cannot unzip '{}'.", document.url));
+    document.text = std::move(*text);
     return document;
 }
 

@@ -1,5 +1,7 @@
 #include "session.h"
 
+#include "device_choice.h"
+
 #include "posix/camera_holder.h"
 #include "posix/service_place.h"
 

@@ -32,14 +32,6 @@ struct found_devices {
 };
 // Throws failure(cause::no_service) with what is known of why, and cause::no_camera for an interface that is not there.
 [[nodiscard]] found_devices find_devices(const common_options& options);
-// Fills in what the interfaces' features tell of their devices: addresses, reachability. A producer without those
-// features leaves the texts empty.
-void add_places(found_devices& found);
-
-// An exact match wins over texts that merely hold the words. Throws failure(cause::no_camera) when none fits, and
-// failure(cause::ambiguous) with the list when several fit equally.
-[[nodiscard]] const std::pair<device_entry, std::shared_ptr<const tl_interface>>&
-choose_device(const found_devices& found, const common_options& options);
 
 // The port of the module that `options.module` names, with everything open that it needs.
 struct open_module {

@@ -14,6 +14,7 @@
 
 namespace cli {
 
+// Thread-bound but for the questions; commands are sent by a thread of its own.
 class software_trigger final {
 public:
     // Sets the camera's triggers so that each command starts a frame. Throws failure(cause::feature) with what the

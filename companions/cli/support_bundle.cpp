@@ -2,6 +2,7 @@
 
 #include "archive_file.h"
 #include "camera_dump.h"
+#include "device_choice.h"
 #include "output.h"
 #include "posix/child_program.h"
 #include "posix/this_process.h"

@@ -1,6 +1,7 @@
 #include "watch_command.h"
 
 #include "camera_watch.h"
+#include "device_choice.h"
 #include "output.h"
 #include "posix/interruption.h"
 #include "posix/standard_streams.h"

@@ -1,10 +1,13 @@
 #include "exercise.h"
 
+#include <GenICam/zip.h>
 #include <gds_helper/printable.h>
 #include <gvcp/device_document.h>
 #include <gvcp/device_record.h>
+#include <gvcp/document_http.h>
 #include <gvcp/firmware_package.h>
 #include <gvcp/message_receiver.h>
+#include <gvcp/posix/document_file.h>
 
 #include <cstdlib>
 
@@ -50,7 +53,7 @@ void exercise_url(std::span<const std::byte> text) {
 }
 
 void exercise_zip(std::span<const std::byte> archive) {
-    const auto content = gvcp_master::unzip_first_file(text_of(archive));
+    const auto content = GenICam::document_text(text_of(archive));
     require(!content || content->size() <= gvcp_master::max_document);
     const auto package = gvcp_master::read_firmware_package(archive);
     require(!package || package->image.size() <= package->region_size);

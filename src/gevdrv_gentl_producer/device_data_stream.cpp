@@ -4,6 +4,7 @@
 
 #include <gds_gentl_producer/error_translation.h>
 #include <gds_helper/log.h>
+#include <gev_registers/registers.h>
 #include <ipc_rpc/catalogue.h>
 
 #include <asio/ip/address_v4.hpp>
@@ -20,10 +21,6 @@ namespace frame_flags = gev::streamchannel::frame_flags;
 namespace catalogue = ipc_rpc::catalogue;
 
 namespace {
-
-constexpr uint32_t tick_frequency_high = 0x093C;
-constexpr uint32_t tick_frequency_low = 0x0940;
-constexpr uint16_t control_port = 3956;
 
 constexpr auto& logger = gds_helper::log::gvsp_logger;
 
@@ -70,7 +67,7 @@ Error device_data_stream::open_stream(const ipc_rpc::client_object_handle& chann
     if (bad_address) {
         return {GC_ERR_IO, "The service named no IPv4 address of the device: '{}'.", channel->host_address};
     }
-    const auto port = static_cast<uint16_t>(channel->dest_port != 0 ? channel->dest_port : control_port);
+    const auto port = static_cast<uint16_t>(channel->dest_port != 0 ? channel->dest_port : gev::control_port);
     stream_channel = std::make_unique<gev::streamchannel::stream_channel_impl>(
         gev::streamchannel::stream_channel_impl::create_params{
             channel->channel_index, 0, channel->interface_ip, {device_address, port}},
@@ -110,8 +107,8 @@ Error device_data_stream::open_stream(const ipc_rpc::client_object_handle& chann
 
 void device_data_stream::read_tick_period() {
     auto& registers = remote_device.remote_port();
-    const auto low = registers.read_reg(tick_frequency_low, 0, registers.default_timeout);
-    const auto high = registers.read_reg(tick_frequency_high, 0, registers.default_timeout);
+    const auto low = registers.read_reg(gev::reg::tick_frequency_low, 0, registers.default_timeout);
+    const auto high = registers.read_reg(gev::reg::tick_frequency_high, 0, registers.default_timeout);
     if (!low || !high) {
         tick_period_ns = 1.0;
         return;

@@ -3,6 +3,7 @@
 #include "device_data_stream.h"
 
 #include <gds_helper/log.h>
+#include <gev_registers/registers.h>
 
 #include <spdlog/logger.h>
 
@@ -10,13 +11,6 @@ namespace gevdrv::gentl {
 
 using namespace GenTL;
 using namespace GenTL::Producer;
-
-namespace {
-
-constexpr uint32_t control_capability = 0x0934;
-constexpr uint32_t control_capability_resend = 0x4;
-
-} // namespace
 
 device_instance::device_instance(gds_producer::producer_interface_base& parent, const DeviceInfo& info,
                                  DEVICE_ACCESS_FLAGS flags, ipc_rpc::client_object_handle device)
@@ -39,8 +33,8 @@ device_instance::open_remote_port(const std::string& display_name) {
 
 Error device_instance::init_remote_port(gds_producer::producer_device_remote_port_base&) {
     if (Error error = gev_port->init(); error.failed()) return error;
-    const auto capability = gev_port->read_reg(control_capability, 0, gev_port->default_timeout);
-    resend_supported = capability && (*capability & control_capability_resend) != 0;
+    const auto capability = gev_port->read_reg(gev::reg::control_capability, 0, gev_port->default_timeout);
+    resend_supported = capability && (*capability & gev::bits::can_resend) != 0;
     return success();
 }
 

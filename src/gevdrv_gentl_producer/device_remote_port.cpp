@@ -12,7 +12,7 @@ namespace gevdrv::gentl {
 
 using namespace GenTL;
 
-GenICam::result<std::size_t> device_port_proxy::read(int64_t address, std::span<std::byte> data, unsigned flags) {
+GenICam::result<size_t> device_port_proxy::read(int64_t address, std::span<std::byte> data, unsigned flags) {
     const auto count = port.read_mem(static_cast<uint64_t>(address), data, flags, port.default_timeout);
     if (!count) return std::unexpected(gds_producer::to_genicam_error(count.error()));
     return *count;

@@ -14,7 +14,7 @@ namespace gevdrv::gentl {
 class device_port_proxy final : public GenICam::IDevicePort {
 public:
     explicit device_port_proxy(gds_producer::producer_device_remote_port_base& target) : port(target) {}
-    GenICam::result<std::size_t> read(int64_t address, std::span<std::byte> data, unsigned flags) override;
+    GenICam::result<size_t> read(int64_t address, std::span<std::byte> data, unsigned flags) override;
     std::error_code write(int64_t address, std::span<const std::byte> data, unsigned flags) override;
 
 private:

@@ -100,6 +100,7 @@ void interface_instance::add_force_ip(GenApiInterfaceBuilder& builder) {
 void interface_instance::add_actions(GenApiInterfaceBuilder& builder) {
     builder.add_command("ActionCommand", [this] { return send_action(false); });
     auto& to_all = builder.add_command(
+        // "For" in the register's name is meant: consumers may know it.
         "ActionCommandToAllInterfaces", [this] { return send_action(true); }, "ActionCommandForAllInterfaces_Register");
     to_all.display_name = "Action Command To All Interfaces";
     to_all.tool_tip = "Send ActionCommand to all interfaces.";

@@ -328,23 +328,6 @@ void stream_asio_thread::reset_receiver() {
     post([this] { receiver->reset(); });
 }
 
-void stream_asio_thread::operation_8() {
-    post([this] { receiver->operation_6(); });
-}
-
-std::error_code stream_asio_thread::operation_9(uint32_t first, uint64_t second) {
-    post([this, first, second] { static_cast<void>(receiver->operation_9(first, second)); });
-    return {};
-}
-
-std::expected<uint64_t, std::error_code> stream_asio_thread::operation_10(uint32_t selector) {
-    const auto answer = std::make_shared<bool>(false);
-    if (!run_and_wait([this, selector, answer] { *answer = receiver->operation_10(selector); })) {
-        return std::unexpected(make_error_code(gigecam_errc::option_not_available));
-    }
-    return *answer ? 1 : 0;
-}
-
 void stream_asio_thread::set_resend_params(const resend_parameters& parameters) {
     post([this, parameters] { receiver->set_resend_params(parameters); });
 }

@@ -22,6 +22,7 @@ class datagram_reader;
 
 namespace gev::streamchannel::impl {
 
+// Thread-safe, but for the caller's operations, which are one thread's at a time.
 class stream_asio_thread final : public stream_channel_thread_itf {
 public:
     struct create_params {
@@ -46,9 +47,6 @@ public:
     void stop() override;
     void flush() override;
     void reset_receiver() override;
-    void operation_8() override;
-    std::error_code operation_9(uint32_t first, uint64_t second) override;
-    std::expected<uint64_t, std::error_code> operation_10(uint32_t selector) override;
     void set_resend_params(const resend_parameters& parameters) override;
     std::expected<std::optional<resend_parameters>, std::error_code> get_resend_params() override;
 

@@ -2,18 +2,17 @@
 
 #include "stream_asio_thread.h"
 #include "stream_channel_packet_size_test.h"
-#include "stream_registers.h"
 
 #include <gds_helper/log.h>
 #include <gds_shared/gigecam_error.h>
+#include <gev_registers/registers.h>
 
 #include <fmt/core.h>
 
 namespace gev::streamchannel {
 
-using impl::address_of;
 using impl::register_timeout_ms;
-using impl::stream_register;
+using reg::of_stream_channel;
 
 namespace {
 
@@ -38,8 +37,8 @@ stream_channel_impl::stream_channel_impl(const create_params& params, controlcha
         packet_size_node = remote_nodes->find<GenICam::IInteger>("GevSCPSPacketSize");
         if (packet_size_node != nullptr && !packet_size_node->is_available()) packet_size_node = nullptr;
     }
-    const auto capability = port.read_reg(impl::stream_capability, 1, register_timeout_ms);
-    has_source_port = capability && (*capability & impl::stream_capability_source_port) != 0;
+    const auto capability = port.read_reg(reg::stream_capability, 1, register_timeout_ms);
+    has_source_port = capability && (*capability & bits::stream_source_port) != 0;
 }
 
 stream_channel_impl::~stream_channel_impl() { disconnect(); }
@@ -89,20 +88,20 @@ std::error_code stream_channel_impl::choose_size_and_start(impl::stream_channel_
 asio::ip::udp::endpoint stream_channel_impl::stream_source() {
     if (has_source_port) {
         const auto source =
-            port.read_reg(address_of(stream_register::source_port, channel_index), 1, register_timeout_ms);
+            port.read_reg(of_stream_channel(reg::stream_source_port, channel_index), 1, register_timeout_ms);
         if (source && *source != 0) return {remote_endpoint.address(), static_cast<uint16_t>(*source)};
     }
     return remote_endpoint;
 }
 
 std::error_code stream_channel_impl::setup_scp(const asio::ip::udp::endpoint& local) {
-    if (const std::error_code error = port.write_reg(address_of(stream_register::destination, channel_index),
+    if (const std::error_code error = port.write_reg(of_stream_channel(reg::stream_address, channel_index),
                                                      local.address().to_v4().to_uint(), 0, register_timeout_ms)) {
         logger().error("Failed to write the destination ip register. Error: {}", error.message());
         return error;
     }
     const std::error_code error =
-        port.write_reg(address_of(stream_register::port, channel_index), local.port(), 0, register_timeout_ms);
+        port.write_reg(of_stream_channel(reg::stream_port, channel_index), local.port(), 0, register_timeout_ms);
     if (error) {
         logger().error("Failed to write port register.");
         close_scp(); // only the answer may have been lost
@@ -137,7 +136,7 @@ void stream_channel_impl::disconnect() {
 
 void stream_channel_impl::close_scp() {
     if (const std::error_code error =
-            port.write_reg(address_of(stream_register::port, channel_index), 0, 0, register_timeout_ms)) {
+            port.write_reg(of_stream_channel(reg::stream_port, channel_index), 0, 0, register_timeout_ms)) {
         logger().warn("Failed to write port register, while trying to close stream channel #{} on the device. "
                       "Err: {}",
                       channel_index, error.message());
@@ -156,21 +155,9 @@ std::error_code stream_channel_impl::reset_receiver() {
     return {};
 }
 
-std::error_code stream_channel_impl::operation_5() {
-    if (!thread) return not_connected();
-    thread->operation_8();
-    return {};
-}
-
-std::error_code stream_channel_impl::operation_6(uint32_t first, uint64_t second) {
-    if (!thread) return not_connected();
-    return thread->operation_9(first, second);
-}
-
 std::expected<uint64_t, std::error_code> stream_channel_impl::query_packet_size(uint32_t selector) {
-    if (selector == 0) return packet_size;
-    if (!thread) return std::unexpected(not_connected());
-    return thread->operation_10(selector);
+    if (selector != 0) return std::unexpected(not_connected());
+    return packet_size;
 }
 
 std::error_code stream_channel_impl::set_resend_params(const resend_parameters& parameters) {

@@ -29,8 +29,6 @@ public:
     void disconnect() override;
     std::error_code flush() override;
     std::error_code reset_receiver() override;
-    std::error_code operation_5() override;
-    std::error_code operation_6(uint32_t first, uint64_t second) override;
     std::expected<uint64_t, std::error_code> query_packet_size(uint32_t selector) override;
     std::error_code set_resend_params(const resend_parameters& parameters) override;
     std::expected<std::optional<resend_parameters>, std::error_code> get_resend_params() override;

@@ -1,9 +1,8 @@
 #include "stream_channel_packet_size_test.h"
 
-#include "stream_registers.h"
-
 #include <gds_helper/log.h>
 #include <gds_shared/gigecam_error.h>
+#include <gev_registers/registers.h>
 
 #include <algorithm>
 
@@ -11,8 +10,6 @@ namespace gev::streamchannel::impl {
 
 namespace {
 
-constexpr uint32_t fire_test_packet = 0x80000000;
-constexpr uint32_t do_not_fragment = 0x40000000;
 constexpr uint32_t size_mask = 0xFFFF;
 
 constexpr int32_t lowest_minimum = 1400;
@@ -33,11 +30,11 @@ constexpr auto& logger = gds_helper::log::gvsp_logger;
 } // namespace
 
 uint32_t packet_size_test::register_address() const noexcept {
-    return address_of(stream_register::packet_size, channel_index);
+    return reg::of_stream_channel(reg::stream_packet_size, channel_index);
 }
 
 std::error_code packet_size_test::write_packetsize_register(uint32_t size, bool fire) {
-    const uint32_t value = size | do_not_fragment | (fire ? fire_test_packet : 0);
+    const uint32_t value = size | bits::do_not_fragment | (fire ? bits::fire_test_packet : 0);
     return port.write_reg(register_address(), value, 0, register_timeout_ms);
 }
 

@@ -8,6 +8,8 @@
 
 namespace gev::streamchannel::impl {
 
+inline constexpr uint32_t register_timeout_ms = 3000; // for one access of the channel to its registers
+
 struct packet_size_range {
     int32_t min = 0;
     int32_t max = 0;
@@ -30,6 +32,7 @@ public:
     // Whether a packet got through of the size that the device makes of this one. More than `most` fails.
     [[nodiscard]] tested test_packet_size(uint32_t size, int32_t most);
     // The largest size in the range that gets through, which the device has then; after some twenty tests at most.
+    // Spelled so on purpose: a name that others know.
     [[nodiscard]] std::expected<uint32_t, std::error_code> evalute_packet_size(packet_size_range range);
 
     [[nodiscard]] static std::expected<packet_size_range, std::error_code>

@@ -35,9 +35,6 @@ public:
     // Returns when all open blocks have been handed back.
     virtual void flush() = 0;
     virtual void reset_receiver() = 0;
-    virtual void operation_8() = 0;
-    virtual std::error_code operation_9(uint32_t first, uint64_t second) = 0;
-    [[nodiscard]] virtual std::expected<uint64_t, std::error_code> operation_10(uint32_t selector) = 0;
     virtual void set_resend_params(const resend_parameters& parameters) = 0;
     // 0x80000004 of the GigECam category when the thread does not answer within two seconds.
     [[nodiscard]] virtual std::expected<std::optional<resend_parameters>, std::error_code> get_resend_params() = 0;

@@ -17,6 +17,7 @@
 
 namespace camera_sim {
 
+// Thread-bound, but for what is marked. Everything above the mutex is the server's own thread's once it runs.
 class control_server {
 public:
     control_server(device_state& shared, stream_sender& stream);
@@ -121,7 +122,7 @@ private:
     std::vector<std::byte> saved_set;   // as UserSetSave found them
 
     gige::waker wakeup;
-    mutable std::mutex queue_mutex; // the members below it up to the thread
+    mutable std::mutex queue_mutex; // guards the members below it up to the thread
     std::vector<camera_event> queued_events;
     bool reboot_asked = false;
     bool reseed_asked = false;

@@ -21,6 +21,7 @@ struct counters {
     [[nodiscard]] statistics snapshot() const;
 };
 
+// Thread-safe in its atomics; who uses the rest holds the mutex.
 struct device_state {
     explicit device_state(camera_options chosen)
         : options{std::move(chosen)}, faults{options.faults}, firmware_version{options.version} {}

@@ -48,7 +48,7 @@ void build_packet(packet& to, const frame& from, uint32_t id, bool resend);
 // The answer to a request that cannot be met: a payload header without data.
 void build_status(packet& to, bool extended, uint64_t block_id, uint32_t id, gige::gvcp::status result);
 
-// The last frames of the stream, oldest first.
+// The last frames of the stream, oldest first. Thread-safe.
 class frame_ring {
 public:
     // A frame to fill, its memory taken from one that has left the ring and nobody holds.
@@ -63,7 +63,7 @@ public:
     [[nodiscard]] lookup find(uint64_t block_id, bool extended) const;
 
 private:
-    mutable std::mutex mutex;
+    mutable std::mutex mutex; // guards frames
     std::vector<std::shared_ptr<frame>> frames;
 };
 

@@ -22,6 +22,7 @@ struct resend_request {
     uint32_t last{};
 };
 
+// Thread-safe, but for what is marked.
 class stream_sender {
 public:
     // `raise_event(id, block id, timestamp, frame number)` is called on the stream's thread.
@@ -97,7 +98,7 @@ private:
     shared_link* const link; // null: none
     const std::size_t link_sender;
 
-    std::mutex mutex; // the members below it up to the thread
+    std::mutex mutex; // guards the members below it up to the atomics
     std::condition_variable changed;
     bool wanted = false;  // an acquisition is to run
     bool running = false; // the thread is inside one

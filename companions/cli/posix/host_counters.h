@@ -15,10 +15,6 @@ namespace cli {
 [[nodiscard]] softnet_counts read_softnet();
 [[nodiscard]] std::optional<uint64_t> read_receive_buffer_limit(); // net.core.rmem_max
 
-// Of the UDP socket with this inode, of whatever process: the size of its receive buffer in force, bytes. Nothing where
-// the kernel has no socket monitoring.
-[[nodiscard]] std::optional<uint64_t> receive_buffer_of(uint64_t inode);
-
 // The thread of a process that receives streams: the library's by its name, else the one that ran most.
 [[nodiscard]] std::optional<schedule_counts> read_receive_thread(int process);
 

@@ -1,5 +1,4 @@
-// The receive buffer of any process's UDP socket, which only the kernel's socket monitoring tells.
-#include "host_counters.h"
+#include "socket_diag.h"
 
 #include <arpa/inet.h>
 #include <linux/inet_diag.h>

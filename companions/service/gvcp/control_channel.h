@@ -17,7 +17,8 @@ namespace gvcp_master {
 
 using std::chrono::milliseconds;
 
-// Errors are gigecam_errc values (a camera's status 0x8xxx as 0x80008xxx), or the system's for socket failures.
+// Thread-safe; a turn belongs to one thread. Errors are gigecam_errc values (a camera's status 0x8xxx as 0x80008xxx),
+// or the system's for socket failures.
 class control_channel {
 public:
     struct timing {
@@ -93,7 +94,7 @@ private:
     std::atomic<uint16_t> last_id{};
     std::atomic<int64_t> answered_at{}; // steady clock ticks
 
-    std::mutex mutex; // guards what follows
+    std::mutex mutex; // guards what follows: whose turn it is. Never held in a request
     std::condition_variable changed;
     bool taken = false;
     bool heartbeat_waits = false;

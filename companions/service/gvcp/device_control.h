@@ -16,7 +16,7 @@ enum class access_mode : uint32_t { read_only = 1, control = 2, exclusive = 3 };
 
 inline constexpr milliseconds default_timeout{3000};
 
-// Every operation may be called from any thread; requests to the camera take turns.
+// Thread-safe; requests to the camera take turns.
 class device_control {
 public:
     struct options {
@@ -106,7 +106,7 @@ private:
     std::atomic<bool> lost_flag{};
     uint32_t last_privilege = 0; // the heartbeat thread's
 
-    std::mutex mutex; // the members up to the thread
+    std::mutex mutex; // guards the members up to the thread
     std::condition_variable changed;
     milliseconds heartbeat{3000};
     bool doubtful = false;      // a write was refused: is control still ours?

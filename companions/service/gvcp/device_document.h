@@ -3,31 +3,16 @@
 
 #include "device_control.h"
 
-#include <array>
-#include <optional>
-#include <stop_token>
+#include <GenICam/document_url.h>
+
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace gvcp_master {
 
-enum class url_scheme { local, http, file };
-
-struct document_url {
-    std::string url;                  // as the camera says it
-    std::optional<url_scheme> scheme; // none: the text does not parse, nothing below it is set
-    std::string name;                 // file name; the path of a file; all of an address, its query too
-    uint64_t address{};               // in the camera's memory, for local ones
-    uint64_t size{};
-    std::array<uint32_t, 3> schema_version{}; // 0.0.0 when not stated
-    std::array<uint32_t, 3> file_version{};
-    [[nodiscard]] bool zipped() const;
-};
-
-// Forms: "local:", "file:" and "http:" in any case, with or without "///"; for local ones
-// "name.ext;ADDRESS;LENGTH", hexadecimal with or without "0x"; all with an optional "?SchemaVersion=a.b.c".
-[[nodiscard]] document_url parse_document_url(std::string_view text);
+using GenICam::document_url;
+using GenICam::parse_document_url;
+using GenICam::url_scheme;
 
 // First and second URL register, without empty ones.
 [[nodiscard]] std::expected<std::vector<document_url>, std::error_code> read_url_list(device_control& camera);
@@ -47,20 +32,7 @@ fetch_document(device_control& camera, const document_url& from, const document_
 [[nodiscard]] std::expected<std::string, std::error_code> fetch_document(device_control& camera,
                                                                          const document_policy& policy);
 
-// The first file of an archive in memory.
-[[nodiscard]] std::expected<std::string, std::error_code> unzip_first_file(std::string archive);
-
-// A regular file below the folder, reached without following a link. `name` is relative to the folder, or absolute and
-// within it.
-[[nodiscard]] std::expected<std::string, std::error_code> read_file_below(const std::string& folder,
-                                                                          std::string_view name);
-
-// GET over plain HTTP, no redirects, no names: the host of the URL must be `only_host`, as numbers. The whole exchange
-// is over within `timeout`, and with std::errc::operation_canceled when it is stopped.
-[[nodiscard]] std::expected<std::string, std::error_code> fetch_http(std::string_view url, uint32_t only_host,
-                                                                     milliseconds timeout, std::stop_token stop = {});
-
-inline constexpr std::size_t max_document = 64U << 20;
+inline constexpr std::size_t max_document = GenICam::largest_document;
 inline constexpr milliseconds document_time{120'000};
 
 } // namespace gvcp_master

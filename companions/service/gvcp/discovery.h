@@ -18,6 +18,7 @@
 
 namespace gvcp_master {
 
+// Thread-safe.
 class discovery {
 public:
     struct options {
@@ -114,7 +115,7 @@ private:
     std::deque<uint16_t> scan_ids; // of the latest scans
     clock::time_point may_tell{};  // the scanning thread's
 
-    mutable std::mutex mutex;
+    mutable std::mutex mutex; // guards what follows up to the thread
     std::condition_variable_any scanned;
     std::vector<entry> entries;           // changed by the scanning thread alone, but for `controlled` and `asked`
     std::vector<uint32_t> asked_directly; // as chosen, and where such cameras went

@@ -1,5 +1,6 @@
-#include "device_document.h"
+#include "document_http.h"
 
+#include <GenICam/document_url.h>
 #include <gds_shared/gigecam_error.h>
 
 #include <asio/io_context.hpp>
@@ -10,6 +11,7 @@
 #include <asio/write.hpp>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <functional>
 #include <optional>
@@ -18,6 +20,8 @@
 namespace gvcp_master {
 
 namespace {
+
+using GenICam::largest_document;
 
 constexpr std::size_t max_headers = 16U << 10;
 
@@ -146,11 +150,11 @@ std::expected<std::string, std::error_code> fetch_http(std::string_view url, uin
     if (!parsed) return failed(std::errc::bad_message);
     if (parsed->status == 404) return failed(std::errc::no_such_file_or_directory);
     if (parsed->status != 200 || parsed->encoded) return failed(std::errc::protocol_error);
-    if (parsed->length.value_or(0) > max_document) return failed(std::errc::file_too_large);
+    if (parsed->length.value_or(0) > largest_document) return failed(std::errc::file_too_large);
 
     std::string content{received.substr(end + 4)};
     std::array<char, 16384> piece;
-    while (content.size() <= parsed->length.value_or(max_document)) {
+    while (content.size() <= parsed->length.value_or(largest_document)) {
         if (parsed->length && content.size() == *parsed->length) return content;
         std::size_t count = 0;
         const auto error = with.step([&](auto done) {

@@ -1,7 +1,6 @@
 #include "firmware_package.h"
 
-#include "zip_archive.h"
-
+#include <GenICam/zip.h>
 #include <gige/firmware.h>
 #include <gige/udp_socket.h>
 
@@ -47,7 +46,7 @@ std::string problem_of(const std::error_code& error) {
 } // namespace
 
 std::expected<firmware_package, std::string> read_firmware_package(std::span<const std::byte> bytes) {
-    auto archive = zip_archive::open(bytes);
+    auto archive = GenICam::zip_archive::open(bytes);
     if (!archive) return wrong("the package is no zip archive");
     const auto manifest = archive->read("manifest.json", largest_manifest);
     if (!manifest) return wrong(fmt::format("the package's manifest {}", problem_of(manifest.error())));

@@ -18,6 +18,7 @@
 
 namespace image_features {
 
+// Thread-safe, but for what comes before start.
 class auto_value_writer final {
 public:
     // `camera` is what the log calls the camera.

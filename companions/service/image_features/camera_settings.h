@@ -76,7 +76,7 @@ private:
     bool iris_known = false;
 };
 
-// One block per camera and user, for as long as anybody has it.
+// One block per camera and user, for as long as anybody has it. Thread-safe.
 class settings_registry final {
 public:
     // Null when there is no shared memory to be had; `error` says why.

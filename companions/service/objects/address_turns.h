@@ -10,6 +10,7 @@
 
 namespace service {
 
+// Thread-safe; a turn belongs to one thread.
 class address_turns final {
 public:
     // The right to give one camera an address. Cameras do not wait for one another.

@@ -6,7 +6,7 @@ namespace service {
 std::shared_ptr<client_session::number> client_session::allocate() {
     auto made = std::make_shared<number>(shared_from_this(), 0);
     const std::lock_guard guard{mutex};
-    for (size_t i = 1; i < used.size(); ++i) {
+    for (std::size_t i = 1; i < used.size(); ++i) {
         if (used[i]) continue;
         used[i] = true;
         made->value = i;

@@ -17,6 +17,7 @@ namespace service {
 // Raises a number at one client. Thread-safe; does nothing when the client is gone.
 using notify_function = std::function<void(uint64_t)>;
 
+// Thread-safe.
 class client_session final : public std::enable_shared_from_this<client_session> {
 public:
     // `user` is the client's, to whom memory shared with it is given.
@@ -72,7 +73,7 @@ private:
         std::make_shared<ipc_rpc::byte_budget>(ipc_rpc::limits::most_document_bytes);
     std::mutex mutex; // guards what follows
     std::bitset<ipc_rpc::limits::most_numbers + 1> used;
-    size_t open_devices = 0;
+    std::size_t open_devices = 0;
 };
 
 } // namespace service

@@ -219,7 +219,7 @@ std::expected<std::vector<ipc_rpc::url_info>, std::error_code> device_object::fi
             if (readable) list.push_back(to_url_info(url));
             continue;
         }
-        std::string stem = url.name.substr(url.name.find_last_of("/\\") + 1);
+        std::string stem{url.file_name()};
         stem = stem.substr(0, stem.rfind('.'));
         if (stem.empty()) stem = "document";
         if (auto merged = features ? features->prepare(*text) : std::nullopt) {

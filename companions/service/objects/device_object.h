@@ -21,6 +21,8 @@ namespace service {
 
 class stream_lease;
 
+// Thread-safe. Lock order: document_turn, then mutex; neither is held while the camera or the client is asked, but
+// document_turn while documents are.
 class device_object final : public interface_user, public std::enable_shared_from_this<device_object> {
 public:
     [[nodiscard]] static std::expected<std::shared_ptr<device_object>, std::error_code>

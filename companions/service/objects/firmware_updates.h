@@ -17,6 +17,7 @@
 
 namespace service {
 
+// Thread-safe. Nobody is told with the mutex held.
 class firmware_updates final {
 public:
     // `told` is called on an update's thread with each state of a camera. Discovery must outlive the object.

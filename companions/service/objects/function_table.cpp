@@ -248,7 +248,7 @@ make_function_table(const std::shared_ptr<service_core>& core,
     // One session for each connection, which has a table of its own: its numbers are given out once, however many
     // instances the client makes.
     struct session_place {
-        std::mutex mutex;
+        std::mutex mutex; // guards session
         std::shared_ptr<client_session> session;
     };
     must(catalogue::create_service_instance::serve(

@@ -27,7 +27,7 @@ std::vector<std::string> device_ids(const std::vector<gvcp_master::discovery::fo
     for (const auto& record : devices) ids.push_back(device_id_of(record));
     // Makers' serial numbers are not always unique, and a simulated camera's MAC may not be either.
     std::vector<std::string> unique = ids;
-    for (size_t i = 0; i < ids.size(); ++i) {
+    for (std::size_t i = 0; i < ids.size(); ++i) {
         if (std::ranges::count(ids, ids[i]) > 1) {
             unique[i] = fmt::format("{}@{}", ids[i], gige::to_string(devices[i].address));
         }
@@ -93,7 +93,7 @@ std::optional<gvcp_master::discovery::found_device> interface_object::find_devic
     const auto ids = device_ids(interface->devices);
     const auto found = std::ranges::find(ids, id);
     if (found == ids.end()) return std::nullopt;
-    return interface->devices[static_cast<size_t>(found - ids.begin())];
+    return interface->devices[static_cast<std::size_t>(found - ids.begin())];
 }
 
 std::expected<std::vector<ipc_rpc::device_desc>, std::error_code> interface_object::enum_devices() const {
@@ -101,7 +101,7 @@ std::expected<std::vector<ipc_rpc::device_desc>, std::error_code> interface_obje
     std::vector<ipc_rpc::device_desc> list;
     if (!interface) return list; // it is gone, and its cameras with it
     const auto ids = device_ids(interface->devices);
-    for (size_t i = 0; i < ids.size(); ++i) {
+    for (std::size_t i = 0; i < ids.size(); ++i) {
         const auto& record = interface->devices[i];
         ipc_rpc::device_desc desc;
         desc.id = ids[i];

@@ -12,12 +12,13 @@
 
 namespace service {
 
+// Thread-safe.
 class message_box final {
 public:
     explicit message_box(std::shared_ptr<client_session::number> raised) : number(std::move(raised)) {}
 
     // Raises the number. limits::most_events wait; then the oldest goes. True for the first that went since the client
-    // fetched. Any thread.
+    // fetched.
     bool push(ipc_rpc::event_message message);
     struct taken {
         std::vector<ipc_rpc::event_message> messages;

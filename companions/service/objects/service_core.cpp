@@ -84,9 +84,9 @@ void service_core::watch_messages(const std::string& interface_name, const std::
     message_boxes[interface_name].push_back(box);
 }
 
-size_t service_core::watcher_count() {
+std::size_t service_core::watcher_count() {
     const std::lock_guard guard{mutex};
-    size_t count = interface_watchers.size();
+    std::size_t count = interface_watchers.size();
     for (const auto& [name, watchers] : device_watchers) count += watchers.size();
     return count;
 }

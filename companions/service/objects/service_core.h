@@ -40,6 +40,8 @@ protected:
 // Of a message on an interface: an update's state has changed. The payload is its text, the first parameter the MAC.
 inline constexpr uint64_t firmware_state_event = 0x3002;
 
+// Thread-safe. Numbers are raised with the mutex held, which never waits; the end of an interface is told without it.
+// Lock order: mutex, then a message box's, then a session's.
 class service_core final {
 public:
     struct options {
@@ -64,7 +66,7 @@ public:
     void watch_interfaces(const std::shared_ptr<client_session::number>& number);
     void watch_devices(const std::string& interface_name, const std::shared_ptr<client_session::number>& number);
 
-    [[nodiscard]] size_t watcher_count();
+    [[nodiscard]] std::size_t watcher_count();
 
     // Gets what the service says of the interface's cameras, for as long as it lives.
     void watch_messages(const std::string& interface_name, const std::shared_ptr<message_box>& box);

@@ -18,7 +18,7 @@ ipc_rpc::interface_desc describe(const gige::network_interface& network) {
     if (!network.subnets.empty()) {
         desc.display_name = fmt::format("{} ({})", network.name, gige::to_string(network.subnets.front().address));
     }
-    constexpr size_t limit = ipc_rpc::interface_net_info::max_entries;
+    constexpr std::size_t limit = ipc_rpc::interface_net_info::max_entries;
     desc.net_info.mac_address = network.mac;
     desc.net_info.subnet_count = static_cast<uint32_t>(std::min(network.subnets.size(), limit));
     for (uint32_t i = 0; i < desc.net_info.subnet_count; ++i) {

@@ -8,6 +8,6 @@
 namespace service {
 
 // The number of the group of this name; nothing when there is none.
-[[nodiscard]] std::optional<std::uint32_t> group_named(const std::string& name);
+[[nodiscard]] std::optional<uint32_t> group_named(const std::string& name);
 
 } // namespace service

@@ -93,7 +93,7 @@ private:
 
     void hear(unannounced& entry) {
         if (auto name = entry.announced_name()) {
-            const std::uint32_t user = entry.identity().user_id;
+            const uint32_t user = entry.identity().user_id;
             clients.emplace_back(std::move(entry), std::move(*name), make_table(), bytes_of(user), lines_of(user),
                                  client_ended);
         }
@@ -123,7 +123,7 @@ private:
     }
 
     // Shared by all clients of one user, and gone with the last of them.
-    std::shared_ptr<byte_budget> bytes_of(std::uint32_t user) {
+    std::shared_ptr<byte_budget> bytes_of(uint32_t user) {
         std::erase_if(budgets, [](const auto& entry) { return entry.second.expired(); });
         auto found = budgets[user].lock();
         if (!found) budgets[user] = found = std::make_shared<byte_budget>(limits::most_call_bytes_of_user);
@@ -131,7 +131,7 @@ private:
     }
 
     // Kept: who comes and goes all the time must not begin anew each time.
-    const std::shared_ptr<gds_helper::log::line_budget>& lines_of(std::uint32_t user) {
+    const std::shared_ptr<gds_helper::log::line_budget>& lines_of(uint32_t user) {
         auto& found = lines[user];
         if (!found)
             found = std::make_shared<gds_helper::log::line_budget>(fmt::format("user {}", user),
@@ -147,8 +147,8 @@ private:
     // The thread's, until it has ended:
     std::list<unannounced> waiting;
     std::list<client> clients;
-    std::map<std::uint32_t, std::weak_ptr<byte_budget>> budgets;
-    std::map<std::uint32_t, std::shared_ptr<gds_helper::log::line_budget>> lines;
+    std::map<uint32_t, std::weak_ptr<byte_budget>> budgets;
+    std::map<uint32_t, std::shared_ptr<gds_helper::log::line_budget>> lines;
     std::thread thread;
 };
 
@@ -166,8 +166,8 @@ rpc_server::start(options chosen, std::function<object_function_table_root()> ma
         new rpc_server{std::make_unique<impl>(std::move(chosen), std::move(make_table), std::move(*listener))}};
 }
 
-std::function<void(std::uint64_t)> rpc_server::notifier_of(const std::shared_ptr<rpc_connection_client>& connection) {
-    return [weak = std::weak_ptr{std::static_pointer_cast<ipc_instance>(connection)}](std::uint64_t number) {
+std::function<void(uint64_t)> rpc_server::notifier_of(const std::shared_ptr<rpc_connection_client>& connection) {
+    return [weak = std::weak_ptr{std::static_pointer_cast<ipc_instance>(connection)}](uint64_t number) {
         if (const auto live = weak.lock()) live->raise_notification(number);
     };
 }

@@ -18,7 +18,7 @@ class rpc_server final {
 public:
     struct options {
         std::string pipe_name;
-        std::optional<std::uint32_t> group; // whose members may connect besides root and this user
+        std::optional<uint32_t> group; // whose members may connect besides root and this user
     };
 
     // The table is made anew for every client. std::errc::address_in_use when another living service has the name.
@@ -30,7 +30,7 @@ public:
     rpc_server& operator=(const rpc_server&) = delete;
 
     // Raises numbers at the client behind a connection of this server, for as long as it lives.
-    [[nodiscard]] static std::function<void(std::uint64_t)>
+    [[nodiscard]] static std::function<void(uint64_t)>
     notifier_of(const std::shared_ptr<ipc_rpc::rpc_connection_client>& connection);
 
 private:

@@ -1,6 +1,6 @@
 #include <exercise.h>
 
-#include "../../../fuzz/replay.h"
+#include <replay.h>
 
 TEST(FuzzReplay, Documents) {
     fuzz::replay(std::filesystem::path{ORV_FUZZ_CORPUS} / "document", 1500, fuzz::exercise_document);

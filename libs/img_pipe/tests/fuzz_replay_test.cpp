@@ -1,6 +1,6 @@
 // The corpus of the fuzz target, as it is and with a fixed series of changes, so that every compiler and sanitizer runs
 // it without libFuzzer.
-#include "../../../fuzz/replay.h"
+#include <replay.h>
 
 #include <exercise.h>
 
@@ -11,7 +11,7 @@
 #include <vector>
 
 TEST(ImgPipeFuzzReplay, TheCorpusAndChangesOfIt) {
-    const auto inputs = fuzz::read_corpus(ORV_IMG_CORPUS);
+    const auto inputs = fuzz::read_corpus(ORV_FUZZ_CORPUS);
     ASSERT_GE(inputs.size(), 20U);
     for (const auto& input : inputs) fuzz::exercise_transform(std::as_bytes(std::span{input}));
     std::mt19937 random{5489};

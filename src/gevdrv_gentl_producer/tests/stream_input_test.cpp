@@ -132,5 +132,3 @@ TEST(StreamInput, TooLongAPacketGivesOnlyItsShare) {
         ASSERT_NO_FATAL_FAILURE(expect_next(*bench, block));
     }
 }
-
-// The stream is known by its socket: a camera may send from another of its addresses or ports.

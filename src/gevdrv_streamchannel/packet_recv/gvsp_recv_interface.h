@@ -87,7 +87,7 @@ struct frame_progress {
 
 namespace impl {
 
-// Touched by one thread only. Times are microseconds of the steady clock. Nothing allocates after setup.
+// Thread-bound: the receive thread's. Times are microseconds of the steady clock. Nothing allocates after setup.
 class gvsp_recv_interface {
 public:
     virtual ~gvsp_recv_interface() = default;
@@ -100,13 +100,10 @@ public:
     // Ends all open blocks, flagged as flushed.
     virtual void flush(uint64_t now) = 0;
     virtual void reset() {}
-    virtual void operation_6() {}
     // The bytes behind the datagram must be readable, see parse_gvsp_packet. True: look at the timers.
     virtual bool receive_packet(uint64_t now, std::span<const std::byte> datagram) = 0;
     // Microseconds to the next timer, or -1.
     virtual int64_t check_timers(uint64_t now) = 0;
-    virtual bool operation_9(uint32_t, uint64_t) { return false; }
-    virtual bool operation_10(uint32_t) { return false; }
     virtual void set_resend_params(const resend_parameters&) {}
     [[nodiscard]] virtual std::optional<resend_parameters> get_resend_params() const { return std::nullopt; }
 };

@@ -429,20 +429,13 @@ gvsp_recv_resend::block* gvsp_recv_resend::create_single_new_block(int64_t t, ui
     ++open_count;
 
     created.context = functions.get_frame();
+    created.begin(block_id, frame_id, t, last_leader, geometry[extended]);
     created.state = block_state::open;
-    created.ended = created.has_chunk = false;
-    created.block_id = block_id;
-    created.frame_id = frame_id;
-    created.start_time = t;
+    created.ended = false;
     created.end_deadline = created.next_timer = t + frame_time();
-    created.leader = last_leader;
-    created.leader.timestamp = 0;
-    created.last_packet = t;
-    created.geometry = geometry[extended];
-    created.packets.clear(created.geometry);
     created.highest_packet_id = created.not_yet_available = 0;
-    created.chunk_layout_id = created.resend_requests = created.resend_packets_requested = 0;
-    created.filled_size = created.received_bytes = 0;
+    created.resend_requests = created.resend_packets_requested = 0;
+    created.received_bytes = 0;
     created.resend_entry_count = 0;
     log_block(t, created, ". Block started.");
     return &created;
@@ -475,24 +468,11 @@ void gvsp_recv_resend::end_block(int64_t t, block& ended, bool flushed) {
         }
     }
     const auto absolute = [&](int64_t time) { return time_base + static_cast<uint64_t>(time); };
-    frame_info info;
-    info.context = std::exchange(ended.context, {});
-    info.size_x = ended.leader.size_x;
-    info.size_y = ended.leader.size_y;
-    info.pixel_format = ended.leader.pixel_format;
-    info.padding_x = ended.leader.padding_x;
-    info.expected_payload_size = data_size_of(ended.packets, ended.geometry, payload_size);
-    info.filled_size = ended.filled_size;
+    frame_info info = ended.take_info(payload_size, {complete, extended, flushed});
     info.received_bytes = ended.received_bytes;
-    info.frame_id = ended.frame_id;
-    info.block_id = ended.block_id;
-    info.timestamp = ended.leader.timestamp;
     info.start_time = absolute(ended.start_time);
     info.end_time = absolute(std::max(t, ended.start_time));
     info.resend_packets_requested = ended.resend_packets_requested;
-    info.flags = (complete ? 0 : frame_flags::incomplete) | (extended ? frame_flags::extended_ids : 0) |
-                 (ended.has_chunk ? frame_flags::has_chunk : 0) | (flushed ? frame_flags::flushed : 0);
-    info.chunk_layout_id = ended.chunk_layout_id;
     finish_copies();
     functions.deliver(info, stats);
     ended.ended = true;

@@ -2,11 +2,10 @@
 #pragma once
 
 #include "ended_frames.h"
+#include "frame_block.h"
 #include "frame_ids.h"
 #include "frame_time.h"
-#include "gvsp_packet.h"
 #include "gvsp_recv_interface.h"
-#include "received_packets.h"
 #include "unsupported_frames.h"
 
 #include <array>
@@ -45,33 +44,18 @@ private:
     static_assert(sizeof(resend_entry) == 16);
 
     // Times are relative to the stream's first packet.
-    struct block {
+    struct block : frame_block {
         block_state state = block_state::free;
         bool ended = false;
-        bool has_chunk = false;
-        uint64_t block_id = 0;
-        uint64_t frame_id = 0;
-        frame_context context;
-        int64_t start_time = 0;
         int64_t end_deadline = never; // when to suspect the tail of the frame
         int64_t next_timer = never;   // the earliest deadline
-        int64_t last_packet = 0;      // time of it
-        received_packets packets;
-        block_geometry geometry;
         uint32_t highest_packet_id = 0;
         uint32_t not_yet_available = 0; // answers of the kind that were heeded
-        gvsp_parsed_packet::leader_body leader{};
-        uint32_t chunk_layout_id = 0;
         uint32_t resend_requests = 0;
         uint32_t resend_packets_requested = 0;
-        uint64_t filled_size = 0;
         uint64_t received_bytes = 0;
         size_t resend_entry_count = 0; // slots used; never falls within a block
         std::array<resend_entry, max_entries> resend_entries;
-
-        [[nodiscard]] ended_frames::leader_mark leader_mark() const noexcept {
-            return {packets.holds(0), leader.timestamp};
-        }
     };
 
     [[nodiscard]] int64_t relative(uint64_t now) const noexcept;
@@ -111,7 +95,7 @@ private:
     const block* youngest = nullptr; // to begin by a packet of its own, ended or not
     uint64_t frames_begun = 0;
     ended_frames ended_recently;
-    gvsp_parsed_packet::leader_body last_leader{};
+    frame_block::leader_body last_leader{};
     frame_ids ids;
     unsupported_frames unsupported;
     frame_receive_stats stats;

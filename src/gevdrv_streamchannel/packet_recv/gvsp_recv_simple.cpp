@@ -61,7 +61,8 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
     const auto time_per_frame = static_cast<uint64_t>(frame_time());
     block* current = find(packet.block_id);
     if (current != nullptr && leader_timestamp != nullptr &&
-        ended_recently.begins_another(current->leader_mark(), ended_frames::elapsed(now, current->last_packet),
+        ended_recently.begins_another(current->leader_mark(),
+                                      ended_frames::elapsed(now, static_cast<uint64_t>(current->last_packet)),
                                       *leader_timestamp, time_per_frame)) {
         restart_stream(now);
         current = nullptr;
@@ -75,7 +76,7 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
         if (verdict == ended_frames::verdict::restart) restart_stream(now);
         current = &create_new_block(now, packet.block_id);
     }
-    current->last_packet = now;
+    current->last_packet = static_cast<int64_t>(now);
     switch (packet.kind) {
     case gvsp_packet_kind::leader:
         current->packets.add(id);
@@ -126,16 +127,7 @@ gvsp_recv_simple::block& gvsp_recv_simple::create_new_block(uint64_t now, uint64
         logger().info("r[{:8}] Killing block due to overrun.", frame_id);
         end_block(created, now, false);
     }
-    created.leader = last_leader;
-    created.leader.timestamp = 0;
-    created.block_id = block_id;
-    created.frame_id = frame_id;
-    created.start_time = now;
-    created.geometry = geometry[extended];
-    created.packets.clear(created.geometry);
-    created.filled_size = 0;
-    created.chunk_layout_id = 0;
-    created.has_chunk = false;
+    created.begin(block_id, frame_id, static_cast<int64_t>(now), last_leader, geometry[extended]);
     created.context = functions.get_frame();
     created.active = true;
     ++frames_begun;
@@ -158,23 +150,9 @@ void gvsp_recv_simple::end_block(block& ended, uint64_t now, bool flushed) {
     }
     if (ended.context.size != 0) ++(complete ? stats.complete_frames : stats.incomplete_frames);
 
-    frame_info info;
-    info.context = ended.context;
-    info.size_x = ended.leader.size_x;
-    info.size_y = ended.leader.size_y;
-    info.pixel_format = ended.leader.pixel_format;
-    info.padding_x = ended.leader.padding_x;
-    info.expected_payload_size = data_size_of(ended.packets, ended.geometry, payload_size);
-    info.filled_size = ended.filled_size;
-    info.frame_id = ended.frame_id;
-    info.block_id = ended.block_id;
-    info.timestamp = ended.leader.timestamp;
-    info.start_time = ended.start_time;
+    frame_info info = ended.take_info(payload_size, {complete, extended, flushed});
+    info.start_time = static_cast<uint64_t>(ended.start_time);
     info.end_time = now;
-    info.flags = (complete ? 0 : frame_flags::incomplete) | (extended ? frame_flags::extended_ids : 0) |
-                 (ended.has_chunk ? frame_flags::has_chunk : 0) | (flushed ? frame_flags::flushed : 0);
-    info.chunk_layout_id = ended.chunk_layout_id;
-    ended.context = {};
     finish_copies();
     functions.deliver(info, stats);
 }

@@ -2,11 +2,10 @@
 #pragma once
 
 #include "ended_frames.h"
+#include "frame_block.h"
 #include "frame_ids.h"
 #include "frame_time.h"
-#include "gvsp_packet.h"
 #include "gvsp_recv_interface.h"
-#include "received_packets.h"
 #include "unsupported_frames.h"
 
 #include <array>
@@ -28,25 +27,8 @@ public:
     void set_resend_params(const resend_parameters& parameters) override { frame_time.set(parameters); }
 
 private:
-    using leader_body = gvsp_parsed_packet::leader_body;
-
-    struct block {
-        leader_body leader{};
-        uint64_t block_id = 0;
-        uint64_t frame_id = 0;
-        uint64_t start_time = 0;
-        uint64_t last_packet = 0; // time of it
-        frame_context context;
-        received_packets packets;
-        block_geometry geometry;
-        uint64_t filled_size = 0;
-        uint32_t chunk_layout_id = 0;
-        bool has_chunk = false;
+    struct block : frame_block {
         bool active = false;
-
-        [[nodiscard]] ended_frames::leader_mark leader_mark() const noexcept {
-            return {packets.holds(0), leader.timestamp};
-        }
     };
 
     [[nodiscard]] block* find(uint64_t block_id) noexcept;
@@ -57,7 +39,7 @@ private:
     const stream_functions& functions;
     std::array<block, 4> blocks;
     std::array<block*, 4> ring{}; // newest first
-    leader_body last_leader{};
+    frame_block::leader_body last_leader{};
     frame_ids ids;
     unsupported_frames unsupported;
     ended_frames ended_recently;

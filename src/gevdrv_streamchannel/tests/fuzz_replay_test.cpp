@@ -14,7 +14,7 @@ using bytes = std::vector<std::byte>;
 
 std::vector<bytes> corpus() {
     std::vector<std::filesystem::path> files;
-    for (const auto& entry : std::filesystem::directory_iterator{ORV_STREAM_CORPUS}) files.push_back(entry.path());
+    for (const auto& entry : std::filesystem::directory_iterator{ORV_FUZZ_CORPUS}) files.push_back(entry.path());
     std::ranges::sort(files);
     std::vector<bytes> inputs;
     for (const auto& file : files) {

@@ -1,4 +1,6 @@
-#include "../device_document.h"
+#include "document_file.h"
+
+#include <GenICam/document_url.h>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -64,7 +66,7 @@ std::expected<std::string, std::error_code> read_file_below(const std::string& f
     if (!S_ISREG(about.st_mode)) return failed(std::errc::operation_not_permitted);
     std::string content;
     constexpr std::size_t step = 1U << 20;
-    while (content.size() <= max_document) {
+    while (content.size() <= GenICam::largest_document) {
         const std::size_t before = content.size();
         content.resize(before + step);
         const auto count = ::read(at.get(), content.data() + before, step);

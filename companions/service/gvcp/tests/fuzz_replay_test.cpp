@@ -1,11 +1,11 @@
 #include <exercise.h>
 
-#include "../../../../fuzz/replay.h"
+#include <replay.h>
 
 namespace {
 
 void replay(const char* kind, void (*exercise)(std::span<const std::byte>)) {
-    fuzz::replay(std::filesystem::path{ORV_GVCP_CORPUS} / kind, 4000, exercise);
+    fuzz::replay(std::filesystem::path{ORV_FUZZ_CORPUS} / kind, 4000, exercise);
 }
 
 TEST(GvcpFuzzReplay, Acknowledges) { replay("ack", fuzz::exercise_ack); }

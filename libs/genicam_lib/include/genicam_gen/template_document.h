@@ -13,10 +13,10 @@ namespace genicam_gen {
 
 struct reference_document {
     const char* text; // UTF-8
-    size_t length;
+    std::size_t length;
 };
 
-enum class reference_id : size_t {
+enum class reference_id : std::size_t {
     camera_sfnc_2_6 = 0, // kept empty: nothing reads it
     camera_sfnc_1_2 = 1, // kept empty: nothing reads it
     data_stream = 2,

@@ -61,12 +61,12 @@ concept word_enum = requires {
 
 template <word_enum E>
 [[nodiscard]] constexpr const char* to_word(E value) {
-    return enum_words<E>::words[static_cast<size_t>(value)];
+    return enum_words<E>::words[static_cast<std::size_t>(value)];
 }
 
 template <word_enum E>
 [[nodiscard]] constexpr std::optional<E> from_word(std::string_view word) {
-    for (size_t i = 0; i < enum_words<E>::words.size(); ++i) {
+    for (std::size_t i = 0; i < enum_words<E>::words.size(); ++i) {
         if (word == enum_words<E>::words[i]) return static_cast<E>(i);
     }
     return std::nullopt;

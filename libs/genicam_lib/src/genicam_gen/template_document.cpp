@@ -83,7 +83,7 @@ public:
     void value_set(const char* name, std::vector<int64_t>& values) {
         std::string_view text = node.child(name).text().get();
         while (!text.empty()) {
-            const size_t end = std::min(text.find(';'), text.size());
+            const std::size_t end = std::min(text.find(';'), text.size());
             if (const auto parsed = parse_number<int64_t>(text.substr(0, end))) values.push_back(*parsed);
             text.remove_prefix(std::min(end + 1, text.size()));
         }

@@ -21,14 +21,14 @@ constexpr const char* instance_name_space = "http://www.w3.org/2001/XMLSchema-in
 bool is_ascii_letter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
 
 // The number of bytes of the well-formed UTF-8 sequence at the start that XML can carry, or 0.
-size_t xml_character_length(std::string_view text) {
-    const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
+std::size_t xml_character_length(std::string_view text) {
+    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned char first = byte(0);
     if (first < 0x80) return first >= 0x20 || first == '\t' || first == '\n' || first == '\r' ? 1 : 0;
-    const size_t length = first >= 0xF0 && first < 0xF5 ? 4 : first >= 0xE0 ? 3 : first >= 0xC2 ? 2 : 0;
+    const std::size_t length = first >= 0xF0 && first < 0xF5 ? 4 : first >= 0xE0 ? 3 : first >= 0xC2 ? 2 : 0;
     if (length == 0 || first >= 0xF5 || text.size() < length) return 0;
     uint32_t code = first & (0xFFU >> (length + 1));
-    for (size_t i = 1; i < length; ++i) {
+    for (std::size_t i = 1; i < length; ++i) {
         if ((byte(i) & 0xC0) != 0x80) return 0;
         code = (code << 6) | (byte(i) & 0x3F);
     }
@@ -41,13 +41,13 @@ std::string xml_text(std::string_view text) {
     std::string safe;
     safe.reserve(text.size());
     while (!text.empty()) {
-        const size_t length = xml_character_length(text);
+        const std::size_t length = xml_character_length(text);
         if (length == 0) {
             safe += '?';
         } else {
             safe += text.substr(0, length);
         }
-        text.remove_prefix(std::max<size_t>(length, 1));
+        text.remove_prefix(std::max<std::size_t>(length, 1));
     }
     return safe;
 }
@@ -168,7 +168,7 @@ private:
 
 class xml_string_writer final : public pugi::xml_writer {
 public:
-    void write(const void* data, size_t size) override { text.append(static_cast<const char*>(data), size); }
+    void write(const void* data, std::size_t size) override { text.append(static_cast<const char*>(data), size); }
     std::string text;
 };
 

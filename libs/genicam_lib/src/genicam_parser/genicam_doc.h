@@ -19,7 +19,7 @@ namespace GenICam::impl {
 class genicam_doc final : public IGenICamDoc, public document_services {
 public:
     explicit genicam_doc(uint16_t options) noexcept
-        : force_no_cache_(static_cast<uint8_t>(options >> 8)), option_low(static_cast<uint8_t>(options & 0xFF)) {}
+        : never_caches(static_cast<uint8_t>(options >> 8)), option_low(static_cast<uint8_t>(options & 0xFF)) {}
     ~genicam_doc() override;
 
     // False, and a message, when the text is not well-formed.
@@ -39,9 +39,9 @@ public:
 private:
     void add_event_node(uint64_t event_id, IEval* node) override { event_nodes[event_id].push_back(node); }
     [[nodiscard]] std::pmr::memory_resource& memory_resource() noexcept override { return node_memory; }
-    [[nodiscard]] bool force_no_cache() const noexcept override { return force_no_cache_ != 0; }
+    [[nodiscard]] bool force_no_cache() const noexcept override { return never_caches != 0; }
     [[nodiscard]] const element_view& struct_view(pugi::xml_node struct_reg) override;
-    [[nodiscard]] closure_state& closures() noexcept override { return closures_; }
+    [[nodiscard]] closure_state& closures() noexcept override { return walks; }
     void note_fault(IEval& node, std::string text) override;
     [[nodiscard]] std::string_view fault_of(const IEval& node) const noexcept override;
 
@@ -55,7 +55,7 @@ private:
     void add_embedded_swissknifes(const element_view& view);
     void resolve_nodes();
 
-    uint8_t force_no_cache_;
+    uint8_t never_caches;
     uint8_t option_low; // kept, no effect
     bool has_duplicate_names = false;
     std::pmr::monotonic_buffer_resource node_memory{48};
@@ -64,7 +64,7 @@ private:
     name_index node_by_name;   // keys are texts of the XML
     std::vector<INode*> streamable_nodes;
     std::unordered_map<uint64_t, std::vector<IEval*>> event_nodes;
-    closure_state closures_;
+    closure_state walks;
     std::unordered_map<const IEval*, std::string> faults;
 
     // While it is built: the views of the nodes, which both phases need, and the last one of a structure.

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
-#include <memory>
 #include <string_view>
+#include <utility>
 
 namespace GenICam {
 
@@ -47,11 +47,6 @@ long seek_file(voidpf, voidpf stream, ZPOS64_T offset, int origin) {
 int close_file(voidpf, voidpf) { return 0; }
 int error_of_file(voidpf, voidpf) { return 0; }
 
-struct close_archive {
-    void operator()(unzFile archive) const noexcept { unzClose(archive); }
-};
-using archive_ptr = std::unique_ptr<std::remove_pointer_t<unzFile>, close_archive>;
-
 bool is_xml_name(std::string_view name) noexcept {
     constexpr std::string_view ending = ".xml";
     if (name.size() < ending.size()) return false;
@@ -60,7 +55,7 @@ bool is_xml_name(std::string_view name) noexcept {
 }
 
 // Leaves the archive at the member to read.
-bool select_member(unzFile archive) {
+bool select_document(unzFile archive) {
     for (int outcome = unzGoToFirstFile(archive); outcome == UNZ_OK; outcome = unzGoToNextFile(archive)) {
         char name[512] = "";
         if (unzGetCurrentFileInfo64(archive, nullptr, name, sizeof name - 1, nullptr, 0, nullptr, 0) != UNZ_OK)
@@ -70,38 +65,90 @@ bool select_member(unzFile archive) {
     return unzGoToFirstFile(archive) == UNZ_OK;
 }
 
+std::unexpected<std::error_code> failed(std::errc why) { return fail(std::make_error_code(why)); }
+
 } // namespace
+
+struct zip_archive::opened_file {
+    explicit opened_file(std::span<const std::byte> bytes) : memory{bytes} {
+        zlib_filefunc64_def functions{open_file, read_file,  write_file,    tell_file,
+                                      seek_file, close_file, error_of_file, &memory};
+        archive = unzOpen2_64("", &functions);
+    }
+    opened_file(const opened_file&) = delete;
+    opened_file& operator=(const opened_file&) = delete;
+    ~opened_file() {
+        if (archive != nullptr) unzClose(archive);
+    }
+
+    memory_file memory;
+    unzFile archive = nullptr;
+};
+
+zip_archive::zip_archive(std::unique_ptr<opened_file> opened) noexcept : file{std::move(opened)} {}
+zip_archive::zip_archive(zip_archive&&) noexcept = default;
+zip_archive& zip_archive::operator=(zip_archive&&) noexcept = default;
+zip_archive::~zip_archive() = default;
+
+result<zip_archive> zip_archive::open(std::span<const std::byte> bytes) {
+    auto opened = std::make_unique<opened_file>(bytes);
+    if (opened->archive == nullptr) return failed(std::errc::bad_message);
+    return zip_archive{std::move(opened)};
+}
+
+result<std::string> zip_archive::read(const std::string& name, std::size_t limit) {
+    constexpr int case_matters = 1;
+    if (unzLocateFile(file->archive, name.c_str(), case_matters) != UNZ_OK)
+        return failed(std::errc::no_such_file_or_directory);
+    return read_current(limit);
+}
+
+result<std::string> zip_archive::read_document(std::size_t limit) {
+    if (!select_document(file->archive)) return failed(std::errc::bad_message);
+    return read_current(limit);
+}
+
+result<std::string> zip_archive::read_current(std::size_t limit) {
+    unzFile const archive = file->archive;
+    unz_file_info64 info{};
+    if (unzGetCurrentFileInfo64(archive, &info, nullptr, 0, nullptr, 0, nullptr, 0) != UNZ_OK ||
+        unzOpenCurrentFile(archive) != UNZ_OK)
+        return failed(std::errc::bad_message);
+    // As it comes: the size in the archive is a claim.
+    std::string content;
+    for (;;) {
+        constexpr std::size_t step = std::size_t{64} << 10;
+        const std::size_t before = content.size();
+        content.resize(before + step);
+        const int count = unzReadCurrentFile(archive, content.data() + before, static_cast<unsigned>(step));
+        if (count < 0) return failed(std::errc::bad_message);
+        content.resize(before + static_cast<std::size_t>(count));
+        if (content.size() > limit) return failed(std::errc::file_too_large);
+        if (count == 0) break;
+    }
+    // The checksum is compared on closing, though only for a member that was read to its end.
+    if (unzCloseCurrentFile(archive) != UNZ_OK || content.size() != info.uncompressed_size)
+        return failed(std::errc::bad_message);
+    return content;
+}
 
 bool is_zipped(std::span<const std::byte> bytes) noexcept {
     constexpr unsigned char signature[] = {'P', 'K', 3, 4};
     return bytes.size() >= sizeof signature && std::memcmp(bytes.data(), signature, sizeof signature) == 0;
 }
 
-result<std::string> inflate_document(std::span<const std::byte> archive_bytes, std::size_t limit) {
-    memory_file file{archive_bytes};
-    zlib_filefunc64_def functions{open_file, read_file,  write_file,    tell_file,
-                                  seek_file, close_file, error_of_file, &file};
-    const archive_ptr archive{unzOpen2_64("", &functions)};
-    if (!archive || !select_member(archive.get()) || unzOpenCurrentFile(archive.get()) != UNZ_OK)
-        return fail(genicam_errc::invalid_document);
-    unz_file_info64 info{};
-    if (unzGetCurrentFileInfo64(archive.get(), &info, nullptr, 0, nullptr, 0, nullptr, 0) != UNZ_OK)
-        return fail(genicam_errc::invalid_document);
-    std::string text;
-    for (;;) {
-        constexpr std::size_t step = std::size_t{64} << 10;
-        const std::size_t before = text.size();
-        text.resize(before + step);
-        const int count = unzReadCurrentFile(archive.get(), text.data() + before, static_cast<unsigned>(step));
-        if (count < 0) return fail(genicam_errc::invalid_document);
-        text.resize(before + static_cast<std::size_t>(count));
-        if (text.size() > limit) return fail(genicam_errc::buffer_too_small);
-        if (count == 0) break;
+result<std::string> document_text(std::string content, std::size_t limit) {
+    const auto bytes = std::as_bytes(std::span{content});
+    if (is_zipped(bytes)) {
+        auto archive = zip_archive::open(bytes);
+        if (!archive) return fail(archive.error());
+        return archive->read_document(limit);
     }
-    // The checksum is compared on closing, though only for a member that was read to its end.
-    if (text.size() != info.uncompressed_size || unzCloseCurrentFile(archive.get()) != UNZ_OK)
-        return fail(genicam_errc::invalid_document);
-    return text;
+    // Letters of two or four bytes have zeros from the start: that is no end.
+    const std::size_t first_zero = content.find('\0');
+    if (first_zero >= 4 && first_zero != std::string::npos) content.resize(first_zero);
+    if (content.size() > limit) return failed(std::errc::file_too_large);
+    return content;
 }
 
 } // namespace GenICam

@@ -23,6 +23,8 @@ class InputStack;
 struct OutputQueue;
 class NewBufferEvent;
 
+// Thread-safe, the filling side's part included; a derived class calls that from one thread at a time. Lock order:
+// queue_mutex, announced_lock, the output queue's.
 class DataStreamImpl : public virtual IDataStream,
                        public VirtualPortImpl,
                        public EventSourceImpl,

@@ -13,6 +13,8 @@
 
 namespace GenTL::Producer {
 
+// Thread-safe, but for load_data_stream_ids and the selector of its document. open_mutex is held while a stream or the
+// remote port is made, not while one is closed.
 class DeviceImpl : public virtual IDevice, public VirtualPortImpl, public EventSourceImpl, private Util::TrackedObject {
 public:
     ~DeviceImpl() override;

@@ -22,7 +22,7 @@ namespace GenTL::Producer {
 
 class EventSourceImpl;
 
-// The slot of a source for one event type. Lock order: this lock first, then a queue's mutex.
+// The slot of a source for one event type. Thread-safe. Lock order: this lock first, then a queue's mutex.
 class event_ptr_base {
 public:
     event_ptr_base(const event_ptr_base&) = delete;
@@ -119,7 +119,7 @@ Error answer_event_info(const EventFacts& facts, size_t queue_size, uint64_t num
 Error check_event_data_size(const size_t* piSize, size_t size_max);
 Error check_data_info_parameters(const void* pInBuffer, const INFO_DATATYPE* piType, const size_t* piOutSize);
 
-// An event with a queue of records of one size.
+// An event with a queue of records of one size. Thread-safe.
 class EventImplBase2 : public IEvent {
 public:
     Error GetData(void* pBuffer, size_t* piSize, uint64_t iTimeout) final;
@@ -141,7 +141,7 @@ protected:
                                 INFO_DATATYPE* piType, void* pOutBuffer, size_t* piOutSize) = 0;
 
     const EventFacts facts;
-    std::mutex mutex;
+    std::mutex mutex; // guards the queue of the derived class and the waiters
     EventWait waiters;
 };
 

@@ -13,6 +13,8 @@
 
 namespace GenTL::Producer {
 
+// Thread-safe, but for the selectors of its document, which consumers write in turn anyway. The service is asked, and
+// devices are opened, without a lock.
 class InterfaceImpl : public virtual IInterface,
                       public VirtualPortImpl,
                       public EventSourceImpl,

@@ -53,6 +53,7 @@ struct UrlRecord {
 // A text that does not parse gives a record with the URL alone and one warning in the log.
 [[nodiscard]] UrlRecord parse_url(std::string url);
 
+// Thread-safe. Whoever comes first loads the list, with urls_mutex held; the others wait for him.
 class PortImpl : public virtual IPort {
 public:
     Error GetURL(char* buffer, size_t* size) override;
@@ -73,7 +74,7 @@ protected:
     virtual std::expected<std::vector<std::string>, Error> load_url_list_() = 0;
     // What the port knows of the URL beyond its text. Called once for each URL, with urls_mutex held.
     virtual void complete_url_record_(size_t, UrlRecord&) const {}
-    // Fills the list once; threads that come at the same time wait for the first.
+    // Fills the list once.
     Error ensure_urls();
     [[nodiscard]] const std::string& get_port_id() const noexcept { return port_id; }
     void set_port_info(PortInfo info) { port_info = std::move(info); }

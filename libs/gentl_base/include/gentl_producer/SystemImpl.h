@@ -12,6 +12,8 @@
 
 namespace GenTL::Producer {
 
+// Thread-safe, but for the selector of its document, which consumers write in turn anyway. The service is asked, and
+// interfaces are opened, without a lock.
 class SystemImpl : public virtual ISystem, public VirtualPortImpl, public EventSourceImpl, private Util::TrackedObject {
 public:
     ~SystemImpl() override;

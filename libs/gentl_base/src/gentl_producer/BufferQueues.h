@@ -49,7 +49,8 @@ private:
 
 class NewBufferEvent;
 
-// Finished buffers, oldest first. Shared with the event, whose waiters may outlive the stream for a moment.
+// Finished buffers, oldest first. Thread-safe. Shared with the event, whose waiters may outlive the stream for a
+// moment.
 struct OutputQueue {
     std::mutex mutex; // guards what follows and the wait of the event of the moment
     std::vector<Buffer*> buffers;
@@ -63,6 +64,7 @@ struct OutputQueue {
     void discard();
 };
 
+// Thread-safe; its wait is guarded by the queue's mutex.
 class NewBufferEvent final : public IEvent {
 public:
     explicit NewBufferEvent(std::shared_ptr<OutputQueue> queue);

@@ -116,7 +116,7 @@ Error DataStreamImpl::AllocAndAnnounceBuffer(size_t iSize, void* pPrivate, BUFFE
     if (is_closed) return closed_stream();
     auto created = create_buffer_(nullptr, iSize, pPrivate);
     if (!created) return std::move(created.error());
-    trace_buffer("AllocAndAnnouceBuffer", created->get());
+    trace_buffer("AllocAndAnnouceBuffer" /* spelled so on purpose */, created->get());
     announce(std::move(*created), phBuffer);
     return success();
 }

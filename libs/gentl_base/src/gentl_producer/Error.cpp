@@ -37,7 +37,7 @@ static_assert(GC_ERR_ERROR - static_cast<int>(default_texts.size()) + 1 == GC_ER
 std::string error_text(GC_ERROR code) {
     if (code == GC_ERR_SUCCESS) return "No Error";
     if (code <= GC_ERR_ERROR && code >= GC_ERR_AMBIGUOUS) {
-        return default_texts[static_cast<std::size_t>(GC_ERR_ERROR - code)];
+        return default_texts[static_cast<size_t>(GC_ERR_ERROR - code)];
     }
     return fmt::format("Unknown Error ID: {}", code);
 }

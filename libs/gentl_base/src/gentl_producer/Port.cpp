@@ -1,6 +1,10 @@
+#include <GenICam/document_url.h>
 #include <genicam_gen/writer.h>
 #include <gentl_producer/InfoAnswer.h>
+#include <gentl_producer/Library.h>
 #include <gentl_producer/Port.h>
+
+#include <spdlog/logger.h>
 
 namespace GenTL::Producer {
 
@@ -24,6 +28,29 @@ std::string_view module_text(PortType type) {
 }
 
 } // namespace
+
+UrlRecord parse_url(std::string url) {
+    const GenICam::document_url parsed = GenICam::parse_document_url(url);
+    UrlRecord record;
+    record.url = std::move(url);
+    if (!parsed.scheme) {
+        if (auto* logger = default_logger()) logger->warn("Failed to parse document URL '{}'.", record.url);
+        return record;
+    }
+    record.scheme = static_cast<int32_t>(*parsed.scheme);
+    record.has_scheme = true;
+    record.schema_major = parsed.schema_version[0];
+    record.schema_minor = parsed.schema_version[1];
+    record.file_major = parsed.file_version[0];
+    record.file_minor = parsed.file_version[1];
+    record.file_subminor = parsed.file_version[2];
+    record.file_name = std::string{parsed.file_name()};
+    if (parsed.scheme == GenICam::url_scheme::local) {
+        record.address = parsed.address;
+        record.size = parsed.size;
+    }
+    return record;
+}
 
 PortImpl::PortImpl(std::string id, PortInfo info) : port_id(std::move(id)), port_info(std::move(info)) {}
 

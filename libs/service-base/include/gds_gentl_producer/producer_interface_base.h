@@ -10,6 +10,7 @@
 
 namespace gds_producer {
 
+// Thread-safe.
 class producer_interface_base : public GenTL::Producer::InterfaceImpl {
 public:
     ~producer_interface_base() override;

@@ -14,7 +14,7 @@ namespace gds_producer {
 // Allocates nothing; what is longer than its room is cut. Thread-safe.
 class status_text final {
 public:
-    static constexpr std::size_t room = 96;
+    static constexpr size_t room = 96;
 
     template <class... Arguments>
     void set(fmt::format_string<const Arguments&...> format, const Arguments&... arguments) {
@@ -36,7 +36,7 @@ public:
 private:
     mutable std::mutex mutex; // guards what follows
     std::array<char, room> text{};
-    std::size_t length = 0;
+    size_t length = 0;
 };
 
 } // namespace gds_producer

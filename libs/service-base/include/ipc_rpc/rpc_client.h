@@ -3,7 +3,7 @@
 
 #include <gds_helper/process.h>
 #include <ipc_rpc/client_object_handle.h>
-#include <ipc_rpc/executor.h>
+#include <ipc_rpc/executor_thread_pool.h>
 #include <ipc_rpc/rpc_connection_client.h>
 
 #include <cstdint>

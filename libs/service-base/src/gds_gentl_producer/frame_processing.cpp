@@ -27,16 +27,16 @@ private:
 } // namespace
 
 img_pipe::img_descriptor image_in(const GenTL::Producer::Buffer& buffer) {
-    constexpr size_t most_pixels = std::numeric_limits<std::int32_t>::max();
-    constexpr size_t most_bytes = std::numeric_limits<std::uint32_t>::max();
+    constexpr size_t most_pixels = std::numeric_limits<int32_t>::max();
+    constexpr size_t most_bytes = std::numeric_limits<uint32_t>::max();
     if (buffer.width > most_pixels || buffer.height > most_pixels) return {};
-    const auto bytes = static_cast<std::uint32_t>(std::min(buffer.size, most_bytes));
-    const std::uint32_t format = img_pipe::fcc_from_pfnc(buffer.pixel_format);
-    const auto width = static_cast<std::int32_t>(buffer.width);
-    const auto height = static_cast<std::int32_t>(buffer.height);
+    const auto bytes = static_cast<uint32_t>(std::min(buffer.size, most_bytes));
+    const uint32_t format = img_pipe::fcc_from_pfnc(buffer.pixel_format);
+    const auto width = static_cast<int32_t>(buffer.width);
+    const auto height = static_cast<int32_t>(buffer.height);
     if (buffer.x_padding == 0) return img_pipe::make_view(buffer.base, bytes, format, width, height);
     return img_pipe::make_padded_view(buffer.base, bytes, format, width, height,
-                                      static_cast<std::uint32_t>(std::min(buffer.x_padding, most_pixels)));
+                                      static_cast<uint32_t>(std::min(buffer.x_padding, most_pixels)));
 }
 
 bool frame_processing::is_due() const {

@@ -162,7 +162,7 @@ std::error_code read_remote(const ipc_rpc::client_object_handle& service, const 
 std::error_code producer_system_base::read_double(const std::string& key, double& value) const {
     return read_remote<catalogue::property_store_read_double>(service, key, value);
 }
-std::error_code producer_system_base::read_int64(const std::string& key, std::int64_t& value) const {
+std::error_code producer_system_base::read_int64(const std::string& key, int64_t& value) const {
     return read_remote<catalogue::property_store_read_int64>(service, key, value);
 }
 std::error_code producer_system_base::read_string(const std::string& key, std::string& value) const {

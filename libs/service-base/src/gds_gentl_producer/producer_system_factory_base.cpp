@@ -1,5 +1,5 @@
 #include <GenICam/error.h>
-#include <gds_gentl_producer/producer_system_base.h>
+#include <gds_gentl_producer/producer_system_factory_base.h>
 #include <gds_shared/gigecam_error.h>
 #include <gds_shared/log_init.h>
 #include <gds_shared/prop_store_init.h>

@@ -9,7 +9,7 @@ namespace gds_shared {
 namespace {
 
 struct row {
-    uint32_t value;
+    std::uint32_t value;
     std::string_view message;
     GenTL::GC_ERROR code;
     std::string_view status_name;
@@ -58,7 +58,7 @@ constexpr std::array rows{
 };
 
 const row* find(int value) {
-    const auto found = std::ranges::find(rows, static_cast<uint32_t>(value), &row::value);
+    const auto found = std::ranges::find(rows, static_cast<std::uint32_t>(value), &row::value);
     return found == rows.end() ? nullptr : &*found;
 }
 
@@ -84,7 +84,7 @@ const std::error_category& gigecam_error_category() noexcept {
 
 Error gigecam_to_gentl_error(const std::error_code& code) {
     const row* known = find(code.value());
-    if (known == nullptr) return {GC_ERR_ERROR, "gevdrv-status: {}", static_cast<uint32_t>(code.value())};
+    if (known == nullptr) return {GC_ERR_ERROR, "gevdrv-status: {}", static_cast<std::uint32_t>(code.value())};
     if (known->code == GC_ERR_SUCCESS) return success();
     return {known->code, "gevdrv-status: {}", known->status_name};
 }

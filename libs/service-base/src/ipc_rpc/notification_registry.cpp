@@ -1,6 +1,6 @@
 // Two locks, never both held by one thread: the state's for the map, a registration's for its runs. Callbacks run
 // without either.
-#include <ipc_rpc/executor.h>
+#include <ipc_rpc/executor_thread_pool.h>
 #include <ipc_rpc/notification_registry.h>
 
 #include <algorithm>

@@ -8,7 +8,7 @@
 
 namespace GenICam::impl {
 
-// One walk is under way at a time.
+// Thread-safe: who walks holds `lock`.
 struct closure_state {
     std::mutex lock; // guards the rest, every IEval::visit and the arena once the build is over
     uint32_t last_walk = 0;

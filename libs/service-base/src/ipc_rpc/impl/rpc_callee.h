@@ -4,7 +4,7 @@
 #include "impl/ipc_call_base.h"
 
 #include <ipc_rpc/byte_budget.h>
-#include <ipc_rpc/executor.h>
+#include <ipc_rpc/executor_thread_pool.h>
 #include <ipc_rpc/function_table.h>
 
 #include <functional>
@@ -15,8 +15,8 @@
 
 namespace ipc_rpc {
 
-// receive_rpc_packet belongs to the receive thread, which never runs a function: all run on the executor, started in
-// the order of their arrival.
+// Thread-safe; receive_rpc_packet belongs to the receive thread, which never runs a function: all run on the executor,
+// started in the order of their arrival. No function and no destructor of an object runs with a lock held.
 class rpc_callee_instance final : public std::enable_shared_from_this<rpc_callee_instance> {
 public:
     rpc_callee_instance(channel_interface& send_channel, object_function_table_root functions,

@@ -48,7 +48,7 @@ static_assert(shared_queue_size == 0x11000);
 
 using notification_words = std::array<std::uint64_t, max_notifications / 64>;
 
-// Any thread may send and raise; one thread receives.
+// Thread-safe, but for receiving and for peer_shows_life, which each belong to one thread.
 class shared_memory_queue final {
 public:
     // monostate: the queue is closed. A block of length 0 came with a bad index and is to be dropped.

@@ -3,7 +3,7 @@
 //
 // Since glibc 2.21, 64 bits: one word with the count in its lower and the number of waiters in its upper half, then
 // the flag that the object is shared between processes.
-#include "platform.h"
+#include "platform/named_semaphore.h"
 #include "posix/file_descriptor.h"
 
 #include <linux/futex.h>

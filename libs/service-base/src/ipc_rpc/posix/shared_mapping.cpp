@@ -1,4 +1,4 @@
-#include "platform.h"
+#include "platform/shared_mapping.h"
 #include "posix/file_descriptor.h"
 
 #include <fcntl.h>

@@ -1,4 +1,4 @@
-#include "platform.h"
+#include "platform/stop_event.h"
 #include "posix/file_descriptor.h"
 
 #include <poll.h>

@@ -1,11 +1,10 @@
 // No memory, at each place in turn where a thread of a connection asks for some: the call or the connection ends with
 // an error, the process lives, and the next connection is served.
-#include "../support.h"
+#include "../../../../libs/service-base/tests/support.h"
 
 #include <ipc_rpc/catalogue.h>
 #include <ipc_rpc/rpc_client.h>
-
-#include "../../../../companions/service/rpc_server/rpc_server.h"
+#include <rpc_server/rpc_server.h>
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // The control channel as a Unix-domain socket that keeps message boundaries, and its waits.
 #include <gds_helper/log.h>
 
-#include "platform.h"
+#include "platform/named_pipe.h"
 #include "posix/file_descriptor.h"
 #include "posix/runtime_directory.h"
 #include "posix/socket_activation.h"

@@ -1,6 +1,6 @@
 #include <gds_helper/line_budget.h>
 #include <gds_helper/process.h>
-#include <ipc_rpc/executor.h>
+#include <ipc_rpc/executor_thread_pool.h>
 
 #include <condition_variable>
 #include <list>

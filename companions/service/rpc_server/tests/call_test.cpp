@@ -1,10 +1,9 @@
 // Calls between a real client and the real serving end, over real sockets and shared memory.
-#include "../support.h"
+#include "../../../../libs/service-base/tests/support.h"
 
 #include <ipc_rpc/catalogue.h>
 #include <ipc_rpc/rpc_client.h>
-
-#include "../../../../companions/service/rpc_server/rpc_server.h"
+#include <rpc_server/rpc_server.h>
 
 #include <gds_shared/gigecam_error.h>
 

@@ -1,11 +1,10 @@
 // The service as a process of its own that dies or stops, and what nobody can look at.
-#include "../support.h"
+#include "../../../../libs/service-base/tests/support.h"
 
 #include <ipc_rpc/catalogue.h>
 #include <ipc_rpc/leftovers.h>
 #include <ipc_rpc/rpc_client.h>
-
-#include "../../../../companions/service/rpc_server/rpc_server.h"
+#include <rpc_server/rpc_server.h>
 
 #include <platform.h>
 
