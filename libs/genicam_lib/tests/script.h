@@ -99,14 +99,19 @@ private:
             flags |= named(all_flags, target.substr(from + 1, next - from - 1));
             from = next;
         }
-        INode& node = *sut.doc->find_node(target.substr(0, dot));
+        INode* const node = sut.doc->find_node(target.substr(0, dot));
+        if (node == nullptr) throw std::runtime_error("no such node: " + target);
         std::error_code error;
         std::string difference;
         if (writes) {
-            error = write(node, value, flags);
+            error = write(*node, value, flags);
         } else {
-            const auto found = read(node, property, value, flags);
-            found ? difference = *found : (error = found.error(), difference);
+            const auto found = read(*node, property, value, flags);
+            if (found) {
+                difference = *found;
+            } else {
+                error = found.error();
+            }
         }
         if (error != wanted) return error ? error.message() : "success";
         return difference;
@@ -174,6 +179,8 @@ private:
         if (property == ".fault") return same(std::string{node.get_fault()}, wanted);
         if (auto* integer = node_cast<IInteger>(&node)) return read_number(*integer, property, wanted, flags);
         if (auto* real = node_cast<IFloat>(&node)) return read_number(*real, property, wanted, flags);
+        const bool has_property = property == "" || property == ".max_length" || property == ".value";
+        if (!has_property) throw std::runtime_error("no such property: " + property);
         if (auto* boolean = node_cast<IBoolean>(&node)) return compared(boolean->get_val(flags), wanted);
         if (auto* command = node_cast<ICommand>(&node)) return compared(command->is_done(flags), wanted);
         if (auto* text = node_cast<IString>(&node)) {

@@ -7,6 +7,7 @@
 #include <gentl_producer/Library.h>
 #include <gentl_producer/SystemImpl.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -132,6 +133,11 @@ inline std::string last_error_text() {
     size_t size = sizeof text;
     GCGetLastError(&code, text, &size);
     return text;
+}
+
+MATCHER_P2(IsRefused, code, words, "") {
+    *result_listener << "says '" << last_error_text() << "'";
+    return arg == code && last_error_text() == words;
 }
 
 // The answer of an info function as a T; `ask` passes the type's place, the buffer and its size on.
