@@ -19,7 +19,8 @@ namespace {
 using namespace test_support;
 namespace reg = gige::gvcp::reg;
 
-constexpr uint32_t net = 0x0A632700; // 10.99.39.0/29: hosts 1 to 6
+constexpr uint32_t net = 0x0A632700;     // 10.99.39.0/29: hosts 1 to 6
+constexpr uint32_t foreign = 0xC0A84D05; // 192.168.77.5
 constexpr uint64_t first_mac = 0x02000000BEE0;
 
 // For this thread and those that it starts.
@@ -82,6 +83,20 @@ protected:
         std::shared_ptr<::service::client_session> session;
         std::unique_ptr<::service::interface_object> interface;
     };
+    // One camera, here or of a foreign subnet, that the service has found. This host's gateway is 10.99.39.2.
+    template <class Body>
+    void with_camera(uint32_t address, Body body) {
+        give(hosts.consumer_side(), "10.99.39.1/29");
+        ASSERT_TRUE(hosts.run(hosts.consumer_side(), {"ip", "route", "add", "default", "via", "10.99.39.2"}));
+        camera = start_at(address, hosts.camera_side(), first_mac);
+        ASSERT_TRUE(camera);
+        at(hosts.consumer_side(), [&] {
+            const service running;
+            ASSERT_TRUE(running.becomes(first_mac, address == foreign ? ipc_rpc::reachable_status::unreachable
+                                                                      : ipc_rpc::reachable_status::reachable));
+            body(running);
+        });
+    }
 };
 
 struct search_case {
@@ -103,7 +118,7 @@ TEST_P(FreeAddress, TheOneThatNobodyHasIsGiven) {
     for (const char* answered : {"10.99.39.3/32", "10.99.39.4/32"})
         ASSERT_TRUE(hosts.run(other_side, {"ip", "address", "add", answered, "dev", "lo"}));
     const auto neighbour = start_at(net + 5, other_side, first_mac + 1);
-    camera = start_at(0xC0A84D05, hosts.camera_side(), first_mac);
+    camera = start_at(foreign, hosts.camera_side(), first_mac);
     ASSERT_TRUE(camera && neighbour);
     at(hosts.consumer_side(), [&] {
         if (!given.raw_sockets) {
@@ -151,16 +166,11 @@ INSTANTIATE_TEST_SUITE_P(Functions, FreeAddress,
                          });
 
 TEST_F(Addresses, ForceIPTakesNobodysAddressAndTellsWhereTheCameraDidNotCome) {
-    give(hosts.consumer_side(), "10.99.39.1/29");
     ASSERT_TRUE(hosts.run(hosts.camera_side(), {"ip", "address", "add", "10.99.39.3/32", "dev", "lo"}));
-    camera = start_at(0xC0A84D05, hosts.camera_side(), first_mac);
-    ASSERT_TRUE(camera);
-    at(hosts.consumer_side(), [&] {
-        const service running;
-        ASSERT_TRUE(running.becomes(first_mac, ipc_rpc::reachable_status::unreachable));
+    with_camera(foreign, [&](const service& running) {
         EXPECT_EQ(running.force(first_mac, net + 1), std::errc::address_in_use) << "this host's own";
         EXPECT_EQ(running.force(first_mac, net + 3), std::errc::address_in_use) << "another host answers for it";
-        EXPECT_EQ(camera->address(), 0xC0A84D05U);
+        EXPECT_EQ(camera->address(), foreign);
         EXPECT_FALSE(running.force(first_mac, net + 4));
         EXPECT_EQ(camera->address(), net + 4);
         EXPECT_FALSE(running.force(first_mac, net + 4)) << "where it is already";
@@ -171,13 +181,7 @@ TEST_F(Addresses, ForceIPTakesNobodysAddressAndTellsWhereTheCameraDidNotCome) {
 }
 
 TEST_F(Addresses, ForceIPGivesNoCameraWhatIsNoHostsAddress) {
-    give(hosts.consumer_side(), "10.99.39.1/29");
-    ASSERT_TRUE(hosts.run(hosts.consumer_side(), {"ip", "route", "add", "default", "via", "10.99.39.2"}));
-    camera = start_at(0xC0A84D05, hosts.camera_side(), first_mac);
-    ASSERT_TRUE(camera);
-    at(hosts.consumer_side(), [&] {
-        const service running;
-        ASSERT_TRUE(running.becomes(first_mac, ipc_rpc::reachable_status::unreachable));
+    with_camera(foreign, [&](const service& running) {
         const struct {
             uint32_t address, mask, gateway;
             const char* what;
@@ -196,18 +200,13 @@ TEST_F(Addresses, ForceIPGivesNoCameraWhatIsNoHostsAddress) {
             EXPECT_EQ(running.force(first_mac, each.address, each.mask, each.gateway), std::errc::invalid_argument)
                 << each.what;
         }
-        EXPECT_EQ(camera->address(), 0xC0A84D05U);
+        EXPECT_EQ(camera->address(), foreign);
     });
 }
 
 // A camera that is slow with its network, and whose acknowledge did not come through before.
 TEST_F(Addresses, ACameraThatMovesWithoutAWordIsWaitedFor) {
-    give(hosts.consumer_side(), "10.99.39.1/29");
-    camera = start_at(0xC0A84D05, hosts.camera_side(), first_mac);
-    ASSERT_TRUE(camera);
-    at(hosts.consumer_side(), [&] {
-        const service running;
-        ASSERT_TRUE(running.becomes(first_mac, ipc_rpc::reachable_status::unreachable));
+    with_camera(foreign, [&](const service& running) {
         camera_sim::fault_options late;
         late.pending_every = 1;
         late.pending_ms = 60'000;
@@ -229,7 +228,7 @@ TEST_F(Addresses, CamerasDoNotWaitForOneAnotherAndAnEndedClientForNothing) {
     give(hosts.consumer_side(), "10.99.39.1/29");
     const int other_side = hosts.add_camera_side();
     ASSERT_GE(other_side, 0) << hosts.why_not();
-    camera = start_at(0xC0A84D05, hosts.camera_side(), first_mac);
+    camera = start_at(foreign, hosts.camera_side(), first_mac);
     const auto other = start_at(0xC0A84D06, other_side, first_mac + 1);
     ASSERT_TRUE(camera && other);
     at(hosts.consumer_side(), [&] {
@@ -293,12 +292,7 @@ TEST_F(Addresses, WithoutRawSocketsAnAddressThatCannotBeAskedForIsNotFree) {
 
 // A request that had to wait was made with what the camera was before the one in front of it had moved it.
 TEST_F(Addresses, AWaitingRequestMeetsTheCameraWhereItIsNow) {
-    give(hosts.consumer_side(), "10.99.39.1/29");
-    camera = start_at(net + 5, hosts.camera_side(), first_mac);
-    ASSERT_TRUE(camera);
-    at(hosts.consumer_side(), [&] {
-        const service running;
-        ASSERT_TRUE(running.becomes(first_mac, ipc_rpc::reachable_status::reachable));
+    with_camera(net + 5, [&](const service& running) {
         const auto before = *find(running.core->discovery(), first_mac);
         EXPECT_FALSE(running.force(first_mac, net + 4));
         EXPECT_FALSE(::service::run_address_function(*running.core, "cable", before, "IPConfigDHCPEnable", {}));
@@ -358,12 +352,7 @@ TEST_F(Addresses, TwoCamerasOfOneAddressAreNotTakenForAReplacement) {
 
 TEST_F(Addresses, AnInterfaceOfTwoNetworksThatGoesDownComesBackWithItsCameras) {
     give(hosts.consumer_side(), "10.99.40.1/24");
-    give(hosts.consumer_side(), "10.99.39.1/29");
-    camera = start_at(net + 5, hosts.camera_side(), first_mac);
-    ASSERT_TRUE(camera);
-    at(hosts.consumer_side(), [&] {
-        const service running;
-        ASSERT_TRUE(running.becomes(first_mac, ipc_rpc::reachable_status::reachable));
+    with_camera(net + 5, [&](const service& running) {
         EXPECT_FALSE(running.execute(first_mac, "IPConfigAssignFreeTemporaryIP"));
         EXPECT_EQ(camera->address() & 0xFFFFFFF8, net) << "it stays in its network, which is the second";
         EXPECT_FALSE(running.open(first_mac));

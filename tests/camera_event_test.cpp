@@ -183,9 +183,7 @@ TEST_P(CameraEvents, APollingConsumerReadsEachWhileItIsRegistered) {
 
 // What the interface's features refuse before anything is sent, and what the service refuses.
 TEST(InterfaceFeatures, AddressesAndFirmwareNameWhatIsMissing) {
-    test_system own;
-    own.start_camera();
-    own.start_service();
+    small_system own;
     const open_camera camera;
     const cli::node_map nodes{*camera.lib, camera.interface->get()};
     const auto failure_of = [&](const char* command) {

@@ -32,9 +32,7 @@ TEST(Error, WithoutAServiceTheLibrarySaysSo) {
 }
 
 TEST(Error, AccessModesAreKept) {
-    test_system own;
-    own.start_camera();
-    own.start_service();
+    small_system own;
     const std::string serial = test_system::serial(0);
     open_camera first{serial, nullptr, DEVICE_ACCESS_EXCLUSIVE};
     // Another process asks for the same camera.
@@ -48,9 +46,7 @@ TEST(Error, AccessModesAreKept) {
 }
 
 TEST(Error, RegistersOfTheCameraAnswerWithItsStatus) {
-    test_system own;
-    own.start_camera();
-    own.start_service();
+    small_system own;
     open_camera camera;
     PORT_HANDLE port = nullptr;
     camera.lib->check("DevGetPort", camera.lib->DevGetPort(camera.device->get(), &port));

@@ -124,22 +124,6 @@ TEST(Fault, ServiceStoppedWhileStreaming) {
     }
 }
 
-TEST(Fault, ServiceKilledWhileAConsumerWaitsForAnEvent) {
-    small_system own;
-    open_camera camera;
-    camera.start();
-    ASSERT_TRUE(camera.next_frame(5000));
-    camera.execute("AcquisitionStop");
-    while (camera.next_frame(200)) {
-    }
-    std::thread waiter{[&] { EXPECT_FALSE(camera.next_frame(GENTL_INFINITE)); }};
-    own.stop_service(SIGKILL);
-    std::this_thread::sleep_for(50ms);
-    EXPECT_EQ(camera.lib->EventKill(camera.new_buffer), GC_ERR_SUCCESS);
-    must_end("the wait for a buffer", [&] { waiter.join(); });
-    must_end("closing the library", [&] { EXPECT_EQ(camera.lib->GCCloseLib(), GC_ERR_SUCCESS); });
-}
-
 TEST(Fault, CameraKilledWhileStreaming) {
     small_system own;
     open_camera camera;

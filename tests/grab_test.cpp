@@ -1,4 +1,5 @@
 // Frames from camera to consumer, every byte checked.
+#include "support/frame_reader.h"
 #include "support/test_system.h"
 
 #include <gtest/gtest.h>
@@ -82,4 +83,54 @@ TEST(GrabMany, FourCamerasByFourConsumersAndTwoByOne) {
     }
     first.stop();
     second.stop();
+}
+
+// One stream, one set of buffers, another picture for each acquisition.
+TEST(GrabSizes, ThePayloadSizeMayChangeBetweenAcquisitions) {
+    using namespace GenTL;
+    small_system own{{"--frame-rate", "40"}};
+    open_camera camera;
+    constexpr size_t capacity = 320 * 240 * 2;
+    frame_reader reader{camera, 6, false, capacity};
+    reader.allow_pauses();
+    const struct {
+        size_t width, height;
+        const char* format;
+        bool chunks;
+        size_t bytes;
+    } pictures[]{{320, 240, "Mono8", false, 320 * 240},
+                 {160, 120, "Mono8", false, 160 * 120},
+                 {320, 240, "Mono12p", false, 320 * 240 * 3 / 2},
+                 {320, 240, "RGB8", false, 320 * 240 * 3}, // larger than the buffers
+                 {320, 240, "Mono8", true, 320 * 240},
+                 {312, 239, "Mono8", false, 312 * 239}};
+    for (const auto& each : pictures) {
+        SCOPED_TRACE(testing::Message() << each.width << "x" << each.height << " " << each.format);
+        camera.set("ChunkModeActive", each.chunks ? "1" : "0");
+        camera.set("Width", std::to_string(each.width));
+        camera.set("Height", std::to_string(each.height));
+        camera.set("PixelFormat", each.format);
+        const auto payload = static_cast<size_t>(camera.integer("PayloadSize"));
+        EXPECT_EQ(reader.size_info(STREAM_INFO_PAYLOAD_SIZE), payload);
+        EXPECT_EQ(payload > each.bytes, each.chunks);
+        reader.start(4);
+        for (uint64_t block = 1; block <= 4; ++block) {
+            const auto frame = reader.next(5000);
+            ASSERT_TRUE(frame);
+            EXPECT_FALSE(frame->incomplete);
+            EXPECT_EQ(frame->missing_packets + frame->foreign_packets, 0U);
+            EXPECT_EQ(frame->block_id, block);
+            EXPECT_EQ(frame->width, each.width);
+            EXPECT_EQ(frame->height, each.height);
+            EXPECT_EQ(frame->data_size, payload);
+            EXPECT_EQ(frame->filled, std::min(payload, capacity));
+            EXPECT_EQ(frame->too_large, payload > capacity);
+            EXPECT_EQ(frame->has_chunks, each.chunks);
+        }
+        reader.stop();
+        EXPECT_EQ(reader.info(STREAM_INFO_NUM_DELIVERED), 4U);
+        EXPECT_EQ(reader.info(STREAM_INFO_NUM_UNDERRUN), 0U);
+        EXPECT_EQ(cli::require_integer(reader.features(), "StreamDeliveredFrameCount"), 4);
+        EXPECT_TRUE(reader.margins_untouched());
+    }
 }

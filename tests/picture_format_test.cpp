@@ -117,5 +117,5 @@ TEST_P(GrabFormat, WritesThePatternFromEveryFormat) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Targets, GrabFormat, testing::Values("BGR8", "RGB8", "Mono8", "Mono16"),
+INSTANTIATE_TEST_SUITE_P(Targets, GrabFormat, testing::Values("BGR8", "Mono16"),
                          [](const auto& chosen) { return std::string{chosen.param}; });

@@ -55,11 +55,6 @@ void frame_reader::queue(memory& buffer) {
     from.lib->check("DSQueueBuffer", from.lib->DSQueueBuffer(from.stream->get(), buffer.handle));
 }
 
-void frame_reader::queue_kept() {
-    for (memory* buffer : kept) queue(*buffer);
-    kept.clear();
-}
-
 void frame_reader::allow_pauses() {
     cli::set_from_text(cli::require_node(features(), "StreamPacketResendAutoTimePerFrame"), "false");
     cli::set_from_text(cli::require_node(features(), "StreamPacketResendTimePerFrame"), "2000000");
@@ -79,7 +74,7 @@ void frame_reader::stop() {
     from.lib->check("DSStopAcquisition", from.lib->DSStopAcquisition(from.stream->get(), 0));
 }
 
-std::optional<read_frame> frame_reader::next(uint64_t timeout_ms, bool keep) {
+std::optional<read_frame> frame_reader::next(uint64_t timeout_ms) {
     const cli::gentl_library& lib = *from.lib;
     EVENT_NEW_BUFFER_DATA event{};
     size_t size = sizeof event;
@@ -104,10 +99,7 @@ std::optional<read_frame> frame_reader::next(uint64_t timeout_ms, bool keep) {
     frame.has_chunks = of(bool8_t{}, BUFFER_INFO_CONTAINS_CHUNKDATA) != 0;
     auto& buffer = *static_cast<memory*>(event.pUserPointer);
     compare(frame, buffer);
-    if (keep)
-        kept.push_back(&buffer);
-    else
-        queue(buffer);
+    queue(buffer);
     return frame;
 }
 

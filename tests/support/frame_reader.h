@@ -40,9 +40,8 @@ public:
     void start(uint64_t frames);
     void stop();
 
-    // The next frame, its buffer queued again; nothing within the time. `keep`: the buffer stays out of the queue.
-    [[nodiscard]] std::optional<read_frame> next(uint64_t timeout_ms, bool keep = false);
-    void queue_kept();
+    // The next frame, its buffer queued again; nothing within the time.
+    [[nodiscard]] std::optional<read_frame> next(uint64_t timeout_ms);
 
     [[nodiscard]] uint64_t info(GenTL::STREAM_INFO_CMD command) const;
     [[nodiscard]] size_t size_info(GenTL::STREAM_INFO_CMD command) const;
@@ -61,7 +60,6 @@ private:
     int64_t packet_bytes = 0;
     uint64_t last_number = 0;
     std::vector<std::unique_ptr<memory>> buffers;
-    std::vector<memory*> kept;
     std::vector<std::byte> expected;
     std::unique_ptr<cli::node_map> stream_nodes;
 };

@@ -21,27 +21,13 @@ using status = gige::gvcp::status;
 namespace boot = gige::gvcp::reg;
 namespace bits = gige::gvcp::bits;
 
-camera_options small(uint32_t n) {
-    camera_options options;
-    options.address = own_address(n);
-    options.sensor_width = 320;
-    options.sensor_height = 240;
-    return options;
-}
-
 uint32_t sum_of(std::span<const std::byte> bytes) {
     return static_cast<uint32_t>(
         ::crc32(0, reinterpret_cast<const unsigned char*>(bytes.data()), static_cast<unsigned>(bytes.size())));
 }
 
-std::unique_ptr<camera> start(camera_options options) {
-    auto started = camera::start(std::move(options));
-    EXPECT_TRUE(started) << started.error().message();
-    return std::move(*started);
-}
-
 TEST(camera_control, status_values_of_bad_requests) {
-    const auto cam = start(small(1));
+    const auto cam = start(small_camera(1));
     test_client client{cam->address()};
     (void)client.read(0x0001, status::bad_alignment);
     (void)client.read(0x9000, status::invalid_address);
@@ -71,7 +57,7 @@ TEST(camera_control, status_values_of_bad_requests) {
 }
 
 TEST(camera_control, privileges_of_two_consumers) {
-    const auto cam = start(small(1));
+    const auto cam = start(small_camera(1));
     test_client holder{cam->address()};
     test_client other{cam->address()};
     ASSERT_EQ(holder.write(boot::privilege, bits::control), status::success);
@@ -93,7 +79,7 @@ TEST(camera_control, privileges_of_two_consumers) {
 }
 
 TEST(camera_control, heartbeat_loss_frees_everything) {
-    const auto cam = start(small(1));
+    const auto cam = start(small_camera(1));
     test_client client{cam->address()};
     client.open_stream(1500);
     ASSERT_EQ(client.write(boot::heartbeat_timeout, 500), status::success);
@@ -105,7 +91,7 @@ TEST(camera_control, heartbeat_loss_frees_everything) {
 }
 
 TEST(camera_control, repetitions_are_answered_without_a_second_execution) {
-    const auto cam = start(small(1));
+    const auto cam = start(small_camera(1));
     test_client client{cam->address()};
     ASSERT_EQ(client.write(boot::privilege, bits::control), status::success);
     ASSERT_EQ(client.write(reg::event_notification, 1), status::success);
@@ -117,7 +103,7 @@ TEST(camera_control, repetitions_are_answered_without_a_second_execution) {
 }
 
 TEST(camera_control, pending_ack_comes_first) {
-    auto options = small(1);
+    auto options = small_camera(1);
     options.faults.pending_every = 2;
     options.faults.pending_ms = 30;
     const auto cam = start(options);
@@ -136,7 +122,7 @@ TEST(camera_control, pending_ack_comes_first) {
 
 TEST(camera_control, an_extended_event_tells_its_size) {
     for (const bool plain : {false, true}) {
-        auto options = small(1);
+        auto options = small_camera(1);
         options.extended_ids = true;
         options.plain_events = plain;
         const auto cam = start(options);
@@ -153,7 +139,7 @@ TEST(camera_control, an_extended_event_tells_its_size) {
 }
 
 TEST(camera_control, float_registers_keep_to_the_ranges_of_the_document) {
-    const auto cam = start(small(1));
+    const auto cam = start(small_camera(1));
     test_client client{cam->address()};
     ASSERT_EQ(client.write(boot::privilege, bits::control), status::success);
     const auto write_double = [&](double value) {
@@ -183,7 +169,7 @@ TEST(camera_control, float_registers_keep_to_the_ranges_of_the_document) {
 }
 
 TEST(camera_control, refusals_are_counted_and_said_and_resends_may_come_from_the_stream_socket) {
-    auto options = small(1);
+    auto options = small_camera(1);
     std::atomic<int> said = 0;
     options.log = [&](const std::string&) { ++said; };
     const auto cam = start(options);
@@ -212,11 +198,11 @@ TEST(camera_control, refusals_are_counted_and_said_and_resends_may_come_from_the
 }
 
 TEST(camera_control, an_address_has_one_camera_and_options_have_ranges) {
-    const auto cam = start(small(1));
-    const auto second = camera::start(small(1));
+    const auto cam = start(small_camera(1));
+    const auto second = camera::start(small_camera(1));
     ASSERT_FALSE(second);
     EXPECT_EQ(second.error(), std::errc::address_in_use);
-    auto options = small(2);
+    auto options = small_camera(2);
     options.width = 12;
     EXPECT_EQ(camera::problem_with(options), "the width is 12; it must be a multiple of 8");
     options.width = 328;
@@ -225,7 +211,7 @@ TEST(camera_control, an_address_has_one_camera_and_options_have_ranges) {
 }
 
 TEST(camera_control, the_discovery_delay_holds_back_the_answer_to_a_search) {
-    const auto cam = start(small(1));
+    const auto cam = start(small_camera(1));
     test_client client{cam->address()};
     ASSERT_EQ(client.write(boot::privilege, bits::control), status::success);
     ASSERT_EQ(client.write(boot::discovery_delay, 400), status::success);
@@ -245,7 +231,7 @@ TEST(camera_control, the_discovery_delay_holds_back_the_answer_to_a_search) {
 
 TEST(camera_control, document_keeps_the_rules_of_the_standard) {
     for (const bool zipped : {false, true}) {
-        auto options = small(1);
+        auto options = small_camera(1);
         options.zipped_document = zipped;
         const auto cam = start(options);
         EXPECT_EQ(document_rules::broken(cam->document()), std::vector<std::string>{});
@@ -264,7 +250,7 @@ TEST(camera_control, document_keeps_the_rules_of_the_standard) {
 // The image of another model, one that is not what its checksum says, and one that broke off.
 TEST(camera_control, firmware_that_is_not_its_own_or_not_whole_is_not_taken) {
     namespace fw = gige::firmware;
-    const auto cam = start(small(1));
+    const auto cam = start(small_camera(1));
     test_client client{cam->address()};
     const auto put = [&](std::span<const std::byte> image) {
         for (std::size_t at = 0; at < image.size(); at += 4) // whole words

@@ -73,11 +73,8 @@ struct running {
     }
 };
 
-camera_options options_at(uint32_t n) {
-    camera_options options;
-    options.address = own_address(n);
-    options.sensor_width = 320;
-    options.sensor_height = 240;
+camera_options fast_camera() {
+    camera_options options = small_camera(1);
     options.frame_rate = 200;
     return options;
 }
@@ -91,7 +88,7 @@ TEST(camera_stream, packet_sizes_are_rounded_as_chosen) {
     for (const row& r : {row{down, 4, 9014, 1502, 1500}, row{down, 4, 9014, 20000, 9012},
                          row{none, 4, 9014, 1501, 1501}, row{none, 4, 9014, 20000, 9014},
                          row{up, 100, 9014, 1501, 1600}, row{up, 100, 9014, 9014, 9014}, row{up, 4, 9014, 0, 576}}) {
-        auto options = options_at(1);
+        auto options = fast_camera();
         options.packet_size_rounding = r.way;
         options.packet_size_step = r.step;
         options.max_packet_size = r.max;
@@ -103,7 +100,7 @@ TEST(camera_stream, packet_sizes_are_rounded_as_chosen) {
 TEST(camera_stream, the_time_of_each_frames_last_datagram_is_told) {
     using namespace std::chrono_literals;
     for (const double pacing : {0.0, 0.5}) {
-        auto options = options_at(1);
+        auto options = fast_camera();
         options.pacing = pacing;
         std::vector<std::pair<uint64_t, int64_t>> told;
         options.frame_sent = [&](uint64_t block_id, int64_t time) { told.emplace_back(block_id, time); };
@@ -126,7 +123,7 @@ TEST(camera_stream, the_time_of_each_frames_last_datagram_is_told) {
 }
 
 TEST(camera_stream, timestamps_count_ticks_and_a_deaf_camera_streams_on) {
-    auto options = options_at(1);
+    auto options = fast_camera();
     options.tick_frequency = 1000;
     options.faults.deaf_after = 2;
     running run{options, 1500, 20};
@@ -148,7 +145,7 @@ TEST(camera_stream, losses_are_repeatable_and_resends_complete_the_frame) {
     for (const bool extended : {false, true}) {
         std::vector<std::set<uint32_t>> arrived;
         for (int i = 0; i < 2; ++i) {
-            auto options = options_at(1);
+            auto options = fast_camera();
             options.extended_ids = extended;
             options.faults.loss = 0.2;
             options.faults.burst_length = 3;
@@ -184,7 +181,7 @@ TEST(camera_stream, losses_are_repeatable_and_resends_complete_the_frame) {
 }
 
 TEST(camera_stream, requests_that_cannot_be_met_are_answered_with_their_reason) {
-    auto options = options_at(1);
+    auto options = fast_camera();
     options.ring_frames = 3;
     running run{options, 1500, 6};
     run.go();
@@ -208,7 +205,7 @@ TEST(camera_stream, requests_that_cannot_be_met_are_answered_with_their_reason) 
 
 TEST(camera_stream, chunks_stand_behind_the_picture) {
     for (const bool extended : {false, true}) {
-        auto options = options_at(1);
+        auto options = fast_camera();
         options.extended_ids = extended;
         running run{options, 1500, 2};
         ASSERT_EQ(run.client.write(reg::chunk_mode, 1), status::success);
@@ -236,7 +233,7 @@ TEST(camera_stream, chunks_stand_behind_the_picture) {
 }
 
 TEST(camera_stream, software_trigger_gives_one_frame_each_and_width_is_locked) {
-    running run{options_at(1), 1500, 2};
+    running run{fast_camera(), 1500, 2};
     ASSERT_EQ(run.client.write(reg::trigger_mode, 1), status::success);
     run.go();
     EXPECT_EQ(run.client.write(reg::width, 160), status::access_denied);

@@ -1,21 +1,17 @@
 // A bare consumer for the camera's tests: one control socket, one stream socket.
 #pragma once
 
-#include <camera_sim/camera.h>
+#include "small_camera.h"
 
 #include <gige/gvsp.h>
 #include <gige/udp_socket.h>
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <optional>
 #include <vector>
 
 namespace camera_sim {
-
-// Addresses of this process alone, so that tests run side by side.
-inline uint32_t own_address(uint32_t n) { return 0x7F400000 | (static_cast<uint32_t>(::getpid()) & 0x3FFF) << 8 | n; }
 
 struct test_client {
     using status = gige::gvcp::status;

@@ -1,13 +1,13 @@
 // From received frames to buffer fields, the mailbox, and what a device keeps beyond its streams.
+#include "device_stream.h"
 #include "module_feature.h"
-#include "stream_bench.h"
 
 #include <gds_gentl_producer/async_deliver_queue.h>
 #include <gds_gentl_producer/delivery_statistics.h>
 #include <gentl_producer/Library.h>
 
 #include <spdlog/logger.h>
-#include <spdlog/sinks/sink.h>
+#include <spdlog/sinks/base_sink.h>
 
 #include <latch>
 
@@ -27,34 +27,17 @@ void send_frame(camera& cam, uint64_t timestamp) {
 }
 
 // Holds the first thread that writes to it until it is let go.
-class blocking_sink final : public spdlog::sinks::sink {
+class blocking_sink final : public spdlog::sinks::base_sink<std::mutex> {
 public:
-    ~blocking_sink() override { let_go(); }
-    void log(const spdlog::details::log_msg&) override {
-        std::unique_lock held{mutex};
-        entered = true;
-        changed.notify_all();
-        changed.wait(held, [&] { return open; });
-    }
-    void flush() override {}
-    void set_pattern(const std::string&) override {}
-    void set_formatter(std::unique_ptr<spdlog::formatter>) override {}
-
-    bool wait_entered() {
-        std::unique_lock held{mutex};
-        return changed.wait_for(held, std::chrono::milliseconds{long_enough_ms}, [&] { return entered; });
-    }
-    void let_go() {
-        const std::lock_guard guard{mutex};
-        open = true;
-        changed.notify_all();
-    }
+    std::atomic<bool> entered = false;
+    std::atomic<bool> open = false;
 
 private:
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool entered = false;
-    bool open = false;
+    void sink_it_(const spdlog::details::log_msg&) override {
+        entered = true;
+        eventually([&] { return open.load(); });
+    }
+    void flush_() override {}
 };
 
 } // namespace
@@ -70,36 +53,36 @@ TEST(Delivery, TimestampsBecomeNanosecondsAtAnyTickFrequency) {
           row{uint64_t{1} << 33, uint64_t{1} << 33, 1'000'000'000}, row{0, 77, 77}}) {
         camera_traits traits;
         traits.tick_frequency = frequency;
-        auto bench = stream_bench::make(traits);
-        ASSERT_NE(bench, nullptr);
-        for (int i = 0; i < 5; ++i) ASSERT_FALSE(bench->stream->QueueBuffer(bench->announce()).failed());
-        ASSERT_TRUE(bench->start());
-        send_frame(bench->cam, ticks);
-        const BUFFER_HANDLE handle = bench->next(long_enough_ms);
+        auto own = device_stream::make(traits);
+        ASSERT_NE(own, nullptr);
+        for (int i = 0; i < 5; ++i) ASSERT_FALSE(own->stream->QueueBuffer(own->announce()).failed());
+        ASSERT_TRUE(own->start());
+        send_frame(own->cam, ticks);
+        const BUFFER_HANDLE handle = own->next(long_enough_ms);
         ASSERT_NE(handle, nullptr) << frequency;
-        EXPECT_EQ(bench->info<uint64_t>(handle, BUFFER_INFO_TIMESTAMP_NS), nanoseconds) << frequency << " Hz";
-        EXPECT_EQ(bench->info<uint64_t>(handle, BUFFER_INFO_TIMESTAMP), nanoseconds);
+        EXPECT_EQ(own->info<uint64_t>(handle, BUFFER_INFO_TIMESTAMP_NS), nanoseconds) << frequency << " Hz";
+        EXPECT_EQ(own->info<uint64_t>(handle, BUFFER_INFO_TIMESTAMP), nanoseconds);
     }
 }
 
 TEST(Delivery, ResendSettingsOutliveTheStreamAndActAtItsNextStart) {
-    auto bench = stream_bench::make({.frame_rate = 50});
-    ASSERT_NE(bench, nullptr);
-    feature<uint32_t>{dynamic_cast<IPort&>(*bench->stream), "StreamPacketResendEnable"}.set(0);
-    ASSERT_FALSE(bench->device->OnDataStreamClosed(bench->stream).failed());
-    bench->open_stream();
-    const feature<uint32_t> enable{dynamic_cast<IPort&>(*bench->stream), "StreamPacketResendEnable"};
+    auto own = device_stream::make({.frame_rate = 50});
+    ASSERT_NE(own, nullptr);
+    feature<uint32_t>{dynamic_cast<IPort&>(*own->stream), "StreamPacketResendEnable"}.set(0);
+    ASSERT_FALSE(own->device->OnDataStreamClosed(own->stream).failed());
+    own->open_stream();
+    const feature<uint32_t> enable{dynamic_cast<IPort&>(*own->stream), "StreamPacketResendEnable"};
     EXPECT_EQ(enable.get(), 0U);
     for (const uint32_t on : {0U, 1U}) {
         enable.set(on);
-        for (int i = 0; i < 5; ++i) ASSERT_FALSE(bench->stream->QueueBuffer(bench->announce()).failed());
-        ASSERT_TRUE(bench->start());
-        bench->cam.send_frame(1, nullptr, 3);
-        const BUFFER_HANDLE handle = bench->next(long_enough_ms);
+        for (int i = 0; i < 5; ++i) ASSERT_FALSE(own->stream->QueueBuffer(own->announce()).failed());
+        ASSERT_TRUE(own->start());
+        own->cam.send_frame(1, nullptr, 3);
+        const BUFFER_HANDLE handle = own->next(long_enough_ms);
         ASSERT_NE(handle, nullptr);
-        EXPECT_EQ(bench->cam.resends != 0, on != 0);
-        ASSERT_TRUE(bench->stop());
-        ASSERT_FALSE(bench->stream->FlushQueue(ACQ_QUEUE_ALL_DISCARD).failed());
+        EXPECT_EQ(own->cam.resends != 0, on != 0);
+        ASSERT_TRUE(own->stop());
+        ASSERT_FALSE(own->stream->FlushQueue(ACQ_QUEUE_ALL_DISCARD).failed());
     }
 }
 
@@ -109,12 +92,12 @@ TEST(Delivery, TheAutomaticFrameTimeIsTheCamerasUnlessItHasNone) {
         uint32_t time_us;
     };
     for (const auto& [rate, time_us] : {row{50, 20'000}, row{3, 333'333}, row{0, 33'333}, row{-1, 33'333}}) {
-        auto bench = stream_bench::make({.frame_rate = rate});
-        ASSERT_NE(bench, nullptr);
-        for (int i = 0; i < 5; ++i) bench->announce();
-        ASSERT_TRUE(bench->start());
-        EXPECT_EQ(bench->device->resends().automatic_time_us, time_us) << rate;
-        EXPECT_FALSE(bench->cam.rate_read_while_open) << "a slow answer would keep the first frames waiting";
+        auto own = device_stream::make({.frame_rate = rate});
+        ASSERT_NE(own, nullptr);
+        for (int i = 0; i < 5; ++i) own->announce();
+        ASSERT_TRUE(own->start());
+        EXPECT_EQ(own->device->resends().automatic_time_us, time_us) << rate;
+        EXPECT_FALSE(own->cam.rate_read_while_open) << "a slow answer would keep the first frames waiting";
     }
 }
 
@@ -123,22 +106,22 @@ TEST(Delivery, TheAutomaticFrameTimeIsTheCamerasUnlessItHasNone) {
 TEST(Delivery, SkippedFramesCountOnceAndAnewWithEachStart) {
     camera_traits traits;
     traits.can_resend = false;
-    auto bench = stream_bench::make(traits);
-    ASSERT_NE(bench, nullptr);
-    for (int i = 0; i < 8; ++i) bench->announce();
-    const auto drops = [&] { return bench->info<uint64_t>(STREAM_INFO_KRV_NUM_TRANSMISSION_DROP); };
+    auto own = device_stream::make(traits);
+    ASSERT_NE(own, nullptr);
+    for (int i = 0; i < 8; ++i) own->announce();
+    const auto drops = [&] { return own->info<uint64_t>(STREAM_INFO_KRV_NUM_TRANSMISSION_DROP); };
     for (int round = 0; round < 2; ++round) {
-        ASSERT_TRUE(bench->start());
-        for (const uint16_t block : {1, 2}) bench->cam.send_frame(block); // find no buffer
-        ASSERT_TRUE(reached([&] { return bench->info<uint64_t>(STREAM_INFO_NUM_UNDERRUN) == 2; }));
-        for (const BUFFER_HANDLE handle : bench->mine()) ASSERT_FALSE(bench->stream->QueueBuffer(handle).failed());
+        ASSERT_TRUE(own->start());
+        for (const uint16_t block : {1, 2}) own->cam.send_frame(block); // find no buffer
+        ASSERT_TRUE(eventually([&] { return own->info<uint64_t>(STREAM_INFO_NUM_UNDERRUN) == 2; }));
+        for (const BUFFER_HANDLE handle : own->mine()) ASSERT_FALSE(own->stream->QueueBuffer(handle).failed());
         for (const uint16_t block : {5, 6, 8}) {
-            bench->cam.send_frame(block);
-            ASSERT_NE(bench->next(long_enough_ms), nullptr) << block;
+            own->cam.send_frame(block);
+            ASSERT_NE(own->next(long_enough_ms), nullptr) << block;
             EXPECT_EQ(drops(), block == 8 ? 3U : 2U) << "round " << round << ", block " << block;
         }
-        ASSERT_TRUE(bench->stop());
-        ASSERT_FALSE(bench->stream->FlushQueue(ACQ_QUEUE_ALL_DISCARD).failed());
+        ASSERT_TRUE(own->stop());
+        ASSERT_FALSE(own->stream->FlushQueue(ACQ_QUEUE_ALL_DISCARD).failed());
     }
 }
 
@@ -147,18 +130,18 @@ TEST(Delivery, AFlushedFrameIsNotDelivered) {
     for (const bool can_resend : {false, true}) {
         for (const bool by_stop : {false, true}) {
             SCOPED_TRACE(testing::Message() << "resend " << can_resend << ", stop " << by_stop);
-            auto bench = stream_bench::make({.can_resend = can_resend});
-            ASSERT_NE(bench, nullptr);
-            for (int i = 0; i < 5; ++i) ASSERT_FALSE(bench->stream->QueueBuffer(bench->announce()).failed());
-            ASSERT_TRUE(bench->start());
-            for (uint32_t id = 0; id < camera::data_packets / 2; ++id) bench->cam.send(camera::packet(1, id));
-            ASSERT_TRUE(reached([&] { return bench->info<size_t>(STREAM_INFO_NUM_STARTED) == 1; }));
+            auto own = device_stream::make({.can_resend = can_resend});
+            ASSERT_NE(own, nullptr);
+            for (int i = 0; i < 5; ++i) ASSERT_FALSE(own->stream->QueueBuffer(own->announce()).failed());
+            ASSERT_TRUE(own->start());
+            for (uint32_t id = 0; id < camera::data_packets / 2; ++id) own->cam.send(camera::packet(1, id));
+            ASSERT_TRUE(eventually([&] { return own->info<size_t>(STREAM_INFO_NUM_STARTED) == 1; }));
             if (by_stop) {
-                ASSERT_TRUE(bench->stop());
+                ASSERT_TRUE(own->stop());
             }
-            ASSERT_FALSE(bench->stream->FlushQueue(ACQ_QUEUE_ALL_DISCARD).failed());
-            EXPECT_EQ(bench->info<uint64_t>(STREAM_INFO_NUM_DELIVERED), 0U);
-            EXPECT_EQ(bench->mine().size(), 5U);
+            ASSERT_FALSE(own->stream->FlushQueue(ACQ_QUEUE_ALL_DISCARD).failed());
+            EXPECT_EQ(own->info<uint64_t>(STREAM_INFO_NUM_DELIVERED), 0U);
+            EXPECT_EQ(own->mine().size(), 5U);
         }
     }
 }
@@ -167,37 +150,37 @@ TEST(Delivery, AFlushedFrameIsNotDelivered) {
 TEST(Delivery, ASlowThreadBehindTheMailboxGetsTheNewestFrame) {
     for (const bool flush : {false, true}) {
         SCOPED_TRACE(testing::Message() << "flush " << flush);
-        auto bench = stream_bench::make({.can_resend = false});
-        ASSERT_NE(bench, nullptr);
-        for (int i = 0; i < 5; ++i) ASSERT_FALSE(bench->stream->QueueBuffer(bench->announce()).failed());
-        bench->use_dedicated_thread(true);
-        const feature<uint64_t> drops{dynamic_cast<IPort&>(*bench->stream), "TransformQueueDropCount"};
+        auto own = device_stream::make({.can_resend = false});
+        ASSERT_NE(own, nullptr);
+        for (int i = 0; i < 5; ++i) ASSERT_FALSE(own->stream->QueueBuffer(own->announce()).failed());
+        own->use_dedicated_thread(true);
+        const feature<uint64_t> drops{dynamic_cast<IPort&>(*own->stream), "TransformQueueDropCount"};
         const auto slow = std::make_shared<blocking_sink>();
         install_system_factory(nullptr, std::make_shared<spdlog::logger>("slow", slow), nullptr);
         // The thread that delivers the last frame asked for says so in the log: there it is held.
-        ASSERT_FALSE(bench->stream->StartAcquisition(ACQ_START_FLAGS_DEFAULT, 1).failed());
-        bench->cam.send_frame(1);
-        EXPECT_TRUE(slow->wait_entered());
-        for (const uint16_t block : {2, 3, 4}) bench->cam.send_frame(block);
-        EXPECT_TRUE(reached([&] { return drops.get() == 2; }));
-        EXPECT_EQ(bench->info<uint64_t>(STREAM_INFO_NUM_DELIVERED), 1U);
+        ASSERT_FALSE(own->stream->StartAcquisition(ACQ_START_FLAGS_DEFAULT, 1).failed());
+        own->cam.send_frame(1);
+        EXPECT_TRUE(eventually([&] { return slow->entered.load(); }));
+        for (const uint16_t block : {2, 3, 4}) own->cam.send_frame(block);
+        EXPECT_TRUE(eventually([&] { return drops.get() == 2; }));
+        EXPECT_EQ(own->info<uint64_t>(STREAM_INFO_NUM_DELIVERED), 1U);
         if (flush) {
-            EXPECT_FALSE(bench->stream->FlushQueue(ACQ_QUEUE_ALL_DISCARD).failed());
-            EXPECT_EQ(bench->mine().size(), 5U) << "the mailbox still has one";
+            EXPECT_FALSE(own->stream->FlushQueue(ACQ_QUEUE_ALL_DISCARD).failed());
+            EXPECT_EQ(own->mine().size(), 5U) << "the mailbox still has one";
         }
-        slow->let_go();
+        slow->open = true;
         for (const uint64_t block : {1, 4}) {
-            const BUFFER_HANDLE handle = bench->next(flush ? 0 : long_enough_ms);
+            const BUFFER_HANDLE handle = own->next(flush ? 0 : long_enough_ms);
             ASSERT_EQ(handle == nullptr, flush);
             if (!flush) {
-                EXPECT_EQ(bench->info<uint64_t>(handle, BUFFER_INFO_FRAMEID), block);
+                EXPECT_EQ(own->info<uint64_t>(handle, BUFFER_INFO_FRAMEID), block);
             }
         }
-        EXPECT_TRUE(bench->all_accounted_for());
-        ASSERT_TRUE(bench->stop());
+        EXPECT_TRUE(own->all_accounted_for());
+        ASSERT_TRUE(own->stop());
         install_system_factory(nullptr, nullptr, nullptr);
         EXPECT_EQ(drops.get(), 2U);
-        ASSERT_TRUE(bench->start());
+        ASSERT_TRUE(own->start());
         EXPECT_EQ(drops.get(), 0U);
     }
 }
@@ -256,9 +239,9 @@ TEST(Delivery, ASecondUrlServesWhereTheFirstCannotBeRead) {
         traits.more_nodes =
             "<IntReg Name=\"AcquisitionStartStopRegister\"><Address>\n\t0x30c</Address><Length>4</Length>"
             "<AccessMode>RW</AccessMode><pPort>Device</pPort></IntReg>";
-        auto bench = stream_bench::make(traits);
-        ASSERT_NE(bench, nullptr) << bad;
-        auto& port = bench->device->remote_port();
+        auto own = device_stream::make(traits);
+        ASSERT_NE(own, nullptr) << bad;
+        auto& port = own->device->remote_port();
         EXPECT_EQ(port.acquisition_register(), std::optional<uint64_t>{0x30C});
         const auto word = [&](uint32_t index, URL_INFO_CMD command) {
             int32_t value = -1;

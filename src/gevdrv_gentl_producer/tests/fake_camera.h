@@ -1,6 +1,8 @@
 // A camera on a loopback socket, with registers and a document, for tests of a device's stream.
 #pragma once
 
+#include "../../gevdrv_streamchannel/tests/datagrams.h"
+
 #include <gige/udp_socket.h>
 
 #include <algorithm>
@@ -19,6 +21,8 @@
 #include <vector>
 
 namespace fake {
+
+namespace gvsp = gev::streamchannel::test;
 
 inline constexpr uint32_t loopback = 0x7F000001;
 
@@ -52,38 +56,9 @@ public:
         thread = std::jthread{[this](const std::stop_token& stop) { run(stop); }};
     }
 
-    static std::byte pixel(uint64_t block, uint64_t position) {
-        return static_cast<std::byte>((block * 31 + position * 7 + position / 100) & 0xFF);
-    }
-    static std::vector<std::byte> packet(uint16_t block, uint32_t id) {
-        const bool leader = id == 0;
-        const bool trailer = id == trailer_id;
-        std::vector<std::byte> bytes;
-        const auto put = [&](uint64_t value, int count) {
-            while (count-- > 0) bytes.push_back(static_cast<std::byte>(value >> (8 * count) & 0xFF));
-        };
-        put(0, 2);
-        put(block, 2);
-        put(leader ? 1 : trailer ? 2 : 3, 1);
-        put(id, 3);
-        if (leader) {
-            put(1, 4);
-            put(block, 8);
-            put(0x01080001, 4);
-            put(payload_per_packet, 4);
-            put(data_packets, 4);
-            put(0, 8);
-            put(0, 4);
-        } else if (trailer) {
-            put(1, 4);
-            put(data_packets, 4);
-        } else {
-            for (uint32_t i = 0; i < payload_per_packet; ++i) {
-                bytes.push_back(pixel(block, uint64_t{id - 1} * payload_per_packet + i));
-            }
-        }
-        return bytes;
-    }
+    static constexpr gvsp::shape wire{payload_per_packet, data_packets};
+    static std::byte pixel(uint64_t block, uint64_t position) { return gvsp::pixel(block, position); }
+    static std::vector<std::byte> packet(uint16_t block, uint32_t id) { return gvsp::packet_of(block, id, wire); }
 
     // The same, with the leader that this camera sends.
     [[nodiscard]] std::vector<std::byte> own_packet(uint16_t block, uint32_t id) const {

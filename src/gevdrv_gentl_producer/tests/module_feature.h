@@ -1,4 +1,4 @@
-// A feature of a module through the register that its document names, and waiting for another thread's work.
+// A feature of a module through the register that its document names.
 #pragma once
 
 #include <gentl_producer/Modules.h>
@@ -7,17 +7,13 @@
 
 #include <pugixml.hpp>
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <string_view>
-#include <thread>
 
 namespace fake {
-
-inline constexpr uint64_t long_enough_ms = 10'000;
 
 // T is as wide as the register.
 template <class T>
@@ -59,14 +55,5 @@ private:
     GenTL::Producer::IPort& port;
     uint64_t address = 0;
 };
-
-// Until the other thread has come so far.
-template <class Condition>
-bool reached(Condition condition) {
-    for (uint64_t i = 0; i < long_enough_ms && !condition(); ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds{1});
-    }
-    return condition();
-}
 
 } // namespace fake

@@ -1,6 +1,6 @@
 // Memory runs out while a frame is worked on: the frame is delivered all the same, and the next is worked on again.
+#include "device_stream.h"
 #include "failing_memory.h"
-#include "stream_bench.h"
 
 #include <cstdlib>
 
@@ -21,38 +21,38 @@ bool is_brighter(std::byte found, std::byte sent) {
 // frame 4. False when none failed.
 bool run_with_failure(int failing, bool dedicated) {
     SCOPED_TRACE(testing::Message() << "allocation " << failing << ", dedicated thread " << dedicated);
-    const auto bench = stream_bench::make({.width = 640, .height = 400});
-    bench->use_dedicated_thread(dedicated);
-    for (int i = 0; i < 5; ++i) EXPECT_FALSE(bench->stream->QueueBuffer(bench->announce()).failed());
-    EXPECT_TRUE(bench->start());
+    const auto own = device_stream::make({.width = 640, .height = 400});
+    own->use_dedicated_thread(dedicated);
+    for (int i = 0; i < 5; ++i) EXPECT_FALSE(own->stream->QueueBuffer(own->announce()).failed());
+    EXPECT_TRUE(own->start());
     const auto take = [&](uint16_t id) {
-        bench->cam.send_frame(id);
-        const BUFFER_HANDLE handle = bench->next(long_enough_ms);
+        own->cam.send_frame(id);
+        const BUFFER_HANDLE handle = own->next(long_enough_ms);
         EXPECT_NE(handle, nullptr) << "frame " << id;
         return handle;
     };
     if (take(1) == nullptr) return false;
-    feature<int64_t>{*bench->device, "DataStreamTransformMaxConcurrency"}.set(3);
-    feature<uint32_t>{*bench->device, "DataStreamTransformProfilerOverlay"}.set(1);
-    bench->settings().set_flag(block::overlay, true);
-    bench->settings().set_flag(block::auto_gain, true);
-    bench->settings().store(block::brightness, added);
-    bench->settings().set_flag(block::master_enable, true);
+    feature<int64_t>{*own->device, "DataStreamTransformMaxConcurrency"}.set(3);
+    feature<uint32_t>{*own->device, "DataStreamTransformProfilerOverlay"}.set(1);
+    own->settings().set_flag(block::overlay, true);
+    own->settings().set_flag(block::auto_gain, true);
+    own->settings().store(block::brightness, added);
+    own->settings().set_flag(block::master_enable, true);
     failing_memory::fail(failing);
     for (const uint16_t id : {2, 3}) { // both wait for the consumer
-        bench->cam.send_frame(id);
-        EXPECT_TRUE(reached([&] { return bench->info<uint64_t>(STREAM_INFO_NUM_DELIVERED) == id; })) << "frame " << id;
+        own->cam.send_frame(id);
+        EXPECT_TRUE(eventually([&] { return own->info<uint64_t>(STREAM_INFO_NUM_DELIVERED) == id; })) << "frame " << id;
     }
     const int failures = failing_memory::stop();
-    EXPECT_NE(bench->next(0), nullptr);
-    EXPECT_NE(bench->next(0), nullptr);
+    EXPECT_NE(own->next(0), nullptr);
+    EXPECT_NE(own->next(0), nullptr);
     if (const BUFFER_HANDLE handle = take(4)) {
         // Below the overlay.
-        const std::byte* const bytes = bench->bytes_of(handle);
+        const std::byte* const bytes = own->bytes_of(handle);
         for (size_t i = 200 * 640; i < 201 * 640; ++i) EXPECT_TRUE(is_brighter(bytes[i], {})) << "byte " << i;
     }
-    EXPECT_EQ(bench->info<uint64_t>(STREAM_INFO_NUM_DELIVERED), 4U);
-    EXPECT_TRUE(bench->all_accounted_for());
+    EXPECT_EQ(own->info<uint64_t>(STREAM_INFO_NUM_DELIVERED), 4U);
+    EXPECT_TRUE(own->all_accounted_for());
     return failures != 0;
 }
 

@@ -1,6 +1,7 @@
 // What is done to frames between their last packet and the consumer: the overlay, the profiler, padded lines, the
 // transform's options, and settings that make no sense.
-#include "stream_bench.h"
+#include "../../../libs/service-base/tests/log_capture.h"
+#include "device_stream.h"
 
 #include <gds_helper/log.h>
 #include <img_pipe/filter_module.h>
@@ -8,8 +9,6 @@
 #include <img_pipe/transform_pipe.h>
 
 #include <gmock/gmock.h>
-
-#include <spdlog/sinks/sink.h>
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -28,76 +27,38 @@ using block = gds_producer::settings_block;
 
 using picture = std::vector<uint8_t>;
 
-// The lines that a logger gets while this lives.
-class log_lines final {
-public:
-    explicit log_lines(spdlog::logger& of) : logger(of), sink(std::make_shared<collector>()), before(of.level()) {
-        logger.sinks().push_back(sink);
-        logger.set_level(spdlog::level::info);
-    }
-    ~log_lines() {
-        logger.set_level(before);
-        std::erase(logger.sinks(), sink);
-    }
-    log_lines(const log_lines&) = delete;
-    log_lines& operator=(const log_lines&) = delete;
-    [[nodiscard]] std::vector<std::string> holding(std::string_view part) const {
-        const std::lock_guard guard{sink->mutex};
-        std::vector<std::string> found;
-        for (const std::string& line : sink->lines)
-            if (line.find(part) != line.npos) found.push_back(line);
-        return found;
-    }
-
-private:
-    struct collector final : spdlog::sinks::sink {
-        void log(const spdlog::details::log_msg& message) override {
-            const std::lock_guard guard{mutex};
-            lines.emplace_back(message.payload.data(), message.payload.size());
-        }
-        void flush() override {}
-        void set_pattern(const std::string&) override {}
-        void set_formatter(std::unique_ptr<spdlog::formatter>) override {}
-        std::mutex mutex;
-        std::vector<std::string> lines;
-    };
-    spdlog::logger& logger;
-    std::shared_ptr<collector> sink;
-    spdlog::level::level_enum before;
-};
-
 // A running stream of one buffer more than needed, all zeros.
-class bench_of_pictures {
+class picture_stream {
 public:
-    explicit bench_of_pictures(const camera_traits& traits) : bench(stream_bench::make(traits)) {
+    explicit picture_stream(const camera_traits& traits) : own(device_stream::make(traits)) {
         for (int i = 0; i < 5; ++i) {
-            const BUFFER_HANDLE handle = bench->announce();
-            std::fill_n(bench->bytes_of(handle), bench->info<size_t>(handle, BUFFER_INFO_SIZE), std::byte{0});
-            EXPECT_FALSE(bench->stream->QueueBuffer(handle).failed());
+            const BUFFER_HANDLE handle = own->announce();
+            std::fill_n(own->bytes_of(handle), own->info<size_t>(handle, BUFFER_INFO_SIZE), std::byte{0});
+            EXPECT_FALSE(own->stream->QueueBuffer(handle).failed());
         }
-        bench->resends().auto_time_per_frame = false; // patient with a busy machine
-        bench->resends().time_per_frame_us = 300'000;
+        own->resends().auto_time_per_frame = false; // patient with a busy machine
+        own->resends().time_per_frame_us = 300'000;
     }
-    [[nodiscard]] block settings() const { return bench->settings(); }
-    void start() const { ASSERT_TRUE(bench->start()); }
+    [[nodiscard]] block settings() const { return own->settings(); }
+    void start() const { ASSERT_TRUE(own->start()); }
     // The next frame's bytes; none when it did not come.
     picture frame(uint16_t block_id, uint32_t skip = UINT32_MAX) {
-        bench->cam.send_frame(block_id, nullptr, skip);
+        own->cam.send_frame(block_id, nullptr, skip);
         return take(block_id);
     }
     picture take(uint16_t block_id) {
-        const BUFFER_HANDLE handle = bench->next(long_enough_ms);
+        const BUFFER_HANDLE handle = own->next(long_enough_ms);
         if (handle == nullptr) return {};
-        EXPECT_EQ(bench->info<uint64_t>(handle, BUFFER_INFO_FRAMEID), block_id);
-        EXPECT_EQ(bench->info<uint8_t>(handle, BUFFER_INFO_IS_INCOMPLETE), 0);
-        padding = bench->info<size_t>(handle, BUFFER_INFO_XPADDING);
-        const auto* bytes = reinterpret_cast<const uint8_t*>(bench->bytes_of(handle));
-        picture found(bytes, bytes + bench->info<size_t>(handle, BUFFER_INFO_SIZE));
-        std::fill_n(bench->bytes_of(handle), found.size(), std::byte{0});
-        EXPECT_FALSE(bench->stream->QueueBuffer(handle).failed());
+        EXPECT_EQ(own->info<uint64_t>(handle, BUFFER_INFO_FRAMEID), block_id);
+        EXPECT_EQ(own->info<uint8_t>(handle, BUFFER_INFO_IS_INCOMPLETE), 0);
+        padding = own->info<size_t>(handle, BUFFER_INFO_XPADDING);
+        const auto* bytes = reinterpret_cast<const uint8_t*>(own->bytes_of(handle));
+        picture found(bytes, bytes + own->info<size_t>(handle, BUFFER_INFO_SIZE));
+        std::fill_n(own->bytes_of(handle), found.size(), std::byte{0});
+        EXPECT_FALSE(own->stream->QueueBuffer(handle).failed());
         return found;
     }
-    std::unique_ptr<stream_bench> bench;
+    std::unique_ptr<device_stream> own;
     size_t padding = 0; // of the last frame taken
 };
 
@@ -132,7 +93,7 @@ size_t threads_named(std::string_view beginning) {
 } // namespace
 
 TEST(Processing, TheOverlayTellsOfTheStreamRowByRow) {
-    bench_of_pictures b{wide};
+    picture_stream b{wide};
     b.settings().set_flag(block::overlay, true);
     b.start();
     EXPECT_EQ(b.frame(1), with_rows(sent(1, width * height), width, height,
@@ -141,12 +102,12 @@ TEST(Processing, TheOverlayTellsOfTheStreamRowByRow) {
                                      "tx: Mono8 auto=false tx=false avg-tx=0us"}));
     // A frame that never comes, and one with a packet that is asked for.
     (void)b.frame(2);
-    b.bench->cam.send_frame(7);
+    b.own->cam.send_frame(7);
     for (const uint16_t recovered : {5, 6, 7}) (void)b.take(recovered);
-    const auto lost = b.bench->info<uint64_t>(STREAM_INFO_KRV_NUM_TRANSMISSION_DROP);
+    const auto lost = b.own->info<uint64_t>(STREAM_INFO_KRV_NUM_TRANSMISSION_DROP);
     EXPECT_EQ(lost, 2U);
     const picture repaired = b.frame(8, 3);
-    const auto asked = feature<uint64_t>{dynamic_cast<IPort&>(*b.bench->stream), "StreamResendRequestedPackets"}.get();
+    const auto asked = feature<uint64_t>{dynamic_cast<IPort&>(*b.own->stream), "StreamResendRequestedPackets"}.get();
     EXPECT_GT(asked, 0U);
     EXPECT_EQ(repaired, with_rows(sent(8, width * height), width, height,
                                   {"1.3.1.860", "flt: drop=(pck=2,tx-queue=0,underrun=0) fps=0.00",
@@ -159,7 +120,7 @@ TEST(Processing, TheOverlayTellsOfTheStreamRowByRow) {
 
 // The text is there before the transform, and is changed with the image.
 TEST(Processing, MeasureThenDrawThenTransform) {
-    bench_of_pictures b{wide};
+    picture_stream b{wide};
     b.settings().set_flag(block::overlay, true);
     b.settings().set_flag(block::master_enable, true);
     b.settings().set_flag(block::auto_gain, true);
@@ -187,7 +148,7 @@ TEST(Processing, PaddedLinesAreRespected) {
     for (const uint32_t padding : {0U, 1U, 8U}) {
         SCOPED_TRACE(padding);
         const uint32_t line = camera::payload_size / 8;
-        bench_of_pictures b{{.width = line - padding, .height = 8, .padding = padding}};
+        picture_stream b{{.width = line - padding, .height = 8, .padding = padding}};
         b.settings().set_flag(block::master_enable, true);
         b.settings().store(block::brightness, int32_t{64});
         b.start();
@@ -203,14 +164,14 @@ TEST(Processing, PaddedLinesAreRespected) {
 }
 
 TEST(Processing, TheProfilerTellsOfTheLastThreeSeconds) {
-    bench_of_pictures b{wide};
+    picture_stream b{wide};
     b.settings().set_flag(block::master_enable, true);
     b.settings().store(block::brightness, int32_t{1});
-    const feature<uint32_t> to_log{*b.bench->device, "DataStreamTransformProfilerLog"};
-    const feature<uint32_t> to_image{*b.bench->device, "DataStreamTransformProfilerOverlay"};
+    const feature<uint32_t> to_log{*b.own->device, "DataStreamTransformProfilerLog"};
+    const feature<uint32_t> to_image{*b.own->device, "DataStreamTransformProfilerOverlay"};
     to_log.set(1);
     to_image.set(1);
-    const log_lines log{gds_helper::log::gvsp_logger()};
+    const test_support::log_capture log{gds_helper::log::gvsp_logger()};
     b.start();
     uint16_t id = 0;
     // Only the first two lines of the picture come from the camera; what is below shows what is written.
@@ -238,8 +199,8 @@ TEST(Processing, TheProfilerTellsOfTheLastThreeSeconds) {
 }
 
 TEST(Processing, TheTransformsOptionsAreTheDevices) {
-    bench_of_pictures b{{.width = 640, .height = 400}};
-    auto& device = *b.bench->device;
+    picture_stream b{{.width = 640, .height = 400}};
+    auto& device = *b.own->device;
     const feature<int64_t> level{device, "DataStreamTransformOptimizationLevel"};
     for (const auto& [value, mask] : std::initializer_list<std::pair<int64_t, uint32_t>>{
              {1, 1}, {2, 15}, {3, img_pipe::cpu_mask()}, {4, 0}, {-1, 0}, {INT64_MAX, 0}, {0, 0}}) {
@@ -260,14 +221,14 @@ TEST(Processing, TheTransformsOptionsAreTheDevices) {
     concurrency.set(4);
     EXPECT_FALSE(b.frame(2).empty());
     // A thread names itself when it comes to run.
-    EXPECT_TRUE(reached([] { return threads_named("pixkit") == 3; }))
+    EXPECT_TRUE(eventually([] { return threads_named("pixkit") == 3; }))
         << "while the stream runs, from the next frame on";
 }
 
 TEST(Processing, TheQueueModeIsChosenAtTheStart) {
-    bench_of_pictures b{{}};
-    const feature<uint32_t> mode{*b.bench->device, "ImageTransformQueueMode"};
-    const feature<uint32_t> locked{*b.bench->device, "ImageTransformQueueMode_Locked"};
+    picture_stream b{{}};
+    const feature<uint32_t> mode{*b.own->device, "ImageTransformQueueMode"};
+    const feature<uint32_t> locked{*b.own->device, "ImageTransformQueueMode_Locked"};
     EXPECT_FALSE(mode.takes(2));
     struct row {
         bool master;
@@ -283,7 +244,7 @@ TEST(Processing, TheQueueModeIsChosenAtTheStart) {
         EXPECT_EQ(threads_named("gds-buf-deliver"), running) << master << chosen;
         EXPECT_EQ(locked.get(), 1U);
         EXPECT_FALSE(mode.takes(0));
-        ASSERT_TRUE(b.bench->stop());
+        ASSERT_TRUE(b.own->stop());
     }
 }
 
@@ -343,7 +304,7 @@ TEST(Processing, SettingsThatMakeNoSense) {
     for (const uint32_t format :
          {0x01080001U, 0x01080009U, 0x010C0047U, 0x02100032U}) { // Mono8, BayerRG8, Mono12p, YUV
         camera_traits traits{.width = 320, .height = 200, .pixel_format = format};
-        bench_of_pictures b{traits};
+        picture_stream b{traits};
         b.start();
         uint16_t id = 0;
         for (const row& r : rows) {
@@ -360,13 +321,13 @@ TEST(Processing, SettingsThatMakeNoSense) {
                     EXPECT_TRUE(std::isfinite(b.settings().real(at))) << "result at " << at;
             }
         }
-        EXPECT_TRUE(b.bench->all_accounted_for());
+        EXPECT_TRUE(b.own->all_accounted_for());
     }
 }
 
 // Another process changes the block while frames are measured and transformed by it.
 TEST(Processing, SettingsThatChangeMeanwhile) {
-    bench_of_pictures b{{.width = 320, .height = 200, .pixel_format = 0x01080009}};
+    picture_stream b{{.width = 320, .height = 200, .pixel_format = 0x01080009}};
     const auto memory = b.settings();
     b.start();
     const pid_t child = fork();
@@ -389,5 +350,5 @@ TEST(Processing, SettingsThatChangeMeanwhile) {
     int status = 0;
     waitpid(child, &status, 0);
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
-    EXPECT_TRUE(b.bench->all_accounted_for());
+    EXPECT_TRUE(b.own->all_accounted_for());
 }

@@ -1,5 +1,5 @@
 // What else may arrive on the stream's socket: the camera's frames still come through whole.
-#include "stream_bench.h"
+#include "device_stream.h"
 
 namespace {
 
@@ -38,33 +38,33 @@ std::vector<bytes> strangers() {
     return list;
 }
 
-std::unique_ptr<stream_bench> running_bench(const camera_traits& traits = {}) {
-    auto bench = stream_bench::make(traits);
-    for (int i = 0; bench && i < 5; ++i) {
-        EXPECT_FALSE(bench->stream->QueueBuffer(bench->announce()).failed());
+std::unique_ptr<device_stream> running_stream(const camera_traits& traits = {}) {
+    auto own = device_stream::make(traits);
+    for (int i = 0; own && i < 5; ++i) {
+        EXPECT_FALSE(own->stream->QueueBuffer(own->announce()).failed());
     }
-    if (bench && traits.frame_rate == 1) { // frames come by the test's pace, which stands still on a busy machine
-        bench->resends().auto_time_per_frame = false;
-        bench->resends().time_per_frame_us = 1'000'000;
+    if (own && traits.frame_rate == 1) { // frames come by the test's pace, which stands still on a busy machine
+        own->resends().auto_time_per_frame = false;
+        own->resends().time_per_frame_us = 1'000'000;
     }
-    EXPECT_TRUE(bench && bench->start());
-    return bench;
+    EXPECT_TRUE(own && own->start());
+    return own;
 }
 
-void expect_next(stream_bench& bench, uint16_t block) {
-    const BUFFER_HANDLE handle = bench.next(long_enough_ms);
+void expect_next(device_stream& own, uint16_t block) {
+    const BUFFER_HANDLE handle = own.next(long_enough_ms);
     ASSERT_NE(handle, nullptr) << block;
-    EXPECT_EQ(bench.info<uint64_t>(handle, BUFFER_INFO_FRAMEID), block);
-    EXPECT_EQ(bench.info<uint8_t>(handle, BUFFER_INFO_IS_INCOMPLETE), 0) << block;
-    EXPECT_TRUE(bench.bytes_right(handle));
-    ASSERT_FALSE(bench.stream->QueueBuffer(handle).failed());
+    EXPECT_EQ(own.info<uint64_t>(handle, BUFFER_INFO_FRAMEID), block);
+    EXPECT_EQ(own.info<uint8_t>(handle, BUFFER_INFO_IS_INCOMPLETE), 0) << block;
+    EXPECT_TRUE(own.bytes_right(handle));
+    ASSERT_FALSE(own.stream->QueueBuffer(handle).failed());
 }
 
 } // namespace
 
 TEST(StreamInput, StrangeDatagramsDoNotDisturbTheFrames) {
-    const auto bench = running_bench();
-    ASSERT_TRUE(bench);
+    const auto own = running_stream();
+    ASSERT_TRUE(own);
     auto neighbour = gige::udp_socket::open({loopback + 1, 0});
     ASSERT_TRUE(neighbour);
     const auto list = strangers();
@@ -73,29 +73,32 @@ TEST(StreamInput, StrangeDatagramsDoNotDisturbTheFrames) {
         for (uint32_t id = 0; id <= camera::trailer_id; ++id) {
             // Few enough at once for any receive buffer.
             for (int i = 0; i < 3; ++i) {
-                bench->cam.send(list[random() % list.size()], random() % 2 == 0 ? &*neighbour : nullptr);
+                own->cam.send(list[random() % list.size()], random() % 2 == 0 ? &*neighbour : nullptr);
             }
-            bench->cam.send(camera::packet(block, id));
+            bytes forged = camera::packet(block, id == camera::trailer_id ? id : id + 1); // of the frame to be
+            std::fill(forged.begin() + 8, forged.end(), std::byte{0x5A});
+            own->cam.send(forged, &*neighbour);
+            own->cam.send(camera::packet(block, id));
         }
-        ASSERT_NO_FATAL_FAILURE(expect_next(*bench, block));
+        ASSERT_NO_FATAL_FAILURE(expect_next(*own, block));
     }
-    EXPECT_EQ(bench->info<uint64_t>(STREAM_INFO_NUM_DELIVERED), 60U);
-    EXPECT_EQ(bench->info<uint64_t>(STREAM_INFO_NUM_UNDERRUN), 0U);
-    EXPECT_TRUE(bench->stop());
-    EXPECT_TRUE(bench->all_accounted_for());
+    EXPECT_EQ(own->info<uint64_t>(STREAM_INFO_NUM_DELIVERED), 60U);
+    EXPECT_EQ(own->info<uint64_t>(STREAM_INFO_NUM_UNDERRUN), 0U);
+    EXPECT_TRUE(own->stop());
+    EXPECT_TRUE(own->all_accounted_for());
 }
 
 // As fast as a sender can. What the kernel drops is asked for again, and the stream stops and starts meanwhile.
 TEST(StreamInput, AFloodOfStrangersIsSurvived) {
-    const auto bench = running_bench({.frame_rate = 200});
-    ASSERT_TRUE(bench);
+    const auto own = running_stream({.frame_rate = 200});
+    ASSERT_TRUE(own);
     auto neighbour = gige::udp_socket::open({loopback + 1, 0});
     ASSERT_TRUE(neighbour);
     std::atomic<uint64_t> sent{0};
     const std::jthread flood{[&](const std::stop_token& stop) {
         const auto list = strangers();
         for (size_t i = 0; !stop.stop_requested(); ++i) {
-            bench->cam.send(list[i % list.size()], &*neighbour);
+            own->cam.send(list[i % list.size()], &*neighbour);
             ++sent;
         }
     }};
@@ -105,30 +108,30 @@ TEST(StreamInput, AFloodOfStrangersIsSurvived) {
         const uint64_t wanted = complete + 10;
         for (uint16_t block = 1; complete < wanted || sent < before + 1000; ++block) {
             ASSERT_LT(block, 60'000);
-            bench->cam.send_frame(block);
-            const BUFFER_HANDLE handle = bench->next(50);
+            own->cam.send_frame(block);
+            const BUFFER_HANDLE handle = own->next(50);
             if (handle == nullptr) continue;
-            if (bench->info<uint8_t>(handle, BUFFER_INFO_IS_INCOMPLETE) == 0) {
-                EXPECT_TRUE(bench->bytes_right(handle));
+            if (own->info<uint8_t>(handle, BUFFER_INFO_IS_INCOMPLETE) == 0) {
+                EXPECT_TRUE(own->bytes_right(handle));
                 ++complete;
             }
-            ASSERT_FALSE(bench->stream->QueueBuffer(handle).failed());
+            ASSERT_FALSE(own->stream->QueueBuffer(handle).failed());
         }
-        ASSERT_TRUE(bench->stop());
-        ASSERT_TRUE(bench->all_accounted_for());
-        ASSERT_TRUE(bench->start());
+        ASSERT_TRUE(own->stop());
+        ASSERT_TRUE(own->all_accounted_for());
+        ASSERT_TRUE(own->start());
     }
 }
 
 TEST(StreamInput, TooLongAPacketGivesOnlyItsShare) {
-    const auto bench = running_bench();
-    ASSERT_TRUE(bench);
+    const auto own = running_stream();
+    ASSERT_TRUE(own);
     for (uint16_t block = 1; block <= 5; ++block) {
         for (uint32_t id = 0; id <= camera::trailer_id; ++id) {
             bytes packet = camera::packet(block, id);
             packet.resize(block == 5 ? longest_datagram : packet.size() + block * 700U, std::byte{0xEE});
-            bench->cam.send(packet);
+            own->cam.send(packet);
         }
-        ASSERT_NO_FATAL_FAILURE(expect_next(*bench, block));
+        ASSERT_NO_FATAL_FAILURE(expect_next(*own, block));
     }
 }

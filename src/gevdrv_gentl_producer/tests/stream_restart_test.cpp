@@ -1,6 +1,6 @@
 // Consumer operations at any moment of a frame, while a camera sends with loss and answers resends: no buffer is lost,
 // no complete frame is wrong, nothing hangs or leaks.
-#include "stream_bench.h"
+#include "device_stream.h"
 
 #include <filesystem>
 
@@ -18,8 +18,8 @@ unsigned operations() {
 #endif
 }
 
-void slow_transform(const stream_bench& bench) {
-    const auto settings = bench.settings();
+void slow_transform(const device_stream& own) {
+    const auto settings = own.settings();
     settings.set_flag(gds_producer::settings_block::master_enable, true);
     settings.store(gds_producer::settings_block::sharpness, int32_t{64});
     settings.store(gds_producer::settings_block::denoise, int32_t{8});
@@ -40,27 +40,27 @@ struct kind_of_stream {
 
 class consumer {
 public:
-    consumer(stream_bench& with, const kind_of_stream& which)
-        : bench(with), stream(*with.stream), random(which.seed), kind(which) {}
+    consumer(device_stream& with, const kind_of_stream& which)
+        : own(with), stream(*with.stream), random(which.seed), kind(which) {}
 
     void run(unsigned count) {
-        for (int i = 0; i < 8; ++i) bench.announce();
-        ASSERT_TRUE(bench.all_accounted_for());
+        for (int i = 0; i < 8; ++i) own.announce();
+        ASSERT_TRUE(own.all_accounted_for());
         for (unsigned i = 0; i < count; ++i) {
             SCOPED_TRACE(testing::Message() << "operation " << i);
             operate();
             if (testing::Test::HasFatalFailure()) return;
-            ASSERT_TRUE(bench.all_accounted_for());
+            ASSERT_TRUE(own.all_accounted_for());
             if (below(3) == 0) std::this_thread::sleep_for(std::chrono::microseconds{below(400)});
         }
         if (running) {
-            ASSERT_TRUE(bench.stop());
+            ASSERT_TRUE(own.stop());
         }
         ASSERT_FALSE(stream.FlushQueue(ACQ_QUEUE_ALL_DISCARD).failed());
-        ASSERT_TRUE(bench.all_accounted_for());
-        const auto handles = bench.mine();
+        ASSERT_TRUE(own.all_accounted_for());
+        const auto handles = own.mine();
         EXPECT_EQ(handles.size(), announced());
-        for (const BUFFER_HANDLE handle : handles) EXPECT_TRUE(bench.revoke(handle));
+        for (const BUFFER_HANDLE handle : handles) EXPECT_TRUE(own.revoke(handle));
         EXPECT_EQ(announced(), 0U);
     }
 
@@ -70,14 +70,14 @@ public:
 
 private:
     uint32_t below(uint32_t bound) { return static_cast<uint32_t>(random() % bound); }
-    [[nodiscard]] size_t announced() const { return bench.info<size_t>(STREAM_INFO_NUM_ANNOUNCED); }
+    [[nodiscard]] size_t announced() const { return own.info<size_t>(STREAM_INFO_NUM_ANNOUNCED); }
 
     void operate() {
         const uint32_t what = below(100);
         if (what < 30) {
             take(below(3));
         } else if (what < 55) {
-            for (const BUFFER_HANDLE handle : bench.mine()) {
+            for (const BUFFER_HANDLE handle : own.mine()) {
                 if (below(3) != 0) {
                     ASSERT_FALSE(stream.QueueBuffer(handle).failed());
                 }
@@ -91,45 +91,45 @@ private:
         } else if (what < 95) {
             if (announced() < 16) {
                 if (below(4) == 0)
-                    bench.announce(camera::payload_size / 2);
+                    own.announce(camera::payload_size / 2);
                 else
-                    bench.announce();
+                    own.announce();
             }
         } else if (what < 97) {
-            bench.settings().set_flag(gds_producer::settings_block::drop_incomplete_frames, below(2) == 0);
+            own.settings().set_flag(gds_producer::settings_block::drop_incomplete_frames, below(2) == 0);
         } else if (what == 97) {
-            ASSERT_FALSE(bench.event->Flush().failed());
+            ASSERT_FALSE(own.event->Flush().failed());
         } else if (what == 98) {
-            ASSERT_FALSE(bench.event->Kill().failed());
+            ASSERT_FALSE(own.event->Kill().failed());
             take(1000); // ends at once
         } else if (!running) {
-            bench.connection->refuse_leases = true;
-            EXPECT_FALSE(bench.start());
-            bench.connection->refuse_leases = false;
+            own.connection->refuse_leases = true;
+            EXPECT_FALSE(own.start());
+            own.connection->refuse_leases = false;
         }
     }
     void take(uint64_t timeout_ms) {
-        const BUFFER_HANDLE handle = bench.next(timeout_ms);
-        if (handle == nullptr || bench.info<uint8_t>(handle, BUFFER_INFO_NEW_DATA) == 0) return;
-        if (bench.info<uint8_t>(handle, BUFFER_INFO_IS_INCOMPLETE) != 0) {
+        const BUFFER_HANDLE handle = own.next(timeout_ms);
+        if (handle == nullptr || own.info<uint8_t>(handle, BUFFER_INFO_NEW_DATA) == 0) return;
+        if (own.info<uint8_t>(handle, BUFFER_INFO_IS_INCOMPLETE) != 0) {
             ++incomplete;
             return;
         }
         ++complete;
         if (!kind.slow_transform) {
-            EXPECT_TRUE(bench.bytes_right(handle));
+            EXPECT_TRUE(own.bytes_right(handle));
         }
     }
     void toggle() {
         if (running) {
-            ASSERT_TRUE(bench.stop(below(2) == 0 ? ACQ_STOP_FLAGS_KILL : ACQ_STOP_FLAGS_DEFAULT));
+            ASSERT_TRUE(own.stop(below(2) == 0 ? ACQ_STOP_FLAGS_KILL : ACQ_STOP_FLAGS_DEFAULT));
             running = false;
-            if (kind.mailbox) bench.use_dedicated_thread(below(3) != 0);
-            bench.settings().set_flag(gds_producer::settings_block::master_enable, kind.mailbox || kind.slow_transform);
+            if (kind.mailbox) own.use_dedicated_thread(below(3) != 0);
+            own.settings().set_flag(gds_producer::settings_block::master_enable, kind.mailbox || kind.slow_transform);
             return;
         }
-        while (announced() < 5) bench.announce();
-        ASSERT_TRUE(bench.start());
+        while (announced() < 5) own.announce();
+        ASSERT_TRUE(own.start());
         running = true;
         ++starts;
     }
@@ -142,12 +142,12 @@ private:
         }
         if (all.empty()) return;
         const BUFFER_HANDLE handle = all[below(static_cast<uint32_t>(all.size()))];
-        const bool free = bench.info<uint8_t>(handle, BUFFER_INFO_IS_QUEUED) == 0;
+        const bool free = own.info<uint8_t>(handle, BUFFER_INFO_IS_QUEUED) == 0;
         // What the consumer holds can be revoked; what the stream holds may have come to the output meanwhile at most.
-        EXPECT_EQ(bench.revoke(handle), free);
+        EXPECT_EQ(own.revoke(handle), free);
     }
 
-    stream_bench& bench;
+    device_stream& own;
     IDataStream& stream;
     std::mt19937 random;
     const kind_of_stream kind;
@@ -163,18 +163,18 @@ void stress(const kind_of_stream& kind) {
         camera_traits traits{
             .loss = 30, .can_resend = kind.can_resend, .free_running = true, .pause_us = 200, .frame_rate = 1000};
         if (kind.slow_transform) traits.width = 640, traits.height = 400;
-        const auto bench = stream_bench::make(traits);
-        ASSERT_TRUE(bench);
-        if (kind.slow_transform) slow_transform(*bench);
-        consumer user{*bench, kind};
+        const auto own = device_stream::make(traits);
+        ASSERT_TRUE(own);
+        if (kind.slow_transform) slow_transform(*own);
+        consumer user{*own, kind};
         user.run(count);
         EXPECT_GT(user.starts, count / 30);
         EXPECT_GT(user.complete, count / 300);
         if (kind.can_resend) {
-            EXPECT_GT(bench->cam.resends, 0U);
+            EXPECT_GT(own->cam.resends, 0U);
         }
         std::printf("%u operations, %u starts, %u complete and %u incomplete frames, %lu resend requests\n", count,
-                    user.starts, user.complete, user.incomplete, bench->cam.resends.load());
+                    user.starts, user.complete, user.incomplete, own->cam.resends.load());
     }
     // A thread that has been joined may be listed for a moment.
     for (int i = 0; i < 2000 && entries_of("/proc/self/task") > threads; ++i) {
@@ -199,13 +199,13 @@ TEST(StreamRestart, AStreamOrDeviceClosesInTheMiddleOfATransform) {
     std::mt19937 random{6};
     for (int round = 0; round < 40; ++round) {
         SCOPED_TRACE(round);
-        const auto bench = stream_bench::make({.free_running = true, .frame_rate = 1000, .width = 640, .height = 400});
-        ASSERT_TRUE(bench);
-        bench->use_dedicated_thread(round % 2 == 0);
-        slow_transform(*bench);
-        for (int i = 0; i < 8; ++i) ASSERT_FALSE(bench->stream->QueueBuffer(bench->announce()).failed());
-        ASSERT_TRUE(bench->start());
+        const auto own = device_stream::make({.free_running = true, .frame_rate = 1000, .width = 640, .height = 400});
+        ASSERT_TRUE(own);
+        own->use_dedicated_thread(round % 2 == 0);
+        slow_transform(*own);
+        for (int i = 0; i < 8; ++i) ASSERT_FALSE(own->stream->QueueBuffer(own->announce()).failed());
+        ASSERT_TRUE(own->start());
         std::this_thread::sleep_for(std::chrono::microseconds{random() % 8000});
-        if (round % 4 < 2) bench->close_device();
+        if (round % 4 < 2) own->close_device();
     }
 }

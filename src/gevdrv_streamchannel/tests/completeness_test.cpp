@@ -1,5 +1,5 @@
 // A frame is complete when every byte of it came, by both receivers' count.
-#include "receiver_bench.h"
+#include "receiver_fixture.h"
 
 namespace gev::streamchannel::impl {
 namespace {

@@ -1,11 +1,11 @@
 // Blocks of the resend receiver: ids and their wrap, order, skipped frames, buffers, status packets, flush and reset.
-#include "receiver_bench.h"
+#include "receiver_fixture.h"
 
 namespace gev::streamchannel::impl {
 namespace {
 
 using namespace test;
-using gvsp_recv_resend_blocks_test = receiver_bench<gvsp_recv_resend>;
+using gvsp_recv_resend_blocks_test = receiver_fixture<gvsp_recv_resend>;
 constexpr uint32_t incomplete = frame_flags::incomplete;
 constexpr uint32_t flushed = frame_flags::flushed;
 

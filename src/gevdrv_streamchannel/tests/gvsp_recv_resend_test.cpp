@@ -1,4 +1,4 @@
-#include "receiver_bench.h"
+#include "receiver_fixture.h"
 
 #include <limits>
 
@@ -7,7 +7,7 @@ namespace {
 
 using namespace test;
 
-using gvsp_recv_resend_test = receiver_bench<gvsp_recv_resend>;
+using gvsp_recv_resend_test = receiver_fixture<gvsp_recv_resend>;
 constexpr uint32_t incomplete = frame_flags::incomplete;
 
 TEST_F(gvsp_recv_resend_test, only_the_start_of_a_range_shrinks_and_three_sends_are_the_limit) {

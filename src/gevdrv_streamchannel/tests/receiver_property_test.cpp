@@ -1,5 +1,5 @@
 // Random traffic on a simulated clock: what a receiver delivers is right, in order, and adds up.
-#include "receiver_bench.h"
+#include "receiver_fixture.h"
 
 #include <map>
 #include <random>

@@ -1,5 +1,5 @@
 // What both receivers make of frames, buffers and packets that are none of theirs.
-#include "receiver_bench.h"
+#include "receiver_fixture.h"
 
 namespace gev::streamchannel::impl {
 namespace {
@@ -8,7 +8,7 @@ using namespace test;
 constexpr uint32_t incomplete = frame_flags::incomplete;
 
 template <class Receiver>
-using receivers_test = receiver_bench<Receiver>;
+using receivers_test = receiver_fixture<Receiver>;
 TYPED_TEST_SUITE(receivers_test, both_receivers, receiver_names);
 
 } // namespace

@@ -1,5 +1,5 @@
 // A camera that starts over within one stream, by its own commands: one rule for both receivers.
-#include "receiver_bench.h"
+#include "receiver_fixture.h"
 
 namespace gev::streamchannel::impl {
 namespace {
@@ -7,7 +7,7 @@ namespace {
 using namespace test;
 
 template <class Receiver>
-using restart_test = receiver_bench<Receiver>;
+using restart_test = receiver_fixture<Receiver>;
 TYPED_TEST_SUITE(restart_test, both_receivers, receiver_names);
 
 } // namespace

@@ -1,5 +1,5 @@
 // What is the simple receiver's alone, the ids that both receivers share, and the one that keeps datagrams.
-#include "receiver_bench.h"
+#include "receiver_fixture.h"
 
 #include <gevdrv_streamchannel/packet_recv/gvsp_recv_copy_packets.h>
 
@@ -10,7 +10,7 @@ namespace gev::streamchannel::impl {
 namespace {
 
 using namespace test;
-using SimpleReceiver = receiver_bench<gvsp_recv_simple>;
+using SimpleReceiver = receiver_fixture<gvsp_recv_simple>;
 using ids = std::vector<uint64_t>;
 
 } // namespace

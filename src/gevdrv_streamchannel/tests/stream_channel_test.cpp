@@ -1,5 +1,5 @@
 // The stream channel over a control channel that a script answers, with a real socket on the other side.
-#include "datagrams.h"
+#include "receiver_fixture.h"
 
 #include <gevdrv_streamchannel/stream_channel_impl.h>
 
@@ -82,7 +82,7 @@ private:
     }
 };
 
-struct bench {
+struct channel_setup {
     camera device;
     std::unique_ptr<GenICam::IGenICamDoc> document;
     channel_start_params params;
@@ -92,7 +92,7 @@ struct bench {
     std::vector<frame_info> frames;
     std::unique_ptr<stream_channel_impl> sut; // goes first
 
-    explicit bench(int32_t max_packet_size = 0, const std::string& nodes = {}) {
+    explicit channel_setup(int32_t max_packet_size = 0, const std::string& nodes = {}) {
         params.get_frame = [this] { return frame_context{&memory, memory.data(), memory.size()}; };
         params.deliver = [this](const frame_info& info, const frame_receive_stats&) {
             const std::lock_guard guard{mutex};
@@ -123,7 +123,7 @@ bool received_anything(const gige::udp_socket& socket) {
 // The camera is told where to send before it is asked for test packets, and to stop whichever way the channel ends.
 TEST(StreamChannel, OpensAndClosesInOrder) {
     for (const bool by_destructor : {false, true}) {
-        bench b;
+        channel_setup b;
         b.params.fixed_packet_size = 1400;
         ASSERT_FALSE(b.sut->connect(b.params));
         EXPECT_TRUE(b.sut->is_connected());
@@ -153,7 +153,7 @@ TEST(StreamChannel, OpensAndClosesInOrder) {
 }
 
 TEST(StreamChannel, WhileNotConnectedOperationsSaySo) {
-    bench b;
+    channel_setup b;
     const std::error_code none = make_error_code(gigecam_errc::option_not_available);
     const auto expect_none = [&] {
         for (const std::error_code answer : {b.sut->flush(), b.sut->reset_receiver(), b.sut->set_resend_params({}),
@@ -181,7 +181,7 @@ TEST(StreamChannel, AFailedConnectLeavesNoStream) {
         size_t failed = 0;
         for (size_t k = 0; k == 0 || k < accesses; ++k) {
             SCOPED_TRACE(testing::Message() << "access " << k << " fails, fixed size " << fixed << ", taken " << taken);
-            bench b;
+            channel_setup b;
             b.device.takes_what_fails = taken;
             b.device.registers[capability] = 0x80000000;
             b.make();
@@ -206,7 +206,7 @@ TEST(StreamChannel, AProcessWithoutDescriptorsGetsAnError) {
 #ifdef __SANITIZE_ADDRESS__
     GTEST_SKIP() << "the sanitizer itself looks at exceptions through pipes";
 #endif
-    bench b;
+    channel_setup b;
     b.params.fixed_packet_size = 1400;
     rlimit usual{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &usual), 0);
@@ -222,7 +222,7 @@ TEST(StreamChannel, AProcessWithoutDescriptorsGetsAnError) {
 TEST(StreamChannel, TheSourcePortIsSpokenToWhereThereIsOne) {
     for (const bool has : {false, true}) {
         for (const bool set : {false, true}) {
-            bench b;
+            channel_setup b;
             b.device.registers[capability] = has ? 0x80000000 : 0x7FFFFFFF;
             b.device.registers[scsp] = set ? b.device.source.local().port : 0;
             b.make();
@@ -263,7 +263,7 @@ TEST(StreamChannel, ThePacketSizeIsChosenFromWhatIsKnown) {
     for (const row& r : rows) {
         SCOPED_TRACE(testing::Message() << r.max_packet_size << " " << r.fixed << " " << r.preferred << " over "
                                         << r.path);
-        bench b{r.max_packet_size, r.nodes};
+        channel_setup b{r.max_packet_size, r.nodes};
         b.device.path = r.path;
         b.params.fixed_packet_size = r.fixed;
         b.params.preferred_packet_size = r.preferred;

@@ -1,5 +1,5 @@
 // The receive thread on a real loopback socket, with the receivers that it has in service.
-#include "receiver_bench.h"
+#include "receiver_fixture.h"
 
 #include <gevdrv_streamchannel/stream_asio_thread.h>
 
@@ -49,9 +49,9 @@ extern "C" int recvmmsg(int socket, mmsghdr* messages, unsigned count, int flags
 
 namespace {
 
-class ThreadBench {
+class running_thread {
 public:
-    explicit ThreadBench(bool resends = false) {
+    explicit running_thread(bool resends = false) {
         stream_functions functions;
         if (resends) {
             functions.send_resend = [this](uint64_t block, uint32_t first, uint32_t last, bool extended) {
@@ -126,20 +126,20 @@ datagram packet(uint32_t block, uint32_t id) { return packet_of(block, id, {.cou
 } // namespace
 
 TEST(StreamThread, OpensTheFirewallWithARegisterRead) {
-    ThreadBench bench;
+    running_thread own;
     std::array<std::byte, 64> received;
     gige::endpoint from;
-    ASSERT_EQ(bench.remote.receive(received, from), 12U);
+    ASSERT_EQ(own.remote.receive(received, from), 12U);
     EXPECT_TRUE(std::ranges::equal(std::span{received}.first(12),
                                    builder{}.u32(0x42010080).u32(0x000400FF).u32(0x00000A00).bytes));
 }
 
 TEST(StreamThread, CoalescedDatagramsCountOneByOne) {
-    ThreadBench bench;
-    ASSERT_FALSE(bench.sut->start(136, 200));
+    running_thread own;
+    ASSERT_FALSE(own.sut->start(136, 200));
     const auto send_in_segments = [&](const datagram& bytes, int segment) {
-        setsockopt(bench.remote.native(), IPPROTO_UDP, UDP_SEGMENT, &segment, sizeof segment);
-        bench.send(bytes);
+        setsockopt(own.remote.native(), IPPROTO_UDP, UDP_SEGMENT, &segment, sizeof segment);
+        own.send(bytes);
     };
     for (const uint32_t block : {1U, 2U}) {
         send_in_segments(packet(block, 0), 0);
@@ -150,98 +150,98 @@ TEST(StreamThread, CoalescedDatagramsCountOneByOne) {
         send_in_segments(pair, 108);
         send_in_segments(packet(block, 3), 0);
     }
-    ASSERT_TRUE(bench.wait_for_frames(2));
-    EXPECT_EQ(bench.frames[0].flags, 0U);
-    EXPECT_EQ(bench.frames[0].context.data[150], pixel(1, 150));
-    bench.sut->stop();
+    ASSERT_TRUE(own.wait_for_frames(2));
+    EXPECT_EQ(own.frames[0].flags, 0U);
+    EXPECT_EQ(own.frames[0].context.data[150], pixel(1, 150));
+    own.sut->stop();
 }
 
 TEST(StreamThread, FlushHandsBackAndWaitsAndNothingHangsAfterTheEnd) {
-    ThreadBench bench;
-    ASSERT_FALSE(bench.sut->start(136, 200));
-    bench.send(packet(1, 0));
-    ASSERT_TRUE(bench.wait_until([&] { return !bench.memory.empty(); }));
-    bench.sut->flush();
-    ASSERT_EQ(bench.frames.size(), 1U);
-    EXPECT_NE(bench.frames[0].flags & frame_flags::flushed, 0U);
-    EXPECT_TRUE(bench.sut->get_resend_params());
-    bench.sut->stop();
-    bench.sut->flush();
-    EXPECT_FALSE(bench.sut->get_resend_params());
-    bench.sut->stop();
+    running_thread own;
+    ASSERT_FALSE(own.sut->start(136, 200));
+    own.send(packet(1, 0));
+    ASSERT_TRUE(own.wait_until([&] { return !own.memory.empty(); }));
+    own.sut->flush();
+    ASSERT_EQ(own.frames.size(), 1U);
+    EXPECT_NE(own.frames[0].flags & frame_flags::flushed, 0U);
+    EXPECT_TRUE(own.sut->get_resend_params());
+    own.sut->stop();
+    own.sut->flush();
+    EXPECT_FALSE(own.sut->get_resend_params());
+    own.sut->stop();
 }
 
 TEST(StreamThread, ATestPacketOfTheSizePasses) {
-    ThreadBench bench;
-    bench.send(std::vector<std::byte>(50));
-    bench.send(std::vector<std::byte>(1472));
-    EXPECT_FALSE(bench.sut->receive_packet_and_check_size(1500)) << "the short one is skipped";
-    EXPECT_TRUE(bench.sut->receive_packet_and_check_size(1500)) << "nothing more waits";
-    bench.send(std::vector<std::byte>(0));
-    EXPECT_FALSE(bench.sut->drain_socket());
+    running_thread own;
+    own.send(std::vector<std::byte>(50));
+    own.send(std::vector<std::byte>(1472));
+    EXPECT_FALSE(own.sut->receive_packet_and_check_size(1500)) << "the short one is skipped";
+    EXPECT_TRUE(own.sut->receive_packet_and_check_size(1500)) << "nothing more waits";
+    own.send(std::vector<std::byte>(0));
+    EXPECT_FALSE(own.sut->drain_socket());
 }
 
 TEST(StreamThread, AStrangersPacketsAreNoneOfTheStream) {
-    ThreadBench bench;
-    ASSERT_FALSE(bench.sut->start(136, 200));
+    running_thread own;
+    ASSERT_FALSE(own.sut->start(136, 200));
     const auto stranger = gige::udp_socket::open({INADDR_LOOPBACK + 1, 0});
     ASSERT_TRUE(stranger);
-    bench.send(packet(1, 0));
-    bench.send(packet(1, 1));
-    bench.send(packet(1, 2));
-    bench.send_from(*stranger, standard(0, 1, 3, 1).fill(100, 9));
-    bench.send(packet(1, 3));
-    ASSERT_TRUE(bench.wait_for_frames(1));
-    EXPECT_EQ(bench.frames[0].flags, 0U);
-    EXPECT_EQ(bench.frames[0].context.data[50], pixel(1, 50));
-    bench.sut->stop();
+    own.send(packet(1, 0));
+    own.send(packet(1, 1));
+    own.send(packet(1, 2));
+    own.send_from(*stranger, standard(0, 1, 3, 1).fill(100, 9));
+    own.send(packet(1, 3));
+    ASSERT_TRUE(own.wait_for_frames(1));
+    EXPECT_EQ(own.frames[0].flags, 0U);
+    EXPECT_EQ(own.frames[0].context.data[50], pixel(1, 50));
+    own.sut->stop();
 }
 
 // The one timer follows the earliest deadline, and strikes with no packet to wake the thread.
 TEST(StreamThread, TheTimerStrikesForWhatIsDueFirst) {
     using namespace std::chrono_literals;
-    ThreadBench bench{true};
-    ASSERT_FALSE(bench.sut->start(136, 200));
+    running_thread own{true};
+    ASSERT_FALSE(own.sut->start(136, 200));
     resend_parameters slow;
     slow.time_per_frame = 3'600'000'000;
-    bench.sut->set_resend_params(slow);
-    ASSERT_TRUE(bench.sut->get_resend_params()); // and so they are set
-    bench.send(packet(1, 0));                    // arms the timer for the end of a frame that takes an hour
+    own.sut->set_resend_params(slow);
+    ASSERT_TRUE(own.sut->get_resend_params()); // and so they are set
+    own.send(packet(1, 0));                    // arms the timer for the end of a frame that takes an hour
     // The leader was seen when its buffer was taken, and the timer armed when the next question is answered.
-    ASSERT_TRUE(bench.wait_until([&] { return !bench.memory.empty(); }));
+    ASSERT_TRUE(own.wait_until([&] { return !own.memory.empty(); }));
     resend_parameters fast;
     fast.time_per_frame = 20'000;
     fast.max_retries = 255; // this thread may be late with its answers
-    bench.sut->set_resend_params(fast);
-    ASSERT_TRUE(bench.sut->get_resend_params());
-    bench.send(packet(1, 2));
-    EXPECT_TRUE(bench.wait_for_request({1, 1, 1})) << "the gap's deadline comes before the frame's";
-    bench.send(packet(1, 1));
-    EXPECT_TRUE(bench.wait_for_request({1, 3, 3})) << "nothing more comes: the tail's turn";
-    bench.send(packet(1, 3));
-    ASSERT_TRUE(bench.wait_for_frames(1));
-    EXPECT_EQ(bench.frames[0].flags, 0U);
-    bench.sut->stop();
-    EXPECT_TRUE(bench.ends.empty()) << "who stops it needs no word";
+    own.sut->set_resend_params(fast);
+    ASSERT_TRUE(own.sut->get_resend_params());
+    own.send(packet(1, 2));
+    EXPECT_TRUE(own.wait_for_request({1, 1, 1})) << "the gap's deadline comes before the frame's";
+    own.send(packet(1, 1));
+    EXPECT_TRUE(own.wait_for_request({1, 3, 3})) << "nothing more comes: the tail's turn";
+    own.send(packet(1, 3));
+    ASSERT_TRUE(own.wait_for_frames(1));
+    EXPECT_EQ(own.frames[0].flags, 0U);
+    own.sut->stop();
+    EXPECT_TRUE(own.ends.empty()) << "who stops it needs no word";
 }
 
 TEST(StreamThread, ReadErrorsPassAndAreToldOnceEach) {
     const int errors[] = {ENOBUFS, EPROTO, ENETDOWN, ECONNREFUSED};
     for (const int error : errors) {
         const log_capture log;
-        ThreadBench bench;
-        ASSERT_FALSE(bench.sut->start(136, 200));
+        running_thread own;
+        ASSERT_FALSE(own.sut->start(136, 200));
         failing_reads.error = error;
         failing_reads.other = errors[0];
         failing_reads.times = 40;
-        bench.send(packet(1, 0));
-        bench.send(packet(1, 1));
-        bench.send(packet(1, 2));
-        bench.send(packet(1, 3));
-        EXPECT_TRUE(bench.wait_for_frames(1)) << error;
+        own.send(packet(1, 0));
+        own.send(packet(1, 1));
+        own.send(packet(1, 2));
+        own.send(packet(1, 3));
+        EXPECT_TRUE(own.wait_for_frames(1)) << error;
         EXPECT_EQ(failing_reads.times, 0);
-        bench.sut->stop();
-        EXPECT_TRUE(bench.ends.empty());
+        own.sut->stop();
+        EXPECT_TRUE(own.ends.empty());
         EXPECT_EQ(log.count("reading failed due to"), error == errors[0] ? 1U : 2U);
     }
 }
@@ -250,11 +250,11 @@ TEST(StreamThread, ReadErrorsPassAndAreToldOnceEach) {
 // somebody else took the descriptor, which wakes nobody; what it has become is not the stream's to close.
 TEST(StreamThread, TheEndOfTheSocketIsTold) {
     for (const bool taken : {false, true}) {
-        ThreadBench bench;
-        ASSERT_FALSE(bench.sut->start(136, 200));
-        bench.send(packet(1, 0));
-        ASSERT_TRUE(bench.wait_until([&] { return !bench.memory.empty(); }));
-        const int descriptor = taken ? bench.stream_socket() : -1;
+        running_thread own;
+        ASSERT_FALSE(own.sut->start(136, 200));
+        own.send(packet(1, 0));
+        ASSERT_TRUE(own.wait_until([&] { return !own.memory.empty(); }));
+        const int descriptor = taken ? own.stream_socket() : -1;
         if (taken) {
             const int other = open("/dev/null", O_RDONLY | O_CLOEXEC);
             ASSERT_EQ(dup2(other, descriptor), descriptor);
@@ -262,15 +262,15 @@ TEST(StreamThread, TheEndOfTheSocketIsTold) {
         } else {
             failing_reads.error = failing_reads.other = EBADF;
             failing_reads.times = 1;
-            bench.send(packet(1, 1));
+            own.send(packet(1, 1));
         }
-        ASSERT_TRUE(bench.wait_until([&] { return !bench.ends.empty(); }));
-        EXPECT_EQ(bench.ends.size(), 1U);
-        ASSERT_EQ(bench.frames.size(), 1U);
-        EXPECT_NE(bench.frames[0].flags & frame_flags::flushed, 0U);
-        bench.sut->flush();
-        EXPECT_FALSE(bench.sut->get_resend_params());
-        bench.sut->stop();
+        ASSERT_TRUE(own.wait_until([&] { return !own.ends.empty(); }));
+        EXPECT_EQ(own.ends.size(), 1U);
+        ASSERT_EQ(own.frames.size(), 1U);
+        EXPECT_NE(own.frames[0].flags & frame_flags::flushed, 0U);
+        own.sut->flush();
+        EXPECT_FALSE(own.sut->get_resend_params());
+        own.sut->stop();
         if (taken) {
             EXPECT_EQ(close(descriptor), 0) << "closed a stranger's descriptor";
         }
@@ -280,19 +280,19 @@ TEST(StreamThread, TheEndOfTheSocketIsTold) {
 // Somebody shut the socket down: it is readable for ever, and the camera's datagrams come all the same.
 TEST(StreamThread, AShutDownSocketKeepsNoProcessorBusy) {
     using namespace std::chrono;
-    ThreadBench bench;
-    ASSERT_FALSE(bench.sut->start(136, 200));
-    ::shutdown(bench.stream_socket(), SHUT_RDWR);
+    running_thread own;
+    ASSERT_FALSE(own.sut->start(136, 200));
+    ::shutdown(own.stream_socket(), SHUT_RDWR);
     const auto began = steady_clock::now();
     const uint64_t before = reads;
     std::this_thread::sleep_for(100ms);
     const uint64_t made = reads - before;
     EXPECT_LE(made, static_cast<uint64_t>((steady_clock::now() - began) / 1ms) + 10) << "at most one a millisecond";
-    bench.send(packet(1, 0));
-    bench.send(packet(1, 1));
-    bench.send(packet(1, 2));
-    bench.send(packet(1, 3));
-    EXPECT_TRUE(bench.wait_for_frames(1));
-    bench.sut->stop();
-    EXPECT_TRUE(bench.ends.empty());
+    own.send(packet(1, 0));
+    own.send(packet(1, 1));
+    own.send(packet(1, 2));
+    own.send(packet(1, 3));
+    EXPECT_TRUE(own.wait_for_frames(1));
+    own.sut->stop();
+    EXPECT_TRUE(own.ends.empty());
 }

@@ -70,6 +70,15 @@ TEST(gvcp_control, privileges) {
     EXPECT_TRUE(open(*cam, {.access = access_mode::exclusive}));
 }
 
+TEST(gvcp_control, a_session_that_says_nothing_is_kept) {
+    const auto cam = start(small_camera(1));
+    const auto device = open(*cam, {.heartbeat_timeout = milliseconds{1500}});
+    ASSERT_TRUE(device);
+    std::this_thread::sleep_for(milliseconds{2000});
+    EXPECT_EQ(cam->stats().heartbeats_missed, 0U);
+    EXPECT_EQ(cam->peek(boot::privilege), gige::gvcp::bits::control);
+}
+
 // At a rate at which hundreds pass before one is repeated.
 TEST(gvcp_control, events_that_are_lost_on_the_way_come_later_and_none_comes_twice) {
     constexpr uint16_t count = 4000;

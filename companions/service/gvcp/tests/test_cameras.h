@@ -3,33 +3,18 @@
 
 #include "../../../../libs/service-base/tests/support.h"
 
-#include <camera_sim/camera.h>
+#include <camera_sim/tests/small_camera.h>
 #include <gds_shared/gigecam_error.h>
 #include <gige/udp_socket.h>
 #include <gvcp/device_control.h>
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 namespace gvcp_master {
 
-// 127.128.0.0 and up, apart from the camera's own tests.
-inline uint32_t own_address(uint32_t n) { return 0x7F800000 | (static_cast<uint32_t>(::getpid()) & 0x3FFF) << 8 | n; }
-
-inline camera_sim::camera_options small_camera(uint32_t n) {
-    camera_sim::camera_options options;
-    options.address = own_address(n);
-    options.sensor_width = 320;
-    options.sensor_height = 240;
-    options.reboot_ms = 50;
-    return options;
-}
-
-inline std::unique_ptr<camera_sim::camera> start(camera_sim::camera_options options) {
-    auto started = camera_sim::camera::start(std::move(options));
-    EXPECT_TRUE(started) << started.error().message();
-    return std::move(*started);
-}
+using camera_sim::own_address;
+using camera_sim::small_camera;
+using camera_sim::start;
 
 inline std::unique_ptr<device_control> open(const camera_sim::camera& cam, device_control::options options = {}) {
     options.device = {cam.address(), gige::gvcp::port};

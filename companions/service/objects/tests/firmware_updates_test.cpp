@@ -19,6 +19,7 @@ protected:
                     std::chrono::milliseconds interval = milliseconds{100}) {
         service_core::options chosen;
         chosen.discovery = {.networks = false, .interval = interval, .window = milliseconds{50}};
+        chosen.heartbeat_timeout = milliseconds{1000};
         for (uint32_t n = 1; n <= count; ++n) {
             auto options = small_camera(n);
             options.serial = "S" + std::to_string(n);
@@ -52,7 +53,7 @@ protected:
 
 // The version says nothing when it is the one that the camera had.
 TEST_F(FirmwareUpdates, ASessionLostDuringTheInstallationIsNoRestart) {
-    start_core(1, [](camera_sim::camera_options& options) { options.install_ms = 7000; });
+    start_core(1, [](camera_sim::camera_options& options) { options.install_ms = 4000; });
     auto& camera = *cameras[0];
     ASSERT_FALSE(upload(1, {.version = "1.0.0"}));
     ASSERT_TRUE(comes_to(1, "Installing"));

@@ -2,6 +2,7 @@
 // interface and the exported functions is the product's own.
 #pragma once
 
+#include "../../../libs/service-base/tests/support.h"
 #include "fake_camera.h"
 #include "module_feature.h"
 
@@ -21,6 +22,9 @@
 #include <set>
 
 namespace fake {
+
+using test_support::eventually;
+inline constexpr uint64_t long_enough_ms = 10'000;
 
 using namespace GenTL;
 using namespace GenTL::Producer;
@@ -121,9 +125,9 @@ private:
     uint64_t last_handle = 1;
 };
 
-class stream_bench {
+class device_stream {
 public:
-    ~stream_bench() {
+    ~device_stream() {
         if (stream != nullptr) {
             for (const auto& [handle, block] : memory) expect_guard(handle, info<size_t>(handle, BUFFER_INFO_SIZE));
             EXPECT_FALSE(device->OnDataStreamClosed(stream).failed());
@@ -133,11 +137,11 @@ public:
     }
 
     // Null when the chain can't be built.
-    static std::unique_ptr<stream_bench> make(const camera_traits& traits) {
+    static std::unique_ptr<device_stream> make(const camera_traits& traits) {
         static const std::string base = "streamtest" + ipc_rpc::platform::unique_text();
         static std::atomic<int> count{0};
         const std::string name = ipc_rpc::platform::object_name(base + std::to_string(++count));
-        auto made = std::unique_ptr<stream_bench>{new stream_bench{traits, name}};
+        auto made = std::unique_ptr<device_stream>{new device_stream{traits, name}};
         return made->stream != nullptr && made->event != nullptr ? std::move(made) : nullptr;
     }
 
@@ -257,7 +261,7 @@ private:
         EXPECT_TRUE(std::ranges::all_of(behind, [](std::byte value) { return value == guard; }));
     }
 
-    stream_bench(const camera_traits& traits, const std::string& settings_name)
+    device_stream(const camera_traits& traits, const std::string& settings_name)
         : shared(
               ipc_rpc::platform::shared_mapping::create(settings_name, gds_producer::settings_block::minimum_size, {})),
           cam(traits),
