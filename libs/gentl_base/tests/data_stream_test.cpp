@@ -104,6 +104,34 @@ TEST(DataStream, FlushesMoveWhatTheyName) {
     EXPECT_EQ(DSFlushQueue(chain.ds, 5), GC_ERR_NOT_IMPLEMENTED);
 }
 
+TEST(DataStream, AFlushLeavesWhatTheFillingSideKeeps) {
+    const open_chain chain;
+    static_cast<void>(chain.announce(2));
+    auto& object = chain.stream_object();
+    Buffer* const kept = object.fill();
+    object.filling.clear(); // the flush does not get it back
+    EXPECT_EQ(DSFlushQueue(chain.ds, ACQ_QUEUE_ALL_TO_INPUT), GC_ERR_SUCCESS);
+    EXPECT_NE(object.fill(), kept) << "one frame would be written over another";
+    EXPECT_EQ(object.fill(), nullptr);
+}
+
+TEST(DataStream, FramesComeInTheOrderOfTheirDelivery) {
+    const open_chain chain;
+    static_cast<void>(chain.announce(3));
+    EVENT_HANDLE event = nullptr;
+    ASSERT_EQ(GCRegisterEvent(chain.ds, EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS);
+    auto& object = chain.stream_object();
+    const std::array<Buffer*, 3> delivered{object.fill(), object.fill(), object.fill()};
+    object.filling.clear();
+    for (Buffer* buffer : delivered) object.queue_buffer_from_filling_to_output(buffer);
+    for (Buffer* buffer : delivered) {
+        EVENT_NEW_BUFFER_DATA data{};
+        size_t size = sizeof data;
+        EXPECT_EQ(EventGetData(event, &data, &size, 0), GC_ERR_SUCCESS);
+        EXPECT_EQ(data.BufferHandle, buffer);
+    }
+}
+
 TEST(DataStream, StartAsksForEnoughBuffersByMode) {
     for (const bool shared : {false, true}) {
         const open_chain chain{shared};

@@ -1,3 +1,4 @@
+#include "BufferQueues.h"
 #include "fake_modules.h"
 
 #include <gtest/gtest.h>
@@ -150,4 +151,17 @@ TEST(Event, NewBuffersGoToTheEventRegisteredLast) {
         EXPECT_EQ(GCUnregisterEvent(chain.ds, EVENT_NEW_BUFFER), GC_ERR_SUCCESS);
     }
     object.filling.clear();
+}
+
+// A consumer registers anew on one thread while another is not done with closing the former event.
+TEST(Event, ClosingAnEventLateLeavesTheNextOne) {
+    const auto queue = std::make_shared<OutputQueue>();
+    NewBufferEvent former{queue};
+    NewBufferEvent next{queue};
+    former.close();
+    const auto buffer = *make_buffer(nullptr, 64, nullptr);
+    Buffer* const added = buffer.get();
+    queue->append(std::span{&added, 1});
+    EXPECT_EQ(answer_of<uint64_t>([&](auto... out) { return next.GetInfo(EVENT_NUM_FIRED, out...).code; }), 1U);
+    next.close();
 }
