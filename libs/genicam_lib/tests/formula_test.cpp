@@ -206,30 +206,18 @@ TEST(Formula, RunErrorsAreValues) {
     }
 }
 
-TEST(Formula, UnknownVariableIsNamedInTheLog) {
-    std::vector<std::string> lines;
-    EXPECT_FALSE(compile_formula("1 + Foo.Bar_2", lookup, [&](std::string_view line) { lines.emplace_back(line); }));
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_EQ(lines[0], "Failed to map variable 'Foo.Bar_2' to either a constant or a pValue.");
-}
-
+// Short programs stand in the object, long ones on the heap.
 TEST(Formula, CopiesAndMovesKeepTheProgram) {
-    std::string text = "0";
-    for (int n = 1; n <= 30; ++n) text += " + (X * " + std::to_string(n) + ")";
-    for (const std::string& formula : {std::string{"X + 1"}, text}) {
-        auto original = compile_formula(formula, lookup).value();
+    std::string text = "X + 1";
+    for (int n = 1; n <= 30; n += 29) {
+        auto original = compile_formula(text, lookup).value();
         const compiled_formula_data copy = original;
         const compiled_formula_data moved = std::move(original);
         auto f = fetch;
         EXPECT_EQ(copy.execute(f)->to_integer(), moved.execute(f)->to_integer());
         EXPECT_EQ(copy.size(), moved.size());
+        for (int more = 0; more < 30; ++more) text += " + (X * 3)";
     }
-}
-
-TEST(Formula, AStackBeyondTheInlineOneWorks) {
-    std::string text = "1";
-    for (int n = 0; n < 100; ++n) text = "1 + (" + text + ")";
-    EXPECT_EQ(run(text)->to_integer(), 101);
 }
 
 // Constants and variables next to an operator are compiled in; a value that was computed before is not. All forms must
@@ -283,9 +271,9 @@ TEST(Formula, UnaryFunctionsTakeConstantsVariablesAndResults) {
     }
 }
 
-// Around the depth from which the stack is on the heap.
+// Around the depth from which the stack is on the heap, and far beyond.
 TEST(Formula, EveryDepthOfTheStackWorks) {
-    for (int depth = 1; depth < 50; ++depth) {
+    for (int depth = 1; depth < 101; ++depth) {
         std::string sum = "X";
         std::string choice = "X";
         for (int n = 0; n < depth; ++n) {

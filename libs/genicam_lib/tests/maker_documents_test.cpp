@@ -24,84 +24,19 @@ std::string text_of_file(const std::filesystem::path& file) {
     return {std::istreambuf_iterator<char>{in}, {}};
 }
 
-// Reads whatever a node has to say. Returns the number of values read.
-int read_everything(INode& node) {
-    (void)node.get_access_mode();
-    (void)node.is_available();
-    (void)node.is_implemented();
-    (void)node.is_locked();
-    (void)node.getVisibility();
-    std::vector<INode*> dependents;
-    node.get_dependent_nodes(dependents);
-    switch (node.node_type()) {
-    case NodeType_t::Integer: {
-        auto& integer = static_cast<IInteger&>(node);
-        (void)integer.get_min(0);
-        (void)integer.get_max(0);
-        (void)integer.get_inc(0);
-        (void)integer.get_representation();
-        (void)integer.get_valid_value_set(0);
-        return integer.get_val(0).has_value();
-    }
-    case NodeType_t::Float: {
-        auto& real = static_cast<IFloat&>(node);
-        (void)real.get_min(0);
-        (void)real.get_max(0);
-        (void)real.get_inc(0);
-        (void)real.get_unit();
-        (void)real.get_display_precision();
-        return real.get_val(0).has_value();
-    }
-    case NodeType_t::Boolean:
-        return static_cast<IBoolean&>(node).get_val(0).has_value();
-    case NodeType_t::Enumeration:
-        return static_cast<IEnumeration&>(node).get_val(0).has_value();
-    case NodeType_t::String:
-        return static_cast<IString&>(node).get_val(0).has_value();
-    case NodeType_t::Command:
-        return static_cast<ICommand&>(node).is_done(0).has_value();
-    default:
-        return 0;
-    }
-}
-
-// Every byte another, none of them changes by itself.
-class patterned_device final : public IDevicePort {
-public:
-    result<std::size_t> read(int64_t address, std::span<std::byte> data, unsigned) override {
-        for (std::size_t i = 0; i < data.size(); ++i) {
-            const auto at = static_cast<uint64_t>(address) + i;
-            const auto found = written.find(at);
-            data[i] = found != written.end() ? found->second : static_cast<std::byte>((at * 2654435761U) >> 16 & 0x7F);
-        }
-        return data.size();
-    }
-    std::error_code write(int64_t address, std::span<const std::byte> data, unsigned) override {
-        ++writes;
-        for (std::size_t i = 0; i < data.size(); ++i) written[static_cast<uint64_t>(address) + i] = data[i];
-        return {};
-    }
-    std::map<uint64_t, std::byte> written;
-    int writes = 0;
-};
-
-// A number's value as text, so that NaN equals itself; the error's otherwise.
-std::string number_text(INode& node, unsigned flags) {
-    const auto text = [](const auto& value) { return value ? std::to_string(*value) : "! " + value.error().message(); };
-    if (auto* integer = node_cast<IInteger>(&node)) return text(integer->get_val(flags));
-    if (auto* real = node_cast<IFloat>(&node)) return text(real->get_val(flags));
-    return {};
-}
-
-// Each number read through the cache equals itself read past it, in both orders, before and after writes.
+// Each value read through the cache equals itself read past it, in both orders, before and after writes. Every byte of
+// the device is another, and none of them changes by itself.
 void check_cache(IGenICamDoc& doc) {
-    patterned_device device;
+    counting_device device;
+    device.unwritten = [](int64_t at) {
+        return static_cast<std::byte>((static_cast<uint64_t>(at) * 2654435761U) >> 16 & 0x7F);
+    };
     ASSERT_THAT(doc.find<IPort>("Device")->bind(&device, bind_flags::clear_cache | bind_flags::invalidate), Passes());
     std::vector<INode*> nodes;
     doc.for_each_node([&](INode* node) { nodes.push_back(node); });
     const auto compare = [&](const char* when) {
         const auto one = [&](INode* node) {
-            EXPECT_EQ(number_text(*node, 0), number_text(*node, bypass_cache)) << node->get_name() << " " << when;
+            EXPECT_EQ(value_text(*node, 0), value_text(*node, bypass_cache)) << node->get_name() << " " << when;
         };
         std::ranges::for_each(nodes, one);
         std::for_each(nodes.rbegin(), nodes.rend(), one);
@@ -135,13 +70,13 @@ void check(const std::string& text, int least_nodes) {
     counting_device device;
     ASSERT_THAT(doc->find<IPort>("Device")->bind(&device, 0), Passes());
     int values = 0;
-    doc->for_each_node([&](INode* node) { values += read_everything(*node); });
+    doc->for_each_node([&](INode* node) {
+        read_everything(*node);
+        const std::string value = value_text(*node, 0);
+        values += !value.empty() && value[0] != '!';
+    });
     EXPECT_GT(values, nodes / 2);
     EXPECT_GT(device.reads, 10);
-    // From the cache now, but for what must not be cached.
-    const int reads = device.reads;
-    doc->for_each_node([&](INode* node) { (void)read_everything(*node); });
-    EXPECT_LE(device.reads, 2 * reads);
     doc->find<IPort>("Device")->unbind(0);
     check_cache(*doc);
 }

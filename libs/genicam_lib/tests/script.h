@@ -24,6 +24,18 @@ public:
         for (const std::string& step : steps) EXPECT_EQ(outcome_of(step), "") << step;
     }
 
+    // A value by its text, as in a step.
+    static std::error_code write(INode& node, const std::string& value, unsigned flags) {
+        if (auto* number = node_cast<IInteger>(&node)) return number->set_val(integer(value), flags);
+        if (auto* real = node_cast<IFloat>(&node)) return real->set_val(std::strtod(value.c_str(), nullptr), flags);
+        if (auto* boolean = node_cast<IBoolean>(&node)) return boolean->set_val(value == "true", flags);
+        if (auto* command = node_cast<ICommand>(&node)) return command->execute(flags);
+        if (auto* text = node_cast<IString>(&node)) return text->set_val(value, flags);
+        auto* enumeration = node_cast<IEnumeration>(&node);
+        if (enumeration == nullptr) throw std::runtime_error("cannot be written");
+        return enumeration->set_selected_entry(enumeration->find_entry_by_name(value), flags);
+    }
+
 private:
     static constexpr std::pair<const char*, genicam_errc> errors[] = {
         {"timeout", timeout},
@@ -87,14 +99,19 @@ private:
             flags |= named(all_flags, target.substr(from + 1, next - from - 1));
             from = next;
         }
-        INode& node = *sut.doc->find_node(target.substr(0, dot));
+        INode* const node = sut.doc->find_node(target.substr(0, dot));
+        if (node == nullptr) throw std::runtime_error("no such node: " + target);
         std::error_code error;
         std::string difference;
         if (writes) {
-            error = write(node, value, flags);
+            error = write(*node, value, flags);
         } else {
-            const auto found = read(node, property, value, flags);
-            found ? difference = *found : (error = found.error(), difference);
+            const auto found = read(*node, property, value, flags);
+            if (found) {
+                difference = *found;
+            } else {
+                error = found.error();
+            }
         }
         if (error != wanted) return error ? error.message() : "success";
         return difference;
@@ -162,6 +179,8 @@ private:
         if (property == ".fault") return same(std::string{node.get_fault()}, wanted);
         if (auto* integer = node_cast<IInteger>(&node)) return read_number(*integer, property, wanted, flags);
         if (auto* real = node_cast<IFloat>(&node)) return read_number(*real, property, wanted, flags);
+        const bool has_property = property == "" || property == ".max_length" || property == ".value";
+        if (!has_property) throw std::runtime_error("no such property: " + property);
         if (auto* boolean = node_cast<IBoolean>(&node)) return compared(boolean->get_val(flags), wanted);
         if (auto* command = node_cast<ICommand>(&node)) return compared(command->is_done(flags), wanted);
         if (auto* text = node_cast<IString>(&node)) {
@@ -184,17 +203,6 @@ private:
         if (property == ".unit") return same(std::string{node.get_unit()}, wanted);
         if (property != "") throw std::runtime_error("no such property: " + property);
         return compared(node.get_val(flags), wanted);
-    }
-
-    static std::error_code write(INode& node, const std::string& value, unsigned flags) {
-        if (auto* number = node_cast<IInteger>(&node)) return number->set_val(integer(value), flags);
-        if (auto* real = node_cast<IFloat>(&node)) return real->set_val(std::strtod(value.c_str(), nullptr), flags);
-        if (auto* boolean = node_cast<IBoolean>(&node)) return boolean->set_val(value == "true", flags);
-        if (auto* command = node_cast<ICommand>(&node)) return command->execute(flags);
-        if (auto* text = node_cast<IString>(&node)) return text->set_val(value, flags);
-        auto* enumeration = node_cast<IEnumeration>(&node);
-        if (enumeration == nullptr) throw std::runtime_error("cannot be written");
-        return enumeration->set_selected_entry(enumeration->find_entry_by_name(value), flags);
     }
 
     document& sut;

@@ -28,7 +28,7 @@ public:
         if (broken || address == broken_at) return fail(timeout);
         for (std::size_t i = 0; i < data.size(); ++i) {
             const auto found = memory.find(address + static_cast<int64_t>(i));
-            data[i] = found != memory.end() ? found->second : std::byte{0};
+            data[i] = found != memory.end() ? found->second : unwritten(address + static_cast<int64_t>(i));
         }
         if (const auto work = std::exchange(after_read, nullptr)) work();
         return data.size();
@@ -57,6 +57,7 @@ public:
     int writes = 0;
     bool broken = false;
     std::optional<int64_t> broken_at;
+    std::function<std::byte(int64_t)> unwritten = [](int64_t) { return std::byte{0}; };
     std::function<void()> after_read; // once, before the reader has the bytes
 };
 
@@ -105,6 +106,44 @@ MATCHER(Passes, "") {
 MATCHER_P(Refuses, code, "") {
     *result_listener << (arg ? arg.message() : "succeeds");
     return arg == make_error_code(code);
+}
+
+// Reads whatever a node has to say.
+inline void read_everything(INode& node) {
+    (void)node.get_access_mode();
+    (void)node.is_available();
+    (void)node.is_locked();
+    (void)node.getVisibility();
+    std::vector<INode*> dependents;
+    node.get_dependent_nodes(dependents);
+    const auto number = [](auto& of) {
+        (void)of.get_min(0);
+        (void)of.get_max(0);
+        (void)of.get_inc(0);
+        (void)of.get_unit();
+        (void)of.get_representation();
+        (void)of.get_valid_value_set(0);
+    };
+    if (auto* integer = node_cast<IInteger>(&node)) number(*integer);
+    if (auto* real = node_cast<IFloat>(&node)) number(*real);
+    if (auto* command = node_cast<ICommand>(&node)) (void)command->is_done(0);
+}
+
+// The value as text, so that NaN equals itself; the error's otherwise. Empty for what has no value.
+[[nodiscard]] inline std::string value_text(INode& node, unsigned flags) {
+    const auto text = [](const auto& value) -> std::string {
+        if (!value) return "! " + value.error().message();
+        if constexpr (requires { std::to_string(*value); })
+            return std::to_string(*value);
+        else
+            return *value;
+    };
+    if (auto* integer = node_cast<IInteger>(&node)) return text(integer->get_val(flags));
+    if (auto* real = node_cast<IFloat>(&node)) return text(real->get_val(flags));
+    if (auto* boolean = node_cast<IBoolean>(&node)) return text(boolean->get_val(flags));
+    if (auto* enumeration = node_cast<IEnumeration>(&node)) return text(enumeration->get_val(flags));
+    if (auto* words = node_cast<IString>(&node)) return text(words->get_val(flags));
+    return {};
 }
 
 // Names the cases of a table by their member `name`.

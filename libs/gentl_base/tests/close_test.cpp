@@ -46,10 +46,7 @@ TEST(Close, ACallUnderWayKeepsItsModulesWhileStreamsStopAtOnce) {
             EXPECT_EQ(DSGetInfo(chain.ds, STREAM_INFO_ID, nullptr, nullptr, nullptr),
                       std::string_view{r.name} == "GCCloseLib" ? GC_ERR_NOT_INITIALIZED : GC_ERR_INVALID_HANDLE);
         };
-        INFO_DATATYPE type = 0;
-        size_t value = 0;
-        size_t size = sizeof value;
-        EXPECT_EQ(DSGetInfo(chain.ds, STREAM_INFO_PAYLOAD_SIZE, &type, &value, &size), GC_ERR_SUCCESS);
+        EXPECT_EQ(stream_info<size_t>(chain.ds, STREAM_INFO_PAYLOAD_SIZE), 4096U);
         EXPECT_TRUE(modules.back().expired()) << "nothing holds what is closed once the call is over";
         EXPECT_EQ(stops, 1);
     }
@@ -139,10 +136,7 @@ TEST(Close, AClosedStreamTakesNothingMore) {
         EXPECT_EQ(object.AnnounceBuffer(memory, sizeof memory, nullptr, &buffer).code, GC_ERR_INVALID_HANDLE);
         EXPECT_EQ(object.StartAcquisition(0, 1).code, GC_ERR_INVALID_HANDLE);
     };
-    INFO_DATATYPE type = 0;
-    size_t value = 0;
-    size_t size = sizeof value;
-    EXPECT_EQ(DSGetInfo(chain.ds, STREAM_INFO_PAYLOAD_SIZE, &type, &value, &size), GC_ERR_SUCCESS);
+    EXPECT_EQ(stream_info<size_t>(chain.ds, STREAM_INFO_PAYLOAD_SIZE), 4096U);
     EXPECT_EQ(starts, 0);
 }
 
@@ -183,14 +177,6 @@ TEST(Close, ABufferIsEitherQueuedOrRevoked) {
     }
 }
 
-TEST(Close, NoSizeWrapsToASmallBlock) {
-    const open_chain chain;
-    for (const size_t size : {SIZE_MAX, SIZE_MAX - 1, SIZE_MAX - 4095, SIZE_MAX / 2 + 1}) {
-        BUFFER_HANDLE buffer = nullptr;
-        EXPECT_EQ(DSAllocAndAnnounceBuffer(chain.ds, size, nullptr, &buffer), GC_ERR_OUT_OF_MEMORY) << size;
-    }
-}
-
 // In a process of its own each: the end is for good.
 TEST(Close, AfterTheEndNothingIsDone) {
     struct row {
@@ -218,10 +204,7 @@ TEST(Close, AfterTheEndNothingIsDone) {
                  GCCloseLib();
                  answer = end_library();
              };
-             INFO_DATATYPE type = 0;
-             size_t value = 0;
-             size_t size = sizeof value;
-             DSGetInfo(chain.ds, STREAM_INFO_PAYLOAD_SIZE, &type, &value, &size);
+             static_cast<void>(stream_info<size_t>(chain.ds, STREAM_INFO_PAYLOAD_SIZE));
              return answer;
          }},
     };

@@ -7,6 +7,9 @@
 #include <gentl_producer/Library.h>
 #include <gentl_producer/SystemImpl.h>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include <functional>
 #include <memory>
 #include <vector>
@@ -130,6 +133,25 @@ inline std::string last_error_text() {
     size_t size = sizeof text;
     GCGetLastError(&code, text, &size);
     return text;
+}
+
+MATCHER_P2(IsRefused, code, words, "") {
+    *result_listener << "says '" << last_error_text() << "'";
+    return arg == code && last_error_text() == words;
+}
+
+// The answer of an info function as a T; `ask` passes the type's place, the buffer and its size on.
+template <class T>
+T answer_of(const std::function<GC_ERROR(INFO_DATATYPE*, void*, size_t*)>& ask) {
+    INFO_DATATYPE type = 0;
+    T value{};
+    size_t size = sizeof value;
+    EXPECT_EQ(ask(&type, &value, &size), GC_ERR_SUCCESS);
+    return value;
+}
+template <class T>
+T stream_info(DS_HANDLE ds, STREAM_INFO_CMD command) {
+    return answer_of<T>([&](auto... out) { return DSGetInfo(ds, command, out...); });
 }
 
 // The library opened down to a stream, closed again at the end.

@@ -23,31 +23,25 @@ protected:
 };
 
 TEST_F(Library, EveryFunctionAsksForInitialisationBeforeItsArguments) {
-    EXPECT_EQ(GCGetInfo(TL_INFO_ID, nullptr, nullptr, nullptr), GC_ERR_NOT_INITIALIZED);
-    EXPECT_EQ(TLOpen(nullptr), GC_ERR_NOT_INITIALIZED);
-    EXPECT_EQ(TLClose(nullptr), GC_ERR_NOT_INITIALIZED);
-    EXPECT_EQ(IFClose(nullptr), GC_ERR_NOT_INITIALIZED);
-    EXPECT_EQ(DevClose(nullptr), GC_ERR_NOT_INITIALIZED);
-    EXPECT_EQ(DSClose(nullptr), GC_ERR_NOT_INITIALIZED);
-    EXPECT_EQ(DSQueueBuffer(nullptr, nullptr), GC_ERR_NOT_INITIALIZED);
-    EXPECT_EQ(GCReadPort(nullptr, 0, nullptr, nullptr), GC_ERR_NOT_INITIALIZED);
-    EXPECT_EQ(EventGetData(nullptr, nullptr, nullptr, 0), GC_ERR_NOT_INITIALIZED);
-    EXPECT_EQ(GCRegisterEvent(nullptr, EVENT_MODULE, nullptr), GC_ERR_NOT_INITIALIZED);
+    for (const GC_ERROR answer :
+         {GCGetInfo(TL_INFO_ID, nullptr, nullptr, nullptr), TLOpen(nullptr), IFClose(nullptr), DevClose(nullptr),
+          DSQueueBuffer(nullptr, nullptr), GCReadPort(nullptr, 0, nullptr, nullptr),
+          EventGetData(nullptr, nullptr, nullptr, 0), GCRegisterEvent(nullptr, EVENT_MODULE, nullptr)}) {
+        EXPECT_EQ(answer, GC_ERR_NOT_INITIALIZED);
+    }
     GC_ERROR code = 0;
     EXPECT_EQ(GCGetLastError(&code, nullptr, nullptr), GC_ERR_NOT_INITIALIZED);
 }
 
 TEST_F(Library, ModesExcludeEachOther) {
     ASSERT_EQ(GCInitLib(), GC_ERR_SUCCESS);
-    EXPECT_EQ(GCInitLib(), GC_ERR_RESOURCE_IN_USE);
-    EXPECT_EQ(last_error_text(), "GCInitLib called twice");
-    EXPECT_EQ(GCInitLibShared(), GC_ERR_RESOURCE_IN_USE);
-    EXPECT_EQ(last_error_text(), "GCInitLib has been called, initialized in exclusive mode");
+    EXPECT_THAT(GCInitLib(), IsRefused(GC_ERR_RESOURCE_IN_USE, "GCInitLib called twice"));
+    EXPECT_THAT(GCInitLibShared(),
+                IsRefused(GC_ERR_RESOURCE_IN_USE, "GCInitLib has been called, initialized in exclusive mode"));
     TL_HANDLE first = nullptr;
     TL_HANDLE second = nullptr;
     EXPECT_EQ(TLOpen(&first), GC_ERR_SUCCESS);
-    EXPECT_EQ(TLOpen(&second), GC_ERR_RESOURCE_IN_USE);
-    EXPECT_EQ(last_error_text(), "Module already opened");
+    EXPECT_THAT(TLOpen(&second), IsRefused(GC_ERR_RESOURCE_IN_USE, "Module already opened"));
     EXPECT_EQ(GCCloseLib(), GC_ERR_SUCCESS);
 }
 
@@ -55,8 +49,7 @@ TEST_F(Library, SharedModeStacksAndTellsTheFactoryOnce) {
     const int closed = installed_factory().closed;
     ASSERT_EQ(GCInitLibShared(), GC_ERR_SUCCESS);
     ASSERT_EQ(GCInitLibShared(), GC_ERR_SUCCESS);
-    EXPECT_EQ(GCInitLib(), GC_ERR_RESOURCE_IN_USE);
-    EXPECT_EQ(last_error_text(), "GCInitLib called twice");
+    EXPECT_THAT(GCInitLib(), IsRefused(GC_ERR_RESOURCE_IN_USE, "GCInitLib called twice"));
     TL_HANDLE first = nullptr;
     TL_HANDLE second = nullptr;
     EXPECT_EQ(TLOpen(&first), GC_ERR_SUCCESS);
@@ -88,20 +81,15 @@ TEST_F(Library, HandlesOfEveryFamilyAreCheckedWithTheirOwnWords) {
         {[](void* h) { return GCGetPortURL(h, nullptr, nullptr); }, "hPort == nullptr", "Unknown hPort", nullptr},
     };
     for (const row& r : rows) {
-        EXPECT_EQ(r.call(nullptr), GC_ERR_INVALID_HANDLE);
-        EXPECT_EQ(last_error_text(), r.null_text);
-        EXPECT_EQ(r.call(&unknown), GC_ERR_INVALID_HANDLE);
-        EXPECT_EQ(last_error_text(), r.unknown_text);
+        EXPECT_THAT(r.call(nullptr), IsRefused(GC_ERR_INVALID_HANDLE, r.null_text));
+        EXPECT_THAT(r.call(&unknown), IsRefused(GC_ERR_INVALID_HANDLE, r.unknown_text));
         if (r.wrong_family == nullptr) continue;
-        EXPECT_EQ(r.call(r.wrong_family), GC_ERR_INVALID_HANDLE);
-        EXPECT_EQ(last_error_text(), r.unknown_text);
+        EXPECT_THAT(r.call(r.wrong_family), IsRefused(GC_ERR_INVALID_HANDLE, r.unknown_text));
     }
-    EXPECT_EQ(DSQueueBuffer(chain.ds, nullptr), GC_ERR_INVALID_HANDLE);
-    EXPECT_EQ(last_error_text(), "hBuffer == nullptr");
+    EXPECT_THAT(DSQueueBuffer(chain.ds, nullptr), IsRefused(GC_ERR_INVALID_HANDLE, "hBuffer == nullptr"));
     BUFFER_HANDLE buffer = nullptr;
     EXPECT_EQ(DSGetBufferID(chain.ds, 7, &buffer), GC_ERR_INVALID_INDEX);
-    EXPECT_EQ(DSQueueBuffer(chain.ds, &unknown), GC_ERR_INVALID_HANDLE);
-    EXPECT_EQ(last_error_text(), "Unknown hBuffer");
+    EXPECT_THAT(DSQueueBuffer(chain.ds, &unknown), IsRefused(GC_ERR_INVALID_HANDLE, "Unknown hBuffer"));
 }
 
 TEST_F(Library, ClosedModulesAndTheirChildrenAreUnknownAtOnce) {
@@ -112,16 +100,15 @@ TEST_F(Library, ClosedModulesAndTheirChildrenAreUnknownAtOnce) {
     EXPECT_EQ(DSClose(chain.ds), GC_ERR_INVALID_HANDLE);
     IF_HANDLE again = nullptr;
     EXPECT_EQ(TLOpenInterface(chain.tl, "if0", &again), GC_ERR_SUCCESS);
-    EXPECT_EQ(TLOpenInterface(chain.tl, "if0", &again), GC_ERR_RESOURCE_IN_USE);
-    EXPECT_EQ(last_error_text(), "Interface already opened");
+    EXPECT_THAT(TLOpenInterface(chain.tl, "if0", &again),
+                IsRefused(GC_ERR_RESOURCE_IN_USE, "Interface already opened"));
 }
 
 TEST_F(Library, TheLastErrorIsPerThreadAndSurvivesSuccess) {
     const open_chain chain;
     EXPECT_EQ(TLOpenInterface(chain.tl, "nowhere", nullptr), GC_ERR_INVALID_PARAMETER);
     uint32_t count = 0;
-    EXPECT_EQ(TLGetNumInterfaces(chain.tl, &count), GC_ERR_SUCCESS);
-    EXPECT_EQ(last_error_text(), "phInterface == nullptr");
+    EXPECT_THAT(TLGetNumInterfaces(chain.tl, &count), IsRefused(GC_ERR_SUCCESS, "phInterface == nullptr"));
     std::thread{[] { EXPECT_EQ(last_error_text(), "No Error"); }}.join();
 
     GC_ERROR code = 0;
@@ -152,22 +139,21 @@ TEST_F(Library, DevicesAnswerByTheirState) {
     for (const row& r : rows) {
         INFO_DATATYPE type = 0;
         size_t size = 0;
-        EXPECT_EQ(IFGetDeviceInfo(chain.iface, r.id, r.command, &type, nullptr, &size), r.code);
-        EXPECT_EQ(last_error_text(), r.text);
+        EXPECT_THAT(IFGetDeviceInfo(chain.iface, r.id, r.command, &type, nullptr, &size), IsRefused(r.code, r.text));
     }
     DEV_HANDLE again = nullptr;
-    EXPECT_EQ(IFOpenDevice(chain.iface, "dev0", DEVICE_ACCESS_CONTROL, &again), GC_ERR_RESOURCE_IN_USE);
-    EXPECT_EQ(last_error_text(), "Device already opened");
-    EXPECT_EQ(IFOpenDevice(chain.iface, "dev1", DEVICE_ACCESS_NONE, &again), GC_ERR_INVALID_PARAMETER);
-    EXPECT_EQ(last_error_text(), "iOpenFlags == GenTL::DEVICE_ACCESS_NONE");
+    EXPECT_THAT(IFOpenDevice(chain.iface, "dev0", DEVICE_ACCESS_CONTROL, &again),
+                IsRefused(GC_ERR_RESOURCE_IN_USE, "Device already opened"));
+    EXPECT_THAT(IFOpenDevice(chain.iface, "dev1", DEVICE_ACCESS_NONE, &again),
+                IsRefused(GC_ERR_INVALID_PARAMETER, "iOpenFlags == GenTL::DEVICE_ACCESS_NONE"));
 
     EVENT_HANDLE event = nullptr;
     ASSERT_EQ(GCRegisterEvent(chain.dev, EVENT_ERROR, &event), GC_ERR_SUCCESS);
     chain.device_object().mark_lost();
     INFO_DATATYPE type = 0;
     size_t size = 0;
-    EXPECT_EQ(DevGetInfo(chain.dev, DEVICE_INFO_ID, &type, nullptr, &size), GC_ERR_CUSTOM_ID);
-    EXPECT_EQ(last_error_text(), "Device lost");
+    EXPECT_THAT(DevGetInfo(chain.dev, DEVICE_INFO_ID, &type, nullptr, &size),
+                IsRefused(GC_ERR_CUSTOM_ID, "Device lost"));
     ErrorEventRecord record{};
     size = sizeof record;
     EXPECT_EQ(EventGetData(event, &record, &size, 0), GC_ERR_SUCCESS);

@@ -119,27 +119,15 @@ TEST(ModulePort, ConcurrentFirstAccessBuildsOneDocument) {
 // A list event carries one byte; the feature of the module's own document reads it from its event port.
 TEST(ModulePort, ListEventsAreReadFromWhatTheEventCarries) {
     const open_chain chain;
-    struct one_byte final : GenICam::IDevicePort {
-        explicit one_byte(std::byte v) : value(v) {}
-        GenICam::result<std::size_t> read(int64_t address, std::span<std::byte> data, unsigned) override {
-            if (address != 0 || data.size() != 1) return GenICam::fail(GenICam::genicam_errc::generic_error);
-            data[0] = value;
-            return std::size_t{1};
-        }
-        std::error_code write(int64_t, std::span<const std::byte>, unsigned) override {
-            return make_error_code(GenICam::genicam_errc::generic_error);
-        }
-        std::byte value;
-    };
     for (const auto& [module, feature, value] : {std::tuple{chain.tl, "EventInterfaceListChanged", 0x40},
                                                  std::tuple{chain.iface, "EventDeviceListChanged", 0x30}}) {
         const std::string text = document_of(module);
         const auto document = GenICam::create_document(text);
         ASSERT_NE(document, nullptr);
-        one_byte event{static_cast<std::byte>(value)};
+        std::byte event[1] = {static_cast<std::byte>(value)};
         auto* port = document->find<GenICam::IPort>(std::string{feature} + "Port");
         ASSERT_NE(port, nullptr) << feature;
-        ASSERT_FALSE(port->bind(&event, 0));
+        ASSERT_FALSE(port->bind(std::span{event}, 0));
         const auto read = document->find<GenICam::IInteger>(feature)->get_val(GenICam::access_flags::bypass_cache);
         ASSERT_TRUE(read) << feature << ": " << read.error().message();
         EXPECT_EQ(*read, value);

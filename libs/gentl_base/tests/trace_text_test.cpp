@@ -14,45 +14,36 @@
 using namespace GenTL;
 using namespace GenTL::Producer;
 
+// Each argument's form by its kind; a name and a number beyond an enumeration's names.
 TEST(TraceText, Arguments) {
     int* null_pointer = nullptr;
     auto* pointer = reinterpret_cast<int*>(0x1234);
     const char* text = "abc";
-    const uint32_t number = 42;
     const uint64_t iAddress = 0xAB;
-    EXPECT_EQ(ORV_ARG(null_pointer), "null_pointer = <null>");
-    EXPECT_EQ(ORV_ARG(pointer), "pointer = 0x1234");
-    EXPECT_EQ(ORV_ARG(text), "text = \"abc\"");
-    EXPECT_EQ(ORV_ARG(number), "number = 42");
-    EXPECT_EQ(ORV_HEX(iAddress), "iAddress = 0xab");
-    const int32_t command = 1000;
-    EXPECT_EQ(ORV_ENUM(DEVICE_INFO_CMD, command), "command = DEVICE_INFO_CUSTOM_ID");
-    const int32_t beyond = 4711;
-    EXPECT_EQ(ORV_ENUM(DEVICE_INFO_CMD, beyond), "beyond = 4711");
-    const int32_t event = EVENT_MODULE;
-    EXPECT_EQ(ORV_ENUM(EVENT_TYPE, event), "event = EVENT_TYPE::EVENT_MODULE");
+    const int32_t command = 1000, beyond = 4711, event = EVENT_MODULE;
     uint32_t out = 7;
     uint32_t* piOut = &out;
-    EXPECT_EQ(ORV_OUT(piOut), "*piOut = 7");
-}
-
-TEST(TraceText, Memory) {
-    const unsigned char four[] = {1, 2, 3, 4};
-    const unsigned char many[20] = {};
-    EXPECT_EQ(Debug::argument_text("b", Debug::dump_buffer{four, 4}), "b = <01020304> Bytes (u32 0x4030201)");
-    EXPECT_EQ(Debug::argument_text("b", Debug::dump_buffer{four, 3}), "b = <010203> Bytes");
-    EXPECT_EQ(Debug::argument_text("b", Debug::dump_buffer{many, 20}),
-              "b = <00000000000000000000000000000000... > Bytes");
+    const unsigned char many[20] = {1, 2, 3, 4};
     INFO_DATATYPE type = INFO_DATATYPE_UINT64;
-    const INFO_DATATYPE* piType = &type;
+    const INFO_DATATYPE *piType = &type, *no_type = nullptr;
     const uint64_t value = 9;
     const void* pBuffer = &value;
-    EXPECT_EQ(ORV_ARG(Debug::dump_void_ptr(pBuffer, piType)), "*(uint64_t*) pBuffer = 9");
-    type = INFO_DATATYPE_STRING;
-    pBuffer = "xyz";
-    EXPECT_EQ(ORV_ARG(Debug::dump_void_ptr(pBuffer, piType)), "(char*)pBuffer = \"xyz\"");
-    piType = nullptr;
-    EXPECT_EQ(ORV_ARG(Debug::dump_void_ptr(pBuffer, piType)), "pBuffer = <no type>");
+    const std::pair<std::string, const char*> rows[] = {
+        {ORV_ARG(null_pointer), "null_pointer = <null>"},
+        {ORV_ARG(pointer), "pointer = 0x1234"},
+        {ORV_ARG(text), "text = \"abc\""},
+        {ORV_HEX(iAddress), "iAddress = 0xab"},
+        {ORV_ENUM(DEVICE_INFO_CMD, command), "command = DEVICE_INFO_CUSTOM_ID"},
+        {ORV_ENUM(DEVICE_INFO_CMD, beyond), "beyond = 4711"},
+        {ORV_ENUM(EVENT_TYPE, event), "event = EVENT_TYPE::EVENT_MODULE"},
+        {ORV_OUT(piOut), "*piOut = 7"},
+        {Debug::argument_text("b", Debug::dump_buffer{many, 4}), "b = <01020304> Bytes (u32 0x4030201)"},
+        {Debug::argument_text("b", Debug::dump_buffer{many, 3}), "b = <010203> Bytes"},
+        {Debug::argument_text("b", Debug::dump_buffer{many, 20}), "b = <01020304000000000000000000000000... > Bytes"},
+        {ORV_ARG(Debug::dump_void_ptr(pBuffer, piType)), "*(uint64_t*) pBuffer = 9"},
+        {ORV_ARG(Debug::dump_void_ptr(pBuffer, no_type)), "pBuffer = <no type>"},
+    };
+    for (const auto& [found, wanted] : rows) EXPECT_EQ(found, wanted);
 }
 
 namespace {

@@ -6,7 +6,6 @@
 #include <array>
 #include <cmath>
 #include <functional>
-#include <random>
 #include <string>
 
 using namespace kernel_test;
@@ -189,8 +188,6 @@ std::uint32_t id(const char* text) {
 } // namespace
 
 TEST(ColourLines, EveryPairOnEveryLevel) {
-    std::mt19937 random(21);
-    const auto all = levels();
     for (const pair_row& row : rows)
         for (const char* in : row.from)
             for (const char* out : row.to)
@@ -199,38 +196,23 @@ TEST(ColourLines, EveryPairOnEveryLevel) {
                         if (std::string(in) == out || (id(out) == fcc("GBCp") && width % 2 != 0)) continue;
                         if (id(in) == fcc("Y12p") && width % 2 != 0) continue;
                         const std::int32_t pad = width % 4 == 1 ? 5 : 0;
-                        const image from(id(in), width, height, pad);
-                        image to(id(out), width, height, 2 * pad);
-                        for (std::size_t i = image::front; i < from.memory.size; ++i)
-                            from.memory.bytes[i] =
-                                static_cast<std::uint8_t>(width % 2 == 0 ? random() : random() % 2 * 255);
-                        std::vector<std::uint8_t> first;
-                        for (const filter_table& level : all) {
-                            const kernel_fn kernel = find_kernel(level, kernel_slot::convert_lines, to.view, from.view);
-                            ASSERT_NE(kernel, nullptr) << in << " to " << out;
-                            std::memset(to.memory.bytes, 0xEE, to.memory.size);
-                            run(kernel, to.view, from.view, nullptr, 0, std::min(height, 4));
-                            if (height > 4) run(kernel, to.view, from.view, nullptr, 4);
-                            ASSERT_TRUE(to.frame_untouched()) << in << " to " << out << ' ' << width;
-                            if (first.empty()) {
-                                first = to.content();
-                                ASSERT_TRUE(agrees(to.view, from.view))
-                                    << in << " to " << out << ' ' << width << 'x' << height;
-                            }
-                            ASSERT_EQ(first, to.content())
-                                << in << " to " << out << ' ' << width << " level " << level[0].required_cpu;
-                        }
+                        const image from(id(in), width, height, pad), to(id(out), width, height, 2 * pad);
+                        from.noise(21);
+                        if (width % 2 != 0) // extremes alone
+                            for (std::size_t i = image::front; i < from.memory.size; ++i)
+                                from.memory.bytes[i] = from.memory.bytes[i] % 2 == 0 ? 0 : 255;
+                        on_each_level(kernel_slot::convert_lines, to, from, nullptr,
+                                      [&] { ASSERT_TRUE(agrees(to.view, from.view)); });
+                        if (HasFatalFailure()) return;
                     }
 }
 
 // What is taken apart into planes goes back together unchanged, at every width.
 TEST(ColourLines, PackedYuvThroughPlanesIsLossless) {
-    std::mt19937 random(22);
     for (const char* format : {"YUY2", "UYVY", "Y411", "Y412"})
         for (std::int32_t width = 2; width < 80; ++width) {
             const image from(id(format), width, 2, 3), planes(fcc("YU8p"), width, 2, 0), back(id(format), width, 2, 3);
-            for (std::size_t i = image::front; i < from.memory.size; ++i)
-                from.memory.bytes[i] = static_cast<std::uint8_t>(random());
+            from.noise(22);
             const filter_table level = get_filter_table(cpu_mask());
             run(find_kernel(level, kernel_slot::convert_lines, planes.view, from.view), planes.view, from.view,
                 nullptr);

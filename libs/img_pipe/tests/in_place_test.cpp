@@ -30,28 +30,6 @@ int layout_bits(std::uint32_t id) {
 
 } // namespace
 
-TEST(InPlace, IsAlikeForAllThreadsAndLevels) {
-    // At 35 pixels a packed line ends inside a group of samples.
-    for (const std::int32_t width : {36, 35})
-        for (const std::uint32_t id : in_place_formats())
-            for (transform_params params : parameter_sets()) {
-                std::vector<std::uint8_t> expected;
-                for (const std::uint32_t mask : masks())
-                    for (const unsigned threads : {1U, 3U}) {
-                        const image picture(id, width, 206, 5);
-                        fill(picture, id);
-                        params.optimization_level = mask;
-                        params.max_concurrency = threads;
-                        transform_pipe pipe;
-                        ASSERT_TRUE(pipe.transform_in_place(picture.view, params)) << fcc_name(id);
-                        ASSERT_TRUE(picture.frame_untouched()) << fcc_name(id);
-                        if (expected.empty()) expected = picture.content();
-                        ASSERT_TRUE(picture.content() == expected)
-                            << fcc_name(id) << ' ' << width << " level " << mask << " threads " << threads;
-                    }
-            }
-}
-
 // The lines around each place where strips meet come from the picture as it was, for every number of strips.
 TEST(InPlace, EqualsTheSameFromOneImageToAnother) {
     for (const char* name : {"Y800", "Y16 ", "YUY2", "Y411", "BGR3", "BGR4"})

@@ -4,12 +4,15 @@
 #include <img_pipe/kernel_params.h>
 #include <img_pipe/work_pool.h>
 
+#include <gtest/gtest.h>
+
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <random>
 #include <vector>
 
 namespace kernel_test {
@@ -72,6 +75,12 @@ struct image {
             at += view.plane_data[i].stride * (height / d.planes[i].vertical_subsampling);
         }
     }
+    // Random bytes wherever an image lies, its padding too; values of `range` from `low` on.
+    void noise(unsigned seed, unsigned low = 0, unsigned range = 256) const {
+        std::mt19937 random(seed);
+        for (std::size_t i = front; i < memory.size; ++i)
+            memory.bytes[i] = static_cast<std::uint8_t>(low + random() % range);
+    }
     std::vector<std::uint8_t> content() const { return {memory.bytes, memory.bytes + memory.size}; }
     // Whether all bytes that belong to no pixel are as they were.
     bool frame_untouched() const {
@@ -99,5 +108,29 @@ private:
         return size;
     }
 };
+
+// Runs a kernel on every level, in strips of four lines where strips can be: all write the same bytes, and none but the
+// image's. `check` sees the first of them.
+template <class Check>
+void on_each_level(kernel_slot slot, const image& to, const image& from, const void* params, const Check& check) {
+    std::vector<std::uint8_t> first;
+    for (const filter_table& level : levels()) {
+        SCOPED_TRACE(::testing::Message()
+                     << fcc_name(from.view.format) << " to " << fcc_name(to.view.format) << ' ' << from.view.width
+                     << 'x' << from.view.height << " level " << level[0].required_cpu);
+        const kernel_fn kernel = find_kernel(level, slot, to.view, from.view);
+        ASSERT_NE(kernel, nullptr);
+        std::memset(to.memory.bytes, 0xEE, to.memory.size);
+        const std::int32_t height = from.view.height, strip = to.view.height == height ? 4 : height;
+        for (std::int32_t y = 0; y < height; y += strip)
+            run(kernel, to.view, from.view, params, y, std::min(strip, height - y));
+        ASSERT_TRUE(to.frame_untouched());
+        if (first.empty()) {
+            first = to.content();
+            check();
+        }
+        ASSERT_TRUE(first == to.content());
+    }
+}
 
 } // namespace kernel_test

@@ -51,11 +51,17 @@ void put(const format& f, std::uint8_t* line, std::size_t x, unsigned v) {
     }
 }
 
-img_descriptor view_of(const guarded& memory, const format& f, std::int32_t width, std::int32_t height,
-                       std::int32_t pad) {
-    img_descriptor v{f.id, width, height, static_cast<std::uint32_t>(memory.size), 0, {}};
-    v.plane_data[0] = {memory.bytes, line_stride(f.id, width) + pad};
-    return v;
+std::uint8_t* line(const image& of, std::int32_t y) {
+    return of.view.plane_data[0].data + y * of.view.plane_data[0].stride;
+}
+
+// Random samples; the unused upper bits of unpacked ones are 0.
+void fill(const image& to, const format& f, unsigned seed) {
+    to.noise(seed);
+    if (f.group != 1 || f.bits <= 8) return;
+    for (std::int32_t y = 0; y < to.view.height; ++y)
+        for (std::int32_t x = 0; x < to.view.width; ++x)
+            line(to, y)[2 * x + 1] &= static_cast<std::uint8_t>((1U << (f.bits - 8)) - 1);
 }
 
 constexpr sample_params tones[] = {{{1, 1, 1, 1}, 0, nullptr, nullptr},
@@ -79,78 +85,53 @@ TEST(SampleLines, PublishedVectors) {
 }
 
 TEST(SampleLines, EveryPackingToEveryOtherOnEveryLevel) {
-    std::mt19937 random(11);
-    const auto all = levels();
     for (const format& in : formats)
         for (const format& out : formats)
             for (std::int32_t width : {1, 2, 3, 4, 7, 8, 12, 15, 16, 17, 20, 32, 36, 63, 64, 100, 642})
                 for (const sample_params* tone : {static_cast<const sample_params*>(nullptr), &tones[0], &tones[1]}) {
-                    const auto group = static_cast<std::int32_t>(std::max(in.group, out.group));
-                    if (width % group != 0) continue;
+                    if (width % static_cast<std::int32_t>(std::max(in.group, out.group)) != 0) continue;
                     const std::int32_t height = 3, pad = width % 3 == 0 ? 5 : 0;
-                    const auto bytes = [&](const format& f) {
-                        return static_cast<std::size_t>((line_stride(f.id, width) + pad) * (height - 1) +
-                                                        line_stride(f.id, width));
-                    };
-                    const guarded source(bytes(in)), result(bytes(out));
-                    for (std::size_t i = 0; i < source.size; ++i) source.bytes[i] = static_cast<std::uint8_t>(random());
-                    const img_descriptor from = view_of(source, in, width, height, pad),
-                                         to = view_of(result, out, width, height, pad);
-                    for (std::int32_t y = 0; y < height; ++y) // unused upper bits of unpacked samples are 0
-                        for (std::size_t x = 0; x < static_cast<std::size_t>(width) && in.group == 1 && in.bits > 8;
-                             ++x) {
-                            std::uint8_t* line = source.bytes + y * from.plane_data[0].stride;
-                            line[2 * x + 1] &= static_cast<std::uint8_t>((1U << (in.bits - 8)) - 1);
-                        }
-                    std::vector<std::uint8_t> expected(result.size, 0xEE);
+                    const image from(in.id, width, height, pad), to(out.id, width, height, pad),
+                        expected(out.id, width, height, pad);
+                    fill(from, in, static_cast<unsigned>(width));
                     for (std::int32_t y = 0; y < height; ++y)
                         for (std::size_t x = 0; x < static_cast<std::size_t>(width); ++x) {
-                            unsigned v = get(in, source.bytes + y * from.plane_data[0].stride, x);
+                            unsigned v = get(in, line(from, y), x);
                             v = in.bits == 8 ? v * 257 : v << (16 - in.bits);
                             if (tone != nullptr) {
                                 float r = static_cast<float>(v) * tone->gain[(y % 2) * 2 + static_cast<int>(x % 2)];
                                 r += tone->offset;
                                 v = static_cast<unsigned>(std::nearbyint(std::clamp(r, 0.0F, 65535.0F)));
                             }
-                            std::uint8_t* line = expected.data() + y * to.plane_data[0].stride;
-                            if (out.group == 1 && out.bits > 8) line[2 * x + 1] = 0;
-                            put(out, line, x, v >> (16 - out.bits));
+                            if (out.group == 1 && out.bits > 8) line(expected, y)[2 * x + 1] = 0;
+                            put(out, line(expected, y), x, v >> (16 - out.bits));
                         }
-                    for (const filter_table& level : all) {
-                        const kernel_fn kernel = find_kernel(level, kernel_slot::convert_lines, to, from);
-                        ASSERT_NE(kernel, nullptr);
-                        std::memset(result.bytes, 0xEE, result.size);
-                        run(kernel, to, from, tone);
-                        ASSERT_EQ(std::memcmp(result.bytes, expected.data(), expected.size()), 0)
-                            << fcc_name(in.id) << " to " << fcc_name(out.id) << " width " << width << " level "
-                            << level[0].required_cpu << " tone " << (tone == nullptr ? -1 : tone - tones);
-                    }
+                    on_each_level(kernel_slot::convert_lines, to, from, tone, [&] {
+                        ASSERT_TRUE(to.content() == expected.content())
+                            << "tone " << (tone == nullptr ? -1 : tone - tones);
+                    });
                 }
 }
 
 // A line that ends inside a byte, in place: neutral values change nothing, and other levels do the same to the rest.
 TEST(SampleLines, InPlaceAtWidthsBetweenGroups) {
-    std::mt19937 random(12);
     for (const format& f : formats)
         for (std::int32_t width = 1; width < 70; ++width) {
             if (line_stride(f.id, width) == 0) continue;
-            const guarded image(static_cast<std::size_t>(line_stride(f.id, width)) * 4);
-            std::vector<std::uint8_t> original(image.size), first;
-            for (auto& byte : original) byte = static_cast<std::uint8_t>(random());
-            if (f.group == 1 && f.bits > 8)
-                for (std::size_t i = 1; i < original.size(); i += 2)
-                    original[i] &= static_cast<std::uint8_t>((1U << (f.bits - 8)) - 1);
-            const img_descriptor view = view_of(image, f, width, 4, 0);
+            const image picture(f.id, width, 4, 0);
+            fill(picture, f, 12);
+            const std::vector<std::uint8_t> original = picture.content();
+            std::vector<std::uint8_t> first;
             for (const filter_table& level : levels()) {
-                const kernel_fn kernel = find_kernel(level, kernel_slot::apply_whitebalance, view, view);
+                const kernel_fn kernel =
+                    find_kernel(level, kernel_slot::apply_whitebalance, picture.view, picture.view);
                 ASSERT_NE(kernel, nullptr);
-                std::ranges::copy(original, image.bytes);
-                run(kernel, view, view, &tones[0]);
-                ASSERT_TRUE(std::equal(original.begin(), original.end(), image.bytes))
-                    << fcc_name(f.id) << ' ' << width;
-                run(kernel, view, view, &tones[1]);
-                if (first.empty()) first.assign(image.bytes, image.bytes + image.size);
-                ASSERT_TRUE(std::equal(first.begin(), first.end(), image.bytes)) << fcc_name(f.id) << ' ' << width;
+                std::ranges::copy(original, picture.memory.bytes);
+                run(kernel, picture.view, picture.view, &tones[0]);
+                ASSERT_TRUE(picture.content() == original) << fcc_name(f.id) << ' ' << width;
+                run(kernel, picture.view, picture.view, &tones[1]);
+                if (first.empty()) first = picture.content();
+                ASSERT_TRUE(picture.content() == first) << fcc_name(f.id) << ' ' << width;
             }
         }
 }

@@ -9,6 +9,21 @@ namespace records {
 
 using namespace genicam_gen;
 
+template <class E>
+constexpr uint32_t values_of = 2;
+template <>
+constexpr uint32_t values_of<visibility> = 4;
+template <>
+constexpr uint32_t values_of<access_mode> = 3;
+template <>
+constexpr uint32_t values_of<cachable> = 3;
+template <>
+constexpr uint32_t values_of<slope> = 4;
+template <>
+constexpr uint32_t values_of<representation> = 7;
+template <>
+constexpr uint32_t values_of<display_notation> = 3;
+
 // Decides for each optional field whether it is set, and draws its value.
 class source {
 public:
@@ -34,15 +49,10 @@ public:
     void fill(std::optional<double>& field) {
         if (yes()) field = static_cast<double>(integer()) / 1024.0;
     }
-    void fill_text(std::optional<std::string>& field) {
-        if (yes()) field = text();
-    }
-    void fill_name(std::optional<std::string>& field) {
-        if (yes()) field = name();
-    }
     template <class E>
-    void fill_enum(std::optional<E>& field, uint32_t count) {
-        if (yes()) field = static_cast<E>(number(count));
+    requires std::is_enum_v<E>
+    void fill(std::optional<E>& field) {
+        if (yes()) field = static_cast<E>(number(values_of<E>));
     }
     void fill(link_list& list) {
         if (yes()) list = {name(), name()};
@@ -67,184 +77,104 @@ public:
                 field = static_cast<T>(number(100000));
         }
     }
+    void set(auto&... fields) { (fill(fields), ...); }
+    void texts(auto&... fields) { ((yes() ? void(fields = text()) : void()), ...); }
+    void names(auto&... fields) { ((yes() ? void(fields = name()) : void()), ...); }
 
     void header(node_header& n) {
         n.name = name();
-        fill_enum(n.name_space, 2);
+        set(n.name_space);
         if (yes()) n.merge_priority = static_cast<int64_t>(number(3)) - 1;
-        fill(n.expose_static);
+        set(n.expose_static);
         if (yes()) n.extension = {{"Vendor", "x"}};
-        fill_text(n.tool_tip);
-        fill_text(n.description);
-        fill_text(n.display_name);
-        fill_enum(n.visibility, 4);
-        fill_text(n.docu_url);
-        fill(n.is_deprecated);
-        fill(n.event_id);
-        fill_name(n.p_is_implemented);
-        fill_name(n.p_is_available);
-        fill_name(n.p_is_locked);
-        fill_name(n.p_block_polling);
-        fill_enum(n.imposed_access_mode, 3);
-        fill(n.p_error);
-        fill_name(n.p_alias);
-        fill_name(n.p_cast_alias);
+        set(n.visibility, n.is_deprecated, n.event_id, n.imposed_access_mode, n.p_error);
+        texts(n.tool_tip, n.description, n.display_name, n.docu_url);
+        names(n.p_is_implemented, n.p_is_available, n.p_is_locked, n.p_block_polling, n.p_alias, n.p_cast_alias);
     }
     template <class T>
     void inputs(formula_inputs<T>& n) {
-        fill(n.p_invalidators);
-        fill(n.streamable);
+        set(n.p_invalidators, n.streamable);
         if (yes()) n.p_variables = {{"A", name()}, {"B", name()}};
         if (yes()) n.constants = {{"C", static_cast<T>(number(1000))}};
         if (yes()) n.expressions = {{"E", "A + 1 < B"}};
     }
     void reg(register_part& n) {
-        fill(n.streamable);
+        set(n.streamable);
         n.addresses = {static_cast<int64_t>(number(65536)), -4}; // the writer adds one where there is none
-        fill(n.p_addresses);
+        set(n.p_addresses);
         if (yes()) n.p_indexes = {{name(), 16, std::nullopt}, {name(), std::nullopt, name()}};
-        fill(n.length);
-        fill_enum(n.access_mode, 3);
+        set(n.length, n.access_mode);
         n.p_port = name();
-        fill_enum(n.cachable, 3);
-        fill(n.polling_time);
-        fill(n.p_invalidators);
+        set(n.cachable, n.polling_time, n.p_invalidators);
     }
     // Each kind's own fields, after the header.
-    void body(Boolean& n) {
-        fill(n.p_invalidators);
-        fill(n.streamable);
-        fill(n.value);
-        fill(n.on_value);
-        fill(n.off_value);
-        fill(n.p_selected);
-    }
-    void body(Category& n) {
-        fill(n.p_invalidators);
-        fill(n.p_features);
-    }
-    void body(Command& n) {
-        fill(n.p_invalidators);
-        fill(n.value);
-        fill(n.command_value);
-        fill(n.polling_time);
-    }
+    void body(Boolean& n) { set(n.p_invalidators, n.streamable, n.value, n.on_value, n.off_value, n.p_selected); }
+    void body(Category& n) { set(n.p_invalidators, n.p_features); }
+    void body(Command& n) { set(n.p_invalidators, n.value, n.command_value, n.polling_time); }
     void body(Converter& n) {
         inputs(n.inputs);
-        fill_text(n.formula_to);
-        fill_text(n.formula_from);
-        fill_name(n.p_value);
-        fill_text(n.unit);
-        fill_enum(n.representation, 7);
-        fill_enum(n.display_notation, 3);
-        fill(n.display_precision);
-        fill_enum(n.slope, 4);
-        fill(n.is_linear);
+        set(n.representation, n.display_notation, n.display_precision, n.slope, n.is_linear);
+        texts(n.formula_to, n.formula_from, n.unit);
+        names(n.p_value);
     }
     void body(IntConverter& n) {
         inputs(n.inputs);
-        fill_text(n.formula_to);
-        fill_text(n.formula_from);
-        fill_name(n.p_value);
-        fill_text(n.unit);
-        fill_enum(n.representation, 7);
-        fill_enum(n.slope, 4);
+        set(n.representation, n.slope);
+        texts(n.formula_to, n.formula_from, n.unit);
+        names(n.p_value);
     }
     void body(SwissKnife& n) {
         inputs(n.inputs);
-        fill_text(n.formula);
-        fill_text(n.unit);
-        fill_enum(n.representation, 7);
-        fill_enum(n.display_notation, 3);
-        fill(n.display_precision);
+        set(n.representation, n.display_notation, n.display_precision);
+        texts(n.formula, n.unit);
     }
     void body(IntSwissKnife& n) {
         inputs(n.inputs);
-        fill_text(n.formula);
-        fill_text(n.unit);
-        fill_enum(n.representation, 7);
+        set(n.representation);
+        texts(n.formula, n.unit);
     }
     void body(Enumeration& n) {
-        fill(n.p_invalidators);
-        fill(n.streamable);
+        set(n.p_invalidators, n.streamable);
         for (int i = 0; i < 2; ++i) {
             EnumEntry& entry = n.entries.emplace_back();
             header(entry);
-            fill(entry.p_invalidators);
-            fill(entry.value);
-            fill(entry.numeric_value);
-            fill_text(entry.symbolic);
-            fill(entry.is_self_clearing);
+            set(entry.p_invalidators, entry.value, entry.numeric_value, entry.is_self_clearing);
+            texts(entry.symbolic);
         }
-        fill(n.value);
-        fill(n.p_selected);
-        fill(n.polling_time);
+        set(n.value, n.p_selected, n.polling_time);
     }
     void body(Float& n) {
-        fill(n.p_invalidators);
-        fill(n.streamable);
-        fill(n.value);
-        fill(n.min);
-        fill(n.max);
-        fill(n.inc);
-        fill_text(n.unit);
-        fill_enum(n.representation, 7);
-        fill_enum(n.display_notation, 3);
-        fill(n.display_precision);
+        set(n.p_invalidators, n.streamable, n.value, n.min, n.max, n.inc, n.representation, n.display_notation,
+            n.display_precision);
+        texts(n.unit);
     }
     void body(Integer& n) {
-        fill(n.p_invalidators);
-        fill(n.streamable);
-        fill(n.p_value_copies_before);
+        set(n.p_invalidators, n.streamable, n.p_value_copies_before);
         // The two lists are told apart by the value between them.
         n.value = integer();
-        fill(n.p_value_copies);
-        fill(n.min);
-        fill(n.max);
-        fill(n.inc);
-        fill_text(n.unit);
-        fill_enum(n.representation, 7);
+        set(n.p_value_copies, n.min, n.max, n.inc, n.representation);
+        texts(n.unit);
         if (yes()) n.valid_value_set = {1, -5, 9};
-        fill(n.p_selected);
+        set(n.p_selected);
     }
-    void body(String& n) {
-        fill(n.p_invalidators);
-        fill(n.streamable);
-        fill(n.value);
-    }
-    void body(Port& n) {
-        fill(n.p_invalidators);
-        fill(n.chunk_id);
-        fill(n.cache_chunk_data);
-    }
+    void body(String& n) { set(n.p_invalidators, n.streamable, n.value); }
+    void body(Port& n) { set(n.p_invalidators, n.chunk_id, n.cache_chunk_data); }
     void body(Register& n) { reg(n.reg); }
     void body(StringReg& n) { reg(n.reg); }
     void body(IntReg& n) {
         reg(n.reg);
-        fill_enum(n.sign, 2);
-        fill_enum(n.endianess, 2);
-        fill_text(n.unit);
-        fill_enum(n.representation, 7);
-        fill(n.p_selected);
+        set(n.sign, n.endianess, n.representation, n.p_selected);
+        texts(n.unit);
     }
     void body(FloatReg& n) {
         reg(n.reg);
-        fill_enum(n.endianess, 2);
-        fill_text(n.unit);
-        fill_enum(n.representation, 7);
-        fill_enum(n.display_notation, 3);
-        fill(n.display_precision);
+        set(n.endianess, n.representation, n.display_notation, n.display_precision);
+        texts(n.unit);
     }
     void body(MaskedIntReg& n) {
         reg(n.reg);
-        fill(n.lsb);
-        fill(n.msb);
-        fill(n.bit);
-        fill_enum(n.sign, 2);
-        fill_enum(n.endianess, 2);
-        fill_text(n.unit);
-        fill_enum(n.representation, 7);
-        fill(n.p_selected);
+        set(n.lsb, n.msb, n.bit, n.sign, n.endianess, n.representation, n.p_selected);
+        texts(n.unit);
     }
 
     template <class Record>

@@ -1,6 +1,8 @@
 // A folder of its own for each test, and an environment that is put back.
 #pragma once
 
+#include "../support.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -13,10 +15,6 @@
 
 class scratch : public testing::Test {
 protected:
-    scratch() {
-        char name[] = "/tmp/orv-config-XXXXXX";
-        folder = mkdtemp(name);
-    }
     ~scratch() override {
         for (const auto& [name, value] : saved) {
             if (value) {
@@ -25,7 +23,6 @@ protected:
                 unsetenv(name.c_str());
             }
         }
-        std::filesystem::remove_all(folder);
     }
 
     void set(const std::string& name, const std::optional<std::string>& value) {
@@ -49,7 +46,8 @@ protected:
         return text.str();
     }
 
-    std::filesystem::path folder;
+    const test_support::temporary_folder temporary;
+    const std::filesystem::path& folder = temporary.path;
 
 private:
     std::map<std::string, std::optional<std::string>> saved;
