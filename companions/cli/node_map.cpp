@@ -17,8 +17,11 @@ namespace {
 
 GenICam::document_url parse_local(const std::string& url) {
     const auto parsed = GenICam::parse_document_url(url);
-    if (parsed.scheme != GenICam::url_scheme::local)
-        throw std::runtime_error(fmt::format("Document URL '{}' names no registers.", url));
+    if (parsed.scheme != GenICam::url_scheme::local) {
+        const bool has_places = !parsed.scheme && std::ranges::count(url, ';') >= 2;
+        throw std::runtime_error(
+            fmt::format("Document URL '{}' {}.", url, has_places ? "has no address and length" : "names no registers"));
+    }
     if (parsed.size > GenICam::largest_document)
         throw std::runtime_error(fmt::format("Document URL '{}' names more than a document can have.", url));
     return parsed;
@@ -84,7 +87,11 @@ port_document read_document(const gentl_library& lib, void* port) {
     lib.check("GCReadPort", lib.GCReadPort(port, file.address, content.data(), &size));
     content.resize(std::min(size, content.size()));
     auto text = GenICam::document_text(std::move(content));
-    if (!text) throw std::runtime_error(fmt::format("Cannot unzip '{}'.", document.url));
+    if (!text) {
+        const bool large = text.error() == std::errc::file_too_large;
+        throw std::runtime_error(fmt::format("Cannot unzip '{}'{}.", document.url,
+                                             large ? ": its content is larger than any document" : ""));
+    }
     document.text = std::move(*text);
     return document;
 }

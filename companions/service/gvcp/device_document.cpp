@@ -72,8 +72,11 @@ std::expected<std::string, std::error_code> fetch_document(device_control& camer
         break;
     }
     if (!content) return content;
-    if (from.zipped() && !GenICam::is_zipped(std::as_bytes(std::span{*content})))
-        return std::unexpected(std::make_error_code(std::errc::bad_message));
+    if (from.zipped()) { // whatever stands before its first member
+        auto archive = GenICam::zip_archive::open(std::as_bytes(std::span{*content}));
+        if (!archive) return std::unexpected(archive.error());
+        return archive->read_document(max_document);
+    }
     return GenICam::document_text(std::move(*content), max_document);
 }
 

@@ -221,6 +221,7 @@ std::expected<std::vector<ipc_rpc::url_info>, std::error_code> device_object::fi
         }
         std::string stem{url.file_name()};
         stem = stem.substr(0, stem.rfind('.'));
+        std::ranges::replace(stem, ';', '_'); // it parts a local URL's fields
         if (stem.empty()) stem = "document";
         if (auto merged = features ? features->prepare(*text) : std::nullopt) {
             *text = std::move(*merged);

@@ -28,6 +28,7 @@ TEST(DocumentUrl, Forms) {
          version{2, 0, 11},
          {}},
         {"local:c.xml;10;20?SchemaVersion=1.1", url_scheme::local, "c.xml", "c.xml", 16, 32, {}, version{1, 1, 0}},
+        {"local:c.xml;10;20 ?SchemaVersion=1.1.0  ", url_scheme::local, "c.xml", "c.xml", 16, 32, {}, version{1, 1, 0}},
         {"local:c.xml;10;20?SchemaVersion=1", url_scheme::local, "c.xml", "c.xml", 16, 32, {}, {}},
         {"local:c.xml;10;20?SchemaVersion=1.1.0x", url_scheme::local, "c.xml", "c.xml", 16, 32, {}, {}},
         {"file:///opt/cam_1_0_0.xml",

@@ -33,7 +33,8 @@ struct document_url {
 
 // Reentrant; takes any text, as it is the camera's. Forms: "local:", "file:" and "http:" in any case, with or without
 // "///", which leaves one slash of a file's path; for local ones "name.ext;ADDRESS;LENGTH", hexadecimal with or without
-// "0x" and with blanks around; all with an optional query, whose "SchemaVersion=a.b" or "a.b.c" is read.
+// "0x" and with blanks around; all with an optional query, whose "SchemaVersion=a.b" or "a.b.c" is read, blanks around
+// it or not.
 [[nodiscard]] document_url parse_document_url(std::string_view text);
 
 } // namespace GenICam

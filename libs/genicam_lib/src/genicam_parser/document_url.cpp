@@ -13,9 +13,14 @@ bool starts_with_any_case(std::string_view text, std::string_view prefix) {
     return text.size() >= prefix.size() && std::ranges::equal(text.substr(0, prefix.size()), prefix, {}, lower, lower);
 }
 
-std::optional<uint64_t> parse_hex(std::string_view text) {
+std::string_view trimmed(std::string_view text) {
     while (text.starts_with(' ')) text.remove_prefix(1);
     while (text.ends_with(' ')) text.remove_suffix(1);
+    return text;
+}
+
+std::optional<uint64_t> parse_hex(std::string_view text) {
+    text = trimmed(text);
     if (starts_with_any_case(text, "0x")) text.remove_prefix(2);
     uint64_t value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, 16);
@@ -42,7 +47,7 @@ std::array<uint32_t, 3> version_of_schema(std::string_view query) {
     constexpr std::string_view key = "SchemaVersion=";
     while (!query.empty()) {
         const std::string_view parameter = query.substr(0, query.find('&'));
-        if (starts_with_any_case(parameter, key)) return parse_version(parameter.substr(key.size()), '.', 2);
+        if (starts_with_any_case(parameter, key)) return parse_version(trimmed(parameter.substr(key.size())), '.', 2);
         query.remove_prefix(std::min(parameter.size() + 1, query.size()));
     }
     return {};
