@@ -48,8 +48,9 @@ camera_features::~camera_features() { writer.reset(); }
 
 std::optional<std::string> camera_features::prepare(std::string_view document) {
     {
+        std::shared_ptr<auto_value_writer> before; // its end waits for the camera: without the lock
         const std::lock_guard guard{mutex};
-        writer.reset();
+        before.swap(writer);
     }
     const std::string name = gige::to_string(camera.device().address);
     const auto as_it_is = [&](std::string_view reason) {

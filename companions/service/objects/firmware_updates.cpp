@@ -65,7 +65,7 @@ void firmware_updates::tell(uint64_t mac, const std::string& text, phase now) {
         const std::lock_guard guard{mutex};
         auto& mine = updates[mac];
         mine.state = text;
-        mine.running = now == phase::running; // over: the thread takes the lock no more, and can be joined under it
+        mine.running = now == phase::running; // over: the thread takes the lock no more
         interface_name = mine.interface_name;
     }
     if (told) told(interface_name, mac, text);
@@ -74,17 +74,19 @@ void firmware_updates::tell(uint64_t mac, const std::string& text, phase now) {
 std::error_code firmware_updates::start(const std::string& interface_name, const std::string& device_id,
                                         const discovery::found_device& camera, std::span<const std::byte> bytes) {
     std::ptrdiff_t others = 0;
+    std::thread before; // of the update before, which may still be telling its end
     {
         // The place is taken first: two clients may ask at the same time.
         const std::lock_guard guard{mutex};
         auto& mine = updates[camera.mac];
         if (mine.running) return make_error_code(gigecam_errc::busy);
         others = std::ranges::count_if(updates, [](const auto& each) { return each.second.running; });
-        if (mine.thread.joinable()) mine.thread.join(); // it has ended
         mine.running = true;
         mine.interface_name = interface_name;
         mine.device_id = device_id;
+        before.swap(mine.thread);
     }
+    if (before.joinable()) before.join();
     if (others >= static_cast<std::ptrdiff_t>(most_at_once)) {
         tell(camera.mac, fmt::format("Refused: {} updates are under way already", others), phase::over);
         return make_error_code(ipc_rpc::status::resource_exhausted);
