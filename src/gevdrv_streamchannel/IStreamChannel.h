@@ -34,7 +34,7 @@ public:
     // Returns when every open block was handed back, flagged as flushed.
     virtual std::error_code flush() = 0;
     virtual std::error_code reset_receiver() = 0;
-    // Selector 0: the packet size chosen by the last connect, also while not connected. There is no other.
+    // Selector 0: the packet size chosen by the last connect, also while not connected. Any other: 0.
     [[nodiscard]] virtual std::expected<uint64_t, std::error_code> query_packet_size(uint32_t selector) = 0;
     virtual std::error_code set_resend_params(const resend_parameters& parameters) = 0;
     [[nodiscard]] virtual std::expected<std::optional<resend_parameters>, std::error_code> get_resend_params() = 0;

@@ -156,8 +156,9 @@ std::error_code stream_channel_impl::reset_receiver() {
 }
 
 std::expected<uint64_t, std::error_code> stream_channel_impl::query_packet_size(uint32_t selector) {
-    if (selector != 0) return std::unexpected(not_connected());
-    return packet_size;
+    if (selector == 0) return packet_size;
+    if (!thread) return std::unexpected(not_connected());
+    return 0;
 }
 
 std::error_code stream_channel_impl::set_resend_params(const resend_parameters& parameters) {
