@@ -17,7 +17,7 @@
 
 namespace camera_sim {
 
-// Thread-bound, but for what is marked. Everything above the mutex is the server's own thread's once it runs.
+// Thread-bound, but for what is marked. Everything above the waker is the server's own thread's once it runs.
 class control_server {
 public:
     control_server(device_state& shared, stream_sender& stream);
@@ -25,9 +25,9 @@ public:
 
     // Binds the sockets and starts the thread.
     [[nodiscard]] std::error_code start(uint32_t address);
-    [[nodiscard]] uint32_t address() const noexcept { return own_address; }
 
     // From any thread.
+    [[nodiscard]] uint32_t address() const noexcept { return own_address; }
     void queue_event(camera_event event);
     void ask_reboot();
     void ask_reseed();

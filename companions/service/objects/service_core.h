@@ -41,7 +41,7 @@ protected:
 inline constexpr uint64_t firmware_state_event = 0x3002;
 
 // Thread-safe. Numbers are raised with the mutex held, which never waits; the end of an interface is told without it.
-// Lock order: mutex, then a message box's, then a session's.
+// Lock order: mutex, then a message box's or a session's.
 class service_core final {
 public:
     struct options {

@@ -17,7 +17,7 @@ struct frame_block {
 
     uint64_t block_id = 0; // as on the wire
     uint64_t frame_id = 0; // unwrapped
-    frame_context context; // size 0: no buffer was available
+    frame_context context; // no buffer: none was available; size 0: nothing is stored
     int64_t start_time = 0;
     int64_t last_packet = 0; // time of it
     received_packets packets;

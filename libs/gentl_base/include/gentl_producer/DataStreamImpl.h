@@ -23,8 +23,8 @@ class InputStack;
 struct OutputQueue;
 class NewBufferEvent;
 
-// Thread-safe, the filling side's part included; a derived class calls that from one thread at a time. Lock order:
-// queue_mutex, announced_lock, the output queue's.
+// Thread-safe, the filling side's part included: one thread may take buffers while another hands filled ones over. Lock
+// order: queue_mutex, announced_lock, the output queue's.
 class DataStreamImpl : public virtual IDataStream,
                        public VirtualPortImpl,
                        public EventSourceImpl,
@@ -66,13 +66,14 @@ protected:
 
     virtual size_t payload_size() = 0;
     virtual uint64_t num_transmission_drop() { return 0; }
-    virtual Error start_acquisition_() = 0;
+    virtual Error start_acquisition_() = 0; // called with queue_mutex held
     // Called with queue_mutex held; no thread that is joined here may be waiting for that mutex.
     virtual void stop_acquisition_(bool kill) = 0;
-    // Hands back every buffer in Filling.
+    // Hands back every buffer in Filling. Called with queue_mutex held.
     virtual void flush_filling_buffers_() = 0;
+    // Called with announced_lock held.
     virtual std::expected<std::shared_ptr<Buffer>, Error> create_buffer_(void* base, size_t size, void* user_ptr);
-    virtual void input_queue_changed_() {}
+    virtual void input_queue_changed_() {} // called with queue_mutex held
 
     Util::DocumentIdentity document_identity() override;
     void build_register_map(Util::GenApiInterfaceBuilder& builder) override;
