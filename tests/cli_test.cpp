@@ -1,13 +1,13 @@
 // What the consumer does with features, on a document and a device made up here.
 #include "../libs/service-base/tests/support.h"
 
-#include <cli/host_checks.h>
-#include <cli/installation_checks.h>
-#include <cli/kernel_counters.h>
-#include <cli/loss_verdict.h>
-#include <cli/nearest_names.h>
-#include <cli/node_map.h>
-#include <cli/setting.h>
+#include <cli/consumer/nearest_names.h>
+#include <cli/consumer/node_map.h>
+#include <cli/consumer/setting.h>
+#include <cli/host/host_checks.h>
+#include <cli/host/installation_checks.h>
+#include <cli/losses/kernel_counters.h>
+#include <cli/losses/loss_verdict.h>
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // The figures of a shared link, worked out by hand.
-#include <cli/link_share.h>
+#include <cli/cameras/link_share.h>
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "loop_runner.h"
 
-#include <cli/feature.h>
+#include <cli/consumer/feature.h>
 
 #include <algorithm>
 #include <stdexcept>

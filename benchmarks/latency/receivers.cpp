@@ -1,8 +1,8 @@
 #include "latency.h"
 
-#include <cli/gentl_library.h>
-#include <cli/node_map.h>
-#include <cli/session.h>
+#include <cli/consumer/gentl_library.h>
+#include <cli/consumer/node_map.h>
+#include <cli/consumer/session.h>
 #include <gige/gvsp.h>
 
 #include <sys/socket.h>

@@ -3,9 +3,9 @@
 // 2000 a second for ten seconds while frames stream, and changes of the list of cameras. Prints markdown.
 #include "../child_process.h"
 
-#include <cli/gentl_library.h>
-#include <cli/node_map.h>
-#include <cli/session.h>
+#include <cli/consumer/gentl_library.h>
+#include <cli/consumer/node_map.h>
+#include <cli/consumer/session.h>
 
 #include <fmt/format.h>
 

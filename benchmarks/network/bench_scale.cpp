@@ -3,9 +3,9 @@
 #include "../child_process.h"
 #include "process_view.h"
 
-#include <cli/gentl_library.h>
-#include <cli/node_map.h>
-#include <cli/session.h>
+#include <cli/consumer/gentl_library.h>
+#include <cli/consumer/node_map.h>
+#include <cli/consumer/session.h>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>

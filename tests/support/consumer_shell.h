@@ -3,7 +3,7 @@
 
 #include "test_system.h"
 
-#include <cli/failure.h>
+#include <cli/consumer/failure.h>
 
 #include <gtest/gtest.h>
 

@@ -3,8 +3,8 @@
 
 #include "../../libs/service-base/tests/support.h"
 
-#include <cli/gentl_library.h>
-#include <cli/node_map.h>
+#include <cli/consumer/gentl_library.h>
+#include <cli/consumer/node_map.h>
 
 #include <nlohmann/json.hpp>
 

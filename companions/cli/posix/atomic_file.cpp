@@ -1,6 +1,6 @@
 #include "atomic_file.h"
 
-#include "../failure.h"
+#include "../consumer/failure.h"
 
 #include <fmt/format.h>
 

@@ -1,8 +1,8 @@
 #include "camera_holder.h"
 
-#include "../path_probe.h"
-#include "../session.h"
+#include "../consumer/session.h"
 #include "host_counters.h"
+#include "path_probe.h"
 
 #include <gige/gvcp.h>
 

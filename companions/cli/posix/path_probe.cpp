@@ -1,4 +1,4 @@
-#include "../path_probe.h"
+#include "path_probe.h"
 
 #include <gige/gvcp.h>
 #include <gige/wire.h>

@@ -1,0 +1,132 @@
+#include "doctor.h"
+
+#include "../consumer/interface_session.h"
+#include "../host/host_checks.h"
+#include "../host/installation_checks.h"
+#include "../output/output.h"
+#include "../posix/service_place.h"
+
+#include <gds_shared/product_constants.h>
+#include <ipc_rpc/services.h>
+
+#include <algorithm>
+
+namespace cli {
+
+namespace {
+
+// Cameras that answer and cannot be spoken to, with what mends each.
+void check_addresses(const found_devices& found, std::vector<finding>& findings) {
+    for (const auto& [device, interface] : found.devices) {
+        if (device.access_status != GenTL::DEVICE_ACCESS_STATUS_NOACCESS) continue;
+        interface_session session{found.lib, interface};
+        if (!session.select(device.id)) continue;
+        const auto address = session.text("GevDeviceIPAddress");
+        findings.push_back(
+            {"address of " + device.id, grade::bad,
+             fmt::format("{} cannot be reached from {}", address, device.interface_id),
+             "an address of the interface's subnet that no other device has",
+             "it is of another subnet, or the address of a second camera, too",
+             fmt::format("orv-gentl ip temporary --device '{0}'   (until its next start; 'ip persistent' for good, "
+                         "'force-ip --device {0} ADDRESS' for one of your choice)",
+                         device.id)});
+    }
+}
+
+void check_cameras(const common_options& common, std::vector<finding>& findings) {
+    try {
+        const found_devices found = find_devices(common);
+        findings.push_back({"local service", grade::ok, "answers", "answers", {}, {}});
+        check_addresses(found, findings);
+        const bool any = !found.devices.empty();
+        findings.push_back({"devices", any ? grade::ok : grade::bad, fmt::format("{} seen", found.devices.size()),
+                            "1 at least", any ? "" : "no camera answered the search",
+                            any ? ""
+                                : "check cable, power and subnet; orv-gentl-gev-service --discover ADDRESS asks one "
+                                  "address directly"});
+    } catch (const failure& reason) {
+        const bool is_library = reason.why() == cause::no_library;
+        findings.push_back({is_library                          ? "library"
+                            : reason.why() == cause::no_service ? "local service"
+                                                                : "search",
+                            grade::bad, reason.what(), "works", "without it no camera can be reached",
+                            reason.why() == cause::no_service ? "orv-gentl-gev-service   (as a unit of the service "
+                                                                "manager to have it after each start)"
+                            : is_library                      ? "give its path with --cti, or build it: cmake --build "
+                                                                "--preset release"
+                                                              : "see the service's log"});
+    }
+}
+
+// A camera has one controller: what one service has open is in use for all others.
+void check_services(std::vector<finding>& findings) {
+    const std::string own =
+        fmt::format("{}/{}", service_folder(), gds_shared::service_pipe_name(gds_shared::gev_product));
+    std::string others;
+    for (const auto& each : ipc_rpc::find_services("orv-gentl-gev_service_pipe")) {
+        if (each.socket == own) continue;
+        others += fmt::format("{}{}", others.empty() ? "" : ", ", ipc_rpc::to_text(each));
+    }
+    const bool none = others.empty();
+    findings.push_back({"other services on this host", none ? grade::ok : grade::advice, none ? "none" : others, "none",
+                        none ? "" : "a camera that one of them has open is in use for this one",
+                        none ? "" : "end all but one: kill PID, or for a unit: sudo systemctl disable --now NAME"});
+}
+
+const char* text_of(grade of) {
+    switch (of) {
+    case grade::ok:
+        return "ok";
+    case grade::advice:
+        return "advice";
+    case grade::bad:
+        return "BAD";
+    }
+    return "?";
+}
+
+} // namespace
+
+int doctor(const common_options& common) {
+    std::vector<finding> findings;
+    try {
+        const std::string cti = find_cti(common);
+        static_cast<void>(gentl_library{cti}); // a file of the name may be none, or miss functions
+        findings.push_back({"library to point applications at",
+                            grade::ok,
+                            library_for_applications(cti).string(),
+                            "a file that loads",
+                            {},
+                            {}});
+        check_installation(cti, findings);
+        check_cameras(common, findings);
+    } catch (const failure& reason) {
+        findings.push_back({"library", grade::bad, reason.what(), "a file that loads",
+                            "without it no camera can be reached",
+                            "give its path with --cti, or build it: cmake --build --preset release"});
+    }
+    check_services(findings);
+    check_host(findings);
+    const bool all_well = std::ranges::none_of(findings, [](const finding& each) { return each.of == grade::bad; });
+    if (common.json) {
+        nlohmann::json list = nlohmann::json::array();
+        for (const finding& each : findings) {
+            list.push_back({{"check", each.check},
+                            {"grade", each.of == grade::bad ? "bad" : text_of(each.of)},
+                            {"found", each.found},
+                            {"wanted", each.wanted},
+                            {"why", each.why},
+                            {"remedy", each.remedy}});
+        }
+        print_json({{"ok", all_well}, {"checks", list}});
+    } else {
+        for (const finding& each : findings) {
+            print("{:<6} {}: {}\n", text_of(each.of), each.check, each.found);
+            if (each.of != grade::ok) print("         wanted: {}; {}\n", each.wanted, each.why);
+            if (!each.remedy.empty()) print("         {}\n", each.remedy);
+        }
+    }
+    return all_well ? 0 : row_of(cause::no).exit_code;
+}
+
+} // namespace cli

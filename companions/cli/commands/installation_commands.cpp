@@ -1,0 +1,156 @@
+#include "installation_commands.h"
+
+#include "../cameras/grabber.h"
+#include "../host/installation_checks.h"
+#include "../output/output.h"
+#include "../posix/child_process.h"
+#include "../posix/interruption.h"
+#include "../posix/this_process.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+
+namespace cli {
+
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::milliseconds;
+
+constexpr const char* variable = "GENICAM_GENTL64_PATH";
+
+// The line that makes one kind of place find the library: `folder` is its folder, `file` its path.
+struct situation {
+    const char* option;
+    const char* help;
+    std::string (*line)(const std::string& folder, const std::string& file);
+};
+constexpr std::array situations{
+    situation{"sh", "For a shell, or /etc/profile.d",
+              [](const std::string& folder, const std::string&) {
+                  return fmt::format("export {0}=\"${{{0}:+${0}:}}{1}\"", variable, folder);
+              }},
+    situation{"systemd", "For the [Service] section of a unit",
+              [](const std::string& folder, const std::string&) {
+                  return fmt::format("Environment={}={}", variable, folder);
+              }},
+    situation{"docker", "For a Dockerfile",
+              [](const std::string& folder, const std::string&) { return fmt::format("ENV {}={}", variable, folder); }},
+    situation{"python", "For Python with harvesters, which does not read the variable",
+              [](const std::string&, const std::string& file) { return fmt::format("h.add_file(\"{}\")", file); }},
+};
+
+int print_environment(const common_options& common, const std::string& wanted) {
+    const fs::path file = library_for_applications(find_cti(common));
+    const std::string folder = file.parent_path();
+    nlohmann::json object{{"variable", variable}, {"library", file.string()}, {"folder", folder}};
+    std::string text;
+    for (const situation& each : situations) {
+        object[each.option] = each.line(folder, file);
+        if (wanted == each.option) text = each.line(folder, file);
+    }
+    if (common.json) {
+        print_json(object);
+    } else {
+        print("{}\n", text);
+    }
+    return 0;
+}
+
+struct test_folder {
+    const fs::path path;
+    test_folder() : path(make()) {}
+    test_folder(const test_folder&) = delete;
+    test_folder& operator=(const test_folder&) = delete;
+    ~test_folder() {
+        std::error_code ignored;
+        fs::remove_all(path, ignored);
+    }
+
+private:
+    static fs::path make() {
+        std::string name = (fs::temp_directory_path() / "orv-gentl-self-test-XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr)
+            throw failure(cause::output,
+                          fmt::format("Cannot make a folder in '{}'.", fs::temp_directory_path().string()));
+        return name;
+    }
+};
+
+std::string program_beside(const char* name) {
+    std::error_code ignored;
+    const fs::path here = fs::read_symlink("/proc/self/exe", ignored).parent_path();
+    const fs::path found = here / name;
+    if (!fs::exists(found, ignored))
+        throw failure(cause::failed, fmt::format("There is no '{}': it belongs beside orv-gentl.", found.string()));
+    return found;
+}
+
+void wait_until_ready(child_process& child, const char* what) {
+    constexpr milliseconds longest{6000};
+    if (child.wait_for_output("ready", longest)) return;
+    throw failure(cause::failed, fmt::format("The {} does not start: {}", what, child.output()));
+}
+
+// Camera, service and library as processes and sockets of this user's own, without a network and beside whatever runs.
+int self_test(const common_options& common) {
+    watch_for_interruption();
+    const auto step = [&](const char* text) {
+        if (!common.json) print("{}\n", text);
+        flush_output();
+    };
+    const test_folder folder;
+    const std::string address = fmt::format("127.{}.{}.10", 100 + process_id() % 100, process_id() / 100 % 250);
+    setenv("ORV_GENTL_RUNTIME_DIR", folder.path.c_str(), 1);
+
+    child_process camera{{program_beside("orv-gev-camera-sim"), "--address", address, "--width", "640", "--height",
+                          "480", "--frame-rate", "60", "--quiet"}};
+    wait_until_ready(camera, "simulated camera");
+    step("ok  simulated camera");
+    child_process service{{program_beside("orv-gentl-gev-service"), "--no-networks", "--discover", address}};
+    wait_until_ready(service, "service");
+    step("ok  service");
+    const std::string library = find_cti(common);
+    if (!common.json) print("ok  library {}\n", library);
+
+    common_options options = common;
+    options.device = address;
+    options.interface.clear();
+    grab_options wanted;
+    wanted.frames = 60;
+    wanted.verify = true;
+    wanted.quiet = true;
+    grabber run{options, wanted};
+    run.run();
+    if (common.json) {
+        nlohmann::json object = run.result();
+        object["library"] = library;
+        print_json(object);
+    } else {
+        print("ok  {} frames, every byte right\n", wanted.frames);
+    }
+    return 0;
+}
+
+} // namespace
+
+void add_installation_commands(command_line& line) {
+    auto wanted = std::make_shared<std::string>("sh");
+    auto& env = line.add("env", "The line that makes applications find the library", false,
+                         [&line, wanted] { return print_environment(line.options, *wanted); });
+    for (const situation& each : situations)
+        env.add_flag_callback(
+            fmt::format("--{}", each.option), [wanted, &each] { *wanted = each.option; }, each.help);
+    env.footer("Example: eval \"$(orv-gentl env --sh)\"");
+    line.add("self-test", "Proves an installation without a camera, in a few seconds", false,
+             [&line] { return self_test(line.options); })
+        .footer(
+            "Starts a simulated camera and a service of its own on loopback and grabs 60 frames, every byte compared.\n"
+            "Example: orv-gentl self-test");
+}
+
+} // namespace cli
