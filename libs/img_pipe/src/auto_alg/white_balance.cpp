@@ -135,28 +135,30 @@ struct plain_records {
 };
 
 std::uint16_t to_fixed(float value, float most, float one) {
-    return static_cast<std::uint16_t>(std::clamp(value, 0.0F, most) * one);
+    return static_cast<std::uint16_t>(std::clamp(value, 0.0F, most) * one + 0.5F);
 }
 
-// How many are neutral with these gains, in 4096ths. Without branches, so that several are counted at once.
+// How many are neutral with these gains, in 256ths. Without branches and in lanes of 16 bits, so that several are
+// counted at once.
 std::int32_t count_neutral(const plain_records& records, const std::uint16_t (&gain)[3]) {
-    const auto applied = [](unsigned value, unsigned by) {
-        return std::min(static_cast<std::uint16_t>((value * by >> 16) / 16), std::uint16_t{255});
+    const auto applied = [](std::uint16_t value, std::uint16_t by) {
+        const auto counts = static_cast<std::uint16_t>(std::uint32_t{value} * by >> 16);
+        return static_cast<std::int16_t>(counts < 255 ? counts : 255);
     };
-    const auto one = [](bool yes) { return static_cast<std::uint16_t>(yes ? 1 : 0); };
+    const auto one = [](bool yes) { return static_cast<std::int16_t>(yes ? 1 : 0); };
     // Their ratio between 0.925 and 1 / 0.925.
-    const auto alike = [&](std::uint16_t x, std::uint16_t y) {
-        const auto x40 = static_cast<std::uint16_t>(x * 40), x37 = static_cast<std::uint16_t>(x * 37);
-        const auto y40 = static_cast<std::uint16_t>(y * 40), y37 = static_cast<std::uint16_t>(y * 37);
-        return static_cast<std::uint16_t>(one(x40 >= y37) & one(y40 >= x37));
+    const auto alike = [&](std::int16_t x, std::int16_t y) {
+        const auto x40 = static_cast<std::int16_t>(x * 40), x37 = static_cast<std::int16_t>(x * 37);
+        const auto y40 = static_cast<std::int16_t>(y * 40), y37 = static_cast<std::int16_t>(y * 37);
+        return static_cast<std::int16_t>(one(x40 >= y37) & one(y40 >= x37));
     };
-    std::uint16_t neutral = 0;
+    std::int16_t neutral = 0;
     for (std::int32_t i = 0; i < records.count; ++i) {
-        const std::uint16_t r = applied(records.channel[0][i], gain[0]), g = applied(records.channel[1][i], gain[1]),
-                            b = applied(records.channel[2][i], gain[2]);
+        const std::int16_t r = applied(records.channel[0][i], gain[0]), g = applied(records.channel[1][i], gain[1]),
+                           b = applied(records.channel[2][i], gain[2]);
         const auto luma = static_cast<std::uint16_t>(r * 79 + g * 150 + b * 27); // times 256
-        const std::uint16_t visible = one(static_cast<std::uint16_t>(luma - 51 * 256) < 189 * 256);
-        neutral = static_cast<std::uint16_t>(neutral + (visible & alike(r, b) & alike(b, g) & alike(r, g)));
+        const std::int16_t visible = one(static_cast<std::uint16_t>(luma - 51 * 256) < 189 * 256);
+        neutral = static_cast<std::int16_t>(neutral + (visible & alike(r, b) & alike(b, g) & alike(r, g)));
     }
     return neutral;
 }
@@ -192,7 +194,7 @@ std::int32_t find_temperature(sample_array& samples, const white_balance_params&
     for (std::int32_t t = std::min(a, b); t <= std::max(a, b); t += temperature_table::step) {
         const float(&row)[3] = params.table->gain[(t - lowest) / temperature_table::step];
         std::uint16_t gain[3];
-        for (int i = 0; i < 3; ++i) gain[i] = to_fixed(bounded(row[i], 0, 15, 1), 15, 4096);
+        for (int i = 0; i < 3; ++i) gain[i] = to_fixed(bounded(row[i], 0, 16, 1), 16, 256);
         if (const std::int32_t neutral = count_neutral(records, gain); neutral > most) {
             most = neutral;
             best = t;
