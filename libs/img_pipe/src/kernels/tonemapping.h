@@ -79,7 +79,8 @@ private:
             const cell_lines<std::uint8_t> cells{own, changed ? kept : original(next), green_first(y)};
             // Only the image's last line looks back.
             if (in_place && call.first_line + y == call.image_height - 2) std::memcpy(kept, own, line_bytes);
-            Rows::map_cells(cells, 0, width, params.byte_table, index, to);
+            Rows::index_bytes(cells, 0, width, index);
+            Rows::look_up(params.byte_table, index, width, to);
         }
     }
 

@@ -49,13 +49,6 @@ template <class T>
     for (; x < n; ++x) out[x] = table[places[x]];
 }
 
-// A line of a mosaic by the byte table, in place or not; `index` is room for a line.
-[[maybe_unused]] void map_cells(const cell_lines<std::uint8_t>& c, std::int32_t x, std::int32_t width,
-                                const std::uint8_t* table, std::uint16_t* index, std::uint8_t* out) {
-    index_bytes(c, x, width, index);
-    look_up(table, index + x, width - x, out + x);
-}
-
 // `adaptation` by sample, in counts of 65535.
 [[maybe_unused]] void map_words(const tonemapping_params& params, const std::uint16_t* line, const float* adaptation,
                                 std::int32_t x, std::int32_t width, std::uint16_t* out) {

@@ -7,9 +7,10 @@ namespace {
 struct steps {
     static constexpr auto load = &load_line;
     static constexpr auto store = &store_line;
-    static constexpr auto map_cells = &img_pipe::map_cells;
+    static constexpr auto index_bytes = &img_pipe::index_bytes;
     static constexpr auto index_words = &img_pipe::index_words;
     static constexpr auto map_sites = &img_pipe::map_sites;
+    static constexpr auto look_up = &img_pipe::look_up;
     static constexpr auto map_words = &img_pipe::map_words;
 };
 } // namespace

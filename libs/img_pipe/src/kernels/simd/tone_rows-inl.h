@@ -9,29 +9,12 @@ namespace img_pipe {
 namespace HWY_NAMESPACE {
 namespace {
 
-// Four places at a time, and what is found goes into a vector without a detour.
-HWY_INLINE void look_up_eight(const std::uint8_t* table, const std::uint16_t* places, std::uint8_t* out) {
-    const std::uint64_t a = four_places(places), b = four_places(places + 4);
-    auto v = _mm_cvtsi32_si128(table[a & 0xFFFF]);
-    v = _mm_insert_epi8(v, table[a >> 16 & 0xFFFF], 1);
-    v = _mm_insert_epi8(v, table[a >> 32 & 0xFFFF], 2);
-    v = _mm_insert_epi8(v, table[a >> 48], 3);
-    v = _mm_insert_epi8(v, table[b & 0xFFFF], 4);
-    v = _mm_insert_epi8(v, table[b >> 16 & 0xFFFF], 5);
-    v = _mm_insert_epi8(v, table[b >> 32 & 0xFFFF], 6);
-    v = _mm_insert_epi8(v, table[b >> 48], 7);
-    std::memcpy(out, &v, 8);
-}
-
-// As the plain map_cells. A vector of 16-bit lanes holds the two samples of each lane; those at even and at odd places
-// are worked on by themselves, the odd ones' neighbours being the even ones two bytes on. The places of a vector are
-// looked up while the next vector's are computed: the look-ups wait for memory, and nothing of a line behind them is
-// read any more.
-[[maybe_unused]] HWY_ATTR void map_cells_v(const cell_lines<std::uint8_t>& c, std::int32_t x, std::int32_t width,
-                                           const std::uint8_t* table, std::uint16_t* index, std::uint8_t* out) {
+// A vector of 16-bit lanes holds the two samples of each lane; those at even and at odd places are worked on by
+// themselves, the odd ones' neighbours being the even ones two bytes on.
+[[maybe_unused]] HWY_ATTR void index_bytes_v(const cell_lines<std::uint8_t>& c, std::int32_t x, std::int32_t width,
+                                             std::uint16_t* index) {
     const d16 tag;
-    constexpr std::int32_t n = 2 * HWY_LANES(std::uint16_t);
-    alignas(64) std::uint16_t places[n];
+    const auto n = static_cast<std::int32_t>(2 * hn::Lanes(tag));
     const auto low = hn::Set(tag, std::uint16_t{0xFF}), third = hn::Set(tag, std::uint16_t{21846});
     const auto words = [&](const std::uint8_t* p) HWY_ATTR { return hn::BitCast(tag, hn::LoadU(d8(), p)); };
     for (; x + n + 2 <= width; x += n) {
@@ -51,10 +34,9 @@ HWY_INLINE void look_up_eight(const std::uint8_t* table, const std::uint16_t* pl
         }
         const auto first = hn::Or(hn::ShiftLeft<8>(hn::MulHigh(sum, third)), even);
         const auto second = hn::Or(hn::ShiftLeft<8>(hn::MulHigh(next_sum, third)), odd);
-        hn::StoreInterleaved2(first, second, tag, places);
-        for (std::int32_t i = 0; i < n; i += 8) look_up_eight(table, places + i, out + x + i);
+        hn::StoreInterleaved2(first, second, tag, index + x);
     }
-    map_cells(c, x, width, table, index, out);
+    index_bytes(c, x, width, index);
 }
 
 // A third of a sum of three samples, rounded down: half a count more keeps the product off the whole numbers.
@@ -74,6 +56,25 @@ HWY_INLINE void look_up_eight(const std::uint8_t* table, const std::uint16_t* pl
         hn::StoreU(hn::DemoteTo(du, hn::ConvertTo(di, mean)), du, index + x);
     }
     index_words(c, x, width, index);
+}
+
+// As the plain look_up, but four places are read at once, and what is found goes into vectors without a detour.
+[[maybe_unused]] HWY_ATTR void look_up_v(const std::uint8_t* table, const std::uint16_t* places, std::int32_t n,
+                                         std::uint8_t* out) {
+    std::int32_t x = 0;
+    for (; x + 8 <= n; x += 8) {
+        const std::uint64_t a = four_places(places + x), b = four_places(places + x + 4);
+        auto v = _mm_cvtsi32_si128(table[a & 0xFFFF]);
+        v = _mm_insert_epi8(v, table[a >> 16 & 0xFFFF], 1);
+        v = _mm_insert_epi8(v, table[a >> 32 & 0xFFFF], 2);
+        v = _mm_insert_epi8(v, table[a >> 48], 3);
+        v = _mm_insert_epi8(v, table[b & 0xFFFF], 4);
+        v = _mm_insert_epi8(v, table[b >> 16 & 0xFFFF], 5);
+        v = _mm_insert_epi8(v, table[b >> 32 & 0xFFFF], 6);
+        v = _mm_insert_epi8(v, table[b >> 48], 7);
+        std::memcpy(out + x, &v, 8);
+    }
+    look_up(table, places + x, n - x, out + x);
 }
 
 [[maybe_unused]] HWY_ATTR void map_words_v(const tonemapping_params& params, const std::uint16_t* line,

@@ -11,9 +11,10 @@ namespace {
 struct steps {
     static constexpr auto load = &load_line_v;
     static constexpr auto store = &store_line_v;
-    static constexpr auto map_cells = &map_cells_v;
+    static constexpr auto index_bytes = &index_bytes_v;
     static constexpr auto index_words = &index_words_v;
     static constexpr auto map_sites = &map_sites_v;
+    static constexpr auto look_up = &look_up_v;
     static constexpr auto map_words = &map_words_v;
 };
 } // namespace
