@@ -350,6 +350,12 @@ void grabber::save(const frame& got) {
     const uint64_t step = std::max<uint64_t>(1, options.frames / std::max<uint64_t>(1, options.save));
     // One that had to be skipped is made up for by the next.
     if (offered >= options.save || frames() - 1 < offered * step) return;
+    // Packed lines run on from one to the next where nothing stands between them, and are read like that.
+    if (got.line_padding != 0 && size_t{got.width} * (got.pixel_format >> 16 & 0xFF) % 8 != 0 &&
+        (options.kind != file_kind::raw || !options.format.empty()))
+        throw failure(cause::output, fmt::format("Lines of {} pixels in {} end inside a byte and have padding: such "
+                                                 "pictures can only be kept as they come, with --raw.",
+                                                 got.width, pixel_format_name(got.pixel_format)));
     const picture shown{picture_of(got), got.width, got.height, got.pixel_format};
     nlohmann::json about{{"timestamp_ns", got.timestamp_ns}, {"incomplete", got.incomplete}};
     ++(saver->offer(shown, got.id, std::move(about), !got.incomplete) ? offered : skipped);
