@@ -122,7 +122,9 @@ bool feature_writer::choice(const feature_text& text, std::size_t offset,
         record.entries.push_back(std::move(entry));
     }
     record.value = link_elem{register_of(offset)};
-    if (find_register(offset)->offset >= own_begin) record.polling_time = polling_ms;
+    // What runs and ends by itself is no setting.
+    if (marks_streamable && offset < own_begin) record.streamable = true;
+    if (offset >= own_begin) record.polling_time = polling_ms;
     model.add(std::move(record));
     listed(text.name);
     return true;
@@ -166,6 +168,7 @@ bool feature_writer::selected(const feature_text& selector, std::initializer_lis
 
     const auto add = [&](auto record, const selected_value& value) {
         const register_entry& entry = *find_register(value.offset);
+        if (marks_streamable && writable && entry.writable) record.streamable = true;
         if (!writable) record.imposed_access_mode = access_mode::ro;
         record.value = link_elem{register_of(value.offset, index, distance)};
         if (!value.text.unit.empty()) record.unit = value.text.unit;

@@ -17,6 +17,7 @@ using enum value_type;
 constexpr double widest = std::numeric_limits<float>::max();
 constexpr double whole = 9e15; // what a double counts exactly
 constexpr double most_pixels = 65535;
+constexpr double weakest_gain = 1.0 / 64;
 constexpr double strongest_gain = 4;    // of a white balance, where it is clamped when used
 constexpr double hottest_light = 20000; // K; the gains hardly change any more
 
@@ -80,14 +81,14 @@ constexpr auto of_the_block = std::to_array<register_entry>({
     read_only(block::result_temperature, uint32),
 });
 
-// A light's temperature and its three gains.
+// A light's temperature and its three gains, none of them 0: they are divided by each other.
 constexpr auto lights = [] {
     constexpr std::size_t words = block::light_size / 4;
     std::array<register_entry, block::light_count * words> made{};
     for (std::size_t i = 0; i < made.size(); ++i) {
         const std::size_t at = block::temperature_lights + 4 * i;
         made[i] = i % words == 0 ? register_entry{at, uint32, true, 0, hottest_light}
-                                 : register_entry{at, float32, true, 0, strongest_gain};
+                                 : register_entry{at, float32, true, weakest_gain, strongest_gain};
     }
     return made;
 }();
