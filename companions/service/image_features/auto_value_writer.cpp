@@ -113,7 +113,7 @@ void auto_value_writer::run(const std::stop_token& stop) {
         const bool refresh = anew || (stale && clock::now() >= refreshed + refresh_interval);
         if (refresh) stale = false;
         lock.unlock();
-        was_busy = false;
+        unfinished = false;
         nodes->ask_again();
         {
             const gds_helper::log::counted_lines counted{lines};
@@ -130,11 +130,11 @@ void auto_value_writer::run(const std::stop_token& stop) {
         }
         const bool silent = nodes->is_silent();
         if (refresh) unread = silent ? unread + 1 : 0;
-        if (silent || was_busy) left_alone = clock::now() + retry_pause;
+        if (silent || unfinished) left_alone = clock::now() + retry_pause;
         lock.lock();
-        results_wait = results_wait || (results && silent) || was_busy;
-        // Limits may follow what was written.
-        stale = stale || results || (unread > 0 && unread < most_failures);
+        results_wait = results_wait || unfinished;
+        // Limits may follow what was written. Looks are counted like tries, whatever asks for them here.
+        stale = stale || ((results || unread > 0) && unread < most_failures);
     }
 }
 
@@ -181,13 +181,16 @@ void auto_value_writer::read_camera() {
         take_number(control::focus, *value, block_t::focus_position, block_t::result_focus);
     if (const auto gains = nodes->read_balance()) take_balance(*gains);
     if (!nodes->has_balance()) block.set_flag(block_t::balance_in_software, true);
-    block.store(block_t::frame_rate, nodes->frame_rate().value_or(0));
+    // A camera that does not answer keeps its rate: without one, exposure times would grow beyond the frame's period.
+    const auto rate = nodes->frame_rate();
+    if (!nodes->is_silent()) block.store(block_t::frame_rate, rate.value_or(0));
 }
 
 bool auto_value_writer::judge(function which, const std::error_code& error) {
     attempt& kept = attempts[which];
     if (!error) {
         kept = {};
+        unread = 0;
         return true;
     }
     if (is_end(error)) return false;
@@ -200,7 +203,7 @@ bool auto_value_writer::judge(function which, const std::error_code& error) {
     }
     const bool busy = error == make_error_code(gigecam_errc::busy);
     if ((silent || busy) && ++kept.failures < most_failures) {
-        was_busy = was_busy || busy;
+        unfinished = true;
         return false;
     }
     kept.given_up = true;
@@ -215,7 +218,11 @@ void auto_value_writer::write_number(control which, std::size_t result_at, std::
     const auto function_of = static_cast<function>(which);
     const T result = block.load<T>(result_at);
     const T current = block.load<T>(current_at);
-    if (result == current || attempts[function_of].given_up || nodes->is_silent()) return;
+    if (result == current || attempts[function_of].given_up) return;
+    if (nodes->is_silent()) {
+        unfinished = true; // no try of this one: another has met the silence
+        return;
+    }
     const auto wanted = number_of(result);
     if (!wanted) {
         block.replace(result_at, result, current);
@@ -246,7 +253,10 @@ void auto_value_writer::write_balance() {
     if (!differs || !sound || attempts[balance].given_up) return;
     camera_nodes::balance taken = result;
     if (nodes->has_balance()) {
-        if (nodes->is_silent()) return;
+        if (nodes->is_silent()) {
+            unfinished = true;
+            return;
+        }
         if (!judge(balance, nodes->write_balance(result))) return;
         taken = nodes->read_balance().value_or(result);
     }

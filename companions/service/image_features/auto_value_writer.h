@@ -68,7 +68,7 @@ private:
     const std::shared_ptr<gds_helper::log::line_budget> lines;
     const std::chrono::milliseconds retry_pause;
     std::array<attempt, functions> attempts;          // the thread's, as are those up to the mutex
-    bool was_busy = false;                            // in this turn
+    bool unfinished = false;                          // in this turn: a result is to be tried again
     unsigned unread = 0;                              // looks at the camera without an answer, in a row
     std::chrono::steady_clock::time_point refreshed;  // when the camera's values were read last
     std::chrono::steady_clock::time_point left_alone; // until then

@@ -59,9 +59,19 @@ std::optional<std::string> camera_features::prepare(std::string_view document) {
     };
     if (document.size() > most_document_bytes) return as_it_is("it is too large");
     const bool reads_only = camera.access() == gvcp_master::access_mode::read_only;
-    auto nodes = camera_nodes::create(document, *port, reads_only);
-    if (!nodes) return as_it_is("it cannot be used");
-    merge_result merged = merge_features(document, nodes->abilities());
+    std::unique_ptr<camera_nodes> nodes;
+    camera_abilities found;
+    // A camera that stops answering in between seems to lack whatever was not asked for yet, and the document is made
+    // once: it gets a second chance.
+    for (int tries = 0; tries < 2 && (!nodes || nodes->is_silent()); ++tries) {
+        nodes.reset();
+        nodes = camera_nodes::create(document, *port, reads_only);
+        if (!nodes) return as_it_is("it cannot be used");
+        found = nodes->abilities();
+    }
+    if (nodes->is_silent())
+        logger().warn("{} does not answer: software features may be missing until it is opened again.", name);
+    merge_result merged = merge_features(document, found);
     if (!merged.text) return as_it_is(merged.reason);
 
     auto made = std::make_shared<auto_value_writer>(settings, std::move(nodes), name, lines);

@@ -42,30 +42,37 @@ double microseconds_in(std::string_view unit) {
     return 1;
 }
 
-// Selects an entry and puts the former one back at its end.
+// Selects an entry and puts the former one back at its end, or, where the camera has stopped answering meanwhile, at
+// the end of the next selection.
 class selection final {
 public:
-    selection(IEnumeration* chosen, IEnumEntry* entry) : selector(chosen) {
+    selection(IEnumeration* selector, IEnumEntry* entry, owed_entry& put_back) : owed(put_back) {
         if (selector == nullptr || entry == nullptr) return;
         const auto before = selector->get_selected_entry(direct);
         if (!before) {
             error = before.error();
             return;
         }
-        if (*before == entry) return;
-        error = selector->set_selected_entry(entry, direct);
-        if (!error) former = *before;
+        IEnumEntry* const former = owed.selector != nullptr && owed.chosen == *before ? owed.former : *before;
+        if (*before != entry) error = selector->set_selected_entry(entry, direct);
+        // A choice that was not answered may have been made all the same.
+        if (former != entry)
+            owed = {selector, entry, former};
+        else if (!error)
+            owed = {};
+        is_made = true;
     }
     ~selection() {
-        if (former != nullptr) (void)selector->set_selected_entry(former, direct);
+        if (!is_made || owed.selector == nullptr) return;
+        if (!owed.selector->set_selected_entry(owed.former, direct)) owed = {};
     }
     selection(const selection&) = delete;
     selection& operator=(const selection&) = delete;
     [[nodiscard]] const std::error_code& failure() const { return error; }
 
 private:
-    IEnumeration* selector;
-    IEnumEntry* former = nullptr;
+    owed_entry& owed;
+    bool is_made = false;
     std::error_code error;
 };
 
@@ -271,7 +278,7 @@ auto camera_nodes::with_gain_selected(control which, Function&& function) {
     IEnumEntry* overall = nullptr;
     if (which == control::gain && gain_selector != nullptr && usable(*gain_selector) && !only_reads)
         overall = first_entry(*gain_selector, overall_gains);
-    const selection chosen{gain_selector, overall};
+    const selection chosen{gain_selector, overall, gain_owed};
     return function(chosen.failure());
 }
 
@@ -339,7 +346,7 @@ std::optional<camera_nodes::balance> camera_nodes::read_ratios() {
             if (i == 1) continue;
             return {};
         }
-        const selection chosen{ratio_selector, entry};
+        const selection chosen{ratio_selector, entry, ratio_owed};
         if (chosen.failure()) return {};
         const auto value = value_of(ratio);
         if (!value || !(*value > 0)) return {};
@@ -354,7 +361,7 @@ std::error_code camera_nodes::write_balance(const balance& gains) {
     const float one = green != nullptr ? 1.0F : gains[1];
     const auto write_one = [&](IEnumEntry* entry, float gain) -> std::error_code {
         if (entry == nullptr) return make_error_code(genicam_errc::no_such_entry);
-        const selection chosen{ratio_selector, entry};
+        const selection chosen{ratio_selector, entry, ratio_owed};
         if (chosen.failure()) return chosen.failure();
         return write_to(ratio, static_cast<double>(gain));
     };

@@ -18,6 +18,13 @@
 
 namespace image_features {
 
+// A selector's entry that is to be put back once the camera answers again.
+struct owed_entry {
+    GenICam::IEnumeration* selector = nullptr; // null: nothing is owed
+    GenICam::IEnumEntry* chosen = nullptr;     // by us; another one is somebody else's choice and stays
+    GenICam::IEnumEntry* former = nullptr;
+};
+
 // Every access goes to the camera: others write to it, too. Blocks for as long as the camera takes. Thread-bound.
 class camera_nodes final {
 public:
@@ -81,6 +88,7 @@ private:
     number rate;
     GenICam::IEnumeration* gain_selector = nullptr;
     GenICam::IEnumeration* ratio_selector = nullptr;
+    owed_entry gain_owed, ratio_owed;
     number ratio;
 };
 

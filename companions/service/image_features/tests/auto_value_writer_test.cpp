@@ -157,6 +157,14 @@ TEST_P(AutoValueWriter, GivesUpAfterThreeTriesInARow) {
     EXPECT_TRUE(comes([&] { return camera.exposure == 2000; }, true));
 }
 
+TEST_P(AutoValueWriter, WhoNeverAnswersIsLeftAlone) {
+    camera.failures_left = 1'000'000;
+    result(2000);
+    EXPECT_TRUE(comes([&] { return given_up() == 1; }, false));
+    std::this_thread::sleep_for(std::chrono::seconds{1}); // four pauses
+    EXPECT_LE(camera.failures, 4) << "three tries, and the look that was due after them";
+}
+
 INSTANTIATE_TEST_SUITE_P(Cameras, AutoValueWriter,
                          testing::Values(row{"SilentAtWrites", gigecam_errc::timeout, true},
                                          row{"SilentAtLooks", gigecam_errc::timeout, false},

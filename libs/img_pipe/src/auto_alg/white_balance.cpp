@@ -208,6 +208,7 @@ balance_result balance_by_temperature(sample_array& samples, const white_balance
     const std::int32_t low = std::min(params.temperature_min, params.temperature_max);
     const std::int32_t high = std::max(params.temperature_min, params.temperature_max);
     if (state.current < 0) state.current = params.temperature;
+    const std::int32_t before = state.current;
     const std::int32_t found = find_temperature(samples, params);
     bool done = false;
     if (params.once) {
@@ -226,6 +227,7 @@ balance_result balance_by_temperature(sample_array& samples, const white_balance
     state.current = std::clamp(state.current, temperature_table::lowest, temperature_table::highest);
     state.current = std::clamp(state.current, std::clamp(low, temperature_table::lowest, temperature_table::highest),
                                std::clamp(high, temperature_table::lowest, temperature_table::highest));
+    if (!params.once) done = state.current == before;
     const float(&row)[3] = params.table->gain[(state.current - temperature_table::lowest) / temperature_table::step];
     balance_result result{{}, done};
     for (int i = 0; i < 3; ++i) result.gain[i] = bounded(row[i], 0, 4, 1);

@@ -23,7 +23,7 @@ struct temperature_state {
     std::int32_t current = -1; // none yet
     std::int32_t wb_scan_countdown = scan_passes;
 };
-// One pass by temperature; once: done with the last of scan_passes.
+// One pass by temperature. Once: done with the last of scan_passes; else where the temperature stays.
 balance_result balance_by_temperature(sample_array& samples, const white_balance_params& params,
                                       temperature_state& state);
 
