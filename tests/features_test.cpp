@@ -167,7 +167,8 @@ TEST(Features, OfAnIndependentCameraReadAndWrite) {
     const outcome result = exercise_all(camera, nodes);
     EXPECT_THAT(result.faults, IsEmpty());
     EXPECT_THAT(result.single, ElementsAre("TriggerActivation"));
-    EXPECT_THAT(result.held, ElementsAre("AutoWhiteBalanceSelector", "AutoWhiteBalanceSelector_Value",
+    EXPECT_THAT(result.held, ElementsAre("AutoColorTemperatureLightSelector", "AutoColorTemperatureLightSelector_Value",
+                                         "AutoWhiteBalanceSelector", "AutoWhiteBalanceSelector_Value",
                                          "SoftwareColorMatrixSelector", "SoftwareColorMatrixSelector_Value",
                                          "TLParamsLocked", "TriggerSelector", "TriggerSelectorInteger"));
     EXPECT_THAT(result.formulas, ElementsAre("PayloadSize"));
@@ -197,8 +198,9 @@ TEST(Features, OfOurOwnCameraReadAndWrite) {
     EXPECT_THAT(result.faults, IsEmpty());
     EXPECT_THAT(result.single,
                 ElementsAre("GevStreamChannelSelector", "LUTSelector", "OffsetX", "OffsetY", "TriggerSelector"));
-    EXPECT_THAT(result.held, ElementsAre("AutoWhiteBalanceSelector", "DeviceTemperatureSelector", "GainSelector",
-                                         "LUTIndex", "LineSelector", "SoftwareColorMatrixSelector"));
+    EXPECT_THAT(result.held, ElementsAre("AutoColorTemperatureLightSelector", "AutoWhiteBalanceSelector",
+                                         "DeviceTemperatureSelector", "GainSelector", "LUTIndex", "LineSelector",
+                                         "SoftwareColorMatrixSelector"));
     EXPECT_THAT(result.formulas, ElementsAre("BlackLevel", "HeightMax", "LineStatus", "WidthMax"));
     EXPECT_GE(result.read.size(), 60U);
     EXPECT_GE(result.written.size(), 64U);
