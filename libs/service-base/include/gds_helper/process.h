@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace gds_helper {
@@ -11,7 +12,7 @@ namespace gds_helper {
 [[nodiscard]] std::int64_t process_id() noexcept;
 
 // Names the calling thread for debuggers; the system cuts to what it can hold.
-void set_thread_name(const std::string& name) noexcept;
+void set_thread_name(std::string_view name) noexcept;
 
 // Asks for above-normal priority for the calling thread. False when the system refuses.
 [[nodiscard]] bool raise_thread_priority() noexcept;

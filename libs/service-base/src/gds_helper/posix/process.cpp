@@ -11,9 +11,10 @@ namespace gds_helper {
 
 std::int64_t process_id() noexcept { return getpid(); }
 
-void set_thread_name(const std::string& name) noexcept {
-    constexpr std::size_t longest = 15;
-    pthread_setname_np(pthread_self(), name.substr(0, longest).c_str());
+void set_thread_name(std::string_view name) noexcept {
+    char text[16]{}; // all that the kernel takes, the final zero with it
+    name.copy(text, sizeof text - 1);
+    pthread_setname_np(pthread_self(), text);
 }
 
 bool raise_thread_priority() noexcept {
