@@ -172,8 +172,12 @@ void stream_asio_thread::thread_main() {
     try {
         io.run();
     } catch (const std::exception& failure) {
-        logger().error("{}, failed due to {}", thread_name, failure.what());
-        end_reason = failure.what();
+        try {
+            end_reason = "no memory"; // short enough to need none
+            end_reason = failure.what();
+            logger().error("{}, failed due to {}", thread_name, failure.what());
+        } catch (const std::exception&) { // what was lacking is lacking for the words, too
+        }
     }
     receiver->flush(now_us());
     dump_statistics(receiver->get_statistics());
