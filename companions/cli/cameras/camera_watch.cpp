@@ -1,5 +1,6 @@
 #include "camera_watch.h"
 
+#include "../consumer/first_failure.h"
 #include "../consumer/stream_buffers.h"
 
 #include <fmt/format.h>
@@ -114,29 +115,25 @@ void camera_watch::look() {
 camera_watch::figures camera_watch::counted() const { return {frames, incomplete, bytes, lost_frames, resends}; }
 
 void camera_watch::stop() {
-    std::exception_ptr first;
-    const auto attempt = [&](auto&& step) {
-        try {
-            step();
-        } catch (...) {
-            if (!first) first = std::current_exception();
-        }
-    };
-    if (started) attempt([&] { execute(require_node(*remote, "AcquisitionStop")); });
+    first_failure failures;
+    if (started) failures.attempt([&] { execute(require_node(*remote, "AcquisitionStop")); });
     ending = true;
     if (receiver.joinable()) receiver.join();
     if (started && remote->document().find_node("TLParamsLocked") != nullptr)
-        attempt([&] { set_from_text(require_node(*remote, "TLParamsLocked"), "0"); });
-    if (started) attempt([&] { look(); });
+        failures.attempt([&] { set_from_text(require_node(*remote, "TLParamsLocked"), "0"); });
+    if (started) failures.attempt([&] { look(); });
     if (acquiring)
-        attempt([&] { lib.check("DSStopAcquisition", lib.DSStopAcquisition(stream->get(), ACQ_STOP_FLAGS_DEFAULT)); });
+        failures.attempt(
+            [&] { lib.check("DSStopAcquisition", lib.DSStopAcquisition(stream->get(), ACQ_STOP_FLAGS_DEFAULT)); });
     if (new_buffer != nullptr)
-        attempt([&] { lib.check("GCUnregisterEvent", lib.GCUnregisterEvent(stream->get(), EVENT_NEW_BUFFER)); });
-    if (stream) attempt([&] { lib.check("DSFlushQueue", lib.DSFlushQueue(stream->get(), ACQ_QUEUE_ALL_DISCARD)); });
+        failures.attempt(
+            [&] { lib.check("GCUnregisterEvent", lib.GCUnregisterEvent(stream->get(), EVENT_NEW_BUFFER)); });
+    if (stream)
+        failures.attempt([&] { lib.check("DSFlushQueue", lib.DSFlushQueue(stream->get(), ACQ_QUEUE_ALL_DISCARD)); });
     started = acquiring = false;
     new_buffer = nullptr;
     // Of a camera that has gone each step fails, which is known.
-    if (first && now != state::lost) std::rethrow_exception(first);
+    if (now != state::lost) failures.rethrow();
 }
 
 } // namespace cli

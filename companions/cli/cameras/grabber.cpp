@@ -1,6 +1,7 @@
 #include "grabber.h"
 
 #include "../consumer/device_choice.h"
+#include "../consumer/first_failure.h"
 #include "../losses/missing_frames.h"
 #include "../output/output.h"
 #include "../posix/interruption.h"
@@ -136,14 +137,7 @@ void grabber::start() {
 
 // Everything is tried, whatever of it fails; the first reason is thrown in the end.
 void grabber::stop() {
-    std::exception_ptr first;
-    const auto attempt = [&](auto&& step) {
-        try {
-            step();
-        } catch (...) {
-            if (!first) first = std::current_exception();
-        }
-    };
+    first_failure failures;
     if (trigger) {
         trigger->stop();
         triggers_sent += trigger->sent();
@@ -151,29 +145,29 @@ void grabber::stop() {
     }
     // A frame that the stop cuts short is no loss.
     const bool watched = watch.has_value();
-    if (watched) attempt([&] { explain_losses(); });
-    if (camera_started) attempt([&] { execute(require_node(session->remote, "AcquisitionStop")); });
+    if (watched) failures.attempt([&] { explain_losses(); });
+    if (camera_started) failures.attempt([&] { execute(require_node(session->remote, "AcquisitionStop")); });
     if (acquiring && session->remote.document().find_node("TLParamsLocked") != nullptr)
-        attempt([&] { set_from_text(require_node(session->remote, "TLParamsLocked"), "0"); });
+        failures.attempt([&] { set_from_text(require_node(session->remote, "TLParamsLocked"), "0"); });
     if (acquiring) {
-        attempt([&] { read_counters(); });
-        attempt([&] {
+        failures.attempt([&] { read_counters(); });
+        failures.attempt([&] {
             session->lib.check("DSStopAcquisition",
                                session->lib.DSStopAcquisition(session->stream->get(), ACQ_STOP_FLAGS_DEFAULT));
         });
     }
     if (new_buffer != nullptr)
-        attempt([&] {
+        failures.attempt([&] {
             session->lib.check("GCUnregisterEvent",
                                session->lib.GCUnregisterEvent(session->stream->get(), EVENT_NEW_BUFFER));
         });
-    attempt([&] {
+    failures.attempt([&] {
         session->lib.check("DSFlushQueue", session->lib.DSFlushQueue(session->stream->get(), ACQ_QUEUE_ALL_DISCARD));
     });
-    if (trigger) attempt([&] { trigger->put_back(); });
+    if (trigger) failures.attempt([&] { trigger->put_back(); });
     trigger.reset();
     if (watched && evidence && complete == complete_before && packet_size > 0)
-        attempt([&] {
+        failures.attempt([&] {
             evidence->largest_that_passes =
                 largest_packet_that_passes(session->lib, remote_port(session->lib, *session->device), stream_address,
                                            static_cast<uint64_t>(packet_size));
@@ -181,7 +175,7 @@ void grabber::stop() {
     if (errors != nullptr) static_cast<void>(session->lib.GCUnregisterEvent(session->device->get(), EVENT_ERROR));
     errors = new_buffer = nullptr;
     acquiring = camera_started = false;
-    if (first) std::rethrow_exception(first);
+    failures.rethrow();
 }
 
 int64_t grabber::stream_feature(const char* name) const {
