@@ -1,0 +1,75 @@
+// A selector that was moved for an access of ours goes back to the user's entry, also when the camera falls silent
+// then.
+#include "../camera_nodes.h"
+
+#include <gds_shared/gigecam_error.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+using namespace image_features;
+
+namespace {
+
+constexpr std::string_view document = R"(<RegisterDescription ModelName="M" VendorName="V" SchemaMajorVersion="1"
+  SchemaMinorVersion="1" SchemaSubMinorVersion="0" xmlns="http://www.genicam.org/GenApi/Version_1_1">
+<Category Name="Root"><pFeature>GainSelector</pFeature><pFeature>Gain</pFeature></Category>
+<Enumeration Name="GainSelector"><EnumEntry Name="All"><Value>0</Value></EnumEntry>
+  <EnumEntry Name="Tap1"><Value>1</Value></EnumEntry><EnumEntry Name="Tap2"><Value>2</Value></EnumEntry>
+  <pValue>S</pValue><pSelected>Gain</pSelected></Enumeration>
+<Float Name="Gain"><pValue>G</pValue><Min>0</Min><Max>48</Max></Float>
+<IntReg Name="S"><Address>0</Address><Length>4</Length><AccessMode>RW</AccessMode><pPort>Device</pPort>
+  <Endianess>LittleEndian</Endianess></IntReg>
+<FloatReg Name="G"><Address>8</Address><Length>8</Length><AccessMode>RW</AccessMode><pPort>Device</pPort>
+  <Endianess>LittleEndian</Endianess></FloatReg>
+<Port Name="Device"/></RegisterDescription>)";
+
+class small_camera final : public GenICam::IDevicePort {
+public:
+    GenICam::result<std::size_t> read(int64_t address, std::span<std::byte> data, unsigned) override {
+        std::memcpy(data.data(), memory.data() + address, data.size());
+        return data.size();
+    }
+    std::error_code write(int64_t address, std::span<const std::byte> data, unsigned) override {
+        std::ranges::copy(data, memory.begin() + address); // it is the answer that gets lost
+        return address == unanswered ? make_error_code(gds_shared::gigecam_errc::timeout) : std::error_code{};
+    }
+    [[nodiscard]] int selected() const { return std::to_integer<int>(memory[0]); }
+    void select(int entry) { memory[0] = static_cast<std::byte>(entry); }
+    int64_t unanswered = -1; // address of the writes that get no answer
+
+private:
+    std::array<std::byte, 16> memory{};
+};
+
+} // namespace
+
+TEST(CameraNodes, ASelectorGoesBackAfterASilence) {
+    constexpr int64_t selector = 0, gain = 8;
+    const struct {
+        const char* what;
+        int64_t unanswered;
+        int chosen_meanwhile; // by the user; -1: nothing
+        int in_the_end;
+    } rows[] = {{"silent at the value", gain, -1, 1},
+                {"silent at the selector", selector, -1, 1},
+                {"another entry chosen meanwhile", gain, 2, 2}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        small_camera camera;
+        const auto nodes = camera_nodes::create(document, camera, false);
+        ASSERT_NE(nodes, nullptr);
+        camera.select(1);
+        camera.unanswered = row.unanswered;
+        EXPECT_TRUE(nodes->write(camera_nodes::control::gain, 6));
+        EXPECT_EQ(camera.selected(), 0) << "nothing more is written to a silent camera";
+        if (row.chosen_meanwhile >= 0) camera.select(row.chosen_meanwhile);
+        camera.unanswered = -1;
+        nodes->ask_again();
+        EXPECT_TRUE(nodes->read(camera_nodes::control::gain));
+        EXPECT_EQ(camera.selected(), row.in_the_end);
+    }
+}
