@@ -1,12 +1,10 @@
 // The features in the document, and what they do to pictures.
+#include "../libs/genicam_lib/tests/log_capture.h"
 #include "image_features_system.h"
-
-#include <GenICam/log.h>
 
 #include <gmock/gmock.h>
 
 #include <cstdlib>
-#include <source_location>
 
 using namespace test_support;
 using namespace GenICam;
@@ -16,15 +14,6 @@ using testing::IsEmpty;
 using testing::Not;
 
 namespace {
-
-class log_capture final : public ILogSink {
-public:
-    log_capture() { set_log_sink(this); }
-    ~log_capture() override { set_log_sink(nullptr); }
-    bool is_enabled(int) const noexcept override { return true; }
-    void write(int, std::string_view text, const std::source_location&) override { lines.emplace_back(text); }
-    std::vector<std::string> lines;
-};
 
 class ImageFeatures : public image_features {};
 
@@ -144,7 +133,7 @@ TEST_F(ImageFeatures, MergedDocumentsLoadEverywhere) {
         each.start_camera({"--document", file});
         each.start_service();
         open_camera camera{test_system::serial(0)};
-        const log_capture log;
+        const GenICam::testing::log_capture log;
         const IGenICamDoc& document = camera.remote().document();
         EXPECT_THAT(log.lines, IsEmpty());
         EXPECT_THAT(feature_names(document), Contains("SoftwareGamma"));

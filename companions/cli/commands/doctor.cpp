@@ -73,6 +73,13 @@ void check_services(std::vector<finding>& findings) {
                         none ? "" : "end all but one: kill PID, or for a unit: sudo systemctl disable --now NAME"});
 }
 
+// Each line begins with a grade or, where one goes on, with a space.
+std::string indented(const std::string& text) {
+    std::string result;
+    for (const char each : text) result += each == '\n' ? std::string{"\n         "} : std::string{each};
+    return result;
+}
+
 const char* text_of(grade of) {
     switch (of) {
     case grade::ok:
@@ -121,7 +128,7 @@ int doctor(const common_options& common) {
         print_json({{"ok", all_well}, {"checks", list}});
     } else {
         for (const finding& each : findings) {
-            print("{:<6} {}: {}\n", text_of(each.of), each.check, each.found);
+            print("{:<6} {}: {}\n", text_of(each.of), each.check, indented(each.found));
             if (each.of != grade::ok) print("         wanted: {}; {}\n", each.wanted, each.why);
             if (!each.remedy.empty()) print("         {}\n", each.remedy);
         }
