@@ -44,6 +44,11 @@ TEST(CommandLine, WithoutAService) {
     }
     expect_rows(own, {{"list", cause::no_service, "Start it: orv-gentl-gev-service"},
                       {"list", cause::no_service, "Failed to connect to service"}});
+    std::istringstream lines{run(own, "orv-gentl doctor").output};
+    for (std::string line; std::getline(lines, line);)
+        EXPECT_TRUE(line.starts_with("ok ") || line.starts_with("advice ") || line.starts_with("BAD ") ||
+                    line.starts_with("   "))
+            << line;
     std::ofstream{own.folder() / "orv-gentl-gev_service_pipe_1.2_rel"} << "no socket";
     EXPECT_THAT(run(own, "orv-gentl list").errors, testing::Not(HasSubstr("other versions")));
     std::ofstream{socket} << "a file in the socket's place";

@@ -8,10 +8,10 @@
 
 using namespace test_support;
 using namespace GenICam;
-using testing::Contains;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
+using ::testing::Contains;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
 
 namespace {
 

@@ -1,6 +1,7 @@
 // orv-gentl: a GenTL consumer for people. Speaks only GenTL to whatever producer it loads.
 #include "commands/completion.h"
 #include "commands/doctor.h"
+#include "commands/doctor_watch.h"
 #include "commands/document_command.h"
 #include "commands/feature_commands.h"
 #include "commands/grab_command.h"
@@ -12,7 +13,6 @@
 #include "commands/support_bundle.h"
 #include "commands/watch_command.h"
 #include "consumer/nearest_names.h"
-#include "losses/doctor_watch.h"
 #include "output/output.h"
 #include "pictures/picture_converter.h"
 #include "posix/standard_streams.h"

@@ -27,7 +27,7 @@ std::pair<int, std::string> run(const std::string& command) {
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, text};
 }
 
-class Said : public testing::Test {
+class ProgramOutput : public testing::Test {
 protected:
     test_system own{{"--log-level", "0"}};
     std::unique_ptr<raw_client> connect(const std::string& name = "raw") {
@@ -37,7 +37,7 @@ protected:
 
 } // namespace
 
-TEST_F(Said, WhatIsWrongWithOptionsAndFiles) {
+TEST_F(ProgramOutput, WhatIsWrongWithOptionsAndFiles) {
     own.start_camera();
     const std::string service = ORV_BIN_DIR "/orv-gentl-gev-service --no-networks ";
     const std::string camera = ORV_BIN_DIR "/orv-gev-camera-sim --address " + own.camera_address(1) + ' ';
@@ -75,7 +75,7 @@ TEST_F(Said, WhatIsWrongWithOptionsAndFiles) {
     }
 }
 
-TEST_F(Said, WhatIsSearchedFoundOpenedAndLost) {
+TEST_F(ProgramOutput, WhatIsSearchedFoundOpenedAndLost) {
     own.start_camera();
     own.start_logged_service();
     const std::string output = own.service().output();
@@ -105,7 +105,7 @@ TEST_F(Said, WhatIsSearchedFoundOpenedAndLost) {
 }
 
 // A client that leaves closes its channel and then its queues. The service, held up meanwhile, sees both at once.
-TEST_F(Said, WhoLeavesIsNotBlamedAndWhoEndsHisQueuesIs) {
+TEST_F(ProgramOutput, WhoLeavesIsNotBlamedAndWhoEndsHisQueuesIs) {
     own.start_logged_service();
     std::vector<std::unique_ptr<raw_client>> leaving; // several, as either end may be seen first
     for (int i = 0; i < 6; ++i) leaving.push_back(connect("leaving"));
@@ -134,7 +134,7 @@ TEST_F(Said, WhoLeavesIsNotBlamedAndWhoEndsHisQueuesIs) {
     EXPECT_TRUE(holds(own.logged(), "Client 'ending' ended its queues"));
 }
 
-TEST_F(Said, NamesStayOnTheirLineOfTheLog) {
+TEST_F(ProgramOutput, NamesStayOnTheirLineOfTheLog) {
     own.start_logged_service();
     raw_client client{own.folder(), "evil\n[forged] line \x1b[31m"};
     static_cast<void>(client.call(0, "no\x1b[31mfunction\n[forged]"));
@@ -146,7 +146,7 @@ TEST_F(Said, NamesStayOnTheirLineOfTheLog) {
     EXPECT_NE(log.find("evil\\x0A[forged]"), std::string::npos) << log;
 }
 
-TEST_F(Said, LinesThatItCausesAreBoundedAndCounted) {
+TEST_F(ProgramOutput, LinesThatItCausesAreBoundedAndCounted) {
     own.start_logged_service();
     constexpr int calls = 3000;
     auto client = connect();
