@@ -32,7 +32,7 @@ TEST(TransformTables, EntriesHonourWhatTheySay) {
         repacked{0, 1, 0, 0, 0, 0, 0, 0}, nothing(8);
     transform_params changed[8];
     changed[1] = {.wb_enable = true, .wb_gain = {0.5F, 0.5F, 0.5F, 0.5F}};
-    changed[2].saturation = 0;
+    changed[2] = {.color_matrix_enable = true, .color_matrix = {0.5F, 0, 0, 0, 0.5F, 0, 0, 0, 0.5F}};
     changed[3].brightness = 40;
     changed[4].contrast = 100;
     changed[5].sharpness = 60;
