@@ -100,6 +100,7 @@ const std::vector<transform_params> settings{
     {.wb_enable = true, .wb_gain = {1.3F, 0.8F, 1.2F, 0.8F}},
     {.color_matrix_enable = true, .color_matrix = {1.1F, -0.2F, 0.15F, 0.05F, 0.9F, -0.1F, -0.15F, 0.25F, 0.8F}},
     {.saturation = 1.5F},
+    {.saturation = 4},
     {.saturation = -2},
     {.hue = 0.25F},
     {.hue = -3},
@@ -121,6 +122,8 @@ using pipe_set = std::map<std::pair<std::uint32_t, std::size_t>, transform_pipe>
 void check(const layout& from, const layout& to, pipe_set& pipes) {
     const bool in_place = fcc(from.id) == fcc(to.id), repacked = std::string_view{to.id}.starts_with("RAW");
     const double full = to.bytes == 1 ? 255 : 65535;
+    // Bytes are rounded before saturation makes four times as much of them, but those of chroma that stay it.
+    const double slack = to.bytes == 2 ? 6 : in_place && from.cells[0][0] == 'Y' ? 1.25 : 3.5;
     for (const colour& bytes : {colour{150, 90, 60}, {70, 110, 130}, {100, 100, 100}})
         for (std::size_t i = 0; i < settings.size(); ++i)
             for (const std::uint32_t mask : masks()) {
@@ -144,8 +147,8 @@ void check(const layout& from, const layout& to, pipe_set& pipes) {
                     worst = std::max(worst, std::abs((to.bytes == 1 ? at[0] : at[0] | at[1] << 8) -
                                                      full * std::clamp(wanted, 0.0, 1.0)));
                 });
-                EXPECT_LE(worst, to.bytes == 1 ? 2.5 : 6)
-                    << from.id << " to " << to.id << ", setting " << i << ", level " << mask << ", red " << bytes[0];
+                EXPECT_LE(worst, slack) << from.id << " to " << to.id << ", setting " << i << ", level " << mask
+                                        << ", red " << bytes[0];
             }
 }
 
