@@ -455,6 +455,19 @@ TEST_P(Convert, WritesThePictureOrRefuses) {
     EXPECT_EQ(said.find("there is one to") != said.npos, std::string_view{name} == "never_through_grey") << said;
 }
 
+// The refusal names what can be asked for instead, in the words that --to takes.
+TEST(ConvertCommand, RefusalNamesWhatThereIs) {
+    const test_support::temporary_folder temporary;
+    const std::string log = (temporary.path / "log").string(),
+                      command = fmt::format("'{}/orv-gentl' convert /dev/null --from PWL1 --to NV12 --width 8 --height "
+                                            "8 2>'{}'",
+                                            ORV_BIN_DIR, log);
+    EXPECT_NE(std::system(command.c_str()), 0);
+    std::ifstream file{log, std::ios::binary};
+    const std::string said{std::istreambuf_iterator<char>{file}, {}};
+    EXPECT_NE(said.find("; there is one to RGB8, RGBa8, Mono8, Mono16, RGf0, BGR8, BGRa8."), said.npos) << said;
+}
+
 using namespace std::string_view_literals;
 constexpr conversion conversions[] = {
     {"alpha_dropped", "BGRa8", "BGR8", "\1\2\x80\xFF\1\2\x80\xFF\1\2\x80\xFF\1\2\x80\xFF"sv,

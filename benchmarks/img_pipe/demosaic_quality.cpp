@@ -1,10 +1,12 @@
-// Quality of the demosaic beside OpenCV's and a slow reference, on generated scenes.
+// Quality of the demosaic beside OpenCV's and a slow reference, on generated scenes or on photographs.
 // usage: demosaic_quality [first seed [number of seeds [plain|best [PNG file for crops side by side]]]]
+//        demosaic_quality --photographs FOLDER
 #include "scenes.h"
 
 #include <img_pipe/filter_table.h>
 #include <img_pipe/kernel_params.h>
 
+#include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <png.h>
 
@@ -12,7 +14,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <memory>
+#include <string>
 
 namespace {
 
@@ -133,9 +137,88 @@ bool write_crops(const char* path, unsigned seed, bool plain) {
     return png_image_write_to_file(&image, path, 0, rgb.data(), 0, nullptr) != 0;
 }
 
+// The table: a line for each scene and noise, and what they come to.
+class table {
+public:
+    explicit table(bool plain_) : plain(plain_) {
+        std::printf("| scene, noise |");
+        for (const road& r : roads) std::printf(" %s |", r.name);
+        std::printf("\n|---|---|---|---|---|---|---|\n");
+    }
+    // The mean of a scene's pictures.
+    void add(const std::string& name, const std::vector<picture>& truths, const noise_level& noise, unsigned seed) {
+        measures sum[road_count]{};
+        const auto count = static_cast<double>(truths.size());
+        for (const picture& truth : truths) {
+            const mosaic16 m = mosaic_of(truth, noise, seed++ + 1000);
+            for (std::size_t i = 0; i < road_count; ++i) {
+                const measures one = compare(truth, roads[i].run(m, plain));
+                sum[i].cpsnr += one.cpsnr / count;
+                sum[i].zipper += one.zipper / count;
+                sum[i].false_colour += one.false_colour / count;
+            }
+        }
+        std::printf("| %s, %s |", name.c_str(), noise.name);
+        for (std::size_t i = 0; i < road_count; ++i) {
+            std::printf(" %.2f %.1f %.2f |", sum[i].cpsnr, sum[i].zipper, sum[i].false_colour);
+            total[i].cpsnr += sum[i].cpsnr;
+            total[i].zipper += sum[i].zipper;
+            total[i].false_colour += sum[i].false_colour;
+        }
+        std::printf("\n");
+        worst_lead = std::min(worst_lead, sum[of_ours].cpsnr - sum[of_edge_aware].cpsnr);
+        worst_gap = std::max(worst_gap, sum[of_reference].cpsnr - sum[of_ours].cpsnr);
+        ++rows;
+    }
+    void end() const {
+        std::printf("| mean |");
+        for (const measures& m : total)
+            std::printf(" %.2f %.1f %.2f |", m.cpsnr / rows, m.zipper / rows, m.false_colour / rows);
+        std::printf("\n\nahead of edge-aware by %.2f dB on average, %.2f at worst; behind the reference by %.2f dB on "
+                    "average, %.2f at worst\n",
+                    (total[of_ours].cpsnr - total[of_edge_aware].cpsnr) / rows, worst_lead,
+                    (total[of_reference].cpsnr - total[of_ours].cpsnr) / rows, worst_gap);
+    }
+
+private:
+    bool plain;
+    measures total[road_count]{};
+    double worst_lead = 1e9, worst_gap = -1e9;
+    int rows = 0;
+};
+
+// Every photograph of a folder that is large enough to be made smaller, which takes away what its own camera's demosaic
+// and compression left: each pixel the mean of at least 2 x 2, and of these the middle.
+int judge_photographs(const char* folder) {
+    std::vector<std::filesystem::path> files;
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) files.push_back(entry.path());
+    std::ranges::sort(files);
+    table out(false);
+    int used = 0;
+    for (const auto& file : files) {
+        const cv::Mat whole = cv::imread(file.string(), cv::IMREAD_COLOR);
+        const int by = std::min(whole.cols, whole.rows) / scene_size;
+        if (by < 2) continue;
+        cv::Mat small;
+        cv::resize(whole(cv::Rect((whole.cols - by * scene_size) / 2, (whole.rows - by * scene_size) / 2,
+                                  by * scene_size, by * scene_size)),
+                   small, cv::Size(scene_size, scene_size), 0, 0, cv::INTER_AREA);
+        const picture truth = from_bgr(small.data);
+        for (const noise_level& noise : noise_levels) out.add(file.stem().string(), {truth}, noise, 1);
+        ++used;
+    }
+    if (used == 0) {
+        std::fprintf(stderr, "no photograph of at least %d pixels a side in %s\n", 2 * scene_size, folder);
+        return 1;
+    }
+    out.end();
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
+    if (argc == 3 && std::strcmp(argv[1], "--photographs") == 0) return judge_photographs(argv[2]);
     const unsigned first = argc > 1 ? static_cast<unsigned>(std::atoi(argv[1])) : 1;
     const unsigned seeds = argc > 2 ? static_cast<unsigned>(std::atoi(argv[2])) : 1;
     const bool plain = argc > 3 && std::strcmp(argv[3], "plain") == 0;
@@ -143,43 +226,12 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "cannot write %s\n", argv[4]);
         return 1;
     }
-    std::printf("| scene, noise |");
-    for (const road& r : roads) std::printf(" %s |", r.name);
-    std::printf("\n|---|---|---|---|---|---|---|\n");
-    measures total[road_count]{};
-    double worst_lead = 1e9, worst_gap = -1e9;
-    int rows = 0;
-    for (const scene_kind& scene : scenes)
-        for (const noise_level& noise : noise_levels) {
-            measures sum[road_count]{};
-            for (unsigned seed = first; seed < first + seeds; ++seed) {
-                const picture truth = scene.render(seed);
-                const mosaic16 m = mosaic_of(truth, noise, seed + 1000);
-                for (std::size_t i = 0; i < road_count; ++i) {
-                    const measures one = compare(truth, roads[i].run(m, plain));
-                    sum[i].cpsnr += one.cpsnr / seeds;
-                    sum[i].zipper += one.zipper / seeds;
-                    sum[i].false_colour += one.false_colour / seeds;
-                }
-            }
-            std::printf("| %s, %s |", scene.name, noise.name);
-            for (std::size_t i = 0; i < road_count; ++i) {
-                std::printf(" %.2f %.1f %.2f |", sum[i].cpsnr, sum[i].zipper, sum[i].false_colour);
-                total[i].cpsnr += sum[i].cpsnr;
-                total[i].zipper += sum[i].zipper;
-                total[i].false_colour += sum[i].false_colour;
-            }
-            std::printf("\n");
-            worst_lead = std::min(worst_lead, sum[of_ours].cpsnr - sum[of_edge_aware].cpsnr);
-            worst_gap = std::max(worst_gap, sum[of_reference].cpsnr - sum[of_ours].cpsnr);
-            ++rows;
-        }
-    std::printf("| mean |");
-    for (const measures& m : total)
-        std::printf(" %.2f %.1f %.2f |", m.cpsnr / rows, m.zipper / rows, m.false_colour / rows);
-    std::printf("\n\nahead of edge-aware by %.2f dB on average, %.2f at worst; behind the reference by %.2f dB on "
-                "average, %.2f at worst\n",
-                (total[of_ours].cpsnr - total[of_edge_aware].cpsnr) / rows, worst_lead,
-                (total[of_reference].cpsnr - total[of_ours].cpsnr) / rows, worst_gap);
+    table out(plain);
+    for (const scene_kind& scene : scenes) {
+        std::vector<picture> truths;
+        for (unsigned seed = first; seed < first + seeds; ++seed) truths.push_back(scene.render(seed));
+        for (const noise_level& noise : noise_levels) out.add(scene.name, truths, noise, first);
+    }
+    out.end();
     return 0;
 }

@@ -1,5 +1,6 @@
 // orv-gentl: a GenTL consumer for people. Speaks only GenTL to whatever producer it loads.
 #include "commands/completion.h"
+#include "commands/convert_command.h"
 #include "commands/doctor.h"
 #include "commands/doctor_watch.h"
 #include "commands/document_command.h"
@@ -14,7 +15,6 @@
 #include "commands/watch_command.h"
 #include "consumer/nearest_names.h"
 #include "output/output.h"
-#include "pictures/picture_converter.h"
 #include "posix/standard_streams.h"
 
 #include <gds_shared/product_constants.h>

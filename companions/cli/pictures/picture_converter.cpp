@@ -1,70 +1,14 @@
 #include "picture_converter.h"
 
-#include "../consumer/failure.h"
-#include "../output/output.h"
-#include "../posix/atomic_file.h"
 #include "wide_samples.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
-#include <algorithm>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
+#include <utility>
 
 namespace cli {
-
-namespace {
-
-constexpr uint32_t rgb8 = 0x02180014, rgba8 = 0x02200016, bgr8 = 0x02180015;
-constexpr uint32_t mono10 = 0x01100003, mono12 = 0x01100005;
-
-size_t bits_of(const picture_format& format) {
-    if (format.pfnc != 0) return format.pfnc >> 16 & 0xFF;
-    const auto bits = img_pipe::format_description(format.id).bits_per_pixel;
-    return bits > 0 ? static_cast<size_t>(bits) : 0;
-}
-
-picture_format filled_in(picture_format format) {
-    if (format.name.empty() && format.pfnc != 0) format.name = img_pipe::pfnc_name(format.pfnc);
-    if (format.name.empty()) format.name = img_pipe::fcc_name(format.id);
-    format.bits = bits_of(format);
-    return format;
-}
-
-} // namespace
-
-picture_format format_from_pfnc(uint32_t pfnc) { return filled_in({{}, pfnc, img_pipe::fcc_from_pfnc(pfnc), 0}); }
-
-picture_format format_from_text(const std::string& text) {
-    if (const uint32_t pfnc = img_pipe::pfnc_from_name(text)) return format_from_pfnc(pfnc);
-    const uint32_t id = img_pipe::fcc_from_text(text);
-    return filled_in({id == 0 ? text : std::string{}, img_pipe::pfnc_from_fcc(id), id, 0});
-}
-
-bool picture_converter::find_way(uint32_t from, uint32_t to) {
-    if (from == 0 || to == 0) return false;
-    way = {from};
-    if (from == to) return true;
-    const auto outputs = img_pipe::find_transform_outputs(from);
-    const auto reaches = [&](uint32_t id) {
-        const auto next = img_pipe::find_transform_outputs(id);
-        return std::ranges::find(next, to) != next.end();
-    };
-    if (std::ranges::find(outputs, to) != outputs.end()) {
-        way.push_back(to);
-        return true;
-    }
-    // Not through grey from one colour format to another.
-    const auto is_grey = [](uint32_t id) { return img_pipe::format_description(id).is_mono != 0; };
-    const auto middle = std::ranges::find_if(
-        outputs, [&](uint32_t id) { return (!is_grey(id) || is_grey(from) || is_grey(to)) && reaches(id); });
-    if (middle == outputs.end()) return false;
-    way.insert(way.end(), {*middle, to});
-    return true;
-}
 
 picture_converter::picture_converter(const picture_format& from, const picture_format& to) : source(from), target(to) {
     choose_way();
@@ -72,47 +16,13 @@ picture_converter::picture_converter(const picture_format& from, const picture_f
 }
 
 void picture_converter::choose_way() {
-    using img_pipe::fcc;
-    const picture_format &from = source, &to = target;
-    before = after = end_step::none;
-    uint32_t begin = from.id, end = to.id;
-    if (from.pfnc != to.pfnc || from.pfnc == 0) {
-        // No other row than the one to colours takes unpacked grey of 10 or 12 bits. Lines that are joined bit to bit
-        // are none to the pipe.
-        const bool few_rows = from.pfnc == mono10 || from.pfnc == mono12 || !lines_end_on_bytes;
-        if (const uint32_t wide = wide_format(from.pfnc); (from.id == 0 || few_rows) && wide != 0) {
-            before = end_step::wide_samples;
-            begin = wide;
-        }
-        // Luma is that of YUY2, not of colours, which may be cut at their ends.
-        const bool to_grey = img_pipe::format_description(to.id).is_mono != 0;
-        if (begin == fcc("IYU2") || (begin == fcc("UYVY") && to_grey)) {
-            before = begin == fcc("IYU2") ? end_step::uyv_to_yuy2 : end_step::uyvy_to_yuy2;
-            begin = fcc("YUY2");
-        }
-        if (to.pfnc == rgb8) end = fcc("BGR3");
-        if (to.pfnc == rgba8) end = fcc("BGR4");
-    } else {
-        begin = end = begin == 0 ? fcc("RAW1") : begin; // nothing to do but to hand on
+    if (auto found = find_way(source, target, lines_end_on_bytes)) {
+        way = std::move(*found);
+        return;
     }
-    bool found = find_way(begin, end);
-    const bool red_first = to.pfnc == rgb8 || to.pfnc == rgba8;
-    if (found && red_first && from.pfnc != to.pfnc) after = end_step::swap_red_and_blue;
-    if (!found && end == fcc("BGR3") && find_way(begin, fcc("BGR4"))) {
-        found = true;
-        after = red_first ? end_step::swap_and_drop_alpha : end_step::drop_alpha;
-    }
-    if (!found && end == fcc("Y16 ") && find_way(begin, fcc("Y800"))) {
-        found = true;
-        after = end_step::double_bytes;
-    }
-    if (!found) {
-        std::string list;
-        for (const uint32_t id : begin == 0 ? std::vector<uint32_t>{} : img_pipe::find_transform_outputs(begin))
-            list += fmt::format("{}{}", list.empty() ? "" : ", ", img_pipe::fcc_name(id));
-        throw std::runtime_error(fmt::format("There is no conversion from {} to {}{}.", from.name, to.name,
-                                             list.empty() ? "" : "; there is one to " + list));
-    }
+    const auto others = reachable_formats(source, lines_end_on_bytes);
+    throw std::runtime_error(fmt::format("There is no conversion from {} to {}{}{}.", source.name, target.name,
+                                         others.empty() ? "" : "; there is one to ", fmt::join(others, ", ")));
 }
 
 picture_converter::~picture_converter() = default;
@@ -186,45 +96,27 @@ std::span<const std::byte> picture_converter::convert(std::span<const std::byte>
         choose_way();
     }
     std::span<const std::byte> now = data.first(need);
-    if (before != end_step::none) {
-        apply(before, now, pixels, width, prepared);
+    if (way.before != end_step::none) {
+        apply(way.before, now, pixels, width, prepared);
         now = prepared;
     }
     const auto w = static_cast<int32_t>(width), h = static_cast<int32_t>(height);
-    for (size_t i = 1; i < way.size(); ++i) {
+    for (size_t i = 1; i < way.formats.size(); ++i) {
         std::vector<std::byte>& out = i == 1 ? between : result;
-        out.resize(img_pipe::image_size(way[i], w, h));
-        img_pipe::img_descriptor from = img_pipe::make_view(const_cast<std::byte*>(now.data()),
-                                                            static_cast<uint32_t>(now.size()), way[i - 1], w, h);
+        out.resize(img_pipe::image_size(way.formats[i], w, h));
+        img_pipe::img_descriptor from = img_pipe::make_view(
+            const_cast<std::byte*>(now.data()), static_cast<uint32_t>(now.size()), way.formats[i - 1], w, h);
         from.flags = img_pipe::view_read_only;
-        const auto to = img_pipe::make_view(out.data(), static_cast<uint32_t>(out.size()), way[i], w, h);
+        const auto to = img_pipe::make_view(out.data(), static_cast<uint32_t>(out.size()), way.formats[i], w, h);
         if (!pipes[i - 1]->transform(to, from))
             throw std::runtime_error(fmt::format("{} x {} pixels of {} cannot be converted to {}.", width, height,
-                                                 img_pipe::fcc_name(way[i - 1]), img_pipe::fcc_name(way[i])));
+                                                 img_pipe::fcc_name(way.formats[i - 1]),
+                                                 img_pipe::fcc_name(way.formats[i])));
         now = out;
     }
-    if (after == end_step::none) return now;
-    apply(after, now, pixels, width, finished);
+    if (way.after == end_step::none) return now;
+    apply(way.after, now, pixels, width, finished);
     return finished;
-}
-
-int convert_file(const convert_options& options) {
-    const picture_format from = format_from_text(options.from), to = format_from_text(options.to);
-    for (const picture_format& format : {from, to})
-        if (!format.known()) throw failure(cause::arguments, fmt::format("'{}' is no pixel format.", format.name));
-    std::ifstream file{options.file, std::ios::binary};
-    std::vector<char> bytes{std::istreambuf_iterator<char>{file}, {}};
-    if (!file.is_open() || file.bad()) throw std::runtime_error(fmt::format("Cannot read '{}'.", options.file));
-    picture_converter converter{from, to};
-    const auto converted = converter.convert(std::as_bytes(std::span{bytes}), options.width, options.height);
-    std::filesystem::path path = options.output;
-    if (path.empty()) path = std::filesystem::path{options.file}.replace_extension(to.name + ".raw");
-    write_file(path, converted);
-    if (options.json)
-        print_json({{"file", path.string()}, {"pixel_format", to.name}, {"bytes", converted.size()}});
-    else
-        print("written: {}\n", path.string());
-    return 0;
 }
 
 } // namespace cli

@@ -119,12 +119,7 @@ std::optional<picture_format> picture_saver::nearest_storable(const picture_form
     for (const std::string& target : targets) {
         if (!is_grey && target != "BGR8") continue;
         const picture_format to = format_from_text(target);
-        try {
-            const picture_converter possible{from, to};
-            return to;
-        } catch (const std::runtime_error&) {
-            // There is no such way.
-        }
+        if (find_way(from, to, true)) return to;
     }
     return std::nullopt;
 }

@@ -26,6 +26,41 @@ TEST(TransformTables, RowsAndOutputs) {
     EXPECT_TRUE(find_transform_outputs(fcc("MJPG")).empty());
 }
 
+// Every entry says which parameters it honours: exactly those change its picture.
+TEST(TransformTables, EntriesHonourWhatTheySay) {
+    const std::vector<std::uint8_t> colours{0, 1, 1, 1, 1, 1, 1, 1}, greys{0, 0, 0, 1, 1, 1, 1, 1},
+        repacked{0, 1, 0, 0, 0, 0, 0, 0}, nothing(8);
+    transform_params changed[8];
+    changed[1] = {.wb_enable = true, .wb_gain = {0.5F, 0.5F, 0.5F, 0.5F}};
+    changed[2] = {.color_matrix_enable = true, .color_matrix = {0.5F, 0, 0, 0, 0.5F, 0, 0, 0, 0.5F}};
+    changed[3].brightness = 40;
+    changed[4].contrast = 100;
+    changed[5].sharpness = 60;
+    changed[6].denoise = 30;
+    changed[7].gamma = 0.5F;
+    const auto check = [&](const transform_plan& plan, std::uint32_t from, std::uint32_t to, const char* name) {
+        const std::vector<std::uint8_t> said(plan.capabilities, plan.capabilities + 8);
+        EXPECT_THAT(said, testing::AnyOf(colours, greys, repacked, nothing)) << name;
+        std::vector<std::uint8_t> neutral;
+        for (const transform_params& params : changed) {
+            const image source(from, 16, 16, 0), other(to, 16, 16, 0);
+            const image& result = plan.convert_in_place != nullptr ? source : other;
+            fill(source, 8);
+            transform_pipe pipe;
+            ASSERT_TRUE(pipe.transform(result.view, source.view, params));
+            if (neutral.empty()) neutral = result.content();
+            EXPECT_EQ(result.content() != neutral, said[static_cast<std::size_t>(&params - changed)] != 0)
+                << name << ' ' << fcc_name(from) << " to " << fcc_name(to) << ' ' << &params - changed;
+        }
+    };
+    for (const conversion_row& row : conversion_table()) {
+        const img_type source{row.sources[0], 16, 16, 0}, destination{row.destinations[0], 16, 16, 0};
+        check(row.make_plan(destination, source), source.format, destination.format, row.function);
+    }
+    for (const in_place_row& row : in_place_table())
+        check(row.make_plan({row.formats[0], 16, 16, 0}), row.formats[0], row.formats[0], row.function);
+}
+
 // What corrects each sample for itself is done on the mosaic; there and back through colours gives the same.
 TEST(TransformPipe, ShortcutOnMosaicsEqualsTheFullRoad) {
     for (const char* name :

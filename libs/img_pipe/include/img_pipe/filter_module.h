@@ -80,7 +80,7 @@ static_assert(sizeof(kernel_row) == 32);
 struct filter_module {
     std::uint32_t required_cpu;
     kernel_lookup lookup[kernel_slots]; // by kernel_slot - 1; null where the module has no such family
-    const kernel_row* table;            // rows of pairs served, for inspection; may be null
+    const kernel_row* table;            // not used, null: each lookup has tables of its own
     std::size_t table_rows;
 };
 static_assert(sizeof(filter_module) == 19 * 8);

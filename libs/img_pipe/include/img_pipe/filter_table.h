@@ -20,7 +20,7 @@ kernel_fn find_kernel(const filter_table& table, kernel_slot slot, const img_des
                       const img_descriptor& source);
 
 enum class load_result { loaded, already_loaded, missing, no_export, null_result };
-// Loads a module of kernels; once per path and process, kept until the process ends. `flags` must be 0.
+// Loads a module of kernels; once per path and process, kept until the process ends. `flags` is not used.
 load_result load_filter_library(const std::string& path, std::uint32_t flags);
 // "orv-gentl-driver-gigevision-imgfilter_avx2.so" in the folder of the library (or program) that holds this code.
 std::string default_filter_library();

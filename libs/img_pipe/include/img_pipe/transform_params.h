@@ -21,9 +21,9 @@ struct transform_params {
     bool color_matrix_enable = false;
     float color_matrix[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1}; // row by row; R, G, B
     bool wb_enable = false;
-    float wb_gain[4] = {1, 1, 1, 1}; // R, G, B, second G; 0 to 4
+    float wb_gain[4] = {1, 1, 1, 1}; // R, G beside red, B, G beside blue, in lines of a mosaic; 0 to 4
     float saturation = 1;            // 0 to 4
-    float hue = 0;                   // half turns, -1 to 1
+    float hue = 0;                   // half turns, -1 to 1; growing, red becomes yellow
     std::int32_t contrast = 0;       // in 1/256 around mid-grey: -256 is flat, 256 doubles
     std::int32_t brightness = 0;     // in 1/256 of full scale, added
     std::int32_t sharpness = 0;
@@ -33,7 +33,7 @@ struct transform_params {
     bool tonemapping_fixed = false;
     float tonemapping_intensity = 0;
     float tonemapping_global_brightness = 0;
-    tonemapping_stretch tonemapping_factors;
+    tonemapping_stretch tonemapping_factors{};
     std::uint8_t route_flags[3] = {}; // any: mono paths as if a parameter were set
 };
 

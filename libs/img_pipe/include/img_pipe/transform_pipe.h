@@ -44,7 +44,7 @@ struct transform_plan {
     bool (*convert_in_place)(transform_pipe&, const img_descriptor& image, const transform_params&,
                              transform_scratch*) = nullptr;
     std::uint8_t capabilities[8] = {};
-    std::uint8_t misc[2] = {};      // 0: may read lines above and below; 1: goes through another format
+    std::uint8_t misc[2] = {};      // of no meaning; 0
     std::uint64_t scratch_size = 0; // bytes of temporary images, for each piece worked on at a time
 };
 

@@ -150,12 +150,13 @@ matrix_params in_planes(const matrix_params& rgb) {
     for (std::size_t i = 0; i < 3; ++i)
         for (std::size_t j = 0; j < 3; ++j) m[i][j] = static_cast<double>(rgb.m[i][j]);
     m = product(to_ycc, product(m, from_ycc));
+    constexpr double middle = 128.0 / 255; // as bytes store no chroma: grey stays grey
     matrix_params out{};
     for (std::size_t i = 0; i < 3; ++i) {
-        double offset = i == 0 ? 0 : 0.5;
+        double offset = i == 0 ? 0 : middle;
         for (std::size_t j = 0; j < 3; ++j) {
             out.m[i][j] = static_cast<float>(m[i][j]);
-            offset += to_ycc[i][j] * static_cast<double>(rgb.m[j][3]) - (j == 0 ? 0 : 0.5 * m[i][j]);
+            offset += to_ycc[i][j] * static_cast<double>(rgb.m[j][3]) - (j == 0 ? 0 : middle * m[i][j]);
         }
         out.m[i][3] = static_cast<float>(offset);
     }

@@ -38,7 +38,7 @@ bool add_tone(const corrections& c, lut_context& luts, sample_params& to);
 matrix_params whole_matrix(const corrections& c, bool with_gains);
 // The whole matrix and gamma, for what comes out of a demosaic; false when memory is out.
 bool demosaic_colours(const corrections& c, lut_context& luts, bool with_gains, demosaic_params& to);
-// The same in terms of Y, U and V as full-range planes store them, chroma around the middle.
+// The same in terms of Y, U and V as full-range planes of bytes store them, chroma around 128.
 matrix_params in_planes(const matrix_params& rgb);
 
 } // namespace img_pipe

@@ -22,8 +22,6 @@ transform_plan make(const img_type&, const img_type& source) {
     transform_plan plan;
     plan.convert = function;
     std::ranges::copy(honoured, plan.capabilities);
-    plan.misc[0] = honoured[static_cast<int>(capability::sharpness)];
-    plan.misc[1] = honoured[static_cast<int>(capability::colour)];
     plan.scratch_size = road_memory(source.format, work, source.width);
     return plan;
 }
