@@ -1,6 +1,8 @@
 // Loads a GenICam document into libaravis and walks all features below Root. Prints each one's name, and what the
-// library had to say on the error output; fails when it had to say anything.
+// library had to say; fails when one is missing or a message came by the way of errors.
 #include <arv.h>
+
+#include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
@@ -36,7 +38,8 @@ void walk(ArvGc* gc, const char* name, int depth) {
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 2) return 2;
+    if (argc != 2 || dup2(STDOUT_FILENO, STDERR_FILENO) < 0) return 2;
+    std::setvbuf(stdout, nullptr, _IOLBF, 0); // whole lines between the messages
     g_log_set_writer_func(count, nullptr, nullptr);
     arv_debug_enable("all:2");
     std::ifstream file{argv[1], std::ios::binary};

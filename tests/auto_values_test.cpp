@@ -151,6 +151,31 @@ TEST_F(AutoValues, ACameraThatRefusesIsLeftAlone) {
     EXPECT_THAT(own->camera(0).output(), HasSubstr("\"requests_refused\":1"));
 }
 
+// Continuous white balance asks for more red with every pass, and the camera has no more.
+TEST_F(AutoValues, ACutGainIsNotWrittenAgain) {
+    const std::vector<std::string> colours{"--scene", "colours", "--pixel-format", "BayerRG8"};
+    std::string text = own_document(colours);
+    const size_t feature = text.find("<Float Name=\"BalanceRatio\"");
+    ASSERT_NE(feature, text.npos);
+    const size_t limit = text.find("<Max>", feature) + 5;
+    text.replace(limit, text.find('<', limit) - limit, "1.25");
+    start_with_document(text, colours);
+    open_raw();
+    EXPECT_EQ(write(software + at::balance_mode, uint32_t{2}), 0U);
+    EXPECT_EQ(write(software + at::master_enable, uint32_t{1}), 0U);
+    const auto ask = [&](float red, float taken) {
+        block->set(at::result_balance, red);
+        send_results();
+        return eventually([&] {
+            return block->get<float>(at::result_balance) == taken && block->get<float>(at::current_balance) == taken;
+        });
+    };
+    for (int pass = 1; pass <= 50; ++pass) ASSERT_TRUE(ask(1.25F + (pass % 2 == 0 ? 0.25F : 0.5F), 1.25F)) << pass;
+    EXPECT_TRUE(ask(1.125F, 1.125F)) << "the light has changed";
+    // Three gains each time; it is asked twice, and once more for other light.
+    EXPECT_LT(own->end_camera(0).value("control_writes", 1000), 50);
+}
+
 TEST_F(AutoValues, AnExposureInAnotherUnit) {
     const std::string text = own_document();
     struct row {

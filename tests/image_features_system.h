@@ -136,9 +136,10 @@ protected:
         start(std::move(camera_options));
     }
     // The simulated camera's own document.
-    static std::string own_document() {
+    static std::string own_document(std::vector<std::string> camera_options = {}) {
         test_system other{{"--no-image-features"}};
-        other.start_camera({"--width", "320", "--height", "240"});
+        camera_options.insert(camera_options.end(), {"--width", "320", "--height", "240"});
+        other.start_camera(camera_options);
         other.start_service();
         open_camera camera{test_system::serial(0)};
         return document_of(camera);

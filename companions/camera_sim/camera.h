@@ -128,6 +128,7 @@ struct statistics {
     uint64_t send_errors = 0;
     uint64_t test_packets = 0;
     uint64_t control_requests = 0;
+    uint64_t control_writes = 0; // of registers and memory, refused ones included
     uint64_t control_lost = 0;
     uint64_t control_repeated = 0; // answered from memory
     uint64_t pending_acks = 0;

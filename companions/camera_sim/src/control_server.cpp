@@ -214,12 +214,14 @@ void control_server::handle(const request& what) {
         read_registers(what, built);
         break;
     case write_reg:
+        ++device.counted.control_writes;
         write_registers(what, built);
         break;
     case read_mem:
         read_memory(what, built);
         break;
     case write_mem:
+        ++device.counted.control_writes;
         write_memory(what, built);
         break;
     case gvcp::command::action:

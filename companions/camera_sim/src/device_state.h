@@ -16,8 +16,8 @@ struct counters {
     std::atomic<uint64_t> frames_sent, frames_skipped, packets_sent, packets_lost, packets_duplicated,
         packets_reordered, packets_delayed, packets_truncated, garbage_sent, resend_requests, resend_requests_lost,
         resend_packets_requested, packets_resent, resends_lost, resends_refused, requests_refused, frames_refused,
-        bytes_sent, send_errors, test_packets, control_requests, control_lost, control_repeated, pending_acks,
-        heartbeats_missed, events_sent, events_acknowledged, actions, reboots, link_dropped;
+        bytes_sent, send_errors, test_packets, control_requests, control_writes, control_lost, control_repeated,
+        pending_acks, heartbeats_missed, events_sent, events_acknowledged, actions, reboots, link_dropped;
     [[nodiscard]] statistics snapshot() const;
 };
 

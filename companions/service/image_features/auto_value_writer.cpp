@@ -50,6 +50,8 @@ std::optional<double> number_of(T value) {
     return number;
 }
 
+std::array<double, 3> numbers_of(const camera_nodes::balance& gains) { return {gains[0], gains[1], gains[2]}; }
+
 int64_t whole_number(double value) { return std::llround(std::clamp(value, -9e15, 9e15)); }
 
 } // namespace
@@ -89,6 +91,11 @@ void auto_value_writer::camera_written() {
     wake.notify_all();
 }
 
+bool auto_value_writer::is_idle() {
+    const std::lock_guard guard{mutex};
+    return !working && !results_wait && !rearm && !stale;
+}
+
 bool auto_value_writer::wait(std::unique_lock<std::mutex>& lock, const std::stop_token& stop) {
     const auto asked = [this] { return results_wait || rearm; };
     while (!stop.stop_requested()) {
@@ -112,13 +119,16 @@ void auto_value_writer::run(const std::stop_token& stop) {
         const bool anew = std::exchange(rearm, false);
         const bool refresh = anew || (stale && clock::now() >= refreshed + refresh_interval);
         if (refresh) stale = false;
+        working = true;
         lock.unlock();
-        unfinished = false;
+        unfinished = written = false;
         nodes->ask_again();
         {
             const gds_helper::log::counted_lines counted{lines};
             if (anew) {
                 attempts = {};
+                answers = {};
+                balance_answer = {};
                 unread = 0;
             }
             // Before the look at the camera: a camera that is silent there would not be asked here, and no try counted.
@@ -132,27 +142,33 @@ void auto_value_writer::run(const std::stop_token& stop) {
         if (refresh) unread = silent ? unread + 1 : 0;
         if (silent || unfinished) left_alone = clock::now() + retry_pause;
         lock.lock();
+        working = false;
         results_wait = results_wait || unfinished;
         // Limits may follow what was written. Looks are counted like tries, whatever asks for them here.
-        stale = stale || ((results || unread > 0) && unread < most_failures);
+        stale = stale || ((written || unread > 0) && unread < most_failures);
     }
 }
 
+template <class T>
 void auto_value_writer::take_number(control which, double value, std::size_t current_at, std::size_t result_at) {
-    if (which == control::exposure || which == control::gain) {
-        const auto taken = static_cast<float>(value);
-        block.replace(result_at, block.load<float>(current_at), taken);
-        block.store(current_at, taken);
-        return;
-    }
-    block.replace(result_at, block.load<int64_t>(current_at), whole_number(value));
-    block.store(current_at, whole_number(value));
+    const auto current = block.load<T>(current_at);
+    T taken{};
+    if constexpr (std::is_integral_v<T>)
+        taken = whole_number(value);
+    else
+        taken = static_cast<T>(value);
+    if (taken != current)
+        answers[static_cast<function>(which)] = {}; // another's write, or the camera was not yet there
+    block.replace(result_at, current, taken);
+    block.store(current_at, taken);
 }
 
 void auto_value_writer::take_balance(const camera_nodes::balance& gains) {
     for (std::size_t i = 0; i < gains.size(); ++i) {
         const std::size_t at = i * sizeof(float);
-        block.replace(block_t::result_balance_red + at, block.load<float>(block_t::balance_red + at), gains[i]);
+        const auto current = block.load<float>(block_t::balance_red + at);
+        if (gains[i] != current) balance_answer = {};
+        block.replace(block_t::result_balance_red + at, current, gains[i]);
         block.store(block_t::balance_red + at, gains[i]);
     }
 }
@@ -163,22 +179,22 @@ void auto_value_writer::read_camera() {
         block.store(block_t::exposure_granularity, static_cast<uint32_t>(std::clamp(range->increment, 0.0, 1e9)));
     }
     if (const auto value = nodes->read(control::exposure))
-        take_number(control::exposure, *value, block_t::exposure, block_t::result_exposure);
+        take_number<float>(control::exposure, *value, block_t::exposure, block_t::result_exposure);
     if (const auto range = nodes->range_of(control::gain))
         settings->set_gain_range(static_cast<float>(range->min), static_cast<float>(range->max));
     if (const auto value = nodes->read(control::gain))
-        take_number(control::gain, *value, block_t::gain, block_t::result_gain);
+        take_number<float>(control::gain, *value, block_t::gain, block_t::result_gain);
     if (const auto range = nodes->range_of(control::iris))
         settings->set_iris_range(whole_number(range->min), whole_number(range->max));
     if (const auto value = nodes->read(control::iris))
-        take_number(control::iris, *value, block_t::iris, block_t::result_iris);
+        take_number<int64_t>(control::iris, *value, block_t::iris, block_t::result_iris);
     if (const auto range = nodes->range_of(control::focus)) {
         block.store(block_t::focus_min, static_cast<float>(range->min));
         block.store(block_t::focus_max, static_cast<float>(range->max));
         block.store(block_t::focus_step, static_cast<float>(std::max(range->increment, 1.0)));
     }
     if (const auto value = nodes->read(control::focus))
-        take_number(control::focus, *value, block_t::focus_position, block_t::result_focus);
+        take_number<int64_t>(control::focus, *value, block_t::focus_position, block_t::result_focus);
     if (const auto gains = nodes->read_balance()) take_balance(*gains);
     if (!nodes->has_balance()) block.set_flag(block_t::balance_in_software, true);
     // A camera that does not answer keeps its rate: without one, exposure times would grow beyond the frame's period.
@@ -219,13 +235,14 @@ void auto_value_writer::write_number(control which, std::size_t result_at, std::
     const T result = block.load<T>(result_at);
     const T current = block.load<T>(current_at);
     if (result == current || attempts[function_of].given_up) return;
-    if (nodes->is_silent()) {
-        unfinished = true; // no try of this one: another has met the silence
+    const auto wanted = number_of(result);
+    if (!wanted || answers[function_of].is_kept({*wanted}, {static_cast<double>(current)})) {
+        block.replace(result_at, result, current);
         return;
     }
-    const auto wanted = number_of(result);
-    if (!wanted) {
-        block.replace(result_at, result, current);
+    written = true;
+    if (nodes->is_silent()) {
+        unfinished = true; // no try of this one: another has met the silence
         return;
     }
     if (!judge(function_of, nodes->write(which, *wanted))) return;
@@ -235,30 +252,33 @@ void auto_value_writer::write_number(control which, std::size_t result_at, std::
         value = whole_number(taken);
     else
         value = static_cast<T>(taken);
+    answers[function_of].learn({*wanted}, {static_cast<double>(value)});
     block.store(current_at, value);
     block.replace(result_at, result, value);
 }
 
 void auto_value_writer::write_balance() {
-    camera_nodes::balance result{};
-    bool differs = false;
+    camera_nodes::balance result{}, current{};
     bool sound = true;
     for (std::size_t i = 0; i < result.size(); ++i) {
         const std::size_t at = i * sizeof(float);
         result[i] = block.load<float>(block_t::result_balance_red + at);
-        const float current = block.load<float>(block_t::balance_red + at);
-        differs = differs || result[i] != current;
+        current[i] = block.load<float>(block_t::balance_red + at);
         sound = sound && std::isfinite(result[i]) && result[i] >= 0 && result[i] <= 4;
     }
-    if (!differs || !sound || attempts[balance].given_up) return;
+    if (result == current || !sound || attempts[balance].given_up) return;
     camera_nodes::balance taken = result;
-    if (nodes->has_balance()) {
+    if (balance_answer.is_kept(numbers_of(result), numbers_of(current))) {
+        taken = current;
+    } else if (nodes->has_balance()) {
+        written = true;
         if (nodes->is_silent()) {
             unfinished = true;
             return;
         }
         if (!judge(balance, nodes->write_balance(result))) return;
         taken = nodes->read_balance().value_or(result);
+        balance_answer.learn(numbers_of(result), numbers_of(taken));
     }
     for (std::size_t i = 0; i < taken.size(); ++i) {
         const std::size_t at = i * sizeof(float);

@@ -4,6 +4,7 @@
 
 #include "camera_nodes.h"
 #include "camera_settings.h"
+#include "known_answer.h"
 
 #include <gds_helper/line_budget.h>
 
@@ -40,6 +41,8 @@ public:
     void settings_changed();
     // Somebody else has written to the camera.
     void camera_written();
+    // Whether nothing is to be written or read, now or after a pause.
+    [[nodiscard]] bool is_idle();
 
 private:
     enum function : uint8_t { exposure, gain, iris, focus, balance, functions };
@@ -58,6 +61,7 @@ private:
     void write_balance();
     // Counts and tells what came of a write; true when the camera has taken it.
     bool judge(function which, const std::error_code& error);
+    template <class T>
     void take_number(camera_nodes::control which, double value, std::size_t current_at, std::size_t result_at);
     void take_balance(const camera_nodes::balance& gains);
 
@@ -67,8 +71,11 @@ private:
     const std::string camera_name;
     const std::shared_ptr<gds_helper::log::line_budget> lines;
     const std::chrono::milliseconds retry_pause;
-    std::array<attempt, functions> attempts;          // the thread's, as are those up to the mutex
+    std::array<attempt, functions> attempts;      // the thread's, as are those up to the mutex
+    std::array<known_answer<1>, balance> answers; // of the functions of one value
+    known_answer<3> balance_answer;
     bool unfinished = false;                          // in this turn: a result is to be tried again
+    bool written = false;                             // in this turn: the camera was to take a value
     unsigned unread = 0;                              // looks at the camera without an answer, in a row
     std::chrono::steady_clock::time_point refreshed;  // when the camera's values were read last
     std::chrono::steady_clock::time_point left_alone; // until then
@@ -78,6 +85,7 @@ private:
     bool results_wait = false;
     bool rearm = false;
     bool stale = false; // the camera may hold other values than the block
+    bool working = false;
     std::jthread thread;
 };
 

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <initializer_list>
@@ -114,6 +115,47 @@ TEST(WhiteBalanceSteps, GoByAQuarterOrByOne) {
     mixed.erase(mixed.end() - 4, mixed.end());
     EXPECT_FALSE(exec_auto_whitebalance_steps_on_pixels(mixed, {1, 1, 1}, true).done) << "too few grey ones";
     EXPECT_TRUE(exec_auto_whitebalance_steps_on_pixels({}, {1, 1, 1}, true).done);
+}
+
+// A camera whose red ends at 1.3: the others settle, and what is wanted of it is the same with every pass.
+TEST(WhiteBalanceSteps, RestWhereACameraCutsAGain) {
+    for (int blue = 90; blue < 200; blue += 7) {
+        float gain[3] = {1, 1, 1};
+        std::array<float, 3> last{};
+        for (int pass = 0; pass < 200; ++pass) {
+            const auto lit = [&](int i, int light) {
+                return static_cast<std::uint8_t>(std::lround(static_cast<float>(light) * gain[i]));
+            };
+            const std::vector<byte_record> seen(10, byte_record{lit(0, 120), lit(1, 200), lit(2, blue), lit(1, 200)});
+            const balance_result r = exec_auto_whitebalance_steps_on_pixels(seen, gain, false);
+            if (pass >= 190) {
+                EXPECT_EQ((std::array{r.gain[0], r.gain[1], r.gain[2]}), last) << blue << ' ' << pass;
+            }
+            last = {r.gain[0], r.gain[1], r.gain[2]};
+            for (int i = 0; i < 3; ++i) gain[i] = i == 0 ? std::min(r.gain[i], 1.3F) : r.gain[i];
+        }
+        EXPECT_EQ(gain[0], 1.3F);
+    }
+}
+
+// What is grey is so at 4000 K alone.
+TEST(WhiteBalanceByTemperature, ContinuousEndsInTheRowItFound) {
+    temperature_table table;
+    for (float(&row)[3] : table.gain) row[0] = 4, row[1] = row[2] = 1;
+    table.gain[(4000 - temperature_table::lowest) / temperature_table::step][0] = 1;
+    const auto samples = std::make_unique<sample_array>();
+    samples->count = 10;
+    std::fill_n(samples->byte_places, 10, byte_record{100, 100, 100, 100});
+    white_balance_params params;
+    params.continuous = true;
+    params.table = &table;
+    for (const std::int32_t from : {3000, 3999, 9000}) {
+        temperature_state state{from};
+        balance_result last{};
+        for (int pass = 0; pass < 40; ++pass) last = balance_by_temperature(*samples, params, state);
+        EXPECT_EQ(last.gain[0], 1) << from << ": " << state.current << " K";
+        EXPECT_TRUE(last.done);
+    }
 }
 
 namespace {

@@ -1,7 +1,8 @@
-// A selector that was moved for an access of ours goes back to the user's entry, also when the camera falls silent
-// then.
+// The camera's own features: what may not be written, and selectors, which go back to the user's entry, also when the
+// camera falls silent then.
 #include "../camera_nodes.h"
 
+#include <GenICam/error.h>
 #include <gds_shared/gigecam_error.h>
 
 #include <gtest/gtest.h>
@@ -9,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <string>
 
 using namespace image_features;
 
@@ -72,4 +74,14 @@ TEST(CameraNodes, ASelectorGoesBackAfterASilence) {
         EXPECT_TRUE(nodes->read(camera_nodes::control::gain));
         EXPECT_EQ(camera.selected(), row.in_the_end);
     }
+}
+
+TEST(CameraNodes, AReadOnlyFeatureIsReadAndWaitedFor) {
+    std::string text{document};
+    text.replace(text.rfind("RW"), 2, "RO");
+    small_camera camera;
+    const auto nodes = camera_nodes::create(text, camera, false);
+    ASSERT_NE(nodes, nullptr);
+    EXPECT_EQ(nodes->write(camera_nodes::control::gain, 6), make_error_code(GenICam::genicam_errc::node_locked));
+    EXPECT_EQ(nodes->read(camera_nodes::control::gain), 0);
 }

@@ -55,12 +55,12 @@ balance_result exec_auto_whitebalance_steps_on_pixels(std::span<const byte_recor
     const double average[3] = {mean(used.r), mean(used.g), mean(used.b)};
     const double target = (average[0] + average[1] + average[2]) / 3;
 
-    // Within a count, or nearer than another step of the gain would bring a bright channel: it would go to and fro.
-    const auto near = [&](int i) {
-        return std::abs(average[i] - target) <= std::max(1.0, average[i] / (2 * steps[i]));
-    };
+    // Nearer than another step of the gain would bring a bright channel, which would go to and fro.
+    const auto reached = [&](int i) { return std::abs(average[i] - target) <= average[i] / (2 * steps[i]); };
+    const auto near = [&](int i) { return std::abs(average[i] - target) <= 1 || reached(i); };
     if (!near(0) || !near(1) || !near(2)) {
         for (int i = 0; i < 3; ++i) {
+            if (reached(i)) continue; // for good, where another channel cannot follow
             const int difference = static_cast<int>(std::lround(average[i] - target));
             const int step = once ? std::max(std::abs(difference) / 4, 1) : 1;
             if (difference > 0 && steps[i] > neutral) steps[i] = std::max(steps[i] - step, neutral);
@@ -228,7 +228,9 @@ balance_result balance_by_temperature(sample_array& samples, const white_balance
     state.current = std::clamp(state.current, std::clamp(low, temperature_table::lowest, temperature_table::highest),
                                std::clamp(high, temperature_table::lowest, temperature_table::highest));
     if (!params.once) done = state.current == before;
-    const float(&row)[3] = params.table->gain[(state.current - temperature_table::lowest) / temperature_table::step];
+    // Of the nearest row: thirds of whole kelvins end up to two short of their goal.
+    const std::int32_t nearest = state.current - temperature_table::lowest + temperature_table::step / 2;
+    const float(&row)[3] = params.table->gain[nearest / temperature_table::step];
     balance_result result{{}, done};
     for (int i = 0; i < 3; ++i) result.gain[i] = bounded(row[i], 0, 4, 1);
     return result;
