@@ -215,9 +215,7 @@ std::optional<camera_sim::light_change> light_of(const std::string& text) {
     return light;
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
     CLI::App app{
         "GigE Vision cameras in software. Prints \"ready ADDRESS:PORT\" per camera when it listens and one line "
         "of JSON per camera at the end (SIGINT, SIGTERM)."};
@@ -309,4 +307,15 @@ int main(int argc, char** argv) {
         return 1;
     }
     return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "orv-gev-camera-sim: %s\n", failure.what());
+        return 1;
+    }
 }

@@ -54,10 +54,10 @@ void exercise_url(std::span<const std::byte> text) {
 
 void exercise_zip(std::span<const std::byte> archive) {
     const auto content = GenICam::document_text(text_of(archive));
-    require(!content || content->size() <= gvcp_master::max_document);
+    require(!content || content->size() <= GenICam::largest_document);
     if (auto opened = GenICam::zip_archive::open(archive)) { // also what does not begin like one
         const auto document = opened->read_document();
-        require(!document || document->size() <= gvcp_master::max_document);
+        require(!document || document->size() <= GenICam::largest_document);
     }
     const auto package = gvcp_master::read_firmware_package(archive);
     require(!package || package->image.size() <= package->region_size);

@@ -31,7 +31,7 @@ struct frame {
 
     [[nodiscard]] uint32_t payload_packets() const noexcept {
         const auto each = gige::gvsp::payload_per_packet(packet_size, extended);
-        return static_cast<uint32_t>((data.size() + each - 1) / each);
+        return each == 0 ? 0 : static_cast<uint32_t>((data.size() + each - 1) / each); // 0: no frame was made yet
     }
     [[nodiscard]] uint32_t trailer_id() const noexcept { return payload_packets() + 1; }
 };

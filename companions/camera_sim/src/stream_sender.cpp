@@ -396,7 +396,7 @@ void stream_sender::transmit(std::span<packet> packets, std::size_t count, const
     std::array<gige::udp_socket::datagram, gige::udp_socket::max_batch> pieces;
     std::size_t bytes = 0;
     std::size_t used = 0;
-    for (packet& each : packets.first(count)) {
+    for (const packet& each : packets.first(count)) {
         if (from.dont_fragment && each.size() + gige::gvsp::ip_udp_header > device.options.mtu) continue;
         pieces[used++] = each.pieces;
         bytes += each.size();

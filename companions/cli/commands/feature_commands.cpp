@@ -151,6 +151,7 @@ int get(const common_options& options, const std::vector<std::string>& names) {
 std::vector<setting> settings_of(const std::vector<std::string>& words) {
     if (words.size() == 2 && words[0].find('=') == std::string::npos) return {parse_setting(words[0] + '=' + words[1])};
     std::vector<setting> settings;
+    settings.reserve(words.size());
     for (const std::string& word : words) settings.push_back(parse_setting(word));
     return settings;
 }

@@ -105,7 +105,7 @@ int self_test(const common_options& common) {
     };
     const test_folder folder;
     const std::string address = fmt::format("127.{}.{}.10", 100 + process_id() % 100, process_id() / 100 % 250);
-    setenv("ORV_GENTL_RUNTIME_DIR", folder.path.c_str(), 1);
+    setenv("ORV_GENTL_RUNTIME_DIR", folder.path.c_str(), 1); // NOLINT(concurrency-mt-unsafe) no other thread yet
 
     child_process camera{{program_beside("orv-gev-camera-sim"), "--address", address, "--width", "640", "--height",
                           "480", "--frame-rate", "60", "--quiet"}};

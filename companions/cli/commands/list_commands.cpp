@@ -73,7 +73,7 @@ int info(const common_options& options) {
                                        {"tl_type", GenTL::TL_INFO_TLTYPE},
                                        {"path", GenTL::TL_INFO_PATHNAME}}) {
         object["library"][key] = ask_text(lib, "GCGetInfo", [&](GenTL::INFO_DATATYPE* type, void* text, size_t* size) {
-            return lib.GCGetInfo(command, type, text, size);
+            return lib.GCGetInfo(command, type, text, size); // NOLINT(clang-analyzer-core.NullDereference) it is loaded
         });
     }
     // One that was asked for must be there; without a name any number may be.

@@ -122,6 +122,7 @@ link_plan make_plan(const common_options& common, const plan_options& options) {
                                   "it.",
                                   whole.interface));
     std::vector<link_user> users;
+    users.reserve(whole.cameras.size());
     for (const auto& each : whole.cameras) users.push_back({each.plan.cost.bytes_per_second, each.plan.own_link});
     whole.shares = share_link(users, whole.link, whole.usable);
     for (size_t i = 0; i < whole.cameras.size(); ++i) {

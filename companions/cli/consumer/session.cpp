@@ -97,7 +97,7 @@ DEVICE_ACCESS_FLAGS reading_access(const common_options& options) {
 }
 
 std::shared_ptr<const tl_device> open_chosen(const found_devices& found, const device_entry& chosen,
-                                             std::shared_ptr<const tl_interface> interface,
+                                             const std::shared_ptr<const tl_interface>& interface,
                                              DEVICE_ACCESS_FLAGS access) {
     try {
         return open_device(*found.lib, interface, chosen.id, access);

@@ -48,7 +48,7 @@ struct open_module {
 [[nodiscard]] GenTL::DEVICE_ACCESS_FLAGS reading_access(const common_options& options);
 // As open_device; a failure says who holds the camera, or why it cannot be reached.
 [[nodiscard]] std::shared_ptr<const tl_device> open_chosen(const found_devices& found, const device_entry& chosen,
-                                                           std::shared_ptr<const tl_interface> interface,
+                                                           const std::shared_ptr<const tl_interface>& interface,
                                                            GenTL::DEVICE_ACCESS_FLAGS access);
 [[nodiscard]] std::shared_ptr<const tl_stream> open_stream(const gentl_library& lib,
                                                            std::shared_ptr<const tl_device> device);

@@ -12,19 +12,22 @@ std::string setting::left_side() const {
 }
 
 setting parse_setting(const std::string& text) {
-    const failure bad{cause::arguments, fmt::format("'{}' is no NAME=VALUE and no NAME[SELECTOR=CHOICE]=VALUE.", text)};
+    const auto bad = [&] {
+        return failure{cause::arguments,
+                       fmt::format("'{}' is no NAME=VALUE and no NAME[SELECTOR=CHOICE]=VALUE.", text)};
+    };
     setting parsed;
     size_t at = text.find_first_of("=[");
-    if (at == 0 || at == text.npos) throw bad;
+    if (at == 0 || at == text.npos) throw bad();
     parsed.name = text.substr(0, at);
     if (text[at] == '[') {
         const size_t close = text.find(']', at);
-        if (close == text.npos || close + 1 >= text.size() || text[close + 1] != '=') throw bad;
+        if (close == text.npos || close + 1 >= text.size() || text[close + 1] != '=') throw bad();
         std::string_view inside{text.data() + at + 1, close - at - 1};
         while (!inside.empty()) {
             const std::string_view part = inside.substr(0, inside.find(','));
             const size_t equals = part.find('=');
-            if (equals == 0 || equals == part.npos) throw bad;
+            if (equals == 0 || equals == part.npos) throw bad();
             parsed.selectors.emplace_back(part.substr(0, equals), part.substr(equals + 1));
             inside.remove_prefix(std::min(part.size() + 1, inside.size()));
         }

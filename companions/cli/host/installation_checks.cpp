@@ -1,6 +1,7 @@
 #include "installation_checks.h"
 
 #include "../posix/child_program.h"
+#include "../posix/service_place.h"
 
 #include <fmt/format.h>
 
@@ -34,16 +35,12 @@ std::vector<fs::path> producers_in(const fs::path& entry) {
     return found;
 }
 
-// What systemd says of a unit in one word; empty where there is no systemd, or no such unit.
-std::string unit_state(const char* unit) {
+// What systemd says of the service's unit in one word; empty where there is no systemd, or no such unit.
+std::string unit_state() {
     std::error_code ignored;
     constexpr const char* program = "/usr/bin/systemctl";
-    if (!fs::exists("/run/systemd/system", ignored) || !fs::exists(program, ignored)) return {};
-    bool installed = false;
-    for (const char* folder : {"/etc/systemd/system", "/usr/lib/systemd/system", "/lib/systemd/system"})
-        installed = installed || fs::exists(fs::path{folder} / unit, ignored);
-    if (!installed) return {};
-    const std::string answer = run_program({program, "is-active", unit}, std::chrono::seconds{3}).output;
+    if (!has_service_unit() || !fs::exists(program, ignored)) return {};
+    const std::string answer = run_program({program, "is-active", service_unit}, std::chrono::seconds{3}).output;
     return answer.substr(0, answer.find('\n'));
 }
 
@@ -103,13 +100,12 @@ void check_producer_path(const std::string& list, const fs::path& own, std::vect
 void check_installation(const fs::path& own, std::vector<finding>& findings) {
     const char* list = std::getenv("GENICAM_GENTL64_PATH");
     check_producer_path(list == nullptr ? "" : list, own, findings);
-    constexpr const char* unit = "orv-gentl-gev.socket";
-    const std::string state = unit_state(unit);
+    const std::string state = unit_state();
     if (state.empty()) return;
     const bool on = state == "active";
-    findings.push_back({unit, on ? grade::ok : grade::advice, state, "active",
+    findings.push_back({service_unit, on ? grade::ok : grade::advice, state, "active",
                         on ? "" : "no service is started when an application asks for one",
-                        on ? "" : fmt::format("sudo systemctl enable --now {}", unit)});
+                        on ? "" : fmt::format("sudo systemctl enable --now {}", service_unit)});
 }
 
 } // namespace cli

@@ -26,6 +26,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr const char* system_folder = "/run/orv-gentl-gev";
+
 // The library takes the first of these that is set or exists; the rest it never looks at.
 struct place {
     std::string folder;
@@ -35,7 +37,7 @@ place place_of_socket() {
     if (const char* own = std::getenv("ORV_GENTL_RUNTIME_DIR"); own != nullptr && *own != '\0')
         return {own, "$ORV_GENTL_RUNTIME_DIR"};
     std::error_code ignored;
-    if (fs::is_directory("/run/orv-gentl-gev", ignored)) return {"/run/orv-gentl-gev", "it exists"};
+    if (fs::is_directory(system_folder, ignored)) return {system_folder, "it exists"};
     if (const char* session = std::getenv("XDG_RUNTIME_DIR"); session != nullptr && *session == '/')
         return {session, "$XDG_RUNTIME_DIR"};
     return {fmt::format("/tmp/orv-gentl-gev-{}", geteuid()), "no other place is set"};
@@ -102,6 +104,14 @@ std::string other_services(const std::string& folder, const std::string& name) {
 
 } // namespace
 
+bool has_service_unit() {
+    std::error_code ignored;
+    if (!fs::exists("/run/systemd/system", ignored)) return false;
+    for (const fs::path folder : {"/etc/systemd/system", "/usr/lib/systemd/system", "/lib/systemd/system"})
+        if (fs::exists(folder / service_unit, ignored)) return true;
+    return false;
+}
+
 std::string service_folder() { return place_of_socket().folder; }
 
 std::string why_no_service(const std::string& reason) {
@@ -110,7 +120,9 @@ std::string why_no_service(const std::string& reason) {
     const auto [folder, because] = place_of_socket();
     const std::string socket = folder + '/' + name;
     const std::string where = fmt::format("in '{}' ({})", folder, because);
-    const std::string start = "Start it: orv-gentl-gev-service";
+    const std::string start = folder == system_folder && has_service_unit()
+                                  ? fmt::format("Start it: sudo systemctl start {}", service_unit)
+                                  : "Start it: orv-gentl-gev-service";
     struct stat found {};
     const int missing = lstat(socket.c_str(), &found) == 0 ? 0 : errno;
     if (missing == EACCES) {

@@ -37,7 +37,7 @@ namespace {
 
 // A camera that answers each request just in time shall not hold the reader for hours.
 std::expected<std::string, std::error_code> read_document_memory(device_control& camera, const document_url& from) {
-    if (from.size > max_document) return std::unexpected(std::make_error_code(std::errc::file_too_large));
+    if (from.size > GenICam::largest_document) return std::unexpected(std::make_error_code(std::errc::file_too_large));
     constexpr std::size_t step = 64 * gige::gvcp::max_memory_access;
     const auto until = std::chrono::steady_clock::now() + document_time;
     std::string content;
@@ -75,9 +75,9 @@ std::expected<std::string, std::error_code> fetch_document(device_control& camer
     if (from.zipped()) { // whatever stands before its first member
         auto archive = GenICam::zip_archive::open(std::as_bytes(std::span{*content}));
         if (!archive) return std::unexpected(archive.error());
-        return archive->read_document(max_document);
+        return archive->read_document();
     }
-    return GenICam::document_text(std::move(*content), max_document);
+    return GenICam::document_text(std::move(*content));
 }
 
 std::expected<std::string, std::error_code> fetch_document(device_control& camera, const document_policy& policy) {

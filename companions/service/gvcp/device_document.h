@@ -23,8 +23,8 @@ struct document_policy {
     bool http = false;       // "http:" may name the camera's own address
 };
 
-// The document as plain text, inflated where it was zipped. At most max_document, and at most document_time.
-// std::errc::operation_not_permitted for what the policy does not allow.
+// The document as plain text, inflated where it was zipped. At most GenICam::largest_document bytes, and at most
+// document_time. std::errc::operation_not_permitted for what the policy does not allow.
 [[nodiscard]] std::expected<std::string, std::error_code>
 fetch_document(device_control& camera, const document_url& from, const document_policy& policy);
 
@@ -32,7 +32,6 @@ fetch_document(device_control& camera, const document_url& from, const document_
 [[nodiscard]] std::expected<std::string, std::error_code> fetch_document(device_control& camera,
                                                                          const document_policy& policy);
 
-inline constexpr std::size_t max_document = GenICam::largest_document;
 inline constexpr milliseconds document_time{120'000};
 
 } // namespace gvcp_master

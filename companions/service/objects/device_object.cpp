@@ -22,7 +22,7 @@ using gds_shared::gigecam_errc;
 // Where a document stands that the camera itself keeps zipped or elsewhere, or without the software features. No camera
 // has registers up there.
 constexpr uint64_t plain_document_address = 0x1000000000000;
-static_assert(plain_document_address + gvcp_master::max_document < image_features::first_address);
+static_assert(plain_document_address + GenICam::largest_document < image_features::first_address);
 constexpr uint64_t longest_timeout_ms = 60'000;
 constexpr uint32_t user_name_bytes = 16;
 constexpr gvcp_master::milliseconds release_time{1000};

@@ -63,9 +63,9 @@ TEST(DocumentUrl, Forms) {
 }
 
 TEST(DocumentUrl, WhatDoesNotParseKeepsOnlyItsText) {
-    for (const char* text :
-         {"", "local:", "local:cam.xml", "local:cam.xml;10", "local:cam.xml;1G;20", "local:cam.xml;10;",
-          "local:cam.xml;10;20000000000000000", "local:;10;20", "http:", "file:", "ftp://host/cam.xml"}) {
+    for (const char* text : {"", "local:", "local:cam.xml", "local:cam.xml;10", "local:cam.xml;1G;20",
+                             "local:cam.xml;10;", "local:cam.xml;10;20000000000000000", "local:;10;20",
+                             "http:", "http://", "file:", "file:///", "ftp://host/cam.xml"}) {
         const document_url got = parse_document_url(text);
         EXPECT_EQ(got.url, text);
         EXPECT_FALSE(got.scheme) << text;

@@ -1,5 +1,7 @@
+#include <GenICam/document_url.h>
 #include <gentl_producer/Port.h>
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 using GenTL::Producer::parse_url;
@@ -22,4 +24,30 @@ TEST(Url, WhatDoesNotParseKeepsOnlyItsText) {
     const auto record = parse_url("local:cam.xml;1G;20");
     EXPECT_EQ(record.url, "local:cam.xml;1G;20");
     EXPECT_FALSE(record.has_scheme || record.address || record.size || record.file_name);
+}
+
+namespace {
+
+struct port_of_url final : GenTL::Producer::PortImpl {
+    explicit port_of_url(std::string text) : PortImpl("port", {}), url(std::move(text)) {}
+    std::expected<std::vector<std::string>, GenTL::Error> load_url_list_() override { return std::vector{url}; }
+    GenTL::Error Read(uint64_t, void*, size_t* size) override {
+        asked = *size;
+        return GenTL::success();
+    }
+    GenTL::Error Write(uint64_t, const void*, size_t*) override { return GenTL::success(); }
+
+    std::string url;
+    std::optional<size_t> asked;
+};
+
+} // namespace
+
+TEST(Url, NothingIsReadBeyondTheLargestDocument) {
+    port_of_url largest{fmt::format("local:cam.xml;0;{:X}", GenICam::largest_document)};
+    EXPECT_TRUE(largest.read_document(0));
+    EXPECT_EQ(largest.asked, GenICam::largest_document);
+    port_of_url beyond{fmt::format("local:cam.xml;0;{:X}", GenICam::largest_document + 1)};
+    EXPECT_FALSE(beyond.read_document(0));
+    EXPECT_FALSE(beyond.asked);
 }

@@ -10,6 +10,11 @@ extern "C" __attribute__((visibility("default"))) int something_else();
 extern "C" int something_else() { return 1; }
 #elif defined(BAD_MODULE_null_result)
 extern "C" filter_module_getter pixkit_img_filter_get_function_address() { return nullptr; }
+#elif defined(BAD_MODULE_held_loader)
+// Calls the program's function while the loader holds its own lock, as constructors of any library may.
+extern "C" void while_loading();
+__attribute__((constructor)) static void constructed() { while_loading(); }
+extern "C" filter_module_getter pixkit_img_filter_get_function_address() { return nullptr; }
 #elif defined(BAD_MODULE_null_record)
 extern "C" filter_module_getter pixkit_img_filter_get_function_address() {
     return [] { return static_cast<const filter_module*>(nullptr); };

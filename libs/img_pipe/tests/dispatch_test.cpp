@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <future>
 #include <vector>
 
 using namespace img_pipe;
@@ -40,6 +42,22 @@ TEST(Dispatch, PlainAloneForMaskOne) {
 }
 
 #ifdef MODULE_avx2
+static std::future<filter_table> asked_while_loading;
+
+extern "C" __attribute__((visibility("default"))) void while_loading();
+extern "C" void while_loading() {
+    asked_while_loading = std::async(std::launch::async, [] { return get_filter_table(cpu::c); });
+    EXPECT_EQ(asked_while_loading.wait_for(std::chrono::seconds{10}), std::future_status::ready)
+        << "waits for a lock that the loading thread holds";
+}
+
+// Two locks in both orders would stop two threads for ever: the loader's, held here, and ours.
+TEST(Dispatch, NobodyWaitsForTheLoader) {
+    EXPECT_EQ(load_filter_library(MODULE_held_loader, 0), load_result::null_result);
+    ASSERT_TRUE(asked_while_loading.valid()) << "the module's constructor has not run";
+    EXPECT_EQ(asked_while_loading.get().size(), 1U);
+}
+
 TEST(Dispatch, BadModulesLeaveWhatIsThere) {
     const std::size_t before = get_filter_table(0xFFFF).size();
     EXPECT_EQ(load_filter_library("/nowhere/module.so", 0), load_result::missing);

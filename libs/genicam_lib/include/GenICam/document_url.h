@@ -10,7 +10,8 @@
 
 namespace GenICam {
 
-// Bytes, unpacked. No real one comes near; who says more is broken or means harm.
+// Bytes of a document, packed or not, for all who read one. No real one comes near; who says more is broken or means
+// harm.
 inline constexpr std::size_t largest_document = std::size_t{64} << 20;
 
 // The values are those of GenTL's URL_SCHEME.

@@ -101,7 +101,7 @@ bool parse_into(std::string_view text, document_url& to) {
     }
     if (*scheme != url_scheme::http && rest.starts_with("///")) rest.remove_prefix(*scheme == url_scheme::file ? 2 : 3);
     if (*scheme == url_scheme::local && !take_registers(rest, to)) return false;
-    if (rest.empty()) return false;
+    if (rest.find_first_not_of('/') == std::string_view::npos) return false; // no name
     to.name = *scheme == url_scheme::http ? "http:" + std::string{with_query} : std::string{rest};
     to.scheme = *scheme;
     to.schema_version = version_of_schema(query);

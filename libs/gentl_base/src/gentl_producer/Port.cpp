@@ -202,8 +202,7 @@ std::expected<std::string, Error> PortImpl::read_document(size_t index) {
     }
     const UrlRecord& record = urls[index];
     // A document beyond any real one is a broken URL, not a reason to allocate.
-    constexpr uint64_t largest_document = 100 * 1024 * 1024;
-    if (!record.address || !record.size || *record.size > largest_document) {
+    if (!record.address || !record.size || *record.size > GenICam::largest_document) {
         return std::unexpected(Error{
             GC_ERR_INVALID_INDEX, "Url list index {} does not contain a GenICam document which can be read.", index});
     }

@@ -2,6 +2,7 @@
 #include "filter_library.h"
 
 #include <algorithm>
+#include <atomic>
 #include <mutex>
 
 namespace img_pipe {
@@ -11,7 +12,9 @@ namespace {
 // The modules loaded into this process. They stay until it ends: kernels may be running on any thread. This list goes
 // with the library, when no thread of it runs any more.
 struct loaded_modules {
-    std::mutex lock;
+    [[nodiscard]] bool has(const std::string& path) const { return std::ranges::find(paths, path) != paths.end(); }
+
+    std::mutex lock; // guards the lists; a leaf
     std::vector<std::string> paths;
     std::vector<void*> libraries;
     std::vector<filter_module_getter> getters;
@@ -33,8 +36,11 @@ void add(filter_table& table, std::uint32_t mask, const filter_module* module) {
 
 load_result load_filter_library(const std::string& path, std::uint32_t) {
     loaded_modules& modules = loaded();
-    const std::lock_guard guard(modules.lock);
-    if (std::ranges::find(modules.paths, path) != modules.paths.end()) return load_result::already_loaded;
+    {
+        const std::lock_guard guard(modules.lock);
+        if (modules.has(path)) return load_result::already_loaded;
+    }
+    // Without our lock: the loader has one of its own, and runs foreign code under it that may want a table.
     void* library = open_library(path);
     if (library == nullptr) return load_result::missing;
     const filter_export get = find_filter_export(library);
@@ -43,10 +49,17 @@ load_result load_filter_library(const std::string& path, std::uint32_t) {
         close_library(library);
         return get == nullptr ? load_result::no_export : load_result::null_result;
     }
-    modules.paths.push_back(path);
-    modules.libraries.push_back(library);
-    modules.getters.push_back(getter);
-    return load_result::loaded;
+    {
+        const std::lock_guard guard(modules.lock);
+        if (!modules.has(path)) {
+            modules.paths.push_back(path);
+            modules.libraries.push_back(library);
+            modules.getters.push_back(getter);
+            return load_result::loaded;
+        }
+    }
+    close_library(library); // another thread was quicker; its handle keeps the module
+    return load_result::already_loaded;
 }
 
 std::string default_filter_library() {
@@ -54,16 +67,20 @@ std::string default_filter_library() {
 }
 
 filter_table get_filter_table(std::uint32_t mask) {
-    if ((mask & cpu::avx2) != 0) {
-        static std::once_flag once;
-        std::call_once(once, [] { (void)load_filter_library(default_filter_library(), 0); });
+    // No once_flag: who waited for it would wait for the loader's lock. Two that come first both try, and one is kept.
+    static std::atomic<bool> tried{false};
+    if ((mask & cpu::avx2) != 0 && !tried) {
+        (void)load_filter_library(default_filter_library(), 0);
+        tried = true;
     }
-    filter_table table;
+    std::vector<filter_module_getter> getters;
     {
         loaded_modules& modules = loaded();
         const std::lock_guard guard(modules.lock);
-        for (const filter_module_getter getter : modules.getters) add(table, mask, getter());
+        getters = modules.getters;
     }
+    filter_table table;
+    for (const filter_module_getter getter : getters) add(table, mask, getter());
 #if defined(__x86_64__)
     add(table, mask, sse_module());
 #endif
