@@ -65,7 +65,7 @@ pacing::decision pacing::decide(const reading& seen) const noexcept {
     const double time = std::min({left * 0.75, std::max(left - doubt, brief()), most});
     const int64_t sleep = std::max(static_cast<int64_t>(time), shortest_sleep);
     const bool pays = time >= shortest_sleep / 2.0 && static_cast<double>(sleep) * fastest >= fewest_gathered;
-    if (!pays || most < shortest_sleep) return {action::wait, 0, left};
+    if (!pays || most < shortest_sleep) return {action::wait};
     return {action::sleep, sleep, left};
 }
 
@@ -111,7 +111,6 @@ void pacing::frame_ended(uint64_t now) noexcept {
         in_time = 0;
         return;
     }
-    if (last.left > doubt / 2) return; // as early as ever
     doubt -= doubt / std::max(doubtful, 1U);
     if (++in_time >= std::max(forgiven_after, 2 * doubtful)) {
         doubtful /= 2;
