@@ -7,20 +7,50 @@
 
 #include <sys/socket.h>
 
-#include <cerrno>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <thread>
 
 namespace bench {
 
-arrivals frames_by_bare_reads(const place& where, const stream_shape& shape) {
-    auto socket = gige::udp_socket::open({where.consumer, 0});
-    if (!socket) fail("no stream socket");
-    const int handle = socket->native();
-    const int bytes = socket_buffer;
-    if (::setsockopt(handle, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) != 0) {
-        ::setsockopt(handle, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+namespace {
+
+// Frames from a reading thread to a waiting one.
+class hand_over {
+public:
+    void put(uint64_t block_id) {
+        {
+            const std::lock_guard guard{mutex};
+            waiting.push_back(block_id);
+        }
+        came.notify_one();
     }
-    const timeval silence{.tv_sec = 1, .tv_usec = 0};
-    ::setsockopt(handle, SOL_SOCKET, SO_RCVTIMEO, &silence, sizeof silence);
+    void end() {
+        const std::lock_guard guard{mutex};
+        ended = true;
+        came.notify_one();
+    }
+    std::optional<uint64_t> take() {
+        std::unique_lock held{mutex};
+        came.wait(held, [&] { return ended || !waiting.empty(); });
+        if (waiting.empty()) return std::nullopt;
+        const uint64_t block_id = waiting.front();
+        waiting.pop_front();
+        return block_id;
+    }
+
+private:
+    std::mutex mutex; // guards all
+    std::condition_variable came;
+    std::deque<uint64_t> waiting;
+    bool ended = false;
+};
+
+// Until so many trailers have come, or nothing comes any more.
+void read_trailers(int handle, const stream_shape& shape, const std::function<void(uint64_t block_id)>& came) {
     constexpr size_t batch = 64;
     const size_t size = shape.packet_size + 100;
     std::vector<std::byte> memory(batch * size);
@@ -31,23 +61,49 @@ arrivals frames_by_bare_reads(const place& where, const stream_shape& shape) {
         messages[i].msg_hdr.msg_iov = &vectors[i];
         messages[i].msg_hdr.msg_iovlen = 1;
     }
-    camera_control camera{where.camera, where.consumer};
-    camera.open_stream(socket->local(), shape);
-    camera.start(shape);
-    arrivals seen(shape.frames + 1);
     for (uint32_t ended = 0; ended < shape.frames;) {
         const int count = ::recvmmsg(handle, messages.data(), batch, MSG_WAITFORONE, nullptr);
-        if (count <= 0) break;
-        const int64_t now = steady_ns();
+        if (count <= 0) return;
         for (size_t i = 0; i < static_cast<size_t>(count); ++i) {
             const std::byte* datagram = memory.data() + i * size;
             if (messages[i].msg_len < gige::gvsp::standard_header) continue;
             if ((std::to_integer<unsigned>(datagram[4]) & 0xF) != static_cast<unsigned>(gige::gvsp::format::trailer)) {
                 continue;
             }
-            note(seen, gige::load16(datagram + 2), now);
+            came(gige::load16(datagram + 2));
             ++ended;
         }
+    }
+}
+
+} // namespace
+
+arrivals frames_by_bare_reads(const place& where, const stream_shape& shape, bool handed_over) {
+    auto socket = gige::udp_socket::open({where.consumer, 0});
+    if (!socket) fail("no stream socket");
+    const int handle = socket->native();
+    const int bytes = socket_buffer;
+    if (::setsockopt(handle, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) != 0) {
+        ::setsockopt(handle, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+    }
+    const timeval silence{.tv_sec = 1, .tv_usec = 0};
+    ::setsockopt(handle, SOL_SOCKET, SO_RCVTIMEO, &silence, sizeof silence);
+    camera_control camera{where.camera, where.consumer};
+    camera.open_stream(socket->local(), shape);
+    arrivals seen(shape.frames + 1);
+    hand_over frames;
+    std::jthread reader;
+    if (handed_over) {
+        reader = std::jthread{[&] {
+            read_trailers(handle, shape, [&](uint64_t block_id) { frames.put(block_id); });
+            frames.end();
+        }};
+    }
+    camera.start(shape);
+    if (handed_over) {
+        while (const auto block_id = frames.take()) note(seen, *block_id, steady_ns());
+    } else {
+        read_trailers(handle, shape, [&](uint64_t block_id) { note(seen, block_id, steady_ns()); });
     }
     return seen;
 }

@@ -124,8 +124,9 @@ constexpr uint64_t warm_frames = 10;    // before allocations count
 // The same from a packet ring, whose blocks are handed over when full or after a millisecond.
 [[nodiscard]] bool has_packet_ring() noexcept; // it takes a privilege
 [[nodiscard]] reception receive_from_ring(const place& where, const stream_shape& shape, bool copy);
-// This project's receive thread with the resend receiver.
-[[nodiscard]] reception receive_with_thread(const place& where, const stream_shape& shape, bool coalesce);
+// This project's receive thread with the resend receiver; without prediction it pauses for a fixed time.
+[[nodiscard]] reception receive_with_thread(const place& where, const stream_shape& shape, bool coalesce,
+                                            bool predict = true);
 // The peer; packet_socket: its packet-mmap reception, where the process may use it.
 [[nodiscard]] bool has_peer() noexcept;
 [[nodiscard]] reception receive_with_peer(const place& where, const stream_shape& shape, bool packet_socket);

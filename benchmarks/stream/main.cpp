@@ -13,6 +13,7 @@
 namespace {
 
 using namespace bench;
+using namespace std::chrono_literals;
 
 struct receiver {
     const char* name;
@@ -27,18 +28,29 @@ const receiver read_floor_gro{"recvmmsg, coalesced",
 const receiver copy_floor_gro{"recvmmsg + memcpy, coalesced",
                               [](auto& at, auto& shape) { return receive_bare(at, shape, true, true); }};
 // As long as the ring keeps a block that is not full.
-const receiver paused_floor{"recvmmsg + memcpy, pauses of 1 ms", [](auto& at, auto& shape) {
-                                return receive_bare(at, shape, true, false, std::chrono::milliseconds{1});
-                            }};
-const receiver paused_floor_gro{"recvmmsg + memcpy, coalesced, pauses of 1 ms", [](auto& at, auto& shape) {
-                                    return receive_bare(at, shape, true, true, std::chrono::milliseconds{1});
-                                }};
+const receiver paused_floor{"recvmmsg + memcpy, pauses of 1 ms",
+                            [](auto& at, auto& shape) { return receive_bare(at, shape, true, false, 1ms); }};
+const receiver paused_floor_gro{"recvmmsg + memcpy, coalesced, pauses of 1 ms",
+                                [](auto& at, auto& shape) { return receive_bare(at, shape, true, true, 1ms); }};
+// As long as the library ever sleeps.
+const receiver long_read_floor{"recvmmsg, pauses of 2 ms",
+                               [](auto& at, auto& shape) { return receive_bare(at, shape, false, false, 2ms); }};
+const receiver long_floor{"recvmmsg + memcpy, pauses of 2 ms",
+                          [](auto& at, auto& shape) { return receive_bare(at, shape, true, false, 2ms); }};
+const receiver long_read_floor_gro{"recvmmsg, coalesced, pauses of 2 ms",
+                                   [](auto& at, auto& shape) { return receive_bare(at, shape, false, true, 2ms); }};
+const receiver long_floor_gro{"recvmmsg + memcpy, coalesced, pauses of 2 ms",
+                              [](auto& at, auto& shape) { return receive_bare(at, shape, true, true, 2ms); }};
 const receiver ring_floor{"packet ring", [](auto& at, auto& shape) { return receive_from_ring(at, shape, false); }};
 const receiver ring_copy_floor{"packet ring + memcpy",
                                [](auto& at, auto& shape) { return receive_from_ring(at, shape, true); }};
 const receiver ours{"this library", [](auto& at, auto& shape) { return receive_with_thread(at, shape, true); }};
 const receiver ours_single{"this library, not coalescing",
                            [](auto& at, auto& shape) { return receive_with_thread(at, shape, false); }};
+const receiver fixed_pause{"this library, fixed pauses",
+                           [](auto& at, auto& shape) { return receive_with_thread(at, shape, true, false); }};
+const receiver fixed_pause_single{"this library, not coalescing, fixed pauses",
+                                  [](auto& at, auto& shape) { return receive_with_thread(at, shape, false, false); }};
 const receiver peer{"aravis, UDP socket", [](auto& at, auto& shape) { return receive_with_peer(at, shape, false); }};
 const receiver peer_packet{"aravis, packet socket",
                            [](auto& at, auto& shape) { return receive_with_peer(at, shape, true); }};
@@ -115,6 +127,24 @@ void cost_table(const stream_shape& shape, uint32_t rounds, const std::vector<re
     }
 }
 
+std::vector<receiver> receivers(bool segmented, bool veth) {
+    std::vector<receiver> all = segmented ? std::vector{read_floor_gro, copy_floor_gro, ours, paused_floor_gro}
+                                          : std::vector{read_floor, copy_floor, paused_floor, ours, ours_single};
+    if (veth) all.insert(all.begin() + 2, {read_floor_gro, copy_floor_gro, paused_floor_gro});
+    if (has_packet_ring()) all.insert(all.end(), {ring_floor, ring_copy_floor});
+    if (has_peer()) all.insert(all.end(), {peer, peer_packet});
+    return all;
+}
+
+// What prediction saves beside what sleeping alone could.
+std::vector<receiver> receivers_with_pauses(bool segmented) {
+    if (segmented) {
+        return {copy_floor_gro, paused_floor_gro, long_floor_gro, long_read_floor_gro, fixed_pause, ours};
+    }
+    return {copy_floor,  paused_floor,       long_floor, long_read_floor, paused_floor_gro, long_floor_gro,
+            fixed_pause, fixed_pause_single, ours,       ours_single};
+}
+
 // The highest of rates that rise from `lowest` at which no frame was lost, in two of two runs.
 void rate_table(stream_shape shape, double lowest, const std::vector<receiver>& receivers, const cable* joined) {
     fmt::print("\nHighest rate without a lost frame, packets of {} bytes, {}\n\n| receiver | MB/s |\n|---|---|\n",
@@ -155,6 +185,7 @@ int main(int argc, char** argv) {
     uint64_t replayed = 0;
     bool read_only = false;
     bool veth = false;
+    bool pauses = false;
     std::vector<uint32_t> sockets;
     uint32_t gather_us = 50;
     app.add_option("--packet-sizes", packet_sizes, "Packet sizes, with IP and UDP headers")->delimiter(',');
@@ -165,6 +196,7 @@ int main(int argc, char** argv) {
         ->check(CLI::PositiveNumber);
     app.add_option("--rounds", rounds, "Measurements of each receiver, in turn")->check(CLI::Range(1, 1000));
     app.add_option("--only", only, "Receivers whose name contains this (the copy floors always run)");
+    app.add_flag("--pauses", pauses, "Prediction beside the fixed pause and beside floors that only sleep and read");
     app.add_flag("--rates", rates, "The highest rate without a lost frame instead of the cost");
     app.add_option("--sockets", sockets, "The floors of so many cameras at the frame rate in all, and nothing else")
         ->delimiter(',')
@@ -203,12 +235,7 @@ int main(int argc, char** argv) {
             shape.packet_size = size;
             shape.segmented = segmented;
             const receiver& floor = segmented ? copy_floor_gro : copy_floor;
-            std::vector<receiver> all = segmented ? std::vector{read_floor_gro, floor, ours}
-                                                  : std::vector{read_floor, floor, paused_floor, ours, ours_single};
-            if (segmented) all.push_back(paused_floor_gro);
-            if (veth) all.insert(all.begin() + 2, {read_floor_gro, copy_floor_gro, paused_floor_gro});
-            if (has_packet_ring()) all.insert(all.end(), {ring_floor, ring_copy_floor});
-            if (has_peer()) all.insert(all.end(), {peer, peer_packet});
+            std::vector<receiver> all = pauses ? receivers_with_pauses(segmented) : receivers(segmented, veth);
             std::erase_if(all, [&](const receiver& each) {
                 return each.name != floor.name && std::string_view{each.name}.find(only) == std::string_view::npos;
             });

@@ -1,5 +1,5 @@
 // What many sockets cost at the least, read by a thread each or by one thread for all: reads, one copy per datagram,
-// and a pause after reads that brought little, as the library does it.
+// and a pause after reads that did not fill their buffers.
 #include "floor.h"
 
 #include <fmt/format.h>
@@ -19,7 +19,6 @@ namespace {
 
 constexpr size_t batch = 64;
 constexpr size_t frames_in_all = 32; // more than the caches hold, however many sockets share them
-constexpr size_t little = 16 << 10;  // bytes
 constexpr int silence_ms = 1000;
 
 class stream_socket {
@@ -46,16 +45,14 @@ public:
     [[nodiscard]] gige::endpoint local() const { return socket.local(); }
     [[nodiscard]] int native() const { return socket.native(); }
 
-    // The bytes that one read brought.
+    // The datagrams that one read brought.
     size_t read() {
         const int count = ::recvmmsg(socket.native(), messages.data(), batch, MSG_DONTWAIT, nullptr);
-        size_t bytes = 0;
         for (int i = 0; i < count; ++i) {
             const size_t length = messages[static_cast<size_t>(i)].msg_len;
-            bytes += length;
             frames.take(memory.data() + static_cast<size_t>(i) * buffer_size, length);
         }
-        return bytes;
+        return static_cast<size_t>(std::max(count, 0));
     }
 
     [[nodiscard]] const payload_copy& taken() const { return frames; }
@@ -84,7 +81,7 @@ void read_all(std::span<stream_socket> sockets, uint64_t expected, std::chrono::
         if (most == 0) {
             if (::poll(waits.data(), waits.size(), silence_ms) == 0 && begun) return;
             begun = true;
-        } else if (most < little) {
+        } else if (most < batch) {
             std::this_thread::sleep_for(pause);
         }
     }

@@ -16,7 +16,7 @@ constexpr auto silence = std::chrono::milliseconds{500};
 
 } // namespace
 
-reception receive_with_thread(const place& where, const stream_shape& shape, bool coalesce) {
+reception receive_with_thread(const place& where, const stream_shape& shape, bool coalesce, bool predict) {
     using namespace gev::streamchannel;
     std::vector<std::vector<std::byte>> frames(frame_count, std::vector<std::byte>(shape.payload_size()));
     std::vector<frame_context> free_frames;
@@ -53,8 +53,11 @@ reception receive_with_thread(const place& where, const stream_shape& shape, boo
     functions.send_resend = [&](uint64_t block, uint32_t first_packet, uint32_t last_packet, bool) {
         camera.request_resend(block, first_packet, last_packet);
     };
-    impl::stream_asio_thread thread{
-        {.copy_packets = false, .coalesce = coalesce, .functions = std::move(functions), .reception_ended = {}}};
+    impl::stream_asio_thread thread{{.copy_packets = false,
+                                     .coalesce = coalesce,
+                                     .predict = predict,
+                                     .functions = std::move(functions),
+                                     .reception_ended = {}}};
     const auto local = thread.open_stream_socket(asio::ip::address_v4{where.consumer},
                                                  {asio::ip::address_v4{where.camera}, gige::gvcp::port});
     if (!local) fail("no stream socket: " + local.error().message());

@@ -10,13 +10,14 @@ namespace {
 constexpr double fastest_line = 1250;      // bytes per microsecond, 10 Gbit/s: what may begin at any time
 constexpr double sudden_rise = 4;          // of the rate, that the socket holds in a sleep all the same
 constexpr double fewest_held = 4;          // packets
+constexpr double fewest_gathered = 2;      // packets in a sleep; to wake for each costs no more, and is sooner
 constexpr uint64_t shortest_stretch = 500; // over which a rate is measured; cameras send in groups
 constexpr int64_t tolerated_delay = 150;   // of a wake
 constexpr double brief_share = 0.25;       // of the doubt, that a sleep within it may take
 constexpr double longest_brief_sleep = 100;
 constexpr uint32_t least_doubtful = 4; // frames
 constexpr uint32_t most_doubtful = 256;
-constexpr uint32_t forgiven_after = 8;
+constexpr uint32_t forgiven_after = 8; // frames, at least
 
 // The kernel rounds a datagram's memory up, to twice its size at worst, and adds its own records.
 double memory_of_packet(uint32_t size) noexcept { return 2.0 * size + 1024; }
@@ -62,8 +63,10 @@ pacing::decision pacing::decide(const reading& seen) const noexcept {
     const double most =
         std::min(static_cast<double>(std::min(longest_sleep, seen.frame.patience / 2)), longest_at(fastest));
     const double time = std::min({left * 0.75, std::max(left - doubt, brief()), most});
-    if (time < shortest_sleep / 2.0 || most < shortest_sleep) return {action::wait};
-    return {action::sleep, std::max(static_cast<int64_t>(time), shortest_sleep), left};
+    const int64_t sleep = std::max(static_cast<int64_t>(time), shortest_sleep);
+    const bool pays = time >= shortest_sleep / 2.0 && static_cast<double>(sleep) * fastest >= fewest_gathered;
+    if (!pays || most < shortest_sleep) return {action::wait};
+    return {action::sleep, sleep, left};
 }
 
 double pacing::brief() const noexcept {
@@ -109,7 +112,7 @@ void pacing::frame_ended(uint64_t now) noexcept {
         return;
     }
     doubt -= doubt / std::max(doubtful, 1U);
-    if (++in_time >= forgiven_after) {
+    if (++in_time >= std::max(forgiven_after, 2 * doubtful)) {
         doubtful /= 2;
         in_time = 0;
     }

@@ -59,6 +59,7 @@ stream_asio_thread::stream_asio_thread(create_params params)
     : functions(std::move(params.functions)),
       reception_ended(std::move(params.reception_ended)),
       coalesce(params.coalesce),
+      predict(params.predict),
       socket(io),
       timer(io),
       unasked_timer(io),
@@ -254,7 +255,9 @@ pacing::decision stream_asio_thread::process(size_t buffers) {
     });
     if (wait > 0) arm_timer(wait);
     last_read = now;
-    return pace->after({.now = now, .bytes = bytes, .full = buffers == receive_buffers, .frame = receiver->progress()});
+    frame_progress frame;
+    if (predict) frame = receiver->progress();
+    return pace->after({.now = now, .bytes = bytes, .full = buffers == receive_buffers, .frame = frame});
 }
 
 bool stream_asio_thread::sleep_after_read(std::chrono::microseconds time) {

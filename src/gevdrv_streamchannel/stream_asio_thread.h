@@ -28,6 +28,7 @@ public:
     struct create_params {
         bool copy_packets = false;
         bool coalesce = true;       // joined datagrams where the kernel has them; false measures the way without
+        bool predict = true;        // sleeps by the frames' progress; false measures a fixed pause in their place
         stream_functions functions; // without a resend sender the simple receiver serves
         // On the receive thread, at most once and as the last thing it does: nothing will be received any more, though
         // nobody called stop. May be empty.
@@ -76,6 +77,7 @@ private:
     const stream_functions functions;
     const std::function<void(const std::string&)> reception_ended;
     const bool coalesce;
+    const bool predict;
     std::pmr::unsynchronized_pool_resource handler_memory; // so that waiting allocates nothing
     asio::io_context io;
     asio::ip::udp::socket socket;

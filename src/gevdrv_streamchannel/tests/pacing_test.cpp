@@ -168,6 +168,28 @@ TEST(Pacing, WhatNobodyForeseesCostsTwoMillisecondsOnce) {
     }
 }
 
+// As cameras that compress send them: no two frames of one length, and none as long as announced.
+TEST(Pacing, FramesOfChangingLengthsAreReadSoonAfterTheirEnds) {
+    struct row {
+        double distance;
+        uint64_t usually;    // microseconds from the end, in all but a few frames
+        uint32_t most_reads; // in a frame, on average
+    };
+    for (const row& each : {row{15, 120, 30}, row{39, 110, 60}, row{78, 20, 150}, row{360, 20, 220}}) {
+        uint32_t random = 1;
+        const auto seen = receive(frames(300, 0, [&](uint32_t, sent_frame& frame) {
+            random = random * 1664525 + 1013904223;
+            frame.packets = expected - 12 - (random >> 16) % 100;
+            frame.distance = each.distance;
+        }));
+        EXPECT_LE(seen.later_than(each.usually, 20), 14U) << each.distance;
+        EXPECT_LE(seen.later_than(250, 20), 10U) << each.distance;
+        EXPECT_EQ(seen.later_than(2200), 0U) << each.distance;
+        const uint64_t reads = std::accumulate(seen.reads.begin(), seen.reads.end(), uint64_t{0});
+        EXPECT_LE(reads, 300 * each.most_reads) << each.distance;
+    }
+}
+
 // However little the socket holds, and whatever the line brings at once.
 TEST(Pacing, ASleepIsNoLongerThanTheSocketHolds) {
     for (const size_t buffer : {size_t{2304}, size_t{212'992}, size_t{1} << 20, size_t{10} << 20}) {

@@ -50,6 +50,22 @@ TYPED_TEST(restart_test, every_frame_of_every_round_is_delivered_and_stragglers_
     }
 }
 
+// A camera's clock that is set, or runs backwards.
+TYPED_TEST(restart_test, timestamps_that_jump_start_nothing_over) {
+    this->begin();
+    uint64_t block = 0;
+    for (const uint32_t round : {3U, 0U, UINT32_MAX, 1U, 2U}) {
+        this->wire.round = round;
+        this->send(++block, {0, 1, 2});
+        EXPECT_EQ(this->receiver.progress().serial, block);
+        EXPECT_EQ(this->receiver.progress().packets, 3U);
+        this->send(block, {3, 4, 5});
+        EXPECT_TRUE(this->bytes_right(block - 1)) << block;
+    }
+    EXPECT_EQ(this->delivered(), (std::vector<uint64_t>{1, 2, 3, 4, 5}));
+    EXPECT_EQ(this->receiver.get_statistics().complete_frames, 5U);
+}
+
 // Without a timestamp only time tells a new frame from a repeat.
 TYPED_TEST(restart_test, repeated_leader_without_timestamp_opens_nothing_for_four_frame_times) {
     this->begin({.timestamps = false});

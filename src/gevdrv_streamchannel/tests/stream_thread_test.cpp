@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/udp.h>
@@ -40,6 +41,12 @@ struct {
 } failing_reads;
 std::atomic<uint64_t> reads{0};
 
+// When the receive thread's first sleep is to end, by the steady clock; 0: it has not slept.
+std::atomic<int64_t> first_sleep_ends{0};
+thread_local bool is_receive_thread = false;
+
+int64_t steady_us() { return std::chrono::steady_clock::now().time_since_epoch() / std::chrono::microseconds{1}; }
+
 // Memory is refused to every thread but those that may have some.
 std::atomic<bool> memory_is_short{false};
 thread_local bool may_allocate = false;
@@ -72,6 +79,17 @@ extern "C" int recvmmsg(int socket, mmsghdr* messages, unsigned count, int flags
     return static_cast<int>(syscall(SYS_recvmmsg, socket, messages, count, flags, timeout));
 }
 
+extern "C" int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
+                                      const timespec* end) {
+    if (is_receive_thread) {
+        int64_t none = 0;
+        first_sleep_ends.compare_exchange_strong(none, end->tv_sec * 1'000'000 + end->tv_nsec / 1000);
+    }
+    static const auto real =
+        reinterpret_cast<decltype(&pthread_cond_clockwait)>(dlsym(RTLD_NEXT, "pthread_cond_clockwait"));
+    return real(condition, mutex, clock, end);
+}
+
 namespace {
 
 class running_thread {
@@ -89,6 +107,9 @@ public:
         }
         functions.get_frame = [this] {
             const allowed tests_own;
+            is_receive_thread = true;
+            std::this_thread::sleep_for(work);
+            work_ended = steady_us();
             const std::lock_guard guard{mutex};
             memory.emplace_back(1000);
             changed.notify_all();
@@ -145,6 +166,8 @@ public:
     std::vector<frame_info> frames;
     std::vector<request> requests;
     std::vector<std::string> ends;
+    std::chrono::microseconds work{0}; // before a frame is there
+    std::atomic<int64_t> work_ended{0};
     std::atomic<int> unsendable{0}; // requests to come that there is no memory for
     gige::udp_socket remote = *gige::udp_socket::open({INADDR_LOOPBACK, 0});
     uint16_t local_port = 0;
@@ -226,6 +249,22 @@ TEST(StreamThread, AStrangersPacketsAreNoneOfTheStream) {
     EXPECT_EQ(own.frames[0].flags, 0U);
     EXPECT_EQ(own.frames[0].context.data[50], pixel(1, 50));
     own.sut->stop();
+}
+
+// Or the work would be late by its own length, and the thread by both.
+TEST(StreamThread, ASleepIsCountedFromTheReadWhateverTheWorkTakes) {
+    running_thread own;
+    own.work = std::chrono::microseconds{10 * pacing::longest_sleep};
+    first_sleep_ends = 0;
+    ASSERT_FALSE(own.sut->start(136, 200));
+    own.send(packet(1, 0));
+    ASSERT_TRUE(own.wait_until([&] { return !own.memory.empty(); }));
+    const int64_t work_ended = own.work_ended;
+    for (const uint32_t id : {1U, 2U, 3U}) own.send(packet(1, id));
+    ASSERT_TRUE(own.wait_for_frames(1));
+    own.sut->stop();
+    EXPECT_GT(first_sleep_ends, 0) << "it slept";
+    EXPECT_LT(first_sleep_ends, work_ended) << "and not a moment longer";
 }
 
 // The one timer follows the earliest deadline, and strikes with no packet to wake the thread.
