@@ -1,5 +1,6 @@
 // What the consumer does with features, on a document and a device made up here.
 #include "../libs/service-base/tests/support.h"
+#include "support/built.h"
 
 #include <cli/consumer/nearest_names.h>
 #include <cli/consumer/node_map.h>
@@ -441,10 +442,10 @@ TEST_P(Convert, WritesThePictureOrRefuses) {
     const auto& folder = temporary.path;
     const auto source = folder / "in.raw", target = folder / "out.raw";
     std::ofstream{source, std::ios::binary} << in;
-    const std::string command =
-        fmt::format("'{}/orv-gentl' convert '{}' --from {} --to {} --width {} --height 2 -o '{}' "
-                    ">'{}/log' 2>&1",
-                    ORV_BIN_DIR, source.string(), from, to, width, target.string(), folder.string());
+    const std::string command = fmt::format("'{}' convert '{}' --from {} --to {} --width {} --height 2 -o '{}' "
+                                            ">'{}/log' 2>&1",
+                                            test_support::built::program("orv-gentl"), source.string(), from, to, width,
+                                            target.string(), folder.string());
     EXPECT_EQ(std::system(command.c_str()) == 0, !out.empty());
     const auto content = [](const std::filesystem::path& path) {
         std::ifstream file{path, std::ios::binary};
