@@ -3,6 +3,7 @@
 #include "../consumer/failure.h"
 #include "../output/output.h"
 #include "../posix/atomic_file.h"
+#include "pfnc.h"
 #include "wide_samples.h"
 
 #include <fmt/format.h>
@@ -18,7 +19,6 @@ namespace cli {
 
 namespace {
 
-constexpr uint32_t rgb8 = 0x02180014, rgba8 = 0x02200016, bgr8 = 0x02180015;
 constexpr uint32_t mono10 = 0x01100003, mono12 = 0x01100005;
 
 size_t bits_of(const picture_format& format) {
