@@ -12,6 +12,8 @@
 #include <set>
 #include <sstream>
 
+namespace built = test_support::built;
+
 namespace {
 
 std::string output_of(const std::string& command) {
