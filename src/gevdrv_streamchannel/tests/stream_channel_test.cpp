@@ -106,8 +106,10 @@ struct channel_setup {
     }
     void make(int32_t max_packet_size = 0) {
         sut = std::make_unique<stream_channel_impl>(
-            stream_channel_impl::create_params{
-                2, max_packet_size, loopback_address, {asio::ip::address_v4{loopback_address}, device.control.local().port}},
+            stream_channel_impl::create_params{2,
+                                               max_packet_size,
+                                               loopback_address,
+                                               {asio::ip::address_v4{loopback_address}, device.control.local().port}},
             device, document.get());
     }
 };
