@@ -1,4 +1,5 @@
 // The service started by a service manager that listens for it, as systemd's socket units do.
+#include "support/built.h"
 #include "support/test_system.h"
 
 #include <gds_shared/product_constants.h>
@@ -55,7 +56,7 @@ public:
     ~manager() { end(); }
 
     void start_service(int handed_over, const std::string& camera) {
-        const std::string program = std::string{ORV_BIN_DIR} + "/orv-gentl-gev-service";
+        const std::string program = built::program("orv-gentl-gev-service");
         const std::string output = folder / "activated";
         const std::string notify_path = folder / "notify";
         child = fork();
@@ -133,7 +134,7 @@ TEST(Activation, AServiceStartedByHandLeavesTheManagersSocketAlone) {
     test_system own;
     const manager systemd{own};
     const ino_t socket_file = systemd.inode();
-    process second{{std::string{ORV_BIN_DIR} + "/orv-gentl-gev-service", "--no-networks"}, own.folder() / "second"};
+    process second{{built::program("orv-gentl-gev-service"), "--no-networks"}, own.folder() / "second"};
     EXPECT_EQ(second.wait(), 1);
     EXPECT_EQ(systemd.inode(), socket_file);
 }

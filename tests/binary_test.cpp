@@ -1,4 +1,5 @@
 // What the loader and other libraries in a consumer's process see.
+#include "support/built.h"
 #include "support/test_system.h"
 
 #include <gtest/gtest.h>
@@ -10,6 +11,8 @@
 #include <iterator>
 #include <set>
 #include <sstream>
+
+namespace built = test_support::built;
 
 namespace {
 
@@ -46,16 +49,16 @@ TEST(Binary, ExportsExactlyTheInterface) {
         DSQueueBuffer DSGetBufferInfo DSGetBufferChunkData DSGetParentDev DSGetBufferInfoStacked
         HandleMapCount ObjectTrackerCount)");
     EXPECT_EQ(expected.size(), 59U);
-    EXPECT_EQ(exports_of(ORV_CTI), expected);
+    EXPECT_EQ(exports_of(built::cti), expected);
     expected.insert({"DSGetNumBufferParts", "DSGetBufferPartInfo"});
-    EXPECT_EQ(exports_of(ORV_MULTIPART_CTI), expected);
+    EXPECT_EQ(exports_of(built::multipart_cti), expected);
 }
 
 TEST(Binary, NeedsOnlyTheLanguageRuntime) {
-    if (!std::string{ORV_SANITIZED}.empty()) GTEST_SKIP() << "sanitizers bring libraries of their own";
+    if (built::sanitized) GTEST_SKIP() << "sanitizers bring libraries of their own";
     const std::set<std::string> allowed{"libc.so.6", "libm.so.6", "libstdc++.so.6", "libgcc_s.so.1",
                                         "ld-linux-x86-64.so.2"};
-    for (const char* file : {ORV_CTI, ORV_MULTIPART_CTI}) {
+    for (const char* file : {built::cti, built::multipart_cti}) {
         const auto needed = words(output_of(std::string{"objdump -p '"} + file + "' | awk '/NEEDED/ {print $2}'"));
         for (const std::string& name : needed) EXPECT_TRUE(allowed.contains(name)) << name;
         EXPECT_FALSE(needed.empty());
@@ -63,13 +66,13 @@ TEST(Binary, NeedsOnlyTheLanguageRuntime) {
 }
 
 TEST(Binary, BothLibrariesLiveInOneProcess) {
-    const cli::gentl_library plain{ORV_CTI};
-    const cli::gentl_library multipart{ORV_MULTIPART_CTI};
+    const cli::gentl_library plain{built::cti};
+    const cli::gentl_library multipart{built::multipart_cti};
     const auto path = [](const cli::gentl_library& lib) {
         return cli::ask_text(lib, "GCGetInfo", [&](GenTL::INFO_DATATYPE* type, void* text, size_t* size) {
             return lib.GCGetInfo(GenTL::TL_INFO_PATHNAME, type, text, size);
         });
     };
-    EXPECT_EQ(path(plain), std::filesystem::canonical(ORV_CTI));
-    EXPECT_EQ(path(multipart), std::filesystem::canonical(ORV_MULTIPART_CTI));
+    EXPECT_EQ(path(plain), std::filesystem::canonical(built::cti));
+    EXPECT_EQ(path(multipart), std::filesystem::canonical(built::multipart_cti));
 }

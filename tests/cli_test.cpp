@@ -1,5 +1,6 @@
 // What the consumer does with features, on a document and a device made up here.
 #include "../libs/service-base/tests/support.h"
+#include "support/built.h"
 
 #include <cli/consumer/nearest_names.h>
 #include <cli/consumer/node_map.h>
@@ -441,10 +442,10 @@ TEST_P(Convert, WritesThePictureOrRefuses) {
     const auto& folder = temporary.path;
     const auto source = folder / "in.raw", target = folder / "out.raw";
     std::ofstream{source, std::ios::binary} << in;
-    const std::string command =
-        fmt::format("'{}/orv-gentl' convert '{}' --from {} --to {} --width {} --height 2 -o '{}' "
-                    ">'{}/log' 2>&1",
-                    ORV_BIN_DIR, source.string(), from, to, width, target.string(), folder.string());
+    const std::string command = fmt::format("'{}' convert '{}' --from {} --to {} --width {} --height 2 -o '{}' "
+                                            ">'{}/log' 2>&1",
+                                            test_support::built::program("orv-gentl"), source.string(), from, to, width,
+                                            target.string(), folder.string());
     EXPECT_EQ(std::system(command.c_str()) == 0, !out.empty());
     const auto content = [](const std::filesystem::path& path) {
         std::ifstream file{path, std::ios::binary};
@@ -459,9 +460,9 @@ TEST_P(Convert, WritesThePictureOrRefuses) {
 TEST(ConvertCommand, RefusalNamesWhatThereIs) {
     const test_support::temporary_folder temporary;
     const std::string log = (temporary.path / "log").string(),
-                      command = fmt::format("'{}/orv-gentl' convert /dev/null --from PWL1 --to NV12 --width 8 --height "
+                      command = fmt::format("'{}' convert /dev/null --from PWL1 --to NV12 --width 8 --height "
                                             "8 2>'{}'",
-                                            ORV_BIN_DIR, log);
+                                            test_support::built::program("orv-gentl"), log);
     EXPECT_NE(std::system(command.c_str()), 0);
     std::ifstream file{log, std::ios::binary};
     const std::string said{std::istreambuf_iterator<char>{file}, {}};

@@ -18,7 +18,7 @@ TEST(CommandLine, EveryAnswerFollowsTheSchema) {
     small_system own{{"--device-version", "1.0.0"}};
     const std::string folder = own.folder();
     const std::string firmware = folder + "/new.fwpack", raw = folder + "/frame.raw", document = folder + "/d.xml";
-    process package{{ORV_BIN_DIR "/orv-gev-camera-sim", "--make-firmware", firmware, "--firmware-version", "2.0"},
+    process package{{built::program("orv-gev-camera-sim"), "--make-firmware", firmware, "--firmware-version", "2.0"},
                     folder + "/package"};
     ASSERT_EQ(package.wait(), 0);
     std::ofstream{raw} << std::string(64, 'x');

@@ -361,7 +361,7 @@ TEST(CommandLine, SettingsAreSavedComparedAndLoaded) {
 }
 
 TEST(CommandLine, ThePageForUsersHasEveryCause) {
-    const std::string page = read_file(ORV_SOURCE_DIR "/docs/tools.md");
+    const std::string page = read_file(built::source("docs/tools.md"));
     for (const cli::cause_row& each : cli::all_causes()) {
         EXPECT_THAT(page, HasSubstr("| " + std::to_string(each.exit_code) + " | `" + each.name + "` |"));
     }

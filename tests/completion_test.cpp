@@ -57,9 +57,8 @@ TEST_P(Completion, KnowsTheCamerasFeatures) {
                                        {"orv-gentl exec UserSetL", "UserSetLoad"},
                                        {"orv-gentl get --device CA", "CAM0"},
                                        {"orv-gentl support-b", "support-bundle"}}) {
-        const answer got =
-            run(own, "cd '" + own.folder().string() + "'; export HOME=$PWD PATH=" ORV_BIN_DIR ":$PATH line='" + line +
-                         "' wanted='" + wanted + "'; " + name + " ./script");
+        const answer got = run(own, "cd '" + own.folder().string() + "'; export HOME=$PWD PATH=" + built::bin_dir() +
+                                        ":$PATH line='" + line + "' wanted='" + wanted + "'; " + name + " ./script");
         EXPECT_THAT(got.output, HasSubstr(wanted)) << line << '\n' << got.errors;
         if (std::string_view{name} != "zsh") {
             EXPECT_EQ(std::ranges::count(got.output, '\n'), 1) << got.output; // one word, and no files

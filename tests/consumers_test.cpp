@@ -1,4 +1,5 @@
 // The ways of common consumers, with both libraries.
+#include "support/built.h"
 #include "support/test_system.h"
 
 #include <gtest/gtest.h>
@@ -61,14 +62,14 @@ TEST_P(Consumers, ACamerasEventIsNoneOfTheModule) {
     EXPECT_EQ(lib.GCUnregisterEvent(camera.device->get(), EVENT_MODULE), GC_ERR_SUCCESS);
 }
 
-INSTANTIATE_TEST_SUITE_P(Libraries, Consumers, testing::Values(ORV_CTI, ORV_MULTIPART_CTI),
+INSTANTIATE_TEST_SUITE_P(Libraries, Consumers, testing::Values(built::cti, built::multipart_cti),
                          [](const auto& chosen) { return chosen.index == 0 ? "plain" : "multipart"; });
 
 TEST(BufferParts, BuffersHaveOne) {
     small_system own;
-    open_camera camera{test_system::serial(0), ORV_MULTIPART_CTI};
+    open_camera camera{test_system::serial(0), built::multipart_cti};
     camera.start();
-    void* file = dlopen(ORV_MULTIPART_CTI, RTLD_NOW | RTLD_LOCAL);
+    void* file = dlopen(built::multipart_cti, RTLD_NOW | RTLD_LOCAL);
     auto* count_parts = reinterpret_cast<decltype(&DSGetNumBufferParts)>(dlsym(file, "DSGetNumBufferParts"));
     ASSERT_NE(count_parts, nullptr);
     uint32_t parts = 0;

@@ -1,4 +1,5 @@
 // What a consumer reads when things are not as they should be.
+#include "support/built.h"
 #include "support/test_system.h"
 
 #include <gds_shared/product_constants.h>
@@ -24,7 +25,7 @@ cli::call_failed failure_of(const std::function<void()>& action) {
 
 TEST(Error, WithoutAServiceTheLibrarySaysSo) {
     const test_system own;
-    const auto lib = std::make_shared<const cli::gentl_library>(ORV_CTI);
+    const auto lib = std::make_shared<const cli::gentl_library>(built::cti);
     const auto failure = failure_of([&] { static_cast<void>(cli::open_system(lib)); });
     EXPECT_EQ(failure.code, GC_ERR_ACCESS_DENIED);
     EXPECT_EQ(failure.reason, "Failed to connect to service via service-pipe 'orv-gentl-gev_service_pipe_1.3.1.860_"

@@ -31,7 +31,7 @@ void expect_cause(nlohmann::json& result, const std::string& cause, const std::s
     EXPECT_THAT(result["explain"]["remedy"].get<std::string>(), HasSubstr(remedy)) << result["explain"];
 }
 
-const std::string small_buffer = "LD_PRELOAD='" ORV_SMALL_BUFFER "' ";
+const std::string small_buffer = "LD_PRELOAD='" + built::test_tool("libsmall_buffer.so") + "' ";
 const std::vector<std::string> large_pictures{"--width", "2448", "--height", "2048", "--frame-rate", "30"};
 
 } // namespace
@@ -61,9 +61,7 @@ TEST(Explain, ACameraThatDrops) {
 }
 
 TEST(Explain, ASocketBufferThatIsTooSmall) {
-#ifdef ORV_WITH_SANITIZER
-    GTEST_SKIP() << "a sanitizer's runtime must be loaded first";
-#endif
+    if (built::sanitized) GTEST_SKIP() << "a sanitizer's runtime must be loaded first";
     test_system own;
     own.start_camera(large_pictures);
     own.start_service();
@@ -76,9 +74,7 @@ TEST(Explain, ASocketBufferThatIsTooSmall) {
 }
 
 TEST(Explain, AWatchBesideTheConsumer) {
-#ifdef ORV_WITH_SANITIZER
-    GTEST_SKIP() << "a sanitizer's runtime must be loaded first";
-#endif
+    if (built::sanitized) GTEST_SKIP() << "a sanitizer's runtime must be loaded first";
     test_system own;
     own.start_camera(large_pictures);
     own.start_service();
@@ -237,15 +233,15 @@ TEST(SecondService, IsToldAndNamedAsTheHolder) {
     const std::string folder = own.folder() / "second";
     std::filesystem::create_directories(folder);
     const std::string there = "ORV_GENTL_RUNTIME_DIR='" + folder + "' ";
-    shell_line second{own, "exec env " + there + "'" ORV_BIN_DIR "/orv-gentl-gev-service' --no-networks --discover " +
-                               own.camera_address(0)};
+    shell_line second{own, "exec env " + there + "'" + built::program("orv-gentl-gev-service") +
+                               "' --no-networks --discover " + own.camera_address(0)};
     ASSERT_TRUE(second.process().wait_for_output("ready")) << second.errors();
     const std::string first = "Another service listens at '" + own.folder().string() + "/orv-gentl-gev_service_pipe";
     EXPECT_THAT(second.errors(), HasSubstr(first));
     EXPECT_THAT(second.errors(), HasSubstr("(pid " + std::to_string(own.service().pid()) + " of user "));
 
     // The same folder: refused, with who is there.
-    shell_line third{own, "'" ORV_BIN_DIR "/orv-gentl-gev-service' --no-networks"};
+    shell_line third{own, "'" + built::program("orv-gentl-gev-service") + "' --no-networks"};
     EXPECT_NE(third.process().wait(), 0);
     EXPECT_THAT(third.errors(), HasSubstr("running already: it listens at '" + own.folder().string()));
     EXPECT_THAT(third.errors(), HasSubstr("(pid " + std::to_string(own.service().pid()) + " of user "));

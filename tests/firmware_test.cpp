@@ -1,4 +1,5 @@
 // New firmware for a camera: through the library and the service into the camera, and every way that it can fail.
+#include "support/built.h"
 #include "support/test_system.h"
 
 #include <gtest/gtest.h>
@@ -19,7 +20,7 @@ class Firmware : public testing::Test {
 protected:
     std::string make(const std::string& name, std::vector<std::string> options = {}) {
         const std::string path = own.folder() / name;
-        options.insert(options.begin(), {std::string{ORV_BIN_DIR} + "/orv-gev-camera-sim", "--make-firmware", path});
+        options.insert(options.begin(), {built::program("orv-gev-camera-sim"), "--make-firmware", path});
         EXPECT_EQ(process(options, own.folder() / (name + ".log")).wait(), 0);
         return path;
     }

@@ -1,5 +1,6 @@
 // Clients that cheat, break off and hoard, against the service's real process: it goes on, others are served, and what
 // the client held is free again.
+#include "support/built.h"
 #include "support/raw_client.h"
 #include "support/test_system.h"
 
@@ -277,7 +278,7 @@ TEST_F(Hostile, WaitingCallsAreBounded) {
     }
     for (int i = 0; i < 5000 && client->send_call(service, "genicam_read_mem", std::string(2000, 'y'), 1); ++i) {
     }
-    if (std::string{ORV_SANITIZED}.empty()) {
+    if (!built::sanitized) {
         EXPECT_LT(peak_memory_kib() - before, 260 * 1024) << "200 MiB is the bound";
     }
     expect_served();
@@ -381,7 +382,7 @@ TEST_F(Hostile, TheEndWaitsForNoWebServerAndNoSearch) {
         sigprocmask(SIG_BLOCK, &end, nullptr);
         raise(SIGTERM);
         dup2(output[1], STDOUT_FILENO);
-        execl(ORV_BIN_DIR "/orv-gentl-gev-service", "orv-gentl-gev-service", "--no-networks", nullptr);
+        execl(built::program("orv-gentl-gev-service").c_str(), "orv-gentl-gev-service", "--no-networks", nullptr);
         _exit(99);
     }
     close(output[1]);

@@ -1,4 +1,5 @@
 // Load, use, unload, again: nothing may be left in the consumer's process.
+#include "support/built.h"
 #include "support/test_system.h"
 
 #include <gtest/gtest.h>
@@ -48,12 +49,12 @@ int64_t count_of(void* file, const char* function) {
 
 TEST(Lifetime, TwentyRoundsLeaveNothing) {
     small_system own{{"--frame-rate", "200"}};
-    one_round(ORV_CTI); // what the C library allocates once
+    one_round(built::cti); // what the C library allocates once
     const size_t threads = entries_of("/proc/self/task");
     const size_t descriptors = entries_of("/proc/self/fd");
     for (int round = 0; round < 20; ++round) {
         SCOPED_TRACE(round);
-        ASSERT_NO_FATAL_FAILURE(one_round(round % 2 == 0 ? ORV_CTI : ORV_MULTIPART_CTI));
+        ASSERT_NO_FATAL_FAILURE(one_round(round % 2 == 0 ? built::cti : built::multipart_cti));
     }
     EXPECT_EQ(entries_of("/proc/self/task"), threads);
     EXPECT_EQ(entries_of("/proc/self/fd"), descriptors);
@@ -62,25 +63,25 @@ TEST(Lifetime, TwentyRoundsLeaveNothing) {
 
 TEST(Lifetime, NothingIsOpenAfterAnOrderlyEnd) {
     small_system own;
-    void* kept = dlopen(ORV_CTI, RTLD_NOW | RTLD_LOCAL); // the counts live as long as the mapping
+    void* kept = dlopen(built::cti, RTLD_NOW | RTLD_LOCAL); // the counts live as long as the mapping
     ASSERT_NE(kept, nullptr) << dlerror();
     {
         open_camera camera;
         EXPECT_GE(count_of(kept, "HandleMapCount"), 3) << "system, interface, device";
         EXPECT_GE(count_of(kept, "ObjectTrackerCount"), 3);
     }
-    ASSERT_NO_FATAL_FAILURE(one_round(ORV_CTI));
+    ASSERT_NO_FATAL_FAILURE(one_round(built::cti));
     EXPECT_EQ(count_of(kept, "HandleMapCount"), 0);
     EXPECT_EQ(count_of(kept, "ObjectTrackerCount"), 0);
     dlclose(kept);
 }
 
 TEST(Lifetime, SymbolsOfTheConsumerDoNotReachTheLibrary) {
-    if (!std::string{ORV_SANITIZED}.empty()) GTEST_SKIP() << "sanitizers refuse RTLD_DEEPBIND";
+    if (built::sanitized) GTEST_SKIP() << "sanitizers refuse RTLD_DEEPBIND";
     small_system own;
-    void* deep = dlopen(ORV_CTI, RTLD_NOW | RTLD_DEEPBIND);
+    void* deep = dlopen(built::cti, RTLD_NOW | RTLD_DEEPBIND);
     ASSERT_NE(deep, nullptr) << dlerror();
-    one_round(ORV_CTI); // the same mapping, bound deeply
+    one_round(built::cti); // the same mapping, bound deeply
     dlclose(deep);
 }
 
@@ -103,9 +104,8 @@ TEST(Lifetime, AProcessEndsWhateverIsOpenAndWhoeverCloses) {
     for (const std::string open : {"nothing", "system", "stream"}) {
         for (const std::string closer : {"early handler", "late handler", "global", "nobody", "unloading"}) {
             SCOPED_TRACE(open + " open, closed by " + closer);
-            process consumer{
-                {std::string{ORV_BIN_DIR} + "/../tests/exit_consumer", ORV_CTI, test_system::serial(0), open, closer},
-                own.folder() / (open + closer)};
+            process consumer{{built::test_tool("exit_consumer"), built::cti, test_system::serial(0), open, closer},
+                             own.folder() / (open + closer)};
             const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds{20};
             while (consumer.running() && std::chrono::steady_clock::now() < deadline) usleep(10000);
             if (consumer.running()) {
@@ -120,7 +120,7 @@ TEST(Lifetime, AProcessEndsWhateverIsOpenAndWhoeverCloses) {
 }
 
 TEST(Lifetime, AForkedChildExits) {
-    if (!std::string{ORV_SANITIZED}.empty()) GTEST_SKIP() << "sanitizers do not follow a fork of threads";
+    if (built::sanitized) GTEST_SKIP() << "sanitizers do not follow a fork of threads";
     small_system own;
     open_camera camera;
     camera.start();

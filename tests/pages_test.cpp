@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+namespace built = test_support::built;
 using test_support::read_file;
 using test_support::test_system;
 
@@ -57,7 +58,8 @@ std::vector<example> examples_of(const std::vector<std::string>& page) {
 
 // A program in the background answers "ready" when the next line may be typed; what it says later belongs to nobody.
 std::string script_of(const std::vector<example>& examples) {
-    std::string script = "export PATH='" ORV_BIN_DIR "':\"$PATH\"\ntrap 'kill $(jobs -p) 2>/dev/null; wait' EXIT\n";
+    std::string script =
+        "export PATH='" + built::bin_dir() + "':\"$PATH\"\ntrap 'kill $(jobs -p) 2>/dev/null; wait' EXIT\n";
     for (const auto& [command, expected, line] : examples) {
         if (command.ends_with('&')) {
             script += ": >log; " + command.substr(0, command.size() - 1) +
@@ -83,7 +85,7 @@ class Pages : public testing::TestWithParam<page_case> {};
 
 TEST_P(Pages, AreTrue) {
     const auto [name, least, two_cameras] = GetParam();
-    const std::string path = std::string{ORV_SOURCE_DIR "/"} + name;
+    const std::string path = built::source(name);
     std::vector<std::string> page;
     {
         std::istringstream lines{read_file(path)};
@@ -92,10 +94,10 @@ TEST_P(Pages, AreTrue) {
     const std::vector<example> examples = examples_of(page);
     ASSERT_GE(examples.size(), least);
 
-    if (sizeof ORV_SANITIZED > 1 && read_file(path).find("$ python3 ") != std::string::npos)
+    if (built::sanitized && read_file(path).find("$ python3 ") != std::string::npos)
         GTEST_SKIP() << "the sanitizers' run-time library would have to be in Python, too";
     test_system own;
-    std::filesystem::create_directory_symlink(ORV_SOURCE_DIR "/examples", own.folder() / "examples");
+    std::filesystem::create_directory_symlink(built::source("examples"), own.folder() / "examples");
     if (two_cameras) {
         own.start_camera({"--width", "640", "--height", "480", "--user-name", "left"});
         own.start_camera({"--width", "640", "--height", "480", "--user-name", "right"});
@@ -107,7 +109,7 @@ TEST_P(Pages, AreTrue) {
     replace_all(script, "127.0.0.", network);
     std::ofstream{own.folder() / "page.sh"} << script;
     // Ends its programs, too, should one of them hang.
-    const std::string limit = sizeof ORV_SANITIZED > 1 ? "180" : "45";
+    const std::string limit = built::sanitized ? "180" : "45";
     test_support::process shell{
         {"bash", "-c", "cd '" + own.folder().string() + "' && exec timeout " + limit + " bash ./page.sh 2>&1"},
         own.folder() / "page.out"};

@@ -1,4 +1,5 @@
 // What the programs say: who connects, what is found and lost, what is wrong with their options and files.
+#include "support/built.h"
 #include "support/raw_client.h"
 #include "support/test_system.h"
 
@@ -39,8 +40,8 @@ protected:
 
 TEST_F(ProgramOutput, WhatIsWrongWithOptionsAndFiles) {
     own.start_camera();
-    const std::string service = ORV_BIN_DIR "/orv-gentl-gev-service --no-networks ";
-    const std::string camera = ORV_BIN_DIR "/orv-gev-camera-sim --address " + own.camera_address(1) + ' ';
+    const std::string service = built::program("orv-gentl-gev-service") + " --no-networks ";
+    const std::string camera = built::program("orv-gev-camera-sim") + " --address " + own.camera_address(1) + ' ';
     const std::string broken = own.folder() / "broken.json";
     std::ofstream{broken} << "{";
     // Ends by itself for its group, which comes after the files.
@@ -64,7 +65,7 @@ TEST_F(ProgramOutput, WhatIsWrongWithOptionsAndFiles) {
         {"ORV_GENTL_RUNTIME_DIR=/usr " + as_nobody + service,
          {"Cannot listen at '/usr/orv-gentl-gev_service_pipe_", "set ORV_GENTL_RUNTIME_DIR"}},
         {"ORV_GENTL_RUNTIME_DIR=/no/such " + service, {"Cannot listen at '/no/such/orv-gentl-gev_service_pipe_"}},
-        {ORV_BIN_DIR "/orv-gev-camera-sim --address " + own.camera_address(0), {"is there a camera already?"}},
+        {built::program("orv-gev-camera-sim") + " --address " + own.camera_address(0), {"is there a camera already?"}},
         {camera + "--frame-rate 0", {"--frame-rate"}},
         {camera + "--loss 2", {"--loss"}},
     };

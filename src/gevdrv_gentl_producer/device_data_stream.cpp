@@ -22,7 +22,7 @@ namespace catalogue = ipc_rpc::catalogue;
 
 namespace {
 
-constexpr auto& logger = gds_helper::log::gvsp_logger;
+using gds_helper::log::gvsp_logger;
 
 // Saturates: a camera may put any 64 bits into its leader.
 uint64_t to_nanoseconds(uint64_t ticks, double tick_period_ns) {
@@ -92,7 +92,7 @@ Error device_data_stream::open_stream(const ipc_rpc::client_object_handle& chann
             const auto sent = handle.invoke<catalogue::send_resend_cmd>(channel_index, block_id, first, last, extended);
             if (sent) return;
             if (unsent_requests++ == 0) {
-                logger().warn("The service takes no resend request: {}.", sent.error().message());
+                gvsp_logger().warn("The service takes no resend request: {}.", sent.error().message());
             }
             stream_status_text.set("gev: resends-not-sent={}", unsent_requests);
         };
@@ -114,7 +114,7 @@ void device_data_stream::read_tick_period() {
         return;
     }
     const uint64_t frequency = uint64_t{*high} << 32 | *low;
-    logger().info("Timestamp Tick Frequency Registers = {}", frequency);
+    gvsp_logger().info("Timestamp Tick Frequency Registers = {}", frequency);
     if (frequency != 0) tick_period_ns = 1e9 / static_cast<double>(frequency);
 }
 
@@ -143,7 +143,7 @@ void device_data_stream::close_stream() {
     static_cast<void>(stream_channel->flush());
     stream_channel->disconnect();
     stream_channel.reset();
-    if (unsent_requests != 0) logger().warn("The service did not take {} resend requests.", unsent_requests);
+    if (unsent_requests != 0) gvsp_logger().warn("The service did not take {} resend requests.", unsent_requests);
 }
 
 void device_data_stream::flush_stream() {

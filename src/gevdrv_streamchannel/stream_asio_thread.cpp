@@ -40,7 +40,7 @@ constexpr auto test_poll = 750us;
 constexpr uint32_t ip_udp_header = 28;
 constexpr auto query_timeout = 2000ms;
 
-constexpr auto& logger = gds_helper::log::gvsp_logger;
+using gds_helper::log::gvsp_logger;
 
 uint64_t now_us() {
     const auto now = std::chrono::steady_clock::now().time_since_epoch();
@@ -76,13 +76,14 @@ stream_asio_thread::open_stream_socket(const asio::ip::address_v4& local_address
     const asio::ip::udp::endpoint local{local_address, 0};
     socket.bind(local, error);
     if (error) {
-        logger().error("Binding to {}:{} failed. err={}", local_address.to_string(), local.port(), error.message());
+        gvsp_logger().error("Binding to {}:{} failed. err={}", local_address.to_string(), local.port(),
+                            error.message());
         return std::unexpected(error);
     }
     // A stranger's packets could pass for the camera's, and a flood would take the room of the camera's.
     if (const std::error_code failed =
             posix::accept_only_from(socket.native_handle(), remote.address().to_v4().to_uint())) {
-        logger().debug("The stream socket takes datagrams from everybody. err={}", failed.message());
+        gvsp_logger().debug("The stream socket takes datagrams from everybody. err={}", failed.message());
     }
     // A READREG of the privilege register: what leaves through a firewall lets the camera's stream in. The answer
     // comes back to this socket as no stream packet and falls through the parser.
@@ -122,8 +123,8 @@ std::error_code stream_asio_thread::receive_packet_and_check_size(uint32_t expec
             continue;
         }
         if (error) return error;
-        if (logger().should_log(spdlog::level::trace)) {
-            logger().trace("Streamchannel, received test packet with bytes#={}", received + ip_udp_header);
+        if (gvsp_logger().should_log(spdlog::level::trace)) {
+            gvsp_logger().trace("Streamchannel, received test packet with bytes#={}", received + ip_udp_header);
         }
         if (received + ip_udp_header >= expected_size) return {};
         // A flood of short datagrams is no reason to wait for longer.
@@ -136,7 +137,7 @@ std::error_code stream_asio_thread::start(uint32_t packet_size, uint32_t payload
     const size_t in_force = posix::set_receive_buffer(socket.native_handle(), socket_receive_buffer, error);
     if (error) return error;
     if (in_force < static_cast<size_t>(socket_receive_buffer)) {
-        logger().debug("The system limits the socket's receive buffer to {} bytes.", in_force);
+        gvsp_logger().debug("The system limits the socket's receive buffer to {} bytes.", in_force);
     }
     try {
         receiver->setup(packet_size, payload_size);
@@ -168,7 +169,7 @@ void stream_asio_thread::stop() {
 
 void stream_asio_thread::thread_main() {
     gds_helper::set_thread_name(thread_name);
-    if (!gds_helper::raise_thread_priority()) logger().debug("The receive thread runs at normal priority.");
+    if (!gds_helper::raise_thread_priority()) gvsp_logger().debug("The receive thread runs at normal priority.");
     gds_helper::sleep_precisely();
     try {
         io.run();
@@ -176,7 +177,7 @@ void stream_asio_thread::thread_main() {
         try {
             end_reason = "no memory"; // short enough to need none
             end_reason = failure.what();
-            logger().error("{}, failed due to {}", thread_name, failure.what());
+            gvsp_logger().error("{}, failed due to {}", thread_name, failure.what());
         } catch (const std::exception&) { // what was lacking is lacking for the words, too
         }
     }
@@ -198,7 +199,7 @@ void stream_asio_thread::thread_main() {
 }
 
 void stream_asio_thread::end_reception(std::string reason) {
-    logger().error("{}, failed due to {}", thread_name, reason);
+    gvsp_logger().error("{}, failed due to {}", thread_name, reason);
     end_reason = std::move(reason);
     io.stop();
 }
@@ -284,7 +285,7 @@ bool stream_asio_thread::survives(const std::error_code& read_error) {
     if (read_error == std::errc::bad_file_descriptor || read_error == std::errc::not_a_socket) return false;
     const auto number = static_cast<size_t>(read_error.value()) % read_errors_told.size();
     if (!read_errors_told[number]) {
-        logger().warn("{}, reading failed due to {}", thread_name, read_error.message());
+        gvsp_logger().warn("{}, reading failed due to {}", thread_name, read_error.message());
         read_errors_told.set(number);
     }
     std::this_thread::sleep_for(error_pause);
@@ -349,9 +350,9 @@ std::expected<std::optional<resend_parameters>, std::error_code> stream_asio_thr
 }
 
 void stream_asio_thread::dump_statistics(const frame_receive_stats& stats) const {
-    logger().info("[{:8}] delivered={} dropped(skipped/no frame)=({},{}).",
-                  stats.complete_frames + stats.incomplete_frames + stats.skipped_frames + stats.no_buffer_frames,
-                  stats.complete_frames + stats.incomplete_frames, stats.skipped_frames, stats.no_buffer_frames);
+    gvsp_logger().info("[{:8}] delivered={} dropped(skipped/no frame)=({},{}).",
+                       stats.complete_frames + stats.incomplete_frames + stats.skipped_frames + stats.no_buffer_frames,
+                       stats.complete_frames + stats.incomplete_frames, stats.skipped_frames, stats.no_buffer_frames);
 }
 
 } // namespace gev::streamchannel::impl

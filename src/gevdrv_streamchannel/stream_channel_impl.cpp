@@ -16,7 +16,7 @@ using reg::of_stream_channel;
 
 namespace {
 
-constexpr auto& logger = gds_helper::log::gvsp_logger;
+using gds_helper::log::gvsp_logger;
 
 std::error_code not_connected() { return make_error_code(gds_shared::gigecam_errc::option_not_available); }
 
@@ -79,9 +79,9 @@ std::error_code stream_channel_impl::choose_size_and_start(impl::stream_channel_
     const auto chosen = choose_packet_size(opening, params);
     if (!chosen) return chosen.error();
     packet_size = *chosen;
-    logger().info("Opening StreamChannel chn_idx={} local_endpoint={} remote_endpoint={} max_pckt_size={} "
-                  "payload_size={}",
-                  channel_index, to_text(local), to_text(remote), packet_size, params.payload_size);
+    gvsp_logger().info("Opening StreamChannel chn_idx={} local_endpoint={} remote_endpoint={} max_pckt_size={} "
+                       "payload_size={}",
+                       channel_index, to_text(local), to_text(remote), packet_size, params.payload_size);
     return opening.start(packet_size, params.payload_size);
 }
 
@@ -97,13 +97,13 @@ asio::ip::udp::endpoint stream_channel_impl::stream_source() {
 std::error_code stream_channel_impl::setup_scp(const asio::ip::udp::endpoint& local) {
     if (const std::error_code error = port.write_reg(of_stream_channel(reg::stream_address, channel_index),
                                                      local.address().to_v4().to_uint(), 0, register_timeout_ms)) {
-        logger().error("Failed to write the destination ip register. Error: {}", error.message());
+        gvsp_logger().error("Failed to write the destination ip register. Error: {}", error.message());
         return error;
     }
     const std::error_code error =
         port.write_reg(of_stream_channel(reg::stream_port, channel_index), local.port(), 0, register_timeout_ms);
     if (error) {
-        logger().error("Failed to write port register.");
+        gvsp_logger().error("Failed to write port register.");
         close_scp(); // only the answer may have been lost
     }
     return error;
@@ -128,7 +128,7 @@ stream_channel_impl::choose_packet_size(impl::packet_size_test_socket_itf& socke
 void stream_channel_impl::disconnect() {
     if (!thread) return;
     if (thread.is_foreign()) return thread.reset();
-    logger().info("Closing StreamChannel chn_idx={}", channel_index);
+    gvsp_logger().info("Closing StreamChannel chn_idx={}", channel_index);
     close_scp();
     thread->stop();
     thread.reset();
@@ -137,9 +137,9 @@ void stream_channel_impl::disconnect() {
 void stream_channel_impl::close_scp() {
     if (const std::error_code error =
             port.write_reg(of_stream_channel(reg::stream_port, channel_index), 0, 0, register_timeout_ms)) {
-        logger().warn("Failed to write port register, while trying to close stream channel #{} on the device. "
-                      "Err: {}",
-                      channel_index, error.message());
+        gvsp_logger().warn("Failed to write port register, while trying to close stream channel #{} on the device. "
+                           "Err: {}",
+                           channel_index, error.message());
     }
 }
 

@@ -25,7 +25,7 @@ constexpr int32_t first_excluded = 1504;
 constexpr int32_t first_above_excluded = 1520;
 constexpr bool is_excluded(int32_t size) { return size >= first_excluded && size < first_above_excluded; }
 
-constexpr auto& logger = gds_helper::log::gvsp_logger;
+using gds_helper::log::gvsp_logger;
 
 } // namespace
 
@@ -41,7 +41,7 @@ std::error_code packet_size_test::write_packetsize_register(uint32_t size, bool 
 std::expected<uint32_t, std::error_code> packet_size_test::read_packetsize_register() {
     const auto value = port.read_reg(register_address(), 1, register_timeout_ms);
     if (!value) {
-        logger().error("Failed to read packet-size register.");
+        gvsp_logger().error("Failed to read packet-size register.");
         return std::unexpected(value.error());
     }
     return *value & size_mask;
@@ -66,12 +66,12 @@ std::expected<packet_size_range, std::error_code>
 packet_size_test::get_payload_size_range_from_genicam(GenICam::IInteger& node, int32_t max_allowed) {
     const auto min = node.get_min(0);
     if (!min || *min < smallest_node_minimum) {
-        logger().error("Failed to read GevSCPSPacketSize.pMin from GenICam.");
+        gvsp_logger().error("Failed to read GevSCPSPacketSize.pMin from GenICam.");
         return std::unexpected(min ? make_error_code(gds_shared::gigecam_errc::invalid_parameter) : min.error());
     }
     const auto max = node.get_max(0);
     if (!max || *max < *min) {
-        logger().error("Failed to read GevSCPSPacketSize.pMax from GenICam.");
+        gvsp_logger().error("Failed to read GevSCPSPacketSize.pMax from GenICam.");
         return std::unexpected(max ? make_error_code(gds_shared::gigecam_errc::invalid_parameter) : max.error());
     }
     const auto bounded = [](int64_t value) { return static_cast<int32_t>(std::min<int64_t>(value, highest_maximum)); };
@@ -89,7 +89,7 @@ std::expected<packet_size_range, std::error_code> packet_size_test::range_from_r
 // anything about the other.
 std::expected<uint32_t, std::error_code> packet_size_test::evalute_packet_size(packet_size_range range) {
     if (range.max <= carried_anywhere) return set_usable_packet_size(range.max, range.max);
-    logger().trace("StreamChannel, packet sizes reported : min={}, max={}", range.min, range.max);
+    gvsp_logger().trace("StreamChannel, packet sizes reported : min={}, max={}", range.min, range.max);
     uint32_t best = 0;
     if (range.max >= first_above_excluded) {
         best = search(range.max, {std::max(range.min, first_above_excluded), range.max}, range.max);
@@ -109,7 +109,7 @@ uint32_t packet_size_test::search(int32_t first, packet_size_range range, int32_
     int32_t max = range.max + 1; // nothing from here on
     uint32_t best = 0;
     for (int32_t size = first; size < max;) {
-        logger().trace("StreamChannel, testing packet size of s={}, min={}, max={}", size, min, max);
+        gvsp_logger().trace("StreamChannel, testing packet size of s={}, min={}, max={}", size, min, max);
         const tested answer = test_packet_size(static_cast<uint32_t>(size), most);
         if (answer.how == outcome::passed) {
             best = std::max(best, answer.size);
@@ -133,7 +133,7 @@ std::expected<uint32_t, std::error_code> packet_size_test::set_usable_packet_siz
         if (taken <= most && !is_excluded(taken)) return accepted;
         if (size <= lowest_minimum) step *= 2; // a camera of coarse steps
         if (size - step < smallest_useful) {
-            logger().error("The device takes no packet size up to {}: {} became {}.", most, size, taken);
+            gvsp_logger().error("The device takes no packet size up to {}: {} became {}.", most, size, taken);
             return std::unexpected(make_error_code(gds_shared::gigecam_errc::invalid_parameter));
         }
     }

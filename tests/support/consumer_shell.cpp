@@ -18,8 +18,8 @@ bool follow_the_schema(const std::string& lines, std::string& reasons) {
     const test_support::temporary_folder own;
     std::ofstream{own.path / "lines"} << lines;
     test_support::process check{{"bash", "-c",
-                                 "python3 '" ORV_SOURCE_DIR "/tests/answers_schema.py' '" ORV_SOURCE_DIR
-                                 "/docs/orv-gentl.schema.json' <'" +
+                                 "python3 '" + test_support::built::source("tests/answers_schema.py") + "' '" +
+                                     test_support::built::source("docs/orv-gentl.schema.json") + "' <'" +
                                      (own.path / "lines").string() + "' 2>&1"},
                                 own.path / "reasons"};
     const bool followed = check.wait() == 0;

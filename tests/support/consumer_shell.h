@@ -1,6 +1,7 @@
 // Lines of a shell that run the consumer, and what may be expected of its answers.
 #pragma once
 
+#include "built.h"
 #include "test_system.h"
 
 #include <cli/consumer/failure.h>
@@ -12,7 +13,7 @@
 
 namespace consumer {
 
-inline const std::string program = ORV_BIN_DIR "/orv-gentl";
+inline const std::string program = test_support::built::program("orv-gentl");
 
 using test_support::read_file;
 

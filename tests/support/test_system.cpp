@@ -1,5 +1,7 @@
 #include "test_system.h"
 
+#include "built.h"
+
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -76,7 +78,7 @@ bool process::running() {
 
 int process::wait() {
     // Bounded, so that a hang is a failure with a name instead of the test runner's.
-    constexpr auto longest = sizeof ORV_SANITIZED > 1 ? 200s : 50s;
+    const auto longest = built::sanitized ? 200s : 50s;
     if (!eventually([&] { return !running(); }, longest)) {
         ADD_FAILURE() << "process " << child << " hangs";
         kill(child, SIGKILL);
@@ -123,8 +125,8 @@ std::filesystem::path test_system::new_file(const std::string& stem) {
 std::string test_system::serial(size_t index) { return "CAM" + std::to_string(index); }
 
 std::unique_ptr<process> test_system::run_camera(size_t index, const std::vector<std::string>& options) {
-    std::vector<std::string> command{std::string{ORV_BIN_DIR} + "/orv-gev-camera-sim", "--address",
-                                     camera_address(index), "--serial", serial(index)};
+    std::vector<std::string> command{built::program("orv-gev-camera-sim"), "--address", camera_address(index),
+                                     "--serial", serial(index)};
     command.insert(command.end(), options.begin(), options.end());
     auto running = std::make_unique<process>(command, new_file("camera"), camera_side);
     EXPECT_TRUE(running->wait_for_output("ready")) << running->output();
@@ -163,7 +165,7 @@ void test_system::start_service_by_broadcast() {
 }
 
 void test_system::start_service(std::vector<std::string> command) {
-    command.insert(command.begin(), std::string{ORV_BIN_DIR} + "/orv-gentl-gev-service");
+    command.insert(command.begin(), built::program("orv-gentl-gev-service"));
     service_process = std::make_unique<process>(command, new_file("service"), consumer_side);
     EXPECT_TRUE(service_process->wait_for_output("ready")) << service_process->output();
 }
@@ -174,7 +176,7 @@ void test_system::stop_service(int signal_number) {
 }
 
 process test_system::start_consumer(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), std::string{ORV_BIN_DIR} + "/orv-gentl");
+    arguments.insert(arguments.begin(), built::program("orv-gentl"));
     return process{arguments, new_file("consumer"), consumer_side};
 }
 
@@ -208,7 +210,8 @@ nlohmann::json test_system::ask(std::vector<std::string> arguments) {
 }
 
 open_camera::open_camera(const std::string& serial, const char* cti, DEVICE_ACCESS_FLAGS access)
-    : lib(std::make_shared<const cli::gentl_library>(cti == nullptr ? ORV_CTI : cti)), system(cli::open_system(lib)) {
+    : lib(std::make_shared<const cli::gentl_library>(cti == nullptr ? built::cti : cti)),
+      system(cli::open_system(lib)) {
     open(serial, access);
 }
 

@@ -23,7 +23,7 @@ constexpr uint32_t max_resends = 0x10000;                   // packets answered 
 
 std::size_t on_wire(const packet& one) { return gige::wire_bytes(one.size() + gige::gvsp::ip_udp_header); }
 
-uint64_t nanoseconds(auto duration) {
+uint64_t count_ns(auto duration) {
     return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(duration).count());
 }
 
@@ -430,7 +430,7 @@ stream_sender::clock::time_point stream_sender::send_planned(const settings& cur
     const auto packet_time = std::max<clock::duration>(current.packet_time, paced);
     std::size_t group = gige::udp_socket::max_batch;
     if (packet_time.count() > 0)
-        group = std::clamp<std::size_t>(nanoseconds(batch_span) / nanoseconds(packet_time), 1, group);
+        group = std::clamp<std::size_t>(count_ns(batch_span) / count_ns(packet_time), 1, group);
     if (current.packet_time.count() > 0 && current.packet_time >= batch_span) group = 1;
 
     const std::chrono::duration<double, std::milli> delay{current.faults.delay_ms};

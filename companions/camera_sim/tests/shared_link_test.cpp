@@ -10,7 +10,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr shared_link::time_point start{};
+constexpr shared_link::time_point origin{};
 const std::atomic<bool> nobody_gives_up{};
 
 // How many of the packets each of the senders loses: packet i of sender s is due at `phase[s] + i * gap[s]`.
@@ -19,13 +19,13 @@ std::vector<int> dropped(std::vector<std::chrono::microseconds> phase, std::vect
     constexpr int packets = 300;
     shared_link link{1'000'000, 10'000}; // a packet of 1000 bytes takes 1 ms
     std::vector<int> lost(phase.size());
-    for (size_t s = 0; s < phase.size(); ++s) link.promise(link.add_sender(), start + phase[s]);
+    for (size_t s = 0; s < phase.size(); ++s) link.promise(link.add_sender(), origin + phase[s]);
     std::vector<std::thread> threads;
     for (size_t s = 0; s < phase.size(); ++s) {
         threads.emplace_back([&, s] {
             for (int i = 0; i < packets; ++i) {
                 if (s == pausing && i % 100 == 50) std::this_thread::sleep_for(pause);
-                if (!link.pass(s, start + phase[s] + i * gap[s], 1000, nobody_gives_up)) ++lost[s];
+                if (!link.pass(s, origin + phase[s] + i * gap[s], 1000, nobody_gives_up)) ++lost[s];
             }
             link.leave(s);
         });
@@ -40,7 +40,7 @@ TEST(shared_link, a_full_buffer_drops_and_empties_at_the_links_rate) {
     shared_link link{1'000'000, 3000};
     const size_t sender = link.add_sender();
     const auto pass = [&](std::chrono::microseconds at) {
-        return link.pass(sender, start + at, 1000, nobody_gives_up);
+        return link.pass(sender, origin + at, 1000, nobody_gives_up);
     };
     EXPECT_TRUE(pass(0us));
     EXPECT_TRUE(pass(0us));
@@ -50,7 +50,7 @@ TEST(shared_link, a_full_buffer_drops_and_empties_at_the_links_rate) {
     EXPECT_TRUE(pass(1000us));
     EXPECT_FALSE(pass(1000us));
     EXPECT_TRUE(pass(10'000us));
-    EXPECT_FALSE(link.pass(sender, start, 3001, nobody_gives_up)) << "larger than the buffer";
+    EXPECT_FALSE(link.pass(sender, origin, 3001, nobody_gives_up)) << "larger than the buffer";
 }
 
 TEST(shared_link, what_is_lost_follows_from_the_schedule_alone) {
@@ -66,9 +66,9 @@ TEST(shared_link, what_is_lost_follows_from_the_schedule_alone) {
 TEST(shared_link, who_gives_up_waits_for_nobody) {
     shared_link link{1'000'000, 3000};
     const size_t first = link.add_sender(), second = link.add_sender();
-    link.promise(first, start);
+    link.promise(first, origin);
     const std::atomic<bool> given_up{true};
-    EXPECT_FALSE(link.pass(second, start + 1ms, 1000, given_up));
+    EXPECT_FALSE(link.pass(second, origin + 1ms, 1000, given_up));
     link.leave(first);
-    EXPECT_TRUE(link.pass(second, start + 1ms, 1000, nobody_gives_up));
+    EXPECT_TRUE(link.pass(second, origin + 1ms, 1000, nobody_gives_up));
 }

@@ -1,5 +1,6 @@
 #include "conversion_way.h"
 
+#include "pfnc.h"
 #include "wide_samples.h"
 
 #include <img_pipe/transform_pipe.h>
@@ -10,7 +11,6 @@ namespace cli {
 
 namespace {
 
-constexpr uint32_t rgb8 = 0x02180014, rgba8 = 0x02200016;
 constexpr uint32_t mono10 = 0x01100003, mono12 = 0x01100005;
 
 size_t bits_of(const picture_format& format) {

@@ -3,6 +3,7 @@
 #include "../consumer/failure.h"
 #include "../output/output.h"
 #include "../posix/atomic_file.h"
+#include "pfnc.h"
 
 #include <img_pipe/format.h>
 
@@ -20,8 +21,6 @@
 namespace cli {
 
 namespace {
-
-constexpr uint32_t bgr8 = 0x02180015, rgb8 = 0x02180014, rgba8 = 0x02200016, bgra8 = 0x02200017;
 
 struct layout {
     unsigned channels = 1;

@@ -29,7 +29,7 @@ constexpr std::chrono::milliseconds refresh_interval{200};
 // many results come meanwhile.
 constexpr unsigned most_failures = 3;
 
-constexpr auto& logger = gds_helper::log::main_logger;
+using gds_helper::log::main_logger;
 
 constexpr const char* titles[] = {"exposure", "gain", "iris", "focus", "white balance"};
 
@@ -214,7 +214,7 @@ bool auto_value_writer::judge(function which, const std::error_code& error) {
     const bool silent = nodes->is_silent();
     if (!silent && is_hindrance(error)) {
         if (!std::exchange(kept.told_hindered, true))
-            logger().warn("Automatic {} of {} waits: {}.", titles[which], camera_name, error.message());
+            main_logger().warn("Automatic {} of {} waits: {}.", titles[which], camera_name, error.message());
         return false;
     }
     const bool busy = error == make_error_code(gigecam_errc::busy);
@@ -223,9 +223,10 @@ bool auto_value_writer::judge(function which, const std::error_code& error) {
         return false;
     }
     kept.given_up = true;
-    logger().warn("Automatic {} of {} is given up: the camera {}: {}. It is tried again when one of the functions is "
-                  "switched.",
-                  titles[which], camera_name, silent ? "does not answer" : "refuses a value", error.message());
+    main_logger().warn(
+        "Automatic {} of {} is given up: the camera {}: {}. It is tried again when one of the functions is "
+        "switched.",
+        titles[which], camera_name, silent ? "does not answer" : "refuses a value", error.message());
     return false;
 }
 

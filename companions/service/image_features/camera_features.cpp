@@ -14,7 +14,7 @@ using gds_shared::gigecam_errc;
 
 namespace {
 
-constexpr auto& logger = gds_helper::log::main_logger;
+using gds_helper::log::main_logger;
 constexpr gvcp_master::milliseconds access_time{1000};
 
 } // namespace
@@ -54,7 +54,7 @@ std::optional<std::string> camera_features::prepare(std::string_view document) {
     }
     const std::string name = gige::to_string(camera.device().address);
     const auto as_it_is = [&](std::string_view reason) {
-        logger().warn("The document of {} is served without software features: {}.", name, reason);
+        main_logger().warn("The document of {} is served without software features: {}.", name, reason);
         return std::nullopt;
     };
     if (document.size() > most_document_bytes) return as_it_is("it is too large");
@@ -70,7 +70,7 @@ std::optional<std::string> camera_features::prepare(std::string_view document) {
         found = nodes->abilities();
     }
     if (nodes->is_silent())
-        logger().warn("{} does not answer: software features may be missing until it is opened again.", name);
+        main_logger().warn("{} does not answer: software features may be missing until it is opened again.", name);
     merge_result merged = merge_features(document, found);
     if (!merged.text) return as_it_is(merged.reason);
 

@@ -31,7 +31,7 @@ constexpr std::chrono::milliseconds arrival_time{6000};
 constexpr std::chrono::milliseconds scan_time{1000};
 constexpr std::chrono::milliseconds question_time{1000};
 
-constexpr auto& logger = gds_helper::log::main_logger;
+using gds_helper::log::main_logger;
 
 std::optional<discovery::found_interface> find_interface(service_core& core, const std::string& name) {
     auto list = core.discovery().list();
@@ -103,20 +103,21 @@ std::error_code move(service_core& core, const discovery::found_interface& inter
                      uint32_t mask, uint32_t gateway, const std::stop_token& stop) {
     const auto before = find_camera(core, interface.network.name, mac);
     if (before) core.discovery().may_move(before->address, address);
-    logger().info("Camera {:012X} on {} is told to take {}.", mac, interface.network.name, gige::to_string(address));
+    main_logger().info("Camera {:012X} on {} is told to take {}.", mac, interface.network.name,
+                       gige::to_string(address));
     auto error = gvcp_master::force_ip(interface.network, mac, address, mask, gateway, stop);
     if (address == 0) return error;
     // One that moves before it answers, or whose answer is lost, has moved all the same.
     if (!error || error == make_error_code(gigecam_errc::timeout)) {
         const auto arrived = await_arrival(core, interface.network.name, mac, address, stop);
         if (!arrived) {
-            logger().info("Camera {:012X} has the address {} now.", mac, gige::to_string(address));
+            main_logger().info("Camera {:012X} has the address {} now.", mac, gige::to_string(address));
             return {};
         }
         if (!error || arrived == std::errc::operation_canceled) error = arrived;
     }
-    logger().warn("Camera {:012X} did not come to {} on {}: {}", mac, gige::to_string(address), interface.network.name,
-                  error.message());
+    main_logger().warn("Camera {:012X} did not come to {} on {}: {}", mac, gige::to_string(address),
+                       interface.network.name, error.message());
     return error;
 }
 
@@ -175,8 +176,8 @@ std::error_code force_address(service_core& core, const std::string& interface_n
     if (address == 0) return move(core, *interface, mac, address, mask, gateway, stop);
 
     if (const char* problem = problem_with(interface->network, address, mask, gateway)) {
-        logger().warn("Camera {:012X} is not given {} (mask {}): {}.", mac, gige::to_string(address),
-                      gige::to_string(mask), problem);
+        main_logger().warn("Camera {:012X} is not given {} (mask {}): {}.", mac, gige::to_string(address),
+                           gige::to_string(mask), problem);
         return std::make_error_code(std::errc::invalid_argument);
     }
     if (!turn.take(address)) return std::make_error_code(std::errc::address_in_use);
@@ -218,8 +219,8 @@ std::error_code run_address_function(service_core& core, const std::string& inte
     if (*function != wanted::dhcp || !camera.is_reachable()) {
         const auto found = choose_address(core, *interface, camera, turn, stop);
         if (!found) {
-            logger().warn("No free address for camera {:012X} on {}: {}", camera.mac, interface_name,
-                          found.error().message());
+            main_logger().warn("No free address for camera {:012X} on {}: {}", camera.mac, interface_name,
+                               found.error().message());
             return found.error();
         }
         place = *found;

@@ -31,7 +31,7 @@ gvcp_master::milliseconds bounded(uint64_t timeout) {
     return gvcp_master::milliseconds{std::min(timeout, longest_timeout_ms)};
 }
 
-constexpr auto& logger = gds_helper::log::main_logger;
+using gds_helper::log::main_logger;
 
 ipc_rpc::url_info to_url_info(const gvcp_master::document_url& url) {
     ipc_rpc::url_info info;
@@ -76,7 +76,7 @@ std::error_code device_object::init(ipc_rpc::open_access access) {
     }
     chosen.lost = [this](std::error_code) {
         const gds_helper::log::counted_lines counted{lines};
-        logger().warn("{} is lost.", gige::to_string(record.address));
+        main_logger().warn("{} is lost.", gige::to_string(record.address));
         let_go();
         lost_number->raise();
     };
@@ -93,8 +93,8 @@ std::error_code device_object::init(ipc_rpc::open_access access) {
     std::error_code no_memory;
     settings = core->camera_settings().get(record.mac, core->settings().group, session->owner(), no_memory);
     if (!settings)
-        logger().error("No shared memory for the settings of {}: {}", gige::to_string(record.address),
-                       no_memory.message());
+        main_logger().error("No shared memory for the settings of {}: {}", gige::to_string(record.address),
+                            no_memory.message());
     if (settings && !reads_only) settings->reset();
     if (settings && core->settings().image_features)
         features = std::make_unique<image_features::camera_features>(*camera, settings, lines);
@@ -114,8 +114,8 @@ void device_object::take_event(std::span<const std::byte> packet) {
     message.payload.assign(packet.begin(), packet.end());
     const gds_helper::log::counted_lines counted{lines};
     if (events->push(std::move(message)))
-        logger().warn("Events of {} are dropped: {} wait for a client that does not fetch them.",
-                      gige::to_string(record.address), ipc_rpc::limits::most_events);
+        main_logger().warn("Events of {} are dropped: {} wait for a client that does not fetch them.",
+                           gige::to_string(record.address), ipc_rpc::limits::most_events);
 }
 
 void device_object::let_go() {
@@ -214,8 +214,8 @@ std::expected<std::vector<ipc_rpc::url_info>, std::error_code> device_object::fi
         if (!list.empty()) continue; // one document that can be read is enough
         auto text = gvcp_master::fetch_document(*camera, url, core->settings().documents);
         if (!text) {
-            logger().warn("Document '{}' of {} cannot be had: {}", gds_helper::printable(url.url, 512),
-                          gige::to_string(record.address), text.error().message());
+            main_logger().warn("Document '{}' of {} cannot be had: {}", gds_helper::printable(url.url, 512),
+                               gige::to_string(record.address), text.error().message());
             if (readable) list.push_back(to_url_info(url));
             continue;
         }
@@ -253,8 +253,8 @@ std::expected<ipc_rpc::byte_vector, std::error_code> device_object::original_doc
 std::vector<ipc_rpc::event_message> device_object::take_events() {
     auto taken = events->take();
     if (taken.dropped != 0)
-        logger().warn("{} events of {} were dropped before the client fetched the rest.", taken.dropped,
-                      gige::to_string(record.address));
+        main_logger().warn("{} events of {} were dropped before the client fetched the rest.", taken.dropped,
+                           gige::to_string(record.address));
     return std::move(taken.messages);
 }
 

@@ -24,9 +24,9 @@ using gvcp_master::discovery;
 
 constexpr std::chrono::minutes longest_restart{2};
 constexpr std::chrono::minutes longest_installation{10}; // of one that goes on behind a lost session
-constexpr std::chrono::milliseconds scan_time{500};
+constexpr std::chrono::milliseconds restart_scan{500};
 
-constexpr auto& logger = gds_helper::log::main_logger;
+using gds_helper::log::main_logger;
 
 std::optional<discovery::found_device> find_camera(const discovery& finder, uint64_t mac) {
     for (const auto& interface : finder.list())
@@ -102,7 +102,7 @@ std::error_code firmware_updates::start(const std::string& interface_name, const
 std::error_code firmware_updates::start_held(const discovery::found_device& camera, std::span<const std::byte> bytes) {
     const auto refuse = [&](const std::string& why, std::error_code error) {
         const std::string text = gds_helper::printable(why, 200); // a package's own words may be among them
-        logger().warn("Firmware for {} refused: {}", gige::to_string(camera.address), text);
+        main_logger().warn("Firmware for {} refused: {}", gige::to_string(camera.address), text);
         tell(camera.mac, "Refused: " + text, phase::over);
         return error;
     };
@@ -122,8 +122,8 @@ std::error_code firmware_updates::start_held(const discovery::found_device& came
     auto opened = gvcp_master::device_control::open(std::move(session));
     if (!opened) return refuse("the camera cannot be held: " + opened.error().message(), opened.error());
 
-    logger().info("Firmware {} for {}: {} bytes.", gds_helper::printable(package->version),
-                  gige::to_string(camera.address), package->image.size());
+    main_logger().info("Firmware {} for {}: {} bytes.", gds_helper::printable(package->version),
+                       gige::to_string(camera.address), package->image.size());
     tell(camera.mac, "Uploading: 0 %");
     const auto update_camera = [this, camera](std::unique_ptr<gvcp_master::device_control> device,
                                               gvcp_master::firmware_package image) {
@@ -147,7 +147,7 @@ std::error_code firmware_updates::start_held(const discovery::found_device& came
             give_back();
             text = "Failed: no memory";
         }
-        logger().info("Firmware of camera {:012X}: {}", mac, gds_helper::printable(text));
+        main_logger().info("Firmware of camera {:012X}: {}", mac, gds_helper::printable(text));
         tell(mac, text, phase::over);
     };
     const std::lock_guard guard{mutex};
@@ -166,7 +166,7 @@ std::string firmware_updates::await_restart(const discovery::found_device& befor
     bool seen = false;
     std::string where;
     do {
-        (void)finder.scan(scan_time, stop);
+        (void)finder.scan(restart_scan, stop);
         if (stop.stop_requested()) return "Failed: the service ended before the camera was back";
         const auto camera = find_camera(finder, before.mac);
         if (!camera) continue;

@@ -16,7 +16,7 @@ using namespace ipc_rpc;
 
 namespace {
 
-constexpr auto& logger = gds_helper::log::main_logger;
+using gds_helper::log::main_logger;
 
 } // namespace
 
@@ -38,13 +38,13 @@ unannounced::unannounced(std::unique_ptr<platform::named_pipe_channel> connected
 std::optional<std::string> unannounced::announced_name() {
     const auto packet = channel->receive();
     if (!packet) {
-        logger().warn("Process {} left before it announced itself: {}", who.process_id, packet.error().message());
+        main_logger().warn("Process {} left before it announced itself: {}", who.process_id, packet.error().message());
         return std::nullopt;
     }
     const auto announce = read_packet<client_announce_packet>(*packet);
     if (!announce || announce->header.type() != rpc_packet_type::client_announce) {
-        logger().error("Process {} sent {} bytes that are no announcement; it is dropped.", who.process_id,
-                       packet->size());
+        main_logger().error("Process {} sent {} bytes that are no announcement; it is dropped.", who.process_id,
+                            packet->size());
         return std::nullopt;
     }
     return std::string{announce->client_name, strnlen(announce->client_name, announce_name_size)};
@@ -88,7 +88,7 @@ client::client(unannounced from, std::string announced, object_function_table_ro
         executor.reset();
         throw;
     }
-    logger().info("Client '{}' connected.", name);
+    main_logger().info("Client '{}' connected.", name);
 }
 
 client::~client() {
@@ -102,7 +102,7 @@ void client::watch() {
     try {
         see_end();
     } catch (const std::exception& failure) {
-        logger().critical("Client '{}': {}", name, failure.what());
+        main_logger().critical("Client '{}': {}", name, failure.what());
     }
     // First the channel: a client that waits for an answer must not wait for functions that still run here.
     channel.reset();
@@ -114,7 +114,7 @@ void client::watch() {
     lines->whole->left_out += lines->left_out.exchange(0);
     counted.reset();
     const gds_helper::log::counted_lines of_user{lines->whole};
-    logger().info("Client '{}' left.", name);
+    main_logger().info("Client '{}' left.", name);
     has_gone = true;
     ended.set();
 }
@@ -124,9 +124,9 @@ void client::see_end() {
     const auto on_packet = [&](std::error_code error, std::span<const std::byte> packet) {
         has_left = error == std::errc::connection_aborted;
         if (!error) {
-            logger().error("Client '{}' sent {} bytes where nothing is due; it is dropped.", name, packet.size());
+            main_logger().error("Client '{}' sent {} bytes where nothing is due; it is dropped.", name, packet.size());
         } else if (!has_left) {
-            logger().error("Packet-receive, error-code: {}", error.message());
+            main_logger().error("Packet-receive, error-code: {}", error.message());
         }
         stop.set();
         return false;
@@ -136,7 +136,7 @@ void client::see_end() {
     // One that leaves closes the channel first and its queues right behind: their end may be seen before.
     const auto packet = channel->receive();
     if (!packet && packet.error() == std::errc::connection_aborted) return;
-    logger().warn("Client '{}' ended its queues or broke the packet format.", name);
+    main_logger().warn("Client '{}' ended its queues or broke the packet format.", name);
 }
 
 } // namespace service

@@ -22,7 +22,7 @@ using namespace ipc_rpc;
 
 namespace {
 
-constexpr auto& logger = gds_helper::log::main_logger;
+using gds_helper::log::main_logger;
 
 } // namespace
 
@@ -56,7 +56,7 @@ private:
                 wait_once();
             } catch (const std::exception& failure) {
                 // No memory, threads or shared memory: not now. Whoever connects is not answered meanwhile.
-                logger().critical("Serving new clients failed: {}", failure.what());
+                main_logger().critical("Serving new clients failed: {}", failure.what());
                 std::this_thread::sleep_for(std::chrono::milliseconds{100});
             }
         }
@@ -84,7 +84,7 @@ private:
                 one.splice(one.begin(), waiting, here);
                 hear(one.front());
             } else if (clock::now() >= here->deadline()) {
-                logger().warn("Process {} did not announce itself; it is dropped.", here->identity().process_id);
+                main_logger().warn("Process {} did not announce itself; it is dropped.", here->identity().process_id);
                 waiting.erase(here);
             }
         }
@@ -101,10 +101,10 @@ private:
 
     void accept_one() {
         auto accepted = listener->accept([](const platform::peer_identity& who, std::error_code why) {
-            logger().warn("Process {} of user {} was turned away: {}", who.process_id, who.user_id, why.message());
+            main_logger().warn("Process {} of user {} was turned away: {}", who.process_id, who.user_id, why.message());
         });
         if (!accepted) {
-            logger().error("Accepting clients failed: {}", accepted.error().message());
+            main_logger().error("Accepting clients failed: {}", accepted.error().message());
             std::this_thread::sleep_for(std::chrono::milliseconds{100});
             return;
         }
@@ -115,8 +115,8 @@ private:
         const auto theirs = static_cast<std::size_t>(std::ranges::count_if(clients, is_theirs) +
                                                      std::ranges::count_if(waiting, is_theirs));
         if (all >= limits::most_clients || theirs >= limits::most_clients_of_user) {
-            logger().error("Process {} of user {} was turned away: {} clients are connected, {} of this user.",
-                           who.process_id, who.user_id, all, theirs);
+            main_logger().error("Process {} of user {} was turned away: {} clients are connected, {} of this user.",
+                                who.process_id, who.user_id, all, theirs);
             return;
         }
         waiting.emplace_back(std::move(*accepted), platform::object_access{chosen.group, who.user_id});
@@ -160,7 +160,7 @@ rpc_server::start(options chosen, std::function<object_function_table_root()> ma
     auto listener = platform::named_pipe_listener::listen(chosen.pipe_name, {chosen.group, {}});
     if (!listener) return std::unexpected(listener.error());
     if (const std::size_t removed = remove_leftovers(); removed != 0) {
-        logger().info("{} names of services that were killed have been removed from shared memory.", removed);
+        main_logger().info("{} names of services that were killed have been removed from shared memory.", removed);
     }
     return std::unique_ptr<rpc_server>{
         new rpc_server{std::make_unique<impl>(std::move(chosen), std::move(make_table), std::move(*listener))}};

@@ -117,7 +117,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 const std::string structure = "StructReg: Address 0, Length 4, Endianess LittleEndian, ";
 
-const script_case caches[] = {
+const script_case cached_values[] = {
     {"OfAStructEntryIsOff", structure + "StructEntry@R {Bit 0}", {"R = 0", "R = 0", "reads = 2"}},
     {"OfAStructEntryIsTheStructures",
      structure + "Cachable WriteThrough, StructEntry@R {Bit 0}",
@@ -134,7 +134,7 @@ const script_case caches[] = {
       "R/bypass_cache = 0", "R/bypass_cache := 6", "R = 6", "None/cache_only = 0"}},
     {"DoesNotRememberAFailedTransfer", "Reg R@0", {"breaks", "R ! timeout", "R := 1 ! timeout", "mends", "R = 0"}},
 };
-INSTANTIATE_TEST_SUITE_P(Cache, Document, ::testing::ValuesIn(caches), case_name{});
+INSTANTIATE_TEST_SUITE_P(Cache, Document, ::testing::ValuesIn(cached_values), case_name{});
 
 // The bytes of an entry, one digit each; empty when there is none.
 std::string cached(const impl::register_cache& cache, int64_t address, std::size_t length) {

@@ -69,7 +69,7 @@ TEST(Invalidation, SelectorsInvalidateWhatTheySelectDownToTheRegister) {
     script{sut}.run({"Gain = 11", "[0x100] := 14", "Sel := 0", "Gain = 20"});
 }
 
-const script_case caches[] = {
+const script_case invalidations[] = {
     // A register keeps what it has just written.
     {"DeclaredInvalidatorsDropTheCacheBelow",
      "Reg Trigger@0 | Reg State@4 | Reg Deep@8 | Integer Named: pValue Deep, pInvalidator Trigger"
@@ -83,7 +83,7 @@ const script_case caches[] = {
      " | StringReg Text: pAddress Where, Length 4, pInvalidator At",
      {"[0] := 01", "Number = 1", "[0] := 02", "breaks", "At := 1", "mends", "Number = 2"}},
 };
-INSTANTIATE_TEST_SUITE_P(Invalidation, Document, ::testing::ValuesIn(caches), case_name{});
+INSTANTIATE_TEST_SUITE_P(Invalidation, Document, ::testing::ValuesIn(invalidations), case_name{});
 
 TEST(Invalidation, CallbacksSeeFreshData) {
     document sut{"Reg Trigger@0 | Reg A@4: pInvalidator Trigger | Reg B@8: pInvalidator Trigger"};

@@ -60,7 +60,7 @@ INSTANTIATE_TEST_SUITE_P(
                       range_case{"AccessFlagDoesNotSkipTheRange", ", Max 1", 7, no_access_check, value_out_of_range}),
     case_name{});
 
-const script_case numbers[] = {
+const script_case number_values[] = {
     {"FloatsHaveATolerance",
      "Float N: Value 0.5, Min 0, Max 1.0, Inc 0.5",
      {"N := 1.000005", "N = 1.000005", "N := 1.00002 ! value_out_of_range",
@@ -122,7 +122,7 @@ const script_case numbers[] = {
      {"F = 1.5", "Sel := 4", "F = 4", "NoIndex ! not_implemented", "NoIndex := 1 ! not_implemented",
       "NoDefault ! not_implemented", "breaks", "Bad ! timeout", "Bad := 1 ! timeout"}},
 };
-INSTANTIATE_TEST_SUITE_P(Numbers, Document, ::testing::ValuesIn(numbers), case_name{});
+INSTANTIATE_TEST_SUITE_P(Numbers, Document, ::testing::ValuesIn(number_values), case_name{});
 
 const std::string enumeration = "Integer Off: Value 0 | Enumeration E: EnumEntry@A {Value 2, NumericValue 2.5, Symbolic"
                                 " SymA, IsSelfClearing Yes}, EnumEntry@B {Value 3}, EnumEntry@C {Value 4, pIsAvailable"

@@ -36,10 +36,11 @@ double luma(const layout& f, const img_descriptor& v, int x, int y) {
     return f.size == 1 ? std::floor(sum + 0.5) * 257 : sum;
 }
 
-using wanted = std::function<double(const img_descriptor& from, int x, int y, int channel)>;
+using wanted_colour = std::function<double(const img_descriptor& from, int x, int y, int channel)>;
 
 // Every level gives the wanted colours, and in place the same as elsewhere.
-void check(const layout& f, kernel_slot slot, const void* params, const wanted& want, double tolerance, int smooth) {
+void check(const layout& f, kernel_slot slot, const void* params, const wanted_colour& want, double tolerance,
+           int smooth) {
     for (const std::int32_t width : {2, 3, 8, 17, 33, 70, 1040})
         for (const std::int32_t height : {2, 7}) {
             const image from(fcc(f.id), width, height, 3), to(fcc(f.id), width, height, width % 3);

@@ -72,15 +72,15 @@ colour to_yuv(colour c) {
 }
 
 // A stored sample in counts of 8 bits: of which channel, and the pixels that it stands for.
-struct sample {
+struct stored_sample {
     double value;
     int channel, x, y, width, height;
 };
 
 bool is_yuv(std::uint32_t id) { return format_description(id).is_yuv != 0 || id == fcc("Y800"); }
 
-std::vector<sample> samples_of(const img_descriptor& v) {
-    std::vector<sample> all;
+std::vector<stored_sample> samples_of(const img_descriptor& v) {
+    std::vector<stored_sample> all;
     const auto put = [&](double value, int channel, int x, int y, int width = 1, int height = 1) {
         all.push_back({value, channel, x, y, width, height});
     };
@@ -151,7 +151,7 @@ std::vector<sample> samples_of(const img_descriptor& v) {
             c = to_yuv(c);
         return c[static_cast<std::size_t>(channel)] * scale;
     };
-    for (const sample& s : samples_of(to)) {
+    for (const stored_sample& s : samples_of(to)) {
         double want = 0;
         for (int y = s.y; y < s.y + s.height; ++y)
             for (int x = s.x; x < s.x + s.width; ++x) want += wanted(s.channel, x, y) / (s.width * s.height);

@@ -50,7 +50,7 @@ stokes cell(const img_descriptor& v, int cx, int cy) {
     return {angle, sum == 0 ? 0 : std::min(1.0, std::hypot(d - a, b - c) / sum), sum / 2, {a, b, c, d}};
 }
 
-const int sizes[][2] = {{2, 2}, {4, 4}, {6, 5}, {10, 8}, {34, 7}, {66, 9}, {132, 4}};
+const int mosaic_sizes[][2] = {{2, 2}, {4, 4}, {6, 5}, {10, 8}, {34, 7}, {66, 9}, {132, 4}};
 
 } // namespace
 
@@ -61,7 +61,7 @@ TEST(Special, Polarisation) {
                       {"P180", "BGR4"}, {"P280", "BGR4"}, {"P116", "ADI2"}, {"P216", "ADC2"},
                       {"P1CP", "ADI2"}, {"P2Cp", "ADC2"}, {"P116", "PPM2"}, {"P2Cp", "PPB2"}};
     for (const auto& row : rows)
-        for (const auto& size : sizes)
+        for (const auto& size : mosaic_sizes)
             for (const int part : {1, 2}) // as large as the source, and of half its size
                 each_level(
                     row.in, row.out, size[0], size[1], size[0] / part, size[1] / part,
@@ -117,7 +117,7 @@ TEST(Special, CompandedToFloatAndBack) {
     };
     const char names[][5] = {"PWL1", "PWL2", "PWL3"};
     for (const char(&in)[5] : names)
-        for (const auto& size : sizes) {
+        for (const auto& size : mosaic_sizes) {
             const int w = size[0], h = size[1];
             each_level(in, "RGf0", w, h, w, h, [&](const img_descriptor& to, const img_descriptor& from) {
                 for (int y = 0; y < h; ++y)

@@ -39,14 +39,14 @@ enum status : uint16_t {
     packet_removed = 0x8012,
 };
 
-constexpr auto& logger = gds_helper::log::gvsp_logger;
+using gds_helper::log::gvsp_logger;
 
 // At info level, behind the block's mark.
 template <class Block, class... Args>
 void log_block(int64_t t, const Block& block, fmt::format_string<Args...> text, Args&&... args) {
-    if (!logger().should_log(spdlog::level::info)) return;
-    logger().info("now={:15} [{:8}] @t+={:7}{}", t, block.block_id, t - block.start_time,
-                  fmt::format(text, std::forward<Args>(args)...));
+    if (!gvsp_logger().should_log(spdlog::level::info)) return;
+    gvsp_logger().info("now={:15} [{:8}] @t+={:7}{}", t, block.block_id, t - block.start_time,
+                       fmt::format(text, std::forward<Args>(args)...));
 }
 
 } // namespace
@@ -66,8 +66,8 @@ int64_t gvsp_recv_resend::resend_delay() const noexcept {
 void gvsp_recv_resend::set_resend_params(const resend_parameters& parameters) {
     params = parameters;
     if (frame_time.set(parameters)) {
-        logger().info("StreamPacketResendTimePerFrame {} us is too short, {} us are used.", parameters.time_per_frame,
-                      impl::frame_time::shortest_set);
+        gvsp_logger().info("StreamPacketResendTimePerFrame {} us is too short, {} us are used.",
+                           parameters.time_per_frame, impl::frame_time::shortest_set);
     }
 }
 
@@ -188,18 +188,18 @@ bool gvsp_recv_resend::receive_packet(uint64_t now, std::span<const std::byte> d
     if (time_base == 0) time_base = now;
     const int64_t t = relative(now);
     const gvsp_parsed_packet packet = parse_gvsp_packet(datagram.data(), datagram.size());
-    const bool traced = logger().should_log(spdlog::level::trace);
+    const bool traced = gvsp_logger().should_log(spdlog::level::trace);
     if (packet.kind == gvsp_packet_kind::invalid) {
         unsupported.look_at(packet);
         if (traced) {
-            logger().trace("now={:15} invalid packet received with err={}", t,
-                           packet.error_text != nullptr ? packet.error_text : "");
+            gvsp_logger().trace("now={:15} invalid packet received with err={}", t,
+                                packet.error_text != nullptr ? packet.error_text : "");
         }
         return false;
     }
     if (traced) {
-        logger().trace("now={:15} recv: block={:6},id={:4},fmt={},status={:x}", t, packet.block_id, packet.packet_id,
-                       static_cast<uint32_t>(packet.kind), packet.status);
+        gvsp_logger().trace("now={:15} recv: block={:6},id={:4},fmt={},status={:x}", t, packet.block_id,
+                            packet.packet_id, static_cast<uint32_t>(packet.kind), packet.status);
     }
     block* current = find(packet.block_id);
     if (packet.kind == gvsp_packet_kind::status_only) {
@@ -374,7 +374,7 @@ bool gvsp_recv_resend::begins_another_round(int64_t t, const block& current, uin
 }
 
 void gvsp_recv_resend::restart_stream(int64_t t) {
-    logger().info("now={:15} The camera started over, with {} frames open.", t, open_count);
+    gvsp_logger().info("now={:15} The camera started over, with {} frames open.", t, open_count);
     while (open_count > 0) end_block(t, *open_blocks[--open_count], false);
     ids.restart();
     ended_recently.start_over(static_cast<uint64_t>(t));
@@ -401,7 +401,7 @@ gvsp_recv_resend::block* gvsp_recv_resend::create_block_for_id(int64_t t, uint64
     frame_time.frame_began(t, opened.follows);
     // Who joins a stream in the middle has lost nothing. Only its very first frames can have gone by unseen.
     uint64_t skipped = joined && opened.id <= recoverable ? opened.id : opened.skipped;
-    if (skipped > 0) logger().info("[{:8}] !!!! we skipped {} frames, trying to recover ...", block_id, skipped);
+    if (skipped > 0) gvsp_logger().info("[{:8}] !!!! we skipped {} frames, trying to recover ...", block_id, skipped);
     skipped = std::min(skipped, recoverable);
     if (!extended || block_id > skipped) {
         for (uint64_t back = skipped; back > 0; --back) {

@@ -10,7 +10,7 @@ namespace gev::streamchannel::impl {
 
 namespace {
 
-constexpr auto& logger = gds_helper::log::gvsp_logger;
+using gds_helper::log::gvsp_logger;
 
 } // namespace
 
@@ -105,7 +105,7 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
 
 // One rule for both receivers, see ended_frames.h.
 void gvsp_recv_simple::restart_stream(uint64_t now) {
-    logger().info("now={:15} The camera started over.", now);
+    gvsp_logger().info("now={:15} The camera started over.", now);
     for (auto oldest = ring.rbegin(); oldest != ring.rend(); ++oldest) end_block(**oldest, now, false);
     ids.restart();
     ended_recently.start_over(now);
@@ -115,7 +115,7 @@ gvsp_recv_simple::block& gvsp_recv_simple::create_new_block(uint64_t now, uint64
     const frame_ids::opened_frame opened = ids.opened(block_id, extended, 0);
     const uint64_t frame_id = opened.id;
     if (opened.skipped > 0) {
-        logger().info("r[{:8}] !!!! we skipped {} frames, trying to recover ...", frame_id, opened.skipped);
+        gvsp_logger().info("r[{:8}] !!!! we skipped {} frames, trying to recover ...", frame_id, opened.skipped);
     }
     stats.skipped_frames += opened.lost;
     end_block(*ring[3], now, false);
@@ -124,7 +124,7 @@ gvsp_recv_simple::block& gvsp_recv_simple::create_new_block(uint64_t now, uint64
 
     block& created = *ring[0];
     if (created.active) {
-        logger().info("r[{:8}] Killing block due to overrun.", frame_id);
+        gvsp_logger().info("r[{:8}] Killing block due to overrun.", frame_id);
         end_block(created, now, false);
     }
     created.begin(block_id, frame_id, static_cast<int64_t>(now), last_leader, geometry[extended]);

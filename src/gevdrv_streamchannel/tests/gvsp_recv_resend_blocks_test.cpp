@@ -6,7 +6,6 @@ namespace {
 
 using namespace test;
 using gvsp_recv_resend_blocks_test = receiver_fixture<gvsp_recv_resend>;
-constexpr uint32_t incomplete = frame_flags::incomplete;
 constexpr uint32_t flushed = frame_flags::flushed;
 
 using ids = std::vector<uint64_t>;

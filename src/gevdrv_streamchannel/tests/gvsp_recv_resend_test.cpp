@@ -8,7 +8,6 @@ namespace {
 using namespace test;
 
 using gvsp_recv_resend_test = receiver_fixture<gvsp_recv_resend>;
-constexpr uint32_t incomplete = frame_flags::incomplete;
 
 TEST_F(gvsp_recv_resend_test, only_the_start_of_a_range_shrinks_and_three_sends_are_the_limit) {
     const log_capture log;

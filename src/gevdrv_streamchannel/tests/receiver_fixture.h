@@ -19,6 +19,8 @@
 
 namespace gev::streamchannel::test {
 
+constexpr uint32_t incomplete = frame_flags::incomplete;
+
 struct request {
     uint64_t block = 0;
     uint32_t first = 0, last = 0;

@@ -5,7 +5,6 @@ namespace gev::streamchannel::impl {
 namespace {
 
 using namespace test;
-constexpr uint32_t incomplete = frame_flags::incomplete;
 
 template <class Receiver>
 using receivers_test = receiver_fixture<Receiver>;

@@ -20,7 +20,7 @@ using gds_shared::gigecam_errc;
 
 namespace {
 
-constexpr uint32_t loopback = 0x7F000001;
+constexpr uint32_t loopback_address = 0x7F000001;
 constexpr uint32_t channel_base = 2 * 64; // of channel 2
 constexpr uint32_t capability = 0x092C;
 constexpr uint32_t scp = 0x0D00 + channel_base;
@@ -46,8 +46,8 @@ public:
     uint32_t failing_address = 0;
     bool takes_what_fails = false; // a write is done, and its answer is lost
     uint32_t path = 9000;
-    gige::udp_socket control = *gige::udp_socket::open({loopback, 0});
-    gige::udp_socket source = *gige::udp_socket::open({loopback, 0});
+    gige::udp_socket control = *gige::udp_socket::open({loopback_address, 0});
+    gige::udp_socket source = *gige::udp_socket::open({loopback_address, 0});
 
     std::expected<uint32_t, std::error_code> read_reg(uint32_t address, uint32_t, uint32_t) override {
         if (note({'r', address})) return std::unexpected(make_error_code(gigecam_errc::busy));
@@ -106,8 +106,10 @@ struct channel_setup {
     }
     void make(int32_t max_packet_size = 0) {
         sut = std::make_unique<stream_channel_impl>(
-            stream_channel_impl::create_params{
-                2, max_packet_size, loopback, {asio::ip::address_v4{loopback}, device.control.local().port}},
+            stream_channel_impl::create_params{2,
+                                               max_packet_size,
+                                               loopback_address,
+                                               {asio::ip::address_v4{loopback_address}, device.control.local().port}},
             device, document.get());
     }
 };
@@ -130,7 +132,7 @@ TEST(StreamChannel, OpensAndClosesInOrder) {
         const uint32_t port = b.device.registers[scp];
         EXPECT_NE(port, 0U);
         EXPECT_EQ(b.device.log, (std::vector<register_access>{{'r', capability},
-                                                              {'w', scda, loopback},
+                                                              {'w', scda, loopback_address},
                                                               {'w', scp, port},
                                                               {'w', scps, do_not_fragment | 1400},
                                                               {'r', scps}}));

@@ -13,14 +13,14 @@ namespace gvcp_master {
 
 namespace {
 
-class descriptor {
+class file_descriptor {
 public:
-    explicit descriptor(int opened) noexcept : handle{opened} {}
-    ~descriptor() {
+    explicit file_descriptor(int opened) noexcept : handle{opened} {}
+    ~file_descriptor() {
         if (handle >= 0) ::close(handle);
     }
-    descriptor(descriptor&& other) noexcept : handle{std::exchange(other.handle, -1)} {}
-    descriptor& operator=(descriptor&& other) noexcept {
+    file_descriptor(file_descriptor&& other) noexcept : handle{std::exchange(other.handle, -1)} {}
+    file_descriptor& operator=(file_descriptor&& other) noexcept {
         std::swap(handle, other.handle);
         return *this;
     }
@@ -45,7 +45,7 @@ std::expected<std::string, std::error_code> read_file_below(const std::string& f
             return failed(std::errc::operation_not_permitted);
         name.remove_prefix(root.size());
     }
-    descriptor at{::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)};
+    file_descriptor at{::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)};
     if (at.get() < 0) return failed();
     // Step by step, as no single call everywhere keeps a path below a folder.
     for (;;) {
@@ -56,7 +56,7 @@ std::expected<std::string, std::error_code> read_file_below(const std::string& f
         name.remove_prefix(step.size());
         // A FIFO must not block.
         const int flags = O_CLOEXEC | O_NOFOLLOW | (last ? O_RDONLY | O_NONBLOCK | O_NOCTTY : O_PATH | O_DIRECTORY);
-        descriptor next{::openat(at.get(), step.c_str(), flags)};
+        file_descriptor next{::openat(at.get(), step.c_str(), flags)};
         if (next.get() < 0) return failed();
         at = std::move(next);
         if (last) break;

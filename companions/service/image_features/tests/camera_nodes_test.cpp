@@ -16,7 +16,7 @@ using namespace image_features;
 
 namespace {
 
-constexpr std::string_view document = R"(<RegisterDescription ModelName="M" VendorName="V" SchemaMajorVersion="1"
+constexpr std::string_view camera_document = R"(<RegisterDescription ModelName="M" VendorName="V" SchemaMajorVersion="1"
   SchemaMinorVersion="1" SchemaSubMinorVersion="0" xmlns="http://www.genicam.org/GenApi/Version_1_1">
 <Category Name="Root"><pFeature>GainSelector</pFeature><pFeature>Gain</pFeature></Category>
 <Enumeration Name="GainSelector"><EnumEntry Name="All"><Value>0</Value></EnumEntry>
@@ -62,7 +62,7 @@ TEST(CameraNodes, ASelectorGoesBackAfterASilence) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
         small_camera camera;
-        const auto nodes = camera_nodes::create(document, camera, false);
+        const auto nodes = camera_nodes::create(camera_document, camera, false);
         ASSERT_NE(nodes, nullptr);
         camera.select(1);
         camera.unanswered = row.unanswered;

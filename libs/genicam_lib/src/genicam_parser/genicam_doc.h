@@ -56,7 +56,7 @@ private:
     void resolve_nodes();
 
     uint8_t never_caches;
-    uint8_t option_low; // kept, no effect
+    [[maybe_unused]] uint8_t option_low; // kept, no effect
     bool has_duplicate_names = false;
     std::pmr::monotonic_buffer_resource node_memory{48};
     pugi::xml_document xml;

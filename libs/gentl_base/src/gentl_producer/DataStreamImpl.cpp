@@ -21,7 +21,7 @@ namespace GenTL::Producer {
 
 namespace {
 
-constexpr uint64_t register_space = 0xE120000;
+constexpr uint64_t stream_registers = 0xE120000;
 
 PortInfo port_info_of(IDevice& device) {
     const TransportLayerStrings tl = device.parent_interface().parent_system().transport_layer_strings();
@@ -55,7 +55,7 @@ Error unknown_buffer() { return {GC_ERR_INVALID_HANDLE, "Unknown hBuffer"}; }
 } // namespace
 
 DataStreamImpl::DataStreamImpl(IDevice& parent, std::string id)
-    : VirtualPortImpl("StreamPort", port_info_of(parent), register_space, genicam_gen::reference_id::data_stream),
+    : VirtualPortImpl("StreamPort", port_info_of(parent), stream_registers, genicam_gen::reference_id::data_stream),
       TrackedObject("DataStreamImpl"),
       device(parent),
       above(parent.weak_from_this()),

@@ -9,7 +9,7 @@ namespace GenTL::Producer {
 
 namespace {
 
-constexpr uint64_t register_space = 0xC120000;
+constexpr uint64_t device_registers = 0xC120000;
 
 Error device_lost_error() { return {GC_ERR_CUSTOM_ID, "Device lost"}; }
 
@@ -43,7 +43,7 @@ auto build_query(IDevice& device, DEVICE_INFO_CMD command) {
 } // namespace
 
 DeviceImpl::DeviceImpl(IInterface& parent, DeviceInfo record, DEVICE_ACCESS_FLAGS flags)
-    : VirtualPortImpl("DevicePort", port_info_of(parent, record), register_space, genicam_gen::reference_id::device),
+    : VirtualPortImpl("DevicePort", port_info_of(parent, record), device_registers, genicam_gen::reference_id::device),
       TrackedObject("DeviceImpl"),
       interface(parent),
       above(parent.weak_from_this()),

@@ -10,7 +10,7 @@ namespace GenTL::Producer {
 
 namespace {
 
-constexpr uint64_t register_space = 0xB120000;
+constexpr uint64_t interface_registers = 0xB120000;
 constexpr uint64_t device_list_event = 0x3001;
 
 PortInfo port_info_of(ISystem& system) {
@@ -34,7 +34,7 @@ auto build_item_query(const std::vector<T>& list, const uint32_t& selector, std:
 } // namespace
 
 InterfaceImpl::InterfaceImpl(ISystem& parent, InterfaceInfo interface_info)
-    : VirtualPortImpl("InterfacePort", port_info_of(parent), register_space, genicam_gen::reference_id::interface),
+    : VirtualPortImpl("InterfacePort", port_info_of(parent), interface_registers, genicam_gen::reference_id::interface),
       TrackedObject("InterfaceImpl"),
       interface_data(std::move(interface_info)),
       system(parent),

@@ -11,14 +11,14 @@ namespace GenTL::Producer {
 
 namespace {
 
-constexpr uint64_t register_space = 0xA120000;
+constexpr uint64_t system_registers = 0xA120000;
 constexpr uint64_t interface_list_event = 0x4001;
 
 } // namespace
 
 SystemImpl::SystemImpl(const TransportLayerInfo& info)
     : VirtualPortImpl("TLPort", {info.vendor, info.model, info.tl_type, PortType::TLSystem, info.version, "TLPort"},
-                      register_space, genicam_gen::reference_id::system),
+                      system_registers, genicam_gen::reference_id::system),
       TrackedObject("SystemImpl"),
       genapi_event(*this, EVENT_MODULE, [] { return std::make_shared<GenApiEvent>(EVENT_MODULE); }),
       tl_info(info) {}

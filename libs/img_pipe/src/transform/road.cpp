@@ -66,7 +66,7 @@ void copy_lines(const img_descriptor& to, const img_descriptor& from) {
     }
 }
 
-bool same_image(const img_descriptor& a, const img_descriptor& b) {
+bool same_pixels(const img_descriptor& a, const img_descriptor& b) {
     return a.plane_data[0].data == b.plane_data[0].data;
 }
 
@@ -99,7 +99,7 @@ public:
           pieces(split),
           reach((way.enter_reads_around ? demosaic_reach : 0) + (way.sharpen.kernel != nullptr ? sharpen_reach : 0)),
           sharpen_by(way.sharpen.kernel != nullptr ? sharpen_reach : 0),
-          copies(same_image(destination, source) && reach > 0),
+          copies(same_pixels(destination, source) && reach > 0),
           step_lines(band_lines(source.format, way.work, source.width)) {}
 
     // Keeps the lines around each place where two strips meet, before any strip begins.

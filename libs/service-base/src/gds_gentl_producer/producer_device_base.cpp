@@ -19,7 +19,7 @@ namespace catalogue = ipc_rpc::catalogue;
 
 namespace {
 
-constexpr auto& logger = gds_helper::log::main_logger;
+using gds_helper::log::main_logger;
 
 } // namespace
 
@@ -56,8 +56,8 @@ Error producer_device_base::init() {
             shared_memory = std::make_unique<shared_block>(shared_block{ipc_rpc::platform::shared_mapping::open(
                 service_info.shared_memory_name, settings_block::minimum_size)});
         } catch (const std::system_error& failure) {
-            logger().error("Failed to init shared memory '{}' block due to {}.", service_info.shared_memory_name,
-                           failure.what());
+            main_logger().error("Failed to init shared memory '{}' block due to {}.", service_info.shared_memory_name,
+                                failure.what());
         }
     }
     remote = open_remote_port(device_info().display_name);
@@ -82,7 +82,7 @@ std::string_view producer_device_base::version_text() const noexcept {
 void producer_device_base::fetch_pending_messages() {
     const auto messages = handle.invoke<catalogue::get_event_messages>();
     if (!messages) {
-        logger().error("Failed to fetch device event messages. Error = {}.", messages.error().message());
+        main_logger().error("Failed to fetch device event messages. Error = {}.", messages.error().message());
         return;
     }
     for (const auto& message : *messages) handle_event_message(message);
@@ -119,7 +119,7 @@ Error producer_device_base::Write(uint64_t address, const void* buffer, size_t* 
 std::string producer_device_base::replacement_document_() {
     auto text = handle.invoke<catalogue::genicam_document>();
     if (!text) {
-        logger().error("Failed to execute get_genicam_string function ec: '{}'", text.error().message());
+        main_logger().error("Failed to execute get_genicam_string function ec: '{}'", text.error().message());
         return {};
     }
     return std::move(*text);

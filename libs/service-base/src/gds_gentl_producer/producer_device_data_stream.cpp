@@ -14,7 +14,7 @@ using namespace GenTL::Producer;
 
 namespace {
 
-constexpr auto& logger = gds_helper::log::gvsp_logger;
+using gds_helper::log::gvsp_logger;
 
 // GigE Vision sends the id and length words of chunks in network byte order.
 constexpr uint32_t big_endian_trailer = 1;
@@ -98,16 +98,16 @@ void producer_device_data_stream::requeue(void* frame) {
 }
 
 void producer_device_data_stream::discard_buffer(Buffer& buffer) {
-    if (logger().should_log(spdlog::level::trace)) logger().trace("Discarding buffer={}.", fmt::ptr(&buffer));
+    if (gvsp_logger().should_log(spdlog::level::trace)) gvsp_logger().trace("Discarding buffer={}.", fmt::ptr(&buffer));
     queue_buffer_from_filling_to_input(&buffer);
 }
 
 void producer_device_data_stream::push_async_deliver(Buffer& buffer) {
     if (buffer.fill_state == FillState::incomplete && settings.flag(settings_block::drop_incomplete_frames)) {
         ++packet_loss_frames;
-        if (logger().should_log(spdlog::level::trace)) {
-            logger().trace("Requeue buffer={} being incomplete (frame-id={} image_data_size={}, filled_bytes={}).",
-                           fmt::ptr(&buffer), buffer.frame_id, buffer.data_size, buffer.size_filled);
+        if (gvsp_logger().should_log(spdlog::level::trace)) {
+            gvsp_logger().trace("Requeue buffer={} being incomplete (frame-id={} image_data_size={}, filled_bytes={}).",
+                                fmt::ptr(&buffer), buffer.frame_id, buffer.data_size, buffer.size_filled);
         }
         queue_buffer_from_filling_to_input(&buffer);
         return;
@@ -119,9 +119,10 @@ void producer_device_data_stream::push_async_deliver(Buffer& buffer) {
     const auto [stopped, returned] = mailbox.push_image_replace(&buffer);
     if (returned == nullptr) return;
     if (stopped) {
-        logger().info("Forward push_image_replace discarded buffer={} due to stop flag set.", returned);
+        gvsp_logger().info("Forward push_image_replace discarded buffer={} due to stop flag set.", returned);
     } else {
-        logger().info("Requeue push_image_replace discarded buffer={} due to transform-thread being slow.", returned);
+        gvsp_logger().info("Requeue push_image_replace discarded buffer={} due to transform-thread being slow.",
+                           returned);
         ++transform_queue_drops;
     }
     requeue(returned);
@@ -149,7 +150,7 @@ void producer_device_data_stream::work_on(Buffer& buffer) {
     } catch (const std::exception& failure) {
         if (!std::exchange(processing_failed, true)) {
             stream_status_text.set("processing failed: {}", failure.what());
-            logger().warn("Frames are delivered without processing: {}.", failure.what());
+            gvsp_logger().warn("Frames are delivered without processing: {}.", failure.what());
         }
     }
 }
@@ -192,7 +193,7 @@ void producer_device_data_stream::process_profiled(Buffer& buffer, bool to_log, 
         profile_lines.clear();
         for (const std::string& found : profiler->lines()) {
             std::string line = "prof: " + found;
-            if (to_log) logger().info("{}", line);
+            if (to_log) gvsp_logger().info("{}", line);
             if (to_image) profile_lines.push_back(std::move(line));
         }
         profiler->reset();

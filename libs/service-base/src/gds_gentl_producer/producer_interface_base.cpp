@@ -17,7 +17,7 @@ namespace {
 constexpr uint64_t device_list_event = 0x3001;
 constexpr std::array device_list_event_data{std::byte{0x30}};
 
-constexpr auto& logger = gds_helper::log::main_logger;
+using gds_helper::log::main_logger;
 
 DEVICE_ACCESS_STATUS access_status_of(const ipc_rpc::device_desc& desc) {
     switch (static_cast<ipc_rpc::reachable_status>(desc.reachable_status)) {
@@ -75,7 +75,7 @@ Error producer_interface_base::init() {
 void producer_interface_base::fetch_pending_messages() {
     const auto messages = handle.invoke<catalogue::get_event_messages>();
     if (!messages) {
-        logger().error("Failed to fetch device event messages. Error = {}.", messages.error().message());
+        main_logger().error("Failed to fetch device event messages. Error = {}.", messages.error().message());
         return;
     }
     for (const auto& message : *messages) fire_module_event(message.event_id, message.payload);
@@ -84,7 +84,7 @@ void producer_interface_base::fetch_pending_messages() {
 std::expected<std::vector<DeviceInfo>, Error> producer_interface_base::query_devices_(uint64_t) {
     const auto listed = handle.invoke<catalogue::enum_devices>();
     if (!listed) {
-        logger().error("Failed to execute create function ec: '{}'", listed.error().message());
+        main_logger().error("Failed to execute create function ec: '{}'", listed.error().message());
         return std::unexpected(to_gentl_error(listed.error(), "enum_devices"));
     }
     std::vector<DeviceInfo> infos;
@@ -137,7 +137,7 @@ void producer_interface_base::build_register_map(Util::GenApiInterfaceBuilder& b
 std::string producer_interface_base::replacement_document_() {
     auto text = handle.invoke<catalogue::genicam_document>();
     if (!text) {
-        logger().error("Failed to fetch genicam document from interface object. ec: '{}'", text.error().message());
+        main_logger().error("Failed to fetch genicam document from interface object. ec: '{}'", text.error().message());
         return {};
     }
     return std::move(*text);

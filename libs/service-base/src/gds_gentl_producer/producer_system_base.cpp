@@ -21,7 +21,7 @@ namespace {
 constexpr uint64_t interface_list_event = 0x4001;
 constexpr std::array interface_list_event_data{std::byte{0x40}};
 
-constexpr auto& logger = gds_helper::log::main_logger;
+using gds_helper::log::main_logger;
 
 InterfaceInfo to_interface_info(const ipc_rpc::interface_desc& desc) {
     InterfaceInfo info{desc.id, desc.display_name, desc.tl_type, {}, {}, desc.net_info.mac_address & 0xFFFFFFFFFFFF};
@@ -62,10 +62,10 @@ Error producer_system_base::connect_to_service() {
     auto created = global.invoke<catalogue::create_service_instance>();
     if (!created) {
         if (created.error() == ipc_rpc::make_error_code(ipc_rpc::status::bad_return_value)) {
-            logger().error("Failed to deserialize create function result.");
+            main_logger().error("Failed to deserialize create function result.");
             return {GC_ERR_NO_DATA, "Failed to deserialize create function result."};
         }
-        logger().error("Failed to execute create function ec: '{}'", created.error().message());
+        main_logger().error("Failed to execute create function ec: '{}'", created.error().message());
         return to_gentl_error(created.error(), "create_service_instance");
     }
     service = std::move(*created);
@@ -81,7 +81,7 @@ Error producer_system_base::connect_to_service() {
 std::expected<std::vector<InterfaceInfo>, Error> producer_system_base::query_interfaces_(uint64_t) {
     const auto listed = service.invoke<catalogue::enum_interfaces>();
     if (!listed) {
-        logger().error("Failed to execute create function ec: '{}'", listed.error().message());
+        main_logger().error("Failed to execute create function ec: '{}'", listed.error().message());
         return std::unexpected(to_gentl_error(listed.error(), "enum_interfaces"));
     }
     std::vector<InterfaceInfo> infos;
@@ -93,7 +93,7 @@ std::expected<std::vector<InterfaceInfo>, Error> producer_system_base::query_int
 std::expected<std::shared_ptr<IInterface>, Error> producer_system_base::create_interface_(const InterfaceInfo& info) {
     auto handle = service.invoke<catalogue::open_interface>(info.id);
     if (!handle) {
-        logger().error("Failed call to open_interface ec: '{}'", handle.error().message());
+        main_logger().error("Failed call to open_interface ec: '{}'", handle.error().message());
         return std::unexpected(to_gentl_error(handle.error(), "open_interface"));
     }
     return make_interface_(info, std::move(*handle));
@@ -117,7 +117,7 @@ void producer_system_base::build_register_map(Util::GenApiInterfaceBuilder& buil
 std::string producer_system_base::replacement_document_() {
     auto text = service.invoke<catalogue::genicam_document>();
     if (!text) {
-        logger().error("Failed to execute get_genicam_string function ec: '{}'", text.error().message());
+        main_logger().error("Failed to execute get_genicam_string function ec: '{}'", text.error().message());
         return {};
     }
     return std::move(*text);

@@ -10,8 +10,6 @@ namespace gds_helper {
 
 namespace {
 
-std::error_code wrong_kind() { return std::make_error_code(std::errc::invalid_argument); }
-
 const property_value* find(const std::vector<property_entry>& entries, const std::string& key) {
     const auto found = std::ranges::find(entries, key, &property_entry::first);
     return found == entries.end() ? nullptr : &found->second;
@@ -22,7 +20,7 @@ std::error_code read(const property_store_json_rw& values, const std::string& ke
     const auto entries = values.enum_entries();
     const auto* entry = find(entries, key);
     const T* held = entry == nullptr ? nullptr : std::get_if<T>(entry);
-    if (held == nullptr) return wrong_kind();
+    if (held == nullptr) return std::make_error_code(std::errc::invalid_argument);
     value = *held;
     return {};
 }
