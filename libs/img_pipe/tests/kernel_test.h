@@ -64,12 +64,11 @@ inline void run(kernel_fn kernel, const img_descriptor& to, const img_descriptor
 // An image whose lines have `pad` bytes behind them and whose last byte is the last of its memory, or the first the
 // first.
 struct image {
-    image(std::uint32_t format, std::int32_t width, std::int32_t height, std::int32_t pad, wall at_ = wall::behind,
-          std::uint8_t fill = 0xEE)
-        : memory(bytes(format, width, height, pad), at_), untouched(fill) {
+    image(std::uint32_t format, std::int32_t width, std::int32_t height, std::int32_t pad, wall at_ = wall::behind)
+        : memory(bytes(format, width, height, pad), at_) {
         const format_description d(format);
         view = {format, width, height, static_cast<std::uint32_t>(memory.size - front), 0, {}};
-        std::memset(memory.bytes, untouched, memory.size);
+        std::memset(memory.bytes, 0xEE, memory.size);
         std::uint8_t* at = memory.bytes + (at_ == wall::behind ? front : 0);
         for (std::int32_t i = 0; i < d.plane_count; ++i) {
             view.plane_data[i] = {at, line_stride(format, width, i) + pad};
@@ -86,33 +85,20 @@ struct image {
     // Whether all bytes that belong to no pixel are as they were.
     bool frame_untouched() const {
         std::vector<std::uint8_t> seen = content();
-        each_line([&](std::size_t at, std::size_t bytes) { std::memset(&seen[at], untouched, bytes); });
-        return std::ranges::all_of(seen, [this](std::uint8_t b) { return b == untouched; });
-    }
-    // The bytes of all lines, without what is around them.
-    std::vector<std::uint8_t> pixels() const {
-        std::vector<std::uint8_t> all;
-        each_line([&](std::size_t at, std::size_t bytes) {
-            all.insert(all.end(), memory.bytes + at, memory.bytes + at + bytes);
-        });
-        return all;
+        const format_description d(view.format);
+        for (std::int32_t i = 0; i < d.plane_count; ++i)
+            for (std::int32_t y = 0; y < view.height / d.planes[i].vertical_subsampling; ++y)
+                std::memset(&seen[static_cast<std::size_t>(view.plane_data[i].data - memory.bytes +
+                                                           y * view.plane_data[i].stride)],
+                            0xEE, static_cast<std::size_t>(line_stride(view.format, view.width, i)));
+        return std::ranges::all_of(seen, [](std::uint8_t b) { return b == 0xEE; });
     }
 
     static constexpr std::size_t front = 64;
     guarded memory;
-    std::uint8_t untouched;
     img_descriptor view{};
 
 private:
-    // `each` with the place and the bytes of every line.
-    template <class Each>
-    void each_line(const Each& each) const {
-        const format_description d(view.format);
-        for (std::int32_t i = 0; i < d.plane_count; ++i)
-            for (std::int32_t y = 0; y < view.height / d.planes[i].vertical_subsampling; ++y)
-                each(static_cast<std::size_t>(view.plane_data[i].data - memory.bytes + y * view.plane_data[i].stride),
-                     static_cast<std::size_t>(line_stride(view.format, view.width, i)));
-    }
     static std::size_t bytes(std::uint32_t format, std::int32_t width, std::int32_t height, std::int32_t pad) {
         const format_description d(format);
         std::size_t size = front - static_cast<std::size_t>(pad);

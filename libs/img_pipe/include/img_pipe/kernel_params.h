@@ -19,15 +19,6 @@ struct power_curve {
 // How far the curve is from the power's nearest counts at most; powers that no curve comes near enough to have none.
 constexpr int power_curve_error = 3;
 
-// A power of samples, to bytes. As power_curve, with straight pieces and factors that keep a part; the lower bytes of
-// the eight pieces' words come first, then the upper ones. Samples take part with their upper 15 bits.
-struct power_bytes {
-    alignas(16) std::uint8_t base[16];
-    alignas(16) std::uint8_t slope[16];
-    alignas(16) std::uint8_t keep_low[16]; // by octave, in 1/65536; 0 for the lowest, where nothing but black is
-    alignas(16) std::uint8_t keep_high[16];
-};
-
 // Per-sample correction of mosaics and grey images, in the value range of the 16-bit sample (8-bit samples count as
 // value * 257): out = table[clamp(in * gain + offset)]. Sites are the four of the 2 x 2 cell, line by line; a grey
 // image uses the first. Neutral: gain 1, offset 0, no table; the result then equals the input.
@@ -51,10 +42,9 @@ struct demosaic_params {
     bool matrix_on;  // apply `matrix` to the colour
     sample_params samples;
     matrix_params matrix;
-    const std::uint16_t* gamma;            // 65536 entries after the matrix, or null
-    const std::uint8_t* gamma8;            // 256 entries
-    const power_curve* curve = nullptr;    // gives the entries of `gamma`; null where no curve does
-    const power_bytes* to_bytes = nullptr; // gamma where 16-bit samples become bytes; null where no straight pieces do
+    const std::uint16_t* gamma;         // 65536 entries after the matrix, or null
+    const std::uint8_t* gamma8;         // 256 entries
+    const power_curve* curve = nullptr; // gives the entries of `gamma`; null where no curve does
 };
 
 struct sharpness_params {

@@ -38,7 +38,7 @@ public:
             fit_curve(params->gamma8, curve);
             finish.curve = &curve;
         }
-        if (!narrow_lanes && gamma()) finish.power = params->to_bytes;
+        if (!narrow_lanes && gamma() && fit_power_bytes(params->gamma, power)) finish.power = &power;
         for (int i = 0; i < 3; ++i) {
             lines.line[i] = take_line<T>(scratch, width);
             bytes.line[i] =
@@ -59,7 +59,7 @@ public:
     // Whether put_finished() can take the place of colours() and put().
     bool finishes() const {
         if (dst.format != fcc("BGR3") && dst.format != fcc("BGR4")) return false;
-        return !gamma() || (narrow_lanes ? curve.exact_count <= most_exact : params->to_bytes != nullptr);
+        return !gamma() || (narrow_lanes ? curve.exact_count <= most_exact : finish.power != nullptr);
     }
     void put_finished(const mosaic_lines<T>& in, const pixel_lines& to) {
         Rows<T>::finished_pixels(finish, in, width, lines, bytes, to);
@@ -138,7 +138,8 @@ private:
     std::int32_t first, width;
     bool large, planar;
     colour_finish<T> finish{};
-    byte_curve curve; // gamma of bytes
+    byte_curve curve;  // gamma of bytes
+    power_bytes power; // of words
     three<T> lines{};
     three8 bytes{}, yuv[2]{};
 };

@@ -142,7 +142,6 @@ bool demosaic_colours(const corrections& c, lut_context& luts, bool with_gains, 
     to.gamma = luts.gamma_words();
     to.gamma8 = tables->bytes;
     to.curve = luts.gamma_curve();
-    to.to_bytes = luts.gamma_to_bytes();
     return true;
 }
 

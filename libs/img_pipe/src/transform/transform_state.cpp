@@ -1,7 +1,6 @@
 #include "transform_state.h"
 
 #include "../kernels/pwl_curve.h"
-#include "fit_power_bytes.h"
 #include "fit_power_curve.h"
 
 #include <img_pipe/profiler.h>
@@ -37,7 +36,6 @@ const gamma_tables* lut_context::gamma(float given) {
         gamma_built->words[i] = static_cast<std::uint16_t>(std::lround(65535.0 * std::pow(i / 65535.0, exponent)));
     has_curve = make_once(power_built) &&
                 fit_power_curve(exponent, gamma_built->words, power_built->curve, power_built->entries);
-    has_bytes = fit_power_bytes(exponent, bytes_built);
     return gamma_built.get();
 }
 

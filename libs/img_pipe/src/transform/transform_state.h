@@ -29,7 +29,6 @@ public:
     // Of the last gamma(), for the kernels: a curve or null, and its entries or the tables' own.
     const power_curve* gamma_curve() const { return has_curve ? &power_built->curve : nullptr; }
     const std::uint16_t* gamma_words() const { return has_curve ? power_built->entries : gamma_built->words; }
-    const power_bytes* gamma_to_bytes() const { return has_bytes ? &bytes_built : nullptr; }
     const tone_tables* tone(std::int32_t contrast, std::int32_t brightness, float gamma);
     // Square roots of the linear values of companded samples, whose 12 bits stand at the top of the index.
     const std::uint16_t* companded_roots();
@@ -45,8 +44,6 @@ private:
     };
     std::unique_ptr<curve_and_entries> power_built;
     bool has_curve = false; // power_built is that of gamma_built
-    power_bytes bytes_built{};
-    bool has_bytes = false; // bytes_built is that of gamma_built
     std::unique_ptr<tone_tables> tone_built;
     std::unique_ptr<std::array<std::uint16_t, 65536>> roots_built;
 };

@@ -101,13 +101,15 @@ template <bool c_first, bool red, class T>
 HWY_INLINE cell_colours<vec<T>> colours_at(const mosaic_lines<T>& in, std::int32_t k) {
     constexpr std::int32_t other_side = c_first ? -1 : 1; // from k to the second cell of the diagonal neighbours
     const auto c = get(in.c + k), g = get(in.g + k), green = get(in.green + k);
+    // Lines of differences lie equally far behind those of greens: one place for three pointers.
+    const std::ptrdiff_t difference = in.difference - in.green;
     const auto column = [&](std::int32_t i) HWY_ATTR {
         return two(get(in.c_above + i), get(in.c_below + i), get(in.green_above + i), get(in.green_below + i),
-                   get(in.difference_above + i), get(in.difference_below + i));
+                   get(in.green_above + (i + difference)), get(in.green_below + (i + difference)));
     };
     const auto vertical = column(k);
     const auto beside = two(c, get(in.c + k - other_side), green, get(in.green + k - other_side),
-                            get(in.difference + k), get(in.difference + k - other_side));
+                            get(in.green + (k + difference)), get(in.green + (k + difference) - other_side));
     const auto other_at_g = colour_between_v<T>(g, vertical);
     const auto own_at_g = colour_between_v<T>(g, beside);
     const auto other_at_c = colour_between_v<T>(green, both(vertical, column(k + other_side)));
@@ -250,22 +252,44 @@ HWY_INLINE void put_cells(const cell_colours<vec<T>>& c, std::uint8_t* to) {
     }
 }
 
+// Has what the next line of the mosaic is read from on its way, `bytes` at a time, 128 at most.
+class next_line {
+public:
+    HWY_INLINE next_line(const pixel_lines& out, std::int32_t first, std::int32_t step)
+        : at(out.next + std::ptrdiff_t{out.next_step} * first), bytes(std::ptrdiff_t{out.next_step} * step) {}
+    HWY_INLINE void fetch() {
+        hwy::Prefetch(at);
+        if (bytes > 64) hwy::Prefetch(at + 64);
+        at += bytes;
+    }
+
+private:
+    const std::uint8_t* at;
+    std::ptrdiff_t bytes;
+};
+
 // Green of a line and the colours of the line above it, by turns, so that memory takes one vector while the next is
 // computed. Colours follow two vectors behind, from cell `from` on; returns the first cell that they did not come to.
 template <bool c_first, bool red, way_out way, class T>
 HWY_ATTR std::int32_t walk_of(const green_step<T>& below_, const mosaic_lines<T>& in_, std::int32_t from,
                               std::int32_t cells, const pixel_lines& out_) {
     const auto below = below_;
-    const auto in = in_;
+    auto in = in_;
     const auto out = out_;
+    // The same lines: as one pointer each they need not be read from memory again and again.
+    in.g = below.lines.g_above;
+    in.c_above = below.lines.c_above;
+    in.c_below = below.lines.c;
+    in.green_below = below.green;
     std::uint8_t* const to = out.to;
     constexpr std::int32_t step = lane_count<T>;
     constexpr std::ptrdiff_t cell = cell_bytes<way, T>;
     std::int32_t k = from, green = below.first;
     for (; green < below.first + 2 * step && green < below.end; green += step)
         green_at<!c_first>(below.lines, green, below.green, below.difference);
+    next_line next(out, k, step);
     for (; k + step <= cells && green < below.end; k += step, green += step) {
-        for (std::int32_t i = 0; i < out.next_step * step; i += 64) hwy::Prefetch(out.next + out.next_step * k + i);
+        next.fetch();
         green_at<!c_first>(below.lines, green, below.green, below.difference);
         put_cells<way, T>(colours_at<c_first, red>(in, k), to + cell * k);
     }

@@ -97,9 +97,9 @@ HWY_ATTR std::int32_t finished_cells_of(const Finish& finish, const mosaic_lines
     const auto in = in_;
     const auto out = out_;
     std::int32_t k = first;
+    next_line next(out, k, lane_count<T>);
     for (; k + lane_count<T> <= cells; k += lane_count<T>) {
-        for (std::int32_t i = 0; i < out.next_step * lane_count<T>; i += 64)
-            hwy::Prefetch(out.next + out.next_step * k + i);
+        next.fetch();
         finish.put(colours_at<c_first, red>(in, k), out.channels, out.to + std::ptrdiff_t{2} * out.channels * k);
     }
     return k;

@@ -97,31 +97,35 @@ private:
     octave_places places;
 };
 
-// A power to bytes, in registers.
+// A power to bytes. Constants are members, for compilers make them anew in every turn of a loop otherwise.
 class power_byte_vectors {
 public:
     explicit HWY_INLINE power_byte_vectors(const power_bytes& p)
         : base(hn::LoadDup128(d8(), p.base)),
           slope(hn::LoadDup128(d8(), p.slope)),
           keep_low(hn::LoadDup128(d8(), p.keep_low)),
-          keep_high(hn::LoadDup128(d8(), p.keep_high)) {}
+          keep_high(hn::LoadDup128(d8(), p.keep_high)),
+          octave(hn::Set(tag(), std::uint16_t{0xF000})),
+          octave_to_bytes(hn::Set(tag(), std::uint16_t{0x1010})),
+          piece(hn::Set(tag(), std::uint16_t{0x0E00})),
+          piece_to_bytes(hn::Set(tag(), std::uint16_t{0x8080})),
+          upper_half(hn::Set(tag(), std::uint16_t{0x0800})) {}
     // The byte in the upper half of each word; `place` as octave_place() gives it.
     HWY_INLINE vec<std::uint16_t> operator()(vec<std::uint16_t> place) const {
-        const lanes_of<std::uint16_t> tag;
-        const auto set = [&](std::uint16_t v) HWY_ATTR { return hn::Set(tag, v); };
         // Both bytes of a word find theirs.
-        const auto by_octave = hn::BitCast(d8(), hn::MulHigh(hn::And(place, set(0xF000)), set(0x1010)));
-        const auto by_piece =
-            hn::BitCast(d8(), hn::Or(hn::MulHigh(hn::And(place, set(0x0E00)), set(0x8080)), set(0x0800)));
-        const auto word = [&](v8 of) HWY_ATTR { return hn::BitCast(tag, hn::TableLookupBytes(of, by_piece)); };
+        const auto by_octave = hn::BitCast(d8(), hn::MulHigh(hn::And(place, octave), octave_to_bytes));
+        const auto by_piece = hn::BitCast(d8(), hn::Or(hn::MulHigh(hn::And(place, piece), piece_to_bytes), upper_half));
+        const auto word = [&](v8 of) HWY_ATTR { return hn::BitCast(tag(), hn::TableLookupBytes(of, by_piece)); };
         const auto keep = hn::BitCast(
-            tag, hn::OddEven(hn::TableLookupBytes(keep_high, by_octave), hn::TableLookupBytes(keep_low, by_octave)));
+            tag(), hn::OddEven(hn::TableLookupBytes(keep_high, by_octave), hn::TableLookupBytes(keep_low, by_octave)));
         const auto top = hn::Add(word(base), hn::MulHigh(hn::ShiftLeft<7>(place), word(slope)));
         return hn::MulHigh(top, keep);
     }
 
 private:
+    using tag = lanes_of<std::uint16_t>;
     v8 base, slope, keep_low, keep_high;
+    vec<std::uint16_t> octave, octave_to_bytes, piece, piece_to_bytes, upper_half;
 };
 
 template <class T>
