@@ -21,11 +21,11 @@ struct with_curve : curve_vectors<exact_count> {
 
 template <class Curve>
 struct finish_bytes {
-    bool matrix_on;
     matrix_vectors<std::uint8_t> matrix;
+    bool matrix_on;
     Curve curve;
     explicit HWY_INLINE finish_bytes(const colour_finish<std::uint8_t>& f)
-        : matrix_on(f.matrix_on), matrix(f.matrix), curve(f.curve) {}
+        : matrix(f.matrix), matrix_on(f.matrix_on), curve(f.curve) {}
     HWY_INLINE void put(cell_colours<vec_bytes> c, std::int32_t channels, std::uint8_t* to) const {
         if (matrix_on) {
             matrix(c.even);
