@@ -1,7 +1,11 @@
 // Demosaicing: plain surfaces keep their value, and large pictures are as small ones.
+#include "../src/transform/parameters.h"
+#include "../src/transform/transform_state.h"
 #include "kernel_test.h"
 
 #include <gtest/gtest.h>
+
+#include <cmath>
 
 using namespace kernel_test;
 
@@ -77,6 +81,74 @@ TEST(Demosaic, SurfacesKeepTheirColour) {
                                       c == 3 ? 255 : value(c, x, y))
                                 << "phase " << phase << " at " << x << ',' << y << " channel " << c << " level "
                                 << level[0].required_cpu;
+            }
+}
+
+namespace {
+
+// A picture of one colour, R, G, B, in an RGGB mosaic of bytes or words of 257 times the value.
+void fill_with(const image& mosaic, bool words, const int (&rgb)[3]) {
+    for (std::int32_t y = 0; y < mosaic.view.height; ++y)
+        for (std::int32_t x = 0; x < mosaic.view.width; ++x) {
+            const auto v = static_cast<std::uint8_t>(rgb[x % 2 + y % 2]);
+            std::uint8_t* at = mosaic.view.plane_data[0].data + (y * mosaic.view.width + x) * (words ? 2 : 1);
+            at[0] = v;
+            if (words) at[1] = v;
+        }
+}
+
+} // namespace
+
+// Gentle, strong and inverting matrices with and without an offset, then gamma, on colours whose result is known. Bytes
+// are rounded between the two, words cut to bytes at the end, and fixed point is as fine as the matrix is gentle. Black
+// and white stay where they must.
+TEST(Demosaic, MatrixAndGammaAreTheirOwn) {
+    const matrix_params matrices[] = {{{{1, 0, 0, 0}, {0, 1, 0, 0}, {0, 0, 1, 0}}},
+                                      {{{1.6F, -0.4F, -0.2F, 0}, {-0.3F, 1.5F, -0.2F, 0}, {0, -0.5F, 1.5F, 0}}},
+                                      {{{0.2F, 0.3F, 0.1F, 0.25F}, {-1, 0, 0, 1}, {0.7F, 0.2F, 0.1F, -0.1F}}},
+                                      {{{9, -3, -5, 0}, {-16, 15, 2, 0.3F}, {0, -1.5F, 4, -2}}},
+                                      {{{60, -30, -29, 0}, {1, 100, -100, 0}, {0, 0, 20, -9.5F}}}};
+    const int colours[][3] = {{0, 0, 0},    {255, 255, 255}, {1, 2, 3},    {200, 40, 90},
+                              {7, 250, 13}, {128, 127, 126}, {31, 30, 32}, {0, 255, 0}};
+    for (const bool words : {false, true})
+        for (const double gamma : {1.0, 0.5, 0.3, 2.2, 3.0, 6.0})
+            for (const matrix_params& m : matrices) {
+                transform_params params; // for the tables alone
+                params.gamma = static_cast<float>(gamma);
+                lut_context tables;
+                demosaic_params p{};
+                ASSERT_TRUE(demosaic_colours(corrections(params), tables, false, p));
+                p.matrix_on = true;
+                p.matrix = m;
+                for (const auto& rgb : colours) {
+                    const image from(words ? fcc("RG16") : fcc("RGGB"), 70, 8, 0), to(fcc("BGR3"), 70, 8, 0);
+                    fill_with(from, words, rgb);
+                    on_each_level(kernel_slot::transform_by_matrix_to_dst, to, from, &p, [&] {
+                        for (int i = 0; i < 3; ++i) {
+                            double sum = m.m[i][3], reach = std::abs(sum);
+                            for (int j = 0; j < 3; ++j) {
+                                sum += static_cast<double>(m.m[i][j]) * rgb[j] / 255;
+                                reach += std::abs(static_cast<double>(m.m[i][j]));
+                            }
+                            const bool ends = rgb[0] == rgb[1] && rgb[1] == rgb[2] && rgb[0] % 255 == 0 &&
+                                              std::abs(sum - rgb[0] / 255.0) < 1e-6;
+                            const double slack = ends ? 0 : words ? 1.0 / 65535 * reach : (0.1 + reach / 60) / 255;
+                            const auto seen = [&](double v, double rounding) {
+                                const double in = std::clamp(words ? v : std::round(v * 255) / 255, 0.0, 1.0);
+                                return std::floor(std::pow(in, gamma) * (words ? 255.99 : 255) + rounding);
+                            };
+                            const double least = seen(sum - slack, words ? ends ? 0 : -0.5 : 0.5),
+                                         most = seen(sum + slack, words ? ends ? 0 : 0.5 : 0.5);
+                            for (std::int32_t x = 0; x < 70; ++x) {
+                                const int v = to.view.plane_data[0].data[3 * x + 2 - i];
+                                ASSERT_TRUE(v >= least && v <= most)
+                                    << v << " for " << least << " to " << most << " channel " << i
+                                    << (words ? " words" : " bytes") << " gamma " << gamma << " matrix "
+                                    << &m - matrices << " colour " << &rgb - colours;
+                            }
+                        }
+                    });
+                }
             }
 }
 

@@ -32,16 +32,13 @@ public:
           planar(call.dst.format == fcc("I420") || call.dst.format == fcc("YV12")) {
         if (matrix()) {
             finish.matrix_on = true;
-            finish.matrix = fixed_of<T>(params->matrix);
+            fix_matrix(params->matrix, finish.matrix);
         }
         if (narrow_lanes && gamma()) {
             fit_curve(params->gamma8, curve);
             finish.curve = &curve;
         }
-        if (!narrow_lanes && gamma()) {
-            finish.table = params->gamma;
-            finish.power = params->curve;
-        }
+        if (!narrow_lanes && gamma() && fit_power_bytes(params->gamma, power)) finish.power = &power;
         for (int i = 0; i < 3; ++i) {
             lines.line[i] = take_line<T>(scratch, width);
             bytes.line[i] =
@@ -62,7 +59,7 @@ public:
     // Whether put_finished() can take the place of colours() and put().
     bool finishes() const {
         if (dst.format != fcc("BGR3") && dst.format != fcc("BGR4")) return false;
-        return !gamma() || (narrow_lanes ? curve.exact_count <= most_exact : params->curve != nullptr);
+        return !gamma() || (narrow_lanes ? curve.exact_count <= most_exact : finish.power != nullptr);
     }
     void put_finished(const mosaic_lines<T>& in, const pixel_lines& to) {
         Rows<T>::finished_pixels(finish, in, width, lines, bytes, to);
@@ -141,7 +138,8 @@ private:
     std::int32_t first, width;
     bool large, planar;
     colour_finish<T> finish{};
-    byte_curve curve; // gamma of bytes
+    byte_curve curve;  // gamma of bytes
+    power_bytes power; // of words
     three<T> lines{};
     three8 bytes{}, yuv[2]{};
 };

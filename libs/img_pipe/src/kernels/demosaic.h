@@ -113,12 +113,15 @@ private:
                T* odd) {
         if constexpr (sizeof(T) == 1) {
             if (in.pack == packing::plain8 && from_end - from >= n) {
-                auto* bytes = reinterpret_cast<std::uint8_t*>(raw);
-                if (corrected) curves.apply(from, call.first_line + y, n, bytes);
-                return Rows<T>::split_bytes(corrected ? bytes : from, n, even, odd);
+                Rows<T>::split_bytes(from, n, even, odd);
+                if (corrected) curves.apply_to_halves(call.first_line + y, n, even, odd);
+                return;
             }
             if (!corrected && in.pack == packing::plain16 && from_end - from >= 2 * n)
                 return Rows<T>::split_words(from, n, in.shift, even, odd);
+        } else if (corrected && params->samples.offset == 0 && params->samples.table == nullptr &&
+                   in.pack == packing::plain16 && from_end - from >= 2 * n) {
+            return Rows<T>::split_corrected(params->samples, call.first_line + y, from, n, in.shift, even, odd);
         }
         Rows<T>::load(in, from, from_end, n, raw);
         if (corrected) Rows<T>::correct(params->samples, call.first_line + y, n, raw);

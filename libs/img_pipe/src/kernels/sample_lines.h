@@ -64,6 +64,13 @@ public:
         const int site = (y & 1) * 2;
         Rows::map_sites(curves[same_as[site]], curves[same_as[site + 1]], in, width, out);
     }
+    // The even and the odd columns of a line of `width`, apart, in place.
+    void apply_to_halves(std::int32_t y, std::int32_t width, std::uint8_t* even, std::uint8_t* odd) const {
+        const int site = (y & 1) * 2;
+        const byte_curve &of_even = curves[same_as[site]], &of_odd = curves[same_as[site + 1]];
+        if (!of_even.unchanged) Rows::map_sites(of_even, of_even, even, (width + 1) / 2, even);
+        if (!of_odd.unchanged) Rows::map_sites(of_odd, of_odd, odd, width / 2, odd);
+    }
 
 private:
     byte_curve curves[4];

@@ -31,12 +31,15 @@ struct rows {
     static constexpr auto split_line = &img_pipe::split_line<T>;
     static constexpr auto split_bytes = &img_pipe::split_bytes;
     static constexpr auto split_words = &img_pipe::split_words;
+    static constexpr auto split_corrected = &img_pipe::split_corrected;
     static constexpr auto find_green = &img_pipe::find_green<T>;
     static constexpr auto colours = &img_pipe::colours<T>;
     static constexpr auto green_and_pixels = &plain::green_and_pixels<T>;
     static constexpr auto finished_pixels = &plain::finished_pixels<T>;
     static constexpr auto finish = &plain::finish;
-    static constexpr auto fixed_matrix = &apply_fixed_matrix<T>;
+    static void fixed_matrix(const img_pipe::fixed_matrix<T>& f, std::int32_t x, std::int32_t n, three<T> lines) {
+        apply_fixed_matrix(f, x, n, lines);
+    }
     static constexpr auto matrix16 = &apply_matrix<std::uint16_t>;
     static constexpr auto gamma = &gamma_words;
     static constexpr auto narrow = &img_pipe::narrow;

@@ -7,6 +7,7 @@
 #pragma once
 #include "../colour_layout.h"
 #include "colour_rows.h"
+#include "correct_rows.h"
 
 namespace img_pipe {
 namespace {
@@ -99,6 +100,17 @@ template <class T>
         const unsigned v = (line[2 * x] | static_cast<unsigned>(line[2 * x + 1]) << 8U) << shift;
         std::uint8_t* half = x % 2 == 0 ? even : odd;
         half[x / 2] = static_cast<std::uint8_t>(v >> 8U);
+    }
+}
+
+// As split_words to samples of 16 bits, each times the gain of its site.
+[[maybe_unused]] void split_corrected(const sample_params& p, std::int32_t y, const std::uint8_t* line, std::int32_t n,
+                                      int shift, std::uint16_t* even, std::uint16_t* odd) {
+    const float* gain = p.gain + (y & 1) * 2;
+    for (std::int32_t x = 0; x < n; ++x) {
+        const unsigned v = (line[2 * x] | static_cast<unsigned>(line[2 * x + 1]) << 8U) << shift;
+        std::uint16_t* half = x % 2 == 0 ? even : odd;
+        half[x / 2] = correct_sample(p, gain[x & 1], static_cast<std::uint16_t>(v));
     }
 }
 

@@ -17,6 +17,7 @@ struct rows {
     static constexpr auto split_line = &split_line_v<T>;
     static constexpr auto split_bytes = &split_bytes_v;
     static constexpr auto split_words = &split_words_v;
+    static constexpr auto split_corrected = &split_corrected_v;
     static constexpr auto find_green = &find_green_v<T>;
     static constexpr auto colours = &colours_v<T>;
     static constexpr auto green_and_pixels = &green_and_pixels_v<T>;

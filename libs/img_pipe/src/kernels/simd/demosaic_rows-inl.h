@@ -1,9 +1,8 @@
 // The steps of the demosaic, a vector at a time: bit-equal to the plain ones. Every step may write up to a vector past
 // its last cell, into the padding of the line; nothing reads that.
 #pragma once
-#include "../plain/colour_out_rows.h"
 #include "../plain/demosaic_rows.h"
-#include "colour_rows-inl.h"
+#include "split_rows-inl.h"
 
 #include <hwy/cache_control.h>
 #include <hwy/highway.h>
@@ -15,23 +14,6 @@ namespace img_pipe {
 namespace HWY_NAMESPACE {
 namespace {
 
-namespace hn = hwy::HWY_NAMESPACE;
-
-template <class T>
-using lanes_of = hn::ScalableTag<T>;
-template <class T>
-using vec = hn::Vec<lanes_of<T>>;
-template <class T>
-constexpr std::int32_t lane_count = HWY_LANES(T);
-
-template <class T>
-HWY_INLINE vec<T> get(const T* p) {
-    return hn::LoadU(lanes_of<T>(), p);
-}
-template <class T>
-HWY_INLINE void put(vec<T> v, T* p) {
-    hn::StoreU(v, lanes_of<T>(), p);
-}
 template <class V>
 HWY_INLINE V mean(V a, V b) {
     return hn::AverageRound(a, b);
@@ -44,63 +26,6 @@ HWY_INLINE V difference_of(V a, V b) {
 template <class V>
 HWY_INLINE V moved(V base, V up, V down) {
     return hn::SaturatedAdd(hn::SaturatedSub(base, hn::SaturatedSub(down, up)), hn::SaturatedSub(up, down));
-}
-
-// Bytes of even and of odd places.
-HWY_INLINE void split_v(vec<std::uint8_t> a, vec<std::uint8_t> b, std::uint8_t* even, std::uint8_t* odd) {
-    const lanes_of<std::uint8_t> tag;
-    put(hn::ConcatEven(tag, b, a), even);
-    put(hn::ConcatOdd(tag, b, a), odd);
-}
-
-[[maybe_unused]] HWY_ATTR void split_bytes_v(const std::uint8_t* line, std::int32_t n, std::uint8_t* even,
-                                             std::uint8_t* odd) {
-    constexpr std::int32_t step = lane_count<std::uint8_t>;
-    std::int32_t x = 0;
-    const auto at = [&](std::int32_t i)
-                        HWY_ATTR { split_v(get(line + i), get(line + i + step), even + i / 2, odd + i / 2); };
-    for (; x + 2 * step <= n; x += 2 * step) at(x);
-    if (n % 2 == 0 && n >= 2 * step) return at(n - 2 * step); // the last vectors once more, ending with the line
-    split_bytes(line + x, n - x, even + x / 2, odd + x / 2);
-}
-
-[[maybe_unused]] HWY_ATTR void split_words_v(const std::uint8_t* line, std::int32_t n, int shift, std::uint8_t* even,
-                                             std::uint8_t* odd) {
-    const lanes_of<std::uint8_t> tag;
-    const lanes_of<std::uint16_t> wide;
-    constexpr std::int32_t step = lane_count<std::uint8_t>;
-    std::int32_t x = 0;
-    const auto upper = [&](std::int32_t at) HWY_ATTR {
-        const auto word = [&](std::int32_t i)
-                              HWY_ATTR { return hn::ShiftLeftSame(hn::BitCast(wide, get(line + 2 * at + i)), shift); };
-        return hn::ConcatOdd(tag, hn::BitCast(tag, word(step)), hn::BitCast(tag, word(0)));
-    };
-    const auto at = [&](std::int32_t i) HWY_ATTR { split_v(upper(i), upper(i + step), even + i / 2, odd + i / 2); };
-    for (; x + 2 * step <= n; x += 2 * step) at(x);
-    if (n % 2 == 0 && n >= 2 * step) return at(n - 2 * step);
-    split_words(line + 2 * x, n - x, shift, even + x / 2, odd + x / 2);
-}
-
-template <class T>
-HWY_ATTR void split_line_v(const std::uint16_t* line, std::int32_t n, T* even, T* odd) {
-    const lanes_of<std::uint16_t> wide;
-    constexpr std::int32_t step = lane_count<std::uint16_t>;
-    std::int32_t x = 0;
-    if constexpr (sizeof(T) == 1) {
-        const lanes_of<std::uint8_t> tag;
-        const auto upper = [&](std::int32_t at) HWY_ATTR {
-            return hn::ConcatOdd(tag, hn::BitCast(tag, get(line + at + step)), hn::BitCast(tag, get(line + at)));
-        };
-        for (; x + 4 * step <= n; x += 4 * step) split_v(upper(x), upper(x + 2 * step), even + x / 2, odd + x / 2);
-    } else {
-        for (; x + 2 * step <= n; x += 2 * step) {
-            vec<std::uint16_t> a, b;
-            hn::LoadInterleaved2(wide, line + x, a, b);
-            put(a, even + x / 2);
-            put(b, odd + x / 2);
-        }
-    }
-    split_line(line + x, n - x, even + x / 2, odd + x / 2);
 }
 
 template <class T>
@@ -118,12 +43,13 @@ HWY_INLINE void green_at(const green_lines<T>& in, std::int32_t k, T* green, T* 
     const auto g_h = mean(left, right), g_v = mean(up, down);
     const auto c_h = mean(get(in.c + k - 1), get(in.c + k + 1)), c_v = mean(get(in.c_above + k), get(in.c_below + k));
     const auto step_h = difference_of(left, right), step_v = difference_of(up, down);
-    const auto along = mean(step_h, difference_of(c, c_h)), across = mean(step_v, difference_of(c, c_v));
+    const auto above_h = hn::SaturatedSub(c, c_h), below_h = hn::SaturatedSub(c_h, c);
+    const auto above_v = hn::SaturatedSub(c, c_v), below_v = hn::SaturatedSub(c_v, c);
+    const auto along = mean(step_h, hn::Or(above_h, below_h)), across = mean(step_v, hn::Or(above_v, below_v));
     const auto is_along = hn::Eq(hn::Min(along, across), along);
     const auto limit = hn::SaturatedAdd(difference_of(g_h, g_v), hn::Min(step_h, step_v));
-    const auto c_mean = hn::IfThenElse(is_along, c_h, c_v);
-    const auto above = hn::Min(mean(hn::SaturatedSub(c, c_mean), zero), limit),
-               below = hn::Min(mean(hn::SaturatedSub(c_mean, c), zero), limit);
+    const auto above = hn::Min(mean(hn::IfThenElse(is_along, above_h, above_v), zero), limit),
+               below = hn::Min(mean(hn::IfThenElse(is_along, below_h, below_v), zero), limit);
     const auto found = hn::SaturatedSub(hn::SaturatedAdd(hn::IfThenElse(is_along, g_h, g_v), above), below);
     put(found, green + k);
     put(half_difference_v<T>(c, found), difference + k);
@@ -175,13 +101,15 @@ template <bool c_first, bool red, class T>
 HWY_INLINE cell_colours<vec<T>> colours_at(const mosaic_lines<T>& in, std::int32_t k) {
     constexpr std::int32_t other_side = c_first ? -1 : 1; // from k to the second cell of the diagonal neighbours
     const auto c = get(in.c + k), g = get(in.g + k), green = get(in.green + k);
+    // Lines of differences lie equally far behind those of greens: one place for three pointers.
+    const std::ptrdiff_t difference = in.difference - in.green;
     const auto column = [&](std::int32_t i) HWY_ATTR {
         return two(get(in.c_above + i), get(in.c_below + i), get(in.green_above + i), get(in.green_below + i),
-                   get(in.difference_above + i), get(in.difference_below + i));
+                   get(in.green_above + (i + difference)), get(in.green_below + (i + difference)));
     };
     const auto vertical = column(k);
     const auto beside = two(c, get(in.c + k - other_side), green, get(in.green + k - other_side),
-                            get(in.difference + k), get(in.difference + k - other_side));
+                            get(in.green + (k + difference)), get(in.green + (k + difference) - other_side));
     const auto other_at_g = colour_between_v<T>(g, vertical);
     const auto own_at_g = colour_between_v<T>(g, beside);
     const auto other_at_c = colour_between_v<T>(green, both(vertical, column(k + other_side)));
@@ -235,51 +163,110 @@ HWY_INLINE void put_part(V v, std::uint8_t* to) {
         hn::StoreU(hn::BitCast(tag, v), tag, to);
 }
 
+// Blocks of 16 bytes of three colours to three blocks of pixels.
+class joined_by_three {
+public:
+    HWY_INLINE joined_by_three(vec<std::uint8_t> b, vec<std::uint8_t> g, vec<std::uint8_t> r) {
+        const lanes_of<std::uint8_t> tag;
+        // Each byte of a colour has a place of its own in a block, whichever of the three blocks it goes to.
+        alignas(16) static constexpr std::uint8_t places[3][16] = {
+            {0, 11, 6, 1, 12, 7, 2, 13, 8, 3, 14, 9, 4, 15, 10, 5},
+            {5, 0, 11, 6, 1, 12, 7, 2, 13, 8, 3, 14, 9, 4, 15, 10},
+            {10, 5, 0, 11, 6, 1, 12, 7, 2, 13, 8, 3, 14, 9, 4, 15}};
+        alignas(16) static constexpr std::uint8_t every_third[2][16] = {
+            {255, 0, 0, 255, 0, 0, 255, 0, 0, 255, 0, 0, 255, 0, 0, 255},
+            {0, 255, 0, 0, 255, 0, 0, 255, 0, 0, 255, 0, 0, 255, 0, 0}};
+        const auto first = hn::MaskFromVec(hn::LoadDup128(tag, every_third[0])),
+                   second = hn::MaskFromVec(hn::LoadDup128(tag, every_third[1]));
+        const auto placed = [&](vec<std::uint8_t> v, int i)
+                                HWY_ATTR { return hn::TableLookupBytes(v, hn::LoadDup128(tag, places[i])); };
+        const auto by_turns = [&](vec<std::uint8_t> x, vec<std::uint8_t> y, vec<std::uint8_t> z)
+                                  HWY_ATTR { return hn::IfThenElse(first, x, hn::IfThenElse(second, y, z)); };
+        b = placed(b, 0), g = placed(g, 1), r = placed(r, 2);
+        part[0] = by_turns(b, g, r);
+        part[1] = by_turns(g, r, b);
+        part[2] = by_turns(r, b, g);
+    }
+    vec<std::uint8_t> part[3];
+};
+
+// A vector of pixels of three bytes, whose blocks are in order.
+HWY_INLINE void put_by_three(vec<std::uint8_t> b, vec<std::uint8_t> g, vec<std::uint8_t> r, std::uint8_t* to) {
+    constexpr std::int32_t step = lane_count<std::uint8_t>;
+    const joined_by_three p(b, g, r);
+#if HWY_TARGET == HWY_AVX2
+    const lanes_of<std::uint8_t> tag;
+    put(hn::ConcatLowerLower(tag, p.part[1], p.part[0]), to);
+    put(hn::ConcatUpperLower(tag, p.part[0], p.part[2]), to + step);
+    put(hn::ConcatUpperUpper(tag, p.part[2], p.part[1]), to + 2 * step);
+#else
+    for (int i = 0; i < 3; ++i) put(p.part[i], to + i * step);
+#endif
+}
+
 // 2 * lanes pixels, in the order of their places: memory behind the caches is written in lines of 64 bytes.
 template <way_out way, class T>
 HWY_INLINE void put_cells(const cell_colours<vec<T>>& c, std::uint8_t* to) {
     const lanes_of<T> tag;
     const hn::RepartitionToWide<lanes_of<T>> wide;
+    constexpr std::int32_t vector_bytes = lane_count<std::uint8_t>;
     vec<T> lower[3], upper[3]; // of each block of 16 bytes the first and the second half
     for (int i = 0; i < 3; ++i) {
         lower[i] = hn::InterleaveLower(tag, c.even[i], c.odd[i]);
         upper[i] = hn::InterleaveUpper(tag, c.even[i], c.odd[i]);
     }
     if constexpr (way == way_out::three) {
-#if HWY_TARGET == HWY_AVX2
-        const auto first = [&](int i) HWY_ATTR { return hn::ConcatLowerLower(tag, upper[i], lower[i]); };
-        const auto second = [&](int i) HWY_ATTR { return hn::ConcatUpperUpper(tag, upper[i], lower[i]); };
-#else
-        const auto first = [&](int i) HWY_ATTR { return lower[i]; };
-        const auto second = [&](int i) HWY_ATTR { return upper[i]; };
-#endif
         static_assert(sizeof(T) == 1);
-        hn::StoreInterleaved3(first(0), first(1), first(2), tag, to);
-        hn::StoreInterleaved3(second(0), second(1), second(2), tag, to + 3 * lane_count<T>);
+        const joined_by_three l(lower[0], lower[1], lower[2]), u(upper[0], upper[1], upper[2]);
+#if HWY_TARGET == HWY_AVX2
+        put(hn::ConcatLowerLower(tag, l.part[1], l.part[0]), to);
+        put(hn::ConcatLowerLower(tag, u.part[0], l.part[2]), to + vector_bytes);
+        put(hn::ConcatLowerLower(tag, u.part[2], u.part[1]), to + 2 * vector_bytes);
+        put(hn::ConcatUpperUpper(tag, l.part[1], l.part[0]), to + 3 * vector_bytes);
+        put(hn::ConcatUpperUpper(tag, u.part[0], l.part[2]), to + 4 * vector_bytes);
+        put(hn::ConcatUpperUpper(tag, u.part[2], u.part[1]), to + 5 * vector_bytes);
+#else
+        for (int i = 0; i < 3; ++i) {
+            put(l.part[i], to + i * vector_bytes);
+            put(u.part[i], to + (3 + i) * vector_bytes);
+        }
+#endif
     } else {
         const auto opaque = hn::Set(tag, static_cast<T>(most_of<T>));
-        constexpr std::int32_t vector_bytes = lane_count<std::uint8_t>;
-        vec<T> p[8]; // 16 bytes of pixels of each block
+        vec<T> p[2][4]; // pixels of the lower and of the upper halves
         for (int i = 0; i < 2; ++i) {
-            const auto& part = i == 0 ? lower : upper;
+            vec<T> part[3];
+            for (int k = 0; k < 3; ++k) part[k] = eights_to_blocks<T>(i == 0 ? lower[k] : upper[k]);
             const auto bg0 = hn::BitCast(wide, hn::InterleaveLower(tag, part[0], part[1]));
             const auto bg1 = hn::BitCast(wide, hn::InterleaveUpper(tag, part[0], part[1]));
             const auto ra0 = hn::BitCast(wide, hn::InterleaveLower(tag, part[2], opaque));
             const auto ra1 = hn::BitCast(wide, hn::InterleaveUpper(tag, part[2], opaque));
-            p[4 * i] = hn::BitCast(tag, hn::InterleaveLower(wide, bg0, ra0));
-            p[4 * i + 1] = hn::BitCast(tag, hn::InterleaveUpper(wide, bg0, ra0));
-            p[4 * i + 2] = hn::BitCast(tag, hn::InterleaveLower(wide, bg1, ra1));
-            p[4 * i + 3] = hn::BitCast(tag, hn::InterleaveUpper(wide, bg1, ra1));
+            p[i][0] = hn::BitCast(tag, hn::InterleaveLower(wide, bg0, ra0));
+            p[i][1] = hn::BitCast(tag, hn::InterleaveUpper(wide, bg0, ra0));
+            p[i][2] = hn::BitCast(tag, hn::InterleaveLower(wide, bg1, ra1));
+            p[i][3] = hn::BitCast(tag, hn::InterleaveUpper(wide, bg1, ra1));
         }
-#if HWY_TARGET == HWY_AVX2
-        for (int i = 0; i < 8; i += 2) put_part<way>(hn::ConcatLowerLower(tag, p[i + 1], p[i]), to + 16 * i);
-        for (int i = 0; i < 8; i += 2)
-            put_part<way>(hn::ConcatUpperUpper(tag, p[i + 1], p[i]), to + 4 * vector_bytes + 16 * i);
-#else
-        for (int i = 0; i < 8; ++i) put_part<way>(p[i], to + vector_bytes * i);
-#endif
+        // The halves of two blocks come by turns, those of one block one after the other.
+        constexpr int run = HWY_TARGET == HWY_AVX2 ? 2 : 4;
+        for (int i = 0; i < 8; ++i) put_part<way>(p[i / run % 2][i % run + i / (2 * run) * run], to + vector_bytes * i);
     }
 }
+
+// Has what the next line of the mosaic is read from on its way, `bytes` at a time, 128 at most.
+class next_line {
+public:
+    HWY_INLINE next_line(const pixel_lines& out, std::int32_t first, std::int32_t step)
+        : at(out.next + std::ptrdiff_t{out.next_step} * first), bytes(std::ptrdiff_t{out.next_step} * step) {}
+    HWY_INLINE void fetch() {
+        hwy::Prefetch(at);
+        if (bytes > 64) hwy::Prefetch(at + 64);
+        at += bytes;
+    }
+
+private:
+    const std::uint8_t* at;
+    std::ptrdiff_t bytes;
+};
 
 // Green of a line and the colours of the line above it, by turns, so that memory takes one vector while the next is
 // computed. Colours follow two vectors behind, from cell `from` on; returns the first cell that they did not come to.
@@ -287,16 +274,22 @@ template <bool c_first, bool red, way_out way, class T>
 HWY_ATTR std::int32_t walk_of(const green_step<T>& below_, const mosaic_lines<T>& in_, std::int32_t from,
                               std::int32_t cells, const pixel_lines& out_) {
     const auto below = below_;
-    const auto in = in_;
+    auto in = in_;
     const auto out = out_;
+    // The same lines: as one pointer each they need not be read from memory again and again.
+    in.g = below.lines.g_above;
+    in.c_above = below.lines.c_above;
+    in.c_below = below.lines.c;
+    in.green_below = below.green;
     std::uint8_t* const to = out.to;
     constexpr std::int32_t step = lane_count<T>;
     constexpr std::ptrdiff_t cell = cell_bytes<way, T>;
     std::int32_t k = from, green = below.first;
     for (; green < below.first + 2 * step && green < below.end; green += step)
         green_at<!c_first>(below.lines, green, below.green, below.difference);
+    next_line next(out, k, step);
     for (; k + step <= cells && green < below.end; k += step, green += step) {
-        for (std::int32_t i = 0; i < out.next_step * step; i += 64) hwy::Prefetch(out.next + out.next_step * k + i);
+        next.fetch();
         green_at<!c_first>(below.lines, green, below.green, below.difference);
         put_cells<way, T>(colours_at<c_first, red>(in, k), to + cell * k);
     }
@@ -361,58 +354,6 @@ HWY_ATTR void green_and_pixels_v(const green_step<T>& below, const mosaic_lines<
     if (curve == nullptr) return look_up_words_v(table, n - x, line + x);
     x = curve->rising ? power_words<true>(*curve, x, n, line) : power_words<false>(*curve, x, n, line);
     gamma_words(curve, table, x, n, line);
-}
-
-// A row of the matrix as factors of the pairs (blue, green) and (red, white).
-struct matrix_row {
-    v16i bg, rw;
-    hn::Vec<d32i> half;
-    std::int32_t bits;
-    template <class T>
-    explicit HWY_INLINE matrix_row(const T& row)
-        : bg(factors(row.m[0], row.m[1])),
-          rw(factors(row.m[2], row.of_white)),
-          half(hn::Set(d32i(), 1 << row.bits >> 1)),
-          bits(row.bits) {}
-    // Four or eight results in 32 bits.
-    HWY_INLINE hn::Vec<d32i> operator()(v16i bg_pairs, v16i rw_pairs) const {
-        return hn::ShiftRightSame(hn::Add(hn::Add(pair_sums(bg_pairs, bg), half), pair_sums(rw_pairs, rw)), bits);
-    }
-};
-
-// The arithmetic of apply_fixed_matrix on a vector of each colour.
-HWY_INLINE void matrix_on(const matrix_row (&rows)[3], v8 (&c)[3]) {
-    const auto white = hn::Set(d8(), std::uint8_t{255});
-    const auto bg_low = hn::InterleaveLower(d8(), c[0], c[1]), bg_high = hn::InterleaveUpper(d8(), c[0], c[1]);
-    const auto rw_low = hn::InterleaveLower(d8(), c[2], white), rw_high = hn::InterleaveUpper(d8(), c[2], white);
-    const v16i bg[4] = {lower_half(bg_low), upper_half(bg_low), lower_half(bg_high), upper_half(bg_high)};
-    const v16i rw[4] = {lower_half(rw_low), upper_half(rw_low), lower_half(rw_high), upper_half(rw_high)};
-    for (int i = 0; i < 3; ++i)
-        c[i] = pack_bytes(hn::ReorderDemote2To(d16i(), rows[i](bg[0], rw[0]), rows[i](bg[1], rw[1])),
-                          hn::ReorderDemote2To(d16i(), rows[i](bg[2], rw[2]), rows[i](bg[3], rw[3])));
-}
-HWY_INLINE void matrix_on(const matrix_row (&rows)[3], hn::Vec<d16> (&c)[3]) {
-    const auto white = hn::Set(d16i(), std::int16_t{32767});
-    const auto upper_15 = [&](int i) HWY_ATTR { return hn::BitCast(d16i(), hn::ShiftRight<1>(c[i])); };
-    const v16i b = upper_15(0), g = upper_15(1), r = upper_15(2);
-    const auto bg_low = hn::InterleaveLower(d16i(), b, g), bg_high = hn::InterleaveUpper(d16i(), b, g);
-    const auto rw_low = hn::InterleaveLower(d16i(), r, white), rw_high = hn::InterleaveUpper(d16i(), r, white);
-    for (int i = 0; i < 3; ++i) {
-        const auto sum = hn::ReorderDemote2To(d16i(), rows[i](bg_low, rw_low), rows[i](bg_high, rw_high));
-        const auto v = hn::BitCast(d16(), hn::Max(sum, hn::Zero(d16i()))); // at most 32767
-        c[i] = hn::Or(hn::ShiftLeft<1>(v), hn::ShiftRight<14>(v));
-    }
-}
-
-template <class T>
-HWY_ATTR void fixed_matrix_v(const fixed_matrix<T>& f, std::int32_t x, std::int32_t n, three<T> lines) {
-    const matrix_row rows[3] = {matrix_row(f.rows[0]), matrix_row(f.rows[1]), matrix_row(f.rows[2])};
-    for (; x + lane_count<T> <= n; x += lane_count<T>) {
-        vec<T> c[3] = {get(lines.line[0] + x), get(lines.line[1] + x), get(lines.line[2] + x)};
-        matrix_on(rows, c);
-        for (int i = 0; i < 3; ++i) put(c[i], lines.line[i] + x);
-    }
-    apply_fixed_matrix(f, x, n, lines);
 }
 
 } // namespace

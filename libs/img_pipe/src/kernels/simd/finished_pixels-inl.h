@@ -3,6 +3,7 @@
 #pragma once
 #include "byte_map-inl.h"
 #include "demosaic_rows-inl.h"
+#include "fixed_matrix-inl.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace img_pipe {
@@ -18,27 +19,18 @@ struct with_curve : curve_vectors<exact_count> {
     explicit HWY_INLINE with_curve(const byte_curve* c) : curve_vectors<exact_count>(*c) {}
 };
 
-template <class T>
-struct matrix_step {
-    bool on;
-    matrix_row rows[3];
-    explicit HWY_INLINE matrix_step(const colour_finish<T>& f)
-        : on(f.matrix_on),
-          rows{matrix_row(f.matrix.rows[0]), matrix_row(f.matrix.rows[1]), matrix_row(f.matrix.rows[2])} {}
-    HWY_INLINE void operator()(cell_colours<vec<T>>& c) const {
-        if (!on) return;
-        matrix_on(rows, c.even);
-        matrix_on(rows, c.odd);
-    }
-};
-
 template <class Curve>
 struct finish_bytes {
-    matrix_step<std::uint8_t> matrix;
+    matrix_vectors<std::uint8_t> matrix;
+    bool matrix_on;
     Curve curve;
-    explicit HWY_INLINE finish_bytes(const colour_finish<std::uint8_t>& f) : matrix(f), curve(f.curve) {}
+    explicit HWY_INLINE finish_bytes(const colour_finish<std::uint8_t>& f)
+        : matrix(f.matrix), matrix_on(f.matrix_on), curve(f.curve) {}
     HWY_INLINE void put(cell_colours<vec_bytes> c, std::int32_t channels, std::uint8_t* to) const {
-        matrix(c);
+        if (matrix_on) {
+            matrix(c.even);
+            matrix(c.odd);
+        }
         for (int i = 0; i < 3; ++i) {
             c.even[i] = curve(c.even[i]);
             c.odd[i] = curve(c.odd[i]);
@@ -50,22 +42,49 @@ struct finish_bytes {
     }
 };
 
-template <class Power>
+// Words whose upper bytes are those of the picture.
 struct finish_words {
-    matrix_step<std::uint16_t> matrix;
-    Power power;
-    explicit HWY_INLINE finish_words(const colour_finish<std::uint16_t>& f) : matrix(f), power(f.power) {}
+    bool matrix_on;
+    matrix_vectors<std::uint16_t> matrix;
+    explicit HWY_INLINE finish_words(const colour_finish<std::uint16_t>& f)
+        : matrix_on(f.matrix_on), matrix(f.matrix) {}
+    HWY_INLINE void operator()(vec<std::uint16_t> (&c)[3]) const {
+        if (matrix_on) matrix(c);
+    }
+};
+struct finish_words_by_power {
+    bool matrix_on;
+    matrix_vectors<std::uint16_t> matrix;
+    octave_places places; // of words
+    power_byte_vectors power;
+    explicit HWY_INLINE finish_words_by_power(const colour_finish<std::uint16_t>& f)
+        : matrix_on(f.matrix_on), matrix(f.matrix), places(1), power(*f.power) {}
+    HWY_INLINE void operator()(vec<std::uint16_t> (&c)[3]) const {
+        const d16 tag;
+        if (matrix_on)
+            matrix.to_places(c);
+        else
+            for (auto& v : c)
+                v = places(hn::BitCast(d32i(), hn::InterleaveLower(tag, v, hn::Zero(tag))),
+                           hn::BitCast(d32i(), hn::InterleaveUpper(tag, v, hn::Zero(tag))));
+        for (auto& v : c) v = power(v);
+    }
+};
+
+template <class Words>
+struct finish_to_bytes {
+    Words words;
+    explicit HWY_INLINE finish_to_bytes(const colour_finish<std::uint16_t>& f) : words(f) {}
     HWY_INLINE void put(cell_colours<vec<std::uint16_t>> c, std::int32_t channels, std::uint8_t* to) const {
         const bytes_tag tag;
-        const d16 wide;
-        matrix(c);
+        words(c.even);
+        words(c.odd);
         // The upper bytes of an even and an odd column are neighbours already.
         vec_bytes out[3];
         for (int i = 0; i < 3; ++i)
-            out[i] = hn::BitCast(tag, hn::Or(hn::ShiftRight<8>(power(c.even[i])),
-                                             hn::And(power(c.odd[i]), hn::Set(wide, std::uint16_t{0xFF00}))));
+            out[i] = hn::OddEven(hn::BitCast(tag, c.odd[i]), hn::BitCast(tag, hn::ShiftRight<8>(c.even[i])));
         if (channels == 3)
-            hn::StoreInterleaved3(out[0], out[1], out[2], tag, to);
+            put_by_three(out[0], out[1], out[2], to);
         else
             hn::StoreInterleaved4(out[0], out[1], out[2], hn::Set(tag, std::uint8_t{255}), tag, to);
     }
@@ -78,9 +97,9 @@ HWY_ATTR std::int32_t finished_cells_of(const Finish& finish, const mosaic_lines
     const auto in = in_;
     const auto out = out_;
     std::int32_t k = first;
+    next_line next(out, k, lane_count<T>);
     for (; k + lane_count<T> <= cells; k += lane_count<T>) {
-        for (std::int32_t i = 0; i < out.next_step * lane_count<T>; i += 64)
-            hwy::Prefetch(out.next + out.next_step * k + i);
+        next.fetch();
         finish.put(colours_at<c_first, red>(in, k), out.channels, out.to + std::ptrdiff_t{2} * out.channels * k);
     }
     return k;
@@ -119,9 +138,8 @@ HWY_ATTR void finished_of(const colour_finish<T>& f, const mosaic_lines<T>& in, 
 [[maybe_unused]] HWY_ATTR void finished_pixels_v(const colour_finish<std::uint16_t>& f,
                                                  const mosaic_lines<std::uint16_t>& in, std::int32_t width,
                                                  three16 line, three8 bytes, const pixel_lines& out) {
-    const auto run = f.power == nullptr ? finished_of<finish_words<no_power>, std::uint16_t>
-                     : f.power->rising  ? finished_of<finish_words<with_power<true>>, std::uint16_t>
-                                        : finished_of<finish_words<with_power<false>>, std::uint16_t>;
+    const auto run = f.power == nullptr ? finished_of<finish_to_bytes<finish_words>, std::uint16_t>
+                                        : finished_of<finish_to_bytes<finish_words_by_power>, std::uint16_t>;
     run(f, in, width, line, bytes, out);
 }
 

@@ -3,6 +3,8 @@
 #pragma once
 #include "colour_rows-inl.h"
 
+#include <cstring>
+
 HWY_BEFORE_NAMESPACE();
 namespace img_pipe {
 namespace HWY_NAMESPACE {
@@ -48,63 +50,129 @@ struct words_bgr {
     v16i b, g, r;
 };
 
-// Packed YUV of two-pixel groups.
+// Colours that are not clamped yet, of luma and of chroma that stands in the upper bytes of words.
 class yuv_words {
 public:
-    HWY_INLINE explicit yuv_words(const yuv_group& group)
-        : luma_first(group.y[0] == 0), u_at(blocks(chroma_at[group.u])), v_at(blocks(chroma_at[group.v])) {}
-    // One vector of groups to colours that are not clamped yet.
-    HWY_INLINE words_bgr at(const std::uint8_t* p) const {
-        const d16 wide;
+    HWY_INLINE words_bgr operator()(hn::Vec<d16> luma, v8 u_words, v8 v_words) const {
         const d16i tag;
         const auto set = [&](std::int32_t v) HWY_ATTR { return hn::Set(tag, static_cast<std::int16_t>(v)); };
-        const auto middle = hn::Set(wide, std::uint16_t{0x8000});
-        const auto in = hn::LoadU(d8(), p);
-        const auto words = hn::BitCast(wide, in);
-        const auto luma = luma_first ? hn::And(words, hn::Set(wide, std::uint16_t{0x00FF})) : hn::ShiftRight<8>(words);
         const auto y = hn::Add(hn::BitCast(tag, hn::ShiftLeft<6>(luma)), set(32));
         // A sample in the upper byte of a word is that sample times 256, around 0.
-        const auto chroma = [&](v8 from) HWY_ATTR {
-            return hn::BitCast(tag, hn::Xor(hn::BitCast(wide, hn::TableLookupBytesOr0(in, from)), middle));
+        const auto chroma = [&](v8 words) HWY_ATTR {
+            const d16 wide;
+            return hn::BitCast(tag, hn::Xor(hn::BitCast(wide, words), hn::Set(wide, std::uint16_t{0x8000})));
         };
-        const auto u = chroma(u_at), v = chroma(v_at);
+        const auto u = chroma(u_words), v = chroma(v_words);
         const auto times = [&](v16i c, std::int32_t weight) HWY_ATTR { return hn::MulFixedPoint15(c, set(weight)); };
         return {hn::ShiftRight<6>(hn::Add(y, times(u, b_of_u))),
                 hn::ShiftRight<6>(hn::Sub(hn::Sub(y, times(u, g_of_u)), times(v, g_of_v))),
                 hn::ShiftRight<6>(hn::Add(y, times(v, r_of_v)))};
     }
+};
+
+// Packed YUV of two-pixel groups, a vector of words.
+class groups_of_two {
+public:
+    static constexpr std::int32_t pixels = 2, reach = 0; // of a group; that are read behind the vector
+    static constexpr std::int32_t bytes(std::int32_t x) { return 2 * x; }
+    HWY_INLINE explicit groups_of_two(const yuv_group& group)
+        : luma_first(group.y[0] == 0), u_at(blocks(chroma_at[group.u])), v_at(blocks(chroma_at[group.v])) {}
+    HWY_INLINE words_bgr at(const std::uint8_t* p) const {
+        const d16 wide;
+        const auto in = hn::LoadU(d8(), p);
+        const auto words = hn::BitCast(wide, in);
+        const auto luma = luma_first ? hn::And(words, hn::Set(wide, std::uint16_t{0x00FF})) : hn::ShiftRight<8>(words);
+        return colours(luma, hn::TableLookupBytesOr0(in, u_at), hn::TableLookupBytesOr0(in, v_at));
+    }
 
 private:
+    yuv_words colours;
     bool luma_first;
     v8 u_at, v_at;
 };
 
+// Where the samples of eight pixels, two groups of four, lie in a block; for the lower or the upper bytes of words.
+struct tables_of_four {
+    block_table y, u, v;
+};
+constexpr tables_of_four tables_of(yuv_group g) {
+    tables_of_four t{};
+    const auto byte = [](int v) { return static_cast<std::uint8_t>(v); };
+    for (int x = 0; x < 8; ++x) {
+        const int group = x / 4 * 6;
+        t.y.at[2 * x] = byte(group + g.y[x % 4]);
+        t.u.at[2 * x + 1] = byte(group + g.u);
+        t.v.at[2 * x + 1] = byte(group + g.v);
+        t.y.at[2 * x + 1] = t.u.at[2 * x] = t.v.at[2 * x] = 0x80;
+    }
+    return t;
+}
+constexpr tables_of_four chroma_first_words = tables_of({4, 6, {1, 2, 4, 5}, 0, 3});
+constexpr tables_of_four luma_first_words = tables_of({4, 6, {0, 1, 3, 4}, 2, 5});
+
+class groups_of_four {
+public:
+    static constexpr std::int32_t pixels = 4, reach = 4;
+    static constexpr std::int32_t bytes(std::int32_t x) { return x / 4 * 6; }
+    HWY_INLINE explicit groups_of_four(const yuv_group& group) {
+        const tables_of_four& t = group.u == 0 ? chroma_first_words : luma_first_words;
+        y_at = blocks(t.y), u_at = blocks(t.u), v_at = blocks(t.v);
+    }
+    HWY_INLINE words_bgr at(const std::uint8_t* p) const {
+        const auto in = load_groups(p, 12);
+        return colours(hn::BitCast(d16(), hn::TableLookupBytesOr0(in, y_at)), hn::TableLookupBytesOr0(in, u_at),
+                       hn::TableLookupBytesOr0(in, v_at));
+    }
+
+private:
+    yuv_words colours;
+    v8 y_at, u_at, v_at;
+};
+
+// put(from, to) for each vector of `step` pixels.
+template <class Groups, std::int32_t step, class Put>
+HWY_INLINE std::int32_t each_vector(const std::uint8_t* p, std::int32_t n, std::int32_t channels, std::uint8_t* out,
+                                    const Put& put) {
+    std::int32_t x = 0;
+    for (; x + step + Groups::reach <= n; x += step) put(p + Groups::bytes(x), out + channels * x);
+    if (x == n || n < step || n % Groups::pixels != 0) return x;
+    // What is no whole vector: the last pixels once more, ending with the line.
+    constexpr std::int32_t bytes = Groups::bytes(step);
+    std::uint8_t last[bytes + Groups::bytes(Groups::reach)] = {};
+    std::memcpy(last, p + Groups::bytes(n) - bytes, bytes);
+    put(last, out + channels * (n - step));
+    return n;
+}
+
+template <class Groups>
+HWY_ATTR std::int32_t groups_to_bgr(const yuv_group& group, const std::uint8_t* p, std::int32_t n,
+                                    std::int32_t channels, std::uint8_t* out) {
+    const d16 wide;
+    const Groups colours(group);
+    const auto opaque = hn::Set(d16i(), std::int16_t{255});
+    if (channels == 3)
+        return each_vector<Groups, lanes8>(p, n, 3, out, [&](const std::uint8_t* from, std::uint8_t* to) HWY_ATTR {
+            const auto first = colours.at(from), second = colours.at(from + Groups::bytes(lanes16));
+            hn::StoreInterleaved3(pack_in_order(first.b, second.b), pack_in_order(first.g, second.g),
+                                  pack_in_order(first.r, second.r), d8(), to);
+        });
+    return each_vector<Groups, lanes16>(p, n, 4, out, [&](const std::uint8_t* from, std::uint8_t* to) HWY_ATTR {
+        const auto c = colours.at(from);
+        const auto br = pack_bytes(c.b, c.r), ga = pack_bytes(c.g, opaque);
+        const auto bg = hn::BitCast(wide, hn::InterleaveLower(d8(), br, ga));
+        const auto ra = hn::BitCast(wide, hn::InterleaveUpper(d8(), br, ga));
+        auto first = hn::BitCast(d8(), hn::InterleaveLower(wide, bg, ra));
+        auto second = hn::BitCast(d8(), hn::InterleaveUpper(wide, bg, ra));
+        in_order(first, second);
+        hn::StoreU(first, d8(), to);
+        hn::StoreU(second, d8(), to + lanes8);
+    });
+}
+
 [[maybe_unused]] HWY_ATTR std::int32_t yuv_to_bgr_straight_v(const yuv_group& group, const std::uint8_t* p,
                                                              std::int32_t n, std::int32_t channels, std::uint8_t* out) {
-    if (group.pixels != 2) return 0;
-    const d16 wide;
-    const yuv_words colours(group);
-    const auto opaque = hn::Set(d16i(), std::int16_t{255});
-    std::int32_t x = 0;
-    if (channels == 3)
-        for (; x + lanes8 <= n; x += lanes8) {
-            const auto first = colours.at(p + 2 * x), second = colours.at(p + 2 * x + lanes8);
-            hn::StoreInterleaved3(pack_in_order(first.b, second.b), pack_in_order(first.g, second.g),
-                                  pack_in_order(first.r, second.r), d8(), out + 3 * x);
-        }
-    else
-        for (; x + lanes16 <= n; x += lanes16) {
-            const auto c = colours.at(p + 2 * x);
-            const auto br = pack_bytes(c.b, c.r), ga = pack_bytes(c.g, opaque);
-            const auto bg = hn::BitCast(wide, hn::InterleaveLower(d8(), br, ga));
-            const auto ra = hn::BitCast(wide, hn::InterleaveUpper(d8(), br, ga));
-            auto first = hn::BitCast(d8(), hn::InterleaveLower(wide, bg, ra));
-            auto second = hn::BitCast(d8(), hn::InterleaveUpper(wide, bg, ra));
-            in_order(first, second);
-            hn::StoreU(first, d8(), out + 4 * x);
-            hn::StoreU(second, d8(), out + 4 * x + lanes8);
-        }
-    return x;
+    if (group.pixels == 4) return groups_to_bgr<groups_of_four>(group, p, n, channels, out);
+    return group.pixels == 2 ? groups_to_bgr<groups_of_two>(group, p, n, channels, out) : 0;
 }
 
 // Which of 16 grey samples each byte of the result shows, block by block; twice, for vectors of two blocks.
@@ -191,8 +259,13 @@ constexpr grey_tables grey_places = grey_tables_of();
     if (group.pixels != 2) return 0;
     std::int32_t x = 0;
     const auto from = [&](auto pick) HWY_ATTR {
-        for (; x + lanes8 <= n; x += lanes8)
-            hn::StoreU(pick(hn::LoadU(d8(), p + 2 * x + lanes8), hn::LoadU(d8(), p + 2 * x)), d8(), out + x);
+        const auto at = [&](std::int32_t i) HWY_ATTR {
+            hn::StoreU(pick(hn::LoadU(d8(), p + 2 * i + lanes8), hn::LoadU(d8(), p + 2 * i)), d8(), out + i);
+        };
+        for (; x + lanes8 <= n; x += lanes8) at(x);
+        if (n < lanes8 || n % 2 != 0) return;
+        at(n - lanes8); // the last pixels once more, ending with the line
+        x = n;
     };
     if (group.y[0] == 0)
         from([](v8 b, v8 a) HWY_ATTR { return hn::ConcatEven(d8(), b, a); });
