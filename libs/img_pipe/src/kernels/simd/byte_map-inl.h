@@ -71,18 +71,23 @@ struct curve_vectors {
     }
 };
 
-// Sites of even and odd columns to vectors of their own, those of both halves by turns, and back.
-template <class Even, class Odd>
-HWY_INLINE void map_two_vectors(const Even& even, const Odd& odd, const std::uint8_t* in, std::uint8_t* out) {
-    const bytes_tag tag;
-    const words_tag wide;
-    constexpr std::int32_t step = HWY_LANES(std::uint8_t);
-    const auto up = [&](vec_bytes v) HWY_ATTR { return hn::BitCast(tag, hn::ShiftLeft<8>(hn::BitCast(wide, v))); };
-    const auto down = [&](vec_bytes v) HWY_ATTR { return hn::BitCast(tag, hn::ShiftRight<8>(hn::BitCast(wide, v))); };
-    const auto a = hn::LoadU(tag, in), b = hn::LoadU(tag, in + step);
-    const auto e = even(hn::OddEven(up(b), a)), o = odd(hn::OddEven(b, down(a)));
-    hn::StoreU(hn::OddEven(up(o), e), tag, out);
-    hn::StoreU(hn::OddEven(o, down(e)), tag, out + step);
+// Two vectors of bytes as those of even and those of odd columns, of both by turns, and back.
+struct column_vectors {
+    vec_bytes even, odd;
+};
+HWY_INLINE vec_bytes a_byte_up(vec_bytes v) {
+    return hn::BitCast(bytes_tag(), hn::ShiftLeft<8>(hn::BitCast(words_tag(), v)));
+}
+HWY_INLINE vec_bytes a_byte_down(vec_bytes v) {
+    return hn::BitCast(bytes_tag(), hn::ShiftRight<8>(hn::BitCast(words_tag(), v)));
+}
+HWY_INLINE column_vectors load_columns(const std::uint8_t* in) {
+    const auto a = hn::LoadU(bytes_tag(), in), b = hn::LoadU(bytes_tag(), in + HWY_LANES(std::uint8_t));
+    return {hn::OddEven(a_byte_up(b), a), hn::OddEven(b, a_byte_down(a))};
+}
+HWY_INLINE void store_columns(column_vectors v, std::uint8_t* out) {
+    hn::StoreU(hn::OddEven(a_byte_up(v.odd), v.even), bytes_tag(), out);
+    hn::StoreU(hn::OddEven(v.odd, a_byte_down(v.even)), bytes_tag(), out + HWY_LANES(std::uint8_t));
 }
 
 struct unchanged_vectors {
@@ -97,12 +102,13 @@ HWY_INLINE std::int32_t map_pairs(const Even& even, const Odd& odd, const std::u
     constexpr std::int32_t step = 2 * HWY_LANES(std::uint8_t);
     if (width < step) return 0;
     const std::int32_t last = (width - step) & ~1;
-    std::int32_t x = 0;
-    for (; x + step <= last; x += step) map_two_vectors(even, odd, in + x, out + x);
-    alignas(64) std::uint8_t end[step];
-    map_two_vectors(even, odd, in + last, end);
-    if (x < last) map_two_vectors(even, odd, in + x, out + x);
-    std::memcpy(out + last, end, step);
+    auto next = load_columns(in);
+    for (std::int32_t x = 0; x < last; x += step) {
+        const auto own = next;
+        next = load_columns(in + (x + step < last ? x + step : last));
+        store_columns({even(own.even), odd(own.odd)}, out + x);
+    }
+    store_columns({even(next.even), odd(next.odd)}, out + last);
     return last + step;
 }
 
@@ -118,11 +124,13 @@ HWY_ATTR std::int32_t map_along_curves(const byte_curve& even, const byte_curve&
     constexpr std::int32_t step = HWY_LANES(std::uint8_t);
     if (width < step) return 0;
     const std::int32_t last = width - step;
-    std::int32_t x = 0;
-    for (; x + step <= last; x += step) hn::StoreU(of_even(hn::LoadU(tag, in + x)), tag, out + x);
-    const auto end = of_even(hn::LoadU(tag, in + last));
-    if (x < last) hn::StoreU(of_even(hn::LoadU(tag, in + x)), tag, out + x);
-    hn::StoreU(end, tag, out + last);
+    auto next = hn::LoadU(tag, in);
+    for (std::int32_t x = 0; x < last; x += step) {
+        const auto own = next;
+        next = hn::LoadU(tag, in + (x + step < last ? x + step : last));
+        hn::StoreU(of_even(own), tag, out + x);
+    }
+    hn::StoreU(of_even(next), tag, out + last);
     return width;
 }
 

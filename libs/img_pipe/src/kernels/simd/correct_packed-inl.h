@@ -43,14 +43,18 @@ struct bounded_vector {
         if (done > 0)
             with_correction(p, [&]<class C>(of_type<C>) HWY_ATTR {
                 const C c(p, y);
-                const auto begin = [&](std::ptrdiff_t i) HWY_ATTR {
-                    return c.halfway(c.begin(i < loop_end ? load_packed(of, at.from + i)
-                                                          : bounded_vector<pack>::load(at.from + rest - step)));
-                };
-                auto next = begin(0);
-                for (std::ptrdiff_t i = 0; i < loop_end; i += step) {
+                const std::uint8_t* const end = at.from + rest - step;
+                auto next =
+                    c.halfway(c.begin(loop_end > 0 ? load_packed(of, at.from) : bounded_vector<pack>::load(end)));
+                std::ptrdiff_t i = 0;
+                for (; i + step < loop_end; i += step) {
                     const auto own = next;
-                    if (i + step < rest) next = begin(i + step);
+                    next = c.halfway(c.begin(load_packed(of, at.from + i + step)));
+                    store_packed(of, c.end(own), at.to + i);
+                }
+                if (loop_end > 0) {
+                    const auto own = next;
+                    if (rest > loop_end) next = c.halfway(c.begin(bounded_vector<pack>::load(end)));
                     store_packed(of, c.end(own), at.to + i);
                 }
                 if (rest > loop_end) bounded_vector<pack>::store(c.end(next), at.to + rest - step);
