@@ -64,6 +64,11 @@ public:
     std::uint16_t sample(std::int32_t x, std::int32_t y) const {
         const std::uint8_t* const line = base + y * stride;
         if (layout.samples.pack == ip::packing::plain8) return static_cast<std::uint16_t>(line[x] * 257);
+        if (layout.samples.pack == ip::packing::plain16) {
+            std::uint16_t v = 0;
+            std::memcpy(&v, line + 2 * static_cast<std::ptrdiff_t>(x), 2);
+            return static_cast<std::uint16_t>(v << layout.samples.shift);
+        }
         return ip::load_sample(layout.samples, line, line + line_bytes, static_cast<std::size_t>(x));
     }
 
