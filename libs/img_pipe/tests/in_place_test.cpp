@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <string_view>
 
@@ -97,6 +98,71 @@ TEST(InPlace, NeutralParametersChangeNothing) {
                 ASSERT_TRUE(pipe.transform_in_place(picture.view, params));
                 ASSERT_TRUE(picture.content() == before) << fcc_name(id) << ' ' << width << (forced ? " forced" : "");
             }
+}
+
+// Every 16-bit and every 12-bit sample at every site: gains and brightness, cut at both ends and rounded, then the
+// power.
+TEST(InPlace, GammaFollowsGainsAndBrightness) {
+    const struct {
+        float red, blue, gamma;
+        int brightness;
+    } rows[] = {{1.4F, 1.7F, 0.5F, 8}, {0.9F, 0.6F, 0.45F, -8}, {1.3F, 2.0F, 1.8F, 0}, {0.5F, 0.7F, 2.2F, -20}};
+    constexpr std::int32_t width = 514, height = 512;
+    const auto sample = [](std::int32_t x, std::int32_t y) { return (y / 2 * 257 + x / 2) & 0xFFFF; };
+    for (const auto& row : rows) {
+        std::vector<std::uint8_t> first[2];
+        for (const std::uint32_t mask : masks()) {
+            transform_params params;
+            params.wb_enable = true;
+            params.wb_gain[0] = row.red;
+            params.wb_gain[2] = row.blue;
+            params.gamma = row.gamma;
+            params.brightness = row.brightness;
+            params.optimization_level = mask;
+            transform_pipe pipe;
+            const image words(fcc("RG16"), width, height, 0), packed(fcc("RGCp"), width, height, 0);
+            const auto word = [&](std::int32_t x, std::int32_t y) {
+                return words.view.plane_data[0].data + 2 * (y * width + x);
+            };
+            const auto pair = [&](std::int32_t x, std::int32_t y) {
+                return packed.view.plane_data[0].data + (y * width + x) / 2 * 3;
+            };
+            for (std::int32_t y = 0; y < height; ++y)
+                for (std::int32_t x = 0; x < width; ++x) {
+                    const int v = sample(x, y), twelve = v >> 4;
+                    word(x, y)[0] = static_cast<std::uint8_t>(v);
+                    word(x, y)[1] = static_cast<std::uint8_t>(v >> 8);
+                    // Both samples of a pair are the same.
+                    pair(x, y)[0] = static_cast<std::uint8_t>(twelve);
+                    pair(x, y)[1] = static_cast<std::uint8_t>(twelve >> 8 | twelve << 4);
+                    pair(x, y)[2] = static_cast<std::uint8_t>(twelve >> 4);
+                }
+            ASSERT_TRUE(pipe.transform_in_place(words.view, params));
+            ASSERT_TRUE(pipe.transform_in_place(packed.view, params));
+            for (int i = 0; i < 2; ++i) {
+                const image& picture = i == 0 ? words : packed;
+                if (first[i].empty()) first[i] = picture.content();
+                ASSERT_TRUE(picture.content() == first[i]) << row.gamma << " level " << mask;
+            }
+            for (std::int32_t y = 0; y < height; ++y)
+                for (std::int32_t x = 0; x < width; ++x) {
+                    const float gain = x % 2 != y % 2 ? 1 : y % 2 == 0 ? row.red : row.blue;
+                    const auto wanted = [&](int v) {
+                        const double light = static_cast<double>(static_cast<float>(v) * gain) +
+                                             65535.0 * static_cast<double>(row.brightness) / 256;
+                        const double whole = std::nearbyint(std::clamp(light, 0.0, 65535.0));
+                        return 65535 * std::pow(whole / 65535, static_cast<double>(row.gamma));
+                    };
+                    const int v = sample(x, y);
+                    // A sample that lies between two may have been rounded to the other one.
+                    const double near = std::abs(wanted(v + 1) - wanted(std::max(v - 1, 0))) + 3.5;
+                    ASSERT_NEAR(word(x, y)[0] | word(x, y)[1] << 8, wanted(v), near) << v << " at " << x << ' ' << y;
+                    const std::uint8_t* const p = pair(x, y);
+                    const int twelve = x % 2 == 0 ? p[0] | (p[1] & 15) << 8 : p[1] >> 4 | p[2] << 4;
+                    ASSERT_NEAR(16 * twelve, wanted(v & 0xFFF0), near + 15) << v << " at " << x << ' ' << y;
+                }
+        }
+    }
 }
 
 // From one image to another: neutral parameters that are applied give what none gives. So does a colour matrix next to

@@ -11,7 +11,7 @@ struct power_curve {
     alignas(16) std::uint16_t base[8];
     alignas(16) std::uint16_t slope[8];
     alignas(16) std::uint16_t bend[8];
-    // By the lower four bits of the octave's number + 127, as a float has it: the part to take away, in 1/65536.
+    // By the octave's number + 1: the part to take away, in 1/65536. Of the top one, which 0 stands for, it is nothing.
     alignas(16) std::uint8_t less_low[16];
     alignas(16) std::uint8_t less_high[16];
     bool rising; // the bend is added: exponents above 1

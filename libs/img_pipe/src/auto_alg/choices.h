@@ -54,7 +54,7 @@ constexpr std::int32_t contrast_pixels = 81920, slow_contrast_pixels = 20480;
 constexpr float gain_step = 1.0F / 64;
 // White balance once by steps ends after so many passes: noise or a changing scene could keep it stepping for ever.
 constexpr std::int32_t most_once_passes = 60;
-// Passes of white balance once by temperature, and of how many records one is scanned: 71 rows take 40 us then.
+// Passes of white balance once by temperature, and of how many records one is scanned: 71 rows take 20 us then.
 constexpr std::int32_t scan_passes = 5, scan_stride = 2;
 
 } // namespace auto_alg

@@ -51,15 +51,24 @@ public:
           base(image_.plane_data[0].data),
           stride(image_.plane_data[0].stride),
           line_bytes(ip::line_stride(image_.format, image_.width)),
+          pixel_bits((line_bytes * 8 + image_.width - 1) / std::max(image_.width, 1)),
           group(ip::yuv_group_of(image_.format)) {}
 
     picture kind() const { return layout.kind; }
     ip::phase mosaic() const { return layout.samples.mosaic; }
 
+    // Lets the memory of a pixel come; of formats with several planes, the first one's.
+    void prefetch(std::int32_t x, std::int32_t y) const { __builtin_prefetch(base + y * stride + x * pixel_bits / 8); }
+
     // A sample of a grey image or a mosaic, its bits at the top of 16.
     std::uint16_t sample(std::int32_t x, std::int32_t y) const {
         const std::uint8_t* const line = base + y * stride;
         if (layout.samples.pack == ip::packing::plain8) return static_cast<std::uint16_t>(line[x] * 257);
+        if (layout.samples.pack == ip::packing::plain16) {
+            std::uint16_t v = 0;
+            std::memcpy(&v, line + 2 * static_cast<std::ptrdiff_t>(x), 2);
+            return static_cast<std::uint16_t>(v << layout.samples.shift);
+        }
         return ip::load_sample(layout.samples, line, line + line_bytes, static_cast<std::size_t>(x));
     }
 
@@ -230,7 +239,7 @@ private:
     const ip::img_descriptor& image;
     picture_layout layout;
     const std::uint8_t* base;
-    std::ptrdiff_t stride, line_bytes;
+    std::ptrdiff_t stride, line_bytes, pixel_bits;
     ip::yuv_group group; // of packed YUV
 };
 

@@ -25,9 +25,10 @@ image_area area_of(const ip::img_descriptor& image, const image_region& region) 
 namespace {
 
 // Calls f(x, y) for the first pixel of each cell of the grid. Cells are `size` pixels square and lie on multiples of
-// that in the image.
+// that in the image. Each lies in cache lines of its own, which a frame that just came is not in: those of the grid's
+// next line are on their way meanwhile, or every cell would wait for memory.
 template <class Function>
-void for_each_cell(const image_area& area, std::int32_t size, const Function& f) {
+void for_each_cell(const pixel_reader& reader, const image_area& area, std::int32_t size, const Function& f) {
     const std::int32_t left = (area.left + size - 1) / size, top = (area.top + size - 1) / size;
     const std::int32_t columns = (area.left + area.width) / size - left, lines = (area.top + area.height) / size - top;
     if (columns < 1 || lines < 1) return;
@@ -36,9 +37,22 @@ void for_each_cell(const image_area& area, std::int32_t size, const Function& f)
     const auto cell = [](std::int64_t quarters, std::int64_t cells, std::int64_t fields) {
         return static_cast<std::int32_t>(quarters * cells / (4 * fields));
     };
+    std::int32_t x[2][sample_columns]; // of even and odd lines of the grid
+    for (std::int32_t i = 0; i < 2 * nx; ++i)
+        x[i & 1][i / 2] = (left + cell(4 * (i / 2) + 1 + (i & 1) * 2, columns, nx)) * size;
+    const auto y = [&](std::int32_t j) { return (top + cell(4 * j + 2, lines, ny)) * size; };
+    const auto fetch = [&](std::int32_t i, std::int32_t j, std::int32_t at_y) {
+        for (std::int32_t k = 0; k < size; ++k) reader.prefetch(x[j & 1][i], at_y + k);
+    };
+    std::int32_t next = y(0);
+    for (std::int32_t i = 0; i < nx; ++i) fetch(i, 0, next);
     for (std::int32_t j = 0; j < ny; ++j) {
-        const std::int32_t y = (top + cell(4 * j + 2, lines, ny)) * size;
-        for (std::int32_t i = 0; i < nx; ++i) f((left + cell(4 * i + 1 + (j & 1) * 2, columns, nx)) * size, y);
+        const std::int32_t own = next;
+        if (j + 1 < ny) next = y(j + 1);
+        for (std::int32_t i = 0; i < nx; ++i) {
+            if (j + 1 < ny) fetch(i, j + 1, next);
+            f(x[j & 1][i], own);
+        }
     }
 }
 
@@ -72,7 +86,7 @@ void auto_sample_by_img(const ip::img_descriptor& image, const image_area& area,
         return;
     case picture::mosaic: {
         const cell_sites at = sites_of(reader.mosaic());
-        for_each_cell(area, 2, [&](std::int32_t x, std::int32_t y) {
+        for_each_cell(reader, area, 2, [&](std::int32_t x, std::int32_t y) {
             const auto high = [&](int site) {
                 return static_cast<std::uint8_t>(reader.sample(x + site % 2, y + site / 2) >> 8);
             };
@@ -83,26 +97,26 @@ void auto_sample_by_img(const ip::img_descriptor& image, const image_area& area,
     case picture::mosaic_float: {
         to.is_float = true;
         const cell_sites at = sites_of(reader.mosaic());
-        for_each_cell(area, 2, [&](std::int32_t x, std::int32_t y) {
+        for_each_cell(reader, area, 2, [&](std::int32_t x, std::int32_t y) {
             const auto value = [&](int site) { return reader.float_sample(x + site % 2, y + site / 2); };
             to.float_places[to.count++] = {value(at.r), value(at.g), value(at.b), value(at.g2)};
         });
         return;
     }
     case picture::grey:
-        for_each_cell(area, 1, [&](std::int32_t x, std::int32_t y) {
+        for_each_cell(reader, area, 1, [&](std::int32_t x, std::int32_t y) {
             const auto v = static_cast<std::uint8_t>(reader.sample(x, y) >> 8);
             add({v, v, v, v});
         });
         return;
     case picture::grey_float: // as bytes: what is no mosaic has no use for more
-        for_each_cell(area, 1, [&](std::int32_t x, std::int32_t y) {
+        for_each_cell(reader, area, 1, [&](std::int32_t x, std::int32_t y) {
             const auto v = static_cast<std::uint8_t>(std::min(reader.float_sample(x, y), 1.0F) * 255.0F);
             add({v, v, v, v});
         });
         return;
     default:
-        for_each_cell(area, 1, [&](std::int32_t x, std::int32_t y) { add(reader.colour(x, y)); });
+        for_each_cell(reader, area, 1, [&](std::int32_t x, std::int32_t y) { add(reader.colour(x, y)); });
         return;
     }
 }

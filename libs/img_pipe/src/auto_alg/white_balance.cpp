@@ -142,23 +142,22 @@ std::uint16_t to_fixed(float value, float most, float one) {
 // counted at once.
 std::int32_t count_neutral(const plain_records& records, const std::uint16_t (&gain)[3]) {
     const auto applied = [](std::uint16_t value, std::uint16_t by) {
-        const auto counts = static_cast<std::uint16_t>(std::uint32_t{value} * by >> 16);
-        return static_cast<std::int16_t>(counts < 255 ? counts : 255);
+        const auto counts = static_cast<std::int16_t>(std::uint32_t{value} * by >> 16); // gains are 16 at most
+        return counts < 255 ? counts : std::int16_t{255};
     };
     const auto one = [](bool yes) { return static_cast<std::int16_t>(yes ? 1 : 0); };
-    // Their ratio between 0.925 and 1 / 0.925.
-    const auto alike = [&](std::int16_t x, std::int16_t y) {
-        const auto x40 = static_cast<std::int16_t>(x * 40), x37 = static_cast<std::int16_t>(x * 37);
-        const auto y40 = static_cast<std::int16_t>(y * 40), y37 = static_cast<std::int16_t>(y * 37);
-        return static_cast<std::int16_t>(one(x40 >= y37) & one(y40 >= x37));
-    };
+    const auto lesser = [](std::int16_t x, std::int16_t y) { return x < y ? x : y; };
+    const auto greater = [](std::int16_t x, std::int16_t y) { return x < y ? y : x; };
     std::int16_t neutral = 0;
     for (std::int32_t i = 0; i < records.count; ++i) {
         const std::int16_t r = applied(records.channel[0][i], gain[0]), g = applied(records.channel[1][i], gain[1]),
                            b = applied(records.channel[2][i], gain[2]);
         const auto luma = static_cast<std::uint16_t>(r * 79 + g * 150 + b * 27); // times 256
         const std::int16_t visible = one(static_cast<std::uint16_t>(luma - 51 * 256) < 189 * 256);
-        neutral = static_cast<std::int16_t>(neutral + (visible & alike(r, b) & alike(b, g) & alike(r, g)));
+        // The ratio of each two between 0.925 and 1 / 0.925, so of the greatest and the least.
+        const auto least = static_cast<std::int16_t>(lesser(lesser(r, g), b) * 40),
+                   most = static_cast<std::int16_t>(greater(greater(r, g), b) * 37);
+        neutral = static_cast<std::int16_t>(neutral + (visible & one(least >= most)));
     }
     return neutral;
 }

@@ -17,7 +17,7 @@ namespace {
     if (v == 0) return 0;
     const auto octave = static_cast<std::uint32_t>(31 - __builtin_clz(v));
     const std::uint32_t whole = in_top_octave(c, static_cast<std::uint32_t>(v) << (16 - octave) & 0xFFFF);
-    const std::uint32_t i = (octave + 127) & 15;
+    const std::uint32_t i = (octave + 1) & 15;
     const auto less = static_cast<std::uint32_t>(c.less_low[i] | c.less_high[i] << 8);
     return static_cast<std::uint16_t>(whole - (whole * less >> 16));
 }

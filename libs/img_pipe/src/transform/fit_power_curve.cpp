@@ -58,7 +58,7 @@ private:
         set_octave(octave, best);
     }
     void set_octave(std::uint32_t octave, std::int32_t less) {
-        const std::uint32_t i = (octave + 127) & 15;
+        const std::uint32_t i = octave + 1;
         curve.less_low[i] = static_cast<std::uint8_t>(less & 0xFF);
         curve.less_high[i] = static_cast<std::uint8_t>(less >> 8);
     }

@@ -18,16 +18,11 @@ HWY_INLINE vec_bytes by_top_bit(vec_bytes mask, vec_bytes b, vec_bytes a) {
 }
 // Sums of two products of unsigned and signed bytes.
 HWY_INLINE vec_words pair_products(vec_bytes a, vec_bytes b) { return {_mm256_maddubs_epi16(a.raw, b.raw)}; }
-// Words to bytes within each block of 128 bits, at most 255.
-HWY_INLINE vec_bytes pack_words(vec_words low, vec_words high) { return {_mm256_packus_epi16(low.raw, high.raw)}; }
 #else
 HWY_INLINE vec_bytes by_top_bit(vec_bytes mask, vec_bytes b, vec_bytes a) {
     return vec_bytes{_mm_blendv_epi8(a.raw, b.raw, mask.raw)};
 }
 HWY_INLINE vec_words pair_products(vec_bytes a, vec_bytes b) { return vec_words{_mm_maddubs_epi16(a.raw, b.raw)}; }
-HWY_INLINE vec_bytes pack_words(vec_words low, vec_words high) {
-    return vec_bytes{_mm_packus_epi16(low.raw, high.raw)};
-}
 #endif
 
 // A curve in registers.
@@ -59,60 +54,84 @@ struct curve_vectors {
         const auto of_piece = [&](const vec_bytes* parts) HWY_ATTR {
             return by_top_bit(v, hn::TableLookupBytes(parts[1], piece), hn::TableLookupBytes(parts[0], piece));
         };
-        const auto b = of_piece(base), s = of_piece(slope);
-        const auto sixteen = hn::Set(tag, std::uint8_t{16});
-        const auto low = pair_products(hn::InterleaveLower(tag, s, b), hn::InterleaveLower(tag, within, sixteen)),
-                   high = pair_products(hn::InterleaveUpper(tag, s, b), hn::InterleaveUpper(tag, within, sixteen));
-        auto out = pack_words(hn::ShiftRight<4>(low), hn::ShiftRight<4>(high));
         const auto bit = hn::TableLookupBytes(hn::LoadDup128(tag, bits), within);
-        const auto one_above = hn::VecFromMask(tag, hn::Eq(hn::And(of_piece(above), bit), bit));
-        out = hn::Sub(out, one_above); // of which none is at 255
+        const auto lifted = hn::VecFromMask(tag, hn::Eq(hn::And(of_piece(above), bit), bit));
+        // 256 times what even and odd bytes rise by within their piece: the whole part is the upper byte.
+        const auto place = hn::ShiftLeft<4>(hn::BitCast(wide, within));
+        const auto rise = of_piece(slope);
+        const auto rise_by = [&](std::uint16_t which) HWY_ATTR {
+            return pair_products(rise, hn::BitCast(tag, hn::And(place, hn::Set(wide, which))));
+        };
+        const auto risen =
+            hn::OddEven(hn::BitCast(tag, rise_by(0xFF00)), hn::BitCast(tag, hn::ShiftRight<8>(rise_by(0x00FF))));
+        auto out = hn::SaturatedAdd(hn::Sub(of_piece(base), lifted), risen);
         for (int i = 0; i < exact_count; ++i)
             out = hn::IfThenElse(hn::Eq(piece, exact_at[i]), hn::TableLookupBytes(exact[i], within), out);
         return out;
     }
 };
 
-// Sites of even and odd columns to vectors of their own, and back.
-template <class Even, class Odd>
-HWY_INLINE void map_two_vectors(const Even& even, const Odd& odd, const std::uint8_t* in, std::uint8_t* out) {
-    const bytes_tag tag;
-    const words_tag wide;
-    constexpr std::int32_t step = HWY_LANES(std::uint8_t);
-    const auto low = hn::Set(wide, std::uint16_t{255});
-    const auto a = hn::BitCast(wide, hn::LoadU(tag, in)), b = hn::BitCast(wide, hn::LoadU(tag, in + step));
-    const auto e = even(pack_words(hn::And(a, low), hn::And(b, low))),
-               o = odd(pack_words(hn::ShiftRight<8>(a), hn::ShiftRight<8>(b)));
-    hn::StoreU(hn::InterleaveLower(tag, e, o), tag, out);
-    hn::StoreU(hn::InterleaveUpper(tag, e, o), tag, out + step);
+// Two vectors of bytes as those of even and those of odd columns, of both by turns, and back.
+struct column_vectors {
+    vec_bytes even, odd;
+};
+HWY_INLINE vec_bytes a_byte_up(vec_bytes v) {
+    return hn::BitCast(bytes_tag(), hn::ShiftLeft<8>(hn::BitCast(words_tag(), v)));
+}
+HWY_INLINE vec_bytes a_byte_down(vec_bytes v) {
+    return hn::BitCast(bytes_tag(), hn::ShiftRight<8>(hn::BitCast(words_tag(), v)));
+}
+HWY_INLINE column_vectors load_columns(const std::uint8_t* in) {
+    const auto a = hn::LoadU(bytes_tag(), in), b = hn::LoadU(bytes_tag(), in + HWY_LANES(std::uint8_t));
+    return {hn::OddEven(a_byte_up(b), a), hn::OddEven(b, a_byte_down(a))};
+}
+HWY_INLINE void store_columns(column_vectors v, std::uint8_t* out) {
+    hn::StoreU(hn::OddEven(a_byte_up(v.odd), v.even), bytes_tag(), out);
+    hn::StoreU(hn::OddEven(v.odd, a_byte_down(v.even)), bytes_tag(), out + HWY_LANES(std::uint8_t));
 }
 
 struct unchanged_vectors {
     HWY_INLINE vec_bytes operator()(vec_bytes v) const { return v; }
 };
 
+// Returns how many bytes it has done: all, or all but one. The last vectors lie over those before them where they must,
+// and are read before those are written.
 template <class Even, class Odd>
 HWY_INLINE std::int32_t map_pairs(const Even& even, const Odd& odd, const std::uint8_t* in, std::int32_t width,
                                   std::uint8_t* out) {
     constexpr std::int32_t step = 2 * HWY_LANES(std::uint8_t);
-    std::int32_t x = 0;
-    for (; x + step <= width; x += step) map_two_vectors(even, odd, in + x, out + x);
-    return x;
+    if (width < step) return 0;
+    const std::int32_t last = (width - step) & ~1;
+    auto next = load_columns(in);
+    for (std::int32_t x = 0; x < last; x += step) {
+        const auto own = next;
+        next = load_columns(in + (x + step < last ? x + step : last));
+        store_columns({even(own.even), odd(own.odd)}, out + x);
+    }
+    store_columns({even(next.even), odd(next.odd)}, out + last);
+    return last + step;
 }
 
 // Returns how many bytes it has done.
 template <int exact_count>
 HWY_ATTR std::int32_t map_along_curves(const byte_curve& even, const byte_curve& odd, const std::uint8_t* in,
                                        std::int32_t width, std::uint8_t* out) {
-    const bytes_tag tag;
     if (even.unchanged) return map_pairs(unchanged_vectors(), curve_vectors<exact_count>(odd), in, width, out);
     const curve_vectors<exact_count> of_even(even);
     if (odd.unchanged) return map_pairs(of_even, unchanged_vectors(), in, width, out);
     if (&even != &odd) return map_pairs(of_even, curve_vectors<exact_count>(odd), in, width, out);
+    const bytes_tag tag;
     constexpr std::int32_t step = HWY_LANES(std::uint8_t);
-    std::int32_t x = 0;
-    for (; x + step <= width; x += step) hn::StoreU(of_even(hn::LoadU(tag, in + x)), tag, out + x);
-    return x;
+    if (width < step) return 0;
+    const std::int32_t last = width - step;
+    auto next = hn::LoadU(tag, in);
+    for (std::int32_t x = 0; x < last; x += step) {
+        const auto own = next;
+        next = hn::LoadU(tag, in + (x + step < last ? x + step : last));
+        hn::StoreU(of_even(own), tag, out + x);
+    }
+    hn::StoreU(of_even(next), tag, out + last);
+    return width;
 }
 
 [[maybe_unused]] HWY_ATTR void map_sites_v(const byte_curve& even, const byte_curve& odd, const std::uint8_t* in,

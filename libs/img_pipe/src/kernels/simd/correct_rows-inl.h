@@ -38,19 +38,22 @@ struct with_power : power_vectors<rising> {
     explicit HWY_INLINE with_power(const power_curve* curve) : power_vectors<rising>(*curve) {}
 };
 
-// The gains of a line's two sites, the offset and the curve, on a vector of samples that begins with an even one. As
-// the plain correct_sample without a table: bit-equal, no multiply-add is fused.
-template <bool shifted, class Power>
-struct vector_correction {
+// Corrections of a vector of samples that begins with an even one, by the gains of a line's two sites: as the plain
+// correct_sample, bit-equal, no multiply-add is fused. In three steps, so that those of the vectors behind can be
+// computed between those of this one: each waits for its own results longer than it computes.
+using vec_samples = hn::Vec<hn::ScalableTag<std::uint16_t>>;
+
+// Gains and the offset.
+template <bool shifted>
+struct gain_vectors {
     hn::Vec<hn::ScalableTag<float>> gain, offset;
-    Power power;
-    HWY_INLINE vector_correction(const sample_params& p, std::int32_t y) : power(p.curve) {
+    HWY_INLINE gain_vectors(const sample_params& p, std::int32_t y) {
         const hn::ScalableTag<float> df;
         const float* g = p.gain + (y & 1) * 2;
         gain = hn::OddEven(hn::Set(df, g[1]), hn::Set(df, g[0]));
         offset = hn::Set(df, p.offset);
     }
-    HWY_INLINE hn::Vec<hn::ScalableTag<std::uint16_t>> operator()(hn::Vec<hn::ScalableTag<std::uint16_t>> v) const {
+    HWY_INLINE vec_samples begin(vec_samples v) const {
         const hn::ScalableTag<std::uint16_t> du;
         const auto part = [&](auto lanes) HWY_ATTR {
             const hn::ScalableTag<float> df;
@@ -62,39 +65,97 @@ struct vector_correction {
                 return r;
         };
         const auto none = hn::Zero(du);
-        return power(pack_nearest(part(hn::InterleaveLower(du, v, none)), part(hn::InterleaveUpper(du, v, none))));
+        return pack_nearest(part(hn::InterleaveLower(du, v, none)), part(hn::InterleaveUpper(du, v, none)));
     }
+    HWY_INLINE vec_samples halfway(vec_samples v) const { return v; }
+    HWY_INLINE vec_samples end(vec_samples v) const { return v; }
 };
 
-// f with the type of the vector_correction that the parameters ask for.
+// The same and a power's curve, by way of floats that are whole numbers.
+enum class offset_way { none, up, down };
+template <offset_way way, bool rising>
+struct power_correction {
+    struct lights {
+        hn::Vec<hn::ScalableTag<float>> even, odd;
+    };
+    hn::Vec<hn::ScalableTag<float>> even_gain, odd_gain, offset;
+    power_vectors<rising> power;
+    HWY_INLINE power_correction(const sample_params& p, std::int32_t y) : power(*p.curve) {
+        const hn::ScalableTag<float> df;
+        const float* g = p.gain + (y & 1) * 2;
+        even_gain = hn::Set(df, g[0]);
+        odd_gain = hn::Set(df, g[1]);
+        offset = hn::Set(df, p.offset);
+    }
+    HWY_INLINE lights begin(vec_samples v) const {
+        const hn::ScalableTag<std::uint32_t> bits;
+        const auto pairs = hn::BitCast(bits, v);
+        const auto gained = [&](auto lanes, auto gain) HWY_ATTR {
+            return hn::Mul(hn::ConvertTo(hn::ScalableTag<float>(), hn::BitCast(hn::ScalableTag<std::int32_t>(), lanes)),
+                           gain);
+        };
+        return {gained(hn::And(pairs, hn::Set(bits, 0xFFFFU)), even_gain), gained(hn::ShiftRight<16>(pairs), odd_gain)};
+    }
+    HWY_INLINE typename power_vectors<rising>::places halfway(lights of) const {
+        const auto whole = [&](auto r) HWY_ATTR {
+            const hn::ScalableTag<float> df;
+            if constexpr (way != offset_way::none) r = hn::Add(r, offset);
+            if constexpr (way == offset_way::down) r = hn::Max(r, hn::Zero(df));
+            return hn::Round(hn::Min(r, hn::Set(df, 65535.0F)));
+        };
+        return power.find(whole(of.even), whole(of.odd));
+    }
+    HWY_INLINE vec_samples end(typename power_vectors<rising>::places of) const { return power.at(of); }
+};
+
+// f with the type of the correction that the parameters ask for.
 template <class T>
 struct of_type {
     using type = T;
 };
 template <class F>
 HWY_INLINE void with_correction(const sample_params& p, F f) {
-    const auto shifted = [&]<bool s>(std::bool_constant<s>) HWY_ATTR {
-        if (p.curve == nullptr)
-            f(of_type<vector_correction<s, no_power>>());
-        else if (p.curve->rising)
-            f(of_type<vector_correction<s, with_power<true>>>());
+    const auto along_curve = [&]<bool rising>(std::bool_constant<rising>) HWY_ATTR {
+        if (p.offset == 0)
+            f(of_type<power_correction<offset_way::none, rising>>());
+        else if (p.offset > 0)
+            f(of_type<power_correction<offset_way::up, rising>>());
         else
-            f(of_type<vector_correction<s, with_power<false>>>());
+            f(of_type<power_correction<offset_way::down, rising>>());
     };
-    if (p.offset != 0)
-        shifted(std::true_type());
-    else
-        shifted(std::false_type());
+    if (p.curve == nullptr) {
+        if (p.offset == 0)
+            f(of_type<gain_vectors<false>>());
+        else
+            f(of_type<gain_vectors<true>>());
+    } else if (p.curve->rising) {
+        along_curve(std::true_type());
+    } else {
+        along_curve(std::false_type());
+    }
 }
 
+// Returns how many it has done: all, or all but one. The last vector lies over the one before it where it must, and is
+// read before that one is written. It is not the first to be read: a line's end is far from its beginning, and not in
+// the cache yet.
 template <class Correction>
 HWY_ATTR std::int32_t correct_vectors(const sample_params& p, std::int32_t y, std::int32_t width, std::uint16_t* line) {
     const hn::ScalableTag<std::uint16_t> du;
     constexpr std::int32_t n = HWY_LANES(std::uint16_t);
+    if (width < n) return 0;
     const Correction c(p, y);
-    std::int32_t x = 0;
-    for (; x + n <= width; x += n) hn::StoreU(c(hn::LoadU(du, line + x)), du, line + x);
-    return x;
+    const std::int32_t last = (width - n) & ~1;
+    const auto load = [&](std::int32_t x) HWY_ATTR { return hn::LoadU(du, line + (x < last ? x : last)); };
+    auto next = c.halfway(c.begin(load(0)));
+    auto after = c.begin(load(n));
+    for (std::int32_t x = 0; x < last; x += n) {
+        const auto own = next;
+        next = c.halfway(after);
+        after = c.begin(load(x + 2 * n));
+        hn::StoreU(c.end(own), du, line + x);
+    }
+    hn::StoreU(c.end(next), du, line + last);
+    return last + n;
 }
 
 // Four places of a table, read at once.

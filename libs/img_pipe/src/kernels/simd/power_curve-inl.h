@@ -12,21 +12,12 @@ namespace {
 namespace hn = hwy::HWY_NAMESPACE;
 
 #if HWY_TARGET == HWY_AVX2
-// Words of `a` at even places, of `b` at odd ones.
-HWY_INLINE hn::Vec<hn::ScalableTag<std::uint16_t>> even_odd_words(hn::Vec<hn::ScalableTag<std::uint32_t>> a,
-                                                                  hn::Vec<hn::ScalableTag<std::uint32_t>> b) {
-    return {_mm256_blend_epi16(a.raw, b.raw, 0xAA)};
-}
 // `v` where `with` is above 0, 0 where it is 0; `with` has no sign bit.
 HWY_INLINE hn::Vec<hn::ScalableTag<std::uint16_t>> unless_zero(hn::Vec<hn::ScalableTag<std::uint16_t>> v,
                                                                hn::Vec<hn::ScalableTag<std::uint16_t>> with) {
     return {_mm256_sign_epi16(v.raw, with.raw)};
 }
 #else
-HWY_INLINE hn::Vec<hn::ScalableTag<std::uint16_t>> even_odd_words(hn::Vec<hn::ScalableTag<std::uint32_t>> a,
-                                                                  hn::Vec<hn::ScalableTag<std::uint32_t>> b) {
-    return hn::Vec<hn::ScalableTag<std::uint16_t>>{_mm_blend_epi16(a.raw, b.raw, 0xAA)};
-}
 HWY_INLINE hn::Vec<hn::ScalableTag<std::uint16_t>> unless_zero(hn::Vec<hn::ScalableTag<std::uint16_t>> v,
                                                                hn::Vec<hn::ScalableTag<std::uint16_t>> with) {
     return hn::Vec<hn::ScalableTag<std::uint16_t>>{_mm_sign_epi16(v.raw, with.raw)};
@@ -52,36 +43,54 @@ struct power_vectors {
         less_high = hn::LoadDup128(parts, c.less_high);
     }
 
-    HWY_INLINE vec_words operator()(vec_words v) const {
+    // Where samples lie: their place in the octave, and in both bytes of a word the octave's number + 1, which is 0 for
+    // a sample of 0 alone. The top one's 16 finds the first entry of a table, which is 0, or gives 0 unasked.
+    struct places {
+        vec_words place, octave;
+    };
+
+    // Of samples of even and of odd places, whole numbers: a float's exponent is the octave, its mantissa the place in
+    // it, no bit of which is lost.
+    HWY_INLINE places find(hn::Vec<hn::ScalableTag<float>> even, hn::Vec<hn::ScalableTag<float>> odd) const {
         const words tag;
         const hn::ScalableTag<std::uint8_t> parts;
-        const hn::ScalableTag<std::int32_t> whole;
         const hn::ScalableTag<std::uint32_t> bits;
-        const hn::ScalableTag<float> real;
-        const auto pairs = hn::BitCast(bits, v);
-        const auto as_float = [&](auto lanes) HWY_ATTR {
-            return hn::BitCast(bits, hn::ConvertTo(real, hn::BitCast(whole, lanes)));
-        };
-        // A float's exponent is the octave, its mantissa the place in it, no bit of which is lost.
-        const auto even = as_float(hn::And(pairs, hn::Set(bits, 0xFFFFU))), odd = as_float(hn::ShiftRight<16>(pairs));
-        const auto octave = even_odd_words(hn::ShiftRight<23>(even), hn::ShiftRight<7>(odd));
-        const auto place = even_odd_words(hn::ShiftRight<7>(even), hn::ShiftLeft<9>(odd));
-        // Both bytes of a word find theirs.
-        const auto by_octave = hn::BitCast(
-            parts, hn::And(hn::Mul(octave, hn::Set(tag, std::uint16_t{0x0101})), hn::Set(tag, std::uint16_t{0x0F0F})));
+        alignas(16) static constexpr std::uint8_t exponents[16] = {2,  2,  0, 0, 6,  6,  4,  4,
+                                                                   10, 10, 8, 8, 14, 14, 12, 12};
+        const auto e = hn::ShiftRight<7>(hn::BitCast(bits, even)), o = hn::BitCast(bits, odd);
+        const auto both = hn::OddEven(hn::BitCast(tag, e), hn::BitCast(tag, hn::ShiftRight<23>(o)));
+        const auto octave =
+            hn::SaturatedSub(hn::TableLookupBytes(hn::BitCast(parts, both), hn::LoadDup128(parts, exponents)),
+                             hn::Set(parts, std::uint8_t{126}));
+        return {hn::OddEven(hn::BitCast(tag, hn::ShiftLeft<9>(o)), hn::BitCast(tag, e)), hn::BitCast(tag, octave)};
+    }
+
+    HWY_INLINE vec_words at(places of) const {
+        const words tag;
+        const hn::ScalableTag<std::uint8_t> parts;
+        const auto by_octave = hn::BitCast(parts, of.octave);
         const auto less = hn::BitCast(
             tag, hn::OddEven(hn::TableLookupBytes(less_high, by_octave), hn::TableLookupBytes(less_low, by_octave)));
-        const auto piece = hn::And(place, hn::Set(tag, std::uint16_t{0xE000}));
+        const auto piece = hn::And(of.place, hn::Set(tag, std::uint16_t{0xE000}));
         const auto by_piece = hn::BitCast(parts, hn::Or(hn::MulHigh(piece, hn::Set(tag, std::uint16_t{0x1010})),
                                                         hn::Set(tag, std::uint16_t{0x0100})));
         const auto of_piece = [&](vec_words table) HWY_ATTR {
             return hn::BitCast(tag, hn::TableLookupBytes(hn::BitCast(parts, table), by_piece));
         };
-        const auto z = hn::ShiftLeft<3>(place);
+        const auto z = hn::ShiftLeft<3>(of.place);
         const auto bent = hn::MulHigh(z, of_piece(bend)), straight = of_piece(slope);
         const auto top =
             hn::Add(of_piece(base), hn::MulHigh(z, rising ? hn::Add(straight, bent) : hn::Sub(straight, bent)));
-        return unless_zero(hn::Sub(top, hn::MulHigh(top, less)), octave);
+        return unless_zero(hn::Sub(top, hn::MulHigh(top, less)), of.octave);
+    }
+
+    HWY_INLINE vec_words operator()(vec_words v) const {
+        const hn::ScalableTag<std::int32_t> whole;
+        const hn::ScalableTag<std::uint32_t> bits;
+        const hn::ScalableTag<float> real;
+        const auto pairs = hn::BitCast(bits, v);
+        const auto as_float = [&](auto lanes) HWY_ATTR { return hn::ConvertTo(real, hn::BitCast(whole, lanes)); };
+        return at(find(as_float(hn::And(pairs, hn::Set(bits, 0xFFFFU))), as_float(hn::ShiftRight<16>(pairs))));
     }
 };
 
