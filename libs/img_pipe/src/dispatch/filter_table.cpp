@@ -53,6 +53,11 @@ std::string default_filter_library() {
     return folder_of_this_library() + "/orv-gentl-driver-gigevision-imgfilter_avx2.so";
 }
 
+std::uint32_t built_in_level() {
+    const filter_module* vectors = vector_module();
+    return vectors == nullptr ? cpu::c : vectors->required_cpu;
+}
+
 filter_table get_filter_table(std::uint32_t mask) {
     if ((mask & cpu::avx2) != 0) {
         static std::once_flag once;
@@ -64,9 +69,7 @@ filter_table get_filter_table(std::uint32_t mask) {
         const std::lock_guard guard(modules.lock);
         for (const filter_module_getter getter : modules.getters) add(table, mask, getter());
     }
-#if defined(__x86_64__)
-    add(table, mask, sse_module());
-#endif
+    add(table, mask, vector_module());
     add(table, mask, plain_module());
     return table;
 }

@@ -11,24 +11,11 @@ namespace {
 using words_tag = hn::RepartitionToWide<bytes_tag>;
 using vec_words = hn::Vec<words_tag>;
 
-#if HWY_TARGET == HWY_AVX2
-// `b` where the highest bit of `mask` is set, else `a`.
-HWY_INLINE vec_bytes by_top_bit(vec_bytes mask, vec_bytes b, vec_bytes a) {
-    return {_mm256_blendv_epi8(a.raw, b.raw, mask.raw)};
-}
-// Sums of two products of unsigned and signed bytes.
-HWY_INLINE vec_words pair_products(vec_bytes a, vec_bytes b) { return {_mm256_maddubs_epi16(a.raw, b.raw)}; }
-// Words to bytes within each block of 128 bits, at most 255.
-HWY_INLINE vec_bytes pack_words(vec_words low, vec_words high) { return {_mm256_packus_epi16(low.raw, high.raw)}; }
-#else
-HWY_INLINE vec_bytes by_top_bit(vec_bytes mask, vec_bytes b, vec_bytes a) {
-    return vec_bytes{_mm_blendv_epi8(a.raw, b.raw, mask.raw)};
-}
-HWY_INLINE vec_words pair_products(vec_bytes a, vec_bytes b) { return vec_words{_mm_maddubs_epi16(a.raw, b.raw)}; }
+// Words of at most 255 to bytes within each block of 128 bits.
 HWY_INLINE vec_bytes pack_words(vec_words low, vec_words high) {
-    return vec_bytes{_mm_packus_epi16(low.raw, high.raw)};
+    const hn::RebindToSigned<words_tag> with_sign;
+    return pack_bytes(hn::BitCast(with_sign, low), hn::BitCast(with_sign, high));
 }
-#endif
 
 // A curve in registers.
 template <int exact_count>
@@ -56,16 +43,9 @@ struct curve_vectors {
         const auto piece =
             hn::And(hn::BitCast(tag, hn::ShiftRight<3>(hn::BitCast(wide, v))), hn::Set(tag, std::uint8_t{31}));
         const auto within = hn::And(v, hn::Set(tag, std::uint8_t{7}));
-        const auto of_piece = [&](const vec_bytes* parts) HWY_ATTR {
-            return by_top_bit(v, hn::TableLookupBytes(parts[1], piece), hn::TableLookupBytes(parts[0], piece));
-        };
-        const auto b = of_piece(base), s = of_piece(slope);
-        const auto sixteen = hn::Set(tag, std::uint8_t{16});
-        const auto low = pair_products(hn::InterleaveLower(tag, s, b), hn::InterleaveLower(tag, within, sixteen)),
-                   high = pair_products(hn::InterleaveUpper(tag, s, b), hn::InterleaveUpper(tag, within, sixteen));
-        auto out = pack_words(hn::ShiftRight<4>(low), hn::ShiftRight<4>(high));
+        auto out = along_piece(look_up_32(base, piece, v), look_up_32(slope, piece, v), within);
         const auto bit = hn::TableLookupBytes(hn::LoadDup128(tag, bits), within);
-        const auto one_above = hn::VecFromMask(tag, hn::Eq(hn::And(of_piece(above), bit), bit));
+        const auto one_above = hn::VecFromMask(tag, hn::Eq(hn::And(look_up_32(above, piece, v), bit), bit));
         out = hn::Sub(out, one_above); // of which none is at 255
         for (int i = 0; i < exact_count; ++i)
             out = hn::IfThenElse(hn::Eq(piece, exact_at[i]), hn::TableLookupBytes(exact[i], within), out);
