@@ -10,12 +10,25 @@
 
 using namespace img_pipe;
 
+namespace {
+
+#if defined(__x86_64__)
+constexpr std::uint32_t built_in = cpu::level_sse;
+#elif defined(__aarch64__)
+constexpr std::uint32_t built_in = cpu::level_neon;
+#else
+constexpr std::uint32_t built_in = cpu::c;
+#endif
+
+} // namespace
+
 TEST(Dispatch, LevelNames) {
     EXPECT_EQ(cpu_level_name(0x13F), "avx512f");
     EXPECT_EQ(cpu_level_name(0x3F), "AVX2");
     EXPECT_EQ(cpu_level_name(0x1F), "AVX");
     EXPECT_EQ(cpu_level_name(0xF), "SSE4.1");
     EXPECT_EQ(cpu_level_name(0x3), "SSSE3");
+    EXPECT_EQ(cpu_level_name(0x10001), "NEON");
     EXPECT_EQ(cpu_level_name(0x1), "plain");
     EXPECT_EQ(cpu_level_name(0), "Unspecified");
     EXPECT_TRUE(cpu_mask() & cpu::c);
@@ -29,8 +42,10 @@ TEST(Dispatch, TheProcessorsOwnLevel) {
     const filter_table table = get_filter_table(cpu_mask());
     ASSERT_FALSE(table.empty());
     EXPECT_EQ(table.back().required_cpu, cpu::c);
-#if defined(__x86_64__)
-    EXPECT_EQ(table.size() > 1, (cpu_mask() & cpu::level_sse) == cpu::level_sse);
+    EXPECT_EQ(built_in_level(), built_in);
+    EXPECT_EQ(table.size() > 1, built_in != cpu::c && (cpu_mask() & built_in) == built_in);
+#if defined(__aarch64__)
+    EXPECT_EQ(table.front().required_cpu, cpu::level_neon) << "every such processor has it";
 #endif
 }
 

@@ -9,11 +9,15 @@
 
 namespace img_pipe {
 
+// A mask of what a processor has. A bit means one thing on every processor: those below `neon` are x86-64's, `neon` is
+// 64-bit ARM's, every one of which has it.
 namespace cpu {
 constexpr std::uint32_t c = 0x1, ssse3 = 0x2, sse41 = 0x4, sse42 = 0x8, avx = 0x10, avx2 = 0x20, fma = 0x40;
 constexpr std::uint32_t avx512f = 0x100, avx512cd = 0x200, avx512bw = 0x400, avx512dq = 0x800, avx512vl = 0x1000;
-constexpr std::uint32_t level_sse = c | ssse3 | sse41 | sse42; // what the built-in vector module needs
+constexpr std::uint32_t neon = 0x10000;
+constexpr std::uint32_t level_sse = c | ssse3 | sse41 | sse42; // what the built-in vector module of x86-64 needs
 constexpr std::uint32_t level_avx2 = level_sse | avx | avx2;   // what the loadable one needs
+constexpr std::uint32_t level_neon = c | neon;                 // what the built-in vector module of 64-bit ARM needs
 } // namespace cpu
 
 // One run of a kernel over a strip of lines. `dst` and `src` are views of the strip alone; in place both are the same.

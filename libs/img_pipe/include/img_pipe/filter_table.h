@@ -10,6 +10,7 @@ namespace img_pipe {
 
 std::uint32_t cpu_mask(); // of this processor and operating system; computed once, thread-safe
 std::string_view cpu_level_name(std::uint32_t mask);
+std::uint32_t built_in_level(); // mask of the best kernels that need no module: SSE4's, NEON's, or the plain level's
 
 using filter_table = std::vector<filter_module>; // best first
 

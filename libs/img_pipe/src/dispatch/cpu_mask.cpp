@@ -30,6 +30,8 @@ std::uint32_t detect() {
     if ((b & bit_AVX512BW) != 0) mask |= cpu::avx512bw;
     if ((b & bit_AVX512DQ) != 0) mask |= cpu::avx512dq;
     if ((b & bit_AVX512VL) != 0) mask |= cpu::avx512vl;
+#elif defined(__aarch64__)
+    mask |= cpu::neon;
 #endif
     return mask;
 }
@@ -47,6 +49,7 @@ std::string_view cpu_level_name(std::uint32_t mask) {
     if ((mask & cpu::avx) != 0) return "AVX";
     if ((mask & cpu::sse41) != 0) return "SSE4.1";
     if ((mask & cpu::ssse3) != 0) return "SSSE3";
+    if ((mask & cpu::neon) != 0) return "NEON";
     return (mask & cpu::c) != 0 ? "plain" : "Unspecified";
 }
 

@@ -66,6 +66,11 @@ std::string default_filter_library() {
     return folder_of_this_library() + "/orv-gentl-driver-gigevision-imgfilter_avx2.so";
 }
 
+std::uint32_t built_in_level() {
+    const filter_module* vectors = vector_module();
+    return vectors == nullptr ? cpu::c : vectors->required_cpu;
+}
+
 filter_table get_filter_table(std::uint32_t mask) {
     // No once_flag: who waited for it would wait for the loader's lock. Two that come first both try, and one is kept.
     static std::atomic<bool> tried{false};
@@ -81,9 +86,7 @@ filter_table get_filter_table(std::uint32_t mask) {
     }
     filter_table table;
     for (const filter_module_getter getter : getters) add(table, mask, getter());
-#if defined(__x86_64__)
-    add(table, mask, sse_module());
-#endif
+    add(table, mask, vector_module());
     add(table, mask, plain_module());
     return table;
 }

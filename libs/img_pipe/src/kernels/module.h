@@ -1,4 +1,5 @@
-// The parts that make up a module, one set per level. A level is a namespace: `plain`, or Highway's N_SSE4 and N_AVX2.
+// The parts that make up a module, one set per level. A level is a namespace: `plain`, or Highway's N_SSE4, N_AVX2
+// and N_NEON.
 // Each part answers lookups of its slots, and null for pairs it has no kernel for.
 #pragma once
 #include <img_pipe/filter_module.h>
@@ -22,5 +23,5 @@ namespace plain {
 IMG_PIPE_LOOKUPS
 }
 const filter_module* plain_module();
-const filter_module* sse_module();
+const filter_module* vector_module(); // the one that is built in; null for a processor that has none
 } // namespace img_pipe

@@ -1,5 +1,6 @@
 #include "transform_state.h"
 
+#include <img_pipe/filter_table.h>
 #include <img_pipe/profiler.h>
 
 #include <algorithm>
@@ -87,7 +88,7 @@ std::uint32_t optimization_mask(std::int64_t level) {
     case 1:
         return cpu::c;
     case 2:
-        return cpu::level_sse;
+        return built_in_level();
     case 3:
         return cpu_mask();
     default:

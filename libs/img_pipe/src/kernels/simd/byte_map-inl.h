@@ -9,21 +9,6 @@ namespace HWY_NAMESPACE {
 namespace {
 
 using words_tag = hn::RepartitionToWide<bytes_tag>;
-using vec_words = hn::Vec<words_tag>;
-
-#if HWY_TARGET == HWY_AVX2
-// `b` where the highest bit of `mask` is set, else `a`.
-HWY_INLINE vec_bytes by_top_bit(vec_bytes mask, vec_bytes b, vec_bytes a) {
-    return {_mm256_blendv_epi8(a.raw, b.raw, mask.raw)};
-}
-// Sums of two products of unsigned and signed bytes.
-HWY_INLINE vec_words pair_products(vec_bytes a, vec_bytes b) { return {_mm256_maddubs_epi16(a.raw, b.raw)}; }
-#else
-HWY_INLINE vec_bytes by_top_bit(vec_bytes mask, vec_bytes b, vec_bytes a) {
-    return vec_bytes{_mm_blendv_epi8(a.raw, b.raw, mask.raw)};
-}
-HWY_INLINE vec_words pair_products(vec_bytes a, vec_bytes b) { return vec_words{_mm_maddubs_epi16(a.raw, b.raw)}; }
-#endif
 
 // A curve in registers.
 template <int exact_count>
@@ -51,20 +36,10 @@ struct curve_vectors {
         const auto piece =
             hn::And(hn::BitCast(tag, hn::ShiftRight<3>(hn::BitCast(wide, v))), hn::Set(tag, std::uint8_t{31}));
         const auto within = hn::And(v, hn::Set(tag, std::uint8_t{7}));
-        const auto of_piece = [&](const vec_bytes* parts) HWY_ATTR {
-            return by_top_bit(v, hn::TableLookupBytes(parts[1], piece), hn::TableLookupBytes(parts[0], piece));
-        };
         const auto bit = hn::TableLookupBytes(hn::LoadDup128(tag, bits), within);
-        const auto lifted = hn::VecFromMask(tag, hn::Eq(hn::And(of_piece(above), bit), bit));
-        // 256 times what even and odd bytes rise by within their piece: the whole part is the upper byte.
-        const auto place = hn::ShiftLeft<4>(hn::BitCast(wide, within));
-        const auto rise = of_piece(slope);
-        const auto rise_by = [&](std::uint16_t which) HWY_ATTR {
-            return pair_products(rise, hn::BitCast(tag, hn::And(place, hn::Set(wide, which))));
-        };
-        const auto risen =
-            hn::OddEven(hn::BitCast(tag, rise_by(0xFF00)), hn::BitCast(tag, hn::ShiftRight<8>(rise_by(0x00FF))));
-        auto out = hn::SaturatedAdd(hn::Sub(of_piece(base), lifted), risen);
+        const auto lifted = hn::VecFromMask(tag, hn::Eq(hn::And(look_up_32(above, piece, v), bit), bit));
+        auto out = hn::SaturatedAdd(hn::Sub(look_up_32(base, piece, v), lifted),
+                                    rise_within(look_up_32(slope, piece, v), within));
         for (int i = 0; i < exact_count; ++i)
             out = hn::IfThenElse(hn::Eq(piece, exact_at[i]), hn::TableLookupBytes(exact[i], within), out);
         return out;

@@ -3,6 +3,7 @@
 #pragma once
 #include "../plain/colour_rows.h"
 #include "correct_rows-inl.h"
+#include "level_ops-inl.h"
 #include "sample_rows-inl.h"
 
 #include <hwy/highway.h>
@@ -24,21 +25,6 @@ HWY_INLINE v16i upper_half(v8 v) { return hn::BitCast(d16i(), hn::InterleaveUppe
 // As the high halves: the value times 256.
 HWY_INLINE v16i lower_high(v8 v) { return hn::BitCast(d16i(), hn::InterleaveLower(d8(), hn::Zero(d8()), v)); }
 HWY_INLINE v16i upper_high(v8 v) { return hn::BitCast(d16i(), hn::InterleaveUpper(d8(), hn::Zero(d8()), v)); }
-
-// Signed 16 bits to bytes, clamped.
-HWY_INLINE v8 pack_bytes(v16i lower, v16i upper) {
-#if HWY_TARGET == HWY_AVX2
-    return v8{_mm256_packus_epi16(lower.raw, upper.raw)};
-#else
-    return v8{_mm_packus_epi16(lower.raw, upper.raw)};
-#endif
-}
-
-// a * b of each lane, summed over the two lanes of a 32-bit one.
-HWY_INLINE hn::Vec<d32i> pair_sums(v16i a, v16i b) {
-    auto rest = hn::Zero(d32i());
-    return hn::ReorderWidenMulAccumulate(d32i(), a, b, hn::Zero(d32i()), rest);
-}
 
 // Both 16-bit factors of the pair (b, g) or (r, 1).
 HWY_INLINE v16i factors(std::int32_t low, std::int32_t high) {

@@ -1,11 +1,11 @@
 // Per-sample correction of a line in the 16-bit form, a vector at a time.
 #pragma once
 #include "../plain/correct_rows.h"
+#include "level_ops-inl.h"
 #include "power_curve-inl.h"
 
 #include <hwy/highway.h>
 
-#include <cstring>
 #include <type_traits>
 
 HWY_BEFORE_NAMESPACE();
@@ -14,17 +14,6 @@ namespace HWY_NAMESPACE {
 namespace {
 
 namespace hn = hwy::HWY_NAMESPACE;
-
-// To the nearest of 0 to 65535, half to even, within each block of 128 bits. Below 2^31.
-template <class V>
-HWY_INLINE hn::Vec<hn::ScalableTag<std::uint16_t>> pack_nearest(V low, V high) {
-#if HWY_TARGET == HWY_AVX2
-    return {_mm256_packus_epi32(_mm256_cvtps_epi32(low.raw), _mm256_cvtps_epi32(high.raw))};
-#else
-    return hn::Vec<hn::ScalableTag<std::uint16_t>>{
-        _mm_packus_epi32(_mm_cvtps_epi32(low.raw), _mm_cvtps_epi32(high.raw))};
-#endif
-}
 
 struct no_power {
     explicit HWY_INLINE no_power(const power_curve*) {}
@@ -158,28 +147,9 @@ HWY_ATTR std::int32_t correct_vectors(const sample_params& p, std::int32_t y, st
     return last + n;
 }
 
-// Four places of a table, read at once.
-HWY_INLINE std::uint64_t four_places(const std::uint16_t* places) {
-    std::uint64_t four = 0;
-    std::memcpy(&four, places, sizeof(four));
-    return four;
-}
-
-// What is found goes into vectors without a detour.
 [[maybe_unused]] HWY_ATTR void look_up_words_v(const std::uint16_t* table, std::int32_t width, std::uint16_t* line) {
     std::int32_t x = 0;
-    for (; x + 8 <= width; x += 8) {
-        const std::uint64_t a = four_places(line + x), b = four_places(line + x + 4);
-        auto v = _mm_cvtsi32_si128(table[a & 0xFFFF]);
-        v = _mm_insert_epi16(v, table[a >> 16 & 0xFFFF], 1);
-        v = _mm_insert_epi16(v, table[a >> 32 & 0xFFFF], 2);
-        v = _mm_insert_epi16(v, table[a >> 48], 3);
-        v = _mm_insert_epi16(v, table[b & 0xFFFF], 4);
-        v = _mm_insert_epi16(v, table[b >> 16 & 0xFFFF], 5);
-        v = _mm_insert_epi16(v, table[b >> 32 & 0xFFFF], 6);
-        v = _mm_insert_epi16(v, table[b >> 48], 7);
-        std::memcpy(line + x, &v, sizeof(v));
-    }
+    for (; x + 8 <= width; x += 8) look_up_eight(table, line + x, line + x);
     for (; x < width; ++x) line[x] = table[line[x]];
 }
 

@@ -347,7 +347,7 @@ HWY_ATTR void green_and_pixels_v(const green_step<T>& below, const mosaic_lines<
 }
 
 // Once all lines are written: what went past the caches is there for other threads too.
-[[maybe_unused]] HWY_ATTR void finish_v() { _mm_sfence(); }
+[[maybe_unused]] HWY_ATTR void finish_v() { hwy::FlushStream(); }
 
 [[maybe_unused]] HWY_ATTR void gamma_words_v(const power_curve* curve, const std::uint16_t* table, std::int32_t x,
                                              std::int32_t n, std::uint16_t* line) {

@@ -29,6 +29,8 @@ extern const filter_module module_record;
 constexpr filter_module module_record {
 #if HWY_TARGET == HWY_AVX2
     cpu::level_avx2,
+#elif HWY_TARGET == HWY_NEON
+    cpu::level_neon,
 #else
     cpu::level_sse,
 #endif
@@ -61,7 +63,7 @@ const filter_module* get_module() { return &HWY_NAMESPACE::module_record; }
 extern "C" __attribute__((visibility("default"))) filter_module_getter pixkit_img_filter_get_function_address();
 extern "C" filter_module_getter pixkit_img_filter_get_function_address() { return &get_module; }
 #else
-const filter_module* sse_module() { return &HWY_NAMESPACE::module_record; }
+const filter_module* vector_module() { return &HWY_NAMESPACE::module_record; }
 #endif
 
 } // namespace img_pipe

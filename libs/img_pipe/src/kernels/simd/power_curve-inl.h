@@ -1,5 +1,7 @@
 // The arithmetic of a power curve on a vector of 16-bit samples: bit-equal to the plain one.
 #pragma once
+#include "level_ops-inl.h"
+
 #include <img_pipe/kernel_params.h>
 
 #include <hwy/highway.h>
@@ -10,19 +12,6 @@ namespace HWY_NAMESPACE {
 namespace {
 
 namespace hn = hwy::HWY_NAMESPACE;
-
-#if HWY_TARGET == HWY_AVX2
-// `v` where `with` is above 0, 0 where it is 0; `with` has no sign bit.
-HWY_INLINE hn::Vec<hn::ScalableTag<std::uint16_t>> unless_zero(hn::Vec<hn::ScalableTag<std::uint16_t>> v,
-                                                               hn::Vec<hn::ScalableTag<std::uint16_t>> with) {
-    return {_mm256_sign_epi16(v.raw, with.raw)};
-}
-#else
-HWY_INLINE hn::Vec<hn::ScalableTag<std::uint16_t>> unless_zero(hn::Vec<hn::ScalableTag<std::uint16_t>> v,
-                                                               hn::Vec<hn::ScalableTag<std::uint16_t>> with) {
-    return hn::Vec<hn::ScalableTag<std::uint16_t>>{_mm_sign_epi16(v.raw, with.raw)};
-}
-#endif
 
 // A curve in registers.
 template <bool rising>

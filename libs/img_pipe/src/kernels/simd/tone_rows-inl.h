@@ -58,22 +58,10 @@ namespace {
     index_words(c, x, width, index);
 }
 
-// As the plain look_up, but four places are read at once, and what is found goes into vectors without a detour.
 [[maybe_unused]] HWY_ATTR void look_up_v(const std::uint8_t* table, const std::uint16_t* places, std::int32_t n,
                                          std::uint8_t* out) {
     std::int32_t x = 0;
-    for (; x + 8 <= n; x += 8) {
-        const std::uint64_t a = four_places(places + x), b = four_places(places + x + 4);
-        auto v = _mm_cvtsi32_si128(table[a & 0xFFFF]);
-        v = _mm_insert_epi8(v, table[a >> 16 & 0xFFFF], 1);
-        v = _mm_insert_epi8(v, table[a >> 32 & 0xFFFF], 2);
-        v = _mm_insert_epi8(v, table[a >> 48], 3);
-        v = _mm_insert_epi8(v, table[b & 0xFFFF], 4);
-        v = _mm_insert_epi8(v, table[b >> 16 & 0xFFFF], 5);
-        v = _mm_insert_epi8(v, table[b >> 32 & 0xFFFF], 6);
-        v = _mm_insert_epi8(v, table[b >> 48], 7);
-        std::memcpy(out + x, &v, 8);
-    }
+    for (; x + 8 <= n; x += 8) look_up_eight(table, places + x, out + x);
     look_up(table, places + x, n - x, out + x);
 }
 
