@@ -77,7 +77,7 @@ TEST(CameraNodes, ASelectorGoesBackAfterASilence) {
 }
 
 TEST(CameraNodes, AReadOnlyFeatureIsReadAndWaitedFor) {
-    std::string text{document};
+    std::string text{camera_document};
     text.replace(text.rfind("RW"), 2, "RO");
     small_camera camera;
     const auto nodes = camera_nodes::create(text, camera, false);
