@@ -198,13 +198,26 @@ void report(const task& what, int width, int height, int threads, const options&
 
 int main(int argc, char** argv) {
     options o;
-    for (int i = 1; i + 1 < argc; i += 2) {
+    for (int i = 1; i < argc; i += 2) {
         const std::string_view name = argv[i];
-        if (name == "--only") o.only = argv[i + 1];
-        if (name == "--mpixel") o.mpixel = std::atof(argv[i + 1]);
-        if (name == "--threads") o.threads = std::atoi(argv[i + 1]);
-        if (name == "--busy") o.busy = true;
-        if (name == "--rounds") o.rounds = static_cast<std::size_t>(std::max(1, std::atoi(argv[i + 1])));
+        const char* const value = i + 1 < argc ? argv[i + 1] : nullptr;
+        if (value != nullptr && name == "--only")
+            o.only = value;
+        else if (value != nullptr && name == "--mpixel")
+            o.mpixel = std::atof(value);
+        else if (value != nullptr && name == "--threads")
+            o.threads = std::atoi(value);
+        else if (value != nullptr && name == "--busy")
+            o.busy = true;
+        else if (value != nullptr && name == "--rounds")
+            o.rounds = static_cast<std::size_t>(std::max(1, std::atoi(value)));
+        else {
+            std::fputs(
+                "usage: bench_img_pipe [--only TEXT] [--mpixel 0.3|5|12] [--threads 1|2] [--rounds N] [--busy 1]\n"
+                "  --busy  processor time and the fastest round, for a machine with other work; one thread\n",
+                name == "--help" ? stdout : stderr);
+            return name == "--help" ? 0 : 2;
+        }
     }
 #ifdef ORV_AVX2_MODULE
     if (load_filter_library(ORV_AVX2_MODULE, 0) != load_result::loaded)

@@ -14,13 +14,13 @@ namespace {
 
 constexpr double wanted = 102.0 / 255;
 
-void expose(bench& b, double us) {
+void expose(steered_camera& b, double us) {
     camera_values v;
     v.exposure = us;
     b.set(v);
 }
 
-void enable(bench& b, std::initializer_list<block::offset> flags) {
+void enable(steered_camera& b, std::initializer_list<block::offset> flags) {
     for (const block::offset at : flags) b.settings.set_flag(at, true);
 }
 
@@ -29,7 +29,7 @@ struct trip {
     double overshoot = 0; // of the wanted brightness
     double least = 1e9, most = 0;
 };
-trip follow(bench& b, int passes, bool rising) {
+trip follow(steered_camera& b, int passes, bool rising) {
     trip seen;
     for (int i = 0; i < passes; ++i) {
         b.run(1);
@@ -41,7 +41,7 @@ trip follow(bench& b, int passes, bool rising) {
     return seen;
 }
 
-void expect_reached(bench& b, const std::string& where) {
+void expect_reached(steered_camera& b, const std::string& where) {
     EXPECT_NEAR(b.brightness / wanted, 1, 0.05) << where;
     const int commands = b.commands;
     b.run(12);
@@ -62,7 +62,7 @@ TEST(AutoLoops, ReachTheWantedBrightnessAndStayStill) {
     } const rows[] = {{"exposure", block::auto_exposure}, {"gain", block::auto_gain}, {"iris", block::auto_iris}};
     for (const auto& row : rows)
         for (const double off : {1.0 / 16, 0.25, 0.6, 1.7, 4.0, 16.0}) {
-            bench b;
+            steered_camera b;
             enable(b, {row.control});
             camera_values start;
             start.gain = row.control == block::auto_gain ? 12 : 0;
@@ -84,7 +84,7 @@ TEST(AutoLoops, ReachTheWantedBrightnessAndStayStill) {
 }
 
 TEST(AutoLoops, SeparateIrisMovesLast) {
-    bench b;
+    steered_camera b;
     enable(b, {block::auto_exposure, block::auto_iris, block::iris_separate});
     b.settings.store(block::exposure_min, 4000.0F);
     camera_values v;
@@ -107,12 +107,12 @@ TEST(AutoLoops, SeparateIrisMovesLast) {
 // worse. At rates where the passes' light turns within a dozen of them it does not move at all.
 TEST(AutoLoops, FlickerIsNotPumped) {
     for (const double rate : {17.0, 30.0, 29.3, 60.0, 97.0, 130.2, 340.0}) {
-        bench steered, fixed;
+        steered_camera steered, fixed;
         enable(steered, {block::auto_exposure});
         enable(fixed, {block::auto_exposure});
         double variation[2] = {}, swing[2] = {};
         int i = 0;
-        for (bench* b : {&steered, &fixed}) {
+        for (steered_camera* b : {&steered, &fixed}) {
             b->rate = rate;
             b->flicker = 0.3;
             camera_values v;
@@ -144,7 +144,7 @@ TEST(AutoLoops, FlickerIsNotPumped) {
 }
 
 TEST(AutoLoops, RegionAloneIsMeasured) {
-    bench b;
+    steered_camera b;
     enable(b, {block::auto_exposure, block::region_set});
     b.settings.store(block::region_left, std::int64_t{width / 2 + 1});
     b.settings.store(block::region_width, std::int64_t{100000});
@@ -160,7 +160,7 @@ TEST(AutoLoops, RegionAloneIsMeasured) {
 // The wanted brightness is the consumer's: with gamma the loop takes as many passes, and ends there.
 TEST(AutoLoops, GammaOfTheTransformIsSeen) {
     for (const float gamma : {0.45F, 2.2F, 6.0F}) {
-        bench b;
+        steered_camera b;
         enable(b, {block::auto_exposure});
         b.settings.store(block::gamma, gamma);
         b.settings.store(block::exposure_reference, std::uint32_t{128});
@@ -177,7 +177,7 @@ TEST(AutoLoops, GammaOfTheTransformIsSeen) {
 namespace {
 
 // Grey patches under a tinted light.
-void tint(bench& b, double red, double blue) {
+void tint(steered_camera& b, double red, double blue) {
     b.change_scene([=](int x, int y, int colour) {
         const double grey = 0.25 + 0.5 * ((x / 16 + y / 16) % 4) / 4.0;
         return grey * (colour == 0 ? red : colour == 2 ? blue : 1.0);
@@ -185,7 +185,7 @@ void tint(bench& b, double red, double blue) {
 }
 
 // How far a channel's mean is from that of all; `gain` is what the consumer's side applies.
-double worst_channel(bench& b, const double (&gain)[3] = {1, 1, 1}) {
+double worst_channel(steered_camera& b, const double (&gain)[3] = {1, 1, 1}) {
     (void)b.frame();
     const img_descriptor v = b.picture();
     double sum[3] = {};
@@ -211,7 +211,7 @@ TEST(AutoLoops, WhiteBalanceOnceEndsGrey) {
     } const rows[] = {{0.6, 0.9}, {0.8, 0.5}, {1.3, 0.7}, {1, 1}};
     for (const std::uint32_t format : {fcc("RGGB"), fcc("RGf0")})
         for (const auto& [red, blue] : rows) {
-            bench b;
+            steered_camera b;
             b.format = format;
             tint(b, red, blue);
             enable(b, {block::white_balance_once});
@@ -236,7 +236,7 @@ TEST(AutoLoops, WhiteBalanceOnceEndsGrey) {
 
 // The gains are applied to the samples where the camera has none.
 TEST(AutoLoops, WhiteBalanceInSoftware) {
-    bench b;
+    steered_camera b;
     b.balances = false;
     tint(b, 0.6, 0.9);
     enable(b, {block::white_balance_once, block::balance_in_software});
@@ -258,7 +258,7 @@ TEST(AutoLoops, ColourTemperatureFindsItsRow) {
     }
     for (const std::int32_t kelvin : {3000, 4200, 6500, 9000})
         for (const bool once : {true, false}) {
-            bench b;
+            steered_camera b;
             const float(&row)[3] = table.gain[(kelvin - 2500) / 100];
             tint(b, 1 / static_cast<double>(row[0]), 1 / static_cast<double>(row[2]));
             b.table = &table;
@@ -293,7 +293,7 @@ TEST(AutoFocus, FindsTheSharpestPosition) {
                       {0, 65535, 16, 40000, 100}, {10, 14, 1, 12, 10}, {1000, 0, 1, 640, 60},  {5, 5, 1, 5, 1}};
     for (const auto& row : rows)
         for (const std::uint32_t format : {fcc("RGGB"), fcc("RG16")}) {
-            bench b;
+            steered_camera b;
             b.format = format;
             b.change_scene(&texture);
             b.best_focus = row.best;
@@ -330,7 +330,7 @@ TEST(AutoFocus, FindsTheSharpestPosition) {
 TEST(AutoFocus, RegionOrMiddleDecides) {
     // Nothing but the right edge of the image has texture.
     for (const bool region : {true, false}) {
-        bench b;
+        steered_camera b;
         b.change_scene([](int x, int y, int c) { return x > width - 100 ? texture(x, y, c) : 0.4; });
         b.best_focus = 300;
         b.blur_per_unit = 0.06;
@@ -476,7 +476,7 @@ TEST(AutoPass, AnyBlockGivesBoundedResults) {
                          -3e38F,
                          1,
                          4e9F};
-    bench b;
+    steered_camera b;
     camera_values v;
     b.set(v);
     (void)b.frame();
@@ -523,7 +523,7 @@ TEST(AutoPass, AnyBlockGivesBoundedResults) {
 }
 
 TEST(AutoPass, NeutralBlockAsksForNothing) {
-    bench b;
+    steered_camera b;
     EXPECT_FALSE(auto_function_is_on(b.settings));
     EXPECT_FALSE(transform_is_on(b.settings));
     for (const auto at : {block::auto_exposure, block::auto_gain, block::auto_iris, block::auto_white_balance,

@@ -30,9 +30,9 @@ struct camera_values {
     std::int64_t focus = 0;
 };
 
-class bench final : public IAutoValuesSender {
+class steered_camera final : public IAutoValuesSender {
 public:
-    bench() {
+    steered_camera() {
         settings.set_neutral();
         settings.store(block::frame_rate, rate);
         settings.store(block::exposure_min, 10.0F);
