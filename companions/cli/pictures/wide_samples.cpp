@@ -10,7 +10,6 @@ namespace cli {
 
 namespace {
 
-using gige::picture_format;
 using gige::sample_packing;
 
 // `count` bits, up to 16, from bit `first` on, the lowest bit of a byte first.
@@ -38,7 +37,7 @@ unsigned widened(unsigned value, unsigned bits) {
     return bits > 8 ? value << (16 - bits) : (value * 65535 + top / 2) / top;
 }
 
-unsigned sample(const picture_format& format, std::span<const std::byte> data, size_t i) {
+unsigned sample(const gige::picture_format& format, std::span<const std::byte> data, size_t i) {
     if (format.packing == sample_packing::rgb565) {
         const field& part = rgb565[i % 3];
         return widened(bits_at(data, i / 3 * 16 + part.place, part.bits), part.bits);
@@ -62,7 +61,7 @@ uint32_t wide_format(uint32_t pfnc) {
 }
 
 void wide_samples(uint32_t pfnc, std::span<const std::byte> data, size_t pixels, std::vector<std::byte>& out) {
-    const picture_format format = gige::find_picture_format(pfnc);
+    const gige::picture_format format = gige::find_picture_format(pfnc);
     const size_t each = format.samples.size() / format.pixels; // samples of a pixel
     const auto put = [&](size_t i, unsigned value) {
         out[2 * i] = static_cast<std::byte>(value);

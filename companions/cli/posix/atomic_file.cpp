@@ -23,19 +23,19 @@ failure cannot_write(const fs::path& path, int error) {
 
 // 0, or errno. Closing reports what a remote disk found out late.
 int write_whole(const char* path, int flags, std::span<const std::byte> data) {
-    const int file = open(path, flags | O_WRONLY | O_CLOEXEC, 0666);
+    const int file = ::open(path, flags | O_WRONLY | O_CLOEXEC, 0666);
     if (file < 0) return errno;
     while (!data.empty()) {
-        const ssize_t written = write(file, data.data(), data.size());
+        const ssize_t written = ::write(file, data.data(), data.size());
         if (written < 0 && errno == EINTR) continue;
         if (written <= 0) {
             const int error = written < 0 ? errno : EIO;
-            close(file);
+            ::close(file);
             return error;
         }
         data = data.subspan(static_cast<size_t>(written));
     }
-    return close(file) == 0 ? 0 : errno;
+    return ::close(file) == 0 ? 0 : errno;
 }
 
 } // namespace
@@ -54,7 +54,7 @@ void write_file(const fs::path& path, std::span<const std::byte> data) {
     int error = write_whole(draft.c_str(), O_CREAT | O_TRUNC, data);
     if (error == 0 && std::rename(draft.c_str(), target.c_str()) != 0) error = errno;
     if (error == 0) return;
-    unlink(draft.c_str());
+    ::unlink(draft.c_str());
     throw cannot_write(path, error);
 }
 

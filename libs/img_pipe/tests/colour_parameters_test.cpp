@@ -15,17 +15,17 @@ namespace {
 using colour = std::array<double, 3>; // R, G, B of 0 to 1
 
 // Letters of the samples of a cell, line by line, a text for each plane; g is the green beside blue.
-struct layout {
+struct cell_layout {
     const char (&id)[5];
     int bytes;
     std::vector<std::string_view> cells;
     std::size_t lines = 1;
 };
-const layout mosaics[] = {{"BA81", 1, {"BgGR"}, 2}, {"GBRG", 1, {"gBRG"}, 2}, {"GRBG", 1, {"GRBg"}, 2},
-                          {"RGGB", 1, {"RGgB"}, 2}, {"BG16", 2, {"BgGR"}, 2}, {"GB16", 2, {"gBRG"}, 2},
-                          {"BA16", 2, {"GRBg"}, 2}, {"RG16", 2, {"RGgB"}, 2}};
-const layout grey{"Y800", 1, {"Y"}}, bgr4{"BGR4", 1, {"BGRA"}}, rgb6{"RGB6", 2, {"BGRA"}}, yuy2{"YUY2", 1, {"YUYV"}},
-    i420{"I420", 1, {"Y", "U", "V"}};
+const cell_layout mosaics[] = {{"BA81", 1, {"BgGR"}, 2}, {"GBRG", 1, {"gBRG"}, 2}, {"GRBG", 1, {"GRBg"}, 2},
+                               {"RGGB", 1, {"RGgB"}, 2}, {"BG16", 2, {"BgGR"}, 2}, {"GB16", 2, {"gBRG"}, 2},
+                               {"BA16", 2, {"GRBg"}, 2}, {"RG16", 2, {"RGgB"}, 2}};
+const cell_layout grey{"Y800", 1, {"Y"}}, bgr4{"BGR4", 1, {"BGRA"}}, rgb6{"RGB6", 2, {"BGRA"}},
+    yuy2{"YUY2", 1, {"YUYV"}}, i420{"I420", 1, {"Y", "U", "V"}};
 
 colour to_ycc(const colour& c) {
     const double y = 0.299 * c[0] + 0.587 * c[1] + 0.114 * c[2];
@@ -68,7 +68,7 @@ double stored(char letter, colour c, transform_params p, bool from_luma) {
 }
 
 template <class Visit>
-void each_sample(const layout& f, const img_descriptor& view, const Visit& visit) {
+void each_sample(const cell_layout& f, const img_descriptor& view, const Visit& visit) {
     const format_description d(view.format);
     for (std::int32_t i = 0; const std::string_view cell : f.cells) {
         const auto across = static_cast<std::int32_t>(cell.size() / f.lines),
@@ -82,7 +82,7 @@ void each_sample(const layout& f, const img_descriptor& view, const Visit& visit
 }
 
 // Brings the colour into the image; returns it as the image's bytes hold it.
-colour paint(const layout& f, const image& to, const colour& c) {
+colour paint(const cell_layout& f, const image& to, const colour& c) {
     const double full = f.bytes == 1 ? 255 : 65535;
     colour ycc{};
     each_sample(f, to.view, [&](char letter, std::uint8_t* at) {
@@ -119,7 +119,7 @@ const std::vector<transform_params> settings{
 
 using pipe_set = std::map<std::pair<std::uint32_t, std::size_t>, transform_pipe>; // by level and setting: gamma is dear
 
-void check(const layout& from, const layout& to, pipe_set& pipes) {
+void check(const cell_layout& from, const cell_layout& to, pipe_set& pipes) {
     const bool in_place = fcc(from.id) == fcc(to.id), repacked = std::string_view{to.id}.starts_with("RAW");
     const double full = to.bytes == 1 ? 255 : 65535;
     // Bytes are rounded before saturation makes four times as much of them, but those of chroma that stay it.
@@ -157,8 +157,8 @@ void check(const layout& from, const layout& to, pipe_set& pipes) {
 TEST(ColourParameters, AreTheirFormulas) {
     pipe_set pipes;
     for (std::size_t i = 0; i < std::size(mosaics); ++i) {
-        const layout &mosaic = mosaics[i], raw{mosaic.bytes == 1 ? "RAW1" : "RAW2", mosaic.bytes, mosaic.cells, 2};
-        for (const layout* to : {&mosaic, &raw, &bgr4, &i420, &grey}) check(mosaic, *to, pipes);
+        const cell_layout &mosaic = mosaics[i], raw{mosaic.bytes == 1 ? "RAW1" : "RAW2", mosaic.bytes, mosaic.cells, 2};
+        for (const cell_layout* to : {&mosaic, &raw, &bgr4, &i420, &grey}) check(mosaic, *to, pipes);
         if (mosaic.bytes == 2) check(mosaic, rgb6, pipes);
     }
     for (const auto& [from, to] :
