@@ -6,7 +6,7 @@ set -euo pipefail
 command -v qemu-x86_64 >/dev/null || { echo "no qemu-x86_64"; exit 77; }
 while read -r processor level; do
     echo "== $processor: $level"
-    qemu-x86_64 -cpu "$processor" -E ORV_CPU_LEVEL="$level" "$1" --gtest_brief=1 \
+    qemu-x86_64 -cpu "$processor" -E ORV_CPU_LEVEL="$level",ORV_EMULATED=1 "$1" --gtest_brief=1 \
         --gtest_filter='Dispatch.*:Sweep.*:DemosaicReference.*'
 done <<'LIST'
 Conroe SSSE3

@@ -28,7 +28,7 @@ std::span<const size> sizes_here() {
 #if defined(__SANITIZE_THREAD__)
     return std::span{sizes}.last(1);
 #else
-    return std::getenv("ORV_CPU_LEVEL") != nullptr ? std::span{sizes}.first(8) : std::span{sizes};
+    return std::getenv("ORV_EMULATED") != nullptr ? std::span{sizes}.first(8) : std::span{sizes};
 #endif
 }
 // One alone; where the image is high enough for strips, three as well.
