@@ -18,8 +18,8 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   target_compile_options(orv_build_options INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wno-deprecated-declarations>)
 endif()
 
-# Sources compiled together (the presets asan, tsan and fuzz: two thirds of the time) see each other's names; what these
-# warnings are for is found where each is compiled alone.
+# Sources compiled together (CONTRIBUTING.md says where and why) see each other's names; what these warnings are for is
+# found where each is compiled alone.
 if(CMAKE_UNITY_BUILD)
   target_compile_options(orv_build_options INTERFACE -Wno-shadow
     $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CXX_COMPILER_ID:GNU>>:-Wno-subobject-linkage>)

@@ -76,6 +76,13 @@ TEST_F(ProgramOutput, WhatIsWrongWithOptionsAndFiles) {
     }
 }
 
+// A full disk under the log, a terminal that is gone: the exit code still tells what is the matter.
+TEST_F(ProgramOutput, ErrorOutputThatTakesNothing) {
+    const std::string service = built::program("orv-gentl-gev-service") + " --no-networks --log-level 6";
+    EXPECT_EQ(run("(" + service + " --group no-such-group 2>/dev/full)").first, 1);
+    EXPECT_EQ(run("(" + built::program("orv-gev-camera-sim") + " --address nowhere 2>/dev/full)").first, 2);
+}
+
 TEST_F(ProgramOutput, WhatIsSearchedFoundOpenedAndLost) {
     own.start_camera();
     own.start_logged_service();

@@ -79,17 +79,12 @@ void read_trailers(int handle, const stream_shape& shape, const std::function<vo
 } // namespace
 
 arrivals frames_by_bare_reads(const place& where, const stream_shape& shape, bool handed_over) {
-    auto socket = gige::udp_socket::open({where.consumer, 0});
-    if (!socket) fail("no stream socket");
-    const int handle = socket->native();
-    const int bytes = socket_buffer;
-    if (::setsockopt(handle, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) != 0) {
-        ::setsockopt(handle, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
-    }
+    const gige::udp_socket socket = open_stream_socket(where.consumer);
+    const int handle = socket.native();
     const timeval silence{.tv_sec = 1, .tv_usec = 0};
     ::setsockopt(handle, SOL_SOCKET, SO_RCVTIMEO, &silence, sizeof silence);
     camera_control camera{where.camera, where.consumer};
-    camera.open_stream(socket->local(), shape);
+    camera.open_stream(socket.local(), shape);
     arrivals seen(shape.frames + 1);
     hand_over frames;
     std::jthread reader;

@@ -114,8 +114,9 @@ struct place {
 [[nodiscard]] double wall_seconds();
 [[nodiscard]] uint64_t allocation_count() noexcept;
 
-constexpr int socket_buffer = 10 << 20; // the same for all
-constexpr uint64_t warm_frames = 10;    // before allocations count
+constexpr int socket_buffer = 10 << 20;                               // the same for all
+[[nodiscard]] gige::udp_socket open_stream_socket(uint32_t consumer); // with that buffer; on a free port
+constexpr uint64_t warm_frames = 10;                                  // before allocations count
 
 // The floors: batched reads into a ring of buffers; optionally each datagram's payload is copied to a frame, and a read
 // that did not fill the buffers is followed by a pause.

@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -121,6 +122,16 @@ void camera_control::write(uint32_t address, uint32_t value) {
         fail("the camera refuses register " + std::to_string(address));
     }
     fail("the camera does not answer");
+}
+
+gige::udp_socket open_stream_socket(uint32_t consumer) {
+    auto opened = gige::udp_socket::open({consumer, 0});
+    if (!opened) fail("no stream socket");
+    const int bytes = socket_buffer;
+    if (::setsockopt(opened->native(), SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) != 0) {
+        ::setsockopt(opened->native(), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+    }
+    return std::move(*opened);
 }
 
 void camera_control::open_stream(gige::endpoint destination, const stream_shape& shape) {

@@ -54,18 +54,13 @@ size_t segment_of(msghdr& message, size_t length) {
 
 reception receive_bare(const place& where, const stream_shape& shape, bool copy, bool coalesce,
                        std::chrono::microseconds pause) {
-    auto socket = gige::udp_socket::open({where.consumer, 0});
-    if (!socket) fail("no stream socket");
-    const int handle = socket->native();
-    const int bytes = socket_buffer;
-    if (::setsockopt(handle, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) != 0) {
-        ::setsockopt(handle, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
-    }
+    const gige::udp_socket socket = open_stream_socket(where.consumer);
+    const int handle = socket.native();
     const int on = 1;
     if (coalesce && ::setsockopt(handle, IPPROTO_UDP, UDP_GRO, &on, sizeof on) != 0) fail("no coalesced reception");
     ring reads{coalesce ? 65535 : shape.packet_size + 100};
     camera_control camera{where.camera, where.consumer};
-    camera.open_stream(socket->local(), shape);
+    camera.open_stream(socket.local(), shape);
 
     floor_run run{camera, shape, copy};
     while (!run.done()) {

@@ -24,18 +24,12 @@ constexpr int silence_ms = 1000;
 class stream_socket {
 public:
     stream_socket(uint32_t consumer, const stream_shape& shape)
-        : buffer_size(shape.packet_size + 100),
+        : socket(open_stream_socket(consumer)),
+          buffer_size(shape.packet_size + 100),
           memory(batch * buffer_size),
           vectors(batch),
           messages(batch),
           frames(std::max(frames_in_all / shape.cameras, size_t{2}), shape.payload_size()) {
-        auto opened = gige::udp_socket::open({consumer, 0});
-        if (!opened) fail("no stream socket");
-        socket = std::move(*opened);
-        const int bytes = socket_buffer;
-        if (::setsockopt(socket.native(), SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) != 0) {
-            ::setsockopt(socket.native(), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
-        }
         for (size_t i = 0; i < batch; ++i) {
             vectors[i] = {memory.data() + i * buffer_size, buffer_size};
             messages[i].msg_hdr.msg_iov = &vectors[i];

@@ -20,6 +20,12 @@
 
 namespace {
 
+// To standard error, which may take nothing: that is no reason to end.
+template <class... Values>
+void say(fmt::format_string<Values...> format, Values&&... values) {
+    std::fputs(fmt::format(format, std::forward<Values>(values)...).c_str(), stderr);
+}
+
 struct arguments {
     std::string address = "127.0.0.1";
     std::string pixel_format = "Mono8";
@@ -230,7 +236,7 @@ int run(int argc, char** argv) {
         std::ofstream file{args.firmware_file, std::ios::binary};
         file.write(reinterpret_cast<const char*>(package.data()), static_cast<std::streamsize>(package.size()));
         if (file.flush()) return 0;
-        fmt::print(stderr, "orv-gev-camera-sim: cannot write {}\n", args.firmware_file);
+        say("orv-gev-camera-sim: cannot write {}\n", args.firmware_file);
         return 1;
     }
 
@@ -241,7 +247,7 @@ int run(int argc, char** argv) {
     for (const std::string& text : args.light) {
         const auto light = light_of(text);
         if (!light) {
-            fmt::print(stderr, "orv-gev-camera-sim: {} is not FRAME:LEVEL or FRAME:LEVEL:RED:BLUE\n", text);
+            say("orv-gev-camera-sim: {} is not FRAME:LEVEL or FRAME:LEVEL:RED:BLUE\n", text);
             return 2;
         }
         args.camera.scene.light.push_back(*light);
@@ -256,8 +262,8 @@ int run(int argc, char** argv) {
     const auto first = gige::parse_address(args.address);
     args.camera.pixel_format = camera_sim::pixel_format_value(args.pixel_format);
     if (!first || args.camera.pixel_format == 0) {
-        fmt::print(stderr, "orv-gev-camera-sim: {} is not {}\n", first ? args.pixel_format : args.address,
-                   first ? "a pixel format" : "an IPv4 address");
+        say("orv-gev-camera-sim: {} is not {}\n", first ? args.pixel_format : args.address,
+            first ? "a pixel format" : "an IPv4 address");
         return 2;
     }
     if (args.link_mbit != 0) {
@@ -274,16 +280,16 @@ int run(int argc, char** argv) {
         options.address = *first + i;
         options.faults.seed += i;
         if (i > 0) options.serial += fmt::format("-{}", i + 1);
-        if (!args.quiet) options.log = [](const std::string& line) { fmt::print(stderr, "{}\n", line); };
+        if (!args.quiet) options.log = [](const std::string& line) { say("{}\n", line); };
         if (const auto problem = camera_sim::camera::problem_with(options); !problem.empty()) {
-            fmt::print(stderr, "orv-gev-camera-sim: {}\n", problem);
+            say("orv-gev-camera-sim: {}\n", problem);
             return 2;
         }
         auto started = camera_sim::camera::start(options);
         if (!started) {
             const bool taken = started.error() == std::errc::address_in_use;
-            fmt::print(stderr, "orv-gev-camera-sim: cannot start on {}:{}: {}{}\n", gige::to_string(options.address),
-                       options.port, started.error().message(), taken ? " (is there a camera already?)" : "");
+            say("orv-gev-camera-sim: cannot start on {}:{}: {}{}\n", gige::to_string(options.address), options.port,
+                started.error().message(), taken ? " (is there a camera already?)" : "");
             return 1;
         }
         cameras.push_back(std::move(*started));
@@ -303,7 +309,7 @@ int run(int argc, char** argv) {
     cameras.clear();
     fmt::print("{}", lines);
     if (!args.stats_file.empty() && !(std::ofstream{args.stats_file} << lines << std::flush)) {
-        fmt::print(stderr, "orv-gev-camera-sim: cannot write {}\n", args.stats_file);
+        say("orv-gev-camera-sim: cannot write {}\n", args.stats_file);
         return 1;
     }
     return 0;

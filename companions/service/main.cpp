@@ -44,6 +44,11 @@ struct program_options {
     bool image_features = true;
 };
 
+// On standard error, which may take nothing: that is no reason to end.
+void say(std::string_view text) noexcept {
+    std::fprintf(stderr, "orv-gentl-gev-service: %.*s\n", static_cast<int>(text.size()), text.data());
+}
+
 service::service_core::options core_options(const program_options& given) {
     service::service_core::options options;
     options.discovery.networks = !given.no_networks;
@@ -88,11 +93,11 @@ void tell_of_others(const std::string& own_socket) {
                         "use for the other.",
                         ipc_rpc::to_text(each));
         gds_helper::log::main_logger().warn("{}", text);
-        fmt::print(stderr, "orv-gentl-gev-service: {}\n", text);
+        say(text);
     }
 }
 
-int run(const program_options& given) {
+int serve(const program_options& given) {
     const auto& product = gds_shared::gev_product;
     ipc_rpc::register_error_category(gds_shared::gigecam_error_category(), ipc_rpc::category_id_gigecam);
     ipc_rpc::register_error_category(GenICam::genicam_category(), ipc_rpc::category_id_genicam);
@@ -109,8 +114,7 @@ int run(const program_options& given) {
     gds_shared::log_init(*settings, logging, true);
     apply_log_options();
     // Whatever the level: who asked for the file would look for it in vain.
-    if (const auto& problem = logging.file_problem(); !problem.empty())
-        fmt::print(stderr, "orv-gentl-gev-service: {}\n", problem);
+    if (const auto& problem = logging.file_problem(); !problem.empty()) say(problem);
 
     // Before any thread: they all leave the signals to the wait below.
     const service::termination end;
@@ -161,9 +165,7 @@ int run(const program_options& given) {
     return 0;
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
     CLI::App app{"The local service of orv-gentl-gev: finds GigE Vision cameras and owns their control channels. Runs "
                  "in the foreground; prints 'ready' when consumers may connect; ends with SIGINT, SIGTERM or SIGHUP."};
     program_options given;
@@ -194,10 +196,16 @@ int main(int argc, char** argv) {
         ->check(CLI::Range(50U, 3600000U))
         ->capture_default_str();
     CLI11_PARSE(app, argc, argv);
+    return serve(given);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
     try {
-        return run(given);
+        return run(argc, argv);
     } catch (const std::exception& failure) {
-        fmt::print(stderr, "orv-gentl-gev-service: {}\n", failure.what());
+        say(failure.what());
         return 1;
     }
 }

@@ -181,7 +181,7 @@ int show_events(const common_options& common, const event_options& options) {
     for (uint64_t i = 0; options.count == 0 || i < options.count; ++i) {
         event got;
         if (!events.next(got, longest)) {
-            fmt::print(stderr, "No event within {} ms.\n", options.wait_ms);
+            say("No event within {} ms.\n", options.wait_ms);
             return 1;
         }
         print_event(common, remote.document(), known, got);

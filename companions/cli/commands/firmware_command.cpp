@@ -34,8 +34,7 @@ void show_progress(const std::string& state) {
     constexpr int width = 40;
     const int percent = percent_of(state);
     const int done = percent < 0 ? 0 : percent * width / 100;
-    fmt::print(stderr, "\r[{:#<{}}{:<{}}] {:<50}", "", done, "", width - done, state.substr(0, 50));
-    std::fflush(stderr);
+    say("\r[{:#<{}}{:<{}}] {:<50}", "", done, "", width - done, state.substr(0, 50));
 }
 
 } // namespace
@@ -79,7 +78,7 @@ int upload_firmware(const common_options& common, const std::string& package, st
         shown = state;
         if (!state.empty()) last = state;
         if (finished || failed) {
-            if (bar) fmt::print(stderr, "\n");
+            if (bar) say("\n");
             if (common.json) print_json({{"device", session.device.id}, {"finished", finished}, {"state", state}});
             return finished ? 0 : 1;
         }

@@ -175,7 +175,7 @@ int show_addresses(const common_options& options) {
         all.push_back(std::move(place));
     }
     if (options.json) print_json({{"devices", all}});
-    if (all.empty()) fmt::print(stderr, "No device was found. 'orv-gentl doctor' tells why.\n");
+    if (all.empty()) say("No device was found. 'orv-gentl doctor' tells why.\n");
     return 0;
 }
 

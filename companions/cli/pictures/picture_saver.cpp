@@ -118,7 +118,7 @@ std::optional<picture_format> picture_saver::nearest_storable(const picture_form
     const bool is_grey = from.name.starts_with("Mono") || is_mosaic;
     for (const std::string& target : targets) {
         if (!is_grey && target != "BGR8") continue;
-        const picture_format to = format_from_text(target);
+        picture_format to = format_from_text(target);
         if (find_way(from, to, true)) return to;
     }
     return std::nullopt;

@@ -48,10 +48,10 @@ device_object::device_object(std::shared_ptr<service_core> shared, std::shared_p
     : core(std::move(shared)), session(std::move(client)), record(found) {}
 
 std::expected<std::shared_ptr<device_object>, std::error_code>
-device_object::open(std::shared_ptr<service_core> core, std::shared_ptr<client_session> session,
+device_object::open(const std::shared_ptr<service_core>& core, std::shared_ptr<client_session> session,
                     const gvcp_master::device_record& record, const std::string& interface_name,
                     ipc_rpc::open_access access) {
-    const std::shared_ptr<device_object> device{new device_object{core, std::move(session), record}};
+    std::shared_ptr<device_object> device{new device_object{core, std::move(session), record}};
     if (const std::error_code error = device->init(access)) return std::unexpected(error);
     core->watch_end_of(interface_name, device);
     return device;

@@ -26,7 +26,7 @@ class stream_lease;
 class device_object final : public interface_user, public std::enable_shared_from_this<device_object> {
 public:
     [[nodiscard]] static std::expected<std::shared_ptr<device_object>, std::error_code>
-    open(std::shared_ptr<service_core> core, std::shared_ptr<client_session> session,
+    open(const std::shared_ptr<service_core>& core, std::shared_ptr<client_session> session,
          const gvcp_master::device_record& record, const std::string& interface_name, ipc_rpc::open_access access);
     ~device_object();
 

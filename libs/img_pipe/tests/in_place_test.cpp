@@ -85,6 +85,27 @@ TEST(InPlace, PackedLinesEndWithTheirOwnBytes) {
         }
 }
 
+// The pipe's memory is as the frame before left it, and lines that end inside a group of packed samples have it behind
+// them.
+TEST(InPlace, NothingOfTheFrameBeforeShows) {
+    transform_params params;
+    params.sharpness = 60;
+    for (const std::uint32_t id : in_place_formats())
+        for (const std::int32_t width : {5, 35, 67}) {
+            std::vector<std::uint8_t> first;
+            for (const int level : {0, 0xFF}) {
+                const image before(id, 3 * width, 140, 0), picture(id, width, 140, 0);
+                std::memset(before.memory.bytes, level, before.memory.size);
+                fill(picture, id);
+                transform_pipe pipe;
+                ASSERT_TRUE(pipe.transform_in_place(before.view, params)) << fcc_name(id);
+                ASSERT_TRUE(pipe.transform_in_place(picture.view, params)) << fcc_name(id);
+                if (first.empty()) first = picture.content();
+                EXPECT_TRUE(picture.content() == first) << fcc_name(id) << ' ' << width;
+            }
+        }
+}
+
 TEST(InPlace, NeutralParametersChangeNothing) {
     for (const std::int32_t width : {36, 35})
         for (const std::uint32_t id : in_place_formats())

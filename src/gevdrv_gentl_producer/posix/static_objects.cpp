@@ -9,6 +9,7 @@
 #include <gentl_producer/Library.h>
 
 #include <mutex>
+#include <new>
 #include <vector>
 
 namespace {
@@ -24,7 +25,7 @@ constinit std::vector<static_object>* objects = nullptr;
 // The object made last; false when there is none left.
 bool take_last(static_object& last) {
     const std::lock_guard guard{mutex};
-    if (objects == nullptr) return false;
+    if (objects == nullptr || objects->empty()) return false;
     last = objects->back();
     objects->pop_back();
     if (objects->empty()) {
@@ -45,7 +46,11 @@ bool take_last(static_object& last) {
 extern "C" int __wrap___cxa_atexit(void (*destroy)(void*), void* object, void*) noexcept;
 extern "C" int __wrap___cxa_atexit(void (*destroy)(void*), void* object, void*) noexcept {
     const std::lock_guard guard{mutex};
-    if (objects == nullptr) objects = new std::vector<static_object>;
-    objects->push_back({destroy, object});
+    try {
+        if (objects == nullptr) objects = new std::vector<static_object>;
+        objects->push_back({destroy, object});
+    } catch (const std::bad_alloc&) {
+        return -1; // it is never destroyed then
+    }
     return 0;
 }

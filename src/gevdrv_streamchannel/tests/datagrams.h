@@ -25,7 +25,7 @@ public:
         bytes.resize(size);
         return *this;
     }
-    operator datagram() const { return bytes; } // NOLINT: a datagram it is
+    operator datagram() const { return bytes; }
     datagram bytes;
 
 private:

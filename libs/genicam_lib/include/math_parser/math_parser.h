@@ -25,9 +25,8 @@ namespace math_parser {
 class tValue {
 public:
     constexpr tValue() noexcept = default;
-    constexpr tValue(int64_t value) noexcept : bits(value) {} // NOLINT(google-explicit-constructor)
-    constexpr tValue(double value) noexcept                   // NOLINT(google-explicit-constructor)
-        : bits(std::bit_cast<int64_t>(value)), integer(false) {}
+    constexpr tValue(int64_t value) noexcept : bits(value) {}
+    constexpr tValue(double value) noexcept : bits(std::bit_cast<int64_t>(value)), integer(false) {}
     // An integer, or the bits of a double.
     constexpr tValue(int64_t bits_, bool is_integer_) noexcept : bits(bits_), integer(is_integer_) {}
 
@@ -112,7 +111,7 @@ public:
     template <class F>
     requires(std::is_invocable_r_v<GenICam::result<tValue>, F&, uint64_t> && !std::is_same_v<F, fetch_func_ref>)
         fetch_func_ref(F& function)
-    noexcept // NOLINT(google-explicit-constructor)
+    noexcept
         : object(&function),
           call([](void* target, uint64_t id) -> GenICam::result<tValue> { return (*static_cast<F*>(target))(id); }) {}
 

@@ -103,7 +103,7 @@ bool parse_into(std::string_view text, document_url& to) {
     if (*scheme == url_scheme::local && !take_registers(rest, to)) return false;
     if (rest.find_first_not_of('/') == std::string_view::npos) return false; // no name
     to.name = *scheme == url_scheme::http ? "http:" + std::string{with_query} : std::string{rest};
-    to.scheme = *scheme;
+    to.scheme = scheme;
     to.schema_version = version_of_schema(query);
     to.file_version = version_of_file(to.file_name());
     return true;

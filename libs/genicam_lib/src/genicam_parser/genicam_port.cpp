@@ -111,7 +111,7 @@ std::error_code port_device_type::bind_memory(std::span<const std::byte> bytes, 
             copied.assign(bytes.begin(), bytes.end());
             memory = copied;
         } else {
-            memory = {const_cast<std::byte*>(bytes.data()), bytes.size()}; // NOLINT: see read_only
+            memory = {const_cast<std::byte*>(bytes.data()), bytes.size()}; // read_only keeps it from being written
         }
         // Bytes of our own need no second copy.
         cache_enabled.store(!copy, std::memory_order_relaxed);

@@ -1,7 +1,6 @@
 #include <gentl_producer/ObjectTracker.h>
 
-#include <fmt/core.h>
-
+#include <cinttypes>
 #include <cstdio>
 #include <utility>
 
@@ -38,8 +37,10 @@ int64_t ObjectTracker::dump() {
     int64_t total = 0;
     for (const auto& [name, alive] : objects) total += static_cast<int64_t>(alive.size());
     if (total == 0) return 0;
-    fmt::print(stderr, "{} objects left alive\n", total);
-    for (const auto& [name, alive] : objects) fmt::print(stderr, "  {}: {}\n", name, alive.size());
+    // Not fmt's print, which throws where standard error takes nothing.
+    std::fprintf(stderr, "%" PRId64 " objects left alive\n", total);
+    for (const auto& [name, alive] : objects)
+        std::fprintf(stderr, "  %.*s: %zu\n", static_cast<int>(name.size()), name.data(), alive.size());
     return total;
 }
 

@@ -153,8 +153,9 @@ void apply_software_wb_to_sampling_data(const white_balance_params& balance, sam
     if (!balance.in_software) return;
     float gain[3];
     for (int i = 0; i < 3; ++i) gain[i] = bounded(balance.gain[i], 0, 4, 1);
+    const auto times = [](std::uint8_t v, float by) { return to_byte(static_cast<float>(v) * by); };
     for (byte_record& p : samples.bytes())
-        p = {to_byte(p.r * gain[0]), to_byte(p.g * gain[1]), to_byte(p.b * gain[2]), to_byte(p.g2 * gain[1])};
+        p = {times(p.r, gain[0]), times(p.g, gain[1]), times(p.b, gain[2]), times(p.g2, gain[1])};
     for (float_record& p : samples.floats()) p = {p.r * gain[0], p.g * gain[1], p.b * gain[2], p.g2 * gain[1]};
 }
 

@@ -12,7 +12,7 @@ struct format_entry {
     std::uint32_t id;
     std::string_view name;
     std::int16_t bits;
-    std::int8_t group;
+    std::uint8_t group;
     std::uint8_t kinds;
 };
 

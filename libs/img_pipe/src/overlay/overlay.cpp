@@ -78,8 +78,8 @@ void draw_overlay_text(const img_descriptor& image, std::int32_t row, std::strin
     if (top >= image.height) return;
     const auto first = static_cast<std::int32_t>(top);
     const std::int32_t lines = std::min(overlay_cell_height * scale, image.height - first);
-    const std::int32_t columns =
-        std::min<std::int64_t>(image.width, static_cast<std::int64_t>(text.size()) * overlay_cell_width * scale);
+    const auto columns = static_cast<std::int32_t>(
+        std::min<std::int64_t>(image.width, static_cast<std::int64_t>(text.size()) * overlay_cell_width * scale));
     for (std::int32_t y = 0; y < lines; ++y)
         for (std::int32_t x = 0; x < columns; ++x) {
             const char c = text[static_cast<std::size_t>(x / scale / overlay_cell_width)];

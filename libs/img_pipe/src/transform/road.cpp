@@ -10,11 +10,9 @@ namespace {
 // Temporary images of a band stay within a core's second-level cache beside the lines they come from and go to.
 constexpr std::size_t band_bytes = 512 * 1024;
 constexpr std::int32_t most_band_lines = 64, least_band_lines = 16;
-// Behind each line of a temporary image: what a packed line that ends inside a byte reads as its last bits.
-constexpr std::size_t line_tail = 8;
 
 std::size_t pitch_of(std::size_t line) {
-    std::size_t pitch = (line + line_tail + 63) / 64 * 64;
+    std::size_t pitch = (line + 63) / 64 * 64;
     return pitch % 4096 == 0 ? pitch + 64 : pitch;
 }
 
@@ -110,7 +108,7 @@ public:
         for (std::int32_t i = 1; i < pieces.pieces; ++i) {
             const std::int32_t first = i * pieces.piece_lines - reach;
             const std::int32_t count = std::min(2 * reach, src.height - first);
-            keep(lines_of(borders, (i - 1) * 2 * reach, count), lines_of(src, first, count));
+            copy_lines(lines_of(borders, (i - 1) * 2 * reach, count), lines_of(src, first, count));
         }
     }
     static std::size_t border_bytes(const img_descriptor& source, std::int32_t pieces) {
@@ -164,15 +162,6 @@ private:
         if (way.leave.kernel != nullptr) apply(way.leave, out, work, a, b, scratch);
     }
 
-    // Copies whole lines; what follows a line reads as zeros.
-    void keep(const img_descriptor& to, const img_descriptor& from) const {
-        const auto bytes = static_cast<std::size_t>(line_stride(from.format, from.width));
-        for (std::int32_t y = 0; y < from.height; ++y) {
-            std::memcpy(line_at(to, y), line_at(from, y), bytes);
-            std::memset(line_at(to, y) + bytes, 0, line_tail);
-        }
-    }
-
     struct strip_place {
         std::int32_t first, end, piece;
     };
@@ -191,12 +180,12 @@ private:
         const auto take_border = [&](std::int32_t until, std::int32_t border, std::int32_t meeting) {
             if (next >= until) return;
             const window saved{lines_of(borders, border * 2 * reach, 2 * reach), meeting - reach};
-            keep(in.lines(next, until), saved.lines(next, until));
+            copy_lines(in.lines(next, until), saved.lines(next, until));
             next = until;
         };
         take_border(std::min(strip.first, end), strip.piece - 1, strip.first);
         if (const std::int32_t until = std::min(end, strip.end); next < until) {
-            keep(in.lines(next, until), lines_of(src, next, until - next));
+            copy_lines(in.lines(next, until), lines_of(src, next, until - next));
             next = until;
         }
         take_border(end, strip.piece, strip.end);

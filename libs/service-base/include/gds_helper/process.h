@@ -1,8 +1,10 @@
 // This process and its threads, seen from a library that a consumer may unload or fork under.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -47,8 +49,9 @@ public:
 
     void reset() noexcept {
         if (owned && is_foreign()) {
-            // Never freed: the reference that keeps the object alive for ever.
-            static_cast<void>(new std::shared_ptr<T>(std::move(owned)));
+            // A reference that nobody gives back: it keeps the object alive for ever.
+            alignas(std::shared_ptr<T>) std::byte kept[sizeof(std::shared_ptr<T>)];
+            ::new (static_cast<void*>(kept)) std::shared_ptr<T>(std::move(owned));
         }
         owned.reset();
     }

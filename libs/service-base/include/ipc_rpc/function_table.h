@@ -74,7 +74,7 @@ struct object_entry {
 template <class Result, class... Args, class Body>
 [[nodiscard]] rpc_function make_function(Body body) {
     return [body = std::move(body)](rpc_call_context& context) {
-        std::tuple<Args...> arguments;
+        std::tuple<Args...> arguments; // NOLINT(misc-const-correctness): where there are any, decode fills them
         const bool complete =
             std::apply([&](Args&... item) { return (decode(context.parameters, item) && ...); }, arguments);
         if (!complete) return status::bad_parameter;
@@ -90,7 +90,7 @@ template <class Result, class... Args, class Body>
 // The same for a method: `body(Object&, rpc_call_context&, Args...)`.
 template <class Object, class Result, class... Args, class Body>
 [[nodiscard]] rpc_function make_method(Body body) {
-    return make_function<Result, Args...>([body = std::move(body)](rpc_call_context& context, Args... item) {
+    return make_function<Result, Args...>([body = std::move(body)](rpc_call_context& context, Args&&... item) {
         return body(*static_cast<Object*>(context.object.get()), context, std::move(item)...);
     });
 }

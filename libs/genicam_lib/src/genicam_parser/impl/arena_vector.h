@@ -3,7 +3,7 @@
 #pragma once
 
 #include <cstdint>
-#include <cstring>
+#include <memory>
 #include <memory_resource>
 #include <span>
 #include <type_traits>
@@ -32,8 +32,8 @@ public:
 private:
     void grow(std::pmr::memory_resource& memory) {
         const uint32_t wider = capacity < 4 ? 4 : capacity * 2;
-        auto* moved = static_cast<T*>(memory.allocate(wider * sizeof(T), alignof(T)));
-        if (count != 0) std::memcpy(moved, items, count * sizeof(T));
+        T* const moved = std::pmr::polymorphic_allocator<T>{&memory}.allocate(wider);
+        std::uninitialized_copy_n(items, count, moved);
         items = moved;
         capacity = wider;
     }

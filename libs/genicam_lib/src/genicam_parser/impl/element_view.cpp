@@ -17,7 +17,7 @@ constexpr std::size_t table_size = 512;
 
 // Length, both ends and two characters within tell the names apart well; what still meets takes the next free place.
 constexpr std::size_t place_of(std::string_view name) noexcept {
-    const auto at = [&](std::size_t i) { return static_cast<unsigned char>(name[i]); };
+    const auto at = [&](std::size_t i) -> std::size_t { return static_cast<unsigned char>(name[i]); };
     const std::size_t n = name.size();
     return (n * 37 + at(0) * 7 + at(1) * 61 + at(n - 1) * 131 + at(n / 2) * 19) % table_size;
 }

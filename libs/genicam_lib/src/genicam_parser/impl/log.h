@@ -18,7 +18,7 @@ inline constexpr int level_notice = 2;
 template <class... Args>
 struct log_format {
     template <class Text>
-    consteval log_format(const Text& text_, std::source_location where_ = std::source_location::current()) // NOLINT
+    consteval log_format(const Text& text_, std::source_location where_ = std::source_location::current())
         : text(text_), where(where_) {}
 
     fmt::format_string<Args...> text;

@@ -1,4 +1,4 @@
-// Companded and polarisation images.
+// Companded images.
 #include "conversions.h"
 #include "road_builder.h"
 
@@ -32,22 +32,6 @@ bool convert_pwl_to_colours(transform_pipe& pipe, const img_descriptor& dst, con
     way.sharpen(c);
     way.leave();
     return way.run();
-}
-
-bool convert_polarization(transform_pipe& pipe, const img_descriptor& dst, const img_descriptor& src,
-                          const transform_params&, transform_scratch*) {
-    transform_state& state = *pipe.state();
-    if (dst.height == src.height) {
-        road_builder way(state, dst, src);
-        way.enter(kernel_slot::convert_lines, dst.format, nullptr);
-        return way.run();
-    }
-    // A pixel for each cell: strips of both images have different lines, so the image goes in one piece.
-    const kernel_fn kernel = state.find(kernel_slot::convert_lines, dst.format, src.format, src.width, src.height);
-    if (kernel == nullptr || !state.reserve(1, kernel_scratch_bytes(src.width), 0)) return false;
-    kernel({dst, src, 0, src.height, src.plane_data[0].data + src.data_size, nullptr, state.piece_memory(0), nullptr, 0,
-            0});
-    return true;
 }
 
 } // namespace img_pipe
