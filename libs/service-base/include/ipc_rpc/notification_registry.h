@@ -10,7 +10,8 @@
 
 namespace ipc_rpc {
 
-// Thread-safe. Callbacks of one registration never run at the same time as each other.
+// Thread-safe. Callbacks of one registration never run at the same time as each other. What a callback throws is
+// logged and ends that run only.
 class notification_registry final {
     struct state;
     struct registration;
@@ -49,7 +50,8 @@ public:
     // On a pool thread; not queued again while it is queued and has not started.
     [[nodiscard]] token register_for_pool_unique_queued(std::uint64_t id, std::function<void()> callback);
 
-    // A number that nobody registered is dropped.
+    // A number that nobody registered is dropped. Without memory to queue a run this throws std::bad_alloc; the run
+    // is made up for with the next notification.
     void notify(std::uint64_t id);
 
 private:

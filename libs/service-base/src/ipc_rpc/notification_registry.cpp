@@ -1,7 +1,11 @@
 // Two locks, never both held by one thread: the state's for the map, a registration's for its runs. Callbacks run
 // without either.
+#include "impl/ipc_call_base.h"
+
 #include <ipc_rpc/executor_thread_pool.h>
 #include <ipc_rpc/notification_registry.h>
+
+#include <spdlog/logger.h>
 
 #include <algorithm>
 #include <condition_variable>
@@ -35,7 +39,12 @@ struct notification_registry::registration {
             running = true;
             runner = std::this_thread::get_id();
         }
-        callback();
+        try {
+            callback();
+        } catch (const std::exception& failure) {
+            // No memory, mostly: this run is lost, but neither the runs to come nor whoever waits for its end.
+            ipc_logger().error("A notification's callback failed with: {}", failure.what());
+        }
         const std::lock_guard lock{run_mutex};
         running = false;
         runner = {};
@@ -47,6 +56,12 @@ struct notification_registry::registration {
         const std::lock_guard lock{run_mutex};
         pending = how == mode::pool_unique ? 1 : pending + 1;
         return !std::exchange(scheduled, true);
+    }
+
+    // The job could not be pushed: what is owed runs with the next notification.
+    void not_scheduled() {
+        const std::lock_guard lock{run_mutex};
+        scheduled = false;
     }
 
     void run_owed() {
@@ -131,7 +146,12 @@ void notification_registry::notify(std::uint64_t id) {
         if (entry->how == mode::direct) {
             entry->run_once();
         } else if (pool && entry->owe_run()) {
-            pool->push([entry] { entry->run_owed(); });
+            try {
+                pool->push([entry] { entry->run_owed(); });
+            } catch (const std::bad_alloc&) {
+                entry->not_scheduled();
+                throw;
+            }
         }
     }
 }
