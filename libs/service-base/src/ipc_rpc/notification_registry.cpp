@@ -93,6 +93,11 @@ struct notification_registry::state {
     std::shared_ptr<executor_thread_pool_interface> pool;
 
     explicit state(std::size_t count) : threads(count) {}
+
+    // map_mutex held. Throws std::system_error when there are no threads to be had.
+    void need_pool() {
+        if (!pool) pool = make_executor_thread_pool("clt-notify-", threads);
+    }
 };
 
 notification_registry::notification_registry(std::size_t pool_threads)
@@ -108,6 +113,18 @@ notification_registry::~notification_registry() {
     // Joins without the lock: a callback that still runs may want it.
 }
 
+std::error_code notification_registry::start_pool() {
+    const std::lock_guard lock{shared->map_mutex};
+    try {
+        shared->need_pool();
+    } catch (const std::system_error& failure) {
+        return failure.code();
+    } catch (const std::bad_alloc&) {
+        return make_error_code(status::resource_exhausted);
+    }
+    return {};
+}
+
 notification_registry::token notification_registry::add(std::uint64_t id, std::function<void()> callback, mode how) {
     token made;
     made.registry = shared.shared();
@@ -115,7 +132,7 @@ notification_registry::token notification_registry::add(std::uint64_t id, std::f
     made.owner_process = gds_helper::process_id();
     made.id = id;
     const std::lock_guard lock{shared->map_mutex};
-    if (how != mode::direct && !shared->pool) shared->pool = make_executor_thread_pool("clt-notify-", shared->threads);
+    if (how != mode::direct) shared->need_pool();
     shared->entries.emplace(id, made.entry);
     return made;
 }
