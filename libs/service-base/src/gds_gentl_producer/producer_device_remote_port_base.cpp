@@ -1,3 +1,5 @@
+#include "service_memory.h"
+
 #include <gds_gentl_producer/error_translation.h>
 #include <gds_gentl_producer/producer_device_remote_port_base.h>
 #include <gds_helper/log.h>
@@ -33,6 +35,7 @@ std::expected<size_t, std::error_code> producer_device_remote_port_base::write_m
                                                                                    std::span<const std::byte> data,
                                                                                    uint32_t flags,
                                                                                    uint64_t timeout) const {
+    if (exceeds_a_call(data.size())) return std::unexpected(make_error_code(ipc_rpc::status::param_block_too_large));
     const auto written = device.invoke<catalogue::write_mem>(address, data, flags, timeout);
     if (!written) return std::unexpected(written.error());
     return std::min<size_t>(*written, data.size());
