@@ -46,6 +46,20 @@ TEST(Error, AccessModesAreKept) {
     EXPECT_EQ(object["error"]["producer"], "gevdrv-status: ERR_GEV_STATUS_WRITE_PROTECT") << object;
 }
 
+TEST(Error, AWriteOfAnySizeGetsAnAnswer) {
+    small_system own;
+    open_camera camera;
+    PORT_HANDLE remote = nullptr;
+    camera.lib->check("DevGetPort", camera.lib->DevGetPort(camera.device->get(), &remote));
+    for (void* port : {camera.system->get(), camera.interface->get(), remote}) {
+        for (const size_t asked : {size_t{1} << 47, SIZE_MAX}) {
+            uint32_t value = 0;
+            size_t size = asked;
+            EXPECT_EQ(camera.lib->GCWritePort(port, 0xFFFFFF00, &value, &size), GC_ERR_INVALID_PARAMETER);
+        }
+    }
+}
+
 TEST(Error, RegistersOfTheCameraAnswerWithItsStatus) {
     small_system own;
     open_camera camera;

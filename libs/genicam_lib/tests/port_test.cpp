@@ -1,4 +1,5 @@
 // Ports: bound to a device, to memory or to a copy of it, or to nothing.
+#include "notation.h"
 #include "support.h"
 
 #include <atomic>
@@ -205,6 +206,35 @@ TEST(Port, ServesSeveralThreads) {
     stop = true;
     reader.join();
     rebinder.join();
+    EXPECT_EQ(wrong, 0);
+}
+
+// What a read changes is the port's, which has locks.
+TEST(Port, ValuesAreReadFromSeveralThreads) {
+    const auto doc = unbound(notation::xml("Reg A@0 | IntSwissKnife Twice: pVariable@X A, Formula X*2 |"
+                                           "IntConverter Less: pVariable@X A, FormulaTo FROM+1, FormulaFrom TO-X, "
+                                           "pValue Twice |"
+                                           "MaskedIntReg Low: Address 0, Length 4, LSB 0, MSB 7, Sign Unsigned, "
+                                           "Endianess LittleEndian | StringReg Text: Address 4, Length 4"));
+    std::array<unsigned char, 8> memory{5, 0, 0, 0, 'a', 'b', 'c', 0};
+    ASSERT_THAT(doc->find<IPort>("Device")->bind(bytes_of(memory), 0), Passes());
+    std::atomic<int> wrong{0};
+    const auto read = [&] {
+        const auto expect = [&](const char* name, int64_t value, unsigned flags) {
+            if (doc->find<IInteger>(name)->get_val(flags) != value) ++wrong;
+        };
+        for (unsigned i = 0; i < 500; ++i) {
+            const unsigned flags = i % 3 == 0 ? access_flags::bypass_cache : 0;
+            expect("Twice", 10, flags);
+            expect("Less", 5, flags);
+            expect("Low", 5, flags);
+            if (doc->find<IString>("Text")->get_val(flags) != "abc") ++wrong;
+            if (!doc->find_node("Less")->is_available()) ++wrong;
+        }
+    };
+    std::thread others[] = {std::thread{read}, std::thread{read}};
+    read();
+    for (std::thread& other : others) other.join();
     EXPECT_EQ(wrong, 0);
 }
 

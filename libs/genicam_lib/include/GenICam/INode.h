@@ -16,9 +16,9 @@ namespace GenICam {
 class IEval; // the evaluating half of a node, internal to the engine
 
 // A node lives exactly as long as its document, and so do the texts it returns.
-// Static properties may be read from several threads at once. Anything that touches a value (including
-// is_implemented and its like, which read the linked nodes) must be serialised per document by the caller; only the
-// port underneath has locks.
+// Properties and values, is_implemented and its like included, may be read from several threads at once. Whatever
+// changes a value, and set_on_invalidated, must be serialised by the caller with all other use of the document's
+// values; only the operations of a port itself are thread-safe.
 class INode {
 public:
     using invalidated_callback = std::function<void(INode&)>;

@@ -7,10 +7,12 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <system_error>
 
 namespace ipc_rpc {
 
-// Thread-safe. Callbacks of one registration never run at the same time as each other.
+// Thread-safe. Callbacks of one registration never run at the same time as each other. What a callback throws is
+// logged and ends that run only.
 class notification_registry final {
     struct state;
     struct registration;
@@ -35,12 +37,16 @@ public:
         std::uint64_t id = 0;
     };
 
-    // Pool threads start with the first registration that needs them.
+    // Pool threads start with start_pool(), or with the first registration that needs them.
     explicit notification_registry(std::size_t pool_threads = 2);
     // Ends the pool; tokens may outlive the registry.
     ~notification_registry();
     notification_registry(const notification_registry&) = delete;
     notification_registry& operator=(const notification_registry&) = delete;
+
+    // So that no registration has to: it could only throw std::system_error when there is no thread to be had, this
+    // tells it. Does nothing when they run.
+    [[nodiscard]] std::error_code start_pool();
 
     // On the dispatching thread, which must not block.
     [[nodiscard]] token register_notification(std::uint64_t id, std::function<void()> callback);
@@ -49,7 +55,8 @@ public:
     // On a pool thread; not queued again while it is queued and has not started.
     [[nodiscard]] token register_for_pool_unique_queued(std::uint64_t id, std::function<void()> callback);
 
-    // A number that nobody registered is dropped.
+    // A number that nobody registered is dropped. Without memory to queue a run this throws std::bad_alloc; the run
+    // is made up for with the next notification.
     void notify(std::uint64_t id);
 
 private:

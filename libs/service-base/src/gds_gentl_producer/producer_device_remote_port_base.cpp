@@ -1,7 +1,10 @@
+#include "service_memory.h"
+
 #include <gds_gentl_producer/error_translation.h>
 #include <gds_gentl_producer/producer_device_remote_port_base.h>
 #include <gds_helper/log.h>
 #include <ipc_rpc/catalogue.h>
+#include <ipc_rpc/limits.h>
 
 #include <spdlog/logger.h>
 
@@ -32,6 +35,7 @@ std::expected<size_t, std::error_code> producer_device_remote_port_base::write_m
                                                                                    std::span<const std::byte> data,
                                                                                    uint32_t flags,
                                                                                    uint64_t timeout) const {
+    if (exceeds_a_call(data.size())) return std::unexpected(make_error_code(ipc_rpc::status::param_block_too_large));
     const auto written = device.invoke<catalogue::write_mem>(address, data, flags, timeout);
     if (!written) return std::unexpected(written.error());
     return std::min<size_t>(*written, data.size());
@@ -49,9 +53,18 @@ std::error_code producer_device_remote_port_base::write_reg(uint32_t address, ui
 }
 
 Error producer_device_remote_port_base::Read(uint64_t address, void* buffer, size_t* size) {
-    const auto count = read_mem(address, {static_cast<std::byte*>(buffer), *size}, 0, default_timeout);
-    if (!count) return to_gentl_error(count.error(), "read_mem");
-    *size = *count;
+    // The service bounds one read; consumers, and read_document(), ask for a whole document at once.
+    const std::span whole{static_cast<std::byte*>(buffer), *size};
+    size_t done = 0;
+    bool more = true;
+    while (more) {
+        const auto piece = whole.subspan(done, std::min(whole.size() - done, size_t{ipc_rpc::limits::most_read_bytes}));
+        const auto count = read_mem(address + done, piece, 0, default_timeout);
+        if (!count) return to_gentl_error(count.error(), "read_mem");
+        done += *count;
+        more = *count == piece.size() && done < whole.size();
+    }
+    *size = done;
     return success();
 }
 

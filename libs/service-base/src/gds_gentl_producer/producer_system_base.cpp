@@ -54,7 +54,7 @@ Error producer_system_base::connect_to_service() {
     fill_function_table_(table);
     const auto connected = connection.connect(client_name, {pipe_name, std::string{env.product.service_name}},
                                               std::move(table), [this](uint64_t number) { registry.notify(number); });
-    if (!connected) {
+    if (!connected || registry.start_pool()) {
         return {GC_ERR_ACCESS_DENIED, "Failed to connect to service via service-pipe '{}'. CTI version '{}'.",
                 pipe_name, env.product.version_text};
     }

@@ -1,7 +1,11 @@
 // Two locks, never both held by one thread: the state's for the map, a registration's for its runs. Callbacks run
 // without either.
+#include "impl/ipc_call_base.h"
+
 #include <ipc_rpc/executor_thread_pool.h>
 #include <ipc_rpc/notification_registry.h>
+
+#include <spdlog/logger.h>
 
 #include <algorithm>
 #include <condition_variable>
@@ -35,7 +39,12 @@ struct notification_registry::registration {
             running = true;
             runner = std::this_thread::get_id();
         }
-        callback();
+        try {
+            callback();
+        } catch (const std::exception& failure) {
+            // No memory, mostly: this run is lost, but neither the runs to come nor whoever waits for its end.
+            ipc_logger().error("A notification's callback failed with: {}", failure.what());
+        }
         const std::lock_guard lock{run_mutex};
         running = false;
         runner = {};
@@ -47,6 +56,12 @@ struct notification_registry::registration {
         const std::lock_guard lock{run_mutex};
         pending = how == mode::pool_unique ? 1 : pending + 1;
         return !std::exchange(scheduled, true);
+    }
+
+    // The job could not be pushed: what is owed runs with the next notification.
+    void not_scheduled() {
+        const std::lock_guard lock{run_mutex};
+        scheduled = false;
     }
 
     void run_owed() {
@@ -78,6 +93,11 @@ struct notification_registry::state {
     std::shared_ptr<executor_thread_pool_interface> pool;
 
     explicit state(std::size_t count) : threads(count) {}
+
+    // map_mutex held. Throws std::system_error when there are no threads to be had.
+    void need_pool() {
+        if (!pool) pool = make_executor_thread_pool("clt-notify-", threads);
+    }
 };
 
 notification_registry::notification_registry(std::size_t pool_threads)
@@ -93,6 +113,18 @@ notification_registry::~notification_registry() {
     // Joins without the lock: a callback that still runs may want it.
 }
 
+std::error_code notification_registry::start_pool() {
+    const std::lock_guard lock{shared->map_mutex};
+    try {
+        shared->need_pool();
+    } catch (const std::system_error& failure) {
+        return failure.code();
+    } catch (const std::bad_alloc&) {
+        return make_error_code(status::resource_exhausted);
+    }
+    return {};
+}
+
 notification_registry::token notification_registry::add(std::uint64_t id, std::function<void()> callback, mode how) {
     token made;
     made.registry = shared.shared();
@@ -100,7 +132,7 @@ notification_registry::token notification_registry::add(std::uint64_t id, std::f
     made.owner_process = gds_helper::process_id();
     made.id = id;
     const std::lock_guard lock{shared->map_mutex};
-    if (how != mode::direct && !shared->pool) shared->pool = make_executor_thread_pool("clt-notify-", shared->threads);
+    if (how != mode::direct) shared->need_pool();
     shared->entries.emplace(id, made.entry);
     return made;
 }
@@ -131,7 +163,12 @@ void notification_registry::notify(std::uint64_t id) {
         if (entry->how == mode::direct) {
             entry->run_once();
         } else if (pool && entry->owe_run()) {
-            pool->push([entry] { entry->run_owed(); });
+            try {
+                pool->push([entry] { entry->run_owed(); });
+            } catch (const std::bad_alloc&) {
+                entry->not_scheduled();
+                throw;
+            }
         }
     }
 }

@@ -1,16 +1,33 @@
 // Who is called, on which thread, how often, and what removal waits for. Steps are held by latches.
+#include "failing_memory.h"
+
 #include <ipc_rpc/notification_registry.h>
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
+#include <functional>
 #include <latch>
+#include <new>
 #include <optional>
 #include <semaphore>
 #include <thread>
 
 using ipc_rpc::notification_registry;
+
+namespace {
+
+using namespace std::chrono_literals;
+
+notification_registry::token add(notification_registry& registry, int mode, std::function<void()> callback) {
+    if (mode == 0) return registry.register_notification(1, std::move(callback));
+    if (mode == 1) return registry.register_for_pool(1, std::move(callback));
+    return registry.register_for_pool_unique_queued(1, std::move(callback));
+}
+
+} // namespace
 
 TEST(NotificationRegistry, CallsThoseOfTheNumberOnTheDispatchingThread) {
     notification_registry registry;
@@ -73,10 +90,7 @@ TEST(NotificationRegistry, RemovalWaitsForARunAndDropsWhatIsOwed) {
             go_on.acquire();
             finished = true;
         };
-        std::optional<notification_registry::token> token{mode == 0 ? registry.register_notification(1, body)
-                                                          : mode == 1
-                                                              ? registry.register_for_pool(1, body)
-                                                              : registry.register_for_pool_unique_queued(1, body)};
+        std::optional<notification_registry::token> token{add(registry, mode, body)};
         std::thread dispatcher{[&] { registry.notify(1); }};
         started.acquire();
         if (mode != 0) {
@@ -120,6 +134,55 @@ TEST(NotificationRegistry, ACallbackMayRemoveItselfAndAddOthers) {
         registry.notify(2);
         EXPECT_EQ(runs, 1);
         EXPECT_EQ(added_runs, 1);
+    }
+}
+
+TEST(NotificationRegistry, ACallbackThatThrowsRunsAgainAndCanBeRemoved) {
+    for (const int mode : {0, 1, 2}) {
+        SCOPED_TRACE(mode);
+        notification_registry registry;
+        std::counting_semaphore<> ran{0};
+        std::atomic<int> runs{0};
+        auto token = add(registry, mode, [&] {
+            ran.release();
+            if (++runs == 1) throw std::bad_alloc{};
+        });
+        EXPECT_NO_THROW(registry.notify(1));
+        EXPECT_TRUE(ran.try_acquire_for(20s));
+        EXPECT_NO_THROW(registry.notify(1));
+        EXPECT_TRUE(ran.try_acquire_for(20s)) << "no run after the one that threw";
+        std::binary_semaphore removed{0};
+        std::thread remover{[&] {
+            token.reset();
+            removed.release();
+        }};
+        // A removal that waits for ever can be neither joined nor left.
+        if (!removed.try_acquire_for(20s)) {
+            ADD_FAILURE() << "the removal waits for ever";
+            std::abort();
+        }
+        remover.join();
+    }
+}
+
+TEST(NotificationRegistry, ANotificationWithoutMemoryDoesNotStopTheNext) {
+    for (const int mode : {1, 2}) {
+        for (int successes = 0, failed = 1; failed != 0; ++successes) {
+            SCOPED_TRACE(testing::Message{} << mode << " " << successes);
+            notification_registry registry;
+            std::counting_semaphore<> ran{0};
+            const auto token = add(registry, mode, [&] { ran.release(); });
+            failed = 0;
+            failing_memory::fail(successes);
+            try {
+                registry.notify(1);
+            } catch (const std::bad_alloc&) {
+                failed = 1;
+            }
+            failing_memory::fail(-1);
+            registry.notify(1);
+            ASSERT_TRUE(ran.try_acquire_for(20s));
+        }
     }
 }
 
