@@ -1,6 +1,7 @@
 #include "pacing.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 namespace gev::streamchannel::impl {
@@ -59,7 +60,8 @@ pacing::decision pacing::decide(const reading& seen) const noexcept {
     const uint32_t usual = std::min(length_before, length_before_that);
     const uint32_t length = packets < usual ? usual : seen.frame.packets_expected;
     if (fastest == 0 || packets >= length) return gather(seen.bytes);
-    const double left = (length - packets - 1) / fastest; // the last one may have come a whole distance ago
+    const double by_rate = (length - packets - 1) / fastest; // the last one may have come a whole distance ago
+    const double left = std::min(by_rate, std::max(left_by_time(seen.now, length), brief()));
     const double most =
         std::min(static_cast<double>(std::min(longest_sleep, seen.frame.patience / 2)), longest_at(fastest));
     const double time = std::min({left * 0.75, std::max(left - doubt, brief()), most});
@@ -67,6 +69,13 @@ pacing::decision pacing::decide(const reading& seen) const noexcept {
     const bool pays = time >= shortest_sleep / 2.0 && static_cast<double>(sleep) * fastest >= fewest_gathered;
     if (!pays || most < shortest_sleep) return {action::wait};
     return {action::sleep, sleep, left};
+}
+
+// A sender that was held up makes up for it: its frame ends when it always does, however much of it is missing.
+double pacing::left_by_time(uint64_t now, uint32_t length) const noexcept {
+    const double step = std::min(step_before, step_before_that);
+    if (step == 0) return std::numeric_limits<double>::infinity();
+    return (length - packets_at_begin) * step - static_cast<double>(now - began);
 }
 
 double pacing::brief() const noexcept {
@@ -103,6 +112,10 @@ void pacing::frame_began(const reading& seen) noexcept {
 
 void pacing::frame_ended(uint64_t now) noexcept {
     under_way = false;
+    if (packets > packets_at_begin && now > began) {
+        const double step = static_cast<double>(now - began) / (packets - packets_at_begin);
+        step_before_that = std::exchange(step_before, step);
+    }
     if (rate == 0 && now > began) rate = (packets - packets_at_begin) / static_cast<double>(now - began);
     if (rate > 0) rate_before = rate;
     if (last.left > 0 && static_cast<double>(last.time) > brief() && !woke_late) {

@@ -40,6 +40,7 @@ public:
 private:
     [[nodiscard]] decision decide(const reading& seen) const noexcept;
     [[nodiscard]] decision gather(size_t bytes) const noexcept;
+    [[nodiscard]] double left_by_time(uint64_t now, uint32_t length) const noexcept;
     [[nodiscard]] double brief() const noexcept;
     [[nodiscard]] double longest_at(double packets_per_us) const noexcept;
     void frame_began(const reading& seen) noexcept;
@@ -61,6 +62,9 @@ private:
     uint32_t stretch_from = 0;
     uint32_t length_before = 0; // packets; 0: not known
     uint32_t length_before_that = 0;
+    // Microseconds per packet, of the frame before and the one before that; 0: not known.
+    double step_before = 0;
+    double step_before_that = 0;
     double distance = 0; // from one start to the next; 0: not known
     decision last;       // that was none to read on
     uint64_t last_at = 0;

@@ -213,7 +213,7 @@ auto stream_asio_thread::keep_memory(Handler handler) {
 void stream_asio_thread::wait_for_datagrams() {
     socket.async_wait(asio::ip::udp::socket::wait_read, keep_memory([this](const std::error_code& error) {
                           if (!error) {
-                              if (receive_batch()) wait_for_datagrams();
+                              if (receive_batch(true)) wait_for_datagrams();
                               return;
                           }
                           if (error != asio::error::operation_aborted) end_reception(error.message());
@@ -223,11 +223,11 @@ void stream_asio_thread::wait_for_datagrams() {
 void stream_asio_thread::read_unasked() {
     unasked_timer.expires_after(unasked_read);
     unasked_timer.async_wait(keep_memory([this](const std::error_code& error) {
-        if (!error && receive_batch()) read_unasked();
+        if (!error && receive_batch(false)) read_unasked();
     }));
 }
 
-bool stream_asio_thread::receive_batch() {
+bool stream_asio_thread::receive_batch(bool told) {
     for (int round = 0; round < most_rounds; ++round) {
         std::error_code error;
         const size_t count = reader->read(error);
@@ -237,7 +237,7 @@ bool stream_asio_thread::receive_batch() {
             return false;
         }
         // A socket that somebody shut down is always readable, while its datagrams may come all the same.
-        if (count == 0 && round == 0 && !error) std::this_thread::sleep_for(error_pause);
+        if (told && count == 0 && round == 0 && !error) std::this_thread::sleep_for(error_pause);
         const pacing::decision decision = process(count);
         if (decision.next == pacing::action::wait) break;
         if (decision.next == pacing::action::sleep && !sleep_after_read(std::chrono::microseconds{decision.time}))

@@ -57,8 +57,9 @@ private:
     [[nodiscard]] auto keep_memory(Handler handler);
     void wait_for_datagrams();
     void read_unasked();
-    // Reads until `pacing` says to wait. False when reception is at its end.
-    [[nodiscard]] bool receive_batch();
+    // Reads until `pacing` says to wait. `told`: by the system, that something can be read. False when reception is at
+    // its end.
+    [[nodiscard]] bool receive_batch(bool told);
     [[nodiscard]] pacing::decision process(size_t buffers);
     // So long from the last read on. False when other work came meanwhile.
     [[nodiscard]] bool sleep_after_read(std::chrono::microseconds time);

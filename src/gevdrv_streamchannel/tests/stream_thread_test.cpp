@@ -44,6 +44,7 @@ std::atomic<uint64_t> reads{0};
 // When the receive thread's first sleep is to end, by the steady clock; 0: it has not slept.
 std::atomic<int64_t> first_sleep_ends{0};
 thread_local bool is_receive_thread = false;
+std::atomic<uint64_t> pauses{0}; // of the receive thread, in which nothing wakes it
 
 int64_t steady_us() { return std::chrono::steady_clock::now().time_since_epoch() / std::chrono::microseconds{1}; }
 
@@ -88,6 +89,11 @@ extern "C" int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t
     static const auto real =
         reinterpret_cast<decltype(&pthread_cond_clockwait)>(dlsym(RTLD_NEXT, "pthread_cond_clockwait"));
     return real(condition, mutex, clock, end);
+}
+
+extern "C" int nanosleep(const timespec* time, timespec* left) {
+    if (is_receive_thread) ++pauses;
+    return static_cast<int>(syscall(SYS_clock_nanosleep, CLOCK_MONOTONIC, 0, time, left));
 }
 
 namespace {
@@ -385,4 +391,18 @@ TEST(StreamThread, AShutDownSocketKeepsNoProcessorBusy) {
     EXPECT_TRUE(own.wait_for_frames(1));
     own.sut->stop();
     EXPECT_TRUE(own.ends.empty());
+}
+
+// The reads that come whether or not anything can be read: a frame that ends meanwhile must not wait for a pause.
+TEST(StreamThread, AReadUnaskedThatBringsNothingIsNoReasonToPause) {
+    running_thread own;
+    const uint64_t paused = pauses;
+    ASSERT_FALSE(own.sut->start(136, 200));
+    for (uint32_t id = 0; id < 4; ++id) own.send(packet(1, id));
+    ASSERT_TRUE(own.wait_for_frames(1));
+    const uint64_t before = reads; // one more at most belongs to the frame
+    for (int i = 0; i < 2000 && reads < before + 2; ++i) std::this_thread::sleep_for(std::chrono::milliseconds{5});
+    ASSERT_GE(reads, before + 2);
+    own.sut->stop();
+    EXPECT_EQ(pauses, paused);
 }
