@@ -72,6 +72,7 @@ private:
 
     block* block_of(int64_t t, const gvsp_parsed_packet& packet, block* found);
     void receive_payload(int64_t t, block& current, const gvsp_parsed_packet& packet);
+    void receive_repeat(int64_t t, block& current, const gvsp_parsed_packet& packet);
     void receive_other(int64_t t, block& current, const gvsp_parsed_packet& packet);
     bool came_forward(int64_t t, block& current, uint32_t packet_id) noexcept;
     void check_gap(int64_t t, block& current, uint32_t packet_id, uint32_t highest_before);
