@@ -45,22 +45,30 @@ public:
     }
 
     void clear() noexcept { *this = {}; }
-    // `asked`: packets of it were asked for, and may come yet.
+    // `asked`: packets that it lacked in the end were asked for.
     void add(uint64_t block_id, const leader_mark& leader, uint64_t now, bool asked) noexcept {
         entries[block_id % capacity] = {block_id, leader, now, ++count, asked, false};
     }
-    void leader_came(uint64_t timestamp) noexcept { newest_timestamp = std::max(newest_timestamp, timestamp); }
+    void leader_came(uint64_t timestamp) noexcept {
+        if (newest_timestamp == 0) first_timestamp = timestamp;
+        newest_timestamp = std::max(newest_timestamp, timestamp);
+    }
     // The ids begin anew. Stragglers of the old ones are kept out for one more frame time, answers as long as they
     // come.
     void start_over(uint64_t now) noexcept {
         for (entry& each : entries) each.of_earlier_round = true;
         started_over = now;
-        newest_timestamp = 0;
+        newest_timestamp = first_timestamp = 0;
     }
     // Whether a frame of this id ended since the ids began.
     [[nodiscard]] bool holds(uint64_t block_id) const noexcept {
         const entry& known = entries[block_id % capacity];
         return known.block_id == block_id && !known.of_earlier_round;
+    }
+    // Whether answers may still come that the frame with this id lacked in the round before.
+    [[nodiscard]] bool old_answers_due(uint64_t block_id, uint64_t now) const noexcept {
+        const entry& known = entries[block_id % capacity];
+        return known.block_id == block_id && known.of_earlier_round && may_be_answer(known, now);
     }
     // `leader_timestamp`: null for any other packet.
     [[nodiscard]] verdict judge(uint64_t block_id, const uint64_t* leader_timestamp, uint64_t now,
@@ -73,7 +81,9 @@ public:
                 return straggles ? verdict::late : verdict::unknown;
             }
             const bool repeated = known.leader.timestamp != 0 && known.leader.timestamp == *leader_timestamp;
-            return repeated ? verdict::late : verdict::unknown;
+            const bool came_at_last = !known.leader.seen && *leader_timestamp != 0 &&
+                                      *leader_timestamp < first_timestamp && may_be_answer(known, now);
+            return repeated || came_at_last ? verdict::late : verdict::unknown;
         }
         if (leader_timestamp == nullptr) return verdict::late;
         if (!known.leader.seen && may_be_answer(known, now)) return verdict::late;
@@ -104,7 +114,8 @@ private:
     // By id: each is looked up with one step, however many late packets come.
     std::array<entry, capacity> entries{};
     uint64_t count = 0;
-    uint64_t newest_timestamp = 0; // since the ids began
+    uint64_t newest_timestamp = 0; // since the ids began, like the next
+    uint64_t first_timestamp = 0;
     uint64_t started_over = 0;
 };
 

@@ -87,7 +87,6 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
         current = nullptr;
     } else if (current != nullptr && leader_timestamp == nullptr && is_of_another(*current, packet, now)) {
         gvsp_logger().info("r[{:8}] Packet {} is of another frame with this id.", current->frame_id, id);
-        current->packets.mark_mixed();
         end_up_to(*current, now);
         current = nullptr;
     }

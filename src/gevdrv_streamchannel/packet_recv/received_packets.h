@@ -116,7 +116,8 @@ public:
         return uint64_t{trailer_id} + 1 >= expected && complete();
     }
     [[nodiscard]] bool complete() const noexcept {
-        if (trailer_id == 0 || counted <= std::min(trailer_id, expected - 1) || mixed) return false;
+        if (trailer_id == 0 || counted <= std::min(trailer_id, expected - 1)) return false;
+        if (mixed) return false;
         if (trailer_id >= expected) return trailer_id <= uint64_t{expected} + in_order_behind;
         if (any_too_large && trailer_id + 1 < expected) return false;
         return top <= trailer_id || first_missing(0, trailer_id) > trailer_id;
