@@ -2,7 +2,8 @@
 //
 // A camera begins its ids anew with each acquisition start of its own, within one stream of ours. What tells such a
 // frame from a repeat of the one that had its id before is the timestamp in its leader, or, where there is none to
-// compare, the time that went by. Other packets carry no such mark, so they are taken for late ones.
+// compare, the time that went by. Other packets carry no such mark, so they are taken for late ones; for those of an
+// open frame see frame_block::brings_the_same.
 #pragma once
 
 #include <algorithm>
@@ -18,6 +19,8 @@ namespace gev::streamchannel::impl {
 class ended_frames {
 public:
     static constexpr size_t capacity = 1024;
+    // An answer to a request is no later, however short frames are.
+    static constexpr uint64_t longest_answer = 1'000'000;
 
     struct leader_mark {
         bool seen = false;
@@ -42,20 +45,30 @@ public:
     }
 
     void clear() noexcept { *this = {}; }
-    void add(uint64_t block_id, const leader_mark& leader, uint64_t now) noexcept {
-        entries[block_id % capacity] = {block_id, leader, now, ++count, false};
+    // `asked`: packets that it lacked in the end were asked for.
+    void add(uint64_t block_id, const leader_mark& leader, uint64_t now, bool asked) noexcept {
+        entries[block_id % capacity] = {block_id, leader, now, ++count, asked, false};
     }
-    void leader_came(uint64_t timestamp) noexcept { newest_timestamp = std::max(newest_timestamp, timestamp); }
-    // The ids begin anew. Stragglers of the old ones are kept out for one more frame time.
+    void leader_came(uint64_t timestamp) noexcept {
+        if (newest_timestamp == 0) first_timestamp = timestamp;
+        newest_timestamp = std::max(newest_timestamp, timestamp);
+    }
+    // The ids begin anew. Stragglers of the old ones are kept out for one more frame time, answers as long as they
+    // come.
     void start_over(uint64_t now) noexcept {
         for (entry& each : entries) each.of_earlier_round = true;
         started_over = now;
-        newest_timestamp = 0;
+        newest_timestamp = first_timestamp = 0;
     }
     // Whether a frame of this id ended since the ids began.
     [[nodiscard]] bool holds(uint64_t block_id) const noexcept {
         const entry& known = entries[block_id % capacity];
         return known.block_id == block_id && !known.of_earlier_round;
+    }
+    // Whether answers may still come that the frame with this id lacked in the round before.
+    [[nodiscard]] bool old_answers_due(uint64_t block_id, uint64_t now) const noexcept {
+        const entry& known = entries[block_id % capacity];
+        return known.block_id == block_id && known.of_earlier_round && may_be_answer(known, now);
     }
     // `leader_timestamp`: null for any other packet.
     [[nodiscard]] verdict judge(uint64_t block_id, const uint64_t* leader_timestamp, uint64_t now,
@@ -64,12 +77,16 @@ public:
         if (known.block_id != block_id) return verdict::unknown;
         if (known.of_earlier_round) {
             if (leader_timestamp == nullptr) {
-                return elapsed(now, started_over) < frame_time ? verdict::late : verdict::unknown;
+                const bool straggles = elapsed(now, started_over) < frame_time || may_be_answer(known, now);
+                return straggles ? verdict::late : verdict::unknown;
             }
             const bool repeated = known.leader.timestamp != 0 && known.leader.timestamp == *leader_timestamp;
-            return repeated ? verdict::late : verdict::unknown;
+            const bool came_at_last = !known.leader.seen && *leader_timestamp != 0 &&
+                                      *leader_timestamp < first_timestamp && may_be_answer(known, now);
+            return repeated || came_at_last ? verdict::late : verdict::unknown;
         }
         if (leader_timestamp == nullptr) return verdict::late;
+        if (!known.leader.seen && may_be_answer(known, now)) return verdict::late;
         if (begins_another(known.leader, elapsed(now, known.ended), *leader_timestamp, frame_time)) {
             return verdict::restart;
         }
@@ -88,12 +105,17 @@ private:
         leader_mark leader;
         uint64_t ended = 0;
         uint64_t number = 0; // of frames that ended
+        bool asked = false;
         bool of_earlier_round = false;
     };
+    [[nodiscard]] static bool may_be_answer(const entry& known, uint64_t now) noexcept {
+        return known.asked && elapsed(now, known.ended) < longest_answer;
+    }
     // By id: each is looked up with one step, however many late packets come.
     std::array<entry, capacity> entries{};
     uint64_t count = 0;
-    uint64_t newest_timestamp = 0; // since the ids began
+    uint64_t newest_timestamp = 0; // since the ids began, like the next
+    uint64_t first_timestamp = 0;
     uint64_t started_over = 0;
 };
 

@@ -2,10 +2,12 @@
 #pragma once
 
 #include "ended_frames.h"
+#include "frame_copy.h"
 #include "gvsp_packet.h"
 #include "gvsp_recv_interface.h"
 #include "received_packets.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <utility>
 
@@ -44,6 +46,16 @@ struct frame_block {
 
     [[nodiscard]] ended_frames::leader_mark leader_mark() const noexcept {
         return {packets.holds(0), leader.timestamp};
+    }
+
+    // Whether a payload packet brings for an id that came before what came then. The network's repeats and the camera's
+    // answers do; another frame with the same id does not, unless the pictures are alike there.
+    [[nodiscard]] bool brings_the_same(uint32_t packet_id, const gvsp_parsed_packet::payload_body& payload,
+                                       uint32_t payload_size) const noexcept {
+        const uint64_t begin = (uint64_t{packet_id} - 1) * geometry.payload_per_packet;
+        if (begin >= payload_size) return true;
+        const uint64_t known = packets.size_of(packet_id, geometry.payload_per_packet);
+        return is_placed(context, geometry, packet_id, payload, std::min(known, payload_size - begin));
     }
 
     struct ending {

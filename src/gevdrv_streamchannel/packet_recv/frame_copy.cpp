@@ -73,4 +73,13 @@ placed_bytes place_payload(const frame_context& frame, const block_geometry& geo
     return {count, offset + count};
 }
 
+bool is_placed(const frame_context& frame, const block_geometry& geometry, uint32_t packet_id,
+               const gvsp_parsed_packet::payload_body& payload, uint64_t most) noexcept {
+    if (frame.size == 0 || packet_id == 0) return true;
+    const uint64_t offset = (uint64_t{packet_id} - 1) * geometry.payload_per_packet;
+    if (offset > frame.size) return true;
+    const uint64_t count = std::min({payload.data_size, most, frame.size - offset});
+    return std::memcmp(frame.data + offset, payload.data, count) == 0;
+}
+
 } // namespace gev::streamchannel::impl

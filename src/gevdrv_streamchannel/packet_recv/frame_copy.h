@@ -23,5 +23,8 @@ struct placed_bytes {
 };
 [[nodiscard]] placed_bytes place_payload(const frame_context& frame, const block_geometry& geometry, uint32_t packet_id,
                                          const gvsp_parsed_packet::payload_body& payload) noexcept;
+// Whether it would change nothing of what stands there; no more than `most` bytes of it are looked at.
+[[nodiscard]] bool is_placed(const frame_context& frame, const block_geometry& geometry, uint32_t packet_id,
+                             const gvsp_parsed_packet::payload_body& payload, uint64_t most) noexcept;
 
 } // namespace gev::streamchannel::impl

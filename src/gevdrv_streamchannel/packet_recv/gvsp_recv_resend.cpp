@@ -176,12 +176,33 @@ void gvsp_recv_resend::ask_for_gap(int64_t t, block& current, uint32_t lowest, u
     const uint32_t id = packet.packet_id;
     const packet_share share = share_of(current.geometry, payload_size, id, packet.payload.data_size);
     const bool forward = current.packets.add_payload(id, share, packet.payload.data_size);
-    if (!forward && current.packets.holds(id)) return; // came before, and stays as it is
+    if (!forward && current.packets.holds(id)) return receive_repeat(t, current, packet);
     const placed_bytes placed = place_payload(current.context, current.geometry, id, packet.payload);
     current.received_bytes += placed.count;
     current.filled_size = std::max(current.filled_size, placed.end);
     const uint32_t highest_before = current.highest_packet_id;
-    if (forward && came_forward(t, current, id)) check_gap(t, current, id, highest_before);
+    if (!forward) return;
+    if (came_forward(t, current, id)) {
+        check_gap(t, current, id, highest_before);
+    } else if (current.old_answers_due) {
+        give_up_mixed(t, current, id); // whose answer it is cannot be told
+    }
+}
+
+// What came first stays. Where it is not the same the camera started over, and its leader is lost or late.
+[[gnu::noinline, gnu::cold]] void gvsp_recv_resend::receive_repeat(int64_t t, block& current,
+                                                                   const gvsp_parsed_packet& packet) {
+    if (!current.brings_the_same(packet.packet_id, packet.payload, payload_size)) {
+        give_up_mixed(t, current, packet.packet_id);
+    }
+}
+
+// Which packets are of which frame cannot be told, and answers would be mixed just so.
+void gvsp_recv_resend::give_up_mixed(int64_t t, block& current, uint32_t packet_id) {
+    if (current.packets.is_mixed()) return;
+    log_block(t, current, ". pckt={} is of another frame with this id, so mark block with end-pending.", packet_id);
+    current.packets.mark_mixed();
+    current.state = block_state::end_pending;
 }
 
 bool gvsp_recv_resend::receive_packet(uint64_t now, std::span<const std::byte> datagram) {
@@ -437,6 +458,7 @@ gvsp_recv_resend::block* gvsp_recv_resend::create_single_new_block(int64_t t, ui
     created.begin(block_id, frame_id, t, last_leader, geometry[extended]);
     created.state = block_state::open;
     created.ended = false;
+    created.old_answers_due = ended_recently.old_answers_due(block_id, static_cast<uint64_t>(std::max<int64_t>(t, 0)));
     created.end_deadline = created.next_timer = t + frame_time();
     created.highest_packet_id = created.not_yet_available = 0;
     created.resend_requests = created.resend_packets_requested = 0;
@@ -454,7 +476,8 @@ void gvsp_recv_resend::end_block(int64_t t, block& ended, bool flushed) {
         stats.packets_received += std::min(ended.packets.count(), ended.packets.due());
     }
     // Without a buffer, too: its late packets must not take one when buffers are scarcest.
-    ended_recently.add(ended.block_id, ended.leader_mark(), static_cast<uint64_t>(std::max<int64_t>(t, 0)));
+    ended_recently.add(ended.block_id, ended.leader_mark(), static_cast<uint64_t>(std::max<int64_t>(t, 0)),
+                       ended.resend_requests != 0 && !complete);
     if (ended.context.size == 0) {
         ++stats.no_buffer_frames;
         log_block(t, ended, ". Dropped frame due to no shm_mem_handle.");

@@ -12,6 +12,14 @@ namespace {
 
 using gds_helper::log::gvsp_logger;
 
+// The network holds no packet back for as long, nor is this thread away. Microseconds.
+constexpr uint64_t longest_held_back = 250'000;
+
+template <class Block>
+uint64_t silence_of(const Block& block, uint64_t now) {
+    return ended_frames::elapsed(now, static_cast<uint64_t>(block.last_packet));
+}
+
 } // namespace
 
 gvsp_recv_simple::gvsp_recv_simple(const stream_functions& stream) : functions(stream) { setup(0, 0); }
@@ -51,6 +59,18 @@ gvsp_recv_simple::block* gvsp_recv_simple::find(uint64_t block_id) noexcept {
     return found == blocks.end() ? nullptr : &*found;
 }
 
+// A frame that lacks packets is open until younger ones are whole, so in single-frame operation until the next one,
+// which has the same id. Its leader tells; where that is lost, a packet that came before with other bytes does, or one
+// that comes when nothing is under way any more. None of it may get in: the frame would seem whole.
+bool gvsp_recv_simple::is_of_another(const block& current, const gvsp_parsed_packet& packet,
+                                     uint64_t now) const noexcept {
+    const received_packets& packets = current.packets;
+    const bool repeated = packets.holds(packet.packet_id);
+    if ((repeated || packets.trailer() != 0) && silence_of(current, now) > longest_held_back) return true;
+    return repeated && packet.kind == gvsp_packet_kind::payload &&
+           !current.brings_the_same(packet.packet_id, packet.payload, payload_size);
+}
+
 bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> datagram) {
     const gvsp_parsed_packet packet = parse_gvsp_packet(datagram.data(), datagram.size());
     if (packet.kind == gvsp_packet_kind::invalid) unsupported.look_at(packet);
@@ -61,10 +81,13 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
     const auto time_per_frame = static_cast<uint64_t>(frame_time());
     block* current = find(packet.block_id);
     if (current != nullptr && leader_timestamp != nullptr &&
-        ended_recently.begins_another(current->leader_mark(),
-                                      ended_frames::elapsed(now, static_cast<uint64_t>(current->last_packet)),
-                                      *leader_timestamp, time_per_frame)) {
+        ended_recently.begins_another(current->leader_mark(), silence_of(*current, now), *leader_timestamp,
+                                      time_per_frame)) {
         restart_stream(now);
+        current = nullptr;
+    } else if (current != nullptr && leader_timestamp == nullptr && is_of_another(*current, packet, now)) {
+        gvsp_logger().info("r[{:8}] Packet {} is of another frame with this id.", current->frame_id, id);
+        end_up_to(*current, now);
         current = nullptr;
     }
     if (current == nullptr) {
@@ -111,6 +134,15 @@ void gvsp_recv_simple::restart_stream(uint64_t now) {
     ended_recently.start_over(now);
 }
 
+// What is older will not be finished any more.
+void gvsp_recv_simple::end_up_to(const block& last, uint64_t now) {
+    for (auto oldest = ring.end(); oldest != ring.begin();) {
+        block& each = **--oldest;
+        end_block(each, now, false);
+        if (&each == &last) break;
+    }
+}
+
 gvsp_recv_simple::block& gvsp_recv_simple::create_new_block(uint64_t now, uint64_t block_id) {
     const frame_ids::opened_frame opened = ids.opened(block_id, extended, 0);
     const uint64_t frame_id = opened.id;
@@ -143,7 +175,7 @@ void gvsp_recv_simple::end_block(block& ended, uint64_t now, bool flushed) {
         stats.packets_received += std::min(ended.packets.count(), ended.packets.due());
     }
     if (complete) stats.skipped_frames += ids.completed(ended.frame_id);
-    ended_recently.add(ended.block_id, ended.leader_mark(), now);
+    ended_recently.add(ended.block_id, ended.leader_mark(), now, false);
     if (ended.context.size == 0) {
         ++stats.no_buffer_frames;
         if (ended.context.buffer == nullptr) return; // an empty buffer goes back to its owner all the same
@@ -158,12 +190,11 @@ void gvsp_recv_simple::end_block(block& ended, uint64_t now, bool flushed) {
 }
 
 int64_t gvsp_recv_simple::check_timers(uint64_t now) {
-    // No timers: looks for a finished block. What is older than a finished block will not be finished any more.
+    // No timers: looks for a finished block.
     const auto finished = std::ranges::find_if(
         ring, [](const block* candidate) { return candidate->active && candidate->packets.complete_as_announced(); });
     if (finished == ring.end()) return -1;
-    for (auto older = ring.end(); --older != finished;) end_block(**older, now, false);
-    end_block(**finished, now, false);
+    end_up_to(**finished, now);
     return -1;
 }
 

@@ -32,7 +32,10 @@ private:
     };
 
     [[nodiscard]] block* find(uint64_t block_id) noexcept;
+    [[nodiscard]] bool is_of_another(const block& current, const gvsp_parsed_packet& packet,
+                                     uint64_t now) const noexcept;
     void restart_stream(uint64_t now);
+    void end_up_to(const block& last, uint64_t now);
     block& create_new_block(uint64_t now, uint64_t block_id);
     void end_block(block& ended, uint64_t now, bool flushed);
 

@@ -17,7 +17,8 @@ enum class packet_share { all, part, more };
 // the payload or stands directly before the trailer; a shorter one anywhere else lost bytes and is missing like any
 // other. Ids that no bitmap of the announced size holds cannot be told apart, and count only as far as they came in
 // order: none of them stands in for a lost one. What a packet has beyond its share may be padding; in a frame of fewer
-// packets than expected it was data, for which there is no place.
+// packets than expected it was data, for which there is no place. A block that got a packet of another frame with its
+// id may hold more of them, and is complete never more.
 class received_packets {
 public:
     // The only call that allocates.
@@ -29,8 +30,11 @@ public:
         std::ranges::fill(words, 0);
         expected = geometry.expected_packets;
         counted = top = trailer_id = short_id = in_order_behind = 0;
-        any_too_large = false;
+        any_too_large = mixed = false;
     }
+    // A packet of another frame came with this one's id.
+    void mark_mixed() noexcept { mixed = true; }
+    [[nodiscard]] bool is_mixed() const noexcept { return mixed; }
 
     [[nodiscard]] bool holds(uint32_t id) const noexcept {
         return id < expected && (words[id / bits_per_word] >> (id % bits_per_word) & 1) != 0;
@@ -42,7 +46,7 @@ public:
     [[nodiscard]] uint32_t trailer() const noexcept { return trailer_id; } // 0 until it came
     // Of those that count(), how many there are; fewer than announced when the trailer says so.
     [[nodiscard]] uint32_t due() const noexcept {
-        return trailer_id != 0 ? std::min(trailer_id + 1, expected) : expected;
+        return trailer_id != 0 ? std::min(trailer_id, expected - 1) + 1 : expected;
     }
     // Of the run of missing packets that ends with `last`, which is missing; not looked for below `lowest`.
     [[nodiscard]] uint32_t start_of_missing_run(uint32_t last, uint32_t lowest) const noexcept {
@@ -87,6 +91,7 @@ public:
     }
     bool add_trailer(uint32_t id) noexcept {
         if (id == 0 || id == trailer_id) return false;
+        if (trailer_id != 0) mark_mixed(); // a frame has one end
         trailer_id = id;
         if (short_id != 0 && short_id + 1 == id) {
             if (counts(short_id))
@@ -101,12 +106,18 @@ public:
     [[nodiscard]] uint64_t last_size(uint32_t full) const noexcept {
         return short_id + 1 == trailer_id ? short_size : full;
     }
+    // What came of a payload packet that it holds(), in bytes, at least.
+    [[nodiscard]] uint64_t size_of(uint32_t id, uint32_t full) const noexcept {
+        if (id == trailer_id) return 0;
+        return id == short_id ? short_size : full;
+    }
     // Not for a frame that is shorter than announced.
     [[nodiscard]] bool complete_as_announced() const noexcept {
         return uint64_t{trailer_id} + 1 >= expected && complete();
     }
     [[nodiscard]] bool complete() const noexcept {
         if (trailer_id == 0 || counted <= std::min(trailer_id, expected - 1)) return false;
+        if (mixed) return false;
         if (trailer_id >= expected) return trailer_id <= uint64_t{expected} + in_order_behind;
         if (any_too_large && trailer_id + 1 < expected) return false;
         return top <= trailer_id || first_missing(0, trailer_id) > trailer_id;
@@ -139,6 +150,7 @@ private:
     uint64_t short_size = 0;      // of it, in bytes
     uint32_t in_order_behind = 0; // packets behind the bitmap that came one after the other
     bool any_too_large = false;
+    bool mixed = false;
 };
 
 [[nodiscard]] inline packet_share share_of(const block_geometry& geometry, uint64_t payload_size, uint32_t packet_id,

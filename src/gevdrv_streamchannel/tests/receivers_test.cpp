@@ -17,7 +17,6 @@ TYPED_TEST(receivers_test, whole_frame_is_delivered_once_with_its_fields) {
         this->begin({.extended = extended});
         this->send(1, {0, 1, 1, 1});
         this->whole(1, trailer_id);
-        this->feed_one(header(1, 3, 1, 0, extended).fill(100, 0xEE)); // what came stays as it is
         this->send(1, {trailer_id});
         this->send(1, {0, 2, 5});
         ASSERT_EQ(this->frames.size(), 1U);
@@ -36,6 +35,16 @@ TYPED_TEST(receivers_test, whole_frame_is_delivered_once_with_its_fields) {
         EXPECT_EQ(this->taken, 1U);
         EXPECT_EQ(this->statistics(), (counts{1, 0, 0, 0, 0, 0}));
     }
+}
+
+TYPED_TEST(receivers_test, packet_that_comes_with_other_bytes_changes_none_and_makes_the_frame_incomplete) {
+    this->send(1, {0, 1, 2});
+    this->feed_one(header(1, 3, 1).fill(100, 0xEE));
+    this->send(1, {3, 4, 5});
+    this->receiver.flush(this->now);
+    ASSERT_EQ(this->frames.size(), 1U);
+    EXPECT_EQ(this->frames[0].flags, incomplete);
+    EXPECT_TRUE(this->bytes_right(0));
 }
 
 TYPED_TEST(receivers_test, progress_is_that_of_the_youngest_frame) {

@@ -9,6 +9,9 @@ using namespace test;
 template <class Receiver>
 using restart_test = receiver_fixture<Receiver>;
 TYPED_TEST_SUITE(restart_test, both_receivers, receiver_names);
+using restart_resend_test = receiver_fixture<gvsp_recv_resend>;
+
+constexpr resend_parameters automatic{.auto_time_per_frame = true};
 
 } // namespace
 
@@ -121,6 +124,115 @@ TYPED_TEST(restart_test, stragglers_of_the_round_before_stay_out_of_the_new_one)
     EXPECT_EQ(this->taken, 10U);
     EXPECT_EQ(this->receiver.get_statistics().complete_frames, 10U);
     for (size_t i = 0; i < this->frames.size(); ++i) EXPECT_TRUE(this->bytes_right(i)) << i;
+}
+
+// A frame that lacks a packet has the first id, and so has the next one, whose leader is lost.
+TYPED_TEST(restart_test, packets_of_a_new_round_complete_no_frame_of_the_old_one) {
+    constexpr bool resends = std::is_same_v<TypeParam, gvsp_recv_resend>;
+    using packets = std::vector<uint32_t>;
+    struct row {
+        const char* name;
+        packets before, after;
+        uint64_t pause;        // microseconds
+        bool alike = false;    // the pictures
+        bool delivers = false; // the new frame, whole
+    };
+    const row rows[] = {
+        {"back to back", {0, 1, 3, 4, 5}, {1, 2, 3, 4, 5}, 0},
+        {"before the request", {0, 1, 3, 4, 5}, {1, 2, 3, 4, 5}, 10'000},
+        {"behind it", {0, 1, 3, 4, 5}, {1, 2, 3, 4, 5}, 40'000},
+        {"a minute later", {0, 1, 3, 4, 5}, {1, 2, 3, 4, 5}, 60'000'000},
+        {"before the old trailer", {0, 1, 3, 4}, {1, 2, 3, 4, 5}, 10'000},
+        {"two lost", {0, 3, 4, 5}, {2, 3, 4, 5, 1}, 10'000},
+        {"two lost, the other way", {0, 1, 3, 5}, {4, 3, 2, 5}, 10'000},
+        {"a shorter one", {0, 1, 2, 4, 5}, {3}, 10'000},
+        {"alike, after a while", {0, 1, 3, 4, 5}, {1, 2, 3, 4, 5}, 300'000, true},
+        {"alike, after a lost trailer", {0, 1, 2, 4}, {1, 2, 3, 4, 5}, 300'000, true},
+        {"begins with the missing one", {0, 1, 3, 4, 5}, {2, 3, 4, 5}, 300'000},
+        {"leader late", {0, 1, 3, 4, 5}, {1, 0, 1, 2, 3, 4, 5}, 10'000, false, true},
+    };
+    for (const row& r : rows) {
+        SCOPED_TRACE(r.name);
+        this->begin();
+        for (const uint32_t packet : r.before) this->send(1, {packet});
+        this->pass(r.pause);
+        if (!r.alike) this->wire.round = 1;
+        for (const uint32_t packet : r.after) {
+            if (std::string_view{r.name} == "a shorter one" && packet == 3) {
+                this->feed_one(header(1, 2, 3).u32(1).u32(2)); // its trailer
+            } else {
+                this->send(1, {packet});
+            }
+        }
+        this->pass(1'000'000);
+        this->receiver.flush(this->now);
+        ASSERT_EQ(this->frames.size(), r.delivers ? 2U : 1U);
+        EXPECT_EQ(this->frames[0].flags & incomplete, incomplete);
+        EXPECT_EQ(this->taken, this->frames.size());
+        if (r.delivers) {
+            EXPECT_EQ(this->frames[1].flags, 0U);
+            EXPECT_TRUE(this->bytes_right(1));
+        }
+        EXPECT_TRUE(resends || this->requests.empty());
+    }
+}
+
+// What the network repeats says nothing against a frame, before its end or behind it.
+TYPED_TEST(restart_test, repeats_leave_a_frame_whole) {
+    for (const bool short_last : {false, true}) {
+        this->begin();
+        datagram last = packet_of(1, 4, this->wire);
+        if (short_last) last.resize(last.size() - 30);
+        this->send(1, {0, 0, 1, 1, 3, 3});
+        for (int i = 0; i < 2; ++i) this->feed_one(last);
+        this->send(1, {5, 5, 3});
+        this->feed_one(last);
+        this->pass(20'000);
+        this->send(1, {3, 1, 0, 5, 2, 2});
+        EXPECT_EQ(this->flags(), std::vector<uint32_t>{0});
+        EXPECT_TRUE(short_last || this->bytes_right(0));
+    }
+}
+
+// An answer for the last frame of the old round comes just before or within the frame that has its id in the new one.
+TEST_F(restart_resend_test, late_answers_of_the_old_round_are_not_taken_for_the_new_one) {
+    for (const bool within : {false, true}) {
+        SCOPED_TRACE(within);
+        begin({}, automatic);
+        for (uint64_t block = 1; block <= 20; ++block, now += 1000) whole(block, block == 20 ? 2 : UINT32_MAX);
+        pass(5000);
+        ASSERT_EQ(requests, (std::vector<request>(3, {20, 2, 2})));
+        ASSERT_EQ(flags().back(), incomplete);
+        const datagram answer = packet_of(20, 2, wire);
+        wire.round = 1;
+        for (uint64_t block = 1; block < 20; ++block, now += 1000) whole(block);
+        if (within) send(20, {0, 1});
+        feed_one(answer);
+        for (uint32_t packet = within ? 2 : 0; packet <= trailer_id; ++packet) send(20, {packet});
+        pass(100'000);
+        ASSERT_EQ(frames.size(), 40U);
+        EXPECT_EQ(frames.back().flags & incomplete, within ? incomplete : 0U);
+        EXPECT_TRUE(within || bytes_right(39));
+    }
+}
+
+// The frame at the end of a burst lost its leader, and no newer timestamp says that a leader is an old one.
+TEST_F(restart_resend_test, late_leader_of_the_last_frame_opens_nothing) {
+    for (const bool timestamps : {false, true}) {
+        for (const uint64_t late : {6'000U, 30'000U, 300'000U}) {
+            SCOPED_TRACE(late);
+            begin({.timestamps = timestamps}, automatic);
+            for (uint64_t block = 1; block <= 20; ++block, now += 1000) whole(block, block == 20 ? 0 : UINT32_MAX);
+            pass(late);
+            ASSERT_EQ(frames.size(), 20U);
+            send(20, {0, 3});
+            EXPECT_EQ(taken, 20U);
+            now += 2'000'000;
+            wire.round = 1;
+            whole(20);
+            EXPECT_EQ(taken, 21U) << "an answer so late is none";
+        }
+    }
 }
 
 // One stray id far ahead loses nothing; frames that are missing in front of one that others follow are lost.
