@@ -34,7 +34,8 @@ result<double> float_reg_type<AddressEval>::get_val(unsigned flags) const {
     if (!range) return fail(range.error());
     std::byte buffer[8];
     const std::span data{buffer, static_cast<std::size_t>(range->length)};
-    if (const auto error = this->access.port->read_cached(this->access.caching_mode, range->address, data, flags))
+    if (const auto error = this->access.port->read_cached(this->access.caching_mode, range->address, data, flags,
+                                                          this->address.lines_from()))
         return fail(error);
     const auto bits = static_cast<uint64_t>(decode_integer(data, this->access.endianess, false));
     return range->length == 4 ? static_cast<double>(std::bit_cast<float>(static_cast<uint32_t>(bits)))

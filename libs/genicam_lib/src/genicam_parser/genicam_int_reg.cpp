@@ -27,7 +27,8 @@ result<int64_t> int_reg_type<AddressEval>::get_val(unsigned flags) const {
     if (!range) return fail(range.error());
     std::byte buffer[8];
     const std::span data{buffer, static_cast<std::size_t>(range->length)};
-    if (const auto error = this->access.port->read_cached(this->access.caching_mode, range->address, data, flags))
+    if (const auto error = this->access.port->read_cached(this->access.caching_mode, range->address, data, flags,
+                                                          this->address.lines_from()))
         return fail(error);
     return decode_integer(data, this->access.endianess, this->is_signed());
 }

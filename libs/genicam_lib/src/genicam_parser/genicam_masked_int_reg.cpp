@@ -44,7 +44,8 @@ template <class AddressEval>
 result<uint64_t> masked_register_node<AddressEval>::read_raw(const address_range& range, unsigned flags) const {
     std::byte buffer[8];
     const std::span data{buffer, static_cast<std::size_t>(range.length)};
-    if (const auto error = this->access.port->read_cached(this->access.caching_mode, range.address, data, flags))
+    if (const auto error = this->access.port->read_cached(this->access.caching_mode, range.address, data, flags,
+                                                          this->address.lines_from()))
         return fail(error);
     return static_cast<uint64_t>(decode_integer(data, this->access.endianess, false));
 }

@@ -23,11 +23,7 @@ void string_reg_type::do_resolve_references(document_services&, const element_vi
 void string_reg_type::invalidate_register() {
     if (access.port == nullptr) return;
     access.port->invalidate_text(cached); // also one of another address
-    if (const auto range = address.get(0)) {
-        access.port->invalidate_range(range->address, range->length);
-    } else {
-        access.port->invalidate_all(); // what the text may overlap cannot be told
-    }
+    invalidate_at(*access.port, address.get(0));
 }
 
 result<address_range> string_reg_type::checked_range(unsigned flags) const {

@@ -15,10 +15,12 @@ class port_reg_interface {
 public:
     [[nodiscard]] virtual std::error_code write_cached(CachingMode_t mode, int64_t address,
                                                        std::span<const std::byte> data, unsigned flags) = 0;
+    // Bytes that were cached before the invalidation `since` are not taken.
     [[nodiscard]] virtual std::error_code read_cached(CachingMode_t mode, int64_t address, std::span<std::byte> data,
-                                                      unsigned flags) = 0;
-    virtual void invalidate_range(int64_t address, uint64_t length) = 0;
-    virtual void invalidate_all() = 0;
+                                                      unsigned flags, uint64_t since) = 0;
+    // These give the number of the invalidation, for `since`.
+    virtual uint64_t invalidate_range(int64_t address, uint64_t length) = 0;
+    virtual uint64_t invalidate_all() = 0;
 
     // The same for a text register, whose entry is added once, while the document is built. A text with a NUL in it
     // stands for the whole register unless the flags ask for raw bytes.

@@ -43,6 +43,11 @@ void reg_access::resolve_caching(const node_base_data& owner, const element_view
     caching_mode = own.value_or(owner.document().force_no_cache() ? CachingMode_t::NoCache : standard);
 }
 
+uint64_t invalidate_at(port_reg_interface& port, const result<address_range>& place) {
+    // Without a place: it could be told when the entry was made, and may be again.
+    return place ? port.invalidate_range(place->address, place->length) : port.invalidate_all();
+}
+
 int64_t get_element_const_address_sum(const node_base_data& owner, const element_view& view) {
     int64_t sum = 0;
     view.for_each(tag::Address, [&](pugi::xml_node element) {
