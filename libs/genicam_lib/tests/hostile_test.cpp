@@ -173,16 +173,31 @@ TEST(Hostile, EntitiesAreNotExpanded) {
     EXPECT_THAT(doc->find<IString>("S")->get_val(0), Gives("&c;&f;"));
 }
 
-TEST(Hostile, DoublingExpressionsStayWithinMemory) {
-    std::string expressions = ": Expression@E0 1";
-    for (int i = 1; i < 60; ++i) {
+// E0 to the last, each twice as long as the one before.
+std::string doubling_expressions(int last) {
+    std::string expressions = "Expression@E0 1";
+    for (int i = 1; i <= last; ++i) {
         const std::string below = "E" + std::to_string(i - 1);
         expressions += ", Expression@E" + std::to_string(i) + " " + below + "+" + below;
     }
+    return expressions;
+}
+
+TEST(Hostile, DoublingExpressionsStayWithinMemory) {
     std::string nodes;
-    for (int k = 0; k < 50; ++k) nodes += "IntSwissKnife K" + std::to_string(k) + expressions + ", Formula E59 | ";
+    for (int k = 0; k < 50; ++k)
+        nodes += "IntSwissKnife K" + std::to_string(k) + ": " + doubling_expressions(59) + ", Formula E59 | ";
     document sut{nodes};
     script{sut}.run({"K0 ! not_implemented"});
+}
+
+// A line that names a long expression again costs as much as one that states it: a document has so many tokens in all.
+TEST(Hostile, ExpressionsOfADocumentShareABudget) {
+    std::string knife = "IntSwissKnife First: Formula 1 + 1 | IntSwissKnife K: " + doubling_expressions(12);
+    for (int i = 0; i < 2000; ++i) knife += ", Expression@X" + std::to_string(i) + " E12";
+    document sut{knife + ", Formula X0 | IntSwissKnife Last: Formula 1 + 1"};
+    script{sut}.run({"First = 2", "K ! not_implemented", "Last ! not_implemented"});
+    EXPECT_THAT(sut.doc->find_node("Last")->get_fault(), ::testing::HasSubstr("Failed to add token to output."));
 }
 
 // Everything hangs together: lists made up front for every node would take the square of the document.

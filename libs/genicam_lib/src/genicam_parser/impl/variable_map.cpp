@@ -83,12 +83,15 @@ void build_formula_name_lookup(formula_name_lookup& lookup, const node_base_data
 
 std::optional<compiled_formula_data> compile(node_base_data& owner, std::string_view text,
                                              const formula_name_lookup& lookup) {
-    math_parser::compile_report found;
-    math_parser::compile_report* const report = &found;
-    auto program = math_parser::compile_formula(
-        text, [&](std::string_view name) { return lookup.find(name); },
-        [](std::string_view message) { log(level_fault, "{}", message); }, report, math_parser::dialect::documents);
-    if (program) return std::move(*program);
+    math_parser::compile_report found{math_parser::parse_status::output_full};
+    if (std::size_t& left = owner.document().formula_tokens_left(); left != 0) {
+        math_parser::compile_report* const report = &found;
+        auto program = math_parser::compile_formula(
+            text, [&](std::string_view name) { return lookup.find(name); },
+            [](std::string_view message) { log(level_fault, "{}", message); }, report, math_parser::dialect::documents);
+        left -= std::min(left, found.size);
+        if (program) return std::move(*program);
+    }
     owner.document().note_fault(owner, fmt::format("Formula '{}' of '{}', character {}: {}", trimmed(text),
                                                    owner.get_node_name(), found.offset + 1,
                                                    math_parser::status_text(found.status)));
