@@ -150,15 +150,15 @@ std::error_code port_device_type::read_whole(int64_t address, std::span<std::byt
     return *count < data.size() ? make_error_code(genicam_errc::generic_error) : std::error_code{};
 }
 
-std::error_code port_device_type::read_cached(CachingMode_t mode, int64_t address, std::span<std::byte> data,
-                                              unsigned flags, uint64_t since) {
-    const bool cacheable = data.size() <= register_cache::maximum_length && mode != CachingMode_t::NoCache &&
+std::error_code port_device_type::read_cached(const caching_terms& how, int64_t address, std::span<std::byte> data,
+                                              unsigned flags) {
+    const bool cacheable = data.size() <= register_cache::maximum_length && how.mode != CachingMode_t::NoCache &&
                            !(flags & access_flags::bypass_cache) && cache_enabled.load(std::memory_order_relaxed);
     if (!cacheable) return read_whole(address, data, flags);
     uint64_t changes_before = 0;
     {
         const std::shared_lock guard{cache_lock};
-        if (cache.read(address, data, since)) return {};
+        if (cache.read(address, data, how.since.load(std::memory_order_relaxed))) return {};
         changes_before = cache.changes();
     }
     if (flags & access_flags::cache_only) return genicam_errc::not_in_cache;

@@ -32,8 +32,8 @@ public:
 
     [[nodiscard]] std::error_code write_cached(CachingMode_t mode, int64_t address, std::span<const std::byte> data,
                                                unsigned flags) override;
-    [[nodiscard]] std::error_code read_cached(CachingMode_t mode, int64_t address, std::span<std::byte> data,
-                                              unsigned flags, uint64_t since) override;
+    [[nodiscard]] std::error_code read_cached(const caching_terms& how, int64_t address, std::span<std::byte> data,
+                                              unsigned flags) override;
     uint64_t invalidate_range(int64_t address, uint64_t length) override;
     uint64_t invalidate_all() override;
     void add_text(text_entry& entry) override { cache.add_text(entry); }

@@ -14,7 +14,7 @@ void register_type::do_resolve_references(document_services&, const element_view
 }
 
 void register_type::invalidate_register() {
-    if (access.port != nullptr) invalidate_at(*access.port, address.get(0));
+    if (access.port != nullptr) access.invalidate(address.get(0));
 }
 
 result<uint64_t> register_type::get_length(unsigned flags) const {

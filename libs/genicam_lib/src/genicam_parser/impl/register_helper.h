@@ -6,30 +6,28 @@
 
 #include <GenICam/ports.h>
 
-#include <atomic>
-
 namespace GenICam::impl {
-
-struct reg_access {
-    port_reg_interface* port = nullptr; // null makes every value access answer invalid_document
-    IPort* port_node = nullptr;         // the same port
-    CachingMode_t caching_mode = CachingMode_t::WriteThrough;
-    Endianess_t endianess = Endianess_t::BigEndian;
-
-    // From "pPort" of the view; makes the owner a user of the port. No source: a walk of the sources must not spread
-    // from one register over the port to all others.
-    void resolve_port_interface(node_base_data& owner, const element_view& view);
-    void resolve_caching(const node_base_data& owner, const element_view& view, CachingMode_t standard);
-};
 
 struct address_range {
     int64_t address;
     uint64_t length;
 };
 
-// Drops what is cached of a register there, or everything when its place cannot be told. Gives the invalidation's
-// number.
-uint64_t invalidate_at(port_reg_interface& port, const result<address_range>& place);
+struct reg_access {
+    port_reg_interface* port = nullptr; // null makes every value access answer invalid_document
+    IPort* port_node = nullptr;         // the same port
+    caching_terms caching;
+    Endianess_t endianess = Endianess_t::BigEndian;
+
+    // From "pPort" of the view; makes the owner a user of the port. No source: a walk of the sources must not spread
+    // from one register over the port to all others.
+    void resolve_port_interface(node_base_data& owner, const element_view& view);
+    void resolve_caching(const node_base_data& owner, const element_view& view, CachingMode_t standard);
+    // Drops what is cached there, or everything when the place cannot be told. One pass invalidates a register together
+    // with the nodes that tell where it lies, in any order, so that the place told then may be neither where it has
+    // lain nor where it will: whatever was cached before, wherever, is not its value any more either.
+    void invalidate(const result<address_range>& place);
+};
 
 // The sum of the "Address" children.
 [[nodiscard]] int64_t get_element_const_address_sum(const node_base_data& owner, const element_view& view);
@@ -45,14 +43,6 @@ public:
     [[nodiscard]] result<int64_t> calc_address(uint64_t length_for_default_offset, unsigned flags) const;
     [[nodiscard]] result<address_range> get(unsigned flags) const;
 
-    // The invalidation from which on lines of the port's cache may be the register's. One pass invalidates it together
-    // with the nodes that tell where it lies, in any order, so that the place told then may be neither where it has
-    // lain nor where it will: whatever was cached before, wherever, is not its value any more.
-    [[nodiscard]] uint64_t lines_from() const noexcept { return first_line.load(std::memory_order_relaxed); }
-    void forget_lines_before(uint64_t invalidation) noexcept {
-        first_line.store(invalidation, std::memory_order_relaxed);
-    }
-
 private:
     struct term {
         INode* index_node; // null: add the value of offset_node
@@ -63,7 +53,6 @@ private:
     int64_t base = 0;
     arena_vector<term, 1> terms;
     node_or_const_value<uint64_t> length;
-    std::atomic<uint64_t> first_line{register_cache::from_the_start};
 };
 
 class register_const_address_eval {
@@ -74,9 +63,6 @@ public:
     [[nodiscard]] result<uint64_t> get_length(unsigned) const { return length; }
     [[nodiscard]] result<int64_t> calc_address(uint64_t, unsigned) const { return address; }
     [[nodiscard]] result<address_range> get(unsigned) const { return address_range{address, length}; }
-    // It lies where its lines are dropped.
-    [[nodiscard]] static constexpr uint64_t lines_from() noexcept { return register_cache::from_the_start; }
-    void forget_lines_before(uint64_t) const noexcept {}
 
 private:
     int64_t address = 0;

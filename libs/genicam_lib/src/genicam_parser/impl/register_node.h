@@ -20,7 +20,7 @@ public:
 
     void invalidate_register() final {
         if (access.port == nullptr) return;
-        address.forget_lines_before(invalidate_at(*access.port, get_address_and_length(0)));
+        access.invalidate(get_address_and_length(0));
     }
 
 protected:
