@@ -200,6 +200,20 @@ TEST(Hostile, ExpressionsOfADocumentShareABudget) {
     EXPECT_THAT(sut.doc->find_node("Last")->get_fault(), ::testing::HasSubstr("Failed to add token to output."));
 }
 
+// One step each, formulas would cost a thousand times what registers do.
+TEST(Hostile, FormulasTakeStepsByTheirLength) {
+    std::string nodes, sum;
+    for (int i = 0; i < 40; ++i) {
+        const std::string number = std::to_string(i);
+        nodes += "IntSwissKnife K" + number + ": " + doubling_expressions(12) + ", Formula E12 | ";
+        sum += ", pVariable@V" + number + " K" + number;
+    }
+    document sut{nodes +
+                 "IntSwissKnife Two: pVariable@A K0, pVariable@B K1, Formula A + B | IntSwissKnife All: Formula " +
+                 "V0+V1+V2+V3+V4+V5+V6+V7+V8+V9+V10+V11+V12+V13+V14+V15+V16+V17+V18+V19+V20+V21+V22+V23+V24+V25" + sum};
+    script{sut}.run({"K0 = 4096", "Two = 8192", "All ! invalid_document"});
+}
+
 // Everything hangs together: lists made up front for every node would take the square of the document.
 TEST(Hostile, DenseGraphsLoadAndWrite) {
     std::string hub = "Integer Hub: Value 0", nodes;

@@ -180,6 +180,7 @@ result<tValue> variable_map_impl::fetch(uint64_t id, tValue argument, unsigned f
 
 result<tValue> variable_map_impl::exec_formula(const compiled_formula_data& formula, unsigned flags,
                                                tValue argument) const {
+    if (!eval_scope::take(formula.size())) return eval_scope::error();
     // Each variable is fetched once per run, however often it stands in the formula.
     constexpr uint64_t kept_variables = 16;
     union storage {
@@ -200,7 +201,10 @@ result<tValue> variable_map_impl::exec_formula(const compiled_formula_data& form
             return value;
         }
         if (at >= entries.size()) return fetch(id, argument, flags);
-        if (more.empty()) more.resize(entries.size());
+        if (more.empty()) {
+            if (!eval_scope::take(entries.size())) return eval_scope::error();
+            more.resize(entries.size());
+        }
         if (!more[at]) {
             auto value = fetch(id, argument, flags);
             if (!value) return value;
