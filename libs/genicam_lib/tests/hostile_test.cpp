@@ -1,6 +1,7 @@
 // Documents made to hurt: circles, depth, size. Each must end with a value or an error in bounded time and stack.
 #include "script.h"
 
+#include "impl/IEval.h"
 #include "impl/eval_scope.h"
 
 namespace GenICam::testing {
@@ -212,6 +213,21 @@ TEST(Hostile, FormulasTakeStepsByTheirLength) {
                  "IntSwissKnife Two: pVariable@A K0, pVariable@B K1, Formula A + B | IntSwissKnife All: Formula " +
                  "V0+V1+V2+V3+V4+V5+V6+V7+V8+V9+V10+V11+V12+V13+V14+V15+V16+V17+V18+V19+V20+V21+V22+V23+V24+V25" + sum};
     script{sut}.run({"K0 = 4096", "Two = 8192", "All ! invalid_document"});
+}
+
+// As many names in one node as fit into a document of a few megabytes: whoever looks for each among all takes minutes.
+TEST(Hostile, NamesOfOneNodeAreFoundAtOnce) {
+    constexpr int names = 100'000;
+    std::string knife = "<IntSwissKnife Name='K'>", nodes, invalidators = "<Integer Name='I'><Value>1</Value>";
+    for (int i = 0; i < names; ++i) {
+        const std::string n = std::to_string(i);
+        knife += "<Constant Name='C" + n + "'>" + n + "</Constant><pVariable Name='V" + n + "'>N" + n + "</pVariable>";
+        nodes += "<Integer Name='N" + n + "'><Value>1</Value><pInvalidator>I</pInvalidator></Integer>";
+        invalidators += "<pSelected>N" + n + "</pSelected>";
+    }
+    document sut{nodes + invalidators + "</Integer>" + knife + "<Formula>C7 + V9</Formula></IntSwissKnife>"};
+    script{sut}.run({"K = 8", "N9 := 5", "K = 12"});
+    EXPECT_EQ(sut.doc->find_node("I")->as_eval()->get_invalidates().size(), std::size_t{names}) << "each once";
 }
 
 // Everything hangs together: lists made up front for every node would take the square of the document.
