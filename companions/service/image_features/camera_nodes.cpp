@@ -93,6 +93,13 @@ std::error_code hindrance(const INode& node) {
     return {};
 }
 
+// 0 for none, and for one that is no number to count in.
+template <class Node>
+double increment_of(const Node& node) {
+    const auto increment = static_cast<double>(node.get_inc(direct).value_or(0));
+    return std::isfinite(increment) ? increment : 0;
+}
+
 double nearest(double value, double min, double max, double increment) {
     value = std::clamp(value, min, max);
     if (!(increment > 0)) return value;
@@ -122,8 +129,7 @@ std::error_code write_nearest(Node& node, double wanted) {
     const auto max = node.get_max(direct);
     if (!max) return max.error();
     if (!(*min <= *max)) return make_error_code(genicam_errc::value_out_of_range);
-    const double step = static_cast<double>(node.get_inc(direct).value_or(0));
-    const double taken = nearest(wanted, static_cast<double>(*min), static_cast<double>(*max), step);
+    const double taken = nearest(wanted, static_cast<double>(*min), static_cast<double>(*max), increment_of(node));
     if constexpr (std::is_integral_v<value>)
         return node.set_val(static_cast<value>(std::llround(taken)), direct);
     else
@@ -135,9 +141,8 @@ std::optional<camera_nodes::value_range> limits_of(const Node& node, double scal
     const auto min = node.get_min(direct);
     const auto max = node.get_max(direct);
     if (!min || !max) return {};
-    const double increment = static_cast<double>(node.get_inc(direct).value_or(0));
     return camera_nodes::value_range{static_cast<double>(*min) * scale, static_cast<double>(*max) * scale,
-                                     increment * scale};
+                                     increment_of(node) * scale};
 }
 
 } // namespace
