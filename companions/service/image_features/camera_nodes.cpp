@@ -153,22 +153,31 @@ INode* camera_nodes::number::node() const {
 
 class camera_nodes::asked_port final : public IDevicePort {
 public:
-    explicit asked_port(IDevicePort& of) : camera(of) {}
+    asked_port(IDevicePort& of, clock::time_point at_most) : until(at_most), camera(of) {}
     result<std::size_t> read(int64_t address, std::span<std::byte> data, unsigned flags) override {
-        if (silent) return std::unexpected(no_answer());
+        if (is_silent()) return std::unexpected(no_answer());
         auto count = camera.read(address, data, flags);
         silent = !count && count.error() == no_answer();
         return count;
     }
     std::error_code write(int64_t address, std::span<const std::byte> data, unsigned flags) override {
-        if (silent) return no_answer();
+        if (is_silent()) return no_answer();
         const std::error_code error = camera.write(address, data, flags);
         silent = error == no_answer();
         return error;
     }
-    bool silent = false;
+    bool is_silent() {
+        silent = silent || (until != clock::time_point::max() && clock::now() >= until);
+        return silent;
+    }
+    void ask_again() {
+        silent = false;
+        until = clock::time_point::max();
+    }
 
 private:
+    bool silent = false;
+    clock::time_point until;
     static std::error_code no_answer() { return make_error_code(gds_shared::gigecam_errc::timeout); }
     IDevicePort& camera;
 };
@@ -176,16 +185,17 @@ private:
 camera_nodes::camera_nodes(std::unique_ptr<asked_port> asked, std::unique_ptr<IGenICamDoc> parsed, bool reader)
     : port(std::move(asked)), document(std::move(parsed)), only_reads(reader) {}
 
-void camera_nodes::ask_again() { port->silent = false; }
-bool camera_nodes::is_silent() const { return port->silent; }
+void camera_nodes::ask_again() { port->ask_again(); }
+bool camera_nodes::is_silent() const { return port->is_silent(); }
 
 camera_nodes::~camera_nodes() { document->find<IPort>("Device")->unbind(0); }
 
-std::unique_ptr<camera_nodes> camera_nodes::create(std::string_view text, IDevicePort& camera, bool reads_only) {
+std::unique_ptr<camera_nodes> camera_nodes::create(std::string_view text, IDevicePort& camera, bool reads_only,
+                                                   clock::time_point until) {
     auto parsed = create_document(text);
     if (!parsed) return nullptr;
     auto* const device = parsed->find<IPort>("Device");
-    auto asked = std::make_unique<asked_port>(camera);
+    auto asked = std::make_unique<asked_port>(camera, until);
     if (device == nullptr || device->bind(asked.get(), 0)) return nullptr;
     std::unique_ptr<camera_nodes> made{new camera_nodes{std::move(asked), std::move(parsed), reads_only}};
     made->find_nodes();
@@ -256,9 +266,8 @@ bool camera_nodes::has_colour() const {
     return std::ranges::any_of(entries.first(std::min<std::size_t>(entries.size(), 256)), [](const IEnumEntry* entry) {
         const std::string_view name = entry->get_name();
         const auto begins = [name](std::string_view start) { return name.starts_with(start); };
-        const auto implemented = entry->is_implemented(direct);
-        return (begins("Bayer") || begins("RGB") || begins("BGR") || begins("YUV") || begins("YCbCr")) && implemented &&
-               *implemented;
+        if (!begins("Bayer") && !begins("RGB") && !begins("BGR") && !begins("YUV") && !begins("YCbCr")) return false;
+        return entry->is_implemented(direct).value_or(false);
     });
 }
 
