@@ -206,7 +206,8 @@ void add_tone_mapping(feature_writer& to) {
               block::tonemapping_brightness);
 }
 
-// Of any element; each level is a tab on every line of the levels below. Cameras' documents have a tenth of it.
+// Of any element; each level is a tab on every line of the levels below. A node's own elements need a handful of
+// levels, the rest is for groups.
 constexpr int deepest = 64;
 
 struct name_collector final : pugi::xml_tree_walker {

@@ -66,7 +66,7 @@ private:
     std::vector<INode*> streamable_nodes;
     std::unordered_map<uint64_t, std::vector<IEval*>> event_nodes;
     closure_state walks;
-    // 32 MB; real documents have some ten thousand.
+    // 32 MB: as many as some megabytes of formulas have by themselves.
     std::size_t formula_tokens = 2'000'000;
     std::unordered_map<const IEval*, std::string> faults;
 
