@@ -5,6 +5,7 @@
 
 #include <signal.h>
 
+#include <algorithm>
 #include <fstream>
 #include <regex>
 
@@ -61,6 +62,45 @@ TEST(CommandLine, EveryAnswerFollowsTheSchema) {
     EXPECT_THAT(reasons, HasSubstr("'interfaces' is a required property"));
     EXPECT_FALSE(follow_the_schema("get\t{\"features\":{},\"more\":1}\n", reasons)) << "one that nobody told";
     EXPECT_FALSE(follow_the_schema("", reasons)) << "nothing was compared";
+}
+
+// Categories that all list each other, selectors without limits and at the end of all numbers, and a chunk's port whose
+// id cannot be read while the ports are bound.
+TEST(CommandLine, ADocumentMadeToHurtIsShownAndSaved) {
+    test_system own;
+    const std::string file = own.folder() / "hostile.xml";
+    constexpr int categories = 30;
+    std::string text = "<RegisterDescription><Category Name='Root'><pFeature>C0</pFeature><pFeature>Gain</pFeature>"
+                       "<pFeature>Top</pFeature></Category>";
+    for (int i = 0; i < categories; ++i) {
+        text += "<Category Name='C" + std::to_string(i) + "'>";
+        for (int other = 0; other < categories; ++other) text += "<pFeature>C" + std::to_string(other) + "</pFeature>";
+        text += "<pFeature>Gain</pFeature></Category>";
+    }
+    std::ofstream{file} << text << R"(
+<Integer Name="Any"><Value>0</Value><pSelected>Gain</pSelected></Integer>
+<Integer Name="Gain"><Value>5</Value></Integer>
+<Integer Name="Last"><Value>9223372036854775805</Value><Min>9223372036854775805</Min><Max>9223372036854775807</Max>
+  <Inc>2</Inc><pSelected>Top</pSelected></Integer>
+<Integer Name="Top"><Value>7</Value></Integer>
+<Port Name="Chunk"><pChunkID>Id</pChunkID></Port>
+<IntReg Name="Id"><Address>0</Address><Length>4</Length><pPort>Device</pPort></IntReg>
+<IntReg Name="InChunk"><Address>0</Address><Length>4</Length><pPort>Chunk</pPort></IntReg>
+<Port Name="Device"/></RegisterDescription>)";
+    own.start_camera({"--document", file});
+    own.start_service();
+    const answer shown = run(own, "orv-gentl features");
+    EXPECT_EQ(shown.exit_code, 0) << shown.errors;
+    EXPECT_THAT(shown.output, HasSubstr("[C29]\n"));
+    EXPECT_LT(std::ranges::count(shown.output, '\n'), 2 * categories * categories) << "each entered once";
+    const answer saved = run(own, "orv-gentl save " + (own.folder() / "saved").string());
+    EXPECT_EQ(saved.exit_code, 0) << saved.errors;
+    EXPECT_THAT(saved.errors, HasSubstr("Gain: Any has too many choices"));
+    const std::string settings = read_file(own.folder() / "saved");
+    EXPECT_THAT(settings, HasSubstr("Top[Last=9223372036854775805]=7\nTop[Last=9223372036854775807]=7\n"));
+    const answer chunk = run(own, "orv-gentl get InChunk");
+    EXPECT_NE(chunk.exit_code, 0) << chunk.output;
+    EXPECT_THAT(chunk.errors, HasSubstr("not bound"));
 }
 
 TEST(CommandLine, WatchShowsWhoeverStreamsAndWhoIsHeld) {

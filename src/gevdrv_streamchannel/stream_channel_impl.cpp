@@ -35,7 +35,9 @@ stream_channel_impl::stream_channel_impl(const create_params& params, controlcha
     if (params.max_packet_size > 0) max_packet_size = params.max_packet_size;
     if (remote_nodes != nullptr) {
         packet_size_node = remote_nodes->find<GenICam::IInteger>("GevSCPSPacketSize");
-        if (packet_size_node != nullptr && !packet_size_node->is_available()) packet_size_node = nullptr;
+        if (packet_size_node != nullptr &&
+            !packet_size_node->is_available(GenICam::access_flags::bypass_cache).value_or(true))
+            packet_size_node = nullptr;
     }
     const auto capability = port.read_reg(reg::stream_capability, 1, register_timeout_ms);
     has_source_port = capability && (*capability & bits::stream_source_port) != 0;

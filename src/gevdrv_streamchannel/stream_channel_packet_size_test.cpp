@@ -64,12 +64,13 @@ packet_size_test::tested packet_size_test::test_packet_size(uint32_t size, int32
 
 std::expected<packet_size_range, std::error_code>
 packet_size_test::get_payload_size_range_from_genicam(GenICam::IInteger& node, int32_t max_allowed) {
-    const auto min = node.get_min(0);
+    constexpr unsigned present = GenICam::access_flags::bypass_cache; // they change with the link and the camera's mode
+    const auto min = node.get_min(present);
     if (!min || *min < smallest_node_minimum) {
         gvsp_logger().error("Failed to read GevSCPSPacketSize.pMin from GenICam.");
         return std::unexpected(min ? make_error_code(gds_shared::gigecam_errc::invalid_parameter) : min.error());
     }
-    const auto max = node.get_max(0);
+    const auto max = node.get_max(present);
     if (!max || *max < *min) {
         gvsp_logger().error("Failed to read GevSCPSPacketSize.pMax from GenICam.");
         return std::unexpected(max ? make_error_code(gds_shared::gigecam_errc::invalid_parameter) : max.error());

@@ -7,6 +7,7 @@
 #include "../posix/interruption.h"
 
 #include <array>
+#include <map>
 #include <memory>
 
 namespace cli {
@@ -48,17 +49,32 @@ std::string line_of(INode& node) {
     return line;
 }
 
-// Categories without a line below them are left out. The lines, for whoever prints them.
-std::string tree_of(INode& node, int depth, const filter& chosen) {
-    const std::string indent(static_cast<size_t>(depth) * 2, ' ');
-    auto* category = node_cast<ICategory>(&node);
-    if (category == nullptr) return chosen.takes(node) ? fmt::format("{}{}\n", indent, line_of(node)) : "";
-    constexpr int deepest = 32; // a document may put a category into itself
-    std::string below;
-    if (depth <= deepest)
-        for (INode* feature : category->get_features()) below += tree_of(*feature, depth + 1, chosen);
-    return below.empty() ? "" : fmt::format("{}[{}]\n{}", indent, node.get_name(), below);
-}
+// The lines, for whoever prints them. Categories without a line below them are left out. Documents put categories into
+// each other: one that was shown before is told by its name, and within itself not at all.
+class tree {
+public:
+    explicit tree(const filter& of) : chosen(of) {}
+
+    std::string lines_of(INode& node, size_t depth) {
+        const std::string indent(depth * 2, ' ');
+        auto* category = node_cast<ICategory>(&node);
+        if (category == nullptr) return chosen.takes(node) ? fmt::format("{}{}\n", indent, line_of(node)) : "";
+        if (depth > deepest) return "";
+        const auto [place, is_new] = has_lines.try_emplace(&node, false);
+        if (!is_new) return place->second ? fmt::format("{}[{}]\n", indent, node.get_name()) : "";
+        std::string below;
+        for (INode* feature : category->get_features()) below += lines_of(*feature, depth + 1);
+        if (below.empty()) return "";
+        has_lines[&node] = true;
+        return fmt::format("{}[{}]\n{}", indent, node.get_name(), below);
+    }
+
+private:
+    static constexpr size_t deepest = 32;
+
+    const filter& chosen;
+    std::map<const INode*, bool> has_lines; // of the categories entered; false while they are
+};
 
 int features(const common_options& options, const filter& chosen) {
     const open_module opened = open_named_module(options, reading_access(options));
@@ -71,9 +87,9 @@ int features(const common_options& options, const filter& chosen) {
         print_json({{"url", opened.nodes->url()}, {"features", all}});
         return 0;
     }
-    const std::string tree = tree_of(*root, 0, chosen);
-    if (tree.empty()) say("No feature is like this.\n");
-    print_text(tree);
+    const std::string lines = tree{chosen}.lines_of(*root, 0);
+    if (lines.empty()) say("No feature is like this.\n");
+    print_text(lines);
     return 0;
 }
 

@@ -104,7 +104,11 @@ node_map::node_map(const gentl_library& lib, void* port) : adapter(std::make_uni
     // A module's document names its port after itself; bind whatever port is not one of chunks or events.
     doc->for_each_node([&](GenICam::INode* node) {
         auto* candidate = GenICam::node_cast<GenICam::IPort>(node);
-        if (candidate == nullptr || candidate->get_event_id() || candidate->get_chunk_id(0)) return;
+        if (candidate == nullptr || candidate->get_event_id()) return;
+        // One whose id cannot be read now is a chunk's all the same.
+        if (const auto chunk = candidate->get_chunk_id(0);
+            chunk || chunk.error() != GenICam::genicam_errc::not_implemented)
+            return;
         static_cast<void>(candidate->bind(adapter.get(), 0));
     });
 }

@@ -54,11 +54,15 @@ std::vector<std::string> choices_of(INode& selector) {
     if (node_cast<IBoolean>(&selector) != nullptr) return {"false", "true"};
     std::vector<std::string> numbers;
     if (auto* integer = node_cast<IInteger>(&selector)) {
-        constexpr int64_t most = 4096; // more is a table, which has a feature for the whole
+        constexpr uint64_t most = 4096; // more is a table, which has a feature for the whole
         const auto first = integer->get_min(0), last = integer->get_max(0), step = integer->get_inc(0);
-        if (!first || !last || *last - *first > most) return {};
-        for (int64_t i = *first; i <= *last; i += std::max<int64_t>(1, step.value_or(1)))
-            numbers.push_back(std::to_string(i));
+        if (!first || !last || *last < *first) return {};
+        // Unsigned, for a selector without limits has those of its type.
+        const uint64_t span = static_cast<uint64_t>(*last) - static_cast<uint64_t>(*first);
+        if (span > most) return {};
+        const auto by = static_cast<uint64_t>(std::max<int64_t>(1, step.value_or(1)));
+        for (uint64_t i = 0; i <= span / by; ++i)
+            numbers.push_back(std::to_string(static_cast<int64_t>(static_cast<uint64_t>(*first) + i * by)));
     }
     return numbers;
 }

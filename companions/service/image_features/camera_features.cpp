@@ -16,6 +16,8 @@ namespace {
 
 using gds_helper::log::main_logger;
 constexpr gvcp_master::milliseconds access_time{1000};
+// For the look at the camera before its document is served, which others wait for.
+constexpr gvcp_master::milliseconds look_time{30'000};
 
 } // namespace
 
@@ -63,14 +65,17 @@ std::optional<std::string> camera_features::prepare(std::string_view document) {
     camera_abilities found;
     // A camera that stops answering in between seems to lack whatever was not asked for yet, and the document is made
     // once: it gets a second chance.
-    for (int tries = 0; tries < 2 && (!nodes || nodes->is_silent()); ++tries) {
+    const auto until = camera_nodes::clock::now() + look_time;
+    const auto is_in_time = [until] { return camera_nodes::clock::now() < until; };
+    for (int tries = 0; tries < 2 && (!nodes || (nodes->is_silent() && is_in_time())); ++tries) {
         nodes.reset();
-        nodes = camera_nodes::create(document, *port, reads_only);
+        nodes = camera_nodes::create(document, *port, reads_only, until);
         if (!nodes) return as_it_is("it cannot be used");
         found = nodes->abilities();
     }
     if (nodes->is_silent())
-        main_logger().warn("{} does not answer: software features may be missing until it is opened again.", name);
+        main_logger().warn("{} does not answer in time: software features may be missing until it is opened again.",
+                           name);
     merge_result merged = merge_features(document, found);
     if (!merged.text) return as_it_is(merged.reason);
 

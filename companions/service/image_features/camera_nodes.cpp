@@ -93,6 +93,13 @@ std::error_code hindrance(const INode& node) {
     return {};
 }
 
+// 0 for none, and for one that is no number to count in.
+template <class Node>
+double increment_of(const Node& node) {
+    const auto increment = static_cast<double>(node.get_inc(direct).value_or(0));
+    return std::isfinite(increment) ? increment : 0;
+}
+
 double nearest(double value, double min, double max, double increment) {
     value = std::clamp(value, min, max);
     if (!(increment > 0)) return value;
@@ -122,8 +129,7 @@ std::error_code write_nearest(Node& node, double wanted) {
     const auto max = node.get_max(direct);
     if (!max) return max.error();
     if (!(*min <= *max)) return make_error_code(genicam_errc::value_out_of_range);
-    const double step = static_cast<double>(node.get_inc(direct).value_or(0));
-    const double taken = nearest(wanted, static_cast<double>(*min), static_cast<double>(*max), step);
+    const double taken = nearest(wanted, static_cast<double>(*min), static_cast<double>(*max), increment_of(node));
     if constexpr (std::is_integral_v<value>)
         return node.set_val(static_cast<value>(std::llround(taken)), direct);
     else
@@ -135,9 +141,8 @@ std::optional<camera_nodes::value_range> limits_of(const Node& node, double scal
     const auto min = node.get_min(direct);
     const auto max = node.get_max(direct);
     if (!min || !max) return {};
-    const double increment = static_cast<double>(node.get_inc(direct).value_or(0));
     return camera_nodes::value_range{static_cast<double>(*min) * scale, static_cast<double>(*max) * scale,
-                                     increment * scale};
+                                     increment_of(node) * scale};
 }
 
 } // namespace
@@ -148,22 +153,31 @@ INode* camera_nodes::number::node() const {
 
 class camera_nodes::asked_port final : public IDevicePort {
 public:
-    explicit asked_port(IDevicePort& of) : camera(of) {}
+    asked_port(IDevicePort& of, clock::time_point at_most) : until(at_most), camera(of) {}
     result<std::size_t> read(int64_t address, std::span<std::byte> data, unsigned flags) override {
-        if (silent) return std::unexpected(no_answer());
+        if (is_silent()) return std::unexpected(no_answer());
         auto count = camera.read(address, data, flags);
         silent = !count && count.error() == no_answer();
         return count;
     }
     std::error_code write(int64_t address, std::span<const std::byte> data, unsigned flags) override {
-        if (silent) return no_answer();
+        if (is_silent()) return no_answer();
         const std::error_code error = camera.write(address, data, flags);
         silent = error == no_answer();
         return error;
     }
-    bool silent = false;
+    bool is_silent() {
+        silent = silent || (until != clock::time_point::max() && clock::now() >= until);
+        return silent;
+    }
+    void ask_again() {
+        silent = false;
+        until = clock::time_point::max();
+    }
 
 private:
+    bool silent = false;
+    clock::time_point until;
     static std::error_code no_answer() { return make_error_code(gds_shared::gigecam_errc::timeout); }
     IDevicePort& camera;
 };
@@ -171,16 +185,17 @@ private:
 camera_nodes::camera_nodes(std::unique_ptr<asked_port> asked, std::unique_ptr<IGenICamDoc> parsed, bool reader)
     : port(std::move(asked)), document(std::move(parsed)), only_reads(reader) {}
 
-void camera_nodes::ask_again() { port->silent = false; }
-bool camera_nodes::is_silent() const { return port->silent; }
+void camera_nodes::ask_again() { port->ask_again(); }
+bool camera_nodes::is_silent() const { return port->is_silent(); }
 
 camera_nodes::~camera_nodes() { document->find<IPort>("Device")->unbind(0); }
 
-std::unique_ptr<camera_nodes> camera_nodes::create(std::string_view text, IDevicePort& camera, bool reads_only) {
+std::unique_ptr<camera_nodes> camera_nodes::create(std::string_view text, IDevicePort& camera, bool reads_only,
+                                                   clock::time_point until) {
     auto parsed = create_document(text);
     if (!parsed) return nullptr;
     auto* const device = parsed->find<IPort>("Device");
-    auto asked = std::make_unique<asked_port>(camera);
+    auto asked = std::make_unique<asked_port>(camera, until);
     if (device == nullptr || device->bind(asked.get(), 0)) return nullptr;
     std::unique_ptr<camera_nodes> made{new camera_nodes{std::move(asked), std::move(parsed), reads_only}};
     made->find_nodes();
@@ -251,9 +266,8 @@ bool camera_nodes::has_colour() const {
     return std::ranges::any_of(entries.first(std::min<std::size_t>(entries.size(), 256)), [](const IEnumEntry* entry) {
         const std::string_view name = entry->get_name();
         const auto begins = [name](std::string_view start) { return name.starts_with(start); };
-        const auto implemented = entry->is_implemented(direct);
-        return (begins("Bayer") || begins("RGB") || begins("BGR") || begins("YUV") || begins("YCbCr")) && implemented &&
-               *implemented;
+        if (!begins("Bayer") && !begins("RGB") && !begins("BGR") && !begins("YUV") && !begins("YCbCr")) return false;
+        return entry->is_implemented(direct).value_or(false);
     });
 }
 

@@ -7,6 +7,7 @@
 #include <GenICam/IGenICamDoc.h>
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -36,14 +37,17 @@ public:
     };
     using balance = std::array<float, 3>; // R, G, B, the least of them 1
 
+    using clock = std::chrono::steady_clock;
     // Null for what is no document, or one without the port "Device". The port must outlive the object. A reader writes
-    // nothing, selectors included.
+    // nothing, selectors included. From `until` on the camera counts as silent: what a document makes of one value is
+    // bounded in steps, each of which may be an answer that takes its time.
     [[nodiscard]] static std::unique_ptr<camera_nodes> create(std::string_view document, GenICam::IDevicePort& port,
-                                                              bool reads_only);
+                                                              bool reads_only,
+                                                              clock::time_point until = clock::time_point::max());
     ~camera_nodes();
 
     // A camera that has not answered once is not asked for the next dozen values, too: others wait for their turn. It
-    // is silent then, and nothing is written or read until it is to be asked again.
+    // is silent then, and nothing is written or read until it is to be asked again, which may take as long as it does.
     void ask_again();
     [[nodiscard]] bool is_silent() const;
 

@@ -7,6 +7,7 @@
 #include <pugixml.hpp>
 
 #include <set>
+#include <utility>
 
 namespace image_features {
 
@@ -205,8 +206,14 @@ void add_tone_mapping(feature_writer& to) {
               block::tonemapping_brightness);
 }
 
+// Of any element; each level is a tab on every line of the levels below. A node's own elements need a handful of
+// levels, the rest is for groups.
+constexpr int deepest = 64;
+
 struct name_collector final : pugi::xml_tree_walker {
+    // Ends the walk where it is too deep.
     bool for_each(pugi::xml_node& node) override {
+        if (depth() > deepest) return false;
         const std::string_view kind = node.name();
         if (node.type() != pugi::node_element) return true;
         const std::string_view name = node.attribute("Name").value();
@@ -237,7 +244,7 @@ merge_result merge_features(std::string_view document, const camera_abilities& c
     if (!parsed) return unchanged(fmt::format("{} at offset {}", parsed.description(), parsed.offset));
     pugi::xml_node description = xml.document_element();
     name_collector own;
-    description.traverse(own);
+    if (!description.traverse(own)) return unchanged("it is nested too deeply");
     if (!own.root) return unchanged("it has no category 'Root'");
     if (!own.has_port) return unchanged("it has no port 'Device'");
     if (own.names.contains(root_text.name)) return unchanged("it has a 'SoftwareImageProcessing' of its own");
@@ -262,7 +269,9 @@ merge_result merge_features(std::string_view document, const camera_abilities& c
     if (const pugi::xml_node first = xml.first_child();
         first.type() == pugi::node_declaration && first.attribute("encoding"))
         first.attribute("encoding").set_value("utf-8"); // as it is written
-    return {genicam_gen::serialize_to_string(xml), {}};
+    std::string text = genicam_gen::serialize_to_string(xml);
+    if (text.size() > most_document_bytes) return unchanged("it is too large with them");
+    return {std::move(text), {}};
 }
 
 } // namespace image_features

@@ -1,6 +1,7 @@
 // Documents made to hurt: circles, depth, size. Each must end with a value or an error in bounded time and stack.
 #include "script.h"
 
+#include "impl/IEval.h"
 #include "impl/eval_scope.h"
 
 namespace GenICam::testing {
@@ -173,16 +174,60 @@ TEST(Hostile, EntitiesAreNotExpanded) {
     EXPECT_THAT(doc->find<IString>("S")->get_val(0), Gives("&c;&f;"));
 }
 
-TEST(Hostile, DoublingExpressionsStayWithinMemory) {
-    std::string expressions = ": Expression@E0 1";
-    for (int i = 1; i < 60; ++i) {
+// E0 to the last, each twice as long as the one before.
+std::string doubling_expressions(int last) {
+    std::string expressions = "Expression@E0 1";
+    for (int i = 1; i <= last; ++i) {
         const std::string below = "E" + std::to_string(i - 1);
         expressions += ", Expression@E" + std::to_string(i) + " " + below + "+" + below;
     }
+    return expressions;
+}
+
+TEST(Hostile, DoublingExpressionsStayWithinMemory) {
     std::string nodes;
-    for (int k = 0; k < 50; ++k) nodes += "IntSwissKnife K" + std::to_string(k) + expressions + ", Formula E59 | ";
+    for (int k = 0; k < 50; ++k)
+        nodes += "IntSwissKnife K" + std::to_string(k) + ": " + doubling_expressions(59) + ", Formula E59 | ";
     document sut{nodes};
     script{sut}.run({"K0 ! not_implemented"});
+}
+
+// A line that names a long expression again costs as much as one that states it: a document has so many tokens in all.
+TEST(Hostile, ExpressionsOfADocumentShareABudget) {
+    std::string knife = "IntSwissKnife First: Formula 1 + 1 | IntSwissKnife K: " + doubling_expressions(12);
+    for (int i = 0; i < 2000; ++i) knife += ", Expression@X" + std::to_string(i) + " E12";
+    document sut{knife + ", Formula X0 | IntSwissKnife Last: Formula 1 + 1"};
+    script{sut}.run({"First = 2", "K ! not_implemented", "Last ! not_implemented"});
+    EXPECT_THAT(sut.doc->find_node("Last")->get_fault(), ::testing::HasSubstr("Failed to add token to output."));
+}
+
+// One step each, formulas would cost a thousand times what registers do.
+TEST(Hostile, FormulasTakeStepsByTheirLength) {
+    std::string nodes, sum;
+    for (int i = 0; i < 40; ++i) {
+        const std::string number = std::to_string(i);
+        nodes += "IntSwissKnife K" + number + ": " + doubling_expressions(12) + ", Formula E12 | ";
+        sum += ", pVariable@V" + number + " K" + number;
+    }
+    document sut{nodes +
+                 "IntSwissKnife Two: pVariable@A K0, pVariable@B K1, Formula A + B | IntSwissKnife All: Formula " +
+                 "V0+V1+V2+V3+V4+V5+V6+V7+V8+V9+V10+V11+V12+V13+V14+V15+V16+V17+V18+V19+V20+V21+V22+V23+V24+V25" + sum};
+    script{sut}.run({"K0 = 4096", "Two = 8192", "All ! invalid_document"});
+}
+
+// As many names in one node as fit into a document of a few megabytes: whoever looks for each among all takes minutes.
+TEST(Hostile, NamesOfOneNodeAreFoundAtOnce) {
+    constexpr int names = 100'000;
+    std::string knife = "<IntSwissKnife Name='K'>", nodes, invalidators = "<Integer Name='I'><Value>1</Value>";
+    for (int i = 0; i < names; ++i) {
+        const std::string n = std::to_string(i);
+        knife += "<Constant Name='C" + n + "'>" + n + "</Constant><pVariable Name='V" + n + "'>N" + n + "</pVariable>";
+        nodes += "<Integer Name='N" + n + "'><Value>1</Value><pInvalidator>I</pInvalidator></Integer>";
+        invalidators += "<pSelected>N" + n + "</pSelected>";
+    }
+    document sut{nodes + invalidators + "</Integer>" + knife + "<Formula>C7 + V9</Formula></IntSwissKnife>"};
+    script{sut}.run({"K = 8", "N9 := 5", "K = 12"});
+    EXPECT_EQ(sut.doc->find_node("I")->as_eval()->get_invalidates().size(), std::size_t{names}) << "each once";
 }
 
 // Everything hangs together: lists made up front for every node would take the square of the document.

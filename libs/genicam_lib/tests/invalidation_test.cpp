@@ -69,6 +69,9 @@ TEST(Invalidation, SelectorsInvalidateWhatTheySelectDownToTheRegister) {
     script{sut}.run({"Gain = 11", "[0x100] := 14", "Sel := 0", "Gain = 20"});
 }
 
+const std::string indexed = "IntReg D: Address 16, Length 4, pIndex@Offset=4 Sel, Endianess LittleEndian, "
+                            "pInvalidator Load | Integer Sel: pValue S | Reg Load@8 | ";
+
 const script_case invalidations[] = {
     // A register keeps what it has just written.
     {"DeclaredInvalidatorsDropTheCacheBelow",
@@ -82,6 +85,25 @@ const script_case invalidations[] = {
      "Integer At: Value 0 | Reg Where@16: Cachable NoCache | Reg Number@0"
      " | StringReg Text: pAddress Where, Length 4, pInvalidator At",
      {"[0] := 01", "Number = 1", "[0] := 02", "breaks", "At := 1", "mends", "Number = 2"}},
+    {"BytesWhoseAddressCannotBeToldDropAll",
+     "Integer At: Value 0 | Reg Where@16: Cachable NoCache | Reg Number@0"
+     " | Register Bytes: pAddress Where, Length 4, pInvalidator At",
+     {"[0] := 01", "Number = 1", "[0] := 02", "breaks", "At := 1", "mends", "Number = 2"}},
+    // The register's own index is invalidated with it, after it, and leads elsewhere then: no value that it has had
+    // anywhere is good any more.
+    {"AnIndexedRegisterForgetsAllItsPlaces",
+     indexed + "Reg S@0: pInvalidator Load",
+     {"[16] := 0a 00 00 00 0b", "D = 10", "Sel := 1", "D = 11", "[0] := 00", "[16] := 63 00 00 00 62", "Load := 1",
+      "D = 99", "Sel := 1", "D = 98"}},
+    {"ARegisterWithAnAddressThatIsReadForgetsAllItsPlaces",
+     "MaskedIntReg D: pAddress S, Length 4, LSB 0, MSB 7, Endianess LittleEndian, pInvalidator Load"
+     " | Reg Load@8 | Reg S@0: pInvalidator Load",
+     {"[0] := 10", "[16] := 0a 00 00 00 0b", "D = 10", "S := 20", "D = 11", "[0] := 10", "[16] := 63", "Load := 1",
+      "D = 99"}},
+    // Others keep theirs.
+    {"TheOtherRegistersKeepTheirValues",
+     indexed + "Reg S@0: pInvalidator Load | Reg Other@24",
+     {"D = 0", "Other = 0", "Load := 1", "reads = 3", "Other = 0", "D = 0", "D = 0", "S = 0", "reads = 2"}},
 };
 INSTANTIATE_TEST_SUITE_P(Invalidation, Document, ::testing::ValuesIn(invalidations), case_name{});
 

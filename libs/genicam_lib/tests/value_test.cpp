@@ -66,6 +66,15 @@ const script_case number_values[] = {
      {"N := 1.000005", "N = 1.000005", "N := 1.00002 ! value_out_of_range",
       "says 2 N. Failed range check for parameter value=1.00002. Err: Passed value is out of range of Min/Max.",
       "N := -0.000005", "N := -0.00002 ! value_out_of_range", "N := 0.3", "N/no_range_check := 7"}},
+    // No number is in no range, also where there are no limits: an integer below would be written 0.
+    {"NoNumberIsRefused",
+     "Float N: Value 1, Min 0, Max 2 | Float Free: pValue R | Reg R@0: AccessMode RW"
+     " | Converter C: FormulaTo TO * 2, FormulaFrom FROM / 2, pValue R"
+     " | Converter Root: FormulaTo SQRT(TO), FormulaFrom FROM * FROM, pValue R",
+     {"N := nan ! value_out_of_range",
+      "says 2 N. Failed range check for parameter value=nan. Err: Passed value is out of range of Min/Max.",
+      "Free := nan ! value_out_of_range", "C := nan ! value_out_of_range", "Root := -1 ! value_out_of_range",
+      "writes = 0", "N = 1"}},
     // What does not fit an integer is its nearest.
     {"Extremes",
      "Integer I: Value 1 | Float F: Value 1 | Integer P: pValue F | Float Q: pValue I",

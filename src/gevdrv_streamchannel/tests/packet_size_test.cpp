@@ -1,10 +1,12 @@
 #include <gevdrv_streamchannel/stream_channel_packet_size_test.h>
 
+#include <GenICam/IGenICamDoc.h>
 #include <gds_shared/gigecam_error.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <stdexcept>
 #include <vector>
 
@@ -159,4 +161,26 @@ TEST(PacketSize, RangeFromTheRegisterIsBounded) {
     ASSERT_TRUE(range);
     EXPECT_EQ(range->min, 1400);
     EXPECT_EQ(range->max, 8228);
+}
+
+// A camera's limits change with its link and its mode: those that it had when somebody read them last say nothing.
+TEST(PacketSize, RangeFromTheDocumentIsTheCamerasPresentOne) {
+    const auto document = GenICam::create_document(std::string_view{
+        "<R><Integer Name='GevSCPSPacketSize'><Value>1500</Value><pMin>Least</pMin><pMax>Most</pMax></Integer>"
+        "<IntReg Name='Least'><Address>0</Address><Length>4</Length><pPort>Device</pPort></IntReg>"
+        "<IntReg Name='Most'><Address>4</Address><Length>4</Length><pPort>Device</pPort></IntReg>"
+        "<Port Name='Device'/></R>"});
+    ASSERT_TRUE(document);
+    std::array<std::byte, 8> memory{};
+    ASSERT_FALSE(document->find<GenICam::IPort>("Device")->bind(std::span{memory}, 0));
+    auto* const node = document->find<GenICam::IInteger>("GevSCPSPacketSize");
+    ASSERT_NE(node, nullptr);
+    const auto limits = [&](uint8_t least, uint8_t most) { // in steps of 256
+        memory[2] = std::byte{least};
+        memory[6] = std::byte{most};
+        const auto range = packet_size_test::get_payload_size_range_from_genicam(*node, 16000);
+        return range ? std::pair{range->min, range->max} : std::pair{0, 0};
+    };
+    EXPECT_EQ(limits(6, 32), std::pair(1536, 8192));
+    EXPECT_EQ(limits(7, 16), std::pair(1792, 4096));
 }

@@ -282,3 +282,17 @@ TEST(StreamChannel, ThePacketSizeIsChosenFromWhatIsKnown) {
         EXPECT_EQ(b.device.registers[scps], do_not_fragment | r.expected);
     }
 }
+
+// As the camera says now, not as it said when somebody looked.
+TEST(StreamChannel, ThePacketSizeFeatureMayHaveBecomeAvailable) {
+    channel_setup b{0, "<Integer Name=\"GevSCPSPacketSize\"><pIsAvailable>There</pIsAvailable><Value>0</Value>"
+                       "<Min>1500</Min><Max>4000</Max></Integer><IntReg Name=\"There\"><Address>0</Address>"
+                       "<Length>4</Length><pPort>Device</pPort></IntReg><Port Name=\"Device\"/>"};
+    std::array<std::byte, 4> memory{};
+    ASSERT_FALSE(b.document->find<GenICam::IPort>("Device")->bind(std::span{memory}, 0));
+    EXPECT_FALSE(b.document->find_node("GevSCPSPacketSize")->is_available());
+    memory[3] = std::byte{1};
+    b.make();
+    ASSERT_FALSE(b.sut->connect(b.params));
+    EXPECT_EQ(b.sut->query_packet_size(0), 4000U);
+}

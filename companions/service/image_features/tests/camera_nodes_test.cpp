@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <limits>
 #include <string>
 
 using namespace image_features;
@@ -32,6 +33,7 @@ constexpr std::string_view camera_document = R"(<RegisterDescription ModelName="
 class small_camera final : public GenICam::IDevicePort {
 public:
     GenICam::result<std::size_t> read(int64_t address, std::span<std::byte> data, unsigned) override {
+        ++reads;
         std::memcpy(data.data(), memory.data() + address, data.size());
         return data.size();
     }
@@ -41,10 +43,12 @@ public:
     }
     [[nodiscard]] int selected() const { return std::to_integer<int>(memory[0]); }
     void select(int entry) { memory[0] = static_cast<std::byte>(entry); }
+    void put(std::size_t address, double value) { std::memcpy(memory.data() + address, &value, sizeof value); }
     int64_t unanswered = -1; // address of the writes that get no answer
+    int reads = 0;
 
 private:
-    std::array<std::byte, 16> memory{};
+    std::array<std::byte, 24> memory{};
 };
 
 } // namespace
@@ -84,4 +88,58 @@ TEST(CameraNodes, AReadOnlyFeatureIsReadAndWaitedFor) {
     ASSERT_NE(nodes, nullptr);
     EXPECT_EQ(nodes->write(camera_nodes::control::gain, 6), make_error_code(GenICam::genicam_errc::node_locked));
     EXPECT_EQ(nodes->read(camera_nodes::control::gain), 0);
+}
+
+// However long its answers take: when the time is over, the camera is left alone until it is to be asked again.
+TEST(CameraNodes, ACameraIsAskedForSoLong) {
+    small_camera camera;
+    const auto late = camera_nodes::create(camera_document, camera, false, camera_nodes::clock::now());
+    ASSERT_NE(late, nullptr);
+    EXPECT_FALSE(late->read(camera_nodes::control::gain));
+    EXPECT_TRUE(late->is_silent());
+    EXPECT_EQ(camera.reads, 0);
+    late->ask_again();
+    EXPECT_TRUE(late->read(camera_nodes::control::gain));
+    EXPECT_FALSE(late->is_silent());
+}
+
+// Of the formats only those are asked for that would tell colour.
+TEST(CameraNodes, ColourIsLookedForByName) {
+    std::string formats = "<Enumeration Name=\"PixelFormat\">";
+    for (int i = 0; i < 100; ++i)
+        formats += "<EnumEntry Name=\"Mono" + std::to_string(i) +
+                   "\"><pIsImplemented>S</pIsImplemented><Value>1</Value></EnumEntry>";
+    formats += "<EnumEntry Name=\"BayerRG8\"><pIsImplemented>S</pIsImplemented><Value>2</Value></EnumEntry>"
+               "<Value>1</Value></Enumeration>";
+    std::string text{camera_document};
+    text.insert(text.find("<Float"), formats);
+    for (const bool colour : {false, true}) {
+        small_camera camera;
+        camera.select(colour ? 1 : 0);
+        const auto nodes = camera_nodes::create(text, camera, true);
+        ASSERT_NE(nodes, nullptr);
+        camera.reads = 0;
+        EXPECT_EQ(nodes->abilities().colour, colour);
+        EXPECT_EQ(camera.reads, 1);
+    }
+}
+
+// Who computes with it divides by it, or makes a whole number of it.
+TEST(CameraNodes, AnIncrementThatIsNoNumberIsNone) {
+    std::string text{camera_document};
+    text.replace(text.find("<Max>48</Max>"), 0, "<pInc>Step</pInc>");
+    text.insert(text.find("<Port"), "<FloatReg Name=\"Step\"><Address>16</Address><Length>8</Length>"
+                                    "<AccessMode>RO</AccessMode><pPort>Device</pPort>"
+                                    "<Endianess>LittleEndian</Endianess></FloatReg>");
+    for (const double step : {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity()}) {
+        small_camera camera;
+        camera.put(16, step);
+        const auto nodes = camera_nodes::create(text, camera, false);
+        ASSERT_NE(nodes, nullptr);
+        const auto range = nodes->range_of(camera_nodes::control::gain);
+        ASSERT_TRUE(range);
+        EXPECT_EQ(range->increment, 0);
+        EXPECT_FALSE(nodes->write(camera_nodes::control::gain, 6));
+        EXPECT_EQ(nodes->read(camera_nodes::control::gain), 6);
+    }
 }

@@ -21,6 +21,7 @@ namespace genicam_gen {
 
 enum class standard_name_space { none, iidc, gev, cl, u3v, cxp, clhs };
 enum class name_space { custom, standard };
+enum class merge_priority { low, mid, high };
 enum class visibility { beginner, expert, guru, invisible };
 enum class access_mode { ro, wo, rw };
 enum class sign { signed_, unsigned_ };
@@ -45,7 +46,7 @@ using link_list = std::vector<std::string>;
 struct node_header {
     std::string name;
     std::optional<genicam_gen::name_space> name_space;
-    std::optional<int64_t> merge_priority;
+    std::optional<genicam_gen::merge_priority> merge_priority;
     std::optional<bool> expose_static;
     std::vector<std::pair<std::string, std::string>> extension; // element name and text
     std::optional<std::string> tool_tip, description, display_name;

@@ -86,6 +86,7 @@ using log_func_t = std::function<void(std::string_view text)>;
 struct compile_report {
     parse_status status = parse_status::success;
     std::size_t offset = 0; // where in the text the last token began
+    std::size_t size = 0;   // tokens of the program, or of what there was of it
 };
 
 // The language as stated above, or with ROUND of one argument too (half away from zero), which cameras' documents call.

@@ -21,6 +21,10 @@ struct enum_words<name_space> {
     static constexpr std::array words{"Custom", "Standard"};
 };
 template <>
+struct enum_words<merge_priority> {
+    static constexpr std::array words{"-1", "0", "+1"};
+};
+template <>
 struct enum_words<visibility> {
     static constexpr std::array words{"Beginner", "Expert", "Guru", "Invisible"};
 };

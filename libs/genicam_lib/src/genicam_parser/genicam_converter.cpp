@@ -82,6 +82,7 @@ std::error_code converter_impl::write(tValue value, unsigned flags) const {
     if (!is_writable()) return genicam_errc::not_implemented;
     const auto converted = variables.exec_formula(formula_to, flags, value);
     if (!converted) return converted.error();
+    if (std::isnan(converted->to_double())) return genicam_errc::value_out_of_range; // an integer would be 0
     return set_eval_val<tValue>(*value_node, *converted, flags);
 }
 

@@ -42,6 +42,7 @@ private:
     [[nodiscard]] bool force_no_cache() const noexcept override { return never_caches != 0; }
     [[nodiscard]] const element_view& struct_view(pugi::xml_node struct_reg) override;
     [[nodiscard]] closure_state& closures() noexcept override { return walks; }
+    [[nodiscard]] std::size_t& formula_tokens_left() noexcept override { return formula_tokens; }
     void note_fault(IEval& node, std::string text) override;
     [[nodiscard]] std::string_view fault_of(const IEval& node) const noexcept override;
 
@@ -65,6 +66,8 @@ private:
     std::vector<INode*> streamable_nodes;
     std::unordered_map<uint64_t, std::vector<IEval*>> event_nodes;
     closure_state walks;
+    // 32 MB: as many as some megabytes of formulas have by themselves.
+    std::size_t formula_tokens = 2'000'000;
     std::unordered_map<const IEval*, std::string> faults;
 
     // While it is built: the views of the nodes, which both phases need, and the last one of a structure.

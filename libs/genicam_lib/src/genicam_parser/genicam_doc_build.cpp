@@ -207,6 +207,7 @@ void genicam_doc::resolve_nodes() {
         node->as_eval()->resolve_references(element_view{element, std::span{seen}.subspan(begin, end - begin)});
         if (node->is_streamable()) streamable_nodes.push_back(node);
     }
+    for (INode* const node : nodes) node->as_eval()->drop_repeated_links();
 }
 
 void genicam_doc::build(bool may_have_split_texts) {

@@ -34,7 +34,7 @@ result<double> float_reg_type<AddressEval>::get_val(unsigned flags) const {
     if (!range) return fail(range.error());
     std::byte buffer[8];
     const std::span data{buffer, static_cast<std::size_t>(range->length)};
-    if (const auto error = this->access.port->read_cached(this->access.caching_mode, range->address, data, flags))
+    if (const auto error = this->access.port->read_cached(this->access.caching, range->address, data, flags))
         return fail(error);
     const auto bits = static_cast<uint64_t>(decode_integer(data, this->access.endianess, false));
     return range->length == 4 ? static_cast<double>(std::bit_cast<float>(static_cast<uint32_t>(bits)))
@@ -53,7 +53,7 @@ std::error_code float_reg_type<AddressEval>::set_val(double value, unsigned flag
     const uint64_t bits =
         range->length == 4 ? std::bit_cast<uint32_t>(static_cast<float>(value)) : std::bit_cast<uint64_t>(value);
     encode_integer(static_cast<int64_t>(bits), data, this->access.endianess);
-    if (const auto error = this->access.port->write_cached(this->access.caching_mode, range->address, data, flags))
+    if (const auto error = this->access.port->write_cached(this->access.caching.mode, range->address, data, flags))
         return error;
     this->invalidate_dependents(true);
     return {};

@@ -27,7 +27,7 @@ result<int64_t> int_reg_type<AddressEval>::get_val(unsigned flags) const {
     if (!range) return fail(range.error());
     std::byte buffer[8];
     const std::span data{buffer, static_cast<std::size_t>(range->length)};
-    if (const auto error = this->access.port->read_cached(this->access.caching_mode, range->address, data, flags))
+    if (const auto error = this->access.port->read_cached(this->access.caching, range->address, data, flags))
         return fail(error);
     return decode_integer(data, this->access.endianess, this->is_signed());
 }
@@ -42,7 +42,7 @@ std::error_code int_reg_type<AddressEval>::set_val(int64_t value, unsigned flags
     std::byte buffer[8];
     const std::span data{buffer, static_cast<std::size_t>(range->length)};
     encode_integer(value, data, this->access.endianess);
-    if (const auto error = this->access.port->write_cached(this->access.caching_mode, range->address, data, flags))
+    if (const auto error = this->access.port->write_cached(this->access.caching.mode, range->address, data, flags))
         return error;
     this->invalidate_dependents(true);
     return {};

@@ -44,7 +44,7 @@ template <class AddressEval>
 result<uint64_t> masked_register_node<AddressEval>::read_raw(const address_range& range, unsigned flags) const {
     std::byte buffer[8];
     const std::span data{buffer, static_cast<std::size_t>(range.length)};
-    if (const auto error = this->access.port->read_cached(this->access.caching_mode, range.address, data, flags))
+    if (const auto error = this->access.port->read_cached(this->access.caching, range.address, data, flags))
         return fail(error);
     return static_cast<uint64_t>(decode_integer(data, this->access.endianess, false));
 }
@@ -80,7 +80,7 @@ std::error_code masked_register_node<AddressEval>::set_val(int64_t value, unsign
     std::byte buffer[8];
     const std::span data{buffer, static_cast<std::size_t>(range->length)};
     encode_integer(static_cast<int64_t>(changed), data, this->access.endianess);
-    if (const auto error = this->access.port->write_cached(this->access.caching_mode, range->address, data, flags))
+    if (const auto error = this->access.port->write_cached(this->access.caching.mode, range->address, data, flags))
         return error;
     this->invalidate_dependents(true);
     return {};
@@ -146,7 +146,7 @@ void struct_entry_type::do_resolve_references(document_services& services_, cons
     bits = bit_range::from(view);
     access.endianess = get_element_Endianess(parent[tag::Endianess], name);
     const auto own = get_element_Cachable(view[tag::Cachable], name);
-    access.caching_mode =
+    access.caching.mode =
         own ? *own : get_element_Cachable(parent[tag::Cachable], name).value_or(CachingMode_t::NoCache);
     access.resolve_port_interface(*this, parent);
     address.resolve_references(*this, parent);

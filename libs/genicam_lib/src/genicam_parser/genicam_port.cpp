@@ -150,27 +150,27 @@ std::error_code port_device_type::read_whole(int64_t address, std::span<std::byt
     return *count < data.size() ? make_error_code(genicam_errc::generic_error) : std::error_code{};
 }
 
-std::error_code port_device_type::read_cached(CachingMode_t mode, int64_t address, std::span<std::byte> data,
+std::error_code port_device_type::read_cached(const caching_terms& how, int64_t address, std::span<std::byte> data,
                                               unsigned flags) {
-    const bool cacheable = data.size() <= register_cache::maximum_length && mode != CachingMode_t::NoCache &&
+    const bool cacheable = data.size() <= register_cache::maximum_length && how.mode != CachingMode_t::NoCache &&
                            !(flags & access_flags::bypass_cache) && cache_enabled.load(std::memory_order_relaxed);
     if (!cacheable) return read_whole(address, data, flags);
     uint64_t changes_before = 0;
     {
         const std::shared_lock guard{cache_lock};
-        if (cache.read(address, data)) return {};
-        changes_before = cache_changes;
+        if (cache.read(address, data, how.since.load(std::memory_order_relaxed))) return {};
+        changes_before = cache.changes();
     }
     if (flags & access_flags::cache_only) return genicam_errc::not_in_cache;
     if (const std::error_code error = read_whole(address, data, flags)) return error;
     const std::unique_lock guard{cache_lock};
-    if (changes_before == cache_changes) cache.store(address, data);
+    if (changes_before == cache.changes()) cache.store(address, data);
     return {};
 }
 
 uint64_t port_device_type::changes_so_far() const {
     const std::shared_lock guard{cache_lock};
-    return cache_changes;
+    return cache.changes();
 }
 
 // Any write makes what overlaps it invalid, whether the register itself is cached or not: an overlapping one may be.
@@ -181,7 +181,6 @@ std::error_code port_device_type::write_cached(CachingMode_t mode, int64_t addre
     if (flags & access_flags::cache_only) {
         const std::unique_lock guard{cache_lock};
         if (!cache.contains(address, data.size())) return genicam_errc::not_in_cache;
-        ++cache_changes;
         cache.invalidate(address, data.size());
         cache.store(address, data);
         return {};
@@ -190,29 +189,28 @@ std::error_code port_device_type::write_cached(CachingMode_t mode, int64_t addre
     const uint64_t changes_before = changes_so_far();
     const std::error_code error = transfer(address, data, flags);
     const std::unique_lock guard{cache_lock};
-    cache.invalidate(address, data.size());
     // Of two writes at the same time nobody knows which came second.
-    if (!error && changes_before == cache_changes) cache.store(address, data);
-    ++cache_changes;
+    const bool is_alone = changes_before == cache.changes();
+    cache.invalidate(address, data.size());
+    if (!error && is_alone) cache.store(address, data);
     return error;
 }
 
-void port_device_type::invalidate_range(int64_t address, uint64_t length) {
+uint64_t port_device_type::invalidate_range(int64_t address, uint64_t length) {
     const std::unique_lock guard{cache_lock};
-    ++cache_changes;
     cache.invalidate(address, length);
+    return cache.changes();
 }
 
-void port_device_type::invalidate_all() {
+uint64_t port_device_type::invalidate_all() {
     const std::unique_lock guard{cache_lock};
-    ++cache_changes;
     cache.clear();
+    return cache.changes();
 }
 
 void port_device_type::invalidate_text(text_entry& entry) {
     const std::unique_lock guard{cache_lock};
-    ++cache_changes;
-    entry.valid = false;
+    cache.invalidate(entry);
 }
 
 std::error_code port_device_type::read_text(CachingMode_t mode, text_entry& entry, int64_t address, std::string& text,
@@ -224,7 +222,7 @@ std::error_code port_device_type::read_text(CachingMode_t mode, text_entry& entr
     uint64_t changes_before = 0;
     {
         const std::shared_lock guard{cache_lock};
-        changes_before = cache_changes;
+        changes_before = cache.changes();
         if (entry.valid && entry.address == address) {
             const bool ends = !(flags & access_flags::raw_string) && entry.bytes.find('\0') != std::string::npos;
             if (ends || entry.bytes.size() >= text.size()) {
@@ -236,7 +234,7 @@ std::error_code port_device_type::read_text(CachingMode_t mode, text_entry& entr
     if (flags & access_flags::cache_only) return genicam_errc::not_in_cache;
     if (const std::error_code error = read_whole(address, bytes, flags)) return error;
     const std::unique_lock guard{cache_lock};
-    if (changes_before == cache_changes) {
+    if (changes_before == cache.changes()) {
         entry.valid = true;
         entry.address = address;
         entry.bytes = text;
@@ -256,13 +254,13 @@ std::error_code port_device_type::write_text(CachingMode_t mode, text_entry& ent
     std::error_code error;
     if (!here_only) error = transfer(address, std::as_bytes(std::span{text}), flags);
     const std::unique_lock guard{cache_lock};
+    const bool is_alone = changes_before == cache.changes();
     cache.invalidate(address, text.size());
-    entry.valid = keep && !error && changes_before == cache_changes;
+    entry.valid = keep && !error && is_alone;
     if (entry.valid) {
         entry.address = address;
         entry.bytes = std::move(text);
     }
-    ++cache_changes;
     return error;
 }
 

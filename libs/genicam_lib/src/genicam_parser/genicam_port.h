@@ -32,10 +32,10 @@ public:
 
     [[nodiscard]] std::error_code write_cached(CachingMode_t mode, int64_t address, std::span<const std::byte> data,
                                                unsigned flags) override;
-    [[nodiscard]] std::error_code read_cached(CachingMode_t mode, int64_t address, std::span<std::byte> data,
+    [[nodiscard]] std::error_code read_cached(const caching_terms& how, int64_t address, std::span<std::byte> data,
                                               unsigned flags) override;
-    void invalidate_range(int64_t address, uint64_t length) override;
-    void invalidate_all() override;
+    uint64_t invalidate_range(int64_t address, uint64_t length) override;
+    uint64_t invalidate_all() override;
     void add_text(text_entry& entry) override { cache.add_text(entry); }
     [[nodiscard]] std::error_code write_text(CachingMode_t mode, text_entry& entry, int64_t address, std::string text,
                                              unsigned flags) override;
@@ -65,9 +65,9 @@ private:
     bool read_only = false;
     std::vector<std::byte> copied;
 
-    mutable std::shared_mutex cache_lock; // guards cache, its texts and cache_changes
+    mutable std::shared_mutex cache_lock; // guards cache and its texts
+    // Its changes let a transfer see that its bytes were overtaken by one on another thread.
     register_cache cache;
-    uint64_t cache_changes = 0; // lets a transfer see that its bytes were overtaken by one on another thread
 };
 
 } // namespace GenICam::impl

@@ -14,8 +14,7 @@ void register_type::do_resolve_references(document_services&, const element_view
 }
 
 void register_type::invalidate_register() {
-    if (access.port == nullptr) return;
-    if (const auto range = address.get(0)) access.port->invalidate_range(range->address, range->length);
+    if (access.port != nullptr) access.invalidate(address.get(0));
 }
 
 result<uint64_t> register_type::get_length(unsigned flags) const {

@@ -23,11 +23,7 @@ void string_reg_type::do_resolve_references(document_services&, const element_vi
 void string_reg_type::invalidate_register() {
     if (access.port == nullptr) return;
     access.port->invalidate_text(cached); // also one of another address
-    if (const auto range = address.get(0)) {
-        access.port->invalidate_range(range->address, range->length);
-    } else {
-        access.port->invalidate_all(); // what the text may overlap cannot be told
-    }
+    access.invalidate(address.get(0));
 }
 
 result<address_range> string_reg_type::checked_range(unsigned flags) const {
@@ -49,7 +45,7 @@ result<std::string> string_reg_type::get_val(unsigned flags) const {
     const auto range = checked_range(flags);
     if (!range) return fail(range.error());
     std::string text(static_cast<std::size_t>(range->length), '\0');
-    if (const auto error = access.port->read_text(access.caching_mode, cached, range->address, text, flags))
+    if (const auto error = access.port->read_text(access.caching.mode, cached, range->address, text, flags))
         return fail(error);
     if (!(flags & access_flags::raw_string)) {
         if (const std::size_t end = text.find('\0'); end != std::string::npos) text.resize(end);
@@ -71,7 +67,7 @@ std::error_code string_reg_type::set_val(std::string_view text, unsigned flags) 
             bytes.push_back('\0');
     }
     if (const auto error =
-            access.port->write_text(access.caching_mode, cached, range->address, std::move(bytes), flags))
+            access.port->write_text(access.caching.mode, cached, range->address, std::move(bytes), flags))
         return error;
     invalidate_dependents(true);
     return {};

@@ -12,6 +12,8 @@ using namespace genicam_gen;
 template <class E>
 constexpr uint32_t values_of = 2;
 template <>
+constexpr uint32_t values_of<merge_priority> = 3;
+template <>
 constexpr uint32_t values_of<visibility> = 4;
 template <>
 constexpr uint32_t values_of<access_mode> = 3;
@@ -83,9 +85,7 @@ public:
 
     void header(node_header& n) {
         n.name = name();
-        set(n.name_space);
-        if (yes()) n.merge_priority = static_cast<int64_t>(number(3)) - 1;
-        set(n.expose_static);
+        set(n.name_space, n.merge_priority, n.expose_static);
         if (yes()) n.extension = {{"Vendor", "x"}};
         set(n.visibility, n.is_deprecated, n.event_id, n.imposed_access_mode, n.p_error);
         texts(n.tool_tip, n.description, n.display_name, n.docu_url);

@@ -66,6 +66,7 @@ TEST(RoundTrip, TheEngineSeesTheSameModel) {
     width.value = link_elem{"WidthReg"};
     width.max = int64_t{100};
     width.tool_tip = "a < b";
+    width.merge_priority = merge_priority::high;
     model.add(width);
     Enumeration mode;
     mode.name = "Mode";
@@ -92,6 +93,7 @@ TEST(RoundTrip, TheEngineSeesTheSameModel) {
     EXPECT_EQ(node->get_val(0), 42);
     EXPECT_EQ(node->get_max(0), 100);
     EXPECT_EQ(node->get_tool_tip(), "a < b");
+    EXPECT_EQ(node->get_merge_priority(), GenICam::MergePriority_t::High);
     auto* choice = read->find<GenICam::IEnumeration>("Mode");
     ASSERT_NE(choice, nullptr);
     EXPECT_EQ((*choice->get_selected_entry(0))->get_name(), "E1");

@@ -24,6 +24,9 @@ public:
     [[nodiscard]] virtual INode* as_inode() noexcept = 0;
     // Called once, when all nodes exist, with the view of the node's own element.
     virtual void resolve_references(const impl::element_view& view) = 0;
+    // Called once, when all nodes are resolved: what was added to its sources and to what it invalidates stays there
+    // once.
+    virtual void drop_repeated_links() = 0;
     // Everything in the event closure: first all caches are dropped, then all callbacks run.
     virtual void invalidate() = 0;
     virtual void on_invalidate() = 0;
@@ -42,7 +45,7 @@ public:
     [[nodiscard]] virtual INode* get_access_source() const = 0;
     virtual void invalidate_register() = 0;
 
-    // Scratch of the closure walk, guarded by the document's closure lock.
+    // Scratch of the closure walk, guarded by the document's closure lock, and of the build before that.
     struct visit_record {
         uint32_t walk = 0; // number of the walk the marks belong to
         uint8_t marks = 0;

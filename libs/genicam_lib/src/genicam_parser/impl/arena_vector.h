@@ -1,7 +1,8 @@
 // A vector of pointers and plain records for the arena of a document: the first few elements stand in place, more are
-// moved to the arena. Never shrinks; what it outgrows is freed with the document.
+// moved to the arena. What it outgrows is freed with the document.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <memory_resource>
@@ -22,6 +23,11 @@ public:
     void push_back(const T& value, std::pmr::memory_resource& memory) {
         if (count == capacity) grow(memory);
         items[count++] = value;
+    }
+
+    template <class Predicate>
+    void erase_if(Predicate is_unwanted) {
+        count = static_cast<uint32_t>(std::remove_if(items, items + count, is_unwanted) - items);
     }
 
     [[nodiscard]] std::span<T> view() noexcept { return {items, count}; }

@@ -24,6 +24,9 @@ public:
     // The children of a "StructReg"; kept until the next one is asked for, as its entries follow each other.
     [[nodiscard]] virtual const element_view& struct_view(pugi::xml_node struct_reg) = 0;
     [[nodiscard]] virtual closure_state& closures() noexcept = 0;
+    // Tokens that formulas not yet compiled may take, all together. An expression is copied to wherever it is named, so
+    // the text's length bounds nothing.
+    [[nodiscard]] virtual std::size_t& formula_tokens_left() noexcept = 0;
     // Why a node cannot work, for whoever meets its error later. While the document is built only.
     virtual void note_fault(IEval& node, std::string text) = 0;
     [[nodiscard]] virtual std::string_view fault_of(const IEval& node) const noexcept = 0;

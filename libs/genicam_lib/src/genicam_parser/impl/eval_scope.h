@@ -6,6 +6,7 @@
 
 #include <GenICam/error.h>
 
+#include <cstddef>
 #include <utility>
 
 namespace GenICam::impl {
@@ -22,8 +23,8 @@ class eval_scope {
 public:
     static constexpr unsigned maximum_depth = 160;
     // A bound on time, for documents whose nodes lead to each other on ever more ways. A formula fetches each of its
-    // variables once, so sound documents stay far below.
-    static constexpr unsigned maximum_steps = 1'000'000;
+    // variables once and sound documents stay far below, formulas' own steps included.
+    static constexpr unsigned maximum_steps = 100'000;
 
     eval_scope() noexcept : state(current_eval) {
         if (state.depth++ == 0) state.steps_left = state.pass_steps_left = maximum_steps;
@@ -37,6 +38,14 @@ public:
     [[nodiscard]] explicit operator bool() const noexcept { return passed; }
     [[nodiscard]] static std::unexpected<std::error_code> error() noexcept {
         return fail(genicam_errc::invalid_document);
+    }
+
+    // The steps of a computation within an access. False, and none is left, when it takes more than there are.
+    [[nodiscard]] static bool take(std::size_t steps) noexcept {
+        eval_state& state = current_eval;
+        const bool enough = steps <= state.steps_left;
+        state.steps_left = enough ? state.steps_left - static_cast<unsigned>(steps) : 0;
+        return enough;
     }
 
 private:

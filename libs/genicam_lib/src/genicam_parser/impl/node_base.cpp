@@ -6,14 +6,9 @@
 
 #include <algorithm>
 #include <unordered_set>
+#include <utility>
 
 namespace GenICam::impl {
-
-namespace {
-bool contains(std::span<IEval* const> nodes, const IEval* node) noexcept {
-    return std::ranges::find(nodes, node) != nodes.end();
-}
-} // namespace
 
 node_base_data::node_base_data(document_services& services_, const element_view& view)
     : name(view.element().attribute("Name").value()),
@@ -120,7 +115,18 @@ void node_base_data::add_source(INode* node) {
     if (node == nullptr) return;
     IEval* source = node->as_eval();
     source->add_user(this);
-    if (!contains(sources.view(), source)) sources.push_back(source, services->memory_resource());
+    sources.push_back(source, services->memory_resource());
+}
+
+// Not one by one as they come: a document may give one node a hundred thousand.
+void node_base_data::drop_repeated_links() {
+    const auto drop_repeated = [this](auto& links) {
+        if (links.size() < 2) return;
+        const uint32_t walk = ++services->closures().last_walk;
+        links.erase_if([walk](IEval* node) { return std::exchange(node->visit.walk, walk) == walk; });
+    };
+    drop_repeated(sources);
+    drop_repeated(invalidates);
 }
 
 void node_base_data::resolve_selected(const element_view& view) {
@@ -139,11 +145,7 @@ void node_base_data::resolve_selected(const element_view& view) {
     selected = {kept, found.size()};
 }
 
-void node_base_data::add_invalidates(IEval* node) {
-    const auto present = invalidates.view();
-    if (!present.empty() && present.back() == node) return;
-    if (!contains(present, node)) invalidates.push_back(node, services->memory_resource());
-}
+void node_base_data::add_invalidates(IEval* node) { invalidates.push_back(node, services->memory_resource()); }
 
 void node_base_data::add_selecting(INode* node) { selecting.push_back(node, services->memory_resource()); }
 

@@ -17,6 +17,7 @@ public:
     node_base_data(document_services& services_, const element_view& view);
 
     void resolve_references(const element_view& view) final;
+    void drop_repeated_links() final;
     void invalidate() final;
     void on_invalidate() override {}
     void notify_invalidated() final;

@@ -67,6 +67,8 @@ std::error_code check_value<double>(const IFloat& node, double value, unsigned f
     // Values that went through a converter and back miss their limit by a rounding error.
     constexpr double tolerance = 1e-5;
     if (flags & access_flags::no_range_check) return {};
+    // Compares with no limit, and is 0 for an integer that is to hold it.
+    if (std::isnan(value)) return refused_value(node.get_name(), value, genicam_errc::value_out_of_range);
     return check_range<double>(node, value, node.get_min(flags), node.get_max(flags), tolerance);
 }
 

@@ -6,19 +6,26 @@
 #include <GenICam/error.h>
 #include <GenICam/types.h>
 
+#include <atomic>
 #include <cstddef>
 #include <span>
 
 namespace GenICam::impl {
 
+struct caching_terms {
+    CachingMode_t mode = CachingMode_t::WriteThrough;
+    std::atomic<uint64_t> since{register_cache::from_the_start}; // bytes cached before this invalidation do not count
+};
+
 class port_reg_interface {
 public:
     [[nodiscard]] virtual std::error_code write_cached(CachingMode_t mode, int64_t address,
                                                        std::span<const std::byte> data, unsigned flags) = 0;
-    [[nodiscard]] virtual std::error_code read_cached(CachingMode_t mode, int64_t address, std::span<std::byte> data,
-                                                      unsigned flags) = 0;
-    virtual void invalidate_range(int64_t address, uint64_t length) = 0;
-    virtual void invalidate_all() = 0;
+    [[nodiscard]] virtual std::error_code read_cached(const caching_terms& how, int64_t address,
+                                                      std::span<std::byte> data, unsigned flags) = 0;
+    // These give the number of the invalidation, for caching_terms::since.
+    virtual uint64_t invalidate_range(int64_t address, uint64_t length) = 0;
+    virtual uint64_t invalidate_all() = 0;
 
     // The same for a text register, whose entry is added once, while the document is built. A text with a NUL in it
     // stands for the whole register unless the flags ask for raw bytes.

@@ -16,13 +16,13 @@ bool overlaps(int64_t a, uint64_t a_length, int64_t b, uint64_t b_length) noexce
 
 } // namespace
 
-const register_cache::entry* register_cache::find(int64_t address) const noexcept {
+const register_cache::entry* register_cache::find(int64_t address, uint64_t since) const noexcept {
     const auto found = std::ranges::lower_bound(entries, address, std::greater{}, &entry::address);
-    return found != entries.end() && found->address == address && found->valid ? &*found : nullptr;
+    return found != entries.end() && found->address == address && found->made_after >= since ? &*found : nullptr;
 }
 
-bool register_cache::read(int64_t address, std::span<std::byte> data) const noexcept {
-    const entry* found = find(address);
+bool register_cache::read(int64_t address, std::span<std::byte> data, uint64_t since) const noexcept {
+    const entry* found = find(address, since);
     if (found == nullptr || found->length < data.size()) return false;
     std::copy_n(found->value, data.size(), data.begin());
     return true;
@@ -47,28 +47,35 @@ void register_cache::store(int64_t address, std::span<const std::byte> data) {
     // A shorter or equal neighbour in the range is superseded; a longer one stays for the registers it belongs to.
     for (entry& e : near(address, data.size())) {
         if (e.address != address && e.length <= data.size() && overlaps(e.address, e.length, address, data.size()))
-            e.valid = false;
+            e.made_after = 0;
     }
     auto place = std::ranges::lower_bound(entries, address, std::greater{}, &entry::address);
     if (place == entries.end() || place->address != address) {
-        place = entries.insert(place, entry{address, 0, {}, false});
+        place = entries.insert(place, entry{address, 0, {}, 0});
     }
     std::ranges::copy(data, place->value);
     place->length = data.size();
-    place->valid = true;
+    place->made_after = change_count;
 }
 
 void register_cache::invalidate(int64_t address, uint64_t length) noexcept {
+    ++change_count;
     for (entry& e : near(address, length)) {
-        if (overlaps(e.address, e.length, address, length)) e.valid = false;
+        if (overlaps(e.address, e.length, address, length)) e.made_after = 0;
     }
     for (text_entry* text = texts; text != nullptr; text = text->next) {
         if (text->valid && overlaps(text->address, text->bytes.size(), address, length)) text->valid = false;
     }
 }
 
+void register_cache::invalidate(text_entry& text) noexcept {
+    ++change_count;
+    text.valid = false;
+}
+
 void register_cache::clear() noexcept {
-    for (entry& e : entries) e.valid = false;
+    ++change_count;
+    for (entry& e : entries) e.made_after = 0;
     for (text_entry* text = texts; text != nullptr; text = text->next) text->valid = false;
 }
 

@@ -18,23 +18,30 @@ struct text_entry {
 };
 
 // Registers overlap in real documents, with other lengths too. An entry therefore serves only reads that it covers, and
-// a write drops whatever overlaps it.
+// a write drops whatever overlaps it. Invalidations are counted, and an entry knows after how many it was made: a
+// register that may lie anywhere is invalidated wherever it has lain by refusing the entries of before.
 //
 // Not thread-safe; the port guards it.
 class register_cache {
 public:
     static constexpr std::size_t maximum_length = 8;
+    static constexpr uint64_t from_the_start = 1;
 
-    // From a valid entry with this very address that is at least as long. False when there is none.
-    [[nodiscard]] bool read(int64_t address, std::span<std::byte> data) const noexcept;
+    // How many invalidations there have been, the start being the first.
+    [[nodiscard]] uint64_t changes() const noexcept { return change_count; }
+
+    // From a valid entry with this very address that is at least as long and was made after `since` changes or more.
+    // False when there is none.
+    [[nodiscard]] bool read(int64_t address, std::span<std::byte> data, uint64_t since = from_the_start) const noexcept;
     [[nodiscard]] bool contains(int64_t address, std::size_t length) const noexcept {
-        const entry* found = find(address);
+        const entry* found = find(address, from_the_start);
         return found != nullptr && found->length >= length;
     }
     // What a read brought, up to 8 bytes. After a write, invalidate first.
     void store(int64_t address, std::span<const std::byte> data);
     // Every entry and text that overlaps the range.
     void invalidate(int64_t address, uint64_t length) noexcept;
+    void invalidate(text_entry& text) noexcept;
     void add_text(text_entry& text) noexcept {
         text.next = texts;
         texts = &text;
@@ -46,15 +53,16 @@ private:
         int64_t address;
         uint64_t length;
         std::byte value[maximum_length];
-        bool valid;
+        uint64_t made_after; // changes; 0: not valid
     };
 
-    [[nodiscard]] const entry* find(int64_t address) const noexcept;
+    [[nodiscard]] const entry* find(int64_t address, uint64_t since) const noexcept;
     // All that may overlap the range, and few others.
     [[nodiscard]] std::span<entry> near(int64_t address, uint64_t length) noexcept;
 
     std::vector<entry> entries; // by descending address, no two alike
     text_entry* texts = nullptr;
+    uint64_t change_count = from_the_start;
 };
 
 } // namespace GenICam::impl

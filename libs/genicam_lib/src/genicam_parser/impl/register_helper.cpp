@@ -40,7 +40,13 @@ void reg_access::resolve_port_interface(node_base_data& owner, const element_vie
 
 void reg_access::resolve_caching(const node_base_data& owner, const element_view& view, CachingMode_t standard) {
     const auto own = get_element_Cachable(view[tag::Cachable], owner.get_node_name());
-    caching_mode = own.value_or(owner.document().force_no_cache() ? CachingMode_t::NoCache : standard);
+    caching.mode = own.value_or(owner.document().force_no_cache() ? CachingMode_t::NoCache : standard);
+}
+
+void reg_access::invalidate(const result<address_range>& place) {
+    // Without a place: it could be told when the entry was made, and may be again.
+    const uint64_t number = place ? port->invalidate_range(place->address, place->length) : port->invalidate_all();
+    caching.since.store(number, std::memory_order_relaxed);
 }
 
 int64_t get_element_const_address_sum(const node_base_data& owner, const element_view& view) {

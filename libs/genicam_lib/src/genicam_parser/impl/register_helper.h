@@ -8,21 +8,25 @@
 
 namespace GenICam::impl {
 
+struct address_range {
+    int64_t address;
+    uint64_t length;
+};
+
 struct reg_access {
     port_reg_interface* port = nullptr; // null makes every value access answer invalid_document
     IPort* port_node = nullptr;         // the same port
-    CachingMode_t caching_mode = CachingMode_t::WriteThrough;
+    caching_terms caching;
     Endianess_t endianess = Endianess_t::BigEndian;
 
     // From "pPort" of the view; makes the owner a user of the port. No source: a walk of the sources must not spread
     // from one register over the port to all others.
     void resolve_port_interface(node_base_data& owner, const element_view& view);
     void resolve_caching(const node_base_data& owner, const element_view& view, CachingMode_t standard);
-};
-
-struct address_range {
-    int64_t address;
-    uint64_t length;
+    // Drops what is cached there, or everything when the place cannot be told. One pass invalidates a register together
+    // with the nodes that tell where it lies, in any order, so that the place told then may be neither where it has
+    // lain nor where it will: whatever was cached before, wherever, is not its value any more either.
+    void invalidate(const result<address_range>& place);
 };
 
 // The sum of the "Address" children.

@@ -20,12 +20,7 @@ public:
 
     void invalidate_register() final {
         if (access.port == nullptr) return;
-        const auto range = get_address_and_length(0);
-        if (range) {
-            access.port->invalidate_range(range->address, range->length);
-        } else {
-            access.port->invalidate_all(); // the address could be told when the entry was made, and may be again
-        }
+        access.invalidate(get_address_and_length(0));
     }
 
 protected:

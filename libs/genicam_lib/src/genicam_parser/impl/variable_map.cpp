@@ -19,15 +19,11 @@ namespace {
 constexpr std::string_view here = "GenICam::impl::converter::build_formula_name_lookup";
 }
 
-bool formula_name_lookup::contains(std::string_view name) const noexcept {
-    return std::ranges::find(entries, name, &entry::name) != entries.end();
-}
-
 std::optional<math_parser::lookup_func_result_t> formula_name_lookup::find(std::string_view name) const {
     if (!is_swissknife && (name == "TO" || name == "FROM")) return argument_id;
-    const auto found = std::ranges::find(entries, name, &entry::name);
-    if (found == entries.end()) return std::nullopt;
-    return found->meaning;
+    const auto found = names.find(name);
+    if (!found) return std::nullopt;
+    return meanings[*found];
 }
 
 void build_formula_name_lookup(formula_name_lookup& lookup, const node_base_data& owner, const element_view& view,
@@ -83,12 +79,15 @@ void build_formula_name_lookup(formula_name_lookup& lookup, const node_base_data
 
 std::optional<compiled_formula_data> compile(node_base_data& owner, std::string_view text,
                                              const formula_name_lookup& lookup) {
-    math_parser::compile_report found;
-    math_parser::compile_report* const report = &found;
-    auto program = math_parser::compile_formula(
-        text, [&](std::string_view name) { return lookup.find(name); },
-        [](std::string_view message) { log(level_fault, "{}", message); }, report, math_parser::dialect::documents);
-    if (program) return std::move(*program);
+    math_parser::compile_report found{math_parser::parse_status::output_full};
+    if (std::size_t& left = owner.document().formula_tokens_left(); left != 0) {
+        math_parser::compile_report* const report = &found;
+        auto program = math_parser::compile_formula(
+            text, [&](std::string_view name) { return lookup.find(name); },
+            [](std::string_view message) { log(level_fault, "{}", message); }, report, math_parser::dialect::documents);
+        left -= std::min(left, found.size);
+        if (program) return std::move(*program);
+    }
     owner.document().note_fault(owner, fmt::format("Formula '{}' of '{}', character {}: {}", trimmed(text),
                                                    owner.get_node_name(), found.offset + 1,
                                                    math_parser::status_text(found.status)));
@@ -120,6 +119,7 @@ variable_map_impl::create_resulting_entry(const node_base_data& owner, INode& no
 
 void variable_map_impl::resolve_converter_references(formula_name_lookup& lookup, node_base_data& owner,
                                                      const element_view& view) {
+    key_positions<entry, entry_hash> present; // as entries
     view.for_each(tag::pVariable, [&](pugi::xml_node element) {
         const std::string_view name = trimmed(element.attribute("Name").value());
         if (name.empty() || lookup.contains(name)) return;
@@ -128,11 +128,10 @@ void variable_map_impl::resolve_converter_references(formula_name_lookup& lookup
         const auto made = create_resulting_entry(owner, *node, name);
         if (!made) return;
         // Two names of one value share its place, so that it is fetched once.
-        const auto present = entries.view();
-        const auto same =
-            std::ranges::find_if(present, [&](const entry& e) { return e.node == made->node && e.what == made->what; });
-        lookup.add_variable(name, first_variable_id + static_cast<uint64_t>(same - present.begin()));
-        if (same != present.end()) return;
+        const auto same = present.find(*made);
+        lookup.add_variable(name, first_variable_id + same.value_or(entries.size()));
+        if (same) return;
+        present.add(*made);
         entries.push_back(*made, owner.document().memory_resource());
         owner.add_source(node);
     });
@@ -177,6 +176,7 @@ result<tValue> variable_map_impl::fetch(uint64_t id, tValue argument, unsigned f
 
 result<tValue> variable_map_impl::exec_formula(const compiled_formula_data& formula, unsigned flags,
                                                tValue argument) const {
+    if (!eval_scope::take(formula.size())) return eval_scope::error();
     // Each variable is fetched once per run, however often it stands in the formula.
     constexpr uint64_t kept_variables = 16;
     union storage {
@@ -197,7 +197,10 @@ result<tValue> variable_map_impl::exec_formula(const compiled_formula_data& form
             return value;
         }
         if (at >= entries.size()) return fetch(id, argument, flags);
-        if (more.empty()) more.resize(entries.size());
+        if (more.empty()) {
+            if (!eval_scope::take(entries.size())) return eval_scope::error();
+            more.resize(entries.size());
+        }
         if (!more[at]) {
             auto value = fetch(id, argument, flags);
             if (!value) return value;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "eval_helper.h"
+#include "key_positions.h"
 #include "node_base.h"
 
 #include <deque>
@@ -15,24 +16,25 @@ inline constexpr uint64_t first_variable_id = 1000; // plus the position in the 
 // Exists only while a node resolves.
 class formula_name_lookup {
 public:
-    explicit formula_name_lookup(bool is_swissknife_) noexcept : is_swissknife(is_swissknife_) {}
+    explicit formula_name_lookup(bool is_swissknife_) : is_swissknife(is_swissknife_) { meanings.reserve(8); }
 
-    void add_variable(std::string_view name, uint64_t id) { entries.push_back({name, id}); }
-    void add_constant(std::string_view name, math_parser::tValue value) { entries.push_back({name, value}); }
+    void add_variable(std::string_view name, uint64_t id) { add(name, id); }
+    void add_constant(std::string_view name, math_parser::tValue value) { add(name, value); }
     void add_formula(std::string_view name, math_parser::compiled_formula_data formula) {
-        entries.push_back({name, &formulas.emplace_back(std::move(formula))});
+        add(name, &formulas.emplace_back(std::move(formula)));
     }
-    [[nodiscard]] bool contains(std::string_view name) const noexcept;
+    [[nodiscard]] bool contains(std::string_view name) const { return names.find(name).has_value(); }
     // For a converter "TO" and "FROM" are its argument and win over any variable; for a swiss knife they are ordinary.
     [[nodiscard]] std::optional<math_parser::lookup_func_result_t> find(std::string_view name) const;
 
 private:
-    struct entry {
-        std::string_view name;
-        math_parser::lookup_func_result_t meaning;
-    };
+    void add(std::string_view name, math_parser::lookup_func_result_t meaning) {
+        names.add(name);
+        meanings.push_back(meaning);
+    }
 
-    std::vector<entry> entries;
+    key_positions<std::string_view> names;
+    std::vector<math_parser::lookup_func_result_t> meanings; // by the positions of their names
     std::deque<math_parser::compiled_formula_data> formulas;
     bool is_swissknife;
 };
@@ -64,6 +66,12 @@ private:
     struct entry {
         INode* node;
         getter what;
+        bool operator==(const entry&) const = default;
+    };
+    struct entry_hash {
+        [[nodiscard]] std::size_t operator()(const entry& e) const noexcept {
+            return std::hash<INode*>{}(e.node) + static_cast<std::size_t>(e.what);
+        }
     };
 
     [[nodiscard]] static std::optional<entry> create_resulting_entry(const node_base_data& owner, INode& node,

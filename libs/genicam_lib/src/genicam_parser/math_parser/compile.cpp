@@ -239,7 +239,7 @@ GenICam::result<compiled_formula_data> compile_formula(std::string_view text, co
                                                        dialect language) {
     parser parse{text, lookup, log, language};
     const status outcome = parse.expression();
-    if (report != nullptr) *report = {outcome, parse.tokens.last_offset()};
+    if (report != nullptr) *report = {outcome, parse.tokens.last_offset(), parse.output.size()};
     if (outcome != status::success && outcome != status::end_of_text) {
         if (log) {
             log(fmt::format("km_parse_tree failed with result={}. Last token view: '{}'.", std::to_underlying(outcome),
