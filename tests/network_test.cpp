@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <sched.h>
-#include <signal.h>
 
 #include <thread>
 
@@ -103,19 +102,4 @@ TEST(TwoHosts, AnMtuThatChangesBetweenAcquisitionsIsMet) {
         }
     }};
     consumer.join();
-}
-
-// The service finds cameras by its own broadcast on the cable.
-TEST(TwoHosts, CamerasAnswerABroadcast) {
-    two_hosts hosts;
-    if (!hosts.ready()) GTEST_SKIP() << hosts.why_not();
-    test_system own;
-    own.spread_over(hosts.camera_side(), hosts.consumer_side(), two_hosts::net);
-    own.start_camera(small({"--frame-rate", "10"}));
-    own.start_camera(small({"--frame-rate", "10"}));
-    own.start_service_by_broadcast();
-    for (size_t i = 0; i < 2; ++i) {
-        const auto result = own.grab({"--device", test_system::serial(i), "--frames", "10", "--verify"});
-        expect_every_frame(result, 10);
-    }
 }

@@ -1,8 +1,7 @@
 // What only two hosts with real broadcasts show of the service's network side.
 #include "service_network.h"
 
-#include <gvcp/broadcast_commands.h>
-#include <gvcp/device_control.h>
+#include <gige/gvcp.h>
 #include <objects/device_object.h>
 #include <objects/interface_object.h>
 
@@ -14,34 +13,7 @@ namespace {
 
 using namespace test_support;
 
-constexpr uint32_t camera_there = 0xC0A84D05; // 192.168.77.5
-constexpr uint32_t camera_here = 0x0A632705;  // 10.99.39.5
 constexpr uint32_t device_key = 0x5EED;
-
-TEST_F(ServiceNetwork, ACameraOfAForeignSubnetIsListedAndMoved) {
-    give(hosts.camera_side(), "192.168.77.5/24");
-    // More than a few addresses; the camera is to come to the last.
-    for (int i = 0; i < 40; ++i) give(hosts.consumer_side(), "10.99." + std::to_string(i) + ".1/24");
-    start_camera(camera_there);
-    ASSERT_TRUE(camera);
-    at(hosts.consumer_side(), [&] {
-        discovery finder{{.interval = milliseconds{100}, .window = milliseconds{50}}, {}};
-        ASSERT_TRUE(eventually([&] { return find(finder, camera->mac()).has_value(); }));
-        const auto found = *find(finder, camera->mac());
-        EXPECT_EQ(found.address, camera_there);
-        EXPECT_FALSE(found.reachable);
-        give(hosts.camera_side(), "10.99.39.5/24");
-        const auto cable = finder.list().front().network;
-        EXPECT_EQ(cable.name, "cable");
-        EXPECT_FALSE(gvcp_master::force_ip(cable, camera->mac(), camera_here, 0xFFFFFF00, 0));
-        ASSERT_TRUE(eventually([&] { return find(finder, camera->mac())->address == camera_here; }));
-        const auto moved = *find(finder, camera->mac());
-        EXPECT_TRUE(moved.reachable);
-        EXPECT_EQ(moved.local_address, 0x0A632701U);
-        EXPECT_TRUE(gvcp_master::device_control::open(
-            {.device = {moved.address, gige::gvcp::port}, .local_address = moved.local_address}));
-    });
-}
 
 TEST_F(ServiceNetwork, AnActionIsOneDatagramAndAnInterfaceThatFailsStopsNoOther) {
     give(hosts.camera_side(), "10.99.0.5/24");

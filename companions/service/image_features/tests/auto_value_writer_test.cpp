@@ -1,18 +1,17 @@
 // Tries of a camera that does not answer or is busy: what counts is how often it was asked, not how long that took.
 #include "../auto_value_writer.h"
 
+#include "../../../../libs/service-base/tests/log_capture.h"
+
 #include <gds_helper/log.h>
 #include <gds_shared/gigecam_error.h>
 
 #include <gtest/gtest.h>
-#include <spdlog/logger.h>
-#include <spdlog/sinks/base_sink.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <thread>
 
 using gds_shared::gigecam_errc;
@@ -68,30 +67,6 @@ private:
     }
 };
 
-class counting_sink final : public spdlog::sinks::base_sink<std::mutex> {
-public:
-    std::atomic<int> given_up = 0;
-
-private:
-    void sink_it_(const spdlog::details::log_msg& message) override {
-        const std::string_view text{message.payload.data(), message.payload.size()};
-        if (text.find("is given up") != text.npos) ++given_up;
-    }
-    void flush_() override {}
-};
-
-// The process's log goes there, too, for as long as it lives.
-struct listener {
-    listener() {
-        gds_helper::log::main_logger().set_level(spdlog::level::warn);
-        gds_helper::log::main_logger().sinks().push_back(sink);
-    }
-    ~listener() { gds_helper::log::main_logger().sinks().pop_back(); }
-    listener(const listener&) = delete;
-    listener& operator=(const listener&) = delete;
-    const std::shared_ptr<counting_sink> sink = std::make_shared<counting_sink>();
-};
-
 struct row {
     const char* name;
     gigecam_errc error;
@@ -126,8 +101,8 @@ protected:
         }
         return condition();
     }
-    [[nodiscard]] int given_up() const { return log.sink->given_up; }
-    const listener log; // outlives the writer's thread
+    [[nodiscard]] size_t given_up() const { return log.count("is given up"); }
+    const test_support::log_capture log{gds_helper::log::main_logger()}; // outlives the writer's thread
     failing_camera camera;
     std::shared_ptr<camera_settings> settings = std::make_shared<camera_settings>(std::nullopt, std::nullopt);
     // Longer than the distance between two looks at the camera's values: each try has one beside it.
@@ -143,7 +118,7 @@ TEST_P(AutoValueWriter, GivesUpAfterThreeTriesInARow) {
         EXPECT_TRUE(comes([&] { return block().load<float>(block_t::exposure) == wanted; }, false));
         EXPECT_EQ(camera.exposure, wanted);
     }
-    EXPECT_EQ(given_up(), 0) << "what the camera has taken begins the count anew";
+    EXPECT_EQ(given_up(), 0U) << "what the camera has taken begins the count anew";
     camera.failures = 0;
     camera.failures_left = 1'000'000;
     result(2000);
@@ -155,7 +130,7 @@ TEST_P(AutoValueWriter, GivesUpAfterThreeTriesInARow) {
     camera.exposure = 300; // seen: the result before it was not written
     EXPECT_TRUE(comes([&] { return block().load<float>(block_t::exposure) == 300; }, true));
     EXPECT_EQ(camera.exposure, 300);
-    EXPECT_EQ(given_up(), 1);
+    EXPECT_EQ(given_up(), 1U);
     writer.settings_changed();
     EXPECT_TRUE(comes([&] { return camera.exposure == 2000; }, true));
 }
