@@ -15,6 +15,9 @@ namespace gvcp = gige::gvcp;
 namespace {
 
 constexpr std::size_t remembered_scans = 64;
+// One whose address is being renewed is missing for a moment; for sessions its end is final.
+constexpr unsigned interface_misses = 2;
+constexpr std::chrono::milliseconds interface_patience{200};
 constexpr std::size_t most_moves = 64; // of cameras that are asked directly
 
 std::array<std::byte, gvcp::header_size> discovery_command(uint16_t id, bool broadcast) {
@@ -112,7 +115,7 @@ void discovery::run() {
             ++scans_started;
         }
         const auto began = clock::now();
-        refresh_interfaces();
+        refresh_interfaces(began);
         send_probes(began);
         receive_until(began + chosen.window, false);
         {
@@ -131,8 +134,13 @@ void discovery::run() {
     }
 }
 
-void discovery::refresh_interfaces() {
-    auto interfaces = gige::enumerate_interfaces();
+void discovery::refresh_interfaces(clock::time_point began) {
+    auto listed = gige::enumerate_interfaces();
+    if (listed.has_value() == std::exchange(lacks_interfaces, !listed))
+        say(listed ? "There is a list of interfaces again."
+                   : fmt::format("The list of interfaces cannot be had: {}", listed.error().message()));
+    if (!listed) return; // all of them are taken to be as they were
+    auto& interfaces = *listed;
     // What isn't asked as a whole is listed all the same when it may hold a camera that is asked directly.
     std::erase_if(interfaces, [&](const gige::network_interface& each) {
         const bool as_a_whole = each.loopback ? chosen.loopback : chosen.networks;
@@ -141,6 +149,17 @@ void discovery::refresh_interfaces() {
         });
     });
     const std::lock_guard guard{mutex};
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        entry& before = entries[i];
+        if (std::ranges::find(interfaces, before.network.name, &gige::network_interface::name) != interfaces.end()) {
+            before.misses = 0;
+            continue;
+        }
+        if (before.misses++ == 0) before.missing_since = began;
+        if (before.misses >= interface_misses && began - before.missing_since >= interface_patience) continue;
+        const auto place = static_cast<std::ptrdiff_t>(std::min(i, interfaces.size()));
+        interfaces.insert(interfaces.begin() + place, before.network);
+    }
     if (std::ranges::equal(entries, interfaces, {}, &entry::network)) return;
     interfaces_changed = true;
     std::vector<entry> fresh;

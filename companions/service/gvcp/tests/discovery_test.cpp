@@ -22,7 +22,7 @@ std::optional<device_record> find(const discovery& finder, uint64_t mac) {
 }
 
 gige::network_interface loopback() {
-    for (auto& each : gige::enumerate_interfaces())
+    for (auto& each : gige::enumerate_interfaces().value())
         if (each.loopback) return each;
     ADD_FAILURE() << "no loopback interface";
     return {};
