@@ -1,11 +1,20 @@
 // The service's real process when descriptors, memory or threads run out, and when one user takes all it can get: the
 // others' sessions go on.
+#include "support/built.h"
 #include "support/raw_client.h"
 #include "support/test_system.h"
 
+#include "../companions/camera_sim/src/zip_writer.h"
+#include "../companions/service/gvcp/tests/scripted_camera.h"
+
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <sys/resource.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <list>
 
 using namespace test_support;
 
@@ -28,6 +37,27 @@ private:
     rlimit before{};
 };
 
+constexpr uint64_t rpc_exhausted = 43;
+constexpr uint32_t document_address = 0x100000;
+
+// Plays the camera at index 0, which the service is told to ask; its document is this text, zipped.
+std::unique_ptr<gvcp_master::scripted_camera> zipping_camera(test_system& own, const std::string& text) {
+    auto camera = std::make_unique<gvcp_master::scripted_camera>(*gige::parse_address(own.camera_address(0)));
+    const auto archive = camera_sim::zip_one_file("camera.xml", std::as_bytes(std::span{text}));
+    camera->set_text(document_address, {reinterpret_cast<const char*>(archive.data()), archive.size()}, archive.size());
+    camera->set_text(gige::gvcp::reg::first_url,
+                     fmt::format("local:camera.zip;{:X};{:X}", document_address, archive.size()), 512);
+    own.add_camera(0);
+    return camera;
+}
+
+long resident_kib(int pid) {
+    std::ifstream status{fmt::format("/proc/{}/status", pid)};
+    for (std::string line; std::getline(status, line);)
+        if (line.starts_with("VmRSS:")) return std::stol(line.substr(6));
+    return 0;
+}
+
 } // namespace
 
 TEST(ServiceLack, WithoutDescriptorsNoInterfaceIsTakenForGone) {
@@ -46,4 +76,48 @@ TEST(ServiceLack, WithoutDescriptorsNoInterfaceIsTakenForGone) {
     camera.stop(); // over the control channel
     EXPECT_FALSE(holds(own.logged(), "is gone")) << own.logged();
     EXPECT_FALSE(holds(own.logged(), "is lost")) << own.logged();
+}
+
+TEST(ServiceLack, ConnectionsOfOneUserShareItsOpenCameras) {
+    test_system own{{"--log-level", "4"}};
+    own.start_camera(small());
+    {
+        const descriptor_limit fewer_than_they_take{getpid(), 200};
+        own.start_service(); // may open as few, and has to ask for more
+    }
+    std::list<raw_client> clients;
+    std::vector<int> opened;
+    for (int i = 0; i < 3; ++i) {
+        auto& client = clients.emplace_back(own.folder(), "raw");
+        opened.push_back(0);
+        while (client.open_camera(1) != 0) ++opened.back();
+    }
+    EXPECT_EQ(opened, (std::vector{64, 64, 0}));
+    clients.pop_front();
+    EXPECT_TRUE(eventually([&] { return clients.back().open_camera(1) != 0; }));
+}
+
+TEST(ServiceLack, ConnectionsOfOneUserShareItsRoomForDocuments) {
+    test_system own{{"--log-level", "4", "--no-image-features"}};
+    const auto camera = zipping_camera(own, std::string(60U << 20, ' '));
+    own.start_service();
+    std::list<raw_client> clients;
+    std::vector<uint64_t> errors;
+    const auto ask = [&](raw_client& client) {
+        const uint64_t device = client.open_camera(1);
+        EXPECT_NE(device, 0U);
+        const auto answer = client.call(device, "get_url_info_list");
+        return answer ? answer->error() : 1;
+    };
+    for (const int documents : {3, 2, 1}) {
+        auto& client = clients.emplace_back(own.folder(), "raw");
+        for (int i = 0; i < documents; ++i) errors.push_back(ask(client));
+    }
+    // 128 MiB for each, 256 for all of them.
+    EXPECT_EQ(errors, (std::vector<uint64_t>{0, 0, rpc_exhausted, 0, 0, rpc_exhausted}));
+    if (!built::sanitized) {
+        EXPECT_LT(resident_kib(own.service().pid()), 150 << 10) << "they are one document";
+    }
+    clients.pop_front();
+    EXPECT_TRUE(eventually([&] { return ask(clients.back()) == 0; }));
 }

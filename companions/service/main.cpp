@@ -2,6 +2,7 @@
 #include "objects/function_table.h"
 #include "posix/accounts.h"
 #include "posix/bus_guard.h"
+#include "posix/descriptor_limit.h"
 #include "posix/service_manager.h"
 #include "posix/termination.h"
 #include "rpc_server/rpc_server.h"
@@ -12,6 +13,7 @@
 #include <gds_shared/log_init.h>
 #include <gds_shared/product_constants.h>
 #include <gds_shared/prop_store_init.h>
+#include <ipc_rpc/limits.h>
 #include <ipc_rpc/services.h>
 #include <ipc_rpc/status.h>
 #include <posix/runtime_directory.h>
@@ -115,6 +117,10 @@ int run(const program_options& given) {
     // Before any thread: they all leave the signals to the wait below.
     const service::termination end;
     service::install_bus_guard();
+    const std::size_t wanted = ipc_rpc::limits::most_descriptors;
+    if (const std::size_t most = service::raise_descriptor_limit(wanted); most < wanted)
+        gds_helper::log::main_logger().warn(
+            "Only {} files may be open at a time: many clients and cameras can take more, up to {}.", most, wanted);
 
     auto options = core_options(given);
     options.settings = settings;

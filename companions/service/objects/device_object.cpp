@@ -191,12 +191,17 @@ std::expected<std::vector<ipc_rpc::url_info>, std::error_code> device_object::ur
 }
 
 bool device_object::offer(std::string text) {
+    {
+        const std::lock_guard guard{mutex};
+        plain_document.reset();
+        plain_document_bytes.reset(); // room for the one that takes its place
+    }
+    auto bytes = ipc_rpc::reserved_bytes::take(session->document_bytes(), text.size());
+    if (!bytes) return false;
+    auto document = core->shared_document(std::move(text));
     const std::lock_guard guard{mutex};
-    plain_document.reset();
-    plain_document_bytes.reset(); // room for the one that takes its place
-    plain_document_bytes = ipc_rpc::reserved_bytes::take(session->document_bytes(), text.size());
-    if (!plain_document_bytes) return false;
-    plain_document = std::move(text);
+    plain_document_bytes = std::move(bytes);
+    plain_document = std::move(document);
     return true;
 }
 

@@ -66,7 +66,7 @@ private:
     const gvcp_master::device_record record;
     const std::shared_ptr<gds_helper::log::line_budget> lines = gds_helper::log::counted_lines::current();
     std::atomic<bool> holds{false};
-    std::shared_ptr<client_session::device_seat> seat;
+    std::shared_ptr<ipc_rpc::reserved_bytes> seat;
     std::shared_ptr<client_session::number> lost_number;
     std::unique_ptr<message_box> events;
     std::shared_ptr<image_features::camera_settings> settings;
@@ -74,8 +74,8 @@ private:
     std::mutex document_turn; // held while documents are fetched; guards what follows
     std::vector<ipc_rpc::url_info> offered_urls;
 
-    std::mutex mutex;                          // guards what follows
-    std::optional<std::string> plain_document; // other than the camera's own as it lies in its registers
+    std::mutex mutex;                                  // guards what follows
+    std::shared_ptr<const std::string> plain_document; // other than the camera's own as it lies in its registers
     std::shared_ptr<ipc_rpc::reserved_bytes> plain_document_bytes;
     std::weak_ptr<stream_lease> lease;
 

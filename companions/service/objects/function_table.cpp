@@ -260,8 +260,9 @@ make_function_table(const std::shared_ptr<service_core>& core,
             {
                 const std::lock_guard guard{place->mutex};
                 if (!place->session) {
-                    place->session = std::make_shared<client_session>(notifier_of(context.connection),
-                                                                      context.connection->get_peer_user());
+                    const auto user = context.connection->get_peer_user();
+                    place->session =
+                        std::make_shared<client_session>(notifier_of(context.connection), user, core->budget_of(user));
                 }
                 session = place->session;
             }
