@@ -8,7 +8,8 @@ client_session::client_session(notify_function raise, std::optional<uint32_t> us
     : notify(std::move(raise)),
       peer_user(user),
       seats(std::make_shared<ipc_rpc::byte_budget>(limits::most_open_devices, of_user.open_devices)),
-      documents(std::make_shared<ipc_rpc::byte_budget>(limits::most_document_bytes, of_user.document_bytes)) {}
+      documents(std::make_shared<ipc_rpc::byte_budget>(limits::most_document_bytes, of_user.document_bytes)),
+      answers(std::make_shared<ipc_rpc::byte_budget>(limits::most_answer_bytes, of_user.answer_bytes)) {}
 
 // Makes its object first: nothing is taken that a failure would leave taken.
 std::shared_ptr<client_session::number> client_session::allocate() {

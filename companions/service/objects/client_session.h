@@ -21,6 +21,7 @@ using notify_function = std::function<void(uint64_t)>;
 struct user_budget {
     std::shared_ptr<ipc_rpc::byte_budget> open_devices;
     std::shared_ptr<ipc_rpc::byte_budget> document_bytes;
+    std::shared_ptr<ipc_rpc::byte_budget> answer_bytes;
 };
 
 // Thread-safe.
@@ -54,6 +55,8 @@ public:
     [[nodiscard]] std::optional<uint32_t> owner() const noexcept { return peer_user; }
     // Of documents that the service keeps for the client's devices.
     [[nodiscard]] const std::shared_ptr<ipc_rpc::byte_budget>& document_bytes() const noexcept { return documents; }
+    // Of answers to reads that have not been sent.
+    [[nodiscard]] const std::shared_ptr<ipc_rpc::byte_budget>& answer_bytes() const noexcept { return answers; }
 
 private:
     void give_back(uint64_t value);
@@ -62,6 +65,7 @@ private:
     const std::optional<uint32_t> peer_user;
     const std::shared_ptr<ipc_rpc::byte_budget> seats;
     const std::shared_ptr<ipc_rpc::byte_budget> documents;
+    const std::shared_ptr<ipc_rpc::byte_budget> answers;
     std::mutex mutex; // guards what follows
     std::bitset<ipc_rpc::limits::most_numbers + 1> used;
 };

@@ -146,9 +146,7 @@ ipc_rpc::device_service_info device_object::service_info() const {
 
 std::expected<ipc_rpc::byte_vector, std::error_code> device_object::read_mem(uint64_t address, uint64_t size,
                                                                              uint64_t timeout) {
-    if (size > ipc_rpc::limits::most_read_bytes) {
-        return std::unexpected(make_error_code(gigecam_errc::invalid_parameter));
-    }
+    if (size > ipc_rpc::max_param_block) return std::unexpected(make_error_code(gigecam_errc::invalid_parameter));
     ipc_rpc::byte_vector bytes(size);
     if (image_features::is_software_address(address)) {
         const auto error = features ? features->read(address, bytes) : make_error_code(gigecam_errc::invalid_address);

@@ -41,6 +41,7 @@ public:
     [[nodiscard]] std::vector<ipc_rpc::event_message> take_events();
     [[nodiscard]] std::expected<std::shared_ptr<stream_lease>, std::error_code> acquire_stream();
     [[nodiscard]] std::expected<std::string, std::error_code> user_name();
+    [[nodiscard]] const client_session& client() const noexcept { return *session; }
     [[nodiscard]] gvcp_master::device_control& control() noexcept { return *camera; }
     // The client has gone: whatever still waits for the camera ends. Does not wait.
     void abandon() noexcept { camera->cancel(); }

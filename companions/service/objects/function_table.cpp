@@ -11,6 +11,7 @@
 
 #include <spdlog/logger.h>
 
+#include <algorithm>
 #include <cassert>
 #include <cstdlib>
 #include <string>
@@ -182,7 +183,11 @@ void serve_device(object_function_table_root& table) {
         table, device_class, [](device_object& self, rpc_call_context&) { return self.original_document(); }));
     must(catalogue::read_mem::serve<device_object>(
         table, device_class,
-        [](device_object& self, rpc_call_context&, uint64_t address, uint64_t size, uint32_t, uint64_t timeout) {
+        [](device_object& self, rpc_call_context& context, uint64_t address, uint64_t size, uint32_t,
+           uint64_t timeout) -> std::expected<byte_vector, std::error_code> {
+            context.held =
+                reserved_bytes::take(self.client().answer_bytes(), 2 * std::min<uint64_t>(size, max_param_block));
+            if (!context.held) return std::unexpected(make_error_code(status::resource_exhausted));
             return self.read_mem(address, size, timeout);
         }));
     must(catalogue::write_mem::serve<device_object>(

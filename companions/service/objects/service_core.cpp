@@ -133,7 +133,8 @@ user_budget service_core::budget_of(std::optional<uint32_t> user) {
     namespace limits = ipc_rpc::limits;
     const user_budget made{
         std::make_shared<byte_budget>(limits::most_open_devices_of_user, budget_of_all.open_devices),
-        std::make_shared<byte_budget>(limits::most_document_bytes_of_user, budget_of_all.document_bytes)};
+        std::make_shared<byte_budget>(limits::most_document_bytes_of_user, budget_of_all.document_bytes),
+        std::make_shared<byte_budget>(limits::most_answer_bytes_of_user, budget_of_all.answer_bytes)};
     return budgets.emplace(user, made).first->second;
 }
 

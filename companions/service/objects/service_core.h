@@ -102,9 +102,9 @@ private:
     static void drop_expired(std::vector<watcher>& watchers);
 
     const options chosen;
-    const user_budget budget_of_all{
-        std::make_shared<ipc_rpc::byte_budget>(ipc_rpc::limits::most_open_devices_of_all),
-        std::make_shared<ipc_rpc::byte_budget>(ipc_rpc::limits::most_document_bytes_of_all)};
+    const user_budget budget_of_all{std::make_shared<ipc_rpc::byte_budget>(ipc_rpc::limits::most_open_devices_of_all),
+                                    std::make_shared<ipc_rpc::byte_budget>(ipc_rpc::limits::most_document_bytes_of_all),
+                                    std::make_shared<ipc_rpc::byte_budget>(ipc_rpc::limits::most_answer_bytes_of_all)};
     address_turns given_addresses;
     std::mutex mutex; // guards what follows
     std::vector<watcher> interface_watchers;

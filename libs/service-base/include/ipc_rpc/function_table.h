@@ -20,6 +20,7 @@ struct rpc_call_context {
     std::vector<std::byte> result;
     std::shared_ptr<rpc_connection_client> connection;
     std::shared_ptr<void> object; // null for a global function
+    std::shared_ptr<void> held{}; // by the function, until the answer has been sent
 };
 
 // Returns success with the encoded result in the context, or the status of the error reply. May throw a status.

@@ -34,12 +34,15 @@ inline constexpr std::size_t arriving_calls_dropped = 64;
 inline constexpr std::size_t most_objects = 1024;
 inline constexpr std::size_t most_numbers = 511; // of notifications; 0 is never given out
 inline constexpr std::size_t most_open_devices = 64;
-inline constexpr std::uint64_t most_read_bytes = 16U << 20;      // asked for by one read of a camera's memory
+// Answers to reads of a camera's memory: what was read and its encoded copy, until it is sent. One of the largest size.
+inline constexpr std::uint64_t most_answer_bytes = 2 * max_param_block;
 inline constexpr std::uint64_t most_document_bytes = 128U << 20; // kept for all of a client's devices together
 inline constexpr std::size_t most_events = 1024;                 // kept for a client that does not fetch them
 // The same for all connections of one user together, and for those of all users.
 inline constexpr std::size_t most_open_devices_of_user = 128;
 inline constexpr std::size_t most_open_devices_of_all = 192;
+inline constexpr std::uint64_t most_answer_bytes_of_user = 4 * max_param_block;
+inline constexpr std::uint64_t most_answer_bytes_of_all = 8 * max_param_block;
 inline constexpr std::uint64_t most_document_bytes_of_user = 256U << 20;
 inline constexpr std::uint64_t most_document_bytes_of_all = 512U << 20;
 

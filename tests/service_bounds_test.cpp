@@ -1,5 +1,5 @@
-// The service's real process when descriptors, memory or threads run out, and when one user takes all it can get: the
-// others' sessions go on.
+// The service's real process at its bounds: descriptors run out, one user takes all it can get, documents and answers
+// are large, cameras never come to an end.
 #include "support/built.h"
 #include "support/raw_client.h"
 #include "support/test_system.h"
@@ -60,7 +60,7 @@ long resident_kib(int pid) {
 
 } // namespace
 
-TEST(ServiceLack, WithoutDescriptorsNoInterfaceIsTakenForGone) {
+TEST(ServiceBounds, WithoutDescriptorsNoInterfaceIsTakenForGone) {
     test_system own{{"--log-level", "2", "--scan-interval", "50"}};
     own.start_camera(small({"--frame-rate", "50"}));
     own.start_logged_service();
@@ -78,7 +78,7 @@ TEST(ServiceLack, WithoutDescriptorsNoInterfaceIsTakenForGone) {
     EXPECT_FALSE(holds(own.logged(), "is lost")) << own.logged();
 }
 
-TEST(ServiceLack, ConnectionsOfOneUserShareItsOpenCameras) {
+TEST(ServiceBounds, ConnectionsOfOneUserShareItsOpenCameras) {
     test_system own{{"--log-level", "4"}};
     own.start_camera(small());
     {
@@ -97,7 +97,7 @@ TEST(ServiceLack, ConnectionsOfOneUserShareItsOpenCameras) {
     EXPECT_TRUE(eventually([&] { return clients.back().open_camera(1) != 0; }));
 }
 
-TEST(ServiceLack, ConnectionsOfOneUserShareItsRoomForDocuments) {
+TEST(ServiceBounds, ConnectionsOfOneUserShareItsRoomForDocuments) {
     test_system own{{"--log-level", "4", "--no-image-features"}};
     const auto camera = zipping_camera(own, std::string(60U << 20, ' '));
     own.start_service();
@@ -120,4 +120,19 @@ TEST(ServiceLack, ConnectionsOfOneUserShareItsRoomForDocuments) {
     }
     clients.pop_front();
     EXPECT_TRUE(eventually([&] { return ask(clients.back()) == 0; }));
+}
+
+TEST(ServiceBounds, ADocumentThatInflatesToMoreThanAReadTookBeforeOpensTheCamera) {
+    std::string text =
+        R"(<RegisterDescription ModelName="M" VendorName="V" StandardNameSpace="None" SchemaMajorVersion="1"
+SchemaMinorVersion="1" SchemaSubMinorVersion="0" MajorVersion="1" MinorVersion="0" SubMinorVersion="0" ToolTip="t"
+ProductGuid="11111111-2222-3333-4444-555555555555" VersionGuid="11111111-2222-3333-4444-666666666666">
+<Integer Name="Answer"><Value>42</Value></Integer><Port Name="Device"/></RegisterDescription>)";
+    text += std::string(17U << 20, ' ');
+    test_system own{{"--log-level", "4"}};
+    const auto scripted = zipping_camera(own, text);
+    scripted->set_text(gige::gvcp::reg::serial, test_system::serial(0), 16);
+    own.start_service();
+    open_camera camera;
+    EXPECT_EQ(camera.integer("Answer"), 42);
 }
