@@ -278,6 +278,21 @@ TEST_F(Objects, NobodysCameraIsMovedUnderHisHands) {
     EXPECT_TRUE(one->interface.force_ip(cam->mac(), own_address(9), 0xFF000000, 0));
 }
 
+// What a client has open may be missing in the list that the request is made for.
+TEST_F(Objects, ACameraThatIsHeldAndNotListedIsNotMoved) {
+    std::atomic<bool> hidden = false;
+    const scripted_camera shy{own_address(1), [&](scripted_camera&, const scripted_camera::request& got) {
+                                  return got.header.code == gige::gvcp::command::discovery && hidden;
+                              }};
+    start_core({1});
+    const uint64_t mac = one->list().front().net_info.mac_address;
+    const auto device = other->open(own_address(1));
+    ASSERT_TRUE(device);
+    hidden = true;
+    ASSERT_TRUE(eventually([&] { return one->list().empty(); }));
+    EXPECT_EQ(one->interface.force_ip(mac, own_address(9), 0xFF000000, 0).error(), gigecam_errc::access_denied);
+}
+
 // It answers the search, and nothing yet that was sent to it alone.
 TEST_F(Objects, ACameraIsReachableWhenItHasAnswered) {
     std::atomic<bool> answers = false;
