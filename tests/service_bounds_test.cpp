@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -135,4 +136,20 @@ ProductGuid="11111111-2222-3333-4444-555555555555" VersionGuid="11111111-2222-33
     own.start_service();
     open_camera camera;
     EXPECT_EQ(camera.integer("Answer"), 42);
+}
+
+// All threads of a client wait for a camera that says nothing; its close comes behind them.
+TEST(ServiceBounds, ClosingADeviceEndsTheCallsThatHoldItBack) {
+    test_system own{{"--log-level", "4"}};
+    own.start_camera(small());
+    own.start_service();
+    raw_client client{own.folder(), "raw"};
+    const uint64_t device = client.open_camera(2);
+    ASSERT_NE(device, 0U);
+    own.camera(0).signal(SIGSTOP);
+    const auto minute = wire_bytes{}.put(uint64_t{0}).put(uint64_t{4}).put(uint32_t{0}).put(uint64_t{60'000}).str();
+    for (int i = 0; i < 8; ++i) ASSERT_TRUE(client.send_call(device, "read_mem", minute));
+    EXPECT_TRUE(client.close_object(device));
+    for (int i = 0; i < 8; ++i) EXPECT_TRUE(client.next_reply()) << i;
+    own.camera(0).signal(SIGCONT);
 }

@@ -194,7 +194,9 @@ std::error_code device_control::read_memory(uint64_t address, std::span<std::byt
     if (const auto error = check_range(address, to.size())) return error;
     // What lies in a block may be no register.
     const bool single = to.size() == 4;
+    const auto give_up = clock::now() + std::max(timeout, chosen.transfer);
     while (!to.empty()) {
+        if (clock::now() > give_up) return make_error_code(gigecam_errc::timeout);
         const auto lead = static_cast<std::size_t>(address % 4);
         const auto start = static_cast<uint32_t>(address - lead);
         const std::size_t count = std::min(to.size(), gvcp::max_memory_access - lead);
@@ -243,7 +245,9 @@ std::error_code device_control::write_memory(uint64_t address, std::span<const s
 std::error_code device_control::write_words(uint64_t address, std::span<const std::byte> from, milliseconds timeout) {
     const bool blocks = (control_capability & bits::can_write_mem) != 0;
     const bool single = !blocks || from.size() <= 4;
+    const auto give_up = clock::now() + std::max(timeout, chosen.transfer);
     while (!from.empty()) {
+        if (clock::now() > give_up) return make_error_code(gigecam_errc::timeout);
         const auto lead = static_cast<std::size_t>(address % 4);
         const auto start = static_cast<uint32_t>(address - lead);
         const std::size_t limit = blocks ? gvcp::max_memory_access : 4;

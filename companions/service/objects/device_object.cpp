@@ -207,6 +207,7 @@ std::expected<std::vector<ipc_rpc::url_info>, std::error_code> device_object::fi
     const auto urls = gvcp_master::read_url_list(*camera);
     if (!urls) return std::unexpected(urls.error());
     std::vector<ipc_rpc::url_info> list;
+    std::error_code failed = std::make_error_code(std::errc::no_message_available);
     for (const auto& url : *urls) {
         // Such a one the client can read for itself.
         const bool readable = url.scheme == gvcp_master::url_scheme::local && !url.zipped();
@@ -219,7 +220,11 @@ std::expected<std::vector<ipc_rpc::url_info>, std::error_code> device_object::fi
         if (!text) {
             main_logger().warn("Document '{}' of {} cannot be had: {}", gds_helper::printable(url.url, 512),
                                gige::to_string(record.address), text.error().message());
-            if (readable) list.push_back(to_url_info(url));
+            // The client would wait for as long again.
+            if (text.error() == make_error_code(gigecam_errc::timeout))
+                failed = text.error();
+            else if (readable)
+                list.push_back(to_url_info(url));
             continue;
         }
         std::string stem{url.file_name()};
@@ -242,7 +247,7 @@ std::expected<std::vector<ipc_rpc::url_info>, std::error_code> device_object::fi
         else
             return std::unexpected(make_error_code(ipc_rpc::status::resource_exhausted));
     }
-    if (list.empty()) return std::unexpected(std::make_error_code(std::errc::no_message_available));
+    if (list.empty()) return std::unexpected(failed);
     return list;
 }
 

@@ -58,7 +58,7 @@ protected:
         service_core::options options;
         options.discovery = std::move(search);
         options.port_folder = folder;
-        options.image_features = false; // documents as the cameras have them
+        options.image_features = software_features;
         for (const uint32_t n : cameras) options.discovery.addresses.push_back(own_address(n));
         core = std::make_shared<service_core>(std::move(options));
         one.emplace(core);
@@ -71,6 +71,7 @@ protected:
         start_core({1});
     }
 
+    bool software_features = false; // documents are as the cameras have them
     const test_support::temporary_folder temporary;
     const std::filesystem::path& folder = temporary.path;
     std::unique_ptr<camera_sim::camera> cam;
@@ -291,6 +292,20 @@ TEST_F(Objects, ACameraThatIsHeldAndNotListedIsNotMoved) {
     hidden = true;
     ASSERT_TRUE(eventually([&] { return one->list().empty(); }));
     EXPECT_EQ(one->interface.force_ip(mac, own_address(9), 0xFF000000, 0).error(), gigecam_errc::access_denied);
+}
+
+// The client would try for itself, and wait for as long.
+TEST_F(Objects, ADocumentThatTookTooLongIsNotOffered) {
+    constexpr uint32_t document = 0x100000;
+    scripted_camera slow{own_address(1), [&](scripted_camera&, const scripted_camera::request& got) {
+                             return got.is(gige::gvcp::command::read_mem, document);
+                         }};
+    slow.set_text(boot::first_url, "local:cam.xml;100000;200", 512);
+    software_features = true; // the service reads it, too
+    start_core({1});
+    const auto device = one->open(own_address(1));
+    ASSERT_TRUE(device);
+    EXPECT_EQ(device->url_list().error(), gigecam_errc::timeout);
 }
 
 // It answers the search, and nothing yet that was sent to it alone.
