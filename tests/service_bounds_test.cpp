@@ -12,6 +12,7 @@
 
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -152,4 +153,29 @@ TEST(ServiceBounds, ClosingADeviceEndsTheCallsThatHoldItBack) {
     EXPECT_TRUE(client.close_object(device));
     for (int i = 0; i < 8; ++i) EXPECT_TRUE(client.next_reply()) << i;
     own.camera(0).signal(SIGCONT);
+}
+
+// A camera that asks for a minute's patience with each request.
+TEST(ServiceBounds, WhoEndsWhileItOpensACameraIsLetGo) {
+    test_system own{{"--log-level", "2"}};
+    std::atomic<bool> asked = false;
+    gvcp_master::scripted_camera camera{*gige::parse_address(own.camera_address(0)),
+                                        [&](gvcp_master::scripted_camera& self, const auto& got) {
+                                            if (got.header.code != gige::gvcp::command::write_reg) return false;
+                                            self.ask_for_patience(got, 60'000);
+                                            asked = true;
+                                            return true;
+                                        }};
+    own.add_camera(0);
+    own.start_logged_service();
+    const pid_t client = fork();
+    if (client == 0) {
+        raw_client impatient{own.folder(), "impatient"};
+        static_cast<void>(impatient.open_camera(2));
+        _exit(0);
+    }
+    EXPECT_TRUE(eventually([&] { return asked.load(); }));
+    kill(client, SIGKILL);
+    waitpid(client, nullptr, 0);
+    EXPECT_TRUE(eventually([&] { return holds(own.logged(), "Client 'impatient' left."); }));
 }

@@ -32,7 +32,12 @@ std::expected<std::unique_ptr<device_control>, std::error_code> device_control::
     std::unique_ptr<device_control> opened{new device_control{std::move(chosen), std::move(*channel)}};
     opened->on_cancel.emplace(opened->cancelled(), [self = opened.get()] { self->channel->cancel(); });
     opened->on_stop.emplace(opened->chosen.stop, [self = opened.get()] { self->cancel(); });
-    if (const auto error = opened->take_privilege()) return std::unexpected(error);
+    {
+        const on_request on_opening{opened->chosen.opening, [self = opened.get()] { self->channel->cancel(); }};
+        if (const auto error = opened->take_privilege()) return std::unexpected(error);
+    }
+    if (opened->chosen.opening.stop_requested())
+        return std::unexpected(std::make_error_code(std::errc::operation_canceled));
     opened->thread = std::thread{[self = opened.get()] { self->run_heartbeat(); }};
     return opened;
 }

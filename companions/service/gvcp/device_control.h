@@ -35,6 +35,7 @@ public:
         milliseconds transfer = longest_transfer;
         // Requests and waits end with std::errc::operation_canceled, and closing waits for nothing.
         std::stop_token stop{};
+        std::stop_token opening{}; // the same for the opening alone, which fails then
         // Called once, on a thread of the service, when the camera is gone or control is lost. Must not destroy the
         // object.
         std::function<void(std::error_code)> lost{};

@@ -50,14 +50,14 @@ device_object::device_object(std::shared_ptr<service_core> shared, std::shared_p
 std::expected<std::shared_ptr<device_object>, std::error_code>
 device_object::open(std::shared_ptr<service_core> core, std::shared_ptr<client_session> session,
                     const gvcp_master::device_record& record, const std::string& interface_name,
-                    ipc_rpc::open_access access) {
+                    ipc_rpc::open_access access, const std::stop_token& stop) {
     const std::shared_ptr<device_object> device{new device_object{core, std::move(session), record}};
-    if (const std::error_code error = device->init(access)) return std::unexpected(error);
+    if (const std::error_code error = device->init(access, stop)) return std::unexpected(error);
     core->watch_end_of(interface_name, device);
     return device;
 }
 
-std::error_code device_object::init(ipc_rpc::open_access access) {
+std::error_code device_object::init(ipc_rpc::open_access access, const std::stop_token& stop) {
     seat = session->take_device_seat();
     lost_number = session->allocate();
     if (auto number = session->allocate()) events = std::make_unique<message_box>(std::move(number));
@@ -70,6 +70,7 @@ std::error_code device_object::init(ipc_rpc::open_access access) {
     chosen.access = static_cast<gvcp_master::access_mode>(access);
     chosen.heartbeat_timeout = core->settings().heartbeat_timeout;
     chosen.stop = core->stop_token();
+    chosen.opening = stop;
     if (!reads_only && core->await_release(record.mac, release_time)) {
         chosen.port = core->ports().port_of(record.mac);
         chosen.patient = true; // whoever has it is not of this service, perhaps of one that was killed
@@ -83,6 +84,7 @@ std::error_code device_object::init(ipc_rpc::open_access access) {
     auto opened = gvcp_master::device_control::open(std::move(chosen));
     if (!opened) return opened.error();
     camera = std::move(*opened);
+    const std::stop_callback on_stop{stop, [this] { camera->cancel(); }};
     if (!reads_only) {
         core->add_holder(record.mac, session.get());
         holds = true;
@@ -99,7 +101,7 @@ std::error_code device_object::init(ipc_rpc::open_access access) {
     if (settings && core->settings().image_features)
         features = std::make_unique<image_features::camera_features>(*camera, settings, lines);
     open_events(access);
-    return {};
+    return stop.stop_requested() ? std::make_error_code(std::errc::operation_canceled) : std::error_code{};
 }
 
 void device_object::open_events(ipc_rpc::open_access access) {

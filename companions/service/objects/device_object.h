@@ -25,9 +25,11 @@ class stream_lease;
 // document_turn while documents are.
 class device_object final : public interface_user, public std::enable_shared_from_this<device_object> {
 public:
+    // Fails when `stop` is requested before it is open.
     [[nodiscard]] static std::expected<std::shared_ptr<device_object>, std::error_code>
     open(std::shared_ptr<service_core> core, std::shared_ptr<client_session> session,
-         const gvcp_master::device_record& record, const std::string& interface_name, ipc_rpc::open_access access);
+         const gvcp_master::device_record& record, const std::string& interface_name, ipc_rpc::open_access access,
+         const std::stop_token& stop);
     ~device_object();
 
     [[nodiscard]] ipc_rpc::device_service_info service_info() const;
@@ -54,7 +56,7 @@ public:
 private:
     device_object(std::shared_ptr<service_core> shared, std::shared_ptr<client_session> client,
                   const gvcp_master::device_record& found);
-    [[nodiscard]] std::error_code init(ipc_rpc::open_access access);
+    [[nodiscard]] std::error_code init(ipc_rpc::open_access access, const std::stop_token& stop);
     void open_events(ipc_rpc::open_access access);
     [[nodiscard]] std::expected<std::vector<ipc_rpc::url_info>, std::error_code> find_documents();
     // Under an address of the service's; false when the client has no more room for documents.
