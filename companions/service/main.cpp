@@ -152,7 +152,7 @@ int run(const program_options& given) {
     }
     tell_of_others(fmt::format("{}/{}", directory->path, server_options.pipe_name));
     // The first scan is over when we say so, so that a consumer that waited for the line finds what is there.
-    std::thread first_scan{[&] {
+    std::jthread first_scan{[&] {
         static_cast<void>(core->discovery().scan(std::chrono::seconds{2}, core->stop_token()));
         if (core->stop_token().stop_requested()) return;
         fmt::print("ready {}/{}\n", directory->path, server_options.pipe_name);

@@ -186,7 +186,12 @@ std::error_code device_control::write_as_controller(control_channel::turn& turn,
 void device_control::report_loss() {
     if (lost_flag.exchange(true)) return;
     changed.notify_all();
-    if (chosen.lost) chosen.lost(make_error_code(gigecam_errc::device_lost));
+    if (!chosen.lost) return;
+    try {
+        chosen.lost(make_error_code(gigecam_errc::device_lost));
+    } catch (const std::exception&) {
+        // No memory for a word about it.
+    }
 }
 
 std::error_code device_control::check_range(uint64_t address, std::size_t size) const {

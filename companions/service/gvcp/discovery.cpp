@@ -108,30 +108,40 @@ uint16_t discovery::next_id() noexcept {
 
 void discovery::run() {
     for (;;) {
-        {
-            const std::lock_guard guard{mutex};
-            if (quit) return;
-            asked = false;
-            ++scans_started;
+        try {
+            if (!search()) return;
+        } catch (const std::exception&) {
+            // No memory: not now. What a search did not come to is seen by the next.
+            static_cast<void>(gige::wait_readable({}, clock::now() + chosen.window));
         }
-        const auto began = clock::now();
-        refresh_interfaces(began);
-        send_probes(began);
-        receive_until(began + chosen.window, false);
-        {
-            const std::lock_guard guard{mutex};
-            if (quit) return;
-        }
-        drop_silent_ones();
-        mark_shared_addresses();
-        tell();
-        {
-            const std::lock_guard guard{mutex};
-            scans_done = scans_started;
-        }
-        scanned.notify_all();
-        receive_until(began + chosen.interval, true);
     }
+}
+
+bool discovery::search() {
+    {
+        const std::lock_guard guard{mutex};
+        if (quit) return false;
+        asked = false;
+        ++scans_started;
+    }
+    const auto began = clock::now();
+    refresh_interfaces(began);
+    send_probes(began);
+    receive_until(began + chosen.window, false);
+    {
+        const std::lock_guard guard{mutex};
+        if (quit) return false;
+    }
+    drop_silent_ones();
+    mark_shared_addresses();
+    tell();
+    {
+        const std::lock_guard guard{mutex};
+        scans_done = scans_started;
+    }
+    scanned.notify_all();
+    receive_until(began + chosen.interval, true);
+    return true;
 }
 
 void discovery::refresh_interfaces(clock::time_point began) {
@@ -149,6 +159,8 @@ void discovery::refresh_interfaces(clock::time_point began) {
         });
     });
     const std::lock_guard guard{mutex};
+    std::erase_if(entries,
+                  [](const entry& each) { return each.network.name.empty(); }); // moved from, when memory ended
     for (std::size_t i = 0; i < entries.size(); ++i) {
         entry& before = entries[i];
         if (std::ranges::find(interfaces, before.network.name, &gige::network_interface::name) != interfaces.end()) {

@@ -93,6 +93,7 @@ private:
     };
 
     void run();
+    [[nodiscard]] bool search(); // once; false at the end
     void refresh_interfaces(clock::time_point began);
     void send_probes(clock::time_point began);
     void ask_privilege(heard& device);

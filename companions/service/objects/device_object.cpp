@@ -76,10 +76,10 @@ std::error_code device_object::init(ipc_rpc::open_access access, const std::stop
         chosen.patient = true; // whoever has it is not of this service, perhaps of one that was killed
     }
     chosen.lost = [this](std::error_code) {
-        const gds_helper::log::counted_lines counted{lines};
-        main_logger().warn("{} is lost.", gige::to_string(record.address));
         let_go();
         lost_number->raise();
+        const gds_helper::log::counted_lines counted{lines};
+        main_logger().warn("{} is lost.", gige::to_string(record.address));
     };
     auto opened = gvcp_master::device_control::open(std::move(chosen));
     if (!opened) return opened.error();

@@ -1,8 +1,7 @@
 #include "termination.h"
 
+#include <sys/time.h>
 #include <unistd.h>
-
-#include <thread>
 
 namespace service {
 
@@ -19,10 +18,11 @@ void termination::wait() const {
 }
 
 void termination::end_within(std::chrono::milliseconds time) {
-    std::thread{[time] {
-        std::this_thread::sleep_for(time);
-        _exit(0);
-    }}.detach();
+    // Not a thread: there may be none to be had.
+    signal(SIGALRM, [](int) { _exit(0); });
+    itimerval timer{};
+    timer.it_value = {time.count() / 1000, time.count() % 1000 * 1000};
+    setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
 } // namespace service
