@@ -16,9 +16,10 @@ std::shared_ptr<client_session::number> client_session::allocate() {
     auto made = std::make_shared<number>(shared_from_this(), 0);
     const std::lock_guard guard{mutex};
     for (std::size_t i = 1; i < used.size(); ++i) {
-        if (used[i]) continue;
-        used[i] = true;
-        made->value = i;
+        last = last % limits::most_numbers + 1;
+        if (used[last]) continue;
+        used[last] = true;
+        made->value = last;
         return made;
     }
     return nullptr;

@@ -47,7 +47,8 @@ public:
         std::shared_ptr<client_session> session;
         uint64_t value; // 0: none yet
     };
-    // Null when all are in use.
+    // Null when all are in use. One that was given back comes again last: what was raised before must not reach its
+    // next owner.
     [[nodiscard]] std::shared_ptr<number> allocate();
 
     // One of the devices that this client may have open at a time. Null when all are open.
@@ -68,6 +69,7 @@ private:
     const std::shared_ptr<ipc_rpc::byte_budget> answers;
     std::mutex mutex; // guards what follows
     std::bitset<ipc_rpc::limits::most_numbers + 1> used;
+    uint64_t last = 0; // given
 };
 
 } // namespace service

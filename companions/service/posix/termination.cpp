@@ -20,6 +20,10 @@ void termination::wait() const {
 void termination::end_within(std::chrono::milliseconds time) {
     // Not a thread: there may be none to be had.
     signal(SIGALRM, [](int) { _exit(0); });
+    sigset_t alarm;
+    sigemptyset(&alarm);
+    sigaddset(&alarm, SIGALRM);
+    pthread_sigmask(SIG_UNBLOCK, &alarm, nullptr); // a parent may have blocked it
     itimerval timer{};
     timer.it_value = {time.count() / 1000, time.count() % 1000 * 1000};
     setitimer(ITIMER_REAL, &timer, nullptr);
