@@ -179,3 +179,21 @@ TEST(ServiceBounds, WhoEndsWhileItOpensACameraIsLetGo) {
     waitpid(client, nullptr, 0);
     EXPECT_TRUE(eventually([&] { return holds(own.logged(), "Client 'impatient' left."); }));
 }
+
+// Another user's, because root may have any number of threads.
+TEST(ServiceBounds, ItsEndNeedsNoThread) {
+    if (geteuid() != 0) GTEST_SKIP() << "needs root to start it as another user";
+    constexpr uid_t user = 54321;
+    const test_system own;
+    ASSERT_EQ(chown(own.folder().c_str(), user, user), 0);
+    process service{{"/usr/bin/setpriv", "--reuid=54321", "--regid=54321", "--clear-groups",
+                     built::program("orv-gentl-gev-service"), "--no-networks"},
+                    own.folder() / "output"};
+    if (!service.wait_for_output("ready")) GTEST_SKIP() << "another user cannot start it here: " << service.output();
+    process limiting{{"/usr/bin/setpriv", "--reuid=54321", "--regid=54321", "--clear-groups", "/usr/bin/prlimit",
+                      "--pid", std::to_string(service.pid()), "--nproc=1:1"},
+                     own.folder() / "limiting"};
+    ASSERT_EQ(limiting.wait(), 0);
+    service.signal(SIGTERM);
+    EXPECT_EQ(service.wait(), 0);
+}
