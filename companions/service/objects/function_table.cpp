@@ -8,6 +8,7 @@
 #include <gds_helper/printable.h>
 #include <gds_shared/gigecam_error.h>
 #include <ipc_rpc/catalogue.h>
+#include <ipc_rpc/limits.h>
 
 #include <spdlog/logger.h>
 
@@ -61,6 +62,13 @@ result_of_object said(rpc_call_context& context, std::string_view kind, const st
         logger.warn("{} did not get {} '{}': {}", client, kind, gds_helper::printable(id), result.error().message());
     }
     return result;
+}
+
+// For an answer of so many bytes and its encoded copy, until it is sent.
+bool take_room(rpc_call_context& context, const device_object& device, uint64_t size) {
+    if (size <= limits::small_answer_bytes) return true;
+    context.held = reserved_bytes::take(device.client().answer_bytes(), 2 * std::min<uint64_t>(size, max_param_block));
+    return context.held != nullptr;
 }
 
 // Two functions of one name are an error of this file.
@@ -185,9 +193,7 @@ void serve_device(object_function_table_root& table) {
         table, device_class,
         [](device_object& self, rpc_call_context& context, uint64_t address, uint64_t size, uint32_t,
            uint64_t timeout) -> std::expected<byte_vector, std::error_code> {
-            context.held =
-                reserved_bytes::take(self.client().answer_bytes(), 2 * std::min<uint64_t>(size, max_param_block));
-            if (!context.held) return std::unexpected(make_error_code(status::resource_exhausted));
+            if (!take_room(context, self, size)) return std::unexpected(make_error_code(status::resource_exhausted));
             return self.read_mem(address, size, timeout);
         }));
     must(catalogue::write_mem::serve<device_object>(

@@ -34,7 +34,10 @@ inline constexpr std::size_t arriving_calls_dropped = 64;
 inline constexpr std::size_t most_objects = 1024;
 inline constexpr std::size_t most_numbers = 511; // of notifications; 0 is never given out
 inline constexpr std::size_t most_open_devices = 64;
-// Answers to reads of a camera's memory: what was read and its encoded copy, until it is sent. One of the largest size.
+// Answers to reads of a camera's memory and document: what was read and its encoded copy, until it is sent. One of the
+// largest size. Up to the size below they take nothing, so that no transfer keeps registers from anybody: the threads
+// that make them bound those.
+inline constexpr std::uint64_t small_answer_bytes = 64U << 10;
 inline constexpr std::uint64_t most_answer_bytes = 2 * max_param_block;
 inline constexpr std::uint64_t most_document_bytes = 128U << 20; // kept for all of a client's devices together
 inline constexpr std::size_t most_events = 1024;                 // kept for a client that does not fetch them
