@@ -253,11 +253,8 @@ std::expected<std::vector<ipc_rpc::url_info>, std::error_code> device_object::fi
     return list;
 }
 
-std::expected<ipc_rpc::byte_vector, std::error_code> device_object::original_document() {
-    const auto text = gvcp_master::fetch_document(*camera, core->settings().documents);
-    if (!text) return std::unexpected(text.error());
-    const auto bytes = std::as_bytes(std::span{*text});
-    return ipc_rpc::byte_vector{bytes.begin(), bytes.end()};
+std::expected<std::string, std::error_code> device_object::original_document() {
+    return gvcp_master::fetch_document(*camera, core->settings().documents);
 }
 
 std::vector<ipc_rpc::event_message> device_object::take_events() {

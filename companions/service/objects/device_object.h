@@ -39,7 +39,7 @@ public:
                                                                      uint64_t timeout);
     // The same list each time: what is found at first stays on offer.
     [[nodiscard]] std::expected<std::vector<ipc_rpc::url_info>, std::error_code> url_list();
-    [[nodiscard]] std::expected<ipc_rpc::byte_vector, std::error_code> original_document();
+    [[nodiscard]] std::expected<std::string, std::error_code> original_document();
     [[nodiscard]] std::vector<ipc_rpc::event_message> take_events();
     [[nodiscard]] std::expected<std::shared_ptr<stream_lease>, std::error_code> acquire_stream();
     [[nodiscard]] std::expected<std::string, std::error_code> user_name();

@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cassert>
 #include <cstdlib>
+#include <span>
 #include <string>
 
 namespace service {
@@ -188,7 +189,15 @@ void serve_device(object_function_table_root& table) {
             return self.service_info();
         }));
     must(catalogue::get_remote_device_original_genicam::serve<device_object>(
-        table, device_class, [](device_object& self, rpc_call_context&) { return self.original_document(); }));
+        table, device_class,
+        [](device_object& self, rpc_call_context& context) -> std::expected<byte_vector, std::error_code> {
+            const auto text = self.original_document();
+            if (!text) return std::unexpected(text.error());
+            if (!take_room(context, self, text->size()))
+                return std::unexpected(make_error_code(status::resource_exhausted));
+            const auto bytes = std::as_bytes(std::span{*text});
+            return byte_vector{bytes.begin(), bytes.end()};
+        }));
     must(catalogue::read_mem::serve<device_object>(
         table, device_class,
         [](device_object& self, rpc_call_context& context, uint64_t address, uint64_t size, uint32_t,
