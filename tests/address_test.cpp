@@ -280,7 +280,9 @@ TEST_F(Addresses, WithoutRawSocketsAnAddressThatCannotBeAskedForIsNotFree) {
     at(hosts.consumer_side(), [&] {
         ASSERT_TRUE(drop_raw_sockets());
         gige::network_interface cable;
-        for (auto& each : gige::enumerate_interfaces())
+        const auto listed = gige::enumerate_interfaces();
+        if (!listed) throw std::system_error(listed.error());
+        for (const auto& each : *listed)
             if (each.name == "cable") cable = each;
         ASSERT_EQ(cable.subnets.size(), 1U);
         const std::array wanted{net + 4};

@@ -52,30 +52,10 @@ protected:
         EXPECT_NE(other->object(0, "create_service_instance"), 0U);
         EXPECT_TRUE(own->service().running());
     }
-    // The handle of the camera, opened with this access; 0 when it is not to be had.
-    static uint64_t open_camera(raw_client& client, uint32_t access) {
-        const uint64_t service = client.object(0, "create_service_instance");
-        const auto list = client.call(service, "enum_interfaces");
-        if (!list || list->at<uint32_t>(8) == 0) return 0;
-        for (uint64_t offset = 12, left = list->at<uint32_t>(8); left != 0; --left) {
-            std::string texts[3];
-            for (std::string& text : texts) {
-                text = list->bytes.substr(offset + 4, list->at<uint32_t>(offset));
-                offset += 4 + text.size();
-            }
-            offset += 224;
-            const uint64_t interface = client.object(service, "open_interface", wire_bytes{}.put_text(texts[0]).str());
-            const auto devices = client.call(interface, "enum_devices");
-            if (!devices || devices->at<uint32_t>(8) == 0) continue;
-            const std::string id = devices->bytes.substr(16, devices->at<uint32_t>(12));
-            return client.object(interface, "open_device", wire_bytes{}.put_text(id).put(access).str());
-        }
-        return 0;
-    }
     bool camera_is_free() {
         return eventually([&] {
             auto other = connect();
-            return open_camera(*other, 3) != 0;
+            return other->open_camera(3) != 0;
         });
     }
     [[nodiscard]] int pid() { return own->service().pid(); }
@@ -165,7 +145,7 @@ class Gone : public Hostile, public testing::WithParamInterface<ending> {};
 TEST_P(Gone, LeavesTheCameraFree) {
     start_with_camera();
     auto client = connect();
-    ASSERT_NE(open_camera(*client, 3), 0U);
+    ASSERT_NE(client->open_camera(3), 0U);
     GetParam().act(*client);
     if (GetParam().drops) {
         EXPECT_TRUE(client->dropped());
@@ -209,7 +189,7 @@ TEST_F(Hostile, AForkedChildWithTheSocketKeepsNothing) {
     const pid_t parent = fork();
     if (parent == 0) {
         auto client = connect();
-        const bool opened = open_camera(*client, 3) != 0;
+        const bool opened = client->open_camera(3) != 0;
         const pid_t heir = fork();
         if (heir == 0) {
             for (;;) pause();
@@ -310,7 +290,7 @@ TEST_F(Hostile, NumbersAndObjectsAreBoundedAndComeBack) {
     }
     EXPECT_EQ(numbers.size(), 2U) << "two instances, two numbers";
     auto unclear = connect();
-    for (const uint32_t access : {0U, 4U}) EXPECT_EQ(open_camera(*unclear, access), 0U) << "there is no such access";
+    for (const uint32_t access : {0U, 4U}) EXPECT_EQ(unclear->open_camera(access), 0U) << "there is no such access";
     const auto list = client->call(first, "enum_interfaces");
     const std::string id = list->bytes.substr(16, list->at<uint32_t>(12));
     const std::string parameters = wire_bytes{}.put_text(id).str();
@@ -357,7 +337,7 @@ TEST_F(Hostile, TheEndWaitsForNoWebServerAndNoSearch) {
     own->add_camera(0);
     own->start_service();
     auto client = connect();
-    const uint64_t device = open_camera(*client, 2);
+    const uint64_t device = client->open_camera(2);
     ASSERT_NE(device, 0U);
     ASSERT_TRUE(client->send_call(device, "get_url_info_list"));
     const int asked = accept4(server, nullptr, nullptr, SOCK_CLOEXEC);
@@ -398,7 +378,7 @@ TEST_F(Hostile, AKilledServiceLeavesNamesAndTheNextOneRemovesThem) {
     start_with_camera();
     raw_client silent{own->folder()};
     auto client = connect();
-    ASSERT_NE(open_camera(*client, 2), 0U);
+    ASSERT_NE(client->open_camera(2), 0U);
     const auto left = names();
     ASSERT_GE(left.size(), 7U) << "two queues with their semaphores, and a settings block";
     own->service().signal(SIGKILL);
@@ -421,7 +401,7 @@ TEST_F(Hostile, EverySignalEndsItWhateverItsClientsDo) {
         auto stuck = connect();
         for (int i = 0; i < 30; ++i) ASSERT_TRUE(stuck->send_call(0, "create_service_instance"));
         auto client = connect();
-        const uint64_t device = open_camera(*client, 2);
+        const uint64_t device = client->open_camera(2);
         ASSERT_NE(device, 0U);
         own->camera(0).signal(SIGSTOP);
         // A minute's patience with a camera that will not answer.

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <cstdint>
+#include <expected>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace gige {
@@ -25,7 +27,8 @@ struct network_interface {
     friend bool operator==(const network_interface&, const network_interface&) = default;
 };
 
-// Interfaces that are up and have an IPv4 address, in the system's order. Empty when the system gives no list.
-[[nodiscard]] std::vector<network_interface> enumerate_interfaces();
+// Interfaces that are up and have an IPv4 address, in the system's order. An error when the system gives no list for
+// lack of descriptors or memory, which says nothing about the interfaces.
+[[nodiscard]] std::expected<std::vector<network_interface>, std::error_code> enumerate_interfaces();
 
 } // namespace gige

@@ -2,6 +2,7 @@
 #include "objects/function_table.h"
 #include "posix/accounts.h"
 #include "posix/bus_guard.h"
+#include "posix/descriptor_limit.h"
 #include "posix/service_manager.h"
 #include "posix/termination.h"
 #include "rpc_server/rpc_server.h"
@@ -12,6 +13,7 @@
 #include <gds_shared/log_init.h>
 #include <gds_shared/product_constants.h>
 #include <gds_shared/prop_store_init.h>
+#include <ipc_rpc/limits.h>
 #include <ipc_rpc/services.h>
 #include <ipc_rpc/status.h>
 #include <posix/runtime_directory.h>
@@ -119,6 +121,10 @@ int serve(const program_options& given) {
     // Before any thread: they all leave the signals to the wait below.
     const service::termination end;
     service::install_bus_guard();
+    const std::size_t wanted = ipc_rpc::limits::most_descriptors;
+    if (const std::size_t most = service::raise_descriptor_limit(wanted); most < wanted)
+        gds_helper::log::main_logger().warn(
+            "Only {} files may be open at a time: many clients and cameras can take more, up to {}.", most, wanted);
 
     auto options = core_options(given);
     options.settings = settings;
@@ -150,7 +156,7 @@ int serve(const program_options& given) {
     }
     tell_of_others(fmt::format("{}/{}", directory->path, server_options.pipe_name));
     // The first scan is over when we say so, so that a consumer that waited for the line finds what is there.
-    std::thread first_scan{[&] {
+    std::jthread first_scan{[&] {
         static_cast<void>(core->discovery().scan(std::chrono::seconds{2}, core->stop_token()));
         if (core->stop_token().stop_requested()) return;
         fmt::print("ready {}/{}\n", directory->path, server_options.pipe_name);

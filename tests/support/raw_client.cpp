@@ -194,6 +194,26 @@ uint64_t raw_client::object(uint64_t handle, const std::string& function, const 
     return answer && answer->type == 6 && answer->error() == 0 ? answer->value() : 0;
 }
 
+uint64_t raw_client::open_camera(uint32_t access) {
+    const uint64_t service = object(0, "create_service_instance");
+    const auto list = call(service, "enum_interfaces");
+    if (!list || list->at<uint32_t>(8) == 0) return 0;
+    for (uint64_t offset = 12, left = list->at<uint32_t>(8); left != 0; --left) {
+        std::string texts[3];
+        for (std::string& text : texts) {
+            text = list->bytes.substr(offset + 4, list->at<uint32_t>(offset));
+            offset += 4 + text.size();
+        }
+        offset += 224;
+        const uint64_t interface = object(service, "open_interface", wire_bytes{}.put_text(texts[0]).str());
+        const auto devices = call(interface, "enum_devices");
+        if (!devices || devices->at<uint32_t>(8) == 0) continue;
+        const std::string id = devices->bytes.substr(16, devices->at<uint32_t>(12));
+        return object(interface, "open_device", wire_bytes{}.put_text(id).put(access).str());
+    }
+    return 0;
+}
+
 bool raw_client::dropped() const {
     char byte = 0;
     pollfd entry{socket, POLLIN, 0};

@@ -79,6 +79,9 @@ public:
     // The handle in the answer, 0 for none.
     uint64_t object(uint64_t handle, const std::string& function, const std::string& parameters = {});
 
+    // The handle of the first camera that is listed, opened with this access; 0 when it is not to be had.
+    uint64_t open_camera(uint32_t access);
+
     // The end of the connection came within ten seconds.
     [[nodiscard]] bool dropped() const;
     void send_control(const std::string& message) const;

@@ -53,7 +53,7 @@ std::error_code control_server::bind(uint32_t address) {
     // Discovery may come as a limited or as a subnet's broadcast. Where such a socket is refused, unicast remains.
     broadcasts.clear();
     std::vector<uint32_t> wanted{0xFFFFFFFF};
-    for (const auto& each : gige::enumerate_interfaces())
+    for (const auto& each : gige::enumerate_interfaces().value_or(std::vector<gige::network_interface>{}))
         for (const auto& net : each.subnets)
             if (net.contains(address) && net.mask != 0xFFFFFFFF) wanted.push_back(net.broadcast());
     for (const uint32_t each : wanted)

@@ -7,6 +7,7 @@
 #include <netpacket/packet.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -19,8 +20,12 @@ uint32_t address_of(const sockaddr* from) {
     return from == nullptr ? 0 : ntohl(reinterpret_cast<const sockaddr_in*>(from)->sin_addr.s_addr);
 }
 
-void add_gateways(std::vector<network_interface>& interfaces) {
+std::error_code last_error() { return {errno, std::system_category()}; }
+
+// Where there is no such table, there are no gateways.
+std::error_code add_gateways(std::vector<network_interface>& interfaces) {
     std::ifstream routes{"/proc/thread-self/net/route"}; // of the network this thread sees
+    if (!routes && (errno == EMFILE || errno == ENFILE || errno == ENOMEM)) return last_error();
     std::string line;
     std::getline(routes, line); // headings
     while (std::getline(routes, line)) {
@@ -32,13 +37,14 @@ void add_gateways(std::vector<network_interface>& interfaces) {
         const auto found = std::ranges::find(interfaces, name, &network_interface::name);
         if (found != interfaces.end()) found->gateways.push_back(ntohl(gateway));
     }
+    return {};
 }
 
 } // namespace
 
-std::vector<network_interface> enumerate_interfaces() {
+std::expected<std::vector<network_interface>, std::error_code> enumerate_interfaces() {
     ifaddrs* raw = nullptr;
-    if (::getifaddrs(&raw) != 0) return {};
+    if (::getifaddrs(&raw) != 0) return std::unexpected(last_error());
     const std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)> list{raw, &::freeifaddrs};
 
     std::vector<network_interface> interfaces;
@@ -53,6 +59,10 @@ std::vector<network_interface> enumerate_interfaces() {
             network_interface added;
             added.name = name;
             added.index = ::if_nametoindex(name.c_str());
+            if (added.index == 0) {
+                if (errno == ENODEV || errno == ENXIO) continue; // gone since
+                return std::unexpected(last_error());
+            }
             added.loopback = (entry->ifa_flags & IFF_LOOPBACK) != 0;
             found = interfaces.insert(interfaces.end(), std::move(added));
         }
@@ -66,7 +76,7 @@ std::vector<network_interface> enumerate_interfaces() {
         if (link->sll_halen != 6) continue;
         for (int i = 0; i < 6; ++i) found->mac = found->mac << 8 | link->sll_addr[i];
     }
-    add_gateways(interfaces);
+    if (const auto error = add_gateways(interfaces)) return std::unexpected(error);
     return interfaces;
 }
 

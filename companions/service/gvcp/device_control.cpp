@@ -32,7 +32,12 @@ std::expected<std::unique_ptr<device_control>, std::error_code> device_control::
     std::unique_ptr<device_control> opened{new device_control{std::move(chosen), std::move(*channel)}};
     opened->on_cancel.emplace(opened->cancelled(), [self = opened.get()] { self->channel->cancel(); });
     opened->on_stop.emplace(opened->chosen.stop, [self = opened.get()] { self->cancel(); });
-    if (const auto error = opened->take_privilege()) return std::unexpected(error);
+    {
+        const on_request on_opening{opened->chosen.opening, [self = opened.get()] { self->channel->cancel(); }};
+        if (const auto error = opened->take_privilege()) return std::unexpected(error);
+    }
+    if (opened->chosen.opening.stop_requested())
+        return std::unexpected(std::make_error_code(std::errc::operation_canceled));
     opened->thread = std::thread{[self = opened.get()] { self->run_heartbeat(); }};
     return opened;
 }
@@ -181,7 +186,12 @@ std::error_code device_control::write_as_controller(control_channel::turn& turn,
 void device_control::report_loss() {
     if (lost_flag.exchange(true)) return;
     changed.notify_all();
-    if (chosen.lost) chosen.lost(make_error_code(gigecam_errc::device_lost));
+    if (!chosen.lost) return;
+    try {
+        chosen.lost(make_error_code(gigecam_errc::device_lost));
+    } catch (const std::exception&) {
+        // No memory for a word about it.
+    }
 }
 
 std::error_code device_control::check_range(uint64_t address, std::size_t size) const {
@@ -194,7 +204,9 @@ std::error_code device_control::read_memory(uint64_t address, std::span<std::byt
     if (const auto error = check_range(address, to.size())) return error;
     // What lies in a block may be no register.
     const bool single = to.size() == 4;
+    const auto give_up = clock::now() + std::max(timeout, chosen.transfer);
     while (!to.empty()) {
+        if (clock::now() > give_up) return make_error_code(gigecam_errc::timeout);
         const auto lead = static_cast<std::size_t>(address % 4);
         const auto start = static_cast<uint32_t>(address - lead);
         const std::size_t count = std::min(to.size(), gvcp::max_memory_access - lead);
@@ -243,7 +255,9 @@ std::error_code device_control::write_memory(uint64_t address, std::span<const s
 std::error_code device_control::write_words(uint64_t address, std::span<const std::byte> from, milliseconds timeout) {
     const bool blocks = (control_capability & bits::can_write_mem) != 0;
     const bool single = !blocks || from.size() <= 4;
+    const auto give_up = clock::now() + std::max(timeout, chosen.transfer);
     while (!from.empty()) {
+        if (clock::now() > give_up) return make_error_code(gigecam_errc::timeout);
         const auto lead = static_cast<std::size_t>(address % 4);
         const auto start = static_cast<uint32_t>(address - lead);
         const std::size_t limit = blocks ? gvcp::max_memory_access : 4;

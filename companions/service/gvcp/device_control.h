@@ -15,6 +15,7 @@ namespace gvcp_master {
 enum class access_mode : uint32_t { read_only = 1, control = 2, exclusive = 3 };
 
 inline constexpr milliseconds default_timeout{3000};
+inline constexpr milliseconds longest_transfer{120'000};
 
 // Thread-safe; requests to the camera take turns.
 class device_control {
@@ -30,8 +31,11 @@ public:
         milliseconds heartbeat_timeout{0}; // 0 leaves the camera's own
         milliseconds attempt{250};
         milliseconds pending{60'000}; // the longest that PENDING_ACK can make a request
+        // The longest for one transfer of any size, unless its time-out is longer; no request begins later.
+        milliseconds transfer = longest_transfer;
         // Requests and waits end with std::errc::operation_canceled, and closing waits for nothing.
         std::stop_token stop{};
+        std::stop_token opening{}; // the same for the opening alone, which fails then
         // Called once, on a thread of the service, when the camera is gone or control is lost. Must not destroy the
         // object.
         std::function<void(std::error_code)> lost{};
@@ -43,6 +47,7 @@ public:
     device_control(const device_control&) = delete;
     device_control& operator=(const device_control&) = delete;
 
+    // The time-out is each request's.
     [[nodiscard]] std::error_code read_memory(uint64_t address, std::span<std::byte> to,
                                               milliseconds timeout = default_timeout);
     // Words written in part are read first.

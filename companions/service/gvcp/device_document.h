@@ -32,6 +32,6 @@ fetch_document(device_control& camera, const document_url& from, const document_
 [[nodiscard]] std::expected<std::string, std::error_code> fetch_document(device_control& camera,
                                                                          const document_policy& policy);
 
-inline constexpr milliseconds document_time{120'000};
+inline constexpr milliseconds document_time = longest_transfer;
 
 } // namespace gvcp_master

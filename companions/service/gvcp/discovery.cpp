@@ -15,6 +15,9 @@ namespace gvcp = gige::gvcp;
 namespace {
 
 constexpr std::size_t remembered_scans = 64;
+// One whose address is being renewed is missing for a moment; for sessions its end is final.
+constexpr unsigned interface_misses = 2;
+constexpr std::chrono::milliseconds interface_patience{200};
 constexpr std::size_t most_moves = 64; // of cameras that are asked directly
 
 std::array<std::byte, gvcp::header_size> discovery_command(uint16_t id, bool broadcast) {
@@ -105,34 +108,49 @@ uint16_t discovery::next_id() noexcept {
 
 void discovery::run() {
     for (;;) {
-        {
-            const std::lock_guard guard{mutex};
-            if (quit) return;
-            asked = false;
-            ++scans_started;
+        try {
+            if (!search()) return;
+        } catch (const std::exception&) {
+            // No memory: not now. What a search did not come to is seen by the next.
+            static_cast<void>(gige::wait_readable({}, clock::now() + chosen.window));
         }
-        const auto began = clock::now();
-        refresh_interfaces();
-        send_probes(began);
-        receive_until(began + chosen.window, false);
-        {
-            const std::lock_guard guard{mutex};
-            if (quit) return;
-        }
-        drop_silent_ones();
-        mark_shared_addresses();
-        tell();
-        {
-            const std::lock_guard guard{mutex};
-            scans_done = scans_started;
-        }
-        scanned.notify_all();
-        receive_until(began + chosen.interval, true);
     }
 }
 
-void discovery::refresh_interfaces() {
-    auto interfaces = gige::enumerate_interfaces();
+bool discovery::search() {
+    {
+        const std::lock_guard guard{mutex};
+        if (quit) return false;
+        asked = false;
+        ++scans_started;
+    }
+    const auto began = clock::now();
+    refresh_interfaces(began);
+    send_probes(began);
+    receive_until(began + chosen.window, false);
+    {
+        const std::lock_guard guard{mutex};
+        if (quit) return false;
+    }
+    drop_silent_ones();
+    mark_shared_addresses();
+    tell();
+    {
+        const std::lock_guard guard{mutex};
+        scans_done = scans_started;
+    }
+    scanned.notify_all();
+    receive_until(began + chosen.interval, true);
+    return true;
+}
+
+void discovery::refresh_interfaces(clock::time_point began) {
+    auto listed = gige::enumerate_interfaces();
+    if (listed.has_value() == std::exchange(lacks_interfaces, !listed))
+        say(listed ? "There is a list of interfaces again."
+                   : fmt::format("The list of interfaces cannot be had: {}", listed.error().message()));
+    if (!listed) return; // all of them are taken to be as they were
+    auto& interfaces = *listed;
     // What isn't asked as a whole is listed all the same when it may hold a camera that is asked directly.
     std::erase_if(interfaces, [&](const gige::network_interface& each) {
         const bool as_a_whole = each.loopback ? chosen.loopback : chosen.networks;
@@ -141,6 +159,19 @@ void discovery::refresh_interfaces() {
         });
     });
     const std::lock_guard guard{mutex};
+    std::erase_if(entries,
+                  [](const entry& each) { return each.network.name.empty(); }); // moved from, when memory ended
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        entry& before = entries[i];
+        if (std::ranges::find(interfaces, before.network.name, &gige::network_interface::name) != interfaces.end()) {
+            before.misses = 0;
+            continue;
+        }
+        if (before.misses++ == 0) before.missing_since = began;
+        if (before.misses >= interface_misses && began - before.missing_since >= interface_patience) continue;
+        const auto place = static_cast<std::ptrdiff_t>(std::min(i, interfaces.size()));
+        interfaces.insert(interfaces.begin() + place, before.network);
+    }
     if (std::ranges::equal(entries, interfaces, {}, &entry::network)) return;
     interfaces_changed = true;
     std::vector<entry> fresh;

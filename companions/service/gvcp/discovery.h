@@ -88,10 +88,13 @@ private:
         std::vector<heard> devices;
         bool changed = false; // since it was told last
         bool full = false;    // said once
+        unsigned misses = 0;  // lists in a row that it was not in
+        clock::time_point missing_since{};
     };
 
     void run();
-    void refresh_interfaces();
+    [[nodiscard]] bool search(); // once; false at the end
+    void refresh_interfaces(clock::time_point began);
     void send_probes(clock::time_point began);
     void ask_privilege(heard& device);
     void receive_until(clock::time_point until, bool end_when_asked);
@@ -114,6 +117,7 @@ private:
     uint16_t last_id = 0;
     std::deque<uint16_t> scan_ids; // of the latest scans
     clock::time_point may_tell{};  // the scanning thread's
+    bool lacks_interfaces = false; // its, too: said once
 
     mutable std::mutex mutex; // guards what follows up to the thread
     std::condition_variable_any scanned;

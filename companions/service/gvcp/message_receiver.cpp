@@ -92,7 +92,12 @@ void message_receiver::run() {
     for (;;) {
         const auto ready = gige::wait_readable(handles, {});
         if (quit) return;
-        if (ready & 2) receive_all();
+        if ((ready & 2) == 0) continue;
+        try {
+            receive_all();
+        } catch (const std::exception&) {
+            // No memory for an event: it is lost, not the service.
+        }
     }
 }
 

@@ -123,7 +123,8 @@ void auto_value_writer::run(const std::stop_token& stop) {
         lock.unlock();
         unfinished = written = false;
         nodes->ask_again();
-        {
+        bool failed = false;
+        try {
             const gds_helper::log::counted_lines counted{lines};
             if (anew) {
                 attempts = {};
@@ -137,6 +138,8 @@ void auto_value_writer::run(const std::stop_token& stop) {
                 read_camera();
                 refreshed = clock::now();
             }
+        } catch (const std::exception&) {
+            failed = unfinished = true; // no memory: once more, later
         }
         const bool silent = nodes->is_silent();
         if (refresh) unread = silent ? unread + 1 : 0;
@@ -144,8 +147,9 @@ void auto_value_writer::run(const std::stop_token& stop) {
         lock.lock();
         working = false;
         results_wait = results_wait || unfinished;
+        rearm = rearm || (failed && anew);
         // Limits may follow what was written. Looks are counted like tries, whatever asks for them here.
-        stale = stale || ((written || unread > 0) && unread < most_failures);
+        stale = stale || (failed && refresh) || ((written || unread > 0) && unread < most_failures);
     }
 }
 

@@ -25,18 +25,25 @@ constexpr gvcp_master::milliseconds look_time{30'000};
 class camera_features::camera_port final : public GenICam::IDevicePort {
 public:
     explicit camera_port(gvcp_master::device_control& control) : camera(control) {}
+    // All accesses together take no longer than one long transfer; those that come later are not made.
+    void begin() { give_up = clock::now() + gvcp_master::longest_transfer; }
+    void end() { give_up = clock::time_point::max(); }
 
     GenICam::result<std::size_t> read(int64_t address, std::span<std::byte> data, unsigned) override {
+        if (clock::now() > give_up) return std::unexpected(make_error_code(gigecam_errc::timeout));
         if (const auto error = camera.read_memory(static_cast<uint64_t>(address), data, access_time))
             return std::unexpected(error);
         return data.size();
     }
     std::error_code write(int64_t address, std::span<const std::byte> data, unsigned) override {
+        if (clock::now() > give_up) return make_error_code(gigecam_errc::timeout);
         return camera.write_memory(static_cast<uint64_t>(address), data, access_time);
     }
 
 private:
+    using clock = std::chrono::steady_clock;
     gvcp_master::device_control& camera;
+    clock::time_point give_up = clock::time_point::max();
 };
 
 camera_features::camera_features(gvcp_master::device_control& control, std::shared_ptr<camera_settings> shared,
@@ -63,6 +70,7 @@ std::optional<std::string> camera_features::prepare(std::string_view document) {
     const bool reads_only = camera.access() == gvcp_master::access_mode::read_only;
     std::unique_ptr<camera_nodes> nodes;
     camera_abilities found;
+    port->begin();
     // A camera that stops answering in between seems to lack whatever was not asked for yet, and the document is made
     // once: it gets a second chance.
     const auto until = camera_nodes::clock::now() + look_time;
@@ -81,6 +89,7 @@ std::optional<std::string> camera_features::prepare(std::string_view document) {
 
     auto made = std::make_shared<auto_value_writer>(settings, std::move(nodes), name, lines);
     if (!reads_only || !settings->has_controller_values()) made->read_camera();
+    port->end();
     if (!reads_only) {
         made->start();
         const std::lock_guard guard{mutex};

@@ -172,7 +172,9 @@ std::error_code force_address(service_core& core, const std::string& interface_n
     const auto interface = find_interface(core, interface_name);
     if (!interface) return std::make_error_code(std::errc::no_such_device);
     const auto camera = find_camera(core, interface_name, mac);
-    if (camera && is_controlled(core, *camera, stop)) return make_error_code(gigecam_errc::access_denied);
+    // A client's may have left the list for a moment.
+    const bool is_held = core.holder_of(mac, nullptr) != service_core::holder::nobody;
+    if (is_held || (camera && is_controlled(core, *camera, stop))) return make_error_code(gigecam_errc::access_denied);
     if (address == 0) return move(core, *interface, mac, address, mask, gateway, stop);
 
     if (const char* problem = problem_with(interface->network, address, mask, gateway)) {

@@ -2,14 +2,24 @@
 
 namespace service {
 
-// Both make their object first: nothing is taken that a failure would leave taken.
+namespace limits = ipc_rpc::limits;
+
+client_session::client_session(notify_function raise, std::optional<uint32_t> user, const user_budget& of_user)
+    : notify(std::move(raise)),
+      peer_user(user),
+      seats(std::make_shared<ipc_rpc::byte_budget>(limits::most_open_devices, of_user.open_devices)),
+      documents(std::make_shared<ipc_rpc::byte_budget>(limits::most_document_bytes, of_user.document_bytes)),
+      answers(std::make_shared<ipc_rpc::byte_budget>(limits::most_answer_bytes, of_user.answer_bytes)) {}
+
+// Makes its object first: nothing is taken that a failure would leave taken.
 std::shared_ptr<client_session::number> client_session::allocate() {
     auto made = std::make_shared<number>(shared_from_this(), 0);
     const std::lock_guard guard{mutex};
     for (std::size_t i = 1; i < used.size(); ++i) {
-        if (used[i]) continue;
-        used[i] = true;
-        made->value = i;
+        last = last % limits::most_numbers + 1;
+        if (used[last]) continue;
+        used[last] = true;
+        made->value = last;
         return made;
     }
     return nullptr;
@@ -20,18 +30,8 @@ void client_session::give_back(uint64_t value) {
     used[value] = false;
 }
 
-std::shared_ptr<client_session::device_seat> client_session::take_device_seat() {
-    auto made = std::make_shared<device_seat>();
-    const std::lock_guard guard{mutex};
-    if (open_devices >= ipc_rpc::limits::most_open_devices) return nullptr;
-    ++open_devices;
-    made->session = shared_from_this();
-    return made;
-}
-
-void client_session::leave_device_seat() {
-    const std::lock_guard guard{mutex};
-    --open_devices;
+std::shared_ptr<ipc_rpc::reserved_bytes> client_session::take_device_seat() {
+    return ipc_rpc::reserved_bytes::take(seats, 1);
 }
 
 } // namespace service

@@ -17,11 +17,18 @@ namespace service {
 // Raises a number at one client. Thread-safe; does nothing when the client is gone.
 using notify_function = std::function<void(uint64_t)>;
 
+// What all connections of one user may hold together, each a part of what all users may.
+struct user_budget {
+    std::shared_ptr<ipc_rpc::byte_budget> open_devices;
+    std::shared_ptr<ipc_rpc::byte_budget> document_bytes;
+    std::shared_ptr<ipc_rpc::byte_budget> answer_bytes;
+};
+
 // Thread-safe.
 class client_session final : public std::enable_shared_from_this<client_session> {
 public:
     // `user` is the client's, to whom memory shared with it is given.
-    client_session(notify_function raise, std::optional<uint32_t> user) : notify(std::move(raise)), peer_user(user) {}
+    client_session(notify_function raise, std::optional<uint32_t> user, const user_budget& of_user = {});
 
     // A number of this client's, given back when the last owner lets go of it.
     class number final {
@@ -40,40 +47,29 @@ public:
         std::shared_ptr<client_session> session;
         uint64_t value; // 0: none yet
     };
-    // Null when all are in use.
+    // Null when all are in use. One that was given back comes again last: what was raised before must not reach its
+    // next owner.
     [[nodiscard]] std::shared_ptr<number> allocate();
 
-    // One of the devices that this client may have open at a time.
-    class device_seat final {
-    public:
-        device_seat() = default;
-        ~device_seat() {
-            if (session) session->leave_device_seat();
-        }
-        device_seat(const device_seat&) = delete;
-        device_seat& operator=(const device_seat&) = delete;
-
-    private:
-        friend client_session;
-        std::shared_ptr<client_session> session;
-    };
-    // Null when all are open.
-    [[nodiscard]] std::shared_ptr<device_seat> take_device_seat();
+    // One of the devices that this client may have open at a time. Null when all are open.
+    [[nodiscard]] std::shared_ptr<ipc_rpc::reserved_bytes> take_device_seat();
     [[nodiscard]] std::optional<uint32_t> owner() const noexcept { return peer_user; }
     // Of documents that the service keeps for the client's devices.
     [[nodiscard]] const std::shared_ptr<ipc_rpc::byte_budget>& document_bytes() const noexcept { return documents; }
+    // Of answers to reads that have not been sent.
+    [[nodiscard]] const std::shared_ptr<ipc_rpc::byte_budget>& answer_bytes() const noexcept { return answers; }
 
 private:
     void give_back(uint64_t value);
-    void leave_device_seat();
 
     const notify_function notify;
     const std::optional<uint32_t> peer_user;
-    const std::shared_ptr<ipc_rpc::byte_budget> documents =
-        std::make_shared<ipc_rpc::byte_budget>(ipc_rpc::limits::most_document_bytes);
+    const std::shared_ptr<ipc_rpc::byte_budget> seats;
+    const std::shared_ptr<ipc_rpc::byte_budget> documents;
+    const std::shared_ptr<ipc_rpc::byte_budget> answers;
     std::mutex mutex; // guards what follows
     std::bitset<ipc_rpc::limits::most_numbers + 1> used;
-    std::size_t open_devices = 0;
+    uint64_t last = 0; // given
 };
 
 } // namespace service

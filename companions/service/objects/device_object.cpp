@@ -50,14 +50,14 @@ device_object::device_object(std::shared_ptr<service_core> shared, std::shared_p
 std::expected<std::shared_ptr<device_object>, std::error_code>
 device_object::open(const std::shared_ptr<service_core>& core, std::shared_ptr<client_session> session,
                     const gvcp_master::device_record& record, const std::string& interface_name,
-                    ipc_rpc::open_access access) {
-    std::shared_ptr<device_object> device{new device_object{core, std::move(session), record}};
-    if (const std::error_code error = device->init(access)) return std::unexpected(error);
+                    ipc_rpc::open_access access, const std::stop_token& stop) {
+    const std::shared_ptr<device_object> device{new device_object{core, std::move(session), record}};
+    if (const std::error_code error = device->init(access, stop)) return std::unexpected(error);
     core->watch_end_of(interface_name, device);
     return device;
 }
 
-std::error_code device_object::init(ipc_rpc::open_access access) {
+std::error_code device_object::init(ipc_rpc::open_access access, const std::stop_token& stop) {
     seat = session->take_device_seat();
     lost_number = session->allocate();
     if (auto number = session->allocate()) events = std::make_unique<message_box>(std::move(number));
@@ -70,19 +70,21 @@ std::error_code device_object::init(ipc_rpc::open_access access) {
     chosen.access = static_cast<gvcp_master::access_mode>(access);
     chosen.heartbeat_timeout = core->settings().heartbeat_timeout;
     chosen.stop = core->stop_token();
+    chosen.opening = stop;
     if (!reads_only && core->await_release(record.mac, release_time)) {
         chosen.port = core->ports().port_of(record.mac);
         chosen.patient = true; // whoever has it is not of this service, perhaps of one that was killed
     }
     chosen.lost = [this](std::error_code) {
-        const gds_helper::log::counted_lines counted{lines};
-        main_logger().warn("{} is lost.", gige::to_string(record.address));
         let_go();
         lost_number->raise();
+        const gds_helper::log::counted_lines counted{lines};
+        main_logger().warn("{} is lost.", gige::to_string(record.address));
     };
     auto opened = gvcp_master::device_control::open(std::move(chosen));
     if (!opened) return opened.error();
     camera = std::move(*opened);
+    const std::stop_callback on_stop{stop, [this] { camera->cancel(); }};
     if (!reads_only) {
         core->add_holder(record.mac, session.get());
         holds = true;
@@ -99,7 +101,7 @@ std::error_code device_object::init(ipc_rpc::open_access access) {
     if (settings && core->settings().image_features)
         features = std::make_unique<image_features::camera_features>(*camera, settings, lines);
     open_events(access);
-    return {};
+    return stop.stop_requested() ? std::make_error_code(std::errc::operation_canceled) : std::error_code{};
 }
 
 void device_object::open_events(ipc_rpc::open_access access) {
@@ -146,9 +148,7 @@ ipc_rpc::device_service_info device_object::service_info() const {
 
 std::expected<ipc_rpc::byte_vector, std::error_code> device_object::read_mem(uint64_t address, uint64_t size,
                                                                              uint64_t timeout) {
-    if (size > ipc_rpc::limits::most_read_bytes) {
-        return std::unexpected(make_error_code(gigecam_errc::invalid_parameter));
-    }
+    if (size > ipc_rpc::max_param_block) return std::unexpected(make_error_code(gigecam_errc::invalid_parameter));
     ipc_rpc::byte_vector bytes(size);
     if (image_features::is_software_address(address)) {
         const auto error = features ? features->read(address, bytes) : make_error_code(gigecam_errc::invalid_address);
@@ -191,12 +191,17 @@ std::expected<std::vector<ipc_rpc::url_info>, std::error_code> device_object::ur
 }
 
 bool device_object::offer(std::string text) {
+    {
+        const std::lock_guard guard{mutex};
+        plain_document.reset();
+        plain_document_bytes.reset(); // room for the one that takes its place
+    }
+    auto bytes = ipc_rpc::reserved_bytes::take(session->document_bytes(), text.size());
+    if (!bytes) return false;
+    auto document = core->shared_document(std::move(text));
     const std::lock_guard guard{mutex};
-    plain_document.reset();
-    plain_document_bytes.reset(); // room for the one that takes its place
-    plain_document_bytes = ipc_rpc::reserved_bytes::take(session->document_bytes(), text.size());
-    if (!plain_document_bytes) return false;
-    plain_document = std::move(text);
+    plain_document_bytes = std::move(bytes);
+    plain_document = std::move(document);
     return true;
 }
 
@@ -204,6 +209,7 @@ std::expected<std::vector<ipc_rpc::url_info>, std::error_code> device_object::fi
     const auto urls = gvcp_master::read_url_list(*camera);
     if (!urls) return std::unexpected(urls.error());
     std::vector<ipc_rpc::url_info> list;
+    std::error_code failed = std::make_error_code(std::errc::no_message_available);
     for (const auto& url : *urls) {
         // Such a one the client can read for itself.
         const bool readable = url.scheme == gvcp_master::url_scheme::local && !url.zipped();
@@ -216,7 +222,11 @@ std::expected<std::vector<ipc_rpc::url_info>, std::error_code> device_object::fi
         if (!text) {
             main_logger().warn("Document '{}' of {} cannot be had: {}", gds_helper::printable(url.url, 512),
                                gige::to_string(record.address), text.error().message());
-            if (readable) list.push_back(to_url_info(url));
+            // The client would wait for as long again.
+            if (text.error() == make_error_code(gigecam_errc::timeout))
+                failed = text.error();
+            else if (readable)
+                list.push_back(to_url_info(url));
             continue;
         }
         std::string stem{url.file_name()};
@@ -239,15 +249,12 @@ std::expected<std::vector<ipc_rpc::url_info>, std::error_code> device_object::fi
         else
             return std::unexpected(make_error_code(ipc_rpc::status::resource_exhausted));
     }
-    if (list.empty()) return std::unexpected(std::make_error_code(std::errc::no_message_available));
+    if (list.empty()) return std::unexpected(failed);
     return list;
 }
 
-std::expected<ipc_rpc::byte_vector, std::error_code> device_object::original_document() {
-    const auto text = gvcp_master::fetch_document(*camera, core->settings().documents);
-    if (!text) return std::unexpected(text.error());
-    const auto bytes = std::as_bytes(std::span{*text});
-    return ipc_rpc::byte_vector{bytes.begin(), bytes.end()};
+std::expected<std::string, std::error_code> device_object::original_document() {
+    return gvcp_master::fetch_document(*camera, core->settings().documents);
 }
 
 std::vector<ipc_rpc::event_message> device_object::take_events() {

@@ -25,9 +25,11 @@ class stream_lease;
 // document_turn while documents are.
 class device_object final : public interface_user, public std::enable_shared_from_this<device_object> {
 public:
+    // Fails when `stop` is requested before it is open.
     [[nodiscard]] static std::expected<std::shared_ptr<device_object>, std::error_code>
     open(const std::shared_ptr<service_core>& core, std::shared_ptr<client_session> session,
-         const gvcp_master::device_record& record, const std::string& interface_name, ipc_rpc::open_access access);
+         const gvcp_master::device_record& record, const std::string& interface_name, ipc_rpc::open_access access,
+         const std::stop_token& stop);
     ~device_object();
 
     [[nodiscard]] ipc_rpc::device_service_info service_info() const;
@@ -37,10 +39,11 @@ public:
                                                                      uint64_t timeout);
     // The same list each time: what is found at first stays on offer.
     [[nodiscard]] std::expected<std::vector<ipc_rpc::url_info>, std::error_code> url_list();
-    [[nodiscard]] std::expected<ipc_rpc::byte_vector, std::error_code> original_document();
+    [[nodiscard]] std::expected<std::string, std::error_code> original_document();
     [[nodiscard]] std::vector<ipc_rpc::event_message> take_events();
     [[nodiscard]] std::expected<std::shared_ptr<stream_lease>, std::error_code> acquire_stream();
     [[nodiscard]] std::expected<std::string, std::error_code> user_name();
+    [[nodiscard]] const client_session& client() const noexcept { return *session; }
     [[nodiscard]] gvcp_master::device_control& control() noexcept { return *camera; }
     // The client has gone: whatever still waits for the camera ends. Does not wait.
     void abandon() noexcept { camera->cancel(); }
@@ -53,7 +56,7 @@ public:
 private:
     device_object(std::shared_ptr<service_core> shared, std::shared_ptr<client_session> client,
                   const gvcp_master::device_record& found);
-    [[nodiscard]] std::error_code init(ipc_rpc::open_access access);
+    [[nodiscard]] std::error_code init(ipc_rpc::open_access access, const std::stop_token& stop);
     void open_events(ipc_rpc::open_access access);
     [[nodiscard]] std::expected<std::vector<ipc_rpc::url_info>, std::error_code> find_documents();
     // Under an address of the service's; false when the client has no more room for documents.
@@ -66,7 +69,7 @@ private:
     const gvcp_master::device_record record;
     const std::shared_ptr<gds_helper::log::line_budget> lines = gds_helper::log::counted_lines::current();
     std::atomic<bool> holds{false};
-    std::shared_ptr<client_session::device_seat> seat;
+    std::shared_ptr<ipc_rpc::reserved_bytes> seat;
     std::shared_ptr<client_session::number> lost_number;
     std::unique_ptr<message_box> events;
     std::shared_ptr<image_features::camera_settings> settings;
@@ -74,8 +77,8 @@ private:
     std::mutex document_turn; // held while documents are fetched; guards what follows
     std::vector<ipc_rpc::url_info> offered_urls;
 
-    std::mutex mutex;                          // guards what follows
-    std::optional<std::string> plain_document; // other than the camera's own as it lies in its registers
+    std::mutex mutex;                                  // guards what follows
+    std::shared_ptr<const std::string> plain_document; // other than the camera's own as it lies in its registers
     std::shared_ptr<ipc_rpc::reserved_bytes> plain_document_bytes;
     std::weak_ptr<stream_lease> lease;
 

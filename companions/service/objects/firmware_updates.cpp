@@ -74,19 +74,28 @@ void firmware_updates::tell(uint64_t mac, const std::string& text, phase now) {
 std::error_code firmware_updates::start(const std::string& interface_name, const std::string& device_id,
                                         const discovery::found_device& camera, std::span<const std::byte> bytes) {
     std::ptrdiff_t others = 0;
-    std::thread before; // of the update before, which may still be telling its end
+    std::thread before, forgotten; // of the update before, and of the oldest; they may still be telling their end
     {
         // The place is taken first: two clients may ask at the same time.
         const std::lock_guard guard{mutex};
         auto& mine = updates[camera.mac];
         if (mine.running) return make_error_code(gigecam_errc::busy);
         others = std::ranges::count_if(updates, [](const auto& each) { return each.second.running; });
-        mine.running = true;
         mine.interface_name = interface_name;
         mine.device_id = device_id;
+        mine.running = true; // nothing fails from here on
+        mine.number = ++asked_for;
         before.swap(mine.thread);
+        if (updates.size() > most_remembered) { // few of them run
+            const auto oldest = std::ranges::min_element(updates, {}, [](const auto& each) {
+                return std::pair{each.second.running, each.second.number};
+            });
+            forgotten.swap(oldest->second.thread);
+            updates.erase(oldest);
+        }
     }
-    if (before.joinable()) before.join();
+    for (auto* each : {&before, &forgotten})
+        if (each->joinable()) each->join();
     if (others >= static_cast<std::ptrdiff_t>(most_at_once)) {
         tell(camera.mac, fmt::format("Refused: {} updates are under way already", others), phase::over);
         return make_error_code(ipc_rpc::status::resource_exhausted);

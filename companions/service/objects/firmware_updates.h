@@ -26,6 +26,7 @@ public:
     ~firmware_updates(); // waits for the updates; they end soon after a stop was requested
 
     static constexpr std::size_t most_at_once = 4; // each holds its image
+    static constexpr std::size_t most_remembered = 512;
 
     // Returns when the camera is held and the package fits it; the update then runs by itself. gigecam_errc::busy while
     // one runs for this camera, parsing_failed for a bad package, invalid_parameter for one that is not for this
@@ -36,8 +37,8 @@ public:
                                         std::span<const std::byte> package);
 
     // "Uploading: 42 %", "Installing: 10 %", "Restarting", "Finished: ...", "Failed: ..." or "Refused: ...", each of
-    // the latest update of the device that had this id then; nothing when there was none. A camera that restarts is
-    // not listed for a while.
+    // the latest update of the device that had this id then; nothing when there was none, or too many others since. A
+    // camera that restarts is not listed for a while.
     [[nodiscard]] std::optional<std::string> state(const std::string& interface_name, const std::string& device_id);
     // What is over is nobody's answer any more: an upload to this device was refused without being looked at.
     void forget(const std::string& interface_name, const std::string& device_id);
@@ -48,6 +49,7 @@ private:
         std::string device_id;
         std::string state;
         bool running = false;
+        uint64_t number = 0; // counted from the first one asked for
         std::thread thread;
     };
     // With the camera's place taken. May throw.
@@ -65,6 +67,7 @@ private:
     const state_function told;
     std::mutex mutex; // guards what follows
     std::map<uint64_t, update> updates;
+    uint64_t asked_for = 0;
 };
 
 } // namespace service

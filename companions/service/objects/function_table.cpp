@@ -8,11 +8,14 @@
 #include <gds_helper/printable.h>
 #include <gds_shared/gigecam_error.h>
 #include <ipc_rpc/catalogue.h>
+#include <ipc_rpc/limits.h>
 
 #include <spdlog/logger.h>
 
+#include <algorithm>
 #include <cassert>
 #include <cstdlib>
+#include <span>
 #include <string>
 
 namespace service {
@@ -60,6 +63,13 @@ result_of_object said(rpc_call_context& context, std::string_view kind, const st
         logger.warn("{} did not get {} '{}': {}", client, kind, gds_helper::printable(id), result.error().message());
     }
     return result;
+}
+
+// For an answer of so many bytes and its encoded copy, until it is sent.
+bool take_room(rpc_call_context& context, const device_object& device, uint64_t size) {
+    if (size <= limits::small_answer_bytes) return true;
+    context.held = reserved_bytes::take(device.client().answer_bytes(), 2 * std::min<uint64_t>(size, max_param_block));
+    return context.held != nullptr;
 }
 
 // Two functions of one name are an error of this file.
@@ -179,10 +189,20 @@ void serve_device(object_function_table_root& table) {
             return self.service_info();
         }));
     must(catalogue::get_remote_device_original_genicam::serve<device_object>(
-        table, device_class, [](device_object& self, rpc_call_context&) { return self.original_document(); }));
+        table, device_class,
+        [](device_object& self, rpc_call_context& context) -> std::expected<byte_vector, std::error_code> {
+            const auto text = self.original_document();
+            if (!text) return std::unexpected(text.error());
+            if (!take_room(context, self, text->size()))
+                return std::unexpected(make_error_code(status::resource_exhausted));
+            const auto bytes = std::as_bytes(std::span{*text});
+            return byte_vector{bytes.begin(), bytes.end()};
+        }));
     must(catalogue::read_mem::serve<device_object>(
         table, device_class,
-        [](device_object& self, rpc_call_context&, uint64_t address, uint64_t size, uint32_t, uint64_t timeout) {
+        [](device_object& self, rpc_call_context& context, uint64_t address, uint64_t size, uint32_t,
+           uint64_t timeout) -> std::expected<byte_vector, std::error_code> {
+            if (!take_room(context, self, size)) return std::unexpected(make_error_code(status::resource_exhausted));
             return self.read_mem(address, size, timeout);
         }));
     must(catalogue::write_mem::serve<device_object>(
@@ -260,8 +280,9 @@ make_function_table(const std::shared_ptr<service_core>& core,
             {
                 const std::lock_guard guard{place->mutex};
                 if (!place->session) {
-                    place->session = std::make_shared<client_session>(notifier_of(context.connection),
-                                                                      context.connection->get_peer_user());
+                    const auto user = context.connection->get_peer_user();
+                    place->session =
+                        std::make_shared<client_session>(notifier_of(context.connection), user, core->budget_of(user));
                 }
                 session = place->session;
             }

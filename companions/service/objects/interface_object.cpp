@@ -127,7 +127,7 @@ interface_object::open_device(const std::string& id, ipc_rpc::open_access access
     const auto record = find_device(id);
     if (!record) return no_such_device();
     if (!record->is_reachable()) return std::unexpected(std::make_error_code(std::errc::host_unreachable));
-    return device_object::open(core, session, *record, name, access);
+    return device_object::open(core, session, *record, name, access, ending.get_token());
 }
 
 std::expected<uint32_t, std::error_code> interface_object::device_reachable(const std::string& id) const {

@@ -126,4 +126,26 @@ bool service_core::await_release(uint64_t mac, std::chrono::milliseconds time) {
     return released.wait_for(lock, ending.get_token(), time, [&] { return !holders.contains(mac); });
 }
 
+user_budget service_core::budget_of(std::optional<uint32_t> user) {
+    const std::lock_guard guard{mutex};
+    if (const auto found = budgets.find(user); found != budgets.end()) return found->second;
+    using ipc_rpc::byte_budget;
+    namespace limits = ipc_rpc::limits;
+    const user_budget made{
+        std::make_shared<byte_budget>(limits::most_open_devices_of_user, budget_of_all.open_devices),
+        std::make_shared<byte_budget>(limits::most_document_bytes_of_user, budget_of_all.document_bytes),
+        std::make_shared<byte_budget>(limits::most_answer_bytes_of_user, budget_of_all.answer_bytes)};
+    return budgets.emplace(user, made).first->second;
+}
+
+std::shared_ptr<const std::string> service_core::shared_document(std::string text) {
+    const std::lock_guard guard{documents_mutex};
+    std::erase_if(documents, [](const auto& each) { return each.expired(); });
+    for (const auto& each : documents)
+        if (auto same = each.lock(); same && *same == text) return same;
+    auto made = std::make_shared<const std::string>(std::move(text));
+    documents.push_back(made);
+    return made;
+}
+
 } // namespace service

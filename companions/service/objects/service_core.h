@@ -84,6 +84,10 @@ public:
     // Waits for that, until `time` is over or the service is stopped.
     [[nodiscard]] bool await_release(uint64_t mac, std::chrono::milliseconds time);
 
+    [[nodiscard]] user_budget budget_of(std::optional<uint32_t> user);
+    // One copy of equal documents, for as long as anybody has it.
+    [[nodiscard]] std::shared_ptr<const std::string> shared_document(std::string text);
+
     [[nodiscard]] address_turns& addresses() noexcept { return given_addresses; }
 
     [[nodiscard]] port_memory& ports() noexcept { return noted_ports; }
@@ -98,6 +102,9 @@ private:
     static void drop_expired(std::vector<watcher>& watchers);
 
     const options chosen;
+    const user_budget budget_of_all{std::make_shared<ipc_rpc::byte_budget>(ipc_rpc::limits::most_open_devices_of_all),
+                                    std::make_shared<ipc_rpc::byte_budget>(ipc_rpc::limits::most_document_bytes_of_all),
+                                    std::make_shared<ipc_rpc::byte_budget>(ipc_rpc::limits::most_answer_bytes_of_all)};
     address_turns given_addresses;
     std::mutex mutex; // guards what follows
     std::vector<watcher> interface_watchers;
@@ -105,7 +112,10 @@ private:
     std::map<std::string, std::vector<std::weak_ptr<message_box>>> message_boxes;
     std::map<std::string, std::vector<std::weak_ptr<interface_user>>> interface_users;
     std::map<uint64_t, std::set<const client_session*>> holders;
+    std::map<std::optional<uint32_t>, user_budget> budgets; // kept, whoever goes
     std::condition_variable_any released;
+    std::mutex documents_mutex; // guards what follows
+    std::vector<std::weak_ptr<const std::string>> documents;
     port_memory noted_ports;
     image_features::settings_registry settings_of_cameras;
     std::stop_source ending;

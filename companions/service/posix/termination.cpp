@@ -1,8 +1,7 @@
 #include "termination.h"
 
+#include <sys/time.h>
 #include <unistd.h>
-
-#include <thread>
 
 namespace service {
 
@@ -19,10 +18,15 @@ void termination::wait() const {
 }
 
 void termination::end_within(std::chrono::milliseconds time) {
-    std::thread{[time] {
-        std::this_thread::sleep_for(time);
-        _exit(0);
-    }}.detach();
+    // Not a thread: there may be none to be had.
+    signal(SIGALRM, [](int) { _exit(0); });
+    sigset_t alarm;
+    sigemptyset(&alarm);
+    sigaddset(&alarm, SIGALRM);
+    pthread_sigmask(SIG_UNBLOCK, &alarm, nullptr); // a parent may have blocked it
+    itimerval timer{};
+    timer.it_value = {time.count() / 1000, time.count() % 1000 * 1000};
+    setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
 } // namespace service

@@ -22,7 +22,9 @@ std::optional<device_record> find(const discovery& finder, uint64_t mac) {
 }
 
 gige::network_interface loopback() {
-    for (auto& each : gige::enumerate_interfaces())
+    const auto listed = gige::enumerate_interfaces();
+    if (!listed) throw std::system_error(listed.error());
+    for (const auto& each : *listed)
         if (each.loopback) return each;
     ADD_FAILURE() << "no loopback interface";
     return {};

@@ -329,6 +329,28 @@ TEST(scripted_camera, closing_and_stopping_wait_for_no_answer) {
     }
 }
 
+// Each request is answered in time, and the whole would take four minutes.
+TEST(scripted_camera, a_transfer_has_an_end_however_patiently_it_is_answered) {
+    std::atomic<bool> over = false;
+    camera cam{own_address(1), [&](camera&, const camera::request& got) {
+                   const bool slow = got.header.code == command::read_mem || got.header.code == command::write_mem;
+                   if (slow && !over) std::this_thread::sleep_for(milliseconds{200});
+                   return false;
+               }};
+    const auto device = open_scripted({.attempt = milliseconds{1000}, .transfer = milliseconds{300}});
+    std::vector<std::byte> bytes(1200 * gige::gvcp::max_memory_access);
+    for (const bool reads : {true, false}) {
+        SCOPED_TRACE(reads);
+        auto done = std::async(std::launch::async, [&] {
+            return reads ? device->read_memory(table, bytes, milliseconds{250})
+                         : device->write_memory(table, bytes, milliseconds{250});
+        });
+        EXPECT_EQ(done.wait_for(std::chrono::seconds{20}), std::future_status::ready);
+        over = done.wait_for(std::chrono::seconds{0}) != std::future_status::ready;
+        EXPECT_EQ(done.get(), gigecam_errc::timeout);
+    }
+}
+
 TEST(scripted_camera, events_are_asked_for_with_retries_unless_somebody_chose) {
     for (const uint32_t chosen : {0U, 5U}) {
         camera cam{own_address(1)};

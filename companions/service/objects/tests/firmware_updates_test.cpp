@@ -116,4 +116,19 @@ TEST_F(FirmwareUpdates, ACameraThatTakesForEverIsGivenUp) {
     EXPECT_TRUE(done.error().starts_with("the upload took too long and was broken off at ")) << done.error();
 }
 
+// Cameras are easily invented.
+TEST_F(FirmwareUpdates, RefusalsAreRememberedUpToABound) {
+    start_core(0, [](camera_sim::camera_options&) {});
+    firmware_updates updates{core->discovery(), {}, {}};
+    const auto name = [](std::size_t n) { return "camera " + std::to_string(n); };
+    for (std::size_t n = 0; n <= firmware_updates::most_remembered; ++n) {
+        discovery::found_device unreachable;
+        unreachable.mac = n;
+        EXPECT_EQ(updates.start("lo", name(n), unreachable, {}), std::errc::host_unreachable);
+    }
+    EXPECT_FALSE(updates.state("lo", name(0)));
+    EXPECT_TRUE(updates.state("lo", name(1)));
+    EXPECT_TRUE(updates.state("lo", name(firmware_updates::most_remembered)));
+}
+
 } // namespace

@@ -25,8 +25,11 @@ class Objects : public testing::Test {
 protected:
     struct client {
         explicit client(const std::shared_ptr<service_core>& core)
-            : session{std::make_shared<client_session>([this](uint64_t number) { raised |= uint64_t{1} << number; },
-                                                       std::nullopt)},
+            : session{std::make_shared<client_session>(
+                  [this](uint64_t number) {
+                      if (number < 64) raised |= uint64_t{1} << number;
+                  },
+                  std::nullopt)},
               interface {
             core, session, "lo"
         } {
@@ -58,7 +61,7 @@ protected:
         service_core::options options;
         options.discovery = std::move(search);
         options.port_folder = folder;
-        options.image_features = false; // documents as the cameras have them
+        options.image_features = software_features;
         for (const uint32_t n : cameras) options.discovery.addresses.push_back(own_address(n));
         core = std::make_shared<service_core>(std::move(options));
         one.emplace(core);
@@ -71,6 +74,7 @@ protected:
         start_core({1});
     }
 
+    bool software_features = false; // documents are as the cameras have them
     const test_support::temporary_folder temporary;
     const std::filesystem::path& folder = temporary.path;
     std::unique_ptr<camera_sim::camera> cam;
@@ -278,6 +282,35 @@ TEST_F(Objects, NobodysCameraIsMovedUnderHisHands) {
     EXPECT_TRUE(one->interface.force_ip(cam->mac(), own_address(9), 0xFF000000, 0));
 }
 
+// What a client has open may be missing in the list that the request is made for.
+TEST_F(Objects, ACameraThatIsHeldAndNotListedIsNotMoved) {
+    std::atomic<bool> hidden = false;
+    const scripted_camera shy{own_address(1), [&](scripted_camera&, const scripted_camera::request& got) {
+                                  return got.header.code == gige::gvcp::command::discovery && hidden;
+                              }};
+    start_core({1});
+    const uint64_t mac = one->list().front().net_info.mac_address;
+    const auto device = other->open(own_address(1));
+    ASSERT_TRUE(device);
+    hidden = true;
+    ASSERT_TRUE(eventually([&] { return one->list().empty(); }));
+    EXPECT_EQ(one->interface.force_ip(mac, own_address(9), 0xFF000000, 0).error(), gigecam_errc::access_denied);
+}
+
+// The client would try for itself, and wait for as long.
+TEST_F(Objects, ADocumentThatTookTooLongIsNotOffered) {
+    constexpr uint32_t document = 0x100000;
+    scripted_camera slow{own_address(1), [&](scripted_camera&, const scripted_camera::request& got) {
+                             return got.is(gige::gvcp::command::read_mem, document);
+                         }};
+    slow.set_text(boot::first_url, "local:cam.xml;100000;200", 512);
+    software_features = true; // the service reads it, too
+    start_core({1});
+    const auto device = one->open(own_address(1));
+    ASSERT_TRUE(device);
+    EXPECT_EQ(device->url_list().error(), gigecam_errc::timeout);
+}
+
 // It answers the search, and nothing yet that was sent to it alone.
 TEST_F(Objects, ACameraIsReachableWhenItHasAnswered) {
     std::atomic<bool> answers = false;
@@ -354,6 +387,14 @@ TEST_F(Objects, SeatsNumbersAndWatchersComeBackOverALongLife) {
     EXPECT_EQ(open().error(), make_error_code(ipc_rpc::status::resource_exhausted));
     held_open.pop_back();
     EXPECT_TRUE(open());
+}
+
+// What was raised for a device that is closed may not have been looked at yet.
+TEST_F(Objects, ANumberGivenBackIsNotTheNextOnes) {
+    const auto session = std::make_shared<client_session>([](uint64_t) {}, std::nullopt);
+    std::set<uint64_t> given;
+    for (std::size_t i = 0; i < ipc_rpc::limits::most_numbers; ++i) given.insert(session->allocate()->get());
+    EXPECT_EQ(given.size(), ipc_rpc::limits::most_numbers);
 }
 
 // A minute's patience with a silent camera ends when the client's connection does.

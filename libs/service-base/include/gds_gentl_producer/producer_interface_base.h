@@ -53,7 +53,7 @@ private:
     ipc_rpc::notification_registry::token messages_pending;
     std::mutex firmware_mutex; // guards firmware_package_path
     std::string firmware_package_path;
-    std::atomic<bool> firmware_upload_locked{false}; // while a package is on its way to the service
+    std::atomic<int> firmware_uploads{0}; // packages on their way to the service
 };
 
 } // namespace gds_producer

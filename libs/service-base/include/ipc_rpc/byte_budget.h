@@ -1,4 +1,4 @@
-// A bound on bytes that are held at one time, perhaps as a part of a larger one.
+// A bound on bytes, or things, that are held at one time, perhaps as a part of a larger one.
 #pragma once
 
 #include <atomic>

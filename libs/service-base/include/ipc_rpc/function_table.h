@@ -20,6 +20,7 @@ struct rpc_call_context {
     std::vector<std::byte> result;
     std::shared_ptr<rpc_connection_client> connection;
     std::shared_ptr<void> object; // null for a global function
+    std::shared_ptr<void> held{}; // by the function, until the answer has been sent
 };
 
 // Returns success with the encoded result in the context, or the status of the error reply. May throw a status.
@@ -56,8 +57,8 @@ struct object_entry {
     std::string class_name;
     std::shared_ptr<void> owned;  // kept alive until the handle is closed or the connection ends
     std::weak_ptr<void> observed; // used when `owned` is null: calls answer status 41 once it has expired
-    // Called when the connection ends while the object is registered: calls on it that still run are to end. It must
-    // not wait.
+    // Called when the handle is about to be closed or the connection ends, while the object is registered: calls on it
+    // that still run or wait are to end. It must not wait, nor come back to the connection.
     std::function<void()> on_end = {};
 
     template <class T>

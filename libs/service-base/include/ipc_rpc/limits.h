@@ -34,9 +34,25 @@ inline constexpr std::size_t arriving_calls_dropped = 64;
 inline constexpr std::size_t most_objects = 1024;
 inline constexpr std::size_t most_numbers = 511; // of notifications; 0 is never given out
 inline constexpr std::size_t most_open_devices = 64;
-inline constexpr std::uint64_t most_read_bytes = 16U << 20;      // asked for by one read of a camera's memory
+// Answers to reads of a camera's memory and document: what was read and its encoded copy, until it is sent. One of the
+// largest size. Up to the size below they take nothing, so that no transfer keeps registers from anybody: the threads
+// that make them bound those.
+inline constexpr std::uint64_t small_answer_bytes = 64U << 10;
+inline constexpr std::uint64_t most_answer_bytes = 2 * max_param_block;
 inline constexpr std::uint64_t most_document_bytes = 128U << 20; // kept for all of a client's devices together
 inline constexpr std::size_t most_events = 1024;                 // kept for a client that does not fetch them
+// The same for all connections of one user together, and for those of all users.
+inline constexpr std::size_t most_open_devices_of_user = 128;
+inline constexpr std::size_t most_open_devices_of_all = 192;
+inline constexpr std::uint64_t most_answer_bytes_of_user = 4 * max_param_block;
+inline constexpr std::uint64_t most_answer_bytes_of_all = 8 * max_param_block;
+inline constexpr std::uint64_t most_document_bytes_of_user = 256U << 20;
+inline constexpr std::uint64_t most_document_bytes_of_all = 512U << 20;
+
+// Descriptors that the service needs for all of this: a connection takes four and each of its calls as many while it
+// runs, an open device five; the rest are the service's own.
+inline constexpr std::size_t most_descriptors =
+    most_clients * (4 + 4 * threads_per_client) + 5 * most_open_devices_of_all + 64;
 
 // Lines of the log that a client, all clients of a user, those at the socket who are no clients yet, and what the
 // network says can cause within gds_helper::log::line_budget::window.

@@ -65,10 +65,16 @@ Error producer_interface_base::upload_firmware() {
     auto package = read_file(path);
     if (!package) return {GC_ERR_INVALID_PARAMETER, "Could not open package file '{}'.", path};
 
-    firmware_upload_locked = true;
+    struct on_its_way {
+        explicit on_its_way(std::atomic<int>& of) : count(of) { ++count; }
+        ~on_its_way() { --count; }
+        on_its_way(const on_its_way&) = delete;
+        on_its_way& operator=(const on_its_way&) = delete;
+        std::atomic<int>& count;
+    };
+    const on_its_way locked{firmware_uploads};
     const auto accepted =
         service_handle().invoke<catalogue::firmware_package_upload>(device->id, *package, std::string{}, 0U);
-    firmware_upload_locked = false;
     return accepted ? success() : to_gentl_error(accepted.error(), "firmware_package_upload");
 }
 
@@ -108,7 +114,7 @@ void producer_interface_base::build_genicam_document_firmwareupdate(Util::GenApi
                  "FirmwareUpdateUpload", [this] { return upload_firmware(); }, "FirmwareUpdate_UploadRegister"),
              "Firmware Update Upload", "Uploads the selected firmware package");
     builder.add_lock("FirmwareUpdateUpload", "FirmwareUpdate_UploadLockedRegister",
-                     [this]() -> std::expected<bool, Error> { return firmware_upload_locked.load(); });
+                     [this]() -> std::expected<bool, Error> { return firmware_uploads.load() != 0; });
     describe(
         builder.add_ro_string(
             "FirmwareUpdateProgress", 256, [this] { return firmware_progress(); }, "FirmwareUpdate_ProgressRegister"),

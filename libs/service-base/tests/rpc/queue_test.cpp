@@ -4,6 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <cstring>
 #include <thread>
 
@@ -108,4 +114,26 @@ TEST(Queue, AnObjectTooSmallIsRefused) {
     const auto small = platform::shared_mapping::create(name, 4096, {});
     EXPECT_THROW(shared_memory_queue{name}, std::system_error);
     EXPECT_THROW(shared_memory_queue{"/no-such-queue"}, std::system_error);
+}
+
+TEST(SharedMapping, IsItsOwnersAloneWhenDescriptorsAreUsedUp) {
+    if (geteuid() != 0) GTEST_SKIP() << "needs root to give objects away";
+    const pid_t child = fork();
+    if (child == 0) {
+        // One descriptor is left, for the object itself.
+        const int next = dup(STDERR_FILENO);
+        close(next);
+        const rlimit few{static_cast<rlim_t>(next) + 1, static_cast<rlim_t>(next) + 1};
+        if (setrlimit(RLIMIT_NOFILE, &few) != 0) _exit(1);
+        const std::string name = own_name();
+        const auto mapping = platform::shared_mapping::create(name, 4096, {.group = 54322, .owner = 54321});
+        struct stat info {};
+        if (stat(("/dev/shm" + name).c_str(), &info) != 0) _exit(2);
+        if (info.st_uid != 54321) _exit(3);
+        if ((info.st_mode & 0777) != 0600) _exit(4);
+        _exit(shm_unlink(name.c_str()));
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
 }

@@ -192,6 +192,12 @@ void rpc_callee_instance::receive_close_handle(std::span<const std::byte> packet
         send_ret_err_packet(channel, header.seq_id, status::bad_packet);
         return;
     }
+    {
+        // It runs behind calls that have come before, which may be waiting for what this object is.
+        const std::lock_guard guard{objects_mutex};
+        if (const auto at = objects.find(close->object_handle); at != objects.end() && at->second.on_end)
+            at->second.on_end();
+    }
     const bool taken = push_task(
         [this, seq_id = header.seq_id, flags = header.flags(),
          handle = close->object_handle](const std::shared_ptr<rpc_connection_client>&) {

@@ -20,6 +20,8 @@ namespace {
 constexpr std::uint64_t one_waiter = std::uint64_t{1} << 32;
 constexpr std::uint64_t count_mask = one_waiter - 1;
 constexpr std::uint32_t shared_between_processes = 128;
+// Of one change, before the peer is taken to do nothing but write the word. Threads of this host never fail so often.
+constexpr int most_attempts = 10'000;
 static_assert(std::endian::native == std::endian::little && sizeof(sem_t) == 32);
 
 std::string file_name(const std::string& name) { return "/sem." + name.substr(1); }
@@ -57,8 +59,8 @@ std::uint64_t& named_semaphore::word() const noexcept {
 named_semaphore::outcome named_semaphore::try_take() noexcept {
     const std::atomic_ref state{word()};
     std::uint64_t now = state.load(std::memory_order_acquire);
-    while ((now & count_mask) != 0 && !memory.is_broken()) {
-        if ((now & count_mask) > most) return outcome::broken;
+    for (int attempts = 0; (now & count_mask) != 0 && !memory.is_broken(); ++attempts) {
+        if ((now & count_mask) > most || attempts == most_attempts) return outcome::broken;
         if (state.compare_exchange_weak(now, now - 1, std::memory_order_acq_rel)) return outcome::taken;
     }
     return memory.is_broken() ? outcome::broken : outcome::nothing;
@@ -78,8 +80,8 @@ void named_semaphore::post(unsigned count) noexcept {
     const std::atomic_ref state{word()};
     for (; count != 0; --count) {
         std::uint64_t now = state.load(std::memory_order_relaxed);
-        while ((now & count_mask) < most && !state.compare_exchange_weak(now, now + 1, std::memory_order_acq_rel)) {
-        }
+        for (int attempts = 0; attempts < most_attempts && (now & count_mask) < most; ++attempts)
+            if (state.compare_exchange_weak(now, now + 1, std::memory_order_acq_rel)) break;
         if (now / one_waiter != 0) futex(word(), FUTEX_WAKE, 1, nullptr);
     }
 }

@@ -5,9 +5,8 @@
 #include <linux/capability.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-
-#include <cstdlib>
-#include <fstream>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace ipc_rpc::platform {
 
@@ -15,15 +14,14 @@ namespace {
 
 std::atomic<mapping_guard*> installed_guard{nullptr};
 
-// Giving a file away takes one capability, removing its name afterwards from a sticky folder another.
+// Giving a file away takes one capability, removing its name afterwards from a sticky folder another. Asked of the
+// kernel without a file, so that a lack of descriptors cannot answer it.
 bool may_give_away() {
-    std::ifstream status{"/proc/self/status"};
-    for (std::string line; std::getline(status, line);) {
-        if (!line.starts_with("CapEff:")) continue;
-        const auto have = std::strtoull(line.c_str() + 7, nullptr, 16);
-        return (have >> CAP_CHOWN & 1) != 0 && (have >> CAP_FOWNER & 1) != 0;
-    }
-    return false;
+    __user_cap_header_struct asked{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct have[_LINUX_CAPABILITY_U32S_3]{};
+    if (syscall(SYS_capget, &asked, have) != 0) throw std::system_error(last_error(), "Failed to ask for capabilities");
+    static_assert(CAP_CHOWN < 32 && CAP_FOWNER < 32);
+    return (have[0].effective >> CAP_CHOWN & 1) != 0 && (have[0].effective >> CAP_FOWNER & 1) != 0;
 }
 
 void admit(int fd, const object_access& access) {
