@@ -51,7 +51,7 @@ TEST(Error, AWriteOfAnySizeGetsAnAnswer) {
     open_camera camera;
     PORT_HANDLE remote = nullptr;
     camera.lib->check("DevGetPort", camera.lib->DevGetPort(camera.device->get(), &remote));
-    for (void* port : {camera.system->get(), camera.interface->get(), remote}) {
+    for (void* port : {camera.system->get(), camera.interface->get(), camera.device->get(), remote}) {
         for (const size_t asked : {size_t{1} << 47, SIZE_MAX}) {
             uint32_t value = 0;
             size_t size = asked;

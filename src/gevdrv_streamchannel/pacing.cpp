@@ -75,7 +75,9 @@ pacing::decision pacing::decide(const reading& seen) const noexcept {
 double pacing::left_by_time(uint64_t now, uint32_t length) const noexcept {
     const double step = std::min(step_before, step_before_that);
     if (step == 0) return std::numeric_limits<double>::infinity();
-    return (length - packets_at_begin) * step - static_cast<double>(now - began);
+    const double left = (length - packets_at_begin) * step - static_cast<double>(now - began);
+    // Far behind it, the frame is no late one but a slower one.
+    return left < -static_cast<double>(longest_sleep) ? std::numeric_limits<double>::infinity() : left;
 }
 
 double pacing::brief() const noexcept {

@@ -222,21 +222,3 @@ TEST(Delivery, ASecondUrlServesWhereTheFirstCannotBeRead) {
         EXPECT_EQ(word(0, URL_INFO_FILE_VER_MAJOR), 0);
     }
 }
-
-TEST(Delivery, ADocumentMayBeLargerThanOneReadOfTheService) {
-    const std::string padding = "<!--" + std::string(ipc_rpc::limits::most_read_bytes, '.') + "-->";
-    camera_traits traits;
-    traits.more_nodes = padding.c_str();
-    auto own = device_stream::make(traits);
-    ASSERT_NE(own, nullptr);
-    auto& port = own->device->remote_port();
-    const std::string text = own->cam.document();
-    std::string read(text.size() + 100, '\0');
-    size_t size = text.size();
-    ASSERT_FALSE(port.Read(camera::document_address, read.data(), &size).failed()) << "as a consumer reads it";
-    EXPECT_EQ(size, text.size());
-    EXPECT_TRUE(std::string_view{read}.starts_with(text));
-    size = read.size();
-    ASSERT_FALSE(port.Read(camera::document_address, read.data(), &size).failed());
-    EXPECT_EQ(size, text.size()) << "no further than there is";
-}

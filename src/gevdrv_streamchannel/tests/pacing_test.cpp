@@ -222,6 +222,14 @@ TEST(Pacing, AFrameThatIsBehindItsTimeMayEndAtAnyMoment) {
     }
 }
 
+// Cameras that share a link are slower whenever the other one sends: such frames are not late ones.
+TEST(Pacing, FramesThatTakeLongerByTurnsAreNotReadPacketByPacket) {
+    const auto seen =
+        receive(frames(100, 50'000, [](uint32_t i, sent_frame& frame) { frame.distance = i % 2 == 0 ? 20 : 40; }));
+    EXPECT_LE(std::accumulate(seen.reads.begin(), seen.reads.end(), uint64_t{0}), 100U * 45);
+    EXPECT_EQ(seen.later_than(150, 3), 0U);
+}
+
 // However little the socket holds, and whatever the line brings at once.
 TEST(Pacing, ASleepIsNoLongerThanTheSocketHolds) {
     for (const size_t buffer : {size_t{2304}, size_t{212'992}, size_t{1} << 20, size_t{10} << 20}) {

@@ -55,8 +55,8 @@ public:
     // On a pool thread; not queued again while it is queued and has not started.
     [[nodiscard]] token register_for_pool_unique_queued(std::uint64_t id, std::function<void()> callback);
 
-    // A number that nobody registered is dropped. Without memory to queue a run this throws std::bad_alloc; the run
-    // is made up for with the next notification.
+    // A number that nobody registered is dropped. Without memory to queue a run this throws std::bad_alloc, after the
+    // others of the number; the run is made up for with the number's next notification.
     void notify(std::uint64_t id);
 
 private:

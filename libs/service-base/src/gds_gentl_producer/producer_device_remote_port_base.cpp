@@ -4,7 +4,6 @@
 #include <gds_gentl_producer/producer_device_remote_port_base.h>
 #include <gds_helper/log.h>
 #include <ipc_rpc/catalogue.h>
-#include <ipc_rpc/limits.h>
 
 #include <spdlog/logger.h>
 
@@ -53,18 +52,9 @@ std::error_code producer_device_remote_port_base::write_reg(uint32_t address, ui
 }
 
 Error producer_device_remote_port_base::Read(uint64_t address, void* buffer, size_t* size) {
-    // The service bounds one read; consumers, and read_document(), ask for a whole document at once.
-    const std::span whole{static_cast<std::byte*>(buffer), *size};
-    size_t done = 0;
-    bool more = true;
-    while (more) {
-        const auto piece = whole.subspan(done, std::min(whole.size() - done, size_t{ipc_rpc::limits::most_read_bytes}));
-        const auto count = read_mem(address + done, piece, 0, default_timeout);
-        if (!count) return to_gentl_error(count.error(), "read_mem");
-        done += *count;
-        more = *count == piece.size() && done < whole.size();
-    }
-    *size = done;
+    const auto count = read_mem(address, {static_cast<std::byte*>(buffer), *size}, 0, default_timeout);
+    if (!count) return to_gentl_error(count.error(), "read_mem");
+    *size = *count;
     return success();
 }
 

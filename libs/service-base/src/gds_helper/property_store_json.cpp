@@ -129,24 +129,14 @@ void property_store_json_rw::flush_back() {
             return;
         }
     }
-    // What the file holds stays until all of the new text is written: text that is no UTF-8 gives no JSON, and a disk
-    // may be full. A link keeps pointing, so that the file behind it is the one replaced.
-    std::filesystem::path target = std::filesystem::canonical(file, error);
-    if (error) target = file;
-    std::filesystem::path draft = target;
-    draft += fmt::format(".{}", process_id());
     try {
-        const std::string text = root->dump(4) + '\n';
+        const std::string text = root->dump(4) + '\n'; // throws for text that is no UTF-8, while the file is still whole
         std::ofstream out;
         out.exceptions(std::ios::failbit | std::ios::badbit);
-        out.open(draft, std::ios::binary | std::ios::trunc);
+        out.open(file, std::ios::binary | std::ios::trunc);
         out << text;
         out.close();
-        if (const auto before = std::filesystem::status(target, error); std::filesystem::exists(before))
-            std::filesystem::permissions(draft, before.permissions());
-        std::filesystem::rename(draft, target);
     } catch (const std::exception&) {
-        std::filesystem::remove(draft, error);
         logger->error("Failed to flush to backing file at '{}'", file.string());
     }
 }

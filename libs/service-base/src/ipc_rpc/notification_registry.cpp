@@ -9,8 +9,10 @@
 
 #include <algorithm>
 #include <condition_variable>
+#include <cstddef>
 #include <map>
 #include <mutex>
+#include <new>
 #include <thread>
 #include <vector>
 
@@ -159,6 +161,7 @@ void notification_registry::notify(std::uint64_t id) {
         for (auto entry = first; entry != last; ++entry) found.push_back(entry->second);
         pool = shared->pool;
     }
+    bool short_of_memory = false;
     for (const auto& entry : found) {
         if (entry->how == mode::direct) {
             entry->run_once();
@@ -167,10 +170,11 @@ void notification_registry::notify(std::uint64_t id) {
                 pool->push([entry] { entry->run_owed(); });
             } catch (const std::bad_alloc&) {
                 entry->not_scheduled();
-                throw;
+                short_of_memory = true; // those behind this one are owed their runs all the same
             }
         }
     }
+    if (short_of_memory) throw std::bad_alloc{};
 }
 
 notification_registry::token& notification_registry::token::operator=(token&& other) noexcept {
@@ -187,7 +191,8 @@ void notification_registry::token::reset() noexcept {
     if (!entry) return;
     if (gds_helper::process_id() != owner_process) {
         // In a forked child nothing runs, and a lock or waiter of the parent's must not be touched.
-        static_cast<void>(new std::shared_ptr<registration>(std::move(entry)));
+        alignas(std::shared_ptr<registration>) std::byte kept[sizeof(entry)];
+        ::new (static_cast<void*>(kept)) std::shared_ptr<registration>(std::move(entry));
         return;
     }
     if (const auto live = registry.lock()) {
