@@ -51,7 +51,11 @@ std::error_code device_control::take_privilege() {
                         : chosen.access == access_mode::control ? bits::control
                                                                 : 0;
     if (wanted != 0) {
-        if (const auto error = claim(wanted)) return error;
+        if (const auto error = claim(wanted)) {
+            // The camera may have given control, in an answer that nobody waited for.
+            if (error == std::errc::operation_canceled) (void)post_register(reg::privilege, 0);
+            return error;
+        }
         privileged = true;
         last_privilege = wanted;
     } else if (const auto held = channel->read_register(reg::privilege, default_timeout); !held) {
