@@ -397,12 +397,17 @@ void discovery::tell() {
     bool interfaces = false;
     {
         const std::lock_guard guard{mutex};
+        // What can fail comes first: then nothing is lost, and what is told twice is true.
+        changed_with_them.insert(changed_with_them.end(), gone.begin(), gone.end());
+        const bool tells = clock::now() >= may_tell && has_to_tell();
+        if (tells) {
+            for (const auto& each : entries)
+                if (each.changed) changed_with_them.push_back(each.network.name);
+        }
         vanished.swap(gone);
-        changed_with_them.insert(changed_with_them.end(), vanished.begin(), vanished.end());
-        if (clock::now() >= may_tell && has_to_tell()) {
+        if (tells) {
             changed.swap(changed_with_them);
-            for (auto& each : entries)
-                if (std::exchange(each.changed, false)) changed.push_back(each.network.name);
+            for (auto& each : entries) each.changed = false;
             interfaces = std::exchange(interfaces_changed, false);
         }
     }
