@@ -17,7 +17,6 @@ namespace {
 constexpr std::size_t remembered_scans = 64;
 // One whose address is being renewed is missing for a moment; for sessions its end is final.
 constexpr unsigned interface_misses = 2;
-constexpr std::chrono::milliseconds interface_patience{200};
 constexpr std::size_t most_moves = 64; // of cameras that are asked directly
 
 std::array<std::byte, gvcp::header_size> discovery_command(uint16_t id, bool broadcast) {
@@ -135,12 +134,16 @@ bool discovery::search() {
     drop_silent_ones();
     mark_shared_addresses();
     tell();
+    auto next = began + chosen.interval;
     {
         const std::lock_guard guard{mutex};
         scans_done = scans_started;
+        // Whether it is gone is not left open until then.
+        if (std::ranges::any_of(entries, [](const entry& each) { return each.misses != 0; }))
+            next = std::min(next, began + chosen.interface_patience);
     }
     scanned.notify_all();
-    receive_until(began + chosen.interval, true);
+    receive_until(next, true);
     return true;
 }
 
@@ -168,7 +171,7 @@ void discovery::refresh_interfaces(clock::time_point began) {
             continue;
         }
         if (before.misses++ == 0) before.missing_since = began;
-        if (before.misses >= interface_misses && began - before.missing_since >= interface_patience) continue;
+        if (before.misses >= interface_misses && began - before.missing_since >= chosen.interface_patience) continue;
         const auto place = static_cast<std::ptrdiff_t>(std::min(i, interfaces.size()));
         interfaces.insert(interfaces.begin() + place, before.network);
     }
