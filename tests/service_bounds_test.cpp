@@ -139,6 +139,30 @@ ProductGuid="11111111-2222-3333-4444-555555555555" VersionGuid="11111111-2222-33
     EXPECT_EQ(camera.integer("Answer"), 42);
 }
 
+TEST(ServiceBounds, ALargeReadKeepsLargeAnswersBackAndNoRegister) {
+    test_system own{{"--log-level", "4", "--no-image-features"}};
+    const auto camera = zipping_camera(own, std::string(1U << 20, ' '));
+    own.start_service();
+    raw_client client{own.folder(), "raw"};
+    const uint64_t device = client.open_camera(1);
+    ASSERT_NE(device, 0U);
+    const auto reading = [](uint64_t size) {
+        return wire_bytes{}.put(uint64_t{0}).put(size).put(uint32_t{0}).put(uint64_t{10'000}).str();
+    };
+    const auto error_of = [&](const std::string& function, const std::string& parameters) {
+        const auto answer = client.call(device, function, parameters);
+        return answer ? answer->error() : 1;
+    };
+    ASSERT_TRUE(client.send_call(device, "read_mem", reading(100U << 20))); // takes the client's room
+    EXPECT_TRUE(eventually([&] { return camera->count(gige::gvcp::command::read_mem, 0) != 0; }));
+    EXPECT_EQ(error_of("read_mem", reading(4)), 0U);
+    EXPECT_EQ(error_of("read_mem", reading(64U << 10)), 0U);
+    EXPECT_EQ(error_of("read_mem", reading((64U << 10) + 1)), rpc_exhausted);
+    EXPECT_EQ(error_of("get_remote_device_original_genicam", {}), rpc_exhausted);
+    EXPECT_TRUE(client.close_object(device));
+    EXPECT_TRUE(client.next_reply()) << "the large one, ended by that";
+}
+
 // All threads of a client wait for a camera that says nothing; its close comes behind them.
 TEST(ServiceBounds, ClosingADeviceEndsTheCallsThatHoldItBack) {
     test_system own{{"--log-level", "4"}};

@@ -99,20 +99,30 @@ TEST_F(ServiceNetwork, AnInterfaceThatIsMissingForAMomentIsNotGone) {
     give(hosts.consumer_side(), "10.99.0.1/24");
     at(hosts.consumer_side(), [&] {
         std::atomic<int> gone = 0;
-        discovery finder{{.interval = std::chrono::hours{1}, .window = milliseconds{1}},
-                         {.interface_gone = [&](const std::string&) { ++gone; }}};
-        const auto search = [&] { return finder.scan(milliseconds{5000}); };
+        const discovery::notifications told{.interface_gone = [&](const std::string&) { ++gone; }};
+        std::optional<discovery> patient{std::in_place,
+                                         discovery::options{.interval = std::chrono::hours{1},
+                                                            .window = milliseconds{1},
+                                                            .interface_patience = std::chrono::hours{1}},
+                                         told};
+        const auto search = [&] { return patient->scan(milliseconds{5000}); };
         ASSERT_TRUE(search());
-        ASSERT_EQ(finder.list().size(), 1U);
+        ASSERT_EQ(patient->list().size(), 1U);
         ASSERT_TRUE(hosts.run(hosts.consumer_side(), {"ip", "address", "flush", "dev", "cable"}));
         ASSERT_TRUE(search());
-        EXPECT_EQ(finder.list().size(), 1U);
+        EXPECT_EQ(patient->list().size(), 1U);
         give(hosts.consumer_side(), "10.99.0.1/24");
         ASSERT_TRUE(search());
-        EXPECT_EQ(finder.list().size(), 1U);
+        EXPECT_EQ(patient->list().size(), 1U);
         EXPECT_EQ(gone, 0);
+        patient.reset();
+
+        // Nor is it left open whether it is gone until the next search is due.
+        discovery finder{{.interval = std::chrono::hours{1}, .window = milliseconds{1}}, told};
+        ASSERT_TRUE(finder.scan(milliseconds{5000}));
         ASSERT_TRUE(hosts.run(hosts.consumer_side(), {"ip", "address", "flush", "dev", "cable"}));
-        EXPECT_TRUE(eventually([&] { return search() && gone == 1; }));
+        ASSERT_TRUE(finder.scan(milliseconds{5000}));
+        EXPECT_TRUE(eventually([&] { return gone == 1; }));
         EXPECT_TRUE(finder.list().empty());
     });
 }

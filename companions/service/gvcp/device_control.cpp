@@ -19,6 +19,10 @@ namespace {
 // Cameras are to take no less than half a second; one that takes less shall not be lost for it.
 constexpr uint32_t shortest_heartbeat_ms = 30;
 constexpr uint32_t longest_heartbeat_ms = 3'600'000;
+// A camera that is slow, but reads its memory, takes no longer for a request of a long transfer, on the average.
+constexpr milliseconds slow_read{50};
+
+int64_t requests_of(std::size_t bytes, std::size_t each) { return static_cast<int64_t>(bytes / each + 1); }
 
 } // namespace
 
@@ -47,7 +51,11 @@ std::error_code device_control::take_privilege() {
                         : chosen.access == access_mode::control ? bits::control
                                                                 : 0;
     if (wanted != 0) {
-        if (const auto error = claim(wanted)) return error;
+        if (const auto error = claim(wanted)) {
+            // The camera may have given control, in an answer that nobody waited for.
+            if (error == std::errc::operation_canceled) (void)post_register(reg::privilege, 0);
+            return error;
+        }
         privileged = true;
         last_privilege = wanted;
     } else if (const auto held = channel->read_register(reg::privilege, default_timeout); !held) {
@@ -204,7 +212,8 @@ std::error_code device_control::read_memory(uint64_t address, std::span<std::byt
     if (const auto error = check_range(address, to.size())) return error;
     // What lies in a block may be no register.
     const bool single = to.size() == 4;
-    const auto give_up = clock::now() + std::max(timeout, chosen.transfer);
+    const auto requests = requests_of(to.size(), gvcp::max_memory_access);
+    const auto give_up = clock::now() + std::max(timeout, chosen.transfer) + requests * slow_read;
     while (!to.empty()) {
         if (clock::now() > give_up) return make_error_code(gigecam_errc::timeout);
         const auto lead = static_cast<std::size_t>(address % 4);
@@ -255,12 +264,15 @@ std::error_code device_control::write_memory(uint64_t address, std::span<const s
 std::error_code device_control::write_words(uint64_t address, std::span<const std::byte> from, milliseconds timeout) {
     const bool blocks = (control_capability & bits::can_write_mem) != 0;
     const bool single = !blocks || from.size() <= 4;
-    const auto give_up = clock::now() + std::max(timeout, chosen.transfer);
+    const std::size_t limit = blocks ? gvcp::max_memory_access : 4;
+    // What is half written is worse than what is late: flash memory may take seconds for each request.
+    const auto requests = requests_of(from.size(), limit);
+    const auto give_up =
+        clock::now() + std::max(timeout, chosen.transfer) + requests * std::max(timeout, default_timeout);
     while (!from.empty()) {
         if (clock::now() > give_up) return make_error_code(gigecam_errc::timeout);
         const auto lead = static_cast<std::size_t>(address % 4);
         const auto start = static_cast<uint32_t>(address - lead);
-        const std::size_t limit = blocks ? gvcp::max_memory_access : 4;
         const std::size_t count = std::min(from.size(), limit - lead);
         const std::size_t whole = (lead + count + 3) / 4 * 4;
         std::array<std::byte, gvcp::max_memory_access> words;

@@ -31,7 +31,8 @@ public:
         milliseconds heartbeat_timeout{0}; // 0 leaves the camera's own
         milliseconds attempt{250};
         milliseconds pending{60'000}; // the longest that PENDING_ACK can make a request
-        // The longest for one transfer of any size, unless its time-out is longer; no request begins later.
+        // The longest for one transfer, unless its time-out is longer, and beyond that 50 ms for each of its requests
+        // when it reads, the time-out, at least default_timeout, when it writes. No request begins later.
         milliseconds transfer = longest_transfer;
         // Requests and waits end with std::errc::operation_canceled, and closing waits for nothing.
         std::stop_token stop{};

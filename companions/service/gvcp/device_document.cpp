@@ -36,17 +36,19 @@ std::expected<std::vector<document_url>, std::error_code> read_url_list(device_c
 namespace {
 
 // A camera that answers each request just in time shall not hold the reader for hours.
-std::expected<std::string, std::error_code> read_document_memory(device_control& camera, const document_url& from) {
+std::expected<std::string, std::error_code> read_document_memory(device_control& camera, const document_url& from,
+                                                                 milliseconds time) {
     if (from.size > GenICam::largest_document) return std::unexpected(std::make_error_code(std::errc::file_too_large));
     constexpr std::size_t step = 64 * gige::gvcp::max_memory_access;
-    const auto until = std::chrono::steady_clock::now() + document_time;
+    const auto until = std::chrono::steady_clock::now() + time;
     std::string content;
     while (content.size() < from.size) {
+        if (std::chrono::steady_clock::now() >= until)
+            return std::unexpected(std::make_error_code(std::errc::timed_out));
         const std::size_t at = content.size();
         content.resize(at + std::min<std::size_t>(step, from.size - at));
         const auto bytes = std::as_writable_bytes(std::span{content}.subspan(at));
         if (const auto error = camera.read_memory(from.address + at, bytes)) return std::unexpected(error);
-        if (std::chrono::steady_clock::now() >= until) return std::unexpected(make_error_code(gigecam_errc::timeout));
     }
     return content;
 }
@@ -60,7 +62,7 @@ std::expected<std::string, std::error_code> fetch_document(device_control& camer
     std::expected<std::string, std::error_code> content;
     switch (*from.scheme) {
     case url_scheme::local:
-        content = read_document_memory(camera, from);
+        content = read_document_memory(camera, from, policy.time);
         break;
     case url_scheme::file:
         if (policy.file_folder.empty()) return forbidden;

@@ -17,7 +17,6 @@ namespace {
 constexpr std::size_t remembered_scans = 64;
 // One whose address is being renewed is missing for a moment; for sessions its end is final.
 constexpr unsigned interface_misses = 2;
-constexpr std::chrono::milliseconds interface_patience{200};
 constexpr std::size_t most_moves = 64; // of cameras that are asked directly
 
 std::array<std::byte, gvcp::header_size> discovery_command(uint16_t id, bool broadcast) {
@@ -135,12 +134,16 @@ bool discovery::search() {
     drop_silent_ones();
     mark_shared_addresses();
     tell();
+    auto next = began + chosen.interval;
     {
         const std::lock_guard guard{mutex};
         scans_done = scans_started;
+        // Whether it is gone is not left open until then.
+        if (std::ranges::any_of(entries, [](const entry& each) { return each.misses != 0; }))
+            next = std::min(next, began + chosen.interface_patience);
     }
     scanned.notify_all();
-    receive_until(began + chosen.interval, true);
+    receive_until(next, true);
     return true;
 }
 
@@ -168,7 +171,7 @@ void discovery::refresh_interfaces(clock::time_point began) {
             continue;
         }
         if (before.misses++ == 0) before.missing_since = began;
-        if (before.misses >= interface_misses && began - before.missing_since >= interface_patience) continue;
+        if (before.misses >= interface_misses && began - before.missing_since >= chosen.interface_patience) continue;
         const auto place = static_cast<std::ptrdiff_t>(std::min(i, interfaces.size()));
         interfaces.insert(interfaces.begin() + place, before.network);
     }
@@ -397,12 +400,17 @@ void discovery::tell() {
     bool interfaces = false;
     {
         const std::lock_guard guard{mutex};
+        // What can fail comes first: then nothing is lost, and what is told twice is true.
+        changed_with_them.insert(changed_with_them.end(), gone.begin(), gone.end());
+        const bool tells = clock::now() >= may_tell && has_to_tell();
+        if (tells) {
+            for (const auto& each : entries)
+                if (each.changed) changed_with_them.push_back(each.network.name);
+        }
         vanished.swap(gone);
-        changed_with_them.insert(changed_with_them.end(), vanished.begin(), vanished.end());
-        if (clock::now() >= may_tell && has_to_tell()) {
+        if (tells) {
             changed.swap(changed_with_them);
-            for (auto& each : entries)
-                if (std::exchange(each.changed, false)) changed.push_back(each.network.name);
+            for (auto& each : entries) each.changed = false;
             interfaces = std::exchange(interfaces_changed, false);
         }
     }

@@ -30,6 +30,8 @@ public:
         // Scans without an answer until a camera is off the list, and the time that so many take when nobody asks for
         // more: cameras are not lost because somebody scans without a pause.
         unsigned misses = 3;
+        // For which an interface that is missing in the system's list is taken to be there.
+        std::chrono::milliseconds interface_patience{200};
     };
     // A camera, and whether anybody had control of it when it was asked last.
     struct found_device : device_record {

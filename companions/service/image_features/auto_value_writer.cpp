@@ -123,7 +123,7 @@ void auto_value_writer::run(const std::stop_token& stop) {
         lock.unlock();
         unfinished = written = false;
         nodes->ask_again();
-        bool failed = false;
+        bool failed = false, again = false;
         try {
             const gds_helper::log::counted_lines counted{lines};
             if (anew) {
@@ -138,18 +138,20 @@ void auto_value_writer::run(const std::stop_token& stop) {
                 read_camera();
                 refreshed = clock::now();
             }
-        } catch (const std::exception&) {
-            failed = unfinished = true; // no memory: once more, later
+            failures = 0;
+        } catch (const std::exception&) { // no memory: once more, later
+            failed = true;
+            again = unfinished = ++failures < most_failures;
         }
         const bool silent = nodes->is_silent();
         if (refresh) unread = silent ? unread + 1 : 0;
-        if (silent || unfinished) left_alone = clock::now() + retry_pause;
+        if (silent || unfinished || failed) left_alone = clock::now() + retry_pause;
         lock.lock();
         working = false;
         results_wait = results_wait || unfinished;
-        rearm = rearm || (failed && anew);
+        rearm = rearm || (again && anew);
         // Limits may follow what was written. Looks are counted like tries, whatever asks for them here.
-        stale = stale || (failed && refresh) || ((written || unread > 0) && unread < most_failures);
+        stale = stale || (again && refresh) || ((written || unread > 0) && unread < most_failures);
     }
 }
 

@@ -77,6 +77,7 @@ private:
     bool unfinished = false;                          // in this turn: a result is to be tried again
     bool written = false;                             // in this turn: the camera was to take a value
     unsigned unread = 0;                              // looks at the camera without an answer, in a row
+    unsigned failures = 0;                            // turns that ended for lack of memory, in a row
     std::chrono::steady_clock::time_point refreshed;  // when the camera's values were read last
     std::chrono::steady_clock::time_point left_alone; // until then
 

@@ -222,11 +222,12 @@ std::expected<std::vector<ipc_rpc::url_info>, std::error_code> device_object::fi
         if (!text) {
             main_logger().warn("Document '{}' of {} cannot be had: {}", gds_helper::printable(url.url, 512),
                                gige::to_string(record.address), text.error().message());
-            // The client would wait for as long again.
-            if (text.error() == make_error_code(gigecam_errc::timeout))
-                failed = text.error();
-            else if (readable)
+            // The client would read for as long again. A request without an answer is no reason: the next may have one.
+            const bool took_too_long = text.error() == std::make_error_code(std::errc::timed_out);
+            if (readable && !took_too_long)
                 list.push_back(to_url_info(url));
+            else if (text.error() == std::errc::timed_out) // whichever it was
+                failed = text.error();
             continue;
         }
         std::string stem{url.file_name()};

@@ -329,25 +329,58 @@ TEST(scripted_camera, closing_and_stopping_wait_for_no_answer) {
     }
 }
 
-// Each request is answered in time, and the whole would take four minutes.
-TEST(scripted_camera, a_transfer_has_an_end_however_patiently_it_is_answered) {
-    std::atomic<bool> over = false;
-    camera cam{own_address(1), [&](camera&, const camera::request& got) {
-                   const bool slow = got.header.code == command::read_mem || got.header.code == command::write_mem;
-                   if (slow && !over) std::this_thread::sleep_for(milliseconds{200});
-                   return false;
+// The camera gives control, and the opening ends before its answer comes.
+TEST(scripted_camera, an_opening_that_is_cancelled_keeps_no_control) {
+    std::stop_source opening;
+    camera cam{own_address(1), [&](camera& self, const camera::request& got) {
+                   if (!got.is(command::write_reg, boot::privilege) || got.word(4) == 0) return false;
+                   self.hand_control_to(got.from);
+                   opening.request_stop();
+                   return true;
                }};
-    const auto device = open_scripted({.attempt = milliseconds{1000}, .transfer = milliseconds{300}});
-    std::vector<std::byte> bytes(1200 * gige::gvcp::max_memory_access);
-    for (const bool reads : {true, false}) {
-        SCOPED_TRACE(reads);
-        auto done = std::async(std::launch::async, [&] {
-            return reads ? device->read_memory(table, bytes, milliseconds{250})
-                         : device->write_memory(table, bytes, milliseconds{250});
-        });
-        EXPECT_EQ(done.wait_for(std::chrono::seconds{20}), std::future_status::ready);
-        over = done.wait_for(std::chrono::seconds{0}) != std::future_status::ready;
-        EXPECT_EQ(done.get(), gigecam_errc::timeout);
+    cam.set(boot::heartbeat_timeout, 600'000);
+    const auto opened = try_open({.opening = opening.get_token()});
+    ASSERT_FALSE(opened.has_value());
+    EXPECT_EQ(opened.error(), std::errc::operation_canceled);
+    EXPECT_TRUE(eventually([&] { return !cam.controller(); }));
+}
+
+// Each request is answered in time. Reads have an end that grows with them; what is half written is worse than late.
+TEST(scripted_camera, a_transfer_has_an_end_however_patiently_it_is_answered) {
+    constexpr milliseconds request{2000}; // as long as a transfer that needs no requests
+    struct row {
+        const char* name;
+        bool reads;
+        std::size_t requests;
+        milliseconds pause; // before each answer; all together are longer than a request's time
+        bool ends;
+    };
+    constexpr row rows[]{
+        {"a read that is slower than any", true, 9, milliseconds{400}, true}, // 3.6 s; its end comes after 2.5 s
+        {"a long read", true, 220, milliseconds{10}, false},
+        {"a slow write", false, 9, milliseconds{300}, false},
+    };
+    std::vector<std::future<void>> done;
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        done.push_back(
+            std::async(std::launch::async, [&row = rows[i], request, at = own_address(static_cast<uint32_t>(i + 1))] {
+                SCOPED_TRACE(row.name);
+                const camera cam{at, [&](camera&, const camera::request& got) {
+                                     const auto code = got.header.code;
+                                     if (code == command::read_mem || code == command::write_mem)
+                                         std::this_thread::sleep_for(row.pause);
+                                     return false;
+                                 }};
+                const auto device = device_control::open({.device = {at, gige::gvcp::port},
+                                                          .local_address = own_address(250),
+                                                          .attempt = request,
+                                                          .transfer = milliseconds{1}});
+                ASSERT_TRUE(device);
+                std::vector<std::byte> bytes(row.requests * gige::gvcp::max_memory_access);
+                const auto error = row.reads ? (*device)->read_memory(table, bytes, request)
+                                             : (*device)->write_memory(table, bytes, request);
+                EXPECT_EQ(error, row.ends ? make_error_code(gigecam_errc::timeout) : std::error_code{});
+            }));
     }
 }
 

@@ -12,6 +12,8 @@
 #include <chrono>
 #include <cstring>
 #include <memory>
+#include <mutex>
+#include <new>
 #include <thread>
 
 using gds_shared::gigecam_errc;
@@ -54,6 +56,7 @@ public:
     }
     gigecam_errc error = gigecam_errc::timeout;
     bool at_write = false;
+    std::atomic<bool> throws = false;
     std::atomic<int> failures_left = 0, failures = 0;
     std::atomic<double> exposure = 100;
     static constexpr double rate = 25;
@@ -63,6 +66,7 @@ private:
         if (failures_left == 0) return false;
         --failures_left;
         ++failures;
+        if (throws) throw std::bad_alloc{};
         return true;
     }
 };
@@ -142,6 +146,17 @@ TEST_P(AutoValueWriter, WhoNeverAnswersIsLeftAlone) {
     EXPECT_TRUE(comes([&] { return writer.is_idle(); }, false));
     EXPECT_LE(camera.failures, 4) << "three tries, and the look that was due after them";
     EXPECT_EQ(block().load<double>(block_t::frame_rate), failing_camera::rate) << "kept while it is silent";
+}
+
+TEST_P(AutoValueWriter, LackOfMemoryIsNoReasonToTryForEver) {
+    camera.throws = true;
+    camera.failures_left = 1'000'000;
+    result(2000);
+    EXPECT_TRUE(comes([&] { return writer.is_idle(); }, false));
+    EXPECT_LE(camera.failures, 4) << "three tries, and the look that was due after them";
+    camera.failures_left = 0;
+    result(2000);
+    EXPECT_TRUE(comes([&] { return camera.exposure == 2000; }, false)) << "nothing is given up for it";
 }
 
 INSTANTIATE_TEST_SUITE_P(Cameras, AutoValueWriter,

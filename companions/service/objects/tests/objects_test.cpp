@@ -62,6 +62,7 @@ protected:
         options.discovery = std::move(search);
         options.port_folder = folder;
         options.image_features = software_features;
+        options.documents = documents;
         for (const uint32_t n : cameras) options.discovery.addresses.push_back(own_address(n));
         core = std::make_shared<service_core>(std::move(options));
         one.emplace(core);
@@ -75,6 +76,7 @@ protected:
     }
 
     bool software_features = false; // documents are as the cameras have them
+    document_policy documents;
     const test_support::temporary_folder temporary;
     const std::filesystem::path& folder = temporary.path;
     std::unique_ptr<camera_sim::camera> cam;
@@ -299,16 +301,35 @@ TEST_F(Objects, ACameraThatIsHeldAndNotListedIsNotMoved) {
 
 // The client would try for itself, and wait for as long.
 TEST_F(Objects, ADocumentThatTookTooLongIsNotOffered) {
-    constexpr uint32_t document = 0x100000;
     scripted_camera slow{own_address(1), [&](scripted_camera&, const scripted_camera::request& got) {
-                             return got.is(gige::gvcp::command::read_mem, document);
+                             if (got.header.code == gige::gvcp::command::read_mem && got.word(0) >= 0x100000)
+                                 std::this_thread::sleep_for(milliseconds{1});
+                             return false;
                          }};
-    slow.set_text(boot::first_url, "local:cam.xml;100000;200", 512);
+    slow.set_text(boot::first_url, "local:cam.xml;100000;20000", 512);
     software_features = true; // the service reads it, too
+    documents.time = milliseconds{20};
     start_core({1});
     const auto device = one->open(own_address(1));
     ASSERT_TRUE(device);
-    EXPECT_EQ(device->url_list().error(), gigecam_errc::timeout);
+    const auto urls = device->url_list();
+    ASSERT_FALSE(urls.has_value());
+    EXPECT_EQ(urls.error(), std::errc::timed_out);
+}
+
+TEST_F(Objects, ADocumentIsOfferedThoughTheServiceGotNoAnswerOnce) {
+    scripted_camera mute{own_address(1), [&](scripted_camera&, const scripted_camera::request& got) {
+                             return got.is(gige::gvcp::command::read_mem, 0x100000);
+                         }};
+    const std::string url = "local:cam.xml;100000;200";
+    mute.set_text(boot::first_url, url, 512);
+    software_features = true;
+    start_core({1});
+    const auto device = one->open(own_address(1));
+    ASSERT_TRUE(device);
+    const auto urls = device->url_list();
+    ASSERT_TRUE(urls) << urls.error().message();
+    EXPECT_EQ(urls->front().url, url);
 }
 
 // It answers the search, and nothing yet that was sent to it alone.
