@@ -230,6 +230,28 @@ TEST(Hostile, NamesOfOneNodeAreFoundAtOnce) {
     EXPECT_EQ(sut.doc->find_node("I")->as_eval()->get_invalidates().size(), std::size_t{names}) << "each once";
 }
 
+// Each entry takes over what its structure states: in this much text more than fits into memory.
+TEST(Hostile, EntriesOfAStructureInheritWithinBounds) {
+    constexpr int count = 10'000;
+    for (const std::string link : {"<pInvalidator>I</pInvalidator>", "<pAddress>I</pAddress>"}) {
+        std::string text = "<R><Port Name='Device'/><Integer Name='I'><Value>0</Value></Integer><StructReg>"
+                           "<pPort>Device</pPort><Address>0</Address><Length>4</Length>";
+        for (int i = 0; i < count; ++i) text += link;
+        for (int i = 0; i < count; ++i)
+            text += "<StructEntry Name='E" + std::to_string(i) + "'><Bit>0</Bit></StructEntry>";
+        const auto doc = create_document(std::string_view{text + "</StructReg></R>"});
+        ASSERT_NE(doc, nullptr);
+        std::array<std::byte, 4> memory{std::byte{0x80}};
+        EXPECT_THAT(doc->find<IPort>("Device")->bind(std::span{memory}, 0), Passes());
+        EXPECT_THAT(doc->find<IInteger>("E0")->get_val(0), Gives(1)) << link;
+        auto* const last = doc->find<IInteger>("E" + std::to_string(count - 1));
+        EXPECT_THAT(last->get_val(0), Fails(invalid_document)) << link;
+        EXPECT_THAT(last->set_val(1, 0), Refuses(invalid_document)) << link;
+        EXPECT_THAT(last->get_fault(), ::testing::HasSubstr("too many entries")) << link;
+        read_everything(*last);
+    }
+}
+
 // Everything hangs together: lists made up front for every node would take the square of the document.
 TEST(Hostile, DenseGraphsLoadAndWrite) {
     std::string hub = "Integer Hub: Value 0", nodes;
