@@ -96,12 +96,24 @@ TEST(Hostile, RegistersInvalidatedTogetherShareTheirSteps) {
         EXPECT_GT(sut.device.reads, 1000); // the addresses were asked for
         return sut.device.reads;
     };
-    constexpr int bound = impl::eval_scope::maximum_steps;
+    constexpr int bound = impl::eval_scope::maximum_pass_steps;
     auto& port = sut.node<IPort>("Device");
     port.unbind(0);
     EXPECT_LT(reads_of([&] { EXPECT_THAT(port.bind(&sut.device, bind_flags::invalidate), Passes()); }), bound);
     EXPECT_LT(reads_of([&] { EXPECT_THAT(sut.integer("N").set_val(1, 0), Passes()); }), bound);
     EXPECT_LT(reads_of([&] { EXPECT_TRUE(sut.doc->apply_event(1, {})); }), bound);
+}
+
+// A large but sound document: the addresses of all its registers take more steps than one value may, and nothing but
+// what has changed leaves the caches.
+TEST(Hostile, AllRegistersOfALargeDocumentAreInvalidatedAtOnce) {
+    std::string nodes = "Integer All: Value 0 | Integer Sel: Value 1 | Integer Twice: pValue Sel | Reg Other@0";
+    for (int i = 0; i < 60'000; ++i)
+        nodes += " | Reg R" + std::to_string(i) + "@16: pIndex@Offset=4 Twice, pInvalidator All";
+    document sut{nodes};
+    log_capture log;
+    script{sut}.run({"Other = 0", "R7 = 0", "All := 1", "reads = 2", "[20] := 05", "Other = 0", "reads = 0", "R7 = 5"});
+    EXPECT_TRUE(log.lines.empty());
 }
 
 // N0 stands on nothing, N1 on N0 and so on.
