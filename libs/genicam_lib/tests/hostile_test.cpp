@@ -242,6 +242,34 @@ TEST(Hostile, NamesOfOneNodeAreFoundAtOnce) {
     EXPECT_EQ(sut.doc->find_node("I")->as_eval()->get_invalidates().size(), std::size_t{names}) << "each once";
 }
 
+// Each value looks through the whole table, each variable finds its entry in one enumeration.
+TEST(Hostile, LargeTablesAndEnumerationsEnd) {
+    constexpr int count = 40'000;
+    std::string table = "<Integer Name='T'><pIndex>I</pIndex>";
+    std::string entries = "<Enumeration Name='E'><Value>0</Value>", knife = "<IntSwissKnife Name='K'>";
+    for (int i = 0; i < count; ++i) {
+        const std::string n = std::to_string(i);
+        table += "<ValueIndexed Index='" + n + "'>" + n + "</ValueIndexed>";
+        entries += "<EnumEntry Name='X" + n + "'><Value>" + n + "</Value></EnumEntry>";
+        knife += "<pVariable Name='E.Entry.X" + n + "'>E</pVariable>";
+    }
+    entries += "<EnumEntry Name='X7'><Value>-1</Value></EnumEntry>";
+    std::string sum = "<IntSwissKnife Name='Sum'>", formula;
+    for (int i = 0; i < 100; ++i) { // many times the table
+        const std::string n = std::to_string(i);
+        table.insert(0, "<Integer Name='T" + n + "'><pValue>T</pValue></Integer>");
+        sum += "<pVariable Name='V" + n + "'>T" + n + "</pVariable>";
+        formula += "+V" + n;
+    }
+    document sut{"<Integer Name='I'><Value>39999</Value></Integer>" + table +
+                 "<ValueDefault>0</ValueDefault></Integer>" + entries + "</Enumeration>" + knife +
+                 "<Formula>E.Entry.X7 + E.Entry.X39999</Formula></IntSwissKnife>" + sum + "<Formula>0" + formula +
+                 "</Formula></IntSwissKnife>"};
+    script{sut}.run({"T = 39999", "K = 40006", "Sum ! invalid_document"});
+    EXPECT_EQ(sut.node<IEnumeration>("E").find_entry_by_name("X7")->get_value(), 7) << "the first";
+    EXPECT_EQ(sut.node<IEnumeration>("E").find_entry_by_name("X"), nullptr);
+}
+
 // Each entry takes over what its structure states: in this much text more than fits into memory.
 TEST(Hostile, EntriesOfAStructureInheritWithinBounds) {
     constexpr int count = 10'000;
