@@ -242,6 +242,17 @@ TEST(Hostile, NamesOfOneNodeAreFoundAtOnce) {
     EXPECT_EQ(sut.doc->find_node("I")->as_eval()->get_invalidates().size(), std::size_t{names}) << "each once";
 }
 
+// A list that ends early is none: its last values would be refused as not in it.
+TEST(Hostile, AListOfValuesIsWholeOrAnError) {
+    std::string values = "0", formula = "FROM";
+    for (int i = 1; i < 5000; ++i) values += ";" + std::to_string(i);
+    for (int i = 0; i < 20; ++i) formula += " + 1";
+    document sut{"Integer Set: Value 1, ValidValueSet " + values +
+                 " | IntConverter C: FormulaTo TO - 20, FormulaFrom " + formula + ", pValue Set"};
+    EXPECT_THAT(sut.integer("C").get_valid_value_set(0), Fails(invalid_document));
+    script{sut}.run({"C := 5019 ! invalid_document", "C = 21"});
+}
+
 // Each value looks through the whole table, each variable finds its entry in one enumeration.
 TEST(Hostile, LargeTablesAndEnumerationsEnd) {
     constexpr int count = 40'000;

@@ -51,6 +51,8 @@ public:
         return enough;
     }
 
+    [[nodiscard]] static bool is_used_up() noexcept { return current_eval.steps_left == 0; }
+
     static void begin(eval_state& state) noexcept {
         state.steps_left = maximum_steps;
         state.pass_steps_left = maximum_pass_steps;
