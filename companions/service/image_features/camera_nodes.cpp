@@ -268,11 +268,12 @@ bool camera_nodes::has_colour() const {
     if (formats == nullptr) return false;
     // Each costs a camera access or more; no camera has half as many formats.
     const auto entries = formats->get_entries();
-    return std::ranges::any_of(entries.first(std::min<std::size_t>(entries.size(), 256)), [](const IEnumEntry* entry) {
+    return std::ranges::any_of(entries.first(std::min<std::size_t>(entries.size(), 256)), [&](const IEnumEntry* entry) {
         const std::string_view name = entry->get_name();
         const auto begins = [name](std::string_view start) { return name.starts_with(start); };
         if (!begins("Bayer") && !begins("RGB") && !begins("BGR") && !begins("YUV") && !begins("YCbCr")) return false;
-        return entry->is_implemented(direct).value_or(false);
+        // What a document computes takes its time without any answer of the camera.
+        return !port->is_over() && entry->is_implemented(direct).value_or(false);
     });
 }
 
