@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace image_features {
 
@@ -46,7 +47,8 @@ double microseconds_in(std::string_view unit) {
 // the end of the next selection.
 class selection final {
 public:
-    selection(IEnumeration* selector, IEnumEntry* entry, owed_entry& put_back) : owed(put_back) {
+    selection(IEnumeration* selector, IEnumEntry* entry, owed_entry& put_back, camera_nodes::clock::time_point& until)
+        : owed(put_back), deadline(until) {
         if (selector == nullptr || entry == nullptr) return;
         const auto before = selector->get_selected_entry(direct);
         if (!before) {
@@ -64,7 +66,10 @@ public:
     }
     ~selection() {
         if (!is_made || owed.selector == nullptr) return;
+        // Also when the time is over: nobody else puts it back.
+        const auto kept = std::exchange(deadline, camera_nodes::clock::time_point::max());
         if (!owed.selector->set_selected_entry(owed.former, direct)) owed = {};
+        deadline = kept;
     }
     selection(const selection&) = delete;
     selection& operator=(const selection&) = delete;
@@ -72,6 +77,7 @@ public:
 
 private:
     owed_entry& owed;
+    camera_nodes::clock::time_point& deadline; // of the port, which answers nothing from then on
     bool is_made = false;
     std::error_code error;
 };
@@ -166,18 +172,17 @@ public:
         silent = error == no_answer();
         return error;
     }
-    bool is_silent() {
-        silent = silent || (until != clock::time_point::max() && clock::now() >= until);
-        return silent;
-    }
+    [[nodiscard]] bool is_over() const { return until != clock::time_point::max() && clock::now() >= until; }
+    [[nodiscard]] bool is_silent() const { return silent || is_over(); }
     void ask_again() {
         silent = false;
         until = clock::time_point::max();
     }
 
+    clock::time_point until;
+
 private:
     bool silent = false;
-    clock::time_point until;
     static std::error_code no_answer() { return make_error_code(gds_shared::gigecam_errc::timeout); }
     IDevicePort& camera;
 };
@@ -263,11 +268,12 @@ bool camera_nodes::has_colour() const {
     if (formats == nullptr) return false;
     // Each costs a camera access or more; no camera has half as many formats.
     const auto entries = formats->get_entries();
-    return std::ranges::any_of(entries.first(std::min<std::size_t>(entries.size(), 256)), [](const IEnumEntry* entry) {
+    return std::ranges::any_of(entries.first(std::min<std::size_t>(entries.size(), 256)), [&](const IEnumEntry* entry) {
         const std::string_view name = entry->get_name();
         const auto begins = [name](std::string_view start) { return name.starts_with(start); };
         if (!begins("Bayer") && !begins("RGB") && !begins("BGR") && !begins("YUV") && !begins("YCbCr")) return false;
-        return entry->is_implemented(direct).value_or(false);
+        // What a document computes takes its time without any answer of the camera.
+        return !port->is_over() && entry->is_implemented(direct).value_or(false);
     });
 }
 
@@ -292,7 +298,7 @@ auto camera_nodes::with_gain_selected(control which, Function&& function) {
     IEnumEntry* overall = nullptr;
     if (which == control::gain && gain_selector != nullptr && usable(*gain_selector) && !only_reads)
         overall = first_entry(*gain_selector, overall_gains);
-    const selection chosen{gain_selector, overall, gain_owed};
+    const selection chosen{gain_selector, overall, gain_owed, port->until};
     return function(chosen.failure());
 }
 
@@ -360,7 +366,7 @@ std::optional<camera_nodes::balance> camera_nodes::read_ratios() {
             if (i == 1) continue;
             return {};
         }
-        const selection chosen{ratio_selector, entry, ratio_owed};
+        const selection chosen{ratio_selector, entry, ratio_owed, port->until};
         if (chosen.failure()) return {};
         const auto value = value_of(ratio);
         if (!value || !(*value > 0)) return {};
@@ -375,7 +381,7 @@ std::error_code camera_nodes::write_balance(const balance& gains) {
     const float one = green != nullptr ? 1.0F : gains[1];
     const auto write_one = [&](IEnumEntry* entry, float gain) -> std::error_code {
         if (entry == nullptr) return make_error_code(genicam_errc::no_such_entry);
-        const selection chosen{ratio_selector, entry, ratio_owed};
+        const selection chosen{ratio_selector, entry, ratio_owed, port->until};
         if (chosen.failure()) return chosen.failure();
         return write_to(ratio, static_cast<double>(gain));
     };

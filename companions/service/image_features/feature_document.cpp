@@ -269,7 +269,7 @@ merge_result merge_features(std::string_view document, const camera_abilities& c
     if (const pugi::xml_node first = xml.first_child();
         first.type() == pugi::node_declaration && first.attribute("encoding"))
         first.attribute("encoding").set_value("utf-8"); // as it is written
-    std::string text = genicam_gen::serialize_to_string(xml);
+    std::string text = genicam_gen::serialize_to_string(xml, most_document_bytes);
     if (text.size() > most_document_bytes) return unchanged("it is too large with them");
     return {std::move(text), {}};
 }

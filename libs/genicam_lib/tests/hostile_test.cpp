@@ -96,12 +96,24 @@ TEST(Hostile, RegistersInvalidatedTogetherShareTheirSteps) {
         EXPECT_GT(sut.device.reads, 1000); // the addresses were asked for
         return sut.device.reads;
     };
-    constexpr int bound = impl::eval_scope::maximum_steps;
+    constexpr int bound = impl::eval_scope::maximum_pass_steps;
     auto& port = sut.node<IPort>("Device");
     port.unbind(0);
     EXPECT_LT(reads_of([&] { EXPECT_THAT(port.bind(&sut.device, bind_flags::invalidate), Passes()); }), bound);
     EXPECT_LT(reads_of([&] { EXPECT_THAT(sut.integer("N").set_val(1, 0), Passes()); }), bound);
     EXPECT_LT(reads_of([&] { EXPECT_TRUE(sut.doc->apply_event(1, {})); }), bound);
+}
+
+// A large but sound document: the addresses of all its registers take more steps than one value may, and nothing but
+// what has changed leaves the caches.
+TEST(Hostile, AllRegistersOfALargeDocumentAreInvalidatedAtOnce) {
+    std::string nodes = "Integer All: Value 0 | Integer Sel: Value 1 | Integer Twice: pValue Sel | Reg Other@0";
+    for (int i = 0; i < 60'000; ++i)
+        nodes += " | Reg R" + std::to_string(i) + "@16: pIndex@Offset=4 Twice, pInvalidator All";
+    document sut{nodes};
+    log_capture log;
+    script{sut}.run({"Other = 0", "R7 = 0", "All := 1", "reads = 2", "[20] := 05", "Other = 0", "reads = 0", "R7 = 5"});
+    EXPECT_TRUE(log.lines.empty());
 }
 
 // N0 stands on nothing, N1 on N0 and so on.
@@ -228,6 +240,67 @@ TEST(Hostile, NamesOfOneNodeAreFoundAtOnce) {
     document sut{nodes + invalidators + "</Integer>" + knife + "<Formula>C7 + V9</Formula></IntSwissKnife>"};
     script{sut}.run({"K = 8", "N9 := 5", "K = 12"});
     EXPECT_EQ(sut.doc->find_node("I")->as_eval()->get_invalidates().size(), std::size_t{names}) << "each once";
+}
+
+// A list that ends early is none: its last values would be refused as not in it.
+TEST(Hostile, AListOfValuesIsWholeOrAnError) {
+    std::string values = "0", formula = "FROM";
+    for (int i = 1; i < 5000; ++i) values += ";" + std::to_string(i);
+    for (int i = 0; i < 20; ++i) formula += " + 1";
+    document sut{"Integer Set: Value 1, ValidValueSet " + values +
+                 " | IntConverter C: FormulaTo TO - 20, FormulaFrom " + formula + ", pValue Set"};
+    EXPECT_THAT(sut.integer("C").get_valid_value_set(0), Fails(invalid_document));
+    script{sut}.run({"C := 5019 ! invalid_document", "C = 21"});
+}
+
+// Each value looks through the whole table, each variable finds its entry in one enumeration.
+TEST(Hostile, LargeTablesAndEnumerationsEnd) {
+    constexpr int count = 40'000;
+    std::string table = "<Integer Name='T'><pIndex>I</pIndex>";
+    std::string entries = "<Enumeration Name='E'><Value>0</Value>", knife = "<IntSwissKnife Name='K'>";
+    for (int i = 0; i < count; ++i) {
+        const std::string n = std::to_string(i);
+        table += "<ValueIndexed Index='" + n + "'>" + n + "</ValueIndexed>";
+        entries += "<EnumEntry Name='X" + n + "'><Value>" + n + "</Value></EnumEntry>";
+        knife += "<pVariable Name='E.Entry.X" + n + "'>E</pVariable>";
+    }
+    entries += "<EnumEntry Name='X7'><Value>-1</Value></EnumEntry>";
+    std::string sum = "<IntSwissKnife Name='Sum'>", formula;
+    for (int i = 0; i < 100; ++i) { // many times the table
+        const std::string n = std::to_string(i);
+        table.insert(0, "<Integer Name='T" + n + "'><pValue>T</pValue></Integer>");
+        sum += "<pVariable Name='V" + n + "'>T" + n + "</pVariable>";
+        formula += "+V" + n;
+    }
+    document sut{"<Integer Name='I'><Value>39999</Value></Integer>" + table +
+                 "<ValueDefault>0</ValueDefault></Integer>" + entries + "</Enumeration>" + knife +
+                 "<Formula>E.Entry.X7 + E.Entry.X39999</Formula></IntSwissKnife>" + sum + "<Formula>0" + formula +
+                 "</Formula></IntSwissKnife>"};
+    script{sut}.run({"T = 39999", "K = 40006", "Sum ! invalid_document"});
+    EXPECT_EQ(sut.node<IEnumeration>("E").find_entry_by_name("X7")->get_value(), 7) << "the first";
+    EXPECT_EQ(sut.node<IEnumeration>("E").find_entry_by_name("X"), nullptr);
+}
+
+// Each entry takes over what its structure states: in this much text more than fits into memory.
+TEST(Hostile, EntriesOfAStructureInheritWithinBounds) {
+    constexpr int count = 10'000;
+    for (const std::string link : {"<pInvalidator>I</pInvalidator>", "<pAddress>I</pAddress>"}) {
+        std::string text = "<R><Port Name='Device'/><Integer Name='I'><Value>0</Value></Integer><StructReg>"
+                           "<pPort>Device</pPort><Address>0</Address><Length>4</Length>";
+        for (int i = 0; i < count; ++i) text += link;
+        for (int i = 0; i < count; ++i)
+            text += "<StructEntry Name='E" + std::to_string(i) + "'><Bit>0</Bit></StructEntry>";
+        const auto doc = create_document(std::string_view{text + "</StructReg></R>"});
+        ASSERT_NE(doc, nullptr);
+        std::array<std::byte, 4> memory{std::byte{0x80}};
+        EXPECT_THAT(doc->find<IPort>("Device")->bind(std::span{memory}, 0), Passes());
+        EXPECT_THAT(doc->find<IInteger>("E0")->get_val(0), Gives(1)) << link;
+        auto* const last = doc->find<IInteger>("E" + std::to_string(count - 1));
+        EXPECT_THAT(last->get_val(0), Fails(invalid_document)) << link;
+        EXPECT_THAT(last->set_val(1, 0), Refuses(invalid_document)) << link;
+        EXPECT_THAT(last->get_fault(), ::testing::HasSubstr("too many entries")) << link;
+        read_everything(*last);
+    }
 }
 
 // Everything hangs together: lists made up front for every node would take the square of the document.

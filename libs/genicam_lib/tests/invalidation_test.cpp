@@ -95,6 +95,10 @@ const script_case invalidations[] = {
      indexed + "Reg S@0: pInvalidator Load",
      {"[16] := 0a 00 00 00 0b", "D = 10", "Sel := 1", "D = 11", "[0] := 00", "[16] := 63 00 00 00 62", "Load := 1",
       "D = 99", "Sel := 1", "D = 98"}},
+    {"AnIndexedRegisterForgetsAllItsPlacesForWritesToTheCache",
+     indexed + "Reg S@0: pInvalidator Load",
+     {"D = 0", "Sel := 1", "D = 0", "[0] := 00", "Load := 1", "Sel = 0", "D/cache_only := 5 ! not_in_cache", "D = 0",
+      "D/cache_only := 5", "D = 5"}},
     {"ARegisterWithAnAddressThatIsReadForgetsAllItsPlaces",
      "MaskedIntReg D: pAddress S, Length 4, LSB 0, MSB 7, Endianess LittleEndian, pInvalidator Load"
      " | Reg Load@8 | Reg S@0: pInvalidator Load",

@@ -11,7 +11,10 @@
 #include <array>
 #include <cstring>
 #include <limits>
+#include <optional>
 #include <string>
+#include <thread>
+#include <utility>
 
 using namespace image_features;
 
@@ -34,6 +37,7 @@ class small_camera final : public GenICam::IDevicePort {
 public:
     GenICam::result<std::size_t> read(int64_t address, std::span<std::byte> data, unsigned) override {
         ++reads;
+        if (address == 8 && wait_until) std::this_thread::sleep_until(*std::exchange(wait_until, {}));
         std::memcpy(data.data(), memory.data() + address, data.size());
         return data.size();
     }
@@ -46,6 +50,7 @@ public:
     void put(std::size_t address, double value) { std::memcpy(memory.data() + address, &value, sizeof value); }
     int64_t unanswered = -1; // address of the writes that get no answer
     int reads = 0;
+    std::optional<camera_nodes::clock::time_point> wait_until; // at the gain's next read
 
 private:
     std::array<std::byte, 24> memory{};
@@ -101,6 +106,25 @@ TEST(CameraNodes, ACameraIsAskedForSoLong) {
     late->ask_again();
     EXPECT_TRUE(late->read(camera_nodes::control::gain));
     EXPECT_FALSE(late->is_silent());
+}
+
+// The time may be over between the choice of an entry and the way back from it.
+TEST(CameraNodes, ASelectorGoesBackWhenTheTimeIsOver) {
+    std::string masked{camera_document}; // such a register is read before it is written
+    for (const std::string_view tag : {"<IntReg Name=\"S\">", "</IntReg>"})
+        masked.insert(masked.find(tag) + (tag[1] == '/' ? 2 : 1), "Masked");
+    masked.insert(masked.find("</MaskedIntReg>"), "<LSB>0</LSB><MSB>7</MSB>");
+    for (const std::string_view text : {camera_document, std::string_view{masked}}) {
+        small_camera camera;
+        const auto until = camera_nodes::clock::now() + std::chrono::milliseconds{500};
+        const auto nodes = camera_nodes::create(text, camera, false, until);
+        ASSERT_NE(nodes, nullptr);
+        camera.select(1);
+        camera.wait_until = until;
+        EXPECT_EQ(nodes->read(camera_nodes::control::gain), 0) << "the answer that came late";
+        EXPECT_TRUE(nodes->is_silent());
+        EXPECT_EQ(camera.selected(), 1);
+    }
 }
 
 // Of the formats only those are asked for that would tell colour.

@@ -5,6 +5,7 @@
 
 #include <pugixml.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -21,7 +22,9 @@ void write_node(const node& record, pugi::xml_node target);
 // Root and records. Texts that are not UTF-8, as user names may be, come out with '?' for the broken bytes.
 [[nodiscard]] pugi::xml_document write_document(const document& model);
 
-[[nodiscard]] std::string serialize_to_string(const pugi::xml_document& xml);
+// Ends soon after `most` bytes: a longer text is not whole. Each level of a document is a tab on every line of the
+// levels below, which may make a text many times as long as the one it was read from.
+[[nodiscard]] std::string serialize_to_string(const pugi::xml_document& xml, std::size_t most = SIZE_MAX);
 
 // 64-bit FNV-1a.
 [[nodiscard]] uint64_t text_hash(std::string_view text) noexcept;

@@ -168,8 +168,14 @@ private:
 
 class xml_string_writer final : public pugi::xml_writer {
 public:
-    void write(const void* data, std::size_t size) override { text.append(static_cast<const char*>(data), size); }
+    explicit xml_string_writer(std::size_t bytes) : most(bytes) {}
+    void write(const void* data, std::size_t size) override {
+        if (text.size() <= most) text.append(static_cast<const char*>(data), size);
+    }
     std::string text;
+
+private:
+    std::size_t most;
 };
 
 void clear(pugi::xml_node target) {
@@ -237,8 +243,8 @@ pugi::xml_document write_document(const document& model) {
     return xml;
 }
 
-std::string serialize_to_string(const pugi::xml_document& xml) {
-    xml_string_writer writer;
+std::string serialize_to_string(const pugi::xml_document& xml, std::size_t most) {
+    xml_string_writer writer{most};
     xml.save(writer, "\t", pugi::format_indent | pugi::format_no_declaration, pugi::encoding_utf8);
     return std::move(writer.text);
 }

@@ -139,8 +139,10 @@ result<std::vector<tValue>> converter_impl::valid_values(unsigned flags) const {
     if (!theirs) return fail(theirs.error());
     std::vector<tValue> values;
     for (const int64_t value : *theirs) {
-        if (const auto converted = variables.exec_formula(formula_from, flags, variables.coerced(value)))
-            values.push_back(*converted);
+        const auto converted = variables.exec_formula(formula_from, flags, variables.coerced(value));
+        if (converted) values.push_back(*converted);
+        // The rest would be missing, and refused as no value of the set.
+        if (!converted && eval_scope::is_used_up()) return eval_scope::error();
     }
     return values;
 }

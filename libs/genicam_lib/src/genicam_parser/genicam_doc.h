@@ -40,7 +40,7 @@ private:
     void add_event_node(uint64_t event_id, IEval* node) override { event_nodes[event_id].push_back(node); }
     [[nodiscard]] std::pmr::memory_resource& memory_resource() noexcept override { return node_memory; }
     [[nodiscard]] bool force_no_cache() const noexcept override { return never_caches != 0; }
-    [[nodiscard]] const element_view& struct_view(pugi::xml_node struct_reg) override;
+    [[nodiscard]] const element_view* struct_view(pugi::xml_node struct_reg) override;
     [[nodiscard]] closure_state& closures() noexcept override { return walks; }
     [[nodiscard]] std::size_t& formula_tokens_left() noexcept override { return formula_tokens; }
     void note_fault(IEval& node, std::string text) override;
@@ -80,6 +80,10 @@ private:
     std::size_t view_begin = 0;    // of the view made last, in `seen`
     std::vector<view_range> views; // as nodes
     std::optional<element_view> last_struct;
+    std::size_t last_struct_children = 0;
+    // Of structures, counted for each entry anew: those of two thousand full structures of 32 bits, each with a dozen
+    // children besides.
+    std::size_t struct_children_left = 3'000'000;
 };
 
 } // namespace GenICam::impl

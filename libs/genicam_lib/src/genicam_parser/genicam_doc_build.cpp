@@ -18,6 +18,8 @@
 #include "impl/log.h"
 #include "impl/xml_readers.h"
 
+#include <iterator>
+
 namespace GenICam::impl {
 
 namespace {
@@ -225,9 +227,19 @@ void genicam_doc::build(bool may_have_split_texts) {
     decltype(views){}.swap(views);
 }
 
-const element_view& genicam_doc::struct_view(pugi::xml_node struct_reg) {
-    if (!last_struct || last_struct->element() != struct_reg) last_struct.emplace(struct_reg);
-    return *last_struct;
+const element_view* genicam_doc::struct_view(pugi::xml_node struct_reg) {
+    if (struct_children_left == 0) return nullptr;
+    if (!last_struct || last_struct->element() != struct_reg) {
+        last_struct.emplace(struct_reg);
+        const auto children = struct_reg.children();
+        last_struct_children = static_cast<std::size_t>(std::distance(children.begin(), children.end()));
+    }
+    if (last_struct_children > struct_children_left) {
+        struct_children_left = 0;
+        return nullptr;
+    }
+    struct_children_left -= last_struct_children;
+    return &*last_struct;
 }
 
 } // namespace GenICam::impl

@@ -30,6 +30,10 @@ enumeration_node<Base>::enumeration_node(document_services& services_, const ele
     auto* kept = static_cast<IEnumEntry**>(memory.allocate(made.size() * sizeof(IEnumEntry*), alignof(IEnumEntry*)));
     std::ranges::copy(made, kept);
     entries = {kept, made.size()};
+    constexpr std::size_t few = 64;
+    if (entries.size() <= few) return;
+    by_name.reserve(entries.size());
+    for (IEnumEntry* entry : entries) by_name.try_emplace(entry->get_name(), entry); // the first of a name
 }
 
 template <class Base>
@@ -92,6 +96,10 @@ IEnumEntry* enumeration_node<Base>::find_entry_by_value(int64_t value) const noe
 
 template <class Base>
 IEnumEntry* enumeration_node<Base>::find_entry_by_name(std::string_view wanted) const noexcept {
+    if (!by_name.empty()) {
+        const auto found = by_name.find(wanted);
+        return found != by_name.end() ? found->second : nullptr;
+    }
     const auto found = std::ranges::find(entries, wanted, [](const IEnumEntry* entry) { return entry->get_name(); });
     return found != entries.end() ? *found : nullptr;
 }

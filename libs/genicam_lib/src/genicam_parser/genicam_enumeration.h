@@ -4,6 +4,8 @@
 
 #include <GenICam/value_nodes.h>
 
+#include <unordered_map>
+
 namespace GenICam::impl {
 
 class enum_entry_type final : public implement_inode<node_base_impl_readonly, IEnumEntry> {
@@ -53,7 +55,8 @@ private:
     [[nodiscard]] virtual result<int64_t> read_value_(unsigned flags) const = 0;
     [[nodiscard]] virtual std::error_code write_value_(int64_t value, unsigned flags) = 0;
 
-    std::span<IEnumEntry* const> entries; // in the arena
+    std::span<IEnumEntry* const> entries;                      // in the arena
+    std::unordered_map<std::string_view, IEnumEntry*> by_name; // of many entries; empty when they are few
 };
 
 class enumeration_Value_type final : public enumeration_node<node_base_impl_value> {

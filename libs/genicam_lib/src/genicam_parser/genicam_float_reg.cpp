@@ -53,7 +53,7 @@ std::error_code float_reg_type<AddressEval>::set_val(double value, unsigned flag
     const uint64_t bits =
         range->length == 4 ? std::bit_cast<uint32_t>(static_cast<float>(value)) : std::bit_cast<uint64_t>(value);
     encode_integer(static_cast<int64_t>(bits), data, this->access.endianess);
-    if (const auto error = this->access.port->write_cached(this->access.caching.mode, range->address, data, flags))
+    if (const auto error = this->access.port->write_cached(this->access.caching, range->address, data, flags))
         return error;
     this->invalidate_dependents(true);
     return {};

@@ -42,7 +42,7 @@ std::error_code int_reg_type<AddressEval>::set_val(int64_t value, unsigned flags
     std::byte buffer[8];
     const std::span data{buffer, static_cast<std::size_t>(range->length)};
     encode_integer(value, data, this->access.endianess);
-    if (const auto error = this->access.port->write_cached(this->access.caching.mode, range->address, data, flags))
+    if (const auto error = this->access.port->write_cached(this->access.caching, range->address, data, flags))
         return error;
     this->invalidate_dependents(true);
     return {};

@@ -80,7 +80,7 @@ std::error_code masked_register_node<AddressEval>::set_val(int64_t value, unsign
     std::byte buffer[8];
     const std::span data{buffer, static_cast<std::size_t>(range->length)};
     encode_integer(static_cast<int64_t>(changed), data, this->access.endianess);
-    if (const auto error = this->access.port->write_cached(this->access.caching.mode, range->address, data, flags))
+    if (const auto error = this->access.port->write_cached(this->access.caching, range->address, data, flags))
         return error;
     this->invalidate_dependents(true);
     return {};
@@ -138,7 +138,12 @@ result<address_range> masked_int_reg_type<AddressEval>::get_address_and_length(u
 }
 
 void struct_entry_type::do_resolve_references(document_services& services_, const element_view& view) {
-    const element_view& parent = services_.struct_view(view.element().parent());
+    const element_view* const structure = services_.struct_view(view.element().parent());
+    if (structure == nullptr) {
+        services_.note_fault(*this, "The structures of the document have too many entries and links.");
+        return;
+    }
+    const element_view& parent = *structure;
     sign = get_element_Sign(view[tag::Sign], name).value_or(Sign_t::Unsigned);
     // Real documents state the access mode at the structure, its conditions and invalidators too.
     inherit_links(parent, view);

@@ -174,18 +174,20 @@ uint64_t port_device_type::changes_so_far() const {
 }
 
 // Any write makes what overlaps it invalid, whether the register itself is cached or not: an overlapping one may be.
-std::error_code port_device_type::write_cached(CachingMode_t mode, int64_t address, std::span<const std::byte> data,
-                                               unsigned flags) {
+std::error_code port_device_type::write_cached(const caching_terms& how, int64_t address,
+                                               std::span<const std::byte> data, unsigned flags) {
     if (data.size() > register_cache::maximum_length || !cache_enabled.load(std::memory_order_relaxed))
         return write(address, data, flags);
     if (flags & access_flags::cache_only) {
         const std::unique_lock guard{cache_lock};
-        if (!cache.contains(address, data.size())) return genicam_errc::not_in_cache;
+        if (!cache.contains(address, data.size(), how.since.load(std::memory_order_relaxed)))
+            return genicam_errc::not_in_cache;
         cache.invalidate(address, data.size());
         cache.store(address, data);
         return {};
     }
-    if (mode != CachingMode_t::WriteThrough || (flags & access_flags::bypass_cache)) return write(address, data, flags);
+    if (how.mode != CachingMode_t::WriteThrough || (flags & access_flags::bypass_cache))
+        return write(address, data, flags);
     const uint64_t changes_before = changes_so_far();
     const std::error_code error = transfer(address, data, flags);
     const std::unique_lock guard{cache_lock};

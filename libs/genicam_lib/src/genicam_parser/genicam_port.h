@@ -30,8 +30,8 @@ public:
     [[nodiscard]] bool is_bound() const override;
     [[nodiscard]] result<uint64_t> get_chunk_id(unsigned flags) const override;
 
-    [[nodiscard]] std::error_code write_cached(CachingMode_t mode, int64_t address, std::span<const std::byte> data,
-                                               unsigned flags) override;
+    [[nodiscard]] std::error_code write_cached(const caching_terms& how, int64_t address,
+                                               std::span<const std::byte> data, unsigned flags) override;
     [[nodiscard]] std::error_code read_cached(const caching_terms& how, int64_t address, std::span<std::byte> data,
                                               unsigned flags) override;
     uint64_t invalidate_range(int64_t address, uint64_t length) override;

@@ -116,6 +116,8 @@ auto pIndex_type<T>::current_entry(unsigned flags) const -> result<entry*> {
     if (index == nullptr) return fail(genicam_errc::not_implemented);
     const auto at = index->get_val(flags);
     if (!at) return fail(at.error());
+    constexpr std::size_t entries_in_a_step = 16; // compared in the time of one
+    if (!eval_scope::take(values.size() / entries_in_a_step)) return eval_scope::error();
     return &values.choose(*at);
 }
 

@@ -92,6 +92,21 @@ TEST(Order, NumbersAndDefaultsHaveTheirForms) {
     EXPECT_NE(written(flag).find("<Streamable>Yes</Streamable>"), std::string::npos);
 }
 
+// Whoever asks for so much has no more memory to give; a text of exactly so much is whole.
+TEST(Root, IsWrittenUpToALimit) {
+    pugi::xml_document xml;
+    pugi::xml_node at = xml.append_child("R");
+    for (int i = 0; i < 60; ++i) at = at.append_child("Group");
+    for (int i = 0; i < 10'000; ++i) at.append_child("x");
+    const std::string whole = serialize_to_string(xml);
+    EXPECT_GT(whole.size(), 500'000U);
+    const std::string cut = serialize_to_string(xml, 10'000);
+    EXPECT_GT(cut.size(), 10'000U);
+    EXPECT_LT(cut.size(), 20'000U);
+    EXPECT_TRUE(whole.starts_with(cut));
+    EXPECT_EQ(serialize_to_string(xml, whole.size()), whole);
+}
+
 TEST(Root, CarriesCleanNamesAndOnlyWhatIsSet) {
     EXPECT_EQ(clean_name("3D Cam"), "z3D_Cam");
     EXPECT_EQ(clean_name("\xC3\xA4x"), "z__x");

@@ -21,8 +21,10 @@ public:
     [[nodiscard]] virtual std::pmr::memory_resource& memory_resource() noexcept = 0;
     // Registers without a "Cachable" of their own are not cached.
     [[nodiscard]] virtual bool force_no_cache() const noexcept = 0;
-    // The children of a "StructReg"; kept until the next one is asked for, as its entries follow each other.
-    [[nodiscard]] virtual const element_view& struct_view(pugi::xml_node struct_reg) = 0;
+    // The children of a "StructReg", for one of its entries; kept until the next one is asked for, as its entries
+    // follow each other. Each entry walks over all of them and takes links of them, so they count as many times as
+    // there are entries: null once a document has too many.
+    [[nodiscard]] virtual const element_view* struct_view(pugi::xml_node struct_reg) = 0;
     [[nodiscard]] virtual closure_state& closures() noexcept = 0;
     // Tokens that formulas not yet compiled may take, all together. An expression is copied to wherever it is named, so
     // the text's length bounds nothing.

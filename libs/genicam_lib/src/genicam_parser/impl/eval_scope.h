@@ -25,9 +25,12 @@ public:
     // A bound on time, for documents whose nodes lead to each other on ever more ways. A formula fetches each of its
     // variables once and sound documents stay far below, formulas' own steps included.
     static constexpr unsigned maximum_steps = 100'000;
+    // Of passes, see eval_pass_scope. A sound document may well invalidate all its registers at once, and the addresses
+    // of each take some steps.
+    static constexpr unsigned maximum_pass_steps = 1'000'000;
 
     eval_scope() noexcept : state(current_eval) {
-        if (state.depth++ == 0) state.steps_left = state.pass_steps_left = maximum_steps;
+        if (state.depth++ == 0) begin(state);
         passed = state.depth <= maximum_depth && state.steps_left != 0;
         if (state.steps_left != 0) --state.steps_left;
     }
@@ -48,6 +51,13 @@ public:
         return enough;
     }
 
+    [[nodiscard]] static bool is_used_up() noexcept { return current_eval.steps_left == 0; }
+
+    static void begin(eval_state& state) noexcept {
+        state.steps_left = maximum_steps;
+        state.pass_steps_left = maximum_pass_steps;
+    }
+
 private:
     eval_state& state;
     bool passed;
@@ -56,9 +66,7 @@ private:
 // A user's callback within an access has steps of its own.
 class eval_callback_scope {
 public:
-    eval_callback_scope() noexcept : kept(current_eval) {
-        current_eval.steps_left = current_eval.pass_steps_left = eval_scope::maximum_steps;
-    }
+    eval_callback_scope() noexcept : kept(current_eval) { eval_scope::begin(current_eval); }
     ~eval_callback_scope() { current_eval = kept; }
     eval_callback_scope(const eval_callback_scope&) = delete;
     eval_callback_scope& operator=(const eval_callback_scope&) = delete;
@@ -68,7 +76,7 @@ private:
 };
 
 // A pass over a list of nodes, whose addresses are told to invalidate them. That must not use up the steps of the write
-// that causes it, so passes have steps of their own: as many for all passes of one access (an event, a binding, a value
+// that causes it, so passes have steps of their own: so many for all passes of one access (an event, a binding, a value
 // with many copies) together.
 class eval_pass_scope {
 public:

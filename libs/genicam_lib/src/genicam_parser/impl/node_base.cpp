@@ -115,10 +115,12 @@ void node_base_data::add_source(INode* node) {
     if (node == nullptr) return;
     IEval* source = node->as_eval();
     source->add_user(this);
+    if (!sources.empty() && sources.view().back() == source) return;
     sources.push_back(source, services->memory_resource());
 }
 
-// Not one by one as they come: a document may give one node a hundred thousand.
+// Repeats that follow each other are not even added; looking for others one by one as they come would take the square
+// of a list, of which a document may have one of a hundred thousand.
 void node_base_data::drop_repeated_links() {
     const auto drop_repeated = [this](auto& links) {
         if (links.size() < 2) return;
@@ -145,7 +147,10 @@ void node_base_data::resolve_selected(const element_view& view) {
     selected = {kept, found.size()};
 }
 
-void node_base_data::add_invalidates(IEval* node) { invalidates.push_back(node, services->memory_resource()); }
+void node_base_data::add_invalidates(IEval* node) {
+    if (!invalidates.empty() && invalidates.view().back() == node) return;
+    invalidates.push_back(node, services->memory_resource());
+}
 
 void node_base_data::add_selecting(INode* node) { selecting.push_back(node, services->memory_resource()); }
 

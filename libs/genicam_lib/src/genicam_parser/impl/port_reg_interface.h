@@ -19,7 +19,7 @@ struct caching_terms {
 
 class port_reg_interface {
 public:
-    [[nodiscard]] virtual std::error_code write_cached(CachingMode_t mode, int64_t address,
+    [[nodiscard]] virtual std::error_code write_cached(const caching_terms& how, int64_t address,
                                                        std::span<const std::byte> data, unsigned flags) = 0;
     [[nodiscard]] virtual std::error_code read_cached(const caching_terms& how, int64_t address,
                                                       std::span<std::byte> data, unsigned flags) = 0;

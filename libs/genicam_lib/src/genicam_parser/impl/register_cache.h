@@ -33,8 +33,8 @@ public:
     // From a valid entry with this very address that is at least as long and was made after `since` changes or more.
     // False when there is none.
     [[nodiscard]] bool read(int64_t address, std::span<std::byte> data, uint64_t since = from_the_start) const noexcept;
-    [[nodiscard]] bool contains(int64_t address, std::size_t length) const noexcept {
-        const entry* found = find(address, from_the_start);
+    [[nodiscard]] bool contains(int64_t address, std::size_t length, uint64_t since = from_the_start) const noexcept {
+        const entry* found = find(address, since);
         return found != nullptr && found->length >= length;
     }
     // What a read brought, up to 8 bytes. After a write, invalidate first.

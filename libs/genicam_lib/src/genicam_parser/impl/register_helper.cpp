@@ -46,7 +46,10 @@ void reg_access::resolve_caching(const node_base_data& owner, const element_view
 void reg_access::invalidate(const result<address_range>& place) {
     // Without a place: it could be told when the entry was made, and may be again.
     const uint64_t number = place ? port->invalidate_range(place->address, place->length) : port->invalidate_all();
-    caching.since.store(number, std::memory_order_relaxed);
+    // Never back: another thread may have invalidated it later and been here before.
+    uint64_t before = caching.since.load(std::memory_order_relaxed);
+    while (before < number && !caching.since.compare_exchange_weak(before, number, std::memory_order_relaxed)) {
+    }
 }
 
 int64_t get_element_const_address_sum(const node_base_data& owner, const element_view& view) {

@@ -17,7 +17,8 @@ public:
     // False, and a message, without a usable default. Nodes become sources of the owner.
     [[nodiscard]] bool resolve_references(node_base_data& owner, const element_view& view);
 
-    // The first entry of this index, else the default.
+    [[nodiscard]] std::size_t size() const noexcept { return entries.size(); }
+    // The first entry of this index, which is looked for in all, else the default.
     [[nodiscard]] entry& choose(int64_t index) noexcept {
         for (entry& candidate : entries.view()) {
             if (candidate.index == index) return candidate;
