@@ -47,8 +47,8 @@ public:
         std::shared_ptr<client_session> session;
         uint64_t value; // 0: none yet
     };
-    // Null when all are in use. Given in turn, so that one is seldom given again soon: what was raised before could reach
-    // its next owner.
+    // Null when all are in use. Given in turn, so that one is seldom given again soon: what was raised before could
+    // reach its next owner.
     [[nodiscard]] std::shared_ptr<number> allocate();
 
     // One of the devices that this client may have open at a time. Null when all are open.
