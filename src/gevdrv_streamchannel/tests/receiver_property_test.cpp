@@ -24,6 +24,7 @@ struct traffic {
     uint32_t restarts = 0;    // of 1000 frames: the camera starts over in front of it
     uint32_t retries = 3;
     uint64_t answers_after = 200; // microseconds
+    uint64_t rest = 0; // before the camera starts over, in microseconds: what it sends till then is the old round's
     shape wire{};
     uint64_t first_id = 500;
     uint64_t complete = 0; // of 300 frames, at least, where packets are asked for
@@ -47,6 +48,7 @@ public:
         uint32_t round_begin = 0;
         for (uint32_t i = 0; i < frame_count; ++i) {
             if (i != 0 && happens(traits.restarts)) {
+                run_until(receiver, now + traits.rest, timer);
                 round_begin = i;
                 ++wire.round;
                 lost_before = std::exchange(lost, {});
@@ -222,7 +224,7 @@ const std::pair<const char*, traffic> kinds[] = {
     {"restarts, single frames",
      {.loss = 50, .duplication = 50, .restarts = 1000, .wire = narrow_extended, .first_id = 1}},
     {"restarts, single frames, long",
-     {.loss = 30, .refusal = 2, .restarts = 1000, .wire = long_frame, .first_id = 1, .complete = 270}},
+     {.loss = 30, .refusal = 2, .restarts = 1000, .rest = 100'000, .wire = long_frame, .first_id = 1, .complete = 270}},
     {"restarts, late answers",
      {.loss = 30, .reordering = 50, .restarts = 120, .answers_after = 400'000, .first_id = 1}},
     {"few buffers", {.loss = 60, .duplication = 60, .reordering = 60, .no_buffer = 300}},
