@@ -224,7 +224,7 @@ const std::pair<const char*, traffic> kinds[] = {
     {"restarts, single frames",
      {.loss = 50, .duplication = 50, .restarts = 1000, .wire = narrow_extended, .first_id = 1}},
     {"restarts, single frames, long",
-     {.loss = 30, .refusal = 2, .restarts = 1000, .rest = 100'000, .wire = long_frame, .first_id = 1, .complete = 270}},
+     {.loss = 30, .refusal = 2, .restarts = 1000, .rest = 100'000, .wire = long_frame, .first_id = 1, .complete = 280}},
     {"restarts, late answers",
      {.loss = 30, .reordering = 50, .restarts = 120, .answers_after = 400'000, .first_id = 1}},
     {"few buffers", {.loss = 60, .duplication = 60, .reordering = 60, .no_buffer = 300}},
