@@ -134,6 +134,7 @@ private:
         if (!known.asked.holds(0) || !may_be_answer(known, now)) return false;
         if (known.leader.seen) return leader_timestamp != 0 && leader_timestamp < known.leader.timestamp;
         known.leader = {true, leader_timestamp};
+        if (leader_timestamp == 0) known.ended = now; // answers to repeated requests follow soon
         return true;
     }
     // By id: each is looked up with one step, however many late packets come.

@@ -273,17 +273,17 @@ TEST_F(restart_resend_test, only_what_may_be_an_old_answer_costs_a_frame) {
 
 // Of single frames, the one behind a frame without leader gets lost, as it may be that frame's own; no more of them do.
 TEST_F(restart_resend_test, frame_without_leader_keeps_out_no_more_than_the_next_one) {
-    for (const bool own_comes : {false, true}) {
-        begin();
+    for (const auto& [own_comes, timestamps] : {std::pair{false, true}, {true, true}, {false, false}, {true, false}}) {
+        begin({.timestamps = timestamps});
         whole(1, 0);
-        pass(100'000);
+        pass(250'000);
         const datagram own = packet_of(1, 0, wire);
         for (uint32_t i = 0; i < 5; ++i) {
             ++wire.round;
             whole(1);
             if (i == 0 && own_comes) feed_one(own);
             send(1, {0, 1});
-            pass(100'000);
+            pass(200'000);
         }
         EXPECT_EQ(flags(), (std::vector<uint32_t>{incomplete, 0, 0, 0, 0}));
         EXPECT_EQ(taken, 5U);
