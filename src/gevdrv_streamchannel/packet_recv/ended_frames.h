@@ -22,6 +22,12 @@ public:
     // An answer to a request is no later, however short frames are.
     static constexpr uint64_t longest_answer = 1'000'000;
 
+    struct packet_span {
+        uint32_t first = 1;
+        uint32_t last = 0; // inclusive
+        [[nodiscard]] bool empty() const noexcept { return last < first; }
+        [[nodiscard]] bool holds(uint32_t id) const noexcept { return first <= id && id <= last; }
+    };
     struct leader_mark {
         bool seen = false;
         uint64_t timestamp = 0; // 0 from a camera that sends none
@@ -45,9 +51,11 @@ public:
     }
 
     void clear() noexcept { *this = {}; }
-    // `asked`: packets that it lacked in the end were asked for.
-    void add(uint64_t block_id, const leader_mark& leader, uint64_t now, bool asked) noexcept {
-        entries[block_id % capacity] = {block_id, leader, now, ++count, asked, false};
+    // `asked`: what it lacked in the end, from the first to the last, when packets were asked for.
+    void add(uint64_t block_id, const leader_mark& leader, uint64_t now, packet_span asked) noexcept {
+        entry& place = entries[block_id % capacity];
+        const uint64_t old_leader_until = place.block_id == block_id ? place.old_leader_until : 0;
+        place = {block_id, leader, now, ++count, old_leader_until, asked, false};
     }
     void leader_came(uint64_t timestamp) noexcept {
         if (newest_timestamp == 0) first_timestamp = timestamp;
@@ -56,7 +64,10 @@ public:
     // The ids begin anew. Stragglers of the old ones are kept out for one more frame time, answers as long as they
     // come.
     void start_over(uint64_t now) noexcept {
-        for (entry& each : entries) each.of_earlier_round = true;
+        for (entry& each : entries) {
+            each.of_earlier_round = true;
+            if (each.asked.holds(0)) each.old_leader_until = each.ended + longest_answer;
+        }
         started_over = now;
         newest_timestamp = first_timestamp = 0;
     }
@@ -65,28 +76,34 @@ public:
         const entry& known = entries[block_id % capacity];
         return known.block_id == block_id && !known.of_earlier_round;
     }
-    // Whether answers may still come that the frame with this id lacked in the round before.
-    [[nodiscard]] bool old_answers_due(uint64_t block_id, uint64_t now) const noexcept {
+    // Whether a packet of an open frame may be the answer that the frame with its id lacked in the round before.
+    [[nodiscard]] bool may_be_old_answer(uint64_t block_id, uint32_t packet_id, uint64_t now) const noexcept {
         const entry& known = entries[block_id % capacity];
-        return known.block_id == block_id && known.of_earlier_round && may_be_answer(known, now);
+        return known.block_id == block_id && known.of_earlier_round && known.asked.holds(packet_id) &&
+               may_be_answer(known, now);
+    }
+    // Whether a leader is the answer that the frame with its id lacked in the round before.
+    [[nodiscard]] bool is_old_leader(uint64_t block_id, uint64_t leader_timestamp, uint64_t now) const noexcept {
+        const entry& known = entries[block_id % capacity];
+        return known.block_id == block_id && now < known.old_leader_until && leader_timestamp != 0 &&
+               leader_timestamp < first_timestamp;
     }
     // `leader_timestamp`: null for any other packet.
     [[nodiscard]] verdict judge(uint64_t block_id, const uint64_t* leader_timestamp, uint64_t now,
-                                uint64_t frame_time) const noexcept {
-        const entry& known = entries[block_id % capacity];
+                                uint64_t frame_time) noexcept {
+        entry& known = entries[block_id % capacity];
         if (known.block_id != block_id) return verdict::unknown;
+        if (leader_timestamp != nullptr && is_old_leader(block_id, *leader_timestamp, now)) return verdict::late;
         if (known.of_earlier_round) {
             if (leader_timestamp == nullptr) {
                 const bool straggles = elapsed(now, started_over) < frame_time || may_be_answer(known, now);
                 return straggles ? verdict::late : verdict::unknown;
             }
             const bool repeated = known.leader.timestamp != 0 && known.leader.timestamp == *leader_timestamp;
-            const bool came_at_last = !known.leader.seen && *leader_timestamp != 0 &&
-                                      *leader_timestamp < first_timestamp && may_be_answer(known, now);
-            return repeated || came_at_last ? verdict::late : verdict::unknown;
+            return repeated ? verdict::late : verdict::unknown;
         }
         if (leader_timestamp == nullptr) return verdict::late;
-        if (!known.leader.seen && may_be_answer(known, now)) return verdict::late;
+        if (takes_for_answer(known, *leader_timestamp, now)) return verdict::late;
         if (begins_another(known.leader, elapsed(now, known.ended), *leader_timestamp, frame_time)) {
             return verdict::restart;
         }
@@ -104,12 +121,21 @@ private:
         uint64_t block_id = 0; // as on the wire; 0 is no frame's
         leader_mark leader;
         uint64_t ended = 0;
-        uint64_t number = 0; // of frames that ended
-        bool asked = false;
+        uint64_t number = 0;           // of frames that ended
+        uint64_t old_leader_until = 0; // time until which the leader of the round before may come
+        packet_span asked;
         bool of_earlier_round = false;
     };
     [[nodiscard]] static bool may_be_answer(const entry& known, uint64_t now) noexcept {
-        return known.asked && elapsed(now, known.ended) < longest_answer;
+        return !known.asked.empty() && elapsed(now, known.ended) < longest_answer;
+    }
+    // The next frame's leader may be taken for the one that was asked for, but not the one after it, too.
+    [[nodiscard]] static bool takes_for_answer(entry& known, uint64_t leader_timestamp, uint64_t now) noexcept {
+        if (!known.asked.holds(0) || !may_be_answer(known, now)) return false;
+        if (known.leader.seen) return leader_timestamp != 0 && leader_timestamp < known.leader.timestamp;
+        known.leader = {true, leader_timestamp};
+        if (leader_timestamp == 0) known.ended = now; // answers to repeated requests follow soon
+        return true;
     }
     // By id: each is looked up with one step, however many late packets come.
     std::array<entry, capacity> entries{};

@@ -48,6 +48,17 @@ struct frame_block {
         return {packets.holds(0), leader.timestamp};
     }
 
+    // From the first to the last packet that did not come.
+    [[nodiscard]] ended_frames::packet_span lacking() const noexcept {
+        const uint32_t due = packets.due();
+        if (due == 0) return {};
+        const uint64_t first = packets.first_missing(0, due - 1);
+        if (first >= due) return {};
+        uint32_t last = due - 1;
+        while (!packets.is_missing(last)) --last;
+        return {static_cast<uint32_t>(first), last};
+    }
+
     // Whether a payload packet brings for an id that came before what came then. The network's repeats and the camera's
     // answers do; another frame with the same id does not, unless the pictures are alike there.
     [[nodiscard]] bool brings_the_same(uint32_t packet_id, const gvsp_parsed_packet::payload_body& payload,

@@ -184,8 +184,16 @@ void gvsp_recv_resend::ask_for_gap(int64_t t, block& current, uint32_t lowest, u
     if (!forward) return;
     if (came_forward(t, current, id)) {
         check_gap(t, current, id, highest_before);
-    } else if (current.old_answers_due) {
-        give_up_mixed(t, current, id); // whose answer it is cannot be told
+    } else {
+        receive_into_hole(t, current, id);
+    }
+}
+
+// Where the frame that had the id in the round before lacked it, whose answer it is cannot be told. It may well be this
+// frame's own, so that is assembled on.
+[[gnu::noinline]] void gvsp_recv_resend::receive_into_hole(int64_t t, block& current, uint32_t packet_id) noexcept {
+    if (ended_recently.may_be_old_answer(current.block_id, packet_id, static_cast<uint64_t>(t))) {
+        current.packets.mark_mixed();
     }
 }
 
@@ -199,7 +207,7 @@ void gvsp_recv_resend::ask_for_gap(int64_t t, block& current, uint32_t lowest, u
 
 // Which packets are of which frame cannot be told, and answers would be mixed just so.
 void gvsp_recv_resend::give_up_mixed(int64_t t, block& current, uint32_t packet_id) {
-    if (current.packets.is_mixed()) return;
+    if (current.packets.is_mixed() && current.state == block_state::end_pending) return;
     log_block(t, current, ". pckt={} is of another frame with this id, so mark block with end-pending.", packet_id);
     current.packets.mark_mixed();
     current.state = block_state::end_pending;
@@ -245,9 +253,15 @@ bool gvsp_recv_resend::receive_packet(uint64_t now, std::span<const std::byte> d
 // The block that this packet belongs to, whose id `found` has; one is opened if need be. Null: the packet is late.
 gvsp_recv_resend::block* gvsp_recv_resend::block_of(int64_t t, const gvsp_parsed_packet& packet, block* found) {
     const uint64_t* leader_timestamp = packet.kind == gvsp_packet_kind::leader ? &packet.leader.timestamp : nullptr;
-    if (found != nullptr && leader_timestamp != nullptr && begins_another_round(t, *found, *leader_timestamp)) {
-        restart_stream(t);
-        found = nullptr;
+    if (found != nullptr && leader_timestamp != nullptr) {
+        if (ended_recently.is_old_leader(packet.block_id, *leader_timestamp, static_cast<uint64_t>(t))) {
+            ++stats.packets_late;
+            return nullptr;
+        }
+        if (begins_another_round(t, *found, *leader_timestamp)) {
+            restart_stream(t);
+            found = nullptr;
+        }
     }
     return found != nullptr ? found : create_block_for_id(t, packet.block_id, leader_timestamp);
 }
@@ -261,12 +275,16 @@ void gvsp_recv_resend::receive_other(int64_t t, block& current, const gvsp_parse
         last_leader = current.leader = packet.leader;
         ended_recently.leader_came(packet.leader.timestamp);
         break;
-    case gvsp_packet_kind::trailer:
-        if (!current.packets.add_trailer(id)) break;
+    case gvsp_packet_kind::trailer: {
+        const uint32_t trailer_before = current.packets.trailer();
+        const bool forward = current.packets.add_trailer(id);
+        if (trailer_before != 0 && current.packets.trailer() != trailer_before) give_up_mixed(t, current, id);
+        if (!forward) break;
         if (packet.trailer.chunk_data_payload_length != 0) current.has_chunk = true;
         current.chunk_layout_id = packet.trailer.chunk_layout_id;
         if (came_forward(t, current, id)) check_gap(t, current, id, highest_before);
         break;
+    }
     default:
         if (current.packets.add(id)) came_forward(t, current, id);
         break;
@@ -458,7 +476,6 @@ gvsp_recv_resend::block* gvsp_recv_resend::create_single_new_block(int64_t t, ui
     created.begin(block_id, frame_id, t, last_leader, geometry[extended]);
     created.state = block_state::open;
     created.ended = false;
-    created.old_answers_due = ended_recently.old_answers_due(block_id, static_cast<uint64_t>(std::max<int64_t>(t, 0)));
     created.end_deadline = created.next_timer = t + frame_time();
     created.highest_packet_id = created.not_yet_available = 0;
     created.resend_requests = created.resend_packets_requested = 0;
@@ -477,7 +494,7 @@ void gvsp_recv_resend::end_block(int64_t t, block& ended, bool flushed) {
     }
     // Without a buffer, too: its late packets must not take one when buffers are scarcest.
     ended_recently.add(ended.block_id, ended.leader_mark(), static_cast<uint64_t>(std::max<int64_t>(t, 0)),
-                       ended.resend_requests != 0 && !complete);
+                       ended.resend_requests != 0 && !complete ? ended.lacking() : ended_frames::packet_span{});
     if (ended.context.size == 0) {
         ++stats.no_buffer_frames;
         log_block(t, ended, ". Dropped frame due to no shm_mem_handle.");

@@ -47,7 +47,6 @@ private:
     struct block : frame_block {
         block_state state = block_state::free;
         bool ended = false;
-        bool old_answers_due = false; // of the frame that had this id before the camera started over
         int64_t end_deadline = never; // when to suspect the tail of the frame
         int64_t next_timer = never;   // the earliest deadline
         uint32_t highest_packet_id = 0;
@@ -74,6 +73,7 @@ private:
     block* block_of(int64_t t, const gvsp_parsed_packet& packet, block* found);
     void receive_payload(int64_t t, block& current, const gvsp_parsed_packet& packet);
     void receive_repeat(int64_t t, block& current, const gvsp_parsed_packet& packet);
+    void receive_into_hole(int64_t t, block& current, uint32_t packet_id) noexcept;
     void give_up_mixed(int64_t t, block& current, uint32_t packet_id);
     void receive_other(int64_t t, block& current, const gvsp_parsed_packet& packet);
     bool came_forward(int64_t t, block& current, uint32_t packet_id) noexcept;

@@ -175,7 +175,7 @@ void gvsp_recv_simple::end_block(block& ended, uint64_t now, bool flushed) {
         stats.packets_received += std::min(ended.packets.count(), ended.packets.due());
     }
     if (complete) stats.skipped_frames += ids.completed(ended.frame_id);
-    ended_recently.add(ended.block_id, ended.leader_mark(), now, false);
+    ended_recently.add(ended.block_id, ended.leader_mark(), now, {});
     if (ended.context.size == 0) {
         ++stats.no_buffer_frames;
         if (ended.context.buffer == nullptr) return; // an empty buffer goes back to its owner all the same

@@ -235,6 +235,93 @@ TEST_F(restart_resend_test, late_leader_of_the_last_frame_opens_nothing) {
     }
 }
 
+// A frame that lacked an answer says nothing against the next ones but in that packet's place, for a second; and what
+// is marked is assembled on.
+TEST_F(restart_resend_test, only_what_may_be_an_old_answer_costs_a_frame) {
+    struct row {
+        const char* name;
+        std::vector<uint32_t> packets;
+        uint64_t begins_after, pause; // microseconds, the pause before the third of the packets
+        bool complete;
+    };
+    const row rows[] = {
+        {"the same place", {0, 1, 3, 2, 4, 5}, 100'000, 0, false},
+        {"another place", {0, 1, 2, 4, 3, 5}, 100'000, 0, true},
+        {"none", {0, 1, 2, 3, 4, 5}, 100'000, 0, true},
+        {"more than a second after", {0, 3, 1, 2, 4, 5}, 955'000, 20'000, true},
+    };
+    for (const row& r : rows) {
+        SCOPED_TRACE(r.name);
+        begin();
+        whole(1, 2);
+        pass(100'000); // asked for, and given up
+        ASSERT_EQ(flags(), std::vector<uint32_t>{incomplete});
+        pass(r.begins_after);
+        ++wire.round;
+        for (size_t i = 0; i < r.packets.size(); ++i) {
+            if (i == 2) now += r.pause;
+            send(1, {r.packets[i]});
+        }
+        pass(100'000);
+        ++wire.round;
+        send(1, {0, 1, 3, 2, 4, 5});
+        ASSERT_EQ(flags(), (std::vector<uint32_t>{incomplete, r.complete ? 0 : incomplete, 0}));
+        EXPECT_EQ(frames[1].received_bytes, frame_size);
+        EXPECT_TRUE(bytes_right(1) && bytes_right(2));
+    }
+}
+
+// Of single frames, the one behind a frame without leader gets lost, as it may be that frame's own; no more of them do.
+TEST_F(restart_resend_test, frame_without_leader_keeps_out_no_more_than_the_next_one) {
+    for (const auto& [own_comes, timestamps] : {std::pair{false, true}, {true, true}, {false, false}, {true, false}}) {
+        begin({.timestamps = timestamps});
+        whole(1, 0);
+        pass(250'000);
+        const datagram own = packet_of(1, 0, wire);
+        for (uint32_t i = 0; i < 5; ++i) {
+            ++wire.round;
+            whole(1);
+            if (i == 0 && own_comes) feed_one(own);
+            send(1, {0, 1});
+            pass(200'000);
+        }
+        EXPECT_EQ(flags(), (std::vector<uint32_t>{incomplete, 0, 0, 0, 0}));
+        EXPECT_EQ(taken, 5U);
+    }
+}
+
+// The last frame of the old round lost its leader, whose answer comes around the frame with its id in the new round.
+// What the camera would send again for a frame opened by it were the new round's packets.
+TEST_F(restart_resend_test, late_leader_of_the_old_round_opens_nothing_in_the_new_one) {
+    for (const size_t sent_before : {0U, 2U, 6U}) {
+        SCOPED_TRACE(sent_before);
+        begin({}, automatic);
+        for (uint64_t block = 1; block <= 20; ++block, now += 1000) whole(block, block == 20 ? 0 : UINT32_MAX);
+        pass(5000);
+        const datagram old = packet_of(20, 0, wire);
+        wire.round = 1;
+        for (uint64_t block = 1; block < 20; ++block, now += 1000) whole(block);
+        for (uint32_t packet = 0; packet <= trailer_id; ++packet) {
+            if (packet == sent_before) feed_one(old);
+            send(20, {packet});
+        }
+        pass(5000);
+        feed_one(old);
+        EXPECT_EQ(taken, 40U);
+        ASSERT_EQ(frames.size(), 40U);
+        EXPECT_EQ(frames.back().flags, 0U);
+        EXPECT_TRUE(bytes_right(39));
+    }
+}
+
+TEST_F(restart_resend_test, second_trailer_elsewhere_ends_the_requests) {
+    send(1, {0, 1, 2, 4, 5});
+    feed_one(header(1, 2, 2).u32(1).u32(2));
+    pass(100'000);
+    EXPECT_EQ(flags(), std::vector<uint32_t>{incomplete});
+    EXPECT_TRUE(requests.empty());
+}
+
 // One stray id far ahead loses nothing; frames that are missing in front of one that others follow are lost.
 TYPED_TEST(restart_test, a_jump_of_the_ids_counts_when_it_is_borne_out) {
     constexpr uint64_t recovered = std::is_same_v<TypeParam, gvsp_recv_resend> ? 2 : 0;
