@@ -1,5 +1,7 @@
 #include <gige/network.h>
 
+#include "last_error.h"
+
 #include <arpa/inet.h>
 #include <ifaddrs.h>
 #include <net/if.h>
@@ -19,8 +21,6 @@ namespace {
 uint32_t address_of(const sockaddr* from) {
     return from == nullptr ? 0 : ntohl(reinterpret_cast<const sockaddr_in*>(from)->sin_addr.s_addr);
 }
-
-std::error_code last_error() { return {errno, std::system_category()}; }
 
 // Where there is no such table, there are no gateways.
 std::error_code add_gateways(std::vector<network_interface>& interfaces) {

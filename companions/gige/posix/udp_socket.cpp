@@ -1,5 +1,7 @@
 #include <gige/udp_socket.h>
 
+#include "last_error.h"
+
 #include <fmt/format.h>
 
 #include <arpa/inet.h>
@@ -27,8 +29,6 @@ sockaddr_in to_native(endpoint at) {
     native.sin_addr.s_addr = htonl(at.address);
     return native;
 }
-
-std::error_code last_error() { return {errno, std::system_category()}; }
 
 std::error_code set_option(int handle, int level, int name, int value) {
     return ::setsockopt(handle, level, name, &value, sizeof value) == 0 ? std::error_code{} : last_error();

@@ -17,7 +17,7 @@ struct size {
     std::int32_t width, height, pad;
     wall at;
 };
-const size sizes[] = {
+const size swept[] = {
     {2, 2, 0, wall::behind},    {3, 3, 0, wall::before},   {5, 2, 1, wall::behind},    {8, 6, 3, wall::before},
     {9, 7, 0, wall::behind},    {17, 4, 5, wall::before},  {36, 9, 0, wall::behind},   {67, 5, 0, wall::before},
     {20, 38, 16, wall::behind}, {131, 3, 7, wall::behind}, {36, 206, 5, wall::behind}, {35, 140, 0, wall::before},
@@ -26,9 +26,9 @@ const size sizes[] = {
 // processor, slower still, has whole vectors, rests and walls in the first eight, which are a sixteenth of the pixels.
 std::span<const size> sizes_here() {
 #if defined(__SANITIZE_THREAD__)
-    return std::span{sizes}.last(1);
+    return std::span{swept}.last(1);
 #else
-    return std::getenv("ORV_EMULATED") != nullptr ? std::span{sizes}.first(8) : std::span{sizes};
+    return std::getenv("ORV_EMULATED") != nullptr ? std::span{swept}.first(8) : std::span{swept};
 #endif
 }
 // One alone; where the image is high enough for strips, three as well.
