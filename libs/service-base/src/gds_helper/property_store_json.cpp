@@ -130,7 +130,8 @@ void property_store_json_rw::flush_back() {
         }
     }
     try {
-        const std::string text = root->dump(4) + '\n'; // throws for text that is no UTF-8, while the file is still whole
+        // Throws for text that is no UTF-8, while the file is still whole.
+        const std::string text = root->dump(4) + '\n';
         std::ofstream out;
         out.exceptions(std::ios::failbit | std::ios::badbit);
         out.open(file, std::ios::binary | std::ios::trunc);
