@@ -14,12 +14,11 @@ namespace img_pipe {
 
 IMG_PIPE_CONVERT(convert_mono);  // grey to grey, blue-green-red and planar YUV
 IMG_PIPE_CONVERT(convert_bayer); // mosaic to colours and luma
-IMG_PIPE_CONVERT(repack_bayer);  // mosaic to samples of another depth
+IMG_PIPE_CONVERT(repack_bayer);  // mosaic to samples of another depth, companded ones to floats
 IMG_PIPE_CONVERT(convert_bgr);   // blue-green-red among each other and to luma
 IMG_PIPE_CONVERT(convert_yuv_to_bgr);
 IMG_PIPE_CONVERT(convert_yuv_by_planes); // packed YUV to itself and to luma, through planes
 IMG_PIPE_CONVERT(convert_to_luma);       // from blue-green-red and packed YUV
-IMG_PIPE_CONVERT(convert_pwl_to_float);
 IMG_PIPE_CONVERT(convert_pwl_to_colours);
 IMG_PIPE_CONVERT(convert_polarization);
 

@@ -6,15 +6,6 @@
 
 namespace img_pipe {
 
-bool convert_pwl_to_float(transform_pipe& pipe, const img_descriptor& dst, const img_descriptor& src,
-                          const transform_params& params, transform_scratch*) {
-    const corrections c(params);
-    const sample_params gains = mosaic_gains(c, src.format);
-    road_builder way(*pipe.state(), dst, src);
-    way.enter(kernel_slot::convert_lines, dst.format, c.white_balance ? &gains : nullptr);
-    return way.run();
-}
-
 // A picture to look at: the mosaic's codes become the square root of their linear values, and that is demosaiced.
 bool convert_pwl_to_colours(transform_pipe& pipe, const img_descriptor& dst, const img_descriptor& src,
                             const transform_params& params, transform_scratch*) {

@@ -40,7 +40,7 @@ constexpr auto yuv_self = &make<&convert_yuv_by_planes, all_but_first, fcc("BGR4
 constexpr auto yuv_bgr = &make<&convert_yuv_to_bgr, all_but_first, fcc("BGR4")>;
 constexpr auto bgr = &make<&convert_bgr, all_but_first, fcc("RGB6")>;
 constexpr auto luma = &make<&convert_to_luma, all_but_first, fcc("RGB6")>;
-constexpr auto pwl_float = &make<&convert_pwl_to_float, repacking, fcc("RGf0")>;
+constexpr auto pwl_float = &make<&repack_bayer, repacking, fcc("RGf0")>;
 constexpr auto pwl_colours = &make<&convert_pwl_to_colours, all_but_first, fcc("RGB6")>;
 constexpr auto polarization = &make<&convert_polarization, nothing, fcc("RGB6")>;
 
