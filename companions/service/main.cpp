@@ -124,8 +124,7 @@ int serve(const program_options& given) {
     const std::size_t wanted = ipc_rpc::limits::most_descriptors;
     if (const std::size_t most = service::raise_descriptor_limit(wanted); most < wanted)
         gds_helper::log::main_logger().warn("Only {} files may be open at a time, by a hard limit that is the "
-                                            "administrator's: many clients and cameras "
-                                            "can take more, up to {}.",
+                                            "administrator's: many clients and cameras can take more, up to {}.",
                                             most, wanted);
 
     auto options = core_options(given);
