@@ -1,4 +1,5 @@
 // No memory, at each place in turn where the search asks for some: it goes on, and finds what there is.
+#include "../../../../libs/service-base/tests/failing_memory.h"
 #include "../../../../libs/service-base/tests/support.h"
 
 #include <gvcp/discovery.h>
@@ -9,38 +10,21 @@
 
 #include <unistd.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <new>
-
-namespace {
-
-std::atomic<long> until_failure{-1}; // allocations of other threads that still succeed; negative: all
-thread_local bool is_test_thread = false;
-
-} // namespace
-
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    if (!is_test_thread && until_failure >= 0 && until_failure-- == 0) throw std::bad_alloc{};
-    if (void* memory = std::malloc(size != 0 ? size : 1)) return memory;
-    throw std::bad_alloc{};
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+#include <array>
+#include <cstdint>
 
 TEST(Memory, ItsLackEndsASearchAndNothingElse) {
     using namespace std::chrono_literals;
     namespace gvcp = gige::gvcp;
-    is_test_thread = true;
     const auto pid = static_cast<uint32_t>(getpid());
     const uint32_t address = 127U << 24 | (20 + pid % 200) << 16 | (1 + pid / 200 % 250) << 8 | 1;
     auto camera = gige::udp_socket::open({address, gvcp::port});
     ASSERT_TRUE(camera);
-    for (long place = 0; place < 60; ++place) {
+    for (int place = 0; place < 60; ++place) {
         SCOPED_TRACE(place);
         gvcp_master::discovery finder{
             {.networks = false, .loopback = false, .addresses = {address}, .interval = 20ms, .window = 10ms}, {}};
-        until_failure = place;
+        failing_memory::fail(place, failing_memory::other_threads);
         std::array<std::byte, 600> request;
         // The camera, played by this thread.
         const auto eventually_with_camera = [&](auto&& condition) {
@@ -58,7 +42,8 @@ TEST(Memory, ItsLackEndsASearchAndNothingElse) {
                 return condition();
             });
         };
-        ASSERT_TRUE(eventually_with_camera([] { return until_failure < 0; })) << "nothing asks for memory any more";
+        ASSERT_TRUE(eventually_with_camera([] { return failing_memory::failures() != 0; }))
+            << "nothing asks for memory any more";
         EXPECT_TRUE(eventually_with_camera([&] {
             const auto list = finder.list();
             return list.size() == 1 && list.front().devices.size() == 1;

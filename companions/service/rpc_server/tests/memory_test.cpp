@@ -1,5 +1,6 @@
 // No memory, at each place in turn where a thread of a connection asks for some: the call or the connection ends with
 // an error, the process lives, and the next connection is served.
+#include "../../../../libs/service-base/tests/failing_memory.h"
 #include "../../../../libs/service-base/tests/support.h"
 
 #include <ipc_rpc/catalogue.h>
@@ -7,25 +8,6 @@
 #include <rpc_server/rpc_server.h>
 
 #include <gtest/gtest.h>
-
-#include <atomic>
-#include <cstdlib>
-#include <new>
-
-namespace {
-
-std::atomic<long> until_failure{-1}; // allocations of other threads that still succeed; negative: all
-thread_local bool is_test_thread = false;
-
-} // namespace
-
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    if (!is_test_thread && until_failure >= 0 && until_failure-- == 0) throw std::bad_alloc{};
-    if (void* memory = std::malloc(size != 0 ? size : 1)) return memory;
-    throw std::bad_alloc{};
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 using namespace ipc_rpc;
 
@@ -64,18 +46,17 @@ bool use_once() {
 } // namespace
 
 TEST(Memory, ItsLackEndsACallOrAConnectionAndNothingElse) {
-    is_test_thread = true;
     const test_support::runtime_folder folder;
     auto server = service::rpc_server::start({"pipe", std::nullopt}, make_table);
     ASSERT_TRUE(server);
     ASSERT_TRUE(use_once());
     int failures = 0;
-    long place = 0;
-    constexpr long last_place = 2000;
+    int place = 0;
+    constexpr int last_place = 2000;
     for (; place < last_place; ++place) {
-        until_failure = place;
+        failing_memory::fail(place, failing_memory::other_threads);
         const bool served = use_once();
-        const bool reached = until_failure.exchange(-1) < 0;
+        const bool reached = failing_memory::stop() != 0;
         failures += served ? 0 : 1;
         EXPECT_TRUE(use_once()) << "after the failure at allocation " << place;
         if (served && !reached) break; // there is no such allocation any more
