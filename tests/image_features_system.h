@@ -64,8 +64,8 @@ public:
         std::vector<std::string> found;
         for (const auto& entry : std::filesystem::directory_iterator{"/dev/shm"}) {
             const std::string name = entry.path().filename();
-            if (name.find("settings-") != name.npos && name.find(std::to_string(service_pid) + "_") != name.npos)
-                found.push_back(name);
+            // Whole: services of other tests have numbers that end in the same digits.
+            if (name.starts_with("settings-" + std::to_string(service_pid) + "_")) found.push_back(name);
         }
         return found;
     }
