@@ -28,6 +28,11 @@ public:
         [[nodiscard]] bool empty() const noexcept { return last < first; }
         [[nodiscard]] bool holds(uint32_t id) const noexcept { return first <= id && id <= last; }
     };
+    // Of a frame, from the camera once more.
+    struct requests {
+        bool leader = false;
+        packet_span unanswered; // what lacked in the end, from the first to the last
+    };
     struct leader_mark {
         bool seen = false;
         uint64_t timestamp = 0; // 0 from a camera that sends none
@@ -51,8 +56,7 @@ public:
     }
 
     void clear() noexcept { *this = {}; }
-    // `asked`: what it lacked in the end, from the first to the last, when packets were asked for.
-    void add(uint64_t block_id, const leader_mark& leader, uint64_t now, packet_span asked) noexcept {
+    void add(uint64_t block_id, const leader_mark& leader, uint64_t now, const requests& asked) noexcept {
         entry& place = entries[block_id % capacity];
         const uint64_t old_leader_until = place.block_id == block_id ? place.old_leader_until : 0;
         place = {block_id, leader, now, ++count, old_leader_until, asked, false};
@@ -66,7 +70,7 @@ public:
     void start_over(uint64_t now) noexcept {
         for (entry& each : entries) {
             each.of_earlier_round = true;
-            if (each.asked.holds(0)) each.old_leader_until = each.ended + longest_answer;
+            if (each.asked.unanswered.holds(0)) each.old_leader_until = each.ended + longest_answer;
         }
         started_over = now;
         newest_timestamp = first_timestamp = 0;
@@ -79,7 +83,7 @@ public:
     // Whether a packet of an open frame may be the answer that the frame with its id lacked in the round before.
     [[nodiscard]] bool may_be_old_answer(uint64_t block_id, uint32_t packet_id, uint64_t now) const noexcept {
         const entry& known = entries[block_id % capacity];
-        return known.block_id == block_id && known.of_earlier_round && known.asked.holds(packet_id) &&
+        return known.block_id == block_id && known.of_earlier_round && known.asked.unanswered.holds(packet_id) &&
                may_be_answer(known, now);
     }
     // Whether a leader is the answer that the frame with its id lacked in the round before.
@@ -104,6 +108,7 @@ public:
         }
         if (leader_timestamp == nullptr) return verdict::late;
         if (takes_for_answer(known, *leader_timestamp, now)) return verdict::late;
+        if (!is_timed(*leader_timestamp) && may_be_next_answer(known, now)) return verdict::late;
         if (begins_another(known.leader, elapsed(now, known.ended), *leader_timestamp, frame_time)) {
             return verdict::restart;
         }
@@ -123,15 +128,20 @@ private:
         uint64_t ended = 0;
         uint64_t number = 0;           // of frames that ended
         uint64_t old_leader_until = 0; // time until which the leader of the round before may come
-        packet_span asked;
+        requests asked;
         bool of_earlier_round = false;
     };
     [[nodiscard]] static bool may_be_answer(const entry& known, uint64_t now) noexcept {
-        return !known.asked.empty() && elapsed(now, known.ended) < longest_answer;
+        return !known.asked.unanswered.empty() && elapsed(now, known.ended) < longest_answer;
+    }
+    // Each request for a leader may be answered, within frame times that are far shorter than what an answer takes.
+    // Where other frames end in between, the ids say that it is no new one.
+    [[nodiscard]] bool may_be_next_answer(const entry& known, uint64_t now) const noexcept {
+        return known.asked.leader && known.number != count && elapsed(now, known.ended) < longest_answer;
     }
     // The next frame's leader may be taken for the one that was asked for, but not the one after it, too.
     [[nodiscard]] static bool takes_for_answer(entry& known, uint64_t leader_timestamp, uint64_t now) noexcept {
-        if (!known.asked.holds(0) || !may_be_answer(known, now)) return false;
+        if (!known.asked.unanswered.holds(0) || !may_be_answer(known, now)) return false;
         if (known.leader.seen) return leader_timestamp != 0 && leader_timestamp < known.leader.timestamp;
         known.leader = {true, leader_timestamp};
         if (leader_timestamp == 0) known.ended = now; // answers to repeated requests follow soon

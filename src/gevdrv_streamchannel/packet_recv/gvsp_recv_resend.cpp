@@ -317,6 +317,7 @@ int64_t gvsp_recv_resend::queue_resend(int64_t t, block& current, resend_entry& 
               sent);
     current.resend_packets_requested += last - entry.first_packet + 1;
     ++current.resend_requests;
+    current.leader_asked |= entry.first_packet == 0;
     try {
         if (functions.send_resend) functions.send_resend(current.block_id, entry.first_packet, last, extended);
     } catch (const std::bad_alloc&) {
@@ -479,6 +480,7 @@ gvsp_recv_resend::block* gvsp_recv_resend::create_single_new_block(int64_t t, ui
     created.end_deadline = created.next_timer = t + frame_time();
     created.highest_packet_id = created.not_yet_available = 0;
     created.resend_requests = created.resend_packets_requested = 0;
+    created.leader_asked = false;
     created.received_bytes = 0;
     created.resend_entry_count = 0;
     log_block(t, created, ". Block started.");
@@ -493,8 +495,9 @@ void gvsp_recv_resend::end_block(int64_t t, block& ended, bool flushed) {
         stats.packets_received += std::min(ended.packets.count(), ended.packets.due());
     }
     // Without a buffer, too: its late packets must not take one when buffers are scarcest.
-    ended_recently.add(ended.block_id, ended.leader_mark(), static_cast<uint64_t>(std::max<int64_t>(t, 0)),
-                       ended.resend_requests != 0 && !complete ? ended.lacking() : ended_frames::packet_span{});
+    ended_recently.add(
+        ended.block_id, ended.leader_mark(), static_cast<uint64_t>(std::max<int64_t>(t, 0)),
+        {ended.leader_asked, ended.resend_requests != 0 && !complete ? ended.lacking() : ended_frames::packet_span{}});
     if (ended.context.size == 0) {
         ++stats.no_buffer_frames;
         log_block(t, ended, ". Dropped frame due to no shm_mem_handle.");

@@ -52,6 +52,7 @@ private:
         uint32_t highest_packet_id = 0;
         uint32_t not_yet_available = 0; // answers of the kind that were heeded
         uint32_t resend_requests = 0;
+        bool leader_asked = false;
         uint32_t resend_packets_requested = 0;
         uint64_t received_bytes = 0;
         size_t resend_entry_count = 0; // slots used; never falls within a block

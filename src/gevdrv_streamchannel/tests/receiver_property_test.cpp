@@ -23,7 +23,10 @@ struct traffic {
     uint32_t strange_ids = 0; // of 1000 payload packets: with an id behind the frame, in place of their own
     uint32_t restarts = 0;    // of 1000 frames: the camera starts over in front of it
     uint32_t retries = 3;
-    uint64_t answers_after = 200; // microseconds
+    uint64_t frame_time = 10'000; // microseconds, like the next two
+    uint64_t answers_after = 200;
+    uint64_t answers_within = 3'333; // from then on
+    bool automatic = false;          // the receiver finds the frames' time out
     uint64_t rest = 0; // before the camera starts over, in microseconds: what it sends till then is the old round's
     shape wire{};
     uint64_t first_id = 500;
@@ -95,7 +98,7 @@ public:
         packets_asked += last - first + 1;
         ++requests_made;
         for (uint32_t packet = first; packet <= last; ++packet) {
-            const uint64_t at = now + traits.answers_after + below(frame_time / 3);
+            const uint64_t at = now + traits.answers_after + below(traits.answers_within);
             if (!sent.contains({wire.round, block}) || happens(traits.refusal)) {
                 const uint32_t codes[] = {0x800C, 0x8010, 0x8011, 0x8012};
                 emit(at, header(block, 3, packet, codes[below(4)], wire.extended));
@@ -110,7 +113,6 @@ public:
 
 private:
     static constexpr uint64_t never = std::numeric_limits<uint64_t>::max();
-    static constexpr uint64_t frame_time = 10'000;
 
     uint64_t below(uint64_t bound) { return random() % bound; }
     bool happens(uint32_t per_mille) { return below(1000) < per_mille; }
@@ -150,7 +152,8 @@ private:
         now = std::max(now, end);
     }
 
-    traffic traits;
+    const traffic traits;
+    const uint64_t frame_time = traits.frame_time;
     bool at_an_end = false;
     std::mt19937 random;
     uint64_t now = 1'000'000;
@@ -201,6 +204,7 @@ void expect_right_in_rounds(const simulation& run, const counts& stats) {
 const shape wide{64, 30, false};
 const shape narrow_extended{50, 6, true};
 const shape long_frame{16, 200, false};
+const shape untimed{.timestamps = false};
 const std::pair<const char*, traffic> kinds[] = {
     {"clean", {}},
     {"loss", {.loss = 50}},
@@ -218,6 +222,13 @@ const std::pair<const char*, traffic> kinds[] = {
     {"strange ids", {.strange_ids = 50, .wire = narrow_extended}},
     {"late packets", {.loss = 40, .late = 40}},
     {"answers after dozens of frames", {.loss = 20, .answers_after = 400'000}},
+    {"answers after dozens of short frames without timestamps",
+     {.loss = 20,
+      .frame_time = 1000,
+      .answers_after = 10'000,
+      .answers_within = 20'000,
+      .automatic = true,
+      .wire = untimed}},
     {"restarts", {.loss = 50, .reordering = 50, .restarts = 150, .first_id = 1}},
     {"restarts, repeats",
      {.loss = 30, .duplication = 100, .reordering = 100, .late = 20, .restarts = 300, .first_id = 1}},
@@ -246,7 +257,8 @@ TYPED_TEST(receiver_property_test, delivers_right_frames_in_order_and_counts_eve
                 run.answer(block, first, last, extended);
             };
             TypeParam receiver{run.functions};
-            receiver.set_resend_params({.time_per_frame = 10'000, .max_retries = how.retries});
+            receiver.set_resend_params(
+                {.time_per_frame = 10'000, .max_retries = how.retries, .auto_time_per_frame = how.automatic});
             const counts stats = run.run(receiver, 300);
             (how.restarts != 0 ? expect_right_in_rounds : expect_right)(run, stats);
             EXPECT_EQ(stats[3] != 0, how.no_buffer != 0);
