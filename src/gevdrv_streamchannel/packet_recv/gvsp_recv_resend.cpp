@@ -9,11 +9,8 @@
 // Everything is a function of the datagrams and the times handed in. Nothing allocates after setup.
 #include "gvsp_recv_resend.h"
 
+#include "block_log.h"
 #include "frame_copy.h"
-
-#include <gds_helper/log.h>
-
-#include <fmt/format.h>
 
 #include <algorithm>
 #include <new>
@@ -25,29 +22,12 @@ namespace {
 
 constexpr uint64_t ids_per_lap = 65535;
 constexpr uint32_t last_requestable_packet = 0xFFFFFF;
-constexpr uint32_t most_sends = 0xFF;
 // Bounds that keep sums of times far from overflow, whatever clock and parameters say.
 constexpr int64_t longest_time = int64_t{1} << 60;
 constexpr int64_t longest_delay = int64_t{frame_time::longest};
 constexpr int64_t longest_per_packet = int64_t{1} << 30;
-constexpr uint32_t most_not_yet_available = 16; // answers heeded per frame
-
-enum status : uint16_t {
-    packet_unavailable = 0x800C,
-    packet_not_yet_available = 0x8010,
-    packet_and_prev_removed = 0x8011,
-    packet_removed = 0x8012,
-};
 
 using gds_helper::log::gvsp_logger;
-
-// At info level, behind the block's mark.
-template <class Block, class... Args>
-void log_block(int64_t t, const Block& block, fmt::format_string<Args...> text, Args&&... args) {
-    if (!gvsp_logger().should_log(spdlog::level::info)) return;
-    gvsp_logger().info("now={:15} [{:8}] @t+={:7}{}", t, block.block_id, t - block.start_time,
-                       fmt::format(text, std::forward<Args>(args)...));
-}
 
 } // namespace
 
@@ -143,6 +123,12 @@ inline int64_t gvsp_recv_resend::end_timeout(int64_t t, const block& current) co
     // The projected length of the whole frame, so that a slow camera's tail isn't declared lost too soon.
     const int64_t per_packet = std::min((t - current.start_time) / current.highest_packet_id, longest_per_packet);
     return std::max(floor, per_packet * current.geometry.expected_packets - 2);
+}
+
+// For others than the way of nearly every datagram, which has it inlined.
+void gvsp_recv_resend::postpone_end(int64_t t, block& current) const noexcept {
+    current.end_deadline = t + end_timeout(t, current);
+    current.next_timer = std::min(current.next_timer, current.end_deadline);
 }
 
 // True when the packet is the highest so far.
@@ -524,81 +510,6 @@ void gvsp_recv_resend::end_block(int64_t t, block& ended, bool flushed) {
     finish_copies();
     functions.deliver(info, stats);
     ended.ended = true;
-}
-
-void gvsp_recv_resend::recv_block_error(int64_t t, block& current, uint32_t packet_id, uint16_t status) {
-    switch (status) {
-    case packet_unavailable:
-    case packet_removed:
-        kill_range(t, current, packet_id);
-        break;
-    case packet_and_prev_removed:
-        kill_ranges_up_to(t, current, packet_id);
-        break;
-    case packet_not_yet_available:
-        log_block(t, current, ". pckt={},  Received GEV_STATUS_PACKET_NOT_YET_AVAILABLE packet.", packet_id);
-        wait_for_packet(t, current, packet_id);
-        break;
-    default:
-        log_block(t, current, ". pckt={},  Received status=0x{:x} packet.", packet_id, status);
-        break;
-    }
-}
-
-void gvsp_recv_resend::kill_range(int64_t t, block& current, uint32_t packet_id) {
-    if (current.ended) {
-        log_block(t, current, ". pckt={}, Received 'GEV_STATUS_PACKET_UNAVAILABLE' on already ended block.", packet_id);
-        return;
-    }
-    for (size_t i = 0; i < current.resend_entry_count; ++i) {
-        resend_entry& entry = current.resend_entries[i];
-        const uint32_t last = entry.last_packet;
-        if (entry.deadline == 0 || packet_id < entry.first_packet || packet_id > last) continue;
-        log_block(t, current, ". pckt={}, Received 'GEV_STATUS_PACKET_UNAVAILABLE', killing resend request at [{},{}].",
-                  packet_id, entry.first_packet, last);
-        entry.deadline = 0;
-        current.state = block_state::end_pending;
-        return;
-    }
-}
-
-void gvsp_recv_resend::kill_ranges_up_to(int64_t t, block& current, uint32_t packet_id) {
-    if (current.ended) {
-        log_block(t, current,
-                  ". pckt={}, Received 'GEV_STATUS_PACKET_AND_PREV_REMOVED_FROM_MEMORY' on already ended block.",
-                  packet_id);
-        return;
-    }
-    log_block(t, current,
-              ". pckt={}, Received 'GEV_STATUS_PACKET_AND_PREV_REMOVED_FROM_MEMORY', killing all resend requests for "
-              "previous packet-ids.",
-              packet_id);
-    for (size_t i = 0; i < current.resend_entry_count; ++i) {
-        resend_entry& entry = current.resend_entries[i];
-        if (entry.last_packet < packet_id) {
-            entry.deadline = 0;
-        } else if (entry.deadline != 0 && entry.first_packet <= packet_id) {
-            entry.first_packet = packet_id;
-        }
-    }
-    current.state = block_state::end_pending;
-}
-
-// Nothing is lost yet, as with a line scan or a long read-out: the request does not use up a try. Bounded, lest a
-// camera that never says anything else holds the frame for ever.
-void gvsp_recv_resend::wait_for_packet(int64_t t, block& current, uint32_t packet_id) {
-    const auto entries = std::span{current.resend_entries}.first(current.resend_entry_count);
-    const auto asked = std::ranges::find_if(entries, [&](const resend_entry& entry) {
-        return entry.deadline != 0 && entry.retry_count != 0 && entry.first_packet <= packet_id &&
-               packet_id <= entry.last_packet;
-    });
-    if (asked == entries.end() || current.not_yet_available == most_not_yet_available) return;
-    ++current.not_yet_available;
-    asked->retry_count = (asked->retry_count - 1U) & most_sends;
-    const uint32_t last = asked->last_packet;
-    if (current.packets.trailer() != 0 || last + 1 < current.geometry.expected_packets) return;
-    current.end_deadline = t + end_timeout(t, current);
-    current.next_timer = std::min(current.next_timer, current.end_deadline);
 }
 
 } // namespace gev::streamchannel::impl

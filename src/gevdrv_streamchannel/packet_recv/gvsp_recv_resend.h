@@ -32,6 +32,7 @@ private:
     static constexpr int64_t never = std::numeric_limits<int64_t>::max();
     static constexpr size_t pool_size = 5;
     static constexpr size_t max_entries = 64;
+    static constexpr uint32_t most_sends = 0xFF;
 
     enum class block_state : uint32_t { free = 0, open = 1, end_pending = 2 };
 
@@ -62,6 +63,7 @@ private:
     [[nodiscard]] int64_t relative(uint64_t now) const noexcept;
     [[nodiscard]] int64_t resend_delay() const noexcept;
     [[nodiscard]] int64_t end_timeout(int64_t t, const block& current) const noexcept;
+    void postpone_end(int64_t t, block& current) const noexcept;
 
     void prepare_blocks();
     [[nodiscard]] block* find(uint64_t block_id) noexcept;
