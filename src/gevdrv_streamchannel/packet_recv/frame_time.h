@@ -29,22 +29,26 @@ public:
     void restart() noexcept {
         distances.fill(at_start);
         current = static_cast<int64_t>(at_start);
-        last_started = -1;
+        measured_from = -1;
     }
     [[nodiscard]] int64_t operator()() const noexcept { return current; }
 
-    // A frame began; `follows`: it is the one behind the last. Datagrams that were read together have one time, so
-    // single distances may be 0.
+    // A frame began; `follows`: it is the one behind the last. Distances are averaged over a millisecond at least:
+    // datagrams that were read together have one time, and what waited while this thread was away comes in no time.
     void frame_began(int64_t now, bool follows) noexcept {
         if (!automatic) return;
-        if (follows && last_started >= 0 && now >= last_started) {
-            distances[next++ % distances.size()] = static_cast<uint64_t>(now - last_started);
+        ++frames;
+        if (follows && measured_from >= 0 && now >= measured_from) {
+            const auto elapsed = static_cast<uint64_t>(now - measured_from);
+            if (elapsed < shortest_set) return;
+            distances[next++ % distances.size()] = elapsed / frames;
             auto sorted = distances;
             const auto middle = sorted.begin() + sorted.size() / 2;
             std::nth_element(sorted.begin(), middle, sorted.end());
             current = static_cast<int64_t>(std::clamp(*middle, std::min(shortest_set, at_start), at_start));
         }
-        last_started = now;
+        measured_from = now;
+        frames = 0;
     }
 
 private:
@@ -52,7 +56,8 @@ private:
     size_t next = 0;
     uint64_t at_start = resend_parameters{}.time_per_frame;
     int64_t current = static_cast<int64_t>(resend_parameters{}.time_per_frame);
-    int64_t last_started = -1;
+    int64_t measured_from = -1; // a frame's start
+    uint64_t frames = 0;        // begun since
     bool automatic = false;
 };
 
