@@ -395,6 +395,8 @@ bool gvsp_recv_resend::begins_another_round(int64_t t, const block& current, uin
     // A block for a lost frame, still empty and back-dated, is filled by whatever frame has its id.
     if (current.packets.count() == 0) return false;
     const uint64_t quiet = ended_frames::elapsed(static_cast<uint64_t>(t), static_cast<uint64_t>(current.last_packet));
+    // It was asked for and this thread was away: the frame's own.
+    if (current.leader_asked && !current.packets.holds(0) && quiet < ended_frames::longest_answer) return false;
     return ended_recently.begins_another(current.leader_mark(), quiet, leader_timestamp,
                                          static_cast<uint64_t>(frame_time()));
 }

@@ -314,6 +314,22 @@ TEST_F(restart_resend_test, late_leader_of_the_old_round_opens_nothing_in_the_ne
     }
 }
 
+// The thread was away for longer than any frame takes, and the frame is open still.
+TEST_F(restart_resend_test, leader_that_an_open_frame_asked_for_is_its_own_after_a_stall) {
+    for (const bool timestamps : {true, false}) {
+        begin({.timestamps = timestamps}, automatic);
+        for (uint64_t block = 1; block <= 20; ++block) {
+            whole(block, block == 20 ? 0 : UINT32_MAX);
+            pass(block == 20 ? 600 : 1000);
+        }
+        ASSERT_EQ(requests, (std::vector<request>{{20, 0, 0}}));
+        now += 6000;
+        send(20, {0});
+        EXPECT_EQ(flags(), std::vector<uint32_t>(20, 0));
+        EXPECT_EQ(taken, 20U);
+    }
+}
+
 TEST_F(restart_resend_test, second_trailer_elsewhere_ends_the_requests) {
     send(1, {0, 1, 2, 4, 5});
     feed_one(header(1, 2, 2).u32(1).u32(2));
