@@ -26,13 +26,17 @@ void gvsp_recv_resend::recv_block_error(int64_t t, block& current, uint32_t pack
     case packet_removed:
         kill_range(t, current, packet_id);
         break;
-    case packet_and_prev_removed:
-        kill_ranges_up_to(t, current, packet_id);
-        break;
     case packet_not_yet_available:
         log_block(t, current, ". pckt={},  Received GEV_STATUS_PACKET_NOT_YET_AVAILABLE packet.", packet_id);
         wait_for_packet(t, current, packet_id);
         break;
+    case packet_and_prev_removed:
+        // With nothing asked for it is the answer to a request of the frame that had this id before.
+        if (current.resend_requests != 0) {
+            kill_ranges_up_to(t, current, packet_id);
+            break;
+        }
+        [[fallthrough]];
     default:
         log_block(t, current, ". pckt={},  Received status=0x{:x} packet.", packet_id, status);
         break;
