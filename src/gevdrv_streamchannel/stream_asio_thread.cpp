@@ -48,6 +48,15 @@ uint64_t now_us() {
     return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(now).count()) / 1000;
 }
 
+// What has nobody to be told of a failure, and must end neither reception nor the process.
+template <class Work>
+void unless_memory_is_short(Work&& work) noexcept {
+    try {
+        work();
+    } catch (const std::exception&) {
+    }
+}
+
 std::unique_ptr<gvsp_recv_interface> make_receiver(bool copy_packets, const stream_functions& functions) {
     if (copy_packets) return std::make_unique<gvsp_recv_copy_packets>(functions);
     if (functions.send_resend) return std::make_unique<gvsp_recv_resend>(functions);
@@ -183,8 +192,8 @@ void stream_asio_thread::thread_main() {
         } catch (const std::exception&) { // what was lacking is lacking for the words, too
         }
     }
-    receiver->flush(now_us());
-    dump_statistics(receiver->get_statistics());
+    unless_memory_is_short([this] { receiver->flush(now_us()); });
+    unless_memory_is_short([this] { dump_statistics(receiver->get_statistics()); });
     std::error_code ignored;
     if (socket_is_gone) {
         socket.release(ignored); // the number may be somebody else's by now
@@ -197,7 +206,7 @@ void stream_asio_thread::thread_main() {
         thread_running = false;
         state_changed.notify_all();
     }
-    if (!end_reason.empty() && reception_ended) reception_ended(end_reason);
+    if (!end_reason.empty() && reception_ended) unless_memory_is_short([this] { reception_ended(end_reason); });
 }
 
 void stream_asio_thread::end_reception(std::string reason) {
@@ -286,9 +295,11 @@ void stream_asio_thread::post(Work&& work) {
 bool stream_asio_thread::survives(const std::error_code& read_error) {
     if (read_error == std::errc::bad_file_descriptor || read_error == std::errc::not_a_socket) return false;
     const auto number = static_cast<size_t>(read_error.value()) % read_errors_told.size();
-    if (!read_errors_told[number]) {
-        gvsp_logger().warn("{}, reading failed due to {}", thread_name, read_error.message());
-        read_errors_told.set(number);
+    if (!read_errors_told[number] && gvsp_logger().should_log(spdlog::level::warn)) {
+        unless_memory_is_short([&] {
+            gvsp_logger().warn("{}, reading failed due to {}", thread_name, read_error.message());
+            read_errors_told.set(number);
+        });
     }
     std::this_thread::sleep_for(error_pause);
     return true;

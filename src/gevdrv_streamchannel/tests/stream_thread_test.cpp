@@ -6,6 +6,7 @@
 #include <gige/udp_socket.h>
 
 #include <gtest/gtest.h>
+#include <spdlog/sinks/null_sink.h>
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -126,6 +127,7 @@ public:
             const std::lock_guard guard{mutex};
             frames.push_back(info);
             changed.notify_all();
+            if (fails_at_the_end && (info.flags & frame_flags::flushed) != 0) throw std::bad_alloc{};
         };
         sut.emplace(stream_asio_thread::create_params{.functions = std::move(functions),
                                                       .reception_ended = [this](const std::string& reason) {
@@ -133,6 +135,7 @@ public:
                                                           const std::lock_guard guard{mutex};
                                                           ends.push_back(reason);
                                                           changed.notify_all();
+                                                          if (fails_at_the_end) throw std::bad_alloc{};
                                                       }});
         const auto opened = sut->open_stream_socket(loopback, {loopback, remote.local().port});
         EXPECT_TRUE(opened);
@@ -174,7 +177,8 @@ public:
     std::vector<std::string> ends;
     std::chrono::microseconds work{0}; // before a frame is there
     std::atomic<int64_t> work_ended{0};
-    std::atomic<int> unsendable{0}; // requests to come that there is no memory for
+    std::atomic<bool> fails_at_the_end{false}; // who is given frames back and told
+    std::atomic<int> unsendable{0};            // requests to come that there is no memory for
     gige::udp_socket remote = *gige::udp_socket::open({INADDR_LOOPBACK, 0});
     uint16_t local_port = 0;
     std::optional<stream_asio_thread> sut; // goes first
@@ -301,24 +305,66 @@ TEST(StreamThread, TheTimerStrikesForWhatIsDueFirst) {
     EXPECT_TRUE(own.ends.empty()) << "who stops it needs no word";
 }
 
+// Nor do its words about each frame and request, in a log that needs none.
 TEST(StreamThread, AStreamThatHasBegunNeedsNoMoreMemory) {
     const allowed tests_own;
-    static_cast<void>(gds_helper::log::gvsp_logger()); // the library has made it long before
-    running_thread own{true};
-    own.unsendable = 1;
-    memory_is_short = true;
-    EXPECT_FALSE(own.sut->start(136, 200));
-    for (uint32_t frame = 1; frame <= 3; ++frame) {
-        own.send(packet(frame, 0));
-        own.send(packet(frame, 2));
-        EXPECT_TRUE(own.wait_for_request({frame, 1, 1})) << "by the timer, and again";
-        own.send(packet(frame, 1));
-        own.send(packet(frame, 3));
-        EXPECT_TRUE(own.wait_for_frames(frame));
+    auto& log = gds_helper::log::gvsp_logger(); // the library has made it long before
+    const auto level = log.level();
+    log.sinks().push_back(std::make_shared<spdlog::sinks::null_sink_mt>());
+    for (const auto with : {level, spdlog::level::info}) {
+        log.set_level(with);
+        running_thread own{true};
+        own.unsendable = 1;
+        memory_is_short = true;
+        EXPECT_FALSE(own.sut->start(136, 200));
+        for (uint32_t frame = 1; frame <= 3; ++frame) {
+            own.send(packet(frame, 0));
+            own.send(packet(frame, 2));
+            EXPECT_TRUE(own.wait_for_request({frame, 1, 1})) << "by the timer, and again";
+            own.send(packet(frame, 1));
+            own.send(packet(frame, 3));
+            EXPECT_TRUE(own.wait_for_frames(frame));
+        }
+        memory_is_short = false;
+        own.sut->stop();
+        EXPECT_TRUE(own.ends.empty()) << own.ends.front();
     }
-    memory_is_short = false;
+    log.set_level(level);
+    log.sinks().pop_back();
+}
+
+TEST(StreamThread, ReadErrorsPassAlsoWhenMemoryIsShort) {
+    const allowed tests_own;
+    static_cast<void>(gds_helper::log::gvsp_logger()); // the library has made it long before
+    for (const bool logged : {false, true}) {
+        std::optional<log_capture> log;
+        if (logged) log.emplace();
+        running_thread own;
+        ASSERT_FALSE(own.sut->start(136, 200));
+        failing_reads.error = failing_reads.other = ENOBUFS;
+        memory_is_short = true;
+        failing_reads.times = 2;
+        for (uint32_t id = 0; id < 4; ++id) own.send(packet(1, id));
+        EXPECT_TRUE(own.wait_for_frames(1)) << logged;
+        memory_is_short = false;
+        own.sut->stop();
+        EXPECT_TRUE(own.ends.empty()) << logged;
+    }
+}
+
+// The socket is gone, and there is no memory to give the frame back or to tell of it.
+TEST(StreamThread, AnEndThatCannotBeToldIsTheStreamsAlone) {
+    running_thread own;
+    own.fails_at_the_end = true;
+    ASSERT_FALSE(own.sut->start(136, 200));
+    own.send(packet(1, 0));
+    ASSERT_TRUE(own.wait_until([&] { return !own.memory.empty(); }));
+    failing_reads.error = failing_reads.other = EBADF;
+    failing_reads.times = 1;
+    own.send(packet(1, 1));
+    ASSERT_TRUE(own.wait_until([&] { return !own.ends.empty(); }));
+    EXPECT_EQ(own.frames.size(), 1U);
     own.sut->stop();
-    EXPECT_TRUE(own.ends.empty()) << own.ends.front();
 }
 
 TEST(StreamThread, ReadErrorsPassAndAreToldOnceEach) {
