@@ -91,7 +91,8 @@ asio::ip::udp::endpoint stream_channel_impl::stream_source() {
     if (has_source_port) {
         const auto source =
             port.read_reg(of_stream_channel(reg::stream_source_port, channel_index), 1, register_timeout_ms);
-        if (source && *source != 0) return {remote_endpoint.address(), static_cast<uint16_t>(*source)};
+        const auto source_port = static_cast<uint16_t>(source.value_or(0)); // a port has 16 bits
+        if (source_port != 0) return {remote_endpoint.address(), source_port};
     }
     return remote_endpoint;
 }

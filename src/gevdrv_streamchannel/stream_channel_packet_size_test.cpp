@@ -12,6 +12,8 @@ namespace {
 
 constexpr uint32_t size_mask = 0xFFFF;
 
+constexpr uint32_t most_headers = 48; // IP 20, UDP 8, GVSP with extended ids 20
+
 constexpr int32_t lowest_minimum = 1400;
 constexpr int32_t highest_maximum = 32000;
 constexpr int64_t smallest_node_minimum = 100;
@@ -49,7 +51,12 @@ std::expected<uint32_t, std::error_code> packet_size_test::read_packetsize_regis
 
 std::expected<uint32_t, std::error_code> packet_size_test::set_packet_size(uint32_t size) {
     if (const std::error_code error = write_packetsize_register(size, false)) return std::unexpected(error);
-    return read_packetsize_register();
+    auto taken = read_packetsize_register();
+    if (taken && *taken <= most_headers) {
+        gvsp_logger().error("The device takes a packet size of {} as {}, which holds no data.", size, *taken);
+        return std::unexpected(make_error_code(gds_shared::gigecam_errc::invalid_parameter));
+    }
+    return taken;
 }
 
 packet_size_test::tested packet_size_test::test_packet_size(uint32_t size, int32_t most) {

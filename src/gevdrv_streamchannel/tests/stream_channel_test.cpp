@@ -46,12 +46,13 @@ public:
     uint32_t failing_address = 0;
     bool takes_what_fails = false; // a write is done, and its answer is lost
     uint32_t path = 9000;
+    bool has_no_size = false; // whatever is written
     gige::udp_socket control = *gige::udp_socket::open({loopback_address, 0});
     gige::udp_socket source = *gige::udp_socket::open({loopback_address, 0});
 
     std::expected<uint32_t, std::error_code> read_reg(uint32_t address, uint32_t, uint32_t) override {
         if (note({'r', address})) return std::unexpected(make_error_code(gigecam_errc::busy));
-        return registers[address];
+        return address == scps && has_no_size ? 0 : registers[address];
     }
     std::error_code write_reg(uint32_t address, uint32_t value, uint32_t, uint32_t) override {
         const bool failing = note({'w', address, value});
@@ -226,7 +227,7 @@ TEST(StreamChannel, TheSourcePortIsSpokenToWhereThereIsOne) {
         for (const bool set : {false, true}) {
             channel_setup b;
             b.device.registers[capability] = has ? 0x80000000 : 0x7FFFFFFF;
-            b.device.registers[scsp] = set ? b.device.source.local().port : 0;
+            b.device.registers[scsp] = 0x80000000 | (set ? b.device.source.local().port : 0);
             b.make();
             b.params.fixed_packet_size = 1400;
             ASSERT_FALSE(b.sut->connect(b.params));
@@ -280,6 +281,23 @@ TEST(StreamChannel, ThePacketSizeIsChosenFromWhatIsKnown) {
         }
         EXPECT_EQ(b.sut->query_packet_size(0), r.expected);
         EXPECT_EQ(b.device.registers[scps], do_not_fragment | r.expected);
+    }
+}
+
+// Nothing that could be received.
+TEST(StreamChannel, ASizeWithoutDataOpensNothing) {
+    const std::string node =
+        "<Integer Name=\"GevSCPSPacketSize\"><Value>0</Value><Min>576</Min><Max>8014</Max></Integer>";
+    for (const std::string& nodes : {std::string{}, node}) {
+        for (const auto& [fixed, preferred] : {std::pair{0U, 0}, {0U, 1500}, {1400U, 0}}) {
+            channel_setup b{0, nodes};
+            b.device.has_no_size = true;
+            b.params.fixed_packet_size = fixed;
+            b.params.preferred_packet_size = preferred;
+            EXPECT_EQ(b.sut->connect(b.params), make_error_code(gigecam_errc::invalid_parameter));
+            EXPECT_FALSE(b.sut->is_connected());
+            EXPECT_EQ(b.device.registers[scp], 0U);
+        }
     }
 }
 
