@@ -73,6 +73,19 @@ TEST(Chunks, BrokenTrailersGiveTheSameErrorUntilTheNextFrame) {
     EXPECT_EQ(buffer->GetChunkData(nullptr, &count).message, "The buffer does not contain chunk data");
 }
 
+// The trailers lie behind what the buffer holds, and what stands at its end are pixels.
+TEST(Chunks, AreNotReadFromABufferThatTheFrameDidNotFitIn) {
+    std::vector<uint32_t> words(16);
+    const auto buffer = buffer_with(words, false);
+    size_t count = 0;
+    for (const size_t whole : {64U, 100U}) {
+        buffer->reset();
+        buffer->size_filled = 64;
+        buffer->data_size = whole;
+        EXPECT_EQ(buffer->GetChunkData(nullptr, &count).code, whole > 64 ? GC_ERR_NOT_AVAILABLE : GC_ERR_SUCCESS);
+    }
+}
+
 TEST(Chunks, AreAnsweredOnlyInTheConsumersHandsAndAskingEarlyDoesNoHarm) {
     std::vector<uint32_t> words;
     append_chunk(words, 1, 4, false);

@@ -95,7 +95,11 @@ Error Buffer_with_trailing_chunk_data::GetChunkData(SINGLE_CHUNK_DATA* pChunkDat
         return no_chunk_data();
     }
     if (!parse_result) {
-        parse_result = parse_trailing_chunks();
+        try {
+            parse_result = parse_trailing_chunks();
+        } catch (const std::bad_alloc&) {
+            return Error{GC_ERR_OUT_OF_MEMORY};
+        }
         if (!parse_result->failed() && chunks.empty()) parse_result = no_chunk_data();
     }
     if (parse_result->failed()) return *parse_result;
@@ -117,6 +121,8 @@ Error Buffer_with_trailing_chunk_data::parse_trailing_chunks() {
     auto pos = static_cast<ptrdiff_t>(size_filled);
     if (pos % 4 != 0) return {GC_ERR_NOT_AVAILABLE, "The buffer's chunk data looks misaligned"};
     if (base == nullptr) return {GC_ERR_NOT_AVAILABLE, "The buffer's pointer is invalid"};
+    // The last trailer did not come, and what stands at the buffer's end are bytes of an image.
+    if (data_size > size) return {GC_ERR_NOT_AVAILABLE, "The buffer's chunk data couldn't be parsed"};
     chunks.clear();
     while (pos > trailer_size) {
         uint32_t words[2];
