@@ -3,6 +3,8 @@
 
 #include "../child_process.h"
 
+#include <support/temporary_folder.h>
+
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
@@ -103,8 +105,9 @@ void table(const setting& with, stream_shape shape, bool paced, bool loaded, uns
     const uint32_t network = 0x7F600000U | (static_cast<uint32_t>(::getpid()) & 0xFFF) << 8 | (number & 0x3F) << 2;
     const place where{network | 1, network | 2};
     const std::pair<const char*, std::function<arrivals()>> receivers[] = {
-        {"bare recvmmsg", [&] { return frames_by_bare_reads(where, shape, false); }},
-        {"bare recvmmsg, handed to another thread", [&] { return frames_by_bare_reads(where, shape, true); }},
+        {"bare recvmmsg", [&] { return frames_by_bare_reads(where, shape, false, false); }},
+        {"bare recvmmsg, handed to another thread", [&] { return frames_by_bare_reads(where, shape, false, true); }},
+        {"bare recvmmsg, copied and handed on", [&] { return frames_by_bare_reads(where, shape, true, true); }},
         {"this library", [&] { return frames_by_library(with.cti, shape); }},
         {"aravis, UDP socket", [&] { return frames_by_peer(where, shape, false); }},
         {"aravis, packet socket", [&] { return frames_by_peer(where, shape, true); }},
@@ -166,9 +169,8 @@ int main(int argc, char** argv) {
     app.add_option("--packet-size", packet_size, "With IP and UDP headers");
     CLI11_PARSE(app, argc, argv);
 
-    char name[] = "/tmp/orv-latency-XXXXXX";
-    with.folder = ::mkdtemp(name);
-    ::setenv("ORV_GENTL_RUNTIME_DIR", with.folder.c_str(), 1);
+    const test_support::runtime_folder folder;
+    with.folder = folder.path;
     unsigned number = 0;
     try {
         for (const bool loaded : {false, true}) {
@@ -190,8 +192,6 @@ int main(int argc, char** argv) {
     } catch (const std::exception& failure) {
         fail(failure.what());
     }
-    std::error_code ignored;
-    std::filesystem::remove_all(with.folder, ignored);
     if (!has_peer()) fmt::print("\nBuilt without libaravis-dev: no peer.\n");
     return 0;
 }

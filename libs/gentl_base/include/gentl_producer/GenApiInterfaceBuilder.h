@@ -50,8 +50,6 @@ public:
                                          std::string_view register_name = {}) {
         return add_integer<T>(name, std::move(getter), std::move(setter), genicam_gen::access_mode::rw, register_name);
     }
-    genicam_gen::Float& add_rw_float(std::string_view name, ValueGetter<float> getter, ValueSetter<float> setter,
-                                     std::string_view register_name = {});
     genicam_gen::Boolean& add_ro_boolean(std::string_view name, ValueGetter<bool> getter,
                                          std::string_view register_name = {});
     genicam_gen::Boolean& add_rw_boolean(std::string_view name, ValueGetter<bool> getter, ValueSetter<bool> setter,
@@ -80,8 +78,8 @@ public:
 
     // An index into a list, kept in `variable`. Reads of pMax give the list's size minus one, or 0 when it is empty.
     // With `hide_when_empty` the selector is not available over an empty list.
-    genicam_gen::Integer& add_selector(std::string_view name, std::function<size_t()> list_size, uint32_t* variable,
-                                       bool hide_when_empty = true);
+    genicam_gen::Integer& add_selector(std::string_view name, const std::function<size_t()>& list_size,
+                                       uint32_t* variable, bool hide_when_empty = true);
     // Marks features as selected by the selector and makes their registers follow it.
     void select(std::string_view selector, std::initializer_list<std::string_view> features);
     // Makes the feature available only while the getter, behind a register of the given name, gives true.
