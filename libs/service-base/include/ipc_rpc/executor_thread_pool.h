@@ -17,7 +17,7 @@ public:
 
 // A fixed number of threads named `name_prefix` plus their index. Destruction drops what has not started and waits
 // for what runs, unless it happens on one of its own threads.
-[[nodiscard]] std::shared_ptr<executor_thread_pool_interface> make_executor_thread_pool(std::string name_prefix,
+[[nodiscard]] std::shared_ptr<executor_thread_pool_interface> make_executor_thread_pool(const std::string& name_prefix,
                                                                                         std::size_t threads);
 
 } // namespace ipc_rpc

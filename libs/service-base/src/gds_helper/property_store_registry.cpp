@@ -37,7 +37,7 @@ std::error_code read_bits(const property_store_json_rw& values, const std::strin
 std::filesystem::path registry_file(registry_root root, const std::string& key) {
     const auto base =
         root == registry_root::current_user ? platform::user_settings_folder() : platform::machine_settings_folder();
-    if (base.empty()) return base;
+    if (base.empty()) return {};
     std::string relative = key + ".json";
     std::ranges::replace(relative, '\\', '/');
     return base / relative;

@@ -97,7 +97,7 @@ private:
 
 } // namespace
 
-std::shared_ptr<executor_thread_pool_interface> make_executor_thread_pool(std::string name_prefix,
+std::shared_ptr<executor_thread_pool_interface> make_executor_thread_pool(const std::string& name_prefix,
                                                                           std::size_t threads) {
     return std::make_shared<thread_pool>(name_prefix, threads);
 }

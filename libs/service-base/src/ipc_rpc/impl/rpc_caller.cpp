@@ -98,6 +98,7 @@ void rpc_caller_instance::receive_packet(std::span<const std::byte> packet) {
         ipc_logger().warn("Failed to find transaction for '{}' packet with seq-id={}", name, header->seq_id);
         return;
     }
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): finish() takes the one in the list away
     const transaction_ptr pending = *found;
     const auto finish = [&](status with) {
         transactions.erase(std::ranges::find(transactions, pending));

@@ -266,6 +266,7 @@ named_pipe_listener::accept(const std::function<void(const peer_identity&, std::
 
 std::vector<bool> wait_readable(std::span<const std::intptr_t> handles, std::optional<milliseconds> time) {
     std::vector<pollfd> entries;
+    entries.reserve(handles.size());
     for (const std::intptr_t handle : handles) entries.push_back({static_cast<int>(handle), POLLIN, 0});
     poll(entries.data(), entries.size(), time ? static_cast<int>(std::max(time->count(), milliseconds::rep{0})) : -1);
     std::vector<bool> ready;

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <charconv>
 #include <filesystem>
 #include <fstream>
@@ -27,8 +28,12 @@ std::string read_file(const fs::path& path) {
 }
 
 std::string user_name(uid_t user) {
-    const passwd* known = getpwuid(user);
-    return known == nullptr ? fmt::format("{}", user) : std::string{known->pw_name};
+    std::array<char, 4096> text{};
+    passwd entry{};
+    passwd* known = nullptr;
+    if (getpwuid_r(user, &entry, text.data(), text.size(), &known) != 0 || known == nullptr)
+        return fmt::format("{}", user);
+    return known->pw_name;
 }
 
 std::string owner_of_file(const std::string& path) {

@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <atomic>
 #include <charconv>
 #include <cstdlib>
 #include <string_view>
@@ -46,9 +47,11 @@ bool listens_at(int fd, const std::string& path) {
 } // namespace
 
 std::expected<std::optional<file_descriptor>, std::error_code> take_activated_socket(const std::string& path) {
+    // The variables stay: other threads may be reading the environment. Children see that they are not meant.
+    static std::atomic_flag looked;
+    if (looked.test_and_set()) return std::nullopt;
     const auto process = number_in("LISTEN_PID");
     const auto count = number_in("LISTEN_FDS");
-    for (const char* name : {"LISTEN_PID", "LISTEN_FDS", "LISTEN_FDNAMES"}) unsetenv(name);
     if (process != getpid() || !count || *count == 0) return std::nullopt;
     if (*count != 1 || !listens_at(first_descriptor, path))
         return std::unexpected(std::make_error_code(std::errc::invalid_argument));

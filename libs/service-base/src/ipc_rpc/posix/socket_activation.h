@@ -12,8 +12,7 @@
 namespace ipc_rpc::platform {
 
 // Nothing when none was handed to this process. invalid_argument when it is not exactly one listening
-// sequential-packet socket at this path. Once in a process: the variables are taken away, so that children do not take
-// the descriptor for theirs.
+// sequential-packet socket at this path. Once in a process.
 [[nodiscard]] std::expected<std::optional<file_descriptor>, std::error_code>
 take_activated_socket(const std::string& path);
 
