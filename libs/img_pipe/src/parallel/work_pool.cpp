@@ -1,3 +1,4 @@
+#include "process.h"
 #include "thread_name.h"
 
 #include <img_pipe/work_pool.h>
@@ -16,12 +17,13 @@ namespace {
 
 std::atomic<unsigned> most_threads{pixkit_work_pool::default_thread_limit};
 
-// The process's one pool. `registry` guards its existence, the pool's own lock its queue.
+// The process's one pool. `registry` guards its existence, the pool's own lock its queue. In a child made by fork the
+// pool of its parent has no threads, and its locks may be held by nobody that is there: it is left alone for ever.
 class shared_pool final : public pixkit_work_pool {
 public:
     static shared_pool* take(unsigned threads) {
         const std::lock_guard guard(registry);
-        if (current == nullptr) current = new shared_pool;
+        if (current == nullptr || current->is_foreign()) current = new shared_pool;
         ++current->references;
         current->grow(threads);
         return current;
@@ -33,6 +35,7 @@ public:
     }
 
     void release() override {
+        if (is_foreign()) return;
         {
             const std::lock_guard guard(registry);
             if (--references != 0) return;
@@ -56,6 +59,8 @@ public:
     }
 
 private:
+    bool is_foreign() const { return process_id() != owner; }
+
     ~shared_pool() override {
         {
             const std::lock_guard guard(lock);
@@ -93,6 +98,7 @@ private:
 
     static inline std::mutex registry;
     static inline shared_pool* current = nullptr;
+    const std::int64_t owner = process_id();
     std::size_t references = 0; // guarded by registry
     std::mutex lock;
     std::condition_variable wake;
