@@ -58,6 +58,15 @@ public:
         return true;
     }
 
+    func_caller* take_back(const std::atomic<std::int32_t>& not_done) override {
+        const std::lock_guard guard(lock);
+        const auto found = std::ranges::find(queue, &not_done, &func_caller::not_done);
+        if (found == queue.end()) return nullptr;
+        func_caller* item = *found;
+        queue.erase(found);
+        return item;
+    }
+
 private:
     bool is_foreign() const { return process_id() != owner; }
 
@@ -85,8 +94,8 @@ private:
         for (;;) {
             wake.wait(held, [this] { return stopping || !queue.empty(); });
             if (queue.empty()) return;
-            func_caller* item = queue.back();
-            queue.pop_back();
+            func_caller* item = queue.front();
+            queue.erase(queue.begin()); // a few pointers move up
             held.unlock();
             std::atomic<std::int32_t>* not_done = item->not_done;
             (*item)();
@@ -126,6 +135,10 @@ bool run_and_wait(worker_thread_pool& pool, std::span<func_caller* const> items)
     for (func_caller* item : items) item->not_done = &not_done;
     if (!pool.queue_items(items.subspan(1))) return false;
     (*items[0])();
+    while (func_caller* item = pool.take_back(not_done)) {
+        (*item)();
+        not_done.fetch_sub(1, std::memory_order_relaxed);
+    }
     for (std::int32_t left = not_done.load(std::memory_order_acquire); left != 0;
          left = not_done.load(std::memory_order_acquire))
         not_done.wait(left, std::memory_order_acquire);
