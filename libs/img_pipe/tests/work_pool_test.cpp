@@ -1,3 +1,5 @@
+#include "../../service-base/tests/failing_memory.h"
+
 #include <img_pipe/work_pool.h>
 
 #include <gtest/gtest.h>
@@ -5,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <future>
 #include <thread>
@@ -162,4 +165,34 @@ TEST(WorkPool, WhoComesFirstIsServedFirst) {
     go.set_value();
     callers.clear();
     EXPECT_EQ(order, (std::vector<std::size_t>{0, 1, 2}));
+}
+
+// The pool goes with the last who has asked for it, also when memory lacked for a part of it.
+TEST(WorkPool, LeavesNoThreadWhenMemoryIsShort) {
+    const auto threads = [] {
+        return std::ranges::distance(std::filesystem::directory_iterator{"/proc/self/task"},
+                                     std::filesystem::directory_iterator{});
+    };
+    std::thread{[] {}}.join(); // a sanitizer's own thread comes with the first one
+    // A thread that has been joined may still be listed for a moment.
+    const auto fall_to = [&](std::ptrdiff_t count) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds{10};
+        while (threads() > count && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+        return threads() <= count;
+    };
+    const auto before = threads();
+    for (int successes = 0;; ++successes) {
+        SCOPED_TRACE(successes);
+        {
+            concurrency on;
+            failing_memory::fail(successes);
+            try {
+                on.set_concurrency(4);
+            } catch (const std::bad_alloc&) {
+                EXPECT_EQ(on.pool(), nullptr);
+            }
+            if (failing_memory::stop() == 0) break; // there was enough
+        }
+        ASSERT_TRUE(fall_to(before));
+    }
 }

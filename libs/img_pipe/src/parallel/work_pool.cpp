@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <condition_variable>
+#include <exception>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -83,8 +84,8 @@ private:
         const std::lock_guard guard(lock);
         try {
             while (workers.size() < threads) workers.emplace_back([this, index = workers.size()] { work(index); });
-        } catch (const std::system_error&) {
-            // The system gives no more threads: those there are do the work, or the caller alone.
+        } catch (const std::exception&) {
+            // No more threads, or no memory for one: those there are do the work, or the caller alone.
         }
     }
 
