@@ -101,7 +101,7 @@ private:
                 data.answer(std::unexpected(make_error_code(status::resource_exhausted)));
                 break;
             }
-            if (connection) silent = connection->send_side().peer_shows_life() ? 0 : silent + 1;
+            if (connection) silent = connection->send_side()->peer_shows_life() ? 0 : silent + 1;
         }
         if (silent == silent_rounds) ipc_logger().error("The service does not answer; the connection is given up.");
         data.answer(std::unexpected(make_error_code(status::connection_closed)));
