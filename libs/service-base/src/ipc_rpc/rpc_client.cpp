@@ -157,6 +157,8 @@ private:
             params.executor = data.executor;
             params.name = "clt-ipc-";
             params.on_notification = data.on_notification;
+            // Nothing would come over it any more, and nobody be told.
+            params.on_end = [stop_all = stop] { stop_all->set(); };
             connection = std::make_shared<ipc_instance>(std::move(params));
             connection->start();
         } catch (const std::system_error& failure) {
