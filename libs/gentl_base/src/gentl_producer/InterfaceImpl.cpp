@@ -21,7 +21,7 @@ PortInfo port_info_of(ISystem& system) {
 
 // A getter of one list item; the list is constant.
 template <class R, class T>
-auto build_item_query(const std::vector<T>& list, const uint32_t& selector, std::string name, R (*extract)(const T&)) {
+auto build_item_query(const std::vector<T>& list, const uint32_t& selector, const char* name, R (*extract)(const T&)) {
     return [&list, &selector, name, extract]() -> std::expected<R, Error> {
         if (selector >= list.size()) {
             return std::unexpected(
