@@ -1,6 +1,5 @@
-#include "../../service-base/tests/failing_memory.h"
-
 #include <img_pipe/transform_pipe.h>
+#include <support/failing_memory.h>
 
 #include <gtest/gtest.h>
 

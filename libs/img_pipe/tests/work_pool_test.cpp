@@ -1,6 +1,5 @@
-#include "../../service-base/tests/failing_memory.h"
-
 #include <img_pipe/work_pool.h>
+#include <support/failing_memory.h>
 
 #include <gtest/gtest.h>
 

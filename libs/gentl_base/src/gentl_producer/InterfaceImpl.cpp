@@ -11,7 +11,6 @@ namespace GenTL::Producer {
 namespace {
 
 constexpr uint64_t interface_registers = 0xB120000;
-constexpr uint64_t device_list_event = 0x3001;
 
 PortInfo port_info_of(ISystem& system) {
     const TransportLayerStrings tl = system.transport_layer_strings();
