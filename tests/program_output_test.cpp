@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -81,6 +83,28 @@ TEST_F(ProgramOutput, ErrorOutputThatTakesNothing) {
     const std::string service = built::program("orv-gentl-gev-service") + " --no-networks --log-level 6";
     EXPECT_EQ(run("(" + service + " --group no-such-group 2>/dev/full)").first, 1);
     EXPECT_EQ(run("(" + built::program("orv-gev-camera-sim") + " --address nowhere 2>/dev/full)").first, 2);
+}
+
+// Who is told by the socket is told all the same.
+TEST_F(ProgramOutput, OutputThatTakesNothing) {
+    if (built::sanitized) GTEST_SKIP() << "a sanitizer wants no library before its own";
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string path = own.folder() / "notify";
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    const int told = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(bind(told, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    const timeval limit{20, 0};
+    setsockopt(told, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    process service{{"/usr/bin/env", "NOTIFY_SOCKET=" + path, "stdbuf", "-oL", built::program("orv-gentl-gev-service"),
+                     "--no-networks"},
+                    "/dev/full"};
+    char text[16]{};
+    EXPECT_GT(recv(told, text, sizeof text - 1, 0), 0);
+    EXPECT_STREQ(text, "READY=1");
+    close(told);
+    service.signal(SIGTERM);
+    EXPECT_EQ(service.wait(), 0);
 }
 
 TEST_F(ProgramOutput, WhatIsSearchedFoundOpenedAndLost) {

@@ -160,7 +160,8 @@ int serve(const program_options& given) {
     std::jthread first_scan{[&] {
         static_cast<void>(core->discovery().scan(std::chrono::seconds{2}, core->stop_token()));
         if (core->stop_token().stop_requested()) return;
-        fmt::print("ready {}/{}\n", directory->path, server_options.pipe_name);
+        // It may take nothing, which is no reason to end either.
+        std::printf("ready %s/%s\n", directory->path.c_str(), server_options.pipe_name.c_str());
         std::fflush(stdout);
         service::tell_service_manager("READY=1");
     }};

@@ -75,7 +75,7 @@ client::client(unannounced from, std::string announced, object_function_table_ro
     // The first packet proves that the client has opened both queues.
     params.on_first_packet = [this] {
         connection->receive_side().release_names();
-        connection->send_side().release_names();
+        connection->send_side()->release_names();
     };
     params.on_end = [this] { stop.set(); };
     connection = std::make_shared<ipc_instance>(std::move(params));

@@ -167,7 +167,7 @@ rpc_server::start(options chosen, std::function<object_function_table_root()> ma
 }
 
 std::function<void(uint64_t)> rpc_server::notifier_of(const std::shared_ptr<rpc_connection_client>& connection) {
-    return [weak = std::weak_ptr{std::static_pointer_cast<ipc_instance>(connection)}](uint64_t number) {
+    return [weak = std::weak_ptr{std::static_pointer_cast<ipc_instance>(connection)->send_side()}](uint64_t number) {
         if (const auto live = weak.lock()) live->raise_notification(number);
     };
 }

@@ -1,4 +1,5 @@
 #include <img_pipe/transform_pipe.h>
+#include <support/failing_memory.h>
 
 #include <gtest/gtest.h>
 
@@ -6,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <future>
+#include <new>
 #include <vector>
 
 using namespace img_pipe;
@@ -97,6 +99,21 @@ TEST(Dispatch, AModuleForAnotherProcessorStaysOut) {
     params.optimization_level = 0xFFFFFFFF;
     transform_pipe pipe;
     EXPECT_TRUE(pipe.transform(colour, grey, params));
+}
+
+TEST(Dispatch, AModuleThatMemoryLackedForIsNotTakenForLoaded) {
+    std::filesystem::path path = MODULE_above_processor;
+    for (int successes = 0;; ++successes) {
+        path = path.parent_path() / "." / path.filename(); // another name for the same
+        const std::string name = path.string();
+        failing_memory::fail(successes);
+        try {
+            static_cast<void>(load_filter_library(name, 0));
+        } catch (const std::bad_alloc&) {
+        }
+        if (failing_memory::stop() == 0) break; // there was enough
+        EXPECT_EQ(load_filter_library(name, 0), load_result::loaded) << successes;
+    }
 }
 
 TEST(Dispatch, LoadedModuleComesFirstWhereTheProcessorServes) {

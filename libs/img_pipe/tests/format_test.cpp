@@ -74,6 +74,31 @@ TEST(Formats, ViewsOfTooLittleAreEmptyOrInvalid) {
     }
 }
 
+TEST(Formats, PlanesOfAViewEndWithinItsBytes) {
+    std::vector<std::uint8_t> data(16 * 16 * 64);
+    int views = 0;
+    for (std::uint32_t place = 0; const std::uint32_t id = format_at(place); ++place) {
+        const format_description d(id);
+        for (std::int32_t width = 1; width <= 16; ++width) {
+            for (std::int32_t height = 1; height <= 16; ++height) {
+                const std::uint32_t size = image_size(id, width, height);
+                ASSERT_LE(size, data.size());
+                const img_descriptor view = make_view(data.data(), size, id, width, height);
+                if (view.format == 0) continue;
+                ++views;
+                for (std::int32_t plane = 0; plane < d.plane_count; ++plane) {
+                    const image_plane& p = view.plane_data[plane];
+                    const std::int32_t lines = height / d.planes[plane].vertical_subsampling;
+                    EXPECT_LE(p.data - data.data() + std::ptrdiff_t{p.stride} * lines, std::ptrdiff_t{size})
+                        << fcc_name(id) << ' ' << width << 'x' << height << ", plane " << plane;
+                }
+            }
+        }
+    }
+    EXPECT_GT(views, 1000);
+    EXPECT_TRUE(is_valid(make_view(data.data(), 9, fcc("NV12"), 3, 2))) << "one byte more than the size by the formula";
+}
+
 // Strips know what is left of their image, strips of strips too.
 TEST(Formats, LinesOfAnImageEndWhereItEnds) {
     std::vector<std::uint8_t> data(10 * 16);
@@ -82,4 +107,7 @@ TEST(Formats, LinesOfAnImageEndWhereItEnds) {
     EXPECT_EQ(inner.plane_data[0].data - data.data(), 120);
     EXPECT_EQ(inner.plane_data[0].data + inner.data_size, data.data() + data.size());
     EXPECT_TRUE(is_valid(inner));
+    img_descriptor unknown = whole;
+    unknown.format = fcc("none");
+    EXPECT_EQ(lines_of(unknown, 4, 12).plane_data[0].data - data.data(), 40);
 }

@@ -1,9 +1,14 @@
 #include <img_pipe/work_pool.h>
+#include <support/failing_memory.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <future>
 #include <thread>
 #include <vector>
 
@@ -87,4 +92,106 @@ TEST(WorkPool, EveryLineOnceFromSeveralPipes) {
     };
     std::vector<std::jthread> pipes;
     for (int i = 0; i < 4; ++i) pipes.emplace_back(pipe);
+}
+
+namespace {
+
+// A pipe of two threads whose call has one piece for the only worker. The caller's own piece, the first, can be held.
+struct two_thread_pipe {
+    two_thread_pipe() { on.set_concurrency(2); }
+
+    // Calls `piece` with 0 and 1.
+    void run(const std::function<void(std::int32_t)>& piece) {
+        run_parallel(
+            on, [&](const img_descriptor&, const img_descriptor&, std::int32_t, std::int32_t number) { piece(number); },
+            view, view);
+    }
+
+    std::vector<std::uint8_t> data = std::vector<std::uint8_t>(128);
+    img_descriptor view = make_view(data.data(), 128, fcc("Y800"), 1, 128);
+    concurrency on;
+};
+
+bool is_set(const std::shared_future<void>& event) {
+    return event.wait_for(std::chrono::seconds{20}) == std::future_status::ready;
+}
+
+} // namespace
+
+TEST(WorkPool, NoCallWaitsForAnothersPieces) {
+    two_thread_pipe busy, other;
+    std::promise<void> begun, done;
+    const std::shared_future<void> worker_is_busy = begun.get_future(), other_is_done = done.get_future();
+    std::jthread caller([&] {
+        busy.run([&](std::int32_t piece) {
+            if (piece == 0) {
+                EXPECT_TRUE(is_set(worker_is_busy));
+            } else {
+                begun.set_value();
+                EXPECT_TRUE(is_set(other_is_done)) << "it waits for the worker";
+            }
+        });
+    });
+    ASSERT_TRUE(is_set(worker_is_busy));
+    std::atomic<int> pieces{0};
+    other.run([&](std::int32_t) { ++pieces; });
+    EXPECT_EQ(pieces, 2);
+    done.set_value();
+}
+
+TEST(WorkPool, WhoComesFirstIsServedFirst) {
+    constexpr std::size_t calls = 3;
+    two_thread_pipe pipes[calls];
+    std::promise<void> queued[calls], begun[calls], go;
+    const std::shared_future<void> all_queued = go.get_future();
+    std::vector<std::size_t> order; // the one worker's
+    std::vector<std::jthread> callers;
+    for (std::size_t call = 0; call < calls; ++call) {
+        callers.emplace_back([&, call, is_begun = begun[call].get_future().share()] {
+            pipes[call].run([&](std::int32_t piece) {
+                if (piece == 0) {
+                    queued[call].set_value();
+                    EXPECT_TRUE(is_set(is_begun)); // or the caller would run both
+                    return;
+                }
+                order.push_back(call);
+                begun[call].set_value();
+                EXPECT_TRUE(is_set(all_queued)); // while the first is held, the others come
+            });
+        });
+        ASSERT_TRUE(is_set(queued[call].get_future().share()));
+    }
+    go.set_value();
+    callers.clear();
+    EXPECT_EQ(order, (std::vector<std::size_t>{0, 1, 2}));
+}
+
+// The pool goes with the last who has asked for it, also when memory lacked for a part of it.
+TEST(WorkPool, LeavesNoThreadWhenMemoryIsShort) {
+    const auto threads = [] {
+        return std::ranges::distance(std::filesystem::directory_iterator{"/proc/self/task"},
+                                     std::filesystem::directory_iterator{});
+    };
+    std::thread{[] {}}.join(); // a sanitizer's own thread comes with the first one
+    // A thread that has been joined may still be listed for a moment.
+    const auto fall_to = [&](std::ptrdiff_t count) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds{10};
+        while (threads() > count && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+        return threads() <= count;
+    };
+    const auto before = threads();
+    for (int successes = 0;; ++successes) {
+        SCOPED_TRACE(successes);
+        {
+            concurrency on;
+            failing_memory::fail(successes);
+            try {
+                on.set_concurrency(4);
+            } catch (const std::bad_alloc&) {
+                EXPECT_EQ(on.pool(), nullptr);
+            }
+            if (failing_memory::stop() == 0) break; // there was enough
+        }
+        ASSERT_TRUE(fall_to(before));
+    }
 }

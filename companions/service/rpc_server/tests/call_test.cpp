@@ -10,6 +10,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
+#include <mutex>
+#include <optional>
 #include <thread>
 
 using namespace ipc_rpc;
@@ -21,6 +24,7 @@ using add = remote_function<"add", std::uint64_t(std::uint64_t, std::uint32_t)>;
 using refuse = remote_function<"refuse", void()>;
 using make_object = remote_function<"make_object", client_object_handle()>;
 using touch = remote_function<"touch", std::uint32_t()>;
+using watch = remote_function<"watch", void()>;
 using missing = remote_function<"missing", void()>;
 
 struct object {
@@ -58,6 +62,13 @@ protected:
         EXPECT_FALSE(touch::serve<object>(table, "thing", [](object& self, rpc_call_context&) -> answer<std::uint32_t> {
             return static_cast<std::uint32_t>(self.alive.load());
         }));
+        // The table ends with its connection.
+        const std::shared_ptr<void> end{nullptr, [this](void*) { ended_on = std::this_thread::get_id(); }};
+        EXPECT_FALSE(watch::serve(table, [this, end](rpc_call_context& context) -> answer<void> {
+            const std::lock_guard guard{notifier_mutex};
+            notifier = service::rpc_server::notifier_of(context.connection);
+            return {};
+        }));
         return table;
     }
 
@@ -69,6 +80,9 @@ protected:
 
     const test_support::runtime_folder folder;
     std::atomic<int> alive{0};
+    std::atomic<std::thread::id> ended_on{}; // the last connection
+    std::mutex notifier_mutex;
+    std::function<void(std::uint64_t)> notifier;
     std::unique_ptr<service::rpc_server> server;
 };
 
@@ -123,6 +137,28 @@ TEST_F(Call, ObjectsLiveAsLongAsTheirLastHandle) {
     }
     // Closing waits for the answer; the thread that served the last call may still let go of the object.
     EXPECT_TRUE(test_support::eventually([&] { return alive == 0; }));
+}
+
+// Ending a connection waits for its threads, which may wait for what the raising one holds.
+TEST_F(Call, WhoRaisesNumbersEndsNoConnection) {
+    for (int round = 0; round < 20; ++round) {
+        ended_on = std::thread::id{};
+        std::optional<client::client_instance> instance{std::in_place};
+        {
+            const auto global = connect(*instance);
+            ASSERT_TRUE(global.invoke<watch>());
+        }
+        std::jthread raising{[this](const std::stop_token& stop) {
+            std::unique_lock guard{notifier_mutex};
+            const auto raise = std::exchange(notifier, nullptr);
+            guard.unlock();
+            while (!stop.stop_requested()) raise(3);
+        }};
+        const auto raiser = raising.get_id();
+        instance.reset();
+        EXPECT_TRUE(test_support::eventually([&] { return ended_on.load() != std::thread::id{}; }));
+        ASSERT_NE(ended_on.load(), raiser) << "in round " << round;
+    }
 }
 
 TEST_F(Call, WithoutAServiceConnectFailsAtOnce) {

@@ -3,10 +3,13 @@
 #include <ipc_rpc/catalogue.h>
 #include <ipc_rpc/rpc_client.h>
 #include <rpc_server/rpc_server.h>
+#include <support/eventually.h>
 #include <support/failing_memory.h>
 #include <support/temporary_folder.h>
 
 #include <gtest/gtest.h>
+
+#include <atomic>
 
 using namespace ipc_rpc;
 
@@ -14,6 +17,12 @@ namespace {
 
 using echo = remote_function<"echo", byte_vector(byte_vector)>;
 using make_object = remote_function<"make_object", client_object_handle()>;
+
+struct thing {
+    thing() { ++alive; }
+    ~thing() { --alive; }
+    static inline std::atomic<int> alive{0};
+};
 
 object_function_table_root make_table() {
     object_function_table_root table;
@@ -24,7 +33,7 @@ object_function_table_root make_table() {
     EXPECT_FALSE(
         make_object::serve(table, [](rpc_call_context& context) -> std::expected<registered_object, std::error_code> {
             const auto handle =
-                context.connection->register_object(object_entry::owning("thing", std::make_shared<int>(1)));
+                context.connection->register_object(object_entry::owning("thing", std::make_shared<thing>()));
             if (!handle) return std::unexpected(handle.error());
             return registered_object{*handle};
         }));
@@ -63,4 +72,24 @@ TEST(Memory, ItsLackEndsACallOrAConnectionAndNothingElse) {
     EXPECT_LT(place, last_place);
     EXPECT_GT(failures, 10) << "the places that were hit are used";
     server->reset();
+}
+
+TEST(Memory, AHandleIsGivenBackAlsoWithoutAny) {
+    const test_support::runtime_folder folder;
+    const auto server = service::rpc_server::start({"pipe", std::nullopt}, make_table);
+    ASSERT_TRUE(server);
+    client::client_instance instance;
+    const auto connected = instance.connect("test", {"pipe", "test"}, {}, {});
+    ASSERT_TRUE(connected);
+    const auto global = client_object_handle::global(*connected);
+    int place = 0;
+    for (bool reached = true; reached; ++place) {
+        auto object = global.invoke<make_object>();
+        ASSERT_TRUE(object);
+        failing_memory::fail(place);
+        object->reset();
+        reached = failing_memory::stop() != 0;
+        EXPECT_TRUE(test_support::eventually([] { return thing::alive == 0; })) << place;
+    }
+    EXPECT_GT(place, 1) << "waiting for an answer takes memory";
 }

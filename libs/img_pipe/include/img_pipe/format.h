@@ -86,7 +86,7 @@ bool lines_end_on_bytes(std::uint32_t format, std::int32_t width);
 // Bytes of the image with lines of line_stride; 0 for unknown formats, sizes below 1 and results beyond 32 bits.
 std::uint32_t image_size(std::uint32_t format, std::int32_t width, std::int32_t height);
 // A view with strides by line_stride and planes one behind the other. Empty (all zero) when the format has no id, the
-// size is not positive, the pointer is null or `data_size` is less than the image needs.
+// size is not positive, the pointer is null or `data_size` is less than the image and its planes need.
 img_descriptor make_view(void* data, std::uint32_t data_size, std::uint32_t format, std::int32_t width,
                          std::int32_t height);
 // The same for lines that each begin on a byte of their own and have `padding` bytes behind them; the last line's may

@@ -39,8 +39,11 @@ public:
     virtual ~worker_thread_pool() = default;
     virtual void add_reference() = 0;
     virtual void release() = 0;
-    // Hands items to the workers; false when the pool is stopping, and then no item was taken.
+    // Hands items to the workers, who take the oldest first; false when the pool is stopping, and then no item was
+    // taken.
     virtual bool queue_items(std::span<func_caller* const> items) = 0;
+    // Gives an item with this counter back that no worker has begun; null when there is none.
+    virtual func_caller* take_back(const std::atomic<std::int32_t>& not_done) = 0;
 };
 
 // The pool "pixkit", created on first use and ended with its last reference. Its threads are named pixkit0, pixkit1,
@@ -79,7 +82,8 @@ private:
 };
 
 constexpr std::int32_t max_pieces = 64;
-// Runs the items on the pool and waits for all; false when the pool takes none.
+// Runs the items on the pool and the calling thread, and waits for all; false when the pool takes none. What workers
+// that are busy with other calls have not begun runs here, so a call waits only for pieces of its own.
 bool run_and_wait(worker_thread_pool& pool, std::span<func_caller* const> items);
 
 } // namespace parallel_pixkit
@@ -103,8 +107,8 @@ private:
 };
 
 // Calls function(destination strip, source strip[, first line, piece number]) over the image, in pieces on the pool
-// where that pays, and returns when all are done. The caller runs one piece itself. Views of one image in place are
-// both the same.
+// where that pays, and returns when all are done. The caller runs one piece at least itself. Views of one image in
+// place are both the same.
 template <class F>
 void run_parallel(const concurrency& on, const F& function, const img_descriptor& destination,
                   const img_descriptor& source) {

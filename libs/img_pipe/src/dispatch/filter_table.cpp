@@ -52,6 +52,9 @@ load_result load_filter_library(const std::string& path, std::uint32_t) {
     {
         const std::lock_guard guard(modules.lock);
         if (!modules.has(path)) {
+            // Room first: a path is listed with its module or not at all.
+            modules.libraries.reserve(modules.libraries.size() + 1);
+            modules.getters.reserve(modules.getters.size() + 1);
             modules.paths.push_back(path);
             modules.libraries.push_back(library);
             modules.getters.push_back(getter);

@@ -48,7 +48,10 @@ std::int64_t stride64(const format_description& d, std::int32_t width, std::int3
 
 format_description::format_description(std::uint32_t format) {
     const format_entry* entry = find_entry(format);
-    if (entry == nullptr) return;
+    if (entry == nullptr) {
+        describe_planes(format, *this); // one, whose lines are the image's
+        return;
+    }
     const auto has = [&](unsigned k) { return static_cast<std::uint8_t>((entry->kinds & k) != 0); };
     bits_per_pixel = entry->bits;
     pixel_group = entry->group;
@@ -141,12 +144,14 @@ img_descriptor make_view(void* data, std::uint32_t data_size, std::uint32_t form
     if (data == nullptr || size == 0 || data_size < size) return view;
     const format_description d(format);
     view = {format, width, height, data_size, 0, {}};
-    auto* at = static_cast<std::uint8_t*>(data);
+    std::int64_t end = 0;
     for (std::int32_t plane = 0; plane < d.plane_count; ++plane) {
         const std::int32_t stride = line_stride(format, width, plane);
-        view.plane_data[plane] = {at, stride};
-        at += static_cast<std::ptrdiff_t>(stride) * (height / d.planes[plane].vertical_subsampling);
+        view.plane_data[plane] = {static_cast<std::uint8_t*>(data) + end, stride};
+        end += std::int64_t{stride} * (height / d.planes[plane].vertical_subsampling);
     }
+    // An NV12 of odd width can have more than its size counts, which takes whole quarters of the pixels.
+    if (end > std::int64_t{data_size}) return {};
     return view;
 }
 

@@ -1,9 +1,11 @@
+#include "process.h"
 #include "thread_name.h"
 
 #include <img_pipe/work_pool.h>
 
 #include <algorithm>
 #include <condition_variable>
+#include <exception>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -16,12 +18,13 @@ namespace {
 
 std::atomic<unsigned> most_threads{pixkit_work_pool::default_thread_limit};
 
-// The process's one pool. `registry` guards its existence, the pool's own lock its queue.
+// The process's one pool. `registry` guards its existence, the pool's own lock its queue. In a child made by fork the
+// pool of its parent has no threads, and its locks may be held by nobody that is there: it is left alone for ever.
 class shared_pool final : public pixkit_work_pool {
 public:
     static shared_pool* take(unsigned threads) {
         const std::lock_guard guard(registry);
-        if (current == nullptr) current = new shared_pool;
+        if (current == nullptr || current->is_foreign()) current = new shared_pool;
         ++current->references;
         current->grow(threads);
         return current;
@@ -33,6 +36,7 @@ public:
     }
 
     void release() override {
+        if (is_foreign()) return;
         {
             const std::lock_guard guard(registry);
             if (--references != 0) return;
@@ -55,7 +59,18 @@ public:
         return true;
     }
 
+    func_caller* take_back(const std::atomic<std::int32_t>& not_done) override {
+        const std::lock_guard guard(lock);
+        const auto found = std::ranges::find(queue, &not_done, &func_caller::not_done);
+        if (found == queue.end()) return nullptr;
+        func_caller* item = *found;
+        queue.erase(found);
+        return item;
+    }
+
 private:
+    bool is_foreign() const { return process_id() != owner; }
+
     ~shared_pool() override {
         {
             const std::lock_guard guard(lock);
@@ -69,8 +84,8 @@ private:
         const std::lock_guard guard(lock);
         try {
             while (workers.size() < threads) workers.emplace_back([this, index = workers.size()] { work(index); });
-        } catch (const std::system_error&) {
-            // The system gives no more threads: those there are do the work, or the caller alone.
+        } catch (const std::exception&) {
+            // No more threads, or no memory for one: those there are do the work, or the caller alone.
         }
     }
 
@@ -80,8 +95,8 @@ private:
         for (;;) {
             wake.wait(held, [this] { return stopping || !queue.empty(); });
             if (queue.empty()) return;
-            func_caller* item = queue.back();
-            queue.pop_back();
+            func_caller* item = queue.front();
+            queue.erase(queue.begin()); // a few pointers move up
             held.unlock();
             std::atomic<std::int32_t>* not_done = item->not_done;
             (*item)();
@@ -93,6 +108,7 @@ private:
 
     static inline std::mutex registry;
     static inline shared_pool* current = nullptr;
+    const std::int64_t owner = process_id();
     std::size_t references = 0; // guarded by registry
     std::mutex lock;
     std::condition_variable wake;
@@ -120,6 +136,10 @@ bool run_and_wait(worker_thread_pool& pool, std::span<func_caller* const> items)
     for (func_caller* item : items) item->not_done = &not_done;
     if (!pool.queue_items(items.subspan(1))) return false;
     (*items[0])();
+    while (func_caller* item = pool.take_back(not_done)) {
+        (*item)();
+        not_done.fetch_sub(1, std::memory_order_relaxed);
+    }
     for (std::int32_t left = not_done.load(std::memory_order_acquire); left != 0;
          left = not_done.load(std::memory_order_acquire))
         not_done.wait(left, std::memory_order_acquire);

@@ -1,11 +1,9 @@
 // A mailbox for one frame between the receive thread and a slower one: the newest frame wins.
 #pragma once
 
-#include <condition_variable>
-#include <cstdint>
+#include <gds_helper/process.h>
+
 #include <functional>
-#include <mutex>
-#include <thread>
 
 namespace gds_producer {
 
@@ -17,6 +15,11 @@ public:
         void* returned; // the frame that nobody will handle, or null
     };
 
+    async_deliver_queue();
+    async_deliver_queue(const async_deliver_queue&) = delete;
+    async_deliver_queue& operator=(const async_deliver_queue&) = delete;
+    ~async_deliver_queue() { stop(); }
+
     // The handler runs on the thread "gds-buf-deliver".
     void start(std::function<void(void*)> handler);
     // Ends the thread and returns the frame that is left, or null. Harmless when not running.
@@ -25,18 +28,9 @@ public:
     void* take();
     push_result push_image_replace(void* frame);
 
-    ~async_deliver_queue() { stop(); }
-
 private:
-    void thread_main(const std::stop_token& stop_requested);
-
-    std::mutex outer; // guards thread; taken before inner
-    std::jthread thread;
-    int64_t owner_process = 0; // the thread is this process's alone
-    std::mutex inner;          // guards slot
-    std::condition_variable_any filled;
-    void* slot = nullptr;
-    std::function<void(void*)> handler; // constant while the thread runs
+    struct state;
+    gds_helper::process_local<state> own;
 };
 
 } // namespace gds_producer

@@ -2,6 +2,8 @@
 
 #include <gds_helper/log.h>
 
+#include <new>
+
 namespace ipc_rpc {
 
 struct client_object_handle::handle_data {
@@ -14,7 +16,14 @@ struct client_object_handle::handle_data {
     handle_data& operator=(const handle_data&) = delete;
     ~handle_data() {
         if (handle == 0) return;
-        if (const auto live = connection.lock()) static_cast<void>(live->close_handle(handle, 0));
+        const auto live = connection.lock();
+        if (!live) return;
+        try {
+            static_cast<void>(live->close_handle(handle, 0));
+        } catch (const std::bad_alloc&) {
+            // It takes memory to wait for the answer, and none to send the word.
+            static_cast<void>(live->close_handle(handle, rpc_flag_no_reply));
+        }
     }
 };
 

@@ -101,7 +101,7 @@ private:
                 data.answer(std::unexpected(make_error_code(status::resource_exhausted)));
                 break;
             }
-            if (connection) silent = connection->send_side().peer_shows_life() ? 0 : silent + 1;
+            if (connection) silent = connection->send_side()->peer_shows_life() ? 0 : silent + 1;
         }
         if (silent == silent_rounds) ipc_logger().error("The service does not answer; the connection is given up.");
         data.answer(std::unexpected(make_error_code(status::connection_closed)));
@@ -157,6 +157,8 @@ private:
             params.executor = data.executor;
             params.name = "clt-ipc-";
             params.on_notification = data.on_notification;
+            // Nothing would come over it any more, and nobody be told.
+            params.on_end = [stop_all = stop] { stop_all->set(); };
             connection = std::make_shared<ipc_instance>(std::move(params));
             connection->start();
         } catch (const std::system_error& failure) {

@@ -290,7 +290,9 @@ TEST_F(Callee, StopReleasesEverything) {
     auto entry = object_entry::owning("thing", std::move(held));
     bool told_alive = false;
     entry.on_end = [&] { told_alive = !watch.expired(); };
-    ASSERT_TRUE(sut->register_object(std::move(entry)));
+    const auto handle = sut->register_object(std::move(entry));
+    ASSERT_TRUE(handle);
+    call("size", 5000, 100, *handle); // the rest never comes
     sut->stop();
     EXPECT_TRUE(told_alive) << "what waits for a camera has to end first";
     EXPECT_TRUE(watch.expired());

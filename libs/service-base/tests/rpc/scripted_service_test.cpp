@@ -19,6 +19,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <future>
+#include <new>
 #include <thread>
 
 using namespace ipc_rpc;
@@ -140,6 +142,25 @@ TEST_F(Scripted, WhatComesAfterTheAnnouncementChangesNothing) {
     ASSERT_TRUE(connected) << connected.error().message();
     using ask = remote_function<"ask", std::uint32_t()>;
     EXPECT_EQ(client_object_handle::global(*connected).invoke<ask>(), 42U);
+    instance.reset();
+}
+
+// Whoever waits for notifications has to know that none comes any more, though the service lives.
+TEST_F(Scripted, AConnectionWithoutItsReceiveThreadIsLost) {
+    serve([this](int peer) {
+        say(peer, valid());
+        while (!std::holds_alternative<std::monostate>(to_service.receive())) {
+        }
+    });
+    std::promise<void> lost;
+    const auto connected = instance->connect("test", {"pipe", "test"}, {}, [&](std::uint64_t number) {
+        if (number != client::connection_lost) throw std::bad_alloc{};
+        lost.set_value();
+    });
+    ASSERT_TRUE(connected) << connected.error().message();
+    EXPECT_TRUE(to_client.raise_notification(3));
+    EXPECT_EQ(lost.get_future().wait_for(std::chrono::seconds{20}), std::future_status::ready);
+    EXPECT_FALSE((*connected)->is_open());
     instance.reset();
 }
 

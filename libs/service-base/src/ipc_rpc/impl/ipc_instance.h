@@ -43,10 +43,9 @@ public:
     // Ends everything; harmless when repeated. Not on the receive thread. Objects go first, then threads are waited
     // for.
     void shutdown();
-    // Raises a number at the other end; never waits.
-    bool raise_notification(std::uint64_t number) { return send_queue->raise_notification(number); }
     [[nodiscard]] shared_memory_queue& receive_side() noexcept { return *receive_queue; }
-    [[nodiscard]] shared_memory_queue& send_side() noexcept { return *send_queue; }
+    // Shared: whoever only raises numbers holds the queue, and never the end of this.
+    [[nodiscard]] const std::shared_ptr<shared_memory_queue>& send_side() const noexcept { return send_queue; }
 
     std::expected<std::uint64_t, std::error_code> register_object(object_entry object) override;
     std::error_code close_handle(std::uint64_t handle, std::uint32_t flags) override;
@@ -98,7 +97,7 @@ private:
     const std::optional<std::uint32_t> peer_user;
     const bool at_service;
     const std::int64_t owner_process;
-    std::unique_ptr<shared_memory_queue> send_queue;
+    const std::shared_ptr<shared_memory_queue> send_queue;
     std::unique_ptr<shared_memory_queue> receive_queue;
     queue_channel channel;
     const std::string receive_name;

@@ -281,6 +281,7 @@ void rpc_callee_instance::stop() {
         ended.swap(executor);
     }
     release();
+    transactions.clear(); // what still arrives for an object holds it
     ended.reset();
 }
 

@@ -1,0 +1,9 @@
+#pragma once
+
+#include <cstdint>
+
+namespace img_pipe {
+
+std::int64_t process_id() noexcept; // another one in a child made by fork
+
+} // namespace img_pipe
