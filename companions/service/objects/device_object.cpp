@@ -64,6 +64,8 @@ std::error_code device_object::init(ipc_rpc::open_access access, const std::stop
     if (!seat || !lost_number || !events) return make_error_code(ipc_rpc::status::resource_exhausted);
 
     const bool reads_only = access == ipc_rpc::open_access::read_only;
+    const auto is_being_moved = [&] { return !reads_only && core->addresses().is_under_way(record.mac); };
+    if (is_being_moved()) return make_error_code(gigecam_errc::busy);
     gvcp_master::device_control::options chosen;
     chosen.device = {record.address, gige::gvcp::port};
     chosen.local_address = record.local_address;
@@ -91,6 +93,8 @@ std::error_code device_object::init(ipc_rpc::open_access access, const std::stop
         if (camera->is_lost()) let_go(); // before we held it
         core->ports().note(record.mac, camera->local().port);
     }
+    // Asked again, now that whoever is about to move the camera would see us.
+    if (is_being_moved()) return make_error_code(gigecam_errc::busy);
 
     std::error_code no_memory;
     settings = core->camera_settings().get(record.mac, core->settings().group, session->owner(), no_memory);

@@ -299,6 +299,43 @@ TEST_F(Objects, ACameraThatIsHeldAndNotListedIsNotMoved) {
     EXPECT_EQ(one->interface.force_ip(mac, own_address(9), 0xFF000000, 0).error(), gigecam_errc::access_denied);
 }
 
+// The search for a free address takes its time, in which others open the camera.
+TEST_F(Objects, ACameraThatIsTakenMeanwhileIsNotMoved) {
+    std::atomic<bool> asked = false;
+    const gige::endpoint another{own_address(8), 1};
+    scripted_camera taken{own_address(1), [&](scripted_camera& self, const scripted_camera::request& got) {
+                              if (!got.is(gige::gvcp::command::read_reg, boot::privilege) || asked.exchange(true))
+                                  return false;
+                              self.serve(got); // nobody's yet
+                              self.hand_control_to(another);
+                              self.set(boot::privilege, gige::gvcp::bits::control);
+                              return true;
+                          }};
+    asked = true; // by the search
+    start_core({1}, {.networks = false, .interval = std::chrono::hours{1}, .window = milliseconds{25}});
+    const auto camera = [&] { return core->discovery().list().front().devices.front(); };
+    ASSERT_TRUE(eventually([&] { return core->discovery().scan(milliseconds{5000}) && camera().answers; }));
+    asked = false;
+    const auto done = one->interface.force_ip(camera().mac, own_address(9), 0xFF000000, 0);
+    ASSERT_FALSE(done);
+    EXPECT_EQ(done.error(), gigecam_errc::access_denied);
+    EXPECT_TRUE(asked);
+}
+
+TEST_F(Objects, ACameraThatIsBeingMovedIsNotOpened) {
+    start_core_and_camera();
+    const std::string id = one->list().front().id;
+    {
+        const address_turns::turn turn{core->addresses(), cam->mac(), {}};
+        const auto opened = one->interface.open_device(id, open_access::control);
+        ASSERT_FALSE(opened);
+        EXPECT_EQ(opened.error(), gigecam_errc::busy);
+        EXPECT_EQ(cam->peek(boot::privilege), 0U);
+        EXPECT_TRUE(one->interface.open_device(id, open_access::read_only)) << "who reads has nothing to lose";
+    }
+    EXPECT_TRUE(one->interface.open_device(id, open_access::control));
+}
+
 // The client would try for itself, and wait for as long.
 TEST_F(Objects, ADocumentThatTookTooLongIsNotOffered) {
     scripted_camera slow{own_address(1), [&](scripted_camera&, const scripted_camera::request& got) {
