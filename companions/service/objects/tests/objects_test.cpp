@@ -1,7 +1,9 @@
 // The objects that clients hold, against cameras on loopback: several sessions, equal cameras, bounds, a long life.
+#include "../../../../libs/service-base/tests/log_capture.h"
 #include "../../gvcp/tests/scripted_camera.h"
 #include "../../gvcp/tests/test_cameras.h"
 
+#include <gds_helper/log.h>
 #include <objects/device_object.h>
 #include <objects/interface_object.h>
 #include <objects/service_object.h>
@@ -193,16 +195,59 @@ TEST_F(Objects, TheOfferedDocumentHasBounds) {
     EXPECT_EQ(read(1, uint64_t{1} << 40), "error");
     EXPECT_FALSE(device->write_mem(url.address, std::array<std::byte, 4>{}, timeout));
     EXPECT_FALSE(device->read_mem(0x100000000 - 4, 8, timeout)) << "nor beyond the camera's own";
-    ASSERT_TRUE(one->session->document_bytes()->take(ipc_rpc::limits::most_document_bytes - url.size));
-    EXPECT_EQ(one->open(cam->address(), open_access::read_only)->url_list().error(),
-              make_error_code(ipc_rpc::status::resource_exhausted));
-    EXPECT_EQ(read(0, url.size), cam->document()) << "what is kept stays";
 
     auto stream = device->acquire_stream();
     ASSERT_TRUE(stream);
     EXPECT_EQ(device->acquire_stream().error(), gigecam_errc::busy) << "one at a time";
     stream = {};
     EXPECT_TRUE(device->acquire_stream());
+}
+
+// Lines of cameras are of one model, mostly.
+TEST_F(Objects, AnEqualDocumentTakesTheClientsRoomOnce) {
+    std::vector<std::unique_ptr<camera_sim::camera>> cameras;
+    for (const uint32_t n : {1U, 2U, 3U}) {
+        auto options = small_camera(n);
+        options.zipped_document = true;
+        if (n == 3) options.document = cameras[0]->document() + '\n';
+        cameras.push_back(start(options));
+    }
+    const std::string document = cameras[0]->document();
+    ASSERT_TRUE(cameras[1]->document() == document);
+    start_core({1, 2, 3});
+    auto& room = *one->session->document_bytes();
+    const uint64_t before = ipc_rpc::limits::most_document_bytes - document.size() * 3 / 2;
+    ASSERT_TRUE(room.take(before));
+    auto first = one->open(own_address(1)), second = one->open(own_address(2)), other_model = one->open(own_address(3));
+    ASSERT_TRUE(first && second && other_model);
+    EXPECT_TRUE(first->url_list());
+    ASSERT_TRUE(second->url_list());
+    const auto none = other_model->url_list();
+    ASSERT_FALSE(none.has_value());
+    EXPECT_EQ(none.error(), make_error_code(ipc_rpc::status::resource_exhausted));
+    first.reset();
+    const auto url = parse_document_url(second->url_list()->front().url);
+    const auto kept = second->read_mem(url.address, url.size, 3000);
+    ASSERT_TRUE(kept);
+    EXPECT_TRUE(std::string_view(reinterpret_cast<const char*>(kept->data()), kept->size()) == document);
+    EXPECT_GT(room.held(), before);
+    second.reset();
+    EXPECT_EQ(room.held(), before);
+    EXPECT_TRUE(other_model->url_list());
+}
+
+// What a camera's features take is no reason for it to have no document.
+TEST_F(Objects, WithoutRoomForItsFeaturesACameraHasItsOwnDocumentAndTheLogSaysSo) {
+    software_features = true;
+    start_core_and_camera();
+    ASSERT_TRUE(one->session->document_bytes()->take(ipc_rpc::limits::most_document_bytes));
+    const auto device = one->open(cam->address());
+    ASSERT_TRUE(device);
+    const test_support::log_capture log{gds_helper::log::main_logger()};
+    const auto urls = device->url_list();
+    ASSERT_TRUE(urls);
+    EXPECT_EQ(parse_document_url(urls->front().url).size, cam->document().size());
+    EXPECT_EQ(log.count("without software features"), 1U);
 }
 
 TEST_F(Objects, ThePortOfASessionThatWasKilledIsTakenUp) {
