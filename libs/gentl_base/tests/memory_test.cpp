@@ -1,6 +1,7 @@
 // No memory, at each place in turn where opening a module asks for some.
-#include "../../service-base/tests/failing_memory.h"
 #include "fake_modules.h"
+
+#include <support/failing_memory.h>
 
 #include <gtest/gtest.h>
 

@@ -1,11 +1,11 @@
 // No memory, at each place in turn where an end asks for some: it is an end all the same.
-#include "../../../../libs/service-base/tests/failing_memory.h"
-#include "../../../camera_sim/src/firmware_image.h"
-#include "../../gvcp/tests/test_cameras.h"
-
+#include <camera_sim/firmware_image.h>
+#include <gvcp/tests/test_cameras.h>
 #include <ipc_rpc/status.h>
 #include <objects/device_object.h>
 #include <objects/interface_object.h>
+#include <support/failing_memory.h>
+#include <support/temporary_folder.h>
 
 #include <new>
 #include <utility>

@@ -1,12 +1,11 @@
 // The objects that clients hold, against cameras on loopback: several sessions, equal cameras, bounds, a long life.
-#include "../../../../libs/service-base/tests/log_capture.h"
-#include "../../gvcp/tests/scripted_camera.h"
-#include "../../gvcp/tests/test_cameras.h"
-
 #include <gds_helper/log.h>
+#include <gvcp/tests/test_cameras.h>
 #include <objects/device_object.h>
 #include <objects/interface_object.h>
 #include <objects/service_object.h>
+#include <support/log_capture.h>
+#include <support/temporary_folder.h>
 
 #include <atomic>
 #include <filesystem>
