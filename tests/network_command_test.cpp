@@ -90,6 +90,16 @@ TEST(NetworkCommands, ACameraOnTheWrongSubnetIsNamedAndMended) {
     EXPECT_EQ(chosen["persistent_on"], "true");
 }
 
+TEST(NetworkCommands, ACameraThatSomebodyHasIsNotMovedAndThatIsTheReasonGiven) {
+    small_system own;
+    const open_camera user;
+    const auto refused = own.run_consumer({"force-ip", "198.18.0.44", "--json"});
+    EXPECT_EQ(refused.exit_code, 2);
+    EXPECT_TRUE(holds(refused.output, "somebody controls the camera")) << refused.output;
+    EXPECT_FALSE(holds(refused.output, "198.18.0.44") || holds(refused.output, "Invalid")) << refused.output;
+    EXPECT_EQ(own.ask({"ip", "show"})["devices"][0]["address"], own.camera_address(0));
+}
+
 TEST(NetworkCommands, EventsArePrintedWithTheFeaturesOfTheirPort) {
     small_system own{{"--frame-rate", "50"}};
     const auto single = own.run_consumer(

@@ -51,8 +51,8 @@ Error interface_instance::send_force_ip() {
     if (address == 0) return {GC_ERR_INVALID_VALUE, "Invalid IP-Address specified."};
     const auto done = service_handle().invoke<catalogue::send_force_ip>(device->mac_address, address,
                                                                         force_subnet_mask.load(), force_gateway.load());
-    // No host's address, as 0 is none.
-    if (!done && done.error() == std::errc::invalid_argument)
+    // No host's address, as 0 is none. The value is asked for: as a condition most of the cameras' errors are it, too.
+    if (!done && done.error() == std::make_error_code(std::errc::invalid_argument))
         return {GC_ERR_INVALID_VALUE, "Invalid IP-Address specified."};
     return result_of(done, "send_force_ip");
 }

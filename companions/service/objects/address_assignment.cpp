@@ -75,16 +75,18 @@ std::error_code await_arrival(service_core& core, const std::string& interface_n
 }
 
 // Whether anybody has control of it, here or elsewhere. A camera may not refuse to be moved under its user's hands.
-bool is_controlled(service_core& core, const discovery::found_device& camera, const std::stop_token& stop) {
-    if (core.holder_of(camera.mac, nullptr) != service_core::holder::nobody) return true;
-    if (!camera.is_reachable()) return false; // who could speak to it from here? Others' cameras refuse by themselves
+bool is_controlled(service_core& core, uint64_t mac, const std::optional<discovery::found_device>& camera,
+                   const std::stop_token& stop) {
+    if (core.holder_of(mac, nullptr) != service_core::holder::nobody) return true;
+    if (!camera) return false;                 // a client's may have left the list for a moment
+    if (!camera->is_reachable()) return false; // who could speak to it from here? Others' cameras refuse by themselves
     const auto channel =
-        gvcp_master::control_channel::open({camera.address, gige::gvcp::port}, {camera.local_address, 0}, {});
-    if (!channel) return camera.controlled;
+        gvcp_master::control_channel::open({camera->address, gige::gvcp::port}, {camera->local_address, 0}, {});
+    if (!channel) return camera->controlled;
     const std::stop_callback on_stop{stop, [&] { (*channel)->cancel(); }};
     const auto privilege = (*channel)->read_register(gige::gvcp::reg::privilege, question_time);
     if (privilege) return (*privilege & (bits::exclusive | bits::control)) != 0;
-    return privilege.error() == make_error_code(gigecam_errc::access_denied) || camera.controlled;
+    return privilege.error() == make_error_code(gigecam_errc::access_denied) || camera->controlled;
 }
 
 // Null when a camera on this interface may have the address.
@@ -99,9 +101,11 @@ const char* problem_with(const gige::network_interface& through, uint32_t addres
     return is_gateway ? "it is the gateway's address" : nullptr;
 }
 
+// Asks last whether anybody has opened it since the turn began: whoever does so from here on sees the turn.
 std::error_code move(service_core& core, const discovery::found_interface& interface, uint64_t mac, uint32_t address,
                      uint32_t mask, uint32_t gateway, const std::stop_token& stop) {
     const auto before = find_camera(core, interface.network.name, mac);
+    if (is_controlled(core, mac, before, stop)) return make_error_code(gigecam_errc::access_denied);
     if (before) core.discovery().may_move(before->address, address);
     main_logger().info("Camera {:012X} on {} is told to take {}.", mac, interface.network.name,
                        gige::to_string(address));
@@ -172,9 +176,7 @@ std::error_code force_address(service_core& core, const std::string& interface_n
     const auto interface = find_interface(core, interface_name);
     if (!interface) return std::make_error_code(std::errc::no_such_device);
     const auto camera = find_camera(core, interface_name, mac);
-    // A client's may have left the list for a moment.
-    const bool is_held = core.holder_of(mac, nullptr) != service_core::holder::nobody;
-    if (is_held || (camera && is_controlled(core, *camera, stop))) return make_error_code(gigecam_errc::access_denied);
+    if (is_controlled(core, mac, camera, stop)) return make_error_code(gigecam_errc::access_denied);
     if (address == 0) return move(core, *interface, mac, address, mask, gateway, stop);
 
     if (const char* problem = problem_with(interface->network, address, mask, gateway)) {
@@ -215,7 +217,7 @@ std::error_code run_address_function(service_core& core, const std::string& inte
                             : *function == wanted::dhcp     ? bits::ip_dhcp
                                                             : 0;
     if ((camera.ip_config_supported & needed) != needed) return make_error_code(gigecam_errc::not_implemented);
-    if (is_controlled(core, camera, stop)) return make_error_code(gigecam_errc::access_denied);
+    if (is_controlled(core, camera.mac, camera, stop)) return make_error_code(gigecam_errc::access_denied);
 
     gvcp_master::camera_address place{camera.address, camera.mask, camera.gateway, camera.local_address};
     if (*function != wanted::dhcp || !camera.is_reachable()) {

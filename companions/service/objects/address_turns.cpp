@@ -36,4 +36,9 @@ std::vector<uint32_t> address_turns::turn::taken_by_others() const {
     return addresses;
 }
 
+bool address_turns::is_under_way(uint64_t mac) {
+    const std::lock_guard guard{mutex};
+    return under_way.contains(mac);
+}
+
 } // namespace service

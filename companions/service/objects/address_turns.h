@@ -32,6 +32,8 @@ public:
         const uint64_t camera;
         bool had = false;
     };
+    // Whether the camera is being given one, and is not to be opened.
+    [[nodiscard]] bool is_under_way(uint64_t mac);
 
 private:
     std::mutex mutex; // guards what follows

@@ -34,4 +34,21 @@ std::shared_ptr<ipc_rpc::reserved_bytes> client_session::take_device_seat() {
     return ipc_rpc::reserved_bytes::take(seats, 1);
 }
 
+std::shared_ptr<const std::string> client_session::keep_document(std::shared_ptr<const std::string> document) {
+    const std::lock_guard guard{mutex};
+    std::erase_if(kept_documents, [](const auto& each) { return each.expired(); });
+    for (const auto& each : kept_documents)
+        if (auto same = each.lock(); same.get() == document.get()) return same;
+    struct charged {
+        std::shared_ptr<const std::string> text;
+        std::shared_ptr<ipc_rpc::reserved_bytes> bytes;
+    };
+    auto bytes = ipc_rpc::reserved_bytes::take(documents, document->size());
+    if (!bytes) return nullptr;
+    const auto made = std::make_shared<charged>(std::move(document), std::move(bytes));
+    std::shared_ptr<const std::string> kept{made, made->text.get()};
+    kept_documents.push_back(kept);
+    return kept;
+}
+
 } // namespace service

@@ -11,6 +11,8 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
+#include <vector>
 
 namespace service {
 
@@ -56,6 +58,9 @@ public:
     [[nodiscard]] std::optional<uint32_t> owner() const noexcept { return peer_user; }
     // Of documents that the service keeps for the client's devices.
     [[nodiscard]] const std::shared_ptr<ipc_rpc::byte_budget>& document_bytes() const noexcept { return documents; }
+    // The document with its bytes taken from those, once for all devices that have it; given back when the last one
+    // lets go of it. Null when there is no room.
+    [[nodiscard]] std::shared_ptr<const std::string> keep_document(std::shared_ptr<const std::string> document);
     // Of answers to reads that have not been sent.
     [[nodiscard]] const std::shared_ptr<ipc_rpc::byte_budget>& answer_bytes() const noexcept { return answers; }
 
@@ -70,6 +75,7 @@ private:
     std::mutex mutex; // guards what follows
     std::bitset<ipc_rpc::limits::most_numbers + 1> used;
     uint64_t last = 0; // given
+    std::vector<std::weak_ptr<const std::string>> kept_documents;
 };
 
 } // namespace service

@@ -64,6 +64,8 @@ std::error_code device_object::init(ipc_rpc::open_access access, const std::stop
     if (!seat || !lost_number || !events) return make_error_code(ipc_rpc::status::resource_exhausted);
 
     const bool reads_only = access == ipc_rpc::open_access::read_only;
+    const auto is_being_moved = [&] { return !reads_only && core->addresses().is_under_way(record.mac); };
+    if (is_being_moved()) return make_error_code(gigecam_errc::busy);
     gvcp_master::device_control::options chosen;
     chosen.device = {record.address, gige::gvcp::port};
     chosen.local_address = record.local_address;
@@ -91,6 +93,8 @@ std::error_code device_object::init(ipc_rpc::open_access access, const std::stop
         if (camera->is_lost()) let_go(); // before we held it
         core->ports().note(record.mac, camera->local().port);
     }
+    // Asked again, now that whoever is about to move the camera would see us.
+    if (is_being_moved()) return make_error_code(gigecam_errc::busy);
 
     std::error_code no_memory;
     settings = core->camera_settings().get(record.mac, core->settings().group, session->owner(), no_memory);
@@ -193,16 +197,12 @@ std::expected<std::vector<ipc_rpc::url_info>, std::error_code> device_object::ur
 bool device_object::offer(std::string text) {
     {
         const std::lock_guard guard{mutex};
-        plain_document.reset();
-        plain_document_bytes.reset(); // room for the one that takes its place
+        plain_document.reset(); // room for the one that takes its place
     }
-    auto bytes = ipc_rpc::reserved_bytes::take(session->document_bytes(), text.size());
-    if (!bytes) return false;
-    auto document = core->shared_document(std::move(text));
+    auto document = session->keep_document(core->shared_document(std::move(text)));
     const std::lock_guard guard{mutex};
-    plain_document_bytes = std::move(bytes);
     plain_document = std::move(document);
-    return true;
+    return plain_document != nullptr;
 }
 
 std::expected<std::vector<ipc_rpc::url_info>, std::error_code> device_object::find_documents() {
@@ -245,10 +245,13 @@ std::expected<std::vector<ipc_rpc::url_info>, std::error_code> device_object::fi
         plain.url = fmt::format("local:{}.xml;{:X};{:X}", stem, plain_document_address, text->size());
         if (offer(std::move(*text)))
             list.push_back(to_url_info(plain));
-        else if (readable)
+        else if (readable) {
+            main_logger().warn("The document of {} is served without software features: the client has no room for it.",
+                               gige::to_string(record.address));
             list.push_back(to_url_info(url));
-        else
+        } else {
             return std::unexpected(make_error_code(ipc_rpc::status::resource_exhausted));
+        }
     }
     if (list.empty()) return std::unexpected(failed);
     return list;

@@ -79,7 +79,6 @@ private:
 
     std::mutex mutex;                                  // guards what follows
     std::shared_ptr<const std::string> plain_document; // other than the camera's own as it lies in its registers
-    std::shared_ptr<ipc_rpc::reserved_bytes> plain_document_bytes;
     std::weak_ptr<stream_lease> lease;
 
     // In this order: features and receiver use the control channel, all use the rest.

@@ -25,6 +25,7 @@ using gvcp_master::discovery;
 constexpr std::chrono::minutes longest_restart{2};
 constexpr std::chrono::minutes longest_installation{10}; // of one that goes on behind a lost session
 constexpr std::chrono::milliseconds restart_scan{500};
+constexpr std::string_view no_memory = "Failed: memory"; // short enough for a string to take none for it
 
 using gds_helper::log::main_logger;
 
@@ -59,16 +60,31 @@ void firmware_updates::forget(const std::string& interface_name, const std::stri
         if (each.device_id == device_id && each.interface_name == interface_name && !each.running) each.state.clear();
 }
 
-void firmware_updates::tell(uint64_t mac, const std::string& text, phase now) {
+void firmware_updates::tell(uint64_t mac, const std::string& text) {
     std::string interface_name;
     {
         const std::lock_guard guard{mutex};
         auto& mine = updates[mac];
         mine.state = text;
-        mine.running = now == phase::running; // over: the thread takes the lock no more
         interface_name = mine.interface_name;
     }
     if (told) told(interface_name, mac, text);
+}
+
+void firmware_updates::end(uint64_t mac, std::string_view text) noexcept {
+    try {
+        std::string interface_name;
+        {
+            const std::lock_guard guard{mutex};
+            auto& mine = updates[mac];
+            mine.running = false; // the thread takes the lock no more
+            mine.state = no_memory;
+            mine.state = text;
+            interface_name = mine.interface_name;
+        }
+        if (told) told(interface_name, mac, std::string{text});
+    } catch (const std::exception&) { // who asks for the state has it all the same
+    }
 }
 
 std::error_code firmware_updates::start(const std::string& interface_name, const std::string& device_id,
@@ -96,14 +112,12 @@ std::error_code firmware_updates::start(const std::string& interface_name, const
     }
     for (auto* each : {&before, &forgotten})
         if (each->joinable()) each->join();
-    if (others >= static_cast<std::ptrdiff_t>(most_at_once)) {
-        tell(camera.mac, fmt::format("Refused: {} updates are under way already", others), phase::over);
-        return make_error_code(ipc_rpc::status::resource_exhausted);
-    }
     try {
-        return start_held(camera, bytes);
+        if (others < static_cast<std::ptrdiff_t>(most_at_once)) return start_held(camera, bytes);
+        end(camera.mac, fmt::format("Refused: {} updates are under way already", others));
+        return make_error_code(ipc_rpc::status::resource_exhausted);
     } catch (const std::exception&) { // memory, a thread: the place must not stay taken
-        tell(camera.mac, "Refused: no memory or no thread for it", phase::over);
+        end(camera.mac, "Refused: no memory or no thread for it");
         return make_error_code(ipc_rpc::status::resource_exhausted);
     }
 }
@@ -112,7 +126,7 @@ std::error_code firmware_updates::start_held(const discovery::found_device& came
     const auto refuse = [&](const std::string& why, std::error_code error) {
         const std::string text = gds_helper::printable(why, 200); // a package's own words may be among them
         main_logger().warn("Firmware for {} refused: {}", gige::to_string(camera.address), text);
-        tell(camera.mac, "Refused: " + text, phase::over);
+        end(camera.mac, "Refused: " + text);
         return error;
     };
     if (!camera.is_reachable())
@@ -141,23 +155,23 @@ std::error_code firmware_updates::start_held(const discovery::found_device& came
             device.reset();
             finder.control_given_back(mac);
         };
-        std::string text;
+        std::string text{no_memory};
         try {
             const auto done =
                 gvcp_master::write_firmware(*device, image, stop, [&](const std::string& said) { tell(mac, said); });
             give_back();
             image.image = {};
-            text = done ? "Restarting" : "Failed: " + done.error();
             if (done) {
-                tell(mac, text);
+                tell(mac, "Restarting");
                 text = await_restart(camera, image, *done);
+            } else {
+                text = "Failed: " + done.error();
             }
+            main_logger().info("Firmware of camera {:012X}: {}", mac, gds_helper::printable(text));
         } catch (const std::exception&) { // memory; the service has other clients
             give_back();
-            text = "Failed: no memory";
         }
-        main_logger().info("Firmware of camera {:012X}: {}", mac, gds_helper::printable(text));
-        tell(mac, text, phase::over);
+        end(mac, text);
     };
     const std::lock_guard guard{mutex};
     updates[camera.mac].thread = std::thread{update_camera, std::move(*opened), std::move(*package)};

@@ -12,6 +12,7 @@
 #include <span>
 #include <stop_token>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <thread>
 
@@ -59,8 +60,9 @@ private:
     [[nodiscard]] std::string await_restart(const gvcp_master::discovery::found_device& before,
                                             const gvcp_master::firmware_package& package,
                                             gvcp_master::install_command install);
-    enum class phase { running, over };
-    void tell(uint64_t mac, const std::string& text, phase now = phase::running);
+    void tell(uint64_t mac, const std::string& text);
+    // The last word on an update, and the camera's place is free. Without memory it is another word.
+    void end(uint64_t mac, std::string_view text) noexcept;
 
     gvcp_master::discovery& finder;
     const std::stop_token stop;

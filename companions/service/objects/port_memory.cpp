@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <new>
 
 namespace service {
 
@@ -20,9 +21,13 @@ void port_memory::note(uint64_t mac, uint16_t port) const {
     if (!folder.empty()) std::ofstream{file_of(mac)} << port << '\n';
 }
 
-void port_memory::forget(uint64_t mac) const {
-    std::error_code ignored;
-    if (!folder.empty()) std::filesystem::remove(file_of(mac), ignored);
+void port_memory::forget(uint64_t mac) const noexcept {
+    if (folder.empty()) return;
+    try {
+        std::error_code ignored;
+        std::filesystem::remove(file_of(mac), ignored);
+    } catch (const std::bad_alloc&) { // as a failure of the disk
+    }
 }
 
 } // namespace service

@@ -16,7 +16,7 @@ public:
     // 0 when nothing is noted.
     [[nodiscard]] uint16_t port_of(uint64_t mac) const;
     void note(uint64_t mac, uint16_t port) const;
-    void forget(uint64_t mac) const;
+    void forget(uint64_t mac) const noexcept;
 
 private:
     [[nodiscard]] std::string file_of(uint64_t mac) const;

@@ -1,8 +1,10 @@
 // The objects that clients hold, against cameras on loopback: several sessions, equal cameras, bounds, a long life.
+#include <gds_helper/log.h>
 #include <gvcp/tests/test_cameras.h>
 #include <objects/device_object.h>
 #include <objects/interface_object.h>
 #include <objects/service_object.h>
+#include <support/log_capture.h>
 #include <support/temporary_folder.h>
 
 #include <atomic>
@@ -192,16 +194,59 @@ TEST_F(Objects, TheOfferedDocumentHasBounds) {
     EXPECT_EQ(read(1, uint64_t{1} << 40), "error");
     EXPECT_FALSE(device->write_mem(url.address, std::array<std::byte, 4>{}, timeout));
     EXPECT_FALSE(device->read_mem(0x100000000 - 4, 8, timeout)) << "nor beyond the camera's own";
-    ASSERT_TRUE(one->session->document_bytes()->take(ipc_rpc::limits::most_document_bytes - url.size));
-    EXPECT_EQ(one->open(cam->address(), open_access::read_only)->url_list().error(),
-              make_error_code(ipc_rpc::status::resource_exhausted));
-    EXPECT_EQ(read(0, url.size), cam->document()) << "what is kept stays";
 
     auto stream = device->acquire_stream();
     ASSERT_TRUE(stream);
     EXPECT_EQ(device->acquire_stream().error(), gigecam_errc::busy) << "one at a time";
     stream = {};
     EXPECT_TRUE(device->acquire_stream());
+}
+
+// Lines of cameras are of one model, mostly.
+TEST_F(Objects, AnEqualDocumentTakesTheClientsRoomOnce) {
+    std::vector<std::unique_ptr<camera_sim::camera>> cameras;
+    for (const uint32_t n : {1U, 2U, 3U}) {
+        auto options = small_camera(n);
+        options.zipped_document = true;
+        if (n == 3) options.document = cameras[0]->document() + '\n';
+        cameras.push_back(start(options));
+    }
+    const std::string document = cameras[0]->document();
+    ASSERT_TRUE(cameras[1]->document() == document);
+    start_core({1, 2, 3});
+    auto& room = *one->session->document_bytes();
+    const uint64_t before = ipc_rpc::limits::most_document_bytes - document.size() * 3 / 2;
+    ASSERT_TRUE(room.take(before));
+    auto first = one->open(own_address(1)), second = one->open(own_address(2)), other_model = one->open(own_address(3));
+    ASSERT_TRUE(first && second && other_model);
+    EXPECT_TRUE(first->url_list());
+    ASSERT_TRUE(second->url_list());
+    const auto none = other_model->url_list();
+    ASSERT_FALSE(none.has_value());
+    EXPECT_EQ(none.error(), make_error_code(ipc_rpc::status::resource_exhausted));
+    first.reset();
+    const auto url = parse_document_url(second->url_list()->front().url);
+    const auto kept = second->read_mem(url.address, url.size, 3000);
+    ASSERT_TRUE(kept);
+    EXPECT_TRUE(std::string_view(reinterpret_cast<const char*>(kept->data()), kept->size()) == document);
+    EXPECT_GT(room.held(), before);
+    second.reset();
+    EXPECT_EQ(room.held(), before);
+    EXPECT_TRUE(other_model->url_list());
+}
+
+// What a camera's features take is no reason for it to have no document.
+TEST_F(Objects, WithoutRoomForItsFeaturesACameraHasItsOwnDocumentAndTheLogSaysSo) {
+    software_features = true;
+    start_core_and_camera();
+    ASSERT_TRUE(one->session->document_bytes()->take(ipc_rpc::limits::most_document_bytes));
+    const auto device = one->open(cam->address());
+    ASSERT_TRUE(device);
+    const test_support::log_capture log{gds_helper::log::main_logger()};
+    const auto urls = device->url_list();
+    ASSERT_TRUE(urls);
+    EXPECT_EQ(parse_document_url(urls->front().url).size, cam->document().size());
+    EXPECT_EQ(log.count("without software features"), 1U);
 }
 
 TEST_F(Objects, ThePortOfASessionThatWasKilledIsTakenUp) {
@@ -296,6 +341,43 @@ TEST_F(Objects, ACameraThatIsHeldAndNotListedIsNotMoved) {
     hidden = true;
     ASSERT_TRUE(eventually([&] { return one->list().empty(); }));
     EXPECT_EQ(one->interface.force_ip(mac, own_address(9), 0xFF000000, 0).error(), gigecam_errc::access_denied);
+}
+
+// The search for a free address takes its time, in which others open the camera.
+TEST_F(Objects, ACameraThatIsTakenMeanwhileIsNotMoved) {
+    std::atomic<bool> asked = false;
+    const gige::endpoint another{own_address(8), 1};
+    scripted_camera taken{own_address(1), [&](scripted_camera& self, const scripted_camera::request& got) {
+                              if (!got.is(gige::gvcp::command::read_reg, boot::privilege) || asked.exchange(true))
+                                  return false;
+                              self.serve(got); // nobody's yet
+                              self.hand_control_to(another);
+                              self.set(boot::privilege, gige::gvcp::bits::control);
+                              return true;
+                          }};
+    asked = true; // by the search
+    start_core({1}, {.networks = false, .interval = std::chrono::hours{1}, .window = milliseconds{25}});
+    const auto camera = [&] { return core->discovery().list().front().devices.front(); };
+    ASSERT_TRUE(eventually([&] { return core->discovery().scan(milliseconds{5000}) && camera().answers; }));
+    asked = false;
+    const auto done = one->interface.force_ip(camera().mac, own_address(9), 0xFF000000, 0);
+    ASSERT_FALSE(done);
+    EXPECT_EQ(done.error(), gigecam_errc::access_denied);
+    EXPECT_TRUE(asked);
+}
+
+TEST_F(Objects, ACameraThatIsBeingMovedIsNotOpened) {
+    start_core_and_camera();
+    const std::string id = one->list().front().id;
+    {
+        const address_turns::turn turn{core->addresses(), cam->mac(), {}};
+        const auto opened = one->interface.open_device(id, open_access::control);
+        ASSERT_FALSE(opened);
+        EXPECT_EQ(opened.error(), gigecam_errc::busy);
+        EXPECT_EQ(cam->peek(boot::privilege), 0U);
+        EXPECT_TRUE(one->interface.open_device(id, open_access::read_only)) << "who reads has nothing to lose";
+    }
+    EXPECT_TRUE(one->interface.open_device(id, open_access::control));
 }
 
 // The client would try for itself, and wait for as long.

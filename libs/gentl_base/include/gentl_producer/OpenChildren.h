@@ -30,6 +30,7 @@ public:
             if (!children.try_emplace(id).second) return in_use;
             closings_before = closings;
         }
+        place_of_one place{*this, id, closings_before};
         std::expected<std::shared_ptr<Child>, Error> created = create();
         std::unique_lock guard{mutex};
         if (closings != closings_before) { // the place went with the others
@@ -37,12 +38,10 @@ public:
             if (created) (*created)->close_children();
             return parent_gone;
         }
-        if (!created) {
-            children.erase(id);
-            return std::move(created.error());
-        }
+        if (!created) return std::move(created.error());
         *handle = add_handle(id, *created, kind);
         children[id] = std::move(*created);
+        place.filled = true;
         return success();
     }
 
@@ -72,6 +71,19 @@ public:
     }
 
 private:
+    // Empties the place of a module that did not come into being, whatever was thrown.
+    struct place_of_one {
+        ~place_of_one() {
+            if (filled) return;
+            const std::lock_guard guard{all.mutex};
+            if (all.closings == closings) all.children.erase(id);
+        }
+        OpenChildren& all;
+        const std::string& id;
+        const uint64_t closings;
+        bool filled = false;
+    };
+
     std::mutex mutex;                                       // guards what follows
     std::map<std::string, std::shared_ptr<Child>> children; // null while the module is being opened
     uint64_t closings = 0;                                  // of all at once

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <memory>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -159,14 +160,18 @@ Error open_system(void** phTL) {
     if (exclusive && open_systems != nullptr) return {GC_ERR_RESOURCE_IN_USE, "Module already opened"};
     auto created = g_pSystemFactory->create_system();
     if (!created) return std::move(created.error());
-    if (open_systems == nullptr) {
-        open_systems = new std::vector<std::shared_ptr<ISystem>>;
+    // A failing first enumeration leaves an empty list; the consumer asks again anyway.
+    static_cast<void>((*created)->UpdateInterfaceList(nullptr, 0).failed());
+    auto first = open_systems == nullptr ? std::make_unique<std::vector<std::shared_ptr<ISystem>>>() : nullptr;
+    auto& systems = first ? *first : *open_systems;
+    systems.reserve(systems.size() + 1);
+    *phTL = add_handle("system", *created, HandleKind::System);
+    // Nothing fails from here on.
+    systems.push_back(std::move(*created));
+    if (first) {
+        open_systems = first.release();
         own_file = std::exchange(hold.held, nullptr);
     }
-    const auto& system = open_systems->emplace_back(std::move(*created));
-    // A failing first enumeration leaves an empty list; the consumer asks again anyway.
-    static_cast<void>(system->UpdateInterfaceList(nullptr, 0).failed());
-    *phTL = add_handle("system", system, HandleKind::System);
     return success();
 }
 

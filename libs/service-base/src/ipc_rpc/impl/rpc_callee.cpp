@@ -1,5 +1,6 @@
 #include "impl/rpc_callee.h"
 
+#include <gds_helper/line_budget.h>
 #include <gds_helper/printable.h>
 #include <ipc_rpc/limits.h>
 
@@ -7,14 +8,42 @@
 
 #include <algorithm>
 #include <iterator>
+#include <mutex>
 #include <new>
+#include <thread>
 #include <utility>
+#include <vector>
 
 namespace ipc_rpc {
 
 namespace {
 
 [[nodiscard]] bool wants_reply(std::uint32_t flags) noexcept { return (flags & rpc_flag_no_reply) == 0; }
+
+// Side by side: the end of one may wait for somebody who is gone, and others want what the next ones hold.
+void end_all(std::map<std::uint64_t, object_entry>& objects) {
+    constexpr std::size_t most_at_once = 16;
+    std::mutex mutex; // guards next
+    auto next = objects.begin();
+    const auto work = [&] {
+        for (;;) {
+            object_entry mine; // ends without the lock
+            const std::lock_guard guard{mutex};
+            if (next == objects.end()) return;
+            mine = std::move(next++->second);
+        }
+    };
+    std::vector<std::jthread> helpers;
+    try {
+        while (helpers.size() + 1 < std::min(objects.size(), most_at_once))
+            helpers.emplace_back([&work, lines = gds_helper::log::counted_lines::current()] {
+                const gds_helper::log::counted_lines counted{lines};
+                work();
+            });
+    } catch (const std::exception&) { // no memory or no thread for another one
+    }
+    work();
+}
 
 } // namespace
 
@@ -272,6 +301,7 @@ void rpc_callee_instance::release() {
     for (const auto& [handle, entry] : gone) {
         if (entry.on_end) entry.on_end();
     }
+    end_all(gone);
 }
 
 void rpc_callee_instance::stop() {
