@@ -84,7 +84,7 @@ TEST_F(ProgramOutput, WhatIsWrongWithOptionsAndFiles) {
 TEST_F(ProgramOutput, ErrorOutputThatTakesNothing) {
     const std::string service = built::program("orv-gentl-gev-service") + " --no-networks --log-level 6";
     EXPECT_EQ(run("(" + service + " --group no-such-group 2>/dev/full)").first, 1);
-    EXPECT_EQ(run("(" + built::program("orv-gev-camera-sim") + " --address nowhere 2>/dev/full)").first, 2);
+    EXPECT_EQ(run("(" + built::program("orv-gev-camera-sim") + " --address nowhere 2>/dev/full)").first, 3);
 }
 
 TEST_F(ProgramOutput, WhatIsSearchedFoundOpenedAndLost) {
