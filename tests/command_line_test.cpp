@@ -16,6 +16,20 @@ using testing::HasSubstr;
 using namespace consumer;
 using namespace std::chrono_literals;
 
+namespace {
+
+// One of doctor's, of its answer in JSON; null when there is none of this name.
+nlohmann::json finding_of(const std::string& check, const std::string& answer) {
+    const auto all = nlohmann::json::parse(answer, nullptr, false);
+    if (all.is_object())
+        for (const auto& each : all["checks"])
+            if (each["check"] == check) return each;
+    ADD_FAILURE() << "no '" << check << "' in " << answer;
+    return {{"check", ""}, {"grade", ""}, {"found", ""}, {"remedy", ""}};
+}
+
+} // namespace
+
 TEST(CommandLine, FaultsInTheArguments) {
     const test_system own;
     expect_rows(own, {{"grab --frames 0", cause::arguments, "--frames"},
@@ -70,6 +84,80 @@ TEST(CommandLine, OfAnotherUser) {
     const answer outside = run(grouped, "setpriv --reuid 65534 --regid 65534 --clear-groups '" + program + "' list");
     EXPECT_EQ(outside.exit_code, cli::row_of(cause::no_service).exit_code) << outside.errors;
     EXPECT_THAT(outside.errors, HasSubstr("Its group is 'daemon': sudo adduser"));
+    const answer ill =
+        run(grouped, "setpriv --reuid 65534 --regid 65534 --clear-groups '" + program + "' doctor --json");
+    const auto found = finding_of("local service", ill.output);
+    EXPECT_EQ(found["remedy"], "Its group is 'daemon': sudo adduser USER daemon, and log in again.");
+    EXPECT_THAT(found["found"].get<std::string>(), testing::Not(HasSubstr("adduser")));
+}
+
+// A host with the installed units, as far as this program sees of it: the folders of systemd, of accounts and of
+// sockets are the test's own.
+TEST(CommandLine, BesideTheInstalledUnits) {
+    const test_system own;
+    if (geteuid() != 0 || run(own, "unshare -m true").exit_code != 0 || !std::filesystem::exists("/usr/bin/systemctl"))
+        GTEST_SKIP() << "takes root with namespaces of mounts, and a systemctl to put the test's own over";
+    const std::string folder = own.folder();
+    std::filesystem::permissions(own.folder(), std::filesystem::perms{0755});
+    std::filesystem::create_directory(folder + "/session");
+    std::ofstream{folder + "/unit"} << "[Socket]\nSocketGroup=daemon\n";
+    std::ofstream{folder + "/group"} << "root:x:0:\ndaemon:x:1:nobody\nnogroup:x:65534:\n";
+    std::ofstream{folder + "/systemctl"} << "#!/bin/sh\n[ $1 = show ] || { echo active; exit; }\n"
+                                            "echo ActiveState=activating; echo SubState=auto-restart\n"
+                                            "echo Result=exit-code; echo NRestarts=7\n";
+    std::filesystem::permissions(folder + "/systemctl", std::filesystem::perms{0755});
+    const auto within = [&](const std::string& set_up, const std::string& as, const std::string& words) {
+        std::ofstream{folder + "/script"} << "set -e\ncd '" << folder
+                                          << "'\nmount -t tmpfs none /run\nmount -t tmpfs none /usr/local/lib\n"
+                                             "mkdir -p /run/systemd/system /usr/local/lib/systemd/system\n"
+                                             "cp unit /usr/local/lib/systemd/system/orv-gentl-gev.socket\n"
+                                             "mount --bind systemctl /usr/bin/systemctl\n"
+                                          << set_up << "\nexec env -u ORV_GENTL_RUNTIME_DIR XDG_RUNTIME_DIR=" << folder
+                                          << "/session " << as << " '" << program << "' " << words << '\n';
+        return run(own, "unshare -m sh '" + folder + "/script'");
+    };
+    const std::string nobody = "setpriv --reuid 65534 --regid 65534 ";
+    EXPECT_THAT(within("", "", "list").errors, HasSubstr("Start it: sudo systemctl start orv-gentl-gev.socket"));
+    EXPECT_THAT(within("ln -s " + folder + " /run/orv-gentl-gev", "", "list").errors,
+                HasSubstr("in '" + folder + "/session' ($XDG_RUNTIME_DIR)"));
+
+    const answer ill = within("", "", "doctor --json");
+    const auto failing = finding_of("orv-gentl-gev.service", ill.output);
+    EXPECT_EQ(failing["grade"], "bad");
+    EXPECT_EQ(failing["found"], "ends and is started again (exit-code, 7 times)");
+    EXPECT_THAT(failing["remedy"].get<std::string>(), HasSubstr("journalctl -u orv-gentl-gev.service"));
+    EXPECT_EQ(finding_of("local service", ill.output)["remedy"], "Start it: sudo systemctl start orv-gentl-gev.socket");
+
+    const struct {
+        const char *set_up, *groups, *grade, *found, *remedy;
+    } rows[]{
+        {"", "--clear-groups", "bad", "user 'nobody' is no member", "sudo adduser nobody daemon, and log in again"},
+        {"mount --bind group /etc/group", "--clear-groups", "bad", "a member, but this login is from before",
+         "log in again (a desktop: out of the session and in)"},
+        {"mount --bind group /etc/group", "--init-groups", "ok", "a member", ""},
+    };
+    for (const auto& each : rows) {
+        SCOPED_TRACE(each.found);
+        const auto found =
+            finding_of("group 'daemon'", within(each.set_up, nobody + each.groups, "doctor --json").output);
+        EXPECT_EQ(found["grade"], each.grade);
+        EXPECT_EQ(found["found"], each.found);
+        EXPECT_EQ(found["remedy"], each.remedy);
+    }
+}
+
+TEST(CommandLine, TheVariableIsSetOnceHoweverOftenItIsAsked) {
+    const test_system own;
+    const answer twice = run(own, "export GENICAM_GENTL64_PATH=/others; for i in 1 2; do eval \"$('" + program +
+                                      "' env --sh)\"; done; echo $GENICAM_GENTL64_PATH; unset GENICAM_GENTL64_PATH; "
+                                      "set -u; eval \"$('" +
+                                      program + "' env --sh)\"; echo /others:$GENICAM_GENTL64_PATH");
+    std::istringstream lines{twice.output};
+    std::string beside, alone;
+    std::getline(lines, beside);
+    std::getline(lines, alone);
+    EXPECT_EQ(beside, alone) << twice.errors;
+    EXPECT_THAT(beside, HasSubstr("/others:/"));
 }
 
 TEST(CommandLine, WithoutACamera) {
@@ -98,6 +186,8 @@ TEST(CommandLine, TwoCamerasThatAreAlike) {
     for (const std::string& one : {std::string{"CAM1"}, std::string{"Orv-SimCam-CAM1"}, own.camera_address(1)}) {
         const answer found = run(own, "orv-gentl get DeviceSerialNumber --device " + one);
         EXPECT_EQ(found.output, "CAM1\n") << one << found.errors;
+        const auto shown = nlohmann::json::parse(run(own, "orv-gentl ip show --json --device " + one).output);
+        EXPECT_EQ(shown["devices"].size(), 1U) << one << shown;
     }
     auto listed = nlohmann::json::parse(run(own, "orv-gentl list --json").output, nullptr, false);
     ASSERT_EQ(listed["devices"].size(), 2U) << listed;

@@ -52,12 +52,13 @@ TEST_F(ProgramOutput, WhatIsWrongWithOptionsAndFiles) {
     struct {
         std::string command;
         std::vector<std::string> texts;
+        int code = 1;
     } const rows[]{
-        {service + "--heartbeat 100", {"--heartbeat", "'100'", "0, or 500 to 3600000 ms"}},
-        {service + "--scan-interval 1", {"--scan-interval", "not in range 50 to 3600000"}},
-        {service + "--log-level 9", {"--log-level", "not in range 0 to 6"}},
-        {service + "--discover 300.1.1.1", {"--discover", "between 0 and 255"}},
-        {service + "--document-folder /no/such", {"--document-folder", "does not exist: /no/such"}},
+        {service + "--heartbeat 100", {"--heartbeat", "'100'", "0, or 500 to 3600000 ms"}, 3},
+        {service + "--scan-interval 1", {"--scan-interval", "not in range 50 to 3600000"}, 3},
+        {service + "--log-level 9", {"--log-level", "not in range 0 to 6"}, 3},
+        {service + "--discover 300.1.1.1", {"--discover", "between 0 and 255"}, 3},
+        {service + "--document-folder /no/such", {"--document-folder", "does not exist: /no/such"}, 3},
         {ends, {"There is no group 'no-such-group'."}},
         {"ORV_GENTL_GEV_PROP_INIT=" + broken + ' ' + ends,
          {"Settings file '" + broken + "' is not used, it is no JSON"}},
@@ -68,12 +69,15 @@ TEST_F(ProgramOutput, WhatIsWrongWithOptionsAndFiles) {
          {"Cannot listen at '/usr/orv-gentl-gev_service_pipe_", "set ORV_GENTL_RUNTIME_DIR"}},
         {"ORV_GENTL_RUNTIME_DIR=/no/such " + service, {"Cannot listen at '/no/such/orv-gentl-gev_service_pipe_"}},
         {built::program("orv-gev-camera-sim") + " --address " + own.camera_address(0), {"is there a camera already?"}},
-        {camera + "--frame-rate 0", {"--frame-rate"}},
-        {camera + "--loss 2", {"--loss"}},
+        {camera + "--frame-rate 0", {"--frame-rate"}, 3},
+        {camera + "--loss 2", {"--loss"}, 3},
+        {camera + "--pixel-format Mono7", {"Mono7 is not a pixel format"}, 3},
+        {camera + "--version", {"orv-gev-camera-sim 1.3.1.860"}, 0},
+        {service + "--version", {"orv-gentl-gev-service 1.3.1.860"}, 0},
     };
-    for (const auto& [command, texts] : rows) {
+    for (const auto& [command, texts, expected] : rows) {
         const auto [code, output] = run(command);
-        EXPECT_GT(code, 0) << command;
+        EXPECT_EQ(code, expected) << command;
         for (const std::string& text : texts) EXPECT_TRUE(holds(output, text)) << command << '\n' << output;
     }
 }
@@ -82,7 +86,7 @@ TEST_F(ProgramOutput, WhatIsWrongWithOptionsAndFiles) {
 TEST_F(ProgramOutput, ErrorOutputThatTakesNothing) {
     const std::string service = built::program("orv-gentl-gev-service") + " --no-networks --log-level 6";
     EXPECT_EQ(run("(" + service + " --group no-such-group 2>/dev/full)").first, 1);
-    EXPECT_EQ(run("(" + built::program("orv-gev-camera-sim") + " --address nowhere 2>/dev/full)").first, 2);
+    EXPECT_EQ(run("(" + built::program("orv-gev-camera-sim") + " --address nowhere 2>/dev/full)").first, 3);
 }
 
 // Who is told by the socket is told all the same.

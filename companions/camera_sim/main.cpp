@@ -19,6 +19,8 @@
 
 namespace {
 
+constexpr int wrong_arguments = 3; // as the other programs'
+
 // To standard error, which may take nothing: that is no reason to end.
 template <class... Values>
 void say(fmt::format_string<Values...> format, Values&&... values) {
@@ -226,7 +228,12 @@ int run(int argc, char** argv) {
         "of JSON per camera at the end (SIGINT, SIGTERM)."};
     arguments args;
     declare(app, args);
-    CLI11_PARSE(app, argc, argv);
+    app.set_version_flag("--version", "orv-gev-camera-sim " ORV_VERSION);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) { // help and version, too
+        return app.exit(error) == 0 ? 0 : wrong_arguments;
+    }
 
     if (!args.firmware_file.empty()) {
         args.firmware.vendor = args.camera.vendor;
@@ -247,7 +254,7 @@ int run(int argc, char** argv) {
         const auto light = light_of(text);
         if (!light) {
             say("orv-gev-camera-sim: {} is not FRAME:LEVEL or FRAME:LEVEL:RED:BLUE\n", text);
-            return 2;
+            return wrong_arguments;
         }
         args.camera.scene.light.push_back(*light);
     }
@@ -263,7 +270,7 @@ int run(int argc, char** argv) {
     if (!first || args.camera.pixel_format == 0) {
         say("orv-gev-camera-sim: {} is not {}\n", first ? args.pixel_format : args.address,
             first ? "a pixel format" : "an IPv4 address");
-        return 2;
+        return wrong_arguments;
     }
     if (args.link_mbit != 0) {
         const auto bytes_per_second = static_cast<uint64_t>(args.link_mbit * 125'000);
@@ -282,7 +289,7 @@ int run(int argc, char** argv) {
         if (!args.quiet) options.log = [](const std::string& line) { say("{}\n", line); };
         if (const auto problem = camera_sim::camera::problem_with(options); !problem.empty()) {
             say("orv-gev-camera-sim: {}\n", problem);
-            return 2;
+            return wrong_arguments;
         }
         auto started = camera_sim::camera::start(options);
         if (!started) {

@@ -33,6 +33,8 @@ namespace {
 // From the signal to the end of the process; a camera that does not answer is left to its heartbeat.
 constexpr std::chrono::milliseconds end_time{1500};
 
+constexpr int wrong_arguments = 3; // as the other programs'
+
 struct program_options {
     bool loopback = false;
     bool no_networks = false;
@@ -203,7 +205,12 @@ int run(int argc, char** argv) {
     app.add_option("--scan-interval", given.scan_interval_ms, "Time between searches for cameras, ms")
         ->check(CLI::Range(50U, 3600000U))
         ->capture_default_str();
-    CLI11_PARSE(app, argc, argv);
+    app.set_version_flag("--version", fmt::format("orv-gentl-gev-service {}", gds_shared::gev_product.version_text));
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) { // help and version, too
+        return app.exit(error) == 0 ? 0 : wrong_arguments;
+    }
     return serve(given);
 }
 

@@ -5,6 +5,7 @@
 #include "../host/installation_checks.h"
 #include "../output/output.h"
 #include "../posix/service_place.h"
+#include "../posix/service_unit.h"
 
 #include <gds_shared/product_constants.h>
 #include <ipc_rpc/services.h>
@@ -39,22 +40,25 @@ void check_cameras(const common_options& common, std::vector<finding>& findings)
         findings.push_back({"local service", grade::ok, "answers", "answers", {}, {}});
         check_addresses(found, findings);
         const bool any = !found.devices.empty();
-        findings.push_back({"devices", any ? grade::ok : grade::bad, fmt::format("{} seen", found.devices.size()),
-                            "1 at least", any ? "" : "no camera answered the search",
-                            any ? ""
-                                : "check cable, power and subnet; orv-gentl-gev-service --discover ADDRESS asks one "
-                                  "address directly"});
+        findings.push_back(
+            {"devices", any ? grade::ok : grade::bad, fmt::format("{} seen", found.devices.size()), "1 at least",
+             any ? "" : "no camera answered the search",
+             any ? ""
+             : uses_service_unit()
+                 ? fmt::format("check cable, power and subnet; --discover ADDRESS asks a camera behind a "
+                               "router: sudo systemctl edit {}   (its ExecStart=)",
+                               service_unit)
+                 : "check cable, power and subnet; orv-gentl-gev-service --discover ADDRESS asks a "
+                   "camera behind a router"});
     } catch (const failure& reason) {
         const bool is_library = reason.why() == cause::no_library;
         findings.push_back({is_library                          ? "library"
                             : reason.why() == cause::no_service ? "local service"
                                                                 : "search",
                             grade::bad, reason.what(), "works", "without it no camera can be reached",
-                            reason.why() == cause::no_service ? "orv-gentl-gev-service   (as a unit of the service "
-                                                                "manager to have it after each start)"
-                            : is_library                      ? "give its path with --cti, or build it: cmake --build "
-                                                                "--preset release"
-                                                              : "see the service's log"});
+                            !reason.remedy().empty() ? reason.remedy()
+                            : is_library             ? library_remedy()
+                                                     : "see the service's log"});
     }
 }
 
@@ -109,8 +113,7 @@ int doctor(const common_options& common) {
         check_cameras(common, findings);
     } catch (const failure& reason) {
         findings.push_back({"library", grade::bad, reason.what(), "a file that loads",
-                            "without it no camera can be reached",
-                            "give its path with --cti, or build it: cmake --build --preset release"});
+                            "without it no camera can be reached", library_remedy()});
     }
     check_services(findings);
     check_host(findings);

@@ -32,7 +32,10 @@ struct situation {
 constexpr std::array situations{
     situation{"sh", "For a shell, or /etc/profile.d",
               [](const std::string& folder, const std::string&) {
-                  return fmt::format("export {0}=\"${{{0}:+${0}:}}{1}\"", variable, folder);
+                  // A folder that is named twice is loaded twice by some applications.
+                  return fmt::format("case \":${{{0}:-}}:\" in *\":{1}:\"*) ;; "
+                                     "*) export {0}=\"${{{0}:+${0}:}}{1}\" ;; esac",
+                                     variable, folder);
               }},
     situation{"systemd", "For the [Service] section of a unit",
               [](const std::string& folder, const std::string&) {

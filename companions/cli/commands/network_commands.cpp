@@ -3,6 +3,7 @@
 #include "events_command.h"
 #include "firmware_command.h"
 
+#include "../consumer/device_choice.h"
 #include "../consumer/interface_session.h"
 
 #include <gige/host_address.h>
@@ -158,9 +159,7 @@ int show_addresses(const common_options& options) {
     const found_devices found = find_devices(options);
     nlohmann::json all = nlohmann::json::array();
     for (const auto& [device, interface] : found.devices) {
-        const bool fits = options.device.empty() || device.id.find(options.device) != device.id.npos ||
-                          device.serial == options.device || device.user_name == options.device;
-        if (!fits) continue;
+        if (!options.device.empty() && !is_meant(device, options.device)) continue;
         interface_session session{found.lib, interface};
         if (!session.select(device.id)) continue;
         nlohmann::json place = session.address();
@@ -224,7 +223,8 @@ void add_network_commands(CLI::App& app, common_options& options, int& result,
 
     auto* force = app.add_subcommand("force-ip", "Gives a camera an address until its next start (ForceIP)");
     force->footer("Works for cameras of other subnets, which cannot be opened. Refused when somebody has the address.\n"
-                  "'orv-gentl ip temporary' finds a free one by itself.");
+                  "'orv-gentl ip temporary' finds a free one by itself.\n"
+                  "Example: orv-gentl force-ip 192.168.1.20 --device 02:00:7F:00:00:0A");
     add_common(*force, true);
     force->add_option("address", given->address, "The new address, such as 192.168.0.10")->required();
     force->add_option("--mask", given->mask, "Subnet mask")->capture_default_str();
@@ -233,7 +233,9 @@ void add_network_commands(CLI::App& app, common_options& options, int& result,
 
     auto* ip = app.add_subcommand("ip", "Shows and changes how cameras get their addresses");
     ip->require_subcommand(1);
+    ip->footer("Examples: orv-gentl ip show\n          orv-gentl ip persistent --device SERIAL --address 192.168.1.20");
     auto* show_command = ip->add_subcommand("show", "Addresses of all cameras, also of those that cannot be opened");
+    show_command->footer("Example: orv-gentl ip show --device SERIAL");
     add_common(*show_command, true);
     show_command->callback([&] { result = show_addresses(options); });
     const auto function = [&](const char* name, const char* help, const char* footer, const char* feature) {
@@ -244,10 +246,14 @@ void add_network_commands(CLI::App& app, common_options& options, int& result,
         return command;
     };
     function("temporary", "Gives a camera a free address of this interface's network, until its next start",
-             "The service picks an address that nobody answers for.", "IPConfigAssignFreeTemporaryIP");
+             "The service picks an address that nobody answers for.\n"
+             "Example: orv-gentl ip temporary --device SERIAL",
+             "IPConfigAssignFreeTemporaryIP");
     auto* persistent = function("persistent", "Gives a camera an address of this interface's network for good",
                                 "The camera has it at once and after every start. The service picks a free one, or "
-                                "takes the one named, when nobody has it.",
+                                "takes the one named, when nobody has it.\n"
+                                "Example: orv-gentl ip persistent --device SERIAL --address 192.168.1.20",
+
                                 "IPConfigAssignFreePersistentIP");
     auto* named = persistent->add_option("--address", given->address, "One of your choice, such as 192.168.0.10");
     persistent->add_option("--mask", given->mask, "Its subnet mask")->capture_default_str()->needs(named);
@@ -259,11 +265,14 @@ void add_network_commands(CLI::App& app, common_options& options, int& result,
                                      : keep_address(options, parse(given->address, given->mask, given->gateway));
     });
     function("dhcp", "Lets a camera ask a DHCP server from its next start on",
-             "One that cannot be reached gets a free temporary address first.", "IPConfigDHCPEnable");
+             "One that cannot be reached gets a free temporary address first.\n"
+             "Example: orv-gentl ip dhcp --device SERIAL",
+             "IPConfigDHCPEnable");
 
     auto* action = app.add_subcommand("action", "Triggers cameras by one action command");
     action->footer("Those cameras act whose device key and group key are equal and whose group mask shares a bit.\n"
-                   "Without --interface it goes out by all interfaces. Cameras act only while somebody controls them.");
+                   "Without --interface it goes out by all interfaces. Cameras act only while somebody controls them.\n"
+                   "Example: orv-gentl action --device-key 1 --group-key 1 --group-mask 1");
     add_common(*action, false);
     constexpr int64_t largest = 0xFFFFFFFF;
     action->add_option("--device-key", given->action.device_key, "Equal to the cameras' ActionDeviceKey")
@@ -284,7 +293,8 @@ void add_network_commands(CLI::App& app, common_options& options, int& result,
     auto* events = app.add_subcommand("events", "Prints a camera's events as they come");
     events->footer(
         "With the features of the event's port. 'orv-gentl get EventSelector' shows what a camera can send;\n"
-        "--json prints one object for each event.");
+        "--json prints one object for each event.\n"
+        "Example: orv-gentl events --device SERIAL --notify ExposureEnd --acquire --count 10");
     add_common(*events, true);
     events->add_option("--notify", given->events.notify, "Switch this event on (entry of EventSelector); repeatable");
     events->add_option("--set", given->events.settings, "FEATURE=VALUE before the start; repeatable");
@@ -296,7 +306,8 @@ void add_network_commands(CLI::App& app, common_options& options, int& result,
     events->callback([&, given] { result = show_events(options, given->events); });
 
     auto* firmware = app.add_subcommand("firmware", "Writes a firmware package (*.fwpack) to a camera");
-    firmware->footer("Checked against the camera first. The camera restarts at the end; nobody may have it open.");
+    firmware->footer("Checked against the camera first. The camera restarts at the end; nobody may have it open.\n"
+                     "Example: orv-gentl firmware camera-1.2.fwpack --device SERIAL");
     add_common(*firmware, true);
     firmware->add_option("package", given->package, "Package file")->required();
     firmware->add_option("--longest", given->longest_s, "Give up watching after so many seconds")

@@ -31,6 +31,10 @@ bool holds(const device_entry& device, const std::string& words) {
 
 } // namespace
 
+bool is_meant(const device_entry& device, const std::string& words) {
+    return is_exactly(device, words) || holds(device, words);
+}
+
 void add_places(found_devices& found) {
     for (auto& [device, interface] : found.devices) {
         if (!device.address.empty()) continue; // told with the first device of its interface

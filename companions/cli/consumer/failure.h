@@ -5,6 +5,7 @@
 #include <span>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace cli {
 
@@ -34,14 +35,18 @@ struct cause_row {
 [[nodiscard]] std::span<const cause_row> all_causes() noexcept;
 [[nodiscard]] const cause_row& row_of(cause which) noexcept;
 
-// Thrown by whoever knows the reason; main prints it once, as text and, with --json, as an object.
+// Thrown by whoever knows the reason; main prints it once, as text and, with --json, as an object. A remedy that is
+// told apart from the reason stands in neither before it is printed.
 class failure : public std::runtime_error {
 public:
-    failure(cause why, const std::string& text) : std::runtime_error(text), reason_for(why) {}
+    failure(cause why, const std::string& text, std::string mended_by = {})
+        : std::runtime_error(text), reason_for(why), mends(std::move(mended_by)) {}
     [[nodiscard]] cause why() const noexcept { return reason_for; }
+    [[nodiscard]] const std::string& remedy() const noexcept { return mends; }
 
 private:
     cause reason_for;
+    std::string mends;
 };
 
 } // namespace cli

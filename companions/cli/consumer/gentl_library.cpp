@@ -20,11 +20,11 @@ call_failed::call_failed(std::string function, GC_ERROR error_code, const std::s
       code(error_code),
       reason(text) {}
 
-call_failed::call_failed(cause why, const std::string& what, const call_failed& of)
-    : failure(why, what), call(of.call), code(of.code), reason(of.reason) {}
+call_failed::call_failed(cause why, const std::string& what, const std::string& remedy, const call_failed& of)
+    : failure(why, what, remedy), call(of.call), code(of.code), reason(of.reason) {}
 
-call_failed call_failed::explained(cause why, const std::string& words) const {
-    return {why, fmt::format("{}\n{}", words, what()), *this};
+call_failed call_failed::explained(cause why, const std::string& words, const std::string& remedy) const {
+    return {why, fmt::format("{}\n{}", words, what()), remedy, *this};
 }
 
 gentl_library::gentl_library(const std::string& path) {

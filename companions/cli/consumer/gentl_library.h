@@ -20,13 +20,13 @@ class call_failed final : public failure {
 public:
     call_failed(std::string function, GenTL::GC_ERROR error_code, const std::string& text);
     // The same failure by one who knows more of it: `words` come before the call, its code and the producer's text.
-    [[nodiscard]] call_failed explained(cause why, const std::string& words) const;
+    [[nodiscard]] call_failed explained(cause why, const std::string& words, const std::string& remedy = {}) const;
     const std::string call;
     const GenTL::GC_ERROR code;
     const std::string reason; // the producer's own text
 
 private:
-    call_failed(cause why, const std::string& what, const call_failed& of);
+    call_failed(cause why, const std::string& what, const std::string& remedy, const call_failed& of);
 };
 
 // clang-format off

@@ -64,7 +64,8 @@ found_devices find_devices(const common_options& options) {
     try {
         found.system = open_system(found.lib);
     } catch (const call_failed& failed) {
-        throw failed.explained(cause::no_service, why_no_service(failed.reason));
+        const auto [text, remedy] = why_no_service(failed.reason);
+        throw failed.explained(cause::no_service, text, remedy);
     }
     found.interfaces = list_interfaces(*found.system);
     std::string known;

@@ -50,7 +50,7 @@ void check_leftovers(std::vector<finding>& findings) {
     findings.push_back({"leftovers of killed services", none ? grade::ok : grade::advice,
                         none ? "none" : fmt::format("{}", fmt::join(names, " ")), "none",
                         none ? "" : "they take shared memory",
-                        none ? "" : "start the service once, it removes them: orv-gentl-gev-service"});
+                        none ? "" : "the service removes them when it starts the next time"});
 }
 
 } // namespace

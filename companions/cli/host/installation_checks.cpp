@@ -2,6 +2,8 @@
 
 #include "../posix/child_program.h"
 #include "../posix/service_place.h"
+#include "../posix/service_unit.h"
+#include "../posix/this_process.h"
 
 #include <fmt/format.h>
 
@@ -35,13 +37,68 @@ std::vector<fs::path> producers_in(const fs::path& entry) {
     return found;
 }
 
-// What systemd says of the service's unit in one word; empty where there is no systemd, or no such unit.
-std::string unit_state() {
+// What systemd says of the installed units, KEY=VALUE in each line; nothing where there is no systemd, or no such unit.
+std::string systemctl(const std::vector<std::string>& words) {
     std::error_code ignored;
-    constexpr const char* program = "/usr/bin/systemctl";
-    if (!has_service_unit() || !fs::exists(program, ignored)) return {};
-    const std::string answer = run_program({program, "is-active", service_unit}, std::chrono::seconds{3}).output;
-    return answer.substr(0, answer.find('\n'));
+    std::vector<std::string> command{"/usr/bin/systemctl"};
+    if (!has_service_unit() || !fs::exists(command.front(), ignored)) return {};
+    command.insert(command.end(), words.begin(), words.end());
+    return run_program(command, std::chrono::seconds{3}).output;
+}
+
+std::string value_of(const std::string& key, const std::string& lines) {
+    const std::string text = '\n' + lines, before = '\n' + key + '=';
+    const size_t begin = text.find(before);
+    if (begin == text.npos) return {};
+    const size_t start = begin + before.size();
+    return text.substr(start, text.find('\n', start) - start);
+}
+
+void check_units(std::vector<finding>& findings) {
+    const std::string answer = systemctl({"is-active", socket_unit});
+    const std::string socket = answer.substr(0, answer.find('\n'));
+    if (socket.empty() || socket.contains(' ')) return; // a complaint: no systemd answers
+    const bool on = socket == "active";
+    findings.push_back({socket_unit, on ? grade::ok : grade::advice, socket, "active",
+                        on ? "" : "no service is started when an application asks for one",
+                        on ? "" : fmt::format("sudo systemctl enable --now {}", socket_unit)});
+    // It is started again for ever, so that a service that cannot start is seldom seen in the state 'failed'.
+    const std::string service = systemctl({"show", "--property=ActiveState,SubState,Result,NRestarts", service_unit});
+    const std::string state = value_of("ActiveState", service), result = value_of("Result", service);
+    const std::string restarts = value_of("NRestarts", service);
+    const bool again = value_of("SubState", service) == "auto-restart" ||
+                       (state == "activating" && !restarts.empty() && restarts != "0");
+    if (state != "failed" && !again) return;
+    findings.push_back({service_unit, grade::bad,
+                        again ? fmt::format("ends and is started again ({}, {} times)", result, restarts)
+                              : fmt::format("failed ({})", result),
+                        "active, or inactive until an application asks", "it ends by itself as soon as it is started",
+                        fmt::format("its log says why: systemctl status {0}; journalctl -u {0}", service_unit)});
+}
+
+// Whether this user may use the installed service, also while it does not run.
+void check_group(std::vector<finding>& findings) {
+    const std::string group = uses_service_unit() && !is_root() ? group_of_unit() : "";
+    if (group.empty()) return;
+    finding result{fmt::format("group '{}'", group), grade::bad, {}, "a member", "the service lets in its members", {}};
+    switch (membership_in(group)) {
+    case membership::in_force:
+        result = {result.check, grade::ok, "a member", "a member", {}, {}};
+        break;
+    case membership::with_next_login:
+        result.found = "a member, but this login is from before";
+        result.remedy = "log in again (a desktop: out of the session and in)";
+        break;
+    case membership::none:
+        result.found = fmt::format("user '{}' is no member", user_name());
+        result.remedy = fmt::format("sudo adduser {} {}, and log in again", user_name(), group);
+        break;
+    case membership::no_such_group:
+        result.found = "does not exist";
+        result.remedy = fmt::format("sudo groupadd --system {0} && sudo systemctl restart {1}", group, socket_unit);
+        break;
+    }
+    findings.push_back(std::move(result));
 }
 
 } // namespace
@@ -50,6 +107,14 @@ fs::path library_for_applications(const fs::path& own) {
     std::error_code ignored;
     const fs::path multipart = own.parent_path() / "multipart" / own.filename();
     return fs::canonical(fs::exists(multipart, ignored) ? multipart : own);
+}
+
+std::string library_remedy() {
+    std::error_code ignored;
+    const fs::path folder = fs::read_symlink("/proc/self/exe", ignored).parent_path().parent_path();
+    return fs::exists(folder / "CMakeCache.txt", ignored)
+               ? fmt::format("give its path with --cti, or build it: cmake --build {}", folder.string())
+               : "give its path with --cti, or install the package 'orv-gentl-gev' again";
 }
 
 void check_producer_path(const std::string& list, const fs::path& own, std::vector<finding>& findings) {
@@ -100,12 +165,8 @@ void check_producer_path(const std::string& list, const fs::path& own, std::vect
 void check_installation(const fs::path& own, std::vector<finding>& findings) {
     const char* list = std::getenv("GENICAM_GENTL64_PATH");
     check_producer_path(list == nullptr ? "" : list, own, findings);
-    const std::string state = unit_state();
-    if (state.empty()) return;
-    const bool on = state == "active";
-    findings.push_back({service_unit, on ? grade::ok : grade::advice, state, "active",
-                        on ? "" : "no service is started when an application asks for one",
-                        on ? "" : fmt::format("sudo systemctl enable --now {}", service_unit)});
+    check_units(findings);
+    check_group(findings);
 }
 
 } // namespace cli

@@ -1,4 +1,5 @@
-// Whether applications find this library, once and alone, and whether the installed service is switched on.
+// Whether applications find this library, once and alone, and whether the installed service is switched on, runs and
+// lets this user in.
 #pragma once
 
 #include "host_checks.h"
@@ -11,6 +12,9 @@ namespace cli {
 // The one that applications are to be pointed at: that with the functions on buffer parts, which several of them refuse
 // to go without, and say nothing of it at their usual log level. In a build tree it stands in a folder of its own.
 [[nodiscard]] std::filesystem::path library_for_applications(const std::filesystem::path& own);
+
+// What to do when there is none that loads: other things in a build tree than where it is installed.
+[[nodiscard]] std::string library_remedy();
 
 // `own` is the library in use.
 void check_installation(const std::filesystem::path& own, std::vector<finding>& findings);

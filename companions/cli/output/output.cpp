@@ -21,6 +21,13 @@ cause cause_of(const std::exception& reason) {
     return std::ferror(stdout) != 0 ? cause::output : cause::failed;
 }
 
+// The reason, and below it what mends it where that is told apart.
+std::string text_of(const std::exception& reason) {
+    const auto* known = dynamic_cast<const failure*>(&reason);
+    if (known == nullptr || known->remedy().empty()) return reason.what();
+    return fmt::format("{}\n{}", reason.what(), known->remedy());
+}
+
 } // namespace
 
 void print_text(std::string_view text) {
@@ -49,8 +56,9 @@ void say_text(std::string_view text) noexcept {
 
 nlohmann::json error_object(const std::exception& reason) {
     const cause_row& row = row_of(cause_of(reason));
-    nlohmann::json object{{"cause", row.name}, {"exit_code", row.exit_code}, {"text", reason.what()}, {"call", nullptr},
-                          {"code", nullptr},   {"producer", nullptr}};
+    nlohmann::json object{{"cause", row.name},       {"exit_code", row.exit_code},
+                          {"text", text_of(reason)}, {"call", nullptr},
+                          {"code", nullptr},         {"producer", nullptr}};
     if (const auto* call = dynamic_cast<const call_failed*>(&reason)) {
         object["call"] = call->call;
         object["code"] = call->code;
@@ -60,7 +68,7 @@ nlohmann::json error_object(const std::exception& reason) {
 }
 
 int report_failure(const std::exception& reason, bool json, nlohmann::json result) {
-    say("{}\n", reason.what());
+    say("{}\n", text_of(reason));
     const int exit_code = row_of(cause_of(reason)).exit_code;
     if (!json) return exit_code;
     try {

@@ -1,15 +1,17 @@
 #include "service_place.h"
 
+#include "service_unit.h"
+
+#include <posix/runtime_directory.h>
+
 #include <fmt/format.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <memory>
-#include <optional>
+#include <string_view>
 #include <system_error>
-#include <vector>
 
 #include <fcntl.h>
 #include <grp.h>
@@ -26,23 +28,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* system_folder = "/run/orv-gentl-gev";
-
-// The library takes the first of these that is set or exists; the rest it never looks at.
-struct place {
-    std::string folder;
-    const char* because;
-};
-place place_of_socket() {
-    if (const char* own = std::getenv("ORV_GENTL_RUNTIME_DIR"); own != nullptr && *own != '\0')
-        return {own, "$ORV_GENTL_RUNTIME_DIR"};
-    std::error_code ignored;
-    if (fs::is_directory(system_folder, ignored)) return {system_folder, "it exists"};
-    if (const char* session = std::getenv("XDG_RUNTIME_DIR"); session != nullptr && *session == '/')
-        return {session, "$XDG_RUNTIME_DIR"};
-    return {fmt::format("/tmp/orv-gentl-gev-{}", geteuid()), "no other place is set"};
-}
-
 std::string user_text(uid_t user) {
     const passwd* known = getpwuid(user);
     return known == nullptr ? fmt::format("user {}", user) : fmt::format("user '{}'", known->pw_name);
@@ -52,6 +37,9 @@ std::string user_text(uid_t user) {
 std::string way_in(const struct stat& socket) {
     const group* const members = (socket.st_mode & S_IWGRP) != 0 ? getgrgid(socket.st_gid) : nullptr;
     if (members == nullptr) return "Run as that user, or start the service with --group and join that group.";
+    if (membership_in(members->gr_name) == membership::with_next_login)
+        return fmt::format("Its group is '{}': this user is a member, and this login is from before. Log in again.",
+                           members->gr_name);
     return fmt::format("Its group is '{0}': sudo adduser USER {0}, and log in again.", members->gr_name);
 }
 
@@ -104,62 +92,70 @@ std::string other_services(const std::string& folder, const std::string& name) {
 
 } // namespace
 
-bool has_service_unit() {
-    std::error_code ignored;
-    if (!fs::exists("/run/systemd/system", ignored)) return false;
-    for (const fs::path folder : {"/etc/systemd/system", "/usr/lib/systemd/system", "/lib/systemd/system"})
-        if (fs::exists(folder / service_unit, ignored)) return true;
-    return false;
+std::string service_folder() { return ipc_rpc::platform::choose_runtime_directory().path; }
+
+bool uses_service_unit() {
+    const char* own = std::getenv("ORV_GENTL_RUNTIME_DIR");
+    const bool elsewhere = own != nullptr && *own != '\0' && std::string_view{own} != "/run/orv-gentl-gev";
+    return !elsewhere && has_service_unit();
 }
 
-std::string service_folder() { return place_of_socket().folder; }
-
-std::string why_no_service(const std::string& reason) {
+explanation why_no_service(const std::string& reason) {
     const std::string name = socket_name(reason);
-    if (name.empty()) return "The library cannot be opened.";
-    const auto [folder, because] = place_of_socket();
-    const std::string socket = folder + '/' + name;
-    const std::string where = fmt::format("in '{}' ({})", folder, because);
-    const std::string start = folder == system_folder && has_service_unit()
-                                  ? fmt::format("Start it: sudo systemctl start {}", service_unit)
-                                  : "Start it: orv-gentl-gev-service";
+    if (name.empty())
+        return {"The library cannot be opened.",
+                "Its log tells more: ORV_GENTL_GEV_DEBUG=1 ORV_GENTL_GEV_DEBUG_FILE=library.log orv-gentl list"};
+    const auto place = ipc_rpc::platform::choose_runtime_directory();
+    const std::string socket = place.path + '/' + name;
+    const std::string where = fmt::format("in '{}' ({})", place.path, place.because);
+    const bool of_unit = uses_service_unit();
+    const std::string start_command =
+        of_unit ? fmt::format("sudo systemctl start {}", socket_unit) : "orv-gentl-gev-service";
+    const std::string start = "Start it: " + start_command;
     struct stat found {};
     const int missing = lstat(socket.c_str(), &found) == 0 ? 0 : errno;
     if (missing == EACCES) {
         struct stat of_folder {};
-        const bool known = stat(folder.c_str(), &of_folder) == 0;
-        return fmt::format(
-            "No service can be asked: its folder {} is closed to {}: {}.{} Run as that user, or join its "
-            "group.",
-            where, user_text(geteuid()), text_of(missing),
-            known ? fmt::format(" It belongs to {}.", user_text(of_folder.st_uid)) : "");
+        const bool known = stat(place.path.c_str(), &of_folder) == 0;
+        return {fmt::format("No service can be asked: its folder {} is closed to {}: {}.{}", where,
+                            user_text(geteuid()), text_of(missing),
+                            known ? fmt::format(" It belongs to {}.", user_text(of_folder.st_uid)) : ""),
+                "Run as that user, or join its group."};
     }
     if (missing != 0) {
-        const std::string others = other_services(folder, name);
-        return fmt::format("No service runs: there is no socket '{}' {}: {}.{}\n{}", name, where, text_of(missing),
-                           others.empty() ? ""
-                                          : fmt::format(" There are services of other versions:{}. Library and service "
-                                                        "must be of one version.",
-                                                        others),
-                           start);
+        const std::string others = other_services(place.path, name);
+        std::string text =
+            fmt::format("No service runs: there is no socket '{}' {}: {}.", name, where, text_of(missing));
+        if (others.empty()) return {text, start};
+        return {fmt::format("{} There are services of other versions:{}. Library and service must be of one version.",
+                            text, others),
+                fmt::format("Restart applications after an upgrade. Otherwise end that service and start this "
+                            "library's: {}",
+                            start_command)};
     }
     const std::string owner = user_text(found.st_uid);
     const int refused = try_connect(socket);
     if (refused == ECONNREFUSED)
-        return fmt::format("No service runs: the socket {} belongs to {} and nobody listens at it: {}.\n{}", where,
-                           owner, text_of(refused), start);
+        return {fmt::format("No service runs: the socket {} belongs to {} and nobody listens at it: {}.", where, owner,
+                            text_of(refused)),
+                start};
     if (refused == EACCES || refused == EPERM)
-        return fmt::format("The service of {} does not let {} in: {}. {}", owner, user_text(geteuid()),
-                           text_of(refused), way_in(found));
-    if (refused != 0) return fmt::format("The service's socket {} cannot be used: {}.", where, text_of(refused));
+        return {fmt::format("The service of {} does not let {} in: {}.", owner, user_text(geteuid()), text_of(refused)),
+                way_in(found)};
+    const std::string restart =
+        of_unit ? fmt::format("sudo systemctl restart {} {}", socket_unit, service_unit) : "End it and start it again";
+    if (refused != 0)
+        return {fmt::format("The service's socket {} cannot be used: {}.", where, text_of(refused)), restart};
     if (const int lacking = try_shared_memory(); lacking != 0)
-        return fmt::format("Library and service talk through shared memory, and none is to be had in '/dev/shm': {}.\n"
-                           "Make room there: df /dev/shm; where it is no file system in memory: "
-                           "mount -t tmpfs -o mode=1777 tmpfs /dev/shm; in a container: --ipc host, or --shm-size 64m.",
-                           text_of(lacking));
-    return fmt::format("A service of {} listens {} and does not answer as it should: it may not let {} in, or have too "
-                       "many clients; its log tells.",
-                       owner, where, user_text(geteuid()));
+        return {fmt::format("Library and service talk through shared memory, and none is to be had in '/dev/shm': {}.",
+                            text_of(lacking)),
+                "Make room there: df /dev/shm; where it is no file system in memory: "
+                "mount -t tmpfs -o mode=1777 tmpfs /dev/shm; in a container: --ipc host, or --shm-size 64m."};
+    return {fmt::format("A service of {} listens {} and does not answer as it should: it may not let {} in, or have "
+                        "too many clients.",
+                        owner, where, user_text(geteuid())),
+            of_unit ? fmt::format("Its log tells: journalctl -u {}; else {}", service_unit, restart)
+                    : "Its log tells, when it is started with --log-level 2."};
 }
 
 } // namespace cli

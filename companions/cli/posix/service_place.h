@@ -7,14 +7,13 @@ namespace cli {
 
 // The folder in which the library looks for the socket of its service.
 [[nodiscard]] std::string service_folder();
+// Whether the service there is, or would be, the one that systemd starts, and not one in a folder of somebody's own.
+[[nodiscard]] bool uses_service_unit();
 
-// The socket that systemd listens at for the installed service. It is in the system's folder.
-inline constexpr const char* service_unit = "orv-gentl-gev.socket";
-// Whether systemd runs here and knows it.
-[[nodiscard]] bool has_service_unit();
-
-// Sentences with the remedy. `reason` is the producer's text, which names the socket in "service-pipe '...'"; for a
-// producer that does not, only that.
-[[nodiscard]] std::string why_no_service(const std::string& reason);
+struct explanation {
+    std::string text, remedy; // sentences
+};
+// `reason` is the producer's text, which names the socket in "service-pipe '...'".
+[[nodiscard]] explanation why_no_service(const std::string& reason);
 
 } // namespace cli

@@ -16,6 +16,7 @@ double cpu_seconds() {
 }
 
 int process_id() noexcept { return getpid(); }
+bool is_root() noexcept { return geteuid() == 0; }
 
 std::string user_name() {
     const passwd* user = getpwuid(geteuid());

@@ -8,6 +8,7 @@ namespace cli {
 // User and system time of all threads, seconds.
 [[nodiscard]] double cpu_seconds();
 [[nodiscard]] int process_id() noexcept;
+[[nodiscard]] bool is_root() noexcept;
 // Empty where the system does not know.
 [[nodiscard]] std::string user_name();
 [[nodiscard]] std::string user_home(); // by the accounts of the system, not by $HOME

@@ -1,5 +1,6 @@
 // A program of somebody else's that uses the published GenICam engine.
 #include <GenICam/IGenICamDoc.h>
+#include <GenICam/zip.h>
 
 #include <cstdio>
 #include <string_view>
@@ -10,6 +11,7 @@ int main() {
         <IntSwissKnife Name="Twice"><pVariable Name="A">Base</pVariable><Formula>2 * A</Formula></IntSwissKnife>
         <Integer Name="Base"><Value>21</Value></Integer>
     </RegisterDescription>)";
+    if (GenICam::zip_archive::open({})) return 4;
     const auto document = GenICam::create_document(text);
     if (!document) return 1;
     auto* node = document->find<GenICam::IInteger>("Twice");
