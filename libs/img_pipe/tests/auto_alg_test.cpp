@@ -231,7 +231,36 @@ TEST(AutoLoops, WhiteBalanceOnceEndsGrey) {
             EXPECT_TRUE(auto_function_is_on(b.settings));
             b.run(1);
             EXPECT_TRUE(b.settings.flag(block::white_balance_finished)) << "another request, met at once";
+            // Before the next frame, and under another light.
+            tint(b, 0.9, 0.8);
+            b.settings.set_flag(block::white_balance_finished, false);
+            b.run(61);
+            EXPECT_TRUE(b.settings.flag(block::white_balance_finished)) << "a third one";
+            EXPECT_LT(worst_channel(b), 0.02) << red << ' ' << blue;
         }
+}
+
+// By temperature a request is five scans, whatever became of the one before it.
+TEST(AutoLoops, WhatIsTakenBackBeginsAnew) {
+    temperature_table table{};
+    make_temperature_table({}, table);
+    steered_camera b;
+    b.table = &table;
+    expose(b, 8000);
+    enable(b, {block::white_balance_once, block::focus_request});
+    b.settings.store(block::focus_max, 1000.0F);
+    b.run(3);
+    EXPECT_TRUE(b.settings.flag(block::focus_running));
+    for (const auto at : {block::white_balance_once, block::focus_request, block::focus_running})
+        b.settings.set_flag(at, false); // nothing is on any more
+    (void)b.frame();
+    enable(b, {block::white_balance_once, block::focus_request});
+    const auto again = b.frame();
+    EXPECT_TRUE(again.focus_running && again.focus_changed && again.focus_position == 0) << "from the first position";
+    b.run(3);
+    EXPECT_FALSE(b.settings.flag(block::white_balance_finished));
+    b.run(3);
+    EXPECT_TRUE(b.settings.flag(block::white_balance_finished));
 }
 
 // The gains are applied to the samples where the camera has none.
@@ -323,6 +352,17 @@ TEST(AutoFocus, FindsTheSharpestPosition) {
             EXPECT_TRUE(b.frame().focus_running) << "another request, another run";
             b.settings.set_flag(block::focus_request, false);
             EXPECT_FALSE(b.frame().focus_running) << "taken back";
+            // As the service does it: over, the next frames without anything to measure, and asked for again.
+            b.settings.set_flag(block::auto_exposure, false);
+            for (int i = 0; i < 2; ++i) {
+                b.settings.set_flag(block::focus_request, true);
+                b.settings.set_flag(block::focus_finished, false);
+                for (frames = 0; frames < 600 && !b.settings.flag(block::focus_finished); ++frames) (void)b.frame();
+                EXPECT_TRUE(b.settings.flag(block::focus_finished)) << "request " << i;
+                EXPECT_NEAR(static_cast<double>(b.values().focus), row.best, near);
+                b.settings.set_flag(block::focus_request, false);
+                for (int idle = 0; idle < 5; ++idle) (void)b.frame();
+            }
         }
 }
 

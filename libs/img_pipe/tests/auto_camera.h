@@ -78,6 +78,10 @@ public:
         if (pending.empty()) in_force = current;
         take(in_force, time);
         sent = false;
+        if (!auto_function_is_on(settings)) {
+            end_auto_passes(settings, state);
+            return {};
+        }
         const auto_pass_result r =
             run_auto_pass(settings, state, picture(), block_id, static_cast<std::uint64_t>(time * 1e9), *this, table);
         if (sent) follow(r);

@@ -40,7 +40,7 @@ struct iris_params {
 
 struct white_balance_params {
     bool continuous = false;
-    bool once = false;
+    bool once = false;         // set beyond wb_done it is another request
     float gain[3] = {1, 1, 1}; // current, R, G, B
     // Whether the image still lacks the gains; they are then applied to what is measured.
     bool in_software = false;
@@ -50,7 +50,8 @@ struct white_balance_params {
 };
 
 struct focus_params {
-    bool request = false; // a run for as long as it stays set; taken back, it ends where it is
+    // A run for as long as it stays set; taken back, it ends where it is. Set beyond focus_done it is another request.
+    bool request = false;
     std::int64_t position = 0;
     float min = 0, max = 0, step = 0;
     bool use_region = false;
@@ -111,6 +112,9 @@ private:
 
 auto_pass_result auto_pass(auto_alg_state& state, const img_pipe::img_descriptor& image,
                            const auto_pass_params& params);
+
+// What was requested and is not done is taken back.
+void end_auto_requests(auto_alg_state& state);
 
 // The most focus positions that one run tries, its last move included.
 extern const int focus_most_positions;

@@ -160,7 +160,7 @@ bool auto_focus::next_position() {
 
 auto_focus::step auto_focus::advance(const ip::img_descriptor& image, const auto_pass_params& params) {
     if (!params.focus.request) {
-        running = request_seen = false;
+        end();
         return {};
     }
     const auto send = [&] {
@@ -171,8 +171,6 @@ auto_focus::step auto_focus::advance(const ip::img_descriptor& image, const auto
     const image_region whole;
     const image_area area = area_of(image, params.focus.use_region ? params.region : whole);
     if (!running) {
-        if (request_seen) return {}; // this request's run is over
-        request_seen = true;
         // What cannot be measured moves no lens.
         if (measure_focus(image, area, -1).score < 0) return {false, params.focus.position, false, true};
         start(params.focus);

@@ -153,4 +153,9 @@ auto_pass_result run_auto_pass(const settings_block& b, auto_alg_state& state, c
     return r;
 }
 
+void end_auto_passes(const settings_block& b, auto_alg_state& state) {
+    end_auto_requests(state);
+    b.set_flag(block::focus_running, false);
+}
+
 } // namespace auto_alg

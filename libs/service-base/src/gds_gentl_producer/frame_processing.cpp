@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 namespace gds_producer {
 
@@ -48,12 +49,13 @@ bool frame_processing::function_is_on() const {
 void frame_processing::process_image(const GenTL::Producer::Buffer& buffer, uint64_t now_ns,
                                      const transform_options& options, const ipc_rpc::client_object_handle& lease,
                                      overlay_figures& stream) {
-    const img_pipe::img_descriptor image = image_in(buffer);
-    if (image.format == 0) return;
-    const img_pipe::profile_scope whole("gds_producer::process_image");
     const bool master = settings.flag(settings_block::master_enable);
     stream.automatic = master && auto_alg::auto_function_is_on(settings);
     stream.transformed = master && auto_alg::transform_is_on(settings);
+    if (std::exchange(measuring, stream.automatic) && !stream.automatic) auto_alg::end_auto_passes(settings, automatic);
+    const img_pipe::img_descriptor image = image_in(buffer);
+    if (image.format == 0) return;
+    const img_pipe::profile_scope whole("gds_producer::process_image");
     if (stream.automatic) {
         const img_pipe::profile_scope step("auto_alg::auto_pass");
         auto_values_sender sender{lease};
