@@ -234,4 +234,20 @@ TEST_F(FinishedFunctions, GainsSetByHandStay) {
     EXPECT_EQ(block().load<float>(block_t::balance_red), by_hand);
 }
 
+TEST_F(FinishedFunctions, ALensSetByHandStays) {
+    camera.locked = 1;
+    block().store(block_t::result_focus, int64_t{40});
+    block().set_flag(block_t::focus_finished, true);
+    exposure_result(500);
+    EXPECT_EQ(camera.focus, 0U);
+    camera.locked = 0;
+    camera.focus = 70;
+    exposure_result(600);
+    EXPECT_EQ(camera.focus, 70U);
+    // What is computed the next time is brought there.
+    block().store(block_t::result_focus, int64_t{50});
+    exposure_result(700);
+    EXPECT_EQ(camera.focus, 50U);
+}
+
 } // namespace
