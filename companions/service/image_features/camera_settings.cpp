@@ -235,6 +235,7 @@ bool camera_settings::automatic_function_is_on() const {
 }
 
 void camera_settings::take_finished() const {
+    const std::lock_guard guard{mutex}; // or a request that comes meanwhile is taken for the finished one
     if (shared.flag(block_t::white_balance_finished)) shared.set_flag(block_t::white_balance_once, false);
     if (shared.flag(block_t::focus_finished)) shared.set_flag(block_t::focus_request, false);
 }

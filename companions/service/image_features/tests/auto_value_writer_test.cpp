@@ -16,6 +16,7 @@
 #include <mutex>
 #include <new>
 #include <span>
+#include <stop_token>
 #include <thread>
 
 using gds_shared::gigecam_errc;
@@ -232,6 +233,22 @@ TEST_F(FinishedFunctions, GainsSetByHandStay) {
     EXPECT_FALSE(settings->write(first_address + block_t::balance_red, std::as_bytes(std::span{&by_hand, 1})));
     exposure_result(600);
     EXPECT_EQ(block().load<float>(block_t::balance_red), by_hand);
+}
+
+// Looked at by one client and asked for by another.
+TEST_F(FinishedFunctions, ANewRequestStands) {
+    uint32_t mode = 0;
+    const auto mode_bytes = std::as_writable_bytes(std::span{&mode, 1});
+    constexpr uint64_t address = first_address + own_register::white_balance_mode;
+    const std::jthread other{[&](const std::stop_token& stop) {
+        while (!stop.stop_requested()) settings->take_finished();
+    }};
+    mode = balance_once;
+    for (int i = 0; i < 20'000; ++i) {
+        block().set_flag(block_t::white_balance_finished, true);
+        EXPECT_FALSE(settings->write(address, mode_bytes));
+        ASSERT_TRUE(block().flag(block_t::white_balance_once)) << i;
+    }
 }
 
 TEST_F(FinishedFunctions, ALensSetByHandStays) {
