@@ -103,6 +103,22 @@ TEST(AutoLoops, SeparateIrisMovesLast) {
     expect_reached(b, "iris");
 }
 
+// A period that is longer than what the camera takes, or than what the user allows, is no limit: the gain has its turn.
+TEST(AutoLoops, TheFrameRateOnlyLowersTheLimit) {
+    for (const double longest : {33000.0, 20000.0}) {
+        steered_camera b;
+        enable(b, {block::auto_exposure, block::auto_gain, block::exposure_by_frame_rate});
+        b.longest = 33000;
+        b.settings.store(block::exposure_max, static_cast<float>(longest));
+        b.light = b.right_exposure() / longest / 4;
+        expose(b, longest);
+        b.run(25);
+        expect_reached(b, "dark");
+        EXPECT_EQ(b.values().exposure, longest);
+        EXPECT_NEAR(b.values().gain, 12, 0.7);
+    }
+}
+
 // Lamps at 100 Hz under an exposure of a fraction of their period: frames differ, and the loop must not make that
 // worse. At rates where the passes' light turns within a dozen of them it does not move at all.
 TEST(AutoLoops, FlickerIsNotPumped) {

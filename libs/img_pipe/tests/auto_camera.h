@@ -53,6 +53,7 @@ public:
     double best_focus = 0, blur_per_unit = 0; // pixels of blur for each unit out of focus
     std::uint32_t format = fcc("RGGB");
     bool balances = true; // the camera has white balance of its own
+    double longest = 1e9; // us that the camera cuts an exposure to
     const temperature_table* table = nullptr;
 
     // Sets what the camera has now, as the service would.
@@ -136,7 +137,7 @@ private:
 
     void follow(const auto_pass_result& r) {
         ++commands;
-        if (r.exposure_changed) current.exposure = static_cast<double>(settings.real(block::result_exposure));
+        if (r.exposure_changed) current.exposure = std::min(static_cast<double>(settings.real(block::result_exposure)), longest);
         if (r.gain_changed) current.gain = static_cast<double>(settings.real(block::result_gain));
         if (r.iris_changed) current.iris = static_cast<double>(settings.wide_integer(block::result_iris));
         if (r.wb_changed)
