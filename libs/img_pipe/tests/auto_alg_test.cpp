@@ -4,6 +4,7 @@
 #include "kernel_test.h"
 
 #include <gtest/gtest.h>
+#include <img_pipe/transform_pipe.h>
 
 #include <limits>
 #include <string>
@@ -456,6 +457,35 @@ TEST(AutoPass, EveryFormatIsMeasuredOrLeftAlone) {
                 }
             }
     }
+}
+
+// What is measured is what the transform leaves to see, format by format.
+TEST(AutoPass, ThePictureBehindTheTransformIsMeasured) {
+    steered_camera b;
+    enable(b, {block::auto_exposure, block::balance_in_software, block::color_matrix_enable});
+    b.settings.store(block::balance_red, 2.0F);
+    b.settings.store(block::balance_blue, 1.6F);
+    b.settings.store(block::color_matrix, 0.8F);
+    b.settings.store(block::color_matrix + 16, 0.9F);
+    b.settings.store(block::brightness, std::int32_t{20});
+    b.settings.store(block::gamma, 0.8F);
+    int seen = 0;
+    for (const std::uint32_t id : vocabulary()) {
+        const std::uint32_t size = image_size(id, 64, 16);
+        std::vector<std::uint8_t> memory(std::max(size, 1U), 0x50);
+        if (format_description(id).is_float != 0) {
+            const float level = 0.25F;
+            for (std::size_t i = 0; i + 4 <= memory.size(); i += 4) std::memcpy(&memory[i], &level, 4);
+        }
+        const img_descriptor view = make_view(memory.data(), size, id, 64, 16);
+        auto_alg_state before, after;
+        const auto measured = run_auto_pass(b.settings, before, view, 1, 1, b);
+        if (measured.brightness < 0) continue;
+        transform_pipe pipe;
+        seen += pipe.transform_in_place(view, transform_params_of(b.settings)) ? 1 : 0;
+        EXPECT_NEAR(measured.brightness, auto_pass(after, view, measuring()).brightness, 0.02) << fcc_name(id);
+    }
+    EXPECT_GT(seen, 30) << "are transformed";
 }
 
 TEST(AutoPass, FocusOfWhatCannotBeMeasuredEndsWithoutAMove) {

@@ -44,6 +44,7 @@ struct white_balance_params {
     float gain[3] = {1, 1, 1}; // current, R, G, B
     // Whether the image still lacks the gains; they are then applied to what is measured.
     bool in_software = false;
+    bool in_picture = true; // else gains in software are looked for all the same, but the brightness is without them
     // By colour temperature where there is a table; it outlives the pass.
     const temperature_table* table = nullptr;
     std::int32_t temperature = 6500, temperature_min = 3000, temperature_max = 10000; // K

@@ -122,10 +122,14 @@ auto_pass_result auto_pass(auto_alg_state& of, const img_pipe::img_descriptor& i
     auto_sample_by_img(image, area_of(image, p.region), state->samples);
     if (state->samples.count == 0) return result;
     apply_software_clrmtx_to_sampling_data(p.software, state->samples);
+    resulting_brightness seen{};
+    if (!p.white_balance.in_picture) seen = calc_resulting_brightness_params(state->samples);
     apply_software_wb_to_sampling_data(p.white_balance, state->samples);
     balance(*state, p, result);
-    apply_software_params_to_sampling_data(p.software, state->samples);
-    const resulting_brightness seen = calc_resulting_brightness_params(state->samples);
+    if (p.white_balance.in_picture) {
+        apply_software_params_to_sampling_data(p.software, state->samples);
+        seen = calc_resulting_brightness_params(state->samples);
+    }
     result.brightness = seen.mean;
     if (!exposing || seen.mean < 0) return result;
 

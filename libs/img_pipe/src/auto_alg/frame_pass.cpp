@@ -1,4 +1,5 @@
 #include <auto_alg/frame_pass.h>
+#include <img_pipe/transform_pipe.h>
 
 #include <algorithm>
 #include <cmath>
@@ -128,11 +129,27 @@ const temperature_table* block_temperatures::table_of(const settings_block& b) {
     return &table;
 }
 
+namespace {
+
+// The transform leaves some formats as they are, and gives colour to none that is grey.
+void leave_what_shows(auto_pass_params& p, std::uint32_t format) {
+    if (img_pipe::format_description(format).is_mono != 0) {
+        p.software.color_matrix_enable = false;
+        p.white_balance.in_software = false;
+    }
+    if (img_pipe::changes_in_place(format)) return;
+    p.software = {};
+    p.white_balance.in_picture = false;
+}
+
+} // namespace
+
 auto_pass_result run_auto_pass(const settings_block& b, auto_alg_state& state, const img_pipe::img_descriptor& image,
                                std::uint64_t block_id, std::uint64_t time_ns, IAutoValuesSender& sender,
                                const temperature_table* table) {
     auto_pass_params p = auto_params_of(b, block_id, time_ns);
     p.white_balance.table = table;
+    leave_what_shows(p, image.format);
     const auto_pass_result r = auto_pass(state, image, p);
     // Results before the flags that announce them.
     if (r.exposure_changed) b.exchange(block::result_exposure, static_cast<float>(r.exposure));
