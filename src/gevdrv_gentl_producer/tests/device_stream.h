@@ -81,6 +81,10 @@ public:
             table, [this](context&, uint32_t) -> std::expected<stream_channel_info, error> {
                 return stream_channel_info{0, loopback, "127.0.0.1", device.port(), 0, 0};
             }));
+        added(c::send_write_auto_values_cmd::serve(table, [this](context&) -> std::expected<void, error> {
+            ++auto_values_asked;
+            return auto_values_asked > auto_values_refused ? std::expected<void, error>{} : std::unexpected(refusal());
+        }));
         added(c::send_resend_cmd::serve(table,
                                         [this](context&, uint32_t, uint64_t block, uint32_t first, uint32_t last,
                                                bool) -> std::expected<void, error> {
@@ -113,6 +117,7 @@ public:
         return leases.size();
     }
     std::atomic<bool> refuse_leases{false};
+    std::atomic<int> auto_values_asked{0}, auto_values_refused{0}; // so many of the first ones
 
 private:
     static std::error_code refusal() { return std::make_error_code(std::errc::function_not_supported); }

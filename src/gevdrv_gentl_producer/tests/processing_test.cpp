@@ -143,6 +143,19 @@ TEST(Processing, MeasureThenDrawThenTransform) {
                                      "tx: Mono8 auto=false tx=false avg-tx=0us"}));
 }
 
+// The last result of a run is brought to the camera, however full the way to the service was when it came.
+TEST(Processing, AResultThatWasNotSentIsSentWithTheNextFrame) {
+    picture_stream b{wide};
+    for (const auto at : {block::master_enable, block::focus_request}) b.settings().set_flag(at, true);
+    b.own->connection->auto_values_refused = 2;
+    b.start();
+    (void)b.frame(1);
+    EXPECT_EQ(b.own->connection->auto_values_asked, 1) << "the first position";
+    b.settings().set_flag(block::focus_request, false);
+    for (uint16_t id = 2; id <= 6; ++id) (void)b.frame(id);
+    EXPECT_EQ(b.own->connection->auto_values_asked, 3);
+}
+
 // Bytes behind the lines are the camera's: they are no pixels.
 TEST(Processing, PaddedLinesAreRespected) {
     for (const uint32_t padding : {0U, 1U, 8U}) {
