@@ -156,6 +156,25 @@ TEST(Processing, AResultThatWasNotSentIsSentWithTheNextFrame) {
     EXPECT_EQ(b.own->connection->auto_values_asked, 3);
 }
 
+TEST(Processing, IncompleteFramesAreNotMeasured) {
+    for (const bool whole : {true, false}) {
+        picture_stream b{{}};
+        for (const auto at : {block::master_enable, block::auto_exposure}) b.settings().set_flag(at, true);
+        b.settings().store(block::exposure, 1000.0F);
+        b.settings().store(block::exposure_max, 1e6F);
+        b.settings().store(block::result_exposure, 1000.0F);
+        b.own->resends().enable = false;
+        b.start();
+        for (const uint32_t id : {0U, 1U, camera::trailer_id})
+            if (!whole) b.own->cam.send(b.own->cam.own_packet(1, id));
+        if (whole) b.own->cam.send_frame(1);
+        const BUFFER_HANDLE handle = b.own->next(long_enough_ms);
+        ASSERT_NE(handle, nullptr);
+        EXPECT_EQ(b.own->info<uint8_t>(handle, BUFFER_INFO_IS_INCOMPLETE) == 0, whole);
+        EXPECT_EQ(b.settings().real(block::result_exposure) == 1000, !whole);
+    }
+}
+
 // Bytes behind the lines are the camera's: they are no pixels.
 TEST(Processing, PaddedLinesAreRespected) {
     for (const uint32_t padding : {0U, 1U, 8U}) {

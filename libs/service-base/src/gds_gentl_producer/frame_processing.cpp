@@ -60,7 +60,8 @@ void frame_processing::process_image(const GenTL::Producer::Buffer& buffer, uint
     const img_pipe::img_descriptor image = image_in(buffer);
     if (image.format == 0) return;
     const img_pipe::profile_scope whole("gds_producer::process_image");
-    if (stream.automatic) {
+    // What is missing looks black and has sharp edges: such a frame would be overexposed for, or focussed on.
+    if (stream.automatic && buffer.fill_state == GenTL::Producer::FillState::complete) {
         const img_pipe::profile_scope step("auto_alg::auto_pass");
         // Every frame would be a pass if none had a time.
         const uint64_t time_ns = buffer.timestamp != 0 ? buffer.timestamp : now_ns;
