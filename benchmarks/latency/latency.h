@@ -22,9 +22,10 @@ inline void note(arrivals& seen, uint64_t block_id, int64_t time) {
 }
 
 // Blocks in recvmmsg and does nothing with the datagrams but look for the trailer. With a hand-over the reader is a
-// thread of its own, and frames have come when the one that waits for them on a condition variable runs: no library
-// whose consumer asks for its frames can do with less.
-[[nodiscard]] arrivals frames_by_bare_reads(const place& where, const stream_shape& shape, bool hand_over);
+// thread of its own, and frames have come when the one that waits for them on a condition variable runs; copied, each
+// payload goes to its place in a frame. No library whose consumer asks for whole frames can do with less than both.
+[[nodiscard]] arrivals frames_by_bare_reads(const place& where, const stream_shape& shape, bool copied,
+                                            bool handed_over);
 // A consumer of the library at `cti`, over the service that runs; the return of EventGetData.
 [[nodiscard]] arrivals frames_by_library(const std::string& cti, const stream_shape& shape);
 // The peer, opened by address; the return of arv_stream_timeout_pop_buffer.

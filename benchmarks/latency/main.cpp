@@ -103,8 +103,9 @@ void table(const setting& with, stream_shape shape, bool paced, bool loaded, uns
     const uint32_t network = 0x7F600000U | (static_cast<uint32_t>(::getpid()) & 0xFFF) << 8 | (number & 0x3F) << 2;
     const place where{network | 1, network | 2};
     const std::pair<const char*, std::function<arrivals()>> receivers[] = {
-        {"bare recvmmsg", [&] { return frames_by_bare_reads(where, shape, false); }},
-        {"bare recvmmsg, handed to another thread", [&] { return frames_by_bare_reads(where, shape, true); }},
+        {"bare recvmmsg", [&] { return frames_by_bare_reads(where, shape, false, false); }},
+        {"bare recvmmsg, handed to another thread", [&] { return frames_by_bare_reads(where, shape, false, true); }},
+        {"bare recvmmsg, copied and handed on", [&] { return frames_by_bare_reads(where, shape, true, true); }},
         {"this library", [&] { return frames_by_library(with.cti, shape); }},
         {"aravis, UDP socket", [&] { return frames_by_peer(where, shape, false); }},
         {"aravis, packet socket", [&] { return frames_by_peer(where, shape, true); }},

@@ -7,7 +7,9 @@
 
 #include <sys/socket.h>
 
+#include <array>
 #include <condition_variable>
+#include <cstring>
 #include <deque>
 #include <functional>
 #include <mutex>
@@ -49,8 +51,29 @@ private:
     bool ended = false;
 };
 
+// Puts payload to its place in one of eight frames, as somebody has to who hands frames on.
+class frame_copies {
+public:
+    explicit frame_copies(const stream_shape& shape) : step(shape.payload_per_packet()) {
+        for (auto& frame : frames) frame.resize(shape.payload_size());
+    }
+    void take(const std::byte* datagram, size_t size) {
+        auto& frame = frames[gige::load16(datagram + 2) % frames.size()];
+        const size_t at = ((gige::load32(datagram + 4) & 0xFFFFFF) - 1) * step;
+        const size_t length = size - gige::gvsp::standard_header;
+        if (at < frame.size() && length <= frame.size() - at) {
+            std::memcpy(frame.data() + at, datagram + gige::gvsp::standard_header, length);
+        }
+    }
+
+private:
+    size_t step;
+    std::array<std::vector<std::byte>, 8> frames;
+};
+
 // Until so many trailers have come, or nothing comes any more.
-void read_trailers(int handle, const stream_shape& shape, const std::function<void(uint64_t block_id)>& came) {
+void read_trailers(int handle, const stream_shape& shape, frame_copies* copies,
+                   const std::function<void(uint64_t block_id)>& came) {
     constexpr size_t batch = 64;
     const size_t size = shape.packet_size + 100;
     std::vector<std::byte> memory(batch * size);
@@ -67,9 +90,11 @@ void read_trailers(int handle, const stream_shape& shape, const std::function<vo
         for (size_t i = 0; i < static_cast<size_t>(count); ++i) {
             const std::byte* datagram = memory.data() + i * size;
             if (messages[i].msg_len < gige::gvsp::standard_header) continue;
-            if ((std::to_integer<unsigned>(datagram[4]) & 0xF) != static_cast<unsigned>(gige::gvsp::format::trailer)) {
-                continue;
+            const unsigned format = std::to_integer<unsigned>(datagram[4]) & 0xF;
+            if (copies != nullptr && format == static_cast<unsigned>(gige::gvsp::format::payload)) {
+                copies->take(datagram, messages[i].msg_len);
             }
+            if (format != static_cast<unsigned>(gige::gvsp::format::trailer)) continue;
             came(gige::load16(datagram + 2));
             ++ended;
         }
@@ -78,7 +103,7 @@ void read_trailers(int handle, const stream_shape& shape, const std::function<vo
 
 } // namespace
 
-arrivals frames_by_bare_reads(const place& where, const stream_shape& shape, bool handed_over) {
+arrivals frames_by_bare_reads(const place& where, const stream_shape& shape, bool copied, bool handed_over) {
     const gige::udp_socket socket = open_stream_socket(where.consumer);
     const int handle = socket.native();
     const timeval silence{.tv_sec = 1, .tv_usec = 0};
@@ -86,11 +111,14 @@ arrivals frames_by_bare_reads(const place& where, const stream_shape& shape, boo
     camera_control camera{where.camera, where.consumer};
     camera.open_stream(socket.local(), shape);
     arrivals seen(shape.frames + 1);
+    std::optional<frame_copies> copies;
+    if (copied) copies.emplace(shape);
+    frame_copies* const into = copies ? &*copies : nullptr;
     hand_over frames;
     std::jthread reader;
     if (handed_over) {
         reader = std::jthread{[&] {
-            read_trailers(handle, shape, [&](uint64_t block_id) { frames.put(block_id); });
+            read_trailers(handle, shape, into, [&](uint64_t block_id) { frames.put(block_id); });
             frames.end();
         }};
     }
@@ -98,7 +126,7 @@ arrivals frames_by_bare_reads(const place& where, const stream_shape& shape, boo
     if (handed_over) {
         while (const auto block_id = frames.take()) note(seen, *block_id, steady_ns());
     } else {
-        read_trailers(handle, shape, [&](uint64_t block_id) { note(seen, block_id, steady_ns()); });
+        read_trailers(handle, shape, into, [&](uint64_t block_id) { note(seen, block_id, steady_ns()); });
     }
     return seen;
 }

@@ -252,10 +252,10 @@ Error DataStreamImpl::StopAcquisition(ACQ_STOP_FLAGS iStopFlags) {
     if (iStopFlags < ACQ_STOP_FLAGS_DEFAULT || iStopFlags > ACQ_STOP_FLAGS_KILL) {
         return {GC_ERR_NOT_IMPLEMENTED, "Unexpected iStopFlags ({})", iStopFlags};
     }
-    const Error not_running{GC_ERR_RESOURCE_IN_USE, "Acquisition not running"};
-    if (!is_grabbing) return not_running;
+    const auto not_running = [] { return Error{GC_ERR_RESOURCE_IN_USE, "Acquisition not running"}; };
+    if (!is_grabbing) return not_running();
     const std::lock_guard guard{queue_mutex};
-    if (!is_grabbing) return not_running; // stopped by another thread meanwhile
+    if (!is_grabbing) return not_running(); // stopped by another thread meanwhile
     stop_grabbing(iStopFlags == ACQ_STOP_FLAGS_KILL);
     return success();
 }
