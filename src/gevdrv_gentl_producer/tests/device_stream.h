@@ -81,10 +81,6 @@ public:
             table, [this](context&, uint32_t) -> std::expected<stream_channel_info, error> {
                 return stream_channel_info{0, loopback, "127.0.0.1", device.port(), 0, 0};
             }));
-        added(c::send_write_auto_values_cmd::serve(table, [this](context&) -> std::expected<void, error> {
-            ++auto_values_asked;
-            return auto_values_asked > auto_values_refused ? std::expected<void, error>{} : std::unexpected(refusal());
-        }));
         added(c::send_resend_cmd::serve(table,
                                         [this](context&, uint32_t, uint64_t block, uint32_t first, uint32_t last,
                                                bool) -> std::expected<void, error> {
@@ -103,6 +99,9 @@ public:
     }
     std::error_code call(uint64_t, std::string_view name, std::span<const std::byte> parameters,
                          std::vector<std::byte>* result, uint32_t) override {
+        // Without an answer; what is refused found no place in the queue.
+        if (name == ipc_rpc::catalogue::send_write_auto_values_cmd::name)
+            return ++auto_values_asked <= auto_values_refused ? refusal() : std::error_code{};
         const ipc_rpc::rpc_function* function = table.find_global(name);
         if (function == nullptr) return refusal();
         ipc_rpc::rpc_call_context context{ipc_rpc::param_reader{parameters}, {}, nullptr, nullptr};
