@@ -80,8 +80,8 @@ public:
 
     // An index into a list, kept in `variable`. Reads of pMax give the list's size minus one, or 0 when it is empty.
     // With `hide_when_empty` the selector is not available over an empty list.
-    genicam_gen::Integer& add_selector(std::string_view name, std::function<size_t()> list_size, uint32_t* variable,
-                                       bool hide_when_empty = true);
+    genicam_gen::Integer& add_selector(std::string_view name, const std::function<size_t()>& list_size,
+                                       uint32_t* variable, bool hide_when_empty = true);
     // Marks features as selected by the selector and makes their registers follow it.
     void select(std::string_view selector, std::initializer_list<std::string_view> features);
     // Makes the feature available only while the getter, behind a register of the given name, gives true.

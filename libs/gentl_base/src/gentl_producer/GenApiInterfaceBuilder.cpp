@@ -268,8 +268,9 @@ genicam_gen::Enumeration& GenApiInterfaceBuilder::add_enum_constant(std::string_
     return node;
 }
 
-genicam_gen::Integer& GenApiInterfaceBuilder::add_selector(std::string_view name, std::function<size_t()> list_size,
-                                                           uint32_t* variable, bool hide_when_empty) {
+genicam_gen::Integer& GenApiInterfaceBuilder::add_selector(std::string_view name,
+                                                           const std::function<size_t()>& list_size, uint32_t* variable,
+                                                           bool hide_when_empty) {
     auto& node = feature<genicam_gen::Integer>(name);
     node.value = link_elem{register_name_of(name, {})};
     const std::string max_register = std::string{name} + "MaxRegister";
