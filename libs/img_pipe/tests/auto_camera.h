@@ -137,7 +137,8 @@ private:
 
     void follow(const auto_pass_result& r) {
         ++commands;
-        if (r.exposure_changed) current.exposure = std::min(static_cast<double>(settings.real(block::result_exposure)), longest);
+        if (r.exposure_changed)
+            current.exposure = std::min(static_cast<double>(settings.real(block::result_exposure)), longest);
         if (r.gain_changed) current.gain = static_cast<double>(settings.real(block::result_gain));
         if (r.iris_changed) current.iris = static_cast<double>(settings.wide_integer(block::result_iris));
         if (r.wb_changed)
