@@ -10,7 +10,7 @@ endif()
 # orv_add_test(NAME name SOURCES a.cpp ... [LIBS target ...] [TIMEOUT seconds] [PROPERTIES ...])
 # One executable of GoogleTest cases, each its own CTest entry. A parameterised case is named by its name function, as
 # GoogleTest names it, and not by its printed value, which may hold addresses. Each has the executable's name as label
-# (ctest -L). The cases of the whole system take seconds each, so they start first.
+# (ctest -L), and finds what tests share as <support/...>. The cases of the whole system take seconds each, so they start first.
 function(orv_add_test)
   cmake_parse_arguments(arg "" "NAME;TIMEOUT" "SOURCES;LIBS;PROPERTIES" ${ARGN})
   if(NOT arg_TIMEOUT)
@@ -18,6 +18,7 @@ function(orv_add_test)
   endif()
   add_executable(${arg_NAME} ${arg_SOURCES})
   target_link_libraries(${arg_NAME} PRIVATE ${arg_LIBS} orv::build_options GTest::gmock GTest::gtest_main)
+  target_include_directories(${arg_NAME} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
   set_target_properties(${arg_NAME} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
   # Half of a clean build's time goes into tests, and a fifth of theirs is the difference of these two.
   target_compile_options(${arg_NAME} PRIVATE $<$<CONFIG:Release>:-O1>)

@@ -1,5 +1,5 @@
 // The modules of the real library describe themselves to a consumer that knows only the standard.
-#include "../libs/genicam_lib/tests/log_capture.h"
+#include "support/document_log_capture.h"
 #include "support/document_rules.h"
 #include "support/test_system.h"
 

@@ -2,9 +2,8 @@
 // the client held is free again.
 #include "support/built.h"
 #include "support/raw_client.h"
+#include "support/scripted_camera.h"
 #include "support/test_system.h"
-
-#include "../companions/service/gvcp/tests/scripted_camera.h"
 
 #include <gtest/gtest.h>
 
@@ -331,7 +330,7 @@ TEST_F(Hostile, TheEndWaitsForNoWebServerAndNoSearch) {
     ASSERT_EQ(listen(server, 4), 0);
     socklen_t size = sizeof place;
     ASSERT_EQ(getsockname(server, reinterpret_cast<sockaddr*>(&place), &size), 0);
-    gvcp_master::scripted_camera camera{address};
+    scripted_camera camera{address};
     camera.set_text(gige::gvcp::reg::first_url,
                     "http://" + gige::to_string(gige::endpoint{address, ntohs(place.sin_port)}) + "/cam.xml", 512);
     own->add_camera(0);

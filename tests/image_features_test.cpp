@@ -1,6 +1,6 @@
 // The features in the document, and what they do to pictures.
-#include "../libs/genicam_lib/tests/log_capture.h"
 #include "image_features_system.h"
+#include "support/document_log_capture.h"
 
 #include <gmock/gmock.h>
 

@@ -2,10 +2,10 @@
 // are large, cameras never come to an end.
 #include "support/built.h"
 #include "support/raw_client.h"
+#include "support/scripted_camera.h"
 #include "support/test_system.h"
 
-#include "../companions/camera_sim/src/zip_writer.h"
-#include "../companions/service/gvcp/tests/scripted_camera.h"
+#include <camera_sim/zip_writer.h>
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -43,8 +43,8 @@ constexpr uint64_t rpc_exhausted = 43;
 constexpr uint32_t document_address = 0x100000;
 
 // Plays the camera at index 0, which the service is told to ask; its document is this text, zipped.
-std::unique_ptr<gvcp_master::scripted_camera> zipping_camera(test_system& own, const std::string& text) {
-    auto camera = std::make_unique<gvcp_master::scripted_camera>(*gige::parse_address(own.camera_address(0)));
+std::unique_ptr<scripted_camera> zipping_camera(test_system& own, const std::string& text) {
+    auto camera = std::make_unique<scripted_camera>(*gige::parse_address(own.camera_address(0)));
     const auto archive = camera_sim::zip_one_file("camera.xml", std::as_bytes(std::span{text}));
     camera->set_text(document_address, {reinterpret_cast<const char*>(archive.data()), archive.size()}, archive.size());
     camera->set_text(gige::gvcp::reg::first_url,
@@ -183,13 +183,12 @@ TEST(ServiceBounds, ClosingADeviceEndsTheCallsThatHoldItBack) {
 TEST(ServiceBounds, WhoEndsWhileItOpensACameraIsLetGo) {
     test_system own{{"--log-level", "2"}};
     std::atomic<bool> asked = false;
-    gvcp_master::scripted_camera camera{*gige::parse_address(own.camera_address(0)),
-                                        [&](gvcp_master::scripted_camera& self, const auto& got) {
-                                            if (got.header.code != gige::gvcp::command::write_reg) return false;
-                                            self.ask_for_patience(got, 60'000);
-                                            asked = true;
-                                            return true;
-                                        }};
+    scripted_camera camera{*gige::parse_address(own.camera_address(0)), [&](scripted_camera& self, const auto& got) {
+                               if (got.header.code != gige::gvcp::command::write_reg) return false;
+                               self.ask_for_patience(got, 60'000);
+                               asked = true;
+                               return true;
+                           }};
     own.add_camera(0);
     own.start_logged_service();
     const pid_t client = fork();

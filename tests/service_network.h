@@ -1,7 +1,6 @@
 // Service and cameras of this process at the two ends of a cable, for what only real broadcasts show.
 #pragma once
 
-#include "../libs/service-base/tests/support.h"
 #include "support/two_hosts.h"
 
 #include <camera_sim/camera.h>

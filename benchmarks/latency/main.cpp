@@ -3,6 +3,8 @@
 
 #include "../child_process.h"
 
+#include <support/temporary_folder.h>
+
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
@@ -167,9 +169,8 @@ int main(int argc, char** argv) {
     app.add_option("--packet-size", packet_size, "With IP and UDP headers");
     CLI11_PARSE(app, argc, argv);
 
-    char name[] = "/tmp/orv-latency-XXXXXX";
-    with.folder = ::mkdtemp(name);
-    ::setenv("ORV_GENTL_RUNTIME_DIR", with.folder.c_str(), 1);
+    const test_support::runtime_folder folder;
+    with.folder = folder.path;
     unsigned number = 0;
     try {
         for (const bool loaded : {false, true}) {
@@ -191,8 +192,6 @@ int main(int argc, char** argv) {
     } catch (const std::exception& failure) {
         fail(failure.what());
     }
-    std::error_code ignored;
-    std::filesystem::remove_all(with.folder, ignored);
     if (!has_peer()) fmt::print("\nBuilt without libaravis-dev: no peer.\n");
     return 0;
 }

@@ -6,6 +6,7 @@
 #include <cli/consumer/gentl_library.h>
 #include <cli/consumer/node_map.h>
 #include <cli/consumer/session.h>
+#include <support/temporary_folder.h>
 
 #include <fmt/format.h>
 
@@ -174,9 +175,7 @@ int main(int argc, char** argv) {
         fmt::print(stderr, "usage: bench_network [rounds]\n");
         return 2;
     }
-    char name[] = "/tmp/orv-bench-XXXXXX";
-    const std::filesystem::path folder = mkdtemp(name);
-    setenv("ORV_GENTL_RUNTIME_DIR", folder.c_str(), 1);
+    const test_support::runtime_folder folder;
     const auto bin = std::filesystem::read_symlink("/proc/self/exe").parent_path();
     const std::string cti = bin.parent_path() / "lib" / "orv-gentl-gev.cti";
     const std::string address = fmt::format("127.{}.{}.10", 20 + getpid() / 250 % 200, 1 + getpid() % 250);
@@ -211,7 +210,5 @@ int main(int argc, char** argv) {
         fmt::print(stderr, "bench_network: {}\n", failure.what());
         result = 1;
     }
-    std::error_code ignored;
-    std::filesystem::remove_all(folder, ignored);
     return result;
 }

@@ -6,6 +6,7 @@
 #include <cli/consumer/gentl_library.h>
 #include <cli/consumer/node_map.h>
 #include <cli/consumer/session.h>
+#include <support/temporary_folder.h>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -398,9 +399,7 @@ int main(int argc, char** argv) {
         ->check(CLI::IsMember({"one", "each", "both"}));
     CLI11_PARSE(app, argc, argv);
 
-    char name[] = "/tmp/orv-bench-XXXXXX";
-    const std::filesystem::path folder = mkdtemp(name);
-    setenv("ORV_GENTL_RUNTIME_DIR", folder.c_str(), 1);
+    const test_support::runtime_folder folder;
     int status = 0;
     try {
         if (layout != "each") print_table(wanted, true);
@@ -409,7 +408,5 @@ int main(int argc, char** argv) {
         fmt::print(stderr, "bench_scale: {}\n", failure.what());
         status = 1;
     }
-    std::error_code ignored;
-    std::filesystem::remove_all(folder, ignored);
     return status;
 }

@@ -1,11 +1,11 @@
 // usage: bench_rpc [calls]
 // Round trips between a client and a service process over the real socket and shared memory, beside the floor: a bare
 // pair of named-semaphore hand-overs between the same two processes. Prints a table of microseconds and MiB/s.
-#include "../../companions/service/rpc_server/rpc_server.h"
-
 #include <ipc_rpc/catalogue.h>
 #include <ipc_rpc/rpc_client.h>
 #include <platform.h>
+#include <rpc_server/rpc_server.h>
+#include <support/temporary_folder.h>
 
 #include <fmt/format.h>
 
@@ -16,7 +16,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
-#include <filesystem>
 #include <vector>
 
 namespace {
@@ -82,9 +81,7 @@ void wait(platform::named_semaphore& semaphore) {
 
 int main(int argc, char** argv) {
     const int calls = argc > 1 ? std::max(100, std::atoi(argv[1])) : 20000;
-    char name[] = "/tmp/orv-bench-XXXXXX";
-    const std::filesystem::path folder = mkdtemp(name);
-    setenv("ORV_GENTL_RUNTIME_DIR", folder.c_str(), 1);
+    const test_support::runtime_folder folder;
 
     const std::string base = platform::object_name("bench_" + platform::unique_text());
     auto there = platform::named_semaphore::create(base + "there", {});
@@ -134,5 +131,4 @@ int main(int argc, char** argv) {
     }
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
-    std::filesystem::remove_all(folder);
 }

@@ -1,6 +1,6 @@
 #include "bench_stream.h"
 
-#include <camera_sim/src/registers.h>
+#include <camera_sim/registers.h>
 #include <gige/gvcp.h>
 
 #include <fcntl.h>

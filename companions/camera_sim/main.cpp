@@ -1,10 +1,9 @@
 // orv-gev-camera-sim: cameras in software, each on its own address.
-#include <camera_sim/camera.h>
-
 #include "posix/process.h"
 #include "src/document.h"
-#include "src/firmware_image.h"
 
+#include <camera_sim/camera.h>
+#include <camera_sim/firmware_image.h>
 #include <gige/udp_socket.h>
 
 #include <CLI/CLI.hpp>

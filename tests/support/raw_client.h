@@ -1,8 +1,6 @@
 // A client of the service that is none of ours: it speaks the protocol by its numbers, and stops where it likes.
 #pragma once
 
-#include "../../libs/service-base/tests/support.h"
-
 #include <semaphore.h>
 
 #include <atomic>

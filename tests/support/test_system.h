@@ -1,7 +1,8 @@
 // A test's own service and cameras: processes on loopback addresses and a runtime folder that no other test uses.
 #pragma once
 
-#include "../../libs/service-base/tests/support.h"
+#include "eventually.h"
+#include "temporary_folder.h"
 
 #include <cli/consumer/gentl_library.h>
 #include <cli/consumer/node_map.h>

@@ -2,7 +2,7 @@
 // interface, no route. They end with the object, or with the process.
 #pragma once
 
-#include "../../libs/service-base/tests/support.h"
+#include "temporary_folder.h"
 
 #include <string>
 #include <vector>

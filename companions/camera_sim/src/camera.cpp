@@ -1,8 +1,8 @@
 #include <camera_sim/camera.h>
+#include <camera_sim/registers.h>
 
 #include "control_server.h"
 #include "document.h"
-#include "registers.h"
 
 #include <gige/test_picture.h>
 

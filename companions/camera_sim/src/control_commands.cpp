@@ -1,7 +1,7 @@
 // The bodies of the control commands.
 #include "control_server.h"
 
-#include "registers.h"
+#include <camera_sim/registers.h>
 
 #include <algorithm>
 

@@ -2,10 +2,9 @@
 // register writes in control_writes.cpp.
 #include "control_server.h"
 
-#include "registers.h"
-
 #include "../posix/interface_address.h"
 
+#include <camera_sim/registers.h>
 #include <gige/network.h>
 
 #include <fmt/format.h>

@@ -1,7 +1,7 @@
 // Who may write, what may be written, and what it does.
 #include "control_server.h"
 
-#include "registers.h"
+#include <camera_sim/registers.h>
 
 #include <algorithm>
 #include <array>

@@ -1,8 +1,7 @@
 #include "device_state.h"
 
-#include "registers.h"
-#include "zip_writer.h"
-
+#include <camera_sim/registers.h>
+#include <camera_sim/zip_writer.h>
 #include <gige/test_picture.h>
 #include <gige/udp_socket.h>
 

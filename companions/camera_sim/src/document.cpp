@@ -1,8 +1,8 @@
 #include "document.h"
 
 #include "document_writer.h"
-#include "registers.h"
 
+#include <camera_sim/registers.h>
 #include <gige/gvcp.h>
 
 #include <fmt/format.h>

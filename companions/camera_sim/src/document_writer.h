@@ -1,7 +1,7 @@
 // Feature nodes over registers, as text.
 #pragma once
 
-#include "registers.h"
+#include <camera_sim/registers.h>
 
 #include <cstdint>
 #include <string>

@@ -1,7 +1,6 @@
-#include "firmware_image.h"
-
-#include "registers.h"
-#include "zip_writer.h"
+#include <camera_sim/firmware_image.h>
+#include <camera_sim/registers.h>
+#include <camera_sim/zip_writer.h>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>

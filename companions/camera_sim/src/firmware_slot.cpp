@@ -1,7 +1,7 @@
 #include "firmware_slot.h"
 
-#include "firmware_image.h"
-#include "registers.h"
+#include <camera_sim/firmware_image.h>
+#include <camera_sim/registers.h>
 
 #include <zlib.h>
 

@@ -1,6 +1,6 @@
 #include "optics.h"
 
-#include "registers.h"
+#include <camera_sim/registers.h>
 
 #include <algorithm>
 #include <cmath>

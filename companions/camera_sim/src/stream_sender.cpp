@@ -1,7 +1,6 @@
 #include "stream_sender.h"
 
-#include "registers.h"
-
+#include <camera_sim/registers.h>
 #include <gige/ethernet.h>
 #include <gige/test_picture.h>
 

@@ -1,4 +1,4 @@
-#include "zip_writer.h"
+#include <camera_sim/zip_writer.h>
 
 #include <zlib.h>
 

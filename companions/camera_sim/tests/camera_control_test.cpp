@@ -1,11 +1,11 @@
 #include "test_client.h"
 
-#include "../../../tests/support/document_rules.h"
 #include "../src/document.h"
-#include "../src/firmware_image.h"
-#include "../src/registers.h"
 
+#include <camera_sim/firmware_image.h>
+#include <camera_sim/registers.h>
 #include <gige/firmware.h>
+#include <support/document_rules.h>
 
 #include <zlib.h>
 

@@ -1,7 +1,6 @@
 #include "test_client.h"
 
-#include "../src/registers.h"
-
+#include <camera_sim/registers.h>
 #include <gige/test_picture.h>
 
 #include <map>

@@ -1,10 +1,9 @@
 // A bare consumer for the camera's tests: one control socket, one stream socket.
 #pragma once
 
-#include "small_camera.h"
-
 #include <gige/gvsp.h>
 #include <gige/udp_socket.h>
+#include <support/small_camera.h>
 
 #include <gtest/gtest.h>
 

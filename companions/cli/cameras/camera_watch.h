@@ -40,7 +40,6 @@ public:
 private:
     void start();
     void receive();
-    [[nodiscard]] std::string failure_text(GenTL::GC_ERROR code) const;
 
     std::shared_ptr<const gentl_library> library;
     const gentl_library& lib;

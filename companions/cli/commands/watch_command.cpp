@@ -19,7 +19,7 @@ using clock = std::chrono::steady_clock;
 using seconds = std::chrono::duration<double>;
 using figures = camera_watch::figures;
 
-struct watch_options {
+struct watch_limit {
     uint64_t seconds = 0; // 0: until somebody ends it
 };
 
@@ -43,7 +43,7 @@ struct span_of_time {
 
 class watcher {
 public:
-    watcher(const common_options& given, const watch_options& wanted)
+    watcher(const common_options& given, const watch_limit& wanted)
         : common(given), options(wanted), found(find_devices(given)) {
         if (!common.device.empty() || found.devices.size() < 2) {
             add(choose_device(found, common)); // throws when there is none
@@ -181,7 +181,7 @@ private:
     }
 
     const common_options& common;
-    const watch_options& options;
+    const watch_limit& options;
     const found_devices found;
     std::vector<std::unique_ptr<camera_watch>> cameras;
     clock::time_point begin, last;
@@ -190,7 +190,7 @@ private:
     bool shown = false;
 };
 
-int watch(const common_options& common, const watch_options& options) {
+int watch(const common_options& common, const watch_limit& options) {
     watch_for_interruption();
     watcher run{common, options};
     std::exception_ptr reason;
@@ -218,7 +218,7 @@ int watch(const common_options& common, const watch_options& options) {
 } // namespace
 
 void add_watch_command(command_line& line) {
-    auto given = std::make_shared<watch_options>();
+    auto given = std::make_shared<watch_limit>();
     auto& command = line.add("watch", "Streams from all cameras, or one, and shows their figures each second", true,
                              [&line, given] { return watch(line.options, *given); });
     command.add_option("--seconds", given->seconds, "End after so many; 0: at Ctrl-C")->capture_default_str();

@@ -119,8 +119,6 @@ static_assert(std::ranges::all_of(table, [](const register_entry& entry) {
 
 } // namespace
 
-std::span<const register_entry> all_registers() { return table; }
-
 const register_entry* find_register(std::size_t offset) {
     const auto found = std::ranges::lower_bound(table, offset, {}, &register_entry::offset);
     return found != table.end() && found->offset == offset ? &*found : nullptr;

@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <span>
 
 namespace image_features {
 
@@ -46,8 +45,6 @@ struct register_entry {
     std::optional<std::size_t> not_above{};
 };
 
-// In ascending order of offsets.
-[[nodiscard]] std::span<const register_entry> all_registers();
 // The one that begins there, or null.
 [[nodiscard]] const register_entry* find_register(std::size_t offset);
 

@@ -1,10 +1,10 @@
 // A document in a test: text in, values out, messages and device traffic counted.
 #pragma once
 
-#include "log_capture.h"
 #include "notation.h"
 
 #include <GenICam/IGenICamDoc.h>
+#include <support/document_log_capture.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -2,7 +2,6 @@
 // interface and the exported functions is the product's own.
 #pragma once
 
-#include "../../../libs/service-base/tests/support.h"
 #include "fake_camera.h"
 #include "module_feature.h"
 
@@ -13,6 +12,7 @@
 #include <gds_helper/property_store_chain.h>
 #include <ipc_rpc/catalogue.h>
 #include <platform.h>
+#include <support/eventually.h>
 
 #include <gtest/gtest.h>
 

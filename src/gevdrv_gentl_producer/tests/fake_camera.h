@@ -1,9 +1,8 @@
 // A camera on a loopback socket, with registers and a document, for tests of a device's stream.
 #pragma once
 
-#include "../../gevdrv_streamchannel/tests/datagrams.h"
-
 #include <gige/udp_socket.h>
+#include <support/datagrams.h>
 
 #include <algorithm>
 #include <atomic>

@@ -1,8 +1,8 @@
 // Memory runs out while a frame is worked on: the frame is delivered all the same, and the next is worked on again.
-#include "../../../libs/service-base/tests/failing_memory.h"
 #include "device_stream.h"
 
 #include <img_pipe/profiler.h>
+#include <support/failing_memory.h>
 
 #include <pthread.h>
 

@@ -1,12 +1,12 @@
 // What is done to frames between their last packet and the consumer: the overlay, the profiler, padded lines, the
 // transform's options, and settings that make no sense.
-#include "../../../libs/service-base/tests/log_capture.h"
 #include "device_stream.h"
 
 #include <gds_helper/log.h>
 #include <img_pipe/filter_module.h>
 #include <img_pipe/overlay.h>
 #include <img_pipe/transform_pipe.h>
+#include <support/log_capture.h>
 
 #include <gmock/gmock.h>
 

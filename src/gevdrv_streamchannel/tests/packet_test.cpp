@@ -1,6 +1,5 @@
-#include "datagrams.h"
-
 #include <gevdrv_streamchannel/packet_recv/gvsp_packet.h>
+#include <support/datagrams.h>
 
 #include <gtest/gtest.h>
 

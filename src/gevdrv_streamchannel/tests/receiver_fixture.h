@@ -1,14 +1,12 @@
 // A receiver on a clock of the test's own, its surroundings and its log.
 #pragma once
 
-#include "datagrams.h"
-
 #include "gevdrv_streamchannel/packet_recv/gvsp_recv_resend.h"
 #include "gevdrv_streamchannel/packet_recv/gvsp_recv_simple.h"
 
-#include "../../../libs/service-base/tests/log_capture.h"
-
 #include <gds_helper/log.h>
+#include <support/datagrams.h>
+#include <support/log_capture.h>
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,7 @@
 #include "test_cameras.h"
 
+#include <camera_sim/registers.h>
 #include <gvcp/message_receiver.h>
-
-#include "../../../camera_sim/src/registers.h"
 
 #include <algorithm>
 #include <atomic>

@@ -1,9 +1,8 @@
 #include "test_cameras.h"
 
+#include <camera_sim/registers.h>
 #include <gvcp/broadcast_commands.h>
 #include <gvcp/discovery.h>
-
-#include "../../../camera_sim/src/registers.h"
 
 #include <algorithm>
 #include <atomic>

@@ -2,6 +2,7 @@
 
 #include <gvcp/device_document.h>
 #include <gvcp/document_http.h>
+#include <support/temporary_folder.h>
 
 #include <asio/io_context.hpp>
 #include <asio/ip/tcp.hpp>

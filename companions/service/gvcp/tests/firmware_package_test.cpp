@@ -1,8 +1,7 @@
 // Packages that are not what they say, or that were made to do harm.
+#include <camera_sim/firmware_image.h>
+#include <camera_sim/zip_writer.h>
 #include <gvcp/firmware_package.h>
-
-#include "../../../camera_sim/src/firmware_image.h"
-#include "../../../camera_sim/src/zip_writer.h"
 
 #include <gtest/gtest.h>
 

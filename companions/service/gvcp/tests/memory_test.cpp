@@ -1,8 +1,7 @@
 // No memory, at each place in turn where the search asks for some: it goes on, and finds what there is.
-#include "../../../../libs/service-base/tests/failing_memory.h"
-#include "../../../../libs/service-base/tests/support.h"
-
 #include <gvcp/discovery.h>
+#include <support/eventually.h>
+#include <support/failing_memory.h>
 
 #include <gige/gvcp.h>
 

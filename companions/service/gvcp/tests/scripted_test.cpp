@@ -1,5 +1,4 @@
 // The control master against a camera that misbehaves.
-#include "scripted_camera.h"
 #include "test_cameras.h"
 
 #include <gvcp/device_document.h>

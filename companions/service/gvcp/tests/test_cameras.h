@@ -1,12 +1,12 @@
 // Cameras in this process on addresses of its own.
 #pragma once
 
-#include "../../../../libs/service-base/tests/support.h"
-
-#include <camera_sim/tests/small_camera.h>
 #include <gds_shared/gigecam_error.h>
 #include <gige/udp_socket.h>
 #include <gvcp/device_control.h>
+#include <support/eventually.h>
+#include <support/scripted_camera.h>
+#include <support/small_camera.h>
 
 #include <gtest/gtest.h>
 
@@ -25,5 +25,6 @@ inline std::unique_ptr<device_control> open(const camera_sim::camera& cam, devic
 }
 
 using test_support::eventually;
+using test_support::scripted_camera;
 
 } // namespace gvcp_master

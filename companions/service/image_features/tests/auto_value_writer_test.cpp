@@ -1,10 +1,9 @@
 // Tries of a camera that does not answer or is busy: what counts is how often it was asked, not how long that took.
 #include "../auto_value_writer.h"
 
-#include "../../../../libs/service-base/tests/log_capture.h"
-
 #include <gds_helper/log.h>
 #include <gds_shared/gigecam_error.h>
+#include <support/log_capture.h>
 
 #include <gtest/gtest.h>
 

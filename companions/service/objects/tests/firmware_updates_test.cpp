@@ -1,9 +1,7 @@
 // Updates whose cameras do not do what they should, or do it unseen.
-#include "../../../camera_sim/src/firmware_image.h"
-#include "../../gvcp/tests/scripted_camera.h"
-#include "../../gvcp/tests/test_cameras.h"
-
+#include <camera_sim/firmware_image.h>
 #include <gvcp/firmware_upload.h>
+#include <gvcp/tests/test_cameras.h>
 #include <objects/interface_object.h>
 
 namespace {

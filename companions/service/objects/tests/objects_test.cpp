@@ -1,10 +1,9 @@
 // The objects that clients hold, against cameras on loopback: several sessions, equal cameras, bounds, a long life.
-#include "../../gvcp/tests/scripted_camera.h"
-#include "../../gvcp/tests/test_cameras.h"
-
+#include <gvcp/tests/test_cameras.h>
 #include <objects/device_object.h>
 #include <objects/interface_object.h>
 #include <objects/service_object.h>
+#include <support/temporary_folder.h>
 
 #include <atomic>
 #include <filesystem>

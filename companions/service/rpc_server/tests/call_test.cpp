@@ -1,9 +1,9 @@
 // Calls between a real client and the real serving end, over real sockets and shared memory.
-#include "../../../../libs/service-base/tests/support.h"
-
 #include <ipc_rpc/catalogue.h>
 #include <ipc_rpc/rpc_client.h>
 #include <rpc_server/rpc_server.h>
+#include <support/eventually.h>
+#include <support/temporary_folder.h>
 
 #include <gds_shared/gigecam_error.h>
 

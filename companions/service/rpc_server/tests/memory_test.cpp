@@ -1,11 +1,10 @@
 // No memory, at each place in turn where a thread of a connection asks for some: the call or the connection ends with
 // an error, the process lives, and the next connection is served.
-#include "../../../../libs/service-base/tests/failing_memory.h"
-#include "../../../../libs/service-base/tests/support.h"
-
 #include <ipc_rpc/catalogue.h>
 #include <ipc_rpc/rpc_client.h>
 #include <rpc_server/rpc_server.h>
+#include <support/failing_memory.h>
+#include <support/temporary_folder.h>
 
 #include <gtest/gtest.h>
 

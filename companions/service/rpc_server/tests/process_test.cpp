@@ -1,10 +1,9 @@
 // The service as a process of its own that dies or stops, and what nobody can look at.
-#include "../../../../libs/service-base/tests/support.h"
-
 #include <ipc_rpc/catalogue.h>
 #include <ipc_rpc/leftovers.h>
 #include <ipc_rpc/rpc_client.h>
 #include <rpc_server/rpc_server.h>
+#include <support/temporary_folder.h>
 
 #include <platform.h>
 

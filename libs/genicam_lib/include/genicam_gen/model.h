@@ -272,10 +272,6 @@ struct MaskedIntReg : node_header {
 using node = std::variant<Boolean, Category, Command, Converter, Enumeration, Float, FloatReg, IntConverter, Integer,
                           IntReg, IntSwissKnife, MaskedIntReg, Port, Register, String, StringReg, SwissKnife>;
 
-[[nodiscard]] inline const std::string& node_name(const node& record) {
-    return std::visit([](const auto& typed) -> const std::string& { return typed.name; }, record);
-}
-
 // 36 characters; a text that is shorter or holds a NUL within them is written as zero bytes.
 using guid_text = std::array<char, 36>;
 [[nodiscard]] guid_text make_guid(std::string_view text);

@@ -82,7 +82,6 @@ protected:
     void give_up_filling() noexcept { is_stopping = true; }
     [[nodiscard]] bool grabbing() const noexcept { return is_grabbing; }
     [[nodiscard]] uint64_t underrun_count() const noexcept { return num_underrun; }
-    [[nodiscard]] uint64_t delivered_count() const noexcept { return num_delivered; }
 
 private:
     std::string tl_type();

@@ -50,8 +50,6 @@ public:
                                          std::string_view register_name = {}) {
         return add_integer<T>(name, std::move(getter), std::move(setter), genicam_gen::access_mode::rw, register_name);
     }
-    genicam_gen::Float& add_rw_float(std::string_view name, ValueGetter<float> getter, ValueSetter<float> setter,
-                                     std::string_view register_name = {});
     genicam_gen::Boolean& add_ro_boolean(std::string_view name, ValueGetter<bool> getter,
                                          std::string_view register_name = {});
     genicam_gen::Boolean& add_rw_boolean(std::string_view name, ValueGetter<bool> getter, ValueSetter<bool> setter,

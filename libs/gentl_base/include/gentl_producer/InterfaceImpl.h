@@ -37,6 +37,9 @@ public:
     [[nodiscard]] const std::weak_ptr<IHandleTarget>* parent_target() const noexcept override { return &above; }
 
 protected:
+    // The module event that tells of a changed list of devices.
+    static constexpr uint64_t device_list_event = 0x3001;
+
     InterfaceImpl(ISystem& parent, InterfaceInfo interface_info);
 
     virtual std::expected<std::vector<DeviceInfo>, Error> query_devices_(uint64_t timeout) = 0;

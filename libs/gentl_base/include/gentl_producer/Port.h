@@ -77,7 +77,6 @@ protected:
     // Fills the list once.
     Error ensure_urls();
     [[nodiscard]] const std::string& get_port_id() const noexcept { return port_id; }
-    void set_port_info(PortInfo info) { port_info = std::move(info); }
 
 private:
     std::string port_id;

@@ -30,6 +30,9 @@ public:
     [[nodiscard]] TransportLayerStrings transport_layer_strings() const override;
 
 protected:
+    // The module event that tells of a changed list of interfaces.
+    static constexpr uint64_t interface_list_event = 0x4001;
+
     // `info` lives in the factory.
     explicit SystemImpl(const TransportLayerInfo& info);
 

@@ -132,19 +132,6 @@ template genicam_gen::Integer& GenApiInterfaceBuilder::add_integer(std::string_v
                                                                    ValueSetter<uint64_t>, access_mode,
                                                                    std::string_view);
 
-genicam_gen::Float& GenApiInterfaceBuilder::add_rw_float(std::string_view name, ValueGetter<float> getter,
-                                                         ValueSetter<float> setter, std::string_view register_name) {
-    const std::string reg = register_name_of(name, register_name);
-    auto& node = feature<genicam_gen::Float>(name);
-    node.value = link_elem{reg};
-    const access_mode access = setter ? access_mode::rw : access_mode::ro;
-    auto entry = make_value_entry<float>(std::move(getter), std::move(setter));
-    auto& added = add_register<genicam_gen::FloatReg>(reg, sizeof(float), access,
-                                                      map_register(sizeof(float), std::move(entry), true));
-    added.endianess = genicam_gen::endianess::little;
-    return node;
-}
-
 genicam_gen::Boolean& GenApiInterfaceBuilder::add_ro_boolean(std::string_view name, ValueGetter<bool> getter,
                                                              std::string_view register_name) {
     return add_rw_boolean(name, std::move(getter), {}, register_name);

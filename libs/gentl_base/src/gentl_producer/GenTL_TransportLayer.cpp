@@ -23,8 +23,8 @@ GC_API TLClose(TL_HANDLE hTL) {
     return exported_call(
         "GenTL::TLClose", ORV_HERE, ORV_ARGS(ORV_ARG(hTL)),
         [&] {
-            Error error = resolve_handle(hTL, held);
-            return error.failed() ? error : close_system(held.object);
+            if (Error error = resolve_handle(hTL, held); error.failed()) return error;
+            return close_system(held.object);
         },
         no_args);
 }

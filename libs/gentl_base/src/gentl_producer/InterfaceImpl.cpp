@@ -11,7 +11,6 @@ namespace GenTL::Producer {
 namespace {
 
 constexpr uint64_t interface_registers = 0xB120000;
-constexpr uint64_t device_list_event = 0x3001;
 
 PortInfo port_info_of(ISystem& system) {
     const TransportLayerStrings tl = system.transport_layer_strings();
@@ -21,7 +20,7 @@ PortInfo port_info_of(ISystem& system) {
 
 // A getter of one list item; the list is constant.
 template <class R, class T>
-auto build_item_query(const std::vector<T>& list, const uint32_t& selector, std::string name, R (*extract)(const T&)) {
+auto build_item_query(const std::vector<T>& list, const uint32_t& selector, const char* name, R (*extract)(const T&)) {
     return [&list, &selector, name, extract]() -> std::expected<R, Error> {
         if (selector >= list.size()) {
             return std::unexpected(

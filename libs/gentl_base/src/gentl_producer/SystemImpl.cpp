@@ -12,7 +12,6 @@ namespace GenTL::Producer {
 namespace {
 
 constexpr uint64_t system_registers = 0xA120000;
-constexpr uint64_t interface_list_event = 0x4001;
 
 } // namespace
 

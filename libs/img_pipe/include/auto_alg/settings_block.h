@@ -96,7 +96,6 @@ public:
 
     [[nodiscard]] bool flag(std::size_t at) const noexcept { return word(at) != 0; }
     void set_flag(std::size_t at, bool value) const noexcept { store(at, std::uint32_t{value}); }
-    void set_frame_rate(double value) const noexcept { store(frame_rate, value); }
 
     [[nodiscard]] std::uint32_t word(std::size_t at) const noexcept { return load<std::uint32_t>(at); }
     [[nodiscard]] std::int32_t integer(std::size_t at) const noexcept { return load<std::int32_t>(at); }

@@ -14,7 +14,6 @@ namespace catalogue = ipc_rpc::catalogue;
 
 namespace {
 
-constexpr uint64_t device_list_event = 0x3001;
 constexpr std::array device_list_event_data{std::byte{0x30}};
 
 using gds_helper::log::main_logger;

@@ -18,7 +18,6 @@ namespace catalogue = ipc_rpc::catalogue;
 
 namespace {
 
-constexpr uint64_t interface_list_event = 0x4001;
 constexpr std::array interface_list_event_data{std::byte{0x40}};
 
 using gds_helper::log::main_logger;

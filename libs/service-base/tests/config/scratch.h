@@ -1,7 +1,7 @@
 // A folder of its own for each test, and an environment that is put back.
 #pragma once
 
-#include "../support.h"
+#include <support/temporary_folder.h>
 
 #include <gtest/gtest.h>
 

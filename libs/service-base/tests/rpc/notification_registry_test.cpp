@@ -1,7 +1,6 @@
 // Who is called, on which thread, how often, and what removal waits for. Steps are held by latches.
-#include "../failing_memory.h"
-
 #include <ipc_rpc/notification_registry.h>
+#include <support/failing_memory.h>
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,7 @@
 // The client against services that say nothing, the wrong thing, too much, or stop.
-#include "../support.h"
-
 #include <impl/shared_memory_queue.h>
 #include <platform.h>
+#include <support/temporary_folder.h>
 
 #include <ipc_rpc/catalogue.h>
 #include <ipc_rpc/rpc_client.h>

@@ -1,5 +1,5 @@
-#include "pixel_reader.h"
 #include "records.h"
+#include "pixel_reader.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,7 +1,4 @@
 // What the consumer does with features, on a document and a device made up here.
-#include "../libs/service-base/tests/support.h"
-#include "support/built.h"
-
 #include <cli/consumer/nearest_names.h>
 #include <cli/consumer/node_map.h>
 #include <cli/consumer/setting.h>
@@ -9,6 +6,8 @@
 #include <cli/host/installation_checks.h>
 #include <cli/losses/kernel_counters.h>
 #include <cli/losses/loss_verdict.h>
+#include <support/built.h>
+#include <support/temporary_folder.h>
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>

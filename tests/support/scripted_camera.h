@@ -14,7 +14,7 @@
 #include <thread>
 #include <vector>
 
-namespace gvcp_master {
+namespace test_support {
 
 class scripted_camera {
 public:
@@ -161,4 +161,4 @@ private:
     std::thread thread;
 };
 
-} // namespace gvcp_master
+} // namespace test_support
