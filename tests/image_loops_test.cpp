@@ -33,7 +33,8 @@ struct loop {
     test_support::feature_values values; // set in this order before the stream
     size_t frames = 0;
     test_support::picture_part part{}; // that is measured
-    std::string over{};                // a feature that ends the run when it is false or "Off"
+    std::string over{};                // a feature that ends the run when it is false, "Off", or done
+    int requests = 1;                  // how often the last of the values is asked for, each time when that is over
     samples seen{};                    // afterwards
     std::string failure{};
 };
@@ -41,6 +42,14 @@ struct loop {
 std::string text_of(open_camera& camera, const std::string& name) {
     std::string error;
     return cli::value_text(cli::require_node(camera.remote(), name), error);
+}
+
+bool is_over(open_camera& camera, const std::string& name) {
+    GenICam::INode& node = cli::require_node(camera.remote(), name);
+    if (auto* const command = GenICam::node_cast<GenICam::ICommand>(&node))
+        return command->is_done(GenICam::access_flags::bypass_cache).value_or(false);
+    const std::string text = text_of(camera, name);
+    return text == "false" || text == "Off";
 }
 
 // For the plots of docs/image-processing.md, into a folder that the environment names.
@@ -85,9 +94,10 @@ void run_all(
             try {
                 test_support::set_features(camera, {{"SoftwareImageProcessingEnable", "true"}});
                 test_support::set_features(camera, each.values);
-                const auto over = [&] {
-                    const std::string text = text_of(camera, each.over);
-                    return text == "false" || text == "Off";
+                const auto over = [&, left = each.requests]() mutable {
+                    if (!is_over(camera, each.over)) return false;
+                    if (--left > 0) test_support::set_features(camera, {each.values.back()});
+                    return left == 0;
                 };
                 each.seen = test_support::run_loop(camera, each.frames, each.part,
                                                    each.over.empty() ? std::function<bool()>{} : over);
@@ -257,6 +267,8 @@ TEST(ImageLoops, WhiteBalanceAndFocus) {
          400,
          {},
          "AutoFocusRunning"},
+        {"once twice", {"--light", "0:1:0.6:0.85"}, {{"AutoWhiteBalance", "Once"}}, 300, {}, "AutoWhiteBalance", 2},
+        {"focus twice", {}, {{"AutoFocusOnce", "!"}}, 800, {}, "AutoFocusOnce", 2},
     };
     run_all(loops);
     for (const size_t i : {0U, 1U}) {
@@ -274,5 +286,9 @@ TEST(ImageLoops, WhiteBalanceAndFocus) {
         for (const loop_sample& s : run) places.insert(s.focus);
         EXPECT_LE(places.size(), 30U) << "12 positions over the range, then two for each halving";
         EXPECT_NEAR(static_cast<double>(run.back().focus), i == 3 ? 430 : 880, 12) << loops[i].name;
+    }
+    for (const size_t i : {5U, 6U}) {
+        EXPECT_FALSE(loops[i].seen.empty());
+        EXPECT_LT(loops[i].seen.size(), loops[i].frames) << loops[i].name << ": the second request is not over";
     }
 }

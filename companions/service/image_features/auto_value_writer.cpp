@@ -264,7 +264,7 @@ void auto_value_writer::write_number(control which, std::size_t result_at, std::
     block.replace(result_at, result, value);
 }
 
-void auto_value_writer::write_balance() {
+void auto_value_writer::write_gains() {
     camera_nodes::balance result{}, current{};
     bool sound = true;
     for (std::size_t i = 0; i < result.size(); ++i) {
@@ -294,6 +294,27 @@ void auto_value_writer::write_balance() {
     }
 }
 
+// A finished function's result is its last one. Looked at before the result: a newer one is never dropped.
+void auto_value_writer::write_focus() {
+    const bool over = block.flag(block_t::focus_finished);
+    const auto result = block.load<int64_t>(block_t::result_focus);
+    write_number<int64_t>(control::focus, block_t::result_focus, block_t::focus_position);
+    if (over && !unfinished) block.replace(block_t::result_focus, result, block.load<int64_t>(block_t::focus_position));
+}
+
+void auto_value_writer::write_balance() {
+    const bool over = block.flag(block_t::white_balance_finished);
+    std::array<float, 3> result{};
+    for (std::size_t i = 0; i < result.size(); ++i)
+        result[i] = block.load<float>(block_t::result_balance_red + i * sizeof(float));
+    write_gains();
+    if (!over || unfinished) return;
+    for (std::size_t i = 0; i < result.size(); ++i) {
+        const std::size_t at = i * sizeof(float);
+        block.replace(block_t::result_balance_red + at, result[i], block.load<float>(block_t::balance_red + at));
+    }
+}
+
 void auto_value_writer::write_all(const std::stop_token& stop) {
     const auto on = [this](std::initializer_list<block_t::offset> flags) {
         return std::ranges::any_of(flags, [this](block_t::offset at) { return block.flag(at); });
@@ -306,8 +327,7 @@ void auto_value_writer::write_all(const std::stop_token& stop) {
     if (stop.stop_requested()) return;
     if (master && on({block_t::auto_iris})) write_number<int64_t>(control::iris, block_t::result_iris, block_t::iris);
     if (stop.stop_requested()) return;
-    if (master && on({block_t::focus_request, block_t::focus_running, block_t::focus_finished}))
-        write_number<int64_t>(control::focus, block_t::result_focus, block_t::focus_position);
+    if (master && on({block_t::focus_request, block_t::focus_running, block_t::focus_finished})) write_focus();
     if (stop.stop_requested()) return;
     if (master && on({block_t::auto_white_balance, block_t::white_balance_once, block_t::white_balance_finished}))
         write_balance();

@@ -58,6 +58,9 @@ private:
     void write_all(const std::stop_token& stop);
     template <class T>
     void write_number(camera_nodes::control which, std::size_t result_at, std::size_t current_at);
+    void write_gains();
+    // Of the functions that run once; what one could not bring to the camera when it was over, it never does.
+    void write_focus();
     void write_balance();
     // Counts and tells what came of a write; true when the camera has taken it.
     bool judge(function which, const std::error_code& error);

@@ -68,17 +68,15 @@ std::optional<std::string> camera_features::prepare(std::string_view document) {
     };
     if (document.size() > most_document_bytes) return as_it_is("it is too large");
     const bool reads_only = camera.access() == gvcp_master::access_mode::read_only;
-    std::unique_ptr<camera_nodes> nodes;
-    camera_abilities found;
     port->begin();
+    const auto until = camera_nodes::clock::now() + look_time;
+    auto nodes = camera_nodes::create(document, *port, reads_only, until);
+    if (!nodes) return as_it_is("it cannot be used");
+    camera_abilities found = nodes->abilities();
     // A camera that stops answering in between seems to lack whatever was not asked for yet, and the document is made
     // once: it gets a second chance.
-    const auto until = camera_nodes::clock::now() + look_time;
-    const auto is_in_time = [until] { return camera_nodes::clock::now() < until; };
-    for (int tries = 0; tries < 2 && (!nodes || (nodes->is_silent() && is_in_time())); ++tries) {
-        nodes.reset();
-        nodes = camera_nodes::create(document, *port, reads_only, until);
-        if (!nodes) return as_it_is("it cannot be used");
+    if (nodes->is_silent() && camera_nodes::clock::now() < until) {
+        nodes->look_again(until);
         found = nodes->abilities();
     }
     if (nodes->is_silent())

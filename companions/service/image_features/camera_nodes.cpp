@@ -174,9 +174,9 @@ public:
     }
     [[nodiscard]] bool is_over() const { return until != clock::time_point::max() && clock::now() >= until; }
     [[nodiscard]] bool is_silent() const { return silent || is_over(); }
-    void ask_again() {
+    void ask_again(clock::time_point at_most = clock::time_point::max()) {
         silent = false;
-        until = clock::time_point::max();
+        until = at_most;
     }
 
     clock::time_point until;
@@ -191,6 +191,10 @@ camera_nodes::camera_nodes(std::unique_ptr<asked_port> asked, std::unique_ptr<IG
     : port(std::move(asked)), document(std::move(parsed)), only_reads(reader) {}
 
 void camera_nodes::ask_again() { port->ask_again(); }
+void camera_nodes::look_again(clock::time_point until) {
+    port->ask_again(until);
+    find_nodes();
+}
 bool camera_nodes::is_silent() const { return port->is_silent(); }
 
 camera_nodes::~camera_nodes() { document->find<IPort>("Device")->unbind(0); }

@@ -49,6 +49,8 @@ public:
     // A camera that has not answered once is not asked for the next dozen values, too: others wait for their turn. It
     // is silent then, and nothing is written or read until it is to be asked again, which may take as long as it does.
     void ask_again();
+    // As create has looked: for a camera that was silent then, on the object that knows which selectors are to go back.
+    void look_again(clock::time_point until);
     [[nodiscard]] bool is_silent() const;
 
     // Empty when the camera has none, or none now.

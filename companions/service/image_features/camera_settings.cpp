@@ -171,6 +171,9 @@ std::error_code camera_settings::write(uint64_t address, std::span<const std::by
         return {};
     }
     const auto at = entry->offset;
+    // A gain set by hand has the last word: an older result that differs would be brought back by the next one.
+    if (at == block_t::balance_red || at == block_t::balance_green || at == block_t::balance_blue)
+        shared.store(at - block_t::balance_red + block_t::result_balance_red, from_bytes<uint32_t>(from));
     if (entry->type == value_type::int64)
         shared.store(at, from_bytes<int64_t>(from));
     else
@@ -232,6 +235,7 @@ bool camera_settings::automatic_function_is_on() const {
 }
 
 void camera_settings::take_finished() const {
+    const std::lock_guard guard{mutex}; // or a request that comes meanwhile is taken for the finished one
     if (shared.flag(block_t::white_balance_finished)) shared.set_flag(block_t::white_balance_once, false);
     if (shared.flag(block_t::focus_finished)) shared.set_flag(block_t::focus_request, false);
 }

@@ -4,6 +4,7 @@
 #include "kernel_test.h"
 
 #include <gtest/gtest.h>
+#include <img_pipe/transform_pipe.h>
 
 #include <limits>
 #include <string>
@@ -101,6 +102,22 @@ TEST(AutoLoops, SeparateIrisMovesLast) {
     }
     b.run(25);
     expect_reached(b, "iris");
+}
+
+// A period that is longer than what the camera takes, or than what the user allows, is no limit: the gain has its turn.
+TEST(AutoLoops, TheFrameRateOnlyLowersTheLimit) {
+    for (const double longest : {33000.0, 20000.0}) {
+        steered_camera b;
+        enable(b, {block::auto_exposure, block::auto_gain, block::exposure_by_frame_rate});
+        b.longest = 33000;
+        b.settings.store(block::exposure_max, static_cast<float>(longest));
+        b.light = b.right_exposure() / longest / 4;
+        expose(b, longest);
+        b.run(25);
+        expect_reached(b, "dark");
+        EXPECT_EQ(b.values().exposure, longest);
+        EXPECT_NEAR(b.values().gain, 12, 0.7);
+    }
 }
 
 // Lamps at 100 Hz under an exposure of a fraction of their period: frames differ, and the loop must not make that
@@ -231,7 +248,36 @@ TEST(AutoLoops, WhiteBalanceOnceEndsGrey) {
             EXPECT_TRUE(auto_function_is_on(b.settings));
             b.run(1);
             EXPECT_TRUE(b.settings.flag(block::white_balance_finished)) << "another request, met at once";
+            // Before the next frame, and under another light.
+            tint(b, 0.9, 0.8);
+            b.settings.set_flag(block::white_balance_finished, false);
+            b.run(61);
+            EXPECT_TRUE(b.settings.flag(block::white_balance_finished)) << "a third one";
+            EXPECT_LT(worst_channel(b), 0.02) << red << ' ' << blue;
         }
+}
+
+// By temperature a request is five scans, whatever became of the one before it.
+TEST(AutoLoops, WhatIsTakenBackBeginsAnew) {
+    temperature_table table{};
+    make_temperature_table({}, table);
+    steered_camera b;
+    b.table = &table;
+    expose(b, 8000);
+    enable(b, {block::white_balance_once, block::focus_request});
+    b.settings.store(block::focus_max, 1000.0F);
+    b.run(3);
+    EXPECT_TRUE(b.settings.flag(block::focus_running));
+    for (const auto at : {block::white_balance_once, block::focus_request, block::focus_running})
+        b.settings.set_flag(at, false); // nothing is on any more
+    (void)b.frame();
+    enable(b, {block::white_balance_once, block::focus_request});
+    const auto again = b.frame();
+    EXPECT_TRUE(again.focus_running && again.focus_changed && again.focus_position == 0) << "from the first position";
+    b.run(3);
+    EXPECT_FALSE(b.settings.flag(block::white_balance_finished));
+    b.run(3);
+    EXPECT_TRUE(b.settings.flag(block::white_balance_finished));
 }
 
 // The gains are applied to the samples where the camera has none.
@@ -323,6 +369,17 @@ TEST(AutoFocus, FindsTheSharpestPosition) {
             EXPECT_TRUE(b.frame().focus_running) << "another request, another run";
             b.settings.set_flag(block::focus_request, false);
             EXPECT_FALSE(b.frame().focus_running) << "taken back";
+            // As the service does it: over, the next frames without anything to measure, and asked for again.
+            b.settings.set_flag(block::auto_exposure, false);
+            for (int i = 0; i < 2; ++i) {
+                b.settings.set_flag(block::focus_request, true);
+                b.settings.set_flag(block::focus_finished, false);
+                for (frames = 0; frames < 600 && !b.settings.flag(block::focus_finished); ++frames) (void)b.frame();
+                EXPECT_TRUE(b.settings.flag(block::focus_finished)) << "request " << i;
+                EXPECT_NEAR(static_cast<double>(b.values().focus), row.best, near);
+                b.settings.set_flag(block::focus_request, false);
+                for (int idle = 0; idle < 5; ++idle) (void)b.frame();
+            }
         }
 }
 
@@ -400,6 +457,35 @@ TEST(AutoPass, EveryFormatIsMeasuredOrLeftAlone) {
                 }
             }
     }
+}
+
+// What is measured is what the transform leaves to see, format by format.
+TEST(AutoPass, ThePictureBehindTheTransformIsMeasured) {
+    steered_camera b;
+    enable(b, {block::auto_exposure, block::balance_in_software, block::color_matrix_enable});
+    b.settings.store(block::balance_red, 2.0F);
+    b.settings.store(block::balance_blue, 1.6F);
+    b.settings.store(block::color_matrix, 0.8F);
+    b.settings.store(block::color_matrix + 16, 0.9F);
+    b.settings.store(block::brightness, std::int32_t{20});
+    b.settings.store(block::gamma, 0.8F);
+    int seen = 0;
+    for (const std::uint32_t id : vocabulary()) {
+        const std::uint32_t size = image_size(id, 64, 16);
+        std::vector<std::uint8_t> memory(std::max(size, 1U), 0x50);
+        if (format_description(id).is_float != 0) {
+            const float level = 0.25F;
+            for (std::size_t i = 0; i + 4 <= memory.size(); i += 4) std::memcpy(&memory[i], &level, 4);
+        }
+        const img_descriptor view = make_view(memory.data(), size, id, 64, 16);
+        auto_alg_state before, after;
+        const auto measured = run_auto_pass(b.settings, before, view, 1, 1, b);
+        if (measured.brightness < 0) continue;
+        transform_pipe pipe;
+        seen += pipe.transform_in_place(view, transform_params_of(b.settings)) ? 1 : 0;
+        EXPECT_NEAR(measured.brightness, auto_pass(after, view, measuring()).brightness, 0.02) << fcc_name(id);
+    }
+    EXPECT_GT(seen, 30) << "are transformed";
 }
 
 TEST(AutoPass, FocusOfWhatCannotBeMeasuredEndsWithoutAMove) {

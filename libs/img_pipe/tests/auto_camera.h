@@ -53,6 +53,7 @@ public:
     double best_focus = 0, blur_per_unit = 0; // pixels of blur for each unit out of focus
     std::uint32_t format = fcc("RGGB");
     bool balances = true; // the camera has white balance of its own
+    double longest = 1e9; // us that the camera cuts an exposure to
     const temperature_table* table = nullptr;
 
     // Sets what the camera has now, as the service would.
@@ -78,6 +79,10 @@ public:
         if (pending.empty()) in_force = current;
         take(in_force, time);
         sent = false;
+        if (!auto_function_is_on(settings)) {
+            end_auto_passes(settings, state);
+            return {};
+        }
         const auto_pass_result r =
             run_auto_pass(settings, state, picture(), block_id, static_cast<std::uint64_t>(time * 1e9), *this, table);
         if (sent) follow(r);
@@ -132,7 +137,8 @@ private:
 
     void follow(const auto_pass_result& r) {
         ++commands;
-        if (r.exposure_changed) current.exposure = static_cast<double>(settings.real(block::result_exposure));
+        if (r.exposure_changed)
+            current.exposure = std::min(static_cast<double>(settings.real(block::result_exposure)), longest);
         if (r.gain_changed) current.gain = static_cast<double>(settings.real(block::result_gain));
         if (r.iris_changed) current.iris = static_cast<double>(settings.wide_integer(block::result_iris));
         if (r.wb_changed)

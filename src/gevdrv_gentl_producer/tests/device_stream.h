@@ -99,6 +99,9 @@ public:
     }
     std::error_code call(uint64_t, std::string_view name, std::span<const std::byte> parameters,
                          std::vector<std::byte>* result, uint32_t) override {
+        // Without an answer; what is refused found no place in the queue.
+        if (name == ipc_rpc::catalogue::send_write_auto_values_cmd::name)
+            return ++auto_values_asked <= auto_values_refused ? refusal() : std::error_code{};
         const ipc_rpc::rpc_function* function = table.find_global(name);
         if (function == nullptr) return refusal();
         ipc_rpc::rpc_call_context context{ipc_rpc::param_reader{parameters}, {}, nullptr, nullptr};
@@ -113,6 +116,7 @@ public:
         return leases.size();
     }
     std::atomic<bool> refuse_leases{false};
+    std::atomic<int> auto_values_asked{0}, auto_values_refused{0}; // so many of the first ones
 
 private:
     static std::error_code refusal() { return std::make_error_code(std::errc::function_not_supported); }

@@ -143,6 +143,38 @@ TEST(Processing, MeasureThenDrawThenTransform) {
                                      "tx: Mono8 auto=false tx=false avg-tx=0us"}));
 }
 
+// The last result of a run is brought to the camera, however full the way to the service was when it came.
+TEST(Processing, AResultThatWasNotSentIsSentWithTheNextFrame) {
+    picture_stream b{wide};
+    for (const auto at : {block::master_enable, block::focus_request}) b.settings().set_flag(at, true);
+    b.own->connection->auto_values_refused = 2;
+    b.start();
+    (void)b.frame(1);
+    EXPECT_EQ(b.own->connection->auto_values_asked, 1) << "the first position";
+    b.settings().set_flag(block::focus_request, false);
+    for (uint16_t id = 2; id <= 6; ++id) (void)b.frame(id);
+    EXPECT_EQ(b.own->connection->auto_values_asked, 3);
+}
+
+TEST(Processing, IncompleteFramesAreNotMeasured) {
+    for (const bool whole : {true, false}) {
+        picture_stream b{{}};
+        for (const auto at : {block::master_enable, block::auto_exposure}) b.settings().set_flag(at, true);
+        b.settings().store(block::exposure, 1000.0F);
+        b.settings().store(block::exposure_max, 1e6F);
+        b.settings().store(block::result_exposure, 1000.0F);
+        b.own->resends().enable = false;
+        b.start();
+        for (const uint32_t id : {0U, 1U, camera::trailer_id})
+            if (!whole) b.own->cam.send(b.own->cam.own_packet(1, id));
+        if (whole) b.own->cam.send_frame(1);
+        const BUFFER_HANDLE handle = b.own->next(long_enough_ms);
+        ASSERT_NE(handle, nullptr);
+        EXPECT_EQ(b.own->info<uint8_t>(handle, BUFFER_INFO_IS_INCOMPLETE) == 0, whole);
+        EXPECT_EQ(b.settings().real(block::result_exposure) == 1000, !whole);
+    }
+}
+
 // Bytes behind the lines are the camera's: they are no pixels.
 TEST(Processing, PaddedLinesAreRespected) {
     for (const uint32_t padding : {0U, 1U, 8U}) {

@@ -7,12 +7,15 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstring>
 #include <memory>
 #include <mutex>
 #include <new>
+#include <span>
+#include <stop_token>
 #include <thread>
 
 using gds_shared::gigecam_errc;
@@ -163,5 +166,104 @@ INSTANTIATE_TEST_SUITE_P(Cameras, AutoValueWriter,
                                          row{"SilentAtLooks", gigecam_errc::timeout, false},
                                          row{"Busy", gigecam_errc::busy, true}),
                          [](const auto& each) { return each.param.name; });
+
+// A camera with a lens that can be locked, and without gains of its own.
+constexpr std::string_view lens_document = R"(<RegisterDescription ModelName="M" VendorName="V" SchemaMajorVersion="1"
+  SchemaMinorVersion="1" SchemaSubMinorVersion="0" xmlns="http://www.genicam.org/GenApi/Version_1_1">
+<Category Name="Root"><pFeature>ExposureTime</pFeature><pFeature>Focus</pFeature></Category>
+<Float Name="ExposureTime"><pValue>E</pValue><Min>1</Min><Max>1000000</Max></Float>
+<FloatReg Name="E"><Address>8</Address><Length>8</Length><AccessMode>RW</AccessMode><pPort>Device</pPort>
+  <Endianess>LittleEndian</Endianess></FloatReg>
+<Integer Name="Focus"><pIsLocked>L</pIsLocked><pValue>F</pValue><Min>0</Min><Max>1000</Max></Integer>
+<IntReg Name="F"><Address>16</Address><Length>8</Length><AccessMode>RW</AccessMode><pPort>Device</pPort>
+  <Endianess>LittleEndian</Endianess></IntReg>
+<IntReg Name="L"><Address>24</Address><Length>8</Length><AccessMode>RO</AccessMode><pPort>Device</pPort>
+  <Endianess>LittleEndian</Endianess></IntReg>
+<Port Name="Device"/></RegisterDescription>)";
+
+class lens_camera final : public GenICam::IDevicePort {
+public:
+    GenICam::result<std::size_t> read(int64_t address, std::span<std::byte> data, unsigned) override {
+        const uint64_t value = registers[static_cast<std::size_t>(address / 8)];
+        std::memcpy(data.data(), &value, data.size());
+        return data.size();
+    }
+    std::error_code write(int64_t address, std::span<const std::byte> data, unsigned) override {
+        uint64_t value = 0;
+        std::memcpy(&value, data.data(), data.size());
+        registers[static_cast<std::size_t>(address / 8)] = value;
+        return {};
+    }
+    std::atomic<uint64_t>& focus = registers[2];
+    std::atomic<uint64_t>& locked = registers[3];
+
+private:
+    std::array<std::atomic<uint64_t>, 4> registers{};
+};
+
+// What a function that is over has left behind, when another one brings results.
+class FinishedFunctions : public testing::Test {
+protected:
+    FinishedFunctions() {
+        settings->reset();
+        writer.read_camera();
+        block().set_flag(block_t::master_enable, true);
+        block().set_flag(block_t::auto_exposure, true);
+        writer.start();
+    }
+    [[nodiscard]] gds_producer::settings_block block() const { return settings->block(); }
+    void exposure_result(float value) {
+        block().store(block_t::result_exposure, value);
+        writer.write_results();
+        for (int i = 0; i < 20'000 && !writer.is_idle(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds{1});
+        EXPECT_EQ(block().load<float>(block_t::exposure), value);
+    }
+    lens_camera camera;
+    std::shared_ptr<camera_settings> settings = std::make_shared<camera_settings>(std::nullopt, std::nullopt);
+    auto_value_writer writer{settings, camera_nodes::create(lens_document, camera, false), "camera", nullptr};
+};
+
+TEST_F(FinishedFunctions, GainsSetByHandStay) {
+    block().store(block_t::result_balance_red, 1.5F);
+    block().set_flag(block_t::white_balance_finished, true);
+    exposure_result(500);
+    EXPECT_EQ(block().load<float>(block_t::balance_red), 1.5F);
+    const float by_hand = 2;
+    EXPECT_FALSE(settings->write(first_address + block_t::balance_red, std::as_bytes(std::span{&by_hand, 1})));
+    exposure_result(600);
+    EXPECT_EQ(block().load<float>(block_t::balance_red), by_hand);
+}
+
+// Looked at by one client and asked for by another.
+TEST_F(FinishedFunctions, ANewRequestStands) {
+    uint32_t mode = 0;
+    const auto mode_bytes = std::as_writable_bytes(std::span{&mode, 1});
+    constexpr uint64_t address = first_address + own_register::white_balance_mode;
+    const std::jthread other{[&](const std::stop_token& stop) {
+        while (!stop.stop_requested()) settings->take_finished();
+    }};
+    mode = balance_once;
+    for (int i = 0; i < 20'000; ++i) {
+        block().set_flag(block_t::white_balance_finished, true);
+        EXPECT_FALSE(settings->write(address, mode_bytes));
+        ASSERT_TRUE(block().flag(block_t::white_balance_once)) << i;
+    }
+}
+
+TEST_F(FinishedFunctions, ALensSetByHandStays) {
+    camera.locked = 1;
+    block().store(block_t::result_focus, int64_t{40});
+    block().set_flag(block_t::focus_finished, true);
+    exposure_result(500);
+    EXPECT_EQ(camera.focus, 0U);
+    camera.locked = 0;
+    camera.focus = 70;
+    exposure_result(600);
+    EXPECT_EQ(camera.focus, 70U);
+    // What is computed the next time is brought there.
+    block().store(block_t::result_focus, int64_t{50});
+    exposure_result(700);
+    EXPECT_EQ(camera.focus, 50U);
+}
 
 } // namespace

@@ -108,6 +108,26 @@ TEST(CameraNodes, ACameraIsAskedForSoLong) {
     EXPECT_FALSE(late->is_silent());
 }
 
+// The first look at a raw gain goes by the selector, too.
+TEST(CameraNodes, ASelectorGoesBackWithTheSecondLook) {
+    std::string text{camera_document};
+    for (const auto& [from, to] :
+         {std::pair{"<Float Name=\"Gain\"", "<Integer Name=\"GainRaw\""}, std::pair{"</Float>", "</Integer>"},
+          std::pair{"<FloatReg Name=\"G\"", "<IntReg Name=\"G\""}, std::pair{"</FloatReg>", "</IntReg>"}})
+        text.replace(text.find(from), std::string_view{from}.size(), to);
+    small_camera camera;
+    camera.select(1);
+    camera.unanswered = 0;
+    const auto nodes = camera_nodes::create(text, camera, false);
+    ASSERT_NE(nodes, nullptr);
+    EXPECT_TRUE(nodes->is_silent());
+    EXPECT_EQ(camera.selected(), 0);
+    camera.unanswered = -1;
+    nodes->look_again(camera_nodes::clock::time_point::max());
+    EXPECT_TRUE(nodes->abilities().gain);
+    EXPECT_EQ(camera.selected(), 1);
+}
+
 // The time may be over between the choice of an entry and the way back from it.
 TEST(CameraNodes, ASelectorGoesBackWhenTheTimeIsOver) {
     std::string masked{camera_document}; // such a register is read before it is written

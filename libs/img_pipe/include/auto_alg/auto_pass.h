@@ -40,17 +40,19 @@ struct iris_params {
 
 struct white_balance_params {
     bool continuous = false;
-    bool once = false;
+    bool once = false;         // set beyond wb_done it is another request
     float gain[3] = {1, 1, 1}; // current, R, G, B
     // Whether the image still lacks the gains; they are then applied to what is measured.
     bool in_software = false;
+    bool in_picture = true; // else gains in software are looked for all the same, but the brightness is without them
     // By colour temperature where there is a table; it outlives the pass.
     const temperature_table* table = nullptr;
     std::int32_t temperature = 6500, temperature_min = 3000, temperature_max = 10000; // K
 };
 
 struct focus_params {
-    bool request = false; // a run for as long as it stays set; taken back, it ends where it is
+    // A run for as long as it stays set; taken back, it ends where it is. Set beyond focus_done it is another request.
+    bool request = false;
     std::int64_t position = 0;
     float min = 0, max = 0, step = 0;
     bool use_region = false;
@@ -111,6 +113,9 @@ private:
 
 auto_pass_result auto_pass(auto_alg_state& state, const img_pipe::img_descriptor& image,
                            const auto_pass_params& params);
+
+// What was requested and is not done is taken back.
+void end_auto_requests(auto_alg_state& state);
 
 // The most focus positions that one run tries, its last move included.
 extern const int focus_most_positions;

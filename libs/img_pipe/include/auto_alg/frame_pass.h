@@ -15,6 +15,10 @@ public:
     virtual void send_write_auto_values_cmd() = 0;
 };
 
+// A frame that comes while no function is on, after one that was measured: whatever was begun then is over, and the
+// next request begins anew.
+void end_auto_passes(const settings_block& block, auto_alg_state& state);
+
 // Whether the block asks for an automatic function, or for one that changes pixels. Both are without the master enable.
 bool auto_function_is_on(const settings_block& block);
 bool transform_is_on(const settings_block& block);

@@ -114,5 +114,7 @@ struct in_place_row {
 };
 std::span<const conversion_row> conversion_table();
 std::span<const in_place_row> in_place_table();
+// Whether images of a format are changed in place at all.
+bool changes_in_place(std::uint32_t format);
 
 } // namespace img_pipe

@@ -19,7 +19,6 @@ struct auto_alg_state::contents {
     auto_focus focus;
     temperature_state temperature;
     light_history light;
-    bool once_over = false; // of the request that still stands
     std::int32_t once_passes = 0;
     sample_array samples;
 };
@@ -45,20 +44,23 @@ bool is_its_turn(contents& state, const auto_pass_params& p) {
     return true;
 }
 
+// The next request of white balance once has all its passes.
+void begin_balance(contents& state) {
+    state.once_passes = 0;
+    state.temperature.wb_scan_countdown = scan_passes;
+}
+
 void balance(contents& state, const auto_pass_params& p, auto_pass_result& result) {
     const white_balance_params& wb = p.white_balance;
-    const bool once = wb.once && !state.once_over;
-    if (!once && !wb.continuous) return;
+    if (!wb.once && !wb.continuous) return;
     balance_result next{};
     if (wb.table != nullptr) {
-        white_balance_params now = wb;
-        now.once = once;
-        next = balance_by_temperature(state.samples, now, state.temperature);
+        next = balance_by_temperature(state.samples, wb, state.temperature);
         result.temperature = state.temperature.current;
     } else if (state.samples.is_float) {
         next = exec_auto_whitebalance_on_float_pixels(state.samples.floats(), wb.gain);
     } else {
-        next = exec_auto_whitebalance_steps_on_pixels(state.samples.bytes(), wb.gain, once);
+        next = exec_auto_whitebalance_steps_on_pixels(state.samples.bytes(), wb.gain, wb.once);
     }
     // What is grey stays as the camera has it, between the steps: it would be written anew with every pass.
     for (int i = 0; i < 3; ++i)
@@ -67,12 +69,12 @@ void balance(contents& state, const auto_pass_params& p, auto_pass_result& resul
     result.wb_g = next.gain[1];
     result.wb_b = next.gain[2];
     for (int i = 0; i < 3; ++i) result.wb_changed = result.wb_changed || next.gain[i] != wb.gain[i];
-    if (!once) return;
+    if (!wb.once) return;
     // On floats one pass does it all.
     const bool whole = wb.table == nullptr && state.samples.is_float;
     if (next.done || whole || ++state.once_passes >= most_once_passes) {
-        result.wb_done = state.once_over = true;
-        state.once_passes = 0;
+        result.wb_done = true;
+        begin_balance(state);
     }
 }
 
@@ -112,11 +114,7 @@ auto_pass_result auto_pass(auto_alg_state& of, const img_pipe::img_descriptor& i
     result.focus_running = focus.running;
     result.focus_done = focus.done;
 
-    if (!p.white_balance.once) {
-        state->once_over = false;
-        state->once_passes = 0;
-        state->temperature.wb_scan_countdown = scan_passes;
-    }
+    if (!p.white_balance.once) begin_balance(*state);
     if (!is_its_turn(*state, p)) return result;
     const bool exposing = p.exposure.enable || p.gain.enable || p.iris.enable;
     if (!exposing && !p.white_balance.continuous && !p.white_balance.once) return result;
@@ -124,10 +122,14 @@ auto_pass_result auto_pass(auto_alg_state& of, const img_pipe::img_descriptor& i
     auto_sample_by_img(image, area_of(image, p.region), state->samples);
     if (state->samples.count == 0) return result;
     apply_software_clrmtx_to_sampling_data(p.software, state->samples);
+    resulting_brightness seen{};
+    if (!p.white_balance.in_picture) seen = calc_resulting_brightness_params(state->samples);
     apply_software_wb_to_sampling_data(p.white_balance, state->samples);
     balance(*state, p, result);
-    apply_software_params_to_sampling_data(p.software, state->samples);
-    const resulting_brightness seen = calc_resulting_brightness_params(state->samples);
+    if (p.white_balance.in_picture) {
+        apply_software_params_to_sampling_data(p.software, state->samples);
+        seen = calc_resulting_brightness_params(state->samples);
+    }
     result.brightness = seen.mean;
     if (!exposing || seen.mean < 0) return result;
 
@@ -148,6 +150,13 @@ auto_pass_result auto_pass(auto_alg_state& of, const img_pipe::img_descriptor& i
     result.gain_changed = is_steered(p.gain) && !(step.gain == p.gain.current);
     result.iris_changed = is_steered(p.iris) && step.iris != p.iris.current;
     return result;
+}
+
+void end_auto_requests(auto_alg_state& of) {
+    contents* const state = of.get();
+    if (state == nullptr) return;
+    state->focus.end();
+    begin_balance(*state);
 }
 
 } // namespace auto_alg

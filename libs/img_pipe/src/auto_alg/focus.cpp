@@ -70,7 +70,7 @@ focus_score measure_focus(const ip::img_descriptor& image, const image_area& are
     const block_grid grid = grid_of(area);
     const std::int32_t blocks = grid.columns * grid.lines;
     const std::int32_t pixels = reader.is_quick() ? contrast_pixels : slow_contrast_pixels;
-    const std::int32_t run = std::clamp(pixels / blocks, 16, std::min(grid.width, longest_run));
+    const std::int32_t run = std::clamp(pixels / blocks, std::min(16, grid.width), std::min(grid.width, longest_run));
     const std::int32_t lines = std::clamp(pixels / blocks / run, 1, std::max(grid.height / 2, 1));
     std::uint64_t own[most_blocks];
     for (std::int32_t y = 0; y < grid.lines; ++y)
@@ -160,7 +160,7 @@ bool auto_focus::next_position() {
 
 auto_focus::step auto_focus::advance(const ip::img_descriptor& image, const auto_pass_params& params) {
     if (!params.focus.request) {
-        running = request_seen = false;
+        end();
         return {};
     }
     const auto send = [&] {
@@ -171,8 +171,6 @@ auto_focus::step auto_focus::advance(const ip::img_descriptor& image, const auto
     const image_region whole;
     const image_area area = area_of(image, params.focus.use_region ? params.region : whole);
     if (!running) {
-        if (request_seen) return {}; // this request's run is over
-        request_seen = true;
         // What cannot be measured moves no lens.
         if (measure_focus(image, area, -1).score < 0) return {false, params.focus.position, false, true};
         start(params.focus);

@@ -26,6 +26,7 @@ public:
         bool done = false;
     };
     step advance(const img_pipe::img_descriptor& image, const auto_pass_params& params);
+    void end() { running = false; }
 
 private:
     void start(const focus_params& params);
@@ -34,7 +35,7 @@ private:
     bool next_position(); // false when the run is at its end
     std::int64_t place(std::int64_t wanted) const;
 
-    bool running = false, request_seen = false;
+    bool running = false;
     std::int64_t low = 0, high = 0, lens_step = 1;
     std::int64_t position = 0;             // where the lens was sent
     std::uint64_t frames = 0, sent_ns = 0; // since it was

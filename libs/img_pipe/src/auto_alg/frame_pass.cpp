@@ -1,4 +1,5 @@
 #include <auto_alg/frame_pass.h>
+#include <img_pipe/transform_pipe.h>
 
 #include <algorithm>
 #include <cmath>
@@ -80,7 +81,9 @@ auto_pass_params auto_params_of(const settings_block& b, std::uint64_t block_id,
                   b.real(block::exposure),
                   static_cast<float>(b.word(block::exposure_granularity)),
                   b.word(block::exposure_reference)};
-    if (b.flag(block::exposure_by_frame_rate) && rate > 0) p.exposure.max = period;
+    // It only lowers the limit. A longer time than what the camera takes or the user wants would be asked for with
+    // every pass, the camera would cut it, and gain and iris would never have their turn.
+    if (b.flag(block::exposure_by_frame_rate) && rate > 0) p.exposure.max = std::min(p.exposure.max, period);
     p.gain = {
         b.flag(block::auto_gain), b.real(block::gain_min), b.real(block::gain_max), b.real(block::gain), true, 6.0F};
     p.iris = {b.flag(block::auto_iris), b.wide_integer(block::iris_min), b.wide_integer(block::iris_max),
@@ -126,11 +129,27 @@ const temperature_table* block_temperatures::table_of(const settings_block& b) {
     return &table;
 }
 
+namespace {
+
+// The transform leaves some formats as they are, and gives colour to none that is grey.
+void leave_what_shows(auto_pass_params& p, std::uint32_t format) {
+    if (img_pipe::format_description(format).is_mono != 0) {
+        p.software.color_matrix_enable = false;
+        p.white_balance.in_software = false;
+    }
+    if (img_pipe::changes_in_place(format)) return;
+    p.software = {};
+    p.white_balance.in_picture = false;
+}
+
+} // namespace
+
 auto_pass_result run_auto_pass(const settings_block& b, auto_alg_state& state, const img_pipe::img_descriptor& image,
                                std::uint64_t block_id, std::uint64_t time_ns, IAutoValuesSender& sender,
                                const temperature_table* table) {
     auto_pass_params p = auto_params_of(b, block_id, time_ns);
     p.white_balance.table = table;
+    leave_what_shows(p, image.format);
     const auto_pass_result r = auto_pass(state, image, p);
     // Results before the flags that announce them.
     if (r.exposure_changed) b.exchange(block::result_exposure, static_cast<float>(r.exposure));
@@ -151,6 +170,11 @@ auto_pass_result run_auto_pass(const settings_block& b, auto_alg_state& state, c
         r.focus_done)
         sender.send_write_auto_values_cmd();
     return r;
+}
+
+void end_auto_passes(const settings_block& b, auto_alg_state& state) {
+    end_auto_requests(state);
+    b.set_flag(block::focus_running, false);
 }
 
 } // namespace auto_alg

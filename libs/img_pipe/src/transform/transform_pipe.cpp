@@ -83,6 +83,8 @@ void copy(const img_descriptor& to, const img_descriptor& from) {
 
 } // namespace
 
+bool changes_in_place(std::uint32_t format) { return in_place_row_of(format) != nullptr; }
+
 std::uint32_t optimization_mask(std::int64_t level) {
     switch (level) {
     case 1:

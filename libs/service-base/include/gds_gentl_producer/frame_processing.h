@@ -31,7 +31,7 @@ public:
     // A few reads of the block; while false a frame costs nothing more.
     [[nodiscard]] bool is_due() const {
         return settings.flag(settings_block::overlay) ||
-               (settings.flag(settings_block::master_enable) && function_is_on());
+               (settings.flag(settings_block::master_enable) && function_is_on()) || measuring || unsent;
     }
     // The buffer's fields are written and its memory is nobody else's. Results go to the service over the stream's
     // lease, without waiting for it. `stream` is what the overlay says of it, looked at while the overlay is on; what
@@ -48,6 +48,8 @@ private:
     img_pipe::transform_pipe pipe;
     auto_alg::auto_alg_state automatic;
     auto_alg::block_temperatures temperatures;
+    bool unsent = false;    // the service has yet to be asked for the last results
+    bool measuring = false; // a function was on with the last frame; the first frame without one ends what it began
 };
 
 } // namespace gds_producer

@@ -7,21 +7,24 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 namespace gds_producer {
 
 namespace {
 
-// A message without an answer, that finds its place in the queue or is dropped: the next result follows soon.
+// A message without an answer, that finds its place in the queue or is dropped: the next frame asks again then, because
+// no other result may follow.
 class auto_values_sender final : public auto_alg::IAutoValuesSender {
 public:
-    explicit auto_values_sender(const ipc_rpc::client_object_handle& lease) : channel(lease) {}
+    auto_values_sender(const ipc_rpc::client_object_handle& lease, bool& dropped) : channel(lease), unsent(dropped) {}
     void send_write_auto_values_cmd() override {
-        static_cast<void>(channel.invoke<ipc_rpc::catalogue::send_write_auto_values_cmd>());
+        unsent = !channel.invoke<ipc_rpc::catalogue::send_write_auto_values_cmd>();
     }
 
 private:
     const ipc_rpc::client_object_handle& channel;
+    bool& unsent;
 };
 
 } // namespace
@@ -48,15 +51,18 @@ bool frame_processing::function_is_on() const {
 void frame_processing::process_image(const GenTL::Producer::Buffer& buffer, uint64_t now_ns,
                                      const transform_options& options, const ipc_rpc::client_object_handle& lease,
                                      overlay_figures& stream) {
-    const img_pipe::img_descriptor image = image_in(buffer);
-    if (image.format == 0) return;
-    const img_pipe::profile_scope whole("gds_producer::process_image");
     const bool master = settings.flag(settings_block::master_enable);
     stream.automatic = master && auto_alg::auto_function_is_on(settings);
     stream.transformed = master && auto_alg::transform_is_on(settings);
-    if (stream.automatic) {
+    if (std::exchange(measuring, stream.automatic) && !stream.automatic) auto_alg::end_auto_passes(settings, automatic);
+    auto_values_sender sender{lease, unsent};
+    if (unsent) sender.send_write_auto_values_cmd();
+    const img_pipe::img_descriptor image = image_in(buffer);
+    if (image.format == 0) return;
+    const img_pipe::profile_scope whole("gds_producer::process_image");
+    // What is missing looks black and has sharp edges: such a frame would be overexposed for, or focussed on.
+    if (stream.automatic && buffer.fill_state == GenTL::Producer::FillState::complete) {
         const img_pipe::profile_scope step("auto_alg::auto_pass");
-        auto_values_sender sender{lease};
         // Every frame would be a pass if none had a time.
         const uint64_t time_ns = buffer.timestamp != 0 ? buffer.timestamp : now_ns;
         auto_alg::run_auto_pass(settings, automatic, image, buffer.frame_id, time_ns, sender,
