@@ -6,6 +6,7 @@
 #include <objects/address_assignment.h>
 #include <objects/device_object.h>
 #include <objects/interface_object.h>
+#include <support/eventually.h>
 
 #include <linux/capability.h>
 #include <sys/syscall.h>

@@ -4,6 +4,7 @@
 #include <gige/gvcp.h>
 #include <objects/device_object.h>
 #include <objects/interface_object.h>
+#include <support/eventually.h>
 
 #include <gtest/gtest.h>
 
