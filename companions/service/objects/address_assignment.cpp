@@ -101,7 +101,8 @@ const char* problem_with(const gige::network_interface& through, uint32_t addres
     return is_gateway ? "it is the gateway's address" : nullptr;
 }
 
-// Asks last whether anybody has opened it since the turn began: whoever does so from here on sees the turn.
+// Asks last whether anybody has opened it since the turn began: who opens it from here on sees the turn. A firmware
+// update does not; it is held off by the camera alone.
 std::error_code move(service_core& core, const discovery::found_interface& interface, uint64_t mac, uint32_t address,
                      uint32_t mask, uint32_t gateway, const std::stop_token& stop) {
     const auto before = find_camera(core, interface.network.name, mac);

@@ -448,7 +448,9 @@ TEST(AutoPass, EveryFormatIsMeasuredOrLeftAlone) {
                 const auto r = auto_pass(state, view, measuring());
                 const bool mosaic =
                     d.is_mono == 0 && d.is_yuv == 0 && id != fcc("BGR3") && id != fcc("BGR4") && id != fcc("RGB6");
-                const bool measured = size != 0 && !special && (!mosaic || (w > 1 && h > 1));
+                // The colours of its odd lines take more than its bytes.
+                const bool too_long = id == fcc("NV12") && w % 2 != 0 && h % 4 == 2;
+                const bool measured = size != 0 && !special && !too_long && (!mosaic || (w > 1 && h > 1));
                 // A packed line may end inside its last sample, and a group of chroma with it.
                 if (!measured) {
                     EXPECT_EQ(r.brightness, -1) << fcc_name(id) << w << 'x' << h;

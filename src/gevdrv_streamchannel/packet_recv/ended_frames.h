@@ -70,7 +70,8 @@ public:
     void start_over(uint64_t now) noexcept {
         for (entry& each : entries) {
             each.of_earlier_round = true;
-            if (each.asked.unanswered.holds(0)) each.old_leader_until = each.ended + longest_answer;
+            if (each.asked.leader || each.asked.unanswered.holds(0))
+                each.old_leader_until = each.ended + longest_answer;
         }
         started_over = now;
         newest_timestamp = first_timestamp = 0;
@@ -108,7 +109,7 @@ public:
         }
         if (leader_timestamp == nullptr) return verdict::late;
         if (takes_for_answer(known, *leader_timestamp, now)) return verdict::late;
-        if (!is_timed(*leader_timestamp) && may_be_next_answer(known, now)) return verdict::late;
+        if (*leader_timestamp == 0 && may_be_next_answer(known, now)) return verdict::late;
         if (begins_another(known.leader, elapsed(now, known.ended), *leader_timestamp, frame_time)) {
             return verdict::restart;
         }

@@ -357,4 +357,26 @@ TYPED_TEST(restart_test, a_jump_of_the_ids_counts_when_it_is_borne_out) {
     }
 }
 
+constexpr ended_frames::requests leader_alone{.leader = true, .unanswered = {}};
+
+TEST(ended_frames, a_round_whose_leaders_were_all_asked_for_holds_back_no_new_one) {
+    ended_frames ended;
+    ended.add(1, {}, 0, {.leader = true, .unanswered = {0, 0}});
+    ended.add(2, {}, 1000, {.leader = true, .unanswered = {0, 0}});
+    const uint64_t first = 100, next_round = 900;
+    EXPECT_EQ(ended.judge(1, &first, 5000, 1000), ended_frames::verdict::late);
+    EXPECT_EQ(ended.judge(1, &next_round, 50'000, 1000), ended_frames::verdict::restart);
+}
+
+TEST(ended_frames, a_second_answer_of_the_round_before_restarts_nothing) {
+    ended_frames ended;
+    const uint64_t first = 100, next_round = 500;
+    ended.leader_came(first);
+    ended.add(1, {true, first}, 0, leader_alone);
+    ended.start_over(10'000);
+    ended.leader_came(next_round);
+    ended.add(1, {true, next_round}, 12'000, {});
+    EXPECT_EQ(ended.judge(1, &first, 20'000, 1000), ended_frames::verdict::late);
+}
+
 } // namespace gev::streamchannel::impl

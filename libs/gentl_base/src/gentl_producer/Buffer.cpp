@@ -121,8 +121,9 @@ Error Buffer_with_trailing_chunk_data::parse_trailing_chunks() {
     auto pos = static_cast<ptrdiff_t>(size_filled);
     if (pos % 4 != 0) return {GC_ERR_NOT_AVAILABLE, "The buffer's chunk data looks misaligned"};
     if (base == nullptr) return {GC_ERR_NOT_AVAILABLE, "The buffer's pointer is invalid"};
-    // The last trailer did not come, and what stands at the buffer's end are bytes of an image.
-    if (data_size > size) return {GC_ERR_NOT_AVAILABLE, "The buffer's chunk data couldn't be parsed"};
+    // The last trailer was cut off or is missing, and what stands at the end are bytes of an image.
+    if (data_size > size_filled && (size_filled >= size || fill_state == FillState::incomplete))
+        return {GC_ERR_NOT_AVAILABLE, "The buffer's chunk data couldn't be parsed"};
     chunks.clear();
     while (pos > trailer_size) {
         uint32_t words[2];

@@ -90,8 +90,8 @@ Error DeviceImpl::GetPort(PORT_HANDLE* phRemoteDevice) {
     std::shared_ptr<IPort> port = remote_port.lock();
     if (!port) {
         port = create_remote_port_();
-        remote_port = port;
         if (port) handle_map().add(device_data.id + "_remotePortId", port, HandleKind::RemotePort);
+        remote_port = port;
     }
     *phRemoteDevice = as_handle(port.get());
     return success();
@@ -118,8 +118,14 @@ Error DeviceImpl::OpenDataStream(const char* sDataStreamID, DS_HANDLE* phDataStr
     if (open_streams.contains(stream_id)) return Error{GC_ERR_RESOURCE_IN_USE};
     auto created = create_data_stream_(stream_id);
     if (!created) return std::move(created.error());
-    *phDataStream = add_handle(stream_id, *created, HandleKind::DataStream);
-    open_streams.emplace(stream_id, std::move(*created));
+    const auto place = open_streams.try_emplace(stream_id).first;
+    try {
+        *phDataStream = add_handle(stream_id, *created, HandleKind::DataStream);
+    } catch (...) {
+        open_streams.erase(place);
+        throw;
+    }
+    place->second = std::move(*created);
     return success();
 }
 

@@ -34,7 +34,12 @@ event_ptr_base::event_ptr_base(EventSourceImpl& source, EVENT_TYPE type) : event
 EVENT_HANDLE event_ptr_base::register_event() {
     const std::unique_lock guard{lock};
     if (!is_unregistered()) return nullptr;
-    return add_handle("Event", make_event(), HandleKind::Event);
+    try {
+        return add_handle("Event", make_event(), HandleKind::Event);
+    } catch (...) {
+        static_cast<void>(release());
+        throw;
+    }
 }
 
 bool event_ptr_base::reset() {

@@ -46,6 +46,7 @@ public:
     }
 
     bool queue_items(std::span<func_caller* const> items) override {
+        if (is_foreign()) return false;
         {
             const std::lock_guard guard(lock);
             if (stopping || workers.empty()) return false;

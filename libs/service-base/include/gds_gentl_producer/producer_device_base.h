@@ -63,7 +63,7 @@ private:
     struct shared_block;
 
     void fetch_pending_messages();
-    [[nodiscard]] GenTL::Error set_user_id(std::string text);
+    [[nodiscard]] GenTL::Error set_user_id(const std::string& text);
     void add_producer_device_base_GenICam_props(GenTL::Producer::Util::GenApiInterfaceBuilder& builder);
     void add_store_commands(GenTL::Producer::Util::GenApiInterfaceBuilder& builder);
 

@@ -101,7 +101,7 @@ std::expected<std::string, Error> producer_device_base::query_user_defined_name_
     return std::move(*name);
 }
 
-Error producer_device_base::set_user_id(std::string text) {
+Error producer_device_base::set_user_id(const std::string& text) {
     if (service_info.user_id_capacity == 0) return Error{GC_ERR_NOT_IMPLEMENTED};
     const auto done = handle.invoke<catalogue::set_device_user_id>(text);
     return done ? success() : to_gentl_error(done.error(), "set_DeviceUserID");
@@ -134,7 +134,7 @@ void producer_device_base::build_register_map(Util::GenApiInterfaceBuilder& buil
 void producer_device_base::add_producer_device_base_GenICam_props(Util::GenApiInterfaceBuilder& builder) {
     builder.add_rw_string(
         "DeviceUserID", 256, [this] { return query_user_defined_name_(); },
-        [this](std::string text) { return set_user_id(std::move(text)); });
+        [this](const std::string& text) { return set_user_id(text); });
     builder.add_category("Root", {"DeviceUserID"});
 
     const auto number = [&](std::string_view name, std::atomic<int64_t>& value, const char* tool_tip) {

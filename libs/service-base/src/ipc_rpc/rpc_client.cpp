@@ -30,6 +30,7 @@ constexpr std::size_t executor_threads = 4;
 // that was suspended itself has then missed one.
 constexpr auto watch_interval = 1s;
 constexpr int silent_rounds = 5;
+constexpr auto telling_again = 10ms;
 
 struct init_data {
     std::string client_name;
@@ -109,7 +110,14 @@ private:
         if (!connection) return;
         connection->shutdown();
         // The calls that waited have ended: now whoever waits for something else is told.
-        if (!ended_here && data.on_notification) data.on_notification(connection_lost);
+        // No later number makes up for this one, so it is told when there is memory again. Devices are lost once.
+        while (!ended_here && data.on_notification) {
+            try {
+                return data.on_notification(connection_lost);
+            } catch (const std::bad_alloc&) {
+                std::this_thread::sleep_for(telling_again);
+            }
+        }
     }
 
     bool receive_tcp_packet(init_data& data, platform::named_pipe_channel& channel,
@@ -171,7 +179,7 @@ private:
         data.answer(connection);
     }
 
-    // Shared with nobody but this thread and the owner; an event, because a poll waits on it.
+    // Shared with this thread, the owner and the connection's receive thread; an event, because a poll waits on it.
     std::shared_ptr<platform::stop_event> stop;
     std::atomic<bool> ended_here{false}; // by the owner, not by the service
     std::thread thread;
