@@ -174,7 +174,7 @@ card_counters read_card(const std::string& interface) {
 }
 
 std::string user_name(uint32_t user) {
-    const passwd* known = getpwuid(user);
+    const passwd* known = getpwuid(user); // NOLINT(concurrency-mt-unsafe): asked by the main thread alone
     return known == nullptr ? fmt::format("{}", user) : std::string{known->pw_name};
 }
 

@@ -29,7 +29,7 @@ int become(char* const* arguments, pid_t parent, int output) {
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
-    execvp(arguments[0], arguments);
+    execvp(arguments[0], arguments); // NOLINT(concurrency-mt-unsafe): a child has one thread
     return errno;
 }
 
@@ -37,6 +37,7 @@ int become(char* const* arguments, pid_t parent, int output) {
 
 started_program start_program(const std::vector<std::string>& command) {
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
     started_program started;

@@ -29,12 +29,13 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string user_text(uid_t user) {
-    const passwd* known = getpwuid(user);
+    const passwd* known = getpwuid(user); // NOLINT(concurrency-mt-unsafe): asked by the main thread alone
     return known == nullptr ? fmt::format("user {}", user) : fmt::format("user '{}'", known->pw_name);
 }
 
 // For somebody whom the socket's mode keeps out.
 std::string way_in(const struct stat& socket) {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): asked by the main thread alone
     const group* const members = (socket.st_mode & S_IWGRP) != 0 ? getgrgid(socket.st_gid) : nullptr;
     if (members == nullptr) return "Run as that user, or start the service with --group and join that group.";
     if (membership_in(members->gr_name) == membership::with_next_login)

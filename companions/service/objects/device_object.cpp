@@ -51,7 +51,7 @@ std::expected<std::shared_ptr<device_object>, std::error_code>
 device_object::open(const std::shared_ptr<service_core>& core, std::shared_ptr<client_session> session,
                     const gvcp_master::device_record& record, const std::string& interface_name,
                     ipc_rpc::open_access access, const std::stop_token& stop) {
-    const std::shared_ptr<device_object> device{new device_object{core, std::move(session), record}};
+    std::shared_ptr<device_object> device{new device_object{core, std::move(session), record}};
     if (const std::error_code error = device->init(access, stop)) return std::unexpected(error);
     core->watch_end_of(interface_name, device);
     return device;

@@ -24,6 +24,7 @@ std::string device_id_of(const gvcp_master::device_record& record) {
 
 std::vector<std::string> device_ids(const std::vector<gvcp_master::discovery::found_device>& devices) {
     std::vector<std::string> ids;
+    ids.reserve(devices.size());
     for (const auto& record : devices) ids.push_back(device_id_of(record));
     // Makers' serial numbers are not always unique, and a simulated camera's MAC may not be either.
     std::vector<std::string> unique = ids;

@@ -70,6 +70,7 @@ void on_bus_error(int, siginfo_t* info, void*) {
         const std::uintptr_t size = (place - begin) * least_page;
         if (at < begin || at - begin >= size) continue;
         entry.broken = true;
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): a place, as the fault gave it
         void* replaced = mmap(reinterpret_cast<void*>(begin), size, PROT_READ | PROT_WRITE,
                               MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
         if (replaced != MAP_FAILED) return;

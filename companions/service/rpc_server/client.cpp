@@ -50,7 +50,7 @@ std::optional<std::string> unannounced::announced_name() {
     return std::string{announce->client_name, strnlen(announce->client_name, announce_name_size)};
 }
 
-client::client(unannounced from, std::string announced, object_function_table_root table,
+client::client(unannounced from, const std::string& announced, object_function_table_root table,
                std::shared_ptr<byte_budget> user_bytes, const std::shared_ptr<gds_helper::log::line_budget>& user_lines,
                platform::stop_event& when_ended)
     : channel(std::move(from.channel)),

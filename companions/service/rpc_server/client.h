@@ -41,7 +41,7 @@ private:
 class client final {
 public:
     // `ended` is set once the client has gone. Throws what there is no memory or thread for.
-    client(unannounced from, std::string announced, ipc_rpc::object_function_table_root table,
+    client(unannounced from, const std::string& announced, ipc_rpc::object_function_table_root table,
            std::shared_ptr<ipc_rpc::byte_budget> user_bytes,
            const std::shared_ptr<gds_helper::log::line_budget>& user_lines, ipc_rpc::platform::stop_event& ended);
     ~client();

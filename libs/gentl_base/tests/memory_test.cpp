@@ -50,10 +50,6 @@ TEST(Memory, ItsLackKeepsNoModulesPlace) {
     open_at_each_place(
         "DevOpenDataStream ", [&] { return DevOpenDataStream(device, "Stream0", &stream); },
         [&] { return DSClose(stream); });
-    EVENT_HANDLE event = nullptr;
-    open_at_each_place(
-        "GCRegisterEvent ", [&] { return GCRegisterEvent(stream, EVENT_NEW_BUFFER, &event); },
-        [&] { return GCUnregisterEvent(stream, EVENT_NEW_BUFFER); });
     EXPECT_EQ(GCCloseLib(), GC_ERR_SUCCESS);
 }
 
