@@ -211,8 +211,10 @@ struct machine {
 template <class Fetch, operation what, compiled_formula_data::operands from>
 tValue step(machine<Fetch>& run, const compiled_formula_data::token& at, tValue topmost) {
     using enum compiled_formula_data::operands;
+    // NOLINTBEGIN(misc-const-correctness): which of the two changes depends on where the operands come from
     tValue left = topmost;
     tValue right = topmost;
+    // NOLINTEND(misc-const-correctness)
     if constexpr (from == top_two) left = *--run.below;
     if constexpr (from >= constant) run.push(topmost);
     if constexpr (from == variable_constant || from == variable_variable) {

@@ -305,7 +305,8 @@ HWY_ATTR void put_some_cells(const mosaic_lines<T>& in, std::int32_t k, std::int
     constexpr std::int32_t cell = cell_bytes<way, T>;
     alignas(64) std::uint8_t part[cell * lane_count<T>];
     put_cells<way, T>(colours_at<c_first, red>(in, k), part);
-    std::memcpy(to + cell * begin, part + cell * (begin - k), static_cast<std::size_t>(cell * (end - begin)));
+    std::memcpy(to + cell * begin, part + cell * (begin - k),
+                static_cast<std::size_t>(cell) * static_cast<std::size_t>(end - begin));
 }
 
 template <bool c_first, bool red, class T>

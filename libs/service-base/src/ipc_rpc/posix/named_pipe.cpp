@@ -270,6 +270,7 @@ std::vector<bool> wait_readable(std::span<const std::intptr_t> handles, std::opt
     for (const std::intptr_t handle : handles) entries.push_back({static_cast<int>(handle), POLLIN, 0});
     poll(entries.data(), entries.size(), time ? static_cast<int>(std::max(time->count(), milliseconds::rep{0})) : -1);
     std::vector<bool> ready;
+    ready.reserve(entries.size());
     for (const pollfd& entry : entries) ready.push_back(entry.revents != 0);
     return ready;
 }
