@@ -29,7 +29,7 @@ std::optional<fs::path> file_of_unit() {
 
 // By the accounts of the system, for this process's user.
 std::vector<gid_t> groups_at_next_login() {
-    const passwd* const user = getpwuid(geteuid());
+    const passwd* const user = getpwuid(geteuid()); // NOLINT(concurrency-mt-unsafe): asked by the main thread alone
     if (user == nullptr) return {};
     int count = 64;
     std::vector<gid_t> groups(static_cast<size_t>(count));
@@ -56,7 +56,8 @@ std::string group_of_unit() {
 }
 
 membership membership_in(const std::string& group) {
-    const struct group* const known = getgrnam(group.c_str());
+    const struct group* const known =
+        getgrnam(group.c_str()); // NOLINT(concurrency-mt-unsafe): asked by the main thread alone
     if (known == nullptr) return membership::no_such_group;
     const gid_t wanted = known->gr_gid;
     std::vector<gid_t> own(static_cast<size_t>(std::max(getgroups(0, nullptr), 0)));

@@ -19,12 +19,12 @@ int process_id() noexcept { return getpid(); }
 bool is_root() noexcept { return geteuid() == 0; }
 
 std::string user_name() {
-    const passwd* user = getpwuid(geteuid());
+    const passwd* user = getpwuid(geteuid()); // NOLINT(concurrency-mt-unsafe): asked by the main thread alone
     return user == nullptr ? "" : user->pw_name;
 }
 
 std::string user_home() {
-    const passwd* user = getpwuid(geteuid());
+    const passwd* user = getpwuid(geteuid()); // NOLINT(concurrency-mt-unsafe): asked by the main thread alone
     return user == nullptr ? "" : user->pw_dir;
 }
 

@@ -242,7 +242,8 @@ void camera_nodes::find_nodes() {
     rate = find_number(rate_names);
 
     ratio_selector = document->find<IEnumeration>("BalanceRatioSelector");
-    if (ratio_selector != nullptr) ratio = find_number(ratio_names);
+    if (ratio_selector == nullptr) return;
+    ratio = find_number(ratio_names);
     if (ratio.integer != nullptr && !scale_raw_ratio()) ratio = {};
 }
 
