@@ -28,8 +28,8 @@ int become(char* const* arguments, pid_t parent, int output) {
     if (nothing > STDERR_FILENO) close(nothing);
     sigset_t none;
     sigemptyset(&none);
-    sigprocmask(SIG_SETMASK, &none, nullptr);
-    execvp(arguments[0], arguments); // NOLINT(concurrency-mt-unsafe): a child has one thread
+    sigprocmask(SIG_SETMASK, &none, nullptr); // NOLINT(concurrency-mt-unsafe): a child has one thread
+    execvp(arguments[0], arguments);
     return errno;
 }
 
