@@ -79,16 +79,20 @@ struct row {
     bool at_write;
 };
 
+void start_exposure(camera_settings& settings, auto_value_writer& writer) {
+    settings.reset();
+    writer.read_camera();
+    settings.block().set_flag(block_t::master_enable, true);
+    settings.block().set_flag(block_t::auto_exposure, true);
+    writer.start();
+}
+
 class AutoValueWriter : public testing::TestWithParam<row> {
 protected:
     AutoValueWriter() {
         camera.error = GetParam().error;
         camera.at_write = GetParam().at_write;
-        settings->reset();
-        writer.read_camera();
-        block().set_flag(block_t::master_enable, true);
-        block().set_flag(block_t::auto_exposure, true);
-        writer.start();
+        start_exposure(*settings, writer);
     }
     [[nodiscard]] gds_producer::settings_block block() const { return settings->block(); }
     void result(float value) {
@@ -204,13 +208,7 @@ private:
 // What a function that is over has left behind, when another one brings results.
 class FinishedFunctions : public testing::Test {
 protected:
-    FinishedFunctions() {
-        settings->reset();
-        writer.read_camera();
-        block().set_flag(block_t::master_enable, true);
-        block().set_flag(block_t::auto_exposure, true);
-        writer.start();
-    }
+    FinishedFunctions() { start_exposure(*settings, writer); }
     [[nodiscard]] gds_producer::settings_block block() const { return settings->block(); }
     void exposure_result(float value) {
         block().store(block_t::result_exposure, value);
