@@ -59,20 +59,30 @@ clock::time_point control_channel::last_answer() const noexcept {
 control_channel::turn::turn(control_channel& wanted, milliseconds timeout)
     : channel{wanted}, began{clock::now()}, time{std::min(timeout, longest_timeout)}, yields{false} {
     std::unique_lock lock{channel.mutex};
-    const auto is_free = [this] { return !channel.taken && !channel.heartbeat_waits; };
-    if (!is_free()) {
-        ++channel.callers;
+    const auto is_mine = [this] {
+        const bool is_next = channel.first_caller == nullptr || channel.first_caller == this;
+        return is_next && !channel.taken && !channel.heartbeat_waits;
+    };
+    if (!is_mine()) {
+        turn** end = &channel.first_caller;
+        while (*end != nullptr) end = &(*end)->behind;
+        *end = this;
         channel.called.wake();
         const auto at_most = began + std::max(time, channel.times.pending);
         auto until = began + time;
-        while (!channel.changed.wait_until(lock, until, is_free)) {
+        while (!channel.changed.wait_until(lock, until, is_mine)) {
             // A camera that asked for patience is waited for; else nobody could do anything meanwhile.
             const auto now = clock::now();
             if (channel.last_answer() <= now || now >= at_most) break;
             until = std::min(channel.last_answer() + channel.times.attempt, at_most);
         }
-        if (--channel.callers == 0) channel.called.drain();
-        if (!is_free()) return;
+        had = is_mine();
+        // Who leaves without it leaves it taken, or the heartbeat next to it: the one behind is woken when that is over.
+        turn** place = &channel.first_caller;
+        while (*place != this) place = &(*place)->behind;
+        *place = behind;
+        if (channel.first_caller == nullptr) channel.called.drain();
+        if (!had) return;
         if (until != began + time) began = clock::now();
     }
     had = channel.taken = true;

@@ -31,6 +31,7 @@ public:
     open(gige::endpoint device, gige::endpoint local, timing chosen);
 
     // Cameras take one request at a time. A turn is the right to make one, or several that nobody else's come between.
+    // Callers have theirs in the order in which they came.
     class turn final {
     public:
         // Waits no longer than `timeout`, which the requests made in it share; what a camera asked another's request to
@@ -60,6 +61,7 @@ public:
         const milliseconds time;
         const bool yields;
         bool had = false;
+        turn* behind = nullptr; // the caller who came next, while this one waits
     };
 
     // Requests end with std::errc::operation_canceled, the one under way and all later ones, until they may go on.
@@ -98,7 +100,7 @@ private:
     std::condition_variable changed;
     bool taken = false;
     bool heartbeat_waits = false;
-    unsigned callers = 0; // that wait
+    turn* first_caller = nullptr; // of those that wait
 };
 
 } // namespace gvcp_master

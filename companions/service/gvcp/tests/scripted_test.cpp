@@ -205,6 +205,31 @@ TEST(scripted_camera, callers_keep_their_time_whatever_the_heartbeat_waits_for) 
     EXPECT_FALSE(device->is_lost());
 }
 
+// Who asks again at once would be quicker than one that has to wake up first.
+TEST(scripted_camera, callers_take_turns_in_the_order_in_which_they_came) {
+    const camera mute{own_address(1),
+                      [](camera&, const camera::request& got) { return got.is(command::read_reg, plain); }};
+    const auto channel = control_channel::open({own_address(1), gige::gvcp::port}, {own_address(250), 0}, {});
+    ASSERT_TRUE(channel);
+    using turn = control_channel::turn;
+    constexpr std::chrono::seconds patience{30};
+    for (int i = 0; i < 10; ++i) {
+        std::atomic<int> place = 0;
+        std::optional<turn> mine{std::in_place, **channel, patience, turn::gives_way};
+        auto other = std::async(std::launch::async, [&] {
+            const turn theirs{**channel, patience};
+            return theirs ? ++place : 0;
+        });
+        EXPECT_EQ(mine->read_register(plain).error(), std::errc::resource_unavailable_try_again) << "it waits";
+        mine.reset();
+        mine.emplace(**channel, patience);
+        EXPECT_TRUE(*mine);
+        EXPECT_EQ(++place, 2) << i;
+        mine.reset();
+        EXPECT_EQ(other.get(), 1) << i;
+    }
+}
+
 TEST(scripted_camera, what_a_caller_is_answered_is_a_heartbeat) {
     using clock = std::chrono::steady_clock;
     constexpr auto interval = milliseconds{200};
