@@ -1,4 +1,4 @@
-#include "../../libs/service-base/tests/rpc/hostile_packets.h"
+#include <support/hostile_packets.h>
 
 #include <cstddef>
 #include <cstdint>

@@ -13,12 +13,13 @@
 
 namespace test_support {
 
-// From info level on, a message a line; any thread may log and ask.
+// From a level on, a message a line; any thread may log and ask.
 class log_capture {
 public:
-    explicit log_capture(spdlog::logger& of) : logger(of), before(of.level()) {
+    explicit log_capture(spdlog::logger& of, spdlog::level::level_enum from = spdlog::level::info)
+        : logger(of), before(of.level()) {
         logger.sinks().push_back(sink);
-        logger.set_level(spdlog::level::info);
+        logger.set_level(from);
     }
     ~log_capture() {
         logger.set_level(before);

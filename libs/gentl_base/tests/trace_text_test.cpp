@@ -4,12 +4,11 @@
 #include "fake_modules.h"
 
 #include <spdlog/logger.h>
-#include <spdlog/sinks/base_sink.h>
+#include <support/log_capture.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <mutex>
 
 using namespace GenTL;
 using namespace GenTL::Producer;
@@ -46,25 +45,9 @@ TEST(TraceText, Arguments) {
     for (const auto& [found, wanted] : rows) EXPECT_EQ(found, wanted);
 }
 
-namespace {
-
-class memory_sink final : public spdlog::sinks::base_sink<std::mutex> {
-public:
-    std::vector<std::string> lines;
-
-protected:
-    void sink_it_(const spdlog::details::log_msg& message) override {
-        lines.emplace_back(message.payload.data(), message.payload.size());
-    }
-    void flush_() override {}
-};
-
-} // namespace
-
 TEST(TraceText, CallsLeaveALineAtBothEnds) {
-    const auto sink = std::make_shared<memory_sink>();
-    const auto logger = std::make_shared<spdlog::logger>("trace", sink);
-    logger->set_level(spdlog::level::trace);
+    const auto logger = std::make_shared<spdlog::logger>("trace");
+    const test_support::log_capture log{*logger, spdlog::level::trace};
     install_system_factory(&fake::installed_factory(), nullptr, logger);
     set_trace_mask(trace_calls);
     GCInitLib();
@@ -77,9 +60,7 @@ TEST(TraceText, CallsLeaveALineAtBothEnds) {
     set_trace_mask(0);
     install_system_factory(&fake::installed_factory(), nullptr, nullptr);
 
-    const auto has = [&](const std::string& wanted) {
-        return std::ranges::find(sink->lines, wanted) != sink->lines.end();
-    };
+    const auto has = [&](const std::string& wanted) { return std::ranges::count(log.holding(wanted), wanted) != 0; };
     EXPECT_TRUE(has(">> GenTL::GCInitLib(  );"));
     EXPECT_TRUE(has("<< GenTL::GCInitLib(  ) SUCCEEDED"));
     EXPECT_TRUE(has("<< GenTL::TLGetNumInterfaces( *piNumIfaces = 1 ) SUCCEEDED"));

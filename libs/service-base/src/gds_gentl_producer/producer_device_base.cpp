@@ -3,7 +3,7 @@
 #include <gds_gentl_producer/file_dialog.h>
 #include <gds_gentl_producer/producer_device_base.h>
 #include <img_pipe/transform_params.h>
-#include <ipc_rpc/platform.h>
+#include <platform.h>
 
 #include <spdlog/logger.h>
 

@@ -1,5 +1,5 @@
 // Caller and callee by themselves: the packets that they write, and what they make of packets that arrive.
-#include "hostile_packets.h"
+#include <support/hostile_packets.h>
 
 #include <gtest/gtest.h>
 

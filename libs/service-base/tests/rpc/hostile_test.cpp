@@ -1,5 +1,5 @@
 // Seeded near misses of packets; what reads or writes outside a packet is seen by the sanitizers.
-#include "hostile_packets.h"
+#include <support/hostile_packets.h>
 
 #include <gtest/gtest.h>
 
