@@ -64,20 +64,24 @@ TEST(CommandLine, EveryAnswerFollowsTheSchema) {
     EXPECT_FALSE(follow_the_schema("", reasons)) << "nothing was compared";
 }
 
-// Categories that all list each other, selectors without limits and at the end of all numbers, and a chunk's port whose
-// id cannot be read while the ports are bound.
+// Categories that all list each other, selectors without limits, at the end of all numbers and behind one another, and
+// a chunk's port whose id cannot be read while the ports are bound.
 TEST(CommandLine, ADocumentMadeToHurtIsShownAndSaved) {
     test_system own;
     const std::string file = own.folder() / "hostile.xml";
     constexpr int categories = 30;
     std::string text = "<RegisterDescription><Category Name='Root'><pFeature>C0</pFeature><pFeature>Gain</pFeature>"
-                       "<pFeature>Top</pFeature></Category>";
+                       "<pFeature>Top</pFeature><pFeature>Wide</pFeature></Category>";
     for (int i = 0; i < categories; ++i) {
         text += "<Category Name='C" + std::to_string(i) + "'>";
         for (int other = 0; other < categories; ++other) text += "<pFeature>C" + std::to_string(other) + "</pFeature>";
         text += "<pFeature>Gain</pFeature></Category>";
     }
+    constexpr int switches = 40; // of two places each
+    for (int i = 0; i < switches; ++i)
+        text += "<Boolean Name='S" + std::to_string(i) + "'><Value>0</Value><pSelected>Wide</pSelected></Boolean>";
     std::ofstream{file} << text << R"(
+<Integer Name="Wide"><Value>3</Value></Integer>
 <Integer Name="Any"><Value>0</Value><pSelected>Gain</pSelected></Integer>
 <Integer Name="Gain"><Value>5</Value></Integer>
 <Integer Name="Last"><Value>9223372036854775805</Value><Min>9223372036854775805</Min><Max>9223372036854775807</Max>
@@ -96,8 +100,10 @@ TEST(CommandLine, ADocumentMadeToHurtIsShownAndSaved) {
     const answer saved = run(own, "orv-gentl save " + (own.folder() / "saved").string());
     EXPECT_EQ(saved.exit_code, 0) << saved.errors;
     EXPECT_THAT(saved.errors, HasSubstr("Gain: Any has too many choices"));
+    EXPECT_THAT(saved.errors, HasSubstr("Left out: Wide: its selectors have more than 65536 choices together\n"));
     const std::string settings = read_file(own.folder() / "saved");
     EXPECT_THAT(settings, HasSubstr("Top[Last=9223372036854775805]=7\nTop[Last=9223372036854775807]=7\n"));
+    EXPECT_THAT(settings, Not(HasSubstr("Wide")));
     const answer chunk = run(own, "orv-gentl get InChunk");
     EXPECT_NE(chunk.exit_code, 0) << chunk.output;
     EXPECT_THAT(chunk.errors, HasSubstr("not bound"));

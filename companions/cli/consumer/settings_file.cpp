@@ -67,23 +67,28 @@ std::vector<std::string> choices_of(INode& selector) {
     return numbers;
 }
 
-// The feature's values over all choices of its selectors from `at` on; those before it are set.
-void walk(INode& node, std::span<INode* const> selectors, size_t at, setting& so_far, std::vector<setting>& all,
-          std::vector<std::string>& left_out) {
+// Of all selectors of a feature together: a minute, at a millisecond for each write to the camera.
+constexpr size_t most_choices = 65536;
+
+// The feature's values over all choices of its selectors from `at` on; those before it are set. False, at once, when
+// there are more than `most` of them.
+[[nodiscard]] bool walk(INode& node, std::span<INode* const> selectors, size_t at, size_t most, setting& so_far,
+                        std::vector<setting>& all, std::vector<std::string>& left_out) {
     if (at == selectors.size()) {
-        if (!is_writable(node)) return; // not with these choices
+        if (!is_writable(node)) return true; // not with these choices
         std::string error;
         so_far.value = value_text(node, error);
         if (error.empty())
             all.push_back(so_far);
         else
             left_out.push_back(fmt::format("{}: {}", so_far.left_side(), error));
-        return;
+        return true;
     }
     INode& selector = *selectors[at];
     if (!is_writable(selector)) // it stays where it is
-        return walk(node, selectors, at + 1, so_far, all, left_out);
+        return walk(node, selectors, at + 1, most, so_far, all, left_out);
     const auto choices = choices_of(selector);
+    if (choices.size() > most) return false;
     if (choices.empty())
         left_out.push_back(fmt::format("{}: {} has too many choices", node.get_name(), selector.get_name()));
     for (const std::string& choice : choices) {
@@ -94,9 +99,10 @@ void walk(INode& node, std::span<INode* const> selectors, size_t at, setting& so
             continue; // not beside the choices of the other selectors
         }
         so_far.selectors.emplace_back(selector.get_name(), choice);
-        walk(node, selectors, at + 1, so_far, all, left_out);
+        if (!walk(node, selectors, at + 1, most / choices.size(), so_far, all, left_out)) return false;
         so_far.selectors.pop_back();
     }
+    return true;
 }
 
 // What belongs to the connection and to the camera's place on the network, and must not come from a file.
@@ -156,7 +162,12 @@ std::vector<setting> collect_settings(const node_map& nodes, std::vector<std::st
         for (const INode* selector : selectors) kept.remember(std::string{selector->get_name()});
         setting empty;
         empty.name = node->get_name();
-        walk(*node, selectors, 0, empty, all, left_out);
+        const size_t others = all.size(), others_left_out = left_out.size();
+        if (walk(*node, selectors, 0, most_choices, empty, all, left_out)) continue;
+        all.resize(others); // all or nothing
+        left_out.resize(others_left_out);
+        left_out.push_back(
+            fmt::format("{}: its selectors have more than {} choices together", empty.name, most_choices));
     }
     return all;
 }

@@ -11,7 +11,8 @@ namespace cli {
 
 // Every feature that the document marks as part of the settings (in one that marks none: every feature but those of the
 // link) and that can be written and read now. Selectors are
-// walked over all that they can be and put back; they are no settings themselves. `left_out` tells what is missing.
+// walked over all that they can be and put back; they are no settings themselves. `left_out` tells what is missing, and
+// why: also a feature whose selectors have too many choices together.
 [[nodiscard]] std::vector<setting> collect_settings(const node_map& nodes, std::vector<std::string>& left_out);
 
 [[nodiscard]] std::string settings_text(const std::vector<setting>& settings, const std::vector<std::string>& comments);
