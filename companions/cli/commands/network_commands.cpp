@@ -58,6 +58,8 @@ std::string advice(const call_failed& failure) {
     switch (failure.code) {
     case GenTL::GC_ERR_ACCESS_DENIED:
         return "; somebody controls the camera: close it there first.";
+    case GenTL::GC_ERR_BUSY:
+        return "; somebody is opening the camera, or its firmware is being updated: try again when that is over.";
     case GenTL::GC_ERR_RESOURCE_IN_USE:
         return "; 'orv-gentl ip temporary' finds an address that nobody has.";
     case GenTL::GC_ERR_NOT_AVAILABLE:

@@ -89,6 +89,15 @@ bool is_controlled(service_core& core, uint64_t mac, const std::optional<discove
     return privilege.error() == make_error_code(gigecam_errc::access_denied) || camera->controlled;
 }
 
+// Why it is left where it is; no error when it is not. A stay is asked about first: who opened the camera is its holder
+// before that ends.
+std::error_code refusal(service_core& core, uint64_t mac, const std::optional<discovery::found_device>& camera,
+                        const std::stop_token& stop) {
+    if (core.addresses().has_to_stay(mac)) return make_error_code(gigecam_errc::busy);
+    if (is_controlled(core, mac, camera, stop)) return make_error_code(gigecam_errc::access_denied);
+    return {};
+}
+
 // Null when a camera on this interface may have the address.
 const char* problem_with(const gige::network_interface& through, uint32_t address, uint32_t mask, uint32_t gateway) {
     if (const char* problem = gige::host_address_problem(address, mask)) return problem;
@@ -101,12 +110,11 @@ const char* problem_with(const gige::network_interface& through, uint32_t addres
     return is_gateway ? "it is the gateway's address" : nullptr;
 }
 
-// Asks last whether anybody has opened it since the turn began: who opens it from here on sees the turn. A firmware
-// update does not; it is held off by the camera alone.
+// Asks last whether another host has opened it since the turn began; nobody of this service has.
 std::error_code move(service_core& core, const discovery::found_interface& interface, uint64_t mac, uint32_t address,
                      uint32_t mask, uint32_t gateway, const std::stop_token& stop) {
     const auto before = find_camera(core, interface.network.name, mac);
-    if (is_controlled(core, mac, before, stop)) return make_error_code(gigecam_errc::access_denied);
+    if (const auto error = refusal(core, mac, before, stop)) return error;
     if (before) core.discovery().may_move(before->address, address);
     main_logger().info("Camera {:012X} on {} is told to take {}.", mac, interface.network.name,
                        gige::to_string(address));
@@ -177,7 +185,7 @@ std::error_code force_address(service_core& core, const std::string& interface_n
     const auto interface = find_interface(core, interface_name);
     if (!interface) return std::make_error_code(std::errc::no_such_device);
     const auto camera = find_camera(core, interface_name, mac);
-    if (is_controlled(core, mac, camera, stop)) return make_error_code(gigecam_errc::access_denied);
+    if (const auto error = refusal(core, mac, camera, stop)) return error;
     if (address == 0) return move(core, *interface, mac, address, mask, gateway, stop);
 
     if (const char* problem = problem_with(interface->network, address, mask, gateway)) {
@@ -218,7 +226,7 @@ std::error_code run_address_function(service_core& core, const std::string& inte
                             : *function == wanted::dhcp     ? bits::ip_dhcp
                                                             : 0;
     if ((camera.ip_config_supported & needed) != needed) return make_error_code(gigecam_errc::not_implemented);
-    if (is_controlled(core, camera.mac, camera, stop)) return make_error_code(gigecam_errc::access_denied);
+    if (const auto error = refusal(core, camera.mac, camera, stop)) return error;
 
     gvcp_master::camera_address place{camera.address, camera.mask, camera.gateway, camera.local_address};
     if (*function != wanted::dhcp || !camera.is_reachable()) {

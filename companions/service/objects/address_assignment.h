@@ -10,7 +10,8 @@
 namespace service {
 
 // Both end with std::errc::operation_canceled soon after `stop` was requested, and touch no camera that anybody has
-// control of: gigecam_errc::access_denied. Requests for one camera are done one after the other.
+// control of, gigecam_errc::access_denied, or that a client of the service is opening or has it update, busy. Requests
+// for one camera are done one after the other.
 
 // By ForceIP, until the camera's next start. Refused with std::errc::invalid_argument when the address is no host's or
 // the gateway's, with address_in_use when somebody on the interface's network, this host or another camera has it. Done

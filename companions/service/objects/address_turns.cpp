@@ -36,9 +36,22 @@ std::vector<uint32_t> address_turns::turn::taken_by_others() const {
     return addresses;
 }
 
-bool address_turns::is_under_way(uint64_t mac) {
+address_turns::stay::stay(address_turns& all, uint64_t mac) : turns{all}, camera{mac} {
+    const std::lock_guard guard{turns.mutex};
+    if (turns.under_way.contains(mac)) return;
+    turns.staying.insert(mac);
+    had = true;
+}
+
+address_turns::stay::~stay() {
+    if (!had) return;
+    const std::lock_guard guard{turns.mutex};
+    turns.staying.erase(turns.staying.find(camera));
+}
+
+bool address_turns::has_to_stay(uint64_t mac) {
     const std::lock_guard guard{mutex};
-    return under_way.contains(mac);
+    return staying.contains(mac);
 }
 
 } // namespace service

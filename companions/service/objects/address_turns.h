@@ -1,10 +1,12 @@
-// Who is being given an address: one request at a time for a camera, and no address for two.
+// Who is being given an address: one request at a time for a camera, no address for two, and none to one that is used
+// where it is.
 #pragma once
 
 #include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <set>
 #include <stop_token>
 #include <vector>
 
@@ -32,13 +34,28 @@ public:
         const uint64_t camera;
         bool had = false;
     };
-    // Whether the camera is being given one, and is not to be opened.
-    [[nodiscard]] bool is_under_way(uint64_t mac);
+    // Is had while the camera is being used where it is, which whoever has a turn asks about before it moves the
+    // camera: of a turn and a stay that begin at the same moment one succeeds.
+    class stay final {
+    public:
+        stay(address_turns& all, uint64_t mac);
+        ~stay();
+        stay(const stay&) = delete;
+        stay& operator=(const stay&) = delete;
+        [[nodiscard]] explicit operator bool() const noexcept { return had; } // false: it is being given an address
+
+    private:
+        address_turns& turns;
+        const uint64_t camera;
+        bool had = false;
+    };
+    [[nodiscard]] bool has_to_stay(uint64_t mac);
 
 private:
     std::mutex mutex; // guards what follows
     std::condition_variable_any changed;
     std::map<uint64_t, uint32_t> under_way; // by MAC: the address, 0 before one is chosen
+    std::multiset<uint64_t> staying;        // by MAC
 };
 
 } // namespace service

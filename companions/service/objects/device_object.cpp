@@ -64,8 +64,9 @@ std::error_code device_object::init(ipc_rpc::open_access access, const std::stop
     if (!seat || !lost_number || !events) return make_error_code(ipc_rpc::status::resource_exhausted);
 
     const bool reads_only = access == ipc_rpc::open_access::read_only;
-    const auto is_being_moved = [&] { return !reads_only && core->addresses().is_under_way(record.mac); };
-    if (is_being_moved()) return make_error_code(gigecam_errc::busy);
+    // Until whoever is about to move the camera can see that we hold it.
+    std::optional<address_turns::stay> stay;
+    if (!reads_only && !stay.emplace(core->addresses(), record.mac)) return make_error_code(gigecam_errc::busy);
     gvcp_master::device_control::options chosen;
     chosen.device = {record.address, gige::gvcp::port};
     chosen.local_address = record.local_address;
@@ -91,10 +92,8 @@ std::error_code device_object::init(ipc_rpc::open_access access, const std::stop
         core->add_holder(record.mac, session.get());
         holds = true;
         if (camera->is_lost()) let_go(); // before we held it
-        core->ports().note(record.mac, camera->local().port);
+        core->ports().note(record.mac, camera->local().port, this);
     }
-    // Asked again, now that whoever is about to move the camera would see us.
-    if (is_being_moved()) return make_error_code(gigecam_errc::busy);
 
     std::error_code no_memory;
     settings = core->camera_settings().get(record.mac, core->settings().group, session->owner(), no_memory);
@@ -137,7 +136,7 @@ device_object::~device_object() {
     }
     const bool gave_back = holds && !camera->is_lost();
     camera.reset(); // gives control back, before anybody is told so
-    if (gave_back) core->ports().forget(record.mac);
+    if (gave_back) core->ports().forget(record.mac, this);
     let_go();
 }
 

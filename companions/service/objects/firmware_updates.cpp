@@ -38,8 +38,9 @@ std::optional<discovery::found_device> find_camera(const discovery& finder, uint
 
 } // namespace
 
-firmware_updates::firmware_updates(discovery& cameras, std::stop_token stopping, state_function told_states)
-    : finder(cameras), stop(std::move(stopping)), told(std::move(told_states)) {}
+firmware_updates::firmware_updates(discovery& cameras, address_turns& given, std::stop_token stopping,
+                                   state_function told_states)
+    : finder(cameras), addresses(given), stop(std::move(stopping)), told(std::move(told_states)) {}
 
 firmware_updates::~firmware_updates() {
     // Nobody starts one any more.
@@ -77,6 +78,7 @@ void firmware_updates::end(uint64_t mac, std::string_view text) noexcept {
         {
             const std::lock_guard guard{mutex};
             auto& mine = updates[mac];
+            mine.stay.reset();
             mine.running = false; // the thread takes the lock no more
             mine.state = no_memory;
             mine.state = text;
@@ -129,6 +131,11 @@ std::error_code firmware_updates::start_held(const discovery::found_device& came
         end(camera.mac, "Refused: " + text);
         return error;
     };
+    const auto may_stay = [&] {
+        const std::lock_guard guard{mutex};
+        return static_cast<bool>(updates[camera.mac].stay.emplace(addresses, camera.mac));
+    };
+    if (!may_stay()) return refuse("the camera is being given an address", make_error_code(gigecam_errc::busy));
     if (!camera.is_reachable())
         return refuse("the camera cannot be reached", std::make_error_code(std::errc::host_unreachable));
     auto package = gvcp_master::read_firmware_package(bytes);

@@ -1,6 +1,8 @@
 // Firmware updates under way: they belong to the service, and outlive the client that asked for one.
 #pragma once
 
+#include "address_turns.h"
+
 #include "../gvcp/discovery.h"
 #include "../gvcp/firmware_upload.h"
 
@@ -21,18 +23,21 @@ namespace service {
 // Thread-safe. Nobody is told with the mutex held.
 class firmware_updates final {
 public:
-    // `told` is called on an update's thread with each state of a camera. Discovery must outlive the object.
+    // `told` is called on an update's thread with each state of a camera. Discovery and addresses must outlive the
+    // object.
     using state_function = std::function<void(const std::string& interface_name, uint64_t mac, const std::string&)>;
-    firmware_updates(gvcp_master::discovery& finder, std::stop_token stop, state_function told);
+    firmware_updates(gvcp_master::discovery& finder, address_turns& addresses, std::stop_token stop,
+                     state_function told);
     ~firmware_updates(); // waits for the updates; they end soon after a stop was requested
 
     static constexpr std::size_t most_at_once = 4; // each holds its image
     static constexpr std::size_t most_remembered = 512;
 
-    // Returns when the camera is held and the package fits it; the update then runs by itself. gigecam_errc::busy while
-    // one runs for this camera, parsing_failed for a bad package, invalid_parameter for one that is not for this
-    // camera, the camera's own error when somebody else holds it, std::errc::host_unreachable where it cannot be
-    // reached. The state says more, but for busy, which leaves the state of the one that runs.
+    // Returns when the camera is held and the package fits it; the update then runs by itself, and until its end the
+    // camera is given no address. gigecam_errc::busy while one runs for this camera or it is given one, parsing_failed
+    // for a bad package, invalid_parameter for one that is not for this camera, the camera's own error when somebody
+    // else holds it, std::errc::host_unreachable where it cannot be reached. The state says more, but while one runs,
+    // whose state it stays.
     [[nodiscard]] std::error_code start(const std::string& interface_name, const std::string& device_id,
                                         const gvcp_master::discovery::found_device& camera,
                                         std::span<const std::byte> package);
@@ -50,7 +55,8 @@ private:
         std::string device_id;
         std::string state;
         bool running = false;
-        uint64_t number = 0; // counted from the first one asked for
+        uint64_t number = 0;                     // counted from the first one asked for
+        std::optional<address_turns::stay> stay; // while it runs
         std::thread thread;
     };
     // With the camera's place taken. May throw.
@@ -65,9 +71,10 @@ private:
     void end(uint64_t mac, std::string_view text) noexcept;
 
     gvcp_master::discovery& finder;
+    address_turns& addresses;
     const std::stop_token stop;
     const state_function told;
-    std::mutex mutex; // guards what follows
+    std::mutex mutex; // guards what follows; before that of the addresses
     std::map<uint64_t, update> updates;
     uint64_t asked_for = 0;
 };

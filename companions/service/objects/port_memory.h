@@ -3,6 +3,8 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
+#include <mutex>
 #include <string>
 
 namespace service {
@@ -15,12 +17,15 @@ public:
 
     // 0 when nothing is noted.
     [[nodiscard]] uint16_t port_of(uint64_t mac) const;
-    void note(uint64_t mac, uint16_t port) const;
-    void forget(uint64_t mac) const noexcept;
+    void note(uint64_t mac, uint16_t port, const void* session);
+    // Unless the next session has noted its own: the end of one that gave control back may be late.
+    void forget(uint64_t mac, const void* session) noexcept;
 
 private:
     [[nodiscard]] std::string file_of(uint64_t mac) const;
     const std::string folder;
+    std::mutex mutex;                         // guards what follows and, but for reading, the files
+    std::map<uint64_t, const void*> noted_by; // compared, never used
 };
 
 } // namespace service

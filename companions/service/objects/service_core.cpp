@@ -32,19 +32,20 @@ service_core::service_core(options given) : chosen(std::move(given)), noted_port
         gds_helper::log::main_logger().info("{}", text);
     };
     finder = std::make_unique<gvcp_master::discovery>(chosen.discovery, std::move(told));
-    updates = std::make_unique<firmware_updates>(
-        *finder, ending.get_token(), [this](const std::string& name, uint64_t mac, const std::string& state) {
-            ipc_rpc::event_message message;
-            message.event_id = firmware_state_event;
-            message.parameter_1 = mac;
-            const auto bytes = std::as_bytes(std::span{state});
-            message.payload.assign(bytes.begin(), bytes.end());
-            const std::lock_guard guard{mutex};
-            const auto found = message_boxes.find(name);
-            if (found == message_boxes.end()) return;
-            for (const auto& entry : found->second)
-                if (const auto box = entry.lock()) box->push(message);
-        });
+    updates =
+        std::make_unique<firmware_updates>(*finder, given_addresses, ending.get_token(),
+                                           [this](const std::string& name, uint64_t mac, const std::string& state) {
+                                               ipc_rpc::event_message message;
+                                               message.event_id = firmware_state_event;
+                                               message.parameter_1 = mac;
+                                               const auto bytes = std::as_bytes(std::span{state});
+                                               message.payload.assign(bytes.begin(), bytes.end());
+                                               const std::lock_guard guard{mutex};
+                                               const auto found = message_boxes.find(name);
+                                               if (found == message_boxes.end()) return;
+                                               for (const auto& entry : found->second)
+                                                   if (const auto box = entry.lock()) box->push(message);
+                                           });
 }
 
 void service_core::raise(std::vector<watcher>& watchers) {
@@ -107,7 +108,10 @@ void service_core::remove_holder(uint64_t mac, const client_session* session) {
     {
         const std::lock_guard guard{mutex};
         const auto found = holders.find(mac);
-        if (found == holders.end() || found->second.erase(session) == 0) return;
+        if (found == holders.end()) return;
+        const auto once = found->second.find(session);
+        if (once == found->second.end()) return;
+        found->second.erase(once);
         if (found->second.empty()) holders.erase(found);
     }
     released.notify_all();

@@ -75,7 +75,8 @@ public:
     // Once; nothing happens when the interface is gone already.
     void watch_end_of(const std::string& interface_name, std::weak_ptr<interface_user> user);
 
-    // The devices that clients of this service have control of, by MAC. One session holds a device at most once.
+    // The devices that clients of this service have control of, by MAC. A session holds one twice while the late end of
+    // its former opening waits for the camera.
     enum class holder { nobody, self, other };
     void add_holder(uint64_t mac, const client_session* session);
     void remove_holder(uint64_t mac, const client_session* session);
@@ -111,7 +112,7 @@ private:
     std::map<std::string, std::vector<watcher>> device_watchers;
     std::map<std::string, std::vector<std::weak_ptr<message_box>>> message_boxes;
     std::map<std::string, std::vector<std::weak_ptr<interface_user>>> interface_users;
-    std::map<uint64_t, std::set<const client_session*>> holders;
+    std::map<uint64_t, std::multiset<const client_session*>> holders;
     std::map<std::optional<uint32_t>, user_budget> budgets; // kept, whoever goes
     std::condition_variable_any released;
     std::mutex documents_mutex; // guards what follows

@@ -63,6 +63,28 @@ TEST_F(FirmwareUpdates, ASessionLostDuringTheInstallationIsNoRestart) {
     EXPECT_EQ(camera.stats().reboots, 1U) << "it was still installing";
 }
 
+// Nothing of the camera itself keeps it from being moved once it restarts.
+TEST_F(FirmwareUpdates, ACameraIsNotMovedWhileOneRunsNorUpdatedWhileItIsMoved) {
+    start_core(1, [](camera_sim::camera_options& options) { options.reboot_ms = 1500; });
+    auto& camera = *cameras[0];
+    const auto moved = [&] {
+        const auto done = interface->force_ip(camera.mac(), own_address(9), 0xFF000000, 0);
+        return done ? std::error_code{} : done.error();
+    };
+    {
+        const address_turns::turn turn{core->addresses(), camera.mac(), {}};
+        EXPECT_EQ(upload(1), gigecam_errc::busy);
+        EXPECT_EQ(state(1), "Refused: the camera is being given an address");
+        EXPECT_EQ(camera.peek(boot::privilege), 0U);
+    }
+    ASSERT_FALSE(upload(1)) << state(1);
+    EXPECT_EQ(moved(), gigecam_errc::busy);
+    ASSERT_TRUE(comes_to(1, "Restarting")) << state(1);
+    EXPECT_EQ(moved(), gigecam_errc::busy);
+    ASSERT_TRUE(comes_to(1, "Finished")) << state(1);
+    EXPECT_NE(moved(), gigecam_errc::busy);
+}
+
 TEST_F(FirmwareUpdates, ARefusalSaysWhyAndNotWhyAnEarlierOneWas) {
     start_core(5, [](camera_sim::camera_options& options) {
         options.faults.pending_every = 3;
@@ -117,7 +139,7 @@ TEST_F(FirmwareUpdates, ACameraThatTakesForEverIsGivenUp) {
 // Cameras are easily invented.
 TEST_F(FirmwareUpdates, RefusalsAreRememberedUpToABound) {
     start_core(0, [](camera_sim::camera_options&) {});
-    firmware_updates updates{core->discovery(), {}, {}};
+    firmware_updates updates{core->discovery(), core->addresses(), {}, {}};
     const auto name = [](std::size_t n) { return "camera " + std::to_string(n); };
     for (std::size_t n = 0; n <= firmware_updates::most_remembered; ++n) {
         discovery::found_device unreachable;

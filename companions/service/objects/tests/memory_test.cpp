@@ -65,7 +65,7 @@ TEST_F(Memory, AFirmwareUpdateEndsWithoutItAndKeepsNoPlace) {
     at_each_place([&](int place) {
         std::stop_source ending;
         const auto asking = std::this_thread::get_id();
-        firmware_updates updates{core->discovery(), ending.get_token(),
+        firmware_updates updates{core->discovery(), core->addresses(), ending.get_token(),
                                  [&](const std::string&, uint64_t, const std::string&) {
                                      if (std::this_thread::get_id() == asking || !ending.request_stop()) return;
                                      failing_memory::fail(place); // of the update's thread
@@ -81,11 +81,12 @@ TEST_F(Memory, AFirmwareUpdateIsRefusedWithoutItAndKeepsNoPlace) {
     const auto found = core->discovery().list().front().devices.front();
     const auto package = camera_sim::make_firmware_package({});
     bool is_first = true;
-    firmware_updates updates{core->discovery(), {}, [&](const std::string&, uint64_t, const std::string&) {
-                                 if (!std::exchange(is_first, false)) return;
-                                 failing_memory::fail(0); // for what is said of it, too
-                                 throw std::bad_alloc{};
-                             }};
+    firmware_updates updates{
+        core->discovery(), core->addresses(), {}, [&](const std::string&, uint64_t, const std::string&) {
+            if (!std::exchange(is_first, false)) return;
+            failing_memory::fail(0); // for what is said of it, too
+            throw std::bad_alloc{};
+        }};
     EXPECT_EQ(updates.start("lo", "camera", found, package), make_error_code(ipc_rpc::status::resource_exhausted));
     EXPECT_EQ(failing_memory::stop(), 1);
     EXPECT_FALSE(updates.start("lo", "camera", found, package));

@@ -265,7 +265,7 @@ TEST_F(Objects, ThePortOfASessionThatWasKilledIsTakenUp) {
     scripted.hand_control_to({lo.network.subnets.front().address, dead});
     std::ofstream{folder / "control-00007F800000"} << "no number";
     const uint64_t mac = lo.devices.front().mac;
-    core->ports().note(mac, dead);
+    core->ports().note(mac, dead, nullptr);
     const auto device = one->open(own_address(1));
     ASSERT_TRUE(device);
     EXPECT_EQ(device->control().local().port, dead);
@@ -378,6 +378,56 @@ TEST_F(Objects, ACameraThatIsBeingMovedIsNotOpened) {
         EXPECT_TRUE(one->interface.open_device(id, open_access::read_only)) << "who reads has nothing to lose";
     }
     EXPECT_TRUE(one->interface.open_device(id, open_access::control));
+}
+
+// In the moment in which both begin, one of them is to have it.
+TEST_F(Objects, ACameraThatIsBeingOpenedIsNotMoved) {
+    std::future<std::error_code> moving;
+    std::atomic<bool> asked = false;
+    scripted_camera wanted{own_address(1), [&](scripted_camera&, const scripted_camera::request& got) {
+                               if (!got.is(gige::gvcp::command::write_reg, boot::privilege) || asked.exchange(true))
+                                   return false;
+                               moving = std::async(std::launch::async, [&] {
+                                   const uint64_t mac = other->list().front().net_info.mac_address;
+                                   const auto done = other->interface.force_ip(mac, own_address(9), 0xFF000000, 0);
+                                   return done ? std::error_code{} : done.error();
+                               });
+                               moving.wait(); // it need not ask the camera
+                               return false;
+                           }};
+    start_core({1});
+    EXPECT_TRUE(one->open(own_address(1)));
+    ASSERT_TRUE(asked);
+    EXPECT_EQ(moving.get(), gigecam_errc::busy);
+}
+
+// Its end waits for the camera, which has given control to the next one already.
+TEST_F(Objects, TheLateEndOfASessionTakesNothingFromTheNext) {
+    std::mutex mutex;
+    std::optional<scripted_camera::request> farewell;
+    scripted_camera slow{own_address(1), [&](scripted_camera& self, const scripted_camera::request& got) {
+                             if (!got.is(gige::gvcp::command::write_reg, boot::privilege) || got.word(4) != 0)
+                                 return false;
+                             const std::lock_guard guard{mutex};
+                             if (farewell && got.header.request_id != farewell->header.request_id) return false;
+                             if (!farewell) self.take_control_away();
+                             farewell = got;
+                             self.ask_for_patience(got, 30'000);
+                             return true;
+                         }};
+    start_core({1});
+    auto former = one->open(own_address(1));
+    ASSERT_TRUE(former);
+    auto ending = std::async(std::launch::async, [&] { former.reset(); });
+    ASSERT_TRUE(eventually([&] { return (std::lock_guard{mutex}, farewell.has_value()); }));
+    const auto next = one->open(own_address(1));
+    ASSERT_TRUE(next);
+    EXPECT_EQ(ending.wait_for(milliseconds{0}), std::future_status::timeout);
+    slow.serve(*farewell);
+    ending.wait();
+    const uint64_t mac = one->list().front().net_info.mac_address;
+    EXPECT_EQ(core->ports().port_of(mac), next->control().local().port);
+    EXPECT_EQ(core->holder_of(mac, one->session.get()), service_core::holder::self);
 }
 
 // The client would try for itself, and wait for as long.
