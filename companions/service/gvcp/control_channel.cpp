@@ -77,8 +77,7 @@ control_channel::turn::turn(control_channel& wanted, milliseconds timeout)
             until = std::min(channel.last_answer() + channel.times.attempt, at_most);
         }
         had = is_mine();
-        // Who leaves without it leaves it taken, or the heartbeat next to it: the one behind is woken when that is
-        // over.
+        // Who gives up leaves it taken, or the heartbeat next to it, whose end wakes the one behind.
         turn** place = &channel.first_caller;
         while (*place != this) place = &(*place)->behind;
         *place = behind;
