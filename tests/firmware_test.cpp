@@ -129,6 +129,8 @@ TEST_F(Firmware, OneAtATimeAndACameraThatGoesEndsIt) {
     const auto second = upload(package);
     EXPECT_EQ(second.exit_code, 2);
     EXPECT_TRUE(holds(second.output, "ERR_GEV_STATUS_BUSY")) << second.output;
+    const auto moved = own.run_consumer({"force-ip", "127.0.0.99", "--json"});
+    EXPECT_TRUE(holds(moved.output, "or its firmware is being updated")) << moved.output;
     EXPECT_TRUE(first.running());
     own.camera(0).signal(SIGKILL);
     EXPECT_EQ(first.wait(), 1);

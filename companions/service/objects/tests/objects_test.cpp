@@ -384,18 +384,19 @@ TEST_F(Objects, ACameraThatIsBeingMovedIsNotOpened) {
 TEST_F(Objects, ACameraThatIsBeingOpenedIsNotMoved) {
     std::future<std::error_code> moving;
     std::atomic<bool> asked = false;
+    std::atomic<uint64_t> mac = 0;
     scripted_camera wanted{own_address(1), [&](scripted_camera&, const scripted_camera::request& got) {
-                               if (!got.is(gige::gvcp::command::write_reg, boot::privilege) || asked.exchange(true))
-                                   return false;
+                               if (!got.is(gige::gvcp::command::write_reg, boot::privilege) || asked) return false;
                                moving = std::async(std::launch::async, [&] {
-                                   const uint64_t mac = other->list().front().net_info.mac_address;
                                    const auto done = other->interface.force_ip(mac, own_address(9), 0xFF000000, 0);
                                    return done ? std::error_code{} : done.error();
                                });
                                moving.wait(); // it need not ask the camera
+                               asked = true;
                                return false;
                            }};
     start_core({1});
+    mac = one->list().front().net_info.mac_address;
     EXPECT_TRUE(one->open(own_address(1)));
     ASSERT_TRUE(asked);
     EXPECT_EQ(moving.get(), gigecam_errc::busy);
@@ -409,13 +410,14 @@ TEST_F(Objects, TheLateEndOfASessionTakesNothingFromTheNext) {
                              if (!got.is(gige::gvcp::command::write_reg, boot::privilege) || got.word(4) != 0)
                                  return false;
                              const std::lock_guard guard{mutex};
-                             if (farewell && got.header.request_id != farewell->header.request_id) return false;
+                             if (farewell && got.from != farewell->from) return false;
                              if (!farewell) self.take_control_away();
                              farewell = got;
                              self.ask_for_patience(got, 30'000);
                              return true;
                          }};
     start_core({1});
+    const uint64_t mac = one->list().front().net_info.mac_address;
     auto former = one->open(own_address(1));
     ASSERT_TRUE(former);
     auto ending = std::async(std::launch::async, [&] { former.reset(); });
@@ -425,7 +427,6 @@ TEST_F(Objects, TheLateEndOfASessionTakesNothingFromTheNext) {
     EXPECT_EQ(ending.wait_for(milliseconds{0}), std::future_status::timeout);
     slow.serve(*farewell);
     ending.wait();
-    const uint64_t mac = one->list().front().net_info.mac_address;
     EXPECT_EQ(core->ports().port_of(mac), next->control().local().port);
     EXPECT_EQ(core->holder_of(mac, one->session.get()), service_core::holder::self);
 }
