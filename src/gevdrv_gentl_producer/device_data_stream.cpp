@@ -10,6 +10,8 @@
 #include <asio/ip/address_v4.hpp>
 #include <spdlog/logger.h>
 
+#include <new>
+
 namespace gevdrv::gentl {
 
 using namespace GenTL;
@@ -140,7 +142,10 @@ void device_data_stream::apply_resend_settings() {
 
 void device_data_stream::close_stream() {
     if (!stream_channel) return;
-    static_cast<void>(stream_channel->flush());
+    try {
+        static_cast<void>(stream_channel->flush());
+    } catch (const std::bad_alloc&) { // the end of the receive thread is a flush, too
+    }
     stream_channel->disconnect();
     stream_channel.reset();
     if (unsent_requests != 0) gvsp_logger().warn("The service did not take {} resend requests.", unsent_requests);

@@ -30,7 +30,7 @@ class IStreamChannel {
 public:
     virtual ~IStreamChannel() = default;
     [[nodiscard]] virtual std::error_code connect(const channel_start_params& params) = 0;
-    virtual void disconnect() = 0;
+    virtual void disconnect() = 0; // throws nothing, also without memory
     // Returns when every open block was handed back, flagged as flushed.
     virtual std::error_code flush() = 0;
     virtual std::error_code reset_receiver() = 0;

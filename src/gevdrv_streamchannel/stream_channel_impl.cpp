@@ -9,6 +9,8 @@
 
 #include <fmt/core.h>
 
+#include <new>
+
 namespace gev::streamchannel {
 
 using impl::register_timeout_ms;
@@ -65,10 +67,16 @@ std::error_code stream_channel_impl::connect(const channel_start_params& params)
     }
     const auto local = opening->open_stream_socket(asio::ip::address_v4{local_address}, remote);
     if (!local) return local.error();
-    if (const std::error_code error = setup_scp(*local)) return error;
-    if (const std::error_code error = choose_size_and_start(*opening, *local, remote, params)) {
-        close_scp(); // the camera would send to a port that nobody has any more, or somebody else
-        return error;
+    try {
+        if (const std::error_code error = setup_scp(*local)) return error;
+        if (const std::error_code error = choose_size_and_start(*opening, *local, remote, params)) {
+            static_cast<void>(close_scp()); // or the camera would send to a port that nobody has, or somebody else
+            return error;
+        }
+    } catch (const std::bad_alloc&) {
+        opening.reset();
+        static_cast<void>(close_scp());
+        throw;
     }
     thread = gds_helper::process_local<impl::stream_channel_thread_itf>{std::move(opening)};
     return {};
@@ -107,7 +115,7 @@ std::error_code stream_channel_impl::setup_scp(const asio::ip::udp::endpoint& lo
         port.write_reg(of_stream_channel(reg::stream_port, channel_index), local.port(), 0, register_timeout_ms);
     if (error) {
         gvsp_logger().error("Failed to write port register.");
-        close_scp(); // only the answer may have been lost
+        static_cast<void>(close_scp()); // only the answer may have been lost
     }
     return error;
 }
@@ -132,17 +140,24 @@ void stream_channel_impl::disconnect() {
     if (!thread) return;
     if (thread.is_foreign()) return thread.reset();
     gvsp_logger().info("Closing StreamChannel chn_idx={}", channel_index);
-    close_scp();
+    const bool tried = close_scp();
     thread->stop();
     thread.reset();
+    if (!tried) static_cast<void>(close_scp()); // there is more memory now
 }
 
-void stream_channel_impl::close_scp() {
-    if (const std::error_code error =
-            port.write_reg(of_stream_channel(reg::stream_port, channel_index), 0, 0, register_timeout_ms)) {
-        gvsp_logger().warn("Failed to write port register, while trying to close stream channel #{} on the device. "
-                           "Err: {}",
-                           channel_index, error.message());
+bool stream_channel_impl::close_scp() {
+    try {
+        if (const std::error_code error =
+                port.write_reg(of_stream_channel(reg::stream_port, channel_index), 0, 0, register_timeout_ms)) {
+            gvsp_logger().warn("Failed to write port register, while trying to close stream channel #{} on the device. "
+                               "Err: {}",
+                               channel_index, error.message());
+        }
+        return true;
+    } catch (const std::bad_alloc&) {
+        gvsp_logger().warn("No memory to close stream channel #{} on the device.", channel_index);
+        return false;
     }
 }
 

@@ -37,7 +37,8 @@ public:
 private:
     [[nodiscard]] asio::ip::udp::endpoint stream_source();
     [[nodiscard]] std::error_code setup_scp(const asio::ip::udp::endpoint& local);
-    void close_scp();
+    // False when there is no memory for it.
+    [[nodiscard]] bool close_scp();
     [[nodiscard]] std::error_code choose_size_and_start(impl::stream_channel_thread_itf& opening,
                                                         const asio::ip::udp::endpoint& local,
                                                         const asio::ip::udp::endpoint& remote,

@@ -204,6 +204,23 @@ TEST(DataStream, AStopThatJoinsTheFillingThreadDoesNotDeadlock) {
     }
 }
 
+// The filling side gives up only while a stop or flush waits for it.
+TEST(DataStream, AFlushThatThrewIsOver) {
+    const open_chain chain;
+    const auto free = chain.announce(1, false);
+    auto& object = chain.stream_object();
+    object.on_flush = [] { throw std::bad_alloc{}; };
+    EXPECT_THROW(DSFlushQueue(chain.ds, ACQ_QUEUE_ALL_DISCARD), std::bad_alloc);
+    object.on_flush = [] {};
+    std::future<Buffer*> filled;
+    object.on_input_changed = [&] { // with the lock held
+        filled = std::async(std::launch::async, [&] { return object.fill(); });
+        filled.wait_for(std::chrono::milliseconds{20});
+    };
+    EXPECT_EQ(DSQueueBuffer(chain.ds, free[0]), GC_ERR_SUCCESS);
+    EXPECT_EQ(filled.get(), free[0]);
+}
+
 // Fillers, deliverers and a consumer that queues, flushes and revokes at random: no buffer may get lost or be in two
 // places, and what was announced must be there in the end.
 TEST(DataStream, NoBufferIsLostUnderRandomUse) {

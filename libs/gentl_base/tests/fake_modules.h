@@ -10,6 +10,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -54,6 +55,22 @@ protected:
     }
 };
 
+// With two documents that are never read, and zeros in its registers.
+class documented_port final : public PortImpl {
+public:
+    documented_port() : PortImpl("remote", {}) {}
+    Error Read(uint64_t, void* buffer, size_t* size) override {
+        std::memset(buffer, 0, *size);
+        return success();
+    }
+    Error Write(uint64_t, const void*, size_t*) override { return success(); }
+
+protected:
+    std::expected<std::vector<std::string>, Error> load_url_list_() override {
+        return std::vector<std::string>{"local:first_document.xml;1000;200", "local:second_document.xml;2000;200"};
+    }
+};
+
 class device final : public DeviceImpl {
 public:
     device(IInterface& parent, const DeviceInfo& info, DEVICE_ACCESS_FLAGS flags) : DeviceImpl(parent, info, flags) {
@@ -63,11 +80,14 @@ public:
     using DeviceImpl::mark_lost;
 
 protected:
-    std::shared_ptr<IPort> create_remote_port_() override { return nullptr; }
+    std::shared_ptr<IPort> create_remote_port_() override { return remote; }
     std::vector<std::string> data_stream_ids_() override { return {"Stream0"}; }
     std::expected<std::shared_ptr<IDataStream>, Error> create_data_stream_(const std::string&) override {
         return std::make_shared<stream>(*this);
     }
+
+private:
+    const std::shared_ptr<IPort> remote = std::make_shared<documented_port>();
 };
 
 class interface final : public InterfaceImpl {
@@ -79,8 +99,9 @@ public:
 
 protected:
     std::expected<std::vector<DeviceInfo>, Error> query_devices_(uint64_t) override {
+        auto answer = devices;
         on_query();
-        return devices;
+        return answer;
     }
     std::expected<std::shared_ptr<IDevice>, Error> create_device_(const DeviceInfo& info,
                                                                   DEVICE_ACCESS_FLAGS flags) override {
@@ -95,6 +116,7 @@ private:
 class system final : public SystemImpl {
 public:
     system() : SystemImpl(library_info) {}
+    static inline std::function<void()> on_query = [] {};
     std::vector<InterfaceInfo> interfaces{
         {"if0", "Interface 0", "GEV", {{0x7F000001, 0xFF000000}}, {}, 0x112233445566}};
     std::vector<DeviceInfo> devices{
@@ -102,7 +124,11 @@ public:
         {"dev1", "Model", "Maker", "GEV", "Device 1", "", "", std::nullopt, DEVICE_ACCESS_STATUS_BUSY, 0, 0, 0, 0}};
 
 protected:
-    std::expected<std::vector<InterfaceInfo>, Error> query_interfaces_(uint64_t) override { return interfaces; }
+    std::expected<std::vector<InterfaceInfo>, Error> query_interfaces_(uint64_t) override {
+        auto answer = interfaces;
+        on_query();
+        return answer;
+    }
     std::expected<std::shared_ptr<IInterface>, Error> create_interface_(const InterfaceInfo& info) override {
         return std::make_shared<interface>(*this, info, devices);
     }

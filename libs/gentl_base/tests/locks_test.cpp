@@ -92,6 +92,42 @@ TEST(Locks, AStreamAnswersWhileItStartsStopsOrIsFlushed) {
     EXPECT_EQ(other.asked, 4);
 }
 
+// Two threads may ask for a list at once.
+TEST(Locks, AnEarlierAnswerNeverReplacesALaterOne) {
+    const open_chain chain;
+    auto& system = *dynamic_cast<fake::system*>(static_cast<IHandleTarget*>(chain.tl));
+    const auto count_of = [](auto* call, void* module) {
+        uint32_t count = 0;
+        EXPECT_EQ(call(module, &count), GC_ERR_SUCCESS);
+        return count;
+    };
+    // With the answer to the first question under way.
+    bool is_later = false;
+    interface::on_query = [&] {
+        if (std::exchange(is_later, true)) return;
+        system.devices.push_back({"dev2", {}, {}, "GEV", {}, {}, {}, {}, DEVICE_ACCESS_STATUS_READWRITE, 5, 6, 7, 8});
+        bool8_t changed = 0;
+        EXPECT_EQ(IFUpdateDeviceList(chain.iface, &changed, 0), GC_ERR_SUCCESS);
+        EXPECT_EQ(changed, 1);
+    };
+    EXPECT_EQ(IFUpdateDeviceList(chain.iface, nullptr, 0), GC_ERR_SUCCESS);
+    EXPECT_EQ(count_of(IFGetNumDevices, chain.iface), 3U);
+    interface::on_query = [] {};
+    is_later = false;
+    fake::system::on_query = [&] {
+        if (std::exchange(is_later, true)) return;
+        system.interfaces.push_back({"if1", "Interface 1", "GEV", {}, {}, 7});
+        EXPECT_EQ(TLUpdateInterfaceList(chain.tl, nullptr, 0), GC_ERR_SUCCESS);
+    };
+    EXPECT_EQ(TLUpdateInterfaceList(chain.tl, nullptr, 0), GC_ERR_SUCCESS);
+    EXPECT_EQ(count_of(TLGetNumInterfaces, chain.tl), 2U);
+    fake::system::on_query = [] {};
+    // A later question is answered as ever.
+    system.devices.clear();
+    EXPECT_EQ(IFUpdateDeviceList(chain.iface, nullptr, 0), GC_ERR_SUCCESS);
+    EXPECT_EQ(count_of(IFGetNumDevices, chain.iface), 0U);
+}
+
 // The service is asked for an interface's devices as it is opened.
 TEST(Locks, ASystemAnswersWhileAnInterfaceIsOpened) {
     for (const bool closed_meanwhile : {false, true}) {

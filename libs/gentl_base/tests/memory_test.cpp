@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <new>
 #include <string>
 
@@ -50,7 +51,113 @@ TEST(Memory, ItsLackKeepsNoModulesPlace) {
     open_at_each_place(
         "DevOpenDataStream ", [&] { return DevOpenDataStream(device, "Stream0", &stream); },
         [&] { return DSClose(stream); });
+    void* port = nullptr;
+    open_at_each_place(
+        "DevGetPort ", [&] { return DevGetPort(device, &port); },
+        [&] {
+            std::array<char, 4> word{};
+            size_t size = word.size();
+            const GC_ERROR read = GCReadPort(port, 0, word.data(), &size);
+            // The device keeps its port to the end.
+            static_cast<void>(DevClose(device));
+            return read == GC_ERR_SUCCESS ? IFOpenDevice(interface, "dev0", DEVICE_ACCESS_CONTROL, &device) : read;
+        });
     EXPECT_EQ(GCCloseLib(), GC_ERR_SUCCESS);
+}
+
+// What is missing is a place in the list of handles, which grows only now and then.
+TEST(Memory, ItsLackKeepsNoEventsPlace) {
+    const open_chain chain{true};
+    bool refused = false;
+    for (int more_handles = 0; more_handles < 40 && !refused; ++more_handles) {
+        EVENT_HANDLE event = nullptr;
+        failing_memory::fail(1); // with the event made
+        try {
+            static_cast<void>(GCRegisterEvent(chain.ds, EVENT_NEW_BUFFER, &event));
+        } catch (const std::bad_alloc&) {
+            refused = true;
+        }
+        failing_memory::stop();
+        if (refused) {
+            EXPECT_EQ(GCRegisterEvent(chain.ds, EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS);
+        }
+        EXPECT_EQ(GCUnregisterEvent(chain.ds, EVENT_NEW_BUFFER), GC_ERR_SUCCESS);
+        TL_HANDLE another = nullptr;
+        ASSERT_EQ(TLOpen(&another), GC_ERR_SUCCESS);
+    }
+    EXPECT_TRUE(refused) << "the list has not grown";
+}
+
+// Their ids don't fit into a string without memory.
+TEST(Memory, ModulesCloseWithoutIt) {
+    const char* const long_interface = "an interface of a long name";
+    const char* const long_device = "a device of a long name";
+    const open_chain chain;
+    auto& system = *dynamic_cast<fake::system*>(static_cast<IHandleTarget*>(chain.tl));
+    system.interfaces.front().id = long_interface;
+    system.devices.front().id = long_device;
+    ASSERT_EQ(TLUpdateInterfaceList(chain.tl, nullptr, 0), GC_ERR_SUCCESS);
+    void *interface = nullptr, *device = nullptr, *stream = nullptr;
+    const auto close_at_each_place = [](const char* what, auto open, auto close) {
+        int place = 0;
+        do {
+            SCOPED_TRACE(what + std::to_string(place));
+            ASSERT_EQ(open(), GC_ERR_SUCCESS) << last_error_text();
+            failing_memory::fail(place++);
+            EXPECT_NO_THROW(EXPECT_EQ(close(), GC_ERR_SUCCESS));
+        } while (failing_memory::stop() != 0 && place < 100);
+        ASSERT_EQ(open(), GC_ERR_SUCCESS) << last_error_text();
+    };
+    close_at_each_place(
+        "IFClose ", [&] { return TLOpenInterface(chain.tl, long_interface, &interface); },
+        [&] { return IFClose(interface); });
+    close_at_each_place(
+        "DevClose ", [&] { return IFOpenDevice(interface, long_device, DEVICE_ACCESS_CONTROL, &device); },
+        [&] { return DevClose(device); });
+    close_at_each_place(
+        "DSClose ", [&] { return DevOpenDataStream(device, "Stream0", &stream); }, [&] { return DSClose(stream); });
+}
+
+// A consumer frees what was not announced.
+TEST(Memory, ABufferIsAnnouncedOrNot) {
+    const open_chain chain;
+    size_t announced = 0;
+    for (int place = 0; announced < 40;) {
+        SCOPED_TRACE(testing::Message() << "place " << place << " of buffer " << announced);
+        BUFFER_HANDLE handle = nullptr;
+        static std::array<std::array<char, 64>, 40> blocks;
+        GC_ERROR answer = GC_ERR_SUCCESS;
+        failing_memory::fail(place++);
+        EXPECT_NO_THROW(answer = DSAnnounceBuffer(chain.ds, &blocks[announced], 64, nullptr, &handle));
+        const bool failed = failing_memory::stop() != 0;
+        EXPECT_EQ(answer, failed ? GC_ERR_OUT_OF_MEMORY : GC_ERR_SUCCESS);
+        EXPECT_EQ(handle == nullptr, failed);
+        if (!failed) {
+            ++announced;
+            place = 0;
+        }
+        ASSERT_EQ(stream_info<size_t>(chain.ds, STREAM_INFO_NUM_ANNOUNCED), announced);
+    }
+}
+
+TEST(Memory, APartOfTheDocumentsIsNotGivenForAll) {
+    for (int place = 0;; ++place) {
+        SCOPED_TRACE(place);
+        documented_port port;
+        uint32_t count = 0;
+        failing_memory::fail(place);
+        try {
+            static_cast<void>(port.GetNumURLs(&count).failed());
+        } catch (const std::bad_alloc&) { // the consumer's
+        }
+        const bool failed = failing_memory::stop() != 0;
+        EXPECT_FALSE(port.GetNumURLs(&count).failed());
+        EXPECT_EQ(count, 2U);
+        if (!failed) {
+            EXPECT_GT(place, 2);
+            return;
+        }
+    }
 }
 
 } // namespace

@@ -104,6 +104,7 @@ public:
             return ++auto_values_asked <= auto_values_refused ? refusal() : std::error_code{};
         const ipc_rpc::rpc_function* function = table.find_global(name);
         if (function == nullptr) return refusal();
+        const raised mark{answering};
         ipc_rpc::rpc_call_context context{ipc_rpc::param_reader{parameters}, {}, nullptr, nullptr};
         if (const auto answer = (*function)(context); answer != ipc_rpc::status::success) return refusal();
         if (result != nullptr) *result = std::move(context.result);
@@ -116,9 +117,16 @@ public:
         return leases.size();
     }
     std::atomic<bool> refuse_leases{false};
+    // On the calling thread, while it plays the service.
+    static inline thread_local bool answering = false;
     std::atomic<int> auto_values_asked{0}, auto_values_refused{0}; // so many of the first ones
 
 private:
+    struct raised {
+        explicit raised(bool& which) : flag(which) { flag = true; }
+        ~raised() { flag = false; }
+        bool& flag;
+    };
     static std::error_code refusal() { return std::make_error_code(std::errc::function_not_supported); }
 
     camera& device;

@@ -66,8 +66,10 @@ protected:
 
     virtual size_t payload_size() = 0;
     virtual uint64_t num_transmission_drop() { return 0; }
-    virtual Error start_acquisition_() = 0; // called with queue_mutex held
-    // Called with queue_mutex held; no thread that is joined here may be waiting for that mutex.
+    // Called with queue_mutex held. A start that fails or throws leaves nothing running.
+    virtual Error start_acquisition_() = 0;
+    // Called with queue_mutex held; no thread that is joined here may be waiting for that mutex. Throws nothing, also
+    // without memory: the consumer frees the buffers next.
     virtual void stop_acquisition_(bool kill) = 0;
     // Hands back every buffer in Filling. Called with queue_mutex held.
     virtual void flush_filling_buffers_() = 0;
@@ -89,7 +91,7 @@ private:
     [[nodiscard]] size_t announced_count() const;
     template <class Condition>
     [[nodiscard]] std::unique_lock<std::mutex> lock_unless(Condition give_up);
-    void announce(std::shared_ptr<Buffer> buffer, BUFFER_HANDLE* phBuffer);
+    Error announce(std::shared_ptr<Buffer> buffer, BUFFER_HANDLE* phBuffer);
     void queue_buffer_to_input(Buffer* buffer);
     void drain_input_to_announced();
     void flush_filling();

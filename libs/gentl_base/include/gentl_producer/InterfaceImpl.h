@@ -6,6 +6,8 @@
 #include <gentl_producer/OpenChildren.h>
 #include <gentl_producer/Port.h>
 
+#include <atomic>
+#include <cstdint>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -63,7 +65,11 @@ private:
     const InterfaceInfo interface_data;
     ISystem& system;
     const std::weak_ptr<IHandleTarget> above; // the system
-    std::mutex device_list_mutex;             // guards devices
+    // Numbers the questions for the list. Two threads may ask at once: the answer to the earlier question never
+    // replaces that to the later one.
+    std::atomic<uint64_t> list_questions{0};
+    std::mutex device_list_mutex; // guards what follows
+    uint64_t list_question = 0;   // the one that devices answers
     std::vector<DeviceInfo> devices;
     OpenChildren<IDevice> open_devices;
     event_ptr<GenApiEvent> genapi_event;

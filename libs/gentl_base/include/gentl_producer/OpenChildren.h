@@ -7,6 +7,7 @@
 #include <gentl_producer/HandleMap.h>
 #include <gentl_producer/Modules.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <expected>
 #include <map>
@@ -60,12 +61,13 @@ public:
         }
     }
 
-    // By now another one may be open under its id, after a first of two closing calls.
-    void forget(const Child* closed, const std::string& id) {
+    // Not by its id, under which another one may be open by now, after a first of two closing calls; nor does this take
+    // memory, which an id does.
+    void forget(const Child* closed) {
         std::shared_ptr<Child> kept_until_unlocked;
         const std::lock_guard guard{mutex};
-        const auto found = children.find(id);
-        if (found == children.end() || found->second.get() != closed) return;
+        const auto found = std::ranges::find(children, closed, [](const auto& child) { return child.second.get(); });
+        if (found == children.end()) return;
         kept_until_unlocked = std::move(found->second);
         children.erase(found);
     }

@@ -6,6 +6,8 @@
 #include <gentl_producer/OpenChildren.h>
 #include <gentl_producer/Port.h>
 
+#include <atomic>
+#include <cstdint>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -46,7 +48,11 @@ protected:
     void fire_module_event(uint64_t event_id, std::span<const std::byte> data);
 
 private:
-    std::mutex interface_list_mutex; // guards interfaces
+    // Numbers the questions for the list. Two threads may ask at once: the answer to the earlier question never
+    // replaces that to the later one.
+    std::atomic<uint64_t> list_questions{0};
+    std::mutex interface_list_mutex; // guards what follows
+    uint64_t list_question = 0;      // the one that interfaces answers
     std::vector<InterfaceInfo> interfaces;
     OpenChildren<IInterface> open_interfaces;
     event_ptr<GenApiEvent> genapi_event;

@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <new>
 #include <thread>
 #include <utility>
 
@@ -51,6 +52,18 @@ Error check_status(const Buffer& buffer) {
 
 Error closed_stream() { return {GC_ERR_INVALID_HANDLE, "Unknown hDataStream"}; }
 Error unknown_buffer() { return {GC_ERR_INVALID_HANDLE, "Unknown hBuffer"}; }
+
+// Raises a flag for as long as it lives, whatever is thrown.
+class raised final {
+public:
+    explicit raised(std::atomic<bool>& which) : flag(which) { flag = true; }
+    ~raised() { flag = false; }
+    raised(const raised&) = delete;
+    raised& operator=(const raised&) = delete;
+
+private:
+    std::atomic<bool>& flag;
+};
 
 } // namespace
 
@@ -90,10 +103,16 @@ std::expected<std::shared_ptr<Buffer>, Error> DataStreamImpl::create_buffer_(voi
 }
 
 // With announced_lock held exclusively.
-void DataStreamImpl::announce(std::shared_ptr<Buffer> buffer, BUFFER_HANDLE* phBuffer) {
-    *phBuffer = buffer.get();
+Error DataStreamImpl::announce(std::shared_ptr<Buffer> buffer, BUFFER_HANDLE* phBuffer) {
+    try { // room first: the consumer frees what an announcement that failed was to announce
+        if (announced.size() == announced.capacity()) announced.reserve(std::max<size_t>(2 * announced.size(), 8));
+        output->reserve(announced.capacity());
+    } catch (const std::bad_alloc&) {
+        return Error{GC_ERR_OUT_OF_MEMORY};
+    }
     announced.push_back(std::move(buffer));
-    output->reserve(announced.capacity());
+    *phBuffer = announced.back().get();
+    return success();
 }
 
 Error DataStreamImpl::AnnounceBuffer(void* pBuffer, size_t iSize, void* pPrivate, BUFFER_HANDLE* phBuffer) {
@@ -106,8 +125,7 @@ Error DataStreamImpl::AnnounceBuffer(void* pBuffer, size_t iSize, void* pPrivate
     auto created = create_buffer_(pBuffer, iSize, pPrivate);
     if (!created) return std::move(created.error());
     trace_buffer("AnnounceBuffer", created->get());
-    announce(std::move(*created), phBuffer);
-    return success();
+    return announce(std::move(*created), phBuffer);
 }
 
 Error DataStreamImpl::AllocAndAnnounceBuffer(size_t iSize, void* pPrivate, BUFFER_HANDLE* phBuffer) {
@@ -117,8 +135,7 @@ Error DataStreamImpl::AllocAndAnnounceBuffer(size_t iSize, void* pPrivate, BUFFE
     auto created = create_buffer_(nullptr, iSize, pPrivate);
     if (!created) return std::move(created.error());
     trace_buffer("AllocAndAnnouceBuffer" /* spelled so on purpose */, created->get());
-    announce(std::move(*created), phBuffer);
-    return success();
+    return announce(std::move(*created), phBuffer);
 }
 
 Error DataStreamImpl::QueueBuffer(BUFFER_HANDLE hBuffer) {
@@ -164,9 +181,8 @@ void DataStreamImpl::drain_input_to_announced() {
 
 // With queue_mutex held, for which the filling side may be waiting while this waits for the filling side.
 void DataStreamImpl::flush_filling() {
-    is_stopping = true;
+    const raised stopping{is_stopping};
     flush_filling_buffers_();
-    is_stopping = false;
 }
 
 Error DataStreamImpl::FlushQueue(ACQ_QUEUE_TYPE iOperation) {
@@ -240,10 +256,11 @@ Error DataStreamImpl::StartAcquisition(ACQ_START_FLAGS iStartFlags, uint64_t iNu
     num_delivered = 0;
     num_to_acquire = iNumToAcquire;
     is_stopping = false;
-    is_starting = true;
-    Error error = start_acquisition_();
-    is_starting = false;
-    if (error.failed()) return error; // num_to_acquire stays, as consumers expect
+    {
+        const raised starting{is_starting};
+        // num_to_acquire stays, as consumers expect.
+        if (Error error = start_acquisition_(); error.failed()) return error;
+    }
     is_grabbing = true;
     return success();
 }
@@ -265,9 +282,10 @@ void DataStreamImpl::stop_grabbing(bool kill) {
     if (auto* logger = tracer(spdlog::level::info)) logger->info("> StopAcquisition");
     num_to_acquire = 0;
     is_grabbing = false;
-    is_stopping = true;
-    stop_acquisition_(kill);
-    is_stopping = false;
+    {
+        const raised stopping{is_stopping};
+        stop_acquisition_(kill);
+    }
     if (auto* logger = tracer(spdlog::level::info)) logger->info("< StopAcquisition");
     dump_announced_buffer_status("After StopAcquisition");
 }

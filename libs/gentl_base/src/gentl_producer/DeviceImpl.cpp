@@ -155,11 +155,10 @@ Error DeviceImpl::GetParentIF(IF_HANDLE* phIface) {
 Error DeviceImpl::OnDataStreamClosed(IDataStream* closed) {
     remove_handle(closed);
     closed->Close();
-    const std::string stream_id = closed->id();
     const std::lock_guard guard{open_mutex};
-    // By now it may be another one, opened after a first of two closing calls.
-    const auto found = open_streams.find(stream_id);
-    if (found != open_streams.end() && found->second.get() == closed) open_streams.erase(found);
+    // Not by its id, under which another one may be open by now, after a first of two closing calls.
+    const auto found = std::ranges::find(open_streams, closed, [](const auto& open) { return open.second.get(); });
+    if (found != open_streams.end()) open_streams.erase(found);
     return success();
 }
 

@@ -60,9 +60,12 @@ Error InterfaceImpl::GetDeviceID(uint32_t iIndex, char* sIDeviceID, size_t* piSi
 }
 
 Error InterfaceImpl::UpdateDeviceList(bool* pbChanged, uint64_t timeout) {
+    const uint64_t question = ++list_questions;
     auto queried = query_devices_(timeout);
     if (!queried) return std::move(queried.error());
     const std::lock_guard guard{device_list_mutex};
+    if (question < list_question) return success();
+    list_question = question;
     if (*queried == devices) return success(); // the flag is only ever raised
     devices = std::move(*queried);
     if (pbChanged != nullptr) *pbChanged = true;
@@ -107,7 +110,7 @@ Error InterfaceImpl::OnDeviceClosed(IDevice* closed) {
     // Not left to the destructor: a call under way on another thread may put that off, and when this returns the
     // consumer frees the memory that the streams write to.
     closed->close_children();
-    open_devices.forget(closed, closed->id());
+    open_devices.forget(closed);
     return success();
 }
 

@@ -59,10 +59,12 @@ Error PortImpl::ensure_urls() {
     if (!urls.empty()) return success();
     auto texts = load_url_list_();
     if (!texts) return std::move(texts.error());
+    std::vector<UrlRecord> all; // or none: a part would pass for the whole
     for (std::string& text : *texts) {
-        urls.push_back(parse_url(std::move(text)));
-        complete_url_record_(urls.size() - 1, urls.back());
+        all.push_back(parse_url(std::move(text)));
+        complete_url_record_(all.size() - 1, all.back());
     }
+    urls = std::move(all);
     return success();
 }
 

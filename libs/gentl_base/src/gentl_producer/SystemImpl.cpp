@@ -51,9 +51,12 @@ Error SystemImpl::GetInterfaceInfo(const char* sIfaceID, INTERFACE_INFO_CMD iInf
 }
 
 Error SystemImpl::UpdateInterfaceList(bool* pbChanged, uint64_t timeout) {
+    const uint64_t question = ++list_questions;
     auto queried = query_interfaces_(timeout);
     if (!queried) return std::move(queried.error());
     const std::lock_guard guard{interface_list_mutex};
+    if (question < list_question) return success();
+    list_question = question;
     if (*queried == interfaces) return success(); // the flag is only ever raised
     interfaces = std::move(*queried);
     if (pbChanged != nullptr) *pbChanged = true;
@@ -85,7 +88,7 @@ void SystemImpl::Close() { open_interfaces.close_all(); }
 
 Error SystemImpl::OnInterfaceClosed(IInterface* closed) {
     remove_handle(closed);
-    open_interfaces.forget(closed, closed->id());
+    open_interfaces.forget(closed);
     return success();
 }
 

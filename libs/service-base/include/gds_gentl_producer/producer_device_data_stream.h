@@ -22,6 +22,7 @@ protected:
     producer_device_data_stream(producer_device_base& parent, std::string id);
 
     // Opens the way to the camera's data with the lease of its channel; closing hands back every buffer in Filling.
+    // What an opening that failed or threw has begun is closed. Closing throws nothing, also without memory.
     virtual GenTL::Error open_stream(const ipc_rpc::client_object_handle& lease) = 0;
     virtual GenTL::Error stream_opened() { return GenTL::success(); }
     virtual void close_stream() = 0;
@@ -52,6 +53,7 @@ protected:
     status_text stream_status_text;
 
 private:
+    GenTL::Error start_stream();
     void update_and_deliver_buffer(GenTL::Producer::Buffer& buffer);
     void work_on(GenTL::Producer::Buffer& buffer);
     // True when the statistics' interval struck.

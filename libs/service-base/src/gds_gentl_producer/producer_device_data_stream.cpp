@@ -5,6 +5,7 @@
 #include <array>
 #include <chrono>
 #include <exception>
+#include <new>
 #include <system_error>
 
 namespace gds_producer {
@@ -47,6 +48,20 @@ std::expected<std::shared_ptr<Buffer>, Error> producer_device_data_stream::creat
 }
 
 Error producer_device_data_stream::start_acquisition_() {
+    Error error;
+    try {
+        error = start_stream();
+    } catch (const std::bad_alloc&) {
+        error = Error{GC_ERR_OUT_OF_MEMORY};
+    }
+    if (error.failed()) {
+        give_up_filling(); // this thread holds the lock that the receive thread may ask for
+        stop_acquisition_(true);
+    }
+    return error;
+}
+
+Error producer_device_data_stream::start_stream() {
     packet_loss_frames = 0;
     transform_queue_drops = 0;
     delivered.reset();
@@ -65,20 +80,12 @@ Error producer_device_data_stream::start_acquisition_() {
         try {
             mailbox.start([this](void* frame) { update_and_deliver_buffer(*static_cast<Buffer*>(frame)); });
         } catch (const std::system_error& failure) {
-            lease.reset();
             return {GC_ERR_RESOURCE_EXHAUSTED, "Failed to start the delivering thread: {}", failure.what()};
         }
     }
-    Error error = open_stream(lease);
-    if (!error.failed()) {
-        device.set_streaming(true);
-        error = stream_opened();
-    }
-    if (error.failed()) {
-        give_up_filling(); // this thread holds the lock that the receive thread may ask for
-        stop_acquisition_(true);
-    }
-    return error;
+    if (Error error = open_stream(lease); error.failed()) return error;
+    device.set_streaming(true);
+    return stream_opened();
 }
 
 void producer_device_data_stream::stop_acquisition_(bool) {

@@ -15,4 +15,7 @@ namespace gds_helper::platform {
 // A sink to the place where the platform collects what programs have to say.
 [[nodiscard]] spdlog::sink_ptr make_debug_output_sink();
 
+// Whoever opens such a one to write waits for somebody who reads.
+[[nodiscard]] bool is_pipe_without_reader(const std::filesystem::path& file) noexcept;
+
 } // namespace gds_helper::platform

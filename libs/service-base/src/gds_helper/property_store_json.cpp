@@ -29,6 +29,9 @@ bool fits_int64(const nlohmann::json& number) {
 
 property_store_json_rw::property_store_json_rw(std::filesystem::path path)
     : file(std::move(path)), root(std::make_unique<nlohmann::json>(nlohmann::json::object())) {
+    std::error_code ignored;
+    // A pipe that nobody writes would keep the consumer's dlopen waiting.
+    if (!std::filesystem::is_regular_file(file, ignored)) return;
     try {
         std::ifstream in{file, std::ios::binary};
         if (in) *root = nlohmann::json::parse(in);

@@ -47,7 +47,13 @@ bool param_codec<client_object_handle>::decode(param_reader& in, client_object_h
         gds_helper::log::get(gds_helper::log::logger_id::ipc)->error("IPC target object already expired-");
         return false;
     }
-    value = client_object_handle{in.origin(), handle};
+    try {
+        value = client_object_handle{in.origin(), handle};
+    } catch (const std::bad_alloc&) { // nobody knows it yet, so nobody else gives it back
+        const auto live = in.origin().lock();
+        if (live && handle != 0) static_cast<void>(live->close_handle(handle, rpc_flag_no_reply));
+        throw;
+    }
     return true;
 }
 

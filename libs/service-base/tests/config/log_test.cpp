@@ -5,6 +5,9 @@
 
 #include <gmock/gmock.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <thread>
 
 using namespace gds_helper;
@@ -107,6 +110,21 @@ TEST_F(Log, AFileThatCannotBeOpenedIsLeftOutAndTheServiceMakesNoFolderForIt) {
     EXPECT_FALSE(control->has_file());
     EXPECT_FALSE(std::filesystem::exists(folder / "mistyped"));
     EXPECT_THAT(control->file_problem(), HasSubstr("there is no folder '" + (folder / "mistyped").string() + "'"));
+}
+
+// It would wait for one, within the consumer's dlopen. With a reader a pipe is an output like any other, as the
+// standard error of a program in front of another is.
+TEST_F(Log, APipeThatNobodyReadsIsNoFile) {
+    const std::string pipe = make_pipe("cti.log");
+    must_not_wait_for(pipe, [&] { control->set_file(pipe); });
+    EXPECT_FALSE(control->has_file());
+    EXPECT_THAT(control->file_problem(), HasSubstr("nobody reads"));
+    const int reader = open(pipe.c_str(), O_RDONLY | O_NONBLOCK);
+    control->set_file(pipe);
+    EXPECT_TRUE(control->has_file());
+    EXPECT_EQ(control->file_problem(), "");
+    control->set_file("");
+    close(reader);
 }
 
 TEST_F(Log, OutputsComeAndGoUnderUse) {

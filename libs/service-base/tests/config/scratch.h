@@ -5,9 +5,16 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <future>
 #include <map>
 #include <optional>
 #include <sstream>
@@ -44,6 +51,18 @@ protected:
         std::ostringstream text;
         text << std::ifstream{path}.rdbuf();
         return text.str();
+    }
+
+    std::string make_pipe(const std::filesystem::path& name) const {
+        const std::string path = folder / name;
+        EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
+        return path;
+    }
+    // On a thread of its own; if it waits for the pipe's other end, that comes in the end.
+    static void must_not_wait_for(const std::string& pipe, const std::function<void()>& work) {
+        const auto done = std::async(std::launch::async, work);
+        EXPECT_EQ(done.wait_for(std::chrono::seconds{5}), std::future_status::ready);
+        close(open(pipe.c_str(), O_RDWR | O_NONBLOCK));
     }
 
     const test_support::temporary_folder temporary;

@@ -64,6 +64,13 @@ TEST_F(StartUp, LaterSourcesOverrideEarlierOnes) {
     EXPECT_EQ(read_string_or(init(), "a", ""), "second");
 }
 
+// It would wait for somebody who writes, within the consumer's dlopen.
+TEST_F(StartUp, APipeIsNoFileOfSettings) {
+    const std::string pipe = make_pipe("extra.json");
+    set("ORV_GENTL_GEV_PROP_INIT", pipe);
+    must_not_wait_for(pipe, [&] { EXPECT_EQ(read_string_or(init(), "a", "none"), "none"); });
+}
+
 TEST_F(StartUp, ChainAsksTheMapBeforeTheUsersSettings) {
     write("config/Software/Quillon Optics GmbH/orv-gentl-gev/service.json", R"({"log_level": 2, "only_user": 3})");
     write("orv-gentl-gev_setup.json", R"({"log_level": 1})");
