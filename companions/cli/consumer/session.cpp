@@ -21,14 +21,7 @@ namespace {
 constexpr const char* cti_name = "orv-gentl-gev.cti";
 
 std::vector<fs::path> cti_candidates() {
-    std::vector<fs::path> candidates;
-    std::error_code ignored;
-    const fs::path program = fs::read_symlink("/proc/self/exe", ignored);
-    if (!program.empty()) {
-        candidates.push_back(program.parent_path().parent_path() / "lib" / cti_name);
-        candidates.push_back(program.parent_path() / cti_name);
-        candidates.push_back((program.parent_path() / ORV_INSTALLED_CTI).lexically_normal());
-    }
+    std::vector<fs::path> candidates = own_cti_places();
     if (const char* list = std::getenv("GENICAM_GENTL64_PATH")) {
         std::string_view rest = list;
         while (!rest.empty()) {
@@ -42,6 +35,14 @@ std::vector<fs::path> cti_candidates() {
 }
 
 } // namespace
+
+std::vector<fs::path> own_cti_places() {
+    std::error_code ignored;
+    const fs::path program = fs::read_symlink("/proc/self/exe", ignored);
+    if (program.empty()) return {};
+    return {program.parent_path().parent_path() / "lib" / cti_name, program.parent_path() / cti_name,
+            (program.parent_path() / ORV_INSTALLED_CTI).lexically_normal()};
+}
 
 std::string find_cti(const common_options& options) {
     std::error_code ignored;

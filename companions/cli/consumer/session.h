@@ -4,6 +4,7 @@
 #include "gentl_library.h"
 #include "node_map.h"
 
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -22,6 +23,9 @@ struct common_options {
     bool json = false;
 };
 
+// Where the library lies that came with this program, first choice first, whether or not there is a file. They follow
+// from the program's own place: nothing that a caller of it sets leads there.
+[[nodiscard]] std::vector<std::filesystem::path> own_cti_places();
 [[nodiscard]] std::string find_cti(const common_options& options);
 
 struct found_devices {

@@ -2,15 +2,37 @@
 
 #include "wide_samples.h"
 
+#include "../consumer/session.h"
+
+#include <img_pipe/filter_table.h>
+
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <stdexcept>
 #include <utility>
 
 namespace cli {
 
+namespace {
+
+// The kernels for newer processors lie beside the library, where the image pipeline of a program does not look.
+void load_kernels() {
+    [[maybe_unused]] static const bool loaded = [] {
+        if ((img_pipe::cpu_mask() & img_pipe::cpu::avx2) == 0) return false;
+        return std::ranges::any_of(own_cti_places(), [](const std::filesystem::path& library) {
+            const auto module = library.parent_path() / img_pipe::filter_library_name;
+            return img_pipe::load_filter_library(module, 0) == img_pipe::load_result::loaded;
+        });
+    }();
+}
+
+} // namespace
+
 picture_converter::picture_converter(const picture_format& from, const picture_format& to) : source(from), target(to) {
+    load_kernels();
     choose_way();
     for (auto& pipe : pipes) pipe = std::make_unique<img_pipe::transform_pipe>();
 }

@@ -6,11 +6,13 @@
 #include <cli/host/installation_checks.h>
 #include <cli/losses/kernel_counters.h>
 #include <cli/losses/loss_verdict.h>
+#include <cli/pictures/picture_converter.h>
 #include <support/built.h>
 #include <support/temporary_folder.h>
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
+#include <img_pipe/filter_table.h>
 #include <ipc_rpc/services.h>
 
 #include <cstdlib>
@@ -466,6 +468,15 @@ TEST(ConvertCommand, RefusalNamesWhatThereIs) {
     std::ifstream file{log, std::ios::binary};
     const std::string said{std::istreambuf_iterator<char>{file}, {}};
     EXPECT_NE(said.find("; there is one to RGB8, RGBa8, Mono8, Mono16, RGf0, BGR8, BGRa8."), said.npos) << said;
+}
+
+// In the built tree, where this test is, the library lies where it does for the program.
+TEST(ConvertCommand, TakesTheKernelsBesideTheLibrary) {
+    if ((img_pipe::cpu_mask() & img_pipe::cpu::avx2) == 0) GTEST_SKIP() << "none for this processor";
+    const cli::picture_converter any{cli::format_from_text("Mono8"), cli::format_from_text("Mono16")};
+    const auto library = std::filesystem::path{test_support::built::cti};
+    EXPECT_EQ(img_pipe::load_filter_library(library.parent_path() / img_pipe::filter_library_name, 0),
+              img_pipe::load_result::already_loaded);
 }
 
 using namespace std::string_view_literals;

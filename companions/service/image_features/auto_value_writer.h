@@ -74,9 +74,11 @@ private:
     const std::string camera_name;
     const std::shared_ptr<gds_helper::log::line_budget> lines;
     const std::chrono::milliseconds retry_pause;
-    std::array<attempt, functions> attempts;      // the thread's, as are those up to the mutex
-    std::array<known_answer<1>, balance> answers; // of the functions of one value
-    known_answer<3> balance_answer;
+    std::array<attempt, functions> attempts; // the thread's, as are those up to the mutex
+    // Either is asked anew after about a hundred passes, 5 s at the soonest: of one value that does not move all but
+    // every 21st pass ask for nothing, the white balance asks with each.
+    std::array<known_answer<1, 4>, balance> answers; // of the functions of one value
+    known_answer<3, 100> balance_answer;
     bool unfinished = false;                          // in this turn: a result is to be tried again
     bool written = false;                             // in this turn: the camera was to take a value
     unsigned unread = 0;                              // looks at the camera without an answer, in a row

@@ -240,6 +240,7 @@ void camera_nodes::find_nodes() {
     numbers[static_cast<std::size_t>(control::iris)] = find_number(iris_names);
     numbers[static_cast<std::size_t>(control::focus)] = find_number(focus_names);
     rate = find_number(rate_names);
+    rate_switch = document->find<IBoolean>("AcquisitionFrameRateEnable");
 
     ratio_selector = document->find<IEnumeration>("BalanceRatioSelector");
     if (ratio_selector == nullptr) return;
@@ -401,6 +402,8 @@ std::error_code camera_nodes::write_balance(const balance& gains) {
 
 std::optional<double> camera_nodes::frame_rate() {
     if (rate.real == nullptr || !usable(*rate.real)) return {};
+    // While it is off the rate is what somebody asked for once, and not what the camera keeps to.
+    if (rate_switch != nullptr && usable(*rate_switch) && !rate_switch->get_val(direct).value_or(true)) return {};
     const auto value = rate.real->get_val(direct);
     if (!value || !std::isfinite(*value) || !(*value > 0)) return {};
     return *value;

@@ -64,7 +64,7 @@ public:
     [[nodiscard]] std::optional<balance> read_balance();
     [[nodiscard]] std::error_code write_balance(const balance& gains);
 
-    [[nodiscard]] std::optional<double> frame_rate(); // Hz
+    [[nodiscard]] std::optional<double> frame_rate(); // Hz; empty where nothing keeps the camera at one
     [[nodiscard]] camera_abilities abilities();
 
 private:
@@ -92,6 +92,7 @@ private:
     const bool only_reads;
     number numbers[4];
     number rate;
+    GenICam::IBoolean* rate_switch = nullptr;
     GenICam::IEnumeration* gain_selector = nullptr;
     GenICam::IEnumeration* ratio_selector = nullptr;
     owed_entry gain_owed, ratio_owed;

@@ -8,8 +8,9 @@
 
 namespace image_features {
 
-// Of N values that are asked for together and answered each by itself. Thread-bound.
-template <std::size_t N>
+// Of N values that are asked for together and answered each by itself. Thread-bound. Now and then the camera is asked
+// all the same: what it takes may depend on something else that has changed since.
+template <std::size_t N, unsigned most_passed_over>
 class known_answer final {
 public:
     using values = std::array<double, N>;
@@ -25,8 +26,7 @@ public:
         }
     }
 
-    // Whether the camera, which has `current`, would keep it. Now and then it is asked all the same: what it takes may
-    // depend on something else that has changed since.
+    // Whether the camera, which has `current`, would keep it.
     [[nodiscard]] bool is_kept(const values& wanted, const values& current) {
         if (!is_known || current != answer) return false;
         for (std::size_t i = 0; i < N; ++i)
@@ -37,8 +37,6 @@ public:
     }
 
 private:
-    static constexpr unsigned most_passed_over = 100; // passes of an automatic function: 5 s at the soonest
-
     bool is_known = false;
     unsigned passed_over = 0;
     values low{}, high{}, answer{};

@@ -109,7 +109,7 @@ TEST(AutoLoops, TheFrameRateOnlyLowersTheLimit) {
     for (const double longest : {33000.0, 20000.0}) {
         steered_camera b;
         enable(b, {block::auto_exposure, block::auto_gain, block::exposure_by_frame_rate});
-        b.longest = 33000;
+        b.takes_exposure = [](double us) { return std::min(us, 33000.0); };
         b.settings.store(block::exposure_max, static_cast<float>(longest));
         b.light = b.right_exposure() / longest / 4;
         expose(b, longest);
@@ -118,6 +118,83 @@ TEST(AutoLoops, TheFrameRateOnlyLowersTheLimit) {
         EXPECT_EQ(b.values().exposure, longest);
         EXPECT_NEAR(b.values().gain, 12, 0.7);
     }
+}
+
+// Nor does the user's minimum lengthen a frame.
+TEST(AutoLoops, TheFrameRateOutdoesTheMinimum) {
+    struct {
+        float min, max;
+    } const rows[] = {{50000, 1e6F}, {1e6F, 50000}, {50000, 20000}};
+    for (const auto& [min, max] : rows) {
+        steered_camera b;
+        enable(b, {block::auto_exposure, block::auto_gain, block::exposure_by_frame_rate});
+        b.settings.store(block::exposure_min, min);
+        b.settings.store(block::exposure_max, max);
+        b.light = b.right_exposure() / 33333 / 4;
+        expose(b, 33333);
+        b.run(25);
+        expect_reached(b, "dark");
+        EXPECT_EQ(b.values().exposure, 33333) << min;
+        EXPECT_NEAR(b.values().gain, 12, 0.7) << min;
+        expose(b, 50000);
+        b.run(1);
+        EXPECT_EQ(b.values().exposure, 33333) << min;
+    }
+}
+
+// A control whose camera answers something else than what is asked is at rest: the others have their turn.
+TEST(AutoLoops, WhatDoesNotFollowBlocksNobody) {
+    struct {
+        const char* name;
+        double exposure, gain;
+        double off; // of the right light, at a gain of 0
+        std::function<double(double)> takes_exposure, takes_gain;
+    } const rows[] = {
+        {"dark, exposure in lines", 1000, 0, 0.25, [](double us) { return std::floor(us / 16.3) * 16.3; }, {}},
+        {"bright, gain in steps that end above the minimum",
+         5000,
+         12,
+         8,
+         {},
+         [](double asked) { return std::ceil(asked / 0.3 - 1e-3) * 0.3; }},
+        {"bright, gain refused", 5000, 12, 1, {}, [](double) { return 12.0; }},
+        {"dark, exposure refused", 5000, 0, 0.25, [](double) { return 5000.0; }, {}},
+    };
+    for (const auto& row : rows) {
+        steered_camera b;
+        enable(b, {block::auto_exposure, block::auto_gain});
+        b.settings.store(block::exposure_max, 10000.0F);
+        b.settings.store(block::gain_min, row.gain > 0 ? 1.0F : 0.0F);
+        if (row.takes_exposure) b.takes_exposure = row.takes_exposure;
+        if (row.takes_gain) b.takes_gain = row.takes_gain;
+        b.light = b.right_exposure() / 10000 * row.off;
+        camera_values v;
+        v.exposure = row.exposure;
+        v.gain = row.gain;
+        b.set(v);
+        b.run(50);
+        expect_reached(b, row.name);
+        b.light /= row.off; // as far off the other way
+        b.run(50);
+        expect_reached(b, std::string(row.name) + ", and back");
+    }
+}
+
+// What the camera takes may change unseen.
+TEST(AutoLoops, WhatDidNotFollowIsAskedAgain) {
+    steered_camera b;
+    enable(b, {block::auto_exposure, block::auto_gain});
+    b.settings.store(block::gain_max, 6.0F); // not enough
+    b.light = b.right_exposure() / 10000;
+    bool locked = true;
+    b.takes_exposure = [&](double us) { return locked ? 2000.0 : us; };
+    expose(b, 2000);
+    b.run(40);
+    EXPECT_EQ(b.values().gain, 6);
+    locked = false;
+    b.run(40);
+    expect_reached(b, "unlocked");
+    EXPECT_GT(b.values().exposure, 4000);
 }
 
 // Lamps at 100 Hz under an exposure of a fraction of their period: frames differ, and the loop must not make that
@@ -336,7 +413,7 @@ TEST(AutoFocus, FindsTheSharpestPosition) {
         float low, high, step;
         double best, blur; // pixels of blur over the whole range
     } const rows[] = {{0, 1000, 1, 430, 60},      {0, 1000, 1, 7, 60}, {0, 1000, 10, 990, 60}, {-500, 500, 1, 3, 40},
-                      {0, 65535, 16, 40000, 100}, {10, 14, 1, 12, 10}, {1000, 0, 1, 640, 60},  {5, 5, 1, 5, 1}};
+                      {0, 65535, 16, 40000, 100}, {10, 14, 1, 12, 10}, {1000, 0, 1, 640, 60}};
     for (const auto& row : rows)
         for (const std::uint32_t format : {fcc("RGGB"), fcc("RG16")}) {
             steered_camera b;
@@ -490,13 +567,19 @@ TEST(AutoPass, ThePictureBehindTheTransformIsMeasured) {
     EXPECT_GT(seen, 30) << "are transformed";
 }
 
-TEST(AutoPass, FocusOfWhatCannotBeMeasuredEndsWithoutAMove) {
+TEST(AutoPass, FocusOfWhatCannotBeMeasuredOrMovedEndsWithoutAMove) {
     std::vector<std::uint8_t> memory(256 * 256 * 3, 60);
     auto_alg_state state;
     auto_pass_params p;
     p.focus = {true, 7, 0, 100, 1, false};
     const auto r = auto_pass(state, make_view(memory.data(), 256 * 256 * 3, fcc("HSV3"), 256, 256), p);
     EXPECT_TRUE(r.focus_done && !r.focus_changed && !r.focus_running);
+    // Of a range that nobody knows, or that is shorter than the lens's step, there is nothing to search.
+    for (const float high : {0.0F, 9.0F}) {
+        p.focus = {true, 7, 0, high, 10, false};
+        const auto none = auto_pass(state, make_view(memory.data(), 256 * 256, fcc("Y800"), 256, 256), p);
+        EXPECT_TRUE(none.focus_done && !none.focus_changed && !none.focus_running) << high;
+    }
     for (const int w : {0, -5}) {
         p = measuring();
         p.block_id = 100;

@@ -53,7 +53,9 @@ public:
     double best_focus = 0, blur_per_unit = 0; // pixels of blur for each unit out of focus
     std::uint32_t format = fcc("RGGB");
     bool balances = true; // the camera has white balance of its own
-    double longest = 1e9; // us that the camera cuts an exposure to
+    // What the camera makes of what it is asked for.
+    std::function<double(double)> takes_exposure = [](double us) { return us; };
+    std::function<double(double)> takes_gain = [](double decibels) { return decibels; };
     const temperature_table* table = nullptr;
 
     // Sets what the camera has now, as the service would.
@@ -138,8 +140,8 @@ private:
     void follow(const auto_pass_result& r) {
         ++commands;
         if (r.exposure_changed)
-            current.exposure = std::min(static_cast<double>(settings.real(block::result_exposure)), longest);
-        if (r.gain_changed) current.gain = static_cast<double>(settings.real(block::result_gain));
+            current.exposure = takes_exposure(static_cast<double>(settings.real(block::result_exposure)));
+        if (r.gain_changed) current.gain = takes_gain(static_cast<double>(settings.real(block::result_gain)));
         if (r.iris_changed) current.iris = static_cast<double>(settings.wide_integer(block::result_iris));
         if (r.wb_changed)
             for (std::size_t i = 0; i < 3; ++i)

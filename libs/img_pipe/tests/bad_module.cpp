@@ -1,6 +1,8 @@
 // Modules of kernels that are no good, one for each BAD_MODULE_... that this is compiled with.
 #include <img_pipe/filter_module.h>
 
+#include <fstream>
+
 using namespace img_pipe;
 
 extern "C" __attribute__((visibility("default"))) filter_module_getter pixkit_img_filter_get_function_address();
@@ -14,6 +16,10 @@ extern "C" filter_module_getter pixkit_img_filter_get_function_address() { retur
 // Calls the program's function while the loader holds its own lock, as constructors of any library may.
 extern "C" void while_loading();
 __attribute__((constructor)) static void constructed() { while_loading(); }
+extern "C" filter_module_getter pixkit_img_filter_get_function_address() { return nullptr; }
+#elif defined(BAD_MODULE_planted)
+// Tells in the current directory that it was loaded.
+__attribute__((constructor)) static void constructed() { const std::ofstream mark("loaded"); }
 extern "C" filter_module_getter pixkit_img_filter_get_function_address() { return nullptr; }
 #elif defined(BAD_MODULE_null_record)
 extern "C" filter_module_getter pixkit_img_filter_get_function_address() {

@@ -1,11 +1,17 @@
 #include <img_pipe/transform_pipe.h>
 #include <support/failing_memory.h>
+#include <support/temporary_folder.h>
 
 #include <gtest/gtest.h>
+
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <future>
 #include <new>
 #include <vector>
@@ -84,6 +90,28 @@ TEST(Dispatch, BadModulesLeaveWhatIsThere) {
     EXPECT_EQ(load_filter_library(MODULE_null_record, 0), load_result::null_result);
     EXPECT_EQ(load_filter_library(std::filesystem::temp_directory_path().string(), 0), load_result::missing);
     EXPECT_EQ(get_filter_table(0xFFFF).size(), before);
+}
+
+// A program that was found by $PATH knows itself by its bare name alone. What lies under that name in the current
+// directory is another's, and so is the module beside it.
+TEST(Dispatch, ProgramsLoadNothingFromTheCurrentDirectory) {
+    if ((cpu_mask() & cpu::avx2) == 0) GTEST_SKIP() << "no module is looked for";
+    const test_support::temporary_folder folder;
+    const auto& here = folder.path;
+    const std::ofstream program(here / "bare_name");
+    std::filesystem::copy_file(MODULE_planted, here / std::filesystem::path(default_filter_library()).filename());
+    char name[] = "bare_name", filter[] = "--gtest_filter=Dispatch.TheProcessorsOwnLevel";
+    char* const arguments[] = {name, filter, nullptr};
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addchdir_np(&actions, here.c_str());
+    pid_t child = 0;
+    ASSERT_EQ(posix_spawn(&child, "/proc/self/exe", &actions, nullptr, arguments, environ), 0);
+    posix_spawn_file_actions_destroy(&actions);
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_FALSE(std::filesystem::exists(here / "loaded"));
 }
 
 TEST(Dispatch, AModuleForAnotherProcessorStaysOut) {

@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -194,4 +197,34 @@ TEST(WorkPool, LeavesNoThreadWhenMemoryIsShort) {
         }
         ASSERT_TRUE(fall_to(before));
     }
+}
+
+// Pools come and go on some threads while another one forks: a child gets a pool of its own.
+TEST(WorkPool, AChildNeverWaitsForWhatAThreadOfItsParentHeld) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "sanitizers do not follow a fork of threads";
+#endif
+    std::atomic<bool> over{false};
+    std::vector<std::jthread> busy;
+    for (int i = 0; i < 4; ++i)
+        busy.emplace_back([&] {
+            while (!over) {
+                concurrency on;
+                on.set_concurrency(2);
+            }
+        });
+    int children = 0, in_time = 0;
+    for (; children < 50 && in_time == children; ++children) {
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(10);
+            concurrency on;
+            on.set_concurrency(2);
+            _exit(0);
+        }
+        int status = -1;
+        in_time += child > 0 && waitpid(child, &status, 0) == child && status == 0 ? 1 : 0;
+    }
+    over = true;
+    EXPECT_EQ(in_time, children);
 }

@@ -168,6 +168,24 @@ TEST(CameraNodes, ColourIsLookedForByName) {
     }
 }
 
+TEST(CameraNodes, AFrameRateCountsWhileItIsOn) {
+    std::string text{camera_document};
+    text.insert(text.find("<IntReg"), "<Float Name=\"AcquisitionFrameRate\"><pValue>G</pValue></Float>");
+    const std::string without = text;
+    text.insert(text.find("<IntReg"), "<Boolean Name=\"AcquisitionFrameRateEnable\"><pValue>S</pValue></Boolean>");
+    for (const bool on : {true, false}) {
+        small_camera camera;
+        camera.put(8, 25);
+        camera.select(on ? 1 : 0); // its other meaning here: the switch
+        const auto nodes = camera_nodes::create(text, camera, true);
+        ASSERT_NE(nodes, nullptr);
+        EXPECT_EQ(nodes->frame_rate(), on ? std::optional{25.0} : std::nullopt);
+        const auto free = camera_nodes::create(without, camera, true);
+        ASSERT_NE(free, nullptr);
+        EXPECT_EQ(free->frame_rate(), 25.0) << "without a switch";
+    }
+}
+
 // Who computes with it divides by it, or makes a whole number of it.
 TEST(CameraNodes, AnIncrementThatIsNoNumberIsNone) {
     std::string text{camera_document};

@@ -21,9 +21,11 @@ kernel_fn find_kernel(const filter_table& table, kernel_slot slot, const img_des
                       const img_descriptor& source);
 
 enum class load_result { loaded, already_loaded, missing, no_export, null_result };
-// Loads a module of kernels; once per path and process, kept until the process ends. `flags` is not used.
+// Loads a module of kernels, which runs its code; once per path and process, kept until the process ends. `flags` is
+// not used.
 load_result load_filter_library(const std::string& path, std::uint32_t flags);
-// "orv-gentl-driver-gigevision-imgfilter_avx2.so" in the folder of the library (or program) that holds this code.
+inline constexpr std::string_view filter_library_name = "orv-gentl-driver-gigevision-imgfilter_avx2.so";
+// Its absolute path, in the folder of the library (or program) that holds this code; empty where that is unknown.
 std::string default_filter_library();
 
 } // namespace img_pipe

@@ -4,6 +4,7 @@
 #include "focus.h"
 #include "light_history.h"
 #include "records.h"
+#include "unmoved_control.h"
 #include "white_balance.h"
 
 #include <algorithm>
@@ -20,6 +21,7 @@ struct auto_alg_state::contents {
     temperature_state temperature;
     light_history light;
     std::int32_t once_passes = 0;
+    unmoved_control exposure, gain, iris;
     sample_array samples;
 };
 
@@ -101,6 +103,53 @@ auto_step calc_iris_step(double brightness, double reference, const iris_params&
     return calc_auto_step(static_cast<float>(brightness), static_cast<float>(further), {}, {}, iris);
 }
 
+struct controls {
+    exposure_params exposure;
+    gain_params gain;
+    iris_params iris;
+};
+
+auto_step next_step(const controls& c, float light, float wanted) {
+    auto_step step = calc_auto_step(light, wanted, c.exposure, c.gain, c.iris);
+    const auto_step limited = calc_auto_step(1, 1, c.exposure, c.gain, c.iris);
+    if (step.iris != limited.iris)
+        step.iris = calc_iris_step(static_cast<double>(light), static_cast<double>(wanted), c.iris).iris;
+    return step;
+}
+
+// Written so that a current value that is no number counts as another one.
+bool changes(const exposure_params& e, const auto_step& step) {
+    return is_steered(e) && !(std::round(e.current) == static_cast<float>(step.exposure));
+}
+bool changes(const gain_params& g, const auto_step& step) { return is_steered(g) && !(step.gain == g.current); }
+bool changes(const iris_params& i, const auto_step& step) { return is_steered(i) && step.iris != i.current; }
+
+// The step of those that follow: what stays where it is gets no room for another value.
+auto_step next_step_of_followers(contents& state, controls& c, float light, float wanted) {
+    for (;;) {
+        const auto_step step = next_step(c, light, wanted);
+        const auto iris = static_cast<double>(c.iris.current);
+        bool one_stays = false;
+        if (changes(c.exposure, step) && state.exposure.stays(c.exposure.current, step.exposure)) {
+            c.exposure.min = c.exposure.max = std::round(c.exposure.current);
+            one_stays = true;
+        }
+        if (changes(c.gain, step) && state.gain.stays(c.gain.current, step.gain)) {
+            c.gain.min = c.gain.max = c.gain.current;
+            one_stays = true;
+        }
+        if (changes(c.iris, step) && state.iris.stays(iris, step.iris)) {
+            c.iris.min = c.iris.max = c.iris.current;
+            one_stays = true;
+        }
+        if (one_stays) continue; // at most once for each
+        if (changes(c.exposure, step)) state.exposure.ask(c.exposure.current, step.exposure);
+        if (changes(c.gain, step)) state.gain.ask(c.gain.current, step.gain);
+        if (changes(c.iris, step)) state.iris.ask(iris, step.iris);
+        return step;
+    }
+}
+
 } // namespace
 
 auto_pass_result auto_pass(auto_alg_state& of, const img_pipe::img_descriptor& image, const auto_pass_params& p) {
@@ -116,6 +165,9 @@ auto_pass_result auto_pass(auto_alg_state& of, const img_pipe::img_descriptor& i
 
     if (!p.white_balance.once) begin_balance(*state);
     if (!is_its_turn(*state, p)) return result;
+    if (!p.exposure.enable) state->exposure = {};
+    if (!p.gain.enable) state->gain = {};
+    if (!p.iris.enable) state->iris = {};
     const bool exposing = p.exposure.enable || p.gain.enable || p.iris.enable;
     if (!exposing && !p.white_balance.continuous && !p.white_balance.once) return result;
 
@@ -137,18 +189,14 @@ auto_pass_result auto_pass(auto_alg_state& of, const img_pipe::img_descriptor& i
     const float wanted = light_of(reference, p.software);
     const auto light =
         static_cast<float>(state->light.take(static_cast<double>(light_of(seen.mean, p.software)), light_product(p)));
-    auto_step step = calc_auto_step(light, wanted, p.exposure, p.gain, p.iris);
-    const auto_step limited = calc_auto_step(1, 1, p.exposure, p.gain, p.iris);
-    if (step.iris != limited.iris)
-        step.iris = calc_iris_step(static_cast<double>(light), static_cast<double>(wanted), p.iris).iris;
+    controls steered{p.exposure, p.gain, p.iris};
+    const auto_step step = next_step_of_followers(*state, steered, light, wanted);
     result.exposure = step.exposure;
     result.gain = step.gain;
     result.iris = step.iris;
-    // Written so that a current value that is no number counts as another one.
-    result.exposure_changed =
-        is_steered(p.exposure) && !(std::round(p.exposure.current) == static_cast<float>(step.exposure));
-    result.gain_changed = is_steered(p.gain) && !(step.gain == p.gain.current);
-    result.iris_changed = is_steered(p.iris) && step.iris != p.iris.current;
+    result.exposure_changed = changes(steered.exposure, step);
+    result.gain_changed = changes(steered.gain, step);
+    result.iris_changed = changes(steered.iris, step);
     return result;
 }
 
@@ -156,6 +204,7 @@ void end_auto_requests(auto_alg_state& of) {
     contents* const state = of.get();
     if (state == nullptr) return;
     state->focus.end();
+    state->exposure = state->gain = state->iris = {};
     begin_balance(*state);
 }
 

@@ -105,7 +105,7 @@ std::int64_t auto_focus::place(std::int64_t wanted) const {
     return low + (bounded - low + lens_step / 2) / lens_step * lens_step;
 }
 
-void auto_focus::start(const focus_params& params) {
+bool auto_focus::start(const focus_params& params) {
     const auto whole = [](float v) {
         constexpr double most = 2147483647;
         return std::isnan(v) ? std::int64_t{0}
@@ -116,14 +116,16 @@ void auto_focus::start(const focus_params& params) {
     low = std::min(a, b);
     high = low + (std::max(a, b) - low) / lens_step * lens_step;
     const std::int64_t places = (high - low) / lens_step + 1;
+    if (places < 2) return false;
     coarse_count = static_cast<int>(std::min<std::int64_t>(places, coarse_positions));
     coarse = 0;
     halving = 0;
     side = 0;
     best = {};
     best_position = position = low;
-    distance = coarse_count < 2 ? 0 : (high - low) / (coarse_count - 1);
+    distance = (high - low) / (coarse_count - 1);
     running = true;
+    return true;
 }
 
 bool auto_focus::settled(const auto_pass_params& params) const {
@@ -171,9 +173,9 @@ auto_focus::step auto_focus::advance(const ip::img_descriptor& image, const auto
     const image_region whole;
     const image_area area = area_of(image, params.focus.use_region ? params.region : whole);
     if (!running) {
-        // What cannot be measured moves no lens.
-        if (measure_focus(image, area, -1).score < 0) return {false, params.focus.position, false, true};
-        start(params.focus);
+        // What cannot be measured moves no lens. Nor does a range of one place: it stands for one that nobody knows.
+        if (measure_focus(image, area, -1).score < 0 || !start(params.focus))
+            return {false, params.focus.position, false, true};
         return send();
     }
     ++frames;

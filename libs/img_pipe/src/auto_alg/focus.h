@@ -29,7 +29,7 @@ public:
     void end() { running = false; }
 
 private:
-    void start(const focus_params& params);
+    bool start(const focus_params& params); // false where the lens has no other place
     bool settled(const auto_pass_params& params) const;
     void take(const focus_score& found);
     bool next_position(); // false when the run is at its end

@@ -81,9 +81,12 @@ auto_pass_params auto_params_of(const settings_block& b, std::uint64_t block_id,
                   b.real(block::exposure),
                   static_cast<float>(b.word(block::exposure_granularity)),
                   b.word(block::exposure_reference)};
-    // It only lowers the limit. A longer time than what the camera takes or the user wants would be asked for with
-    // every pass, the camera would cut it, and gain and iris would never have their turn.
-    if (b.flag(block::exposure_by_frame_rate) && rate > 0) p.exposure.max = std::min(p.exposure.max, period);
+    // It only lowers limits: a longer time than what the camera takes or the user wants is no use. Both of them, for
+    // whichever is the upper one, and whole, or the two could enclose no value that can be told.
+    if (b.flag(block::exposure_by_frame_rate) && rate > 0) {
+        p.exposure.min = std::min(p.exposure.min, std::floor(period));
+        p.exposure.max = std::min(p.exposure.max, std::floor(period));
+    }
     p.gain = {
         b.flag(block::auto_gain), b.real(block::gain_min), b.real(block::gain_max), b.real(block::gain), true, 6.0F};
     p.iris = {b.flag(block::auto_iris), b.wide_integer(block::iris_min), b.wide_integer(block::iris_max),

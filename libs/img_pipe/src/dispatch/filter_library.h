@@ -7,6 +7,5 @@ namespace img_pipe {
 void* open_library(const std::string& path);     // null when it cannot be loaded
 filter_export find_filter_export(void* library); // null when it has none
 void close_library(void* library);
-std::string folder_of_this_library(); // without a slash at the end; empty when unknown
 
 } // namespace img_pipe

@@ -1,6 +1,8 @@
 #include "../kernels/module.h"
 #include "filter_library.h"
 
+#include <loaded_file/loaded_file.h>
+
 #include <algorithm>
 #include <atomic>
 #include <mutex>
@@ -35,6 +37,7 @@ void add(filter_table& table, std::uint32_t mask, const filter_module* module) {
 } // namespace
 
 load_result load_filter_library(const std::string& path, std::uint32_t) {
+    if (path.empty()) return load_result::missing; // the loader would take it for the program
     loaded_modules& modules = loaded();
     {
         const std::lock_guard guard(modules.lock);
@@ -66,7 +69,9 @@ load_result load_filter_library(const std::string& path, std::uint32_t) {
 }
 
 std::string default_filter_library() {
-    return folder_of_this_library() + "/orv-gentl-driver-gigevision-imgfilter_avx2.so";
+    static constexpr char here = 0;
+    const std::string file = loaded_file::path_of(&here);
+    return file.empty() ? file : file.substr(0, file.rfind('/') + 1).append(filter_library_name);
 }
 
 std::uint32_t built_in_level() {

@@ -19,7 +19,8 @@ namespace {
 std::atomic<unsigned> most_threads{pixkit_work_pool::default_thread_limit};
 
 // The process's one pool. `registry` guards its existence, the pool's own lock its queue. In a child made by fork the
-// pool of its parent has no threads, and its locks may be held by nobody that is there: it is left alone for ever.
+// pool of its parent has no threads, and its lock may be held by nobody that is there: it is left alone for ever. The
+// registry is not: no fork happens while another thread holds it.
 class shared_pool final : public pixkit_work_pool {
 public:
     static shared_pool* take(unsigned threads) {
@@ -108,6 +109,8 @@ private:
     }
 
     static inline std::mutex registry;
+    [[maybe_unused]] static inline const bool registry_is_whole_in_children =
+        around_fork([] { registry.lock(); }, [] { registry.unlock(); });
     static inline shared_pool* current = nullptr;
     const std::int64_t owner = process_id();
     std::size_t references = 0; // guarded by registry

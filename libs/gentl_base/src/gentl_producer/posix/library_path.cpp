@@ -1,9 +1,8 @@
 #include <gentl_producer/Library.h>
 
-#include <dlfcn.h>
+#include <loaded_file/loaded_file.h>
 
-#include <cstdlib>
-#include <memory>
+#include <dlfcn.h>
 
 namespace GenTL::Producer {
 
@@ -14,13 +13,7 @@ constexpr char anchor = 0;
 
 } // namespace
 
-std::string library_path() {
-    Dl_info info{};
-    if (dladdr(&anchor, &info) == 0 || info.dli_fname == nullptr) return {};
-    // The loader keeps the name as it was given to dlopen, possibly relative to a directory left since.
-    const std::unique_ptr<char, decltype(&std::free)> full{realpath(info.dli_fname, nullptr), &std::free};
-    return full ? full.get() : info.dli_fname;
-}
+std::string library_path() { return loaded_file::path_of(&anchor); }
 
 void* hold_library() noexcept {
     Dl_info info{};
