@@ -279,7 +279,7 @@ TEST(CommandLine, TwoCamerasThatAreAlike) {
         EXPECT_EQ(found.output, "CAM1\n") << one << found.errors;
         const auto shown = nlohmann::json::parse(run(own, "orv-gentl ip show --json --device " + one).output);
         EXPECT_EQ(shown["devices"].size(), 1U) << one << shown;
-        const auto listed = nlohmann::json::parse(run(own, "orv-gentl list --json --device " + one).output);
+        auto listed = nlohmann::json::parse(run(own, "orv-gentl list --json --device " + one).output, nullptr, false);
         EXPECT_EQ(listed["devices"].size(), 1U) << one << listed;
     }
     auto listed = nlohmann::json::parse(run(own, "orv-gentl list --json").output, nullptr, false);
