@@ -101,6 +101,7 @@ TEST_F(ProgramOutput, WhatIsWrongWithOptionsAndFiles) {
         {camera + "--packet-size-step 0", {"--packet-size-step: '0' is no whole number from 1 to 65532"}, 3},
         {camera + "--link-buffer 0", {"--link-buffer: '0' is no whole number from 1 to"}, 3},
         {camera + "--firmware-size -1", {"--firmware-size: '-1' is no whole number from 1 to"}, 3},
+        {camera + "--scene grey --light -1:2", {"-1:2 is not FRAME:LEVEL"}, 3},
         {camera + "--pixel-format Mono7", {"Mono7 is not a pixel format"}, 3},
         {camera + "--version", {"orv-gev-camera-sim 1.3.1.860"}, 0},
         {service + "--version", {"orv-gentl-gev-service 1.3.1.860"}, 0},

@@ -248,7 +248,7 @@ std::optional<camera_sim::light_change> light_of(const std::string& text) {
     char rest = 0;
     const int fields = std::sscanf(text.c_str(), "%" SCNu64 ":%lf:%lf:%lf%c", &light.frame, &light.level, &light.red,
                                    &light.blue, &rest);
-    if (fields != 2 && fields != 4) return {};
+    if ((fields != 2 && fields != 4) || text.starts_with('-')) return {};
     return light;
 }
 
