@@ -32,8 +32,45 @@ nlohmann::json finding_of(const std::string& check, const std::string& answer) {
 
 TEST(CommandLine, FaultsInTheArguments) {
     const test_system own;
-    expect_rows(own, {{"grab --frames 0", cause::arguments, "--frames"},
-                      {"nonsense", cause::arguments, "nonsense"},
+    // Numbers, each kind of option at least once.
+    const struct {
+        const char *line, *says;
+    } numbers[]{
+        {"grab --frames 0", "--frames: '0' is no whole number of 1 or more"},
+        {"grab --buffers -1", "--buffers: '-1' is no whole number from 1 to 100000"},
+        {"grab --buffers 18446744073709551615", "--buffers: '18446744073709551615' is no whole number from 1 to"},
+        {"grab --save -1", "--save: '-1' is no whole number of 0 or more"},
+        {"grab --frame-timeout -1", "--frame-timeout: '-1' is no whole number from 1 to 1000000000"},
+        {"grab --reconnect -1", "--reconnect: '-1' is no whole number from 0 to"},
+        {"grab --hold -1", "--hold: '-1' is no whole number from 0 to"},
+        {"grab --trigger nan", "--trigger: 'nan' is no number from 0.001 to 100000"},
+        {"list --timeout -1", "--timeout: '-1' is no whole number from 0 to 3600000"},
+        {"watch --seconds -1", "--seconds: '-1' is no whole number from 0 to"},
+        {"doctor --watch --count -1", "--count: '-1' is no whole number of 0 or more"},
+        {"doctor --watch --interval 0", "--interval: '0' is no number from 0.05 to 3600"},
+        {"action --device-key 1 --group-key 1 --group-mask 1 --at -1", "--at: '-1' is no whole number of 0 or more"},
+        {"action --device-key 1 --group-key -1 --group-mask 1", "--group-key: '-1' is no whole number from 0 to"},
+        {"events --count -1", "--count: '-1' is no whole number of 0 or more"},
+        {"events --wait -2", "--wait: '-2' is no whole number from -1 to"},
+        {"exec X --wait -5", "--wait: '-5' is no whole number from 0 to"},
+        {"plan --rate abc", "--rate: 'abc' is no number from 0.001 to 1000000"},
+        {"firmware X --longest 0", "--longest: '0' is no whole number from 1 to"},
+        {"convert X --from Mono8 --to RGB8 --width 0 --height 1", "--width: '0' is no whole number from 1 to"},
+    };
+    for (const auto& [line, says] : numbers) expect_rows(own, {{line, cause::arguments, says}});
+    const std::string folder = own.folder(), converted = " --from Mono8 --to RGB8 --width 8 --height 8";
+    expect_rows(own,
+                {{"convert /no/such" + converted, cause::arguments, "Cannot read '/no/such': No such file"},
+                 {"convert " + folder + converted, cause::arguments, "Cannot read '" + folder + "': Is a directory"},
+                 {"convert /dev/null" + converted, cause::arguments, "'/dev/null': 8 x 8 pixels of Mono8 take 64"},
+                 {"force-ip 300.1.1.1", cause::arguments, "'300.1.1.1' is no IPv4 address"},
+                 {"force-ip 10.0.0.1 --mask 3", cause::arguments, "'3' is no IPv4 address"},
+                 {"ip persistent --address 300.1.1.1", cause::arguments, "'300.1.1.1' is no IPv4 address"},
+                 {"load /dev/null", cause::arguments, "There is no setting in '/dev/null'"},
+                 {"features --changed /dev/null", cause::arguments, "There is no setting in '/dev/null'"},
+                 {"env --systemd --sh", cause::arguments, "excludes"},
+                 {"env --cti " + folder, cause::no_library, "'" + folder + "' is a folder"}});
+    expect_rows(own, {{"nonsense", cause::arguments, "nonsense"},
                       {"set Width 1 2", cause::arguments, "'Width' is no NAME=VALUE"},
                       {"grab --set Width", cause::arguments, "'Width' is no NAME=VALUE"},
                       {"grab --format Mono99", cause::arguments, "'Mono99' is no pixel format"},
@@ -48,6 +85,41 @@ TEST(CommandLine, FaultsInTheArguments) {
     EXPECT_THAT(version.output, HasSubstr("1.3.1.860"));
 }
 
+TEST(CommandLine, HelpListsOptionsWhereTheyDoSomething) {
+    const test_system own;
+    const struct {
+        const char *command, *option;
+        bool has;
+    } rows[]{
+        {"get", "--access", true},       {"info", "--device", true},        {"info", "--access", false},
+        {"force-ip", "--access", false}, {"ip show", "--access", false},    {"firmware", "--access", false},
+        {"env", "--cti", true},          {"env", "--interface", false},     {"env", "--timeout", false},
+        {"self-test", "--cti", true},    {"self-test", "--timeout", false}, {"list", "--device", true},
+    };
+    for (const auto& [command, option, has] : rows)
+        EXPECT_EQ(run(own, std::string{"orv-gentl "} + command + " --help").output.contains(option), has)
+            << command << ' ' << option;
+}
+
+// Beside stand-ins for the other two programs.
+TEST(CommandLine, SelfTestTellsWhatItSaw) {
+    const test_system own;
+    const std::string folder = own.folder() / "bin";
+    std::filesystem::create_directory(folder);
+    std::filesystem::copy_file(program, folder + "/orv-gentl");
+    const auto with = [&](const std::string& body) {
+        for (const std::string each : {"/orv-gev-camera-sim", "/orv-gentl-gev-service"}) {
+            std::ofstream{folder + each} << "#!/bin/sh\n" << body << '\n';
+            std::filesystem::permissions(folder + each, std::filesystem::perms{0755});
+        }
+        return run(own, "'" + folder + "/orv-gentl' self-test --cti /dev/null");
+    };
+    EXPECT_THAT(with("exit 1").errors, HasSubstr("The simulated camera does not start: it ended without a word."));
+    const answer unloaded = with("echo ready; exec sleep 60");
+    EXPECT_EQ(unloaded.output, "ok  simulated camera\nok  service\n");
+    EXPECT_THAT(unloaded.errors, HasSubstr("Cannot load '/dev/null'"));
+}
+
 TEST(CommandLine, WithoutAService) {
     const test_system own;
     const std::string folder = own.folder();
@@ -58,6 +130,23 @@ TEST(CommandLine, WithoutAService) {
     }
     expect_rows(own, {{"list", cause::no_service, "Start it: orv-gentl-gev-service"},
                       {"list", cause::no_service, "Failed to connect to service"}});
+    const answer nowhere = run(own, "ORV_GENTL_RUNTIME_DIR=/no/such orv-gentl list");
+    EXPECT_EQ(nowhere.exit_code, cli::row_of(cause::no_service).exit_code);
+    EXPECT_THAT(nowhere.errors, HasSubstr("there is no folder '/no/such' ($ORV_GENTL_RUNTIME_DIR)"));
+    EXPECT_THAT(nowhere.errors, HasSubstr("mkdir -m 700 '/no/such'"));
+
+    std::ofstream{own.folder() / "settings.json"} << R"({"log_level": 6})";
+    const auto settings = [&](const std::string& file) {
+        return finding_of(
+            "settings files",
+            run(own, "XDG_CONFIG_HOME=/no/such ORV_GENTL_GEV_PROP_INIT=" + file + " orv-gentl doctor --json").output);
+    };
+    const auto used = settings(folder + "/settings.json"), missing = settings("/no/such");
+    EXPECT_EQ(used["grade"], "ok");
+    EXPECT_THAT(used["found"].get<std::string>(), testing::EndsWith(folder + "/settings.json"));
+    EXPECT_EQ(missing["grade"], "advice");
+    EXPECT_THAT(missing["found"].get<std::string>(), HasSubstr("Settings file '/no/such' of ORV_GENTL_GEV_PROP_INIT"));
+
     std::istringstream lines{run(own, "orv-gentl doctor").output};
     for (std::string line; std::getline(lines, line);)
         EXPECT_TRUE(line.starts_with("ok ") || line.starts_with("advice ") || line.starts_with("BAD ") ||
@@ -165,6 +254,7 @@ TEST(CommandLine, WithoutACamera) {
     own.start_service();
     expect_rows(own, {{"get Width", cause::no_camera, "No camera was found. 'orv-gentl doctor' tells why."},
                       {"info --device left", cause::no_camera, "so none is 'left'"},
+                      {"list --device left", cause::no_camera, "so none is 'left'"},
                       {"list --interface eth77", cause::no_camera, "There is no interface 'eth77'. There are:"},
                       {"info --interface eth77", cause::no_camera, "There is no interface 'eth77'"},
                       {"features --module interface --device left", cause::no_camera, "so none is 'left'"}});
@@ -182,12 +272,15 @@ TEST(CommandLine, TwoCamerasThatAreAlike) {
                       {"set Width=8 --device left", cause::ambiguous, "Orv-SimCam-CAM1"},
                       {"info --device SimCam", cause::ambiguous, "2 cameras fit 'SimCam'"},
                       {"get Width", cause::ambiguous, "2 cameras fit; say which by --device"},
-                      {"get Width --device right", cause::no_camera, "No camera is 'right'. There are:"}});
+                      {"get Width --device right", cause::no_camera, "No camera is 'right'. There are:"},
+                      {"list --device right", cause::no_camera, "No camera is 'right'. There are:"}});
     for (const std::string& one : {std::string{"CAM1"}, std::string{"Orv-SimCam-CAM1"}, own.camera_address(1)}) {
         const answer found = run(own, "orv-gentl get DeviceSerialNumber --device " + one);
         EXPECT_EQ(found.output, "CAM1\n") << one << found.errors;
         const auto shown = nlohmann::json::parse(run(own, "orv-gentl ip show --json --device " + one).output);
         EXPECT_EQ(shown["devices"].size(), 1U) << one << shown;
+        auto listed = nlohmann::json::parse(run(own, "orv-gentl list --json --device " + one).output, nullptr, false);
+        EXPECT_EQ(listed["devices"].size(), 1U) << one << listed;
     }
     auto listed = nlohmann::json::parse(run(own, "orv-gentl list --json").output, nullptr, false);
     ASSERT_EQ(listed["devices"].size(), 2U) << listed;
@@ -217,6 +310,7 @@ TEST(CommandLine, FeaturesThatAreNotOrDoNot) {
                       {"exec Width", cause::feature, "is a Integer, not a command"},
                       {"grab --set Width=1", cause::feature, "It takes 8 to 2448"},
                       {"get Width TriggerSoftwar", cause::feature, "Did you mean 'TriggerSoftware'"}});
+    EXPECT_EQ(run(own, "orv-gentl grab --set Width=1").output, "") << "no table of a run that was none";
     const answer two = run(own, "orv-gentl set --json Width=160 Height=99999");
     auto object = nlohmann::json::parse(two.output, nullptr, false);
     EXPECT_EQ(object["set"], nlohmann::json::parse(R"([{"name": "Width", "asked": "160", "value": 160}])")) << object;
@@ -365,6 +459,9 @@ TEST(CommandLine, NoFramesHaveAReason) {
                "AcquisitionMode is SingleFrame: the camera sends 1 and stops"},
               {first + "--set AcquisitionMode=Continuous --set AcquisitionFrameRate=0.5", cause::timeout,
                "AcquisitionFrameRate is 0.5: a frame takes 2.0 s"},
+              {"grab --quiet --frame-timeout 100 --device CAM0 --set AcquisitionMode=Continuous "
+               "--set AcquisitionFrameRate=2",
+               cause::timeout, "AcquisitionFrameRate is 2: a frame takes 500.0 ms"},
               {"grab --quiet --frame-timeout 700 --device CAM1", cause::timeout, "no packet comes from the camera"}});
 }
 

@@ -46,8 +46,16 @@ TEST_F(ProgramOutput, WhatIsWrongWithOptionsAndFiles) {
     const std::string camera = built::program("orv-gev-camera-sim") + " --address " + own.camera_address(1) + ' ';
     const std::string broken = own.folder() / "broken.json";
     std::ofstream{broken} << "{";
+    const std::string wrong = own.folder() / "wrong.json", list = own.folder() / "list.json";
+    std::ofstream{wrong} << R"({"log_level": "1", "log_level_IPC": 8, "service_log_to_console": true,
+                                "service_log_file": 3, "of_somebody_else": [1]})";
+    std::ofstream{list} << "[1]";
+    const auto of_user = own.folder() / "Software/Quillon Optics GmbH/orv-gentl-gev/service.json";
+    std::filesystem::create_directories(of_user.parent_path());
+    std::ofstream{of_user} << "{";
     // Ends by itself for its group, which comes after the files.
     const std::string ends = service + "--log-level 0 --group no-such-group";
+    const std::string quiet = ' ' + service + "--group no-such-group";
     const std::string as_nobody = geteuid() == 0 ? "setpriv --reuid 65534 --regid 65534 --clear-groups " : "";
     struct {
         std::string command;
@@ -55,22 +63,45 @@ TEST_F(ProgramOutput, WhatIsWrongWithOptionsAndFiles) {
         int code = 1;
     } const rows[]{
         {service + "--heartbeat 100", {"--heartbeat", "'100'", "0, or 500 to 3600000 ms"}, 3},
-        {service + "--scan-interval 1", {"--scan-interval", "not in range 50 to 3600000"}, 3},
-        {service + "--log-level 9", {"--log-level", "not in range 0 to 6"}, 3},
+        {service + "--scan-interval 1", {"--scan-interval", "'1' is no whole number from 50 to 3600000"}, 3},
+        {service + "--log-level 9", {"--log-level", "'9' is no whole number from 0 to 6"}, 3},
         {service + "--discover 300.1.1.1", {"--discover", "between 0 and 255"}, 3},
         {service + "--document-folder /no/such", {"--document-folder", "does not exist: /no/such"}, 3},
         {ends, {"There is no group 'no-such-group'."}},
         {"ORV_GENTL_GEV_PROP_INIT=" + broken + ' ' + ends,
          {"Settings file '" + broken + "' is not used, it is no JSON"}},
+        // Without --log-level, too: these settings may be what was to switch the log on.
+        {"ORV_GENTL_GEV_PROP_INIT=" + broken + quiet, {"Settings file '" + broken + "' is not used, it is no JSON"}},
+        {"ORV_GENTL_GEV_PROP_INIT=" + wrong + quiet,
+         {"Settings file '" + wrong + "': 'log_level' is not used, it must be a whole number from 0 to 6",
+          "'log_level_IPC' is not used", "'service_log_to_console' is not used, it must be a whole number: 0 or 1",
+          "'service_log_file' is not used, it must be a text"}},
+        {"ORV_GENTL_GEV_PROP_INIT=" + list + quiet, {"Settings file '" + list + "' is not used, it is no JSON object"}},
+        {"ORV_GENTL_GEV_PROP_INIT=/no/such/file" + quiet,
+         {"Settings file '/no/such/file' of ORV_GENTL_GEV_PROP_INIT is not used: No such file or directory"}},
+        {"ORV_GENTL_GEV_PROP_INIT=/usr" + quiet, {"Settings file '/usr' is not used, it is a folder"}},
+        {"ORV_GENTL_GEV_DEBUG=9" + quiet,
+         {"ORV_GENTL_GEV_DEBUG is not used, it is '9' and must be a number from 0 to 6"}},
+        {"ORV_GENTL_GEV_DEBUG=abc" + quiet, {"ORV_GENTL_GEV_DEBUG is not used, it is 'abc'"}},
+        {"XDG_CONFIG_HOME=" + own.folder().string() + quiet, {"/service.json' is not used, it is no JSON"}},
         {"ORV_GENTL_GEV_DEBUG_FILE=" + broken + "/log " + ends, {"Failed to open log file '" + broken + "/log'"}},
         {"ORV_GENTL_GEV_DEBUG_FILE=" + own.folder().string() + "/none/log " + service + "--group no-such-group",
          {"there is no folder '" + own.folder().string() + "/none'", "There is no group"}},
         {"ORV_GENTL_RUNTIME_DIR=/usr " + as_nobody + service,
          {"Cannot listen at '/usr/orv-gentl-gev_service_pipe_", "set ORV_GENTL_RUNTIME_DIR"}},
-        {"ORV_GENTL_RUNTIME_DIR=/no/such " + service, {"Cannot listen at '/no/such/orv-gentl-gev_service_pipe_"}},
+        {"ORV_GENTL_RUNTIME_DIR=/no/such " + service,
+         {"Cannot listen at '/no/such/orv-gentl-gev_service_pipe_", "There is no folder '/no/such': mkdir"}},
         {built::program("orv-gev-camera-sim") + " --address " + own.camera_address(0), {"is there a camera already?"}},
-        {camera + "--frame-rate 0", {"--frame-rate"}, 3},
-        {camera + "--loss 2", {"--loss"}, 3},
+        {camera + "--frame-rate 0", {"--frame-rate: '0' is no number from 0.1 to 10000"}, 3},
+        {camera + "--loss 2", {"--loss: '2' is no number from 0 to 1"}, 3},
+        {camera + "--loss nan", {"--loss: 'nan' is no number"}, 3},
+        {camera + "--mac -1", {"--mac: '-1' is no whole number from 0 to"}, 3},
+        {camera + "--delay-ms -5", {"--delay-ms: '-5' is no number from 0 to 60000"}, 3},
+        {camera + "--tick-frequency 0", {"--tick-frequency: '0' is no whole number from 1 to"}, 3},
+        {camera + "--packet-size-step 0", {"--packet-size-step: '0' is no whole number from 1 to 65532"}, 3},
+        {camera + "--link-buffer 0", {"--link-buffer: '0' is no whole number from 1 to"}, 3},
+        {camera + "--firmware-size -1", {"--firmware-size: '-1' is no whole number from 1 to"}, 3},
+        {camera + "--scene grey --light -1:2", {"-1:2 is not FRAME:LEVEL"}, 3},
         {camera + "--pixel-format Mono7", {"Mono7 is not a pixel format"}, 3},
         {camera + "--version", {"orv-gev-camera-sim 1.3.1.860"}, 0},
         {service + "--version", {"orv-gentl-gev-service 1.3.1.860"}, 0},
@@ -79,6 +110,10 @@ TEST_F(ProgramOutput, WhatIsWrongWithOptionsAndFiles) {
         const auto [code, output] = run(command);
         EXPECT_EQ(code, expected) << command;
         for (const std::string& text : texts) EXPECT_TRUE(holds(output, text)) << command << '\n' << output;
+    }
+    for (const auto& [command, flag] : {std::pair{service, "--no-image-features"}, {camera, "--no-resend"}}) {
+        const auto [code, help] = run(command + "--help");
+        EXPECT_TRUE(holds(help, flag) && !holds(help, "{false}")) << help;
     }
 }
 

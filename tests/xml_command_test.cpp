@@ -119,11 +119,11 @@ TEST_F(XmlCommand, SaysWhyAFileIsNoUse) {
         std::vector<std::string> command{"xml"};
         command.insert(command.end(), arguments.begin(), arguments.end());
         const auto as_text = own.run_consumer(command);
-        EXPECT_EQ(as_text.exit_code, 2) << arguments.back();
+        EXPECT_EQ(as_text.exit_code, 3) << arguments.back();
         EXPECT_EQ(as_text.output, "") << "the text of an error goes to the error output";
         command.emplace_back("--json");
         const auto as_json = own.run_consumer(command);
-        EXPECT_EQ(as_json.exit_code, 2) << arguments.back();
+        EXPECT_EQ(as_json.exit_code, 3) << arguments.back();
         const auto object = nlohmann::json::parse(as_json.output, nullptr, false);
         ASSERT_TRUE(object.is_object()) << arguments.back() << ": " << as_json.output;
         EXPECT_THAT(object["error"]["text"], HasSubstr(text)) << arguments.back();

@@ -10,6 +10,7 @@
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
+#include <options/numbers.h>
 #include <sys/mman.h>
 
 #include <algorithm>
@@ -392,8 +393,9 @@ int main(int argc, char** argv) {
     app.add_option("--width", wanted.width, "Picture width, a multiple of 8");
     app.add_option("--height", wanted.height, "Picture height");
     app.add_option("--packet-size", wanted.packet_size, "With IP and UDP headers");
-    app.add_option("--rate", wanted.megabytes_per_second, "Of all cameras together, MB/s")->check(CLI::PositiveNumber);
-    app.add_option("--seconds", wanted.seconds, "Of each measurement")->check(CLI::PositiveNumber);
+    app.add_option("--rate", wanted.megabytes_per_second, "Of all cameras together, MB/s")
+        ->check(option_checks::number(0.001, 1e5));
+    app.add_option("--seconds", wanted.seconds, "Of each measurement")->check(option_checks::number(0.1, 3600));
     app.add_option("--rounds", wanted.rounds, "Measurements of each row, in turn")->check(CLI::Range(1, 100));
     app.add_option("--consumers", layout, "one: all cameras in one; each: one per camera; both")
         ->check(CLI::IsMember({"one", "each", "both"}));

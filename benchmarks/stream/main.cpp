@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
+#include <options/numbers.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -193,7 +194,7 @@ int main(int argc, char** argv) {
     app.add_option("--height", shape.height, "Picture height");
     app.add_option("--frames", shape.frames, "Frames per measurement")->check(CLI::Range(20, 1'000'000));
     app.add_option("--fps", shape.frame_rate, "Frames per second; with --rates the lowest, 60 by default")
-        ->check(CLI::PositiveNumber);
+        ->check(option_checks::number(0.001, 1e6));
     app.add_option("--rounds", rounds, "Measurements of each receiver, in turn")->check(CLI::Range(1, 1000));
     app.add_option("--only", only, "Receivers whose name contains this (the copy floors always run)");
     app.add_flag("--pauses", pauses, "Prediction beside the fixed pause and beside floors that only sleep and read");

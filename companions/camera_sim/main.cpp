@@ -4,7 +4,9 @@
 
 #include <camera_sim/camera.h>
 #include <camera_sim/firmware_image.h>
+#include <camera_sim/registers.h>
 #include <gige/udp_socket.h>
+#include <options/numbers.h>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -13,6 +15,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <fstream>
+#include <limits>
 #include <map>
 #include <optional>
 #include <string>
@@ -51,12 +54,13 @@ void declare(CLI::App& app, arguments& args) {
     app.add_option("--address", args.address, "IPv4 address of the (first) camera; must belong to this host")
         ->capture_default_str();
     app.add_option("--cameras", args.cameras, "Number of cameras, on consecutive addresses, serials and seeds")
-        ->check(CLI::Range(1U, 250U))
+        ->check(option_checks::whole_number(1, 250))
         ->capture_default_str();
     app.add_option("--port", camera.port, "Control port")->capture_default_str();
     app.add_option("--interface", camera.interface,
                    "Network interface that is the camera's alone: its address is set whenever the camera's changes");
-    app.add_option("--mac", camera.mac, "MAC address as a number; made of the address by default");
+    app.add_option("--mac", camera.mac, "MAC address as a number; made of the address by default")
+        ->check(option_checks::whole_number(0, 0xFFFFFFFFFFFF));
 
     const auto* identity = "Identity";
     app.add_option("--vendor", camera.vendor)->capture_default_str()->group(identity);
@@ -73,7 +77,7 @@ void declare(CLI::App& app, arguments& args) {
         ->capture_default_str()
         ->group(picture);
     app.add_option("--frame-rate", camera.frame_rate, "Frames per second")
-        ->check(CLI::PositiveNumber)
+        ->check(option_checks::number(camera_sim::reg::frame_rate_range.min, camera_sim::reg::frame_rate_range.max))
         ->capture_default_str()
         ->group(picture);
 
@@ -90,9 +94,12 @@ void declare(CLI::App& app, arguments& args) {
            "the start")
         ->group(scene);
     app.add_option("--flicker", camera.scene.flicker, "Part of the light that swings")
-        ->check(CLI::Range(0.0, 1.0))
+        ->check(option_checks::number(0, 1))
         ->group(scene);
-    app.add_option("--flicker-frequency", camera.scene.flicker_frequency, "Hz")->capture_default_str()->group(scene);
+    app.add_option("--flicker-frequency", camera.scene.flicker_frequency, "Hz")
+        ->check(option_checks::number(1, 100'000))
+        ->capture_default_str()
+        ->group(scene);
     app.add_option("--sharp-at", camera.scene.sharp_at, "Focus position of the scene, 0 to 1000")
         ->capture_default_str()
         ->group(scene);
@@ -104,9 +111,12 @@ void declare(CLI::App& app, arguments& args) {
     app.add_option("--max-packet-size", camera.max_packet_size)->capture_default_str()->group(stream);
     app.add_option("--line-padding", camera.line_padding, "Bytes behind each line, where lines end on a byte")
         ->capture_default_str()
-        ->check(CLI::Range(0, 255))
+        ->check(option_checks::whole_number(0, 255))
         ->group(stream);
-    app.add_option("--packet-size-step", camera.packet_size_step)->capture_default_str()->group(stream);
+    app.add_option("--packet-size-step", camera.packet_size_step)
+        ->check(option_checks::whole_number(1, 65532))
+        ->capture_default_str()
+        ->group(stream);
     app.add_option("--packet-size-rounding", camera.packet_size_rounding, "Of sizes between the steps: none, down, up")
         ->transform(CLI::CheckedTransformer(
             std::map<std::string, camera_sim::size_rounding>{{"none", camera_sim::size_rounding::none},
@@ -118,22 +128,26 @@ void declare(CLI::App& app, arguments& args) {
         ->group(stream);
     app.add_option("--pacing", camera.pacing,
                    "Part of the frame period over which packets are spread, 0 at once; with --link 0 unless given")
-        ->check(CLI::Range(0.0, 1.0))
+        ->check(option_checks::number(0, 1))
         ->capture_default_str()
         ->group(stream);
     app.add_option("--link", args.link_mbit,
                    "All cameras of this process share a link of so many Mbit/s, as behind a switch: each sends at that "
                    "rate, or as its packet delay or throughput limit says")
-        ->check(CLI::Range(1.0, 25'000.0))
+        ->check(option_checks::number(1, 25'000))
         ->group(stream);
     app.add_option("--link-buffer", args.link_buffer, "Bytes that the switch keeps for it; what exceeds them is lost")
-        ->check(CLI::PositiveNumber)
+        ->check(option_checks::whole_number(1, 1'000'000'000))
         ->capture_default_str()
         ->group(stream);
     app.add_flag("--gso", camera.segmentation, "Let the kernel cut the datagrams out of larger sends")->group(stream);
     app.add_flag("--extended-ids", camera.extended_ids, "64-bit block ids from the start")->group(stream);
-    app.add_flag("!--no-resend", camera.resend, "Do not offer packet resend")->group(stream);
-    app.add_flag("!--no-source-port", camera.source_port, "Hide the stream source port register")->group(stream);
+    app.add_flag_callback(
+           "--no-resend", [&camera] { camera.resend = false; }, "Do not offer packet resend")
+        ->group(stream);
+    app.add_flag_callback(
+           "--no-source-port", [&camera] { camera.source_port = false; }, "Hide the stream source port register")
+        ->group(stream);
     app.add_option("--ring", camera.ring_frames, "Past frames kept for resends")->capture_default_str()->group(stream);
     app.add_option("--chunk-payload-type", camera.chunk_payload_type, "Of standard-id frames with chunks: 4 or 5")
         ->check(CLI::IsMember({4U, 5U}))
@@ -149,18 +163,22 @@ void declare(CLI::App& app, arguments& args) {
     app.add_flag("--event-cmd", camera.plain_events, "Send EVENT instead of EVENTDATA")->group(control);
     app.add_option("--action-device-key", camera.action_device_key)->capture_default_str()->group(control);
     app.add_option("--tick-frequency", camera.tick_frequency, "Of the timestamps, Hz")
+        ->check(option_checks::whole_number(1, 10'000'000'000))
         ->capture_default_str()
         ->group(control);
     app.add_option("--reboot-ms", camera.reboot_ms, "Silence of a reset")->capture_default_str()->group(control);
 
     const auto* wrong = "Faults (shares 0..1)";
     const auto share = [&](const char* name, double& value, const char* help) {
-        app.add_option(name, value, help)->check(CLI::Range(0.0, 1.0))->capture_default_str()->group(wrong);
+        app.add_option(name, value, help)->check(option_checks::number(0, 1))->capture_default_str()->group(wrong);
     };
-    app.add_option("--seed", faults.seed, "Same seed, same faults")->capture_default_str()->group(wrong);
+    app.add_option("--seed", faults.seed, "Same seed, same faults")
+        ->check(option_checks::whole_number(0))
+        ->capture_default_str()
+        ->group(wrong);
     share("--loss", faults.loss, "Stream packets that are not sent");
     app.add_option("--burst-length", faults.burst_length, "Mean number of packets lost in a row")
-        ->check(CLI::Range(1.0, 1e6))
+        ->check(option_checks::number(1, 1e6))
         ->capture_default_str()
         ->group(wrong);
     share("--resend-request-loss", faults.resend_request_loss, "Resend requests that are not seen");
@@ -169,7 +187,10 @@ void declare(CLI::App& app, arguments& args) {
     share("--reorder", faults.reorder, "Packets that change places with one up to 8 behind");
     share("--duplicate", faults.duplicate, "Packets sent twice");
     share("--delay", faults.delay, "Packets sent late");
-    app.add_option("--delay-ms", faults.delay_ms, "How late")->capture_default_str()->group(wrong);
+    app.add_option("--delay-ms", faults.delay_ms, "How late")
+        ->check(option_checks::number(0, 60'000))
+        ->capture_default_str()
+        ->group(wrong);
     share("--truncate", faults.truncate, "Packets without their second half");
     share("--garbage", faults.garbage, "Packets with a datagram of noise in front");
     share("--control-loss", faults.control_loss, "Control requests or acknowledges lost");
@@ -177,11 +198,17 @@ void declare(CLI::App& app, arguments& args) {
     app.add_option("--pending-every", faults.pending_every, "Every n-th acknowledge comes late, after PENDING_ACK")
         ->group(wrong);
     app.add_option("--pending-ms", faults.pending_ms, "How late")->capture_default_str()->group(wrong);
-    app.add_option("--reboot-after", faults.reboot_after, "Reset after this many frames")->group(wrong);
-    app.add_option("--silence-after", faults.silence_after, "Fall silent after this many frames")->group(wrong);
+    app.add_option("--reboot-after", faults.reboot_after, "Reset after this many frames")
+        ->check(option_checks::whole_number(0))
+        ->group(wrong);
+    app.add_option("--silence-after", faults.silence_after, "Fall silent after this many frames")
+        ->check(option_checks::whole_number(0))
+        ->group(wrong);
     app.add_option("--silence-ms", faults.silence_ms, "How long; for good by default")->group(wrong);
 
-    app.add_option("--deaf-after", faults.deaf_after, "Answer no control request after this many frames")->group(wrong);
+    app.add_option("--deaf-after", faults.deaf_after, "Answer no control request after this many frames")
+        ->check(option_checks::whole_number(0))
+        ->group(wrong);
 
     const auto* firmware = "Firmware";
     app.add_option("--device-version", camera.version, "Of the firmware at the start")
@@ -197,12 +224,15 @@ void declare(CLI::App& app, arguments& args) {
         ->capture_default_str()
         ->group(firmware);
     app.add_option("--firmware-size", args.firmware.size, "Of its image, bytes")
+        ->check(option_checks::whole_number(1, 1 << 30))
         ->capture_default_str()
         ->group(firmware);
 
     const auto* running = "Running";
     app.add_flag("--quiet", args.quiet, "Say nothing of refused requests")->group(running);
-    app.add_option("--ready-fd", args.ready_fd, "Write the lines \"ready ADDRESS:PORT\" here, too")->group(running);
+    app.add_option("--ready-fd", args.ready_fd, "Write the lines \"ready ADDRESS:PORT\" here, too")
+        ->check(option_checks::whole_number(0, std::numeric_limits<int>::max()))
+        ->group(running);
     app.add_option("--stats-file", args.stats_file, "Write the statistics here at exit, one JSON line per camera")
         ->group(running);
     app.add_option("--sent-file", args.sent_file,
@@ -218,7 +248,7 @@ std::optional<camera_sim::light_change> light_of(const std::string& text) {
     char rest = 0;
     const int fields = std::sscanf(text.c_str(), "%" SCNu64 ":%lf:%lf:%lf%c", &light.frame, &light.level, &light.red,
                                    &light.blue, &rest);
-    if (fields != 2 && fields != 4) return {};
+    if ((fields != 2 && fields != 4) || text.starts_with('-')) return {};
     return light;
 }
 

@@ -18,8 +18,10 @@
 #include "posix/standard_streams.h"
 
 #include <gds_shared/product_constants.h>
+#include <options/numbers.h>
 
 #include <algorithm>
+#include <limits>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -32,11 +34,12 @@ using namespace cli;
 void add_file_commands(command_line& line) {
     auto converting = std::make_shared<convert_options>();
     auto* convert_command = line.app.add_subcommand("convert", "Converts a raw picture to another pixel format");
+    const auto pixels = option_checks::whole_number(1, std::numeric_limits<int32_t>::max());
     convert_command->add_option("file", converting->file, "Raw file, lines without padding")->required();
     convert_command->add_option("--from", converting->from, "Format of the file: PFNC name or four characters")
         ->required();
-    convert_command->add_option("--width", converting->width, "Pixels")->required()->check(CLI::PositiveNumber);
-    convert_command->add_option("--height", converting->height, "Lines")->required()->check(CLI::PositiveNumber);
+    convert_command->add_option("--width", converting->width, "Pixels")->required()->check(pixels);
+    convert_command->add_option("--height", converting->height, "Lines")->required()->check(pixels);
     convert_command->add_option("--to", converting->to, "Format wanted")->required();
     convert_command->add_option("-o,--output", converting->output, "File to write (default: named after the format)");
     convert_command->add_flag("--json", line.options.json, "One JSON object on the standard output");
@@ -105,19 +108,22 @@ int run(int argc, char** argv) {
     add_plan_command(line);
     add_file_commands(line);
     add_network_commands(app, options, line.exit_code,
-                         [&](CLI::App& command, bool with_device) { line.add_common(command, with_device); });
+                         [&](CLI::App& command, reach of) { line.add_common(command, of); });
     add_installation_commands(line);
     auto watching = std::make_shared<watch_options>();
     auto watched = std::make_shared<bool>(false);
-    auto& doctor_command = line.add("doctor", "What is wrong, and what mends it", false, [&options, watching, watched] {
-        return *watched ? watch_streams(options, *watching) : doctor(options);
-    });
+    auto& doctor_command =
+        line.add("doctor", "What is wrong, and what mends it", reach::search, [&options, watching, watched] {
+            return *watched ? watch_streams(options, *watching) : doctor(options);
+        });
     auto* const watch_flag = doctor_command.add_flag(
         "--watch", *watched, "Look where packets are lost beside an application that runs, until Ctrl-C");
     doctor_command.add_option("--interval", watching->interval_s, "Seconds between two lines of --watch")
         ->needs(watch_flag)
-        ->check(CLI::Range(0.05, 3600.0));
-    doctor_command.add_option("--count", watching->count, "End --watch after so many lines")->needs(watch_flag);
+        ->check(option_checks::number(0.05, 3600));
+    doctor_command.add_option("--count", watching->count, "End --watch after so many lines; 0: at Ctrl-C")
+        ->needs(watch_flag)
+        ->check(option_checks::whole_number(0));
     doctor_command.footer(
         "Each finding is ok, advice or BAD; the exit code is 1 when one is BAD, or when --watch saw packets lost.\n"
         "Examples: orv-gentl doctor --json\n          orv-gentl doctor --watch --interval 5");

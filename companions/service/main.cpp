@@ -16,6 +16,7 @@
 #include <ipc_rpc/limits.h>
 #include <ipc_rpc/services.h>
 #include <ipc_rpc/status.h>
+#include <options/numbers.h>
 #include <posix/runtime_directory.h>
 
 #include <CLI/CLI.hpp>
@@ -113,11 +114,14 @@ int serve(const program_options& given) {
         logging.set_level(given.log_level);
     };
     apply_log_options(); // for what is wrong with the settings
+    gds_shared::settings_report report;
     const auto settings =
-        gds_shared::make_property_chain(product, std::filesystem::read_symlink("/proc/self/exe").parent_path());
+        gds_shared::make_property_chain(product, std::filesystem::read_symlink("/proc/self/exe").parent_path(), report);
     gds_shared::log_init(*settings, logging, true);
     apply_log_options();
-    // Whatever the level: who asked for the file would look for it in vain.
+    // Whatever the level: who asked for the file would look for it in vain, and the settings may be what sets the
+    // level.
+    for (const std::string& problem : report.problems) say(problem + '.');
     if (const auto& problem = logging.file_problem(); !problem.empty()) say(problem);
 
     // Before any thread: they all leave the signals to the wait below.
@@ -150,12 +154,17 @@ int serve(const program_options& given) {
                                                  "'{}/{}': it may be of another version's unit.",
                                                  directory->path, server_options.pipe_name));
         }
+        std::error_code ignored;
         const bool foreign = server.error() == std::errc::permission_denied;
+        const bool missing = !std::filesystem::is_directory(directory->path, ignored);
         throw std::runtime_error(fmt::format(
             "Cannot listen at '{}/{}': {}{}", directory->path, server_options.pipe_name, server.error().message(),
-            foreign ? ". A service of your own needs a folder of its own: set ORV_GENTL_RUNTIME_DIR, for it "
-                      "and for the applications that are to use it."
-                    : ""));
+            foreign   ? ". A service of your own needs a folder of its own: set ORV_GENTL_RUNTIME_DIR, for it "
+                        "and for the applications that are to use it."
+            : missing ? fmt::format(". There is no folder '{0}': mkdir -m 700 '{0}', or set ORV_GENTL_RUNTIME_DIR to "
+                                    "one that is there, for the service and for the applications that are to use it.",
+                                    directory->path)
+                      : ""));
     }
     tell_of_others(fmt::format("{}/{}", directory->path, server_options.pipe_name));
     // The first scan is over when we say so, so that a consumer that waited for the line finds what is there.
@@ -186,7 +195,7 @@ int run(int argc, char** argv) {
     app.add_option("--log-level", given.log_level,
                    "Log to the console: 0 trace, 1 debug, 2 info, 3 warn, 4 error, "
                    "5 critical, 6 off")
-        ->check(CLI::Range(0, 6));
+        ->check(option_checks::whole_number(0, 6));
     const auto heartbeat_range = [](const std::string& text) -> std::string {
         unsigned value = 0;
         if (CLI::detail::lexical_cast(text, value) && (value == 0 || (value >= 500 && value <= 3'600'000))) return {};
@@ -200,10 +209,11 @@ int run(int argc, char** argv) {
         ->check(CLI::ExistingDirectory);
     app.add_flag("--document-http", given.document_http,
                  "Cameras may name documents on their own web server ('http:' URLs with their own address)");
-    app.add_flag("!--no-image-features", given.image_features,
-                 "Serve the cameras' documents as they are, without the category of software image processing");
+    app.add_flag_callback(
+        "--no-image-features", [&given] { given.image_features = false; },
+        "Serve the cameras' documents as they are, without the category of software image processing");
     app.add_option("--scan-interval", given.scan_interval_ms, "Time between searches for cameras, ms")
-        ->check(CLI::Range(50U, 3600000U))
+        ->check(option_checks::whole_number(50, 3'600'000))
         ->capture_default_str();
     app.set_version_flag("--version", fmt::format("orv-gentl-gev-service {}", gds_shared::gev_product.version_text));
     try {

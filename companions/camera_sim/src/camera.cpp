@@ -57,8 +57,8 @@ camera::~camera() = default;
 
 std::string camera::problem_with(const camera_options& options) {
     const auto outside = [](std::string_view what, auto value, auto min, auto max) {
-        return value < min || value > max ? fmt::format("{} is {}; it must be {} to {}", what, value, min, max)
-                                          : std::string{};
+        return value >= min && value <= max ? std::string{} // which NaN is not
+                                            : fmt::format("{} is {}; it must be {} to {}", what, value, min, max);
     };
     constexpr uint32_t largest_sensor = 65536;
     for (const auto& problem :
@@ -71,6 +71,8 @@ std::string camera::problem_with(const camera_options& options) {
           outside("the part of the light that flickers", options.scene.flicker, 0.0, 1.0),
           outside("the frequency of the flicker", options.scene.flicker_frequency, 1.0, 1e5),
           outside("the largest packet size", options.max_packet_size, 576U, 65532U),
+          outside("the step of the packet size", options.packet_size_step, 1U, 65532U),
+          outside("the frequency of the timestamps", options.tick_frequency, uint64_t{1}, uint64_t{10'000'000'000}),
           outside("the packet size", options.packet_size, 576U, options.max_packet_size),
           outside("the number of frames kept for resends", options.ring_frames, 1U, 65536U),
           outside("the length of the serial number", options.serial.size(), std::size_t{0}, std::size_t{15}),

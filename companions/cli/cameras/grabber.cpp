@@ -129,7 +129,7 @@ void grabber::start() {
     stop_if_interrupted();
     if (options.explain) watch_losses();
     cpu_at_start = cpu_seconds();
-    camera_started = true;
+    camera_started = ever_started = true;
     is_first_of_stream = true;
     execute(require_node(session->remote, "AcquisitionStart"));
     if (trigger) trigger->start();
@@ -461,6 +461,7 @@ nlohmann::json grabber::result() const {
 }
 
 std::string grabber::summary() const {
+    if (!ever_started) return {};
     std::string text = fmt::format("{:<40} {:>11} {:<12} {:>8} {:>8} {:>9} {:>6} {:>9} {:>9}\n", "device", "size",
                                    "format", "packet", "frames", "complete", "lost", "rate/s", "MB/s");
     text += fmt::format("{:<40} {:>11} {:<12} {:>8} {:>8} {:>9} {:>6} {:>9.2f} {:>9.2f}\n", device_id,
@@ -565,7 +566,7 @@ void grabber::run() {
     }
     if (saver) saver->finish();
     if (!first && saver && saver->why_failed()) first = saver->why_failed();
-    show_progress(true);
+    if (ever_started) show_progress(true);
     if (first) std::rethrow_exception(first);
     throw_if_wrong();
 }

@@ -59,7 +59,7 @@ public:
     void run();
 
     [[nodiscard]] nlohmann::json result() const;
-    // The same for a person.
+    // The same for a person. Empty when the camera never started.
     [[nodiscard]] std::string summary() const;
     // With `explain`: where packets were lost, for a person. Empty when the camera never started.
     [[nodiscard]] std::string explanation() const;
@@ -119,7 +119,7 @@ private:
     GenTL::EVENT_HANDLE new_buffer = nullptr;
     GenTL::EVENT_HANDLE errors = nullptr; // null where the producer has no such event
     bool acquiring = false;
-    bool camera_started = false;
+    bool camera_started = false, ever_started = false;
     std::unique_ptr<picture_saver> saver;
 
     size_t payload_size = 0, announced = 0;

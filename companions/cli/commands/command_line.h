@@ -9,15 +9,18 @@
 
 namespace cli {
 
+// What a subcommand reaches, each the one before it as well; it has the options for that: --json and --cti, --interface
+// and --timeout, --device, --access.
+enum class reach { library, search, device, opened_device };
+
 // Where subcommands register: their callbacks set `exit_code`. Outlives the parse.
 struct command_line {
     CLI::App& app;
     common_options& options;
     int exit_code = 0;
 
-    // A subcommand with --json, --cti, --interface and --timeout, and for a device's with --device and --access.
-    CLI::App& add(const char* name, const char* help, bool with_device, std::function<int()> run);
-    void add_common(CLI::App& command, bool with_device);
+    CLI::App& add(const char* name, const char* help, reach of, std::function<int()> run);
+    void add_common(CLI::App& command, reach of);
     void add_module(CLI::App& command);
 };
 

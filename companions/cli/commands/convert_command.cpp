@@ -7,24 +7,49 @@
 
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <optional>
 #include <span>
 #include <stdexcept>
+#include <string>
+#include <system_error>
 #include <vector>
 
 namespace cli {
+
+namespace {
+
+// Of any kind of file, a pipe's too.
+std::string read_picture(const std::string& path) {
+    errno = 0;
+    std::ifstream file{path, std::ios::binary};
+    std::string bytes;
+    std::vector<char> part(65536);
+    while (file.read(part.data(), static_cast<std::streamsize>(part.size())) || file.gcount() > 0)
+        bytes.append(part.data(), static_cast<size_t>(file.gcount()));
+    if (!file.is_open() || file.bad())
+        throw failure(cause::arguments,
+                      fmt::format("Cannot read '{}': {}.", path, std::generic_category().message(errno)));
+    return bytes;
+}
+
+} // namespace
 
 int convert_file(const convert_options& options) {
     const picture_format from = format_from_text(options.from), to = format_from_text(options.to);
     for (const picture_format& format : {from, to})
         if (!format.known()) throw failure(cause::arguments, fmt::format("'{}' is no pixel format.", format.name));
-    std::ifstream file{options.file, std::ios::binary};
-    std::vector<char> bytes{std::istreambuf_iterator<char>{file}, {}};
-    if (!file.is_open() || file.bad()) throw std::runtime_error(fmt::format("Cannot read '{}'.", options.file));
-    picture_converter converter{from, to};
-    const auto converted = converter.convert(std::as_bytes(std::span{bytes}), options.width, options.height);
+    const std::string bytes = read_picture(options.file);
+    std::optional<picture_converter> converter;
+    std::span<const std::byte> converted;
+    try {
+        converter.emplace(from, to);
+        converted = converter->convert(std::as_bytes(std::span{bytes}), options.width, options.height);
+    } catch (const std::runtime_error& unfit) { // size or formats, which the command line named
+        throw failure(cause::arguments, fmt::format("'{}': {}", options.file, unfit.what()));
+    }
     std::filesystem::path path = options.output;
     if (path.empty()) path = std::filesystem::path{options.file}.replace_extension(to.name + ".raw");
     write_file(path, converted);

@@ -24,7 +24,7 @@ std::string read_file(const std::string& path) {
     std::ifstream file{path, std::ios::binary};
     std::string text(error ? 0 : size, '\0');
     if (error || !file.read(text.data(), static_cast<std::streamsize>(size))) {
-        throw std::runtime_error(fmt::format("Cannot read '{}'{}{}.", path, error ? ": " : "", error.message()));
+        throw failure(cause::arguments, fmt::format("Cannot read '{}'{}{}.", path, error ? ": " : "", error.message()));
     }
     return text;
 }
@@ -81,14 +81,14 @@ int show_document(const document_options& options) {
     const auto text = GenICam::document_text(read_file(options.file));
     if (!text) {
         const bool large = text.error() == std::errc::file_too_large;
-        throw std::runtime_error(
-            fmt::format("'{}' {}.", options.file, large ? "is larger than any document" : "is no sound archive"));
+        throw failure(cause::arguments, fmt::format("'{}' {}.", options.file,
+                                                    large ? "is larger than any document" : "is no sound archive"));
     }
     memory_port memory{options.memory.empty() ? std::nullopt : std::optional{read_file(options.memory)}};
     const auto begin = std::chrono::steady_clock::now();
     const auto document = GenICam::create_document(std::string_view{*text});
     const std::chrono::duration<double> load_time = std::chrono::steady_clock::now() - begin;
-    if (!document) throw std::runtime_error(fmt::format("'{}' is no well-formed XML.", options.file));
+    if (!document) throw failure(cause::arguments, fmt::format("'{}' is no well-formed XML.", options.file));
     if (auto* port = document->find<GenICam::IPort>("Device")) static_cast<void>(port->bind(&memory, 0));
 
     size_t count = 0;

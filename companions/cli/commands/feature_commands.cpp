@@ -6,6 +6,8 @@
 #include "../output/output.h"
 #include "../posix/interruption.h"
 
+#include <options/numbers.h>
+
 #include <array>
 #include <map>
 #include <memory>
@@ -215,12 +217,13 @@ void add_feature_commands(command_line& line) {
     auto given = std::make_shared<words>();
     common_options& options = line.options;
 
-    auto& features_command = line.add("features", "All features with their values", true, [&options, given] {
-        if (!given->changed.empty()) return show_changed(options, given->changed);
-        constexpr std::array levels{"beginner", "expert", "guru", "invisible"};
-        const auto level = std::ranges::find(levels, given->level) - levels.begin();
-        return features(options, {static_cast<Visibility_t>(level), lower_case(given->search)});
-    });
+    auto& features_command =
+        line.add("features", "All features with their values", reach::opened_device, [&options, given] {
+            if (!given->changed.empty()) return show_changed(options, given->changed);
+            constexpr std::array levels{"beginner", "expert", "guru", "invisible"};
+            const auto level = std::ranges::find(levels, given->level) - levels.begin();
+            return features(options, {static_cast<Visibility_t>(level), lower_case(given->search)});
+        });
     line.add_module(features_command);
     features_command.add_option("--level", given->level, "Up to beginner, expert, guru or invisible")
         ->check(CLI::IsMember({"beginner", "expert", "guru", "invisible"}))
@@ -230,32 +233,34 @@ void add_feature_commands(command_line& line) {
                                 "Those whose values differ from this file of 'orv-gentl save'");
     features_command.footer("Example: orv-gentl features --level expert --search gain");
 
-    auto& describe_command = line.add("describe", "One feature with limits, entries, selectors and its maker's words",
-                                      true, [&options, given] { return describe_feature(options, given->name); });
+    auto& describe_command =
+        line.add("describe", "One feature with limits, entries, selectors and its maker's words", reach::opened_device,
+                 [&options, given] { return describe_feature(options, given->name); });
     line.add_module(describe_command);
     describe_command.add_option("feature", given->name, "Feature name")->required();
     describe_command.footer("Example: orv-gentl describe ExposureTime");
 
-    auto& get_command =
-        line.add("get", "Values of features", true, [&options, given] { return get(options, given->names); });
+    auto& get_command = line.add("get", "Values of features", reach::opened_device,
+                                 [&options, given] { return get(options, given->names); });
     line.add_module(get_command);
     get_command.add_option("feature", given->names, "Feature names")->required();
     get_command.footer("Example: orv-gentl get Width Height");
 
-    auto& set_command = line.add("set", "Sets features, in the order given, and reads them back", true,
+    auto& set_command = line.add("set", "Sets features, in the order given, and reads them back", reach::opened_device,
                                  [&options, given] { return set(options, given->names); });
     line.add_module(set_command);
     set_command.add_option("setting", given->names, "NAME=VALUE or NAME[SELECTOR=CHOICE]=VALUE; or one NAME VALUE")
         ->required();
     set_command.footer("Example: orv-gentl set GainAuto=Off 'Gain[GainSelector=All]=3.5'");
 
-    auto& exec_command = line.add("exec", "Executes a command and waits until it is done", true, [&options, given] {
-        return exec(options, given->name, std::chrono::milliseconds{given->longest_ms});
-    });
+    auto& exec_command =
+        line.add("exec", "Executes a command and waits until it is done", reach::opened_device, [&options, given] {
+            return exec(options, given->name, std::chrono::milliseconds{given->longest_ms});
+        });
     line.add_module(exec_command);
     exec_command.add_option("command", given->name, "Feature name")->required();
     exec_command.add_option("--wait", given->longest_ms, "Longest wait for the command to be done, milliseconds")
-        ->check(CLI::NonNegativeNumber)
+        ->check(option_checks::whole_number(0, 1'000'000'000))
         ->capture_default_str();
     exec_command.footer("Example: orv-gentl exec UserSetLoad");
 }

@@ -96,13 +96,17 @@ std::string program_beside(const char* name) {
 void wait_until_ready(child_process& child, const char* what) {
     constexpr milliseconds longest{6000};
     if (child.wait_for_output("ready", longest)) return;
-    throw failure(cause::failed, fmt::format("The {} does not start: {}", what, child.output()));
+    throw failure(cause::failed,
+                  fmt::format("The {} does not start: {}", what,
+                              !child.output().empty() ? child.output()
+                              : child.has_ended()     ? "it ended without a word."
+                                                  : fmt::format("it said nothing in {} s.", longest.count() / 1000)));
 }
 
 // Camera, service and library as processes and sockets of this user's own, without a network and beside whatever runs.
 int self_test(const common_options& common) {
     watch_for_interruption();
-    const auto step = [&](const char* text) {
+    const auto step = [&](const std::string& text) {
         if (!common.json) print("{}\n", text);
         flush_output();
     };
@@ -117,17 +121,15 @@ int self_test(const common_options& common) {
     child_process service{{program_beside("orv-gentl-gev-service"), "--no-networks", "--discover", address}};
     wait_until_ready(service, "service");
     step("ok  service");
-    const std::string library = find_cti(common);
-    if (!common.json) print("ok  library {}\n", library);
-
     common_options options = common;
     options.device = address;
-    options.interface.clear();
     grab_options wanted;
     wanted.frames = 60;
     wanted.verify = true;
     wanted.quiet = true;
+    const std::string library = find_cti(common);
     grabber run{options, wanted};
+    step(fmt::format("ok  library {}", library));
     run.run();
     if (common.json) {
         nlohmann::json object = run.result();
@@ -143,13 +145,17 @@ int self_test(const common_options& common) {
 
 void add_installation_commands(command_line& line) {
     auto wanted = std::make_shared<std::string>("sh");
-    auto& env = line.add("env", "The line that makes applications find the library", false,
+    auto& env = line.add("env", "The line that makes applications find the library", reach::library,
                          [&line, wanted] { return print_environment(line.options, *wanted); });
-    for (const situation& each : situations)
-        env.add_flag_callback(
+    std::vector<CLI::Option*> before;
+    for (const situation& each : situations) {
+        auto* flag = env.add_flag_callback(
             fmt::format("--{}", each.option), [wanted, &each] { *wanted = each.option; }, each.help);
+        for (CLI::Option* other : before) flag->excludes(other);
+        before.push_back(flag);
+    }
     env.footer("Example: eval \"$(orv-gentl env --sh)\"");
-    line.add("self-test", "Proves an installation without a camera, in a few seconds", false,
+    line.add("self-test", "Proves an installation without a camera, in a few seconds", reach::library,
              [&line] { return self_test(line.options); })
         .footer(
             "Starts a simulated camera and a service of its own on loopback and grabs 60 frames, every byte compared.\n"

@@ -28,6 +28,11 @@ void print_table(const std::vector<std::vector<std::string>>& rows) {
 int list(const common_options& options) {
     found_devices found = find_devices(options);
     add_places(found);
+    if (!options.device.empty()) {
+        const auto fits = [&](const auto& each) { return is_meant(each.first, options.device); };
+        if (std::ranges::none_of(found.devices, fits)) static_cast<void>(choose_device(found, options)); // throws why
+        std::erase_if(found.devices, [&](const auto& each) { return !fits(each); });
+    }
     for (auto& [device, interface] : found.devices) {
         if (device.access_status != GenTL::DEVICE_ACCESS_STATUS_BUSY) continue;
         if (const auto holder = holder_of(*found.lib, interface, device.id)) device.holder = holder->text();
@@ -94,10 +99,10 @@ int info(const common_options& options) {
 } // namespace
 
 void add_list_commands(command_line& line) {
-    line.add("list", "Interfaces and devices, with addresses and who may open them", false,
+    line.add("list", "Interfaces and devices, with addresses and who may open them", reach::device,
              [&options = line.options] { return list(options); })
         .footer("Example: orv-gentl list --json");
-    line.add("info", "The library, and a device", true, [&options = line.options] { return info(options); })
+    line.add("info", "The library, and a device", reach::device, [&options = line.options] { return info(options); })
         .footer("Example: orv-gentl info --device 192.168.0.10");
 }
 

@@ -10,6 +10,7 @@
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
+#include <options/numbers.h>
 
 #include <algorithm>
 #include <memory>
@@ -107,7 +108,8 @@ int force_ip(const common_options& options, const chosen_address& chosen) {
 // be reached cannot be written to.
 int keep_address(const common_options& options, const chosen_address& chosen) {
     if (const char* problem = problem_with(chosen))
-        throw std::runtime_error(fmt::format("{} cannot be a camera's address: {}.", ip_text(chosen.address), problem));
+        throw failure(cause::arguments,
+                      fmt::format("{} cannot be a camera's address: {}.", ip_text(chosen.address), problem));
     interface_session session = interface_session::of_device(options);
     force_ip(session, chosen);
     session.update_list();
@@ -214,7 +216,7 @@ int send_action(const common_options& options, const action_options& action) {
 } // namespace
 
 void add_network_commands(CLI::App& app, common_options& options, int& result,
-                          const std::function<void(CLI::App& command, bool with_device)>& add_common) {
+                          const std::function<void(CLI::App& command, reach of)>& add_common) {
     struct words {
         std::string address, mask = "255.255.255.0", gateway = "0.0.0.0", package;
         action_options action;
@@ -227,7 +229,7 @@ void add_network_commands(CLI::App& app, common_options& options, int& result,
     force->footer("Works for cameras of other subnets, which cannot be opened. Refused when somebody has the address.\n"
                   "'orv-gentl ip temporary' finds a free one by itself.\n"
                   "Example: orv-gentl force-ip 192.168.1.20 --device 02:00:7F:00:00:0A");
-    add_common(*force, true);
+    add_common(*force, reach::device);
     force->add_option("address", given->address, "The new address, such as 192.168.0.10")->required();
     force->add_option("--mask", given->mask, "Subnet mask")->capture_default_str();
     force->add_option("--gateway", given->gateway, "Gateway; 0.0.0.0 for none")->capture_default_str();
@@ -238,12 +240,12 @@ void add_network_commands(CLI::App& app, common_options& options, int& result,
     ip->footer("Examples: orv-gentl ip show\n          orv-gentl ip persistent --device SERIAL --address 192.168.1.20");
     auto* show_command = ip->add_subcommand("show", "Addresses of all cameras, also of those that cannot be opened");
     show_command->footer("Example: orv-gentl ip show --device SERIAL");
-    add_common(*show_command, true);
+    add_common(*show_command, reach::device);
     show_command->callback([&] { result = show_addresses(options); });
     const auto function = [&](const char* name, const char* help, const char* footer, const char* feature) {
         auto* command = ip->add_subcommand(name, help);
         command->footer(footer);
-        add_common(*command, true);
+        add_common(*command, reach::device);
         command->callback([&options, &result, feature] { result = assign(options, feature); });
         return command;
     };
@@ -275,18 +277,19 @@ void add_network_commands(CLI::App& app, common_options& options, int& result,
     action->footer("Those cameras act whose device key and group key are equal and whose group mask shares a bit.\n"
                    "Without --interface it goes out by all interfaces. Cameras act only while somebody controls them.\n"
                    "Example: orv-gentl action --device-key 1 --group-key 1 --group-mask 1");
-    add_common(*action, false);
+    add_common(*action, reach::search);
     constexpr int64_t largest = 0xFFFFFFFF;
     action->add_option("--device-key", given->action.device_key, "Equal to the cameras' ActionDeviceKey")
         ->required()
-        ->check(CLI::Range(int64_t{0}, largest));
+        ->check(option_checks::whole_number(0, largest));
     action->add_option("--group-key", given->action.group_key, "Equal to their ActionGroupKey")
         ->required()
-        ->check(CLI::Range(int64_t{0}, largest));
+        ->check(option_checks::whole_number(0, largest));
     action->add_option("--group-mask", given->action.group_mask, "Shares a bit with their ActionGroupMask")
         ->required()
-        ->check(CLI::Range(int64_t{0}, largest));
-    auto* at = action->add_option("--at", given->action.time, "Time of the action, in ticks of the cameras' clocks");
+        ->check(option_checks::whole_number(0, largest));
+    auto* at = action->add_option("--at", given->action.time, "Time of the action, in ticks of the cameras' clocks")
+                   ->check(option_checks::whole_number(0));
     action->callback([&, given, at] {
         given->action.scheduled = at->count() != 0;
         result = send_action(options, given->action);
@@ -297,23 +300,26 @@ void add_network_commands(CLI::App& app, common_options& options, int& result,
         "With the features of the event's port. 'orv-gentl get EventSelector' shows what a camera can send;\n"
         "--json prints one object for each event.\n"
         "Example: orv-gentl events --device SERIAL --notify ExposureEnd --acquire --count 10");
-    add_common(*events, true);
+    add_common(*events, reach::opened_device);
     events->add_option("--notify", given->events.notify, "Switch this event on (entry of EventSelector); repeatable");
     events->add_option("--set", given->events.settings, "FEATURE=VALUE before the start; repeatable");
     events->add_option("--exec", given->events.execute, "Command to execute once listening; repeatable");
     events->add_flag("--acquire", given->events.acquire, "Take pictures meanwhile, for events that frames cause");
-    events->add_option("--count", given->events.count, "End after so many; 0 for never")->capture_default_str();
+    events->add_option("--count", given->events.count, "End after so many; 0 for never")
+        ->check(option_checks::whole_number(0))
+        ->capture_default_str();
     events->add_option("--wait", given->events.wait_ms, "Longest wait for the next event, milliseconds; -1 for ever")
+        ->check(option_checks::whole_number(-1, 1'000'000'000))
         ->capture_default_str();
     events->callback([&, given] { result = show_events(options, given->events); });
 
     auto* firmware = app.add_subcommand("firmware", "Writes a firmware package (*.fwpack) to a camera");
     firmware->footer("Checked against the camera first. The camera restarts at the end; nobody may have it open.\n"
                      "Example: orv-gentl firmware camera-1.2.fwpack --device SERIAL");
-    add_common(*firmware, true);
+    add_common(*firmware, reach::device);
     firmware->add_option("package", given->package, "Package file")->required();
     firmware->add_option("--longest", given->longest_s, "Give up watching after so many seconds")
-        ->check(CLI::PositiveNumber)
+        ->check(option_checks::whole_number(1, 1'000'000))
         ->capture_default_str();
     firmware->callback(
         [&, given] { result = upload_firmware(options, given->package, std::chrono::seconds{given->longest_s}); });

@@ -5,6 +5,8 @@
 #include "../output/output.h"
 #include "../posix/network_interface.h"
 
+#include <options/numbers.h>
+
 #include <algorithm>
 #include <memory>
 #include <set>
@@ -253,15 +255,15 @@ int plan(const common_options& common, const plan_options& options) {
 
 void add_plan_command(command_line& line) {
     auto given = std::make_shared<plan_options>();
-    auto& command = line.add("plan", "Shares an interface's link among its cameras, so that none drowns another", false,
-                             [&line, given] { return plan(line.options, *given); });
+    auto& command = line.add("plan", "Shares an interface's link among its cameras, so that none drowns another",
+                             reach::search, [&line, given] { return plan(line.options, *given); });
     command.add_option("--link", given->link_mbit, "Mbit/s of the host's port (default: what the interface tells)")
-        ->check(CLI::Range(1.0, 1e6));
+        ->check(option_checks::number(1, 1e6));
     command.add_option("--reserve", given->reserve, "Per cent of it that are left for resends and control")
-        ->check(CLI::Range(0.0, 90.0))
+        ->check(option_checks::number(0, 90))
         ->capture_default_str();
     command.add_option("--rate", given->frame_rate, "Frames per second of each, for cameras that are triggered")
-        ->check(CLI::PositiveNumber);
+        ->check(option_checks::number(0.001, 1e6));
     command
         .add_option("--by", given->by,
                     "What paces the cameras: limit (DeviceLinkThroughputLimit), delay (GevSCPD) or any")

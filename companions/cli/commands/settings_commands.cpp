@@ -71,17 +71,18 @@ void add_settings_commands(command_line& line) {
     auto file = std::make_shared<std::string>();
     common_options& options = line.options;
 
-    auto& save_command = line.add("save", "Writes a camera's settings to a file", true, [&options, file] {
-        if (options.json && file->empty())
-            throw failure(cause::arguments, "With --json the settings need a file of their own.");
-        return save(options, *file);
-    });
+    auto& save_command =
+        line.add("save", "Writes a camera's settings to a file", reach::opened_device, [&options, file] {
+            if (options.json && file->empty())
+                throw failure(cause::arguments, "With --json the settings need a file of their own.");
+            return save(options, *file);
+        });
     line.add_module(save_command);
     save_command.add_option("file", *file, "File to write (default: the standard output)");
     save_command.footer("What the camera's maker marks as settings, for every choice of its selectors.\n"
                         "Example: orv-gentl save left.txt --device left");
 
-    auto& load_command = line.add("load", "Gives a camera the settings of a file", true,
+    auto& load_command = line.add("load", "Gives a camera the settings of a file", reach::opened_device,
                                   [&options, file] { return load(options, *file); });
     line.add_module(load_command);
     load_command.add_option("file", *file, "File of 'orv-gentl save'")->required();

@@ -270,7 +270,7 @@ int support_bundle(const common_options& common, const std::string& path) {
 
 void add_support_bundle_command(command_line& line) {
     auto path = std::make_shared<std::string>();
-    auto& command = line.add("support-bundle", "Collects what somebody needs to help from afar", false,
+    auto& command = line.add("support-bundle", "Collects what somebody needs to help from afar", reach::search,
                              [&line, path] { return support_bundle(line.options, *path); });
     command.add_option("file", *path, "FILE.tar.gz, or a folder that is not there yet")->required();
     command.footer(

@@ -6,6 +6,8 @@
 #include "../posix/interruption.h"
 #include "../posix/standard_streams.h"
 
+#include <options/numbers.h>
+
 #include <algorithm>
 #include <chrono>
 #include <memory>
@@ -219,9 +221,11 @@ int watch(const common_options& common, const watch_limit& options) {
 
 void add_watch_command(command_line& line) {
     auto given = std::make_shared<watch_limit>();
-    auto& command = line.add("watch", "Streams from all cameras, or one, and shows their figures each second", true,
-                             [&line, given] { return watch(line.options, *given); });
-    command.add_option("--seconds", given->seconds, "End after so many; 0: at Ctrl-C")->capture_default_str();
+    auto& command = line.add("watch", "Streams from all cameras, or one, and shows their figures each second",
+                             reach::opened_device, [&line, given] { return watch(line.options, *given); });
+    command.add_option("--seconds", given->seconds, "End after so many; 0: at Ctrl-C")
+        ->check(option_checks::whole_number(0, 1'000'000'000))
+        ->capture_default_str();
     command.footer(
         "It takes control of each camera and starts it; the pictures are thrown away. Of a camera that somebody "
         "else has it\nshows what can be read beside them; --access readonly does that for all. Ctrl-C stops the "

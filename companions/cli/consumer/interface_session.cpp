@@ -84,7 +84,7 @@ void interface_session::update_list() const {
 
 uint32_t parse_ip(const std::string& text) {
     const auto wrong = [&] {
-        return std::runtime_error(fmt::format("'{}' is no IPv4 address such as 192.168.0.10.", text));
+        return failure(cause::arguments, fmt::format("'{}' is no IPv4 address such as 192.168.0.10.", text));
     };
     uint32_t address = 0;
     const char* at = text.data();

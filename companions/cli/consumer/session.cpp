@@ -47,6 +47,8 @@ std::vector<fs::path> own_cti_places() {
 std::string find_cti(const common_options& options) {
     std::error_code ignored;
     if (!options.cti.empty()) {
+        if (fs::is_directory(options.cti, ignored))
+            throw failure(cause::no_library, fmt::format("'{}' is a folder: --cti takes the file.", options.cti));
         if (fs::exists(options.cti, ignored)) return options.cti;
         throw failure(cause::no_library, fmt::format("There is no file '{}'.", options.cti));
     }

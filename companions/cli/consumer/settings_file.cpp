@@ -214,6 +214,8 @@ std::vector<setting> read_settings(const std::string& path) {
     // A folder opens and cannot be read.
     if (!file.is_open() || file.bad() || !file.eof())
         throw failure(cause::arguments, fmt::format("Cannot read '{}'.", path));
+    // Of all settings none: the file was cut off, or it is another.
+    if (settings.empty()) throw failure(cause::arguments, fmt::format("There is no setting in '{}'.", path));
     return settings;
 }
 

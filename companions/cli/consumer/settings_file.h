@@ -16,7 +16,7 @@ namespace cli {
 [[nodiscard]] std::vector<setting> collect_settings(const node_map& nodes, std::vector<std::string>& left_out);
 
 [[nodiscard]] std::string settings_text(const std::vector<setting>& settings, const std::vector<std::string>& comments);
-// Throws failure(cause::arguments) with the line, or when the file cannot be read.
+// Throws failure(cause::arguments) with the line, or when the file cannot be read or has no setting.
 [[nodiscard]] std::vector<setting> read_settings(const std::string& path);
 
 struct difference {

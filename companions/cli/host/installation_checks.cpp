@@ -6,6 +6,8 @@
 #include "../posix/this_process.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <gds_shared/prop_store_init.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -101,6 +103,33 @@ void check_group(std::vector<finding>& findings) {
     findings.push_back(std::move(result));
 }
 
+// Of the library where it is loaded from this shell, and of the service that stands beside this program, but for the
+// variables of its own surroundings.
+void check_settings(const fs::path& own, std::vector<finding>& findings) {
+    std::error_code ignored;
+    std::vector<std::string> files, problems;
+    const auto add = [](std::vector<std::string>& all, const std::string& one) {
+        if (std::ranges::find(all, one) == all.end()) all.push_back(one);
+    };
+    for (const fs::path& folder : {own.parent_path(), fs::read_symlink("/proc/self/exe", ignored).parent_path()}) {
+        gds_shared::settings_report report;
+        static_cast<void>(gds_shared::make_property_chain(gds_shared::gev_product, folder, report));
+        for (const fs::path& file : report.files) add(files, file.string());
+        for (const std::string& problem : report.problems) add(problems, problem);
+    }
+    if (problems.empty())
+        findings.push_back({"settings files",
+                            grade::ok,
+                            files.empty() ? "none" : fmt::format("{}", fmt::join(files, ", ")),
+                            "none, or such as can be used",
+                            {},
+                            {}});
+    else
+        findings.push_back({"settings files", grade::advice, fmt::format("{}", fmt::join(problems, "\n")),
+                            "none, or such as can be used", "what is not used has its default; a log may be missing",
+                            "mend them, then start application and service again"});
+}
+
 } // namespace
 
 fs::path library_for_applications(const fs::path& own) {
@@ -165,6 +194,7 @@ void check_producer_path(const std::string& list, const fs::path& own, std::vect
 void check_installation(const fs::path& own, std::vector<finding>& findings) {
     const char* list = std::getenv("GENICAM_GENTL64_PATH");
     check_producer_path(list == nullptr ? "" : list, own, findings);
+    check_settings(own, findings);
     check_units(findings);
     check_group(findings);
 }

@@ -40,6 +40,10 @@ void add_triggers(const node_map& camera, std::vector<std::string>& reasons) {
     }
 }
 
+std::string time_text(double seconds) {
+    return seconds < 1 ? fmt::format("{:.1f} ms", seconds * 1e3) : fmt::format("{:.1f} s", seconds);
+}
+
 } // namespace
 
 std::vector<std::string> why_no_frames(const node_map& camera, const node_map& stream, std::chrono::milliseconds waited,
@@ -56,11 +60,12 @@ std::vector<std::string> why_no_frames(const node_map& camera, const node_map& s
     const double seconds = std::chrono::duration<double>{waited}.count();
     const auto rate = feature_number(camera, "AcquisitionFrameRate");
     if (rate && *rate > 0 && 1 / *rate > seconds)
-        reasons.push_back(fmt::format(
-            "AcquisitionFrameRate is {}: a frame takes {:.1f} s; --frame-timeout gives it time", *rate, 1 / *rate));
+        reasons.push_back(fmt::format("AcquisitionFrameRate is {}: a frame takes {}; --frame-timeout gives it time",
+                                      *rate, time_text(1 / *rate)));
     const auto exposure = feature_number(camera, "ExposureTime"); // us
     if (exposure && *exposure * 1e-6 > seconds)
-        reasons.push_back(fmt::format("ExposureTime is {:.1f} s; --frame-timeout gives it time", *exposure * 1e-6));
+        reasons.push_back(
+            fmt::format("ExposureTime is {}; --frame-timeout gives it time", time_text(*exposure * 1e-6)));
     if (!reasons.empty()) return reasons;
 
     // Nothing of the camera's settings explains it: something between it and us.

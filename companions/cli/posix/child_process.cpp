@@ -39,6 +39,7 @@ bool child_process::wait_for_output(const std::string& text, std::chrono::millis
         if (ready <= 0) return false;
         std::array<char, 1024> part{};
         const ssize_t size = read(pipe_end, part.data(), part.size());
+        ended = size == 0;
         if (size <= 0) return false;
         said.append(part.data(), static_cast<size_t>(size));
     }

@@ -19,11 +19,14 @@ public:
     // False when it ended or the time passed before the text came.
     [[nodiscard]] bool wait_for_output(const std::string& text, std::chrono::milliseconds longest);
     [[nodiscard]] const std::string& output() const noexcept { return said; }
+    // As far as the waits saw.
+    [[nodiscard]] bool has_ended() const noexcept { return ended; }
 
 private:
     int process = -1;
     int pipe_end = -1;
     std::string said; // what came during the waits
+    bool ended = false;
 };
 
 } // namespace cli

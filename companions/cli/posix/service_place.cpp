@@ -123,6 +123,15 @@ explanation why_no_service(const std::string& reason) {
                             known ? fmt::format(" It belongs to {}.", user_text(of_folder.st_uid)) : ""),
                 "Run as that user, or join its group."};
     }
+    struct stat folder {};
+    if (missing != 0 && !place.is_last && (stat(place.path.c_str(), &folder) != 0 || !S_ISDIR(folder.st_mode))) {
+        // A service makes only the last by itself.
+        return {
+            fmt::format("No service runs: there is no folder '{}' ({}).", place.path, place.because),
+            fmt::format("mkdir -m 700 '{}', or set ORV_GENTL_RUNTIME_DIR to a folder that is there, for the service "
+                        "and for applications alike. Then start it: {}",
+                        place.path, start_command)};
+    }
     if (missing != 0) {
         const std::string others = other_services(place.path, name);
         std::string text =

@@ -9,13 +9,16 @@
 
 namespace gds_helper {
 
-// Works in memory; only flush_back writes the file. A file that is missing or does not parse is an empty store.
-// Reads want the matching JSON type: a number for both number kinds, a string for strings.
+// Works in memory; only flush_back writes the file. A file that is missing, cannot be read or holds no JSON object is
+// an empty store. Reads want the matching JSON type: a number for both number kinds, a string for strings.
 class property_store_json_rw final : public property_store_rw,
                                      public std::enable_shared_from_this<property_store_json_rw> {
 public:
     explicit property_store_json_rw(std::filesystem::path path);
     ~property_store_json_rw() override;
+
+    // Why the file's content is not used; empty where it is, and for a file that is missing.
+    [[nodiscard]] const std::string& problem() const noexcept { return why_not_used; }
 
     std::error_code read_double(const std::string& key, double& value) const override;
     std::error_code read_int64(const std::string& key, std::int64_t& value) const override;
@@ -37,6 +40,7 @@ private:
 
     std::filesystem::path file;
     std::unique_ptr<nlohmann::json> root;
+    std::string why_not_used;
 };
 
 } // namespace gds_helper

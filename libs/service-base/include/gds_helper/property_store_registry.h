@@ -30,6 +30,7 @@ public:
     std::error_code read_int64(const std::string& key, std::int64_t& value) const override;
     std::error_code read_string(const std::string& key, std::string& value) const override;
     bool has_entry(const std::string& key) const override;
+    [[nodiscard]] const property_store_json_rw& file() const noexcept { return *values; }
 
 private:
     std::unique_ptr<property_store_json_rw> values;

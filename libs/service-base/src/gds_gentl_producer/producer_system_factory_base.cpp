@@ -40,8 +40,9 @@ producer_system_factory_base::producer_system_factory_base(const gds_shared::pro
     ipc_rpc::register_error_category(gds_shared::gigecam_error_category(), ipc_rpc::category_id_gigecam);
     ipc_rpc::register_error_category(GenICam::genicam_category(), ipc_rpc::category_id_genicam);
 
-    env.settings =
-        gds_shared::make_property_chain(product, std::filesystem::path{GenTL::Producer::library_path()}.parent_path());
+    gds_shared::settings_report report;
+    env.settings = gds_shared::make_property_chain(
+        product, std::filesystem::path{GenTL::Producer::library_path()}.parent_path(), report);
 
     uint32_t trace_mask = env.settings->has_entry("log_level_GenTLProd") ? GenTL::Producer::trace_calls : 0;
     if (gds_shared::apply_buffer_tracing_setting(*env.settings)) trace_mask = GenTL::Producer::trace_buffers;
@@ -51,6 +52,8 @@ producer_system_factory_base::producer_system_factory_base(const gds_shared::pro
                                                                  std::string{product.service_short_name});
     env.logging->set_header(fmt::format("srv: {} {}", product.producer_name, product.version_text));
     gds_shared::log_init(*env.settings, *env.logging, false);
+    // Now that there may be a log, which those of the stores themselves came too early for.
+    for (const std::string& problem : report.problems) gds_helper::log::main_logger().warn("{}", problem);
     GenICam::set_log_sink(genicam_log.get());
 }
 

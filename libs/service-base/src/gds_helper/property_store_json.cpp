@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include <cerrno>
 #include <fstream>
 #include <limits>
 
@@ -30,16 +31,26 @@ bool fits_int64(const nlohmann::json& number) {
 property_store_json_rw::property_store_json_rw(std::filesystem::path path)
     : file(std::move(path)), root(std::make_unique<nlohmann::json>(nlohmann::json::object())) {
     std::error_code ignored;
-    // A pipe that nobody writes would keep the consumer's dlopen waiting.
-    if (!std::filesystem::is_regular_file(file, ignored)) return;
+    if (file.empty() || !std::filesystem::exists(file, ignored)) return;
+    std::string reason;
     try {
-        std::ifstream in{file, std::ios::binary};
-        if (in) *root = nlohmann::json::parse(in);
+        std::ifstream in;
+        // A pipe that nobody writes would keep the consumer's dlopen waiting.
+        if (std::filesystem::is_directory(file, ignored))
+            reason = "it is a folder";
+        else if (!std::filesystem::is_regular_file(file, ignored))
+            reason = "it is no file";
+        else if (in.open(file, std::ios::binary); !in)
+            reason = std::generic_category().message(errno);
+        else if (*root = nlohmann::json::parse(in); !root->is_object())
+            reason = "it is no JSON object";
     } catch (const std::exception& failure) {
-        *root = nlohmann::json::object();
-        log::get(log::logger_id::main)
-            ->warn("Settings file '{}' is not used, it is no JSON: {}", file.string(), failure.what());
+        reason = fmt::format("it is no JSON: {}", failure.what());
     }
+    if (reason.empty()) return;
+    *root = nlohmann::json::object();
+    why_not_used = fmt::format("Settings file '{}' is not used, {}", file.string(), reason);
+    log::get(log::logger_id::main)->warn("{}", why_not_used);
 }
 
 property_store_json_rw::~property_store_json_rw() = default;

@@ -18,7 +18,7 @@ protected:
     }
     property_store_map init() const {
         property_store_map store;
-        gds_shared::prop_store_init(store, gev_product, folder);
+        static_cast<void>(gds_shared::prop_store_init(store, gev_product, folder));
         return store;
     }
 };
@@ -74,8 +74,12 @@ TEST_F(StartUp, APipeIsNoFileOfSettings) {
 TEST_F(StartUp, ChainAsksTheMapBeforeTheUsersSettings) {
     write("config/Software/Quillon Optics GmbH/orv-gentl-gev/service.json", R"({"log_level": 2, "only_user": 3})");
     write("orv-gentl-gev_setup.json", R"({"log_level": 1})");
-    const auto chain = gds_shared::make_property_chain(gev_product, folder);
+    gds_shared::settings_report report;
+    const auto chain = gds_shared::make_property_chain(gev_product, folder, report);
     EXPECT_EQ(read_int64_or(*chain, "log_level", -1), 1);
+    ASSERT_EQ(report.files.size(), 2U);
+    EXPECT_EQ(report.files.back(), folder / "orv-gentl-gev_setup.json") << "it is asked first";
+    EXPECT_TRUE(report.problems.empty());
     EXPECT_EQ(read_int64_or(*chain, "only_user", -1), 3);
     ASSERT_NE(chain->get_backing_store(), nullptr);
     EXPECT_FALSE(gds_shared::apply_buffer_tracing_setting(*chain));
@@ -86,6 +90,8 @@ TEST_F(StartUp, ChainAsksTheMapBeforeTheUsersSettings) {
 }
 
 TEST_F(StartUp, NothingIsCreatedByLooking) {
-    static_cast<void>(gds_shared::make_property_chain(gev_product, folder / "absent"));
+    gds_shared::settings_report report;
+    static_cast<void>(gds_shared::make_property_chain(gev_product, folder / "absent", report));
+    EXPECT_TRUE(report.problems.empty()) << "a file that may be there";
     EXPECT_TRUE(std::filesystem::is_empty(folder));
 }
