@@ -61,12 +61,13 @@ TEST(RoundTrip, NumbersHaveAPointUnderEveryLocale) {
     const std::string at = folder.path.string() + "/";
     std::ofstream{at + "source"} << "LC_NUMERIC\ndecimal_point \"<U002C>\"\nthousands_sep \"\"\ngrouping -1\n"
                                     "END LC_NUMERIC\n";
-    std::ofstream{at + "characters"} << "<code_set_name> ASCII\nCHARMAP\n<U002C> /x2c COMMA\nEND CHARMAP\n";
+    std::ofstream{at + "characters"}
+        << "<code_set_name> ASCII\n<escape_char> /\nCHARMAP\n<U002C> /x2c COMMA\nEND CHARMAP\n";
     const std::string command =
         "localedef -c --no-archive -i " + at + "source -f " + at + "characters " + at + "comma >/dev/null 2>&1";
-    ASSERT_EQ(std::system(command.c_str()), 0) << command;
+    (void)!std::system(command.c_str()); // says no for the parts that are not there
     setenv("LOCPATH", folder.path.c_str(), 1);
-    ASSERT_NE(std::setlocale(LC_NUMERIC, "comma"), nullptr);
+    ASSERT_NE(std::setlocale(LC_NUMERIC, "comma"), nullptr) << command;
     char half[8];
     std::snprintf(half, sizeof half, "%g", 0.5);
     ASSERT_STREQ(half, "0,5");

@@ -12,7 +12,8 @@ namespace GenICam::impl {
 struct closure_state {
     std::mutex lock; // guards the rest, every IEval::visit and the arena once the build is over
     uint64_t last_walk = 0;
-    // Of all lists kept together: 32 MB, fifty times what all lists of a maker's document take.
+    // Of all lists kept together: 32 MB, fifty times what those of three makers' documents take, a list for each number
+    // that can be written.
     std::size_t entries_left = 4'000'000;
 };
 
