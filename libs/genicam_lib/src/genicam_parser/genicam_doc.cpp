@@ -143,7 +143,8 @@ bool genicam_doc::apply_event(uint64_t event_id, std::span<const std::byte> data
     const eval_scope one_access;
     // First all data, then one pass: a callback that reads finds this event's, wherever it stands.
     for (const closure_start& start : event.nodes) {
-        // A port bound to a device has logged its refusal; the other nodes get their event all the same.
+        // A port bound to a device has logged its refusal, and is invalidated for nothing; the other nodes get their
+        // event all the same.
         if (auto* port = node_cast<IPort>(start.node->as_inode())) (void)port->bind_readonly(data, bind_flags::copy);
     }
     invalidate_closure(event.closure, event.nodes, nullptr, *this);

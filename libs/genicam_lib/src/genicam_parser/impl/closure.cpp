@@ -61,7 +61,8 @@ private:
     }
     bool enter(IEval& node) {
         if (node.visit.walk == walk) return false;
-        node.visit = {walk, 0};
+        node.visit.walk = walk;
+        node.visit.marks = 0;
         found.push_back(&node);
         return true;
     }
