@@ -154,7 +154,8 @@ TEST(Build, NamesTakenKeepTheFirstAndPortsAreFoundAnyway) {
     log_capture log;
     const auto doc = create_document(std::string_view{
         "<RegisterDescription><Category Name=\"Device\"/><Integer Name=\"I\"><Value>1</Value></Integer>"
-        "<Float Name=\"I\"><Value>2</Value></Float><Port Name=\"Device\"/></RegisterDescription>"});
+        "<Float Name=\"I\"><Value>2</Value></Float><IntReg Name=\"R\"><Address>0</Address><Length>1</Length>"
+        "<pPort>Device</pPort></IntReg><Port Name=\"Device\"/></RegisterDescription>"});
     EXPECT_THAT(log.lines,
                 ::testing::ElementsAre("1 Failed to insert element 'Float' in lookup-map because an element with the "
                                        "same name is already registered.",
@@ -167,7 +168,11 @@ TEST(Build, NamesTakenKeepTheFirstAndPortsAreFoundAnyway) {
     EXPECT_EQ(doc->find_node("I", NodeType_t::Float), nullptr);
     int nodes = 0;
     doc->for_each_node([&](INode*) { ++nodes; });
-    EXPECT_EQ(nodes, 4);
+    EXPECT_EQ(nodes, 5);
+    counting_device device;
+    device.put(0, {7});
+    EXPECT_THAT(doc->find<IPort>("Device")->bind(&device, 0), Passes());
+    EXPECT_THAT(doc->find<IInteger>("R")->get_val(0), Gives(7));
 }
 
 TEST(Build, ManyNamesAreFound) {

@@ -183,6 +183,58 @@ TEST(RegisterCache, ShorterOverlapsAreReplacedLongerOnesStay) {
     EXPECT_TRUE(cache.contains(0x10, 1));
 }
 
+// A table read and written through an index has more addresses than are worth keeping.
+TEST(RegisterCache, KeepsABoundedNumberOfEntries) {
+    impl::register_cache cache;
+    constexpr int64_t most = impl::register_cache::maximum_entries;
+    for (int64_t at = 0; at < most + 1000; ++at) {
+        store(cache, at * 4, {static_cast<unsigned char>(at % 10), 2, 3, 4});
+        ASSERT_LE(cache.entry_count(), impl::register_cache::maximum_entries);
+        ASSERT_EQ(cached(cache, at * 4, 1), std::to_string(at % 10));
+    }
+    EXPECT_GE(cache.entry_count(), 1000u);
+    // What is no longer valid gives way first.
+    cache.clear();
+    for (int64_t at = 0; at < most + 1000; ++at) {
+        store(cache, at * 4, {1, 2, 3, 4});
+        if (at >= 100) cache.invalidate(at * 4, 1);
+    }
+    EXPECT_LT(cache.entry_count(), impl::register_cache::maximum_entries);
+    EXPECT_TRUE(cache.contains(0, 4));
+    EXPECT_TRUE(cache.contains(99 * 4, 4));
+}
+
+// Each invalidation looks at the texts kept, so there are none that are not valid, and not too many.
+TEST(RegisterCache, KeepsValidTextsOnlyAndNotTooMany) {
+    impl::register_cache cache;
+    std::vector<impl::text_entry> texts(3 * impl::register_cache::maximum_texts);
+    EXPECT_EQ(cache.text_count(), 0u);
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        cache.keep(texts[i], static_cast<int64_t>(i) * 8, "12345678");
+        EXPECT_TRUE(texts[i].is_kept());
+    }
+    EXPECT_EQ(cache.text_count(), impl::register_cache::maximum_texts);
+    const auto kept = [&] {
+        return static_cast<std::size_t>(std::ranges::count_if(texts, &impl::text_entry::is_kept));
+    };
+    EXPECT_EQ(kept(), cache.text_count());
+    const auto first = std::ranges::find_if(texts, &impl::text_entry::is_kept);
+    cache.keep(*first, first->address, "new");
+    EXPECT_EQ(cache.text_count(), impl::register_cache::maximum_texts) << "kept twice";
+    cache.invalidate(first->address + 2, 1);
+    EXPECT_FALSE(first->is_kept());
+    cache.invalidate(texts.back());
+    EXPECT_FALSE(texts.back().is_kept());
+    EXPECT_EQ(kept(), cache.text_count());
+    cache.invalidate(0, UINT64_MAX);
+    EXPECT_EQ(kept(), 0u);
+    EXPECT_EQ(cache.text_count(), 0u);
+    cache.keep(*first, 0, "ab");
+    cache.clear();
+    EXPECT_FALSE(first->is_kept());
+    EXPECT_EQ(cache.text_count(), 0u);
+}
+
 TEST(RegisterCache, InvalidatesWhatOverlaps) {
     struct range_case {
         int64_t address;

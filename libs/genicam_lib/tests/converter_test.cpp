@@ -137,6 +137,45 @@ const script_case converters[] = {
     {"RangeIsCheckedBeforeTheWrite",
      numbers + converter("Converter C", "FROM*2", "TO/2", "Half"),
      {"C := 19.1 ! value_out_of_range", "C := 19", "Half = 9.5"}},
+    // A value that is a limit, rounded, is written as that limit; a register would take the low bytes of what its
+    // formula gives. A float may miss a limit by 1e-5.
+    {"ARoundedLimitIsWrittenAsTheLimit",
+     "IntReg R: Address 0, Length 1 | IntReg Long: Address 2, Length 2 | MaskedIntReg Bits: Address 4, LSB 3, MSB 0"
+     " | Integer Checked: Value 3, Min 0, Max 255 | IntReg Signed: Address 8, Length 1, Sign Signed | " +
+         converter("IntConverter C", "FROM*0.5", "TO*2", "R", ", Slope Increasing") +
+         converter("IntConverter Masked", "FROM*0.5", "TO*2", "Bits") +
+         converter("IntConverter Down", "0-FROM*0.5", "0-TO*2", "R", ", Slope Decreasing") +
+         converter("IntConverter OfChecked", "FROM*0.5", "TO*2", "Checked") +
+         converter("IntConverter OfSigned", "FROM*0.1", "TO*10", "Signed") +
+         converter("Converter F", "FROM*0.000001", "TO*1000000", "Long"),
+     {"[0] := ff",
+      "C = 128",
+      "C.max = 128",
+      "C := 128",
+      "[0] = ff",
+      "C := 127",
+      "[0] = fe",
+      "C := 129 ! value_out_of_range",
+      "Down := -128",
+      "[0] = ff",
+      "Masked := 8",
+      "Bits = 15",
+      "OfChecked := 128",
+      "Checked = 255",
+      "OfSigned := -13",
+      "Signed = -128",
+      "F := 0.06554",
+      "[2] = ff ff",
+      "F := -0.000005",
+      "[2] = 00 00",
+      "F := 0.0656 ! value_out_of_range"}},
+    // What is not off by a rounding goes to the target, which may take the low bytes of a negative number, or refuse.
+    {"OtherResultsBeyondTheTargetStay",
+     numbers + "IntReg R: Address 0, Length 1 | " +
+         converter("IntConverter C", "(FROM > 127) ? FROM - 256 : FROM", "TO", "R", ", Slope Varying") +
+         converter("Converter F", "FROM*2", "TO/2", "Seven", ", Slope Varying"),
+     {"C := -5", "[0] = fb", "C = -5", "C := -1", "[0] = ff", "F := 200 ! value_out_of_range", "Seven = 7",
+      "C/no_range_check := 300", "[0] = 2c"}},
     {"OneArgumentRound",
      "Float T: Value 0 | " + converter("Converter C", "ROUND(FROM/2)", "ROUND(TO*2)", "T"),
      {"C := -1.25", "T = -3", "C = -2"}},

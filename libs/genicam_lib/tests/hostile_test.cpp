@@ -4,8 +4,31 @@
 #include "impl/IEval.h"
 #include "impl/eval_scope.h"
 
+#include <memory_resource>
+
 namespace GenICam::testing {
 namespace {
+
+// Counts what the documents made in its time take for their nodes and lists.
+class counting_memory final : public std::pmr::memory_resource {
+public:
+    counting_memory() : before(std::pmr::set_default_resource(this)) {}
+    ~counting_memory() override { std::pmr::set_default_resource(before); }
+
+    std::size_t bytes = 0;
+
+private:
+    void* do_allocate(std::size_t size, std::size_t alignment) override {
+        bytes += size;
+        return before->allocate(size, alignment);
+    }
+    void do_deallocate(void* at, std::size_t size, std::size_t alignment) override {
+        before->deallocate(at, size, alignment);
+    }
+    bool do_is_equal(const memory_resource& other) const noexcept override { return this == &other; }
+
+    std::pmr::memory_resource* before;
+};
 
 struct circle_case {
     const char* name;
@@ -102,6 +125,58 @@ TEST(Hostile, RegistersInvalidatedTogetherShareTheirSteps) {
     EXPECT_LT(reads_of([&] { EXPECT_THAT(port.bind(&sut.device, bind_flags::invalidate), Passes()); }), bound);
     EXPECT_LT(reads_of([&] { EXPECT_THAT(sut.integer("N").set_val(1, 0), Passes()); }), bound);
     EXPECT_LT(reads_of([&] { EXPECT_TRUE(sut.doc->apply_event(1, {})); }), bound);
+}
+
+// A value with many copies and many users: each copy invalidates all users, so a short document makes as many lists as
+// it has copies, each as long as it has users. What is read afterwards is fresh, also where the lists were given up.
+TEST(Hostile, ManyCopiesOfAValueWithManyUsersEnd) {
+    constexpr int count = 5000;
+    counting_memory memory;
+    std::string nodes = "Integer N: pValue C0", copies, users;
+    for (int i = 0; i < count; ++i) {
+        const std::string n = std::to_string(i);
+        nodes += ", pValueCopy C" + n;
+        copies += " | Integer C" + n + ": Value 0";
+        users += " | Integer U" + n + ": pValue N";
+    }
+    const std::string last = ", pInvalidator C" + std::to_string(count - 1);
+    document sut{nodes + copies + users + " | Reg R@0: Cachable WriteThrough" + last +
+                 " | StringReg Text: Address 0, Length 4" + last};
+    int calls = 0;
+    sut.doc->find_node("U7")->set_on_invalidated([&](INode&) { ++calls; });
+    script{sut}.run({"[0] := 61", "R = 0x61", "Text = a"});
+    const std::size_t before = memory.bytes;
+    script{sut}.run({"[0] := 62", "N := 1", "C" + std::to_string(count - 1) + " = 1", "R = 0x62", "Text = b"});
+    EXPECT_GT(calls, 100);
+    EXPECT_LE(calls, static_cast<int>(16 * impl::eval_scope::maximum_pass_steps / count));
+    EXPECT_LT(memory.bytes - before, std::size_t{64} << 20);
+}
+
+// Dropping all caches at once has as many parts as the document has ports: these count as well.
+TEST(Hostile, ManyCopiesWithManyPortsEnd) {
+    std::string nodes = "Integer N: pValue C0", copies;
+    for (int i = 0; i < 5000; ++i) {
+        const std::string n = std::to_string(i);
+        nodes += ", pValueCopy C" + n;
+        copies += " | Integer C" + n + ": Value 0 | Integer U" + n + ": pValue N | Port P" + n;
+    }
+    document sut{nodes + copies};
+    script{sut}.run({"N := 1 ! invalid_document", "C0 = 1", "C0 := 2", "N = 2"});
+}
+
+// Nodes of one event that stand on one value: each would have a list of all.
+TEST(Hostile, NodesOfOneEventShareTheirList) {
+    constexpr int count = 5000;
+    counting_memory memory;
+    std::string nodes = "Integer X: Value 0";
+    for (int i = 0; i < count; ++i) nodes += " | Integer U" + std::to_string(i) + ": pValue X, EventID 1";
+    const document sut{nodes};
+    int calls = 0;
+    sut.doc->for_each_node([&](INode* node) { node->set_on_invalidated([&](INode&) { ++calls; }); });
+    const std::size_t before = memory.bytes;
+    EXPECT_TRUE(sut.doc->apply_event(1, {}));
+    EXPECT_EQ(calls, count + 1) << "each once";
+    EXPECT_LT(memory.bytes - before, 100 * count * sizeof(void*));
 }
 
 // A large but sound document: the addresses of all its registers take more steps than one value may, and nothing but
@@ -279,6 +354,22 @@ TEST(Hostile, LargeTablesAndEnumerationsEnd) {
     script{sut}.run({"T = 39999", "K = 40006", "Sum ! invalid_document"});
     EXPECT_EQ(sut.node<IEnumeration>("E").find_entry_by_name("X7")->get_value(), 7) << "the first";
     EXPECT_EQ(sut.node<IEnumeration>("E").find_entry_by_name("X"), nullptr);
+}
+
+// A set is copied at each node that takes it over, an entry looked for at each copy of a value.
+TEST(Hostile, LargeSetsAndManyCopiesOfEnumerationsEnd) {
+    std::string values = "1", entries = "Enumeration E: Value 0", copies = "Integer N: pValue E, Min 0, Max 99999";
+    for (int i = 0; i < 40'000; ++i) {
+        const std::string n = std::to_string(i);
+        values += ";2";
+        entries += ", EnumEntry@e" + n + " {Value " + n + "}";
+    }
+    for (int i = 0; i < 100; ++i) copies += ", pValueCopy E";
+    std::string chain = "Integer I0: Value 1, ValidValueSet " + values;
+    for (int i = 1; i <= 60; ++i) chain += " | Integer I" + std::to_string(i) + ": pValue I" + std::to_string(i - 1);
+    document sut{chain + " | " + entries + " | " + copies};
+    script{sut}.run({"I60 := 2 ! invalid_document", "I0 = 1", "I1 := 2", "I0 = 2", "I1 := 3 ! not_in_value_set",
+                     "N := 39999 ! invalid_document", "E := e7", "N = 7"});
 }
 
 // Each entry takes over what its structure states: in this much text more than fits into memory.

@@ -172,5 +172,26 @@ TEST(Events, ReachPortsAndNodes) {
     EXPECT_FALSE(sut.doc->apply_event(0x9999, {}));
 }
 
+// A feature with the event's number that stands on a port with it, before and behind that port in the document.
+TEST(Events, CallbacksRunOnceOnTheNewData) {
+    const std::string stands_on_a_port = ": pValue S, EventID 1";
+    document sut{"Integer First" + stands_on_a_port + " | IntReg S: Address 0, Length 1, pPort P | Port P: EventID 1" +
+                 " | IntReg Other: Address 1, Length 1, pPort Q | Port Q: EventID 1 | Integer Last" + stands_on_a_port};
+    std::vector<std::string> heard;
+    for (const char* name : {"First", "Last", "P", "Other"}) {
+        sut.doc->find_node(name)->set_on_invalidated([&, name](INode&) {
+            const auto value = [&](const char* of) { return std::to_string(sut.integer(of).get_val(0).value_or(-1)); };
+            heard.push_back(name + (" " + value("First")) + value("Other"));
+        });
+    }
+    for (const unsigned char data : {1, 2}) {
+        const std::array bytes{std::byte{data}, std::byte{data}};
+        EXPECT_TRUE(sut.doc->apply_event(1, bytes));
+        const std::string seen = " " + std::to_string(data) + std::to_string(data);
+        EXPECT_THAT(std::exchange(heard, {}),
+                    ::testing::UnorderedElementsAre("First" + seen, "Last" + seen, "P" + seen, "Other" + seen));
+    }
+}
+
 } // namespace
 } // namespace GenICam::testing

@@ -205,6 +205,13 @@ TEST(Registers, PlainBytes) {
     EXPECT_THAT(unbound.node<IRegister>("R").get(all, 0), Refuses(not_implemented));
 }
 
+TEST(Registers, ATextOfNoBytesWritesNone) {
+    document sut{"StringReg T: Address 16, Length 0"};
+    EXPECT_THAT(sut.node<IString>("T").set_val("", 0), Passes());
+    EXPECT_TRUE(sut.device.memory.empty());
+    EXPECT_THAT(sut.node<IString>("T").set_val("a", 0), Refuses(value_out_of_range));
+}
+
 TEST(Registers, TextsKeepTheirNulsWhenRaw) {
     document sut{"StringReg R: Address 0, Length 4"};
     auto& node = sut.node<IString>("R");

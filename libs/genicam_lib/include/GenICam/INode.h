@@ -53,7 +53,9 @@ public:
     [[nodiscard]] virtual bool is_locked() const = 0;
     [[nodiscard]] virtual std::span<const extension_entry> get_extensions() const noexcept = 0;
     // Called after a write, an event or a rebound port has invalidated the node: on the thread that caused it, once per
-    // cause, when all caches concerned have been dropped already. Replaces the former callback; empty removes it.
+    // cause, when all caches concerned have been dropped already; an event's data has come to all its ports then. Not
+    // called where a hostile document has one access change millions of nodes. Replaces the former callback; empty
+    // removes it.
     virtual void set_on_invalidated(invalidated_callback callback) = 0;
     [[nodiscard]] virtual IEval* as_eval() noexcept = 0;
     // The selectors of this node.

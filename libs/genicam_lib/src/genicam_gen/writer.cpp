@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cstring>
 
 namespace genicam_gen {
@@ -55,6 +56,12 @@ std::string xml_text(std::string_view text) {
 std::string text_of(const std::string& value) { return xml_text(value); }
 std::string text_of(bool value) { return value ? "Yes" : "No"; }
 std::string text_of(int64_t value) { return fmt::format("{}", value); }
+// By no locale: a host's may have a comma where documents have a point. So many digits give the same number again.
+std::string text_of(double value) {
+    char text[32];
+    const auto end = std::to_chars(std::begin(text), std::end(text), value, std::chars_format::general, 17).ptr;
+    return {text, end};
+}
 template <word_enum E>
 std::string text_of(E value) {
     return to_word(value);
@@ -80,9 +87,6 @@ public:
     void child(const char* name, const std::optional<T>& value) {
         if (value) add(name, text_of(*value));
     }
-    void child(const char* name, const std::optional<double>& value) {
-        if (value) node.append_child(name).text().set(*value);
-    }
     void bare_hex(const char* name, const std::optional<uint64_t>& value) {
         if (value) add(name, fmt::format("{:X}", *value));
     }
@@ -99,8 +103,6 @@ public:
         } else if (const auto* constant = std::get_if<T>(&field)) {
             if constexpr (std::same_as<T, bool>) {
                 add(name, *constant ? "1" : "0"); // unlike the Yes/No elements
-            } else if constexpr (std::same_as<T, double>) {
-                node.append_child(name).text().set(*constant);
             } else {
                 add(name, text_of(*constant));
             }
@@ -124,10 +126,8 @@ public:
     void named_list(const char* name, const std::vector<named_text>& items) {
         for (const auto& item : items) add_named(name, item.name).text().set(xml_text(item.text).c_str());
     }
-    void named_list(const char* name, const std::vector<named_number<double>>& items) {
-        for (const auto& item : items) add_named(name, item.name).text().set(item.value);
-    }
-    void named_list(const char* name, const std::vector<named_number<int64_t>>& items) {
+    template <class T>
+    void named_list(const char* name, const std::vector<named_number<T>>& items) {
         for (const auto& item : items) add_named(name, item.name).text().set(text_of(item.value).c_str());
     }
     void addresses(const register_part& part) {

@@ -83,7 +83,24 @@ std::error_code converter_impl::write(tValue value, unsigned flags) const {
     const auto converted = variables.exec_formula(formula_to, flags, value);
     if (!converted) return converted.error();
     if (std::isnan(converted->to_double())) return genicam_errc::value_out_of_range; // an integer would be 0
-    return set_eval_val<tValue>(*value_node, *converted, flags);
+    if (value_node->node_type() != NodeType_t::Integer || (flags & access_flags::no_range_check))
+        return set_eval_val<tValue>(*value_node, *converted, flags);
+    return set_eval_val<int64_t>(*value_node, within_target(converted->to_integer(), value, flags), flags);
+}
+
+int64_t converter_impl::within_target(int64_t wanted, tValue value, unsigned flags) const {
+    if (formula_from.empty()) return wanted;
+    for (const limit which : {limit::min, limit::max}) {
+        const auto bound = get_eval_limit<int64_t>(*value_node, which, flags);
+        if (!bound || (which == limit::min ? wanted >= *bound : wanted <= *bound)) continue;
+        const auto shown = variables.exec_formula(formula_from, flags, variables.coerced(*bound));
+        if (!shown) continue;
+        const bool is_rounded = value.is_integer()
+                                    ? shown->to_integer() == value.to_integer()
+                                    : std::fabs(shown->to_double() - value.to_double()) < limit_tolerance;
+        if (is_rounded) return *bound;
+    }
+    return wanted;
 }
 
 result<converter_impl::converted_limit> converter_impl::from_target_limit(limit which, unsigned flags) const {

@@ -18,6 +18,10 @@ public:
     [[nodiscard]] INode* target() const noexcept { return value_node; }
     [[nodiscard]] bool is_writable() const noexcept { return value_node != nullptr && !formula_to.empty(); }
     [[nodiscard]] result<math_parser::tValue> read(unsigned flags) const;
+    // Intended: a value that is rounded to a limit of an integer target, or lies within the tolerance beyond it, writes
+    // the limit. The formula's result for it lies beyond, and registers, which check nothing, would take its low bytes:
+    // FROM*0.5 over one byte reads 255 as 128, of which TO*2 makes 256, written as 0. What else is beyond the target's
+    // limits goes to the target as it is; documents that count on the bytes of a negative number do exist.
     [[nodiscard]] std::error_code write(math_parser::tValue value, unsigned flags) const;
     // The node's limit by the target's, as far as the slope tells; nothing for a varying slope, and for a target
     // without the limit that counts: formulas wrap, so the type's extreme cannot be converted.
@@ -32,6 +36,8 @@ private:
         bool is_extreme = false; // of the target's type: the target has no such limit
     };
     [[nodiscard]] result<converted_limit> from_target_limit(limit which, unsigned flags) const;
+    // The result of the formula for `value`, or the target's limit if it is off by the rounding only.
+    [[nodiscard]] int64_t within_target(int64_t wanted, math_parser::tValue value, unsigned flags) const;
 
     INode* value_node = nullptr;
     variable_map_impl variables;

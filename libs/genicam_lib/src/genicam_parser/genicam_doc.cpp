@@ -98,16 +98,9 @@ std::string_view genicam_doc::fault_of(const IEval& node) const noexcept {
 }
 
 INode* genicam_doc::find_node(std::string_view name, NodeType_t type) const noexcept {
-    if (name.empty()) return nullptr;
-    // A category and a port may well share a name ("Device"), and the port is what makes the document work.
-    if (has_duplicate_names && type == NodeType_t::Port) {
-        for (INode* node : nodes) {
-            if (node->node_type() == type && node->get_name() == name) return node;
-        }
-        return nullptr;
-    }
-    INode* found = node_by_name.find(name);
-    return found != nullptr && found->node_type() == type ? found : nullptr;
+    INode* found = find_node(name);
+    if (found == nullptr || found->node_type() == type) return found;
+    return type == NodeType_t::Port ? port_by_taken_name.find(name) : nullptr;
 }
 
 INode* genicam_doc::find_node(std::string_view name) const noexcept {
@@ -137,19 +130,30 @@ document_info genicam_doc::get_document_info() const {
     return info;
 }
 
+void genicam_doc::add_event_node(uint64_t event_id, IEval* node) {
+    // A change of a port concerns whoever stands on it, one of another node also what that node stands on.
+    const bool is_port = node->as_inode()->node_type() == NodeType_t::Port;
+    events[event_id].nodes.push_back({node, is_port ? closure_start::from::users : closure_start::from::sources});
+}
+
 bool genicam_doc::apply_event(uint64_t event_id, std::span<const std::byte> data) {
-    const auto found = event_nodes.find(event_id);
-    if (found == event_nodes.end()) return false;
+    const auto found = events.find(event_id);
+    if (found == events.end()) return false;
+    event_data& event = found->second;
     const eval_scope one_access;
-    for (IEval* node : found->second) {
-        if (auto* port = node_cast<IPort>(node->as_inode())) {
-            // A port bound to a device has logged its refusal; the other nodes get their event all the same.
-            (void)port->bind_readonly(data, bind_flags::invalidate | bind_flags::copy);
-        } else {
-            node->invalidate();
-        }
+    // First all data, then one pass: a callback that reads finds this event's, wherever it stands.
+    for (const closure_start& start : event.nodes) {
+        // A port bound to a device has logged its refusal, and is invalidated for nothing; the other nodes get their
+        // event all the same.
+        if (auto* port = node_cast<IPort>(start.node->as_inode())) (void)port->bind_readonly(data, bind_flags::copy);
     }
+    invalidate_closure(event.closure, event.nodes, nullptr, *this);
     return true;
+}
+
+void genicam_doc::drop_all_caches() {
+    (void)eval_scope::take(ports.size());
+    for (port_device_type* port : ports) port->invalidate_all();
 }
 
 std::vector<INode*> genicam_doc::get_root_features() const {

@@ -1,6 +1,8 @@
 // The document: owner of the XML, of every node and of the tables that find them.
 #pragma once
 
+#include "genicam_port.h"
+#include "impl/closure.h"
 #include "impl/document_services.h"
 #include "impl/element_view.h"
 #include "impl/name_index.h"
@@ -37,11 +39,12 @@ public:
     [[nodiscard]] ICategory* get_root_category() const noexcept override;
 
 private:
-    void add_event_node(uint64_t event_id, IEval* node) override { event_nodes[event_id].push_back(node); }
+    void add_event_node(uint64_t event_id, IEval* node) override;
     [[nodiscard]] std::pmr::memory_resource& memory_resource() noexcept override { return node_memory; }
     [[nodiscard]] bool force_no_cache() const noexcept override { return never_caches != 0; }
     [[nodiscard]] const element_view* struct_view(pugi::xml_node struct_reg) override;
     [[nodiscard]] closure_state& closures() noexcept override { return walks; }
+    void drop_all_caches() override;
     [[nodiscard]] std::size_t& formula_tokens_left() noexcept override { return formula_tokens; }
     void note_fault(IEval& node, std::string text) override;
     [[nodiscard]] std::string_view fault_of(const IEval& node) const noexcept override;
@@ -58,13 +61,20 @@ private:
 
     uint8_t never_caches;
     [[maybe_unused]] uint8_t option_low; // kept, no effect
-    bool has_duplicate_names = false;
     std::pmr::monotonic_buffer_resource node_memory{48};
     pugi::xml_document xml;
     std::vector<INode*> nodes; // in creation order
     name_index node_by_name;   // keys are texts of the XML
+    // The first port of each name that a node of another kind has taken: a category and a port may well share one
+    // ("Device"), and the port is what makes the document work.
+    name_index port_by_taken_name;
+    std::vector<port_device_type*> ports;
     std::vector<INode*> streamable_nodes;
-    std::unordered_map<uint64_t, std::vector<IEval*>> event_nodes;
+    struct event_data {
+        std::vector<closure_start> nodes;
+        lazy_closure closure;
+    };
+    std::unordered_map<uint64_t, event_data> events;
     closure_state walks;
     // 32 MB: as many as some megabytes of formulas have by themselves.
     std::size_t formula_tokens = 2'000'000;

@@ -83,14 +83,18 @@ bool is_imposed_RO(const element_view& view) {
 template <class T>
 void genicam_doc::add_node_object(const element_view& view) {
     void* place = node_memory.allocate(sizeof(T), alignof(T));
-    INode* node = std::construct_at(static_cast<T*>(place), *this, view)->as_inode();
+    T* const made = std::construct_at(static_cast<T*>(place), *this, view);
+    INode* const node = made->as_inode();
     nodes.push_back(node);
+    constexpr bool is_port = std::is_same_v<T, port_device_type>;
+    if constexpr (is_port) ports.push_back(made);
     views.push_back({view.element(), view_begin, seen.size()});
     if (!node_by_name.insert(node->get_name(), node)) {
         log(level_fault,
             "Failed to insert element '{}' in lookup-map because an element with the same name is already registered.",
             view.element().name());
-        has_duplicate_names = true;
+        // Asked only where the name's first node is no port.
+        if (is_port) (void)port_by_taken_name.insert(node->get_name(), node);
     }
 }
 

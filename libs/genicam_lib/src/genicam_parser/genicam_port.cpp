@@ -225,7 +225,7 @@ std::error_code port_device_type::read_text(CachingMode_t mode, text_entry& entr
     {
         const std::shared_lock guard{cache_lock};
         changes_before = cache.changes();
-        if (entry.valid && entry.address == address) {
+        if (entry.is_kept() && entry.address == address) {
             const bool ends = !(flags & access_flags::raw_string) && entry.bytes.find('\0') != std::string::npos;
             if (ends || entry.bytes.size() >= text.size()) {
                 text = entry.bytes.substr(0, text.size());
@@ -236,11 +236,7 @@ std::error_code port_device_type::read_text(CachingMode_t mode, text_entry& entr
     if (flags & access_flags::cache_only) return genicam_errc::not_in_cache;
     if (const std::error_code error = read_whole(address, bytes, flags)) return error;
     const std::unique_lock guard{cache_lock};
-    if (changes_before == cache.changes()) {
-        entry.valid = true;
-        entry.address = address;
-        entry.bytes = text;
-    }
+    if (changes_before == cache.changes()) cache.keep(entry, address, text);
     return {};
 }
 
@@ -258,10 +254,10 @@ std::error_code port_device_type::write_text(CachingMode_t mode, text_entry& ent
     const std::unique_lock guard{cache_lock};
     const bool is_alone = changes_before == cache.changes();
     cache.invalidate(address, text.size());
-    entry.valid = keep && !error && is_alone;
-    if (entry.valid) {
-        entry.address = address;
-        entry.bytes = std::move(text);
+    if (keep && !error && is_alone) {
+        cache.keep(entry, address, std::move(text));
+    } else {
+        cache.drop(entry);
     }
     return error;
 }

@@ -36,7 +36,6 @@ public:
                                               unsigned flags) override;
     uint64_t invalidate_range(int64_t address, uint64_t length) override;
     uint64_t invalidate_all() override;
-    void add_text(text_entry& entry) override { cache.add_text(entry); }
     [[nodiscard]] std::error_code write_text(CachingMode_t mode, text_entry& entry, int64_t address, std::string text,
                                              unsigned flags) override;
     [[nodiscard]] std::error_code read_text(CachingMode_t mode, text_entry& entry, int64_t address, std::string& text,

@@ -15,7 +15,6 @@ void string_reg_type::do_resolve_references(document_services&, const element_vi
     set_actual_access_mode(get_element_AccessMode(view[tag::AccessMode], name));
     access.resolve_caching(*this, view, CachingMode_t::WriteThrough);
     access.resolve_port_interface(*this, view);
-    if (access.port != nullptr) access.port->add_text(cached);
     address.resolve_references(*this, view);
     address.resolve_references_len(*this, view);
 }
@@ -63,8 +62,7 @@ std::error_code string_reg_type::set_val(std::string_view text, unsigned flags) 
 
     std::string bytes{text};
     if (!(flags & access_flags::raw_string)) {
-        if (bytes.empty() || (bytes.size() < range->length && bytes.find('\0') == std::string::npos))
-            bytes.push_back('\0');
+        if (bytes.size() < range->length && bytes.find('\0') == std::string::npos) bytes.push_back('\0');
     }
     if (const auto error =
             access.port->write_text(access.caching.mode, cached, range->address, std::move(bytes), flags))

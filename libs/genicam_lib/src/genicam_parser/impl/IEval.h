@@ -27,8 +27,6 @@ public:
     // Called once, when all nodes are resolved: what was added to its sources and to what it invalidates stays there
     // once.
     virtual void drop_repeated_links() = 0;
-    // Everything in the event closure: first all caches are dropped, then all callbacks run.
-    virtual void invalidate() = 0;
     virtual void on_invalidate() = 0;
     virtual void notify_invalidated() = 0;
     virtual void add_invalidates(IEval* node) = 0;
@@ -47,8 +45,8 @@ public:
 
     // Scratch of the closure walk, guarded by the document's closure lock, and of the build before that.
     struct visit_record {
-        uint32_t walk = 0; // number of the walk the marks belong to
-        uint8_t marks = 0;
+        uint64_t walk : 56 = 0; // number of the walk the marks belong to
+        uint64_t marks : 8 = 0;
     } visit;
 };
 

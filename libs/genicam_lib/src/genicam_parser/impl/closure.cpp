@@ -5,8 +5,11 @@
 //                 users of X and of each node taken.
 //
 // So a write reaches whoever reads the value, and a declared invalidation also reaches down to the registers below the
-// node named. The two call each other to any depth, hence the explicit stack.
+// node named. The two call each other to any depth, hence the explicit stack. Of several starts the sources are one
+// breadth first pass, before any users.
 #include "closure.h"
+
+#include "eval_scope.h"
 
 #include <algorithm>
 
@@ -17,26 +20,31 @@ namespace {
 constexpr uint8_t sources_walked = 1;
 constexpr uint8_t users_walked = 2;
 
+// A link looked at by a walk and an entry of a list take less than a step.
+constexpr std::size_t links_in_a_step = 16;
+
 class closure_walk {
 public:
-    explicit closure_walk(uint32_t number) : walk(number) {}
+    explicit closure_walk(uint64_t number) : walk(number) {}
 
-    void run(IEval& start, closure_start how) {
-        mark(start, sources_walked);
-        mark(start, users_walked);
-        if (how == closure_start::users) {
-            push_users(start);
-        } else {
-            push_sources(start);
+    void run(std::span<const closure_start> starts) {
+        for (const auto& [node, first] : starts) {
+            mark(*node, sources_walked);
+            if (first == closure_start::from::sources) taken.push_back(node);
+        }
+        if (!taken.empty()) push_taken(nullptr, 0);
+        for (const auto& [node, first] : starts) {
+            if (first == closure_start::from::users && mark(*node, users_walked)) push_users(*node);
         }
         while (!stack.empty()) step();
     }
 
     std::vector<IEval*> found; // the set, in the order of entry
+    std::size_t links_looked_at = 0;
 
 private:
     struct frame {
-        IEval* node;
+        IEval* node; // null: the starts of the whole walk
         bool sources;
         std::size_t next_invalidated; // for users
         std::size_t next_user;
@@ -53,26 +61,35 @@ private:
     }
     bool enter(IEval& node) {
         if (node.visit.walk == walk) return false;
-        node.visit = {walk, 0};
+        node.visit.walk = walk;
+        node.visit.marks = 0;
         found.push_back(&node);
         return true;
     }
 
-    void push_users(IEval& node) { stack.push_back({&node, false, 0, 0, 0, 0}); }
+    void push_users(IEval& node) {
+        links_looked_at += node.get_invalidates().size() + node.get_users().size();
+        stack.push_back({&node, false, 0, 0, 0, 0});
+    }
 
     void push_sources(IEval& node) {
-        const std::size_t begin = taken.size();
         taken.push_back(&node);
+        push_taken(&node, taken.size() - 1);
+    }
+
+    // What has been taken from `begin` on, with its sources.
+    void push_taken(IEval* node, std::size_t begin) {
         for (std::size_t at = begin; at < taken.size(); ++at) {
             scratch.clear();
             taken[at]->collect_sources(scratch);
+            links_looked_at += scratch.size();
             for (IEval* source : scratch) {
                 if (!enter(*source)) continue;
                 mark(*source, sources_walked);
                 taken.push_back(source);
             }
         }
-        stack.push_back({&node, true, 0, 0, begin, begin});
+        stack.push_back({node, true, 0, 0, begin, begin});
     }
 
     void step() {
@@ -101,7 +118,7 @@ private:
         stack.pop_back();
     }
 
-    uint32_t walk;
+    uint64_t walk;
     std::vector<frame> stack;
     std::vector<IEval*> taken; // a stack of ranges, the last belongs to the topmost frame of sources
     std::vector<IEval*> scratch;
@@ -109,18 +126,42 @@ private:
 
 } // namespace
 
-IEval* const* lazy_closure::build(IEval& start, closure_start how, document_services& services) {
+std::span<IEval* const> lazy_closure::build(std::span<const closure_start> starts, document_services& services,
+                                            std::vector<IEval*>& unkept) {
+    if (eval_scope::is_used_up()) return {};
     closure_state& state = services.closures();
     const std::lock_guard guard{state.lock};
-    if (IEval* const* built = items.load(std::memory_order_relaxed)) return built;
+    if (IEval* const* built = items.load(std::memory_order_relaxed)) return {built, count};
     closure_walk walk{++state.last_walk};
-    walk.run(start, how);
+    walk.run(starts);
+    (void)eval_scope::take(walk.links_looked_at / links_in_a_step);
+    if (walk.found.size() > state.entries_left) return unkept = std::move(walk.found);
     auto* list =
         static_cast<IEval**>(services.memory_resource().allocate(walk.found.size() * sizeof(IEval*), alignof(IEval*)));
     std::ranges::copy(walk.found, list);
+    state.entries_left -= walk.found.size();
     count = static_cast<uint32_t>(walk.found.size());
     items.store(list, std::memory_order_release);
-    return list;
+    return {list, count};
+}
+
+void invalidate_closure(lazy_closure& list, std::span<const closure_start> starts, const IEval* skipped,
+                        document_services& services) {
+    std::vector<IEval*> unkept;
+    std::span<IEval* const> nodes;
+    bool is_whole = false;
+    {
+        const eval_pass_scope steps;
+        nodes = list.get(starts, services, unkept);
+        is_whole = eval_scope::take(nodes.size() / links_in_a_step) && !nodes.empty();
+        if (is_whole) {
+            for (IEval* node : nodes) {
+                if (node != skipped) node->on_invalidate();
+            }
+        }
+    }
+    if (!is_whole) return services.drop_all_caches();
+    for (IEval* node : nodes) node->notify_invalidated();
 }
 
 } // namespace GenICam::impl

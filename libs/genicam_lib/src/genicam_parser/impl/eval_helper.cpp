@@ -1,5 +1,6 @@
 #include "eval_helper.h"
 
+#include "eval_scope.h"
 #include "log.h"
 
 #include <GenICam/value_nodes.h>
@@ -90,6 +91,9 @@ std::error_code set_eval_val(INode& node, T value, unsigned flags) {
     case NodeType_t::Enumeration: {
         auto& enumeration = static_cast<IEnumeration&>(node);
         const tValue wanted = as_value(value);
+        constexpr std::size_t entries_in_a_step = 16; // compared in the time of one
+        if (!eval_scope::take(enumeration.get_entries().size() / entries_in_a_step))
+            return genicam_errc::invalid_document;
         IEnumEntry* entry = wanted.is_integer() ? enumeration.find_entry_by_value(wanted.to_integer())
                                                 : enumeration.find_nearest_entry(wanted.to_double());
         return enumeration.set_selected_entry(entry, flags);

@@ -124,8 +124,12 @@ void node_base_data::add_source(INode* node) {
 void node_base_data::drop_repeated_links() {
     const auto drop_repeated = [this](auto& links) {
         if (links.size() < 2) return;
-        const uint32_t walk = ++services->closures().last_walk;
-        links.erase_if([walk](IEval* node) { return std::exchange(node->visit.walk, walk) == walk; });
+        const uint64_t walk = ++services->closures().last_walk;
+        links.erase_if([walk](IEval* node) {
+            const bool is_repeated = node->visit.walk == walk;
+            node->visit.walk = walk;
+            return is_repeated;
+        });
     };
     drop_repeated(sources);
     drop_repeated(invalidates);
@@ -163,15 +167,6 @@ void node_base_data::collect_sources(std::vector<IEval*>& out) const {
 void node_base_data::collect_value_sources(std::vector<IEval*>& out) const {
     const auto read = sources.view();
     out.insert(out.end(), read.begin(), read.end());
-}
-
-void node_base_data::invalidate() {
-    const auto closure = event_closure.get(*this, closure_start::sources, *services);
-    {
-        const eval_pass_scope steps;
-        for (IEval* node : closure) node->on_invalidate();
-    }
-    for (IEval* node : closure) node->notify_invalidated();
 }
 
 void node_base_data::notify_invalidated() {
@@ -296,14 +291,8 @@ void node_base_with_users::add_user(IEval* node) {
 }
 
 void node_base_impl_value::invalidate_dependents(bool skip_self) {
-    const auto closure = value_closure.get(*this, closure_start::users, *services);
-    {
-        const eval_pass_scope steps;
-        for (IEval* node : closure) {
-            if (!skip_self || node != this) node->on_invalidate();
-        }
-    }
-    for (IEval* node : closure) node->notify_invalidated();
+    const closure_start start{this, closure_start::from::users};
+    invalidate_closure(value_closure, {&start, 1}, skip_self ? this : nullptr, *services);
 }
 
 } // namespace GenICam::impl

@@ -18,7 +18,6 @@ public:
 
     void resolve_references(const element_view& view) final;
     void drop_repeated_links() final;
-    void invalidate() final;
     void on_invalidate() override {}
     void notify_invalidated() final;
     void add_invalidates(IEval* node) final;
@@ -93,7 +92,6 @@ protected:
     arena_vector<IEval*, 1> invalidates;
     arena_vector<INode*, 1> selecting;
     arena_vector<IEval*, 2> sources;
-    lazy_closure event_closure;
 
 private:
     [[nodiscard]] INode* resolve_state_link(std::string_view element_name, pugi::xml_node element);
@@ -119,8 +117,7 @@ public:
     void on_invalidate() final { invalidate_register(); }
 
 protected:
-    // All caches first, then all callbacks, so that a callback reads consistent data. A register has just written its
-    // own cache and skips itself.
+    // A register has just written its own cache and skips itself.
     void invalidate_dependents(bool skip_self);
 
 private:

@@ -5,8 +5,7 @@
 namespace GenICam::impl {
 
 template <class T>
-std::error_code refused_value(std::string_view node, T value, genicam_errc code) {
-    const std::error_code error = code;
+std::error_code refused_value(std::string_view node, T value, std::error_code error) {
     if (sink_for(level_notice) != nullptr)
         log(level_notice, "{}. Failed range check for parameter value={}. Err: {}.", node, value, error.message());
     return error;
@@ -23,11 +22,7 @@ template <class T>
 std::error_code check_range(const number_interface<T>& node, T value, const result<T>& lowest, const result<T>& highest,
                             T tolerance) {
     for (const result<T>* limit : {&lowest, &highest}) {
-        if (!*limit && !is_absent(limit->error())) {
-            log(level_notice, "{}. Failed range check for parameter value={}. Err: {}.", node.get_name(), value,
-                limit->error().message());
-            return limit->error();
-        }
+        if (!*limit && !is_absent(limit->error())) return refused_value(node.get_name(), value, limit->error());
     }
     bool outside = false;
     if constexpr (std::is_integral_v<T>) {
@@ -35,7 +30,7 @@ std::error_code check_range(const number_interface<T>& node, T value, const resu
     } else {
         outside = (lowest && *lowest - value >= tolerance) || (highest && value - *highest >= tolerance);
     }
-    return outside ? refused_value(node.get_name(), value, genicam_errc::value_out_of_range) : std::error_code{};
+    return outside ? refused_value<T>(node.get_name(), value, genicam_errc::value_out_of_range) : std::error_code{};
 }
 
 } // namespace
@@ -43,7 +38,9 @@ std::error_code check_range(const number_interface<T>& node, T value, const resu
 template <>
 std::error_code check_value<int64_t>(const IInteger& node, int64_t value, unsigned flags) {
     if (flags & access_flags::no_range_check) return {};
-    if (const auto set = node.get_valid_value_set(flags); set && std::ranges::find(*set, value) == set->end())
+    const auto set = node.get_valid_value_set(flags);
+    if (!set && !is_absent(set.error())) return refused_value(node.get_name(), value, set.error());
+    if (set && std::ranges::find(*set, value) == set->end())
         return refused_value(node.get_name(), value, genicam_errc::not_in_value_set);
     const auto lowest = node.get_min(flags);
     if (const auto error = check_range<int64_t>(node, value, lowest, node.get_max(flags), 0)) return error;
@@ -64,12 +61,10 @@ std::error_code check_value<int64_t>(const IInteger& node, int64_t value, unsign
 
 template <>
 std::error_code check_value<double>(const IFloat& node, double value, unsigned flags) {
-    // Values that went through a converter and back miss their limit by a rounding error.
-    constexpr double tolerance = 1e-5;
     if (flags & access_flags::no_range_check) return {};
     // Compares with no limit, and is 0 for an integer that is to hold it.
     if (std::isnan(value)) return refused_value(node.get_name(), value, genicam_errc::value_out_of_range);
-    return check_range<double>(node, value, node.get_min(flags), node.get_max(flags), tolerance);
+    return check_range<double>(node, value, node.get_min(flags), node.get_max(flags), limit_tolerance);
 }
 
 template <class T>
@@ -165,8 +160,8 @@ int64_t display_precision_of(INode& node) {
     return real != nullptr ? real->get_display_precision() : get_element_DisplayPrecision({}, node.get_name());
 }
 
-template std::error_code refused_value(std::string_view, int64_t, genicam_errc);
-template std::error_code refused_value(std::string_view, double, genicam_errc);
+template std::error_code refused_value(std::string_view, int64_t, std::error_code);
+template std::error_code refused_value(std::string_view, double, std::error_code);
 template result<std::vector<int64_t>> valid_values_of(INode&, unsigned);
 template result<std::vector<double>> valid_values_of(INode&, unsigned);
 

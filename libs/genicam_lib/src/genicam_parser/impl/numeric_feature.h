@@ -18,15 +18,21 @@
 
 namespace GenICam::impl {
 
+// How far beyond a limit a float may be: values that went through a converter and back miss theirs by a rounding error.
+inline constexpr double limit_tolerance = 1e-5;
+
+// Values copied or compared, of a list, take less than a step.
+inline constexpr std::size_t values_in_a_step = 16;
+
 template <class T>
 using number_interface = std::conditional_t<std::is_integral_v<T>, IInteger, IFloat>;
 
-// Logs a refused value and gives the code back.
+// Logs a refused value and gives the error back.
 template <class T>
-[[nodiscard]] std::error_code refused_value(std::string_view node, T value, genicam_errc code);
+[[nodiscard]] std::error_code refused_value(std::string_view node, T value, std::error_code error);
 
-// By the order value set, range, increment. A limit that there is and that cannot be read refuses the value with its
-// error: what is out of range must not reach the device for a lost answer.
+// By the order value set, range, increment. A set or limit that there is and that cannot be read refuses the value with
+// its error: what is out of range must not reach the device for a lost answer.
 template <class T>
 [[nodiscard]] std::error_code check_value(const number_interface<T>& node, T value, unsigned flags);
 
@@ -82,12 +88,14 @@ public:
         std::vector<T> values;
         if (value_set.is_present()) {
             if (value_set.values().empty()) return fail(genicam_errc::not_implemented);
+            if (!eval_scope::take(value_set.values().size() / values_in_a_step)) return eval_scope::error();
             values.assign(value_set.values().begin(), value_set.values().end());
         } else {
             INode* from = value_source(flags);
             if (from == nullptr) return fail(genicam_errc::not_implemented);
             auto theirs = valid_values_of<T>(*from, flags);
             if (!theirs) return theirs;
+            if (!eval_scope::take(theirs->size() / values_in_a_step)) return eval_scope::error();
             values = std::move(*theirs);
         }
         const auto lowest = this->get_min(flags);

@@ -27,9 +27,8 @@ public:
     virtual uint64_t invalidate_range(int64_t address, uint64_t length) = 0;
     virtual uint64_t invalidate_all() = 0;
 
-    // The same for a text register, whose entry is added once, while the document is built. A text with a NUL in it
-    // stands for the whole register unless the flags ask for raw bytes.
-    virtual void add_text(text_entry& entry) = 0;
+    // The same for a text register, with its entry. A text with a NUL in it stands for the whole register unless the
+    // flags ask for raw bytes.
     [[nodiscard]] virtual std::error_code write_text(CachingMode_t mode, text_entry& entry, int64_t address,
                                                      std::string text, unsigned flags) = 0;
     [[nodiscard]] virtual std::error_code read_text(CachingMode_t mode, text_entry& entry, int64_t address,

@@ -18,7 +18,8 @@ bool overlaps(int64_t a, uint64_t a_length, int64_t b, uint64_t b_length) noexce
 
 const register_cache::entry* register_cache::find(int64_t address, uint64_t since) const noexcept {
     const auto found = std::ranges::lower_bound(entries, address, std::greater{}, &entry::address);
-    return found != entries.end() && found->address == address && found->made_after >= since ? &*found : nullptr;
+    if (found == entries.end() || found->address != address) return nullptr;
+    return found->made_after >= std::max(since, last_clear) ? &*found : nullptr;
 }
 
 bool register_cache::read(int64_t address, std::span<std::byte> data, uint64_t since) const noexcept {
@@ -49,8 +50,13 @@ void register_cache::store(int64_t address, std::span<const std::byte> data) {
         if (e.address != address && e.length <= data.size() && overlaps(e.address, e.length, address, data.size()))
             e.made_after = 0;
     }
-    auto place = std::ranges::lower_bound(entries, address, std::greater{}, &entry::address);
+    const auto find_place = [&] { return std::ranges::lower_bound(entries, address, std::greater{}, &entry::address); };
+    auto place = find_place();
     if (place == entries.end() || place->address != address) {
+        if (entries.size() == maximum_entries) {
+            make_room();
+            place = find_place();
+        }
         place = entries.insert(place, entry{address, 0, {}, 0});
     }
     std::ranges::copy(data, place->value);
@@ -58,25 +64,49 @@ void register_cache::store(int64_t address, std::span<const std::byte> data) {
     place->made_after = change_count;
 }
 
+// The valid ones too when most are, or soon there would be no room again.
+void register_cache::make_room() noexcept {
+    std::erase_if(entries, [&](const entry& e) { return e.made_after < last_clear; });
+    if (entries.size() > maximum_entries / 2) entries.clear();
+}
+
 void register_cache::invalidate(int64_t address, uint64_t length) noexcept {
     ++change_count;
     for (entry& e : near(address, length)) {
         if (overlaps(e.address, e.length, address, length)) e.made_after = 0;
     }
-    for (text_entry* text = texts; text != nullptr; text = text->next) {
-        if (text->valid && overlaps(text->address, text->bytes.size(), address, length)) text->valid = false;
+    for (std::size_t i = texts.size(); i-- > 0;) { // the last takes the place of one that is dropped
+        if (overlaps(texts[i]->address, texts[i]->bytes.size(), address, length)) drop(*texts[i]);
     }
 }
 
 void register_cache::invalidate(text_entry& text) noexcept {
     ++change_count;
-    text.valid = false;
+    drop(text);
+}
+
+void register_cache::keep(text_entry& text, int64_t address, std::string bytes) {
+    if (!text.is_kept()) {
+        if (texts.size() == maximum_texts) drop(*texts[next_to_give_way++ % maximum_texts]);
+        texts.push_back(&text);
+        text.place = texts.size() - 1;
+    }
+    text.address = address;
+    text.bytes = std::move(bytes);
+}
+
+void register_cache::drop(text_entry& text) noexcept {
+    if (!text.is_kept()) return;
+    texts[text.place] = texts.back();
+    texts[text.place]->place = text.place;
+    texts.pop_back();
+    text.place = text_entry::nowhere;
 }
 
 void register_cache::clear() noexcept {
-    ++change_count;
-    for (entry& e : entries) e.made_after = 0;
-    for (text_entry* text = texts; text != nullptr; text = text->next) text->valid = false;
+    last_clear = ++change_count;
+    for (text_entry* text : texts) text->place = text_entry::nowhere;
+    texts.clear();
 }
 
 } // namespace GenICam::impl

@@ -27,8 +27,8 @@ int64_t wrapped_product(int64_t a, int64_t b) noexcept {
 
 void reg_access::resolve_port_interface(node_base_data& owner, const element_view& view) {
     const std::string_view port_name = text_of(view[tag::pPort]);
-    INode* node = owner.document().find_node(port_name);
-    if (node == nullptr || node->node_type() != NodeType_t::Port) {
+    INode* node = owner.document().find_node(port_name, NodeType_t::Port);
+    if (node == nullptr) {
         log(level_fault, "{}. Failed to resolve port '{}'.", owner.get_node_name(), port_name);
         return;
     }
