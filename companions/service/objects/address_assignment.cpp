@@ -156,6 +156,7 @@ std::error_code write_configuration(service_core& core, wanted function, uint64_
                                     const gvcp_master::camera_address& place, const std::stop_token& stop) {
     gvcp_master::device_control::options session;
     session.device = {place.address, gige::gvcp::port};
+    session.mac = mac;
     session.local_address = place.local_address;
     session.stop = stop;
     auto opened = gvcp_master::device_control::open(std::move(session));
