@@ -1,5 +1,9 @@
 // A camera's own events, from its message channel to the features of its document.
+#include "support/small_camera.h"
 #include "support/test_system.h"
+
+#include <gige/gvcp.h>
+#include <gige/udp_socket.h>
 
 #include <gtest/gtest.h>
 
@@ -202,4 +206,35 @@ TEST(InterfaceFeatures, AddressesAndFirmwareNameWhatIsMissing) {
     EXPECT_EQ(cli::value_text(cli::require_node(nodes, "DeviceReachableStatus"), error), "Reachable") << error;
     EXPECT_EQ(cli::value_text(cli::require_node(nodes, "FirmwareUpdateProgress"), error), "") << error;
     EXPECT_EQ(failure_of("ActionCommand"), "succeeded");
+}
+
+// Between the service's opening and the client's being told of numbers: nobody is there for it, and it must not come
+// later, before the next.
+TEST(CameraEvent, OneThatCameBeforeItsConsumerIsNotTheFirst) {
+    test_system own;
+    auto options = camera_sim::camera_options{};
+    options.address = *gige::parse_address(own.camera_address(0));
+    options.serial = test_system::serial(0);
+    const auto cam = camera_sim::start(std::move(options));
+    own.add_camera(0);
+    own.start_service();
+    std::thread early{[&] {
+        while (cam->peek(gige::gvcp::reg::message_port) == 0) std::this_thread::yield();
+        cam->send_event(0x9001, {});
+    }};
+    const open_camera camera;
+    early.join();
+    EXPECT_TRUE(eventually([&] { return cam->stats().events_acknowledged == 1; }));
+    const auto& lib = *camera.lib;
+    EVENT_HANDLE events = camera.event_of(camera.device->get(), EVENT_REMOTE_DEVICE);
+    cam->send_event(0x9002, {});
+    std::byte packet[packet_size];
+    size_t size = sizeof packet;
+    ASSERT_EQ(lib.EventGetData(events, packet, &size, 20'000), GC_ERR_SUCCESS);
+    INFO_DATATYPE type = 0;
+    uint64_t id = 0;
+    size_t length = sizeof id;
+    lib.check("EventGetDataInfo", lib.EventGetDataInfo(events, packet, size, EVENT_DATA_NUMID, &type, &id, &length));
+    EXPECT_EQ(id, 0x9002U);
+    lib.check("GCUnregisterEvent", lib.GCUnregisterEvent(camera.device->get(), EVENT_REMOTE_DEVICE));
 }
