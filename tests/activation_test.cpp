@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <fstream>
 
@@ -55,7 +56,7 @@ public:
           notify(bound_socket(SOCK_DGRAM, folder / "notify")) {}
     ~manager() { end(); }
 
-    void start_service(int handed_over, const std::string& camera) {
+    void start_service(int handed_over, const std::string& camera, int its_output = -1) {
         const std::string program = built::program("orv-gentl-gev-service");
         const std::string output = folder / "activated";
         const std::string notify_path = folder / "notify";
@@ -63,7 +64,7 @@ public:
         ASSERT_GE(child, 0);
         if (child > 0) return;
         const int file = open(output.c_str(), O_CREAT | O_WRONLY | O_TRUNC, 0600);
-        dup2(file, STDOUT_FILENO);
+        dup2(its_output >= 0 ? its_output : file, STDOUT_FILENO);
         dup2(file, STDERR_FILENO);
         if (handed_over == 3)
             fcntl(3, F_SETFD, 0);
@@ -128,6 +129,33 @@ TEST(Activation, AConsumerWithoutAServiceGetsOneAndTheSocketOutlivesIt) {
         EXPECT_EQ(systemd.inode(), socket_file);
         EXPECT_FALSE(std::filesystem::exists(systemd.path.string() + ".lock"));
     }
+}
+
+// A pipe that is full, and that nobody reads.
+TEST(Activation, AnOutputThatTakesNothingKeepsNeitherTheManagerNorTheCameraWaiting) {
+    test_system own;
+    own.start_camera({"--width", "64", "--height", "48"});
+    manager systemd{own};
+    int ends[2]{};
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+    const descriptor reading{ends[0]}, writing{ends[1]};
+    const std::array<char, 4096> filling{};
+    while (write(writing.fd, filling.data(), filling.size()) > 0) {
+    }
+    ASSERT_EQ(fcntl(writing.fd, F_SETFL, 0), 0);
+    systemd.start_service(systemd.listening.fd, own.camera_address(0), writing.fd);
+    EXPECT_EQ(systemd.told(), "READY=1");
+    const auto holds_sessions = [&] {
+        return std::ranges::any_of(std::filesystem::directory_iterator{own.folder()}, [](const auto& each) {
+            return each.path().filename().string().starts_with("control-");
+        });
+    };
+    {
+        const open_camera camera;
+        EXPECT_TRUE(holds_sessions());
+        EXPECT_EQ(systemd.end(), 0);
+    }
+    EXPECT_FALSE(holds_sessions()) << "control was given back";
 }
 
 TEST(Activation, AServiceStartedByHandLeavesTheManagersSocketAlone) {

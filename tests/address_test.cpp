@@ -139,7 +139,8 @@ TEST_P(FreeAddress, TheOneThatNobodyHasIsGiven) {
         EXPECT_EQ(running.listed(first_mac)->net_info.netmask, 0xFFFFFFF8U);
         EXPECT_EQ(running.listed(first_mac)->net_info.gateway, net + 2);
         EXPECT_FALSE(running.open(first_mac));
-        EXPECT_EQ(running.execute(first_mac, "IPConfigAssignFreeTemporaryIP"), std::errc::address_not_available);
+        EXPECT_FALSE(running.execute(first_mac, given.function)) << "asked for once more";
+        EXPECT_EQ(camera->address(), net + 6);
 
         const bool persistent = given.function == std::string{"IPConfigAssignFreePersistentIP"};
         const bool dhcp = given.function == std::string{"IPConfigDHCPEnable"};
@@ -149,11 +150,15 @@ TEST_P(FreeAddress, TheOneThatNobodyHasIsGiven) {
         if (dhcp) {
             EXPECT_NE(configured & gige::gvcp::bits::ip_dhcp, 0U);
         }
-        if (!persistent) return;
-        camera->reboot();
-        ASSERT_TRUE(eventually([&] { return camera->stats().reboots == 1; }));
-        EXPECT_TRUE(eventually([&] { return !running.open(first_mac); })) << "after its start";
-        EXPECT_EQ(camera->address(), net + 6);
+        if (persistent) {
+            camera->reboot();
+            ASSERT_TRUE(eventually([&] { return camera->stats().reboots == 1; }));
+            EXPECT_TRUE(eventually([&] { return !running.open(first_mac); })) << "after its start";
+            EXPECT_EQ(camera->address(), net + 6);
+        }
+        const auto twin = start_at(net + 6, other_side, first_mac + 2);
+        ASSERT_TRUE(running.becomes(first_mac, ipc_rpc::reachable_status::unreachable));
+        EXPECT_EQ(running.execute(first_mac, "IPConfigAssignFreeTemporaryIP"), std::errc::address_not_available);
     });
 }
 

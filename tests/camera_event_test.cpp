@@ -1,5 +1,8 @@
 // A camera's own events, from its message channel to the features of its document.
+#include "support/scripted_camera.h"
 #include "support/test_system.h"
+
+#include <fmt/format.h>
 
 #include <gtest/gtest.h>
 
@@ -202,4 +205,51 @@ TEST(InterfaceFeatures, AddressesAndFirmwareNameWhatIsMissing) {
     EXPECT_EQ(cli::value_text(cli::require_node(nodes, "DeviceReachableStatus"), error), "Reachable") << error;
     EXPECT_EQ(cli::value_text(cli::require_node(nodes, "FirmwareUpdateProgress"), error), "") << error;
     EXPECT_EQ(failure_of("ActionCommand"), "succeeded");
+}
+
+// Between the service's opening and the client's knowing its numbers: nobody is there for it, and it must not come
+// later, before the next.
+TEST(CameraEvent, OneThatCameBeforeItsConsumerIsNotTheFirst) {
+    namespace gvcp = gige::gvcp;
+    test_system own;
+    const uint32_t address = *gige::parse_address(own.camera_address(0));
+    const auto socket = gige::udp_socket::open({address, 0});
+    ASSERT_TRUE(socket);
+    const auto send_event = [&](const scripted_camera& from, uint16_t id) {
+        std::array<std::byte, gvcp::header_size + 16> event{};
+        gvcp::store_command(event.data(), {0, gvcp::command::event_data, 16, id});
+        gige::store16(&event[gvcp::header_size + 2], id);
+        const auto port = static_cast<uint16_t>(from.get(gvcp::reg::message_port));
+        EXPECT_FALSE(socket->send({from.get(gvcp::reg::message_address), port}, event));
+    };
+    scripted_camera cam{address, [&](scripted_camera& self, const scripted_camera::request& got) {
+                            if (!got.is(gvcp::command::write_reg, gvcp::reg::message_port) || got.word(4) == 0)
+                                return false;
+                            self.set(gvcp::reg::message_port, got.word(4));
+                            send_event(self, 0x9001);
+                            std::this_thread::sleep_for(std::chrono::milliseconds{100}); // it is there by the answer
+                            return false;
+                        }};
+    const std::string document = R"(<RegisterDescription ModelName="M" VendorName="V" SchemaMajorVersion="1"
+  SchemaMinorVersion="1" SchemaSubMinorVersion="0" xmlns="http://www.genicam.org/GenApi/Version_1_1">
+<Port Name="Device"/></RegisterDescription>)";
+    cam.set(gvcp::reg::message_channel_count, 1);
+    cam.set_text(gvcp::reg::serial, test_system::serial(0), 16);
+    cam.set_text(0x100000, document, document.size());
+    cam.set_text(gvcp::reg::first_url, fmt::format("local:cam.xml;100000;{:X}", document.size()), 512);
+    own.add_camera(0);
+    own.start_service();
+    const open_camera camera;
+    const auto& lib = *camera.lib;
+    EVENT_HANDLE events = camera.event_of(camera.device->get(), EVENT_REMOTE_DEVICE);
+    send_event(cam, 0x9002);
+    std::byte packet[packet_size];
+    size_t size = sizeof packet;
+    ASSERT_EQ(lib.EventGetData(events, packet, &size, 20'000), GC_ERR_SUCCESS);
+    INFO_DATATYPE type = 0;
+    uint64_t id = 0;
+    size_t length = sizeof id;
+    lib.check("EventGetDataInfo", lib.EventGetDataInfo(events, packet, size, EVENT_DATA_NUMID, &type, &id, &length));
+    EXPECT_EQ(id, 0x9002U);
+    lib.check("GCUnregisterEvent", lib.GCUnregisterEvent(camera.device->get(), EVENT_REMOTE_DEVICE));
 }

@@ -9,6 +9,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <future>
+#include <thread>
 
 namespace {
 
@@ -92,6 +94,42 @@ TEST_F(ServiceNetwork, AnInterfaceThatGoesTakesItsSessionsWithIt) {
         ASSERT_TRUE(list) << "an empty list is no error";
         EXPECT_TRUE(list->empty());
         EXPECT_EQ(raised >> interface.service_info()->device_list_notification_id & 1, 1U);
+    });
+}
+
+// Its client has gone at the same time, and the service ends: the search must not end what it is a part of.
+TEST_F(ServiceNetwork, TheSearchIsNotTheLastToHoldTheCoreOnceItIsStopped) {
+    give(hosts.consumer_side(), "10.99.0.1/24");
+    at(hosts.consumer_side(), [&] {
+        std::promise<void> told, go_on;
+        struct user final : service::interface_user {
+            std::shared_ptr<service::service_core> core;
+            std::promise<void>& told;
+            std::promise<void>& go_on;
+            user(std::shared_ptr<service::service_core> used, std::promise<void>& when_told, std::promise<void>& until)
+                : core(std::move(used)), told(when_told), go_on(until) {}
+            void interface_gone() override {
+                told.set_value();
+                go_on.get_future().wait();
+            }
+        };
+        service::service_core::options options;
+        options.discovery = {.interval = milliseconds{50}, .window = milliseconds{25}};
+        auto core = std::make_shared<service::service_core>(std::move(options));
+        auto last = std::make_shared<user>(core, told, go_on);
+        core->watch_end_of("cable", last);
+        ASSERT_TRUE(core->discovery().scan(milliseconds{5000}));
+        ASSERT_TRUE(hosts.run(hosts.consumer_side(), {"ip", "link", "set", "cable", "down"}));
+        told.get_future().wait();
+        last.reset(); // the search's thread has it yet
+        std::thread client{[&] {
+            std::this_thread::sleep_for(milliseconds{100});
+            go_on.set_value();
+        }};
+        core->discovery().stop();
+        EXPECT_EQ(core.use_count(), 1);
+        core.reset();
+        client.join();
     });
 }
 

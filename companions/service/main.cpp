@@ -143,7 +143,7 @@ int serve(const program_options& given) {
     options.port_folder = own_folder != nullptr && *own_folder == '/' ? own_folder : directory->path;
     const auto core = std::make_shared<service::service_core>(std::move(options));
     const service::rpc_server::options server_options{gds_shared::service_pipe_name(product), core->settings().group};
-    const auto server = service::rpc_server::start(
+    auto server = service::rpc_server::start(
         server_options, [core] { return service::make_function_table(core, service::rpc_server::notifier_of); });
     if (!server) {
         if (server.error() == std::errc::address_in_use) {
@@ -171,16 +171,19 @@ int serve(const program_options& given) {
     std::jthread first_scan{[&] {
         static_cast<void>(core->discovery().scan(std::chrono::seconds{2}, core->stop_token()));
         if (core->stop_token().stop_requested()) return;
+        service::tell_service_manager("READY=1");
         // It may take nothing, which is no reason to end either.
         std::printf("ready %s/%s\n", directory->path.c_str(), server_options.pipe_name.c_str());
         std::fflush(stdout);
-        service::tell_service_manager("READY=1");
     }};
     end.wait();
     service::tell_service_manager("STOPPING=1");
     service::termination::end_within(end_time);
     core->stop(); // calls that wait for a camera end now
-    first_scan.join();
+    server->reset();
+    // Its thread may be the last that holds what a client had, and with it the core, which it must not end.
+    core->discovery().stop();
+    first_scan.join(); // last: its output may take nothing
     return 0;
 }
 

@@ -50,14 +50,21 @@ std::error_code device_control::take_privilege() {
     const auto wanted = chosen.access == access_mode::exclusive ? bits::exclusive
                         : chosen.access == access_mode::control ? bits::control
                                                                 : 0;
+    // One that is exclusively another's says nothing: who waits for it looks when it is ours.
+    auto stranger = check_identity();
+    const bool looks_later = wanted != 0 && stranger == make_error_code(gigecam_errc::access_denied);
+    if (stranger && !looks_later) return stranger;
     if (wanted != 0) {
         if (const auto error = claim(wanted)) {
-            // The camera may have given control, in an answer that nobody waited for.
-            if (error == std::errc::operation_canceled) (void)post_register(reg::privilege, 0);
+            // The camera may have given control, in an answer that was lost or that nobody waited for.
+            if (error == std::errc::operation_canceled || error == make_error_code(gigecam_errc::timeout))
+                (void)post_register(reg::privilege, 0);
             return error;
         }
         privileged = true;
         last_privilege = wanted;
+        if (looks_later) stranger = check_identity();
+        if (stranger) return stranger;
     } else if (const auto held = channel->read_register(reg::privilege, default_timeout); !held) {
         return held.error();
     }
@@ -73,6 +80,16 @@ std::error_code device_control::take_privilege() {
     }
     if (const auto now = channel->read_register(reg::heartbeat_timeout, default_timeout)) take_heartbeat_timeout(*now);
     return {};
+}
+
+std::error_code device_control::check_identity() {
+    if (!chosen.mac) return {};
+    std::array<std::byte, 8> mac;
+    if (const auto error = channel->read_block(reg::mac_high, mac, default_timeout)) return error;
+    if ((gige::load64(mac.data()) & 0xFFFF'FFFF'FFFF) == *chosen.mac) return {};
+    // This is the first link's; one that was found by another link has that one's.
+    if (channel->read_register(reg::interface_count, default_timeout).value_or(1) > 1) return {};
+    return std::make_error_code(std::errc::host_unreachable);
 }
 
 std::error_code device_control::claim(uint32_t wanted) {
@@ -108,8 +125,10 @@ device_control::~device_control() {
     channel->cancel(); // a heartbeat that waits for its answer
     if (thread.joinable()) thread.join();
     channel->go_on();
-    if (!privileged || lost_flag) return;
-    if (chosen.stop.stop_requested())
+    if (!privileged) return;
+    // A lost one may be the controller to the camera yet. If another is, also one of this process, that one has another
+    // port, and is not ended by it.
+    if (lost_flag || chosen.stop.stop_requested())
         (void)post_register(reg::privilege, 0);
     else
         (void)channel->write_register(reg::privilege, 0, milliseconds{500});
@@ -257,6 +276,7 @@ std::error_code device_control::guarded(uint64_t address, std::size_t size, Writ
 }
 
 std::error_code device_control::write_memory(uint64_t address, std::span<const std::byte> from, milliseconds timeout) {
+    if (chosen.access == access_mode::read_only) return make_error_code(gigecam_errc::access_denied);
     if (const auto error = check_range(address, from.size())) return error;
     return guarded(address, from.size(), [&] { return write_words(address, from, timeout); });
 }
@@ -299,6 +319,7 @@ std::expected<uint32_t, std::error_code> device_control::read_register(uint64_t 
 }
 
 std::error_code device_control::write_register(uint64_t address, uint32_t value, milliseconds timeout) {
+    if (chosen.access == access_mode::read_only) return make_error_code(gigecam_errc::access_denied);
     if (const auto error = check_range(address, 4)) return error;
     return guarded(address, 4, [&] { return channel->write_register(static_cast<uint32_t>(address), value, timeout); });
 }
@@ -312,6 +333,7 @@ std::error_code device_control::post_register(uint32_t address, uint32_t value) 
 
 std::error_code device_control::request_resend(uint32_t stream, uint64_t block_id, uint32_t first, uint32_t last,
                                                bool extended) {
+    if (lost_flag) return make_error_code(gigecam_errc::device_lost); // a request would keep control
     std::array<std::byte, 20> body{};
     gige::store16(&body[0], static_cast<uint16_t>(stream));
     if (extended) {

@@ -22,6 +22,8 @@ class device_control {
 public:
     struct options {
         gige::endpoint device{};
+        // Of the camera that is meant: another one at its address is not opened, std::errc::host_unreachable.
+        std::optional<uint64_t> mac{};
         uint32_t local_address = 0; // 0: by the routing table
         // Of a session that ended without giving control back: a camera knows its controller by address and port, and
         // takes the one for the other. 0, or one that is taken: any.
@@ -44,14 +46,16 @@ public:
     static constexpr milliseconds longest_patience{10'000};
 
     [[nodiscard]] static std::expected<std::unique_ptr<device_control>, std::error_code> open(options chosen);
-    ~device_control(); // gives the privilege back; a camera that is gone costs at most half a second
+    // Gives the privilege back; a camera that is gone costs at most half a second, a session that is lost nothing.
+    ~device_control();
     device_control(const device_control&) = delete;
     device_control& operator=(const device_control&) = delete;
 
     // The time-out is each request's.
     [[nodiscard]] std::error_code read_memory(uint64_t address, std::span<std::byte> to,
                                               milliseconds timeout = default_timeout);
-    // Words written in part are read first.
+    // Words written in part are read first. Who opened it to read is denied all writing: the camera might let him take
+    // control, which nobody would keep or give back.
     [[nodiscard]] std::error_code write_memory(uint64_t address, std::span<const std::byte> from,
                                                milliseconds timeout = default_timeout);
     [[nodiscard]] std::expected<uint32_t, std::error_code> read_register(uint64_t address,
@@ -92,6 +96,7 @@ public:
 private:
     device_control(options from, std::unique_ptr<control_channel> opened);
     [[nodiscard]] std::error_code take_privilege();
+    [[nodiscard]] std::error_code check_identity();
     [[nodiscard]] std::error_code claim(uint32_t wanted);
     void run_heartbeat();
     enum class session { alive, lost, unanswered, not_asked, ended };

@@ -44,13 +44,15 @@ discovery::discovery(options options_given, notifications notified)
     thread = std::thread{[this] { run(); }};
 }
 
-discovery::~discovery() {
+discovery::~discovery() { stop(); }
+
+void discovery::stop() {
     {
         const std::lock_guard guard{mutex};
         quit = true;
     }
     wakeup.wake();
-    thread.join();
+    if (thread.joinable()) thread.join();
 }
 
 std::vector<discovery::found_interface> discovery::list() const {

@@ -60,6 +60,8 @@ public:
     // Throws std::system_error when the system gives no socket.
     discovery(options chosen, notifications told);
     ~discovery();
+    // Nothing is searched or told after it. Waits for what is being told, so that must not call it.
+    void stop();
     discovery(const discovery&) = delete;
     discovery& operator=(const discovery&) = delete;
 

@@ -69,6 +69,7 @@ std::error_code device_object::init(ipc_rpc::open_access access, const std::stop
     if (!reads_only && !stay.emplace(core->addresses(), record.mac)) return make_error_code(gigecam_errc::busy);
     gvcp_master::device_control::options chosen;
     chosen.device = {record.address, gige::gvcp::port};
+    chosen.mac = record.mac;
     chosen.local_address = record.local_address;
     chosen.access = static_cast<gvcp_master::access_mode>(access);
     chosen.heartbeat_timeout = core->settings().heartbeat_timeout;
@@ -85,7 +86,13 @@ std::error_code device_object::init(ipc_rpc::open_access access, const std::stop
         main_logger().warn("{} is lost.", gige::to_string(record.address));
     };
     auto opened = gvcp_master::device_control::open(std::move(chosen));
-    if (!opened) return opened.error();
+    if (!opened) {
+        // The system's own of this condition is of another category.
+        if (opened.error() == std::make_error_code(std::errc::host_unreachable))
+            main_logger().warn("{} is another camera's address now, not {:012X}'s.", gige::to_string(record.address),
+                               record.mac);
+        return opened.error();
+    }
     camera = std::move(*opened);
     const std::stop_callback on_stop{stop, [this] { camera->cancel(); }};
     if (!reads_only) {

@@ -146,10 +146,13 @@ std::error_code firmware_updates::start_held(const discovery::found_device& came
                       make_error_code(gigecam_errc::invalid_parameter));
     gvcp_master::device_control::options session;
     session.device = {camera.address, gige::gvcp::port};
+    session.mac = camera.mac;
     session.local_address = camera.local_address;
     session.access = gvcp_master::access_mode::exclusive;
     session.stop = stop;
     auto opened = gvcp_master::device_control::open(std::move(session));
+    if (!opened && opened.error() == std::make_error_code(std::errc::host_unreachable))
+        return refuse("another camera has its address now", opened.error());
     if (!opened) return refuse("the camera cannot be held: " + opened.error().message(), opened.error());
 
     main_logger().info("Firmware {} for {}: {} bytes.", gds_helper::printable(package->version),

@@ -108,7 +108,7 @@ private:
             std::this_thread::sleep_for(std::chrono::milliseconds{100});
             return;
         }
-        if (!*accepted) return; // it has left
+        if (!*accepted) return; // it has left, or was turned away
         const platform::peer_identity who = (*accepted)->identity();
         const auto is_theirs = [&](const auto& entry) { return entry.identity().user_id == who.user_id; };
         const std::size_t all = clients.size() + waiting.size();

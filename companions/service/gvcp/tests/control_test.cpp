@@ -66,7 +66,33 @@ TEST(gvcp_control, privileges) {
     EXPECT_EQ(cam->peek(boot::privilege), 2U) << "the refused one must not have freed it";
     first.reset();
     EXPECT_EQ(cam->peek(boot::privilege), 0U);
+    constexpr std::array wanted{std::byte{0}, std::byte{0}, std::byte{0}, std::byte{2}};
+    EXPECT_EQ(reader->write_register(boot::privilege, 2), gigecam_errc::access_denied);
+    EXPECT_EQ(reader->write_memory(boot::privilege, wanted), gigecam_errc::access_denied);
+    EXPECT_EQ(cam->peek(boot::privilege), 0U) << "who reads would leave it held when he has gone";
     EXPECT_TRUE(open(*cam, {.access = access_mode::exclusive}));
+}
+
+// As when its interface has gone for a moment: to the camera it may still be the controller.
+TEST(gvcp_control, a_lost_session_gives_control_back_and_keeps_it_by_nothing) {
+    const auto cam = start(small_camera(1));
+    auto lost = open(*cam, {.heartbeat_timeout = milliseconds{600'000}});
+    ASSERT_TRUE(lost);
+    lost->give_up();
+    EXPECT_EQ(lost->request_resend(0, 1, 0, 0, false), gigecam_errc::device_lost);
+    const uint16_t port = lost->local().port;
+    lost.reset();
+    EXPECT_TRUE(eventually([&] { return cam->peek(boot::privilege) == 0; }, milliseconds{10'000}));
+
+    lost = open(*cam, {.port = port});
+    ASSERT_TRUE(lost);
+    lost->give_up();
+    cam->reboot();
+    ASSERT_TRUE(eventually([&] { return cam->peek(boot::privilege) == 0; }));
+    const auto next = open(*cam, {.port = port, .patient = true});
+    ASSERT_TRUE(next);
+    lost.reset();
+    EXPECT_EQ(next->read_register(boot::privilege).value_or(0), 2U) << "what has become another's is not given back";
 }
 
 TEST(gvcp_control, a_session_that_says_nothing_is_kept) {

@@ -354,19 +354,22 @@ TEST(scripted_camera, closing_and_stopping_wait_for_no_answer) {
 }
 
 // The camera gives control, and the opening ends before its answer comes.
-TEST(scripted_camera, an_opening_that_is_cancelled_keeps_no_control) {
-    std::stop_source opening;
-    camera cam{own_address(1), [&](camera& self, const camera::request& got) {
-                   if (!got.is(command::write_reg, boot::privilege) || got.word(4) == 0) return false;
-                   self.hand_control_to(got.from);
-                   opening.request_stop();
-                   return true;
-               }};
-    cam.set(boot::heartbeat_timeout, 600'000);
-    const auto opened = try_open({.opening = opening.get_token()});
-    ASSERT_FALSE(opened.has_value());
-    EXPECT_EQ(opened.error(), std::errc::operation_canceled);
-    EXPECT_TRUE(eventually([&] { return !cam.controller(); }));
+TEST(scripted_camera, an_opening_that_hears_no_answer_keeps_no_control) {
+    for (const bool cancelled : {true, false}) {
+        std::stop_source opening;
+        camera cam{own_address(1), [&](camera& self, const camera::request& got) {
+                       if (!got.is(command::write_reg, boot::privilege) || got.word(4) == 0) return false;
+                       self.hand_control_to(got.from);
+                       if (cancelled) opening.request_stop();
+                       return true;
+                   }};
+        cam.set(boot::heartbeat_timeout, 600'000);
+        const auto opened = try_open({.opening = opening.get_token()});
+        ASSERT_FALSE(opened.has_value());
+        EXPECT_EQ(opened.error(), cancelled ? std::make_error_code(std::errc::operation_canceled)
+                                            : make_error_code(gigecam_errc::timeout));
+        EXPECT_TRUE(eventually([&] { return !cam.controller(); }));
+    }
 }
 
 // Each request is answered in time. Reads have an end that grows with them; what is half written is worse than late.

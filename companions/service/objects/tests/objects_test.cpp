@@ -1,6 +1,8 @@
 // The objects that clients hold, against cameras on loopback: several sessions, equal cameras, bounds, a long life.
+#include <camera_sim/firmware_image.h>
 #include <gds_helper/log.h>
 #include <gvcp/tests/test_cameras.h>
+#include <objects/address_assignment.h>
 #include <objects/device_object.h>
 #include <objects/interface_object.h>
 #include <objects/service_object.h>
@@ -481,6 +483,56 @@ TEST_F(Objects, ACameraIsReachableWhenItHasAnswered) {
     answers = true;
     EXPECT_TRUE(eventually([&] { return status() == ipc_rpc::reachable_status::reachable; }));
     EXPECT_TRUE(eventually([&] { return (one->raised >> changed & 1) == 1; })) << "the list has changed";
+}
+
+// One is unplugged, another one takes its address: as long as both are listed, the first one's id is not the second.
+TEST_F(Objects, AnotherCameraAtTheSameAddressIsNotTakenForTheOneAskedFor) {
+    const auto with_mac = [](uint64_t mac) {
+        auto options = small_camera(1);
+        options.mac = mac;
+        options.serial = std::to_string(mac);
+        return options;
+    };
+    cam = start(with_mac(1));
+    start_core({1}, {.networks = false, .interval = std::chrono::hours{1}, .window = milliseconds{50}});
+    cam.reset();
+    cam = start(with_mac(2));
+    ASSERT_TRUE(eventually([&] { return core->discovery().scan(milliseconds{5000}) && one->list().size() == 2; }));
+    const auto devices = core->discovery().list().front().devices;
+    const auto ids = one->list();
+    ASSERT_EQ(devices[0].mac, 1U);
+    ASSERT_TRUE(devices[0].is_reachable());
+    for (const auto access : {open_access::read_only, open_access::control, open_access::exclusive}) {
+        const auto opened = one->interface.open_device(ids[0].id, access);
+        EXPECT_EQ(opened ? std::error_code{} : opened.error(), std::errc::host_unreachable);
+    }
+    EXPECT_EQ(core->firmware().start("lo", ids[0].id, devices[0], camera_sim::make_firmware_package({})),
+              std::errc::host_unreachable);
+    EXPECT_EQ(run_address_function(*core, "lo", devices[0], "IPConfigDHCPEnable", {}), std::errc::host_unreachable);
+    EXPECT_EQ(cam->peek(boot::privilege), 0U);
+    EXPECT_TRUE(one->interface.open_device(ids[1].id, open_access::control));
+}
+
+// Under exclusive access it does not say who it is; who waits for it sees that when it is his.
+TEST_F(Objects, ACameraThatWasWaitedForIsLookedAtBeforeItIsUsed) {
+    std::atomic<bool> silent = false;
+    scripted_camera camera{own_address(1), [&](scripted_camera& self, const scripted_camera::request& got) {
+                               if (!self.controller() || *self.controller() == got.from) return false;
+                               if (got.is(gige::gvcp::command::write_reg, boot::privilege) && silent.exchange(false)) {
+                                   self.take_control_away(); // for the next to ask
+                                   self.set(boot::mac_low, 2);
+                               }
+                               self.refuse(got, gige::gvcp::status::access_denied);
+                               return true;
+                           }};
+    start_core({1}, {.networks = false, .interval = std::chrono::hours{1}, .window = milliseconds{25}});
+    camera.hand_control_to({own_address(8), 1});
+    silent = true;
+    const auto opened = one->interface.open_device(one->list().front().id, open_access::control);
+    ASSERT_FALSE(opened);
+    EXPECT_EQ(opened.error(), std::errc::host_unreachable);
+    EXPECT_FALSE(silent) << "it was waited for";
+    EXPECT_FALSE(camera.controller()) << "and given back";
 }
 
 TEST_F(Objects, AfterForceIpTheListHasTheNewAddress) {

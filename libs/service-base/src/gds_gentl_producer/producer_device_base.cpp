@@ -51,6 +51,7 @@ Error producer_device_base::init() {
     lost_notification = registry.register_for_pool(service_info.device_lost_notification_id, [this] { mark_lost(); });
     event_notification = registry.register_for_pool_unique_queued(service_info.event_notification_id,
                                                                   [this] { fetch_pending_messages(); });
+    fetch_pending_messages(); // what came before was told to nobody
     if (!service_info.shared_memory_name.empty()) {
         try {
             shared_memory = std::make_unique<shared_block>(shared_block{ipc_rpc::platform::shared_mapping::open(

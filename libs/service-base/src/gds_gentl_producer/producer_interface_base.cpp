@@ -68,6 +68,7 @@ Error producer_interface_base::init() {
         numbers->device_list_notification_id, [this] { fire_module_event(device_list_event, device_list_event_data); });
     messages_pending = system.notifications().register_for_pool_unique_queued(numbers->event_notification_id,
                                                                               [this] { fetch_pending_messages(); });
+    fetch_pending_messages(); // what came before was told to nobody
     return success();
 }
 

@@ -1,6 +1,8 @@
 // Caller and callee by themselves: the packets that they write, and what they make of packets that arrive.
 #include <support/hostile_packets.h>
 
+#include <support/eventually.h>
+
 #include <gtest/gtest.h>
 
 #include <array>
@@ -298,6 +300,28 @@ TEST_F(Callee, StopReleasesEverything) {
     EXPECT_TRUE(watch.expired());
     call("size", 0, 0);
     EXPECT_TRUE(channel.packets.empty());
+}
+
+// Each waits for the others, as that of a camera that is gone does for its answer.
+TEST_F(Callee, ObjectsThatCallsArriveForEndSideBySide) {
+    static constexpr int count = 3;
+    struct patient {
+        std::atomic<int>& ends;
+        explicit patient(std::atomic<int>& counted) : ends(counted) {}
+        ~patient() {
+            ++ends;
+            EXPECT_TRUE(test_support::eventually([&] { return ends == count; }, std::chrono::seconds{10}));
+        }
+    };
+    std::atomic<int> ends = 0;
+    for (std::uint64_t i = 0; i < count; ++i) {
+        const auto handle = sut->register_object(object_entry::owning("thing", std::make_shared<patient>(ends)));
+        call("size", 5000, 100, *handle, 0, i + 1); // the rest never comes
+    }
+    sut->release();
+    EXPECT_EQ(ends, 0);
+    sut->stop();
+    EXPECT_EQ(ends, count);
 }
 
 TEST(Executor, ATaskWithoutMemoryEndsAlone) {

@@ -10,6 +10,7 @@
 #include <iterator>
 #include <mutex>
 #include <new>
+#include <optional>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -21,16 +22,17 @@ namespace {
 [[nodiscard]] bool wants_reply(std::uint32_t flags) noexcept { return (flags & rpc_flag_no_reply) == 0; }
 
 // Side by side: the end of one may wait for somebody who is gone, and others want what the next ones hold.
-void end_all(std::map<std::uint64_t, object_entry>& objects) {
+template <class Container>
+void end_all(Container& objects) {
     constexpr std::size_t most_at_once = 16;
     std::mutex mutex; // guards next
     auto next = objects.begin();
     const auto work = [&] {
         for (;;) {
-            object_entry mine; // ends without the lock
+            std::optional<typename Container::value_type> mine; // ends without the lock
             const std::lock_guard guard{mutex};
             if (next == objects.end()) return;
-            mine = std::move(next++->second);
+            mine.emplace(std::move(*next++));
         }
     };
     std::vector<std::jthread> helpers;
@@ -311,7 +313,8 @@ void rpc_callee_instance::stop() {
         ended.swap(executor);
     }
     release();
-    transactions.clear(); // what still arrives for an object holds it
+    end_all(transactions); // what still arrives for an object holds it
+    transactions.clear();
     ended.reset();
 }
 

@@ -84,9 +84,9 @@ public:
     named_pipe_listener(const named_pipe_listener&) = delete;
     named_pipe_listener& operator=(const named_pipe_listener&) = delete;
 
-    // A client that has connected, or null when there is none; never waits. Clients that are neither root, nor this
-    // user, nor in the group, and those whose process can't be watched, are turned away with `refused`, those that have
-    // ended without it.
+    // A client that has connected, or null when there is none, or one that was turned away: one at a time, however fast
+    // it comes back. Never waits. Clients that are neither root, nor this user, nor in the group, and those whose
+    // process can't be watched, are turned away with `refused`, those that have ended without it.
     [[nodiscard]] std::expected<std::unique_ptr<named_pipe_channel>, std::error_code>
     accept(const std::function<void(const peer_identity&, std::error_code)>& refused);
     [[nodiscard]] std::intptr_t native() const noexcept { return handle; }

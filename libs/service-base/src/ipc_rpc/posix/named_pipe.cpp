@@ -240,28 +240,25 @@ named_pipe_listener::~named_pipe_listener() {
 
 std::expected<std::unique_ptr<named_pipe_channel>, std::error_code>
 named_pipe_listener::accept(const std::function<void(const peer_identity&, std::error_code)>& refused) {
-    for (;;) {
-        file_descriptor fd{accept4(static_cast<int>(handle), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)};
-        if (!fd) {
-            if (errno == EINTR || errno == ECONNABORTED) continue;
-            if (errno == EAGAIN) return nullptr;
-            return std::unexpected(last_error());
-        }
-        const auto peer = identity_of(fd.get());
-        if (!peer) continue;
-        if (peer->user_id != 0 && peer->user_id != geteuid() &&
-            !(access.group && is_in_group(fd.get(), *peer, *access.group))) {
-            refused(*peer, std::make_error_code(std::errc::permission_denied));
-            continue;
-        }
-        file_descriptor process = process_of(*peer);
-        if (!process) {
-            // One that can't be watched would keep its cameras through whoever inherited its socket.
-            if (errno != ESRCH) refused(*peer, last_error());
-            continue;
-        }
-        return std::make_unique<named_pipe_channel>(fd.release(), *peer, process.release());
+    file_descriptor fd{accept4(static_cast<int>(handle), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)};
+    if (!fd) {
+        if (errno == EINTR || errno == ECONNABORTED || errno == EAGAIN) return nullptr;
+        return std::unexpected(last_error());
     }
+    const auto peer = identity_of(fd.get());
+    if (!peer) return nullptr;
+    if (peer->user_id != 0 && peer->user_id != geteuid() &&
+        !(access.group && is_in_group(fd.get(), *peer, *access.group))) {
+        refused(*peer, std::make_error_code(std::errc::permission_denied));
+        return nullptr;
+    }
+    file_descriptor process = process_of(*peer);
+    if (!process) {
+        // One that can't be watched would keep its cameras through whoever inherited its socket.
+        if (errno != ESRCH) refused(*peer, last_error());
+        return nullptr;
+    }
+    return std::make_unique<named_pipe_channel>(fd.release(), *peer, process.release());
 }
 
 std::vector<bool> wait_readable(std::span<const std::intptr_t> handles, std::optional<milliseconds> time) {
