@@ -91,7 +91,7 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
         current = nullptr;
     }
     if (current == nullptr) {
-        const auto verdict = ended_recently.judge(packet.block_id, leader_timestamp, now, time_per_frame);
+        const auto verdict = ended_recently.judge(packet.block_id, id, leader_timestamp, now, time_per_frame);
         if (verdict == ended_frames::verdict::late) {
             ++stats.packets_late;
             return true;
@@ -104,7 +104,7 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
     case gvsp_packet_kind::leader:
         current->packets.add(id);
         last_leader = current->leader = packet.leader;
-        ended_recently.leader_came(packet.leader.timestamp);
+        ended_recently.leader_came(packet.leader.timestamp, now);
         break;
     case gvsp_packet_kind::trailer:
         current->packets.add_trailer(id);
