@@ -131,7 +131,7 @@ private:
     [[nodiscard]] bool is_overtaken(const leader_mark& known, uint64_t leader_timestamp, uint64_t now,
                                     uint64_t frame_time) const noexcept {
         return known.timestamp != 0 && known.timestamp < leader_timestamp && leader_timestamp < newest_timestamp &&
-               elapsed(now, last_leader) < frame_time;
+               elapsed(now, last_leader) < 2 * frame_time;
     }
 
     static constexpr uint64_t ended_lately = 16; // frames

@@ -154,6 +154,7 @@ void gvsp_recv_resend::ask_for_gap(int64_t t, block& current, uint32_t lowest, u
     const int64_t deadline =
         add_resend_entry(t, current, resend_delay(), current.packets.start_of_missing_run(last, lowest), last);
     current.next_timer = std::min(current.next_timer, deadline);
+    if (last + 1 != current.packets.trailer()) receive_out_of_turn(t, current, last + 1);
 }
 
 // The way of nearly every datagram: inlined, it costs a twentieth less than called.
@@ -171,13 +172,13 @@ void gvsp_recv_resend::ask_for_gap(int64_t t, block& current, uint32_t lowest, u
     if (came_forward(t, current, id)) {
         check_gap(t, current, id, highest_before);
     } else {
-        receive_into_hole(t, current, id);
+        receive_out_of_turn(t, current, id);
     }
 }
 
 // Where the frame that had the id in the round before lacked it, whose answer it is cannot be told. It may well be this
 // frame's own, so that is assembled on.
-[[gnu::noinline]] void gvsp_recv_resend::receive_into_hole(int64_t t, block& current, uint32_t packet_id) noexcept {
+[[gnu::noinline]] void gvsp_recv_resend::receive_out_of_turn(int64_t t, block& current, uint32_t packet_id) noexcept {
     if (ended_recently.may_be_old_answer(current.block_id, packet_id, static_cast<uint64_t>(t))) {
         current.packets.mark_mixed();
     }

@@ -76,7 +76,7 @@ private:
     block* block_of(int64_t t, const gvsp_parsed_packet& packet, block* found);
     void receive_payload(int64_t t, block& current, const gvsp_parsed_packet& packet);
     void receive_repeat(int64_t t, block& current, const gvsp_parsed_packet& packet);
-    void receive_into_hole(int64_t t, block& current, uint32_t packet_id) noexcept;
+    void receive_out_of_turn(int64_t t, block& current, uint32_t packet_id) noexcept;
     void give_up_mixed(int64_t t, block& current, uint32_t packet_id);
     void receive_other(int64_t t, block& current, const gvsp_parsed_packet& packet);
     bool came_forward(int64_t t, block& current, uint32_t packet_id) noexcept;

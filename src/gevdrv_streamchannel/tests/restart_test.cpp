@@ -270,6 +270,7 @@ TEST_F(restart_resend_test, only_what_may_be_an_old_answer_costs_a_frame) {
     };
     const row rows[] = {
         {"the same place", {0, 1, 3, 2, 4, 5}, 100'000, 0, false},
+        {"ahead of its turn", {0, 2, 1, 3, 4, 5}, 100'000, 0, false},
         {"another place", {0, 1, 2, 4, 3, 5}, 100'000, 0, true},
         {"none", {0, 1, 2, 3, 4, 5}, 100'000, 0, true},
         {"more than a second after", {0, 3, 1, 2, 4, 5}, 955'000, 20'000, true},
