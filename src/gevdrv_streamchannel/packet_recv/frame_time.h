@@ -35,8 +35,8 @@ public:
     [[nodiscard]] int64_t operator()() const noexcept { return current; }
 
     // A frame began; `follows`: it is the one behind the last. Distances are averaged over a millisecond at least, for
-    // datagrams that were read together have one time. Frames that waited while this thread was away come faster than
-    // they were sent; what they fall short is made up from the time that it was away.
+    // datagrams that were read together have one time. What waited while this thread was away comes faster than it was
+    // sent: what frames of less than a millisecond fall short is made up from the time that it may have been away.
     void frame_began(int64_t now, bool follows) noexcept {
         if (!automatic) return;
         ++frames;
@@ -46,7 +46,7 @@ public:
             const uint64_t expected = frames * static_cast<uint64_t>(current);
             if (elapsed >= expected) {
                 overdue = std::min(overdue + (elapsed - expected), longest_away);
-            } else {
+            } else if (elapsed < frames * shortest_set) {
                 const uint64_t made_up = std::min(overdue, expected - elapsed);
                 overdue -= made_up;
                 elapsed += made_up;
@@ -62,8 +62,8 @@ public:
     }
 
 private:
-    // The socket's buffer holds no more at 10 MB/s and above. Where frames pause and are shorter then, the time is to
-    // follow soon.
+    // The socket's buffer holds no more at 10 MB/s and above. Where frames pause and are that short behind it, the time
+    // is to follow soon.
     static constexpr uint64_t longest_away = 1'000'000;
 
     std::array<uint64_t, 9> distances{};

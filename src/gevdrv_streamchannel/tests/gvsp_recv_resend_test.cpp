@@ -174,14 +174,15 @@ TEST_F(gvsp_recv_resend_test, automatic_time_follows_the_frames_and_never_exceed
         uint64_t distance; // of frames
         bool automatic;
         uint64_t asked_after;
+        uint64_t pause = 0; // behind each fourth frame
     };
     for (const row& r : {row{5000, true, 2500}, row{400, true, 500}, row{80'000, true, 25'000},
-                         row{5000, false, 25'000}, row{0, true, 25'000}}) {
-        SCOPED_TRACE(testing::Message() << r.distance << " " << r.automatic);
+                         row{5000, false, 25'000}, row{0, true, 25'000}, row{2000, true, 1000, 200'000}}) {
+        SCOPED_TRACE(testing::Message() << r.distance << " " << r.automatic << " " << r.pause);
         begin({}, {.time_per_frame = 50'000, .auto_time_per_frame = r.automatic});
         for (uint64_t block = 1; block <= 20; ++block) {
             whole(block);
-            pass(r.distance);
+            pass(block % 4 == 0 ? r.distance + r.pause : r.distance);
         }
         const uint64_t gap_seen = now - began;
         send(21, {0, 1, 3});
