@@ -54,6 +54,12 @@ public:
         if (is_timed(leader_timestamp) && leader_timestamp <= newest_timestamp) return false;
         return quiet > 4 * frame_time;
     }
+    // Whether the new round of such a leader began with a younger frame already, whose id the old one did not have.
+    [[nodiscard]] bool is_overtaken(const leader_mark& known, uint64_t leader_timestamp, uint64_t now,
+                                    uint64_t frame_time) const noexcept {
+        return known.timestamp != 0 && known.timestamp < leader_timestamp && leader_timestamp < newest_timestamp &&
+               elapsed(now, last_leader) < 2 * frame_time;
+    }
     [[nodiscard]] static uint64_t elapsed(uint64_t now, uint64_t since) noexcept {
         return now > since ? now - since : 0;
     }
@@ -72,11 +78,7 @@ public:
     // The ids begin anew. Stragglers of the old ones are kept out for one more frame time, answers as long as they
     // come.
     void start_over(uint64_t now) noexcept {
-        for (entry& each : entries) {
-            each.of_earlier_round = true;
-            if (each.asked.all.holds(0) || each.asked.unanswered.holds(0))
-                each.old_leader_until = each.ended + longest_answer;
-        }
+        for (entry& each : entries) leave_behind(each);
         started_over = now;
         newest_timestamp = first_timestamp = 0;
     }
@@ -116,7 +118,9 @@ public:
         if (takes_for_answer(known, *leader_timestamp, now)) return verdict::late;
         if (*leader_timestamp == 0 && may_be_next_answer(known, now)) return verdict::late;
         if (begins_another(known.leader, elapsed(now, known.ended), *leader_timestamp, frame_time)) {
-            return is_overtaken(known.leader, *leader_timestamp, now, frame_time) ? verdict::unknown : verdict::restart;
+            if (!is_overtaken(known.leader, *leader_timestamp, now, frame_time)) return verdict::restart;
+            leave_behind(known);
+            return verdict::unknown;
         }
         // With nothing to compare, so far back, the ids tell more than the time.
         return is_timed(*leader_timestamp) || count - known.number < ended_lately ? verdict::late : verdict::unknown;
@@ -125,13 +129,6 @@ public:
 private:
     [[nodiscard]] bool is_timed(uint64_t leader_timestamp) const noexcept {
         return leader_timestamp != 0 && newest_timestamp != 0;
-    }
-
-    // Whether a new round began with a younger frame already, whose id the old one did not have.
-    [[nodiscard]] bool is_overtaken(const leader_mark& known, uint64_t leader_timestamp, uint64_t now,
-                                    uint64_t frame_time) const noexcept {
-        return known.timestamp != 0 && known.timestamp < leader_timestamp && leader_timestamp < newest_timestamp &&
-               elapsed(now, last_leader) < 2 * frame_time;
     }
 
     static constexpr uint64_t ended_lately = 16; // frames
@@ -144,6 +141,10 @@ private:
         requests asked;
         bool of_earlier_round = false;
     };
+    static void leave_behind(entry& old) noexcept {
+        old.of_earlier_round = true;
+        if (old.asked.all.holds(0) || old.asked.unanswered.holds(0)) old.old_leader_until = old.ended + longest_answer;
+    }
     [[nodiscard]] static bool answers_come(const entry& known, uint64_t now) noexcept {
         return elapsed(now, known.ended) < longest_answer;
     }

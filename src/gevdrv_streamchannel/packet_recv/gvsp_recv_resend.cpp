@@ -246,7 +246,9 @@ gvsp_recv_resend::block* gvsp_recv_resend::block_of(int64_t t, const gvsp_parsed
             return nullptr;
         }
         if (begins_another_round(t, *found, *leader_timestamp)) {
-            restart_stream(t);
+            const bool overtaken = ended_recently.is_overtaken(
+                found->leader_mark(), *leader_timestamp, static_cast<uint64_t>(t), static_cast<uint64_t>(frame_time()));
+            overtaken ? end_up_to(t, *found) : restart_stream(t);
             found = nullptr;
         }
     }
@@ -407,6 +409,15 @@ void gvsp_recv_resend::restart_stream(int64_t t) {
     while (open_count > 0) end_block(t, *open_blocks[--open_count], false);
     ids.restart();
     ended_recently.start_over(static_cast<uint64_t>(t));
+}
+
+// Younger ones are of a new round.
+void gvsp_recv_resend::end_up_to(int64_t t, const block& last) {
+    for (const block* ended = nullptr; ended != &last;) {
+        block& oldest = *open_blocks[--open_count];
+        end_block(t, oldest, false);
+        ended = &oldest;
+    }
 }
 
 gvsp_recv_resend::block* gvsp_recv_resend::create_block_for_id(int64_t t, const gvsp_parsed_packet& packet,

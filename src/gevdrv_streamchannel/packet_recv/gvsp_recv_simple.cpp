@@ -83,7 +83,9 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
     if (current != nullptr && leader_timestamp != nullptr &&
         ended_recently.begins_another(current->leader_mark(), silence_of(*current, now), *leader_timestamp,
                                       time_per_frame)) {
-        restart_stream(now);
+        const bool overtaken =
+            ended_recently.is_overtaken(current->leader_mark(), *leader_timestamp, now, time_per_frame);
+        overtaken ? end_up_to(*current, now) : restart_stream(now);
         current = nullptr;
     } else if (current != nullptr && leader_timestamp == nullptr && is_of_another(*current, packet, now)) {
         gvsp_logger().info("r[{:8}] Packet {} is of another frame with this id.", current->frame_id, id);

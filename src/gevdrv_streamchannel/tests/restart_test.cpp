@@ -129,13 +129,13 @@ TYPED_TEST(restart_test, stragglers_of_the_round_before_stay_out_of_the_new_one)
 // A round of one frame says nothing of the second id, so the new round begins unnoticed when its first leader is late.
 TYPED_TEST(restart_test, first_leader_that_the_second_frame_overtook_costs_that_frame_nothing) {
     constexpr bool resends = std::is_same_v<TypeParam, gvsp_recv_resend>;
-    for (const uint32_t ahead : {1U, 3U, 6U}) {
-        SCOPED_TRACE(ahead);
+    for (const auto& [ahead, open] : {std::pair{1U, false}, {3U, false}, {6U, false}, {1U, true}, {6U, true}}) {
+        SCOPED_TRACE(testing::Message() << ahead << " the old one open: " << open);
         this->begin();
-        this->whole(1);
-        this->pass(250'000);
+        this->whole(1, open ? 2 : UINT32_MAX);
+        this->pass(open ? 1000 : 250'000);
         this->wire.round = 1;
-        this->send(1, {1, 2, 3, 4, 5});
+        if (!open) this->send(1, {1, 2, 3, 4, 5});
         for (uint32_t packet = 0; packet <= trailer_id; ++packet) {
             if (packet == ahead) this->send(1, {0});
             this->send(2, {packet});
@@ -145,7 +145,7 @@ TYPED_TEST(restart_test, first_leader_that_the_second_frame_overtook_costs_that_
         this->pass(34'000);
         if (resends) this->send(1, {1, 2, 3, 4, 5});
         EXPECT_EQ(this->delivered(), (std::vector<uint64_t>{1, 2, 1, 3}));
-        EXPECT_EQ(this->flags(), (std::vector<uint32_t>{0, 0, resends ? 0 : incomplete, 0}));
+        EXPECT_EQ(this->flags(), (std::vector<uint32_t>{open ? incomplete : 0, 0, resends ? 0 : incomplete, 0}));
         for (const request& each : this->requests) EXPECT_EQ(each.block, 1U);
     }
 }
@@ -413,6 +413,18 @@ TEST(ended_frames, a_round_whose_leaders_were_all_asked_for_holds_back_no_new_on
     const uint64_t first = 100, next_round = 900;
     EXPECT_EQ(ended.judge(1, 0, &first, 5000, 1000), ended_frames::verdict::late);
     EXPECT_EQ(ended.judge(1, 0, &next_round, 50'000, 1000), ended_frames::verdict::restart);
+}
+
+TEST(ended_frames, a_frame_whose_id_begins_a_new_round_late_is_of_the_round_before) {
+    ended_frames ended;
+    const uint64_t first = 100, next_round = 800, second = 900;
+    ended.leader_came(first, 0);
+    ended.add(1, {true, first}, 0, {.all = {2, 2}, .unanswered = {2, 2}});
+    ended.leader_came(second, 100'000);
+    ended.add(2, {true, second}, 101'000, {});
+    EXPECT_EQ(ended.judge(1, 0, &next_round, 101'500, 1000), ended_frames::verdict::unknown);
+    EXPECT_TRUE(ended.may_be_old_answer(1, 2, 103'000));
+    EXPECT_TRUE(ended.holds(2)) << "it is not to be asked for again";
 }
 
 TEST(ended_frames, a_second_answer_of_the_round_before_restarts_nothing) {
