@@ -64,7 +64,9 @@ int only_datagram_socket() {
 } // namespace
 
 TEST(Fault, ServiceKilledWhileStreaming) {
-    small_system own;
+    test_system own{{"--heartbeat", "600000"}};
+    own.start_camera(small());
+    own.start_service();
     auto camera = std::make_unique<open_camera>();
     camera->start();
     ASSERT_TRUE(camera->next_frame(5000));
@@ -82,7 +84,7 @@ TEST(Fault, ServiceKilledWhileStreaming) {
              [&] { EXPECT_EQ(camera->lib->DSStopAcquisition(camera->stream->get(), 0), GC_ERR_SUCCESS); });
     must_end("closing", [&] { camera.reset(); });
 
-    // The camera still takes the dead service for the one in control: the next one goes on from its port, at once.
+    // For ten minutes the camera takes the dead service for the one in control: the next one goes on from its port.
     own.start_service();
     auto result = own.grab({"--frames", "3", "--verify", "--access", "exclusive"});
     EXPECT_EQ(result["verified"], true) << result;
