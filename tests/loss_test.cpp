@@ -12,7 +12,7 @@ namespace {
 
 // A frame has three frame times to be mended in, and a request half a one: long enough for a busy machine.
 constexpr const char* frame_rate = "6";
-constexpr uint64_t frames = 15;
+constexpr uint64_t frame_count = 15;
 
 enum class outcome {
     all_complete,
@@ -51,9 +51,9 @@ TEST_P(Loss, WhatCanBeMendedIsAndBothSidesCountAlike) {
     {
         open_camera camera;
         frame_reader reader{camera, 20, given.extended};
-        reader.start(frames);
+        reader.start(frame_count);
         uint64_t last = 0;
-        while (last < frames) {
+        while (last < frame_count) {
             const auto frame = reader.next(3000);
             if (!frame) break;
             EXPECT_GT(frame->block_id, last) << "frames come in order, each once";
@@ -69,24 +69,24 @@ TEST_P(Loss, WhatCanBeMendedIsAndBothSidesCountAlike) {
                 EXPECT_EQ(frame->missing_packets, 0U) << "called complete";
             }
         }
-        EXPECT_EQ(last, frames) << "the last frame was not delivered";
+        EXPECT_EQ(last, frame_count) << "the last frame was not delivered";
         reader.stop();
         EXPECT_EQ(reader.packet_size(), std::atoi(given.packet_size));
         EXPECT_TRUE(reader.margins_untouched());
         EXPECT_EQ(reader.info(STREAM_INFO_NUM_DELIVERED), complete + incomplete);
         EXPECT_EQ(reader.info(STREAM_INFO_NUM_UNDERRUN), 0U);
-        EXPECT_EQ(complete + incomplete + reader.info(STREAM_INFO_KRV_NUM_TRANSMISSION_DROP), frames);
+        EXPECT_EQ(complete + incomplete + reader.info(STREAM_INFO_KRV_NUM_TRANSMISSION_DROP), frame_count);
         asked_for = static_cast<uint64_t>(cli::require_integer(reader.features(), "StreamResendRequestedPackets"));
     }
     const nlohmann::json counted = own.end_camera(0);
     SCOPED_TRACE(counted.dump());
     const auto count = [&](const char* name) { return counted.value(name, uint64_t{0}); };
-    EXPECT_EQ(count("frames_sent"), frames);
+    EXPECT_EQ(count("frames_sent"), frame_count);
     EXPECT_GT(count(given.at_work), 0U) << "nothing went wrong that the test could look at";
     EXPECT_EQ(asked_for, count("resend_packets_requested"));
     switch (given.expected) {
     case outcome::all_complete:
-        EXPECT_EQ(complete, frames);
+        EXPECT_EQ(complete, frame_count);
         EXPECT_GE(count("packets_resent"), count("packets_lost"));
         break;
     case outcome::refused_incomplete:
