@@ -18,17 +18,6 @@ class Consumers : public testing::TestWithParam<const char*> {};
 
 } // namespace
 
-TEST_P(Consumers, OpenByFallingAccessAndReadOnePortURL) {
-    small_system own;
-    open_camera camera{test_system::serial(0), GetParam(), DEVICE_ACCESS_EXCLUSIVE};
-    const cli::gentl_library& lib = *camera.lib;
-    EVENT_HANDLE module_event = nullptr;
-    EXPECT_EQ(lib.GCRegisterEvent(camera.device->get(), EVENT_MODULE, &module_event), GC_ERR_SUCCESS);
-    EXPECT_TRUE(camera.remote().url().find("local:") == 0 || camera.remote().url().find("Local:") == 0);
-    EXPECT_EQ(camera.integer("Width"), 320);
-    EXPECT_EQ(lib.GCUnregisterEvent(camera.device->get(), EVENT_MODULE), GC_ERR_SUCCESS);
-}
-
 TEST_P(Consumers, StopWhileAnotherThreadWaits) {
     small_system own;
     open_camera camera{test_system::serial(0), GetParam()};

@@ -72,10 +72,7 @@ protected:
     static void expect_removed(const std::set<std::string>& left) {
         for (const std::string& name : left) EXPECT_FALSE(std::filesystem::exists("/dev/shm/" + name)) << name;
     }
-    [[nodiscard]] long threads() {
-        const std::filesystem::directory_iterator list{"/proc/" + std::to_string(pid()) + "/task"};
-        return std::distance(begin(list), end(list));
-    }
+    [[nodiscard]] size_t threads() { return entries_of("/proc/" + std::to_string(pid()) + "/task"); }
     [[nodiscard]] long peak_memory_kib() {
         std::ifstream status{"/proc/" + std::to_string(pid()) + "/status"};
         for (std::string line; std::getline(status, line);) {
@@ -267,7 +264,7 @@ TEST_F(Hostile, WaitingCallsAreBounded) {
 
 TEST_F(Hostile, WhoDoesNotAnnounceCostsLittleAndNotForLong) {
     start_service_alone();
-    const long threads_before = threads();
+    const size_t threads_before = threads();
     std::list<raw_client> silent;
     // 48 connections are one user's share.
     for (int i = 0; i < 48; ++i) silent.emplace_back(own->folder());

@@ -102,7 +102,8 @@ TEST_F(ImageFeatures, AreFeaturesOfTheCameraAndKeepTheirLimits) {
     // Another client of the same camera sees the same, and may not write.
     const auto reader = own->run_consumer({"get", "--access", "readonly", "AutoExposureMaximum"});
     EXPECT_THAT(reader.output, HasSubstr("20000"));
-    EXPECT_NE(own->run_consumer({"set", "--access", "readonly", "AutoExposureMaximum", "30000"}).exit_code, 0);
+    const auto refused = own->ask({"set", "--access", "readonly", "AutoExposureMaximum=30000"});
+    EXPECT_EQ(refused.value("/error/cause"_json_pointer, ""), "feature") << refused;
     EXPECT_EQ(shared.get<float>(at::exposure_max), 20000);
     EXPECT_EQ(mapped_block::names(own->service().pid()).size(), 1U);
 }

@@ -1,6 +1,6 @@
 // The automatic functions closed over the whole system: the real library and service, and a simulated camera whose
 // picture answers to light, exposure, gain, iris, focus and white balance. Time is counted in frames of 30 per second:
-// a pass takes three.
+// a pass takes three. One loop for each way between the ends; how each function steps is img_pipe's own to test.
 #include "loop_runner.h"
 
 #include <gtest/gtest.h>
@@ -12,7 +12,6 @@
 #include <fstream>
 #include <functional>
 #include <ranges>
-#include <set>
 #include <span>
 #include <thread>
 #include <tuple>
@@ -33,8 +32,7 @@ struct loop {
     test_support::feature_values values; // set in this order before the stream
     size_t frames = 0;
     test_support::picture_part part{}; // that is measured
-    std::string over{};                // a feature that ends the run when it is false, "Off", or done
-    int requests = 1;                  // how often the last of the values is asked for, each time when that is over
+    std::string over{};                // a feature that ends the run when it is false or "Off"
     samples seen{};                    // afterwards
     std::string failure{};
 };
@@ -45,9 +43,6 @@ std::string text_of(open_camera& camera, const std::string& name) {
 }
 
 bool is_over(open_camera& camera, const std::string& name) {
-    GenICam::INode& node = cli::require_node(camera.remote(), name);
-    if (auto* const command = GenICam::node_cast<GenICam::ICommand>(&node))
-        return command->is_done(GenICam::access_flags::bypass_cache).value_or(false);
     const std::string text = text_of(camera, name);
     return text == "false" || text == "Off";
 }
@@ -94,11 +89,7 @@ void run_all(
             try {
                 test_support::set_features(camera, {{"SoftwareImageProcessingEnable", "true"}});
                 test_support::set_features(camera, each.values);
-                const auto over = [&, left = each.requests]() mutable {
-                    if (!is_over(camera, each.over)) return false;
-                    if (--left > 0) test_support::set_features(camera, {each.values.back()});
-                    return left == 0;
-                };
+                const auto over = [&] { return is_over(camera, each.over); };
                 each.seen = test_support::run_loop(camera, each.frames, each.part,
                                                    each.over.empty() ? std::function<bool()>{} : over);
             } catch (const std::exception& error) {
@@ -143,15 +134,12 @@ constexpr size_t reached = 15 * frames_per_pass + 3;
 
 } // namespace
 
-// From a 16th of the right brightness and from 16 times, by each control alone.
+// From a 16th of the right brightness and from 16 times.
 TEST(ImageLoops, ReachTheBrightnessInFifteenPasses) {
     std::vector<loop> loops{
         {"exposure from a 16th", {}, {{"ExposureTime", "625"}, {"AutoExposure", "true"}}, 90},
         {"exposure from 16 times", {}, {{"ExposureTime", "160000"}, {"AutoExposure", "true"}}, 90},
-        {"gain from a 16th", {"--light", "0:0.0625"}, {{"AutoGain", "true"}}, 90},
-        {"gain from 16 times", {}, {{"Gain", "24"}, {"AutoGain", "true"}}, 90},
         {"iris from a 16th", {}, {{"Iris", "50"}, {"AutoIris", "true"}}, 90},
-        {"iris from 16 times", {}, {{"Iris", "12800"}, {"AutoIris", "true"}}, 90},
     };
     run_all(loops);
     for (const loop& each : loops) expect_reached(each.name, each.seen, reached, each.name.ends_with("16th"));
@@ -171,14 +159,6 @@ TEST(ImageLoops, FollowTheLightAndKeepTheOrder) {
          {"--light", "0:4"},
          {{"Gain", "9"}, {"AutoExposure", "true"}, {"AutoGain", "true"}},
          120},
-        {"gain last upwards",
-         {"--light", "0:0.25"},
-         {{"AutoExposureMaximum", "20000"}, {"AutoExposure", "true"}, {"AutoGain", "true"}},
-         120},
-        {"by the frame rate",
-         {"--light", "0:0.1"},
-         {{"AutoExposureLimitByFrameRate", "true"}, {"AutoExposure", "true"}},
-         90},
         {"region",
          {},
          {{"AutoRegionEnable", "true"},
@@ -211,10 +191,7 @@ TEST(ImageLoops, FollowTheLightAndKeepTheOrder) {
     for (const loop_sample& s : loops[2].seen) EXPECT_TRUE(s.exposure == 10000 || s.gain == 0) << s.frame;
     EXPECT_LT(loops[2].seen.back().exposure, 3000);
     EXPECT_EQ(loops[2].seen.back().gain, 0);
-    for (const loop_sample& s : loops[3].seen) EXPECT_TRUE(s.exposure == 20000 || s.gain == 0) << s.frame;
-    EXPECT_NEAR(loops[3].seen.back().gain, 6, 0.5);
-    EXPECT_EQ(loops[4].seen.back().exposure, std::floor(1e6 / 30));
-    for (const size_t i : {2U, 3U, 5U}) EXPECT_NEAR(loops[i].seen.back().luma / wanted, 1, 1.0 / 12) << loops[i].name;
+    for (const size_t i : {2U, 3U}) EXPECT_NEAR(loops[i].seen.back().luma / wanted, 1, 1.0 / 12) << loops[i].name;
 }
 
 // A black body of 4000 K as a camera that is balanced at 6500 K sees it, and a lamp that is none: its gains are given.
@@ -252,43 +229,16 @@ TEST(ImageLoops, WhiteBalanceByTemperature) {
 }
 
 TEST(ImageLoops, WhiteBalanceAndFocus) {
-    std::vector<std::string> drift{"--light", "0:1:0.75:0.9"};
-    for (int i = 1; i <= 8; ++i)
-        drift.insert(drift.end(), {"--light", std::to_string(80 + 12 * i) + ":1:" + std::to_string(0.75 + 0.02 * i) +
-                                                  ":" + std::to_string(0.9 - 0.02 * i)});
     std::vector<loop> loops{
         {"once", {"--light", "0:1:0.6:0.85"}, {{"AutoWhiteBalance", "Once"}}, 200, {}, "AutoWhiteBalance"},
-        {"once, bluish", {"--light", "0:1.2:0.75:1.3"}, {{"AutoWhiteBalance", "Once"}}, 200, {}, "AutoWhiteBalance"},
-        {"continuous", drift, {{"AutoWhiteBalance", "Continuous"}}, 200},
         {"focus", {}, {{"Focus", "0"}, {"AutoFocusOnce", "!"}}, 400, {}, "AutoFocusRunning"},
-        {"focus and exposure",
-         {"--sharp-at", "880"},
-         {{"Focus", "100"}, {"ExposureTime", "2000"}, {"AutoExposure", "true"}, {"AutoFocusOnce", "!"}},
-         400,
-         {},
-         "AutoFocusRunning"},
-        {"once twice", {"--light", "0:1:0.6:0.85"}, {{"AutoWhiteBalance", "Once"}}, 300, {}, "AutoWhiteBalance", 2},
-        {"focus twice", {}, {{"AutoFocusOnce", "!"}}, 800, {}, "AutoFocusOnce", 2},
     };
     run_all(loops);
-    for (const size_t i : {0U, 1U}) {
-        ASSERT_FALSE(loops[i].seen.empty());
-        EXPECT_LT(loops[i].seen.size(), 200U) << loops[i].name << ": not over";
-        EXPECT_LT(worst_channel(loops[i].seen.back()), 0.02) << loops[i].name;
-        EXPECT_GT(worst_channel(loops[i].seen.front()), 0.15) << loops[i].name;
+    for (const loop& each : loops) {
+        ASSERT_FALSE(each.seen.empty());
+        EXPECT_LT(each.seen.size(), each.frames) << each.name << ": not over";
     }
-    for (const loop_sample& s : loops[2].seen | std::views::drop(75)) EXPECT_LT(worst_channel(s), 0.04) << s.frame;
-    for (const size_t i : {3U, 4U}) {
-        const samples& run = loops[i].seen;
-        ASSERT_FALSE(run.empty());
-        EXPECT_LT(run.size(), 400U) << loops[i].name << ": not over";
-        std::set<int64_t> places;
-        for (const loop_sample& s : run) places.insert(s.focus);
-        EXPECT_LE(places.size(), 30U) << "12 positions over the range, then two for each halving";
-        EXPECT_NEAR(static_cast<double>(run.back().focus), i == 3 ? 430 : 880, 12) << loops[i].name;
-    }
-    for (const size_t i : {5U, 6U}) {
-        EXPECT_FALSE(loops[i].seen.empty());
-        EXPECT_LT(loops[i].seen.size(), loops[i].frames) << loops[i].name << ": the second request is not over";
-    }
+    EXPECT_LT(worst_channel(loops[0].seen.back()), 0.02);
+    EXPECT_GT(worst_channel(loops[0].seen.front()), 0.15);
+    EXPECT_NEAR(static_cast<double>(loops[1].seen.back().focus), 430, 12);
 }

@@ -13,15 +13,6 @@ using namespace test_support;
 
 namespace {
 
-size_t entries_of(const char* directory) {
-    size_t count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator{directory}) {
-        static_cast<void>(entry);
-        ++count;
-    }
-    return count;
-}
-
 size_t mappings_of_shared_memory() {
     size_t count = 0;
     std::FILE* maps = std::fopen("/proc/self/maps", "r");
@@ -106,9 +97,7 @@ TEST(Lifetime, AProcessEndsWhateverIsOpenAndWhoeverCloses) {
             SCOPED_TRACE(open + " open, closed by " + closer);
             process consumer{{built::test_tool("exit_consumer"), built::cti, test_system::serial(0), open, closer},
                              own.folder() / (open + closer)};
-            const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds{20};
-            while (consumer.running() && std::chrono::steady_clock::now() < deadline) usleep(10000);
-            if (consumer.running()) {
+            if (!eventually([&] { return !consumer.running(); })) {
                 ADD_FAILURE() << "hangs";
                 consumer.signal(SIGKILL);
             }
@@ -139,16 +128,11 @@ TEST(Lifetime, AForkedChildExits) {
         const pid_t child = fork();
         if (child == 0) std::_Exit(camera.lib->GCCloseLib() == GenTL::GC_ERR_SUCCESS ? 0 : 1);
         int status = 0;
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds{20};
-        pid_t ended = 0;
-        while ((ended = waitpid(child, &status, WNOHANG)) == 0 && std::chrono::steady_clock::now() < deadline) {
-            usleep(10000);
-        }
-        if (ended == 0) {
+        if (!eventually([&] { return waitpid(child, &status, WNOHANG) == child; })) {
+            ADD_FAILURE() << "the child hangs";
             kill(child, SIGKILL);
             waitpid(child, &status, 0);
         }
-        EXPECT_EQ(ended, child) << "the child hangs";
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
         EXPECT_TRUE(camera.next_frame(5000)) << "the parent's stream goes on";
         camera.stop();

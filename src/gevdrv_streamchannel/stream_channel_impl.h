@@ -1,3 +1,4 @@
+// A stream channel over a camera's control: its registers, its packet size, its receive thread.
 #pragma once
 
 #include "IControlChannelPort.h"

@@ -1,8 +1,9 @@
-// A folder of a test's own, which goes with the object.
+// A folder of a test's own, which goes with the object, and how much is in one.
 #pragma once
 
 #include <cstdlib>
 #include <filesystem>
+#include <iterator>
 #include <string>
 
 namespace test_support {
@@ -28,5 +29,10 @@ class runtime_folder : public temporary_folder {
 public:
     runtime_folder() { setenv("ORV_GENTL_RUNTIME_DIR", path.c_str(), 1); }
 };
+
+inline size_t entries_of(const std::filesystem::path& folder) {
+    using entries = std::filesystem::directory_iterator;
+    return static_cast<size_t>(std::distance(entries{folder}, entries{}));
+}
 
 } // namespace test_support

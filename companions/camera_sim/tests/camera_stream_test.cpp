@@ -2,6 +2,7 @@
 
 #include <camera_sim/registers.h>
 #include <gige/test_picture.h>
+#include <support/eventually.h>
 
 #include <map>
 #include <set>
@@ -66,9 +67,7 @@ struct running {
     }
     void go() { EXPECT_EQ(client.write(reg::acquisition_control, 1), status::success); }
     void wait_for_end() {
-        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds{10};
-        while (cam->acquiring() && std::chrono::steady_clock::now() < until) ::usleep(1000);
-        EXPECT_FALSE(cam->acquiring());
+        EXPECT_TRUE(test_support::eventually([&] { return !cam->acquiring(); }));
     }
 };
 

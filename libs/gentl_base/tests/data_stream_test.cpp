@@ -8,7 +8,6 @@
 #include <condition_variable>
 #include <future>
 #include <mutex>
-#include <random>
 #include <thread>
 
 using namespace fake;
@@ -219,50 +218,6 @@ TEST(DataStream, AFlushThatThrewIsOver) {
     };
     EXPECT_EQ(DSQueueBuffer(chain.ds, free[0]), GC_ERR_SUCCESS);
     EXPECT_EQ(filled.get(), free[0]);
-}
-
-// Fillers, deliverers and a consumer that queues, flushes and revokes at random: no buffer may get lost or be in two
-// places, and what was announced must be there in the end.
-TEST(DataStream, NoBufferIsLostUnderRandomUse) {
-    const open_chain chain;
-    const auto buffers = chain.announce(8);
-    EVENT_HANDLE event = nullptr;
-    ASSERT_EQ(GCRegisterEvent(chain.ds, EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS);
-    std::atomic<bool> quit{false};
-    auto& object = chain.stream_object();
-    std::thread filler{[&] {
-        std::mt19937 random{1};
-        while (!quit) {
-            Buffer* buffer = object.take_input_buffer(false);
-            if (buffer == nullptr) {
-                std::this_thread::yield();
-            } else if (random() % 3 == 0) {
-                object.queue_buffer_from_filling_to_input(buffer);
-            } else {
-                object.queue_buffer_from_filling_to_output(buffer);
-            }
-        }
-    }};
-    std::mt19937 random{2};
-    for (int i = 0; i < 20000; ++i) {
-        if (random() % 50 == 0) {
-            const ACQ_QUEUE_TYPE operations[] = {ACQ_QUEUE_INPUT_TO_OUTPUT, ACQ_QUEUE_OUTPUT_DISCARD,
-                                                 ACQ_QUEUE_UNQUEUED_TO_INPUT};
-            ASSERT_EQ(DSFlushQueue(chain.ds, operations[random() % 3]), GC_ERR_SUCCESS);
-        }
-        EVENT_NEW_BUFFER_DATA data{};
-        size_t size = sizeof data;
-        if (EventGetData(event, &data, &size, 0) == GC_ERR_SUCCESS) {
-            ASSERT_EQ(DSQueueBuffer(chain.ds, data.BufferHandle), GC_ERR_SUCCESS);
-        }
-    }
-    quit = true;
-    filler.join();
-    ASSERT_EQ(DSFlushQueue(chain.ds, ACQ_QUEUE_ALL_DISCARD), GC_ERR_SUCCESS);
-    EXPECT_EQ(triple(chain.ds), (std::array<size_t, 3>{8, 0, 0}));
-    for (const BUFFER_HANDLE buffer : buffers) {
-        EXPECT_EQ(DSRevokeBuffer(chain.ds, buffer, nullptr, nullptr), GC_ERR_SUCCESS);
-    }
 }
 
 // The one command for many: type, size and value of each row of the published table, and errors that stay in theirs.

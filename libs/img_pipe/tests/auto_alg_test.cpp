@@ -1,5 +1,5 @@
 // The automatic functions in closed loops with a model of camera and service, and what the block may do to them. Their
-// order, limits and light that changes: image_loops_test, with the simulated camera.
+// order and light that changes: image_loops_test, with the simulated camera.
 #include "auto_camera.h"
 #include "kernel_test.h"
 

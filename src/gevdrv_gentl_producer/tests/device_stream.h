@@ -150,7 +150,7 @@ public:
 
     // Null when the chain can't be built.
     static std::unique_ptr<device_stream> make(const camera_traits& traits) {
-        static const std::string base = "streamtest" + ipc_rpc::platform::unique_text();
+        static const std::string base = "settings-" + ipc_rpc::platform::unique_text();
         static std::atomic<int> count{0};
         const std::string name = ipc_rpc::platform::object_name(base + std::to_string(++count));
         auto made = std::unique_ptr<device_stream>{new device_stream{traits, name}};

@@ -2,11 +2,12 @@
 // no complete frame is wrong, nothing hangs or leaks.
 #include "device_stream.h"
 
-#include <filesystem>
+#include <support/temporary_folder.h>
 
 namespace {
 
 using namespace fake;
+using test_support::entries_of;
 
 // ORV_STREAM_OPERATIONS sets the number for a long run.
 unsigned operations() {
@@ -23,12 +24,6 @@ void slow_transform(const device_stream& own) {
     settings.set_flag(gds_producer::settings_block::master_enable, true);
     settings.store(gds_producer::settings_block::sharpness, int32_t{64});
     settings.store(gds_producer::settings_block::denoise, int32_t{8});
-}
-
-size_t entries_of(const char* folder) {
-    size_t count = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator{folder}) ++count;
-    return count;
 }
 
 struct kind_of_stream {
@@ -177,10 +172,7 @@ void stress(const kind_of_stream& kind) {
                     user.starts, user.complete, user.incomplete, own->cam.resends.load());
     }
     // A thread that has been joined may be listed for a moment.
-    for (int i = 0; i < 2000 && entries_of("/proc/self/task") > threads; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds{1});
-    }
-    EXPECT_LE(entries_of("/proc/self/task"), threads);
+    EXPECT_TRUE(eventually([&] { return entries_of("/proc/self/task") <= threads; }));
     EXPECT_LE(entries_of("/proc/self/fd"), descriptors);
 }
 

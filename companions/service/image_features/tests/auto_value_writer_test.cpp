@@ -3,6 +3,7 @@
 
 #include <gds_helper/log.h>
 #include <gds_shared/gigecam_error.h>
+#include <support/eventually.h>
 #include <support/log_capture.h>
 
 #include <gtest/gtest.h>
@@ -102,14 +103,13 @@ protected:
     // As a stream does it: more results and more of others' writes than the camera is asked.
     template <class Condition>
     bool comes(const Condition& condition, bool pressed) {
-        for (int i = 0; i < 20'000 && !condition(); ++i) {
+        return test_support::eventually([&] {
             if (pressed) {
                 writer.write_results();
                 writer.camera_written();
             }
-            std::this_thread::sleep_for(std::chrono::milliseconds{1});
-        }
-        return condition();
+            return condition();
+        });
     }
     [[nodiscard]] size_t given_up() const { return log.count("is given up"); }
     const test_support::log_capture log{gds_helper::log::main_logger()}; // outlives the writer's thread
@@ -213,7 +213,7 @@ protected:
     void exposure_result(float value) {
         block().store(block_t::result_exposure, value);
         writer.write_results();
-        for (int i = 0; i < 20'000 && !writer.is_idle(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds{1});
+        EXPECT_TRUE(test_support::eventually([&] { return writer.is_idle(); }));
         EXPECT_EQ(block().load<float>(block_t::exposure), value);
     }
     lens_camera camera;

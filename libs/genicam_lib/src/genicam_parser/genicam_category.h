@@ -1,3 +1,4 @@
+// "Category": the tree of features.
 #pragma once
 
 #include "impl/implement_inode.h"

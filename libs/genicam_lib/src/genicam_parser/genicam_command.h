@@ -1,3 +1,4 @@
+// The forms of "Command".
 #pragma once
 
 #include "impl/implement_inode.h"

@@ -1,3 +1,4 @@
+// "EnumEntry", and the forms of "Enumeration".
 #pragma once
 
 #include "impl/implement_inode.h"

@@ -1,3 +1,4 @@
+// "FloatReg".
 #pragma once
 
 #include "impl/register_node.h"

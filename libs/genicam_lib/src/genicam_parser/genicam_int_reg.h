@@ -1,3 +1,4 @@
+// "IntReg".
 #pragma once
 
 #include "impl/register_node.h"

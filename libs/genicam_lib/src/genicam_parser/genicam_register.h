@@ -1,3 +1,4 @@
+// "Register".
 #pragma once
 
 #include "impl/implement_inode.h"

@@ -1,3 +1,4 @@
+// "String".
 #pragma once
 
 #include "impl/implement_inode.h"

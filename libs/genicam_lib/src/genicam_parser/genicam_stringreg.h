@@ -1,3 +1,4 @@
+// "StringReg".
 #pragma once
 
 #include "impl/implement_inode.h"

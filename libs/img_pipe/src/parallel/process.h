@@ -1,3 +1,4 @@
+// The process that this code runs in.
 #pragma once
 
 #include <cstdint>

@@ -1,3 +1,4 @@
+// Names of threads, for debuggers and lists of processes.
 #pragma once
 
 namespace img_pipe {

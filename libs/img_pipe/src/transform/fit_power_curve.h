@@ -1,4 +1,6 @@
+// Fits the curve that vectors compute a power by.
 #pragma once
+
 #include <img_pipe/kernel_params.h>
 
 namespace img_pipe {

@@ -17,7 +17,7 @@ using namespace ipc_rpc;
 
 namespace {
 
-std::string own_name() { return platform::object_name("test_" + platform::unique_text()); }
+std::string own_name() { return platform::object_name("ipc_" + platform::unique_text()); }
 
 struct queue_pair {
     std::string name = own_name();

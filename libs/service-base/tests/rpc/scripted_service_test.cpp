@@ -51,11 +51,6 @@ void say(int peer, const std::string& text) {
     EXPECT_EQ(send(peer, text.data(), text.size(), MSG_NOSIGNAL), ssize_t(text.size()));
 }
 
-int threads_of_this_process() {
-    const std::filesystem::directory_iterator list{"/proc/self/task"};
-    return static_cast<int>(std::distance(begin(list), end(list)));
-}
-
 class Scripted : public testing::Test {
 protected:
     Scripted() : listener(listen_at(folder + "/pipe")) {}
@@ -81,7 +76,7 @@ protected:
     const std::string folder = temporary.path;
     int listener;
     std::thread service;
-    const std::string base = platform::object_name("test_" + platform::unique_text());
+    const std::string base = platform::object_name("ipc_" + platform::unique_text());
     shared_memory_queue to_service{base + "_recv", {}};
     shared_memory_queue to_client{base + "_send", {}};
     std::optional<client::client_instance> instance{std::in_place};
@@ -91,7 +86,7 @@ protected:
 
 TEST_F(Scripted, OnlyAWholeAnnouncementCounts) {
     std::thread{[] {}}.join(); // a sanitizer's own thread comes with the first one
-    const int before = threads_of_this_process();
+    const size_t before = test_support::entries_of("/proc/self/task");
     serve([this](int peer) {
         say(peer, std::string(15, '\1'));
         say(peer, announcement(base + "_send", base + "_recv", 1, 273)); // more than has come
@@ -103,7 +98,7 @@ TEST_F(Scripted, OnlyAWholeAnnouncementCounts) {
     ASSERT_FALSE(connected);
     EXPECT_EQ(connected.error(), std::errc::timed_out);
     service.join();
-    EXPECT_EQ(threads_of_this_process(), before);
+    EXPECT_EQ(test_support::entries_of("/proc/self/task"), before);
 }
 
 TEST_F(Scripted, AServiceThatHangsUpAtOnce) {
