@@ -93,6 +93,12 @@ public:
         return known.block_id == block_id && known.of_earlier_round && known.asked.unanswered.holds(packet_id) &&
                answers_come(known, now);
     }
+    // Whether what the camera refuses to send may have been asked for by the frame with its id in the round before.
+    [[nodiscard]] bool may_be_old_refusal(uint64_t block_id, uint64_t now) const noexcept {
+        const entry& known = entries[block_id % capacity];
+        return known.block_id == block_id && known.of_earlier_round && !known.asked.all.empty() &&
+               answers_come(known, now);
+    }
     // Whether a leader is the answer that the frame with its id lacked in the round before.
     [[nodiscard]] bool is_old_leader(uint64_t block_id, uint64_t leader_timestamp, uint64_t now) const noexcept {
         const entry& known = entries[block_id % capacity];

@@ -31,12 +31,8 @@ void gvsp_recv_resend::recv_block_error(int64_t t, block& current, uint32_t pack
         wait_for_packet(t, current, packet_id);
         break;
     case packet_and_prev_removed:
-        // With nothing asked for it is the answer to a request of the frame that had this id before.
-        if (current.resend_requests != 0) {
-            kill_ranges_up_to(t, current, packet_id);
-            break;
-        }
-        [[fallthrough]];
+        kill_ranges_up_to(t, current, packet_id);
+        break;
     default:
         log_block(t, current, ". pckt={},  Received status=0x{:x} packet.", packet_id, status);
         break;
@@ -48,12 +44,13 @@ void gvsp_recv_resend::kill_range(int64_t t, block& current, uint32_t packet_id)
         log_block(t, current, ". pckt={}, Received 'GEV_STATUS_PACKET_UNAVAILABLE' on already ended block.", packet_id);
         return;
     }
+    const bool for_old_frame = ended_recently.may_be_old_refusal(current.block_id, static_cast<uint64_t>(t));
     for (size_t i = 0; i < current.resend_entry_count; ++i) {
         resend_entry& entry = current.resend_entries[i];
         const uint32_t last = entry.last_packet;
-        // What nobody asked for is on its way: the answer is to the frame that had this id before.
-        if (entry.deadline == 0 || entry.retry_count == 0) continue;
-        if (packet_id < entry.first_packet || packet_id > last) continue;
+        if (entry.deadline == 0 || packet_id < entry.first_packet || packet_id > last) continue;
+        // Its packets may be on their way.
+        if (entry.retry_count == 0 && for_old_frame) continue;
         log_block(t, current, ". pckt={}, Received 'GEV_STATUS_PACKET_UNAVAILABLE', killing resend request at [{},{}].",
                   packet_id, entry.first_packet, last);
         entry.deadline = 0;
@@ -69,6 +66,9 @@ void gvsp_recv_resend::kill_ranges_up_to(int64_t t, block& current, uint32_t pac
                   packet_id);
         return;
     }
+    // Nothing was asked for, so nothing is lost.
+    if (current.resend_requests == 0 && ended_recently.may_be_old_refusal(current.block_id, static_cast<uint64_t>(t)))
+        return;
     log_block(t, current,
               ". pckt={}, Received 'GEV_STATUS_PACKET_AND_PREV_REMOVED_FROM_MEMORY', killing all resend requests for "
               "previous packet-ids.",

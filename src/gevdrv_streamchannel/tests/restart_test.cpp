@@ -377,6 +377,24 @@ TEST_F(restart_resend_test, answer_to_a_frame_that_had_become_whole_opens_nothin
     EXPECT_EQ(requests, (std::vector<request>{{20, 2, 2}, {20, 0, 0}}));
 }
 
+TEST_F(restart_resend_test, refusal_of_what_the_old_frame_asked_for_gives_up_nothing_of_the_new_one) {
+    for (const uint32_t code : {0x800CU, 0x8012U, 0x8011U}) {
+        SCOPED_TRACE(testing::Message() << std::hex << code);
+        begin({}, automatic);
+        for (uint64_t block = 1; block <= 20; ++block, now += 1000) whole(block, block == 20 ? 2 : UINT32_MAX);
+        pass(100);
+        ASSERT_EQ(requests, (std::vector<request>{{20, 2, 2}}));
+        send(20, {2});
+        pass(2000);
+        wire.round = 1;
+        for (uint64_t block = 1; block <= 19; ++block, now += 1000) whole(block);
+        send(20, {0, 1, 3});
+        status(20, 2, code);
+        send(20, {2, 4, 5});
+        EXPECT_EQ(flags(), std::vector<uint32_t>(40, 0));
+    }
+}
+
 TEST_F(restart_resend_test, second_trailer_elsewhere_ends_the_requests) {
     send(1, {0, 1, 2, 4, 5});
     feed_one(header(1, 2, 2).u32(1).u32(2));
