@@ -27,11 +27,14 @@ public:
         uint32_t last = 0; // inclusive
         [[nodiscard]] bool empty() const noexcept { return last < first; }
         [[nodiscard]] bool holds(uint32_t id) const noexcept { return first <= id && id <= last; }
+        void include(uint32_t from, uint32_t to) noexcept {
+            *this = empty() ? packet_span{from, to} : packet_span{std::min(first, from), std::max(last, to)};
+        }
     };
-    // Of a frame, from the camera once more.
+    // Packets that a frame asked the camera for once more. Each span is from the first to the last of them.
     struct requests {
-        bool leader = false;
-        packet_span unanswered; // what lacked in the end, from the first to the last
+        packet_span all;
+        packet_span unanswered; // what lacked in the end
     };
     struct leader_mark {
         bool seen = false;
@@ -51,6 +54,12 @@ public:
         if (is_timed(leader_timestamp) && leader_timestamp <= newest_timestamp) return false;
         return quiet > 4 * frame_time;
     }
+    // Whether the new round of such a leader began with a younger frame already, whose id the old one did not have.
+    [[nodiscard]] bool is_overtaken(const leader_mark& known, uint64_t leader_timestamp, uint64_t now,
+                                    uint64_t frame_time) const noexcept {
+        return known.timestamp != 0 && known.timestamp < leader_timestamp && leader_timestamp < newest_timestamp &&
+               elapsed(now, last_leader) < 2 * frame_time;
+    }
     [[nodiscard]] static uint64_t elapsed(uint64_t now, uint64_t since) noexcept {
         return now > since ? now - since : 0;
     }
@@ -61,18 +70,15 @@ public:
         const uint64_t old_leader_until = place.block_id == block_id ? place.old_leader_until : 0;
         place = {block_id, leader, now, ++count, old_leader_until, asked, false};
     }
-    void leader_came(uint64_t timestamp) noexcept {
+    void leader_came(uint64_t timestamp, uint64_t now) noexcept {
+        last_leader = now;
         if (newest_timestamp == 0) first_timestamp = timestamp;
         newest_timestamp = std::max(newest_timestamp, timestamp);
     }
     // The ids begin anew. Stragglers of the old ones are kept out for one more frame time, answers as long as they
     // come.
     void start_over(uint64_t now) noexcept {
-        for (entry& each : entries) {
-            each.of_earlier_round = true;
-            if (each.asked.leader || each.asked.unanswered.holds(0))
-                each.old_leader_until = each.ended + longest_answer;
-        }
+        for (entry& each : entries) leave_behind(each);
         started_over = now;
         newest_timestamp = first_timestamp = 0;
     }
@@ -85,7 +91,7 @@ public:
     [[nodiscard]] bool may_be_old_answer(uint64_t block_id, uint32_t packet_id, uint64_t now) const noexcept {
         const entry& known = entries[block_id % capacity];
         return known.block_id == block_id && known.of_earlier_round && known.asked.unanswered.holds(packet_id) &&
-               may_be_answer(known, now);
+               answers_come(known, now);
     }
     // Whether a leader is the answer that the frame with its id lacked in the round before.
     [[nodiscard]] bool is_old_leader(uint64_t block_id, uint64_t leader_timestamp, uint64_t now) const noexcept {
@@ -94,15 +100,16 @@ public:
                leader_timestamp < first_timestamp;
     }
     // `leader_timestamp`: null for any other packet.
-    [[nodiscard]] verdict judge(uint64_t block_id, const uint64_t* leader_timestamp, uint64_t now,
+    [[nodiscard]] verdict judge(uint64_t block_id, uint32_t packet_id, const uint64_t* leader_timestamp, uint64_t now,
                                 uint64_t frame_time) noexcept {
         entry& known = entries[block_id % capacity];
         if (known.block_id != block_id) return verdict::unknown;
         if (leader_timestamp != nullptr && is_old_leader(block_id, *leader_timestamp, now)) return verdict::late;
         if (known.of_earlier_round) {
             if (leader_timestamp == nullptr) {
-                const bool straggles = elapsed(now, started_over) < frame_time || may_be_answer(known, now);
-                return straggles ? verdict::late : verdict::unknown;
+                // A packet may be answered that came all the same, and twice.
+                const bool answers = known.asked.all.holds(packet_id) && answers_come(known, now);
+                return answers || elapsed(now, started_over) < frame_time ? verdict::late : verdict::unknown;
             }
             const bool repeated = known.leader.timestamp != 0 && known.leader.timestamp == *leader_timestamp;
             return repeated ? verdict::late : verdict::unknown;
@@ -111,7 +118,9 @@ public:
         if (takes_for_answer(known, *leader_timestamp, now)) return verdict::late;
         if (*leader_timestamp == 0 && may_be_next_answer(known, now)) return verdict::late;
         if (begins_another(known.leader, elapsed(now, known.ended), *leader_timestamp, frame_time)) {
-            return verdict::restart;
+            if (!is_overtaken(known.leader, *leader_timestamp, now, frame_time)) return verdict::restart;
+            leave_behind(known);
+            return verdict::unknown;
         }
         // With nothing to compare, so far back, the ids tell more than the time.
         return is_timed(*leader_timestamp) || count - known.number < ended_lately ? verdict::late : verdict::unknown;
@@ -132,17 +141,21 @@ private:
         requests asked;
         bool of_earlier_round = false;
     };
-    [[nodiscard]] static bool may_be_answer(const entry& known, uint64_t now) noexcept {
-        return !known.asked.unanswered.empty() && elapsed(now, known.ended) < longest_answer;
+    static void leave_behind(entry& old) noexcept {
+        old.of_earlier_round = true;
+        if (old.asked.all.holds(0) || old.asked.unanswered.holds(0)) old.old_leader_until = old.ended + longest_answer;
+    }
+    [[nodiscard]] static bool answers_come(const entry& known, uint64_t now) noexcept {
+        return elapsed(now, known.ended) < longest_answer;
     }
     // Each request for a leader may be answered, within frame times that are far shorter than what an answer takes.
     // Where other frames end in between, the ids say that it is no new one.
     [[nodiscard]] bool may_be_next_answer(const entry& known, uint64_t now) const noexcept {
-        return known.asked.leader && known.number != count && elapsed(now, known.ended) < longest_answer;
+        return known.asked.all.holds(0) && known.number != count && answers_come(known, now);
     }
     // The next frame's leader may be taken for the one that was asked for, but not the one after it, too.
     [[nodiscard]] static bool takes_for_answer(entry& known, uint64_t leader_timestamp, uint64_t now) noexcept {
-        if (!known.asked.unanswered.holds(0) || !may_be_answer(known, now)) return false;
+        if (!known.asked.unanswered.holds(0) || !answers_come(known, now)) return false;
         if (known.leader.seen) return leader_timestamp != 0 && leader_timestamp < known.leader.timestamp;
         known.leader = {true, leader_timestamp};
         if (leader_timestamp == 0) known.ended = now; // answers to repeated requests follow soon
@@ -154,6 +167,7 @@ private:
     uint64_t newest_timestamp = 0; // since the ids began, like the next
     uint64_t first_timestamp = 0;
     uint64_t started_over = 0;
+    uint64_t last_leader = 0; // time of it
 };
 
 } // namespace gev::streamchannel::impl

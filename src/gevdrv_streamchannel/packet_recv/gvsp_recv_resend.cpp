@@ -154,6 +154,7 @@ void gvsp_recv_resend::ask_for_gap(int64_t t, block& current, uint32_t lowest, u
     const int64_t deadline =
         add_resend_entry(t, current, resend_delay(), current.packets.start_of_missing_run(last, lowest), last);
     current.next_timer = std::min(current.next_timer, deadline);
+    if (last + 1 != current.packets.trailer()) receive_out_of_turn(t, current, last + 1);
 }
 
 // The way of nearly every datagram: inlined, it costs a twentieth less than called.
@@ -171,13 +172,13 @@ void gvsp_recv_resend::ask_for_gap(int64_t t, block& current, uint32_t lowest, u
     if (came_forward(t, current, id)) {
         check_gap(t, current, id, highest_before);
     } else {
-        receive_into_hole(t, current, id);
+        receive_out_of_turn(t, current, id);
     }
 }
 
 // Where the frame that had the id in the round before lacked it, whose answer it is cannot be told. It may well be this
 // frame's own, so that is assembled on.
-[[gnu::noinline]] void gvsp_recv_resend::receive_into_hole(int64_t t, block& current, uint32_t packet_id) noexcept {
+[[gnu::noinline]] void gvsp_recv_resend::receive_out_of_turn(int64_t t, block& current, uint32_t packet_id) noexcept {
     if (ended_recently.may_be_old_answer(current.block_id, packet_id, static_cast<uint64_t>(t))) {
         current.packets.mark_mixed();
     }
@@ -245,11 +246,13 @@ gvsp_recv_resend::block* gvsp_recv_resend::block_of(int64_t t, const gvsp_parsed
             return nullptr;
         }
         if (begins_another_round(t, *found, *leader_timestamp)) {
-            restart_stream(t);
+            const bool overtaken = ended_recently.is_overtaken(
+                found->leader_mark(), *leader_timestamp, static_cast<uint64_t>(t), static_cast<uint64_t>(frame_time()));
+            overtaken ? end_up_to(t, *found) : restart_stream(t);
             found = nullptr;
         }
     }
-    return found != nullptr ? found : create_block_for_id(t, packet.block_id, leader_timestamp);
+    return found != nullptr ? found : create_block_for_id(t, packet, leader_timestamp);
 }
 
 void gvsp_recv_resend::receive_other(int64_t t, block& current, const gvsp_parsed_packet& packet) {
@@ -259,7 +262,7 @@ void gvsp_recv_resend::receive_other(int64_t t, block& current, const gvsp_parse
     case gvsp_packet_kind::leader:
         if (current.packets.add(id)) came_forward(t, current, id);
         last_leader = current.leader = packet.leader;
-        ended_recently.leader_came(packet.leader.timestamp);
+        ended_recently.leader_came(packet.leader.timestamp, static_cast<uint64_t>(t));
         break;
     case gvsp_packet_kind::trailer: {
         const uint32_t trailer_before = current.packets.trailer();
@@ -303,7 +306,7 @@ int64_t gvsp_recv_resend::queue_resend(int64_t t, block& current, resend_entry& 
               sent);
     current.resend_packets_requested += last - entry.first_packet + 1;
     ++current.resend_requests;
-    current.leader_asked |= entry.first_packet == 0;
+    current.asked.include(entry.first_packet, last);
     try {
         if (functions.send_resend) functions.send_resend(current.block_id, entry.first_packet, last, extended);
     } catch (const std::bad_alloc&) {
@@ -396,7 +399,7 @@ bool gvsp_recv_resend::begins_another_round(int64_t t, const block& current, uin
     if (current.packets.count() == 0) return false;
     const uint64_t quiet = ended_frames::elapsed(static_cast<uint64_t>(t), static_cast<uint64_t>(current.last_packet));
     // It was asked for and this thread was away: the frame's own.
-    if (current.leader_asked && !current.packets.holds(0) && quiet < ended_frames::longest_answer) return false;
+    if (current.asked.holds(0) && !current.packets.holds(0) && quiet < ended_frames::longest_answer) return false;
     return ended_recently.begins_another(current.leader_mark(), quiet, leader_timestamp,
                                          static_cast<uint64_t>(frame_time()));
 }
@@ -408,9 +411,19 @@ void gvsp_recv_resend::restart_stream(int64_t t) {
     ended_recently.start_over(static_cast<uint64_t>(t));
 }
 
-gvsp_recv_resend::block* gvsp_recv_resend::create_block_for_id(int64_t t, uint64_t block_id,
+// Younger ones are of a new round.
+void gvsp_recv_resend::end_up_to(int64_t t, const block& last) {
+    for (const block* ended = nullptr; ended != &last;) {
+        block& oldest = *open_blocks[--open_count];
+        end_block(t, oldest, false);
+        ended = &oldest;
+    }
+}
+
+gvsp_recv_resend::block* gvsp_recv_resend::create_block_for_id(int64_t t, const gvsp_parsed_packet& packet,
                                                                const uint64_t* leader_timestamp) {
-    switch (ended_recently.judge(block_id, leader_timestamp, static_cast<uint64_t>(t),
+    const uint64_t block_id = packet.block_id;
+    switch (ended_recently.judge(block_id, packet.packet_id, leader_timestamp, static_cast<uint64_t>(t),
                                  static_cast<uint64_t>(frame_time()))) {
     case ended_frames::verdict::late:
         ++stats.packets_late;
@@ -468,7 +481,7 @@ gvsp_recv_resend::block* gvsp_recv_resend::create_single_new_block(int64_t t, ui
     created.end_deadline = created.next_timer = t + frame_time();
     created.highest_packet_id = created.not_yet_available = 0;
     created.resend_requests = created.resend_packets_requested = 0;
-    created.leader_asked = false;
+    created.asked = {};
     created.received_bytes = 0;
     created.resend_entry_count = 0;
     log_block(t, created, ". Block started.");
@@ -485,7 +498,7 @@ void gvsp_recv_resend::end_block(int64_t t, block& ended, bool flushed) {
     // Without a buffer, too: its late packets must not take one when buffers are scarcest.
     ended_recently.add(
         ended.block_id, ended.leader_mark(), static_cast<uint64_t>(std::max<int64_t>(t, 0)),
-        {ended.leader_asked, ended.resend_requests != 0 && !complete ? ended.lacking() : ended_frames::packet_span{}});
+        {ended.asked, ended.resend_requests != 0 && !complete ? ended.lacking() : ended_frames::packet_span{}});
     if (ended.context.size == 0) {
         ++stats.no_buffer_frames;
         log_block(t, ended, ". Dropped frame due to no shm_mem_handle.");

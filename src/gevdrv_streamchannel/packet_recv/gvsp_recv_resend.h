@@ -53,7 +53,7 @@ private:
         uint32_t highest_packet_id = 0;
         uint32_t not_yet_available = 0; // answers of the kind that were heeded
         uint32_t resend_requests = 0;
-        bool leader_asked = false;
+        ended_frames::packet_span asked;
         uint32_t resend_packets_requested = 0;
         uint64_t received_bytes = 0;
         size_t resend_entry_count = 0; // slots used; never falls within a block
@@ -69,14 +69,15 @@ private:
     [[nodiscard]] block* find(uint64_t block_id) noexcept;
     [[nodiscard]] bool begins_another_round(int64_t t, const block& current, uint64_t leader_timestamp) const noexcept;
     void restart_stream(int64_t t);
-    block* create_block_for_id(int64_t t, uint64_t block_id, const uint64_t* leader_timestamp);
+    void end_up_to(int64_t t, const block& last);
+    block* create_block_for_id(int64_t t, const gvsp_parsed_packet& packet, const uint64_t* leader_timestamp);
     block* create_single_new_block(int64_t t, uint64_t block_id, uint64_t frame_id);
     void end_block(int64_t t, block& ended, bool flushed);
 
     block* block_of(int64_t t, const gvsp_parsed_packet& packet, block* found);
     void receive_payload(int64_t t, block& current, const gvsp_parsed_packet& packet);
     void receive_repeat(int64_t t, block& current, const gvsp_parsed_packet& packet);
-    void receive_into_hole(int64_t t, block& current, uint32_t packet_id) noexcept;
+    void receive_out_of_turn(int64_t t, block& current, uint32_t packet_id) noexcept;
     void give_up_mixed(int64_t t, block& current, uint32_t packet_id);
     void receive_other(int64_t t, block& current, const gvsp_parsed_packet& packet);
     bool came_forward(int64_t t, block& current, uint32_t packet_id) noexcept;

@@ -51,7 +51,9 @@ void gvsp_recv_resend::kill_range(int64_t t, block& current, uint32_t packet_id)
     for (size_t i = 0; i < current.resend_entry_count; ++i) {
         resend_entry& entry = current.resend_entries[i];
         const uint32_t last = entry.last_packet;
-        if (entry.deadline == 0 || packet_id < entry.first_packet || packet_id > last) continue;
+        // What nobody asked for is on its way: the answer is to the frame that had this id before.
+        if (entry.deadline == 0 || entry.retry_count == 0) continue;
+        if (packet_id < entry.first_packet || packet_id > last) continue;
         log_block(t, current, ". pckt={}, Received 'GEV_STATUS_PACKET_UNAVAILABLE', killing resend request at [{},{}].",
                   packet_id, entry.first_packet, last);
         entry.deadline = 0;

@@ -83,7 +83,9 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
     if (current != nullptr && leader_timestamp != nullptr &&
         ended_recently.begins_another(current->leader_mark(), silence_of(*current, now), *leader_timestamp,
                                       time_per_frame)) {
-        restart_stream(now);
+        const bool overtaken =
+            ended_recently.is_overtaken(current->leader_mark(), *leader_timestamp, now, time_per_frame);
+        overtaken ? end_up_to(*current, now) : restart_stream(now);
         current = nullptr;
     } else if (current != nullptr && leader_timestamp == nullptr && is_of_another(*current, packet, now)) {
         gvsp_logger().info("r[{:8}] Packet {} is of another frame with this id.", current->frame_id, id);
@@ -91,7 +93,7 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
         current = nullptr;
     }
     if (current == nullptr) {
-        const auto verdict = ended_recently.judge(packet.block_id, leader_timestamp, now, time_per_frame);
+        const auto verdict = ended_recently.judge(packet.block_id, id, leader_timestamp, now, time_per_frame);
         if (verdict == ended_frames::verdict::late) {
             ++stats.packets_late;
             return true;
@@ -104,7 +106,7 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
     case gvsp_packet_kind::leader:
         current->packets.add(id);
         last_leader = current->leader = packet.leader;
-        ended_recently.leader_came(packet.leader.timestamp);
+        ended_recently.leader_came(packet.leader.timestamp, now);
         break;
     case gvsp_packet_kind::trailer:
         current->packets.add_trailer(id);

@@ -134,12 +134,14 @@ TEST_F(gvsp_recv_resend_blocks_test, status_packets_give_the_frame_up_or_only_sa
     const char* killing = ". pckt=2, Received 'GEV_STATUS_PACKET_UNAVAILABLE', killing resend request at [2,2].";
     const char* killing_all = "_AND_PREV_REMOVED_FROM_MEMORY', killing all resend requests for previous packet-ids.";
     const row rows[] = {
-        {0x800C, 2, true, killing},
-        {0x8012, 2, true, killing},
-        {0x800C, 1, false, ""}, // in no range: of no interest
+        {0x800C, 2, true, killing, true},
+        {0x8012, 2, true, killing, true},
+        {0x800C, 1, false, "", true}, // in no range: of no interest
+        {0x800C, 2, false, ""},       // for the frame that had the id before
+        {0x8012, 2, false, ""},
         {0x8011, 0, true, killing_all, true},
         {0x8011, 3, true, killing_all, true},
-        {0x8011, 3, false, ". pckt=3,  Received status=0x8011 packet."}, // for the frame that had the id before
+        {0x8011, 3, false, ". pckt=3,  Received status=0x8011 packet."},
         {0x8010, 2, false, ". pckt=2,  Received GEV_STATUS_PACKET_NOT_YET_AVAILABLE packet."},
         {0x8013, 2, false, ". pckt=2,  Received status=0x8013 packet."},
     };
@@ -167,6 +169,7 @@ TEST_F(gvsp_recv_resend_blocks_test, status_packets_give_the_frame_up_or_only_sa
 TEST_F(gvsp_recv_resend_blocks_test, given_up_frame_still_waits_for_its_elder_and_may_be_saved_meanwhile) {
     send(1, {0, 1, 3, 4, 5});
     send(2, {0, 1, 3, 4, 5});
+    pass(17'000);
     status(2, 2, 0x800C);
     EXPECT_TRUE(frames.empty());
     send(2, {2});

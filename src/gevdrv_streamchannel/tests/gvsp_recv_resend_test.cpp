@@ -174,14 +174,15 @@ TEST_F(gvsp_recv_resend_test, automatic_time_follows_the_frames_and_never_exceed
         uint64_t distance; // of frames
         bool automatic;
         uint64_t asked_after;
+        uint64_t pause = 0; // behind each fourth frame
     };
     for (const row& r : {row{5000, true, 2500}, row{400, true, 500}, row{80'000, true, 25'000},
-                         row{5000, false, 25'000}, row{0, true, 25'000}}) {
-        SCOPED_TRACE(testing::Message() << r.distance << " " << r.automatic);
+                         row{5000, false, 25'000}, row{0, true, 25'000}, row{2000, true, 1000, 200'000}}) {
+        SCOPED_TRACE(testing::Message() << r.distance << " " << r.automatic << " " << r.pause);
         begin({}, {.time_per_frame = 50'000, .auto_time_per_frame = r.automatic});
         for (uint64_t block = 1; block <= 20; ++block) {
             whole(block);
-            pass(r.distance);
+            pass(block % 4 == 0 ? r.distance + r.pause : r.distance);
         }
         const uint64_t gap_seen = now - began;
         send(21, {0, 1, 3});
@@ -193,8 +194,13 @@ TEST_F(gvsp_recv_resend_test, automatic_time_follows_the_frames_and_never_exceed
 
 // What waited while the thread was away is read at once, or in a few reads, and says nothing of how long frames take.
 TEST_F(gvsp_recv_resend_test, stalls_shorten_no_automatic_time) {
-    for (const auto& [waiting, at_once] : {std::pair{10U, 10U}, {200U, 16U}}) {
-        SCOPED_TRACE(waiting);
+    struct row {
+        uint32_t waiting, at_once;
+        uint64_t reading; // microseconds, each time
+    };
+    for (const auto& [waiting, at_once, reading] :
+         {row{10, 10, 50}, row{200, 16, 50}, row{20, 1, 400}, row{40, 2, 600}}) {
+        SCOPED_TRACE(testing::Message() << waiting << " in " << reading);
         begin({.count = 2}, {.time_per_frame = 10'000, .auto_time_per_frame = true});
         uint64_t block = 0;
         const auto run = [&](uint64_t count) {
@@ -210,7 +216,7 @@ TEST_F(gvsp_recv_resend_test, stalls_shorten_no_automatic_time) {
         now += waiting * 10'000;
         for (uint32_t i = 0; i < waiting; ++i) {
             whole(++block);
-            if (i % at_once == at_once - 1) now += 50;
+            if (i % at_once == at_once - 1) pass(reading);
         }
         run(20);
         EXPECT_EQ(flags(), std::vector<uint32_t>(40 + waiting, 0));

@@ -126,6 +126,30 @@ TYPED_TEST(restart_test, stragglers_of_the_round_before_stay_out_of_the_new_one)
     for (size_t i = 0; i < this->frames.size(); ++i) EXPECT_TRUE(this->bytes_right(i)) << i;
 }
 
+// A round of one frame says nothing of the second id, so the new round begins unnoticed when its first leader is late.
+TYPED_TEST(restart_test, first_leader_that_the_second_frame_overtook_costs_that_frame_nothing) {
+    constexpr bool resends = std::is_same_v<TypeParam, gvsp_recv_resend>;
+    for (const auto& [ahead, open] : {std::pair{1U, false}, {3U, false}, {6U, false}, {1U, true}, {6U, true}}) {
+        SCOPED_TRACE(testing::Message() << ahead << " the old one open: " << open);
+        this->begin();
+        this->whole(1, open ? 2 : UINT32_MAX);
+        this->pass(open ? 1000 : 250'000);
+        this->wire.round = 1;
+        if (!open) this->send(1, {1, 2, 3, 4, 5});
+        for (uint32_t packet = 0; packet <= trailer_id; ++packet) {
+            if (packet == ahead) this->send(1, {0});
+            this->send(2, {packet});
+        }
+        if (ahead > trailer_id) this->send(1, {0});
+        this->whole(3);
+        this->pass(34'000);
+        if (resends) this->send(1, {1, 2, 3, 4, 5});
+        EXPECT_EQ(this->delivered(), (std::vector<uint64_t>{1, 2, 1, 3}));
+        EXPECT_EQ(this->flags(), (std::vector<uint32_t>{open ? incomplete : 0, 0, resends ? 0 : incomplete, 0}));
+        for (const request& each : this->requests) EXPECT_EQ(each.block, 1U);
+    }
+}
+
 // A frame that lacks a packet has the first id, and so has the next one, whose leader is lost.
 TYPED_TEST(restart_test, packets_of_a_new_round_complete_no_frame_of_the_old_one) {
     constexpr bool resends = std::is_same_v<TypeParam, gvsp_recv_resend>;
@@ -246,6 +270,7 @@ TEST_F(restart_resend_test, only_what_may_be_an_old_answer_costs_a_frame) {
     };
     const row rows[] = {
         {"the same place", {0, 1, 3, 2, 4, 5}, 100'000, 0, false},
+        {"ahead of its turn", {0, 2, 1, 3, 4, 5}, 100'000, 0, false},
         {"another place", {0, 1, 2, 4, 3, 5}, 100'000, 0, true},
         {"none", {0, 1, 2, 3, 4, 5}, 100'000, 0, true},
         {"more than a second after", {0, 3, 1, 2, 4, 5}, 955'000, 20'000, true},
@@ -330,6 +355,28 @@ TEST_F(restart_resend_test, leader_that_an_open_frame_asked_for_is_its_own_after
     }
 }
 
+// The packet came by itself, or with the answer to another request; its answer comes when the ids have begun anew, and
+// the frame that has its id there may still have lost its leader.
+TEST_F(restart_resend_test, answer_to_a_frame_that_had_become_whole_opens_nothing_in_the_new_round) {
+    begin({}, automatic);
+    for (uint64_t block = 1; block <= 20; ++block, now += 1000) whole(block, block == 20 ? 2 : UINT32_MAX);
+    pass(100);
+    ASSERT_EQ(requests, (std::vector<request>{{20, 2, 2}}));
+    const datagram packet = packet_of(20, 2, wire);
+    feed_one(packet);
+    pass(2000);
+    wire.round = 1;
+    for (uint64_t block = 1; block <= 20; ++block) {
+        if (block == 4) feed_one(packet);
+        whole(block, block == 20 ? 0 : UINT32_MAX);
+        pass(block == 20 ? 600 : 1000);
+    }
+    send(20, {0});
+    EXPECT_EQ(flags(), std::vector<uint32_t>(40, 0));
+    EXPECT_EQ(taken, 40U);
+    EXPECT_EQ(requests, (std::vector<request>{{20, 2, 2}, {20, 0, 0}}));
+}
+
 TEST_F(restart_resend_test, second_trailer_elsewhere_ends_the_requests) {
     send(1, {0, 1, 2, 4, 5});
     feed_one(header(1, 2, 2).u32(1).u32(2));
@@ -357,26 +404,38 @@ TYPED_TEST(restart_test, a_jump_of_the_ids_counts_when_it_is_borne_out) {
     }
 }
 
-constexpr ended_frames::requests leader_alone{.leader = true, .unanswered = {}};
+constexpr ended_frames::requests leader_alone{.all = {0, 0}, .unanswered = {}};
 
 TEST(ended_frames, a_round_whose_leaders_were_all_asked_for_holds_back_no_new_one) {
     ended_frames ended;
-    ended.add(1, {}, 0, {.leader = true, .unanswered = {0, 0}});
-    ended.add(2, {}, 1000, {.leader = true, .unanswered = {0, 0}});
+    ended.add(1, {}, 0, {.all = {0, 0}, .unanswered = {0, 0}});
+    ended.add(2, {}, 1000, {.all = {0, 0}, .unanswered = {0, 0}});
     const uint64_t first = 100, next_round = 900;
-    EXPECT_EQ(ended.judge(1, &first, 5000, 1000), ended_frames::verdict::late);
-    EXPECT_EQ(ended.judge(1, &next_round, 50'000, 1000), ended_frames::verdict::restart);
+    EXPECT_EQ(ended.judge(1, 0, &first, 5000, 1000), ended_frames::verdict::late);
+    EXPECT_EQ(ended.judge(1, 0, &next_round, 50'000, 1000), ended_frames::verdict::restart);
+}
+
+TEST(ended_frames, a_frame_whose_id_begins_a_new_round_late_is_of_the_round_before) {
+    ended_frames ended;
+    const uint64_t first = 100, next_round = 800, second = 900;
+    ended.leader_came(first, 0);
+    ended.add(1, {true, first}, 0, {.all = {2, 2}, .unanswered = {2, 2}});
+    ended.leader_came(second, 100'000);
+    ended.add(2, {true, second}, 101'000, {});
+    EXPECT_EQ(ended.judge(1, 0, &next_round, 101'500, 1000), ended_frames::verdict::unknown);
+    EXPECT_TRUE(ended.may_be_old_answer(1, 2, 103'000));
+    EXPECT_TRUE(ended.holds(2)) << "it is not to be asked for again";
 }
 
 TEST(ended_frames, a_second_answer_of_the_round_before_restarts_nothing) {
     ended_frames ended;
     const uint64_t first = 100, next_round = 500;
-    ended.leader_came(first);
+    ended.leader_came(first, 0);
     ended.add(1, {true, first}, 0, leader_alone);
     ended.start_over(10'000);
-    ended.leader_came(next_round);
+    ended.leader_came(next_round, 10'000);
     ended.add(1, {true, next_round}, 12'000, {});
-    EXPECT_EQ(ended.judge(1, &first, 20'000, 1000), ended_frames::verdict::late);
+    EXPECT_EQ(ended.judge(1, 0, &first, 20'000, 1000), ended_frames::verdict::late);
 }
 
 } // namespace gev::streamchannel::impl
