@@ -44,6 +44,7 @@ public:
             return {memory, static_cast<std::byte*>(memory), buffer_size};
         };
         functions.deliver = [this](const frame_info& info, const frame_receive_stats& stats) {
+            if (info.context.buffer == nullptr) return;
             release(info.context.buffer);
             require(info.filled_size <= buffer_size, "filled within the buffer");
             ++delivered;

@@ -34,7 +34,7 @@ struct frame_info {
     uint32_t pixel_format = 0;
     uint32_t padding_x = 0;             // bytes behind each line
     uint64_t expected_payload_size = 0; // the stream's, or what the frame has when it is longer
-    uint64_t filled_size = 0;           // highest byte position written
+    uint64_t filled_size = 0;           // highest byte position written, padding behind a whole frame left out
     uint64_t received_bytes = 0;        // sum of all bytes copied; 0 from the simple receiver
     uint64_t frame_id = 0;              // the block id, unwrapped
     uint64_t block_id = 0;              // as on the wire
@@ -70,6 +70,7 @@ struct resend_parameters {
 
 // Called on the receive thread; none may block.
 struct stream_functions {
+    // Each frame that ended. Without a buffer it is only for the counters, which would stand still meanwhile.
     std::function<void(const frame_info&, const frame_receive_stats&)> deliver;
     // Block id, first packet, last packet, extended ids. Empty: the device cannot resend.
     std::function<void(uint64_t, uint32_t, uint32_t, bool)> send_resend;

@@ -40,7 +40,8 @@ struct surroundings {
     bool out_of_buffers = false;
     uint64_t buffer_size = frame_size;
     size_t taken = 0;
-    size_t returned = 0; // flushed ones included
+    size_t returned = 0;      // flushed ones included
+    frame_receive_stats told; // with the last frame
 
     surroundings() {
         functions.get_frame = [this]() -> frame_context {
@@ -49,7 +50,9 @@ struct surroundings {
             auto& buffer = memory.emplace_back(buffer_size + 2 * guard, guard_byte);
             return {&buffer, buffer.data() + guard, buffer_size};
         };
-        functions.deliver = [this](const frame_info& info, const frame_receive_stats&) {
+        functions.deliver = [this](const frame_info& info, const frame_receive_stats& stats) {
+            told = stats;
+            if (info.context.buffer == nullptr) return;
             ++returned;
             frames.push_back(info);
             const std::byte* data = info.context.data;

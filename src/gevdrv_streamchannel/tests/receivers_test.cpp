@@ -121,6 +121,34 @@ TYPED_TEST(receivers_test, chunks_are_announced_by_the_trailer) {
     }
 }
 
+// Chunks are read from the end of what is filled.
+TYPED_TEST(receivers_test, padding_behind_a_whole_frame_is_no_part_of_it) {
+    struct row {
+        uint32_t announced, last_packet, packets; // bytes, bytes, of payload
+        uint64_t buffer, filled;
+    };
+    for (const row& r :
+         {row{352, 100, 4, 352, 352}, row{352, 100, 4, 452, 352}, row{352, 52, 4, 452, 352}, row{352, 60, 4, 452, 352},
+          row{352, 60, 3, 452, 260}, row{352, 60, 5, 560, 460}, row{400, 100, 4, 500, 400}}) {
+        SCOPED_TRACE(testing::Message() << r.announced << ", " << r.packets << " with " << r.last_packet << " into "
+                                        << r.buffer);
+        if (r.packets < 4 && std::is_same_v<TypeParam, gvsp_recv_simple>) continue; // whole to the other one only
+        this->begin({});
+        this->buffer_size = r.buffer;
+        this->receiver.setup(packet_size, r.announced);
+        for (uint32_t packet = 0; packet < r.packets; ++packet) this->feed_one(packet_of(1, packet, {.count = 9}));
+        datagram last = packet_of(1, r.packets, {.count = 9});
+        last.resize(last.size() - payload_per_packet + r.last_packet);
+        this->feed_one(last);
+        this->feed_one(header(1, 2, r.packets + 1).u32(5).u32(20).u64(9));
+        ASSERT_EQ(this->frames.size(), 1U);
+        EXPECT_EQ(this->frames[0].flags, frame_flags::has_chunk);
+        EXPECT_EQ(this->frames[0].filled_size, r.filled);
+        EXPECT_GE(this->frames[0].expected_payload_size, r.filled);
+        EXPECT_TRUE(this->guards_intact());
+    }
+}
+
 TYPED_TEST(receivers_test, buffer_smaller_than_the_frame_takes_what_fits) {
     for (const uint64_t size : {0U, 1U, 99U, 100U, 101U, 250U, 399U}) {
         this->begin({});
@@ -152,6 +180,20 @@ TYPED_TEST(receivers_test, frame_without_a_buffer_is_counted_only) {
     EXPECT_EQ(this->delivered(), (std::vector<uint64_t>{1, 3}));
     EXPECT_EQ(this->taken, 2U) << "what is late for it takes no buffer";
     EXPECT_EQ(this->statistics(), (counts{2, 0, 0, 1, 0, 0}));
+}
+
+TYPED_TEST(receivers_test, counters_are_told_with_frames_without_a_buffer_too) {
+    this->begin({});
+    this->whole(1);
+    this->out_of_buffers = true;
+    for (const uint64_t block : {2U, 3U, 9U, 10U, 11U}) this->whole(block, block == 3 ? 2 : UINT32_MAX);
+    this->pass(100'000);
+    const frame_receive_stats now_known = this->receiver.get_statistics();
+    EXPECT_GT(now_known.skipped_frames, 0U);
+    EXPECT_EQ(this->delivered(), std::vector<uint64_t>{1});
+    EXPECT_EQ(counts_of(this->told), counts_of(now_known));
+    EXPECT_EQ(this->told.packets_expected, now_known.packets_expected);
+    EXPECT_EQ(this->told.packets_received, now_known.packets_received);
 }
 
 TYPED_TEST(receivers_test, revoked_frame_is_forgotten_and_the_rest_goes_on) {
