@@ -39,6 +39,9 @@ TEST(StreamBuffers, WithoutABufferFramesAreUnderrunsUntilOneIsQueued) {
         b.own->cam.send_frame(block);
         EXPECT_TRUE(eventually([&] { return b.underruns() == block; }));
     }
+    // Counted as its block ends, which is a little later.
+    const feature<uint64_t> packets{*b.own->device, "StreamExpectedPacketCount"};
+    EXPECT_TRUE(eventually([&] { return packets.get() == 3U * (camera::trailer_id + 1); })) << packets.get();
     EXPECT_EQ(b.delivered(), 0U);
     EXPECT_EQ(b.own->next(0), nullptr);
     b.queue(0);

@@ -84,7 +84,8 @@ struct frame_block {
         info.padding_x = leader.padding_x;
         info.expected_payload_size = data_size_of(packets, geometry, payload_size);
         // Padding behind a whole frame is none of it: what stands at the frame's end is looked for from here.
-        info.filled_size = how.complete ? std::min(filled_size, info.expected_payload_size) : filled_size;
+        const bool padded = how.complete && packets.fills_announced_end();
+        info.filled_size = padded ? std::min(filled_size, info.expected_payload_size) : filled_size;
         info.frame_id = frame_id;
         info.block_id = block_id;
         info.timestamp = leader.timestamp;

@@ -109,6 +109,9 @@ public:
         return add(id) || id >= expected;
     }
 
+    // Of a complete frame, whether the packet at the announced end is full: what it has beyond that end is padding. A
+    // shorter one has what it has to bring.
+    [[nodiscard]] bool fills_announced_end() const noexcept { return !end_not_full; }
     // Of a complete frame, the packet before the trailer, in bytes.
     [[nodiscard]] uint64_t last_size(uint32_t full) const noexcept {
         return short_id + 1 == trailer_id ? short_size : full;
