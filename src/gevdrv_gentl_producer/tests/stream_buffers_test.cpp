@@ -40,7 +40,7 @@ TEST(StreamBuffers, WithoutABufferFramesAreUnderrunsUntilOneIsQueued) {
         EXPECT_TRUE(eventually([&] { return b.underruns() == block; }));
     }
     // Counted as its block ends, which is a little later.
-    const feature<uint64_t> packets{*b.own->device, "StreamExpectedPacketCount"};
+    const feature<uint64_t> packets{dynamic_cast<IPort&>(*b.own->stream), "StreamExpectedPacketCount"};
     EXPECT_TRUE(eventually([&] { return packets.get() == 3U * (camera::trailer_id + 1); })) << packets.get();
     EXPECT_EQ(b.delivered(), 0U);
     EXPECT_EQ(b.own->next(0), nullptr);
