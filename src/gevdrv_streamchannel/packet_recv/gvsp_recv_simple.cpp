@@ -187,7 +187,11 @@ void gvsp_recv_simple::end_block(block& ended, uint64_t now, bool flushed) {
     }
     if (complete) stats.skipped_frames += ids.completed(ended.frame_id);
     ended_recently.add(ended.block_id, ended.leader_mark(), now, {});
-    ++(ended.context.size == 0 ? stats.no_buffer_frames : complete ? stats.complete_frames : stats.incomplete_frames);
+    if (ended.context.size == 0) {
+        ++stats.no_buffer_frames;
+    } else {
+        ++(complete ? stats.complete_frames : stats.incomplete_frames);
+    }
 
     frame_info info = ended.take_info(payload_size, {complete, extended, flushed});
     info.start_time = static_cast<uint64_t>(ended.start_time);
