@@ -281,7 +281,8 @@ std::expected<std::string, std::error_code> device_object::user_name() {
 
 std::expected<std::shared_ptr<stream_lease>, std::error_code> device_object::acquire_stream() {
     const std::lock_guard guard{mutex};
-    if (lease.lock()) return std::unexpected(make_error_code(gigecam_errc::busy));
+    if (const auto last = lease.lock(); last && last->is_held())
+        return std::unexpected(make_error_code(gigecam_errc::busy));
     auto created = std::make_shared<stream_lease>(shared_from_this());
     lease = created;
     return created;

@@ -96,9 +96,13 @@ public:
     [[nodiscard]] std::expected<void, std::error_code> request_resend(uint32_t channel, uint64_t block_id,
                                                                       uint32_t first, uint32_t last, bool extended);
     void write_automatic_values() { device->write_automatic_values(); }
+    // Its client gives it back: the next one may be had, though calls on it still run.
+    void abandon() noexcept { given_back = true; }
+    [[nodiscard]] bool is_held() const noexcept { return !given_back; }
 
 private:
     std::shared_ptr<device_object> device;
+    std::atomic<bool> given_back{false};
 };
 
 } // namespace service

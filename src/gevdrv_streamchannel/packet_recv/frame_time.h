@@ -10,7 +10,9 @@
 namespace gev::streamchannel::impl {
 
 // Microseconds. A set time stands. An automatic one follows the frames that come, down from the time at the start and
-// never beyond it: where frames are triggered by hand their distance says nothing about how long one takes.
+// never beyond it: where frames are triggered by hand their distance says nothing about how long one takes. Less than a
+// millisecond it becomes only where the camera's rate allows for it and the frames bear it out: the rate may be one
+// that a triggered camera could do, and its packets lie farther apart.
 class frame_time {
 public:
     static constexpr uint64_t shortest_set = 1000; // below it no patience is left with a lossless frame's own gaps
@@ -22,7 +24,8 @@ public:
         automatic = parameters.auto_time_per_frame || given == 0;
         const uint64_t usable = given == 0 ? resend_parameters{}.time_per_frame : std::min(given, longest);
         const bool too_short = !automatic && usable < shortest_set;
-        at_start = too_short ? shortest_set : usable;
+        at_start = std::max(usable, shortest_set);
+        shortest = std::min(usable, shortest_set);
         restart();
         return too_short;
     }
@@ -55,7 +58,7 @@ public:
             auto sorted = distances;
             const auto middle = sorted.begin() + sorted.size() / 2;
             std::nth_element(sorted.begin(), middle, sorted.end());
-            current = static_cast<int64_t>(std::clamp(*middle, std::min(shortest_set, at_start), at_start));
+            current = static_cast<int64_t>(std::clamp(*middle, shortest, at_start));
         }
         measured_from = now;
         frames = 0;
@@ -69,6 +72,7 @@ private:
     std::array<uint64_t, 9> distances{};
     size_t next = 0;
     uint64_t at_start = resend_parameters{}.time_per_frame;
+    uint64_t shortest = shortest_set; // that an automatic time becomes
     int64_t current = static_cast<int64_t>(resend_parameters{}.time_per_frame);
     int64_t measured_from = -1; // a frame's start
     uint64_t frames = 0;        // begun since

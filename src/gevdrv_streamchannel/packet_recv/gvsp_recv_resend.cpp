@@ -79,6 +79,7 @@ void gvsp_recv_resend::prepare_blocks() {
         each.packets.reserve(geometry[1].expected_packets); // the smaller payload of extended ids needs more
     }
     open_count = 0;
+    last_look = 0;
     youngest = nullptr;
     ids.restart();
     ended_recently.clear();
@@ -370,6 +371,7 @@ void gvsp_recv_resend::run_timers(int64_t t, block& current) {
 
 int64_t gvsp_recv_resend::check_timers(uint64_t now) {
     const int64_t t = relative(now);
+    last_look = t;
     int64_t wait = never;
     for (block* const each : std::span{open_blocks}.first(open_count)) {
         block& current = *each;
@@ -397,9 +399,14 @@ int64_t gvsp_recv_resend::check_timers(uint64_t now) {
 bool gvsp_recv_resend::begins_another_round(int64_t t, const block& current, uint64_t leader_timestamp) const noexcept {
     // A block for a lost frame, still empty and back-dated, is filled by whatever frame has its id.
     if (current.packets.count() == 0) return false;
-    const uint64_t quiet = ended_frames::elapsed(static_cast<uint64_t>(t), static_cast<uint64_t>(current.last_packet));
-    // It was asked for and this thread was away: the frame's own.
-    if (current.asked.holds(0) && !current.packets.holds(0) && quiet < ended_frames::longest_answer) return false;
+    const auto last_packet = static_cast<uint64_t>(current.last_packet);
+    uint64_t quiet = ended_frames::elapsed(static_cast<uint64_t>(t), last_packet);
+    if (!current.packets.holds(0) && quiet < ended_frames::longest_answer) {
+        // It was asked for and this thread was away: the frame's own.
+        if (current.asked.holds(0)) return false;
+        // While this thread is away it cannot ask, and the frame does not end.
+        quiet = ended_frames::elapsed(static_cast<uint64_t>(last_look), last_packet);
+    }
     return ended_recently.begins_another(current.leader_mark(), quiet, leader_timestamp,
                                          static_cast<uint64_t>(frame_time()));
 }

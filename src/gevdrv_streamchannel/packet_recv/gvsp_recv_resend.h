@@ -99,6 +99,7 @@ private:
     std::array<block, pool_size> blocks;
     std::array<block*, pool_size> open_blocks{}; // newest first
     size_t open_count = 0;
+    int64_t last_look = 0;           // time at which deadlines were last looked at
     const block* youngest = nullptr; // to begin by a packet of its own, ended or not
     uint64_t frames_begun = 0;
     ended_frames ended_recently;

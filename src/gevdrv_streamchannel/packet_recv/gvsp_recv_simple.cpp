@@ -20,6 +20,15 @@ uint64_t silence_of(const Block& block, uint64_t now) {
     return ended_frames::elapsed(now, static_cast<uint64_t>(block.last_packet));
 }
 
+// How long a frame has been quiet for a leader that comes, which may be its own and held up, or this thread was away.
+// There are no deadlines whose passing would tell, but behind the first id of a round other leaders come in between.
+template <class Block>
+uint64_t silence_before_leader(const Block& block, uint64_t now) {
+    const uint64_t silence = silence_of(block, now);
+    const bool may_be_own = !block.packets.holds(0) && block.block_id != 1 && silence <= longest_held_back;
+    return may_be_own ? 0 : silence;
+}
+
 } // namespace
 
 gvsp_recv_simple::gvsp_recv_simple(const stream_functions& stream) : functions(stream) { setup(0, 0); }
@@ -81,7 +90,7 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
     const auto time_per_frame = static_cast<uint64_t>(frame_time());
     block* current = find(packet.block_id);
     if (current != nullptr && leader_timestamp != nullptr &&
-        ended_recently.begins_another(current->leader_mark(), silence_of(*current, now), *leader_timestamp,
+        ended_recently.begins_another(current->leader_mark(), silence_before_leader(*current, now), *leader_timestamp,
                                       time_per_frame)) {
         const bool overtaken =
             ended_recently.is_overtaken(current->leader_mark(), *leader_timestamp, now, time_per_frame);

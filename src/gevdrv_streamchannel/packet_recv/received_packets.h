@@ -11,14 +11,20 @@
 namespace gev::streamchannel::impl {
 
 // What a payload packet brings of that which its id stands for.
-enum class packet_share { all, part, more };
+enum class packet_share {
+    all, // it is full
+    end, // it is not, and the announced payload ends in it
+    part,
+    more,
+};
 
 // A frame is complete only when every byte of it came. So a payload packet counts when it is full, reaches the end of
 // the payload or stands directly before the trailer; a shorter one anywhere else lost bytes and is missing like any
-// other. Ids that no bitmap of the announced size holds cannot be told apart, and count only as far as they came in
-// order: none of them stands in for a lost one. What a packet has beyond its share may be padding; in a frame of fewer
-// packets than expected it was data, for which there is no place. A block that got a packet of another frame with its
-// id may hold more of them, and is complete never more.
+// other. A frame that is longer than announced is whole only if the one at the announced end is full, too. Ids that no
+// bitmap of the announced size holds cannot be told apart, and count only as far as they came in order: none of them
+// stands in for a lost one. What a packet has beyond its share may be padding; in a frame of fewer packets than
+// expected it was data, for which there is no place. A block that got a packet of another frame with its id may hold
+// more of them, and is complete never more.
 class received_packets {
 public:
     // The only call that allocates.
@@ -30,7 +36,7 @@ public:
         std::ranges::fill(words, 0);
         expected = geometry.expected_packets;
         counted = top = trailer_id = short_id = in_order_behind = 0;
-        any_too_large = mixed = false;
+        any_too_large = end_not_full = mixed = false;
     }
     // A packet of another frame came with this one's id.
     void mark_mixed() noexcept { mixed = true; }
@@ -83,6 +89,7 @@ public:
     bool add_payload(uint32_t id, packet_share share, uint64_t size) noexcept {
         if (id == 0) return false; // the leader's
         if (share == packet_share::more) any_too_large = true;
+        if (share == packet_share::end && !holds(id)) end_not_full = true;
         if (share == packet_share::part) {
             const bool forward = add_short(id, size);
             if (uint64_t{id} + 1 != trailer_id) return forward;
@@ -118,6 +125,8 @@ public:
     [[nodiscard]] bool complete() const noexcept {
         if (trailer_id == 0 || counted <= std::min(trailer_id, expected - 1)) return false;
         if (mixed) return false;
+        // Of a frame that goes on behind it, the packet at the announced end is as full as the others.
+        if (trailer_id >= expected && end_not_full) return false;
         if (trailer_id >= expected) return trailer_id <= uint64_t{expected} + in_order_behind;
         if (any_too_large && trailer_id + 1 < expected) return false;
         return top <= trailer_id || first_missing(0, trailer_id) > trailer_id;
@@ -150,6 +159,7 @@ private:
     uint64_t short_size = 0;      // of it, in bytes
     uint32_t in_order_behind = 0; // packets behind the bitmap that came one after the other
     bool any_too_large = false;
+    bool end_not_full = false; // the packet with which the announced payload ends
     bool mixed = false;
 };
 
@@ -159,7 +169,7 @@ private:
     if (data_size > geometry.payload_per_packet) return packet_share::more;
     const uint64_t begin = (uint64_t{packet_id} - 1) * geometry.payload_per_packet;
     const bool reaches_end = packet_id != 0 && begin < payload_size && begin + data_size >= payload_size;
-    return reaches_end ? packet_share::all : packet_share::part;
+    return reaches_end ? packet_share::end : packet_share::part;
 }
 
 // What a frame has, in bytes, or would have had: what was announced, unless it was longer. Its buffer need not have

@@ -19,9 +19,10 @@ struct row {
     bool complete;        // by the resend receiver
     bool complete_simple; // for which a shorter frame is not whole
     std::vector<request> asked = {};
+    uint32_t announced = frame_size;
 };
 
-// Four payload packets of 100 bytes are announced: the trailer's id is 5.
+// Four payload packets of 100 bytes are announced unless the row says otherwise: the trailer's id is 5.
 const row rows[] = {
     {"as announced", {{0, L}, {1}, {2}, {3}, {4}, {5, T}}, true, true},
     {"truncated", {{0, L}, {1}, {2, 3, 99}, {3}, {4}, {5, T}}, false, false, {{1, 2, 2}}},
@@ -52,6 +53,21 @@ const row rows[] = {
     {"longer, short before the trailer", {{0, L}, {1}, {2}, {3}, {4}, {5}, {6, 3, 50}, {7, T}}, true, true},
     {"longer, short behind the trailer", {{0, L}, {1}, {2}, {3}, {4}, {5}, {7, T}, {6, 3, 50}}, true, true},
     {"longer, the last announced lost", {{0, L}, {1}, {2}, {3}, {4}, {6}, {7}, {8, T}}, false, false, {{1, 5, 5}}},
+    {"odd, as announced", {{0, L}, {1}, {2}, {3}, {4, 3, 51}, {5, T}}, true, true, {}, 351},
+    {"odd, longer within its last packet", {{0, L}, {1}, {2}, {3}, {4, 3, 60}, {5, T}}, true, true, {}, 351},
+    {"odd, longer", {{0, L}, {1}, {2}, {3}, {4}, {5, 3, 60}, {6, T}}, true, true, {}, 351},
+    {"odd, longer, cut behind the announced end",
+     {{0, L}, {1}, {2}, {3}, {4, 3, 60}, {5}, {6, T}},
+     false,
+     false,
+     {},
+     351},
+    {"odd, longer, cut behind it once more",
+     {{0, L}, {1}, {2}, {3}, {4}, {4, 3, 60}, {5}, {6, T}},
+     true,
+     true,
+     {},
+     351},
 };
 
 datagram bytes_of(const sent& what) {
@@ -67,7 +83,7 @@ datagram bytes_of(const sent& what) {
 template <class Receiver>
 bool delivered_complete(surroundings& around, const row& r, uint64_t time) {
     Receiver receiver{around.functions};
-    receiver.setup(packet_size, frame_size);
+    receiver.setup(packet_size, r.announced);
     for (const sent& what : r.packets) feed(receiver, 1'000'000, bytes_of(what));
     receiver.check_timers(1'000'000 + time);
     receiver.flush(2'000'000);

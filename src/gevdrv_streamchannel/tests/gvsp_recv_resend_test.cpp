@@ -130,10 +130,12 @@ TEST_F(gvsp_recv_resend_test, short_times_lose_no_lossless_frame) {
         uint64_t time_per_frame;
         uint64_t gap; // between packets
         size_t words;
+        bool automatic = false;
     };
-    for (const row& r : {row{0, 5000, 0}, row{1, 900, 1}, row{500, 900, 1}, row{999, 900, 1}, row{1000, 900, 0}}) {
+    for (const row& r : {row{0, 5000, 0}, row{1, 900, 1}, row{500, 900, 1}, row{999, 900, 1}, row{1000, 900, 0},
+                         row{200, 900, 0, true}}) { // the rate is what the camera could do, and frames are triggered
         const log_capture log;
-        begin({}, {.time_per_frame = r.time_per_frame});
+        begin({}, {.time_per_frame = r.time_per_frame, .auto_time_per_frame = r.automatic});
         for (uint64_t block = 1; block <= 5; ++block) {
             for (uint32_t packet = 0; packet <= trailer_id; ++packet) {
                 send(block, {packet});
@@ -175,17 +177,19 @@ TEST_F(gvsp_recv_resend_test, automatic_time_follows_the_frames_and_never_exceed
         bool automatic;
         uint64_t asked_after;
         uint64_t pause = 0; // behind each fourth frame
+        uint64_t at_start = 50'000;
     };
     for (const row& r : {row{5000, true, 2500}, row{400, true, 500}, row{80'000, true, 25'000},
-                         row{5000, false, 25'000}, row{0, true, 25'000}, row{2000, true, 1000, 200'000}}) {
+                         row{5000, false, 25'000}, row{0, true, 25'000}, row{2000, true, 1000, 200'000},
+                         row{250, true, 125, 0, 200}, row{90, true, 100, 0, 200}, row{5000, true, 500, 0, 200}}) {
         SCOPED_TRACE(testing::Message() << r.distance << " " << r.automatic << " " << r.pause);
-        begin({}, {.time_per_frame = 50'000, .auto_time_per_frame = r.automatic});
-        for (uint64_t block = 1; block <= 20; ++block) {
+        begin({}, {.time_per_frame = r.at_start, .auto_time_per_frame = r.automatic});
+        for (uint64_t block = 1; block <= 200; ++block) {
             whole(block);
             pass(block % 4 == 0 ? r.distance + r.pause : r.distance);
         }
         const uint64_t gap_seen = now - began;
-        send(21, {0, 1, 3});
+        send(201, {0, 1, 3});
         pass(30'000);
         ASSERT_FALSE(requests.empty());
         EXPECT_EQ(request_times[0] - gap_seen, r.asked_after);

@@ -355,6 +355,32 @@ TEST_F(restart_resend_test, leader_that_an_open_frame_asked_for_is_its_own_after
     }
 }
 
+// The thread was away before it could ask for the leader, which packets of its frame had overtaken. Where it does not
+// ask, what lacks more than the leader is given up behind the first datagram.
+TYPED_TEST(restart_test, leader_that_a_stall_held_up_behind_its_frame_is_its_own) {
+    struct row {
+        uint32_t ahead;
+        bool asks = true;
+    };
+    for (const row& r : {row{1}, row{4}, row{5}, row{5, false}}) {
+        for (const bool timestamps : {true, false}) {
+            for (const uint64_t stall : {5'000U, 150'000U, 240'000U}) {
+                SCOPED_TRACE(testing::Message() << r.ahead << " ahead, asks " << r.asks << ", timestamps " << timestamps
+                                                << ", away " << stall);
+                this->begin({.timestamps = timestamps}, {.time_per_frame = 1000, .resend_enabled = r.asks});
+                for (uint64_t block = 1; block < 20; ++block, this->now += 1000) this->whole(block);
+                for (uint32_t packet = 1; packet <= r.ahead; ++packet) this->send(20, {packet});
+                this->now += stall;
+                this->send(20, {0});
+                for (uint32_t packet = r.ahead + 1; packet <= trailer_id; ++packet) this->send(20, {packet});
+                this->whole(21);
+                EXPECT_EQ(this->flags(), std::vector<uint32_t>(21, 0));
+                EXPECT_EQ(this->taken, 21U);
+            }
+        }
+    }
+}
+
 // The packet came by itself, or with the answer to another request; its answer comes when the ids have begun anew, and
 // the frame that has its id there may still have lost its leader.
 TEST_F(restart_resend_test, answer_to_a_frame_that_had_become_whole_opens_nothing_in_the_new_round) {

@@ -200,8 +200,11 @@ TEST_F(Objects, TheOfferedDocumentHasBounds) {
     auto stream = device->acquire_stream();
     ASSERT_TRUE(stream);
     EXPECT_EQ(device->acquire_stream().error(), gigecam_errc::busy) << "one at a time";
+    (*stream)->abandon(); // while a call on it runs
+    const auto next = device->acquire_stream();
+    ASSERT_TRUE(next);
     stream = {};
-    EXPECT_TRUE(device->acquire_stream());
+    EXPECT_EQ(device->acquire_stream().error(), gigecam_errc::busy) << "that is the next one's";
 }
 
 // Lines of cameras are of one model, mostly.
