@@ -27,7 +27,7 @@ uint32_t sum_of(std::span<const std::byte> bytes) {
         ::crc32(0, reinterpret_cast<const unsigned char*>(bytes.data()), static_cast<unsigned>(bytes.size())));
 }
 
-TEST(camera_control, status_values_of_bad_requests) {
+TEST(CameraControl, status_values_of_bad_requests) {
     const auto cam = start(small_camera(1));
     test_client client{cam->address()};
     (void)client.read(0x0001, status::bad_alignment);
@@ -57,7 +57,7 @@ TEST(camera_control, status_values_of_bad_requests) {
     EXPECT_EQ(gige::load32(&both->body[4]), 240U);
 }
 
-TEST(camera_control, privileges_of_two_consumers) {
+TEST(CameraControl, privileges_of_two_consumers) {
     const auto cam = start(small_camera(1));
     test_client holder{cam->address()};
     test_client other{cam->address()};
@@ -79,7 +79,7 @@ TEST(camera_control, privileges_of_two_consumers) {
     EXPECT_EQ(holder.write(boot::privilege, bits::exclusive), status::success);
 }
 
-TEST(camera_control, heartbeat_loss_frees_everything) {
+TEST(CameraControl, heartbeat_loss_frees_everything) {
     const auto cam = start(small_camera(1));
     test_client client{cam->address()};
     client.open_stream(1500);
@@ -89,7 +89,7 @@ TEST(camera_control, heartbeat_loss_frees_everything) {
     EXPECT_EQ(client.read(boot::stream_port), 0U);
 }
 
-TEST(camera_control, repetitions_are_answered_without_a_second_execution) {
+TEST(CameraControl, repetitions_are_answered_without_a_second_execution) {
     const auto cam = start(small_camera(1));
     test_client client{cam->address()};
     ASSERT_EQ(client.write(boot::privilege, bits::control), status::success);
@@ -101,7 +101,7 @@ TEST(camera_control, repetitions_are_answered_without_a_second_execution) {
     EXPECT_EQ(cam->stats().control_repeated, 1U);
 }
 
-TEST(camera_control, pending_ack_comes_first) {
+TEST(CameraControl, pending_ack_comes_first) {
     auto options = small_camera(1);
     options.faults.pending_every = 2;
     options.faults.pending_ms = 30;
@@ -119,7 +119,7 @@ TEST(camera_control, pending_ack_comes_first) {
     EXPECT_EQ(got->header.request_id, client.next_id);
 }
 
-TEST(camera_control, an_extended_event_tells_its_size) {
+TEST(CameraControl, an_extended_event_tells_its_size) {
     for (const bool plain : {false, true}) {
         auto options = small_camera(1);
         options.extended_ids = true;
@@ -137,7 +137,7 @@ TEST(camera_control, an_extended_event_tells_its_size) {
     }
 }
 
-TEST(camera_control, float_registers_keep_to_the_ranges_of_the_document) {
+TEST(CameraControl, float_registers_keep_to_the_ranges_of_the_document) {
     const auto cam = start(small_camera(1));
     test_client client{cam->address()};
     ASSERT_EQ(client.write(boot::privilege, bits::control), status::success);
@@ -167,7 +167,7 @@ TEST(camera_control, float_registers_keep_to_the_ranges_of_the_document) {
         EXPECT_EQ(client.write(address, std::bit_cast<uint32_t>(value)), result) << std::hex << address << ' ' << value;
 }
 
-TEST(camera_control, refusals_are_counted_and_said_and_resends_may_come_from_the_stream_socket) {
+TEST(CameraControl, refusals_are_counted_and_said_and_resends_may_come_from_the_stream_socket) {
     auto options = small_camera(1);
     std::atomic<int> said = 0;
     options.log = [&](const std::string&) { ++said; };
@@ -196,7 +196,7 @@ TEST(camera_control, refusals_are_counted_and_said_and_resends_may_come_from_the
     EXPECT_EQ(said, 3);
 }
 
-TEST(camera_control, an_address_has_one_camera_and_options_have_ranges) {
+TEST(CameraControl, an_address_has_one_camera_and_options_have_ranges) {
     const auto cam = start(small_camera(1));
     const auto second = camera::start(small_camera(1));
     ASSERT_FALSE(second);
@@ -209,7 +209,7 @@ TEST(camera_control, an_address_has_one_camera_and_options_have_ranges) {
     EXPECT_EQ(camera::start(options).error(), std::errc::invalid_argument);
 }
 
-TEST(camera_control, the_discovery_delay_holds_back_the_answer_to_a_search) {
+TEST(CameraControl, the_discovery_delay_holds_back_the_answer_to_a_search) {
     const auto cam = start(small_camera(1));
     test_client client{cam->address()};
     ASSERT_EQ(client.write(boot::privilege, bits::control), status::success);
@@ -228,7 +228,7 @@ TEST(camera_control, the_discovery_delay_holds_back_the_answer_to_a_search) {
     EXPECT_GT(overtaken, 0);
 }
 
-TEST(camera_control, document_keeps_the_rules_of_the_standard) {
+TEST(CameraControl, document_keeps_the_rules_of_the_standard) {
     for (const bool zipped : {false, true}) {
         auto options = small_camera(1);
         options.zipped_document = zipped;
@@ -247,7 +247,7 @@ TEST(camera_control, document_keeps_the_rules_of_the_standard) {
 }
 
 // The image of another model, one that is not what its checksum says, and one that broke off.
-TEST(camera_control, firmware_that_is_not_its_own_or_not_whole_is_not_taken) {
+TEST(CameraControl, firmware_that_is_not_its_own_or_not_whole_is_not_taken) {
     namespace fw = gige::firmware;
     const auto cam = start(small_camera(1));
     test_client client{cam->address()};

@@ -77,7 +77,7 @@ camera_options fast_camera() {
     return options;
 }
 
-TEST(camera_stream, packet_sizes_are_rounded_as_chosen) {
+TEST(CameraStream, packet_sizes_are_rounded_as_chosen) {
     struct row {
         size_rounding way;
         uint32_t step, max, asked, taken;
@@ -95,7 +95,7 @@ TEST(camera_stream, packet_sizes_are_rounded_as_chosen) {
     }
 }
 
-TEST(camera_stream, the_time_of_each_frames_last_datagram_is_told) {
+TEST(CameraStream, the_time_of_each_frames_last_datagram_is_told) {
     using namespace std::chrono_literals;
     for (const double pacing : {0.0, 0.5}) {
         auto options = fast_camera();
@@ -120,7 +120,7 @@ TEST(camera_stream, the_time_of_each_frames_last_datagram_is_told) {
     }
 }
 
-TEST(camera_stream, timestamps_count_ticks_and_a_deaf_camera_streams_on) {
+TEST(CameraStream, timestamps_count_ticks_and_a_deaf_camera_streams_on) {
     auto options = fast_camera();
     options.tick_frequency = 1000;
     options.faults.deaf_after = 2;
@@ -139,7 +139,7 @@ TEST(camera_stream, timestamps_count_ticks_and_a_deaf_camera_streams_on) {
     EXPECT_EQ(run.client.read(boot::privilege), bits::control);
 }
 
-TEST(camera_stream, losses_are_repeatable_and_resends_complete_the_frame) {
+TEST(CameraStream, losses_are_repeatable_and_resends_complete_the_frame) {
     for (const bool extended : {false, true}) {
         std::vector<std::set<uint32_t>> arrived;
         for (int i = 0; i < 2; ++i) {
@@ -178,7 +178,7 @@ TEST(camera_stream, losses_are_repeatable_and_resends_complete_the_frame) {
     }
 }
 
-TEST(camera_stream, requests_that_cannot_be_met_are_answered_with_their_reason) {
+TEST(CameraStream, requests_that_cannot_be_met_are_answered_with_their_reason) {
     auto options = fast_camera();
     options.ring_frames = 3;
     running run{options, 1500, 6};
@@ -201,7 +201,7 @@ TEST(camera_stream, requests_that_cannot_be_met_are_answered_with_their_reason) 
     EXPECT_EQ(ask(1, 5, 5).first, 0x0100U);
 }
 
-TEST(camera_stream, chunks_stand_behind_the_picture) {
+TEST(CameraStream, chunks_stand_behind_the_picture) {
     for (const bool extended : {false, true}) {
         auto options = fast_camera();
         options.extended_ids = extended;
@@ -230,7 +230,7 @@ TEST(camera_stream, chunks_stand_behind_the_picture) {
     }
 }
 
-TEST(camera_stream, software_trigger_gives_one_frame_each_and_width_is_locked) {
+TEST(CameraStream, software_trigger_gives_one_frame_each_and_width_is_locked) {
     running run{fast_camera(), 1500, 2};
     ASSERT_EQ(run.client.write(reg::trigger_mode, 1), status::success);
     run.go();

@@ -36,7 +36,7 @@ std::vector<int> dropped(std::vector<std::chrono::microseconds> phase, std::vect
 
 } // namespace
 
-TEST(shared_link, a_full_buffer_drops_and_empties_at_the_links_rate) {
+TEST(SharedLink, a_full_buffer_drops_and_empties_at_the_links_rate) {
     shared_link link{1'000'000, 3000};
     const size_t sender = link.add_sender();
     const auto pass = [&](std::chrono::microseconds at) {
@@ -53,7 +53,7 @@ TEST(shared_link, a_full_buffer_drops_and_empties_at_the_links_rate) {
     EXPECT_FALSE(link.pass(sender, origin, 3001, nobody_gives_up)) << "larger than the buffer";
 }
 
-TEST(shared_link, what_is_lost_follows_from_the_schedule_alone) {
+TEST(SharedLink, what_is_lost_follows_from_the_schedule_alone) {
     // Together 2.25 packets in the time of one, of which one is forwarded.
     const auto expected = dropped({0us, 100us, 200us}, {1000us, 1600us, 1600us}, 0ms, 0);
     EXPECT_GT(expected[0] + expected[1] + expected[2], 300);
@@ -63,7 +63,7 @@ TEST(shared_link, what_is_lost_follows_from_the_schedule_alone) {
         << "it carries them all";
 }
 
-TEST(shared_link, who_gives_up_waits_for_nobody) {
+TEST(SharedLink, who_gives_up_waits_for_nobody) {
     shared_link link{1'000'000, 3000};
     const size_t first = link.add_sender(), second = link.add_sender();
     link.promise(first, origin);

@@ -20,14 +20,14 @@ unsigned at(const std::vector<std::byte>& bytes, std::size_t i) { return std::to
 constexpr uint32_t Mono8 = 0x01080001, Mono10p = 0x010A0046, Mono12Packed = 0x010C0006, Mono12 = 0x01100005,
                    BayerRG8 = 0x01080009, RGB8 = 0x02180014, YUV422_UYVY = 0x0210001F, Mono1p = 0x01010037;
 
-TEST(test_picture, every_frame_differs_and_is_repeatable) {
+TEST(TestPicture, every_frame_differs_and_is_repeatable) {
     std::set<std::vector<std::byte>> seen;
     for (uint64_t frame = 0; frame < 300; ++frame) seen.insert(picture(frame, 80, 16, Mono8));
     EXPECT_EQ(seen.size(), 300U);
     EXPECT_EQ(picture(7, 640, 480, BayerRG8), picture(7, 640, 480, BayerRG8));
 }
 
-TEST(test_picture, sizes_of_packed_formats_round_up) {
+TEST(TestPicture, sizes_of_packed_formats_round_up) {
     EXPECT_EQ(gige::test_picture_size(3, 3, Mono12Packed), 14U);
     EXPECT_EQ(gige::test_picture_size(2448, 2048, Mono10p), 2448U * 2048 * 10 / 8);
     EXPECT_EQ(picture(3, 13, 11, Mono10p).size(), (13U * 11 * 10 + 7) / 8);
@@ -36,7 +36,7 @@ TEST(test_picture, sizes_of_packed_formats_round_up) {
 }
 
 // The same pixel (below the bars, outside the mark) in formats of different depth and packing.
-TEST(test_picture, formats_show_the_same_ramp) {
+TEST(TestPicture, formats_show_the_same_ramp) {
     constexpr uint32_t width = 640, height = 16, x = 400, y = 8;
     const auto mono8 = picture(0, width, height, Mono8);
     const unsigned eight = at(mono8, y * width + x);
@@ -64,7 +64,7 @@ TEST(test_picture, formats_show_the_same_ramp) {
     EXPECT_EQ(at(bayer, (y + 1) * width + x + 1), at(rgb, ((y + 1) * width + x + 1) * 3 + 2));
 }
 
-TEST(test_picture, brightness_scales_and_saturates) {
+TEST(TestPicture, brightness_scales_and_saturates) {
     const auto neutral = picture(0, 640, 16, Mono8);
     const auto half = picture(0, 640, 16, Mono8, 0.5);
     const auto bright = picture(0, 640, 16, Mono8, 8);
@@ -73,7 +73,7 @@ TEST(test_picture, brightness_scales_and_saturates) {
     EXPECT_EQ(at(bright, i), 255U);
 }
 
-TEST(test_picture, block_ids_skip_zero_and_unwrap) {
+TEST(TestPicture, block_ids_skip_zero_and_unwrap) {
     EXPECT_EQ(gige::block_of_frame(0, false), 1U);
     EXPECT_EQ(gige::block_of_frame(65534, false), 65535U);
     EXPECT_EQ(gige::block_of_frame(65535, false), 1U);

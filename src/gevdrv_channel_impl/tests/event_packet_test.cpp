@@ -25,7 +25,7 @@ const auto extended = bytes({0x42, 0x11, 0x00, 0xC2, 0,    24,   0,    7,    0, 
                              0x11, 0x12, 0x13, 0x14, 0x15, 0x16, 0x17, 0x18, 1, 2, 3,    4,    5, 6, 7, 8},
                             32);
 
-TEST(event_packet, gives_the_fields_of_both_forms) {
+TEST(EventPacket, gives_the_fields_of_both_forms) {
     const auto plain = parse_single_event_cmd_packet(standard);
     ASSERT_TRUE(plain);
     EXPECT_EQ(plain->event_id, 0x9C43);
@@ -50,7 +50,7 @@ struct edit {
     bool parses;
 };
 
-TEST(event_packet, refuses_what_is_no_whole_event) {
+TEST(EventPacket, refuses_what_is_no_whole_event) {
     const edit edits[] = {
         {"other key", &standard, 0, 0x41, false},
         {"no request id", &standard, 7, 0, false},
@@ -79,7 +79,7 @@ TEST(event_packet, refuses_what_is_no_whole_event) {
     }
 }
 
-TEST(event_packet, made_ones_parse) {
+TEST(EventPacket, made_ones_parse) {
     const auto packet = gev::controlchannel::make_event_packet(0x9001, 0x8877665544332211);
     const auto event = parse_single_event_cmd_packet(packet);
     ASSERT_TRUE(event);

@@ -92,7 +92,7 @@ bool delivered_complete(surroundings& around, const row& r, uint64_t time) {
 
 } // namespace
 
-TEST(completeness_test, every_byte_must_have_come) {
+TEST(Completeness, every_byte_must_have_come) {
     for (const row& r : rows) {
         SCOPED_TRACE(r.name);
         surroundings repaired;
@@ -106,7 +106,7 @@ TEST(completeness_test, every_byte_must_have_come) {
 
 // A frame longer than announced, into buffers that hold it or not; the last packet before the trailer, behind it, or
 // cut short at first.
-TEST(completeness_test, longer_frame_says_how_large_it_is) {
+TEST(Completeness, longer_frame_says_how_large_it_is) {
     for (const auto& [buffer_size, data_size] :
          {std::pair{400U, 600U}, {599U, 600U}, {600U, 600U}, {900U, 550U}, {550U, 550U}, {500U, 550U}}) {
         const sent last{6, 3, data_size - 500};

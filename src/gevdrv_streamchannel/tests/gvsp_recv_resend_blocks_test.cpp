@@ -5,14 +5,14 @@ namespace gev::streamchannel::impl {
 namespace {
 
 using namespace test;
-using gvsp_recv_resend_blocks_test = receiver_fixture<gvsp_recv_resend>;
+using GvspRecvResendBlocks = receiver_fixture<gvsp_recv_resend>;
 constexpr uint32_t flushed = frame_flags::flushed;
 
 using ids = std::vector<uint64_t>;
 
 } // namespace
 
-TEST_F(gvsp_recv_resend_blocks_test, frames_skipped_are_recovered_as_far_as_blocks_may_be_open) {
+TEST_F(GvspRecvResendBlocks, frames_skipped_are_recovered_as_far_as_blocks_may_be_open) {
     struct row {
         uint32_t max_open_blocks;
         uint64_t next; // block id behind 1
@@ -44,7 +44,7 @@ TEST_F(gvsp_recv_resend_blocks_test, frames_skipped_are_recovered_as_far_as_bloc
     }
 }
 
-TEST_F(gvsp_recv_resend_blocks_test, leader_of_a_recovered_frame_is_no_restart) {
+TEST_F(GvspRecvResendBlocks, leader_of_a_recovered_frame_is_no_restart) {
     begin({}, {.max_open_blocks = 5});
     whole(1);
     pass(100'000);
@@ -55,7 +55,7 @@ TEST_F(gvsp_recv_resend_blocks_test, leader_of_a_recovered_frame_is_no_restart) 
     EXPECT_EQ(statistics(), (counts{6, 0, 0, 0, 24, 4}));
 }
 
-TEST_F(gvsp_recv_resend_blocks_test, standard_ids_wrap_from_65535_to_1) {
+TEST_F(GvspRecvResendBlocks, standard_ids_wrap_from_65535_to_1) {
     for (const auto& [sent, recovered] :
          {std::pair{ids{65534, 65535, 1, 2}, ids{}}, {{65534, 1}, {65535}}, {{65534, 2}, {1, 65535}}}) {
         begin({}, {.max_open_blocks = 1});
@@ -75,7 +75,7 @@ TEST_F(gvsp_recv_resend_blocks_test, standard_ids_wrap_from_65535_to_1) {
     }
 }
 
-TEST_F(gvsp_recv_resend_blocks_test, stream_joined_in_the_middle_has_lost_nothing) {
+TEST_F(GvspRecvResendBlocks, stream_joined_in_the_middle_has_lost_nothing) {
     // With three blocks only the first two ids can be frames of this stream that went by unseen.
     for (const auto& [first, recovered] :
          {std::pair{1U, 0U}, {2U, 1U}, {3U, 2U}, {4U, 0U}, {501U, 0U}, {65'281U, 0U}, {65'535U, 0U}}) {
@@ -88,7 +88,7 @@ TEST_F(gvsp_recv_resend_blocks_test, stream_joined_in_the_middle_has_lost_nothin
     }
 }
 
-TEST_F(gvsp_recv_resend_blocks_test, too_many_open_blocks_push_the_oldest_out) {
+TEST_F(GvspRecvResendBlocks, too_many_open_blocks_push_the_oldest_out) {
     for (const uint32_t most : {0U, 1U, 2U, 3U, 5U}) {
         const log_capture log;
         begin({}, {.max_open_blocks = most});
@@ -108,7 +108,7 @@ TEST_F(gvsp_recv_resend_blocks_test, too_many_open_blocks_push_the_oldest_out) {
     EXPECT_EQ(delivered(), (ids{1, 2, 3, 4}));
 }
 
-TEST_F(gvsp_recv_resend_blocks_test, reset_starts_ids_and_times_again_and_keeps_the_counts) {
+TEST_F(GvspRecvResendBlocks, reset_starts_ids_and_times_again_and_keeps_the_counts) {
     begin({}, {.max_open_blocks = 1});
     for (const uint64_t block : {65535, 1}) whole(block);
     send(2, {0, 1, 3});
@@ -123,7 +123,7 @@ TEST_F(gvsp_recv_resend_blocks_test, reset_starts_ids_and_times_again_and_keeps_
     EXPECT_EQ(statistics(), (counts{4, 1, 0, 0, 0, 0}));
 }
 
-TEST_F(gvsp_recv_resend_blocks_test, status_packets_give_the_frame_up_or_only_say_so) {
+TEST_F(GvspRecvResendBlocks, status_packets_give_the_frame_up_or_only_say_so) {
     struct row {
         uint32_t status;
         uint32_t packet;
@@ -164,7 +164,7 @@ TEST_F(gvsp_recv_resend_blocks_test, status_packets_give_the_frame_up_or_only_sa
     }
 }
 
-TEST_F(gvsp_recv_resend_blocks_test, given_up_frame_still_waits_for_its_elder_and_may_be_saved_meanwhile) {
+TEST_F(GvspRecvResendBlocks, given_up_frame_still_waits_for_its_elder_and_may_be_saved_meanwhile) {
     send(1, {0, 1, 3, 4, 5});
     send(2, {0, 1, 3, 4, 5});
     pass(17'000);

@@ -7,9 +7,9 @@ namespace {
 
 using namespace test;
 
-using gvsp_recv_resend_test = receiver_fixture<gvsp_recv_resend>;
+using GvspRecvResend = receiver_fixture<gvsp_recv_resend>;
 
-TEST_F(gvsp_recv_resend_test, only_the_start_of_a_range_shrinks_and_three_sends_are_the_limit) {
+TEST_F(GvspRecvResend, only_the_start_of_a_range_shrinks_and_three_sends_are_the_limit) {
     const log_capture log;
     send(1, {0, 4, 5});
     pass(16'666);
@@ -32,7 +32,7 @@ TEST_F(gvsp_recv_resend_test, only_the_start_of_a_range_shrinks_and_three_sends_
     EXPECT_EQ(log.count(". Delivering __INCOMPLETE__ frame, packets-received=5/6, resend-packets-sent=7."), 1U);
 }
 
-TEST_F(gvsp_recv_resend_test, completed_range_is_left_with_a_word_only_when_it_was_asked_for) {
+TEST_F(GvspRecvResend, completed_range_is_left_with_a_word_only_when_it_was_asked_for) {
     for (const bool reordered : {true, false}) {
         const log_capture log;
         begin();
@@ -45,7 +45,7 @@ TEST_F(gvsp_recv_resend_test, completed_range_is_left_with_a_word_only_when_it_w
     }
 }
 
-TEST_F(gvsp_recv_resend_test, number_of_sends_follows_the_parameter) {
+TEST_F(GvspRecvResend, number_of_sends_follows_the_parameter) {
     for (const auto& [retries, sends] : {std::pair{0U, 0U}, {1U, 1U}, {255U, 255U}, {256U, 255U}, {70'000U, 255U}}) {
         begin({}, {.time_per_frame = 1000, .max_retries = retries});
         send(1, {0, 1, 3, 4, 5});
@@ -54,7 +54,7 @@ TEST_F(gvsp_recv_resend_test, number_of_sends_follows_the_parameter) {
     }
 }
 
-TEST_F(gvsp_recv_resend_test, sixty_fifth_range_of_a_block_is_refused) {
+TEST_F(GvspRecvResend, sixty_fifth_range_of_a_block_is_refused) {
     const log_capture log;
     begin({10, 200});
     for (uint32_t packet = 0; packet <= 130; packet += 2) send(1, {packet});
@@ -74,7 +74,7 @@ TEST_F(gvsp_recv_resend_test, sixty_fifth_range_of_a_block_is_refused) {
 
 // Everything behind packet n is lost, the trailer at least; the first request comes with the end deadline. A packet of
 // the tail that comes late is no reason for another round.
-TEST_F(gvsp_recv_resend_test, lost_tail_is_asked_for_once_the_frame_is_overdue) {
+TEST_F(GvspRecvResend, lost_tail_is_asked_for_once_the_frame_is_overdue) {
     for (const bool late : {false, true}) {
         for (uint32_t n = 0; n < trailer_id; ++n) {
             SCOPED_TRACE(testing::Message() << "last " << n << " late " << late);
@@ -95,7 +95,7 @@ TEST_F(gvsp_recv_resend_test, lost_tail_is_asked_for_once_the_frame_is_overdue) 
     }
 }
 
-TEST_F(gvsp_recv_resend_test, nothing_behind_the_trailer_is_asked_for) {
+TEST_F(GvspRecvResend, nothing_behind_the_trailer_is_asked_for) {
     const shape shorter{payload_per_packet, 2};
     for (const uint32_t packet : {0U, 2U, 3U}) feed_one(packet_of(1, packet, shorter));
     pass(100'000);
@@ -103,7 +103,7 @@ TEST_F(gvsp_recv_resend_test, nothing_behind_the_trailer_is_asked_for) {
 }
 
 // The patience with the tail grows to the projected length of the frame.
-TEST_F(gvsp_recv_resend_test, slow_camera_is_not_asked_too_soon) {
+TEST_F(GvspRecvResend, slow_camera_is_not_asked_too_soon) {
     for (const uint32_t packet : {0U, 1U, 2U, 3U}) {
         send(1, {packet});
         if (packet != 3) pass(20'000);
@@ -114,7 +114,7 @@ TEST_F(gvsp_recv_resend_test, slow_camera_is_not_asked_too_soon) {
     EXPECT_EQ(requests, (std::vector<request>{{1, 4, 5}}));
 }
 
-TEST_F(gvsp_recv_resend_test, disabled_resends_end_by_time_alone) {
+TEST_F(GvspRecvResend, disabled_resends_end_by_time_alone) {
     receiver.set_resend_params({.resend_enabled = false});
     send(1, {0, 1, 3, 4});
     pass(66'665);
@@ -125,7 +125,7 @@ TEST_F(gvsp_recv_resend_test, disabled_resends_end_by_time_alone) {
 }
 
 // Times too short for the frame's own gaps: 0 stands for the automatic time, the rest for the shortest one.
-TEST_F(gvsp_recv_resend_test, short_times_lose_no_lossless_frame) {
+TEST_F(GvspRecvResend, short_times_lose_no_lossless_frame) {
     struct row {
         uint64_t time_per_frame;
         uint64_t gap; // between packets
@@ -149,7 +149,7 @@ TEST_F(gvsp_recv_resend_test, short_times_lose_no_lossless_frame) {
 }
 
 // A frame that pauses: its rest is asked for, and each request is answered "not yet available".
-TEST_F(gvsp_recv_resend_test, camera_that_says_not_yet_is_waited_for) {
+TEST_F(GvspRecvResend, camera_that_says_not_yet_is_waited_for) {
     for (const int pause : {1, 6, 10, 1000}) { // half frame times
         begin();
         send(1, {0, 1, 2});
@@ -171,7 +171,7 @@ TEST_F(gvsp_recv_resend_test, camera_that_says_not_yet_is_waited_for) {
 }
 
 // The patience with a gap is half a frame time.
-TEST_F(gvsp_recv_resend_test, automatic_time_follows_the_frames_and_never_exceeds_its_start) {
+TEST_F(GvspRecvResend, automatic_time_follows_the_frames_and_never_exceeds_its_start) {
     struct row {
         uint64_t distance; // of frames
         bool automatic;
@@ -197,7 +197,7 @@ TEST_F(gvsp_recv_resend_test, automatic_time_follows_the_frames_and_never_exceed
 }
 
 // What waited while the thread was away is read at once, or in a few reads, and says nothing of how long frames take.
-TEST_F(gvsp_recv_resend_test, stalls_shorten_no_automatic_time) {
+TEST_F(GvspRecvResend, stalls_shorten_no_automatic_time) {
     struct row {
         uint32_t waiting, at_once;
         uint64_t reading; // microseconds, each time

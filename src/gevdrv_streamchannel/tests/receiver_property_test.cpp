@@ -244,10 +244,10 @@ const std::pair<const char*, traffic> kinds[] = {
 } // namespace
 
 template <class Receiver>
-struct receiver_property_test : testing::Test {};
-TYPED_TEST_SUITE(receiver_property_test, both_receivers, receiver_names);
+struct ReceiverProperty : testing::Test {};
+TYPED_TEST_SUITE(ReceiverProperty, both_receivers, receiver_names);
 
-TYPED_TEST(receiver_property_test, delivers_right_frames_in_order_and_counts_every_one) {
+TYPED_TEST(ReceiverProperty, delivers_right_frames_in_order_and_counts_every_one) {
     constexpr bool resends = std::is_same_v<TypeParam, gvsp_recv_resend>;
     for (const auto& [name, how] : kinds) {
         for (uint32_t seed = 0; seed < 12; ++seed) {

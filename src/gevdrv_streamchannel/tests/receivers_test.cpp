@@ -7,12 +7,12 @@ namespace {
 using namespace test;
 
 template <class Receiver>
-using receivers_test = receiver_fixture<Receiver>;
-TYPED_TEST_SUITE(receivers_test, both_receivers, receiver_names);
+using Receivers = receiver_fixture<Receiver>;
+TYPED_TEST_SUITE(Receivers, both_receivers, receiver_names);
 
 } // namespace
 
-TYPED_TEST(receivers_test, whole_frame_is_delivered_once_with_its_fields) {
+TYPED_TEST(Receivers, whole_frame_is_delivered_once_with_its_fields) {
     for (const bool extended : {false, true}) {
         this->begin({.extended = extended});
         this->send(1, {0, 1, 1, 1});
@@ -37,7 +37,7 @@ TYPED_TEST(receivers_test, whole_frame_is_delivered_once_with_its_fields) {
     }
 }
 
-TYPED_TEST(receivers_test, packet_that_comes_with_other_bytes_changes_none_and_makes_the_frame_incomplete) {
+TYPED_TEST(Receivers, packet_that_comes_with_other_bytes_changes_none_and_makes_the_frame_incomplete) {
     this->send(1, {0, 1, 2});
     this->feed_one(header(1, 3, 1).fill(100, 0xEE));
     this->send(1, {3, 4, 5});
@@ -47,7 +47,7 @@ TYPED_TEST(receivers_test, packet_that_comes_with_other_bytes_changes_none_and_m
     EXPECT_TRUE(this->bytes_right(0));
 }
 
-TYPED_TEST(receivers_test, progress_is_that_of_the_youngest_frame) {
+TYPED_TEST(Receivers, progress_is_that_of_the_youngest_frame) {
     const auto expect = [&](uint64_t serial, uint32_t packets, bool under_way) {
         const frame_progress progress = this->receiver.progress();
         EXPECT_EQ(progress.serial, serial);
@@ -71,7 +71,7 @@ TYPED_TEST(receivers_test, progress_is_that_of_the_youngest_frame) {
     expect(4, 1, false);
 }
 
-TYPED_TEST(receivers_test, lost_leader_is_stood_in_for_by_the_last_one) {
+TYPED_TEST(Receivers, lost_leader_is_stood_in_for_by_the_last_one) {
     this->begin({});
     this->whole(1);
     this->whole(2, 0);
@@ -84,7 +84,7 @@ TYPED_TEST(receivers_test, lost_leader_is_stood_in_for_by_the_last_one) {
     EXPECT_EQ(this->frames[1].timestamp, 0U);
 }
 
-TYPED_TEST(receivers_test, packets_are_counted_by_what_became_of_them) {
+TYPED_TEST(Receivers, packets_are_counted_by_what_became_of_them) {
     this->begin({});
     this->whole(1);
     this->whole(2, 2);
@@ -103,7 +103,7 @@ TYPED_TEST(receivers_test, packets_are_counted_by_what_became_of_them) {
     EXPECT_EQ(stats.packets_late, 3U);
 }
 
-TYPED_TEST(receivers_test, chunks_are_announced_by_the_trailer) {
+TYPED_TEST(Receivers, chunks_are_announced_by_the_trailer) {
     for (const bool extended : {false, true}) {
         this->begin({.extended = extended});
         for (const uint64_t block : {1, 2}) {
@@ -121,7 +121,7 @@ TYPED_TEST(receivers_test, chunks_are_announced_by_the_trailer) {
     }
 }
 
-TYPED_TEST(receivers_test, buffer_smaller_than_the_frame_takes_what_fits) {
+TYPED_TEST(Receivers, buffer_smaller_than_the_frame_takes_what_fits) {
     for (const uint64_t size : {0U, 1U, 99U, 100U, 101U, 250U, 399U}) {
         this->begin({});
         this->buffer_size = size;
@@ -140,7 +140,7 @@ TYPED_TEST(receivers_test, buffer_smaller_than_the_frame_takes_what_fits) {
     }
 }
 
-TYPED_TEST(receivers_test, frame_without_a_buffer_is_counted_only) {
+TYPED_TEST(Receivers, frame_without_a_buffer_is_counted_only) {
     this->begin({});
     this->whole(1);
     this->out_of_buffers = true;
@@ -154,7 +154,7 @@ TYPED_TEST(receivers_test, frame_without_a_buffer_is_counted_only) {
     EXPECT_EQ(this->statistics(), (counts{2, 0, 0, 1, 0, 0}));
 }
 
-TYPED_TEST(receivers_test, revoked_frame_is_forgotten_and_the_rest_goes_on) {
+TYPED_TEST(Receivers, revoked_frame_is_forgotten_and_the_rest_goes_on) {
     this->begin({});
     this->send(1, {0, 1, 2});
     this->send(2, {0});
@@ -170,7 +170,7 @@ TYPED_TEST(receivers_test, revoked_frame_is_forgotten_and_the_rest_goes_on) {
     EXPECT_EQ(this->statistics(), (counts{1, 0, 0, 1, 0, 0}));
 }
 
-TYPED_TEST(receivers_test, flush_returns_every_open_frame_and_setup_starts_over) {
+TYPED_TEST(Receivers, flush_returns_every_open_frame_and_setup_starts_over) {
     this->begin({});
     this->send(1, {0, 1, 3});
     this->send(2, {0});
@@ -190,7 +190,7 @@ TYPED_TEST(receivers_test, flush_returns_every_open_frame_and_setup_starts_over)
     EXPECT_EQ(this->delivered(), std::vector<uint64_t>{1}) << "nothing is remembered";
 }
 
-TYPED_TEST(receivers_test, status_and_garbage_open_nothing) {
+TYPED_TEST(Receivers, status_and_garbage_open_nothing) {
     for (const uint32_t code : {0x800CU, 0x8011U, 0x8001U, 0x0100U | 0x800CU}) this->status(1, 2, code);
     this->feed_one(datagram(3));
     this->feed_one(packet_of(0, 1)); // a test packet
@@ -198,7 +198,7 @@ TYPED_TEST(receivers_test, status_and_garbage_open_nothing) {
     EXPECT_EQ(this->receiver.check_timers(this->now), -1);
 }
 
-TYPED_TEST(receivers_test, frames_of_an_unsupported_form_are_told_once_a_stream) {
+TYPED_TEST(Receivers, frames_of_an_unsupported_form_are_told_once_a_stream) {
     const log_capture log;
     for (int stream = 1; stream <= 2; ++stream) {
         this->begin({});
@@ -212,7 +212,7 @@ TYPED_TEST(receivers_test, frames_of_an_unsupported_form_are_told_once_a_stream)
 }
 
 // Sizes that no camera has: the bitmap follows the id form with the smaller packets.
-TYPED_TEST(receivers_test, extreme_geometry_stays_inside_the_bitmap) {
+TYPED_TEST(Receivers, extreme_geometry_stays_inside_the_bitmap) {
     for (const uint32_t size : {0U, 40U, 49U, 0xFFFFFFFFU}) {
         for (const uint32_t payload : {0U, 0xFFFFFFFEU, 0xFFFFFFFFU}) {
             this->start_over({});

@@ -7,16 +7,16 @@ namespace {
 using namespace test;
 
 template <class Receiver>
-using restart_test = receiver_fixture<Receiver>;
-TYPED_TEST_SUITE(restart_test, both_receivers, receiver_names);
-using restart_resend_test = receiver_fixture<gvsp_recv_resend>;
+using Restart = receiver_fixture<Receiver>;
+TYPED_TEST_SUITE(Restart, both_receivers, receiver_names);
+using RestartResend = receiver_fixture<gvsp_recv_resend>;
 
 constexpr resend_parameters automatic{.auto_time_per_frame = true};
 
 } // namespace
 
 // Rounds of each length; the first or the last frame of each may lack a packet when what follows begins.
-TYPED_TEST(restart_test, every_frame_of_every_round_is_delivered_and_stragglers_open_nothing) {
+TYPED_TEST(Restart, every_frame_of_every_round_is_delivered_and_stragglers_open_nothing) {
     constexpr uint32_t rounds = 4;
     for (const uint64_t length : {1U, 2U, 4U, 5U, 15U, 16U, 17U, 18U, 40U}) {
         for (uint32_t kind = 0; kind < 16; ++kind) {
@@ -54,7 +54,7 @@ TYPED_TEST(restart_test, every_frame_of_every_round_is_delivered_and_stragglers_
 }
 
 // A camera's clock that is set, or runs backwards.
-TYPED_TEST(restart_test, timestamps_that_jump_start_nothing_over) {
+TYPED_TEST(Restart, timestamps_that_jump_start_nothing_over) {
     this->begin();
     uint64_t block = 0;
     for (const uint32_t round : {3U, 0U, UINT32_MAX, 1U, 2U}) {
@@ -70,7 +70,7 @@ TYPED_TEST(restart_test, timestamps_that_jump_start_nothing_over) {
 }
 
 // Without a timestamp only time tells a new frame from a repeat.
-TYPED_TEST(restart_test, repeated_leader_without_timestamp_opens_nothing_for_four_frame_times) {
+TYPED_TEST(Restart, repeated_leader_without_timestamp_opens_nothing_for_four_frame_times) {
     this->begin({.timestamps = false});
     this->whole(1);
     this->now += 4 * 33'333;
@@ -82,7 +82,7 @@ TYPED_TEST(restart_test, repeated_leader_without_timestamp_opens_nothing_for_fou
 }
 
 // A leader that comes late, for a frame that ended without it, is no new frame, however late it is.
-TYPED_TEST(restart_test, late_leader_of_a_frame_that_ended_without_one_opens_nothing) {
+TYPED_TEST(Restart, late_leader_of_a_frame_that_ended_without_one_opens_nothing) {
     for (const uint64_t count : {5U, 30U}) {
         this->begin();
         for (uint64_t block = 1; block <= count; ++block) this->whole(block, block == 2 ? 0 : UINT32_MAX);
@@ -98,7 +98,7 @@ TYPED_TEST(restart_test, late_leader_of_a_frame_that_ended_without_one_opens_not
 }
 
 // Of an open frame, too: this thread was away for longer than any frame takes.
-TYPED_TEST(restart_test, late_leader_of_an_open_frame_completes_it) {
+TYPED_TEST(Restart, late_leader_of_an_open_frame_completes_it) {
     this->begin();
     this->whole(1);
     this->send(2, {1, 3, 4, 5});
@@ -110,7 +110,7 @@ TYPED_TEST(restart_test, late_leader_of_an_open_frame_completes_it) {
     EXPECT_EQ(this->statistics()[0], 3U);
 }
 
-TYPED_TEST(restart_test, stragglers_of_the_round_before_stay_out_of_the_new_one) {
+TYPED_TEST(Restart, stragglers_of_the_round_before_stay_out_of_the_new_one) {
     this->begin({});
     for (uint64_t block = 1; block <= 5; ++block) this->whole(block);
     this->wire.round = 1;
@@ -127,7 +127,7 @@ TYPED_TEST(restart_test, stragglers_of_the_round_before_stay_out_of_the_new_one)
 }
 
 // A round of one frame says nothing of the second id, so the new round begins unnoticed when its first leader is late.
-TYPED_TEST(restart_test, first_leader_that_the_second_frame_overtook_costs_that_frame_nothing) {
+TYPED_TEST(Restart, first_leader_that_the_second_frame_overtook_costs_that_frame_nothing) {
     constexpr bool resends = std::is_same_v<TypeParam, gvsp_recv_resend>;
     for (const auto& [ahead, open] : {std::pair{1U, false}, {3U, false}, {6U, false}, {1U, true}, {6U, true}}) {
         SCOPED_TRACE(testing::Message() << ahead << " the old one open: " << open);
@@ -151,7 +151,7 @@ TYPED_TEST(restart_test, first_leader_that_the_second_frame_overtook_costs_that_
 }
 
 // A frame that lacks a packet has the first id, and so has the next one, whose leader is lost.
-TYPED_TEST(restart_test, packets_of_a_new_round_complete_no_frame_of_the_old_one) {
+TYPED_TEST(Restart, packets_of_a_new_round_complete_no_frame_of_the_old_one) {
     constexpr bool resends = std::is_same_v<TypeParam, gvsp_recv_resend>;
     using packets = std::vector<uint32_t>;
     struct row {
@@ -202,7 +202,7 @@ TYPED_TEST(restart_test, packets_of_a_new_round_complete_no_frame_of_the_old_one
 }
 
 // What the network repeats says nothing against a frame, before its end or behind it.
-TYPED_TEST(restart_test, repeats_leave_a_frame_whole) {
+TYPED_TEST(Restart, repeats_leave_a_frame_whole) {
     for (const bool short_last : {false, true}) {
         this->begin();
         datagram last = packet_of(1, 4, this->wire);
@@ -219,7 +219,7 @@ TYPED_TEST(restart_test, repeats_leave_a_frame_whole) {
 }
 
 // An answer for the last frame of the old round comes just before or within the frame that has its id in the new one.
-TEST_F(restart_resend_test, late_answers_of_the_old_round_are_not_taken_for_the_new_one) {
+TEST_F(RestartResend, late_answers_of_the_old_round_are_not_taken_for_the_new_one) {
     for (const bool within : {false, true}) {
         SCOPED_TRACE(within);
         begin({}, automatic);
@@ -241,7 +241,7 @@ TEST_F(restart_resend_test, late_answers_of_the_old_round_are_not_taken_for_the_
 }
 
 // The frame at the end of a burst lost its leader, and no newer timestamp says that a leader is an old one.
-TEST_F(restart_resend_test, late_leader_of_the_last_frame_opens_nothing) {
+TEST_F(RestartResend, late_leader_of_the_last_frame_opens_nothing) {
     for (const bool timestamps : {false, true}) {
         for (const uint64_t late : {6'000U, 30'000U, 300'000U}) {
             SCOPED_TRACE(late);
@@ -261,7 +261,7 @@ TEST_F(restart_resend_test, late_leader_of_the_last_frame_opens_nothing) {
 
 // A frame that lacked an answer says nothing against the next ones but in that packet's place, for a second; and what
 // is marked is assembled on.
-TEST_F(restart_resend_test, only_what_may_be_an_old_answer_costs_a_frame) {
+TEST_F(RestartResend, only_what_may_be_an_old_answer_costs_a_frame) {
     struct row {
         const char* name;
         std::vector<uint32_t> packets;
@@ -297,7 +297,7 @@ TEST_F(restart_resend_test, only_what_may_be_an_old_answer_costs_a_frame) {
 }
 
 // Of single frames, the one behind a frame without leader gets lost, as it may be that frame's own; no more of them do.
-TEST_F(restart_resend_test, frame_without_leader_keeps_out_no_more_than_the_next_one) {
+TEST_F(RestartResend, frame_without_leader_keeps_out_no_more_than_the_next_one) {
     for (const auto& [own_comes, timestamps] : {std::pair{false, true}, {true, true}, {false, false}, {true, false}}) {
         begin({.timestamps = timestamps});
         whole(1, 0);
@@ -317,7 +317,7 @@ TEST_F(restart_resend_test, frame_without_leader_keeps_out_no_more_than_the_next
 
 // The last frame of the old round lost its leader, whose answer comes around the frame with its id in the new round.
 // What the camera would send again for a frame opened by it were the new round's packets.
-TEST_F(restart_resend_test, late_leader_of_the_old_round_opens_nothing_in_the_new_one) {
+TEST_F(RestartResend, late_leader_of_the_old_round_opens_nothing_in_the_new_one) {
     for (const size_t sent_before : {0U, 2U, 6U}) {
         SCOPED_TRACE(sent_before);
         begin({}, automatic);
@@ -340,7 +340,7 @@ TEST_F(restart_resend_test, late_leader_of_the_old_round_opens_nothing_in_the_ne
 }
 
 // The thread was away for longer than any frame takes, and the frame is open still.
-TEST_F(restart_resend_test, leader_that_an_open_frame_asked_for_is_its_own_after_a_stall) {
+TEST_F(RestartResend, leader_that_an_open_frame_asked_for_is_its_own_after_a_stall) {
     for (const bool timestamps : {true, false}) {
         begin({.timestamps = timestamps}, automatic);
         for (uint64_t block = 1; block <= 20; ++block) {
@@ -357,7 +357,7 @@ TEST_F(restart_resend_test, leader_that_an_open_frame_asked_for_is_its_own_after
 
 // The thread was away before it could ask for the leader, which packets of its frame had overtaken. Where it does not
 // ask, what lacks more than the leader is given up behind the first datagram.
-TYPED_TEST(restart_test, leader_that_a_stall_held_up_behind_its_frame_is_its_own) {
+TYPED_TEST(Restart, leader_that_a_stall_held_up_behind_its_frame_is_its_own) {
     struct row {
         uint32_t ahead;
         bool asks = true;
@@ -383,7 +383,7 @@ TYPED_TEST(restart_test, leader_that_a_stall_held_up_behind_its_frame_is_its_own
 
 // The packet came by itself, or with the answer to another request; its answer comes when the ids have begun anew, and
 // the frame that has its id there may still have lost its leader.
-TEST_F(restart_resend_test, answer_to_a_frame_that_had_become_whole_opens_nothing_in_the_new_round) {
+TEST_F(RestartResend, answer_to_a_frame_that_had_become_whole_opens_nothing_in_the_new_round) {
     begin({}, automatic);
     for (uint64_t block = 1; block <= 20; ++block, now += 1000) whole(block, block == 20 ? 2 : UINT32_MAX);
     pass(100);
@@ -403,7 +403,7 @@ TEST_F(restart_resend_test, answer_to_a_frame_that_had_become_whole_opens_nothin
     EXPECT_EQ(requests, (std::vector<request>{{20, 2, 2}, {20, 0, 0}}));
 }
 
-TEST_F(restart_resend_test, refusal_of_what_the_old_frame_asked_for_gives_up_nothing_of_the_new_one) {
+TEST_F(RestartResend, refusal_of_what_the_old_frame_asked_for_gives_up_nothing_of_the_new_one) {
     for (const uint32_t code : {0x800CU, 0x8012U, 0x8011U}) {
         SCOPED_TRACE(testing::Message() << std::hex << code);
         begin({}, automatic);
@@ -421,7 +421,7 @@ TEST_F(restart_resend_test, refusal_of_what_the_old_frame_asked_for_gives_up_not
     }
 }
 
-TEST_F(restart_resend_test, second_trailer_elsewhere_ends_the_requests) {
+TEST_F(RestartResend, second_trailer_elsewhere_ends_the_requests) {
     send(1, {0, 1, 2, 4, 5});
     feed_one(header(1, 2, 2).u32(1).u32(2));
     pass(100'000);
@@ -430,7 +430,7 @@ TEST_F(restart_resend_test, second_trailer_elsewhere_ends_the_requests) {
 }
 
 // One stray id far ahead loses nothing; frames that are missing in front of one that others follow are lost.
-TYPED_TEST(restart_test, a_jump_of_the_ids_counts_when_it_is_borne_out) {
+TYPED_TEST(Restart, a_jump_of_the_ids_counts_when_it_is_borne_out) {
     constexpr uint64_t recovered = std::is_same_v<TypeParam, gvsp_recv_resend> ? 2 : 0;
     for (const bool extended : {false, true}) {
         for (const uint64_t far : {9U, 40U, 3000U, 60'000U, 65'400U}) {
@@ -450,7 +450,7 @@ TYPED_TEST(restart_test, a_jump_of_the_ids_counts_when_it_is_borne_out) {
 
 constexpr ended_frames::requests leader_alone{.all = {0, 0}, .unanswered = {}};
 
-TEST(ended_frames, a_round_whose_leaders_were_all_asked_for_holds_back_no_new_one) {
+TEST(EndedFrames, a_round_whose_leaders_were_all_asked_for_holds_back_no_new_one) {
     ended_frames ended;
     ended.add(1, {}, 0, {.all = {0, 0}, .unanswered = {0, 0}});
     ended.add(2, {}, 1000, {.all = {0, 0}, .unanswered = {0, 0}});
@@ -459,7 +459,7 @@ TEST(ended_frames, a_round_whose_leaders_were_all_asked_for_holds_back_no_new_on
     EXPECT_EQ(ended.judge(1, 0, &next_round, 50'000, 1000), ended_frames::verdict::restart);
 }
 
-TEST(ended_frames, a_frame_whose_id_begins_a_new_round_late_is_of_the_round_before) {
+TEST(EndedFrames, a_frame_whose_id_begins_a_new_round_late_is_of_the_round_before) {
     ended_frames ended;
     const uint64_t first = 100, next_round = 800, second = 900;
     ended.leader_came(first, 0);
@@ -471,7 +471,7 @@ TEST(ended_frames, a_frame_whose_id_begins_a_new_round_late_is_of_the_round_befo
     EXPECT_TRUE(ended.holds(2)) << "it is not to be asked for again";
 }
 
-TEST(ended_frames, a_second_answer_of_the_round_before_restarts_nothing) {
+TEST(EndedFrames, a_second_answer_of_the_round_before_restarts_nothing) {
     ended_frames ended;
     const uint64_t first = 100, next_round = 500;
     ended.leader_came(first, 0);

@@ -13,7 +13,7 @@ using gds_shared::gigecam_errc;
 namespace boot = gige::gvcp::reg;
 namespace sim = camera_sim::reg;
 
-TEST(gvcp_control, memory_of_any_length_and_alignment) {
+TEST(GvcpControl, memory_of_any_length_and_alignment) {
     const auto cam = start(small_camera(1));
     const auto device = open(*cam);
     ASSERT_TRUE(device);
@@ -37,7 +37,7 @@ TEST(gvcp_control, memory_of_any_length_and_alignment) {
     }
 }
 
-TEST(gvcp_control, status_values_become_errors) {
+TEST(GvcpControl, status_values_become_errors) {
     const auto cam = start(small_camera(1));
     const auto device = open(*cam);
     ASSERT_TRUE(device);
@@ -52,7 +52,7 @@ TEST(gvcp_control, status_values_become_errors) {
     EXPECT_EQ(device->read_text(boot::user_name, 16).value_or(""), "right");
 }
 
-TEST(gvcp_control, privileges) {
+TEST(GvcpControl, privileges) {
     const auto cam = start(small_camera(1));
     auto first = open(*cam, {.access = access_mode::control});
     ASSERT_TRUE(first);
@@ -74,7 +74,7 @@ TEST(gvcp_control, privileges) {
 }
 
 // As when its interface has gone for a moment: to the camera it may still be the controller.
-TEST(gvcp_control, a_lost_session_gives_control_back_and_keeps_it_by_nothing) {
+TEST(GvcpControl, a_lost_session_gives_control_back_and_keeps_it_by_nothing) {
     const auto cam = start(small_camera(1));
     auto lost = open(*cam, {.heartbeat_timeout = milliseconds{600'000}});
     ASSERT_TRUE(lost);
@@ -95,7 +95,7 @@ TEST(gvcp_control, a_lost_session_gives_control_back_and_keeps_it_by_nothing) {
     EXPECT_EQ(next->read_register(boot::privilege).value_or(0), 2U) << "what has become another's is not given back";
 }
 
-TEST(gvcp_control, a_session_that_says_nothing_is_kept) {
+TEST(GvcpControl, a_session_that_says_nothing_is_kept) {
     const auto cam = start(small_camera(1));
     const auto device = open(*cam, {.heartbeat_timeout = milliseconds{1500}});
     ASSERT_TRUE(device);
@@ -105,7 +105,7 @@ TEST(gvcp_control, a_session_that_says_nothing_is_kept) {
 }
 
 // At a rate at which hundreds pass before one is repeated.
-TEST(gvcp_control, events_that_are_lost_on_the_way_come_later_and_none_comes_twice) {
+TEST(GvcpControl, events_that_are_lost_on_the_way_come_later_and_none_comes_twice) {
     constexpr uint16_t count = 4000;
     auto options = small_camera(1);
     options.faults.event_loss = 0.2;

@@ -29,7 +29,7 @@ gige::network_interface loopback() {
     return {};
 }
 
-TEST(gvcp_discovery, finds_cameras_by_broadcast_and_drops_those_that_fell_silent) {
+TEST(GvcpDiscovery, finds_cameras_by_broadcast_and_drops_those_that_fell_silent) {
     auto options = small_camera(1);
     options.user_name = "caf\xE9"; // bytes, not always UTF-8
     const auto one = start(options);
@@ -60,7 +60,7 @@ TEST(gvcp_discovery, finds_cameras_by_broadcast_and_drops_those_that_fell_silent
 }
 
 // Several clients may ask for scans at the same time; a camera has its time to answer all the same.
-TEST(gvcp_discovery, scans_without_a_pause_lose_no_camera_sooner) {
+TEST(GvcpDiscovery, scans_without_a_pause_lose_no_camera_sooner) {
     const auto cam = start(small_camera(1));
     discovery finder{{.networks = false,
                       .addresses = {own_address(1)},
@@ -73,7 +73,7 @@ TEST(gvcp_discovery, scans_without_a_pause_lose_no_camera_sooner) {
     EXPECT_TRUE(find(finder, cam->mac()));
 }
 
-TEST(gvcp_discovery, force_ip_moves_a_camera_and_is_refused_in_use) {
+TEST(GvcpDiscovery, force_ip_moves_a_camera_and_is_refused_in_use) {
     const auto cam = start(small_camera(1));
     {
         const auto device = open(*cam);

@@ -20,7 +20,7 @@ namespace {
 
 using namespace gvcp_master;
 
-TEST(gvcp_document, files_are_those_of_the_folder_and_of_none_by_default) {
+TEST(GvcpDocument, files_are_those_of_the_folder_and_of_none_by_default) {
     const auto cam = start(small_camera(1));
     const auto device = open(*cam);
     ASSERT_TRUE(device);
@@ -104,7 +104,7 @@ private:
     std::thread thread;
 };
 
-TEST(gvcp_document, http_is_the_cameras_own_and_keeps_its_bounds) {
+TEST(GvcpDocument, http_is_the_cameras_own_and_keeps_its_bounds) {
     const uint32_t camera = own_address(1);
     const std::string good = "HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\n";
     struct {

@@ -33,7 +33,7 @@ std::unique_ptr<device_control> open_scripted(device_control::options chosen = {
     return opened ? std::move(*opened) : nullptr;
 }
 
-TEST(scripted_camera, answers_that_are_not_ours_are_passed_over) {
+TEST(ScriptedCamera, answers_that_are_not_ours_are_passed_over) {
     int seen = 0;
     std::optional<camera::request> first;
     const auto foreign = [](camera& self, const camera::request& got) {
@@ -85,7 +85,7 @@ TEST(scripted_camera, answers_that_are_not_ours_are_passed_over) {
     }
 }
 
-TEST(scripted_camera, answers_too_short_are_errors) {
+TEST(ScriptedCamera, answers_too_short_are_errors) {
     camera cam{own_address(1), [](camera& self, const camera::request& got) {
                    if (got.is(command::read_reg, plain)) self.answer(got, status::success, std::array<std::byte, 2>{});
                    std::array<std::byte, 9> three_too_few{};
@@ -103,7 +103,7 @@ TEST(scripted_camera, answers_too_short_are_errors) {
 }
 
 // Each is to take its own time or 300 ms in all, and may not take for ever.
-TEST(scripted_camera, patience_is_granted_and_has_an_end) {
+TEST(ScriptedCamera, patience_is_granted_and_has_an_end) {
     std::atomic<bool> over = false;
     const auto works_on_it = [](camera& self, const camera::request& got) {
         self.ask_for_patience(got, 10'000);
@@ -149,7 +149,7 @@ TEST(scripted_camera, patience_is_granted_and_has_an_end) {
     }
 }
 
-TEST(scripted_camera, blocks_never_touch_memory_as_registers) {
+TEST(ScriptedCamera, blocks_never_touch_memory_as_registers) {
     camera cam{own_address(1), [](camera& self, const camera::request& got) {
                    const bool reg = got.header.code == command::read_reg || got.header.code == command::write_reg;
                    if (!reg || got.word(0) < table) return false;
@@ -167,7 +167,7 @@ TEST(scripted_camera, blocks_never_touch_memory_as_registers) {
     }
 }
 
-TEST(scripted_camera, the_heartbeat_follows_its_register) {
+TEST(ScriptedCamera, the_heartbeat_follows_its_register) {
     for (const bool by_memory : {false, true}) {
         camera cam{own_address(1)};
         cam.set(boot::heartbeat_timeout, 600'000);
@@ -183,7 +183,7 @@ TEST(scripted_camera, the_heartbeat_follows_its_register) {
     }
 }
 
-TEST(scripted_camera, callers_keep_their_time_whatever_the_heartbeat_waits_for) {
+TEST(ScriptedCamera, callers_keep_their_time_whatever_the_heartbeat_waits_for) {
     std::atomic<bool> mute = false;
     camera cam{own_address(1), [&](camera& self, const camera::request& got) {
                    if (got.is(command::write_reg, plain)) self.refuse(got, status::access_denied);
@@ -206,7 +206,7 @@ TEST(scripted_camera, callers_keep_their_time_whatever_the_heartbeat_waits_for) 
 }
 
 // Who asks again at once would be quicker than one that has to wake up first.
-TEST(scripted_camera, callers_take_turns_in_the_order_in_which_they_came) {
+TEST(ScriptedCamera, callers_take_turns_in_the_order_in_which_they_came) {
     const camera mute{own_address(1),
                       [](camera&, const camera::request& got) { return got.is(command::read_reg, plain); }};
     const auto channel = control_channel::open({own_address(1), gige::gvcp::port}, {own_address(250), 0}, {});
@@ -230,7 +230,7 @@ TEST(scripted_camera, callers_take_turns_in_the_order_in_which_they_came) {
     }
 }
 
-TEST(scripted_camera, what_a_caller_is_answered_is_a_heartbeat) {
+TEST(ScriptedCamera, what_a_caller_is_answered_is_a_heartbeat) {
     using clock = std::chrono::steady_clock;
     constexpr auto interval = milliseconds{200};
     std::atomic<bool> under_way = false;
@@ -256,7 +256,7 @@ TEST(scripted_camera, what_a_caller_is_answered_is_a_heartbeat) {
     EXPECT_EQ(too_soon, 0);
 }
 
-TEST(scripted_camera, another_controller_is_noticed_and_a_locked_register_is_none) {
+TEST(ScriptedCamera, another_controller_is_noticed_and_a_locked_register_is_none) {
     enum class taken { seen_by_write, silently_with_switchover, after_it_was_away, exclusively };
     for (const auto how :
          {taken::seen_by_write, taken::silently_with_switchover, taken::after_it_was_away, taken::exclusively}) {
@@ -296,7 +296,7 @@ TEST(scripted_camera, another_controller_is_noticed_and_a_locked_register_is_non
     }
 }
 
-TEST(scripted_camera, control_comes_back_by_the_remembered_port_or_by_patience) {
+TEST(ScriptedCamera, control_comes_back_by_the_remembered_port_or_by_patience) {
     camera cam{own_address(1)};
     cam.set(boot::heartbeat_timeout, 1000);
     // A service that was killed: its socket is gone, the camera still holds it for the controller.
@@ -321,7 +321,7 @@ TEST(scripted_camera, control_comes_back_by_the_remembered_port_or_by_patience) 
     expiry.join();
 }
 
-TEST(scripted_camera, closing_and_stopping_wait_for_no_answer) {
+TEST(ScriptedCamera, closing_and_stopping_wait_for_no_answer) {
     for (const bool stopped : {false, true}) {
         std::promise<void> under_way;
         std::atomic<bool> hold = false;
@@ -354,7 +354,7 @@ TEST(scripted_camera, closing_and_stopping_wait_for_no_answer) {
 }
 
 // The camera gives control, and the opening ends before its answer comes.
-TEST(scripted_camera, an_opening_that_hears_no_answer_keeps_no_control) {
+TEST(ScriptedCamera, an_opening_that_hears_no_answer_keeps_no_control) {
     for (const bool cancelled : {true, false}) {
         std::stop_source opening;
         camera cam{own_address(1), [&](camera& self, const camera::request& got) {
@@ -373,7 +373,7 @@ TEST(scripted_camera, an_opening_that_hears_no_answer_keeps_no_control) {
 }
 
 // Each request is answered in time. Reads have an end that grows with them; what is half written is worse than late.
-TEST(scripted_camera, a_transfer_has_an_end_however_patiently_it_is_answered) {
+TEST(ScriptedCamera, a_transfer_has_an_end_however_patiently_it_is_answered) {
     constexpr milliseconds request{2000}; // as long as a transfer that needs no requests
     struct row {
         const char* name;
@@ -411,7 +411,7 @@ TEST(scripted_camera, a_transfer_has_an_end_however_patiently_it_is_answered) {
     }
 }
 
-TEST(scripted_camera, events_are_asked_for_with_retries_unless_somebody_chose) {
+TEST(ScriptedCamera, events_are_asked_for_with_retries_unless_somebody_chose) {
     for (const uint32_t chosen : {0U, 5U}) {
         camera cam{own_address(1)};
         cam.set(boot::message_channel_count, 1);
@@ -427,7 +427,7 @@ TEST(scripted_camera, events_are_asked_for_with_retries_unless_somebody_chose) {
     }
 }
 
-TEST(scripted_camera, an_events_id_is_forgotten_with_time_and_beyond_what_is_kept) {
+TEST(ScriptedCamera, an_events_id_is_forgotten_with_time_and_beyond_what_is_kept) {
     using std::chrono::seconds;
     const latest_ids::clock::time_point start{};
     latest_ids ids{seconds{2}};
@@ -442,7 +442,7 @@ TEST(scripted_camera, an_events_id_is_forgotten_with_time_and_beyond_what_is_kep
     for (int i = 0; i < 200'000; ++i) ASSERT_TRUE(ids.insert(static_cast<uint16_t>(i % 65535 + 1), later)) << i;
 }
 
-TEST(scripted_camera, events_count_once_and_from_the_camera_alone) {
+TEST(ScriptedCamera, events_count_once_and_from_the_camera_alone) {
     camera cam{own_address(1)};
     cam.set(boot::message_channel_count, 1);
     const auto device = open_scripted();
@@ -496,7 +496,7 @@ discovery::options asking(std::vector<uint32_t> addresses) {
         .networks = false, .addresses = std::move(addresses), .interval = milliseconds{40}, .window = milliseconds{20}};
 }
 
-TEST(scripted_camera, late_discovery_answers_count_and_answers_to_nobody_do_not) {
+TEST(ScriptedCamera, late_discovery_answers_count_and_answers_to_nobody_do_not) {
     std::mutex mutex;
     std::deque<camera::request> waiting;
     camera late{own_address(1), [&](camera& self, const camera::request& got) {
@@ -525,7 +525,7 @@ TEST(scripted_camera, late_discovery_answers_count_and_answers_to_nobody_do_not)
     EXPECT_FALSE(find(finder, own_address(2)));
 }
 
-TEST(scripted_camera, inventions_are_bounded_and_told_of_in_measure) {
+TEST(ScriptedCamera, inventions_are_bounded_and_told_of_in_measure) {
     using clock = std::chrono::steady_clock;
     std::atomic<uint32_t> invented = 0;
     camera liar{own_address(1), [&](camera& self, const camera::request& got) {
@@ -554,7 +554,7 @@ TEST(scripted_camera, inventions_are_bounded_and_told_of_in_measure) {
     EXPECT_EQ(too_soon, 0);
 }
 
-TEST(scripted_camera, who_has_control_is_asked_with_the_search_and_kept) {
+TEST(ScriptedCamera, who_has_control_is_asked_with_the_search_and_kept) {
     std::atomic<bool> silent = false;
     const auto script = [&](camera& self, const camera::request& got) {
         if (!got.is(command::read_reg, boot::privilege)) return false;
