@@ -134,17 +134,6 @@ std::error_code move(service_core& core, const discovery::found_interface& inter
     return error;
 }
 
-// Whether it can stay where it is: asked for twice, a camera must not go to and fro. Keeps the address for it then.
-bool can_stay(service_core& core, const discovery::found_interface& interface, const discovery::found_device& camera,
-              address_turns::turn& turn) {
-    if (!camera.is_reachable() || !camera.answers) return false;
-    if (problem_with(interface.network, camera.address, camera.mask, camera.gateway) != nullptr) return false;
-    const auto is_in = [&](const auto& net) { return net.mask == camera.mask && net.contains(camera.address); };
-    if (std::ranges::none_of(interface.network.subnets, is_in)) return false;
-    const auto known = known_addresses(core, camera.mac);
-    return std::ranges::find(known, camera.address) == known.end() && turn.take(camera.address);
-}
-
 // One that nobody has, kept for the camera while the turn lasts.
 std::expected<gvcp_master::camera_address, std::error_code>
 choose_address(service_core& core, const discovery::found_interface& interface, const discovery::found_device& camera,
@@ -241,8 +230,7 @@ std::error_code run_address_function(service_core& core, const std::string& inte
     if (const auto error = refusal(core, camera.mac, camera, stop)) return error;
 
     gvcp_master::camera_address place{camera.address, camera.mask, camera.gateway, camera.local_address};
-    const bool stays = *function == wanted::dhcp ? camera.is_reachable() : can_stay(core, *interface, camera, turn);
-    if (!stays) {
+    if (*function != wanted::dhcp || !camera.is_reachable()) {
         const auto found = choose_address(core, *interface, camera, turn, stop);
         if (!found) {
             main_logger().warn("No free address for camera {:012X} on {}: {}", camera.mac, interface_name,

@@ -22,8 +22,7 @@ namespace service {
                                             const std::stop_token& stop);
 
 // The device functions by name: a free address until the next start, the same for good, or DHCP from the next start
-// on, with a free address until then for a camera that cannot be reached. One whose address is as good as a free one,
-// of this interface's networks and nobody else's, keeps it. function_not_supported for any other name,
+// on, with a free address until then for a camera that cannot be reached. function_not_supported for any other name,
 // gigecam_errc::not_implemented when the camera does not offer it, address_not_available when no address is free,
 // operation_canceled when stopped.
 [[nodiscard]] std::error_code run_address_function(service_core& core, const std::string& interface_name,
