@@ -124,8 +124,9 @@ explanation why_no_service(const std::string& reason) {
                 "Run as that user, or join its group."};
     }
     struct stat folder {};
-    if (missing != 0 && !place.is_last && (stat(place.path.c_str(), &folder) != 0 || !S_ISDIR(folder.st_mode))) {
-        // A service makes only the last by itself.
+    if (missing != 0 && !of_unit && !place.is_last &&
+        (stat(place.path.c_str(), &folder) != 0 || !S_ISDIR(folder.st_mode))) {
+        // A service makes only the last by itself, and the unit its own.
         return {
             fmt::format("No service runs: there is no folder '{}' ({}).", place.path, place.because),
             fmt::format("mkdir -m 700 '{}', or set ORV_GENTL_RUNTIME_DIR to a folder that is there, for the service "

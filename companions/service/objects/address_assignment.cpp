@@ -179,8 +179,10 @@ std::error_code write_configuration(service_core& core, wanted function, uint64_
 
 } // namespace
 
-std::error_code force_address(service_core& core, const std::string& interface_name, uint64_t mac, uint32_t address,
+std::error_code force_address(service_core& core, const std::string& interface_name, uint64_t device, uint32_t address,
                               uint32_t mask, uint32_t gateway, const std::stop_token& stop) {
+    // As much as the command carries: with more, nobody would be found who holds the camera.
+    const uint64_t mac = device & 0xFFFF'FFFF'FFFF;
     address_turns::turn turn{core.addresses(), mac, stop};
     if (!turn) return canceled();
     const auto interface = find_interface(core, interface_name);

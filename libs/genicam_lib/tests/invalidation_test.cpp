@@ -172,6 +172,18 @@ TEST(Events, ReachPortsAndNodes) {
     EXPECT_FALSE(sut.doc->apply_event(0x9999, {}));
 }
 
+// N stands on the event's port and has a register below that the other node of the event makes invalid.
+TEST(Events, EachNodeOfAnEventInvalidatesAllThatItWouldAlone) {
+    document sut{"Port Ev: EventID 1 | IntReg E: Address 0, Length 1, pPort Ev | Reg R@0"
+                 " | IntSwissKnife Y: pVariable@A E, pVariable@B R, Formula A*0+B | Integer F: EventID 1, Value 0"
+                 " | Integer G: pValue F | Integer N: pInvalidator G, pValue Y"};
+    const std::array data{std::byte{0}};
+    EXPECT_TRUE(sut.doc->apply_event(1, data));
+    script{sut}.run({"N = 0", "[0] := 05", "N = 0"});
+    EXPECT_TRUE(sut.doc->apply_event(1, data));
+    script{sut}.run({"N = 5"});
+}
+
 // A feature with the event's number that stands on a port with it, before and behind that port in the document.
 TEST(Events, CallbacksRunOnceOnTheNewData) {
     const std::string stands_on_a_port = ": pValue S, EventID 1";

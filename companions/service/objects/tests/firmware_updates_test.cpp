@@ -65,7 +65,7 @@ TEST_F(FirmwareUpdates, ASessionLostDuringTheInstallationIsNoRestart) {
 
 // Nothing of the camera itself keeps it from being moved once it restarts.
 TEST_F(FirmwareUpdates, ACameraIsNotMovedWhileOneRunsNorUpdatedWhileItIsMoved) {
-    start_core(1, [](camera_sim::camera_options& options) { options.reboot_ms = 1500; });
+    start_core(1, [](camera_sim::camera_options& options) { options.reboot_ms = 5000; });
     auto& camera = *cameras[0];
     const auto moved = [&] {
         const auto done = interface->force_ip(camera.mac(), own_address(9), 0xFF000000, 0);

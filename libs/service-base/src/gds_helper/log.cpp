@@ -163,7 +163,8 @@ void log_control::set_file(const std::string& path) {
         const auto folder = std::filesystem::absolute(path).parent_path();
         if (as_service && !std::filesystem::is_directory(folder))
             throw std::runtime_error(fmt::format("there is no folder '{}'", folder.string()));
-        if (platform::is_pipe_without_reader(path)) throw std::runtime_error("it is a pipe that nobody reads");
+        const platform::pipe_end until_opened{path};
+        if (until_opened.is_without_reader()) throw std::runtime_error("it is a pipe that nobody reads");
         add_output(file, std::make_shared<spdlog::sinks::basic_file_sink_mt>(path),
                    fmt::format("[%T.%f][{} %9n] [%^%7l%$] [%28s:%-4#] %v", label()));
         if (!header.empty()) {

@@ -127,6 +127,20 @@ TEST_F(Log, APipeThatNobodyReadsIsNoFile) {
     close(reader);
 }
 
+// As `cat` reads one: it waits for somebody who writes, and ends with the last of them.
+TEST_F(Log, WhoWaitsAtAPipeReadsTheLog) {
+    control->set_header("srv: product 1.2");
+    for (int i = 0; i < 20; ++i) {
+        const std::string pipe = make_pipe("read" + std::to_string(i));
+        auto read = std::async(std::launch::async, [&] { return text_of(pipe); });
+        must_not_wait_for(pipe, [&] {
+            for (control->set_file(pipe); !control->has_file(); control->set_file(pipe)) std::this_thread::yield();
+        });
+        control->set_file("");
+        EXPECT_THAT(read.get(), HasSubstr("srv: product 1.2"));
+    }
+}
+
 TEST_F(Log, OutputsComeAndGoUnderUse) {
     control->set_level(0);
     std::atomic<bool> stop{false};

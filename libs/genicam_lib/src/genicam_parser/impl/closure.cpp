@@ -28,6 +28,7 @@ public:
     explicit closure_walk(uint64_t number) : walk(number) {}
 
     void run(std::span<const closure_start> starts) {
+        is_joint = starts.size() > 1;
         for (const auto& [node, first] : starts) {
             mark(*node, sources_walked);
             if (first == closure_start::from::sources) taken.push_back(node);
@@ -84,8 +85,12 @@ private:
             taken[at]->collect_sources(scratch);
             links_looked_at += scratch.size();
             for (IEval* source : scratch) {
-                if (!enter(*source)) continue;
-                mark(*source, sources_walked);
+                if (is_joint) { // one that another start's users brought in has sources of its own all the same
+                    if (!mark(*source, sources_walked)) continue;
+                } else {
+                    if (!enter(*source)) continue;
+                    mark(*source, sources_walked);
+                }
                 taken.push_back(source);
             }
         }
@@ -119,6 +124,7 @@ private:
     }
 
     uint64_t walk;
+    bool is_joint = false; // for several starts
     std::vector<frame> stack;
     std::vector<IEval*> taken; // a stack of ranges, the last belongs to the topmost frame of sources
     std::vector<IEval*> scratch;

@@ -7,13 +7,15 @@
 
 namespace gds_helper::platform {
 
-bool is_pipe_without_reader(const std::filesystem::path& file) noexcept {
+pipe_end::pipe_end(const std::filesystem::path& file) noexcept {
     std::error_code ignored;
-    if (!std::filesystem::is_fifo(file, ignored)) return false;
-    const int end = open(file.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-    if (end < 0) return errno == ENXIO;
-    close(end);
-    return false;
+    if (!std::filesystem::is_fifo(file, ignored)) return;
+    descriptor = open(file.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    nobody_reads = descriptor < 0 && errno == ENXIO;
+}
+
+pipe_end::~pipe_end() {
+    if (descriptor >= 0) close(descriptor);
 }
 
 } // namespace gds_helper::platform
