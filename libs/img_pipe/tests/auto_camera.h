@@ -219,4 +219,14 @@ private:
     bool sent = false;
 };
 
+inline void expose(steered_camera& b, double us) {
+    camera_values v;
+    v.exposure = us;
+    b.set(v);
+}
+
+inline void enable(steered_camera& b, std::initializer_list<block::offset> flags) {
+    for (const block::offset at : flags) b.settings.set_flag(at, true);
+}
+
 } // namespace auto_test
