@@ -57,7 +57,9 @@ public:
     // Whether the new round of such a leader began with a younger frame already, whose id the old one did not have.
     [[nodiscard]] bool is_overtaken(const leader_mark& known, uint64_t leader_timestamp, uint64_t now,
                                     uint64_t frame_time) const noexcept {
+        // Nearer to the newest than to the old one: a clock that starts anew with each acquisition comes near the old.
         return known.timestamp != 0 && known.timestamp < leader_timestamp && leader_timestamp < newest_timestamp &&
+               newest_timestamp - leader_timestamp < 2 * (leader_timestamp - known.timestamp) &&
                elapsed(now, last_leader) < 2 * frame_time;
     }
     [[nodiscard]] static uint64_t elapsed(uint64_t now, uint64_t since) noexcept {
@@ -126,6 +128,7 @@ public:
         if (begins_another(known.leader, elapsed(now, known.ended), *leader_timestamp, frame_time)) {
             if (!is_overtaken(known.leader, *leader_timestamp, now, frame_time)) return verdict::restart;
             leave_behind(known);
+            first_timestamp = *leader_timestamp; // of the round that began unnoticed
             return verdict::unknown;
         }
         // With nothing to compare, so far back, the ids tell more than the time.

@@ -150,6 +150,22 @@ TYPED_TEST(Restart, first_leader_that_the_second_frame_overtook_costs_that_frame
     }
 }
 
+// Then timestamps are nearly those of the round before.
+TYPED_TEST(Restart, a_clock_that_starts_anew_with_each_round_makes_no_leader_an_overtaken_one) {
+    this->begin();
+    const auto frame = [this](uint64_t block, uint64_t timestamp) {
+        this->feed_one(header(block, 1, 0).u32(1).u64(timestamp).u32(0x01080001).u32(100).u32(4).u64(0).u32(0));
+        this->send(block, {1, 2, 3, 4, 5});
+        this->pass(33'000);
+    };
+    for (uint64_t block = 1; block <= 5; ++block) frame(block, 33'333 * block);
+    this->wire.round = 1;
+    for (uint64_t block = 1; block <= 5; ++block) frame(block, block == 1 ? 33'336 : 33'333 * block - 3);
+    EXPECT_EQ(this->delivered(), (std::vector<uint64_t>{1, 2, 3, 4, 5, 1, 2, 3, 4, 5}));
+    EXPECT_EQ(this->flags(), std::vector<uint32_t>(10, 0));
+    EXPECT_TRUE(this->requests.empty());
+}
+
 // A frame that lacks a packet has the first id, and so has the next one, whose leader is lost.
 TYPED_TEST(Restart, packets_of_a_new_round_complete_no_frame_of_the_old_one) {
     constexpr bool resends = std::is_same_v<TypeParam, gvsp_recv_resend>;

@@ -251,8 +251,10 @@ TEST_F(FinishedFunctions, ANewRequestStands) {
 TEST_F(FinishedFunctions, ALensSetByHandStays) {
     camera.locked = 1;
     block().store(block_t::result_focus, int64_t{40});
+    block().set_flag(block_t::focus_request, true);
     block().set_flag(block_t::focus_finished, true);
     exposure_result(500);
+    EXPECT_FALSE(block().flag(block_t::focus_request)) << "the command is done";
     EXPECT_EQ(camera.focus, 0U);
     camera.locked = 0;
     camera.focus = 70;
