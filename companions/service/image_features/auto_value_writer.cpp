@@ -252,14 +252,7 @@ void auto_value_writer::write_number(control which, std::size_t result_at, std::
         unfinished = true; // no try of this one: another has met the silence
         return;
     }
-    const std::error_code error = nodes->write(which, *wanted);
-    if (!judge(function_of, error)) {
-        // What waited for a lock to go would come long after the picture that it was for. A lens is asked for once, the
-        // others again with a later pass.
-        if (which != control::focus && is_hindrance(error) && !nodes->is_silent())
-            block.replace(result_at, result, current);
-        return;
-    }
+    if (!judge(function_of, nodes->write(which, *wanted))) return;
     const double taken = nodes->read(which).value_or(*wanted);
     T value{};
     if constexpr (std::is_integral_v<T>)
