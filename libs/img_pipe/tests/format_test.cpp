@@ -72,6 +72,15 @@ TEST(Formats, ViewsOfTooLittleAreEmptyOrInvalid) {
         bad.plane_data[0].stride = stride;
         EXPECT_FALSE(is_valid(bad)) << stride;
     }
+    for (int plane = 1; plane < 3; ++plane) { // each would fit in the block from its begin on
+        img_descriptor bad = view;
+        bad.plane_data[plane].stride = 8;
+        EXPECT_EQ(is_valid(bad), plane == 1) << "the last one ends behind the block";
+        bad.plane_data[plane] = {data.data() + 96 - 15, 4};
+        EXPECT_FALSE(is_valid(bad)) << plane;
+        bad.plane_data[plane].data = data.data() - 1;
+        EXPECT_FALSE(is_valid(bad)) << plane;
+    }
 }
 
 TEST(Formats, PlanesOfAViewEndWithinItsBytes) {

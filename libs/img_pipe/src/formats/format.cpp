@@ -176,7 +176,11 @@ bool is_valid(const img_descriptor& view) {
         if (p.data == nullptr || stride < 1 || p.stride < stride) return false;
         const std::int32_t lines = view.height / d.planes[plane].vertical_subsampling;
         const std::int64_t bytes = std::int64_t{p.stride} * (lines - 1) + stride;
-        if (bytes > std::int64_t{view.data_size}) return false;
+        // All planes lie in the block that begins with the first. As numbers: they might be of different blocks.
+        const auto first = reinterpret_cast<std::uintptr_t>(view.plane_data[0].data);
+        const auto begin = reinterpret_cast<std::uintptr_t>(p.data);
+        if (begin < first || begin - first > view.data_size) return false;
+        if (bytes > std::int64_t{view.data_size} - static_cast<std::int64_t>(begin - first)) return false;
     }
     return true;
 }
