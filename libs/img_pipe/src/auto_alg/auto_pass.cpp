@@ -127,30 +127,25 @@ bool changes(const iris_params& i, const auto_step& step) { return is_steered(i)
 // The step of those that follow: what stays where it is gets no room for another value.
 auto_step next_step_of_followers(contents& state, controls& c, float light, float wanted) {
     bool exposure_moves = false, gain_moves = false, iris_moves = false; // decided once a pass
+    const auto stays = [](unmoved_control& control, bool& moves, double current, double to) {
+        if (!moves) moves = !control.stays(current, to);
+        return !moves;
+    };
     for (;;) {
         const auto_step step = next_step(c, light, wanted);
         const auto iris = static_cast<double>(c.iris.current);
         bool one_stays = false;
-        if (!exposure_moves && changes(c.exposure, step)) {
-            exposure_moves = !state.exposure.stays(c.exposure.current, step.exposure);
-            if (!exposure_moves) {
-                c.exposure.min = c.exposure.max = std::round(c.exposure.current);
-                one_stays = true;
-            }
+        if (changes(c.exposure, step) && stays(state.exposure, exposure_moves, c.exposure.current, step.exposure)) {
+            c.exposure.min = c.exposure.max = std::round(c.exposure.current);
+            one_stays = true;
         }
-        if (!gain_moves && changes(c.gain, step)) {
-            gain_moves = !state.gain.stays(c.gain.current, step.gain);
-            if (!gain_moves) {
-                c.gain.min = c.gain.max = c.gain.current;
-                one_stays = true;
-            }
+        if (changes(c.gain, step) && stays(state.gain, gain_moves, c.gain.current, step.gain)) {
+            c.gain.min = c.gain.max = c.gain.current;
+            one_stays = true;
         }
-        if (!iris_moves && changes(c.iris, step)) {
-            iris_moves = !state.iris.stays(iris, step.iris);
-            if (!iris_moves) {
-                c.iris.min = c.iris.max = c.iris.current;
-                one_stays = true;
-            }
+        if (changes(c.iris, step) && stays(state.iris, iris_moves, iris, step.iris)) {
+            c.iris.min = c.iris.max = c.iris.current;
+            one_stays = true;
         }
         if (one_stays) continue; // at most once for each
         if (changes(c.exposure, step)) state.exposure.ask(c.exposure.current, step.exposure);
