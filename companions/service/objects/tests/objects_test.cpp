@@ -1,98 +1,21 @@
-// The objects that clients hold, against cameras on loopback: several sessions, equal cameras, bounds, a long life.
+// The objects that clients hold: several sessions, equal cameras, bounds, a long life.
+#include "objects_fixture.h"
+
 #include <camera_sim/firmware_image.h>
 #include <gds_helper/log.h>
-#include <gvcp/tests/test_cameras.h>
-#include <objects/address_assignment.h>
-#include <objects/device_object.h>
-#include <objects/interface_object.h>
 #include <objects/service_object.h>
 #include <support/log_capture.h>
-#include <support/temporary_folder.h>
 
-#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <future>
 #include <set>
 #include <thread>
 
+namespace service {
 namespace {
 
-using namespace gvcp_master;
-using namespace service;
-using gds_shared::gigecam_errc;
-using ipc_rpc::open_access;
 namespace boot = gige::gvcp::reg;
-
-class Objects : public testing::Test {
-protected:
-    static constexpr uint32_t not_listed = 99;
-    struct client {
-        explicit client(const std::shared_ptr<service_core>& core)
-            : session{std::make_shared<client_session>(
-                  [this](uint64_t number) {
-                      if (number < 64) raised |= uint64_t{1} << number;
-                  },
-                  std::nullopt)},
-              interface {
-            core, session, "lo"
-        } {
-        }
-        [[nodiscard]] std::vector<ipc_rpc::device_desc> list() const { return *interface.enum_devices(); }
-        [[nodiscard]] uint32_t state(uint32_t address) const {
-            for (const auto& each : list())
-                if (each.net_info.ip == address) return each.control_state;
-            return not_listed;
-        }
-        [[nodiscard]] std::shared_ptr<device_object> open(uint32_t address, open_access access = open_access::control) {
-            for (const auto& each : list()) {
-                if (each.net_info.ip != address) continue;
-                auto opened = interface.open_device(each.id, access);
-                EXPECT_TRUE(opened) << opened.error().message();
-                return opened ? *opened : nullptr;
-            }
-            ADD_FAILURE() << "no such camera";
-            return nullptr;
-        }
-        std::atomic<uint64_t> raised = 0;
-        std::shared_ptr<client_session> session;
-        interface_object interface;
-    };
-
-    // A camera is listed for seconds though a busy machine keeps it from answering.
-    static discovery::options quick_search() {
-        return {.networks = false, .interval = milliseconds{50}, .window = milliseconds{25}, .misses = 100};
-    }
-    void start_core(std::initializer_list<uint32_t> cameras, discovery::options search = quick_search()) {
-        service_core::options options;
-        options.discovery = std::move(search);
-        options.port_folder = folder;
-        options.image_features = software_features;
-        options.documents = documents;
-        for (const uint32_t n : cameras) options.discovery.addresses.push_back(own_address(n));
-        core = std::make_shared<service_core>(std::move(options));
-        one.emplace(core);
-        other.emplace(core);
-        // Not their number: who looks on all of loopback sees the cameras of tests that run beside this one.
-        const auto listed = [&](uint32_t n) { return one->state(own_address(n)) != not_listed; };
-        ASSERT_TRUE(eventually([&] { return std::ranges::all_of(cameras, listed); }));
-    }
-    // With one camera, that nobody has control of.
-    void start_core_and_camera() {
-        cam = start(small_camera(1));
-        start_core({1});
-    }
-
-    bool software_features = false; // documents are as the cameras have them
-    document_policy documents;
-    const test_support::temporary_folder temporary;
-    const std::filesystem::path& folder = temporary.path;
-    std::unique_ptr<camera_sim::camera> cam;
-    std::shared_ptr<service_core> core;
-    std::optional<client> one, other;
-};
-
-constexpr uint32_t held = ipc_rpc::control_state_held;
 
 TEST_F(Objects, AccessStatesAreEachClientsOwn) {
     start_core_and_camera();
@@ -305,115 +228,6 @@ TEST_F(Objects, EventsThatNobodyFetchesAreBoundedAndTheNewestStay) {
     EXPECT_TRUE(device->take_events().empty());
 }
 
-TEST_F(Objects, NobodysCameraIsMovedUnderHisHands) {
-    cam = start(small_camera(1));
-    auto everywhere = quick_search();
-    everywhere.loopback = true;
-    start_core({1}, everywhere);
-    const uint32_t address = cam->address();
-    std::string id;
-    for (const auto& each : one->list())
-        if (each.net_info.ip == address) id = each.id;
-    const auto all_are_refused = [&](const char* who) {
-        const auto refused_before = cam->stats().requests_refused;
-        const auto forced = one->interface.force_ip(cam->mac(), own_address(9), 0xFF000000, 0);
-        ASSERT_FALSE(forced) << who;
-        EXPECT_EQ(forced.error(), gigecam_errc::access_denied) << who;
-        for (const char* function :
-             {"IPConfigAssignFreeTemporaryIP", "IPConfigAssignFreePersistentIP", "IPConfigDHCPEnable"}) {
-            const auto done = one->interface.execute(id, function);
-            ASSERT_FALSE(done) << who << ' ' << function;
-            EXPECT_EQ(done.error(), gigecam_errc::access_denied) << who << ' ' << function;
-        }
-        EXPECT_EQ(cam->stats().requests_refused, refused_before) << "it did not have to refuse: " << who;
-        EXPECT_EQ(cam->address(), address);
-    };
-    {
-        const auto foreign = ::gvcp_master::open(*cam); // another host's, since the last search perhaps
-        ASSERT_TRUE(foreign);
-        all_are_refused("another host");
-    }
-    {
-        const auto device = other->open(address);
-        all_are_refused("another client of the service");
-    }
-    EXPECT_TRUE(one->interface.force_ip(cam->mac(), own_address(9), 0xFF000000, 0));
-}
-
-// What a client has open may be missing in the list that the request is made for.
-TEST_F(Objects, ACameraThatIsHeldAndNotListedIsNotMoved) {
-    std::atomic<bool> hidden = false;
-    const scripted_camera shy{own_address(1), [&](scripted_camera&, const scripted_camera::request& got) {
-                                  return got.header.code == gige::gvcp::command::discovery && hidden;
-                              }};
-    start_core({1});
-    const uint64_t mac = one->list().front().net_info.mac_address;
-    const auto device = other->open(own_address(1));
-    ASSERT_TRUE(device);
-    hidden = true;
-    ASSERT_TRUE(eventually([&] { return one->list().empty(); }));
-    EXPECT_EQ(one->interface.force_ip(mac, own_address(9), 0xFF000000, 0).error(), gigecam_errc::access_denied);
-}
-
-// The search for a free address takes its time, in which others open the camera.
-TEST_F(Objects, ACameraThatIsTakenMeanwhileIsNotMoved) {
-    std::atomic<bool> asked = false;
-    const gige::endpoint another{own_address(8), 1};
-    scripted_camera taken{own_address(1), [&](scripted_camera& self, const scripted_camera::request& got) {
-                              if (!got.is(gige::gvcp::command::read_reg, boot::privilege) || asked.exchange(true))
-                                  return false;
-                              self.serve(got); // nobody's yet
-                              self.hand_control_to(another);
-                              self.set(boot::privilege, gige::gvcp::bits::control);
-                              return true;
-                          }};
-    asked = true; // by the search
-    start_core({1}, {.networks = false, .interval = std::chrono::hours{1}, .window = milliseconds{25}});
-    const auto camera = [&] { return core->discovery().list().front().devices.front(); };
-    ASSERT_TRUE(eventually([&] { return core->discovery().scan(milliseconds{5000}) && camera().answers; }));
-    asked = false;
-    const auto done = one->interface.force_ip(camera().mac, own_address(9), 0xFF000000, 0);
-    ASSERT_FALSE(done);
-    EXPECT_EQ(done.error(), gigecam_errc::access_denied);
-    EXPECT_TRUE(asked);
-}
-
-TEST_F(Objects, ACameraThatIsBeingMovedIsNotOpened) {
-    start_core_and_camera();
-    const std::string id = one->list().front().id;
-    {
-        const address_turns::turn turn{core->addresses(), cam->mac(), {}};
-        const auto opened = one->interface.open_device(id, open_access::control);
-        ASSERT_FALSE(opened);
-        EXPECT_EQ(opened.error(), gigecam_errc::busy);
-        EXPECT_EQ(cam->peek(boot::privilege), 0U);
-        EXPECT_TRUE(one->interface.open_device(id, open_access::read_only)) << "who reads has nothing to lose";
-    }
-    EXPECT_TRUE(one->interface.open_device(id, open_access::control));
-}
-
-// In the moment in which both begin, one of them is to have it.
-TEST_F(Objects, ACameraThatIsBeingOpenedIsNotMoved) {
-    std::future<std::error_code> moving;
-    std::atomic<bool> asked = false;
-    std::atomic<uint64_t> mac = 0;
-    scripted_camera wanted{own_address(1), [&](scripted_camera&, const scripted_camera::request& got) {
-                               if (!got.is(gige::gvcp::command::write_reg, boot::privilege) || asked) return false;
-                               moving = std::async(std::launch::async, [&] {
-                                   const auto done = other->interface.force_ip(mac, own_address(9), 0xFF000000, 0);
-                                   return done ? std::error_code{} : done.error();
-                               });
-                               moving.wait(); // it need not ask the camera
-                               asked = true;
-                               return false;
-                           }};
-    start_core({1});
-    mac = one->list().front().net_info.mac_address;
-    EXPECT_TRUE(one->open(own_address(1)));
-    ASSERT_TRUE(asked);
-    EXPECT_EQ(moving.get(), gigecam_errc::busy);
-}
-
 // Its end waits for the camera, which has given control to the next one already.
 TEST_F(Objects, TheLateEndOfASessionTakesNothingFromTheNext) {
     std::mutex mutex;
@@ -544,16 +358,6 @@ TEST_F(Objects, ACameraThatWasWaitedForIsLookedAtBeforeItIsUsed) {
     EXPECT_FALSE(camera.controller()) << "and given back";
 }
 
-TEST_F(Objects, AfterForceIpTheListHasTheNewAddress) {
-    cam = start(small_camera(1));
-    start_core({1}, {.networks = false,
-                     .loopback = true, // finds it wherever it is
-                     .interval = std::chrono::hours{1},
-                     .window = milliseconds{300}});
-    EXPECT_TRUE(one->interface.force_ip(cam->mac(), own_address(2), 0xFF000000, 0));
-    EXPECT_EQ(one->state(own_address(2)), 0U);
-}
-
 // Two cameras that say that they have one address: whoever opened the one could get the other.
 TEST_F(Objects, CamerasThatCannotBeReachedAreListedAndLeftAlone) {
     scripted_camera twins{own_address(1), [](scripted_camera& self, const scripted_camera::request& got) {
@@ -626,3 +430,4 @@ TEST_F(Objects, AnAbandonedDeviceWaitsForNothing) {
 }
 
 } // namespace
+} // namespace service
