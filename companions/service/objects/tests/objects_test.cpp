@@ -3,6 +3,7 @@
 
 #include <camera_sim/firmware_image.h>
 #include <gds_helper/log.h>
+#include <objects/address_assignment.h>
 #include <objects/service_object.h>
 #include <support/log_capture.h>
 
