@@ -129,7 +129,8 @@ const script_case number_values[] = {
      " | Float NoIndex: pIndex Z, ValueDefault 1 | Float NoDefault: pIndex Sel | Float Bad: pIndex Where, ValueDefault "
      "1",
      {"F = 1.5", "Sel := 4", "F = 4", "NoIndex ! not_implemented", "NoIndex := 1 ! not_implemented",
-      "NoDefault ! not_implemented", "breaks", "Bad ! timeout", "Bad := 1 ! timeout"}},
+      "NoDefault ! not_implemented", "breaks", "Bad ! timeout", "Bad := 1 ! timeout", "Bad.min ! timeout",
+      "Bad.max ! timeout", "Bad.inc ! timeout", "Bad.set ! timeout"}},
 };
 INSTANTIATE_TEST_SUITE_P(Numbers, Document, ::testing::ValuesIn(number_values), case_name{});
 

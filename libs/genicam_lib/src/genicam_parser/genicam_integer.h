@@ -25,7 +25,8 @@ public:
     [[nodiscard]] result<int64_t> get_max(unsigned flags) const override;
 
 private:
-    [[nodiscard]] INode* value_source(unsigned) const override { return target; }
+    [[nodiscard]] result<INode*> value_source(unsigned) const override { return target; }
+    [[nodiscard]] result<int64_t> limit_of_targets(limit which, unsigned flags) const;
 
     INode* target = nullptr;             // "pValue"
     arena_vector<INode*, 2> all_targets; // "pValue" and every "pValueCopy"
