@@ -118,6 +118,10 @@ const script_case number_values[] = {
     {"IndexChoosesTheFirstEqualElseTheDefault",
      "Integer Sel: Value 1 | Integer T: Value 100, Min 50, Max 200, Inc 10, Unit T"
      " | Integer N: pIndex Sel, ValueIndexed@1 10, ValueIndexed@1 11, ValueIndexed@0x2 20, pValueIndexed@3 T,"
+    {"CopiesToWhatHasNoLimitsKeepThoseOfTheOthers",
+     "Integer N: pValueCopy E, pValue R, pValueCopy Top | IntReg R: Address 0, Length 1 | Reg Most@4: Cachable NoCache"
+     " | Enumeration E: EnumEntry@On {Value 3}, Value 3 | Integer Top: Value 0, Min 1, pMax Most",
+     {"[4] := 2c 01", "N.min = 1", "N.max = 255", "N := 300 ! value_out_of_range", "breaks", "N.max ! timeout"}},
      " ValueDefault -1",
      {"N = 10",     "N.min = lowest", "Sel := 2", "N = 20",    "Sel := 99",
       "N = -1",     "N.unit = ",      "Sel := 3", "N = 100",   "N.min = 50",

@@ -21,8 +21,12 @@ public:
     [[nodiscard]] std::error_code set_val(int64_t value, unsigned flags) override;
     [[nodiscard]] result<int64_t> get_val(unsigned flags) const override;
     // Without limits of its own: what all targets accept.
-    [[nodiscard]] result<int64_t> get_min(unsigned flags) const override;
-    [[nodiscard]] result<int64_t> get_max(unsigned flags) const override;
+    [[nodiscard]] result<int64_t> get_min(unsigned flags) const override {
+        return min.is_absent() ? limit_of_targets(limit::min, flags) : integer_feature::get_min(flags);
+    }
+    [[nodiscard]] result<int64_t> get_max(unsigned flags) const override {
+        return max.is_absent() ? limit_of_targets(limit::max, flags) : integer_feature::get_max(flags);
+    }
 
 private:
     [[nodiscard]] result<INode*> value_source(unsigned) const override { return target; }

@@ -36,6 +36,9 @@ template <class T>
 template <class T>
 [[nodiscard]] std::error_code check_value(const number_interface<T>& node, T value, unsigned flags);
 
+// Whether the error of a limit or set says that there is none: the node has none, or the camera does not implement it.
+[[nodiscard]] bool is_absent(const std::error_code& error) noexcept;
+
 // The target's set of values as T. not_implemented for anything but a number.
 template <class T>
 [[nodiscard]] result<std::vector<T>> valid_values_of(INode& node, unsigned flags);
