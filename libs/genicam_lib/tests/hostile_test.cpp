@@ -408,23 +408,5 @@ TEST(Hostile, DenseGraphsLoadAndWrite) {
     script{sut}.run({"Hub := 1", "N7 := 1"});
 }
 
-TEST(Hostile, EveryTruncationOfADocumentEnds) {
-    const std::string text =
-        "<?xml version=\"1.0\"?><R><Group><Integer Name=\"A\"><pValue>B</pValue><pSelected>C</pSelected></Integer>"
-        "<IntReg Name=\"B\"><Address>0</Address><pIndex Offset=\"4\">C</pIndex><Length>4</Length><pPort>P</pPort>"
-        "</IntReg><Integer Name=\"C\"><Value>1</Value></Integer><IntSwissKnife Name=\"K\"><pVariable Name=\"V\">A"
-        "</pVariable><Formula>V*2</Formula></IntSwissKnife></Group><Port Name=\"P\"/></R>";
-    int loaded = 0;
-    for (std::size_t cut = 0; cut <= text.size(); ++cut) {
-        const auto doc = create_document(std::string_view{text}.substr(0, cut));
-        if (doc == nullptr) continue;
-        ++loaded;
-        doc->for_each_node([](INode* node) {
-            if (auto* integer = node_cast<IInteger>(node)) (void)integer->get_val(0);
-        });
-    }
-    EXPECT_EQ(loaded, 1);
-}
-
 } // namespace
 } // namespace GenICam::testing
