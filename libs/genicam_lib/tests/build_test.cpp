@@ -175,14 +175,6 @@ TEST(Build, NamesTakenKeepTheFirstAndPortsAreFoundAnyway) {
     EXPECT_THAT(doc->find<IInteger>("R")->get_val(0), Gives(7));
 }
 
-TEST(Build, ManyNamesAreFound) {
-    std::string nodes;
-    for (int i = 0; i < 3000; ++i) nodes += "Integer N" + std::to_string(i) + ": Value " + std::to_string(i) + " | ";
-    const document sut{nodes};
-    for (int i = 0; i < 3000; i += 7) EXPECT_THAT(sut.integer("N" + std::to_string(i)).get_val(0), Gives(i));
-    EXPECT_EQ(sut.doc->find_node("N3000"), nullptr);
-}
-
 TEST(Build, StreamableNodesAreListed) {
     log_capture log;
     const document sut{"Integer A: Value 1, Streamable Yes | Integer B: Value 1, Streamable No"

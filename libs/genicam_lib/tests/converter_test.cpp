@@ -173,9 +173,12 @@ const script_case converters[] = {
     {"OtherResultsBeyondTheTargetStay",
      numbers + "IntReg R: Address 0, Length 1 | " +
          converter("IntConverter C", "(FROM > 127) ? FROM - 256 : FROM", "TO", "R", ", Slope Varying") +
-         converter("Converter F", "FROM*2", "TO/2", "Seven", ", Slope Varying"),
-     {"C := -5", "[0] = fb", "C = -5", "C := -1", "[0] = ff", "F := 200 ! value_out_of_range", "Seven = 7",
-      "C/no_range_check := 300", "[0] = 2c"}},
+         converter("Converter F", "FROM*2", "TO/2", "Seven", ", Slope Varying") +
+         converter("Converter Fine", "((FROM > 0x7FFF) ? FROM - 0x10000 : FROM) * 0.000001", "TO*1000000", "Long",
+                   ", Slope Varying") +
+         "IntReg Long: Address 2, Length 2",
+     {"Fine := -0.000003", "[2] = ff fd", "C := -5", "[0] = fb", "C = -5", "C := -1", "[0] = ff",
+      "F := 200 ! value_out_of_range", "Seven = 7", "C/no_range_check := 300", "[0] = 2c"}},
     {"OneArgumentRound",
      "Float T: Value 0 | " + converter("Converter C", "ROUND(FROM/2)", "ROUND(TO*2)", "T"),
      {"C := -1.25", "T = -3", "C = -2"}},

@@ -308,21 +308,6 @@ TEST(Formula, HostileTextsEnd) {
     EXPECT_EQ(run(long_choice + "0")->to_integer(), 7);
 }
 
-// Each expression doubles the one before: expanded without a bound this would be 2^64 tokens.
-TEST(Formula, DoublingExpressionsHitTheLimit) {
-    compiled_formula_data last = compile_formula("1", {}).value();
-    for (int n = 0; n < 64; ++n) {
-        auto next = compile_formula("L + L", [&](std::string_view) { return lookup_func_result_t{&last}; });
-        if (!next) {
-            EXPECT_EQ(next.error(), genicam_errc::bad_formula);
-            EXPECT_GT(n, 8);
-            return;
-        }
-        last = std::move(*next);
-    }
-    FAIL() << "no limit";
-}
-
 } // namespace
 
 } // namespace math_parser

@@ -176,6 +176,13 @@ private:
             return node.get_access_mode() == named(modes, wanted) ? "" : "another mode";
         }
         if (property == ".available") return difference_of(node.is_available(), wanted);
+        if (property == ".sources") {
+            std::vector<INode*> sources;
+            node.get_source_nodes(sources);
+            std::string names;
+            for (const INode* source : sources) names += (names.empty() ? "" : " ") + std::string{source->get_name()};
+            return same(names, wanted);
+        }
         if (property == ".fault") return same(std::string{node.get_fault()}, wanted);
         if (auto* integer = node_cast<IInteger>(&node)) return read_number(*integer, property, wanted, flags);
         if (auto* real = node_cast<IFloat>(&node)) return read_number(*real, property, wanted, flags);

@@ -154,10 +154,4 @@ struct case_name {
     }
 };
 
-// <IntReg> of 4 bytes at an address, with extra elements.
-[[nodiscard]] inline std::string int_reg(const std::string& name, int address, const std::string& more = "") {
-    return "<IntReg Name=\"" + name + "\"><Address>" + std::to_string(address) +
-           "</Address><Length>4</Length><pPort>Device</pPort><Endianess>LittleEndian</Endianess>" + more + "</IntReg>";
-}
-
 } // namespace GenICam::testing

@@ -80,6 +80,10 @@ const script_case number_values[] = {
      "Integer I: Value 1 | Float F: Value 1 | Integer P: pValue F | Float Q: pValue I",
      {"I.min = lowest", "I.max = highest", "I.inc = 1", "F.min = -1.7976931348623157e308", "F.inc ! not_implemented",
       "F.max = 1.7976931348623157e308", "P.max = highest", "Q.max = 9223372036854775808", "Q.inc = 1"}},
+    {"SourcesAreWhatTheValueIsComputedFrom",
+     "IntSwissKnife Lock: pVariable@A Sel, pVariable@B Knob, Formula A + B | Integer Sel: pValue R, pSelected Gain"
+     " | Integer Knob: Value 0 | Integer Gain: Value 0 | Integer Other: Value 0, pInvalidator Knob | Reg R@0",
+     {"Lock.sources = Sel Knob R"}},
     {"ConstantsAreNeverWritten",
      "Integer I: Value 0x10, ImposedAccessMode RO | Float F: Value 1.5, ImposedAccessMode RO",
      {"I := 1 ! access_denied", "I/no_access_check := 1 ! access_denied",
@@ -114,6 +118,10 @@ const script_case number_values[] = {
      " | Integer Bad: pValue Z, pValueCopy Z",
      {"N.min = 1", "N.max = 40", "N := 7", "N = 7", "B = 7", "C/no_access_check = 7", "N := 45 ! value_out_of_range",
       "Late := 3 ! access_denied", "A = 3", "B = 7", "Bad := 1 ! not_implemented", "Bad ! not_implemented"}},
+    {"CopiesToWhatHasNoLimitsKeepThoseOfTheOthers",
+     "Integer N: pValueCopy E, pValue R, pValueCopy Top | IntReg R: Address 0, Length 1 | Reg Most@4: Cachable NoCache"
+     " | Enumeration E: EnumEntry@On {Value 3}, Value 3 | Integer Top: Value 0, Min 1, pMax Most",
+     {"[4] := 2c 01", "N.min = 1", "N.max = 255", "N := 300 ! value_out_of_range", "breaks", "N.max ! timeout"}},
     // A constant may be written; each index keeps its own.
     {"IndexChoosesTheFirstEqualElseTheDefault",
      "Integer Sel: Value 1 | Integer T: Value 100, Min 50, Max 200, Inc 10, Unit T"
@@ -129,7 +137,8 @@ const script_case number_values[] = {
      " | Float NoIndex: pIndex Z, ValueDefault 1 | Float NoDefault: pIndex Sel | Float Bad: pIndex Where, ValueDefault "
      "1",
      {"F = 1.5", "Sel := 4", "F = 4", "NoIndex ! not_implemented", "NoIndex := 1 ! not_implemented",
-      "NoDefault ! not_implemented", "breaks", "Bad ! timeout", "Bad := 1 ! timeout"}},
+      "NoDefault ! not_implemented", "breaks", "Bad ! timeout", "Bad := 1 ! timeout", "Bad.min ! timeout",
+      "Bad.max ! timeout", "Bad.inc ! timeout", "Bad.set ! timeout"}},
 };
 INSTANTIATE_TEST_SUITE_P(Numbers, Document, ::testing::ValuesIn(number_values), case_name{});
 

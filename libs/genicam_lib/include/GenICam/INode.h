@@ -62,7 +62,7 @@ public:
     [[nodiscard]] virtual std::span<INode* const> get_selecting_nodes() const noexcept = 0;
     // Everything whose value or state may change with this node, breadth first, each once, this node not among them.
     virtual void get_dependent_nodes(std::vector<INode*>& out) = 0;
-    // Everything that this node's value or state is computed from, in the same order: what it reads, what that reads.
+    // Everything that this node's value is computed from, in the same order: what it reads, what that reads.
     virtual void get_source_nodes(std::vector<INode*>& out) = 0;
     [[nodiscard]] virtual INode* get_is_locked_node() const noexcept = 0;
     // Why the node cannot work, where the document is at fault: the formulas that do not compile, with their text, node

@@ -23,7 +23,7 @@ public:
     // The features this node selects.
     [[nodiscard]] virtual std::span<INode* const> get_selected() const noexcept = 0;
     [[nodiscard]] virtual IncMode_t get_inc_mode() const = 0;
-    // Ascending values within min and max; not_implemented when no set is in force.
+    // Ascending values within min and max, a converter's in its target's order; not_implemented without a set in force.
     [[nodiscard]] virtual result<std::vector<int64_t>> get_valid_value_set(unsigned flags) const = 0;
 
 protected:
@@ -34,7 +34,7 @@ class IFloat : public INode {
 public:
     static constexpr NodeType_t type = NodeType_t::Float;
 
-    // A value up to 1e-5 outside the limits is accepted and stored as given.
+    // A value up to 1e-5 outside the limits is accepted as given; a converter over an integer writes that one's limit.
     [[nodiscard]] virtual std::error_code set_val(double value, unsigned flags) = 0;
     [[nodiscard]] virtual result<double> get_val(unsigned flags) const = 0;
     [[nodiscard]] virtual result<double> get_min(unsigned flags) const = 0;

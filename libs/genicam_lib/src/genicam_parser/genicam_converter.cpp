@@ -90,17 +90,26 @@ std::error_code converter_impl::write(tValue value, unsigned flags) const {
 
 int64_t converter_impl::within_target(int64_t wanted, tValue value, unsigned flags) const {
     if (formula_from.empty()) return wanted;
-    for (const limit which : {limit::min, limit::max}) {
-        const auto bound = get_eval_limit<int64_t>(*value_node, which, flags);
-        if (!bound || (which == limit::min ? wanted >= *bound : wanted <= *bound)) continue;
-        const auto shown = variables.exec_formula(formula_from, flags, variables.coerced(*bound));
-        if (!shown) continue;
-        const bool is_rounded = value.is_integer()
-                                    ? shown->to_integer() == value.to_integer()
-                                    : std::fabs(shown->to_double() - value.to_double()) < limit_tolerance;
-        if (is_rounded) return *bound;
-    }
-    return wanted;
+    const auto lowest = get_eval_limit<int64_t>(*value_node, limit::min, flags);
+    const auto highest = get_eval_limit<int64_t>(*value_node, limit::max, flags);
+    const bool is_below = lowest && wanted < *lowest;
+    if (!is_below && !(highest && wanted > *highest)) return wanted;
+    // How far from the value the node is with this in the target.
+    const auto distance = [&](int64_t raw) {
+        const auto shown = variables.exec_formula(formula_from, flags, variables.coerced(raw));
+        if (!shown || (value.is_integer() && shown->to_integer() != value.to_integer())) return HUGE_VAL;
+        return value.is_integer() ? 0 : std::fabs(shown->to_double() - value.to_double());
+    };
+    const int64_t bound = is_below ? *lowest : *highest;
+    const double off = distance(bound);
+    if (!(off < limit_tolerance)) return wanted;
+    // The low bytes, as a register over all its values reads them again.
+    const uint64_t values =
+        lowest && highest ? static_cast<uint64_t>(*highest) - static_cast<uint64_t>(*lowest) + 1 : 0;
+    if (values == 0) return bound;
+    const uint64_t above = (static_cast<uint64_t>(wanted) - static_cast<uint64_t>(*lowest)) % values;
+    const int64_t kept = static_cast<int64_t>(static_cast<uint64_t>(*lowest) + above);
+    return distance(kept) < off ? wanted : bound;
 }
 
 result<converter_impl::converted_limit> converter_impl::from_target_limit(limit which, unsigned flags) const {

@@ -21,7 +21,8 @@ public:
     // Intended: a value that is rounded to a limit of an integer target, or lies within the tolerance beyond it, writes
     // the limit. The formula's result for it lies beyond, and registers, which check nothing, would take its low bytes:
     // FROM*0.5 over one byte reads 255 as 128, of which TO*2 makes 256, written as 0. What else is beyond the target's
-    // limits goes to the target as it is; documents that count on the bytes of a negative number do exist.
+    // limits goes to the target as it is, and so does what its low bytes show better than the limit: documents that
+    // count on the bytes of a negative number do exist.
     [[nodiscard]] std::error_code write(math_parser::tValue value, unsigned flags) const;
     // The node's limit by the target's, as far as the slope tells; nothing for a varying slope, and for a target
     // without the limit that counts: formulas wrap, so the type's extreme cannot be converted.

@@ -35,30 +35,18 @@ std::error_code integer_pValueCopy_type::set_val(int64_t value, unsigned flags) 
     return {};
 }
 
-result<int64_t> integer_pValueCopy_type::get_min(unsigned flags) const {
+// A target without a limit, as an enumeration, leaves those of the others.
+result<int64_t> integer_pValueCopy_type::limit_of_targets(limit which, unsigned flags) const {
     const eval_scope steps;
     if (!steps) return eval_scope::error();
-    if (!min.is_absent()) return min.get(flags);
-    int64_t largest = std::numeric_limits<int64_t>::min();
+    using limits = std::numeric_limits<int64_t>;
+    int64_t tightest = which == limit::min ? limits::min() : limits::max();
     for (INode* node : all_targets.view()) {
-        const auto theirs = get_eval_limit<int64_t>(*node, limit::min, flags);
-        if (!theirs) return theirs;
-        largest = std::max(largest, *theirs);
+        const auto theirs = get_eval_limit<int64_t>(*node, which, flags);
+        if (!theirs && !is_absent(theirs.error())) return theirs;
+        if (theirs) tightest = which == limit::min ? std::max(tightest, *theirs) : std::min(tightest, *theirs);
     }
-    return largest;
-}
-
-result<int64_t> integer_pValueCopy_type::get_max(unsigned flags) const {
-    const eval_scope steps;
-    if (!steps) return eval_scope::error();
-    if (!max.is_absent()) return max.get(flags);
-    int64_t smallest = std::numeric_limits<int64_t>::max();
-    for (INode* node : all_targets.view()) {
-        const auto theirs = get_eval_limit<int64_t>(*node, limit::max, flags);
-        if (!theirs) return theirs;
-        smallest = std::min(smallest, *theirs);
-    }
-    return smallest;
+    return tightest;
 }
 
 } // namespace GenICam::impl

@@ -21,11 +21,16 @@ public:
     [[nodiscard]] std::error_code set_val(int64_t value, unsigned flags) override;
     [[nodiscard]] result<int64_t> get_val(unsigned flags) const override;
     // Without limits of its own: what all targets accept.
-    [[nodiscard]] result<int64_t> get_min(unsigned flags) const override;
-    [[nodiscard]] result<int64_t> get_max(unsigned flags) const override;
+    [[nodiscard]] result<int64_t> get_min(unsigned flags) const override {
+        return min.is_absent() ? limit_of_targets(limit::min, flags) : integer_feature::get_min(flags);
+    }
+    [[nodiscard]] result<int64_t> get_max(unsigned flags) const override {
+        return max.is_absent() ? limit_of_targets(limit::max, flags) : integer_feature::get_max(flags);
+    }
 
 private:
-    [[nodiscard]] INode* value_source(unsigned) const override { return target; }
+    [[nodiscard]] result<INode*> value_source(unsigned) const override { return target; }
+    [[nodiscard]] result<int64_t> limit_of_targets(limit which, unsigned flags) const;
 
     INode* target = nullptr;             // "pValue"
     arena_vector<INode*, 2> all_targets; // "pValue" and every "pValueCopy"

@@ -2,8 +2,8 @@
 
 #include "impl/log.h"
 
+#include <algorithm>
 #include <bit>
-#include <cstdlib>
 
 namespace GenICam::impl {
 
@@ -23,14 +23,12 @@ bit_field::bit_field(bit_range bits, uint64_t length, Endianess_t order) noexcep
     const auto inside = [&](int64_t bit) { return bit >= 0 && bit < register_bits; };
     // Bits outside the register leave an empty field: it reads 0 and changes nothing.
     if (!inside(bits.lsb) || !inside(bits.msb)) return;
-    width = static_cast<unsigned>(std::abs(bits.msb - bits.lsb) + 1);
-    if (order == Endianess_t::LittleEndian) {
-        shift = static_cast<unsigned>(bits.lsb);
-        for (int64_t i = bits.lsb; i <= bits.msb; ++i) mask |= uint64_t{1} << i;
-    } else {
-        shift = static_cast<unsigned>(register_bits - bits.lsb - 1);
-        for (int64_t i = bits.msb; i <= bits.lsb; ++i) mask |= uint64_t{1} << (register_bits - 1 - i);
-    }
+    // Which of the two is the smaller follows from the byte order. Where a document has them the other way round they
+    // are the same bits.
+    const auto [first, last] = std::minmax(bits.lsb, bits.msb);
+    width = static_cast<unsigned>(last - first + 1);
+    shift = static_cast<unsigned>(order == Endianess_t::LittleEndian ? first : register_bits - 1 - last);
+    mask = (~uint64_t{0} >> (64 - width)) << shift;
 }
 
 template <class AddressEval>

@@ -122,11 +122,12 @@ auto pIndex_type<T>::current_entry(unsigned flags) const -> result<entry*> {
 }
 
 template <class T>
-INode* pIndex_type<T>::value_source(unsigned flags) const {
+result<INode*> pIndex_type<T>::value_source(unsigned flags) const {
     const eval_scope steps;
-    if (!steps) return nullptr;
+    if (!steps) return eval_scope::error();
     const auto chosen = current_entry(flags);
-    return chosen ? (*chosen)->node : nullptr;
+    if (!chosen) return fail(chosen.error());
+    return (*chosen)->node;
 }
 
 template <class T>

@@ -49,7 +49,7 @@ public:
 
 private:
     using access_scope = node_base_data::access_scope;
-    [[nodiscard]] INode* value_source(unsigned) const override { return target; }
+    [[nodiscard]] result<INode*> value_source(unsigned) const override { return target; }
     INode* target = nullptr;
 };
 
@@ -60,14 +60,14 @@ public:
     using numeric_feature<node_base_impl_value, T>::numeric_feature;
 
     void do_resolve_references(document_services& services_, const element_view& view) override;
-    [[nodiscard]] INode* get_access_source() const override { return value_source(0); }
+    [[nodiscard]] INode* get_access_source() const override { return value_source(0).value_or(nullptr); }
     [[nodiscard]] std::error_code set_val(T value, unsigned flags) override;
     [[nodiscard]] result<T> get_val(unsigned flags) const override;
 
 private:
     using access_scope = node_base_data::access_scope;
     using entry = typename value_eval_indexed<T>::entry;
-    [[nodiscard]] INode* value_source(unsigned flags) const override;
+    [[nodiscard]] result<INode*> value_source(unsigned flags) const override;
     [[nodiscard]] result<entry*> current_entry(unsigned flags) const;
 
     IInteger* index = nullptr; // null when the document is at fault

@@ -267,7 +267,7 @@ void node_base_data::dependent_nodes(std::vector<INode*>& out) {
 
 void node_base_data::source_nodes(std::vector<INode*>& out) {
     walk(
-        *this, [](const IEval& node, std::vector<IEval*>& ends) { node.collect_sources(ends); }, out);
+        *this, [](const IEval& node, std::vector<IEval*>& ends) { node.collect_value_sources(ends); }, out);
 }
 
 std::string_view node_base_data::fault() const {

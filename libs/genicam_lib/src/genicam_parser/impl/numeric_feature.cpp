@@ -11,12 +11,11 @@ std::error_code refused_value(std::string_view node, T value, std::error_code er
     return error;
 }
 
-namespace {
-
-// A node without the limit, or one that the camera does not implement, has none to keep.
 bool is_absent(const std::error_code& error) noexcept {
     return error == genicam_errc::not_implemented || error == genicam_errc::node_not_implemented;
 }
+
+namespace {
 
 template <class T>
 std::error_code check_range(const number_interface<T>& node, T value, const result<T>& lowest, const result<T>& highest,

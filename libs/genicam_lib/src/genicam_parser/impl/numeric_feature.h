@@ -36,6 +36,9 @@ template <class T>
 template <class T>
 [[nodiscard]] std::error_code check_value(const number_interface<T>& node, T value, unsigned flags);
 
+// Whether the error of a limit or set says that there is none: the node has none, or the camera does not implement it.
+[[nodiscard]] bool is_absent(const std::error_code& error) noexcept;
+
 // The target's set of values as T. not_implemented for anything but a number.
 template <class T>
 [[nodiscard]] result<std::vector<T>> valid_values_of(INode& node, unsigned flags);
@@ -63,7 +66,9 @@ public:
         const eval_scope steps;
         if (!steps) return eval_scope::error();
         if (!inc.is_absent()) return inc.get(flags);
-        if (INode* from = value_source(flags)) return get_eval_limit<T>(*from, limit::inc, flags);
+        const auto from = value_source(flags);
+        if (!from) return fail(from.error());
+        if (*from != nullptr) return get_eval_limit<T>(**from, limit::inc, flags);
         if constexpr (std::is_integral_v<T>) {
             return 1;
         } else {
@@ -73,13 +78,13 @@ public:
     [[nodiscard]] std::string_view get_unit() const final {
         if (const pugi::xml_node own = this->child("Unit")) return own.child_value();
         const eval_scope steps;
-        INode* from = steps ? value_source(0) : nullptr;
+        INode* from = display_source(steps);
         return from != nullptr ? unit_of(*from) : std::string_view{};
     }
     [[nodiscard]] IncMode_t get_inc_mode() const final {
         if (!value_set.values().empty()) return IncMode_t::List;
         const eval_scope steps;
-        INode* from = steps ? value_source(0) : nullptr;
+        INode* from = display_source(steps);
         return from != nullptr ? inc_mode_of(*from) : IncMode_t::None;
     }
     [[nodiscard]] result<std::vector<T>> get_valid_value_set(unsigned flags) const final {
@@ -91,9 +96,10 @@ public:
             if (!eval_scope::take(value_set.values().size() / values_in_a_step)) return eval_scope::error();
             values.assign(value_set.values().begin(), value_set.values().end());
         } else {
-            INode* from = value_source(flags);
-            if (from == nullptr) return fail(genicam_errc::not_implemented);
-            auto theirs = valid_values_of<T>(*from, flags);
+            const auto from = value_source(flags);
+            if (!from) return fail(from.error());
+            if (*from == nullptr) return fail(genicam_errc::not_implemented);
+            auto theirs = valid_values_of<T>(**from, flags);
             if (!theirs) return theirs;
             if (!eval_scope::take(theirs->size() / values_in_a_step)) return eval_scope::error();
             values = std::move(*theirs);
@@ -109,8 +115,13 @@ public:
 protected:
     using access_scope = node_base_data::access_scope;
 
-    // The node the value comes from; null when this node holds it.
-    [[nodiscard]] virtual INode* value_source(unsigned) const { return nullptr; }
+    // The node the value comes from; null when this node holds it. An error when that cannot be told now: its limits
+    // are not known then, which is not to have none.
+    [[nodiscard]] virtual result<INode*> value_source(unsigned) const { return nullptr; }
+    // The one to ask for what is only shown, for which no error counts.
+    [[nodiscard]] INode* display_source(const eval_scope& steps) const {
+        return steps ? value_source(0).value_or(nullptr) : nullptr;
+    }
 
     void resolve_limits(const element_view& view) {
         min.resolve(*this, view, tag::Min, tag::pMin);
@@ -124,7 +135,9 @@ protected:
         const eval_scope steps;
         if (!steps) return eval_scope::error();
         if (!own.is_absent()) return own.get(flags);
-        if (INode* from = value_source(flags)) return get_eval_limit<T>(*from, which, flags);
+        const auto from = value_source(flags);
+        if (!from) return fail(from.error());
+        if (*from != nullptr) return get_eval_limit<T>(**from, which, flags);
         return extreme;
     }
 
@@ -143,7 +156,7 @@ public:
         if (const pugi::xml_node own = this->child("Representation"))
             return get_element_IntRepresentation(own, this->name);
         const eval_scope steps;
-        INode* from = steps ? this->value_source(0) : nullptr;
+        INode* from = this->display_source(steps);
         return from != nullptr ? int_representation_of(*from) : IntRepresentation_t::PureNumber;
     }
     [[nodiscard]] std::span<INode* const> get_selected() const noexcept final { return this->selected; }
@@ -158,21 +171,21 @@ public:
         if (const pugi::xml_node own = this->child("Representation"))
             return get_element_FloatRepresentation(own, this->name);
         const eval_scope steps;
-        INode* from = steps ? this->value_source(0) : nullptr;
+        INode* from = this->display_source(steps);
         return from != nullptr ? float_representation_of(*from) : FloatRepresentation_t::PureNumber;
     }
     [[nodiscard]] DisplayNotation_t get_display_notation() const final {
         if (const pugi::xml_node own = this->child("DisplayNotation"))
             return get_element_DisplayNotation(own, this->name);
         const eval_scope steps;
-        INode* from = steps ? this->value_source(0) : nullptr;
+        INode* from = this->display_source(steps);
         return from != nullptr ? display_notation_of(*from) : DisplayNotation_t::Automatic;
     }
     [[nodiscard]] int64_t get_display_precision() const final {
         if (const pugi::xml_node own = this->child("DisplayPrecision"))
             return get_element_DisplayPrecision(own, this->name);
         const eval_scope steps;
-        INode* from = steps ? this->value_source(0) : nullptr;
+        INode* from = this->display_source(steps);
         return from != nullptr ? display_precision_of(*from) : get_element_DisplayPrecision({}, this->name);
     }
 };
