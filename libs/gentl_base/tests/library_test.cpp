@@ -7,9 +7,6 @@
 
 using namespace fake;
 
-extern "C" int64_t HandleMapCount();
-extern "C" int64_t ObjectTrackerCount();
-
 namespace {
 
 class Library : public testing::Test {

@@ -291,14 +291,17 @@ void DataStreamImpl::stop_grabbing(bool kill) {
 }
 
 void DataStreamImpl::Close() {
-    // A start under way holds the lock: what it achieves is stopped here, and none begins after this.
-    const std::lock_guard guard{queue_mutex};
-    if (is_grabbing) stop_grabbing(true);
-    const std::unique_lock announced_guard{announced_lock};
-    is_closed = true;
-    drain_input_to_announced();
-    output->discard();
-    announced.clear();
+    {
+        // A start under way holds the lock: what it achieves is stopped here, and none begins after this.
+        const std::lock_guard guard{queue_mutex};
+        if (is_grabbing) stop_grabbing(true);
+        const std::unique_lock announced_guard{announced_lock};
+        is_closed = true;
+        drain_input_to_announced();
+        output->discard();
+        announced.clear();
+    }
+    close_events();
 }
 
 // queue_mutex, held for a moment by a consumer who queues or flushes. Not owned when `give_up` says that it is held for
