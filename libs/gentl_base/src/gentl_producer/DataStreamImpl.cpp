@@ -259,7 +259,10 @@ Error DataStreamImpl::StartAcquisition(ACQ_START_FLAGS iStartFlags, uint64_t iNu
     {
         const raised starting{is_starting};
         // num_to_acquire stays, as consumers expect.
-        if (Error error = start_acquisition_(); error.failed()) return error;
+        if (Error error = start_acquisition_(); error.failed()) {
+            is_stopping = false; // the filling side was told to give up, and is gone
+            return error;
+        }
     }
     is_grabbing = true;
     return success();
