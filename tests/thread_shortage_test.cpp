@@ -41,6 +41,8 @@ TEST(ThreadShortage, AnyThreadThatCannotBeMadeGivesACode) {
         try {
             open_camera camera;
             camera.start();
+            EXPECT_GE(count_of(kept, "HandleMapCount"), 4) << "system, interface, device, stream";
+            EXPECT_GE(count_of(kept, "ObjectTrackerCount"), 4);
             camera.stop();
         } catch (const cli::call_failed& failure) {
             answer = failure.call + ": " + failure.reason;

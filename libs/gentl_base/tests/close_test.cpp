@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -12,22 +15,31 @@
 using namespace fake;
 using namespace std::chrono_literals;
 
-extern "C" int64_t HandleMapCount();
-extern "C" int64_t ObjectTrackerCount();
+namespace {
+
+struct close_call {
+    const char* name;
+    GC_ERROR (*close)(const open_chain&);
+};
+// From the lowest module upwards.
+const close_call closes[] = {
+    {"DSClose", [](const open_chain& chain) { return DSClose(chain.ds); }},
+    {"DevClose", [](const open_chain& chain) { return DevClose(chain.dev); }},
+    {"IFClose", [](const open_chain& chain) { return IFClose(chain.iface); }},
+    {"TLClose", [](const open_chain& chain) { return TLClose(chain.tl); }},
+    {"GCCloseLib", [](const open_chain&) { return GCCloseLib(); }},
+};
+
+template <class Module>
+Module& module_of(void* handle) {
+    return *dynamic_cast<Module*>(static_cast<IHandleTarget*>(handle));
+}
+
+} // namespace
 
 TEST(Close, ACallUnderWayKeepsItsModulesWhileStreamsStopAtOnce) {
-    struct row {
-        const char* name;
-        GC_ERROR (*close)(const open_chain&);
-    };
-    const row rows[] = {
-        {"DSClose", [](const open_chain& chain) { return DSClose(chain.ds); }},
-        {"DevClose", [](const open_chain& chain) { return DevClose(chain.dev); }},
-        {"IFClose", [](const open_chain& chain) { return IFClose(chain.iface); }},
-        {"TLClose", [](const open_chain& chain) { return TLClose(chain.tl); }},
-        {"GCCloseLib", [](const open_chain&) { return GCCloseLib(); }},
-    };
-    for (const row& r : rows) {
+    for (size_t level = 0; level < std::size(closes); ++level) {
+        const close_call& r = closes[level];
         SCOPED_TRACE(r.name);
         const open_chain chain;
         chain.announce(5);
@@ -35,6 +47,11 @@ TEST(Close, ACallUnderWayKeepsItsModulesWhileStreamsStopAtOnce) {
         for (void* handle : {chain.tl, chain.iface, chain.dev, chain.ds}) {
             modules.push_back(static_cast<IHandleTarget*>(handle)->weak_from_this());
         }
+        EVENT_HANDLE events[4] = {};
+        GCRegisterEvent(chain.ds, EVENT_NEW_BUFFER, &events[0]);
+        GCRegisterEvent(chain.dev, EVENT_ERROR, &events[1]);
+        GCRegisterEvent(chain.iface, EVENT_MODULE, &events[2]);
+        GCRegisterEvent(chain.tl, EVENT_MODULE, &events[3]);
         auto& object = chain.stream_object();
         int stops = 0;
         object.on_stop = [&] { ++stops; };
@@ -43,8 +60,12 @@ TEST(Close, ACallUnderWayKeepsItsModulesWhileStreamsStopAtOnce) {
             ASSERT_EQ(r.close(chain), GC_ERR_SUCCESS);
             EXPECT_EQ(stops, 1) << "the consumer may free his buffers from here on";
             for (const auto& module : modules) ASSERT_FALSE(module.expired());
-            EXPECT_EQ(DSGetInfo(chain.ds, STREAM_INFO_ID, nullptr, nullptr, nullptr),
-                      std::string_view{r.name} == "GCCloseLib" ? GC_ERR_NOT_INITIALIZED : GC_ERR_INVALID_HANDLE);
+            const GC_ERROR gone = level == 4 ? GC_ERR_NOT_INITIALIZED : GC_ERR_INVALID_HANDLE;
+            EXPECT_EQ(DSGetInfo(chain.ds, STREAM_INFO_ID, nullptr, nullptr, nullptr), gone);
+            for (size_t i = 0; i < std::size(events); ++i) {
+                EXPECT_EQ(EventKill(events[i]), i <= level ? gone : GC_ERR_SUCCESS) << "who waits for event " << i;
+            }
+            EXPECT_EQ(object.RegisterEvent(EVENT_NEW_BUFFER, &events[0]).code, GC_ERR_INVALID_HANDLE);
         };
         EXPECT_EQ(stream_info<size_t>(chain.ds, STREAM_INFO_PAYLOAD_SIZE), 4096U);
         EXPECT_TRUE(modules.back().expired()) << "nothing holds what is closed once the call is over";
@@ -52,6 +73,71 @@ TEST(Close, ACallUnderWayKeepsItsModulesWhileStreamsStopAtOnce) {
     }
     EXPECT_EQ(HandleMapCount(), 0);
     EXPECT_EQ(ObjectTrackerCount(), 0);
+}
+
+// When either returns, the consumer may free his buffers; and nothing is opened in between.
+TEST(Close, ASecondCloseWaitsForTheFirst) {
+    for (size_t first = 0; first < 4; ++first) {
+        for (size_t second = first + 1; second < std::size(closes); ++second) {
+            SCOPED_TRACE(std::string{closes[first].name} + ", " + closes[second].name);
+            const open_chain chain;
+            chain.announce(5);
+            auto& device = chain.device_object();
+            auto& interface = module_of<fake::interface>(chain.iface);
+            auto& system = module_of<fake::system>(chain.tl);
+            std::atomic<bool> closing{false}, stopped{false};
+            std::future<GC_ERROR> other;
+            chain.stream_object().on_stop = [&] {
+                void* handle = nullptr;
+                if (first >= 1) {
+                    EXPECT_EQ(device.OpenDataStream("Stream0", &handle).code, GC_ERR_INVALID_HANDLE);
+                    EXPECT_EQ(device.GetPort(&handle).code, GC_ERR_INVALID_HANDLE);
+                }
+                if (first >= 2) {
+                    EXPECT_EQ(interface.OpenDevice("dev1", 4, &handle).code, GC_ERR_INVALID_HANDLE);
+                }
+                if (first >= 3) {
+                    EXPECT_EQ(system.OpenInterface("if0", &handle).code, GC_ERR_INVALID_HANDLE);
+                }
+                other = std::async(std::launch::async, [&] {
+                    closing = true;
+                    const GC_ERROR answer = closes[second].close(chain);
+                    EXPECT_TRUE(stopped);
+                    return answer;
+                });
+                while (!closing) std::this_thread::yield();
+                std::this_thread::sleep_for(20ms); // for a close that would not wait
+                stopped = true;
+            };
+            ASSERT_EQ(DSStartAcquisition(chain.ds, 0, GENTL_INFINITE), GC_ERR_SUCCESS);
+            EXPECT_EQ(closes[first].close(chain), GC_ERR_SUCCESS);
+            EXPECT_EQ(other.get(), GC_ERR_SUCCESS);
+        }
+    }
+}
+
+TEST(Close, AForkedChildDoesNotWaitForItsParent) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "sanitizers do not follow a fork of threads";
+#endif
+    for (size_t first = 1; first < 4; ++first) {
+        SCOPED_TRACE(closes[first].name);
+        const open_chain chain;
+        chain.announce(5);
+        int status = -1;
+        const auto close_in_a_child = [&] {
+            const pid_t child = fork();
+            if (child == 0) {
+                alarm(10);
+                _exit(GCCloseLib());
+            }
+            waitpid(child, &status, 0);
+        };
+        chain.stream_object().on_stop = [&] { std::thread{close_in_a_child}.join(); };
+        ASSERT_EQ(DSStartAcquisition(chain.ds, 0, GENTL_INFINITE), GC_ERR_SUCCESS);
+        EXPECT_EQ(closes[first].close(chain), GC_ERR_SUCCESS);
+        EXPECT_EQ(status, 0);
+    }
 }
 
 // For the sanitizers above all: whatever is freed too early is touched by somebody.

@@ -204,20 +204,30 @@ TEST(DataStream, AStopThatJoinsTheFillingThreadDoesNotDeadlock) {
 }
 
 // The filling side gives up only while a stop or flush waits for it.
-TEST(DataStream, AFlushThatThrewIsOver) {
-    const open_chain chain;
-    const auto free = chain.announce(1, false);
-    auto& object = chain.stream_object();
-    object.on_flush = [] { throw std::bad_alloc{}; };
-    EXPECT_THROW(DSFlushQueue(chain.ds, ACQ_QUEUE_ALL_DISCARD), std::bad_alloc);
-    object.on_flush = [] {};
-    std::future<Buffer*> filled;
-    object.on_input_changed = [&] { // with the lock held
-        filled = std::async(std::launch::async, [&] { return object.fill(); });
-        filled.wait_for(std::chrono::milliseconds{20});
-    };
-    EXPECT_EQ(DSQueueBuffer(chain.ds, free[0]), GC_ERR_SUCCESS);
-    EXPECT_EQ(filled.get(), free[0]);
+TEST(DataStream, AFlushThatThrewAndAStartThatFailedAreOver) {
+    for (const bool starts : {false, true}) {
+        const open_chain chain;
+        const auto free = chain.announce(5, false);
+        auto& object = chain.stream_object();
+        object.on_flush = [] { throw std::bad_alloc{}; };
+        object.on_start = [&] {
+            object.give_up_filling();
+            return Error{GC_ERR_IO};
+        };
+        if (starts) {
+            EXPECT_EQ(DSStartAcquisition(chain.ds, 0, 1), GC_ERR_IO);
+        } else {
+            EXPECT_THROW(DSFlushQueue(chain.ds, ACQ_QUEUE_ALL_DISCARD), std::bad_alloc);
+        }
+        object.on_flush = [] {};
+        std::future<Buffer*> filled;
+        object.on_input_changed = [&] { // with the lock held
+            filled = std::async(std::launch::async, [&] { return object.fill(); });
+            filled.wait_for(std::chrono::milliseconds{20});
+        };
+        EXPECT_EQ(DSQueueBuffer(chain.ds, free[0]), GC_ERR_SUCCESS);
+        EXPECT_EQ(filled.get(), free[0]);
+    }
 }
 
 // The one command for many: type, size and value of each row of the published table, and errors that stay in theirs.

@@ -15,6 +15,9 @@
 #include <memory>
 #include <vector>
 
+extern "C" int64_t HandleMapCount();
+extern "C" int64_t ObjectTrackerCount();
+
 namespace fake {
 
 using namespace GenTL;

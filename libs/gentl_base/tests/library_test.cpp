@@ -3,12 +3,11 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
+
 #include <thread>
 
 using namespace fake;
-
-extern "C" int64_t HandleMapCount();
-extern "C" int64_t ObjectTrackerCount();
 
 namespace {
 
@@ -42,6 +41,26 @@ TEST_F(Library, ModesExcludeEachOther) {
     TL_HANDLE second = nullptr;
     EXPECT_EQ(TLOpen(&first), GC_ERR_SUCCESS);
     EXPECT_THAT(TLOpen(&second), IsRefused(GC_ERR_RESOURCE_IN_USE, "Module already opened"));
+    EXPECT_EQ(GCCloseLib(), GC_ERR_SUCCESS);
+}
+
+// Its size and its text are two questions.
+TEST_F(Library, ItsPathStaysWhatItWas) {
+    ASSERT_EQ(GCInitLib(), GC_ERR_SUCCESS);
+    const auto size_of_path = [] {
+        INFO_DATATYPE type = 0;
+        size_t size = 0;
+        EXPECT_EQ(GCGetInfo(TL_INFO_PATHNAME, &type, nullptr, &size), GC_ERR_SUCCESS);
+        return size;
+    };
+    const size_t before = size_of_path();
+    EXPECT_GT(before, 1U);
+    rlimit enough{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &enough), 0);
+    const rlimit none{0, enough.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    EXPECT_EQ(size_of_path(), before);
+    setrlimit(RLIMIT_NOFILE, &enough);
     EXPECT_EQ(GCCloseLib(), GC_ERR_SUCCESS);
 }
 

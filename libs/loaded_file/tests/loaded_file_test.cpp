@@ -4,10 +4,15 @@
 #include <gtest/gtest.h>
 
 #include <dlfcn.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
+#include <thread>
 
 namespace fs = std::filesystem;
 using loaded_file::path_of;
@@ -34,4 +39,28 @@ TEST(LoadedFile, OfALibraryByARelativeName) {
     fs::remove(file);
     EXPECT_EQ(path_of(probe), file) << "an upgrade takes the file away";
     dlclose(library);
+}
+
+TEST(LoadedFile, WithoutADescriptor) {
+    static const char here = 1;
+    void* const library = dlopen(PROBE, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(library, nullptr) << dlerror();
+    rlimit enough{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &enough), 0);
+    const rlimit none{0, enough.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    const std::string path = path_of(dlsym(library, "probe")), program = path_of(&here);
+    setrlimit(RLIMIT_NOFILE, &enough);
+    EXPECT_EQ(path, fs::canonical(PROBE));
+    EXPECT_EQ(program, "") << "all that is left is what its caller called it";
+    dlclose(library);
+}
+
+TEST(LoadedFile, WithoutTheMainThread) {
+    static const char here = 1;
+    const auto last_thread = [] {
+        while (std::ifstream{"/proc/self/maps"}.peek() != EOF) std::this_thread::yield();
+        _exit(path_of(&here).empty() ? 1 : 0);
+    };
+    EXPECT_EXIT((alarm(30), std::thread{last_thread}.detach(), syscall(SYS_exit, 0)), testing::ExitedWithCode(0), "");
 }

@@ -80,7 +80,7 @@ protected:
     Util::DocumentIdentity document_identity() override;
     void build_register_map(Util::GenApiInterfaceBuilder& builder) override;
 
-    // Makes take_input_buffer give up until the next start; before a thread of a failing start is joined.
+    // Makes take_input_buffer give up until the start is over; before a thread of a failing start is joined.
     void give_up_filling() noexcept { is_stopping = true; }
     [[nodiscard]] bool grabbing() const noexcept { return is_grabbing; }
     [[nodiscard]] uint64_t underrun_count() const noexcept { return num_underrun; }

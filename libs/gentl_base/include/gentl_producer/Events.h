@@ -7,6 +7,7 @@
 #include <gentl_producer/Modules.h>
 
 #include <array>
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -36,7 +37,7 @@ public:
 
 protected:
     event_ptr_base(EventSourceImpl& source, EVENT_TYPE type);
-    virtual ~event_ptr_base() = default;
+    virtual ~event_ptr_base();
 
     virtual bool is_unregistered() const = 0;
     virtual std::shared_ptr<IEvent> make_event() = 0;
@@ -45,6 +46,7 @@ protected:
     mutable std::shared_mutex lock; // guards the event of the derived class
 
 private:
+    EventSourceImpl& module;
     EVENT_TYPE event_type;
 };
 
@@ -75,11 +77,16 @@ public:
     Error RegisterEvent(EVENT_TYPE type, EVENT_HANDLE* phEvent) override;
     Error UnregisterEvent(EVENT_TYPE type) override;
 
+protected:
+    // Ends all waits, for good, as the module is closed: a call under way on another thread may put off its destructor.
+    void close_events();
+
 private:
     friend class event_ptr_base;
     [[nodiscard]] event_ptr_base* find(EVENT_TYPE type) const;
 
-    std::vector<event_ptr_base*> supported; // filled by the module's constructor, constant afterwards
+    std::vector<event_ptr_base*> supported; // changed by the module's constructor and destructor only
+    std::atomic<bool> events_closed{false};
 };
 
 // The wait of all events and what wakes it. Every member is guarded by the mutex of the event's queue.

@@ -68,7 +68,7 @@ private:
 [[nodiscard]] Error answer_transport_layer_info(const TransportLayerInfo& info, TL_INFO_CMD iInfoCmd,
                                                 INFO_DATATYPE* piType, void* pBuffer, size_t* piSize);
 
-// Full path of the file that this code was loaded from; empty where the system does not tell.
+// Full path of the file that this code was loaded from, always the same; empty where the system does not tell.
 [[nodiscard]] std::string library_path();
 // Keeps that file loaded until it is given back; null when it cannot be held.
 [[nodiscard]] void* hold_library() noexcept;

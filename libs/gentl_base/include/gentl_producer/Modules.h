@@ -59,7 +59,7 @@ public:
     virtual Error GetParentTL(TL_HANDLE* phSystem) = 0;
     [[nodiscard]] virtual std::string id() const = 0;
     [[nodiscard]] virtual ISystem& parent_system() = 0;
-    // Harmless when repeated, like that of the device.
+    // For good, and harmless when repeated, like that of the device: returns when all below is closed, whoever does it.
     virtual void close_children() = 0;
     virtual Error OnDeviceClosed(IDevice* closed) = 0;
 };
@@ -74,7 +74,7 @@ public:
     virtual Error GetParentIF(IF_HANDLE* phIface) = 0;
     [[nodiscard]] virtual std::string id() const = 0;
     [[nodiscard]] virtual IInterface& parent_interface() = 0;
-    // Harmless when repeated.
+    // For good, and harmless when repeated: returns when all streams are closed, whoever does it.
     virtual void close_children() = 0;
     virtual Error OnDataStreamClosed(IDataStream* closed) = 0;
 };

@@ -4,11 +4,11 @@
 // others from opening the same module, and different ones open side by side.
 #pragma once
 
+#include <gentl_producer/ClosingTurn.h>
 #include <gentl_producer/HandleMap.h>
 #include <gentl_producer/Modules.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <expected>
 #include <map>
 #include <memory>
@@ -22,19 +22,18 @@ template <class Child>
 class OpenChildren {
 public:
     // `create` makes the module, without a lock. `in_use`: the answer when it is open already; `parent_gone`: when all
-    // were closed meanwhile.
+    // are being closed or were.
     template <class Create>
     Error open(const std::string& id, HandleKind kind, void** handle, Error in_use, Error parent_gone, Create create) {
-        uint64_t closings_before = 0;
         {
             const std::lock_guard guard{mutex};
+            if (is_closed) return parent_gone;
             if (!children.try_emplace(id).second) return in_use;
-            closings_before = closings;
         }
-        place_of_one place{*this, id, closings_before};
+        place_of_one place{*this, id};
         std::expected<std::shared_ptr<Child>, Error> created = create();
         std::unique_lock guard{mutex};
-        if (closings != closings_before) { // the place went with the others
+        if (is_closed) { // the place went with the others
             guard.unlock();
             if (created) (*created)->close_children();
             return parent_gone;
@@ -46,15 +45,17 @@ public:
         return success();
     }
 
+    // For good: the parent is closed.
     void close_all() {
+        const auto turn = closing_turn.take();
         std::map<std::string, std::shared_ptr<Child>> closing;
         {
             const std::lock_guard guard{mutex};
             closing.swap(children);
-            ++closings;
+            is_closed = true;
         }
         for (const auto& [id, child] : closing) {
-            if (!child) continue; // being opened: whoever does it sees the count
+            if (!child) continue; // being opened: whoever does it sees that all is closed
             remove_handle(child.get());
             // Not left to the destructor: a call under way on another thread may put that off.
             child->close_children();
@@ -78,17 +79,17 @@ private:
         ~place_of_one() {
             if (filled) return;
             const std::lock_guard guard{all.mutex};
-            if (all.closings == closings) all.children.erase(id);
+            all.children.erase(id);
         }
         OpenChildren& all;
         const std::string& id;
-        const uint64_t closings;
         bool filled = false;
     };
 
+    ClosingTurn closing_turn;
     std::mutex mutex;                                       // guards what follows
     std::map<std::string, std::shared_ptr<Child>> children; // null while the module is being opened
-    uint64_t closings = 0;                                  // of all at once
+    bool is_closed = false;                                 // for good
 };
 
 } // namespace GenTL::Producer

@@ -259,7 +259,10 @@ Error DataStreamImpl::StartAcquisition(ACQ_START_FLAGS iStartFlags, uint64_t iNu
     {
         const raised starting{is_starting};
         // num_to_acquire stays, as consumers expect.
-        if (Error error = start_acquisition_(); error.failed()) return error;
+        if (Error error = start_acquisition_(); error.failed()) {
+            is_stopping = false; // the filling side was told to give up, and is gone
+            return error;
+        }
     }
     is_grabbing = true;
     return success();
@@ -291,14 +294,17 @@ void DataStreamImpl::stop_grabbing(bool kill) {
 }
 
 void DataStreamImpl::Close() {
-    // A start under way holds the lock: what it achieves is stopped here, and none begins after this.
-    const std::lock_guard guard{queue_mutex};
-    if (is_grabbing) stop_grabbing(true);
-    const std::unique_lock announced_guard{announced_lock};
-    is_closed = true;
-    drain_input_to_announced();
-    output->discard();
-    announced.clear();
+    {
+        // A start under way holds the lock: what it achieves is stopped here, and none begins after this.
+        const std::lock_guard guard{queue_mutex};
+        if (is_grabbing) stop_grabbing(true);
+        const std::unique_lock announced_guard{announced_lock};
+        is_closed = true;
+        drain_input_to_announced();
+        output->discard();
+        announced.clear();
+    }
+    close_events();
 }
 
 // queue_mutex, held for a moment by a consumer who queues or flushes. Not owned when `give_up` says that it is held for

@@ -11,6 +11,7 @@ namespace {
 
 constexpr uint64_t device_registers = 0xC120000;
 
+Error closed_device() { return {GC_ERR_INVALID_HANDLE, "Unknown hDevice"}; }
 Error device_lost_error() { return {GC_ERR_CUSTOM_ID, "Device lost"}; }
 
 PortInfo port_info_of(IInterface& interface, const DeviceInfo& device_data) {
@@ -55,10 +56,12 @@ DeviceImpl::DeviceImpl(IInterface& parent, DeviceInfo record, DEVICE_ACCESS_FLAG
 DeviceImpl::~DeviceImpl() { DeviceImpl::close_children(); }
 
 void DeviceImpl::close_children() {
+    const auto turn = closing_turn.take();
     std::map<std::string, std::shared_ptr<IDataStream>> closing;
     std::shared_ptr<IPort> port;
     {
         const std::lock_guard guard{open_mutex};
+        is_closed = true;
         closing.swap(open_streams);
         port = std::exchange(remote_port, {}).lock();
     }
@@ -67,6 +70,7 @@ void DeviceImpl::close_children() {
         stream->Close();
     }
     if (port) remove_handle(port.get());
+    close_events();
 }
 
 void DeviceImpl::load_data_stream_ids() { data_stream_ids = data_stream_ids_(); }
@@ -87,6 +91,7 @@ void DeviceImpl::fire_module_event(uint64_t event_id, std::span<const std::byte>
 Error DeviceImpl::GetPort(PORT_HANDLE* phRemoteDevice) {
     if (phRemoteDevice == nullptr) return {GC_ERR_INVALID_PARAMETER, "ppRemoteDevice == nullptr"};
     const std::lock_guard guard{open_mutex};
+    if (is_closed) return closed_device();
     std::shared_ptr<IPort> port = remote_port.lock();
     if (!port) {
         port = create_remote_port_();
@@ -115,6 +120,7 @@ Error DeviceImpl::OpenDataStream(const char* sDataStreamID, DS_HANDLE* phDataStr
     }
     const std::string stream_id = sDataStreamID;
     const std::lock_guard guard{open_mutex};
+    if (is_closed) return closed_device();
     if (open_streams.contains(stream_id)) return Error{GC_ERR_RESOURCE_IN_USE};
     auto created = create_data_stream_(stream_id);
     if (!created) return std::move(created.error());

@@ -27,9 +27,11 @@ void pop_front(std::list<Record>& queue, void* pBuffer, size_t* piSize) {
 
 } // namespace
 
-event_ptr_base::event_ptr_base(EventSourceImpl& source, EVENT_TYPE type) : event_type(type) {
+event_ptr_base::event_ptr_base(EventSourceImpl& source, EVENT_TYPE type) : module(source), event_type(type) {
     source.supported.push_back(this);
 }
+
+event_ptr_base::~event_ptr_base() { std::erase(module.supported, this); }
 
 EVENT_HANDLE event_ptr_base::register_event() {
     const std::unique_lock guard{lock};
@@ -64,6 +66,10 @@ Error EventSourceImpl::RegisterEvent(EVENT_TYPE type, EVENT_HANDLE* phEvent) {
     event_ptr_base* slot = find(type);
     if (slot == nullptr) return Error{GC_ERR_NOT_IMPLEMENTED};
     const EVENT_HANDLE handle = slot->register_event();
+    if (events_closed) { // before or after the registration, of which close_events may have seen nothing
+        slot->reset();
+        return {GC_ERR_INVALID_HANDLE, "Unknown hEventSrc"};
+    }
     if (handle == nullptr) return Error{GC_ERR_RESOURCE_IN_USE};
     *phEvent = handle;
     return success();
@@ -74,6 +80,11 @@ Error EventSourceImpl::UnregisterEvent(EVENT_TYPE type) {
     if (slot == nullptr) return Error{GC_ERR_NOT_IMPLEMENTED};
     if (!slot->reset()) return {GC_ERR_NOT_INITIALIZED, "Event was not registered previously"};
     return success();
+}
+
+void EventSourceImpl::close_events() {
+    events_closed = true;
+    for (event_ptr_base* slot : supported) slot->reset();
 }
 
 Error EventWait::wait(std::unique_lock<std::mutex>& held, uint64_t iTimeout, const std::function<bool()>& has_data) {

@@ -103,7 +103,10 @@ Error InterfaceImpl::GetParentTL(TL_HANDLE* phSystem) {
     return success();
 }
 
-void InterfaceImpl::close_children() { open_devices.close_all(); }
+void InterfaceImpl::close_children() {
+    open_devices.close_all();
+    close_events();
+}
 
 Error InterfaceImpl::OnDeviceClosed(IDevice* closed) {
     remove_handle(closed);

@@ -165,13 +165,17 @@ Error PortImpl::GetURLInfo(uint32_t iIndex, URL_INFO_CMD iInfoCmd, INFO_DATATYPE
     }
 }
 
-Error PortImpl::ReadStacked(PORT_REGISTER_STACK_ENTRY* entries, size_t* count) {
+namespace {
+
+// Up to the first that fails; `transfer` is what one access is.
+template <class Transfer>
+Error transfer_stacked(PORT_REGISTER_STACK_ENTRY* entries, size_t* count, Transfer transfer) {
     if (entries == nullptr) return {GC_ERR_INVALID_PARAMETER, "pEntries == nullptr"};
     if (count == nullptr) return {GC_ERR_INVALID_PARAMETER, "piNumEntries == nullptr"};
     for (size_t i = 0; i < *count; ++i) {
         size_t size = entries[i].Size;
         Error error = entries[i].pBuffer == nullptr ? Error{GC_ERR_INVALID_PARAMETER, "pBuffer == nullptr"}
-                                                    : Read(entries[i].Address, entries[i].pBuffer, &size);
+                                                    : transfer(entries[i].Address, entries[i].pBuffer, &size);
         entries[i].Size = size;
         if (error.failed()) {
             *count = i;
@@ -181,20 +185,14 @@ Error PortImpl::ReadStacked(PORT_REGISTER_STACK_ENTRY* entries, size_t* count) {
     return success();
 }
 
+} // namespace
+
+Error PortImpl::ReadStacked(PORT_REGISTER_STACK_ENTRY* entries, size_t* count) {
+    return transfer_stacked(entries, count, [this](auto... access) { return Read(access...); });
+}
+
 Error PortImpl::WriteStacked(PORT_REGISTER_STACK_ENTRY* entries, size_t* count) {
-    if (entries == nullptr) return {GC_ERR_INVALID_PARAMETER, "pEntries == nullptr"};
-    if (count == nullptr) return {GC_ERR_INVALID_PARAMETER, "piNumEntries == nullptr"};
-    for (size_t i = 0; i < *count; ++i) {
-        size_t size = entries[i].Size;
-        Error error = entries[i].pBuffer == nullptr ? Error{GC_ERR_INVALID_PARAMETER, "pBuffer == nullptr"}
-                                                    : Write(entries[i].Address, entries[i].pBuffer, &size);
-        entries[i].Size = size;
-        if (error.failed()) {
-            *count = i;
-            return error;
-        }
-    }
-    return success();
+    return transfer_stacked(entries, count, [this](auto... access) { return Write(access...); });
 }
 
 std::expected<std::string, Error> PortImpl::read_document(size_t index) {

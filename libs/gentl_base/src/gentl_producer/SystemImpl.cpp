@@ -84,7 +84,10 @@ Error SystemImpl::OpenInterface(const char* sIfaceID, IF_HANDLE* phInterface) {
         });
 }
 
-void SystemImpl::Close() { open_interfaces.close_all(); }
+void SystemImpl::Close() {
+    open_interfaces.close_all();
+    close_events();
+}
 
 Error SystemImpl::OnInterfaceClosed(IInterface* closed) {
     remove_handle(closed);

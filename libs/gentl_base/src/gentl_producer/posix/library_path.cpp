@@ -13,7 +13,11 @@ constexpr char anchor = 0;
 
 } // namespace
 
-std::string library_path() { return loaded_file::path_of(&anchor); }
+std::string library_path() {
+    // Asked first as the library is loaded: later the system may not tell any more.
+    static const std::string path = loaded_file::path_of(&anchor);
+    return path;
+}
 
 void* hold_library() noexcept {
     Dl_info info{};
