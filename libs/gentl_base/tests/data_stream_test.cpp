@@ -45,8 +45,14 @@ TEST(DataStream, BuffersInUseAreRefusedByTheirState) {
          },
          "hBuffer is in output queue"},
     };
+    const auto flag = [&](BUFFER_INFO_CMD command) {
+        return answer_of<bool8_t>([&](auto... out) { return DSGetBufferInfo(chain.ds, buffers[0], command, out...); });
+    };
     for (const state& s : states) {
         s.enter();
+        EXPECT_EQ(flag(BUFFER_INFO_NEW_DATA), 0);
+        EXPECT_EQ(flag(BUFFER_INFO_IS_QUEUED), 1);
+        EXPECT_EQ(flag(BUFFER_INFO_IS_ACQUIRING), s.text == states[1].text);
         EXPECT_THAT(DSQueueBuffer(chain.ds, buffers[0]), IsRefused(GC_ERR_RESOURCE_IN_USE, s.text));
         EXPECT_THAT(DSRevokeBuffer(chain.ds, buffers[0], nullptr, nullptr), IsRefused(GC_ERR_BUSY, s.text));
     }
