@@ -210,12 +210,19 @@ TEST(DataStream, AStopThatJoinsTheFillingThreadDoesNotDeadlock) {
 }
 
 // The filling side gives up only while a stop or flush waits for it.
-TEST(DataStream, AFlushThatThrewIsOver) {
+TEST(DataStream, AFlushWithoutMemoryIsOverAndChangesNothing) {
     const open_chain chain;
+    static_cast<void>(chain.announce(3));
     const auto free = chain.announce(1, false);
     auto& object = chain.stream_object();
+    object.queue_buffer_from_filling_to_output(object.fill());
+    object.filling = {object.fill()};
+    const auto before = triple(chain.ds);
     object.on_flush = [] { throw std::bad_alloc{}; };
-    EXPECT_THROW(DSFlushQueue(chain.ds, ACQ_QUEUE_ALL_DISCARD), std::bad_alloc);
+    for (const ACQ_QUEUE_TYPE operation : {ACQ_QUEUE_ALL_TO_INPUT, ACQ_QUEUE_ALL_DISCARD}) {
+        EXPECT_EQ(DSFlushQueue(chain.ds, operation), GC_ERR_OUT_OF_MEMORY);
+        EXPECT_EQ(triple(chain.ds), before);
+    }
     object.on_flush = [] {};
     std::future<Buffer*> filled;
     object.on_input_changed = [&] { // with the lock held
