@@ -78,8 +78,8 @@ TEST(GrabMany, FourCamerasByFourConsumersAndTwoByOne) {
 
     open_camera first;
     open_camera second{first, test_system::serial(1)};
-    first.start();
-    second.start();
+    first.start(20); // a buffer for each frame
+    second.start(20);
     for (uint64_t frame = 1; frame <= 20; ++frame) {
         EXPECT_EQ(first.next_frame(5000), frame);
         EXPECT_EQ(second.next_frame(5000), frame);
@@ -93,7 +93,8 @@ TEST(GrabRestarts, EveryFrameOfEveryRoundComes) {
     using namespace GenTL;
     small_system own{{"--frame-rate", "60"}};
     open_camera camera;
-    frame_reader reader{camera, 12, false};
+    frame_reader reader{camera, 40, false};
+    reader.allow_pauses();
     uint64_t seen = 0;
     uint64_t last_timestamp = 0;
     for (int round = 0; round < 5; ++round) {
@@ -116,7 +117,7 @@ TEST(GrabRestarts, EveryFrameOfEveryRoundComes) {
         uint64_t block = 1;
         for (; block <= 3; ++block) ASSERT_TRUE(take(block, 3000)) << block;
         camera.execute("AcquisitionStop");
-        while (take(block, 200)) ++block;
+        while (take(block, 1000)) ++block;
     }
     reader.stop();
     EXPECT_EQ(reader.info(STREAM_INFO_NUM_DELIVERED), seen);

@@ -45,8 +45,14 @@ TEST(DataStream, BuffersInUseAreRefusedByTheirState) {
          },
          "hBuffer is in output queue"},
     };
+    const auto flag = [&](BUFFER_INFO_CMD command) {
+        return answer_of<bool8_t>([&](auto... out) { return DSGetBufferInfo(chain.ds, buffers[0], command, out...); });
+    };
     for (const state& s : states) {
         s.enter();
+        EXPECT_EQ(flag(BUFFER_INFO_NEW_DATA), 0);
+        EXPECT_EQ(flag(BUFFER_INFO_IS_QUEUED), 1);
+        EXPECT_EQ(flag(BUFFER_INFO_IS_ACQUIRING), s.text == states[1].text);
         EXPECT_THAT(DSQueueBuffer(chain.ds, buffers[0]), IsRefused(GC_ERR_RESOURCE_IN_USE, s.text));
         EXPECT_THAT(DSRevokeBuffer(chain.ds, buffers[0], nullptr, nullptr), IsRefused(GC_ERR_BUSY, s.text));
     }
@@ -204,30 +210,38 @@ TEST(DataStream, AStopThatJoinsTheFillingThreadDoesNotDeadlock) {
 }
 
 // The filling side gives up only while a stop or flush waits for it.
-TEST(DataStream, AFlushThatThrewAndAStartThatFailedAreOver) {
-    for (const bool starts : {false, true}) {
-        const open_chain chain;
-        const auto free = chain.announce(5, false);
-        auto& object = chain.stream_object();
-        object.on_flush = [] { throw std::bad_alloc{}; };
-        object.on_start = [&] {
-            object.give_up_filling();
-            return Error{GC_ERR_IO};
-        };
-        if (starts) {
-            EXPECT_EQ(DSStartAcquisition(chain.ds, 0, 1), GC_ERR_IO);
-        } else {
-            EXPECT_THROW(DSFlushQueue(chain.ds, ACQ_QUEUE_ALL_DISCARD), std::bad_alloc);
-        }
-        object.on_flush = [] {};
+TEST(DataStream, AFlushWithoutMemoryAndAStartThatFailedAreOver) {
+    const open_chain chain;
+    static_cast<void>(chain.announce(3));
+    const auto free = chain.announce(2, false);
+    auto& object = chain.stream_object();
+    const auto is_filled = [&](BUFFER_HANDLE next) {
         std::future<Buffer*> filled;
         object.on_input_changed = [&] { // with the lock held
             filled = std::async(std::launch::async, [&] { return object.fill(); });
             filled.wait_for(std::chrono::milliseconds{20});
         };
-        EXPECT_EQ(DSQueueBuffer(chain.ds, free[0]), GC_ERR_SUCCESS);
-        EXPECT_EQ(filled.get(), free[0]);
+        EXPECT_EQ(DSQueueBuffer(chain.ds, next), GC_ERR_SUCCESS);
+        object.on_input_changed = [] {};
+        EXPECT_EQ(filled.get(), next);
+    };
+    object.queue_buffer_from_filling_to_output(object.fill());
+    object.filling = {object.fill()};
+    const auto before = triple(chain.ds);
+    object.on_flush = [] { throw std::bad_alloc{}; };
+    for (const ACQ_QUEUE_TYPE operation : {ACQ_QUEUE_ALL_TO_INPUT, ACQ_QUEUE_ALL_DISCARD}) {
+        EXPECT_EQ(DSFlushQueue(chain.ds, operation), GC_ERR_OUT_OF_MEMORY);
+        EXPECT_EQ(triple(chain.ds), before);
     }
+    object.on_flush = [] {};
+    object.fill(); // the last of the three
+    is_filled(free[0]);
+    object.on_start = [&] {
+        object.give_up_filling();
+        return Error{GC_ERR_IO};
+    };
+    EXPECT_EQ(DSStartAcquisition(chain.ds, 0, 1), GC_ERR_IO);
+    is_filled(free[1]);
 }
 
 // The one command for many: type, size and value of each row of the published table, and errors that stay in theirs.

@@ -52,7 +52,7 @@ TEST(Delivery, TimestampsBecomeNanosecondsAtAnyTickFrequency) {
         traits.tick_frequency = frequency;
         auto own = device_stream::make(traits);
         ASSERT_NE(own, nullptr);
-        for (int i = 0; i < 5; ++i) ASSERT_FALSE(own->stream->QueueBuffer(own->announce()).failed());
+        own->queue_new(5);
         ASSERT_TRUE(own->start());
         send_frame(own->cam, ticks);
         const BUFFER_HANDLE handle = own->next(long_enough_ms);
@@ -72,7 +72,7 @@ TEST(Delivery, ResendSettingsOutliveTheStreamAndActAtItsNextStart) {
     EXPECT_EQ(enable.get(), 0U);
     for (const uint32_t on : {0U, 1U}) {
         enable.set(on);
-        for (int i = 0; i < 5; ++i) ASSERT_FALSE(own->stream->QueueBuffer(own->announce()).failed());
+        own->queue_new(5);
         ASSERT_TRUE(own->start());
         own->cam.send_frame(1, nullptr, 3);
         const BUFFER_HANDLE handle = own->next(long_enough_ms);
@@ -129,7 +129,7 @@ TEST(Delivery, AFlushedFrameIsNotDelivered) {
             SCOPED_TRACE(testing::Message() << "resend " << can_resend << ", stop " << by_stop);
             auto own = device_stream::make({.can_resend = can_resend});
             ASSERT_NE(own, nullptr);
-            for (int i = 0; i < 5; ++i) ASSERT_FALSE(own->stream->QueueBuffer(own->announce()).failed());
+            own->queue_new(5);
             ASSERT_TRUE(own->start());
             for (uint32_t id = 0; id < camera::data_packets / 2; ++id) own->cam.send(camera::packet(1, id));
             ASSERT_TRUE(eventually([&] { return own->info<size_t>(STREAM_INFO_NUM_STARTED) == 1; }));
@@ -149,7 +149,7 @@ TEST(Delivery, ASlowThreadBehindTheMailboxGetsTheNewestFrame) {
         SCOPED_TRACE(testing::Message() << "flush " << flush);
         auto own = device_stream::make({.can_resend = false});
         ASSERT_NE(own, nullptr);
-        for (int i = 0; i < 5; ++i) ASSERT_FALSE(own->stream->QueueBuffer(own->announce()).failed());
+        own->queue_new(5);
         own->use_dedicated_thread(true);
         const feature<uint64_t> drops{dynamic_cast<IPort&>(*own->stream), "TransformQueueDropCount"};
         const auto slow = std::make_shared<blocking_sink>();

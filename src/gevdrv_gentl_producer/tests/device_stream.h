@@ -197,6 +197,14 @@ public:
         memory.emplace(handle, std::move(block));
         return handle;
     }
+    void queue_new(int count) {
+        while (count-- > 0) EXPECT_FALSE(stream->QueueBuffer(announce()).failed());
+    }
+    // From the next start on, where frames come by the test's pace, which stands still on a busy machine.
+    void patient(uint32_t time_per_frame_us = 1'000'000) const {
+        resends().auto_time_per_frame = false;
+        resends().time_per_frame_us = time_per_frame_us;
+    }
     // Revoked memory is freed at once: nobody may write to it any more.
     bool revoke(BUFFER_HANDLE handle) {
         const auto size = info<size_t>(handle, BUFFER_INFO_SIZE);

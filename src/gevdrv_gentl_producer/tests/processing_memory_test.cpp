@@ -37,7 +37,7 @@ bool run_with_failure(int failing, bool dedicated) {
     SCOPED_TRACE(testing::Message() << "allocation " << failing << ", dedicated thread " << dedicated);
     const auto own = device_stream::make({.width = 640, .height = 400});
     own->use_dedicated_thread(dedicated);
-    for (int i = 0; i < 5; ++i) EXPECT_FALSE(own->stream->QueueBuffer(own->announce()).failed());
+    own->queue_new(5);
     EXPECT_TRUE(own->start());
     const auto take = [&](uint16_t id) {
         own->cam.send_frame(id);

@@ -10,6 +10,7 @@ constexpr uint64_t payload = camera::payload_size;
 struct five_buffers {
     explicit five_buffers(const camera_traits& traits = {}) : own(device_stream::make(traits)) {
         for (int i = 0; i < 5; ++i) handles.push_back(own->announce());
+        own->patient();
     }
     template <class T>
     [[nodiscard]] T of(BUFFER_HANDLE handle, BUFFER_INFO_CMD command) const {
@@ -36,27 +37,6 @@ struct five_buffers {
 
 } // namespace
 
-TEST(StreamBuffers, WithoutABufferFramesAreUnderrunsUntilOneIsQueued) {
-    five_buffers b;
-    ASSERT_TRUE(b.own->start());
-    for (uint16_t block = 1; block <= 3; ++block) {
-        b.own->cam.send_frame(block);
-        EXPECT_TRUE(eventually([&] { return b.underruns() == block; }));
-    }
-    EXPECT_EQ(b.delivered(), 0U);
-    EXPECT_EQ(b.own->next(0), nullptr);
-    b.queue(0);
-    b.own->cam.send_frame(4);
-    b.expect_frame(b.own->next(long_enough_ms), 4);
-    EXPECT_EQ(b.underruns(), 3U);
-    EXPECT_EQ(b.feature<uint64_t>("StreamLostFrameCount").get(), 3U);
-    EXPECT_EQ(b.delivered(), 1U);
-    EXPECT_EQ(b.drops(), 0U);
-    EXPECT_TRUE(b.own->stop());
-    EXPECT_TRUE(b.own->all_accounted_for());
-    EXPECT_EQ(b.own->mine().size(), 5U);
-}
-
 TEST(StreamBuffers, OneBufferServesEverySecondFrame) {
     five_buffers b;
     b.queue(2);
@@ -73,6 +53,7 @@ TEST(StreamBuffers, OneBufferServesEverySecondFrame) {
         b.queue(2);
         EXPECT_TRUE(b.own->all_accounted_for());
     }
+    EXPECT_EQ(b.feature<uint64_t>("StreamLostFrameCount").get(), 10U);
     EXPECT_EQ(b.delivered(), 10U);
     EXPECT_EQ(b.own->info<size_t>(STREAM_INFO_NUM_STARTED), 10U);
 }
@@ -110,7 +91,8 @@ TEST(StreamBuffers, SkippedFramesAreRecoveredOrCountedAsLoss) {
 
 TEST(StreamBuffers, IncompleteFramesAreDeliveredOrDroppedAsSet) {
     for (const bool drop : {false, true}) {
-        five_buffers b{{.loss = 1000, .frame_rate = 20}}; // answers never arrive
+        five_buffers b{{.loss = 1000}}; // answers never arrive
+        b.own->patient(600'000);
         b.queue(0);
         b.feature<uint32_t>("DropIncompleteFrames").set(drop ? 1 : 0);
         ASSERT_TRUE(b.own->start());

@@ -40,14 +40,10 @@ std::vector<bytes> strangers() {
 
 std::unique_ptr<device_stream> running_stream(const camera_traits& traits = {}) {
     auto own = device_stream::make(traits);
-    for (int i = 0; own && i < 5; ++i) {
-        EXPECT_FALSE(own->stream->QueueBuffer(own->announce()).failed());
-    }
-    if (own && traits.frame_rate == 1) { // frames come by the test's pace, which stands still on a busy machine
-        own->resends().auto_time_per_frame = false;
-        own->resends().time_per_frame_us = 1'000'000;
-    }
-    EXPECT_TRUE(own && own->start());
+    if (!own) return own;
+    own->queue_new(5);
+    if (traits.frame_rate == 1) own->patient();
+    EXPECT_TRUE(own->start());
     return own;
 }
 

@@ -13,18 +13,12 @@ constexpr int most_places = 3000;
 // The service is another process.
 bool asked_by_the_library() { return failing_memory::this_thread() && !service::answering; }
 
-void queue_five(device_stream& own) {
-    for (int i = 0; i < 5; ++i) EXPECT_FALSE(own.stream->QueueBuffer(own.announce()).failed());
-}
-
 std::unique_ptr<device_stream> stream_with_buffers(bool mailbox, const camera_traits& traits = {}) {
     auto own = device_stream::make(traits);
     if (!own) return own;
     own->use_dedicated_thread(mailbox);
-    // A busy machine is no reason to give up the frame.
-    own->resends().auto_time_per_frame = false;
-    own->resends().time_per_frame_us = 10'000'000;
-    queue_five(*own);
+    own->patient(10'000'000);
+    own->queue_new(5);
     return own;
 }
 

@@ -164,7 +164,7 @@ void stress(const kind_of_stream& kind) {
         consumer user{*own, kind};
         user.run(count);
         EXPECT_GT(user.starts, count / 30);
-        EXPECT_GT(user.complete, count / 300);
+        EXPECT_GT(user.complete, 0U);
         if (kind.can_resend) {
             EXPECT_GT(own->cam.resends, 0U);
         }
@@ -195,7 +195,7 @@ TEST(StreamRestart, AStreamOrDeviceClosesInTheMiddleOfATransform) {
         ASSERT_TRUE(own);
         own->use_dedicated_thread(round % 2 == 0);
         slow_transform(*own);
-        for (int i = 0; i < 8; ++i) ASSERT_FALSE(own->stream->QueueBuffer(own->announce()).failed());
+        own->queue_new(8);
         ASSERT_TRUE(own->start());
         std::this_thread::sleep_for(std::chrono::microseconds{random() % 8000});
         if (round % 4 < 2) own->close_device();

@@ -300,6 +300,8 @@ TEST(StreamThread, AStreamThatHasBegunNeedsNoMoreMemory) {
         log.set_level(with);
         running_thread own{true};
         own.unsendable = 1;
+        // Asked for after 20 ms, and given time for whatever keeps this thread from its sending.
+        own.sut->set_resend_params({.time_per_frame = 5'000'000, .resend_delay_factor = 0.004F});
         memory_is_short = true;
         EXPECT_FALSE(own.sut->start(136, 200));
         for (uint32_t frame = 1; frame <= 3; ++frame) {

@@ -91,7 +91,7 @@ private:
     [[nodiscard]] size_t announced_count() const;
     template <class Condition>
     [[nodiscard]] std::unique_lock<std::mutex> lock_unless(Condition give_up);
-    Error announce(std::shared_ptr<Buffer> buffer, BUFFER_HANDLE* phBuffer);
+    Error announce(std::string_view function, std::shared_ptr<Buffer> buffer, BUFFER_HANDLE* phBuffer);
     void queue_buffer_to_input(Buffer* buffer);
     void drain_input_to_announced();
     void flush_filling();

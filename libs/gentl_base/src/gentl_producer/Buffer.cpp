@@ -10,6 +10,7 @@
 #include <mutex>
 #include <new>
 #include <optional>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -60,6 +61,7 @@ public:
     void reset() override;
 
 private:
+    bool is_padded() const;
     Error parse_trailing_chunks();
 
     const uint32_t big_endian_trailer;
@@ -115,14 +117,23 @@ Error Buffer_with_trailing_chunk_data::GetChunkData(SINGLE_CHUNK_DATA* pChunkDat
     return success();
 }
 
+// Whether a camera filled its last packet up with zeros. A frame that really is longer than announced ends with a
+// trailer.
+bool Buffer_with_trailing_chunk_data::is_padded() const {
+    if (base == nullptr || fill_state != FillState::complete || size_filled <= data_size) return false;
+    const std::span behind{static_cast<const std::byte*>(base) + data_size, size_filled - data_size};
+    return std::ranges::all_of(behind, [](std::byte each) { return each == std::byte{}; });
+}
+
 // Every chunk carries its id and length behind its data, so the walk goes from the end to the start.
 Error Buffer_with_trailing_chunk_data::parse_trailing_chunks() {
     constexpr ptrdiff_t trailer_size = 8;
-    auto pos = static_cast<ptrdiff_t>(size_filled);
+    auto pos = static_cast<ptrdiff_t>(is_padded() ? data_size : size_filled);
     if (pos % 4 != 0) return {GC_ERR_NOT_AVAILABLE, "The buffer's chunk data looks misaligned"};
     if (base == nullptr) return {GC_ERR_NOT_AVAILABLE, "The buffer's pointer is invalid"};
     // The last trailer was cut off or is missing, and what stands at the end are bytes of an image.
-    if (data_size > size_filled && (size_filled >= size || fill_state == FillState::incomplete))
+    const bool cut_off = data_size > size_filled && size_filled >= size;
+    if (cut_off || (fill_state == FillState::incomplete && size_filled != data_size))
         return {GC_ERR_NOT_AVAILABLE, "The buffer's chunk data couldn't be parsed"};
     chunks.clear();
     while (pos > trailer_size) {

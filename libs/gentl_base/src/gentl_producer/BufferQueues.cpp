@@ -43,7 +43,6 @@ NewBufferEvent::NewBufferEvent(std::shared_ptr<OutputQueue> queue) : output(std:
 
 Error NewBufferEvent::GetData(void* pBuffer, size_t* piSize, uint64_t iTimeout) {
     if (Error error = check_event_data_size(piSize, facts.size_max); error.failed()) return error;
-    if (pBuffer == nullptr) return {GC_ERR_INVALID_PARAMETER, "pBuffer == nullptr"};
     std::unique_lock held{output->mutex};
     const auto has_data = [&] { return !output->buffers.empty(); };
     if (Error error = waiters.wait(held, iTimeout, has_data); error.failed()) return error;
@@ -53,7 +52,7 @@ Error NewBufferEvent::GetData(void* pBuffer, size_t* piSize, uint64_t iTimeout) 
     // From here on the buffer is the consumer's, who may revoke it at once.
     buffer->set_status(BufferStatus::Announced);
     held.unlock();
-    std::memcpy(pBuffer, &data, sizeof data);
+    if (pBuffer != nullptr) std::memcpy(pBuffer, &data, sizeof data);
     *piSize = sizeof data;
     if (auto* logger = trace_logger(trace_buffers, spdlog::level::trace)) {
         logger->trace("OutputQueue EVENT_NEW_BUFFER_DATA: ptr={}.", fmt::ptr(data.BufferHandle));

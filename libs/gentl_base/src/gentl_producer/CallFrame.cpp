@@ -31,11 +31,10 @@ T read_as(const void* data) {
 
 const LastError& last_error() noexcept { return thread_last_error; }
 
-void record_last_error(const Error& error) {
-    const std::string text = error.text();
-    const size_t length = std::min(text.size(), sizeof thread_last_error.text - 1);
+void record_last_error(const Error& error) noexcept {
+    const size_t length = std::min(error.message.size(), sizeof thread_last_error.text - 1);
     thread_last_error.code = error.code;
-    std::memcpy(thread_last_error.text, text.data(), length);
+    std::memcpy(thread_last_error.text, error.message.data(), length);
     thread_last_error.text[length] = '\0';
 }
 

@@ -16,6 +16,7 @@
 #include <concepts>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -82,13 +83,13 @@ template <class... Texts>
 #define ORV_HERE                                                                                                       \
     spdlog::source_loc { __FILE__, __LINE__, static_cast<const char*>(__func__) }
 
-// The calling thread's last failure, kept until the next one.
+// The calling thread's last failure, kept until the next one. An empty text stands for the code's default text.
 struct LastError {
     GC_ERROR code;
     char text[256];
 };
 [[nodiscard]] const LastError& last_error() noexcept;
-void record_last_error(const Error& error);
+void record_last_error(const Error& error) noexcept;
 
 // A buffer is known to its stream only, so the pair is what a consumer's call names.
 struct BufferOfStream {
@@ -111,20 +112,29 @@ void trace_success(spdlog::logger& logger, spdlog::source_loc where, std::string
 void trace_failure(spdlog::logger& logger, spdlog::source_loc where, std::string_view function, const Error& error);
 
 // Runs one exported function. `in` and `out` build argument texts, `body` gives the Error. A result of `quiet` is an
-// expected way out and is traced only at trace level.
+// expected way out and is traced only at trace level. Lack of memory is a result as well: what is thrown ends a
+// consumer that is not of C++.
 template <bool record = true, class In, class Body, class Out>
 GC_ERROR exported_call(std::string_view function, spdlog::source_loc where, In&& in, Body&& body, Out&& out,
                        GC_ERROR quiet = GC_ERR_SUCCESS) {
     const call_in_progress mark;
     if (!mark) return GC_ERR_NOT_INITIALIZED;
-    if (auto* logger = trace_logger(trace_calls, spdlog::level::trace)) trace_entry(*logger, where, function, in());
-    const Error error = body();
+    Error error;
+    try {
+        if (auto* logger = trace_logger(trace_calls, spdlog::level::trace)) trace_entry(*logger, where, function, in());
+        error = body();
+    } catch (const std::bad_alloc&) {
+        error = Error{GC_ERR_OUT_OF_MEMORY};
+    }
     const bool is_quiet = error.code == quiet && quiet != GC_ERR_SUCCESS;
     if (auto* logger = trace_logger(trace_calls, is_quiet ? spdlog::level::trace : spdlog::level::info)) {
-        if (error.failed()) {
-            trace_failure(*logger, where, function, error);
-        } else if (logger->should_log(spdlog::level::trace)) {
-            trace_success(*logger, where, function, out());
+        try {
+            if (error.failed()) {
+                trace_failure(*logger, where, function, error);
+            } else if (logger->should_log(spdlog::level::trace)) {
+                trace_success(*logger, where, function, out());
+            }
+        } catch (const std::bad_alloc&) { // the trace lacks a line
         }
     }
     if (record && error.failed()) record_last_error(error);

@@ -103,7 +103,7 @@ std::expected<std::shared_ptr<Buffer>, Error> DataStreamImpl::create_buffer_(voi
 }
 
 // With announced_lock held exclusively.
-Error DataStreamImpl::announce(std::shared_ptr<Buffer> buffer, BUFFER_HANDLE* phBuffer) {
+Error DataStreamImpl::announce(std::string_view function, std::shared_ptr<Buffer> buffer, BUFFER_HANDLE* phBuffer) {
     try { // room first: the consumer frees what an announcement that failed was to announce
         if (announced.size() == announced.capacity()) announced.reserve(std::max<size_t>(2 * announced.size(), 8));
         output->reserve(announced.capacity());
@@ -112,6 +112,7 @@ Error DataStreamImpl::announce(std::shared_ptr<Buffer> buffer, BUFFER_HANDLE* ph
     }
     announced.push_back(std::move(buffer));
     *phBuffer = announced.back().get();
+    trace_buffer(function, announced.back().get());
     return success();
 }
 
@@ -124,8 +125,7 @@ Error DataStreamImpl::AnnounceBuffer(void* pBuffer, size_t iSize, void* pPrivate
     if (known) return {GC_ERR_RESOURCE_IN_USE, "pBuffer already announced"};
     auto created = create_buffer_(pBuffer, iSize, pPrivate);
     if (!created) return std::move(created.error());
-    trace_buffer("AnnounceBuffer", created->get());
-    return announce(std::move(*created), phBuffer);
+    return announce("AnnounceBuffer", std::move(*created), phBuffer);
 }
 
 Error DataStreamImpl::AllocAndAnnounceBuffer(size_t iSize, void* pPrivate, BUFFER_HANDLE* phBuffer) {
@@ -134,8 +134,7 @@ Error DataStreamImpl::AllocAndAnnounceBuffer(size_t iSize, void* pPrivate, BUFFE
     if (is_closed) return closed_stream();
     auto created = create_buffer_(nullptr, iSize, pPrivate);
     if (!created) return std::move(created.error());
-    trace_buffer("AllocAndAnnouceBuffer" /* spelled so on purpose */, created->get());
-    return announce(std::move(*created), phBuffer);
+    return announce("AllocAndAnnouceBuffer" /* spelled so on purpose */, std::move(*created), phBuffer);
 }
 
 Error DataStreamImpl::QueueBuffer(BUFFER_HANDLE hBuffer) {
@@ -219,9 +218,8 @@ Error DataStreamImpl::FlushQueue(ACQ_QUEUE_TYPE iOperation) {
     }
     case ACQ_QUEUE_ALL_DISCARD: {
         const std::lock_guard guard{queue_mutex};
+        flush_filling(); // first: it returns buffers to the input, and changes nothing where it lacks memory
         drain_input_to_announced();
-        flush_filling();
-        drain_input_to_announced(); // the flush can return buffers to it
         output->discard();
         return success();
     }
@@ -531,7 +529,6 @@ void DataStreamImpl::build_register_map(Util::GenApiInterfaceBuilder& builder) {
     auto& packet_loss =
         builder.add_ro_integer<uint64_t>("StreamPacketLossFrameCount", query(STREAM_INFO_KRV_NUM_TRANSMISSION_DROP),
                                          "StreamPacketLossFrameCount_Register");
-    packet_loss.display_name = "Stream Packet Loss Frame Count";
     packet_loss.tool_tip = "Count of frames dropped due to packet loss.";
     packet_loss.display_name = "Stream Packet Loss Frame Count";
     builder.add_category("BufferHandlingControl", {"StreamPacketLossFrameCount"});

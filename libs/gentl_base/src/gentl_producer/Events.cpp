@@ -20,7 +20,7 @@ Record read_record(const void* data) {
 
 template <class Record>
 void pop_front(std::list<Record>& queue, void* pBuffer, size_t* piSize) {
-    std::memcpy(pBuffer, &queue.front(), sizeof(Record));
+    if (pBuffer != nullptr) std::memcpy(pBuffer, &queue.front(), sizeof(Record));
     *piSize = sizeof(Record);
     queue.pop_front();
 }
@@ -151,10 +151,6 @@ Error check_data_info_parameters(const void* pInBuffer, const INFO_DATATYPE* piT
 
 Error EventImplBase2::GetData(void* pBuffer, size_t* piSize, uint64_t iTimeout) {
     if (Error error = check_event_data_size(piSize, facts.size_max); error.failed()) return error;
-    if (pBuffer == nullptr) { // asks for the size; no event is taken for that
-        *piSize = facts.size_max;
-        return success();
-    }
     std::unique_lock held{mutex};
     if (Error error = waiters.wait(held, iTimeout, [&] { return queue_size() != 0; }); error.failed()) return error;
     pop(pBuffer, piSize);
