@@ -49,7 +49,7 @@ protected:
     struct service {
         explicit service() {
             ::service::service_core::options options;
-            options.discovery = {.interval = milliseconds{100}, .window = milliseconds{50}};
+            options.discovery = {.interval = milliseconds{100}, .window = milliseconds{50}, .misses = 40};
             core = std::make_shared<::service::service_core>(std::move(options));
             session = std::make_shared<::service::client_session>([](uint64_t) {}, std::nullopt);
             interface = std::make_unique<::service::interface_object>(core, session, "cable");
@@ -68,17 +68,14 @@ protected:
             });
         }
         [[nodiscard]] std::error_code execute(uint64_t mac, const std::string& function) const {
-            const auto done = interface->execute(listed(mac)->id, function);
-            return done ? std::error_code{} : done.error();
+            return error_of(interface->execute(listed(mac)->id, function));
         }
         [[nodiscard]] std::error_code force(uint64_t mac, uint32_t address, uint32_t mask = 0xFFFFFFF8,
                                             uint32_t gateway = 0) const {
-            const auto done = interface->force_ip(mac, address, mask, gateway);
-            return done ? std::error_code{} : done.error();
+            return error_of(interface->force_ip(mac, address, mask, gateway));
         }
         [[nodiscard]] std::error_code open(uint64_t mac) const {
-            const auto device = interface->open_device(listed(mac)->id, ipc_rpc::open_access::control);
-            return device ? std::error_code{} : device.error();
+            return error_of(interface->open_device(listed(mac)->id, ipc_rpc::open_access::control));
         }
         std::shared_ptr<::service::service_core> core;
         std::shared_ptr<::service::client_session> session;

@@ -8,7 +8,6 @@
 
 #include <atomic>
 #include <cstring>
-#include <functional>
 #include <span>
 #include <thread>
 
@@ -191,26 +190,20 @@ TEST(InterfaceFeatures, AddressesAndFirmwareNameWhatIsMissing) {
     small_system own;
     const open_camera camera;
     const cli::node_map nodes{*camera.lib, camera.interface->get()};
-    const auto failure_of = [](const std::function<void()>& act) -> std::string {
+    const auto execute = [&](const char* command) -> std::string {
         try {
-            act();
+            cli::execute(cli::require_node(nodes, command));
         } catch (const std::exception& failure) {
             return failure.what();
         }
         return {};
     };
-    const auto execute = [&](const char* command) {
-        return failure_of([&] { cli::execute(cli::require_node(nodes, command)); });
-    };
     EXPECT_THAT(execute("GevDeviceForceIP"), HasSubstr("Invalid IP-Address specified."));
     EXPECT_THAT(execute("FirmwareUpdateUpload"), HasSubstr("No firmware package to upload specified."));
     EXPECT_THAT(execute("FirmwareUpdatePackageSelectFile"), HasSubstr("There is no window to choose a file in"));
-    EXPECT_THAT(failure_of([&] { cli::set_from_text(cli::require_node(nodes, "FirmwareUpdatePackageFile"), "/"); }),
-                HasSubstr("Failed to open passed in file '/'"));
     std::string error;
     EXPECT_EQ(cli::value_text(cli::require_node(nodes, "DeviceReachableStatus"), error), "Reachable") << error;
     EXPECT_EQ(cli::value_text(cli::require_node(nodes, "FirmwareUpdateProgress"), error), "") << error;
-    EXPECT_EQ(execute("ActionCommand"), "");
 }
 
 // Between the service's opening and the client's knowing its numbers: nobody is there for it, and it must not come

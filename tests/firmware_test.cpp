@@ -56,10 +56,10 @@ TEST_F(Firmware, GoesInAndTheInterfaceTellsHowFarItIs) {
         const auto done = upload(package);
         ASSERT_EQ(done.exit_code, 0) << done.output;
         EXPECT_EQ(nlohmann::json::parse(done.output)["state"], "Finished: version 2.5.0");
-        for (;;) {
+        while (told.empty() || !told.back().starts_with("Finished")) {
             std::byte data[1024];
             size_t size = sizeof data;
-            if (lib.EventGetData(event, data, &size, 500) != GC_ERR_SUCCESS) break;
+            if (lib.EventGetData(event, data, &size, 10'000) != GC_ERR_SUCCESS) break;
             INFO_DATATYPE type = 0;
             uint64_t id = 0;
             size_t length = sizeof id;

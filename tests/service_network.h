@@ -5,6 +5,7 @@
 
 #include <camera_sim/camera.h>
 #include <gvcp/discovery.h>
+#include <gvcp/tests/test_cameras.h>
 
 #include <gtest/gtest.h>
 
@@ -19,6 +20,7 @@
 namespace test_support {
 
 using gvcp_master::discovery;
+using gvcp_master::find;
 using std::chrono::milliseconds;
 
 class ServiceNetwork : public testing::Test {
@@ -63,12 +65,5 @@ protected:
     two_hosts hosts;
     std::unique_ptr<camera_sim::camera> camera;
 };
-
-inline std::optional<discovery::found_device> find(const discovery& finder, uint64_t mac) {
-    for (const auto& each : finder.list())
-        for (const auto& device : each.devices)
-            if (device.mac == mac) return device;
-    return {};
-}
 
 } // namespace test_support

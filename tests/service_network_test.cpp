@@ -76,12 +76,12 @@ TEST_F(ServiceNetwork, AnInterfaceThatGoesTakesItsSessionsWithIt) {
     ASSERT_TRUE(camera);
     at(hosts.consumer_side(), [&] {
         service::service_core::options options;
-        options.discovery = {.interval = milliseconds{100}, .window = milliseconds{50}};
+        options.discovery = {.interval = milliseconds{100}, .window = milliseconds{50}, .misses = 40};
         options.heartbeat_timeout = milliseconds{600'000}; // a heartbeat would notice after hours
         const auto core = std::make_shared<service::service_core>(std::move(options));
         std::atomic<uint64_t> raised = 0;
-        const auto session =
-            std::make_shared<service::client_session>([&](uint64_t number) { raised |= 1U << number; }, std::nullopt);
+        const auto session = std::make_shared<service::client_session>(
+            [&](uint64_t number) { raised |= uint64_t{1} << number; }, std::nullopt);
         service::interface_object interface { core, session, "cable" };
         ASSERT_TRUE(eventually([&] { return interface.enum_devices()->size() == 1; }));
         const auto device = interface.open_device(interface.enum_devices()->front().id, ipc_rpc::open_access::control);

@@ -136,42 +136,38 @@ void control_server::resend(const request& what) {
     stream.answer(wanted);
 }
 
-void control_server::action(const request& what, answer& built) {
+bool control_server::action(const request& what, answer& built) {
     const bool scheduled = (what.header.flags & gvcp::flag::scheduled) != 0;
     if (what.body.size() < (scheduled ? 20U : 12U)) {
         built.result = status::invalid_parameter;
-        return;
+        return true;
     }
     {
         const std::lock_guard guard{device.mutex};
         const auto& memory = device.memory;
-        // Not for us: not acknowledged as done.
         if (gige::load32(&what.body[0]) != memory.get(reg::action_device_key) ||
             gige::load32(&what.body[4]) != memory.get(reg::action_group_key) ||
-            (gige::load32(&what.body[8]) & memory.get(reg::action_group_mask)) == 0) {
-            built.result = status::invalid_parameter;
-            return;
-        }
+            (gige::load32(&what.body[8]) & memory.get(reg::action_group_mask)) == 0)
+            return false;
     }
     if (!holder) {
         built.result = status::access_denied;
-        return;
+        return true;
     }
     if (!scheduled) {
         run_action();
-        return;
+        return true;
     }
     const uint64_t at = gige::load64(&what.body[12]);
     if (at < device.timestamp()) {
         built.result = status::action_late;
         run_action();
-        return;
-    }
-    if (actions.size() >= 16) {
+    } else if (actions.size() >= 16) {
         built.result = status::overflow;
-        return;
+    } else {
+        actions.push_back({at});
     }
-    actions.push_back({at});
+    return true;
 }
 
 void control_server::run_action() {

@@ -224,7 +224,7 @@ void control_server::handle(const request& what) {
         write_memory(what, built);
         break;
     case gvcp::command::action:
-        this->action(what, built);
+        if (!this->action(what, built)) return;
         break;
     default:
         built.result = status::not_implemented;

@@ -83,7 +83,7 @@ private:
     void write_registers(const request& what, answer& built);
     void read_memory(const request& what, answer& built);
     void write_memory(const request& what, answer& built);
-    void action(const request& what, answer& built);
+    [[nodiscard]] bool action(const request& what, answer& built); // false: of other cameras' keys
     void resend(const request& what);
 
     [[nodiscard]] bool is_holder(const gige::endpoint& from) const { return holder && *holder == from; }

@@ -181,6 +181,8 @@ TEST(CameraControl, refusals_are_counted_and_said_and_resends_may_come_from_the_
         EXPECT_FALSE(from.send({cam->address(), gige::gvcp::port}, datagram));
         (void)client.read(boot::version); // it has seen both
     };
+    client.send(command::action, test_client::words({1, 0, 1}),
+                0);     // other cameras' key; a test beside may broadcast it
     ask(client.stream); // nobody has control
     EXPECT_EQ(cam->stats().resends_refused, 1U);
     EXPECT_EQ(cam->stats().requests_refused, 1U);

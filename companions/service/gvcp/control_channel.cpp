@@ -36,7 +36,11 @@ control_channel::open(gige::endpoint device, gige::endpoint local, timing chosen
     if (!opened) return std::unexpected(opened.error());
     // Others could fill the socket's memory, and the camera's answers would be lost.
     if (const auto error = opened->connect(device)) return std::unexpected(error);
-    return std::unique_ptr<control_channel>{new control_channel{std::move(*opened), device, chosen}};
+    try {
+        return std::unique_ptr<control_channel>{new control_channel{std::move(*opened), device, chosen}};
+    } catch (const std::system_error& error) { // of the descriptors of its wakers
+        return std::unexpected(error.code());
+    }
 }
 
 void control_channel::cancel() noexcept { cancelled.wake(); }

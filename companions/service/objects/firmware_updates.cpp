@@ -101,6 +101,7 @@ std::error_code firmware_updates::start(const std::string& interface_name, const
         others = std::ranges::count_if(updates, [](const auto& each) { return each.second.running; });
         mine.interface_name = interface_name;
         mine.device_id = device_id;
+        mine.state.clear();  // the end of the one before
         mine.running = true; // nothing fails from here on
         mine.number = ++asked_for;
         before.swap(mine.thread);

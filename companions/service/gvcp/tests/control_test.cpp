@@ -3,6 +3,9 @@
 #include <camera_sim/registers.h>
 #include <gvcp/message_receiver.h>
 
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 
@@ -73,6 +76,21 @@ TEST(GvcpControl, privileges) {
     EXPECT_TRUE(open(*cam, {.access = access_mode::exclusive}));
 }
 
+// Those of the socket and of what wakes it; the one that asks has more to do than to open it.
+TEST(GvcpControl, without_descriptors_an_opening_says_so) {
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    const int next = ::dup(STDERR_FILENO);
+    ::close(next);
+    for (const rlim_t left : {0, 1, 2}) {
+        const rlimit few{static_cast<rlim_t>(next) + left, before.rlim_max};
+        ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+        const auto opened = control_channel::open({own_address(1), gige::gvcp::port}, {own_address(250), 0}, {});
+        ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+        EXPECT_EQ(error_of(opened), std::errc::too_many_files_open) << left;
+    }
+}
+
 // As when its interface has gone for a moment: to the camera it may still be the controller.
 TEST(GvcpControl, a_lost_session_gives_control_back_and_keeps_it_by_nothing) {
     const auto cam = start(small_camera(1));
@@ -122,7 +140,7 @@ TEST(GvcpControl, events_that_are_lost_on_the_way_come_later_and_none_comes_twic
         std::array<std::byte, 2> number;
         gige::store16(number.data(), i);
         cam->send_event(0x9ABC, number);
-        if (i % 100 == 99) std::this_thread::sleep_for(milliseconds{25}); // within what sockets hold
+        ASSERT_TRUE(eventually([&] { return cam->stats().events_acknowledged + 200U > i; })) << "what a socket holds";
     }
     EXPECT_TRUE(eventually([&] { return cam->stats().events_acknowledged == count; }));
     receiver->reset();

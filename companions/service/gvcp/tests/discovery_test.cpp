@@ -12,14 +12,6 @@ namespace {
 using namespace gvcp_master;
 using gds_shared::gigecam_errc;
 
-// The record of a camera, if the list holds it; other tests' cameras may stand beside it.
-std::optional<device_record> find(const discovery& finder, uint64_t mac) {
-    for (const auto& each : finder.list())
-        for (const auto& device : each.devices)
-            if (device.mac == mac) return device;
-    return {};
-}
-
 gige::network_interface loopback() {
     const auto listed = gige::enumerate_interfaces();
     if (!listed) throw std::system_error(listed.error());
@@ -43,12 +35,12 @@ TEST(GvcpDiscovery, finds_cameras_by_broadcast_and_drops_those_that_fell_silent)
              EXPECT_EQ(name, "lo");
              ++device_changes;
          }}};
-    ASSERT_TRUE(eventually([&] { return find(finder, one->mac()) && find(finder, two->mac()); }));
-    const auto record = *find(finder, one->mac());
-    EXPECT_EQ(record.user_name, "caf\xE9");
-    EXPECT_EQ(record.address, own_address(1));
-    EXPECT_EQ(record.model, "SimCam");
-    EXPECT_TRUE(record.reachable);
+    std::optional<discovery::found_device> record;
+    ASSERT_TRUE(eventually([&] { return (record = find(finder, one->mac())) && find(finder, two->mac()); }));
+    EXPECT_EQ(record->user_name, "caf\xE9");
+    EXPECT_EQ(record->address, own_address(1));
+    EXPECT_EQ(record->model, "SimCam");
+    EXPECT_TRUE(record->reachable);
     EXPECT_TRUE(eventually([&] { return interface_changes > 0; }));
     const int before = device_changes;
     two->set_silent(true);

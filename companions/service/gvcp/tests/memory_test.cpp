@@ -2,12 +2,11 @@
 #include <gvcp/discovery.h>
 #include <support/eventually.h>
 #include <support/failing_memory.h>
+#include <support/small_camera.h>
 
 #include <gige/gvcp.h>
 
 #include <gtest/gtest.h>
-
-#include <unistd.h>
 
 #include <array>
 #include <cstdint>
@@ -15,8 +14,7 @@
 TEST(Memory, ItsLackEndsASearchAndNothingElse) {
     using namespace std::chrono_literals;
     namespace gvcp = gige::gvcp;
-    const auto pid = static_cast<uint32_t>(getpid());
-    const uint32_t address = 127U << 24 | (20 + pid % 200) << 16 | (1 + pid / 200 % 250) << 8 | 1;
+    const uint32_t address = camera_sim::own_address(1);
     auto camera = gige::udp_socket::open({address, gvcp::port});
     ASSERT_TRUE(camera);
     for (int place = 0; place < 60; ++place) {

@@ -4,6 +4,8 @@
 #include <gds_shared/gigecam_error.h>
 #include <gige/udp_socket.h>
 #include <gvcp/device_control.h>
+#include <gvcp/discovery.h>
+#include <support/error_of.h>
 #include <support/eventually.h>
 #include <support/scripted_camera.h>
 #include <support/small_camera.h>
@@ -24,6 +26,15 @@ inline std::unique_ptr<device_control> open(const camera_sim::camera& cam, devic
     return opened ? std::move(*opened) : nullptr;
 }
 
+// The record of a camera, if the list holds it; other tests' cameras may stand beside it.
+inline std::optional<discovery::found_device> find(const discovery& finder, uint64_t mac) {
+    for (const auto& each : finder.list())
+        for (const auto& device : each.devices)
+            if (device.mac == mac) return device;
+    return {};
+}
+
+using test_support::error_of;
 using test_support::eventually;
 using test_support::scripted_camera;
 

@@ -12,7 +12,7 @@ namespace boot = gige::gvcp::reg;
 
 TEST_F(Objects, NobodysCameraIsMovedUnderHisHands) {
     auto options = small_camera(1);
-    options.serial = "NOBODYS"; // a camera of a test beside this one with the same serial number changed the id
+    options.serial = std::to_string(::getpid()); // another camera with the same would change the id
     cam = start(options);
     auto everywhere = quick_search();
     everywhere.loopback = true;
@@ -107,8 +107,7 @@ TEST_F(Objects, ACameraThatIsBeingOpenedIsNotMoved) {
     scripted_camera wanted{own_address(1), [&](scripted_camera&, const scripted_camera::request& got) {
                                if (!got.is(gige::gvcp::command::write_reg, boot::privilege) || asked) return false;
                                moving = std::async(std::launch::async, [&] {
-                                   const auto done = other->interface.force_ip(mac, own_address(9), 0xFF000000, 0);
-                                   return done ? std::error_code{} : done.error();
+                                   return error_of(other->interface.force_ip(mac, own_address(9), 0xFF000000, 0));
                                });
                                moving.wait(); // it need not ask the camera
                                asked = true;

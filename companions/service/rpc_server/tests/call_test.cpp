@@ -26,7 +26,6 @@ using make_object = remote_function<"make_object", client_object_handle()>;
 using touch = remote_function<"touch", std::uint32_t()>;
 using watch = remote_function<"watch", void()>;
 using make_patient = remote_function<"make_patient", client_object_handle()>;
-using missing = remote_function<"missing", void()>;
 
 struct object {
     explicit object(std::atomic<int>& count) : alive(count) { ++alive; }
@@ -123,7 +122,6 @@ TEST_F(Call, ErrorsKeepTheirCategory) {
     client::client_instance instance;
     const auto global = connect(instance);
     EXPECT_EQ(global.invoke<refuse>().error(), make_error_code(gds_shared::gigecam_errc::busy));
-    EXPECT_EQ(global.invoke<missing>().error(), make_error_code(status::function_not_found));
     const client_object_handle unknown{std::weak_ptr<rpc_connection_client>{}, 77};
     EXPECT_EQ(unknown.invoke<touch>().error(), make_error_code(status::connection_closed));
 }
