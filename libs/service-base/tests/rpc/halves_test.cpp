@@ -278,10 +278,14 @@ TEST_F(Callee, ClosesHandlesOnce) {
     auto held = std::make_shared<int>(1);
     const std::weak_ptr<int> watch = held;
     const auto handle = *sut->register_object(object_entry::owning("thing", std::move(held)));
+    channel.on_send = [&](std::span<const std::byte>) {
+        EXPECT_LE(watch.use_count(), 1) << "an answered call holds it";
+    };
+    call("size", 0, 0, handle);
     const auto close = packet(call_close_packet{make_header(rpc_packet_type::call_close, 0, 0, 1), handle}, 0);
     sut->receive_rpc_packet(close);
     EXPECT_TRUE(watch.expired());
-    EXPECT_EQ(channel.head<rpc_packet_header>(0).type(), rpc_packet_type::ret_start);
+    EXPECT_EQ(channel.head<rpc_packet_header>(1).type(), rpc_packet_type::ret_start);
     sut->receive_rpc_packet(close);
     EXPECT_EQ(last_error(), status::object_not_found);
 }
