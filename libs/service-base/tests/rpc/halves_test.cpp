@@ -307,7 +307,7 @@ TEST_F(Callee, StopReleasesEverything) {
 }
 
 // Each waits for the others, as that of a camera that is gone does for its answer.
-TEST_F(Callee, ObjectsThatCallsArriveForEndSideBySide) {
+TEST_F(Callee, ObjectsEndSideBySide) {
     static constexpr int count = 3;
     struct patient {
         std::atomic<int>& ends;
@@ -317,15 +317,18 @@ TEST_F(Callee, ObjectsThatCallsArriveForEndSideBySide) {
             EXPECT_TRUE(test_support::eventually([&] { return ends == count; }, std::chrono::seconds{10}));
         }
     };
-    std::atomic<int> ends = 0;
+    std::atomic<int> idle = 0;
+    std::atomic<int> called = 0;
     for (std::uint64_t i = 0; i < count; ++i) {
-        const auto handle = sut->register_object(object_entry::owning("thing", std::make_shared<patient>(ends)));
+        EXPECT_TRUE(sut->register_object(object_entry::owning("thing", std::make_shared<patient>(idle))));
+        const auto handle = sut->register_object(object_entry::owning("thing", std::make_shared<patient>(called)));
         call("size", 5000, 100, *handle, 0, i + 1); // the rest never comes
     }
     sut->release();
-    EXPECT_EQ(ends, 0);
+    EXPECT_EQ(idle, count);
+    EXPECT_EQ(called, 0);
     sut->stop();
-    EXPECT_EQ(ends, count);
+    EXPECT_EQ(called, count);
 }
 
 TEST(Executor, ATaskWithoutMemoryEndsAlone) {
