@@ -1,6 +1,8 @@
 // The service started by a service manager that listens for it, as systemd's socket units do.
 #include "support/built.h"
+#include "support/raw_client.h"
 #include "support/test_system.h"
+#include "support/unix_socket.h"
 
 #include <gds_shared/product_constants.h>
 
@@ -9,12 +11,11 @@
 #include <algorithm>
 #include <array>
 #include <fstream>
+#include <future>
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -33,18 +34,6 @@ struct descriptor {
         return poll(&entry, 1, ms) == 1;
     }
 };
-
-int bound_socket(int type, const std::string& path) {
-    const int fd = socket(AF_UNIX, type | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0) << path;
-    if (type == SOCK_SEQPACKET) {
-        EXPECT_EQ(listen(fd, 16), 0);
-    }
-    return fd;
-}
 
 // What systemd does with a socket unit and a service of Type=notify.
 class manager {
@@ -112,18 +101,21 @@ public:
 
 } // namespace
 
-TEST(Activation, AConsumerWithoutAServiceGetsOneAndTheSocketOutlivesIt) {
+TEST(Activation, AClientWithoutAServiceGetsOneAndTheSocketOutlivesIt) {
     test_system own;
     own.start_camera({"--width", "64", "--height", "48"});
     manager systemd{own};
     const ino_t socket_file = systemd.inode();
     for (int round = 0; round < 2; ++round) {
         SCOPED_TRACE(round);
-        auto consumer = own.start_consumer({"grab", "--frames", "2", "--json", "--quiet"});
-        ASSERT_TRUE(systemd.listening.readable(10000)) << "the consumer waits in the socket";
+        // By hand: the library would wait for a second only.
+        auto waiting = std::async(std::launch::async, [&] { const raw_client served{own.folder()}; });
+        ASSERT_TRUE(systemd.listening.readable(10000)) << "it waits in the socket";
         systemd.start_service(systemd.listening.fd, own.camera_address(0));
-        EXPECT_EQ(consumer.wait(), 0) << consumer.output() << systemd.said();
         EXPECT_EQ(systemd.told(), "READY=1");
+        EXPECT_NO_THROW(waiting.get()) << systemd.said();
+        const auto grabbed = own.run_consumer({"grab", "--frames", "2", "--json", "--quiet"});
+        EXPECT_EQ(grabbed.exit_code, 0) << grabbed.output << systemd.said();
         EXPECT_EQ(systemd.end(), 0) << systemd.said();
         EXPECT_EQ(systemd.told(), "STOPPING=1");
         EXPECT_EQ(systemd.inode(), socket_file);

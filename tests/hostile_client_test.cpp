@@ -1,6 +1,7 @@
 // Clients that cheat, break off and hoard, against the service's real process: it goes on, others are served, and what
 // the client held is free again.
 #include "support/built.h"
+#include "support/process_status.h"
 #include "support/raw_client.h"
 #include "support/scripted_camera.h"
 #include "support/test_system.h"
@@ -17,7 +18,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <fstream>
 #include <list>
 #include <set>
 #include <thread>
@@ -73,24 +73,9 @@ protected:
         for (const std::string& name : left) EXPECT_FALSE(std::filesystem::exists("/dev/shm/" + name)) << name;
     }
     [[nodiscard]] size_t threads() { return entries_of("/proc/" + std::to_string(pid()) + "/task"); }
-    [[nodiscard]] long peak_memory_kib() {
-        std::ifstream status{"/proc/" + std::to_string(pid()) + "/status"};
-        for (std::string line; std::getline(status, line);) {
-            if (line.starts_with("VmHWM:")) return std::stol(line.substr(6));
-        }
-        return 0;
-    }
 
     std::unique_ptr<test_system> own;
 };
-
-std::string call_packet(uint64_t handle, const std::string& function) {
-    std::string packet =
-        wire_bytes{}.put(uint32_t{4}).put(uint32_t{96}).put(uint64_t{9}).put(uint64_t{0}).put(handle).str();
-    packet += function;
-    packet.resize(96);
-    return packet;
-}
 
 } // namespace
 
@@ -100,7 +85,7 @@ TEST_F(Hostile, MemoryTakenAwayEndsThatClientAlone) {
         SCOPED_TRACE(part);
         auto client = connect();
         const uint64_t service = client->object(0, "create_service_instance");
-        client->prepare(call_packet(service, "enum_interfaces"));
+        client->prepare_call(service, "enum_interfaces");
         ASSERT_EQ(ftruncate(client->descriptor(static_cast<raw_client::part>(part)), 0), 0);
         if (part != raw_client::send_queue && part != raw_client::send_sent) client->send_prepared();
         EXPECT_TRUE(client->dropped());
@@ -110,7 +95,7 @@ TEST_F(Hostile, MemoryTakenAwayEndsThatClientAlone) {
 
 TEST_F(Hostile, WhatNoClientSendsEndsItsConnection) {
     start_service_alone();
-    const std::string header = call_packet(0, "f").substr(0, 16);
+    const std::string header = wire_bytes{}.put(uint32_t{4}).put(uint32_t{96}).put(uint64_t{9}).str();
     const auto with = [&](size_t at, uint32_t value) {
         std::string packet = header;
         std::memcpy(packet.data() + at, &value, sizeof value);
@@ -234,8 +219,9 @@ TEST_F(Hostile, ArrivingBytesAreBounded) {
     // What they held is free for the next.
     EXPECT_TRUE(eventually([&] {
         static_cast<void>(third->start_call(0, "create_service_instance", "x", size));
-        static_cast<void>(third->send_packet(call_packet(0, "none")));
-        const bool kept = third->next_reply()->status == 5;
+        static_cast<void>(third->send_call(0, "none"));
+        const auto first = third->next_reply();
+        const bool kept = first && first->status == 5;
         if (!kept) static_cast<void>(third->next_reply());
         return kept;
     }));
@@ -247,7 +233,7 @@ TEST_F(Hostile, WaitingCallsAreBounded) {
     const uint64_t service = client->object(0, "create_service_instance");
     // Nobody takes the answers: 16 fill the queue, four more the threads; all that follows waits.
     for (int i = 0; i < 20; ++i) ASSERT_TRUE(client->send_call(service, "enum_interfaces"));
-    const long before = peak_memory_kib();
+    const long before = status_kib(pid(), "VmHWM:");
     const std::string parameters =
         wire_bytes{}.put(uint64_t{0}).put(uint32_t{6U << 20}).str() + std::string((6U << 20) + 12, 'x');
     for (int i = 0; i < 60 && client->send_call(service, "genicam_write_mem", parameters, 1); ++i) {
@@ -255,7 +241,7 @@ TEST_F(Hostile, WaitingCallsAreBounded) {
     for (int i = 0; i < 5000 && client->send_call(service, "genicam_read_mem", std::string(2000, 'y'), 1); ++i) {
     }
     if (!built::sanitized) {
-        EXPECT_LT(peak_memory_kib() - before, 260 * 1024) << "200 MiB is the bound";
+        EXPECT_LT(status_kib(pid(), "VmHWM:") - before, 260 * 1024) << "200 MiB is the bound";
     }
     expect_served();
     client.reset();
@@ -268,10 +254,16 @@ TEST_F(Hostile, WhoDoesNotAnnounceCostsLittleAndNotForLong) {
     std::list<raw_client> silent;
     // 48 connections are one user's share.
     for (int i = 0; i < 48; ++i) silent.emplace_back(own->folder());
-    EXPECT_THROW(raw_client{own->folder()}, std::runtime_error);
+    bool refused = false;
+    try {
+        const raw_client one_more{own->folder()};
+    } catch (const std::runtime_error&) {
+        refused = true;
+    }
+    EXPECT_TRUE(refused || silent.front().dropped(0)) << "unless the first one's time is over";
     EXPECT_LE(threads(), threads_before) << "none of theirs; the one of the first search may have ended";
     for (const raw_client& client : silent) EXPECT_TRUE(client.dropped());
-    EXPECT_TRUE(eventually([&] { return names().empty(); })) << *names().begin();
+    EXPECT_TRUE(eventually([&] { return names().empty(); })) << testing::PrintToString(names());
     expect_served();
 }
 
@@ -290,12 +282,6 @@ TEST_F(Hostile, NumbersAndObjectsAreBoundedAndComeBack) {
     const auto list = client->call(first, "enum_interfaces");
     const std::string id = list->bytes.substr(16, list->at<uint32_t>(12));
     const std::string parameters = wire_bytes{}.put_text(id).str();
-    // More often than there are numbers: each is given back.
-    for (int i = 0; i < 600; ++i) {
-        const uint64_t interface = client->object(first, "open_interface", parameters);
-        ASSERT_NE(interface, 0U) << i;
-        ASSERT_TRUE(client->close_object(interface));
-    }
     std::vector<uint64_t> interfaces;
     while (const uint64_t interface = client->object(first, "open_interface", parameters)) {
         interfaces.push_back(interface);
@@ -306,8 +292,11 @@ TEST_F(Hostile, NumbersAndObjectsAreBoundedAndComeBack) {
     EXPECT_EQ(interfaces.size(), 254U) << "two numbers each of 511, and two are the instances'";
     EXPECT_EQ(numbers.size(), 510U);
     EXPECT_EQ(client->call(first, "open_interface", parameters)->error(), rpc_exhausted);
-    ASSERT_TRUE(client->close_object(interfaces.back()));
-    EXPECT_NE(client->object(first, "open_interface", parameters), 0U);
+    for (uint64_t last = interfaces.back(), times = 0; times < 2; ++times) { // one number is left
+        ASSERT_TRUE(client->close_object(last));
+        last = client->object(first, "open_interface", parameters);
+        EXPECT_NE(last, 0U);
+    }
 
     auto hoarder = connect();
     size_t objects = 0;

@@ -2,12 +2,11 @@
 #include "support/built.h"
 #include "support/raw_client.h"
 #include "support/test_system.h"
+#include "support/unix_socket.h"
 
 #include <gtest/gtest.h>
 
 #include <signal.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -127,12 +126,8 @@ TEST_F(ProgramOutput, ErrorOutputThatTakesNothing) {
 // Who is told by the socket is told all the same.
 TEST_F(ProgramOutput, OutputThatTakesNothing) {
     if (built::sanitized) GTEST_SKIP() << "a sanitizer wants no library before its own";
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
     const std::string path = own.folder() / "notify";
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    const int told = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(bind(told, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    const int told = bound_socket(SOCK_DGRAM, path);
     const timeval limit{20, 0};
     setsockopt(told, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     process service{{"/usr/bin/env", "NOTIFY_SOCKET=" + path, "stdbuf", "-oL", built::program("orv-gentl-gev-service"),

@@ -1,6 +1,7 @@
 // The service's real process at its bounds: descriptors run out, one user takes all it can get, documents and answers
 // are large, cameras never come to an end.
 #include "support/built.h"
+#include "support/process_status.h"
 #include "support/raw_client.h"
 #include "support/scripted_camera.h"
 #include "support/test_system.h"
@@ -15,7 +16,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <fstream>
 #include <list>
 
 using namespace test_support;
@@ -53,24 +53,30 @@ std::unique_ptr<scripted_camera> zipping_camera(test_system& own, const std::str
     return camera;
 }
 
-long resident_kib(int pid) {
-    std::ifstream status{fmt::format("/proc/{}/status", pid)};
-    for (std::string line; std::getline(status, line);)
-        if (line.starts_with("VmRSS:")) return std::stol(line.substr(6));
-    return 0;
-}
-
 } // namespace
 
 TEST(ServiceBounds, WithoutDescriptorsNoInterfaceIsTakenForGone) {
     test_system own{{"--log-level", "2", "--scan-interval", "50"}};
     own.start_camera(small({"--frame-rate", "50"}));
+    own.start_camera(small());
     own.start_logged_service();
     open_camera camera;
+    const auto open_second = [&]() -> int {
+        try {
+            const open_camera second{camera, test_system::serial(1)};
+            return GenTL::GC_ERR_SUCCESS;
+        } catch (const cli::call_failed& failure) {
+            return failure.code;
+        } catch (const std::runtime_error&) { // not found yet
+            return GenTL::GC_ERR_NOT_AVAILABLE;
+        }
+    };
+    ASSERT_TRUE(eventually([&] { return open_second() == GenTL::GC_ERR_SUCCESS; }));
     camera.start();
     ASSERT_TRUE(camera.next_frame(5000));
     {
         const descriptor_limit none{own.service().pid(), 3};
+        EXPECT_EQ(open_second(), GenTL::GC_ERR_RESOURCE_EXHAUSTED);
         ASSERT_TRUE(eventually([&] { return holds(own.logged(), "The list of interfaces cannot be had"); }));
         for (int i = 0; i < 50; ++i) ASSERT_TRUE(camera.next_frame(5000)); // a second, and many searches
     }
@@ -118,7 +124,7 @@ TEST(ServiceBounds, ConnectionsOfOneUserShareItsRoomForDocuments) {
     // 256 MiB for all of them, each of which keeps it once.
     EXPECT_EQ(errors, (std::vector<uint64_t>{0, 0, 0, 0, 0, 0, rpc_exhausted}));
     if (!built::sanitized) {
-        EXPECT_LT(resident_kib(own.service().pid()), 150 << 10) << "they are one document";
+        EXPECT_LT(status_kib(own.service().pid(), "VmRSS:"), 150 << 10) << "they are one document";
     }
     clients.pop_front();
     EXPECT_TRUE(eventually([&] { return ask(clients.back()) == 0; }));

@@ -1,5 +1,7 @@
 #include "raw_client.h"
 
+#include <gds_shared/product_constants.h>
+
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/mman.h>
@@ -41,9 +43,8 @@ std::string head(uint8_t type, uint32_t flags, size_t size, uint64_t id) {
 raw_client::raw_client(const std::filesystem::path& folder) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    for (const auto& entry : std::filesystem::directory_iterator{folder}) {
-        if (entry.is_socket()) entry.path().string().copy(address.sun_path, sizeof address.sun_path - 1);
-    }
+    const std::string path = folder / gds_shared::service_pipe_name(gds_shared::gev_product);
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
     socket = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
     if (connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         close(socket);
@@ -120,20 +121,26 @@ bool raw_client::send_packet(const std::string& packet) {
     return true;
 }
 
-void raw_client::prepare(const std::string& packet) {
+void raw_client::prepare_call(uint64_t handle, const std::string& function) {
     prepared = take_block();
     if (!prepared) throw std::runtime_error("no free block");
+    const std::string packet = call_start(handle, function, {}, 0, 0);
     std::memcpy(maps[send_queue] + first_block + *prepared * block_size, packet.data(), packet.size());
 }
 
 void raw_client::send_prepared() { push_block(*std::exchange(prepared, std::nullopt)); }
 
-bool raw_client::start_call(uint64_t handle, const std::string& function, const std::string& chunk, uint64_t size,
-                            uint32_t flags) {
+std::string raw_client::call_start(uint64_t handle, const std::string& function, const std::string& chunk,
+                                   uint64_t size, uint32_t flags) {
     std::string packet = head(4, flags, 96 + chunk.size(), ++last_id) + wire_bytes{}.put(size).put(handle).str();
     packet += function.substr(0, 63);
     packet.resize(96);
-    return send_packet(packet + chunk);
+    return packet + chunk;
+}
+
+bool raw_client::start_call(uint64_t handle, const std::string& function, const std::string& chunk, uint64_t size,
+                            uint32_t flags) {
+    return send_packet(call_start(handle, function, chunk, size, flags));
 }
 
 bool raw_client::send_call(uint64_t handle, const std::string& function, const std::string& parameters,
@@ -214,10 +221,10 @@ uint64_t raw_client::open_camera(uint32_t access) {
     return 0;
 }
 
-bool raw_client::dropped() const {
+bool raw_client::dropped(int milliseconds) const {
     char byte = 0;
     pollfd entry{socket, POLLIN, 0};
-    return poll(&entry, 1, 10'000) == 1 && recv(socket, &byte, 1, MSG_DONTWAIT) <= 0;
+    return poll(&entry, 1, milliseconds) == 1 && recv(socket, &byte, 1, MSG_DONTWAIT) <= 0;
 }
 
 void raw_client::send_control(const std::string& message) const {

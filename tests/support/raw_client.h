@@ -51,7 +51,7 @@ public:
     };
     enum part { send_queue, receive_queue, send_sent, send_free, receive_sent, receive_free, parts };
 
-    // To the only socket in the folder; throws when nobody lets it in.
+    // To the service of this version in the folder; throws when nobody lets it in.
     explicit raw_client(const std::filesystem::path& folder);
     // Announced, its queues open.
     raw_client(const std::filesystem::path& folder, const std::string& name) : raw_client(folder) {
@@ -80,13 +80,14 @@ public:
     // The handle of the first camera that is listed, opened with this access; 0 when it is not to be had.
     uint64_t open_camera(uint32_t access);
 
-    // The end of the connection came within ten seconds.
-    [[nodiscard]] bool dropped() const;
+    // The end of the connection came within this time.
+    [[nodiscard]] bool dropped(int milliseconds = 10'000) const;
     void send_control(const std::string& message) const;
     void close_socket();
 
-    // A free block of the send queue kept back, to be sent without touching anything but the ring and its semaphore.
-    void prepare(const std::string& packet);
+    // A call without parameters in a block that is kept back, to be sent without touching anything but the ring and its
+    // semaphore.
+    void prepare_call(uint64_t handle, const std::string& function);
     void send_prepared();
 
     [[nodiscard]] int descriptor(part which) const { return files[which]; }
@@ -102,6 +103,8 @@ private:
     [[nodiscard]] std::atomic_ref<uint8_t> byte_at(part queue, size_t offset) const {
         return at<uint8_t>(queue, offset);
     }
+    std::string call_start(uint64_t handle, const std::string& function, const std::string& chunk, uint64_t size,
+                           uint32_t flags);
     std::optional<uint32_t> take_block();
     void push_block(uint32_t block);
 

@@ -1,5 +1,7 @@
 #include <img_pipe/work_pool.h>
+#include <support/eventually.h>
 #include <support/failing_memory.h>
+#include <support/temporary_folder.h>
 
 #include <gtest/gtest.h>
 
@@ -9,13 +11,14 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <filesystem>
 #include <functional>
 #include <future>
 #include <thread>
 #include <vector>
 
 using namespace img_pipe;
+using test_support::entries_of;
+using test_support::eventually;
 
 TEST(WorkPool, Split) {
     struct {
@@ -171,18 +174,8 @@ TEST(WorkPool, WhoComesFirstIsServedFirst) {
 
 // The pool goes with the last who has asked for it, also when memory lacked for a part of it.
 TEST(WorkPool, LeavesNoThreadWhenMemoryIsShort) {
-    const auto threads = [] {
-        return std::ranges::distance(std::filesystem::directory_iterator{"/proc/self/task"},
-                                     std::filesystem::directory_iterator{});
-    };
     std::thread{[] {}}.join(); // a sanitizer's own thread comes with the first one
-    // A thread that has been joined may still be listed for a moment.
-    const auto fall_to = [&](std::ptrdiff_t count) {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds{10};
-        while (threads() > count && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
-        return threads() <= count;
-    };
-    const auto before = threads();
+    const auto before = entries_of("/proc/self/task");
     for (int successes = 0;; ++successes) {
         SCOPED_TRACE(successes);
         {
@@ -195,7 +188,8 @@ TEST(WorkPool, LeavesNoThreadWhenMemoryIsShort) {
             }
             if (failing_memory::stop() == 0) break; // there was enough
         }
-        ASSERT_TRUE(fall_to(before));
+        // A thread that has been joined may still be listed for a moment.
+        ASSERT_TRUE(eventually([&] { return entries_of("/proc/self/task") <= before; }));
     }
 }
 

@@ -195,7 +195,9 @@ struct param_codec<std::expected<T, std::error_code>> {
             ipc_rpc::encode(out, std::uint64_t{0});
             if constexpr (!std::is_void_v<T>) param_codec<T>::encode(out, *value);
         } else {
-            param_codec<std::error_code>::encode(out, value.error());
+            // An error that is none would be read as a value.
+            const std::error_code none = make_error_code(status::unregistered_error_category);
+            param_codec<std::error_code>::encode(out, value.error() ? value.error() : none);
         }
     }
     static bool decode(param_reader& in, std::expected<T, std::error_code>& value) {
@@ -203,8 +205,9 @@ struct param_codec<std::expected<T, std::error_code>> {
         if (!ipc_rpc::decode(in, error.value)) return false;
         if (error.value != 0) {
             if (!ipc_rpc::decode(in, error.category_id)) return false;
-            value = std::unexpected(from_wire(error));
-            return true;
+            const std::error_code code = from_wire(error);
+            value = std::unexpected(code);
+            return static_cast<bool>(code); // a word that is zero only as an int is neither error nor value
         }
         if constexpr (std::is_void_v<T>) {
             value = {};

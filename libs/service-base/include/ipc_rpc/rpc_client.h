@@ -37,9 +37,10 @@ public:
     client_instance& operator=(const client_instance&) = delete;
 
     // Blocks for at most one second: std::errc::timed_out when the service accepts but does not announce,
-    // std::errc::no_such_file_or_directory when there is no service, permission_denied for one of another user.
-    // `on_notification` runs on threads of the connection, one at a time, and must not block. Without an executor the
-    // connection makes its own of 4 threads. Connecting again ends the earlier connection first.
+    // std::errc::no_such_file_or_directory when there is no service, permission_denied for one of a user that is
+    // neither root, nor this one, nor the owner of /run/orv-gentl-gev, where that is the folder. `on_notification` runs
+    // on threads of the connection, one at a time, and must not block. Without an executor the connection makes its own
+    // of 4 threads. Connecting again ends the earlier connection first.
     [[nodiscard]] std::expected<std::shared_ptr<rpc_connection_client>, std::error_code>
     connect(const std::string& client_name, const service_id& service, object_function_table_root table,
             std::function<void(std::uint64_t)> on_notification,

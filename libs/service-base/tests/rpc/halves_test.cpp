@@ -278,10 +278,14 @@ TEST_F(Callee, ClosesHandlesOnce) {
     auto held = std::make_shared<int>(1);
     const std::weak_ptr<int> watch = held;
     const auto handle = *sut->register_object(object_entry::owning("thing", std::move(held)));
+    channel.on_send = [&](std::span<const std::byte>) {
+        EXPECT_LE(watch.use_count(), 1) << "an answered call holds it";
+    };
+    call("size", 0, 0, handle);
     const auto close = packet(call_close_packet{make_header(rpc_packet_type::call_close, 0, 0, 1), handle}, 0);
     sut->receive_rpc_packet(close);
     EXPECT_TRUE(watch.expired());
-    EXPECT_EQ(channel.head<rpc_packet_header>(0).type(), rpc_packet_type::ret_start);
+    EXPECT_EQ(channel.head<rpc_packet_header>(1).type(), rpc_packet_type::ret_start);
     sut->receive_rpc_packet(close);
     EXPECT_EQ(last_error(), status::object_not_found);
 }
@@ -303,7 +307,7 @@ TEST_F(Callee, StopReleasesEverything) {
 }
 
 // Each waits for the others, as that of a camera that is gone does for its answer.
-TEST_F(Callee, ObjectsThatCallsArriveForEndSideBySide) {
+TEST_F(Callee, ObjectsEndSideBySide) {
     static constexpr int count = 3;
     struct patient {
         std::atomic<int>& ends;
@@ -313,15 +317,18 @@ TEST_F(Callee, ObjectsThatCallsArriveForEndSideBySide) {
             EXPECT_TRUE(test_support::eventually([&] { return ends == count; }, std::chrono::seconds{10}));
         }
     };
-    std::atomic<int> ends = 0;
+    std::atomic<int> idle = 0;
+    std::atomic<int> called = 0;
     for (std::uint64_t i = 0; i < count; ++i) {
-        const auto handle = sut->register_object(object_entry::owning("thing", std::make_shared<patient>(ends)));
+        EXPECT_TRUE(sut->register_object(object_entry::owning("thing", std::make_shared<patient>(idle))));
+        const auto handle = sut->register_object(object_entry::owning("thing", std::make_shared<patient>(called)));
         call("size", 5000, 100, *handle, 0, i + 1); // the rest never comes
     }
     sut->release();
-    EXPECT_EQ(ends, 0);
+    EXPECT_EQ(idle, count);
+    EXPECT_EQ(called, 0);
     sut->stop();
-    EXPECT_EQ(ends, count);
+    EXPECT_EQ(called, count);
 }
 
 TEST(Executor, ATaskWithoutMemoryEndsAlone) {

@@ -84,6 +84,18 @@ TEST(ErrorOnTheWire, UnknownCategoriesBecomeStatus7) {
     EXPECT_EQ(from_wire({0, 4711}), make_error_code(status::unregistered_error_category));
 }
 
+TEST(ErrorOnTheWire, IsNeverNone) {
+    using answer = std::expected<void, std::error_code>;
+    EXPECT_FALSE(decodes<answer>(bytes({0, 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0}))) << "zero, cut to an int";
+
+    param_writer out;
+    encode(out, answer{std::unexpected(std::error_code{})});
+    param_reader in{out.buffer()};
+    answer back;
+    EXPECT_TRUE(decode(in, back));
+    EXPECT_EQ(back, std::unexpected(make_error_code(status::unregistered_error_category)));
+}
+
 TEST(Status, HasItsTextAndCondition) {
     EXPECT_EQ(make_error_code(status::connection_closed).message(), "Connection was closed");
     EXPECT_EQ(ipc_rpc_error_category().message(1), "unknown");

@@ -188,7 +188,7 @@ void rpc_callee_instance::execute_function_and_sent_response(incoming_call call)
     const std::uint32_t flags = call.flags;
     const bool taken = push_task(
         [this, seq_id, flags, callee = std::move(call.callee), parameters = std::move(call.parameters.bytes),
-         reserved = std::move(call.reserved)](const std::shared_ptr<rpc_connection_client>& self) {
+         reserved = std::move(call.reserved)](const std::shared_ptr<rpc_connection_client>& self) mutable {
             rpc_call_context context{param_reader{parameters, self}, {}, self, callee.object};
             status outcome = status::success;
             try {
@@ -206,6 +206,9 @@ void rpc_callee_instance::execute_function_and_sent_response(incoming_call call)
                 context.result.clear();
             }
             if (!wants_reply(flags)) return;
+            // Whoever has the answer may close the handle, and the object is to be gone when that is answered.
+            context.object.reset();
+            callee.object.reset();
             if (outcome == status::success) {
                 send_result(channel, seq_id, context.result);
             } else {

@@ -36,7 +36,8 @@ public:
     using packet_callback = std::function<bool(std::error_code, std::span<const std::byte>)>;
 
     // Connects to the server end of this name. While it is busy, waits for it up to `timeout` or until the event is
-    // set (operation_canceled). The server must be of root or of this user (permission_denied).
+    // set (operation_canceled). The server must be of root, of this user or of the owner of /run/orv-gentl-gev, where
+    // that is the folder (permission_denied).
     [[nodiscard]] static std::expected<std::unique_ptr<named_pipe_channel>, std::error_code>
     attach_to_server(const std::string& id, std::chrono::milliseconds timeout, const stop_event& stop);
 
