@@ -31,9 +31,8 @@ struct loop {
     std::vector<std::string> scene;      // the camera's options
     test_support::feature_values values; // set in this order before the stream
     size_t frames = 0;
-    test_support::picture_part part{}; // that is measured
-    std::string over{};                // a feature that ends the run when it is false or "Off"
-    samples seen{};                    // afterwards
+    std::string over{}; // a feature that ends the run when it is false or "Off"
+    samples seen{};     // afterwards
     std::string failure{};
 };
 
@@ -90,8 +89,8 @@ void run_all(
                 test_support::set_features(camera, {{"SoftwareImageProcessingEnable", "true"}});
                 test_support::set_features(camera, each.values);
                 const auto over = [&] { return is_over(camera, each.over); };
-                each.seen = test_support::run_loop(camera, each.frames, each.part,
-                                                   each.over.empty() ? std::function<bool()>{} : over);
+                each.seen =
+                    test_support::run_loop(camera, each.frames, each.over.empty() ? std::function<bool()>{} : over);
             } catch (const std::exception& error) {
                 each.failure = error.what();
             }
@@ -139,7 +138,6 @@ TEST(ImageLoops, ReachTheBrightnessInFifteenPasses) {
     std::vector<loop> loops{
         {"exposure from a 16th", {}, {{"ExposureTime", "625"}, {"AutoExposure", "true"}}, 90},
         {"exposure from 16 times", {}, {{"ExposureTime", "160000"}, {"AutoExposure", "true"}}, 90},
-        {"iris from a 16th", {}, {{"Iris", "50"}, {"AutoIris", "true"}}, 90},
     };
     run_all(loops);
     for (const loop& each : loops) expect_reached(each.name, each.seen, reached, each.name.ends_with("16th"));
@@ -159,16 +157,6 @@ TEST(ImageLoops, FollowTheLightAndKeepTheOrder) {
          {"--light", "0:4"},
          {{"Gain", "9"}, {"AutoExposure", "true"}, {"AutoGain", "true"}},
          120},
-        {"region",
-         {},
-         {{"AutoRegionEnable", "true"},
-          {"AutoRegionOffsetX", "122"},
-          {"AutoRegionOffsetY", "42"},
-          {"AutoRegionWidth", "36"},
-          {"AutoRegionHeight", "36"},
-          {"AutoExposure", "true"}},
-         90,
-         {122, 42, 36, 36}},
     };
     run_all(loops);
     const samples& light = loops[0].seen;
@@ -178,20 +166,10 @@ TEST(ImageLoops, FollowTheLightAndKeepTheOrder) {
                        step != 60);
     EXPECT_NEAR(light[110].exposure / light[58].exposure, 0.5, 0.05);
 
-    // The picture's own swing, and a lamp's mean that is not exactly the picture's.
-    const samples& lamp = loops[1].seen;
-    ASSERT_EQ(lamp.size(), 150U);
-    const auto [shortest, longest] =
-        std::ranges::minmax(lamp | std::views::drop(60) | std::views::transform(&loop_sample::exposure));
-    EXPECT_LT(longest / shortest, 1.05) << "pumped by the lamp";
-    const auto [dark, bright] =
-        std::ranges::minmax(lamp | std::views::drop(60) | std::views::transform(&loop_sample::luma));
-    EXPECT_GT(bright / dark, 1.3) << "there is something to be pumped by";
-
     for (const loop_sample& s : loops[2].seen) EXPECT_TRUE(s.exposure == 10000 || s.gain == 0) << s.frame;
     EXPECT_LT(loops[2].seen.back().exposure, 3000);
     EXPECT_EQ(loops[2].seen.back().gain, 0);
-    for (const size_t i : {2U, 3U}) EXPECT_NEAR(loops[i].seen.back().luma / wanted, 1, 1.0 / 12) << loops[i].name;
+    EXPECT_NEAR(loops[2].seen.back().luma / wanted, 1, 1.0 / 12);
 }
 
 // A black body of 4000 K as a camera that is balanced at 6500 K sees it, and a lamp that is none: its gains are given.
@@ -202,7 +180,7 @@ TEST(ImageLoops, WhiteBalanceByTemperature) {
         return values;
     };
     std::vector<loop> loops{
-        {"by temperature", {"--light", "0:0.8:1.292:0.641"}, once({}), 200, {}, "AutoWhiteBalance"},
+        {"by temperature", {"--light", "0:0.8:1.292:0.641"}, once({}), 200, "AutoWhiteBalance"},
         {"a lamp of its own",
          {"--light", "0:1:0.7:0.4"},
          once({{"AutoColorTemperatureLightSelector", "Light3"},
@@ -211,7 +189,6 @@ TEST(ImageLoops, WhiteBalanceByTemperature) {
                {"AutoColorTemperatureLightGreen", "1"},
                {"AutoColorTemperatureLightBlue", "2.5"}}),
          200,
-         {},
          "AutoWhiteBalance"},
     };
     std::vector<double> found;
@@ -230,8 +207,8 @@ TEST(ImageLoops, WhiteBalanceByTemperature) {
 
 TEST(ImageLoops, WhiteBalanceAndFocus) {
     std::vector<loop> loops{
-        {"once", {"--light", "0:1:0.6:0.85"}, {{"AutoWhiteBalance", "Once"}}, 200, {}, "AutoWhiteBalance"},
-        {"focus", {}, {{"Focus", "0"}, {"AutoFocusOnce", "!"}}, 400, {}, "AutoFocusRunning"},
+        {"once", {"--light", "0:1:0.6:0.85"}, {{"AutoWhiteBalance", "Once"}}, 200, "AutoWhiteBalance"},
+        {"focus", {}, {{"Focus", "0"}, {"AutoFocusOnce", "!"}}, 400, "AutoFocusRunning"},
     };
     run_all(loops);
     for (const loop& each : loops) {

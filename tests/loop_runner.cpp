@@ -23,11 +23,11 @@ double number_of(const cli::node_map& nodes, const char* name) {
     return 0;
 }
 
-void measure(loop_sample& to, const uint8_t* pixels, size_t width, const picture_part& part, bool mosaic) {
+void measure(loop_sample& to, const uint8_t* pixels, size_t width, size_t height, bool mosaic) {
     std::array<uint64_t, 4> sum{};
     uint64_t count = 0;
-    for (size_t y = part.top / 2 * 2; y + 1 < part.top + part.height; y += 2)
-        for (size_t x = part.left / 2 * 2; x + 1 < part.left + part.width; x += 2, ++count)
+    for (size_t y = 0; y + 1 < height; y += 2)
+        for (size_t x = 0; x + 1 < width; x += 2, ++count)
             for (size_t site = 0; site < 4; ++site) sum[site] += pixels[(y + site / 2) * width + x + site % 2];
     const auto mean = [&](uint64_t total) { return static_cast<double>(total) / static_cast<double>(count) / 255; };
     const double green = mean(sum[1] + sum[2]) / 2;
@@ -48,15 +48,13 @@ void set_features(open_camera& camera, const feature_values& values) {
     }
 }
 
-std::vector<loop_sample> run_loop(open_camera& camera, size_t frames, const picture_part& part,
-                                  const std::function<bool()>& over) {
+std::vector<loop_sample> run_loop(open_camera& camera, size_t frames, const std::function<bool()>& over) {
     const cli::gentl_library& lib = *camera.lib;
     const cli::node_map& nodes = camera.remote();
     const auto width = static_cast<size_t>(cli::require_integer(nodes, "Width"));
     const auto height = static_cast<size_t>(cli::require_integer(nodes, "Height"));
     std::string error;
     const bool mosaic = cli::value_text(cli::require_node(nodes, "PixelFormat"), error).starts_with("Bayer");
-    const picture_part all = part.width == 0 ? picture_part{0, 0, width, height} : part;
     std::vector<loop_sample> seen;
     camera.start(24);
     for (size_t spoiled = 0, more = 0; seen.size() < frames;) {
@@ -72,7 +70,7 @@ std::vector<loop_sample> run_loop(open_camera& camera, size_t frames, const pict
         now.frame = info(uint64_t{}, BUFFER_INFO_FRAMEID) - 1;
         const auto* const pixels = static_cast<const uint8_t*>(info(static_cast<void*>(nullptr), BUFFER_INFO_BASE));
         const bool whole = info(size_t{}, BUFFER_INFO_SIZE_FILLED) == width * height;
-        if (whole) measure(now, pixels, width, all, mosaic);
+        if (whole) measure(now, pixels, width, height, mosaic);
         lib.check("DSQueueBuffer", lib.DSQueueBuffer(camera.stream->get(), event.BufferHandle));
         if (!whole) { // a machine that is busy
             if (++spoiled > frames) throw std::runtime_error("nothing but incomplete frames");

@@ -8,11 +8,6 @@
 
 namespace test_support {
 
-// In pixels; 0 wide: the whole picture.
-struct picture_part {
-    size_t left = 0, top = 0, width = 0, height = 0;
-};
-
 // One delivered frame of 8 bits, and the camera's values when it came.
 struct loop_sample {
     uint64_t frame = 0;            // from 0; also its place
@@ -28,7 +23,7 @@ void set_features(open_camera& camera, const feature_values& values);
 
 // Streams for so many frames, or until a dozen after `over` says so; frames of every 2 x 2 cell red, green, green,
 // blue.
-[[nodiscard]] std::vector<loop_sample> run_loop(open_camera& camera, size_t frames, const picture_part& part = {},
+[[nodiscard]] std::vector<loop_sample> run_loop(open_camera& camera, size_t frames,
                                                 const std::function<bool()>& over = {});
 
 } // namespace test_support

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <deque>
 #include <functional>
+#include <limits>
 #include <numbers>
 #include <random>
 #include <vector>
@@ -53,15 +54,17 @@ public:
     double best_focus = 0, blur_per_unit = 0; // pixels of blur for each unit out of focus
     std::uint32_t format = fcc("RGGB");
     bool balances = true; // the camera has white balance of its own
-    // What the camera makes of what it is asked for.
+    // What the camera makes of what it is asked for. NaN: it refuses.
     std::function<double(double)> takes_exposure = [](double us) { return us; };
     std::function<double(double)> takes_gain = [](double decibels) { return decibels; };
+    std::uint64_t turn = 0; // frames until the service answers; what is sent meanwhile waits for its next turn
     const temperature_table* table = nullptr;
 
     // Sets what the camera has now, as the service would.
     void set(const camera_values& v) {
         current = v;
         pending.clear();
+        std::memcpy(handled, memory, sizeof handled);
         tell();
     }
     void change_scene(std::function<double(int, int, int)> to) {
@@ -80,14 +83,13 @@ public:
         }
         if (pending.empty()) in_force = current;
         take(in_force, time);
-        sent = false;
         if (!auto_function_is_on(settings)) {
             end_auto_passes(settings, state);
             return {};
         }
         const auto_pass_result r =
             run_auto_pass(settings, state, picture(), block_id, static_cast<std::uint64_t>(time * 1e9), *this, table);
-        if (sent) follow(r);
+        serve();
         if (r.brightness >= 0) {
             ++passes;
             brightness = r.brightness;
@@ -102,7 +104,7 @@ public:
     img_descriptor picture() {
         return make_view(pixels.data(), static_cast<std::uint32_t>(pixels.size()), format, width, height);
     }
-    void send_write_auto_values_cmd() override { sent = true; }
+    void send_write_auto_values_cmd() override { ++commands, sent = true; }
 
     // The exposure at which the mean is what the library aims at, found without noise.
     double right_exposure(double wanted = 102.0 / 255) {
@@ -128,25 +130,45 @@ public:
 private:
     static int colour(int x, int y) { return x % 2 + y % 2; }
 
-    void tell() {
-        settings.store(block::exposure, static_cast<float>(current.exposure));
-        settings.store(block::gain, static_cast<float>(current.gain));
-        settings.store(block::iris, static_cast<std::int64_t>(current.iris));
+    // `each` with the places of a current value and its result, and what the camera has.
+    void for_each_value(const auto& each) {
+        each(block::exposure, block::result_exposure, float{}, current.exposure);
+        each(block::gain, block::result_gain, float{}, current.gain);
+        each(block::iris, block::result_iris, std::int64_t{}, current.iris);
         for (std::size_t i = 0; i < 3; ++i)
-            settings.store(block::balance_red + 4 * i, static_cast<float>(current.balance[i]));
-        settings.store(block::focus_position, current.focus);
+            each(block::balance_red + 4 * i, block::result_balance_red + 4 * i, float{}, current.balance[i]);
+        each(block::focus_position, block::result_focus, std::int64_t{}, current.focus);
     }
 
-    void follow(const auto_pass_result& r) {
-        ++commands;
-        if (r.exposure_changed)
-            current.exposure = takes_exposure(static_cast<double>(settings.real(block::result_exposure)));
-        if (r.gain_changed) current.gain = takes_gain(static_cast<double>(settings.real(block::result_gain)));
-        if (r.iris_changed) current.iris = static_cast<double>(settings.wide_integer(block::result_iris));
-        if (r.wb_changed)
-            for (std::size_t i = 0; i < 3; ++i)
-                current.balance[i] = static_cast<double>(settings.real(block::result_balance_red + 4 * i));
-        if (r.focus_changed) current.focus = settings.wide_integer(block::result_focus);
+    // A result that equals the current value is no order, and one that came after the turn's begin stays one.
+    void tell() {
+        const settings_block begin{std::span<std::byte>(handled)};
+        for_each_value([&](std::size_t at, std::size_t result_at, auto type, auto value) {
+            settings.store(at, static_cast<decltype(type)>(value));
+            settings.replace(result_at, begin.load<decltype(type)>(result_at), static_cast<decltype(type)>(value));
+        });
+    }
+
+    void serve() {
+        if (sent && answers_at == 0) {
+            sent = false;
+            std::memcpy(handled, memory, sizeof handled);
+            answers_at = block_id + turn;
+        }
+        if (answers_at == 0 || block_id < answers_at) return;
+        answers_at = 0;
+        const settings_block begin{std::span<std::byte>(handled)};
+        for_each_value([&](std::size_t at, std::size_t result_at, auto type, auto& value) {
+            const auto result = begin.load<decltype(type)>(result_at);
+            if (result == begin.load<decltype(type)>(at)) return;
+            auto taken = static_cast<std::remove_reference_t<decltype(value)>>(result);
+            if (at == block::exposure) taken = takes_exposure(taken);
+            if (at == block::gain) taken = takes_gain(taken);
+            if (taken >= 0 || taken < 0)
+                value = taken;
+            else
+                begin.store(result_at, std::numeric_limits<decltype(type)>::max()); // the order stays
+        });
         pending.emplace_back(block_id + 2, current);
         tell();
     }
@@ -216,7 +238,9 @@ private:
     std::vector<std::uint8_t> pixels;
     camera_values current;
     std::deque<std::pair<std::uint64_t, camera_values>> pending; // first frame that has them
-    bool sent = false;
+    bool sent = false;                                           // and not yet begun
+    std::uint64_t answers_at = 0;                                // the frame; 0: no turn is under way
+    alignas(8) std::byte handled[block::full_size]{};            // the block as it was when the turn began
 };
 
 inline void expose(steered_camera& b, double us) {

@@ -131,6 +131,26 @@ TEST(AutoLoops, TheFrameRateOutdoesTheMinimum) {
     }
 }
 
+// A service that answers late is waited for: light is added through exposure first.
+TEST(AutoLoops, ALateAnswerIsNoRefusal) {
+    struct {
+        double rate, longest;
+        std::uint64_t turn;
+    } const rows[] = {{30, 33000, 10}, {120, 8000, 12}, {120, 8000, 100}};
+    for (const auto& [rate, longest, turn] : rows) {
+        steered_camera b;
+        b.rate = rate;
+        b.turn = turn;
+        enable(b, {block::auto_exposure, block::auto_gain});
+        b.settings.store(block::exposure_max, static_cast<float>(longest));
+        b.light = b.right_exposure() / longest;
+        expose(b, longest / 8);
+        b.run(60);
+        EXPECT_GT(b.values().exposure, longest / 3) << rate << ' ' << turn;
+        EXPECT_EQ(b.values().gain, 0) << rate << ' ' << turn;
+    }
+}
+
 // A control whose camera answers something else than what is asked is at rest: the others have their turn.
 TEST(AutoLoops, WhatDoesNotFollowBlocksNobody) {
     struct {
@@ -147,7 +167,7 @@ TEST(AutoLoops, WhatDoesNotFollowBlocksNobody) {
          {},
          [](double asked) { return std::ceil(asked / 0.3 - 1e-3) * 0.3; }},
         {"bright, gain refused", 5000, 12, 1, {}, [](double) { return 12.0; }},
-        {"dark, exposure refused", 5000, 0, 0.25, [](double) { return 5000.0; }, {}},
+        {"dark, exposure locked", 5000, 0, 0.25, [](double) { return std::nan(""); }, {}},
     };
     for (const auto& row : rows) {
         steered_camera b;

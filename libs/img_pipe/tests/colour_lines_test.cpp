@@ -179,12 +179,6 @@ const pair_row rows[] = {
       "GBCp"}},
 };
 
-std::uint32_t id(const char* text) {
-    std::uint32_t value = 0;
-    std::memcpy(&value, text, 4);
-    return value;
-}
-
 } // namespace
 
 TEST(ColourLines, EveryPairOnEveryLevel) {
@@ -193,10 +187,11 @@ TEST(ColourLines, EveryPairOnEveryLevel) {
             for (const char* out : row.to)
                 for (const std::int32_t width : {2, 3, 4, 5, 7, 8, 16, 17, 31, 33, 47, 66, 99, 1031, 1034, 2049})
                     for (const std::int32_t height : {2, 5}) {
-                        if (std::string(in) == out || (id(out) == fcc("GBCp") && width % 2 != 0)) continue;
-                        if (id(in) == fcc("Y12p") && width % 2 != 0) continue;
+                        if (std::string(in) == out || (fcc_from_text(out) == fcc("GBCp") && width % 2 != 0)) continue;
+                        if (fcc_from_text(in) == fcc("Y12p") && width % 2 != 0) continue;
                         const std::int32_t pad = width % 4 == 1 ? 5 : 0;
-                        const image from(id(in), width, height, pad), to(id(out), width, height, 2 * pad);
+                        const image from(fcc_from_text(in), width, height, pad),
+                            to(fcc_from_text(out), width, height, 2 * pad);
                         from.noise(21);
                         if (width % 2 != 0) // extremes alone
                             for (std::size_t i = image::front; i < from.memory.size; ++i)
@@ -211,7 +206,8 @@ TEST(ColourLines, EveryPairOnEveryLevel) {
 TEST(ColourLines, PackedYuvThroughPlanesIsLossless) {
     for (const char* format : {"YUY2", "UYVY", "Y411", "Y412"})
         for (std::int32_t width = 2; width < 80; ++width) {
-            const image from(id(format), width, 2, 3), planes(fcc("YU8p"), width, 2, 0), back(id(format), width, 2, 3);
+            const image from(fcc_from_text(format), width, 2, 3), planes(fcc("YU8p"), width, 2, 0),
+                back(fcc_from_text(format), width, 2, 3);
             from.noise(22);
             const filter_table level = get_filter_table(cpu_mask());
             run(find_kernel(level, kernel_slot::convert_lines, planes.view, from.view), planes.view, from.view,
@@ -220,7 +216,7 @@ TEST(ColourLines, PackedYuvThroughPlanesIsLossless) {
                 nullptr);
             for (std::int32_t y = 0; y < 2; ++y)
                 ASSERT_EQ(std::memcmp(line(from.view, y), line(back.view, y),
-                                      static_cast<std::size_t>(line_stride(id(format), width))),
+                                      static_cast<std::size_t>(line_stride(fcc_from_text(format), width))),
                           0)
                     << format << ' ' << width;
         }

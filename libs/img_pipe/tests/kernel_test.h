@@ -81,6 +81,13 @@ struct image {
         for (std::size_t i = front; i < memory.size; ++i)
             memory.bytes[i] = static_cast<std::uint8_t>(low + random() % range);
     }
+    // Of 16-bit words, those above the sample's bits.
+    void clear_unused_bits(unsigned bits) const {
+        for (std::int32_t y = 0; y < view.height; ++y)
+            for (std::int32_t x = 0; x < view.width; ++x)
+                view.plane_data[0].data[y * view.plane_data[0].stride + 2 * x + 1] &=
+                    static_cast<std::uint8_t>((1U << (bits - 8)) - 1);
+    }
     std::vector<std::uint8_t> content() const { return {memory.bytes, memory.bytes + memory.size}; }
     // Whether all bytes that belong to no pixel are as they were.
     bool frame_untouched() const {

@@ -28,11 +28,7 @@ inline void fill(const image& to, unsigned seed) {
     unsigned bits = 16;
     for (const char* name : {"Y10 ", "BG10", "GB10", "BA10", "RG10"}) bits = fcc_from_text(name) == id ? 10 : bits;
     for (const char* name : {"Y12 ", "BG12", "GB12", "BA12", "RG12"}) bits = fcc_from_text(name) == id ? 12 : bits;
-    if (bits == 16) return;
-    for (std::int32_t y = 0; y < to.view.height; ++y)
-        for (std::int32_t x = 0; x < to.view.width; ++x)
-            to.view.plane_data[0].data[y * to.view.plane_data[0].stride + 2 * x + 1] &=
-                static_cast<std::uint8_t>((1U << (bits - 8)) - 1);
+    if (bits != 16) to.clear_unused_bits(bits);
 }
 
 inline std::vector<transform_params> parameter_sets() {

@@ -58,10 +58,7 @@ std::uint8_t* line(const image& of, std::int32_t y) {
 // Random samples; the unused upper bits of unpacked ones are 0.
 void fill(const image& to, const format& f, unsigned seed) {
     to.noise(seed);
-    if (f.group != 1 || f.bits <= 8) return;
-    for (std::int32_t y = 0; y < to.view.height; ++y)
-        for (std::int32_t x = 0; x < to.view.width; ++x)
-            line(to, y)[2 * x + 1] &= static_cast<std::uint8_t>((1U << (f.bits - 8)) - 1);
+    if (f.group == 1 && f.bits > 8) to.clear_unused_bits(static_cast<unsigned>(f.bits));
 }
 
 constexpr sample_params tones[] = {{{1, 1, 1, 1}, 0, nullptr, nullptr},

@@ -5,6 +5,8 @@
 #include <img_pipe/tonemapping.h>
 #include <img_pipe/transform_pipe.h>
 
+#include <support/failing_memory.h>
+
 #include <gtest/gtest.h>
 
 #include <array>
@@ -436,6 +438,32 @@ TEST(ToneMapping, FactorsGivenBackAndFixed) {
     }
     params.tonemapping_factors = {1e30F, -1e30F, 1e30F, -5};
     EXPECT_TRUE(pipe.transform_in_place(first.view, params)) << "any numbers";
+}
+
+TEST(ToneMapping, WithoutMemoryAnImageStaysAsItIs) {
+    transform_params params;
+    params.tonemapping_enable = params.wb_enable = true;
+    params.wb_gain[0] = 1.6F;
+    params.brightness = 9;
+    params.gamma = 0.8F;
+    params.max_concurrency = 2;
+    for (const char* id : {"RGGB", "RG16", "Y800"})
+        for (const int sharpness : {0, 5})
+            for (int successes = 0;; ++successes) {
+                params.sharpness = sharpness;
+                const image picture(fcc_from_text(id), 60, 200, 0);
+                fill(layout_of_id(id), picture, 9, 0.4);
+                const auto before = picture.content();
+                transform_pipe pipe;
+                bool done = false;
+                failing_memory::fail(successes);
+                try {
+                    done = pipe.transform_in_place(picture.view, params);
+                } catch (const std::bad_alloc&) {
+                }
+                if (failing_memory::stop() == 0) break; // there was enough
+                EXPECT_TRUE(done || picture.content() == before) << id << ' ' << sharpness << ' ' << successes;
+            }
 }
 
 // The bytes' table belongs to a stretch, too: with the adaptation unchanged another stretch gives another table.

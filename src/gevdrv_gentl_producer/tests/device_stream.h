@@ -234,12 +234,13 @@ public:
         struct triple {
             size_t announced, input_and_filling, output;
         } seen{};
-        for (int i = 0; i < 4000; ++i) {
-            seen = info<triple>(STREAM_INFO_KRV_NUM_ANNOUNCED_QUEUED_AWAITDELIVERY);
-            if (seen.announced != memory.size()) break;
-            if (mine().size() + seen.input_and_filling + seen.output == seen.announced) return true;
-            std::this_thread::sleep_for(std::chrono::microseconds{500});
-        }
+        if (eventually([&] {
+                seen = info<triple>(STREAM_INFO_KRV_NUM_ANNOUNCED_QUEUED_AWAITDELIVERY);
+                return seen.announced != memory.size() ||
+                       mine().size() + seen.input_and_filling + seen.output == seen.announced;
+            }) &&
+            seen.announced == memory.size())
+            return true;
         ADD_FAILURE() << "announced " << seen.announced << " of " << memory.size() << ", input and filling "
                       << seen.input_and_filling << ", output " << seen.output << ", consumer's " << mine().size();
         return false;

@@ -18,7 +18,6 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <limits>
 
 namespace {
@@ -301,108 +300,34 @@ TEST(Processing, TheQueueModeIsChosenAtTheStart) {
     }
 }
 
-// Whatever stands in the block, frames come, nothing is written outside the image, and results are numbers within
-// limits.
-TEST(Processing, SettingsThatMakeNoSense) {
-    constexpr float nan = std::numeric_limits<float>::quiet_NaN(), infinity = std::numeric_limits<float>::infinity();
-    constexpr int64_t low = INT64_MIN, high = INT64_MAX;
-    const auto reals = [](block on, float value) {
-        for (const size_t at :
-             {20U, 24U, 28U, 84U, 88U, 120U, 124U, 128U, 140U, 144U, 148U, 196U, 200U, 204U, 224U, 232U, 240U})
-            on.store(at, value);
-        for (size_t at = block::color_matrix; at < 80; at += 4) on.store(at, value);
-        on.store(block::frame_rate, static_cast<double>(value));
-    };
-    const auto wholes = [](block on, int64_t value) {
-        for (const size_t at : {160U, 168U, 176U, 216U, 256U, 264U, 272U, 280U}) on.store(at, value);
-        for (const size_t at : {16U, 32U, 36U}) on.store(at, static_cast<int32_t>(value));
-        for (const size_t at : {112U, 132U}) on.store(at, static_cast<uint32_t>(value));
-    };
-    const auto flags = [](block on, uint32_t value) {
-        for (const size_t at : {0U, 12U, 40U, 80U, 104U, 108U, 116U, 136U, 152U, 184U, 188U, 192U, 208U, 248U, 252U})
-            on.store(at, value);
-    };
-    struct row {
-        const char* name;
-        std::function<void(block)> set;
-    };
-    const row rows[] = {
-        {"numbers that are none", [&](block on) { reals(on, nan); }},
-        {"infinity", [&](block on) { reals(on, infinity); }},
-        {"minus infinity", [&](block on) { reals(on, -infinity); }},
-        {"largest", [&](block on) { reals(on, std::numeric_limits<float>::max()), wholes(on, high); }},
-        {"smallest", [&](block on) { reals(on, std::numeric_limits<float>::denorm_min()), wholes(on, low); }},
-        {"all zero", [&](block on) { reals(on, 0), wholes(on, 0); }},
-        {"limits in the wrong order",
-         [](block on) {
-             for (const size_t at : {124U, 144U, 224U}) on.store(at, 100.0F);
-             for (const size_t at : {128U, 148U, 232U}) on.store(at, -100.0F);
-             on.store(block::iris_min, int64_t{100});
-             on.store(block::iris_max, int64_t{-100});
-         }},
-        {"a region outside",
-         [](block on) {
-             on.store(block::region_left, int64_t{5000});
-             on.store(block::region_width, int64_t{10});
-             on.store(block::region_height, int64_t{-10});
-         }},
-        {"a region whose end is beyond all numbers",
-         [&](block on) {
-             on.store(block::region_left, high);
-             on.store(block::region_top, high - 1);
-             on.store(block::region_width, high);
-             on.store(block::region_height, high);
-         }},
-    };
-    for (const uint32_t format :
-         {0x01080001U, 0x01080009U, 0x010C0047U, 0x02100032U}) { // Mono8, BayerRG8, Mono12p, YUV
-        camera_traits traits{.width = 320, .height = 200, .pixel_format = format};
-        picture_stream b{traits};
-        b.start();
-        uint16_t id = 0;
-        for (const row& r : rows) {
-            for (const uint32_t flag : {1U, 0x80000000U, UINT32_MAX}) {
-                SCOPED_TRACE(testing::Message() << std::hex << format << ", " << r.name << ", flags " << flag);
-                b.settings().set_neutral();
-                flags(b.settings(), flag);
-                r.set(b.settings());
-                for (int i = 0; i < 4; ++i) {
-                    EXPECT_FALSE(b.frame(++id).empty());
-                    std::this_thread::sleep_for(std::chrono::milliseconds{i == 0 ? 0 : 1});
-                }
-                for (const size_t at : {296U, 300U, 312U, 316U, 320U})
-                    EXPECT_TRUE(std::isfinite(b.settings().real(at))) << "result at " << at;
-            }
-        }
-        EXPECT_TRUE(b.own->all_accounted_for());
-    }
-}
-
 // Another process changes the block while frames are measured and transformed by it.
 TEST(Processing, SettingsThatChangeMeanwhile) {
-    picture_stream b{{.width = 320, .height = 200, .pixel_format = 0x01080009}};
-    const auto memory = b.settings();
-    b.start();
-    const pid_t child = fork();
-    if (child == 0) { // async-signal-safe from here on
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        uint32_t random = 1;
-        for (;;) {
-            random = random * 1664525 + 1013904223;
-            const size_t at = (random >> 8) % (block::minimum_size / 4) * 4;
-            if (at != block::drop_incomplete_frames) memory.store(at, random % 3 == 0 ? random : random % 2);
+    for (const uint32_t format : {0x01080009U, 0x010C0047U, 0x02100032U}) { // BayerRG8, Mono12p, YUV
+        SCOPED_TRACE(format);
+        picture_stream b{{.width = 320, .height = 200, .pixel_format = format}};
+        const auto memory = b.settings();
+        b.start();
+        const pid_t child = fork();
+        if (child == 0) { // async-signal-safe from here on
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            uint32_t random = 1;
+            for (;;) {
+                random = random * 1664525 + 1013904223;
+                const size_t at = (random >> 8) % (block::minimum_size / 4) * 4;
+                if (at != block::drop_incomplete_frames) memory.store(at, random % 3 == 0 ? random : random % 2);
+            }
         }
-    }
-    ASSERT_GT(child, 0);
-    for (uint16_t id = 1; id <= 300; ++id) {
-        if (b.frame(id).empty()) {
-            ADD_FAILURE() << "frame " << id << " is missing";
-            break;
+        ASSERT_GT(child, 0);
+        for (uint16_t id = 1; id <= 150; ++id) {
+            if (b.frame(id).empty()) {
+                ADD_FAILURE() << "frame " << id << " is missing";
+                break;
+            }
         }
+        kill(child, SIGKILL);
+        int status = 0;
+        waitpid(child, &status, 0);
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+        EXPECT_TRUE(b.own->all_accounted_for());
     }
-    kill(child, SIGKILL);
-    int status = 0;
-    waitpid(child, &status, 0);
-    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
-    EXPECT_TRUE(b.own->all_accounted_for());
 }

@@ -18,11 +18,14 @@ struct image_region {
     friend bool operator==(const image_region&, const image_region&) = default;
 };
 
+// `answered`, of each control: the camera was asked for what the last passes wanted of it, and whatever it made of that
+// is the current value.
 struct exposure_params { // us
     bool enable = false;
     float min = 0, max = 0, current = 0;
     float granularity = 0;       // smallest step of the camera; smaller changes than half of it are not made
     std::uint32_t reference = 0; // brightness to reach, 1 to 255; 0: default_reference
+    bool answered = true;
 };
 
 struct gain_params {
@@ -30,12 +33,14 @@ struct gain_params {
     float min = 0, max = 0, current = 0;
     bool logarithmic = true; // else a factor
     float per_doubling = 6;  // what doubles the signal, in the gain's unit
+    bool answered = true;
 };
 
 struct iris_params {
     bool enable = false;
     std::int64_t min = 0, max = 0, current = 0;
     bool separate = false; // only where neither exposure nor gain moved
+    bool answered = true;
 };
 
 struct white_balance_params {

@@ -47,6 +47,8 @@ public:
     const float* adaptation_scaled();
     // The byte that sample v becomes at luminance l, at [256 * l + v]. Null when memory is out.
     const std::uint8_t* byte_table(float scale, float offset);
+    // Takes the memory of the one or the other table; false when it is out.
+    bool reserve(bool as_bytes);
 
 private:
     struct word_tables {

@@ -125,32 +125,33 @@ bool changes(const gain_params& g, const auto_step& step) { return is_steered(g)
 bool changes(const iris_params& i, const auto_step& step) { return is_steered(i) && step.iris != i.current; }
 
 // The step of those that follow: what stays where it is gets no room for another value.
-auto_step next_step_of_followers(contents& state, controls& c, float light, float wanted) {
+auto_step next_step_of_followers(contents& state, controls& c, float light, float wanted, std::uint64_t now_ns) {
     bool exposure_moves = false, gain_moves = false, iris_moves = false; // decided once a pass
-    const auto stays = [](unmoved_control& control, bool& moves, double current, double to) {
-        if (!moves) moves = !control.stays(current, to);
+    const auto stays = [&](unmoved_control& control, bool& moves, double current, double to, bool answered) {
+        if (!moves) moves = !control.stays(current, to, answered, now_ns);
         return !moves;
     };
     for (;;) {
         const auto_step step = next_step(c, light, wanted);
         const auto iris = static_cast<double>(c.iris.current);
         bool one_stays = false;
-        if (changes(c.exposure, step) && stays(state.exposure, exposure_moves, c.exposure.current, step.exposure)) {
+        if (changes(c.exposure, step) &&
+            stays(state.exposure, exposure_moves, c.exposure.current, step.exposure, c.exposure.answered)) {
             c.exposure.min = c.exposure.max = std::round(c.exposure.current);
             one_stays = true;
         }
-        if (changes(c.gain, step) && stays(state.gain, gain_moves, c.gain.current, step.gain)) {
+        if (changes(c.gain, step) && stays(state.gain, gain_moves, c.gain.current, step.gain, c.gain.answered)) {
             c.gain.min = c.gain.max = c.gain.current;
             one_stays = true;
         }
-        if (changes(c.iris, step) && stays(state.iris, iris_moves, iris, step.iris)) {
+        if (changes(c.iris, step) && stays(state.iris, iris_moves, iris, step.iris, c.iris.answered)) {
             c.iris.min = c.iris.max = c.iris.current;
             one_stays = true;
         }
         if (one_stays) continue; // at most once for each
-        if (changes(c.exposure, step)) state.exposure.ask(c.exposure.current, step.exposure);
-        if (changes(c.gain, step)) state.gain.ask(c.gain.current, step.gain);
-        if (changes(c.iris, step)) state.iris.ask(iris, step.iris);
+        if (changes(c.exposure, step)) state.exposure.ask(c.exposure.current, step.exposure, now_ns);
+        if (changes(c.gain, step)) state.gain.ask(c.gain.current, step.gain, now_ns);
+        if (changes(c.iris, step)) state.iris.ask(iris, step.iris, now_ns);
         return step;
     }
 }
@@ -195,7 +196,7 @@ auto_pass_result auto_pass(auto_alg_state& of, const img_pipe::img_descriptor& i
     const auto light =
         static_cast<float>(state->light.take(static_cast<double>(light_of(seen.mean, p.software)), light_product(p)));
     controls steered{p.exposure, p.gain, p.iris};
-    const auto_step step = next_step_of_followers(*state, steered, light, wanted);
+    const auto_step step = next_step_of_followers(*state, steered, light, wanted, p.time_ns);
     result.exposure = step.exposure;
     result.gain = step.gain;
     result.iris = step.iris;

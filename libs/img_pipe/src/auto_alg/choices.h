@@ -50,10 +50,13 @@ constexpr double contrast_unit = 16777216;
 // Pixels measured for all blocks of an image together; fewer of formats that are read pixel by pixel.
 constexpr std::int32_t contrast_pixels = 81920, slow_contrast_pixels = 20480;
 
-// A control that was asked for the same by so many passes and is where it was stays there, and the others move; a
-// camera takes a write between two passes. Every so many passes that would ask again one does: a feature is unlocked, a
-// limit lifted. A twentieth of the passes makes no loop slow.
+// A control that was asked for the same by so many passes, was answered, and is where it was stays there, and the
+// others move. So it does without an answer after a time that a write with its repeats and the pause behind a silent
+// camera do not take: it is refused then. The passes are what fits into that time. Every so many passes that would ask
+// again one does: a feature is unlocked, a limit lifted. A twentieth of the passes makes no loop slow.
 constexpr std::uint32_t unmoved_passes = 3, spared_passes = 20;
+constexpr std::uint64_t unanswered_ns = 2'000'000'000;
+constexpr std::uint32_t unanswered_passes = 40;
 
 // What a gain of the white balance moves by.
 constexpr float gain_step = 1.0F / 64;

@@ -91,6 +91,10 @@ auto_pass_params auto_params_of(const settings_block& b, std::uint64_t block_id,
         b.flag(block::auto_gain), b.real(block::gain_min), b.real(block::gain_max), b.real(block::gain), true, 6.0F};
     p.iris = {b.flag(block::auto_iris), b.wide_integer(block::iris_min), b.wide_integer(block::iris_max),
               b.wide_integer(block::iris), b.flag(block::iris_separate)};
+    // Behind the current values, which the service writes first.
+    p.exposure.answered = b.real(block::result_exposure) == p.exposure.current;
+    p.gain.answered = b.real(block::result_gain) == p.gain.current;
+    p.iris.answered = b.wide_integer(block::result_iris) == p.iris.current;
     if (rate > 0) p.frame_time_us = period;
     p.white_balance.continuous = b.flag(block::auto_white_balance);
     p.white_balance.once = balance_requested(b);

@@ -38,10 +38,15 @@ float adaptation_table::at(std::int32_t k) const {
     return static_cast<float>(value > least_adaptation ? std::min(value, most_adaptation) : least_adaptation);
 }
 
+bool adaptation_table::reserve(bool as_bytes) {
+    if (as_bytes && !byte_places) byte_places.reset(new (std::nothrow) bytes);
+    if (!as_bytes && !words) words.reset(new (std::nothrow) word_tables);
+    return as_bytes ? byte_places != nullptr : words != nullptr;
+}
+
 bool adaptation_table::make_words() {
     if (words_valid) return true;
-    if (!words) words.reset(new (std::nothrow) word_tables);
-    if (!words) return false;
+    if (!reserve(false)) return false;
     float* const to = words->adaptation;
     for (std::int32_t k = 0; k < dense; ++k) to[k] = at(k);
     for (std::int32_t k = dense; k < places; k += stride) {
@@ -58,8 +63,7 @@ const float* adaptation_table::adaptation_scaled() { return make_words() ? words
 
 const std::uint8_t* adaptation_table::byte_table(float scale, float offset) {
     if (bytes_valid && bytes_scale == scale && bytes_offset == offset) return byte_places->table;
-    if (!byte_places) byte_places.reset(new (std::nothrow) bytes);
-    if (!byte_places) return nullptr;
+    if (!reserve(true)) return nullptr;
     for (std::int32_t l = 0; l < 256; ++l) {
         const float a = at(256 * l);
         std::uint8_t* const to = byte_places->table + 256 * l;

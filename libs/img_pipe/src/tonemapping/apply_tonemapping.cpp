@@ -25,6 +25,29 @@ std::uint32_t widened(std::uint32_t format) {
     return layout.mosaic == phase::grey ? fcc("Y16 ") : wide[static_cast<int>(layout.mosaic)];
 }
 
+// In place a strip needs the lines next to it as they were: two for each piece.
+std::size_t halo_pitch(const img_descriptor& source) {
+    return (static_cast<std::size_t>(line_stride(source.format, source.width)) + 63) / 64 * 64;
+}
+
+// All that the steps in place take, before the first of them writes: an image without its last ones would be neither
+// what came nor what is wanted.
+bool has_memory(transform_state& state, const img_descriptor& image, const corrections& c) {
+    tonemapping_state* const tones = state.luts.tonemapping();
+    const sample_layout layout = layout_of(image.format);
+    if (tones == nullptr || !tones->table.reserve(layout.pack == packing::plain8)) return false;
+    const bool grey = layout.mosaic == phase::grey;
+    sample_params unused = neutral_samples;
+    if (grey || c.each_sample()) {
+        if (!add_tone(c, state.luts, unused)) return false;
+    } else if (c.gamma && state.luts.gamma(c.gamma_value) == nullptr) {
+        return false;
+    }
+    return reserve_roads(state, image,
+                         {image.format, grey ? fcc("Y16 ") : fcc("RGB6"), grey ? image.format : fcc("BGR3")},
+                         2 * halo_pitch(image) * static_cast<std::size_t>(state.split(image.height).pieces));
+}
+
 bool white_balance(transform_state& state, const img_descriptor& image, const img_descriptor& source,
                    const corrections& c) {
     const sample_params gains = mosaic_gains(c, source.format);
@@ -56,9 +79,8 @@ bool functions::apply_tonemapping(transform_state& state, const img_descriptor& 
         params.adaptation_scaled = tones->table.adaptation_scaled();
         if (params.adaptation == nullptr) return false;
     }
-    // In place a strip needs the lines next to it as they were: two for each piece.
     const auto bytes = static_cast<std::size_t>(line_stride(source.format, source.width));
-    const std::size_t pitch = (bytes + 63) / 64 * 64;
+    const std::size_t pitch = halo_pitch(source);
     const line_split split = state.split(source.height);
     const bool in_place = same_memory(image, source);
     if (!state.reserve(split.pieces, kernel_scratch_bytes(source.width),
@@ -128,7 +150,7 @@ bool convert_tone_mapped(convert_function convert, transform_pipe& pipe, const i
         return convert(pipe, destination, source, rest, scratch);
     const bool balanced = c.white_balance && layout_of(source.format).mosaic != phase::grey;
     img_descriptor image = source;
-    if (!in_place && !state.tone_image(type, source, image)) return false;
+    if (in_place ? !has_memory(state, source, c) : !state.tone_image(type, source, image)) return false;
     if (balanced && !white_balance(state, image, source, c)) return false;
     const impl::tone_result result =
         impl::transform_helper::apply_tonemapping(state, image, balanced ? image : source, params, scratch);

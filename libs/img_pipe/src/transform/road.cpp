@@ -210,12 +210,18 @@ std::size_t road_memory(std::uint32_t source, std::uint32_t work, std::int32_t w
     return kernel_scratch_bytes(width) + 64 + lines * (bytes_per_line(source, width) + 2 * bytes_per_line(work, width));
 }
 
+bool reserve_roads(transform_state& state, const img_descriptor& source, std::initializer_list<std::uint32_t> work,
+                   std::size_t shared) {
+    const std::int32_t pieces = state.split(source.height).pieces;
+    std::size_t bytes = 0;
+    for (const std::uint32_t format : work) bytes = std::max(bytes, road_memory(source.format, format, source.width));
+    return state.reserve(pieces, bytes, std::max(shared, band_worker::border_bytes(source, pieces)));
+}
+
 bool run_road(transform_state& state, const img_descriptor& destination, const img_descriptor& source,
               const road& road) {
+    if (!reserve_roads(state, source, {road.work}, 0)) return false;
     const line_split split = state.split(source.height);
-    if (!state.reserve(split.pieces, road_memory(source.format, road.work, source.width),
-                       band_worker::border_bytes(source, split.pieces)))
-        return false;
     band_worker worker(road, destination, source, split, state);
     worker.save_borders();
     run_parallel(

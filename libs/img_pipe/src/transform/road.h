@@ -6,6 +6,8 @@
 
 #include <img_pipe/kernel_params.h>
 
+#include <initializer_list>
+
 namespace img_pipe {
 
 struct road_step {
@@ -30,6 +32,11 @@ constexpr std::int32_t sharpen_reach = 4;
 
 // Bytes that one piece needs for the kernels and the bands of any road between these formats.
 std::size_t road_memory(std::uint32_t source, std::uint32_t work, std::int32_t width);
+
+// The memory of every road between `source` and one of these formats, or of `shared` bytes where that is more: roads
+// that run afterwards have it. False when it is out.
+bool reserve_roads(transform_state& state, const img_descriptor& source, std::initializer_list<std::uint32_t> work,
+                   std::size_t shared);
 
 // In place when both views are the same image. False when memory is out; nothing is written then.
 bool run_road(transform_state& state, const img_descriptor& destination, const img_descriptor& source,

@@ -37,9 +37,10 @@ public:
     // lease, without waiting for it. `stream` is what the overlay says of it, looked at while the overlay is on; what
     // it says of the processing is filled in here. Frames without an image are left as they are. Throws what the
     // standard library throws when memory is out; the frame is still one, and the next is worked on as if nothing had
-    // been.
-    void process_image(const GenTL::Producer::Buffer& buffer, uint64_t now_ns, const transform_options& options,
-                       const ipc_rpc::client_object_handle& lease, overlay_figures& stream);
+    // been. False: the transform failed, as it does when memory is out.
+    [[nodiscard]] bool process_image(const GenTL::Producer::Buffer& buffer, uint64_t now_ns,
+                                     const transform_options& options, const ipc_rpc::client_object_handle& lease,
+                                     overlay_figures& stream);
 
 private:
     [[nodiscard]] bool function_is_on() const;

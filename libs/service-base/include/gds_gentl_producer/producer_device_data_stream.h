@@ -56,6 +56,7 @@ private:
     GenTL::Error start_stream();
     void update_and_deliver_buffer(GenTL::Producer::Buffer& buffer);
     void work_on(GenTL::Producer::Buffer& buffer);
+    void tell_that_processing_failed(const char* why); // once for each acquisition
     // True when the statistics' interval struck.
     bool process(GenTL::Producer::Buffer& buffer);
     void process_profiled(GenTL::Producer::Buffer& buffer, bool to_log, bool to_image);
@@ -73,7 +74,7 @@ private:
     // The delivering thread's, while it runs.
     std::unique_ptr<img_pipe::profiler> profiler; // while a switch of it is on
     std::vector<std::string> profile_lines;       // of the last interval, for the image
-    bool processing_failed = false;               // said once for each acquisition
+    bool processing_failed = false;               // and said
 };
 
 } // namespace gds_producer

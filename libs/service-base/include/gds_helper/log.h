@@ -63,7 +63,7 @@ public:
     void enable_debug_output(bool on);
     // An empty path closes the file. A path is taken only while there is no file: an existing one is not replaced.
     // A file that can't be opened is left out, with a message at error level. The service makes no folders for it: it
-    // may be root, and the path a mistake.
+    // may be root, and the path a mistake. The library takes no pipe.
     void set_file(const std::string& path);
     [[nodiscard]] bool has_console() const noexcept { return console != nullptr; }
     [[nodiscard]] bool has_debug_output() const noexcept { return debug_output != nullptr; }

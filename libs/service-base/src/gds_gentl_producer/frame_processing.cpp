@@ -48,7 +48,7 @@ bool frame_processing::function_is_on() const {
     return auto_alg::auto_function_is_on(settings) || auto_alg::transform_is_on(settings);
 }
 
-void frame_processing::process_image(const GenTL::Producer::Buffer& buffer, uint64_t now_ns,
+bool frame_processing::process_image(const GenTL::Producer::Buffer& buffer, uint64_t now_ns,
                                      const transform_options& options, const ipc_rpc::client_object_handle& lease,
                                      overlay_figures& stream) {
     const bool master = settings.flag(settings_block::master_enable);
@@ -58,7 +58,7 @@ void frame_processing::process_image(const GenTL::Producer::Buffer& buffer, uint
     auto_values_sender sender{lease, unsent};
     if (unsent) sender.send_write_auto_values_cmd();
     const img_pipe::img_descriptor image = image_in(buffer);
-    if (image.format == 0) return;
+    if (image.format == 0) return true;
     const img_pipe::profile_scope whole("gds_producer::process_image");
     // What is missing looks black and has sharp edges: such a frame would be overexposed for, or focussed on.
     if (stream.automatic && buffer.fill_state == GenTL::Producer::FillState::complete) {
@@ -77,9 +77,10 @@ void frame_processing::process_image(const GenTL::Producer::Buffer& buffer, uint
         img_pipe::transform_params params = auto_alg::transform_params_of(settings);
         params.optimization_level = options.optimization_level;
         params.max_concurrency = options.max_concurrency;
-        // What cannot be transformed is delivered as it came.
-        static_cast<void>(pipe.transform_in_place(image, params));
+        // What cannot be transformed is delivered as it came: a format that has no transform is, without a word.
+        if (!pipe.transform_in_place(image, params)) return !img_pipe::changes_in_place(image.format);
     }
+    return true;
 }
 
 } // namespace gds_producer

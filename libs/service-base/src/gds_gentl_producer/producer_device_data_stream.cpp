@@ -155,11 +155,14 @@ void producer_device_data_stream::work_on(Buffer& buffer) {
             static_cast<void>(process(buffer));
         }
     } catch (const std::exception& failure) {
-        if (!std::exchange(processing_failed, true)) {
-            stream_status_text.set("processing failed: {}", failure.what());
-            gvsp_logger().warn("Frames are delivered without processing: {}.", failure.what());
-        }
+        tell_that_processing_failed(failure.what());
     }
+}
+
+void producer_device_data_stream::tell_that_processing_failed(const char* why) {
+    if (std::exchange(processing_failed, true)) return;
+    stream_status_text.set("processing failed: {}", why);
+    gvsp_logger().warn("Frames are delivered without processing: {}.", why);
 }
 
 bool producer_device_data_stream::process(Buffer& buffer) {
@@ -179,7 +182,8 @@ bool producer_device_data_stream::process(Buffer& buffer) {
             figures.reception_status = overlay_status_text.copy(reception_text);
             figures.stream_status = stream_status_text.copy(stream_text);
         }
-        processing.process_image(buffer, began * 1000, device.transform(), lease, figures);
+        if (!processing.process_image(buffer, began * 1000, device.transform(), lease, figures))
+            tell_that_processing_failed("the transform failed");
         spent = steady_microseconds() - began;
     }
     return delivered.frame(began, spent);

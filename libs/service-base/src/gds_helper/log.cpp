@@ -163,6 +163,9 @@ void log_control::set_file(const std::string& path) {
         const auto folder = std::filesystem::absolute(path).parent_path();
         if (as_service && !std::filesystem::is_directory(folder))
             throw std::runtime_error(fmt::format("there is no folder '{}'", folder.string()));
+        // Its reader's end would be the consumer's end, and one that stands still would hold its threads.
+        std::error_code ignored;
+        if (!as_service && std::filesystem::is_fifo(path, ignored)) throw std::runtime_error("it is a pipe");
         const platform::pipe_end until_opened{path};
         if (until_opened.is_without_reader()) throw std::runtime_error("it is a pipe that nobody reads");
         add_output(file, std::make_shared<spdlog::sinks::basic_file_sink_mt>(path),

@@ -30,15 +30,18 @@ bool fits_int64(const nlohmann::json& number) {
 
 property_store_json_rw::property_store_json_rw(std::filesystem::path path)
     : file(std::move(path)), root(std::make_unique<nlohmann::json>(nlohmann::json::object())) {
-    std::error_code ignored;
-    if (file.empty() || !std::filesystem::exists(file, ignored)) return;
+    std::error_code error;
+    const auto type = std::filesystem::status(file, error).type();
+    if (file.empty() || type == std::filesystem::file_type::not_found) return;
     std::string reason;
     try {
         std::ifstream in;
         // A pipe that nobody writes would keep the consumer's dlopen waiting.
-        if (std::filesystem::is_directory(file, ignored))
+        if (type == std::filesystem::file_type::none)
+            reason = error.message();
+        else if (type == std::filesystem::file_type::directory)
             reason = "it is a folder";
-        else if (!std::filesystem::is_regular_file(file, ignored))
+        else if (type != std::filesystem::file_type::regular)
             reason = "it is no file";
         else if (in.open(file, std::ios::binary); !in)
             reason = std::generic_category().message(errno);

@@ -44,23 +44,20 @@ constexpr std::array known_settings{
 
 // Of a file: what it tells of itself, and the values that nobody can use.
 void look_at(const gds_helper::property_store_json_rw& store, const std::filesystem::path& file,
-             settings_report& report, bool is_copied) {
+             settings_report& report) {
     std::error_code ignored;
     if (!store.problem().empty()) report.problems.push_back(store.problem());
     if (!store.problem().empty() || file.empty() || !std::filesystem::exists(file, ignored)) return;
     report.files.push_back(file);
     gds_helper::property_store_map copied;
-    if (is_copied) copy_entries(store, copied);
-    // A number with a point is one for whoever reads the file itself, and none in a copy.
-    const gds_helper::property_store_ro& values =
-        is_copied ? static_cast<const gds_helper::property_store_ro&>(copied) : store;
+    copy_entries(store, copied); // a number with a point is one for the file itself alone: nobody reads it so
     for (const auto& [key, most] : known_settings) {
         if (!store.has_entry(key)) continue;
         std::int64_t number = 0;
         std::string text;
         const char* wanted = nullptr;
-        if (!most && values.read_string(key, text)) wanted = "a text in quotation marks";
-        if (most && (values.read_int64(key, number) || (*most != any_number && (number < 0 || number > *most))))
+        if (!most && copied.read_string(key, text)) wanted = "a text in quotation marks";
+        if (most && (copied.read_int64(key, number) || (*most != any_number && (number < 0 || number > *most))))
             wanted = "a whole number";
         if (wanted != nullptr)
             report.problems.push_back(
@@ -106,7 +103,7 @@ void apply_setup_files(gds_helper::property_store_rw& store, const product_const
     std::ranges::sort(files);
     for (const auto& file : files) {
         const gds_helper::property_store_json_rw values{file};
-        look_at(values, file, report, true);
+        look_at(values, file, report);
         copy_entries(values, store);
     }
 }
@@ -123,12 +120,11 @@ settings_report prop_store_init(gds_helper::property_store_rw& store, const prod
     if (extra.empty()) return report;
     // A file of the other places may be missing; this one was named.
     std::error_code error;
-    if (!std::filesystem::exists(extra, error))
+    if (std::filesystem::status(extra, error).type() == std::filesystem::file_type::not_found)
         report.problems.push_back(
-            fmt::format("Settings file '{}' of {} is not used: {}", extra, variable,
-                        (error ? error : make_error_code(std::errc::no_such_file_or_directory)).message()));
+            fmt::format("Settings file '{}' of {} is not used: {}", extra, variable, error.message()));
     const gds_helper::property_store_json_rw values{extra};
-    look_at(values, extra, report, true);
+    look_at(values, extra, report);
     copy_entries(values, store);
     return report;
 }
@@ -144,7 +140,7 @@ std::shared_ptr<gds_helper::property_store_chain> make_property_chain(const prod
     std::vector<std::shared_ptr<gds_helper::property_store_registry_ro>> of_system;
     for (const auto root : {gds_helper::registry_root::local_machine, gds_helper::registry_root::current_user}) {
         of_system.push_back(std::make_shared<gds_helper::property_store_registry_ro>(root, key));
-        look_at(of_system.back()->file(), gds_helper::registry_file(root, key), report, false);
+        look_at(of_system.back()->file(), gds_helper::registry_file(root, key), report);
     }
     for (auto each = of_system.rbegin(); each != of_system.rend(); ++each) chain->append(*each);
     report.files.insert(report.files.end(), first.files.begin(), first.files.end());

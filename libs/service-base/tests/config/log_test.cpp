@@ -112,14 +112,20 @@ TEST_F(Log, AFileThatCannotBeOpenedIsLeftOutAndTheServiceMakesNoFolderForIt) {
     EXPECT_THAT(control->file_problem(), HasSubstr("there is no folder '" + (folder / "mistyped").string() + "'"));
 }
 
-// It would wait for one, within the consumer's dlopen. With a reader a pipe is an output like any other, as the
-// standard error of a program in front of another is.
+// It would wait for one. With a reader a pipe is an output like any other of the service, as the standard error of a
+// program in front of another is. The library writes into none: its reader's end would be the consumer's.
 TEST_F(Log, APipeThatNobodyReadsIsNoFile) {
     const std::string pipe = make_pipe("cti.log");
+    control->set_role(true);
     must_not_wait_for(pipe, [&] { control->set_file(pipe); });
     EXPECT_FALSE(control->has_file());
     EXPECT_THAT(control->file_problem(), HasSubstr("nobody reads"));
+    control->set_role(false);
     const int reader = open(pipe.c_str(), O_RDONLY | O_NONBLOCK);
+    control->set_file(pipe);
+    EXPECT_FALSE(control->has_file());
+    EXPECT_THAT(control->file_problem(), HasSubstr("it is a pipe"));
+    control->set_role(true);
     control->set_file(pipe);
     EXPECT_TRUE(control->has_file());
     EXPECT_EQ(control->file_problem(), "");
@@ -130,6 +136,7 @@ TEST_F(Log, APipeThatNobodyReadsIsNoFile) {
 // As `cat` reads one: it waits for somebody who writes, and ends with the last of them.
 TEST_F(Log, WhoWaitsAtAPipeReadsTheLog) {
     control->set_header("srv: product 1.2");
+    control->set_role(true);
     for (int i = 0; i < 20; ++i) {
         const std::string pipe = make_pipe("read" + std::to_string(i));
         auto read = std::async(std::launch::async, [&] { return text_of(pipe); });

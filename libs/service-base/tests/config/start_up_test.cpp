@@ -72,14 +72,15 @@ TEST_F(StartUp, APipeIsNoFileOfSettings) {
 }
 
 TEST_F(StartUp, ChainAsksTheMapBeforeTheUsersSettings) {
-    write("config/Software/Quillon Optics GmbH/orv-gentl-gev/service.json", R"({"log_level": 2, "only_user": 3})");
+    write("config/Software/Quillon Optics GmbH/orv-gentl-gev/service.json", R"({"log_level": 1.0, "only_user": 3})");
     write("orv-gentl-gev_setup.json", R"({"log_level": 1})");
     gds_shared::settings_report report;
     const auto chain = gds_shared::make_property_chain(gev_product, folder, report);
     EXPECT_EQ(read_int64_or(*chain, "log_level", -1), 1);
     ASSERT_EQ(report.files.size(), 2U);
     EXPECT_EQ(report.files.back(), folder / "orv-gentl-gev_setup.json") << "it is asked first";
-    EXPECT_TRUE(report.problems.empty());
+    ASSERT_EQ(report.problems.size(), 1U) << "a number with a point";
+    EXPECT_NE(report.problems[0].find("'log_level' is not used"), std::string::npos) << report.problems[0];
     EXPECT_EQ(read_int64_or(*chain, "only_user", -1), 3);
     ASSERT_NE(chain->get_backing_store(), nullptr);
     EXPECT_FALSE(gds_shared::apply_buffer_tracing_setting(*chain));
@@ -94,4 +95,15 @@ TEST_F(StartUp, NothingIsCreatedByLooking) {
     static_cast<void>(gds_shared::make_property_chain(gev_product, folder / "absent", report));
     EXPECT_TRUE(report.problems.empty()) << "a file that may be there";
     EXPECT_TRUE(std::filesystem::is_empty(folder));
+}
+
+TEST_F(StartUp, FilesThatCannotBeLookedAtAreToldOf) {
+    const auto user = folder / "config/Software/Quillon Optics GmbH/orv-gentl-gev/service.json";
+    std::filesystem::create_directories(user.parent_path());
+    for (const auto& loop : {user, folder / "extra.json"}) std::filesystem::create_symlink(loop, loop);
+    set("ORV_GENTL_GEV_PROP_INIT", (folder / "extra.json").string());
+    gds_shared::settings_report report;
+    static_cast<void>(gds_shared::make_property_chain(gev_product, folder, report));
+    EXPECT_EQ(report.problems.size(), 2U);
+    EXPECT_TRUE(report.files.empty());
 }

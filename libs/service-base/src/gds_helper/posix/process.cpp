@@ -18,12 +18,15 @@ void set_thread_name(std::string_view name) noexcept {
 }
 
 bool raise_thread_priority() noexcept {
+    // Threads that this one starts are not raised with it, those of the pixel pool among them.
+    sched_param parameters{};
+    if (const int policy = sched_getscheduler(0); policy >= 0 && sched_getparam(0, &parameters) == 0)
+        static_cast<void>(sched_setscheduler(0, policy | SCHED_RESET_ON_FORK, &parameters));
     // On Linux a nice value belongs to a thread; a small round-robin priority is the other way to be allowed more.
     const auto thread = static_cast<id_t>(syscall(SYS_gettid));
     if (setpriority(PRIO_PROCESS, thread, -5) == 0) return true;
-    sched_param parameters{};
     parameters.sched_priority = sched_get_priority_min(SCHED_RR);
-    return pthread_setschedparam(pthread_self(), SCHED_RR, &parameters) == 0;
+    return sched_setscheduler(0, SCHED_RR | SCHED_RESET_ON_FORK, &parameters) == 0;
 }
 
 void sleep_precisely() noexcept {
