@@ -4,7 +4,7 @@
 #include "built.h"
 #include "test_system.h"
 
-#include <cli/consumer/failure.h>
+#include <cli/failure/failure.h>
 
 #include <gtest/gtest.h>
 

@@ -2,8 +2,8 @@
 
 #include "device_choice.h"
 
-#include "../posix/camera_holder.h"
 #include "../posix/service_place.h"
+#include "camera_holder.h"
 
 #include <fmt/format.h>
 

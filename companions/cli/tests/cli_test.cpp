@@ -4,9 +4,9 @@
 #include <cli/consumer/setting.h>
 #include <cli/host/host_checks.h>
 #include <cli/host/installation_checks.h>
-#include <cli/losses/kernel_counters.h>
 #include <cli/losses/loss_verdict.h>
 #include <cli/pictures/picture_converter.h>
+#include <cli/posix/kernel_counters.h>
 #include <support/built.h>
 #include <support/temporary_folder.h>
 
