@@ -1,10 +1,11 @@
 #include "process_list.h"
 
+#include "this_process.h"
+
 #include <fmt/format.h>
 
 #include <charconv>
 #include <cstdlib>
-#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -36,12 +37,7 @@ std::string start_time_of(int pid) {
     int64_t ticks = 0, booted = 0;
     std::from_chars(word.data(), word.data() + word.size(), ticks);
     std::from_chars(boot.data() + at + 6, boot.data() + boot.size(), booted);
-    const std::time_t start = booted + ticks / sysconf(_SC_CLK_TCK);
-    std::tm local{};
-    char text[32] = {};
-    localtime_r(&start, &local);
-    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
-    return text;
+    return local_time(booted + ticks / sysconf(_SC_CLK_TCK));
 }
 
 std::vector<std::string> others_with_file(const std::string& name) {
