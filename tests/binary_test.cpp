@@ -56,8 +56,8 @@ TEST(Binary, ExportsExactlyTheInterface) {
 
 TEST(Binary, NeedsOnlyTheLanguageRuntime) {
     if (built::sanitized) GTEST_SKIP() << "sanitizers bring libraries of their own";
-    const std::set<std::string> allowed{"libc.so.6", "libm.so.6", "libstdc++.so.6", "libgcc_s.so.1",
-                                        "ld-linux-x86-64.so.2"};
+    const std::set<std::string> allowed{
+        "libc.so.6", "libm.so.6", "libstdc++.so.6", "libgcc_s.so.1", "ld-linux-x86-64.so.2", "ld-linux-aarch64.so.1"};
     for (const char* file : {built::cti, built::multipart_cti}) {
         const auto needed = words(output_of(std::string{"objdump -p '"} + file + "' | awk '/NEEDED/ {print $2}'"));
         for (const std::string& name : needed) EXPECT_TRUE(allowed.contains(name)) << name;

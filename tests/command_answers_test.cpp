@@ -160,13 +160,13 @@ TEST(CommandLine, APlanThatCannotBe) {
 TEST(CommandLine, ASupportBundleHoldsWhatItSays) {
     small_system own;
     const std::string folder = own.folder(), archive = folder + "/bundle.tar.gz";
-    const answer packed = run(own, "export HOME='" + folder +
-                                       "' ORV_GENTL_GEV_DEBUG_FILE='/proc/none.log' GENICAM_GENTL64_PATH='" + folder +
-                                       "/x' SOME_TOKEN=secret; orv-gentl "
+    const answer packed = run(own, "export HOME='" + folder + "' ORV_GENTL_GEV_DEBUG_FILE='" + folder +
+                                       "/pipe' GENICAM_GENTL64_PATH='" + folder +
+                                       "/x' SOME_TOKEN=secret; mkfifo ~/pipe; orv-gentl "
                                        "support-bundle --json '" +
                                        archive + "'");
     ASSERT_EQ(packed.exit_code, 0) << packed.errors;
-    auto object = nlohmann::json::parse(packed.output, nullptr, false);
+    auto object = packed.json();
     EXPECT_EQ(object["written"], true);
     ASSERT_EQ(run(own, "cd '" + folder + "' && tar xzf bundle.tar.gz").exit_code, 0);
     const std::filesystem::path inside = folder + "/bundle";
@@ -185,13 +185,21 @@ TEST(CommandLine, ASupportBundleHoldsWhatItSays) {
     const std::string environment = read_file(inside / "environment.txt");
     EXPECT_THAT(environment, HasSubstr("GENICAM_GENTL64_PATH=~/x\n")) << "the home folder is masked";
     EXPECT_THAT(environment, testing::Not(HasSubstr("secret")));
-    EXPECT_THAT(read_file(inside / "manifest.json"), HasSubstr("cannot read '/proc/none.log'"));
+    EXPECT_THAT(read_file(inside / "manifest.json"), HasSubstr("cannot read '~/pipe'"));
     expect_rows(own, {{"support-bundle '" + folder + "/bundle'", cause::output, "is there already"},
                       {"support-bundle /proc/none/x.tar.gz", cause::output, "Cannot write '/proc/none/x.tar.gz'"},
                       {"support-bundle /dev/full/x", cause::output, "/dev/full"}});
     // Without a camera, or a service, the rest is of use all the same.
     own.stop_service(SIGTERM);
-    const answer without = run(own, "orv-gentl support-bundle --json '" + folder + "/rest'");
+    std::ofstream{folder + "/settings.json"} << R"({"service_log_file": ")" + folder + R"(/said.log"})";
+    std::ofstream{folder + "/said.log"} << "what the service said\n";
+    std::ofstream{folder + "/journalctl"} << "#!/bin/sh\necho '-- No entries --'\n";
+    std::filesystem::permissions(folder + "/journalctl", std::filesystem::perms{0755});
+    const answer without = run(own, "PATH='" + folder + "' ORV_GENTL_GEV_PROP_INIT='" + folder +
+                                        "/settings.json' orv-gentl support-bundle --json '" + folder + "/rest'");
+    EXPECT_THAT(without.errors, HasSubstr("logs/journal.txt: no entries"));
+    EXPECT_EQ(read_file(folder + "/rest/logs/service.log"), "what the service said\n");
+    EXPECT_GT(std::filesystem::file_size(folder + "/rest/network/addresses.txt"), 0U) << "of a program in /usr/sbin";
     EXPECT_EQ(without.exit_code, 0) << without.errors;
     EXPECT_THAT(without.output, HasSubstr("No service runs"));
     EXPECT_FALSE(std::filesystem::exists(folder + "/rest/cameras"));

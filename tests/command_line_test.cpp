@@ -71,13 +71,13 @@ TEST(CommandLine, FaultsInTheArguments) {
     expect_rows(own, {{"nonsense", cause::arguments, "nonsense"},
                       {"set Width 1 2", cause::arguments, "'Width' is no NAME=VALUE"},
                       {"grab --set Width", cause::arguments, "'Width' is no NAME=VALUE"},
+                      {"events --set Width", cause::arguments, "'Width' is no NAME=VALUE"},
                       {"grab --format Mono99", cause::arguments, "'Mono99' is no pixel format"},
                       {"load /no/such", cause::arguments, "Cannot read '/no/such'"},
                       {"list --cti /no/such.cti", cause::no_library, "There is no file '/no/such.cti'"},
                       {"list --cti /dev/null", cause::no_library, "Cannot load '/dev/null'"}});
     // The flag is known behind the command too, whose arguments are wrong.
-    expect_error(nlohmann::json::parse(run(own, "orv-gentl list --nonsense --json").output, nullptr, false),
-                 cause::arguments, "--nonsense", "behind");
+    expect_error(run(own, "orv-gentl list --nonsense --json").json(), cause::arguments, "--nonsense", "behind");
     const answer version = run(own, "orv-gentl --version");
     EXPECT_EQ(version.exit_code, 0);
     EXPECT_THAT(version.output, HasSubstr("1.3.1.860"));
@@ -105,14 +105,18 @@ TEST(CommandLine, SelfTestTellsWhatItSaw) {
     const std::string folder = own.folder() / "bin";
     std::filesystem::create_directory(folder);
     std::filesystem::copy_file(program, folder + "/orv-gentl");
-    const auto with = [&](const std::string& body) {
+    const auto with = [&](const std::string& body, const std::string& place = "") {
         for (const std::string each : {"/orv-gev-camera-sim", "/orv-gentl-gev-service"}) {
             std::ofstream{folder + each} << "#!/bin/sh\n" << body << '\n';
             std::filesystem::permissions(folder + each, std::filesystem::perms{0755});
         }
-        return run(own, "'" + folder + "/orv-gentl' self-test --cti /dev/null");
+        return run(own, place + " '" + folder + "/orv-gentl' self-test --cti /dev/null");
     };
     EXPECT_THAT(with("exit 1").errors, HasSubstr("The simulated camera does not start: it ended without a word."));
+    EXPECT_THAT(with("", "TMPDIR=/dev/null").errors, HasSubstr("Cannot make a folder in '/dev/null': Not a directory"));
+    const std::string deep = folder + '/' + std::string(80, 'x'); // beyond what a socket's path may have
+    std::filesystem::create_directory(deep);
+    EXPECT_THAT(with("echo $ORV_GENTL_RUNTIME_DIR; exit 1", "TMPDIR=" + deep).errors, HasSubstr("start: /tmp/orv-"));
     const answer unloaded = with("echo ready; exec sleep 60");
     EXPECT_EQ(unloaded.output, "ok  simulated camera\nok  service\n");
     EXPECT_THAT(unloaded.errors, HasSubstr("Cannot load '/dev/null'"));
@@ -130,11 +134,6 @@ TEST(CommandLine, WithoutAService) {
                       {"list", cause::no_service,
                        "Failed to connect to service via service-pipe 'orv-gentl-gev_service_pipe_1.3.1.860_rel'. CTI "
                        "version '1.3.1.860'."}});
-    const answer nowhere = run(own, "ORV_GENTL_RUNTIME_DIR=/no/such orv-gentl list");
-    EXPECT_EQ(nowhere.exit_code, cli::row_of(cause::no_service).exit_code);
-    EXPECT_THAT(nowhere.errors, HasSubstr("there is no folder '/no/such' ($ORV_GENTL_RUNTIME_DIR)"));
-    EXPECT_THAT(nowhere.errors, HasSubstr("mkdir -m 700 '/no/such'"));
-
     std::ofstream{own.folder() / "settings.json"} << R"({"log_level": 6})";
     const auto settings = [&](const std::string& file) {
         return finding_of(
@@ -146,6 +145,21 @@ TEST(CommandLine, WithoutAService) {
     EXPECT_THAT(used["found"].get<std::string>(), testing::EndsWith(folder + "/settings.json"));
     EXPECT_EQ(missing["grade"], "advice");
     EXPECT_THAT(missing["found"].get<std::string>(), HasSubstr("Settings file '/no/such' of ORV_GENTL_GEV_PROP_INIT"));
+    std::ofstream{own.folder() / "log.json"} << R"({"service_log_file": "/no/such/log"})";
+    EXPECT_EQ(settings(folder + "/log.json")["found"], "'service_log_file': there is no folder '/no/such'");
+
+    // What is wrong with the library keeps nothing else from being looked at; commands can be pasted.
+    const auto all = run(own, "env -u GENICAM_GENTL64_PATH '" + program + "' doctor --json").json();
+    for (const auto& each : all["checks"]) {
+        const std::string remedy = each["remedy"];
+        if (remedy.starts_with("eval ") || remedy.starts_with("nmcli ")) {
+            std::ofstream{own.folder() / "remedy"} << remedy;
+            EXPECT_EQ(run(own, "sh -n '" + folder + "/remedy'").exit_code, 0) << remedy;
+        }
+    }
+    const answer no_library = run(own, "orv-gentl doctor --json --cti /no/such.cti");
+    EXPECT_EQ(finding_of("library", no_library.output)["grade"], "bad");
+    EXPECT_EQ(finding_of("settings files", no_library.output)["grade"], "ok");
 
     std::istringstream lines{run(own, "orv-gentl doctor").output};
     for (std::string line; std::getline(lines, line);)
@@ -189,7 +203,8 @@ TEST(CommandLine, BesideTheInstalledUnits) {
     const std::string folder = own.folder();
     std::filesystem::permissions(own.folder(), std::filesystem::perms{0755});
     std::filesystem::create_directory(folder + "/session");
-    std::ofstream{folder + "/unit"} << "[Socket]\nSocketGroup=daemon\n";
+    std::ofstream{folder + "/unit"} << "[Socket]\nSocketGroup=daemon\n"
+                                       "ListenSequentialPacket=/run/orv-gentl-gev/orv-gentl-gev_service_pipe_1.2_rel\n";
     std::ofstream{folder + "/group"} << "root:x:0:\ndaemon:x:1:nobody\nnogroup:x:65534:\n";
     std::ofstream{folder + "/systemctl"} << "#!/bin/sh\n[ $1 = show ] || { echo active; exit; }\n"
                                             "echo ActiveState=activating; echo SubState=auto-restart\n"
@@ -213,6 +228,9 @@ TEST(CommandLine, BesideTheInstalledUnits) {
     const answer ill = within("", "", "doctor --json");
     const auto failing = finding_of("orv-gentl-gev.service", ill.output);
     EXPECT_EQ(failing["grade"], "bad");
+    EXPECT_EQ(finding_of("orv-gentl-gev.socket", ill.output)["found"],
+              "'/usr/local/lib/systemd/system/orv-gentl-gev.socket' is another version's: it listens at "
+              "'/run/orv-gentl-gev/orv-gentl-gev_service_pipe_1.2_rel'");
     EXPECT_EQ(failing["found"], "ends and is started again (exit-code, 7 times)");
     EXPECT_THAT(failing["remedy"].get<std::string>(), HasSubstr("journalctl -u orv-gentl-gev.service"));
     EXPECT_EQ(finding_of("local service", ill.output)["remedy"], "Start it: sudo systemctl start orv-gentl-gev.socket");
@@ -220,7 +238,7 @@ TEST(CommandLine, BesideTheInstalledUnits) {
     const struct {
         const char *set_up, *groups, *grade, *found, *remedy;
     } rows[]{
-        {"", "--clear-groups", "bad", "user 'nobody' is no member", "sudo adduser nobody daemon, and log in again"},
+        {"", "--clear-groups", "bad", "user 'nobody' is no member", "sudo adduser nobody daemon   # and log in again"},
         {"mount --bind group /etc/group", "--clear-groups", "bad", "a member, but this login is from before",
          "log in again (a desktop: out of the session and in)"},
         {"mount --bind group /etc/group", "--init-groups", "ok", "a member", ""},
@@ -259,6 +277,11 @@ TEST(CommandLine, WithoutACamera) {
                       {"info --interface eth77", cause::no_camera, "There is no interface 'eth77'"},
                       {"features --module interface --device left", cause::no_camera, "so none is 'left'"}});
     EXPECT_EQ(run(own, "orv-gentl list").exit_code, 0);
+    const answer elsewhere = run(own, "cd '" + own.folder().string() +
+                                          "'; mkdir none; ORV_GENTL_RUNTIME_DIR=$PWD/none orv-gentl doctor --json");
+    const std::string remedy = finding_of("other services on this host", elsewhere.output)["remedy"];
+    EXPECT_THAT(remedy, testing::StartsWith("export ORV_GENTL_RUNTIME_DIR='"));
+    EXPECT_THAT(remedy, HasSubstr("'" + own.folder().string() + "'"));
     EXPECT_EQ(run(own, "env -i '" + program + "' --version").exit_code, 0);
     EXPECT_EQ(run(own, "env -u HOME -u XDG_CONFIG_HOME -u XDG_CACHE_HOME '" + program + "' list").exit_code, 0);
 }
@@ -277,12 +300,12 @@ TEST(CommandLine, TwoCamerasThatAreAlike) {
     for (const std::string& one : {std::string{"CAM1"}, std::string{"Orv-SimCam-CAM1"}, own.camera_address(1)}) {
         const answer found = run(own, "orv-gentl get DeviceSerialNumber --device " + one);
         EXPECT_EQ(found.output, "CAM1\n") << one << found.errors;
-        const auto shown = nlohmann::json::parse(run(own, "orv-gentl ip show --json --device " + one).output);
+        const auto shown = run(own, "orv-gentl ip show --json --device " + one).json();
         EXPECT_EQ(shown["devices"].size(), 1U) << one << shown;
-        auto listed = nlohmann::json::parse(run(own, "orv-gentl list --json --device " + one).output, nullptr, false);
+        auto listed = run(own, "orv-gentl list --json --device " + one).json();
         EXPECT_EQ(listed["devices"].size(), 1U) << one << listed;
     }
-    auto listed = nlohmann::json::parse(run(own, "orv-gentl list --json").output, nullptr, false);
+    auto listed = run(own, "orv-gentl list --json").json();
     ASSERT_EQ(listed["devices"].size(), 2U) << listed;
     EXPECT_EQ(listed["devices"][1]["address"], own.camera_address(1));
     const std::string mac = listed["devices"][1]["mac"];
@@ -295,8 +318,7 @@ TEST(CommandLine, BesideAnotherController) {
     expect_rows(own, {{"set Width=160", cause::busy, "Camera 'Orv-SimCam-CAM0' is in use"},
                       {"grab", cause::busy, "(pid " + std::to_string(getpid()) + ", running since 2"},
                       {"get Width --access control", cause::busy, "'features' and 'describe' work beside it"}});
-    auto refused =
-        nlohmann::json::parse(run(own, "orv-gentl features --json --access exclusive").output, nullptr, false)["error"];
+    auto refused = run(own, "orv-gentl features --json --access exclusive").json()["error"];
     EXPECT_EQ(refused["producer"], "gevdrv-status: ERR_GEV_STATUS_WRITE_PROTECT") << refused;
     EXPECT_EQ(run(own, "orv-gentl get Width").output, "320\n");
     EXPECT_EQ(run(own, "orv-gentl describe Width").exit_code, 0);
@@ -315,20 +337,19 @@ TEST(CommandLine, FeaturesThatAreNotOrDoNot) {
                       {"get Width TriggerSoftwar", cause::feature, "Did you mean 'TriggerSoftware'"}});
     EXPECT_EQ(run(own, "orv-gentl grab --set Width=1").output, "") << "no table of a run that was none";
     const answer two = run(own, "orv-gentl set --json Width=160 Height=99999");
-    auto object = nlohmann::json::parse(two.output, nullptr, false);
+    auto object = two.json();
     EXPECT_EQ(object["set"], nlohmann::json::parse(R"([{"name": "Width", "asked": "160", "value": 160}])")) << object;
     expect_error(object, cause::feature, "'Height'", "what came before is told");
     // Real types, and addresses as addresses.
-    auto values = nlohmann::json::parse(
-        run(own, "orv-gentl get --json Width ExposureTime ChunkModeActive PixelFormat GevCurrentIPAddress").output,
-        nullptr, false);
+    auto values =
+        run(own, "orv-gentl get --json Width ExposureTime ChunkModeActive PixelFormat GevCurrentIPAddress").json();
     EXPECT_EQ(values["features"]["Width"], 160) << values;
     EXPECT_TRUE(values["features"]["ExposureTime"].is_number_float()) << values;
     EXPECT_TRUE(values["features"]["ChunkModeActive"].is_boolean()) << values;
     EXPECT_EQ(values["features"]["PixelFormat"], "Mono8") << values;
     EXPECT_EQ(values["features"]["GevCurrentIPAddress"], own.camera_address(0)) << values;
     EXPECT_EQ(run(own, "orv-gentl set GevPersistentIPAddress=10.1.2.3").output, "GevPersistentIPAddress = 10.1.2.3\n");
-    auto table = nlohmann::json::parse(run(own, "orv-gentl get --json LUTValueAll").output, nullptr, false);
+    auto table = run(own, "orv-gentl get --json LUTValueAll").json();
     EXPECT_GT(table["features"]["LUTValueAll"].get<std::string>().size(), 128U) << "no register is cut";
 }
 
@@ -339,7 +360,7 @@ TEST(CommandLine, SettingsOfAGrabKeepTheirOrder) {
         run(own, "orv-gentl grab --frames 1 --quiet --set EventSelector=ExposureEnd --set EventNotification=On "
                  "--set Width=160 --set Width=200 --json");
     EXPECT_EQ(grabbed.exit_code, 0) << grabbed.errors;
-    EXPECT_EQ(nlohmann::json::parse(grabbed.output)["width"], 200);
+    EXPECT_EQ(grabbed.json()["width"], 200);
     EXPECT_THAT(run(own, "orv-gentl save").output, HasSubstr("EventNotification[EventSelector=ExposureEnd]=On\n"));
 }
 
@@ -367,8 +388,7 @@ TEST(CommandLine, OutputThatCannotBeWritten) {
     expect_rows(own, {{"grab --frames 2 --output /proc/none", cause::output, "Cannot make folder '/proc/none'"},
                       {"save /proc/none", cause::output, "Cannot write '/proc/none'"},
                       {"save /dev/full", cause::output, "Cannot write '/dev/full': No space left"}});
-    auto blocked = nlohmann::json::parse(
-        run(own, "orv-gentl grab --json --quiet --frames 2 --output /proc/none").output, nullptr, false);
+    auto blocked = run(own, "orv-gentl grab --json --quiet --frames 2 --output /proc/none").json();
     EXPECT_EQ(blocked["frames_delivered"], 0) << "it is known before the camera starts: " << blocked;
 }
 
@@ -421,7 +441,7 @@ TEST_P(EndOfARun, IsToldWithWhatCame) {
     strike(own, line.process());
     const answer ended = line.wait();
     EXPECT_EQ(ended.exit_code, cli::row_of(why).exit_code) << ended.errors;
-    auto object = nlohmann::json::parse(ended.output, nullptr, false);
+    auto object = ended.json();
     expect_error(object, why, text, name);
     EXPECT_EQ(object["frames_delivered"] > 0, has_frames) << object;
     EXPECT_EQ(object["interrupted"], why == cause::interrupted) << object;
@@ -475,7 +495,7 @@ TEST(CommandLine, PicturesKeepTheirBits) {
         const answer grabbed = run(own, std::string{"orv-gentl grab --json --quiet --frames 1 --device "} + device +
                                             " --output '" + own.folder().string() + "/pictures' " + options);
         EXPECT_EQ(grabbed.exit_code, 0) << grabbed.errors;
-        return nlohmann::json::parse(grabbed.output, nullptr, false)["files"];
+        return grabbed.json()["files"];
     };
     auto png = files_of("CAM0", "");
     ASSERT_EQ(png.size(), 1U);
@@ -540,7 +560,7 @@ TEST(CommandLine, SettingsAreSavedComparedAndLoaded) {
 
     std::ofstream{own.folder() / "odd.txt"} << "# two that cannot be\nWidth=7\nNone=1\nHeight=120\n";
     const answer odd = run(own, "orv-gentl load --json '" + (own.folder() / "odd.txt").string() + "'");
-    auto object = nlohmann::json::parse(odd.output, nullptr, false);
+    auto object = odd.json();
     expect_error(object, cause::feature, "2 of 3 settings did not take", "odd");
     EXPECT_EQ(object["taken"], 1) << object;
     EXPECT_EQ(object["not_taken"][0]["name"], "Width") << object;

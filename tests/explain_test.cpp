@@ -45,8 +45,6 @@ TEST(Explain, NothingLost) {
     EXPECT_GT(seen["packets_received"], 10) << seen;
     EXPECT_GE(seen["socket_buffer"], 100'000) << seen;
     EXPECT_EQ(seen["interface"], "lo") << seen;
-    const auto text = own.run_consumer({"grab", "--frames", "5", "--quiet", "--explain"});
-    EXPECT_THAT(text.output, HasSubstr("\nNothing was lost.\n"));
 }
 
 TEST(Explain, ACameraThatDrops) {

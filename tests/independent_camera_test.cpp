@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <thread>
-
 using namespace test_support;
 using namespace GenTL;
 
@@ -13,12 +11,10 @@ TEST(IndependentCamera, IsFoundReadAndGrabbed) {
     const process fake{{ORV_FAKE_CAMERA, "-i", "127.0.0.1"}, own.folder() / "fake"};
     own.start_service();
     nlohmann::json list;
-    for (int attempt = 0; attempt < 50; ++attempt) {
+    ASSERT_TRUE(eventually([&] { // it says nothing when it is ready
         list = nlohmann::json::parse(own.run_consumer({"list", "--json"}).output, nullptr, false);
-        if (list.is_object() && !list["devices"].empty()) break;
-        std::this_thread::sleep_for(std::chrono::milliseconds{200}); // it says nothing when it is ready
-    }
-    ASSERT_TRUE(list.is_object());
+        return list.is_object() && !list["devices"].empty();
+    }));
     ASSERT_EQ(list["devices"].size(), 1U) << list;
 
     const auto features = own.run_consumer({"features", "--json"});

@@ -103,8 +103,8 @@ TEST(NetworkCommands, ACameraThatSomebodyHasIsNotMovedAndThatIsTheReasonGiven) {
 
 TEST(NetworkCommands, EventsArePrintedWithTheFeaturesOfTheirPort) {
     small_system own{{"--frame-rate", "50"}};
-    const auto single = own.run_consumer(
-        {"events", "--json", "--notify", "Test", "--exec", "TestEventGenerate", "--count", "1", "--wait", "5000"});
+    const auto single = own.run_consumer({"events", "--json", "--set", "EventNotification[EventSelector=Test]=On",
+                                          "--exec", "TestEventGenerate", "--count", "1", "--wait", "5000"});
     ASSERT_EQ(single.exit_code, 0) << single.output;
     const auto event = nlohmann::json::parse(single.output);
     EXPECT_EQ(event["id"], "9000");

@@ -58,8 +58,8 @@ std::vector<example> examples_of(const std::vector<std::string>& page) {
 
 // A program in the background answers "ready" when the next line may be typed; what it says later belongs to nobody.
 std::string script_of(const std::vector<example>& examples) {
-    std::string script =
-        "export PATH='" + built::bin_dir() + "':\"$PATH\"\ntrap 'kill $(jobs -p) 2>/dev/null; wait' EXIT\n";
+    std::string script = "export PATH='" + built::bin_dir() +
+                         "':\"$PATH\" TMPDIR=\"$PWD\"\ntrap 'kill $(jobs -p) 2>/dev/null; wait' EXIT\n";
     for (const auto& [command, expected, line] : examples) {
         if (command.ends_with('&')) {
             script += ": >log; " + command.substr(0, command.size() - 1) +
@@ -109,7 +109,7 @@ TEST_P(Pages, AreTrue) {
     replace_all(script, "127.0.0.", network);
     std::ofstream{own.folder() / "page.sh"} << script;
     // Ends its programs, too, should one of them hang.
-    const std::string limit = built::sanitized ? "180" : "45";
+    const std::string limit = built::sanitized ? "180" : "150";
     test_support::process shell{
         {"bash", "-c", "cd '" + own.folder().string() + "' && exec timeout " + limit + " bash ./page.sh 2>&1"},
         own.folder() / "page.out"};
@@ -145,6 +145,7 @@ TEST_P(Pages, AreTrue) {
 
 INSTANTIATE_TEST_SUITE_P(Docs, Pages,
                          testing::Values(page_case{"README.md", 1, false}, page_case{"docs/tools.md", 20, true},
+                                         page_case{"docs/install.md", 3, false},
                                          page_case{"docs/quick-start.md", 8, false},
                                          page_case{"docs/integrators.md", 5, true},
                                          page_case{"docs/troubleshooting.md", 2, true}),

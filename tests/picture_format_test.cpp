@@ -10,8 +10,6 @@
 #include <array>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string_view>
 
 using namespace test_support;
@@ -80,8 +78,7 @@ TEST_P(GrabFormat, WritesThePatternFromEveryFormat) {
                                       target, "--output", folder.string(), "--raw"});
         ASSERT_FALSE(result.value("files", nlohmann::json::array()).empty()) << result;
         const std::filesystem::path file = result["files"].back().at("path").get<std::string>();
-        std::ifstream in{file, std::ios::binary};
-        const std::string picture{std::istreambuf_iterator<char>{in}, {}};
+        const std::string picture = read_file(file);
         ASSERT_EQ(picture.size(), static_cast<std::size_t>(width * height) * channels * bytes);
         const std::string stem = file.stem().string(); // device, time, block id, which begins with 1
         const int frame = std::stoi(stem.substr(stem.rfind('-') + 1)) - 1;

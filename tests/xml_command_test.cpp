@@ -1,5 +1,5 @@
 // `orv-gentl xml`: a document without a device, as text and as JSON, and what is said about files that are no use.
-#include "support/test_system.h"
+#include "support/consumer_shell.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -101,33 +101,18 @@ TEST_F(XmlCommand, SaysWhyAFileIsNoUse) {
     std::string cut(200, '\0');
     std::ifstream{archive, std::ios::binary}.read(cut.data(), 200);
     const std::string folder = own.folder();
-    const struct {
-        std::vector<std::string> arguments;
-        const char* text;
-    } cases[] = {
-        {{folder + "/none.xml"}, "Cannot read '"},
-        {{folder}, "Cannot read '"},
-        {{file("text", "no document")}, "is no well-formed XML"},
-        {{file("nothing", "")}, "is no well-formed XML"},
-        {{file("cut.xml", std::string_view{document}.substr(0, 300))}, "is no well-formed XML"},
-        {{file("cut.zip", cut)}, "is no sound archive"},
-        {{zipped("text.zip", file("readme.txt", "no document"))}, "is no"},
-        {{plain, "--memory", folder + "/none"}, "Cannot read '"},
-        {{plain, "--memory", folder}, "Cannot read '"},
+    const auto row = [&](const std::string& of, const char* text) {
+        return consumer::row{"xml '" + of + "'", cli::cause::arguments, text};
     };
-    for (const auto& [arguments, text] : cases) {
-        std::vector<std::string> command{"xml"};
-        command.insert(command.end(), arguments.begin(), arguments.end());
-        const auto as_text = own.run_consumer(command);
-        EXPECT_EQ(as_text.exit_code, 3) << arguments.back();
-        EXPECT_EQ(as_text.output, "") << "the text of an error goes to the error output";
-        command.emplace_back("--json");
-        const auto as_json = own.run_consumer(command);
-        EXPECT_EQ(as_json.exit_code, 3) << arguments.back();
-        const auto object = nlohmann::json::parse(as_json.output, nullptr, false);
-        ASSERT_TRUE(object.is_object()) << arguments.back() << ": " << as_json.output;
-        EXPECT_THAT(object["error"]["text"], HasSubstr(text)) << arguments.back();
-    }
+    consumer::expect_rows(own,
+                          {row(folder + "/none.xml", "Cannot read '"), row(folder, "Cannot read '"),
+                           row(file("text", "no document"), "is no well-formed XML"),
+                           row(file("nothing", ""), "is no well-formed XML"),
+                           row(file("cut.xml", std::string_view{document}.substr(0, 300)), "is no well-formed XML"),
+                           row(file("cut.zip", cut), "is no sound archive"),
+                           row(zipped("text.zip", file("readme.txt", "no document")), "is no"),
+                           row(plain + "' --memory '" + folder + "/none", "Cannot read '"),
+                           row(plain + "' --memory '" + folder, "Cannot read '")});
 }
 
 } // namespace

@@ -16,6 +16,7 @@
 #include <ipc_rpc/limits.h>
 #include <ipc_rpc/services.h>
 #include <ipc_rpc/status.h>
+#include <loaded_file/loaded_file.h>
 #include <options/numbers.h>
 #include <posix/runtime_directory.h>
 
@@ -102,6 +103,11 @@ void tell_of_others(const std::string& own_socket) {
     }
 }
 
+std::filesystem::path program_folder() {
+    static const char within = 0;
+    return std::filesystem::path{loaded_file::path_of(&within)}.parent_path();
+}
+
 int serve(const program_options& given) {
     const auto& product = gds_shared::gev_product;
     ipc_rpc::register_error_category(gds_shared::gigecam_error_category(), ipc_rpc::category_id_gigecam);
@@ -115,8 +121,7 @@ int serve(const program_options& given) {
     };
     apply_log_options(); // for what is wrong with the settings
     gds_shared::settings_report report;
-    const auto settings =
-        gds_shared::make_property_chain(product, std::filesystem::read_symlink("/proc/self/exe").parent_path(), report);
+    const auto settings = gds_shared::make_property_chain(product, program_folder(), report);
     gds_shared::log_init(*settings, logging, true);
     apply_log_options();
     // Whatever the level: who asked for the file would look for it in vain, and the settings may be what sets the

@@ -96,7 +96,7 @@ void expect_rows(const test_system& own, const std::vector<row>& rows) {
         EXPECT_THAT(plain.output, testing::Not(HasSubstr(text))) << line;
         const answer json = run(own, "orv-gentl --json " + line);
         EXPECT_EQ(json.exit_code, cli::row_of(why).exit_code) << line;
-        expect_error(nlohmann::json::parse(json.output, nullptr, false), why, text, line);
+        expect_error(json.json(), why, text, line);
     }
 }
 

@@ -4,7 +4,7 @@
 #include "built.h"
 #include "test_system.h"
 
-#include <cli/consumer/failure.h>
+#include <cli/failure/failure.h>
 
 #include <gtest/gtest.h>
 
@@ -20,6 +20,7 @@ using test_support::read_file;
 struct answer {
     int exit_code = -1;
     std::string output, errors;
+    [[nodiscard]] nlohmann::json json() const { return nlohmann::json::parse(output, nullptr, false); }
 };
 
 // A line with "orv-gentl" for the program. JSON that it answers is compared with the schema at the end of the process.

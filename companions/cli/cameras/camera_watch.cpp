@@ -1,7 +1,7 @@
 #include "camera_watch.h"
 
-#include "../consumer/first_failure.h"
 #include "../consumer/stream_buffers.h"
+#include "../failure/first_failure.h"
 
 #include <fmt/format.h>
 

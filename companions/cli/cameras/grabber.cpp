@@ -1,13 +1,14 @@
 #include "grabber.h"
 
+#include "../consumer/bootstrap_register.h"
 #include "../consumer/device_choice.h"
-#include "../consumer/first_failure.h"
+#include "../failure/first_failure.h"
 #include "../losses/missing_frames.h"
 #include "../output/output.h"
 #include "../posix/interruption.h"
-#include "../posix/path_probe.h"
 #include "../posix/standard_streams.h"
 #include "../posix/this_process.h"
+#include "path_probe.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>

@@ -1,6 +1,6 @@
 #include "link_share.h"
 
-#include "../consumer/failure.h"
+#include "../failure/failure.h"
 
 #include <gige/ethernet.h>
 #include <gige/gvsp.h>

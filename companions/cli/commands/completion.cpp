@@ -34,7 +34,8 @@ _orv_gentl() {
     found=(${found:#})
     if (( $#found )); then compadd -S '' -- $found; else _files; fi
 }
-compdef _orv_gentl orv-gentl
+# In a file of $fpath this is the body of the function that the first Tab calls.
+if [ "$funcstack[1]" = _orv-gentl ]; then _orv_gentl "$@"; else compdef _orv_gentl orv-gentl; fi
 )sh";
 constexpr const char* fish_script = R"sh(# fish completion of orv-gentl: orv-gentl completion fish | source
 function __orv_gentl

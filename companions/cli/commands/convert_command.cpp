@@ -1,6 +1,6 @@
 #include "convert_command.h"
 
-#include "../consumer/failure.h"
+#include "../failure/failure.h"
 #include "../output/output.h"
 #include "../pictures/picture_converter.h"
 #include "../posix/atomic_file.h"

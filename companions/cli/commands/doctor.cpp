@@ -7,29 +7,36 @@
 #include "../posix/service_place.h"
 #include "../posix/service_unit.h"
 
+#include <fmt/ranges.h>
 #include <gds_shared/product_constants.h>
 #include <ipc_rpc/services.h>
 
 #include <algorithm>
+#include <filesystem>
 
 namespace cli {
 
 namespace {
 
+namespace fs = std::filesystem;
+
 // Cameras that answer and cannot be spoken to, with what mends each.
 void check_addresses(const found_devices& found, std::vector<finding>& findings) {
     for (const auto& [device, interface] : found.devices) {
         if (device.access_status != GenTL::DEVICE_ACCESS_STATUS_NOACCESS) continue;
-        interface_session session{found.lib, interface};
-        if (!session.select(device.id)) continue;
-        const auto address = session.text("GevDeviceIPAddress");
+        std::string address;
+        const std::string check = "address of " + device.id;
+        attempt(check, findings, [&] {
+            interface_session session{found.lib, interface};
+            if (session.select(device.id)) address = session.text("GevDeviceIPAddress");
+        });
+        if (address.empty()) continue;
         findings.push_back(
-            {"address of " + device.id, grade::bad,
-             fmt::format("{} cannot be reached from {}", address, device.interface_id),
+            {check, grade::bad, fmt::format("{} cannot be reached from {}", address, device.interface_id),
              "an address of the interface's subnet that no other device has",
              "it is of another subnet, or the address of a second camera, too",
-             fmt::format("orv-gentl ip temporary --device '{0}'   (until its next start; 'ip persistent' for good, "
-                         "'force-ip --device {0} ADDRESS' for one of your choice)",
+             fmt::format("orv-gentl ip temporary --device '{0}'   # until its next start; 'ip persistent' for good, "
+                         "'force-ip --device {0} ADDRESS' for one of your choice",
                          device.id)});
     }
 }
@@ -46,7 +53,7 @@ void check_cameras(const common_options& common, std::vector<finding>& findings)
              any ? ""
              : uses_service_unit()
                  ? fmt::format("check cable, power and subnet; --discover ADDRESS asks a camera behind a "
-                               "router: sudo systemctl edit {}   (its ExecStart=)",
+                               "router: sudo systemctl edit {}   # its ExecStart=",
                                service_unit)
                  : "check cable, power and subnet; orv-gentl-gev-service --discover ADDRESS asks a "
                    "camera behind a router"});
@@ -62,19 +69,36 @@ void check_cameras(const common_options& common, std::vector<finding>& findings)
     }
 }
 
-// A camera has one controller: what one service has open is in use for all others.
+// A camera has one controller: what one service has open is in use for all others. And where none listens in this
+// user's folder, one that listens elsewhere may be the one that was meant.
 void check_services(std::vector<finding>& findings) {
-    const std::string own =
-        fmt::format("{}/{}", service_folder(), gds_shared::service_pipe_name(gds_shared::gev_product));
-    std::string others;
+    const std::string name = gds_shared::service_pipe_name(gds_shared::gev_product);
+    const fs::path own = fs::path{service_folder()} / name;
+    std::vector<std::string> others, folders; // in the latter, one of this version can be reached
+    bool own_runs = false;
     for (const auto& each : ipc_rpc::find_services("orv-gentl-gev_service_pipe")) {
-        if (each.socket == own) continue;
-        others += fmt::format("{}{}", others.empty() ? "" : ", ", ipc_rpc::to_text(each));
+        const fs::path socket{each.socket};
+        std::error_code closed;
+        own_runs |= socket == own;
+        if (socket == own) continue;
+        others.push_back(ipc_rpc::to_text(each));
+        if (socket.filename() == name && fs::is_socket(socket, closed))
+            folders.push_back(fmt::format("'{}'", socket.parent_path().string()));
     }
-    const bool none = others.empty();
-    findings.push_back({"other services on this host", none ? grade::ok : grade::advice, none ? "none" : others, "none",
-                        none ? "" : "a camera that one of them has open is in use for this one",
-                        none ? "" : "end all but one: kill PID, or for a unit: sudo systemctl disable --now NAME"});
+    finding result{"other services on this host", grade::ok, "none", "none", {}, {}};
+    if (!others.empty()) {
+        result.of = grade::advice;
+        result.found = fmt::format("{}", fmt::join(others, ", "));
+        result.why = "a camera that one of them has open is in use for this one";
+        result.remedy = "end all but one: kill PID, or for a unit: sudo systemctl disable --now NAME";
+    }
+    if (!own_runs && !folders.empty()) {
+        result.why = fmt::format("applications started from here look in '{}', where none listens", service_folder());
+        result.remedy = "export ORV_GENTL_RUNTIME_DIR=" + folders.front();
+        if (folders.size() > 1)
+            result.remedy += fmt::format("   # or {}", fmt::join(folders.begin() + 1, folders.end(), ", "));
+    }
+    findings.push_back(std::move(result));
 }
 
 // Each line begins with a grade or, where one goes on, with a space.
@@ -100,8 +124,9 @@ const char* text_of(grade of) {
 
 int doctor(const common_options& common) {
     std::vector<finding> findings;
+    std::string cti;
     try {
-        const std::string cti = find_cti(common);
+        cti = find_cti(common);
         static_cast<void>(gentl_library{cti}); // a file of the name may be none, or miss functions
         findings.push_back({"library to point applications at",
                             grade::ok,
@@ -109,13 +134,14 @@ int doctor(const common_options& common) {
                             "a file that loads",
                             {},
                             {}});
-        check_installation(cti, findings);
-        check_cameras(common, findings);
-    } catch (const failure& reason) {
+    } catch (const std::exception& reason) {
+        cti.clear();
         findings.push_back({"library", grade::bad, reason.what(), "a file that loads",
                             "without it no camera can be reached", library_remedy()});
     }
-    check_services(findings);
+    check_installation(cti, findings);
+    if (!cti.empty()) attempt("search", findings, [&] { check_cameras(common, findings); });
+    attempt("other services on this host", findings, [&] { check_services(findings); });
     check_host(findings);
     const bool all_well = std::ranges::none_of(findings, [](const finding& each) { return each.of == grade::bad; });
     if (common.json) {

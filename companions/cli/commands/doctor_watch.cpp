@@ -1,9 +1,9 @@
 #include "doctor_watch.h"
 
+#include "../consumer/bootstrap_register.h"
 #include "../losses/loss_watch.h"
 #include "../output/output.h"
 #include "../posix/interruption.h"
-#include "../posix/path_probe.h"
 
 #include <gige/gvcp.h>
 

@@ -164,11 +164,7 @@ int show_events(const common_options& common, const event_options& options) {
     const gentl_library& lib = *opened.found.lib;
     const node_map& remote = *opened.nodes;
     listener events{lib, opened.device};
-    for (const std::string& setting : options.settings) {
-        const size_t equals = setting.find('=');
-        if (equals == setting.npos) throw std::runtime_error(fmt::format("'{}' is no FEATURE=VALUE.", setting));
-        set_from_text(require_node(remote, setting.substr(0, equals)), setting.substr(equals + 1));
-    }
+    for (const setting& each : options.set) static_cast<void>(apply(remote, each));
     for (const std::string& name : options.notify) {
         set_from_text(require_node(remote, "EventSelector"), name);
         set_from_text(require_node(remote, "EventNotification"), "On");

@@ -8,6 +8,7 @@
 #include "../posix/this_process.h"
 
 #include <fmt/format.h>
+#include <gds_shared/product_constants.h>
 
 #include <array>
 #include <cstdlib>
@@ -76,18 +77,19 @@ struct test_folder {
 
 private:
     static fs::path make() {
-        std::string name = (fs::temp_directory_path() / "orv-gentl-self-test-XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr)
-            throw failure(cause::output,
-                          fmt::format("Cannot make a folder in '{}'.", fs::temp_directory_path().string()));
-        return name;
+        const char* named = std::getenv("TMPDIR");
+        fs::path within = named != nullptr && *named != '\0' ? named : "/tmp";
+        const std::string stem = "orv-gentl-self-test-";
+        constexpr size_t most = 107; // of a socket's path: sun_path without its end
+        const std::string socket = gds_shared::service_pipe_name(gds_shared::gev_product);
+        if ((within / (stem + "XXXXXX") / socket).native().size() > most) within = "/tmp";
+        return make_folder(within, stem);
     }
 };
 
 std::string program_beside(const char* name) {
     std::error_code ignored;
-    const fs::path here = fs::read_symlink("/proc/self/exe", ignored).parent_path();
-    const fs::path found = here / name;
+    const fs::path found = program_file().parent_path() / name;
     if (!fs::exists(found, ignored))
         throw failure(cause::failed, fmt::format("There is no '{}': it belongs beside orv-gentl.", found.string()));
     return found;
@@ -112,7 +114,7 @@ int self_test(const common_options& common) {
     };
     const test_folder folder;
     const std::string address = fmt::format("127.{}.{}.10", 100 + process_id() % 100, process_id() / 100 % 250);
-    setenv("ORV_GENTL_RUNTIME_DIR", folder.path.c_str(), 1); // NOLINT(concurrency-mt-unsafe) no other thread yet
+    set_variable("ORV_GENTL_RUNTIME_DIR", folder.path);
 
     child_process camera{{program_beside("orv-gev-camera-sim"), "--address", address, "--width", "640", "--height",
                           "480", "--frame-rate", "60", "--quiet"}};

@@ -1,8 +1,8 @@
 #include "list_commands.h"
 
+#include "../consumer/camera_holder.h"
 #include "../consumer/device_choice.h"
 #include "../output/output.h"
-#include "../posix/camera_holder.h"
 
 #include <algorithm>
 

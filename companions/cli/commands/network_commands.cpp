@@ -221,6 +221,7 @@ void add_network_commands(CLI::App& app, common_options& options, int& result,
         std::string address, mask = "255.255.255.0", gateway = "0.0.0.0", package;
         action_options action;
         event_options events;
+        std::vector<std::string> settings;
         int64_t longest_s = 600;
     };
     auto given = std::make_shared<words>();
@@ -302,7 +303,8 @@ void add_network_commands(CLI::App& app, common_options& options, int& result,
         "Example: orv-gentl events --device SERIAL --notify ExposureEnd --acquire --count 10");
     add_common(*events, reach::opened_device);
     events->add_option("--notify", given->events.notify, "Switch this event on (entry of EventSelector); repeatable");
-    events->add_option("--set", given->events.settings, "FEATURE=VALUE before the start; repeatable");
+    events->add_option("--set", given->settings,
+                       "NAME=VALUE or NAME[SELECTOR=CHOICE]=VALUE before the start; repeatable");
     events->add_option("--exec", given->events.execute, "Command to execute once listening; repeatable");
     events->add_flag("--acquire", given->events.acquire, "Take pictures meanwhile, for events that frames cause");
     events->add_option("--count", given->events.count, "End after so many; 0 for never")
@@ -311,7 +313,10 @@ void add_network_commands(CLI::App& app, common_options& options, int& result,
     events->add_option("--wait", given->events.wait_ms, "Longest wait for the next event, milliseconds; -1 for ever")
         ->check(option_checks::whole_number(-1, 1'000'000'000))
         ->capture_default_str();
-    events->callback([&, given] { result = show_events(options, given->events); });
+    events->callback([&, given] {
+        for (const std::string& text : given->settings) given->events.set.push_back(parse_setting(text));
+        result = show_events(options, given->events);
+    });
 
     auto* firmware = app.add_subcommand("firmware", "Writes a firmware package (*.fwpack) to a camera");
     firmware->footer("Checked against the camera first. The camera restarts at the end; nobody may have it open.\n"

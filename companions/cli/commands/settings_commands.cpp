@@ -3,6 +3,7 @@
 #include "../consumer/settings_file.h"
 #include "../output/output.h"
 #include "../posix/atomic_file.h"
+#include "../posix/this_process.h"
 
 #include <ctime>
 #include <memory>
@@ -11,22 +12,14 @@ namespace cli {
 
 namespace {
 
-std::string today() {
-    const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    localtime_r(&now, &local);
-    char text[32] = {};
-    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
-    return text;
-}
-
 int save(const common_options& options, const std::string& path) {
     const open_module opened = open_named_module(options, access_flags_of(options.access));
     std::vector<std::string> left_out;
     const auto settings = collect_settings(*opened.nodes, left_out);
     const auto about = opened.nodes->document().get_document_info();
     const std::string text = settings_text(
-        settings, {fmt::format("Settings of {} {}, saved {}", about.vendor_name, about.model_name, today()),
+        settings, {fmt::format("Settings of {} {}, saved {}", about.vendor_name, about.model_name,
+                               local_time(std::time(nullptr))),
                    "NAME=VALUE or NAME[SELECTOR=CHOICE]=VALUE; 'orv-gentl load' gives them back in this order"});
     if (path.empty()) {
         print_text(text);

@@ -2,6 +2,7 @@
 
 #include "../cameras/camera_dump.h"
 #include "../consumer/device_choice.h"
+#include "../host/installation_checks.h"
 #include "../output/archive_file.h"
 #include "../output/output.h"
 #include "../posix/child_program.h"
@@ -16,8 +17,6 @@
 #include <fstream>
 #include <memory>
 #include <optional>
-
-extern "C" char** environ;
 
 namespace cli {
 
@@ -62,8 +61,10 @@ std::string masked(std::string text, const std::vector<private_word>& words) {
     return text;
 }
 
-// A file of the kernel or of the disk, its end when it is long. Nothing when it cannot be read.
+// A file of the kernel or of the disk, its end when it is long. Nothing when it cannot be read, or may have no end.
 std::optional<std::string> read_end(const fs::path& path) {
+    std::error_code closed;
+    if (!fs::is_regular_file(path, closed)) return std::nullopt;
     std::ifstream file{path, std::ios::binary};
     if (!file) return std::nullopt;
     std::error_code ignored;
@@ -134,8 +135,7 @@ private:
 
     void add_environment() {
         std::string text;
-        for (char** each = environ; *each != nullptr; ++each) {
-            const std::string line = *each;
+        for (const std::string& line : environment()) {
             for (const char* start : {"ORV_GENTL_", "GENICAM_", "XDG_RUNTIME_DIR=", "XDG_CONFIG_HOME=",
                                       "LD_LIBRARY_PATH=", "LD_PRELOAD=", "LANG=", "LC_"})
                 if (line.starts_with(start)) text += line + '\n';
@@ -145,9 +145,7 @@ private:
 
     // In a process of its own: what hangs or ends there leaves the rest.
     void add_doctor() {
-        std::error_code error;
-        const fs::path self = fs::read_symlink("/proc/self/exe", error);
-        std::vector<std::string> command{self.string(), "doctor", "--json"};
+        std::vector<std::string> command{program_file().string(), "doctor", "--json"};
         if (!common.cti.empty()) command.insert(command.end(), {"--cti", common.cti});
         add_program("doctor.json", command);
     }
@@ -186,13 +184,28 @@ private:
     }
 
     void add_logs() {
-        if (const char* file = std::getenv("ORV_GENTL_GEV_DEBUG_FILE"); file != nullptr && *file != '\0')
-            add_file("logs/debug.log", file);
+        fs::path own;
+        try {
+            own = find_cti(common);
+        } catch (const failure&) {
+            // It stands among the versions that there is none.
+        }
+        const auto logs = logs_of_settings(own);
+        if (logs.empty()) miss("logs", "neither settings nor ORV_GENTL_GEV_DEBUG_FILE name a log");
+        const bool is_one = logs.size() == 2 && logs[0].file == logs[1].file;
+        for (const named_log& log : logs) {
+            if (is_one && &log != logs.data()) break;
+            const bool of_service = std::string_view{log.key} == "service_log_file";
+            add_file(is_one ? "logs/debug.log" : of_service ? "logs/service.log" : "logs/library.log", log.file);
+        }
+        const program_answer journal = run_program(
+            {"journalctl", "--no-pager", "--lines=5000", "--identifier=orv-gentl-gev-service"}, longest_program);
+        if (!journal.problem.empty())
+            miss("logs/journal.txt", journal.problem);
+        else if (journal.output.contains("-- No entries --"))
+            miss("logs/journal.txt", "no entries of the service, or none that this user may read");
         else
-            miss("logs/debug.log",
-                 "ORV_GENTL_GEV_DEBUG_FILE is not set; where the settings name a log, add it by hand");
-        add_program("logs/journal.txt",
-                    {"journalctl", "--no-pager", "--lines=5000", "--identifier=orv-gentl-gev-service"});
+            add("logs/journal.txt", journal.output);
     }
 
     void add_cameras() {

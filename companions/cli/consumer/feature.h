@@ -1,7 +1,7 @@
 // Features as people and machines read and write them: one text and one JSON value for each kind of node.
 #pragma once
 
-#include "failure.h"
+#include "../failure/failure.h"
 
 #include <GenICam/IGenICamDoc.h>
 #include <gentl/GenTL.h>

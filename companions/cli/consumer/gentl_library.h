@@ -2,8 +2,8 @@
 // closed. Failures are exceptions here: each carries the call, its code and the producer's own words.
 #pragma once
 
+#include "../failure/failure.h"
 #include "../posix/shared_library.h"
-#include "failure.h"
 
 #include <gentl/GenTL.h>
 

@@ -2,8 +2,9 @@
 
 #include "device_choice.h"
 
-#include "../posix/camera_holder.h"
 #include "../posix/service_place.h"
+#include "../posix/this_process.h"
+#include "camera_holder.h"
 
 #include <fmt/format.h>
 
@@ -37,8 +38,7 @@ std::vector<fs::path> cti_candidates() {
 } // namespace
 
 std::vector<fs::path> own_cti_places() {
-    std::error_code ignored;
-    const fs::path program = fs::read_symlink("/proc/self/exe", ignored);
+    const fs::path program = program_file();
     if (program.empty()) return {};
     return {program.parent_path().parent_path() / "lib" / cti_name, program.parent_path() / cti_name,
             (program.parent_path() / ORV_INSTALLED_CTI).lexically_normal()};

@@ -83,6 +83,8 @@ void check_interfaces(const kernel_files& kernel, std::vector<finding>& findings
     const std::string filters = kernel.sysctl + "/ipv4/conf/";
     const int64_t of_all = read_number(filters + "all/rp_filter").value_or(0);
     for (const std::string& name : names) {
+        std::string key = name; // sysctl's word for a VLAN's interface, whose name has a point
+        std::ranges::replace(key, '.', '/');
         const fs::path folder = fs::path{kernel.interfaces} / name;
         if (name == "lo" || read_line(folder / "operstate") == "down") continue;
         const auto mtu = read_number(folder / "mtu");
@@ -94,8 +96,8 @@ void check_interfaces(const kernel_files& kernel, std::vector<finding>& findings
                  jumbo ? "" : "larger packets take less of the processor for the same pictures",
                  jumbo ? ""
                        : fmt::format("nmcli connection modify \"$(nmcli -g GENERAL.CONNECTION device show {0})\" "
-                                     "802-3-ethernet.mtu {1}   (until the next start: sudo ip link set "
-                                     "{0} mtu {1})",
+                                     "802-3-ethernet.mtu {1}   # until the next start: sudo ip link set "
+                                     "{0} mtu {1}",
                                      name, jumbo_mtu)});
         }
         const auto own = read_number(filters + name + "/rp_filter");
@@ -107,15 +109,15 @@ void check_interfaces(const kernel_files& kernel, std::vector<finding>& findings
             {"reverse path filter of " + name, strict ? grade::advice : grade::ok,
              fmt::format("{} (of the interface {}, of all {})", active, *own, of_all), "0 or 2",
              strict ? "strict filtering drops what cameras of other subnets answer, so they are not seen" : "",
-             strict ? lasting_sysctl(fmt::format("net.ipv4.conf.{}.rp_filter", name), "2") : ""});
+             strict ? lasting_sysctl(fmt::format("net.ipv4.conf.{}.rp_filter", key), "2") : ""});
     }
 }
 
 void check_host(std::vector<finding>& findings) {
     const kernel_files kernel;
-    check_receive_buffer(kernel, findings);
-    check_leftovers(findings);
-    check_interfaces(kernel, findings);
+    attempt("largest socket receive buffer", findings, [&] { check_receive_buffer(kernel, findings); });
+    attempt("leftovers of killed services", findings, [&] { check_leftovers(findings); });
+    attempt("interfaces", findings, [&] { check_interfaces(kernel, findings); });
 }
 
 } // namespace cli

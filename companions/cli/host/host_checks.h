@@ -1,6 +1,7 @@
 // What this host's network settings mean for a stream: read from the kernel, against thresholds that have a reason.
 #pragma once
 
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,16 @@ struct finding {
     std::string why;    // empty when ok
     std::string remedy; // lasting; a command, or a sentence
 };
+
+// A check that fails is a finding, and keeps no other from being made.
+template <class Check>
+void attempt(const std::string& what, std::vector<finding>& findings, Check&& check) {
+    try {
+        check();
+    } catch (const std::exception& reason) {
+        findings.push_back({what, grade::advice, reason.what(), "an answer", "it could not be looked at", {}});
+    }
+}
 
 void check_host(std::vector<finding>& findings);
 

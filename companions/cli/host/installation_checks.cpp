@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <gds_shared/product_constants.h>
 #include <gds_shared/prop_store_init.h>
 
 #include <algorithm>
@@ -56,6 +57,18 @@ std::string value_of(const std::string& key, const std::string& lines) {
     return text.substr(start, text.find('\n', start) - start);
 }
 
+// One that was installed by hand goes before the packages'.
+void check_unit_file(std::vector<finding>& findings) {
+    const fs::path listens_at = uses_service_unit() ? socket_of_unit() : "";
+    if (listens_at.empty() || listens_at.filename() == gds_shared::service_pipe_name(gds_shared::gev_product)) return;
+    findings.push_back({socket_unit, grade::bad,
+                        fmt::format("'{}' is another version's: it listens at '{}'", unit_file(), listens_at.string()),
+                        "the unit of this version", "this library does not speak to the service that it starts",
+                        fmt::format("where an installation that is gone has left it: sudo rm '{}' && sudo systemctl "
+                                    "daemon-reload && sudo systemctl restart {}",
+                                    unit_file(), socket_unit)});
+}
+
 void check_units(std::vector<finding>& findings) {
     const std::string answer = systemctl({"is-active", socket_unit});
     const std::string socket = answer.substr(0, answer.find('\n'));
@@ -93,7 +106,7 @@ void check_group(std::vector<finding>& findings) {
         break;
     case membership::none:
         result.found = fmt::format("user '{}' is no member", user_name());
-        result.remedy = fmt::format("sudo adduser {} {}, and log in again", user_name(), group);
+        result.remedy = fmt::format("sudo adduser {} {}   # and log in again", user_name(), group);
         break;
     case membership::no_such_group:
         result.found = "does not exist";
@@ -105,18 +118,45 @@ void check_group(std::vector<finding>& findings) {
 
 // Of the library where it is loaded from this shell, and of the service that stands beside this program, but for the
 // variables of its own surroundings.
-void check_settings(const fs::path& own, std::vector<finding>& findings) {
-    std::error_code ignored;
+struct all_settings {
     std::vector<std::string> files, problems;
+    std::vector<named_log> logs;
+};
+all_settings read_settings(const fs::path& own) {
+    all_settings found;
     const auto add = [](std::vector<std::string>& all, const std::string& one) {
         if (std::ranges::find(all, one) == all.end()) all.push_back(one);
     };
-    for (const fs::path& folder : {own.parent_path(), fs::read_symlink("/proc/self/exe", ignored).parent_path()}) {
+    for (const auto& [key, file] : {named_log{"cti_log_file", own}, named_log{"service_log_file", program_file()}}) {
+        if (file.empty()) continue;
         gds_shared::settings_report report;
-        static_cast<void>(gds_shared::make_property_chain(gds_shared::gev_product, folder, report));
-        for (const fs::path& file : report.files) add(files, file.string());
-        for (const std::string& problem : report.problems) add(problems, problem);
+        const auto chain = gds_shared::make_property_chain(gds_shared::gev_product, file.parent_path(), report);
+        const std::string log = gds_helper::read_string_or(*chain, key, "");
+        if (!log.empty()) found.logs.push_back({key, log});
+        for (const fs::path& each : report.files) add(found.files, each.string());
+        for (const std::string& problem : report.problems) add(found.problems, problem);
     }
+    return found;
+}
+
+// What keeps a log from being written; empty: nothing that can be seen from here.
+std::string problem_of(const named_log& log) {
+    std::error_code error;
+    const fs::path folder = log.file.parent_path();
+    // A relative one is looked for where the program stands; this one the unit makes.
+    if (!log.file.is_absolute() || (has_service_unit() && folder == "/var/log/orv-gentl-gev")) return {};
+    const bool is_missing = !fs::exists(folder, error) && !error; // and not closed to this user
+    if (std::string_view{log.key} == "service_log_file")
+        return is_missing ? fmt::format("'{}': there is no folder '{}'", log.key, folder.string()) : "";
+    fs::path place = fs::exists(log.file, error) ? log.file : folder; // the library makes its folder
+    while (!fs::exists(place, error) && place.has_relative_path()) place = place.parent_path();
+    return may_write(place) ? "" : fmt::format("'{}': '{}' cannot be written", log.key, place.string());
+}
+
+void check_settings(const fs::path& own, std::vector<finding>& findings) {
+    auto [files, problems, logs] = read_settings(own);
+    for (const named_log& log : logs)
+        if (const std::string problem = problem_of(log); !problem.empty()) problems.push_back(problem);
     if (problems.empty())
         findings.push_back({"settings files",
                             grade::ok,
@@ -130,7 +170,26 @@ void check_settings(const fs::path& own, std::vector<finding>& findings) {
                             "mend them, then start application and service again"});
 }
 
+// Its single library, judged.
+finding judge_producer(const fs::path& file, const fs::path& own) {
+    const fs::path wanted = library_for_applications(own);
+    std::error_code ignored;
+    finding result{"GENICAM_GENTL64_PATH", grade::ok, file.string(), "this library, once", {}, {}};
+    if (file == wanted) return result;
+    const bool is_plain = file.parent_path().filename() == "plain" ||
+                          fs::exists(file.parent_path() / "multipart" / file.filename(), ignored);
+    result.of = grade::advice;
+    result.found = fmt::format("'{}'{}", file.string(), is_plain ? ", the plain one" : " of another installation");
+    result.wanted = wanted.parent_path().string();
+    result.why = is_plain ? "several applications refuse it, as it lacks the functions on buffer parts"
+                          : "applications load that one, which may be of another version than the service";
+    result.remedy = fmt::format("put '{}' in the place of '{}'", result.wanted, file.parent_path().string());
+    return result;
+}
+
 } // namespace
+
+std::vector<named_log> logs_of_settings(const fs::path& own) { return read_settings(own).logs; }
 
 fs::path library_for_applications(const fs::path& own) {
     std::error_code ignored;
@@ -140,7 +199,7 @@ fs::path library_for_applications(const fs::path& own) {
 
 std::string library_remedy() {
     std::error_code ignored;
-    const fs::path folder = fs::read_symlink("/proc/self/exe", ignored).parent_path().parent_path();
+    const fs::path folder = program_file().parent_path().parent_path();
     return fs::exists(folder / "CMakeCache.txt", ignored)
                ? fmt::format("give its path with --cti, or build it: cmake --build {}", folder.string())
                : "give its path with --cti, or install the package 'orv-gentl-gev' again";
@@ -174,13 +233,13 @@ void check_producer_path(const std::string& list, const fs::path& own, std::vect
         findings.push_back({check, grade::advice, list.empty() ? "not set here" : "without this library",
                             library_for_applications(own).parent_path().string(),
                             "applications started from here do not find it",
-                            "eval \"$(orv-gentl env --sh)\"   (other situations: orv-gentl env --help)"});
+                            "eval \"$(orv-gentl env --sh)\"   # other situations: orv-gentl env --help"});
     } else if (ours.size() > 1) {
         findings.push_back(
             {check, grade::bad, fmt::format("{} of this library: {}", ours.size(), fmt::join(ours, ", ")), "one",
              "each camera is shown as often, and the second to open it fails", "keep one of them in the variable"});
     } else {
-        findings.push_back({check, grade::ok, ours.front(), "this library, once", {}, {}});
+        findings.push_back(judge_producer(ours.front(), own));
     }
     if (!others.empty())
         findings.push_back({"other producers",
@@ -192,11 +251,14 @@ void check_producer_path(const std::string& list, const fs::path& own, std::vect
 }
 
 void check_installation(const fs::path& own, std::vector<finding>& findings) {
-    const char* list = std::getenv("GENICAM_GENTL64_PATH");
-    check_producer_path(list == nullptr ? "" : list, own, findings);
-    check_settings(own, findings);
-    check_units(findings);
-    check_group(findings);
+    constexpr const char* variable = "GENICAM_GENTL64_PATH";
+    const char* list = std::getenv(variable);
+    if (!own.empty())
+        attempt(variable, findings, [&] { check_producer_path(list == nullptr ? "" : list, own, findings); });
+    attempt("settings files", findings, [&] { check_settings(own, findings); });
+    attempt(socket_unit, findings, [&] { check_unit_file(findings); });
+    attempt(socket_unit, findings, [&] { check_units(findings); });
+    attempt("group", findings, [&] { check_group(findings); });
 }
 
 } // namespace cli

@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 namespace cli {
 
@@ -16,8 +17,15 @@ namespace cli {
 // What to do when there is none that loads: other things in a build tree than where it is installed.
 [[nodiscard]] std::string library_remedy();
 
-// `own` is the library in use.
+// `own` is the library in use; empty where there is none, and then what concerns it is not looked at.
 void check_installation(const std::filesystem::path& own, std::vector<finding>& findings);
+
+// The files that settings have library and service log to, as far as this shell and the programs' folder tell.
+struct named_log {
+    const char* key; // "cti_log_file" or "service_log_file"
+    std::filesystem::path file;
+};
+[[nodiscard]] std::vector<named_log> logs_of_settings(const std::filesystem::path& own);
 
 // The list of GENICAM_GENTL64_PATH, as applications read it: folders, or files that end in .cti.
 void check_producer_path(const std::string& list, const std::filesystem::path& own, std::vector<finding>& findings);

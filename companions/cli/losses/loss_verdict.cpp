@@ -89,7 +89,7 @@ loss_verdict judge_socket(const loss_evidence& seen) {
     return {loss_cause::receive_thread,
             fmt::format("{}, though it holds {}: the receive thread {}.", drops, megabytes(buffer), waited),
             "end what takes the processors, or let the thread go before it: echo '* - nice -5' | sudo tee "
-            "/etc/security/limits.d/60-orv-gentl-gev.conf   (and log in anew)"};
+            "/etc/security/limits.d/60-orv-gentl-gev.conf   # and log in anew"};
 }
 
 // Leaders and trailers are small and come through where pictures' packets do not.

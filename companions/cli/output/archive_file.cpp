@@ -1,6 +1,6 @@
 #include "archive_file.h"
 
-#include "../consumer/failure.h"
+#include "../failure/failure.h"
 #include "../posix/atomic_file.h"
 #include "../posix/this_process.h"
 

@@ -1,6 +1,6 @@
 #include "picture_file.h"
 
-#include "../consumer/failure.h"
+#include "../failure/failure.h"
 #include "../output/output.h"
 #include "../posix/atomic_file.h"
 #include "pfnc.h"

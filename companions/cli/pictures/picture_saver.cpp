@@ -1,6 +1,6 @@
 #include "picture_saver.h"
 
-#include "../consumer/failure.h"
+#include "../failure/failure.h"
 #include "../posix/atomic_file.h"
 
 #include <fmt/chrono.h>

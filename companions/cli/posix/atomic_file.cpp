@@ -1,6 +1,6 @@
 #include "atomic_file.h"
 
-#include "../consumer/failure.h"
+#include "../failure/failure.h"
 
 #include <fmt/format.h>
 

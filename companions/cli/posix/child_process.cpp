@@ -1,6 +1,6 @@
 #include "child_process.h"
 
-#include "../consumer/failure.h"
+#include "../failure/failure.h"
 #include "program_start.h"
 
 #include <fmt/format.h>

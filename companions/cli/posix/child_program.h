@@ -12,7 +12,7 @@ struct program_answer {
     std::string problem; // why there is none, or not all; empty: it ended by itself
 };
 
-// Looks along $PATH. The program has no input, and is ended when it takes longer.
+// Looks where start_program does. The program has no input, and is ended when it takes longer.
 [[nodiscard]] program_answer run_program(const std::vector<std::string>& command, std::chrono::seconds longest);
 
 } // namespace cli

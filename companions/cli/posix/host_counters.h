@@ -1,7 +1,7 @@
 // Counters of this host as they are now: sockets, threads, processors' queues and cards.
 #pragma once
 
-#include "../losses/kernel_counters.h"
+#include "kernel_counters.h"
 
 #include <cstdint>
 #include <map>

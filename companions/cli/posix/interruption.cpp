@@ -1,6 +1,6 @@
 #include "interruption.h"
 
-#include "../consumer/failure.h"
+#include "../failure/failure.h"
 
 #include <csignal>
 #include <initializer_list>

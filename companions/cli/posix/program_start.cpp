@@ -18,7 +18,7 @@ using pipe_ends = std::array<int, 2>; // for reading, for writing
 std::error_code last_error() { return {errno, std::system_category()}; }
 
 // In the child, where nothing may be allocated. What comes back is why it cannot run.
-int become(char* const* arguments, pid_t parent, int output) {
+int become(char* const* arguments, const char* elsewhere, pid_t parent, int output) {
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (getppid() != parent) return ESRCH; // it ended before it could be watched
     const int nothing = open("/dev/null", O_RDONLY);
@@ -30,6 +30,7 @@ int become(char* const* arguments, pid_t parent, int output) {
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr); // NOLINT(concurrency-mt-unsafe): a child has one thread
     execvp(arguments[0], arguments);
+    if (errno == ENOENT && elsewhere != nullptr) execv(elsewhere, arguments);
     return errno;
 }
 
@@ -40,6 +41,8 @@ started_program start_program(const std::vector<std::string>& command) {
     arguments.reserve(command.size() + 1);
     for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
+    const std::string elsewhere = "/usr/sbin/" + command.front();
+    const bool is_named = command.front().find('/') == std::string::npos;
     started_program started;
     pipe_ends output{}, problem{}; // the second ends by itself when the program runs
     if (pipe2(output.data(), O_CLOEXEC) != 0) {
@@ -54,7 +57,7 @@ started_program start_program(const std::vector<std::string>& command) {
     const pid_t parent = getpid();
     started.process = fork();
     if (started.process == 0) {
-        const int why = become(arguments.data(), parent, output[1]);
+        const int why = become(arguments.data(), is_named ? elsewhere.c_str() : nullptr, parent, output[1]);
         static_cast<void>(!write(problem[1], &why, sizeof why));
         _exit(127);
     }

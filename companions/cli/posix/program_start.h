@@ -13,8 +13,8 @@ struct started_program {
     std::error_code error; // set: it does not run, and neither of the above is there
 };
 
-// Looks along $PATH. The program has no input, no signals blocked, and is asked to end (SIGTERM) when the thread that
-// started it does. Reentrant.
+// Looks along $PATH, then in /usr/sbin, which many users' lacks. The program has no input, no signals blocked, and is
+// asked to end (SIGTERM) when the thread that started it does. Reentrant.
 [[nodiscard]] started_program start_program(const std::vector<std::string>& command);
 
 } // namespace cli

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <optional>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
@@ -27,6 +28,17 @@ std::optional<fs::path> file_of_unit() {
     return {};
 }
 
+// The last one, as for systemd.
+std::string value_in_unit(std::string_view key) {
+    const auto file = file_of_unit();
+    if (!file) return {};
+    std::string value;
+    std::ifstream lines{*file};
+    for (std::string line; std::getline(lines, line);)
+        if (line.starts_with(key)) value = line.substr(key.size());
+    return value;
+}
+
 // By the accounts of the system, for this process's user.
 std::vector<gid_t> groups_at_next_login() {
     const passwd* const user = getpwuid(geteuid()); // NOLINT(concurrency-mt-unsafe): asked by the main thread alone
@@ -44,16 +56,9 @@ std::vector<gid_t> groups_at_next_login() {
 
 bool has_service_unit() { return file_of_unit().has_value(); }
 
-std::string group_of_unit() {
-    const auto file = file_of_unit();
-    if (!file) return {};
-    constexpr std::string_view key = "SocketGroup=";
-    std::string group;
-    std::ifstream lines{*file};
-    for (std::string line; std::getline(lines, line);)
-        if (line.starts_with(key)) group = line.substr(key.size());
-    return group;
-}
+std::string group_of_unit() { return value_in_unit("SocketGroup="); }
+std::string unit_file() { return file_of_unit().value_or(fs::path{}); }
+std::string socket_of_unit() { return value_in_unit("ListenSequentialPacket="); }
 
 membership membership_in(const std::string& group) {
     const struct group* const known =

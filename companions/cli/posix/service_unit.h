@@ -13,6 +13,9 @@ inline constexpr const char* service_unit = "orv-gentl-gev.service";
 [[nodiscard]] bool has_service_unit();
 // Whose members the unit of the socket lets in; empty where it names none, or there is no unit. Drop-ins are not read.
 [[nodiscard]] std::string group_of_unit();
+// Of the one in force, and where it listens; empty in the same way.
+[[nodiscard]] std::string unit_file();
+[[nodiscard]] std::string socket_of_unit();
 
 enum class membership {
     none,

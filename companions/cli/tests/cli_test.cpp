@@ -4,11 +4,12 @@
 #include <cli/consumer/setting.h>
 #include <cli/host/host_checks.h>
 #include <cli/host/installation_checks.h>
-#include <cli/losses/kernel_counters.h>
 #include <cli/losses/loss_verdict.h>
 #include <cli/pictures/picture_converter.h>
+#include <cli/posix/kernel_counters.h>
 #include <support/built.h>
 #include <support/temporary_folder.h>
+#include <support/test_system.h>
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -19,7 +20,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <string_view>
 
 namespace {
@@ -207,6 +207,12 @@ TEST(HostChecks, GradeWhatTheKernelDoes) {
         EXPECT_EQ(found[0].of, size) << mtu;
         EXPECT_EQ(found[1].of, filter) << own << ' ' << all;
     }
+    // A point in a name is a slash to sysctl.
+    write("class/eth0.100/operstate", "up");
+    write("net/ipv4/conf/eth0.100/rp_filter", "1");
+    std::vector<cli::finding> found;
+    check_interfaces(kernel, found);
+    EXPECT_TRUE(found.back().remedy.ends_with("sudo sysctl net.ipv4.conf.eth0/100.rp_filter=2")) << found.back().remedy;
 }
 
 // Lines as the kernel writes them, and what is none.
@@ -394,6 +400,7 @@ struct conversion {
     const char* to;
     std::string_view in, out; // 2 lines; an empty `out`: refused
     int width = 2;
+    std::string_view instead = {}; // what the refusal names, in the words that --to takes
 };
 class Convert : public testing::TestWithParam<conversion> {};
 
@@ -402,7 +409,8 @@ TEST(InstallationChecks, TellWhatAListOfProducersDoes) {
     namespace fs = std::filesystem;
     const test_support::temporary_folder temporary;
     const auto& root = temporary.path;
-    for (const char* file : {"a/orv-gentl-gev.cti", "b/orv-gentl-gev.cti", "c/other.cti", "c/other.txt"}) {
+    for (const char* file :
+         {"a/orv-gentl-gev.cti", "b/orv-gentl-gev.cti", "c/other.cti", "c/other.txt", "plain/orv-gentl-gev.cti"}) {
         fs::create_directories((root / file).parent_path());
         std::ofstream{root / file} << "x";
     }
@@ -414,6 +422,8 @@ TEST(InstallationChecks, TellWhatAListOfProducersDoes) {
     } cases[] = {
         {"{}/a", {{grade::ok, "{}/a/orv-gentl-gev.cti"}}},
         {"{}/a/orv-gentl-gev.cti:{}/c", {{grade::ok, "{}/a/orv-gentl-gev.cti"}, {grade::ok, "{}/c/other.cti"}}},
+        {"{}/b", {{grade::advice, "'{}/b/orv-gentl-gev.cti' of another installation"}}},
+        {"{}/plain", {{grade::advice, "'{}/plain/orv-gentl-gev.cti', the plain one"}}},
         {"", {{grade::advice, "not set here"}}},
         {"::{}/c:", {{grade::advice, "without this library"}, {grade::ok, "{}/c/other.cti"}}},
         {"{}/a:{}/none", {{grade::advice, "'{}/none' does not exist"}, {grade::ok, "{}/a/orv-gentl-gev.cti"}}},
@@ -438,7 +448,7 @@ TEST(InstallationChecks, TellWhatAListOfProducersDoes) {
 }
 
 TEST_P(Convert, WritesThePictureOrRefuses) {
-    const auto& [name, from, to, in, out, width] = GetParam();
+    const auto& [name, from, to, in, out, width, instead] = GetParam();
     const test_support::temporary_folder temporary;
     const auto& folder = temporary.path;
     const auto source = folder / "in.raw", target = folder / "out.raw";
@@ -448,26 +458,11 @@ TEST_P(Convert, WritesThePictureOrRefuses) {
                                             test_support::built::program("orv-gentl"), source.string(), from, to, width,
                                             target.string(), folder.string());
     EXPECT_EQ(std::system(command.c_str()) == 0, !out.empty());
-    const auto content = [](const std::filesystem::path& path) {
-        std::ifstream file{path, std::ios::binary};
-        return std::string{std::istreambuf_iterator<char>{file}, {}};
-    };
-    EXPECT_EQ(content(target), out);
-    const std::string said = content(folder / "log");
-    EXPECT_EQ(said.find("there is one to") != said.npos, std::string_view{name} == "never_through_grey") << said;
-}
-
-// The refusal names what can be asked for instead, in the words that --to takes.
-TEST(ConvertCommand, RefusalNamesWhatThereIs) {
-    const test_support::temporary_folder temporary;
-    const std::string log = (temporary.path / "log").string(),
-                      command = fmt::format("'{}' convert /dev/null --from PWL1 --to NV12 --width 8 --height "
-                                            "8 2>'{}'",
-                                            test_support::built::program("orv-gentl"), log);
-    EXPECT_NE(std::system(command.c_str()), 0);
-    std::ifstream file{log, std::ios::binary};
-    const std::string said{std::istreambuf_iterator<char>{file}, {}};
-    EXPECT_NE(said.find("; there is one to RGB8, RGBa8, Mono8, Mono16, RGf0, BGR8, BGRa8."), said.npos) << said;
+    using test_support::read_file;
+    EXPECT_EQ(read_file(target), out);
+    const std::string said = read_file(folder / "log"), way = "; there is one to ";
+    EXPECT_EQ(said.find(way) != said.npos, !instead.empty()) << said;
+    EXPECT_NE(said.find(instead.empty() ? "" : way + std::string{instead} + '.'), said.npos) << said;
 }
 
 // In the built tree, where this test is, the library lies where it does for the program.
@@ -497,7 +492,8 @@ constexpr conversion conversions[] = {
     {"lines_joined_bit_to_bit", "Mono12p", "Mono16", "\x23\xC1\xAB\x56\x94\x78\xEF\x2D\x01"sv,
      "\x30\x12\xC0\xAB\x60\x45\x90\x78\xF0\xDE\x20\x01"sv, 3},
     {"no_way_at_all", "YCbCr422_10p", "Mono8", "abcdefghij"sv, ""sv},
-    {"never_through_grey", "YUV422_8", "I420", "abcdefgh"sv, ""sv},
+    {"never_through_grey", "YUV422_8", "I420", "abcdefgh"sv, ""sv, 2,
+     "RGB8, RGBa8, Mono8, Mono16, BGR8, BGRa8, YCbCr422_8"},
 };
 INSTANTIATE_TEST_SUITE_P(Pictures, Convert, testing::ValuesIn(conversions),
                          [](const auto& each) { return std::string{each.param.name}; });

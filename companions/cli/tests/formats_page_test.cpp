@@ -1,12 +1,12 @@
 // docs/formats.md is what the tables and orv-gentl say. ORV_WRITE_FORMATS_PAGE=1 writes it anew.
 #include <cli/pictures/picture_converter.h>
+#include <support/test_system.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -91,8 +91,7 @@ std::string page() {
 
 TEST(Formats, PageIsWhatTheTablesSay) {
     if (std::getenv("ORV_WRITE_FORMATS_PAGE") != nullptr) std::ofstream{FORMATS_PAGE, std::ios::binary} << page();
-    std::ifstream file{FORMATS_PAGE, std::ios::binary};
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>{file}, {}), page());
+    EXPECT_EQ(test_support::read_file(FORMATS_PAGE), page());
 }
 
 // Every target that is named can be asked for by that name, and a picture comes out.

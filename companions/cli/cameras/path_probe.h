@@ -15,7 +15,4 @@ namespace cli {
 [[nodiscard]] std::optional<uint64_t> largest_packet_that_passes(const gentl_library& lib, void* port,
                                                                  uint32_t own_address, uint64_t size);
 
-// A bootstrap register; nothing where it cannot be read.
-[[nodiscard]] std::optional<uint32_t> read_register(const gentl_library& lib, void* port, uint64_t address);
-
 } // namespace cli

@@ -1,7 +1,7 @@
 // Who has a camera that cannot be opened.
 #pragma once
 
-#include "../consumer/gentl_library.h"
+#include "gentl_library.h"
 
 #include <cstdint>
 #include <memory>
