@@ -55,6 +55,7 @@ struct shape {
     bool extended = false;
     uint32_t round = 0; // of a camera that starts over: other times, other bytes
     bool timestamps = true;
+    uint64_t timestamp = 0; // of the next leader, unless 0
     [[nodiscard]] uint32_t frame_size() const { return payload * count; }
     [[nodiscard]] uint32_t packet_size() const { return payload + (extended ? 48 : 36); }
     [[nodiscard]] uint32_t trailer() const { return count + 1; }
@@ -76,7 +77,8 @@ inline datagram packet_of(uint64_t block, uint32_t packet, const shape& wire = {
     const bool trailer = packet == wire.trailer();
     builder result = header(block, leader ? 1 : trailer ? 2 : 3, packet, 0, wire.extended);
     if (leader) {
-        const uint64_t timestamp = wire.timestamps ? wire.round * ticks_per_round + (block & 0xFFFF) : 0;
+        const uint64_t own = wire.timestamps ? wire.round * ticks_per_round + (block & 0xFFFF) : 0;
+        const uint64_t timestamp = wire.timestamp != 0 ? wire.timestamp : own;
         result.u32(1).u64(timestamp).u32(0x01080001).u32(wire.payload).u32(wire.count).u64(0).u32(0); // 1: image
     } else if (trailer) {
         result.u32(1).u32(wire.count);

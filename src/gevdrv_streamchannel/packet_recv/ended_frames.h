@@ -54,14 +54,6 @@ public:
         if (is_timed(leader_timestamp) && leader_timestamp <= newest_timestamp) return false;
         return quiet > 4 * frame_time;
     }
-    // Whether the new round of such a leader began with a younger frame already, whose id the old one did not have.
-    [[nodiscard]] bool is_overtaken(const leader_mark& known, uint64_t leader_timestamp, uint64_t now,
-                                    uint64_t frame_time) const noexcept {
-        // Nearer to the newest than to the old one: a clock that starts anew with each acquisition comes near the old.
-        return known.timestamp != 0 && known.timestamp < leader_timestamp && leader_timestamp < newest_timestamp &&
-               newest_timestamp - leader_timestamp < 2 * (leader_timestamp - known.timestamp) &&
-               elapsed(now, last_leader) < 2 * frame_time;
-    }
     [[nodiscard]] static uint64_t elapsed(uint64_t now, uint64_t since) noexcept {
         return now > since ? now - since : 0;
     }
@@ -72,15 +64,18 @@ public:
         const uint64_t old_leader_until = place.block_id == block_id ? place.old_leader_until : 0;
         place = {block_id, leader, now, ++count, old_leader_until, asked, false};
     }
-    void leader_came(uint64_t timestamp, uint64_t now) noexcept {
-        last_leader = now;
+    void leader_came(uint64_t timestamp) noexcept {
         if (newest_timestamp == 0) first_timestamp = timestamp;
         newest_timestamp = std::max(newest_timestamp, timestamp);
     }
     // The ids begin anew. Stragglers of the old ones are kept out for one more frame time, answers as long as they
     // come.
     void start_over(uint64_t now) noexcept {
-        for (entry& each : entries) leave_behind(each);
+        for (entry& each : entries) {
+            each.of_earlier_round = true;
+            if (each.asked.all.holds(0) || each.asked.unanswered.holds(0))
+                each.old_leader_until = each.ended + longest_answer;
+        }
         started_over = now;
         newest_timestamp = first_timestamp = 0;
     }
@@ -126,10 +121,7 @@ public:
         if (takes_for_answer(known, *leader_timestamp, now)) return verdict::late;
         if (*leader_timestamp == 0 && may_be_next_answer(known, now)) return verdict::late;
         if (begins_another(known.leader, elapsed(now, known.ended), *leader_timestamp, frame_time)) {
-            if (!is_overtaken(known.leader, *leader_timestamp, now, frame_time)) return verdict::restart;
-            leave_behind(known);
-            first_timestamp = *leader_timestamp; // of the round that began unnoticed
-            return verdict::unknown;
+            return verdict::restart;
         }
         // With nothing to compare, so far back, the ids tell more than the time.
         return is_timed(*leader_timestamp) || count - known.number < ended_lately ? verdict::late : verdict::unknown;
@@ -150,10 +142,6 @@ private:
         requests asked;
         bool of_earlier_round = false;
     };
-    static void leave_behind(entry& old) noexcept {
-        old.of_earlier_round = true;
-        if (old.asked.all.holds(0) || old.asked.unanswered.holds(0)) old.old_leader_until = old.ended + longest_answer;
-    }
     [[nodiscard]] static bool answers_come(const entry& known, uint64_t now) noexcept {
         return elapsed(now, known.ended) < longest_answer;
     }
@@ -176,7 +164,6 @@ private:
     uint64_t newest_timestamp = 0; // since the ids began, like the next
     uint64_t first_timestamp = 0;
     uint64_t started_over = 0;
-    uint64_t last_leader = 0; // time of it
 };
 
 } // namespace gev::streamchannel::impl

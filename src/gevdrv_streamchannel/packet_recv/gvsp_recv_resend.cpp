@@ -247,9 +247,7 @@ gvsp_recv_resend::block* gvsp_recv_resend::block_of(int64_t t, const gvsp_parsed
             return nullptr;
         }
         if (begins_another_round(t, *found, *leader_timestamp)) {
-            const bool overtaken = ended_recently.is_overtaken(
-                found->leader_mark(), *leader_timestamp, static_cast<uint64_t>(t), static_cast<uint64_t>(frame_time()));
-            overtaken ? end_up_to(t, *found) : restart_stream(t);
+            restart_stream(t);
             found = nullptr;
         }
     }
@@ -263,7 +261,7 @@ void gvsp_recv_resend::receive_other(int64_t t, block& current, const gvsp_parse
     case gvsp_packet_kind::leader:
         if (current.packets.add(id)) came_forward(t, current, id);
         last_leader = current.leader = packet.leader;
-        ended_recently.leader_came(packet.leader.timestamp, static_cast<uint64_t>(t));
+        ended_recently.leader_came(packet.leader.timestamp);
         break;
     case gvsp_packet_kind::trailer: {
         const uint32_t trailer_before = current.packets.trailer();
@@ -416,15 +414,6 @@ void gvsp_recv_resend::restart_stream(int64_t t) {
     while (open_count > 0) end_block(t, *open_blocks[--open_count], false);
     ids.restart();
     ended_recently.start_over(static_cast<uint64_t>(t));
-}
-
-// Younger ones are of a new round.
-void gvsp_recv_resend::end_up_to(int64_t t, const block& last) {
-    for (const block* ended = nullptr; ended != &last;) {
-        block& oldest = *open_blocks[--open_count];
-        end_block(t, oldest, false);
-        ended = &oldest;
-    }
 }
 
 gvsp_recv_resend::block* gvsp_recv_resend::create_block_for_id(int64_t t, const gvsp_parsed_packet& packet,

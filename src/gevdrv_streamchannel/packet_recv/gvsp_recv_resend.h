@@ -69,7 +69,6 @@ private:
     [[nodiscard]] block* find(uint64_t block_id) noexcept;
     [[nodiscard]] bool begins_another_round(int64_t t, const block& current, uint64_t leader_timestamp) const noexcept;
     void restart_stream(int64_t t);
-    void end_up_to(int64_t t, const block& last);
     block* create_block_for_id(int64_t t, const gvsp_parsed_packet& packet, const uint64_t* leader_timestamp);
     block* create_single_new_block(int64_t t, uint64_t block_id, uint64_t frame_id);
     void end_block(int64_t t, block& ended, bool flushed);

@@ -92,9 +92,7 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
     if (current != nullptr && leader_timestamp != nullptr &&
         ended_recently.begins_another(current->leader_mark(), silence_before_leader(*current, now), *leader_timestamp,
                                       time_per_frame)) {
-        const bool overtaken =
-            ended_recently.is_overtaken(current->leader_mark(), *leader_timestamp, now, time_per_frame);
-        overtaken ? end_up_to(*current, now) : restart_stream(now);
+        restart_stream(now);
         current = nullptr;
     } else if (current != nullptr && leader_timestamp == nullptr && is_of_another(*current, packet, now)) {
         gvsp_logger().info("r[{:8}] Packet {} is of another frame with this id.", current->frame_id, id);
@@ -115,7 +113,7 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
     case gvsp_packet_kind::leader:
         current->packets.add(id);
         last_leader = current->leader = packet.leader;
-        ended_recently.leader_came(packet.leader.timestamp, now);
+        ended_recently.leader_came(packet.leader.timestamp);
         break;
     case gvsp_packet_kind::trailer:
         current->packets.add_trailer(id);
