@@ -44,8 +44,6 @@ void gvsp_recv_resend::kill_range(int64_t t, block& current, uint32_t packet_id)
         log_block(t, current, ". pckt={}, Received 'GEV_STATUS_PACKET_UNAVAILABLE' on already ended block.", packet_id);
         return;
     }
-    // A frame that is shorter than announced was asked for more than it has, before its trailer came.
-    if (current.packets.trailer() != 0 && packet_id > current.packets.trailer()) return;
     const bool for_old_frame = ended_recently.may_be_old_refusal(current.block_id, static_cast<uint64_t>(t));
     for (size_t i = 0; i < current.resend_entry_count; ++i) {
         resend_entry& entry = current.resend_entries[i];
