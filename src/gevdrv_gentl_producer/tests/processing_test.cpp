@@ -108,18 +108,22 @@ TEST(Processing, TheOverlayTellsOfTheStreamRowByRow) {
     const picture repaired = b.frame(8, 3);
     const auto asked = feature<uint64_t>{dynamic_cast<IPort&>(*b.own->stream), "StreamResendRequestedPackets"}.get();
     EXPECT_GT(asked, 0U);
-    const std::string counts = "flt: drop=(pck=2,tx-queue=0,underrun=0) fps=";
-    const auto without_rate = [&](picture of) { // which is that of the last three seconds, if so many have passed
-        for (size_t line = 1; line < 2 * img_pipe::overlay_cell_height; ++line)
-            std::fill_n(of.begin() + line * width + counts.size() * img_pipe::overlay_cell_width, 100, 0);
+    ASSERT_FALSE(repaired.empty());
+    const std::string counts = "flt: drop=(pck=2,tx-queue=0,underrun=0) fps=",
+                      settings = "tx: Mono8 auto=false tx=false avg-tx=";
+    const auto without_rates = [&](picture of) { // they are of the last three seconds, if so many have passed
+        constexpr uint32_t cell_height = img_pipe::overlay_cell_height;
+        for (const auto& [row, text] : {std::pair{1U, counts}, std::pair{3U, settings}})
+            for (uint32_t line = row * cell_height; line < (row + 1) * cell_height; ++line)
+                std::fill_n(of.begin() + line * width + text.size() * img_pipe::overlay_cell_width, 100, 0);
         return of;
     };
-    EXPECT_EQ(without_rate(repaired),
-              without_rate(with_rows(
+    EXPECT_EQ(without_rates(repaired),
+              without_rates(with_rows(
                   sent(8, width * height), width, height,
                   {"1.3.1.860", counts + "0.00",
                    "frm: [    8] cam-time=           8 complete?=true gev: resends-requested=" + std::to_string(asked),
-                   "tx: Mono8 auto=false tx=false avg-tx=0us"})));
+                   settings + "0us"})));
     b.settings().set_flag(block::overlay, false);
     EXPECT_EQ(b.frame(9), sent(9, width * height));
 }

@@ -518,9 +518,15 @@ TEST(ScriptedCamera, late_discovery_answers_count_and_answers_to_nobody_do_not) 
                     return true;
                 }};
     std::atomic<int> told = 0;
-    discovery finder{asking({own_address(1), own_address(2)}), {.devices_changed = [&](const auto&) { ++told; }}};
+    auto search = asking({own_address(1), own_address(2)});
+    search.misses = 20;
+    discovery finder{search, {.devices_changed = [&](const auto&) { ++told; }}};
     EXPECT_TRUE(eventually([&] { return find(finder, own_address(1)).has_value(); }));
     EXPECT_TRUE(eventually([&] { return told > 0; }));
+    for (unsigned i = 0; i < 3 * search.misses; ++i) { // it answers, if late
+        ASSERT_TRUE(finder.scan(milliseconds{5000}));
+        ASSERT_TRUE(find(finder, own_address(1)));
+    }
     EXPECT_FALSE(find(finder, own_address(2)));
 }
 
