@@ -184,7 +184,7 @@ TEST(Port, ServesSeveralThreads) {
     auto* port = doc->find<IPort>("Device");
     std::vector<unsigned char> copies[] = {std::vector<unsigned char>(size, 1), std::vector<unsigned char>(size, 2)};
     ASSERT_THAT(port->bind(bytes_of(copies[0]), bind_flags::copy), Passes());
-    constexpr int enough = 2000;
+    constexpr int enough = 6000;
     std::atomic<int> reads{0}, wrong{0};
     std::thread reader{[&] {
         std::vector<std::byte> data(size - 4);

@@ -13,8 +13,8 @@ void valid_value_set_node::resolve(const node_base_data& owner, const element_vi
     present = true;
     const std::string_view text = text_of(element);
     std::vector<int64_t> found;
-    constexpr std::size_t most_told = 8; // each message holds the whole text
-    std::size_t bad = 0;
+    constexpr std::size_t most_told = 65536; // bytes: each message holds the whole text
+    std::size_t told = 0, not_told = 0;
     std::string_view rest = text;
     while (!rest.empty()) {
         const std::size_t end = std::min(rest.find(';'), rest.size());
@@ -22,14 +22,15 @@ void valid_value_set_node::resolve(const node_base_data& owner, const element_vi
         rest.remove_prefix(std::min(end + 1, rest.size()));
         if (const auto value = parse_integer(item)) {
             found.push_back(*value);
-        } else if (++bad <= most_told) {
+        } else if (told += text.size(); told > most_told) {
+            ++not_told;
+        } else {
             log(level_fault, "ValidValueSet, node='{}'. Failed to parse integer in '{}' of ValidValueSet: '{}'.",
                 owner.get_node_name(), item, text);
         }
     }
-    if (bad > most_told)
-        log(level_fault, "ValidValueSet, node='{}'. Failed to parse {} more items.", owner.get_node_name(),
-            bad - most_told);
+    if (not_told != 0)
+        log(level_fault, "ValidValueSet, node='{}'. Failed to parse {} more items.", owner.get_node_name(), not_told);
     if (found.empty()) {
         log(level_fault, "ValidValueSet, node='{}'. Failed to parse ValidValueSet '{}'.", owner.get_node_name(), text);
         return;
