@@ -88,14 +88,17 @@ TEST_F(ServiceNetwork, AnInterfaceThatGoesTakesItsSessionsWithIt) {
         ASSERT_TRUE(device) << device.error().message();
         const uint64_t lost = (*device)->service_info().device_lost_notification_id;
         EXPECT_EQ(raised >> lost & 1, 0U);
-        raised = 0; // the list's was, when the camera came
+        const uint64_t changed = interface.service_info()->device_list_notification_id;
+        const auto answers = [&] { return interface.enum_devices()->front().reachable_status == 2; }; // the last change
+        ASSERT_TRUE(eventually([&] { return (raised >> changed & 1) == 1 && answers(); }));
+        ASSERT_TRUE(core->discovery().scan(milliseconds{5000})); // told of it
+        raised = 0;
         ASSERT_TRUE(hosts.run(hosts.consumer_side(), {"ip", "link", "set", "cable", "down"}));
         EXPECT_TRUE(eventually([&] { return (raised >> lost & 1) == 1; }));
         const auto list = interface.enum_devices();
         ASSERT_TRUE(list) << "an empty list is no error";
         EXPECT_TRUE(list->empty());
-        EXPECT_TRUE(
-            eventually([&] { return (raised >> interface.service_info()->device_list_notification_id & 1) == 1; }));
+        EXPECT_TRUE(eventually([&] { return (raised >> changed & 1) == 1; }));
     });
 }
 

@@ -93,7 +93,6 @@ constexpr std::array generic_rows{
     generic_row{std::errc::no_buffer_space, GC_ERR_RESOURCE_EXHAUSTED},
     generic_row{std::errc::too_many_files_open, GC_ERR_RESOURCE_EXHAUSTED},
     generic_row{std::errc::too_many_files_open_in_system, GC_ERR_RESOURCE_EXHAUSTED},
-    generic_row{std::errc::resource_unavailable_try_again, GC_ERR_RESOURCE_EXHAUSTED},
     generic_row{std::errc::no_message_available, GC_ERR_NO_DATA},
 };
 
