@@ -136,7 +136,7 @@ TEST(AutoLoops, ALateAnswerIsNoRefusal) {
     struct {
         double rate, longest;
         std::uint64_t turn;
-    } const rows[] = {{30, 33000, 10}, {120, 8000, 12}, {120, 8000, 100}};
+    } const rows[] = {{30, 33000, 10}, {30, 33000, 40}, {120, 8000, 12}, {120, 8000, 100}};
     for (const auto& [rate, longest, turn] : rows) {
         steered_camera b;
         b.rate = rate;

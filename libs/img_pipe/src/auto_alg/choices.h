@@ -55,8 +55,8 @@ constexpr std::int32_t contrast_pixels = 81920, slow_contrast_pixels = 20480;
 // camera do not take: it is refused then. The passes are what fits into that time. Every so many passes that would ask
 // again one does: a feature is unlocked, a limit lifted. A twentieth of the passes makes no loop slow.
 constexpr std::uint32_t unmoved_passes = 3, spared_passes = 20;
-constexpr std::uint64_t unanswered_ns = 2'000'000'000;
-constexpr std::uint32_t unanswered_passes = 40;
+constexpr std::uint64_t unanswered_ns = 3'000'000'000;
+constexpr std::uint32_t unanswered_passes = 60;
 
 // What a gain of the white balance moves by.
 constexpr float gain_step = 1.0F / 64;

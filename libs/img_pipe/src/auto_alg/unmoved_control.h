@@ -17,7 +17,11 @@ public:
     // `answered`: what was asked last has been brought to the camera.
     [[nodiscard]] bool stays(double current, double wanted, bool answered, std::uint64_t now_ns) {
         if (!is_asked(current, wanted)) return false;
-        if (answered && !std::exchange(is_counted, true)) ++answers;
+        if (answered && !std::exchange(is_counted, true)) {
+            ++answers;
+            since_ns = now_ns;
+            passes = 0;
+        }
         // Of times that stand still or go back the passes are counted.
         const bool overdue = now_ns >= since_ns + unanswered_ns || now_ns < since_ns || passes >= unanswered_passes;
         if (answers < unmoved_passes && !(overdue && passes >= unmoved_passes)) return false;
@@ -30,9 +34,9 @@ public:
     }
 
     double from = 0, asked = 0; // equal: nothing was asked
-    std::uint64_t since_ns = 0; // when it was asked from there first
-    std::uint32_t passes = 0;   // that asked from there
-    std::uint32_t answers = 0;  // to them
+    std::uint64_t since_ns = 0; // when it was asked from there first, or the last answer came
+    std::uint32_t passes = 0;   // that asked since
+    std::uint32_t answers = 0;
     bool is_counted = false;    // the last one's
     std::uint32_t spared = 0;
 

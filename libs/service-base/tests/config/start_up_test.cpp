@@ -72,7 +72,7 @@ TEST_F(StartUp, APipeIsNoFileOfSettings) {
 }
 
 TEST_F(StartUp, ChainAsksTheMapBeforeTheUsersSettings) {
-    write("config/Software/Quillon Optics GmbH/orv-gentl-gev/service.json", R"({"log_level": 1.0, "only_user": 3})");
+    write("config/Software/Quillon Optics GmbH/orv-gentl-gev/service.json", R"({"log_level": 2, "log_flush_level": 1.0, "only_user": 3})");
     write("orv-gentl-gev_setup.json", R"({"log_level": 1})");
     gds_shared::settings_report report;
     const auto chain = gds_shared::make_property_chain(gev_product, folder, report);
@@ -80,7 +80,7 @@ TEST_F(StartUp, ChainAsksTheMapBeforeTheUsersSettings) {
     ASSERT_EQ(report.files.size(), 2U);
     EXPECT_EQ(report.files.back(), folder / "orv-gentl-gev_setup.json") << "it is asked first";
     ASSERT_EQ(report.problems.size(), 1U) << "a number with a point";
-    EXPECT_NE(report.problems[0].find("'log_level' is not used"), std::string::npos) << report.problems[0];
+    EXPECT_NE(report.problems[0].find("'log_flush_level' is not used"), std::string::npos) << report.problems[0];
     EXPECT_EQ(read_int64_or(*chain, "only_user", -1), 3);
     ASSERT_NE(chain->get_backing_store(), nullptr);
     EXPECT_FALSE(gds_shared::apply_buffer_tracing_setting(*chain));
