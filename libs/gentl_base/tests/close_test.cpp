@@ -116,6 +116,20 @@ TEST(Close, ASecondCloseWaitsForTheFirst) {
     }
 }
 
+// As a signal's handler that ends the process, and with it the library, does to a thread that closes.
+TEST(Close, AThreadDoesNotWaitForItself) {
+    for (size_t first = 1; first < 4; ++first) {
+        SCOPED_TRACE(closes[first].name);
+        const open_chain chain;
+        chain.announce(5);
+        GC_ERROR inner = GC_ERR_ERROR;
+        chain.stream_object().on_stop = [&] { inner = GCCloseLib(); };
+        ASSERT_EQ(DSStartAcquisition(chain.ds, 0, GENTL_INFINITE), GC_ERR_SUCCESS);
+        EXPECT_EQ(closes[first].close(chain), GC_ERR_SUCCESS);
+        EXPECT_EQ(inner, GC_ERR_SUCCESS);
+    }
+}
+
 TEST(Close, AForkedChildDoesNotWaitForItsParent) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "sanitizers do not follow a fork of threads";
