@@ -134,6 +134,11 @@ TEST(CommandLine, WithoutAService) {
                       {"list", cause::no_service,
                        "Failed to connect to service via service-pipe 'orv-gentl-gev_service_pipe_1.3.1.860_rel'. CTI "
                        "version '1.3.1.860'."}});
+    const answer nowhere = run(own, "ORV_GENTL_RUNTIME_DIR=/no/such orv-gentl list");
+    EXPECT_EQ(nowhere.exit_code, cli::row_of(cause::no_service).exit_code);
+    EXPECT_THAT(nowhere.errors, HasSubstr("there is no folder '/no/such' ($ORV_GENTL_RUNTIME_DIR)"));
+    EXPECT_THAT(nowhere.errors, HasSubstr("mkdir -m 700 '/no/such'"));
+
     std::ofstream{own.folder() / "settings.json"} << R"({"log_level": 6})";
     const auto settings = [&](const std::string& file) {
         return finding_of(

@@ -22,12 +22,13 @@ namespace fs = std::filesystem;
 
 // Cameras that answer and cannot be spoken to, with what mends each.
 void check_addresses(const found_devices& found, std::vector<finding>& findings) {
-    for (const auto& [device, interface] : found.devices) {
+    for (const auto& entry : found.devices) {
+        const auto& device = entry.first;
         if (device.access_status != GenTL::DEVICE_ACCESS_STATUS_NOACCESS) continue;
         std::string address;
         const std::string check = "address of " + device.id;
         attempt(check, findings, [&] {
-            interface_session session{found.lib, interface};
+            interface_session session{found.lib, entry.second};
             if (session.select(device.id)) address = session.text("GevDeviceIPAddress");
         });
         if (address.empty()) continue;

@@ -203,9 +203,8 @@ private:
         if (!journal.problem.empty())
             miss("logs/journal.txt", journal.problem);
         else if (journal.output.contains("-- No entries --"))
-            miss("logs/journal.txt", "no entries of the service, or none that this user may read");
-        else
-            add("logs/journal.txt", journal.output);
+            return miss("logs/journal.txt", "no entries of the service, or none that this user may read");
+        if (!journal.output.empty()) add("logs/journal.txt", journal.output);
     }
 
     void add_cameras() {

@@ -61,12 +61,16 @@ std::string value_of(const std::string& key, const std::string& lines) {
 void check_unit_file(std::vector<finding>& findings) {
     const fs::path listens_at = uses_service_unit() ? socket_of_unit() : "";
     if (listens_at.empty() || listens_at.filename() == gds_shared::service_pipe_name(gds_shared::gev_product)) return;
-    findings.push_back({socket_unit, grade::bad,
-                        fmt::format("'{}' is another version's: it listens at '{}'", unit_file(), listens_at.string()),
+    const std::string file = unit_file();
+    const bool is_packaged = file.starts_with("/usr/lib/") || file.starts_with("/lib/");
+    findings.push_back({socket_unit, listens_at.parent_path() == service_folder() ? grade::bad : grade::advice,
+                        fmt::format("'{}' is another version's: it listens at '{}'", file, listens_at.string()),
                         "the unit of this version", "this library does not speak to the service that it starts",
-                        fmt::format("where an installation that is gone has left it: sudo rm '{}' && sudo systemctl "
-                                    "daemon-reload && sudo systemctl restart {}",
-                                    unit_file(), socket_unit)});
+                        is_packaged
+                            ? "install the package of this version"
+                            : fmt::format("sudo rm '{}' && sudo systemctl daemon-reload && sudo systemctl restart "
+                                          "{}   # where an installation that is gone has left it",
+                                          file, socket_unit)});
 }
 
 void check_units(std::vector<finding>& findings) {
