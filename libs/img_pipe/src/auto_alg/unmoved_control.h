@@ -37,7 +37,7 @@ public:
     std::uint64_t since_ns = 0; // when it was asked from there first, or the last answer came
     std::uint32_t passes = 0;   // that asked since
     std::uint32_t answers = 0;
-    bool is_counted = false;    // the last one's
+    bool is_counted = false; // the last one's
     std::uint32_t spared = 0;
 
 private:

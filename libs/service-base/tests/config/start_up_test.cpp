@@ -72,7 +72,8 @@ TEST_F(StartUp, APipeIsNoFileOfSettings) {
 }
 
 TEST_F(StartUp, ChainAsksTheMapBeforeTheUsersSettings) {
-    write("config/Software/Quillon Optics GmbH/orv-gentl-gev/service.json", R"({"log_level": 2, "log_flush_level": 1.0, "only_user": 3})");
+    write("config/Software/Quillon Optics GmbH/orv-gentl-gev/service.json",
+          R"({"log_level": 2, "log_flush_level": 1.0, "only_user": 3})");
     write("orv-gentl-gev_setup.json", R"({"log_level": 1})");
     gds_shared::settings_report report;
     const auto chain = gds_shared::make_property_chain(gev_product, folder, report);
