@@ -21,7 +21,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::vector<std::string> entries_of(const std::string& list) {
+std::vector<std::string> path_entries(const std::string& list) {
     std::vector<std::string> entries;
     for (size_t begin = 0; begin <= list.size();) {
         const size_t end = std::min(list.find(':', begin), list.size());
@@ -214,7 +214,7 @@ void check_producer_path(const std::string& list, const fs::path& own, std::vect
     std::error_code ignored;
     std::map<fs::path, unsigned> named; // files by what they are in the end
     std::string others;
-    for (const std::string& entry : entries_of(list)) {
+    for (const std::string& entry : path_entries(list)) {
         if (!fs::exists(entry, ignored)) {
             findings.push_back({check, grade::advice, fmt::format("'{}' does not exist", entry), "folders that exist",
                                 "an installation that is gone, or a slip of the pen", "take it out of the variable"});

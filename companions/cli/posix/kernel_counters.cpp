@@ -20,7 +20,7 @@ std::string_view next_word(std::string_view& rest) {
 }
 
 template <class T>
-bool read(std::string_view word, T& value, int base) {
+bool parse_number(std::string_view word, T& value, int base) {
     const auto [end, failed] = std::from_chars(word.data(), word.data() + word.size(), value, base);
     return failed == std::errc{} && end == word.data() + word.size();
 }
@@ -30,7 +30,8 @@ std::string_view line_of(auto part) { return {part.begin(), part.end()}; }
 // "0100007F:0F74": the address as its four bytes in memory, here of a little-endian machine.
 bool read_endpoint(std::string_view word, uint32_t& address, uint16_t& port) {
     const size_t colon = word.find(':');
-    if (colon == word.npos || !read(word.substr(0, colon), address, 16) || !read(word.substr(colon + 1), port, 16))
+    if (colon == word.npos || !parse_number(word.substr(0, colon), address, 16) ||
+        !parse_number(word.substr(colon + 1), port, 16))
         return false;
     if constexpr (std::endian::native == std::endian::little) address = __builtin_bswap32(address);
     return true;
@@ -49,8 +50,8 @@ std::vector<udp_socket_row> parse_udp_sockets(std::string_view text) {
         udp_socket_row row;
         const size_t colon = words[4].find(':');
         if (colon == words[4].npos || !read_endpoint(words[1], row.address, row.port) ||
-            !read(words[4].substr(colon + 1), row.waiting, 16) || !read(words[7], row.user, 10) ||
-            !read(words[9], row.inode, 10) || !read(words[12], row.drops, 10))
+            !parse_number(words[4].substr(colon + 1), row.waiting, 16) || !parse_number(words[7], row.user, 10) ||
+            !parse_number(words[9], row.inode, 10) || !parse_number(words[12], row.drops, 10))
             continue;
         rows.push_back(row);
     }
@@ -71,8 +72,8 @@ softnet_counts parse_softnet(std::string_view text) {
     for (const auto part : text | std::views::split('\n')) {
         std::string_view rest = line_of(part);
         softnet_counts row;
-        if (!read(next_word(rest), row.processed, 16) || !read(next_word(rest), row.dropped, 16) ||
-            !read(next_word(rest), row.squeezed, 16))
+        if (!parse_number(next_word(rest), row.processed, 16) || !parse_number(next_word(rest), row.dropped, 16) ||
+            !parse_number(next_word(rest), row.squeezed, 16))
             continue;
         sum.processed += row.processed;
         sum.dropped += row.dropped;
@@ -84,7 +85,8 @@ softnet_counts parse_softnet(std::string_view text) {
 std::optional<schedule_counts> parse_schedstat(std::string_view text) {
     schedule_counts counts;
     text = text.substr(0, text.find('\n'));
-    if (!read(next_word(text), counts.ran, 10) || !read(next_word(text), counts.waited, 10)) return std::nullopt;
+    if (!parse_number(next_word(text), counts.ran, 10) || !parse_number(next_word(text), counts.waited, 10))
+        return std::nullopt;
     return counts;
 }
 
