@@ -7,8 +7,8 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <memory>
+#include <sstream>
 
 #include <arpa/inet.h>
 #include <ifaddrs.h>
@@ -33,7 +33,9 @@ constexpr std::string_view receive_thread_name = "gev::streamchan";
 
 std::string read_file(const fs::path& path) {
     std::ifstream file{path};
-    return {std::istreambuf_iterator<char>{file}, {}};
+    std::ostringstream text; // throws nothing when the process ends meanwhile
+    text << file.rdbuf();
+    return text.str();
 }
 
 std::optional<uint64_t> read_number(const fs::path& path) {
@@ -117,11 +119,12 @@ std::optional<uint64_t> read_receive_buffer_limit() { return read_number("/proc/
 
 std::optional<schedule_counts> read_receive_thread(int process) {
     std::optional<schedule_counts> busiest;
-    std::error_code ignored;
-    for (const auto& entry : fs::directory_iterator{fmt::format("/proc/{}/task", process), ignored}) {
-        const auto counts = parse_schedstat(read_file(entry.path() / "schedstat"));
+    std::error_code ended;
+    for (fs::directory_iterator entry{fmt::format("/proc/{}/task", process), ended}, end; !ended && entry != end;
+         entry.increment(ended)) {
+        const auto counts = parse_schedstat(read_file(entry->path() / "schedstat"));
         if (!counts) continue;
-        if (without_newline(read_file(entry.path() / "comm")) == receive_thread_name) return counts;
+        if (without_newline(read_file(entry->path() / "comm")) == receive_thread_name) return counts;
         if (!busiest || counts->ran > busiest->ran) busiest = counts;
     }
     return busiest;

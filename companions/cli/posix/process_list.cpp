@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 
 #include <unistd.h>
@@ -19,7 +18,9 @@ namespace {
 
 std::string read_text(const std::string& path) {
     std::ifstream file{path};
-    return {std::istreambuf_iterator<char>{file}, {}};
+    std::ostringstream text; // throws nothing when the process ends meanwhile
+    text << file.rdbuf();
+    return text.str();
 }
 
 } // namespace

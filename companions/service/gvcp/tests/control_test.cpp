@@ -78,6 +78,9 @@ TEST(GvcpControl, privileges) {
 
 // Those of the socket and of what wakes it; the one that asks has more to do than to open it.
 TEST(GvcpControl, without_descriptors_an_opening_says_so) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the sanitizer itself looks at exceptions through pipes";
+#endif
     rlimit before{};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
     const int next = ::dup(STDERR_FILENO);
