@@ -1,14 +1,14 @@
 #include "host_counters.h"
 
+#include "process_list.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <charconv>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <memory>
-#include <sstream>
 
 #include <arpa/inet.h>
 #include <ifaddrs.h>
@@ -31,15 +31,8 @@ namespace fs = std::filesystem;
 // The kernel's name of the library's receive thread: 15 bytes, all that it keeps.
 constexpr std::string_view receive_thread_name = "gev::streamchan";
 
-std::string read_file(const fs::path& path) {
-    std::ifstream file{path};
-    std::ostringstream text; // throws nothing when the process ends meanwhile
-    text << file.rdbuf();
-    return text.str();
-}
-
 std::optional<uint64_t> read_number(const fs::path& path) {
-    const std::string text = read_file(path);
+    const std::string text = kernel_text(path);
     uint64_t value = 0;
     const auto [end, failed] = std::from_chars(text.data(), text.data() + text.size(), value);
     return failed == std::errc{} ? std::optional{value} : std::nullopt;
@@ -113,8 +106,8 @@ void add_driver_counters(const control_socket& control, const std::string& inter
 
 } // namespace
 
-std::vector<udp_socket_row> read_udp_sockets() { return parse_udp_sockets(read_file("/proc/net/udp")); }
-softnet_counts read_softnet() { return parse_softnet(read_file("/proc/net/softnet_stat")); }
+std::vector<udp_socket_row> read_udp_sockets() { return parse_udp_sockets(kernel_text("/proc/net/udp")); }
+softnet_counts read_softnet() { return parse_softnet(kernel_text("/proc/net/softnet_stat")); }
 std::optional<uint64_t> read_receive_buffer_limit() { return read_number("/proc/sys/net/core/rmem_max"); }
 
 std::optional<schedule_counts> read_receive_thread(int process) {
@@ -122,9 +115,9 @@ std::optional<schedule_counts> read_receive_thread(int process) {
     std::error_code ended;
     for (fs::directory_iterator entry{fmt::format("/proc/{}/task", process), ended}, end; !ended && entry != end;
          entry.increment(ended)) {
-        const auto counts = parse_schedstat(read_file(entry->path() / "schedstat"));
+        const auto counts = parse_schedstat(kernel_text(entry->path() / "schedstat"));
         if (!counts) continue;
-        if (without_newline(read_file(entry->path() / "comm")) == receive_thread_name) return counts;
+        if (without_newline(kernel_text(entry->path() / "comm")) == receive_thread_name) return counts;
         if (!busiest || counts->ran > busiest->ran) busiest = counts;
     }
     return busiest;
@@ -196,7 +189,7 @@ socket_owner owner_of(const udp_socket_row& row) {
             if (fs::read_symlink(file->path(), gone) != wanted) continue;
             std::from_chars(pid.data(), pid.data() + pid.size(), owner.process);
             const fs::path program = fs::read_symlink(process.path() / "exe", gone);
-            owner.name = gone ? without_newline(read_file(process.path() / "comm")) : program.filename().string();
+            owner.name = gone ? without_newline(kernel_text(process.path() / "comm")) : program.filename().string();
             return owner;
         }
     }

@@ -14,21 +14,17 @@
 
 namespace cli {
 
-namespace {
-
-std::string read_text(const std::string& path) {
+std::string kernel_text(const std::string& path) {
     std::ifstream file{path};
-    std::ostringstream text; // throws nothing when the process ends meanwhile
+    std::ostringstream text; // an iterator would throw
     text << file.rdbuf();
     return text.str();
 }
 
-} // namespace
-
 std::string start_time_of(int pid) {
-    const std::string stat = read_text(fmt::format("/proc/{}/stat", pid));
+    const std::string stat = kernel_text(fmt::format("/proc/{}/stat", pid));
     const size_t after_name = stat.rfind(')');
-    const std::string boot = read_text("/proc/stat");
+    const std::string boot = kernel_text("/proc/stat");
     const size_t at = boot.find("btime ");
     if (after_name == stat.npos || at == boot.npos) return {};
     std::istringstream rest{stat.substr(after_name + 1)};
@@ -47,8 +43,8 @@ std::vector<std::string> others_with_file(const std::string& name) {
     for (const auto& entry : std::filesystem::directory_iterator{"/proc", ignored}) {
         const std::string pid = entry.path().filename();
         if (pid.find_first_not_of("0123456789") != pid.npos || pid == std::to_string(getpid())) continue;
-        if (read_text("/proc/" + pid + "/maps").find('/' + name + '\n') == std::string::npos) continue;
-        std::string program = read_text("/proc/" + pid + "/comm");
+        if (kernel_text("/proc/" + pid + "/maps").find('/' + name + '\n') == std::string::npos) continue;
+        std::string program = kernel_text("/proc/" + pid + "/comm");
         if (!program.empty()) program.pop_back();
         const std::string since = start_time_of(std::atoi(pid.c_str()));
         lines.push_back(fmt::format("{} (pid {}{})", program, pid, since.empty() ? "" : ", running since " + since));

@@ -6,6 +6,10 @@
 
 namespace cli {
 
+// A file that the kernel writes as it is read: of a process that ends meanwhile, what came before; empty when there is
+// none or it may not be read.
+[[nodiscard]] std::string kernel_text(const std::string& path);
+
 // "2026-01-31 14:02:11"; empty when unknown.
 [[nodiscard]] std::string start_time_of(int pid);
 
