@@ -5,6 +5,6 @@
 
 namespace cli {
 
-constexpr std::uint32_t rgb8 = 0x02180014, bgr8 = 0x02180015, rgba8 = 0x02200016, bgra8 = 0x02200017;
+constexpr uint32_t rgb8 = 0x02180014, bgr8 = 0x02180015, rgba8 = 0x02200016, bgra8 = 0x02200017;
 
 } // namespace cli

@@ -9,7 +9,7 @@ namespace {
 
 using gev::controlchannel::parse_single_event_cmd_packet;
 
-std::vector<std::byte> bytes(std::initializer_list<int> values, std::size_t size) {
+std::vector<std::byte> bytes(std::initializer_list<int> values, size_t size) {
     std::vector<std::byte> packet;
     for (const int value : values) packet.push_back(static_cast<std::byte>(value));
     packet.resize(size);
@@ -45,7 +45,7 @@ TEST(EventPacket, gives_the_fields_of_both_forms) {
 struct edit {
     const char* what;
     const std::vector<std::byte>* packet;
-    std::size_t at;
+    size_t at;
     int value;
     bool parses;
 };
@@ -67,7 +67,7 @@ TEST(EventPacket, refuses_what_is_no_whole_event) {
         packet[each.at] = static_cast<std::byte>(each.value);
         EXPECT_EQ(parse_single_event_cmd_packet(packet).has_value(), each.parses) << each.what;
     }
-    for (std::size_t size = 0; size < 28; ++size) {
+    for (size_t size = 0; size < 28; ++size) {
         EXPECT_FALSE(parse_single_event_cmd_packet(std::span{standard}.first(size))) << size;
     }
     for (const int length : {568, 569}) {

@@ -16,7 +16,7 @@ public:
     [[nodiscard]] std::unique_lock<std::recursive_mutex> take();
 
 private:
-    std::recursive_mutex mutex; // outside all others of the module and of those below
+    std::recursive_mutex mutex; // guards the turn alone; outside all others of the module and of those below
     const int64_t owner;
 };
 

@@ -81,7 +81,7 @@ protected:
 private:
     std::string port_id;
     PortInfo port_info;
-    std::mutex urls_mutex;       // held while the list is loaded
+    std::mutex urls_mutex;       // guards the loading of urls
     std::vector<UrlRecord> urls; // written under urls_mutex until it is not empty, constant from then on
 };
 

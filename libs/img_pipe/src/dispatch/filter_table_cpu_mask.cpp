@@ -1,3 +1,4 @@
+// The levels that this processor and the system have, as bits.
 #include <img_pipe/filter_table.h>
 
 #if defined(__x86_64__)

@@ -1,3 +1,4 @@
+// The pieces of a frame that threads of the pool take, and the part of an image that a piece is.
 #include <img_pipe/work_pool.h>
 
 namespace img_pipe {

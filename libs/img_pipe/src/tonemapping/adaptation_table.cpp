@@ -1,3 +1,4 @@
+// The adaptation of each luminance, looked up for the pixels.
 #include <img_pipe/tonemapping.h>
 
 #include <algorithm>

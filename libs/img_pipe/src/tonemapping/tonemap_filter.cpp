@@ -1,3 +1,4 @@
+// The course of a measured value from frame to frame: a median, then a fifth of the way to it with each.
 #include <img_pipe/tonemapping.h>
 
 #include <algorithm>

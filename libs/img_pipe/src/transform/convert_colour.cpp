@@ -1,3 +1,4 @@
+// Conversions between blue-green-red and YUV: matrix, gamma and sharpness on the way.
 #include "conversions.h"
 #include "road_builder.h"
 

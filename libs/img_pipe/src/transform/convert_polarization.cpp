@@ -1,3 +1,4 @@
+// Cells of four polarization angles, to the same lines or to a pixel for each cell.
 #include "conversions.h"
 #include "road_builder.h"
 

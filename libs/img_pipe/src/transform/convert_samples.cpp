@@ -1,3 +1,4 @@
+// Conversions from formats of one sample per pixel, monochrome and mosaic, and changes of them in place.
 #include "../tonemapping/apply_tonemapping.h"
 #include "conversions.h"
 #include "road_builder.h"

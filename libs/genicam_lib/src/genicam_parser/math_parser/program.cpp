@@ -1,3 +1,4 @@
+// A compiled formula as a value: short ones in place, longer ones in memory of their own.
 #include <math_parser/execute.h>
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Conversions between integers and floating point numbers, and how they round and saturate.
 #include <math_parser/math_parser.h>
 
 #include <cmath>

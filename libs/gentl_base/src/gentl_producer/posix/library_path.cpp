@@ -1,3 +1,4 @@
+// This library itself: the path of its file, and its hold on being loaded.
 #include <gentl_producer/Library.h>
 
 #include <loaded_file/loaded_file.h>

@@ -1,3 +1,4 @@
+// The log to the system log.
 #include "platform.h"
 
 #include <spdlog/sinks/base_sink.h>

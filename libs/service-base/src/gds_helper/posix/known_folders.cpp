@@ -1,3 +1,4 @@
+// The folders of a user and of the system where settings, logs and runtime files lie.
 #include "platform.h"
 
 #include <pwd.h>

@@ -1,3 +1,4 @@
+// The writing end of a FIFO that somebody reads, opened without waiting for him.
 #include "platform.h"
 
 #include <fcntl.h>
