@@ -63,7 +63,7 @@ TEST_P(CameraEvents, EachComesOnceInOrderWithItsData) {
     ASSERT_NE(node, nullptr);
     ASSERT_FALSE(node->bind(&port, 0));
 
-    camera.start(40);
+    camera.start(frames);
     uint64_t last_time = 0;
     for (int frame = 1; frame <= frames; ++frame) {
         ASSERT_TRUE(camera.next_frame(5000)) << frame;

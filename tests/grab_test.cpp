@@ -11,11 +11,11 @@ namespace reg = camera_sim::reg;
 
 TEST(Grab, DeliversEveryFrameCompleteAndInOrder) {
     test_system own;
-    own.start_camera({"--width", "640", "--height", "480", "--frame-rate", "60"});
+    own.start_camera({"--width", "640", "--height", "480", "--frame-rate", "10"});
     own.start_service();
-    auto result = own.grab({"--frames", "60", "--verify", "--buffers", "20"});
+    auto result = own.grab({"--frames", "20", "--verify", "--buffers", "20"});
     EXPECT_EQ(result["verified"], true) << result;
-    EXPECT_EQ(result["frames_delivered"], 60) << result;
+    EXPECT_EQ(result["frames_delivered"], 20) << result;
     EXPECT_EQ(result["frames_incomplete"], 0) << result;
     EXPECT_EQ(result["frames_lost"], 0) << result;
     EXPECT_EQ(result["underruns"], 0) << result;

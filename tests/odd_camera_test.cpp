@@ -14,7 +14,7 @@ TEST(OddCamera, ADeafCameraStreamsOnAndCanBeClosed) {
     open_camera camera;
     const auto& lib = *camera.lib;
     EVENT_HANDLE error = camera.event_of(camera.device->get(), EVENT_ERROR);
-    camera.start();
+    camera.start(20); // a buffer for each frame
     for (uint64_t frame = 1; frame <= 20; ++frame) EXPECT_EQ(camera.next_frame(5000), frame);
     std::array<char, 512> record{};
     size_t size = record.size();

@@ -99,8 +99,8 @@ TEST_P(Pages, AreTrue) {
     test_system own;
     std::filesystem::create_directory_symlink(built::source("examples"), own.folder() / "examples");
     if (two_cameras) {
-        own.start_camera({"--width", "640", "--height", "480", "--user-name", "left"});
-        own.start_camera({"--width", "640", "--height", "480", "--user-name", "right"});
+        own.start_camera({"--width", "640", "--height", "480", "--frame-rate", "10", "--user-name", "left"});
+        own.start_camera({"--width", "640", "--height", "480", "--frame-rate", "10", "--user-name", "right"});
         own.start_service();
     }
     std::string network = own.camera_address(0);
@@ -109,11 +109,12 @@ TEST_P(Pages, AreTrue) {
     replace_all(script, "127.0.0.", network);
     std::ofstream{own.folder() / "page.sh"} << script;
     // Ends its programs, too, should one of them hang.
-    const std::string limit = built::sanitized ? "180" : "150";
-    test_support::process shell{
-        {"bash", "-c", "cd '" + own.folder().string() + "' && exec timeout " + limit + " bash ./page.sh 2>&1"},
-        own.folder() / "page.out"};
-    shell.wait();
+    constexpr std::chrono::seconds limit{180};
+    test_support::process shell{{"bash", "-c",
+                                 "cd '" + own.folder().string() + "' && exec timeout " + std::to_string(limit.count()) +
+                                     " bash ./page.sh 2>&1"},
+                                own.folder() / "page.out"};
+    shell.wait(limit + std::chrono::seconds{10});
     std::string output = shell.output();
     replace_all(output, network, "127.0.0.");
 

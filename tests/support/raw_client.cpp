@@ -24,14 +24,14 @@ constexpr size_t block_size = 4096;
 
 timespec in(int milliseconds) {
     timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
+    clock_gettime(CLOCK_MONOTONIC, &now);
     const long nanoseconds = now.tv_nsec + milliseconds % 1000 * 1'000'000L;
     return {now.tv_sec + milliseconds / 1000 + nanoseconds / 1'000'000'000, nanoseconds % 1'000'000'000};
 }
 
 bool wait(sem_t* semaphore, int milliseconds) {
     const timespec limit = in(milliseconds);
-    return sem_timedwait(semaphore, &limit) == 0;
+    return sem_clockwait(semaphore, CLOCK_MONOTONIC, &limit) == 0;
 }
 
 std::string head(uint8_t type, uint32_t flags, size_t size, uint64_t id) {

@@ -76,9 +76,8 @@ bool process::running() {
     return false;
 }
 
-int process::wait() {
-    // Bounded, so that a hang is a failure with a name instead of the test runner's.
-    const auto longest = built::sanitized ? 200s : 50s;
+// Bounded, so that a hang is a failure with a name instead of the test runner's.
+int process::wait(std::chrono::seconds longest) {
     if (!eventually([&] { return !running(); }, longest)) {
         ADD_FAILURE() << "process " << child << " hangs";
         kill(child, SIGKILL);

@@ -1,6 +1,7 @@
 // A test's own service and cameras: processes on loopback addresses and a runtime folder that no other test uses.
 #pragma once
 
+#include "built.h"
 #include "eventually.h"
 #include "temporary_folder.h"
 
@@ -28,7 +29,7 @@ public:
 
     void signal(int number) const;
     // Waits for the end; the exit code, or minus the signal.
-    int wait();
+    int wait(std::chrono::seconds longest = built::sanitized ? std::chrono::seconds{200} : std::chrono::seconds{50});
     [[nodiscard]] bool running();
     [[nodiscard]] std::string output() const;
     // Waits until the output holds the text; false when the process ended or half a minute passed without it.

@@ -116,8 +116,9 @@ int self_test(const common_options& common) {
     const std::string address = fmt::format("127.{}.{}.10", 100 + process_id() % 100, process_id() / 100 % 250);
     set_variable("ORV_GENTL_RUNTIME_DIR", folder.path);
 
+    // Slow, as a frame has three frame times to be mended in: busy machines stand still for longer than fast ones leave.
     child_process camera{{program_beside("orv-gev-camera-sim"), "--address", address, "--width", "640", "--height",
-                          "480", "--frame-rate", "60", "--quiet"}};
+                          "480", "--frame-rate", "10", "--quiet"}};
     wait_until_ready(camera, "simulated camera");
     step("ok  simulated camera");
     child_process service{{program_beside("orv-gentl-gev-service"), "--no-networks", "--discover", address}};
@@ -126,7 +127,7 @@ int self_test(const common_options& common) {
     common_options options = common;
     options.device = address;
     grab_options wanted;
-    wanted.frames = 60;
+    wanted.frames = 30;
     wanted.verify = true;
     wanted.quiet = true;
     const std::string library = find_cti(common);
@@ -160,7 +161,7 @@ void add_installation_commands(command_line& line) {
     line.add("self-test", "Proves an installation without a camera, in a few seconds", reach::library,
              [&line] { return self_test(line.options); })
         .footer(
-            "Starts a simulated camera and a service of its own on loopback and grabs 60 frames, every byte compared.\n"
+            "Starts a simulated camera and a service of its own on loopback and grabs 30 frames, every byte compared.\n"
             "Example: orv-gentl self-test");
 }
 
