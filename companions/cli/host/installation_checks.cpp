@@ -57,9 +57,20 @@ std::string value_of(const std::string& key, const std::string& lines) {
     return text.substr(start, text.find('\n', start) - start);
 }
 
+// The unit of the socket with its drop-ins, where systemd tells of it; else what its file says.
+struct socket_settings {
+    std::string group, listens_at;
+};
+socket_settings settings_of_unit() {
+    if (!uses_service_unit()) return {};
+    const std::string unit = systemctl({"show", "--all", "--property=LoadState,SocketGroup,Listen", socket_unit});
+    if (value_of("LoadState", unit) != "loaded") return {group_of_unit(), socket_of_unit()};
+    const std::string listen = value_of("Listen", unit); // "PATH (SequentialPacket)"
+    return {value_of("SocketGroup", unit), listen.substr(0, listen.rfind(" ("))};
+}
+
 // One that was installed by hand goes before the packages'.
-void check_unit_file(std::vector<finding>& findings) {
-    const fs::path listens_at = uses_service_unit() ? socket_of_unit() : "";
+void check_unit_file(const fs::path& listens_at, std::vector<finding>& findings) {
     if (listens_at.empty() || listens_at.filename() == gds_shared::service_pipe_name(gds_shared::gev_product)) return;
     const std::string file = unit_file();
     const bool is_packaged = file.starts_with("/usr/lib/") || file.starts_with("/lib/");
@@ -78,9 +89,9 @@ void check_units(std::vector<finding>& findings) {
     const std::string socket = answer.substr(0, answer.find('\n'));
     if (socket.empty() || socket.contains(' ')) return; // a complaint: no systemd answers
     const bool on = socket == "active";
-    findings.push_back({socket_unit, on ? grade::ok : grade::advice, socket, "active",
+    findings.push_back({socket_unit, on ? grade::ok : grade::advice, is_unit_masked() ? "masked" : socket, "active",
                         on ? "" : "no service is started when an application asks for one",
-                        on ? "" : fmt::format("sudo systemctl enable --now {}", socket_unit)});
+                        on ? "" : start_of_unit("enable --now")});
     // It is started again for ever, so that a service that cannot start is seldom seen in the state 'failed'.
     const std::string service = systemctl({"show", "--property=ActiveState,SubState,Result,NRestarts", service_unit});
     const std::string state = value_of("ActiveState", service), result = value_of("Result", service);
@@ -96,9 +107,8 @@ void check_units(std::vector<finding>& findings) {
 }
 
 // Whether this user may use the installed service, also while it does not run.
-void check_group(std::vector<finding>& findings) {
-    const std::string group = uses_service_unit() && !is_root() ? group_of_unit() : "";
-    if (group.empty()) return;
+void check_group(const std::string& group, std::vector<finding>& findings) {
+    if (group.empty() || is_root()) return;
     finding result{fmt::format("group '{}'", group), grade::bad, {}, "a member", "the service lets in its members", {}};
     switch (membership_in(group)) {
     case membership::in_force:
@@ -260,9 +270,11 @@ void check_installation(const fs::path& own, std::vector<finding>& findings) {
     if (!own.empty())
         attempt(variable, findings, [&] { check_producer_path(list == nullptr ? "" : list, own, findings); });
     attempt("settings files", findings, [&] { check_settings(own, findings); });
-    attempt(socket_unit, findings, [&] { check_unit_file(findings); });
+    socket_settings unit;
+    attempt(socket_unit, findings, [&] { unit = settings_of_unit(); });
+    attempt(socket_unit, findings, [&] { check_unit_file(unit.listens_at, findings); });
     attempt(socket_unit, findings, [&] { check_units(findings); });
-    attempt("group", findings, [&] { check_group(findings); });
+    attempt("group", findings, [&] { check_group(unit.group, findings); });
 }
 
 } // namespace cli

@@ -110,8 +110,7 @@ explanation why_no_service(const std::string& reason) {
     const std::string socket = place.path + '/' + name;
     const std::string where = fmt::format("in '{}' ({})", place.path, place.because);
     const bool of_unit = uses_service_unit();
-    const std::string start_command =
-        of_unit ? fmt::format("sudo systemctl start {}", socket_unit) : "orv-gentl-gev-service";
+    const std::string start_command = of_unit ? start_of_unit("start") : "orv-gentl-gev-service";
     const std::string start = "Start it: " + start_command;
     struct stat found {};
     const int missing = lstat(socket.c_str(), &found) == 0 ? 0 : errno;

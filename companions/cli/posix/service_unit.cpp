@@ -1,5 +1,7 @@
 #include "service_unit.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -55,6 +57,20 @@ std::vector<gid_t> groups_at_next_login() {
 } // namespace
 
 bool has_service_unit() { return file_of_unit().has_value(); }
+
+// As systemctl masks, and as systemd sees it: a link to /dev/null, or an empty file.
+bool is_unit_masked() {
+    const auto file = file_of_unit();
+    std::error_code unknown;
+    if (!file) return false;
+    return fs::is_character_file(*file, unknown) || (fs::file_size(*file, unknown) == 0 && !unknown);
+}
+
+std::string start_of_unit(const std::string& verb) {
+    return fmt::format("{}sudo systemctl {} {}",
+                       is_unit_masked() ? fmt::format("sudo systemctl unmask {} && ", socket_unit) : "", verb,
+                       socket_unit);
+}
 
 std::string group_of_unit() { return value_in_unit("SocketGroup="); }
 std::string unit_file() { return file_of_unit().value_or(fs::path{}); }

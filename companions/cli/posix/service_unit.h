@@ -11,7 +11,12 @@ inline constexpr const char* service_unit = "orv-gentl-gev.service";
 
 // Whether systemd runs here and knows them.
 [[nodiscard]] bool has_service_unit();
-// Whose members the unit of the socket lets in; empty where it names none, or there is no unit. Drop-ins are not read.
+// Whether it was switched off for good, so that none can start it.
+[[nodiscard]] bool is_unit_masked();
+// What starts it, to be pasted: `verb` is of systemctl.
+[[nodiscard]] std::string start_of_unit(const std::string& verb);
+// Whose members the file of the unit of the socket lets in; empty where it names none, or there is no unit. Drop-ins
+// are not read.
 [[nodiscard]] std::string group_of_unit();
 // Of the one in force, and where it listens; empty in the same way.
 [[nodiscard]] std::string unit_file();
