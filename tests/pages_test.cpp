@@ -23,7 +23,7 @@ constexpr const char* mark = "=== end of an example ===";
 std::string levelled(std::string text) {
     text = std::regex_replace(text, std::regex{"([0-9A-F]{2}:){5}[0-9A-F]{2}"}, "MAC");
     text = std::regex_replace(text, std::regex{"[0-9]{4}-?[0-9]{2}-?[0-9]{2}[ -][0-9:]{6,8}([.][0-9]+)?"}, "DATE");
-    text = std::regex_replace(text, std::regex{"/[^ \"':]*/(lib|multipart|gentlproducer)(/orv-gentl-gev.cti|\n)"},
+    text = std::regex_replace(text, std::regex{"/[^ \"':]*/(lib|multipart|gentlproducer)(/orv-gentl-gev.cti|\"?\n)"},
                               "FOLDER$2");
     text = std::regex_replace(text, std::regex{" +"}, " ");
     return std::regex_replace(text, std::regex{" \n"}, "\n");

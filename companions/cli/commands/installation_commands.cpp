@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <string_view>
 
 namespace cli {
 
@@ -23,6 +24,16 @@ namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 
 constexpr const char* variable = "GENICAM_GENTL64_PATH";
+
+// Between double quotes, where a backslash takes the meaning of those.
+std::string quoted(const std::string& text, std::string_view special) {
+    std::string safe = "\"";
+    for (const char each : text) {
+        if (special.contains(each)) safe += '\\';
+        safe += each;
+    }
+    return safe + '"';
+}
 
 // The line that makes one kind of place find the library: `folder` is its folder, `file` its path.
 struct situation {
@@ -34,18 +45,26 @@ constexpr std::array situations{
     situation{"sh", "For a shell, or /etc/profile.d",
               [](const std::string& folder, const std::string&) {
                   // A folder that is named twice is loaded twice by some applications.
-                  return fmt::format("case \":${{{0}:-}}:\" in *\":{1}:\"*) ;; "
-                                     "*) export {0}=\"${{{0}:+${0}:}}{1}\" ;; esac",
-                                     variable, folder);
+                  const std::string word = quoted(folder, "\\\"$`");
+                  return fmt::format("case \":${{{0}:-}}:\" in *:{1}:*) ;; "
+                                     "*) export {0}=\"${{{0}:+${0}:}}\"{1} ;; esac",
+                                     variable, word);
               }},
     situation{"systemd", "For the [Service] section of a unit",
               [](const std::string& folder, const std::string&) {
-                  return fmt::format("Environment={}={}", variable, folder);
+                  std::string assignment; // '%' begins a specifier
+                  for (const char each : fmt::format("{}={}", variable, folder))
+                      assignment += each == '%' ? std::string{"%%"} : std::string{each};
+                  return "Environment=" + quoted(assignment, "\\\"");
               }},
     situation{"docker", "For a Dockerfile",
-              [](const std::string& folder, const std::string&) { return fmt::format("ENV {}={}", variable, folder); }},
+              [](const std::string& folder, const std::string&) {
+                  return fmt::format("ENV {}={}", variable, quoted(folder, "\\\"$"));
+              }},
     situation{"python", "For Python with harvesters, which does not read the variable",
-              [](const std::string&, const std::string& file) { return fmt::format("h.add_file(\"{}\")", file); }},
+              [](const std::string&, const std::string& file) {
+                  return fmt::format("h.add_file({})", quoted(file, "\\\""));
+              }},
 };
 
 int print_environment(const common_options& common, const std::string& wanted) {
@@ -60,7 +79,7 @@ int print_environment(const common_options& common, const std::string& wanted) {
     if (common.json) {
         print_json(object);
     } else {
-        print("{}\n", text);
+        print_text(text + '\n'); // a path is what bytes it is
     }
     return 0;
 }
