@@ -69,6 +69,10 @@ TEST(CommandLine, FaultsInTheArguments) {
                  {"env --systemd --sh", cause::arguments, "excludes"},
                  {"env --cti " + folder, cause::no_library, "'" + folder + "' is a folder"}});
     expect_rows(own, {{"nonsense", cause::arguments, "nonsense"},
+                      {"--device left get Width", cause::arguments, "'--device' stands before the command"},
+                      {"ip shwo", cause::arguments, "There is no command 'ip shwo'. Did you mean 'show"},
+                      {"force-ip 10.0.0.255", cause::arguments, "the broadcast address of its network"},
+                      {"firmware ''", cause::arguments, "Cannot read '': No such file"},
                       {"set Width 1 2", cause::arguments, "'Width' is no NAME=VALUE"},
                       {"grab --set Width", cause::arguments, "'Width' is no NAME=VALUE"},
                       {"events --set Width", cause::arguments, "'Width' is no NAME=VALUE"},
@@ -76,6 +80,8 @@ TEST(CommandLine, FaultsInTheArguments) {
                       {"load /no/such", cause::arguments, "Cannot read '/no/such'"},
                       {"list --cti /no/such.cti", cause::no_library, "There is no file '/no/such.cti'"},
                       {"list --cti /dev/null", cause::no_library, "Cannot load '/dev/null'"}});
+    EXPECT_THAT(run(own, "cd '" + folder + "'; echo >x.cti; '" + program + "' list --cti x.cti").errors,
+                HasSubstr("Cannot load '" + folder + "/x.cti'"));
     // The flag is known behind the command too, whose arguments are wrong.
     expect_error(run(own, "orv-gentl list --nonsense --json").json(), cause::arguments, "--nonsense", "behind");
     const answer version = run(own, "orv-gentl --version");
@@ -240,9 +246,21 @@ TEST(CommandLine, BesideTheInstalledUnits) {
     EXPECT_THAT(failing["remedy"].get<std::string>(), HasSubstr("journalctl -u orv-gentl-gev.service"));
     EXPECT_EQ(finding_of("local service", ill.output)["remedy"], "Start it: sudo systemctl start orv-gentl-gev.socket");
 
+    // A drop-in names another group than the file, and systemd tells.
+    std::ofstream{folder + "/edited"} << "#!/bin/sh\ncase $* in *SocketGroup*) echo LoadState=loaded; echo "
+                                         "'Listen=/run/x (SequentialPacket)'; echo SocketGroup=daemon;; esac\n";
+    std::filesystem::permissions(folder + "/edited", std::filesystem::perms{0755});
+    const std::string edited = "sed -i s/=daemon/=orv-gentl/ /usr/local/lib/systemd/system/*\n"
+                               "mount --bind edited /usr/bin/systemctl";
+    const std::string mask = "ln -sf /dev/null /usr/local/lib/systemd/system/orv-gentl-gev.socket";
+    const std::string unmask = "sudo systemctl unmask orv-gentl-gev.socket && sudo systemctl ";
+    EXPECT_THAT(within(mask, "", "list").errors, HasSubstr("Start it: " + unmask + "start orv-gentl-gev.socket"));
     const struct {
-        const char *set_up, *groups, *grade, *found, *remedy;
+        std::string set_up;
+        const char *groups, *grade, *found, *remedy;
     } rows[]{
+        {edited, "--clear-groups", "bad", "user 'nobody' is no member",
+         "sudo adduser nobody daemon   # and log in again"},
         {"", "--clear-groups", "bad", "user 'nobody' is no member", "sudo adduser nobody daemon   # and log in again"},
         {"mount --bind group /etc/group", "--clear-groups", "bad", "a member, but this login is from before",
          "log in again (a desktop: out of the session and in)"},
@@ -270,6 +288,17 @@ TEST(CommandLine, TheVariableIsSetOnceHoweverOftenItIsAsked) {
     std::getline(lines, alone);
     EXPECT_EQ(beside, alone) << twice.errors;
     EXPECT_THAT(beside, HasSubstr("/others:/"));
+    const std::string odd = own.folder() / "a b%$x\"", shown = own.folder().string() + "/a b";
+    std::filesystem::create_directory(odd);
+    std::ofstream{odd + "/x.cti"}.flush();
+    const std::string env = "'" + program + "' env --cti '" + odd + "/x.cti' ";
+    EXPECT_EQ(run(own, "unset GENICAM_GENTL64_PATH; eval \"$(" + env + ")\"; echo $GENICAM_GENTL64_PATH").output,
+              odd + '\n');
+    for (const auto& [place, line] :
+         {std::pair{"--systemd", "Environment=\"GENICAM_GENTL64_PATH=" + shown + "%%$x\\\"\"\n"},
+          {"--docker", "ENV GENICAM_GENTL64_PATH=\"" + shown + "%\\$x\\\"\"\n"},
+          {"--python", "h.add_file(\"" + shown + "%$x\\\"/x.cti\")\n"}})
+        EXPECT_EQ(run(own, env + place).output, line);
 }
 
 TEST(CommandLine, WithoutACamera) {
@@ -287,6 +316,10 @@ TEST(CommandLine, WithoutACamera) {
     const std::string remedy = finding_of("other services on this host", elsewhere.output)["remedy"];
     EXPECT_THAT(remedy, testing::StartsWith("export ORV_GENTL_RUNTIME_DIR='"));
     EXPECT_THAT(remedy, HasSubstr("'" + own.folder().string() + "'"));
+    const answer linked = run(own, "cd '" + own.folder().string() +
+                                       "/none'; ln -s .. l; ORV_GENTL_RUNTIME_DIR=l '" + program + "' doctor --json");
+    EXPECT_THAT(finding_of("other services on this host", linked.output)["why"].get<std::string>(),
+                testing::Not(HasSubstr("where none listens")));
     EXPECT_EQ(run(own, "env -i '" + program + "' --version").exit_code, 0);
     EXPECT_EQ(run(own, "env -u HOME -u XDG_CONFIG_HOME -u XDG_CACHE_HOME '" + program + "' list").exit_code, 0);
 }
@@ -301,7 +334,8 @@ TEST(CommandLine, TwoCamerasThatAreAlike) {
                       {"info --device SimCam", cause::ambiguous, "2 cameras fit 'SimCam'"},
                       {"get Width", cause::ambiguous, "2 cameras fit; say which by --device"},
                       {"get Width --device right", cause::no_camera, "No camera is 'right'. There are:"},
-                      {"list --device right", cause::no_camera, "No camera is 'right'. There are:"}});
+                      {"list --device right", cause::no_camera, "No camera is 'right'. There are:"},
+                      {"ip show --device right", cause::no_camera, "No camera is 'right'. There are:"}});
     for (const std::string& one : {std::string{"CAM1"}, std::string{"Orv-SimCam-CAM1"}, own.camera_address(1)}) {
         const answer found = run(own, "orv-gentl get DeviceSerialNumber --device " + one);
         EXPECT_EQ(found.output, "CAM1\n") << one << found.errors;
@@ -315,6 +349,16 @@ TEST(CommandLine, TwoCamerasThatAreAlike) {
     EXPECT_EQ(listed["devices"][1]["address"], own.camera_address(1));
     const std::string mac = listed["devices"][1]["mac"];
     EXPECT_EQ(run(own, "orv-gentl get DeviceSerialNumber --device " + mac).output, "CAM1\n") << mac;
+}
+
+TEST(CommandLine, NamesOfCamerasCommandNoTerminalAndNoShell) {
+    test_system own;
+    own.start_camera(small({"--user-name", "\x1b[2J\xC2\x9B\n\xC3\xA4\xFF", "--model", "it's *"}));
+    own.start_service();
+    const std::string name = "\\x1B[2J\\xC2\\x9B\\x0A\xC3\xA4\\xFF";
+    EXPECT_THAT(run(own, "orv-gentl list").output, HasSubstr(" " + name + " "));
+    EXPECT_THAT(run(own, "orv-gentl get Width --device none").errors, HasSubstr("name '" + name + "'  on lo"));
+    EXPECT_THAT(run(own, "orv-gentl plan --link 1000").output, HasSubstr("--device 'Orv-it'\\''s *-CAM0' "));
 }
 
 TEST(CommandLine, BesideAnotherController) {

@@ -94,16 +94,16 @@ TEST_F(Firmware, WhatIsNoneForTheCameraIsRefusedAndNothingIsLeftOpen) {
         std::string path;
         const char* says;
     } cases[] = {
-        {folder / "missing.fwpack", "Failed to open passed in file '"},
-        {folder, "Failed to open passed in file '"},
-        {folder / "fifo.fwpack", "Failed to open passed in file '"},
+        {folder / "missing.fwpack", "No such file or directory"},
+        {folder, "it is no regular file"},
+        {folder / "fifo.fwpack", "it is no regular file"},
         {folder / "huge.fwpack", "firmware_package_upload: "},
         {folder / "empty.fwpack", "the package is no zip archive"},
         {make("other.fwpack", {"--model", "Other"}), "the package is for Orv Other, the camera is Orv SimCam"},
     };
     for (const auto& each : cases) {
         const auto refused = upload(each.path);
-        EXPECT_EQ(refused.exit_code, 2) << each.path;
+        EXPECT_EQ(refused.exit_code, 3) << each.path;
         EXPECT_TRUE(holds(refused.output, each.says)) << refused.output;
     }
     const auto unsent = upload(folder / "huge.fwpack");
@@ -112,7 +112,7 @@ TEST_F(Firmware, WhatIsNoneForTheCameraIsRefusedAndNothingIsLeftOpen) {
     {
         const open_camera other;
         const auto refused = upload(good);
-        EXPECT_EQ(refused.exit_code, 2);
+        EXPECT_EQ(refused.exit_code, 8);
         EXPECT_TRUE(holds(refused.output, "the camera cannot be held: Access denied")) << refused.output;
     }
     EXPECT_EQ(version(), "1.0.0");
@@ -127,7 +127,7 @@ TEST_F(Firmware, OneAtATimeAndACameraThatGoesEndsIt) {
     auto first = own.start_consumer({"firmware", package});
     await_upload(first);
     const auto second = upload(package);
-    EXPECT_EQ(second.exit_code, 2);
+    EXPECT_EQ(second.exit_code, 8);
     EXPECT_TRUE(holds(second.output, "ERR_GEV_STATUS_BUSY")) << second.output;
     const auto moved = own.run_consumer({"force-ip", "127.0.0.99", "--json"});
     EXPECT_TRUE(holds(moved.output, "or its firmware is being updated")) << moved.output;

@@ -25,7 +25,7 @@ TEST(NetworkCommands, ACameraOnTheWrongSubnetIsNamedAndMended) {
 
     const auto ill = own.run_consumer({"doctor"});
     EXPECT_NE(ill.exit_code, 0);
-    EXPECT_TRUE(holds(ill.output, "orv-gentl ip temporary --device '") && holds(ill.output, "192.168.77.10"))
+    EXPECT_TRUE(holds(ill.output, "orv-gentl ip temporary --device Orv") && holds(ill.output, "192.168.77.10"))
         << ill.output;
     const auto refused = own.run_consumer({"get", "Width", "--json"});
     EXPECT_EQ(refused.exit_code, 2);
@@ -35,8 +35,6 @@ TEST(NetworkCommands, ACameraOnTheWrongSubnetIsNamedAndMended) {
     EXPECT_EQ(shown[0]["reachable"], "Unreachable");
     EXPECT_EQ(shown[0]["address"], "192.168.77.10");
 
-    const auto zero = own.run_consumer({"force-ip", "0.0.0.0", "--json"});
-    EXPECT_TRUE(zero.exit_code == 2 && holds(zero.output, "Invalid IP-Address specified.")) << zero.output;
     const auto taken = own.run_consumer({"force-ip", "198.18.0.1", "--json"});
     EXPECT_TRUE(taken.exit_code == 2 && holds(taken.output, "in use")) << taken.output;
     const auto forced = own.run_consumer({"force-ip", "198.18.0.44", "--json"});
@@ -95,7 +93,7 @@ TEST(NetworkCommands, ACameraThatSomebodyHasIsNotMovedAndThatIsTheReasonGiven) {
     small_system own;
     const open_camera user;
     const auto refused = own.run_consumer({"force-ip", "198.18.0.44", "--json"});
-    EXPECT_EQ(refused.exit_code, 2);
+    EXPECT_EQ(refused.exit_code, 8);
     EXPECT_TRUE(holds(refused.output, "somebody controls the camera")) << refused.output;
     EXPECT_FALSE(holds(refused.output, "198.18.0.44") || holds(refused.output, "Invalid")) << refused.output;
     EXPECT_EQ(own.ask({"ip", "show"})["devices"][0]["address"], own.camera_address(0));

@@ -63,14 +63,26 @@ void add_file_commands(command_line& line) {
     });
 }
 
-// The parser says of a mistyped command that one is missing.
+// The parser says of a mistyped command, and of an option before it, that a command is missing.
 std::string complaint_of(const CLI::App& app, const CLI::ParseError& error, const std::vector<std::string>& words) {
-    const auto command = std::ranges::find_if(words, [](const std::string& word) { return !word.starts_with('-'); });
-    std::vector<std::string> known;
-    for (const CLI::App* each : app.get_subcommands([](const CLI::App*) { return true; }))
-        known.push_back(each->get_name());
-    if (command == words.end() || std::ranges::find(known, *command) != known.end()) return error.what();
-    return fmt::format("There is no command '{}'.{}", *command, did_you_mean(*command, known));
+    const CLI::App* within = &app;
+    std::string path;
+    for (const std::string& word : words) {
+        const auto commands = within->get_subcommands([](const CLI::App*) { return true; });
+        if (commands.empty()) break; // the fault is in what the command was given
+        if (word == "--json") continue;
+        if (word.starts_with('-'))
+            return fmt::format("'{}' stands before the command: options stand behind it, but for --json.", word);
+        const auto command = std::ranges::find(commands, word, [](const CLI::App* each) { return each->get_name(); });
+        if (command == commands.end()) {
+            std::vector<std::string> known;
+            for (const CLI::App* each : commands) known.push_back(each->get_name());
+            return fmt::format("There is no command '{}{}'.{}", path, word, did_you_mean(word, known));
+        }
+        within = *command;
+        path += word + ' ';
+    }
+    return error.what();
 }
 
 // Help and version are what was asked for; all else is a fault in the arguments, told like every other failure.

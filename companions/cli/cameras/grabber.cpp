@@ -384,7 +384,7 @@ void grabber::show_progress(bool last) {
                     device_id, frames(), options.frames, frame_rate(), megabytes_per_second(), incomplete,
                     former.resend_packets + current.resend_packets, jitter_ms());
     if (terminal)
-        say("\r\x1b[K{}{}", line, last ? "\n" : ""); // to the line's begin, and its rest away
+        say_text(fmt::format("\r\x1b[K{}{}", printable(line), last ? "\n" : "")); // to the line's begin, its rest away
     else
         say("{}\n", line);
 }

@@ -12,16 +12,37 @@ namespace {
 
 constexpr const char* bash_script = R"sh(# bash completion of orv-gentl: eval "$(orv-gentl completion bash)"
 _orv_gentl() {
-    local IFS=$'\n'
-    # ':' and '=' part words in bash; the words are wanted whole.
-    local line=${COMP_LINE:0:COMP_POINT}
-    local -a words
-    IFS=' ' read -r -a words <<<"$line"
-    [[ $line == *' ' ]] && words+=('')
-    local current=${words[-1]}
-    COMPREPLY=($(orv-gentl complete -- "${words[@]:1}" 2>/dev/null))
-    local cut=${current%"${current##*[=:]}"}
-    [ -n "$cut" ] && COMPREPLY=("${COMPREPLY[@]#"$cut"}")
+    # Parted here: ':' and '=' part words in bash, where the words are wanted whole, without what quotes them.
+    local line=${COMP_LINE:0:COMP_POINT} word= quote= cut= is_word= c i
+    local -a words=()
+    for ((i = 0; i < ${#line}; i++)); do
+        c=${line:i:1}
+        if [[ $c == '\' && $quote != "'" ]]; then
+            word+=${line:++i:1}
+        elif [[ $quote ]]; then
+            if [[ $c == "$quote" ]]; then quote=; else word+=$c; fi
+        elif [[ $c == [\'\"] ]]; then
+            quote=$c cut=$word is_word=1
+        elif [[ $c == ' ' ]]; then
+            [[ $word$is_word ]] && words+=("$word")
+            word= is_word=
+        else
+            word+=$c
+        fi
+    done
+    words+=("$word")
+    mapfile -t COMPREPLY < <(orv-gentl complete -- "${words[@]:1}" 2>/dev/null)
+    # What bash keeps of the word: up to an open quote, else to the last ':' or '='.
+    [[ $quote ]] || cut=${word%"${word##*[=:]}"}
+    for i in "${!COMPREPLY[@]}"; do
+        c=${COMPREPLY[i]#"$cut"}
+        case $quote in
+        \') c=${c//\'/"'\''"} ;;
+        \") c=${c//'\'/'\\'} c=${c//\"/'\"'} c=${c//'$'/'\$'} c=${c//'`'/'\`'} ;;
+        *) [[ $c ]] && printf -v c %q "$c" ;;
+        esac
+        COMPREPLY[i]=$c
+    done
     [[ ${#COMPREPLY[@]} -eq 1 && ${COMPREPLY[0]} == *= ]] && compopt -o nospace
 }
 complete -o default -F _orv_gentl orv-gentl
@@ -97,6 +118,7 @@ private:
         return nullptr;
     }
     void add(const std::string& word) {
+        if (printable(word) != word) return; // neither a line of the answer nor a word to be typed
         if (word.starts_with(current) && std::ranges::find(found, word) == found.end()) found.push_back(word);
     }
     void add_devices() {

@@ -36,9 +36,9 @@ void check_addresses(const found_devices& found, std::vector<finding>& findings)
             {check, grade::bad, fmt::format("{} cannot be reached from {}", address, device.interface_id),
              "an address of the interface's subnet that no other device has",
              "it is of another subnet, or the address of a second camera, too",
-             fmt::format("orv-gentl ip temporary --device '{0}'   # until its next start; 'ip persistent' for good, "
+             fmt::format("orv-gentl ip temporary --device {0}   # until its next start; 'ip persistent' for good, "
                          "'force-ip --device {0} ADDRESS' for one of your choice",
-                         device.id)});
+                         shell_word(device.id))});
     }
 }
 
@@ -80,8 +80,11 @@ void check_services(std::vector<finding>& findings) {
     for (const auto& each : ipc_rpc::find_services("orv-gentl-gev_service_pipe")) {
         const fs::path socket{each.socket};
         std::error_code closed;
-        own_runs |= socket == own;
-        if (socket == own) continue;
+        // The folder may be named by a link, or from where this program stands.
+        if (socket == own || fs::equivalent(socket, own, closed)) {
+            own_runs = true;
+            continue;
+        }
         others.push_back(ipc_rpc::to_text(each));
         if (socket.filename() == name && fs::is_socket(socket, closed))
             folders.push_back(fmt::format("'{}'", socket.parent_path().string()));

@@ -91,7 +91,7 @@ int features(const common_options& options, const filter& chosen) {
     }
     const std::string lines = tree{chosen}.lines_of(*root, 0);
     if (lines.empty()) say("No feature is like this.\n");
-    print_text(lines);
+    print("{}", lines);
     return 0;
 }
 

@@ -9,6 +9,7 @@
 #include <charconv>
 #include <cstdio>
 #include <filesystem>
+#include <system_error>
 #include <thread>
 
 namespace cli {
@@ -34,12 +35,16 @@ void show_progress(const std::string& state) {
     constexpr int width = 40;
     const int percent = percent_of(state);
     const int done = percent < 0 ? 0 : percent * width / 100;
-    say("\r[{:#<{}}{:<{}}] {:<50}", "", done, "", width - done, state.substr(0, 50));
+    say_text(fmt::format("\r[{:#<{}}{:<{}}] {:<50}", "", done, "", width - done, printable(state.substr(0, 50))));
 }
 
 } // namespace
 
 int upload_firmware(const common_options& common, const std::string& package, std::chrono::seconds longest) {
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(package, error))
+        throw failure(cause::arguments,
+                      fmt::format("Cannot read '{}': {}.", package, error ? error.message() : "it is no regular file"));
     const interface_session session = interface_session::of_device(common);
     // The library reads the file; a relative name would be looked for where that runs, which is here.
     session.set("FirmwareUpdatePackageFile", std::filesystem::absolute(package).string());
@@ -51,8 +56,15 @@ int upload_firmware(const common_options& common, const std::string& package, st
         const bool never_sent = failure.code == GenTL::GC_ERR_INVALID_PARAMETER &&
                                 failure.reason.find("gevdrv-status") == std::string::npos;
         const std::string why = never_sent ? "" : state_of();
-        if (!why.starts_with("Refused")) throw;
-        throw call_failed(failure.call, failure.code, fmt::format("{} ({})", failure.reason, why));
+        const call_failed told = why.starts_with("Refused") ? call_failed(failure.call, failure.code,
+                                                                          fmt::format("{} ({})", failure.reason, why))
+                                                            : failure;
+        if (failure.is_held())
+            throw told.explained(cause::busy, fmt::format("Camera '{}' is in use.", session.device.id));
+        if (failure.code == GenTL::GC_ERR_INVALID_PARAMETER || failure.reason.contains("ERR_PARSING_FAILED"))
+            throw told.explained(cause::arguments,
+                                 fmt::format("Camera '{}' cannot be given '{}'.", session.device.id, package));
+        throw told;
     }
     const bool bar = !common.json && errors_are_seen_on_a_terminal();
     std::string shown;

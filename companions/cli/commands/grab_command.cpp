@@ -26,8 +26,8 @@ int grab(const common_options& common, const grab_options& options) {
     }
     try {
         if (!common.json) {
-            print_text(run.summary());
-            if (options.explain) print_text(run.explanation());
+            print("{}", run.summary());
+            if (options.explain) print("{}", run.explanation());
             flush_output();
         } else if (!reason) {
             print_json(run.result());

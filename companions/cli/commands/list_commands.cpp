@@ -11,10 +11,11 @@ namespace cli {
 namespace {
 
 // Columns as wide as their longest cell; the last is not filled up.
-void print_table(const std::vector<std::vector<std::string>>& rows) {
+void print_table(std::vector<std::vector<std::string>> rows) {
     std::vector<size_t> widths;
-    for (const auto& row : rows) {
+    for (auto& row : rows) {
         widths.resize(std::max(widths.size(), row.size()));
+        for (std::string& cell : row) cell = printable(cell);
         for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
     }
     for (const auto& row : rows) {
@@ -28,11 +29,7 @@ void print_table(const std::vector<std::vector<std::string>>& rows) {
 int list(const common_options& options) {
     found_devices found = find_devices(options);
     add_places(found);
-    if (!options.device.empty()) {
-        const auto fits = [&](const auto& each) { return is_meant(each.first, options.device); };
-        if (std::ranges::none_of(found.devices, fits)) static_cast<void>(choose_device(found, options)); // throws why
-        std::erase_if(found.devices, [&](const auto& each) { return !fits(each); });
-    }
+    keep_meant(found, options);
     for (auto& [device, interface] : found.devices) {
         if (device.access_status != GenTL::DEVICE_ACCESS_STATUS_BUSY) continue;
         if (const auto holder = holder_of(*found.lib, interface, device.id)) device.holder = holder->text();
@@ -61,7 +58,7 @@ int list(const common_options& options) {
                             device.mask, device.mac, device.reachable, access_status_text(device.access_status)});
             if (held) rows.back().push_back(device.holder);
         }
-        if (rows.size() > 1) print_table(rows);
+        if (rows.size() > 1) print_table(std::move(rows));
     }
     if (found.devices.empty()) say("No device was found. 'orv-gentl doctor' tells why.\n");
     return 0;
@@ -89,7 +86,8 @@ int info(const common_options& options) {
         return 0;
     }
     for (const auto& [group, values] : object.items()) {
-        for (const auto& [key, value] : values.items()) print("{}.{} = {}\n", group, key, value.get<std::string>());
+        for (const auto& [key, value] : values.items())
+            print("{}.{} = {}\n", group, key, printable(value.get<std::string>()));
     }
     if (found.devices.size() > 1 && options.device.empty())
         say("{} cameras are there; --device names one of them.\n", found.devices.size());

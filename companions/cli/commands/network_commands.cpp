@@ -5,6 +5,7 @@
 
 #include "../consumer/device_choice.h"
 #include "../consumer/interface_session.h"
+#include "../output/output.h"
 
 #include <gige/host_address.h>
 
@@ -21,9 +22,9 @@ namespace {
 
 void show(const common_options& options, const nlohmann::json& place) {
     if (options.json) return print_json(place);
-    const auto word = [&](const char* key) { return place[key].get<std::string>(); };
-    fmt::print("{:<40} {:<15} mask {:<15} gateway {:<15} {}  {}\n", word("id"), word("address"), word("mask"),
-               word("gateway"), word("mac"), word("reachable"));
+    const auto word = [&](const char* key) { return printable(place[key].get<std::string>()); };
+    print("{:<40} {:<15} mask {:<15} gateway {:<15} {}  {}\n", word("id"), word("address"), word("mask"),
+          word("gateway"), word("mac"), word("reachable"));
 }
 
 // What the camera says after it has moved. It may be listed a moment later than the call returned.
@@ -40,10 +41,6 @@ struct chosen_address {
     uint32_t mask = 0;
     uint32_t gateway = 0;
 };
-chosen_address parse(const std::string& address, const std::string& mask, const std::string& gateway) {
-    return {parse_ip(address), parse_ip(mask), parse_ip(gateway)};
-}
-
 // What is wrong with it for itself; null when nothing is. The service knows the networks besides.
 const char* problem_with(const chosen_address& chosen) {
     if (const char* problem = gige::host_address_problem(chosen.address, chosen.mask)) return problem;
@@ -52,6 +49,14 @@ const char* problem_with(const chosen_address& chosen) {
     if (((chosen.gateway ^ chosen.address) & chosen.mask) != 0) return "the gateway lies in another network";
     return gige::host_address_problem(chosen.gateway, chosen.mask) != nullptr ? "the gateway's address is no host's"
                                                                               : nullptr;
+}
+
+chosen_address parse(const std::string& address, const std::string& mask, const std::string& gateway) {
+    const chosen_address chosen{parse_ip(address), parse_ip(mask), parse_ip(gateway)};
+    if (const char* problem = problem_with(chosen))
+        throw failure(cause::arguments,
+                      fmt::format("{} cannot be a camera's address: {}.", ip_text(chosen.address), problem));
+    return chosen;
 }
 
 // What to do about a refusal; empty where the words say it all.
@@ -79,7 +84,10 @@ void run_address_command(const interface_session& session, const std::string& co
     try {
         session.run(command);
     } catch (const call_failed& failure) {
-        throw call_failed(failure.call, failure.code, failure.reason + advice(failure));
+        const call_failed advised(failure.call, failure.code, failure.reason + advice(failure));
+        if (failure.is_held())
+            throw advised.explained(cause::busy, fmt::format("Camera '{}' is in use.", session.device.id));
+        throw advised;
     }
 }
 
@@ -91,10 +99,9 @@ void force_ip(const interface_session& session, const chosen_address& chosen) {
         run_address_command(session, "GevDeviceForceIP");
     } catch (const call_failed& failure) {
         if (failure.code != GenTL::GC_ERR_INVALID_VALUE) throw;
-        const char* problem = problem_with(chosen);
-        if (problem == nullptr) problem = "the interface's network has it set aside, or it is the gateway's";
         throw call_failed(failure.call, failure.code,
-                          fmt::format("{} ({}: {})", failure.reason, ip_text(chosen.address), problem));
+                          fmt::format("{} ({}: the interface's network has it set aside, or it is the gateway's)",
+                                      failure.reason, ip_text(chosen.address)));
     }
 }
 
@@ -107,9 +114,6 @@ int force_ip(const common_options& options, const chosen_address& chosen) {
 // An address of the user's choice, for good. First for now: the service asks whether somebody has it, and what cannot
 // be reached cannot be written to.
 int keep_address(const common_options& options, const chosen_address& chosen) {
-    if (const char* problem = problem_with(chosen))
-        throw failure(cause::arguments,
-                      fmt::format("{} cannot be a camera's address: {}.", ip_text(chosen.address), problem));
     interface_session session = interface_session::of_device(options);
     force_ip(session, chosen);
     session.update_list();
@@ -160,10 +164,10 @@ void add_settings(const found_devices& found, const std::shared_ptr<const tl_int
 }
 
 int show_addresses(const common_options& options) {
-    const found_devices found = find_devices(options);
+    found_devices found = find_devices(options);
+    keep_meant(found, options);
     nlohmann::json all = nlohmann::json::array();
     for (const auto& [device, interface] : found.devices) {
-        if (!options.device.empty() && !is_meant(device, options.device)) continue;
         interface_session session{found.lib, interface};
         if (!session.select(device.id)) continue;
         nlohmann::json place = session.address();
@@ -172,8 +176,8 @@ int show_addresses(const common_options& options) {
         if (!options.json) {
             show(options, place);
             if (place.contains("persistent_address"))
-                fmt::print("    persistent {}{}\n", place["persistent_address"].get<std::string>(),
-                           place.value("persistent_on", "") == "true" ? ", used at the next start" : " (not used)");
+                print("    persistent {}{}\n", place["persistent_address"].get<std::string>(),
+                      place.value("persistent_on", "") == "true" ? ", used at the next start" : " (not used)");
         }
         all.push_back(std::move(place));
     }
@@ -209,7 +213,7 @@ int send_action(const common_options& options, const action_options& action) {
     if (options.json)
         print_json({{"sent", true}, {"interface", everywhere ? "all" : name}});
     else
-        fmt::print("Sent by {}.\n", everywhere ? "all interfaces" : name);
+        print("Sent by {}.\n", everywhere ? "all interfaces" : name);
     return 0;
 }
 

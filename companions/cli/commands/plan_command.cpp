@@ -158,7 +158,7 @@ void show(const link_plan& whole, const plan_options& options) {
     print("{}: {:g} Mbit/s ({}) are {:.2f} MB/s; less {:g} % for resends and control {:.2f} MB/s\n", whole.interface,
           whole.link * 8 / 1e6, whole.link_source, whole.link / megabyte, options.reserve, whole.usable / megabyte);
     for (const auto& each : whole.cameras) {
-        print_text(each.plan.arithmetic());
+        print("{}", each.plan.arithmetic());
         for (const auto& done : each.applied) {
             print("  written: {} = {}\n", done["name"].get<std::string>(), done["value"].get<std::string>());
         }
@@ -176,7 +176,7 @@ void show(const link_plan& whole, const plan_options& options) {
     for (const auto& each : whole.cameras) {
         std::string words;
         for (const setting& setting : each.plan.settings) words += fmt::format(" {}={}", setting.name, setting.value);
-        if (!words.empty()) print("orv-gentl set --device {}{}\n", each.plan.id, words);
+        if (!words.empty()) print("orv-gentl set --device {}{}\n", shell_word(each.plan.id), words);
     }
 }
 

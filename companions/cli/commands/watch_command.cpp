@@ -176,8 +176,9 @@ private:
         if (common.json) return print_json(object_of(span, kind));
         // A terminal's lines are written again and again.
         const bool terminal = output_is_a_terminal();
-        if (terminal && shown) print("\x1b[{}A", cameras.size());
-        for (size_t i = 0; i < cameras.size(); ++i) print("{}{}\n", terminal ? "\x1b[K" : "", line_of(i, span));
+        if (terminal && shown) print_text(fmt::format("\x1b[{}A", cameras.size()));
+        for (size_t i = 0; i < cameras.size(); ++i)
+            print_text(fmt::format("{}{}\n", terminal ? "\x1b[K" : "", printable(line_of(i, span))));
         flush_output();
         shown = true;
     }

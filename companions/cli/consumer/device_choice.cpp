@@ -1,5 +1,6 @@
 #include "device_choice.h"
 
+#include "../output/printable.h"
 #include "feature_number.h"
 #include "nearest_names.h"
 
@@ -13,11 +14,11 @@ namespace {
 
 // One line of the list that an error shows.
 std::string line_of(const device_entry& device) {
-    std::string line = fmt::format("\n  {}", device.id);
+    std::string line = device.id;
     if (!device.serial.empty()) line += fmt::format("  serial {}", device.serial);
     if (!device.user_name.empty()) line += fmt::format("  name '{}'", device.user_name);
     if (!device.address.empty()) line += fmt::format("  {}", device.address);
-    return line + fmt::format("  on {}", device.interface_id);
+    return fmt::format("\n  {}  on {}", printable(line), device.interface_id);
 }
 
 bool is_exactly(const device_entry& device, const std::string& words) {
@@ -30,10 +31,6 @@ bool holds(const device_entry& device, const std::string& words) {
 }
 
 } // namespace
-
-bool is_meant(const device_entry& device, const std::string& words) {
-    return is_exactly(device, words) || holds(device, words);
-}
 
 void add_places(found_devices& found) {
     for (auto& [device, interface] : found.devices) {
@@ -93,6 +90,15 @@ const std::pair<device_entry, std::shared_ptr<const tl_interface>>& choose_devic
                   fmt::format("{} cameras fit{}; say which by {}:{}", fitting.size(),
                               options.device.empty() ? "" : fmt::format(" '{}'", options.device),
                               by_interface ? "--interface" : "--device with id, serial number or address", list));
+}
+
+void keep_meant(found_devices& found, const common_options& options) {
+    if (options.device.empty()) return;
+    const auto fits = [&](const auto& each) {
+        return is_exactly(each.first, options.device) || holds(each.first, options.device);
+    };
+    if (std::ranges::none_of(found.devices, fits)) static_cast<void>(choose_device(found, options)); // throws why
+    std::erase_if(found.devices, [&](const auto& each) { return !fits(each); });
 }
 
 } // namespace cli

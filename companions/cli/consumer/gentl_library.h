@@ -21,6 +21,10 @@ public:
     call_failed(std::string function, GenTL::GC_ERROR error_code, const std::string& text);
     // The same failure by one who knows more of it: `words` come before the call, its code and the producer's text.
     [[nodiscard]] call_failed explained(cause why, const std::string& words, const std::string& remedy = {}) const;
+    // Of a call that needs the camera for itself: somebody else has it.
+    [[nodiscard]] bool is_held() const noexcept {
+        return code == GenTL::GC_ERR_ACCESS_DENIED || code == GenTL::GC_ERR_BUSY;
+    }
     const std::string call;
     const GenTL::GC_ERROR code;
     const std::string reason; // the producer's own text

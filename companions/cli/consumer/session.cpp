@@ -49,12 +49,12 @@ std::string find_cti(const common_options& options) {
     if (!options.cti.empty()) {
         if (fs::is_directory(options.cti, ignored))
             throw failure(cause::no_library, fmt::format("'{}' is a folder: --cti takes the file.", options.cti));
-        if (fs::exists(options.cti, ignored)) return options.cti;
+        if (fs::exists(options.cti, ignored)) return fs::absolute(options.cti);
         throw failure(cause::no_library, fmt::format("There is no file '{}'.", options.cti));
     }
     std::string tried;
     for (const fs::path& candidate : cti_candidates()) {
-        if (fs::exists(candidate, ignored)) return candidate;
+        if (fs::exists(candidate, ignored)) return fs::absolute(candidate);
         tried += fmt::format("\n  {}", candidate.string());
     }
     throw failure(cause::no_library,
