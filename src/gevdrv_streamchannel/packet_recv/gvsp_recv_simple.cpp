@@ -98,13 +98,14 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
     } else if (current != nullptr && leader_timestamp == nullptr && is_of_another(*current, packet, now)) {
         gvsp_logger().info("r[{:8}] Packet {} is of another frame with this id.", current->frame_id, id);
         end_up_to(*current, now);
+        ended_recently.next_came(packet.block_id);
         current = nullptr;
     }
     if (current == nullptr) {
         const auto verdict = ended_recently.judge(packet.block_id, id, leader_timestamp, now, time_per_frame);
         if (verdict == ended_frames::verdict::late) {
             ++stats.packets_late;
-            if (packet.kind == gvsp_packet_kind::trailer) ended_recently.trailer_was_late(packet.block_id, now);
+            if (packet.kind == gvsp_packet_kind::trailer) ended_recently.trailer_was_late(packet.block_id, now, longest_held_back);
             return true;
         }
         if (verdict == ended_frames::verdict::restart) {

@@ -215,6 +215,15 @@ TEST_F(RestartSimple, overtaken_leader_gets_no_packets_of_the_next_frame) {
         EXPECT_EQ(taken, returned);
     }
     begin();
+    for (const uint32_t lost : {2U, 0U, 0U}) { // the first one is open until the second one's packets come
+        whole(1, lost);
+        if (lost == 0) send(1, {0});
+        now += 300'000;
+        ++wire.round;
+    }
+    receiver.flush(now);
+    EXPECT_EQ(statistics()[0], 0U) << "each lacked packets";
+    begin();
     for (; wire.round < 3; ++wire.round, now += 300'000) send(1, {1, 0, 2, 3, 4, 5});
     receiver.flush(now);
     ASSERT_EQ(frames.size(), 3U);
