@@ -39,6 +39,7 @@ public:
     struct leader_mark {
         bool seen = false;
         uint64_t timestamp = 0; // 0 from a camera that sends none
+        bool operator==(const leader_mark&) const = default;
     };
     enum class verdict {
         unknown, // no frame that ended: the packet may open one
@@ -59,10 +60,12 @@ public:
     }
 
     void clear() noexcept { *this = {}; }
-    void add(uint64_t block_id, const leader_mark& leader, uint64_t now, const requests& asked) noexcept {
+    void add(uint64_t block_id, const leader_mark& leader, uint64_t now, const requests& asked, bool whole) noexcept {
         entry& place = entries[block_id % capacity];
-        const uint64_t old_leader_until = place.block_id == block_id ? place.old_leader_until : 0;
-        place = {block_id, leader, now, ++count, old_leader_until, asked, false};
+        const bool same_id = place.block_id == block_id;
+        const uint64_t old_leader_until = same_id ? place.old_leader_until : 0;
+        const bool repeated = same_id && place.whole && leader.timestamp != 0 && place.leader == leader;
+        place = {block_id, leader, now, ++count, old_leader_until, asked, 0, false, whole || repeated, false};
     }
     void leader_came(uint64_t timestamp) noexcept {
         if (newest_timestamp == 0) first_timestamp = timestamp;
@@ -102,6 +105,30 @@ public:
         return known.block_id == block_id && now < known.old_leader_until && leader_timestamp != 0 &&
                leader_timestamp < first_timestamp;
     }
+    // A packet of the next frame with this id ended the one before.
+    void next_came(uint64_t block_id) noexcept {
+        entry& known = entries[block_id % capacity];
+        if (known.block_id == block_id) known.next_came = true;
+    }
+    // A trailer that counts as late is not of the frame that ended but of the next one with its id, whose leader has
+    // not come. No packet is held back for longer than `held_back`.
+    void trailer_was_late(uint64_t block_id, uint64_t now, uint64_t held_back) noexcept {
+        entry& known = entries[block_id % capacity];
+        if (known.block_id != block_id) return;
+        if (known.next_came || elapsed(now, known.ended) > held_back) known.trailer_of_next = now;
+    }
+    [[nodiscard]] bool trailer_was_of_next(uint64_t block_id, uint64_t now, uint64_t held_back) const noexcept {
+        const entry& known = entries[block_id % capacity];
+        return known.block_id == block_id && known.trailer_of_next != 0 &&
+               elapsed(now, known.trailer_of_next) <= held_back;
+    }
+    // Whether a leader is that of a frame which had been delivered whole when the ids began anew: its round's first
+    // leader came behind it.
+    [[nodiscard]] bool is_leader_of_delivered(uint64_t block_id, uint64_t leader_timestamp) const noexcept {
+        const entry& known = entries[block_id % capacity];
+        return known.block_id == block_id && known.of_earlier_round && known.whole && leader_timestamp != 0 &&
+               known.leader.timestamp == leader_timestamp && elapsed(started_over, known.ended) < longest_answer;
+    }
     // `leader_timestamp`: null for any other packet.
     [[nodiscard]] verdict judge(uint64_t block_id, uint32_t packet_id, const uint64_t* leader_timestamp, uint64_t now,
                                 uint64_t frame_time) noexcept {
@@ -140,7 +167,10 @@ private:
         uint64_t number = 0;           // of frames that ended
         uint64_t old_leader_until = 0; // time until which the leader of the round before may come
         requests asked;
+        uint64_t trailer_of_next = 0; // time of it, in front of its leader
         bool of_earlier_round = false;
+        bool whole = false; // and delivered
+        bool next_came = false;
     };
     [[nodiscard]] static bool answers_come(const entry& known, uint64_t now) noexcept {
         return elapsed(now, known.ended) < longest_answer;

@@ -246,6 +246,12 @@ gvsp_recv_resend::block* gvsp_recv_resend::block_of(int64_t t, const gvsp_parsed
             ++stats.packets_late;
             return nullptr;
         }
+        // It was delivered, and is asked for anew where it counts as lost.
+        if (ended_recently.is_leader_of_delivered(packet.block_id, *leader_timestamp)) {
+            ++stats.packets_late;
+            if (found->recovered) discard_repeat(t, *found, packet.leader);
+            return nullptr;
+        }
         if (begins_another_round(t, *found, *leader_timestamp)) {
             restart_stream(t);
             found = nullptr;
@@ -409,6 +415,17 @@ bool gvsp_recv_resend::begins_another_round(int64_t t, const block& current, uin
                                          static_cast<uint64_t>(frame_time()));
 }
 
+void gvsp_recv_resend::discard_repeat(int64_t t, block& repeat, const frame_block::leader_body& leader) {
+    log_block(t, repeat, ". Discarding frame that was delivered before.");
+    const auto open = std::span{open_blocks}.first(open_count);
+    std::ranges::remove(open, &repeat);
+    --open_count;
+    repeat.leader = leader;
+    repeat.packets.add(0);
+    repeat.packets.mark_mixed(); // whole or not, it counts for no second whole frame
+    end_block(t, repeat, true);
+}
+
 void gvsp_recv_resend::restart_stream(int64_t t) {
     gvsp_logger().info("now={:15} The camera started over, with {} frames open.", t, open_count);
     while (open_count > 0) end_block(t, *open_blocks[--open_count], false);
@@ -445,7 +462,9 @@ gvsp_recv_resend::block* gvsp_recv_resend::create_block_for_id(int64_t t, const 
             const uint64_t lost_id = block_id > back ? block_id - back : block_id + ids_per_lap - back;
             // After a wrong id far ahead frames seem lost that were here a moment ago.
             if (ended_recently.holds(lost_id) || find(lost_id) != nullptr) continue;
-            create_single_new_block(t - static_cast<int64_t>(back) * frame_time(), lost_id, opened.id - back);
+            block* const recovered =
+                create_single_new_block(t - static_cast<int64_t>(back) * frame_time(), lost_id, opened.id - back);
+            if (recovered != nullptr) recovered->recovered = true;
         }
     }
     block* const created = create_single_new_block(t, block_id, opened.id);
@@ -473,7 +492,7 @@ gvsp_recv_resend::block* gvsp_recv_resend::create_single_new_block(int64_t t, ui
     created.context = functions.get_frame();
     created.begin(block_id, frame_id, t, last_leader, geometry[extended]);
     created.state = block_state::open;
-    created.ended = false;
+    created.ended = created.recovered = false;
     created.end_deadline = created.next_timer = t + frame_time();
     created.highest_packet_id = created.not_yet_available = 0;
     created.resend_requests = created.resend_packets_requested = 0;
@@ -494,7 +513,8 @@ void gvsp_recv_resend::end_block(int64_t t, block& ended, bool flushed) {
     // Without a buffer, too: its late packets must not take one when buffers are scarcest.
     ended_recently.add(
         ended.block_id, ended.leader_mark(), static_cast<uint64_t>(std::max<int64_t>(t, 0)),
-        {ended.asked, ended.resend_requests != 0 && !complete ? ended.lacking() : ended_frames::packet_span{}});
+        {ended.asked, ended.resend_requests != 0 && !complete ? ended.lacking() : ended_frames::packet_span{}},
+        complete && !flushed && ended.context.size != 0);
     if (ended.context.size == 0) {
         ++stats.no_buffer_frames;
         log_block(t, ended, ". Dropped frame due to no shm_mem_handle.");

@@ -48,6 +48,7 @@ private:
     struct block : frame_block {
         block_state state = block_state::free;
         bool ended = false;
+        bool recovered = false;       // opened for a lost frame, by a younger one
         int64_t end_deadline = never; // when to suspect the tail of the frame
         int64_t next_timer = never;   // the earliest deadline
         uint32_t highest_packet_id = 0;
@@ -68,6 +69,7 @@ private:
     void prepare_blocks();
     [[nodiscard]] block* find(uint64_t block_id) noexcept;
     [[nodiscard]] bool begins_another_round(int64_t t, const block& current, uint64_t leader_timestamp) const noexcept;
+    void discard_repeat(int64_t t, block& repeat, const frame_block::leader_body& leader);
     void restart_stream(int64_t t);
     block* create_block_for_id(int64_t t, const gvsp_parsed_packet& packet, const uint64_t* leader_timestamp);
     block* create_single_new_block(int64_t t, uint64_t block_id, uint64_t frame_id);

@@ -89,6 +89,7 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
     const uint64_t* leader_timestamp = packet.kind == gvsp_packet_kind::leader ? &packet.leader.timestamp : nullptr;
     const auto time_per_frame = static_cast<uint64_t>(frame_time());
     block* current = find(packet.block_id);
+    bool overtaken = false;
     if (current != nullptr && leader_timestamp != nullptr &&
         ended_recently.begins_another(current->leader_mark(), silence_before_leader(*current, now), *leader_timestamp,
                                       time_per_frame)) {
@@ -97,15 +98,20 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
     } else if (current != nullptr && leader_timestamp == nullptr && is_of_another(*current, packet, now)) {
         gvsp_logger().info("r[{:8}] Packet {} is of another frame with this id.", current->frame_id, id);
         end_up_to(*current, now);
+        ended_recently.next_came(packet.block_id);
         current = nullptr;
     }
     if (current == nullptr) {
         const auto verdict = ended_recently.judge(packet.block_id, id, leader_timestamp, now, time_per_frame);
         if (verdict == ended_frames::verdict::late) {
             ++stats.packets_late;
+            if (packet.kind == gvsp_packet_kind::trailer) ended_recently.trailer_was_late(packet.block_id, now, longest_held_back);
             return true;
         }
-        if (verdict == ended_frames::verdict::restart) restart_stream(now);
+        if (verdict == ended_frames::verdict::restart) {
+            overtaken = ended_recently.trailer_was_of_next(packet.block_id, now, longest_held_back);
+            restart_stream(now);
+        }
         current = &create_new_block(now, packet.block_id);
     }
     current->last_packet = static_cast<int64_t>(now);
@@ -132,6 +138,8 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
         current->packets.add(id);
         break;
     }
+    // All of its frame came before it, and counted as late. What the next one with its id brings must not fill it.
+    if (overtaken) end_up_to(*current, now);
     return true;
 }
 
@@ -184,7 +192,7 @@ void gvsp_recv_simple::end_block(block& ended, uint64_t now, bool flushed) {
         stats.packets_received += std::min(ended.packets.count(), ended.packets.due());
     }
     if (complete) stats.skipped_frames += ids.completed(ended.frame_id);
-    ended_recently.add(ended.block_id, ended.leader_mark(), now, {});
+    ended_recently.add(ended.block_id, ended.leader_mark(), now, {}, complete);
     if (ended.context.size == 0) {
         ++stats.no_buffer_frames;
         if (ended.context.buffer == nullptr) return; // an empty buffer goes back to its owner all the same

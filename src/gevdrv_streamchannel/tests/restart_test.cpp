@@ -10,6 +10,7 @@ template <class Receiver>
 using Restart = receiver_fixture<Receiver>;
 TYPED_TEST_SUITE(Restart, both_receivers, receiver_names);
 using RestartResend = receiver_fixture<gvsp_recv_resend>;
+using RestartSimple = receiver_fixture<gvsp_recv_simple>;
 
 constexpr resend_parameters automatic{.auto_time_per_frame = true};
 
@@ -192,6 +193,43 @@ TYPED_TEST(Restart, packets_of_a_new_round_complete_no_frame_of_the_old_one) {
     }
 }
 
+// Of single frames, where each leader comes behind the rest of its frame.
+TEST_F(RestartSimple, overtaken_leader_gets_no_packets_of_the_next_frame) {
+    for (const bool first_of_two : {false, true}) {
+        begin();
+        whole(1);
+        for (uint32_t round = 1; round <= 3; ++round) {
+            now += 300'000;
+            wire.round = round;
+            whole(1, 0);
+            if (first_of_two && round == 1) whole(2);
+            now += 10'000;
+            send(1, {0});
+        }
+        now += 300'000;
+        ++wire.round;
+        whole(1);
+        for (size_t i = 0; i < frames.size(); ++i) EXPECT_TRUE(bytes_right(i)) << frames[i].timestamp;
+        EXPECT_EQ(statistics()[0], first_of_two ? 3U : 2U);
+        EXPECT_EQ(statistics()[1], 3U);
+        EXPECT_EQ(taken, returned);
+    }
+    begin();
+    for (const uint32_t lost : {2U, 0U, 0U}) { // the first one is open until the second one's packets come
+        whole(1, lost);
+        if (lost == 0) send(1, {0});
+        now += 300'000;
+        ++wire.round;
+    }
+    receiver.flush(now);
+    EXPECT_EQ(statistics()[0], 0U) << "each lacked packets";
+    begin();
+    for (; wire.round < 3; ++wire.round, now += 300'000) send(1, {1, 0, 2, 3, 4, 5});
+    receiver.flush(now);
+    ASSERT_EQ(frames.size(), 3U);
+    EXPECT_EQ(frames[1].filled_size, frame_size) << "what comes behind the leader is kept";
+}
+
 // What the network repeats says nothing against a frame, before its end or behind it.
 TYPED_TEST(Restart, repeats_leave_a_frame_whole) {
     for (const bool short_last : {false, true}) {
@@ -330,6 +368,37 @@ TEST_F(RestartResend, late_leader_of_the_old_round_opens_nothing_in_the_new_one)
     }
 }
 
+// Behind a round of one frame the new round begins unnoticed with its second one. Its first leader starts over, and
+// what it overtook counts as lost: the camera is asked for it, and sends the same once more.
+TEST_F(RestartResend, frames_in_front_of_a_late_first_leader_are_delivered_once) {
+    for (const bool damaged : {false, true}) {
+        for (const bool leader_first : {true, false}) {
+            SCOPED_TRACE(testing::Message() << "damaged " << damaged << ", leader first " << leader_first);
+            begin({}, {.time_per_frame = 10'000});
+            whole(1);
+            pass(300'000);
+            wire.round = 1;
+            whole(1, 0);
+            whole(2, damaged ? 3 : UINT32_MAX);
+            pass(3000);
+            send(1, {0});
+            pass(9000);
+            whole(3);
+            ASSERT_EQ(requests.back(), (request{2, 0, trailer_id}));
+            for (uint32_t i = 0; i <= trailer_id; ++i) send(2, {leader_first ? i : trailer_id - i});
+            send(2, {0, 3});
+            pass(100'000);
+            whole(4);
+            std::vector<uint64_t> in_time;
+            for (const frame_info& frame : frames) {
+                if ((frame.flags & incomplete) == 0) in_time.push_back(frame.timestamp % ticks_per_round);
+            }
+            EXPECT_EQ(in_time, (std::vector<uint64_t>{1, 2, 3, 4}));
+            EXPECT_EQ(taken, returned);
+        }
+    }
+}
+
 // The thread was away for longer than any frame takes, and the frame is open still.
 TEST_F(RestartResend, leader_that_an_open_frame_asked_for_is_its_own_after_a_stall) {
     for (const bool timestamps : {true, false}) {
@@ -435,8 +504,8 @@ constexpr ended_frames::requests leader_alone{.all = {0, 0}, .unanswered = {}};
 
 TEST(EndedFrames, a_round_whose_leaders_were_all_asked_for_holds_back_no_new_one) {
     ended_frames ended;
-    ended.add(1, {}, 0, {.all = {0, 0}, .unanswered = {0, 0}});
-    ended.add(2, {}, 1000, {.all = {0, 0}, .unanswered = {0, 0}});
+    ended.add(1, {}, 0, {.all = {0, 0}, .unanswered = {0, 0}}, false);
+    ended.add(2, {}, 1000, {.all = {0, 0}, .unanswered = {0, 0}}, false);
     const uint64_t first = 100, next_round = 900;
     EXPECT_EQ(ended.judge(1, 0, &first, 5000, 1000), ended_frames::verdict::late);
     EXPECT_EQ(ended.judge(1, 0, &next_round, 50'000, 1000), ended_frames::verdict::restart);
@@ -446,10 +515,10 @@ TEST(EndedFrames, a_second_answer_of_the_round_before_restarts_nothing) {
     ended_frames ended;
     const uint64_t first = 100, next_round = 500;
     ended.leader_came(first);
-    ended.add(1, {true, first}, 0, leader_alone);
+    ended.add(1, {true, first}, 0, leader_alone, true);
     ended.start_over(10'000);
     ended.leader_came(next_round);
-    ended.add(1, {true, next_round}, 12'000, {});
+    ended.add(1, {true, next_round}, 12'000, {}, true);
     EXPECT_EQ(ended.judge(1, 0, &first, 20'000, 1000), ended_frames::verdict::late);
 }
 
