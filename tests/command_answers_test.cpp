@@ -1,6 +1,8 @@
 // The commands that say much: that their JSON follows the schema, and that what they say is so.
 #include "support/consumer_shell.h"
 
+#include <cli/consumer/settings_file.h>
+
 #include <gmock/gmock.h>
 
 #include <signal.h>
@@ -203,4 +205,76 @@ TEST(CommandLine, ASupportBundleHoldsWhatItSays) {
     EXPECT_EQ(without.exit_code, 0) << without.errors;
     EXPECT_THAT(without.output, HasSubstr("No service runs"));
     EXPECT_FALSE(std::filesystem::exists(folder + "/rest/cameras"));
+}
+
+// What is read of a camera that has gone is no answer with errors in it: no part of its settings is saved as the whole.
+TEST(CommandLine, ACameraThatWentIsLost) {
+    small_system own;
+    open_camera camera;
+    const cli::node_map& nodes = camera.remote();
+    own.camera(0).signal(SIGKILL);
+    own.camera(0).wait();
+    const auto cause_of = [](auto&& call) {
+        try {
+            static_cast<void>(call());
+        } catch (const cli::failure& reason) {
+            return reason.why();
+        }
+        return cause::no;
+    };
+    std::vector<std::string> left_out;
+    const auto save = [&] { return cli::collect_settings(nodes, left_out); };
+    EXPECT_THAT(cause_of(save), testing::AnyOf(cause::timeout, cause::lost));
+    ASSERT_TRUE(eventually([&] { return cause_of([&] { return camera.integer("Width"); }) == cause::lost; }));
+    EXPECT_EQ(cause_of(save), cause::lost);
+    EXPECT_EQ(cause_of([&] { return cli::describe(cli::require_node(nodes, "Width")); }), cause::lost);
+    EXPECT_EQ(cause_of([&] { return cli::compare_settings(nodes, {{{}, "Width", "8"}}); }), cause::lost);
+}
+
+TEST(CommandLine, EventsEndWithTheirCause) {
+    const struct {
+        void (*strike)(test_system& own, process& consumer);
+        cause why;
+    } rows[]{{[](auto& own, auto&) { own.camera(0).signal(SIGKILL); }, cause::lost},
+             {[](auto& own, auto&) { own.service().signal(SIGKILL); }, cause::lost},
+             {[](auto&, auto& consumer) { consumer.signal(SIGTERM); }, cause::interrupted}};
+    for (const auto& [strike, why] : rows) {
+        small_system own;
+        shell_line line{own, "exec '" + program + "' events --json --notify Test --exec TestEventGenerate"};
+        ASSERT_TRUE(line.process().wait_for_output("\n"));
+        strike(own, line.process());
+        const answer ended = line.wait();
+        EXPECT_EQ(ended.exit_code, cli::row_of(why).exit_code) << ended.errors;
+        expect_error(nlohmann::json::parse(ended.output.substr(ended.output.find('\n')), nullptr, false), why, "", "");
+    }
+}
+
+TEST(CommandLine, DoctorsWatchFindsACameraThatComesBack) {
+    small_system own;
+    shell_line line{own, "exec '" + program + "' doctor --watch --interval 0.1"};
+    ASSERT_TRUE(line.process().wait_for_output("no stream"));
+    own.camera(0).signal(SIGKILL);
+    own.camera(0).wait();
+    ASSERT_TRUE(line.process().wait_for_output("does not answer"));
+    own.restart_camera(0, small());
+    EXPECT_TRUE(eventually([&] {
+        const std::string output = line.process().output();
+        return output.rfind("no stream") > output.rfind("does not answer");
+    })) << line.process().output();
+    own.service().signal(SIGKILL);
+    const answer ended = line.wait();
+    EXPECT_EQ(ended.exit_code, cli::row_of(cause::lost).exit_code) << ended.output << ended.errors;
+}
+
+// Of a stream that goes on behind the picture the rest is left, and its writer told.
+TEST(CommandLine, ConvertReadsOnePicture) {
+    const test_system own;
+    const std::string folder = own.folder();
+    const answer converted = run(own, "(head -c 1000000 /dev/zero; echo $? >'" + folder +
+                                          "/head') | orv-gentl convert /dev/stdin --from Mono8 --to RGB8 --width 8 "
+                                          "--height 8 --output '" +
+                                          folder + "/picture'");
+    EXPECT_EQ(converted.exit_code, 0) << converted.errors;
+    EXPECT_EQ(std::filesystem::file_size(folder + "/picture"), 3 * 64U);
+    EXPECT_NE(read_file(folder + "/head"), "0\n");
 }

@@ -58,7 +58,8 @@ TEST(CommandLine, FaultsInTheArguments) {
     for (const auto& [line, says] : numbers) expect_rows(own, {{line, cause::arguments, says}});
     const std::string folder = own.folder(), converted = " --from Mono8 --to RGB8 --width 8 --height 8";
     expect_rows(own,
-                {{"convert /no/such" + converted, cause::arguments, "Cannot read '/no/such': No such file"},
+                {{"convert /dev/zero" + converted, cause::arguments, "name the file to write with --output"},
+                 {"convert /no/such" + converted, cause::arguments, "Cannot read '/no/such': No such file"},
                  {"convert " + folder + converted, cause::arguments, "Cannot read '" + folder + "': Is a directory"},
                  {"convert /dev/null" + converted, cause::arguments, "'/dev/null': 8 x 8 pixels of Mono8 take 64"},
                  {"force-ip 300.1.1.1", cause::arguments, "'300.1.1.1' is no IPv4 address"},
@@ -382,6 +383,8 @@ TEST(CommandLine, FeaturesThatAreNotOrDoNot) {
                       {"set PixelFormat=Mono88", cause::feature, "has no entry 'Mono88'. Did you mean 'Mono8"},
                       {"set DeviceSerialNumber=1", cause::feature, "Cannot set feature 'DeviceSerialNumber'"},
                       {"exec Width", cause::feature, "is a Integer, not a command"},
+                      {"get Width AcquisitionStart", cause::feature, "'AcquisitionStart': it is a Command"},
+                      {"events --wait 100", cause::no, "No event within 100 ms."},
                       {"grab --set Width=1", cause::feature, "It takes 8 to 2448"},
                       {"get Width TriggerSoftwar", cause::feature, "Did you mean 'TriggerSoftware'"}});
     EXPECT_EQ(run(own, "orv-gentl grab --set Width=1").output, "") << "no table of a run that was none";
@@ -417,8 +420,9 @@ TEST(CommandLine, OutputThatCannotBeWritten) {
     small_system own;
     const int expected = cli::row_of(cause::output).exit_code;
     const std::string pipe = own.folder() / "pipe";
-    for (const std::string line : {"list", "info", "features", "get Width", "set Width=160", "save", "--help",
-                                   "--version", "grab --frames 2", "doctor", "ip show"}) {
+    for (const std::string line :
+         {"list", "info", "features", "get Width", "set Width=160", "save", "--help", "--version", "grab --frames 2",
+          "doctor", "ip show", "events --notify ExposureEnd --acquire"}) {
         for (const std::string& form : {line, std::string{"--json " + line}}) {
             const answer full = run(own, "orv-gentl " + form + " >/dev/full");
             EXPECT_EQ(full.exit_code, form == "--json save" ? cli::row_of(cause::arguments).exit_code : expected)
@@ -434,6 +438,8 @@ TEST(CommandLine, OutputThatCannotBeWritten) {
         EXPECT_THAT(broken.errors, HasSubstr("Broken pipe")) << line;
     }
     EXPECT_THAT(run(own, "orv-gentl grab --frames 2 >/dev/full").errors, HasSubstr("160x240")) << "it is summed up";
+    EXPECT_EQ(run(own, "orv-gentl set Width=160 Width=1 >/dev/full").exit_code, cli::row_of(cause::feature).exit_code)
+        << "the first reason";
     expect_rows(own, {{"grab --frames 2 --output /proc/none", cause::output, "Cannot make folder '/proc/none'"},
                       {"save /proc/none", cause::output, "Cannot write '/proc/none'"},
                       {"save /dev/full", cause::output, "Cannot write '/dev/full': No space left"}});
@@ -503,18 +509,19 @@ TEST_P(EndOfARun, IsToldWithWhatCame) {
 
 INSTANTIATE_TEST_SUITE_P(
     CommandLine, EndOfARun,
-    testing::Values(end_of_a_run{"ctrl_c_while_frames_come", "", [](auto&, auto& consumer) { consumer.signal(SIGINT); },
-                                 cause::interrupted, "Interrupted.", true},
-                    end_of_a_run{"sigterm_while_frames_come", "",
-                                 [](auto&, auto& consumer) { consumer.signal(SIGTERM); }, cause::interrupted,
-                                 "Interrupted.", true},
-                    end_of_a_run{"ctrl_c_while_nothing_comes", waiting,
-                                 [](auto&, auto& consumer) { consumer.signal(SIGINT); }, cause::interrupted,
-                                 "Interrupted.", false},
-                    end_of_a_run{"camera_gone", "", [](auto& own, auto&) { own.camera(0).signal(SIGKILL); },
-                                 cause::lost, "Device lost", true},
-                    end_of_a_run{"service_gone", "", [](auto& own, auto&) { own.service().signal(SIGKILL); },
-                                 cause::lost, "Camera 'Orv-SimCam-CAM0' or its service went after", true}),
+    testing::Values(
+        end_of_a_run{"ctrl_c_while_frames_come", "", [](auto&, auto& consumer) { consumer.signal(SIGINT); },
+                     cause::interrupted, "Interrupted.", true},
+        end_of_a_run{"sigterm_while_frames_come", "", [](auto&, auto& consumer) { consumer.signal(SIGTERM); },
+                     cause::interrupted, "Interrupted.", true},
+        end_of_a_run{"ctrl_c_while_nothing_comes", waiting, [](auto&, auto& consumer) { consumer.signal(SIGINT); },
+                     cause::interrupted, "Interrupted.", false},
+        end_of_a_run{"ctrl_c_while_a_buffer_is_held", "--hold 1000000000",
+                     [](auto&, auto& consumer) { consumer.signal(SIGINT); }, cause::interrupted, "Interrupted.", true},
+        end_of_a_run{"camera_gone", "", [](auto& own, auto&) { own.camera(0).signal(SIGKILL); }, cause::lost,
+                     "Device lost", true},
+        end_of_a_run{"service_gone", "", [](auto& own, auto&) { own.service().signal(SIGKILL); }, cause::lost,
+                     "Camera 'Orv-SimCam-CAM0' or its service went after", true}),
     [](const auto& chosen) { return std::string{chosen.param.name}; });
 
 TEST(CommandLine, NoFramesHaveAReason) {

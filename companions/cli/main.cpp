@@ -147,7 +147,13 @@ int run(int argc, char** argv) {
     const bool json = std::ranges::find(words, "--json") != words.end();
     try {
         app.parse(argc, argv);
-        flush_output();
+        try {
+            flush_output();
+        } catch (const failure& second) {
+            // A failure that was told stays the one to tell.
+            if (line.exit_code <= row_of(cause::no).exit_code) throw;
+            if (line.exit_code != row_of(cause::output).exit_code) say("{}\n", second.what());
+        }
         return line.exit_code;
     } catch (const CLI::ParseError& error) {
         return parse_error(app, error, words, json);

@@ -111,7 +111,7 @@ int64_t grabber::stream_packet_size() const {
 }
 
 void grabber::start() {
-    if (session->lib.GCRegisterEvent(session->device->get(), EVENT_ERROR, &errors) != GC_ERR_SUCCESS) errors = nullptr;
+    errors.emplace(session->lib, session->device);
     for (const setting& each : options.set) static_cast<void>(apply(session->remote, each));
     if (options.trigger_hz > 0)
         trigger = std::make_unique<software_trigger>(session->lib, remote_port(session->lib, *session->device),
@@ -173,8 +173,8 @@ void grabber::stop() {
                 largest_packet_that_passes(session->lib, remote_port(session->lib, *session->device), stream_address,
                                            static_cast<uint64_t>(packet_size));
         });
-    if (errors != nullptr) static_cast<void>(session->lib.GCUnregisterEvent(session->device->get(), EVENT_ERROR));
-    errors = new_buffer = nullptr;
+    errors.reset();
+    new_buffer = nullptr;
     acquiring = camera_started = false;
     failures.rethrow();
 }
@@ -239,18 +239,7 @@ std::string grabber::explanation() const {
 }
 
 void grabber::throw_if_lost() const {
-    if (errors == nullptr) return;
-    struct {
-        int32_t id;
-        char text[256];
-    } record{};
-    size_t size = sizeof record;
-    const GC_ERROR code = session->lib.EventGetData(errors, &record, &size, 0);
-    if (code == GC_ERR_TIMEOUT) return;
-    // The event's queue goes with the connection: then only the next call knows the reason.
-    session->lib.check("EventGetData", code);
-    throw call_failed("EventGetData", record.id, record.text)
-        .explained(cause::lost, fmt::format("Camera '{}' or its service went after {} frames.", device_id, frames()));
+    errors->throw_if_lost(fmt::format("Camera '{}' or its service went after {} frames.", device_id, frames()));
 }
 
 void grabber::throw_time_out() {
@@ -299,7 +288,7 @@ void grabber::receive() {
         const EVENT_NEW_BUFFER_DATA event = next_buffer();
         const frame got = frame_of(event.BufferHandle);
         handle(got);
-        if (options.hold_ms != 0) std::this_thread::sleep_for(milliseconds{options.hold_ms});
+        if (!sleep_until(std::chrono::steady_clock::now() + milliseconds{options.hold_ms})) stop_if_interrupted();
         if (options.chunks && frames() == options.frames) last_chunks = chunks_of(event.BufferHandle);
         session->lib.check("DSQueueBuffer", session->lib.DSQueueBuffer(session->stream->get(), event.BufferHandle));
         if (saver && saver->has_failed()) return; // stop() tells why

@@ -1,6 +1,7 @@
 // One run of a camera: start, frames, stop, and what there is to tell about it, whatever ends it.
 #pragma once
 
+#include "../consumer/device_errors.h"
 #include "../consumer/session.h"
 #include "../consumer/setting.h"
 #include "../consumer/software_trigger.h"
@@ -117,7 +118,7 @@ private:
     std::string device_id;
     std::unique_ptr<software_trigger> trigger; // while the camera runs
     GenTL::EVENT_HANDLE new_buffer = nullptr;
-    GenTL::EVENT_HANDLE errors = nullptr; // null where the producer has no such event
+    std::optional<device_errors> errors;
     bool acquiring = false;
     bool camera_started = false, ever_started = false;
     std::unique_ptr<picture_saver> saver;

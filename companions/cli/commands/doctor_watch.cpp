@@ -13,7 +13,6 @@
 #include <chrono>
 #include <ctime>
 #include <list>
-#include <thread>
 
 namespace cli {
 
@@ -27,26 +26,20 @@ std::string ip_of(uint32_t address) {
 
 class watched_camera {
 public:
-    watched_camera(const found_devices& found, const device_entry& camera,
-                   const std::shared_ptr<const tl_interface>& interface)
-        : id(camera.id), lib(*found.lib) {
-        try {
-            device = open_device(lib, interface, camera.id, GenTL::DEVICE_ACCESS_READONLY);
-            port = remote_port(lib, *device);
-        } catch (const failure& reason) {
-            problem = reason.what();
-        }
+    watched_camera(const found_devices& found, const device_entry& camera, std::shared_ptr<const tl_interface> behind)
+        : id(camera.id), interface_id(camera.interface_id), lib(*found.lib), interface(std::move(behind)) {
         look();
     }
 
-    // What happened since the last call.
+    // What happened since the last call. Throws failure(cause::lost) when the service has gone.
     void look() {
         last = {};
         last.frames_known = false;
-        if (device == nullptr) return;
+        if (device == nullptr && !open()) return;
         const auto address = read_register(lib, port, reg::stream_address);
         const auto to = read_register(lib, port, reg::stream_port);
         problem = address && to ? "" : "does not answer";
+        if (!problem.empty()) device.reset(); // what is lost stays so: it is opened anew next time
         const uint32_t new_address = address.value_or(0);
         const auto new_port = static_cast<uint16_t>(to.value_or(0));
         if (new_port != stream_port || new_address != stream_address) begin(new_address, new_port);
@@ -84,6 +77,24 @@ public:
     const std::string id;
 
 private:
+    // False while it cannot be opened.
+    [[nodiscard]] bool open() {
+        constexpr uint64_t longest_ms = 1000;
+        try {
+            static_cast<void>(list_devices(lib, *interface, interface_id, longest_ms));
+        } catch (const failure& reason) {
+            if (reason.why() == cause::lost) throw; // the service
+            problem = reason.what();
+            return false;
+        }
+        try {
+            device = open_device(lib, interface, id, GenTL::DEVICE_ACCESS_READONLY);
+            port = remote_port(lib, *device);
+        } catch (const failure& reason) {
+            problem = reason.what();
+        }
+        return device != nullptr;
+    }
     void begin(uint32_t address, uint16_t to) {
         stream_address = address;
         stream_port = to;
@@ -128,8 +139,10 @@ private:
         }
     }
 
+    const std::string interface_id;
     const gentl_library& lib;
-    std::shared_ptr<const tl_device> device;
+    const std::shared_ptr<const tl_interface> interface;
+    std::shared_ptr<const tl_device> device; // null while it cannot be opened
     void* port = nullptr;
     std::string problem, receiver;
     uint32_t stream_address = 0;
@@ -139,17 +152,6 @@ private:
 };
 
 std::string time_of_day() { return fmt::format("{:%H:%M:%S}", fmt::localtime(std::time(nullptr))); }
-
-// False when interrupted.
-bool wait_until(std::chrono::steady_clock::time_point due) {
-    constexpr std::chrono::milliseconds slice{50};
-    for (;;) {
-        if (is_interrupted()) return false;
-        const auto left = due - std::chrono::steady_clock::now();
-        if (left <= left.zero()) return true;
-        std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(left, slice));
-    }
-}
 
 } // namespace
 
@@ -167,7 +169,7 @@ int watch_streams(const common_options& common, const watch_options& options) {
     auto due = std::chrono::steady_clock::now();
     for (uint64_t round = 0; options.count == 0 || round < options.count; ++round) {
         due += interval;
-        if (!wait_until(due)) break;
+        if (!sleep_until(due)) break;
         nlohmann::json list = nlohmann::json::array();
         std::string line = time_of_day();
         for (watched_camera& each : cameras) {

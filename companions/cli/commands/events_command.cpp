@@ -1,10 +1,14 @@
 #include "events_command.h"
 
+#include "../consumer/device_errors.h"
 #include "../output/output.h"
+#include "../posix/interruption.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
+#include <chrono>
 #include <map>
 #include <thread>
 
@@ -24,20 +28,41 @@ struct event {
 class listener {
 public:
     listener(const gentl_library& library, std::shared_ptr<const tl_device> opened)
-        : lib(library), device(std::move(opened)) {
+        : lib(library), device(std::move(opened)), errors(lib, device) {
         lib.check("GCRegisterEvent", lib.GCRegisterEvent(device->get(), EVENT_REMOTE_DEVICE, &handle));
     }
     ~listener() { static_cast<void>(lib.GCUnregisterEvent(device->get(), EVENT_REMOTE_DEVICE)); }
     listener(const listener&) = delete;
     listener& operator=(const listener&) = delete;
 
-    // False when none came within the time.
-    [[nodiscard]] bool next(event& got, uint64_t timeout_ms) {
-        std::array<std::byte, event_size> packet{};
-        size_t size = packet.size();
-        const GC_ERROR waited = lib.EventGetData(handle, packet.data(), &size, timeout_ms);
-        if (waited == GC_ERR_TIMEOUT) return false;
-        lib.check("EventGetData", waited);
+    // Waits without end for a time below 0. Throws failure(cause::no) when none came within it.
+    [[nodiscard]] event next(int64_t wait_ms) const {
+        using std::chrono::milliseconds;
+        // In slices, so that Ctrl-C and the end of the camera are seen at once.
+        constexpr int64_t slice_ms = 100;
+        const auto deadline = std::chrono::steady_clock::now() + milliseconds{wait_ms};
+        for (;;) {
+            stop_if_interrupted();
+            const auto left = std::chrono::ceil<milliseconds>(deadline - std::chrono::steady_clock::now()).count();
+            std::array<std::byte, event_size> packet{};
+            size_t size = packet.size();
+            const GC_ERROR waited = lib.EventGetData(
+                handle, packet.data(), &size,
+                static_cast<uint64_t>(wait_ms < 0 ? slice_ms : std::clamp<int64_t>(left, 0, slice_ms)));
+            if (waited == GC_ERR_SUCCESS) return take(packet);
+            errors.throw_if_lost(gone);
+            if (waited != GC_ERR_TIMEOUT) lib.check("EventGetData", waited);
+            if (wait_ms < 0 || left > 0) continue;
+            throw_if_silent();
+            throw failure(cause::no, fmt::format("No event within {} ms.", wait_ms));
+        }
+    }
+
+private:
+    static constexpr auto gone = "The camera or its service went.";
+
+    [[nodiscard]] event take(const std::array<std::byte, event_size>& packet) const {
+        event got;
         const auto info = [&](EVENT_DATA_INFO_CMD command, void* to, size_t* length) {
             INFO_DATATYPE type = 0;
             lib.check("EventGetDataInfo",
@@ -49,12 +74,20 @@ public:
         length = got.body.size();
         info(EVENT_DATA_VALUE, got.body.data(), &length);
         got.body.resize(length);
-        return true;
+        return got;
+    }
+    // A camera that does not answer any more is lost, and has not merely nothing to tell.
+    void throw_if_silent() const {
+        std::array<std::byte, 4> word{};
+        size_t size = word.size();
+        if (const GC_ERROR code = lib.GCReadPort(remote_port(lib, *device), 0, word.data(), &size);
+            code != GC_ERR_SUCCESS)
+            throw call_failed("GCReadPort", code, lib.last_error(code)).explained(cause::lost, gone);
     }
 
-private:
     const gentl_library& lib;
     std::shared_ptr<const tl_device> device;
+    device_errors errors;
     EVENT_HANDLE handle = nullptr;
 };
 
@@ -107,9 +140,9 @@ void print_event(const common_options& common, GenICam::IGenICamDoc& document,
         const auto features = item.value("features", nlohmann::json::object());
         for (const auto& [name, value] : features.items())
             line += fmt::format(" {}={}", name, value.get<std::string>());
-        fmt::print("{}\n", line);
+        print("{}\n", line);
+        flush_output(); // for one who reads it as it comes
     }
-    std::fflush(stdout); // for one who reads it as it comes
 }
 
 // Takes pictures and throws them away.
@@ -160,10 +193,11 @@ private:
 } // namespace
 
 int show_events(const common_options& common, const event_options& options) {
+    watch_for_interruption();
     const open_module opened = open_named_module(common, access_flags_of(common.access));
     const gentl_library& lib = *opened.found.lib;
     const node_map& remote = *opened.nodes;
-    listener events{lib, opened.device};
+    const listener events{lib, opened.device};
     for (const setting& each : options.set) static_cast<void>(apply(remote, each));
     for (const std::string& name : options.notify) {
         set_from_text(require_node(remote, "EventSelector"), name);
@@ -173,15 +207,8 @@ int show_events(const common_options& common, const event_options& options) {
     std::optional<running_stream> stream;
     if (options.acquire) stream.emplace(lib, opened.device, remote);
     for (const std::string& command : options.execute) execute(require_node(remote, command));
-    const uint64_t longest = options.wait_ms < 0 ? GENTL_INFINITE : static_cast<uint64_t>(options.wait_ms);
-    for (uint64_t i = 0; options.count == 0 || i < options.count; ++i) {
-        event got;
-        if (!events.next(got, longest)) {
-            say("No event within {} ms.\n", options.wait_ms);
-            return 1;
-        }
-        print_event(common, remote.document(), known, got);
-    }
+    for (uint64_t i = 0; options.count == 0 || i < options.count; ++i)
+        print_event(common, remote.document(), known, events.next(options.wait_ms));
     return 0;
 }
 

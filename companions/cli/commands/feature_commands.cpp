@@ -155,6 +155,8 @@ int get(const common_options& options, const std::vector<std::string>& names) {
         INode& node = require_node(*opened.nodes, name);
         std::string error;
         values[name] = value_json(node, error);
+        if (error.empty() && values[name].is_null())
+            error = fmt::format("it is a {} and has no value.", kind_text(node));
         if (!error.empty())
             failed += fmt::format("{}Cannot read feature '{}': {}", failed.empty() ? "" : "\n", name, error);
         else if (!options.json)

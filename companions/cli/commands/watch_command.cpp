@@ -58,7 +58,7 @@ public:
 
     void run() {
         for (uint64_t i = 1; options.seconds == 0 || i <= options.seconds; ++i) {
-            wait_until(begin + std::chrono::seconds{i});
+            if (!sleep_until(begin + std::chrono::seconds{i})) stop_if_interrupted();
             for (const auto& each : cameras) each->look();
             const auto now = clock::now();
             std::vector<figures> latest = counted();
@@ -117,16 +117,6 @@ private:
         all.reserve(cameras.size());
         for (const auto& each : cameras) all.push_back(each->counted());
         return all;
-    }
-
-    static void wait_until(clock::time_point when) {
-        constexpr std::chrono::milliseconds slice{50};
-        for (;;) {
-            stop_if_interrupted();
-            const auto left = when - clock::now();
-            if (left <= left.zero()) return;
-            std::this_thread::sleep_for(std::min<clock::duration>(slice, left));
-        }
     }
 
     static double per_second(uint64_t before, uint64_t after, double length) {

@@ -34,9 +34,10 @@ std::string message_of(const INode& node, const std::error_code& error) {
     return text;
 }
 
+bool is_loss(const std::error_code& error) { return error == make_error_code(genicam_errc::device_lost); }
+
 failure refused(const INode& node, const char* what, const std::error_code& error, const std::string& advice = {}) {
-    const bool lost = error == make_error_code(genicam_errc::device_lost);
-    return {lost ? cause::lost : cause::feature,
+    return {is_loss(error) ? cause::lost : cause::feature,
             fmt::format("Cannot {} feature '{}': {}{}", what, node.get_name(), message_of(node, error), advice)};
 }
 
@@ -237,6 +238,7 @@ nlohmann::json value_json(INode& node, std::string& error, unsigned flags) {
     forget_refusal();
     const auto take = [&]<class R>(const result<R>& value, auto&& convert) -> nlohmann::json {
         if (value) return convert(*value);
+        if (is_loss(value.error())) throw refused(node, "read", value.error());
         error = message_of(node, value.error());
         return nullptr;
     };

@@ -28,11 +28,13 @@ struct port_refusal {
 [[nodiscard]] std::string access_text(const GenICam::INode& node);
 [[nodiscard]] const char* visibility_text(const GenICam::INode& node);
 
-// The value as text; nothing for categories, commands and ports. The error's text in `error` when it cannot be read.
+// The value as text; nothing for categories, commands and ports. The error's text in `error` when it cannot be read;
+// of a device that has gone there is nothing more to read: throws failure(cause::lost).
 [[nodiscard]] std::string value_text(GenICam::INode& node, std::string& error, unsigned flags = 0);
 // The same as a number, a boolean or a text. Addresses are texts, and what no JSON number holds (infinity) too.
 [[nodiscard]] nlohmann::json value_json(GenICam::INode& node, std::string& error, unsigned flags = 0);
-// Everything that the node can tell. `in_full` adds what only a person reads: names, descriptions, what selects it.
+// Everything that the node can tell; throws like these. `in_full` adds what only a person reads: names, descriptions,
+// what selects it.
 [[nodiscard]] nlohmann::json describe(GenICam::INode& node, bool in_full = false);
 // The entries that can be chosen now.
 [[nodiscard]] std::vector<std::string> entries_of(const GenICam::IEnumeration& choice);

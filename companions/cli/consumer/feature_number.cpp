@@ -20,7 +20,11 @@ std::optional<double> feature_number(const node_map& nodes, const std::string& n
 std::string feature_text(const node_map& nodes, const std::string& name) {
     INode* node = nodes.document().find_node(name);
     std::string error;
-    return node == nullptr ? std::string{} : value_text(*node, error, access_flags::bypass_cache);
+    try {
+        return node == nullptr ? std::string{} : value_text(*node, error, access_flags::bypass_cache);
+    } catch (const failure&) { // the device has gone
+        return {};
+    }
 }
 
 } // namespace cli

@@ -45,11 +45,16 @@ public:
         return error == GC_ERR_SUCCESS ? std::error_code{} : make_error_code(refused("GCWritePort", error));
     }
 
+    port_refusal unanswered; // the last
+
 private:
     // The engine's codes carry no text: the producer's is kept for whoever reports the failed access.
-    GenICam::genicam_errc refused(const char* call, GC_ERROR error) const {
+    GenICam::genicam_errc refused(const char* call, GC_ERROR error) {
         last_port_refusal() = {call, error, lib.last_error(error)};
-        return code_of(error);
+        const GenICam::genicam_errc code = code_of(error);
+        if (code == GenICam::genicam_errc::device_lost || code == GenICam::genicam_errc::timeout)
+            unanswered = last_port_refusal();
+        return code;
     }
     static GenICam::genicam_errc code_of(GC_ERROR error) {
         switch (error) {
@@ -114,6 +119,13 @@ node_map::node_map(const gentl_library& lib, void* port) : adapter(std::make_uni
 }
 
 node_map::~node_map() { doc.reset(); }
+
+void node_map::throw_if_unanswered() const {
+    const port_refusal& last = adapter->unanswered;
+    if (last.call == nullptr) return;
+    throw call_failed(last.call, last.code, last.text)
+        .explained(last.code == GC_ERR_TIMEOUT ? cause::timeout : cause::lost, "The camera does not answer.");
+}
 
 GenICam::INode& require_node(const node_map& nodes, const std::string& name) {
     return require_node(nodes.document(), name);

@@ -25,6 +25,9 @@ public:
 
     [[nodiscard]] GenICam::IGenICamDoc& document() const noexcept { return *doc; }
     [[nodiscard]] const std::string& url() const noexcept { return document_url; }
+    // Throws failure(cause::lost or cause::timeout) once the port has left an access unanswered: also one of those that
+    // the engine makes by itself and whose failure it takes for an answer, such as that a feature is not available.
+    void throw_if_unanswered() const;
 
 private:
     class port_adapter;

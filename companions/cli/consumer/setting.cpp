@@ -43,7 +43,10 @@ void apply_selectors(const node_map& nodes, const setting& wanted) {
 
 std::string read_back(GenICam::INode& node) {
     std::string error;
-    return value_text(node, error, GenICam::access_flags::bypass_cache);
+    std::string now = value_text(node, error, GenICam::access_flags::bypass_cache);
+    if (!error.empty() && access_text(node).starts_with('R'))
+        throw failure(cause::feature, fmt::format("Cannot read feature '{}' back: {}", node.get_name(), error));
+    return now;
 }
 
 std::string apply(const node_map& nodes, const setting& wanted) {

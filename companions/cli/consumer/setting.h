@@ -20,7 +20,8 @@ struct setting {
 [[nodiscard]] setting parse_setting(const std::string& text);
 
 // Sets the selectors and the feature, then reads it back past the cache: what the device made of it. The text is empty
-// for a feature that cannot be read. Throws failure(cause::feature).
+// for a feature that is never read. Throws failure(cause::feature), also when one that can be read is not, and
+// failure(cause::lost).
 [[nodiscard]] std::string apply(const node_map& nodes, const setting& wanted);
 void apply_selectors(const node_map& nodes, const setting& wanted);
 [[nodiscard]] std::string read_back(GenICam::INode& node);

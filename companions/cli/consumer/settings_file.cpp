@@ -31,7 +31,9 @@ public:
 
     void remember(const std::string& name) {
         if (std::ranges::find(before, name, [](const auto& each) { return each.first; }) != before.end()) return;
-        before.emplace_back(name, read_back(require_node(nodes, name)));
+        std::string error;
+        std::string now = value_text(require_node(nodes, name), error, access_flags::bypass_cache);
+        if (error.empty()) before.emplace_back(name, std::move(now));
     }
 
 private:
@@ -72,21 +74,23 @@ constexpr size_t most_choices = 65536;
 
 // The feature's values over all choices of its selectors from `at` on; those before it are set. False, at once, when
 // there are more than `most` of them.
-[[nodiscard]] bool walk(INode& node, std::span<INode* const> selectors, size_t at, size_t most, setting& so_far,
-                        std::vector<setting>& all, std::vector<std::string>& left_out) {
+[[nodiscard]] bool walk(const node_map& nodes, INode& node, std::span<INode* const> selectors, size_t at, size_t most,
+                        setting& so_far, std::vector<setting>& all, std::vector<std::string>& left_out) {
     if (at == selectors.size()) {
-        if (!is_writable(node)) return true; // not with these choices
-        std::string error;
-        so_far.value = value_text(node, error);
-        if (error.empty())
-            all.push_back(so_far);
-        else
-            left_out.push_back(fmt::format("{}: {}", so_far.left_side(), error));
+        if (is_writable(node)) { // with these choices
+            std::string error;
+            so_far.value = value_text(node, error);
+            if (error.empty())
+                all.push_back(so_far);
+            else
+                left_out.push_back(fmt::format("{}: {}", so_far.left_side(), error));
+        }
+        nodes.throw_if_unanswered();
         return true;
     }
     INode& selector = *selectors[at];
     if (!is_writable(selector)) // it stays where it is
-        return walk(node, selectors, at + 1, most, so_far, all, left_out);
+        return walk(nodes, node, selectors, at + 1, most, so_far, all, left_out);
     const auto choices = choices_of(selector);
     if (choices.size() > most) return false;
     if (choices.empty())
@@ -96,10 +100,11 @@ constexpr size_t most_choices = 65536;
             set_from_text(selector, choice);
         } catch (const failure& refused) {
             if (refused.why() == cause::lost) throw;
+            nodes.throw_if_unanswered();
             continue; // not beside the choices of the other selectors
         }
         so_far.selectors.emplace_back(selector.get_name(), choice);
-        if (!walk(node, selectors, at + 1, most / choices.size(), so_far, all, left_out)) return false;
+        if (!walk(nodes, node, selectors, at + 1, most / choices.size(), so_far, all, left_out)) return false;
         so_far.selectors.pop_back();
     }
     return true;
@@ -163,12 +168,13 @@ std::vector<setting> collect_settings(const node_map& nodes, std::vector<std::st
         setting empty;
         empty.name = node->get_name();
         const size_t others = all.size(), others_left_out = left_out.size();
-        if (walk(*node, selectors, 0, most_choices, empty, all, left_out)) continue;
+        if (walk(nodes, *node, selectors, 0, most_choices, empty, all, left_out)) continue;
         all.resize(others); // all or nothing
         left_out.resize(others_left_out);
         left_out.push_back(
             fmt::format("{}: its selectors have more than {} choices together", empty.name, most_choices));
     }
+    nodes.throw_if_unanswered();
     return all;
 }
 

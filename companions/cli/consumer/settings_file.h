@@ -10,9 +10,10 @@
 namespace cli {
 
 // Every feature that the document marks as part of the settings (in one that marks none: every feature but those of the
-// link) and that can be written and read now. Selectors are
-// walked over all that they can be and put back; they are no settings themselves. `left_out` tells what is missing, and
-// why: also a feature whose selectors have too many choices together.
+// link) and that can be written and read now. Selectors are walked over all that they can be and put back; they are no
+// settings themselves. `left_out` tells what is missing, and why: also a feature whose selectors have too many choices
+// together. Of a camera that leaves a question unanswered nothing is kept: throws failure(cause::lost or
+// cause::timeout).
 [[nodiscard]] std::vector<setting> collect_settings(const node_map& nodes, std::vector<std::string>& left_out);
 
 [[nodiscard]] std::string settings_text(const std::vector<setting>& settings, const std::vector<std::string>& comments);

@@ -102,14 +102,19 @@ void picture_converter::apply(end_step step, std::span<const std::byte> in, size
     }
 }
 
-std::span<const std::byte> picture_converter::convert(std::span<const std::byte> data, uint32_t width,
-                                                      uint32_t height) {
+size_t picture_converter::picture_size(uint32_t width, uint32_t height) const {
     const size_t pixels = size_t{width} * height;
     size_t need = (pixels * source.bits + 7) / 8;
     if (pixels != 0 && pixels <= size_t{1} << 31 && source.pfnc == 0) // of several planes, for instance
         need = img_pipe::image_size(source.id, static_cast<int32_t>(width), static_cast<int32_t>(height));
     if (need == 0 || pixels > size_t{1} << 31)
         throw std::runtime_error(fmt::format("{} x {} is no size of a picture.", width, height));
+    return need;
+}
+
+std::span<const std::byte> picture_converter::convert(std::span<const std::byte> data, uint32_t width,
+                                                      uint32_t height) {
+    const size_t pixels = size_t{width} * height, need = picture_size(width, height);
     if (data.size() < need)
         throw std::runtime_error(fmt::format("{} x {} pixels of {} take {} bytes; there are {}.", width, height,
                                              source.name, need, data.size()));

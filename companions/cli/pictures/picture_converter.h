@@ -21,6 +21,8 @@ public:
     picture_converter(const picture_format& from, const picture_format& to);
     ~picture_converter();
 
+    // Bytes of a picture before its conversion. Throws as convert() does.
+    [[nodiscard]] size_t picture_size(uint32_t width, uint32_t height) const;
     // The converted picture; valid until the next call. Throws std::runtime_error for data that is too short and sizes
     // that the formats do not have.
     std::span<const std::byte> convert(std::span<const std::byte> data, uint32_t width, uint32_t height);

@@ -2,8 +2,10 @@
 
 #include "../failure/failure.h"
 
+#include <algorithm>
 #include <csignal>
 #include <initializer_list>
+#include <thread>
 
 #include <unistd.h>
 
@@ -33,6 +35,16 @@ bool is_interrupted() noexcept { return interrupted != 0; }
 
 void stop_if_interrupted() {
     if (is_interrupted()) throw failure(cause::interrupted, "Interrupted.");
+}
+
+bool sleep_until(std::chrono::steady_clock::time_point due) {
+    constexpr std::chrono::milliseconds slice{50};
+    for (;;) {
+        if (is_interrupted()) return false;
+        const auto left = due - std::chrono::steady_clock::now();
+        if (left <= left.zero()) return true;
+        std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(left, slice));
+    }
 }
 
 } // namespace cli

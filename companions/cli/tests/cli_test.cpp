@@ -111,6 +111,7 @@ TEST_F(CommandLine, AnErrorNamesTheFormulaAtFault) {
     std::string error;
     EXPECT_EQ(cli::value_text(node("Bad"), error), "");
     EXPECT_NE(error.find("Formula '2 * X' of 'Knife', character 5"), error.npos) << error;
+    EXPECT_NE(refusal([&] { static_cast<void>(cli::read_back(node("Bad"))); }).find("Formula '2 * X'"), error.npos);
 }
 
 struct written {
