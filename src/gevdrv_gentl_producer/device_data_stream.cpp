@@ -190,6 +190,7 @@ void device_data_stream::deliver(const frame_info& info, const frame_receive_sta
     buffer.frame_id = info.block_id;
     buffer.timestamp = to_nanoseconds(info.timestamp, tick_period_ns);
     buffer.chunk_layout_id = info.chunk_layout_id;
+    buffer.chunk_length = info.chunk_length;
     buffer.contains_chunk_data = (info.flags & frame_flags::has_chunk) != 0;
     buffer.fill_state = (info.flags & frame_flags::incomplete) != 0 ? FillState::incomplete : FillState::complete;
     push_async_deliver(buffer);

@@ -84,10 +84,15 @@ TEST(Chunks, AreReadFromTheEndOfWhatWasSent) {
     struct row {
         size_t filled, whole;
         FillState state;
-        size_t chunks; // 0: none are read
+        size_t chunks;     // 0: none are read
+        size_t length = 0; // by the trailer
     };
     // A frame may be shorter than was announced: whole all the same, and where packets lack nobody knows.
-    for (const row& r : {row{64, 64, FillState::complete, 5},
+    for (const row& r : {row{64, 64, FillState::complete, 2, 40},
+                         {44, 64, FillState::complete, 2, 40},
+                         {44, 44, FillState::complete, 2, 40},
+                         {40, 40, FillState::complete, 2, 16}, // of the chunks alone
+                         {40, 40, FillState::complete, 2, 64},
                          {64, 100, FillState::complete, 0},
                          {40, 100, FillState::complete, 2},
                          {40, 24, FillState::complete, 2},
@@ -101,6 +106,7 @@ TEST(Chunks, AreReadFromTheEndOfWhatWasSent) {
         buffer->reset();
         buffer->size_filled = r.filled;
         buffer->data_size = r.whole;
+        buffer->chunk_length = r.length;
         buffer->fill_state = r.state;
         size_t count = 0;
         EXPECT_EQ(buffer->GetChunkData(nullptr, &count).code, r.chunks == 0 ? GC_ERR_NOT_AVAILABLE : GC_ERR_SUCCESS);

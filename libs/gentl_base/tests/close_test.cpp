@@ -10,6 +10,7 @@
 #include <atomic>
 #include <chrono>
 #include <future>
+#include <span>
 #include <thread>
 
 using namespace fake;
@@ -137,24 +138,54 @@ TEST(Close, AForkedChildDoesNotWaitForItsParent) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "sanitizers do not follow a fork of threads";
 #endif
-    for (size_t first = 1; first < 4; ++first) {
+    for (size_t first = 0; first < std::size(closes); ++first) {
         SCOPED_TRACE(closes[first].name);
         const open_chain chain;
         chain.announce(5);
+        EVENT_HANDLE event = nullptr;
+        GCRegisterEvent(chain.dev, EVENT_ERROR, &event);
         int status = -1;
         const auto close_in_a_child = [&] {
             const pid_t child = fork();
             if (child == 0) {
                 alarm(10);
-                _exit(GCCloseLib());
+                for (const close_call& each : std::span{closes, 4}) each.close(chain);
+                _exit(GCCloseLib() == (first < 4 ? GC_ERR_SUCCESS : GC_ERR_NOT_INITIALIZED) ? 0 : 1);
             }
             waitpid(child, &status, 0);
         };
+        // A condition that was waited for at the fork is waited for by nobody in the child, and never comes free.
+        const auto waits = std::async(std::launch::async, [&] {
+            char data[260];
+            size_t size = sizeof data;
+            EventGetData(event, data, &size, GENTL_INFINITE);
+        });
+        std::this_thread::sleep_for(5ms); // most likely it waits then
         chain.stream_object().on_stop = [&] { std::thread{close_in_a_child}.join(); };
-        ASSERT_EQ(DSStartAcquisition(chain.ds, 0, GENTL_INFINITE), GC_ERR_SUCCESS);
+        EXPECT_EQ(DSStartAcquisition(chain.ds, 0, GENTL_INFINITE), GC_ERR_SUCCESS);
         EXPECT_EQ(closes[first].close(chain), GC_ERR_SUCCESS);
         EXPECT_EQ(status, 0);
+        GCCloseLib(); // ends the wait
     }
+}
+
+TEST(Close, AForkedChildOpensModulesOfItsOwn) {
+    const open_chain chain;
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(10);
+        GCCloseLib();
+        const open_chain own;
+        own.announce(5);
+        int stops = 0;
+        own.stream_object().on_stop = [&] { ++stops; };
+        DSStartAcquisition(own.ds, 0, GENTL_INFINITE);
+        const bool closed = DSClose(own.ds) == GC_ERR_SUCCESS && TLClose(own.tl) == GC_ERR_SUCCESS;
+        _exit(closed && stops == 1 && !end_library() ? 0 : 1); // the parent's are never destroyed here
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
 }
 
 // For the sanitizers above all: whatever is freed too early is touched by somebody.
@@ -241,6 +272,25 @@ TEST(Close, AClosedStreamTakesNothingMore) {
     };
     EXPECT_EQ(stream_info<size_t>(chain.ds, STREAM_INFO_PAYLOAD_SIZE), 4096U);
     EXPECT_EQ(starts, 0);
+}
+
+// Of a call that found its buffer and waited meanwhile. The consumer may have freed what is read for chunks.
+TEST(Close, ABufferThatIsTheStreamsNoMoreIsNotRead) {
+    const open_chain chain;
+    std::vector<std::shared_ptr<Buffer>> made;
+    chain.stream_object().with_chunks = &made;
+    const auto buffers = chain.announce(2, false);
+    for (const auto& buffer : made) {
+        std::memset(buffer->base, 0, buffer->size);
+        buffer->size_filled = 64;
+        buffer->contains_chunk_data = true;
+    }
+    EXPECT_EQ(DSRevokeBuffer(chain.ds, buffers[0], nullptr, nullptr), GC_ERR_SUCCESS);
+    EXPECT_EQ(DSClose(chain.ds), GC_ERR_SUCCESS);
+    for (const auto& buffer : made) {
+        size_t count = 0;
+        EXPECT_EQ(buffer->GetChunkData(nullptr, &count).message, "The buffer's pointer is invalid");
+    }
 }
 
 TEST(Close, ABufferIsQueuedUnderTheLockThatThePopsHold) {

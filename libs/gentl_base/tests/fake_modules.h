@@ -34,6 +34,7 @@ public:
     std::function<void()> on_payload_size = [] {};
     std::function<void()> on_input_changed = [] {};
     std::vector<Buffer*> filling;
+    std::vector<std::shared_ptr<Buffer>>* with_chunks = nullptr; // takes what is announced, with chunks
 
     using DataStreamImpl::give_up_filling;
     using DataStreamImpl::queue_buffer_from_filling_to_output;
@@ -49,6 +50,10 @@ protected:
         return 4096;
     }
     void input_queue_changed_() override { on_input_changed(); }
+    std::expected<std::shared_ptr<Buffer>, Error> create_buffer_(void* base, size_t size, void* user_ptr) override {
+        if (with_chunks == nullptr) return DataStreamImpl::create_buffer_(base, size, user_ptr);
+        return with_chunks->emplace_back(*make_chunk_buffer(0, base, size, user_ptr));
+    }
     Error start_acquisition_() override { return on_start(); }
     void stop_acquisition_(bool) override { on_stop(); }
     void flush_filling_buffers_() override {

@@ -111,6 +111,19 @@ TEST(Memory, ModulesCloseWithoutIt) {
         "DSClose ", [&] { return DevOpenDataStream(device, "Stream0", &stream); }, [&] { return DSClose(stream); });
 }
 
+TEST(Memory, ALostDeviceIsToldOfWithoutIt) {
+    const open_chain chain;
+    EVENT_HANDLE event = nullptr;
+    ASSERT_EQ(GCRegisterEvent(chain.dev, EVENT_ERROR, &event), GC_ERR_SUCCESS);
+    failing_memory::fail(0);
+    EXPECT_NO_THROW(chain.device_object().mark_lost());
+    failing_memory::stop();
+    ErrorEventRecord record{};
+    size_t size = sizeof record;
+    EXPECT_EQ(EventGetData(event, &record, &size, 0), GC_ERR_SUCCESS);
+    EXPECT_STREQ(static_cast<const char*>(record.text), "Device lost");
+}
+
 // A consumer frees what was not announced.
 TEST(Memory, ABufferIsAnnouncedOrNot) {
     const open_chain chain;

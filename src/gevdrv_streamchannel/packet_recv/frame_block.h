@@ -27,7 +27,7 @@ struct frame_block {
     leader_body leader{}; // the last one seen, without its timestamp, until its own comes
     uint32_t chunk_layout_id = 0;
     uint64_t filled_size = 0; // highest byte position written
-    bool has_chunk = false;
+    uint32_t chunk_length = 0; // of the payload, by the trailer; 0: no chunks
 
     // Everything but the destination, which the receiver asks for.
     void begin(uint64_t id, uint64_t unwrapped_id, int64_t time, const leader_body& last_leader,
@@ -41,7 +41,7 @@ struct frame_block {
         packets.clear(sizes);
         chunk_layout_id = 0;
         filled_size = 0;
-        has_chunk = false;
+        chunk_length = 0;
     }
 
     [[nodiscard]] ended_frames::leader_mark leader_mark() const noexcept {
@@ -88,8 +88,9 @@ struct frame_block {
         info.block_id = block_id;
         info.timestamp = leader.timestamp;
         info.flags = (how.complete ? 0 : frame_flags::incomplete) | (how.extended_ids ? frame_flags::extended_ids : 0) |
-                     (has_chunk ? frame_flags::has_chunk : 0) | (how.flushed ? frame_flags::flushed : 0);
+                     (chunk_length != 0 ? frame_flags::has_chunk : 0) | (how.flushed ? frame_flags::flushed : 0);
         info.chunk_layout_id = chunk_layout_id;
+        info.chunk_length = chunk_length;
         return info;
     }
 };

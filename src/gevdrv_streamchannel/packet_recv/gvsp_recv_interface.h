@@ -44,6 +44,7 @@ struct frame_info {
     uint32_t resend_packets_requested = 0;
     uint32_t flags = 0;
     uint32_t chunk_layout_id = 0;
+    uint32_t chunk_length = 0; // what the trailer says of the payload's length; 0 without chunks
 };
 
 struct frame_receive_stats {

@@ -274,7 +274,7 @@ void gvsp_recv_resend::receive_other(int64_t t, block& current, const gvsp_parse
         const bool forward = current.packets.add_trailer(id);
         if (trailer_before != 0 && current.packets.trailer() != trailer_before) give_up_mixed(t, current, id);
         if (!forward) break;
-        if (packet.trailer.chunk_data_payload_length != 0) current.has_chunk = true;
+        if (const uint32_t length = packet.trailer.chunk_data_payload_length) current.chunk_length = length;
         current.chunk_layout_id = packet.trailer.chunk_layout_id;
         if (came_forward(t, current, id)) check_gap(t, current, id, highest_before);
         break;

@@ -124,7 +124,7 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
     case gvsp_packet_kind::trailer:
         current->packets.add_trailer(id);
         current->chunk_layout_id = packet.trailer.chunk_layout_id;
-        current->has_chunk = packet.trailer.chunk_data_payload_length != 0;
+        current->chunk_length = packet.trailer.chunk_data_payload_length;
         break;
     case gvsp_packet_kind::payload: {
         if (current->packets.holds(id)) break;

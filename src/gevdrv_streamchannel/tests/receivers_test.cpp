@@ -118,6 +118,7 @@ TYPED_TEST(Receivers, chunks_are_announced_by_the_trailer) {
         EXPECT_EQ(this->frames[0].flags, mode | frame_flags::has_chunk);
         EXPECT_EQ(this->frames[1].flags, mode);
         EXPECT_EQ(this->frames[0].chunk_layout_id, 9U);
+        EXPECT_EQ(this->frames[0].chunk_length, 77U);
     }
 }
 

@@ -36,6 +36,8 @@ public:
     virtual Error GetChunkData(SINGLE_CHUNK_DATA* pChunkData, size_t* piNumChunks);
     // Called when the block is to take a new frame.
     virtual void reset();
+    // Called when the block stops being the stream's: from then on its memory, which may be freed, is not read.
+    virtual void retire() {}
 
     Error get_info(BUFFER_INFO_CMD iInfoCmd, INFO_DATATYPE* piType, void* pBuffer, size_t* piSize) const;
     void set_status(BufferStatus new_status);
@@ -55,6 +57,7 @@ public:
     size_t data_size = 0; // what the frame has or would have had; larger than `size` when it did not fit
     size_t x_padding = 0; // bytes behind each line
     uint64_t chunk_layout_id = 0;
+    size_t chunk_length = 0; // what a camera says that picture and chunks are long; 0 when it does not
     FillState fill_state = FillState::no_frame;
     bool contains_chunk_data = false;
     bool user_memory;

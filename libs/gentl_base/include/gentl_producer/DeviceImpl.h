@@ -1,7 +1,6 @@
 // The device module: the local proxy of a camera, its streams and its remote port.
 #pragma once
 
-#include <gentl_producer/ClosingTurn.h>
 #include <gentl_producer/Events.h>
 #include <gentl_producer/ObjectTracker.h>
 #include <gentl_producer/Port.h>
@@ -60,9 +59,9 @@ private:
     const std::weak_ptr<IHandleTarget> above; // the interface
     const DeviceInfo device_data;
     std::vector<std::string> data_stream_ids;
-    ClosingTurn closing_turn;
-    std::mutex open_mutex;  // guards is_closed, open_streams and remote_port
-    bool is_closed = false; // for good
+    std::recursive_mutex closing_turn; // as OpenChildren's
+    std::mutex open_mutex;             // guards is_closed, open_streams and remote_port
+    bool is_closed = false;            // for good
     std::map<std::string, std::shared_ptr<IDataStream>> open_streams;
     std::weak_ptr<IPort> remote_port;
     event_ptr<ErrorEvent> error_event;

@@ -172,6 +172,7 @@ private:
                         void* pOutBuffer, size_t* piOutSize) override;
 
     std::list<ErrorEventRecord> queue;
+    std::list<ErrorEventRecord> spare{1}; // for one error without memory: a lost device is told of once
 };
 
 struct GenApiEventRecord {

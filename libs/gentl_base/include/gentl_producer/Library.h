@@ -51,6 +51,14 @@ private:
     const bool allowed;
 };
 
+// The calling process, which is another one in a child made by fork.
+[[nodiscard]] int64_t this_process() noexcept;
+
+// In a child made by fork, until it opens a system itself: the modules are those of the parent. Closing them leaves
+// them alone, for their threads are not here, and locks that were held at the fork, and conditions that were waited
+// for, are so for ever.
+[[nodiscard]] bool modules_are_parents() noexcept;
+
 // When the process ends or unloads the library. From now on no exported call does anything. True when the library's
 // static objects may be destroyed: no call is under way and no system is open whose threads use them.
 [[nodiscard]] bool end_library() noexcept;

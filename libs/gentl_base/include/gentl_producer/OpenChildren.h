@@ -4,7 +4,6 @@
 // others from opening the same module, and different ones open side by side.
 #pragma once
 
-#include <gentl_producer/ClosingTurn.h>
 #include <gentl_producer/HandleMap.h>
 #include <gentl_producer/Modules.h>
 
@@ -47,7 +46,7 @@ public:
 
     // For good: the parent is closed.
     void close_all() {
-        const auto turn = closing_turn.take();
+        const std::lock_guard turn{closing_turn};
         std::map<std::string, std::shared_ptr<Child>> closing;
         {
             const std::lock_guard guard{mutex};
@@ -86,7 +85,11 @@ private:
         bool filled = false;
     };
 
-    ClosingTurn closing_turn;
+    // Held over the whole of a close, and outside all other locks of the modules: when a close returns, nothing below
+    // writes to the consumer's memory any more. Recursive for a signal's handler that closes the library on the thread
+    // that closes a module already; it hangs all the same where that thread holds another lock (a stream's own start,
+    // stop or close; another close of the library), or where a second thread closes the library meanwhile.
+    std::recursive_mutex closing_turn;
     std::mutex mutex;                                       // guards what follows
     std::map<std::string, std::shared_ptr<Child>> children; // null while the module is being opened
     bool is_closed = false;                                 // for good

@@ -20,6 +20,8 @@ namespace {
 
 Error no_chunk_data() { return {GC_ERR_NO_DATA, "The buffer does not contain chunk data"}; }
 
+Error invalid_pointer() { return {GC_ERR_NOT_AVAILABLE, "The buffer's pointer is invalid"}; }
+
 constexpr std::align_val_t block_alignment{4096};
 struct block_deleter {
     void operator()(std::byte* block) const { ::operator delete(block, block_alignment); }
@@ -59,9 +61,10 @@ public:
 
     Error GetChunkData(SINGLE_CHUNK_DATA* pChunkData, size_t* piNumChunks) override;
     void reset() override;
+    void retire() override;
 
 private:
-    bool is_padded() const;
+    size_t end_of_chunks() const;
     Error parse_trailing_chunks();
 
     const uint32_t big_endian_trailer;
@@ -87,6 +90,11 @@ void Buffer_with_trailing_chunk_data::reset() {
         parse_result.reset();
     }
     Buffer::reset();
+}
+
+void Buffer_with_trailing_chunk_data::retire() {
+    const std::lock_guard guard{chunk_mutex}; // waits for a parse under way
+    parse_result = invalid_pointer();
 }
 
 Error Buffer_with_trailing_chunk_data::GetChunkData(SINGLE_CHUNK_DATA* pChunkData, size_t* piNumChunks) {
@@ -117,20 +125,24 @@ Error Buffer_with_trailing_chunk_data::GetChunkData(SINGLE_CHUNK_DATA* pChunkDat
     return success();
 }
 
-// Whether a camera filled its last packet up with zeros. A frame that really is longer than announced ends with a
-// trailer.
-bool Buffer_with_trailing_chunk_data::is_padded() const {
-    if (base == nullptr || fill_state != FillState::complete || size_filled <= data_size) return false;
-    const std::span behind{static_cast<const std::byte*>(base) + data_size, size_filled - data_size};
-    return std::ranges::all_of(behind, [](std::byte each) { return each == std::byte{}; });
+// A camera may fill its last packet up with zeros. The frame then ends where its trailer says, or, where that is of no
+// use, where it was announced to end. A frame that really is longer ends with a chunk's words.
+size_t Buffer_with_trailing_chunk_data::end_of_chunks() const {
+    if (base == nullptr || fill_state != FillState::complete) return size_filled;
+    for (const size_t end : {chunk_length, data_size}) {
+        if (end == 0 || end >= size_filled) continue;
+        const std::span behind{static_cast<const std::byte*>(base) + end, size_filled - end};
+        if (std::ranges::all_of(behind, [](std::byte each) { return each == std::byte{}; })) return end;
+    }
+    return size_filled;
 }
 
 // Every chunk carries its id and length behind its data, so the walk goes from the end to the start.
 Error Buffer_with_trailing_chunk_data::parse_trailing_chunks() {
     constexpr ptrdiff_t trailer_size = 8;
-    auto pos = static_cast<ptrdiff_t>(is_padded() ? data_size : size_filled);
+    auto pos = static_cast<ptrdiff_t>(end_of_chunks());
     if (pos % 4 != 0) return {GC_ERR_NOT_AVAILABLE, "The buffer's chunk data looks misaligned"};
-    if (base == nullptr) return {GC_ERR_NOT_AVAILABLE, "The buffer's pointer is invalid"};
+    if (base == nullptr) return invalid_pointer();
     // The last trailer was cut off or is missing, and what stands at the end are bytes of an image.
     const bool cut_off = data_size > size_filled && size_filled >= size;
     if (cut_off || (fill_state == FillState::incomplete && size_filled != data_size))

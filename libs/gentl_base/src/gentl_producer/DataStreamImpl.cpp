@@ -162,6 +162,7 @@ Error DataStreamImpl::RevokeBuffer(BUFFER_HANDLE hBuffer, void** ppBuffer, void*
         buffer = std::move(*found);
         announced.erase(found);
     }
+    buffer->retire();
     if (ppBuffer != nullptr) *ppBuffer = buffer->user_memory ? buffer->base : nullptr;
     if (ppPrivate != nullptr) *ppPrivate = buffer->user_ptr;
     return success();
@@ -300,6 +301,7 @@ void DataStreamImpl::Close() {
         is_closed = true;
         drain_input_to_announced();
         output->discard();
+        for (const auto& buffer : announced) buffer->retire();
         announced.clear();
     }
     close_events();

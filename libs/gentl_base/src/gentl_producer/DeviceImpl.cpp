@@ -56,7 +56,7 @@ DeviceImpl::DeviceImpl(IInterface& parent, DeviceInfo record, DEVICE_ACCESS_FLAG
 DeviceImpl::~DeviceImpl() { DeviceImpl::close_children(); }
 
 void DeviceImpl::close_children() {
-    const auto turn = closing_turn.take();
+    const std::lock_guard turn{closing_turn};
     std::map<std::string, std::shared_ptr<IDataStream>> closing;
     std::shared_ptr<IPort> port;
     {

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <new>
 
 namespace GenTL::Producer {
 
@@ -191,7 +192,13 @@ void ErrorEvent::fire(const Error& error) {
     const std::string text = error.text();
     std::memcpy(record.text, text.data(), std::min(text.size(), sizeof record.text - 1));
     const std::lock_guard guard{mutex};
-    queue.push_back(record);
+    try {
+        queue.push_back(record);
+    } catch (const std::bad_alloc&) {
+        if (spare.empty()) throw;
+        spare.front() = record;
+        queue.splice(queue.end(), spare);
+    }
     waiters.fired();
 }
 

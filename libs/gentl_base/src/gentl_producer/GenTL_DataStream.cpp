@@ -8,7 +8,10 @@ namespace GenTL {
 GC_API DSClose(DS_HANDLE hDataStream) {
     return handle_call<IDataStream>(
         "GenTL::DSClose", ORV_HERE, hDataStream, ORV_ARGS(ORV_ARG(hDataStream)),
-        [&](IDataStream& object) { return object.parent_device().OnDataStreamClosed(&object); }, no_args);
+        [&](IDataStream& object) {
+            return modules_are_parents() ? success() : object.parent_device().OnDataStreamClosed(&object);
+        },
+        no_args);
 }
 
 GC_API DSAllocAndAnnounceBuffer(DS_HANDLE hDataStream, size_t iSize, void* pPrivate, BUFFER_HANDLE* phBuffer) {

@@ -8,7 +8,10 @@ namespace GenTL {
 GC_API DevClose(DEV_HANDLE hDevice) {
     return handle_call<IDevice>(
         "GenTL::DevClose", ORV_HERE, hDevice, ORV_ARGS(ORV_ARG(hDevice)),
-        [&](IDevice& object) { return object.parent_interface().OnDeviceClosed(&object); }, no_args);
+        [&](IDevice& object) {
+            return modules_are_parents() ? success() : object.parent_interface().OnDeviceClosed(&object);
+        },
+        no_args);
 }
 
 GC_API DevGetInfo(DEV_HANDLE hDevice, DEVICE_INFO_CMD iInfoCmd, INFO_DATATYPE* piType, void* pBuffer, size_t* piSize) {

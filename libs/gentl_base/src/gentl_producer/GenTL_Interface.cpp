@@ -9,6 +9,7 @@ GC_API IFClose(IF_HANDLE hIface) {
     return handle_call<IInterface>(
         "GenTL::IFClose", ORV_HERE, hIface, ORV_ARGS(ORV_ARG(hIface)),
         [&](IInterface& object) {
+            if (modules_are_parents()) return success();
             object.close_children();
             return object.parent_system().OnInterfaceClosed(&object);
         },

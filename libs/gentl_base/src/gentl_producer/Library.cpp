@@ -30,6 +30,9 @@ constinit std::vector<std::shared_ptr<ISystem>>* open_systems = nullptr;
 // While a system is open its threads run in this library: a consumer that unloads it without closing, as the process
 // ends for instance, must not pull the code away under them.
 constinit void* own_file = nullptr;
+// Whose systems those are, and whose locks; 0 until the first initialisation.
+constinit std::atomic<int64_t> owner{0};
+constinit std::atomic<bool> parent_left_some{false}; // objects of the parent's, which live for ever here
 
 // Never destroyed, and asked by every call: a consumer's exit handlers and threads outlive the static objects.
 constinit std::atomic<uint32_t> calls_in_progress{0};
@@ -82,14 +85,29 @@ call_in_progress::~call_in_progress() { --calls_in_progress; }
 
 bool end_library() noexcept {
     has_ended = true;
-    return calls_in_progress == 0 && open_systems == nullptr;
+    return calls_in_progress == 0 && open_systems == nullptr && !parent_left_some;
 }
+
+bool modules_are_parents() noexcept {
+    const int64_t process = owner;
+    return process != 0 && process != this_process();
+}
+
+namespace {
+
+// With init_mutex held. A parent's modules stay the parent's until a system is opened here.
+void initialize() {
+    if (owner == 0) owner = this_process();
+    ++init_count;
+}
+
+} // namespace
 
 Error init_library() {
     const std::lock_guard guard{init_mutex};
     if (init_count >= 1) return {GC_ERR_RESOURCE_IN_USE, "GCInitLib called twice"};
     if (g_pSystemFactory == nullptr) return {GC_ERR_ERROR, "Internal Error: g_pSystemFactory == nullptr"};
-    ++init_count;
+    initialize();
     exclusive_mode = true;
     tolerate_few_buffers_value = true;
     return success();
@@ -101,7 +119,7 @@ Error init_library_shared() {
         return {GC_ERR_RESOURCE_IN_USE, "GCInitLib has been called, initialized in exclusive mode"};
     }
     if (g_pSystemFactory == nullptr) return {GC_ERR_ERROR, "Internal Error: g_pSystemFactory == nullptr"};
-    ++init_count;
+    initialize();
     tolerate_few_buffers_value = false;
     return success();
 }
@@ -126,14 +144,24 @@ void forget_open_systems(library_hold& hold) {
     hold.held = std::exchange(own_file, nullptr);
 }
 
+// With module_mutex held.
+void leave_to_parent() {
+    if (!modules_are_parents()) return;
+    if (std::exchange(open_systems, nullptr) != nullptr) parent_left_some = true; // nor is the file let go of
+    own_file = nullptr;
+    owner = this_process();
+}
+
 } // namespace
 
 Error close_library() {
     library_hold hold; // outlives the locks
-    const std::lock_guard guard{init_mutex};
+    const bool is_parents = modules_are_parents();
+    const auto guard = is_parents ? std::unique_lock{init_mutex, std::try_to_lock} : std::unique_lock{init_mutex};
     if (init_count == 0) return Error{GC_ERR_NOT_INITIALIZED};
     if (init_count.fetch_sub(1) != 1) return success();
     exclusive_mode = false;
+    if (is_parents) return success();
     {
         const std::lock_guard module_guard{module_mutex};
         if (open_systems != nullptr) {
@@ -157,6 +185,7 @@ Error open_system(void** phTL) {
     library_hold hold{hold_library()}; // outlives the lock
     const std::lock_guard guard{module_mutex};
     if (!is_initialized()) return Error{GC_ERR_NOT_INITIALIZED}; // closed by another thread meanwhile
+    leave_to_parent();
     if (exclusive && open_systems != nullptr) return {GC_ERR_RESOURCE_IN_USE, "Module already opened"};
     auto created = g_pSystemFactory->create_system();
     if (!created) return std::move(created.error());
@@ -176,6 +205,7 @@ Error open_system(void** phTL) {
 }
 
 Error close_system(const std::shared_ptr<ISystem>& system) {
+    if (modules_are_parents()) return success();
     system->Close();
     library_hold hold; // outlives the lock
     const std::lock_guard guard{module_mutex};
