@@ -317,8 +317,8 @@ TEST(CommandLine, WithoutACamera) {
     const std::string remedy = finding_of("other services on this host", elsewhere.output)["remedy"];
     EXPECT_THAT(remedy, testing::StartsWith("export ORV_GENTL_RUNTIME_DIR='"));
     EXPECT_THAT(remedy, HasSubstr("'" + own.folder().string() + "'"));
-    const answer linked = run(own, "cd '" + own.folder().string() +
-                                       "/none'; ln -s .. l; ORV_GENTL_RUNTIME_DIR=l '" + program + "' doctor --json");
+    const answer linked = run(own, "cd '" + own.folder().string() + "/none'; ln -s .. l; ORV_GENTL_RUNTIME_DIR=l '" +
+                                       program + "' doctor --json");
     EXPECT_THAT(finding_of("other services on this host", linked.output)["why"].get<std::string>(),
                 testing::Not(HasSubstr("where none listens")));
     EXPECT_EQ(run(own, "env -i '" + program + "' --version").exit_code, 0);

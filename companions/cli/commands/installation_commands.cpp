@@ -135,7 +135,8 @@ int self_test(const common_options& common) {
     const std::string address = fmt::format("127.{}.{}.10", 100 + process_id() % 100, process_id() / 100 % 250);
     set_variable("ORV_GENTL_RUNTIME_DIR", folder.path);
 
-    // Slow, as a frame has three frame times to be mended in: busy machines stand still for longer than fast ones leave.
+    // Slow, as a frame has three frame times to be mended in: busy machines stand still for longer than fast ones
+    // leave.
     child_process camera{{program_beside("orv-gev-camera-sim"), "--address", address, "--width", "640", "--height",
                           "480", "--frame-rate", "10", "--quiet"}};
     wait_until_ready(camera, "simulated camera");

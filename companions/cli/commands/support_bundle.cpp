@@ -17,6 +17,7 @@
 #include <fstream>
 #include <memory>
 #include <optional>
+#include <sstream>
 
 namespace cli {
 
@@ -70,8 +71,10 @@ std::optional<std::string> read_end(const fs::path& path) {
     std::error_code ignored;
     const auto size = fs::file_size(path, ignored); // 0 for those of the kernel
     if (!ignored && size > most_of_a_log) file.seekg(static_cast<std::streamoff>(size - most_of_a_log));
-    std::string text{std::istreambuf_iterator<char>{file}, {}};
-    return file.bad() ? std::nullopt : std::optional{std::move(text)};
+    std::ostringstream text; // an iterator would throw where reading fails
+    text << file.rdbuf();
+    if (text.fail() && !ignored && size != 0) return std::nullopt; // as it does for a file without a byte
+    return std::move(text).str();
 }
 
 class collector {

@@ -26,7 +26,7 @@ struct frame_block {
     block_geometry geometry;
     leader_body leader{}; // the last one seen, without its timestamp, until its own comes
     uint32_t chunk_layout_id = 0;
-    uint64_t filled_size = 0; // highest byte position written
+    uint64_t filled_size = 0;  // highest byte position written
     uint32_t chunk_length = 0; // of the payload, by the trailer; 0: no chunks
 
     // Everything but the destination, which the receiver asks for.

@@ -105,7 +105,8 @@ bool gvsp_recv_simple::receive_packet(uint64_t now, std::span<const std::byte> d
         const auto verdict = ended_recently.judge(packet.block_id, id, leader_timestamp, now, time_per_frame);
         if (verdict == ended_frames::verdict::late) {
             ++stats.packets_late;
-            if (packet.kind == gvsp_packet_kind::trailer) ended_recently.trailer_was_late(packet.block_id, now, longest_held_back);
+            if (packet.kind == gvsp_packet_kind::trailer)
+                ended_recently.trailer_was_late(packet.block_id, now, longest_held_back);
             return true;
         }
         if (verdict == ended_frames::verdict::restart) {

@@ -16,8 +16,8 @@ namespace gds_helper {
 // Names the calling thread for debuggers; the system cuts to what it can hold.
 void set_thread_name(std::string_view name) noexcept;
 
-// Asks for above-normal priority for the calling thread, and none that it starts; a thread that has it already keeps what
-// it has. False when the system refuses.
+// Asks for above-normal priority for the calling thread, and none that it starts; a thread that has it already keeps
+// what it has. False when the system refuses.
 [[nodiscard]] bool raise_thread_priority() noexcept;
 
 // The calling thread's sleeps end when they should, and not up to a tick of the system's choice later.
