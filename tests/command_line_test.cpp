@@ -359,7 +359,7 @@ TEST(CommandLine, NamesOfCamerasCommandNoTerminalAndNoShell) {
     const std::string name = "\\x1B[2J\\xC2\\x9B\\x0A\xC3\xA4\\xFF";
     EXPECT_THAT(run(own, "orv-gentl list").output, HasSubstr(" " + name + " "));
     EXPECT_THAT(run(own, "orv-gentl get Width --device none").errors, HasSubstr("name '" + name + "'  on lo"));
-    EXPECT_THAT(run(own, "orv-gentl plan --link 1000").output, HasSubstr("--device 'Orv-it'\\''s *-CAM0' "));
+    EXPECT_THAT(run(own, "orv-gentl plan --link 100").output, HasSubstr("--device 'Orv-it'\\''s *-CAM0' "));
 }
 
 TEST(CommandLine, BesideAnotherController) {

@@ -18,7 +18,7 @@ _orv_gentl() {
     for ((i = 0; i < ${#line}; i++)); do
         c=${line:i:1}
         if [[ $c == '\' && $quote != "'" ]]; then
-            word+=${line:++i:1}
+            word+=${line:$((++i)):1}
         elif [[ $quote ]]; then
             if [[ $c == "$quote" ]]; then quote=; else word+=$c; fi
         elif [[ $c == [\'\"] ]]; then

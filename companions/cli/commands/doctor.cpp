@@ -80,8 +80,9 @@ void check_services(std::vector<finding>& findings) {
     for (const auto& each : ipc_rpc::find_services("orv-gentl-gev_service_pipe")) {
         const fs::path socket{each.socket};
         std::error_code closed;
-        // The folder may be named by a link, or from where this program stands.
-        if (socket == own || fs::equivalent(socket, own, closed)) {
+        // The folder may be named by a link, or from where this program stands. Sockets themselves are not compared.
+        const bool same_folder = fs::equivalent(socket.parent_path(), own.parent_path(), closed);
+        if (socket == own || (socket.filename() == name && same_folder)) {
             own_runs = true;
             continue;
         }
