@@ -38,7 +38,8 @@ loss run_three_cameras(const std::vector<std::string>& plan) {
     }
     std::vector<process> running;
     for (int i = 0; i < cameras; ++i)
-        running.push_back(own.start_consumer({"grab", "--device", device(i), "--frames", "60", "--buffers", "60", "--quiet", "--json"}));
+        running.push_back(own.start_consumer(
+            {"grab", "--device", device(i), "--frames", "60", "--buffers", "60", "--quiet", "--json"}));
     loss sum;
     for (process& each : running) {
         EXPECT_EQ(each.wait(), 0);
