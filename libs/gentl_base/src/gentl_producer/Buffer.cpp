@@ -71,6 +71,7 @@ private:
     std::mutex chunk_mutex;            // guards what follows: two consumer threads may ask for the chunks at once
     std::optional<Error> parse_result; // empty until this frame was parsed
     std::vector<ChunkEntry> chunks;
+    bool is_retired = false; // for good
 };
 
 class Buffer_with_trailing_chunk_data_and_internal_memory final : public Buffer_with_trailing_chunk_data {
@@ -94,7 +95,7 @@ void Buffer_with_trailing_chunk_data::reset() {
 
 void Buffer_with_trailing_chunk_data::retire() {
     const std::lock_guard guard{chunk_mutex}; // waits for a parse under way
-    parse_result = invalid_pointer();
+    is_retired = true;                        // an error would take memory, which a close must do without
 }
 
 Error Buffer_with_trailing_chunk_data::GetChunkData(SINGLE_CHUNK_DATA* pChunkData, size_t* piNumChunks) {
@@ -104,6 +105,7 @@ Error Buffer_with_trailing_chunk_data::GetChunkData(SINGLE_CHUNK_DATA* pChunkDat
     if (status.load(std::memory_order_acquire) != BufferStatus::Announced || !contains_chunk_data) {
         return no_chunk_data();
     }
+    if (is_retired) return invalid_pointer();
     if (!parse_result) {
         try {
             parse_result = parse_trailing_chunks();
