@@ -9,7 +9,7 @@ endif()
 
 # orv_add_test(NAME name SOURCES a.cpp ... [LIBS target ...] [TIMEOUT seconds] [PROPERTIES ...])
 # One executable of GoogleTest cases, each its own CTest entry. A parameterised case is named by its name function, as
-# GoogleTest names it, and not by its printed value, which may hold addresses; a typed one by its types' names. Each has the executable's name as label
+# GoogleTest names it, and not by its printed value, which may hold addresses. Each has the executable's name as label
 # (ctest -L), and finds what tests share as <support/...>. The cases of the whole system take seconds each, so they start first.
 function(orv_add_test)
   cmake_parse_arguments(arg "" "NAME;TIMEOUT" "SOURCES;LIBS;PROPERTIES" ${ARGN})
@@ -31,7 +31,7 @@ function(orv_add_test)
   if(CMAKE_CROSSCOMPILING)
     list(APPEND arg_PROPERTIES ENVIRONMENT "ORV_EMULATED=1")
   endif()
-  gtest_discover_tests(${arg_NAME} DISCOVERY_TIMEOUT 60 NO_PRETTY_TYPES NO_PRETTY_VALUES
+  gtest_discover_tests(${arg_NAME} DISCOVERY_TIMEOUT 60 NO_PRETTY_VALUES
     PROPERTIES LABELS ${arg_NAME} TIMEOUT ${arg_TIMEOUT} ${arg_PROPERTIES})
 endfunction()
 
