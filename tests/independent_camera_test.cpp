@@ -17,8 +17,13 @@ TEST(IndependentCamera, IsFoundReadAndGrabbed) {
     }));
     ASSERT_EQ(list["devices"].size(), 1U) << list;
 
-    const auto features = own.run_consumer({"features", "--json"});
-    EXPECT_EQ(features.exit_code, 0) << features.output;
+    // Off the list for a moment where a busy machine kept it from answering.
+    auto features = own.run_consumer({"features", "--json"});
+    EXPECT_TRUE(eventually([&] {
+        if (features.exit_code == cli::row_of(cli::cause::no_camera).exit_code)
+            features = own.run_consumer({"features", "--json"});
+        return features.exit_code == 0;
+    })) << features.output;
     const auto object = nlohmann::json::parse(features.output, nullptr, false);
     ASSERT_TRUE(object.is_object()) << features.output;
     EXPECT_GE(object["features"].size(), 20U);
