@@ -28,6 +28,8 @@ public:
     [[nodiscard]] std::chrono::nanoseconds time_of(std::size_t wire_bytes) const noexcept;
 
     [[nodiscard]] std::size_t add_sender();
+    // The sender begins now, which is the time returned; its first packet is waited for.
+    [[nodiscard]] time_point join(std::size_t sender);
     // The sender will not send before this time; none of its packets is waited for until then.
     void promise(std::size_t sender, time_point earliest);
     // The sender has nothing to send until it promises or sends again.

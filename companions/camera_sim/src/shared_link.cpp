@@ -20,6 +20,13 @@ std::size_t shared_link::add_sender() {
     return earliest.size() - 1;
 }
 
+shared_link::time_point shared_link::join(std::size_t sender) {
+    // Read under the lock: otherwise the others' packets could pass the time before it is promised, and all that are
+    // due meanwhile would come as one burst.
+    const std::lock_guard guard{mutex};
+    return earliest[sender] = std::max(std::chrono::steady_clock::now(), newest);
+}
+
 void shared_link::promise(std::size_t sender, time_point next) {
     {
         const std::lock_guard guard{mutex};

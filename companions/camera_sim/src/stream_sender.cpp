@@ -214,7 +214,8 @@ bool stream_sender::wait_for_turn(const settings& current, clock::time_point due
 
 void stream_sender::acquire(uint64_t order) {
     ring.clear(); // its frames have the ids of those to come
-    auto due = clock::now();
+    const auto begin = [this] { return link != nullptr ? link->join(link_sender) : clock::now(); };
+    auto due = begin();
     clock::time_point free_from; // when the frame before has left, by the schedule
     uint64_t number = 0;
     for (;; ++number) {
@@ -232,7 +233,7 @@ void stream_sender::acquire(uint64_t order) {
             losses = {};
         }
         current = snapshot(number, std::move(current.next));
-        current.start = std::max(current.triggered ? clock::now() : due, free_from);
+        current.start = std::max(current.triggered ? begin() : due, free_from);
         if (!device.silent && current.next->destination.port != 0) {
             if (current.events_frame_start) raise(0x9002, current.next->block_id, device.timestamp(), number);
             fill(current);

@@ -63,6 +63,17 @@ TEST(SharedLink, what_is_lost_follows_from_the_schedule_alone) {
         << "it carries them all";
 }
 
+TEST(SharedLink, who_begins_is_waited_for_and_never_too_late) {
+    shared_link link{1'000'000, 3000};
+    const size_t early = link.add_sender(), newcomer = link.add_sender();
+    const auto begun = link.join(newcomer);
+    const std::atomic<bool> given_up{true};
+    EXPECT_FALSE(link.pass(early, begun + 1h, 1000, given_up));
+    link.leave(newcomer);
+    EXPECT_TRUE(link.pass(early, begun + 1h, 1000, nobody_gives_up));
+    EXPECT_GE(link.join(newcomer), begun + 1h) << "the link's time has passed it already";
+}
+
 TEST(SharedLink, who_gives_up_waits_for_nobody) {
     shared_link link{1'000'000, 3000};
     const size_t first = link.add_sender(), second = link.add_sender();
