@@ -194,22 +194,21 @@ TEST(Trigger, ACameraWithoutOneSaysWhatIsMissing) {
 TEST(Reconnect, WhatWentAndCameBackGoesOn) {
     for (const bool camera : {true, false}) {
         SCOPED_TRACE(camera ? "camera" : "service");
-        small_system own{{"--frame-rate", "50"}};
-        shell_line consumer{own,
-                            "exec '" + program + "' grab --json --verify --frames 120 --reconnect --set Width=160"};
-        ASSERT_TRUE(consumer.wait_for_errors("/120 frames")) << consumer.errors();
+        small_system own{{"--frame-rate", "20"}};
+        shell_line consumer{own, "exec '" + program + "' grab --json --verify --frames 60 --reconnect --set Width=160"};
+        ASSERT_TRUE(consumer.wait_for_errors("/60 frames")) << consumer.errors();
         auto& gone = camera ? own.camera(0) : own.service();
         gone.signal(SIGKILL);
         gone.wait();
         ASSERT_TRUE(consumer.wait_for_errors("Waiting for camera 'Orv-SimCam-CAM0'")) << consumer.errors();
         if (camera)
-            own.restart_camera(0, {"--frame-rate", "50"});
+            own.restart_camera(0, {"--frame-rate", "20"});
         else
             own.start_service();
         EXPECT_EQ(consumer.process().wait(), 0) << consumer.errors();
         auto result = json_of(consumer.process().output());
         EXPECT_EQ(result["reconnects"], 1) << result;
-        EXPECT_EQ(result["frames_delivered"], 120) << result;
+        EXPECT_EQ(result["frames_delivered"], 60) << result;
         EXPECT_EQ(result["verified"], true) << result;
         EXPECT_EQ(own.run_consumer({"get", "Width"}).output, "160\n") << "set again";
     }

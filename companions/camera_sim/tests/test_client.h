@@ -12,8 +12,12 @@
 
 namespace camera_sim {
 
+using gige::gvcp::command;
+using status = gige::gvcp::status;
+namespace boot = gige::gvcp::reg;
+namespace bits = gige::gvcp::bits;
+
 struct test_client {
-    using status = gige::gvcp::status;
     struct reply {
         gige::gvcp::ack_header header;
         std::vector<std::byte> body;
@@ -39,8 +43,7 @@ struct test_client {
         return buffer;
     }
 
-    void send(gige::gvcp::command code, std::span<const std::byte> body, uint8_t flags = 1, uint16_t id = 0,
-              uint32_t to = 0) {
+    void send(command code, std::span<const std::byte> body, uint8_t flags = 1, uint16_t id = 0, uint32_t to = 0) {
         std::vector<std::byte> datagram(8);
         gige::gvcp::store_command(datagram.data(),
                                   {flags, code, static_cast<uint16_t>(body.size()), id != 0 ? id : ++next_id});
@@ -64,14 +67,14 @@ struct test_client {
     }
 
     status write(uint32_t address, uint32_t value) {
-        send(gige::gvcp::command::write_reg, words({address, value}));
+        send(command::write_reg, words({address, value}));
         const auto got = receive_reply();
         EXPECT_TRUE(got) << "no answer to a write of " << std::hex << address;
         return got ? got->header.result : status::generic_error;
     }
 
     [[nodiscard]] uint32_t read(uint32_t address, status expected = status::success) {
-        send(gige::gvcp::command::read_reg, words({address}));
+        send(command::read_reg, words({address}));
         const auto got = receive_reply();
         EXPECT_TRUE(got);
         if (!got) return 0;
@@ -80,11 +83,10 @@ struct test_client {
     }
 
     void open_stream(uint32_t packet_size) {
-        namespace reg = gige::gvcp::reg;
-        EXPECT_EQ(write(reg::privilege, gige::gvcp::bits::control), status::success);
-        EXPECT_EQ(write(reg::stream_address, stream.local().address), status::success);
-        EXPECT_EQ(write(reg::stream_port, stream.local().port), status::success);
-        EXPECT_EQ(write(reg::stream_packet_size, gige::gvcp::bits::do_not_fragment | packet_size), status::success);
+        EXPECT_EQ(write(boot::privilege, bits::control), status::success);
+        EXPECT_EQ(write(boot::stream_address, stream.local().address), status::success);
+        EXPECT_EQ(write(boot::stream_port, stream.local().port), status::success);
+        EXPECT_EQ(write(boot::stream_packet_size, bits::do_not_fragment | packet_size), status::success);
     }
 };
 

@@ -4,47 +4,42 @@
 namespace GenICam::testing {
 namespace {
 
-struct access_case {
-    const char* name;
-    const char* children;
-    unsigned flags;
-    genicam_errc read;
-    genicam_errc write;
-};
-
-class Access : public ::testing::TestWithParam<access_case> {};
-
-TEST_P(Access, IsCheckedInOrder) {
-    const auto& p = GetParam();
-    const document sut{std::string{"Integer Yes: Value 1 | Integer No: Value 0 | IntReg Gone: Address 0, Length 9"
-                                   " | Float N: Value 1"} +
-                       p.children};
-    const auto value = sut.real("N").get_val(p.flags);
-    EXPECT_EQ(value ? 0 : value.error().value(), static_cast<int>(p.read));
-    EXPECT_EQ(sut.real("N").set_val(2, p.flags).value(), static_cast<int>(p.write));
-}
-
-// A float without RO, so that the class is the same in all rows. RW is settled before the lock is looked at.
-INSTANTIATE_TEST_SUITE_P(
-    All, Access,
-    ::testing::Values(
-        access_case{"Plain", "", 0, success, success},
-        access_case{"NotImplemented", ", pIsImplemented No", 0, node_not_implemented, node_not_implemented},
-        access_case{"NotAvailable", ", pIsAvailable No", 0, node_not_available, node_not_available},
-        access_case{"ImplementedComesFirst", ", pIsImplemented No, pIsAvailable No", 0, node_not_implemented,
-                    node_not_implemented},
-        access_case{"CheckSkipped", ", pIsImplemented No, pIsAvailable No", no_access_check, success, success},
-        access_case{"EvaluationFails", ", pIsImplemented Gone, pIsAvailable Gone", 0, success, success},
-        access_case{"WriteOnly", ", ImposedAccessMode WO", 0, access_denied, success},
-        access_case{"WriteOnlyUnchecked", ", ImposedAccessMode WO", no_access_check, success, success},
-        access_case{"LockedButRW", ", pIsLocked Yes", 0, success, success},
-        access_case{"LockedAndWO", ", pIsLocked Yes, ImposedAccessMode WO", 0, access_denied, node_locked},
-        access_case{"LockIgnored", ", pIsLocked Yes, ImposedAccessMode WO", ignore_lock, access_denied, success},
-        access_case{"Unlocked", ", pIsLocked No, ImposedAccessMode WO", 0, access_denied, success},
-        access_case{"LockFails", ", pIsLocked Gone, ImposedAccessMode WO", 0, access_denied, success}),
-    case_name{});
-
 const script_case modes[] = {
+    // What cannot be evaluated forbids nothing. Of a node that says RW the lock is not looked at.
+    {"StatesAreCheckedInOrder",
+     "Integer Yes: Value 1 | Integer No: Value 0 | IntReg Gone: Address 0, Length 9 | Float Plain: Value 1"
+     " | Float Missing: Value 1, pIsImplemented No | Float Off: Value 1, pIsAvailable No"
+     " | Float Both: Value 1, pIsImplemented No, pIsAvailable No"
+     " | Float Fails: Value 1, pIsImplemented Gone, pIsAvailable Gone | Float LockedRW: Value 1, pIsLocked Yes"
+     " | Float WO: Value 1, ImposedAccessMode WO | Float Locked: Value 1, pIsLocked Yes, ImposedAccessMode WO"
+     " | Float Free: Value 1, pIsLocked No, ImposedAccessMode WO"
+     " | Float LockFails: Value 1, pIsLocked Gone, ImposedAccessMode WO",
+     {"Plain = 1",
+      "Plain := 2",
+      "Missing ! node_not_implemented",
+      "Missing := 2 ! node_not_implemented",
+      "Off ! node_not_available",
+      "Off := 2 ! node_not_available",
+      "Both ! node_not_implemented",
+      "Both := 2 ! node_not_implemented",
+      "Both/no_access_check = 1",
+      "Both/no_access_check := 2",
+      "Fails = 1",
+      "Fails := 2",
+      "LockedRW = 1",
+      "LockedRW := 2",
+      "WO ! access_denied",
+      "WO := 2",
+      "WO/no_access_check = 2",
+      "WO/no_access_check := 3",
+      "Locked ! access_denied",
+      "Locked := 2 ! node_locked",
+      "Locked/ignore_lock ! access_denied",
+      "Locked/ignore_lock := 2",
+      "Free ! access_denied",
+      "Free := 2",
+      "LockFails ! access_denied",
+      "LockFails := 2"}},
     {"LockOfAReadOnlyNodeAnswersFirst",
      "Integer Yes: Value 1 | Integer V: Value 1 | Integer N: pValue V, pIsLocked Yes, ImposedAccessMode RO",
      {"N := 2 ! node_locked", "N/ignore_lock := 2 ! access_denied", "N/no_access_check := 2", "N = 2"}},

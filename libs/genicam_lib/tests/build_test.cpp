@@ -9,31 +9,27 @@ namespace GenICam::testing {
 namespace {
 
 TEST(Build, MakesANodeOfEachElement) {
-    for (const auto& [element, type] :
-         std::initializer_list<std::pair<std::string, NodeType_t>>{{"Integer", NodeType_t::Integer},
-                                                                   {"IntConverter", NodeType_t::Integer},
-                                                                   {"IntSwissKnife", NodeType_t::Integer},
-                                                                   {"IntReg", NodeType_t::Integer},
-                                                                   {"MaskedIntReg", NodeType_t::Integer},
-                                                                   {"StructEntry", NodeType_t::Integer},
-                                                                   {"Float", NodeType_t::Float},
-                                                                   {"Converter", NodeType_t::Float},
-                                                                   {"SwissKnife", NodeType_t::Float},
-                                                                   {"FloatReg", NodeType_t::Float},
-                                                                   {"Boolean", NodeType_t::Boolean},
-                                                                   {"Command", NodeType_t::Command},
-                                                                   {"Enumeration", NodeType_t::Enumeration},
-                                                                   {"Category", NodeType_t::Category},
-                                                                   {"String", NodeType_t::String},
-                                                                   {"StringReg", NodeType_t::String},
-                                                                   {"Register", NodeType_t::Register},
-                                                                   {"Port", NodeType_t::Port}}) {
-        const document sut{element + " N: Value 1"};
-        ASSERT_NE(sut.doc->find_node("N"), nullptr) << element;
-        EXPECT_EQ(sut.doc->find_node("N")->node_type(), type) << element;
-        EXPECT_EQ(sut.doc->find_node("N", type), sut.doc->find_node("N")) << element;
-        const NodeType_t other = type == NodeType_t::Float ? NodeType_t::Integer : NodeType_t::Float;
-        EXPECT_EQ(sut.doc->find_node("N", other), nullptr) << element;
+    const std::pair<NodeType_t, std::vector<std::string>> rows[] = {
+        {NodeType_t::Integer, {"Integer", "IntConverter", "IntSwissKnife", "IntReg", "MaskedIntReg", "StructEntry"}},
+        {NodeType_t::Float, {"Float", "Converter", "SwissKnife", "FloatReg"}},
+        {NodeType_t::Boolean, {"Boolean"}},
+        {NodeType_t::Command, {"Command"}},
+        {NodeType_t::Enumeration, {"Enumeration"}},
+        {NodeType_t::Category, {"Category"}},
+        {NodeType_t::String, {"String", "StringReg"}},
+        {NodeType_t::Register, {"Register"}},
+        {NodeType_t::Port, {"Port"}},
+    };
+    for (const auto& [type, elements] : rows) {
+        for (const std::string& element : elements) {
+            const document sut{element + " N: Value 1"};
+            INode* const node = sut.doc->find_node("N");
+            ASSERT_NE(node, nullptr) << element;
+            EXPECT_EQ(node->node_type(), type) << element;
+            EXPECT_EQ(sut.doc->find_node("N", type), node) << element;
+            const NodeType_t other = type == NodeType_t::Float ? NodeType_t::Integer : NodeType_t::Float;
+            EXPECT_EQ(sut.doc->find_node("N", other), nullptr) << element;
+        }
     }
 }
 
@@ -79,9 +75,7 @@ TEST(Build, ElementsWithoutAClassAreIgnoredWithoutAWord) {
     log_capture log;
     const document sut{"<Integer Name=\"A\"/><Float Name=\"B\"/><Boolean Name=\"C\"/><Command Name=\"D\"/>"
                        "<Enumeration Name=\"E\"/><ConfRom Name=\"F\"/><x/><!-- a comment -->text"};
-    int nodes = 0;
-    sut.doc->for_each_node([&](INode*) { ++nodes; });
-    EXPECT_EQ(nodes, 1); // the port
+    EXPECT_EQ(names_of(nodes_of(*sut.doc)), "Device");
     EXPECT_THAT(log.lines, ::testing::IsEmpty());
 }
 
@@ -90,9 +84,7 @@ TEST(Build, GroupsAndStructuresAreWalkedThrough) {
                        "<Length>4</Length><pPort>Device</pPort><StructEntry Name=\"E1\"><Bit>0</Bit></StructEntry>"
                        "<StructEntry Name=\"E2\"><Bit>1</Bit></StructEntry></StructReg></Group>"
                        "<Integer Name=\"After\"><Value>1</Value></Integer>"};
-    std::vector<std::string> names;
-    sut.doc->for_each_node([&](INode* node) { names.emplace_back(node->get_name()); });
-    EXPECT_THAT(names, ::testing::ElementsAre("C", "E1", "E2", "After", "Device"));
+    EXPECT_EQ(names_of(nodes_of(*sut.doc)), "C E1 E2 After Device");
 }
 
 TEST(Build, KnivesInsideRegistersAreNodes) {
@@ -116,72 +108,54 @@ TEST(Build, AnEmptyDocumentIsValid) {
 }
 
 TEST(Build, MalformedTextIsRefusedWithItsPlace) {
-    struct bad_text {
-        std::string_view text;
-        const char* message;
+    const std::pair<std::string_view, std::string> rows[] = {
+        {"<a><b></a>", "Start-end tags mismatch @ offset=8."},
+        {"", "No document element found @ offset=0."},
+        {"no xml", "No document element found @ offset=6."},
     };
-    for (const auto& [text, message] :
-         {bad_text{"<a><b></a>", "1 The XML document does contain errors : Start-end tags mismatch @ offset=8."},
-          bad_text{"", "1 The XML document does contain errors : No document element found @ offset=0."},
-          bad_text{"no xml", "1 The XML document does contain errors : No document element found @ offset=6."}}) {
+    for (const auto& [text, problem] : rows) {
         log_capture log;
         EXPECT_EQ(create_document(text), nullptr);
-        EXPECT_THAT(log.lines, ::testing::ElementsAre(message));
+        EXPECT_THAT(log.lines, ::testing::ElementsAre("1 The XML document does contain errors : " + problem));
     }
 }
 
-TEST(Build, AnExistingDocumentIsTakenOver) {
-    pugi::xml_document xml;
-    xml.load_string("<RegisterDescription ModelName=\"M\"><Integer Name=\"I\"><Value>5</Value></Integer>"
-                    "</RegisterDescription>");
-    const auto doc = create_document(std::move(xml));
-    EXPECT_THAT(doc->find<IInteger>("I")->get_val(0), Gives(5));
-    EXPECT_EQ(doc->get_document_info().model_name, "M");
-    EXPECT_NE(create_document(pugi::xml_document{}), nullptr);
-}
-
-TEST(Build, OtherEncodingsAreDetected) {
-    const std::string_view text = "<RegisterDescription><Integer Name=\"I\"><Value>5</Value></Integer>"
+TEST(Build, OtherEncodingsAndExistingDocumentsAreTaken) {
+    const std::string_view text = "<RegisterDescription ModelName=\"M\"><Integer Name=\"I\"><Value>5</Value></Integer>"
                                   "</RegisterDescription>";
     std::string utf16{"\xFF\xFE"};
     for (const char c : text) utf16 += {c, '\0'};
-    const auto doc = create_document(std::string_view{utf16});
-    ASSERT_NE(doc, nullptr);
-    EXPECT_THAT(doc->find<IInteger>("I")->get_val(0), Gives(5));
+    pugi::xml_document xml;
+    xml.load_string(text.data());
+    for (const auto& doc : {create_document(std::string_view{utf16}), create_document(std::move(xml))}) {
+        ASSERT_NE(doc, nullptr);
+        EXPECT_THAT(doc->find<IInteger>("I")->get_val(0), Gives(5));
+        EXPECT_EQ(doc->get_document_info().model_name, "M");
+    }
+    EXPECT_NE(create_document(pugi::xml_document{}), nullptr);
 }
 
 TEST(Build, NamesTakenKeepTheFirstAndPortsAreFoundAnyway) {
     log_capture log;
-    const auto doc = create_document(std::string_view{
-        "<RegisterDescription><Category Name=\"Device\"/><Integer Name=\"I\"><Value>1</Value></Integer>"
-        "<Float Name=\"I\"><Value>2</Value></Float><IntReg Name=\"R\"><Address>0</Address><Length>1</Length>"
-        "<pPort>Device</pPort></IntReg><Port Name=\"Device\"/></RegisterDescription>"});
-    EXPECT_THAT(log.lines,
-                ::testing::ElementsAre("1 Failed to insert element 'Float' in lookup-map because an element with the "
-                                       "same name is already registered.",
-                                       "1 Failed to insert element 'Port' in lookup-map because an element with the "
-                                       "same name is already registered."));
-    EXPECT_EQ(doc->find_node("Device")->node_type(), NodeType_t::Category);
-    ASSERT_NE(doc->find_node("Device", NodeType_t::Port), nullptr);
-    EXPECT_EQ(doc->find_node("Device", NodeType_t::Port)->node_type(), NodeType_t::Port);
-    EXPECT_EQ(doc->find_node("I")->node_type(), NodeType_t::Integer);
-    EXPECT_EQ(doc->find_node("I", NodeType_t::Float), nullptr);
-    int nodes = 0;
-    doc->for_each_node([&](INode*) { ++nodes; });
-    EXPECT_EQ(nodes, 5);
-    counting_device device;
-    device.put(0, {7});
-    EXPECT_THAT(doc->find<IPort>("Device")->bind(&device, 0), Passes());
-    EXPECT_THAT(doc->find<IInteger>("R")->get_val(0), Gives(7));
+    document sut{"Category Device | Integer I: Value 1 | Float I: Value 2 | IntReg R: Address 0, Length 1"};
+    const auto taken = [](const std::string& element) {
+        return "1 Failed to insert element '" + element +
+               "' in lookup-map because an element with the same name is already registered.";
+    };
+    EXPECT_THAT(log.lines, ::testing::ElementsAre(taken("Float"), taken("Port")));
+    EXPECT_EQ(sut.doc->find_node("Device")->node_type(), NodeType_t::Category);
+    EXPECT_EQ(sut.doc->find_node("I")->node_type(), NodeType_t::Integer);
+    EXPECT_EQ(sut.doc->find_node("I", NodeType_t::Float), nullptr);
+    EXPECT_EQ(names_of(nodes_of(*sut.doc)), "Device I I R Device");
+    sut.device.put(0, {7});
+    EXPECT_THAT(sut.integer("R").get_val(0), Gives(7));
 }
 
 TEST(Build, StreamableNodesAreListed) {
     log_capture log;
     const document sut{"Integer A: Value 1, Streamable Yes | Integer B: Value 1, Streamable No"
                        " | Integer C: Value 1, Streamable Maybe | Float D: Value 1, Streamable Yes"};
-    std::vector<std::string> names;
-    for (INode* node : sut.doc->get_streamable_nodes()) names.emplace_back(node->get_name());
-    EXPECT_THAT(names, ::testing::ElementsAre("A", "D"));
+    EXPECT_EQ(names_of(sut.doc->get_streamable_nodes()), "A D");
     EXPECT_THAT(log.lines, ::testing::ElementsAre("1 C. Failed to parse 'Streamable' xml node contents 'Maybe'."));
 }
 
@@ -215,19 +189,15 @@ TEST(DocumentInfo, ComesFromTheRoot) {
         "SchemaMajorVersion=\"1\" SchemaMinorVersion=\"0\" SchemaSubMinorVersion=\"0x1\" MajorVersion=\"0X10\" "
         "MinorVersion=\"bad\" SubMinorVersion=\"7\"/>"});
     const document_info info = doc->get_document_info();
-    EXPECT_EQ(info.model_name, "M");
-    EXPECT_EQ(info.vendor_name, "V");
-    EXPECT_EQ(info.tool_tip, "T");
+    EXPECT_THAT((std::array{info.model_name, info.vendor_name, info.tool_tip}), ::testing::ElementsAre("M", "V", "T"));
     EXPECT_EQ(info.standard_name_space, StandardNameSpace_t::GEV);
-    EXPECT_EQ(info.schema_minor, 0u);
-    EXPECT_EQ(info.schema_sub_minor, 1u);
-    EXPECT_EQ(info.major, 16u);
-    EXPECT_EQ(info.minor, 0u);
-    EXPECT_EQ(info.sub_minor, 7u);
+    const auto schema = [](const document_info& of) {
+        return std::array{of.schema_major, of.schema_minor, of.schema_sub_minor};
+    };
+    EXPECT_THAT(schema(info), ::testing::ElementsAre(1, 0, 1));
+    EXPECT_THAT((std::array{info.major, info.minor, info.sub_minor}), ::testing::ElementsAre(16, 0, 7));
     const document_info none = create_document(std::string_view{"<R/>"})->get_document_info();
-    EXPECT_EQ(none.schema_major, 1u);
-    EXPECT_EQ(none.schema_minor, 1u);
-    EXPECT_EQ(none.schema_sub_minor, 0u);
+    EXPECT_THAT(schema(none), ::testing::ElementsAre(1, 1, 0));
     EXPECT_EQ(none.standard_name_space, StandardNameSpace_t::None);
 }
 

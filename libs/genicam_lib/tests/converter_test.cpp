@@ -9,43 +9,31 @@ const std::string numbers =
     " | Float Half: Value 2.5, Min 0.5, Max 9.5 | String S: Value a | Enumeration E: EnumEntry@On"
     " {Value 4}, EnumEntry@Num {Value 5, NumericValue 5.75}, Value 4 | ";
 
-struct knife_case {
-    const char* name;
-    const char* children; // the last is the formula
-    double integer_result;
-    double float_result;
-};
-
-class SwissKnife : public ::testing::TestWithParam<knife_case> {};
-
-TEST_P(SwissKnife, MakesItsVariablesOneKind) {
-    const auto& p = GetParam();
-    const document sut{numbers + "IntSwissKnife I: " + p.children + " | SwissKnife F: " + p.children};
-    EXPECT_THAT(sut.integer("I").get_val(0), Gives(p.integer_result));
-    EXPECT_THAT(sut.real("F").get_val(0), Gives(p.float_result));
+TEST(SwissKnives, MakeTheirVariablesOneKind) {
+    const struct {
+        const char* children; // the last is the formula
+        double of_integers, of_floats;
+    } rows[] = {
+        {"pVariable@A Seven, pVariable@B Two, Formula A/B", 3, 3.5},
+        {"pVariable@A Half, Formula A*2", 6, 5},
+        {"Formula 7/2 + 0.4", 3, 3.4}, // literals keep their kind
+        {"pVariable@A.Min Seven, pVariable@A.Max Seven, pVariable@A.Inc Seven, Formula A.Max*100 + A.Min*10 + A.Inc",
+         7017, 7017},
+        {"pVariable@A.Max Half, Formula A.Max", 10, 9.5},
+        {"pVariable@A E, Formula A", 4, 4},
+        {"pVariable@A.Entry.On E, Formula A.Entry.On", 4, 4},
+        {"pVariable@A.Entry.Num E, Formula A.Entry.Num", 5, 5.75}, // the numeric value is cut, not rounded
+        {"Constant@C 12, Formula C/8", 1, 1.5},
+        {"pVariable@A Two, Expression@X A+1, Expression@Y X*X, Formula Y+X", 12, 12},
+        {"Constant@A 1, pVariable@A Seven, Expression@A 99, Formula A", 1, 1},
+        {"pVariable@TO Seven, pVariable@FROM Two, Formula TO*10+FROM", 72, 72}, // names as any other
+    };
+    for (const auto& [children, of_integers, of_floats] : rows) {
+        const document sut{numbers + "IntSwissKnife I: " + children + " | SwissKnife F: " + children};
+        EXPECT_THAT(sut.integer("I").get_val(0), Gives(of_integers)) << children;
+        EXPECT_THAT(sut.real("F").get_val(0), Gives(of_floats)) << children;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    All, SwissKnife,
-    ::testing::Values(
-        knife_case{"Division", "pVariable@A Seven, pVariable@B Two, Formula A/B", 3, 3.5},
-        knife_case{"FloatVariable", "pVariable@A Half, Formula A*2", 6, 5},
-        knife_case{"LiteralsKeepTheirKind", "Formula 7/2 + 0.4", 3, 3.4},
-        knife_case{"Limits",
-                   "pVariable@A.Min Seven, pVariable@A.Max Seven, pVariable@A.Inc Seven,"
-                   " Formula A.Max*100 + A.Min*10 + A.Inc",
-                   7017, 7017},
-        knife_case{"FloatLimits", "pVariable@A.Max Half, Formula A.Max", 10, 9.5},
-        knife_case{"Enumeration", "pVariable@A E, Formula A", 4, 4},
-        knife_case{"EntryByValue", "pVariable@A.Entry.On E, Formula A.Entry.On", 4, 4},
-        // Of an integer node the numeric value is cut, not rounded.
-        knife_case{"EntryByNumericValue", "pVariable@A.Entry.Num E, Formula A.Entry.Num", 5, 5.75},
-        knife_case{"Constant", "Constant@C 12, Formula C/8", 1, 1.5},
-        knife_case{"Expressions", "pVariable@A Two, Expression@X A+1, Expression@Y X*X, Formula Y+X", 12, 12},
-        knife_case{"FirstNameWins", "Constant@A 1, pVariable@A Seven, Expression@A 99, Formula A", 1, 1},
-        // For a swiss knife these are names as any other.
-        knife_case{"ToAndFromAreOrdinary", "pVariable@TO Seven, pVariable@FROM Two, Formula TO*10+FROM", 72, 72}),
-    case_name{});
 
 const script_case knives[] = {
     {"UnknownNamesLeaveNoFormula",

@@ -13,7 +13,6 @@ namespace {
 
 using GenICam::genicam_errc;
 
-constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr int64_t lowest = std::numeric_limits<int64_t>::min();
 constexpr int64_t highest = std::numeric_limits<int64_t>::max();
 
@@ -46,159 +45,109 @@ std::expected<tValue, execution_error> run(std::string_view text) {
     return program->execute(f);
 }
 
-struct value_case {
-    const char* formula;
-    tValue expected;
-};
+// An integer where the value is written without a point.
+const std::vector<std::string> results = {
+    // Arithmetic.
+    "7 / 2 -> 3", "7 / 2.0 -> 3.5", "-7 / 2 -> -3", "-7 % 3 -> -1", "7.6 % 3 -> 2", "2 ** -1 -> 0", "2.0 ** -1 -> 0.5",
+    "2 ** 3 -> 8", "1.0 / 0 -> inf", "0x7FFFFFFFFFFFFFFF + 1 -> -9223372036854775808",
+    "-9223372036854775808 -> -9223372036854775808", "1 - 2 -> -1", "3 * 1.5 -> 4.5", "0xFFFFFFFFFFFFFFFF -> -1",
+    "10 ** 30 -> 9223372036854775807",
+    // The precedence of this language, not that of C.
+    "1 + 2 * 3 -> 7", "1 = 1 + 0 -> 1", "2 ** 3 ** 2 -> 64", "2 * 3 ** 2 -> 36", "2 = 1 && 1 = 1 -> 0",
+    "1 = 1 && 2 = 2 -> 0", "3 & 1 = 1 -> 1", "1 | 2 + 1 -> 3", "1 << 1 + 1 -> 4", "10 - 4 - 3 -> 3", "-2 ** 2 -> 4",
+    "~1 + 1 -> -1", "0 ? 1 : 0 ? 2 : 3 -> 3", "1 ? 2 : 3 + 10 -> 2", "0 && 0 || 1 -> 1",
+    // Bits and comparisons.
+    "5.5 & 3 -> 2", "-1 >> 1 -> -1", "1 << 64 -> 1", "1 << 65 -> 2", "6 ^ 3 -> 5", "~0 -> -1", "~2.5 -> -4",
+    "1.5 > 1 -> 1", "2 >= 2 -> 1", "2 <> 2 -> 0", "2 <= 1 -> 0", "0.0 / 0.0 = 0.0 / 0.0 -> 0", "(0.0 / 0.0) <> 1 -> 1",
+    "(0.0 / 0.0) < 1 -> 0", "(0.0 / 0.0) && 1 -> 1", "0.5 || 0 -> 1", "0.0 || 0 -> 0", "0.1 ? 5 : 6 -> 5",
+    // Functions.
+    "FLOOR(2) -> 2.0", "ABS(-3) -> 3.0", "sqrt(16) -> 4.0", "TRUNC(-2.7) -> -2.0", "CEIL(2.1) -> 3.0",
+    "LG(1000) -> 3.0", "LN(1) -> 0.0", "exp(0) -> 1.0", "NEG(3) -> -3", "NEG(1.5) -> -1.5", "SGN(-3) -> -1",
+    "SGN(0) -> 0", "SGN(-0.5) -> -1.0", "SGN(0.0) -> 0.0", "SGN(0.0/0.0) -> 1.0", "ROUND(2.5, 0) -> 3.0",
+    "ROUND(-2.5, 0) -> -3.0", "ROUND(2.45, 1) -> 2.5", "ROUND(1234, 0 - 2) -> 1200.0", "ROUND(-2.4, 0) -> -2.0",
+    "SIN(0) -> 0.0", "cos(0) -> 1.0", "ASIN(2) -> nan", "PI -> 3.141592653589793", "E -> 2.718281828459045",
+    "ATAN ( 0 ) -> 0.0",
+    // Names.
+    "X -> 7", "X / 2 -> 3", "Y * 2 -> 5.0", "FOUR + X -> 11", "SUM * 2 -> 16", " \t\nX\r\n+ 1 -> 8",
+    // Whatever follows a complete expression is ignored, and an operator at the end does nothing.
+    "1 2 -> 1", "1) -> 1", "1 + -> 1", "1 ? 2 -> 2", "2 * (3 + -> 3", "1e -> 1.0", "2. -> 2.0", "1.5e2 -> 150.0",
+    "1E+2 -> 100.0", "0x1e -> 30"};
 
-void PrintTo(const value_case& given, std::ostream* out) { *out << given.formula; }
-
-class FormulaValue : public testing::TestWithParam<value_case> {};
-
-TEST_P(FormulaValue, IsExact) {
-    const auto value = run(GetParam().formula);
-    ASSERT_TRUE(value) << GetParam().formula << ": " << value.error().text;
-    const tValue expected = GetParam().expected;
-    EXPECT_EQ(value->is_integer(), expected.is_integer()) << GetParam().formula;
-    if (expected.is_integer()) {
-        EXPECT_EQ(value->to_integer(), expected.to_integer()) << GetParam().formula;
-    } else if (std::isnan(expected.to_double())) {
-        EXPECT_TRUE(std::isnan(value->to_double())) << GetParam().formula;
-    } else {
-        EXPECT_EQ(value->to_double(), expected.to_double()) << GetParam().formula;
+TEST(Formula, ValuesAreExact) {
+    for (const std::string& row : results) {
+        SCOPED_TRACE(row);
+        const auto arrow = row.rfind(" -> ");
+        const auto value = run(row.substr(0, arrow));
+        ASSERT_TRUE(value) << value.error().text;
+        const std::string expected = row.substr(arrow + 4);
+        const bool is_integer = expected.find_first_of(".n") == expected.npos; // n: of inf and nan
+        EXPECT_EQ(value->is_integer(), is_integer);
+        const double real = std::strtod(expected.c_str(), nullptr);
+        if (is_integer) {
+            EXPECT_EQ(value->to_integer(), std::stoll(expected));
+        } else if (std::isnan(real)) {
+            EXPECT_TRUE(std::isnan(value->to_double()));
+        } else {
+            EXPECT_EQ(value->to_double(), real);
+        }
     }
 }
 
-constexpr int64_t i(int64_t value) { return value; }
-
-INSTANTIATE_TEST_SUITE_P(Arithmetic, FormulaValue,
-                         testing::Values(value_case{"7 / 2", i(3)}, value_case{"7 / 2.0", 3.5},
-                                         value_case{"-7 / 2", i(-3)}, value_case{"-7 % 3", i(-1)},
-                                         value_case{"7.6 % 3", i(2)}, value_case{"2 ** -1", i(0)},
-                                         value_case{"2.0 ** -1", 0.5}, value_case{"2 ** 3", i(8)},
-                                         value_case{"1.0 / 0", infinity}, value_case{"0x7FFFFFFFFFFFFFFF + 1", lowest},
-                                         value_case{"-9223372036854775808", lowest}, value_case{"1 - 2", i(-1)},
-                                         value_case{"3 * 1.5", 4.5}, value_case{"0xFFFFFFFFFFFFFFFF", i(-1)},
-                                         value_case{"10 ** 30", highest}));
-
-// The precedence of this language, not that of C.
-INSTANTIATE_TEST_SUITE_P(Precedence, FormulaValue,
-                         testing::Values(value_case{"1 + 2 * 3", i(7)}, value_case{"1 = 1 + 0", i(1)},
-                                         value_case{"2 ** 3 ** 2", i(64)}, value_case{"2 * 3 ** 2", i(36)},
-                                         value_case{"2 = 1 && 1 = 1", i(0)}, value_case{"1 = 1 && 2 = 2", i(0)},
-                                         value_case{"3 & 1 = 1", i(1)}, value_case{"1 | 2 + 1", i(3)},
-                                         value_case{"1 << 1 + 1", i(4)}, value_case{"10 - 4 - 3", i(3)},
-                                         value_case{"-2 ** 2", i(4)}, value_case{"~1 + 1", i(-1)},
-                                         value_case{"0 ? 1 : 0 ? 2 : 3", i(3)}, value_case{"1 ? 2 : 3 + 10", i(2)},
-                                         value_case{"0 && 0 || 1", i(1)}));
-
-INSTANTIATE_TEST_SUITE_P(BitsAndComparisons, FormulaValue,
-                         testing::Values(value_case{"5.5 & 3", i(2)}, value_case{"-1 >> 1", i(-1)},
-                                         value_case{"1 << 64", i(1)}, value_case{"1 << 65", i(2)},
-                                         value_case{"6 ^ 3", i(5)}, value_case{"~0", i(-1)}, value_case{"~2.5", i(-4)},
-                                         value_case{"1.5 > 1", i(1)}, value_case{"2 >= 2", i(1)},
-                                         value_case{"2 <> 2", i(0)}, value_case{"2 <= 1", i(0)},
-                                         value_case{"0.0 / 0.0 = 0.0 / 0.0", i(0)},
-                                         value_case{"(0.0 / 0.0) <> 1", i(1)}, value_case{"(0.0 / 0.0) < 1", i(0)},
-                                         value_case{"(0.0 / 0.0) && 1", i(1)}, value_case{"0.5 || 0", i(1)},
-                                         value_case{"0.0 || 0", i(0)}, value_case{"0.1 ? 5 : 6", i(5)}));
-
-INSTANTIATE_TEST_SUITE_P(
-    Functions, FormulaValue,
-    testing::Values(value_case{"FLOOR(2)", 2.0}, value_case{"ABS(-3)", 3.0}, value_case{"sqrt(16)", 4.0},
-                    value_case{"TRUNC(-2.7)", -2.0}, value_case{"CEIL(2.1)", 3.0}, value_case{"LG(1000)", 3.0},
-                    value_case{"LN(1)", 0.0}, value_case{"exp(0)", 1.0}, value_case{"NEG(3)", i(-3)},
-                    value_case{"NEG(1.5)", -1.5}, value_case{"SGN(-3)", i(-1)}, value_case{"SGN(0)", i(0)},
-                    value_case{"SGN(-0.5)", -1.0}, value_case{"SGN(0.0)", 0.0}, value_case{"SGN(0.0/0.0)", 1.0},
-                    value_case{"ROUND(2.5, 0)", 3.0}, value_case{"ROUND(-2.5, 0)", -3.0},
-                    value_case{"ROUND(2.45, 1)", 2.5}, value_case{"ROUND(1234, 0 - 2)", 1200.0},
-                    value_case{"ROUND(-2.4, 0)", -2.0}, value_case{"SIN(0)", 0.0}, value_case{"cos(0)", 1.0},
-                    value_case{"ASIN(2)", std::numeric_limits<double>::quiet_NaN()},
-                    value_case{"PI", 3.141592653589793}, value_case{"E", 2.718281828459045},
-                    value_case{"ATAN ( 0 )", 0.0}));
-
-INSTANTIATE_TEST_SUITE_P(Names, FormulaValue,
-                         testing::Values(value_case{"X", i(7)}, value_case{"X / 2", i(3)}, value_case{"Y * 2", 5.0},
-                                         value_case{"FOUR + X", i(11)}, value_case{"SUM * 2", i(16)},
-                                         value_case{" \t\nX\r\n+ 1", i(8)}));
-
-// Whatever follows a complete expression is ignored, and an operator at the end does nothing.
-INSTANTIATE_TEST_SUITE_P(Leftovers, FormulaValue,
-                         testing::Values(value_case{"1 2", i(1)}, value_case{"1)", i(1)}, value_case{"1 +", i(1)},
-                                         value_case{"1 ? 2", i(2)}, value_case{"2 * (3 +", i(3)}, value_case{"1e", 1.0},
-                                         value_case{"2.", 2.0}, value_case{"1.5e2", 150.0}, value_case{"1E+2", 100.0},
-                                         value_case{"0x1e", i(30)}));
-
-struct status_case {
-    const char* formula;
-    parse_status status;
-};
-
-void PrintTo(const status_case& given, std::ostream* out) { *out << given.formula; }
-
-class FormulaStatus : public testing::TestWithParam<status_case> {};
-
-TEST_P(FormulaStatus, IsReported) {
-    std::vector<std::string> lines;
-    compile_report report;
-    const auto program = compile_formula(
-        GetParam().formula, lookup, [&](std::string_view line) { lines.emplace_back(line); }, &report);
-    EXPECT_EQ(report.status, GetParam().status) << GetParam().formula << ": " << status_text(report.status);
-    const bool good = GetParam().status <= parse_status::end_of_text;
-    EXPECT_EQ(program.has_value(), good);
-    if (good) {
-        EXPECT_TRUE(lines.empty());
-        return;
+TEST(Formula, WhatIsNoneIsReported) {
+    using enum parse_status;
+    const std::pair<parse_status, std::vector<std::string>> rows[] = {
+        {end_of_text, {"", "1 +", "1 ? 2"}},
+        {success, {"1"}},
+        {invalid_token, {"#", "1 #", "(1 #", "1e999", "99999999999999999999999"}},
+        {unknown_variable, {"Z", "x", ".5"}},
+        {unknown_function, {"FOO(1)", "round(2,1)", "ROUND(2.5)", "Sin(1)", "ATAN(1,2)", "ROUND(1,2,3)"}},
+        {no_closing_parenthesis_or_comma, {"SIN(1"}},
+        {no_colon, {"1 ? 2 3"}},
+        {no_closing_parenthesis, {"(1"}},
+        {nothing_after_unary, {"~", "*"}},
+        {no_factor, {"* 1", "() 1"}},
+    };
+    for (const auto& [status, formulas] : rows) {
+        for (const std::string& formula : formulas) {
+            SCOPED_TRACE(formula);
+            std::vector<std::string> lines;
+            compile_report report;
+            const auto program = compile_formula(
+                formula, lookup, [&](std::string_view line) { lines.emplace_back(line); }, &report);
+            EXPECT_EQ(report.status, status) << status_text(report.status);
+            const bool good = status <= end_of_text;
+            EXPECT_EQ(program.has_value(), good);
+            EXPECT_EQ(lines.empty(), good);
+            if (good || lines.empty()) continue;
+            EXPECT_EQ(program.error(), genicam_errc::bad_formula);
+            EXPECT_TRUE(lines.back().starts_with("km_parse_tree failed with result=" +
+                                                 std::to_string(static_cast<int>(status)) + ". Last token view: '"))
+                << lines.back();
+        }
     }
-    EXPECT_EQ(program.error(), genicam_errc::bad_formula);
-    ASSERT_FALSE(lines.empty());
-    EXPECT_TRUE(lines.back().starts_with(
-        "km_parse_tree failed with result=" + std::to_string(static_cast<int>(report.status)) + ". Last token view: '"))
-        << lines.back();
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    All, FormulaStatus,
-    testing::Values(
-        status_case{"", parse_status::end_of_text}, status_case{"1 +", parse_status::end_of_text},
-        status_case{"1", parse_status::success}, status_case{"#", parse_status::invalid_token},
-        status_case{"1 #", parse_status::invalid_token}, status_case{"(1 #", parse_status::invalid_token},
-        status_case{"Z", parse_status::unknown_variable}, status_case{"x", parse_status::unknown_variable},
-        status_case{".5", parse_status::unknown_variable}, status_case{"FOO(1)", parse_status::unknown_function},
-        status_case{"round(2,1)", parse_status::unknown_function},
-        status_case{"ROUND(2.5)", parse_status::unknown_function},
-        status_case{"Sin(1)", parse_status::unknown_function}, status_case{"ATAN(1,2)", parse_status::unknown_function},
-        status_case{"ROUND(1,2,3)", parse_status::unknown_function},
-        status_case{"SIN(1", parse_status::no_closing_parenthesis_or_comma},
-        status_case{"1 ? 2 3", parse_status::no_colon}, status_case{"1 ? 2", parse_status::end_of_text},
-        status_case{"(1", parse_status::no_closing_parenthesis}, status_case{"~", parse_status::nothing_after_unary},
-        status_case{"*", parse_status::nothing_after_unary}, status_case{"* 1", parse_status::no_factor},
-        status_case{"() 1", parse_status::no_factor}, status_case{"1e999", parse_status::invalid_token},
-        status_case{"99999999999999999999999", parse_status::invalid_token}));
 
 TEST(Formula, RunErrorsAreValues) {
-    struct error_case {
+    const char* const no_division = "Integer division without a result.";
+    const char* const no_variable = "Failed to look up variable name.";
+    const struct {
         const char* formula;
         genicam_errc code;
         const char* text;
+    } rows[] = {
+        {"", genicam_errc::not_implemented, ""},
+        {"1 / 0", genicam_errc::bad_formula, no_division},
+        {"1 % 0", genicam_errc::bad_formula, no_division},
+        {"(0 - 0x7FFFFFFFFFFFFFFF - 1) / -1", genicam_errc::bad_formula, no_division},
+        {"(0 - 0x7FFFFFFFFFFFFFFF - 1) % -1", genicam_errc::bad_formula, no_division},
+        {"BAD + 1", genicam_errc::timeout, no_variable},
+        {"1 ? 2 : BAD", genicam_errc::timeout, no_variable}, // both branches are evaluated
+        {"NONE + BAD", genicam_errc::timeout, no_variable},
+        {"NONE + 1", genicam_errc::bad_formula, "Failed to get 2 parameters for binary function."},
+        {"-NONE", genicam_errc::bad_formula, "Failed to get 1 parameter for unary function."},
+        {"NONE ? 1 : 2", genicam_errc::bad_formula, "Failed to get 3 parameters for condition operator."},
     };
-    for (const auto& [formula, code, text] : {
-             error_case{"", genicam_errc::not_implemented, ""},
-             error_case{"1 / 0", genicam_errc::bad_formula, "Integer division without a result."},
-             error_case{"1 % 0", genicam_errc::bad_formula, "Integer division without a result."},
-             error_case{"(0 - 0x7FFFFFFFFFFFFFFF - 1) / -1", genicam_errc::bad_formula,
-                        "Integer division without a result."},
-             error_case{"(0 - 0x7FFFFFFFFFFFFFFF - 1) % -1", genicam_errc::bad_formula,
-                        "Integer division without a result."},
-             error_case{"BAD + 1", genicam_errc::timeout, "Failed to look up variable name."},
-             // Both branches are evaluated, so an error in the unused one counts.
-             error_case{"1 ? 2 : BAD", genicam_errc::timeout, "Failed to look up variable name."},
-             error_case{"NONE + BAD", genicam_errc::timeout, "Failed to look up variable name."},
-             error_case{"NONE + 1", genicam_errc::bad_formula, "Failed to get 2 parameters for binary function."},
-             error_case{"-NONE", genicam_errc::bad_formula, "Failed to get 1 parameter for unary function."},
-             error_case{"NONE ? 1 : 2", genicam_errc::bad_formula,
-                        "Failed to get 3 parameters for condition operator."},
-         }) {
+    for (const auto& [formula, code, text] : rows) {
         const auto value = run(formula);
         ASSERT_FALSE(value) << formula;
         EXPECT_EQ(value.error().code, code) << formula;

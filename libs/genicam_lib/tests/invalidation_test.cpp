@@ -151,9 +151,7 @@ TEST(Invalidation, DependentNodesAreListedBreadthFirst) {
                        " | Integer S: Value 1, pSelected A"};
     std::vector<INode*> nodes;
     sut.doc->find_node("R")->get_dependent_nodes(nodes);
-    std::vector<std::string> names;
-    for (const INode* node : nodes) names.emplace_back(node->get_name());
-    EXPECT_THAT(names, ::testing::ElementsAre("A", "B", "S", "C"));
+    EXPECT_EQ(names_of(nodes), "A B S C");
 }
 
 // A port with an event's number holds a copy of what the event carries; a node with it is only invalidated.

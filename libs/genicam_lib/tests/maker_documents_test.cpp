@@ -32,8 +32,7 @@ void check_cache(IGenICamDoc& doc) {
         return static_cast<std::byte>((static_cast<uint64_t>(at) * 2654435761U) >> 16 & 0x7F);
     };
     ASSERT_THAT(doc.find<IPort>("Device")->bind(&device, bind_flags::clear_cache | bind_flags::invalidate), Passes());
-    std::vector<INode*> nodes;
-    doc.for_each_node([&](INode* node) { nodes.push_back(node); });
+    const auto nodes = nodes_of(doc);
     const auto compare = [&](const char* when) {
         const auto one = [&](INode* node) {
             EXPECT_EQ(value_text(*node, 0), value_text(*node, bypass_cache)) << node->get_name() << " " << when;
@@ -54,28 +53,27 @@ void check_cache(IGenICamDoc& doc) {
     doc.find<IPort>("Device")->unbind(bind_flags::clear_cache | bind_flags::invalidate);
 }
 
-void check(const std::string& text, int least_nodes) {
+void check(const std::string& text, std::size_t least_nodes) {
     log_capture log;
     const auto doc = create_document(text);
     ASSERT_NE(doc, nullptr);
     EXPECT_THAT(log.lines, ::testing::IsEmpty());
-    int nodes = 0;
-    doc->for_each_node([&](INode*) { ++nodes; });
-    EXPECT_GT(nodes, least_nodes);
-    doc->for_each_node([](INode* node) { EXPECT_EQ(node->get_fault(), "") << node->get_name(); });
+    const auto nodes = nodes_of(*doc);
+    EXPECT_GT(nodes.size(), least_nodes);
+    for (const INode* node : nodes) EXPECT_EQ(node->get_fault(), "") << node->get_name();
     EXPECT_GT(doc->get_root_features().size(), 20u);
     EXPECT_FALSE(doc->get_document_info().vendor_name.empty());
 
     // Against a device whose every register reads 0: values come and formulas run.
     counting_device device;
     ASSERT_THAT(doc->find<IPort>("Device")->bind(&device, 0), Passes());
-    int values = 0;
-    doc->for_each_node([&](INode* node) {
+    std::size_t values = 0;
+    for (INode* node : nodes) {
         read_everything(*node);
         const std::string value = value_text(*node, 0);
         values += !value.empty() && value[0] != '!';
-    });
-    EXPECT_GT(values, nodes / 2);
+    }
+    EXPECT_GT(values, nodes.size() / 2);
     EXPECT_GT(device.reads, 10);
     doc->find<IPort>("Device")->unbind(0);
     check_cache(*doc);

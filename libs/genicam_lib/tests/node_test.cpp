@@ -37,24 +37,16 @@ TEST(Node, TellsItsStaticProperties) {
 
 TEST(Node, HasDefaultsForEverything) {
     const document sut{"<Integer><Value>1</Value></Integer><Float Name=\"F\"><Value>1</Value></Float>"};
-    INode* node = nullptr;
-    sut.doc->for_each_node([&](INode* each) { node = node != nullptr ? node : each; });
-    EXPECT_EQ(node->get_name(), "");
-    EXPECT_EQ(node->get_display_name(), "");
-    EXPECT_EQ(node->get_name_space(), NameSpace_t::Custom);
-    EXPECT_EQ(node->get_merge_priority(), MergePriority_t::Mid);
-    EXPECT_EQ(node->get_expose_static(), std::nullopt);
-    EXPECT_EQ(node->getVisibility(), Visibility_t::Beginner);
-    EXPECT_EQ(node->get_event_id(), std::nullopt);
-    EXPECT_EQ(node->get_alias(), nullptr);
-    EXPECT_FALSE(node->is_deprecated());
-    EXPECT_FALSE(node->is_streamable());
-    EXPECT_TRUE(node->is_implemented());
-    EXPECT_TRUE(node->is_available());
-    EXPECT_FALSE(node->is_locked());
-    EXPECT_EQ(node->get_access_mode(), Access_t::RW);
-    EXPECT_TRUE(node->get_selecting_nodes().empty());
-    EXPECT_EQ(node->get_is_locked_node(), nullptr);
+    const INode& node = *nodes_of(*sut.doc).front();
+    EXPECT_EQ(std::string{node.get_name()} + std::string{node.get_display_name()}, "");
+    EXPECT_EQ(node.get_name_space(), NameSpace_t::Custom);
+    EXPECT_EQ(node.get_merge_priority(), MergePriority_t::Mid);
+    EXPECT_EQ(node.getVisibility(), Visibility_t::Beginner);
+    EXPECT_EQ(node.get_access_mode(), Access_t::RW);
+    EXPECT_TRUE(node.is_implemented() && node.is_available());
+    EXPECT_FALSE(node.is_locked() || node.is_deprecated() || node.is_streamable());
+    EXPECT_FALSE(node.get_expose_static() || node.get_event_id() || node.get_alias() || node.get_is_locked_node());
+    EXPECT_TRUE(node.get_selecting_nodes().empty());
     const IFloat& real = sut.real("F");
     EXPECT_EQ(real.get_representation(), FloatRepresentation_t::PureNumber);
     EXPECT_EQ(real.get_display_notation(), DisplayNotation_t::Automatic);
@@ -66,6 +58,7 @@ TEST(BuildMessage, NamesTheFault) {
         const char* nodes;
         std::vector<std::string> lines;
     };
+    const std::string lookup = "1 GenICam::impl::converter::build_formula_name_lookup, ";
     for (const auto& [nodes, lines] :
          {row{"Float N: pValue M, ImposedAccessMode XX | Float M: Value 1",
               {"1 N. Failed to parse 'ImposedAccessMode' node contents: 'XX'."}},
@@ -133,16 +126,11 @@ TEST(BuildMessage, NamesTheFault) {
           row{"IntSwissKnife A: Constant 1, Constant@C 1.5, pVariable S, pVariable@V.Entry.X S,"
               " pVariable@V.Entry.Y E, pVariable@V.Max S, Expression 1, Expression@P #, Formula 1"
               " | String S: Value a | Enumeration E: Value 0",
-              {"1 GenICam::impl::converter::build_formula_name_lookup, failed to parse Constant "
-               "xml-node,because it has no 'Name' attribute content='1'.",
-               "1 GenICam::impl::converter::build_formula_name_lookup, failed to parse Constant named='C' "
-               "content='1.5'.",
-               "1 GenICam::impl::converter::build_formula_name_lookup, failed to parse pVariable xml-node, "
-               "because it has no 'Name' attribute.",
-               "1 GenICam::impl::converter::build_formula_name_lookup, did not find enumeration for pVariable "
-               "with '.Entry' specifier.",
-               "1 GenICam::impl::converter::build_formula_name_lookup, did not find entry in enumeration for "
-               "pVariable with '.Entry' specifier.",
+              {lookup + "failed to parse Constant xml-node,because it has no 'Name' attribute content='1'.",
+               lookup + "failed to parse Constant named='C' content='1.5'.",
+               lookup + "failed to parse pVariable xml-node, because it has no 'Name' attribute.",
+               lookup + "did not find enumeration for pVariable with '.Entry' specifier.",
+               lookup + "did not find entry in enumeration for pVariable with '.Entry' specifier.",
                "1 A, invalid node type for pVariable with '.Min' specifier.",
                "1 A, failed to parse Expression xml-node, because it has no 'Name' attribute.",
                "1 km_parse_tree failed with result=2. Last token view: '#'.",

@@ -4,68 +4,51 @@
 namespace GenICam::testing {
 namespace {
 
-struct integer_case {
-    const char* name;
-    const char* more; // length and kind
-    const char* bytes;
-    const char* value;
-    const char* min;
-    const char* max;
-};
-
-class IntegerRegister : public ::testing::TestWithParam<integer_case> {};
-
-TEST_P(IntegerRegister, ReadsAndWritesItsBytes) {
-    const auto& p = GetParam();
-    document sut{std::string{"IntReg R: Address 0x10, "} + p.more};
-    const auto is = [](const char* what, const char* value) { return std::string{what} + value; };
-    script{sut}.run({is("[0x10] := ", p.bytes), is("R = ", p.value), is("R.min = ", p.min), is("R.max = ", p.max),
-                     "R.inc = 1", "[0x10] := 77 77 77 77 77 77 77 77 77", is("R := ", p.value),
-                     is("[0x10] = ", p.bytes)});
-    EXPECT_EQ(sut.device.memory.at(static_cast<int64_t>(0x10 + (std::strlen(p.bytes) + 1) / 3)), std::byte{0x77});
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    All, IntegerRegister,
-    ::testing::Values(integer_case{"Big4", "Length 4", "12 34 56 78", "0x12345678", "0", "0xFFFFFFFF"},
-                      integer_case{"Little4", "Length 4, Endianess LittleEndian", "78 56 34 12", "0x12345678", "0",
-                                   "0xFFFFFFFF"},
-                      integer_case{"BigSigned2", "Length 2, Sign Signed", "ff fe", "-2", "-32768", "32767"},
-                      integer_case{"LittleSigned3", "Length 3, Endianess LittleEndian, Sign Signed", "fe ff ff", "-2",
-                                   "-0x800000", "0x7FFFFF"},
-                      integer_case{"One", "Length 1", "ff", "255", "0", "255"},
-                      integer_case{"OneSigned", "Length 1, Sign Signed", "80", "-128", "-128", "127"},
-                      integer_case{"Eight", "Length 8", "ff ff ff ff ff ff ff ff", "-1", "0", "highest"},
-                      integer_case{"EightSigned", "Length 8, Endianess LittleEndian, Sign Signed",
-                                   "01 00 00 00 00 00 00 80", "-9223372036854775807", "lowest", "highest"}),
-    case_name{});
-
-struct address_case {
-    const char* name;
-    const char* terms;
-    int64_t address;
-};
-
-class RegisterAddress : public ::testing::TestWithParam<address_case> {};
-
-TEST_P(RegisterAddress, IsTheSumOfItsTerms) {
-    document sut{std::string{"Integer Three: Value 3 | Integer Ten: Value 10 | IntReg R: Length 2, Address 0x100, "} +
-                 GetParam().terms};
-    sut.device.put(GetParam().address, {0x12, 0x34});
-    EXPECT_THAT(sut.integer("R").get_val(0), Gives(0x1234));
+TEST(Registers, IntegersAreReadAndWrittenAsTheirBytes) {
+    const struct {
+        const char *more, *bytes, *value, *min, *max; // more: length and kind
+    } rows[] = {
+        {"Length 4", "12 34 56 78", "0x12345678", "0", "0xFFFFFFFF"},
+        {"Length 4, Endianess LittleEndian", "78 56 34 12", "0x12345678", "0", "0xFFFFFFFF"},
+        {"Length 2, Sign Signed", "ff fe", "-2", "-32768", "32767"},
+        {"Length 3, Endianess LittleEndian, Sign Signed", "fe ff ff", "-2", "-0x800000", "0x7FFFFF"},
+        {"Length 1", "ff", "255", "0", "255"},
+        {"Length 1, Sign Signed", "80", "-128", "-128", "127"},
+        {"Length 8", "ff ff ff ff ff ff ff ff", "-1", "0", "highest"},
+        {"Length 8, Endianess LittleEndian, Sign Signed", "01 00 00 00 00 00 00 80", "-9223372036854775807", "lowest",
+         "highest"},
+    };
+    for (const auto& [more, bytes, value, min, max] : rows) {
+        SCOPED_TRACE(more);
+        document sut{std::string{"IntReg R: Address 0x10, "} + more};
+        const auto is = [](const char* what, const char* text) { return std::string{what} + text; };
+        script{sut}.run({is("[0x10] := ", bytes), is("R = ", value), is("R.min = ", min), is("R.max = ", max),
+                         "R.inc = 1", "[0x10] := 77 77 77 77 77 77 77 77 77", is("R := ", value),
+                         is("[0x10] = ", bytes)});
+        EXPECT_EQ(sut.device.memory.at(static_cast<int64_t>(0x10 + (std::strlen(bytes) + 1) / 3)), std::byte{0x77});
+    }
 }
 
 // Without an offset the index counts register lengths.
-INSTANTIATE_TEST_SUITE_P(
-    All, RegisterAddress,
-    ::testing::Values(address_case{"Sum", "Address 16", 0x110}, address_case{"Negative", "Address -16", 0xF0},
-                      address_case{"Linked", "pAddress Ten, pAddress Three", 0x10D},
-                      address_case{"Knife", "IntSwissKnife@K {pVariable@T Three, Formula T * 0x10}", 0x130},
-                      address_case{"Index", "pIndex Three", 0x106},
-                      address_case{"IndexOffset", "pIndex@Offset=0x20 Three", 0x160},
-                      address_case{"IndexZeroOffset", "pIndex@Offset=0 Three", 0x106},
-                      address_case{"IndexLinkedOffset", "pIndex@pOffset=Ten Three", 0x11E}),
-    case_name{});
+TEST(Registers, AddressesAreTheSumOfTheirTerms) {
+    const std::pair<const char*, int64_t> rows[] = {
+        {"Address 16", 0x110},
+        {"Address -16", 0xF0},
+        {"pAddress Ten, pAddress Three", 0x10D},
+        {"IntSwissKnife@K {pVariable@T Three, Formula T * 0x10}", 0x130},
+        {"pIndex Three", 0x106},
+        {"pIndex@Offset=0x20 Three", 0x160},
+        {"pIndex@Offset=0 Three", 0x106},
+        {"pIndex@pOffset=Ten Three", 0x11E},
+    };
+    for (const auto& [terms, address] : rows) {
+        document sut{std::string{"Integer Three: Value 3 | Integer Ten: Value 10"
+                                 " | IntReg R: Length 2, Address 0x100, "} +
+                     terms};
+        sut.device.put(address, {0x12, 0x34});
+        EXPECT_THAT(sut.integer("R").get_val(0), Gives(0x1234)) << terms;
+    }
+}
 
 TEST(Registers, AFailingAddressTermIsNamed) {
     for (const auto& [term, element] : {std::pair{"pAddress Bad", "pAddress"}, std::pair{"pIndex Bad", "pIndex"},
@@ -77,50 +60,39 @@ TEST(Registers, AFailingAddressTermIsNamed) {
     }
 }
 
-struct masked_case {
-    const char* name;
-    const char* children;
-    const char* bytes;
-    int64_t value;
-    int64_t written;
-    const char* bytes_written;
-};
-
-class MaskedRegister : public ::testing::TestWithParam<masked_case> {};
-
-TEST_P(MaskedRegister, ReadsAndChangesItsBits) {
-    const auto& p = GetParam();
-    document sut{std::string{"MaskedIntReg R: Address 0, "} + p.children};
-    script{sut}.run({std::string{"[0] := "} + p.bytes, "R/bypass_cache = " + std::to_string(p.value),
-                     "R/bypass_cache := " + std::to_string(p.written), std::string{"[0] = "} + p.bytes_written});
-}
-
 // The standard counts bits from the top of a big endian register: bit 0 is the mask 0x80000000.
-INSTANTIATE_TEST_SUITE_P(
-    All, MaskedRegister,
-    ::testing::Values(
-        masked_case{"BigBit0", "Length 4, Bit 0", "80 00 00 00", 1, 0, "00 00 00 00"},
-        masked_case{"BigBit31", "Length 4, Bit 31", "00 00 00 01", 1, 1, "00 00 00 01"},
-        masked_case{"LittleBit0", "Length 4, Bit 0, Endianess LittleEndian", "01 00 00 00", 1, 0, "00 00 00 00"},
-        masked_case{"BigRange", "Length 4, LSB 23, MSB 8", "aa 12 34 bb", 0x1234, 0xFFFF, "aa ff ff bb"},
-        masked_case{"LittleRange", "Length 4, LSB 8, MSB 23, Endianess LittleEndian", "aa 34 12 bb", 0x1234, 0x5678,
-                    "aa 78 56 bb"},
-        masked_case{"BigRangeTheOtherWayRound", "Length 4, LSB 8, MSB 15", "aa 12 bb bb", 0x12, 0x34, "aa 34 bb bb"},
-        masked_case{"LittleRangeTheOtherWayRound", "Length 4, LSB 15, MSB 8, Endianess LittleEndian", "aa 12 bb bb",
-                    0x12, 0x34, "aa 34 bb bb"},
-        masked_case{"Signed", "Length 4, LSB 31, MSB 28, Sign Signed", "00 00 00 0f", -1, -8, "00 00 00 08"},
-        masked_case{"ValueIsCutToTheField", "Length 4, LSB 31, MSB 28", "00 00 00 10", 0, 0x123, "00 00 00 13"},
-        masked_case{"LengthZeroIsFour", "Length 0, Bit 0", "80 00 00 00", 1, 0, "00 00 00 00"},
-        masked_case{"NoBitsIsBit0", "Length 4, LSB 1", "80 00 00 00", 1, 0, "00 00 00 00"},
-        masked_case{"OutsideTheRegisterIsEmpty", "Length 4, Bit 40", "01 02 03 04", 0, 1, "01 02 03 04"},
-        masked_case{"LittleOfTwo", "Length 2, LSB 0, MSB 15, Endianess LittleEndian", "34 12 09 09 09", 0x1234, 0x5678,
-                    "78 56 09 09 09"},
-        masked_case{"BigOfTwo", "Length 2, LSB 14, MSB 0", "aa bb 09 09 09", 0x555D, 0x1234, "24 69 09 09 09"},
-        masked_case{"BigOfEight", "Length 8, LSB 63, MSB 32", "01 02 03 04 05 06 07 08 09", 0x05060708, 0x11121314,
-                    "01 02 03 04 11 12 13 14 09"},
-        masked_case{"LittleOfEight", "Length 8, LSB 32, MSB 63, Sign Signed, Endianess LittleEndian",
-                    "01 02 03 04 fe ff ff ff 09", -2, -3, "01 02 03 04 fd ff ff ff 09"}),
-    case_name{});
+TEST(Registers, MaskedOnesReadAndChangeTheirBits) {
+    const struct {
+        const char *children, *bytes;
+        int64_t value, written;
+        const char* bytes_written;
+    } rows[] = {
+        {"Length 4, Bit 0", "80 00 00 00", 1, 0, "00 00 00 00"},
+        {"Length 4, Bit 31", "00 00 00 01", 1, 1, "00 00 00 01"},
+        {"Length 4, Bit 0, Endianess LittleEndian", "01 00 00 00", 1, 0, "00 00 00 00"},
+        {"Length 4, LSB 23, MSB 8", "aa 12 34 bb", 0x1234, 0xFFFF, "aa ff ff bb"},
+        {"Length 4, LSB 8, MSB 23, Endianess LittleEndian", "aa 34 12 bb", 0x1234, 0x5678, "aa 78 56 bb"},
+        {"Length 4, LSB 8, MSB 15", "aa 12 bb bb", 0x12, 0x34, "aa 34 bb bb"}, // the other way round
+        {"Length 4, LSB 15, MSB 8, Endianess LittleEndian", "aa 12 bb bb", 0x12, 0x34, "aa 34 bb bb"},
+        {"Length 4, LSB 31, MSB 28, Sign Signed", "00 00 00 0f", -1, -8, "00 00 00 08"},
+        {"Length 4, LSB 31, MSB 28", "00 00 00 10", 0, 0x123, "00 00 00 13"}, // the value is cut
+        {"Length 0, Bit 0", "80 00 00 00", 1, 0, "00 00 00 00"},              // as of 4
+        {"Length 4, LSB 1", "80 00 00 00", 1, 0, "00 00 00 00"},              // as bit 0
+        {"Length 4, Bit 40", "01 02 03 04", 0, 1, "01 02 03 04"},             // none of its bits
+        {"Length 2, LSB 0, MSB 15, Endianess LittleEndian", "34 12 09 09 09", 0x1234, 0x5678, "78 56 09 09 09"},
+        {"Length 2, LSB 14, MSB 0", "aa bb 09 09 09", 0x555D, 0x1234, "24 69 09 09 09"},
+        {"Length 8, LSB 63, MSB 32", "01 02 03 04 05 06 07 08 09", 0x05060708, 0x11121314,
+         "01 02 03 04 11 12 13 14 09"},
+        {"Length 8, LSB 32, MSB 63, Sign Signed, Endianess LittleEndian", "01 02 03 04 fe ff ff ff 09", -2, -3,
+         "01 02 03 04 fd ff ff ff 09"},
+    };
+    for (const auto& [children, bytes, value, written, bytes_written] : rows) {
+        SCOPED_TRACE(children);
+        document sut{std::string{"MaskedIntReg R: Address 0, "} + children};
+        script{sut}.run({std::string{"[0] := "} + bytes, "R/bypass_cache = " + std::to_string(value),
+                         "R/bypass_cache := " + std::to_string(written), std::string{"[0] = "} + bytes_written});
+    }
+}
 
 const script_case registers[] = {
     // Nothing checks that a value fits: the low bytes go out.
@@ -157,6 +129,19 @@ const script_case registers[] = {
      " StructEntry@High {LSB 24, MSB 31, Sign Signed, AccessMode RO}",
      {"[0x20] := 11 22 33 ff", "Low = 0x11", "High = -1", "Low := 0x55", "[0x20] = 55 22 33 ff",
       "High := 1 ! access_denied"}},
+    {"StructEntriesTakeWhatTheyDoNotState",
+     "Integer No: Value 0 | Integer Yes: Value 1 | Reg Trigger@8"
+     " | StructReg: Address 16, Length 4, AccessMode RO, StructEntry@Read {Bit 0}, "
+     "StructEntry@Own {Bit 1, AccessMode RW}"
+     " | StructReg: Address 20, Length 4, pIsImplemented No, StructEntry@Missing {Bit 0}"
+     " | StructReg: Address 24, Length 4, pIsAvailable No, StructEntry@Off {Bit 0}, "
+     "StructEntry@On {Bit 1, pIsAvailable Yes}"
+     " | StructReg: Address 28, Length 4, pIsLocked Yes, AccessMode WO, StructEntry@Locked {Bit 0}"
+     " | StructReg: Address 32, Length 4, Cachable WriteThrough, pInvalidator Trigger, "
+     "StructEntry@Kept {LSB 31, MSB 24}",
+     {"Read := 1 ! access_denied", "Own := 1", "Missing := 1 ! node_not_implemented", "Off := 1 ! node_not_available",
+      "On := 1", "Locked := 1 ! node_locked", "Kept = 0", "[32] := 00 00 00 07", "Kept = 0", "Trigger := 1",
+      "Kept = 7"}},
     {"TextsEndAtTheFirstNul",
      "StringReg R: Address 0, Length 6, Cachable NoCache",
      {"[0] := 61 62 00 78 79 7a", "R = ab", "R.max_length = 6"}},
@@ -221,30 +206,6 @@ TEST(Registers, TextsKeepTheirNulsWhenRaw) {
     sut.device.put(0, {'?', '?', '?', '?'});
     EXPECT_THAT(node.set_val(std::string_view("a\0b", 3), 0), Passes());
     EXPECT_THAT(node.get_val(raw_string), Gives(std::string("a\0b?", 4)));
-}
-
-TEST(Registers, StructEntriesTakeWhatTheyDoNotState) {
-    const auto entry = [](const std::string& structure, const std::string& own) {
-        return "Integer No: Value 0 | Integer Yes: Value 1 | Reg Trigger@8 | StructReg: Address 0, Length 4, Cachable"
-               " WriteThrough, Endianess LittleEndian" +
-               structure + ", StructEntry@E {LSB 0, MSB 7" + own + "}";
-    };
-    struct row {
-        const char* structure;
-        const char* own;
-        const char* write;
-    };
-    for (const auto& [structure, own, write] :
-         {row{", AccessMode RO", "", "E := 1 ! access_denied"}, row{", AccessMode RO", ", AccessMode RW", "E := 1"},
-          row{", pIsImplemented No", "", "E := 1 ! node_not_implemented"},
-          row{", pIsAvailable No", "", "E := 1 ! node_not_available"},
-          row{", pIsAvailable No", ", pIsAvailable Yes", "E := 1"},
-          row{", pIsLocked Yes, AccessMode WO", "", "E := 1 ! node_locked"}}) {
-        document sut{entry(structure, own)};
-        script{sut}.run({write});
-    }
-    document sut{entry(", pInvalidator Trigger", "")};
-    script{sut}.run({"E = 0", "[0] := 07", "Trigger := 1", "E = 7"});
 }
 
 } // namespace

@@ -179,9 +179,7 @@ private:
         if (property == ".sources") {
             std::vector<INode*> sources;
             node.get_source_nodes(sources);
-            std::string names;
-            for (const INode* source : sources) names += (names.empty() ? "" : " ") + std::string{source->get_name()};
-            return same(names, wanted);
+            return same(names_of(sources), wanted);
         }
         if (property == ".fault") return same(std::string{node.get_fault()}, wanted);
         if (auto* integer = node_cast<IInteger>(&node)) return read_number(*integer, property, wanted, flags);

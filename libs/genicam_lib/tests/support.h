@@ -84,6 +84,18 @@ public:
     std::unique_ptr<IGenICamDoc> doc;
 };
 
+[[nodiscard]] inline std::vector<INode*> nodes_of(IGenICamDoc& doc) {
+    std::vector<INode*> nodes;
+    doc.for_each_node([&](INode* node) { nodes.push_back(node); });
+    return nodes;
+}
+// Between blanks.
+[[nodiscard]] std::string names_of(const auto& nodes) {
+    std::string names;
+    for (const INode* node : nodes) names += (names.empty() ? "" : " ") + std::string{node->get_name()};
+    return names;
+}
+
 MATCHER_P(Gives, expected, "") {
     if (!arg) {
         *result_listener << "fails with '" << arg.error().message() << "'";

@@ -1,70 +1,22 @@
-// Zipped documents: made here byte by byte (stored members), so that each part can be broken.
+// Zipped documents, of which each part is broken.
 #include <GenICam/zip.h>
 
 #include "support.h"
 
-#include <zlib.h>
+#include <camera_sim/zip_writer.h>
 
 namespace GenICam::testing {
 namespace {
 
-void put(std::string& out, uint32_t value, int bytes) {
-    for (int i = 0; i < bytes; ++i) out += static_cast<char>(value >> (8 * i));
-}
-
 struct member {
-    std::string name;
-    std::string text;
+    std::string name, text;
 };
 
-// An archive of deflated members.
 std::string archive_of(const std::vector<member>& members) {
-    std::string out;
-    std::string directory;
-    for (const auto& [name, text] : members) {
-        std::string packed(text.size() + 100, '\0');
-        z_stream stream{};
-        EXPECT_EQ(deflateInit2(&stream, 9, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY), Z_OK);
-        std::string input = text;
-        stream.next_in = reinterpret_cast<Bytef*>(input.data());
-        stream.avail_in = static_cast<uInt>(input.size());
-        stream.next_out = reinterpret_cast<Bytef*>(packed.data());
-        stream.avail_out = static_cast<uInt>(packed.size());
-        EXPECT_EQ(deflate(&stream, Z_FINISH), Z_STREAM_END);
-        packed.resize(stream.total_out);
-        deflateEnd(&stream);
-        const auto sum = static_cast<uint32_t>(
-            crc32(0, reinterpret_cast<const Bytef*>(text.data()), static_cast<uInt>(text.size())));
-        std::string common; // shared by both headers
-        put(common, 20, 2);
-        put(common, 0, 2);
-        put(common, 8, 2); // deflated
-        put(common, 0, 4);
-        put(common, sum, 4);
-        put(common, static_cast<uint32_t>(packed.size()), 4);
-        put(common, static_cast<uint32_t>(text.size()), 4);
-        put(common, static_cast<uint32_t>(name.size()), 2);
-        put(common, 0, 2);
-        directory += std::string{"PK\1\2"};
-        put(directory, 20, 2);
-        directory += common;
-        put(directory, 0, 2); // comment
-        put(directory, 0, 2); // disk
-        put(directory, 0, 2); // internal attributes
-        put(directory, 0, 4); // external attributes
-        put(directory, static_cast<uint32_t>(out.size()), 4);
-        directory += name;
-        out += std::string{"PK\3\4"} + common + name + packed;
-    }
-    const auto start = static_cast<uint32_t>(out.size());
-    out += directory + "PK\5\6";
-    put(out, 0, 4);
-    put(out, static_cast<uint32_t>(members.size()), 2);
-    put(out, static_cast<uint32_t>(members.size()), 2);
-    put(out, static_cast<uint32_t>(directory.size()), 4);
-    put(out, start, 4);
-    put(out, 0, 2);
-    return out;
+    std::vector<camera_sim::zip_member> files;
+    for (const auto& [name, text] : members) files.push_back({name, std::as_bytes(std::span{text})});
+    const auto bytes = camera_sim::zip_files(files);
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
 result<std::string> inflate_text(const std::string& archive, std::size_t limit = 1 << 20) {

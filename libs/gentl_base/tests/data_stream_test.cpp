@@ -32,23 +32,20 @@ TEST(DataStream, TheBufferQueuedLastIsFilledFirst) {
 TEST(DataStream, BuffersInUseAreRefusedByTheirState) {
     const open_chain chain;
     const auto buffers = chain.announce(1);
-    struct state {
+    auto& object = chain.stream_object();
+    struct {
         std::function<void()> enter;
         const char* text;
-    };
-    const state states[] = {
+    } const states[] = {
         {[] {}, "hBuffer is in input queue"},
-        {[&] { chain.stream_object().fill(); }, "hBuffer is being filled"},
-        {[&] {
-             chain.stream_object().queue_buffer_from_filling_to_output(chain.stream_object().filling.front());
-             chain.stream_object().filling.clear();
-         },
+        {[&] { object.fill(); }, "hBuffer is being filled"},
+        {[&] { object.queue_buffer_from_filling_to_output(std::exchange(object.filling, {}).front()); },
          "hBuffer is in output queue"},
     };
     const auto flag = [&](BUFFER_INFO_CMD command) {
         return answer_of<bool8_t>([&](auto... out) { return DSGetBufferInfo(chain.ds, buffers[0], command, out...); });
     };
-    for (const state& s : states) {
+    for (const auto& s : states) {
         s.enter();
         EXPECT_EQ(flag(BUFFER_INFO_NEW_DATA), 0);
         EXPECT_EQ(flag(BUFFER_INFO_IS_QUEUED), 1);
@@ -85,24 +82,21 @@ TEST(DataStream, MemoryOfTheConsumerComesBack) {
 }
 
 TEST(DataStream, FlushesMoveWhatTheyName) {
-    struct row {
+    // Before: five announced, of which one unqueued, one filling, one in output, two in input.
+    struct {
         ACQ_QUEUE_TYPE operation;
         std::array<size_t, 3> after; // announced, input and filling, output
-    };
-    // Before: five announced, of which one unqueued, one filling, one in output, two in input.
-    const row rows[] = {
+    } const rows[] = {
         {ACQ_QUEUE_INPUT_TO_OUTPUT, {5, 1, 3}}, {ACQ_QUEUE_OUTPUT_DISCARD, {5, 3, 0}},
         {ACQ_QUEUE_ALL_TO_INPUT, {5, 5, 0}},    {ACQ_QUEUE_UNQUEUED_TO_INPUT, {5, 4, 1}},
         {ACQ_QUEUE_ALL_DISCARD, {5, 0, 0}},
     };
-    for (const row& r : rows) {
+    for (const auto& r : rows) {
         const open_chain chain;
         chain.announce(4);
         chain.announce(1, false);
-        auto& object = chain.stream_object();
-        object.queue_buffer_from_filling_to_output(object.fill());
-        object.filling.clear();
-        object.fill();
+        chain.fill_and_deliver();
+        chain.stream_object().fill();
         EXPECT_EQ(DSFlushQueue(chain.ds, r.operation), GC_ERR_SUCCESS);
         EXPECT_EQ(triple(chain.ds), r.after) << "operation " << r.operation;
     }
@@ -119,7 +113,7 @@ TEST(DataStream, AFrameThatBeginsDuringAFlushIsLostAndCounted) {
         EXPECT_EQ(std::async(std::launch::async, [&] { return object.fill(); }).get(), nullptr);
     };
     object.on_flush = object.on_stop = begin_a_frame;
-    ASSERT_EQ(DSStartAcquisition(chain.ds, 0, GENTL_INFINITE), GC_ERR_SUCCESS);
+    ASSERT_EQ(chain.start(), GC_ERR_SUCCESS);
     EXPECT_EQ(DSFlushQueue(chain.ds, ACQ_QUEUE_ALL_TO_INPUT), GC_ERR_SUCCESS);
     EXPECT_EQ(stream_info<uint64_t>(chain.ds, STREAM_INFO_NUM_UNDERRUN), 1U);
     EXPECT_EQ(DSStopAcquisition(chain.ds, 0), GC_ERR_SUCCESS);
@@ -140,16 +134,14 @@ TEST(DataStream, AFlushLeavesWhatTheFillingSideKeeps) {
 TEST(DataStream, FramesComeInTheOrderOfTheirDelivery) {
     const open_chain chain;
     static_cast<void>(chain.announce(3));
-    EVENT_HANDLE event = nullptr;
-    ASSERT_EQ(GCRegisterEvent(chain.ds, EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS);
+    const EVENT_HANDLE event = chain.register_for_buffers();
     auto& object = chain.stream_object();
     const std::array<Buffer*, 3> delivered{object.fill(), object.fill(), object.fill()};
     object.filling.clear();
     for (Buffer* buffer : delivered) object.queue_buffer_from_filling_to_output(buffer);
     for (Buffer* buffer : delivered) {
         EVENT_NEW_BUFFER_DATA data{};
-        size_t size = sizeof data;
-        EXPECT_EQ(EventGetData(event, &data, &size, 0), GC_ERR_SUCCESS);
+        EXPECT_EQ(take(event, data), GC_ERR_SUCCESS);
         EXPECT_EQ(data.BufferHandle, buffer);
     }
 }
@@ -158,10 +150,10 @@ TEST(DataStream, StartAsksForEnoughBuffersByMode) {
     for (const bool shared : {false, true}) {
         const open_chain chain{shared};
         chain.announce(1);
-        EXPECT_THAT(DSStartAcquisition(chain.ds, 0, GENTL_INFINITE),
+        EXPECT_THAT(chain.start(),
                     IsRefused(GC_ERR_INVALID_BUFFER, "Number of announced buffers < BUF_ANNOUNCE_MIN (5)"));
         chain.announce(3);
-        EXPECT_EQ(DSStartAcquisition(chain.ds, 0, GENTL_INFINITE), shared ? GC_ERR_INVALID_BUFFER : GC_ERR_SUCCESS);
+        EXPECT_EQ(chain.start(), shared ? GC_ERR_INVALID_BUFFER : GC_ERR_SUCCESS);
     }
 }
 
@@ -204,7 +196,7 @@ TEST(DataStream, AStopThatJoinsTheFillingThreadDoesNotDeadlock) {
     };
     for (int i = 0; i < 50; ++i) {
         quit = false;
-        ASSERT_EQ(DSStartAcquisition(chain.ds, 0, GENTL_INFINITE), GC_ERR_SUCCESS);
+        ASSERT_EQ(chain.start(), GC_ERR_SUCCESS);
         ASSERT_EQ(DSStopAcquisition(chain.ds, 0), GC_ERR_SUCCESS);
     }
 }
@@ -326,16 +318,14 @@ TEST(DataStream, SeveralConsumersShareOneStreamsQueues) {
     constexpr size_t buffers = 6;
     constexpr uint64_t frames = 20'000;
     static_cast<void>(chain.announce(buffers));
-    EVENT_HANDLE event = nullptr;
-    ASSERT_EQ(GCRegisterEvent(chain.ds, EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS);
-    ASSERT_EQ(DSStartAcquisition(chain.ds, ACQ_START_FLAGS_DEFAULT, GENTL_INFINITE), GC_ERR_SUCCESS);
+    const EVENT_HANDLE event = chain.register_for_buffers();
+    ASSERT_EQ(chain.start(), GC_ERR_SUCCESS);
     std::atomic<uint64_t> taken{0};
     std::atomic<size_t> highest{0};
     std::atomic<uint64_t> failures{0};
     const auto consume = [&] {
         EVENT_NEW_BUFFER_DATA data{};
-        size_t size = sizeof data;
-        while (EventGetData(event, &data, &size, GENTL_INFINITE) == GC_ERR_SUCCESS) {
+        while (take(event, data, GENTL_INFINITE) == GC_ERR_SUCCESS) {
             ++taken;
             failures += DSQueueBuffer(chain.ds, data.BufferHandle) != GC_ERR_SUCCESS;
             const auto queued = stream_info<size_t>(chain.ds, STREAM_INFO_NUM_QUEUED);
@@ -348,14 +338,13 @@ TEST(DataStream, SeveralConsumersShareOneStreamsQueues) {
         std::jthread second{consume};
         auto& stream = chain.stream_object();
         for (uint64_t sent = 0; sent < frames;) {
-            Buffer* buffer = stream.fill();
-            if (buffer == nullptr) {
+            if (Buffer* buffer = stream.fill()) {
+                stream.filling.clear();
+                stream.queue_buffer_from_filling_to_output(buffer);
+                ++sent;
+            } else {
                 std::this_thread::yield();
-                continue;
             }
-            stream.filling.clear();
-            stream.queue_buffer_from_filling_to_output(buffer);
-            ++sent;
         }
         while (taken < frames) std::this_thread::yield();
         EventKill(event);

@@ -14,7 +14,7 @@ TEST(Event, RegistrationFollowsTheStandard) {
     EXPECT_EQ(GCRegisterEvent(chain.ds, EVENT_REMOTE_DEVICE, &event), GC_ERR_NOT_IMPLEMENTED);
     EXPECT_THAT(GCUnregisterEvent(chain.ds, EVENT_NEW_BUFFER),
                 IsRefused(GC_ERR_NOT_INITIALIZED, "Event was not registered previously"));
-    EXPECT_EQ(GCRegisterEvent(chain.ds, EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS);
+    event = chain.register_for_buffers();
     EVENT_HANDLE again = nullptr;
     EXPECT_EQ(GCRegisterEvent(chain.ds, EVENT_NEW_BUFFER, &again), GC_ERR_RESOURCE_IN_USE);
     EXPECT_EQ(GCUnregisterEvent(chain.ds, EVENT_NEW_BUFFER), GC_ERR_SUCCESS);
@@ -24,20 +24,18 @@ TEST(Event, RegistrationFollowsTheStandard) {
 TEST(Event, KillOutranksDataAndReleasesOneCallEach) {
     const open_chain chain;
     chain.announce(5);
-    EVENT_HANDLE event = nullptr;
-    ASSERT_EQ(GCRegisterEvent(chain.ds, EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS);
-    for (int i = 0; i < 2; ++i) chain.stream_object().queue_buffer_from_filling_to_output(chain.stream_object().fill());
-    EXPECT_EQ(EventKill(event), GC_ERR_SUCCESS);
-    EXPECT_EQ(EventKill(event), GC_ERR_SUCCESS);
+    const EVENT_HANDLE event = chain.register_for_buffers();
     EVENT_NEW_BUFFER_DATA data{};
     size_t size = sizeof data;
-    EXPECT_EQ(EventGetData(event, &data, &size, 0), GC_ERR_ABORT);
-    EXPECT_EQ(EventGetData(event, &data, &size, 0), GC_ERR_ABORT);
+    for (int i = 0; i < 2; ++i) {
+        chain.fill_and_deliver();
+        EXPECT_EQ(EventKill(event), GC_ERR_SUCCESS);
+    }
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(take(event, data), GC_ERR_ABORT);
     EXPECT_EQ(EventGetData(event, nullptr, &size, 0), GC_ERR_SUCCESS) << "taken and not delivered";
-    EXPECT_EQ(EventGetData(event, &data, &size, 0), GC_ERR_SUCCESS);
+    EXPECT_EQ(take(event, data), GC_ERR_SUCCESS);
     EXPECT_NE(data.BufferHandle, nullptr);
-    EXPECT_THAT(EventGetData(event, &data, &size, 0),
-                IsRefused(GC_ERR_TIMEOUT, "Timeout elapsed while waiting for event"));
+    EXPECT_THAT(take(event, data), IsRefused(GC_ERR_TIMEOUT, "Timeout elapsed while waiting for event"));
     size = 15;
     EXPECT_THAT(EventGetData(event, &data, &size, 0),
                 IsRefused(GC_ERR_BUFFER_TOO_SMALL, "Buffer too small, expected 16 bytes (15 provided)"));
@@ -45,14 +43,12 @@ TEST(Event, KillOutranksDataAndReleasesOneCallEach) {
 
 TEST(Event, AWaitEndsWhenTheEventGoes) {
     const open_chain chain;
-    EVENT_HANDLE event = nullptr;
-    ASSERT_EQ(GCRegisterEvent(chain.ds, EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS);
+    const EVENT_HANDLE event = chain.register_for_buffers();
     GC_ERROR result = 0;
     std::string text;
     std::thread waiter{[&] {
         EVENT_NEW_BUFFER_DATA data{};
-        size_t size = sizeof data;
-        result = EventGetData(event, &data, &size, GENTL_INFINITE);
+        result = take(event, data, GENTL_INFINITE);
         text = last_error_text();
     }};
     std::this_thread::sleep_for(std::chrono::milliseconds{20});
@@ -68,16 +64,14 @@ TEST(Event, AWaitEndsWhenTheEventGoes) {
 
 TEST(Event, NearlyInfiniteTimeOutsDoNotWrap) {
     const open_chain chain;
-    EVENT_HANDLE event = nullptr;
-    ASSERT_EQ(GCRegisterEvent(chain.ds, EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS);
+    const EVENT_HANDLE event = chain.register_for_buffers();
     for (const uint64_t timeout : {uint64_t{GENTL_INFINITE}, uint64_t{GENTL_INFINITE} - 1, uint64_t{1} << 62}) {
         std::thread killer{[&] {
             std::this_thread::sleep_for(std::chrono::milliseconds{5});
             EventKill(event);
         }};
         EVENT_NEW_BUFFER_DATA data{};
-        size_t size = sizeof data;
-        EXPECT_EQ(EventGetData(event, &data, &size, timeout), GC_ERR_ABORT);
+        EXPECT_EQ(take(event, data, timeout), GC_ERR_ABORT);
         killer.join();
     }
 }
@@ -108,8 +102,7 @@ TEST(Event, DataAndInfoTables) {
     EXPECT_FALSE(generic->GetDataInfo(&record, sizeof record, EVENT_DATA_VALUE, &type, value, &size).failed());
     EXPECT_EQ(size, 600U);
 
-    EVENT_HANDLE event = nullptr;
-    ASSERT_EQ(GCRegisterEvent(chain.ds, EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS);
+    const EVENT_HANDLE event = chain.register_for_buffers();
     size_t number = 0;
     size = sizeof number;
     EXPECT_EQ(EventGetInfo(event, EVENT_SIZE_MAX, &type, &number, &size), GC_ERR_SUCCESS);
@@ -139,19 +132,14 @@ TEST(Event, CountersFollowFiringTakingAndFlushing) {
 // Each buffer wakes the event of the moment; between two there is none to wake.
 TEST(Event, NewBuffersGoToTheEventRegisteredLast) {
     const open_chain chain;
-    static_cast<void>(chain.announce(3));
-    auto& object = chain.stream_object();
-    for (int round = 0; round < 3; ++round) {
-        EVENT_HANDLE event = nullptr;
-        if (round > 0) {
-            ASSERT_EQ(GCRegisterEvent(chain.ds, EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS);
-        }
-        object.queue_buffer_from_filling_to_output(object.fill());
-        if (round == 0) continue;
+    chain.announce(3);
+    chain.fill_and_deliver();
+    for (int round = 0; round < 2; ++round) {
+        const EVENT_HANDLE event = chain.register_for_buffers();
+        chain.fill_and_deliver();
         EXPECT_EQ(answer_of<uint64_t>([&](auto... out) { return EventGetInfo(event, EVENT_NUM_FIRED, out...); }), 1U);
         EXPECT_EQ(GCUnregisterEvent(chain.ds, EVENT_NEW_BUFFER), GC_ERR_SUCCESS);
     }
-    object.filling.clear();
 }
 
 // A consumer registers anew on one thread while another is not done with closing the former event.

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 extern "C" int64_t HandleMapCount();
@@ -63,20 +64,25 @@ protected:
     }
 };
 
-// With two documents that are never read, and zeros in its registers.
+// With documents, and zeros in its registers.
 class documented_port final : public PortImpl {
 public:
-    documented_port() : PortImpl("remote", {}) {}
+    explicit documented_port(std::vector<std::string> urls_ = {"local:first_document.xml;1000;200",
+                                                               "local:second_document.xml;2000;200"})
+        : PortImpl("remote", {}), urls(std::move(urls_)) {}
     Error Read(uint64_t, void* buffer, size_t* size) override {
+        asked = *size;
         std::memset(buffer, 0, *size);
         return success();
     }
     Error Write(uint64_t, const void*, size_t*) override { return success(); }
+    std::optional<size_t> asked; // by the last read
 
 protected:
-    std::expected<std::vector<std::string>, Error> load_url_list_() override {
-        return std::vector<std::string>{"local:first_document.xml;1000;200", "local:second_document.xml;2000;200"};
-    }
+    std::expected<std::vector<std::string>, Error> load_url_list_() override { return urls; }
+
+private:
+    const std::vector<std::string> urls;
 };
 
 class device final : public DeviceImpl {
@@ -174,6 +180,11 @@ MATCHER_P2(IsRefused, code, words, "") {
     return arg == code && last_error_text() == words;
 }
 
+inline GC_ERROR take(EVENT_HANDLE event, EVENT_NEW_BUFFER_DATA& data, uint64_t timeout = 0) {
+    size_t size = sizeof data;
+    return EventGetData(event, &data, &size, timeout);
+}
+
 // The answer of an info function as a T; `ask` passes the type's place, the buffer and its size on.
 template <class T>
 T answer_of(const std::function<GC_ERROR(INFO_DATATYPE*, void*, size_t*)>& ask) {
@@ -202,9 +213,24 @@ public:
     ~open_chain() { GCCloseLib(); }
     open_chain(const open_chain&) = delete;
     open_chain& operator=(const open_chain&) = delete;
-    // The object behind the stream's handle.
-    [[nodiscard]] stream& stream_object() const { return *dynamic_cast<stream*>(static_cast<IHandleTarget*>(ds)); }
-    [[nodiscard]] device& device_object() const { return *dynamic_cast<device*>(static_cast<IHandleTarget*>(dev)); }
+    // The objects behind the handles.
+    [[nodiscard]] stream& stream_object() const { return object_of<stream>(ds); }
+    [[nodiscard]] device& device_object() const { return object_of<device>(dev); }
+    [[nodiscard]] interface& interface_object() const { return object_of<interface>(iface); }
+    [[nodiscard]] system& system_object() const { return object_of<system>(tl); }
+
+    [[nodiscard]] GC_ERROR start() const { return DSStartAcquisition(ds, 0, GENTL_INFINITE); }
+    [[nodiscard]] EVENT_HANDLE register_for_buffers() const {
+        EVENT_HANDLE event = nullptr;
+        EXPECT_EQ(GCRegisterEvent(ds, EVENT_NEW_BUFFER, &event), GC_ERR_SUCCESS);
+        return event;
+    }
+    // One that was queued.
+    void fill_and_deliver() const {
+        stream& object = stream_object();
+        object.queue_buffer_from_filling_to_output(object.fill());
+        object.filling.pop_back();
+    }
     std::vector<BUFFER_HANDLE> announce(size_t count, bool queue = true) const {
         std::vector<BUFFER_HANDLE> buffers(count);
         for (BUFFER_HANDLE& buffer : buffers) {
@@ -218,6 +244,12 @@ public:
     IF_HANDLE iface = nullptr;
     DEV_HANDLE dev = nullptr;
     DS_HANDLE ds = nullptr;
+
+private:
+    template <class Module>
+    static Module& object_of(void* handle) {
+        return *dynamic_cast<Module*>(static_cast<IHandleTarget*>(handle));
+    }
 };
 
 } // namespace fake

@@ -81,7 +81,7 @@ TEST(Locks, AStreamAnswersWhileItStartsStopsOrIsFlushed) {
         return success();
     };
     object.on_stop = object.on_flush = ask_everything;
-    EXPECT_EQ(DSStartAcquisition(chain.ds, 0, GENTL_INFINITE), GC_ERR_SUCCESS);
+    EXPECT_EQ(chain.start(), GC_ERR_SUCCESS);
     for (const ACQ_QUEUE_TYPE flush : {ACQ_QUEUE_ALL_TO_INPUT, ACQ_QUEUE_ALL_DISCARD}) {
         EXPECT_EQ(DSFlushQueue(chain.ds, flush), GC_ERR_SUCCESS);
     }
@@ -92,7 +92,7 @@ TEST(Locks, AStreamAnswersWhileItStartsStopsOrIsFlushed) {
 // Two threads may ask for a list at once.
 TEST(Locks, AnEarlierAnswerNeverReplacesALaterOne) {
     const open_chain chain;
-    auto& system = *dynamic_cast<fake::system*>(static_cast<IHandleTarget*>(chain.tl));
+    auto& system = chain.system_object();
     const auto count_of = [](auto* call, void* module) {
         uint32_t count = 0;
         EXPECT_EQ(call(module, &count), GC_ERR_SUCCESS);

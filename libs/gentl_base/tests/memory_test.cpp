@@ -86,7 +86,7 @@ TEST(Memory, ModulesCloseWithoutIt) {
     const char* const long_interface = "an interface of a long name";
     const char* const long_device = "a device of a long name";
     const open_chain chain;
-    auto& system = *dynamic_cast<fake::system*>(static_cast<IHandleTarget*>(chain.tl));
+    auto& system = chain.system_object();
     system.interfaces.front().id = long_interface;
     system.devices.front().id = long_device;
     ASSERT_EQ(TLUpdateInterfaceList(chain.tl, nullptr, 0), GC_ERR_SUCCESS);

@@ -66,7 +66,7 @@ TEST(ModulePort, SelectorsReachTheirListAndStopAtItsEnd) {
     EXPECT_EQ(id->get_val(0), "dev1");
     EXPECT_FALSE(document->find_node("DeviceSerialNumber")->is_available());
 
-    auto& system = *dynamic_cast<fake::system*>(static_cast<IHandleTarget*>(chain.tl));
+    auto& system = chain.system_object();
     system.devices.clear();
     ASSERT_EQ(IFUpdateDeviceList(chain.iface, nullptr, 0), GC_ERR_SUCCESS);
     EXPECT_FALSE(selector->is_available());

@@ -1,3 +1,5 @@
+#include "fake_modules.h"
+
 #include <GenICam/document_url.h>
 #include <gentl_producer/Port.h>
 
@@ -26,28 +28,11 @@ TEST(Url, WhatDoesNotParseKeepsOnlyItsText) {
     EXPECT_FALSE(record.has_scheme || record.address || record.size || record.file_name);
 }
 
-namespace {
-
-struct port_of_url final : GenTL::Producer::PortImpl {
-    explicit port_of_url(std::string text) : PortImpl("port", {}), url(std::move(text)) {}
-    std::expected<std::vector<std::string>, GenTL::Error> load_url_list_() override { return std::vector{url}; }
-    GenTL::Error Read(uint64_t, void*, size_t* size) override {
-        asked = *size;
-        return GenTL::success();
-    }
-    GenTL::Error Write(uint64_t, const void*, size_t*) override { return GenTL::success(); }
-
-    std::string url;
-    std::optional<size_t> asked;
-};
-
-} // namespace
-
 TEST(Url, NothingIsReadBeyondTheLargestDocument) {
-    port_of_url largest{fmt::format("local:cam.xml;0;{:X}", GenICam::largest_document)};
-    EXPECT_TRUE(largest.read_document(0));
-    EXPECT_EQ(largest.asked, GenICam::largest_document);
-    port_of_url beyond{fmt::format("local:cam.xml;0;{:X}", GenICam::largest_document + 1)};
-    EXPECT_FALSE(beyond.read_document(0));
-    EXPECT_FALSE(beyond.asked);
+    for (const bool beyond : {false, true}) {
+        const size_t size = GenICam::largest_document + (beyond ? 1 : 0);
+        fake::documented_port port{{fmt::format("local:cam.xml;0;{:X}", size)}};
+        EXPECT_EQ(port.read_document(0).has_value(), !beyond);
+        EXPECT_EQ(port.asked, beyond ? std::nullopt : std::optional{size});
+    }
 }

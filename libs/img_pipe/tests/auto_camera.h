@@ -2,6 +2,8 @@
 // time through iris and lens on pixels that count electrons, have a full well, noise and a black level; what the
 // library writes into the settings block reaches the camera and shows two frames later.
 #pragma once
+#include "kernel_test.h"
+
 #include <auto_alg/frame_pass.h>
 #include <img_pipe/format.h>
 
@@ -193,15 +195,12 @@ private:
                 if (balances) value *= v.balance[c];
                 value = std::clamp(value, 0.0, 1.0);
                 const std::size_t i = static_cast<std::size_t>(y * width + x);
-                if (floats) {
-                    const auto f = static_cast<float>(value);
-                    std::memcpy(&pixels[4 * i], &f, 4);
-                } else if (words) {
-                    const auto u = static_cast<std::uint16_t>(value * 65535);
-                    std::memcpy(&pixels[2 * i], &u, 2);
-                } else {
+                if (floats)
+                    kernel_test::put_real(&pixels[4 * i], static_cast<float>(value));
+                else if (words)
+                    kernel_test::put_word(&pixels[2 * i], static_cast<unsigned>(value * 65535));
+                else
                     pixels[i] = static_cast<std::uint8_t>(value * 255 + 0.5);
-                }
             }
     }
 
@@ -243,11 +242,7 @@ private:
     alignas(8) std::byte handled[block::full_size]{};            // the block as it was when the turn began
 };
 
-inline void expose(steered_camera& b, double us) {
-    camera_values v;
-    v.exposure = us;
-    b.set(v);
-}
+inline void expose(steered_camera& b, double us) { b.set({.exposure = us}); }
 
 inline void enable(steered_camera& b, std::initializer_list<block::offset> flags) {
     for (const block::offset at : flags) b.settings.set_flag(at, true);

@@ -1,6 +1,5 @@
 // The lens finds its place, in a loop with a model of camera and service.
 #include "auto_camera.h"
-#include "kernel_test.h"
 
 #include <gtest/gtest.h>
 
@@ -35,10 +34,8 @@ TEST(AutoFocus, FindsTheSharpestPosition) {
             b.settings.store(block::focus_max, row.high);
             b.settings.store(block::focus_step, row.step);
             enable(b, {block::focus_request, block::auto_exposure});
-            camera_values v;
-            v.exposure = 8000;
             b.light = b.right_exposure() / 8000;
-            b.set(v);
+            expose(b, 8000);
             int positions = 0, frames = 0;
             while (!b.settings.flag(block::focus_finished)) {
                 positions += b.frame().focus_changed ? 1 : 0;

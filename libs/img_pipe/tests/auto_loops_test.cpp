@@ -1,7 +1,6 @@
 // The automatic functions in closed loops with a model of camera and service. Their order and light that changes:
 // image_loops_test, with the simulated camera.
 #include "auto_camera.h"
-#include "kernel_test.h"
 
 #include <gtest/gtest.h>
 #include <img_pipe/transform_pipe.h>
@@ -54,12 +53,12 @@ TEST(AutoLoops, ReachTheWantedBrightnessAndStayStill) {
         for (const double off : {1.0 / 16, 0.25, 0.6, 1.7, 4.0, 16.0}) {
             steered_camera b;
             enable(b, {row.control});
-            camera_values start;
-            start.gain = row.control == block::auto_gain ? 12 : 0;
-            start.iris = row.control == block::auto_iris ? (off < 1 ? 400 : 6400) : 800;
             // In the camera's reach, and such that the model's full well does not hide what gain does.
-            start.exposure = 8000;
-            b.light = 1;
+            const camera_values start{.exposure = 8000,
+                                      .gain = row.control == block::auto_gain ? 12.0 : 0,
+                                      .iris = row.control != block::auto_iris ? 800.0
+                                              : off < 1                       ? 400
+                                                                              : 6400};
             b.settings.store(block::gain_min, -24.0F);
             b.settings.store(block::gain_max, 48.0F);
             b.settings.store(block::iris_max, std::int64_t{100000});
@@ -77,11 +76,8 @@ TEST(AutoLoops, SeparateIrisMovesLast) {
     steered_camera b;
     enable(b, {block::auto_exposure, block::auto_iris, block::iris_separate});
     b.settings.store(block::exposure_min, 4000.0F);
-    camera_values v;
-    v.exposure = 8000;
-    v.iris = 4000;
     b.light = b.right_exposure() / 8000 / 5 * 8; // 8 times too bright
-    b.set(v);
+    b.set({.exposure = 8000, .iris = 4000});
     for (bool moved = false; !moved;) {
         ASSERT_LT(b.passes, 60);
         const double exposure = b.values().exposure;
@@ -177,10 +173,7 @@ TEST(AutoLoops, WhatDoesNotFollowBlocksNobody) {
         if (row.takes_exposure) b.takes_exposure = row.takes_exposure;
         if (row.takes_gain) b.takes_gain = row.takes_gain;
         b.light = b.right_exposure() / 10000 * row.off;
-        camera_values v;
-        v.exposure = row.exposure;
-        v.gain = row.gain;
-        b.set(v);
+        b.set({.exposure = row.exposure, .gain = row.gain});
         b.run(50);
         expect_reached(b, row.name);
         b.light /= row.off; // as far off the other way
@@ -243,10 +236,8 @@ TEST(AutoLoops, FlickerIsNotPumped) {
         for (steered_camera* b : {&steered, &fixed}) {
             b->rate = rate;
             b->flicker = 0.3;
-            camera_values v;
-            v.exposure = 2500;
             b->light = b->right_exposure() / 2500;
-            b->set(v);
+            expose(*b, 2500);
             if (b == &fixed) // no room to move in
                 for (const auto at : {block::exposure_min, block::exposure_max}) b->settings.store(at, 2500.0F);
             b->run(20);
@@ -317,12 +308,11 @@ double worst_channel(steered_camera& b, const double (&gain)[3] = {1, 1, 1}) {
     (void)b.frame();
     const img_descriptor v = b.picture();
     double sum[3] = {};
-    const std::uint8_t* p = v.plane_data[0].data;
     for (int y = 0; y < height; ++y)
         for (int x = 0; x < width; ++x) {
-            float f = 0;
-            if (v.format == fcc("RGf0")) std::memcpy(&f, p + 4 * (y * width + x), 4);
-            const double value = v.format == fcc("RGf0") ? static_cast<double>(f) : p[y * width + x] / 255.0;
+            const std::uint8_t* p = kernel_test::line(v, y);
+            const double value =
+                v.format == fcc("RGf0") ? static_cast<double>(kernel_test::real(p + 4 * x)) : p[x] / 255.0;
             sum[x % 2 + y % 2] += value * gain[x % 2 + y % 2] / (x % 2 != y % 2 ? 2 : 1);
         }
     const double mean = (sum[0] + sum[1] + sum[2]) / 3;

@@ -22,9 +22,8 @@ const layout layouts[] = {{"Y800", 1, 1, 255}, {"Y16 ", 1, 2, 65535}, {"BGR3", 3
 // Sample of pixel (x, y): channels 0 to 2 are B, G, R or Y, U, V; 3 is alpha.
 unsigned sample(const layout& f, const img_descriptor& v, int x, int y, int channel) {
     const int plane = f.channels == 1 ? channel : 0;
-    const std::uint8_t* p = v.plane_data[plane].data + y * v.plane_data[plane].stride +
-                            (x * f.channels + (plane == 0 ? channel : 0)) * f.size;
-    return f.size == 1 ? p[0] : p[0] | static_cast<unsigned>(p[1]) << 8;
+    const std::uint8_t* p = line(v, y, plane) + (x * f.channels + (plane == 0 ? channel : 0)) * f.size;
+    return f.size == 1 ? p[0] : static_cast<unsigned>(word(p));
 }
 bool is_planar(const layout& f) { return fcc(f.id) == fcc("YU8p"); }
 int colours(const layout& f) { return f.channels == 1 && !is_planar(f) ? 1 : 3; }
@@ -60,7 +59,7 @@ void check(const layout& f, kernel_slot slot, const void* params, const wanted_c
             for (const filter_table& level : levels()) {
                 const image same(fcc(f.id), width, height, 3);
                 std::ranges::copy(from.content(), same.memory.bytes);
-                run(find_kernel(level, slot, same.view, same.view), same.view, same.view, params);
+                run(level, slot, same, same, params);
                 for (int y = 0; y < height; ++y)
                     for (int x = 0; x < width; ++x)
                         for (int c = 0; c < colours(f); ++c)

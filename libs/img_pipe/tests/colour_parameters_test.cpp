@@ -4,7 +4,6 @@
 
 #include <array>
 #include <cmath>
-#include <map>
 #include <numbers>
 #include <string_view>
 
@@ -116,8 +115,6 @@ const std::vector<transform_params> settings{
      .brightness = 12,
      .gamma = 1.6F},
 };
-
-using pipe_set = std::map<std::pair<std::uint32_t, std::size_t>, transform_pipe>; // by level and setting: gamma is dear
 
 void check(const cell_layout& from, const cell_layout& to, pipe_set& pipes) {
     const bool in_place = fcc(from.id) == fcc(to.id), repacked = std::string_view{to.id}.starts_with("RAW");

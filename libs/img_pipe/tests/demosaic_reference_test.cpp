@@ -27,43 +27,24 @@ int colour_at(std::size_t phase, int x, int y) {
 // A value of 0 to 1 by colour and place.
 using scene = std::function<double(int colour, int x, int y)>;
 
-// Discs of random colours with edges a pixel wide, over slow waves that are alike in all colours.
-scene discs(unsigned seed) {
+// Discs with edges a pixel wide. Of colours that have much in common, over slow waves that are alike in all of them; or
+// saturated: each channel is bright or dark, whatever the others are.
+scene discs(unsigned seed, bool alike) {
     struct disc {
         double x, y, r, colour[3];
     };
     std::mt19937 random(seed);
     std::uniform_real_distribution<double> unit(0, 1);
-    std::vector<disc> all(24);
+    std::vector<disc> all(alike ? 24 : 30);
     for (disc& d : all) {
-        d = {unit(random) * width, unit(random) * height, 4 + 20 * unit(random) * unit(random), {}};
-        const double grey = 0.15 + 0.7 * unit(random);
-        for (double& c : d.colour) c = std::clamp(grey + 0.25 * (unit(random) - 0.5), 0.05, 0.95);
+        d = {unit(random) * width, unit(random) * height, 0, {}};
+        d.r = alike ? 4 + 20 * unit(random) * unit(random) : 3 + 12 * unit(random);
+        const double grey = alike ? 0.15 + 0.7 * unit(random) : 0;
+        for (double& c : d.colour)
+            c = alike ? std::clamp(grey + 0.25 * (unit(random) - 0.5), 0.05, 0.95) : random() % 2 == 0 ? 0.05 : 0.9;
     }
-    return [all](int colour, int x, int y) {
-        double v = 0.5 + 0.2 * std::sin(x * 0.31) * std::cos(y * 0.23) + 0.05 * (colour - 1);
-        for (const disc& d : all) {
-            const double inside = std::clamp(d.r - std::hypot(x - d.x, y - d.y) + 0.5, 0.0, 1.0);
-            v += inside * (d.colour[colour] - v);
-        }
-        return v;
-    };
-}
-
-// Discs whose channels are each bright or dark, whatever the others are.
-scene saturated_discs(unsigned seed) {
-    std::mt19937 random(seed);
-    std::uniform_real_distribution<double> unit(0, 1);
-    struct disc {
-        double x, y, r, colour[3];
-    };
-    std::vector<disc> all(30);
-    for (disc& d : all) {
-        d = {unit(random) * width, unit(random) * height, 3 + 12 * unit(random), {}};
-        for (double& c : d.colour) c = random() % 2 == 0 ? 0.05 : 0.9;
-    }
-    return [all](int colour, int x, int y) {
-        double v = 0.05;
+    return [all, alike](int colour, int x, int y) {
+        double v = alike ? 0.5 + 0.2 * std::sin(x * 0.31) * std::cos(y * 0.23) + 0.05 * (colour - 1) : 0.05;
         for (const disc& d : all) {
             const double inside = std::clamp(d.r - std::hypot(x - d.x, y - d.y) + 0.5, 0.0, 1.0);
             v += inside * (d.colour[colour] - v);
@@ -104,10 +85,8 @@ struct shot {
             for (int x = 0; x < width; ++x) {
                 const int sx = mirror_x ? width - 1 - x : x, sy = mirror_y ? height - 1 - y : y;
                 samples.push_back(std::nearbyint(truth(colour_at(phase, x, y), sx, sy) * full));
-                const auto v = static_cast<unsigned>(samples.back());
-                std::uint8_t* p = picture.view.plane_data[0].data + (y * width + x) * (wide ? 2 : 1);
-                p[0] = static_cast<std::uint8_t>(v);
-                if (wide) p[1] = static_cast<std::uint8_t>(v >> 8);
+                packing_of(picture.view.format)
+                    .put(line(picture.view, y), static_cast<std::size_t>(x), static_cast<unsigned>(samples.back()));
             }
     }
     std::size_t phase;
@@ -119,12 +98,10 @@ struct shot {
 struct result {
     result(const filter_table& level, const shot& from)
         : wide(from.full > 255), picture(wide ? fcc("RGB6") : fcc("BGR4"), width, height, 0) {
-        run(find_kernel(level, kernel_slot::transform_by_edge_to_dst, picture.view, from.picture.view), picture.view,
-            from.picture.view, nullptr);
+        run(level, kernel_slot::transform_by_edge_to_dst, picture, from.picture);
     }
     int at(int colour, int x, int y) const {
-        const std::uint8_t* p = picture.view.plane_data[0].data + (y * width + x) * (wide ? 8 : 4);
-        return wide ? p[2 * colour] | p[2 * colour + 1] << 8 : p[colour];
+        return wide ? word(line(picture.view, y) + 8 * x + 2 * colour) : line(picture.view, y)[4 * x + colour];
     }
     bool wide;
     image picture;
@@ -137,7 +114,7 @@ TEST(DemosaicReference, NoFurtherFromTheTruth) {
         for (std::size_t phase = 0; phase < 4; ++phase)
             for (unsigned seed = 1; seed < 7; ++seed) {
                 const bool alike = seed < 4;
-                const scene truth = alike ? discs(seed) : saturated_discs(seed);
+                const scene truth = discs(seed, alike);
                 const shot from(truth, phase, wide);
                 std::vector<double> squares;
                 for (const filter_table& level : levels()) {

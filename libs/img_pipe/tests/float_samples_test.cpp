@@ -13,8 +13,7 @@ TEST(FloatMosaics, BytesEndAtTheirRange) {
     const float values[] = {0, 1, 0.5F, 2, -1, std::nanf("")};
     std::memcpy(floats.view.plane_data[0].data, values, sizeof values);
     for (const filter_table& level : levels()) {
-        run(find_kernel(level, kernel_slot::transform_pwl_fccfloat_to_fcc8, bytes.view, floats.view), bytes.view,
-            floats.view, nullptr);
+        run(level, kernel_slot::transform_pwl_fccfloat_to_fcc8, bytes, floats);
         const std::uint8_t wanted[] = {0, 255, 128, 255, 0, 0};
         EXPECT_EQ(std::memcmp(bytes.view.plane_data[0].data, wanted, 6), 0);
     }
@@ -30,16 +29,9 @@ TEST(FloatMosaics, BecomeSamplesAndColours) {
             const std::int32_t height = 8;
             const image from(fcc(phase[0]), width, height, 4, wall::behind);
             std::mt19937 random(3);
-            const auto value = [&](const image& of, int x, int y) {
-                float v = 0;
-                std::memcpy(&v, of.view.plane_data[0].data + y * of.view.plane_data[0].stride + 4 * x, 4);
-                return v;
-            };
             for (int y = 0; y < height; ++y)
-                for (int x = 0; x < width; ++x) {
-                    const float v = static_cast<float>(random() % 1400) / 1000 - 0.2F;
-                    std::memcpy(from.view.plane_data[0].data + y * from.view.plane_data[0].stride + 4 * x, &v, 4);
-                }
+                for (int x = 0; x < width; ++x)
+                    put_real(line(from.view, y) + 4 * x, static_cast<float>(random() % 1400) / 1000 - 0.2F);
             std::vector<std::uint8_t> first;
             for (const filter_table& level : levels()) {
                 const image wide(fcc(phase[2]), width, height, 0), narrow(fcc(phase[1]), width, height, 0),
@@ -60,11 +52,11 @@ TEST(FloatMosaics, BecomeSamplesAndColours) {
                 EXPECT_TRUE(colours.content() == other.content()) << phase[0] << width;
                 for (int y = 0; y < height; ++y)
                     for (int x = 0; x < width; ++x) {
-                        const std::uint8_t* p = wide.view.plane_data[0].data + (y * width + x) * 2;
-                        const double want = std::clamp(static_cast<double>(value(from, x, y)), 0.0, 1.0) * 65535;
-                        ASSERT_NEAR(p[0] | p[1] << 8, want, 0.51);
-                        ASSERT_EQ(narrow.view.plane_data[0].data[y * width + x], p[1]);
-                        ASSERT_FLOAT_EQ(value(balanced, x, y), value(from, x, y) * gains.gain[y % 2 * 2 + x % 2]);
+                        const float v = real(line(from.view, y) + 4 * x);
+                        const int seen = word(line(wide.view, y) + 2 * x);
+                        ASSERT_NEAR(seen, std::clamp(static_cast<double>(v), 0.0, 1.0) * 65535, 0.51);
+                        ASSERT_EQ(line(narrow.view, y)[x], seen >> 8);
+                        ASSERT_FLOAT_EQ(real(line(balanced.view, y) + 4 * x), v * gains.gain[y % 2 * 2 + x % 2]);
                     }
                 if (first.empty()) first = colours.content();
                 EXPECT_TRUE(first == colours.content()) << "level " << level[0].required_cpu;

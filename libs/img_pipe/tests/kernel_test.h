@@ -1,4 +1,5 @@
-// What tests of kernels share: memory with a wall behind it, the levels of this machine, one run of a kernel.
+// What tests of kernels share: memory with a wall behind it, the levels of this machine, one run of a kernel, samples
+// in all packings.
 #pragma once
 #include <img_pipe/filter_table.h>
 #include <img_pipe/kernel_params.h>
@@ -37,6 +38,62 @@ public:
     std::size_t size, span;
     std::uint8_t *base, *bytes;
 };
+
+// Where a line of a plane begins; numbers of two and of four bytes.
+inline std::uint8_t* line(const img_descriptor& of, std::int32_t y, std::int32_t plane = 0) {
+    return of.plane_data[plane].data + static_cast<std::ptrdiff_t>(y) * of.plane_data[plane].stride;
+}
+inline int word(const std::uint8_t* at) { return at[0] | at[1] << 8; }
+inline void put_word(std::uint8_t* at, unsigned v) {
+    at[0] = static_cast<std::uint8_t>(v);
+    at[1] = static_cast<std::uint8_t>(v >> 8);
+}
+inline float real(const std::uint8_t* at) {
+    float v = 0;
+    std::memcpy(&v, at, sizeof v);
+    return v;
+}
+inline void put_real(std::uint8_t* at, float v) { std::memcpy(at, &v, sizeof v); }
+
+// Samples bit by bit.
+struct packing {
+    unsigned bits, group; // bits of a sample as it is stored; samples after which a line ends at a byte
+    // Where bit `b` of sample x stands in a line, counted from the lowest bit of its first byte.
+    std::size_t (*place)(std::size_t x, unsigned b);
+
+    unsigned get(const std::uint8_t* line, std::size_t x) const {
+        unsigned v = 0;
+        for (unsigned b = 0; b < bits; ++b) v |= (line[place(x, b) / 8] >> (place(x, b) % 8) & 1U) << b;
+        return v;
+    }
+    void put(std::uint8_t* line, std::size_t x, unsigned v) const {
+        for (unsigned b = 0; b < bits; ++b) {
+            std::uint8_t& byte = line[place(x, b) / 8];
+            byte = static_cast<std::uint8_t>((byte & ~(1U << place(x, b) % 8)) | (v >> b & 1U) << place(x, b) % 8);
+        }
+    }
+};
+// Of formats with one sample for each pixel.
+inline packing packing_of(std::uint32_t id) {
+    const format_description d(id);
+    if (d.pixel_group == 1 && d.bits_per_pixel == 8) return {8, 1, [](std::size_t x, unsigned b) { return 8 * x + b; }};
+    if (d.pixel_group == 1) return {16, 1, [](std::size_t x, unsigned b) { return 16 * x + b; }};
+    const char kind = static_cast<char>(id >> 16), last = static_cast<char>(id >> 24);
+    const bool from_the_lowest = last == 'p' || id == fcc("PWL3");
+    if (d.pixel_group == 4 && from_the_lowest) return {10, 4, [](std::size_t x, unsigned b) { return 10 * x + b; }};
+    if (d.pixel_group == 4)
+        return {10, 4, [](std::size_t x, unsigned b) {
+                    return b < 2 ? x / 4 * 40 + 32 + x % 4 * 2 + b : x / 4 * 40 + x % 4 * 8 + b - 2;
+                }};
+    if (from_the_lowest) return {12, 2, [](std::size_t x, unsigned b) { return 12 * x + b; }};
+    if (kind == 'D' || id == fcc("PWL1"))
+        return {12, 2, [](std::size_t x, unsigned b) {
+                    return b < 4 ? x / 2 * 24 + 16 + x % 2 * 4 + b : x / 2 * 24 + x % 2 * 8 + b - 4;
+                }};
+    return {12, 2, [](std::size_t x, unsigned b) {
+                return b < 4 ? x / 2 * 24 + 8 + x % 2 * 4 + b : x / 2 * 24 + x % 2 * 16 + b - 4;
+            }};
+}
 
 // Every module of this machine's processor by itself, the plain one last.
 inline std::vector<filter_table> levels() {
@@ -85,8 +142,7 @@ struct image {
     void clear_unused_bits(unsigned bits) const {
         for (std::int32_t y = 0; y < view.height; ++y)
             for (std::int32_t x = 0; x < view.width; ++x)
-                view.plane_data[0].data[y * view.plane_data[0].stride + 2 * x + 1] &=
-                    static_cast<std::uint8_t>((1U << (bits - 8)) - 1);
+                line(view, y)[2 * x + 1] &= static_cast<std::uint8_t>((1U << (bits - 8)) - 1);
     }
     std::vector<std::uint8_t> content() const { return {memory.bytes, memory.bytes + memory.size}; }
     // Whether all bytes that belong to no pixel are as they were.
@@ -95,9 +151,8 @@ struct image {
         const format_description d(view.format);
         for (std::int32_t i = 0; i < d.plane_count; ++i)
             for (std::int32_t y = 0; y < view.height / d.planes[i].vertical_subsampling; ++y)
-                std::memset(&seen[static_cast<std::size_t>(view.plane_data[i].data - memory.bytes +
-                                                           y * view.plane_data[i].stride)],
-                            0xEE, static_cast<std::size_t>(line_stride(view.format, view.width, i)));
+                std::memset(&seen[static_cast<std::size_t>(line(view, y, i) - memory.bytes)], 0xEE,
+                            static_cast<std::size_t>(line_stride(view.format, view.width, i)));
         return std::ranges::all_of(seen, [](std::uint8_t b) { return b == 0xEE; });
     }
 
@@ -115,6 +170,13 @@ private:
         return size;
     }
 };
+
+inline void run(const filter_table& level, kernel_slot slot, const image& to, const image& from,
+                const void* params = nullptr) {
+    const kernel_fn kernel = find_kernel(level, slot, to.view, from.view);
+    ASSERT_NE(kernel, nullptr) << fcc_name(from.view.format) << " to " << fcc_name(to.view.format);
+    run(kernel, to.view, from.view, params);
+}
 
 // Runs a kernel on every level, in strips of four lines where strips can be: all write the same bytes, and none but the
 // image's. `check` sees the first of them.

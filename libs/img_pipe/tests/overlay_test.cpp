@@ -13,8 +13,10 @@ using namespace kernel_test;
 namespace {
 
 // A character's cell of a grey image, '#' for white, line by line; anything but black and white shows as '?'.
-std::vector<std::string> cell(const image& grey, std::int32_t column, std::int32_t row, std::int32_t scale) {
-    std::vector<std::string> lines;
+using lines = std::vector<std::string>;
+
+lines cell(const image& grey, std::int32_t column, std::int32_t row, std::int32_t scale) {
+    lines all;
     for (std::int32_t y = 0; y < overlay_cell_height; ++y) {
         std::string line;
         for (std::int32_t x = 0; x < overlay_cell_width; ++x) {
@@ -22,17 +24,15 @@ std::vector<std::string> cell(const image& grey, std::int32_t column, std::int32
             for (std::int32_t i = 0; i < scale * scale; ++i) {
                 const std::int32_t px = (column * overlay_cell_width + x) * scale + i % scale,
                                    py = (row * overlay_cell_height + y) * scale + i / scale;
-                const int v = grey.view.plane_data[0].data[py * grey.view.plane_data[0].stride + px];
+                const int v = kernel_test::line(grey.view, py)[px];
                 seen = seen == -1 || seen == v ? v : 1;
             }
             line += seen == 255 ? '#' : seen == 0 ? '.' : '?';
         }
-        lines.push_back(line);
+        all.push_back(line);
     }
-    return lines;
+    return all;
 }
-
-using lines = std::vector<std::string>;
 
 } // namespace
 
@@ -77,6 +77,9 @@ TEST(Overlay, EveryCharacterIsItself) {
 
 // The same letters through every format that can show them, and outside of them nothing changes.
 TEST(Overlay, EveryFormat) {
+    const std::pair<const char(&)[5], std::vector<int>> strokes[] = {
+        {"Y16 ", {255}}, {"BGR4", {255}},      {"BGR3", {255}},
+        {"RGGB", {255}}, {"YUY2", {255, 128}}, {"Y12p", {255, 255, 255}}}; // twice 12 bits of ones; then zeros
     int able = 0;
     for (std::uint32_t place = 0; format_at(place) != 0; ++place) {
         const std::uint32_t id = format_at(place);
@@ -89,26 +92,14 @@ TEST(Overlay, EveryFormat) {
         EXPECT_TRUE(!changed || !format_description(id).is_float) << fcc_name(id);
         able += changed ? 1 : 0;
         // Lines 10 and on are below the text.
-        const std::int32_t stride = picture.view.plane_data[0].stride;
-        for (std::int32_t i = 10 * stride; i < 10 * stride + line_stride(id, 16); ++i)
-            EXPECT_EQ(picture.view.plane_data[0].data[i], 0xEE) << fcc_name(id);
-        if (!changed) continue;
+        for (std::int32_t i = 0; i < line_stride(id, 16); ++i)
+            EXPECT_EQ(line(picture.view, 10)[i], 0xEE) << fcc_name(id);
         // The upper stroke of the letter, and black beside its stem.
-        const img_descriptor& v = picture.view;
-        const std::uint8_t *top = v.plane_data[0].data, *stem = top + 3 * stride;
-        if (id == fcc("Y16 ") || id == fcc("BGR4") || id == fcc("BGR3") || id == fcc("RGGB")) {
-            EXPECT_EQ(top[0], 255) << fcc_name(id);
-            EXPECT_EQ(stem[0], 0) << fcc_name(id);
-        }
-        if (id == fcc("YUY2")) {
-            EXPECT_EQ(top[0], 255);
-            EXPECT_EQ(top[1], 128);
-            EXPECT_EQ(stem[0], 0);
-        }
-        if (id == fcc("Y12p")) { // twice 12 bits of ones; then zeros
-            EXPECT_EQ(std::vector<int>(top, top + 3), (std::vector{255, 255, 255}));
-            EXPECT_EQ(std::vector<int>(stem, stem + 3), (std::vector{0, 0, 0}));
-        }
+        for (const auto& [format, stroke] : strokes)
+            for (std::size_t i = 0; fcc(format) == id && i < stroke.size(); ++i) {
+                EXPECT_EQ(line(picture.view, 0)[i], stroke[i]) << format << ' ' << i;
+                EXPECT_EQ(line(picture.view, 3)[i], stroke[i] == 128 ? 128 : 0) << format << ' ' << i;
+            }
     }
     EXPECT_GE(able, 60);
 }

@@ -5,6 +5,7 @@
 
 #include <img_pipe/transform_pipe.h>
 
+#include <map>
 #include <random>
 
 namespace kernel_test {
@@ -22,7 +23,7 @@ inline void fill(const image& to, unsigned seed) {
     for (std::int32_t i = 0; i < d.plane_count; ++i)
         for (std::int32_t y = 0; y < to.view.height / d.planes[i].vertical_subsampling; ++y)
             for (std::int32_t x = 0; x < line_stride(to.view.format, to.view.width, i); ++x)
-                to.view.plane_data[i].data[y * to.view.plane_data[i].stride + x] = static_cast<std::uint8_t>(random());
+                line(to.view, y, i)[x] = static_cast<std::uint8_t>(random());
     // Unused upper bits of unpacked samples are 0.
     const std::uint32_t id = to.view.format;
     unsigned bits = 16;
@@ -32,26 +33,25 @@ inline void fill(const image& to, unsigned seed) {
 }
 
 inline std::vector<transform_params> parameter_sets() {
-    std::vector<transform_params> all(5);
-    all[1].wb_enable = true;
-    all[1].wb_gain[0] = 1.7F;
-    all[1].wb_gain[2] = 0.6F;
-    all[1].brightness = 13;
-    all[1].contrast = -40;
-    all[1].gamma = 0.6F;
-    all[2].saturation = 1.4F;
-    all[2].hue = 0.2F;
-    all[2].sharpness = 20;
-    all[2].denoise = 3;
-    all[3].force_parameter_route = true;
-    all[3].route_flags[1] = 1;
-    all[4].color_matrix_enable = true;
-    all[4].color_matrix[1] = -0.3F;
-    all[4].contrast = 60;
-    all[4].gamma = 1.8F;
-    all[4].sharpness = 9;
-    return all;
+    return {{},
+            {.wb_enable = true, .wb_gain = {1.7F, 1, 0.6F, 1}, .contrast = -40, .brightness = 13, .gamma = 0.6F},
+            {.saturation = 1.4F, .hue = 0.2F, .sharpness = 20, .denoise = 3},
+            {.force_parameter_route = true,
+             .tonemapping_enable = true,
+             .tonemapping_fixed = true,
+             .tonemapping_intensity = 3,
+             .tonemapping_global_brightness = 0.4F,
+             .tonemapping_factors = {1.2F, -0.1F, 0.8F, 0.2F},
+             .route_flags = {0, 1, 0}},
+            {.color_matrix_enable = true,
+             .color_matrix = {1, -0.3F, 0, 0, 1, 0, 0, 0, 1},
+             .contrast = 60,
+             .sharpness = 9,
+             .gamma = 1.8F}};
 }
+
+// By level and set of parameters, as a stream would have it: gamma tables are built once.
+using pipe_set = std::map<std::pair<std::uint32_t, std::size_t>, transform_pipe>;
 
 struct format_pair {
     std::uint32_t from, to;
@@ -62,6 +62,14 @@ inline std::vector<format_pair> pairs_of_tables() {
         for (const std::uint32_t from : row.sources)
             for (const std::uint32_t to : row.destinations)
                 if (from != 0 && to != 0) all.push_back({from, to});
+    return all;
+}
+
+inline std::vector<std::uint32_t> in_place_formats() {
+    std::vector<std::uint32_t> all;
+    for (const in_place_row& row : in_place_table())
+        for (const std::uint32_t id : row.formats)
+            if (id != 0) all.push_back(id);
     return all;
 }
 

@@ -5,7 +5,6 @@
 
 #include <array>
 #include <cmath>
-#include <functional>
 #include <numbers>
 
 using namespace kernel_test;
@@ -14,22 +13,9 @@ namespace {
 
 // Sample (x, y) of a source, its bits at the top of 16; 8 bits twice.
 unsigned sample_at(const img_descriptor& v, int x, int y) {
-    const std::uint8_t* p = v.plane_data[0].data + y * v.plane_data[0].stride;
-    const auto byte = [&](int i) { return static_cast<unsigned>(p[i]); };
-    const int pair = x / 2 * 3;
-    const std::uint32_t f = v.format;
-    if (f == fcc("P180") || f == fcc("P280")) return byte(x) * 257;
-    if (f == fcc("P116") || f == fcc("P216")) return byte(2 * x) | byte(2 * x + 1) << 8;
-    if (f == fcc("P1CP")) return byte(pair + x % 2 * 2) << 8 | (byte(pair + 1) >> (x % 2 * 4) & 15) << 4;
-    return ((byte(pair + x % 2) | byte(pair + x % 2 + 1) << 8) >> (x % 2 * 4) & 0xFFF) << 4; // P2Cp
-}
-
-// Every level gives the same; the first what `check` wants.
-void each_level(const char (&in)[5], const char (&out)[5], int width, int height, int out_width, int out_height,
-                const std::function<void(const img_descriptor& to, const img_descriptor& from)>& check) {
-    const image from(fcc(in), width, height, 0), to(fcc(out), out_width, out_height, 3);
-    from.noise(41);
-    on_each_level(kernel_slot::convert_lines, to, from, nullptr, [&] { check(to.view, from.view); });
+    const packing p = packing_of(v.format);
+    const unsigned sample = p.get(line(v, y), static_cast<std::size_t>(x));
+    return p.bits == 8 ? sample * 257 : sample << (16 - p.bits);
 }
 
 struct stokes {
@@ -58,48 +44,51 @@ TEST(Polarisation, AnglesDegreesAndIntensities) {
     for (const auto& row : rows)
         for (const auto& size : sizes)
             for (const int part : {1, 2}) // as large as the source, and of half its size
-                each_level(
-                    row.in, row.out, size[0], size[1], size[0] / part, size[1] / part,
-                    [&](const img_descriptor& to, const img_descriptor& from) {
-                        const int cells_x = from.width / 2, cells_y = from.height / 2;
-                        const bool wide = row.out[3] == '2', view = fcc(row.out) == fcc("BGR4"),
-                                   packed = row.out[0] == 'P';
-                        for (int y = 0; y < to.height; ++y)
-                            for (int x = 0; x < to.width; ++x) {
-                                const int cx = std::min(part == 1 ? x / 2 : x, cells_x - 1),
-                                          cy = std::min(part == 1 ? y / 2 : y, cells_y - 1);
-                                const stokes s = cell(from, cx, cy);
-                                std::vector<double> want{s.angle * 65536, s.degree * 65535, s.intensity, 0};
-                                if (packed) want.assign(s.samples.begin(), s.samples.end());
-                                if (row.out[2] == 'C') {
-                                    const int bx = std::min(cx / 2, cells_x / 2 - 1) * 2,
-                                              by = std::min(cy / 2, cells_y / 2 - 1) * 2;
-                                    const bool block = cells_x > 1 && cells_y > 1;
-                                    const auto grey = [&](int dx, int dy) {
-                                        return block ? cell(from, bx + dx, by + dy).intensity : s.intensity;
-                                    };
-                                    want.insert(want.end(), {grey(0, 0), (grey(1, 0) + grey(0, 1)) / 2, grey(1, 1), 0});
-                                }
-                                if (view) {
-                                    want.clear();
-                                    for (const int n : {1, 3, 5}) {
-                                        const double k = std::fmod(n + 6 * s.angle, 6);
-                                        want.push_back(s.intensity *
-                                                       (1 - s.degree * std::clamp(std::min(k, 4 - k), 0.0, 1.0)));
-                                    }
-                                    want.push_back(65535);
-                                }
-                                const std::uint8_t* p = to.plane_data[0].data + y * to.plane_data[0].stride +
-                                                        static_cast<std::size_t>(x) * want.size() * (wide ? 2 : 1);
-                                for (std::size_t i = 0; i < want.size(); ++i) {
-                                    const double scale = wide ? 1 : i == 0 && !packed && !view ? 256 : 257;
-                                    const double value = wide ? p[2 * i] | p[2 * i + 1] << 8 : p[i];
-                                    double off = std::abs(value - want[i] / scale);
-                                    if (i == 0 && !packed && !view) off = std::min(off, (wide ? 65536 : 256) - off);
-                                    ASSERT_LE(off, wide ? 1.1 : 0.52 + (view ? 0.5 : 0))
-                                        << row.in << " to " << row.out << " sample " << i << " at " << x << ',' << y
-                                        << " of " << from.width << 'x' << from.height;
-                                }
+            {
+                const image source(fcc(row.in), size[0], size[1], 0),
+                    result(fcc(row.out), size[0] / part, size[1] / part, 3);
+                const img_descriptor &from = source.view, &to = result.view;
+                source.noise(41);
+                on_each_level(kernel_slot::convert_lines, result, source, nullptr, [&] {
+                    const int cells_x = from.width / 2, cells_y = from.height / 2;
+                    const bool wide = row.out[3] == '2', view = fcc(row.out) == fcc("BGR4"), packed = row.out[0] == 'P';
+                    for (int y = 0; y < to.height; ++y)
+                        for (int x = 0; x < to.width; ++x) {
+                            const int cx = std::min(part == 1 ? x / 2 : x, cells_x - 1),
+                                      cy = std::min(part == 1 ? y / 2 : y, cells_y - 1);
+                            const stokes s = cell(from, cx, cy);
+                            std::vector<double> want{s.angle * 65536, s.degree * 65535, s.intensity, 0};
+                            if (packed) want.assign(s.samples.begin(), s.samples.end());
+                            if (row.out[2] == 'C') {
+                                const int bx = std::min(cx / 2, cells_x / 2 - 1) * 2,
+                                          by = std::min(cy / 2, cells_y / 2 - 1) * 2;
+                                const bool block = cells_x > 1 && cells_y > 1;
+                                const auto grey = [&](int dx, int dy) {
+                                    return block ? cell(from, bx + dx, by + dy).intensity : s.intensity;
+                                };
+                                want.insert(want.end(), {grey(0, 0), (grey(1, 0) + grey(0, 1)) / 2, grey(1, 1), 0});
                             }
-                    });
+                            if (view) {
+                                want.clear();
+                                for (const int n : {1, 3, 5}) {
+                                    const double k = std::fmod(n + 6 * s.angle, 6);
+                                    want.push_back(s.intensity *
+                                                   (1 - s.degree * std::clamp(std::min(k, 4 - k), 0.0, 1.0)));
+                                }
+                                want.push_back(65535);
+                            }
+                            const std::uint8_t* p =
+                                line(to, y) + static_cast<std::size_t>(x) * want.size() * (wide ? 2 : 1);
+                            for (std::size_t i = 0; i < want.size(); ++i) {
+                                const double scale = wide ? 1 : i == 0 && !packed && !view ? 256 : 257;
+                                const double value = wide ? word(p + 2 * i) : p[i];
+                                double off = std::abs(value - want[i] / scale);
+                                if (i == 0 && !packed && !view) off = std::min(off, (wide ? 65536 : 256) - off);
+                                ASSERT_LE(off, wide ? 1.1 : 0.52 + (view ? 0.5 : 0))
+                                    << row.in << " to " << row.out << " sample " << i << " at " << x << ',' << y
+                                    << " of " << from.width << 'x' << from.height;
+                            }
+                        }
+                });
+            }
 }

@@ -10,55 +10,21 @@ using namespace kernel_test;
 
 namespace {
 
-// Where bit `b` of sample x stands in a line, counted from the lowest bit of its first byte.
-using bit_place = std::size_t (*)(std::size_t x, unsigned b);
+// One of each packing; 16 bits of which fewer count, too.
 struct format {
-    std::uint32_t id;
-    unsigned bits, group; // bits of a sample; samples after which a line ends at a byte
-    bit_place place;
-};
-const format formats[] = {
-    {fcc("Y800"), 8, 1, [](std::size_t x, unsigned b) { return 8 * x + b; }},
-    {fcc("BA10"), 10, 1, [](std::size_t x, unsigned b) { return 16 * x + b; }},
-    {fcc("Y12 "), 12, 1, [](std::size_t x, unsigned b) { return 16 * x + b; }},
-    {fcc("RG16"), 16, 1, [](std::size_t x, unsigned b) { return 16 * x + b; }},
-    {fcc("Y10p"), 10, 4, [](std::size_t x, unsigned b) { return 10 * x + b; }},
-    {fcc("GBCp"), 12, 2, [](std::size_t x, unsigned b) { return 12 * x + b; }},
-    {fcc("Y12P"), 12, 2,
-     [](std::size_t x, unsigned b) {
-         return b < 4 ? x / 2 * 24 + 8 + x % 2 * 4 + b : x / 2 * 24 + x % 2 * 16 + b - 4;
-     }},
-    {fcc("BGDP"), 12, 2,
-     [](std::size_t x, unsigned b) {
-         return b < 4 ? x / 2 * 24 + 16 + x % 2 * 4 + b : x / 2 * 24 + x % 2 * 8 + b - 4;
-     }},
-    {fcc("Y10P"), 10, 4,
-     [](std::size_t x, unsigned b) {
-         return b < 2 ? x / 4 * 40 + 32 + x % 4 * 2 + b : x / 4 * 40 + x % 4 * 8 + b - 2;
-     }},
-};
-
-unsigned get(const format& f, const std::uint8_t* line, std::size_t x) {
-    unsigned v = 0;
-    for (unsigned b = 0; b < f.bits; ++b) v |= (line[f.place(x, b) / 8] >> (f.place(x, b) % 8) & 1U) << b;
-    return v;
-}
-
-void put(const format& f, std::uint8_t* line, std::size_t x, unsigned v) {
-    for (unsigned b = 0; b < f.bits; ++b) {
-        std::uint8_t& byte = line[f.place(x, b) / 8];
-        byte = static_cast<std::uint8_t>((byte & ~(1U << f.place(x, b) % 8)) | (v >> b & 1U) << f.place(x, b) % 8);
+    explicit format(const char (&id_)[5], unsigned bits_ = 0) : id(fcc(id_)), pack(packing_of(id)) {
+        if (bits_ != 0) pack.bits = bits_;
     }
-}
-
-std::uint8_t* line(const image& of, std::int32_t y) {
-    return of.view.plane_data[0].data + y * of.view.plane_data[0].stride;
-}
+    std::uint32_t id;
+    packing pack;
+};
+const format formats[] = {format{"Y800"}, format{"BA10", 10}, format{"Y12 ", 12}, format{"RG16"}, format{"Y10p"},
+                          format{"GBCp"}, format{"Y12P"},     format{"BGDP"},     format{"Y10P"}};
 
 // Random samples; the unused upper bits of unpacked ones are 0.
 void fill(const image& to, const format& f, unsigned seed) {
     to.noise(seed);
-    if (f.group == 1 && f.bits > 8) to.clear_unused_bits(static_cast<unsigned>(f.bits));
+    if (f.pack.group == 1 && f.pack.bits > 8) to.clear_unused_bits(f.pack.bits);
 }
 
 constexpr sample_params tones[] = {{{1, 1, 1, 1}, 0, nullptr, nullptr},
@@ -78,7 +44,7 @@ TEST(SampleLines, PublishedVectors) {
                       {8, {0x155, 0x2AA, 0x0F3, 0x31C}, {0x55, 0xAA, 0x3C, 0xC7, 0x39}}};
     for (const auto& row : rows)
         for (std::size_t x = 0; x < row.values.size(); ++x)
-            EXPECT_EQ(get(formats[row.format], row.bytes.data(), x), row.values[x]) << row.format << ' ' << x;
+            EXPECT_EQ(formats[row.format].pack.get(row.bytes.data(), x), row.values[x]) << row.format << ' ' << x;
 }
 
 TEST(SampleLines, EveryPackingToEveryOtherOnEveryLevel) {
@@ -86,22 +52,22 @@ TEST(SampleLines, EveryPackingToEveryOtherOnEveryLevel) {
         for (const format& out : formats)
             for (std::int32_t width : {1, 2, 3, 4, 7, 8, 12, 15, 16, 17, 20, 32, 36, 63, 64, 100, 642})
                 for (const sample_params* tone : {static_cast<const sample_params*>(nullptr), &tones[0], &tones[1]}) {
-                    if (width % static_cast<std::int32_t>(std::max(in.group, out.group)) != 0) continue;
+                    if (width % static_cast<std::int32_t>(std::max(in.pack.group, out.pack.group)) != 0) continue;
                     const std::int32_t height = 3, pad = width % 3 == 0 ? 5 : 0;
                     const image from(in.id, width, height, pad), to(out.id, width, height, pad),
                         expected(out.id, width, height, pad);
                     fill(from, in, static_cast<unsigned>(width));
                     for (std::int32_t y = 0; y < height; ++y)
                         for (std::size_t x = 0; x < static_cast<std::size_t>(width); ++x) {
-                            unsigned v = get(in, line(from, y), x);
-                            v = in.bits == 8 ? v * 257 : v << (16 - in.bits);
+                            unsigned v = in.pack.get(line(from.view, y), x);
+                            v = in.pack.bits == 8 ? v * 257 : v << (16 - in.pack.bits);
                             if (tone != nullptr) {
                                 float r = static_cast<float>(v) * tone->gain[(y % 2) * 2 + static_cast<int>(x % 2)];
                                 r += tone->offset;
                                 v = static_cast<unsigned>(std::nearbyint(std::clamp(r, 0.0F, 65535.0F)));
                             }
-                            if (out.group == 1 && out.bits > 8) line(expected, y)[2 * x + 1] = 0;
-                            put(out, line(expected, y), x, v >> (16 - out.bits));
+                            if (out.pack.group == 1 && out.pack.bits > 8) line(expected.view, y)[2 * x + 1] = 0;
+                            out.pack.put(line(expected.view, y), x, v >> (16 - out.pack.bits));
                         }
                     on_each_level(kernel_slot::convert_lines, to, from, tone, [&] {
                         ASSERT_TRUE(to.content() == expected.content())
@@ -120,13 +86,10 @@ TEST(SampleLines, InPlaceAtWidthsBetweenGroups) {
             const std::vector<std::uint8_t> original = picture.content();
             std::vector<std::uint8_t> first;
             for (const filter_table& level : levels()) {
-                const kernel_fn kernel =
-                    find_kernel(level, kernel_slot::apply_whitebalance, picture.view, picture.view);
-                ASSERT_NE(kernel, nullptr);
                 std::ranges::copy(original, picture.memory.bytes);
-                run(kernel, picture.view, picture.view, &tones[0]);
+                run(level, kernel_slot::apply_whitebalance, picture, picture, &tones[0]);
                 ASSERT_TRUE(picture.content() == original) << fcc_name(f.id) << ' ' << width;
-                run(kernel, picture.view, picture.view, &tones[1]);
+                run(level, kernel_slot::apply_whitebalance, picture, picture, &tones[1]);
                 if (first.empty()) first = picture.content();
                 ASSERT_TRUE(picture.content() == first) << fcc_name(f.id) << ' ' << width;
             }
@@ -171,8 +134,7 @@ TEST(SampleLines, BytesThroughTablesOfEveryKind) {
                     }
                     for (const filter_table& level : levels()) {
                         std::ranges::copy(original, picture.view.plane_data[0].data);
-                        run(find_kernel(level, kernel_slot::apply_whitebalance, picture.view, picture.view),
-                            picture.view, picture.view, &p);
+                        run(level, kernel_slot::apply_whitebalance, picture, picture, &p);
                         ASSERT_TRUE(std::equal(expected.begin(), expected.end(), picture.view.plane_data[0].data))
                             << fcc_name(id) << " width " << width << " level " << level[0].required_cpu << " table "
                             << &table - tables.data() << " gains " << &gain - gains;

@@ -10,13 +10,12 @@ TEST(Smooth, IsTheMeanOfTwoByTwo) {
             const image from(fcc("Y800"), width, height, 3), to(fcc("Y800"), width, height, 1);
             from.noise(6);
             const auto at = [&](int x, int y) {
-                return from.view.plane_data[0]
-                    .data[std::min(y, height - 1) * from.view.plane_data[0].stride + std::min(x, width - 1)];
+                return line(from.view, std::min(y, height - 1))[std::min(x, width - 1)];
             };
             on_each_level(kernel_slot::apply_2x2_smooth_y8, to, from, nullptr, [&] {
                 for (int y = 0; y < height; ++y)
                     for (int x = 0; x < width; ++x)
-                        ASSERT_EQ(to.view.plane_data[0].data[y * to.view.plane_data[0].stride + x],
+                        ASSERT_EQ(line(to.view, y)[x],
                                   (at(x, y) + at(x + 1, y) + at(x, y + 1) + at(x + 1, y + 1) + 2) / 4)
                             << width << 'x' << height << " at " << x << ',' << y;
             });

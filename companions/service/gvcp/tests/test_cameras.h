@@ -22,8 +22,8 @@ inline std::unique_ptr<device_control> open(const camera_sim::camera& cam, devic
     options.device = {cam.address(), gige::gvcp::port};
     if (options.local_address == 0) options.local_address = own_address(250);
     auto opened = device_control::open(std::move(options));
-    EXPECT_TRUE(opened) << (opened ? "" : opened.error().message());
-    return opened ? std::move(*opened) : nullptr;
+    if (!opened) throw std::system_error(opened.error());
+    return std::move(*opened);
 }
 
 // The record of a camera, if the list holds it; other tests' cameras may stand beside it.

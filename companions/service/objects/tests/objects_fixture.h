@@ -38,12 +38,9 @@ protected:
         [[nodiscard]] std::shared_ptr<device_object> open(uint32_t address, open_access access = open_access::control) {
             for (const auto& each : list()) {
                 if (each.net_info.ip != address) continue;
-                auto opened = interface.open_device(each.id, access);
-                EXPECT_TRUE(opened) << opened.error().message();
-                return opened ? *opened : nullptr;
+                return interface.open_device(each.id, access).value();
             }
-            ADD_FAILURE() << "no such camera";
-            return nullptr;
+            throw std::runtime_error("no such camera");
         }
         std::atomic<uint64_t> raised = 0;
         std::shared_ptr<client_session> session;
@@ -53,6 +50,10 @@ protected:
     // A camera is listed for seconds though a busy machine keeps it from answering.
     static discovery::options quick_search() {
         return {.networks = false, .interval = milliseconds{50}, .window = milliseconds{25}, .misses = 40};
+    }
+    // None comes by itself.
+    static discovery::options rare_search(milliseconds window) {
+        return {.networks = false, .interval = std::chrono::hours{1}, .window = window};
     }
     void start_core(std::initializer_list<uint32_t> cameras, discovery::options search = quick_search()) {
         service_core::options options;

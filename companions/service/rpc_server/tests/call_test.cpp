@@ -157,17 +157,3 @@ TEST_F(Call, WhoRaisesNumbersEndsNoConnection) {
         ASSERT_NE(ended_on.load(), raiser) << "in round " << round;
     }
 }
-
-TEST_F(Call, WithoutAServiceConnectFailsAtOnce) {
-    server.reset();
-    client::client_instance instance;
-    const auto connected = instance.connect("test", {"pipe", "test"}, {}, {});
-    ASSERT_FALSE(connected);
-    EXPECT_EQ(connected.error(), std::errc::no_such_file_or_directory);
-}
-
-TEST_F(Call, ASecondServiceIsRefused) {
-    const auto second = service::rpc_server::start({"pipe", std::nullopt}, [] { return object_function_table_root{}; });
-    ASSERT_FALSE(second);
-    EXPECT_EQ(second.error(), std::errc::address_in_use);
-}

@@ -71,25 +71,25 @@ TEST(Order, EveryRecordFollowsTheSchema) {
 }
 
 TEST(Order, NumbersAndDefaultsHaveTheirForms) {
+    const auto expect = [](const node& record, std::initializer_list<const char*> parts) {
+        for (const char* part : parts) EXPECT_NE(written(record).find(part), std::string::npos) << part;
+    };
     IntReg reg_record;
     reg_record.name = "R";
-    EXPECT_NE(written(reg_record).find("<Address>0x0</Address>"), std::string::npos);
-    EXPECT_NE(written(reg_record).find("<pPort>Device</pPort>"), std::string::npos);
+    expect(reg_record, {"<Address>0x0</Address>", "<pPort>Device</pPort>"});
     reg_record.reg.addresses = {-4, 16};
-    EXPECT_NE(written(reg_record).find("<Address>-4</Address>"), std::string::npos);
-    EXPECT_NE(written(reg_record).find("<Address>0x10</Address>"), std::string::npos);
+    reg_record.merge_priority = merge_priority::high;
+    expect(reg_record, {"MergePriority=\"+1\"", "<Address>-4</Address>", "<Address>0x10</Address>"});
     Port port;
     port.name = "P";
     port.event_id = 0x4001;
     port.chunk_id = uint64_t{0xAB};
-    EXPECT_NE(written(port).find("<EventID>4001</EventID>"), std::string::npos);
-    EXPECT_NE(written(port).find("<ChunkID>AB</ChunkID>"), std::string::npos);
+    expect(port, {"<EventID>4001</EventID>", "<ChunkID>AB</ChunkID>"});
     Boolean flag;
     flag.name = "B";
     flag.value = true;
     flag.streamable = true;
-    EXPECT_NE(written(flag).find("<Value>1</Value>"), std::string::npos);
-    EXPECT_NE(written(flag).find("<Streamable>Yes</Streamable>"), std::string::npos);
+    expect(flag, {"<Value>1</Value>", "<Streamable>Yes</Streamable>"});
 }
 
 // Whoever asks for so much has no more memory to give; a text of exactly so much is whole.

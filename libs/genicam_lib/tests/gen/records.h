@@ -9,22 +9,17 @@ namespace records {
 
 using namespace genicam_gen;
 
-template <class E>
-constexpr uint32_t values_of = 2;
-template <>
-constexpr uint32_t values_of<merge_priority> = 3;
-template <>
-constexpr uint32_t values_of<visibility> = 4;
-template <>
-constexpr uint32_t values_of<access_mode> = 3;
-template <>
-constexpr uint32_t values_of<cachable> = 3;
-template <>
-constexpr uint32_t values_of<slope> = 4;
-template <>
-constexpr uint32_t values_of<representation> = 7;
-template <>
-constexpr uint32_t values_of<display_notation> = 3;
+// How many values each has.
+constexpr uint32_t count(sign) { return 2; }
+constexpr uint32_t count(endianess) { return 2; }
+constexpr uint32_t count(name_space) { return 2; }
+constexpr uint32_t count(merge_priority) { return 3; }
+constexpr uint32_t count(visibility) { return 4; }
+constexpr uint32_t count(access_mode) { return 3; }
+constexpr uint32_t count(cachable) { return 3; }
+constexpr uint32_t count(slope) { return 4; }
+constexpr uint32_t count(representation) { return 7; }
+constexpr uint32_t count(display_notation) { return 3; }
 
 // Decides for each optional field whether it is set, and draws its value.
 class source {
@@ -36,25 +31,24 @@ public:
     std::string name() { return "N" + std::to_string(number(100000)); }
     int64_t integer() { return static_cast<int64_t>(random()) - (int64_t{1} << 31); }
 
-    void fill(std::optional<bool>& field) {
-        if (yes()) field = number(2) == 1;
+    template <class T>
+    T value() {
+        if constexpr (std::is_enum_v<T>)
+            return static_cast<T>(number(count(T{})));
+        else if constexpr (std::is_same_v<T, bool>)
+            return number(2) == 1;
+        else if constexpr (std::is_same_v<T, double>)
+            return static_cast<double>(integer()) / 1024.0;
+        else if constexpr (std::is_same_v<T, std::string>)
+            return text();
+        else if constexpr (std::is_same_v<T, uint32_t>)
+            return number(32);
+        else
+            return static_cast<T>(integer());
     }
-    void fill(std::optional<int64_t>& field) {
-        if (yes()) field = integer();
-    }
-    void fill(std::optional<uint64_t>& field) {
-        if (yes()) field = random();
-    }
-    void fill(std::optional<uint32_t>& field) {
-        if (yes()) field = number(32);
-    }
-    void fill(std::optional<double>& field) {
-        if (yes()) field = static_cast<double>(integer()) / 1024.0;
-    }
-    template <class E>
-    requires std::is_enum_v<E>
-    void fill(std::optional<E>& field) {
-        if (yes()) field = static_cast<E>(number(values_of<E>));
+    template <class T>
+    void fill(std::optional<T>& field) {
+        if (yes()) field = value<T>();
     }
     void fill(link_list& list) {
         if (yes()) list = {name(), name()};
@@ -69,14 +63,7 @@ public:
             field = link_elem{name()};
             break;
         default:
-            if constexpr (std::is_same_v<T, bool>)
-                field = number(2) == 1;
-            else if constexpr (std::is_same_v<T, double>)
-                field = static_cast<double>(integer()) / 64.0;
-            else if constexpr (std::is_same_v<T, std::string>)
-                field = text();
-            else
-                field = static_cast<T>(number(100000));
+            field = value<T>();
         }
     }
     void set(auto&... fields) { (fill(fields), ...); }

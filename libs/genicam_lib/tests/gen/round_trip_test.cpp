@@ -1,7 +1,6 @@
 // Writer and reader are inverse: what is written reads back equal, whatever is set.
 #include "records.h"
 
-#include <GenICam/IGenICamDoc.h>
 #include <genicam_gen/template_document.h>
 #include <genicam_gen/writer.h>
 
@@ -30,6 +29,11 @@ void check(uint32_t seed) {
     EXPECT_TRUE(*read == original) << "seed " << seed << "\n" << text;
 }
 
+template <class... Records>
+void check_each(uint32_t seed, const std::variant<Records...>*) {
+    (check<Records>(seed), ...);
+}
+
 struct locale_scope {
     explicit locale_scope(const char* folder) { setenv("LOCPATH", folder, 1); }
     ~locale_scope() {
@@ -42,23 +46,7 @@ struct locale_scope {
 
 TEST(RoundTrip, EveryRecordKindWithEveryChoiceOfFields) {
     for (uint32_t seed = 0; seed < 200; ++seed) {
-        check<Boolean>(seed);
-        check<Category>(seed);
-        check<Command>(seed);
-        check<Converter>(seed);
-        check<Enumeration>(seed);
-        check<Float>(seed);
-        check<FloatReg>(seed);
-        check<IntConverter>(seed);
-        check<Integer>(seed);
-        check<IntReg>(seed);
-        check<IntSwissKnife>(seed);
-        check<MaskedIntReg>(seed);
-        check<Port>(seed);
-        check<Register>(seed);
-        check<String>(seed);
-        check<StringReg>(seed);
-        check<SwissKnife>(seed);
+        check_each(seed, static_cast<const node*>(nullptr));
         if (HasFailure()) return;
     }
 }
@@ -96,28 +84,4 @@ TEST(RoundTrip, NumbersHaveAPointUnderEveryLocale) {
     for (const char* wanted :
          {">0.10000000000000001<", ">-0.5<", ">1.5000000000000001e+300<", ">9.9999999999999995e-08<"})
         EXPECT_NE(text.find(wanted), text.npos) << wanted << " in\n" << text;
-}
-
-// The engine has another reader.
-TEST(RoundTrip, TheEngineSeesTheSameModel) {
-    document model;
-    Port device;
-    device.name = "Device";
-    model.add(device);
-    IntReg reg;
-    reg.name = "R";
-    reg.reg.addresses = {0x10};
-    reg.reg.length = int64_t{4};
-    reg.endianess = endianess::little;
-    reg.merge_priority = merge_priority::high;
-    model.add(reg);
-    const auto read = GenICam::create_document(std::string_view{serialize_to_string(write_document(model))});
-    ASSERT_TRUE(read);
-    std::vector<std::byte> memory(0x14);
-    memory[0x10] = std::byte{42};
-    ASSERT_FALSE(read->find<GenICam::IPort>("Device")->bind(std::span{memory}, 0));
-    auto* node = read->find<GenICam::IInteger>("R");
-    ASSERT_NE(node, nullptr);
-    EXPECT_EQ(node->get_val(0), 42);
-    EXPECT_EQ(node->get_merge_priority(), GenICam::MergePriority_t::High);
 }
