@@ -35,7 +35,7 @@ int place(const std::string& order, char sample, int x, int bytes) {
 
 // The only sample of pixel (x, y), in counts of 8 bits.
 double only_sample(const img_descriptor& v, int x, int y) {
-    const packing p = packing_of(v.format);
+    const bit_packing p = bit_packing_of(v.format);
     return p.get(line(v, y), static_cast<std::size_t>(x)) / static_cast<double>(1U << (p.bits - 8));
 }
 

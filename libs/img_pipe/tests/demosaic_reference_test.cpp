@@ -85,7 +85,7 @@ struct shot {
             for (int x = 0; x < width; ++x) {
                 const int sx = mirror_x ? width - 1 - x : x, sy = mirror_y ? height - 1 - y : y;
                 samples.push_back(std::nearbyint(truth(colour_at(phase, x, y), sx, sy) * full));
-                packing_of(picture.view.format)
+                bit_packing_of(picture.view.format)
                     .put(line(picture.view, y), static_cast<std::size_t>(x), static_cast<unsigned>(samples.back()));
             }
     }

@@ -49,7 +49,7 @@ void paint(const image& mosaic, const auto& value) {
     for (std::int32_t y = 0; y < mosaic.view.height; ++y)
         for (std::int32_t x = 0; x < mosaic.view.width; ++x) {
             const char letter = cell[static_cast<std::size_t>(y % 2 * 2 + x % 2)];
-            packing_of(mosaic.view.format)
+            bit_packing_of(mosaic.view.format)
                 .put(line(mosaic.view, y), static_cast<std::size_t>(x),
                      static_cast<unsigned>(value(letter == 'B'   ? 0
                                                  : letter == 'G' ? 1

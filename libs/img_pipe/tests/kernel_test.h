@@ -56,7 +56,7 @@ inline float real(const std::uint8_t* at) {
 inline void put_real(std::uint8_t* at, float v) { std::memcpy(at, &v, sizeof v); }
 
 // Samples bit by bit.
-struct packing {
+struct bit_packing {
     unsigned bits, group; // bits of a sample as it is stored; samples after which a line ends at a byte
     // Where bit `b` of sample x stands in a line, counted from the lowest bit of its first byte.
     std::size_t (*place)(std::size_t x, unsigned b);
@@ -74,7 +74,7 @@ struct packing {
     }
 };
 // Of formats with one sample for each pixel.
-inline packing packing_of(std::uint32_t id) {
+inline bit_packing bit_packing_of(std::uint32_t id) {
     const format_description d(id);
     if (d.pixel_group == 1 && d.bits_per_pixel == 8) return {8, 1, [](std::size_t x, unsigned b) { return 8 * x + b; }};
     if (d.pixel_group == 1) return {16, 1, [](std::size_t x, unsigned b) { return 16 * x + b; }};

@@ -13,7 +13,7 @@ namespace {
 
 // Sample (x, y) of a source, its bits at the top of 16; 8 bits twice.
 unsigned sample_at(const img_descriptor& v, int x, int y) {
-    const packing p = packing_of(v.format);
+    const bit_packing p = bit_packing_of(v.format);
     const unsigned sample = p.get(line(v, y), static_cast<std::size_t>(x));
     return p.bits == 8 ? sample * 257 : sample << (16 - p.bits);
 }

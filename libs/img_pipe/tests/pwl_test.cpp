@@ -20,7 +20,7 @@ TEST(Companded, BecomesLinear) {
     for (const char(&in)[5] : companded)
         for (const int w : {2, 4, 6, 10, 34, 66, 132}) {
             const int h = 9;
-            const packing code = packing_of(fcc(in));
+            const bit_packing code = bit_packing_of(fcc(in));
             const image from(fcc(in), w, h, 0), to(fcc("RGf0"), w, h, 3);
             from.noise(41);
             on_each_level(kernel_slot::convert_lines, to, from, nullptr, [&] {

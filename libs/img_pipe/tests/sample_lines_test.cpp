@@ -12,11 +12,11 @@ namespace {
 
 // One of each packing; 16 bits of which fewer count, too.
 struct format {
-    explicit format(const char (&id_)[5], unsigned bits_ = 0) : id(fcc(id_)), pack(packing_of(id)) {
+    explicit format(const char (&id_)[5], unsigned bits_ = 0) : id(fcc(id_)), pack(bit_packing_of(id)) {
         if (bits_ != 0) pack.bits = bits_;
     }
     std::uint32_t id;
-    packing pack;
+    bit_packing pack;
 };
 const format formats[] = {format{"Y800"}, format{"BA10", 10}, format{"Y12 ", 12}, format{"RG16"}, format{"Y10p"},
                           format{"GBCp"}, format{"Y12P"},     format{"BGDP"},     format{"Y10P"}};

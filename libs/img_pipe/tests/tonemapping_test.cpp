@@ -57,7 +57,7 @@ using samples = std::vector<double>;
 
 samples read(const layout& f, const img_descriptor& v) {
     samples out;
-    const packing p = packing_of(v.format);
+    const bit_packing p = bit_packing_of(v.format);
     for (int y = 0; y < v.height; ++y)
         for (int x = 0; x < v.width; ++x)
             out.push_back(f.bits == 32 ? static_cast<double>(real(line(v, y) + 4 * x))
@@ -69,7 +69,7 @@ samples read(const layout& f, const img_descriptor& v) {
 void fill(const layout& f, const image& to, unsigned seed, double light = 1) {
     std::mt19937 random(seed);
     const img_descriptor& v = to.view;
-    const packing p = packing_of(v.format);
+    const bit_packing p = bit_packing_of(v.format);
     for (int y = 0; y < v.height; ++y)
         for (int x = 0; x < v.width; ++x) {
             const double place = (1.0 + x + y) / (v.width + v.height),

@@ -136,7 +136,7 @@ TEST(TransformPipe, WordsFollowGainsToneAndGamma) {
                 {{0.5F, 1, 0.7F}, 0, -20, 2.2F}};
     for (const char* name : {"Y16 ", "RG16", "RGCp"}) {
         const std::uint32_t id = fcc_from_text(name);
-        const packing packed = packing_of(id);
+        const bit_packing packed = bit_packing_of(id);
         const unsigned shift = 16 - packed.bits;
         const image original(id, width, height, 0), picture(id, width, height, 0);
         for (std::int32_t y = 0; y < height; ++y)
